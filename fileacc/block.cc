@@ -1,0 +1,340 @@
+// The block: open and close, load at an offset, forwards and backwards, cut at line ends.
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <sys/stat.h>
+
+#include "fileacc/fileacc.h"
+#include "fileacc/open_log.h"
+#include "platform/trace.h"
+
+LogBuf curblock;
+LogBuf bakblock;
+FILE *gfp = nullptr;
+int64_t filelen = -1;
+
+namespace {
+
+constexpr char kUnit[] = "fileacc";
+
+// A syslog daemon flushes in blocks, so a log can end in the middle of a line until the next flush.
+// A file written as recently as this may be in that state; an older one really ends without a
+// newline.
+constexpr time_t kFreshSeconds = 2;
+
+// How long a load waits for the rest of such a line. Daemons write the next block within
+// microseconds; 50 ms bridges one that lost the processor for a few time slices.
+constexpr long kRestOfLineMs = 50;
+constexpr long kNsPerMs = 1000L * 1000L;
+
+using ll = long long;
+
+int64_t ReadBytes(int64_t count, char *data)
+{
+    return count > 0 ? static_cast<int64_t>(fread(data, 1, static_cast<size_t>(count), gfp)) : 0;
+}
+
+void NoteBlock(int64_t pos, int64_t length, LogBuf *block)
+{
+    block->start = pos;
+    block->length = length;
+    block->linepos = -1;
+    if (pos + length == filelen)
+        block->isend = kBlockAtEnd;
+    else if (pos + length > filelen)
+        block->isend = kBlockBeyond;
+    else
+        block->isend = kBlockInside;
+}
+
+bool EndsInsideALine(const LogBuf &block)
+{
+    return block.isend == kBlockAtEnd && block.data[block.length - 1] != '\n';
+}
+
+bool WasJustWritten(struct stat *status)
+{
+    return fstat(fileno(gfp), status) == 0 &&
+           std::llabs(ll{time(nullptr)} - ll{status->st_mtime}) <= ll{kFreshSeconds};
+}
+
+int64_t MillisecondsSince(const timespec &begin)
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return ((now.tv_sec - begin.tv_sec) * 1000) + ((now.tv_nsec - begin.tv_nsec) / kNsPerMs);
+}
+
+// A block that ends exactly at the recorded end of the file, inside a line that may still be being
+// written: waits a moment for the rest and loads again. When it has come, the block reaches beyond
+// the recorded length, so the trim cuts it at its last line end and nothing half-written is
+// delivered. When it has not come, nothing has changed: the file ends there, and the line counts as
+// a line.
+void AwaitRestOfLine(int64_t count, LogBuf *block)
+{
+    struct stat status {};
+    if (!EndsInsideALine(*block) || !WasJustWritten(&status))
+        return;
+    timespec begin{};
+    clock_gettime(CLOCK_MONOTONIC, &begin);
+    const int64_t seen = block->length;
+    while (MillisecondsSince(begin) < kRestOfLineMs) {
+        if (fstat(fileno(gfp), &status) != 0)
+            return;
+        if (status.st_size > filelen) {
+            if (fseeko(gfp, block->start, SEEK_SET) == -1)
+                return;
+            const int64_t length = ReadBytes(count, block->data);
+            // The file may have been truncated meanwhile: then what was read first stays the
+            // answer.
+            block->length = length > seen ? length : seen;
+            // A full block cannot hold the rest, but the line is known to be unfinished all the
+            // same.
+            block->isend = kBlockBeyond;
+            const auto added = static_cast<size_t>(block->length - seen);
+            if (added == 0 || memchr(block->data + seen, '\n', added) != nullptr)
+                return;
+        }
+        const timespec step{0, kNsPerMs};
+        nanosleep(&step, nullptr);
+    }
+}
+
+} // namespace
+
+int InitFile(const char *name)
+{
+    TRACE(TRACE_DETAIL, ">name=%s", name != nullptr ? name : "NULL");
+    FinishFile();
+    if (name == nullptr) {
+        TRACE(TRACE_ERROR, "<name==NULL.return -1.");
+        return -1;
+    }
+    struct stat64 status {};
+    if (stat64(name, &status) != 0) {
+        TRACE(TRACE_SYSTEM, "<stat %s error.return -1.", name);
+        return -1;
+    }
+    filelen = status.st_size;
+    TRACE(TRACE_DETAIL, "filelen is %lld", ll{filelen});
+    gfp = OpenLog(name);
+    if (gfp == nullptr) {
+        TRACE(TRACE_SYSTEM, "<open file %s error,return -1.", name);
+        return -1;
+    }
+    // The name may have changed hands since: what counts is the file that was opened.
+    if (fstat64(fileno(gfp), &status) == 0)
+        filelen = status.st_size;
+    TRACE(TRACE_DETAIL, "<return 0.");
+    return 0;
+}
+
+void FinishFile(void)
+{
+    TRACE(TRACE_DETAIL, ">");
+    if (gfp != nullptr) {
+        fclose(gfp);
+        gfp = nullptr;
+        filelen = -1;
+    }
+    TRACE(TRACE_DETAIL, "<");
+}
+
+int64_t GetBlockAt(int64_t pos, int64_t leng, LogBuf *plogbuf)
+{
+    TRACE(TRACE_DETAIL, ">pos=%lld,leng=%lld,plogbuf=%p", ll{pos}, ll{leng},
+          static_cast<void *>(plogbuf));
+    if (gfp == nullptr)
+        TRACE(TRACE_ERROR, " gfp is NULL");
+    if (gfp == nullptr || pos < 0 || pos >= filelen || plogbuf == nullptr) {
+        TRACE(TRACE_ERROR, "<parameter error,return -1.");
+        return -1;
+    }
+    // All of it, every time: the byte after the last one read must be zero, even after a full
+    // block.
+    memset(plogbuf, 0, sizeof *plogbuf);
+    if (fseeko(gfp, pos, SEEK_SET) == -1) {
+        TRACE(TRACE_SYSTEM, "<fseek error, pos %lld.return -1.", ll{pos});
+        return -1;
+    }
+    const int64_t count = leng <= kBlockSize ? leng : kBlockSize;
+    const int64_t got = ReadBytes(count, plogbuf->data);
+    if (got < count && feof(gfp) == 0) {
+        TRACE(TRACE_SYSTEM, "<read file ERROR,  %ld BYTES readed.return -1.", got);
+        memset(plogbuf, 0, sizeof *plogbuf);
+        return -1;
+    }
+    NoteBlock(pos, got, plogbuf);
+    AwaitRestOfLine(count, plogbuf);
+
+    char *const end = plogbuf->data + plogbuf->length;
+    for (char *p = plogbuf->data;
+         (p = static_cast<char *>(memchr(p, '\n', static_cast<size_t>(end - p)))) != nullptr;)
+        *p++ = '\0';
+    TRACE(TRACE_DETAIL, "<return %ld.", plogbuf->length);
+    return plogbuf->length;
+}
+
+int64_t GetNextBlock(LogBuf *plogbuf)
+{
+    TRACE(TRACE_DETAIL, ">plogbuf=%p", static_cast<void *>(plogbuf));
+    if (plogbuf == nullptr) {
+        TRACE(TRACE_ERROR, "<plogbuf==NULL.return -1.");
+        return -1;
+    }
+    // The block before was cut at a line end, so this one starts at a line head. A line longer than
+    // a block is not joined: its next piece starts here.
+    const int64_t got = GetBlockAt(plogbuf->start + plogbuf->length, kBlockSize, plogbuf);
+    if (got < 0)
+        return got;
+    TrimBlockRight(plogbuf);
+    TRACE(TRACE_DETAIL, "<return %ld.", plogbuf->length);
+    return plogbuf->length;
+}
+
+int64_t GetPreBlock(LogBuf *plogbuf)
+{
+    TRACE(TRACE_DETAIL, ">plogbuf=%p", static_cast<void *>(plogbuf));
+    if (plogbuf == nullptr) {
+        TRACE(TRACE_ERROR, "<plogbuf== NULL.return -1.");
+        return -1;
+    }
+    const int64_t end = plogbuf->start;
+    if (end == 0) {
+        TRACE(TRACE_DETAIL, "<plogbuf->start == 0");
+        return 0;
+    }
+    const int64_t from = end > kBlockSize ? end - kBlockSize : 0;
+    const int64_t count = end - from;
+    memset(plogbuf, 0, sizeof *plogbuf);
+    if (GetBlockAt(from, count, plogbuf) < 0) {
+        TRACE(TRACE_ERROR, "<GetBlockAt from %lld length %ld error,return -1.", ll{from}, count);
+        return -1;
+    }
+    TrimBlockLeft(plogbuf);
+    TRACE(TRACE_DETAIL, "<return %ld.", plogbuf->length);
+    return plogbuf->length;
+}
+
+void TrimBlockRight(LogBuf *plogbuf)
+{
+    TRACE(TRACE_DETAIL, ">plogbuf=%p", static_cast<void *>(plogbuf));
+    if (plogbuf == nullptr) {
+        TRACE(TRACE_ERROR, "<plogbuf==NULL");
+        return;
+    }
+    if (plogbuf->isend == kBlockAtEnd) {
+        TRACE(TRACE_DETAIL, "<plogbuf->isend == 1");
+        return;
+    }
+    const int64_t length = plogbuf->length;
+    if (length > 0 && plogbuf->data[length - 1] == '\0') {
+        TRACE(TRACE_DETAIL, "<get last 0.");
+        return;
+    }
+    const void *end =
+        length > 1 ? memrchr(plogbuf->data, '\0', static_cast<size_t>(length - 1)) : nullptr;
+    if (end == nullptr) {
+        // One piece of a line longer than a block: it is delivered as a line.
+        TRACE(TRACE_DETAIL, "<there is no 0 in block.");
+        return;
+    }
+    plogbuf->length = static_cast<const char *>(end) - plogbuf->data + 1;
+    TRACE(TRACE_DETAIL, "<");
+}
+
+void TrimBlockLeft(LogBuf *plogbuf)
+{
+    TRACE(TRACE_DETAIL, ">plogbuf=%p", static_cast<void *>(plogbuf));
+    if (plogbuf == nullptr) {
+        TRACE(TRACE_ERROR, "<plogbuf==NULL");
+        return;
+    }
+    if (plogbuf->start == 0) {
+        // A normal case that is reported as an error on purpose: trace readers count on the level.
+        TRACE(TRACE_ERROR, "<no need to trim this block.");
+        return;
+    }
+    const int64_t length = plogbuf->length;
+    const void *first =
+        length > 1 ? memchr(plogbuf->data, '\0', static_cast<size_t>(length - 1)) : nullptr;
+    if (first != nullptr) {
+        // Cut even when the block happens to begin at a line head: that cannot be known here, and
+        // the line is delivered with the block before.
+        const int64_t cut = static_cast<const char *>(first) - plogbuf->data + 1;
+        plogbuf->start += cut;
+        plogbuf->length -= cut;
+        memmove(plogbuf->data, plogbuf->data + cut, static_cast<size_t>(plogbuf->length + 1));
+    }
+    TRACE(TRACE_DETAIL, "<");
+}
+
+int FBegin(void)
+{
+    const int begin =
+        curblock.start == 0 && (curblock.linepos <= 0 || curblock.length == 0) ? 1 : 0;
+    TRACE(TRACE_DETAIL, "<return %d", begin);
+    return begin;
+}
+
+namespace {
+
+bool CursorIsOnLastLine()
+{
+    if (curblock.isend == kBlockInside)
+        return false;
+    if (curblock.linepos >= curblock.length || curblock.length == 0)
+        return true;
+    if (curblock.linepos < 0)
+        return false;
+    const auto line = static_cast<int64_t>(strlen(curblock.data + curblock.linepos));
+    return curblock.linepos + line + 1 >= curblock.length;
+}
+
+} // namespace
+
+int FEof(void)
+{
+    const int eof = CursorIsOnLastLine() ? 1 : 0;
+    TRACE(TRACE_DETAIL, "<return %d", eof);
+    return eof;
+}
+
+void SaveFileEnv(void)
+{
+    TRACE(TRACE_DETAIL, ">");
+    bakblock = curblock;
+    TRACE(TRACE_DETAIL, "<");
+}
+
+void RecoverFileEnv(void)
+{
+    TRACE(TRACE_DETAIL, ">");
+    curblock = bakblock;
+    TRACE(TRACE_DETAIL, "<");
+}
+
+void printblock(LogBuf block)
+{
+    printf("***********************************\n");
+    printf("block info: start = %lld, length = %ld, isend = %d\n", ll{block.start}, block.length,
+           block.isend);
+    for (int64_t i = 0; i < block.length;) {
+        printf("%s\\0\n", block.data + i);
+        i += static_cast<int64_t>(strlen(block.data + i)) + 1;
+    }
+}
+
+bool BlockIsSound(const LogBuf &block)
+{
+    if (block.start < 0 || block.length < 0 || block.length > kBlockSize) // R1
+        return false;
+    if (block.linepos < -1 || block.linepos > block.length) // R3
+        return false;
+    const bool at_head = block.linepos <= 0 || block.data[block.linepos - 1] == '\0';
+    const auto length = static_cast<size_t>(block.length);
+    const bool no_newline = memchr(block.data, '\n', length) == nullptr; // R2
+    // A trimmed block is ended by the line end that it keeps, any other by the byte after it.
+    const bool ended = length == 0 || block.data[length - 1] == '\0' || block.data[length] == '\0';
+    return no_newline && ended && (at_head || block.linepos == block.length);
+}

@@ -1,0 +1,235 @@
+#include "regacc/regacc.h"
+
+#include <cstring>
+
+#include "platform/registry.h"
+#include "platform/trace.h"
+#include "regacc/split64.h"
+
+namespace {
+
+// The value names of the slots, by monindex.
+struct SlotNames {
+    const char *headline;
+    const char *pos_low;
+    const char *pos_high;
+    const char *content;
+};
+constexpr SlotNames kNames[MAX_MON_FILES] = {
+    {"HEADLINE", "POS", "H_POS", "CONTENT"},
+    {"HEADLINE_C", "POS_C", "H_POS_C", "CONTENT_C"},
+};
+constexpr char kRecordTime[] = "RECORDTIME";
+
+constexpr char kUnit[] = "regacc";
+
+// Bytes of a stored text, its zero byte included.
+constexpr size_t kTextSize = 500;
+
+using ll = long long;
+
+// The messages of the helpers carry the name of the function that was called.
+
+bool OpenToRead(const char *function, HKEY *key)
+{
+    // An access of 0 is what the host accepts for reading.
+    if (RegOpenKeyEx(HKEY_LOCAL_MACHINE, TARSK_REG_SYSLOG_SUB_KEY, 0, 0, key) == ERROR_SUCCESS)
+        return true;
+    TRACE_FOR(function, TRACE_ERROR, "<RegOpenKeyEx %s failed!return -1.",
+              TARSK_REG_SYSLOG_SUB_KEY);
+    return false;
+}
+
+// `shown` stands for the key in the message.
+bool OpenToWrite(const char *function, const char *shown, HKEY *key)
+{
+    DWORD disposition = 0;
+    if (RegCreateKeyEx(HKEY_LOCAL_MACHINE, TARSK_REG_SYSLOG_SUB_KEY, 0, "", 0, KEY_ALL_ACCESS,
+                       nullptr, key, &disposition) == ERROR_SUCCESS)
+        return true;
+    TRACE_FOR(function, TRACE_ERROR, "<RegCreateKeyEx %s failed!return -1.", shown);
+    return false;
+}
+
+bool ReadValue(const char *function, HKEY key, const char *name, void *data, DWORD size)
+{
+    DWORD type = 0;
+    if (RegQueryValueEx(key, name, nullptr, &type, data, &size) == ERROR_SUCCESS)
+        return true;
+    TRACE_FOR(function, TRACE_ERROR, "<RegQueryValueEx %s failed!return -1.", name);
+    return false;
+}
+
+// A stored text carries its own zero byte. One that was stored without it must not run out of the
+// buffer.
+bool ReadText(const char *function, HKEY key, const char *name, char *text, int size)
+{
+    if (!ReadValue(function, key, name, text, static_cast<DWORD>(size)))
+        return false;
+    text[size - 1] = '\0';
+    return true;
+}
+
+bool WriteValue(const char *function, HKEY key, const char *name, DWORD type, const void *data,
+                DWORD size)
+{
+    if (RegSetValueEx(key, name, 0, type, data, size) == ERROR_SUCCESS)
+        return true;
+    TRACE_FOR(function, TRACE_ERROR, "<RegSetValueEx %s failed!return -1.", name);
+    return false;
+}
+
+bool WriteNumber(const char *function, HKEY key, const char *name, uint32_t number)
+{
+    return WriteValue(function, key, name, REG_DWORD, &number, sizeof number);
+}
+
+bool WriteText(const char *function, HKEY key, const char *name, const char *text)
+{
+    char stored[kTextSize] = {};
+    memcpy(stored, text, strnlen(text, kTextSize - 1));
+    return WriteValue(function, key, name, REG_SZ, stored, static_cast<DWORD>(strlen(stored) + 1));
+}
+
+bool ReadPosition(const char *function, HKEY key, const SlotNames &names, int64_t *pos)
+{
+    uint32_t low = 0;
+    uint32_t high = 0;
+    if (!ReadValue(function, key, names.pos_low, &low, sizeof low))
+        return false;
+    *pos = JoinHalves(low, 0);
+    if (!ReadValue(function, key, names.pos_high, &high, sizeof high))
+        return false;
+    *pos = JoinHalves(low, high);
+    return true;
+}
+
+bool WriteOrientation(const char *function, HKEY key, const SlotNames &names, int64_t pos,
+                      const char *content)
+{
+    return WriteNumber(function, key, names.pos_low, LowHalf(pos)) &&
+           WriteNumber(function, key, names.pos_high, HighHalf(pos)) &&
+           WriteText(function, key, names.content, content);
+}
+
+// Ends a call that has the key open.
+int CloseAndReturn(const char *function, HKEY key, bool done)
+{
+    RegCloseKey(key);
+    if (!done)
+        return -1;
+    TRACE_FOR(function, TRACE_DETAIL, "<return 0.");
+    return 0;
+}
+
+} // namespace
+
+bool MonIndexIsValid(const char *unit, const char *function, int monindex)
+{
+    if (monindex < 0) {
+        TraceLog(TRACE_ERROR, unit, function, __LINE__, "<monindex[%d] is invalided, return -1.",
+                 monindex);
+        return false;
+    }
+    if (monindex >= MAX_MON_FILES) {
+        TraceLog(TRACE_ERROR, unit, function, __LINE__,
+                 "<monindex[%d] must less than MAX_MON_FILES[%d], return -1.", monindex,
+                 MAX_MON_FILES);
+        return false;
+    }
+    return true;
+}
+
+int RegSetRecTime(time_t time)
+{
+    TRACE(TRACE_DETAIL, ">time=%ld", static_cast<long>(time));
+    HKEY key = nullptr;
+    if (!OpenToWrite(__func__, TARSK_REG_SYSLOG_SUB_KEY, &key))
+        return -1;
+    const bool done = WriteNumber(__func__, key, kRecordTime, static_cast<uint32_t>(time));
+    return CloseAndReturn(__func__, key, done);
+}
+
+int RegGetRecTime(time_t *time)
+{
+    TRACE(TRACE_DETAIL, ">time=%p", static_cast<void *>(time));
+    if (time == nullptr) {
+        TRACE(TRACE_ERROR, "<time==NULL,return -1.");
+        return -1;
+    }
+    HKEY key = nullptr;
+    if (!OpenToRead(__func__, &key))
+        return -1;
+    uint32_t seconds = 0;
+    const bool done = ReadValue(__func__, key, kRecordTime, &seconds, sizeof seconds);
+    if (done)
+        *time = static_cast<time_t>(seconds);
+    return CloseAndReturn(__func__, key, done);
+}
+
+int RegGetHeadLine(char *line, int size, int monindex)
+{
+    TRACE(TRACE_DETAIL, ">line=%p,size=%d,monindex=%d", static_cast<void *>(line), size, monindex);
+    if (line == nullptr) {
+        TRACE(TRACE_ERROR, "<line==NULL,return -1.");
+        return -1;
+    }
+    HKEY key = nullptr;
+    if (!MonIndexIsValid(kUnit, __func__, monindex) || !OpenToRead(__func__, &key))
+        return -1;
+    const bool done = ReadText(__func__, key, kNames[monindex].headline, line, size);
+    return CloseAndReturn(__func__, key, done);
+}
+
+int RegSetHeadLine(const char *line, int monindex)
+{
+    TRACE(TRACE_DETAIL, ">line=%s,monindex=%d", line != nullptr ? line : "NULL", monindex);
+    if (line == nullptr) {
+        TRACE(TRACE_ERROR, "<[in]line==NULL.return -1.");
+        return -1;
+    }
+    HKEY key = nullptr;
+    if (!MonIndexIsValid(kUnit, __func__, monindex) ||
+        !OpenToWrite(__func__, TARSK_REG_SYSLOG_SUB_KEY, &key))
+        return -1;
+    const bool done = WriteText(__func__, key, kNames[monindex].headline, line);
+    return CloseAndReturn(__func__, key, done);
+}
+
+int RegGetOrientation(int64_t *pos, char *content, int size, int monindex)
+{
+    TRACE(TRACE_DETAIL, ">pos=%p,content=%p,size=%d,monindex=%d", static_cast<void *>(pos),
+          static_cast<void *>(content), size, monindex);
+    HKEY key = nullptr;
+    if (!MonIndexIsValid(kUnit, __func__, monindex) || !OpenToRead(__func__, &key))
+        return -1;
+    const SlotNames &names = kNames[monindex];
+    bool done = pos == nullptr || ReadPosition(__func__, key, names, pos);
+    if (done && content != nullptr) {
+        memset(content, 0, static_cast<size_t>(size));
+        done = ReadText(__func__, key, names.content, content, size);
+    }
+    RegCloseKey(key);
+    if (!done)
+        return -1;
+    TRACE(TRACE_DETAIL, "<return 0.*pos=%lld,content=%s", pos != nullptr ? ll{*pos} : -1LL,
+          content != nullptr ? content : "NULL");
+    return 0;
+}
+
+int RegSetOrientation(int64_t pos, const char *content, int monindex)
+{
+    TRACE(TRACE_DETAIL, ">pos=%lld,content=%s,monindex=%d", ll{pos},
+          content != nullptr ? content : "NULL", monindex);
+    if (content == nullptr) {
+        TRACE(TRACE_ERROR, "<content= null!return -1.");
+        return -1;
+    }
+    HKEY key = nullptr;
+    // The message of this one names the constant, not the path: kept, its readers search for it.
+    if (!MonIndexIsValid(kUnit, __func__, monindex) ||
+        !OpenToWrite(__func__, "TARSK_REG_SYSLOG_SUB_KEY", &key))
+        return -1;
+    const bool done = WriteOrientation(__func__, key, kNames[monindex], pos, content);
+    return CloseAndReturn(__func__, key, done);
+}

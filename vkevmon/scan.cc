@@ -1,0 +1,305 @@
+#include "vkevmon/scan.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "fileacc/fileacc.h"
+#include "fileacc/line_text.h"
+#include "platform/trace.h"
+#include "regacc/regacc.h"
+#include "vkevmon/file_set.h"
+#include "vkevmon/hits.h"
+#include "vkevmon/match.h"
+#include "vkevmon/settings.h"
+
+time_t lastendtime = 0;
+
+namespace {
+
+constexpr char kUnit[] = "vkevmon";
+constexpr char kPass[] = "WatchSyslogMain";
+
+// What the system logger writes instead of repeating a line.
+constexpr char kRepeatText[] = "last message repeated";
+constexpr char kRepeatFormat[] = "last message repeated %d times";
+
+using ll = long long;
+
+// A line of the log and where it begins.
+struct Line {
+    char text[kLineBufferSize];
+    int64_t pos;
+};
+
+// Reading one file. `current` waits to be checked until the line behind it is known, because the
+// repeats that follow belong to it.
+struct Reading {
+    int slot;
+    Line current;
+    Line ahead;    // the line read last, also when it was a repeat
+    Line previous; // what the repeats at the head of the new part refer to
+    int times;     // occurrences that the line to be checked stands for
+    bool current_pending;
+    bool ahead_is_line; // a line that is no repeat was read ahead
+    bool previous_pending;
+};
+
+// Is the line a repeat line with a readable number?
+bool IsRepeat(const char *text, int *times)
+{
+    const char *repeat = strstr(text, kRepeatText);
+    return repeat != nullptr && sscanf(repeat, kRepeatFormat, times) == 1;
+}
+
+const char *TimeText(time_t moment, char *text)
+{
+    const char *shown = ctime_r(&moment, text);
+    return shown != nullptr ? shown : "NULL";
+}
+constexpr size_t kTimeTextSize = 32; // ctime_r writes 26 bytes for years of four digits
+
+// ---- one file, line by line ----
+
+// Looks backwards for the line that the repeats at the head of the new part refer to. An earlier
+// pass has checked it, so it is checked again for the new occurrences only. The numbers of the
+// repeat lines on the way belong to that pass too and are not added.
+void FindRepeatedLine(Reading *reading)
+{
+    SaveFileEnv();
+    while (FBegin() == 0) {
+        if (GetPreLine(&reading->previous.pos, reading->previous.text, kLineBufferSize) != 0)
+            break;
+        int counted_before = 0;
+        if (!IsRepeat(reading->previous.text, &counted_before)) {
+            reading->previous_pending = true;
+            break;
+        }
+    }
+    RecoverFileEnv();
+}
+
+// Reads the first new line. False when it cannot be read.
+bool Begin(Reading *reading)
+{
+    Line &first = reading->current;
+    if (GetNextLine(&first.pos, first.text, kLineBufferSize) != 0) {
+        TRACE_FOR(kPass, TRACE_ERROR, "Get Next Line failed.");
+        return false;
+    }
+    int times = 0;
+    if (IsRepeat(first.text, &times)) {
+        reading->ahead = first;
+        reading->times = times;
+        FindRepeatedLine(reading);
+    } else {
+        reading->times = 1;
+        reading->current_pending = true;
+    }
+    return true;
+}
+
+// Reads ahead to the next line that is no repeat, folding the repeats into `times`.
+void ReadAhead(Reading *reading)
+{
+    Line &ahead = reading->ahead;
+    while (FEof() == 0) {
+        ahead.text[0] = '\0';
+        if (GetNextLine(&ahead.pos, ahead.text, kLineBufferSize) != 0) {
+            TRACE_FOR(kPass, TRACE_ERROR, "Get Next line failed.");
+            return;
+        }
+        int repeats = 0;
+        if (!IsRepeat(ahead.text, &repeats)) {
+            reading->ahead_is_line = true;
+            return;
+        }
+        reading->times = AddSaturated(reading->times, repeats);
+    }
+}
+
+// Checks the line that waits, for all its occurrences.
+void CheckWaiting(Reading *reading)
+{
+    const int slot = reading->slot;
+    if (reading->current_pending) {
+        CopyCut(reading->current.text, content[slot], kLineBufferSize);
+        curpos[slot] = reading->current.pos;
+        // The message shows the line of slot 0 also while slot 1 is read; kept as it is known.
+        if (CheckLine(reading->current.text, reading->times) == -1)
+            TRACE_FOR(kPass, TRACE_ERROR, "CheckLine: %s --failed", content[0]);
+    } else if (reading->previous_pending) {
+        reading->previous_pending = false;
+        if (CheckLine(reading->previous.text, reading->times) == -1)
+            TRACE_FOR(kPass, TRACE_ERROR, "CheckLine: %s --failed", reading->previous.text);
+    }
+}
+
+// The line read ahead becomes the one that waits. False when there is none.
+bool Advance(Reading *reading)
+{
+    if (!reading->ahead_is_line)
+        return false;
+    reading->current = reading->ahead;
+    reading->times = 1;
+    reading->current_pending = true;
+    reading->ahead_is_line = false;
+    return true;
+}
+
+void StorePosition(int slot)
+{
+    if (RegSetOrientation(curpos[slot], content[slot], slot) != 0)
+        TRACE_FOR(kPass, TRACE_ERROR, "RegSetOrientation error IGNORED: %lld %s", ll{curpos[slot]},
+                  content[slot]);
+}
+
+// Reads and checks the new lines of the positioned file.
+void ReadNewLines(int slot)
+{
+    Reading reading{};
+    reading.slot = slot;
+    if (!Begin(&reading))
+        return;
+    do {
+        ReadAhead(&reading);
+        CheckWaiting(&reading);
+    } while (Advance(&reading));
+
+    // Repeats at the end of the file were folded: the place behind them is stored, or the next pass
+    // would count them again.
+    if (reading.ahead.text[0] != '\0' && reading.ahead.pos >= 1) {
+        CopyCut(reading.ahead.text, content[slot], kLineBufferSize);
+        curpos[slot] = reading.ahead.pos;
+    }
+    StorePosition(slot);
+}
+
+// Positions the open file on the first unchecked line and reads on from there.
+void ReadOpenFile(int slot)
+{
+    if (GotoPos(&curpos[slot], content[slot], kLineBufferSize) != 0) {
+        TRACE_FOR(kPass, TRACE_ERROR, "Set syslog pos failed.");
+        return;
+    }
+    if (FEof() == 0) {
+        ReadNewLines(slot);
+        return;
+    }
+    if (RegSetOrientation(curpos[slot], content[slot], slot) != 0)
+        TRACE_FOR(kPass, TRACE_ERROR, "Set orientation to reg error IGNORED: %lld %s",
+                  ll{curpos[slot]}, content[slot]);
+    TRACE_FOR(kPass, TRACE_DETAIL, "Get end of file after GotoPos");
+}
+
+bool OpenFileOfSet(const char *path)
+{
+    if (InitFile(path) == 0)
+        return true;
+    TRACE_FOR(kPass, TRACE_ERROR, "Init Syslog file %s failed.", path);
+    return false;
+}
+
+void ReadFile(int slot)
+{
+    char buffer[kBackupPathSize];
+    const char *path = LogPath(slot, logindex[slot], buffer);
+    if (!OpenFileOfSet(path))
+        return;
+    ReadOpenFile(slot);
+    FinishFile();
+    TRACE_FOR(kPass, TRACE_DETAIL, "Get end of file %s", path);
+}
+
+// ---- across the files of a slot ----
+
+bool HasFile(int slot)
+{
+    return static_cast<int32_t>(logindex[slot]) >= 0;
+}
+
+// Reads the head line of the file at logindex. False when the file must be passed over.
+bool ReadHeadLine(int slot)
+{
+    char buffer[kBackupPathSize];
+    if (!OpenFileOfSet(LogPath(slot, logindex[slot], buffer)))
+        return false;
+    const bool done = GetFirstLine(headline[slot], kLineBufferSize) == 0;
+    if (!done)
+        headline[slot][0] = '\0';
+    FinishFile();
+    return done;
+}
+
+// Moves to the next newer file that can be read and records it as the followed one, nothing of it
+// checked yet. False when the live file is done.
+bool MoveToNewerFile(int slot)
+{
+    for (--logindex[slot]; HasFile(slot); --logindex[slot]) {
+        if (!ReadHeadLine(slot))
+            continue;
+        curpos[slot] = -1;
+        content[slot][0] = '\0';
+        if (RegSetHeadLine(headline[slot], slot) != 0)
+            TRACE_FOR(kPass, TRACE_ERROR, "RegSetHeadLine error IGNORED: %s", headline[slot]);
+        if (RegSetOrientation(-1, content[slot], slot) != 0)
+            TRACE_FOR(kPass, TRACE_ERROR, "RegSetOrientation error IGNORED: -1, \"\\0\"");
+        return true;
+    }
+    return false;
+}
+
+void RecallLastEndTime()
+{
+    if (lastendtime != 0 || RegGetRecTime(&lastendtime) == 0)
+        return;
+    lastendtime = time(nullptr);
+    char text[kTimeTextSize];
+    TRACE_FOR(kPass, TRACE_ERROR, "Can't get last end time, use current time %s",
+              TimeText(lastendtime, text));
+}
+
+void RecordEndTime()
+{
+    lastendtime = time(nullptr);
+    if (RegSetRecTime(lastendtime) == 0)
+        return;
+    char text[kTimeTextSize];
+    TRACE_FOR(kPass, TRACE_ERROR, "Can't set last end time to registry: %s",
+              TimeText(lastendtime, text));
+}
+
+void ScanSlot(int slot)
+{
+    gMonIndex = slot; // the directory filters take no argument of their own
+    if (syslogpath[slot][0] == '\0') {
+        TRACE_FOR(kPass, TRACE_DETAIL, "<monitoring index:[%d]: filename is empty, ignore.", slot);
+        return;
+    }
+    switch (CheckSyslog(slot)) {
+    case -1:
+        TRACE_FOR(kPass, TRACE_ERROR, "< CheckSyslog(%d) failed.", slot);
+        return;
+    case 0:
+        TRACE_FOR(kPass, TRACE_DETAIL, "<Syslog is needn't to change.");
+        return;
+    default:
+        break;
+    }
+    RecallLastEndTime();
+    do {
+        ReadFile(slot);
+    } while (MoveToNewerFile(slot));
+    RecordEndTime();
+    FreeBackupList(slot);
+    TRACE_FOR(kPass, TRACE_DETAIL, "<return %d", 0);
+}
+
+} // namespace
+
+int WatchSyslogMain(void)
+{
+    TRACE(TRACE_DETAIL, ">");
+    for (int slot = 0; slot < MAX_MON_FILES; ++slot)
+        ScanSlot(slot);
+    return 0;
+}

@@ -1,0 +1,32 @@
+// One pass over the monitored logs.
+//
+// A slot goes through these states in a pass; every failure leads to the end of the slot, never of
+// the pass:
+//
+//   no name       -> end                     no customer file is set
+//   no resume point -> recorded              CheckSyslog starts afresh from the end of the live
+//   file found         -> positioned              GotoPos, in the file that holds the resume point
+//   positioned    -> read                    every new line of the file, repeats folded
+//   read          -> stored                  position and text of the last line checked
+//   stored        -> next newer file         its head line and "no position" are stored, it is read
+//   whole live file stored -> end                  the end time of the scan is stored
+#ifndef VKEVMON_SCAN_H
+#define VKEVMON_SCAN_H
+
+#include <ctime>
+
+// Module-wide state, on the monitor thread: when the scan of a slot ended last; 0: not known yet.
+// It is read from the registry once, and stands in for the time of a remembered line that has none.
+extern time_t lastendtime;
+
+#pragma GCC visibility push(default)
+extern "C" {
+
+// Reads every line written to the system log and the customer file since the last pass, across
+// rotations, hands each to CheckLine, and stores how far it came. The result has no meaning.
+int WatchSyslogMain(void);
+
+} // extern "C"
+#pragma GCC visibility pop
+
+#endif // VKEVMON_SCAN_H

@@ -1,0 +1,36 @@
+// The time stamp at the head of a syslog line, and the hours in which an entry is watched.
+//
+// A leaf: it depends on nothing of the module, so every folder may use it.
+#ifndef VKEVMON_SYSLOG_TIME_H
+#define VKEVMON_SYSLOG_TIME_H
+
+#include <cstdint>
+#include <ctime>
+
+#include "platform/types.h"
+
+constexpr int kHoursOfDay = 24;
+
+// The bit of each local hour in a watch-time mask.
+extern const uint32_t TimeMask[kHoursOfDay];
+
+#pragma GCC visibility push(default)
+extern "C" {
+
+// The local time of a line that begins with a stamp such as "Jan  5 10:00:01". The stamp has no
+// year: it is taken for the current month or the one before it, and any other month is refused,
+// because a stamp from two months ago or from a later month is a clock set back or a line written
+// in the future. The only year boundary that is recognised is a December stamp in January. Values
+// out of range (February 30) are left to mktime's normalisation.
+//   pcur_time  out: the time. Also written, as -1, when the last step alone failed.
+// Returns TRUE, or FALSE after tracing why. Reentrant; keeps no state.
+BOOL GetSyslogTime(const char *buf, time_t *pcur_time);
+
+// 1 when the bit of t's local hour (bit 0: midnight to 1 o'clock) is set in `watchtime`, else 0.
+// Bits 24 to 31 have no meaning. Reentrant; keeps no state.
+int OnTime(time_t t, unsigned int watchtime);
+
+} // extern "C"
+#pragma GCC visibility pop
+
+#endif // VKEVMON_SYSLOG_TIME_H

@@ -1,0 +1,67 @@
+// The monitoring table: the registered events, in memory.
+//
+// The registry, below HKEY_LOCAL_MACHINE\SOFTWARE\KORBIN\TARSKVOSKAR\REPORTTABLE\EVENTLOG:
+//
+//   APPLICATION                                one subkey per event source
+//   APPLICATION\<source>                       one subkey per event ID, named in hexadecimal
+//   digits; a
+//                                              value NEWAPPLICATIONTYPE keeps the whole source out
+//   APPLICATION\<source>\<ID>\WATCHSETTING     KeyWord, KeyWord2, KeyWord3: text
+//                                              ReportCount, WatchTime: 32-bit integers
+//
+// Entries stand in the order in which the registry enumerates them, and are matched in that order.
+#ifndef VKEVMON_TABLE_H
+#define VKEVMON_TABLE_H
+
+#include <cstddef>
+#include <cstdint>
+
+constexpr int kMaxEntries = 2048;       // events in the table, and names that SearchSubKey lists
+constexpr size_t kKeywordSize = 257;    // bytes, the zero byte included
+constexpr size_t kSourceNameSize = 500; // bytes, the zero byte included
+
+// One registered event.
+struct VKVMon {
+    char Keyword1[kKeywordSize]; // text that a line must contain; empty: no condition
+    char Keyword2[kKeywordSize];
+    char Keyword3[kKeywordSize];
+    uint32_t EventID;
+    char Source[kSourceNameSize];
+    uint32_t WatchTime;   // bit h: watched during hour h, 0 to 23, of local time
+    int32_t ReportCount;  // hits that make one report; 0 or less: the entry never counts
+    int32_t CurrentCount; // hits since the last report; raised and reset by the matchers
+};
+
+// Module-wide state, read by the matchers on every line. Written by the functions below, by the
+// entry at shut-down, and between passes by the host, which may fill the table itself.
+#pragma GCC visibility push(default)
+extern VKVMon
+    *lpVKVMon[kMaxEntries]; // entries 0 to nCnt - 1, each from calloc and owned here; then null
+extern int nCnt;            // entries in use
+#pragma GCC visibility pop
+
+#pragma GCC visibility push(default)
+extern "C" {
+
+// Empties the table and loads it afresh. The caller holds the mutex EVENTLOG_SEMA.
+// Returns 0 (also for no entries), or -1 after tracing why, with an empty table: one source or
+// event that cannot be read fails the whole load. Left out without failing: sources of products
+// that are not set up, sources with NEWAPPLICATIONTYPE, events whose three keywords are all empty,
+// events beyond kMaxEntries.
+int VKVMonQueGet(void);
+
+// Lists the subkeys of HKEY_LOCAL_MACHINE\lpszKeyName.
+//   lplpszSubKey  out: up to kMaxEntries buffers of at least 256 bytes each, filled from the first
+//   num           out: how many were filled
+// Of the APPLICATION key, sources with a value NEWAPPLICATIONTYPE are left out. Names beyond
+// kMaxEntries are passed over without a word.
+// Returns 0, or -1 after tracing why.
+int SearchSubKey(const char *lpszKeyName, char **lplpszSubKey, int *num);
+
+} // extern "C"
+#pragma GCC visibility pop
+
+// Frees the entries 0 to nCnt - 1 and sets their slots to null. nCnt stays as it is.
+void FreeTableEntries();
+
+#endif // VKEVMON_TABLE_H
