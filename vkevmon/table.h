@@ -13,24 +13,7 @@
 #ifndef VKEVMON_TABLE_H
 #define VKEVMON_TABLE_H
 
-#include <cstddef>
-#include <cstdint>
-
-constexpr int kMaxEntries = 2048;       // events in the table, and names that SearchSubKey lists
-constexpr size_t kKeywordSize = 257;    // bytes, the zero byte included
-constexpr size_t kSourceNameSize = 500; // bytes, the zero byte included
-
-// One registered event.
-struct VKVMon {
-    char Keyword1[kKeywordSize]; // text that a line must contain; empty: no condition
-    char Keyword2[kKeywordSize];
-    char Keyword3[kKeywordSize];
-    uint32_t EventID;
-    char Source[kSourceNameSize];
-    uint32_t WatchTime;   // bit h: watched during hour h, 0 to 23, of local time
-    int32_t ReportCount;  // hits that make one report; 0 or less: the entry never counts
-    int32_t CurrentCount; // hits since the last report; raised and reset by the matchers
-};
+#include "platform/monitor_entry.h"
 
 // Module-wide state, read by the matchers on every line. Written by the functions below, by the
 // entry at shut-down, and between passes by the host, which may fill the table itself.

@@ -1,0 +1,47 @@
+#include "agent/alerts/alert_store.h"
+
+namespace alerts {
+
+int64_t AddAlert(tarsk::Store &store, const Alert &alert)
+{
+    int64_t id = 0;
+    store.Write([&](tarsk::Database &database) {
+        tarsk::Statement insert(database,
+                                "INSERT INTO alert (time_ms, host, log_name, source, event_id,"
+                                " count, message) VALUES (?, ?, ?, ?, ?, ?, ?)");
+        insert.Run(alert.time_ms, alert.host, alert.log_name, alert.source, alert.event_id,
+                   alert.count, alert.message);
+        id = database.LastInsertId();
+    });
+    return id;
+}
+
+std::vector<Alert> ReadAlerts(tarsk::Database &database, int64_t after, int64_t since_ms,
+                              int64_t limit)
+{
+    tarsk::Statement select(database,
+                            "SELECT id, time_ms, host, log_name, source, event_id, count, message"
+                            " FROM alert WHERE id > ? AND time_ms >= ? ORDER BY id LIMIT ?");
+    std::vector<Alert> found;
+    select.Start(after, since_ms, limit);
+    while (select.Next())
+        found.push_back({select.Integer(0), select.Integer(1), select.Text(2), select.Text(3),
+                         select.Text(4), static_cast<uint32_t>(select.Integer(5)),
+                         static_cast<int32_t>(select.Integer(6)), select.Text(7)});
+    return found;
+}
+
+int64_t NewestAlertId(tarsk::Database &database)
+{
+    // Of the sequence, not of the rows: old alerts may have been removed.
+    tarsk::Statement newest(database, "SELECT seq FROM sqlite_sequence WHERE name = 'alert'");
+    newest.Start();
+    return newest.Next() ? newest.Integer(0) : 0;
+}
+
+std::string IdempotencyKey(const std::string &store_uuid, int64_t id)
+{
+    return store_uuid + "/" + std::to_string(id);
+}
+
+} // namespace alerts

@@ -1,0 +1,116 @@
+// alerts
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <thread>
+
+#include "agent/alerts/alert_store.h"
+#include "agent/cli/command.h"
+#include "agent/cli/output.h"
+#include "agent/common/alert_text.h"
+#include "agent/common/events.h"
+
+namespace cli {
+
+namespace {
+
+using alerts::Alert;
+using nlohmann::json;
+
+constexpr int64_t kAtOnce = 1000;               // alerts read in one go
+constexpr std::chrono::milliseconds kLook{200}; // between two looks for new ones
+
+struct AlertOptions {
+    bool follow = false;
+    std::string since;
+};
+
+// "10m", "2h", "1d", "90s" before now, or a local time "2026-11-21 10:00[:00]". Milliseconds since
+// 1970.
+int64_t ParseSince(const std::string &text)
+{
+    using namespace std::chrono;
+    const int64_t now = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+    int amount = 0;
+    char unit = 0;
+    char rest = 0;
+    if (sscanf(text.c_str(), "%d%c%c", &amount, &unit, &rest) == 2 && amount >= 0) {
+        const std::string units = "smhd";
+        constexpr int64_t kSeconds[] = {1, 60, 3600, 86400};
+        const size_t index = units.find(unit);
+        if (index != std::string::npos)
+            return now - (amount * kSeconds[index] * 1000);
+    }
+    for (const char *format : {"%Y-%m-%d %H:%M:%S", "%Y-%m-%d %H:%M", "%Y-%m-%d"}) {
+        struct tm local {};
+        const char *end = strptime(text.c_str(), format, &local);
+        if (end != nullptr && *end == '\0') {
+            local.tm_isdst = -1;
+            return int64_t{mktime(&local)} * 1000;
+        }
+    }
+    throw tarsk::Error("cannot use the time \"" + text + "\"", "its form is not known",
+                       "write 90s, 10m, 2h, 1d or \"2026-11-21 10:00\"");
+}
+
+json ToJson(const Alert &alert)
+{
+    return {{"id", alert.id},
+            {"key", alerts::IdempotencyKey(tarsk::HostStore().uuid(), alert.id)},
+            {"time_ms", alert.time_ms},
+            {"host", alert.host},
+            {"source", alert.source},
+            {"event_id", agent::FormatEventId(alert.event_id)},
+            {"count", alert.count},
+            {"message", alert.message}};
+}
+
+// One object a line: a list that goes on has no closing bracket.
+void Print(const Context &context, const Alert &alert)
+{
+    if (context.json) {
+        const std::string text = ToJson(alert).dump(-1, ' ', false, json::error_handler_t::replace);
+        printf("%s\n", text.c_str());
+    } else {
+        printf("%s\n", agent::AlertLine(alert).c_str());
+    }
+}
+
+int ShowAlerts(const Context &context, const AlertOptions &options)
+{
+    const int64_t since = options.since.empty() ? 0 : ParseSince(options.since);
+    context.Open();
+    tarsk::Database &database = tarsk::HostStore().database();
+    int64_t shown = 0;
+    for (;;) {
+        const auto found = alerts::ReadAlerts(database, shown, since, kAtOnce);
+        for (const Alert &alert : found)
+            Print(context, alert);
+        if (!found.empty()) {
+            shown = found.back().id;
+            continue;
+        }
+        fflush(stdout);
+        if (!options.follow)
+            return kExitDone;
+        std::this_thread::sleep_for(kLook);
+    }
+}
+
+void SetUpAlerts(CLI::App &app, Context &context, Action &action)
+{
+    auto options = std::make_shared<AlertOptions>();
+    app.add_flag("-f,--follow", options->follow, "Go on with new ones until interrupted");
+    app.add_option("--since", options->since,
+                   "Only from this time on: 90s, 10m, 2h, 1d ago, or \"2026-11-21 10:00\"")
+        ->type_name("TIME");
+    app.callback([&, options] { action = [&, options] { return ShowAlerts(context, *options); }; });
+}
+
+} // namespace
+
+const std::vector<Command> kAlertCommands = {
+    {"alerts", "Show what was reported, oldest first", SetUpAlerts},
+};
+
+} // namespace cli

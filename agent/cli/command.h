@@ -1,0 +1,65 @@
+// The commands of syslogmon: each is a row with its words, its help line and the function that sets
+// up its options and what it does.
+#ifndef AGENT_CLI_COMMAND_H
+#define AGENT_CLI_COMMAND_H
+
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "agent/libtarsk/error.h"
+#include "agent/libtarsk/host.h"
+#include "agent/libtarsk/layout.h"
+
+namespace cli {
+
+// Exit statuses.
+constexpr int kExitDone = 0;
+constexpr int kExitFailed = 1;     // it failed and said why on standard error
+constexpr int kExitUsage = 2;      // the words on the command line were wrong
+constexpr int kExitNotRunning = 3; // the daemon is not running
+
+// The daemon is needed and is not running.
+class NotRunning : public tarsk::Error {
+  public:
+    NotRunning()
+        : tarsk::Error("cannot reach the monitor", "syslogmond is not running",
+                       "start it with systemctl start syslogmond, or run syslogmond")
+    {
+    }
+};
+
+// What every command can use.
+struct Context {
+    tarsk::Layout layout;
+    bool json = false; // print JSON instead of text
+
+    // Opens the store; call it before the registry is used. Throws tarsk::StoreError.
+    void Open() const;
+};
+
+// Set by a command; run after the command line was understood. Returns the exit status.
+using Action = std::function<int()>;
+
+struct Command {
+    const char *words; // "event add"
+    const char *help;
+    void (*set_up)(CLI::App &app, Context &context, Action &action);
+};
+
+// The rows of each file.
+extern const std::vector<Command> kStatusCommands;
+extern const std::vector<Command> kEventCommands;
+extern const std::vector<Command> kSettingCommands;
+extern const std::vector<Command> kScanCommands;
+extern const std::vector<Command> kAlertCommands;
+extern const std::vector<Command> kRegistryCommands;
+extern const std::vector<Command> kTraceCommands;
+
+} // namespace cli
+
+#endif // AGENT_CLI_COMMAND_H

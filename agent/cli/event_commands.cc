@@ -1,0 +1,284 @@
+// event list, show, add, set, remove
+#include <algorithm>
+#include <map>
+#include <optional>
+
+#include "agent/cli/command.h"
+#include "agent/cli/output.h"
+#include "agent/common/events.h"
+#include "agent/libtarsk/hit_counters.h"
+
+namespace cli {
+
+namespace {
+
+using agent::EventKey;
+using agent::EventRecord;
+using agent::EventRegistry;
+using agent::StoredEvent;
+using nlohmann::json;
+
+// The values of an event as they are typed. What is not given stays as it is, or gets its default.
+struct EventOptions {
+    std::string source;
+    std::string id;
+    std::optional<std::vector<std::string>> keywords;
+    std::optional<std::string> hours;
+    std::optional<int64_t> report_count;
+};
+
+void AddKeyOptions(CLI::App &app, EventOptions &options)
+{
+    app.add_option("source", options.source, "Name of the event's source")->required();
+    app.add_option("id", options.id, "Event ID, one to eight hexadecimal digits")->required();
+}
+
+void AddValueOptions(CLI::App &app, EventOptions &options)
+{
+    app.add_option("-k,--keyword", options.keywords,
+                   "Text that a line must contain; give it up to three times")
+        ->type_name("TEXT")
+        ->expected(1)
+        ->take_all();
+    app.add_option("-n,--report-count", options.report_count, "Hits that make one report")
+        ->type_name("N");
+    app.add_option("--hours", options.hours,
+                   "Hours of the day in which it counts: all, none, 8-18, 22-6,12")
+        ->type_name("HOURS");
+}
+
+EventKey KeyOf(const EventOptions &options)
+{
+    return {options.source, agent::ParseEventId(options.id)};
+}
+
+std::string Quoted(const EventKey &key)
+{
+    return key.source + " " + agent::FormatEventId(key.id);
+}
+
+void ApplyOptions(const EventOptions &options, EventRecord *event)
+{
+    if (options.keywords) {
+        if (options.keywords->size() > event->keywords.size())
+            throw tarsk::Error("cannot use event " + Quoted(event->key),
+                               "it has more than three keywords", "give at most three");
+        event->keywords = {};
+        std::copy(options.keywords->begin(), options.keywords->end(), event->keywords.begin());
+    }
+    if (options.hours)
+        event->hours = agent::ParseHours(*options.hours);
+    if (options.report_count) {
+        if (*options.report_count < 1 || *options.report_count > INT32_MAX)
+            throw tarsk::Error("cannot use the report count " +
+                                   std::to_string(*options.report_count) + " of event " +
+                                   Quoted(event->key),
+                               "it is out of range", "use a number from 1 to 2147483647");
+        event->report_count = static_cast<int32_t>(*options.report_count);
+    }
+}
+
+void Change(const std::function<void(EventRegistry &)> &change)
+{
+    agent::ChangeEvents(
+        [&] {
+            EventRegistry events(tarsk::HostRegistry());
+            change(events);
+        },
+        [] { fprintf(stderr, "syslogmon: waiting until the table of events is free...\n"); });
+}
+
+// ---- adding and changing ----
+
+int AddEvent(const Context &context, const EventOptions &options)
+{
+    context.Open();
+    EventRecord event;
+    event.key = KeyOf(options);
+    ApplyOptions(options, &event);
+    Change([&](EventRegistry &events) {
+        if (events.Find(event.key))
+            throw tarsk::Error("cannot add event " + Quoted(event.key), "it is registered already",
+                               "change it with syslogmon event set");
+        events.Write(event);
+    });
+    return kExitDone;
+}
+
+StoredEvent FindOrFail(EventRegistry &events, const EventKey &key)
+{
+    auto stored = events.Find(key);
+    if (!stored)
+        throw tarsk::Error("cannot find event " + Quoted(key), "it is not registered",
+                           "see syslogmon event list");
+    return *stored;
+}
+
+int SetEvent(const Context &context, const EventOptions &options)
+{
+    context.Open();
+    const EventKey key = KeyOf(options);
+    Change([&](EventRegistry &events) {
+        EventRecord event = FindOrFail(events, key).event;
+        ApplyOptions(options, &event);
+        events.Write(event);
+    });
+    return kExitDone;
+}
+
+int RemoveEvent(const Context &context, const EventOptions &options)
+{
+    context.Open();
+    const EventKey key = KeyOf(options);
+    Change([&](EventRegistry &events) {
+        FindOrFail(events, key);
+        events.Remove(key);
+    });
+    return kExitDone;
+}
+
+// ---- showing ----
+
+// The hits of an event so far, as of the last pass.
+using Hits = std::map<std::pair<std::string, uint32_t>, int32_t>;
+
+Hits ReadHits()
+{
+    Hits hits;
+    for (const auto &counter : tarsk::HitCounters::Load(tarsk::HostStore()))
+        hits.try_emplace({counter.source, counter.event_id}, counter.current_count);
+    return hits;
+}
+
+std::optional<int32_t> HitsOf(const Hits &hits, const EventKey &key)
+{
+    const auto found = hits.find({key.source, key.id});
+    return found != hits.end() ? std::optional<int32_t>(found->second) : std::nullopt;
+}
+
+std::string KeywordText(const EventRecord &event)
+{
+    std::string text;
+    for (const std::string &keyword : event.keywords) {
+        if (!keyword.empty())
+            text += (text.empty() ? "\"" : " + \"") + keyword + "\"";
+    }
+    return text;
+}
+
+std::string HitText(const std::optional<int32_t> &hits, const EventRecord &event)
+{
+    return (hits ? std::to_string(*hits) : "-") + "/" + std::to_string(event.report_count);
+}
+
+json ToJson(const StoredEvent &stored, const std::optional<int32_t> &hits)
+{
+    const EventRecord &event = stored.event;
+    json keywords = json::array();
+    for (const std::string &keyword : event.keywords) {
+        if (!keyword.empty())
+            keywords.push_back(keyword);
+    }
+    json object = {{"source", event.key.source},
+                   {"id", agent::FormatEventId(event.key.id)},
+                   {"keywords", keywords},
+                   {"report_count", event.report_count},
+                   {"hours", agent::FormatHours(event.hours)},
+                   {"hits", nullptr}};
+    if (hits)
+        object["hits"] = *hits;
+    if (!stored.problem.empty())
+        object["problem"] = stored.problem;
+    return object;
+}
+
+int ListEvents(const Context &context)
+{
+    context.Open();
+    const auto sources = EventRegistry(tarsk::HostRegistry()).ReadAll();
+    const Hits hits = ReadHits();
+    json list = json::array();
+    Table table({"SOURCE", "ID", "HITS", "HOURS", "KEYWORDS"});
+    for (const auto &source : sources) {
+        if (source.is_new_application_type)
+            continue; // not the monitor's
+        for (const StoredEvent &stored : source.events) {
+            const auto count = HitsOf(hits, stored.event.key);
+            list.push_back(ToJson(stored, count));
+            const std::string keywords =
+                stored.problem.empty() ? KeywordText(stored.event) : "(" + stored.problem + ")";
+            table.Add({source.name, agent::FormatEventId(stored.event.key.id),
+                       HitText(count, stored.event), agent::FormatHours(stored.event.hours),
+                       keywords});
+        }
+    }
+    if (context.json)
+        PrintJson({{"events", list}});
+    else
+        table.Print();
+    return kExitDone;
+}
+
+int ShowEvent(const Context &context, const EventOptions &options)
+{
+    context.Open();
+    EventRegistry events(tarsk::HostRegistry());
+    const StoredEvent stored = FindOrFail(events, KeyOf(options));
+    const EventRecord &event = stored.event;
+    const auto hits = HitsOf(ReadHits(), event.key);
+    if (context.json) {
+        PrintJson({{"event", ToJson(stored, hits)}});
+        return kExitDone;
+    }
+    Table table({"VALUE", ""});
+    table.Add({"source", event.key.source});
+    table.Add({"id", agent::FormatEventId(event.key.id)});
+    for (const std::string &keyword : event.keywords) {
+        if (!keyword.empty())
+            table.Add({"keyword", keyword});
+    }
+    table.Add({"report-count", std::to_string(event.report_count)});
+    table.Add({"hours", agent::FormatHours(event.hours)});
+    table.Add({"hits", hits ? std::to_string(*hits) : "-"});
+    if (!stored.problem.empty())
+        table.Add({"problem", stored.problem});
+    table.Print();
+    return kExitDone;
+}
+
+// Sets up a command that takes the given options.
+using Function = int (*)(const Context &, const EventOptions &);
+
+template <Function Run>
+void SetUpKey(CLI::App &app, Context &context, Action &action)
+{
+    auto options = std::make_shared<EventOptions>();
+    AddKeyOptions(app, *options);
+    app.callback([&, options] { action = [&, options] { return Run(context, *options); }; });
+}
+
+template <Function Run>
+void SetUpValues(CLI::App &app, Context &context, Action &action)
+{
+    auto options = std::make_shared<EventOptions>();
+    AddKeyOptions(app, *options);
+    AddValueOptions(app, *options);
+    app.callback([&, options] { action = [&, options] { return Run(context, *options); }; });
+}
+
+void SetUpList(CLI::App &app, Context &context, Action &action)
+{
+    app.callback([&] { action = [&] { return ListEvents(context); }; });
+}
+
+} // namespace
+
+const std::vector<Command> kEventCommands = {
+    {"event list", "List the registered events with their hits so far", SetUpList},
+    {"event show", "Show one event", SetUpKey<ShowEvent>},
+    {"event add", "Register an event", SetUpValues<AddEvent>},
+    {"event set", "Change values of an event; what is not given stays", SetUpValues<SetEvent>},
+    {"event remove", "Remove an event", SetUpKey<RemoveEvent>},
+};
+
+} // namespace cli

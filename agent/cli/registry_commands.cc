@@ -1,0 +1,305 @@
+// reg get, set, delete, list
+#include <charconv>
+#include <cstring>
+#include <optional>
+
+#include "agent/cli/command.h"
+#include "agent/cli/output.h"
+#include "platform/registry.h"
+
+namespace cli {
+
+namespace {
+
+using nlohmann::json;
+using tarsk::KeyId;
+using tarsk::RegValue;
+
+struct RegOptions {
+    std::string key;
+    std::string name;
+    std::string type = "sz";
+    std::string data;
+    bool has_name = false;
+    bool recursive = false;
+};
+
+constexpr char kRootName[] = "HKEY_LOCAL_MACHINE";
+
+// The path below the root: its name may stand before it.
+std::string BelowRoot(const std::string &path)
+{
+    const std::string root = kRootName;
+    if (path.rfind(root, 0) != 0 || (path.size() > root.size() && path[root.size()] != '\\'))
+        return path;
+    return path.substr(std::min(root.size() + 1, path.size()));
+}
+
+KeyId FindOrFail(const std::string &path)
+{
+    const auto key = tarsk::HostRegistry().Find(tarsk::kRootKey, BelowRoot(path));
+    if (!key)
+        throw tarsk::Error("cannot find the registry key " + path, "there is none of that name",
+                           "see syslogmon reg list");
+    return *key;
+}
+
+const char *TypeName(uint32_t type)
+{
+    switch (type) {
+    case REG_SZ:
+        return "sz";
+    case REG_DWORD:
+        return "dword";
+    case REG_BINARY:
+        return "binary";
+    default:
+        return "other";
+    }
+}
+
+std::string Hex(const std::string &bytes)
+{
+    std::string text;
+    for (const char byte : bytes) {
+        char hex[4];
+        snprintf(hex, sizeof hex, "%02x", static_cast<unsigned char>(byte));
+        text += (text.empty() ? "" : " ") + std::string(hex);
+    }
+    return text;
+}
+
+std::string DataText(const RegValue &value)
+{
+    if (value.type == REG_SZ)
+        return value.data.c_str();
+    uint32_t number = 0;
+    if (value.type == REG_DWORD && value.data.size() == sizeof number) {
+        memcpy(&number, value.data.data(), sizeof number);
+        return std::to_string(number);
+    }
+    return Hex(value.data);
+}
+
+json ToJson(const RegValue &value)
+{
+    json object = {{"name", value.name}, {"type", TypeName(value.type)}};
+    uint32_t number = 0;
+    if (value.type == REG_DWORD && value.data.size() == sizeof number) {
+        memcpy(&number, value.data.data(), sizeof number);
+        object["data"] = number;
+    } else {
+        object["data"] = DataText(value);
+    }
+    return object;
+}
+
+// ---- reading ----
+
+int GetValue(const Context &context, const RegOptions &options)
+{
+    context.Open();
+    const auto value = tarsk::HostRegistry().Get(FindOrFail(options.key), options.name);
+    if (!value)
+        throw tarsk::Error("cannot find the registry value " + options.name,
+                           "the key " + options.key + " has none of that name",
+                           "see syslogmon reg list");
+    if (context.json)
+        PrintJson({{"key", options.key}, {"value", ToJson(*value)}});
+    else
+        printf("%s\n", DataText(*value).c_str());
+    return kExitDone;
+}
+
+struct Listing {
+    json keys = json::array();
+    Table table{{"KEY", "VALUE", "TYPE", "DATA"}};
+};
+
+void ListKey(KeyId key, const std::string &path, bool recursive, Listing *listing)
+{
+    auto &registry = tarsk::HostRegistry();
+    json object = {{"key", path}, {"values", json::array()}, {"subkeys", json::array()}};
+    const std::string shown = path.empty() ? kRootName : path;
+    const auto values = registry.Values(key);
+    for (const RegValue &value : values) {
+        object["values"].push_back(ToJson(value));
+        listing->table.Add({shown, value.name, TypeName(value.type), DataText(value)});
+    }
+    const auto names = registry.SubKeys(key);
+    for (const std::string &name : names)
+        object["subkeys"].push_back(name);
+    if (values.empty() && names.empty())
+        listing->table.Add({shown, "", "", ""});
+    listing->keys.push_back(object);
+    for (const std::string &name : names) {
+        const std::string below = path.empty() ? name : path + "\\" + name;
+        if (recursive)
+            ListKey(*registry.Find(key, name), below, true, listing);
+        else
+            listing->table.Add({below, "", "key", ""});
+    }
+}
+
+int ListKeys(const Context &context, const RegOptions &options)
+{
+    context.Open();
+    Listing listing;
+    const std::string path = BelowRoot(options.key);
+    ListKey(FindOrFail(path), path, options.recursive, &listing);
+    if (context.json)
+        PrintJson({{"keys", listing.keys}});
+    else
+        listing.table.Print();
+    return kExitDone;
+}
+
+// ---- writing ----
+
+[[noreturn]] void RefuseData(const RegOptions &options, const char *accepted)
+{
+    throw tarsk::Error("cannot store \"" + options.data + "\" as " + options.type,
+                       "it is not of that form", accepted);
+}
+
+std::string NumberData(const RegOptions &options)
+{
+    const bool hex = options.data.rfind("0x", 0) == 0;
+    const char *begin = options.data.data() + (hex ? 2 : 0);
+    const char *end = options.data.data() + options.data.size();
+    uint32_t number = 0;
+    const auto [stopped, failed] = std::from_chars(begin, end, number, hex ? 16 : 10);
+    if (failed != std::errc() || stopped != end)
+        RefuseData(options, "use a number from 0 to 4294967295, or 0x and hexadecimal digits");
+    return {reinterpret_cast<const char *>(&number), sizeof number};
+}
+
+std::optional<unsigned> Digit(char c)
+{
+    const std::string digits = "0123456789abcdef";
+    const size_t index = digits.find(static_cast<char>(tolower(static_cast<unsigned char>(c))));
+    return index != std::string::npos ? std::optional<unsigned>(static_cast<unsigned>(index))
+                                      : std::nullopt;
+}
+
+std::string BinaryData(const RegOptions &options)
+{
+    std::string digits;
+    for (const char c : options.data) {
+        if (c != ' ' && c != ',')
+            digits += c;
+    }
+    std::string bytes;
+    for (size_t i = 0; i < digits.size(); i += 2) {
+        const auto high = Digit(digits[i]);
+        const auto low = i + 1 < digits.size() ? Digit(digits[i + 1]) : std::nullopt;
+        if (!high || !low)
+            RefuseData(options, "use pairs of hexadecimal digits, such as \"01 ab ff\"");
+        bytes += static_cast<char>((*high << 4U) | *low);
+    }
+    return bytes;
+}
+
+RegValue ValueOf(const RegOptions &options)
+{
+    if (options.type == "dword")
+        return {options.name, REG_DWORD, NumberData(options)};
+    if (options.type == "binary")
+        return {options.name, REG_BINARY, BinaryData(options)};
+    return {options.name, REG_SZ, options.data + '\0'};
+}
+
+int SetValue(const Context &context, const RegOptions &options)
+{
+    const RegValue value = ValueOf(options);
+    context.Open();
+    tarsk::Transaction transaction(tarsk::HostStore());
+    const KeyId key = tarsk::HostRegistry().Create(tarsk::kRootKey, BelowRoot(options.key));
+    tarsk::HostRegistry().Set(key, value.name, value.type, value.data);
+    transaction.Commit();
+    return kExitDone;
+}
+
+int Delete(const Context &context, const RegOptions &options)
+{
+    context.Open();
+    tarsk::Transaction transaction(tarsk::HostStore());
+    const KeyId key = FindOrFail(options.key);
+    if (key == tarsk::kRootKey && !options.has_name)
+        throw tarsk::Error("cannot delete " + std::string(kRootName), "it is the root",
+                           "name a key below it");
+    if (!options.has_name) {
+        tarsk::HostRegistry().DeleteKey(key);
+    } else if (!tarsk::HostRegistry().DeleteValue(key, options.name)) {
+        throw tarsk::Error("cannot delete the registry value " + options.name,
+                           "the key " + options.key + " has none of that name",
+                           "see syslogmon reg list");
+    }
+    transaction.Commit();
+    return kExitDone;
+}
+
+// ---- set-up ----
+
+using Function = int (*)(const Context &, const RegOptions &);
+
+template <Function Run>
+void SetAction(CLI::App &app, Context &context, Action &action,
+               const std::shared_ptr<RegOptions> &options)
+{
+    app.callback([&, options] { action = [&, options] { return Run(context, *options); }; });
+}
+
+constexpr char kKeyHelp[] = "Path of the key, with backslashes";
+
+void SetUpGet(CLI::App &app, Context &context, Action &action)
+{
+    auto options = std::make_shared<RegOptions>();
+    app.add_option("key", options->key, kKeyHelp)->required();
+    app.add_option("name", options->name, "Name of the value")->required();
+    SetAction<GetValue>(app, context, action, options);
+}
+
+void SetUpSet(CLI::App &app, Context &context, Action &action)
+{
+    auto options = std::make_shared<RegOptions>();
+    app.add_option("key", options->key, kKeyHelp)->required();
+    app.add_option("name", options->name, "Name of the value")->required();
+    app.add_option("data", options->data, "Text, number, or pairs of hexadecimal digits")
+        ->required();
+    app.add_option("--type", options->type, "Type of the value")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"sz", "dword", "binary"}));
+    SetAction<SetValue>(app, context, action, options);
+}
+
+void SetUpDelete(CLI::App &app, Context &context, Action &action)
+{
+    auto options = std::make_shared<RegOptions>();
+    app.add_option("key", options->key, kKeyHelp)->required();
+    auto *name = app.add_option("name", options->name,
+                                "Name of the value; without it, the key and all below it");
+    app.callback([&, options, name] {
+        options->has_name = name->count() > 0;
+        action = [&, options] { return Delete(context, *options); };
+    });
+}
+
+void SetUpList(CLI::App &app, Context &context, Action &action)
+{
+    auto options = std::make_shared<RegOptions>();
+    app.add_option("key", options->key, "Path of the key, with backslashes; the root without it");
+    app.add_flag("-r,--recursive", options->recursive, "With all keys below it");
+    SetAction<ListKeys>(app, context, action, options);
+}
+
+} // namespace
+
+const std::vector<Command> kRegistryCommands = {
+    {"reg get", "Print a value", SetUpGet},
+    {"reg set", "Store a value; the monitor is not told", SetUpSet},
+    {"reg delete", "Delete a value, or a key with all below it", SetUpDelete},
+    {"reg list", "List a key", SetUpList},
+};
+
+} // namespace cli

@@ -1,0 +1,77 @@
+// scan
+#include <chrono>
+#include <thread>
+
+#include "agent/cli/command.h"
+#include "agent/cli/output.h"
+#include "agent/common/daemon_lock.h"
+#include "agent/common/names.h"
+#include "agent/common/status_file.h"
+#include "agent/libtarsk/waitable.h"
+
+namespace cli {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Between two looks at the daemon's status: short, because logrotate may be waiting.
+constexpr std::chrono::milliseconds kLook{10};
+
+constexpr double kDefaultTimeout = 300; // seconds; a pass over gigabytes takes that long
+
+struct ScanOptions {
+    bool wait = false;
+    double timeout = kDefaultTimeout;
+};
+
+// Waits for the end of a pass over all files that began after `asked_ns`.
+void WaitForPass(const Context &context, int64_t asked_ns, double timeout)
+{
+    const auto end = Clock::now() + std::chrono::duration<double>(timeout);
+    for (;;) {
+        const auto status = agent::ReadStatus(context.layout.run);
+        if (status && status->last_full_pass.began_boot_ns >= asked_ns)
+            return;
+        if (!agent::DaemonLock::Holder(context.layout.run))
+            throw NotRunning();
+        if (Clock::now() >= end)
+            throw tarsk::Error("cannot wait for the scan any longer",
+                               "it has not ended after " + std::to_string(timeout) + " seconds",
+                               "see syslogmon status, or give a longer --timeout");
+        std::this_thread::sleep_for(kLook);
+    }
+}
+
+int Scan(const Context &context, const ScanOptions &options)
+{
+    if (!agent::DaemonLock::Holder(context.layout.run))
+        throw NotRunning();
+    const int64_t asked_ns = agent::BootTimeNs();
+    tarsk::Event::Create(context.layout.run, agent::kScanEvent, false, false)->Set();
+    if (options.wait)
+        WaitForPass(context, asked_ns, options.timeout);
+    if (context.json)
+        PrintJson({{"scan", options.wait ? "done" : "asked"}});
+    return kExitDone;
+}
+
+void SetUpScan(CLI::App &app, Context &context, Action &action)
+{
+    auto options = std::make_shared<ScanOptions>();
+    app.add_flag("--wait", options->wait,
+                 "Return when everything that was written before the call has been checked");
+    app.add_option("--timeout", options->timeout, "Seconds to wait at most")
+        ->capture_default_str()
+        ->type_name("SECONDS")
+        ->check(CLI::PositiveNumber);
+    app.callback([&, options] { action = [&, options] { return Scan(context, *options); }; });
+}
+
+} // namespace
+
+const std::vector<Command> kScanCommands = {
+    {"scan", "Look at all files now", SetUpScan},
+};
+
+} // namespace cli

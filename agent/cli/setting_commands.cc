@@ -1,0 +1,83 @@
+// get, set
+#include "agent/cli/command.h"
+#include "agent/cli/output.h"
+#include "agent/common/monitor_settings.h"
+
+namespace cli {
+
+namespace {
+
+using nlohmann::json;
+
+struct SettingOptions {
+    std::string name;
+    std::string value;
+};
+
+int GetSettings(const Context &context, const SettingOptions &options)
+{
+    context.Open();
+    auto &registry = tarsk::HostRegistry();
+    if (!options.name.empty()) {
+        const agent::Setting &setting = agent::FindSetting(options.name);
+        const std::string value = agent::GetSetting(registry, setting);
+        if (context.json)
+            PrintJson({{"settings", {{setting.name, value}}}});
+        else
+            printf("%s\n", value.c_str());
+        return kExitDone;
+    }
+    json all = json::object();
+    Table table({"SETTING", "VALUE", "UNIT", "MEANING"});
+    for (const agent::Setting &setting : agent::AllSettings()) {
+        const std::string value = agent::GetSetting(registry, setting);
+        all[setting.name] = value;
+        table.Add({setting.name, value, setting.unit, setting.help});
+    }
+    if (context.json)
+        PrintJson({{"settings", all}});
+    else
+        table.Print();
+    return kExitDone;
+}
+
+int SetSetting(const Context &context, const SettingOptions &options)
+{
+    const agent::Setting &setting = agent::FindSetting(options.name);
+    context.Open();
+    agent::ChangeSetting(tarsk::HostRegistry(), setting, options.value);
+    return kExitDone;
+}
+
+std::string SettingNames()
+{
+    std::string names;
+    for (const agent::Setting &setting : agent::AllSettings())
+        names += std::string(names.empty() ? "" : ", ") + setting.name;
+    return names;
+}
+
+void SetUpGet(CLI::App &app, Context &context, Action &action)
+{
+    auto options = std::make_shared<SettingOptions>();
+    app.add_option("setting", options->name, "One of " + SettingNames() + "; all without it");
+    app.callback(
+        [&, options] { action = [&, options] { return GetSettings(context, *options); }; });
+}
+
+void SetUpSet(CLI::App &app, Context &context, Action &action)
+{
+    auto options = std::make_shared<SettingOptions>();
+    app.add_option("setting", options->name, "One of " + SettingNames())->required();
+    app.add_option("value", options->value, "Its new value, or default")->required();
+    app.callback([&, options] { action = [&, options] { return SetSetting(context, *options); }; });
+}
+
+} // namespace
+
+const std::vector<Command> kSettingCommands = {
+    {"get", "Show settings", SetUpGet},
+    {"set", "Change a setting; a running monitor takes it at once", SetUpSet},
+};
+
+} // namespace cli

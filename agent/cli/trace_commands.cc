@@ -1,0 +1,40 @@
+// trace level
+#include "agent/cli/command.h"
+#include "agent/cli/output.h"
+#include "agent/common/monitor_settings.h"
+
+namespace cli {
+
+namespace {
+
+int Level(const Context &context, const std::string &level)
+{
+    context.Open();
+    const agent::Setting &setting = agent::FindSetting("trace-level");
+    if (!level.empty()) {
+        agent::ChangeSetting(tarsk::HostRegistry(), setting, level);
+        return kExitDone;
+    }
+    const std::string current = agent::GetSetting(tarsk::HostRegistry(), setting);
+    if (context.json)
+        PrintJson({{"trace_level", current}});
+    else
+        printf("%s\n", current.c_str());
+    return kExitDone;
+}
+
+void SetUpLevel(CLI::App &app, Context &context, Action &action)
+{
+    auto level = std::make_shared<std::string>();
+    app.add_option("level", *level,
+                   "detail, error, system, notable or off; without it, the level is shown");
+    app.callback([&, level] { action = [&, level] { return Level(context, *level); }; });
+}
+
+} // namespace
+
+const std::vector<Command> kTraceCommands = {
+    {"trace level", "Show or set the lowest level that the trace log keeps", SetUpLevel},
+};
+
+} // namespace cli

@@ -1,0 +1,23 @@
+// An alert as a line for people.
+#ifndef AGENT_COMMON_ALERT_TEXT_H
+#define AGENT_COMMON_ALERT_TEXT_H
+
+#include <string>
+
+#include "agent/alerts/alert_store.h"
+
+namespace agent {
+
+// "2026-11-21 10:00:01  DISK 1A2B  x3  Nov 21 10:00:00 host kernel: ...". Local time; control
+// characters of the message are shown as "?".
+std::string AlertLine(const alerts::Alert &alert);
+
+// "2026-11-21 10:00:01", local time.
+std::string LocalTime(int64_t time_ms);
+
+// Text from a log, made harmless for a terminal.
+std::string Printable(const std::string &text);
+
+} // namespace agent
+
+#endif // AGENT_COMMON_ALERT_TEXT_H

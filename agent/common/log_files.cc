@@ -1,0 +1,227 @@
+#include "agent/common/log_files.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <sys/stat.h>
+
+#include "agent/common/names.h"
+#include "platform/registry.h"
+
+namespace agent {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kLogDir[] = "/var/log";
+constexpr char kVmkernelLog[] = "/var/log/vmkernel";
+constexpr int kMaxVmkernelBackups = 4;
+
+struct Slot {
+    const char *role;
+    const char *head_line;
+    const char *pos_low;
+    const char *pos_high;
+    const char *content;
+};
+constexpr Slot kSystemLogSlot = {"system log", "HEADLINE", "POS", "H_POS", "CONTENT"};
+constexpr Slot kCustomerSlot = {"customer file", "HEADLINE_C", "POS_C", "H_POS_C", "CONTENT_C"};
+
+class Key {
+  public:
+    Key(tarsk::RegistryTree &registry, const char *path)
+        : registry_(registry), key_(registry.Find(tarsk::kRootKey, path))
+    {
+    }
+    [[nodiscard]] std::optional<std::string> Text(const char *name) const
+    {
+        const auto value = key_ ? registry_.Get(*key_, name) : std::nullopt;
+        return value ? std::optional<std::string>(value->data.c_str()) : std::nullopt;
+    }
+    [[nodiscard]] std::optional<uint32_t> Number(const char *name) const
+    {
+        const auto value = key_ ? registry_.Get(*key_, name) : std::nullopt;
+        uint32_t number = 0;
+        if (!value || value->data.size() != sizeof number)
+            return std::nullopt;
+        memcpy(&number, value->data.data(), sizeof number);
+        return number;
+    }
+    [[nodiscard]] std::optional<int64_t> Halves(const char *low, const char *high) const
+    {
+        const auto low_half = Number(low);
+        const auto high_half = Number(high);
+        if (!low_half || !high_half)
+            return std::nullopt;
+        return static_cast<int64_t>((uint64_t{*high_half} << 32U) | *low_half);
+    }
+
+  private:
+    tarsk::RegistryTree &registry_;
+    std::optional<tarsk::KeyId> key_;
+};
+
+std::optional<int64_t> SizeOf(const fs::path &path)
+{
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+        return std::nullopt;
+    return status.st_size;
+}
+
+std::string WhyUnreadable(const fs::path &path)
+{
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0)
+        return strerror(errno);
+    if (!S_ISREG(status.st_mode))
+        return "it is no regular file";
+    if (access(path.c_str(), R_OK) != 0)
+        return strerror(errno);
+    return {};
+}
+
+std::string FirstLine(const fs::path &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::string line;
+    std::getline(file, line);
+    return line;
+}
+
+time_t ModifiedAt(const fs::path &path)
+{
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 ? status.st_mtime : 0;
+}
+
+std::vector<fs::path> NumberedBackups(const fs::path &live, int most)
+{
+    std::vector<fs::path> backups;
+    for (int n = 1; n <= most; ++n) {
+        fs::path backup = live.string() + "." + std::to_string(n);
+        if (!SizeOf(backup))
+            break;
+        backups.push_back(std::move(backup));
+    }
+    return backups;
+}
+
+std::vector<fs::path> DatedBackups()
+{
+    std::vector<fs::path> backups;
+    std::error_code ignored;
+    for (const auto &entry : fs::directory_iterator(kLogDir, ignored)) {
+        const std::string name = entry.path().filename().string();
+        const bool dated = name.size() == 17 && name.rfind("messages-", 0) == 0 &&
+                           name.find_first_not_of("0123456789", 9) == std::string::npos;
+        if (dated)
+            backups.push_back(entry.path());
+    }
+    std::sort(backups.rbegin(), backups.rend());
+    return backups;
+}
+
+// Newest first, as the monitor looks for them.
+std::vector<fs::path> Backups(const fs::path &live)
+{
+    if (live == kVmkernelLog)
+        return NumberedBackups(live, kMaxVmkernelBackups);
+    if (live != kSystemLog)
+        return {};
+    auto numbered = NumberedBackups(live, INT32_MAX);
+    auto dated = DatedBackups();
+    if (numbered.empty())
+        return dated;
+    if (dated.empty() || ModifiedAt(dated.front()) <= ModifiedAt(numbered.front()))
+        return numbered;
+    return dated;
+}
+
+// The end of the line at a position: where the first unchecked line begins.
+int64_t EndOfLine(const fs::path &path, int64_t position)
+{
+    std::ifstream file(path, std::ios::binary);
+    file.seekg(position);
+    std::string line;
+    std::getline(file, line);
+    const bool ended = !file.eof() && file.good();
+    return position + static_cast<int64_t>(line.size()) + (ended ? 1 : 0);
+}
+
+void Locate(const Key &key, const Slot &slot, WatchedFile *file)
+{
+    file->problem = WhyUnreadable(file->path);
+    const auto head_line = key.Text(slot.head_line);
+    const auto position = key.Halves(slot.pos_low, slot.pos_high);
+    if (!head_line || !position) {
+        if (file->problem.empty())
+            file->problem = "not looked at yet";
+        return;
+    }
+    std::vector<fs::path> files = Backups(file->path);
+    files.insert(files.begin(), file->path);
+    int64_t newer = 0;
+    for (const fs::path &candidate : files) {
+        const auto size = SizeOf(candidate);
+        if (size && FirstLine(candidate).rfind(*head_line, 0) == 0) {
+            file->resume_file = candidate;
+            file->position = position;
+            const int64_t done = *position < 0 ? 0 : EndOfLine(candidate, *position);
+            file->behind = newer + std::max<int64_t>(*size - done, 0);
+            return;
+        }
+        newer += size.value_or(0);
+    }
+    if (file->problem.empty())
+        file->problem =
+            "the resume point is in none of its files; the monitor will go on from its end";
+}
+
+WatchedFile Slotted(const Key &key, const Slot &slot, const std::string &path)
+{
+    WatchedFile file;
+    file.role = slot.role;
+    file.path = path;
+    Locate(key, slot, &file);
+    return file;
+}
+
+WatchedFile FileMonitor(const Key &key, const std::string &path)
+{
+    WatchedFile file;
+    file.role = "file monitor";
+    file.path = path;
+    file.problem = WhyUnreadable(path);
+    const auto offset = key.Halves("OFFSET_L", "OFFSET_H");
+    const auto size = SizeOf(path);
+    if (offset && size) {
+        file.resume_file = path;
+        file.position = offset;
+        file.behind = std::max<int64_t>(*size - *offset, 0);
+    } else if (file.problem.empty()) {
+        file.problem = "not looked at yet";
+    }
+    return file;
+}
+
+} // namespace
+
+std::vector<WatchedFile> ReadWatchedFiles(tarsk::RegistryTree &registry)
+{
+    const Key monitor(registry, kMonitorKey);
+    const Key file_monitor(registry, kFileMonitorKey);
+    std::vector<WatchedFile> files = {Slotted(monitor, kSystemLogSlot, kSystemLog)};
+    const std::string customer = monitor.Text("FILENAME").value_or("");
+    if (!customer.empty())
+        files.push_back(Slotted(monitor, kCustomerSlot, customer));
+    const std::string target = file_monitor.Text("FILENAME").value_or("");
+    if (!target.empty())
+        files.push_back(FileMonitor(file_monitor, target));
+    return files;
+}
+
+} // namespace agent

@@ -1,0 +1,31 @@
+// Where the monitor stands in each file that it watches: for showing, not for reading on.
+#ifndef AGENT_COMMON_LOG_FILES_H
+#define AGENT_COMMON_LOG_FILES_H
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent/libtarsk/registry_tree.h"
+
+namespace agent {
+
+struct WatchedFile {
+    std::string role; // "system log", "customer file", "file monitor"
+    std::filesystem::path path;
+    std::filesystem::path
+        resume_file; // the file of the rotation set that holds the resume point, if any
+    std::optional<int64_t> position; // byte offset of the last line checked, respectively of the
+                                     // first line that is not
+    std::optional<int64_t> behind;   // bytes that are not checked yet
+    std::string problem;             // empty: none
+};
+
+// The system log, and the customer file and the file-monitor target when they are set.
+std::vector<WatchedFile> ReadWatchedFiles(tarsk::RegistryTree &registry);
+
+} // namespace agent
+
+#endif // AGENT_COMMON_LOG_FILES_H

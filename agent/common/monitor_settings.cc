@@ -1,0 +1,207 @@
+#include "agent/common/monitor_settings.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <optional>
+
+#include "agent/common/names.h"
+#include "agent/libtarsk/convert.h"
+#include "agent/libtarsk/error.h"
+#include "agent/libtarsk/host.h"
+#include "agent/libtarsk/settings.h"
+#include "agent/libtarsk/trace_log.h"
+#include "agent/libtarsk/waitable.h"
+#include "platform/registry.h"
+
+namespace agent {
+
+namespace {
+
+constexpr uint32_t kCycleMin = 10; // seconds
+constexpr uint32_t kCycleMax = 3600;
+constexpr size_t kPathMax = 254; // bytes; with its zero byte it must fit in the 255 that are read
+
+tarsk::RegValue Number(uint32_t number)
+{
+    return {{}, REG_DWORD, std::string(reinterpret_cast<const char *>(&number), sizeof number)};
+}
+
+tarsk::RegValue Text(const std::string &text)
+{
+    return {{}, REG_SZ, text + '\0'};
+}
+
+std::optional<uint32_t> NumberIn(const tarsk::RegValue *stored)
+{
+    uint32_t number = 0;
+    if (stored == nullptr || stored->type != REG_DWORD || stored->data.size() != sizeof number)
+        return std::nullopt;
+    memcpy(&number, stored->data.data(), sizeof number);
+    return number;
+}
+
+std::string TextIn(const tarsk::RegValue *stored, const char *otherwise)
+{
+    if (stored == nullptr || stored->type != REG_SZ)
+        return otherwise;
+    return stored->data.c_str();
+}
+
+[[noreturn]] void Refuse(const char *name, const std::string &text, const char *accepted)
+{
+    throw tarsk::Error(std::string("cannot set ") + name + " to \"" + text + "\"",
+                       "the value is not accepted", std::string("use ") + accepted);
+}
+
+// ---- the settings, one by one ----
+
+constexpr char kCycleAccepted[] = "a number of seconds from 10 to 3600";
+
+tarsk::RegValue ParseCycle(const std::string &text)
+{
+    uint32_t seconds = 0;
+    const char *end = text.data() + text.size();
+    const auto [stopped, failed] = std::from_chars(text.data(), end, seconds);
+    if (failed != std::errc() || stopped != end || seconds < kCycleMin || seconds > kCycleMax)
+        Refuse("cycle", text, kCycleAccepted);
+    return Number(seconds);
+}
+
+std::string FormatCycle(const tarsk::RegValue *stored)
+{
+    const auto seconds = NumberIn(stored);
+    return seconds && *seconds >= kCycleMin && *seconds <= kCycleMax ? std::to_string(*seconds)
+                                                                     : "300";
+}
+
+constexpr char kPathAccepted[] =
+    "an absolute path of at most 254 bytes, or nothing (\"\") to watch no such file";
+
+tarsk::RegValue ParsePath(const char *name, const std::string &text)
+{
+    const bool ok = text.empty() || (text[0] == '/' && text.size() <= kPathMax);
+    if (!ok)
+        Refuse(name, text, kPathAccepted);
+    return Text(text);
+}
+
+tarsk::RegValue ParseCustomerFile(const std::string &text)
+{
+    if (text == kSystemLog)
+        throw tarsk::Error("cannot set customer-file to " + text, "it is watched already",
+                           "name another file");
+    return ParsePath("customer-file", text);
+}
+
+tarsk::RegValue ParseFileMonitor(const std::string &text)
+{
+    return ParsePath("file-monitor", text);
+}
+
+std::string FormatPath(const tarsk::RegValue *stored)
+{
+    return TextIn(stored, "");
+}
+
+constexpr char kSwitchAccepted[] = "on or off";
+
+tarsk::RegValue ParseSwitch(const std::string &text)
+{
+    if (text != "on" && text != "off")
+        Refuse("fault-tolerant", text, kSwitchAccepted);
+    return Number(text == "on" ? 1 : 0);
+}
+
+std::string FormatSwitch(const tarsk::RegValue *stored)
+{
+    return NumberIn(stored).value_or(0) != 0 ? "on" : "off";
+}
+
+constexpr char kCharsetAccepted[] = "a character set that iconv --list shows";
+
+tarsk::RegValue ParseCharset(const std::string &text)
+{
+    if (!tarsk::CharsetIsKnown(text))
+        Refuse("log-charset", text, kCharsetAccepted);
+    return Text(text);
+}
+
+std::string FormatCharset(const tarsk::RegValue *stored)
+{
+    return TextIn(stored, tarsk::kDefaultLogCharset);
+}
+
+constexpr char kLevelAccepted[] = "detail, error, system, notable or off";
+
+tarsk::RegValue ParseLevel(const std::string &text)
+{
+    for (int level = 0; level <= tarsk::kTraceOff; ++level) {
+        if (text == tarsk::TraceLevelName(level) || text == std::to_string(level))
+            return Number(static_cast<uint32_t>(level));
+    }
+    Refuse("trace-level", text, kLevelAccepted);
+}
+
+std::string FormatLevel(const tarsk::RegValue *stored)
+{
+    const uint32_t level = NumberIn(stored).value_or(tarsk::kDefaultTraceLevel);
+    return tarsk::TraceLevelName(static_cast<int>(std::min<uint32_t>(level, tarsk::kTraceOff)));
+}
+
+const char *const kAgentEvent = tarsk::kAgentSettingsEvent;
+
+} // namespace
+
+const std::vector<Setting> &AllSettings()
+{
+    static const std::vector<Setting> settings = {
+        {"cycle", "seconds", "Time from one look at all files to the next", kCycleAccepted,
+         kMonitorKey, "CYCLE", kCycleEvent, "300", ParseCycle, FormatCycle},
+        {"customer-file", "", "A second log that is watched like the system log", kPathAccepted,
+         kMonitorKey, "FILENAME", kCustomerFileEvent, "", ParseCustomerFile, FormatPath},
+        {"file-monitor", "", "One more file of any format, followed by inode and offset",
+         kPathAccepted, kFileMonitorKey, "FILENAME", kFileMonitorEvent, "", ParseFileMonitor,
+         FormatPath},
+        {"fault-tolerant", "",
+         "This is a fault-tolerant server: keywords may be regular expressions", kSwitchAccepted,
+         tarsk::kAgentKey, "FaultTolerant", kAgentEvent, "off", ParseSwitch, FormatSwitch},
+        {"log-charset", "", "Character set of the logs", kCharsetAccepted, tarsk::kAgentKey,
+         "LogCharset", kAgentEvent, tarsk::kDefaultLogCharset, ParseCharset, FormatCharset},
+        {"trace-level", "", "Lowest level that the trace log keeps", kLevelAccepted,
+         tarsk::kAgentKey, "TraceLevel", kAgentEvent, "error", ParseLevel, FormatLevel},
+    };
+    return settings;
+}
+
+const Setting &FindSetting(const std::string &name)
+{
+    std::string known;
+    for (const Setting &setting : AllSettings()) {
+        if (name == setting.name)
+            return setting;
+        known += known.empty() ? "" : ", ";
+        known += setting.name;
+    }
+    throw tarsk::Error("cannot find the setting \"" + name + "\"", "there is none of that name",
+                       "use one of " + known);
+}
+
+std::string GetSetting(tarsk::RegistryTree &registry, const Setting &setting)
+{
+    const auto key = registry.Find(tarsk::kRootKey, setting.key);
+    const auto stored = key ? registry.Get(*key, setting.value) : std::nullopt;
+    return setting.format(stored ? &*stored : nullptr);
+}
+
+void ChangeSetting(tarsk::RegistryTree &registry, const Setting &setting, const std::string &text)
+{
+    const tarsk::RegValue value = setting.parse(text == "default" ? setting.shown_default : text);
+    tarsk::Transaction transaction(tarsk::HostStore());
+    const tarsk::KeyId key = registry.Create(tarsk::kRootKey, setting.key);
+    registry.Set(key, setting.value, value.type, value.data);
+    transaction.Commit();
+    tarsk::Event::Create(tarsk::HostLayout().run, setting.event, false, false)->Set();
+}
+
+} // namespace agent

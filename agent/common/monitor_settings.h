@@ -1,0 +1,43 @@
+// The settings that can be changed while the monitor runs: one row per setting, in
+// monitor_settings.cc.
+#ifndef AGENT_COMMON_MONITOR_SETTINGS_H
+#define AGENT_COMMON_MONITOR_SETTINGS_H
+
+#include <string>
+#include <vector>
+
+#include "agent/libtarsk/registry_tree.h"
+
+namespace agent {
+
+struct Setting {
+    const char *name;     // for the command: "cycle"
+    const char *unit;     // "seconds", or empty
+    const char *help;     // what it is, in one line
+    const char *accepted; // the range or form of its values
+    const char *key;      // where it is in the registry
+    const char *value;
+    const char *event; // set when it was changed, so that the daemon takes it
+    const char *shown_default;
+
+    // Turns what was typed into the stored value. Throws tarsk::Error when it is not accepted.
+    tarsk::RegValue (*parse)(const std::string &text);
+    // The reverse; for a value of the wrong type, the default.
+    std::string (*format)(const tarsk::RegValue *stored);
+};
+
+const std::vector<Setting> &AllSettings();
+
+// Throws tarsk::Error for a name that is not known.
+const Setting &FindSetting(const std::string &name);
+
+// What is in force, in the form that is typed.
+std::string GetSetting(tarsk::RegistryTree &registry, const Setting &setting);
+
+// Stores a value and wakes the daemon. "default" takes the stored value away. Throws tarsk::Error,
+// and changes nothing, when the value is not accepted.
+void ChangeSetting(tarsk::RegistryTree &registry, const Setting &setting, const std::string &text);
+
+} // namespace agent
+
+#endif // AGENT_COMMON_MONITOR_SETTINGS_H

@@ -1,0 +1,28 @@
+// The daemon: starts the monitor, starts it again when it ended unasked, and acts on signals.
+//
+//   SIGTERM, SIGINT  stop within the pass that is under way; a second one ends at once, and the
+//   pass that
+//                    was under way is read again at the next start
+//   SIGHUP           read table, cycle, customer file and file-monitor target again
+//   SIGUSR1          scan now
+#ifndef AGENT_DAEMON_DAEMON_H
+#define AGENT_DAEMON_DAEMON_H
+
+#include <filesystem>
+
+#include "agent/libtarsk/layout.h"
+
+namespace agent {
+
+struct DaemonOptions {
+    tarsk::Layout layout;
+    bool print_alerts = false; // on standard output, as they are stored
+};
+
+// Runs until it is told to stop. Returns the exit status: 0. Throws tarsk::Error when it cannot
+// start.
+int RunDaemon(const DaemonOptions &options);
+
+} // namespace agent
+
+#endif // AGENT_DAEMON_DAEMON_H

@@ -1,0 +1,34 @@
+// The loaded monitor module, and what it exports.
+#ifndef AGENT_DAEMON_MODULE_H
+#define AGENT_DAEMON_MODULE_H
+
+#include <filesystem>
+
+#include "agent/libtarsk/hit_counters.h"
+#include "platform/types.h"
+
+namespace agent {
+
+class Module {
+  public:
+    // Loads the library. Throws tarsk::Error.
+    explicit Module(const std::filesystem::path &path);
+    ~Module();
+    Module(const Module &) = delete;
+    Module &operator=(const Module &) = delete;
+
+    // Runs the whole life of the monitor on the calling thread.
+    void StartThread(void *thread_record) { start_thread_(thread_record); }
+
+    [[nodiscard]] const tarsk::ModuleTable &table() const { return table_; }
+
+  private:
+    HMODULE library_;
+    void (*start_thread_)(void *) = nullptr;
+    BOOL (*dll_main_)(HMODULE, DWORD) = nullptr;
+    tarsk::ModuleTable table_;
+};
+
+} // namespace agent
+
+#endif // AGENT_DAEMON_MODULE_H

@@ -1,0 +1,42 @@
+#include "agent/daemon/notify.h"
+
+#include <cstdint>
+
+#include <systemd/sd-daemon.h>
+
+namespace agent {
+
+void NotifyReady()
+{
+    sd_notify(0, "READY=1");
+}
+
+void NotifyReloading()
+{
+    sd_notify(0, "RELOADING=1");
+}
+
+void NotifyStopping()
+{
+    sd_notify(0, "STOPPING=1");
+}
+
+void NotifyStatus(const std::string &text)
+{
+    sd_notify(0, ("STATUS=" + text).c_str());
+}
+
+void NotifyAlive()
+{
+    sd_notify(0, "WATCHDOG=1");
+}
+
+unsigned WatchdogPulseMs()
+{
+    uint64_t limit_us = 0;
+    if (sd_watchdog_enabled(0, &limit_us) <= 0)
+        return 0;
+    return static_cast<unsigned>(limit_us / 3 / 1000);
+}
+
+} // namespace agent

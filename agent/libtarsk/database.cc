@@ -1,0 +1,199 @@
+#include "agent/libtarsk/database.h"
+
+#include <chrono>
+#include <ctime>
+
+#include <sqlite3.h>
+
+#include "agent/libtarsk/error.h"
+
+namespace tarsk {
+
+namespace {
+
+constexpr int kLongWaitMs = 1000; // after this long the user is told what a wait is for
+constexpr int kRetryMs = 20;      // between two tries for a lock
+
+int64_t NowMs()
+{
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+// What an administrator can do about a failure of SQLite.
+const char *NextStep(int code)
+{
+    switch (code & 0xFF) {
+    case SQLITE_FULL:
+        return "free some space on its disk";
+    case SQLITE_READONLY:
+    case SQLITE_PERM:
+    case SQLITE_AUTH:
+        return "make the file and its folder writable, or run as root";
+    case SQLITE_CANTOPEN:
+        return "check that the file exists and can be read, and run as root";
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+        return "another program holds its lock; find it with fuser and try again";
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+        return "the file is damaged; put a copy of it back, or move it away to start with nothing";
+    case SQLITE_IOERR:
+        return "check the disk and the kernel log";
+    case SQLITE_NOMEM:
+        return "free some memory";
+    default:
+        return "this is a fault of the agent; keep the trace log";
+    }
+}
+
+} // namespace
+
+Statement::Statement(Database &database, const char *sql) : database_(database)
+{
+    if (sqlite3_prepare_v3(database.handle(), sql, -1, SQLITE_PREPARE_PERSISTENT, &statement_,
+                           nullptr) != SQLITE_OK)
+        database.Fail("cannot use");
+}
+
+Statement::~Statement()
+{
+    sqlite3_finalize(statement_);
+}
+
+void Statement::Reset()
+{
+    sqlite3_reset(statement_);
+}
+
+bool Statement::Next()
+{
+    const int result = sqlite3_step(statement_);
+    if (result == SQLITE_ROW)
+        return true;
+    if (result == SQLITE_DONE) {
+        sqlite3_reset(statement_);
+        return false;
+    }
+    sqlite3_reset(statement_);
+    database_.Fail(sqlite3_stmt_readonly(statement_) != 0 ? "cannot read" : "cannot write to");
+}
+
+void Statement::Check(int result) const
+{
+    if (result != SQLITE_OK)
+        database_.Fail("cannot use");
+}
+
+void Statement::Bind(int index, int64_t value)
+{
+    Check(sqlite3_bind_int64(statement_, index, value));
+}
+
+void Statement::Bind(int index, std::string_view text)
+{
+    Check(sqlite3_bind_text64(statement_, index, text.data(), text.size(), SQLITE_TRANSIENT,
+                              SQLITE_UTF8));
+}
+
+void Statement::Bind(int index, const Blob &blob)
+{
+    Check(sqlite3_bind_blob64(statement_, index, blob.bytes.data(), blob.bytes.size(),
+                              SQLITE_TRANSIENT));
+}
+
+int64_t Statement::Integer(int column) const
+{
+    return sqlite3_column_int64(statement_, column);
+}
+
+std::string Statement::Text(int column) const
+{
+    return std::string(Bytes(column));
+}
+
+std::string_view Statement::Bytes(int column) const
+{
+    const auto *data = static_cast<const char *>(sqlite3_column_blob(statement_, column));
+    return {data, static_cast<size_t>(sqlite3_column_bytes(statement_, column))};
+}
+
+bool Statement::IsNull(int column) const
+{
+    return sqlite3_column_type(statement_, column) == SQLITE_NULL;
+}
+
+Database::Database(const std::filesystem::path &path, Mode mode) : path_(path)
+{
+    const int flags = mode == Mode::kReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
+    if (sqlite3_open_v2(path.c_str(), &database_, flags | SQLITE_OPEN_FULLMUTEX, nullptr) !=
+        SQLITE_OK) {
+        const int code = sqlite3_extended_errcode(database_);
+        const std::string cause = sqlite3_errmsg(database_);
+        sqlite3_close_v2(database_);
+        throw StoreError("cannot open " + path.string(), cause, NextStep(code));
+    }
+    sqlite3_extended_result_codes(database_, 1);
+    sqlite3_busy_handler(database_, OnBusy, this);
+}
+
+Database::~Database()
+{
+    sqlite3_close_v2(database_);
+}
+
+void Database::Execute(const char *sql)
+{
+    if (sqlite3_exec(database_, sql, nullptr, nullptr, nullptr) != SQLITE_OK)
+        Fail("cannot use");
+}
+
+int64_t Database::LastInsertId() const
+{
+    return sqlite3_last_insert_rowid(database_);
+}
+
+int64_t Database::ChangesOfLastStatement() const
+{
+    return sqlite3_changes64(database_);
+}
+
+bool Database::InTransaction() const
+{
+    return sqlite3_get_autocommit(database_) == 0;
+}
+
+void Database::SetPatience(int milliseconds, std::function<void()> on_long_wait)
+{
+    patience_ms_ = milliseconds;
+    on_long_wait_ = std::move(on_long_wait);
+}
+
+int Database::OnBusy(void *self, int calls)
+{
+    auto *database = static_cast<Database *>(self);
+    const int64_t now = NowMs();
+    if (calls == 0) {
+        database->waiting_since_ms_ = now;
+        database->long_wait_told_ = false;
+    }
+    const int64_t waited = now - database->waiting_since_ms_;
+    if (waited >= database->patience_ms_)
+        return 0;
+    if (waited >= kLongWaitMs && !database->long_wait_told_) {
+        database->long_wait_told_ = true;
+        if (database->on_long_wait_)
+            database->on_long_wait_();
+    }
+    const timespec pause{0, kRetryMs * 1000L * 1000L};
+    nanosleep(&pause, nullptr);
+    return 1;
+}
+
+void Database::Fail(const std::string &doing) const
+{
+    const int code = sqlite3_extended_errcode(database_);
+    throw StoreError(doing + " " + path_.string(), sqlite3_errmsg(database_), NextStep(code));
+}
+
+} // namespace tarsk

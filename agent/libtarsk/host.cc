@@ -1,0 +1,81 @@
+#include "agent/libtarsk/host.h"
+
+#include <memory>
+
+#include "agent/libtarsk/error.h"
+#include "agent/libtarsk/trace_log.h"
+
+namespace tarsk {
+
+namespace {
+
+struct Host {
+    Layout layout;
+    Store store;
+    RegistryTree registry;
+
+    explicit Host(const Layout &where) : layout(where), store(where.Store()), registry(store) {}
+};
+
+std::unique_ptr<Host> host;
+ModuleTable module_table;
+
+Host &Started()
+{
+    if (!host)
+        throw Error("the host library cannot be used", "it was not started",
+                    "this is a fault of the program; report it");
+    return *host;
+}
+
+} // namespace
+
+void StartHost(const Layout &layout, Role role)
+{
+    layout.CreateFolders();
+    auto started = std::make_unique<Host>(layout);
+    if (role == Role::kDaemon) {
+        started->store.CheckIntegrity();
+        OpenTraceLog(layout.TraceLog());
+        started->store.StartPasses();
+    }
+    host = std::move(started);
+}
+
+void StopHost()
+{
+    host.reset();
+    CloseTraceLog();
+}
+
+Layout &HostLayout()
+{
+    return Started().layout;
+}
+
+Store &HostStore()
+{
+    return Started().store;
+}
+
+RegistryTree &HostRegistry()
+{
+    return Started().registry;
+}
+
+void SetModuleTable(const ModuleTable &table)
+{
+    module_table = table;
+}
+
+const ModuleTable &HostTable()
+{
+    return module_table;
+}
+
+bool HostIsStarted()
+{
+    return host != nullptr;
+}
+
+} // namespace tarsk

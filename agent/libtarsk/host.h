@@ -1,0 +1,39 @@
+// The host library, as the agent's programs see it: start it before anything of platform/ is
+// called.
+#ifndef AGENT_LIBTARSK_HOST_H
+#define AGENT_LIBTARSK_HOST_H
+
+#include "agent/libtarsk/hit_counters.h"
+#include "agent/libtarsk/layout.h"
+#include "agent/libtarsk/registry_tree.h"
+#include "agent/libtarsk/store.h"
+
+namespace tarsk {
+
+enum class Role {
+    kDaemon,  // runs the module: writes belong to passes, the trace log is written
+    kCommand, // a command beside it: each write stands for itself, no trace log
+};
+
+// Opens the store, creates the folders, starts the trace log. Throws StoreError; the host is then
+// not started. One host per process.
+void StartHost(const Layout &layout, Role role);
+
+// Closes everything. What a pass has written and not committed is rolled back.
+void StopHost();
+
+// Of the started host. Throw Error when there is none.
+Layout &HostLayout();
+Store &HostStore();
+RegistryTree &HostRegistry();
+
+// The monitoring table of the module that this process runs. Without one, its size is 0.
+void SetModuleTable(const ModuleTable &table);
+const ModuleTable &HostTable();
+
+// Is a host started?
+bool HostIsStarted();
+
+} // namespace tarsk
+
+#endif // AGENT_LIBTARSK_HOST_H

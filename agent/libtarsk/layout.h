@@ -1,0 +1,41 @@
+// Where the agent's files are.
+//
+//                 an install root (--root DIR)   a packaged installation
+//   libraries     DIR/lib                        PREFIX/lib/syslogmon/lib
+//   store         DIR/state/agent.db             /var/lib/syslogmon/agent.db
+//   run time      DIR/run                        /run/syslogmon
+//   trace         DIR/log/trace.log              /var/log/syslogmon/trace.log
+#ifndef AGENT_LIBTARSK_LAYOUT_H
+#define AGENT_LIBTARSK_LAYOUT_H
+
+#include <filesystem>
+
+namespace tarsk {
+
+struct Layout {
+    std::filesystem::path root;  // what GetTarskRootPath gives; the libraries are in root/lib
+    std::filesystem::path state; // survives a reboot
+    std::filesystem::path run;   // named events, mutexes, status; gone after a reboot is fine
+    std::filesystem::path log;
+
+    [[nodiscard]] std::filesystem::path Store() const { return state / "agent.db"; }
+    [[nodiscard]] std::filesystem::path TraceLog() const { return log / "trace.log"; }
+    [[nodiscard]] std::filesystem::path Library(const char *name) const
+    {
+        return root / "lib" / name;
+    }
+
+    // Everything below one folder.
+    static Layout Below(const std::filesystem::path &root);
+
+    // The layout for a program without --root: the install root in whose bin folder the program
+    // lies, or else the packaged installation.
+    static Layout Find();
+
+    // Creates the folders for store, run time and trace. Throws StoreError when one cannot be made.
+    void CreateFolders() const;
+};
+
+} // namespace tarsk
+
+#endif // AGENT_LIBTARSK_LAYOUT_H

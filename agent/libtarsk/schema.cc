@@ -1,0 +1,119 @@
+#include "agent/libtarsk/schema.h"
+
+#include <cstdio>
+#include <sys/random.h>
+
+#include "agent/libtarsk/error.h"
+
+namespace tarsk {
+
+namespace {
+
+// What takes the tables from version i to i + 1. A step that was released is never changed again.
+constexpr const char *kSteps[] = {
+    // 1: names are compared without case (of ASCII letters); keys come in the order of their
+    // numbers.
+    "CREATE TABLE store (uuid TEXT NOT NULL);"
+    "CREATE TABLE reg_key ("
+    "  id INTEGER PRIMARY KEY AUTOINCREMENT," // never used again, so a stale handle meets nothing
+    "  parent INTEGER NOT NULL,"
+    "  name TEXT NOT NULL COLLATE NOCASE,"
+    "  UNIQUE (parent, name));"
+    "CREATE TABLE reg_value ("
+    "  key INTEGER NOT NULL REFERENCES reg_key (id) ON DELETE CASCADE,"
+    "  name TEXT NOT NULL COLLATE NOCASE,"
+    "  type INTEGER NOT NULL,"
+    "  data BLOB NOT NULL,"
+    "  PRIMARY KEY (key, name));"
+    "CREATE TABLE alert ("
+    "  id INTEGER PRIMARY KEY AUTOINCREMENT,"
+    "  time_ms INTEGER NOT NULL," // since 1970, UTC
+    "  host TEXT NOT NULL,"
+    "  log_name TEXT NOT NULL,"
+    "  source TEXT NOT NULL,"
+    "  event_id INTEGER NOT NULL,"
+    "  count INTEGER NOT NULL," // hits that made this report
+    "  message TEXT NOT NULL);"
+    // The monitoring table as it was when the last pass ended, in table order.
+    "CREATE TABLE hit_counter ("
+    "  position INTEGER PRIMARY KEY,"
+    "  source TEXT NOT NULL,"
+    "  event_id INTEGER NOT NULL,"
+    "  report_count INTEGER NOT NULL,"
+    "  current_count INTEGER NOT NULL);",
+};
+constexpr int kVersion = static_cast<int>(std::size(kSteps));
+
+// Marks the file as ours ("SYSL"), for file(1) and for anyone who finds it.
+constexpr char kSetApplicationId[] = "PRAGMA application_id = 1398362956";
+
+std::string NewUuid()
+{
+    unsigned char bytes[16] = {};
+    if (getrandom(bytes, sizeof bytes, 0) != static_cast<ssize_t>(sizeof bytes))
+        throw StoreError("cannot create the store", "the kernel has no random numbers",
+                         "try again later");
+    bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0FU) | 0x40U); // version 4: random
+    bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3FU) | 0x80U);
+    std::string text;
+    for (size_t i = 0; i < sizeof bytes; ++i) {
+        char hex[4];
+        snprintf(hex, sizeof hex, "%02x", bytes[i]);
+        text += hex;
+        if (i == 3 || i == 5 || i == 7 || i == 9)
+            text += '-';
+    }
+    return text;
+}
+
+int ReadVersion(Database &database)
+{
+    Statement version(database, "PRAGMA user_version");
+    version.Start();
+    version.Next();
+    return static_cast<int>(version.Integer(0));
+}
+
+void RunSteps(Database &database, int from)
+{
+    for (int step = from; step < kVersion; ++step)
+        database.Execute(kSteps[step]);
+    database.Execute(("PRAGMA user_version = " + std::to_string(kVersion)).c_str());
+}
+
+} // namespace
+
+void CreateSchema(Database &database)
+{
+    database.Execute(kSetApplicationId);
+    database.Execute("BEGIN IMMEDIATE");
+    RunSteps(database, 0);
+    Statement(database, "INSERT INTO store (uuid) VALUES (?)").Run(NewUuid());
+    database.Execute("COMMIT");
+}
+
+void UpdateSchema(Database &database)
+{
+    const int version = ReadVersion(database);
+    if (version == kVersion)
+        return;
+    if (version > kVersion)
+        throw StoreError("cannot use " + database.path().string(),
+                         "it was written by a newer version of this program",
+                         "install that version again");
+    if (version == 0)
+        throw StoreError("cannot use " + database.path().string(), "it is not a store of the agent",
+                         "put a copy of it back, or move it away to start with nothing");
+    database.Execute("BEGIN IMMEDIATE");
+    RunSteps(database, version);
+    database.Execute("COMMIT");
+}
+
+std::string ReadUuid(Database &database)
+{
+    Statement read(database, "SELECT uuid FROM store");
+    read.Start();
+    return read.Next() ? read.Text(0) : std::string{};
+}
+
+} // namespace tarsk

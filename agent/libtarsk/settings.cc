@@ -1,0 +1,44 @@
+#include "agent/libtarsk/settings.h"
+
+#include <cstring>
+
+#include "agent/libtarsk/host.h"
+#include "platform/registry.h"
+
+namespace tarsk {
+
+const char *const kAgentKey = "SOFTWARE\\KORBIN\\TARSKVOSKAR\\AGENT";
+const char *const kAgentSettingsEvent = "Agent_Settings_Event";
+
+namespace {
+
+std::optional<RegValue> AgentValue(const std::string &name, uint32_t type)
+{
+    const auto key = HostRegistry().Find(kRootKey, kAgentKey);
+    if (!key)
+        return std::nullopt;
+    auto value = HostRegistry().Get(*key, name);
+    return value && value->type == type ? value : std::nullopt;
+}
+
+} // namespace
+
+std::optional<uint32_t> AgentNumber(const std::string &name)
+{
+    const auto value = AgentValue(name, REG_DWORD);
+    uint32_t number = 0;
+    if (!value || value->data.size() != sizeof number)
+        return std::nullopt;
+    memcpy(&number, value->data.data(), sizeof number);
+    return number;
+}
+
+std::optional<std::string> AgentText(const std::string &name)
+{
+    const auto value = AgentValue(name, REG_SZ);
+    if (!value)
+        return std::nullopt;
+    return std::string(value->data.c_str()); // without the zero byte that is stored with it
+}
+
+} // namespace tarsk

@@ -1,0 +1,32 @@
+// The agent's own settings. They are registry values, like the monitor's.
+//
+// Key SOFTWARE\KORBIN\TARSKVOSKAR\AGENT:
+//
+//   value          type       default   meaning
+//   TraceLevel     REG_DWORD  1         lowest trace level that is written, 0 to 3 (see TraceLevel)
+//   LogCharset     REG_SZ     UTF-8     character set of the logs, as iconv names it
+//   FaultTolerant  REG_DWORD  0         1: this is a fault-tolerant server
+#ifndef AGENT_LIBTARSK_SETTINGS_H
+#define AGENT_LIBTARSK_SETTINGS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace tarsk {
+
+extern const char *const kAgentKey; // below HKEY_LOCAL_MACHINE
+
+// Set by a command that has changed one of the values above; the daemon reads them again.
+extern const char *const kAgentSettingsEvent;
+
+constexpr uint32_t kDefaultTraceLevel = 1;
+constexpr char kDefaultLogCharset[] = "UTF-8";
+
+// A value of the agent's key in the started host, or nothing when it is missing or of another type.
+std::optional<uint32_t> AgentNumber(const std::string &name);
+std::optional<std::string> AgentText(const std::string &name);
+
+} // namespace tarsk
+
+#endif // AGENT_LIBTARSK_SETTINGS_H

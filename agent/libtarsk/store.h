@@ -1,0 +1,101 @@
+// The agent's store: registry, alerts, deliveries and hit counters in one SQLite file.
+//
+// The daemon's monitor thread works in passes. What it writes between two waits is one transaction,
+// opened by the first write and committed when the module waits again. So after a crash at any
+// instant the resume points, the alerts and the hit counters agree: a broken pass was never stored,
+// and its lines are read again. When any write of a pass fails, the pass is broken: it is rolled
+// back as a whole.
+//
+// Rules:
+//   S1  A write outside a pass and outside a Transaction is a transaction of its own.
+//   S2  In a pass, the first write opens the transaction; CommitPass or AbandonPass ends it.
+//   S3  After a failed write in a pass nothing more of the pass is stored, and CommitPass fails.
+//   S4  The file is created whole, under another name, and then renamed. So an empty or half-made
+//   file is
+//       damage, and never taken for an empty registry.
+//   S5  All calls hold the store's lock; a Transaction holds it for its life.
+#ifndef AGENT_LIBTARSK_STORE_H
+#define AGENT_LIBTARSK_STORE_H
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "agent/libtarsk/database.h"
+
+namespace tarsk {
+
+class Store {
+  public:
+    // Opens the store, creating it (once, even when several programs start together) or bringing an
+    // older schema up to date. Throws StoreError.
+    explicit Store(const std::filesystem::path &path);
+    ~Store();
+    Store(const Store &) = delete;
+    Store &operator=(const Store &) = delete;
+
+    // Reads the whole file for damage. Throws StoreError when there is some.
+    void CheckIntegrity();
+
+    // From now on, writes of this process belong to passes.
+    void StartPasses();
+
+    // Ends a pass. Throws StoreError when it could not be stored; it is then rolled back. A pass
+    // that wrote nothing costs nothing.
+    void CommitPass();
+
+    // Rolls back what the pass has written.
+    void AbandonPass();
+
+    // Does something with the database, under the lock. `Write` sees to the transaction.
+    void Read(const std::function<void(Database &)> &action);
+    void Write(const std::function<void(Database &)> &action);
+
+    [[nodiscard]] Database &database() { return *database_; }
+    [[nodiscard]] std::recursive_mutex &mutex() { return mutex_; }
+
+    // A number that is another one after any change by this or another process.
+    int64_t ChangeCount();
+
+    // Identifies this store for ever, for keys that other systems remember.
+    [[nodiscard]] const std::string &uuid() const { return uuid_; }
+
+    // What a command says when it waits for more than a second. The default says nothing.
+    void OnLongWait(std::function<void()> tell);
+
+  private:
+    friend class Transaction;
+    void Begin();
+    void Commit();
+    void RollBack() noexcept;
+
+    std::recursive_mutex mutex_;
+    std::unique_ptr<Database> database_;
+    std::unique_ptr<Statement> data_version_;
+    std::string uuid_;
+    int64_t own_changes_ = 0;
+    bool in_passes_ = false;
+    bool pass_is_broken_ = false;
+};
+
+// Several writes as one. Without Commit, everything is rolled back at the end of its life.
+class Transaction {
+  public:
+    explicit Transaction(Store &store);
+    ~Transaction();
+    Transaction(const Transaction &) = delete;
+    Transaction &operator=(const Transaction &) = delete;
+    void Commit();
+
+  private:
+    Store &store_;
+    std::unique_lock<std::recursive_mutex> lock_;
+    bool open_ = false;
+};
+
+} // namespace tarsk
+
+#endif // AGENT_LIBTARSK_STORE_H

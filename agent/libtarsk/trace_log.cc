@@ -1,0 +1,201 @@
+#include "agent/libtarsk/trace_log.h"
+
+#include <array>
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <ctime>
+#include <memory>
+#include <mutex>
+#include <pthread.h>
+
+#include <spdlog/sinks/rotating_file_sink.h>
+#include <spdlog/spdlog.h>
+
+#include "agent/libtarsk/error.h"
+#include "platform/trace.h"
+
+namespace tarsk {
+
+namespace {
+
+// The file and four older ones: a week of a normal host at the default level, and never more disk.
+constexpr size_t kFileBytes = size_t{10} * 1024 * 1024;
+constexpr size_t kOlderFiles = 4;
+
+// A record is cut here: a whole log line and what is said about it.
+constexpr size_t kTextSize = 4096;
+
+// Records that one place in the program may write in a second. A log full of lines without a time
+// stamp would otherwise fill the trace with millions of equal words. Detail is never held back.
+constexpr int kBurst = 100;
+constexpr size_t kPlaces =
+    1024; // places that are told apart; two that share a slot share its burst
+
+std::atomic<int> threshold{kTraceOff};
+std::atomic<int> wanted_level{1};
+
+std::mutex state; // guards what follows
+std::shared_ptr<spdlog::logger> logger;
+std::string last_error;
+
+thread_local char thread_name[16] = "main"; // as long as the kernel keeps
+
+struct Place {
+    time_t second = 0;
+    int written = 0;
+    int held_back = 0;
+};
+std::array<Place, kPlaces> places;
+
+constexpr const char *kLevelNames[] = {"detail", "error", "system", "notable", "off"};
+
+Place &PlaceOf(const char *unit, int line)
+{
+    const auto key = (reinterpret_cast<uintptr_t>(unit) >> 3U) * 31U + static_cast<uintptr_t>(line);
+    return places[key % kPlaces];
+}
+
+void Write(int level, const char *unit, const char *function, int line, const char *text)
+{
+    logger->info("[{}] {} {} {}:{} {}", thread_name, TraceLevelName(level), unit, function, line,
+                 text);
+    if (level != TRACE_DETAIL)
+        logger->flush();
+}
+
+// May this place write now? Says how much was held back when it may again.
+bool MayWrite(int level, const char *unit, const char *function, int line)
+{
+    if (level == TRACE_DETAIL)
+        return true;
+    Place &place = PlaceOf(unit, line);
+    const time_t now = time(nullptr);
+    if (place.second != now) {
+        if (place.held_back > 0) {
+            const std::string told =
+                "(" + std::to_string(place.held_back) + " more records from here were left out)";
+            Write(level, unit, function, line, told.c_str());
+        }
+        place = {now, 0, 0};
+    }
+    if (place.written < kBurst) {
+        ++place.written;
+        return true;
+    }
+    ++place.held_back;
+    return false;
+}
+
+// One record is one line.
+void MakeOneLine(char *text)
+{
+    size_t length = strlen(text);
+    while (length > 0 && text[length - 1] == '\n')
+        text[--length] = '\0';
+    for (size_t i = 0; i < length; ++i) {
+        if (static_cast<unsigned char>(text[i]) < ' ' && text[i] != '\t')
+            text[i] = ' ';
+    }
+}
+
+} // namespace
+
+void OpenTraceLog(const std::filesystem::path &path)
+{
+    std::shared_ptr<spdlog::logger> opened;
+    try {
+        auto sink = std::make_shared<spdlog::sinks::rotating_file_sink_mt>(path.string(),
+                                                                           kFileBytes, kOlderFiles);
+        opened = std::make_shared<spdlog::logger>("trace", std::move(sink));
+    } catch (const spdlog::spdlog_ex &error) {
+        throw StoreError("cannot write the trace log " + path.string(), error.what(),
+                         "make its folder writable, or run as root");
+    }
+    opened->set_pattern("%Y-%m-%d %H:%M:%S.%f %v");
+    const std::lock_guard lock(state);
+    logger = std::move(opened);
+    threshold = wanted_level.load();
+}
+
+void CloseTraceLog()
+{
+    const std::lock_guard lock(state);
+    threshold = kTraceOff;
+    logger.reset();
+}
+
+void SetTraceLevel(int level)
+{
+    const std::lock_guard lock(state);
+    wanted_level = level;
+    if (logger)
+        threshold = level;
+}
+
+int TraceLevel()
+{
+    return wanted_level;
+}
+
+const char *TraceLevelName(int level)
+{
+    return level >= TRACE_DETAIL && level <= kTraceOff ? kLevelNames[level] : "unknown";
+}
+
+void FlushTraceLog()
+{
+    const std::lock_guard lock(state);
+    if (logger)
+        logger->flush();
+}
+
+std::string LastTracedError()
+{
+    const std::lock_guard lock(state);
+    return last_error;
+}
+
+void ForgetTracedError()
+{
+    const std::lock_guard lock(state);
+    last_error.clear();
+}
+
+} // namespace tarsk
+
+using namespace tarsk;
+
+extern "C" {
+
+int TraceLog(int level, const char *unit, const char *function, int line, const char *format, ...)
+{
+    if (level < threshold.load(std::memory_order_relaxed))
+        return 0;
+    const std::lock_guard lock(state);
+    if (!logger || !MayWrite(level, unit, function, line))
+        return 0;
+    char text[kTextSize];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    MakeOneLine(text);
+    if (level == TRACE_ERROR || level == TRACE_SYSTEM)
+        last_error = text;
+    try {
+        Write(level, unit, function, line, text);
+    } catch (const std::exception &) {
+        return 0; // the trace log must not bring the monitor down
+    }
+    return 1;
+}
+
+int TraceLogSetThrName(const char *name)
+{
+    snprintf(thread_name, sizeof thread_name, "%s", name);
+    pthread_setname_np(pthread_self(), thread_name);
+    return 1;
+}
+
+} // extern "C"

@@ -1,0 +1,88 @@
+// lib/vkirtupt.dll: the products that are registered with the alert component.
+//
+// They are the keys below SOFTWARE\KORBIN\TARSKVOSKAR\AlertReport, in the order of their creation.
+// A value "Setup" of 0 says that a product is registered but not set up yet; without it, it is set
+// up.
+#include <cstring>
+#include <memory>
+
+#include "agent/libtarsk/c_boundary.h"
+#include "agent/libtarsk/host.h"
+#include "platform/registry.h"
+#include "platform/siblings.h"
+
+namespace {
+
+constexpr char kAlertReportKey[] = "SOFTWARE\\KORBIN\\TARSKVOSKAR\\AlertReport";
+
+constexpr int kListFilled = 1;
+constexpr int kListNotFilled = 0;
+
+// A product record, as far as its layout is fixed.
+struct Product {
+    Product *next;
+    char unused[kProductNameOffset - sizeof(Product *)];
+    char name[kProductStateOffset - kProductNameOffset];
+    int32_t state;
+};
+static_assert(offsetof(Product, next) == kProductNextOffset);
+static_assert(offsetof(Product, name) == kProductNameOffset);
+static_assert(offsetof(Product, state) == kProductStateOffset);
+static_assert(sizeof Product::name > tarsk::kMaxKeyName);
+
+void FreeList(Product *list)
+{
+    while (list != nullptr) {
+        const std::unique_ptr<Product> product(list);
+        list = product->next;
+    }
+}
+
+int32_t StateOf(const std::string &name)
+{
+    uint32_t state = kProductStateOpened;
+    DWORD size = sizeof state;
+    VKACREGetSubkeyValue(HKEY_LOCAL_MACHINE, kAlertReportKey, name.c_str(), "Setup", &state, &size);
+    return state == 0 ? kProductStateUnopened : kProductStateOpened;
+}
+
+Product *ReadList()
+{
+    const auto key = tarsk::HostRegistry().Find(tarsk::kRootKey, kAlertReportKey);
+    if (!key)
+        return nullptr;
+    Product *list = nullptr;
+    Product **end = &list;
+    for (const std::string &name : tarsk::HostRegistry().SubKeys(*key)) {
+        auto product = std::make_unique<Product>();
+        memcpy(product->name, name.c_str(), name.size() + 1);
+        product->state = StateOf(name);
+        *end = product.release();
+        end = &(*end)->next;
+    }
+    return list;
+}
+
+} // namespace
+
+#pragma GCC visibility push(default)
+extern "C" {
+
+int ReadProductsRegisteried(int requestCode, void **list)
+{
+    return tarsk::AtBoundary<int>(__func__, kListNotFilled, [&] {
+        if (requestCode != kReadProductsList || list == nullptr)
+            return kListNotFilled;
+        *list = ReadList();
+        return kListFilled;
+    });
+}
+
+int TARSKPPLX_PPInfoClear(void *list)
+{
+    FreeList(static_cast<Product *>(list));
+    return 1;
+}
+
+} // extern "C"
+#pragma GCC visibility pop

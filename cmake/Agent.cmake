@@ -1,0 +1,62 @@
+# The stand-alone agent: the host library, the sibling libraries, the daemon and the command.
+find_package(SQLite3 REQUIRED)
+find_package(spdlog REQUIRED)
+find_package(nlohmann_json REQUIRED)
+find_package(CLI11 REQUIRED)
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
+
+set(SYSLOGMON_ROOT ${CMAKE_INSTALL_FULL_LIBDIR}/syslogmon CACHE PATH
+    "Where a packaged agent finds its libraries, in a folder lib")
+set(SYSLOGMON_STATE_DIR /var/lib/syslogmon CACHE PATH "Where a packaged agent keeps its store")
+set(SYSLOGMON_RUN_DIR /run/syslogmon CACHE PATH "Where a packaged agent keeps its run-time files")
+set(SYSLOGMON_LOG_DIR /var/log/syslogmon CACHE PATH "Where a packaged agent writes its trace log")
+
+add_library(tarsk SHARED
+    agent/libtarsk/agent_info.cc agent/libtarsk/convert.cc agent/libtarsk/database.cc
+    agent/libtarsk/hit_counters.cc agent/libtarsk/host.cc agent/libtarsk/layout.cc agent/libtarsk/loader.cc
+    agent/libtarsk/registry.cc agent/libtarsk/registry_tree.cc agent/libtarsk/schema.cc
+    agent/libtarsk/settings.cc agent/libtarsk/store.cc agent/libtarsk/sync.cc
+    agent/libtarsk/trace_log.cc agent/libtarsk/waitable.cc)
+target_include_directories(tarsk PUBLIC ${CMAKE_SOURCE_DIR})
+target_compile_definitions(tarsk PRIVATE
+    SYSLOGMON_ROOT="${SYSLOGMON_ROOT}" SYSLOGMON_STATE_DIR="${SYSLOGMON_STATE_DIR}"
+    SYSLOGMON_RUN_DIR="${SYSLOGMON_RUN_DIR}" SYSLOGMON_LOG_DIR="${SYSLOGMON_LOG_DIR}")
+target_link_libraries(tarsk PUBLIC SQLite::SQLite3 PRIVATE spdlog::spdlog Threads::Threads
+                      ${CMAKE_DL_LIBS})
+set_target_properties(tarsk PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/root/lib)
+
+# The sibling libraries, under the names by which the module loads them.
+function(add_sibling name)
+    add_library(${name} SHARED ${ARGN})
+    set_target_properties(${name} PROPERTIES PREFIX "" SUFFIX ".dll" CXX_VISIBILITY_PRESET hidden
+                          LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/root/lib
+                          BUILD_RPATH "$ORIGIN" INSTALL_RPATH "$ORIGIN")
+    target_link_libraries(${name} PRIVATE tarsk)
+endfunction()
+add_sibling(vkmncall agent/alerts/vkmncall.cc agent/alerts/alert_store.cc)
+add_sibling(vkirtupt agent/products/vkirtupt.cc)
+
+# What daemon and command share.
+add_library(agent_common STATIC
+    agent/alerts/alert_store.cc agent/common/alert_text.cc agent/common/daemon_lock.cc
+    agent/common/events.cc agent/common/hours.cc agent/common/log_files.cc
+    agent/common/monitor_settings.cc agent/common/status_file.cc)
+target_link_libraries(agent_common PUBLIC tarsk PRIVATE nlohmann_json::nlohmann_json)
+target_compile_definitions(agent_common PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}")
+
+function(add_program name)
+    add_executable(${name} ${ARGN})
+    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/root/bin
+                          BUILD_RPATH "$ORIGIN/../lib" INSTALL_RPATH "${SYSLOGMON_ROOT}/lib")
+    target_link_libraries(${name} PRIVATE agent_common CLI11::CLI11)
+endfunction()
+add_program(syslogmond agent/daemon/main.cc agent/daemon/console.cc agent/daemon/daemon.cc
+            agent/daemon/module.cc agent/daemon/monitor.cc agent/daemon/notify.cc)
+target_link_libraries(syslogmond PRIVATE PkgConfig::SYSTEMD Threads::Threads ${CMAKE_DL_LIBS})
+
+add_program(syslogmon agent/cli/main.cc agent/cli/alert_commands.cc agent/cli/event_commands.cc
+            agent/cli/output.cc agent/cli/registry_commands.cc agent/cli/scan_commands.cc
+            agent/cli/setting_commands.cc agent/cli/status_commands.cc agent/cli/trace_commands.cc)
+target_link_libraries(syslogmon PRIVATE nlohmann_json::nlohmann_json)
