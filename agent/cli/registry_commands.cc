@@ -64,7 +64,8 @@ std::string Hex(const std::string &bytes)
     for (const char byte : bytes) {
         char hex[4];
         snprintf(hex, sizeof hex, "%02x", static_cast<unsigned char>(byte));
-        text += (text.empty() ? "" : " ") + std::string(hex);
+        text += text.empty() ? "" : " ";
+        text += hex;
     }
     return text;
 }
@@ -72,7 +73,7 @@ std::string Hex(const std::string &bytes)
 std::string DataText(const RegValue &value)
 {
     if (value.type == REG_SZ)
-        return value.data.c_str();
+        return TextOf(value);
     uint32_t number = 0;
     if (value.type == REG_DWORD && value.data.size() == sizeof number) {
         memcpy(&number, value.data.data(), sizeof number);

@@ -33,11 +33,6 @@ std::string Quoted(const EventKey &key)
     return key.source + " " + FormatEventId(key.id);
 }
 
-std::string TextOf(const tarsk::RegValue &value)
-{
-    return value.data.substr(0, value.data.find('\0'));
-}
-
 std::optional<uint32_t> NumberOf(const std::optional<tarsk::RegValue> &value)
 {
     uint32_t number = 0;
@@ -171,7 +166,7 @@ StoredEvent EventRegistry::Read(const std::string &source, const std::string &id
         else if (value->data.size() > kKeywordSize)
             note(std::string(kKeywordNames[k]) + " is longer than 256 bytes");
         else
-            stored.event.keywords[k] = TextOf(*value);
+            stored.event.keywords[k] = tarsk::TextOf(*value);
     }
     const auto count = NumberOf(registry_.Get(*settings, kReportCount));
     const auto hours = NumberOf(registry_.Get(*settings, kWatchTime));

@@ -39,7 +39,7 @@ class Key {
     [[nodiscard]] std::optional<std::string> Text(const char *name) const
     {
         const auto value = key_ ? registry_.Get(*key_, name) : std::nullopt;
-        return value ? std::optional<std::string>(value->data.c_str()) : std::nullopt;
+        return value ? std::optional<std::string>(tarsk::TextOf(*value)) : std::nullopt;
     }
     [[nodiscard]] std::optional<uint32_t> Number(const char *name) const
     {

@@ -45,7 +45,7 @@ std::string TextIn(const tarsk::RegValue *stored, const char *otherwise)
 {
     if (stored == nullptr || stored->type != REG_SZ)
         return otherwise;
-    return stored->data.c_str();
+    return TextOf(*stored);
 }
 
 [[noreturn]] void Refuse(const char *name, const std::string &text, const char *accepted)

@@ -12,9 +12,7 @@ namespace {
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
 
-} // namespace
-
-int main(int argc, char **argv)
+int Run(int argc, char **argv)
 {
     CLI::App app(
         "Watches the system log and reports registered events. Runs in the foreground until it is "
@@ -32,9 +30,16 @@ int main(int argc, char **argv)
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0 : kExitUsage;
     }
+    options.layout = root.empty() ? tarsk::Layout::Find() : tarsk::Layout::Below(root);
+    return agent::RunDaemon(options);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
     try {
-        options.layout = root.empty() ? tarsk::Layout::Find() : tarsk::Layout::Below(root);
-        return agent::RunDaemon(options);
+        return Run(argc, argv);
     } catch (const std::exception &error) {
         fprintf(stderr, "syslogmond: %s\n", error.what());
         return kExitFailed;

@@ -44,7 +44,7 @@ PassStatus BeginPass(int64_t number, PassKind kind)
 
 HANDLE NewEvent()
 {
-    const HANDLE event = CreateEvent(nullptr, TRUE, FALSE, nullptr);
+    HANDLE event = CreateEvent(nullptr, TRUE, FALSE, nullptr);
     if (event == nullptr)
         throw tarsk::Error("cannot start the monitor", "no event could be created",
                            "raise the limit of open files");

@@ -72,6 +72,11 @@ RegValue ValueOf(const Statement &row)
 
 } // namespace
 
+std::string TextOf(const RegValue &value)
+{
+    return value.data.substr(0, value.data.find('\0'));
+}
+
 RegistryTree::RegistryTree(Store &store)
     : store_(store), sql_(std::make_unique<Statements>(store.database()))
 {

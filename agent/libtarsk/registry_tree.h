@@ -29,6 +29,9 @@ struct RegValue {
     std::string data;
 };
 
+// The text of a REG_SZ value: its data up to the zero byte that is stored with it.
+std::string TextOf(const RegValue &value);
+
 class RegistryTree {
   public:
     explicit RegistryTree(Store &store);

@@ -38,7 +38,7 @@ std::optional<std::string> AgentText(const std::string &name)
     const auto value = AgentValue(name, REG_SZ);
     if (!value)
         return std::nullopt;
-    return std::string(value->data.c_str()); // without the zero byte that is stored with it
+    return TextOf(*value);
 }
 
 } // namespace tarsk

@@ -178,7 +178,7 @@ int TraceLog(int level, const char *unit, const char *function, int line, const 
     char text[kTextSize];
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(text, sizeof text, format, arguments);
+    vsnprintf(text, sizeof text, format, arguments); // NOLINT(clang-analyzer-valist.Uninitialized)
     va_end(arguments);
     MakeOneLine(text);
     if (level == TRACE_ERROR || level == TRACE_SYSTEM)

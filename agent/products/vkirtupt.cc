@@ -21,7 +21,7 @@ constexpr int kListNotFilled = 0;
 // A product record, as far as its layout is fixed.
 struct Product {
     Product *next;
-    char unused[kProductNameOffset - sizeof(Product *)];
+    char unused[kProductNameOffset - sizeof(void *)];
     char name[kProductStateOffset - kProductNameOffset];
     int32_t state;
 };
