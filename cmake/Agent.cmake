@@ -60,3 +60,6 @@ add_program(syslogmon agent/cli/main.cc agent/cli/alert_commands.cc agent/cli/ev
             agent/cli/output.cc agent/cli/registry_commands.cc agent/cli/scan_commands.cc
             agent/cli/setting_commands.cc agent/cli/status_commands.cc agent/cli/trace_commands.cc)
 target_link_libraries(syslogmon PRIVATE nlohmann_json::nlohmann_json)
+
+# Everything that runs, and nothing that tests.
+add_custom_target(agent DEPENDS vkevmon vkmncall vkirtupt syslogmond syslogmon)
