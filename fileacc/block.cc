@@ -65,11 +65,30 @@ int64_t MillisecondsSince(const timespec &begin)
     return ((now.tv_sec - begin.tv_sec) * 1000) + ((now.tv_nsec - begin.tv_nsec) / kNsPerMs);
 }
 
+// Reads on behind the bytes that the block holds, up to `count` bytes in all. Those before stay as they
+// are: read again, they could be those of a file that was truncated and written anew. True when the line
+// at the end of the block needs no more looking: it has ended, or cannot be read to its end.
+bool ReadOn(int64_t count, LogBuf *block)
+{
+    const int64_t seen = block->length;
+    if (seen < count) {
+        if (fseeko(gfp, block->start + seen, SEEK_SET) == -1)
+            return true;
+        const int64_t added = ReadBytes(count - seen, block->data + seen);
+        if (added == 0)
+            return true;
+        block->length += added;
+    }
+    // Also of a full block, which has no room for the rest: the line is known to go on.
+    block->isend = kBlockBeyond;
+    const auto added = static_cast<size_t>(block->length - seen);
+    return added == 0 || memchr(block->data + seen, '\n', added) != nullptr;
+}
+
 // A block that ends exactly at the recorded end of the file, inside a line that may still be being
-// written: waits a moment for the rest and loads again. When it has come, the block reaches beyond
-// the recorded length, so the trim cuts it at its last line end and nothing half-written is
-// delivered. When it has not come, nothing has changed: the file ends there, and the line counts as
-// a line.
+// written: waits a moment for the rest and reads on. When it has come, the block reaches beyond the
+// recorded length, so the trim cuts it at its last line end and nothing half-written is delivered. When
+// it has not come, nothing has changed: the file ends there, and the line counts as a line.
 void AwaitRestOfLine(int64_t count, LogBuf *block)
 {
     struct stat status {};
@@ -77,24 +96,11 @@ void AwaitRestOfLine(int64_t count, LogBuf *block)
         return;
     timespec begin{};
     clock_gettime(CLOCK_MONOTONIC, &begin);
-    const int64_t seen = block->length;
     while (MillisecondsSince(begin) < kRestOfLineMs) {
         if (fstat(fileno(gfp), &status) != 0)
             return;
-        if (status.st_size > filelen) {
-            if (fseeko(gfp, block->start, SEEK_SET) == -1)
-                return;
-            const int64_t length = ReadBytes(count, block->data);
-            // The file may have been truncated meanwhile: then what was read first stays the
-            // answer.
-            block->length = length > seen ? length : seen;
-            // A full block cannot hold the rest, but the line is known to be unfinished all the
-            // same.
-            block->isend = kBlockBeyond;
-            const auto added = static_cast<size_t>(block->length - seen);
-            if (added == 0 || memchr(block->data + seen, '\n', added) != nullptr)
-                return;
-        }
+        if (status.st_size > block->start + block->length && ReadOn(count, block))
+            return;
         const timespec step{0, kNsPerMs};
         nanosleep(&step, nullptr);
     }

@@ -45,15 +45,14 @@ int MonthIndex(const char *word)
     return -1;
 }
 
-// The year of a stamp, in years since 1900, or -1 when it lies neither in this month nor in the
-// last.
-int YearOf(int month, const struct tm &now)
+// The year of a stamp, in years since 1900. False when it lies neither in this month nor in the last.
+bool YearOf(int month, const struct tm &now, int *year)
 {
+    *year = now.tm_year;
     if (now.tm_mon == month || now.tm_mon == month + 1)
-        return now.tm_year;
-    if (month == kDecember && now.tm_mon == kJanuary)
-        return now.tm_year - 1;
-    return -1;
+        return true;
+    *year = now.tm_year - 1;
+    return month == kDecember && now.tm_mon == kJanuary;
 }
 
 } // namespace
@@ -75,8 +74,8 @@ BOOL GetSyslogTime(const char *buf, time_t *pcur_time)
     const time_t current = time(nullptr);
     struct tm now {};
     localtime_r(&current, &now);
-    const int year = YearOf(month, now);
-    if (year < 0) {
+    int year = 0;
+    if (!YearOf(month, now, &year)) {
         TRACE(TRACE_ERROR, "<syslog time err.return FALSE.");
         return FALSE;
     }

@@ -1,1 +1,987 @@
-#include "tests/support/module_test.h"
+#include <array>
+
+#include "tests/unit/fileacc/reader_fixture.h"
+
+namespace {
+
+using test::Failed;
+using test::kUntouchedPos;
+using test::LineBuffer;
+using test::Refused;
+using test::Step;
+using test::Sys;
+using test::Texts;
+
+using GetLineHead = test::ReaderTest;
+using GetNextLine = test::ReaderTest;
+using GetPreLine = test::ReaderTest;
+using GetFirstLine = test::ReaderTest;
+using GetLastLine = test::ReaderTest;
+using LineWalk = test::ReaderTest;
+
+constexpr auto kBlock = static_cast<size_t>(kBlockSize);
+
+std::string Repeat(size_t count, char c)
+{
+    return std::string(count, c);
+}
+
+// ---- GetLineHead ----
+
+TEST_F(GetLineHead, OfTheFirstByteIsZeroAndReadsNothing)
+{
+    WriteOldLog("one\ntwo\n");
+    Open();
+    EXPECT_EQ(0, ::GetLineHead(0));
+    EXPECT_EQ(0, Sys().Calls("fread"));
+    EXPECT_EQ((Texts{"0 <get the head of file."}), Said("GetLineHead"));
+}
+
+TEST_F(GetLineHead, OfEveryByteIsTheHeadOfItsLineAndANewlineBelongsToTheLineItEnds)
+{
+    WriteOldLog("one\n\ntwo\nthree");
+    Open();
+    const std::array<int64_t, 14> heads = {0, 0, 0, 0, 4, 5, 5, 5, 5, 9, 9, 9, 9, 9};
+    ASSERT_EQ(14, filelen);
+    for (int64_t pos = 0; pos < filelen; ++pos)
+        EXPECT_EQ(heads.at(static_cast<size_t>(pos)), ::GetLineHead(pos)) << pos;
+}
+
+TEST_F(GetLineHead, TracesTheOffsetItFound)
+{
+    WriteOldLog("one\ntwo\n");
+    Open();
+    ::GetLineHead(6);
+    ::GetLineHead(2);
+    EXPECT_EQ((Texts{"0 <return 4.", "0 <get the head of file."}), Said("GetLineHead"));
+}
+
+TEST_F(GetLineHead, OutsideTheRecordedLengthFails)
+{
+    WriteOldLog("hello\n");
+    Open();
+    Grow("what came later does not count\n");
+    EXPECT_EQ(-1, ::GetLineHead(-1));
+    EXPECT_EQ(-1, ::GetLineHead(6));
+    EXPECT_EQ(-1, ::GetLineHead(7));
+    EXPECT_EQ((Texts{"1 <parameter is invalided, pos/filelen is -1/6.return -1.",
+                     "1 <parameter is invalided, pos/filelen is 6/6.return -1.",
+                     "1 <parameter is invalided, pos/filelen is 7/6.return -1."}),
+              Said("GetLineHead"));
+}
+
+TEST_F(GetLineHead, WithoutAnOpenLogFails)
+{
+    EXPECT_EQ(-1, ::GetLineHead(0));
+    EXPECT_EQ((Texts{"1 <parameter is invalided, pos/filelen is 0/-1.return -1."}),
+              Said("GetLineHead"));
+}
+
+TEST_F(GetLineHead, IsFoundAtAnyDistance)
+{
+    for (const size_t around : {size_t{0}, size_t{4096}, size_t{8192}, kBlock, 2 * kBlock}) {
+        for (size_t distance = around > 3 ? around - 3 : 0; distance <= around + 3; ++distance) {
+            WriteOldLog("first\n" + Repeat(distance, 'x') + "y\n");
+            Open();
+            EXPECT_EQ(6, ::GetLineHead(6 + static_cast<int64_t>(distance))) << distance;
+            EXPECT_EQ(0, ::GetLineHead(5));
+        }
+    }
+}
+
+TEST_F(GetLineHead, OfALongFirstLineIsZero)
+{
+    WriteOldLog(Repeat(3 * kBlock, 'x'));
+    Open();
+    EXPECT_EQ(0, ::GetLineHead(filelen - 1));
+}
+
+TEST_F(GetLineHead, TakesZeroBytesForPartOfTheLine)
+{
+    WriteOldLog(std::string("one\ntw\0o\n", 9));
+    Open();
+    EXPECT_EQ(4, ::GetLineHead(8));
+}
+
+TEST_F(GetLineHead, LeavesTheBlockAlone)
+{
+    OpenOldLog("one\ntwo\nthree\n");
+    Next();
+    const LogBuf before = curblock;
+    ::GetLineHead(10);
+    EXPECT_TRUE(Same(before, curblock));
+}
+
+TEST_F(GetLineHead, FailsWhenAnySeekFails)
+{
+    WriteOldLog(Repeat(10001, 'x'));
+    Open();
+    const std::array<const char *, 3> messages = {"2 <fseek error, pos is 9999.return -1.",
+                                                  "2 <fseek error, pos is 5903.return -1.",
+                                                  "2 <fseek error, pos is 1807.return -1."};
+    for (int n = 1; n <= 3; ++n) {
+        ForgetTrace();
+        Sys().FailCall("fseek", n);
+        EXPECT_EQ(-1, ::GetLineHead(10000));
+        EXPECT_EQ((Texts{messages.at(static_cast<size_t>(n) - 1)}), Said("GetLineHead"));
+    }
+    Sys().FailCall("fseek", 4); // there is no fourth
+    EXPECT_EQ(0, ::GetLineHead(10000));
+}
+
+TEST_F(GetLineHead, SearchesOnBeforeWhatCannotBeRead)
+{
+    WriteOldLog("one\ntwo\n" + Repeat(5000, 'x') + "\nlast");
+    Open();
+    EXPECT_EQ(5009, ::GetLineHead(5012));
+    Sys().FailCall("fread", 1);
+    EXPECT_EQ(8, ::GetLineHead(5012));
+    EXPECT_TRUE(Complaints().empty());
+}
+
+TEST_F(GetLineHead, TakesNothingFromAnEarlierSearchForWhatCannotBeRead)
+{
+    WriteOldLog(Repeat(4001, '\n'));
+    Open();
+    Sys().FailCall("fread", 2);
+    const int64_t first = ::GetLineHead(4000);
+    const int64_t second = ::GetLineHead(4000);
+    EXPECT_EQ(4000, first);
+    EXPECT_EQ(0, second);
+}
+
+TEST_F(GetLineHead, OfAFileThatShrankIsThatOfTheLineWhereItEndsNow)
+{
+    const std::string text = "one\ntwo\nthree\nfour\n";
+    for (size_t size = 0; size < text.size(); ++size) {
+        WriteOldLog(text);
+        Open();
+        ShrinkTo(size);
+        const size_t newline = text.substr(0, size).rfind('\n');
+        EXPECT_EQ(newline == std::string::npos ? 0 : static_cast<int64_t>(newline) + 1,
+                  ::GetLineHead(filelen - 1));
+    }
+}
+
+// ---- GetNextLine ----
+
+TEST_F(GetNextLine, DeliversTheFirstLineOfAFreshBlockAndThenTheOthers)
+{
+    OpenOldLog("one\ntwo\nthree");
+    ForgetTrace();
+    ExpectNext(0, "one");
+    EXPECT_EQ(0, curblock.linepos);
+    ExpectNext(4, "two");
+    EXPECT_EQ(4, curblock.linepos);
+    ExpectNext(8, "three");
+    EXPECT_EQ(8, curblock.linepos);
+    EXPECT_EQ(
+        (Texts{"0 <*pos=0.pcontent=one,return 0.", "0 <*pos=4.return 0.", "0 <*pos=8.return 0."}),
+        Said("GetNextLine"));
+}
+
+TEST_F(GetNextLine, CountsOffsetsFromTheHeadOfTheFile)
+{
+    WriteOldLog("one\ntwo\nthree\n");
+    Open();
+    LoadAt(4);
+    ExpectNext(4, "two");
+    ExpectNext(8, "three");
+}
+
+TEST_F(GetNextLine, OnTheLastLineFailsAndLeavesTheCursor)
+{
+    for (const int32_t isend : {kBlockAtEnd, kBlockBeyond}) {
+        OpenOldLog("one\ntwo\n");
+        curblock.isend = isend;
+        Next();
+        Next();
+        ForgetTrace();
+        EXPECT_EQ(Failed(), Next());
+        EXPECT_EQ(Failed(), Next());
+        EXPECT_EQ(4, curblock.linepos);
+        EXPECT_EQ((Texts{"1 <end of file.return -1.", "1 <end of file.return -1."}),
+                  Said("GetNextLine"));
+    }
+}
+
+TEST_F(GetNextLine, BehindTheLastLineFails)
+{
+    OpenOldLog("one\ntwo\n");
+    curblock.linepos = curblock.length;
+    EXPECT_EQ(Failed(), Next());
+    EXPECT_EQ((Texts{"1 <end of file.return -1."}), Said("GetNextLine"));
+}
+
+TEST_F(GetNextLine, DeliversEmptyLinesWithTheOffsetOfTheirNewline)
+{
+    OpenOldLog("\n\none\n\n\ntwo\n\n");
+    ExpectNext(0, "");
+    ExpectNext(1, "");
+    ExpectNext(2, "one");
+    ExpectNext(6, "");
+    ExpectNext(7, "");
+    ExpectNext(8, "two");
+    ExpectNext(12, "");
+    EXPECT_EQ(1, FEof());
+}
+
+TEST_F(GetNextLine, TakesAZeroByteForALineEnd)
+{
+    OpenOldLog(std::string("\0one\0two\n\0\nthree\0", 17));
+    ExpectNext(0, "");
+    ExpectNext(1, "one");
+    ExpectNext(5, "two");
+    ExpectNext(9, "");
+    ExpectNext(10, "");
+    ExpectNext(11, "three");
+    EXPECT_EQ(1, FEof());
+}
+
+TEST_F(GetNextLine, KeepsEveryOtherByteOfALine)
+{
+    std::string line;
+    for (int byte = 1; byte < 256; ++byte) {
+        if (byte != '\n')
+            line += static_cast<char>(byte);
+    }
+    OpenOldLog(line + "\nnext\n");
+    ExpectNext(0, line);
+    ExpectNext(255, "next");
+}
+
+TEST_F(GetNextLine, CutsALineToTheBufferAndPassesOverItsRest)
+{
+    for (size_t length = 3326; length <= 3331; ++length) {
+        SCOPED_TRACE(length);
+        OpenOldLog(Repeat(length, 'x') + "\nnext\n");
+        ExpectNext(0, Repeat(std::min<size_t>(length, 3328), 'x'));
+        ExpectNext(static_cast<int64_t>(length) + 1, "next");
+    }
+}
+
+TEST_F(GetNextLine, FillsBuffersOfEverySize)
+{
+    for (int size = 1; size <= 6; ++size) {
+        OpenOldLog("abcd\nefgh\n");
+        EXPECT_EQ((Step{0, 0, std::string("abcd").substr(0, static_cast<size_t>(size) - 1)}),
+                  Next(size));
+        EXPECT_EQ((Step{0, 5, std::string("efgh").substr(0, static_cast<size_t>(size) - 1)}),
+                  Next(size));
+    }
+}
+
+TEST_F(GetNextLine, AfterALineThatEndsOnTheBlockEdgeDeliversTheHeadOfTheNextBlock)
+{
+    OpenOldLog(Repeat(kBlock - 1, 'x') + "\nyyy\n");
+    ExpectNext(0, Repeat(3328, 'x'));
+    ForgetTrace();
+    ExpectNext(kBlockSize, "yyy");
+    EXPECT_EQ(1, FEof());
+    EXPECT_EQ((Texts{"0 <*pos=16384.pcontent=yyy,return 0.", "0 <return 0"}), Said("GetNextLine"));
+}
+
+// One line end walks over the edge of the first block, byte by byte.
+void ExpectThreeLinesAround(size_t edge)
+{
+    SCOPED_TRACE(edge);
+    const std::string head = Repeat(edge - 8, 'x');
+    const auto second = static_cast<int64_t>(edge) - 7;
+    const int64_t third = second + 5;
+    const std::array<Step, 3> lines = {Step{0, 0, head.substr(0, 3328)}, Step{0, second, "abcd"},
+                                       Step{0, third, "efgh"}};
+    for (const auto &expected : lines) {
+        LineBuffer buffer(kLineBufferSize);
+        int64_t pos = kUntouchedPos;
+        const int result = ::GetNextLine(&pos, buffer.data(), kLineBufferSize);
+        EXPECT_EQ(expected, (Step{result, pos, buffer.Text()}));
+        EXPECT_TRUE(BlockIsSound(curblock));
+    }
+    EXPECT_EQ(1, FEof());
+}
+
+// Longer first lines come in pieces, which is another story.
+TEST_F(GetNextLine, FindsTheLinesWhereverTheBlockEdgeCutsThem)
+{
+    for (size_t edge = kBlock - 6; edge <= kBlock + 7; ++edge) {
+        OpenOldLog(Repeat(edge - 8, 'x') + "\nabcd\nefgh\n");
+        ExpectThreeLinesAround(edge);
+        OpenOldLog(Repeat(edge - 8, 'x') + "\nabcd\nefgh"); // and without a newline at the end
+        ExpectThreeLinesAround(edge);
+    }
+}
+
+TEST_F(GetNextLine, DeliversALineLongerThanABlockInPieces)
+{
+    OpenOldLog("head\n" + Repeat(2 * kBlock + 10, 'x') + "\ntail\n");
+    ExpectNext(0, "head");
+    ExpectNext(5, Repeat(3328, 'x'));
+    ExpectNext(5 + kBlockSize, Repeat(3328, 'x'));
+    ExpectNext(5 + 2 * kBlockSize, Repeat(10, 'x'));
+    ExpectNext(5 + 2 * kBlockSize + 11, "tail");
+    EXPECT_EQ(1, FEof());
+}
+
+TEST_F(GetNextLine, OfALineWhoseNewlineIsTheFirstByteOfTheNextBlockLeavesAnEmptyLineThere)
+{
+    OpenOldLog(Repeat(kBlock, 'x') + "\nnext\n");
+    ExpectNext(0, Repeat(3328, 'x'));
+    ExpectNext(kBlockSize, "");
+    ExpectNext(kBlockSize + 1, "next");
+}
+
+TEST_F(GetNextLine, WithoutAnOpenLogFails)
+{
+    curblock = Block("one|two|");
+    EXPECT_EQ(Refused(), Next());
+    EXPECT_EQ((Texts{"1 <params error.return -1."}), Said("GetNextLine"));
+}
+
+TEST_F(GetNextLine, OfAnEmptyFileFails)
+{
+    WriteOldLog("");
+    Open();
+    curblock = Block("one|two|");
+    EXPECT_EQ(Refused(), Next());
+    EXPECT_EQ((Texts{"1 <params error.return -1."}), Said("GetNextLine"));
+}
+
+TEST_F(GetNextLine, WithABadArgumentFailsAndMovesNothing)
+{
+    OpenOldLog("one\ntwo\n");
+    Next();
+    ForgetTrace();
+    int64_t pos = kUntouchedPos;
+    char line[] = "ZZZ";
+    EXPECT_EQ(-1, ::GetNextLine(nullptr, line, sizeof line));
+    EXPECT_EQ(-1, ::GetNextLine(&pos, nullptr, sizeof line));
+    EXPECT_EQ(-1, ::GetNextLine(&pos, line, 0));
+    EXPECT_EQ(-1, ::GetNextLine(&pos, line, -1));
+    EXPECT_STREQ("ZZZ", line);
+    EXPECT_EQ(kUntouchedPos, pos);
+    EXPECT_EQ(0, curblock.linepos);
+    EXPECT_EQ(Texts(4, "1 <params error.return -1."), Said("GetNextLine"));
+}
+
+TEST_F(GetNextLine, WithoutABlockFails)
+{
+    WriteOldLog("one\n");
+    Open();
+    EXPECT_EQ(Failed(), Next());
+    EXPECT_EQ((Texts{"1 <curblock's length is 0.return -1."}), Said("GetNextLine"));
+}
+
+TEST_F(GetNextLine, WithABlockOfNegativeLengthFails)
+{
+    OpenOldLog("one\n");
+    curblock.length = -5;
+    LineBuffer line(8);
+    int64_t pos = kUntouchedPos;
+    EXPECT_EQ(-1, ::GetNextLine(&pos, line.data(), 8));
+    EXPECT_EQ("", line.Text());
+    EXPECT_EQ((Texts{"1 <curblock's length is -5.return -1."}), Said("GetNextLine"));
+}
+
+TEST_F(GetNextLine, WhenTheNextBlockCannotBeLoadedFailsAndCannotGoOn)
+{
+    for (const char *call : {"fseek", "fread"}) {
+        OpenOldLog(Repeat(kBlock - 1, 'x') + "\nyyy\n");
+        Next();
+        ForgetTrace();
+        Sys().FailCall(call, 1);
+        EXPECT_EQ(Failed(), Next());
+        EXPECT_TRUE(IsCleared(curblock));
+        EXPECT_EQ((Texts{"1 <GetNextBlock() failed.return -1."}), Said("GetNextLine"));
+        ForgetTrace();
+        EXPECT_EQ(Failed(), Next());
+        EXPECT_EQ((Texts{"1 <curblock's length is 0.return -1."}), Said("GetNextLine"));
+    }
+}
+
+TEST_F(GetNextLine, OfAFileThatShrankToTheBlockEdgeFails)
+{
+    OpenOldLog(Repeat(kBlock - 1, 'x') + "\nyyy\n");
+    Next();
+    ShrinkTo(kBlock);
+    ForgetTrace();
+    EXPECT_EQ(Failed(), Next());
+    EXPECT_EQ((Texts{"1 <curblock's length is 0.return -1.", "0 <return -1"}), Said("GetNextLine"));
+}
+
+TEST_F(GetNextLine, OfAFileThatShrankBeforeTheFirstLoadEndsWithAFailure)
+{
+    WriteOldLog("one\ntwo\nthree\n");
+    Open();
+    ShrinkTo(6);
+    LoadAt(0);
+    ExpectNext(0, "one");
+    ExpectNext(4, "tw");
+    EXPECT_EQ(0, FEof()); // the recorded length says that more follows
+    EXPECT_EQ(Failed(), Next());
+    EXPECT_EQ((Texts{"1 GetNextLine: <curblock's length is 0.return -1."}), Complaints());
+}
+
+// ---- GetPreLine ----
+
+TEST_F(GetPreLine, StepsBackLineByLine)
+{
+    OpenOldLog("one\ntwo\nthree\n");
+    Next();
+    Next();
+    Next();
+    ForgetTrace();
+    ExpectPrevious(4, "two");
+    EXPECT_EQ(4, curblock.linepos);
+    ExpectPrevious(0, "one");
+    EXPECT_EQ(0, curblock.linepos);
+    EXPECT_EQ((Texts{"0 <return 0.", "0 <return 0."}), Said("GetPreLine"));
+}
+
+TEST_F(GetPreLine, OnTheFirstLineFailsAndLeavesTheCursor)
+{
+    OpenOldLog("one\ntwo\n");
+    Next();
+    ForgetTrace();
+    EXPECT_EQ(Failed(), Previous());
+    EXPECT_EQ(0, curblock.linepos);
+    EXPECT_EQ((Texts{"1 <head of file.return -1."}), Said("GetPreLine"));
+}
+
+TEST_F(GetPreLine, BeforeTheFirstLineCountsAsStandingOnIt)
+{
+    OpenOldLog("one\ntwo\n");
+    EXPECT_EQ(Failed(), Previous());
+    EXPECT_EQ(-1, curblock.linepos);
+
+    LoadAt(4); // before "two": the line before it is "one"
+    ExpectPrevious(0, "one");
+}
+
+TEST_F(GetPreLine, FromBehindTheLastLineDeliversTheLastLine)
+{
+    for (const int64_t beyond : {0, 1, 100}) {
+        OpenOldLog("one\ntwo\n");
+        curblock.linepos = curblock.length + beyond;
+        ExpectPrevious(4, "two");
+        ExpectPrevious(0, "one");
+    }
+}
+
+TEST_F(GetPreLine, DeliversEmptyLinesWithTheOffsetOfTheirNewline)
+{
+    OpenOldLog("\n\none\n\n\ntwo\n\n");
+    curblock.linepos = curblock.length;
+    ExpectPrevious(12, "");
+    ExpectPrevious(8, "two");
+    ExpectPrevious(7, "");
+    ExpectPrevious(6, "");
+    ExpectPrevious(2, "one");
+    ExpectPrevious(1, "");
+    ExpectPrevious(0, "");
+    EXPECT_EQ(1, FBegin());
+}
+
+TEST_F(GetPreLine, CutsALineToTheBuffer)
+{
+    for (size_t length = 3326; length <= 3331; ++length) {
+        SCOPED_TRACE(length);
+        OpenOldLog("head\n" + Repeat(length, 'x') + "\nnext\n");
+        curblock.linepos = 5 + static_cast<int64_t>(length) + 1;
+        ExpectPrevious(5, Repeat(std::min<size_t>(length, 3328), 'x'));
+        ExpectPrevious(0, "head");
+    }
+}
+
+TEST_F(GetPreLine, FillsBuffersOfEverySize)
+{
+    for (int size = 1; size <= 6; ++size) {
+        OpenOldLog("abcd\nefgh\n");
+        curblock.linepos = 5;
+        EXPECT_EQ((Step{0, 0, std::string("abcd").substr(0, static_cast<size_t>(size) - 1)}),
+                  Previous(size));
+    }
+}
+
+TEST_F(GetPreLine, FromTheHeadOfABlockDeliversTheLastLineBeforeIt)
+{
+    const std::string text = Repeat(10000, 'a') + "\n" + Repeat(10000, 'b') + "\nccc\nddd\n";
+    WriteOldLog(text);
+    Open();
+    LoadAt(20006); // "ddd"
+    ForgetTrace();
+    ExpectPrevious(20002, "ccc");
+    EXPECT_EQ((Texts{"0 <return 0.", "0 <return 0."}),
+              Said("GetPreLine")); // the step, then the whole
+    ExpectPrevious(10001, Repeat(3328, 'b'));
+    ExpectPrevious(0, Repeat(3328, 'a'));
+    EXPECT_EQ(1, FBegin());
+}
+
+TEST_F(GetPreLine, FindsTheLinesWhereverTheBlockEdgeCutsThem)
+{
+    for (size_t before = kBlock - 8; before <= kBlock + 8; ++before) {
+        SCOPED_TRACE(before);
+        const std::string rest = Repeat(before - 10, 'x') + "\n";
+        const std::string text = "abcd\nefgh\n" + rest + "last\n";
+        WriteOldLog(text);
+        Open();
+        LoadAt(static_cast<int64_t>(text.size()) - 5);
+        ExpectPrevious(10, Repeat(3328, 'x'));
+        ExpectPrevious(5, "efgh");
+        ExpectPrevious(0, "abcd");
+        EXPECT_EQ(1, FBegin());
+    }
+}
+
+TEST_F(GetPreLine, DeliversALineLongerThanABlockInPieces)
+{
+    WriteOldLog("head\n" + Repeat(2 * kBlock + 10, 'x') + "\ntail\n");
+    Open();
+    LoadAt(5 + 2 * kBlockSize + 11);
+    ExpectPrevious(5 + kBlockSize + 11, Repeat(3328, 'x'));
+    ExpectPrevious(5 + 11, Repeat(3328, 'x'));
+    ExpectPrevious(5, Repeat(11, 'x'));
+    ExpectPrevious(0, "head");
+}
+
+TEST_F(GetPreLine, WithoutAnOpenLogFails)
+{
+    curblock = Block("one|two|");
+    curblock.linepos = 4;
+    EXPECT_EQ(Refused(), Previous());
+    EXPECT_EQ(4, curblock.linepos);
+    EXPECT_EQ((Texts{"1  gfp is NULL\n", "1 <parameter error.return -1."}), Said("GetPreLine"));
+}
+
+TEST_F(GetPreLine, OfAnEmptyFileFails)
+{
+    WriteOldLog("");
+    Open();
+    curblock = Block("one|two|");
+    curblock.linepos = 4;
+    EXPECT_EQ(Refused(), Previous());
+    EXPECT_EQ((Texts{"1 <parameter error.return -1."}), Said("GetPreLine"));
+}
+
+TEST_F(GetPreLine, WithABadArgumentFailsAndMovesNothing)
+{
+    OpenOldLog("one\ntwo\n");
+    Next();
+    Next();
+    ForgetTrace();
+    int64_t pos = kUntouchedPos;
+    char line[] = "ZZZ";
+    EXPECT_EQ(-1, ::GetPreLine(nullptr, line, sizeof line));
+    EXPECT_EQ(-1, ::GetPreLine(&pos, nullptr, sizeof line));
+    EXPECT_EQ(-1, ::GetPreLine(&pos, line, 0));
+    EXPECT_EQ(-1, ::GetPreLine(&pos, line, -1));
+    EXPECT_STREQ("ZZZ", line);
+    EXPECT_EQ(kUntouchedPos, pos);
+    EXPECT_EQ(4, curblock.linepos);
+    EXPECT_EQ(Texts(4, "1 <parameter error.return -1."), Said("GetPreLine"));
+}
+
+TEST_F(GetPreLine, WithoutABlockFails)
+{
+    WriteOldLog("one\n");
+    Open();
+    EXPECT_EQ(Failed(), Previous());
+    EXPECT_EQ((Texts{"1 <curblock's length is 0.return -1."}), Said("GetPreLine"));
+}
+
+TEST_F(GetPreLine, WhenTheBlockBeforeCannotBeLoadedFailsAndTracesItAsDetail)
+{
+    for (const char *call : {"fseek", "fread"}) {
+        WriteOldLog("one\ntwo\n");
+        Open();
+        LoadAt(4);
+        ForgetTrace();
+        Sys().FailCall(call, 1);
+        EXPECT_EQ(Failed(), Previous());
+        EXPECT_TRUE(IsCleared(curblock));
+        EXPECT_EQ((Texts{"0 <GetPreBlock() failed.return -1."}), Said("GetPreLine"));
+    }
+}
+
+TEST_F(GetPreLine, OfAFileThatShrankToNothingFails)
+{
+    WriteOldLog("one\ntwo\n");
+    Open();
+    LoadAt(4);
+    ShrinkTo(0);
+    ForgetTrace();
+    EXPECT_EQ(Failed(), Previous());
+    EXPECT_EQ((Texts{"1 <curblock's length is 0.return -1.", "0 <return -1."}), Said("GetPreLine"));
+}
+
+// ---- GetFirstLine ----
+
+Step FirstLine(const std::string &text)
+{
+    return {0, kUntouchedPos, text};
+}
+
+TEST_F(GetFirstLine, DeliversTheFirstLineOfTheFile)
+{
+    WriteOldLog("one\ntwo\n");
+    Open();
+    EXPECT_EQ(FirstLine("one"), First());
+    EXPECT_EQ((Texts{"0 <return 0."}), Said("GetFirstLine"));
+}
+
+TEST_F(GetFirstLine, OfOtherFilesIsAsShortAsTheirs)
+{
+    const std::array<std::pair<std::string, const char *>, 5> cases = {{
+        {"one", "one"},
+        {"\n", ""},
+        {"\none\n", ""},
+        {std::string("on\0e\n", 5), "on"},
+        {std::string("\0", 1), ""},
+    }};
+    for (const auto &[text, first] : cases) {
+        WriteOldLog(text);
+        Open();
+        EXPECT_EQ(FirstLine(first), First());
+    }
+}
+
+TEST_F(GetFirstLine, IsCutToTheBuffer)
+{
+    for (size_t length = 3326; length <= 3331; ++length) {
+        WriteOldLog(Repeat(length, 'x') + "\nnext\n");
+        Open();
+        EXPECT_EQ(FirstLine(Repeat(std::min<size_t>(length, 3328), 'x')), First());
+    }
+    WriteOldLog(Repeat(2 * kBlock, 'x'));
+    Open();
+    EXPECT_EQ(FirstLine(Repeat(kBlock, 'x')), First(20000)); // never more than a block
+}
+
+// Seen by what it does not ask: whether the unfinished line at the end of the log has grown.
+TEST_F(GetFirstLine, ReadsNoMoreOfTheLogThanItsBufferHolds)
+{
+    OpenFresh("first\nunfinished");
+    EXPECT_EQ(FirstLine("first"), First(6));
+    EXPECT_EQ(0, Looks());
+}
+
+TEST_F(GetFirstLine, FillsBuffersOfEverySize)
+{
+    WriteOldLog("abcd\nefgh\n");
+    Open();
+    for (int size = 1; size <= 12; ++size)
+        EXPECT_EQ(FirstLine(std::string("abcd").substr(0, static_cast<size_t>(size) - 1)),
+                  First(size));
+}
+
+TEST_F(GetFirstLine, DoesNotDisturbAWalk)
+{
+    OpenOldLog("one\ntwo\nthree\n");
+    Next();
+    Next();
+    const LogBuf before = curblock;
+    EXPECT_EQ(FirstLine("one"), First());
+    EXPECT_TRUE(Same(before, curblock));
+    ExpectNext(8, "three");
+}
+
+TEST_F(GetFirstLine, WithoutAnOpenLogFails)
+{
+    EXPECT_EQ(Refused(), First());
+    EXPECT_EQ((Texts{"1 <parameters error.return -1."}), Said("GetFirstLine"));
+}
+
+TEST_F(GetFirstLine, OfAnEmptyFileFails)
+{
+    WriteOldLog("");
+    Open();
+    EXPECT_EQ(Refused(), First());
+    EXPECT_EQ((Texts{"1 <parameters error.return -1."}), Said("GetFirstLine"));
+}
+
+TEST_F(GetFirstLine, WithABadArgumentFails)
+{
+    WriteOldLog("one\n");
+    Open();
+    char line[] = "ZZZ";
+    EXPECT_EQ(-1, ::GetFirstLine(nullptr, sizeof line));
+    EXPECT_EQ(-1, ::GetFirstLine(line, 0));
+    EXPECT_EQ(-1, ::GetFirstLine(line, -1));
+    EXPECT_STREQ("ZZZ", line);
+    EXPECT_EQ(Texts(3, "1 <parameters error.return -1."), Said("GetFirstLine"));
+}
+
+TEST_F(GetFirstLine, WhenTheLoadFailsLeavesTheTextUntouched)
+{
+    WriteOldLog("one\n");
+    Open();
+    for (const char *call : {"fseek", "fread"}) {
+        ForgetTrace();
+        Sys().FailCall(call, 1);
+        EXPECT_EQ(Refused(), First());
+        EXPECT_EQ((Texts{"1 <GetBlockAt() failed.return -1."}), Said("GetFirstLine"));
+    }
+}
+
+TEST_F(GetFirstLine, OfAFileThatShrankToNothingIsEmpty)
+{
+    WriteOldLog("one\n");
+    Open();
+    ShrinkTo(0);
+    EXPECT_EQ(FirstLine(""), First());
+}
+
+// ---- GetLastLine ----
+
+TEST_F(GetLastLine, DeliversTheLastLineOfTheFileAndItsOffset)
+{
+    WriteOldLog("one\ntwo\n");
+    Open();
+    EXPECT_EQ((Step{0, 4, "two"}), Last());
+    EXPECT_EQ((Texts{"0 <return 0."}), Said("GetLastLine"));
+}
+
+TEST_F(GetLastLine, IsTheOneThatTheFinalNewlineEnds)
+{
+    const std::array<std::pair<const char *, Step>, 7> cases = {{
+        {"one\ntwo", {0, 4, "two"}},
+        {"one", {0, 0, "one"}},
+        {"one\n", {0, 0, "one"}},
+        {"\n", {0, 0, ""}},
+        {"\n\n", {0, 1, ""}},
+        {"one\n\n", {0, 4, ""}},
+        {"x", {0, 0, "x"}},
+    }};
+    for (const auto &[text, last] : cases) {
+        WriteOldLog(text);
+        Open();
+        EXPECT_EQ(last, Last());
+    }
+}
+
+TEST_F(GetLastLine, OfALogLongerThanABlockIsFoundFromItsEnd)
+{
+    WriteOldLog(Repeat(3 * kBlock, 'x') + "\nlast\n");
+    Open();
+    EXPECT_EQ((Step{0, 3 * kBlockSize + 1, "last"}), Last());
+}
+
+TEST_F(GetLastLine, LongerThanABlockIsItsBeginning)
+{
+    WriteOldLog("one\n" + Repeat(3 * kBlock, 'x') + "y\n");
+    Open();
+    EXPECT_EQ((Step{0, 4, Repeat(3328, 'x')}), Last());
+}
+
+TEST_F(GetLastLine, IsCutToTheBuffer)
+{
+    WriteOldLog("one\nabcd\n");
+    Open();
+    for (int size = 1; size <= 6; ++size)
+        EXPECT_EQ((Step{0, 4, std::string("abcd").substr(0, static_cast<size_t>(size) - 1)}),
+                  Last(size));
+}
+
+TEST_F(GetLastLine, ReadsTheWholeLineAlsoForASmallBuffer)
+{
+    Step step;
+    UntilLooked(2, [&] {
+        OpenFresh("first\nunfi");
+        WriteOnAtLook(2, "nished\n");
+        step = Last(4);
+    });
+    EXPECT_EQ((Step{0, 6, "unf"}), step);
+    EXPECT_EQ(2, Looks());
+}
+
+TEST_F(GetLastLine, DoesNotDisturbAWalk)
+{
+    OpenOldLog("one\ntwo\nthree\n");
+    Next();
+    const LogBuf before = curblock;
+    EXPECT_EQ((Step{0, 8, "three"}), Last());
+    EXPECT_TRUE(Same(before, curblock));
+    ExpectNext(4, "two");
+}
+
+TEST_F(GetLastLine, DoesNotCountWhatCameAfterTheOpening)
+{
+    WriteOldLog("one\ntwo\n");
+    Open();
+    Grow("three\n");
+    EXPECT_EQ((Step{0, 4, "two"}), Last());
+}
+
+TEST_F(GetLastLine, WithoutAnOpenLogFails)
+{
+    EXPECT_EQ(Refused(), Last());
+    EXPECT_EQ((Texts{"1 <parameters error.return -1."}), Said("GetLastLine"));
+}
+
+TEST_F(GetLastLine, OfAnEmptyFileFails)
+{
+    WriteOldLog("");
+    Open();
+    EXPECT_EQ(Refused(), Last());
+    EXPECT_EQ((Texts{"1 <parameters error.return -1."}), Said("GetLastLine"));
+}
+
+TEST_F(GetLastLine, WithABadArgumentFails)
+{
+    WriteOldLog("one\n");
+    Open();
+    int64_t pos = kUntouchedPos;
+    char line[] = "ZZZ";
+    EXPECT_EQ(-1, ::GetLastLine(nullptr, line, sizeof line));
+    EXPECT_EQ(-1, ::GetLastLine(&pos, nullptr, sizeof line));
+    EXPECT_EQ(-1, ::GetLastLine(&pos, line, 0));
+    EXPECT_EQ(-1, ::GetLastLine(&pos, line, -1));
+    EXPECT_STREQ("ZZZ", line);
+    EXPECT_EQ(kUntouchedPos, pos);
+    EXPECT_EQ(Texts(4, "1 <parameters error.return -1."), Said("GetLastLine"));
+}
+
+TEST_F(GetLastLine, WhenItsHeadCannotBeFoundFails)
+{
+    WriteOldLog("one\ntwo\n");
+    Open();
+    Sys().FailCall("fseek", 1);
+    EXPECT_EQ(Refused(), Last());
+    EXPECT_EQ((Texts{"2 GetLineHead: <fseek error, pos is 6.return -1.",
+                     "1 GetLastLine: <GetLineHead() error.return -1."}),
+              Complaints());
+}
+
+TEST_F(GetLastLine, WhenItCannotBeLoadedFails)
+{
+    WriteOldLog("one\ntwo\n");
+    Open();
+    for (const char *call : {"fseek", "fread"}) {
+        ForgetTrace();
+        Sys().FailCall(call, 2);
+        EXPECT_EQ(Refused(), Last());
+        EXPECT_EQ((Texts{"1 <GetBlockAt() failed.return -1."}), Said("GetLastLine"));
+    }
+}
+
+// ---- walks ----
+
+Texts SplitLines(const std::string &text)
+{
+    Texts lines;
+    for (size_t begin = 0; begin < text.size();) {
+        const size_t end = std::min(text.find_first_of(std::string("\n\0", 2), begin), text.size());
+        lines.push_back(text.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return lines;
+}
+
+TEST_F(LineWalk, DeliversEveryTruncationOfASmallFileInBothDirections)
+{
+    const std::string text("one\n\ntwo\0three\n\n\nfour, and no more\n", 35);
+    for (size_t size = 1; size <= text.size(); ++size) {
+        SCOPED_TRACE(size);
+        OpenOldLog(text.substr(0, size));
+        Texts lines;
+        while (FEof() == 0)
+            lines.push_back(Next().text);
+        EXPECT_EQ(SplitLines(text.substr(0, size)), lines);
+
+        Texts back = {lines.back()};
+        while (FBegin() == 0)
+            back.insert(back.begin(), Previous().text);
+        EXPECT_EQ(lines, back);
+    }
+}
+
+TEST_F(LineWalk, ToAndFroOverABlockEdgeComesBackToTheSameLines)
+{
+    OpenOldLog(Repeat(kBlock - 5, 'x') + "\nab\ncd\n" + Repeat(kBlock, 'y') + "\nef\n");
+    for (int round = 0; round < 3; ++round) {
+        ExpectNext(round == 0 ? 0 : kBlockSize - 4, round == 0 ? Repeat(3328, 'x') : "ab");
+        if (round == 0)
+            ExpectNext(kBlockSize - 4, "ab");
+        ExpectNext(kBlockSize - 1, "cd");
+        ExpectPrevious(kBlockSize - 4, "ab");
+        ExpectPrevious(0, Repeat(3328, 'x'));
+    }
+}
+
+TEST_F(LineWalk, OverALogThatGrowsMeanwhileEndsInTheBlockThatReachesBeyondTheOldEnd)
+{
+    OpenOldLog(Repeat(kBlock - 1, 'x') + "\nold\n");
+    Next();
+    Grow("new\n" + Repeat(3 * kBlock, 'y') + "\n");
+    ExpectNext(kBlockSize, "old");
+    EXPECT_EQ(0, FEof());
+    ExpectNext(kBlockSize + 4, "new");
+    EXPECT_EQ(1, FEof()); // the rest waits for the next opening
+    EXPECT_EQ(Failed(), Next());
+}
+
+// Walks a log of several blocks to its end and back to its head, until a step fails.
+class FailingWalk : public test::ReaderTest {
+  protected:
+    void SetUp() override
+    {
+        std::string text;
+        for (int i = 0; i < 50; ++i)
+            text += Repeat(999, 'x') + "\n";
+        WriteOldLog(text);
+    }
+
+    static bool StepSucceeds(const Step &step, int n)
+    {
+        if (step.result == 0)
+            return true;
+        EXPECT_EQ(Failed(), step) << "call " << n;
+        EXPECT_TRUE(IsCleared(curblock)) << "call " << n;
+        return false;
+    }
+
+    // Which direction failed: "", "forwards" or "backwards".
+    static std::string Walk(int n)
+    {
+        while (FEof() == 0) {
+            if (!StepSucceeds(Next(), n))
+                return "forwards";
+        }
+        while (FBegin() == 0) {
+            if (!StepSucceeds(Previous(), n))
+                return "backwards";
+        }
+        return "";
+    }
+};
+
+TEST_F(FailingWalk, StopsAtWhateverCallFails)
+{
+    for (const char *call : {"fseek", "fread"}) {
+        int forwards = 0;
+        int backwards = 0;
+        for (int n = 1; n < 100; ++n) {
+            OpenAtHead();
+            ForgetTrace();
+            Sys().FailCall(call, n);
+            const std::string failed = Walk(n);
+            Sys().FailCall(call, 0);
+            if (failed.empty())
+                break;
+            if (failed == "forwards") {
+                ++forwards;
+                EXPECT_EQ((Texts{"1 <GetNextBlock() failed.return -1."}),
+                          Texts{Said("GetNextLine").back()});
+            } else {
+                ++backwards;
+                EXPECT_EQ((Texts{"0 <GetPreBlock() failed.return -1."}),
+                          Texts{Said("GetPreLine").back()});
+            }
+        }
+        EXPECT_EQ(3, forwards) << call; // 50,000 bytes are four blocks
+        EXPECT_LE(3, backwards) << call;
+        EXPECT_GE(6, backwards) << call;
+    }
+}
+
+} // namespace

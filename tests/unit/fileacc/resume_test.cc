@@ -1,1 +1,1044 @@
-#include "tests/support/module_test.h"
+#include <array>
+#include <optional>
+
+#include "tests/unit/fileacc/reader_fixture.h"
+#include "vkevmon/scan.h"
+
+namespace {
+
+using test::Host;
+using test::Step;
+using test::Sys;
+using test::Texts;
+
+constexpr auto kBlock = static_cast<size_t>(kBlockSize);
+
+// ---- the reference: slow, obvious, on whole texts ----
+
+// The head of the line that holds byte `pos`.
+int64_t ReferenceLineHead(const std::string &text, int64_t pos)
+{
+    while (pos > 0 && text[static_cast<size_t>(pos) - 1] != '\n')
+        --pos;
+    return pos;
+}
+
+struct LogLine {
+    int64_t pos = 0;
+    std::string text;
+    std::optional<time_t> time; // of its stamp, where it has one
+};
+
+// Every line of a text, in which no line is longer than a block. A zero byte ends a line as well.
+std::vector<LogLine> ReferenceLines(const std::string &text)
+{
+    std::vector<LogLine> lines;
+    LogLine line;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\n' && text[i] != '\0') {
+            line.text += text[i];
+            continue;
+        }
+        lines.push_back(line);
+        line = {static_cast<int64_t>(i) + 1, "", {}};
+    }
+    if (line.pos < static_cast<int64_t>(text.size()))
+        lines.push_back(line);
+    return lines;
+}
+
+std::string Cut(const std::string &text)
+{
+    return text.substr(0, kLineBufferSize - 1);
+}
+
+bool BeginsWith(const std::string &text, const std::string &head)
+{
+    return Cut(text).compare(0, head.size(), head) == 0;
+}
+
+struct Placed {
+    int64_t pos = 0;
+    std::string text;
+    ptrdiff_t line = 0; // on which the cursor stands; -1: before the first
+};
+
+ptrdiff_t LineAt(const std::vector<LogLine> &lines, int64_t pos)
+{
+    ptrdiff_t line = 0;
+    for (size_t i = 0; i < lines.size(); ++i) {
+        if (lines[i].pos <= pos)
+            line = static_cast<ptrdiff_t>(i);
+    }
+    return line;
+}
+
+Placed PlacedOn(const std::vector<LogLine> &lines, ptrdiff_t line)
+{
+    const auto &chosen = lines[static_cast<size_t>(line)];
+    return {chosen.pos, Cut(chosen.text), line};
+}
+
+// Lines from `from` - 1 back to the first: the first that begins with the text and is met before
+// `ends` says stop; -1 if there is none.
+template <typename Ends>
+ptrdiff_t FindBefore(const std::vector<LogLine> &lines, ptrdiff_t from, const std::string &text,
+                     Ends ends)
+{
+    for (ptrdiff_t i = from - 1; i >= 0; --i) {
+        const auto &line = lines[static_cast<size_t>(i)];
+        if (BeginsWith(line.text, text))
+            return i;
+        if (line.time && ends(*line.time))
+            break;
+    }
+    return -1;
+}
+
+Placed ReferenceSearchUp(const std::vector<LogLine> &lines, ptrdiff_t base, const std::string &text,
+                         time_t when)
+{
+    const ptrdiff_t found = FindBefore(lines, base, text, [&](time_t t) { return t < when; });
+    if (found >= 0)
+        return {lines[static_cast<size_t>(found)].pos, text, found};
+    for (ptrdiff_t i = base - 1; i >= 0; --i) {
+        const auto &line = lines[static_cast<size_t>(i)];
+        if (line.time && *line.time <= when)
+            return PlacedOn(lines, i);
+    }
+    return {-1, "", 0};
+}
+
+Placed ReferenceSearchDown(const std::vector<LogLine> &lines, ptrdiff_t base,
+                           const std::string &text, time_t when)
+{
+    const auto count = static_cast<ptrdiff_t>(lines.size());
+    for (ptrdiff_t i = base + 1; i < count; ++i) {
+        const auto &line = lines[static_cast<size_t>(i)];
+        if (BeginsWith(line.text, text))
+            return {line.pos, text, i};
+        if (line.time && *line.time > when)
+            return PlacedOn(lines, i - 1);
+    }
+    return PlacedOn(lines, count - 1);
+}
+
+// Where the cursor belongs, for a remembered line at `pos` with this text and this time.
+Placed ReferencePlace(const std::vector<LogLine> &lines, int64_t pos, const std::string &text,
+                      time_t when)
+{
+    if (pos < 0)
+        return {pos, "", -1};
+    const ptrdiff_t base = LineAt(lines, pos);
+    const auto &line = lines[static_cast<size_t>(base)];
+    if (BeginsWith(line.text, text))
+        return {pos, text, base};
+    const time_t base_time = line.time.value_or(when - 1);
+    if (base_time > when)
+        return ReferenceSearchUp(lines, base, text, when);
+    if (base_time == when) {
+        const ptrdiff_t found = FindBefore(lines, base, text, [&](time_t t) { return t != when; });
+        if (found >= 0)
+            return {lines[static_cast<size_t>(found)].pos, text, found};
+    }
+    return ReferenceSearchDown(lines, base, text, when);
+}
+
+// ---- the fixture ----
+
+class GotoPos : public test::ReaderTest {
+  protected:
+    // The log is the given lines, each with its newline, opened.
+    void OpenLines(const Texts &lines)
+    {
+        text_.clear();
+        for (const auto &line : lines)
+            text_ += line + "\n";
+        WriteOldLog(text_);
+        Open();
+        ForgetTrace();
+    }
+
+    // Where line number `n` (from 0) of the log begins.
+    [[nodiscard]] int64_t Head(int n) const
+    {
+        return ReferenceLines(text_).at(static_cast<size_t>(n)).pos;
+    }
+
+    // Positions on what was remembered. Afterwards `text_is_untouched_` tells whether the call
+    // wrote to the text at all.
+    Step Goto(int64_t pos, const std::string &remembered, int size = kLineBufferSize)
+    {
+        std::vector<char> content(kLineBufferSize + 1, test::kUntouchedByte);
+        memcpy(content.data(), remembered.c_str(), remembered.size() + 1);
+        const std::vector<char> before = content;
+        const int result = ::GotoPos(&pos, content.data(), size);
+        EXPECT_TRUE(BlockIsSound(curblock));
+        EXPECT_EQ(test::kUntouchedByte, content.back());
+        text_is_untouched_ = content == before;
+        content_ = std::string(content.data(), kLineBufferSize);
+        return {result, pos, content.data()};
+    }
+
+    // A positioning that fails leaves both values as they were.
+    void ExpectFailure(int64_t pos, const std::string &remembered)
+    {
+        EXPECT_EQ((Step{-1, pos, remembered}), Goto(pos, remembered));
+        EXPECT_TRUE(text_is_untouched_);
+    }
+
+    // The last word of the positioning, with its level.
+    static std::string LastSaid()
+    {
+        const Texts said = Said("GotoPos");
+        return said.empty() ? "" : said.back();
+    }
+
+    static Texts FirstThreeSaid()
+    {
+        Texts said = Said("GotoPos");
+        said.resize(std::min<size_t>(said.size(), 3));
+        return said;
+    }
+
+    static std::string CurrentLine() { return curblock.data + curblock.linepos; }
+
+    std::string text_;
+    std::string content_; // the whole buffer after a Goto
+    bool text_is_untouched_ = false;
+};
+
+// ---- arguments ----
+
+TEST_F(GotoPos, WithoutAnOpenLogFails)
+{
+    ExpectFailure(3, "one");
+    EXPECT_EQ((Texts{"1 <parameter error.return -1."}), Said("GotoPos"));
+}
+
+TEST_F(GotoPos, OfAnEmptyFileFails)
+{
+    OpenLines({});
+    ExpectFailure(-1, "one");
+    ExpectFailure(0, "");
+    EXPECT_EQ(Texts(2, "1 <parameter error.return -1."), Said("GotoPos"));
+}
+
+TEST_F(GotoPos, WithABadArgumentFailsAndLoadsNothing)
+{
+    OpenLines({"one", "two"});
+    int64_t pos = 4;
+    char content[] = "one";
+    EXPECT_EQ(-1, ::GotoPos(nullptr, content, sizeof content));
+    EXPECT_EQ(-1, ::GotoPos(&pos, nullptr, sizeof content));
+    EXPECT_EQ(-1, ::GotoPos(&pos, content, 0));
+    EXPECT_EQ(-1, ::GotoPos(&pos, content, -1));
+    EXPECT_EQ(4, pos);
+    EXPECT_STREQ("one", content);
+    EXPECT_TRUE(IsCleared(curblock));
+    EXPECT_EQ(Texts(4, "1 <parameter error.return -1."), Said("GotoPos"));
+}
+
+// ---- no position yet ----
+
+TEST_F(GotoPos, WithoutAPositionStandsBeforeTheFirstLine)
+{
+    for (const int64_t none : {int64_t{-1}, int64_t{-5}, INT64_MIN}) {
+        OpenLines({"one", "two"});
+        EXPECT_EQ((Step{0, none, ""}), Goto(none, "two"));
+        EXPECT_EQ(std::string("\0wo\0Z", 5), content_.substr(0, 5)); // its first byte alone
+        EXPECT_EQ((Texts{"1 <*pos<0,return 0."}), Said("GotoPos"));
+        EXPECT_EQ(1, FBegin());
+        EXPECT_EQ(0, FEof());
+        ExpectNext(0, "one");
+    }
+}
+
+// ---- the line is where it was ----
+
+TEST_F(GotoPos, FindsTheRememberedLineAtItsOffsetAndGoesOnWithTheFirstNewLine)
+{
+    OpenLines({Line("a"), Line("b"), Line("new")});
+    EXPECT_EQ((Step{0, Head(1), Line("b")}), Goto(Head(1), Line("b")));
+    EXPECT_TRUE(text_is_untouched_);
+    EXPECT_EQ((Texts{"0 <found.return 0."}), Said("GotoPos"));
+    EXPECT_EQ(0, FEof());
+    ExpectNext(Head(2), Line("new"));
+}
+
+TEST_F(GotoPos, OnTheLastLineLeavesNothingToRead)
+{
+    OpenLines({Line("a"), Line("b")});
+    Goto(Head(1), Line("b"));
+    EXPECT_EQ(1, FEof());
+}
+
+TEST_F(GotoPos, DoesNotMoveAnOffsetInsideTheLineToItsHead)
+{
+    OpenLines({Line("a"), Line("b"), Line("new")});
+    for (int64_t pos = Head(1); pos < Head(2); ++pos) {
+        EXPECT_EQ((Step{0, pos, Line("b")}), Goto(pos, Line("b")));
+        ExpectNext(Head(2), Line("new"));
+    }
+}
+
+TEST_F(GotoPos, TakesTheBeginningOfALineForTheLine)
+{
+    const std::string line = Line(std::string(1000, 'x'));
+    OpenLines({Line("a"), line, Line("new")});
+    for (const size_t kept : {size_t{1}, size_t{499}, line.size()}) {
+        EXPECT_EQ((Step{0, Head(1), line.substr(0, kept)}), Goto(Head(1), line.substr(0, kept)));
+        EXPECT_EQ("0 <found.return 0.", LastSaid());
+        ExpectNext(Head(2), Line("new"));
+    }
+}
+
+TEST_F(GotoPos, DoesNotTakeALineForALongerTextThatBeginsWithIt)
+{
+    OpenLines({Line("a"), Line("b"), Line("bc")});
+    EXPECT_EQ((Step{0, Head(2), Line("bc")}), Goto(Head(1), Line("bc")));
+}
+
+TEST_F(GotoPos, DoesNotTakeALineThatHoldsTheTextFurtherOn)
+{
+    OpenLines({Line("a"), Line("see: " + Line("b")), Line("b")});
+    EXPECT_EQ((Step{0, Head(2), Line("b")}), Goto(Head(1), Line("b")));
+}
+
+TEST_F(GotoPos, TakesAnyLineForAnEmptyText)
+{
+    OpenLines({"one", "two", "three"});
+    EXPECT_EQ((Step{0, 4, ""}), Goto(4, ""));
+    EXPECT_EQ("0 <found.return 0.", LastSaid());
+    ExpectNext(8, "three");
+}
+
+TEST_F(GotoPos, ComparesNoMoreOfALineThanItsBuffersHold)
+{
+    const std::string line = Line(std::string(5000, 'x'));
+    OpenLines({line, Line("new")});
+    EXPECT_EQ((Step{0, 0, Cut(line)}), Goto(0, Cut(line)));
+    EXPECT_EQ("0 <found.return 0.", LastSaid());
+    ExpectNext(Head(1), Line("new"));
+}
+
+TEST_F(GotoPos, BeyondATruncatedFileStartsAtItsLastLine)
+{
+    OpenLines({Line("a"), Line("b")});
+    for (const int64_t pos : {filelen, filelen + 1, INT64_MAX}) {
+        EXPECT_EQ((Step{0, pos, Line("b")}), Goto(pos, Line("b")));
+        EXPECT_EQ("0 <found.return 0.", LastSaid());
+        EXPECT_EQ(1, FEof());
+        EXPECT_EQ((Step{0, 0, Line("a")}), Goto(pos, Line("a")));
+        ExpectNext(Head(1), Line("b"));
+    }
+}
+
+// ---- search before: the line at the offset is of the same second ----
+
+TEST_F(GotoPos, FindsTheLineBackwardsAmongThoseOfItsSecond)
+{
+    OpenLines({Line("x", -1), Line("old"), Line("i"), Line("j"), Line("k")});
+    EXPECT_EQ((Step{0, Head(1), Line("old")}), Goto(Head(3), Line("old")));
+    EXPECT_TRUE(text_is_untouched_);
+    EXPECT_EQ((Texts{"0 Search before ...", "1 <found.return 0."}), Said("GotoPos"));
+    ExpectNext(Head(2), Line("i"));
+}
+
+TEST_F(GotoPos, FindsTheFirstLineOfTheFileBackwards)
+{
+    OpenLines({Line("old"), Line("i"), Line("j")});
+    EXPECT_EQ((Step{0, 0, Line("old")}), Goto(Head(2), Line("old")));
+    ExpectNext(Head(1), Line("i"));
+}
+
+TEST_F(GotoPos, LooksBackPastLinesWithoutAStamp)
+{
+    OpenLines({Line("old"), "continued", "", Line("j")});
+    EXPECT_EQ((Step{0, 0, Line("old")}), Goto(Head(3), Line("old")));
+    EXPECT_EQ((Texts{"0 Search before ...", "1 get \"\"'s time error",
+                     "1 get \"continued\"'s time error", "1 <found.return 0."}),
+              Said("GotoPos"));
+}
+
+TEST_F(GotoPos, LooksBackNoFurtherThanTheSecondAndThenForwards)
+{
+    for (const int other : {-1, 1}) { // older, and newer by a clock that was set back
+        OpenLines({Line("old"), Line("x", other), Line("i"), Line("j"), Line("k"), Line("n", 1)});
+        EXPECT_EQ((Step{0, Head(4), Line("k")}), Goto(Head(3), Line("old")));
+        ExpectNext(Head(5), Line("n", 1));
+    }
+}
+
+TEST_F(GotoPos, AfterAVainLookBackGoesOnFromTheLineAtTheOffset)
+{
+    OpenLines({Line("h"), Line("i"), Line("j"), Line("k"), Line("n", 1)});
+    EXPECT_EQ((Step{0, Head(3), Line("k")}), Goto(Head(2), Line("gone")));
+    const Texts said = Said("GotoPos");
+    EXPECT_EQ("0 Search before ...", said[0]);
+    EXPECT_EQ("0 Search down ...", said[1]);
+    EXPECT_EQ("0 " + std::to_string(Head(3)) + "   :\"" + Line("k") + "\"\n", said[2]);
+    ExpectNext(Head(4), Line("n", 1));
+}
+
+TEST_F(GotoPos, AfterAVainLookBackFromTheLastLineStaysThere)
+{
+    OpenLines({Line("x", -1), Line("i"), Line("j")});
+    EXPECT_EQ((Step{0, Head(2), Line("j")}), Goto(Head(2), Line("gone")));
+    EXPECT_EQ("0 <return 0.", LastSaid());
+    EXPECT_EQ(1, FEof());
+}
+
+TEST_F(GotoPos, AfterAVainLookBackMayFindTheLineForwards)
+{
+    OpenLines({Line("h"), Line("i"), Line("j"), Line("old"), Line("k")});
+    EXPECT_EQ((Step{0, Head(3), Line("old")}), Goto(Head(1), Line("old")));
+    EXPECT_TRUE(text_is_untouched_);
+    EXPECT_EQ("0 <found.return 0.", LastSaid());
+    ExpectNext(Head(4), Line("k"));
+}
+
+TEST_F(GotoPos, LooksBackOverManyBlocksAndComesBackToTheLineAtTheOffset)
+{
+    Texts lines = {Line("old")};
+    for (int i = 0; i < 700; ++i)
+        lines.push_back(Line("line " + std::to_string(i) + std::string(70, '.')));
+    lines.push_back(Line("n", 1));
+    OpenLines(lines);
+    EXPECT_EQ((Step{0, 0, Line("old")}), Goto(Head(690), Line("old")));
+    ExpectNext(Head(1), lines[1]);
+    EXPECT_EQ((Step{0, Head(700), lines[700]}), Goto(Head(690), Line("gone")));
+    ExpectNext(Head(701), Line("n", 1));
+}
+
+// ---- search up: the line at the offset is newer ----
+
+TEST_F(GotoPos, FindsAnOlderLineFurtherUp)
+{
+    OpenLines({Line("a", -9), Line("old", -5), Line("i", -2), Line("j"), Line("k")});
+    EXPECT_EQ((Step{0, Head(1), Line("old", -5)}), Goto(Head(3), Line("old", -5)));
+    EXPECT_TRUE(text_is_untouched_);
+    EXPECT_EQ((Texts{"0 Search up...", "0 <found.return 0."}), Said("GotoPos"));
+    ExpectNext(Head(2), Line("i", -2));
+}
+
+TEST_F(GotoPos, StandsOnTheNewestLineNotNewerWhenTheLineIsGone)
+{
+    OpenLines({Line("a", -9), Line("b", -6), Line("i", -2), Line("j")});
+    EXPECT_EQ((Step{0, Head(1), Line("b", -6)}), Goto(Head(3), Line("gone", -5)));
+    EXPECT_EQ((Texts{"0 Search up...", "0 <return 0"}), Said("GotoPos"));
+    EXPECT_EQ(Line("b", -6), CurrentLine());
+    ExpectNext(Head(2), Line("i", -2));
+}
+
+TEST_F(GotoPos, GoesThroughTheWholeSecondForTheTextBeforeItTakesTheNewestLineOfIt)
+{
+    const Texts lines = {Line("a", -9), Line("old", -5), "no stamp",
+                         Line("b", -5), Line("c", -5),   Line("j")};
+    OpenLines(lines);
+    EXPECT_EQ((Step{0, Head(1), Line("old", -5)}), Goto(Head(5), Line("old", -5)));
+    EXPECT_EQ((Step{0, Head(4), Line("c", -5)}), Goto(Head(5), Line("gone", -5)));
+    ExpectNext(Head(5), Line("j"));
+}
+
+TEST_F(GotoPos, DoesNotSearchFurtherUpThanTheFirstOlderLine)
+{
+    OpenLines({Line("old", -5), Line("a", -6), Line("b", -7), Line("j")});
+    EXPECT_EQ((Step{0, Head(2), Line("b", -7)}), Goto(Head(3), Line("old", -5)));
+}
+
+TEST_F(GotoPos, SearchesUpPastLinesWithoutAStamp)
+{
+    OpenLines({Line("b", -6), "", "continued", Line("j")});
+    EXPECT_EQ((Step{0, 0, Line("b", -6)}), Goto(Head(3), Line("gone", -5)));
+    EXPECT_EQ((Texts{"0 Search up...", "1 get \"continued\"'s time error",
+                     "1 get \"\"'s time error", "0 <return 0"}),
+              Said("GotoPos"));
+}
+
+// The cursor stands on the first line then, not before it: that line is passed over, as intended.
+TEST_F(GotoPos, WhenEveryLineIsNewerHasNoPositionAndGoesOnWithTheSecondLine)
+{
+    const Texts lines = {Line("a", -2), Line("b", -1), Line("c")};
+    for (int at = 0; at < 3; ++at) { // also from the first line itself
+        OpenLines(lines);
+        EXPECT_EQ((Step{0, -1, ""}), Goto(Head(at), Line("gone", -5)));
+        EXPECT_EQ(Line("gone", -5).substr(1), content_.c_str() + 1); // its first byte alone
+        EXPECT_EQ("0 <return 0", LastSaid());
+        EXPECT_EQ(1, FBegin());
+        ExpectNext(Head(1), lines[1]);
+    }
+}
+
+TEST_F(GotoPos, WhenNoLineFurtherUpHasAStampHasNoPosition)
+{
+    OpenLines({"x", "y", Line("j")});
+    EXPECT_EQ((Step{0, -1, ""}), Goto(Head(2), Line("gone", -5)));
+    ExpectNext(2, "y");
+}
+
+TEST_F(GotoPos, SearchesUpOverManyBlocksAndComesBackToTheNewestLineOfTheSecond)
+{
+    Texts lines = {Line("a", -9)};
+    for (int i = 0; i < 600; ++i)
+        lines.push_back(Line("line " + std::to_string(i) + std::string(70, '.'), -5));
+    for (int i = 0; i < 600; ++i)
+        lines.push_back(Line("newer " + std::to_string(i) + std::string(70, '.')));
+    OpenLines(lines);
+    EXPECT_EQ((Step{0, Head(600), lines[600]}), Goto(Head(1150), Line("gone", -5)));
+    EXPECT_EQ(lines[600], CurrentLine());
+    ExpectNext(Head(601), lines[601]);
+}
+
+TEST_F(GotoPos, CutsTheLineFoundFurtherUpLikeAnyOther)
+{
+    const std::string line = Line(std::string(5000, 'x'), -6);
+    OpenLines({line, Line("j")});
+    EXPECT_EQ((Step{0, 0, Cut(line)}), Goto(Head(1), Line("gone", -5)));
+    EXPECT_EQ((Step{0, 0, line.substr(0, 9)}), Goto(Head(1), Line("gone", -5).substr(0, 15), 10));
+}
+
+// ---- search down: the line at the offset is older ----
+
+TEST_F(GotoPos, FindsANewerLineFurtherDown)
+{
+    OpenLines({Line("a", -9), Line("b", -7), Line("old", -5), Line("c")});
+    EXPECT_EQ((Step{0, Head(2), Line("old", -5)}), Goto(0, Line("old", -5)));
+    EXPECT_TRUE(text_is_untouched_);
+    EXPECT_EQ((Texts{"0 Search down ...",
+                     "0 " + std::to_string(Head(1)) + "   :\"" + Line("b", -7) + "\"\n",
+                     "0 " + std::to_string(Head(2)) + "   :\"" + Line("old", -5) + "\"\n",
+                     "0 <found.return 0."}),
+              Said("GotoPos"));
+    ExpectNext(Head(3), Line("c"));
+}
+
+TEST_F(GotoPos, FindsANewerLineThatIsNewerThanItsTextSays)
+{
+    // The text is compared before the time: a line that begins with it wins wherever it is met.
+    OpenLines({Line("a", -9), "no stamp but the text", Line("c")});
+    lastendtime = *Sys().now - 5;
+    EXPECT_EQ((Step{0, Head(1), "no stamp"}), Goto(0, "no stamp"));
+}
+
+TEST_F(GotoPos, StopsBeforeTheFirstNewerLineWhenTheLineIsGone)
+{
+    OpenLines({Line("a", -9), Line("b", -7), Line("c", -5), Line("d", -4), Line("e", -9)});
+    EXPECT_EQ((Step{0, Head(2), Line("c", -5)}), Goto(0, Line("gone", -5)));
+    EXPECT_EQ("0 <return 0.", LastSaid());
+    EXPECT_EQ(Line("c", -5), CurrentLine());
+    ExpectNext(Head(3), Line("d", -4));
+}
+
+TEST_F(GotoPos, ClearsTheBufferBeforeItStoresTheLineFoundFurtherDown)
+{
+    OpenLines({Line("a", -9), Line("d", -4)});
+    EXPECT_EQ((Step{0, 0, Line("a", -9)}), Goto(0, Line("gone and longer", -5)));
+    const std::string rest = content_.substr(Line("a", -9).size());
+    EXPECT_EQ(std::string(rest.size(), '\0'), rest);
+}
+
+TEST_F(GotoPos, MayStepBackOntoTheLineAtTheOffset)
+{
+    OpenLines({Line("a", -9), Line("d", -4), Line("e")});
+    EXPECT_EQ((Step{0, 0, Line("a", -9)}), Goto(3, Line("gone", -5)));
+    ExpectNext(Head(1), Line("d", -4));
+}
+
+TEST_F(GotoPos, WithoutANewerLineEndsOnTheLastOne)
+{
+    OpenLines({Line("a", -9), Line("b", -7), Line("c", -5)});
+    EXPECT_EQ((Step{0, Head(2), Line("c", -5)}), Goto(0, Line("gone", -5)));
+    EXPECT_EQ(1, FEof());
+}
+
+TEST_F(GotoPos, OnAnOldLastLineStaysThere)
+{
+    OpenLines({Line("a", -9)});
+    EXPECT_EQ((Step{0, 0, Line("a", -9)}), Goto(5, Line("gone", -5)));
+    EXPECT_EQ((Texts{"0 Search down ...", "0 <return 0."}), Said("GotoPos"));
+    EXPECT_EQ(1, FEof());
+}
+
+TEST_F(GotoPos, SearchesDownPastLinesWithoutAStamp)
+{
+    OpenLines({Line("a", -9), "one", "", Line("d", -4)});
+    EXPECT_EQ((Step{0, Head(2), ""}), Goto(0, Line("gone", -5)));
+    EXPECT_EQ((Texts{"1 GotoPos: get \"one\"'s time error.", "1 GotoPos: get \"\"'s time error."}),
+              Complaints());
+    ExpectNext(Head(3), Line("d", -4));
+}
+
+TEST_F(GotoPos, StepsBackOverABlockEdge)
+{
+    // The first newer line is the first of the second block.
+    const std::string first = Line("a", -9);
+    const std::string second =
+        Line(std::string(kBlock - 2 - first.size() - Line("").size(), 'x'), -9);
+    OpenLines({first, second, Line("d", -4), Line("e")});
+    ASSERT_EQ(kBlockSize, Head(2));
+    EXPECT_EQ((Step{0, Head(1), Cut(second)}), Goto(0, Line("gone", -5)));
+    ExpectNext(Head(2), Line("d", -4));
+    ExpectNext(Head(3), Line("e"));
+}
+
+TEST_F(GotoPos, StoresNoMoreOfALineThanTheBufferHolds)
+{
+    OpenLines({Line("a", -9), Line("d", -4)});
+    EXPECT_EQ((Step{0, 0, Line("a", -9).substr(0, 19)}), Goto(0, "Mar  5 11:59:55 ", 20));
+    EXPECT_EQ(test::kUntouchedByte, content_[20]);
+}
+
+// ---- lines and texts without a time ----
+
+TEST_F(GotoPos, OfATextWithoutAStampTakesTheEndOfTheLastPassForItsTime)
+{
+    OpenLines({Line("a", -9), Line("b", -5), Line("c", -4)});
+    lastendtime = *Sys().now - 5;
+    EXPECT_EQ((Step{0, Head(1), Line("b", -5)}), Goto(Head(1), "gone"));
+    char when[32];
+    EXPECT_EQ((Texts{"1 get pcontent \"gone\"'s time error",
+                     "0 set pcontent's time to " + std::string(ctime_r(&lastendtime, when)) + "(" +
+                         std::to_string(lastendtime) + ")",
+                     "0 Search before ..."}),
+              FirstThreeSaid());
+
+    lastendtime = *Sys().now - 6; // then "b" is newer: up
+    EXPECT_EQ((Step{0, 0, Line("a", -9)}), Goto(Head(1), "gone"));
+    lastendtime = *Sys().now - 4; // then it is older: down
+    EXPECT_EQ((Step{0, Head(2), Line("c", -4)}), Goto(Head(1), "gone"));
+}
+
+TEST_F(GotoPos, ShowsATimeThatCannotBeWrittenAsNull)
+{
+    OpenLines({Line("a", -9), Line("b", -5)});
+    lastendtime = INT64_MAX;
+    EXPECT_EQ((Step{0, Head(1), Line("b", -5)}), Goto(0, "gone"));
+    EXPECT_EQ(1, Host().Traced(0, "set pcontent's time to NULL(9223372036854775807)"));
+}
+
+TEST_F(GotoPos, TakesALineWithoutAStampAtTheOffsetForOneSecondOlder)
+{
+    OpenLines({Line("a", -5), "no stamp", Line("old", -5), Line("b")});
+    EXPECT_EQ((Step{0, Head(2), Line("old", -5)}), Goto(Head(1), Line("old", -5)));
+    const time_t older = *Sys().now - 6;
+    char when[32];
+    EXPECT_EQ((Texts{"1 get \"no stamp\"'s time error",
+                     "0 set time to " + std::string(ctime_r(&older, when)) + "(" +
+                         std::to_string(older) + ")",
+                     "0 Search down ..."}),
+              FirstThreeSaid());
+    EXPECT_EQ("0 <found.return 0.", LastSaid());
+}
+
+TEST_F(GotoPos, WithoutAnyStampEndsOnTheLastLine)
+{
+    OpenLines({"one", "two", "three"});
+    EXPECT_EQ((Step{0, 8, "three"}), Goto(0, "gone"));
+    EXPECT_EQ(1, FEof());
+    EXPECT_EQ((Texts{"1 GotoPos: get pcontent \"gone\"'s time error",
+                     "1 GotoPos: get \"one\"'s time error", "1 GotoPos: get \"two\"'s time error.",
+                     "1 GotoPos: get \"three\"'s time error."}),
+              Complaints());
+}
+
+// ---- odd files ----
+
+TEST_F(GotoPos, OfAFileThatShrankToNothingFails)
+{
+    OpenLines({Line("a"), Line("b")});
+    ShrinkTo(0);
+    ExpectFailure(Head(1), Line("b"));
+    EXPECT_EQ((Texts{"1 GetNextLine: <curblock's length is 0.return -1.",
+                     "1 GotoPos: <GetNextLine() error. tmppos=0.return -1."}),
+              Complaints());
+}
+
+TEST_F(GotoPos, OfAFileThatShrinksAfterTheOpeningFailsWhereItsLinesEnd)
+{
+    OpenLines({Line("a", -9), Line("b", -8), Line("c")});
+    const int64_t end = Head(1);
+    ShrinkTo(static_cast<size_t>(end));
+    ExpectFailure(0, Line("gone", -5));
+    EXPECT_EQ("1 <GetNextLine error. tmppos=0.return -1.", LastSaid());
+}
+
+TEST_F(GotoPos, OfAFileThatGrewReadsToTheEndOfTheBlockThatReachesBeyondTheOldEnd)
+{
+    OpenLines({Line("a"), Line("b")});
+    Grow(Line("c") + "\nhalf a li");
+    EXPECT_EQ((Step{0, Head(1), Line("b")}), Goto(Head(1), Line("b")));
+    ExpectNext(static_cast<int64_t>(text_.size()), Line("c"));
+    EXPECT_EQ(1, FEof());
+}
+
+TEST_F(GotoPos, DoesNotDeliverHalfOfALineThatIsStillBeingWritten)
+{
+    const std::string first = Line("a") + "\n";
+    UntilLooked(2, [&] {
+        OpenFresh(first + Line("b").substr(0, 9));
+        WriteOnAtLook(2, Line("b").substr(9) + "\n");
+        Goto(0, Line("a"));
+    });
+    ExpectNext(static_cast<int64_t>(first.size()), Line("b"));
+    EXPECT_EQ(1, FEof());
+}
+
+TEST_F(GotoPos, FindsTheHeadOfALineByItsNewlineAlone)
+{
+    // A zero byte ends a line for the steps, but the search for the head passes it.
+    OpenLines({Line("a"), Line("b") + std::string("\0tail", 5), Line("new")});
+    EXPECT_EQ((Step{0, Head(2), Line("b")}), Goto(Head(2), Line("b")));
+    ExpectNext(Head(2), "tail");
+}
+
+TEST_F(GotoPos, OnAPieceOfALongLineBeginsAtTheHeadOfTheLine)
+{
+    const std::string line = Line(std::string(2 * kBlock, 'x'));
+    OpenLines({Line("a"), line, Line("new")});
+    EXPECT_EQ((Step{0, Head(1) + kBlockSize, line.substr(0, 499)}),
+              Goto(Head(1) + kBlockSize, line.substr(0, 499)));
+    ExpectNext(Head(1) + kBlockSize, std::string(3328, 'x')); // its second piece
+}
+
+TEST_F(GotoPos, OfAFileThatIsOneUnfinishedLineStandsOnIt)
+{
+    WriteOldLog("no newline");
+    Open();
+    EXPECT_EQ((Step{0, 4, "no newl"}), Goto(4, "no newl"));
+    EXPECT_EQ(1, FEof());
+}
+
+// ---- failures ----
+
+TEST_F(GotoPos, WhenTheHeadOfTheLineCannotBeFoundFails)
+{
+    OpenLines({Line("a"), Line("b")});
+    Sys().FailCall("fseek", 1);
+    ExpectFailure(Head(1), Line("b"));
+    EXPECT_EQ((Texts{"1 <GetLineHead() error.return -1."}), Said("GotoPos"));
+}
+
+TEST_F(GotoPos, WhenTheLineCannotBeLoadedFails)
+{
+    for (const char *call : {"fseek", "fread"}) {
+        OpenLines({Line("a"), Line("b")});
+        Sys().FailCall(call, 2);
+        ExpectFailure(Head(1), Line("b"));
+        EXPECT_EQ((Texts{"1 <GetBlockAt() error. pos=" + std::to_string(Head(1)) +
+                         ", length=16384.return -1."}),
+                  Said("GotoPos"));
+        EXPECT_TRUE(IsCleared(curblock));
+    }
+}
+
+TEST_F(GotoPos, WithoutAPositionFailsAsWellWhenTheFileCannotBeRead)
+{
+    for (const char *call : {"fseek", "fread"}) {
+        OpenLines({Line("a")});
+        Sys().FailCall(call, 1);
+        ExpectFailure(-1, Line("b"));
+        EXPECT_EQ((Texts{"1 <GetBlockAt() error. pos=0, length=16384.return -1."}),
+                  Said("GotoPos"));
+    }
+}
+
+// Failures of steps over a block edge, by kind of search. "a" is in the first block, alone with a
+// line that fills it; the other lines are in the second.
+class FailingSearch : public GotoPos {
+  protected:
+    // Lines of these times, seconds from now.
+    void OpenTwoBlocks(int first, int filler, int second, int third)
+    {
+        const std::string a = Line("a", first);
+        const std::string fill(kBlock - 2 - a.size() - Line("").size(), 'x');
+        OpenLines({a, Line(fill, filler), Line("b", second), Line("c", third)});
+        ASSERT_EQ(kBlockSize, Head(2));
+    }
+};
+
+TEST_F(FailingSearch, BackwardsWithinTheSecondKeepsTheValues)
+{
+    for (const char *call : {"fseek", "fread"}) {
+        OpenTwoBlocks(0, 0, 0, 0);
+        Sys().FailCall(call, 3);
+        ExpectFailure(Head(3), Line("gone"));
+        EXPECT_EQ("1 <GetPreLine error. tmppos=" + std::to_string(Head(3)) + ".retrun -1.",
+                  LastSaid());
+    }
+}
+
+TEST_F(FailingSearch, UpwardsKeepsTheValues)
+{
+    for (const char *call : {"fseek", "fread"}) {
+        OpenTwoBlocks(-9, -9, -1, 0);
+        Sys().FailCall(call, 3);
+        ExpectFailure(Head(2), Line("gone", -5));
+        EXPECT_EQ("1 <GetPreLine error. tmppos=16384.return -1.", LastSaid());
+    }
+}
+
+TEST_F(FailingSearch, DownwardsKeepsTheValues)
+{
+    for (const char *call : {"fseek", "fread"}) {
+        OpenTwoBlocks(-9, -8, -7, 0);
+        // From the first line no head is searched: load, then the next block. Its line is "b".
+        Sys().FailCall(call, 2);
+        ExpectFailure(0, Line("gone", -5));
+        EXPECT_EQ("1 <GetNextLine error. tmppos=" + std::to_string(Head(1)) + ".return -1.",
+                  LastSaid());
+    }
+}
+
+TEST_F(FailingSearch, OfTheStepBackOntoTheLastOlderLineKeepsTheValues)
+{
+    for (const char *call : {"fseek", "fread"}) {
+        OpenTwoBlocks(-9, -8, 0, 0);
+        Sys().FailCall(call, 3); // load, next block, and back
+        ExpectFailure(0, Line("gone", -5));
+        EXPECT_EQ("1 <GetPreLine error. tmppos=16384.return -1.", LastSaid());
+    }
+}
+
+// A vain look back over several blocks, then a search down over several: every kind of load.
+TEST_F(FailingSearch, KeepsTheValuesWhicheverCallFails)
+{
+    Texts lines;
+    for (int i = 0; i < 1200; ++i)
+        lines.push_back(Line("line " + std::to_string(i) + std::string(70, '.')));
+    lines.push_back(Line("n", 1));
+    for (const char *call : {"fseek", "fread"}) {
+        int failures = 0;
+        for (int n = 1; n < 100; ++n) {
+            SCOPED_TRACE(std::string(call) + " " + std::to_string(n));
+            OpenLines(lines);
+            Host().record_trace = n < 4; // enough to see the messages, and fast for the rest
+            Sys().FailCall(call, n);
+            const Step step = Goto(Head(600), Line("gone"));
+            Sys().FailCall(call, 0);
+            if (step.result == 0) {
+                // Nothing failed, or the search for the head alone, which began further up then.
+                EXPECT_EQ((Step{0, Head(1199), lines[1199]}), step);
+                if (n > 1)
+                    break;
+                continue;
+            }
+            ++failures;
+            EXPECT_EQ((Step{-1, Head(600), Line("gone")}), step);
+            EXPECT_TRUE(text_is_untouched_);
+            EXPECT_TRUE(n >= 4 || LastSaid().substr(0, 2) == "1 ");
+        }
+        EXPECT_LE(8, failures) << call;
+        EXPECT_GT(90, failures) << call; // it ended because nothing failed any more
+        Host().record_trace = true;
+    }
+}
+
+// ---- against the reference ----
+
+// Random lines: most short, some longer than the line buffers or a read of the head search, none
+// longer than a block; now and then a zero byte.
+std::string RandomLog(std::mt19937 *random, bool with_zeros)
+{
+    std::string text;
+    const size_t count = 1 + (*random)() % 300;
+    for (size_t i = 0; i < count; ++i) {
+        const auto kind = (*random)() % 100;
+        const size_t limit = kind < 70 ? 120 : (kind < 97 ? 600 : 16384);
+        std::string line((*random)() % limit, static_cast<char>('a' + i % 26));
+        if (with_zeros && !line.empty() && kind % 10 == 0)
+            line[(*random)() % line.size()] = '\0';
+        text += line + "\n";
+    }
+    if ((*random)() % 2 == 0)
+        text.pop_back();
+    return text.empty() ? "x" : text;
+}
+
+class AgainstTheReference : public GotoPos {};
+
+TEST_F(AgainstTheReference, TheHeadOfALineIsTheSameForEveryByte)
+{
+    std::mt19937 random = Random(430);
+    Host().record_trace = false;
+    for (int round = 0; round < 20; ++round) {
+        const std::string text = RandomLog(&random, true);
+        WriteOldLog(text);
+        Open();
+        for (int i = 0; i < 1000; ++i) {
+            const auto pos = static_cast<int64_t>(random() % text.size());
+            ASSERT_EQ(ReferenceLineHead(text, pos), GetLineHead(pos)) << pos << " in " << round;
+        }
+    }
+}
+
+TEST_F(AgainstTheReference, TheHeadOfALineIsTheSameForEveryByteOfASmallLog)
+{
+    std::mt19937 random = Random(431);
+    for (int round = 0; round < 300; ++round) {
+        std::string text(1 + random() % 20, 'x');
+        for (char &c : text)
+            c = "x\n"[random() % 2];
+        WriteOldLog(text);
+        Open();
+        for (int64_t pos = 0; pos < filelen; ++pos)
+            ASSERT_EQ(ReferenceLineHead(text, pos), GetLineHead(pos)) << pos << " in " << round;
+    }
+}
+
+TEST_F(AgainstTheReference, TheLinesAreTheSameInBothDirections)
+{
+    std::mt19937 random = Random(432);
+    Host().record_trace = false;
+    for (int round = 0; round < 40; ++round) {
+        SCOPED_TRACE(round);
+        const std::string text = RandomLog(&random, true);
+        const auto lines = ReferenceLines(text);
+        OpenOldLog(text);
+        for (const auto &line : lines) {
+            ASSERT_EQ(0, FEof());
+            ASSERT_EQ((Step{0, line.pos, Cut(line.text)}), Next());
+        }
+        EXPECT_EQ(1, FEof());
+        for (size_t i = lines.size() - 1; i-- > 0;) {
+            ASSERT_EQ(0, FBegin());
+            ASSERT_EQ((Step{0, lines[i].pos, Cut(lines[i].text)}), Previous());
+        }
+        EXPECT_EQ(1, FBegin());
+    }
+}
+
+TEST_F(AgainstTheReference, ARandomWalkMeetsTheSameLines)
+{
+    std::mt19937 random = Random(433);
+    Host().record_trace = false;
+    for (int round = 0; round < 20; ++round) {
+        SCOPED_TRACE(round);
+        const auto text = RandomLog(&random, true);
+        const auto lines = ReferenceLines(text);
+        OpenOldLog(text);
+        Next();
+        size_t at = 0;
+        for (int step = 0; step < 1000; ++step) {
+            const bool forwards =
+                (random() >> 5U) % 16 < (static_cast<size_t>(step) / 100 % 2 == 0 ? 12 : 4);
+            ASSERT_EQ(at + 1 == lines.size() ? 1 : 0, FEof());
+            ASSERT_EQ(at == 0 ? 1 : 0, FBegin());
+            if (forwards ? at + 1 == lines.size() : at == 0)
+                continue;
+            at = forwards ? at + 1 : at - 1;
+            ASSERT_EQ((Step{0, lines[at].pos, Cut(lines[at].text)}),
+                      forwards ? Next() : Previous());
+        }
+    }
+}
+
+TEST_F(AgainstTheReference, TheFirstAndTheLastLineAreTheSame)
+{
+    std::mt19937 random = Random(434);
+    for (int round = 0; round < 100; ++round) {
+        const std::string text = RandomLog(&random, false);
+        const auto lines = ReferenceLines(text);
+        WriteOldLog(text);
+        Open();
+        EXPECT_EQ((Step{0, test::kUntouchedPos, Cut(lines.front().text)}), First());
+        EXPECT_EQ((Step{0, lines.back().pos, Cut(lines.back().text)}), Last());
+    }
+}
+
+// Logs of stamped lines, a few without a stamp, of times that mostly rise.
+class PositioningAgainstTheReference : public GotoPos {
+  protected:
+    // A stamped log in text_, its lines in lines_.
+    void MakeStampedLog(std::mt19937 *random)
+    {
+        text_.clear();
+        lines_.clear();
+        const size_t count = 1 + (*random)() % ((*random)() % 4 == 0 ? 700 : 25);
+        int second = -300;
+        for (size_t i = 0; i < count; ++i) {
+            second += static_cast<int>((*random)() % 10 == 0 ? (*random)() % 7 : (*random)() % 2);
+            if ((*random)() % 50 == 0)
+                second -= 3; // a clock that was set back
+            const bool stamped = (*random)() % 10 != 0;
+            const std::string body =
+                "line " + std::to_string((*random)() % 1000) + std::string((*random)() % 90, '.');
+            LogLine line;
+            line.pos = static_cast<int64_t>(text_.size());
+            line.text = stamped ? Line(body, second) : body;
+            if (stamped)
+                line.time = *Sys().now + second;
+            text_ += line.text + "\n";
+            lines_.push_back(line);
+        }
+    }
+
+    // Something to look for: a line of the log or part of one, or a line that is gone.
+    std::string Remember(std::mt19937 *random, time_t *when)
+    {
+        const LogLine &line = lines_[(*random)() % lines_.size()];
+        *when = line.time.value_or(lastendtime);
+        switch ((*random)() % 5) {
+        case 0:
+        case 1:
+            return line.text;
+        case 2:
+            return line.text.substr(0, std::min<size_t>(line.text.size(), 24));
+        case 3:
+            *when = lastendtime;
+            return "gone, and without a stamp";
+        default:
+            const int second = -310 + static_cast<int>((*random)() % 330);
+            *when = *Sys().now + second;
+            return Line("gone", second);
+        }
+    }
+
+    int64_t SomePosition(std::mt19937 *random)
+    {
+        switch ((*random)() % 6) {
+        case 0:
+            return -1;
+        case 1:
+            return static_cast<int64_t>(text_.size() + (*random)() % 100);
+        case 2:
+            return static_cast<int64_t>((*random)() % text_.size());
+        default:
+            return lines_[(*random)() % lines_.size()].pos;
+        }
+    }
+
+    void ExpectCursorOn(ptrdiff_t line)
+    {
+        const auto next = static_cast<size_t>(line + 1);
+        EXPECT_EQ(next == lines_.size() ? 1 : 0, FEof());
+        if (next < lines_.size())
+            ExpectNext(lines_[next].pos, lines_[next].text);
+    }
+
+    std::vector<LogLine> lines_;
+};
+
+TEST_F(PositioningAgainstTheReference, EndsOnTheSameLine)
+{
+    std::mt19937 random = Random(435);
+    Host().record_trace = false;
+    for (int log = 0; log < 150 && !HasFailure(); ++log) {
+        MakeStampedLog(&random);
+        WriteOldLog(text_);
+        Open();
+        for (int i = 0; i < 20 && !HasFailure(); ++i) {
+            lastendtime = *Sys().now - 310 + static_cast<int>(random() % 330);
+            time_t when = 0;
+            const std::string remembered = Remember(&random, &when);
+            const int64_t pos = SomePosition(&random);
+            SCOPED_TRACE("log " + std::to_string(log) + ", case " + std::to_string(i) + ", pos " +
+                         std::to_string(pos) + ", remembered \"" + remembered + "\"");
+            const Placed expected = ReferencePlace(lines_, pos, remembered, when);
+            EXPECT_EQ((Step{0, expected.pos, expected.text}), Goto(pos, remembered));
+            ExpectCursorOn(expected.line);
+        }
+    }
+}
+
+} // namespace

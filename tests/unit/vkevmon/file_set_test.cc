@@ -1,1 +1,877 @@
-#include "tests/support/module_test.h"
+#include "vkevmon/file_set.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <filesystem>
+#include <string>
+#include <sys/stat.h>
+
+#include "tests/unit/vkevmon/scan_fixture.h"
+#include "vkevmon/settings.h"
+
+namespace {
+
+using test::Host;
+using test::kMonitorKey;
+using test::NotableRecordsOf;
+using test::RecordsOf;
+using test::ResumePoint;
+using test::Strings;
+using test::Sys;
+using test::SyslogScanTest;
+
+constexpr char kVmkernel[] = "/var/log/vmkernel";
+
+// ---- which names are backups ----
+
+class NameOfABackup : public SyslogScanTest {
+  protected:
+    static struct dirent Entry(const std::string &name)
+    {
+        struct dirent entry {};
+        snprintf(entry.d_name, sizeof entry.d_name, "%s", name.c_str());
+        return entry;
+    }
+
+    static bool IsNumbered(int slot, const std::string &name)
+    {
+        gMonIndex = slot;
+        const struct dirent entry = Entry(name);
+        return check_message_i(&entry) != 0;
+    }
+
+    static bool IsDated(int slot, const std::string &name)
+    {
+        gMonIndex = slot;
+        const struct dirent entry = Entry(name);
+        return check_message_time(&entry) != 0;
+    }
+};
+
+TEST_F(NameOfABackup, OfTheSystemLogEndsInANumberWithoutALeadingZero)
+{
+    for (const char *name : {"messages.1", "messages.2", "messages.9", "messages.10",
+                             "messages.123", "messages.4294967297"})
+        EXPECT_TRUE(IsNumbered(0, name)) << name;
+    for (const char *name :
+         {"messages", "messages.0", "messages.01", "messages.1.gz", "messages.1a", "messages.a",
+          "messages.-1", "messages. 1", "messages-1", "Messages.1", "xmessages.1", "message.1",
+          "messages1", "vmkernel.1", "", ".", "..", "messages.1 ", "messages.\xB2"})
+        EXPECT_FALSE(IsNumbered(0, name)) << name;
+}
+
+TEST_F(NameOfABackup, OfTheSystemLogHas31BytesAtMost)
+{
+    EXPECT_TRUE(IsNumbered(0, "messages." + std::string(22, '1')));
+    EXPECT_FALSE(IsNumbered(0, "messages." + std::string(23, '1')));
+}
+
+TEST_F(NameOfABackup, OfVmkernelEndsInOneToFour)
+{
+    for (const char *name : {"vmkernel.1", "vmkernel.2", "vmkernel.3", "vmkernel.4"})
+        EXPECT_TRUE(IsNumbered(1, name)) << name;
+    for (const char *name :
+         {"vmkernel", "vmkernel.0", "vmkernel.5", "vmkernel.9", "vmkernel.10", "vmkernel.11",
+          "vmkernel.1a", "vmkernel.a", "vmkernel.:", "vmkernel-1", "Vmkernel.1", "messages.1", ""})
+        EXPECT_FALSE(IsNumbered(1, name)) << name;
+}
+
+TEST_F(NameOfABackup, MayLackItsNumber)
+{
+    EXPECT_TRUE(IsNumbered(0, "messages."));
+    EXPECT_TRUE(IsNumbered(1, "vmkernel."));
+    EXPECT_FALSE(IsNumbered(1, "messages."));
+    EXPECT_FALSE(IsNumbered(0, "vmkernel."));
+}
+
+TEST_F(NameOfABackup, OfAnyOtherSlotIsNone)
+{
+    for (const int slot : {-1, 2, 3, 100}) {
+        EXPECT_FALSE(IsNumbered(slot, "messages.1"));
+        EXPECT_FALSE(IsNumbered(slot, "vmkernel.1"));
+        EXPECT_FALSE(IsDated(slot, "messages-20240105"));
+    }
+}
+
+TEST_F(NameOfABackup, MayEndInADate)
+{
+    for (const char *name : {"messages-20240105", "messages-20231231", "messages-00000101",
+                             "messages-99991231", "messages-20240230", "messages-20240431"})
+        EXPECT_TRUE(IsDated(0, name)) << name;
+}
+
+TEST_F(NameOfABackup, HasAMonthOf1To12AndADayOf1To31)
+{
+    for (int month = 0; month <= 99; ++month) {
+        for (int day = 0; day <= 99; ++day) {
+            char name[32];
+            snprintf(name, sizeof name, "messages-2024%02d%02d", month, day);
+            EXPECT_EQ(month >= 1 && month <= 12 && day >= 1 && day <= 31, IsDated(0, name)) << name;
+        }
+    }
+}
+
+TEST_F(NameOfABackup, HasADateOfExactlyEightDigits)
+{
+    for (const char *name :
+         {"messages-2024010", "messages-202401055", "messages-20240105.gz", "messages-2024010x",
+          "messages-x0240105", "messages-2024-105", "messages.20240105", "Messages-20240105",
+          "vmkernel-20240105", "messages-", "messages-20240+05", "messages-202401 5", ""})
+        EXPECT_FALSE(IsDated(0, name)) << name;
+}
+
+TEST_F(NameOfABackup, OfVmkernelHasNoDate)
+{
+    EXPECT_FALSE(IsDated(1, "vmkernel-20240105"));
+    EXPECT_FALSE(IsDated(1, "messages-20240105"));
+}
+
+// ---- the list ----
+
+class BackupList : public SyslogScanTest {
+  protected:
+    BackupList() { gMonIndex = 0; }
+
+    // Makes these empty files and nothing else.
+    void SetNames(const Strings &names) const
+    {
+        Files files;
+        for (const auto &name : names)
+            files[name] = "";
+        SetFolder(files);
+    }
+
+    // What the list comes to. Checks what holds for every list.
+    static Strings List(int monindex = 0)
+    {
+        Host().ForgetRecords();
+        BackupName stale[1] = {};
+        BackupName *names = stale; // anything but null
+        const int count = GetSyslogBakFilelist(&names, monindex);
+        Strings list;
+        for (int i = 0; i < count; ++i) {
+            list.emplace_back(names[i]);
+            // The rest of each name's field is zero.
+            EXPECT_EQ(std::string(kBackupNameSize - list.back().size(), '\0'),
+                      std::string(names[i] + list.back().size(), names[i] + kBackupNameSize));
+        }
+        EXPECT_EQ(count > 0, names != nullptr);
+        free(names);
+        return list;
+    }
+
+    static void UseVmkernel()
+    {
+        WatchCustomerFile(kVmkernel);
+        gMonIndex = 1;
+    }
+
+    static Strings Own() { return RecordsOf("GetSyslogBakFilelist"); }
+};
+
+TEST_F(BackupList, NeedsAPlaceForItsResult)
+{
+    EXPECT_EQ(0, GetSyslogBakFilelist(nullptr, 0));
+    EXPECT_EQ(Strings{"1 <error parameter."}, Own());
+    Host().ForgetRecords();
+    EXPECT_EQ(0, GetSyslogBakFilelist(nullptr, -1));
+    EXPECT_EQ(Strings{"1 <error parameter."}, Own());
+}
+
+TEST_F(BackupList, IsTracedWithItsArguments)
+{
+    BackupName *names = nullptr;
+    GetSyslogBakFilelist(&names, -1);
+    char entry[80];
+    snprintf(entry, sizeof entry, ">lpbakfilelist=%p,monindex=-1", static_cast<void *>(&names));
+    EXPECT_EQ(1, Host().Traced(0, entry));
+}
+
+TEST_F(BackupList, OfNoSlotIsEmptyThoughTheMessageSaysMinusOne)
+{
+    SetNames({"messages", "messages.1"});
+    EXPECT_EQ(Strings{}, List(-1));
+    EXPECT_EQ(Strings{"1 <monindex[-1] is invalided, return -1."}, Own());
+    EXPECT_EQ(Strings{}, List(2));
+    EXPECT_EQ(Strings{"1 <monindex[2] must less than MAX_MON_FILES[2], return -1."}, Own());
+    EXPECT_EQ(Strings{}, List(77));
+    EXPECT_EQ(Strings{"1 <monindex[77] must less than MAX_MON_FILES[2], return -1."}, Own());
+    EXPECT_EQ(0, Sys().Calls("scandir"));
+}
+
+TEST_F(BackupList, OfACustomerFileOtherThanVmkernelIsEmpty)
+{
+    SetNames({"messages.1", "vmkernel.1", "app.log", "app.log.1"});
+    gMonIndex = 1;
+    for (const char *path : {"/var/log/app.log", "/var/log/vmkernel2", "/var/log/vmkerne",
+                             "/var/log/VMKERNEL", "/var/log//vmkernel", ""}) {
+        WatchCustomerFile(path);
+        EXPECT_EQ(Strings{}, List(1)) << path;
+        EXPECT_EQ(Strings{"0 custom file is not /var/log/vmkernel, ignore"}, Own());
+    }
+    EXPECT_EQ(0, Sys().Calls("scandir"));
+}
+
+TEST_F(BackupList, WithoutBackupsIsEmpty)
+{
+    SetNames({"messages", "messages.0", "messages.1.gz", "dmesg"});
+    EXPECT_EQ(Strings{}, List());
+    EXPECT_EQ((Strings{"0 There is no messages.i or messages-YYYYMMDD backup file.",
+                       "0 < ibakfilenum=0"}),
+              Own());
+}
+
+TEST_F(BackupList, OfNumberedBackupsCountsUpFromOne)
+{
+    SetNames({"messages", "messages.1", "messages.2", "messages.3"});
+    EXPECT_EQ((Strings{"messages.1", "messages.2", "messages.3"}), List());
+    EXPECT_EQ((Strings{"0 backup syslog file: messages.1", "0 backup syslog file: messages.2",
+                       "0 backup syslog file: messages.3", "0 < ibakfilenum=3"}),
+              Own());
+}
+
+TEST_F(BackupList, OfNumberedBackupsIsSortedByNumber)
+{
+    Strings names;
+    for (int i = 1; i <= 12; ++i)
+        names.push_back("messages." + std::to_string(i));
+    SetNames(names);
+    EXPECT_EQ(names, List());
+}
+
+TEST_F(BackupList, OfNumberedBackupsEndsAtAGap)
+{
+    SetNames({"messages.1", "messages.2", "messages.4", "messages.5"});
+    EXPECT_EQ((Strings{"messages.1", "messages.2"}), List());
+    EXPECT_EQ((Strings{"0 backup syslog file: messages.1", "0 backup syslog file: messages.2",
+                       "1 discontinuous syslog file: messages.4, skip it and others behind it.",
+                       "0 < ibakfilenum=2"}),
+              Own());
+}
+
+TEST_F(BackupList, OfNumberedBackupsStartsAtOneOrIsEmpty)
+{
+    SetNames({"messages.2", "messages.3"});
+    EXPECT_EQ(Strings{}, List());
+    EXPECT_EQ((Strings{"1 discontinuous syslog file: messages.2, skip it and others behind it.",
+                       "0 < ibakfilenum=0"}),
+              Own());
+}
+
+TEST_F(BackupList, EndsAtANameWithoutANumber)
+{
+    SetNames({"messages.", "messages.1", "messages.2"});
+    EXPECT_EQ(Strings{}, List()); // it is sorted before "messages.1"
+    EXPECT_EQ((Strings{"1 discontinuous syslog file: messages., skip it and others behind it.",
+                       "0 < ibakfilenum=0"}),
+              Own());
+    UseVmkernel();
+    SetNames({"vmkernel.", "vmkernel.1"});
+    EXPECT_EQ(Strings{}, List(1));
+    EXPECT_EQ((Strings{"1 discontinuous syslog file: vmkernel., skip it and others behind it.",
+                       "0 < ibakfilenum=0"}),
+              Own());
+}
+
+TEST_F(BackupList, OfNumberedBackupsMeetsNamesOfFullLength)
+{
+    const std::string longest = "messages." + std::string(22, '9');
+    SetNames({"messages.1", longest, longest + "9"});
+    EXPECT_EQ(Strings{"messages.1"}, List());
+    EXPECT_EQ(1, Host().Traced(1, "discontinuous syslog file: " + longest +
+                                      ", skip it and others behind it."));
+}
+
+TEST_F(BackupList, OfDatedBackupsHasTheNewestFirst)
+{
+    SetNames({"messages", "messages-20231231", "messages-20240105", "messages-20240103"});
+    EXPECT_EQ((Strings{"messages-20240105", "messages-20240103", "messages-20231231"}), List());
+    EXPECT_EQ((Strings{"0 syslog backup file: messages-20240105",
+                       "0 syslog backup file: messages-20240103",
+                       "0 syslog backup file: messages-20231231", "0 < ibakfilenum=3"}),
+              Own());
+}
+
+TEST_F(BackupList, OfDatedBackupsLooksAtTheNamesOnly)
+{
+    SetNames({"messages-20240105", "messages-20240104"});
+    SetModified("messages-20240104", 2000000000);
+    SetModified("messages-20240105", 1000000000);
+    EXPECT_EQ((Strings{"messages-20240105", "messages-20240104"}), List());
+    EXPECT_EQ(0, Sys().Calls("stat"));
+}
+
+// ---- both schemes at once ----
+
+TEST_F(BackupList, OfBothSchemesIsTheOneRotatedLast)
+{
+    SetNames({"messages-20240101", "messages-20240105", "messages.1", "messages.2"});
+    SetModified("messages-20240101", 1999); // of a scheme, the newest name counts
+    SetModified("messages.2", 1999);
+    SetModified("messages.1", 1000);
+    SetModified("messages-20240105", 1001);
+    EXPECT_EQ((Strings{"messages-20240105", "messages-20240101"}), List());
+    SetModified("messages-20240105", 999);
+    EXPECT_EQ((Strings{"messages.1", "messages.2"}), List());
+}
+
+TEST_F(BackupList, OfBothSchemesRotatedAtOnceIsTheNumberedOne)
+{
+    SetNames({"messages-20240105", "messages.1"});
+    SetModified("messages-20240105", 1000);
+    SetModified("messages.1", 1000);
+    EXPECT_EQ(Strings{"messages.1"}, List());
+}
+
+TEST_F(BackupList, OfBothSchemesIsEmptyWhenTheNumberedOneIsChosenAndLacksItsFirst)
+{
+    SetNames({"messages-20240105", "messages.2", "messages.3"});
+    SetModified("messages-20240105", 1000);
+    SetModified("messages.2", 2000);
+    EXPECT_EQ(Strings{}, List());
+    EXPECT_EQ(1, Host().Traced(
+                     1, "discontinuous syslog file: messages.2, skip it and others behind it."));
+    SetModified("messages-20240105", 2001);
+    EXPECT_EQ(Strings{"messages-20240105"}, List());
+}
+
+TEST_F(BackupList, OfBothSchemesNeedsTheTimesOfBoth)
+{
+    SetNames({"messages-20240101", "messages-20240105", "messages.1"});
+    Sys().FailCall("stat", 1);
+    EXPECT_EQ(Strings{}, List());
+    EXPECT_EQ((Strings{"1 stat file /var/log/messages-20240105 failed.", "0 < ibakfilenum=0"}),
+              Own());
+    Sys().FailCall("stat", 2);
+    EXPECT_EQ(Strings{}, List());
+    EXPECT_EQ((Strings{"1 stat file /var/log/messages.1 failed.", "0 < ibakfilenum=0"}), Own());
+}
+
+// ---- the customer's vmkernel ----
+
+TEST_F(BackupList, OfVmkernelHasFourAtMost)
+{
+    SetNames({"vmkernel", "vmkernel.1", "vmkernel.2", "vmkernel.3", "vmkernel.4", "vmkernel.5",
+              "vmkernel.10", "messages.1", "messages-20240105", "vmkernel-20240105"});
+    UseVmkernel();
+    EXPECT_EQ((Strings{"vmkernel.1", "vmkernel.2", "vmkernel.3", "vmkernel.4"}), List(1));
+    EXPECT_EQ(1, Host().Traced(0, "backup syslog file: vmkernel.4"));
+}
+
+TEST_F(BackupList, OfVmkernelEndsAtAGap)
+{
+    SetNames({"vmkernel.1", "vmkernel.3"});
+    UseVmkernel();
+    EXPECT_EQ(Strings{"vmkernel.1"}, List(1));
+    EXPECT_EQ(1, Host().Traced(
+                     1, "discontinuous syslog file: vmkernel.3, skip it and others behind it."));
+}
+
+TEST_F(BackupList, IsFilteredForTheSlotThatIsBeingScanned)
+{
+    SetNames({"messages.1", "vmkernel.1"});
+    UseVmkernel();
+    gMonIndex = 0;
+    EXPECT_EQ(Strings{}, List(1)); // "messages.1" is listed where "vmkernel.1" is expected
+    EXPECT_EQ(1, Host().Traced(
+                     1, "discontinuous syslog file: messages.1, skip it and others behind it."));
+    gMonIndex = -1;
+    EXPECT_EQ(Strings{}, List(1));
+    EXPECT_EQ(1, Host().Traced(0, "There is no messages.i or messages-YYYYMMDD backup file."));
+}
+
+// ---- failures ----
+
+TEST_F(BackupList, IsEmptyWhenTheFolderDoesNotExist)
+{
+    SetNames({"messages.1", "messages-20240105"});
+    for (const int n : {1, 2}) {
+        Sys().FailCall("scandir", n, ENOENT);
+        EXPECT_EQ(Strings{}, List());
+        EXPECT_EQ((Strings{"1 Dir /var/log is not exist."}),
+                  NotableRecordsOf("GetSyslogBakFilelist"));
+    }
+}
+
+TEST_F(BackupList, IsEmptyWhenTheFolderCannotBeRead)
+{
+    SetNames({"messages.1", "messages-20240105"});
+    for (const int reason : {EACCES, ENOMEM, ENOTDIR}) {
+        for (const int n : {1, 2}) {
+            Sys().FailCall("scandir", n, reason);
+            EXPECT_EQ(Strings{}, List());
+            EXPECT_EQ((Strings{"2 scandir /var/log failed."}),
+                      NotableRecordsOf("GetSyslogBakFilelist"));
+        }
+    }
+}
+
+TEST_F(BackupList, ReadsTheFolderForDatesFirst)
+{
+    SetNames({"messages.1", "messages-20240105"});
+    Sys().BeforeCall("scandir", 2, [this] { SetNames({"messages.1", "messages.2"}); });
+    SetModified("messages-20240105", 1);
+    // The dated name was listed before it went, so its time is asked for.
+    EXPECT_EQ(Strings{}, List());
+    EXPECT_EQ(1, Host().Traced(1, "stat file /var/log/messages-20240105 failed."));
+}
+
+TEST_F(BackupList, IsEmptyWithoutMemory)
+{
+    for (const char *name : {"messages.1", "messages-20240105"}) {
+        SetNames({name});
+        Sys().FailCall("calloc", 1, ENOMEM);
+        EXPECT_EQ(Strings{}, List());
+        Sys().count_memory = false;
+        EXPECT_EQ((Strings{"1 malloc failed, *lpbakfilelist is NULL", "0 < ibakfilenum=0"}), Own());
+    }
+}
+
+// ---- the resume point ----
+
+class ResumeFile : public SyslogScanTest {
+  protected:
+    ResumeFile() { gMonIndex = 0; }
+
+    static Strings Own() { return RecordsOf("CheckSyslog"); }
+    static Strings OwnNotable() { return NotableRecordsOf("CheckSyslog"); }
+
+    // Looks for the resume point and checks what holds in any case.
+    static int Check(int slot = 0)
+    {
+        Host().ForgetRecords();
+        gMonIndex = slot;
+        const int result = CheckSyslog(slot);
+        EXPECT_EQ(nullptr, gfp);
+        EXPECT_EQ(0, Host().registry.OpenHandles());
+        if (result != 1) {
+            EXPECT_EQ(0U, logindex[slot]);
+        }
+        return result;
+    }
+
+    // The slot starts afresh at the end of this live file.
+    static void ExpectBaseline(const Strings &lines, int slot = 0)
+    {
+        EXPECT_EQ("0 <return 0.", Own().back());
+        const ResumePoint end = {lines.front(), OffsetOf(lines.back(), Text(lines)), lines.back()};
+        EXPECT_EQ(end, StoredResumePoint(slot));
+        EXPECT_EQ(end, (ResumePoint{headline[slot], curpos[slot], content[slot]}));
+        ExpectNothingHeld();
+    }
+
+    const Strings live_ = {Line("live head", -30), Line("live middle", -20), Line("live end", -10)};
+    const Strings backup1_ = {Line("backup 1 head", -60), Line("backup 1 end", -40)};
+    const Strings backup2_ = {Line("backup 2 head", -90), Line("backup 2 end", -70)};
+
+    // The live file with two backups.
+    void SetRotatedFolder() const
+    {
+        SetFolder({{"messages", Text(live_)},
+                   {"messages.1", Text(backup1_)},
+                   {"messages.2", Text(backup2_)}});
+    }
+};
+
+TEST_F(ResumeFile, OfNoSlotIsAnError)
+{
+    EXPECT_EQ(-1, CheckSyslog(-1));
+    EXPECT_EQ(Strings{"1 <monindex[-1] is invalided, return -1."}, Own());
+    Host().ForgetRecords();
+    EXPECT_EQ(-1, CheckSyslog(2));
+    EXPECT_EQ(Strings{"1 <monindex[2] must less than MAX_MON_FILES[2], return -1."}, Own());
+    EXPECT_TRUE(Host().calls.empty());
+    EXPECT_EQ(1, Host().Traced(0, ">monindex=2"));
+}
+
+TEST_F(ResumeFile, OfALogThatDoesNotExistIsAnError)
+{
+    logindex[0] = 7;
+    EXPECT_EQ(-1, Check());
+    EXPECT_EQ(Strings{"1 <stat syslog file[/var/log/messages] failed.return -1."}, Own());
+    EXPECT_TRUE(Host().calls.empty());
+    WatchCustomerFile("/var/log/app.log");
+    IsCustFileChanged = 1;
+    EXPECT_EQ(-1, Check(1));
+    EXPECT_EQ(Strings{"1 <stat syslog file[/var/log/app.log] failed.return -1."}, Own());
+    EXPECT_EQ(1, IsCustFileChanged); // still to be met
+}
+
+TEST_F(ResumeFile, IsTheEndOfTheLiveFileAtTheFirstStart)
+{
+    SetRotatedFolder();
+    EXPECT_EQ(0, Check());
+    EXPECT_EQ(Strings{"1 RegGetHeadLine error"}, OwnNotable());
+    ExpectBaseline(live_);
+}
+
+TEST_F(ResumeFile, IsTheEndOfTheLiveFileWhenPartOfWhatWasStoredIsLost)
+{
+    for (const char *lost : {"HEADLINE", "POS", "H_POS", "CONTENT"}) {
+        SetRotatedFolder();
+        StoreResumePoint(0, PointAt(live_[0], live_));
+        Host().registry.DeleteValue(kMonitorKey, lost);
+        EXPECT_EQ(0, Check());
+        EXPECT_EQ(Strings{lost == std::string("HEADLINE") ? "1 RegGetHeadLine error"
+                                                          : "1 RegGetOrientation error"},
+                  OwnNotable());
+        ExpectBaseline(live_);
+        EXPECT_EQ(0, Sys().Calls("scandir"));
+    }
+}
+
+TEST_F(ResumeFile, IsTheLiveFileWhenItsFirstLineIsTheStoredOne)
+{
+    SetRotatedFolder();
+    StoreResumePoint(0, PointAt(live_[1], live_));
+    EXPECT_EQ(1, Check());
+    EXPECT_EQ(0U, logindex[0]);
+    EXPECT_EQ(PointAt(live_[1], live_), (ResumePoint{headline[0], curpos[0], content[0]}));
+    EXPECT_EQ((Strings{"messages.1", "messages.2"}), BackupNames(0)); // kept for the pass
+    EXPECT_EQ((Strings{"3 Check log file: [/var/log/messages]",
+                       "0 <Get syslog file last checked: /var/log/messages.return 1."}),
+              Own());
+}
+
+TEST_F(ResumeFile, IsTheBackupWhoseFirstLineIsTheStoredOne)
+{
+    SetRotatedFolder();
+    StoreResumePoint(0, PointAt(backup1_[0], backup1_));
+    EXPECT_EQ(1, Check());
+    EXPECT_EQ(1U, logindex[0]);
+    EXPECT_EQ(
+        (Strings{"3 Check log file: [/var/log/messages]", "3 Check log file: [/var/log/messages.1]",
+                 "3 <Get syslog file last checked: /var/log/messages.1.return 1."}),
+        Own());
+
+    StoreResumePoint(0, PointAt(backup2_[1], backup2_));
+    EXPECT_EQ(1, Check());
+    EXPECT_EQ(2U, logindex[0]);
+    EXPECT_EQ((Strings{"messages.1", "messages.2"}), BackupNames(0));
+    EXPECT_EQ(
+        (Strings{"3 Check log file: [/var/log/messages]", "3 Check log file: [/var/log/messages.1]",
+                 "3 Check log file: [/var/log/messages.2]",
+                 "3 <Get syslog file last checked: /var/log/messages.2.return 1."}),
+        Own());
+}
+
+TEST_F(ResumeFile, IsTheNewestWhenSeveralBeginWithTheSameLine)
+{
+    SetFolder({{"messages", Text({"other"})},
+               {"messages.1", Text({backup1_[0], "one"})},
+               {"messages.2", Text({backup1_[0], "two"})}});
+    StoreResumePoint(0, {backup1_[0], 0, backup1_[0]});
+    EXPECT_EQ(1, Check());
+    EXPECT_EQ(1U, logindex[0]);
+}
+
+TEST_F(ResumeFile, IsFoundAmongDatedBackups)
+{
+    SetFolder({{"messages", Text(live_)},
+               {"messages-20240305", Text(backup2_)},
+               {"messages-20240309", Text(backup1_)}});
+    StoreResumePoint(0, PointAt(backup2_[0], backup2_));
+    EXPECT_EQ(1, Check());
+    EXPECT_EQ(2U, logindex[0]);
+    EXPECT_EQ((Strings{"messages-20240309", "messages-20240305"}), BackupNames(0));
+    EXPECT_EQ("3 <Get syslog file last checked: /var/log/messages-20240305.return 1.",
+              Own().back());
+}
+
+TEST_F(ResumeFile, IsFoundByTheBeginningOfItsFirstLine)
+{
+    const Strings lines = {Line(std::string(600, 'h')), Line("end")};
+    SetFolder({{"messages", Text(lines)}});
+    EXPECT_EQ(0, Check()); // stores 499 bytes of the first line
+    EXPECT_EQ(lines[0].substr(0, 499), StoredResumePoint().head);
+    EXPECT_EQ(1, Check());
+    EXPECT_EQ(lines[0].substr(0, 499), headline[0]);
+}
+
+TEST_F(ResumeFile, IsNotFoundByAPieceFromTheMiddle)
+{
+    SetFolder({{"messages", Text(live_)}});
+    StoreResumePoint(0, {"live head", 0, live_[0]});
+    EXPECT_EQ(0, Check());
+    EXPECT_EQ(1, Host().Traced(3, "Cannot find the headline. file headline = live head\\0"));
+}
+
+TEST_F(ResumeFile, IsTheLiveFileWhenTheStoredHeadLineIsEmpty)
+{
+    SetRotatedFolder();
+    StoreResumePoint(0, {"", -1, ""});
+    EXPECT_EQ(1, Check());
+    EXPECT_EQ(0U, logindex[0]);
+}
+
+TEST_F(ResumeFile, IsTheEndOfTheLiveFileWhenTheHeadLineIsNowhere)
+{
+    SetRotatedFolder();
+    const std::string gone = Line("rotated away", -900);
+    StoreResumePoint(0, {gone, 5, "x"});
+    EXPECT_EQ(0, Check());
+    EXPECT_EQ(
+        (Strings{"3 Check log file: [/var/log/messages]", "3 Check log file: [/var/log/messages.1]",
+                 "3 Check log file: [/var/log/messages.2]",
+                 "3 Cannot find the headline. file headline = " + gone + "\\0"}),
+        OwnNotable());
+    ExpectBaseline(live_);
+}
+
+TEST_F(ResumeFile, IsNotLookedForBehindAGapOfTheBackups)
+{
+    SetFolder({{"messages", Text(live_)}, {"messages.2", Text(backup2_)}});
+    StoreResumePoint(0, PointAt(backup2_[0], backup2_));
+    EXPECT_EQ(0, Check());
+    ExpectBaseline(live_);
+}
+
+TEST_F(ResumeFile, IsTheEndOfTheLiveFileWhenABackupCannotBeOpened)
+{
+    SetRotatedFolder();
+    RemoveLog("messages.1");
+    std::filesystem::create_directory(LogFile("messages.1"));
+    StoreResumePoint(0, PointAt(backup2_[0], backup2_));
+    EXPECT_EQ(0, Check());
+    EXPECT_EQ((Strings{"3 Check log file: [/var/log/messages]",
+                       "3 Check log file: [/var/log/messages.1]", "1 InitFile() failed."}),
+              OwnNotable());
+    ExpectBaseline(live_);
+}
+
+TEST_F(ResumeFile, IsTheEndOfTheLiveFileWhenABackupIsEmpty)
+{
+    SetRotatedFolder();
+    WriteLog("messages.1", "");
+    StoreResumePoint(0, PointAt(backup2_[0], backup2_));
+    EXPECT_EQ(0, Check());
+    EXPECT_EQ((Strings{"3 Check log file: [/var/log/messages]",
+                       "3 Check log file: [/var/log/messages.1]", "1 GetFirstLine() failed."}),
+              OwnNotable());
+    ExpectBaseline(live_);
+}
+
+TEST_F(ResumeFile, StaysWhereItWasWhileTheLiveFileIsEmpty)
+{
+    SetRotatedFolder();
+    WriteLog("messages", "");
+    const ResumePoint before = PointAt(backup1_[0], backup1_);
+    StoreResumePoint(0, before);
+    EXPECT_EQ(-1, Check());
+    EXPECT_EQ((Strings{"3 Check log file: [/var/log/messages]", "1 GetFirstLine() failed.",
+                       "1 <GetFirstLine failed.return -1."}),
+              OwnNotable());
+    EXPECT_EQ(before, StoredResumePoint());
+    ExpectNothingHeld();
+}
+
+TEST_F(ResumeFile, OfALogThatIsNoFileIsAnError)
+{
+    std::filesystem::create_directory(LogFile("messages"));
+    EXPECT_EQ(-1, Check());
+    EXPECT_EQ(
+        (Strings{"1 RegGetHeadLine error", "1 <InitFile /var/log/messages failed.return -1."}),
+        OwnNotable());
+    RemoveLog("messages");
+    ASSERT_EQ(0, mkfifo(LogFile("messages").c_str(), 0600));
+    StoreResumePoint(0, {"head", 0, "x"});
+    EXPECT_EQ(-1, Check()); // and it does not wait for a writer
+    EXPECT_EQ((Strings{"3 Check log file: [/var/log/messages]", "1 InitFile() failed.",
+                       "1 <InitFile /var/log/messages failed.return -1."}),
+              OwnNotable());
+    ExpectNothingHeld();
+}
+
+TEST_F(ResumeFile, OfALogWhoseLastLineCannotBeReadIsAnError)
+{
+    SetFolder({{"messages", Text(live_)}});
+    // The first line takes one seek, the last one the others.
+    Sys().FailCall("fseek", 2);
+    EXPECT_EQ(-1, Check());
+    EXPECT_EQ((Strings{"1 RegGetHeadLine error", "1 <GetLastLine failed.return -1."}),
+              OwnNotable());
+    EXPECT_EQ("(none)", StoredResumePoint().head);
+    ExpectNothingHeld();
+}
+
+TEST_F(ResumeFile, FreesTheBackupListBeforeItStartsAfresh)
+{
+    SetRotatedFolder();
+    StoreResumePoint(0, {"nowhere", 0, ""});
+    // The list is gone when the live file is opened for the new baseline.
+    bool looked = false;
+    Sys().BeforeCall("open", 4, [&looked] {
+        looked = true;
+        EXPECT_EQ(nullptr, syslog_bakfilelist[0].lpbakfilelist);
+        EXPECT_EQ(0, syslog_bakfilelist[0].ibakfilenum);
+    });
+    EXPECT_EQ(0, Check());
+    EXPECT_TRUE(looked);
+}
+
+TEST_F(ResumeFile, MakesAListAnewEachTime)
+{
+    SetRotatedFolder();
+    StoreResumePoint(0, PointAt(backup2_[0], backup2_));
+    EXPECT_EQ(1, Check());
+    EXPECT_EQ(2, syslog_bakfilelist[0].ibakfilenum);
+    RenameLog("messages.2", "messages.3");
+    RenameLog("messages.1", "messages.2");
+    RenameLog("messages", "messages.1");
+    WriteLog("messages", Text({Line("new head")}));
+    EXPECT_EQ(1, Check());
+    EXPECT_EQ(3U, logindex[0]);
+    EXPECT_EQ((Strings{"messages.1", "messages.2", "messages.3"}), BackupNames(0));
+}
+
+// ---- when the registry cannot be written ----
+
+TEST_F(ResumeFile, IsKeptInMemoryWhenTheHeadLineCannotBeStored)
+{
+    SetFolder({{"messages", Text(live_)}});
+    Host().FailCall("RegCreateKeyEx", 1);
+    EXPECT_EQ(0, Check());
+    EXPECT_EQ((Strings{"1 RegGetHeadLine error", "1 RegSetHeadLine error IGNORED: " + live_[0]}),
+              OwnNotable());
+    EXPECT_EQ("(none)", StoredResumePoint().head);
+    EXPECT_EQ(live_[2], StoredResumePoint().content);
+    EXPECT_EQ(live_[0], headline[0]);
+}
+
+TEST_F(ResumeFile, IsKeptInMemoryWhenThePositionCannotBeStored)
+{
+    SetFolder({{"messages", Text(live_)}});
+    Host().FailCall("RegCreateKeyEx", 2);
+    EXPECT_EQ(0, Check());
+    const int64_t end = OffsetOf(live_[2], Text(live_));
+    EXPECT_EQ((Strings{"1 RegGetHeadLine error", "1 RegSetOrientation error IGNORED: " +
+                                                     std::to_string(end) + ", " + live_[2]}),
+              OwnNotable());
+    EXPECT_EQ(live_[0], StoredResumePoint().head);
+    EXPECT_EQ("(none)", StoredResumePoint().content);
+    EXPECT_EQ(end, curpos[0]);
+}
+
+// ---- the customer file ----
+
+class CustomerResumeFile : public ResumeFile {
+  protected:
+    const Strings app_ = {Line("app head", -8), Line("app middle", -6), Line("app end", -4)};
+
+    void SetCustomerFile() const
+    {
+        SetFolder({{"messages", Text(live_)}, {"app.log", Text(app_)}});
+        WatchCustomerFile("/var/log/app.log");
+    }
+};
+
+TEST_F(CustomerResumeFile, IsRecordedInValuesOfItsOwn)
+{
+    SetCustomerFile();
+    EXPECT_EQ(0, Check(1));
+    ExpectBaseline(app_, 1);
+    EXPECT_EQ("(none)", StoredResumePoint(0).head);
+    EXPECT_EQ(1, Check(1));
+    EXPECT_EQ(0U, logindex[1]);
+    EXPECT_EQ(0, Sys().Calls("scandir"));
+}
+
+TEST_F(CustomerResumeFile, IsTheEndOfTheFileWhenItsNameChanged)
+{
+    SetCustomerFile();
+    StoreResumePoint(1, PointAt(app_[0], app_));
+    IsCustFileChanged = 1;
+    EXPECT_EQ(0, Check(1));
+    EXPECT_EQ(0, IsCustFileChanged);
+    EXPECT_EQ("0 custom monitor file changed:[/var/log/app.log]", Own().at(0));
+    EXPECT_TRUE(OwnNotable().empty());
+    ExpectBaseline(app_, 1);
+    EXPECT_EQ(0, Host().Calls("RegQueryValueEx")); // what was stored is not looked at
+    EXPECT_EQ(1, Check(1));
+}
+
+TEST_F(CustomerResumeFile, IsOfNoConcernToTheSystemLogsSlot)
+{
+    SetCustomerFile();
+    StoreResumePoint(0, PointAt(live_[1], live_));
+    IsCustFileChanged = 1;
+    EXPECT_EQ(1, Check(0));
+    EXPECT_EQ(1, IsCustFileChanged);
+}
+
+TEST_F(CustomerResumeFile, ChangesByTheValueOneOnly)
+{
+    SetCustomerFile();
+    StoreResumePoint(1, PointAt(app_[0], app_));
+    IsCustFileChanged = 2;
+    EXPECT_EQ(1, Check(1));
+    EXPECT_EQ(2, IsCustFileChanged);
+}
+
+TEST_F(CustomerResumeFile, IsLostWhenAFileOtherThanVmkernelIsRotated)
+{
+    SetCustomerFile();
+    EXPECT_EQ(0, Check(1));
+    RenameLog("app.log", "app.log.1");
+    const Strings fresh = {Line("fresh head"), Line("fresh end")};
+    WriteLog("app.log", Text(fresh));
+    EXPECT_EQ(0, Check(1));
+    EXPECT_EQ((Strings{"3 Check log file: [/var/log/app.log]",
+                       "3 Cannot find the headline. file headline = " + app_[0] + "\\0"}),
+              OwnNotable());
+    ExpectBaseline(fresh, 1);
+}
+
+TEST_F(CustomerResumeFile, IsFollowedIntoABackupOfVmkernel)
+{
+    SetFolder({{"vmkernel", Text(live_)},
+               {"vmkernel.1", Text(backup1_)},
+               {"vmkernel.2", Text(backup2_)},
+               {"messages", Text(app_)},
+               {"messages.1", Text(backup2_)}});
+    WatchCustomerFile(kVmkernel);
+    StoreResumePoint(1, PointAt(backup2_[1], backup2_));
+    EXPECT_EQ(1, Check(1));
+    EXPECT_EQ(2U, logindex[1]);
+    EXPECT_EQ((Strings{"vmkernel.1", "vmkernel.2"}), BackupNames(1));
+    EXPECT_EQ("3 <Get syslog file last checked: /var/log/vmkernel.2.return 1.", Own().back());
+}
+
+// ---- every system call fails once ----
+
+// Whatever fails, the outcome is one of three, and each leaves what it must.
+TEST_F(ResumeFile, SurvivesTheFailureOfAnySystemCall)
+{
+    for (const char *name :
+         {"stat", "fstat", "open", "fdopen", "fseek", "fread", "scandir", "calloc", "malloc"}) {
+        for (int n = 1;; ++n) {
+            SCOPED_TRACE(std::string(name) + " " + std::to_string(n));
+            StartOver();
+            SetRotatedFolder();
+            const ResumePoint point = PointAt(backup2_[0], backup2_);
+            StoreResumePoint(0, point);
+            Sys().FailCall(name, n);
+            const int result = Check();
+            Sys().count_memory = false;
+            if (Sys().Calls(name) < n) {
+                EXPECT_EQ(1, result);
+                break;
+            }
+            if (result == 1) {
+                EXPECT_EQ(2U, logindex[0]);
+                EXPECT_EQ(point, StoredResumePoint());
+            } else if (result == 0) {
+                EXPECT_FALSE(OwnNotable().empty());
+                ExpectBaseline(live_);
+            } else {
+                EXPECT_FALSE(OwnNotable().empty());
+                EXPECT_EQ(point, StoredResumePoint());
+                ExpectNothingHeld();
+            }
+        }
+    }
+}
+
+} // namespace
