@@ -1,0 +1,63 @@
+// An alert as a line for people.
+#include "agent/common/alert_text.h"
+
+#include <cstdlib>
+#include <ctime>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+class AlertText : public testing::Test {
+  protected:
+    AlertText()
+    {
+        setenv("TZ", "UTC-9", 1); // nine hours east
+        tzset();
+    }
+    ~AlertText() override
+    {
+        unsetenv("TZ");
+        tzset();
+    }
+};
+
+TEST_F(AlertText, HasTimeSourceEventHitsAndMessage)
+{
+    alerts::Alert alert;
+    alert.time_ms = 1795222801999;
+    alert.source = "DISK";
+    alert.event_id = 0x1A2B;
+    alert.count = 3;
+    alert.message = "Nov 21 10:00:00 host kernel: gone\n";
+    EXPECT_EQ("2026-11-21 10:00:01  DISK 1A2B  x3  Nov 21 10:00:00 host kernel: gone?",
+              agent::AlertLine(alert));
+}
+
+TEST_F(AlertText, TimeIsLocal)
+{
+    EXPECT_EQ("1970-01-01 09:00:00", agent::LocalTime(0));
+    EXPECT_EQ("1970-01-01 09:00:01", agent::LocalTime(1999));
+}
+
+TEST_F(AlertText, KeepsTextOfAnyAlphabetAndTabs)
+{
+    EXPECT_EQ("äあ😀\t|", agent::Printable("äあ😀\t|"));
+    EXPECT_EQ("\xFF\xE9", agent::Printable("\xFF\xE9"));
+}
+
+TEST_F(AlertText, ShowsControlCharactersAsQuestionMarks)
+{
+    EXPECT_EQ("?[31m? ??", agent::Printable("\x1B[31m\x07 \x7F\n"));
+    EXPECT_EQ("a?b", agent::Printable(std::string("a\0b", 3)));
+}
+
+TEST_F(AlertText, ShowsNoControlCharacterOfTwoBytes)
+{
+    // U+009B is what ESC [ is in one character; a terminal in UTF-8 acts on it.
+    EXPECT_EQ(std::string::npos, agent::Printable("\xC2\x9B"
+                                                  "31m")
+                                     .find("\xC2\x9B"));
+}
+
+} // namespace

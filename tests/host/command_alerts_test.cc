@@ -1,0 +1,158 @@
+// syslogmon alerts.
+#include <cstdlib>
+#include <ctime>
+#include <sstream>
+
+#include "agent/alerts/alert_store.h"
+#include "agent/common/status_file.h"
+#include "tests/host/command_test.h"
+
+namespace {
+
+using alerts::Alert;
+using nlohmann::json;
+using test::Child;
+
+class AlertsCommand : public test::CommandTest {
+  protected:
+    AlertsCommand()
+    {
+        setenv("TZ", "UTC-9", 1); // nine hours east, for the command too
+        tzset();
+    }
+    ~AlertsCommand() override
+    {
+        unsetenv("TZ");
+        tzset();
+    }
+
+    void Add(int64_t time_ms, const std::string &message) const
+    {
+        Alert alert;
+        alert.time_ms = time_ms;
+        alert.host = "host";
+        alert.log_name = "Application";
+        alert.source = "DISK";
+        alert.event_id = 0x1A2B;
+        alert.count = 3;
+        alert.message = message;
+        StartHere();
+        alerts::AddAlert(tarsk::HostStore(), alert);
+        tarsk::StopHost();
+    }
+    // The messages that are shown with these words.
+    [[nodiscard]] std::vector<std::string> Messages(const test::Words &words) const
+    {
+        test::Words all = {"--json", "alerts"};
+        all.insert(all.end(), words.begin(), words.end());
+        const test::Finished finished = Syslogmon(all);
+        EXPECT_EQ(0, finished.status) << finished.err;
+        std::vector<std::string> messages;
+        std::istringstream lines(finished.out);
+        for (std::string line; std::getline(lines, line);)
+            messages.push_back(json::parse(line)["message"]);
+        return messages;
+    }
+};
+
+using Strings = std::vector<std::string>;
+constexpr int64_t kMoment = 1795222801000; // 2026-11-21 10:00:01, nine hours east
+
+TEST_F(AlertsCommand, WithoutAlertsPrintsNothing)
+{
+    ExpectOutput({"alerts"}, "");
+    ExpectOutput({"--json", "alerts"}, "");
+}
+
+TEST_F(AlertsCommand, AreShownOldestFirst)
+{
+    Add(kMoment, "one");
+    Add(kMoment + 1000, "two\x1B[2J");
+    ExpectOutput({"alerts"}, "2026-11-21 10:00:01  DISK 1A2B  x3  one\n"
+                             "2026-11-21 10:00:02  DISK 1A2B  x3  two?[2J\n");
+}
+
+TEST_F(AlertsCommand, AsJsonAreOneObjectALine)
+{
+    Add(kMoment, "line \xFF");
+    StartHere();
+    const std::string key = tarsk::HostStore().uuid() + "/1";
+    tarsk::StopHost();
+    const test::Finished finished = Syslogmon({"--json", "alerts"});
+    EXPECT_EQ((json{{"id", 1},
+                    {"key", key},
+                    {"time_ms", kMoment},
+                    {"host", "host"},
+                    {"source", "DISK"},
+                    {"event_id", "1A2B"},
+                    {"count", 3},
+                    {"message", "line \uFFFD"}}),
+              json::parse(finished.out));
+    EXPECT_EQ('\n', finished.out.back());
+}
+
+TEST_F(AlertsCommand, SinceATimeOrAWhileAgo)
+{
+    const int64_t now = agent::WallTimeMs();
+    Add(kMoment - 1000, "before");
+    Add(kMoment, "at");
+    Add(now - 3600 * 1000, "an hour ago");
+    Add(now, "now");
+    EXPECT_EQ((Strings{"at", "an hour ago", "now"}), Messages({"--since", "2026-11-21 10:00:01"}));
+    EXPECT_EQ((Strings{"before", "at", "an hour ago", "now"}),
+              Messages({"--since", "2026-11-21 10:00"}));
+    EXPECT_EQ((Strings{"before", "at", "an hour ago", "now"}), Messages({"--since", "2026-11-21"}));
+    EXPECT_EQ(Strings{"now"}, Messages({"--since", "50m"}));
+    EXPECT_EQ(Strings{"now"}, Messages({"--since", "3000s"}));
+    EXPECT_EQ("now", Messages({"--since", "1d"}).back());
+}
+
+TEST_F(AlertsCommand, ATimeOfAnotherFormIsRefused)
+{
+    for (const char *time :
+         {"yesterday", "10", "10x", "-5m", "10m later", "2026-13-01", "21.11.2026", "m"})
+        ExpectFailed({"alerts", "--since", time},
+                     std::string("cannot use the time \"") + time +
+                         "\": its form is not known; write 90s, 10m, 2h, 1d or \"2026-11-21 "
+                         "10:00\"");
+}
+
+TEST_F(AlertsCommand, AWhileThatIsNoNumberOfIntsSizeIsRefused)
+{
+    ExpectFailed({"alerts", "--since", "99999999999s"},
+                 "cannot use the time \"99999999999s\": its form is not known; write 90s, 10m, 2h, "
+                 "1d or \"2026-11-21 10:00\"");
+}
+
+TEST_F(AlertsCommand, MoreThanAreReadAtOnceAreAllShown)
+{
+    StartHere();
+    {
+        tarsk::Transaction transaction(tarsk::HostStore());
+        for (int i = 0; i < 2500; ++i) {
+            Alert alert;
+            alert.message = std::to_string(i);
+            alerts::AddAlert(tarsk::HostStore(), alert);
+        }
+        transaction.Commit();
+    }
+    tarsk::StopHost();
+    const auto messages = Messages({});
+    ASSERT_EQ(2500U, messages.size());
+    EXPECT_EQ("0", messages.front());
+    EXPECT_EQ("2499", messages.back());
+}
+
+TEST_F(AlertsCommand, FollowShowsNewOnesAsTheyAreStored)
+{
+    Add(kMoment, "before");
+    Child command(test::Command(Root(), {"alerts", "--follow"}));
+    EXPECT_EQ("2026-11-21 10:00:01  DISK 1A2B  x3  before", command.ReadLine());
+    for (const char *message : {"one", "two"}) {
+        Add(kMoment, message);
+        EXPECT_EQ(std::string("2026-11-21 10:00:01  DISK 1A2B  x3  ") + message,
+                  command.ReadLine());
+    }
+}
+
+} // namespace

@@ -1,0 +1,331 @@
+// The store: passes and transactions, in one process.
+#include <chrono>
+#include <set>
+
+#include "agent/alerts/alert_store.h"
+#include "tests/host/host_test.h"
+
+namespace {
+
+using tarsk::Database;
+using tarsk::kRootKey;
+using tarsk::Store;
+using test::ErrorOf;
+
+class StoreTest : public test::RootTest {
+  protected:
+    StoreTest() { Layout().CreateFolders(); }
+
+    [[nodiscard]] std::filesystem::path Path() const { return Layout().Store(); }
+
+    // A registry value, as another connection sees it: what was committed.
+    [[nodiscard]] std::string Committed(const char *name) const
+    {
+        Store other(Path());
+        tarsk::RegistryTree tree(other);
+        const auto key = tree.Find(kRootKey, "Key");
+        const auto value = key ? tree.Get(*key, name) : std::nullopt;
+        return value ? value->data : "(none)";
+    }
+    static void SetValue(tarsk::RegistryTree &tree, const char *name, const char *data)
+    {
+        tree.Set(tree.Create(kRootKey, "Key"), name, REG_SZ, data);
+    }
+    // Fails as a full disk would: the statement is refused.
+    static void FailToWrite(Store &store)
+    {
+        store.Write([](Database &database) { database.Execute("INSERT INTO nothing VALUES (1)"); });
+    }
+};
+
+// ---- each write for itself ----
+
+TEST_F(StoreTest, AWriteOutsideAPassIsStoredAtOnce)
+{
+    Store store(Path());
+    tarsk::RegistryTree tree(store);
+    SetValue(tree, "value", "stored");
+    EXPECT_FALSE(store.database().InTransaction());
+    EXPECT_EQ("stored", Committed("value"));
+}
+
+TEST_F(StoreTest, AFailedWriteOutsideAPassLeavesTheNextOneAlone)
+{
+    Store store(Path());
+    tarsk::RegistryTree tree(store);
+    EXPECT_NE("no error", ErrorOf([&] { FailToWrite(store); }));
+    EXPECT_FALSE(store.database().InTransaction());
+    SetValue(tree, "value", "stored");
+    EXPECT_EQ("stored", Committed("value"));
+}
+
+TEST_F(StoreTest, AnActionThatThrowsRollsItsWritesBack)
+{
+    Store store(Path());
+    tarsk::RegistryTree tree(store);
+    SetValue(tree, "value", "before");
+    EXPECT_THROW(store.Write([](Database &database) {
+        database.Execute("DELETE FROM reg_value");
+        throw std::runtime_error("no");
+    }),
+                 std::runtime_error);
+    EXPECT_EQ("before", Committed("value"));
+}
+
+TEST_F(StoreTest, ATransactionIsStoredWholeAtItsCommit)
+{
+    Store store(Path());
+    tarsk::RegistryTree tree(store);
+    {
+        tarsk::Transaction transaction(store);
+        SetValue(tree, "one", "1");
+        SetValue(tree, "two", "2");
+        EXPECT_EQ("(none)", Committed("one"));
+        transaction.Commit();
+    }
+    EXPECT_EQ("1", Committed("one"));
+    EXPECT_EQ("2", Committed("two"));
+}
+
+TEST_F(StoreTest, ATransactionWithoutACommitIsRolledBack)
+{
+    Store store(Path());
+    tarsk::RegistryTree tree(store);
+    SetValue(tree, "value", "before");
+    {
+        const tarsk::Transaction transaction(store);
+        SetValue(tree, "value", "changed");
+        tree.Create(kRootKey, "Other");
+    }
+    EXPECT_EQ("before", Committed("value"));
+    EXPECT_EQ("before", tree.Get(*tree.Find(kRootKey, "Key"), "value")->data);
+    EXPECT_FALSE(tree.Find(kRootKey, "Other"));
+}
+
+// ---- passes ----
+
+TEST_F(StoreTest, APassThatWritesNothingOpensNoTransaction)
+{
+    Store store(Path());
+    tarsk::RegistryTree tree(store);
+    SetValue(tree, "value", "same");
+    store.StartPasses();
+    tree.Find(kRootKey, "Key");
+    SetValue(tree, "value", "same");
+    EXPECT_FALSE(store.database().InTransaction());
+    store.CommitPass();
+    store.AbandonPass();
+    Store other(Path()); // would have to wait for the lock
+    const tarsk::Transaction transaction(other);
+}
+
+TEST_F(StoreTest, TheFirstWriteOfAPassOpensItsTransaction)
+{
+    Store store(Path());
+    tarsk::RegistryTree tree(store);
+    store.StartPasses();
+    SetValue(tree, "value", "stored");
+    EXPECT_TRUE(store.database().InTransaction());
+    EXPECT_EQ("(none)", Committed("value"));
+    store.CommitPass();
+    EXPECT_FALSE(store.database().InTransaction());
+    EXPECT_EQ("stored", Committed("value"));
+}
+
+TEST_F(StoreTest, RegistryAndAlertsOfAPassAreStoredTogether)
+{
+    Store store(Path());
+    tarsk::RegistryTree tree(store);
+    store.StartPasses();
+    SetValue(tree, "resume", "here");
+    alerts::Alert alert;
+    alert.source = "SRC";
+    alerts::AddAlert(store, alert);
+    {
+        Store other(Path());
+        EXPECT_TRUE(alerts::ReadAlerts(other.database(), 0, 0, 10).empty());
+    }
+    store.CommitPass();
+    Store other(Path());
+    EXPECT_EQ(1U, alerts::ReadAlerts(other.database(), 0, 0, 10).size());
+    EXPECT_EQ("here", Committed("resume"));
+}
+
+TEST_F(StoreTest, AnAbandonedPassLeavesTheStateBeforeIt)
+{
+    Store store(Path());
+    tarsk::RegistryTree tree(store);
+    SetValue(tree, "value", "before");
+    store.StartPasses();
+    SetValue(tree, "value", "changed");
+    tree.Create(kRootKey, "New");
+    alerts::AddAlert(store, {});
+    store.AbandonPass();
+    EXPECT_EQ("before", Committed("value"));
+    EXPECT_EQ("before", tree.Get(*tree.Find(kRootKey, "Key"), "value")->data);
+    EXPECT_FALSE(tree.Find(kRootKey, "New"));
+    EXPECT_TRUE(alerts::ReadAlerts(store.database(), 0, 0, 10).empty());
+}
+
+TEST_F(StoreTest, WhatAPassHasNotCommittedWhenTheStoreIsClosedIsRolledBack)
+{
+    {
+        Store store(Path());
+        tarsk::RegistryTree tree(store);
+        store.StartPasses();
+        SetValue(tree, "value", "lost");
+    }
+    EXPECT_EQ("(none)", Committed("value"));
+}
+
+TEST_F(StoreTest, AFailedWriteBreaksThePass)
+{
+    Store store(Path());
+    tarsk::RegistryTree tree(store);
+    store.StartPasses();
+    SetValue(tree, "before", "1");
+    EXPECT_NE("no error", ErrorOf([&] { FailToWrite(store); }));
+    EXPECT_EQ("cannot write to " + Path().string() +
+                  ": an earlier write of this pass failed; see the messages before this one",
+              ErrorOf([&] { SetValue(tree, "behind", "2"); }));
+    EXPECT_EQ("cannot store this pass in " + Path().string() +
+                  ": one of its writes failed; see the messages before this one",
+              ErrorOf([&] { store.CommitPass(); }));
+    EXPECT_EQ("(none)", Committed("before"));
+    EXPECT_EQ("(none)", Committed("behind"));
+}
+
+TEST_F(StoreTest, AFirstWriteThatFailsBreaksThePass)
+{
+    Store store(Path());
+    store.StartPasses();
+    EXPECT_NE("no error", ErrorOf([&] { FailToWrite(store); }));
+    EXPECT_NE("no error", ErrorOf([&] { store.CommitPass(); }));
+}
+
+TEST_F(StoreTest, APassBehindABrokenOneIsStored)
+{
+    for (const bool abandon : {false, true}) {
+        Store store(Path());
+        tarsk::RegistryTree tree(store);
+        store.StartPasses();
+        EXPECT_NE("no error", ErrorOf([&] { FailToWrite(store); }));
+        if (abandon)
+            store.AbandonPass();
+        else
+            EXPECT_NE("no error", ErrorOf([&] { store.CommitPass(); }));
+        SetValue(tree, "value", abandon ? "1" : "2");
+        store.CommitPass();
+        EXPECT_EQ(abandon ? "1" : "2", Committed("value"));
+    }
+}
+
+// ---- who is who ----
+
+TEST_F(StoreTest, AStoreKeepsItsIdentity)
+{
+    std::string uuid;
+    {
+        Store store(Path());
+        uuid = store.uuid();
+    }
+    EXPECT_EQ(36U, uuid.size());
+    EXPECT_EQ('4', uuid[14]);
+    EXPECT_EQ(uuid, Store(Path()).uuid());
+    EXPECT_NE(uuid, Store(Layout().state / "other.db").uuid());
+}
+
+TEST_F(StoreTest, TheFileIsTheOwnersAlone)
+{
+    Store store(Path());
+    tarsk::RegistryTree tree(store);
+    SetValue(tree, "value", "x");
+    for (const char *suffix : {"", "-wal", "-shm", ".lock"}) {
+        const std::filesystem::path file = Path().string() + suffix;
+        EXPECT_EQ(std::filesystem::perms::owner_read | std::filesystem::perms::owner_write,
+                  std::filesystem::status(file).permissions())
+            << file;
+    }
+}
+
+TEST_F(StoreTest, AnAlertsNumberIsNeverUsedAgain)
+{
+    Store store(Path());
+    EXPECT_EQ(0, alerts::NewestAlertId(store.database()));
+    const int64_t first = alerts::AddAlert(store, {});
+    EXPECT_EQ(first, alerts::NewestAlertId(store.database()));
+    store.Write([](Database &database) { database.Execute("DELETE FROM alert"); });
+    EXPECT_EQ(first, alerts::NewestAlertId(store.database()));
+    EXPECT_EQ(first + 1, alerts::AddAlert(store, {}));
+    EXPECT_EQ("uuid/7", alerts::IdempotencyKey("uuid", 7));
+}
+
+TEST_F(StoreTest, AlertsAreReadInOrderFromAnIdATimeAndUpToALimit)
+{
+    Store store(Path());
+    for (const int64_t time : {100, 300, 200}) {
+        alerts::Alert alert;
+        alert.time_ms = time;
+        alerts::AddAlert(store, alert);
+    }
+    const auto ids = [&](int64_t after, int64_t since, int64_t limit) {
+        std::vector<int64_t> found;
+        for (const auto &alert : alerts::ReadAlerts(store.database(), after, since, limit))
+            found.push_back(alert.id);
+        return found;
+    };
+    EXPECT_EQ((std::vector<int64_t>{1, 2, 3}), ids(0, 0, 10));
+    EXPECT_EQ((std::vector<int64_t>{1, 2}), ids(0, 0, 2));
+    EXPECT_EQ((std::vector<int64_t>{2, 3}), ids(1, 0, 10));
+    EXPECT_EQ((std::vector<int64_t>{2, 3}), ids(0, 200, 10));
+    EXPECT_TRUE(ids(3, 0, 10).empty());
+}
+
+// ---- how changes are noticed ----
+
+TEST_F(StoreTest, TheChangeCountMovesWithEveryChange)
+{
+    Store store(Path());
+    tarsk::RegistryTree tree(store);
+    Store other(Path());
+    tarsk::RegistryTree other_tree(other);
+    std::set<int64_t> counts = {store.ChangeCount()};
+    EXPECT_EQ(*counts.begin(), store.ChangeCount());
+    SetValue(tree, "value", "mine");
+    EXPECT_TRUE(counts.insert(store.ChangeCount()).second);
+    SetValue(other_tree, "value", "theirs");
+    EXPECT_TRUE(counts.insert(store.ChangeCount()).second);
+    store.StartPasses();
+    SetValue(tree, "value", "in a pass");
+    EXPECT_TRUE(counts.insert(store.ChangeCount()).second);
+    store.AbandonPass();
+    EXPECT_TRUE(counts.insert(store.ChangeCount()).second);
+}
+
+// ---- waiting for a lock ----
+
+TEST_F(StoreTest, AStatementGivesUpAfterItsPatience)
+{
+    Store store(Path());
+    const tarsk::Transaction transaction(store);
+    Database other(Path(), Database::Mode::kReadWrite);
+    other.SetPatience(60, nullptr);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ("cannot use " + Path().string() +
+                  ": database is locked; another program holds its lock; find it with fuser and "
+                  "try again",
+              ErrorOf([&] { other.Execute("BEGIN IMMEDIATE"); }));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(60));
+}
+
+TEST_F(StoreTest, ADatabaseOpenedForReadingCannotBeWritten)
+{
+    const Store store(Path());
+    Database reader(Path(), Database::Mode::kReadOnly);
+    EXPECT_EQ("cannot use " + Path().string() +
+                  ": attempt to write a readonly database; make the file and its folder writable, "
+                  "or run as root",
+              ErrorOf([&] { reader.Execute("DELETE FROM alert"); }));
+}
+
+} // namespace

@@ -1,0 +1,163 @@
+"""Settings and signals: a running daemon takes them within a second."""
+import signal
+import time
+
+import lab
+
+AT_ONCE = 1  # second
+
+FILE_MONITOR_KEY = lab.MONITOR_KEY + r"\FILEMONITOR"
+OTHER_LOG = lab.VAR_LOG / "other.log"
+TARGET = lab.VAR_LOG / "target.log"
+
+
+class SettingsTest(lab.LabTest):
+    def setUp(self):
+        super().setUp()
+        lab.append(lab.MESSAGES, lab.stamped("the log begins"))
+        lab.append(OTHER_LOG, lab.stamped("error before it was watched"))
+        lab.append(TARGET, "error without a time stamp")
+        self.lab.watch("DISK", 1, "error")
+        self.daemon.start()
+        self.traced = len(self.lab.trace())
+
+    def see(self, text, path=lab.MESSAGES):
+        lab.append(path, lab.stamped(text))
+        self.daemon.scan()
+
+    def wait_for_trace(self, text):
+        self.lab.wait_for_trace(text, seconds=AT_ONCE, since=self.traced)
+
+    def change(self, *words):
+        """Changes a setting, and returns when the monitor was woken by that and rests again."""
+        passes = self.daemon.passes()
+        self.lab.command(*words)
+        self.lab.wait_until("the monitor has taken it", lambda: self.daemon.passes() > passes,
+                            seconds=AT_ONCE)
+
+
+class Cycle(SettingsTest):
+    def test_a_new_cycle_is_taken_at_once_and_scans_without_being_asked(self):
+        self.assertEqual("300\n", self.lab.command("get", "cycle"))
+        self.change("set", "cycle", "10")
+        self.wait_for_trace("cycle changed to 10")
+        began = time.monotonic()
+
+        lab.append(lab.MESSAGES, lab.stamped("error"))
+        self.lab.wait_until("the line is reported", lambda: self.lab.texts() == ["error"], seconds=15)
+        self.assertGreater(time.monotonic() - began, 9)
+        self.assertEqual("cycle", self.lab.status()["last_pass"]["kind"])
+
+    def test_a_cycle_out_of_range_is_refused_and_changes_nothing(self):
+        for cycle in ("9", "3601", "-10", "1e2", "soon"):
+            refused = self.lab.run("set", "cycle", "--", cycle)
+            self.assertEqual(1, refused.returncode)
+            self.assertIn("10 to 3600", refused.stderr)
+        self.assertEqual("300\n", self.lab.command("get", "cycle"))
+
+    def test_a_setting_that_was_changed_while_the_daemon_was_down_is_taken_at_the_start(self):
+        self.daemon.stop()
+        self.lab.command("set", "cycle", "20")
+        self.daemon.start()
+        self.wait_for_trace("cycle changed to 20")
+
+
+class CustomerFile(SettingsTest):
+    def test_it_is_watched_from_its_end_as_soon_as_it_is_set(self):
+        self.change("set", "customer-file", OTHER_LOG)
+        self.wait_for_trace(f"customer monitoring file changed to {OTHER_LOG}")
+        self.see("error in the customer file", OTHER_LOG)
+        self.see("error in the system log")
+        self.assertEqual(["error in the customer file", "error in the system log"], self.lab.texts())
+
+    def test_it_is_forgotten_as_soon_as_it_is_taken_away(self):
+        self.change("set", "customer-file", OTHER_LOG)
+        self.change("set", "customer-file", "")
+        self.see("error in the customer file", OTHER_LOG)
+        self.see("error in the system log")
+        self.assertEqual(["error in the system log"], self.lab.texts())
+
+    def test_another_one_is_watched_from_its_end(self):
+        self.change("set", "customer-file", OTHER_LOG)
+        third_log = lab.VAR_LOG / "third.log"
+        lab.append(third_log, lab.stamped("error before it was watched"))
+        self.change("set", "customer-file", third_log)
+        self.see("error in the file before", OTHER_LOG)
+        self.see("error in the file of now", third_log)
+        self.assertEqual(["error in the file of now"], self.lab.texts())
+
+    def test_it_is_read_on_after_a_restart(self):
+        self.change("set", "customer-file", OTHER_LOG)
+        self.daemon.kill()
+        lab.append(OTHER_LOG, lab.stamped("error while the daemon was down"))
+        self.daemon.start()
+        self.assertEqual(["error while the daemon was down"], self.lab.texts())
+
+
+class FileMonitorTarget(SettingsTest):
+    def test_it_is_read_as_soon_as_it_is_set(self):
+        self.change("set", "file-monitor", TARGET)
+        self.assertEqual(["error without a time stamp"], self.lab.messages())
+        self.assertEqual("file-monitor", self.lab.status()["last_pass"]["kind"])
+
+
+class OtherSettings(SettingsTest):
+    def test_keywords_become_regular_expressions_on_a_fault_tolerant_server(self):
+        self.lab.watch("PATTERN", 1, "fan [0-9]+ failed")
+        self.see("fan 12 failed")
+        self.lab.command("set", "fault-tolerant", "on")
+        self.lab.wait_for_trace("Syslog monitor service start", since=self.traced)
+        self.see("fan 13 failed")
+        self.assertEqual(["fan 13 failed"], self.lab.texts())
+        self.assertEqual(0, self.lab.status()["restarts"])
+
+    def test_the_trace_level_is_taken_at_once(self):
+        self.lab.command("trace", "level", "detail")
+        self.lab.wait_until("details are traced", self.a_scan_shows_details, seconds=AT_ONCE)
+
+    def a_scan_shows_details(self):
+        self.daemon.scan()
+        return " detail vkevmon " in self.lab.trace()
+
+    def test_reported_lines_are_converted_from_the_character_set_of_the_log(self):
+        self.lab.command("set", "log-charset", "ISO-8859-1")
+        self.daemon.stop()
+        self.daemon.start()
+        with open(lab.MESSAGES, "ab") as log:
+            log.write((lab.stamped("error: größer") + "\n").encode("iso-8859-1"))
+        self.daemon.scan()
+        self.assertEqual(["error: größer"], self.lab.texts())
+
+
+class Signals(SettingsTest):
+    def test_sigusr1_scans_now(self):
+        lab.append(lab.MESSAGES, lab.stamped("error"))
+        self.daemon.wake()
+        self.lab.wait_until("the line is reported", lambda: self.lab.texts() == ["error"],
+                            seconds=AT_ONCE)
+
+    def test_sighup_takes_whatever_was_changed_in_the_registry(self):
+        # Unlike its other verbs, reg does not tell the daemon.
+        self.lab.command("reg", "set", lab.MONITOR_KEY, "CYCLE", "1800", "--type", "dword")
+        self.lab.command("reg", "set", lab.MONITOR_KEY, "FILENAME", OTHER_LOG)
+        self.lab.command("reg", "set", FILE_MONITOR_KEY, "FILENAME", TARGET)
+        self.lab.command("reg", "set", self.lab.event_key("DISK", 1), "KeyWord", "failure")
+        passes = self.daemon.passes()
+        lab.append(lab.MESSAGES, lab.stamped("error"), lab.stamped("failure"))
+        lab.append(TARGET, "failure without a time stamp")
+
+        self.daemon.child.signal(signal.SIGHUP)
+        self.wait_for_trace("Monitor Queue Reloaded.")
+        self.wait_for_trace("cycle changed to 1800")
+        self.wait_for_trace(f"customer monitoring file changed to {OTHER_LOG}")
+        self.lab.wait_until("all four were taken", lambda: self.daemon.passes() == passes + 4,
+                            seconds=AT_ONCE)
+        self.see("failure", OTHER_LOG)
+        reported = [message.split("test: ")[-1] for message in self.lab.messages()]
+        self.assertEqual(["failure", "failure without a time stamp", "failure"], reported)
+
+
+del SettingsTest  # it has no test of its own
+
+if __name__ == "__main__":
+    lab.main()
