@@ -140,6 +140,10 @@ int GotoPos(int64_t *pos, char *pcontent, int size);
 } // extern "C"
 #pragma GCC visibility pop
 
+// GetNextLine for a caller that reads millions of lines: gives the length of the line as well, and leaves
+// what is behind the line's zero byte as it is.
+int ReadNextLine(int64_t *pos, char *pcontent, int size, size_t *length);
+
 // Does a block keep the rules R1 to R3 above? For assertions and tests.
 bool BlockIsSound(const LogBuf &block);
 

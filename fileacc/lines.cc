@@ -8,6 +8,7 @@
 namespace {
 
 constexpr char kUnit[] = "fileacc";
+constexpr char kGetNextLine[] = "GetNextLine";
 
 // Bytes that one backward read of GetLineHead takes: most lines are shorter, so one read finds the
 // head.
@@ -15,12 +16,19 @@ constexpr int64_t kHeadSearchBytes = 4096;
 
 using ll = long long;
 
-// Copies a line as every step hands it over: cut to the buffer, the rest of the buffer zero.
+// Copies a line, cut to the buffer. Returns its length.
+size_t CutLine(const char *line, char *pcontent, int size)
+{
+    const size_t length = strnlen(line, static_cast<size_t>(size) - 1);
+    memcpy(pcontent, line, length);
+    pcontent[length] = '\0';
+    return length;
+}
+
+// Copies a line as every exported step hands it over: the rest of the buffer is zero.
 void CopyLine(const char *line, char *pcontent, int size)
 {
-    const auto room = static_cast<size_t>(size) - 1;
-    const size_t length = strnlen(line, room);
-    memcpy(pcontent, line, length);
+    const size_t length = CutLine(line, pcontent, size);
     memset(pcontent + length, 0, static_cast<size_t>(size) - length);
 }
 
@@ -71,45 +79,77 @@ int64_t GetLineHead(int64_t pos)
     return 0;
 }
 
-int GetNextLine(int64_t *pos, char *pcontent, int size)
+namespace {
+
+bool CanRead(const int64_t *pos, const char *pcontent, int size)
 {
-    TRACE(TRACE_DETAIL, ">pos=%p,pcontent=%p,size=%d", static_cast<void *>(pos),
-          static_cast<void *>(pcontent), size);
-    if (gfp == nullptr || filelen <= 0 || pos == nullptr || pcontent == nullptr || size <= 0) {
-        TRACE(TRACE_ERROR, "<params error.return -1.");
+    return gfp != nullptr && filelen > 0 && pos != nullptr && pcontent != nullptr && size > 0;
+}
+
+// The index of the line behind the cursor, or -1 when it is not in the block.
+int64_t NextInBlock()
+{
+    if (curblock.linepos < 0)
+        return 0;
+    if (curblock.linepos >= curblock.length)
+        return -1;
+    const char *const line = curblock.data + curblock.linepos;
+    const int64_t next = curblock.linepos + static_cast<int64_t>(strlen(line)) + 1;
+    return next < curblock.length ? next : -1;
+}
+
+} // namespace
+
+int ReadNextLine(int64_t *pos, char *pcontent, int size, size_t *length)
+{
+    TRACE_FOR(kGetNextLine, TRACE_DETAIL, ">pos=%p,pcontent=%p,size=%d", static_cast<void *>(pos),
+              static_cast<void *>(pcontent), size);
+    if (!CanRead(pos, pcontent, size)) {
+        TRACE_FOR(kGetNextLine, TRACE_ERROR, "<params error.return -1.");
         return -1;
     }
+    *length = 0;
     if (curblock.length <= 0) {
-        memset(pcontent, 0, static_cast<size_t>(size));
-        TRACE(TRACE_ERROR, "<curblock's length is %ld.return -1.", curblock.length);
+        pcontent[0] = '\0';
+        TRACE_FOR(kGetNextLine, TRACE_ERROR, "<curblock's length is %ld.return -1.",
+                  curblock.length);
         return -1;
     }
-    if (curblock.linepos < 0) {
-        DeliverLineAt(0, pos, pcontent, size);
-        TRACE(TRACE_DETAIL, "<*pos=%lld.pcontent=%s,return 0.", ll{*pos}, pcontent);
+    const int64_t next = NextInBlock();
+    if (next >= 0) {
+        const bool is_first = curblock.linepos < 0;
+        *length = CutLine(curblock.data + next, pcontent, size);
+        curblock.linepos = next;
+        *pos = curblock.start + next;
+        if (is_first)
+            TRACE_FOR(kGetNextLine, TRACE_DETAIL, "<*pos=%lld.pcontent=%s,return 0.", ll{*pos},
+                      pcontent);
+        else
+            TRACE_FOR(kGetNextLine, TRACE_DETAIL, "<*pos=%lld.return 0.", ll{*pos});
         return 0;
     }
-    if (curblock.linepos < curblock.length) {
-        const char *const line = curblock.data + curblock.linepos;
-        const int64_t next = curblock.linepos + static_cast<int64_t>(strlen(line)) + 1;
-        if (next < curblock.length) {
-            DeliverLineAt(next, pos, pcontent, size);
-            TRACE(TRACE_DETAIL, "<*pos=%lld.return 0.", ll{*pos});
-            return 0;
-        }
-    }
-    memset(pcontent, 0, static_cast<size_t>(size));
+    pcontent[0] = '\0';
     if (curblock.isend != kBlockInside) {
-        TRACE(TRACE_ERROR, "<end of file.return -1.");
+        TRACE_FOR(kGetNextLine, TRACE_ERROR, "<end of file.return -1.");
         return -1;
     }
     if (GetNextBlock(&curblock) < 0) {
-        TRACE(TRACE_ERROR, "<GetNextBlock() failed.return -1.");
+        TRACE_FOR(kGetNextLine, TRACE_ERROR, "<GetNextBlock() failed.return -1.");
         return -1;
     }
     curblock.linepos = -1;
-    const int result = GetNextLine(pos, pcontent, size);
-    TRACE(TRACE_DETAIL, "<return %d", result);
+    const int result = ReadNextLine(pos, pcontent, size, length);
+    TRACE_FOR(kGetNextLine, TRACE_DETAIL, "<return %d", result);
+    return result;
+}
+
+int GetNextLine(int64_t *pos, char *pcontent, int size)
+{
+    const bool can_read = CanRead(pos, pcontent, size);
+    size_t length = 0;
+    const int result = ReadNextLine(pos, pcontent, size, &length);
+    if (can_read)
+        memset(pcontent + length, 0, static_cast<size_t>(size) - length);
     return result;
 }
 
@@ -119,7 +159,7 @@ int GetPreLine(int64_t *pos, char *pcontent, int size)
           static_cast<void *>(pcontent), size);
     if (gfp == nullptr)
         TRACE(TRACE_ERROR, " gfp is NULL\n");
-    if (gfp == nullptr || filelen <= 0 || pos == nullptr || pcontent == nullptr || size <= 0) {
+    if (!CanRead(pos, pcontent, size)) {
         TRACE(TRACE_ERROR, "<parameter error.return -1.");
         return -1;
     }
@@ -170,7 +210,7 @@ int GetLastLine(int64_t *pos, char *pcontent, int size)
 {
     TRACE(TRACE_DETAIL, ">pos=%p,pcontent=%p,size=%d", static_cast<void *>(pos),
           static_cast<void *>(pcontent), size);
-    if (gfp == nullptr || filelen <= 0 || pos == nullptr || pcontent == nullptr || size <= 0) {
+    if (!CanRead(pos, pcontent, size)) {
         TRACE(TRACE_ERROR, "<parameters error.return -1.");
         return -1;
     }

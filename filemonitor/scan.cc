@@ -7,7 +7,10 @@
 #include "filemonitor/filemonitor.h"
 #include "platform/trace.h"
 #include "vkevmon/hits.h"
+#include "vkevmon/literal_set.h"
+#include "vkevmon/syslog_time.h"
 #include "vkevmon/table.h"
+#include "vkevmon/table_index.h"
 
 namespace {
 
@@ -215,9 +218,18 @@ long GetFileNextLine(char *pcontent, int size)
 
 namespace {
 
-void HitEntry(const char *line, VKVMon *entry)
+// A line under test, and now.
+struct Occurrence {
+    const char *line;
+    time_t now;
+    LocalMoment *moment;
+};
+
+void TestEntry(const Occurrence &occurrence, VKVMon *entry)
 {
-    if (!CountHits(kSite, entry, 1))
+    const char *line = occurrence.line;
+    if (!AllKeywordsFound(line, *entry, FindPlain) ||
+        !IsWatched(*entry, occurrence.now, occurrence.moment) || !CountHits(kSite, entry, 1))
         return;
     Report report;
     BuildReport(line, entry, &report);
@@ -228,24 +240,45 @@ void HitEntry(const char *line, VKVMon *entry)
     SendReport(kSite, &report);
 }
 
-} // namespace
-
-int CheckFileLine(const char *line)
+void TestAllEntries(const Occurrence &occurrence)
 {
-    TRACE(TRACE_DETAIL, ">line=%p", static_cast<const void *>(line));
-    TRACE(TRACE_DETAIL, "line \"%s\" is being checked\n", line);
+    for (int i = 0; i < nCnt && lpVKVMon[i] != nullptr; ++i)
+        TestEntry(occurrence, lpVKVMon[i]);
+}
+
+// Only those that the index lets through: the others cannot match.
+void TestCandidates(const Occurrence &occurrence)
+{
+    SearchLine(occurrence.line, strlen(occurrence.line));
+    const Candidates &candidates = FindCandidates();
+    for (int i = 0; i < candidates.count; ++i)
+        TestEntry(occurrence, lpVKVMon[candidates.entries[i]]);
+}
+
+int CheckFileLineAt(LocalMoment *moment, const char *line, bool has_index)
+{
+    TRACE_FOR(kCheckLine, TRACE_DETAIL, ">line=%p", static_cast<const void *>(line));
+    TRACE_FOR(kCheckLine, TRACE_DETAIL, "line \"%s\" is being checked\n", line);
     const time_t now = time(nullptr);
     if (now == -1) {
-        TRACE(TRACE_SYSTEM, "<time() return -1, the error code is %d.", errno);
+        TRACE_FOR(kCheckLine, TRACE_SYSTEM, "<time() return -1, the error code is %d.", errno);
         return FALSE;
     }
-    for (int i = 0; i < nCnt && lpVKVMon[i] != nullptr; ++i) {
-        VKVMon *entry = lpVKVMon[i];
-        if (AllKeywordsFound(line, *entry, FindPlain) && IsWatched(*entry, now))
-            HitEntry(line, entry);
-    }
-    TRACE(TRACE_DETAIL, "<return 0.");
+    if (has_index)
+        TestCandidates({line, now, moment});
+    else
+        TestAllEntries({line, now, moment});
+    TRACE_FOR(kCheckLine, TRACE_DETAIL, "<return 0.");
     return TRUE;
+}
+
+} // namespace
+
+// By the plain rule: the caller may have filled the table by hand just now.
+int CheckFileLine(const char *line)
+{
+    LocalMoment moment;
+    return CheckFileLineAt(&moment, line, false);
 }
 
 // ---- the pass ----
@@ -289,14 +322,16 @@ enum class PassEnd {
 
 PassEnd ReadNewLines()
 {
-    char line[kFileLineBufferSize];
+    char line[kFileLineBufferSize + kSearchPadding] = {};
+    LocalMoment moment;
+    DropIndex();
     for (;;) {
         const long count = GetFileNextLine(line, kFileLineBufferSize);
         if (count < 0)
             return PassEnd::kNotRead;
         if (count == 0)
             return PassEnd::kEndOfFile;
-        if (CheckFileLine(line) == FALSE)
+        if (CheckFileLineAt(&moment, line, IndexIsReady()) == FALSE)
             return PassEnd::kNotChecked;
     }
 }

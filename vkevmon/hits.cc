@@ -7,7 +7,6 @@
 #include "platform/agent.h"
 #include "platform/trace.h"
 #include "vkevmon/entry.h"
-#include "vkevmon/syslog_time.h"
 
 // A record under the names of the matcher that called.
 #define TRACE_AT(site, level, ...)                                                                 \
@@ -36,9 +35,9 @@ bool AllKeywordsFound(const char *line, const VKVMon &entry, FindKeyword find)
     return true;
 }
 
-bool IsWatched(const VKVMon &entry, time_t now)
+bool IsWatched(const VKVMon &entry, time_t now, LocalMoment *moment)
 {
-    return OnTime(now, entry.WatchTime) == 1 && entry.ReportCount > 0;
+    return OnTimeAt(moment, now, entry.WatchTime) == 1 && entry.ReportCount > 0;
 }
 
 bool CountHits(const TraceSite &site, VKVMon *entry, int times)

@@ -14,6 +14,7 @@
 #include <ctime>
 
 #include "platform/siblings.h"
+#include "vkevmon/syslog_time.h"
 #include "vkevmon/table.h"
 
 // Bytes of the message of a report: a whole line with its zero byte.
@@ -35,8 +36,8 @@ bool FindPlain(const char *line, const char *keyword);
 // order, and the first one that is missing ends the test.
 bool AllKeywordsFound(const char *line, const VKVMon &entry, FindKeyword find);
 
-// Does an entry whose keywords were found count at this moment? The hour is asked for first.
-bool IsWatched(const VKVMon &entry, time_t now);
+// Does an entry whose keywords were found count now? The hour is asked for first.
+bool IsWatched(const VKVMon &entry, time_t now, LocalMoment *moment);
 
 // Adds hits to the entry. Returns true when it has reached its report count.
 bool CountHits(const TraceSite &site, VKVMon *entry, int times);

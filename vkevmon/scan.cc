@@ -2,15 +2,18 @@
 
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "fileacc/fileacc.h"
-#include "fileacc/line_text.h"
 #include "platform/trace.h"
 #include "regacc/regacc.h"
 #include "vkevmon/file_set.h"
 #include "vkevmon/hits.h"
+#include "vkevmon/literal_set.h"
 #include "vkevmon/match.h"
 #include "vkevmon/settings.h"
+#include "vkevmon/syslog_time.h"
+#include "vkevmon/table_index.h"
 
 time_t lastendtime = 0;
 
@@ -27,21 +30,24 @@ using ll = long long;
 
 // A line of the log and where it begins.
 struct Line {
-    char text[kLineBufferSize];
     int64_t pos;
+    size_t length;
+    char text[kLineBufferSize + kSearchPadding];
 };
 
-// Reading one file. `current` waits to be checked until the line behind it is known, because the
-// repeats that follow belong to it.
+// Reading one file. `current` waits to be checked until the line behind it is known, because the repeats
+// that follow belong to it.
 struct Reading {
     int slot;
-    Line current;
-    Line ahead;    // the line read last, also when it was a repeat
-    Line previous; // what the repeats at the head of the new part refer to
-    int times;     // occurrences that the line to be checked stands for
+    Line lines[2];
+    Line *current = &lines[0];
+    Line *ahead = &lines[1]; // the line read last, also when it was a repeat
+    Line previous;           // what the repeats at the head of the new part refer to
+    int times;               // occurrences that the line to be checked stands for
     bool current_pending;
     bool ahead_is_line; // a line that is no repeat was read ahead
     bool previous_pending;
+    LocalMoment moment;
 };
 
 // Is the line a repeat line with a readable number?
@@ -67,10 +73,12 @@ void FindRepeatedLine(Reading *reading)
 {
     SaveFileEnv();
     while (FBegin() == 0) {
-        if (GetPreLine(&reading->previous.pos, reading->previous.text, kLineBufferSize) != 0)
+        Line &previous = reading->previous;
+        if (GetPreLine(&previous.pos, previous.text, kLineBufferSize) != 0)
             break;
+        previous.length = strlen(previous.text);
         int counted_before = 0;
-        if (!IsRepeat(reading->previous.text, &counted_before)) {
+        if (!IsRepeat(previous.text, &counted_before)) {
             reading->previous_pending = true;
             break;
         }
@@ -78,17 +86,21 @@ void FindRepeatedLine(Reading *reading)
     RecoverFileEnv();
 }
 
+bool ReadLine(Line *line)
+{
+    return ReadNextLine(&line->pos, line->text, kLineBufferSize, &line->length) == 0;
+}
+
 // Reads the first new line. False when it cannot be read.
 bool Begin(Reading *reading)
 {
-    Line &first = reading->current;
-    if (GetNextLine(&first.pos, first.text, kLineBufferSize) != 0) {
+    if (!ReadLine(reading->current)) {
         TRACE_FOR(kPass, TRACE_ERROR, "Get Next Line failed.");
         return false;
     }
     int times = 0;
-    if (IsRepeat(first.text, &times)) {
-        reading->ahead = first;
+    if (IsRepeat(reading->current->text, &times)) {
+        std::swap(reading->ahead, reading->current);
         reading->times = times;
         FindRepeatedLine(reading);
     } else {
@@ -101,15 +113,13 @@ bool Begin(Reading *reading)
 // Reads ahead to the next line that is no repeat, folding the repeats into `times`.
 void ReadAhead(Reading *reading)
 {
-    Line &ahead = reading->ahead;
     while (FEof() == 0) {
-        ahead.text[0] = '\0';
-        if (GetNextLine(&ahead.pos, ahead.text, kLineBufferSize) != 0) {
+        if (!ReadLine(reading->ahead)) {
             TRACE_FOR(kPass, TRACE_ERROR, "Get Next line failed.");
             return;
         }
         int repeats = 0;
-        if (!IsRepeat(ahead.text, &repeats)) {
+        if (!IsRepeat(reading->ahead->text, &repeats)) {
             reading->ahead_is_line = true;
             return;
         }
@@ -117,19 +127,29 @@ void ReadAhead(Reading *reading)
     }
 }
 
+// The line becomes the last one that was checked.
+void KeepAsLastChecked(int slot, const Line &line)
+{
+    memcpy(content[slot], line.text, line.length + 1);
+    curpos[slot] = line.pos;
+}
+
+int Check(Reading *reading, Line *line)
+{
+    return CheckLineOfPass(&reading->moment, line->text, line->length, reading->times);
+}
+
 // Checks the line that waits, for all its occurrences.
 void CheckWaiting(Reading *reading)
 {
-    const int slot = reading->slot;
     if (reading->current_pending) {
-        CopyCut(reading->current.text, content[slot], kLineBufferSize);
-        curpos[slot] = reading->current.pos;
+        KeepAsLastChecked(reading->slot, *reading->current);
         // The message shows the line of slot 0 also while slot 1 is read; kept as it is known.
-        if (CheckLine(reading->current.text, reading->times) == -1)
+        if (Check(reading, reading->current) == -1)
             TRACE_FOR(kPass, TRACE_ERROR, "CheckLine: %s --failed", content[0]);
     } else if (reading->previous_pending) {
         reading->previous_pending = false;
-        if (CheckLine(reading->previous.text, reading->times) == -1)
+        if (Check(reading, &reading->previous) == -1)
             TRACE_FOR(kPass, TRACE_ERROR, "CheckLine: %s --failed", reading->previous.text);
     }
 }
@@ -139,7 +159,8 @@ bool Advance(Reading *reading)
 {
     if (!reading->ahead_is_line)
         return false;
-    reading->current = reading->ahead;
+    std::swap(reading->current, reading->ahead);
+    reading->ahead->text[0] = '\0';
     reading->times = 1;
     reading->current_pending = true;
     reading->ahead_is_line = false;
@@ -167,10 +188,8 @@ void ReadNewLines(int slot)
 
     // Repeats at the end of the file were folded: the place behind them is stored, or the next pass
     // would count them again.
-    if (reading.ahead.text[0] != '\0' && reading.ahead.pos >= 1) {
-        CopyCut(reading.ahead.text, content[slot], kLineBufferSize);
-        curpos[slot] = reading.ahead.pos;
-    }
+    if (reading.ahead->text[0] != '\0' && reading.ahead->pos >= 1)
+        KeepAsLastChecked(slot, *reading.ahead);
     StorePosition(slot);
 }
 
@@ -299,6 +318,7 @@ void ScanSlot(int slot)
 int WatchSyslogMain(void)
 {
     TRACE(TRACE_DETAIL, ">");
+    DropIndex();
     for (int slot = 0; slot < MAX_MON_FILES; ++slot)
         ScanSlot(slot);
     return 0;

@@ -1,8 +1,5 @@
 #include "vkevmon/syslog_time.h"
 
-#include <cstdio>
-#include <cstring>
-
 #include "platform/trace.h"
 
 // clang-format off
@@ -17,33 +14,124 @@ namespace {
 
 constexpr char kUnit[] = "vkevmon";
 
-constexpr int kMonths = 12;
-constexpr char kMonthNames[kMonths][4] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                          "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 constexpr int kDecember = 11;
 constexpr int kJanuary = 0;
+constexpr size_t kMonthWordMax = 4;
 
 // The stamp as it stands in the line.
 struct Stamp {
-    char month[5]; // at most four characters are taken for the month word
+    char month[kMonthWordMax + 1]; // at most four characters are taken for the month word
     int day, hour, minute, second;
 };
 
-bool ParseStamp(const char *buf, Stamp *stamp)
+// ---- parsing ----
+//
+// The stamp is read as the C library's scanner reads "%4s %d %d:%d:%d", in every case: white space before
+// each field, signs, over-large numbers. The scanner itself costs more than matching the line.
+
+bool IsSpace(char c)
 {
-    return sscanf(buf, "%4s %d %d:%d:%d", stamp->month, &stamp->day, &stamp->hour, &stamp->minute,
-                  &stamp->second) == 5;
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+const char *SkipSpace(const char *text)
+{
+    while (IsSpace(*text))
+        ++text;
+    return text;
+}
+
+bool IsDigit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+// The scanner reads a number as 64 bits, stopped at their limits, and keeps the lower 32.
+int Cut(uint64_t magnitude, bool is_negative)
+{
+    const uint64_t limit = static_cast<uint64_t>(INT64_MAX) + (is_negative ? 1 : 0);
+    const uint64_t stopped = magnitude > limit ? limit : magnitude;
+    return static_cast<int>(static_cast<uint32_t>(is_negative ? -stopped : stopped));
+}
+
+// Reads a number and steps behind it. False when there is none.
+bool ReadNumber(const char **text, int *number)
+{
+    const char *at = SkipSpace(*text);
+    const bool is_negative = *at == '-';
+    if (*at == '-' || *at == '+')
+        ++at;
+    if (!IsDigit(*at))
+        return false;
+    uint64_t magnitude = 0;
+    for (; IsDigit(*at); ++at) {
+        const auto digit = static_cast<uint64_t>(*at - '0');
+        magnitude = magnitude < UINT64_MAX / 10 ? (magnitude * 10) + digit : UINT64_MAX;
+    }
+    *number = Cut(magnitude, is_negative);
+    *text = at;
+    return true;
+}
+
+bool ReadColon(const char **text)
+{
+    return *(*text)++ == ':';
+}
+
+bool ParseStamp(const char *text, Stamp *stamp)
+{
+    text = SkipSpace(text);
+    size_t length = 0;
+    while (length < kMonthWordMax && *text != '\0' && !IsSpace(*text))
+        stamp->month[length++] = *text++;
+    stamp->month[length] = '\0';
+    return length > 0 && ReadNumber(&text, &stamp->day) && ReadNumber(&text, &stamp->hour) &&
+           ReadColon(&text) && ReadNumber(&text, &stamp->minute) && ReadColon(&text) &&
+           ReadNumber(&text, &stamp->second);
+}
+
+// The first three characters of a word as a number.
+constexpr uint32_t MonthKey(const char *word)
+{
+    return static_cast<uint32_t>(static_cast<unsigned char>(word[0])) << 16U |
+           static_cast<uint32_t>(static_cast<unsigned char>(word[1])) << 8U |
+           static_cast<unsigned char>(word[2]);
 }
 
 // Index of the month, or -1. Three characters count, so "Sept" is September.
 int MonthIndex(const char *word)
 {
-    for (int month = 0; month < kMonths; ++month) {
-        if (strncmp(word, kMonthNames[month], 3) == 0)
-            return month;
+    switch (MonthKey(word)) {
+    case MonthKey("Jan"):
+        return kJanuary;
+    case MonthKey("Feb"):
+        return 1;
+    case MonthKey("Mar"):
+        return 2;
+    case MonthKey("Apr"):
+        return 3;
+    case MonthKey("May"):
+        return 4;
+    case MonthKey("Jun"):
+        return 5;
+    case MonthKey("Jul"):
+        return 6;
+    case MonthKey("Aug"):
+        return 7;
+    case MonthKey("Sep"):
+        return 8;
+    case MonthKey("Oct"):
+        return 9;
+    case MonthKey("Nov"):
+        return 10;
+    case MonthKey("Dec"):
+        return kDecember;
+    default:
+        return -1;
     }
-    return -1;
 }
+
+// ---- conversion ----
 
 // The year of a stamp, in years since 1900. False when it lies neither in this month nor in the last.
 bool YearOf(int month, const struct tm &now, int *year)
@@ -55,30 +143,8 @@ bool YearOf(int month, const struct tm &now, int *year)
     return month == kDecember && now.tm_mon == kJanuary;
 }
 
-} // namespace
-
-BOOL GetSyslogTime(const char *buf, time_t *pcur_time)
+struct tm BrokenDown(const Stamp &stamp, int month, int year, const struct tm &now)
 {
-    TRACE(TRACE_DETAIL, ">buf=%p,pcur_time=%p", static_cast<const void *>(buf),
-          static_cast<void *>(pcur_time));
-    Stamp stamp{};
-    if (!ParseStamp(buf, &stamp)) {
-        TRACE(TRACE_ERROR, "<get time form buf failed.return FALSE.");
-        return FALSE;
-    }
-    const int month = MonthIndex(stamp.month);
-    if (month < 0) {
-        TRACE(TRACE_ERROR, "<month wrong!return FALSE.");
-        return FALSE;
-    }
-    const time_t current = time(nullptr);
-    struct tm now {};
-    localtime_r(&current, &now);
-    int year = 0;
-    if (!YearOf(month, now, &year)) {
-        TRACE(TRACE_ERROR, "<syslog time err.return FALSE.");
-        return FALSE;
-    }
     struct tm when {};
     when.tm_sec = stamp.second;
     when.tm_min = stamp.minute;
@@ -88,22 +154,129 @@ BOOL GetSyslogTime(const char *buf, time_t *pcur_time)
     when.tm_year = year;
     // Today's daylight saving, not "find out": every stamp of a pass is read in the same way.
     when.tm_isdst = now.tm_isdst;
-    *pcur_time = mktime(&when);
-    if (*pcur_time == -1) {
-        TRACE(TRACE_ERROR, "<invalid time.return FALSE.");
+    return when;
+}
+
+bool IsBetween(int value, int least, int most)
+{
+    return value >= least && value <= most;
+}
+
+constexpr int kYear1971 = 71;
+constexpr int kYear9999 = 8099;
+
+// Is the conversion certain not to give -1, which is a moment before 1970 or one that no time_t can hold?
+bool IsConvertible(const struct tm &when)
+{
+    return IsBetween(when.tm_year, kYear1971, kYear9999) && when.tm_mday >= 0 &&
+           when.tm_hour >= 0 && when.tm_min >= 0 && when.tm_sec >= 0;
+}
+
+// Days from 1970 to the first day of a month, in the proleptic Gregorian calendar.
+int64_t DaysTo(int year, int month)
+{
+    static constexpr int kDaysBefore[] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
+    const int64_t full = int64_t{year} + 1900;
+    const bool is_leap = (full % 4 == 0 && full % 100 != 0) || full % 400 == 0;
+    const int64_t before = full - 1;
+    const int64_t days = (before * 365) + (before / 4) - (before / 100) + (before / 400);
+    constexpr int64_t kDaysTo1970 = 719162;
+    return days - kDaysTo1970 + kDaysBefore[month] + (is_leap && month > 1 ? 1 : 0);
+}
+
+bool IsSameMoment(const struct tm &a, const struct tm &b)
+{
+    return a.tm_sec == b.tm_sec && a.tm_min == b.tm_min && a.tm_hour == b.tm_hour &&
+           a.tm_mday == b.tm_mday && a.tm_mon == b.tm_mon && a.tm_year == b.tm_year &&
+           a.tm_isdst == b.tm_isdst;
+}
+
+// mktime, without its search: supposes that the clock was as far from UTC at that moment as it is now, and
+// takes the result only when it is that moment in local time. Around changes of the clock, and for
+// fields out of range, mktime does it.
+time_t Convert(struct tm when, const struct tm &now)
+{
+    if (IsConvertible(when)) {
+        const int64_t days = DaysTo(when.tm_year, when.tm_mon) + when.tm_mday - 1;
+        const time_t guess =
+            (((days * 24 + when.tm_hour) * 60 + when.tm_min) * 60) + when.tm_sec - now.tm_gmtoff;
+        struct tm check {};
+        if (localtime_r(&guess, &check) != nullptr && IsSameMoment(check, when))
+            return guess;
+    }
+    return mktime(&when);
+}
+
+void BringTo(LocalMoment *moment, time_t t)
+{
+    if (moment->is_set && moment->time == t)
+        return;
+    tzset(); // localtime_r alone would never see a change of the time zone
+    moment->time = t;
+    moment->local = {};
+    moment->is_set = localtime_r(&t, &moment->local) != nullptr;
+}
+
+constexpr char kGetSyslogTime[] = "GetSyslogTime";
+constexpr char kOnTime[] = "OnTime";
+
+BOOL ReadStamp(LocalMoment *moment, const char *buf, time_t *pcur_time, StampUse use)
+{
+    Stamp stamp{};
+    if (!ParseStamp(buf, &stamp)) {
+        TRACE_FOR(kGetSyslogTime, TRACE_ERROR, "<get time form buf failed.return FALSE.");
         return FALSE;
     }
-    TRACE(TRACE_DETAIL, "<return TRUE.");
+    const int month = MonthIndex(stamp.month);
+    if (month < 0) {
+        TRACE_FOR(kGetSyslogTime, TRACE_ERROR, "<month wrong!return FALSE.");
+        return FALSE;
+    }
+    BringTo(moment, time(nullptr));
+    int year = 0;
+    if (!YearOf(month, moment->local, &year)) {
+        TRACE_FOR(kGetSyslogTime, TRACE_ERROR, "<syslog time err.return FALSE.");
+        return FALSE;
+    }
+    const struct tm when = BrokenDown(stamp, month, year, moment->local);
+    if (use == StampUse::kTime || !IsConvertible(when)) {
+        *pcur_time = Convert(when, moment->local);
+        if (*pcur_time == -1) {
+            TRACE_FOR(kGetSyslogTime, TRACE_ERROR, "<invalid time.return FALSE.");
+            return FALSE;
+        }
+    }
+    TRACE_FOR(kGetSyslogTime, TRACE_DETAIL, "<return TRUE.");
     return TRUE;
+}
+
+} // namespace
+
+BOOL GetSyslogTimeAt(LocalMoment *moment, const char *buf, time_t *pcur_time, StampUse use)
+{
+    TRACE_FOR(kGetSyslogTime, TRACE_DETAIL, ">buf=%p,pcur_time=%p", static_cast<const void *>(buf),
+              static_cast<void *>(pcur_time));
+    return ReadStamp(moment, buf, pcur_time, use);
+}
+
+BOOL GetSyslogTime(const char *buf, time_t *pcur_time)
+{
+    LocalMoment moment;
+    return GetSyslogTimeAt(&moment, buf, pcur_time, StampUse::kTime);
+}
+
+int OnTimeAt(LocalMoment *moment, time_t t, unsigned int watchtime)
+{
+    TRACE_FOR(kOnTime, TRACE_DETAIL, ">");
+    BringTo(moment, t);
+    const int on_time =
+        moment->is_set && (TimeMask[moment->local.tm_hour] & watchtime) != 0 ? 1 : 0;
+    TRACE_FOR(kOnTime, TRACE_DETAIL, "<return %d", on_time);
+    return on_time;
 }
 
 int OnTime(time_t t, unsigned int watchtime)
 {
-    TRACE(TRACE_DETAIL, ">");
-    struct tm local {};
-    int on_time = 0;
-    if (localtime_r(&t, &local) != nullptr && (TimeMask[local.tm_hour] & watchtime) != 0)
-        on_time = 1;
-    TRACE(TRACE_DETAIL, "<return %d", on_time);
-    return on_time;
+    LocalMoment moment;
+    return OnTimeAt(&moment, t, watchtime);
 }

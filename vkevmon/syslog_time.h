@@ -1,6 +1,7 @@
 // The time stamp at the head of a syslog line, and the hours in which an entry is watched.
 //
-// A leaf: it depends on nothing of the module, so every folder may use it.
+// A leaf: it depends on nothing of the module, so every folder may use it. The functions of a pass, which
+// reads millions of stamps, are given the moment in local time; the other two ask for it at each call.
 #ifndef VKEVMON_SYSLOG_TIME_H
 #define VKEVMON_SYSLOG_TIME_H
 
@@ -32,5 +33,23 @@ int OnTime(time_t t, unsigned int watchtime);
 
 } // extern "C"
 #pragma GCC visibility pop
+
+// A moment in local time, for a caller that needs it again and again. Valid for as long as the caller's
+// frame: time zones are looked up once a second, not once a line.
+struct LocalMoment {
+    time_t time = 0;
+    struct tm local {};
+    bool is_set = false;
+};
+
+// What a caller needs to know of a stamp.
+enum class StampUse { kTime, kValidity };
+
+// GetSyslogTime for a pass. `moment` is brought up to the current time. With kValidity, *pcur_time is left
+// alone when the stamp is valid.
+BOOL GetSyslogTimeAt(LocalMoment *moment, const char *buf, time_t *pcur_time, StampUse use);
+
+// OnTime for a pass. `moment` is brought to `t`.
+int OnTimeAt(LocalMoment *moment, time_t t, unsigned int watchtime);
 
 #endif // VKEVMON_SYSLOG_TIME_H

@@ -1,0 +1,22 @@
+// What a keyword is as a regular expression, without compiling it.
+#ifndef VKEVMON_EXPRESSION_H
+#define VKEVMON_EXPRESSION_H
+
+#include <cstddef>
+
+// Does the keyword hold a character with a meaning of its own in extended regular expressions? One
+// that does not matches as an expression exactly where it occurs as plain text.
+bool HasOperator(const char *keyword);
+
+// A literal text that every match of the expression must hold.
+struct RequiredText {
+    size_t begin;  // index in the keyword
+    size_t length; // 0: no such text could be told
+};
+
+// The longest such text that can be told without understanding the expression in full. It is looked
+// for outside of brackets, groups and alternatives only, and what is optional is left out, so the
+// answer is never wrong, but it may be shorter than it could be.
+RequiredText FindRequiredText(const char *keyword);
+
+#endif // VKEVMON_EXPRESSION_H

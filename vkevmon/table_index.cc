@@ -1,0 +1,235 @@
+#include "vkevmon/table_index.h"
+
+#include <bit>
+#include <cstring>
+#include <iterator>
+
+#include "vkevmon/entry.h"
+#include "vkevmon/expression.h"
+#include "vkevmon/literal_set.h"
+#include "vkevmon/match.h"
+#include "vkevmon/table.h"
+
+namespace {
+
+// Building costs about as much as testing a dozen lines against the table. Passes that find less news than
+// this, the normal ones, never build an index.
+constexpr int kLinesBeforeIndex = 16;
+
+// An empty keyword, or an expression of which no required text is known.
+constexpr LiteralId kNoLiteral = UINT16_MAX;
+
+// What the index knows of one entry.
+struct IndexedEntry {
+    LiteralId keywords[kKeywordsOfEntry];
+    LiteralId required[kKeywordsOfEntry]; // text that a match as an expression needs
+    bool is_expression[kKeywordsOfEntry];
+    uint16_t next_of_anchor; // 1 + the next entry with the same anchor; 0: none
+};
+
+// The index. Written by BuildIndex and DropIndex, on the monitor thread.
+IndexedEntry indexed[kMaxEntries];
+int indexed_count = 0;
+uint16_t first_of_anchor[kMaxLiterals];    // 1 + the first entry with this anchor; 0: none
+uint64_t without_anchor[kMaxEntries / 64]; // entries whose keywords are all empty: a bit each
+LiteralId own_identifier;
+bool is_ready = false;
+int lines_of_pass = 0;
+
+// What is known of the line under search.
+FoundLiterals found;
+Candidates candidates;
+
+void SetBit(uint64_t *words, size_t bit)
+{
+    words[bit / 64] |= uint64_t{1} << (bit % 64);
+}
+
+void AddExpression(IndexedEntry *entry, int k, const char *text)
+{
+    WantLiteral(entry->keywords[k]);
+    entry->is_expression[k] = HasOperator(text);
+    if (!entry->is_expression[k])
+        return;
+    const RequiredText required = FindRequiredText(text);
+    if (required.length == 0)
+        return;
+    entry->required[k] = AddLiteral(text + required.begin, required.length);
+    WantLiteral(entry->required[k]);
+}
+
+void AddKeywords(int index)
+{
+    IndexedEntry &entry = indexed[index];
+    entry = {};
+    for (int k = 0; k < kKeywordsOfEntry; ++k) {
+        const char *text = KeywordOf(*lpVKVMon[index], k);
+        const size_t length = strlen(text);
+        entry.required[k] = kNoLiteral;
+        entry.keywords[k] = length > 0 ? AddLiteral(text, length) : kNoLiteral;
+        if (length > 0 && IsFTServer >= 1)
+            AddExpression(&entry, k, text);
+    }
+}
+
+// How many keywords are the same text. Only while the index is built.
+uint16_t users[kMaxLiterals];
+
+void CountUsers()
+{
+    memset(users, 0, sizeof users);
+    for (int i = 0; i < indexed_count; ++i) {
+        for (const LiteralId id : indexed[i].keywords) {
+            if (id != kNoLiteral)
+                ++users[id];
+        }
+    }
+}
+
+// How good a keyword is as an anchor: shared by few entries, long enough to be searched for in large steps,
+// long. A few entries more or less are no reason for small steps.
+struct AnchorRank {
+    int crowd; // 0 for up to 8 entries, then growing with the power of two
+    int step;
+    size_t length;
+
+    bool IsWorseThan(const AnchorRank &other) const
+    {
+        if (crowd != other.crowd)
+            return crowd > other.crowd;
+        if (step != other.step)
+            return step < other.step;
+        return length < other.length;
+    }
+};
+
+AnchorRank RankOf(LiteralId id, size_t length)
+{
+    constexpr uint16_t kFew = 8;
+    const int crowd = users[id] <= kFew ? 0 : static_cast<int>(std::bit_width(users[id]));
+    const int step = (length >= kMiddleLiteral ? 1 : 0) + (length >= kLongLiteral ? 1 : 0);
+    return {crowd, step, length};
+}
+
+LiteralId ChooseAnchor(int index)
+{
+    LiteralId best = kNoLiteral;
+    AnchorRank best_rank{};
+    for (int k = 0; k < kKeywordsOfEntry; ++k) {
+        const LiteralId id = indexed[index].keywords[k];
+        if (id == kNoLiteral)
+            continue;
+        const AnchorRank rank = RankOf(id, strlen(KeywordOf(*lpVKVMon[index], k)));
+        if (best == kNoLiteral || best_rank.IsWorseThan(rank)) {
+            best = id;
+            best_rank = rank;
+        }
+    }
+    return best;
+}
+
+void ChainUnderAnchor(int index)
+{
+    const LiteralId anchor = ChooseAnchor(index);
+    if (anchor == kNoLiteral) {
+        SetBit(without_anchor, static_cast<size_t>(index));
+        return;
+    }
+    WantLiteral(anchor);
+    indexed[index].next_of_anchor = first_of_anchor[anchor];
+    first_of_anchor[anchor] = static_cast<uint16_t>(index + 1);
+}
+
+int CountEntries()
+{
+    int count = 0;
+    while (count < nCnt && lpVKVMon[count] != nullptr)
+        ++count;
+    return count;
+}
+
+} // namespace
+
+void DropIndex()
+{
+    is_ready = false;
+    lines_of_pass = 0;
+}
+
+bool IndexIsReady()
+{
+    if (!is_ready && ++lines_of_pass > kLinesBeforeIndex)
+        BuildIndex();
+    return is_ready;
+}
+
+void BuildIndex()
+{
+    ForgetFound(&found);
+    ClearLiterals();
+    memset(first_of_anchor, 0, sizeof first_of_anchor);
+    memset(without_anchor, 0, sizeof without_anchor);
+    own_identifier = AddLiteral(kOwnLines, sizeof kOwnLines - 1);
+    WantLiteral(own_identifier);
+    indexed_count = CountEntries();
+    for (int i = 0; i < indexed_count; ++i)
+        AddKeywords(i);
+    CountUsers();
+    for (int i = 0; i < indexed_count; ++i)
+        ChainUnderAnchor(i);
+    PrepareLiterals();
+    is_ready = true;
+}
+
+int IndexedEntries()
+{
+    return indexed_count;
+}
+
+void SearchLine(const char *line, size_t length)
+{
+    ForgetFound(&found);
+    FindLiterals(line, length, &found);
+}
+
+bool LineIsOwn()
+{
+    return IsFound(found, own_identifier);
+}
+
+const Candidates &FindCandidates()
+{
+    uint64_t bits[kMaxEntries / 64];
+    memcpy(bits, without_anchor, sizeof bits);
+    for (int i = 0; i < found.count; ++i) {
+        for (unsigned next = first_of_anchor[found.ids[i]]; next != 0;
+             next = indexed[next - 1].next_of_anchor)
+            SetBit(bits, next - 1);
+    }
+    candidates.count = 0;
+    for (size_t word = 0; word < std::size(bits); ++word) {
+        for (uint64_t left = bits[word]; left != 0; left &= left - 1)
+            candidates.entries[candidates.count++] =
+                static_cast<uint16_t>((word * 64) + static_cast<size_t>(std::countr_zero(left)));
+    }
+    return candidates;
+}
+
+const char *KeywordOf(const VKVMon &entry, int keyword)
+{
+    const char *const keywords[] = {entry.Keyword1, entry.Keyword2, entry.Keyword3};
+    return keywords[keyword];
+}
+
+bool IsPlainlyFound(int entry, int keyword)
+{
+    const LiteralId id = indexed[entry].keywords[keyword];
+    return id == kNoLiteral || IsFound(found, id);
+}
+
+bool CanMatchAsExpression(int entry, int keyword)
+{
+    const IndexedEntry &known = indexed[entry];
+    return known.is_expression[keyword] &&
+           (known.required[keyword] == kNoLiteral || IsFound(found, known.required[keyword]));
+}

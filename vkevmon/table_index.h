@@ -1,0 +1,62 @@
+// The index over the monitoring table: which entries can match a line at all?
+//
+// The plain rule tests every entry's keywords against every line. The index turns that around: it searches
+// the line once, for one keyword of every entry (its anchor), and only the entries whose anchor was found
+// are tested. What it lets through is tested like any other; what it holds back could not have matched. So
+// results, order, counters, trace records and reports are those of the plain rule.
+//
+//                    server                          fault-tolerant server
+//   searched for     the anchors                     every keyword, and the literal text inside those
+//                                                    that are expressions
+//   entries tested   those whose anchor was found    all: the trace log shows each expression tried
+//
+// When it holds: from the moment it was built until the end of the pass. The host may change the table
+// between passes, so each pass begins without an index; it is built when enough lines have come to be worth
+// the effort. Storage is fixed. Nothing that was found in one line is kept for the next.
+#ifndef VKEVMON_TABLE_INDEX_H
+#define VKEVMON_TABLE_INDEX_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/monitor_entry.h"
+
+// A pass begins: what is known of the table is void.
+void DropIndex();
+
+// Is there an index for the next line? Counts the lines of the pass, and builds it when it is due.
+bool IndexIsReady();
+
+// Builds it now, as if enough lines had come.
+void BuildIndex();
+
+// The entries it knows, 0 to this number - 1. Fewer than nCnt once the monitor has shut down.
+int IndexedEntries();
+
+// Searches a line. Everything below is about this line, until the next call. kSearchPadding bytes behind
+// the line can be read (literal_set.h).
+void SearchLine(const char *line, size_t length);
+
+// Was the agent's own identifier found, which makes the line one of its own?
+bool LineIsOwn();
+
+// The entries that can match, in table order, as far as anchors tell.
+struct Candidates {
+    int count;
+    uint16_t entries[kMaxEntries];
+};
+const Candidates &FindCandidates();
+
+constexpr int kKeywordsOfEntry = 3;
+
+// Keyword 0 to 2 of an entry.
+const char *KeywordOf(const VKVMon &entry, int keyword);
+
+// Is this keyword in the line as plain text, or empty? Only on a fault-tolerant server.
+bool IsPlainlyFound(int entry, int keyword);
+
+// Can this keyword, which is not in the line as plain text, match as an expression? False when it has no
+// operator, or when the literal text that any match needs is missing. Only on a fault-tolerant server.
+bool CanMatchAsExpression(int entry, int keyword);
+
+#endif // VKEVMON_TABLE_INDEX_H
