@@ -44,7 +44,13 @@ struct Resume {
     int64_t tmppos;             // offset of the line in `candidate`
     char base[kLineBufferSize]; // the line at the remembered offset; then the one a search saved
     char candidate[kLineBufferSize]; // the line a search stands on
+    LocalMoment now;                 // in which all stamps are read
 };
+
+bool TimeOf(Resume *resume, const char *line, time_t *moment)
+{
+    return GetSyslogTimeAt(&resume->now, line, moment, StampUse::kTime) == TRUE;
+}
 
 bool IsRememberedLine(const char *line, const char *remembered)
 {
@@ -59,10 +65,11 @@ const char *TimeText(time_t moment, char *text)
 }
 
 // The time of the remembered text; the end of the last pass stands in for one that has none.
-time_t RememberedTime(const char *pcontent)
+time_t RememberedTime(Resume *resume)
 {
+    const char *pcontent = resume->pcontent;
     time_t moment = 0;
-    if (GetSyslogTime(pcontent, &moment) != TRUE) {
+    if (!TimeOf(resume, pcontent, &moment)) {
         TRACE_FOR(kGotoPos, TRACE_ERROR, "get pcontent \"%s\"'s time error", pcontent);
         moment = lastendtime;
         char text[kTimeTextSize];
@@ -74,12 +81,12 @@ time_t RememberedTime(const char *pcontent)
 
 // The time of the line at the offset. One without a stamp counts as a second older than the
 // remembered line, which leads to the search downwards.
-time_t BaseTime(const Resume &resume)
+time_t BaseTime(Resume *resume)
 {
     time_t moment = 0;
-    if (GetSyslogTime(resume.base, &moment) != TRUE) {
-        TRACE_FOR(kGotoPos, TRACE_ERROR, "get \"%s\"'s time error", resume.base);
-        moment = resume.remembered - 1;
+    if (!TimeOf(resume, resume->base, &moment)) {
+        TRACE_FOR(kGotoPos, TRACE_ERROR, "get \"%s\"'s time error", resume->base);
+        moment = resume->remembered - 1;
         char text[kTimeTextSize];
         TRACE_FOR(kGotoPos, TRACE_DETAIL, "set time to %s(%ld)", TimeText(moment, text),
                   static_cast<long>(moment));
@@ -109,7 +116,7 @@ Walk SearchBefore(Resume *resume)
             return Walk::kPlaced;
         }
         time_t moment = 0;
-        if (GetSyslogTime(resume->candidate, &moment) != TRUE) {
+        if (!TimeOf(resume, resume->candidate, &moment)) {
             TRACE_FOR(kGotoPos, TRACE_ERROR, "get \"%s\"'s time error", resume->candidate);
             continue;
         }
@@ -157,7 +164,7 @@ Walk SearchUp(Resume *resume)
             return Walk::kPlaced;
         }
         time_t moment = 0;
-        if (GetSyslogTime(resume->candidate, &moment) != TRUE) {
+        if (!TimeOf(resume, resume->candidate, &moment)) {
             TRACE_FOR(kGotoPos, TRACE_ERROR, "get \"%s\"'s time error", resume->candidate);
             continue;
         }
@@ -194,7 +201,7 @@ Walk SearchDown(Resume *resume, int64_t base_pos)
             return Walk::kPlaced;
         }
         time_t moment = 0;
-        if (GetSyslogTime(resume->candidate, &moment) != TRUE) {
+        if (!TimeOf(resume, resume->candidate, &moment)) {
             TRACE_FOR(kGotoPos, TRACE_ERROR, "get \"%s\"'s time error.", resume->candidate);
             continue;
         }
@@ -218,8 +225,8 @@ Walk SearchDown(Resume *resume, int64_t base_pos)
 // Another line than the remembered one stands at the offset.
 Walk SearchByTime(Resume *resume, int64_t base_pos)
 {
-    resume->remembered = RememberedTime(resume->pcontent);
-    const time_t base_time = BaseTime(*resume);
+    resume->remembered = RememberedTime(resume);
+    const time_t base_time = BaseTime(resume);
     if (base_time > resume->remembered)
         return SearchUp(resume);
     if (base_time == resume->remembered) {

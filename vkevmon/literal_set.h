@@ -3,14 +3,16 @@
 // What the search promises: every literal that occurs in the line is found, and nothing else.
 //
 // How it works. The line is not compared with the literals; short pieces of it ("grams") are looked up, and
-// only every few bytes. A literal is entered under so many neighbouring grams, from a place where it is
-// rare, that one of them is looked up wherever the literal stands:
+// only every few bytes. A literal is entered under so many neighbouring grams, from a place where it shares
+// them with few others, that one of them is looked up wherever the literal stands:
 //
-//   length of the literal   grams entered               looked up in the line
-//   7 and more              four, of 4 bytes            at every fourth byte
-//   4 to 6                  two, of 3 bytes             at every second byte
-//   2 and 3                 one, its first 2 bytes      at every byte
-//   1                       itself                      at every byte
+//   shortest literal of 4 bytes and more    grams of each literal    looked up in the line
+//   7 and more                              four, of 4 bytes         at every fourth byte
+//   6                                       three, of 4 bytes        at every third byte
+//   5                                       two, of 4 bytes          at every second byte
+//   4                                       two, of 3 bytes          at every second byte
+//
+// Literals of 2 and 3 bytes (by their first two) and of one byte have walks of their own, at every byte.
 //
 // A bit map tells first whether any literal has the gram; most grams of most lines end there. Then a hash
 // table gives the literals, and each is compared in full. A walk over the line is only made when the set
@@ -29,9 +31,8 @@ constexpr int kMaxLiterals = (2 * 3 * 2048) + 1;
 using LiteralId = uint16_t;
 static_assert(kMaxLiterals < UINT16_MAX);
 
-// Lengths from which a literal is searched for in larger steps, which cost less.
+// Literals of at least this length are searched for in the largest steps, shorter ones in smaller ones.
 constexpr size_t kLongLiteral = 7;
-constexpr size_t kMiddleLiteral = 4;
 
 // Bytes behind a line that the search may read (their values do not matter).
 constexpr size_t kSearchPadding = 16;

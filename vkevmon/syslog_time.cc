@@ -54,8 +54,24 @@ int Cut(uint64_t magnitude, bool is_negative)
     return static_cast<int>(static_cast<uint32_t>(is_negative ? -stopped : stopped));
 }
 
-// Reads a number and steps behind it. False when there is none.
-bool ReadNumber(const char **text, int *number)
+// A number of one or two digits, as nearly all are. False when there is another one, or none.
+bool ReadShortNumber(const char **text, int *number)
+{
+    const char *at = *text;
+    if (!IsDigit(at[0]))
+        return false;
+    if (!IsDigit(at[1])) {
+        *number = at[0] - '0';
+        *text = at + 1;
+        return true;
+    }
+    *number = ((at[0] - '0') * 10) + (at[1] - '0');
+    *text = at + 2;
+    return !IsDigit(at[2]);
+}
+
+// Reads any number and steps behind it. False when there is none.
+bool ReadLongNumber(const char **text, int *number)
 {
     const char *at = SkipSpace(*text);
     const bool is_negative = *at == '-';
@@ -73,6 +89,15 @@ bool ReadNumber(const char **text, int *number)
     return true;
 }
 
+bool ReadNumber(const char **text, int *number)
+{
+    const char *begin = *text;
+    if (ReadShortNumber(text, number))
+        return true;
+    *text = begin;
+    return ReadLongNumber(text, number);
+}
+
 bool ReadColon(const char **text)
 {
     return *(*text)++ == ':';
@@ -85,8 +110,12 @@ bool ParseStamp(const char *text, Stamp *stamp)
     while (length < kMonthWordMax && *text != '\0' && !IsSpace(*text))
         stamp->month[length++] = *text++;
     stamp->month[length] = '\0';
-    return length > 0 && ReadNumber(&text, &stamp->day) && ReadNumber(&text, &stamp->hour) &&
-           ReadColon(&text) && ReadNumber(&text, &stamp->minute) && ReadColon(&text) &&
+    text = SkipSpace(text);
+    if (length == 0 || !ReadNumber(&text, &stamp->day))
+        return false;
+    text = SkipSpace(text);
+    return ReadNumber(&text, &stamp->hour) && ReadColon(&text) &&
+           ReadNumber(&text, &stamp->minute) && ReadColon(&text) &&
            ReadNumber(&text, &stamp->second);
 }
 

@@ -1,5 +1,6 @@
 #include "vkevmon/table_index.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <iterator>
@@ -12,9 +13,9 @@
 
 namespace {
 
-// Building costs about as much as testing a dozen lines against the table. Passes that find less news than
+// Building costs about as much as testing thirty lines against the table. Passes that find less news than
 // this, the normal ones, never build an index.
-constexpr int kLinesBeforeIndex = 16;
+constexpr int kLinesBeforeIndex = 32;
 
 // An empty keyword, or an expression of which no required text is known.
 constexpr LiteralId kNoLiteral = UINT16_MAX;
@@ -32,6 +33,7 @@ IndexedEntry indexed[kMaxEntries];
 int indexed_count = 0;
 uint16_t first_of_anchor[kMaxLiterals];    // 1 + the first entry with this anchor; 0: none
 uint64_t without_anchor[kMaxEntries / 64]; // entries whose keywords are all empty: a bit each
+bool has_entries_without_anchor = false;
 LiteralId own_identifier;
 bool is_ready = false;
 int lines_of_pass = 0;
@@ -89,8 +91,8 @@ void CountUsers()
 // How good a keyword is as an anchor: shared by few entries, long enough to be searched for in large steps,
 // long. A few entries more or less are no reason for small steps.
 struct AnchorRank {
-    int crowd; // 0 for up to 8 entries, then growing with the power of two
-    int step;
+    int crowd;   // 0 for up to 8 entries, then growing with the power of two
+    size_t step; // in which it can be searched for, as far as it matters
     size_t length;
 
     bool IsWorseThan(const AnchorRank &other) const
@@ -107,8 +109,7 @@ AnchorRank RankOf(LiteralId id, size_t length)
 {
     constexpr uint16_t kFew = 8;
     const int crowd = users[id] <= kFew ? 0 : static_cast<int>(std::bit_width(users[id]));
-    const int step = (length >= kMiddleLiteral ? 1 : 0) + (length >= kLongLiteral ? 1 : 0);
-    return {crowd, step, length};
+    return {crowd, std::min(length, kLongLiteral), length};
 }
 
 LiteralId ChooseAnchor(int index)
@@ -133,6 +134,7 @@ void ChainUnderAnchor(int index)
     const LiteralId anchor = ChooseAnchor(index);
     if (anchor == kNoLiteral) {
         SetBit(without_anchor, static_cast<size_t>(index));
+        has_entries_without_anchor = true;
         return;
     }
     WantLiteral(anchor);
@@ -169,6 +171,7 @@ void BuildIndex()
     ClearLiterals();
     memset(first_of_anchor, 0, sizeof first_of_anchor);
     memset(without_anchor, 0, sizeof without_anchor);
+    has_entries_without_anchor = false;
     own_identifier = AddLiteral(kOwnLines, sizeof kOwnLines - 1);
     WantLiteral(own_identifier);
     indexed_count = CountEntries();
@@ -199,6 +202,9 @@ bool LineIsOwn()
 
 const Candidates &FindCandidates()
 {
+    candidates.count = 0;
+    if (found.count == 0 && !has_entries_without_anchor)
+        return candidates;
     uint64_t bits[kMaxEntries / 64];
     memcpy(bits, without_anchor, sizeof bits);
     for (int i = 0; i < found.count; ++i) {
@@ -206,7 +212,6 @@ const Candidates &FindCandidates()
              next = indexed[next - 1].next_of_anchor)
             SetBit(bits, next - 1);
     }
-    candidates.count = 0;
     for (size_t word = 0; word < std::size(bits); ++word) {
         for (uint64_t left = bits[word]; left != 0; left &= left - 1)
             candidates.entries[candidates.count++] =
