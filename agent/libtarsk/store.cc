@@ -156,10 +156,10 @@ void Store::RollBack() noexcept
 void Store::CommitPass()
 {
     const std::lock_guard lock(mutex_);
-    if (pass_is_broken_) {
+    if (!pass_failure_.empty()) {
+        const StoreError failure(pass_failure_);
         AbandonPass();
-        throw StoreError("cannot store this pass in " + database_->path().string(),
-                         "one of its writes failed", "see the messages before this one");
+        throw failure;
     }
     if (database_->InTransaction())
         Commit();
@@ -169,7 +169,7 @@ void Store::AbandonPass()
 {
     const std::lock_guard lock(mutex_);
     RollBack();
-    pass_is_broken_ = false;
+    pass_failure_.clear();
 }
 
 void Store::Read(const std::function<void(Database &)> &action)
@@ -186,19 +186,18 @@ void Store::Write(const std::function<void(Database &)> &action)
         action(*database_); // part of a Transaction, which ends it
         return;
     }
-    if (pass_is_broken_)
-        throw StoreError("cannot write to " + database_->path().string(),
-                         "an earlier write of this pass failed",
-                         "see the messages before this one");
+    if (!pass_failure_.empty())
+        throw StoreError(pass_failure_);
     try {
         if (!database_->InTransaction())
             Begin();
         action(*database_);
         if (!in_passes_)
             Commit();
-    } catch (...) {
+    } catch (const std::exception &error) {
         RollBack();
-        pass_is_broken_ = in_passes_;
+        if (in_passes_)
+            pass_failure_ = error.what();
         throw;
     }
 }

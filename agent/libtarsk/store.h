@@ -9,7 +9,8 @@
 // Rules:
 //   S1  A write outside a pass and outside a Transaction is a transaction of its own.
 //   S2  In a pass, the first write opens the transaction; CommitPass or AbandonPass ends it.
-//   S3  After a failed write in a pass nothing more of the pass is stored, and CommitPass fails.
+//   S3  After a failed write in a pass nothing more of the pass is stored: each later write, and
+//       CommitPass, fails with the words of the first failure, which name the cause.
 //   S4  The file is created whole, under another name, and then renamed. So an empty or half-made
 //   file is
 //       damage, and never taken for an empty registry.
@@ -78,7 +79,7 @@ class Store {
     std::string uuid_;
     int64_t own_changes_ = 0;
     bool in_passes_ = false;
-    bool pass_is_broken_ = false;
+    std::string pass_failure_; // why the pass is broken; empty while it is not
 };
 
 // Several writes as one. Without Commit, everything is rolled back at the end of its life.

@@ -243,8 +243,8 @@ TEST_F(Damage, AFullDiskBreaksThePassAndKeepsTheOneBefore)
                                  Root().string(), "fill-store"}));
     ASSERT_NE(test::kNotPermitted, finished.status) << finished.err;
     EXPECT_EQ(0, finished.status) << finished.err;
-    EXPECT_EQ("cannot store this pass in " + Path().string() +
-                  ": one of its writes failed; see the messages before this one\n"
+    EXPECT_EQ("cannot write to " + Path().string() +
+                  ": database or disk is full; free some space on its disk\n"
                   "first is there\nbig0 is not there\nlast is not there\n",
               finished.out);
     EXPECT_NE(std::string::npos,
