@@ -1,6 +1,4 @@
 """SIGKILL at random moments while lines are written and rotated: each line still counts exactly once."""
-import os
-import random
 import threading
 import time
 
@@ -33,9 +31,7 @@ class Writer:
 class Killing(lab.LabTest):
     def setUp(self):
         super().setUp()
-        seed = int(os.environ.get("SYSLOGMON_SEED", time.time_ns() % 1_000_000))
-        print(f"SYSLOGMON_SEED={seed}", end=" ", flush=True)
-        self.random = random.Random(seed)
+        self.random = lab.randomness("when to kill")
         self.log = lab.Rsyslog(self.lab)
         self.log.start()
         self.logrotate = lab.Logrotate(self.lab, "create 0644",
@@ -71,6 +67,7 @@ class Killing(lab.LabTest):
         self.daemon.start()
         self.daemon.scan()
 
+        self.assertGreater(self.log.written, 50 * KILLS, "the writer has stopped")
         lines = range(self.log.written)
         files = lab.log_files()
         self.assertEqual(1 + KILLS // 10 * 2 + KILLS // 40 * 2, len(files))

@@ -8,6 +8,7 @@ process that a test starts is killed when the test ends, however it ends.
 Environment:
     SYSLOGMON_BUILD   build folder, with the programs in root/bin and the libraries in root/lib
     SYSLOGMON_TOOLS   folder into which tools/fetch-debs unpacks the syslog daemons and logrotate
+    SYSLOGMON_SEED    repeats the random choices of an earlier run; a test that fails prints its seed
 
 The oracle of most tests: numbered lines, each written once, and an event that reports each hit. Then
 the numbers that were reported must be the numbers that were written.
@@ -17,6 +18,7 @@ import contextlib
 import fcntl
 import json
 import os
+import random
 import re
 import shutil
 import signal
@@ -41,7 +43,14 @@ LOGROTATE = ("logrotate", "libpopt0")
 
 # Seconds after which something that should have happened is taken not to happen. Long enough for a
 # sanitizer build on a machine that does other work; nothing ever sleeps this long when all is well.
-PATIENCE = 30
+PATIENCE = 60
+
+# Seconds for what takes less than one, on a machine that does other work. Shorter than anything else that
+# could bring it about: the cycle of 300 s, the pause of 4 s before a monitor that ended is started again.
+AT_ONCE = 3
+
+# Of all random choices of a run.
+SEED = os.environ.setdefault("SYSLOGMON_SEED", str(time.time_ns() % 1_000_000))
 
 # Below HKEY_LOCAL_MACHINE.
 MONITOR_KEY = r"SOFTWARE\KORBIN\TARSKVOSKAR\REPORTTABLE\EVENTLOG"
@@ -109,6 +118,11 @@ def tool(name):
 
 def tool_libraries():
     return tools() / "usr" / "lib" / f"{os.uname().machine}-linux-gnu"
+
+
+def randomness(purpose):
+    """A source of random choices of its own, which SYSLOGMON_SEED repeats."""
+    return random.Random(f"{SEED} {purpose}")
 
 
 # ---- log lines ----
@@ -209,7 +223,7 @@ class Lab:
 
     # ---- the command ----
 
-    def run(self, *words, timeout=PATIENCE):
+    def run(self, *words, timeout=2 * PATIENCE):
         """Runs the command and returns what came of it, whatever that is."""
         argv = [build_root() / "bin" / "syslogmon", "--root", self.root, *map(str, words)]
         return subprocess.run(argv, stdin=subprocess.DEVNULL, capture_output=True, text=True,
@@ -412,6 +426,10 @@ class Daemon:
 # ---- the peers ----
 
 
+# Bytes of a block of a daemon that writes in blocks.
+BLOCK = 4096
+
+
 class Rsyslog:
     """A real rsyslogd that writes numbered lines into /var/log/messages.
 
@@ -428,7 +446,8 @@ class Rsyslog:
         self.path = lab.folder / "rsyslog.socket"
         self.pid_file = lab.folder / "rsyslogd.pid"
         self._configuration = lab.folder / "rsyslog.conf"
-        flush = 'ioBufferSize="4096" flushOnTXEnd="off"' if in_blocks else ""
+        # Otherwise a batch fits into the buffer, and is written in one piece.
+        flush = f'ioBufferSize="{BLOCK}" flushOnTXEnd="off"' if in_blocks else 'ioBufferSize="64k"'
         flush += ' asyncWriting="on" flushInterval="10"' if asynchronous else ""
         self._configuration.write_text(f"""
 global(processInternalMessages="on")
@@ -597,7 +616,7 @@ class LabTest(unittest.TestCase):
         before = len(result.failures) + len(result.errors)
         super().run(result)
         if len(result.failures) + len(result.errors) > before:
-            print(self.lab.last_words, file=sys.stderr)
+            print(self.lab.last_words, f"SYSLOGMON_SEED={SEED}", sep="", file=sys.stderr)
         return result
 
     def assert_each_once(self, written, reported):

@@ -1,5 +1,4 @@
 """Table reload: the registered events change while lines are written, and no hit is lost or counted twice."""
-import random
 import threading
 import time
 
@@ -30,7 +29,7 @@ class Traffic:
             time.sleep(0.01)
 
     def _scan(self):
-        randomness = random.Random(3)
+        randomness = lab.randomness("when to scan")
         while not self._stop.is_set():
             self._daemon.wake()
             time.sleep(randomness.uniform(0.001, 0.05))
@@ -93,20 +92,20 @@ class Counters(lab.LabTest):
         self.daemon.scan()
 
     def take(self):
-        """Returns when the monitor has taken a change: it does so within a second."""
-        self.lab.wait_for_trace("Monitor Queue Reloaded.", seconds=1, since=self.traced)
+        """Returns when the monitor has taken a change: it does so at once."""
+        self.lab.wait_for_trace("Monitor Queue Reloaded.", seconds=lab.AT_ONCE, since=self.traced)
 
     def change(self, *words):
         self.traced = len(self.lab.trace())
         self.lab.command("event", *words)
 
-    def test_a_running_monitor_takes_an_added_event_within_a_second(self):
+    def test_a_running_monitor_takes_an_added_event_at_once(self):
         self.change("add", "FAN", "2A", "--keyword", "fan failed")
         self.take()
         self.see("fan failed")
         self.assertEqual(["fan failed"], self.lab.texts("FAN"))
 
-    def test_a_running_monitor_forgets_a_removed_event_within_a_second(self):
+    def test_a_running_monitor_forgets_a_removed_event_at_once(self):
         self.change("remove", "DISK", "1")
         self.take()
         self.see("error", 5)

@@ -1,6 +1,4 @@
 """Repeats: a real syslogd writes "last message repeated N times", and each occurrence counts."""
-import random
-
 import lab
 
 # Larger than anything counted here, so the hits of the event are the sum of all occurrences.
@@ -101,7 +99,7 @@ class Repeats(lab.LabTest):
         self.assert_counted(1 + 5 + 1 + 3 + 1)
 
     def test_the_sum_is_right_whenever_the_monitor_looks_and_however_often_it_is_killed(self):
-        randomness = random.Random(2)
+        randomness = lab.randomness("repeats")
         sent = 0
         for run in range(2000):
             times = randomness.choice((1, 1, 2, 3, 10, 100))

@@ -1,5 +1,4 @@
 """Steady writing: a real rsyslogd under load, scans meanwhile, and each line is reported exactly once."""
-import random
 import sys
 import threading
 import time
@@ -11,7 +10,6 @@ LINES = 60_000  # in each of the two tests
 # Microseconds between two batches of rsyslogd: some 15,000 lines a second, and a block of 4 KiB every
 # few milliseconds, far oftener than the 50 ms for which the monitor waits for the rest of a line.
 PACE = 4000
-BLOCK = 4096
 
 # Seconds after which a writer that has stopped inside a line may have stopped for longer than the monitor
 # waits. On a machine that has much else to do, rsyslogd is held up that long now and then. A line that is
@@ -43,7 +41,7 @@ class Scanner:
         self._thread.start()
 
     def _run(self):
-        randomness = random.Random(1)
+        randomness = lab.randomness("when to scan")
         while not self._stop.is_set():
             self.asked_inside_a_line += lab.ends_inside_a_line(lab.MESSAGES)
             self._daemon.wake()
@@ -97,7 +95,7 @@ class SteadyWriting(lab.LabTest):
         cut = set()
         for stall in stalls.splitlines():
             before, after = map(int, stall.split())
-            for end in range(before, after + 1, BLOCK):
+            for end in range(before, after + 1, lab.BLOCK):
                 line = content[content.rfind(b"\n", 0, end) + 1:content.index(b"\n", end)]
                 cut.update(int(n) for n in lab.NUMBER.findall(line))
         return cut
@@ -134,7 +132,7 @@ class UnfinishedLines(lab.LabTest):
 
     def write_in_halves(self):
         """Returns the numbers of the lines between whose halves too much time passed."""
-        randomness = random.Random(4)
+        randomness = lab.randomness("halves")
         held_up = set()
         for number in range(self.LINES):
             line = lab.stamped(lab.numbered(number)) + "\n"

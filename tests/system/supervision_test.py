@@ -4,8 +4,6 @@ import time
 
 import lab
 
-AT_ONCE = 1  # second
-
 # Enough for a pass that a signal can strike.
 MANY = 50_000
 
@@ -44,7 +42,7 @@ class FailedLoad(lab.LabTest):
         self.damage()
         self.daemon.child.signal(signal.SIGHUP)
 
-        self.wait_for_state("pausing", AT_ONCE)
+        self.wait_for_state("pausing", lab.AT_ONCE)
         self.assert_mending_is_told()
         self.lab.wait_until("it was tried twice again",
                             lambda: "started again in 4 s" in self.daemon.child.said())
@@ -56,11 +54,11 @@ class FailedLoad(lab.LabTest):
 
         # What the status says mends it.
         self.lab.command("event", "remove", "DISK", "1")
-        self.wait_for_state("running", AT_ONCE)
+        self.wait_for_state("running", lab.AT_ONCE)
         self.daemon.scan()
         self.lab.watch("DISK", 1, "error")
         self.lab.wait_until("the event is back",
-                            lambda: self.lab.status()["events"] == 2, seconds=AT_ONCE)
+                            lambda: self.lab.status()["events"] == 2, seconds=lab.AT_ONCE)
         self.see("error after all")
         self.daemon.scan()
         self.assertEqual(["error", "error after all"], self.lab.texts("DISK"))
@@ -71,7 +69,7 @@ class FailedLoad(lab.LabTest):
         self.daemon.start()
         self.damage()
         self.daemon.child.signal(signal.SIGHUP)
-        self.wait_for_state("pausing", AT_ONCE)
+        self.wait_for_state("pausing", lab.AT_ONCE)
         self.see("error")
         self.lab.command("reg", "set", self.lab.event_key("DISK", 1), "ReportCount", "1",
                          "--type", "dword")
@@ -86,7 +84,7 @@ class FailedLoad(lab.LabTest):
         self.assert_mending_is_told()
         self.assertTrue(self.lab.status()["running"])
         self.lab.command("event", "remove", "DISK", "1")
-        self.wait_for_state("running", AT_ONCE)
+        self.wait_for_state("running", lab.AT_ONCE)
 
     def test_it_can_be_stopped_while_it_pauses(self):
         self.damage()
@@ -140,7 +138,7 @@ class Stopping(lab.LabTest):
         self.daemon.child.signal(signal.SIGTERM)
         began = time.monotonic()
         self.assertEqual(1, self.daemon.child.wait())
-        self.assertLess(time.monotonic() - began, AT_ONCE)
+        self.assertLess(time.monotonic() - began, lab.AT_ONCE)
         self.assertEqual(1, self.daemon.passes(), "the pass was over before the second signal")
         self.assertEqual([], self.lab.messages())
 
