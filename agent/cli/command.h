@@ -59,6 +59,8 @@ extern const std::vector<Command> kScanCommands;
 extern const std::vector<Command> kAlertCommands;
 extern const std::vector<Command> kRegistryCommands;
 extern const std::vector<Command> kTraceCommands;
+extern const std::vector<Command> kRulesCommands;
+extern const std::vector<Command> kRegFileCommands;
 
 } // namespace cli
 

@@ -263,13 +263,26 @@ class TableMutex {
 
 void ChangeEvents(const std::function<void()> &change, const std::function<void()> &on_wait)
 {
+    ChangeUnderTableMutex(
+        [&] {
+            change();
+            return true;
+        },
+        on_wait);
+}
+
+void ChangeUnderTableMutex(const std::function<bool()> &change,
+                           const std::function<void()> &on_wait)
+{
+    bool touched = false;
     {
         const TableMutex mutex(on_wait);
         tarsk::Transaction transaction(tarsk::HostStore());
-        change();
+        touched = change();
         transaction.Commit();
     }
-    tarsk::Event::Create(tarsk::HostLayout().run, kTableEvent, false, false)->Set();
+    if (touched)
+        tarsk::Event::Create(tarsk::HostLayout().run, kTableEvent, false, false)->Set();
 }
 
 } // namespace agent

@@ -81,6 +81,11 @@ class EventRegistry {
 // for a second.
 void ChangeEvents(const std::function<void()> &change, const std::function<void()> &on_wait);
 
+// The same for a change that finds out by itself whether it touches the registered events: it
+// returns true when it does, and only then is the monitor woken.
+void ChangeUnderTableMutex(const std::function<bool()> &change,
+                           const std::function<void()> &on_wait);
+
 } // namespace agent
 
 #endif // AGENT_COMMON_EVENTS_H

@@ -1,0 +1,196 @@
+// reg export, reg import
+#include <cstdio>
+
+#include "agent/cli/command.h"
+#include "agent/cli/output.h"
+#include "agent/cli/text_input.h"
+#include "agent/common/events.h"
+#include "agent/common/monitor_settings.h"
+#include "agent/common/names.h"
+#include "agent/common/read_snapshot.h"
+#include "agent/common/reg_import.h"
+#include "agent/common/reg_text.h"
+#include "agent/libtarsk/waitable.h"
+
+namespace cli {
+
+namespace {
+
+using agent::RegKeyContent;
+using nlohmann::json;
+
+// ---- export ----
+
+struct ExportOptions {
+    std::string key;
+    bool utf16 = false;
+};
+
+std::vector<RegKeyContent> ReadKeys(const std::string &shown_key)
+{
+    const std::string path = agent::PathBelowRoot(shown_key).value_or(shown_key);
+    const agent::ReadSnapshot snapshot(tarsk::HostStore());
+    const auto key = tarsk::HostRegistry().Find(tarsk::kRootKey, path);
+    if (!key)
+        throw tarsk::Error("cannot find the registry key " + shown_key,
+                           "there is none of that name", "see syslogmon reg list");
+    return agent::ReadRegKeys(tarsk::HostRegistry(), *key, path);
+}
+
+std::string Hex(const std::string &bytes)
+{
+    std::string text;
+    for (const char byte : bytes) {
+        char digits[4];
+        snprintf(digits, sizeof digits, "%02x", static_cast<unsigned char>(byte));
+        text += digits;
+    }
+    return text;
+}
+
+json ToJson(const std::vector<RegKeyContent> &keys)
+{
+    json list = json::array();
+    for (const RegKeyContent &key : keys) {
+        json values = json::array();
+        for (const tarsk::RegValue &value : key.values)
+            values.push_back(
+                {{"name", value.name}, {"type", value.type}, {"hex", Hex(value.data)}});
+        list.push_back({{"key", key.path}, {"values", values}});
+    }
+    return {{"keys", list}};
+}
+
+int Export(const Context &context, const ExportOptions &options)
+{
+    context.Open();
+    const std::vector<RegKeyContent> keys = ReadKeys(options.key);
+    if (context.json) {
+        PrintJson(ToJson(keys));
+        return kExitDone;
+    }
+    std::string text = agent::FormatRegText(keys);
+    if (options.utf16)
+        text = agent::ToUtf16File(text);
+    if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0)
+        throw tarsk::Error("cannot write the registry file", "standard output takes no more",
+                           "is its disk full?");
+    return kExitDone;
+}
+
+// ---- import ----
+
+// The stored settings of the monitor, to see which of them an import changes.
+std::vector<std::optional<tarsk::RegValue>> StoredSettings()
+{
+    std::vector<std::optional<tarsk::RegValue>> stored;
+    for (const agent::Setting &setting : agent::AllSettings()) {
+        const auto key = tarsk::HostRegistry().Find(tarsk::kRootKey, setting.key);
+        stored.push_back(key ? tarsk::HostRegistry().Get(*key, setting.value) : std::nullopt);
+    }
+    return stored;
+}
+
+bool IsSame(const std::optional<tarsk::RegValue> &a, const std::optional<tarsk::RegValue> &b)
+{
+    if (!a || !b)
+        return a.has_value() == b.has_value();
+    return a->type == b->type && a->data == b->data;
+}
+
+struct Imported {
+    agent::RegImport result;
+    std::vector<std::string> settings; // that were changed, by name
+};
+
+Imported ImportSteps(const std::vector<agent::RegStep> &steps)
+{
+    Imported imported;
+    std::vector<std::string> events;
+    agent::ChangeUnderTableMutex(
+        [&] {
+            const auto before = StoredSettings();
+            imported.result = agent::ImportRegSteps(steps, tarsk::HostRegistry());
+            const auto after = StoredSettings();
+            for (size_t i = 0; i < before.size(); ++i) {
+                if (IsSame(before[i], after[i]))
+                    continue;
+                imported.settings.emplace_back(agent::AllSettings()[i].name);
+                events.emplace_back(agent::AllSettings()[i].event);
+            }
+            return imported.result.touched_table;
+        },
+        [] { fprintf(stderr, "syslogmon: waiting until the table of events is free...\n"); });
+    for (const std::string &event : events)
+        tarsk::Event::Create(tarsk::HostLayout().run, event, false, false)->Set();
+    return imported;
+}
+
+void PrintText(const Imported &imported)
+{
+    const agent::RegImport &result = imported.result;
+    printf("%zu keys created, %zu keys deleted, %zu values set, %zu values deleted, %zu "
+           "unchanged.\n",
+           result.keys_created, result.keys_deleted, result.values_set, result.values_deleted,
+           result.unchanged);
+    if (result.touched_table)
+        printf("The registered events were touched: the monitor is told to load them again.\n");
+    for (const std::string &setting : imported.settings)
+        printf("The setting %s was changed: the monitor is told.\n", setting.c_str());
+}
+
+void PrintAsJson(const std::string &file, const Imported &imported)
+{
+    const agent::RegImport &result = imported.result;
+    PrintJson({{"file", agent::ShownName(file)},
+               {"keys_created", result.keys_created},
+               {"keys_deleted", result.keys_deleted},
+               {"values_set", result.values_set},
+               {"values_deleted", result.values_deleted},
+               {"unchanged", result.unchanged},
+               {"touched_events", result.touched_table},
+               {"changed_settings", imported.settings}});
+}
+
+int Import(const Context &context, const std::string &file)
+{
+    const agent::ParsedRegText parsed =
+        agent::ParseRegText(agent::ReadWholeFile(file, agent::kMaxRegFile));
+    RefuseIfFaulty(context, "import", file, parsed.issues);
+    context.Open();
+    const Imported imported = ImportSteps(parsed.steps);
+    if (context.json)
+        PrintAsJson(file, imported);
+    else
+        PrintText(imported);
+    return kExitDone;
+}
+
+// ---- set-up ----
+
+void SetUpExport(CLI::App &app, Context &context, Action &action)
+{
+    auto options = std::make_shared<ExportOptions>();
+    options->key = agent::kRegRootName;
+    app.add_option("key", options->key, "Path of the key, with backslashes; the root without it");
+    app.add_flag("--utf16", options->utf16, "Write UTF-16 with line ends of Windows, not UTF-8");
+    app.callback([&, options] { action = [&, options] { return Export(context, *options); }; });
+}
+
+void SetUpImport(CLI::App &app, Context &context, Action &action)
+{
+    auto file = std::make_shared<std::string>();
+    app.add_option("file", *file, "Registry file (.reg); - for standard input")
+        ->type_name("FILE")
+        ->required();
+    app.callback([&, file] { action = [&, file] { return Import(context, *file); }; });
+}
+
+} // namespace
+
+const std::vector<Command> kRegFileCommands = {
+    {"reg export", "Print a key and all below it as a registry file (.reg)", SetUpExport},
+    {"reg import", "Store what a registry file (.reg) says, all of it or nothing", SetUpImport},
+};
+
+} // namespace cli

@@ -1,0 +1,270 @@
+// apply, export
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+#include "agent/cli/command.h"
+#include "agent/cli/output.h"
+#include "agent/cli/text_input.h"
+#include "agent/common/alert_text.h"
+#include "agent/common/read_snapshot.h"
+#include "agent/common/rules_diff.h"
+#include "agent/common/rules_file.h"
+#include "agent/libtarsk/convert.h"
+#include "agent/libtarsk/settings.h"
+#include "platform/agent.h"
+
+namespace cli {
+
+namespace {
+
+using agent::EventChange;
+using agent::EventKey;
+using agent::EventRecord;
+using agent::RulesDifference;
+using nlohmann::json;
+
+constexpr size_t kNamedEvents = 10; // that stay; of more, only the number is told
+
+struct ApplyOptions {
+    std::string file;
+    bool dry_run = false;
+    bool prune = false;
+};
+
+// ---- what the log's character set makes of keywords ----
+
+std::string Convert(const std::string &text, int from, int to)
+{
+    // No character set makes more than eight bytes of one.
+    std::string converted(text.size() * 8 + 64, '\0');
+    const int length =
+        TarskCodeConvert(text.data(), static_cast<int>(text.size()), converted.data(),
+                         static_cast<int>(converted.size()), from, to);
+    converted.resize(static_cast<size_t>(std::max(length, 0)));
+    return converted;
+}
+
+void CheckAgainstLog(const std::vector<agent::Rule> &rules, RulesDifference *difference)
+{
+    const std::string charset = tarsk::AgentText("LogCharset").value_or(tarsk::kDefaultLogCharset);
+    if (!tarsk::SetLogCharset(charset))
+        return; // the daemon does not know it either, and goes on with its own
+    agent::CheckLogCharset(
+        rules, charset,
+        [](const std::string &text) { return Convert(text, CODE_REGISTRY, CODE_LOG); },
+        [](const std::string &text) { return Convert(text, CODE_LOG, CODE_REGISTRY); }, difference);
+}
+
+// ---- showing the difference ----
+
+bool UseColours()
+{
+    return IsTerminal() && getenv("NO_COLOR") == nullptr;
+}
+
+// A line of a patch; its first character says which colour it has.
+void PrintLine(const std::string &line, bool colours)
+{
+    const char *colour = line[0] == '+' ? "\033[32m" : line[0] == '-' ? "\033[31m" : "";
+    const bool coloured = colours && *colour != '\0';
+    printf("%s%s%s\n", coloured ? colour : "", agent::Printable(line).c_str(),
+           coloured ? "\033[0m" : "");
+}
+
+size_t Count(const RulesDifference &difference, EventChange::Kind kind)
+{
+    return static_cast<size_t>(
+        std::count_if(difference.changes.begin(), difference.changes.end(),
+                      [&](const EventChange &change) { return change.kind == kind; }));
+}
+
+std::string NamesOf(const std::vector<EventKey> &keys)
+{
+    std::string names;
+    for (size_t i = 0; i < std::min(keys.size(), kNamedEvents); ++i)
+        names += (i > 0 ? ", " : "") + agent::FormatEventKey(keys[i]);
+    if (keys.size() > kNamedEvents)
+        names += ", and " + std::to_string(keys.size() - kNamedEvents) + " more";
+    return names;
+}
+
+void PrintText(const ApplyOptions &options, const RulesDifference &difference)
+{
+    if (!difference.changes.empty()) {
+        const bool colours = UseColours();
+        PrintLine("--- registered", colours);
+        PrintLine("+++ " + agent::ShownName(options.file), colours);
+        for (const agent::DifferenceLine &line : agent::FormatDifference(difference))
+            PrintLine(std::string(1, line.mark) + " " + line.text, colours);
+    }
+    printf("%zu added, %zu changed, %zu removed, %zu unchanged.%s\n",
+           Count(difference, EventChange::Kind::kAdd),
+           Count(difference, EventChange::Kind::kChange),
+           Count(difference, EventChange::Kind::kRemove), difference.unchanged.size(),
+           options.dry_run ? " This was a dry run: nothing was changed." : "");
+    if (!difference.staying.empty()) {
+        const size_t staying = difference.staying.size();
+        printf("%zu registered %s not in the file and %s (--prune removes %s): %s\n", staying,
+               staying == 1 ? "event is" : "events are", staying == 1 ? "stays" : "stay",
+               staying == 1 ? "it" : "them", agent::Printable(NamesOf(difference.staying)).c_str());
+    }
+}
+
+json ToJson(const EventKey &key)
+{
+    return {{"source", key.source}, {"id", agent::FormatEventId(key.id)}};
+}
+
+json ToJson(const EventRecord &event)
+{
+    json keywords = json::array();
+    for (const std::string &keyword : event.keywords)
+        keywords.push_back(keyword);
+    return {{"keywords", keywords},
+            {"report_count", event.report_count},
+            {"hours", agent::FormatHours(event.hours)}};
+}
+
+json ToJson(const EventChange &change)
+{
+    const bool added = change.kind == EventChange::Kind::kAdd;
+    const bool removed = change.kind == EventChange::Kind::kRemove;
+    json object = ToJson(removed ? change.before.key : change.after.key);
+    object["change"] = added ? "added" : removed ? "removed" : "changed";
+    object["before"] = added ? json(nullptr) : ToJson(change.before);
+    object["after"] = removed ? json(nullptr) : ToJson(change.after);
+    if (!change.problem.empty())
+        object["problem"] = change.problem;
+    return object;
+}
+
+void PrintAsJson(const ApplyOptions &options, const RulesDifference &difference)
+{
+    json changes = json::array();
+    for (const EventChange &change : difference.changes)
+        changes.push_back(ToJson(change));
+    json staying = json::array();
+    for (const EventKey &key : difference.staying)
+        staying.push_back(ToJson(key));
+    PrintJson({{"file", agent::ShownName(options.file)},
+               {"dry_run", options.dry_run},
+               {"changes", changes},
+               {"unchanged", difference.unchanged.size()},
+               {"staying", staying},
+               {"warnings", difference.warnings}});
+}
+
+// ---- the commands ----
+
+RulesDifference Compare(const Context &context, const ApplyOptions &options,
+                        const std::vector<agent::Rule> &rules)
+{
+    agent::EventRegistry events(tarsk::HostRegistry());
+    RulesDifference difference = agent::CompareRules(events.ReadAll(), rules, options.prune);
+    CheckAgainstLog(rules, &difference);
+    RefuseIfFaulty(context, "apply", options.file, difference.issues);
+    return difference;
+}
+
+RulesDifference CompareAndWrite(const Context &context, const ApplyOptions &options,
+                                const std::vector<agent::Rule> &rules)
+{
+    RulesDifference difference;
+    agent::ChangeUnderTableMutex(
+        [&] {
+            agent::EventRegistry events(tarsk::HostRegistry());
+            difference = Compare(context, options, rules);
+            agent::WriteDifference(difference, &events);
+            return !difference.changes.empty();
+        },
+        [] { fprintf(stderr, "syslogmon: waiting until the table of events is free...\n"); });
+    return difference;
+}
+
+RulesDifference CompareOnly(const Context &context, const ApplyOptions &options,
+                            const std::vector<agent::Rule> &rules)
+{
+    const agent::ReadSnapshot snapshot(tarsk::HostStore());
+    return Compare(context, options, rules);
+}
+
+int Apply(const Context &context, const ApplyOptions &options)
+{
+    const agent::ParsedRules parsed =
+        agent::ParseRules(agent::ReadWholeFile(options.file, agent::kMaxRulesFile));
+    RefuseIfFaulty(context, "apply", options.file, parsed.issues);
+    context.Open();
+    const RulesDifference difference = options.dry_run
+                                           ? CompareOnly(context, options, parsed.rules)
+                                           : CompareAndWrite(context, options, parsed.rules);
+    for (const std::string &warning : difference.warnings)
+        fprintf(stderr, "syslogmon: warning: %s\n", agent::Printable(warning).c_str());
+    if (context.json)
+        PrintAsJson(options, difference);
+    else
+        PrintText(options, difference);
+    return kExitDone;
+}
+
+// Where editors find the schema of rules files; empty when it is not installed.
+std::string SchemaPath()
+{
+    std::error_code ignored;
+    return std::filesystem::exists(SYSLOGMON_RULES_SCHEMA, ignored) ? SYSLOGMON_RULES_SCHEMA : "";
+}
+
+int Export(const Context &context)
+{
+    context.Open();
+    agent::RulesFileNotes notes;
+    std::vector<EventRecord> events;
+    {
+        const agent::ReadSnapshot snapshot(tarsk::HostStore());
+        events = agent::EventsForFile(agent::EventRegistry(tarsk::HostRegistry()).ReadAll(),
+                                      &notes.left_out);
+    }
+    for (const std::string &left_out : notes.left_out)
+        fprintf(stderr, "syslogmon: left out: %s\n", agent::Printable(left_out).c_str());
+    if (context.json) {
+        json list = json::array();
+        for (const EventRecord &event : events) {
+            json object = ToJson(event);
+            object.update(ToJson(event.key));
+            list.push_back(object);
+        }
+        PrintJson({{"events", list}, {"left_out", notes.left_out}});
+        return kExitDone;
+    }
+    notes.schema = SchemaPath();
+    const std::string text = agent::FormatRules(events, notes);
+    fwrite(text.data(), 1, text.size(), stdout);
+    return kExitDone;
+}
+
+// ---- set-up ----
+
+void SetUpApply(CLI::App &app, Context &context, Action &action)
+{
+    auto options = std::make_shared<ApplyOptions>();
+    app.add_option("file", options->file, "Rules file (YAML); - for standard input")
+        ->type_name("FILE")
+        ->required();
+    app.add_flag("--dry-run", options->dry_run, "Show what would change, and change nothing");
+    app.add_flag("--prune", options->prune, "Remove the events that are not in the file");
+    app.callback([&, options] { action = [&, options] { return Apply(context, *options); }; });
+}
+
+void SetUpExport(CLI::App &app, Context &context, Action &action)
+{
+    app.callback([&] { action = [&] { return Export(context); }; });
+}
+
+} // namespace
+
+const std::vector<Command> kRulesCommands = {
+    {"apply", "Make the registered events equal to a rules file", SetUpApply},
+    {"export", "Print the registered events as a rules file", SetUpExport},
+};
+
+} // namespace cli

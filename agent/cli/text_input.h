@@ -1,0 +1,32 @@
+// Files that commands read: where their issues go.
+#ifndef AGENT_CLI_TEXT_INPUT_H
+#define AGENT_CLI_TEXT_INPUT_H
+
+#include <string>
+#include <vector>
+
+#include "agent/cli/command.h"
+#include "agent/common/text_file.h"
+
+namespace cli {
+
+// A file was refused: its issues were shown, and nothing was changed.
+class Refused : public tarsk::Error {
+  public:
+    Refused(const std::string &doing, const std::string &path, size_t issues)
+        : tarsk::Error("cannot " + doing + " " + agent::ShownName(path),
+                       issues == 1 ? "it has a mistake"
+                                   : "it has " + std::to_string(issues) + " mistakes",
+                       "mend what is said above; nothing was changed")
+    {
+    }
+};
+
+// With no issues, does nothing. Otherwise shows all of them, "FILE:LINE:COLUMN: ..." each, on
+// standard error, and with --json as an object on standard output, too; then throws Refused.
+void RefuseIfFaulty(const Context &context, const std::string &doing, const std::string &path,
+                    const std::vector<agent::Issue> &issues);
+
+} // namespace cli
+
+#endif // AGENT_CLI_TEXT_INPUT_H

@@ -1,0 +1,127 @@
+#include "agent/common/reg_import.h"
+
+#include <algorithm>
+#include <strings.h>
+
+#include "agent/common/names.h"
+
+namespace agent {
+
+namespace {
+
+using tarsk::KeyId;
+
+// Is `path` the key `top`, or below it?
+bool IsWithin(const std::string &path, const std::string &top)
+{
+    return path.size() >= top.size() && strncasecmp(path.data(), top.data(), top.size()) == 0 &&
+           (path.size() == top.size() || path[top.size()] == '\\' || top.empty());
+}
+
+class Importer {
+  public:
+    explicit Importer(tarsk::RegistryTree &registry) : registry_(registry) {}
+
+    void Do(const RegStep &step)
+    {
+        switch (step.kind) {
+        case RegStep::Kind::kCreateKey:
+            CreateKey(step.path);
+            break;
+        case RegStep::Kind::kDeleteKey:
+            DeleteKey(step.path);
+            break;
+        case RegStep::Kind::kSetValue:
+            SetValue(step);
+            break;
+        case RegStep::Kind::kDeleteValue:
+            DeleteValue(step);
+            break;
+        }
+    }
+
+    RegImport result;
+
+  private:
+    void CreateKey(const std::string &path)
+    {
+        bool created = false;
+        key_ = registry_.Create(tarsk::kRootKey, path, &created);
+        result.keys_created += created ? 1 : 0;
+        if (created)
+            Touch(path);
+    }
+    void DeleteKey(const std::string &path)
+    {
+        const auto key = registry_.Find(tarsk::kRootKey, path);
+        if (!key) {
+            ++result.unchanged;
+            return;
+        }
+        registry_.DeleteKey(*key);
+        ++result.keys_deleted;
+        Touch(path);
+        // The table may have gone with a key above it.
+        result.touched_table = result.touched_table || IsWithin(kApplicationKey, path);
+    }
+    // Values follow their key, so it is the one that was created last.
+    void SetValue(const RegStep &step)
+    {
+        const tarsk::RegValue &value = step.value;
+        const auto old = registry_.Get(key_, value.name);
+        if (old && old->type == value.type && old->data == value.data) {
+            ++result.unchanged;
+            return;
+        }
+        registry_.Set(key_, value.name, value.type, value.data);
+        ++result.values_set;
+        Touch(step.path);
+    }
+    void DeleteValue(const RegStep &step)
+    {
+        if (!registry_.DeleteValue(key_, step.value.name)) {
+            ++result.unchanged;
+            return;
+        }
+        ++result.values_deleted;
+        Touch(step.path);
+    }
+    void Touch(const std::string &path)
+    {
+        result.touched_table = result.touched_table || IsWithin(path, kApplicationKey);
+    }
+
+    tarsk::RegistryTree &registry_;
+    KeyId key_ = tarsk::kRootKey;
+};
+
+void AddKey(tarsk::RegistryTree &registry, KeyId key, const std::string &path,
+            std::vector<RegKeyContent> *keys)
+{
+    keys->push_back({path, registry.Values(key)});
+    for (const std::string &name : registry.SubKeys(key)) {
+        const auto child = registry.Find(key, name);
+        if (child)
+            AddKey(registry, *child, path.empty() ? name : path + "\\" + name, keys);
+    }
+}
+
+} // namespace
+
+RegImport ImportRegSteps(const std::vector<RegStep> &steps, tarsk::RegistryTree &registry)
+{
+    Importer importer(registry);
+    for (const RegStep &step : steps)
+        importer.Do(step);
+    return importer.result;
+}
+
+std::vector<RegKeyContent> ReadRegKeys(tarsk::RegistryTree &registry, KeyId key,
+                                       const std::string &path)
+{
+    std::vector<RegKeyContent> keys;
+    AddKey(registry, key, path, &keys);
+    return keys;
+}
+
+} // namespace agent

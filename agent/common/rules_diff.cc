@@ -1,0 +1,300 @@
+#include "agent/common/rules_diff.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "agent/common/utf8.h"
+#include "agent/libtarsk/error.h"
+#include "platform/monitor_entry.h"
+
+namespace agent {
+
+namespace {
+
+using ComparedKey = std::pair<std::string, uint32_t>;
+
+constexpr size_t kMaxKeyword = kKeywordSize - 1; // bytes, in the registry and in the table
+
+// The registered events, for looking up.
+struct Registered {
+    std::map<ComparedKey, const StoredEvent *> events;
+    std::map<std::string, const StoredSource *> sources; // by the comparable name
+};
+
+std::string ComparableSource(const std::string &source)
+{
+    return ComparableKey({source, 0}).first;
+}
+
+Registered Index(const std::vector<StoredSource> &sources, std::vector<std::string> *warnings)
+{
+    Registered registered;
+    for (const StoredSource &source : sources) {
+        registered.sources.emplace(ComparableSource(source.name), &source);
+        if (source.is_new_application_type)
+            continue;
+        for (const StoredEvent &stored : source.events) {
+            const EventKey &key = stored.event.key;
+            const auto [first, is_first] = registered.events.emplace(ComparableKey(key), &stored);
+            if (!is_first)
+                warnings->push_back("event " + FormatEventKey(key) +
+                                    " is registered twice, under the keys " +
+                                    first->second->id_text + " and " + stored.id_text +
+                                    "; only the first one is compared");
+        }
+    }
+    return registered;
+}
+
+// Do both mean the same to the monitor? Bits of hours that do not exist do not count.
+bool SameEvent(const EventRecord &a, const EventRecord &b)
+{
+    return a.keywords == b.keywords && a.report_count == b.report_count &&
+           (a.hours & kAllHours) == (b.hours & kAllHours);
+}
+
+class Comparison {
+  public:
+    Comparison(const std::vector<StoredSource> &registered, RulesDifference *difference)
+        : registered_(Index(registered, &difference->warnings)), difference_(difference)
+    {
+    }
+
+    void Take(const Rule &rule)
+    {
+        EventRecord after = rule.event;
+        const auto source = registered_.sources.find(ComparableSource(after.key.source));
+        if (source != registered_.sources.end() && !UseSource(*source->second, rule, &after))
+            return;
+        const ComparedKey key = ComparableKey(after.key);
+        in_file_.insert(key);
+        const auto found = registered_.events.find(key);
+        if (found == registered_.events.end()) {
+            difference_->changes.push_back({EventChange::Kind::kAdd, {}, after, ""});
+            return;
+        }
+        const StoredEvent &stored = *found->second;
+        if (stored.problem.empty() && SameEvent(stored.event, after))
+            difference_->unchanged.push_back(stored.event);
+        else
+            difference_->changes.push_back(
+                {EventChange::Kind::kChange, stored.event, after, stored.problem});
+    }
+
+    // What is registered and was not taken.
+    void TakeRest(const std::vector<StoredSource> &registered, bool prune)
+    {
+        for (const StoredSource &source : registered) {
+            for (const StoredEvent &stored : source.events) {
+                const ComparedKey key = ComparableKey(stored.event.key);
+                if (source.is_new_application_type || !in_file_.insert(key).second)
+                    continue;
+                if (prune)
+                    difference_->changes.push_back(
+                        {EventChange::Kind::kRemove, stored.event, {}, stored.problem});
+                else
+                    difference_->staying.push_back(stored.event.key);
+            }
+        }
+    }
+
+  private:
+    // The registry keeps the spelling of a source that it has.
+    bool UseSource(const StoredSource &source, const Rule &rule, EventRecord *after)
+    {
+        if (source.is_new_application_type) {
+            const tarsk::Error error("cannot use the source " + Shown(rule.event.key.source),
+                                     "it is registered as one that another component watches "
+                                     "(NEWAPPLICATIONTYPE)",
+                                     "choose another name");
+            difference_->issues.push_back({rule.at, error.what()});
+            return false;
+        }
+        if (source.name != after->key.source && spelled_.insert(source.name).second)
+            difference_->warnings.push_back("the source " + Shown(after->key.source) +
+                                            " is registered as " + Shown(source.name) +
+                                            ", which is the same name, and keeps that spelling");
+        after->key.source = source.name;
+        return true;
+    }
+
+    Registered registered_;
+    RulesDifference *difference_;
+    std::set<ComparedKey> in_file_;
+    std::set<std::string> spelled_; // sources with a warning about their spelling
+};
+
+// Events in the table once the changes were made, as far as the monitor takes them.
+size_t TableSize(const RulesDifference &difference)
+{
+    const auto kept = std::count_if(
+        difference.changes.begin(), difference.changes.end(),
+        [](const EventChange &change) { return change.kind != EventChange::Kind::kRemove; });
+    return static_cast<size_t>(kept) + difference.unchanged.size() + difference.staying.size();
+}
+
+} // namespace
+
+RulesDifference CompareRules(const std::vector<StoredSource> &registered,
+                             const std::vector<Rule> &rules, bool prune)
+{
+    RulesDifference difference;
+    Comparison comparison(registered, &difference);
+    for (const Rule &rule : rules)
+        comparison.Take(rule);
+    comparison.TakeRest(registered, prune);
+    const size_t size = TableSize(difference);
+    if (size > kMaxTableEvents)
+        difference.warnings.push_back(
+            "there are " + std::to_string(size) + " events then, and the monitor's table has " +
+            "room for " + std::to_string(kMaxTableEvents) + "; the others are not watched");
+    return difference;
+}
+
+void CheckLogCharset(const std::vector<Rule> &rules, const std::string &charset,
+                     const ToLogCharset &to_log, const ToLogCharset &from_log,
+                     RulesDifference *difference)
+{
+    std::set<ComparedKey> unchanged;
+    for (const EventRecord &event : difference->unchanged)
+        unchanged.insert(ComparableKey(event.key));
+    for (const Rule &rule : rules) {
+        for (size_t k = 0; k < rule.event.keywords.size(); ++k) {
+            const std::string &keyword = rule.event.keywords[k];
+            const std::string converted = to_log(keyword);
+            const std::string event = "event " + FormatEventKey(rule.event.key);
+            if (converted.size() > kMaxKeyword) {
+                const tarsk::Error error("cannot use a keyword of " + event,
+                                         "it has " + std::to_string(converted.size()) +
+                                             " bytes in the character set of the log (" + charset +
+                                             ")",
+                                         "a keyword has at most 256 bytes there, too");
+                if (unchanged.contains(ComparableKey(rule.event.key)))
+                    difference->warnings.emplace_back(error.what());
+                else
+                    difference->issues.push_back({rule.keywords_at[k], error.what()});
+            } else if (IsUtf8(keyword) && from_log(converted) != keyword) {
+                difference->warnings.push_back("the keyword " + Shown(keyword) + " of " + event +
+                                               " has characters that the character set of the "
+                                               "log (" +
+                                               charset + ") does not have");
+            }
+        }
+    }
+}
+
+std::string FormatEventKey(const EventKey &key)
+{
+    return key.source + " " + FormatEventId(key.id);
+}
+
+namespace {
+
+struct ShownValue {
+    const char *name;
+    std::string text;
+};
+
+std::array<ShownValue, 3> ShownValues(const EventRecord &event)
+{
+    return {{{"keywords", FormatKeywords(event.keywords)},
+             {"report_count", std::to_string(event.report_count)},
+             {"hours", FormatHours(event.hours)}}};
+}
+
+void FormatWhole(char mark, const EventRecord &event, std::vector<DifferenceLine> *lines)
+{
+    for (const ShownValue &value : ShownValues(event))
+        lines->push_back({mark, std::string("    ") + value.name + ": " + value.text});
+}
+
+void FormatChanged(const EventChange &change, std::vector<DifferenceLine> *lines)
+{
+    if (!change.problem.empty()) {
+        // What is there is not sound, so all of it is written.
+        lines->push_back({'-', "    (" + change.problem + ")"});
+        FormatWhole('+', change.after, lines);
+        return;
+    }
+    const auto before = ShownValues(change.before);
+    const auto after = ShownValues(change.after);
+    for (size_t i = 0; i < before.size(); ++i) {
+        if (before[i].text == after[i].text)
+            continue;
+        const std::string name = std::string("    ") + before[i].name + ": ";
+        lines->push_back({'-', name + before[i].text});
+        lines->push_back({'+', name + after[i].text});
+    }
+}
+
+} // namespace
+
+std::vector<DifferenceLine> FormatDifference(const RulesDifference &difference)
+{
+    std::vector<DifferenceLine> lines;
+    for (const EventChange &change : difference.changes) {
+        switch (change.kind) {
+        case EventChange::Kind::kAdd:
+            lines.push_back({'+', FormatEventKey(change.after.key)});
+            FormatWhole('+', change.after, &lines);
+            break;
+        case EventChange::Kind::kChange:
+            lines.push_back({' ', FormatEventKey(change.before.key)});
+            FormatChanged(change, &lines);
+            break;
+        case EventChange::Kind::kRemove:
+            lines.push_back({'-', FormatEventKey(change.before.key)});
+            if (!change.problem.empty())
+                lines.push_back({'-', "    (" + change.problem + ")"});
+            else
+                FormatWhole('-', change.before, &lines);
+            break;
+        }
+    }
+    return lines;
+}
+
+void WriteDifference(const RulesDifference &difference, EventRegistry *events)
+{
+    for (const EventChange &change : difference.changes) {
+        if (change.kind != EventChange::Kind::kRemove) {
+            events->Write(change.after);
+            continue;
+        }
+        while (events->Remove(change.before.key))
+            continue; // the ID may be there twice, as 1A and 01A
+    }
+}
+
+std::vector<EventRecord> EventsForFile(const std::vector<StoredSource> &registered,
+                                       std::vector<std::string> *left_out)
+{
+    std::vector<EventRecord> events;
+    std::set<ComparedKey> known;
+    for (const StoredSource &source : registered) {
+        if (source.is_new_application_type)
+            continue;
+        for (const StoredEvent &stored : source.events) {
+            const std::string name = FormatEventKey(stored.event.key);
+            if (!stored.problem.empty()) {
+                left_out->push_back(name + ": " + stored.problem);
+                continue;
+            }
+            try {
+                CheckEvent(stored.event);
+            } catch (const tarsk::Error &error) {
+                left_out->push_back(error.what());
+                continue;
+            }
+            if (known.insert(ComparableKey(stored.event.key)).second)
+                events.push_back(stored.event);
+            else
+                left_out->push_back(name + ": it is registered twice, here under the key " +
+                                    stored.id_text);
+        }
+    }
+    return events;
+}
+
+} // namespace agent
