@@ -53,7 +53,8 @@ function(add_program name)
     target_link_libraries(${name} PRIVATE agent_common CLI11::CLI11)
 endfunction()
 add_program(syslogmond agent/daemon/main.cc agent/daemon/console.cc agent/daemon/daemon.cc
-            agent/daemon/module.cc agent/daemon/monitor.cc agent/daemon/notify.cc)
+            agent/daemon/file_watch.cc agent/daemon/module.cc agent/daemon/monitor.cc
+            agent/daemon/notify.cc agent/daemon/trigger.cc)
 target_link_libraries(syslogmond PRIVATE PkgConfig::SYSTEMD Threads::Threads ${CMAKE_DL_LIBS})
 
 add_program(syslogmon agent/cli/main.cc agent/cli/alert_commands.cc agent/cli/event_commands.cc

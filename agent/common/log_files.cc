@@ -224,4 +224,15 @@ std::vector<WatchedFile> ReadWatchedFiles(tarsk::RegistryTree &registry)
     return files;
 }
 
+std::vector<fs::path> WatchedPaths(tarsk::RegistryTree &registry)
+{
+    std::vector<fs::path> paths = {kSystemLog};
+    for (const char *key : {kMonitorKey, kFileMonitorKey}) {
+        const std::string path = Key(registry, key).Text("FILENAME").value_or("");
+        if (!path.empty())
+            paths.emplace_back(path);
+    }
+    return paths;
+}
+
 } // namespace agent

@@ -26,6 +26,9 @@ struct WatchedFile {
 // The system log, and the customer file and the file-monitor target when they are set.
 std::vector<WatchedFile> ReadWatchedFiles(tarsk::RegistryTree &registry);
 
+// Their paths alone.
+std::vector<std::filesystem::path> WatchedPaths(tarsk::RegistryTree &registry);
+
 } // namespace agent
 
 #endif // AGENT_COMMON_LOG_FILES_H

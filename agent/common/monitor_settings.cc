@@ -149,6 +149,25 @@ std::string FormatLevel(const tarsk::RegValue *stored)
     return tarsk::TraceLevelName(static_cast<int>(std::min<uint32_t>(level, tarsk::kTraceOff)));
 }
 
+constexpr char kIntervalAccepted[] =
+    "a number of milliseconds from 1 to 3600000, or 0 to look once in a cycle only";
+
+tarsk::RegValue ParseInterval(const std::string &text)
+{
+    uint32_t milliseconds = 0;
+    const char *end = text.data() + text.size();
+    const auto [stopped, failed] = std::from_chars(text.data(), end, milliseconds);
+    if (failed != std::errc() || stopped != end || milliseconds > tarsk::kMaxTriggerInterval)
+        Refuse("trigger-interval", text, kIntervalAccepted);
+    return Number(milliseconds);
+}
+
+std::string FormatInterval(const tarsk::RegValue *stored)
+{
+    const uint32_t milliseconds = NumberIn(stored).value_or(tarsk::kDefaultTriggerInterval);
+    return std::to_string(std::min(milliseconds, tarsk::kMaxTriggerInterval));
+}
+
 const char *const kAgentEvent = tarsk::kAgentSettingsEvent;
 
 } // namespace
@@ -170,6 +189,10 @@ const std::vector<Setting> &AllSettings()
          "LogCharset", kAgentEvent, tarsk::kDefaultLogCharset, ParseCharset, FormatCharset},
         {"trace-level", "", "Lowest level that the trace log keeps", kLevelAccepted,
          tarsk::kAgentKey, "TraceLevel", kAgentEvent, "error", ParseLevel, FormatLevel},
+        {"trigger-interval", "milliseconds",
+         "Least time between two looks at files that are being written; 0: once in a cycle",
+         kIntervalAccepted, tarsk::kAgentKey, "TriggerInterval", kAgentEvent, "1000", ParseInterval,
+         FormatInterval},
     };
     return settings;
 }

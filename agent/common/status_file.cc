@@ -71,6 +71,7 @@ Status StatusOf(const json &object)
     status.table_size = object.at("table_size");
     status.last_pass = PassOf(object.at("last_pass"));
     status.last_full_pass = PassOf(object.at("last_full_pass"));
+    status.watch_problem = object.value("watch_problem", "");
     return status;
 }
 
@@ -102,7 +103,8 @@ void WriteStatus(const fs::path &run_folder, const Status &status)
                          {"last_error", status.last_error},
                          {"table_size", status.table_size},
                          {"last_pass", ToJson(status.last_pass)},
-                         {"last_full_pass", ToJson(status.last_full_pass)}};
+                         {"last_full_pass", ToJson(status.last_full_pass)},
+                         {"watch_problem", status.watch_problem}};
     const fs::path path = StatusPath(run_folder);
     const fs::path unfinished = path.string() + ".new";
     {

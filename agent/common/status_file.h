@@ -39,6 +39,7 @@ struct Status {
     int64_t table_size = 0;
     PassStatus last_pass;      // of any kind
     PassStatus last_full_pass; // of a kind that reads all files
+    std::string watch_problem; // why changes of files are not noticed at once; empty: they are
 };
 
 // Throws tarsk::Error when the file cannot be written.

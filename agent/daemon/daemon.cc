@@ -17,12 +17,14 @@
 #include <unistd.h>
 
 #include "agent/common/daemon_lock.h"
+#include "agent/common/log_files.h"
 #include "agent/common/names.h"
 #include "agent/common/status_file.h"
 #include "agent/daemon/console.h"
 #include "agent/daemon/module.h"
 #include "agent/daemon/monitor.h"
 #include "agent/daemon/notify.h"
+#include "agent/daemon/trigger.h"
 #include "agent/libtarsk/convert.h"
 #include "agent/libtarsk/error.h"
 #include "agent/libtarsk/host.h"
@@ -157,7 +159,9 @@ class Daemon {
   public:
     explicit Daemon(const DaemonOptions &options)
         : events_(options.layout.run), board_(options.layout.run),
-          module_(options.layout.Library("vkevmon.dll"))
+          module_(options.layout.Library("vkevmon.dll")),
+          trigger_([this] { LookNow(); },
+                   [this](const std::string &problem) { WatchingChanged(problem); })
     {
         if (options.print_alerts)
             console_.emplace(options.layout.Store());
@@ -172,6 +176,9 @@ class Daemon {
     void TakeSignals();
     void Act(int signal_number);
     void ReadSettings();
+    void FollowFiles();
+    void LookNow() const;
+    void WatchingChanged(const std::string &problem);
     void FeedWatchdog();
     [[nodiscard]] Milliseconds TimeToSleep() const;
 
@@ -179,10 +186,12 @@ class Daemon {
     NamedEvents events_;
     StatusBoard board_;
     Module module_;
+    Trigger trigger_;
     std::optional<Console> console_;
 
-    Doorbell stored_; // a pass was committed
-    Doorbell ended_;  // the monitor thread is about to end
+    Doorbell stored_;                            // a pass was committed
+    Doorbell ended_;                             // the monitor thread is about to end
+    std::atomic<bool> files_may_differ_ = false; // a pass took another file's name
     std::unique_ptr<Monitor> monitor_;
     Clock::time_point started_at_;
     std::optional<Clock::time_point> start_again_at_; // set while pausing
@@ -220,6 +229,9 @@ void Daemon::StartMonitor()
                 status.last_full_pass = pass;
         });
         NotifyAlive();
+        if (pass.kind == PassKind::kStart || pass.kind == PassKind::kCustomerFile ||
+            pass.kind == PassKind::kFileMonitor)
+            files_may_differ_ = true;
         stored_.Ring();
     };
     events.pulse = NotifyAlive;
@@ -304,6 +316,36 @@ void Daemon::ReadSettings()
         monitor_->RequestStop();
     }
     fault_tolerant_ = fault_tolerant;
+    FollowFiles();
+}
+
+// The files are read from the registry after the monitor has taken their names, so both follow the
+// same ones.
+void Daemon::FollowFiles()
+{
+    const uint32_t interval =
+        tarsk::AgentNumber("TriggerInterval").value_or(tarsk::kDefaultTriggerInterval);
+    trigger_.Follow(WatchedPaths(tarsk::HostRegistry()),
+                    Milliseconds(std::min(interval, tarsk::kMaxTriggerInterval)));
+}
+
+// A monitor that starts reads everything anyway.
+void Daemon::LookNow() const
+{
+    if (monitor_)
+        events_.scan->Set();
+}
+
+void Daemon::WatchingChanged(const std::string &problem)
+{
+    if (problem.empty()) {
+        TRACE(TRACE_NOTABLE, "All monitored files are watched for changes again.");
+    } else {
+        const std::string text = problem + "; until then, changes are found once in a cycle";
+        TRACE(TRACE_SYSTEM, "%s", text.c_str());
+        fprintf(stderr, "syslogmond: %s\n", text.c_str());
+    }
+    board_.Update([&](Status &status) { status.watch_problem = problem; });
 }
 
 // While the monitor waits, it feeds the watchdog itself. In a pass, it is alive as long as it uses
@@ -325,8 +367,10 @@ Milliseconds Daemon::TimeToSleep() const
     Milliseconds longest = std::chrono::hours(1);
     if (watchdog_ms_ > 0)
         longest = Milliseconds(watchdog_ms_);
-    if (start_again_at_) {
-        const auto left = std::chrono::ceil<Milliseconds>(*start_again_at_ - Clock::now());
+    for (const auto &moment : {start_again_at_, trigger_.Next()}) {
+        if (!moment)
+            continue;
+        const auto left = std::chrono::ceil<Milliseconds>(*moment - Clock::now());
         longest = std::clamp(left, Milliseconds(0), longest);
     }
     return longest;
@@ -342,10 +386,13 @@ void Daemon::WaitForNews()
         // While pausing: a changed table may be what mends the monitor, so it is tried at once. The
         // event itself stays set for the monitor.
         {start_again_at_ ? events_.table->PollFd() : -1, POLLIN, 0},
+        {trigger_.ChangesFd(), POLLIN, 0},
+        {trigger_.MountsFd(), POLLPRI, 0},
     };
     poll(waiting, std::size(waiting), static_cast<int>(TimeToSleep().count()));
     if ((waiting[4].revents & POLLIN) != 0)
         start_again_at_ = Clock::now();
+    trigger_.Work((waiting[5].revents & POLLIN) != 0, (waiting[6].revents & POLLPRI) != 0);
 }
 
 int Daemon::Run()
@@ -359,6 +406,8 @@ int Daemon::Run()
             ReadSettings();
         if (stored_.Answer() && console_)
             console_->PrintNews();
+        if (files_may_differ_.exchange(false))
+            FollowFiles();
         if (ended_.Answer())
             MonitorEnded();
         if (start_again_at_ && !stopping_ && Clock::now() >= *start_again_at_)

@@ -2,10 +2,12 @@
 //
 // Key SOFTWARE\KORBIN\TARSKVOSKAR\AGENT:
 //
-//   value          type       default   meaning
-//   TraceLevel     REG_DWORD  1         lowest trace level that is written, 0 to 3 (see TraceLevel)
-//   LogCharset     REG_SZ     UTF-8     character set of the logs, as iconv names it
-//   FaultTolerant  REG_DWORD  0         1: this is a fault-tolerant server
+//   value            type       default  meaning
+//   TraceLevel       REG_DWORD  1        lowest trace level that is written, 0 to 3 (see TraceLevel)
+//   LogCharset       REG_SZ     UTF-8    character set of the logs, as iconv names it
+//   FaultTolerant    REG_DWORD  0        1: this is a fault-tolerant server
+//   TriggerInterval  REG_DWORD  1000     milliseconds between two looks at files that are being
+//                                        written; 0: the cycle alone makes the monitor look
 #ifndef AGENT_LIBTARSK_SETTINGS_H
 #define AGENT_LIBTARSK_SETTINGS_H
 
@@ -21,6 +23,8 @@ extern const char *const kAgentKey; // below HKEY_LOCAL_MACHINE
 extern const char *const kAgentSettingsEvent;
 
 constexpr uint32_t kDefaultTraceLevel = 1;
+constexpr uint32_t kDefaultTriggerInterval = 1000; // milliseconds
+constexpr uint32_t kMaxTriggerInterval = 3600 * 1000;
 constexpr char kDefaultLogCharset[] = "UTF-8";
 
 // A value of the agent's key in the started host, or nothing when it is missing or of another type.

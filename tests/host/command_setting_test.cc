@@ -21,7 +21,9 @@ TEST_F(SettingCommand, GetShowsEverySettingWithItsUnitAndMeaning)
                  "fault-tolerant\toff\t\tThis is a fault-tolerant server: keywords may be regular "
                  "expressions\n"
                  "log-charset\tUTF-8\t\tCharacter set of the logs\n"
-                 "trace-level\terror\t\tLowest level that the trace log keeps\n");
+                 "trace-level\terror\t\tLowest level that the trace log keeps\n"
+                 "trigger-interval\t1000\tmilliseconds\tLeast time between two looks at files "
+                 "that are being written; 0: once in a cycle\n");
     EXPECT_EQ((json{{"version", 1},
                     {"settings",
                      {{"cycle", "300"},
@@ -29,7 +31,8 @@ TEST_F(SettingCommand, GetShowsEverySettingWithItsUnitAndMeaning)
                       {"file-monitor", ""},
                       {"fault-tolerant", "off"},
                       {"log-charset", "UTF-8"},
-                      {"trace-level", "error"}}}}),
+                      {"trace-level", "error"},
+                      {"trigger-interval", "1000"}}}}),
               Json({"get"}));
 }
 
@@ -52,7 +55,9 @@ TEST_F(SettingCommand, SetAndGetGiveTheSameValue)
                                       {"fault-tolerant", "off"},
                                       {"log-charset", "EUC-JP"},
                                       {"trace-level", "detail"},
-                                      {"trace-level", "off"}}) {
+                                      {"trace-level", "off"},
+                                      {"trigger-interval", "0"},
+                                      {"trigger-interval", "3600000"}}) {
         ExpectDone({"set", name, value});
         ExpectOutput({"get", name}, std::string(value) + "\n");
     }
@@ -96,10 +101,23 @@ TEST_F(SettingCommand, SetRefusesAWrongValueWithItsRange)
     ExpectOutput({"get", "cycle"}, "20\n");
 }
 
+TEST_F(SettingCommand, TheTriggerIntervalIsANumberOfMillisecondsUpToAnHour)
+{
+    for (const char *value : {"3600001", "-1", "1s", "", "99999999999"}) {
+        ExpectFailed({"set", "trigger-interval", value},
+                     std::string("cannot set trigger-interval to \"") + value +
+                         "\": the value is not accepted; use a number of milliseconds from 1 to "
+                         "3600000, or 0 to look once in a cycle only");
+    }
+    ExpectDone({"set", "trigger-interval", "default"});
+    ExpectOutput({"get", "trigger-interval"}, "1000\n");
+}
+
 TEST_F(SettingCommand, ASettingThatIsNotKnownIsNamedWithThoseThatAre)
 {
     const std::string known = ": there is none of that name; use one of cycle, customer-file, "
-                              "file-monitor, fault-tolerant, log-charset, trace-level";
+                              "file-monitor, fault-tolerant, log-charset, trace-level, "
+                              "trigger-interval";
     ExpectFailed({"get", "cylce"}, "cannot find the setting \"cylce\"" + known);
     ExpectFailed({"set", "cylce", "10"}, "cannot find the setting \"cylce\"" + known);
 }

@@ -1,0 +1,78 @@
+#include "agent/daemon/trigger.h"
+
+#include <algorithm>
+
+namespace agent {
+
+namespace {
+
+// After changes that turned out to be of no interest: what else happens in the directory of a log
+// must not keep the daemon busy.
+constexpr Trigger::Milliseconds kRestAfterOthers{20};
+
+// Until a watch that could not be set up is tried again.
+constexpr Trigger::Milliseconds kTryAgain{60000};
+
+} // namespace
+
+void Trigger::Follow(std::vector<std::filesystem::path> files, Milliseconds interval)
+{
+    if (interval.count() == 0)
+        files.clear();
+    if (files == files_ && interval == interval_)
+        return;
+    files_ = files;
+    interval_ = interval;
+    if (watch_.Follow(std::move(files)) && interval.count() > 0)
+        fire_(); // a change before the watch was not seen
+    Tell();
+}
+
+bool Trigger::IsResting() const
+{
+    return Clock::now() < rest_until_;
+}
+
+int Trigger::ChangesFd() const
+{
+    return IsResting() ? -1 : watch_.ChangesFd();
+}
+
+std::optional<Trigger::Clock::time_point> Trigger::Next() const
+{
+    if (watch_.ChangesFd() >= 0 && IsResting())
+        return try_again_ ? std::min(rest_until_, *try_again_) : rest_until_;
+    return try_again_;
+}
+
+void Trigger::Work(bool changes, bool mounts)
+{
+    bool changed = false;
+    if (mounts || (try_again_ && Clock::now() >= *try_again_)) {
+        try_again_.reset();
+        changed = watch_.LookAgain();
+    }
+    if (changes) {
+        const bool written = watch_.Take();
+        changed = changed || written;
+        rest_until_ = Clock::now() + (changed ? interval_ : std::min(interval_, kRestAfterOthers));
+    }
+    if (changed)
+        fire_();
+    Tell();
+}
+
+void Trigger::Tell()
+{
+    const std::string &problem = watch_.problem();
+    if (problem.empty())
+        try_again_.reset();
+    else if (!try_again_)
+        try_again_ = Clock::now() + kTryAgain;
+    if (problem != told_) {
+        told_ = problem;
+        tell_(problem);
+    }
+}
+
+} // namespace agent
