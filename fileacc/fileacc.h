@@ -30,12 +30,10 @@ constexpr int32_t kBlockBeyond = 2; // after it: the file has grown since it was
 // Rules, which BlockIsSound checks:
 //   R1  0 <= start, and 0 <= length <= kBlockSize.
 //   R2  data holds no newline among its first `length` bytes, and data[length] ends the last line.
-//   R3  linepos is -1 (before the first line), or the head of a line, or length (after the last
-//   one). R4  After a forward load and its trim the last valid byte is a line end, unless the block
-//   reaches
+//   R3  linepos is -1 (before the first line), or the head of a line, or length (after the last one).
+//   R4  After a forward load and its trim the last valid byte is a line end, unless the block reaches
 //       the recorded end of the file (kBlockAtEnd) or holds no line end at all.
-//   R5  A forward block starts where the one before it ended, and a backward block ends where the
-//   one
+//   R5  A forward block starts where the one before it ended, and a backward block ends where the one
 //       after it started: no overlap and no gap.
 struct LogBuf {
     int64_t start;   // file offset of data[0]
@@ -49,8 +47,8 @@ struct LogBuf {
 extern LogBuf curblock; // the block in which the cursor stands; written by every load and step
 extern LogBuf bakblock; // the one saved copy of curblock; written by SaveFileEnv
 extern FILE *gfp;       // the open log; null when none is open. Written by InitFile and FinishFile
-extern int64_t
-    filelen; // its size in bytes when it was opened, never refreshed; -1: none was open yet
+// Its size in bytes when it was opened, never refreshed; -1: none is open.
+extern int64_t filelen;
 
 #pragma GCC visibility push(default)
 extern "C" {
@@ -125,10 +123,8 @@ int GetLastLine(int64_t *pos, char *pcontent, int size);
 // Puts the cursor of curblock on the last line that was checked, so that the next GetNextLine
 // delivers the first unchecked one.
 //   pos       in: where that line was, negative for "no line yet". out: where the cursor stands; -1
-//   for
-//             "before everything". Unchanged when the line was found where it was.
-//   pcontent  in: its text, or as many of its first bytes as were kept. out: the text of the line
-//   on
+//             for "before everything". Unchanged when the line was found where it was.
+//   pcontent  in: its text, or as many of its first bytes as were kept. out: the text of the line on
 //             which the cursor stands, empty when there is none; unchanged when the text was found.
 //   size      of pcontent, in bytes: kLineBufferSize.
 // The offset is tried first. When another line is there, the line is looked for around it by the

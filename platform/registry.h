@@ -4,10 +4,8 @@
 //     below a key are separated by single backslashes.
 //   - Subkeys are enumerated in the order in which they were created.
 //   - A read into a buffer that is too small fails with ERROR_MORE_DATA and sets the size to what
-//   is
-//     needed. A null data pointer asks for the size alone.
-//   - A key handle that was closed, or never opened, gives ERROR_INVALID_HANDLE from every call.
-//   The
+//     is needed. A null data pointer asks for the size alone.
+//   - A key handle that was closed, or never opened, gives ERROR_INVALID_HANDLE from every call. The
 //     loading of the monitoring table relies on that.
 #ifndef PLATFORM_REGISTRY_H
 #define PLATFORM_REGISTRY_H

@@ -2,12 +2,10 @@
 //
 // Conventions of every header in this folder:
 //   1. Declarations only. The host process supplies the definitions; the module links to none of
-//   them
-//      and resolves them when it is loaded.
+//      them and resolves them when it is loaded.
 //   2. LP64 Linux, C linkage, global scope. No call throws.
 //   3. Handles are opaque. Null is "none"; whoever got a handle closes it, once.
-//   4. Sizes are in bytes. A size that is passed by address holds the buffer's size on entry and
-//   the
+//   4. Sizes are in bytes. A size that is passed by address holds the buffer's size on entry and the
 //      value's size on return.
 //   5. Text is zero-terminated. Stored text includes its zero byte.
 //   6. All calls are made on the one thread that the host gave to StartThread.

@@ -3,12 +3,12 @@
 // All values lie under one registry key. The two slots (monindex 0: the system log, 1: the customer
 // file) are told apart by a suffix of the value names.
 //
-//   value               type       content
-//   RECORDTIME          REG_DWORD  end of the last pass, low 32 bits of a time_t; shared by both
-//   slots HEADLINE  (_C)      REG_SZ     first line of the followed file, at most 499 bytes POS
-//   (_C)      REG_DWORD  bits 0 to 31 of the offset of the last line checked H_POS     (_C)
-//   REG_DWORD  bits 32 to 63 of it; an offset of -1 (none) is 0xFFFFFFFF twice CONTENT   (_C)
-//   REG_SZ     text of the last line checked, at most 499 bytes
+//   value            type       content
+//   RECORDTIME       REG_DWORD  end of the last pass, low 32 bits of a time_t; shared by both slots
+//   HEADLINE  (_C)   REG_SZ     first line of the followed file, at most 499 bytes
+//   POS       (_C)   REG_DWORD  bits 0 to 31 of the offset of the last line checked
+//   H_POS     (_C)   REG_DWORD  bits 32 to 63 of it; an offset of -1 (none) is 0xFFFFFFFF twice
+//   CONTENT   (_C)   REG_SZ     text of the last line checked, at most 499 bytes
 //
 // The texts are compared as prefixes by those who read them, so the cut does no harm. Nothing is
 // kept in memory: every call opens the key, reads or writes, and closes it. A call that fails

@@ -9,7 +9,8 @@
 //
 // A start that fails takes down what it has set up, with two exceptions that are intended: a report
 // library without VKMonitorCall stays loaded, and both libraries stay loaded when it cannot be told
-// whether the machine is a fault-tolerant server. Hosts rely on the libraries being there then.
+// whether the machine is a fault-tolerant server. A next start opens them once more; nothing is lost
+// but the count of openings.
 #include "vkevmon/entry.h"
 
 #include <algorithm>
@@ -54,20 +55,20 @@ HMODULE LoadSibling(const char *root, const char *name)
 }
 
 template <typename Function>
-bool Find(HMODULE library, const char *name, Function *function)
+bool Find(HMODULE library, const char *name, const char *failure, Function *function)
 {
     *function = reinterpret_cast<Function>(GetProcAddress(library, name));
-    if (*function != nullptr)
-        return true;
-    TRACE_FOR(kStart, TRACE_ERROR, "<GetProcAddress(%s) failed.", name);
-    return false;
+    if (*function == nullptr)
+        TRACE_FOR(kStart, TRACE_ERROR, "%s", failure);
+    return *function != nullptr;
 }
 
 // The report library. Stays loaded when it lacks the function.
 bool LoadReportLibrary(const char *root)
 {
     hDll = LoadSibling(root, kReportLibrary);
-    return hDll != nullptr && Find(hDll, "VKMonitorCall", &pVKMonitorCall);
+    return hDll != nullptr &&
+           Find(hDll, "VKMonitorCall", "<GetProcAddress(VKMonitorCall) failed.", &pVKMonitorCall);
 }
 
 // The product-registry library. On failure both libraries are unloaded.
@@ -78,8 +79,10 @@ bool LoadProductLibrary(const char *root)
         FreeLibrary(hDll);
         return false;
     }
-    if (Find(hvkirtuptDll, "ReadProductsRegisteried", &pReadProductsRegisteried) &&
-        Find(hvkirtuptDll, "TARSKPPLX_PPInfoClear", &pTARSKPPLX_PPInfoClear))
+    if (Find(hvkirtuptDll, "ReadProductsRegisteried",
+             "<GetProcAddress(ReadProductsRegisteried) failed.", &pReadProductsRegisteried) &&
+        Find(hvkirtuptDll, "TARSKPPLX_PPInfoClear",
+             "<GetProcAddress(TARSKPPLX_PPInfoClear) failed.", &pTARSKPPLX_PPInfoClear))
         return true;
     FreeLibrary(hDll);
     FreeLibrary(hvkirtuptDll);

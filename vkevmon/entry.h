@@ -10,12 +10,12 @@
 
 // Module-wide state, written by StartThread on the monitor thread.
 #pragma GCC visibility push(default)
-extern VKMonitorCallFn pVKMonitorCall; // takes the reports; stays set after shut-down. The matchers
-                                       // call it without a null test
+// Takes the reports; stays set after shut-down. The matchers call it without a null test.
+extern VKMonitorCallFn pVKMonitorCall;
 extern int32_t IsFTServer; // fault-tolerant server: 1 or more yes, 0 no, -1 it could not be told
-extern int32_t
-    report_ft; // while 0, hits of the source "FTREPORT" are not reported; the loop sets it to
-               // 0 after the first pass, nothing in the module sets it to another value
+// While 0, hits of the source "FTREPORT" are not reported. The loop sets it to 0 after the first pass;
+// nothing in the module sets it to another value.
+extern int32_t report_ft;
 #pragma GCC visibility pop
 extern HMODULE hDll;                                       // the report library
 extern HMODULE hvkirtuptDll;                               // the product-registry library

@@ -21,8 +21,7 @@ extern "C" {
 
 // Collects the source data of every product of the list that is not set up.
 //   phead                     the product list, or null
-//   ppSyslogInnerProductSrc   in: address of a null pointer; out: the list, freed by the caller
-//   with
+//   ppSyslogInnerProductSrc   in: address of a null pointer; out: the list, freed by the caller with
 //                             FreeSourceFilter
 // A product without a readable "Source" value is passed over.
 // Returns 0, also for an empty list, or -1: null address, or out of memory (the list is then null).

@@ -3,13 +3,14 @@
 // A slot goes through these states in a pass; every failure leads to the end of the slot, never of
 // the pass:
 //
-//   no name       -> end                     no customer file is set
-//   no resume point -> recorded              CheckSyslog starts afresh from the end of the live
-//   file found         -> positioned              GotoPos, in the file that holds the resume point
-//   positioned    -> read                    every new line of the file, repeats folded
-//   read          -> stored                  position and text of the last line checked
-//   stored        -> next newer file         its head line and "no position" are stored, it is read
-//   whole live file stored -> end                  the end time of the scan is stored
+//   no name            -> end                no customer file is set
+//   no resume point    -> recorded           CheckSyslog starts afresh from the end of the live file
+//   file found         -> positioned         GotoPos, in the file that holds the resume point
+//   positioned         -> read               every new line of the file, repeats folded
+//   read               -> stored             position and text of the last line checked
+//   stored             -> next newer file    its head line and "no position" are stored, it is read
+//                                            whole
+//   live file stored   -> end                the end time of the scan is stored
 #ifndef VKEVMON_SCAN_H
 #define VKEVMON_SCAN_H
 

@@ -4,8 +4,8 @@
 //
 //   APPLICATION                                one subkey per event source
 //   APPLICATION\<source>                       one subkey per event ID, named in hexadecimal
-//   digits; a
-//                                              value NEWAPPLICATIONTYPE keeps the whole source out
+//                                              digits; a value NEWAPPLICATIONTYPE keeps the whole
+//                                              source out
 //   APPLICATION\<source>\<ID>\WATCHSETTING     KeyWord, KeyWord2, KeyWord3: text
 //                                              ReportCount, WatchTime: 32-bit integers
 //
@@ -18,9 +18,9 @@
 // Module-wide state, read by the matchers on every line. Written by the functions below, by the
 // entry at shut-down, and between passes by the host, which may fill the table itself.
 #pragma GCC visibility push(default)
-extern VKVMon
-    *lpVKVMon[kMaxEntries]; // entries 0 to nCnt - 1, each from calloc and owned here; then null
-extern int nCnt;            // entries in use
+// Entries 0 to nCnt - 1, each from calloc and owned here; then null.
+extern VKVMon *lpVKVMon[kMaxEntries];
+extern int nCnt; // entries in use
 #pragma GCC visibility pop
 
 #pragma GCC visibility push(default)

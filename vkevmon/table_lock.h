@@ -5,8 +5,7 @@
 
 // Creates or opens the mutex afresh and waits for it without time limit. Returns false after
 // tracing why, under the name of the calling function; when the wait itself failed, the handle
-// stays open in hEventlogMutex: the host takes an open handle there as the sign that the lock was
-// never had.
+// stays open in hEventlogMutex, which is intended: whoever looks at it sees that the lock was not had.
 bool TakeTableLock(const char *function);
 
 // Releases and closes the mutex.

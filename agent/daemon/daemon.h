@@ -1,8 +1,7 @@
 // The daemon: starts the monitor, starts it again when it ended unasked, and acts on signals.
 //
-//   SIGTERM, SIGINT  stop within the pass that is under way; a second one ends at once, and the
-//   pass that
-//                    was under way is read again at the next start
+//   SIGTERM, SIGINT  stop within the pass that is under way; a second one ends at once, and the pass
+//                    that was under way is read again at the next start
 //   SIGHUP           read table, cycle, customer file and file-monitor target again
 //   SIGUSR1          scan now
 #ifndef AGENT_DAEMON_DAEMON_H

@@ -12,8 +12,7 @@
 //   S3  After a failed write in a pass nothing more of the pass is stored: each later write, and
 //       CommitPass, fails with the words of the first failure, which name the cause.
 //   S4  The file is created whole, under another name, and then renamed. So an empty or half-made
-//   file is
-//       damage, and never taken for an empty registry.
+//       file is damage, and never taken for an empty registry.
 //   S5  All calls hold the store's lock; a Transaction holds it for its life.
 #ifndef AGENT_LIBTARSK_STORE_H
 #define AGENT_LIBTARSK_STORE_H

@@ -4,10 +4,9 @@
 // cleans up behind a process that dies:
 //
 //   NAME.event   a FIFO. The event is signalled while the FIFO holds a byte. Every process that has
-//   the
-//                event open keeps the FIFO open for reading and writing, so a signal lasts as long
-//                as any of them lives. Taking an auto-reset event reads all bytes: ten signals are
-//                one wake-up.
+//                the event open keeps the FIFO open for reading and writing, so a signal lasts as
+//                long as any of them lives. Taking an auto-reset event reads all bytes: ten signals
+//                are one wake-up.
 //   NAME.mutex   an open-file-description lock on its first byte. It ends with its holder.
 //
 // Unnamed events are eventfds. There is no shared memory that a killed process could leave broken.
