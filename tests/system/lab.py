@@ -63,16 +63,30 @@ _INSIDE = "SYSLOGMON_LAB_FOLDER"
 
 def main(*packages):
     """Runs the tests of the calling program in a private namespace and ends the program."""
+    enter(*packages)
+    program = unittest.main(module="__main__", verbosity=2, exit=False)
+    leave()
+    sys.exit(0 if program.result.wasSuccessful() else 1)
+
+
+def enter(*packages, disk=None):
+    """Starts the calling program again in a private namespace, where it returns. /var/log and all that is
+    made of a lab lie on tmpfs, or on the disk below the given folder."""
     os.umask(0o022)
     if _INSIDE not in os.environ:
         _enter_namespace(packages)
+    for place in (Path(os.environ[_INSIDE]), VAR_LOG):
+        if disk is None:
+            subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=0755", "tmpfs", place], check=True)
+        else:
+            (disk / place.name).mkdir(parents=True)
+            subprocess.run(["mount", "--bind", disk / place.name, place], check=True)
+
+
+def leave():
     folder = Path(os.environ[_INSIDE])
-    subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=0755", "tmpfs", folder], check=True)
-    subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=0755", "tmpfs", VAR_LOG], check=True)
-    program = unittest.main(module="__main__", verbosity=2, exit=False)
     subprocess.run(["umount", "--lazy", folder], check=True)
     folder.rmdir()
-    sys.exit(0 if program.result.wasSuccessful() else 1)
 
 
 def _enter_namespace(packages):

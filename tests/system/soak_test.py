@@ -81,7 +81,7 @@ class Soak(lab.LabTest):
         self.not_read = 0  # rotations since the daemon has read everything
 
     def test_nothing_is_lost_or_counted_twice_and_nothing_grows(self):
-        self.daemon.start()
+        self.start()
         writer = Writer(self.log)
         self.addCleanup(writer.stop)
         self.restart_for(SECONDS / 3)
@@ -99,20 +99,29 @@ class Soak(lab.LabTest):
     # ---- what happens ----
 
     def restart_for(self, seconds):
+        """One short life after another. At its beginning and at its end, the daemon runs."""
         end = time.monotonic() + seconds
         while time.monotonic() < end:
             for _ in range(self.random.choice((0, 1, 3, 10))):
                 self.do_something()
-            if self.daemon.passes() > 0:
-                self.short_lives.append(Use(self.daemon.pid))
+            self.short_lives.append(Use(self.daemon.pid))
             self.end_this_life()
-            if self.random.random() < 0.2:
+            while self.random.random() < 0.3:
+                self.die_young()
+            if self.random.random() < 0.3:
                 self.rotate()
-            self.daemon.launch()
-            if self.random.random() < 0.5:
-                self.daemon.wait_at_rest()
-                self.not_read = 0
-        self.daemon.wait_at_rest()
+            self.start()
+
+    def start(self):
+        self.daemon.start()
+        self.not_read = 0
+
+    def die_young(self):
+        """Before or in the first pass."""
+        self.daemon.launch()
+        time.sleep(self.random.uniform(0, 0.1))
+        self.daemon.kill()
+        self.kills += 1
 
     def live_for(self, seconds):
         end = time.monotonic() + seconds
