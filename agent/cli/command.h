@@ -61,6 +61,7 @@ extern const std::vector<Command> kRegistryCommands;
 extern const std::vector<Command> kTraceCommands;
 extern const std::vector<Command> kRulesCommands;
 extern const std::vector<Command> kRegFileCommands;
+extern const std::vector<Command> kTestCommands;
 
 } // namespace cli
 

@@ -52,9 +52,9 @@ CLI::App &ParserFor(CLI::App &app, const Command &command)
 
 void AddCommands(CLI::App &app, Context &context, Action &action)
 {
-    for (const auto *rows :
-         {&kStatusCommands, &kEventCommands, &kSettingCommands, &kScanCommands, &kAlertCommands,
-          &kRegistryCommands, &kTraceCommands, &kRulesCommands, &kRegFileCommands}) {
+    for (const auto *rows : {&kStatusCommands, &kEventCommands, &kSettingCommands, &kScanCommands,
+                             &kAlertCommands, &kRegistryCommands, &kTraceCommands, &kRulesCommands,
+                             &kRegFileCommands, &kTestCommands}) {
         for (const Command &command : *rows)
             command.set_up(ParserFor(app, command), context, action);
     }

@@ -1,0 +1,250 @@
+#include "agent/cli/tally.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "agent/common/names.h"
+#include "agent/libtarsk/error.h"
+#include "fileacc/fileacc.h"
+
+namespace cli {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kRepeat[] = "last message repeated";
+constexpr char kRepeatFormat[] = "last message repeated %d times";
+
+// The module calls without a context.
+Tally *under_way = nullptr;
+
+int IgnoreReport(ReportRequest * /*request*/)
+{
+    return 1;
+}
+
+bool IsRepeat(const char *line, int *times)
+{
+    const char *repeat = strstr(line, kRepeat);
+    return repeat != nullptr && sscanf(repeat, kRepeatFormat, times) == 1;
+}
+
+int AddSaturated(int a, int b)
+{
+    return static_cast<int>(std::clamp<int64_t>(int64_t{a} + b, INT_MIN, INT_MAX));
+}
+
+// Why a file cannot be read; empty: it can.
+std::string WhyUnreadable(const fs::path &path)
+{
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0)
+        return strerror(errno);
+    if (!S_ISREG(status.st_mode))
+        return "it is no regular file";
+    if (access(path.c_str(), R_OK) != 0)
+        return strerror(errno);
+    return {};
+}
+
+} // namespace
+
+Tally::Tally(MonitorModule &module, HourOf hour)
+    : module_(module), hour_of_(hour), table_(module.entries, module.entries + *module.count),
+      count_before_(table_.size()), events_(table_.size())
+{
+    for (size_t i = 0; i < table_.size(); ++i) {
+        hours_.push_back(table_[i]->WatchTime);
+        index_[table_[i]->Source] = i;
+        if (table_[i]->ReportCount > 1)
+            counting_.push_back(i);
+    }
+    under_way = this;
+    *module_.report = TakeReport;
+    // Reports that are withheld are wanted, too, to be told of.
+    *module_.report_ft = 1;
+}
+
+Tally::~Tally()
+{
+    WatchHour(-1);
+    *module_.report_ft = 0;
+    *module_.report = IgnoreReport;
+    under_way = nullptr;
+}
+
+int Tally::TakeReport(ReportRequest *request)
+{
+    const auto found = under_way->index_.find(request->source);
+    // Not in the table: the probe of FindsKeyword.
+    under_way->reported_.push_back(found != under_way->index_.end() ? found->second : SIZE_MAX);
+    return 1;
+}
+
+// ---- time ----
+
+std::optional<agent::StampProblem> Tally::StampProblem(const std::string &line)
+{
+    time_t stamp = 0;
+    if (module_.get_syslog_time(line.c_str(), &stamp) != 0)
+        return std::nullopt;
+    return agent::StampProblemOf(line);
+}
+
+int Tally::HourFor(const std::string &line)
+{
+    time_t moment = time(nullptr);
+    if (hour_of_ == HourOf::kLine)
+        module_.get_syslog_time(line.c_str(), &moment);
+    struct tm local {};
+    localtime_r(&moment, &local);
+    return local.tm_hour;
+}
+
+bool Tally::IsWatched(size_t index, int hour)
+{
+    return (hours_[index] >> static_cast<unsigned>(hour) & 1U) != 0;
+}
+
+// Sets the table so that the events that watch this hour count now, whatever the time is, and the
+// others do not. -1: as it was loaded.
+void Tally::WatchHour(int hour)
+{
+    if (hour == watched_hour_)
+        return;
+    watched_hour_ = hour;
+    for (size_t i = 0; i < table_.size(); ++i) {
+        if (hour < 0)
+            table_[i]->WatchTime = hours_[i];
+        else
+            table_[i]->WatchTime = IsWatched(i, hour) ? agent::kAllHours : 0;
+    }
+}
+
+// ---- one line ----
+
+void Tally::Check(Sighting &line, int times)
+{
+    matched_.clear();
+    if (const auto problem = StampProblem(line.text)) {
+        UnseenTally &unseen = unseen_[static_cast<size_t>(*problem)];
+        if (unseen.lines++ == 0)
+            unseen.first = line;
+        return;
+    }
+    if (hour_of_ == HourOf::kLine)
+        WatchHour(HourFor(line.text));
+    if (line.text.find(agent::kSyslogIdentifier) != std::string::npos)
+        ++own_lines_;
+    for (const size_t i : counting_)
+        count_before_[i] = table_[i]->CurrentCount;
+    reported_.clear();
+    module_.check_line(line.text.data(), times);
+    NoteMatches(line, times);
+}
+
+// An event that needs one hit reports each match; one that needs several shows a match by its
+// count.
+void Tally::NoteMatches(const Sighting &line, int times)
+{
+    matched_ = reported_;
+    for (const size_t i : reported_) {
+        const bool withheld = strcmp(table_[i]->Source, "FTREPORT") == 0;
+        ++(withheld ? events_[i].withheld : events_[i].reports);
+    }
+    for (const size_t i : counting_) {
+        if (table_[i]->CurrentCount != count_before_[i] &&
+            std::find(reported_.begin(), reported_.end(), i) == reported_.end())
+            matched_.push_back(i);
+    }
+    std::sort(matched_.begin(), matched_.end());
+    for (const size_t i : matched_) {
+        EventTally &event = events_[i];
+        ++event.lines;
+        event.hits += times;
+        if (!event.first)
+            event.first = line;
+        event.last = line;
+    }
+}
+
+bool Tally::FindsKeyword(const std::string &line, const std::string &keyword)
+{
+    // A table of one event with this keyword.
+    VKVMon probe{};
+    memcpy(probe.Keyword1, keyword.c_str(), std::min(keyword.size(), kKeywordSize - 1));
+    probe.WatchTime = agent::kAllHours;
+    probe.ReportCount = 1;
+    std::vector<VKVMon *> slots(kMaxEntries, nullptr);
+    slots[0] = &probe;
+    std::swap_ranges(slots.begin(), slots.end(), module_.entries);
+    const int count = std::exchange(*module_.count, 1);
+    reported_.clear();
+    std::string text = line;
+    module_.check_line(text.data(), 1);
+    *module_.count = count;
+    std::swap_ranges(slots.begin(), slots.end(), module_.entries);
+    return !reported_.empty();
+}
+
+// ---- a file ----
+
+void Tally::ReadFile(const fs::path &path, const std::function<bool(int64_t)> &step)
+{
+    std::string why = WhyUnreadable(path);
+    if (why.empty() && module_.init_file(path.c_str()) != 0)
+        why = strerror(errno);
+    if (!why.empty())
+        throw tarsk::Error("cannot read " + path.string(), why, "name a log that can be read");
+    FileTally file;
+    file.path = path;
+    files_.push_back(std::move(file));
+    std::error_code ignored;
+    if (fs::file_size(path, ignored) > 0)
+        ReadOpenFile(step);
+    module_.finish_file();
+}
+
+void Tally::ReadOpenFile(const std::function<bool(int64_t)> &step)
+{
+    FileTally &file = files_.back();
+    int64_t pos = -1;
+    char text[kLineBufferSize] = {};
+    if (module_.goto_pos(&pos, text, kLineBufferSize) != 0)
+        throw tarsk::Error("cannot read " + file.path.string(), "it cannot be positioned",
+                           "name a log that is not being changed");
+    // A line waits until the one behind it is known, because the repeats that follow belong to it.
+    Sighting waiting;
+    bool is_waiting = false;
+    int times = 0;
+    bool go_on = true;
+    while (go_on && module_.at_end() == 0 &&
+           module_.get_next_line(&pos, text, kLineBufferSize) == 0) {
+        ++file.lines;
+        ++lines_;
+        int repeated = 0;
+        if (IsRepeat(text, &repeated)) {
+            ++repeats_;
+            times = AddSaturated(times, repeated);
+        } else {
+            if (is_waiting)
+                Check(waiting, times);
+            waiting.file = files_.size() - 1;
+            waiting.number = file.lines;
+            waiting.text = text;
+            is_waiting = true;
+            times = 1;
+        }
+        file.bytes = pos + static_cast<int64_t>(strlen(text)) + 1;
+        go_on = step(file.bytes);
+    }
+    if (is_waiting)
+        Check(waiting, times);
+}
+
+} // namespace cli

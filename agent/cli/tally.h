@@ -1,0 +1,116 @@
+// What a log comes to under the rules of a trial, line by line.
+#ifndef AGENT_CLI_TALLY_H
+#define AGENT_CLI_TALLY_H
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "agent/cli/trial.h"
+#include "agent/common/stamps.h"
+
+namespace cli {
+
+// A line that was met.
+struct Sighting {
+    size_t file = 0;    // of the trial, from 0
+    int64_t number = 0; // of the line in its file, from 1
+    std::string text;
+};
+
+// What an event of the table has come to.
+struct EventTally {
+    int64_t lines = 0;    // that matched
+    int64_t hits = 0;     // occurrences that they stand for
+    int64_t reports = 0;  // that would have been sent
+    int64_t withheld = 0; // that the monitor would have dropped
+    std::optional<Sighting> first;
+    std::optional<Sighting> last;
+};
+
+// Lines that no event can match.
+struct UnseenTally {
+    int64_t lines = 0;
+    std::optional<Sighting> first;
+};
+
+struct FileTally {
+    std::filesystem::path path;
+    int64_t lines = 0;
+    int64_t bytes = 0;
+};
+
+// Which hour an event must watch for a line to count.
+enum class HourOf { kNow, kLine };
+
+class Tally {
+  public:
+    // For a module whose table is loaded. One at a time.
+    Tally(MonitorModule &module, HourOf hour);
+    ~Tally();
+    Tally(const Tally &) = delete;
+    Tally &operator=(const Tally &) = delete;
+
+    // Reads a file from its first line to its last one, as a pass of the monitor does: repeats are
+    // added to the line before them. `step` is called for each line with the bytes of the file that
+    // are done; false ends the reading. Throws tarsk::Error when the file cannot be read.
+    void ReadFile(const std::filesystem::path &path, const std::function<bool(int64_t)> &step);
+
+    // Checks one line for so many occurrences.
+    void Check(Sighting &line, int times);
+
+    // The entries of the table that the last line checked has matched, by index, in ascending order.
+    [[nodiscard]] const std::vector<size_t> &matched() const { return matched_; }
+
+    // Why no event can match the line because of its time stamp; nothing: one can.
+    std::optional<agent::StampProblem> StampProblem(const std::string &line);
+    // The hour that counts for it, 0 to 23.
+    int HourFor(const std::string &line);
+    // Does the entry watch that hour?
+    bool IsWatched(size_t index, int hour);
+    // Would the module find this keyword, alone, in the line?
+    bool FindsKeyword(const std::string &line, const std::string &keyword);
+
+    [[nodiscard]] const VKVMon &entry(size_t index) const { return *table_[index]; }
+    [[nodiscard]] const std::vector<EventTally> &events() const { return events_; }
+    [[nodiscard]] const std::vector<FileTally> &files() const { return files_; }
+    [[nodiscard]] const UnseenTally &unseen(agent::StampProblem problem) const
+    {
+        return unseen_[static_cast<size_t>(problem)];
+    }
+    [[nodiscard]] int64_t lines() const { return lines_; }
+    [[nodiscard]] int64_t repeats() const { return repeats_; }     // lines that repeat another one
+    [[nodiscard]] int64_t own_lines() const { return own_lines_; } // of the agent itself
+
+  private:
+    static int TakeReport(ReportRequest *request);
+    void WatchHour(int hour);
+    void NoteMatches(const Sighting &line, int times);
+    void ReadOpenFile(const std::function<bool(int64_t)> &step);
+
+    MonitorModule &module_;
+    HourOf hour_of_;
+    std::vector<VKVMon *> table_;
+    std::vector<uint32_t> hours_;                    // of each entry, as loaded
+    std::vector<size_t> counting_;                   // entries that need several hits
+    std::vector<int32_t> count_before_;              // of each entry
+    std::unordered_map<const char *, size_t> index_; // by the address of the source
+    std::vector<size_t> reported_;                   // by the line under way
+    std::vector<size_t> matched_;
+    int watched_hour_ = -1; // for which the table is set; -1: as loaded
+    std::vector<EventTally> events_;
+    std::array<UnseenTally, agent::kStampProblems> unseen_;
+    std::vector<FileTally> files_;
+    int64_t lines_ = 0;
+    int64_t repeats_ = 0;
+    int64_t own_lines_ = 0;
+};
+
+} // namespace cli
+
+#endif // AGENT_CLI_TALLY_H

@@ -1,0 +1,398 @@
+// test
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+
+#include "agent/cli/command.h"
+#include "agent/cli/output.h"
+#include "agent/cli/progress.h"
+#include "agent/cli/tally.h"
+#include "agent/cli/trial.h"
+#include "agent/common/alert_text.h"
+#include "agent/common/event_checks.h"
+#include "agent/common/names.h"
+#include "fileacc/fileacc.h"
+
+namespace cli {
+
+namespace {
+
+using agent::StampProblem;
+using nlohmann::json;
+
+using Clock = std::chrono::steady_clock;
+using LeftOut = std::vector<std::pair<agent::StoredSource, agent::StoredEvent>>;
+
+constexpr size_t kShownOfALine = 72; // bytes of a line that are shown on a terminal
+
+struct TestOptions {
+    std::vector<std::string> files;
+    std::optional<std::string> explain;
+    bool line_hours = false;
+};
+
+// ---- interruption: the temporary folder must not stay behind ----
+
+std::atomic<bool> interrupted = false;
+static_assert(std::atomic<bool>::is_always_lock_free, "it is set by a signal");
+
+void Interrupt(int /*number*/)
+{
+    interrupted = true;
+}
+
+void TakeInterruptions()
+{
+    for (const int number : {SIGINT, SIGTERM, SIGHUP})
+        signal(number, Interrupt);
+}
+
+// ---- the rules ----
+
+// Of the host. Without a store there are none, and none is made for a trial.
+RulesCopy HostRules(const Context &context)
+{
+    if (!std::filesystem::exists(context.layout.Store()))
+        return {};
+    context.Open();
+    return CopyRules(tarsk::HostRegistry());
+}
+
+// ---- a log ----
+
+std::string Shown(const std::string &line)
+{
+    if (!IsTerminal() || line.size() <= kShownOfALine)
+        return line;
+    return line.substr(0, kShownOfALine - 3) + "...";
+}
+
+std::string Place(const Tally &tally, const Sighting &line)
+{
+    return tally.files()[line.file].path.string() + ":" + std::to_string(line.number);
+}
+
+std::string Shown(const Tally &tally, const std::optional<Sighting> &line)
+{
+    return line ? Place(tally, *line) + ": " + Shown(line->text) : "-";
+}
+
+void PrintEvents(const Tally &tally)
+{
+    Table table({"SOURCE", "ID", "LINES", "HITS", "REPORTS", "FIRST", "LAST"});
+    for (size_t i = 0; i < tally.events().size(); ++i) {
+        const EventTally &event = tally.events()[i];
+        const std::string reports = event.withheld > 0
+                                        ? std::to_string(event.withheld) + " withheld"
+                                        : std::to_string(event.reports);
+        table.Add({tally.entry(i).Source, agent::FormatEventId(tally.entry(i).EventID),
+                   std::to_string(event.lines), std::to_string(event.hits), reports,
+                   Shown(tally, event.first), Shown(tally, event.last)});
+    }
+    table.Print();
+}
+
+void PrintLeftOut(const LeftOut &left_out)
+{
+    if (left_out.empty())
+        return;
+    printf("\n");
+    Table table({"NOT LOADED", "ID", "CAUSE"});
+    for (const auto &[source, stored] : left_out)
+        table.Add({source.name, stored.id_text,
+                   agent::WhyLeftOut(tarsk::HostRegistry(), source, stored).cause});
+    table.Print();
+}
+
+void PrintUnseen(const Tally &tally)
+{
+    for (int p = 0; p < agent::kStampProblems; ++p) {
+        const auto problem = static_cast<StampProblem>(p);
+        const UnseenTally &unseen = tally.unseen(problem);
+        if (unseen.lines == 0)
+            continue;
+        printf("\nno event can match %lld %s: %s\n  first: %s\n",
+               static_cast<long long>(unseen.lines), unseen.lines == 1 ? "line" : "lines",
+               agent::StampProblemText(problem),
+               agent::Printable(Shown(tally, unseen.first)).c_str());
+        if (*agent::StampProblemAdvice(problem) != '\0')
+            printf("  %s\n", agent::StampProblemAdvice(problem));
+    }
+}
+
+void PrintTotals(const Tally &tally, double seconds)
+{
+    printf("\n%lld lines in %zu %s, %.2f s; %lld of them repeat another line, %lld are the agent's "
+           "own\n",
+           static_cast<long long>(tally.lines()), tally.files().size(),
+           tally.files().size() == 1 ? "file" : "files", seconds,
+           static_cast<long long>(tally.repeats()), static_cast<long long>(tally.own_lines()));
+}
+
+json ToJson(const Tally &tally, const std::optional<Sighting> &line)
+{
+    if (!line)
+        return nullptr;
+    return {{"file", tally.files()[line->file].path.string()},
+            {"line", line->number},
+            {"text", line->text}};
+}
+
+json EventsAsJson(const Tally &tally)
+{
+    json events = json::array();
+    for (size_t i = 0; i < tally.events().size(); ++i) {
+        const EventTally &event = tally.events()[i];
+        events.push_back({{"source", tally.entry(i).Source},
+                          {"id", agent::FormatEventId(tally.entry(i).EventID)},
+                          {"lines", event.lines},
+                          {"hits", event.hits},
+                          {"reports", event.reports},
+                          {"withheld", event.withheld},
+                          {"first", ToJson(tally, event.first)},
+                          {"last", ToJson(tally, event.last)}});
+    }
+    return events;
+}
+
+json LeftOutAsJson(const LeftOut &left_out)
+{
+    json events = json::array();
+    for (const auto &[source, stored] : left_out)
+        events.push_back(
+            {{"source", source.name},
+             {"id", stored.id_text},
+             {"cause", agent::WhyLeftOut(tarsk::HostRegistry(), source, stored).cause}});
+    return events;
+}
+
+json UnseenAsJson(const Tally &tally)
+{
+    json groups = json::array();
+    for (int p = 0; p < agent::kStampProblems; ++p) {
+        const auto problem = static_cast<StampProblem>(p);
+        const UnseenTally &unseen = tally.unseen(problem);
+        if (unseen.lines > 0)
+            groups.push_back({{"reason", agent::StampProblemName(problem)},
+                              {"text", agent::StampProblemText(problem)},
+                              {"advice", agent::StampProblemAdvice(problem)},
+                              {"lines", unseen.lines},
+                              {"first", ToJson(tally, unseen.first)}});
+    }
+    return groups;
+}
+
+void PrintAsJson(const Tally &tally, const LeftOut &left_out)
+{
+    json files = json::array();
+    for (const FileTally &file : tally.files())
+        files.push_back({{"file", file.path.string()}, {"lines", file.lines}});
+    PrintJson({{"files", files},
+               {"lines", tally.lines()},
+               {"repeats", tally.repeats()},
+               {"own_lines", tally.own_lines()},
+               {"events", EventsAsJson(tally)},
+               {"not_loaded", LeftOutAsJson(left_out)},
+               {"unseen", UnseenAsJson(tally)}});
+}
+
+int64_t SizeOf(const std::vector<std::string> &files)
+{
+    int64_t bytes = 0;
+    for (const std::string &file : files) {
+        std::error_code unknown;
+        const auto size = std::filesystem::file_size(file, unknown);
+        bytes += unknown ? 0 : static_cast<int64_t>(size);
+    }
+    return bytes;
+}
+
+void ReadFiles(const std::vector<std::string> &files, Tally *tally)
+{
+    Progress progress(SizeOf(files));
+    int64_t bytes = 0;
+    for (const std::string &file : files) {
+        tally->ReadFile(file, [&](int64_t done) {
+            if (tally->lines() % 256 == 0)
+                progress.Show(bytes + done, tally->lines());
+            return !interrupted;
+        });
+        if (interrupted)
+            throw tarsk::Error("the trial was interrupted", "nothing is shown",
+                               "let it come to its end, or try a part of the log");
+        bytes += tally->files().back().bytes;
+    }
+}
+
+void TryFiles(const Context &context, const TestOptions &options, MonitorModule &module)
+{
+    Tally tally(module, options.line_hours ? HourOf::kLine : HourOf::kNow);
+    const auto begin = Clock::now();
+    ReadFiles(options.files, &tally);
+    const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+    const LeftOut left_out = LeftOutEvents(tarsk::HostRegistry(), module);
+    if (context.json) {
+        PrintAsJson(tally, left_out);
+        return;
+    }
+    PrintEvents(tally);
+    PrintLeftOut(left_out);
+    PrintUnseen(tally);
+    PrintTotals(tally, seconds);
+}
+
+// ---- one line, explained ----
+
+struct Verdict {
+    std::string source;
+    std::string id;
+    bool matches = false;
+    std::string reason;
+};
+
+// What keeps all events from matching the line; empty: nothing does.
+std::string WhyNoEvent(Tally &tally, const std::string &line)
+{
+    if (const auto problem = tally.StampProblem(line))
+        return std::string("the monitor cannot read its time stamp: ") +
+               agent::StampProblemText(*problem);
+    if (line.find(agent::kSyslogIdentifier) != std::string::npos)
+        return std::string("it is the agent's own: it holds ") + agent::kSyslogIdentifier;
+    return {};
+}
+
+std::string WhyKeywordIsMissing(const MonitorModule &module, int number, const char *keyword)
+{
+    std::string reason = "keyword " + std::to_string(number) + " \"" + keyword + "\" is missing";
+    if (*module.is_fault_tolerant >= 1) {
+        const std::string why = agent::WhyNoExpression(keyword);
+        reason += why.empty() ? ", as text and as a regular expression"
+                              : ", and it is no regular expression: " + why;
+    }
+    return reason;
+}
+
+std::string WhyNoMatch(Tally &tally, const MonitorModule &module, size_t index,
+                       const std::string &line)
+{
+    const VKVMon &entry = tally.entry(index);
+    int number = 0;
+    for (const char *keyword : {entry.Keyword1, entry.Keyword2, entry.Keyword3}) {
+        ++number;
+        if (*keyword != '\0' && !tally.FindsKeyword(line, keyword))
+            return WhyKeywordIsMissing(module, number, keyword);
+    }
+    const int hour = tally.HourFor(line);
+    if (!tally.IsWatched(index, hour))
+        return "the hour from " + std::to_string(hour) + ":00 is not watched";
+    if (entry.ReportCount < 1)
+        return "its report count is " + std::to_string(entry.ReportCount);
+    return "the monitor has not counted it";
+}
+
+std::string WhatAMatchDoes(const Tally &tally, size_t index)
+{
+    if (tally.events()[index].withheld > 0)
+        return "all its keywords are there, but reports of this source are withheld";
+    const int32_t count = tally.entry(index).ReportCount;
+    if (count == 1)
+        return "it is reported";
+    return "it counts; every " + std::to_string(count) + " hits are reported";
+}
+
+std::vector<Verdict> Explain(Tally &tally, const MonitorModule &module, const std::string &text)
+{
+    Sighting line;
+    line.text = text;
+    tally.Check(line, 1);
+    const std::vector<size_t> matched = tally.matched();
+    const std::string why_none = WhyNoEvent(tally, text);
+    std::vector<Verdict> verdicts;
+    for (size_t i = 0; i < tally.events().size(); ++i) {
+        Verdict verdict;
+        verdict.source = tally.entry(i).Source;
+        verdict.id = agent::FormatEventId(tally.entry(i).EventID);
+        verdict.matches = std::find(matched.begin(), matched.end(), i) != matched.end();
+        if (verdict.matches)
+            verdict.reason = WhatAMatchDoes(tally, i);
+        else
+            verdict.reason = why_none.empty() ? WhyNoMatch(tally, module, i, text) : why_none;
+        verdicts.push_back(std::move(verdict));
+    }
+    for (const auto &[source, stored] : LeftOutEvents(tarsk::HostRegistry(), module))
+        verdicts.push_back(
+            {source.name, stored.id_text, false,
+             "not loaded: " + agent::WhyLeftOut(tarsk::HostRegistry(), source, stored).cause});
+    return verdicts;
+}
+
+// As the monitor gets to see it.
+std::string AsALine(const std::string &text)
+{
+    const std::string line = text.substr(0, text.find('\n'));
+    return line.substr(0, kLineBufferSize - 1);
+}
+
+void ExplainLine(const Context &context, const TestOptions &options, MonitorModule &module)
+{
+    Tally tally(module, options.line_hours ? HourOf::kLine : HourOf::kNow);
+    const auto verdicts = Explain(tally, module, AsALine(*options.explain));
+    Table table({"SOURCE", "ID", "MATCHES", "REASON"});
+    json events = json::array();
+    for (const Verdict &verdict : verdicts) {
+        table.Add({verdict.source, verdict.id, verdict.matches ? "yes" : "no", verdict.reason});
+        events.push_back({{"source", verdict.source},
+                          {"id", verdict.id},
+                          {"matches", verdict.matches},
+                          {"reason", verdict.reason}});
+    }
+    if (context.json)
+        PrintJson({{"text", AsALine(*options.explain)}, {"events", events}});
+    else
+        table.Print();
+}
+
+// ---- the command ----
+
+int Test(const Context &context, const TestOptions &options)
+{
+    TakeInterruptions();
+    FixTimeZone();
+    const RulesCopy rules = HostRules(context);
+    RunTrial(context.layout, rules, [&](MonitorModule &module) {
+        if (options.explain)
+            ExplainLine(context, options, module);
+        else
+            TryFiles(context, options, module);
+    });
+    return kExitDone;
+}
+
+void SetUpTest(CLI::App &app, Context &context, Action &action)
+{
+    auto options = std::make_shared<TestOptions>();
+    app.add_option("file", options->files, "Logs to be read, each from its first line to its last");
+    app.add_option("--explain", options->explain,
+                   "Say for this one line, and for every event, why it matches or does not")
+        ->type_name("LINE");
+    app.add_flag("--line-hours", options->line_hours,
+                 "Count a line in the hour of its own time stamp. The monitor, and a trial without "
+                 "this, takes the hour in which the line is looked at: now");
+    app.footer("The rules are those of this host, or of a file, and the monitor's own code applies "
+               "them, with all hit counts at 0. Nothing is stored, and no daemon is needed.");
+    app.callback([&, options] {
+        if (options->files.empty() == !options->explain)
+            throw CLI::ValidationError("test", "name logs to be tried, or one line with --explain");
+        action = [&, options] { return Test(context, *options); };
+    });
+}
+
+} // namespace
+
+const std::vector<Command> kTestCommands = {
+    {"test", "Show what the rules would report over logs, without doing it", SetUpTest},
+};
+
+} // namespace cli

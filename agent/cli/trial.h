@@ -1,0 +1,84 @@
+// The monitor module in the process of the command, on a registry of its own: the rules and settings
+// of the host, or other rules, without a daemon and without a trace.
+//
+// A trial is the module's own start (libraries, products, table), with a pause at the moment at which
+// its table is loaded. In this pause the caller drives the module's functions; when it is over, the
+// module comes to its end by itself.
+#ifndef AGENT_CLI_TRIAL_H
+#define AGENT_CLI_TRIAL_H
+
+#include <cstdint>
+#include <ctime>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "agent/common/events.h"
+#include "agent/libtarsk/layout.h"
+#include "agent/libtarsk/registry_tree.h"
+#include "platform/monitor_entry.h"
+#include "platform/siblings.h"
+#include "platform/types.h"
+
+namespace cli {
+
+// The loaded library, and what of it is used here. The functions are described in the headers of the
+// module.
+class MonitorModule {
+  public:
+    // Loads it. Throws tarsk::Error.
+    explicit MonitorModule(const tarsk::Layout &layout);
+    ~MonitorModule();
+    MonitorModule(const MonitorModule &) = delete;
+    MonitorModule &operator=(const MonitorModule &) = delete;
+
+    void (*start_thread)(void *) = nullptr;
+    int (*check_line)(char *line, int times) = nullptr;
+    int32_t (*get_syslog_time)(const char *line, time_t *time) = nullptr;
+    int (*on_time)(time_t time, unsigned hours) = nullptr;
+    int (*init_file)(const char *path) = nullptr;
+    void (*finish_file)() = nullptr;
+    int (*goto_pos)(int64_t *pos, char *content, int size) = nullptr;
+    int (*get_next_line)(int64_t *pos, char *content, int size) = nullptr;
+    int (*at_end)() = nullptr;
+    VKVMon **entries = nullptr;
+    int *count = nullptr;
+    int32_t *report_ft = nullptr;
+    int32_t *is_fault_tolerant = nullptr;
+    VKMonitorCallFn *report = nullptr; // takes the reports
+
+  private:
+    void *library_;
+};
+
+// The keys of the registry that a trial needs, with all that is below them.
+struct RulesCopy {
+    struct Key {
+        std::string path; // below HKEY_LOCAL_MACHINE
+        std::vector<tarsk::RegValue> values;
+    };
+    std::vector<Key> keys; // parents first, in the order of their creation
+};
+
+// Events, products and the agent's settings of the started host.
+RulesCopy CopyRules(tarsk::RegistryTree &registry);
+
+// Runs a trial: `action` is called in the pause, with the registry of the trial as the host's.
+// Ends the host that is started; none is started afterwards. Rethrows what the action throws. Throws
+// tarsk::Error when the module cannot load the rules.
+void RunTrial(const tarsk::Layout &layout, const RulesCopy &rules,
+              const std::function<void(MonitorModule &)> &action);
+
+// The events of the started host that the module has not loaded, each with its source.
+std::vector<std::pair<agent::StoredSource, agent::StoredEvent>>
+LeftOutEvents(tarsk::RegistryTree &registry, const MonitorModule &module);
+
+// What C library functions know of the time zone is kept, which saves a look at a file per line.
+void FixTimeZone();
+
+} // namespace cli
+
+#endif // AGENT_CLI_TRIAL_H

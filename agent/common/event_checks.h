@@ -1,0 +1,47 @@
+// Why an event that is registered is not, or can never be, reported: found in the registry, without
+// the monitor.
+#ifndef AGENT_COMMON_EVENT_CHECKS_H
+#define AGENT_COMMON_EVENT_CHECKS_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent/common/events.h"
+
+namespace agent {
+
+// What is wrong with an event, and what to do.
+struct EventDoubt {
+    std::string cause;
+    std::string advice;
+};
+
+// Why a keyword cannot be used as an extended regular expression, as the monitor does on a
+// fault-tolerant server; empty: it can.
+std::string WhyNoExpression(const std::string &keyword);
+
+// Is the keyword meant as a regular expression? A guess: it holds ".*", "[0-9]" and the like.
+bool LooksLikeExpression(const std::string &keyword);
+
+// Everything that keeps an event that the monitor has loaded from ever being reported.
+// `fault_tolerant`: keywords may be regular expressions on this host.
+std::vector<EventDoubt> DoubtsOf(const StoredEvent &stored, bool fault_tolerant);
+
+// The product that keeps a source from being watched because it is not set up; or nothing.
+std::optional<std::string> ProductThatFilters(tarsk::RegistryTree &registry,
+                                              const std::string &source);
+
+// Why the monitor has left out an event that it could have loaded.
+EventDoubt WhyLeftOut(tarsk::RegistryTree &registry, const StoredSource &source,
+                      const StoredEvent &stored);
+
+// "DISK 1A2B", with the ID as its key is named.
+std::string NameOf(const StoredEvent &stored);
+
+// The command line that mends a value of an event, for an advice.
+std::string SetCommand(const StoredEvent &stored, const std::string &option);
+
+} // namespace agent
+
+#endif // AGENT_COMMON_EVENT_CHECKS_H
