@@ -1,0 +1,32 @@
+// Runs a history: the real module from StartThread to its end, on the scripted host, beside the oracle. At
+// each wait of the module, when it is at rest, both are compared.
+#ifndef TESTS_HISTORY_LIFE_H
+#define TESTS_HISTORY_LIFE_H
+
+#include <optional>
+#include <string>
+
+#include "tests/history/steps.h"
+
+namespace history {
+
+// What a run came to.
+struct Outcome {
+    bool failed = false;
+    std::string what; // the difference, and at which step
+    int wakes = 0;
+    int alerts = 0;
+};
+
+// `log_dir` stands for "/var/log"; it is empty before and after.
+Outcome Run(const History &history, const std::string &log_dir);
+
+// The smallest history that still fails: steps are left out and made smaller as long as it does.
+History Shrink(const History &history, const std::string &log_dir);
+
+// The failure as it is printed: what differs, and the steps of the smallest history.
+std::string Explain(const History &history, uint64_t seed, const std::string &log_dir);
+
+} // namespace history
+
+#endif // TESTS_HISTORY_LIFE_H

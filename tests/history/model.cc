@@ -1,0 +1,642 @@
+#include "tests/history/model.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <tuple>
+
+namespace history {
+
+namespace {
+
+constexpr size_t kHandled = 3328;   // bytes of a line that the syslog scan handles
+constexpr size_t kRecorded = 499;   // bytes of a text that the registry keeps
+constexpr time_t kFreshSeconds = 2; // a file written so recently may end in the middle of a line
+constexpr int64_t kBlock = 16384;   // bytes that the file monitor reads at once
+constexpr int64_t kOverlong = 3329; // its threshold
+
+constexpr char kLogDir[] = "/var/log/";
+constexpr char kVmkernel[] = "/var/log/vmkernel";
+constexpr char kMonths[] = "JanFebMarAprMayJunJulAugSepOctNovDec";
+
+bool AllDigits(const std::string &text)
+{
+    return text.find_first_not_of("0123456789") == std::string::npos;
+}
+
+bool StartsWith(const std::string &text, const std::string &head)
+{
+    return text.compare(0, head.size(), head) == 0;
+}
+
+std::string Cut(const std::string &text, size_t size)
+{
+    return text.substr(0, size);
+}
+
+std::optional<int> RepeatCount(const std::string &line)
+{
+    const size_t at = line.find("last message repeated");
+    int times = 0;
+    if (at == std::string::npos ||
+        sscanf(line.c_str() + at, "last message repeated %d times", &times) != 1)
+        return std::nullopt;
+    return times;
+}
+
+// The part of a backup's name behind the prefix, when it has that prefix and is a backup's.
+std::optional<std::string> BackupNumber(const std::string &name, size_t slot)
+{
+    const std::string prefix = slot == 0 ? "messages." : "vmkernel.";
+    if (!StartsWith(name, prefix))
+        return std::nullopt;
+    std::string number = name.substr(prefix.size());
+    if (!AllDigits(number) || name.size() > (slot == 0 ? 31U : 10U))
+        return std::nullopt;
+    if (!number.empty() && (number[0] == '0' || (slot == 1 && number[0] > '4')))
+        return std::nullopt;
+    return number;
+}
+
+bool IsDated(const std::string &name)
+{
+    if (name.size() != 17 || !StartsWith(name, "messages-") || !AllDigits(name.substr(9)))
+        return false;
+    const int month = std::stoi(name.substr(13, 2));
+    const int day = std::stoi(name.substr(15, 2));
+    return month >= 1 && month <= 12 && day >= 1 && day <= 31;
+}
+
+} // namespace
+
+// ---- the wakes ----
+
+void Model::Start()
+{
+    BeginWake();
+    memory_ = Memory{};
+    const std::vector<Counted> before = table_;
+    LoadTable();
+    for (Counted &entry : table_) {
+        const auto same = std::find_if(before.begin(), before.end(), [&](const Counted &old) {
+            return std::tie(old.event.source, old.event.id, old.event.count) ==
+                   std::tie(entry.event.source, entry.event.id, entry.event.count);
+        });
+        if (same != before.end())
+            entry.hits = same->hits;
+    }
+    ChangeCustomer();
+    ScanPass();
+    LoadTarget();
+    WatchPass();
+}
+
+void Model::Pass()
+{
+    BeginWake();
+    ScanPass();
+    WatchPass();
+}
+
+void Model::Reload()
+{
+    const std::vector<Counted> before = table_;
+    LoadTable();
+    for (Counted &entry : table_) {
+        for (const Counted &old : before) {
+            if (old.event.source == entry.event.source && old.event.id == entry.event.id &&
+                old.event.count == entry.event.count) {
+                entry.hits = old.hits;
+                break;
+            }
+        }
+    }
+}
+
+void Model::CustomerEvent()
+{
+    BeginWake();
+    memory_.customer_changed = true;
+    ChangeCustomer();
+    ScanPass();
+}
+
+void Model::TargetEvent()
+{
+    BeginWake();
+    LoadTarget();
+    WatchPass();
+}
+
+void Model::Restore(const Lasting &lasting)
+{
+    record_ = lasting.record;
+    table_ = lasting.table;
+}
+
+void Model::LoadTable()
+{
+    table_.clear();
+    for (const Event &event : world_->settings.events)
+        table_.push_back({event, 0});
+}
+
+void Model::ChangeCustomer()
+{
+    memory_.path = {"/var/log/messages", world_->settings.customer};
+}
+
+// ---- files ----
+
+const Entry *Model::Find(const std::string &path) const
+{
+    return world_->folder.Find(path.substr(sizeof kLogDir - 1));
+}
+
+// The bytes of a file, as whoever opens it now reads them; nothing when it cannot be opened.
+std::optional<std::string> Model::Open(const std::string &path, bool awaits_line_end)
+{
+    const auto find = [&] {
+        const Entry *entry = Find(path);
+        return entry != nullptr && entry->kind == Kind::kFile ? entry : nullptr;
+    };
+    const Entry *entry = find();
+    if (entry == nullptr)
+        return std::nullopt;
+    ++opened_;
+    if (interruption.before_open && interruption.before_open(opened_)) {
+        entry = find();
+        if (entry == nullptr)
+            return std::nullopt;
+    }
+    const bool may_go_on = awaits_line_end && !entry->bytes.empty() &&
+                           entry->bytes.back() != '\n' &&
+                           std::abs(world_->clock - entry->modified) <= kFreshSeconds;
+    if (may_go_on && interruption.while_waiting && interruption.while_waiting())
+        entry = find();
+    return entry->bytes;
+}
+
+namespace {
+
+std::string FirstLine(const std::string &bytes)
+{
+    return Cut(bytes.substr(0, bytes.find('\n')), kHandled);
+}
+
+} // namespace
+
+std::string Model::PathOf(size_t slot, int index) const
+{
+    return index == 0 ? memory_.path[slot] : kLogDir + backups_[static_cast<size_t>(index) - 1];
+}
+
+// Newest first.
+std::vector<std::string> Model::Backups(size_t slot) const
+{
+    if (slot == 1 && memory_.path[1] != kVmkernel)
+        return {};
+    std::vector<std::string> dated;
+    std::vector<std::string> numbers;
+    for (const auto &[name, entry] : world_->folder.entries()) {
+        if (slot == 0 && IsDated(name))
+            dated.push_back(name);
+        if (const auto number = BackupNumber(name, slot))
+            numbers.push_back(*number);
+    }
+    std::sort(dated.rbegin(), dated.rend());
+    std::sort(numbers.begin(), numbers.end(), [](const std::string &a, const std::string &b) {
+        return a.size() != b.size() ? a.size() < b.size() : a < b;
+    });
+    const std::string prefix = slot == 0 ? "messages." : "vmkernel.";
+    if (!dated.empty() && !numbers.empty()) {
+        const Entry *newest_dated = world_->folder.Find(dated.front());
+        const Entry *first_numbered = world_->folder.Find(prefix + numbers.front());
+        if (newest_dated->kind == Kind::kDeadLink || first_numbered->kind == Kind::kDeadLink)
+            return {};
+        if (newest_dated->modified > first_numbered->modified)
+            return dated;
+    } else if (numbers.empty()) {
+        return dated;
+    }
+    std::vector<std::string> names;
+    for (const std::string &number : numbers) {
+        if (number != std::to_string(names.size() + 1))
+            break;
+        names.push_back(prefix + number);
+    }
+    return names;
+}
+
+// ---- the syslog scan ----
+
+void Model::ScanPass()
+{
+    for (const size_t slot : {size_t{0}, size_t{1}})
+        ScanSlot(slot);
+}
+
+void Model::ScanSlot(size_t slot)
+{
+    if (memory_.path[slot].empty() || FindFile(slot) != Found::kFile)
+        return;
+    if (memory_.last_end == 0)
+        memory_.last_end =
+            record_.end_time ? static_cast<time_t>(*record_.end_time) : world_->clock;
+    do {
+        ReadFile(slot);
+    } while (MoveToNewer(slot));
+    memory_.last_end = world_->clock;
+    record_.end_time = static_cast<uint32_t>(world_->clock);
+}
+
+Model::Found Model::FindFile(size_t slot)
+{
+    const Entry *live = Find(memory_.path[slot]);
+    if (live == nullptr || live->kind == Kind::kDeadLink)
+        return Found::kFailed;
+    if (slot == 1 && memory_.customer_changed) {
+        memory_.customer_changed = false;
+        return StartAfresh(slot);
+    }
+    const SlotRecord &record = record_.slots[slot];
+    if (!record.head || !record.pos || !record.content)
+        return StartAfresh(slot);
+    pos_ = *record.pos;
+    content_ = *record.content;
+    backups_ = Backups(slot);
+    for (index_ = 0; index_ <= static_cast<int>(backups_.size()); ++index_) {
+        const auto bytes = Open(PathOf(slot, index_), true);
+        if (!bytes || bytes->empty())
+            return StartAfresh(slot);
+        if (StartsWith(FirstLine(*bytes), *record.head))
+            return Found::kFile;
+    }
+    return StartAfresh(slot);
+}
+
+Model::Found Model::StartAfresh(size_t slot)
+{
+    const auto bytes = Open(memory_.path[slot], true);
+    if (!bytes || bytes->empty())
+        return Found::kFailed;
+    const size_t newline =
+        bytes->size() > 1 ? bytes->rfind('\n', bytes->size() - 2) : std::string::npos;
+    const size_t last = newline == std::string::npos ? 0 : newline + 1;
+    const std::string text = bytes->substr(last, bytes->find('\n', last) - last);
+    SlotRecord &record = record_.slots[slot];
+    record.head = Cut(FirstLine(*bytes), kRecorded);
+    record.pos = static_cast<int64_t>(last);
+    record.content = Cut(text, kRecorded);
+    return Found::kStartedAfresh;
+}
+
+void Model::StorePosition(size_t slot)
+{
+    record_.slots[slot].pos = pos_;
+    record_.slots[slot].content = Cut(content_, kRecorded);
+}
+
+void Model::ReadFile(size_t slot)
+{
+    const auto bytes = Open(PathOf(slot, index_), true);
+    if (!bytes || bytes->empty())
+        return; // it cannot be positioned in
+    std::vector<TextLine> lines;
+    for (size_t at = 0; at < bytes->size();) {
+        const size_t end = std::min(bytes->find('\n', at), bytes->size());
+        lines.push_back({static_cast<int64_t>(at), Cut(bytes->substr(at, end - at), kHandled)});
+        at = end + 1;
+    }
+    Place place;
+    GoTo(std::move(lines), &place);
+    if (place.at + 1 < static_cast<int>(place.lines.size()))
+        ReadNewLines(slot, &place);
+    else
+        StorePosition(slot);
+}
+
+// Every line with the repeats that follow it. Repeats at the head of the new part stand for a line that was
+// checked before: it is looked up in the same file and checked again, for them alone.
+void Model::ReadNewLines(size_t slot, Place *place)
+{
+    const std::vector<TextLine> &lines = place->lines;
+    size_t next = static_cast<size_t>(place->at + 1);
+    const auto fold = [&](int times) {
+        for (; next < lines.size(); ++next) {
+            const auto more = RepeatCount(lines[next].text);
+            if (!more)
+                break;
+            times += *more;
+        }
+        return times;
+    };
+    if (RepeatCount(lines[next].text)) {
+        size_t before = next;
+        const int times = fold(0);
+        while (before > 0 && RepeatCount(lines[before - 1].text))
+            --before;
+        if (before > 0)
+            CheckLine(lines[before - 1].text, times);
+    }
+    const TextLine *checked = nullptr;
+    while (next < lines.size()) {
+        checked = &lines[next++];
+        const int times = fold(1);
+        CheckLine(checked->text, times);
+    }
+    if (checked != nullptr) {
+        pos_ = checked->pos;
+        content_ = checked->text;
+    }
+    // Repeats at the end are done with; but a repeat line at the very head of a file cannot be recorded.
+    const TextLine &last = lines.back();
+    if (&last != checked && last.pos >= 1) {
+        pos_ = last.pos;
+        content_ = last.text;
+    }
+    StorePosition(slot);
+}
+
+bool Model::MoveToNewer(size_t slot)
+{
+    for (--index_; index_ >= 0; --index_) {
+        const auto bytes = Open(PathOf(slot, index_), true);
+        if (!bytes || bytes->empty())
+            continue;
+        pos_ = -1;
+        content_.clear();
+        record_.slots[slot].head = Cut(FirstLine(*bytes), kRecorded);
+        StorePosition(slot);
+        return true;
+    }
+    return false;
+}
+
+// ---- positioning ----
+
+bool Model::IsRemembered(const TextLine &line) const
+{
+    return StartsWith(line.text, content_);
+}
+
+// Places the reader behind the last line that was checked. pos_ and content_ become what is remembered when
+// nothing new follows.
+bool Model::GoTo(std::vector<TextLine> lines, Place *place)
+{
+    place->lines = std::move(lines);
+    if (pos_ < 0) {
+        content_.clear();
+        place->at = -1;
+        return true;
+    }
+    int base = static_cast<int>(place->lines.size()) - 1;
+    while (base > 0 && place->lines[static_cast<size_t>(base)].pos > pos_)
+        --base;
+    place->at = base;
+    const TextLine &line = place->lines[static_cast<size_t>(base)];
+    if (IsRemembered(line))
+        return true;
+    const time_t remembered = TimeOf(content_).value_or(memory_.last_end);
+    const time_t base_time = TimeOf(line.text).value_or(remembered - 1);
+    if (base_time > remembered) {
+        SearchUp(place, remembered);
+        return true;
+    }
+    if (base_time == remembered && SearchBefore(place, remembered))
+        return true;
+    SearchDown(place, remembered);
+    return true;
+}
+
+bool Model::SearchBefore(Place *place, time_t remembered)
+{
+    for (int i = place->at - 1; i >= 0; --i) {
+        const TextLine &line = place->lines[static_cast<size_t>(i)];
+        if (IsRemembered(line)) {
+            place->at = i;
+            pos_ = line.pos;
+            return true;
+        }
+        const auto when = TimeOf(line.text);
+        if (when && *when != remembered)
+            break;
+    }
+    return false;
+}
+
+void Model::SearchUp(Place *place, time_t remembered)
+{
+    int saved = -1;
+    for (int i = place->at - 1; i >= 0; --i) {
+        const TextLine &line = place->lines[static_cast<size_t>(i)];
+        if (IsRemembered(line)) {
+            place->at = i;
+            pos_ = line.pos;
+            return;
+        }
+        const auto when = TimeOf(line.text);
+        if (!when || *when > remembered)
+            continue;
+        if (saved < 0)
+            saved = i;
+        if (*when < remembered)
+            break;
+    }
+    if (saved >= 0) {
+        place->at = saved;
+        pos_ = place->lines[static_cast<size_t>(saved)].pos;
+        content_ = place->lines[static_cast<size_t>(saved)].text;
+        return;
+    }
+    place->at = 0; // on the first line, not before it
+    pos_ = -1;
+    content_.clear();
+}
+
+void Model::SearchDown(Place *place, time_t remembered)
+{
+    const int last = static_cast<int>(place->lines.size()) - 1;
+    int at = place->at;
+    while (at < last) {
+        ++at;
+        const TextLine &line = place->lines[static_cast<size_t>(at)];
+        if (IsRemembered(line)) {
+            place->at = at;
+            pos_ = line.pos;
+            return;
+        }
+        const auto when = TimeOf(line.text);
+        if (when && *when > remembered) {
+            --at;
+            break;
+        }
+    }
+    place->at = at;
+    pos_ = place->lines[static_cast<size_t>(at)].pos;
+    content_ = place->lines[static_cast<size_t>(at)].text;
+}
+
+// ---- lines ----
+
+std::optional<time_t> Model::TimeOf(const std::string &line) const
+{
+    char word[5] = {};
+    struct tm when {};
+    if (sscanf(line.c_str(), "%4s %d %d:%d:%d", word, &when.tm_mday, &when.tm_hour, &when.tm_min,
+               &when.tm_sec) < 5)
+        return std::nullopt;
+    word[3] = '\0';
+    const char *found = strlen(word) == 3 ? strstr(kMonths, word) : nullptr;
+    if (found == nullptr || (found - kMonths) % 3 != 0)
+        return std::nullopt;
+    when.tm_mon = static_cast<int>(found - kMonths) / 3;
+    struct tm now {};
+    localtime_r(&world_->clock, &now);
+    when.tm_year = now.tm_year;
+    when.tm_isdst = now.tm_isdst;
+    const bool is_recent = when.tm_mon == now.tm_mon || when.tm_mon + 1 == now.tm_mon;
+    const bool is_december = when.tm_mon == 11 && now.tm_mon == 0;
+    if (!is_recent && !is_december)
+        return std::nullopt;
+    if (is_december)
+        --when.tm_year;
+    const time_t moment = mktime(&when);
+    return moment != -1 ? std::optional<time_t>(moment) : std::nullopt;
+}
+
+bool Model::Matches(const Event &event, const std::string &line) const
+{
+    const auto holds = [&](const std::string &keyword) {
+        return line.find(keyword) != std::string::npos;
+    };
+    struct tm now {};
+    localtime_r(&world_->clock, &now);
+    return std::all_of(event.keywords.begin(), event.keywords.end(), holds) &&
+           (event.hours >> static_cast<unsigned>(now.tm_hour) & 1U) != 0 && event.count > 0;
+}
+
+void Model::Hit(Counted *entry, const std::string &line, int times)
+{
+    entry->hits += times;
+    if (entry->hits < entry->event.count)
+        return;
+    entry->hits = 0;
+    if (entry->event.source != "FTREPORT")
+        alerts.push_back({entry->event.source, entry->event.id, line});
+}
+
+void Model::CheckLine(const std::string &line, int times)
+{
+    if (!TimeOf(line) || line.find("TARSKvkvmain") != std::string::npos)
+        return;
+    for (Counted &entry : table_) {
+        if (Matches(entry.event, line))
+            Hit(&entry, line, times);
+    }
+}
+
+// ---- the file monitor ----
+
+bool Model::LoadTarget()
+{
+    memory_.target = world_->settings.target;
+    if (memory_.target.empty())
+        return false;
+    if (!record_.inode)
+        return false;
+    memory_.inode = *record_.inode;
+    if (!record_.offset)
+        return false;
+    memory_.offset = *record_.offset;
+    memory_.last_size = memory_.offset;
+    return true;
+}
+
+void Model::WatchPass()
+{
+    if (memory_.target.empty())
+        return;
+    const auto opened = Open(memory_.target, false);
+    if (!opened)
+        return;
+    const Entry *file = Find(memory_.target);
+    if (memory_.inode != file->inode) {
+        record_.inode = file->inode;
+        record_.offset = 0;
+        if (!LoadTarget())
+            return;
+    }
+    const auto size = static_cast<int64_t>(opened->size());
+    if (memory_.last_size == size)
+        return;
+    const bool has_shrunk = memory_.last_size > size;
+    memory_.last_size = size;
+    if (has_shrunk) {
+        memory_.offset = size;
+        record_.offset = size;
+        return;
+    }
+    ReadWatched(*opened, opened->size());
+}
+
+// Splits what lies behind the offset into lines, by blocks. A line of which more than the threshold has
+// been seen is delivered by its first bytes. What has been seen of a line that goes on in the next block
+// counts once in each, which is how it is meant to be.
+void Model::ReadWatched(const std::string &bytes, uint64_t size)
+{
+    const auto end = static_cast<int64_t>(size);
+    int64_t start = memory_.offset; // of the block
+    int64_t pending = start;        // head of the line, or of what is still looked at of it
+    if (start < 0 || start > end || end < 1)
+        return;
+    int64_t block_end = std::min(start + kBlock, end);
+    int64_t count = 0;
+    bool is_overlong = false;
+    std::string copy;
+    for (int64_t at = pending;;) {
+        if (at == block_end) {
+            if (block_end == end)
+                break; // an unfinished line stays
+            start = is_overlong ? at : pending;
+            pending = start;
+            block_end = std::min(start + kBlock, end);
+            at = start;
+            continue;
+        }
+        if (count == kOverlong) {
+            const auto most =
+                std::min<int64_t>(static_cast<int64_t>(kHandled), block_end - pending);
+            copy = bytes.substr(static_cast<size_t>(pending), static_cast<size_t>(most));
+            // Lines of this block that were delivered end at a zero byte by now, but none lies behind the
+            // head of a line that is pending.
+            is_overlong = true;
+        }
+        ++count;
+        if (bytes[static_cast<size_t>(at)] != '\n') {
+            ++at;
+            continue;
+        }
+        memory_.offset = at + 1;
+        CheckWatchedLine(is_overlong
+                             ? copy
+                             : bytes.substr(static_cast<size_t>(pending),
+                                            std::min(static_cast<size_t>(at - pending), kHandled)));
+        ++at;
+        pending = at;
+        count = 0;
+        is_overlong = false;
+    }
+    record_.offset = memory_.offset;
+}
+
+void Model::CheckWatchedLine(const std::string &line)
+{
+    for (Counted &entry : table_) {
+        if (Matches(entry.event, line))
+            Hit(&entry, line, 1);
+    }
+}
+
+} // namespace history

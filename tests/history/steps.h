@@ -1,0 +1,123 @@
+// A history: what happens to the logs, to the clock, to the settings and to the monitor, step by step. Any
+// step can be left out and the rest is still a history, so one that fails can be made smaller.
+#ifndef TESTS_HISTORY_STEPS_H
+#define TESTS_HISTORY_STEPS_H
+
+#include <cstdint>
+#include <ctime>
+#include <string>
+#include <vector>
+
+namespace history {
+
+// Which log a step is about.
+enum Log { kSystemLog, kCustomerLog, kWatchedFile };
+constexpr int kLogs = 3;
+
+enum class Do {
+    // the logs
+    kAppend,     // `n` lines of style `m`
+    kRepeat,     // "last message repeated `n` times"
+    kPart,       // the first `n` percent of a line, at least a byte
+    kRest,       // what was left of it
+    kGiveUp,     // the rest will never come: the next line follows without a line end
+    kRotate,     // `n`: a Create; `m`: 0 numbered, 1 dated
+    kTruncate,   // to nothing
+    kCutTail,    // loses the last `n` percent
+    kReplace,    // by a new file of `n` lines
+    kRemoveLine, // the line at `n` percent is edited out
+    kRewrite,    // in place, every line, with as many bytes
+    kRemoveLive, // the live file is gone
+    kHarmBackup, // number `n` of the backups: a Harm in `m`
+    // around them
+    kClock,    // moves by `n` seconds
+    kTable,    // the registered events, variant `n`; without telling the monitor
+    kCustomer, // the customer file's name, `n`; without telling the monitor
+    kTarget,   // the file monitor's target, `n`; without telling the monitor
+    // the monitor wakes
+    kPass,          // the cycle has passed (`n` even) or a scan was asked for
+    kReload,        // the table was changed
+    kCycle,         // the cycle was changed
+    kCustomerEvent, // the customer file was changed
+    kTargetEvent,   // the file monitor's target was changed
+    kRestart,       // stopped and started again
+    kKill,          // killed in the middle of a pass, and started again
+    kPassSplit, // a pass, while a line is written in two: `n` percent before, the rest `m` ms later
+    kPassDuring, // a pass; before it opens its `n`-th file, `inner` happens
+};
+
+// What logrotate leaves in place of the file that it moved away.
+enum Create { kCreateEmpty, kCreateNothing, kCopyTruncate };
+
+// What can happen to a backup.
+enum Harm { kHarmRemove, kHarmEmpty, kHarmFolder, kHarmDeadLink, kHarmCompress };
+constexpr int kHarms = 5;
+
+// What a line can be.
+enum Style {
+    kPlain,
+    kLong,      // beyond what the registry keeps of a line
+    kVeryLong,  // beyond what is handled of a line
+    kNoStamp,   // as the second line of a stack trace
+    kOwn,       // the agent's own
+    kTwin,      // the last line once more
+    kEmptyLine, // nothing but its line end
+    kOddRepeat, // a repeat line without a number
+    kOldStamp,  // written into the log with a stamp of last month
+    kStyles
+};
+
+struct Step {
+    Do what = Do::kPass;
+    Log log = kSystemLog;
+    int n = 0;
+    int m = 0;
+    std::vector<Step> inner;
+};
+
+// Where a history begins.
+struct Setup {
+    std::string zone = "UTC0";
+    time_t start = 0;
+    int customer = 0; // a kCustomerNames index
+    int target = 0;   // a kTargetNames index
+    bool dated = false;
+    uint32_t hours = 0xFFFFFF; // that the one event with hours watches
+};
+
+struct History {
+    Setup setup;
+    std::vector<Step> steps;
+    // Only what the monitor promises to follow without a gap and without a double; everything else is left
+    // out when it is applied.
+    bool is_faithful = false;
+};
+
+// File names below /var/log; an empty one: none.
+constexpr const char *kCustomerNames[] = {"", "customer.log", "vmkernel", "app.log", "missing.log"};
+constexpr const char *kTargetNames[] = {"", "app.log", "other.log"};
+
+bool IsWake(Do what);
+
+// As a person reads it, one line without its end.
+std::string Text(const Step &step);
+std::string Text(const History &history);
+
+// Random numbers, the same on every machine.
+class Random {
+  public:
+    explicit Random(uint64_t seed) : state_(seed) {}
+    uint64_t Next();
+    int Below(int limit) { return static_cast<int>(Next() % static_cast<uint64_t>(limit)); }
+    bool OneIn(int n) { return Below(n) == 0; }
+
+  private:
+    uint64_t state_;
+};
+
+// A history of the seed. A faithful one has only what keeps the promise; any other has everything.
+History Generate(uint64_t seed, bool is_faithful);
+
+} // namespace history
+
+#endif // TESTS_HISTORY_STEPS_H
