@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iconv.h>
 #include <mutex>
+#include <string_view>
 #include <strings.h>
 
 #include "agent/libtarsk/settings.h"
@@ -15,6 +16,9 @@ namespace tarsk {
 namespace {
 
 constexpr char kRegistryCharset[] = "UTF-8";
+
+// Bytes of the longest character of any set that can be chosen.
+constexpr size_t kLongestCharacter = 4;
 
 // A conversion descriptor that closes itself.
 class Converter {
@@ -80,24 +84,54 @@ size_t CutUtf8(const char *text, size_t length, size_t room)
     return IsContinuation(text[cut]) ? room : cut;
 }
 
-// Without a conversion: copies, cut to the destination.
-size_t CopyText(const char *source, size_t length, char *destination, size_t room, bool utf8)
-{
-    const size_t cut = utf8 ? CutUtf8(source, length, room) : std::min(length, room);
-    memcpy(destination, source, cut);
-    return cut;
-}
-
-// Bytes of what stands at the head of the text and cannot be converted: a whole character of UTF-8,
-// so that it is not cut, or else one byte.
-size_t UnknownLength(const char *text, size_t length, bool utf8)
+// Bytes of what stands at the head of a UTF-8 text and cannot be converted: a whole character, so
+// that it is not cut, or else one byte.
+size_t UnknownUtf8Length(const char *text, size_t length)
 {
     size_t bytes = 1;
-    if (utf8 && (static_cast<unsigned char>(text[0]) & 0xC0U) == 0xC0U) {
-        while (bytes < 4 && bytes < length && IsContinuation(text[bytes]))
+    if ((static_cast<unsigned char>(text[0]) & 0xC0U) == 0xC0U) {
+        while (bytes < kLongestCharacter && bytes < length && IsContinuation(text[bytes]))
             ++bytes;
     }
     return bytes;
+}
+
+// Bytes of the character at the head of a text in the log's set, known or not. iconv asks for more
+// bytes until it has as many as the character's form needs.
+size_t LogCharacterLength(iconv_t converter, const char *text, size_t length)
+{
+    size_t bytes = 0;
+    bool unfinished = true;
+    bool known = false;
+    while (unfinished && bytes < std::min(length, kLongestCharacter)) {
+        ++bytes;
+        char converted[16];
+        char *in = const_cast<char *>(text); // iconv does not write to it
+        char *out = converted;
+        size_t in_left = bytes;
+        size_t out_left = sizeof converted;
+        iconv(converter, nullptr, nullptr, nullptr, nullptr);
+        known = iconv(converter, &in, &in_left, &out, &out_left) != static_cast<size_t>(-1);
+        unfinished = !known && errno == EINVAL;
+    }
+    // An ASCII byte that ends what is no character stands for itself.
+    if (!known && bytes > 1 && static_cast<unsigned char>(text[bytes - 1]) < 0x80U)
+        --bytes;
+    return bytes;
+}
+
+// A text of the log's set cut to `room` bytes, not in the middle of a character.
+size_t CutLogText(iconv_t converter, const char *text, size_t length, size_t room)
+{
+    if (length <= room)
+        return length;
+    size_t cut = 0;
+    for (;;) {
+        const size_t next = LogCharacterLength(converter, text + cut, length - cut);
+        if (cut + next > room)
+            return cut;
+        cut += next;
+    }
 }
 
 // Converts as far as the destination goes. What cannot be converted is taken over as it is.
@@ -112,8 +146,11 @@ size_t ConvertText(iconv_t converter, const char *source, size_t length, char *d
     while (in_left > 0) {
         if (iconv(converter, &in, &in_left, &out, &out_left) != static_cast<size_t>(-1))
             break;
-        const size_t unknown = UnknownLength(in, in_left, from_utf8);
-        if (errno == E2BIG || unknown > out_left)
+        if (errno == E2BIG)
+            break;
+        const size_t unknown =
+            from_utf8 ? UnknownUtf8Length(in, in_left) : LogCharacterLength(converter, in, in_left);
+        if (unknown > out_left)
             break;
         memcpy(out, in, unknown);
         in += unknown;
@@ -125,20 +162,38 @@ size_t ConvertText(iconv_t converter, const char *source, size_t length, char *d
     return room - out_left;
 }
 
+// Is a plain text itself in this set? If not, a keyword would be found in no line.
+bool KeepsPlainText(iconv_t converter)
+{
+    constexpr std::string_view kPlain =
+        " !\"#$%&'()*+,-./"
+        "0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[]_abcdefghijklmnopqrstuvwxyz{|}";
+    char converted[4 * kPlain.size()];
+    const size_t written =
+        ConvertText(converter, kPlain.data(), kPlain.size(), converted, sizeof converted, true);
+    return std::string_view(converted, written) == kPlain;
+}
+
 } // namespace
 
 bool CharsetIsKnown(const std::string &name)
 {
-    return Converter(name.c_str(), kRegistryCharset).IsOpen() &&
-           Converter(kRegistryCharset, name.c_str()).IsOpen();
+    // iconv takes an empty name for the set of its locale, and what follows a slash for a wish how
+    // to treat what cannot be converted. That is done here.
+    if (name.empty() || name.find('/') != std::string::npos)
+        return false;
+    const Converter to_registry(name.c_str(), kRegistryCharset);
+    const Converter to_log(kRegistryCharset, name.c_str());
+    return to_registry.IsOpen() && to_log.IsOpen() && KeepsPlainText(to_registry.get()) &&
+           KeepsPlainText(to_log.get());
 }
 
 bool SetLogCharset(const std::string &name)
 {
+    if (!CharsetIsKnown(name))
+        return false;
     Converter to_registry(name.c_str(), kRegistryCharset);
     Converter to_log(kRegistryCharset, name.c_str());
-    if (!to_registry.IsOpen() || !to_log.IsOpen())
-        return false;
     Charsets &charsets = Current();
     const std::lock_guard lock(charsets.mutex);
     charsets.log = name;
@@ -154,7 +209,10 @@ using namespace tarsk;
 extern "C" int TarskCodeConvert(const char *source, int sourceLength, char *destination,
                                 int destinationSize, int sourceCode, int destinationCode)
 {
-    if (source == nullptr || destination == nullptr || destinationSize <= 0)
+    if (destination == nullptr || destinationSize <= 0)
+        return -1;
+    destination[0] = '\0';
+    if (source == nullptr)
         return -1;
     const size_t length =
         sourceLength < 0 ? strlen(source) : strnlen(source, static_cast<size_t>(sourceLength));
@@ -165,8 +223,10 @@ extern "C" int TarskCodeConvert(const char *source, int sourceLength, char *dest
     const bool log_is_utf8 = IsUtf8(charsets.log);
     size_t written = 0;
     if (sourceCode == destinationCode || log_is_utf8) {
-        const bool utf8 = log_is_utf8 || destinationCode == CODE_REGISTRY;
-        written = CopyText(source, length, destination, room, utf8);
+        written = log_is_utf8 || sourceCode == CODE_REGISTRY
+                      ? CutUtf8(source, length, room)
+                      : CutLogText(charsets.to_registry.get(), source, length, room);
+        memcpy(destination, source, written);
     } else {
         const Converter &converter =
             destinationCode == CODE_REGISTRY ? charsets.to_registry : charsets.to_log;

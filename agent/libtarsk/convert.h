@@ -6,11 +6,12 @@
 
 namespace tarsk {
 
-// Sets the log's character set, as iconv names it. Returns false, and changes nothing, when iconv
-// does not know it.
+// Sets the log's character set, as iconv names it. Returns false, and changes nothing, when it
+// cannot be used.
 bool SetLogCharset(const std::string &name);
 
-// Does iconv know it?
+// Can it be used? Not one that iconv does not know, and not one in which a plain text is not itself,
+// such as UTF-16: no keyword would ever be found.
 bool CharsetIsKnown(const std::string &name);
 
 } // namespace tarsk
