@@ -45,6 +45,11 @@ struct Place {
     time_t second = 0;
     int written = 0;
     int held_back = 0;
+    // Of the first record that was held back. Copies: a library may be gone when they are told.
+    int level = 0;
+    int line = 0;
+    std::string unit;
+    std::string function;
 };
 std::array<Place, kPlaces> places;
 
@@ -64,6 +69,16 @@ void Write(int level, const char *unit, const char *function, int line, const ch
         logger->flush();
 }
 
+void TellHeldBack(Place *place)
+{
+    if (place->held_back == 0)
+        return;
+    const std::string told =
+        "(" + std::to_string(place->held_back) + " more records from here were left out)";
+    place->held_back = 0;
+    Write(place->level, place->unit.c_str(), place->function.c_str(), place->line, told.c_str());
+}
+
 // May this place write now? Says how much was held back when it may again.
 bool MayWrite(int level, const char *unit, const char *function, int line)
 {
@@ -72,19 +87,27 @@ bool MayWrite(int level, const char *unit, const char *function, int line)
     Place &place = PlaceOf(unit, line);
     const time_t now = time(nullptr);
     if (place.second != now) {
-        if (place.held_back > 0) {
-            const std::string told =
-                "(" + std::to_string(place.held_back) + " more records from here were left out)";
-            Write(level, unit, function, line, told.c_str());
-        }
-        place = {now, 0, 0};
+        TellHeldBack(&place);
+        place.second = now;
+        place.written = 0;
     }
     if (place.written < kBurst) {
         ++place.written;
         return true;
     }
-    ++place.held_back;
+    if (place.held_back++ == 0) {
+        place.level = level;
+        place.line = line;
+        place.unit = unit;
+        place.function = function;
+    }
     return false;
+}
+
+// The monitor's last words may be why it ended, whatever is written.
+bool SaysWhyItEnded(int level)
+{
+    return level == TRACE_ERROR || level == TRACE_SYSTEM;
 }
 
 // One record is one line.
@@ -122,6 +145,10 @@ void CloseTraceLog()
 {
     const std::lock_guard lock(state);
     threshold = kTraceOff;
+    if (!logger)
+        return;
+    for (Place &place : places)
+        TellHeldBack(&place);
     logger.reset();
 }
 
@@ -170,10 +197,11 @@ extern "C" {
 
 int TraceLog(int level, const char *unit, const char *function, int line, const char *format, ...)
 {
-    if (level < threshold.load(std::memory_order_relaxed))
+    const bool is_wanted = level >= threshold.load(std::memory_order_relaxed);
+    if (!is_wanted && !SaysWhyItEnded(level))
         return 0;
     const std::lock_guard lock(state);
-    if (!logger || !MayWrite(level, unit, function, line))
+    if (!logger)
         return 0;
     char text[kTextSize];
     va_list arguments;
@@ -181,9 +209,11 @@ int TraceLog(int level, const char *unit, const char *function, int line, const 
     vsnprintf(text, sizeof text, format, arguments); // NOLINT(clang-analyzer-valist.Uninitialized)
     va_end(arguments);
     MakeOneLine(text);
-    if (level == TRACE_ERROR || level == TRACE_SYSTEM)
+    if (SaysWhyItEnded(level))
         last_error = text;
     try {
+        if (!is_wanted || !MayWrite(level, unit, function, line))
+            return 0;
         Write(level, unit, function, line, text);
     } catch (const std::exception &) {
         return 0; // the trace log must not bring the monitor down
