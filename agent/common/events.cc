@@ -89,6 +89,12 @@ void CheckKeywords(const EventRecord &event)
                            "give it one to three texts that a line must contain");
 }
 
+// The event ID that the monitor reads from the name of a key: its last eight digits.
+uint32_t NumberOfKey(const std::string &id_text)
+{
+    return static_cast<uint32_t>(strtoul(id_text.c_str(), nullptr, 16));
+}
+
 // The registry key of a source, or of something below it.
 std::string SourcePath(const std::string &source)
 {
@@ -127,6 +133,7 @@ void CheckEvent(const EventRecord &event)
 
 std::vector<StoredSource> EventRegistry::ReadAll()
 {
+    const tarsk::Snapshot snapshot(tarsk::HostStore());
     std::vector<StoredSource> sources;
     const auto applications = registry_.Find(tarsk::kRootKey, kApplicationKey);
     if (!applications)
@@ -147,7 +154,7 @@ StoredEvent EventRegistry::Read(const std::string &source, const std::string &id
     StoredEvent stored;
     stored.id_text = id_text;
     stored.event.key.source = source;
-    stored.event.key.id = static_cast<uint32_t>(strtoul(id_text.c_str(), nullptr, 16));
+    stored.event.key.id = NumberOfKey(id_text);
     const auto settings = registry_.Find(id_key, kSettings);
     if (!settings) {
         stored.problem = "it has no settings";
@@ -186,7 +193,7 @@ std::optional<std::string> EventRegistry::FindIdText(const EventKey &key)
         return std::nullopt;
     // The number counts, not how it is written: 1a2b, 1A2B and 01A2B are one event.
     for (const std::string &id_text : registry_.SubKeys(*source_key)) {
-        if (strtoul(id_text.c_str(), nullptr, 16) == key.id)
+        if (NumberOfKey(id_text) == key.id)
             return id_text;
     }
     return std::nullopt;
@@ -194,6 +201,7 @@ std::optional<std::string> EventRegistry::FindIdText(const EventKey &key)
 
 std::optional<StoredEvent> EventRegistry::Find(const EventKey &key)
 {
+    const tarsk::Snapshot snapshot(tarsk::HostStore());
     const auto id_text = FindIdText(key);
     if (!id_text)
         return std::nullopt;

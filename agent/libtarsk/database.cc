@@ -1,6 +1,8 @@
 #include "agent/libtarsk/database.h"
 
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <ctime>
 
 #include <sqlite3.h>
@@ -20,9 +22,27 @@ int64_t NowMs()
     return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
 }
 
-// What an administrator can do about a failure of SQLite.
-const char *NextStep(int code)
+// The error number of the system call that made SQLite fail, or 0 when there is none.
+int SystemError(sqlite3 *database)
 {
+    const int code = sqlite3_errcode(database) & 0xFF;
+    return code == SQLITE_IOERR || code == SQLITE_CANTOPEN ? sqlite3_system_errno(database) : 0;
+}
+
+std::string Cause(sqlite3 *database)
+{
+    const int error_number = SystemError(database);
+    const std::string cause = sqlite3_errmsg(database);
+    return error_number != 0 ? cause + " (" + strerror(error_number) + ")" : cause;
+}
+
+// What an administrator can do about a failure of SQLite.
+const char *NextStep(int code, int error_number)
+{
+    if (error_number == ENOSPC || error_number == EDQUOT)
+        code = SQLITE_FULL;
+    if (error_number == EROFS || error_number == EACCES || error_number == EPERM)
+        code = SQLITE_PERM;
     switch (code & 0xFF) {
     case SQLITE_FULL:
         return "free some space on its disk";
@@ -45,6 +65,12 @@ const char *NextStep(int code)
     default:
         return "this is a fault of the agent; keep the trace log";
     }
+}
+
+// Never null: SQLite takes a null pointer for no value, not for an empty one.
+const char *Data(std::string_view bytes)
+{
+    return bytes.empty() ? "" : bytes.data();
 }
 
 } // namespace
@@ -92,13 +118,13 @@ void Statement::Bind(int index, int64_t value)
 
 void Statement::Bind(int index, std::string_view text)
 {
-    Check(sqlite3_bind_text64(statement_, index, text.data(), text.size(), SQLITE_TRANSIENT,
+    Check(sqlite3_bind_text64(statement_, index, Data(text), text.size(), SQLITE_TRANSIENT,
                               SQLITE_UTF8));
 }
 
 void Statement::Bind(int index, const Blob &blob)
 {
-    Check(sqlite3_bind_blob64(statement_, index, blob.bytes.data(), blob.bytes.size(),
+    Check(sqlite3_bind_blob64(statement_, index, Data(blob.bytes), blob.bytes.size(),
                               SQLITE_TRANSIENT));
 }
 
@@ -126,12 +152,18 @@ bool Statement::IsNull(int column) const
 Database::Database(const std::filesystem::path &path, Mode mode) : path_(path)
 {
     const int flags = mode == Mode::kReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
-    if (sqlite3_open_v2(path.c_str(), &database_, flags | SQLITE_OPEN_FULLMUTEX, nullptr) !=
-        SQLITE_OK) {
-        const int code = sqlite3_extended_errcode(database_);
-        const std::string cause = sqlite3_errmsg(database_);
+    const int result =
+        sqlite3_open_v2(path.c_str(), &database_, flags | SQLITE_OPEN_FULLMUTEX, nullptr);
+    try {
+        if (result != SQLITE_OK)
+            Fail("cannot open");
+        // SQLite opens a file that it may not write for reading, and would fail at the first write.
+        if (mode == Mode::kReadWrite && sqlite3_db_readonly(database_, "main") == 1)
+            throw StoreError("cannot write to " + path.string(), "it can only be read",
+                             NextStep(SQLITE_READONLY, 0));
+    } catch (...) {
         sqlite3_close_v2(database_);
-        throw StoreError("cannot open " + path.string(), cause, NextStep(code));
+        throw;
     }
     sqlite3_extended_result_codes(database_, 1);
     sqlite3_busy_handler(database_, OnBusy, this);
@@ -192,8 +224,8 @@ int Database::OnBusy(void *self, int calls)
 
 void Database::Fail(const std::string &doing) const
 {
-    const int code = sqlite3_extended_errcode(database_);
-    throw StoreError(doing + " " + path_.string(), sqlite3_errmsg(database_), NextStep(code));
+    throw StoreError(doing + " " + path_.string(), Cause(database_),
+                     NextStep(sqlite3_errcode(database_), SystemError(database_)));
 }
 
 } // namespace tarsk

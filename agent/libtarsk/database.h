@@ -78,7 +78,8 @@ class Database {
   public:
     enum class Mode { kReadWrite, kReadOnly };
 
-    // Opens an existing database. Throws StoreError.
+    // Opens an existing database. Throws StoreError, also for a file that cannot be written as
+    // wanted.
     Database(const std::filesystem::path &path, Mode mode);
     ~Database();
     Database(const Database &) = delete;

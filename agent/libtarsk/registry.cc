@@ -21,6 +21,9 @@ constexpr DWORD kOpenedExistingKey = 2;
 
 struct OpenKey {
     KeyId id = kRootKey;
+    // The store's transaction in which the handle was opened, or 0. When that one is rolled back,
+    // the key may never have existed, and its number may become another key's.
+    int64_t opened_in = 0;
     // The names below the key, read with the first of them, so that an enumeration costs one look.
     std::vector<std::string> names;
     int64_t names_of = -1; // the store's change count when they were read
@@ -36,7 +39,8 @@ std::shared_ptr<OpenKey> KeyOf(HKEY handle)
 {
     if (handle == HKEY_LOCAL_MACHINE)
         return std::make_shared<OpenKey>();
-    return Keys().Get(handle);
+    auto key = Keys().Get(handle);
+    return key && !HostStore().WasRolledBack(key->opened_in) ? key : nullptr;
 }
 
 const char *OrEmpty(const char *text)
@@ -48,6 +52,7 @@ HKEY NewHandle(KeyId id)
 {
     auto key = std::make_shared<OpenKey>();
     key->id = id;
+    key->opened_in = HostStore().CurrentTransaction();
     return Keys().Add(std::move(key));
 }
 
@@ -249,7 +254,7 @@ BOOL RegWrite(HKEY root, const char *subKey, const char *name, DWORD type, const
 {
     return AtBoundary<BOOL>(__func__, FALSE, [&] {
         const auto parent = KeyOf(root);
-        if (!parent)
+        if (!parent || !HostRegistry().Exists(parent->id))
             return FALSE;
         const KeyId key = HostRegistry().Create(parent->id, OrEmpty(subKey));
         return Set(key, name, type, data, size) == ERROR_SUCCESS ? TRUE : FALSE;

@@ -96,13 +96,14 @@ std::optional<KeyId> RegistryTree::FindChild(KeyId parent, std::string_view name
 
 std::optional<KeyId> RegistryTree::Find(KeyId parent, std::string_view path)
 {
-    const std::lock_guard lock(store_.mutex());
-    std::optional<KeyId> key = parent;
-    ForEachName(path, [&](std::string_view name) {
-        key = FindChild(*key, name);
-        return key.has_value();
+    return store_.Read([&](Database &) {
+        std::optional<KeyId> key = parent;
+        ForEachName(path, [&](std::string_view name) {
+            key = FindChild(*key, name);
+            return key.has_value();
+        });
+        return key;
     });
-    return key;
 }
 
 KeyId RegistryTree::Create(KeyId parent, std::string_view path, bool *created)
@@ -111,17 +112,23 @@ KeyId RegistryTree::Create(KeyId parent, std::string_view path, bool *created)
     bool made = false;
     KeyId key = parent;
     ForEachName(path, [&](std::string_view name) {
-        const std::optional<KeyId> child = FindChild(key, name);
+        const auto child = store_.Read([&](Database &) { return FindChild(key, name); });
         if (child) {
             key = *child;
             return true;
         }
         CheckKeyName(name);
         store_.Write([&](Database &database) {
+            // Again, under the write lock: another process may have been faster.
+            const std::optional<KeyId> theirs = FindChild(key, name);
+            if (theirs) {
+                key = *theirs;
+                return;
+            }
             sql_->insert_key.Run(key, name);
             key = database.LastInsertId();
+            made = true;
         });
-        made = true;
         return true;
     });
     if (created != nullptr)
@@ -131,17 +138,19 @@ KeyId RegistryTree::Create(KeyId parent, std::string_view path, bool *created)
 
 bool RegistryTree::Exists(KeyId key)
 {
-    const std::lock_guard lock(store_.mutex());
-    if (key == kRootKey)
-        return true;
-    sql_->exists.Start(key);
-    const bool exists = sql_->exists.Next();
-    sql_->exists.Reset();
-    return exists;
+    return store_.Read([&](Database &) {
+        sql_->exists.Start(key);
+        const bool exists = sql_->exists.Next();
+        sql_->exists.Reset();
+        return exists;
+    });
 }
 
 bool RegistryTree::DeleteKey(KeyId key)
 {
+    if (key == kRootKey)
+        throw Error("cannot delete the root of the registry", "everything is below it",
+                    "delete the keys below it");
     bool deleted = false;
     store_.Write([&](Database &database) {
         sql_->delete_keys.Run(key);
@@ -152,23 +161,25 @@ bool RegistryTree::DeleteKey(KeyId key)
 
 std::vector<std::string> RegistryTree::SubKeys(KeyId key)
 {
-    const std::lock_guard lock(store_.mutex());
-    std::vector<std::string> names;
-    sql_->sub_keys.Start(key);
-    while (sql_->sub_keys.Next())
-        names.push_back(sql_->sub_keys.Text(0));
-    return names;
+    return store_.Read([&](Database &) {
+        std::vector<std::string> names;
+        sql_->sub_keys.Start(key);
+        while (sql_->sub_keys.Next())
+            names.push_back(sql_->sub_keys.Text(0));
+        return names;
+    });
 }
 
 std::optional<RegValue> RegistryTree::Get(KeyId key, std::string_view name)
 {
-    const std::lock_guard lock(store_.mutex());
-    sql_->get.Start(key, name);
-    if (!sql_->get.Next())
-        return std::nullopt;
-    RegValue value = ValueOf(sql_->get);
-    sql_->get.Reset();
-    return value;
+    return store_.Read([&](Database &) -> std::optional<RegValue> {
+        sql_->get.Start(key, name);
+        if (!sql_->get.Next())
+            return std::nullopt;
+        RegValue value = ValueOf(sql_->get);
+        sql_->get.Reset();
+        return value;
+    });
 }
 
 void RegistryTree::Set(KeyId key, std::string_view name, uint32_t type, std::string_view data)
@@ -195,12 +206,13 @@ bool RegistryTree::DeleteValue(KeyId key, std::string_view name)
 
 std::vector<RegValue> RegistryTree::Values(KeyId key)
 {
-    const std::lock_guard lock(store_.mutex());
-    std::vector<RegValue> values;
-    sql_->values.Start(key);
-    while (sql_->values.Next())
-        values.push_back(ValueOf(sql_->values));
-    return values;
+    return store_.Read([&](Database &) {
+        std::vector<RegValue> values;
+        sql_->values.Start(key);
+        while (sql_->values.Next())
+            values.push_back(ValueOf(sql_->values));
+        return values;
+    });
 }
 
 } // namespace tarsk

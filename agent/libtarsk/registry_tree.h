@@ -44,7 +44,7 @@ class RegistryTree {
     std::optional<KeyId> Find(KeyId parent, std::string_view path);
     KeyId Create(KeyId parent, std::string_view path, bool *created = nullptr);
     bool Exists(KeyId key);
-    bool DeleteKey(KeyId key); // with everything below it
+    bool DeleteKey(KeyId key); // with everything below it; throws Error for the root
     std::vector<std::string> SubKeys(KeyId key);
 
     std::optional<RegValue> Get(KeyId key, std::string_view name);

@@ -19,6 +19,8 @@ constexpr const char *kSteps[] = {
     "  parent INTEGER NOT NULL,"
     "  name TEXT NOT NULL COLLATE NOCASE,"
     "  UNIQUE (parent, name));"
+    // The root, so that values can stand in it. It is nobody's child.
+    "INSERT INTO reg_key (id, parent, name) VALUES (0, -1, '');"
     "CREATE TABLE reg_value ("
     "  key INTEGER NOT NULL REFERENCES reg_key (id) ON DELETE CASCADE,"
     "  name TEXT NOT NULL COLLATE NOCASE,"

@@ -5,10 +5,10 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <system_error>
-#include <unistd.h>
 
 #include "agent/libtarsk/error.h"
 #include "agent/libtarsk/schema.h"
+#include "agent/libtarsk/waitable.h"
 
 namespace tarsk {
 
@@ -26,28 +26,47 @@ class CreationLock {
     explicit CreationLock(const fs::path &store)
     {
         const fs::path path = store.string() + ".lock";
-        fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-        if (fd_ < 0)
+        fd_ = Fd(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+        if (fd_.get() < 0)
             throw StoreError("cannot open " + path.string(), strerror(errno),
                              "make its folder writable, or run as root");
-        while (flock(fd_, LOCK_EX) != 0 && errno == EINTR)
-            continue;
+        while (flock(fd_.get(), LOCK_EX) != 0) {
+            if (errno != EINTR)
+                throw StoreError("cannot lock " + path.string(), strerror(errno),
+                                 "keep the store on a file system that has locks");
+        }
     }
-    ~CreationLock() { close(fd_); }
-    CreationLock(const CreationLock &) = delete;
-    CreationLock &operator=(const CreationLock &) = delete;
 
   private:
-    int fd_;
+    Fd fd_;
 };
 
 void CreateEmptyFile(const fs::path &path)
 {
-    const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (fd < 0)
+    const Fd fd(open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    if (fd.get() < 0)
         throw StoreError("cannot create " + path.string(), strerror(errno),
                          "make its folder writable, or run as root");
-    close(fd);
+}
+
+// Puts the names in a folder on its disk.
+void SyncFolder(const fs::path &path)
+{
+    const Fd fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (fd.get() < 0 || fsync(fd.get()) != 0)
+        throw StoreError("cannot write to the folder " + path.string(), strerror(errno),
+                         "check the disk and the kernel log");
+}
+
+// A store that was moved away can have left its journal. The new store must not take it for its
+// own; and it may hold what the moved one lacks, so it is kept.
+void SetOldJournalAside(const fs::path &path)
+{
+    for (const char *suffix : {"-wal", "-shm"}) {
+        const fs::path left = path.string() + suffix;
+        if (fs::exists(left))
+            fs::rename(left, left.string() + ".old");
+    }
 }
 
 // Makes a complete store under another name first: a program that dies half-way leaves nothing that
@@ -66,7 +85,9 @@ void Create(const fs::path &path)
         CreateSchema(database);
         database.Execute("PRAGMA wal_checkpoint(TRUNCATE)");
     }
+    SetOldJournalAside(path);
     fs::rename(unfinished, path);
+    SyncFolder(path.parent_path());
 }
 
 void CheckFile(const fs::path &path)
@@ -130,16 +151,29 @@ void Store::StartPasses()
 void Store::Begin()
 {
     database_->Execute("BEGIN IMMEDIATE");
+    ++transaction_;
+    is_open_ = true;
 }
 
 void Store::Commit()
 {
     try {
+        CheckStillOpen();
         database_->Execute("COMMIT");
+        is_open_ = false;
     } catch (...) {
         RollBack();
         throw;
     }
+}
+
+// SQLite ends a transaction by itself after some failures. What would follow is then no longer the
+// rest of it, and must not be stored alone.
+void Store::CheckStillOpen() const
+{
+    if (is_open_ && !database_->InTransaction())
+        throw StoreError("cannot store a change in " + database_->path().string(),
+                         "an earlier part of it failed", "see the messages before this one");
 }
 
 void Store::RollBack() noexcept
@@ -150,6 +184,9 @@ void Store::RollBack() noexcept
     } catch (const StoreError &) {
         // SQLite has already rolled back by itself.
     }
+    if (is_open_)
+        rolled_back_.insert(transaction_);
+    is_open_ = false;
     ++own_changes_; // what was seen in the transaction is gone
 }
 
@@ -161,7 +198,7 @@ void Store::CommitPass()
         AbandonPass();
         throw failure;
     }
-    if (database_->InTransaction())
+    if (is_open_)
         Commit();
 }
 
@@ -172,25 +209,31 @@ void Store::AbandonPass()
     pass_failure_.clear();
 }
 
-void Store::Read(const std::function<void(Database &)> &action)
+// A read failed: see S3.
+void Store::BreakPass(const StoreError &error)
 {
-    const std::lock_guard lock(mutex_);
-    action(*database_);
+    if (!in_passes_)
+        return;
+    RollBack();
+    if (pass_failure_.empty())
+        pass_failure_ = error.what();
 }
 
 void Store::Write(const std::function<void(Database &)> &action)
 {
     const std::lock_guard lock(mutex_);
     ++own_changes_;
-    if (database_->InTransaction() && !in_passes_) {
+    if (is_open_ && !in_passes_) {
+        CheckStillOpen();
         action(*database_); // part of a Transaction, which ends it
         return;
     }
     if (!pass_failure_.empty())
         throw StoreError(pass_failure_);
     try {
-        if (!database_->InTransaction())
+        if (!is_open_)
             Begin();
+        CheckStillOpen();
         action(*database_);
         if (!in_passes_)
             Commit();
@@ -204,12 +247,25 @@ void Store::Write(const std::function<void(Database &)> &action)
 
 int64_t Store::ChangeCount()
 {
+    return Read([&](Database &) {
+        data_version_->Start();
+        data_version_->Next();
+        const int64_t others = data_version_->Integer(0);
+        data_version_->Reset();
+        return (others << 32) + own_changes_;
+    });
+}
+
+int64_t Store::CurrentTransaction()
+{
     const std::lock_guard lock(mutex_);
-    data_version_->Start();
-    data_version_->Next();
-    const int64_t others = data_version_->Integer(0);
-    data_version_->Reset();
-    return (others << 32) + own_changes_;
+    return is_open_ ? transaction_ : 0;
+}
+
+bool Store::WasRolledBack(int64_t transaction)
+{
+    const std::lock_guard lock(mutex_);
+    return transaction != 0 && rolled_back_.contains(transaction);
 }
 
 void Store::OnLongWait(std::function<void()> tell)
@@ -235,6 +291,25 @@ void Transaction::Commit()
     open_ = false;
     store_.Commit();
     ++store_.own_changes_;
+}
+
+Snapshot::Snapshot(Store &store) : store_(store), lock_(store.mutex())
+{
+    if (store_.database().InTransaction())
+        return;
+    store_.database().Execute("BEGIN");
+    open_ = true;
+}
+
+Snapshot::~Snapshot()
+{
+    if (!open_)
+        return;
+    try {
+        store_.database().Execute("COMMIT"); // of reads alone: gives up the state that was seen
+    } catch (const StoreError &) {
+        store_.RollBack();
+    }
 }
 
 } // namespace tarsk

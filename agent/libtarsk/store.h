@@ -9,11 +9,13 @@
 // Rules:
 //   S1  A write outside a pass and outside a Transaction is a transaction of its own.
 //   S2  In a pass, the first write opens the transaction; CommitPass or AbandonPass ends it.
-//   S3  After a failed write in a pass nothing more of the pass is stored: each later write, and
-//       CommitPass, fails with the words of the first failure, which name the cause.
+//   S3  After a failed write or read in a pass nothing more of the pass is stored: each later write,
+//       and CommitPass, fails with the words of the first failure, which name the cause. A read
+//       counts, because SQLite ends the transaction after some failures of it, and because what the
+//       monitor takes for a missing value would be stored.
 //   S4  The file is created whole, under another name, and then renamed. So an empty or half-made
 //       file is damage, and never taken for an empty registry.
-//   S5  All calls hold the store's lock; a Transaction holds it for its life.
+//   S5  All calls hold the store's lock; a Transaction and a Snapshot hold it for their life.
 #ifndef AGENT_LIBTARSK_STORE_H
 #define AGENT_LIBTARSK_STORE_H
 
@@ -22,9 +24,11 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 
 #include "agent/libtarsk/database.h"
+#include "agent/libtarsk/error.h"
 
 namespace tarsk {
 
@@ -50,8 +54,19 @@ class Store {
     // Rolls back what the pass has written.
     void AbandonPass();
 
-    // Does something with the database, under the lock. `Write` sees to the transaction.
-    void Read(const std::function<void(Database &)> &action);
+    // Does something with the database, under the lock, and returns what it returns. `Write` sees to
+    // the transaction.
+    template <typename Action>
+    auto Read(const Action &action)
+    {
+        const std::lock_guard lock(mutex_);
+        try {
+            return action(*database_);
+        } catch (const StoreError &error) {
+            BreakPass(error);
+            throw;
+        }
+    }
     void Write(const std::function<void(Database &)> &action);
 
     [[nodiscard]] Database &database() { return *database_; }
@@ -59,6 +74,11 @@ class Store {
 
     // A number that is another one after any change by this or another process.
     int64_t ChangeCount();
+
+    // The number of the transaction that is open, or 0; and whether the one of that number was rolled
+    // back. Numbers are those of this object alone.
+    int64_t CurrentTransaction();
+    bool WasRolledBack(int64_t transaction);
 
     // Identifies this store for ever, for keys that other systems remember.
     [[nodiscard]] const std::string &uuid() const { return uuid_; }
@@ -68,15 +88,21 @@ class Store {
 
   private:
     friend class Transaction;
+    friend class Snapshot;
     void Begin();
     void Commit();
     void RollBack() noexcept;
+    void CheckStillOpen() const;
+    void BreakPass(const StoreError &error);
 
     std::recursive_mutex mutex_;
     std::unique_ptr<Database> database_;
     std::unique_ptr<Statement> data_version_;
     std::string uuid_;
     int64_t own_changes_ = 0;
+    int64_t transaction_ = 0; // the number of the newest one
+    bool is_open_ = false;    // that one was begun and not ended here; SQLite may have ended it
+    std::set<int64_t> rolled_back_;
     bool in_passes_ = false;
     std::string pass_failure_; // why the pass is broken; empty while it is not
 };
@@ -94,6 +120,21 @@ class Transaction {
     Store &store_;
     std::unique_lock<std::recursive_mutex> lock_;
     bool open_ = false;
+};
+
+// Several reads of one state of the store, while other processes write. Nothing is written in its
+// life.
+class Snapshot {
+  public:
+    explicit Snapshot(Store &store);
+    ~Snapshot();
+    Snapshot(const Snapshot &) = delete;
+    Snapshot &operator=(const Snapshot &) = delete;
+
+  private:
+    Store &store_;
+    std::unique_lock<std::recursive_mutex> lock_;
+    bool open_ = false; // in a transaction already, it has nothing to do
 };
 
 } // namespace tarsk
