@@ -25,7 +25,9 @@ fs::path RootOfProgram()
 
 Layout Layout::Below(const fs::path &root)
 {
-    const fs::path base = fs::absolute(root).lexically_normal();
+    fs::path base = fs::absolute(root).lexically_normal();
+    if (!base.has_filename() && base.has_relative_path())
+        base = base.parent_path(); // it ended in a slash
     return {base, base / "state", base / "run", base / "log"};
 }
 
