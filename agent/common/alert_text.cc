@@ -15,12 +15,26 @@ std::string LocalTime(int64_t time_ms)
     return text;
 }
 
+namespace {
+
+// Does a control character from U+0080 to U+009F, which has two bytes in UTF-8, stand here?
+bool IsLongControl(const std::string &text, size_t at)
+{
+    return text[at] == '\xC2' && at + 1 < text.size() &&
+           (static_cast<unsigned char>(text[at + 1]) & 0xE0U) == 0x80U;
+}
+
+} // namespace
+
 std::string Printable(const std::string &text)
 {
-    std::string shown = text;
-    for (char &c : shown) {
-        if ((static_cast<unsigned char>(c) < ' ' && c != '\t') || c == 0x7F)
-            c = '?';
+    std::string shown;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        const bool is_control = (static_cast<unsigned char>(c) < ' ' && c != '\t') || c == 0x7F;
+        const bool is_long_control = IsLongControl(text, i);
+        shown += is_control || is_long_control ? '?' : c;
+        i += is_long_control ? 1 : 0;
     }
     return shown;
 }
