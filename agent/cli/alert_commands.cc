@@ -1,4 +1,5 @@
 // alerts
+#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -31,13 +32,13 @@ int64_t ParseSince(const std::string &text)
 {
     using namespace std::chrono;
     const int64_t now = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
-    int amount = 0;
-    char unit = 0;
-    char rest = 0;
-    if (sscanf(text.c_str(), "%d%c%c", &amount, &unit, &rest) == 2 && amount >= 0) {
+    int32_t amount = 0;
+    const char *last = text.data() + text.size();
+    const auto [unit, failed] = std::from_chars(text.data(), last, amount);
+    if (failed == std::errc() && amount >= 0 && unit + 1 == last) {
         const std::string units = "smhd";
         constexpr int64_t kSeconds[] = {1, 60, 3600, 86400};
-        const size_t index = units.find(unit);
+        const size_t index = units.find(*unit);
         if (index != std::string::npos)
             return now - (amount * kSeconds[index] * 1000);
     }

@@ -18,13 +18,22 @@ using agent::EventRegistry;
 using agent::StoredEvent;
 using nlohmann::json;
 
+// A value that may be given. (An optional would take an empty word for none.)
+template <typename Value>
+struct Given {
+    Value value{};
+    CLI::Option *option = nullptr;
+
+    explicit operator bool() const { return option != nullptr && option->count() > 0; }
+};
+
 // The values of an event as they are typed. What is not given stays as it is, or gets its default.
 struct EventOptions {
     std::string source;
     std::string id;
-    std::optional<std::vector<std::string>> keywords;
-    std::optional<std::string> hours;
-    std::optional<int64_t> report_count;
+    Given<std::vector<std::string>> keywords;
+    Given<std::string> hours;
+    Given<int64_t> report_count;
 };
 
 void AddKeyOptions(CLI::App &app, EventOptions &options)
@@ -35,16 +44,20 @@ void AddKeyOptions(CLI::App &app, EventOptions &options)
 
 void AddValueOptions(CLI::App &app, EventOptions &options)
 {
-    app.add_option("-k,--keyword", options.keywords,
-                   "Text that a line must contain; give it up to three times")
-        ->type_name("TEXT")
-        ->expected(1)
-        ->take_all();
-    app.add_option("-n,--report-count", options.report_count, "Hits that make one report")
-        ->type_name("N");
-    app.add_option("--hours", options.hours,
-                   "Hours of the day in which it counts: all, none, 8-18, 22-6,12")
-        ->type_name("HOURS");
+    options.keywords.option =
+        app.add_option("-k,--keyword", options.keywords.value,
+                       "Text that a line must contain; give it up to three times")
+            ->type_name("TEXT")
+            ->expected(1)
+            ->take_all();
+    options.report_count.option =
+        app.add_option("-n,--report-count", options.report_count.value, "Hits that make one report")
+            ->type_name("N")
+            ->check([](const std::string &word) { return word.empty() ? "it has no number" : ""; });
+    options.hours.option =
+        app.add_option("--hours", options.hours.value,
+                       "Hours of the day in which it counts: all, none, 8-18, 22-6,12")
+            ->type_name("HOURS");
 }
 
 EventKey KeyOf(const EventOptions &options)
@@ -60,21 +73,22 @@ std::string Quoted(const EventKey &key)
 void ApplyOptions(const EventOptions &options, EventRecord *event)
 {
     if (options.keywords) {
-        if (options.keywords->size() > event->keywords.size())
+        const auto &keywords = options.keywords.value;
+        if (keywords.size() > event->keywords.size())
             throw tarsk::Error("cannot use event " + Quoted(event->key),
                                "it has more than three keywords", "give at most three");
         event->keywords = {};
-        std::copy(options.keywords->begin(), options.keywords->end(), event->keywords.begin());
+        std::copy(keywords.begin(), keywords.end(), event->keywords.begin());
     }
     if (options.hours)
-        event->hours = agent::ParseHours(*options.hours);
+        event->hours = agent::ParseHours(options.hours.value);
     if (options.report_count) {
-        if (*options.report_count < 1 || *options.report_count > INT32_MAX)
-            throw tarsk::Error("cannot use the report count " +
-                                   std::to_string(*options.report_count) + " of event " +
-                                   Quoted(event->key),
+        const int64_t count = options.report_count.value;
+        if (count < 1 || count > INT32_MAX)
+            throw tarsk::Error("cannot use the report count " + std::to_string(count) +
+                                   " of event " + Quoted(event->key),
                                "it is out of range", "use a number from 1 to 2147483647");
-        event->report_count = static_cast<int32_t>(*options.report_count);
+        event->report_count = static_cast<int32_t>(count);
     }
 }
 

@@ -74,6 +74,12 @@ int Run(int argc, char **argv)
     AddCommands(app, context, action);
     try {
         app.parse(argc, argv);
+    } catch (const CLI::RequiredError &error) {
+        // What is there and not known says more than what is missing for it.
+        const std::vector<std::string> unknown = app.remaining(true);
+        app.exit(unknown.empty() ? static_cast<const CLI::Error &>(error)
+                                 : CLI::ExtrasError(unknown));
+        return kExitUsage;
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? kExitDone : kExitUsage;
     }

@@ -1,5 +1,6 @@
 // scan
 #include <chrono>
+#include <cstdio>
 #include <thread>
 
 #include "agent/cli/command.h"
@@ -25,6 +26,14 @@ struct ScanOptions {
     double timeout = kDefaultTimeout;
 };
 
+// A number as it was typed: 0.3, not 0.300000.
+std::string Shortest(double number)
+{
+    char text[32];
+    snprintf(text, sizeof text, "%g", number);
+    return text;
+}
+
 // Waits for the end of a pass over all files that began after `asked_ns`.
 void WaitForPass(const Context &context, int64_t asked_ns, double timeout)
 {
@@ -37,7 +46,7 @@ void WaitForPass(const Context &context, int64_t asked_ns, double timeout)
             throw NotRunning();
         if (Clock::now() >= end)
             throw tarsk::Error("cannot wait for the scan any longer",
-                               "it has not ended after " + std::to_string(timeout) + " seconds",
+                               "it has not ended after " + Shortest(timeout) + " seconds",
                                "see syslogmon status, or give a longer --timeout");
         std::this_thread::sleep_for(kLook);
     }
