@@ -204,8 +204,21 @@ class Daemon {
     uint32_t fault_tolerant_ = 0;
 };
 
+// The monitor does not start without the key of its table. On a new host nothing is registered yet.
+void CreateTableKey()
+{
+    try {
+        tarsk::HostRegistry().Create(tarsk::kRootKey, kApplicationKey);
+        tarsk::HostStore().CommitPass();
+    } catch (const tarsk::Error &error) {
+        TRACE(TRACE_SYSTEM, "%s", error.what()); // the monitor will say that it cannot start
+        tarsk::HostStore().AbandonPass();
+    }
+}
+
 void Daemon::StartMonitor()
 {
+    CreateTableKey();
     start_again_at_.reset();
     started_at_ = Clock::now();
     processor_time_ns_ = 0;
@@ -383,14 +396,14 @@ void Daemon::WaitForNews()
         {stored_.fd(), POLLIN, 0},
         {ended_.fd(), POLLIN, 0},
         {events_.settings->PollFd(), POLLIN, 0},
-        // While pausing: a changed table may be what mends the monitor, so it is tried at once. The
-        // event itself stays set for the monitor.
+        // While pausing: a changed table may be what mends the monitor, so it is tried at once.
         {start_again_at_ ? events_.table->PollFd() : -1, POLLIN, 0},
         {trigger_.ChangesFd(), POLLIN, 0},
         {trigger_.MountsFd(), POLLPRI, 0},
     };
     poll(waiting, std::size(waiting), static_cast<int>(TimeToSleep().count()));
-    if ((waiting[4].revents & POLLIN) != 0)
+    // Taken, so that a change that mends nothing is tried once. The start loads the whole table.
+    if ((waiting[4].revents & POLLIN) != 0 && events_.table->TryTake())
         start_again_at_ = Clock::now();
     trigger_.Work((waiting[5].revents & POLLIN) != 0, (waiting[6].revents & POLLPRI) != 0);
 }
