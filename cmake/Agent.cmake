@@ -5,6 +5,7 @@ find_package(nlohmann_json REQUIRED)
 find_package(CLI11 REQUIRED)
 find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)
+find_package(CURL REQUIRED)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 
 set(SYSLOGMON_ROOT ${CMAKE_INSTALL_FULL_LIBDIR}/syslogmon CACHE PATH
@@ -47,11 +48,22 @@ target_sources(agent_common PRIVATE agent/common/event_checks.cc agent/common/st
 target_link_libraries(agent_common PUBLIC tarsk PRIVATE nlohmann_json::nlohmann_json)
 target_compile_definitions(agent_common PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}")
 
+# The sinks and what delivers to them.
+add_library(agent_sinks STATIC
+    agent/alerts/alert_json.cc agent/alerts/alertmanager_sink.cc agent/alerts/backoff.cc
+    agent/alerts/console_sink.cc agent/alerts/deliverer.cc agent/alerts/delivery_store.cc
+    agent/alerts/file_sink.cc agent/alerts/http.cc agent/alerts/option_checks.cc
+    agent/alerts/program_sink.cc agent/alerts/progress.cc agent/alerts/sink.cc
+    agent/alerts/sink_kinds.cc agent/alerts/sink_registry.cc agent/alerts/webhook_sink.cc
+    agent/alerts/worker.cc)
+target_link_libraries(agent_sinks PUBLIC agent_common
+                      PRIVATE nlohmann_json::nlohmann_json CURL::libcurl Threads::Threads)
+
 function(add_program name)
     add_executable(${name} ${ARGN})
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/root/bin
                           BUILD_RPATH "$ORIGIN/../lib" INSTALL_RPATH "${SYSLOGMON_ROOT}/lib")
-    target_link_libraries(${name} PRIVATE agent_common CLI11::CLI11)
+    target_link_libraries(${name} PRIVATE agent_common agent_sinks CLI11::CLI11)
 endfunction()
 add_program(syslogmond agent/daemon/main.cc agent/daemon/console.cc agent/daemon/daemon.cc
             agent/daemon/file_watch.cc agent/daemon/module.cc agent/daemon/monitor.cc
@@ -60,7 +72,7 @@ target_link_libraries(syslogmond PRIVATE PkgConfig::SYSTEMD Threads::Threads ${C
 
 add_program(syslogmon agent/cli/main.cc agent/cli/alert_commands.cc agent/cli/event_commands.cc
             agent/cli/output.cc agent/cli/registry_commands.cc agent/cli/scan_commands.cc
-            agent/cli/setting_commands.cc agent/cli/status_commands.cc agent/cli/trace_commands.cc)
+            agent/cli/setting_commands.cc agent/cli/sink_commands.cc agent/cli/status_commands.cc agent/cli/trace_commands.cc)
 target_link_libraries(syslogmon PRIVATE nlohmann_json::nlohmann_json)
 target_sources(syslogmon PRIVATE agent/cli/progress.cc agent/cli/tally.cc agent/cli/test_commands.cc
                agent/cli/trial.cc)

@@ -30,8 +30,19 @@ int64_t AddAlert(tarsk::Store &store, const Alert &alert);
 std::vector<Alert> ReadAlerts(tarsk::Database &database, int64_t after, int64_t since_ms,
                               int64_t limit);
 
-// The id of the newest alert; 0 when there is none.
+// The id of the newest alert that ever was, 0 when there was none yet; it may be removed by now.
 int64_t NewestAlertId(tarsk::Database &database);
+
+// The id of the oldest alert that is kept; the one after the newest when none is.
+int64_t OldestAlertId(tarsk::Database &database);
+
+// Of each kind of alert (source, event ID, host) the newest, among those with an id up to `up_to`
+// that were stored at or after `since_ms` or have an id from `from` on; oldest first.
+std::vector<Alert> NewestOfEachKind(tarsk::Database &database, int64_t up_to, int64_t since_ms,
+                                    int64_t from);
+
+// Removes all alerts up to this id.
+void RemoveAlerts(tarsk::Store &store, int64_t up_to);
 
 // What identifies an alert towards other systems, for ever: "STORE-UUID/ID".
 std::string IdempotencyKey(const std::string &store_uuid, int64_t id);

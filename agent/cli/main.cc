@@ -20,6 +20,7 @@ namespace {
 // What the first word of commands of several words stands for.
 const std::map<std::string, const char *> kGroups = {
     {"event", "Registered events: what is looked for, and how often it was seen"},
+    {"sink", "Sinks: where alerts go"},
     {"reg", "The registry, where all settings and states are kept"},
     {"trace", "The trace log of the daemon"},
 };
@@ -53,8 +54,8 @@ CLI::App &ParserFor(CLI::App &app, const Command &command)
 void AddCommands(CLI::App &app, Context &context, Action &action)
 {
     for (const auto *rows : {&kStatusCommands, &kEventCommands, &kSettingCommands, &kScanCommands,
-                             &kAlertCommands, &kRegistryCommands, &kTraceCommands, &kRulesCommands,
-                             &kRegFileCommands, &kTestCommands}) {
+                             &kAlertCommands, &kSinkCommands, &kRegistryCommands, &kTraceCommands,
+                             &kRulesCommands, &kRegFileCommands, &kTestCommands}) {
         for (const Command &command : *rows)
             command.set_up(ParserFor(app, command), context, action);
     }

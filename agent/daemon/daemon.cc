@@ -16,6 +16,7 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include "agent/alerts/deliverer.h"
 #include "agent/common/daemon_lock.h"
 #include "agent/common/log_files.h"
 #include "agent/common/names.h"
@@ -161,7 +162,8 @@ class Daemon {
         : events_(options.layout.run), board_(options.layout.run),
           module_(options.layout.Library("vkevmon.dll")),
           trigger_([this] { LookNow(); },
-                   [this](const std::string &problem) { WatchingChanged(problem); })
+                   [this](const std::string &problem) { WatchingChanged(problem); }),
+          deliverer_({options.layout, {}})
     {
         if (options.print_alerts)
             console_.emplace(options.layout.Store());
@@ -188,6 +190,7 @@ class Daemon {
     Module module_;
     Trigger trigger_;
     std::optional<Console> console_;
+    alerts::Deliverer deliverer_;
 
     Doorbell stored_;                            // a pass was committed
     Doorbell ended_;                             // the monitor thread is about to end
@@ -291,6 +294,7 @@ void Daemon::Act(int signal_number)
         events_.cycle->Set();
         events_.customer_file->Set();
         events_.file_monitor->Set();
+        deliverer_.Reload();
         break;
     case SIGUSR1:
         events_.scan->Set();
@@ -417,8 +421,11 @@ int Daemon::Run()
         TakeSignals();
         if (events_.settings->TryTake())
             ReadSettings();
-        if (stored_.Answer() && console_)
-            console_->PrintNews();
+        if (stored_.Answer()) {
+            deliverer_.Wake();
+            if (console_)
+                console_->PrintNews();
+        }
         if (files_may_differ_.exchange(false))
             FollowFiles();
         if (ended_.Answer())

@@ -2,7 +2,7 @@
 //
 //   SIGTERM, SIGINT  stop within the pass that is under way; a second one ends at once, and the pass
 //                    that was under way is read again at the next start
-//   SIGHUP           read table, cycle, customer file and file-monitor target again
+//   SIGHUP           read table, cycle, customer file, file-monitor target and sinks again
 //   SIGUSR1          scan now
 #ifndef AGENT_DAEMON_DAEMON_H
 #define AGENT_DAEMON_DAEMON_H

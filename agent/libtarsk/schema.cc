@@ -43,6 +43,18 @@ constexpr const char *kSteps[] = {
     "  event_id INTEGER NOT NULL,"
     "  report_count INTEGER NOT NULL,"
     "  current_count INTEGER NOT NULL);",
+    // 2: how far each sink has come. A sink is the registry key that configures it, so its rows go
+    // with the key, and a new sink of the same name starts anew.
+    "CREATE TABLE delivery ("
+    "  sink INTEGER NOT NULL REFERENCES reg_key (id) ON DELETE CASCADE,"
+    "  peer TEXT NOT NULL,"            // empty: the sink as a whole
+    "  last_id INTEGER NOT NULL,"      // alerts up to this one are done with
+    "  delivered INTEGER NOT NULL,"    // how many of them the receiver has taken
+    "  dropped INTEGER NOT NULL,"      // how many were given up
+    "  delivered_ms INTEGER NOT NULL," // when the receiver took the newest, since 1970, 0: never
+    "  last_error TEXT NOT NULL,"      // empty: the last try did it
+    "  error_ms INTEGER NOT NULL,"     // when that was, since 1970, 0: never
+    "  PRIMARY KEY (sink, peer)) WITHOUT ROWID;",
 };
 constexpr int kVersion = static_cast<int>(std::size(kSteps));
 

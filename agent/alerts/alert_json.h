@@ -1,0 +1,28 @@
+// An alert as JSON, for sinks.
+#ifndef AGENT_ALERTS_ALERT_JSON_H
+#define AGENT_ALERTS_ALERT_JSON_H
+
+#include <string>
+
+#include "agent/alerts/sink.h"
+
+namespace alerts {
+
+// One line without its end:
+//   {"key":"...","id":7,"time":"2026-11-21T10:00:01.000Z","host":"h","log":"Application",
+//    "source":"DISK","event_id":"1A2B","count":3,"message":"..."}
+// A test has "test":true as well. Bytes that are no UTF-8 are replaced, since JSON has none.
+std::string AlertJson(const Message &message);
+
+// "2026-11-21T10:00:01.000Z"
+std::string UtcTime(int64_t time_ms);
+
+// "1A2B": as event IDs are written everywhere.
+std::string EventIdText(uint32_t id);
+
+// "DISK 1A2B: Nov 21 10:00:00 host kernel: ...", one line, no control characters.
+std::string AlertSummary(const Message &message);
+
+} // namespace alerts
+
+#endif // AGENT_ALERTS_ALERT_JSON_H

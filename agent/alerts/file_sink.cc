@@ -1,0 +1,103 @@
+// Kind "file": one JSON object a line, appended. When the file was renamed or removed since, as
+// logrotate does, a new one is begun: nobody has to tell.
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "agent/alerts/alert_json.h"
+#include "agent/alerts/option_checks.h"
+#include "agent/alerts/sink_kinds.h"
+#include "agent/libtarsk/waitable.h"
+
+namespace alerts {
+
+namespace {
+
+constexpr size_t kBatch = 500;
+
+class FileSink : public Sink {
+  public:
+    explicit FileSink(std::string path) : path_(std::move(path)) {}
+
+    Outcome Send(std::span<const Message> messages, const Interrupt &) override
+    {
+        std::string text;
+        for (const Message &message : messages)
+            text += AlertJson(message) + "\n";
+        const std::string failure = Append(text);
+        if (!failure.empty())
+            return Failed("cannot write to " + path_ + ": " + failure);
+        return AllTaken(messages, "written to " + path_);
+    }
+    [[nodiscard]] size_t batch() const override { return kBatch; }
+
+  private:
+    // All of these are empty when all is well, or say why not.
+    std::string Append(const std::string &text)
+    {
+        std::string failure = Open();
+        if (!failure.empty())
+            return failure;
+        const off_t size = lseek(fd_.get(), 0, SEEK_END);
+        failure = WriteAll(text);
+        // A part of a line would spoil the next one, and the lines before it come again.
+        if (!failure.empty() && ftruncate(fd_.get(), size) != 0)
+            failure += "; it may end inside a line";
+        return failure;
+    }
+    std::string WriteAll(std::string_view text) const
+    {
+        while (!text.empty()) {
+            const ssize_t written = write(fd_.get(), text.data(), text.size());
+            if (written < 0 && errno != EINTR)
+                return strerror(errno);
+            text.remove_prefix(written > 0 ? static_cast<size_t>(written) : 0);
+        }
+        return fdatasync(fd_.get()) == 0 ? "" : strerror(errno);
+    }
+    std::string Open()
+    {
+        if (fd_.get() >= 0 && IsInPlace())
+            return {};
+        // Without O_NONBLOCK, a FIFO would be waited for.
+        fd_ = tarsk::Fd(
+            open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0640));
+        struct stat status {};
+        if (fd_.get() < 0 || fstat(fd_.get(), &status) != 0)
+            return strerror(errno);
+        if (S_ISREG(status.st_mode))
+            return {};
+        fd_ = tarsk::Fd();
+        return "it is no regular file";
+    }
+    [[nodiscard]] bool IsInPlace() const
+    {
+        struct stat named {};
+        struct stat opened {};
+        return stat(path_.c_str(), &named) == 0 && fstat(fd_.get(), &opened) == 0 &&
+               named.st_ino == opened.st_ino && named.st_dev == opened.st_dev;
+    }
+
+    std::string path_;
+    tarsk::Fd fd_;
+};
+
+} // namespace
+
+SinkKind FileKind()
+{
+    SinkKind kind;
+    kind.name = "file";
+    kind.help = "one JSON object a line, appended to a file";
+    kind.options = {
+        {"path", "FILE", nullptr, "the file; it may be rotated at any time", CheckPath}};
+    kind.open = [](const SinkConfig &config, const std::string &,
+                   Secrets &) -> std::unique_ptr<Sink> {
+        return std::make_unique<FileSink>(config.Get("path"));
+    };
+    return kind;
+}
+
+} // namespace alerts

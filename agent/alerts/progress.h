@@ -1,0 +1,69 @@
+// What has become of the alerts of one sink, in memory. Its workers report here; the deliverer
+// writes it to the store, rarely. What is not written yet when the process dies is sent again, under
+// the same keys.
+//
+// All functions may be called by any thread.
+#ifndef AGENT_ALERTS_PROGRESS_H
+#define AGENT_ALERTS_PROGRESS_H
+
+#include <chrono>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <span>
+
+#include "agent/alerts/delivery_store.h"
+#include "agent/alerts/sink.h"
+
+namespace alerts {
+
+class Progress {
+  public:
+    // The rows hold the empty name and each peer. How long alerts are active: see SinkKind.
+    Progress(Deliveries rows, std::optional<std::chrono::milliseconds> active);
+
+    // The last alert that this peer is done with; of the empty name, that any peer has.
+    [[nodiscard]] int64_t LastId(const std::string &peer) const;
+
+    // The peer has taken these, which follow the last ones.
+    void Taken(const std::string &peer, std::span<const Message> messages);
+    // The peer has all up to this one that it needs to have.
+    void CaughtUp(const std::string &peer, int64_t last_id);
+    // The peer refuses this one for good.
+    void Refused(const std::string &peer, const Message &message, const std::string &why);
+    // A try failed.
+    void Failed(const std::string &peer, const std::string &why);
+    // The receiver answers again, without having taken anything new.
+    void Well(const std::string &peer);
+    // Alerts up to this one are removed from the store. Returns how many of them nobody had taken.
+    int64_t Removed(int64_t last_id);
+
+    // Until when an alert is active. One that no peer has had yet begins when it is sent: a receiver
+    // that was down for longer than alerts are active would otherwise learn of nothing.
+    [[nodiscard]] int64_t EndsAt(const Alert &alert, int64_t now_ms) const;
+    // The first alert that was taken so late that its own time does not tell when it ends.
+    [[nodiscard]] int64_t FirstLateId(int64_t now_ms);
+
+    [[nodiscard]] Deliveries Rows() const;
+    // Are the rows others than at the last call, or is this the first?
+    bool HasChanged();
+
+  private:
+    struct LateRange {
+        int64_t first_id;
+        int64_t last_id;
+        int64_t ends_ms;
+    };
+    void MarkWell(Delivery &row) const;
+    void MarkFailed(const std::string &peer, const std::string &why);
+
+    mutable std::mutex mutex_;
+    Deliveries rows_;
+    Deliveries seen_;   // as they were at the last HasChanged
+    int64_t active_ms_; // 0: alerts are not active at this receiver
+    std::deque<LateRange> late_;
+};
+
+} // namespace alerts
+
+#endif // AGENT_ALERTS_PROGRESS_H

@@ -1,0 +1,163 @@
+#include "agent/alerts/sink_registry.h"
+
+#include <algorithm>
+#include <cstring>
+#include <strings.h>
+
+#include "agent/alerts/delivery_store.h"
+#include "agent/alerts/option_checks.h"
+#include "agent/libtarsk/error.h"
+#include "agent/libtarsk/settings.h"
+#include "platform/registry.h"
+
+namespace alerts {
+
+namespace {
+
+constexpr char kKind[] = "Kind";
+constexpr char kAlertLimit[] = "AlertLimit";
+constexpr size_t kMaxName = 64;
+
+std::string SinksPath()
+{
+    return std::string(tarsk::kAgentKey) + "\\SINKS";
+}
+
+void CheckName(const std::string &name)
+{
+    const bool ok = !name.empty() && name.size() <= kMaxName &&
+                    name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                           "0123456789._-") == std::string::npos;
+    if (!ok)
+        throw tarsk::Error("cannot use the name \"" + name.substr(0, kMaxName) + "\" for a sink",
+                           "it is empty, too long, or holds other characters than those of names",
+                           "use 1 to 64 letters, digits, \".\", \"_\" and \"-\"");
+}
+
+void SetText(tarsk::RegistryTree &registry, tarsk::KeyId key, const std::string &name,
+             const std::string &text)
+{
+    registry.Set(key, name, REG_SZ, std::string_view(text.c_str(), text.size() + 1));
+}
+
+} // namespace
+
+StoredSink SinkRegistry::Read(tarsk::KeyId key, const std::string &name)
+{
+    StoredSink sink;
+    sink.config.key = key;
+    sink.config.name = name;
+    std::string kind;
+    for (const tarsk::RegValue &value : registry_.Values(key)) {
+        // Names in the registry have no case; those of options are lower-case, but for headers and
+        // labels.
+        if (strcasecmp(value.name.c_str(), kKind) == 0)
+            kind = TextOf(value);
+        else
+            sink.config.options[value.name] = TextOf(value);
+    }
+    try {
+        sink.config.kind = &FindKind(kind);
+        for (const auto &[option, text] : sink.config.options) {
+            const std::string allowed = FindOption(*sink.config.kind, option).check(text);
+            if (!allowed.empty())
+                throw tarsk::Error("cannot use its " + option, "the value is not accepted",
+                                   "use " + allowed);
+        }
+    } catch (const tarsk::Error &error) {
+        sink.problem = error.what();
+    }
+    return sink;
+}
+
+std::vector<StoredSink> SinkRegistry::ReadAll()
+{
+    std::vector<StoredSink> sinks;
+    const auto parent = registry_.Find(tarsk::kRootKey, SinksPath());
+    if (!parent)
+        return sinks;
+    for (const std::string &name : registry_.SubKeys(*parent)) {
+        const auto key = registry_.Find(*parent, name);
+        if (key) // it may have gone in between
+            sinks.push_back(Read(*key, name));
+    }
+    return sinks;
+}
+
+StoredSink SinkRegistry::Find(const std::string &name)
+{
+    std::string known;
+    for (StoredSink &sink : ReadAll()) {
+        if (strcasecmp(sink.config.name.c_str(), name.c_str()) == 0)
+            return sink;
+        known += (known.empty() ? "" : ", ") + sink.config.name;
+    }
+    throw tarsk::Error("cannot find the sink \"" + name + "\"", "there is none of that name",
+                       known.empty() ? "add one with syslogmon sink add" : "use one of " + known);
+}
+
+void SinkRegistry::Add(SinkConfig config)
+{
+    CheckName(config.name);
+    for (const StoredSink &sink : ReadAll()) {
+        if (strcasecmp(sink.config.name.c_str(), config.name.c_str()) == 0)
+            throw tarsk::Error("cannot add the sink " + config.name,
+                               "there is one of that name already",
+                               "choose another name, or change that one with syslogmon sink set");
+    }
+    CheckSink(config);
+    tarsk::Transaction transaction(store_);
+    config.key = registry_.Create(tarsk::kRootKey, SinksPath() + "\\" + config.name);
+    SetText(registry_, config.key, kKind, config.kind->name);
+    for (const auto &[name, value] : config.options)
+        SetText(registry_, config.key, name, value);
+    Delivery begins_now;
+    begins_now.last_id = NewestAlertId(store_.database());
+    WriteDeliveries(store_, config.key, {{"", begins_now}});
+    transaction.Commit();
+}
+
+void SinkRegistry::Change(const SinkConfig &config)
+{
+    CheckSink(config);
+    tarsk::Transaction transaction(store_);
+    for (const tarsk::RegValue &value : registry_.Values(config.key)) {
+        if (strcasecmp(value.name.c_str(), kKind) != 0 && !config.options.contains(value.name))
+            registry_.DeleteValue(config.key, value.name);
+    }
+    for (const auto &[name, value] : config.options)
+        SetText(registry_, config.key, name, value);
+    transaction.Commit();
+}
+
+void SinkRegistry::Remove(const std::string &name)
+{
+    registry_.DeleteKey(Find(name).config.key);
+}
+
+uint32_t SinkRegistry::AlertLimit()
+{
+    const auto key = registry_.Find(tarsk::kRootKey, tarsk::kAgentKey);
+    const auto value = key ? registry_.Get(*key, kAlertLimit) : std::nullopt;
+    uint32_t limit = 0;
+    if (!value || value->type != REG_DWORD || value->data.size() != sizeof limit)
+        return kDefaultAlertLimit;
+    memcpy(&limit, value->data.data(), sizeof limit);
+    return std::clamp(limit, kSmallestAlertLimit, kLargestAlertLimit);
+}
+
+void SinkRegistry::SetAlertLimit(const std::string &text)
+{
+    const std::string allowed = CheckRange(text, kSmallestAlertLimit, kLargestAlertLimit, "alerts");
+    if (!allowed.empty())
+        throw tarsk::Error("cannot set the limit to \"" + text + "\"", "the value is not accepted",
+                           "use " + allowed);
+    const auto limit = static_cast<uint32_t>(std::stoul(text));
+    tarsk::Transaction transaction(store_);
+    const tarsk::KeyId key = registry_.Create(tarsk::kRootKey, tarsk::kAgentKey);
+    registry_.Set(key, kAlertLimit, REG_DWORD,
+                  std::string_view(reinterpret_cast<const char *>(&limit), sizeof limit));
+    transaction.Commit();
+}
+
+} // namespace alerts

@@ -1,0 +1,70 @@
+// The configured sinks, as they stand in the registry.
+//
+// Key SOFTWARE\KORBIN\TARSKVOSKAR\AGENT\SINKS\<name>, one for each sink:
+//
+//   value     type    meaning
+//   Kind      REG_SZ  one of AllKinds
+//   others    REG_SZ  the options of the kind, under the names that are typed
+//
+// Key SOFTWARE\KORBIN\TARSKVOSKAR\AGENT:
+//
+//   AlertLimit  REG_DWORD  100000  how many alerts are kept; beyond it the oldest go
+#ifndef AGENT_ALERTS_SINK_REGISTRY_H
+#define AGENT_ALERTS_SINK_REGISTRY_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent/alerts/sink.h"
+#include "agent/libtarsk/registry_tree.h"
+
+namespace alerts {
+
+// Set by a command that has changed a sink or the limit; the daemon reads them again.
+inline constexpr char kSinksEvent[] = "Agent_Sinks_Event";
+
+constexpr uint32_t kDefaultAlertLimit = 100000;
+constexpr uint32_t kSmallestAlertLimit = 100;
+constexpr uint32_t kLargestAlertLimit = 100000000;
+
+// A sink as it was found. With a problem, its kind may be null, and nothing is sent to it.
+struct StoredSink {
+    SinkConfig config;
+    std::string problem; // empty: none
+};
+
+class SinkRegistry {
+  public:
+    SinkRegistry(tarsk::Store &store, tarsk::RegistryTree &registry)
+        : store_(store), registry_(registry)
+    {
+    }
+
+    // In the order of their creation.
+    std::vector<StoredSink> ReadAll();
+    // Throws tarsk::Error, which names all sinks, when there is none of that name.
+    StoredSink Find(const std::string &name);
+
+    // Adds a sink, which gets the alerts that are stored from now on. Throws tarsk::Error, and
+    // changes nothing, when there is one of that name or something is wrong with it.
+    void Add(SinkConfig config);
+    // Changes a sink's options; it goes on where it was.
+    void Change(const SinkConfig &config);
+    // With what is known of its deliveries. Throws tarsk::Error when there is none of that name.
+    void Remove(const std::string &name);
+
+    uint32_t AlertLimit();
+    // Throws tarsk::Error when it is out of range.
+    void SetAlertLimit(const std::string &text);
+
+  private:
+    StoredSink Read(tarsk::KeyId key, const std::string &name);
+
+    tarsk::Store &store_;
+    tarsk::RegistryTree &registry_;
+};
+
+} // namespace alerts
+
+#endif // AGENT_ALERTS_SINK_REGISTRY_H

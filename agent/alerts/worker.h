@@ -1,0 +1,94 @@
+// Sends the alerts of the store to one receiver, in order, on a thread of its own.
+//
+//   state      it does                                        and leaves it when
+//   sending    reads the alerts after the last one that was   there is none, or one was not taken
+//              taken and sends them
+//   waiting    nothing                                        an alert may have been stored, or
+//                                                             active ones are to be sent again
+//   pausing    nothing, for a time that grows                 the time is over, or somebody changed
+//                                                             a setting
+//
+// An alert that the receiver refuses stays in front like one that failed. Only when the receiver
+// takes the next alert and still refuses this one, it is given up: then the fault is with the alert,
+// and not with the receiver or its settings.
+#ifndef AGENT_ALERTS_WORKER_H
+#define AGENT_ALERTS_WORKER_H
+
+#include <condition_variable>
+#include <filesystem>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include "agent/alerts/backoff.h"
+#include "agent/alerts/progress.h"
+#include "agent/alerts/sink.h"
+
+namespace alerts {
+
+struct WorkerContext {
+    std::filesystem::path store;
+    std::string uuid; // of the store
+    PauseLimits pauses;
+    std::function<void()> progressed; // called when there is news for the store
+};
+
+class Worker {
+  public:
+    Worker(WorkerContext context, SinkConfig config, std::string peer,
+           std::shared_ptr<Progress> progress);
+    ~Worker(); // waits for its end
+    Worker(const Worker &) = delete;
+    Worker &operator=(const Worker &) = delete;
+
+    void RequestStop(); // it ends soon; what it is sending may still arrive
+    void Wake();        // an alert may have been stored
+    void TryNow();      // as Wake, and a pause ends
+
+  private:
+    using Clock = std::chrono::steady_clock;
+
+    void Run();
+    void Step();
+    bool Refresh();
+    [[nodiscard]] bool SendAll(std::vector<Message> messages);
+    [[nodiscard]] std::vector<Message> NextBatch();
+    [[nodiscard]] std::vector<Message> MessagesOf(std::vector<Alert> alerts) const;
+    void Handle(const std::vector<Message> &batch, const Outcome &outcome);
+    bool GiveUp(const Message &refused, const std::string &why);
+    void Succeeded();
+    void Fail(const std::string &why);
+    void WaitForAlerts();
+    [[nodiscard]] bool StopRequested();
+    [[nodiscard]] std::string Name() const;
+
+    WorkerContext context_;
+    SinkConfig config_;
+    std::string peer_;
+    std::shared_ptr<Progress> progress_;
+    Interrupt interrupt_;
+
+    // of the thread
+    std::optional<tarsk::Database> database_;
+    Secrets secrets_;
+    std::unique_ptr<Sink> sink_; // opened anew after each failure: secrets may have changed
+    Backoff backoff_;
+    bool failing_ = false;
+    size_t batch_limit_ = SIZE_MAX; // 1 after a refusal, to find the one that is refused
+    int64_t refused_id_ = 0;
+    int refusals_ = 0;
+    std::optional<Clock::time_point> refresh_at_; // when active alerts are to be sent again
+
+    std::mutex mutex_; // guards what follows
+    std::condition_variable news_;
+    bool stop_ = false;
+    bool woken_ = false;
+    bool try_now_ = false;
+
+    std::thread thread_;
+};
+
+} // namespace alerts
+
+#endif // AGENT_ALERTS_WORKER_H

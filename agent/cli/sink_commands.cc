@@ -1,0 +1,444 @@
+// sink add, change, remove, list, show, test, limit
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <unistd.h>
+
+#include "agent/alerts/alert_store.h"
+#include "agent/alerts/delivery_store.h"
+#include "agent/alerts/sink_registry.h"
+#include "agent/cli/command.h"
+#include "agent/cli/output.h"
+#include "agent/common/alert_text.h"
+#include "agent/common/status_file.h"
+#include "agent/libtarsk/waitable.h"
+
+namespace cli {
+
+namespace {
+
+using alerts::Delivery;
+using alerts::SinkConfig;
+using alerts::SinkRegistry;
+using alerts::StoredSink;
+using nlohmann::json;
+
+struct SinkOptions {
+    std::string kind;
+    std::string name;
+    std::vector<std::string> options; // "name=value"
+    std::string limit;
+};
+
+SinkRegistry Registry()
+{
+    return {tarsk::HostStore(), tarsk::HostRegistry()};
+}
+
+// Makes a running daemon read the sinks again.
+void TellDaemon()
+{
+    tarsk::Event::Create(tarsk::HostLayout().run, alerts::kSinksEvent, false, false)->Set();
+}
+
+void TakeOptions(const std::vector<std::string> &words, SinkConfig &config)
+{
+    for (const std::string &word : words) {
+        const size_t equals = word.find('=');
+        if (equals == std::string::npos || equals == 0)
+            throw tarsk::Error("cannot use the option \"" + word + "\"", "it has no value",
+                               "write NAME=VALUE");
+        alerts::FindOption(*config.kind, word.substr(0, equals));
+        config.options[word.substr(0, equals)] = word.substr(equals + 1);
+    }
+}
+
+void Warn(const SinkConfig &config)
+{
+    for (const std::string &warning : alerts::SecretWarnings(config))
+        fprintf(stderr, "syslogmon: warning: %s\n", warning.c_str());
+}
+
+int AddSink(const Context &context, const SinkOptions &options)
+{
+    SinkConfig config;
+    config.kind = &alerts::FindKind(options.kind);
+    config.name = options.name;
+    TakeOptions(options.options, config);
+    context.Open();
+    Registry().Add(config);
+    TellDaemon();
+    Warn(config);
+    if (context.json)
+        PrintJson({{"added", config.name}, {"warnings", alerts::SecretWarnings(config)}});
+    return kExitDone;
+}
+
+// The stored sink, which must be sound enough to work with.
+SinkConfig SoundSink(const std::string &name)
+{
+    StoredSink sink = Registry().Find(name);
+    if (!sink.problem.empty())
+        throw tarsk::Error("cannot use the sink " + sink.config.name, sink.problem,
+                           "remove it and add it again");
+    return sink.config;
+}
+
+int ChangeSink(const Context &context, const SinkOptions &options)
+{
+    context.Open();
+    StoredSink sink = Registry().Find(options.name);
+    SinkConfig &config = sink.config;
+    if (config.kind == nullptr)
+        throw tarsk::Error("cannot use the sink " + config.name, sink.problem,
+                           "remove it and add it again");
+    TakeOptions(options.options, config);
+    for (const std::string &word : options.options) {
+        if (word.back() == '=') // nothing: the standard value
+            config.options.erase(word.substr(0, word.size() - 1));
+    }
+    Registry().Change(config);
+    TellDaemon();
+    Warn(config);
+    if (context.json)
+        PrintJson({{"changed", config.name}, {"warnings", alerts::SecretWarnings(config)}});
+    return kExitDone;
+}
+
+int RemoveSink(const Context &context, const SinkOptions &options)
+{
+    context.Open();
+    const std::string name = Registry().Find(options.name).config.name;
+    Registry().Remove(name);
+    TellDaemon();
+    if (context.json)
+        PrintJson({{"removed", name}});
+    return kExitDone;
+}
+
+// ---- what is known of a sink ----
+
+struct View {
+    StoredSink sink;
+    alerts::Deliveries rows;
+    int64_t newest = 0; // of all alerts
+    int64_t oldest = 0;
+    uint32_t limit = 0;
+
+    [[nodiscard]] Delivery Whole() const
+    {
+        const auto whole = rows.find("");
+        if (whole != rows.end())
+            return whole->second;
+        Delivery none; // it gets the alerts from now on, once the daemon has seen it
+        none.last_id = newest;
+        return none;
+    }
+    [[nodiscard]] int64_t Waiting(const Delivery &row) const
+    {
+        return std::max<int64_t>(0, newest - std::max(row.last_id, oldest - 1));
+    }
+    [[nodiscard]] std::string Error() const
+    {
+        return sink.problem.empty() ? Whole().last_error : sink.problem;
+    }
+    [[nodiscard]] std::vector<std::string> Warnings() const
+    {
+        std::vector<std::string> warnings;
+        if (sink.config.kind != nullptr && sink.problem.empty())
+            warnings = alerts::SecretWarnings(sink.config);
+        const int64_t waiting = Waiting(Whole());
+        if (waiting * 10 >= int64_t{limit} * 8)
+            warnings.push_back(std::to_string(waiting) + " alerts wait, of at most " +
+                               std::to_string(limit) +
+                               (waiting >= limit ? "; the oldest are dropped" : ""));
+        return warnings;
+    }
+};
+
+View ViewOf(StoredSink sink)
+{
+    tarsk::Database &database = tarsk::HostStore().database();
+    View view;
+    view.rows = alerts::ReadDeliveries(database, sink.config.key);
+    view.newest = alerts::NewestAlertId(database);
+    view.oldest = alerts::OldestAlertId(database);
+    view.limit = Registry().AlertLimit();
+    view.sink = std::move(sink);
+    return view;
+}
+
+std::string KindName(const StoredSink &sink)
+{
+    return sink.config.kind != nullptr ? sink.config.kind->name : "?";
+}
+
+json TimeOrNull(int64_t time_ms)
+{
+    return time_ms == 0 ? json(nullptr) : json(time_ms);
+}
+
+json ToJson(const View &view, const Delivery &row, const std::string &error)
+{
+    return {{"delivered", row.delivered},
+            {"waiting", view.Waiting(row)},
+            {"dropped", row.dropped},
+            {"last_delivered_ms", TimeOrNull(row.delivered_ms)},
+            {"last_error", error.empty() ? json(nullptr) : json(error)},
+            {"last_error_ms", TimeOrNull(row.error_ms)}};
+}
+
+json ToJson(const View &view)
+{
+    json object = ToJson(view, view.Whole(), view.Error());
+    object["name"] = view.sink.config.name;
+    object["kind"] = KindName(view.sink);
+    object["options"] = view.sink.config.options;
+    object["warnings"] = view.Warnings();
+    object["peers"] = json::object();
+    for (const auto &[peer, row] : view.rows) {
+        if (!peer.empty())
+            object["peers"][peer] = ToJson(view, row, row.last_error);
+    }
+    return object;
+}
+
+std::string ErrorText(const Delivery &row, const std::string &error)
+{
+    if (error.empty())
+        return "-";
+    return (row.error_ms != 0 ? agent::LocalTime(row.error_ms) + " " : "") + error;
+}
+
+int ListSinks(const Context &context, const SinkOptions &)
+{
+    context.Open();
+    json list = json::array();
+    Table table({"SINK", "KIND", "DELIVERED", "WAITING", "DROPPED", "LAST ERROR"});
+    for (StoredSink &sink : Registry().ReadAll()) {
+        const View view = ViewOf(std::move(sink));
+        const Delivery whole = view.Whole();
+        list.push_back(ToJson(view));
+        table.Add({view.sink.config.name, KindName(view.sink), std::to_string(whole.delivered),
+                   std::to_string(view.Waiting(whole)), std::to_string(whole.dropped),
+                   ErrorText(whole, view.Error())});
+        if (!context.json) {
+            for (const std::string &warning : view.Warnings())
+                fprintf(stderr, "syslogmon: warning: %s: %s\n", view.sink.config.name.c_str(),
+                        warning.c_str());
+        }
+    }
+    if (context.json)
+        PrintJson({{"sinks", list}, {"limit", Registry().AlertLimit()}});
+    else
+        table.Print();
+    return kExitDone;
+}
+
+void AddRows(Table &table, const View &view, const Delivery &row, const std::string &error)
+{
+    table.Add({"delivered", std::to_string(row.delivered)});
+    table.Add({"waiting", std::to_string(view.Waiting(row))});
+    table.Add({"dropped", std::to_string(row.dropped)});
+    table.Add(
+        {"last delivery", row.delivered_ms != 0 ? agent::LocalTime(row.delivered_ms) : "none yet"});
+    table.Add({"last error", ErrorText(row, error)});
+}
+
+int ShowSink(const Context &context, const SinkOptions &options)
+{
+    context.Open();
+    const View view = ViewOf(Registry().Find(options.name));
+    if (context.json) {
+        PrintJson({{"sink", ToJson(view)}});
+        return kExitDone;
+    }
+    Table table({"SINK", ""});
+    table.Add({"name", view.sink.config.name});
+    table.Add({"kind", KindName(view.sink)});
+    for (const auto &[name, value] : view.sink.config.options)
+        table.Add({name, value});
+    AddRows(table, view, view.Whole(), view.Error());
+    for (const auto &[peer, row] : view.rows) {
+        if (peer.empty())
+            continue;
+        table.Add({"peer", peer});
+        AddRows(table, view, row, row.last_error);
+    }
+    for (const std::string &warning : view.Warnings())
+        table.Add({"warning", warning});
+    table.Print();
+    return kExitDone;
+}
+
+// ---- sink test ----
+
+std::string HostName()
+{
+    char name[256] = {};
+    gethostname(name, sizeof name - 1);
+    return name;
+}
+
+alerts::Message TestMessage(const SinkConfig &config)
+{
+    alerts::Message message;
+    message.is_test = true;
+    message.alert.time_ms = agent::WallTimeMs();
+    message.alert.host = HostName();
+    message.alert.log_name = "Application";
+    message.alert.source = "SYSLOGMON-TEST";
+    message.alert.count = 1;
+    message.alert.message = "This is a test of the sink " + config.name + ". Nothing has happened.";
+    message.key = tarsk::HostStore().uuid() + "/test-" + std::to_string(message.alert.time_ms);
+    if (config.kind->active != nullptr)
+        message.ends_ms = message.alert.time_ms + config.kind->active(config).count();
+    return message;
+}
+
+alerts::Outcome TestPeer(const SinkConfig &config, const std::string &peer)
+{
+    alerts::Secrets secrets;
+    alerts::Outcome outcome;
+    try {
+        const auto sink = config.kind->open(config, peer, secrets);
+        const alerts::Message message = TestMessage(config);
+        outcome = sink->Send(std::span(&message, 1), alerts::Interrupt());
+    } catch (const std::exception &error) {
+        outcome = alerts::Failed(error.what());
+    }
+    outcome.answer = secrets.Hide(outcome.answer);
+    return outcome;
+}
+
+int TestSink(const Context &context, const SinkOptions &options)
+{
+    signal(SIGPIPE, SIG_IGN); // a receiver that hangs up is an answer, too
+    context.Open();
+    const SinkConfig config = SoundSink(options.name);
+    Warn(config);
+    json answers = json::array();
+    bool all_taken = true;
+    for (const std::string &peer : config.Peers()) {
+        const alerts::Outcome outcome = TestPeer(config, peer);
+        const bool taken = outcome.result == alerts::Outcome::Result::kTaken;
+        all_taken = all_taken && taken;
+        answers.push_back({{"peer", peer}, {"taken", taken}, {"answer", outcome.answer}});
+        const std::string text =
+            (peer.empty() ? config.name : config.name + " (" + peer + ")") +
+            (taken ? " has taken the test alert: " : " has not taken the test alert: ") +
+            agent::Printable(outcome.answer);
+        if (!context.json)
+            fprintf(taken ? stdout : stderr, "%s%s\n", taken ? "" : "syslogmon: ", text.c_str());
+    }
+    if (context.json)
+        PrintJson({{"sink", config.name}, {"taken", all_taken}, {"answers", answers}});
+    return all_taken ? kExitDone : kExitFailed;
+}
+
+int Limit(const Context &context, const SinkOptions &options)
+{
+    context.Open();
+    if (!options.limit.empty()) {
+        Registry().SetAlertLimit(options.limit);
+        TellDaemon();
+        return kExitDone;
+    }
+    if (context.json)
+        PrintJson({{"limit", Registry().AlertLimit()}});
+    else
+        printf("%u\n", Registry().AlertLimit());
+    return kExitDone;
+}
+
+// ---- the rows ----
+
+std::string KindsHelp()
+{
+    std::string text = "Kinds and their options:\n";
+    for (const alerts::SinkKind &kind : alerts::AllKinds()) {
+        text += "  " + std::string(kind.name) + ": " + kind.help + "\n";
+        for (const alerts::SinkOption &option : kind.options) {
+            const std::string name = option.name;
+            text += "    " + name + (name.back() == '.' ? "NAME=" : "=") + option.form + "  " +
+                    option.help;
+            if (option.standard == nullptr)
+                text += " (must be given)";
+            else if (option.standard[0] != '\0')
+                text += std::string(" (") + option.standard + ")";
+            text += "\n";
+        }
+    }
+    return text;
+}
+
+using Function = int (*)(const Context &, const SinkOptions &);
+
+template <Function function>
+void SetUp(CLI::App &app, Context &context, Action &action,
+           const std::function<void(SinkOptions &)> &add_options)
+{
+    auto options = std::make_shared<SinkOptions>();
+    add_options(*options);
+    app.callback([&, options] { action = [&, options] { return function(context, *options); }; });
+}
+
+void AddName(CLI::App &app, SinkOptions &options)
+{
+    app.add_option("name", options.name, "The sink's name")->required();
+}
+
+void AddWords(CLI::App &app, SinkOptions &options)
+{
+    app.add_option("options", options.options, "NAME=VALUE, see below")->type_name("OPTION ...");
+    app.footer(KindsHelp);
+}
+
+void SetUpAdd(CLI::App &app, Context &context, Action &action)
+{
+    SetUp<AddSink>(app, context, action, [&](SinkOptions &options) {
+        app.add_option("kind", options.kind, "What it is; see below")->required();
+        AddName(app, options);
+        AddWords(app, options);
+    });
+}
+
+void SetUpSet(CLI::App &app, Context &context, Action &action)
+{
+    SetUp<ChangeSink>(app, context, action, [&](SinkOptions &options) {
+        AddName(app, options);
+        AddWords(app, options);
+    });
+}
+
+template <Function function>
+void SetUpNamed(CLI::App &app, Context &context, Action &action)
+{
+    SetUp<function>(app, context, action, [&](SinkOptions &options) { AddName(app, options); });
+}
+
+void SetUpList(CLI::App &app, Context &context, Action &action)
+{
+    SetUp<ListSinks>(app, context, action, [](SinkOptions &) {});
+}
+
+void SetUpLimit(CLI::App &app, Context &context, Action &action)
+{
+    SetUp<Limit>(app, context, action, [&](SinkOptions &options) {
+        app.add_option("number", options.limit, "The new limit; without it, show the one in force");
+    });
+}
+
+} // namespace
+
+const std::vector<Command> kSinkCommands = {
+    {"sink list", "Show where alerts go, and how far each sink has come", SetUpList},
+    {"sink show", "Show one sink with its options and peers", SetUpNamed<ShowSink>},
+    {"sink add", "Add a sink; it gets the alerts from now on", SetUpAdd},
+    {"sink set", "Change options of a sink; it goes on where it was", SetUpSet},
+    {"sink test", "Send a marked test alert and show the answer", SetUpNamed<TestSink>},
+    {"sink remove", "Remove a sink", SetUpNamed<RemoveSink>},
+    {"sink limit", "Show or set how many alerts are kept", SetUpLimit},
+};
+
+} // namespace cli
