@@ -162,6 +162,14 @@ def numbers_in(path):
     return [int(n) for n in NUMBER.findall(Path(path).read_bytes())]
 
 
+def content_of(path):
+    """All bytes of a file; none when it is not there (yet)."""
+    try:
+        return Path(path).read_bytes()
+    except FileNotFoundError:
+        return b""
+
+
 def last_number_in(path):
     """The number of the last whole numbered line, or -1."""
     try:
@@ -198,9 +206,13 @@ def log_files():
 
 
 class Lab:
-    """One install root with its daemon, and an empty /var/log."""
+    """One install root with its daemon, and an empty /var/log.
 
-    def __init__(self):
+    The daemon looks at the files when the test asks for it; with `interval`, also when they change, at most
+    once in so many milliseconds.
+    """
+
+    def __init__(self, interval=0):
         self.folder = Path(tempfile.mkdtemp(dir=os.environ[_INSIDE]))
         self.root = self.folder / "root"
         self.root.mkdir()
@@ -211,6 +223,10 @@ class Lab:
         self.daemon = Daemon(self)
         self.last_words = ""
         self._closing = contextlib.ExitStack()
+        self.look_at_changes(interval)
+
+    def look_at_changes(self, interval):
+        self.command("set", "trigger-interval", interval)
 
     def on_close(self, action):
         self._closing.callback(action)
@@ -485,7 +501,7 @@ syslog.* action(type="omfile" file="{lab.folder / 'rsyslogd.log'}")
         self._socket.connect(str(self.path))
         self._lab.on_close(self._socket.close)
         self.send("the log begins")
-        self.write_out(lambda: MESSAGES.exists() and b"begins\n" in MESSAGES.read_bytes())
+        self.write_out(lambda: b"begins\n" in content_of(MESSAGES))
 
     def send(self, text, tag="test"):
         stamp = time.strftime("%b %e %H:%M:%S")
@@ -516,7 +532,7 @@ syslog.* action(type="omfile" file="{lab.folder / 'rsyslogd.log'}")
             self._probes += 1
             self.send(f"probe {self._probes}.")
             time.sleep(0.01)
-            return MESSAGES.exists() and b"probe" in MESSAGES.read_bytes()
+            return b"probe" in content_of(MESSAGES)
         self._lab.wait_until("rsyslogd writes the new file", probe_arrived)
 
     def write_out(self, is_complete):
@@ -548,7 +564,7 @@ class Syslogd:
         self.child = self._lab.spawn("syslogd", argv)
         self._lab.wait_until("syslogd has made its socket", self._path.exists)
         self._lab.wait_until("syslogd has begun the log",
-                             lambda: MESSAGES.exists() and b": restart\n" in MESSAGES.read_bytes())
+                             lambda: b": restart\n" in content_of(MESSAGES))
         self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self._socket.connect(str(self._path))
         self._lab.on_close(self._socket.close)
@@ -573,10 +589,10 @@ class Syslogd:
     def reopen(self):
         """Makes it write out the repeats that it holds back and open its files anew."""
         self.wait_until_read()
-        begun = MESSAGES.read_bytes().count(b": restart\n") if MESSAGES.exists() else 0
+        begun = content_of(MESSAGES).count(b": restart\n")
         self.child.signal(signal.SIGHUP)
         self._lab.wait_until("syslogd has begun anew",
-                             lambda: MESSAGES.read_bytes().count(b": restart\n") > begun)
+                             lambda: content_of(MESSAGES).count(b": restart\n") > begun)
 
 
 class Logrotate:
@@ -620,9 +636,10 @@ class LabTest(unittest.TestCase):
     """A test with a lab of its own, which shows all logs when it fails."""
 
     maxDiff = 2000
+    interval = 0  # of the lab
 
     def setUp(self):
-        self.lab = Lab()
+        self.lab = Lab(self.interval)
         self.addCleanup(self.lab.close)
         self.daemon = self.lab.daemon
 

@@ -151,6 +151,7 @@ class FullDisk(lab.LabTest):
         super().setUp()
         lab.append(lab.MESSAGES, lab.stamped("the log begins"))
         self.lab.mount_tmpfs(self.lab.root / "state", "16m")
+        self.lab.look_at_changes(0)  # said again to the new store
         self.lab.watch_numbered_lines()
         self.lab.watch("SEVENTH", 1, lab.NUMBERED, report_count=7)
         self.daemon.start()
