@@ -9,10 +9,12 @@
 #include "agent/cli/output.h"
 #include "agent/cli/progress.h"
 #include "agent/cli/tally.h"
+#include "agent/cli/text_input.h"
 #include "agent/cli/trial.h"
 #include "agent/common/alert_text.h"
 #include "agent/common/event_checks.h"
 #include "agent/common/names.h"
+#include "agent/common/rules_file.h"
 #include "fileacc/fileacc.h"
 
 namespace cli {
@@ -30,6 +32,7 @@ constexpr size_t kShownOfALine = 72; // bytes of a line that are shown on a term
 struct TestOptions {
     std::vector<std::string> files;
     std::optional<std::string> explain;
+    std::string rules;
     bool line_hours = false;
 };
 
@@ -52,12 +55,23 @@ void TakeInterruptions()
 // ---- the rules ----
 
 // Of the host. Without a store there are none, and none is made for a trial.
-RulesCopy HostRules(const Context &context)
+RulesCopy HostRules(const Context &context, bool with_events)
 {
     if (!std::filesystem::exists(context.layout.Store()))
         return {};
     context.Open();
-    return CopyRules(tarsk::HostRegistry());
+    return CopyRules(tarsk::HostRegistry(), with_events);
+}
+
+// The events of a rules file, and nothing else, on this host.
+RulesCopy FileRules(const Context &context, const std::string &file)
+{
+    const auto parsed = agent::ParseRules(agent::ReadWholeFile(file, agent::kMaxRulesFile));
+    RefuseIfFaulty(context, "try", file, parsed.issues);
+    RulesCopy rules = HostRules(context, false);
+    for (const agent::Rule &rule : parsed.rules)
+        rules.events.push_back(rule.event);
+    return rules;
 }
 
 // ---- a log ----
@@ -360,7 +374,8 @@ int Test(const Context &context, const TestOptions &options)
 {
     TakeInterruptions();
     FixTimeZone();
-    const RulesCopy rules = HostRules(context);
+    const RulesCopy rules =
+        options.rules.empty() ? HostRules(context, true) : FileRules(context, options.rules);
     RunTrial(context.layout, rules, [&](MonitorModule &module) {
         if (options.explain)
             ExplainLine(context, options, module);
@@ -377,11 +392,15 @@ void SetUpTest(CLI::App &app, Context &context, Action &action)
     app.add_option("--explain", options->explain,
                    "Say for this one line, and for every event, why it matches or does not")
         ->type_name("LINE");
+    app.add_option("--rules", options->rules,
+                   "Try the events of this rules file, instead of those of this host; - reads "
+                   "standard input")
+        ->type_name("FILE");
     app.add_flag("--line-hours", options->line_hours,
                  "Count a line in the hour of its own time stamp. The monitor, and a trial without "
                  "this, takes the hour in which the line is looked at: now");
-    app.footer("The rules are those of this host, or of a file, and the monitor's own code applies "
-               "them, with all hit counts at 0. Nothing is stored, and no daemon is needed.");
+    app.footer("The monitor's own code applies the rules, with all hit counts at 0. Nothing is "
+               "stored, and no daemon is needed.");
     app.callback([&, options] {
         if (options->files.empty() == !options->explain)
             throw CLI::ValidationError("test", "name logs to be tried, or one line with --explain");

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "agent/common/names.h"
+#include "agent/common/read_snapshot.h"
 #include "agent/libtarsk/convert.h"
 #include "agent/libtarsk/error.h"
 #include "agent/libtarsk/host.h"
@@ -75,6 +76,9 @@ class PrivateHost {
             for (const tarsk::RegValue &value : key.values)
                 registry.Set(copy, value.name, value.type, value.data);
         }
+        agent::EventRegistry events(registry);
+        for (const agent::EventRecord &event : rules.events)
+            events.Write(event);
         transaction.Commit();
         tarsk::SetLogCharset(tarsk::AgentText("LogCharset").value_or(tarsk::kDefaultLogCharset));
     }
@@ -146,11 +150,14 @@ MonitorModule::~MonitorModule()
     dlclose(library_);
 }
 
-RulesCopy CopyRules(tarsk::RegistryTree &registry)
+RulesCopy CopyRules(tarsk::RegistryTree &registry, bool with_events)
 {
     RulesCopy copy;
-    for (const char *path : {agent::kApplicationKey, agent::kAlertReportKey, tarsk::kAgentKey})
-        CopyTree(registry, path, &copy);
+    const agent::ReadSnapshot snapshot(tarsk::HostStore());
+    if (with_events)
+        CopyTree(registry, agent::kApplicationKey, &copy);
+    CopyTree(registry, agent::kAlertReportKey, &copy);
+    CopyTree(registry, tarsk::kAgentKey, &copy);
     return copy;
 }
 

@@ -60,11 +60,12 @@ struct RulesCopy {
         std::string path; // below HKEY_LOCAL_MACHINE
         std::vector<tarsk::RegValue> values;
     };
-    std::vector<Key> keys; // parents first, in the order of their creation
+    std::vector<Key> keys;                  // parents first, in the order of their creation
+    std::vector<agent::EventRecord> events; // in addition
 };
 
-// Events, products and the agent's settings of the started host.
-RulesCopy CopyRules(tarsk::RegistryTree &registry);
+// Products and the agent's settings of the started host, and its events if they are wanted.
+RulesCopy CopyRules(tarsk::RegistryTree &registry, bool with_events);
 
 // Runs a trial: `action` is called in the pause, with the registry of the trial as the host's.
 // Ends the host that is started; none is started afterwards. Rethrows what the action throws. Throws

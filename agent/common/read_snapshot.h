@@ -2,6 +2,7 @@
 #ifndef AGENT_COMMON_READ_SNAPSHOT_H
 #define AGENT_COMMON_READ_SNAPSHOT_H
 
+#include "agent/libtarsk/error.h"
 #include "agent/libtarsk/host.h"
 
 namespace agent {
