@@ -194,7 +194,7 @@ bool IsBetween(int value, int least, int most)
 constexpr int kYear1971 = 71;
 constexpr int kYear9999 = 8099;
 
-// Is the conversion certain not to give -1, which is a moment before 1970 or one that no time_t can hold?
+// Is the moment certain to lie after 1970 and in what a time_t can hold?
 bool IsConvertible(const struct tm &when)
 {
     return IsBetween(when.tm_year, kYear1971, kYear9999) && when.tm_mday >= 0 &&
@@ -220,15 +220,19 @@ bool IsSameMoment(const struct tm &a, const struct tm &b)
            a.tm_isdst == b.tm_isdst;
 }
 
-// mktime, without its search: supposes that the clock was as far from UTC at that moment as it is now, and
-// takes the result only when it is that moment in local time. Around changes of the clock, and for
-// fields out of range, mktime does it.
+// The moment, if the clock was as far from UTC then as it is now.
+time_t Guess(const struct tm &when, const struct tm &now)
+{
+    const int64_t days = DaysTo(when.tm_year, when.tm_mon) + when.tm_mday - 1;
+    return (((days * 24 + when.tm_hour) * 60 + when.tm_min) * 60) + when.tm_sec - now.tm_gmtoff;
+}
+
+// mktime, without its search: takes the guess only when it is that moment in local time. Around changes of
+// the clock, and for fields out of range, mktime does it.
 time_t Convert(struct tm when, const struct tm &now)
 {
     if (IsConvertible(when)) {
-        const int64_t days = DaysTo(when.tm_year, when.tm_mon) + when.tm_mday - 1;
-        const time_t guess =
-            (((days * 24 + when.tm_hour) * 60 + when.tm_min) * 60) + when.tm_sec - now.tm_gmtoff;
+        const time_t guess = Guess(when, now);
         struct tm check {};
         if (localtime_r(&guess, &check) != nullptr && IsSameMoment(check, when))
             return guess;
@@ -236,14 +240,46 @@ time_t Convert(struct tm when, const struct tm &now)
     return mktime(&when);
 }
 
+bool IsSameClock(const struct tm &a, const struct tm &b)
+{
+    return a.tm_gmtoff == b.tm_gmtoff && a.tm_isdst == b.tm_isdst;
+}
+
 void BringTo(LocalMoment *moment, time_t t)
 {
     if (moment->is_set && moment->time == t)
         return;
     tzset(); // localtime_r alone would never see a change of the time zone
+    const struct tm before = moment->local;
     moment->time = t;
     moment->local = {};
     moment->is_set = localtime_r(&t, &moment->local) != nullptr;
+    if (!IsSameClock(moment->local, before))
+        moment->steady_end = moment->steady_begin;
+}
+
+bool IsSameClockAt(time_t t, const struct tm &now)
+{
+    struct tm there {};
+    return localtime_r(&t, &there) != nullptr && IsSameClock(there, now);
+}
+
+// Is the stamp certain to be a local time that exists? mktime refuses those that were left out when a zone
+// moved east for good, without summer time. So the clock is looked at around the stamp, by the hour: whole
+// logs then cost two looks for each hour in them.
+bool Exists(const struct tm &when, LocalMoment *moment)
+{
+    constexpr time_t kHour = 3600;
+    const time_t guess = Guess(when, moment->local);
+    if (guess >= moment->steady_begin && guess < moment->steady_end)
+        return true;
+    moment->steady_begin = guess - (guess % kHour);
+    moment->steady_end = moment->steady_begin;
+    if (!IsSameClockAt(moment->steady_begin, moment->local) ||
+        !IsSameClockAt(moment->steady_begin + kHour, moment->local))
+        return false;
+    moment->steady_end += kHour;
+    return true;
 }
 
 constexpr char kGetSyslogTime[] = "GetSyslogTime";
@@ -268,9 +304,11 @@ BOOL ReadStamp(LocalMoment *moment, const char *buf, time_t *pcur_time, StampUse
         return FALSE;
     }
     const struct tm when = BrokenDown(stamp, month, year, moment->local);
-    if (use == StampUse::kTime || !IsConvertible(when)) {
-        *pcur_time = Convert(when, moment->local);
-        if (*pcur_time == -1) {
+    if (use == StampUse::kTime || !IsConvertible(when) || !Exists(when, moment)) {
+        const time_t converted = Convert(when, moment->local);
+        if (use == StampUse::kTime || converted == -1)
+            *pcur_time = converted;
+        if (converted == -1) {
             TRACE_FOR(kGetSyslogTime, TRACE_ERROR, "<invalid time.return FALSE.");
             return FALSE;
         }

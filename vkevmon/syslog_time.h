@@ -40,6 +40,9 @@ struct LocalMoment {
     time_t time = 0;
     struct tm local {};
     bool is_set = false;
+    // An hour in which the clock is known to stand to UTC as it does at this moment. None: they are equal.
+    time_t steady_begin = 0;
+    time_t steady_end = 0;
 };
 
 // What a caller needs to know of a stamp.

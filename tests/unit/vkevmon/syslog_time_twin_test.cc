@@ -6,7 +6,9 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/campaign.h"
@@ -25,10 +27,56 @@ constexpr std::array<const char *, 12> kMonths = {"Jan", "Feb", "Mar", "Apr", "M
 // A value that no conversion here gives, to see whether the out value was written.
 constexpr time_t kUntouched = 123456789;
 
+void AppendBigEndian(std::string *bytes, uint32_t number)
+{
+    for (const unsigned shift : {24U, 16U, 8U, 0U})
+        *bytes += static_cast<char>(number >> shift & 0xFFU);
+}
+
+// A zone file: an offset from UTC in seconds, and others from the given moments on. None is summer time.
+std::string MovedZone(int32_t offset, const std::vector<std::pair<time_t, int32_t>> &moves)
+{
+    const auto count = static_cast<uint32_t>(moves.size());
+    std::string bytes = "TZif" + std::string(16, '\0');
+    for (const uint32_t number : {0U, 0U, 0U, count, count + 1, 4U})
+        AppendBigEndian(&bytes, number);
+    for (const auto &[moment, next] : moves)
+        AppendBigEndian(&bytes, static_cast<uint32_t>(moment));
+    for (uint32_t i = 1; i <= count; ++i)
+        bytes += static_cast<char>(i);
+    AppendBigEndian(&bytes, static_cast<uint32_t>(offset));
+    bytes += std::string(2, '\0');
+    for (const auto &[moment, next] : moves) {
+        AppendBigEndian(&bytes, static_cast<uint32_t>(next));
+        bytes += std::string(2, '\0');
+    }
+    return bytes + std::string("ZON\0", 4);
+}
+
+// The folder of the zone files that are made here, until the process ends.
+std::string ZoneFile(const std::string &name, const std::string &bytes)
+{
+    static const TempDir dir;
+    const std::string path = dir.path() + "/" + name;
+    std::ofstream(path, std::ios::binary) << bytes;
+    return ":" + path;
+}
+
+constexpr time_t kMovedEast = 1525446000; // 4 May 2018, 15:00 UTC: 23:30 became midnight
+constexpr time_t kMovedWest = 1439564400; // 14 August 2015, 15:00 UTC: midnight became 23:30
+
+// As a country in East Asia did it.
+std::string ZoneThatMoved()
+{
+    return ZoneFile("moved",
+                    MovedZone(9 * 3600, {{kMovedWest, 8 * 3600 + 1800}, {kMovedEast, 9 * 3600}}));
+}
+
 const std::vector<std::string> &Zones()
 {
     static const std::vector<std::string> zones = [] {
-        std::vector<std::string> list = {"UTC0",
+        std::vector<std::string> list = {ZoneThatMoved(),
+                                         "UTC0",
                                          "CET-1CEST,M3.5.0,M10.5.0/3",
                                          "EST5EDT,M3.2.0,M11.1.0",
                                          "AEST-10AEDT,M10.1.0,M4.1.0/3",
@@ -288,8 +336,24 @@ TEST_F(StampTwin, AgreesOnRandomStampsZonesAndClocks)
     EXPECT_LT(doubtful_, 500) << "the exception is for rare cases";
 }
 
-// Each second from before a change of the clock to behind it, seen from both sides.
-TEST_F(StampTwin, AgreesOnEveryMinuteAroundChangesOfTheClock)
+// The conversion refuses a local time that never was, so the line that bears it matches nothing.
+TEST_F(StampTwin, AgreesOnTimesLeftOutWhenAZoneMovedEast)
+{
+    ZoneGuard::Use(ZoneThatMoved().c_str());
+    Sys().now = kMovedEast + 3600;
+    LocalMoment moment;
+    for (const char *stamp : {"May  4 23:29:59 x", "May  4 23:30:00 x", "May  4 23:59:59 x",
+                              "May  5 00:00:00 x", "May  5 00:59:00 x"})
+        ExpectAsTwin(stamp, &moment);
+    time_t untouched = kUntouched;
+    EXPECT_EQ(FALSE,
+              GetSyslogTimeAt(&moment, "May  4 23:45:00 x", &untouched, StampUse::kValidity));
+    EXPECT_EQ(TRUE, GetSyslogTimeAt(&moment, "May  4 23:15:00 x", &untouched, StampUse::kValidity));
+    EXPECT_EQ(TRUE, GetSyslogTimeAt(&moment, "May  5 00:15:00 x", &untouched, StampUse::kValidity));
+}
+
+// From before a change of the clock to behind it, seen from both sides.
+TEST_F(StampTwin, AgreesAroundChangesOfTheClock)
 {
     for (const std::string &zone : Zones()) {
         ZoneGuard::Use(zone.c_str());
