@@ -147,14 +147,33 @@ constexpr Weight kWeights[] = {
     {Do::kPassSplit, 3, 3},   {Do::kPassDuring, 0, 6},
 };
 
-Do DrawKind(Random *random, bool is_faithful)
+// What a history is mostly about: the steps of its theme come more often.
+constexpr int kMoreOften = 8;
+const std::vector<std::vector<Do>> kThemes = {
+    {}, // anything
+    {Do::kRotate, Do::kHarmBackup},
+    {Do::kRemoveLine, Do::kCutTail, Do::kClock},
+    {Do::kRepeat, Do::kPart, Do::kRest, Do::kPassSplit},
+    {Do::kPassDuring, Do::kRotate},
+    {Do::kClock},
+    {Do::kRestart, Do::kKill, Do::kReload, Do::kTable},
+    {Do::kCustomer, Do::kCustomerEvent, Do::kTarget, Do::kTargetEvent},
+};
+
+int WeightOf(const Weight &weight, bool is_faithful, const std::vector<Do> &theme)
+{
+    const bool is_theme = std::find(theme.begin(), theme.end(), weight.what) != theme.end();
+    return (is_faithful ? weight.faithful : weight.any) * (is_theme ? kMoreOften : 1);
+}
+
+Do DrawKind(Random *random, bool is_faithful, const std::vector<Do> &theme)
 {
     int total = 0;
     for (const Weight &weight : kWeights)
-        total += is_faithful ? weight.faithful : weight.any;
+        total += WeightOf(weight, is_faithful, theme);
     int at = random->Below(total);
     for (const Weight &weight : kWeights) {
-        at -= is_faithful ? weight.faithful : weight.any;
+        at -= WeightOf(weight, is_faithful, theme);
         if (at < 0)
             return weight.what;
     }
@@ -186,7 +205,7 @@ constexpr int kDay = 24 * kHour;
 
 int DrawClock(Random *random)
 {
-    static constexpr int kUnits[] = {1, 3, kMinute, kHour, kDay, 9 * kDay};
+    static constexpr int kUnits[] = {1, 1, 3, kMinute, kHour, kDay, 9 * kDay, 25 * kDay};
     const int unit = kUnits[random->Below(static_cast<int>(std::size(kUnits)))];
     const int amount = unit + random->Below(unit + 1);
     return random->OneIn(6) ? -amount : amount;
@@ -221,9 +240,13 @@ Step Draw(Random *random, Do what, const Setup &setup)
         step.n = 1 + random->Below(9);
         break;
     case Do::kPart:
-    case Do::kCutTail:
-    case Do::kRemoveLine:
         step.n = random->Below(101);
+        break;
+    case Do::kCutTail:
+    case Do::kRemoveLine: // the end, mostly, because that is where the monitor stands
+        step.n = random->OneIn(3) ? random->Below(101) : random->Below(20);
+        if (what == Do::kRemoveLine)
+            step.n = 100 - step.n;
         break;
     case Do::kRotate:
         step.n = random->OneIn(3) ? 1 + random->Below(2) : kCreateEmpty;
@@ -295,9 +318,12 @@ History Generate(uint64_t seed, bool is_faithful)
     History history;
     history.is_faithful = is_faithful;
     history.setup = DrawSetup(&random);
+    const auto &theme =
+        kThemes[static_cast<size_t>(random.Below(static_cast<int>(kThemes.size())))];
     const int count = 4 + random.Below(random.OneIn(8) ? 60 : 16);
     for (int i = 0; i < count; ++i)
-        history.steps.push_back(Draw(&random, DrawKind(&random, is_faithful), history.setup));
+        history.steps.push_back(
+            Draw(&random, DrawKind(&random, is_faithful, theme), history.setup));
     return history;
 }
 

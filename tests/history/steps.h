@@ -63,7 +63,7 @@ enum Style {
     kTwin,      // the last line once more
     kEmptyLine, // nothing but its line end
     kOddRepeat, // a repeat line without a number
-    kOldStamp,  // written into the log with a stamp of last month
+    kOldStamp,  // written into the log with a stamp of another time
     kStyles
 };
 

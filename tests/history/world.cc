@@ -21,6 +21,9 @@ constexpr int kMostVmkernelRotations = 4; // no more backups of it are followed
 constexpr size_t kLongText = 600;
 constexpr size_t kVeryLongText = 3400;
 
+// How far off the stamps are that are not of their time, in days.
+constexpr int kOtherDays[] = {-80, -45, -20, 10, 40};
+
 constexpr char kDatedPrefix[] = "messages-";
 constexpr char kLogDir[] = "/var/log/";
 
@@ -343,7 +346,7 @@ std::string World::MakeLine(Log log, int style)
         line = StampOf(clock) + " host last message repeated many times " + tail;
         break;
     case kOldStamp:
-        line.replace(0, 15, StampOf(clock - (20 * kDay)));
+        line.replace(0, 15, StampOf(clock + (kOtherDays[id % 5] * kDay)));
         break;
     default:
         break;
