@@ -60,6 +60,7 @@ Deliverer::Deliverer(DelivererOptions options)
                            "raise the limit of open files");
     store_.database().SetPatience(kPatienceMs, nullptr);
     store_.database().Execute("PRAGMA synchronous = NORMAL");
+    recorded_at_ = Clock::now() - options_.record_every; // the first news is written at once
     Load();
     thread_ = std::thread([this] { Run(); });
 }
@@ -109,11 +110,8 @@ void Deliverer::Run()
     while (!stop_) {
         WaitForNews();
         try {
-            if (sinks_event_->TryTake() || reload_) {
-                reload_ = true; // in case the next line fails
-                Load();
-                reload_ = false;
-            }
+            if (sinks_event_->TryTake() || reload_.exchange(false))
+                TakeSettings();
             if (woken_.exchange(false)) {
                 for (Entry &entry : entries_) {
                     for (auto &worker : entry.workers)
@@ -157,9 +155,9 @@ Deliverer::Entry Deliverer::Start(const StoredSink &sink, const Deliveries &rows
     if (is_sound && kind->active != nullptr)
         active = kind->active(sink.config);
     entry.progress = std::make_shared<Progress>(rows, active);
-    progressed_ = true;
     if (!is_sound) {
         entry.progress->Failed("", sink.problem);
+        progressed_ = true;
         TRACE(TRACE_NOTABLE, "The sink %s cannot be used: %s", sink.config.name.c_str(),
               sink.problem.c_str());
         return entry;
@@ -215,7 +213,12 @@ void Deliverer::Load()
         if (!is_new)
             known->workers.clear();
         const Deliveries &rows = is_new ? one.rows : known->progress->Rows();
-        entries.push_back(Start(one.sink, Completed(one.sink, rows, newest)));
+        const Deliveries completed = Completed(one.sink, rows, newest);
+        entries.push_back(Start(one.sink, completed));
+        if (!is_new || completed != one.rows) {
+            entries.back().unwritten = true;
+            progressed_ = true;
+        }
     }
     for (Entry &entry : entries_) {
         for (auto &worker : entry.workers)
@@ -223,6 +226,16 @@ void Deliverer::Load()
     }
     entries_ = std::move(entries);
     over_limit_ = true; // perhaps
+}
+
+void Deliverer::TakeSettings()
+{
+    try {
+        Load();
+    } catch (...) {
+        reload_ = true;
+        throw;
+    }
 }
 
 void Deliverer::StopWorkers()

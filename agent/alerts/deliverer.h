@@ -65,6 +65,7 @@ class Deliverer {
 
     void Run();
     void WaitForNews();
+    void TakeSettings();
     void Load();
     Entry Start(const StoredSink &sink, const Deliveries &rows);
     void StopWorkers();

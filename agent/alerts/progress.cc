@@ -15,7 +15,7 @@ int64_t WallMs()
 } // namespace
 
 Progress::Progress(Deliveries rows, std::optional<std::chrono::milliseconds> active)
-    : rows_(std::move(rows)), active_ms_(active ? active->count() : 0)
+    : rows_(std::move(rows)), seen_(rows_), active_ms_(active ? active->count() : 0)
 {
 }
 

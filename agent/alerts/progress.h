@@ -45,7 +45,7 @@ class Progress {
     [[nodiscard]] int64_t FirstLateId(int64_t now_ms);
 
     [[nodiscard]] Deliveries Rows() const;
-    // Are the rows others than at the last call, or is this the first?
+    // Are the rows others than at the last call, or for the first one at the beginning?
     bool HasChanged();
 
   private:

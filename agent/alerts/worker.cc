@@ -170,13 +170,14 @@ bool Worker::Refresh()
     std::vector<Message> messages = MessagesOf(
         NewestOfEachKind(*database_, up_to, now - active.count(), progress_->FirstLateId(now)));
     std::erase_if(messages, [&](const Message &message) { return message.ends_ms <= now; });
+    const bool was_down = failing_;
     refresh_at_.reset();
     if (!messages.empty()) {
         refresh_at_ = Clock::now() + config_.kind->resend(config_);
         if (!SendAll(std::move(messages)))
             return false;
     }
-    if (failing_ && progress_->LastId(peer_) < up_to)
+    if (was_down)
         progress_->CaughtUp(peer_, up_to);
     return true;
 }

@@ -1,0 +1,144 @@
+// Kind "file" and kind "console".
+#include <csignal>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tests/host/process.h"
+#include "tests/sinks/sink_test.h"
+
+namespace {
+
+using alerts::Message;
+using alerts::Outcome;
+using nlohmann::json;
+using test::MessageOf;
+
+class FileSinkTest : public test::SinkTest {
+  protected:
+    void Open(const std::string &path)
+    {
+        sink_ = alerts::FindKind("file").open(Config("file", {{"path", path}}), "", secrets_);
+    }
+    Outcome Send(const std::vector<Message> &messages) { return sink_->Send(messages, {}); }
+
+    alerts::Secrets secrets_;
+    std::unique_ptr<alerts::Sink> sink_;
+};
+
+TEST_F(FileSinkTest, WritesOneObjectALine)
+{
+    Open(File("alerts"));
+    EXPECT_EQ(Outcome::Result::kTaken,
+              Send({MessageOf("one", 7), MessageOf("two\n\xFF", 8)}).result);
+    const auto lines = test::ReadLines(File("alerts"));
+    ASSERT_EQ(2U, lines.size());
+    EXPECT_EQ(
+        "{\"key\":\"uuid/7\",\"id\":7,\"time\":\"2026-11-21T01:00:01.000Z\",\"host\":\"host\","
+        "\"log\":\"Application\",\"source\":\"DISK\",\"event_id\":\"1A2B\",\"count\":3,"
+        "\"message\":\"one\"}",
+        lines[0]);
+    EXPECT_EQ("two\n\uFFFD", json::parse(lines[1])["message"]);
+}
+
+TEST_F(FileSinkTest, ATestSaysThatItIsOne)
+{
+    Open(File("alerts"));
+    Message message = MessageOf("one");
+    message.is_test = true;
+    Send({message});
+    EXPECT_EQ(true, json::parse(test::ReadLines(File("alerts"))[0])["test"]);
+}
+
+TEST_F(FileSinkTest, AfterARotationANewFileIsBegun)
+{
+    Open(File("alerts"));
+    Send({MessageOf("one")});
+    std::filesystem::rename(File("alerts"), File("alerts.1"));
+    Send({MessageOf("two")});
+    EXPECT_EQ("one", json::parse(test::ReadFile(File("alerts.1")))["message"]);
+    EXPECT_EQ("two", json::parse(test::ReadFile(File("alerts")))["message"]);
+    std::filesystem::remove(File("alerts"));
+    Send({MessageOf("three")});
+    EXPECT_EQ("three", json::parse(test::ReadFile(File("alerts")))["message"]);
+}
+
+TEST_F(FileSinkTest, OnAFullDiskNoPartOfALineStays)
+{
+    Open(File("alerts"));
+    Send({MessageOf("one")});
+    const std::string before = test::ReadFile(File("alerts"));
+    rlimit old{};
+    getrlimit(RLIMIT_FSIZE, &old);
+    const rlimit small = {before.size() + 20, old.rlim_max};
+    signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &small);
+    const Outcome outcome = Send({MessageOf("two")});
+    setrlimit(RLIMIT_FSIZE, &old);
+    signal(SIGXFSZ, SIG_DFL);
+    EXPECT_EQ(Outcome::Result::kFailed, outcome.result);
+    EXPECT_NE(std::string::npos, outcome.answer.find("File too large")) << outcome.answer;
+    EXPECT_EQ(before, test::ReadFile(File("alerts")));
+    EXPECT_EQ(Outcome::Result::kTaken, Send({MessageOf("two")}).result);
+    EXPECT_EQ(2U, test::ReadLines(File("alerts")).size());
+}
+
+TEST_F(FileSinkTest, AFolderOrAFifoInItsPlaceIsAFailure)
+{
+    std::filesystem::create_directory(File("folder"));
+    Open(File("folder"));
+    EXPECT_EQ("cannot write to " + File("folder").string() + ": Is a directory",
+              Send({MessageOf("one")}).answer);
+    mkfifo(File("fifo").c_str(), 0600);
+    Open(File("fifo"));
+    EXPECT_EQ(Outcome::Result::kFailed, Send({MessageOf("one")}).result);
+    const tarsk::Fd reader(open(File("fifo").c_str(), O_RDONLY | O_NONBLOCK));
+    EXPECT_EQ("cannot write to " + File("fifo").string() + ": it is no regular file",
+              Send({MessageOf("one")}).answer);
+}
+
+TEST_F(FileSinkTest, AFolderThatIsMissingIsAFailureUntilItIsThere)
+{
+    Open(File("new/alerts"));
+    EXPECT_EQ(Outcome::Result::kFailed, Send({MessageOf("one")}).result);
+    std::filesystem::create_directory(File("new"));
+    EXPECT_EQ(Outcome::Result::kTaken, Send({MessageOf("one")}).result);
+}
+
+// ---- console ----
+
+TEST_F(FileSinkTest, TheConsoleIsStandardOutput)
+{
+    sink_ = alerts::FindKind("console").open(Config("console", {}), "", secrets_);
+    testing::internal::CaptureStdout();
+    const Outcome outcome = Send({MessageOf("one", 1), MessageOf("two", 2)});
+    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(Outcome::Result::kTaken, outcome.result);
+    EXPECT_EQ(2, std::count(out.begin(), out.end(), '\n'));
+    EXPECT_EQ("one", json::parse(out.substr(0, out.find('\n')))["message"]);
+}
+
+TEST_F(FileSinkTest, AConsoleThatNobodyReadsDoesNotHoldUpTheStop)
+{
+    AddSink("console", "out", {});
+    int ends[2];
+    ASSERT_EQ(0, pipe2(ends, O_CLOEXEC | O_NONBLOCK));
+    const int old = dup(STDOUT_FILENO);
+    dup2(ends[1], STDOUT_FILENO);
+    StartDeliverer();
+    Report(2000);
+    pollfd full{ends[1], POLLOUT, 0};
+    const bool filled = test::Eventually([&] { return poll(&full, 1, 0) == 0; });
+    StopDeliverer();
+    dup2(old, STDOUT_FILENO);
+    close(old);
+    close(ends[0]);
+    close(ends[1]);
+    EXPECT_TRUE(filled);
+    EXPECT_EQ(0, Row("out").dropped);
+    EXPECT_LT(Row("out").delivered, 2000);
+}
+
+} // namespace

@@ -1,0 +1,154 @@
+// Kind "webhook", and what all kinds that speak HTTP have in common.
+#include "agent/common/status_file.h"
+#include "tests/sinks/sink_test.h"
+
+namespace {
+
+using alerts::Outcome;
+using test::HttpReceiver;
+using test::MessageOf;
+using test::Options;
+using test::Request;
+
+class WebhookTest : public test::SinkTest {
+  protected:
+    Outcome Send(Options options = {})
+    {
+        if (!options.contains("url-file"))
+            options.emplace("url", receiver_.Url("/hook?x=1"));
+        secrets_ = {};
+        const auto sink =
+            alerts::FindKind("webhook").open(Config("webhook", options), "", secrets_);
+        const alerts::Message message = MessageOf("one");
+        return sink->Send(std::span(&message, 1), interrupt_);
+    }
+    Request Last() { return receiver_.Received().back(); }
+
+    HttpReceiver receiver_;
+    alerts::Interrupt interrupt_;
+    alerts::Secrets secrets_;
+};
+
+TEST_F(WebhookTest, PostsTheAlertWithItsKey)
+{
+    const Outcome outcome = Send();
+    EXPECT_EQ(Outcome::Result::kTaken, outcome.result);
+    EXPECT_EQ("HTTP 200 ok", outcome.answer);
+    EXPECT_EQ("/hook?x=1", Last().path);
+    EXPECT_EQ("uuid/1", Last().headers["idempotency-key"]);
+    EXPECT_EQ("application/json", Last().headers["content-type"]);
+    EXPECT_EQ("one", nlohmann::json::parse(Last().body)["message"]);
+}
+
+TEST_F(WebhookTest, SendsItsHeadersAndItsToken)
+{
+    Send({{"header.X-Team", "ops"},
+          {"token-file", SecretFile("token", "s3cret")},
+          {"header-file.X-Key", SecretFile("key", "k3y")}});
+    EXPECT_EQ("ops", Last().headers["x-team"]);
+    EXPECT_EQ("Bearer s3cret", Last().headers["authorization"]);
+    EXPECT_EQ("k3y", Last().headers["x-key"]);
+}
+
+TEST_F(WebhookTest, TheUrlMayBeASecret)
+{
+    EXPECT_EQ(Outcome::Result::kTaken,
+              Send({{"url-file", SecretFile("url", receiver_.Url("/s3cret"))}}).result);
+    EXPECT_EQ("/s3cret", Last().path);
+}
+
+TEST_F(WebhookTest, TheStatusDecides)
+{
+    for (const int status : {200, 201, 202, 204, 299}) {
+        receiver_.Answer([&](const Request &) { return status; }, "");
+        EXPECT_EQ(Outcome::Result::kTaken, Send().result) << status;
+    }
+    for (const int status : {400, 413, 422}) {
+        receiver_.Answer([&](const Request &) { return status; }, "");
+        EXPECT_EQ(Outcome::Result::kRefused, Send().result) << status;
+    }
+    for (const int status : {301, 302, 401, 403, 404, 408, 409, 429, 500, 502, 503}) {
+        receiver_.Answer([&](const Request &) { return status; }, "");
+        EXPECT_EQ(Outcome::Result::kFailed, Send().result) << status;
+    }
+}
+
+TEST_F(WebhookTest, NobodyWhoListensIsAFailureThatSaysSo)
+{
+    const Outcome outcome = Send({{"url", "http://127.0.0.1:1/"}});
+    EXPECT_EQ(Outcome::Result::kFailed, outcome.result);
+    EXPECT_NE(std::string::npos, outcome.answer.find("127.0.0.1 port 1")) << outcome.answer;
+}
+
+TEST_F(WebhookTest, AReceiverThatDoesNotAnswerInTimeIsAFailure)
+{
+    receiver_.Answer([](const Request &) { return -1; });
+    const int64_t began = agent::WallTimeMs();
+    EXPECT_EQ(Outcome::Result::kFailed, Send({{"timeout", "1"}}).result);
+    EXPECT_LT(agent::WallTimeMs() - began, 5000);
+}
+
+TEST_F(WebhookTest, AStopEndsARequestSoon)
+{
+    receiver_.Answer([](const Request &) { return -1; });
+    interrupt_.Raise(std::chrono::milliseconds(100));
+    const int64_t began = agent::WallTimeMs();
+    EXPECT_EQ(Outcome::Result::kFailed, Send({{"timeout", "60"}}).result);
+    EXPECT_LT(agent::WallTimeMs() - began, 5000);
+}
+
+TEST_F(WebhookTest, ASecretThatTheReceiverEchoesIsHidden)
+{
+    receiver_.Answer([](const Request &) { return 403; }, "bad token Bearer s3cret!");
+    const Outcome outcome = Send({{"token-file", SecretFile("token", "s3cret")}});
+    EXPECT_EQ("HTTP 403 bad token Bearer ***!", secrets_.Hide(outcome.answer));
+}
+
+TEST_F(WebhookTest, ASecretIsNeverWrittenDown)
+{
+    receiver_.Answer([](const Request &) { return 403; }, "bad token Bearer s3cret!");
+    AddSink("webhook", "hook",
+            {{"url", receiver_.Url()}, {"token-file", SecretFile("token", "s3cret")}});
+    StartDeliverer();
+    Report(1);
+    ASSERT_TRUE(test::Eventually([&] { return !Row("hook").last_error.empty(); }));
+    EXPECT_EQ("HTTP 403 bad token Bearer ***!", Row("hook").last_error);
+}
+
+TEST_F(WebhookTest, ANewTokenIsTakenFromTheFileAfterAFailure)
+{
+    receiver_.Answer([](const Request &request) {
+        return request.headers.at("authorization") == "Bearer new" ? 200 : 401;
+    });
+    AddSink("webhook", "hook",
+            {{"url", receiver_.Url()}, {"token-file", SecretFile("token", "old")}});
+    StartDeliverer();
+    Report(1);
+    ASSERT_TRUE(test::Eventually([&] { return !Row("hook").last_error.empty(); }));
+    SecretFile("token", "new");
+    EXPECT_TRUE(WaitDelivered("hook", 1));
+}
+
+TEST_F(WebhookTest, ASecretFileThatIsMissingIsAFailureUntilItIsThere)
+{
+    const std::string file = SecretFile("token", "s3cret");
+    AddSink("webhook", "hook", {{"url", receiver_.Url()}, {"token-file", file}});
+    std::filesystem::remove(file);
+    StartDeliverer();
+    Report(1);
+    ASSERT_TRUE(test::Eventually(
+        [&] { return Row("hook").last_error.find("cannot read the secret in " + file) == 0; }));
+    SecretFile("token", "s3cret");
+    EXPECT_TRUE(WaitDelivered("hook", 1));
+}
+
+TEST_F(WebhookTest, ManyAlertsUseOneConnection)
+{
+    AddSink("webhook", "hook", {{"url", receiver_.Url()}});
+    StartDeliverer();
+    Report(1000);
+    ASSERT_TRUE(WaitDelivered("hook", 1000));
+    EXPECT_EQ(AllStored(), test::MessagesOf(receiver_.Taken()));
+}
+
+} // namespace
