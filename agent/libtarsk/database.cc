@@ -1,5 +1,6 @@
 #include "agent/libtarsk/database.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -14,7 +15,8 @@ namespace tarsk {
 namespace {
 
 constexpr int kLongWaitMs = 1000; // after this long the user is told what a wait is for
-constexpr int kRetryMs = 20;      // between two tries for a lock
+// Between two tries for a lock: 1 ms, doubled up to this. Most holders are done in less than that.
+constexpr int kRetryMs = 20;
 
 int64_t NowMs()
 {
@@ -217,7 +219,8 @@ int Database::OnBusy(void *self, int calls)
         if (database->on_long_wait_)
             database->on_long_wait_();
     }
-    const timespec pause{0, kRetryMs * 1000L * 1000L};
+    const int pause_ms = calls < 5 ? std::min(kRetryMs, 1 << calls) : kRetryMs;
+    const timespec pause{0, pause_ms * 1000L * 1000L};
     nanosleep(&pause, nullptr);
     return 1;
 }

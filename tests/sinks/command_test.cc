@@ -1,0 +1,298 @@
+// syslogmon sink ...
+#include <sys/stat.h>
+
+#include "agent/alerts/delivery_store.h"
+#include "agent/alerts/sink_registry.h"
+#include "tests/host/command_test.h"
+#include "tests/sinks/sink_test.h"
+
+namespace {
+
+using nlohmann::json;
+using test::Words;
+
+class SinkCommand : public test::CommandTest {
+  protected:
+    [[nodiscard]] std::string SecretFile(const std::string &secret, unsigned mode = 0600) const
+    {
+        const auto path = File("secret");
+        test::WriteFile(path, secret + "\n");
+        chmod(path.c_str(), mode);
+        return path;
+    }
+    [[nodiscard]] std::string PathOption() const { return "path=" + File("out").string(); }
+    [[nodiscard]] json Sink(const std::string &name) const
+    {
+        return Json({"sink", "show", name})["sink"];
+    }
+};
+
+TEST_F(SinkCommand, WithoutSinksPrintsNothing)
+{
+    ExpectOutput({"sink", "list"}, "");
+    EXPECT_EQ((json{{"limit", 100000}, {"sinks", json::array()}, {"version", 1}}),
+              Json({"sink", "list"}));
+}
+
+TEST_F(SinkCommand, AddsShowsAndRemovesASink)
+{
+    ExpectDone({"sink", "add", "file", "out", PathOption()});
+    ExpectOutput({"sink", "list"}, "out\tfile\t0\t0\t0\t-\n");
+    ExpectOutput({"sink", "show", "OUT"}, "name\tout\nkind\tfile\npath\t" + File("out").string() +
+                                              "\ndelivered\t0\nwaiting\t0\ndropped\t0\n"
+                                              "last delivery\tnone yet\nlast error\t-\n");
+    ExpectDone({"sink", "remove", "out"});
+    ExpectOutput({"sink", "list"}, "");
+}
+
+TEST_F(SinkCommand, AsJson)
+{
+    EXPECT_EQ((json{{"added", "out"}, {"warnings", json::array()}, {"version", 1}}),
+              Json({"sink", "add", "file", "out", PathOption()}));
+    EXPECT_EQ((json{{"name", "out"},
+                    {"kind", "file"},
+                    {"options", {{"path", File("out").string()}}},
+                    {"delivered", 0},
+                    {"waiting", 0},
+                    {"dropped", 0},
+                    {"last_delivered_ms", nullptr},
+                    {"last_error", nullptr},
+                    {"last_error_ms", nullptr},
+                    {"warnings", json::array()},
+                    {"peers", json::object()}}),
+              Sink("out"));
+    EXPECT_EQ((json{{"removed", "out"}, {"version", 1}}), Json({"sink", "remove", "out"}));
+}
+
+TEST_F(SinkCommand, CountsWhatWaits)
+{
+    ExpectDone({"sink", "add", "file", "out", PathOption()});
+    StartHere();
+    for (int i = 0; i < 3; ++i)
+        alerts::AddAlert(tarsk::HostStore(), {});
+    tarsk::StopHost();
+    EXPECT_EQ(3, Sink("out")["waiting"]);
+}
+
+TEST_F(SinkCommand, WarnsWhenTheLimitIsNear)
+{
+    ExpectDone({"sink", "limit", "100"});
+    ExpectDone({"sink", "add", "file", "out", PathOption()});
+    StartHere();
+    for (int i = 0; i < 80; ++i)
+        alerts::AddAlert(tarsk::HostStore(), {});
+    tarsk::StopHost();
+    EXPECT_EQ(json::array({"80 alerts wait, of at most 100"}), Sink("out")["warnings"]);
+    EXPECT_EQ("syslogmon: warning: out: 80 alerts wait, of at most 100\n",
+              Syslogmon({"sink", "list"}).err);
+}
+
+TEST_F(SinkCommand, SetChangesAnOptionAndKeepsTheRest)
+{
+    ExpectDone({"sink", "add", "webhook", "hook", "url=http://h/", "timeout=5"});
+    ExpectDone({"sink", "set", "hook", "url=http://other/"});
+    EXPECT_EQ((json{{"url", "http://other/"}, {"timeout", "5"}}), Sink("hook")["options"]);
+    ExpectDone({"sink", "set", "hook", "timeout="});
+    EXPECT_EQ((json{{"url", "http://other/"}}), Sink("hook")["options"]);
+}
+
+// ---- what is refused ----
+
+TEST_F(SinkCommand, AKindThatIsNotKnownIsRefusedWithAllThatAre)
+{
+    const test::Finished finished = Syslogmon({"sink", "add", "pigeon", "p"});
+    EXPECT_EQ(1, finished.status);
+    EXPECT_NE(std::string::npos, finished.err.find("cannot use the kind of sink \"pigeon\": there "
+                                                   "is none of that name; use one of console, "))
+        << finished.err;
+}
+
+TEST_F(SinkCommand, OptionsThatAreNotKnownOrMissingAreRefused)
+{
+    ExpectFailed({"sink", "add", "file", "f", "pth=/x"},
+                 "cannot use the option \"pth\": a sink of kind file has none of that name; it "
+                 "takes path=FILE");
+    ExpectFailed({"sink", "add", "file", "f"},
+                 "cannot make a sink of kind file: it has no path; add path=FILE");
+    ExpectFailed({"sink", "add", "console", "c", "x=1"},
+                 "cannot use the option \"x\": a sink of kind console has none of that name; it "
+                 "takes nothing: it has no options");
+    ExpectFailed({"sink", "add", "file", "f", "path"},
+                 "cannot use the option \"path\": it has no value; write NAME=VALUE");
+}
+
+TEST_F(SinkCommand, ValuesThatAreNotAcceptedAreRefusedWithWhatIs)
+{
+    ExpectFailed({"sink", "add", "file", "f", "path=relative"},
+                 "cannot set path to \"relative\": the value is not accepted; use an absolute "
+                 "path");
+    for (const char *timeout : {"0", "121", "-1", "ten", "5s", "", "99999999999999999999"})
+        ExpectFailed(
+            {"sink", "add", "webhook", "w", "url=http://h", std::string("timeout=") + timeout},
+            std::string("cannot set timeout to \"") + timeout +
+                "\": the value is not accepted; use a number of seconds from 1 to 120");
+    for (const char *url : {"h", "ftp://h", "http://", "http://u:p@h/", "http://h h"})
+        ExpectFailed({"sink", "add", "webhook", "w", std::string("url=") + url},
+                     std::string("cannot set url to \"") + url +
+                         "\": the value is not accepted; use a URL http://HOST... or "
+                         "https://HOST..., without user and password in it");
+}
+
+TEST_F(SinkCommand, NamesThatAreNoNamesAreRefused)
+{
+    for (const std::string &name :
+         {std::string("a b"), std::string("a\\b"), std::string("ä"), std::string(65, 'x')}) {
+        const test::Finished finished = Syslogmon({"sink", "add", "console", name});
+        EXPECT_EQ(1, finished.status);
+        EXPECT_NE(std::string::npos, finished.err.find("use 1 to 64 letters, digits"))
+            << finished.err;
+    }
+}
+
+TEST_F(SinkCommand, ANameIsUsedOnce)
+{
+    ExpectDone({"sink", "add", "console", "out"});
+    ExpectFailed({"sink", "add", "console", "Out"},
+                 "cannot add the sink Out: there is one of that name already; choose another name, "
+                 "or change that one with syslogmon sink set");
+}
+
+TEST_F(SinkCommand, ASinkThatIsNotThereIsRefusedWithThoseThatAre)
+{
+    for (const char *verb : {"show", "remove", "test", "set"})
+        ExpectFailed({"sink", verb, "x"}, "cannot find the sink \"x\": there is none of that name; "
+                                          "add one with syslogmon sink add");
+    ExpectDone({"sink", "add", "console", "a"});
+    ExpectDone({"sink", "add", "console", "b"});
+    ExpectFailed({"sink", "remove", "x"},
+                 "cannot find the sink \"x\": there is none of that name; use one of a, b");
+}
+
+TEST_F(SinkCommand, AWrongChangeChangesNothing)
+{
+    ExpectDone({"sink", "add", "webhook", "hook", "url=http://h/"});
+    ExpectFailed({"sink", "set", "hook", "timeout=5", "url=x"},
+                 "cannot set url to \"x\": the value is not accepted; use a URL http://HOST... or "
+                 "https://HOST..., without user and password in it");
+}
+
+TEST_F(SinkCommand, TheLimitHasARange)
+{
+    ExpectOutput({"sink", "limit"}, "100000\n");
+    ExpectDone({"sink", "limit", "5000"});
+    ExpectOutput({"sink", "limit"}, "5000\n");
+    for (const char *limit : {"99", "100000001", "many"})
+        ExpectFailed({"sink", "limit", limit},
+                     std::string("cannot set the limit to \"") + limit +
+                         "\": the value is not accepted; use a number of alerts from 100 to "
+                         "100000000");
+}
+
+// ---- secrets ----
+
+TEST_F(SinkCommand, ASecretOnTheCommandLineIsRefused)
+{
+    for (const char *header : {"Authorization", "cookie", "X-Api-Key"})
+        ExpectFailed({"sink", "add", "webhook", "w", "url=http://h",
+                      std::string("header.") + header + "=s3cret"},
+                     std::string("cannot use the option header.") + header +
+                         ": its value is a secret, and settings are shown; write it into a file "
+                         "and use token-file=FILE or header-file." +
+                         header + "=FILE");
+}
+
+TEST_F(SinkCommand, ASecretFileThatOthersCanReadIsWarnedOf)
+{
+    const std::string file = SecretFile("s3cret", 0644);
+    const std::string warning =
+        "the secret in " + file + " is open to others than its owner; run chmod 600 " + file;
+    const test::Finished added =
+        Syslogmon({"sink", "add", "webhook", "w", "url=http://127.0.0.1:1", "token-file=" + file});
+    EXPECT_EQ(0, added.status);
+    EXPECT_EQ("syslogmon: warning: " + warning + "\n", added.err);
+    EXPECT_EQ(json::array({warning}), Sink("w")["warnings"]);
+    chmod(file.c_str(), 0600);
+    EXPECT_EQ(json::array(), Sink("w")["warnings"]);
+}
+
+TEST_F(SinkCommand, ASecretIsShownByNoCommand)
+{
+    test::HttpReceiver receiver;
+    receiver.Answer([](const test::Request &) { return 403; }, "no: Bearer s3cret");
+    ExpectDone({"sink", "add", "webhook", "w", "url=" + receiver.Url(),
+                "token-file=" + SecretFile("s3cret")});
+    for (const Words &words : {Words{"sink", "test", "w"}, Words{"--json", "sink", "test", "w"},
+                               Words{"sink", "show", "w"}, Words{"--json", "sink", "show", "w"},
+                               Words{"--json", "sink", "list"}, Words{"reg", "list", "-r"},
+                               Words{"--json", "reg", "list", "-r"}}) {
+        const test::Finished finished = Syslogmon(words);
+        EXPECT_EQ(std::string::npos, (finished.out + finished.err).find("s3cret")) << words.back();
+    }
+    EXPECT_EQ("Bearer s3cret", receiver.Received().at(0).headers["authorization"]);
+}
+
+TEST_F(SinkCommand, ASecretFileThatCannotBeUsedIsRefused)
+{
+    ExpectFailed({"sink", "add", "webhook", "w", "url=http://h", "token-file=/nowhere"},
+                 "cannot read the secret in /nowhere: No such file or directory; create the file, "
+                 "readable by the daemon's user only");
+    ExpectFailed({"sink", "add", "webhook", "w", "url=http://h", "token-file=" + SecretFile("")},
+                 "cannot use the secret in " + File("secret").string() +
+                     ": its first line is empty, too long, or holds a zero byte; write the secret "
+                     "into the first line");
+}
+
+// ---- sink test ----
+
+TEST_F(SinkCommand, TestSendsAMarkedAlertAndShowsTheAnswer)
+{
+    test::HttpReceiver receiver;
+    ExpectDone({"sink", "add", "webhook", "w", "url=" + receiver.Url()});
+    ExpectOutput({"sink", "test", "w"}, "w has taken the test alert: HTTP 200 ok\n");
+    const json alert = json::parse(receiver.Received().at(0).body);
+    EXPECT_EQ(true, alert["test"]);
+    EXPECT_EQ("SYSLOGMON-TEST", alert["source"]);
+    EXPECT_EQ((json{{"sink", "w"},
+                    {"taken", true},
+                    {"answers",
+                     json::array({{{"peer", ""}, {"taken", true}, {"answer", "HTTP 200 ok"}}})},
+                    {"version", 1}}),
+              Json({"sink", "test", "w"}));
+    EXPECT_NE(receiver.Received().at(0).headers["idempotency-key"],
+              receiver.Received().at(1).headers["idempotency-key"]);
+    ExpectOutput({"alerts"}, "");
+}
+
+TEST_F(SinkCommand, TestOfASinkThatIsDownFails)
+{
+    test::HttpReceiver receiver;
+    receiver.Answer([](const test::Request &) { return 503; }, "closed");
+    ExpectDone({"sink", "add", "webhook", "w", "url=" + receiver.Url()});
+    ExpectFailed({"sink", "test", "w"}, "w has not taken the test alert: HTTP 503 closed");
+    EXPECT_EQ(false, Json({"sink", "test", "w"}, 1)["taken"]);
+}
+
+TEST_F(SinkCommand, TestAsksEachPeer)
+{
+    test::HttpReceiver one;
+    test::HttpReceiver two;
+    two.Answer([](const test::Request &) { return 500; }, "");
+    ExpectDone({"sink", "add", "alertmanager", "am", "peers=" + one.Url() + "," + two.Url()});
+    const json answers = Json({"sink", "test", "am"}, 1)["answers"];
+    EXPECT_EQ((json{{"peer", one.Url()}, {"taken", true}, {"answer", "HTTP 200 ok"}}), answers[0]);
+    EXPECT_EQ((json{{"peer", two.Url()}, {"taken", false}, {"answer", "HTTP 500"}}), answers[1]);
+}
+
+TEST_F(SinkCommand, ADamagedSinkIsListedWithWhatIsWrong)
+{
+    StartHere();
+    test::SetTreeText("SOFTWARE\\KORBIN\\TARSKVOSKAR\\AGENT\\SINKS\\odd", "Kind", "file");
+    test::SetTreeText("SOFTWARE\\KORBIN\\TARSKVOSKAR\\AGENT\\SINKS\\odd", "path", "relative");
+    tarsk::StopHost();
+    ExpectOutput({"sink", "list"}, "odd\tfile\t0\t0\t0\tcannot use its path: the value is not "
+                                   "accepted; use an absolute path\n");
+    ExpectDone({"sink", "set", "odd", PathOption()});
+    ExpectOutput({"sink", "list"}, "odd\tfile\t0\t0\t0\t-\n");
+}
+
+} // namespace
