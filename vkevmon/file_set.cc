@@ -235,14 +235,22 @@ int ListBackups(int monindex, BackupName **names)
 
 // ---- the resume point ----
 
+// What a search has seen of the live file before it asks for a new baseline.
+enum class LiveFile { kNotEmpty, kEmpty };
+
 // Records the live file's first and last line: the slot goes on from here. 0, or -1.
-int RecordEndOfLiveFile(int monindex)
+int RecordEndOfLiveFile(int monindex, LiveFile seen)
 {
     const char *path = syslogpath[monindex];
     if (InitFile(path) != 0) {
         TRACE_FOR(kCheck, TRACE_ERROR, "<InitFile %s failed.return -1.", path);
         return -1;
     }
+    // Rotation has just made a file that was seen empty, and the first lines may be coming in now. It still
+    // counts as empty: a baseline behind them would pass over them, and over what is unchecked in the
+    // backups. The next pass finds them.
+    if (seen == LiveFile::kEmpty)
+        filelen = 0;
     if (GetFirstLine(headline[monindex], kLineBufferSize) != 0) {
         FinishFile();
         TRACE_FOR(kCheck, TRACE_ERROR, "<GetFirstLine failed.return -1.");
@@ -257,10 +265,10 @@ int RecordEndOfLiveFile(int monindex)
     return 0;
 }
 
-int Rebaseline(int monindex)
+int Rebaseline(int monindex, LiveFile seen = LiveFile::kNotEmpty)
 {
     FreeBackupList(monindex);
-    if (RecordEndOfLiveFile(monindex) != 0)
+    if (RecordEndOfLiveFile(monindex, seen) != 0)
         return -1;
     if (RegSetHeadLine(headline[monindex], monindex) != 0)
         TRACE_FOR(kCheck, TRACE_ERROR, "RegSetHeadLine error IGNORED: %s", headline[monindex]);
@@ -292,12 +300,15 @@ void RebuildBackupList(int monindex)
     logindex[monindex] = 0;
 }
 
-bool ReadFirstLineOf(const char *path, char *line)
+// `empty`: set when the file was empty.
+bool ReadFirstLineOf(const char *path, char *line, bool *empty)
 {
+    *empty = false;
     if (InitFile(path) != 0) {
         TRACE_FOR(kCheck, TRACE_ERROR, "InitFile() failed.");
         return false;
     }
+    *empty = filelen == 0;
     const bool done = GetFirstLine(line, kLineBufferSize) == 0;
     if (!done)
         TRACE_FOR(kCheck, TRACE_ERROR, "GetFirstLine() failed.");
@@ -315,8 +326,9 @@ int SearchHeadLine(int monindex)
         const char *path = LogPath(monindex, k, buffer);
         TRACE_FOR(kCheck, TRACE_NOTABLE, "Check log file: [%s]", path);
         char line[kLineBufferSize];
-        if (!ReadFirstLineOf(path, line))
-            return Rebaseline(monindex);
+        bool empty = false;
+        if (!ReadFirstLineOf(path, line, &empty))
+            return Rebaseline(monindex, k == 0 && empty ? LiveFile::kEmpty : LiveFile::kNotEmpty);
         const char *stored = headline[monindex];
         if (strncmp(line, stored, strlen(stored)) == 0) {
             logindex[monindex] = k;

@@ -667,6 +667,26 @@ TEST_F(ResumeFile, StaysWhereItWasWhileTheLiveFileIsEmpty)
     ExpectNothingHeld();
 }
 
+TEST_F(ResumeFile, StaysWhereItWasWhenTheFirstLinesOfAnEmptyLiveFileComeJustThen)
+{
+    SetRotatedFolder();
+    WriteLog("messages", "");
+    const ResumePoint before = PointAt(backup1_[0], backup1_);
+    StoreResumePoint(0, before);
+    // The name is looked at by CheckSyslog itself and twice by each opening. The second opening is that of
+    // the new baseline.
+    Sys().BeforeCall("stat", 4, [this] { WriteLog("messages", Text(live_)); });
+    EXPECT_EQ(-1, Check());
+    EXPECT_EQ((Strings{"3 Check log file: [/var/log/messages]", "1 GetFirstLine() failed.",
+                       "1 <GetFirstLine failed.return -1."}),
+              OwnNotable());
+    EXPECT_EQ(before, StoredResumePoint());
+    ExpectNothingHeld();
+
+    EXPECT_EQ(1, Check());
+    EXPECT_EQ(1U, logindex[0]);
+}
+
 TEST_F(ResumeFile, OfALogThatIsNoFileIsAnError)
 {
     std::filesystem::create_directory(LogFile("messages"));
