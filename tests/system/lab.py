@@ -49,6 +49,9 @@ PATIENCE = 60
 # could bring it about: the cycle of 300 s, the pause of 4 s before a monitor that ended is started again.
 AT_ONCE = 3
 
+# Milliseconds between two looks at a log that is being written, unless set otherwise.
+USUAL_INTERVAL = 1000
+
 # Of all random choices of a run.
 SEED = os.environ.setdefault("SYSLOGMON_SEED", str(time.time_ns() % 1_000_000))
 

@@ -53,7 +53,7 @@ class Writer:
 
 
 class Use:
-    """What the daemon uses of the machine while it is at rest."""
+    """What the daemon uses of the machine."""
 
     def __init__(self, pid):
         with open(f"/proc/{pid}/status") as status:
@@ -65,6 +65,8 @@ class Use:
 
 
 class Soak(lab.LabTest):
+    interval = lab.USUAL_INTERVAL
+
     def setUp(self):
         super().setUp()
         self.random = lab.randomness("what happens")
@@ -193,9 +195,11 @@ class Soak(lab.LabTest):
         self.assertLess(second - first, GROWTH_KIB, "memory of the long life, in KiB")
         uses = self.long_life + self.short_lives
         self.assertLess(max(use.peak for use in uses), PEAK_KIB, "highest peak of a life, in KiB")
+        # A look may come in the middle of a pass, which has the log open. What leaks raises the lowest.
         for what in ("descriptors", "threads"):
-            self.assertEqual({getattr(self.long_life[0], what)},
-                             {getattr(use, what) for use in self.long_life}, what)
+            first, second = (min(getattr(use, what) for use in part)
+                             for part in (self.long_life[:half], self.long_life[half:]))
+            self.assertLessEqual(second, first, what)
         traces = (self.lab.root / "log").iterdir()
         self.assertLess(sum(path.stat().st_size for path in traces), TRACE_BYTES)
 

@@ -1,10 +1,10 @@
-"""The daemon looks on its own, whenever the log changes: while logrotate renames files, too."""
+"""The daemon looks on its own whenever a log changes, also while logrotate renames files."""
 import threading
 import time
 
 import lab
 
-ROTATIONS = 300
+ROTATIONS = 150
 
 LINES_PER_SECOND = 3000
 
@@ -28,28 +28,59 @@ class Writer:
         self._thread.join()
 
 
-class Rotations(lab.LabTest):
-    interval = 1
-
-    def test_rotations_of_a_busy_log_lose_no_line(self):
-        randomness = lab.randomness("when to rotate")
-        log = lab.Rsyslog(self.lab)
-        log.start()
-        logrotate = lab.Logrotate(self.lab, "create 0644", "rotate 400",
-                                  after=f"kill -HUP $(cat {log.pid_file})")
+class WatchingTest(lab.LabTest):
+    def setUp(self):
+        super().setUp()
+        self.log = lab.Rsyslog(self.lab)
+        self.log.start()
+        self.logrotate = lab.Logrotate(self.lab, "create 0644", f"rotate {ROTATIONS}",
+                                       after=f"kill -HUP $(cat {self.log.pid_file})")
         self.lab.watch_numbered_lines()
         self.daemon.start()
-        writer = Writer(log)
+
+    def rotate(self):
+        self.logrotate.rotate()
+        self.log.wait_until_reopened()
+
+
+class BusyLog(WatchingTest):
+    interval = 1
+
+    def test_rotations_at_any_moment_lose_no_line_of_a_daemon_that_looks_all_the_time(self):
+        randomness = lab.randomness("when to rotate")
+        writer = Writer(self.log)
         self.addCleanup(writer.stop)
         for _ in range(ROTATIONS):
-            time.sleep(randomness.uniform(0, 0.1))
-            logrotate.rotate()
-            log.wait_until_reopened()
+            time.sleep(randomness.uniform(0, 0.05))
+            self.rotate()
         writer.stop()
-        log.wait_written()
+        self.log.wait_written()
         self.daemon.scan()
-        self.assert_each_once_and_in_order(range(log.written), self.lab.reported_numbers())
 
+        self.assertEqual(1 + ROTATIONS, len(lab.log_files()))
+        self.assertGreater(self.log.written, 50 * ROTATIONS, "the writer has stopped")
+        self.assertGreater(self.daemon.passes(), ROTATIONS)
+        self.assert_each_once_and_in_order(range(self.log.written), self.lab.reported_numbers())
+
+
+class QuietLog(WatchingTest):
+    interval = lab.USUAL_INTERVAL
+
+    def test_a_line_is_reported_without_a_scan_before_and_after_rotations(self):
+        for _ in range(3):
+            self.log.write_numbers(1)
+            self.wait_until_all_are_reported()
+            self.log.write_numbers(1)
+            self.rotate()
+            self.wait_until_all_are_reported()
+
+    def wait_until_all_are_reported(self):
+        self.lab.wait_until("all lines are reported",
+                            lambda: len(self.lab.messages()) >= self.log.written)
+        self.assertEqual(list(range(self.log.written)), self.lab.reported_numbers())
+
+
+del WatchingTest  # it has no test of its own
 
 if __name__ == "__main__":
     lab.main(*lab.RSYSLOG, *lab.LOGROTATE)
