@@ -6,6 +6,7 @@ find_package(CLI11 REQUIRED)
 find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)
 find_package(CURL REQUIRED)
+find_library(NETSNMP netsnmp REQUIRED)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 
 set(SYSLOGMON_ROOT ${CMAKE_INSTALL_FULL_LIBDIR}/syslogmon CACHE PATH
@@ -52,12 +53,15 @@ target_compile_definitions(agent_common PUBLIC SYSLOGMON_VERSION="${PROJECT_VERS
 add_library(agent_sinks STATIC
     agent/alerts/alert_json.cc agent/alerts/alertmanager_sink.cc agent/alerts/backoff.cc
     agent/alerts/console_sink.cc agent/alerts/deliverer.cc agent/alerts/delivery_store.cc
-    agent/alerts/file_sink.cc agent/alerts/http.cc agent/alerts/option_checks.cc
+    agent/alerts/file_sink.cc agent/alerts/http.cc agent/alerts/journal_sink.cc
+    agent/alerts/mail_sink.cc agent/alerts/mail_text.cc agent/alerts/option_checks.cc
     agent/alerts/program_sink.cc agent/alerts/progress.cc agent/alerts/sink.cc
-    agent/alerts/sink_kinds.cc agent/alerts/sink_registry.cc agent/alerts/webhook_sink.cc
+    agent/alerts/sink_kinds.cc agent/alerts/sink_registry.cc agent/alerts/snmp_sink.cc
+    agent/alerts/syslog_sink.cc agent/alerts/syslog_words.cc agent/alerts/webhook_sink.cc
     agent/alerts/worker.cc)
 target_link_libraries(agent_sinks PUBLIC agent_common
-                      PRIVATE nlohmann_json::nlohmann_json CURL::libcurl Threads::Threads)
+                      PRIVATE nlohmann_json::nlohmann_json CURL::libcurl PkgConfig::SYSTEMD
+                      ${NETSNMP} Threads::Threads)
 
 function(add_program name)
     add_executable(${name} ${ARGN})

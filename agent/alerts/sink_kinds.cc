@@ -5,7 +5,8 @@ namespace alerts {
 const std::vector<SinkKind> &AllKinds()
 {
     static const std::vector<SinkKind> kinds = {
-        ConsoleKind(), FileKind(), ProgramKind(), WebhookKind(), AlertmanagerKind(),
+        ConsoleKind(), FileKind(),         JournalKind(), SyslogKind(), ProgramKind(),
+        WebhookKind(), AlertmanagerKind(), SnmpKind(),    MailKind(),
     };
     return kinds;
 }

@@ -8,9 +8,13 @@ namespace alerts {
 
 SinkKind ConsoleKind();
 SinkKind FileKind();
+SinkKind JournalKind();
+SinkKind SyslogKind();
 SinkKind ProgramKind();
 SinkKind WebhookKind();
 SinkKind AlertmanagerKind();
+SinkKind SnmpKind();
+SinkKind MailKind();
 
 } // namespace alerts
 
