@@ -75,13 +75,12 @@ size_t Distance(const std::string &a, const std::string &b)
 // " (did you mean report_count?)", or nothing when no known name is near.
 std::string Suggestion(const std::string &name, const Names &known)
 {
-    constexpr size_t kLongest = 40;
-    constexpr size_t kNear = 3;
+    constexpr size_t kLongest = 40; // of names that are looked at
     const std::string *best = nullptr;
-    size_t distance = kNear + 1;
+    size_t distance = 2 + name.size() / 5; // one mistake, and one more for each five letters
     for (const std::string &candidate : known) {
         const size_t here = name.size() <= kLongest ? Distance(name, candidate) : std::string::npos;
-        if (here < distance && here < candidate.size()) {
+        if (here < distance) {
             best = &candidate;
             distance = here;
         }
@@ -155,7 +154,7 @@ void Reader::ReadFile(const YamlNode &file)
 {
     const std::string form = "begin with \"events:\" and list the events below it";
     if (file.kind == Kind::kNothing) {
-        issues_->Add(file.offset, "cannot use the file", "it is empty",
+        issues_->Add(0, "cannot use the file", "it is empty",
                      form + ", or write \"events: []\" for none");
         return;
     }

@@ -1,0 +1,153 @@
+// A running daemon takes what was applied or imported, and goes on counting.
+#include <chrono>
+#include <csignal>
+#include <ctime>
+#include <fstream>
+#include <thread>
+
+#include "agent/common/names.h"
+#include "agent/common/status_file.h"
+#include "tests/host/command_test.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+using agent::MonitorState;
+
+class ApplyToADaemon : public test::CommandTest {
+  protected:
+    ApplyToADaemon()
+    {
+        std::filesystem::create_directory_symlink(AGENT_LIBRARIES, File("lib"));
+        std::filesystem::create_directory(File("var-log"));
+        // The monitor begins behind what is there when it starts first.
+        WriteLine("the log begins");
+    }
+
+    // The words that run it with a "/var/log" of its own.
+    [[nodiscard]] test::Words Daemon() const
+    {
+        return test::Helper(Root(), {"with-folder", File("var-log"), "/var/log", SYSLOGMOND,
+                                     "--root", Root(), "--print-alerts"});
+    }
+    // How long it takes until the status is as wanted, at most half a minute.
+    template <typename Wanted>
+    std::chrono::milliseconds WaitForStatus(const test::Child &daemon, const Wanted &wanted) const
+    {
+        const auto begin = Clock::now();
+        while (Clock::now() < begin + 30s) {
+            const auto status = agent::ReadStatus(Layout().run).value_or(agent::Status{});
+            if (status.pid == daemon.pid() && wanted(status))
+                break;
+            std::this_thread::sleep_for(2ms);
+        }
+        return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
+    }
+    void WaitUntilRunning(const test::Child &daemon) const
+    {
+        EXPECT_GT(30s, WaitForStatus(daemon, [](const agent::Status &status) {
+                      return status.state == MonitorState::kRunning;
+                  }));
+    }
+    [[nodiscard]] std::string Rules(const std::string &text) const
+    {
+        test::WriteFile(File("rules.yaml"), text);
+        return File("rules.yaml").string();
+    }
+    // Writes a line as a syslog daemon does.
+    void WriteLine(const std::string &message) const
+    {
+        const time_t now = time(nullptr);
+        tm local{};
+        char stamp[32];
+        strftime(stamp, sizeof stamp, "%b %e %H:%M:%S", localtime_r(&now, &local));
+        std::ofstream(File("var-log/messages"), std::ios::app)
+            << stamp << " host kernel: " << message << "\n";
+    }
+    // Writes a line, and has it looked at.
+    void Log(const std::string &message) const
+    {
+        WriteLine(message);
+        EXPECT_EQ(0, Syslogmon({"scan", "--wait", "--timeout", "20"}).status);
+    }
+    // The hits of all events: "DISK 1: 2", one line each.
+    [[nodiscard]] std::string Hits() const
+    {
+        std::string text;
+        const nlohmann::json list = Json({"event", "list"});
+        for (const auto &event : list["events"])
+            text += event["source"].get<std::string>() + " " + event["id"].get<std::string>() +
+                    ": " + event["hits"].dump() + "\n";
+        return text;
+    }
+};
+
+TEST_F(ApplyToADaemon, TakesItWithinASecondAndKeepsTheCountersOfWhatStays)
+{
+    ASSERT_EQ(
+        0, Syslogmon({"apply", Rules("events:\n"
+                                     "- {source: A, id: 1, keywords: alpha, report_count: 9}\n"
+                                     "- {source: B, id: 1, keywords: alpha, report_count: 9}\n"
+                                     "- {source: C, id: 1, keywords: alpha, report_count: 9}\n"
+                                     "- {source: D, id: 1, keywords: alpha, report_count: 9}\n")})
+               .status);
+    test::Child daemon(Daemon());
+    WaitUntilRunning(daemon);
+    Log("alpha one");
+    Log("alpha two");
+    ASSERT_EQ("A 1: 2\nB 1: 2\nC 1: 2\nD 1: 2\n", Hits());
+
+    // A stays, B gets another keyword, C another report count, D goes, and two are new.
+    const std::string file = Rules("events:\n"
+                                   "- {source: A, id: 1, keywords: alpha, report_count: 9}\n"
+                                   "- {source: B, id: 1, keywords: beta, report_count: 9}\n"
+                                   "- {source: C, id: 1, keywords: alpha, report_count: 8}\n"
+                                   "- {source: E, id: 1, keywords: alpha, report_count: 9}\n"
+                                   "- {source: E, id: 2, keywords: alpha, report_count: 9}\n");
+    const auto begin = Clock::now();
+    ASSERT_EQ(0, Syslogmon({"apply", "--prune", file}).status);
+    WaitForStatus(daemon, [](const agent::Status &status) { return status.table_size == 5; });
+    const auto taken = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
+    RecordProperty("milliseconds", static_cast<int>(taken.count()));
+    EXPECT_GT(1000, taken.count());
+
+    Log("alpha three");
+    EXPECT_EQ("A 1: 3\nB 1: 2\nC 1: 1\nE 1: 1\nE 2: 1\n", Hits());
+    daemon.Signal(SIGTERM);
+    EXPECT_EQ(0, daemon.Wait());
+}
+
+TEST_F(ApplyToADaemon, AFileThatIsRefusedLeavesItAlone)
+{
+    ASSERT_EQ(0, Syslogmon({"apply", Rules("events: [{source: A, id: 1, keywords: alpha, "
+                                           "report_count: 9}]")})
+                     .status);
+    test::Child daemon(Daemon());
+    WaitUntilRunning(daemon);
+    Log("alpha one");
+    EXPECT_EQ(1, Syslogmon({"apply", "--prune", Rules("events: [{source: B, id: 1}]")}).status);
+    Log("alpha two");
+    EXPECT_EQ("A 1: 2\n", Hits());
+}
+
+TEST_F(ApplyToADaemon, TakesWhatWasImported)
+{
+    ExpectDone({"event", "add", "A", "1", "-k", "alpha", "-n", "9"});
+    test::Child daemon(Daemon());
+    WaitUntilRunning(daemon);
+    Log("alpha one");
+    const std::string application = std::string("[HKLM\\") + agent::kApplicationKey;
+    test::WriteFile(File("b.reg"),
+                    "REGEDIT4\n" + application + "\\B\\1\\WATCHSETTING]\n" +
+                        "\"KeyWord\"=\"alpha\"\n\"KeyWord2\"=\"\"\n\"KeyWord3\"=\"\"\n"
+                        "\"ReportCount\"=dword:9\n\"WatchTime\"=dword:ffffff\n");
+    const auto begin = Clock::now();
+    ASSERT_EQ(0, Syslogmon({"reg", "import", File("b.reg").string()}).status);
+    WaitForStatus(daemon, [](const agent::Status &status) { return status.table_size == 2; });
+    EXPECT_GT(1s, Clock::now() - begin);
+    Log("alpha two");
+    EXPECT_EQ("A 1: 2\nB 1: 1\n", Hits());
+}
+
+} // namespace
