@@ -411,4 +411,66 @@ size_t RandomLineLength(Random &random)
     return random.OneOf(kLengths);
 }
 
+// ---- whole logs ----
+
+namespace {
+
+constexpr size_t kBlock = 16384;
+
+// How long the next line is, its newline not counted.
+size_t NextLength(Random &random, size_t written, const LogShape &shape)
+{
+    const size_t kind = random.Below(100);
+    if (kind < 78)
+        return random.Below(110);
+    if (kind < 83)
+        return 0;
+    if (kind < 88)
+        return 3320 + random.Below(20);
+    if (kind < 96) { // to the border of a block, give or take a few bytes
+        const size_t border = kBlock - (written % kBlock);
+        const size_t length = border + random.Below(7);
+        return length >= 4 ? std::min(length - 4, kBlock - 1) : 0;
+    }
+    return shape.long_lines ? random.Below(3 * kBlock) : random.Below(kBlock - 1);
+}
+
+std::string StampOf(time_t moment)
+{
+    struct tm local {};
+    localtime_r(&moment, &local);
+    char text[32];
+    strftime(text, sizeof text, "%b %e %H:%M:%S", &local);
+    return text;
+}
+
+} // namespace
+
+std::string RandomLog(Random &random, time_t begin, const LogShape &shape)
+{
+    std::string log;
+    time_t moment = begin;
+    while (log.size() < shape.least_bytes || (shape.least_bytes == 0 && random.Chance(90))) {
+        const size_t length = NextLength(random, log.size(), shape);
+        std::string line;
+        if (shape.always_stamped || random.Chance(80))
+            line = StampOf(moment) + " ";
+        if (random.Chance(30))
+            line += random.OneOf(kWords);
+        if (line.size() < length)
+            line += random.Text(length - line.size(), "ab ");
+        line.resize(length);
+        if (shape.zero_bytes && length > 0 && random.Chance(3))
+            line[random.Below(length)] = '\0';
+        if (length > 0 && random.Chance(3))
+            line.back() = '\r';
+        log += line + "\n";
+        if (random.Chance(random.Chance(70) ? 20 : 80)) // many lines of the same second, or few
+            moment += random.Between(random.Chance(90) ? 0 : -5, 3);
+    }
+    if (!log.empty() && random.Chance(30))
+        log.resize(log.size() - 1 - random.Below(std::min<size_t>(log.size(), 5)));
+    return log;
+}
+
 } // namespace test

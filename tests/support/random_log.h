@@ -64,6 +64,16 @@ std::string RandomHead(Random &random, time_t now);
 // Lengths of lines that matter: around 3328 and around a block, among ordinary ones.
 size_t RandomLineLength(Random &random);
 
+// A whole log: lines with stamps that mostly grow, of lengths around 3328 and around the borders of blocks,
+// zero bytes, carriage returns, empty lines, an end without newline.
+struct LogShape {
+    size_t least_bytes = 0;
+    bool zero_bytes = true;
+    bool long_lines = true; // also longer than a block
+    bool always_stamped = false;
+};
+std::string RandomLog(Random &random, time_t begin, const LogShape &shape);
+
 } // namespace test
 
 #endif // TESTS_SUPPORT_RANDOM_LOG_H
