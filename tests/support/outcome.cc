@@ -35,11 +35,21 @@ std::string Shown(const TraceRecord &record)
            (record.text.starts_with('>') ? WithoutAddresses(record.text) : record.text);
 }
 
+// Both ends of a long step, and how long it is.
+std::string Shortened(const std::string &step)
+{
+    constexpr size_t kShown = 120;
+    if (step.size() <= 2 * kShown)
+        return step;
+    return step.substr(0, kShown) + " ... " + step.substr(step.size() - kShown) + " (" +
+           std::to_string(step.size()) + " bytes)";
+}
+
 std::string Around(const std::vector<std::string> &steps, size_t at)
 {
     std::string text;
     for (size_t i = at >= 4 ? at - 4 : 0; i < std::min(at + 3, steps.size()); ++i)
-        text += (i == at ? "  > " : "    ") + steps[i] + "\n";
+        text += (i == at ? "  > " : "    ") + Shortened(steps[i]) + "\n";
     return at < steps.size() ? text : text + "  > (end)\n";
 }
 

@@ -378,6 +378,7 @@ Remembered RandomResumePoint(Random &random, const std::string &bytes)
     default:
         break;
     }
+    remembered.text.resize(std::min<size_t>(remembered.text.size(), kLineBufferSize - 1));
     return remembered;
 }
 

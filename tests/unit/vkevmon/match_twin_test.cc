@@ -153,7 +153,7 @@ class MatchTwin : public ModuleTest {
 
 TEST_F(MatchTwin, AgreesOnRandomTablesAndLines)
 {
-    Campaign("match", 1500).Run([](Random &random) { RunRound(random, RandomShape(random)); });
+    Campaign("match", 1200).Run([](Random &random) { RunRound(random, RandomShape(random)); });
 }
 
 // Characters of several bytes change what an expression's compiler takes for one character.
@@ -161,7 +161,7 @@ TEST_F(MatchTwin, AgreesInAUtf8Locale)
 {
     ASSERT_NE(nullptr, setlocale(LC_ALL, "C.UTF-8"))
         << "the C library's own UTF-8 locale is missing";
-    Campaign("match in UTF-8", 400).Run([](Random &random) {
+    Campaign("match in UTF-8", 300).Run([](Random &random) {
         TableShape shape = RandomShape(random);
         shape.expressions = true;
         RunRound(random, shape);
@@ -170,7 +170,7 @@ TEST_F(MatchTwin, AgreesInAUtf8Locale)
 
 TEST_F(MatchTwin, AgreesOnFullTables)
 {
-    Campaign("full tables", 6).Run([](Random &random) {
+    Campaign("full tables", 4).Run([](Random &random) {
         TableShape shape = RandomShape(random);
         shape.entries = kMaxEntries;
         RunRound(random, shape);

@@ -172,7 +172,7 @@ class ScanTwin : public SyslogScanTest {
 
 TEST_F(ScanTwin, PassesAsTheObviousPassDoes)
 {
-    Campaign("passes", 700).Run([this](Random &random) {
+    Campaign("passes", 500).Run([this](Random &random) {
         StartOver();
         TableShape shape = RandomShape(random);
         shape.entries = std::min<size_t>(shape.entries, 400);
