@@ -273,6 +273,19 @@ TEST_F(StartsAfresh, TruncatingWithoutACopyLosesAllThatIsWrittenUntilTheNextPass
     }
 }
 
+TEST_F(StartsAfresh, RemovingTheLogLosesWhatIsUnreadAndAllThatIsWrittenUntilTheNextPass)
+{
+    Log({"checked"});
+    Pass();
+    Log({"lost, old"});
+    RemoveLog("messages");
+    EXPECT_EQ(kNothing, Pass());
+    LogLater({"lost, new"});
+    EXPECT_EQ(kNothing, Pass());
+    Log({"counted"});
+    EXPECT_EQ(Strings{"counted"}, Pass());
+}
+
 TEST_F(StartsAfresh, CopyingAndTruncatingLosesNothingHoweverMuchIsWrittenAfterwards)
 {
     for (const int count : {1, 50}) {
@@ -375,6 +388,19 @@ TEST_F(RotationInAPass, OneBeforeTheBackupIsOpenedReadsTheFileThatWasLiveFromIts
     EXPECT_EQ((Strings{"was live 2", "new"}), Pass());
 }
 
+TEST_F(RotationInAPass, OneBeforeTheBackupIsOpenedCanMakeTheWholeOldFileCountAgain)
+{
+    Log({"checked 1", "checked 2"});
+    Pass();
+    Log({"old"});
+    Rotate();
+    LogLater({"was live"}); // the only line, so nothing of that file is left to read
+    BeforeFile(kToReadBackup, [this] { Rotate(); });
+    EXPECT_EQ(kNothing, Pass());
+    LogLater({"new"});
+    EXPECT_EQ((Strings{"checked 1", "checked 2", "old", "was live", "new"}), Pass());
+}
+
 TEST_F(RotationInAPass, OneBetweenLookingAndReadingLosesAndDoubles)
 {
     Log({"checked"});
@@ -390,6 +416,19 @@ TEST_F(RotationInAPass, OneBetweenLookingAndReadingLosesAndDoubles)
     EXPECT_EQ((Strings{"new 1", "new 2", "new 3"}), Pass());
     LogLater({"next"});
     EXPECT_EQ(Strings{"next"}, Pass());
+}
+
+TEST_F(RotationInAPass, OneBetweenLookingAndReadingMakesTheOldFileCountAgainWhenTheNewOneHasOneLine)
+{
+    Log({"checked 1", "checked 2"});
+    Pass();
+    LogLater({"old"});
+    BeforeFile(2, [this] {
+        Rotate();
+        LogLater({"new"});
+    });
+    EXPECT_EQ(kNothing, Pass());
+    EXPECT_EQ((Strings{"checked 1", "checked 2", "old", "new"}), Pass());
 }
 
 TEST_F(RotationInAPass, OneBetweenLookingAndReadingLosesNothingWhenTheNewLogIsStillEmpty)
@@ -428,6 +467,31 @@ TEST_F(RotationInAPass, OneBetweenListingAndLookingIsFollowedWhenThereWereNumber
         Rotate();
         LogLater({"new"});
     });
+    EXPECT_EQ((Strings{"old", "new"}), Pass());
+}
+
+// An empty log is opened twice: to look for the place, and once more to start afresh, which fails as long
+// as it is empty.
+TEST_F(RotationInAPass, AFirstLineThatComesWhileTheEmptyLogIsLookedAtIsLostWithAllThatIsUnread)
+{
+    Log({"checked"});
+    Pass();
+    Log({"lost, old"});
+    Rotate();
+    BeforeFile(2, [this] { LogLater({"lost, new"}); });
+    EXPECT_EQ(kNothing, Pass());
+    LogLater({"counted"});
+    EXPECT_EQ(Strings{"counted"}, Pass());
+}
+
+TEST_F(RotationInAPass, AFirstLineThatComesAfterTheEmptyLogWasLookedAtIsCounted)
+{
+    Log({"checked"});
+    Pass();
+    Log({"old"});
+    Rotate();
+    EXPECT_EQ(kNothing, Pass());
+    LogLater({"new"});
     EXPECT_EQ((Strings{"old", "new"}), Pass());
 }
 
@@ -750,6 +814,22 @@ TEST_F(CustomerFile, LosesAtItsRotationWhatIsUnreadAndWhatIsNew)
     EXPECT_EQ(Strings{"counted"}, Pass());
 }
 
+TEST_F(CustomerFile, LosesWhatIsNewAfterItsRotationAlsoWhenAllWasReadBefore)
+{
+    Log({"system"});
+    Log({"checked"}, "customer.log");
+    NameCustomerFile("/var/log/customer.log");
+    Pass();
+    LogLater({"old"}, "customer.log");
+    EXPECT_EQ(Strings{"old"}, Pass());
+    Rotate("customer.log");
+    EXPECT_EQ(kNothing, Pass());
+    LogLater({"lost"}, "customer.log");
+    EXPECT_EQ(kNothing, Pass());
+    LogLater({"counted"}, "customer.log");
+    EXPECT_EQ(Strings{"counted"}, Pass());
+}
+
 TEST_F(CustomerFile, LosesNothingAtItsRotationWhenItIsVmkernel)
 {
     Log({"system"});
@@ -795,6 +875,27 @@ TEST_F(WatchedFile, LosesWhatIsUnreadWhenItIsReplaced)
     Rotate("app.log");
     Log({"new"}, "app.log");
     EXPECT_EQ(Strings{"new"}, FilePass());
+}
+
+TEST_F(WatchedFile, LosesNothingWhenItWasReadBeforeItsReplacement)
+{
+    Log({"old"}, "app.log");
+    EXPECT_EQ(Strings{"old"}, FilePass());
+    Rotate("app.log");
+    Log({"new"}, "app.log");
+    EXPECT_EQ(Strings{"new"}, FilePass());
+}
+
+TEST_F(WatchedFile, LosesWhatIsWrittenBetweenItsTruncationAndTheNextPassThatFindsItShorter)
+{
+    Log({"old"}, "app.log");
+    EXPECT_EQ(Strings{"old"}, FilePass());
+    std::filesystem::copy(LogFile("app.log"), LogFile("app.log.1"));
+    WriteLog("app.log", "");
+    Log({"lost"}, "app.log");
+    EXPECT_EQ(kNothing, FilePass());
+    Log({"counted"}, "app.log");
+    EXPECT_EQ(Strings{"counted"}, FilePass());
 }
 
 TEST_F(WatchedFile, LosesWhatIsRewrittenInPlaceAtEqualSize)
