@@ -456,6 +456,20 @@ TEST_F(RotationInAPass, OneBetweenListingAndLookingStartsAfreshWhenTheNewBackupI
     EXPECT_EQ(Strings{"next"}, Pass());
 }
 
+TEST_F(RotationInAPass, OneBetweenListingAndLookingStartsAfreshWhenBackupsAreDated)
+{
+    Log({"older"});
+    RenameLog("messages", "messages-20240309");
+    LogLater({"checked"});
+    Pass();
+    LogLater({"lost, old"});
+    BeforeFile(1, [this] {
+        RenameLog("messages", "messages-20240310");
+        LogLater({"lost, new"});
+    });
+    EXPECT_EQ(kNothing, Pass());
+}
+
 TEST_F(RotationInAPass, OneBetweenListingAndLookingIsFollowedWhenThereWereNumberedBackups)
 {
     Log({"checked"});
