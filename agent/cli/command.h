@@ -63,6 +63,7 @@ extern const std::vector<Command> kTraceCommands;
 extern const std::vector<Command> kRulesCommands;
 extern const std::vector<Command> kRegFileCommands;
 extern const std::vector<Command> kTestCommands;
+extern const std::vector<Command> kDoctorCommands;
 
 } // namespace cli
 

@@ -55,7 +55,7 @@ void AddCommands(CLI::App &app, Context &context, Action &action)
 {
     for (const auto *rows : {&kStatusCommands, &kEventCommands, &kSettingCommands, &kScanCommands,
                              &kAlertCommands, &kSinkCommands, &kRegistryCommands, &kTraceCommands,
-                             &kRulesCommands, &kRegFileCommands, &kTestCommands}) {
+                             &kRulesCommands, &kRegFileCommands, &kTestCommands, &kDoctorCommands}) {
         for (const Command &command : *rows)
             command.set_up(ParserFor(app, command), context, action);
     }

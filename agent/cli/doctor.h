@@ -1,0 +1,82 @@
+// The examination of a host: what each check looked at, what it found, what to do.
+#ifndef AGENT_CLI_DOCTOR_H
+#define AGENT_CLI_DOCTOR_H
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent/cli/command.h"
+#include "agent/common/log_files.h"
+#include "agent/common/status_file.h"
+
+namespace cli {
+
+enum class Outcome {
+    kWell,
+    kFinding, // something keeps lines from being reported, or will
+    kSkipped, // it could not be looked at; another finding says why
+};
+
+struct CheckResult {
+    std::string check; // "time stamps"
+    std::string looked_at;
+    Outcome outcome = Outcome::kWell;
+    std::string found;
+    std::string advice; // what to do; may have several lines
+};
+
+// The results so far.
+class Examination {
+  public:
+    // Everything after it belongs to this check.
+    void Begin(std::string check) { check_ = std::move(check); }
+    void Well(const std::string &looked_at, const std::string &found)
+    {
+        results_.push_back({check_, looked_at, Outcome::kWell, found, ""});
+    }
+    void Finding(const std::string &looked_at, const std::string &found, const std::string &advice)
+    {
+        results_.push_back({check_, looked_at, Outcome::kFinding, found, advice});
+    }
+    void Skipped(const std::string &looked_at, const std::string &why)
+    {
+        results_.push_back({check_, looked_at, Outcome::kSkipped, why, ""});
+    }
+    [[nodiscard]] const std::vector<CheckResult> &results() const { return results_; }
+    [[nodiscard]] size_t Findings() const;
+
+  private:
+    std::string check_;
+    std::vector<CheckResult> results_;
+};
+
+// Is the reason why a file cannot be read that it is not there?
+bool IsMissing(const agent::WatchedFile &file);
+
+// ---- the checks of the agent: doctor_agent.cc ----
+
+void CheckDaemon(const Context &context, Examination *examination);
+void CheckDisk(const Context &context, Examination *examination);
+// Without a host that can be started, the rest can only be skipped: false.
+bool CheckStore(const Context &context, Examination *examination);
+void CheckWatching(const Context &context, Examination *examination);
+void CheckEvents(Examination *examination);
+// Ends the started host.
+void CheckTable(const Context &context, Examination *examination);
+
+// ---- the checks of the logs: doctor_logs.cc ----
+
+void CheckReadable(const std::vector<agent::WatchedFile> &files, Examination *examination);
+void CheckStamps(const Context &context, const std::vector<agent::WatchedFile> &files,
+                 Examination *examination);
+void CheckRotation(const std::vector<agent::WatchedFile> &files, Examination *examination);
+void CheckResumePoints(const Context &context, const std::vector<agent::WatchedFile> &files,
+                       Examination *examination);
+void CheckBacklog(const Context &context, const std::vector<agent::WatchedFile> &files,
+                  Examination *examination);
+
+} // namespace cli
+
+#endif // AGENT_CLI_DOCTOR_H

@@ -1,0 +1,208 @@
+// The checks of the agent: daemon, disk, store, watching, events.
+#include <cerrno>
+#include <cstring>
+#include <set>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+#include "agent/cli/doctor.h"
+#include "agent/cli/trial.h"
+#include "agent/common/alert_text.h"
+#include "agent/common/daemon_lock.h"
+#include "agent/common/event_checks.h"
+#include "agent/common/monitor_settings.h"
+
+namespace cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using agent::MonitorState;
+using agent::Status;
+
+// A pass over a few gigabytes needs this much for its journal.
+constexpr uint64_t kLittleSpace = uint64_t{64} * 1024 * 1024;
+
+constexpr char kStartDaemon[] = "start it with systemctl start syslogmond, or run syslogmond";
+
+std::string Megabytes(uint64_t bytes)
+{
+    char text[48];
+    snprintf(text, sizeof text, "%.1f MB", static_cast<double>(bytes) / 1e6);
+    return text;
+}
+
+void CheckSpaceIn(const fs::path &folder, Examination *examination)
+{
+    struct statvfs disk {};
+    if (statvfs(folder.c_str(), &disk) != 0) {
+        if (errno == ENOENT)
+            examination->Skipped(folder, "it is not there yet");
+        else
+            examination->Finding(folder, strerror(errno), "run the command as root");
+        return;
+    }
+    const uint64_t free_bytes = uint64_t{disk.f_bavail} * disk.f_frsize;
+    const bool no_inodes = disk.f_files > 0 && disk.f_favail == 0;
+    if ((disk.f_flag & ST_RDONLY) != 0)
+        examination->Finding(folder, "its file system is mounted read-only",
+                             "mount it for writing");
+    else if (no_inodes)
+        examination->Finding(folder, "its file system has room for no further file",
+                             "remove files that are not needed");
+    else if (free_bytes < kLittleSpace)
+        examination->Finding(folder, "only " + Megabytes(free_bytes) + " are free",
+                             "make room: a pass that does not fit on the disk is not stored, and "
+                             "is read again until it fits");
+    else
+        examination->Well(folder, Megabytes(free_bytes) + " are free");
+}
+
+std::vector<agent::StoredSource> Sources()
+{
+    return agent::EventRegistry(tarsk::HostRegistry()).ReadAll();
+}
+
+} // namespace
+
+void CheckDaemon(const Context &context, Examination *examination)
+{
+    examination->Begin("daemon");
+    const fs::path &run = context.layout.run;
+    const auto holder = agent::DaemonLock::Holder(run);
+    if (!holder) {
+        examination->Finding("syslogmond", "it is not running", kStartDaemon);
+        return;
+    }
+    const std::string process = "process " + std::to_string(*holder);
+    const auto status = agent::ReadStatus(run);
+    if (!status) {
+        examination->Well(process, "it is starting");
+        return;
+    }
+    const std::string ended =
+        "its monitor has ended by itself " + std::to_string(status->restarts) +
+        (status->restarts == 1 ? " time" : " times") + ", last because: " + status->last_error;
+    const std::string advice = "mend the cause; more is in " + context.layout.TraceLog().string();
+    if (status->state == MonitorState::kPausing)
+        examination->Finding(
+            process, ended + "; it is started again at " + agent::LocalTime(status->next_start_ms),
+            advice);
+    else if (status->restarts > 0)
+        examination->Finding(process, ended, advice + "; a restart of the daemon clears the count");
+    else
+        examination->Well(process, "it is " + std::string(agent::MonitorStateName(status->state)) +
+                                       " since " + agent::LocalTime(status->started_ms));
+}
+
+void CheckDisk(const Context &context, Examination *examination)
+{
+    examination->Begin("disk");
+    std::set<dev_t> seen;
+    for (const fs::path &folder : {context.layout.state, context.layout.run, context.layout.log}) {
+        struct stat status {};
+        const bool known = stat(folder.c_str(), &status) == 0;
+        if (!known || seen.insert(status.st_dev).second)
+            CheckSpaceIn(folder, examination);
+    }
+}
+
+bool CheckStore(const Context &context, Examination *examination)
+{
+    examination->Begin("store");
+    const fs::path store = context.layout.Store();
+    std::error_code failed;
+    if (!fs::exists(store, failed) && !failed) {
+        examination->Finding(store, "it is not there: nothing was ever registered",
+                             "register events with syslogmon apply or syslogmon event add, and "
+                             "start the daemon");
+        return false;
+    }
+    try {
+        context.Open();
+        tarsk::HostStore().CheckIntegrity();
+    } catch (const tarsk::Error &error) {
+        examination->Finding(store, error.what(), "do what it says");
+        return false;
+    }
+    examination->Well(store, "it is whole");
+    return true;
+}
+
+void CheckWatching(const Context &context, Examination *examination)
+{
+    examination->Begin("watching");
+    const auto status = agent::ReadStatus(context.layout.run);
+    const std::string interval =
+        agent::GetSetting(tarsk::HostRegistry(), agent::FindSetting("trigger-interval"));
+    if (!agent::DaemonLock::Holder(context.layout.run) || !status)
+        examination->Skipped("inotify", "the daemon is not running");
+    else if (!status->watch_problem.empty())
+        examination->Finding("inotify", status->watch_problem,
+                             "until it is mended, lines are found once in a cycle");
+    else if (interval == "0")
+        examination->Well("inotify", "it is turned off: lines are found once in a cycle");
+    else
+        examination->Well("inotify", "lines are found within " + interval + " ms");
+}
+
+void CheckEvents(Examination *examination)
+{
+    examination->Begin("events");
+    const bool fault_tolerant =
+        agent::GetSetting(tarsk::HostRegistry(), agent::FindSetting("fault-tolerant")) == "on";
+    size_t events = 0;
+    const size_t findings = examination->Findings();
+    for (const agent::StoredSource &source : Sources()) {
+        for (const agent::StoredEvent &stored : source.events) {
+            ++events;
+            if (source.is_new_application_type)
+                continue; // of another component
+            if (!stored.problem.empty()) {
+                const agent::EventDoubt doubt =
+                    agent::WhyLeftOut(tarsk::HostRegistry(), source, stored);
+                examination->Finding(agent::NameOf(stored),
+                                     doubt.cause + ", and so the monitor loads no event at all",
+                                     doubt.advice);
+                continue;
+            }
+            for (const agent::EventDoubt &doubt : agent::DoubtsOf(stored, fault_tolerant))
+                examination->Finding(agent::NameOf(stored), doubt.cause, doubt.advice);
+        }
+    }
+    const std::string all = std::to_string(events) + (events == 1 ? " event" : " events");
+    if (events == 0)
+        examination->Finding("all events", "there are none, so nothing is ever reported",
+                             "register some with syslogmon apply or syslogmon event add");
+    else if (examination->Findings() == findings)
+        examination->Well(all, "each can be reported");
+}
+
+void CheckTable(const Context &context, Examination *examination)
+{
+    examination->Begin("table");
+    const RulesCopy rules = CopyRules(tarsk::HostRegistry(), true);
+    try {
+        RunTrial(context.layout, rules, [&](MonitorModule &module) {
+            const size_t findings = examination->Findings();
+            for (const auto &[source, stored] : LeftOutEvents(tarsk::HostRegistry(), module)) {
+                const agent::EventDoubt doubt =
+                    agent::WhyLeftOut(tarsk::HostRegistry(), source, stored);
+                if (source.is_new_application_type)
+                    examination->Well(agent::NameOf(stored), "it is left out: " + doubt.cause);
+                else
+                    examination->Finding(agent::NameOf(stored), "it is left out: " + doubt.cause,
+                                         doubt.advice);
+            }
+            if (examination->Findings() == findings)
+                examination->Well("monitor module",
+                                  "it loads " + std::to_string(*module.count) +
+                                      (*module.count == 1 ? " event" : " events"));
+        });
+    } catch (const tarsk::Error &error) {
+        examination->Finding("monitor module", error.what(), "do what it says");
+    }
+}
+
+} // namespace cli

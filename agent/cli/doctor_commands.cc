@@ -1,0 +1,131 @@
+// doctor
+#include <algorithm>
+#include <cstdio>
+#include <sstream>
+
+#include "agent/cli/doctor.h"
+#include "agent/cli/output.h"
+#include "agent/cli/trial.h"
+#include "agent/common/alert_text.h"
+#include "agent/common/names.h"
+
+namespace cli {
+
+using nlohmann::json;
+
+size_t Examination::Findings() const
+{
+    return static_cast<size_t>(
+        std::count_if(results_.begin(), results_.end(), [](const CheckResult &result) {
+            return result.outcome == Outcome::kFinding;
+        }));
+}
+
+namespace {
+
+constexpr int kIndent = 9; // behind the longest outcome and a blank or two
+
+const char *OutcomeName(Outcome outcome)
+{
+    switch (outcome) {
+    case Outcome::kWell:
+        return "well";
+    case Outcome::kFinding:
+        return "FINDING";
+    case Outcome::kSkipped:
+        return "skipped";
+    }
+    return "";
+}
+
+void PrintResult(const CheckResult &result)
+{
+    printf("%-*s%s: %s: %s\n", kIndent, OutcomeName(result.outcome), result.check.c_str(),
+           agent::Printable(result.looked_at).c_str(), agent::Printable(result.found).c_str());
+    std::istringstream advice(result.advice);
+    std::string line;
+    for (const char *before = "do: "; std::getline(advice, line); before = "")
+        printf("%-*s%s%s\n", kIndent, "", before, agent::Printable(line).c_str());
+}
+
+void Print(const Examination &examination)
+{
+    for (const CheckResult &result : examination.results())
+        PrintResult(result);
+    const size_t findings = examination.Findings();
+    if (findings == 0)
+        printf("\nAll is well.\n");
+    else
+        printf("\n%zu %s.\n", findings, findings == 1 ? "finding" : "findings");
+}
+
+void PrintAsJson(const Examination &examination)
+{
+    json checks = json::array();
+    for (const CheckResult &result : examination.results()) {
+        std::string outcome = OutcomeName(result.outcome);
+        std::transform(outcome.begin(), outcome.end(), outcome.begin(),
+                       [](unsigned char c) { return static_cast<char>(tolower(c)); });
+        checks.push_back({{"check", result.check},
+                          {"looked_at", result.looked_at},
+                          {"outcome", outcome},
+                          {"found", result.found},
+                          {"advice", result.advice}});
+    }
+    PrintJson({{"well", examination.Findings() == 0}, {"checks", checks}});
+}
+
+// Without a registry, the system log is all that is known to be watched.
+std::vector<agent::WatchedFile> SystemLogOnly()
+{
+    agent::WatchedFile file;
+    file.role = "system log";
+    file.path = agent::kSystemLog;
+    return {file};
+}
+
+Examination Examine(const Context &context)
+{
+    Examination examination;
+    CheckDaemon(context, &examination);
+    CheckDisk(context, &examination);
+    const bool has_store = CheckStore(context, &examination);
+    const auto files = has_store ? agent::ReadWatchedFiles(tarsk::HostRegistry()) : SystemLogOnly();
+    CheckReadable(files, &examination);
+    CheckStamps(context, files, &examination);
+    CheckRotation(files, &examination);
+    if (!has_store)
+        return examination; // what follows is all in it
+    CheckResumePoints(context, files, &examination);
+    CheckBacklog(context, files, &examination);
+    CheckWatching(context, &examination);
+    CheckEvents(&examination);
+    CheckTable(context, &examination); // the last one: it ends the host
+    return examination;
+}
+
+int Diagnose(const Context &context)
+{
+    FixTimeZone();
+    const Examination examination = Examine(context);
+    if (context.json)
+        PrintAsJson(examination);
+    else
+        Print(examination);
+    return examination.Findings() == 0 ? kExitDone : kExitFailed;
+}
+
+void SetUpDoctor(CLI::App &app, Context &context, Action &action)
+{
+    app.footer("Ends with 0 when all is well, and with 1 when something was found.");
+    app.callback([&] { action = [&] { return Diagnose(context); }; });
+}
+
+} // namespace
+
+const std::vector<Command> kDoctorCommands = {
+    {"doctor", "Examine this host: what keeps lines from being reported, and what to do",
+     SetUpDoctor},
+};
+
+} // namespace cli

@@ -1,0 +1,380 @@
+// The checks of the logs: can they be read, do their lines have time stamps that the monitor reads,
+// are their rotated files found, where does the monitor stand.
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <dirent.h>
+#include <fstream>
+#include <set>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "agent/cli/doctor.h"
+#include "agent/cli/trial.h"
+#include "agent/common/daemon_lock.h"
+#include "agent/common/monitor_settings.h"
+#include "agent/common/names.h"
+#include "agent/common/stamps.h"
+
+namespace cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using agent::StampProblem;
+using agent::WatchedFile;
+
+constexpr size_t kNewestLines = 50;                // whose time stamps are looked at
+constexpr std::streamoff kNewestBytes = 64 * 1024; // that hold them, more or less
+
+// More than the monitor reads in a second: it does not get along.
+constexpr int64_t kMuchBehind = int64_t{1024} * 1024; // bytes
+
+// ---- what the syslog daemon of this host is told ----
+
+constexpr char kRsyslogMessages[] =
+    "with rsyslog, put these lines into /etc/rsyslog.d/messages.conf and restart rsyslog:\n"
+    "    *.info;mail.none;authpriv.none;cron.none  action(type=\"omfile\" "
+    "file=\"/var/log/messages\"\n"
+    "                                                     "
+    "template=\"RSYSLOG_TraditionalFileFormat\")";
+constexpr char kSyslogNgMessages[] =
+    "with syslog-ng, put these lines into /etc/syslog-ng/conf.d/messages.conf, with the name of "
+    "your source, and restart syslog-ng:\n"
+    "    destination d_messages { file(\"/var/log/messages\" ts-format(bsd)); };\n"
+    "    log { source(s_src); destination(d_messages); };";
+
+std::string HowToWriteMessages()
+{
+    const bool has_syslog_ng = fs::exists("/etc/syslog-ng");
+    const bool has_rsyslog = fs::exists("/etc/rsyslog.conf") || fs::exists("/etc/rsyslog.d");
+    if (has_syslog_ng && !has_rsyslog)
+        return kSyslogNgMessages;
+    return (has_rsyslog ? "" : "install a syslog daemon such as rsyslog; ") +
+           std::string(kRsyslogMessages);
+}
+
+// ---- time stamps ----
+
+std::vector<std::string> NewestLines(const fs::path &path)
+{
+    std::ifstream file(path, std::ios::binary | std::ios::ate);
+    const std::streamoff size = file.tellg();
+    std::vector<std::string> lines;
+    if (!file || size <= 0)
+        return lines;
+    const std::streamoff begin = std::max<std::streamoff>(0, size - kNewestBytes);
+    file.seekg(begin);
+    std::string line;
+    if (begin > 0)
+        std::getline(file, line); // a part of one
+    while (std::getline(file, line))
+        lines.push_back(line);
+    if (lines.size() > kNewestLines)
+        lines.erase(lines.begin(), lines.end() - kNewestLines);
+    return lines;
+}
+
+// What is wrong with the stamps of the newest lines.
+struct Stamps {
+    size_t lines = 0;
+    std::array<size_t, agent::kStampProblems> problems{};
+    std::array<std::string, agent::kStampProblems> examples;
+    std::optional<StampProblem> newest; // of the newest line that is no continuation
+};
+
+Stamps LookAtStamps(const MonitorModule &module, const fs::path &path)
+{
+    Stamps stamps;
+    for (const std::string &line : NewestLines(path)) {
+        ++stamps.lines;
+        time_t time = 0;
+        if (module.get_syslog_time(line.c_str(), &time) != 0) {
+            stamps.newest.reset();
+            continue;
+        }
+        const StampProblem problem = agent::StampProblemOf(line);
+        const auto index = static_cast<size_t>(problem);
+        ++stamps.problems[index];
+        stamps.examples[index] = line.substr(0, 60);
+        if (!agent::IsContinuation(problem))
+            stamps.newest = problem;
+    }
+    return stamps;
+}
+
+// A few lines without a stamp are the second lines of longer messages; a log that holds more of
+// them than others is no syslog.
+bool IsWrong(const Stamps &stamps, StampProblem problem)
+{
+    const size_t count = stamps.problems[static_cast<size_t>(problem)];
+    if (agent::IsContinuation(problem))
+        return count * 2 > stamps.lines;
+    if (problem == StampProblem::kOtherMonth)
+        return stamps.newest == problem; // older lines are none of our business
+    return count > 0;
+}
+
+void CheckStampsOf(const MonitorModule &module, const fs::path &path, Examination *examination)
+{
+    const Stamps stamps = LookAtStamps(module, path);
+    bool well = true;
+    for (int p = 0; p < agent::kStampProblems; ++p) {
+        const auto problem = static_cast<StampProblem>(p);
+        if (!IsWrong(stamps, problem))
+            continue;
+        well = false;
+        const auto index = static_cast<size_t>(p);
+        std::string advice = agent::StampProblemAdvice(problem);
+        if (advice.empty())
+            advice =
+                "name a log that a syslog daemon writes, or watch this file with syslogmon set "
+                "file-monitor, which needs no time stamps";
+        examination->Finding(path,
+                             std::to_string(stamps.problems[index]) + " of the newest " +
+                                 std::to_string(stamps.lines) +
+                                 " lines cannot match any event, because of each can be said: " +
+                                 agent::StampProblemText(problem) +
+                                 "; for example: " + stamps.examples[index],
+                             advice);
+    }
+    if (well && stamps.lines == 0)
+        examination->Well(path, "it has no lines yet");
+    else if (well)
+        examination->Well(path, "the newest " + std::to_string(stamps.lines) +
+                                    " lines have stamps that the monitor reads");
+}
+
+// ---- rotated files ----
+
+// The files beside a log that were rotated away from it, by what the monitor makes of them.
+struct Backups {
+    std::set<long> numbers;        // messages.1, messages.2, ...
+    std::set<std::string> dates;   // messages-20240105
+    std::set<std::string> packed;  // messages.1.gz, messages-20240105.xz, ...
+    std::set<std::string> unknown; // messages-2024-01-05, messages.old, ...
+};
+
+bool EndsWith(const std::string &text, const std::string &end)
+{
+    return text.size() >= end.size() &&
+           text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+bool IsPacked(const std::string &name)
+{
+    constexpr const char *kEnds[] = {".gz", ".xz", ".bz2", ".zst", ".lz4", ".Z"};
+    return std::any_of(std::begin(kEnds), std::end(kEnds),
+                       [&](const char *end) { return EndsWith(name, end); });
+}
+
+bool IsAllDigits(const std::string &text)
+{
+    return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+}
+
+void Sort(const std::string &name, const std::string &rest, Backups *backups)
+{
+    const std::string digits = rest.substr(1);
+    if (IsPacked(name))
+        backups->packed.insert(name);
+    else if (rest[0] == '.' && IsAllDigits(digits) && digits[0] != '0' && digits.size() < 10)
+        backups->numbers.insert(std::stol(digits));
+    else if (rest[0] == '-' && IsAllDigits(digits) && digits.size() == 8)
+        backups->dates.insert(name);
+    else
+        backups->unknown.insert(name);
+}
+
+Backups FindBackups(const fs::path &log)
+{
+    Backups backups;
+    const std::string base = log.filename();
+    std::error_code ignored;
+    for (const auto &entry : fs::directory_iterator(log.parent_path(), ignored)) {
+        const std::string name = entry.path().filename();
+        if (name.size() <= base.size() + 1 || name.compare(0, base.size(), base) != 0)
+            continue;
+        const std::string rest = name.substr(base.size());
+        if (rest[0] == '.' || rest[0] == '-')
+            Sort(name, rest, &backups);
+    }
+    return backups;
+}
+
+// The first number that is missing before one that is there; 0: none is.
+long MissingNumber(const std::set<long> &numbers)
+{
+    long expected = 1;
+    for (const long number : numbers) {
+        if (number != expected)
+            return expected;
+        ++expected;
+    }
+    return 0;
+}
+
+// The newest rotated file, when it is packed: the monitor cannot read what was written between its
+// last pass and the rotation.
+std::string PackedNewest(const std::string &base, const Backups &backups)
+{
+    std::string newest;
+    for (const std::string &name : backups.packed) {
+        const bool is_first = name.rfind(base + ".1.", 0) == 0;
+        const bool is_dated =
+            name[base.size()] == '-' && (backups.dates.empty() || *backups.dates.rbegin() < name);
+        if ((is_first && backups.numbers.count(1) == 0) || (is_dated && name > newest))
+            newest = name;
+    }
+    return newest;
+}
+
+void CheckRotationOf(const fs::path &log, Examination *examination)
+{
+    const Backups backups = FindBackups(log);
+    const std::string base = log.filename();
+    const size_t findings = examination->Findings();
+    const std::string packed = PackedNewest(base, backups);
+    const long missing = MissingNumber(backups.numbers);
+    if (!packed.empty())
+        examination->Finding(log.parent_path() / packed,
+                             "the newest rotated file is compressed, so what was written just "
+                             "before the rotation cannot be read",
+                             "add delaycompress to the configuration of logrotate for " +
+                                 log.string());
+    else if (missing > 0)
+        examination->Finding(
+            log.parent_path() / (base + "." + std::to_string(missing)),
+            "it is missing, and so the rotated files with higher numbers are not looked at",
+            "number them without a gap from 1, or remove them");
+    if (!backups.unknown.empty() && backups.numbers.empty() && backups.dates.empty())
+        examination->Finding(log.parent_path() / *backups.unknown.rbegin(),
+                             "rotated files with such names are not recognised",
+                             "let logrotate number them, or add dateext and dateformat -%Y%m%d to "
+                             "its configuration");
+    const size_t known = backups.numbers.size() + backups.dates.size();
+    if (examination->Findings() == findings)
+        examination->Well(log, known == 0
+                                   ? "it has no rotated files"
+                                   : std::to_string(known) +
+                                         (known == 1 ? " rotated file is" : " rotated files are") +
+                                         " recognised");
+}
+
+bool IsRunning(const Context &context)
+{
+    return agent::DaemonLock::Holder(context.layout.run).has_value();
+}
+
+bool IsEmpty(const fs::path &path)
+{
+    std::error_code failed;
+    return fs::file_size(path, failed) == 0 && !failed;
+}
+
+} // namespace
+
+bool IsMissing(const WatchedFile &file)
+{
+    struct stat status {};
+    return stat(file.path.c_str(), &status) != 0 && errno == ENOENT;
+}
+
+void CheckReadable(const std::vector<WatchedFile> &files, Examination *examination)
+{
+    for (const WatchedFile &file : files) {
+        examination->Begin(file.role);
+        struct stat status {};
+        if (stat(file.path.c_str(), &status) != 0) {
+            const bool missing = errno == ENOENT;
+            const std::string advice = !missing ? "run the daemon, and this command, as root"
+                                       : file.path == agent::kSystemLog
+                                           ? HowToWriteMessages()
+                                           : "write it, or name another file with syslogmon set";
+            examination->Finding(file.path, missing ? "it is not there" : strerror(errno), advice);
+        } else if (!S_ISREG(status.st_mode)) {
+            examination->Finding(file.path, "it is no regular file",
+                                 "put a log in its place: the monitor reads nothing else");
+        } else if (access(file.path.c_str(), R_OK) != 0) {
+            examination->Finding(file.path, strerror(errno),
+                                 "run the daemon, and this command, as root");
+        } else {
+            examination->Well(file.path, "it can be read");
+        }
+    }
+}
+
+void CheckStamps(const Context &context, const std::vector<WatchedFile> &files,
+                 Examination *examination)
+{
+    examination->Begin("time stamps");
+    try {
+        const MonitorModule module(context.layout);
+        for (const WatchedFile &file : files) {
+            if (file.role == "file monitor")
+                continue; // its lines need none
+            if (access(file.path.c_str(), R_OK) != 0)
+                examination->Skipped(file.path, "it cannot be read");
+            else
+                CheckStampsOf(module, file.path, examination);
+        }
+    } catch (const tarsk::Error &error) {
+        examination->Finding("monitor module", error.what(), "do what it says");
+    }
+}
+
+void CheckRotation(const std::vector<WatchedFile> &files, Examination *examination)
+{
+    examination->Begin("rotation");
+    for (const WatchedFile &file : files) {
+        // Of no other file are rotated ones looked at.
+        if (file.path == agent::kSystemLog || file.path == "/var/log/vmkernel")
+            CheckRotationOf(file.path, examination);
+    }
+}
+
+void CheckResumePoints(const Context &context, const std::vector<WatchedFile> &files,
+                       Examination *examination)
+{
+    examination->Begin("resume point");
+    for (const WatchedFile &file : files) {
+        if (!file.resume_file.empty())
+            examination->Well(file.path, "the monitor goes on in " + file.resume_file.string());
+        else if (access(file.path.c_str(), R_OK) != 0)
+            examination->Skipped(file.path, "it cannot be read");
+        else if (IsEmpty(file.path))
+            examination->Well(file.path, "it has no lines yet");
+        else if (file.problem == "not looked at yet" && !IsRunning(context))
+            examination->Skipped(file.path, "the daemon has not looked at it yet");
+        else
+            examination->Finding(
+                file.path, file.problem,
+                "syslogmon scan makes the monitor look now and go on from the end; "
+                "lines before that are not checked, but syslogmon test shows what "
+                "is in them");
+    }
+}
+
+void CheckBacklog(const Context &context, const std::vector<WatchedFile> &files,
+                  Examination *examination)
+{
+    examination->Begin("backlog");
+    const std::string why = IsRunning(context)
+                                ? "see with syslogmon status whether it becomes less; a pass that "
+                                  "takes long finds many events or a slow disk"
+                                : "start the daemon: systemctl start syslogmond, or syslogmond";
+    for (const WatchedFile &file : files) {
+        if (!file.behind)
+            examination->Skipped(file.path, "it is not known where the monitor stands");
+        else if (*file.behind > kMuchBehind)
+            examination->Finding(file.path,
+                                 std::to_string(*file.behind) + " bytes are not checked yet", why);
+        else
+            examination->Well(file.path,
+                              std::to_string(*file.behind) + " bytes are not checked yet");
+    }
+}
+
+} // namespace cli
