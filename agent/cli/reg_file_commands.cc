@@ -72,9 +72,7 @@ int Export(const Context &context, const ExportOptions &options)
     std::string text = agent::FormatRegText(keys);
     if (options.utf16)
         text = agent::ToUtf16File(text);
-    if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0)
-        throw tarsk::Error("cannot write the registry file", "standard output takes no more",
-                           "is its disk full?");
+    PrintFile(text);
     return kExitDone;
 }
 

@@ -237,8 +237,7 @@ int Export(const Context &context)
         return kExitDone;
     }
     notes.schema = SchemaPath();
-    const std::string text = agent::FormatRules(events, notes);
-    fwrite(text.data(), 1, text.size(), stdout);
+    PrintFile(agent::FormatRules(events, notes));
     return kExitDone;
 }
 

@@ -1,4 +1,4 @@
-// Files that commands read: where their issues go.
+// Files that commands read and write: where their issues go, and that none of them gets lost.
 #ifndef AGENT_CLI_TEXT_INPUT_H
 #define AGENT_CLI_TEXT_INPUT_H
 
@@ -26,6 +26,9 @@ class Refused : public tarsk::Error {
 // standard error, and with --json as an object on standard output, too; then throws Refused.
 void RefuseIfFaulty(const Context &context, const std::string &doing, const std::string &path,
                     const std::vector<agent::Issue> &issues);
+
+// Prints a whole file on standard output. Throws tarsk::Error when not all of it could be written.
+void PrintFile(const std::string &text);
 
 } // namespace cli
 

@@ -366,6 +366,19 @@ TEST_F(ApplyCommand, ExportInJsonCanBeApplied)
                  "0 added, 0 changed, 0 removed, 2 unchanged.\n");
 }
 
+TEST_F(ApplyCommand, AnExportThatDoesNotFitOnTheDiskFails)
+{
+    for (const char *words : {"export", "reg export"}) {
+        const Finished finished = test::RunToEnd(
+            {"/bin/sh", "-c",
+             std::string(SYSLOGMON " --root ") + Root().string() + " " + words + " >/dev/full"});
+        EXPECT_EQ(1, finished.status);
+        EXPECT_EQ("syslogmon: cannot write the file: No space left on device; what was written of "
+                  "it is not complete: make room, and try again\n",
+                  finished.err);
+    }
+}
+
 // Events that `event add` made, with anything that an argument can hold.
 TEST_F(ApplyCommand, ARoundTripChangesNoByteOfTheRegistry)
 {
