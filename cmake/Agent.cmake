@@ -9,8 +9,8 @@ find_package(CURL REQUIRED)
 find_library(NETSNMP netsnmp REQUIRED)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 
-set(SYSLOGMON_ROOT ${CMAKE_INSTALL_FULL_LIBDIR}/syslogmon CACHE PATH
-    "Where a packaged agent finds its libraries, in a folder lib")
+# Where a packaged agent finds its libraries, in a folder lib. Follows the install prefix.
+set(SYSLOGMON_ROOT ${CMAKE_INSTALL_FULL_LIBDIR}/syslogmon)
 set(SYSLOGMON_STATE_DIR /var/lib/syslogmon CACHE PATH "Where a packaged agent keeps its store")
 set(SYSLOGMON_RUN_DIR /run/syslogmon CACHE PATH "Where a packaged agent keeps its run-time files")
 set(SYSLOGMON_LOG_DIR /var/log/syslogmon CACHE PATH "Where a packaged agent writes its trace log")

@@ -1,0 +1,91 @@
+# What is installed and where, and the Debian package of it:
+#
+#   cmake --preset release && cmake --build --preset release && (cd build/release && cpack -G DEB)
+#
+# The libraries have a folder of their own, since no other program may link with them: SYSLOGMON_ROOT/lib.
+set(package_files ${CMAKE_BINARY_DIR}/packaging)
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON) # the target agent is all that is installed
+
+install(TARGETS syslogmon RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS syslogmond RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+install(TARGETS tarsk vkevmon vkmncall vkirtupt LIBRARY DESTINATION ${SYSLOGMON_ROOT}/lib)
+
+# ---- documents ----
+
+# Debian wants manual pages and changelogs compressed, in the same way each time.
+function(install_compressed source folder name)
+    install(CODE "
+        execute_process(COMMAND gzip -9nc \"${source}\" OUTPUT_FILE \"${package_files}/${name}.gz\"
+                        COMMAND_ERROR_IS_FATAL ANY)")
+    install(FILES ${package_files}/${name}.gz DESTINATION ${folder})
+endfunction()
+
+file(GLOB manual_pages CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/docs/man/*.[158])
+foreach(page ${manual_pages})
+    cmake_path(GET page FILENAME name)
+    string(REGEX MATCH "[158]$" section ${name})
+    install_compressed(${page} ${CMAKE_INSTALL_MANDIR}/man${section} ${name})
+endforeach()
+
+install_compressed(${CMAKE_CURRENT_LIST_DIR}/debian/changelog ${CMAKE_INSTALL_DOCDIR} changelog)
+file(STRINGS ${CMAKE_SOURCE_DIR}/LICENSE licence_lines)
+list(SUBLIST licence_lines 4 -1 licence_lines) # without its title and copyright lines
+set(LICENSE_FIELD "")
+foreach(line IN LISTS licence_lines)
+    string(APPEND LICENSE_FIELD " ${line}\n")
+endforeach()
+string(REPLACE " \n" " .\n" LICENSE_FIELD "${LICENSE_FIELD}")
+string(STRIP "${LICENSE_FIELD}" LICENSE_FIELD)
+string(PREPEND LICENSE_FIELD " ")
+configure_file(${CMAKE_CURRENT_LIST_DIR}/debian/copyright.in ${package_files}/copyright @ONLY)
+install(FILES ${package_files}/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/logrotate-other-logs DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(FILES ${CMAKE_SOURCE_DIR}/examples/rules.yaml DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+
+# ---- completions ----
+
+set(completions ${CMAKE_CURRENT_LIST_DIR}/completions)
+set(bash_folder ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions)
+install(FILES ${completions}/syslogmon.bash DESTINATION ${bash_folder} RENAME syslogmon)
+install(CODE "
+    file(CREATE_LINK syslogmon
+         \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${bash_folder}/syslogmond\" SYMBOLIC)")
+install(FILES ${completions}/_syslogmon DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/zsh/vendor-completions)
+install(FILES ${completions}/syslogmon.fish DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/fish/vendor_completions.d)
+install(CODE "
+    file(CREATE_LINK syslogmon.fish
+         \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATAROOTDIR}/fish/vendor_completions.d/syslogmond.fish\"
+         SYMBOLIC)")
+
+# ---- service, and the configuration of its neighbours ----
+
+configure_file(${CMAKE_CURRENT_LIST_DIR}/syslogmond.service.in ${package_files}/syslogmond.service @ONLY)
+install(FILES ${package_files}/syslogmond.service DESTINATION /lib/systemd/system)
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/rsyslog.conf DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/rsyslog.d
+        RENAME syslogmon.conf)
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/logrotate.conf DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/logrotate.d
+        RENAME syslogmon)
+
+# ---- the package ----
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME syslogmon)
+set(CPACK_PACKAGE_CONTACT "the syslog monitor's authors <maintainers@syslogmon.invalid>")
+set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION admin)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "watches the system log and reports registered events")
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
+"A daemon reads the system log as it is written, across rotations, restarts and
+crashes. Events are registered with a command: texts that a line must contain,
+how many hits make one report, and the hours in which they count.")
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/root/lib)
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "rsyslog, logrotate")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(control ${CMAKE_CURRENT_LIST_DIR}/debian)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${control}/conffiles ${control}/postinst ${control}/prerm ${control}/postrm)
+include(CPack)

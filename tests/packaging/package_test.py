@@ -1,0 +1,134 @@
+"""What is in the package, what lintian says of it, and how far the service is locked in."""
+import re
+import shutil
+import subprocess
+import tempfile
+import unittest
+from pathlib import Path
+
+import deb
+
+# Type and mode, and path. TRIPLET stands for the machine's, such as x86_64-linux-gnu.
+FILES = """
+-rw-r--r-- ./etc/logrotate.d/syslogmon
+-rw-r--r-- ./etc/rsyslog.d/syslogmon.conf
+-rw-r--r-- ./lib/systemd/system/syslogmond.service
+-rwxr-xr-x ./usr/bin/syslogmon
+-rw-r--r-- ./usr/lib/TRIPLET/syslogmon/lib/libtarsk.so
+-rw-r--r-- ./usr/lib/TRIPLET/syslogmon/lib/vkevmon.dll
+-rw-r--r-- ./usr/lib/TRIPLET/syslogmon/lib/vkirtupt.dll
+-rw-r--r-- ./usr/lib/TRIPLET/syslogmon/lib/vkmncall.dll
+-rwxr-xr-x ./usr/sbin/syslogmond
+-rw-r--r-- ./usr/share/bash-completion/completions/syslogmon
+lrwxrwxrwx ./usr/share/bash-completion/completions/syslogmond -> syslogmon
+-rw-r--r-- ./usr/share/doc/syslogmon/changelog.gz
+-rw-r--r-- ./usr/share/doc/syslogmon/copyright
+-rw-r--r-- ./usr/share/doc/syslogmon/examples/logrotate-other-logs
+-rw-r--r-- ./usr/share/doc/syslogmon/examples/rules.yaml
+-rw-r--r-- ./usr/share/fish/vendor_completions.d/syslogmon.fish
+lrwxrwxrwx ./usr/share/fish/vendor_completions.d/syslogmond.fish -> syslogmon.fish
+-rw-r--r-- ./usr/share/man/man1/syslogmon.1.gz
+-rw-r--r-- ./usr/share/man/man5/syslogmon-rules.5.gz
+-rw-r--r-- ./usr/share/man/man5/syslogmon-sinks.5.gz
+-rw-r--r-- ./usr/share/man/man8/syslogmond.8.gz
+-rw-r--r-- ./usr/share/syslogmon/rules.schema.json
+-rw-r--r-- ./usr/share/zsh/vendor-completions/_syslogmon
+"""
+
+CONTROL_FILES = """
+-rw-r--r-- ./conffiles
+-rw-r--r-- ./control
+-rw-r--r-- ./md5sums
+-rwxr-xr-x ./postinst
+-rwxr-xr-x ./postrm
+-rwxr-xr-x ./prerm
+"""
+
+# Tenths: 20 is the figure 2.0 of systemd-analyze security.
+EXPOSURE_LIMIT = 20
+
+
+def output(*argv, stdin=None):
+    return subprocess.run(argv, stdin=stdin, capture_output=True, text=True, check=True).stdout
+
+
+def listing(tar):
+    """Mode, owner and path of all that is no folder."""
+    triplet = output("dpkg-architecture", "-qDEB_HOST_MULTIARCH").strip()
+    with tempfile.TemporaryFile() as archive:
+        subprocess.run(tar, stdout=archive, check=True)
+        archive.seek(0)
+        rows = [line.split(None, 5) for line in output("tar", "tv", stdin=archive).splitlines()]
+    for row in rows:
+        assert row[1] == "root/root", row
+    return sorted(f"{row[0]} {row[5].replace(triplet, 'TRIPLET')}" for row in rows if row[0][0] != "d")
+
+
+class Package(unittest.TestCase):
+    maxDiff = None
+
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(cls.folder.cleanup)
+        cls.package = deb.make(cls.folder.name)
+        cls.tree = Path(cls.folder.name) / "unpacked"
+        subprocess.run(["dpkg-deb", "--extract", cls.package, cls.tree], check=True)
+
+    def test_it_holds_these_files(self):
+        self.assertEqual(sorted(FILES.split("\n")[1:-1]),
+                         listing(["dpkg-deb", "--fsys-tarfile", self.package]))
+
+    def test_its_control_part_holds_these_files(self):
+        self.assertEqual(sorted(CONTROL_FILES.split("\n")[1:-1]),
+                         listing(["dpkg-deb", "--ctrl-tarfile", self.package]))
+
+    def test_every_file_below_etc_is_an_administrators_to_change(self):
+        below_etc = sorted(line.split()[1][1:] for line in FILES.splitlines() if " ./etc/" in line)
+        self.assertEqual(below_etc, output("dpkg-deb", "--info", self.package, "conffiles").split())
+
+    def test_lintian_finds_neither_errors_nor_warnings(self):
+        done = subprocess.run(["lintian", "--allow-root", "--fail-on", "error,warning", self.package],
+                              capture_output=True, text=True)
+        self.assertEqual((0, ""), (done.returncode, done.stdout))
+
+    def test_its_version_is_that_of_the_programs_and_of_the_changelog(self):
+        version = output("dpkg-deb", "--field", self.package, "Version").strip()
+        packaged = output("gzip", "-dc", self.tree / "usr/share/doc/syslogmon/changelog.gz")
+        self.assertEqual(version, re.search(r"\(([^)]*)\)", packaged)[1])
+        for program in ("usr/bin/syslogmon", "usr/sbin/syslogmond"):
+            self.assertEqual(version, self.run_unpacked(program, "--version").strip())
+
+    def run_unpacked(self, program, *arguments):
+        libraries = self.tree / "usr/lib" / output("dpkg-architecture", "-qDEB_HOST_MULTIARCH").strip()
+        return output("env", f"LD_LIBRARY_PATH={libraries / 'syslogmon/lib'}", self.tree / program, *arguments)
+
+    def test_the_unit_is_understood_by_systemd(self):
+        # systemd looks for the program, and for the targets that units need without saying so.
+        root = Path(self.folder.name) / "root"
+        shutil.copytree(self.tree, root, symlinks=True)
+        units = root / "lib/systemd/system"
+        for name in ("sysinit", "basic", "shutdown", "multi-user", "time-set"):
+            (units / f"{name}.target").write_text("[Unit]\nDefaultDependencies=no\n")
+        (root / "bin").mkdir()
+        for program in ("bin/kill",):
+            (root / program).write_text("")
+            (root / program).chmod(0o755)
+        done = subprocess.run(["systemd-analyze", f"--root={root}", "--man=no", "verify", "syslogmond.service"],
+                              capture_output=True, text=True)
+        self.assertEqual((0, ""), (done.returncode, done.stdout + done.stderr))
+
+    def test_the_service_is_locked_in(self):
+        unit = self.tree / "lib/systemd/system/syslogmond.service"
+        done = subprocess.run(["systemd-analyze", "security", "--offline=yes", "--no-pager",
+                               f"--threshold={EXPOSURE_LIMIT}", unit], capture_output=True, text=True)
+        self.assertEqual(0, done.returncode, done.stdout + done.stderr)
+        self.assertIn("Overall exposure level", done.stdout)
+
+    def test_the_service_says_what_it_has_to_say_under_the_name_that_the_monitor_passes_over(self):
+        unit = (self.tree / "lib/systemd/system/syslogmond.service").read_text()
+        self.assertIn("\nSyslogIdentifier=TARSKvkvmain\n", unit)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
