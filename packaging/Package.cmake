@@ -42,6 +42,8 @@ install(FILES ${package_files}/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/logrotate-other-logs DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 install(FILES ${CMAKE_SOURCE_DIR}/examples/rules.yaml DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/SYSLOGMON-MIB.txt DESTINATION ${CMAKE_INSTALL_DATADIR}/snmp/mibs)
+
 # ---- completions ----
 
 set(completions ${CMAKE_CURRENT_LIST_DIR}/completions)

@@ -74,6 +74,12 @@ function __syslogmon_candidates
             $call event list 2>/dev/null | string split -f 1 \t | sort -u
         case 'event *:id'
             $call event list 2>/dev/null | string match -rg -- '^'(string escape --style=regex -- $arguments[-1])'\t([0-9A-F]+)'
+        case 'sink add:kind'
+            string match -rg -- '^  ([a-z]+): ' $help
+        case 'sink add:name'
+            # a new one
+        case 'sink *:name'
+            $call sink list 2>/dev/null | string split -f 1 \t
         case 'get:setting' 'set:setting'
             $call get 2>/dev/null | string replace -r '^([^\t]*)\t[^\t]*\t[^\t]*\t' '$1\t'
         case 'set:value'

@@ -31,6 +31,7 @@ lrwxrwxrwx ./usr/share/fish/vendor_completions.d/syslogmond.fish -> syslogmon.fi
 -rw-r--r-- ./usr/share/man/man5/syslogmon-rules.5.gz
 -rw-r--r-- ./usr/share/man/man5/syslogmon-sinks.5.gz
 -rw-r--r-- ./usr/share/man/man8/syslogmond.8.gz
+-rw-r--r-- ./usr/share/snmp/mibs/SYSLOGMON-MIB.txt
 -rw-r--r-- ./usr/share/syslogmon/rules.schema.json
 -rw-r--r-- ./usr/share/zsh/vendor-completions/_syslogmon
 """
