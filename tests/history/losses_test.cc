@@ -484,28 +484,16 @@ TEST_F(RotationInAPass, OneBetweenListingAndLookingIsFollowedWhenThereWereNumber
     EXPECT_EQ((Strings{"old", "new"}), Pass());
 }
 
-// An empty log is opened twice: to look for the place, and once more to start afresh, which fails as long
-// as it is empty.
-TEST_F(RotationInAPass, AFirstLineThatComesWhileTheEmptyLogIsLookedAtIsLostWithAllThatIsUnread)
-{
-    Log({"checked"});
-    Pass();
-    Log({"lost, old"});
-    Rotate();
-    BeforeFile(2, [this] { LogLater({"lost, new"}); });
-    EXPECT_EQ(kNothing, Pass());
-    LogLater({"counted"});
-    EXPECT_EQ(Strings{"counted"}, Pass());
-}
-
-TEST_F(RotationInAPass, AFirstLineThatComesAfterTheEmptyLogWasLookedAtIsCounted)
+// An empty log is opened twice: to look for the place, and once more to start afresh, which an empty log
+// makes impossible. What counts is that it was seen empty.
+TEST_F(RotationInAPass, AFirstLineThatComesWhileTheEmptyLogIsLookedAtIsCounted)
 {
     Log({"checked"});
     Pass();
     Log({"old"});
     Rotate();
+    BeforeFile(2, [this] { LogLater({"new"}); });
     EXPECT_EQ(kNothing, Pass());
-    LogLater({"new"});
     EXPECT_EQ((Strings{"old", "new"}), Pass());
 }
 

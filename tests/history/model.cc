@@ -268,6 +268,10 @@ Model::Found Model::FindFile(size_t slot)
     backups_ = Backups(slot);
     for (index_ = 0; index_ <= static_cast<int>(backups_.size()); ++index_) {
         const auto bytes = Open(PathOf(slot, index_), true);
+        if (index_ == 0 && bytes && bytes->empty()) {
+            Open(PathOf(slot, 0), true); // whatever it holds by now, it was seen empty
+            return Found::kFailed;
+        }
         if (!bytes || bytes->empty())
             return StartAfresh(slot);
         if (StartsWith(FirstLine(*bytes), *record.head))
