@@ -226,6 +226,7 @@ class Life {
     void AtDeath();
     void FinishWake();
     void CheckRest();
+    [[nodiscard]] bool MaySplit(Log log) const;
     void BeginWake(const Step &wake);
     void WriteSettings();
     void WriteTable();
@@ -362,6 +363,14 @@ void Life::AtDeath()
     model_.alerts.clear();
 }
 
+// Can a line be written in two during a pass? Not in a file of more than a block: the rest may have no room
+// in the block that is being read, and is then left for the next pass.
+bool Life::MaySplit(Log log) const
+{
+    constexpr size_t kFarFromABlock = 12000;
+    return world_.IsWatched(log) && world_.folder.Size(world_.NameOf(log)) < kFarFromABlock;
+}
+
 void Life::BeginWake(const Step &wake)
 {
     world_.BeforeWake();
@@ -372,7 +381,8 @@ void Life::BeginWake(const Step &wake)
         model_committed_ = model_.Save();
         has_to_start_ = true;
     }
-    if (wake.what == Do::kPassSplit && world_.IsWatched(wake.log))
+    const bool is_split = wake.what == Do::kPassSplit && MaySplit(wake.log);
+    if (is_split && !world_.IsInTwo(wake.log))
         world_.WritePart(wake.log, wake.n);
     WriteSettings();
     Sys().now = world_.clock;
@@ -383,7 +393,7 @@ void Life::BeginWake(const Step &wake)
 
     if (wake.what == Do::kPassDuring)
         Sys().BeforeCall("open", wake.n, [this, &wake] { Interrupt(wake.inner); });
-    if (wake.what == Do::kPassSplit)
+    if (is_split)
         TheSlowClock().after_pause = [this, &wake](int64_t slept) {
             if (slept >= wake.m && !interrupted_)
                 Interrupt({{Do::kRest, wake.log, 0, 0, {}}});

@@ -245,6 +245,17 @@ TEST_F(StartsAfresh, AGapInTheNumbersHidesTheBackupsBehindIt)
     EXPECT_EQ(kNothing, Pass());
 }
 
+TEST_F(StartsAfresh, AFileNamedMessagesDotHidesAllNumberedBackups)
+{
+    WriteLog("messages.", "");
+    Log({"checked"});
+    Pass();
+    Log({"lost, old"});
+    Rotate();
+    Log({"lost, new"});
+    EXPECT_EQ(kNothing, Pass());
+}
+
 TEST_F(StartsAfresh, MoreRotationsBetweenTwoPassesThanBackupsAreKeptLoseAllThatIsUnread)
 {
     Log({"checked"});

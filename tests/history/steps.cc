@@ -58,13 +58,17 @@ std::string Text(const Step &step)
     case Do::kReplace:
         return log + ": replaced by a new file of " + n + " line(s)";
     case Do::kRemoveLine:
-        return log + ": the line at " + n + " percent is edited out";
+        return log + ": " + Number(step.m) + " line(s) at " + n + " percent are edited out";
+    case Do::kInsertLine:
+        return log + ": " + Number(step.m) + " line(s) are edited in at " + n + " percent";
     case Do::kRewrite:
         return log + ": rewritten in place at equal size";
     case Do::kRemoveLive:
         return log + ": removed";
     case Do::kHarmBackup:
         return log + ": backup " + n + " " + kHarmNames[step.m];
+    case Do::kStray:
+        return std::string("a file with the name ") + kStrayNames[step.n];
     case Do::kClock:
         return "the clock moves by " + n + " s";
     case Do::kTable:
@@ -136,15 +140,16 @@ struct Weight {
     int any;
 };
 constexpr Weight kWeights[] = {
-    {Do::kAppend, 30, 26},    {Do::kRepeat, 6, 6},     {Do::kPart, 2, 3},
-    {Do::kRest, 2, 3},        {Do::kGiveUp, 0, 1},     {Do::kRotate, 12, 12},
-    {Do::kTruncate, 0, 2},    {Do::kCutTail, 0, 2},    {Do::kReplace, 2, 2},
-    {Do::kRemoveLine, 0, 2},  {Do::kRewrite, 0, 1},    {Do::kRemoveLive, 0, 1},
-    {Do::kHarmBackup, 3, 4},  {Do::kClock, 8, 8},      {Do::kTable, 3, 2},
-    {Do::kCustomer, 0, 2},    {Do::kTarget, 0, 2},     {Do::kPass, 22, 18},
-    {Do::kReload, 3, 2},      {Do::kCycle, 1, 1},      {Do::kCustomerEvent, 0, 2},
-    {Do::kTargetEvent, 2, 2}, {Do::kRestart, 2, 2},    {Do::kKill, 3, 2},
-    {Do::kPassSplit, 3, 3},   {Do::kPassDuring, 0, 6},
+    {Do::kAppend, 30, 26},   {Do::kRepeat, 6, 6},        {Do::kPart, 2, 3},
+    {Do::kRest, 2, 3},       {Do::kGiveUp, 0, 1},        {Do::kRotate, 12, 12},
+    {Do::kTruncate, 0, 2},   {Do::kCutTail, 0, 2},       {Do::kReplace, 2, 2},
+    {Do::kRemoveLine, 0, 2}, {Do::kRewrite, 0, 1},       {Do::kRemoveLive, 0, 1},
+    {Do::kHarmBackup, 3, 4}, {Do::kInsertLine, 0, 1},    {Do::kStray, 1, 1},
+    {Do::kClock, 8, 8},      {Do::kTable, 3, 2},         {Do::kCustomer, 0, 2},
+    {Do::kTarget, 0, 2},     {Do::kPass, 22, 18},        {Do::kReload, 3, 2},
+    {Do::kCycle, 1, 1},      {Do::kCustomerEvent, 0, 2}, {Do::kTargetEvent, 2, 2},
+    {Do::kRestart, 2, 2},    {Do::kKill, 3, 2},          {Do::kPassSplit, 3, 3},
+    {Do::kPassDuring, 0, 6},
 };
 
 // What a history is mostly about: the steps of its theme come more often.
@@ -152,7 +157,9 @@ constexpr int kMoreOften = 8;
 const std::vector<std::vector<Do>> kThemes = {
     {}, // anything
     {Do::kRotate, Do::kHarmBackup},
-    {Do::kRemoveLine, Do::kCutTail, Do::kClock},
+    {Do::kRemoveLine, Do::kInsertLine, Do::kCutTail, Do::kClock},
+    {Do::kRemoveLine, Do::kInsertLine, Do::kCutTail},
+    {Do::kStray, Do::kRotate, Do::kHarmBackup},
     {Do::kRepeat, Do::kPart, Do::kRest, Do::kPassSplit},
     {Do::kPassDuring, Do::kRotate},
     {Do::kClock},
@@ -189,6 +196,8 @@ Log DrawLog(Random *random)
 // Mostly one to three; now and then more than a block of 16 KiB.
 int DrawLines(Random *random)
 {
+    if (random->OneIn(12))
+        return 6 + random->Below(14);
     return random->OneIn(40) ? 250 + random->Below(300) : 1 + random->Below(3);
 }
 
@@ -243,10 +252,15 @@ Step Draw(Random *random, Do what, const Setup &setup)
         step.n = random->Below(101);
         break;
     case Do::kCutTail:
-    case Do::kRemoveLine: // the end, mostly, because that is where the monitor stands
         step.n = random->OneIn(3) ? random->Below(101) : random->Below(20);
-        if (what == Do::kRemoveLine)
-            step.n = 100 - step.n;
+        break;
+    case Do::kRemoveLine:
+    case Do::kInsertLine: // mostly near the end, because that is where the monitor stands
+        step.n = random->OneIn(2) ? random->Below(101) : 80 + random->Below(21);
+        step.m = 1 + random->Below(4);
+        break;
+    case Do::kStray:
+        step.n = random->Below(static_cast<int>(std::size(kStrayNames)));
         break;
     case Do::kRotate:
         step.n = random->OneIn(3) ? 1 + random->Below(2) : kCreateEmpty;

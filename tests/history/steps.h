@@ -25,10 +25,12 @@ enum class Do {
     kTruncate,   // to nothing
     kCutTail,    // loses the last `n` percent
     kReplace,    // by a new file of `n` lines
-    kRemoveLine, // the line at `n` percent is edited out
+    kRemoveLine, // `m` lines from `n` percent on are edited out
+    kInsertLine, // `m` lines are edited in at `n` percent
     kRewrite,    // in place, every line, with as many bytes
     kRemoveLive, // the live file is gone
     kHarmBackup, // number `n` of the backups: a Harm in `m`
+    kStray,      // a file with a name like a backup's: kStrayNames, `n`
     // around them
     kClock,    // moves by `n` seconds
     kTable,    // the registered events, variant `n`; without telling the monitor
@@ -96,6 +98,15 @@ struct History {
 // File names below /var/log; an empty one: none.
 constexpr const char *kCustomerNames[] = {"", "customer.log", "vmkernel", "app.log", "missing.log"};
 constexpr const char *kTargetNames[] = {"", "app.log", "other.log"};
+
+// Those of which most are no backups: a number with a zero, a month that is none, too many digits. Two are
+// taken for backups: "messages." breaks the numbered sequence, and the date is not looked at too closely.
+constexpr const char *kStrayNames[] = {
+    "messages.0",       "messages.01",       "messages.x",         "messages.1.gz",
+    "messages-2024031", "messages-20241301", "messages-202403101", "messages-2024031a",
+    "vmkernel.0",       "vmkernel.5",        "vmkernel.10",        "messages.",
+    "messages-20240231"};
+constexpr int kHarmlessStrayNames = 11; // the first ones
 
 bool IsWake(Do what);
 

@@ -18,7 +18,11 @@ constexpr int kKept = 8;
 constexpr int kMostRotations = 6;
 constexpr int kMostVmkernelRotations = 4; // no more backups of it are followed
 
-constexpr size_t kLongText = 600;
+// More lines than these are plain, all but the first.
+constexpr int kManyLines = 30;
+
+constexpr size_t kLongText = 600; // beyond what the registry keeps of a line
+constexpr size_t kLongerText = 2500;
 constexpr size_t kVeryLongText = 3400;
 
 // How far off the stamps are that are not of their time, in days.
@@ -140,6 +144,9 @@ void World::Apply(const Step &step)
     case Do::kTable:
         ChangeTable(step.n);
         return;
+    case Do::kStray:
+        AddStray(step.n);
+        return;
     case Do::kCustomer:
         settings.customer = PathOrNone(kCustomerNames[step.n]);
         ForgetLast(kCustomerLog);
@@ -196,7 +203,8 @@ void World::Apply(const Step &step)
         folder.Truncate(name, size * static_cast<size_t>(100 - step.n) / 100, clock);
         return;
     case Do::kRemoveLine:
-        RemoveLine(step);
+    case Do::kInsertLine:
+        Edit(step);
         return;
     case Do::kRewrite:
         Rewrite(log);
@@ -325,7 +333,7 @@ std::string World::MakeLine(Log log, int style)
     bool counts = true;
     switch (style) {
     case kLong:
-        line += std::string(kLongText, 'x');
+        line += std::string(id % 2 == 0 ? kLongText : kLongerText, 'x');
         break;
     case kVeryLong:
         line += std::string(kVeryLongText, 'y');
@@ -372,8 +380,9 @@ void World::AppendLines(const Step &step)
     CompleteLine(step.log);
     AppendLine(step.log, step.m);
     std::string text;
+    const bool is_long = step.m == kLong && step.n < kManyLines;
     for (int i = 1; i < step.n; ++i)
-        text += MakeLine(step.log, kPlain) + "\n";
+        text += MakeLine(step.log, is_long ? kLong : kPlain) + "\n";
     if (!text.empty())
         Append(step.log, text);
 }
@@ -544,7 +553,8 @@ void World::Replace(const Step &step)
         AppendLine(step.log, kPlain);
 }
 
-void World::RemoveLine(const Step &step)
+// Takes lines out, or puts lines in, before the line that holds the byte at `n` percent.
+void World::Edit(const Step &step)
 {
     const std::string name = NameOf(step.log);
     const std::string bytes = folder.Find(name)->bytes;
@@ -553,10 +563,23 @@ void World::RemoveLine(const Step &step)
     const size_t at = std::min(bytes.size() * static_cast<size_t>(step.n) / 100, bytes.size() - 1);
     const size_t before = at > 0 ? bytes.rfind('\n', at - 1) : std::string::npos;
     const size_t head = before == std::string::npos ? 0 : before + 1;
-    const size_t end = bytes.find('\n', at);
-    const std::string rest = end == std::string::npos ? "" : bytes.substr(end + 1);
+    size_t end = head;
+    std::string added;
+    for (int i = 0; i < step.m; ++i) {
+        if (step.what == Do::kInsertLine)
+            added += MakeLine(step.log, kPlain) + "\n";
+        else if (end < bytes.size())
+            end = std::min(bytes.find('\n', end), bytes.size() - 1) + 1;
+    }
     folder.Truncate(name, head, clock);
-    folder.Append(name, rest, clock);
+    folder.Append(name, added + bytes.substr(end), clock);
+}
+
+// In a faithful history only names that no one takes for a backup.
+void World::AddStray(int number)
+{
+    if (!is_faithful_ || number < kHarmlessStrayNames)
+        folder.Append(kStrayNames[number], StampOf(clock) + " host app: stray\n", clock);
 }
 
 void World::Rewrite(Log log)

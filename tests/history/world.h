@@ -58,6 +58,7 @@ class World {
 
     // A line in two: the first part now, the rest with Apply(kRest).
     void WritePart(Log log, int percent);
+    [[nodiscard]] bool IsInTwo(Log log) const { return !writers_[log].rest.empty(); }
 
     // Completes every log and gives each a last line, so that nothing waits for anything any more.
     void Finish();
@@ -95,7 +96,8 @@ class World {
     void RotateDated(const Step &step);
     void MoveAway(Log log, const std::string &to, int create);
     void Replace(const Step &step);
-    void RemoveLine(const Step &step);
+    void Edit(const Step &step);
+    void AddStray(int number);
     void Rewrite(Log log);
     void HarmBackup(const Step &step);
     void ChangeTable(int variant);
