@@ -78,6 +78,7 @@ add_program(syslogmon agent/cli/main.cc agent/cli/alert_commands.cc agent/cli/ev
             agent/cli/output.cc agent/cli/registry_commands.cc agent/cli/scan_commands.cc
             agent/cli/setting_commands.cc agent/cli/sink_commands.cc agent/cli/status_commands.cc agent/cli/trace_commands.cc)
 target_link_libraries(syslogmon PRIVATE nlohmann_json::nlohmann_json)
+target_compile_options(syslogmon PRIVATE ${QUICK_BUILD})
 target_sources(syslogmon PRIVATE agent/cli/doctor_agent.cc agent/cli/doctor_commands.cc
                agent/cli/doctor_logs.cc agent/cli/progress.cc agent/cli/tally.cc agent/cli/test_commands.cc
                agent/cli/trial.cc)
