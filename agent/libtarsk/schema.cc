@@ -61,11 +61,11 @@ constexpr int kVersion = static_cast<int>(std::size(kSteps));
 // Marks the file as ours ("SYSL"), for file(1) and for anyone who finds it.
 constexpr char kSetApplicationId[] = "PRAGMA application_id = 1398362956";
 
-std::string NewUuid()
+std::string NewUuid(const std::filesystem::path &store)
 {
     unsigned char bytes[16] = {};
     if (getrandom(bytes, sizeof bytes, 0) != static_cast<ssize_t>(sizeof bytes))
-        throw StoreError("cannot create the store", "the kernel has no random numbers",
+        throw StoreError("cannot create " + store.string(), "the kernel has no random numbers",
                          "try again later");
     bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0FU) | 0x40U); // version 4: random
     bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3FU) | 0x80U);
@@ -102,7 +102,7 @@ void CreateSchema(Database &database)
     database.Execute(kSetApplicationId);
     database.Execute("BEGIN IMMEDIATE");
     RunSteps(database, 0);
-    Statement(database, "INSERT INTO store (uuid) VALUES (?)").Run(NewUuid());
+    Statement(database, "INSERT INTO store (uuid) VALUES (?)").Run(NewUuid(database.path()));
     database.Execute("COMMIT");
 }
 
