@@ -25,6 +25,7 @@
 #include "agent/libtarsk/host.h"
 #include "platform/registry.h"
 #include "platform/sync.h"
+#include "tests/host/line_counter.h"
 
 namespace {
 
@@ -158,6 +159,18 @@ int BreakPass(const Job &job)
     alerts::AddAlert(tarsk::HostStore(), alert);
     Tell("written");
     WaitForTest();
+    return 0;
+}
+
+// A monitor in small. Says why it ended, and then what is stored.
+int CountLinesOnce(const Job &job)
+{
+    const std::string failure = test::CountLines(job.layout, job.Number(0), [] { Tell("stored"); });
+    Tell(failure);
+    if (fs::exists(job.layout.Store()))
+        Tell(test::CountedLines(job.layout));
+    else
+        Tell("no store");
     return 0;
 }
 
@@ -369,6 +382,7 @@ const std::map<std::string, std::function<int(const Job &)>> kVerbs = {
     {"count", CountUnderMutex},
     {"open-store", OpenStore},
     {"break-pass", BreakPass},
+    {"count-lines", CountLinesOnce},
     {"hold-write-lock", HoldWriteLock},
     {"create-keys", CreateKeys},
     {"write-values", WriteValues},

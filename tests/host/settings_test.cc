@@ -51,6 +51,7 @@ TEST_F(Settings, HaveTheirDefaultsInAnEmptyRegistry)
     EXPECT_EQ("off", Get("fault-tolerant"));
     EXPECT_EQ("UTF-8", Get("log-charset"));
     EXPECT_EQ("error", Get("trace-level"));
+    EXPECT_EQ("1000", Get("trigger-interval"));
 }
 
 TEST_F(Settings, AreSetBackByTheWordDefault)
@@ -60,7 +61,8 @@ TEST_F(Settings, AreSetBackByTheWordDefault)
                                       {"file-monitor", "/a"},
                                       {"fault-tolerant", "on"},
                                       {"log-charset", "EUC-JP"},
-                                      {"trace-level", "off"}}) {
+                                      {"trace-level", "off"},
+                                      {"trigger-interval", "0"}}) {
         const std::string before = Get(name);
         ExpectTaken(name, value);
         EXPECT_EQ("no error", Set(name, "default"));
@@ -71,7 +73,8 @@ TEST_F(Settings, AreSetBackByTheWordDefault)
 TEST_F(Settings, ThatAreNotKnownAreNamedWithThoseThatAre)
 {
     EXPECT_EQ("cannot find the setting \"cylce\": there is none of that name; use one of cycle, "
-              "customer-file, file-monitor, fault-tolerant, log-charset, trace-level",
+              "customer-file, file-monitor, fault-tolerant, log-charset, trace-level, "
+              "trigger-interval",
               ErrorOf([] { FindSetting("cylce"); }));
 }
 

@@ -164,6 +164,39 @@ TEST_F(Damage, CutAtAnyPlaceItIsNeverAnEmptyRegistry)
     }
 }
 
+TEST_F(Damage, AJournalCutAtAnyPlaceLeavesAStateThatWasStored)
+{
+    // The journal of a process that was killed: ten changes that are not in the file yet.
+    MakeStore();
+    tarsk::StartHost(Layout(), Role::kCommand);
+    for (int i = 1; i <= 10; ++i) {
+        tarsk::Transaction transaction(tarsk::HostStore());
+        test::SetTreeNumber("Root", "one", static_cast<uint32_t>(i));
+        test::SetTreeNumber("Root\\" + KeyName(kKeys - 1), "two", static_cast<uint32_t>(i));
+        transaction.Commit();
+    }
+    const std::string file = test::ReadFile(Path());
+    const std::string journal = test::ReadFile(Path().string() + "-wal");
+    tarsk::StopHost();
+    ASSERT_GT(journal.size(), 10 * kPage);
+
+    std::string newest = "none";
+    for (size_t page = 0; page <= journal.size() / kPage; ++page) {
+        for (const size_t more : {size_t{0}, size_t{1}, size_t{24}, size_t{32}, kPage / 2}) {
+            test::WriteFile(Path(), file);
+            test::WriteFile(Path().string() + "-wal", journal.substr(0, page * kPage + more));
+            ASSERT_EQ("no error", Start(Role::kDaemon)) << page << "+" << more;
+            const auto one = test::TreeValue("Root", "one");
+            const auto two = test::TreeValue("Root\\" + KeyName(kKeys - 1), "two");
+            EXPECT_EQ(one ? one->data : "none", two ? two->data : "none") << page << "+" << more;
+            newest = one ? one->data : newest;
+            tarsk::StopHost();
+            EXPECT_EQ("whole", ReadAll());
+        }
+    }
+    EXPECT_EQ(test::NumberBytes(10), newest);
+}
+
 TEST_F(Damage, APageOfZerosIsFoundByTheDaemon)
 {
     MakeStore();
