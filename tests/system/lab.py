@@ -284,7 +284,8 @@ class Lab:
                      "--hours", hours)
 
     def watch_numbered_lines(self):
-        """Registers the event that reports each numbered line."""
+        """Registers the event that reports each numbered line. All reports are kept."""
+        self.command("sink", "limit", 100_000_000)
         self.watch("EACH", 1, NUMBERED)
 
     def event_key(self, source, event_id):
