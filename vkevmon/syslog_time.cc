@@ -1,5 +1,7 @@
 #include "vkevmon/syslog_time.h"
 
+#include <algorithm>
+
 #include "platform/trace.h"
 
 // clang-format off
@@ -267,9 +269,12 @@ bool IsSameClockAt(time_t t, const struct tm &now)
 // Is the stamp certain to be a local time that exists? mktime refuses those that were left out when a zone
 // moved east for good, without summer time. So the clock is looked at around the stamp, by the hour: whole
 // logs then cost two looks for each hour in them.
-bool Exists(const struct tm &when, LocalMoment *moment)
+bool Exists(struct tm when, LocalMoment *moment)
 {
     constexpr time_t kHour = 3600;
+    constexpr int kLastSecond = 59;
+    // mktime looks for the last second of the minute, and adds those beyond it to what it has found.
+    when.tm_sec = std::min(when.tm_sec, kLastSecond);
     const time_t guess = Guess(when, moment->local);
     if (guess >= moment->steady_begin && guess < moment->steady_end)
         return true;

@@ -342,8 +342,10 @@ TEST_F(StampTwin, AgreesOnTimesLeftOutWhenAZoneMovedEast)
     ZoneGuard::Use(ZoneThatMoved().c_str());
     Sys().now = kMovedEast + 3600;
     LocalMoment moment;
-    for (const char *stamp : {"May  4 23:29:59 x", "May  4 23:30:00 x", "May  4 23:59:59 x",
-                              "May  5 00:00:00 x", "May  5 00:59:00 x"})
+    for (const char *stamp :
+         {"May  4 23:29:59 x", "May  4 23:30:00 x", "May  4 23:59:59 x", "May  5 00:00:00 x",
+          "May  5 00:59:00 x", "May  4 23:59:60 x", "May  4 23:45:7850 x", "May  4 22:00:5460 x",
+          "May  4 22:100:00 x", "May  3 47:59:00 x", "May  4 23:29:60 x"})
         ExpectAsTwin(stamp, &moment);
     time_t untouched = kUntouched;
     EXPECT_EQ(FALSE,
