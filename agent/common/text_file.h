@@ -14,7 +14,11 @@ struct Position {
     size_t line = 1;
     size_t column = 1;
 
-    auto operator<=>(const Position &) const = default;
+    bool operator==(const Position &) const = default;
+    bool operator<(const Position &other) const
+    {
+        return line != other.line ? line < other.line : column < other.column;
+    }
 };
 
 // Something in a file that cannot be used.
