@@ -80,7 +80,7 @@ add_program(syslogmon agent/cli/main.cc agent/cli/alert_commands.cc agent/cli/ev
 target_link_libraries(syslogmon PRIVATE nlohmann_json::nlohmann_json)
 target_compile_options(syslogmon PRIVATE ${QUICK_BUILD})
 target_sources(syslogmon PRIVATE agent/cli/doctor_agent.cc agent/cli/doctor_commands.cc
-               agent/cli/doctor_logs.cc agent/cli/progress.cc agent/cli/tally.cc agent/cli/test_commands.cc
+               agent/cli/doctor_logs.cc agent/cli/doctor_sinks.cc agent/cli/progress.cc agent/cli/tally.cc agent/cli/test_commands.cc
                agent/cli/trial.cc)
 target_link_libraries(syslogmon PRIVATE ${CMAKE_DL_LIBS})
 

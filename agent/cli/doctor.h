@@ -66,6 +66,10 @@ void CheckEvents(Examination *examination);
 // Ends the started host.
 void CheckTable(const Context &context, Examination *examination);
 
+// ---- the check of the sinks: doctor_sinks.cc ----
+
+void CheckSinks(Examination *examination);
+
 // ---- the checks of the logs: doctor_logs.cc ----
 
 void CheckReadable(const std::vector<agent::WatchedFile> &files, Examination *examination);

@@ -99,6 +99,7 @@ Examination Examine(const Context &context)
     CheckResumePoints(context, files, &examination);
     CheckBacklog(context, files, &examination);
     CheckWatching(context, &examination);
+    CheckSinks(&examination);
     CheckEvents(&examination);
     CheckTable(context, &examination); // the last one: it ends the host
     return examination;

@@ -40,26 +40,28 @@ int Trigger::ChangesFd() const
 
 std::optional<Trigger::Clock::time_point> Trigger::Next() const
 {
-    if (watch_.ChangesFd() >= 0 && IsResting())
+    if (IsResting() && (pending_ || watch_.ChangesFd() >= 0))
         return try_again_ ? std::min(rest_until_, *try_again_) : rest_until_;
     return try_again_;
 }
 
 void Trigger::Work(bool changes, bool mounts)
 {
-    bool changed = false;
     if (mounts || (try_again_ && Clock::now() >= *try_again_)) {
         try_again_.reset();
-        changed = watch_.LookAgain();
+        pending_ = watch_.LookAgain() || pending_;
     }
     if (changes) {
-        const bool written = watch_.Take();
-        changed = changed || written;
-        rest_until_ = Clock::now() + (changed ? interval_ : std::min(interval_, kRestAfterOthers));
+        pending_ = watch_.Take() || pending_;
+        if (!pending_)
+            rest_until_ = Clock::now() + std::min(interval_, kRestAfterOthers);
     }
-    if (changed)
-        fire_();
     Tell();
+    if (pending_ && !IsResting()) {
+        pending_ = false;
+        rest_until_ = Clock::now() + interval_;
+        fire_();
+    }
 }
 
 void Trigger::Tell()

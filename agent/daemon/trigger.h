@@ -53,6 +53,7 @@ class Trigger {
     FileWatch watch_;
     std::vector<std::filesystem::path> files_;
     Milliseconds interval_{0};
+    bool pending_ = false;                       // a change was seen in the rest
     Clock::time_point rest_until_;               // no look at the changes before
     std::optional<Clock::time_point> try_again_; // set while something cannot be watched
     std::string told_;

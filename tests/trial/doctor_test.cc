@@ -227,6 +227,42 @@ TEST_F(Doctor, AWatchThatCannotBeSetUpIsFound)
                   "once in a cycle");
 }
 
+// ---- sinks ----
+
+TEST_F(Doctor, AHostWithoutSinksIsWell)
+{
+    ExpectOnly("sinks", "well", "all sinks",
+               "there are none: alerts are only stored, for syslogmon alerts");
+}
+
+TEST_F(Doctor, ASinkThatIsDamagedIsFound)
+{
+    ExpectDone({"sink", "add", "program", "pager", "command=/bin/true"});
+    ExpectOnly("sinks", "well", "pager", "nothing was sent to it yet");
+    ExpectDone(
+        {"reg", "set", "SOFTWARE\\KORBIN\\TARSKVOSKAR\\AGENT\\SINKS\\pager", "Kind", "nonsense"});
+    ExpectFinding("sinks", "pager", "nothing is sent to it: ", "syslogmon sink remove pager");
+}
+
+TEST_F(Doctor, ASinkThatFailsIsFoundWithItsReason)
+{
+    ExpectDone({"sink", "add", "program", "pager", "command=/bin/false"});
+    Child daemon(Daemon());
+    WaitForPass();
+    WriteFile(Log(), test::ReadFile(Log()) + Line("bad"));
+    json result = json::object();
+    for (int i = 0; i < 200 && result.value("outcome", "") != "finding"; ++i) {
+        std::this_thread::sleep_for(100ms);
+        result = Results("sinks").at(0);
+    }
+    EXPECT_EQ("finding", result["outcome"]) << result;
+    EXPECT_NE(std::string::npos,
+              result["found"].get<std::string>().find("the last try failed at "));
+    EXPECT_NE(std::string::npos, result["found"].get<std::string>().find("; 1 alert waits"));
+    EXPECT_NE(std::string::npos,
+              result["advice"].get<std::string>().find("syslogmon sink test pager"));
+}
+
 // ---- events ----
 
 TEST_F(Doctor, AHostWithoutEventsIsFound)

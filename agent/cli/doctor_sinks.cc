@@ -1,0 +1,72 @@
+// The check of the sinks: where alerts go, and whether they arrive.
+#include <algorithm>
+
+#include "agent/alerts/alert_store.h"
+#include "agent/alerts/delivery_store.h"
+#include "agent/alerts/sink_registry.h"
+#include "agent/cli/doctor.h"
+#include "agent/common/alert_text.h"
+
+namespace cli {
+
+namespace {
+
+// What is known of one receiver of a sink.
+void CheckDelivery(const std::string &receiver, const std::string &sink,
+                   const alerts::Delivery &delivery, int64_t newest, Examination *examination)
+{
+    if (delivery.last_error.empty()) {
+        examination->Well(receiver,
+                          delivery.delivered == 0
+                              ? "nothing was sent to it yet"
+                              : std::to_string(delivery.delivered) +
+                                    (delivery.delivered == 1 ? " alert was" : " alerts were") +
+                                    " delivered");
+        return;
+    }
+    const int64_t waiting = std::max<int64_t>(0, newest - delivery.last_id);
+    examination->Finding(receiver,
+                         "the last try failed at " + agent::LocalTime(delivery.error_ms) + ": " +
+                             delivery.last_error + "; " + std::to_string(waiting) +
+                             (waiting == 1 ? " alert waits" : " alerts wait"),
+                         "mend the cause, and try it with syslogmon sink test " + sink +
+                             "; what waits is sent by itself");
+}
+
+void CheckSinkOf(const alerts::StoredSink &sink, int64_t newest, Examination *examination)
+{
+    const std::string &name = sink.config.name;
+    if (!sink.problem.empty()) {
+        examination->Finding(name, "nothing is sent to it: " + sink.problem,
+                             "remove it with syslogmon sink remove " + name + " and add it again");
+        return;
+    }
+    for (const std::string &warning : alerts::SecretWarnings(sink.config))
+        examination->Finding(name, warning, "let nobody but root read the file");
+    const auto rows = alerts::ReadDeliveries(tarsk::HostStore().database(), sink.config.key);
+    if (rows.empty())
+        examination->Well(name, "nothing was sent to it yet");
+    for (const auto &[peer, delivery] : rows) {
+        // The row of the sink as a whole says nothing new beside those of its peers.
+        if (!peer.empty() || rows.size() == 1)
+            CheckDelivery(peer.empty() ? name : name + " " + peer, name, delivery, newest,
+                          examination);
+    }
+}
+
+} // namespace
+
+void CheckSinks(Examination *examination)
+{
+    examination->Begin("sinks");
+    alerts::SinkRegistry registry(tarsk::HostStore(), tarsk::HostRegistry());
+    const auto sinks = registry.ReadAll();
+    const int64_t newest = alerts::NewestAlertId(tarsk::HostStore().database());
+    if (sinks.empty())
+        examination->Well("all sinks", "there are none: alerts are only stored, for syslogmon "
+                                       "alerts");
+    for (const alerts::StoredSink &sink : sinks)
+        CheckSinkOf(sink, newest, examination);
+}
+
+} // namespace cli
