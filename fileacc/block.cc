@@ -12,6 +12,7 @@ LogBuf curblock;
 LogBuf bakblock;
 FILE *gfp = nullptr;
 int64_t filelen = -1;
+FileIdentity openfile{};
 
 namespace {
 
@@ -129,8 +130,11 @@ int InitFile(const char *name)
         return -1;
     }
     // The name may have changed hands since: what counts is the file that was opened.
-    if (fstat64(fileno(gfp), &status) == 0)
+    openfile = {};
+    if (fstat64(fileno(gfp), &status) == 0) {
         filelen = status.st_size;
+        openfile = {status.st_dev, status.st_ino};
+    }
     TRACE(TRACE_DETAIL, "<return 0.");
     return 0;
 }

@@ -13,6 +13,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <sys/types.h>
 
 // Bytes of a block.
 constexpr int64_t kBlockSize = 16384;
@@ -49,6 +50,13 @@ extern LogBuf bakblock; // the one saved copy of curblock; written by SaveFileEn
 extern FILE *gfp;       // the open log; null when none is open. Written by InitFile and FinishFile
 // Its size in bytes when it was opened, never refreshed; -1: none is open.
 extern int64_t filelen;
+
+// Which file it is, whatever its name: rotation moves names from file to file. Inode 0: not known.
+struct FileIdentity {
+    dev_t device;
+    ino_t inode;
+};
+extern FileIdentity openfile; // of the open log; written by InitFile
 
 #pragma GCC visibility push(default)
 extern "C" {

@@ -233,16 +233,49 @@ int ListBackups(int monindex, BackupName **names)
     return count;
 }
 
+// ---- which files a pass looks at ----
+
+// A rotation can come between any two steps of a pass. What was found out about a file holds for that file,
+// not for one that has its name later.
+struct SeenFile {
+    FileIdentity identity;
+    int64_t size;
+};
+
+// Beyond this many files a file is taken for the one that was looked at. Resume points lie a few rotations
+// back.
+constexpr uint32_t kMostFilesSeen = 64;
+
+SeenFile seen_live[MAX_MON_FILES]; // the live file before the backups were listed
+SeenFile seen_files[MAX_MON_FILES]
+                   [kMostFilesSeen]; // by index, as the search for the head line met them
+
+bool IsOpenFile(const SeenFile &seen)
+{
+    if (seen.identity.inode == 0 || openfile.inode == 0)
+        return true; // not known
+    // A file that was emptied meanwhile is passed over like any empty one.
+    return openfile.device == seen.identity.device && openfile.inode == seen.identity.inode &&
+           (filelen >= seen.size || filelen == 0);
+}
+
 // ---- the resume point ----
 
 // What a search has seen of the live file before it asks for a new baseline.
-enum class LiveFile { kNotEmpty, kEmpty };
+enum class LiveFile { kNotSearched, kNotEmpty, kEmpty };
 
 // Records the live file's first and last line: the slot goes on from here. 0, or -1.
 int RecordEndOfLiveFile(int monindex, LiveFile seen)
 {
     const char *path = syslogpath[monindex];
     if (InitFile(path) != 0) {
+        TRACE_FOR(kCheck, TRACE_ERROR, "<InitFile %s failed.return -1.", path);
+        return -1;
+    }
+    // The head line was looked for before a rotation, so it may well be in a file by now that was not looked
+    // at. The next pass looks again.
+    if (seen != LiveFile::kNotSearched && !IsOpenFile(seen_live[monindex])) {
+        FinishFile();
         TRACE_FOR(kCheck, TRACE_ERROR, "<InitFile %s failed.return -1.", path);
         return -1;
     }
@@ -265,7 +298,7 @@ int RecordEndOfLiveFile(int monindex, LiveFile seen)
     return 0;
 }
 
-int Rebaseline(int monindex, LiveFile seen = LiveFile::kNotEmpty)
+int Rebaseline(int monindex, LiveFile seen = LiveFile::kNotSearched)
 {
     FreeBackupList(monindex);
     if (RecordEndOfLiveFile(monindex, seen) != 0)
@@ -301,7 +334,7 @@ void RebuildBackupList(int monindex)
 }
 
 // `empty`: set when the file was empty.
-bool ReadFirstLineOf(const char *path, char *line, bool *empty)
+bool ReadFirstLineOf(const char *path, char *line, bool *empty, SeenFile *seen)
 {
     *empty = false;
     if (InitFile(path) != 0) {
@@ -309,6 +342,7 @@ bool ReadFirstLineOf(const char *path, char *line, bool *empty)
         return false;
     }
     *empty = filelen == 0;
+    *seen = {openfile, filelen};
     const bool done = GetFirstLine(line, kLineBufferSize) == 0;
     if (!done)
         TRACE_FOR(kCheck, TRACE_ERROR, "GetFirstLine() failed.");
@@ -327,7 +361,9 @@ int SearchHeadLine(int monindex)
         TRACE_FOR(kCheck, TRACE_NOTABLE, "Check log file: [%s]", path);
         char line[kLineBufferSize];
         bool empty = false;
-        if (!ReadFirstLineOf(path, line, &empty))
+        SeenFile beyond{};
+        SeenFile *seen = k < kMostFilesSeen ? &seen_files[monindex][k] : &beyond;
+        if (!ReadFirstLineOf(path, line, &empty, seen))
             return Rebaseline(monindex, k == 0 && empty ? LiveFile::kEmpty : LiveFile::kNotEmpty);
         const char *stored = headline[monindex];
         if (strncmp(line, stored, strlen(stored)) == 0) {
@@ -339,7 +375,7 @@ int SearchHeadLine(int monindex)
     }
     TRACE_FOR(kCheck, TRACE_NOTABLE, "Cannot find the headline. file headline = %s\\0",
               headline[monindex]);
-    return Rebaseline(monindex);
+    return Rebaseline(monindex, LiveFile::kNotEmpty);
 }
 
 } // namespace
@@ -404,8 +440,14 @@ int CheckSyslog(int monindex)
     }
     if (!ReadResumePoint(monindex))
         return Rebaseline(monindex);
+    seen_live[monindex] = {{status.st_dev, status.st_ino}, status.st_size};
     RebuildBackupList(monindex);
     return SearchHeadLine(monindex);
+}
+
+bool IsFileLookedAt(int monindex, uint32_t index)
+{
+    return index >= kMostFilesSeen || IsOpenFile(seen_files[monindex][index]);
 }
 
 const char *LogPath(int monindex, uint32_t index, char *buffer)

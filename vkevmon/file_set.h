@@ -64,6 +64,10 @@ constexpr int kBackupPathSize = 255;
 // bytes.
 const char *LogPath(int monindex, uint32_t index, char *buffer);
 
+// Is the open log the file of that index that CheckSyslog looked at in this pass? False when a rotation has
+// come since: its name belongs to another file by now, or it has shrunk.
+bool IsFileLookedAt(int monindex, uint32_t index);
+
 // Frees a slot's backup list.
 void FreeBackupList(int monindex);
 

@@ -210,10 +210,17 @@ void ReadOpenFile(int slot)
     TRACE_FOR(kPass, TRACE_DETAIL, "Get end of file after GotoPos");
 }
 
-bool OpenFileOfSet(const char *path)
+// Opens the file at logindex. When the name belongs to another file than the one that was looked at, a
+// rotation has come in between: the scan of the slot then ends, as if neither this file nor a newer one were
+// there at the moment, and the next pass finds its place again.
+bool OpenFileOfSet(int slot, const char *path)
 {
-    if (InitFile(path) == 0)
-        return true;
+    if (InitFile(path) == 0) {
+        if (IsFileLookedAt(slot, logindex[slot]))
+            return true;
+        FinishFile();
+        logindex[slot] = 0;
+    }
     TRACE_FOR(kPass, TRACE_ERROR, "Init Syslog file %s failed.", path);
     return false;
 }
@@ -222,7 +229,7 @@ void ReadFile(int slot)
 {
     char buffer[kBackupPathSize];
     const char *path = LogPath(slot, logindex[slot], buffer);
-    if (!OpenFileOfSet(path))
+    if (!OpenFileOfSet(slot, path))
         return;
     ReadOpenFile(slot);
     FinishFile();
@@ -240,7 +247,7 @@ bool HasFile(int slot)
 bool ReadHeadLine(int slot)
 {
     char buffer[kBackupPathSize];
-    if (!OpenFileOfSet(LogPath(slot, logindex[slot], buffer)))
+    if (!OpenFileOfSet(slot, LogPath(slot, logindex[slot], buffer)))
         return false;
     const bool done = GetFirstLine(headline[slot], kLineBufferSize) == 0;
     if (!done)

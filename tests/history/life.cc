@@ -314,6 +314,7 @@ void Life::Start()
     // to look at the system log.
     Sys().BeforeCall("stat", 1, [this] { PutBack(committed_.counters); });
     wake_ = nullptr;
+    interrupted_.reset();
     char record[kThreadRecordSize] = {};
     const HANDLE stop = Host().NewHandle("stop");
     const HANDLE started = Host().NewHandle("started");
@@ -467,6 +468,8 @@ void Life::FinishWake()
     Sys().BeforeCall("open", 0, nullptr); // an interruption that never came
     CheckRest();
     Compare();
+    if (interrupted_)
+        return; // how far the pass has come depends on when
     const Do what = wake_ != nullptr ? wake_->what : Do::kPass;
     if (what != Do::kReload && what != Do::kCycle && what != Do::kTargetEvent)
         world_.ScanWasCommitted();

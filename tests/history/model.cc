@@ -258,32 +258,37 @@ Model::Found Model::FindFile(size_t slot)
         return Found::kFailed;
     if (slot == 1 && memory_.customer_changed) {
         memory_.customer_changed = false;
-        return StartAfresh(slot);
+        return StartAfresh(slot, false);
     }
     const SlotRecord &record = record_.slots[slot];
     if (!record.head || !record.pos || !record.content)
-        return StartAfresh(slot);
+        return StartAfresh(slot, false);
+    seen_live_ = {live->inode, live->bytes.size()};
+    seen_.clear();
     pos_ = *record.pos;
     content_ = *record.content;
     backups_ = Backups(slot);
     for (index_ = 0; index_ <= static_cast<int>(backups_.size()); ++index_) {
         const auto bytes = Open(PathOf(slot, index_), true);
+        if (bytes)
+            seen_.push_back({Find(PathOf(slot, index_))->inode, bytes->size()});
         if (index_ == 0 && bytes && bytes->empty()) {
             Open(PathOf(slot, 0), true); // whatever it holds by now, it was seen empty
             return Found::kFailed;
         }
         if (!bytes || bytes->empty())
-            return StartAfresh(slot);
+            return StartAfresh(slot, true);
         if (StartsWith(FirstLine(*bytes), *record.head))
             return Found::kFile;
     }
-    return StartAfresh(slot);
+    return StartAfresh(slot, true);
 }
 
-Model::Found Model::StartAfresh(size_t slot)
+Model::Found Model::StartAfresh(size_t slot, bool has_searched)
 {
-    const auto bytes = Open(memory_.path[slot], true);
-    if (!bytes || bytes->empty())
+    const std::string &path = memory_.path[slot];
+    const auto bytes = Open(path, true);
+    if (!bytes || bytes->empty() || (has_searched && !IsSame(path, *bytes, seen_live_)))
         return Found::kFailed;
     const size_t newline =
         bytes->size() > 1 ? bytes->rfind('\n', bytes->size() - 2) : std::string::npos;
@@ -296,6 +301,24 @@ Model::Found Model::StartAfresh(size_t slot)
     return Found::kStartedAfresh;
 }
 
+// What was found out about a file holds for that file only, whatever has its name now.
+bool Model::IsSame(const std::string &path, const std::string &bytes, const Seen &seen) const
+{
+    return Find(path)->inode == seen.inode && (bytes.empty() || bytes.size() >= seen.size);
+}
+
+// The file at index_, as long as it is the one that was looked at. If not, the slot ends here.
+std::optional<std::string> Model::OpenAsSeen(size_t slot)
+{
+    const std::string path = PathOf(slot, index_);
+    auto bytes = Open(path, true);
+    if (bytes && !IsSame(path, *bytes, seen_[static_cast<size_t>(index_)])) {
+        index_ = 0;
+        bytes.reset();
+    }
+    return bytes;
+}
+
 void Model::StorePosition(size_t slot)
 {
     record_.slots[slot].pos = pos_;
@@ -304,7 +327,7 @@ void Model::StorePosition(size_t slot)
 
 void Model::ReadFile(size_t slot)
 {
-    const auto bytes = Open(PathOf(slot, index_), true);
+    const auto bytes = OpenAsSeen(slot);
     if (!bytes || bytes->empty())
         return; // it cannot be positioned in
     std::vector<TextLine> lines;
@@ -366,7 +389,7 @@ void Model::ReadNewLines(size_t slot, Place *place)
 bool Model::MoveToNewer(size_t slot)
 {
     for (--index_; index_ >= 0; --index_) {
-        const auto bytes = Open(PathOf(slot, index_), true);
+        const auto bytes = OpenAsSeen(slot);
         if (!bytes || bytes->empty())
             continue;
         pos_ = -1;

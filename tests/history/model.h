@@ -93,6 +93,11 @@ class Model {
         std::vector<TextLine> lines;
         int at;
     };
+    // A file as a pass looked at it.
+    struct Seen {
+        uint64_t inode;
+        size_t size;
+    };
     struct Memory {
         std::array<std::string, 2> path;
         time_t last_end = 0;
@@ -111,13 +116,16 @@ class Model {
 
     void ScanSlot(size_t slot);
     Found FindFile(size_t slot);
-    Found StartAfresh(size_t slot);
+    Found StartAfresh(size_t slot, bool has_searched);
     void ReadFile(size_t slot);
     void ReadNewLines(size_t slot, Place *place);
     bool MoveToNewer(size_t slot);
     void StorePosition(size_t slot);
     [[nodiscard]] std::vector<std::string> Backups(size_t slot) const;
     [[nodiscard]] std::string PathOf(size_t slot, int index) const;
+    [[nodiscard]] bool IsSame(const std::string &path, const std::string &bytes,
+                              const Seen &seen) const;
+    std::optional<std::string> OpenAsSeen(size_t slot);
     [[nodiscard]] const Entry *Find(const std::string &path) const;
     std::optional<std::string> Open(const std::string &path, bool awaits_line_end);
 
@@ -143,6 +151,8 @@ class Model {
     std::vector<Counted> table_;
     // Of the slot that is being scanned.
     std::vector<std::string> backups_;
+    Seen seen_live_{};       // before the backups were listed
+    std::vector<Seen> seen_; // by index, as the search for the head line met them
     int index_ = 0;
     int64_t pos_ = -1;
     std::string content_;

@@ -149,7 +149,7 @@ constexpr Weight kWeights[] = {
     {Do::kTarget, 0, 2},     {Do::kPass, 22, 18},        {Do::kReload, 3, 2},
     {Do::kCycle, 1, 1},      {Do::kCustomerEvent, 0, 2}, {Do::kTargetEvent, 2, 2},
     {Do::kRestart, 2, 2},    {Do::kKill, 3, 2},          {Do::kPassSplit, 3, 3},
-    {Do::kPassDuring, 0, 6},
+    {Do::kPassDuring, 5, 6},
 };
 
 // What a history is mostly about: the steps of its theme come more often.
@@ -220,22 +220,26 @@ int DrawClock(Random *random)
     return random->OneIn(6) ? -amount : amount;
 }
 
-Step Draw(Random *random, Do what, const Setup &setup);
+Step Draw(Random *random, Do what, const Setup &setup, bool is_faithful);
 
-// What can come in between while a pass runs.
-std::vector<Step> DrawInner(Random *random, const Setup &setup)
+// What can come in between while a pass runs. In a faithful history, rotations by renaming.
+std::vector<Step> DrawInner(Random *random, const Setup &setup, bool is_faithful)
 {
-    static constexpr Do kKinds[] = {Do::kRotate, Do::kRotate,   Do::kAppend,
+    static constexpr Do kKinds[] = {Do::kRotate, Do::kAppend,   Do::kRotate,
                                     Do::kAppend, Do::kTruncate, Do::kRemoveLive};
     std::vector<Step> inner;
     const int count = 1 + random->Below(3);
-    for (int i = 0; i < count; ++i)
-        inner.push_back(
-            Draw(random, kKinds[random->Below(static_cast<int>(std::size(kKinds)))], setup));
+    for (int i = 0; i < count; ++i) {
+        const int kind = random->Below(is_faithful ? 2 : static_cast<int>(std::size(kKinds)));
+        Step step = Draw(random, kKinds[kind], setup, is_faithful);
+        if (is_faithful && step.what == Do::kRotate && step.n == kCopyTruncate)
+            step.n = kCreateEmpty;
+        inner.push_back(step);
+    }
     return inner;
 }
 
-Step Draw(Random *random, Do what, const Setup &setup)
+Step Draw(Random *random, Do what, const Setup &setup, bool is_faithful)
 {
     Step step;
     step.what = what;
@@ -243,7 +247,7 @@ Step Draw(Random *random, Do what, const Setup &setup)
     switch (what) {
     case Do::kAppend:
         step.n = DrawLines(random);
-        step.m = DrawStyle(random);
+        step.m = step.n > 5 && step.n < 30 && random->OneIn(2) ? kLong : DrawStyle(random);
         break;
     case Do::kRepeat:
         step.n = 1 + random->Below(9);
@@ -294,7 +298,7 @@ Step Draw(Random *random, Do what, const Setup &setup)
         break;
     case Do::kPassDuring:
         step.n = 1 + random->Below(6);
-        step.inner = DrawInner(random, setup);
+        step.inner = DrawInner(random, setup, is_faithful);
         break;
     default:
         break;
@@ -337,7 +341,7 @@ History Generate(uint64_t seed, bool is_faithful)
     const int count = 4 + random.Below(random.OneIn(8) ? 60 : 16);
     for (int i = 0; i < count; ++i)
         history.steps.push_back(
-            Draw(&random, DrawKind(&random, is_faithful, theme), history.setup));
+            Draw(&random, DrawKind(&random, is_faithful, theme), history.setup, is_faithful));
     return history;
 }
 

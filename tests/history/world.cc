@@ -579,7 +579,8 @@ void World::Edit(const Step &step)
 void World::AddStray(int number)
 {
     if (!is_faithful_ || number < kHarmlessStrayNames)
-        folder.Append(kStrayNames[number], StampOf(clock) + " host app: stray\n", clock);
+        folder.Append(kStrayNames[number], StampOf(clock) + " host app: id=9999999; k0; stray\n",
+                      clock);
 }
 
 void World::Rewrite(Log log)

@@ -584,6 +584,49 @@ TEST_F(RotatedPass, SkipsABackupThatWasEmptiedMeanwhile)
               OwnNotable());
 }
 
+TEST_F(RotatedPass, LeavesTheLogAloneWhenItWasRotatedBetweenTheLookAndTheReading)
+{
+    Follow({head_, a_});
+    SetFolder({{"messages", Text({head_, a_, b_})}});
+    const ResumePoint before = StoredResumePoint();
+    Sys().BeforeCall("open", 2, [this] { // opened once to look for the head line
+        RenameLog("messages", "messages.1");
+        WriteLog("messages", Text({head1_, c_}));
+    });
+    EXPECT_EQ(CheckedList{}, Run());
+    EXPECT_EQ(1, Host().Traced(1, "Init Syslog file /var/log/messages failed."));
+    EXPECT_EQ(before, StoredResumePoint());
+    EXPECT_EQ(Once({b_, head1_, c_}), Run());
+}
+
+TEST_F(RotatedPass, LeavesTheNewerFilesAloneWhenTheLogWasRotatedWhileABackupWasRead)
+{
+    Follow({head_, a_});
+    SetFolder({{"messages.1", Text({head_, a_, b_})}, {"messages", Text({head1_, c_})}});
+    Sys().BeforeCall("open", 4, [this] { // two to look, one to read messages.1
+        RenameLog("messages.1", "messages.2");
+        RenameLog("messages", "messages.1");
+        WriteLog("messages", Text({head2_, d_}));
+    });
+    EXPECT_EQ(Once({b_}), Run());
+    EXPECT_EQ(PointAt(b_, {head_, a_, b_}), StoredResumePoint());
+    EXPECT_EQ(Once({head1_, c_, head2_, d_}), Run());
+}
+
+TEST_F(RotatedPass, TakesNoNewBaselineWhenTheLogWasRotatedAfterTheBackupsWereListed)
+{
+    Follow({head_, a_});
+    SetFolder({{"messages", Text({head_, a_, b_})}});
+    const ResumePoint before = StoredResumePoint();
+    Sys().BeforeCall("open", 1, [this] {
+        RenameLog("messages", "messages.1");
+        WriteLog("messages", Text({head1_, c_}));
+    });
+    EXPECT_EQ(CheckedList{}, Run());
+    EXPECT_EQ(before, StoredResumePoint());
+    EXPECT_EQ(Once({b_, head1_, c_}), Run());
+}
+
 TEST_F(RotatedPass, SkipsTheFileItStoppedInWhenThatHasGoneMeanwhile)
 {
     Follow({head_, a_});
