@@ -1,0 +1,112 @@
+// Lines against tables, with and without the index, beside the obvious loop. Input: kind of server, entries
+// of three keywords each, then lines.
+#include <cstring>
+#include <vector>
+
+#include "fuzz/fuzz.h"
+#include "tests/support/outcome.h"
+#include "tests/support/random_log.h"
+#include "tests/support/system.h"
+#include "tests/support/twin/matcher.h"
+#include "vkevmon/entry.h"
+#include "vkevmon/literal_set.h"
+#include "vkevmon/match.h"
+#include "vkevmon/table.h"
+#include "vkevmon/table_index.h"
+
+namespace {
+
+constexpr size_t kLongestKeyword = 256;
+constexpr size_t kLongestLine = 3328;
+constexpr time_t kClock = 1710072000; // 10 March 2024, 12:00 UTC
+constexpr char kHead[] = "Mar 10 11:59:58 ";
+
+// The C library's compiler of expressions takes hours for some, and is not what is tested here.
+bool IsQuickExpression(const std::string &keyword)
+{
+    size_t quantifiers = 0;
+    size_t digits = 0;
+    for (const char c : keyword) {
+        quantifiers += strchr("*+?{", c) != nullptr ? 1 : 0;
+        digits = c >= '0' && c <= '9' ? digits + 1 : 0;
+        if (digits > 1)
+            return false;
+    }
+    return quantifiers <= 3 && keyword.size() <= 40;
+}
+
+void AddEntry(fuzz::Input *input)
+{
+    auto *entry = static_cast<VKVMon *>(calloc(1, sizeof(VKVMon)));
+    char *const places[] = {entry->Keyword1, entry->Keyword2, entry->Keyword3};
+    const uint8_t kind = input->Byte();
+    for (char *place : places) {
+        const std::string keyword = input->Text(kLongestKeyword - 1);
+        if (IsFTServer < 1 || IsQuickExpression(keyword))
+            memcpy(place, keyword.c_str(), keyword.size() + 1);
+    }
+    strcpy(entry->Source, (kind & 1U) != 0 ? "FTREPORT" : "SRC");
+    entry->EventID = static_cast<uint32_t>(nCnt);
+    entry->WatchTime = (kind & 2U) != 0 ? 1U << 12U : 0xFFFFFFU;
+    entry->ReportCount = static_cast<int32_t>((kind >> 2U) & 3U);
+    lpVKVMon[nCnt++] = entry;
+}
+
+struct Line {
+    std::string text;
+    int times;
+};
+
+template <typename Matcher>
+test::Outcome Match(const std::vector<Line> &lines, Matcher matcher)
+{
+    const std::vector<int32_t> before = test::HitCounters();
+    test::BeginOutcome();
+    char buffer[kLongestLine + 1 + kSearchPadding] = {};
+    for (const Line &line : lines) {
+        memcpy(buffer, line.text.c_str(), line.text.size() + 1);
+        test::NoteStep("result " + std::to_string(matcher(buffer, line.text.size(), line.times)));
+    }
+    test::Outcome outcome = test::TakeOutcome();
+    test::SetHitCounters(before);
+    return outcome;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    fuzz::Input input(data, size);
+    fuzz::StartOver();
+    setenv("TZ", "UTC0", 1);
+    tzset();
+    test::Sys().now = kClock;
+    const uint8_t kind = input.Byte();
+    IsFTServer = (kind & 1U) != 0 ? 1 : 0;
+    report_ft = (kind & 2U) != 0 ? 1 : 0;
+    for (int entries = 1 + (input.Byte() % 24); entries > 0 && !input.IsUsedUp(); --entries)
+        AddEntry(&input);
+    std::vector<Line> lines;
+    while (!input.IsUsedUp() && lines.size() < 6) {
+        const int times = static_cast<int8_t>(input.Byte());
+        std::string text = input.Text(IsFTServer == 1 ? 255 : kLongestLine);
+        if ((times & 1) != 0)
+            text.insert(0, kHead);
+        lines.push_back({text.substr(0, kLongestLine), times});
+    }
+
+    const test::Outcome slow = Match(
+        lines, [](char *line, size_t, int times) { return test::twin::CheckLine(line, times); });
+    const std::string plain = test::Difference(
+        slow, Match(lines, [](char *line, size_t, int times) { return CheckLine(line, times); }));
+    fuzz::Expect(plain.empty(), "CheckLine: " + plain);
+    BuildIndex();
+    LocalMoment moment;
+    const std::string indexed =
+        test::Difference(slow, Match(lines, [&](char *line, size_t length, int times) {
+                             return CheckLineOfPass(&moment, line, length, times);
+                         }));
+    fuzz::Expect(indexed.empty(), "with the index: " + indexed);
+    test::EmptyTable();
+    return 0;
+}
