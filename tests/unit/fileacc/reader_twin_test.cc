@@ -338,6 +338,24 @@ TEST_F(ReaderTwin, StepsBackwardsOverTheLinesOfAPlainSplit)
     });
 }
 
+// The head is looked for in pieces of 4096 bytes: it may lie at every distance from their borders.
+TEST_F(ReaderTwin, FindsTheHeadOfALineAtEveryDistance)
+{
+    for (const int64_t border : {0, 4096, 8192, 12288}) {
+        for (int64_t distance = std::max<int64_t>(0, border - 3); distance < border + 4;
+             ++distance) {
+            const std::string bytes =
+                "ab\n" + std::string(static_cast<size_t>(distance), 'x') + "y";
+            OpenWith(bytes);
+            twin::Reader twin = TwinOf(bytes);
+            const auto last = static_cast<int64_t>(bytes.size()) - 1;
+            EXPECT_EQ(3, GetLineHead(last)) << distance;
+            for (int64_t pos = std::max<int64_t>(0, last - 2); pos <= last; ++pos)
+                EXPECT_EQ(twin.GetLineHead(pos), GetLineHead(pos)) << distance << " " << pos;
+        }
+    }
+}
+
 // ---- resuming ----
 
 // A resume point in a file: right, or beside the truth in one of the ways in which files change.

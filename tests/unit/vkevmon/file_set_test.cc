@@ -106,7 +106,7 @@ TEST_F(NameOfABackup, HasAMonthOf1To12AndADayOf1To31)
 {
     for (int month = 0; month <= 99; ++month) {
         for (int day = 0; day <= 99; ++day) {
-            char name[32];
+            char name[64];
             snprintf(name, sizeof name, "messages-2024%02d%02d", month, day);
             EXPECT_EQ(month >= 1 && month <= 12 && day >= 1 && day <= 31, IsDated(0, name)) << name;
         }

@@ -33,8 +33,10 @@ void AppendBigEndian(std::string *bytes, uint32_t number)
         *bytes += static_cast<char>(number >> shift & 0xFFU);
 }
 
-// A zone file: an offset from UTC in seconds, and others from the given moments on. None is summer time.
-std::string MovedZone(int32_t offset, const std::vector<std::pair<time_t, int32_t>> &moves)
+// A zone file: an offset from UTC in seconds, and others from the given moments on. None is summer time, or
+// all are from the first move on.
+std::string MovedZone(int32_t offset, const std::vector<std::pair<time_t, int32_t>> &moves,
+                      bool to_summer_time = false)
 {
     const auto count = static_cast<uint32_t>(moves.size());
     std::string bytes = "TZif" + std::string(16, '\0');
@@ -48,7 +50,7 @@ std::string MovedZone(int32_t offset, const std::vector<std::pair<time_t, int32_
     bytes += std::string(2, '\0');
     for (const auto &[moment, next] : moves) {
         AppendBigEndian(&bytes, static_cast<uint32_t>(next));
-        bytes += std::string(2, '\0');
+        bytes += std::string(1, to_summer_time ? '\1' : '\0') + '\0';
     }
     return bytes + std::string("ZON\0", 4);
 }
@@ -352,6 +354,22 @@ TEST_F(StampTwin, AgreesOnTimesLeftOutWhenAZoneMovedEast)
               GetSyslogTimeAt(&moment, "May  4 23:45:00 x", &untouched, StampUse::kValidity));
     EXPECT_EQ(TRUE, GetSyslogTimeAt(&moment, "May  4 23:15:00 x", &untouched, StampUse::kValidity));
     EXPECT_EQ(TRUE, GetSyslogTimeAt(&moment, "May  5 00:15:00 x", &untouched, StampUse::kValidity));
+}
+
+// A country that moves east and begins summer time in the same night keeps its clocks, yet mktime tells the
+// two times apart.
+TEST_F(StampTwin, AgreesWhenSummerTimeBeginsWithoutMovingTheClock)
+{
+    const std::string zone =
+        ZoneFile("renamed", MovedZone(3 * 3600, {{kMovedEast, 3 * 3600}}, true));
+    ZoneGuard::Use(zone.c_str());
+    for (const int side : {-3600, 3600}) {
+        Sys().now = kMovedEast + side;
+        LocalMoment moment;
+        for (const char *stamp : {"May  4 17:59:59 x", "May  4 18:00:00 x", "May  4 12:00:00 x",
+                                  "May  4 18:30:00 x", "Apr 10 12:00:00 x"})
+            ExpectAsTwin(stamp, &moment);
+    }
 }
 
 // From before a change of the clock to behind it, seen from both sides.
