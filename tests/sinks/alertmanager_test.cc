@@ -182,7 +182,7 @@ TEST_F(AlertmanagerTest, WhatNoPeerHasHadIsSentHoweverOldItIs)
 
 TEST_F(AlertmanagerTest, ActiveAlertsAreSentAgainAndAgainUntilTheyEnd)
 {
-    Add({{"resend", "1"}, {"active", "10"}});
+    Add({{"peers", one_.Url()}, {"resend", "1"}, {"active", "10"}});
     StartDeliverer();
     ReportOne("A");
     ASSERT_TRUE(Has(one_, keys_));

@@ -1,6 +1,7 @@
 #include "tests/sinks/sink_test.h"
 
 #include <algorithm>
+#include <csignal>
 #include <set>
 #include <sys/stat.h>
 #include <thread>
@@ -18,6 +19,11 @@ bool Eventually(const std::function<bool()> &condition)
         std::this_thread::sleep_for(milliseconds(2));
     }
     return true;
+}
+
+SinkTest::SinkTest()
+{
+    signal(SIGPIPE, SIG_IGN); // as in the daemon
 }
 
 SinkTest::~SinkTest()

@@ -23,6 +23,7 @@ bool Eventually(const std::function<bool()> &condition);
 
 class SinkTest : public HostTest {
   protected:
+    SinkTest();
     ~SinkTest() override;
 
     // Stores so many alerts in one transaction, with the next numbers as their messages.
