@@ -53,9 +53,10 @@ CLI::App &ParserFor(CLI::App &app, const Command &command)
 
 void AddCommands(CLI::App &app, Context &context, Action &action)
 {
-    for (const auto *rows : {&kStatusCommands, &kEventCommands, &kSettingCommands, &kScanCommands,
-                             &kAlertCommands, &kSinkCommands, &kRegistryCommands, &kTraceCommands,
-                             &kRulesCommands, &kRegFileCommands, &kTestCommands, &kDoctorCommands}) {
+    for (const auto *rows :
+         {&kStatusCommands, &kEventCommands, &kSettingCommands, &kScanCommands, &kAlertCommands,
+          &kSinkCommands, &kRegistryCommands, &kTraceCommands, &kRulesCommands, &kRegFileCommands,
+          &kTestCommands, &kDoctorCommands}) {
         for (const Command &command : *rows)
             command.set_up(ParserFor(app, command), context, action);
     }
