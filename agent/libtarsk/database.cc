@@ -62,6 +62,8 @@ const char *NextStep(int code, int error_number)
         return "the file is damaged; put a copy of it back, or move it away to start with nothing";
     case SQLITE_IOERR:
         return "check the disk and the kernel log";
+    case SQLITE_PROTOCOL:
+        return "keep the store on a file system that has locks";
     case SQLITE_NOMEM:
         return "free some memory";
     default:
