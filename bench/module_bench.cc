@@ -26,9 +26,11 @@ struct Log {
     std::string path;
     std::vector<std::string> lines;
     int64_t bytes = 0;
+    static inline int count = 0; // of the logs made so far: each has a file of its own
 
     Log(const std::vector<bench::Rule> &rules, double hit_rate)
-        : path(std::filesystem::temp_directory_path() / "syslogmon-bench.log")
+        : path(std::filesystem::temp_directory_path() /
+               ("syslogmon-bench-" + std::to_string(++count) + ".log"))
     {
         bench::LogWriter writer(rules, hit_rate);
         std::ofstream file(path, std::ios::trunc);
