@@ -7,7 +7,6 @@
 #include "agent/common/events.h"
 #include "agent/common/monitor_settings.h"
 #include "agent/common/names.h"
-#include "agent/common/read_snapshot.h"
 #include "agent/common/reg_import.h"
 #include "agent/common/reg_text.h"
 #include "agent/libtarsk/waitable.h"
@@ -29,7 +28,7 @@ struct ExportOptions {
 std::vector<RegKeyContent> ReadKeys(const std::string &shown_key)
 {
     const std::string path = agent::PathBelowRoot(shown_key).value_or(shown_key);
-    const agent::ReadSnapshot snapshot(tarsk::HostStore());
+    const tarsk::Snapshot snapshot(tarsk::HostStore());
     const auto key = tarsk::HostRegistry().Find(tarsk::kRootKey, path);
     if (!key)
         throw tarsk::Error("cannot find the registry key " + shown_key,

@@ -145,6 +145,7 @@ void ListKey(KeyId key, const std::string &path, bool recursive, Listing *listin
 int ListKeys(const Context &context, const RegOptions &options)
 {
     context.Open();
+    const tarsk::Snapshot snapshot(tarsk::HostStore()); // no key goes away between two looks
     Listing listing;
     const std::string path = BelowRoot(options.key);
     ListKey(FindOrFail(path), path, options.recursive, &listing);

@@ -7,7 +7,6 @@
 #include "agent/cli/output.h"
 #include "agent/cli/text_input.h"
 #include "agent/common/alert_text.h"
-#include "agent/common/read_snapshot.h"
 #include "agent/common/rules_diff.h"
 #include "agent/common/rules_file.h"
 #include "agent/libtarsk/convert.h"
@@ -185,7 +184,7 @@ RulesDifference CompareAndWrite(const Context &context, const ApplyOptions &opti
 RulesDifference CompareOnly(const Context &context, const ApplyOptions &options,
                             const std::vector<agent::Rule> &rules)
 {
-    const agent::ReadSnapshot snapshot(tarsk::HostStore());
+    const tarsk::Snapshot snapshot(tarsk::HostStore());
     return Compare(context, options, rules);
 }
 
@@ -220,7 +219,7 @@ int Export(const Context &context)
     agent::RulesFileNotes notes;
     std::vector<EventRecord> events;
     {
-        const agent::ReadSnapshot snapshot(tarsk::HostStore());
+        const tarsk::Snapshot snapshot(tarsk::HostStore());
         events = agent::EventsForFile(agent::EventRegistry(tarsk::HostRegistry()).ReadAll(),
                                       &notes.left_out);
     }

@@ -8,11 +8,11 @@
 #include <unistd.h>
 
 #include "agent/common/names.h"
-#include "agent/common/read_snapshot.h"
 #include "agent/libtarsk/convert.h"
 #include "agent/libtarsk/error.h"
 #include "agent/libtarsk/host.h"
 #include "agent/libtarsk/settings.h"
+#include "agent/libtarsk/store.h"
 #include "agent/libtarsk/sync.h"
 #include "agent/libtarsk/trace_log.h"
 #include "platform/sync.h"
@@ -153,7 +153,7 @@ MonitorModule::~MonitorModule()
 RulesCopy CopyRules(tarsk::RegistryTree &registry, bool with_events)
 {
     RulesCopy copy;
-    const agent::ReadSnapshot snapshot(tarsk::HostStore());
+    const tarsk::Snapshot snapshot(tarsk::HostStore());
     if (with_events)
         CopyTree(registry, agent::kApplicationKey, &copy);
     CopyTree(registry, agent::kAlertReportKey, &copy);
