@@ -5,6 +5,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "agent/common/events.h"
+
 namespace alerts {
 
 std::string UtcTime(int64_t time_ms)
@@ -19,13 +21,6 @@ std::string UtcTime(int64_t time_ms)
     return text;
 }
 
-std::string EventIdText(uint32_t id)
-{
-    char text[16];
-    snprintf(text, sizeof text, "%X", id);
-    return text;
-}
-
 std::string AlertJson(const Message &message)
 {
     const Alert &alert = message.alert;
@@ -35,7 +30,7 @@ std::string AlertJson(const Message &message)
                                      {"host", alert.host},
                                      {"log", alert.log_name},
                                      {"source", alert.source},
-                                     {"event_id", EventIdText(alert.event_id)},
+                                     {"event_id", agent::FormatEventId(alert.event_id)},
                                      {"count", alert.count},
                                      {"message", alert.message}};
     if (message.is_test)
@@ -46,7 +41,8 @@ std::string AlertJson(const Message &message)
 std::string AlertSummary(const Message &message)
 {
     const Alert &alert = message.alert;
-    std::string text = alert.source + " " + EventIdText(alert.event_id) + ": " + alert.message;
+    std::string text =
+        alert.source + " " + agent::FormatEventId(alert.event_id) + ": " + alert.message;
     for (char &c : text) {
         if (static_cast<unsigned char>(c) < ' ' || c == 0x7F)
             c = c == '\t' ? ' ' : '?';

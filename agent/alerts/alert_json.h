@@ -17,9 +17,6 @@ std::string AlertJson(const Message &message);
 // "2026-11-21T10:00:01.000Z"
 std::string UtcTime(int64_t time_ms);
 
-// "1A2B": as event IDs are written everywhere.
-std::string EventIdText(uint32_t id);
-
 // "DISK 1A2B: Nov 21 10:00:00 host kernel: ...", one line, no control characters.
 std::string AlertSummary(const Message &message);
 

@@ -12,6 +12,7 @@
 #include "agent/alerts/http.h"
 #include "agent/alerts/option_checks.h"
 #include "agent/alerts/sink_kinds.h"
+#include "agent/common/events.h"
 #include "agent/libtarsk/error.h"
 
 namespace alerts {
@@ -46,7 +47,7 @@ class AlertmanagerSink : public Sink {
         const Alert &alert = message.alert;
         nlohmann::json labels = labels_;
         labels["source"] = alert.source;
-        labels["event_id"] = EventIdText(alert.event_id);
+        labels["event_id"] = agent::FormatEventId(alert.event_id);
         labels["host"] = alert.host;
         return {{"labels", labels},
                 {"annotations",

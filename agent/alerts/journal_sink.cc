@@ -10,6 +10,7 @@
 #include "agent/alerts/alert_json.h"
 #include "agent/alerts/sink_kinds.h"
 #include "agent/alerts/syslog_words.h"
+#include "agent/common/events.h"
 #include "agent/common/names.h"
 
 namespace alerts {
@@ -50,7 +51,7 @@ class JournalSink : public Sink {
             "SYSLOGMON_HOST=" + alert.host,
             "SYSLOGMON_LOG=" + alert.log_name,
             "SYSLOGMON_SOURCE=" + alert.source,
-            "SYSLOGMON_EVENT_ID=" + EventIdText(alert.event_id),
+            "SYSLOGMON_EVENT_ID=" + agent::FormatEventId(alert.event_id),
             "SYSLOGMON_COUNT=" + std::to_string(alert.count),
         };
         std::vector<iovec> parts;

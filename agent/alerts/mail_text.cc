@@ -5,6 +5,7 @@
 #include <ctime>
 
 #include "agent/alerts/alert_json.h"
+#include "agent/common/events.h"
 
 namespace alerts {
 
@@ -59,7 +60,7 @@ std::string Body(std::span<const Message> messages)
         const Alert &alert = message.alert;
         text += alert.message + "\n\n";
         text += "    source    " + alert.source + "\n";
-        text += "    event ID  " + EventIdText(alert.event_id) + "\n";
+        text += "    event ID  " + agent::FormatEventId(alert.event_id) + "\n";
         text += "    hits      " + std::to_string(alert.count) + "\n";
         text += "    host      " + alert.host + "\n";
         text += "    time      " + UtcTime(alert.time_ms) + "\n";

@@ -21,6 +21,7 @@
 #include "agent/alerts/alert_json.h"
 #include "agent/alerts/option_checks.h"
 #include "agent/alerts/sink_kinds.h"
+#include "agent/common/events.h"
 #include "agent/libtarsk/error.h"
 
 namespace alerts {
@@ -333,7 +334,7 @@ class SnmpSink : public Sink {
         AddTime(pdu, 2, alert.time_ms);
         AddText(pdu, 3, alert.host);
         AddText(pdu, 4, alert.source);
-        AddText(pdu, 5, EventIdText(alert.event_id));
+        AddText(pdu, 5, agent::FormatEventId(alert.event_id));
         AddObject(pdu, 6, ASN_UNSIGNED, &count, sizeof count);
         AddText(pdu, 7, alert.log_name);
         AddText(pdu, 8, alert.message);

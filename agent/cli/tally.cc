@@ -5,8 +5,8 @@
 #include <climits>
 #include <cstring>
 #include <sys/stat.h>
-#include <unistd.h>
 
+#include "agent/common/log_files.h"
 #include "agent/common/names.h"
 #include "agent/libtarsk/error.h"
 #include "fileacc/fileacc.h"
@@ -37,19 +37,6 @@ bool IsRepeat(const char *line, int *times)
 int AddSaturated(int a, int b)
 {
     return static_cast<int>(std::clamp<int64_t>(int64_t{a} + b, INT_MIN, INT_MAX));
-}
-
-// Why a file cannot be read; empty: it can.
-std::string WhyUnreadable(const fs::path &path)
-{
-    struct stat status {};
-    if (stat(path.c_str(), &status) != 0)
-        return strerror(errno);
-    if (!S_ISREG(status.st_mode))
-        return "it is no regular file";
-    if (access(path.c_str(), R_OK) != 0)
-        return strerror(errno);
-    return {};
 }
 
 } // namespace
@@ -196,7 +183,7 @@ bool Tally::FindsKeyword(const std::string &line, const std::string &keyword)
 
 void Tally::ReadFile(const fs::path &path, const std::function<bool(int64_t)> &step)
 {
-    std::string why = WhyUnreadable(path);
+    std::string why = agent::WhyUnreadable(path);
     if (why.empty() && module_.init_file(path.c_str()) != 0)
         why = strerror(errno);
     if (!why.empty())

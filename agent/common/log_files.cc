@@ -72,18 +72,6 @@ std::optional<int64_t> SizeOf(const fs::path &path)
     return status.st_size;
 }
 
-std::string WhyUnreadable(const fs::path &path)
-{
-    struct stat status {};
-    if (stat(path.c_str(), &status) != 0)
-        return strerror(errno);
-    if (!S_ISREG(status.st_mode))
-        return "it is no regular file";
-    if (access(path.c_str(), R_OK) != 0)
-        return strerror(errno);
-    return {};
-}
-
 std::string FirstLine(const fs::path &path)
 {
     std::ifstream file(path, std::ios::binary);
@@ -209,6 +197,18 @@ WatchedFile FileMonitor(const Key &key, const std::string &path)
 }
 
 } // namespace
+
+std::string WhyUnreadable(const fs::path &path)
+{
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0)
+        return strerror(errno);
+    if (!S_ISREG(status.st_mode))
+        return "it is no regular file";
+    if (access(path.c_str(), R_OK) != 0)
+        return strerror(errno);
+    return {};
+}
 
 std::vector<WatchedFile> ReadWatchedFiles(tarsk::RegistryTree &registry)
 {

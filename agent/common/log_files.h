@@ -29,6 +29,9 @@ std::vector<WatchedFile> ReadWatchedFiles(tarsk::RegistryTree &registry);
 // Their paths alone.
 std::vector<std::filesystem::path> WatchedPaths(tarsk::RegistryTree &registry);
 
+// Why a log cannot be read, as it stands in messages; empty: it can.
+std::string WhyUnreadable(const std::filesystem::path &path);
+
 } // namespace agent
 
 #endif // AGENT_COMMON_LOG_FILES_H
