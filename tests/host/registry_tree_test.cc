@@ -65,6 +65,16 @@ TEST_F(RegistryTree, DeleteKeyTakesEverythingBelowWithIt)
     EXPECT_EQ(Names{"Beside"}, tree_.SubKeys(kRootKey));
 }
 
+TEST_F(RegistryTree, TheRootCannotBeDeleted)
+{
+    test::SetTreeText("Key", "value", "kept");
+    EXPECT_EQ(
+        "cannot delete the root of the registry: everything is below it; delete the keys below "
+        "it",
+        test::ErrorOf([] { tarsk::HostRegistry().DeleteKey(tarsk::kRootKey); }));
+    EXPECT_TRUE(test::TreeValue("Key", "value"));
+}
+
 TEST_F(RegistryTree, DeleteKeyOfAKeyThatIsGoneIsFalse)
 {
     const auto key = tree_.Create(kRootKey, "Key");

@@ -102,6 +102,91 @@ TEST_F(StoreTest, ATransactionWithoutACommitIsRolledBack)
     EXPECT_FALSE(tree.Find(kRootKey, "Other"));
 }
 
+// What some failures do: SQLite itself ends the transaction, in the middle of a change.
+TEST_F(StoreTest, TheRestOfATransactionThatSqliteHasEndedIsNotStoredAlone)
+{
+    Store store(Path());
+    tarsk::RegistryTree tree(store);
+    SetValue(tree, "value", "before");
+    {
+        tarsk::Transaction transaction(store);
+        SetValue(tree, "first", "part");
+        store.database().Execute("ROLLBACK");
+        EXPECT_EQ("cannot store a change in " + Path().string() +
+                      ": an earlier part of it failed; see the messages before this one",
+                  ErrorOf([&] { SetValue(tree, "second", "part"); }));
+        EXPECT_NE("no error", ErrorOf([&] { transaction.Commit(); }));
+    }
+    EXPECT_EQ("(none)", Committed("first"));
+    EXPECT_EQ("(none)", Committed("second"));
+    SetValue(tree, "value", "behind");
+    EXPECT_EQ("behind", Committed("value"));
+}
+
+TEST_F(StoreTest, TheRestOfAPassThatSqliteHasEndedIsNotStoredAlone)
+{
+    Store store(Path());
+    tarsk::RegistryTree tree(store);
+    store.StartPasses();
+    SetValue(tree, "first", "part");
+    store.database().Execute("ROLLBACK");
+    EXPECT_NE("no error", ErrorOf([&] { SetValue(tree, "second", "part"); }));
+    EXPECT_NE("no error", ErrorOf([&] { store.CommitPass(); }));
+    EXPECT_EQ("(none)", Committed("first"));
+    EXPECT_EQ("(none)", Committed("second"));
+
+    SetValue(tree, "next", "pass");
+    store.database().Execute("ROLLBACK"); // and nothing is written behind it
+    EXPECT_NE("no error", ErrorOf([&] { store.CommitPass(); }));
+    SetValue(tree, "next", "pass");
+    store.CommitPass();
+    EXPECT_EQ("pass", Committed("next"));
+}
+
+// ---- one state for several reads ----
+
+TEST_F(StoreTest, ASnapshotSeesOneStateWhileOthersWrite)
+{
+    Store store(Path());
+    tarsk::RegistryTree tree(store);
+    SetValue(tree, "value", "before");
+    Store other(Path());
+    tarsk::RegistryTree other_tree(other);
+    const auto value = [&] { return tree.Get(*tree.Find(kRootKey, "Key"), "value")->data; };
+    {
+        const tarsk::Snapshot snapshot(store);
+        EXPECT_EQ("before", value());
+        SetValue(other_tree, "value", "changed");
+        EXPECT_EQ("before", value());
+    }
+    EXPECT_EQ("changed", value());
+    EXPECT_FALSE(store.database().InTransaction());
+}
+
+TEST_F(StoreTest, ASnapshotInATransactionOrAPassLeavesItOpen)
+{
+    Store store(Path());
+    tarsk::RegistryTree tree(store);
+    {
+        tarsk::Transaction transaction(store);
+        SetValue(tree, "one", "1");
+        {
+            const tarsk::Snapshot snapshot(store);
+            EXPECT_EQ("1", tree.Get(*tree.Find(kRootKey, "Key"), "one")->data);
+        }
+        SetValue(tree, "two", "2");
+        transaction.Commit();
+    }
+    store.StartPasses();
+    SetValue(tree, "three", "3");
+    {
+        const tarsk::Snapshot snapshot(store);
+    }
+    store.CommitPass();
+    for (const char *name : {"one", "two", "three"})
+        EXPECT_NE("(none)", Committed(name)) << name;
+}
+
 // ---- passes ----
 
 TEST_F(StoreTest, APassThatWritesNothingOpensNoTransaction)
