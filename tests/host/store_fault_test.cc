@@ -270,18 +270,20 @@ TEST_F(StoreFault, AMonitorThatGoesOnAfterAFailedCallCountsEachLineOnce)
     }
 }
 
-TEST_F(StoreFault, AReadThatFailsInAPassBreaksIt)
+// More than the page cache keeps, so that a look at one of these reads the disk.
+void MakeStoreWithManyPages()
 {
-    tarsk::StartHost(Layout(), tarsk::Role::kDaemon);
-    auto &store = tarsk::HostStore();
     test::SetTreeText("Key", "value", "stored");
-    for (int i = 0; i < 500; ++i) // more than the page cache keeps of one look
+    for (int i = 0; i < 500; ++i)
         test::SetTreeText("Key" + std::to_string(i), "value", std::string(8000, 'v'));
-    store.CommitPass();
-    store.database().Execute("PRAGMA shrink_memory");
+    tarsk::HostStore().CommitPass();
+    tarsk::HostStore().database().Execute("PRAGMA shrink_memory");
+}
 
-    test::SetTreeText("Key", "value", "changed");
-    store.database().Execute("PRAGMA shrink_memory");
+// Reads a value while the disk is broken, as the monitor does.
+void ReadWithoutADisk()
+{
+    tarsk::HostStore().database().Execute("PRAGMA shrink_memory");
     test::BreakCall(1, Fault::kStaysBroken);
     HKEY key = nullptr;
     LONG result = RegOpenKeyEx(HKEY_LOCAL_MACHINE, "Key250", 0, KEY_READ, &key);
@@ -292,11 +294,45 @@ TEST_F(StoreFault, AReadThatFailsInAPassBreaksIt)
     ASSERT_NE("", test::BrokenCall()) << "nothing was read from the disk";
     EXPECT_NE(ERROR_SUCCESS, result);
     EXPECT_NE(ERROR_FILE_NOT_FOUND, result) << "a value that cannot be read is not a missing one";
+}
 
-    EXPECT_NE("no error", ErrorOf([&] { test::SetTreeText("Key", "other", "alone"); }));
+void ExpectBrokenPass()
+{
+    auto &store = tarsk::HostStore();
+    EXPECT_NE("no error", ErrorOf([] { test::SetTreeText("Key", "other", "alone"); }));
     EXPECT_NE("no error", ErrorOf([&] { store.CommitPass(); }));
     EXPECT_EQ(std::string("stored\0", 7), test::TreeValue("Key", "value")->data);
     EXPECT_FALSE(test::TreeValue("Key", "other"));
+    test::SetTreeText("Key", "other", "next pass");
+    store.CommitPass();
+    EXPECT_TRUE(test::TreeValue("Key", "other"));
+}
+
+TEST_F(StoreFault, AReadThatFailsBehindAWriteBreaksThePass)
+{
+    tarsk::StartHost(Layout(), tarsk::Role::kDaemon);
+    MakeStoreWithManyPages();
+    test::SetTreeText("Key", "value", "changed");
+    ReadWithoutADisk();
+    ExpectBrokenPass();
+}
+
+TEST_F(StoreFault, AReadThatFailsBeforeTheFirstWriteBreaksThePass)
+{
+    // The monitor takes what it cannot read for missing, and would begin at the head of the log.
+    tarsk::StartHost(Layout(), tarsk::Role::kDaemon);
+    MakeStoreWithManyPages();
+    ReadWithoutADisk();
+    ExpectBrokenPass();
+}
+
+TEST_F(StoreFault, AReadThatFailsOutsideAPassBreaksNothing)
+{
+    tarsk::StartHost(Layout(), tarsk::Role::kCommand);
+    MakeStoreWithManyPages();
+    ReadWithoutADisk();
+    test::SetTreeText("Key", "other", "stored");
+    EXPECT_TRUE(test::TreeValue("Key", "other"));
 }
 
 // ---- a real disk of every size ----

@@ -302,6 +302,23 @@ TEST_F(StoreTest, APassBehindABrokenOneIsStored)
     }
 }
 
+// ---- how safe ----
+
+TEST_F(StoreTest, ACommitIsOnTheDiskWhenItReturns)
+{
+    for (int opening = 0; opening < 2; ++opening) { // created, and opened again
+        Store store(Path());
+        const auto pragma = [&](const char *sql) {
+            tarsk::Statement statement(store.database(), sql);
+            statement.Start();
+            return statement.Next() ? statement.Text(0) : "(none)";
+        };
+        EXPECT_EQ("wal", pragma("PRAGMA journal_mode"));
+        EXPECT_EQ("2", pragma("PRAGMA synchronous")) << "not FULL";
+        EXPECT_EQ("1", pragma("PRAGMA foreign_keys"));
+    }
+}
+
 // ---- who is who ----
 
 TEST_F(StoreTest, AStoreKeepsItsIdentity)
