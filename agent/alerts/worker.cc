@@ -229,10 +229,16 @@ bool Worker::GiveUp(const Message &refused, const std::string &why)
     const std::vector<Message> next = MessagesOf(ReadAlerts(*database_, refused.alert.id, 0, 1));
     if (next.empty() || sink_->Send(next, interrupt_).taken != 1)
         return false;
-    progress_->Refused(peer_, refused, OneLine(why));
+    // A receiver that has refused everything until this moment takes it now, too: late, but not lost.
+    const std::vector<Message> again = {refused};
+    if (sink_->Send(again, interrupt_).taken == 1) {
+        progress_->Taken(peer_, again);
+    } else {
+        progress_->Refused(peer_, refused, OneLine(why));
+        TRACE(TRACE_NOTABLE, "The sink %s refuses the alert %s, which is given up: %s.",
+              Name().c_str(), refused.key.c_str(), OneLine(why).c_str());
+    }
     progress_->Taken(peer_, next);
-    TRACE(TRACE_NOTABLE, "The sink %s refuses the alert %s, which is given up: %s.", Name().c_str(),
-          refused.key.c_str(), OneLine(why).c_str());
     Succeeded();
     return true;
 }
