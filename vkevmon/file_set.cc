@@ -239,7 +239,7 @@ int ListBackups(int monindex, BackupName **names)
 // not for one that has its name later.
 struct SeenFile {
     FileIdentity identity;
-    int64_t size;
+    int64_t size; // -1: it could not be opened
 };
 
 // Beyond this many files a file is taken for the one that was looked at. Resume points lie a few rotations
@@ -333,15 +333,13 @@ void RebuildBackupList(int monindex)
     logindex[monindex] = 0;
 }
 
-// `empty`: set when the file was empty.
-bool ReadFirstLineOf(const char *path, char *line, bool *empty, SeenFile *seen)
+bool ReadFirstLineOf(const char *path, char *line, SeenFile *seen)
 {
-    *empty = false;
+    *seen = {{}, -1};
     if (InitFile(path) != 0) {
         TRACE_FOR(kCheck, TRACE_ERROR, "InitFile() failed.");
         return false;
     }
-    *empty = filelen == 0;
     *seen = {openfile, filelen};
     const bool done = GetFirstLine(line, kLineBufferSize) == 0;
     if (!done)
@@ -360,11 +358,11 @@ int SearchHeadLine(int monindex)
         const char *path = LogPath(monindex, k, buffer);
         TRACE_FOR(kCheck, TRACE_NOTABLE, "Check log file: [%s]", path);
         char line[kLineBufferSize];
-        bool empty = false;
         SeenFile beyond{};
         SeenFile *seen = k < kMostFilesSeen ? &seen_files[monindex][k] : &beyond;
-        if (!ReadFirstLineOf(path, line, &empty, seen))
-            return Rebaseline(monindex, k == 0 && empty ? LiveFile::kEmpty : LiveFile::kNotEmpty);
+        if (!ReadFirstLineOf(path, line, seen))
+            return Rebaseline(monindex,
+                              k == 0 && seen->size == 0 ? LiveFile::kEmpty : LiveFile::kNotEmpty);
         const char *stored = headline[monindex];
         if (strncmp(line, stored, strlen(stored)) == 0) {
             logindex[monindex] = k;

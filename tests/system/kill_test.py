@@ -1,5 +1,4 @@
 """SIGKILL at random moments while lines are written and rotated: each line still counts exactly once."""
-import threading
 import time
 
 import lab
@@ -7,25 +6,6 @@ import lab
 KILLS = 120
 
 LINES_PER_SECOND = 3000
-
-
-class Writer:
-    """Sends numbered lines to rsyslogd all the time."""
-
-    def __init__(self, log):
-        self._log = log
-        self._stop = threading.Event()
-        self._thread = threading.Thread(target=self._run)
-        self._thread.start()
-
-    def _run(self):
-        while not self._stop.is_set():
-            self._log.send_numbers(LINES_PER_SECOND // 100)
-            time.sleep(0.01)
-
-    def stop(self):
-        self._stop.set()
-        self._thread.join()
 
 
 class Killing(lab.LabTest):
@@ -45,7 +25,7 @@ class Killing(lab.LabTest):
         self.daemon.stop()
         typical = self.time_of_a_start()
 
-        writer = Writer(self.log)
+        writer = lab.NumberWriter(self.log, LINES_PER_SECOND)
         self.addCleanup(writer.stop)
         killed_before_the_first_pass_was_stored = 0
         for life in range(KILLS):

@@ -28,6 +28,7 @@ import subprocess
 import sys
 import tempfile
 import termios
+import threading
 import time
 import unittest
 from pathlib import Path
@@ -597,6 +598,26 @@ class Syslogd:
         self.child.signal(signal.SIGHUP)
         self._lab.wait_until("syslogd has begun anew",
                              lambda: content_of(MESSAGES).count(b": restart\n") > begun)
+
+
+class NumberWriter:
+    """Sends numbered lines to rsyslogd all the time."""
+
+    def __init__(self, log, lines_per_second):
+        self._log = log
+        self._at_once = lines_per_second // 100
+        self._stop = threading.Event()
+        self._thread = threading.Thread(target=self._run)
+        self._thread.start()
+
+    def _run(self):
+        while not self._stop.is_set():
+            self._log.send_numbers(self._at_once)
+            time.sleep(0.01)
+
+    def stop(self):
+        self._stop.set()
+        self._thread.join()
 
 
 class Logrotate:
