@@ -43,9 +43,9 @@ add_sibling(vkirtupt agent/products/vkirtupt.cc)
 # What daemon and command share.
 add_library(agent_common STATIC
     agent/alerts/alert_store.cc agent/common/alert_text.cc agent/common/daemon_lock.cc
-    agent/common/events.cc agent/common/hours.cc agent/common/log_files.cc
-    agent/common/monitor_settings.cc agent/common/status_file.cc)
-target_sources(agent_common PRIVATE agent/common/event_checks.cc agent/common/stamps.cc)
+    agent/common/event_checks.cc agent/common/events.cc agent/common/hours.cc
+    agent/common/log_files.cc agent/common/monitor_settings.cc agent/common/stamps.cc
+    agent/common/status_file.cc)
 target_link_libraries(agent_common PUBLIC tarsk PRIVATE nlohmann_json::nlohmann_json)
 target_compile_definitions(agent_common PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}")
 
@@ -74,15 +74,14 @@ add_program(syslogmond agent/daemon/main.cc agent/daemon/console.cc agent/daemon
             agent/daemon/notify.cc agent/daemon/trigger.cc)
 target_link_libraries(syslogmond PRIVATE PkgConfig::SYSTEMD Threads::Threads ${CMAKE_DL_LIBS})
 
-add_program(syslogmon agent/cli/main.cc agent/cli/alert_commands.cc agent/cli/event_commands.cc
-            agent/cli/output.cc agent/cli/registry_commands.cc agent/cli/scan_commands.cc
-            agent/cli/setting_commands.cc agent/cli/sink_commands.cc agent/cli/status_commands.cc agent/cli/trace_commands.cc)
-target_link_libraries(syslogmon PRIVATE nlohmann_json::nlohmann_json)
+add_program(syslogmon agent/cli/main.cc agent/cli/alert_commands.cc agent/cli/doctor_agent.cc
+            agent/cli/doctor_commands.cc agent/cli/doctor_logs.cc agent/cli/doctor_sinks.cc
+            agent/cli/event_commands.cc agent/cli/output.cc agent/cli/progress.cc
+            agent/cli/registry_commands.cc agent/cli/scan_commands.cc agent/cli/setting_commands.cc
+            agent/cli/sink_commands.cc agent/cli/status_commands.cc agent/cli/tally.cc
+            agent/cli/test_commands.cc agent/cli/trace_commands.cc agent/cli/trial.cc)
+target_link_libraries(syslogmon PRIVATE nlohmann_json::nlohmann_json ${CMAKE_DL_LIBS})
 target_compile_options(syslogmon PRIVATE ${QUICK_BUILD})
-target_sources(syslogmon PRIVATE agent/cli/doctor_agent.cc agent/cli/doctor_commands.cc
-               agent/cli/doctor_logs.cc agent/cli/doctor_sinks.cc agent/cli/progress.cc agent/cli/tally.cc agent/cli/test_commands.cc
-               agent/cli/trial.cc)
-target_link_libraries(syslogmon PRIVATE ${CMAKE_DL_LIBS})
 
 # Everything that runs, and nothing that tests.
 add_custom_target(agent DEPENDS vkevmon vkmncall vkirtupt syslogmond syslogmon)
