@@ -4,7 +4,7 @@ add_library(vkevmon_objects OBJECT
     vkevmon/entry.cc vkevmon/host_calls.cc vkevmon/loop.cc vkevmon/settings.cc vkevmon/table.cc
     vkevmon/table_lock.cc vkevmon/product_filter.cc vkevmon/reload.cc vkevmon/syslog_time.cc
     vkevmon/hits.cc vkevmon/match.cc vkevmon/expression.cc vkevmon/literal_set.cc vkevmon/table_index.cc
-    vkevmon/file_set.cc vkevmon/scan.cc
+    vkevmon/backup_list.cc vkevmon/file_set.cc vkevmon/scan.cc
     fileacc/open_log.cc fileacc/block.cc fileacc/lines.cc fileacc/resume.cc
     regacc/regacc.cc
     filemonitor/object.cc filemonitor/scan.cc)

@@ -1,7 +1,5 @@
 #include "vkevmon/file_set.h"
 
-#include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <sys/stat.h>
@@ -14,303 +12,145 @@ char content[MAX_MON_FILES][kLineBufferSize];
 int64_t curpos[MAX_MON_FILES];
 uint32_t logindex[MAX_MON_FILES];
 BakFileList syslog_bakfilelist[MAX_MON_FILES];
-int gMonIndex = -1;
 
 namespace {
 
 constexpr char kUnit[] = "vkevmon";
-constexpr char kList[] = "GetSyslogBakFilelist";
 constexpr char kCheck[] = "CheckSyslog";
 
-constexpr char kLogDir[] = "/var/log";
-
-constexpr int kSystemLogSlot = 0;
 constexpr int kCustomFileSlot = 1;
-
-// The one customer file that has backups.
-constexpr char kVmkernelLog[] = "/var/log/vmkernel";
-
-constexpr char kNumberedSystemLog[] = "messages.";
-constexpr char kNumberedVmkernel[] = "vmkernel.";
-constexpr char kDatedSystemLog[] = "messages-";
-constexpr size_t kPrefixLength = 9; // of each of the three
-static_assert(sizeof kNumberedSystemLog == kPrefixLength + 1);
-static_assert(sizeof kNumberedVmkernel == kPrefixLength + 1);
-static_assert(sizeof kDatedSystemLog == kPrefixLength + 1);
-
-constexpr size_t kMaxNumberedVmkernel = 10; // bytes of "vmkernel.4"
-constexpr size_t kMaxNumberedSystemLog = kBackupNameSize - 1;
-constexpr size_t kDatedLength = 17; // bytes of "messages-YYYYMMDD"
 
 using ll = long long;
 
-// ---- which names are backups ----
+// ---- which file has a name ----
 
-bool IsDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
-bool AllDigits(const char *text)
-{
-    while (IsDigit(*text))
-        ++text;
-    return *text == '\0';
-}
-
-int TwoDigits(const char *text)
-{
-    return ((text[0] - '0') * 10) + (text[1] - '0');
-}
-
-bool HasPrefix(const char *name, const char *prefix)
-{
-    return strncmp(name, prefix, kPrefixLength) == 0;
-}
-
-// Both tests let the bare names "vmkernel." and "messages." pass, because their zero byte is
-// neither '0' nor above '4'. That is intended to stay: such a name is where the numbered sequence
-// breaks off.
-
-bool IsNumberedVmkernel(const char *name)
-{
-    return strlen(name) <= kMaxNumberedVmkernel && HasPrefix(name, kNumberedVmkernel) &&
-           AllDigits(name + kPrefixLength) && name[kPrefixLength] != '0' &&
-           name[kPrefixLength] <= '4';
-}
-
-bool IsNumberedSystemLog(const char *name)
-{
-    return strlen(name) <= kMaxNumberedSystemLog && HasPrefix(name, kNumberedSystemLog) &&
-           AllDigits(name + kPrefixLength) && name[kPrefixLength] != '0';
-}
-
-bool IsDatedSystemLog(const char *name)
-{
-    if (strlen(name) != kDatedLength || !HasPrefix(name, kDatedSystemLog) ||
-        !AllDigits(name + kPrefixLength))
-        return false;
-    const int month = TwoDigits(name + 13);
-    const int day = TwoDigits(name + 15);
-    return month >= 1 && month <= 12 && day >= 1 && day <= 31;
-}
-
-// ---- listing of /var/log ----
-
-// The sorted names that one filter keeps. Owns what scandir returned.
-struct Listing {
-    struct dirent **names;
-    int count; // -1: the directory could not be read
-};
-
-using DirFilter = int (*)(const struct dirent *);
-using DirOrder = int (*)(const struct dirent **, const struct dirent **);
-
-Listing ListLogDir(DirFilter filter, DirOrder order)
-{
-    Listing listing{};
-    listing.count = scandir(kLogDir, &listing.names, filter, order);
-    if (listing.count >= 0)
-        return listing;
-    if (errno == ENOENT)
-        TRACE_FOR(kList, TRACE_ERROR, "Dir %s is not exist.", kLogDir);
-    else
-        TRACE_FOR(kList, TRACE_SYSTEM, "scandir %s failed.", kLogDir);
-    return listing;
-}
-
-void FreeListing(Listing *listing)
-{
-    for (int i = 0; i < listing->count; ++i)
-        free(listing->names[i]);
-    free(static_cast<void *>(listing->names));
-    *listing = Listing{};
-}
-
-void BackupPath(const char *name, char *path)
-{
-    snprintf(path, kBackupPathSize, "%s/%s", kLogDir, name);
-}
-
-bool ModifiedAt(const char *name, time_t *modified)
-{
-    char path[kBackupPathSize];
-    BackupPath(name, path);
-    struct stat status {};
-    if (stat(path, &status) != 0) {
-        TRACE_FOR(kList, TRACE_ERROR, "stat file %s failed.", path);
-        return false;
-    }
-    *modified = status.st_mtime;
-    return true;
-}
-
-// ---- choice of the scheme, and the list ----
-
-BackupName *AllocateNames(int count)
-{
-    auto *names = static_cast<BackupName *>(calloc(static_cast<size_t>(count), sizeof(BackupName)));
-    if (names == nullptr)
-        TRACE_FOR(kList, TRACE_ERROR, "malloc failed, *lpbakfilelist is NULL");
-    return names;
-}
-
-void CopyName(const char *name, BackupName *stored)
-{
-    snprintf(*stored, sizeof *stored, "%.*s", kBackupNameSize - 1, name);
-}
-
-// The list ascends by date, so the newest name comes last.
-int TakeDated(const Listing &dated, BackupName **names)
-{
-    *names = AllocateNames(dated.count);
-    if (*names == nullptr)
-        return 0;
-    for (int i = 0; i < dated.count; ++i) {
-        const char *name = dated.names[dated.count - 1 - i]->d_name;
-        CopyName(name, &(*names)[i]);
-        TRACE_FOR(kList, TRACE_DETAIL, "syslog backup file: %s", name);
-    }
-    return dated.count;
-}
-
-// Numbered backups count without a gap from 1: behind a gap it cannot be known what is missing.
-int TakeNumbered(const Listing &numbered, int monindex, BackupName **names)
-{
-    *names = AllocateNames(numbered.count);
-    if (*names == nullptr)
-        return 0;
-    const char *prefix = monindex == kSystemLogSlot ? kNumberedSystemLog : kNumberedVmkernel;
-    for (int i = 0; i < numbered.count; ++i) {
-        const char *name = numbered.names[i]->d_name;
-        char expected[kBackupNameSize];
-        snprintf(expected, sizeof expected, "%s%d", prefix, i + 1);
-        if (strcmp(name, expected) != 0) {
-            TRACE_FOR(kList, TRACE_ERROR,
-                      "discontinuous syslog file: %s, skip it and others behind it.", name);
-            return i;
-        }
-        CopyName(name, &(*names)[i]);
-        TRACE_FOR(kList, TRACE_DETAIL, "backup syslog file: %s", name);
-    }
-    return numbered.count;
-}
-
-// The two schemes are never mixed. When both are there, the one that was rotated last is in use.
-int TakeNewerScheme(const Listing &dated, const Listing &numbered, int monindex, BackupName **names)
-{
-    time_t dated_time = 0;
-    time_t numbered_time = 0;
-    if (!ModifiedAt(dated.names[dated.count - 1]->d_name, &dated_time) ||
-        !ModifiedAt(numbered.names[0]->d_name, &numbered_time))
-        return 0;
-    return dated_time > numbered_time ? TakeDated(dated, names)
-                                      : TakeNumbered(numbered, monindex, names);
-}
-
-int TakeBackups(const Listing &dated, const Listing &numbered, int monindex, BackupName **names)
-{
-    if (dated.count == 0 && numbered.count == 0) {
-        TRACE_FOR(kList, TRACE_DETAIL, "There is no messages.i or messages-YYYYMMDD backup file.");
-        return 0;
-    }
-    if (numbered.count == 0)
-        return TakeDated(dated, names);
-    if (dated.count == 0)
-        return TakeNumbered(numbered, monindex, names);
-    return TakeNewerScheme(dated, numbered, monindex, names);
-}
-
-int ListBackups(int monindex, BackupName **names)
-{
-    Listing dated = ListLogDir(check_message_time, alphasort);
-    if (dated.count < 0)
-        return 0;
-    Listing numbered = ListLogDir(check_message_i, versionsort);
-    const int count = numbered.count < 0 ? 0 : TakeBackups(dated, numbered, monindex, names);
-    FreeListing(&numbered);
-    FreeListing(&dated);
-    return count;
-}
-
-// ---- which files a pass looks at ----
-
-// A rotation can come between any two steps of a pass. What was found out about a file holds for that file,
-// not for one that has its name later.
+// Rotation moves names from file to file, between any two steps of a pass. What was found out about a file holds
+// for that file, not for one that has its name later.
 struct SeenFile {
-    FileIdentity identity;
-    int64_t size; // -1: it could not be opened
+    dev_t device;
+    ino_t inode; // 0: there was no file, or none that could be looked at
+    int64_t size;
 };
+
+SeenFile SeenAs(const struct stat &status)
+{
+    return {status.st_dev, status.st_ino, status.st_size};
+}
+
+SeenFile LookAtName(const char *path)
+{
+    struct stat status {};
+    return stat(path, &status) == 0 ? SeenAs(status) : SeenFile{};
+}
+
+SeenFile LookAtOpenLog()
+{
+    struct stat status {};
+    return fstat(fileno(gfp), &status) == 0 ? SeenAs(status) : SeenFile{};
+}
+
+// Is the open log another file than the one seen? A file that was emptied is the same one: it is passed over like
+// any empty file.
+bool IsOtherThan(const SeenFile &seen)
+{
+    const SeenFile open = LookAtOpenLog();
+    if (open.inode == 0)
+        return false; // not known
+    return open.device != seen.device || open.inode != seen.inode ||
+           (open.size < seen.size && open.size != 0);
+}
 
 // Beyond this many files a file is taken for the one that was looked at. Resume points lie a few rotations
 // back.
 constexpr uint32_t kMostFilesSeen = 64;
 
-SeenFile seen_live[MAX_MON_FILES]; // the live file before the backups were listed
-SeenFile seen_files[MAX_MON_FILES]
-                   [kMostFilesSeen]; // by index, as the search for the head line met them
+// By index, as the search for the head line met them.
+SeenFile seen_files[MAX_MON_FILES][kMostFilesSeen];
 
-bool IsOpenFile(const SeenFile &seen)
+// ---- the backups of a slot ----
+
+void RebuildBackupList(int monindex)
 {
-    if (seen.identity.inode == 0 || openfile.inode == 0)
-        return true; // not known
-    // A file that was emptied meanwhile is passed over like any empty one.
-    return openfile.device == seen.identity.device && openfile.inode == seen.identity.inode &&
-           (filelen >= seen.size || filelen == 0);
+    FreeBackupList(monindex);
+    BakFileList &list = syslog_bakfilelist[monindex];
+    list.ibakfilenum = GetSyslogBakFilelist(&list.lpbakfilelist, monindex);
+    logindex[monindex] = 0;
 }
 
-// ---- the resume point ----
+// A first rotation makes the first backup, so a list that was empty is made anew.
+bool HasBackups(int monindex)
+{
+    if (syslog_bakfilelist[monindex].ibakfilenum == 0)
+        RebuildBackupList(monindex);
+    return syslog_bakfilelist[monindex].ibakfilenum > 0;
+}
 
-// What a search has seen of the live file before it asks for a new baseline.
-enum class LiveFile { kNotSearched, kNotEmpty, kEmpty };
+// ---- starting afresh ----
 
-// Records the live file's first and last line: the slot goes on from here. 0, or -1.
-int RecordEndOfLiveFile(int monindex, LiveFile seen)
+// What a search knows of the live file when it has not found the head line.
+struct Search {
+    SeenFile live; // before the backups were listed
+    bool is_empty; // as its first line was looked for
+};
+
+// Has the live file, which is open now, changed so that the search may have missed the head line? Then the head
+// line can be in a file by now that was not looked at: the file has moved, or an empty one, which ends a search,
+// has got its first lines. A baseline behind them would pass over them, and over what is unread in the backups.
+bool IsOutdated(const Search &search)
+{
+    return IsOtherThan(search.live) || (search.is_empty && filelen > 0);
+}
+
+enum class Baseline { kTaken, kFailed, kSearchAgain };
+
+// Records the live file's first and last line: the slot goes on from here.
+//   search  after which the baseline is taken; null when there was none, or when no other may follow
+Baseline RecordEndOfLiveFile(int monindex, const Search *search)
 {
     const char *path = syslogpath[monindex];
     if (InitFile(path) != 0) {
         TRACE_FOR(kCheck, TRACE_ERROR, "<InitFile %s failed.return -1.", path);
-        return -1;
+        return Baseline::kFailed;
     }
-    // The head line was looked for before a rotation, so it may well be in a file by now that was not looked
-    // at. The next pass looks again.
-    if (seen != LiveFile::kNotSearched && !IsOpenFile(seen_live[monindex])) {
+    if (search != nullptr && IsOutdated(*search) && HasBackups(monindex)) {
         FinishFile();
-        TRACE_FOR(kCheck, TRACE_ERROR, "<InitFile %s failed.return -1.", path);
-        return -1;
+        return Baseline::kSearchAgain;
     }
-    // Rotation has just made a file that was seen empty, and the first lines may be coming in now. It still
-    // counts as empty: a baseline behind them would pass over them, and over what is unchecked in the
-    // backups. The next pass finds them.
-    if (seen == LiveFile::kEmpty)
-        filelen = 0;
     if (GetFirstLine(headline[monindex], kLineBufferSize) != 0) {
         FinishFile();
         TRACE_FOR(kCheck, TRACE_ERROR, "<GetFirstLine failed.return -1.");
-        return -1;
+        return Baseline::kFailed;
     }
     if (GetLastLine(&curpos[monindex], content[monindex], kLineBufferSize) != 0) {
         FinishFile();
         TRACE_FOR(kCheck, TRACE_ERROR, "<GetLastLine failed.return -1.");
-        return -1;
+        return Baseline::kFailed;
     }
     FinishFile();
-    return 0;
+    return Baseline::kTaken;
 }
 
-int Rebaseline(int monindex, LiveFile seen = LiveFile::kNotSearched)
+Baseline Rebaseline(int monindex, const Search *search)
 {
     FreeBackupList(monindex);
-    if (RecordEndOfLiveFile(monindex, seen) != 0)
-        return -1;
+    const Baseline baseline = RecordEndOfLiveFile(monindex, search);
+    if (baseline != Baseline::kTaken)
+        return baseline;
     if (RegSetHeadLine(headline[monindex], monindex) != 0)
         TRACE_FOR(kCheck, TRACE_ERROR, "RegSetHeadLine error IGNORED: %s", headline[monindex]);
     if (RegSetOrientation(curpos[monindex], content[monindex], monindex) != 0)
         TRACE_FOR(kCheck, TRACE_ERROR, "RegSetOrientation error IGNORED: %lld, %s",
                   ll{curpos[monindex]}, content[monindex]);
     TRACE_FOR(kCheck, TRACE_DETAIL, "<return 0.");
-    return 0;
+    return baseline;
 }
+
+int StartAfresh(int monindex)
+{
+    return Rebaseline(monindex, nullptr) == Baseline::kTaken ? 0 : -1;
+}
+
+// ---- the resume point ----
 
 bool ReadResumePoint(int monindex)
 {
@@ -325,22 +165,17 @@ bool ReadResumePoint(int monindex)
     return true;
 }
 
-void RebuildBackupList(int monindex)
+// Reads the first line of a file of the slot. False after tracing why it cannot be read.
+bool ReadFirstLineOf(int monindex, uint32_t index, const char *path, char *line, Search *search)
 {
-    FreeBackupList(monindex);
-    BakFileList &list = syslog_bakfilelist[monindex];
-    list.ibakfilenum = GetSyslogBakFilelist(&list.lpbakfilelist, monindex);
-    logindex[monindex] = 0;
-}
-
-bool ReadFirstLineOf(const char *path, char *line, SeenFile *seen)
-{
-    *seen = {{}, -1};
     if (InitFile(path) != 0) {
         TRACE_FOR(kCheck, TRACE_ERROR, "InitFile() failed.");
         return false;
     }
-    *seen = {openfile, filelen};
+    if (index < kMostFilesSeen)
+        seen_files[monindex][index] = {openfile.device, openfile.inode, filelen};
+    if (index == 0)
+        search->is_empty = filelen == 0;
     const bool done = GetFirstLine(line, kLineBufferSize) == 0;
     if (!done)
         TRACE_FOR(kCheck, TRACE_ERROR, "GetFirstLine() failed.");
@@ -348,77 +183,45 @@ bool ReadFirstLineOf(const char *path, char *line, SeenFile *seen)
     return done;
 }
 
-// Looks for the file whose first line begins with the stored one, newest first. Returns 1 when it
-// was found, otherwise what the new baseline came to.
-int SearchHeadLine(int monindex)
+// Looks for the file whose first line begins with the stored one, newest first. A file that cannot be read ends
+// the search. True when it was found.
+bool FindHeadLine(int monindex, Search *search)
 {
     const auto files = static_cast<uint32_t>(syslog_bakfilelist[monindex].ibakfilenum);
+    const char *stored = headline[monindex];
     for (uint32_t k = 0; k <= files; ++k) {
         char buffer[kBackupPathSize];
         const char *path = LogPath(monindex, k, buffer);
         TRACE_FOR(kCheck, TRACE_NOTABLE, "Check log file: [%s]", path);
         char line[kLineBufferSize];
-        SeenFile beyond{};
-        SeenFile *seen = k < kMostFilesSeen ? &seen_files[monindex][k] : &beyond;
-        if (!ReadFirstLineOf(path, line, seen))
-            return Rebaseline(monindex,
-                              k == 0 && seen->size == 0 ? LiveFile::kEmpty : LiveFile::kNotEmpty);
-        const char *stored = headline[monindex];
+        if (!ReadFirstLineOf(monindex, k, path, line, search))
+            return false;
         if (strncmp(line, stored, strlen(stored)) == 0) {
             logindex[monindex] = k;
             TRACE_FOR(kCheck, k >= 1 ? TRACE_NOTABLE : TRACE_DETAIL,
                       "<Get syslog file last checked: %s.return 1.", path);
-            return 1;
+            return true;
         }
     }
-    TRACE_FOR(kCheck, TRACE_NOTABLE, "Cannot find the headline. file headline = %s\\0",
-              headline[monindex]);
-    return Rebaseline(monindex, LiveFile::kNotEmpty);
+    TRACE_FOR(kCheck, TRACE_NOTABLE, "Cannot find the headline. file headline = %s\\0", stored);
+    return false;
+}
+
+// Lists the files and looks for the head line, again when a rotation comes in between.
+int SearchFiles(int monindex)
+{
+    for (int again = 0;; ++again) {
+        Search search{LookAtName(syslogpath[monindex]), false};
+        RebuildBackupList(monindex);
+        if (FindHeadLine(monindex, &search))
+            return 1;
+        const Baseline baseline = Rebaseline(monindex, again < kMostLooksAgain ? &search : nullptr);
+        if (baseline != Baseline::kSearchAgain)
+            return baseline == Baseline::kTaken ? 0 : -1;
+    }
 }
 
 } // namespace
-
-int check_message_i(const struct dirent *d)
-{
-    switch (gMonIndex) {
-    case kSystemLogSlot:
-        return IsNumberedSystemLog(d->d_name) ? 1 : 0;
-    case kCustomFileSlot:
-        return IsNumberedVmkernel(d->d_name) ? 1 : 0;
-    default:
-        return 0;
-    }
-}
-
-int check_message_time(const struct dirent *d)
-{
-    return gMonIndex == kSystemLogSlot && IsDatedSystemLog(d->d_name) ? 1 : 0;
-}
-
-int GetSyslogBakFilelist(char (**lpbakfilelist)[kBackupNameSize], int monindex)
-{
-    TRACE(TRACE_DETAIL, ">lpbakfilelist=%p,monindex=%d", static_cast<void *>(lpbakfilelist),
-          monindex);
-    if (lpbakfilelist == nullptr) {
-        TRACE(TRACE_ERROR, "<error parameter.");
-        return 0;
-    }
-    *lpbakfilelist = nullptr;
-    // The messages speak of -1, the result is 0: both are kept as their readers know them.
-    if (!MonIndexIsValid(kUnit, __func__, monindex))
-        return 0;
-    if (monindex == kCustomFileSlot && strcmp(syslogpath[monindex], kVmkernelLog) != 0) {
-        TRACE(TRACE_DETAIL, "custom file is not /var/log/vmkernel, ignore");
-        return 0;
-    }
-    const int ibakfilenum = ListBackups(monindex, lpbakfilelist);
-    if (ibakfilenum == 0) {
-        free(*lpbakfilelist);
-        *lpbakfilelist = nullptr;
-    }
-    TRACE(TRACE_DETAIL, "< ibakfilenum=%d", ibakfilenum);
-    return ibakfilenum;
-}
 
 int CheckSyslog(int monindex)
 {
@@ -434,18 +237,9 @@ int CheckSyslog(int monindex)
     if (monindex == kCustomFileSlot && IsCustFileChanged == 1) {
         IsCustFileChanged = 0;
         TRACE(TRACE_DETAIL, "custom monitor file changed:[%s]", syslogpath[monindex]);
-        return Rebaseline(monindex);
+        return StartAfresh(monindex);
     }
-    if (!ReadResumePoint(monindex))
-        return Rebaseline(monindex);
-    seen_live[monindex] = {{status.st_dev, status.st_ino}, status.st_size};
-    RebuildBackupList(monindex);
-    return SearchHeadLine(monindex);
-}
-
-bool IsFileLookedAt(int monindex, uint32_t index)
-{
-    return index >= kMostFilesSeen || IsOpenFile(seen_files[monindex][index]);
+    return ReadResumePoint(monindex) ? SearchFiles(monindex) : StartAfresh(monindex);
 }
 
 const char *LogPath(int monindex, uint32_t index, char *buffer)
@@ -454,6 +248,12 @@ const char *LogPath(int monindex, uint32_t index, char *buffer)
         return syslogpath[monindex];
     BackupPath(syslog_bakfilelist[monindex].lpbakfilelist[index - 1], buffer);
     return buffer;
+}
+
+bool MustLookAgain(int monindex, uint32_t index)
+{
+    return index < kMostFilesSeen && IsOtherThan(seen_files[monindex][index]) &&
+           HasBackups(monindex);
 }
 
 void FreeBackupList(int monindex)

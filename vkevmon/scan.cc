@@ -193,85 +193,126 @@ void ReadNewLines(int slot)
     StorePosition(slot);
 }
 
-// Positions the open file on the first unchecked line and reads on from there.
-void ReadOpenFile(int slot)
+// Positions the open file on the first unchecked line and reads on from there. False when it cannot be
+// positioned.
+bool ReadOpenFile(int slot)
 {
     if (GotoPos(&curpos[slot], content[slot], kLineBufferSize) != 0) {
         TRACE_FOR(kPass, TRACE_ERROR, "Set syslog pos failed.");
-        return;
+        return false;
     }
     if (FEof() == 0) {
         ReadNewLines(slot);
-        return;
+        return true;
     }
     if (RegSetOrientation(curpos[slot], content[slot], slot) != 0)
         TRACE_FOR(kPass, TRACE_ERROR, "Set orientation to reg error IGNORED: %lld %s",
                   ll{curpos[slot]}, content[slot]);
     TRACE_FOR(kPass, TRACE_DETAIL, "Get end of file after GotoPos");
-}
-
-// Opens the file at logindex. When the name belongs to another file than the one that was looked at, a
-// rotation has come in between: the scan of the slot then ends, as if neither this file nor a newer one were
-// there at the moment, and the next pass finds its place again.
-bool OpenFileOfSet(int slot, const char *path)
-{
-    if (InitFile(path) == 0) {
-        if (IsFileLookedAt(slot, logindex[slot]))
-            return true;
-        FinishFile();
-        logindex[slot] = 0;
-    }
-    TRACE_FOR(kPass, TRACE_ERROR, "Init Syslog file %s failed.", path);
-    return false;
-}
-
-void ReadFile(int slot)
-{
-    char buffer[kBackupPathSize];
-    const char *path = LogPath(slot, logindex[slot], buffer);
-    if (!OpenFileOfSet(slot, path))
-        return;
-    ReadOpenFile(slot);
-    FinishFile();
-    TRACE_FOR(kPass, TRACE_DETAIL, "Get end of file %s", path);
+    return true;
 }
 
 // ---- across the files of a slot ----
+
+// The scan of one slot in one pass.
+struct SlotScan {
+    int slot;
+    int looks_again = 0;   // so far
+    bool has_read = false; // a file was read, or found read to its end
+};
+
+// What a step over the files of a slot came to.
+enum class Step {
+    kDone,      // go on
+    kNothing,   // there was no such file to do it with
+    kLookAgain, // a rotation has come: the slot's place has to be looked for anew
+};
+
+// Opens the file at logindex. After too many rotations in one pass whatever has the name is taken for it.
+Step OpenFileOfSet(const SlotScan &scan, const char *path)
+{
+    if (InitFile(path) != 0) {
+        TRACE_FOR(kPass, TRACE_ERROR, "Init Syslog file %s failed.", path);
+        return Step::kNothing;
+    }
+    if (scan.looks_again < kMostLooksAgain && MustLookAgain(scan.slot, logindex[scan.slot])) {
+        FinishFile();
+        return Step::kLookAgain;
+    }
+    return Step::kDone;
+}
+
+// Reads the file at logindex from the place where the last pass stopped, or passes over it.
+Step ReadFile(SlotScan *scan)
+{
+    char buffer[kBackupPathSize];
+    const char *path = LogPath(scan->slot, logindex[scan->slot], buffer);
+    const Step opened = OpenFileOfSet(*scan, path);
+    if (opened != Step::kDone)
+        return opened;
+    if (ReadOpenFile(scan->slot))
+        scan->has_read = true;
+    FinishFile();
+    TRACE_FOR(kPass, TRACE_DETAIL, "Get end of file %s", path);
+    return Step::kDone;
+}
 
 bool HasFile(int slot)
 {
     return static_cast<int32_t>(logindex[slot]) >= 0;
 }
 
-// Reads the head line of the file at logindex. False when the file must be passed over.
-bool ReadHeadLine(int slot)
+// Reads the head line of the file at logindex.
+Step ReadHeadLine(const SlotScan &scan)
 {
+    const int slot = scan.slot;
     char buffer[kBackupPathSize];
-    if (!OpenFileOfSet(slot, LogPath(slot, logindex[slot], buffer)))
-        return false;
+    const Step opened = OpenFileOfSet(scan, LogPath(slot, logindex[slot], buffer));
+    if (opened != Step::kDone)
+        return opened;
     const bool done = GetFirstLine(headline[slot], kLineBufferSize) == 0;
     if (!done)
         headline[slot][0] = '\0';
     FinishFile();
-    return done;
+    return done ? Step::kDone : Step::kNothing;
 }
 
-// Moves to the next newer file that can be read and records it as the followed one, nothing of it
-// checked yet. False when the live file is done.
-bool MoveToNewerFile(int slot)
+// Records the file at logindex as the followed one, nothing of it checked yet.
+void FollowFile(int slot)
 {
-    for (--logindex[slot]; HasFile(slot); --logindex[slot]) {
-        if (!ReadHeadLine(slot))
-            continue;
-        curpos[slot] = -1;
-        content[slot][0] = '\0';
-        if (RegSetHeadLine(headline[slot], slot) != 0)
-            TRACE_FOR(kPass, TRACE_ERROR, "RegSetHeadLine error IGNORED: %s", headline[slot]);
-        if (RegSetOrientation(-1, content[slot], slot) != 0)
-            TRACE_FOR(kPass, TRACE_ERROR, "RegSetOrientation error IGNORED: -1, \"\\0\"");
-        return true;
+    curpos[slot] = -1;
+    content[slot][0] = '\0';
+    if (RegSetHeadLine(headline[slot], slot) != 0)
+        TRACE_FOR(kPass, TRACE_ERROR, "RegSetHeadLine error IGNORED: %s", headline[slot]);
+    if (RegSetOrientation(-1, content[slot], slot) != 0)
+        TRACE_FOR(kPass, TRACE_ERROR, "RegSetOrientation error IGNORED: -1, \"\\0\"");
+}
+
+// Moves to the next newer file that can be read. kNothing: the live file is done.
+Step MoveToNewerFile(const SlotScan &scan)
+{
+    for (--logindex[scan.slot]; HasFile(scan.slot); --logindex[scan.slot]) {
+        const Step read = ReadHeadLine(scan);
+        if (read == Step::kLookAgain)
+            return read;
+        if (read == Step::kDone) {
+            FollowFile(scan.slot);
+            return read;
+        }
     }
-    return false;
+    return Step::kNothing;
+}
+
+// Reads the file that CheckSyslog found and every newer one. False when a rotation makes it ask again.
+bool ReadFiles(SlotScan *scan)
+{
+    Step step = Step::kDone;
+    while (step == Step::kDone) {
+        step = ReadFile(scan);
+        if (step != Step::kLookAgain)
+            step = MoveToNewerFile(*scan);
+    }
+    return step != Step::kLookAgain;
 }
 
 void RecallLastEndTime()
@@ -294,6 +335,22 @@ void RecordEndTime()
               TimeText(lastendtime, text));
 }
 
+// Finds the file in which the last pass stopped. False, after tracing why, when there is nothing to read.
+bool FindFile(int slot)
+{
+    switch (CheckSyslog(slot)) {
+    case -1:
+        TRACE_FOR(kPass, TRACE_ERROR, "< CheckSyslog(%d) failed.", slot);
+        return false;
+    case 0:
+        TRACE_FOR(kPass, TRACE_DETAIL, "<Syslog is needn't to change.");
+        return false;
+    default:
+        RecallLastEndTime();
+        return true;
+    }
+}
+
 void ScanSlot(int slot)
 {
     gMonIndex = slot; // the directory filters take no argument of their own
@@ -301,21 +358,18 @@ void ScanSlot(int slot)
         TRACE_FOR(kPass, TRACE_DETAIL, "<monitoring index:[%d]: filename is empty, ignore.", slot);
         return;
     }
-    switch (CheckSyslog(slot)) {
-    case -1:
-        TRACE_FOR(kPass, TRACE_ERROR, "< CheckSyslog(%d) failed.", slot);
-        return;
-    case 0:
-        TRACE_FOR(kPass, TRACE_DETAIL, "<Syslog is needn't to change.");
-        return;
-    default:
-        break;
+    SlotScan scan{slot};
+    bool is_found = FindFile(slot);
+    while (is_found && !ReadFiles(&scan)) {
+        ++scan.looks_again;
+        FreeBackupList(slot);
+        is_found = FindFile(slot);
     }
-    RecallLastEndTime();
-    do {
-        ReadFile(slot);
-    } while (MoveToNewerFile(slot));
-    RecordEndTime();
+    // A scan that a rotation ended before it came to read anything was none.
+    if (is_found || scan.has_read)
+        RecordEndTime();
+    if (!is_found)
+        return;
     FreeBackupList(slot);
     TRACE_FOR(kPass, TRACE_DETAIL, "<return %d", 0);
 }

@@ -11,6 +11,9 @@
 //   stored             -> next newer file    its head line and "no position" are stored, it is read
 //                                            whole
 //   live file stored   -> end                the end time of the scan is stored
+//
+// When a rotation has moved a name to another file since CheckSyslog looked, and there are backups, the slot
+// goes back to CheckSyslog, at most kMostLooksAgain times.
 #ifndef VKEVMON_SCAN_H
 #define VKEVMON_SCAN_H
 

@@ -20,7 +20,7 @@
 namespace test {
 namespace {
 
-constexpr int kMostPerSlot = 30;
+constexpr int kMostPerSlot = 31;
 
 // In the child: the action between two stops that the parent sees.
 [[noreturn]] void RunTraced(const std::function<void()> &action)

@@ -354,7 +354,7 @@ using RotationInAPass = LossTest;
 constexpr int kToReadBackup = 3;
 constexpr int kForLiveHead = 4;
 
-TEST_F(RotationInAPass, OneWhileABackupIsReadIsFollowedByTheNextPass)
+TEST_F(RotationInAPass, OneWhileABackupIsReadIsFollowedAtOnce)
 {
     Log({"checked"});
     Pass();
@@ -365,8 +365,8 @@ TEST_F(RotationInAPass, OneWhileABackupIsReadIsFollowedByTheNextPass)
         Rotate();
         LogLater({"new"});
     });
-    EXPECT_EQ(Strings{"old"}, Pass());
-    EXPECT_EQ((Strings{"middle 1", "middle 2", "new"}), Pass());
+    EXPECT_EQ((Strings{"old", "middle 1", "middle 2", "new"}), Pass());
+    EXPECT_EQ(kNothing, Pass());
 }
 
 TEST_F(RotationInAPass, OneWhileABackupIsReadLosesNothingWhenTheNewLogIsStillEmpty)
@@ -382,7 +382,7 @@ TEST_F(RotationInAPass, OneWhileABackupIsReadLosesNothingWhenTheNewLogIsStillEmp
     EXPECT_EQ((Strings{"middle", "new"}), Pass());
 }
 
-TEST_F(RotationInAPass, OneBeforeTheBackupIsOpenedIsFollowedByTheNextPass)
+TEST_F(RotationInAPass, OneBeforeTheBackupIsOpenedIsFollowedAtOnce)
 {
     Log({"checked 1", "checked 2"});
     Pass();
@@ -393,11 +393,11 @@ TEST_F(RotationInAPass, OneBeforeTheBackupIsOpenedIsFollowedByTheNextPass)
         Rotate();
         LogLater({"new"});
     });
-    EXPECT_EQ(kNothing, Pass());
     EXPECT_EQ((Strings{"old", "middle", "new"}), Pass());
+    EXPECT_EQ(kNothing, Pass());
 }
 
-TEST_F(RotationInAPass, OneBetweenLookingAndReadingIsFollowedByTheNextPass)
+TEST_F(RotationInAPass, OneBetweenLookingAndReadingIsFollowedAtOnce)
 {
     Log({"checked"});
     Pass();
@@ -406,11 +406,11 @@ TEST_F(RotationInAPass, OneBetweenLookingAndReadingIsFollowedByTheNextPass)
         Rotate();
         LogLater({"new 1", "new 2", "new 3"});
     });
-    EXPECT_EQ(kNothing, Pass());
     EXPECT_EQ((Strings{"old", "new 1", "new 2", "new 3"}), Pass());
+    EXPECT_EQ(kNothing, Pass());
 }
 
-TEST_F(RotationInAPass, OneByCopyingAndTruncatingBetweenLookingAndReadingIsFollowedToo)
+TEST_F(RotationInAPass, OneByCopyingAndTruncatingBetweenLookingAndReadingIsFollowedAtOnce)
 {
     Log({"checked", "also checked"});
     Pass();
@@ -420,8 +420,8 @@ TEST_F(RotationInAPass, OneByCopyingAndTruncatingBetweenLookingAndReadingIsFollo
         WriteLog("messages", "");
         LogLater({"new"});
     });
-    EXPECT_EQ(kNothing, Pass());
     EXPECT_EQ((Strings{"old", "new"}), Pass());
+    EXPECT_EQ(kNothing, Pass());
 }
 
 TEST_F(RotationInAPass,
@@ -450,7 +450,7 @@ TEST_F(RotationInAPass, OneBetweenLookingAndReadingLosesNothingWhenTheNewLogIsSt
     EXPECT_EQ((Strings{"old", "new"}), Pass());
 }
 
-TEST_F(RotationInAPass, OneBetweenListingAndLookingIsFollowedByTheNextPass)
+TEST_F(RotationInAPass, OneBetweenListingAndLookingIsFollowedAtOnce)
 {
     Log({"checked"});
     Pass();
@@ -459,11 +459,11 @@ TEST_F(RotationInAPass, OneBetweenListingAndLookingIsFollowedByTheNextPass)
         Rotate();
         LogLater({"new"});
     });
-    EXPECT_EQ(kNothing, Pass());
     EXPECT_EQ((Strings{"old", "new"}), Pass());
+    EXPECT_EQ(kNothing, Pass());
 }
 
-TEST_F(RotationInAPass, OneBetweenListingAndLookingIsFollowedByTheNextPassWhenBackupsAreDated)
+TEST_F(RotationInAPass, OneBetweenListingAndLookingIsFollowedAtOnceWhenBackupsAreDated)
 {
     Log({"older"});
     RenameLog("messages", "messages-20240309");
@@ -474,8 +474,8 @@ TEST_F(RotationInAPass, OneBetweenListingAndLookingIsFollowedByTheNextPassWhenBa
         RenameLog("messages", "messages-20240310");
         LogLater({"new"});
     });
-    EXPECT_EQ(kNothing, Pass());
     EXPECT_EQ((Strings{"old", "new"}), Pass());
+    EXPECT_EQ(kNothing, Pass());
 }
 
 TEST_F(RotationInAPass, OneBetweenListingAndLookingIsFollowedAtOnceWhenThereWereNumberedBackups)
@@ -493,16 +493,95 @@ TEST_F(RotationInAPass, OneBetweenListingAndLookingIsFollowedAtOnceWhenThereWere
 }
 
 // An empty log is opened twice: to look for the place, and once more to start afresh, which an empty log
-// makes impossible. What counts is that it was seen empty.
-TEST_F(RotationInAPass, AFirstLineThatComesWhileTheEmptyLogIsLookedAtIsCounted)
+// makes impossible. One that has a line by then is looked at again.
+TEST_F(RotationInAPass, AFirstLineThatComesWhileTheEmptyLogIsLookedAtIsCountedAtOnce)
 {
     Log({"checked"});
     Pass();
     Log({"old"});
     Rotate();
-    BeforeFile(2, [this] { LogLater({"new"}); });
+    Sys().ForgetCalls();
     EXPECT_EQ(kNothing, Pass());
+    // The name is looked at twice by the search, and as often by each of the two openings.
+    const int looks = Sys().Calls("stat");
+    Sys().BeforeCall("stat", (looks / 2) + 2, [this] { LogLater({"new"}); });
     EXPECT_EQ((Strings{"old", "new"}), Pass());
+    EXPECT_EQ(kNothing, Pass());
+}
+
+// Rotates, and again each time that a search for the place has listed its backups, which are one more each time.
+class RotationInEverySearch : public RotationInAPass {
+  protected:
+    void RotateInTheNext(int searches, int backups = 0)
+    {
+        // The search before this one, which was in vain, still opens the backups that it listed, and the live
+        // file to start afresh.
+        BeforeFile(backups + 1, [this, searches, backups] {
+            Rotate();
+            LogLater({"new " + std::to_string(backups)});
+            if (searches > 1)
+                RotateInTheNext(searches - 1, backups + 1);
+        });
+    }
+};
+
+TEST_F(RotationInEverySearch, LosesNothingUpToThreeTimes)
+{
+    Log({"checked"});
+    Pass();
+    LogLater({"old"});
+    RotateInTheNext(3);
+    EXPECT_EQ((Strings{"old", "new 0", "new 1", "new 2"}), Pass());
+    EXPECT_EQ(kNothing, Pass());
+}
+
+TEST_F(RotationInEverySearch, LosesAllThatIsUnreadTheFourthTime)
+{
+    Log({"checked"});
+    Pass();
+    LogLater({"lost, old"});
+    RotateInTheNext(4);
+    EXPECT_EQ(kNothing, Pass());
+    LogLater({"counted"});
+    EXPECT_EQ(Strings{"counted"}, Pass());
+}
+
+// Rotates each time that a search has found the place, before it is read.
+class RotationBeforeEveryReading : public RotationInAPass {
+  protected:
+    void RotateBeforeTheNext(int readings, int backups = 0)
+    {
+        // The place is found in the oldest backup; the next file is the one that is read.
+        BeforeFile(backups + 2, [this, readings, backups] {
+            Rotate();
+            LogLater({"new " + std::to_string(backups)});
+            if (readings > 1)
+                RotateBeforeTheNext(readings - 1, backups + 1);
+        });
+    }
+};
+
+TEST_F(RotationBeforeEveryReading, LosesNothingUpToThreeTimes)
+{
+    Log({"checked"});
+    Pass();
+    LogLater({"old"});
+    RotateBeforeTheNext(3);
+    EXPECT_EQ((Strings{"old", "new 0", "new 1", "new 2"}), Pass());
+    EXPECT_EQ(kNothing, Pass());
+}
+
+// What has the name of messages.3 then is taken for the file that had it.
+TEST_F(RotationBeforeEveryReading, PassesOverWhatIsUnreadTheFourthTime)
+{
+    Log({"checked"});
+    Pass();
+    LogLater({"lost, old"});
+    RotateBeforeTheNext(4);
+    EXPECT_EQ((Strings{"new 1", "new 2", "new 3"}), Pass());
+    EXPECT_EQ(kNothing, Pass());
+    LogLater({"counted"});
+    EXPECT_EQ(Strings{"counted"}, Pass());
 }
 
 TEST_F(RotationInAPass, OneWhileTheLiveFileIsReadLosesNothing)
@@ -786,6 +865,10 @@ TEST_F(Unfinished, ALineThatIsNeverFinishedHidesTheOneThatFollowsIt)
 
 using CustomerFile = LossTest;
 
+// Files opened by a pass over both logs: the system log twice, then the customer file twice.
+constexpr int kToLookAtCustomerFile = 3;
+constexpr int kToReadCustomerFile = 4;
+
 TEST_F(CustomerFile, LosesWhatIsUnreadWhenTheMonitorIsToldTwiceOfTheSameName)
 {
     Log({"system"});
@@ -834,6 +917,42 @@ TEST_F(CustomerFile, LosesWhatIsNewAfterItsRotationAlsoWhenAllWasReadBefore)
     EXPECT_EQ(Strings{"old"}, Pass());
     Rotate("customer.log");
     EXPECT_EQ(kNothing, Pass());
+    LogLater({"lost"}, "customer.log");
+    EXPECT_EQ(kNothing, Pass());
+    LogLater({"counted"}, "customer.log");
+    EXPECT_EQ(Strings{"counted"}, Pass());
+}
+
+// There are no backups to look for the place in, so it starts afresh in this pass and not in the next.
+TEST_F(CustomerFile, LosesNothingThatComesAfterThePassInWhichItIsRotated)
+{
+    Log({"system"});
+    Log({"checked"}, "customer.log");
+    NameCustomerFile("/var/log/customer.log");
+    Pass();
+    LogLater({"lost, old"}, "customer.log");
+    BeforeFile(kToLookAtCustomerFile, [this] {
+        Rotate("customer.log");
+        LogLater({"lost, new"}, "customer.log");
+    });
+    EXPECT_EQ(kNothing, Pass());
+    LogLater({"counted"}, "customer.log");
+    EXPECT_EQ(Strings{"counted"}, Pass());
+}
+
+// The new file is read as if it were the old one, by its time stamps.
+TEST_F(CustomerFile, LosesWhatIsUnreadAndTheFirstNewLineWhenItIsRotatedBeforeItIsRead)
+{
+    Log({"system"});
+    Log({"checked"}, "customer.log");
+    NameCustomerFile("/var/log/customer.log");
+    Pass();
+    LogLater({"lost, old"}, "customer.log");
+    BeforeFile(kToReadCustomerFile, [this] {
+        Rotate("customer.log");
+        LogLater({"passed over", "new 1", "new 2"}, "customer.log");
+    });
+    EXPECT_EQ((Strings{"new 1", "new 2"}), Pass());
     LogLater({"lost"}, "customer.log");
     EXPECT_EQ(kNothing, Pass());
     LogLater({"counted"}, "customer.log");

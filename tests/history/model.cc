@@ -15,6 +15,8 @@ constexpr size_t kRecorded = 499;   // bytes of a text that the registry keeps
 constexpr time_t kFreshSeconds = 2; // a file written so recently may end in the middle of a line
 constexpr int64_t kBlock = 16384;   // bytes that the file monitor reads at once
 constexpr int64_t kOverlong = 3329; // its threshold
+constexpr int kMostSearchesAgain =
+    3; // because of rotations in between, within a search and within a pass
 
 constexpr char kLogDir[] = "/var/log/";
 constexpr char kVmkernel[] = "/var/log/vmkernel";
@@ -237,6 +239,8 @@ void Model::ScanPass()
         ScanSlot(slot);
 }
 
+// A pass asks for its place again when a rotation has come since it asked. The end of a scan is recorded when
+// something was read, or there was nothing to read.
 void Model::ScanSlot(size_t slot)
 {
     if (memory_.path[slot].empty() || FindFile(slot) != Found::kFile)
@@ -244,11 +248,29 @@ void Model::ScanSlot(size_t slot)
     if (memory_.last_end == 0)
         memory_.last_end =
             record_.end_time ? static_cast<time_t>(*record_.end_time) : world_->clock;
-    do {
-        ReadFile(slot);
-    } while (MoveToNewer(slot));
+    has_read_ = false;
+    searches_again_ = 0;
+    bool is_found = true;
+    while (is_found && !ReadFiles(slot)) {
+        ++searches_again_;
+        is_found = FindFile(slot) == Found::kFile;
+    }
+    if (!is_found && !has_read_)
+        return;
     memory_.last_end = world_->clock;
     record_.end_time = static_cast<uint32_t>(world_->clock);
+}
+
+// The files from the one that was found to the live one. False when the place has to be looked for anew.
+bool Model::ReadFiles(size_t slot)
+{
+    for (;;) {
+        if (ReadFile(slot) == Came::kRotated)
+            return false;
+        const Came moved = MoveToNewer(slot);
+        if (moved != Came::kDone)
+            return moved == Came::kNothing;
+    }
 }
 
 Model::Found Model::FindFile(size_t slot)
@@ -258,44 +280,57 @@ Model::Found Model::FindFile(size_t slot)
         return Found::kFailed;
     if (slot == 1 && memory_.customer_changed) {
         memory_.customer_changed = false;
-        return StartAfresh(slot, false);
+        return StartAfresh(slot, Open(memory_.path[slot], true));
     }
     const SlotRecord &record = record_.slots[slot];
     if (!record.head || !record.pos || !record.content)
-        return StartAfresh(slot, false);
-    seen_live_ = {live->inode, live->bytes.size()};
-    seen_.clear();
+        return StartAfresh(slot, Open(memory_.path[slot], true));
     pos_ = *record.pos;
     content_ = *record.content;
-    backups_ = Backups(slot);
-    for (index_ = 0; index_ <= static_cast<int>(backups_.size()); ++index_) {
-        const auto bytes = Open(PathOf(slot, index_), true);
-        if (bytes)
-            seen_.push_back({Find(PathOf(slot, index_))->inode, bytes->size()});
-        if (index_ == 0 && bytes && bytes->empty()) {
-            Open(PathOf(slot, 0), true); // whatever it holds by now, it was seen empty
-            return Found::kFailed;
-        }
-        if (!bytes || bytes->empty())
-            return StartAfresh(slot, true);
-        if (StartsWith(FirstLine(*bytes), *record.head))
-            return Found::kFile;
+    for (int again = 0;; ++again) {
+        const auto found = Search(slot, again < kMostSearchesAgain);
+        if (found)
+            return *found;
     }
-    return StartAfresh(slot, true);
 }
 
-Model::Found Model::StartAfresh(size_t slot, bool has_searched)
+// One search for the head line, and the fresh start when it is not found. Nothing when a rotation has come
+// since, and there are backups by now in which the head line may be: then the search begins again.
+std::optional<Model::Found> Model::Search(size_t slot, bool may_search_again)
 {
     const std::string &path = memory_.path[slot];
+    const Entry *live = Find(path);
+    const Seen before = live != nullptr ? Seen{live->inode, live->bytes.size()} : Seen{};
+    seen_.clear();
+    backups_ = Backups(slot);
+    bool was_empty = false;
+    for (index_ = 0; index_ <= static_cast<int>(backups_.size()); ++index_) {
+        const auto bytes = Open(PathOf(slot, index_), true);
+        was_empty = index_ == 0 && bytes && bytes->empty();
+        if (!bytes || bytes->empty())
+            break;
+        seen_.push_back({Find(PathOf(slot, index_))->inode, bytes->size()});
+        if (StartsWith(FirstLine(*bytes), *record_.slots[slot].head))
+            return Found::kFile;
+    }
     const auto bytes = Open(path, true);
-    if (!bytes || bytes->empty() || (has_searched && !IsSame(path, *bytes, seen_live_)))
+    const bool has_changed =
+        bytes && (!IsSame(path, *bytes, before) || (was_empty && !bytes->empty()));
+    if (may_search_again && has_changed && !Backups(slot).empty())
+        return std::nullopt;
+    return StartAfresh(slot, bytes);
+}
+
+Model::Found Model::StartAfresh(size_t slot, const std::optional<std::string> &live)
+{
+    if (!live || live->empty())
         return Found::kFailed;
     const size_t newline =
-        bytes->size() > 1 ? bytes->rfind('\n', bytes->size() - 2) : std::string::npos;
+        live->size() > 1 ? live->rfind('\n', live->size() - 2) : std::string::npos;
     const size_t last = newline == std::string::npos ? 0 : newline + 1;
-    const std::string text = bytes->substr(last, bytes->find('\n', last) - last);
+    const std::string text = live->substr(last, live->find('\n', last) - last);
     SlotRecord &record = record_.slots[slot];
-    record.head = Cut(FirstLine(*bytes), kRecorded);
+    record.head = Cut(FirstLine(*live), kRecorded);
     record.pos = static_cast<int64_t>(last);
     record.content = Cut(text, kRecorded);
     return Found::kStartedAfresh;
@@ -307,16 +342,19 @@ bool Model::IsSame(const std::string &path, const std::string &bytes, const Seen
     return Find(path)->inode == seen.inode && (bytes.empty() || bytes.size() >= seen.size);
 }
 
-// The file at index_, as long as it is the one that was looked at. If not, the slot ends here.
-std::optional<std::string> Model::OpenAsSeen(size_t slot)
+// The file at index_. When it is another one than was looked at, the old one is among the backups; if there
+// are none, or this has happened too often in this pass, the file is taken as it is.
+Model::Came Model::OpenAsSeen(size_t slot, std::string *bytes)
 {
     const std::string path = PathOf(slot, index_);
-    auto bytes = Open(path, true);
-    if (bytes && !IsSame(path, *bytes, seen_[static_cast<size_t>(index_)])) {
-        index_ = 0;
-        bytes.reset();
-    }
-    return bytes;
+    const auto opened = Open(path, true);
+    if (!opened)
+        return Came::kNothing;
+    if (!IsSame(path, *opened, seen_[static_cast<size_t>(index_)]) &&
+        searches_again_ < kMostSearchesAgain && (!backups_.empty() || !Backups(slot).empty()))
+        return Came::kRotated;
+    *bytes = *opened;
+    return Came::kDone;
 }
 
 void Model::StorePosition(size_t slot)
@@ -325,15 +363,17 @@ void Model::StorePosition(size_t slot)
     record_.slots[slot].content = Cut(content_, kRecorded);
 }
 
-void Model::ReadFile(size_t slot)
+Model::Came Model::ReadFile(size_t slot)
 {
-    const auto bytes = OpenAsSeen(slot);
-    if (!bytes || bytes->empty())
-        return; // it cannot be positioned in
+    std::string bytes;
+    const Came opened = OpenAsSeen(slot, &bytes);
+    if (opened != Came::kDone || bytes.empty())
+        return opened; // an empty file cannot be positioned in
+    has_read_ = true;
     std::vector<TextLine> lines;
-    for (size_t at = 0; at < bytes->size();) {
-        const size_t end = std::min(bytes->find('\n', at), bytes->size());
-        lines.push_back({static_cast<int64_t>(at), Cut(bytes->substr(at, end - at), kHandled)});
+    for (size_t at = 0; at < bytes.size();) {
+        const size_t end = std::min(bytes.find('\n', at), bytes.size());
+        lines.push_back({static_cast<int64_t>(at), Cut(bytes.substr(at, end - at), kHandled)});
         at = end + 1;
     }
     Place place;
@@ -342,6 +382,7 @@ void Model::ReadFile(size_t slot)
         ReadNewLines(slot, &place);
     else
         StorePosition(slot);
+    return Came::kDone;
 }
 
 // Every line with the repeats that follow it. Repeats at the head of the new part stand for a line that was
@@ -386,19 +427,22 @@ void Model::ReadNewLines(size_t slot, Place *place)
     StorePosition(slot);
 }
 
-bool Model::MoveToNewer(size_t slot)
+Model::Came Model::MoveToNewer(size_t slot)
 {
     for (--index_; index_ >= 0; --index_) {
-        const auto bytes = OpenAsSeen(slot);
-        if (!bytes || bytes->empty())
+        std::string bytes;
+        const Came opened = OpenAsSeen(slot, &bytes);
+        if (opened == Came::kRotated)
+            return opened;
+        if (opened == Came::kNothing || bytes.empty())
             continue;
         pos_ = -1;
         content_.clear();
-        record_.slots[slot].head = Cut(FirstLine(*bytes), kRecorded);
+        record_.slots[slot].head = Cut(FirstLine(bytes), kRecorded);
         StorePosition(slot);
-        return true;
+        return Came::kDone;
     }
-    return false;
+    return Came::kNothing;
 }
 
 // ---- positioning ----

@@ -114,18 +114,24 @@ class Model {
     void ChangeCustomer();
     void ScanPass();
 
+    // What a step over the files of a slot came to: it was done; there was nothing to do it with; or a
+    // rotation has come, and the place has to be looked for anew.
+    enum class Came { kDone, kNothing, kRotated };
+
     void ScanSlot(size_t slot);
     Found FindFile(size_t slot);
-    Found StartAfresh(size_t slot, bool has_searched);
-    void ReadFile(size_t slot);
+    std::optional<Found> Search(size_t slot, bool may_search_again);
+    Found StartAfresh(size_t slot, const std::optional<std::string> &live);
+    bool ReadFiles(size_t slot);
+    Came ReadFile(size_t slot);
     void ReadNewLines(size_t slot, Place *place);
-    bool MoveToNewer(size_t slot);
+    Came MoveToNewer(size_t slot);
     void StorePosition(size_t slot);
     [[nodiscard]] std::vector<std::string> Backups(size_t slot) const;
     [[nodiscard]] std::string PathOf(size_t slot, int index) const;
     [[nodiscard]] bool IsSame(const std::string &path, const std::string &bytes,
                               const Seen &seen) const;
-    std::optional<std::string> OpenAsSeen(size_t slot);
+    Came OpenAsSeen(size_t slot, std::string *bytes);
     [[nodiscard]] const Entry *Find(const std::string &path) const;
     std::optional<std::string> Open(const std::string &path, bool awaits_line_end);
 
@@ -151,8 +157,9 @@ class Model {
     std::vector<Counted> table_;
     // Of the slot that is being scanned.
     std::vector<std::string> backups_;
-    Seen seen_live_{};       // before the backups were listed
     std::vector<Seen> seen_; // by index, as the search for the head line met them
+    int searches_again_ = 0; // of the pass, because of rotations
+    bool has_read_ = false;  // a file, in this pass
     int index_ = 0;
     int64_t pos_ = -1;
     std::string content_;

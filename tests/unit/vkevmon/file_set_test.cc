@@ -667,24 +667,176 @@ TEST_F(ResumeFile, StaysWhereItWasWhileTheLiveFileIsEmpty)
     ExpectNothingHeld();
 }
 
-TEST_F(ResumeFile, StaysWhereItWasWhenTheFirstLinesOfAnEmptyLiveFileComeJustThen)
+TEST_F(ResumeFile, IsLookedForAgainWhenTheFirstLinesOfAnEmptyLiveFileComeJustThen)
 {
     SetRotatedFolder();
     WriteLog("messages", "");
-    const ResumePoint before = PointAt(backup1_[0], backup1_);
-    StoreResumePoint(0, before);
-    // The name is looked at by CheckSyslog itself and twice by each opening. The second opening is that of
-    // the new baseline.
-    Sys().BeforeCall("stat", 4, [this] { WriteLog("messages", Text(live_)); });
+    StoreResumePoint(0, PointAt(backup1_[0], backup1_));
     EXPECT_EQ(-1, Check());
-    EXPECT_EQ((Strings{"3 Check log file: [/var/log/messages]", "1 GetFirstLine() failed.",
-                       "1 <GetFirstLine failed.return -1."}),
-              OwnNotable());
-    EXPECT_EQ(before, StoredResumePoint());
-    ExpectNothingHeld();
-
+    // The name is looked at twice by the search, and as often by each of the two openings. The second one is
+    // for the new baseline.
+    const int looks = Sys().Calls("stat");
+    Sys().BeforeCall("stat", (looks / 2) + 2, [this] { WriteLog("messages", Text(live_)); });
     EXPECT_EQ(1, Check());
     EXPECT_EQ(1U, logindex[0]);
+    EXPECT_EQ(PointAt(backup1_[0], backup1_), (ResumePoint{headline[0], curpos[0], content[0]}));
+    EXPECT_EQ(
+        (Strings{"3 Check log file: [/var/log/messages]", "1 GetFirstLine() failed.",
+                 "3 Check log file: [/var/log/messages]", "3 Check log file: [/var/log/messages.1]",
+                 "3 <Get syslog file last checked: /var/log/messages.1.return 1."}),
+        OwnNotable());
+}
+
+TEST_F(ResumeFile, IsTheEndOfAnEmptyLogWhoseFirstLinesComeJustThenWhenThereAreNoBackups)
+{
+    SetFolder({{"messages", ""}});
+    StoreResumePoint(0, PointAt(backup1_[0], backup1_));
+    EXPECT_EQ(-1, Check());
+    const int looks = Sys().Calls("stat");
+    Sys().BeforeCall("stat", (looks / 2) + 2, [this] { WriteLog("messages", Text(live_)); });
+    EXPECT_EQ(0, Check());
+    EXPECT_EQ((Strings{"3 Check log file: [/var/log/messages]", "1 GetFirstLine() failed."}),
+              OwnNotable());
+    ExpectBaseline(live_);
+}
+
+// ---- rotations in between ----
+
+class ResumeFileInARotation : public ResumeFile {
+  protected:
+    // The log that is followed; its backups are there from the first rotation on.
+    ResumeFileInARotation()
+    {
+        SetFolder({{"messages", Text(backup1_)}});
+        StoreResumePoint(0, point_);
+    }
+
+    // Moves the log away, under a number, and puts another in its place.
+    void Rotate() const
+    {
+        for (int number = 4; number >= 1; --number) {
+            const std::string name = "messages." + std::to_string(number);
+            if (std::filesystem::exists(LogFile(name)))
+                RenameLog(name, "messages." + std::to_string(number + 1));
+        }
+        RenameLog("messages", "messages.1");
+        WriteLog("messages", Text(live_));
+    }
+
+    // Rotates before the first file of this search is opened, and of each of the next ones.
+    void RotateInEachOf(int searches, int backups = 0)
+    {
+        // The search before this one, which was in vain, still opens the backups that it listed, and the live
+        // file for the baseline.
+        Sys().BeforeCall("open", backups + 1, [this, searches, backups] {
+            Rotate();
+            if (searches > 1)
+                RotateInEachOf(searches - 1, backups + 1);
+        });
+    }
+
+    const ResumePoint point_ = PointAt(backup1_[0], backup1_);
+};
+
+TEST_F(ResumeFileInARotation, IsLookedForAgainWhenTheBackupsWereListedBeforeIt)
+{
+    RotateInEachOf(1);
+    EXPECT_EQ(1, Check());
+    EXPECT_EQ(1U, logindex[0]);
+    EXPECT_EQ(
+        (Strings{"3 Check log file: [/var/log/messages]",
+                 "3 Cannot find the headline. file headline = " + backup1_[0] + "\\0",
+                 "3 Check log file: [/var/log/messages]", "3 Check log file: [/var/log/messages.1]",
+                 "3 <Get syslog file last checked: /var/log/messages.1.return 1."}),
+        OwnNotable());
+}
+
+TEST_F(ResumeFileInARotation, IsLookedForAgainWhenTheNewLogIsThereOnlyLater)
+{
+    WriteLog("messages.1", Text(backup2_));
+    RenameLog("messages", "messages.2"); // as it is while logrotate renames
+    WriteLog("messages", "to be removed");
+    Sys().BeforeCall("stat", 2, [this] { RemoveLog("messages"); });
+    Sys().BeforeCall("scandir", 2, [this] {
+        Sys().BeforeCall("stat", 2, [this] { WriteLog("messages", Text(live_)); });
+    });
+    EXPECT_EQ(1, Check());
+    EXPECT_EQ(2U, logindex[0]);
+}
+
+TEST_F(ResumeFileInARotation, IsLookedForAgainThreeTimes)
+{
+    RotateInEachOf(3);
+    EXPECT_EQ(1, Check());
+    EXPECT_EQ(3U, logindex[0]);
+    EXPECT_EQ(point_, StoredResumePoint());
+}
+
+TEST_F(ResumeFileInARotation, IsTheEndOfTheLiveFileTheFourthTime)
+{
+    RotateInEachOf(4);
+    EXPECT_EQ(0, Check());
+    EXPECT_EQ(4,
+              Host().Traced(3, "Cannot find the headline. file headline = " + backup1_[0] + "\\0"));
+    EXPECT_EQ(0, Host().Traced(1, "<InitFile /var/log/messages failed.return -1."));
+    ExpectBaseline(live_);
+}
+
+TEST_F(ResumeFileInARotation, IsTheEndOfTheLiveFileAtOnceWhenItHasNoBackups)
+{
+    Sys().BeforeCall("open", 1, [this] {
+        RenameLog("messages", "messages.old"); // a name that is no backup's
+        WriteLog("messages", Text(live_));
+    });
+    EXPECT_EQ(0, Check());
+    EXPECT_EQ((Strings{"3 Check log file: [/var/log/messages]",
+                       "3 Cannot find the headline. file headline = " + backup1_[0] + "\\0"}),
+              OwnNotable());
+    ExpectBaseline(live_);
+}
+
+TEST_F(ResumeFileInARotation, IsTheEndOfTheLiveFileAtOnceWhenItComesBeforeTheListing)
+{
+    SetFolder({{"messages", Text(backup1_)}, {"messages.1", Text(backup2_)}});
+    Sys().BeforeCall("stat", 2, [this] { // while the resume point is read
+        RenameLog("messages", "messages.old");
+        WriteLog("messages", Text(live_));
+    });
+    EXPECT_EQ(0, Check());
+    EXPECT_EQ(
+        (Strings{"3 Check log file: [/var/log/messages]", "3 Check log file: [/var/log/messages.1]",
+                 "3 Cannot find the headline. file headline = " + backup1_[0] + "\\0"}),
+        OwnNotable());
+    ExpectBaseline(live_);
+}
+
+TEST_F(ResumeFileInARotation, OfACustomerFileIsItsEndAtOnce)
+{
+    WatchCustomerFile("/var/log/app.log");
+    SetFolder(
+        {{"app.log", Text(backup1_)}, {"messages", Text(live_)}, {"messages.1", Text(live_)}});
+    StoreResumePoint(1, point_);
+    Sys().BeforeCall("open", 1, [this] {
+        RenameLog("app.log", "app.log.1");
+        WriteLog("app.log", Text(live_));
+    });
+    EXPECT_EQ(0, Check(1));
+    EXPECT_EQ((Strings{"3 Check log file: [/var/log/app.log]",
+                       "3 Cannot find the headline. file headline = " + backup1_[0] + "\\0"}),
+              OwnNotable());
+    ExpectBaseline(live_, 1);
+}
+
+TEST_F(ResumeFileInARotation, StaysWhereItWasWhenTheNewLogIsEmpty)
+{
+    Sys().BeforeCall("open", 1, [this] {
+        Rotate();
+        WriteLog("messages", "");
+    });
+    EXPECT_EQ(-1, Check());
+    EXPECT_EQ("1 <GetFirstLine failed.return -1.", OwnNotable().back());
+    EXPECT_EQ(point_, StoredResumePoint());
+    ExpectNothingHeld();
 }
 
 TEST_F(ResumeFile, OfALogThatIsNoFileIsAnError)

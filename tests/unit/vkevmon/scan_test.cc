@@ -584,22 +584,23 @@ TEST_F(RotatedPass, SkipsABackupThatWasEmptiedMeanwhile)
               OwnNotable());
 }
 
-TEST_F(RotatedPass, LeavesTheLogAloneWhenItWasRotatedBetweenTheLookAndTheReading)
+// What a pass says that a rotation made look for its place again: nothing of it, for nothing has failed.
+const Strings kNoFailure = {"1 Can't get last end time, use current time " + std::string(kNow)};
+
+TEST_F(RotatedPass, LooksAgainWhenTheLogWasRotatedBetweenTheLookAndTheReading)
 {
     Follow({head_, a_});
     SetFolder({{"messages", Text({head_, a_, b_})}});
-    const ResumePoint before = StoredResumePoint();
     Sys().BeforeCall("open", 2, [this] { // opened once to look for the head line
         RenameLog("messages", "messages.1");
         WriteLog("messages", Text({head1_, c_}));
     });
-    EXPECT_EQ(CheckedList{}, Run());
-    EXPECT_EQ(1, Host().Traced(1, "Init Syslog file /var/log/messages failed."));
-    EXPECT_EQ(before, StoredResumePoint());
     EXPECT_EQ(Once({b_, head1_, c_}), Run());
+    EXPECT_EQ(kNoFailure, OwnNotable());
+    EXPECT_EQ(PointAt(c_, {head1_, c_}), StoredResumePoint());
 }
 
-TEST_F(RotatedPass, LeavesTheNewerFilesAloneWhenTheLogWasRotatedWhileABackupWasRead)
+TEST_F(RotatedPass, LooksAgainWhenTheLogWasRotatedWhileABackupWasRead)
 {
     Follow({head_, a_});
     SetFolder({{"messages.1", Text({head_, a_, b_})}, {"messages", Text({head1_, c_})}});
@@ -608,23 +609,121 @@ TEST_F(RotatedPass, LeavesTheNewerFilesAloneWhenTheLogWasRotatedWhileABackupWasR
         RenameLog("messages", "messages.1");
         WriteLog("messages", Text({head2_, d_}));
     });
-    EXPECT_EQ(Once({b_}), Run());
-    EXPECT_EQ(PointAt(b_, {head_, a_, b_}), StoredResumePoint());
-    EXPECT_EQ(Once({head1_, c_, head2_, d_}), Run());
+    EXPECT_EQ(Once({b_, head1_, c_, head2_, d_}), Run());
+    EXPECT_EQ(kNoFailure, OwnNotable());
 }
 
-TEST_F(RotatedPass, TakesNoNewBaselineWhenTheLogWasRotatedAfterTheBackupsWereListed)
+TEST_F(RotatedPass, LooksAgainWhenTheLogWasRotatedAfterItsHeadLineWasStored)
+{
+    Follow({head_, a_});
+    SetFolder({{"messages.1", Text({head_, a_, b_})}, {"messages", Text({head1_, c_})}});
+    Sys().BeforeCall("open", 5, [this] { // two to look, messages.1, the head line of the live file
+        RenameLog("messages.1", "messages.2");
+        RenameLog("messages", "messages.1");
+        WriteLog("messages", Text({head2_, d_}));
+    });
+    EXPECT_EQ(Once({b_, head1_, c_, head2_, d_}), Run());
+    EXPECT_EQ(kNoFailure, OwnNotable());
+}
+
+TEST_F(RotatedPass, LooksAgainWhenOneBackupAloneWasReplaced)
+{
+    Follow({head_, a_});
+    SetFolder({{"messages.2", Text({head_, a_, b_})},
+               {"messages.1", Text({head1_, c_})},
+               {"messages", Text({head2_, d_})}});
+    Sys().BeforeCall("open", 4, [this] { // three to look
+        WriteLog("other", Text({"another head", "of another file"}));
+        RenameLog("other", "messages.1");
+    });
+    EXPECT_EQ(Once({b_, "another head", "of another file", head2_, d_}), Run());
+    EXPECT_EQ(kNoFailure, OwnNotable());
+}
+
+TEST_F(RotatedPass, LooksAgainWhenTheLogWasRotatedAfterTheBackupsWereListed)
 {
     Follow({head_, a_});
     SetFolder({{"messages", Text({head_, a_, b_})}});
-    const ResumePoint before = StoredResumePoint();
     Sys().BeforeCall("open", 1, [this] {
         RenameLog("messages", "messages.1");
         WriteLog("messages", Text({head1_, c_}));
     });
-    EXPECT_EQ(CheckedList{}, Run());
-    EXPECT_EQ(before, StoredResumePoint());
     EXPECT_EQ(Once({b_, head1_, c_}), Run());
+    EXPECT_EQ(kNoFailure, OwnNotable());
+}
+
+// A pass whose place moves from backup to backup, each time before it is read there.
+class OftenRotatedPass : public RotatedPass {
+  protected:
+    void RotateBeforeEachOf(int readings, int backups = 0)
+    {
+        // The place is found in the oldest backup; the next file is the one that is read.
+        Sys().BeforeCall("open", backups + 2, [this, readings, backups] {
+            for (int number = backups; number >= 1; --number)
+                RenameLog("messages." + std::to_string(number),
+                          "messages." + std::to_string(number + 1));
+            RenameLog("messages", "messages.1");
+            WriteLog("messages", Text({NewHead(backups), NewLine(backups)}));
+            if (readings > 1)
+                RotateBeforeEachOf(readings - 1, backups + 1);
+        });
+    }
+    static std::string NewHead(int number) { return Line("head " + std::to_string(number)); }
+    static std::string NewLine(int number) { return Line("line " + std::to_string(number)); }
+};
+
+TEST_F(OftenRotatedPass, LooksAgainThreeTimes)
+{
+    Follow({head_, a_});
+    SetFolder({{"messages", Text({head_, a_, b_})}});
+    RotateBeforeEachOf(3);
+    EXPECT_EQ(Once({b_, NewHead(0), NewLine(0), NewHead(1), NewLine(1), NewHead(2), NewLine(2)}),
+              Run());
+    EXPECT_EQ(kNoFailure, OwnNotable());
+}
+
+TEST_F(OftenRotatedPass, TakesTheFileAsItIsTheFourthTime)
+{
+    Follow({head_, a_});
+    SetFolder({{"messages", Text({head_, a_, b_})}});
+    RotateBeforeEachOf(4);
+    // The place was found in messages.3, which is the log of the first rotation by now. All of it is newer, so
+    // its first line is passed over.
+    EXPECT_EQ(
+        Once({NewLine(0), NewHead(1), NewLine(1), NewHead(2), NewLine(2), NewHead(3), NewLine(3)}),
+        Run());
+    EXPECT_EQ(kNoFailure, OwnNotable());
+    EXPECT_EQ(4, Host().Traced(0, ">monindex=0"));
+}
+
+// ---- a rotation without backups to go back to ----
+
+TEST_F(RotatedPass, ReadsAnotherFileAsItIsWhenThereAreNoBackups)
+{
+    Follow({head_, a_});
+    SetFolder({{"messages", Text({head_, a_, b_})}});
+    Sys().BeforeCall("open", 2, [this] {
+        RenameLog("messages", "messages.old");
+        WriteLog("messages", Text({head1_, Line("new", 1)}));
+    });
+    EXPECT_EQ(Once({Line("new", 1)}), Run());
+    EXPECT_EQ(kNoFailure, OwnNotable());
+    EXPECT_EQ(Line("new", 1), StoredResumePoint().content);
+}
+
+TEST_F(RotatedPass, StartsAfreshAtOnceWhenTheHeadLineIsInNoFileAnyMore)
+{
+    Follow({head_, a_});
+    SetFolder({{"messages", Text({head_, a_, b_})}, {"messages.1", Text({"too old"})}});
+    Sys().BeforeCall("open", 2, [this] {
+        RenameLog("messages", "messages.old");
+        WriteLog("messages", Text({head1_, c_}));
+    });
+    EXPECT_EQ(CheckedList{}, Run());
+    EXPECT_EQ("0 <Syslog is needn't to change.", Own().at(1));
+    EXPECT_EQ(PointAt(c_, {head1_, c_}), StoredResumePoint());
+    Append({d_});
+    EXPECT_EQ(Once({d_}), Run());
 }
 
 TEST_F(RotatedPass, SkipsTheFileItStoppedInWhenThatHasGoneMeanwhile)
@@ -777,6 +876,33 @@ TEST_F(EndTime, IsNotStoredWhenASlotStartedAfreshOrFailed)
     Run();
     EXPECT_EQ(1234U, Stored());
     EXPECT_EQ(0, lastendtime);
+}
+
+TEST_F(EndTime, IsNotStoredWhenARotationLeftNothingToRead)
+{
+    Follow({head_, a_});
+    Append({b_});
+    Sys().BeforeCall("open", 2, [this] {
+        RenameLog("messages", "messages.1");
+        WriteLog("messages", "");
+    });
+    EXPECT_EQ(CheckedList{}, Run());
+    EXPECT_EQ("1 < CheckSyslog(0) failed.", OwnNotable().back());
+    EXPECT_EQ(std::nullopt, Stored());
+}
+
+TEST_F(EndTime, IsStoredWhenARotationCameAfterAFileWasRead)
+{
+    Follow({head_, a_});
+    SetFolder({{"messages.1", Text({head_, a_, b_})}, {"messages", Text({c_})}});
+    Sys().BeforeCall("open", 4, [this] {
+        RenameLog("messages.1", "messages.2");
+        RenameLog("messages", "messages.1");
+        WriteLog("messages", "");
+    });
+    EXPECT_EQ(Once({b_}), Run());
+    EXPECT_EQ("1 < CheckSyslog(0) failed.", OwnNotable().back());
+    EXPECT_EQ(static_cast<uint32_t>(*Sys().now), Stored());
 }
 
 TEST_F(EndTime, IsReadFromTheRegistryOnceAfterAStart)

@@ -1,0 +1,42 @@
+// The rotated backups of a monitored log in /var/log, by their names.
+//
+// Backups are numbered (messages.1 is the newest) or dated (messages-20240105); the two schemes are
+// never mixed. The customer file has backups only when it is /var/log/vmkernel: vmkernel.1 to
+// vmkernel.4.
+#ifndef VKEVMON_BACKUP_LIST_H
+#define VKEVMON_BACKUP_LIST_H
+
+#include <dirent.h>
+
+constexpr int kBackupNameSize =
+    32; // bytes of a backup's name below /var/log, its zero byte included
+
+using BackupName = char[kBackupNameSize];
+
+// Module-wide state, on the monitor thread: the slot for which the directory filters work; -1 before the first
+// pass. Written by the scan pass.
+extern int gMonIndex;
+
+#pragma GCC visibility push(default)
+extern "C" {
+
+// Lists the backups of a slot, newest first.
+//   lpbakfilelist  out: a fresh array that the caller frees; null when the result is 0
+// Returns the number of names, 0 also on any failure, which is traced.
+int GetSyslogBakFilelist(char (**lpbakfilelist)[kBackupNameSize], int monindex);
+
+// scandir filters for numbered and for dated backups of the slot gMonIndex. Non-zero keeps the
+// entry.
+int check_message_i(const struct dirent *d);
+int check_message_time(const struct dirent *d);
+
+} // extern "C"
+#pragma GCC visibility pop
+
+// Bytes of a backup's path. The live file's name is up to 255 bytes long and needs no copy.
+constexpr int kBackupPathSize = 255;
+
+// Writes the path of a backup into `path` of kBackupPathSize bytes.
+void BackupPath(const char *name, char *path);
+
+#endif // VKEVMON_BACKUP_LIST_H
