@@ -3,6 +3,8 @@
 #include <ctime>
 #include <sstream>
 
+#include <nlohmann/json.hpp>
+
 #include "agent/alerts/alert_store.h"
 #include "agent/common/status_file.h"
 #include "tests/host/command_test.h"

@@ -1,6 +1,8 @@
 // syslogmon event list, show, add, set, remove; and the words of the command line in general.
 #include <cstring>
 
+#include <nlohmann/json.hpp>
+
 #include "agent/common/events.h"
 #include "agent/common/names.h"
 #include "agent/libtarsk/hit_counters.h"

@@ -1,4 +1,6 @@
 // syslogmon reg get, set, delete, list.
+#include <nlohmann/json.hpp>
+
 #include "tests/host/command_test.h"
 
 namespace {

@@ -1,4 +1,6 @@
 // syslogmon get, set, trace level.
+#include <nlohmann/json.hpp>
+
 #include "agent/common/names.h"
 #include "agent/libtarsk/settings.h"
 #include "platform/sync.h"

@@ -1,6 +1,8 @@
 // syslogmon status, scan.
 #include <chrono>
 
+#include <nlohmann/json.hpp>
+
 #include "agent/common/events.h"
 #include "agent/common/names.h"
 #include "agent/common/status_file.h"

@@ -2,7 +2,7 @@
 #ifndef TESTS_HOST_COMMAND_TEST_H
 #define TESTS_HOST_COMMAND_TEST_H
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "tests/host/host_test.h"
 #include "tests/host/process.h"
@@ -11,58 +11,31 @@ namespace test {
 
 class CommandTest : public RootTest {
   protected:
-    ~CommandTest() override { tarsk::StopHost(); }
+    ~CommandTest() override;
 
-    [[nodiscard]] Finished Syslogmon(const Words &words) const
-    {
-        return RunToEnd(Command(Root(), words));
-    }
+    [[nodiscard]] Finished Syslogmon(const Words &words) const;
     // The command does it, and prints this.
-    void ExpectOutput(const Words &words, const std::string &out) const
-    {
-        const Finished finished = Syslogmon(words);
-        EXPECT_EQ(0, finished.status) << finished.err;
-        EXPECT_EQ(out, finished.out);
-        EXPECT_EQ("", finished.err);
-    }
+    void ExpectOutput(const Words &words, const std::string &out) const;
     void ExpectDone(const Words &words) const { ExpectOutput(words, ""); }
     // The command fails with this text, prints nothing else, and has changed nothing.
-    void ExpectFailed(const Words &words, const std::string &error, int status = 1) const
-    {
-        const std::string before = Registry();
-        const Finished finished = Syslogmon(words);
-        EXPECT_EQ(status, finished.status);
-        EXPECT_EQ("", finished.out);
-        EXPECT_EQ("syslogmon: " + error + "\n", finished.err);
-        EXPECT_EQ(before, Registry());
-    }
+    void ExpectFailed(const Words &words, const std::string &error, int status = 1) const;
     // The words of the command are wrong; what is said about it has this text in it.
-    void ExpectUsage(const Words &words, const std::string &part) const
+    void ExpectUsage(const Words &words, const std::string &part) const;
+    // What the command prints with --json. A test that calls Json includes <nlohmann/json.hpp>, which
+    // takes seconds to compile; JsonText goes with tests/support/json_text.h.
+    template <typename Value = nlohmann::json>
+    [[nodiscard]] Value Json(const Words &words, int status = 0) const
     {
-        const std::string before = Registry();
-        const Finished finished = Syslogmon(words);
-        EXPECT_EQ(2, finished.status);
-        EXPECT_EQ("", finished.out);
-        EXPECT_NE(std::string::npos, finished.err.find(part)) << finished.err;
-        EXPECT_EQ(before, Registry());
+        return Value::parse(JsonText(words, status), nullptr, false);
     }
-    [[nodiscard]] nlohmann::json Json(Words words, int status = 0) const
-    {
-        words.insert(words.begin(), "--json");
-        const Finished finished = Syslogmon(words);
-        EXPECT_EQ(status, finished.status) << finished.err;
-        return nlohmann::json::parse(finished.out, nullptr, false);
-    }
+    [[nodiscard]] std::string JsonText(const Words &words, int status = 0) const;
 
     // ---- the same root in this process ----
-    void StartHere() const { tarsk::StartHost(Layout(), tarsk::Role::kCommand); }
+    void StartHere() const;
 
   private:
     // Everything in the registry.
-    [[nodiscard]] std::string Registry() const
-    {
-        return RunToEnd(Command(Root(), {"--json", "reg", "list", "-r"})).out;
-    }
+    [[nodiscard]] std::string Registry() const;
 };
 
 } // namespace test

@@ -1,23 +1,24 @@
 // Kind "alertmanager", with receivers inside the test as peers.
 #include "agent/common/status_file.h"
 #include "tests/sinks/sink_test.h"
+#include "tests/support/json_text.h"
 
 namespace {
 
-using nlohmann::json;
 using test::Eventually;
 using test::HttpReceiver;
+using test::JsonAt;
 using test::Options;
 using test::Request;
 using test::Strings;
 
-// All alerts that a peer has taken, in order.
-std::vector<json> AlertsOf(const HttpReceiver &peer)
+// All alerts that a peer has taken, in order, as JSON.
+Strings AlertsOf(const HttpReceiver &peer)
 {
-    std::vector<json> all;
+    Strings all;
     for (const Request &request : peer.Taken()) {
-        for (const json &alert : json::parse(request.body))
-            all.push_back(alert);
+        for (int i = 0; JsonAt(request.body, "/" + std::to_string(i)) != "(none)"; ++i)
+            all.push_back(JsonAt(request.body, "/" + std::to_string(i)));
     }
     return all;
 }
@@ -25,9 +26,15 @@ std::vector<json> AlertsOf(const HttpReceiver &peer)
 Strings KeysOf(const HttpReceiver &peer)
 {
     Strings keys;
-    for (const json &alert : AlertsOf(peer))
-        keys.push_back(alert["annotations"]["key"]);
+    for (const std::string &alert : AlertsOf(peer))
+        keys.push_back(JsonAt(alert, "/annotations/key"));
     return keys;
+}
+
+// When the alert of this number ends, as the peer was told.
+std::string EndOf(const HttpReceiver &peer, size_t number)
+{
+    return JsonAt(AlertsOf(peer).at(number), "/endsAt");
 }
 
 int64_t TimeOf(const std::string &text)
@@ -59,7 +66,7 @@ class AlertmanagerTest : public test::SinkTest {
         alert.message = "text";
         alerts::AddAlert(tarsk::HostStore(), alert);
         keys_.push_back(tarsk::HostStore().uuid() + "/" + std::to_string(keys_.size() + 1));
-        Deliverer().Wake();
+        Wake();
     }
     bool Has(const HttpReceiver &peer, const Strings &keys)
     {
@@ -87,19 +94,16 @@ TEST_F(AlertmanagerTest, AnAlertHasLabelsAnnotationsAndAnEnd)
     ReportOne("DISK");
     ASSERT_TRUE(Has(one_, keys_));
     EXPECT_EQ("/api/v2/alerts", one_.Taken()[0].path);
-    const json alert = AlertsOf(one_)[0];
-    EXPECT_EQ((json{{"alertname", "SyslogEvent"},
-                    {"severity", "critical"},
-                    {"team", "ops"},
-                    {"source", "DISK"},
-                    {"event_id", "1A2B"},
-                    {"host", "host"}}),
-              alert["labels"]);
-    EXPECT_EQ("DISK 1A2B: text", alert["annotations"]["summary"]);
-    EXPECT_EQ("3", alert["annotations"]["count"]);
-    EXPECT_GE(TimeOf(alert["startsAt"]), before);
-    EXPECT_GE(TimeOf(alert["endsAt"]), before + 120000);
-    EXPECT_LE(TimeOf(alert["endsAt"]), agent::WallTimeMs() + 120000);
+    const std::string alert = AlertsOf(one_)[0];
+    EXPECT_EQ(test::PlainJson(R"({"alertname": "SyslogEvent", "severity": "critical",
+                                  "team": "ops", "source": "DISK", "event_id": "1A2B",
+                                  "host": "host"})"),
+              JsonAt(alert, "/labels"));
+    EXPECT_EQ("DISK 1A2B: text", JsonAt(alert, "/annotations/summary"));
+    EXPECT_EQ("3", JsonAt(alert, "/annotations/count"));
+    EXPECT_GE(TimeOf(JsonAt(alert, "/startsAt")), before);
+    EXPECT_GE(TimeOf(JsonAt(alert, "/endsAt")), before + 120000);
+    EXPECT_LE(TimeOf(JsonAt(alert, "/endsAt")), agent::WallTimeMs() + 120000);
 }
 
 TEST_F(AlertmanagerTest, EachPeerGetsEveryAlertInOrder)
@@ -172,12 +176,12 @@ TEST_F(AlertmanagerTest, WhatNoPeerHasHadIsSentHoweverOldItIs)
     ASSERT_TRUE(Eventually([&] { return !one_.Received().empty(); }));
     Up(one_);
     ASSERT_TRUE(Has(one_, keys_));
-    EXPECT_GT(TimeOf(AlertsOf(one_)[0]["endsAt"]), agent::WallTimeMs())
+    EXPECT_GT(TimeOf(EndOf(one_, 0)), agent::WallTimeMs())
         << "otherwise it would be over before it is seen";
     // The other peer comes back later, and hears of the same end.
     Up(two_);
     ASSERT_TRUE(Has(two_, keys_));
-    EXPECT_EQ(AlertsOf(one_)[0]["endsAt"], AlertsOf(two_)[0]["endsAt"]);
+    EXPECT_EQ(EndOf(one_, 0), EndOf(two_, 0));
 }
 
 TEST_F(AlertmanagerTest, ActiveAlertsAreSentAgainAndAgainUntilTheyEnd)
@@ -187,7 +191,7 @@ TEST_F(AlertmanagerTest, ActiveAlertsAreSentAgainAndAgainUntilTheyEnd)
     ReportOne("A");
     ASSERT_TRUE(Has(one_, keys_));
     EXPECT_TRUE(Eventually([&] { return KeysOf(one_).size() >= 3; }));
-    EXPECT_EQ(AlertsOf(one_)[0]["endsAt"], AlertsOf(one_)[1]["endsAt"]);
+    EXPECT_EQ(EndOf(one_, 0), EndOf(one_, 1));
     EXPECT_EQ(1, Row("am").delivered) << "repeats are not counted";
 }
 
@@ -216,7 +220,7 @@ TEST_F(AlertmanagerTest, APeerThatIsAddedGetsWhatIsActive)
     auto config = Sinks().Find("am").config;
     config.options["peers"] = one_.Url() + "," + two_.Url() + "/";
     Sinks().Change(config);
-    Deliverer().Reload();
+    Reload();
     EXPECT_TRUE(Has(two_, keys_));
     ReportOne("B");
     EXPECT_TRUE(Has(two_, keys_));

@@ -5,8 +5,10 @@
 #include <thread>
 
 #include "agent/common/status_file.h"
+#include "agent/libtarsk/waitable.h"
 #include "tests/host/process.h"
 #include "tests/sinks/sink_test.h"
+#include "tests/support/json_text.h"
 
 namespace {
 
@@ -120,7 +122,7 @@ TEST_F(DeliveryTest, AfterARestartASinkGoesOnWhereItWas)
 TEST_F(DeliveryTest, WhatWasTakenBeforeTheStopIsWrittenDown)
 {
     AddWebhook();
-    StartDeliverer({milliseconds(10), milliseconds(80)}, std::chrono::hours(1));
+    StartDeliverer({.record_every = std::chrono::hours(1)});
     Report(1);
     ASSERT_TRUE(WaitDelivered("hook", 1)) << "the first progress is written at once";
     Report(5);
@@ -167,7 +169,7 @@ TEST_F(DeliveryTest, AnAlertThatTheReceiverRefusesIsGivenUpWhenItTakesTheNext)
     AddWebhook();
     receiver_.Answer(
         [](const Request &request) {
-            return nlohmann::json::parse(request.body)["message"] == "2" ? 400 : 200;
+            return test::JsonAt(request.body, "/message") == "2" ? 400 : 200;
         },
         "bad");
     StartDeliverer();
@@ -294,7 +296,7 @@ TEST_F(BoundTest, ALowerLimitIsTakenWhileItRuns)
     StartDeliverer();
     Report(4000);
     Sinks().SetAlertLimit("200");
-    Deliverer().Reload();
+    Reload();
     ASSERT_TRUE(Eventually([&] { return Kept() == 200; }));
     EXPECT_EQ(4000, Newest());
 }
@@ -318,7 +320,7 @@ TEST_F(DeliveryTest, ASinkThatIsRemovedGetsNothingMore)
     Report(2);
     ASSERT_TRUE(WaitDelivered("hook", 2));
     Sinks().Remove("hook");
-    Deliverer().Reload();
+    Reload();
     AddSink("file", "file", {{"path", File("alerts")}});
     Report(2);
     ASSERT_TRUE(WaitDelivered("file", 2));
@@ -336,7 +338,7 @@ TEST_F(DeliveryTest, AChangedAddressIsUsedFromThenOnAndNothingIsLost)
     auto config = Sinks().Find("hook").config;
     config.options["url"] = other.Url();
     Sinks().Change(config);
-    Deliverer().Reload();
+    Reload();
     ASSERT_TRUE(WaitDelivered("hook", 3));
     EXPECT_EQ(AllStored(), MessagesOf(other.Taken()));
 }
@@ -345,11 +347,11 @@ TEST_F(DeliveryTest, AChangeEndsAPauseAtOnce)
 {
     AddWebhook();
     receiver_.Answer([](const Request &) { return 500; });
-    StartDeliverer({std::chrono::hours(1), std::chrono::hours(1)});
+    StartDeliverer({.pause = std::chrono::hours(1), .longest_pause = std::chrono::hours(1)});
     Report(1);
     ASSERT_TRUE(Eventually([&] { return receiver_.Received().size() == 1; }));
     receiver_.Answer([](const Request &) { return 200; });
-    Deliverer().Reload();
+    Reload();
     EXPECT_TRUE(WaitDelivered("hook", 1));
 }
 
@@ -387,7 +389,7 @@ TEST_F(DeliveryTest, ARemovedSinkTakesItsRowsAlong)
     const int64_t key = Sinks().Find("hook").config.key;
     Sinks().Remove("hook");
     EXPECT_TRUE(alerts::ReadDeliveries(tarsk::HostStore().database(), key).empty());
-    Deliverer().Reload();
+    Reload();
     StopDeliverer();
     EXPECT_TRUE(alerts::ReadDeliveries(tarsk::HostStore().database(), key).empty());
 }
@@ -402,7 +404,7 @@ TEST_F(DeliveryTest, APassThatHoldsTheStoreForLongStopsNoSink)
     ASSERT_TRUE(WaitDelivered("hook", 5));
     {
         tarsk::Transaction pass(tarsk::HostStore());
-        Deliverer().Wake();
+        Wake();
         std::this_thread::sleep_for(milliseconds(400));
         pass.Commit();
     }

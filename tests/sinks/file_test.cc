@@ -8,12 +8,13 @@
 
 #include "tests/host/process.h"
 #include "tests/sinks/sink_test.h"
+#include "tests/support/json_text.h"
 
 namespace {
 
 using alerts::Message;
 using alerts::Outcome;
-using nlohmann::json;
+using test::JsonAt;
 using test::MessageOf;
 
 class FileSinkTest : public test::SinkTest {
@@ -40,7 +41,7 @@ TEST_F(FileSinkTest, WritesOneObjectALine)
         "\"log\":\"Application\",\"source\":\"DISK\",\"event_id\":\"1A2B\",\"count\":3,"
         "\"message\":\"one\"}",
         lines[0]);
-    EXPECT_EQ("two\n\uFFFD", json::parse(lines[1])["message"]);
+    EXPECT_EQ("two\n\uFFFD", JsonAt(lines[1], "/message"));
 }
 
 TEST_F(FileSinkTest, ATestSaysThatItIsOne)
@@ -49,7 +50,7 @@ TEST_F(FileSinkTest, ATestSaysThatItIsOne)
     Message message = MessageOf("one");
     message.is_test = true;
     Send({message});
-    EXPECT_EQ(true, json::parse(test::ReadLines(File("alerts"))[0])["test"]);
+    EXPECT_EQ("true", JsonAt(test::ReadLines(File("alerts"))[0], "/test"));
 }
 
 TEST_F(FileSinkTest, AfterARotationANewFileIsBegun)
@@ -58,11 +59,11 @@ TEST_F(FileSinkTest, AfterARotationANewFileIsBegun)
     Send({MessageOf("one")});
     std::filesystem::rename(File("alerts"), File("alerts.1"));
     Send({MessageOf("two")});
-    EXPECT_EQ("one", json::parse(test::ReadFile(File("alerts.1")))["message"]);
-    EXPECT_EQ("two", json::parse(test::ReadFile(File("alerts")))["message"]);
+    EXPECT_EQ("one", JsonAt(test::ReadFile(File("alerts.1")), "/message"));
+    EXPECT_EQ("two", JsonAt(test::ReadFile(File("alerts")), "/message"));
     std::filesystem::remove(File("alerts"));
     Send({MessageOf("three")});
-    EXPECT_EQ("three", json::parse(test::ReadFile(File("alerts")))["message"]);
+    EXPECT_EQ("three", JsonAt(test::ReadFile(File("alerts")), "/message"));
 }
 
 TEST_F(FileSinkTest, OnAFullDiskNoPartOfALineStays)
@@ -117,7 +118,7 @@ TEST_F(FileSinkTest, TheConsoleIsStandardOutput)
     const std::string out = testing::internal::GetCapturedStdout();
     EXPECT_EQ(Outcome::Result::kTaken, outcome.result);
     EXPECT_EQ(2, std::count(out.begin(), out.end(), '\n'));
-    EXPECT_EQ("one", json::parse(out.substr(0, out.find('\n')))["message"]);
+    EXPECT_EQ("one", JsonAt(out.substr(0, out.find('\n')), "/message"));
 }
 
 TEST_F(FileSinkTest, AConsoleThatNobodyReadsDoesNotHoldUpTheStop)

@@ -2,13 +2,17 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <mutex>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sstream>
 #include <stdexcept>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
+
+#include "agent/libtarsk/waitable.h"
 
 namespace test {
 
@@ -43,7 +47,48 @@ Request Parse(const std::string &head)
 
 } // namespace
 
-HttpReceiver::HttpReceiver(int port)
+class HttpReceiver::Server {
+  public:
+    explicit Server(int port);
+    ~Server();
+    Server(const Server &) = delete;
+    Server &operator=(const Server &) = delete;
+
+    [[nodiscard]] int port() const { return port_; }
+    void Answer(Rule rule, std::string body)
+    {
+        const std::lock_guard lock(mutex_);
+        rule_ = std::move(rule);
+        body_ = std::move(body);
+    }
+    std::vector<Request> Received()
+    {
+        const std::lock_guard lock(mutex_);
+        return received_;
+    }
+    std::vector<Request> Taken()
+    {
+        const std::lock_guard lock(mutex_);
+        return taken_;
+    }
+
+  private:
+    void Listen();
+    void Serve(int fd);
+
+    tarsk::Fd listener_;
+    tarsk::Fd end_; // an eventfd that ends all threads
+    int port_ = 0;
+    std::mutex mutex_; // guards what follows
+    Rule rule_ = [](const Request &) { return 200; };
+    std::string body_ = "ok";
+    std::vector<Request> received_;
+    std::vector<Request> taken_;
+    std::vector<std::thread> servers_;
+    std::thread thread_;
+};
+
+HttpReceiver::Server::Server(int port)
     : listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)), end_(eventfd(0, EFD_CLOEXEC))
 {
     const int on = 1;
@@ -61,7 +106,7 @@ HttpReceiver::HttpReceiver(int port)
     thread_ = std::thread([this] { Listen(); });
 }
 
-HttpReceiver::~HttpReceiver()
+HttpReceiver::Server::~Server()
 {
     eventfd_write(end_.get(), 1);
     thread_.join();
@@ -69,31 +114,7 @@ HttpReceiver::~HttpReceiver()
         server.join();
 }
 
-std::string HttpReceiver::Url(const std::string &path) const
-{
-    return "http://127.0.0.1:" + std::to_string(port_) + path;
-}
-
-void HttpReceiver::Answer(Rule rule, std::string body)
-{
-    const std::lock_guard lock(mutex_);
-    rule_ = std::move(rule);
-    body_ = std::move(body);
-}
-
-std::vector<Request> HttpReceiver::Received() const
-{
-    const std::lock_guard lock(mutex_);
-    return received_;
-}
-
-std::vector<Request> HttpReceiver::Taken() const
-{
-    const std::lock_guard lock(mutex_);
-    return taken_;
-}
-
-void HttpReceiver::Listen()
+void HttpReceiver::Server::Listen()
 {
     for (;;) {
         pollfd waiting[] = {{listener_.get(), POLLIN, 0}, {end_.get(), POLLIN, 0}};
@@ -106,7 +127,7 @@ void HttpReceiver::Listen()
     }
 }
 
-void HttpReceiver::Serve(int number)
+void HttpReceiver::Server::Serve(int number)
 {
     const tarsk::Fd fd(number);
     std::string got;
@@ -149,6 +170,35 @@ void HttpReceiver::Serve(int number)
         if (write(fd.get(), reply.data(), reply.size()) < 0)
             return;
     }
+}
+
+HttpReceiver::HttpReceiver(int port) : server_(std::make_unique<Server>(port)) {}
+
+HttpReceiver::~HttpReceiver() = default;
+
+int HttpReceiver::port() const
+{
+    return server_->port();
+}
+
+std::string HttpReceiver::Url(const std::string &path) const
+{
+    return "http://127.0.0.1:" + std::to_string(port()) + path;
+}
+
+void HttpReceiver::Answer(Rule rule, std::string body)
+{
+    server_->Answer(std::move(rule), std::move(body));
+}
+
+std::vector<Request> HttpReceiver::Received() const
+{
+    return server_->Received();
+}
+
+std::vector<Request> HttpReceiver::Taken() const
+{
+    return server_->Taken();
 }
 
 } // namespace test

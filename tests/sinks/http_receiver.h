@@ -4,12 +4,9 @@
 
 #include <functional>
 #include <map>
-#include <mutex>
+#include <memory>
 #include <string>
-#include <thread>
 #include <vector>
-
-#include "agent/libtarsk/waitable.h"
 
 namespace test {
 
@@ -27,7 +24,7 @@ class HttpReceiver {
     HttpReceiver(const HttpReceiver &) = delete;
     HttpReceiver &operator=(const HttpReceiver &) = delete;
 
-    [[nodiscard]] int port() const { return port_; }
+    [[nodiscard]] int port() const;
     [[nodiscard]] std::string Url(const std::string &path = "") const;
 
     // The status of each reply from now on; 0 hangs up instead, -1 never answers.
@@ -39,19 +36,8 @@ class HttpReceiver {
     [[nodiscard]] std::vector<Request> Taken() const;
 
   private:
-    void Listen();
-    void Serve(int fd);
-
-    tarsk::Fd listener_;
-    tarsk::Fd end_; // an eventfd that ends all threads
-    int port_ = 0;
-    mutable std::mutex mutex_; // guards what follows
-    Rule rule_ = [](const Request &) { return 200; };
-    std::string body_ = "ok";
-    std::vector<Request> received_;
-    std::vector<Request> taken_;
-    std::vector<std::thread> servers_;
-    std::thread thread_;
+    class Server; // with its threads, whose headers no test needs
+    std::unique_ptr<Server> server_;
 };
 
 } // namespace test

@@ -5,10 +5,12 @@
 
 #include "agent/common/status_file.h"
 #include "tests/sinks/sink_test.h"
+#include "tests/support/json_text.h"
 
 namespace {
 
 using alerts::Outcome;
+using test::JsonAt;
 using test::MessageOf;
 using test::Options;
 
@@ -29,9 +31,9 @@ TEST_F(ProgramSinkTest, GetsTheAlertAsJsonOnItsStandardInput)
 {
     const Outcome outcome = Run("cat > " + File("got").string());
     EXPECT_EQ(Outcome::Result::kTaken, outcome.result);
-    const auto got = nlohmann::json::parse(test::ReadFile(File("got")));
-    EXPECT_EQ("one", got["message"]);
-    EXPECT_EQ("uuid/1", got["key"]);
+    const std::string got = test::ReadFile(File("got"));
+    EXPECT_EQ("one", JsonAt(got, "/message"));
+    EXPECT_EQ("uuid/1", JsonAt(got, "/key"));
 }
 
 TEST_F(ProgramSinkTest, ArgumentsAreAVectorAndNoShellReadsThem)
@@ -75,7 +77,7 @@ TEST_F(ProgramSinkTest, AnAlertThatIsLongerThanAPipeArrivesWhole)
 {
     const std::string text(300000, 'x');
     EXPECT_EQ(Outcome::Result::kTaken, Run("cat > " + File("got").string(), {}, text).result);
-    EXPECT_EQ(text, nlohmann::json::parse(test::ReadFile(File("got")))["message"]);
+    EXPECT_EQ(text, JsonAt(test::ReadFile(File("got")), "/message"));
 }
 
 TEST_F(ProgramSinkTest, OneThatHangsIsKilledWithItsChildren)
@@ -137,7 +139,7 @@ TEST_F(ProgramSinkTest, ManyDeathsAndHangsInBetweenLoseNothing)
     ASSERT_TRUE(WaitDelivered("moody", 20));
     test::Strings taken;
     for (const std::string &line : test::ReadLines(File("taken")))
-        taken.push_back(nlohmann::json::parse(line)["message"]);
+        taken.push_back(JsonAt(line, "/message"));
     EXPECT_EQ(AllStored(), taken);
 }
 

@@ -6,6 +6,9 @@
 #include <sys/stat.h>
 #include <thread>
 
+#include "agent/alerts/deliverer.h"
+#include "tests/support/json_text.h"
+
 namespace test {
 
 using std::chrono::milliseconds;
@@ -51,7 +54,7 @@ void SinkTest::Store(int count)
 void SinkTest::Report(int count)
 {
     Store(count);
-    deliverer_->Wake();
+    Wake();
 }
 
 Strings SinkTest::AllStored() const
@@ -85,9 +88,30 @@ void SinkTest::AddSink(const std::string &kind, const std::string &name, const O
         deliverer_->Reload();
 }
 
-void SinkTest::StartDeliverer(alerts::PauseLimits pauses, milliseconds record_every)
+void SinkTest::StartDeliverer()
 {
-    deliverer_.emplace(alerts::DelivererOptions{Layout(), pauses, record_every});
+    StartDeliverer(Times());
+}
+
+void SinkTest::StartDeliverer(const Times &times)
+{
+    deliverer_ = std::make_unique<alerts::Deliverer>(
+        alerts::DelivererOptions{Layout(), {times.pause, times.longest_pause}, times.record_every});
+}
+
+void SinkTest::StopDeliverer()
+{
+    deliverer_.reset();
+}
+
+void SinkTest::Wake()
+{
+    deliverer_->Wake();
+}
+
+void SinkTest::Reload()
+{
+    deliverer_->Reload();
 }
 
 alerts::Delivery SinkTest::Row(const std::string &sink, const std::string &peer)
@@ -135,11 +159,11 @@ alerts::Message MessageOf(const std::string &text, int64_t id)
 
 namespace {
 
-Strings FieldOf(const std::vector<Request> &requests, const char *name)
+Strings FieldOf(const std::vector<Request> &requests, const char *place)
 {
     Strings values;
     for (const Request &request : requests)
-        values.push_back(nlohmann::json::parse(request.body)[name]);
+        values.push_back(JsonAt(request.body, place));
     return values;
 }
 
@@ -147,12 +171,12 @@ Strings FieldOf(const std::vector<Request> &requests, const char *name)
 
 Strings MessagesOf(const std::vector<Request> &requests)
 {
-    return FieldOf(requests, "message");
+    return FieldOf(requests, "/message");
 }
 
 Strings KeysOf(const std::vector<Request> &requests)
 {
-    return FieldOf(requests, "key");
+    return FieldOf(requests, "/key");
 }
 
 Strings WithoutRepeats(const Strings &all)

@@ -2,16 +2,19 @@
 #ifndef TESTS_SINKS_SINK_TEST_H
 #define TESTS_SINKS_SINK_TEST_H
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
-#include <optional>
 
-#include <nlohmann/json.hpp>
-
-#include "agent/alerts/deliverer.h"
+#include "agent/alerts/delivery_store.h"
+#include "agent/alerts/sink_registry.h"
 #include "tests/host/host_test.h"
 #include "tests/sinks/http_receiver.h"
+
+namespace alerts {
+class Deliverer;
+} // namespace alerts
 
 namespace test {
 
@@ -37,12 +40,18 @@ class SinkTest : public HostTest {
     void AddSink(const std::string &kind, const std::string &name, const Options &options);
     static alerts::SinkConfig Config(const std::string &kind, const Options &options);
 
-    // Pauses of 10 to 80 ms, progress written every 20 ms, unless these are others.
-    void StartDeliverer(alerts::PauseLimits pauses = {std::chrono::milliseconds(10),
-                                                      std::chrono::milliseconds(80)},
-                        std::chrono::milliseconds record_every = std::chrono::milliseconds(20));
-    void StopDeliverer() { deliverer_.reset(); }
-    alerts::Deliverer &Deliverer() { return *deliverer_; }
+    struct Times {
+        // The first and the longest pause after a failure.
+        std::chrono::milliseconds pause{10};
+        std::chrono::milliseconds longest_pause{80};
+        std::chrono::milliseconds record_every{20}; // how often the progress is written
+    };
+    void StartDeliverer();
+    void StartDeliverer(const Times &times);
+    void StopDeliverer();
+    // Alerts were stored, or settings changed, which the deliverer is told of.
+    void Wake();
+    void Reload();
 
     // The row of a sink as it was written.
     alerts::Delivery Row(const std::string &sink, const std::string &peer = "");
@@ -56,7 +65,7 @@ class SinkTest : public HostTest {
 
   private:
     int stored_ = 0;
-    std::optional<alerts::Deliverer> deliverer_;
+    std::unique_ptr<alerts::Deliverer> deliverer_;
 };
 
 // One message with this text, for a sink that is called directly.

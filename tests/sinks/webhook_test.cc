@@ -1,6 +1,7 @@
 // Kind "webhook", and what all kinds that speak HTTP have in common.
 #include "agent/common/status_file.h"
 #include "tests/sinks/sink_test.h"
+#include "tests/support/json_text.h"
 
 namespace {
 
@@ -37,7 +38,7 @@ TEST_F(WebhookTest, PostsTheAlertWithItsKey)
     EXPECT_EQ("/hook?x=1", Last().path);
     EXPECT_EQ("uuid/1", Last().headers["idempotency-key"]);
     EXPECT_EQ("application/json", Last().headers["content-type"]);
-    EXPECT_EQ("one", nlohmann::json::parse(Last().body)["message"]);
+    EXPECT_EQ("one", test::JsonAt(Last().body, "/message"));
 }
 
 TEST_F(WebhookTest, SendsItsHeadersAndItsToken)

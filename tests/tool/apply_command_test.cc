@@ -2,6 +2,8 @@
 #include <cstdio>
 #include <unistd.h>
 
+#include <nlohmann/json.hpp>
+
 #include "agent/common/names.h"
 #include "agent/libtarsk/store.h"
 #include "platform/sync.h"

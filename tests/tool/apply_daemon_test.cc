@@ -5,6 +5,8 @@
 #include <fstream>
 #include <thread>
 
+#include <nlohmann/json.hpp>
+
 #include "agent/common/names.h"
 #include "agent/common/status_file.h"
 #include "tests/host/command_test.h"

@@ -1,6 +1,8 @@
 // syslogmon reg export and reg import, as processes.
 #include <unistd.h>
 
+#include <nlohmann/json.hpp>
+
 #include "agent/common/names.h"
 #include "platform/sync.h"
 #include "tests/host/command_test.h"

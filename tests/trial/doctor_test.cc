@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <thread>
 
+#include <nlohmann/json.hpp>
+
 #include "agent/common/names.h"
 #include "agent/common/status_file.h"
 #include "tests/host/command_test.h"

@@ -3,6 +3,8 @@
 #include <ctime>
 #include <filesystem>
 
+#include <nlohmann/json.hpp>
+
 #include "agent/common/names.h"
 #include "tests/host/command_test.h"
 
