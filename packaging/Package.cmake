@@ -40,7 +40,15 @@ string(PREPEND LICENSE_FIELD " ")
 configure_file(${CMAKE_CURRENT_LIST_DIR}/debian/copyright.in ${package_files}/copyright @ONLY)
 install(FILES ${package_files}/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/logrotate-other-logs DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
-install(FILES ${CMAKE_SOURCE_DIR}/examples/rules.yaml DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+file(READ ${CMAKE_SOURCE_DIR}/examples/rules.yaml rules)
+string(REPLACE "../packaging/rules.schema.json" "${SYSLOGMON_RULES_SCHEMA}" rules "${rules}")
+file(WRITE ${package_files}/rules.yaml "${rules}")
+install(FILES ${package_files}/rules.yaml DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+
+# What an administrator reads: the rest of the documents is about the sources.
+install(FILES ${CMAKE_SOURCE_DIR}/docs/histories.md ${CMAKE_SOURCE_DIR}/docs/json.md
+              ${CMAKE_CURRENT_LIST_DIR}/debian/README.Debian DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/sinks DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/SYSLOGMON-MIB.txt DESTINATION ${CMAKE_INSTALL_DATADIR}/snmp/mibs)
 
@@ -67,6 +75,8 @@ install(FILES ${CMAKE_CURRENT_LIST_DIR}/rsyslog.conf DESTINATION ${CMAKE_INSTALL
         RENAME syslogmon.conf)
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/logrotate.conf DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/logrotate.d
         RENAME syslogmon)
+# For the secrets of sinks.
+install(DIRECTORY DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/syslogmon)
 
 # ---- the package ----
 

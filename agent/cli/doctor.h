@@ -15,6 +15,7 @@ namespace cli {
 
 enum class Outcome {
     kWell,
+    kNote,    // nothing is wrong, and yet it should be known
     kFinding, // something keeps lines from being reported, or will
     kSkipped, // it could not be looked at; another finding says why
 };
@@ -35,6 +36,10 @@ class Examination {
     void Well(const std::string &looked_at, const std::string &found)
     {
         results_.push_back({check_, looked_at, Outcome::kWell, found, ""});
+    }
+    void Note(const std::string &looked_at, const std::string &found, const std::string &advice)
+    {
+        results_.push_back({check_, looked_at, Outcome::kNote, found, advice});
     }
     void Finding(const std::string &looked_at, const std::string &found, const std::string &advice)
     {
@@ -69,6 +74,16 @@ void CheckTable(const Context &context, Examination *examination);
 // ---- the check of the sinks: doctor_sinks.cc ----
 
 void CheckSinks(Examination *examination);
+
+// ---- the syslog daemon that writes the logs: doctor_rsyslog.cc ----
+
+// What makes this host's syslog daemon write the system log. It may have several lines.
+std::string HowToWriteTheSystemLog();
+void CheckRsyslog(const std::vector<agent::WatchedFile> &files, Examination *examination);
+
+// ---- how far the promise goes for each log: doctor_promises.cc ----
+
+void CheckPromises(const std::vector<agent::WatchedFile> &files, Examination *examination);
 
 // ---- the checks of the logs: doctor_logs.cc ----
 

@@ -30,6 +30,8 @@ const char *OutcomeName(Outcome outcome)
     switch (outcome) {
     case Outcome::kWell:
         return "well";
+    case Outcome::kNote:
+        return "note";
     case Outcome::kFinding:
         return "FINDING";
     case Outcome::kSkipped:
@@ -94,6 +96,8 @@ Examination Examine(const Context &context)
     CheckReadable(files, &examination);
     CheckStamps(context, files, &examination);
     CheckRotation(files, &examination);
+    CheckRsyslog(files, &examination);
+    CheckPromises(files, &examination);
     if (!has_store)
         return examination; // what follows is all in it
     CheckResumePoints(context, files, &examination);

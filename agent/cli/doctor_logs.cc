@@ -32,30 +32,6 @@ constexpr std::streamoff kNewestBytes = 64 * 1024; // that hold them, more or le
 // More than the monitor reads in a second: it does not get along.
 constexpr int64_t kMuchBehind = int64_t{1024} * 1024; // bytes
 
-// ---- what the syslog daemon of this host is told ----
-
-constexpr char kRsyslogMessages[] =
-    "with rsyslog, put these lines into /etc/rsyslog.d/messages.conf and restart rsyslog:\n"
-    "    *.info;mail.none;authpriv.none;cron.none  action(type=\"omfile\" "
-    "file=\"/var/log/messages\"\n"
-    "                                                     "
-    "template=\"RSYSLOG_TraditionalFileFormat\")";
-constexpr char kSyslogNgMessages[] =
-    "with syslog-ng, put these lines into /etc/syslog-ng/conf.d/messages.conf, with the name of "
-    "your source, and restart syslog-ng:\n"
-    "    destination d_messages { file(\"/var/log/messages\" ts-format(bsd)); };\n"
-    "    log { source(s_src); destination(d_messages); };";
-
-std::string HowToWriteMessages()
-{
-    const bool has_syslog_ng = fs::exists("/etc/syslog-ng");
-    const bool has_rsyslog = fs::exists("/etc/rsyslog.conf") || fs::exists("/etc/rsyslog.d");
-    if (has_syslog_ng && !has_rsyslog)
-        return kSyslogNgMessages;
-    return (has_rsyslog ? "" : "install a syslog daemon such as rsyslog; ") +
-           std::string(kRsyslogMessages);
-}
-
 // ---- time stamps ----
 
 std::vector<std::string> NewestLines(const fs::path &path)
@@ -291,7 +267,7 @@ void CheckReadable(const std::vector<WatchedFile> &files, Examination *examinati
             const bool missing = errno == ENOENT;
             const std::string advice = !missing ? "run the daemon, and this command, as root"
                                        : file.path == agent::kSystemLog
-                                           ? HowToWriteMessages()
+                                           ? HowToWriteTheSystemLog()
                                            : "write it, or name another file with syslogmon set";
             examination->Finding(file.path, missing ? "it is not there" : strerror(errno), advice);
         } else if (!S_ISREG(status.st_mode)) {

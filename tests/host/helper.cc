@@ -345,6 +345,19 @@ int WithFolder(const Job &job)
     return Become(job, 2);
 }
 
+// with-folders FOLDER PLACE... -- PROGRAM...: the same, of several.
+int WithFolders(const Job &job)
+{
+    if (!EnterNamespace())
+        return NotPermitted("cannot mount a folder");
+    size_t at = 0;
+    for (; job.words.at(at) != "--"; at += 2) {
+        if (mount(job.Word(at), job.Word(at + 1), nullptr, MS_BIND, nullptr) != 0)
+            return NotPermitted("cannot mount a folder");
+    }
+    return Become(job, at + 1);
+}
+
 // with-small-disk PLACE SIZE PROGRAM...
 int WithSmallDisk(const Job &job)
 {
@@ -391,6 +404,7 @@ const std::map<std::string, std::function<int(const Job &)>> kVerbs = {
     {"hold-daemon-lock", HoldDaemonLock},
     {"answer-scans", AnswerScans},
     {"with-folder", WithFolder},
+    {"with-folders", WithFolders},
     {"with-small-disk", WithSmallDisk},
     {"with-read-only", WithReadOnly},
     {"start", StartHostOnly},

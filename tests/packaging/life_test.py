@@ -8,6 +8,7 @@ import json
 import os
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -16,6 +17,10 @@ import unittest
 from pathlib import Path
 
 import deb
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "system"))
+
+import lab  # noqa: E402
 
 PATIENCE = 30  # seconds after which something that should have happened is taken not to happen
 INSIDE = "SYSLOGMON_PACKAGE_LAB"
@@ -27,6 +32,7 @@ ENVIRONMENT = {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:
 def enter_namespace():
     if os.geteuid() != 0:
         sys.exit("needs root")
+    subprocess.run([lab.SOURCE / "tools" / "fetch-debs", lab.tools(), *lab.RSYSLOG], check=True)
     os.environ[INSIDE] = "yes"
     os.execvp("unshare", ["unshare", "--mount", "--pid", "--net", "--fork", "--kill-child", "--mount-proc",
                           sys.executable, *sys.argv])
@@ -55,7 +61,17 @@ class Host:
         (self.root / "run/systemd/system").mkdir(parents=True)
         shutil.copy(HERE / "systemctl", self.root / "usr/local/sbin/systemctl")
         (self.root / "usr/sbin/policy-rc.d").unlink(missing_ok=True)
+        self.forget_the_package()
         self.log = self.root / "var/log/messages"
+
+    def forget_the_package(self):
+        """The machine may have the package, or what an installation from source has left."""
+        if self.state():
+            self.command("dpkg", "--purge", "--force-all", "syslogmon")
+        for folder in ("var/lib/syslogmon", "etc/syslogmon"):
+            shutil.rmtree(self.root / folder, ignore_errors=True)
+        for file in ("etc/rsyslog.d/syslogmon.conf", "etc/logrotate.d/syslogmon"):
+            (self.root / file).unlink(missing_ok=True)
 
     def run(self, *argv, timeout=PATIENCE):
         return subprocess.run(["chroot", self.root, *map(str, argv)], stdin=subprocess.DEVNULL,
@@ -112,6 +128,45 @@ class Host:
         return status["pid"] if status["running"] else None
 
 
+class Rsyslogd:
+    """A real rsyslogd, which follows the rules that are installed in the copy."""
+
+    def __init__(self, host):
+        self.host = host
+        folder = Path(tempfile.mkdtemp())
+        self.socket = folder / "socket"
+        (folder / "rsyslog.conf").write_text(
+            f'module(load="imuxsock" SysSock.Name="{self.socket}")\n$IncludeConfig {host.root}/etc/rsyslog.d/*.conf\n')
+        # It writes the copy's /var/log: the rule names it so.
+        mount("--bind", host.root / "var/log", "/var/log")
+        libraries = lab.tool_libraries()
+        self.process = subprocess.Popen(
+            [lab.tool("rsyslogd"), "-n", "-f", folder / "rsyslog.conf", "-i", folder / "pid",
+             "-M", libraries / "rsyslog"],
+            env={**ENVIRONMENT, "LD_LIBRARY_PATH": str(libraries)})
+        self.wait_until(self.socket.exists)
+
+    def write(self, text):
+        """Sends a line until it is in the log."""
+        def arrives():
+            subprocess.run(["logger", "--socket", self.socket, "--", text], check=True)
+            return text.encode() in lab.content_of(self.host.log)
+        self.wait_until(arrives)
+
+    @staticmethod
+    def wait_until(condition):
+        end = time.monotonic() + PATIENCE
+        while not condition():
+            if time.monotonic() > end:
+                raise AssertionError("rsyslogd does not answer")
+            time.sleep(0.05)
+
+    def stop(self):
+        self.process.kill()
+        self.process.wait()
+        subprocess.run(["umount", "--lazy", "/var/log"], check=True)
+
+
 class Life(unittest.TestCase):
     maxDiff = None
 
@@ -140,6 +195,52 @@ class Life(unittest.TestCase):
         self.assertEqual(["try-restart rsyslog.service", "start syslogmond.service"],
                          self.host.asked())
         self.assertEqual("enabled\n", self.host.command("systemctl", "is-enabled", "syslogmond.service"))
+
+    # ---- the modes of the log ----
+
+    def close_test(self, install):
+        """Files that everybody can read, before an installation or an upgrade."""
+        logs = ("messages", "messages.1", "messages-20261101", "messages.2.gz")
+        for name in (*logs, "messages.old", "other"):
+            (self.host.root / "var/log" / name).touch()
+            os.chmod(self.host.root / "var/log" / name, 0o644)
+        install()
+        for name in logs:
+            self.assertEqual("root:adm 640", self.mode(name), name)
+        for name in ("messages.old", "other"):
+            self.assertEqual("root:root 644", self.mode(name), name)
+
+    def mode(self, name="messages"):
+        path = self.host.root / "var/log" / name
+        return f"{path.owner()}:{path.group()} {path.stat().st_mode & 0o777:o}"
+
+    def test_an_installation_closes_a_log_that_everybody_can_read(self):
+        self.close_test(self.install)
+
+    def test_an_upgrade_closes_a_log_that_everybody_can_read(self):
+        self.install()
+        self.close_test(lambda: self.host.install(self.second))
+
+    def test_a_log_that_an_administrator_has_opened_with_dpkg_statoverride_stays_open(self):
+        self.host.write(1)
+        self.host.command("dpkg-statoverride", "--update", "--add", "root", "adm", "0644", "/var/log/messages")
+        self.host.install(self.first)
+        self.assertEqual("root:adm 644", self.mode())
+
+    def test_rsyslogd_goes_on_writing_a_log_that_was_closed_and_makes_new_ones_so(self):
+        self.host.write(1, 2)
+        os.chmod(self.host.log, 0o644)
+        self.host.install(self.first)
+        rsyslog = Rsyslogd(self.host)
+        self.addCleanup(rsyslog.stop)
+        rsyslog.write("goes on")
+        self.assertEqual("root:adm 640", self.mode())
+        self.host.log.rename(self.host.log.with_name("messages.1"))
+        rsyslog.process.send_signal(signal.SIGHUP)
+        rsyslog.write("in a new file")
+        self.assertEqual("root:adm 640", self.mode())
+
+    # ---- upgrade, removal ----
 
     def test_an_upgrade_restarts_the_daemon_and_loses_no_line(self):
         self.install()

@@ -1,4 +1,5 @@
 """What is in the package, what lintian says of it, and how far the service is locked in."""
+import gzip
 import re
 import shutil
 import subprocess
@@ -21,10 +22,23 @@ FILES = """
 -rwxr-xr-x ./usr/sbin/syslogmond
 -rw-r--r-- ./usr/share/bash-completion/completions/syslogmon
 lrwxrwxrwx ./usr/share/bash-completion/completions/syslogmond -> syslogmon
+-rw-r--r-- ./usr/share/doc/syslogmon/README.Debian
 -rw-r--r-- ./usr/share/doc/syslogmon/changelog.gz
 -rw-r--r-- ./usr/share/doc/syslogmon/copyright
 -rw-r--r-- ./usr/share/doc/syslogmon/examples/logrotate-other-logs
 -rw-r--r-- ./usr/share/doc/syslogmon/examples/rules.yaml
+-rw-r--r-- ./usr/share/doc/syslogmon/histories.md
+-rw-r--r-- ./usr/share/doc/syslogmon/json.md
+-rw-r--r-- ./usr/share/doc/syslogmon/sinks/README.md
+-rw-r--r-- ./usr/share/doc/syslogmon/sinks/alertmanager.md
+-rw-r--r-- ./usr/share/doc/syslogmon/sinks/console.md
+-rw-r--r-- ./usr/share/doc/syslogmon/sinks/file.md
+-rw-r--r-- ./usr/share/doc/syslogmon/sinks/journal.md
+-rw-r--r-- ./usr/share/doc/syslogmon/sinks/mail.md
+-rw-r--r-- ./usr/share/doc/syslogmon/sinks/program.md
+-rw-r--r-- ./usr/share/doc/syslogmon/sinks/snmp.md
+-rw-r--r-- ./usr/share/doc/syslogmon/sinks/syslog.md
+-rw-r--r-- ./usr/share/doc/syslogmon/sinks/webhook.md
 -rw-r--r-- ./usr/share/fish/vendor_completions.d/syslogmon.fish
 lrwxrwxrwx ./usr/share/fish/vendor_completions.d/syslogmond.fish -> syslogmon.fish
 -rw-r--r-- ./usr/share/man/man1/syslogmon.1.gz
@@ -87,6 +101,46 @@ class Package(unittest.TestCase):
     def test_every_file_below_etc_is_an_administrators_to_change(self):
         below_etc = sorted(line.split()[1][1:] for line in FILES.splitlines() if " ./etc/" in line)
         self.assertEqual(below_etc, output("dpkg-deb", "--info", self.package, "conffiles").split())
+
+    def texts(self):
+        """Each text file of the package with what it says."""
+        for path in sorted(self.tree.rglob("*")):
+            if not path.is_file() or path.is_symlink():
+                continue
+            data = path.read_bytes()
+            if path.suffix == ".gz":
+                data = gzip.decompress(data)
+            if b"\0" not in data:
+                yield path, data.decode()
+
+    def exists(self, named):
+        return (self.tree / named.lstrip("/")).exists()
+
+    def test_the_files_of_the_package_that_its_texts_name_are_in_it(self):
+        own = re.compile(r"/(?:usr/share/doc/syslogmon|usr/share/syslogmon|usr/lib/systemd|lib/systemd"
+                         r"|etc/syslogmon|etc/rsyslog\.d/syslogmon|etc/logrotate\.d/syslogmon)[\w./-]*")
+        named = {(path.relative_to(self.tree), name.rstrip("."))
+                 for path, text in self.texts() for name in own.findall(text)}
+        # Secrets are an administrator's to make, in a folder that is there.
+        named = {(path, "/etc/syslogmon" if name.startswith("/etc/syslogmon/") else name) for path, name in named}
+        self.assertGreater(len(named), 10)
+        self.assertEqual([], [f"{path}: {name}" for path, name in sorted(named) if not self.exists(name)])
+
+    def test_no_text_of_the_package_sends_its_reader_to_a_file_beside_it_that_is_not_there(self):
+        lost = []
+        for path, text in self.texts():
+            beside = re.findall(r"\]\(([^)#:]+)[^)]*\)", text) if path.suffix == ".md" else []
+            beside += re.findall(r"(?<![\w/])\.\./[\w./-]+", text)
+            lost += [f"{path.relative_to(self.tree)}: {name}" for name in beside if not (path.parent / name).exists()]
+        self.assertEqual([], lost)
+
+    def test_its_rule_for_rsyslog_is_the_one_of_the_doctors_advice(self):
+        rule = (self.tree / "etc/rsyslog.d/syslogmon.conf").read_text()
+        wanted = [line for line in rule.splitlines() if not line.startswith("#")]
+        self.assertIn('fileCreateMode="0640"', " ".join(wanted))
+        # What the advice looks like is tests/packaging/rsyslog_test.py's.
+        program = (self.tree / "usr/bin/syslogmon").read_bytes()
+        self.assertIn("\n".join(wanted).encode(), program)
 
     def test_lintian_finds_neither_errors_nor_warnings(self):
         done = subprocess.run(["lintian", "--allow-root", "--fail-on", "error,warning", self.package],

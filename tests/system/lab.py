@@ -43,12 +43,9 @@ INETUTILS = ("inetutils-syslogd",)
 LOGROTATE = ("logrotate", "libpopt0")
 
 # Seconds after which something that should have happened is taken not to happen. Long enough for a
-# sanitizer build on a machine that does other work; nothing ever sleeps this long when all is well.
+# sanitizer build on a machine that does other work; nothing ever sleeps this long when all is well. Shorter
+# than the cycle of 300 s, so what happens within it was not brought about by that.
 PATIENCE = 60
-
-# Seconds for what takes less than one, on a machine that does other work. Shorter than anything else that
-# could bring it about: the cycle of 300 s, the pause of 4 s before a monitor that ended is started again.
-AT_ONCE = 3
 
 # Milliseconds between two looks at a log that is being written, unless set otherwise.
 USUAL_INTERVAL = 1000

@@ -93,7 +93,7 @@ class Counters(lab.LabTest):
 
     def take(self):
         """Returns when the monitor has taken a change: it does so at once."""
-        self.lab.wait_for_trace("Monitor Queue Reloaded.", seconds=lab.AT_ONCE, since=self.traced)
+        self.lab.wait_for_trace("Monitor Queue Reloaded.", since=self.traced)
 
     def change(self, *words):
         self.traced = len(self.lab.trace())

@@ -24,14 +24,13 @@ class SettingsTest(lab.LabTest):
         self.daemon.scan()
 
     def wait_for_trace(self, text):
-        self.lab.wait_for_trace(text, seconds=lab.AT_ONCE, since=self.traced)
+        self.lab.wait_for_trace(text, since=self.traced)
 
     def change(self, *words):
         """Changes a setting, and returns when the monitor was woken by that and rests again."""
         passes = self.daemon.passes()
         self.lab.command(*words)
-        self.lab.wait_until("the monitor has taken it", lambda: self.daemon.passes() > passes,
-                            seconds=lab.AT_ONCE)
+        self.lab.wait_until("the monitor has taken it", lambda: self.daemon.passes() > passes)
 
 
 class Cycle(SettingsTest):
@@ -111,7 +110,7 @@ class OtherSettings(SettingsTest):
 
     def test_the_trace_level_is_taken_at_once(self):
         self.lab.command("trace", "level", "detail")
-        self.lab.wait_until("details are traced", self.a_scan_shows_details, seconds=lab.AT_ONCE)
+        self.lab.wait_until("details are traced", self.a_scan_shows_details)
 
     def a_scan_shows_details(self):
         self.daemon.scan()
@@ -131,8 +130,7 @@ class Signals(SettingsTest):
     def test_sigusr1_scans_now(self):
         lab.append(lab.MESSAGES, lab.stamped("error"))
         self.daemon.wake()
-        self.lab.wait_until("the line is reported", lambda: self.lab.texts() == ["error"],
-                            seconds=lab.AT_ONCE)
+        self.lab.wait_until("the line is reported", lambda: self.lab.texts() == ["error"])
 
     def test_sighup_takes_whatever_was_changed_in_the_registry(self):
         # Unlike its other verbs, reg does not tell the daemon.
@@ -148,8 +146,7 @@ class Signals(SettingsTest):
         self.wait_for_trace("Monitor Queue Reloaded.")
         self.wait_for_trace("cycle changed to 1800")
         self.wait_for_trace(f"customer monitoring file changed to {OTHER_LOG}")
-        self.lab.wait_until("all four were taken", lambda: self.daemon.passes() == passes + 4,
-                            seconds=lab.AT_ONCE)
+        self.lab.wait_until("all four were taken", lambda: self.daemon.passes() == passes + 4)
         self.see("failure", OTHER_LOG)
         reported = [message.split("test: ")[-1] for message in self.lab.messages()]
         self.assertEqual(["failure", "failure without a time stamp", "failure"], reported)

@@ -42,7 +42,7 @@ class FailedLoad(lab.LabTest):
         self.damage()
         self.daemon.child.signal(signal.SIGHUP)
 
-        self.wait_for_state("pausing", lab.AT_ONCE)
+        self.wait_for_state("pausing")
         self.assert_mending_is_told()
         self.lab.wait_until("it was tried twice again",
                             lambda: "started again in 4 s" in self.daemon.child.said())
@@ -52,13 +52,16 @@ class FailedLoad(lab.LabTest):
         self.assertEqual("VKVMonQueGet() failed", self.lab.status()["last_error"])
         self.see("error while the monitor was down")
 
-        # What the status says mends it.
+        # What the status says mends it, without waiting for the end of the pause.
+        passes, due = self.daemon.passes(), self.daemon.published()["next_start_ms"]
         self.lab.command("event", "remove", "DISK", "1")
-        self.wait_for_state("running", lab.AT_ONCE)
+        self.lab.wait_until("the monitor has made its first pass", lambda: self.daemon.passes() > passes)
+        self.assertLess(self.daemon.published()["last_pass"]["began_ms"], due)
+        self.wait_for_state("running")
         self.daemon.scan()
         self.lab.watch("DISK", 1, "error")
         self.lab.wait_until("the event is back",
-                            lambda: self.lab.status()["events"] == 2, seconds=lab.AT_ONCE)
+                            lambda: self.lab.status()["events"] == 2)
         self.see("error after all")
         self.daemon.scan()
         self.assertEqual(["error", "error after all"], self.lab.texts("DISK"))
@@ -69,7 +72,7 @@ class FailedLoad(lab.LabTest):
         self.daemon.start()
         self.damage()
         self.daemon.child.signal(signal.SIGHUP)
-        self.wait_for_state("pausing", lab.AT_ONCE)
+        self.wait_for_state("pausing")
         self.see("error")
         self.lab.command("reg", "set", self.lab.event_key("DISK", 1), "ReportCount", "1",
                          "--type", "dword")
@@ -84,7 +87,7 @@ class FailedLoad(lab.LabTest):
         self.assert_mending_is_told()
         self.assertTrue(self.lab.status()["running"])
         self.lab.command("event", "remove", "DISK", "1")
-        self.wait_for_state("running", lab.AT_ONCE)
+        self.wait_for_state("running")
 
     def test_it_can_be_stopped_while_it_pauses(self):
         self.damage()
@@ -136,9 +139,7 @@ class Stopping(lab.LabTest):
         self.lab.wait_until("it was told to stop",
                             lambda: self.daemon.published()["state"] == "stopping")
         self.daemon.child.signal(signal.SIGTERM)
-        began = time.monotonic()
         self.assertEqual(1, self.daemon.child.wait())
-        self.assertLess(time.monotonic() - began, lab.AT_ONCE)
         self.assertEqual(1, self.daemon.passes(), "the pass was over before the second signal")
         self.assertEqual([], self.lab.messages())
 

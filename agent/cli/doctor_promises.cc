@@ -1,0 +1,31 @@
+// The logs for which less is promised than for the system log, whose rotations lose no line.
+#include "agent/cli/doctor.h"
+#include "agent/common/names.h"
+
+namespace cli {
+
+namespace {
+
+// Followed through its rotations like the system log.
+constexpr char kVmkernel[] = "/var/log/vmkernel";
+
+constexpr char kHowToRotate[] =
+    "rotate it as /usr/share/doc/syslogmon/examples/logrotate-other-logs does, which loses "
+    "nothing: its program is stopped while syslogmon scan --wait has everything checked";
+
+} // namespace
+
+void CheckPromises(const std::vector<agent::WatchedFile> &files, Examination *examination)
+{
+    examination->Begin("promise");
+    for (const agent::WatchedFile &file : files) {
+        if (file.path == agent::kSystemLog || file.path == kVmkernel)
+            continue;
+        std::string lost = "at its rotation, lines that no pass has checked yet are passed over";
+        if (file.role != "file monitor")
+            lost += ", and so are new ones until a pass finds the new file";
+        examination->Note(file.path, lost, kHowToRotate);
+    }
+}
+
+} // namespace cli

@@ -1,0 +1,95 @@
+// The syslog daemon: what makes it write the system log, and whether it writes each line, and whole.
+#include <sstream>
+
+#include "agent/cli/doctor.h"
+#include "agent/cli/rsyslog_config.h"
+#include "agent/cli/rsyslog_rule.h"
+
+namespace cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kRsyslogConfig[] = "/etc/rsyslog.conf";
+// The package's. The advice names it as well, so that no host has two rules that write the log.
+constexpr char kDropIn[] = "/etc/rsyslog.d/syslogmon.conf";
+constexpr char kRestart[] = "restart rsyslog: systemctl restart rsyslog";
+
+constexpr char kSyslogNgRule[] =
+    "with syslog-ng, put these lines into /etc/syslog-ng/conf.d/messages.conf, with the name of "
+    "your source, and restart syslog-ng:\n"
+    "    destination d_messages { file(\"/var/log/messages\" ts-format(bsd) owner(root) "
+    "group(adm) perm(0640)); };\n"
+    "    log { source(s_src); destination(d_messages); };";
+
+std::string Indented(const std::string &text)
+{
+    std::istringstream lines(text);
+    std::string result;
+    for (std::string line; std::getline(lines, line);)
+        result += "\n    " + line;
+    return result;
+}
+
+std::string PlaceOf(const RsyslogSetting &setting)
+{
+    return setting.file.string() + " line " + std::to_string(setting.line);
+}
+
+// The monitor's target waits for the end of a line; the others do not.
+std::vector<fs::path> LogsOfWholeLines(const std::vector<agent::WatchedFile> &files)
+{
+    std::vector<fs::path> logs;
+    for (const agent::WatchedFile &file : files) {
+        if (file.role != "file monitor")
+            logs.push_back(file.path.lexically_normal());
+    }
+    return logs;
+}
+
+} // namespace
+
+std::string HowToWriteTheSystemLog()
+{
+    const bool has_rsyslog = fs::exists(kRsyslogConfig);
+    if (fs::exists("/etc/syslog-ng") && !has_rsyslog)
+        return kSyslogNgRule;
+    const std::string install = has_rsyslog ? "" : "install rsyslog: apt install rsyslog; ";
+    if (fs::exists(kDropIn))
+        return has_rsyslog ? std::string(kRestart) + "; it then follows " + kDropIn
+                           : install + "it follows " + kDropIn;
+    return install + "with rsyslog, put these lines into " + kDropIn + " and " + kRestart +
+           Indented(kRsyslogRule);
+}
+
+void CheckRsyslog(const std::vector<agent::WatchedFile> &files, Examination *examination)
+{
+    examination->Begin("rsyslog");
+    const RsyslogConfig config = ReadRsyslogConfig("/", LogsOfWholeLines(files));
+    const size_t findings = examination->Findings();
+    for (const fs::path &file : config.unreadable)
+        examination->Finding(file, "it cannot be read", "run this command as root");
+    if (config.reduction)
+        examination->Finding(PlaceOf(*config.reduction),
+                             config.reduction->text +
+                                 ": equal lines in a row are written as one, \"message repeated 29 "
+                                 "times: [ ... ]\", which counts once",
+                             "write $RepeatedMsgReduction off in its place, and " +
+                                 std::string(kRestart));
+    for (const RsyslogSetting &setting : config.buffered)
+        examination->Finding(
+            PlaceOf(setting),
+            setting.text + ": " + setting.log.string() +
+                " can end in the middle of a line for a while; its first part "
+                "then counts for the whole, and a keyword in the rest is not found",
+            "remove it there, and " + std::string(kRestart));
+    if (examination->Findings() > findings)
+        return;
+    if (config.is_there)
+        examination->Well(kRsyslogConfig, "it lets each line be written, and written whole");
+    else
+        examination->Well(kRsyslogConfig, "it is not there: rsyslog writes no log of this host");
+}
+
+} // namespace cli
