@@ -22,7 +22,7 @@ sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "system"))
 
 import lab  # noqa: E402
 
-PATIENCE = 30  # seconds after which something that should have happened is taken not to happen
+PATIENCE = 300  # seconds after which something that should have happened is taken not to happen
 INSIDE = "SYSLOGMON_PACKAGE_LAB"
 HERE = Path(__file__).resolve().parent
 ENVIRONMENT = {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
