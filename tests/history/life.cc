@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <memory>
 #include <vector>
 
 #include "filemonitor/filemonitor.h"
@@ -234,7 +233,9 @@ class Life {
     void Compare();
     void CompareLedger();
     void Fail(const std::string &what);
-    bool Interrupt(const std::vector<Step> &steps);
+    void Interrupt(const std::vector<Step> &steps);
+    void InterruptBefore(int number, const Step &wake);
+    [[nodiscard]] bool MayInterruptAgain(const Step &wake, size_t so_far) const;
 
     History history_;
     Zone zone_;
@@ -250,9 +251,10 @@ class Life {
     Committed committed_;
     Model::Lasting model_committed_;
     size_t reports_seen_ = 0;
-    // Of the wake that is interrupted: the world as it is afterwards, once the module has come there.
-    std::unique_ptr<World> interrupted_;
-    bool model_was_interrupted_ = false;
+    // Of the wake that is interrupted: the world as it is after each interruption to which the module has come,
+    // and to how many of them the model has come.
+    std::vector<World> interrupted_;
+    size_t model_interruptions_ = 0;
 };
 
 Life::Life(const History &history, const std::string &log_dir)
@@ -314,7 +316,7 @@ void Life::Start()
     // to look at the system log.
     Sys().BeforeCall("stat", 1, [this] { PutBack(committed_.counters); });
     wake_ = nullptr;
-    interrupted_.reset();
+    interrupted_.clear();
     char record[kThreadRecordSize] = {};
     const HANDLE stop = Host().NewHandle("stop");
     const HANDLE started = Host().NewHandle("started");
@@ -389,14 +391,14 @@ void Life::BeginWake(const Step &wake)
     Sys().now = world_.clock;
     TheSlowClock().BeginWake();
     TheSlowClock().after_pause = nullptr;
-    interrupted_.reset();
-    model_was_interrupted_ = false;
+    interrupted_.clear();
+    model_interruptions_ = 0;
 
     if (wake.what == Do::kPassDuring)
-        Sys().BeforeCall("open", wake.n, [this, &wake] { Interrupt(wake.inner); });
+        InterruptBefore(wake.n, wake);
     if (is_split)
         TheSlowClock().after_pause = [this, &wake](int64_t slept) {
-            if (slept >= wake.m && !interrupted_)
+            if (slept >= wake.m && interrupted_.empty())
                 Interrupt({{Do::kRest, wake.log, 0, 0, {}}});
         };
     if (wake.what == Do::kKill)
@@ -410,27 +412,44 @@ void Life::BeginWake(const Step &wake)
 
 // The module has come to the moment at which something happens to the logs. On disk it happens now; for the
 // model when it comes there too.
-bool Life::Interrupt(const std::vector<Step> &steps)
+void Life::Interrupt(const std::vector<Step> &steps)
 {
-    interrupted_ = std::make_unique<World>(world_);
+    interrupted_.push_back(interrupted_.empty() ? world_ : interrupted_.back());
     for (const Step &step : steps)
-        interrupted_->Apply(step);
-    return true;
+        interrupted_.back().Apply(step);
+}
+
+// The pass is interrupted before the file number `number` from now is opened, and then again.
+void Life::InterruptBefore(int number, const Step &wake)
+{
+    Sys().BeforeCall("open", number, [this, &wake] {
+        Interrupt(wake.inner);
+        if (MayInterruptAgain(wake, interrupted_.size()))
+            InterruptBefore(wake.m, wake);
+    });
+}
+
+bool Life::MayInterruptAgain(const Step &wake, size_t so_far) const
+{
+    const int most = history_.is_faithful ? kMostFaithfulInterruptions : kMostInterruptions;
+    return wake.m > 0 && so_far < static_cast<size_t>(most);
 }
 
 void Life::RunModel(const Step &wake)
 {
     const auto take_over = [this] {
-        if (!interrupted_ || model_was_interrupted_)
+        if (model_interruptions_ == interrupted_.size())
             return false;
-        world_ = *interrupted_;
-        model_was_interrupted_ = true;
+        world_ = interrupted_[model_interruptions_++];
         return true;
     };
     model_.interruption = {};
     if (wake.what == Do::kPassDuring)
-        model_.interruption.before_open = [&](int number) {
-            return number == wake.n && take_over();
+        model_.interruption.before_open = [&, next = wake.n](int number) mutable {
+            if (number != next)
+                return false;
+            next += wake.m;
+            return take_over();
         };
     if (wake.what == Do::kPassSplit)
         model_.interruption.while_waiting = take_over;
@@ -452,8 +471,8 @@ void Life::RunModel(const Step &wake)
         break;
     }
     model_.interruption = {};
-    if (interrupted_ && !model_was_interrupted_) {
-        world_ = *interrupted_;
+    if (model_interruptions_ < interrupted_.size()) {
+        world_ = interrupted_.back();
         Fail("the module came to the interruption, the model did not");
     }
 }
@@ -468,7 +487,7 @@ void Life::FinishWake()
     Sys().BeforeCall("open", 0, nullptr); // an interruption that never came
     CheckRest();
     Compare();
-    if (interrupted_)
+    if (!interrupted_.empty())
         return; // how far the pass has come depends on when
     const Do what = wake_ != nullptr ? wake_->what : Do::kPass;
     if (what != Do::kReload && what != Do::kCycle && what != Do::kTargetEvent)
@@ -665,6 +684,11 @@ void Simplify(History *history, const std::string &log_dir)
                 if (TryStep(history, at, fewer, log_dir))
                     break;
             }
+        }
+        if (step.what == Do::kPassDuring) {
+            Step once = step;
+            once.m = 0;
+            TryStep(history, at, once, log_dir);
         }
         for (size_t i = 0; i < history->steps[at].inner.size();) {
             Step fewer = history->steps[at];

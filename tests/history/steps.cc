@@ -98,6 +98,8 @@ std::string Text(const Step &step)
         std::string text = "PASS; before it opens file number " + n + ":";
         for (const Step &inner : step.inner)
             text += " [" + Text(inner) + "]";
+        if (step.m > 0)
+            text += " and again each " + Number(step.m) + " files";
         return text;
     }
     }
@@ -298,6 +300,7 @@ Step Draw(Random *random, Do what, const Setup &setup, bool is_faithful)
         break;
     case Do::kPassDuring:
         step.n = 1 + random->Below(6);
+        step.m = random->OneIn(2) ? 0 : 1 + random->Below(6);
         step.inner = DrawInner(random, setup, is_faithful);
         break;
     default:

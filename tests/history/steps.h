@@ -45,7 +45,8 @@ enum class Do {
     kRestart,       // stopped and started again
     kKill,          // killed in the middle of a pass, and started again
     kPassSplit, // a pass, while a line is written in two: `n` percent before, the rest `m` ms later
-    kPassDuring, // a pass; before it opens its `n`-th file, `inner` happens
+    kPassDuring, // a pass; before it opens its `n`-th file, `inner` happens, and again before the `m`-th
+                 // file from there on, kMostInterruptions times in all (`m` 0: only once)
 };
 
 // What logrotate leaves in place of the file that it moved away.
@@ -94,6 +95,10 @@ struct History {
     // out when it is applied.
     bool is_faithful = false;
 };
+
+// In a faithful history as often as the monitor promises to follow, in any other more often.
+constexpr int kMostFaithfulInterruptions = 3;
+constexpr int kMostInterruptions = 5;
 
 // File names below /var/log; an empty one: none.
 constexpr const char *kCustomerNames[] = {"", "customer.log", "vmkernel", "app.log", "missing.log"};
