@@ -27,6 +27,9 @@ using test::kMonitorKey;
 using test::MemoryRegistry;
 using test::Sys;
 
+// The call with which both readers begin to open a file. Nothing else in the module makes it.
+constexpr char kOpening[] = "stat64";
+
 // Results of the module's wait.
 constexpr DWORD kTimeOut = 1;
 constexpr DWORD kStop = 2;
@@ -419,10 +422,11 @@ void Life::Interrupt(const std::vector<Step> &steps)
         interrupted_.back().Apply(step);
 }
 
-// The pass is interrupted before the file number `number` from now is opened, and then again.
+// The pass is interrupted before the file number `number` from now is opened, and then again. The opening
+// begins with a look at the name, which fixes how much of the file is read, however it grows until it is open.
 void Life::InterruptBefore(int number, const Step &wake)
 {
-    Sys().BeforeCall("open", number, [this, &wake] {
+    Sys().BeforeCall(kOpening, number, [this, &wake] {
         Interrupt(wake.inner);
         if (MayInterruptAgain(wake, interrupted_.size()))
             InterruptBefore(wake.m, wake);
@@ -447,9 +451,9 @@ void Life::RunModel(const Step &wake)
     if (wake.what == Do::kPassDuring)
         model_.interruption.before_open = [&, next = wake.n](int number) mutable {
             if (number != next)
-                return false;
+                return;
             next += wake.m;
-            return take_over();
+            take_over();
         };
     if (wake.what == Do::kPassSplit)
         model_.interruption.while_waiting = take_over;
@@ -484,7 +488,7 @@ void Life::FinishWake()
         RunModel(*wake_);
     else
         model_.Start();
-    Sys().BeforeCall("open", 0, nullptr); // an interruption that never came
+    Sys().BeforeCall(kOpening, 0, nullptr); // an interruption that never came
     CheckRest();
     Compare();
     if (!interrupted_.empty())

@@ -159,24 +159,17 @@ const Entry *Model::Find(const std::string &path) const
 // The bytes of a file, as whoever opens it now reads them; nothing when it cannot be opened.
 std::optional<std::string> Model::Open(const std::string &path, bool awaits_line_end)
 {
-    const auto find = [&] {
-        const Entry *entry = Find(path);
-        return entry != nullptr && entry->kind == Kind::kFile ? entry : nullptr;
-    };
-    const Entry *entry = find();
-    if (entry == nullptr)
-        return std::nullopt;
     ++opened_;
-    if (interruption.before_open && interruption.before_open(opened_)) {
-        entry = find();
-        if (entry == nullptr)
-            return std::nullopt;
-    }
+    if (interruption.before_open)
+        interruption.before_open(opened_);
+    const Entry *entry = Find(path);
+    if (entry == nullptr || entry->kind != Kind::kFile)
+        return std::nullopt;
     const bool may_go_on = awaits_line_end && !entry->bytes.empty() &&
                            entry->bytes.back() != '\n' &&
                            std::abs(world_->clock - entry->modified) <= kFreshSeconds;
     if (may_go_on && interruption.while_waiting && interruption.while_waiting())
-        entry = find();
+        entry = Find(path);
     return entry->bytes;
 }
 

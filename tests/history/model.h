@@ -48,12 +48,11 @@ struct Record {
     bool operator==(const Record &) const = default;
 };
 
-// Something that happens to the logs in the middle of a pass. Each function says whether it has happened
-// to the world; when it has, the model looks again at what it was about to open.
+// Something that happens to the logs in the middle of a pass.
 struct Interruption {
     // Before the file number `number` of the wake, from 1, is opened.
-    std::function<bool(int number)> before_open;
-    // While the syslog scan waits for the end of the last line of a file.
+    std::function<void(int number)> before_open;
+    // While the syslog scan waits for the end of the last line of a file. True when it has happened.
     std::function<bool()> while_waiting;
 };
 

@@ -134,7 +134,8 @@ int __wrap_stat(const char *path, struct stat *status)
 
 int __wrap_stat64(const char *path, struct stat64 *status)
 {
-    return Sys().Enter("stat") ? -1 : __real_stat64(Sys().Translate(path).c_str(), status);
+    const bool fails = Sys().Enter("stat64") || Sys().Enter("stat");
+    return fails ? -1 : __real_stat64(Sys().Translate(path).c_str(), status);
 }
 
 int __wrap_fstat(int fd, struct stat *status)

@@ -23,7 +23,7 @@ class System {
     std::optional<time_t> now;
 
     // Makes call number n (from 1) of that name fail, counted from now, with this errno. Names:
-    // malloc, calloc, stat, fstat, open, fdopen, fseek, fread, scandir, regcomp.
+    // malloc, calloc, stat, stat64 (a stat, too), fstat, open, fdopen, fseek, fread, scandir, regcomp.
     void FailCall(const std::string &name, int n, int error_number = 5);
 
     // Runs before call number n (from 1) of that name, counted from now: to change a file between
