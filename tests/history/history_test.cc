@@ -14,7 +14,7 @@
 namespace history {
 namespace {
 
-constexpr uint64_t kHistories = 3000;
+constexpr uint64_t kHistories = 6000;
 
 uint64_t NumberFrom(const char *variable, uint64_t otherwise)
 {

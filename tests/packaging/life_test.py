@@ -198,39 +198,28 @@ class Life(unittest.TestCase):
 
     # ---- the modes of the log ----
 
-    def close_test(self, install):
-        """Files that everybody can read, before an installation or an upgrade."""
-        logs = ("messages", "messages.1", "messages-20261101", "messages.2.gz")
-        for name in (*logs, "messages.old", "other"):
+    LOGS = ("messages", "messages.1", "messages-20261101", "messages.2.gz")
+    OTHERS = ("messages.old", "other")
+
+    def open_all(self):
+        """Everybody can read all files."""
+        for name in (*self.LOGS, *self.OTHERS):
             (self.host.root / "var/log" / name).touch()
             os.chmod(self.host.root / "var/log" / name, 0o644)
-        install()
-        for name in logs:
-            self.assertEqual("root:adm 640", self.mode(name), name)
-        for name in ("messages.old", "other"):
-            self.assertEqual("root:root 644", self.mode(name), name)
+
+    def modes(self, names):
+        return [self.mode(name) for name in names]
 
     def mode(self, name="messages"):
         path = self.host.root / "var/log" / name
         return f"{path.owner()}:{path.group()} {path.stat().st_mode & 0o777:o}"
 
-    def test_an_installation_closes_a_log_that_everybody_can_read(self):
-        self.close_test(self.install)
-
-    def test_an_upgrade_closes_a_log_that_everybody_can_read(self):
-        self.install()
-        self.close_test(lambda: self.host.install(self.second))
-
-    def test_a_log_that_an_administrator_has_opened_with_dpkg_statoverride_stays_open(self):
-        self.host.write(1)
-        self.host.command("dpkg-statoverride", "--update", "--add", "root", "adm", "0644", "/var/log/messages")
+    def test_an_installation_closes_logs_that_everybody_can_read_and_rsyslogd_goes_on_writing_them(self):
+        self.open_all()
         self.host.install(self.first)
-        self.assertEqual("root:adm 644", self.mode())
+        self.assertEqual(["root:adm 640"] * 4, self.modes(self.LOGS))
+        self.assertEqual(["root:root 644"] * 2, self.modes(self.OTHERS))
 
-    def test_rsyslogd_goes_on_writing_a_log_that_was_closed_and_makes_new_ones_so(self):
-        self.host.write(1, 2)
-        os.chmod(self.host.log, 0o644)
-        self.host.install(self.first)
         rsyslog = Rsyslogd(self.host)
         self.addCleanup(rsyslog.stop)
         rsyslog.write("goes on")
@@ -239,6 +228,13 @@ class Life(unittest.TestCase):
         rsyslog.process.send_signal(signal.SIGHUP)
         rsyslog.write("in a new file")
         self.assertEqual("root:adm 640", self.mode())
+
+    def test_an_upgrade_closes_them_too_but_for_what_dpkg_statoverride_opens(self):
+        self.install()
+        self.open_all()
+        self.host.command("dpkg-statoverride", "--update", "--add", "root", "adm", "0644", "/var/log/messages")
+        self.host.install(self.second)
+        self.assertEqual(["root:adm 644", *["root:adm 640"] * 3], self.modes(self.LOGS))
 
     # ---- upgrade, removal ----
 

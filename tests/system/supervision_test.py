@@ -1,6 +1,5 @@
 """Supervision: the monitor ends, or is stopped, or cannot store its work, and no line is lost by it."""
 import signal
-import time
 
 import lab
 
