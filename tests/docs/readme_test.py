@@ -2,6 +2,7 @@
 terminal does what the text around it says."""
 import os
 import re
+import signal
 import subprocess
 import sys
 import unittest
@@ -32,9 +33,15 @@ class FirstSteps(unittest.TestCase):
         path = f"{lab.build_root() / 'bin'}:{os.environ['PATH']}"
         # unshare: the demonstration makes a private /var/log inside the one of this test.
         self.demo = self.lab.spawn("demo", [SOURCE / "examples" / "demo", self.folder], PATH=path)
+        self.addCleanup(self.stop_demo)
         self.lab.wait_until("the demonstration has come to its end",
                             lambda: "Try it yourself" in self.demo.said() or not self.demo.is_running(), 180)
         self.assertTrue(self.demo.is_running(), self.demo.said())
+
+    def stop_demo(self):
+        """It ends its own daemons."""
+        self.demo.signal(signal.SIGTERM)
+        self.demo.wait()
 
     def type(self, block):
         """Types a block of commands into a second terminal, and returns what it prints."""

@@ -96,21 +96,21 @@ class Advice(lab.LabTest):
         self.assertEqual([indent + line for line in self.rule()], lines[begin:begin + len(self.rule())])
         self.assertIn("/etc/rsyslog.d/syslogmon.conf", text)  # where the package puts it, too
 
-    def test_run_shows_the_packaged_rule(self):
-        done = subprocess.run([SOURCE / "tools" / "system-log-advice"], capture_output=True, text=True, check=True)
-        self.assert_shows_the_rule(done.stdout)
-        self.assertIn("tools/system-log-advice", (SOURCE / "run").read_text())
-
-    def test_doctor_shows_the_packaged_rule(self):
-        # A host with rsyslog as it comes, and without the package.
+    def on_a_host_with_rsyslog(self, *argv):
+        """What a program prints on a host with rsyslog as it comes, and without the package."""
         etc = self.lab.folder / "etc"
         etc.mkdir()
         (etc / "rsyslog.conf").write_text("*.* /var/log/syslog\n")
-        command = lab.build_root() / "bin" / "syslogmon"
-        script = 'mount --bind "$1" /etc; exec "$2" --root "$3" doctor'
-        done = subprocess.run(["unshare", "--mount", "sh", "-ec", script, "sh", etc, command, self.lab.root],
-                              capture_output=True, text=True)
-        self.assert_shows_the_rule(done.stdout)
+        return subprocess.run(["unshare", "--mount", "sh", "-ec", 'mount --bind "$0" /etc; exec "$@"', etc, *argv],
+                              capture_output=True, text=True).stdout
+
+    def test_run_shows_the_packaged_rule(self):
+        self.assert_shows_the_rule(self.on_a_host_with_rsyslog(SOURCE / "tools" / "system-log-advice"))
+        self.assertIn("tools/system-log-advice", (SOURCE / "run").read_text())
+
+    def test_doctor_shows_the_packaged_rule(self):
+        self.assert_shows_the_rule(self.on_a_host_with_rsyslog(
+            lab.build_root() / "bin" / "syslogmon", "--root", self.lab.root, "doctor"))
 
 
 del RuleTest  # it has no test of its own
