@@ -297,7 +297,6 @@ Options Parse(int argc, char **argv)
 int main(int argc, char **argv)
 {
     try {
-        setenv("TZ", ":/etc/localtime", 0); // as the daemon does
         const Options options = Parse(argc, argv);
         Compare(options, 2048, 0);
         Options quick = options;

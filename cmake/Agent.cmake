@@ -18,6 +18,7 @@ set(SYSLOGMON_LOG_DIR /var/log/syslogmon CACHE PATH "Where a packaged agent writ
 add_library(tarsk SHARED
     agent/libtarsk/agent_info.cc agent/libtarsk/convert.cc agent/libtarsk/database.cc
     agent/libtarsk/hit_counters.cc agent/libtarsk/host.cc agent/libtarsk/layout.cc agent/libtarsk/loader.cc
+    agent/libtarsk/private_file.cc
     agent/libtarsk/registry.cc agent/libtarsk/registry_tree.cc agent/libtarsk/schema.cc
     agent/libtarsk/settings.cc agent/libtarsk/store.cc agent/libtarsk/sync.cc
     agent/libtarsk/trace_log.cc agent/libtarsk/waitable.cc)
@@ -44,8 +45,9 @@ add_sibling(vkirtupt agent/products/vkirtupt.cc)
 add_library(agent_common STATIC
     agent/alerts/alert_store.cc agent/common/alert_text.cc agent/common/daemon_lock.cc
     agent/common/event_checks.cc agent/common/events.cc agent/common/hours.cc
-    agent/common/log_files.cc agent/common/monitor_settings.cc agent/common/stamps.cc
-    agent/common/status_file.cc)
+    agent/common/log_files.cc agent/common/monitor_settings.cc agent/common/say.cc
+    agent/common/sign_of_life.cc agent/common/stamps.cc agent/common/status_file.cc
+    agent/common/unread.cc)
 target_link_libraries(agent_common PUBLIC tarsk PRIVATE nlohmann_json::nlohmann_json)
 target_compile_definitions(agent_common PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}")
 
@@ -70,8 +72,9 @@ function(add_program name)
     target_link_libraries(${name} PRIVATE agent_common agent_sinks CLI11::CLI11)
 endfunction()
 add_program(syslogmond agent/daemon/main.cc agent/daemon/console.cc agent/daemon/daemon.cc
-            agent/daemon/file_watch.cc agent/daemon/module.cc agent/daemon/monitor.cc
-            agent/daemon/notify.cc agent/daemon/trigger.cc)
+            agent/daemon/doorbell.cc agent/daemon/file_watch.cc agent/daemon/module.cc
+            agent/daemon/monitor.cc agent/daemon/notify.cc agent/daemon/signals.cc
+            agent/daemon/status_board.cc agent/daemon/trigger.cc)
 target_link_libraries(syslogmond PRIVATE PkgConfig::SYSTEMD Threads::Threads ${CMAKE_DL_LIBS})
 
 add_program(syslogmon agent/cli/main.cc agent/cli/alert_commands.cc agent/cli/doctor_agent.cc

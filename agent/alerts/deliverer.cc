@@ -8,6 +8,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include "agent/common/say.h"
 #include "agent/libtarsk/error.h"
 #include "platform/trace.h"
 
@@ -326,7 +327,7 @@ void Deliverer::LookAtLevels(int64_t newest)
 void Deliverer::Tell(const std::string &text) const
 {
     TRACE(TRACE_NOTABLE, "%s.", text.c_str());
-    fprintf(stderr, "syslogmond: %s\n", text.c_str());
+    agent::Say(text);
 }
 
 } // namespace alerts

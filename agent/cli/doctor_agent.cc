@@ -11,6 +11,7 @@
 #include "agent/common/daemon_lock.h"
 #include "agent/common/event_checks.h"
 #include "agent/common/monitor_settings.h"
+#include "agent/common/sign_of_life.h"
 
 namespace cli {
 
@@ -77,6 +78,13 @@ void CheckDaemon(const Context &context, Examination *examination)
     }
     const std::string process = "process " + std::to_string(*holder);
     const auto status = agent::ReadStatus(run);
+    const std::string stands = agent::WhyItStands(*holder, status);
+    if (!stands.empty()) {
+        examination->Finding(process, stands,
+                             "let it go on with kill -CONT " + std::to_string(*holder) +
+                                 " if it is stopped, or restart it");
+        return;
+    }
     if (!status) {
         examination->Well(process, "it is starting");
         return;

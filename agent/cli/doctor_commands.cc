@@ -111,7 +111,6 @@ Examination Examine(const Context &context)
 
 int Diagnose(const Context &context)
 {
-    FixTimeZone();
     const Examination examination = Examine(context);
     if (context.json)
         PrintAsJson(examination);

@@ -7,7 +7,9 @@
 #include "agent/cli/output.h"
 #include "agent/common/daemon_lock.h"
 #include "agent/common/names.h"
+#include "agent/common/sign_of_life.h"
 #include "agent/common/status_file.h"
+#include "agent/common/unread.h"
 #include "agent/libtarsk/waitable.h"
 
 namespace cli {
@@ -42,24 +44,49 @@ void WaitForPass(const Context &context, int64_t asked_ns, double timeout)
         const auto status = agent::ReadStatus(context.layout.run);
         if (status && status->last_full_pass.began_boot_ns >= asked_ns)
             return;
-        if (!agent::DaemonLock::Holder(context.layout.run))
+        const auto daemon = agent::DaemonLock::Holder(context.layout.run);
+        if (!daemon)
             throw NotRunning();
-        if (Clock::now() >= end)
+        if (Clock::now() >= end) {
+            const std::string why = agent::WhyItStands(*daemon, status);
             throw tarsk::Error("cannot wait for the scan any longer",
-                               "it has not ended after " + Shortest(timeout) + " seconds",
+                               "it has not ended after " + Shortest(timeout) + " seconds" +
+                                   (why.empty() ? "" : ": " + why),
                                "see syslogmon status, or give a longer --timeout");
+        }
         std::this_thread::sleep_for(kLook);
     }
+}
+
+void Ask(const Context &context)
+{
+    tarsk::Event::Create(context.layout.run, agent::kScanEvent, false, false)->Set();
+}
+
+// Asks, waits, and looks whether that was enough.
+void ScanToTheEnd(const Context &context, double timeout)
+{
+    context.Open();
+    const agent::FileMarks marks = agent::MarkWatchedFiles(tarsk::HostRegistry());
+    const int64_t asked_ns = agent::BootTimeNs();
+    Ask(context);
+    WaitForPass(context, asked_ns, timeout);
+    std::string unread;
+    for (const std::string &told : agent::WhatIsUnread(tarsk::HostRegistry(), marks))
+        unread += (unread.empty() ? "" : ", and ") + told;
+    if (!unread.empty())
+        throw tarsk::Error("not everything is checked", unread,
+                           "see syslogmon status and syslogmon doctor, then scan again");
 }
 
 int Scan(const Context &context, const ScanOptions &options)
 {
     if (!agent::DaemonLock::Holder(context.layout.run))
         throw NotRunning();
-    const int64_t asked_ns = agent::BootTimeNs();
-    tarsk::Event::Create(context.layout.run, agent::kScanEvent, false, false)->Set();
     if (options.wait)
-        WaitForPass(context, asked_ns, options.timeout);
+        ScanToTheEnd(context, options.timeout);
+    else
+        Ask(context);
     if (context.json)
         PrintJson({{"scan", options.wait ? "done" : "asked"}});
     return kExitDone;
@@ -69,7 +96,8 @@ void SetUpScan(CLI::App &app, Context &context, Action &action)
 {
     auto options = std::make_shared<ScanOptions>();
     app.add_flag("--wait", options->wait,
-                 "Return when everything that was written before the call has been checked");
+                 "Return when everything that was written before the call has been checked; "
+                 "fail when some of it cannot be");
     app.add_option("--timeout", options->timeout, "Seconds to wait at most")
         ->capture_default_str()
         ->type_name("SECONDS")

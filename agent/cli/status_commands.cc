@@ -9,6 +9,7 @@
 #include "agent/common/events.h"
 #include "agent/common/log_files.h"
 #include "agent/common/monitor_settings.h"
+#include "agent/common/sign_of_life.h"
 #include "agent/common/status_file.h"
 
 namespace cli {
@@ -49,10 +50,32 @@ std::string MendingCommand(const StoredEvent &stored)
            ", then syslogmon event add with all its values";
 }
 
-std::string StateText(const std::optional<Status> &status, bool running)
+// The daemon as it shows from outside.
+struct Daemon {
+    bool running = false;
+    std::string stands;           // why it does not do its work; empty: it does
+    std::optional<Status> status; // what it tells, while it is running
+};
+
+Daemon LookAtDaemon(const Context &context)
 {
-    if (!running)
+    Daemon daemon;
+    const auto holder = agent::DaemonLock::Holder(context.layout.run);
+    if (!holder)
+        return daemon;
+    daemon.running = true;
+    daemon.status = agent::ReadStatus(context.layout.run);
+    daemon.stands = agent::WhyItStands(*holder, daemon.status);
+    return daemon;
+}
+
+std::string StateText(const Daemon &daemon)
+{
+    const auto &status = daemon.status;
+    if (!daemon.running)
         return "not running";
+    if (!daemon.stands.empty())
+        return "not working: " + daemon.stands;
     if (!status)
         return "starting";
     std::string text = agent::MonitorStateName(status->state);
@@ -80,11 +103,12 @@ void PrintFiles(const std::vector<WatchedFile> &files)
     table.Print();
 }
 
-void PrintDaemon(const std::optional<Status> &status, bool running)
+void PrintDaemon(const Daemon &daemon)
 {
+    const auto &status = daemon.status;
     Table table({"MONITOR", ""});
-    table.Add({"state", StateText(status, running)});
-    if (running && status) {
+    table.Add({"state", StateText(daemon)});
+    if (status) {
         table.Add({"process", std::to_string(status->pid)});
         table.Add({"running since", agent::LocalTime(status->started_ms)});
         table.Add({"events", std::to_string(status->table_size)});
@@ -94,6 +118,8 @@ void PrintDaemon(const std::optional<Status> &status, bool running)
                                         agent::PassKindName(pass.kind) + ") at " +
                                         agent::LocalTime(pass.began_ms) + ", took " +
                                         Seconds(pass.took_us)});
+        if (!status->watch_problem.empty())
+            table.Add({"watching", status->watch_problem + "; changes are found once in a cycle"});
         if (status->restarts > 0)
             table.Add({"ended by itself",
                        std::to_string(status->restarts) + " times, last: " + status->last_error});
@@ -126,11 +152,21 @@ json ToJson(const agent::PassStatus &pass)
             {"took_us", pass.took_us}};
 }
 
-void PrintAsJson(const std::optional<Status> &status, bool running,
-                 const std::vector<WatchedFile> &files, const std::vector<StoredEvent> &damaged)
+// Null for a text that says nothing.
+json TextOrNull(const std::string &text)
 {
-    json object = {{"running", running}, {"files", json::array()}, {"damaged", json::array()}};
-    if (running && status) {
+    return text.empty() ? json(nullptr) : json(text);
+}
+
+void PrintAsJson(const Daemon &daemon, const std::vector<WatchedFile> &files,
+                 const std::vector<StoredEvent> &damaged)
+{
+    const auto &status = daemon.status;
+    json object = {{"running", daemon.running},
+                   {"stands", TextOrNull(daemon.stands)},
+                   {"files", json::array()},
+                   {"damaged", json::array()}};
+    if (status) {
         object["state"] = agent::MonitorStateName(status->state);
         object["pid"] = status->pid;
         object["started_ms"] = status->started_ms;
@@ -138,6 +174,7 @@ void PrintAsJson(const std::optional<Status> &status, bool running,
         object["last_pass"] = ToJson(status->last_pass);
         object["restarts"] = status->restarts;
         object["last_error"] = status->last_error;
+        object["watch_problem"] = TextOrNull(status->watch_problem);
     }
     for (const WatchedFile &file : files)
         object["files"].push_back(ToJson(file));
@@ -152,14 +189,13 @@ void PrintAsJson(const std::optional<Status> &status, bool running,
 int ShowStatus(const Context &context)
 {
     context.Open();
-    const bool running = agent::DaemonLock::Holder(context.layout.run).has_value();
-    const auto status = agent::ReadStatus(context.layout.run);
+    const Daemon daemon = LookAtDaemon(context);
     const auto files = agent::ReadWatchedFiles(tarsk::HostRegistry());
     const auto damaged = DamagedEvents();
     if (context.json) {
-        PrintAsJson(status, running, files, damaged);
+        PrintAsJson(daemon, files, damaged);
     } else {
-        PrintDaemon(status, running);
+        PrintDaemon(daemon);
         printf("\n");
         PrintFiles(files);
         for (const StoredEvent &stored : damaged)
@@ -168,7 +204,7 @@ int ShowStatus(const Context &context)
                    agent::Printable(stored.id_text).c_str(), stored.problem.c_str(),
                    MendingCommand(stored).c_str());
     }
-    return running ? kExitDone : kExitNotRunning;
+    return daemon.running && daemon.stands.empty() ? kExitDone : kExitNotRunning;
 }
 
 void SetUpStatus(CLI::App &app, Context &context, Action &action)

@@ -373,7 +373,6 @@ void ExplainLine(const Context &context, const TestOptions &options, MonitorModu
 int Test(const Context &context, const TestOptions &options)
 {
     TakeInterruptions();
-    FixTimeZone();
     const RulesCopy rules =
         options.rules.empty() ? HostRules(context, true) : FileRules(context, options.rules);
     RunTrial(context.layout, rules, [&](MonitorModule &module) {

@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <dlfcn.h>
 #include <exception>
 #include <map>
 #include <unistd.h>
@@ -11,6 +10,7 @@
 #include "agent/libtarsk/convert.h"
 #include "agent/libtarsk/error.h"
 #include "agent/libtarsk/host.h"
+#include "agent/libtarsk/owned_handle.h"
 #include "agent/libtarsk/settings.h"
 #include "agent/libtarsk/store.h"
 #include "agent/libtarsk/sync.h"
@@ -23,15 +23,6 @@ namespace cli {
 namespace fs = std::filesystem;
 
 namespace {
-
-template <typename Symbol>
-void Find(void *library, const char *name, Symbol *symbol)
-{
-    *symbol = reinterpret_cast<Symbol>(dlsym(library, name));
-    if (*symbol == nullptr)
-        throw tarsk::Error("cannot use the monitor module", std::string("it has no ") + name,
-                           "install the module and the command of one version");
-}
 
 // A folder that is gone at the end.
 class TemporaryFolder {
@@ -123,31 +114,22 @@ void CopyTree(tarsk::RegistryTree &registry, const std::string &path, RulesCopy 
 
 } // namespace
 
-MonitorModule::MonitorModule(const tarsk::Layout &layout)
-    : library_(dlopen(layout.Library("vkevmon.dll").c_str(), RTLD_NOW | RTLD_LOCAL))
+MonitorModule::MonitorModule(const tarsk::Layout &layout) : library_(layout.Library("vkevmon.dll"))
 {
-    if (library_ == nullptr)
-        throw tarsk::Error("cannot load the monitor module", dlerror(),
-                           "name the install root with --root, or install the package again");
-    Find(library_, "StartThread", &start_thread);
-    Find(library_, "CheckLine", &check_line);
-    Find(library_, "GetSyslogTime", &get_syslog_time);
-    Find(library_, "OnTime", &on_time);
-    Find(library_, "InitFile", &init_file);
-    Find(library_, "FinishFile", &finish_file);
-    Find(library_, "GotoPos", &goto_pos);
-    Find(library_, "GetNextLine", &get_next_line);
-    Find(library_, "FEof", &at_end);
-    Find(library_, "lpVKVMon", &entries);
-    Find(library_, "nCnt", &count);
-    Find(library_, "report_ft", &report_ft);
-    Find(library_, "IsFTServer", &is_fault_tolerant);
-    Find(library_, "pVKMonitorCall", &report);
-}
-
-MonitorModule::~MonitorModule()
-{
-    dlclose(library_);
+    library_.Find("StartThread", &start_thread);
+    library_.Find("CheckLine", &check_line);
+    library_.Find("GetSyslogTime", &get_syslog_time);
+    library_.Find("OnTime", &on_time);
+    library_.Find("InitFile", &init_file);
+    library_.Find("FinishFile", &finish_file);
+    library_.Find("GotoPos", &goto_pos);
+    library_.Find("GetNextLine", &get_next_line);
+    library_.Find("FEof", &at_end);
+    library_.Find("lpVKVMon", &entries);
+    library_.Find("nCnt", &count);
+    library_.Find("report_ft", &report_ft);
+    library_.Find("IsFTServer", &is_fault_tolerant);
+    library_.Find("pVKMonitorCall", &report);
 }
 
 RulesCopy CopyRules(tarsk::RegistryTree &registry, bool with_events)
@@ -167,13 +149,14 @@ void RunTrial(const tarsk::Layout &layout, const RulesCopy &rules,
     const PrivateHost host(layout, rules);
     MonitorModule module(layout);
     std::vector<char> record(kThreadRecordSize);
-    HANDLE stop = CreateEvent(nullptr, TRUE, TRUE, nullptr);
-    HANDLE started = CreateEvent(nullptr, TRUE, FALSE, nullptr);
-    memcpy(record.data() + kThreadStopHandleOffset, &stop, sizeof stop);
-    memcpy(record.data() + kThreadStartupEventOffset, &started, sizeof started);
+    const tarsk::OwnedHandle stop(CreateEvent(nullptr, TRUE, TRUE, nullptr));
+    const tarsk::OwnedHandle started(CreateEvent(nullptr, TRUE, FALSE, nullptr));
+    for (const auto &[offset, handle] : {std::pair(kThreadStopHandleOffset, stop.get()),
+                                         std::pair(kThreadStartupEventOffset, started.get())})
+        memcpy(record.data() + offset, &handle, sizeof handle);
     bool was_loaded = false;
     std::exception_ptr failure;
-    tarsk::SetEventHook(started, [&] {
+    tarsk::SetEventHook(started.get(), [&] {
         was_loaded = true;
         try {
             action(module);
@@ -185,8 +168,6 @@ void RunTrial(const tarsk::Layout &layout, const RulesCopy &rules,
     // time. Its first pass finds no resume points, and checks no line.
     module.start_thread(record.data());
     tarsk::SetEventHook(nullptr, nullptr);
-    CloseHandle(stop);
-    CloseHandle(started);
     if (failure)
         std::rethrow_exception(failure);
     if (!was_loaded)
@@ -212,12 +193,6 @@ LeftOutEvents(tarsk::RegistryTree &registry, const MonitorModule &module)
         }
     }
     return left_out;
-}
-
-void FixTimeZone()
-{
-    setenv("TZ", ":/etc/localtime", 0);
-    tzset();
 }
 
 } // namespace cli

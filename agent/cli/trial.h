@@ -18,6 +18,7 @@
 
 #include "agent/common/events.h"
 #include "agent/libtarsk/layout.h"
+#include "agent/libtarsk/library.h"
 #include "agent/libtarsk/registry_tree.h"
 #include "platform/monitor_entry.h"
 #include "platform/siblings.h"
@@ -31,9 +32,6 @@ class MonitorModule {
   public:
     // Loads it. Throws tarsk::Error.
     explicit MonitorModule(const tarsk::Layout &layout);
-    ~MonitorModule();
-    MonitorModule(const MonitorModule &) = delete;
-    MonitorModule &operator=(const MonitorModule &) = delete;
 
     void (*start_thread)(void *) = nullptr;
     int (*check_line)(char *line, int times) = nullptr;
@@ -51,7 +49,7 @@ class MonitorModule {
     VKMonitorCallFn *report = nullptr; // takes the reports
 
   private:
-    void *library_;
+    tarsk::Library library_;
 };
 
 // The keys of the registry that a trial needs, with all that is below them.
@@ -76,9 +74,6 @@ void RunTrial(const tarsk::Layout &layout, const RulesCopy &rules,
 // The events of the started host that the module has not loaded, each with its source.
 std::vector<std::pair<agent::StoredSource, agent::StoredEvent>>
 LeftOutEvents(tarsk::RegistryTree &registry, const MonitorModule &module);
-
-// What C library functions know of the time zone is kept, which saves a look at a file per line.
-void FixTimeZone();
 
 } // namespace cli
 

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 
 #include "agent/libtarsk/error.h"
+#include "agent/libtarsk/private_file.h"
 
 namespace agent {
 
@@ -28,7 +29,7 @@ std::filesystem::path LockPath(const std::filesystem::path &run_folder)
 } // namespace
 
 DaemonLock::DaemonLock(const std::filesystem::path &run_folder)
-    : fd_(open(LockPath(run_folder).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644))
+    : fd_(tarsk::OpenPrivateFile(LockPath(run_folder), O_RDWR | O_CREAT))
 {
     const std::string path = LockPath(run_folder).string();
     if (fd_.get() < 0)

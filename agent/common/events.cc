@@ -7,6 +7,7 @@
 #include "agent/common/names.h"
 #include "agent/libtarsk/error.h"
 #include "agent/libtarsk/host.h"
+#include "agent/libtarsk/owned_handle.h"
 #include "agent/libtarsk/waitable.h"
 #include "platform/monitor_entry.h"
 #include "platform/registry.h"
@@ -243,28 +244,22 @@ class TableMutex {
     explicit TableMutex(const std::function<void()> &on_wait)
         : mutex_(CreateMutex(nullptr, FALSE, kTableMutex))
     {
-        DWORD result =
-            mutex_ != nullptr ? WaitForSingleObject(mutex_, kToldAfterMs) : WAIT_RESULT_FAILED;
+        DWORD result = mutex_.get() != nullptr ? WaitForSingleObject(mutex_.get(), kToldAfterMs)
+                                               : WAIT_RESULT_FAILED;
         if (result == WAIT_RESULT_TIMEOUT) {
             on_wait();
-            result = WaitForSingleObject(mutex_, INFINITE);
+            result = WaitForSingleObject(mutex_.get(), INFINITE);
         }
-        if (result < WAIT_RESULT_FIRST) {
-            CloseHandle(mutex_);
+        if (result < WAIT_RESULT_FIRST)
             throw tarsk::Error("cannot lock the table of events", "its mutex cannot be used",
                                "make the run-time folder writable, or run as root");
-        }
     }
-    ~TableMutex()
-    {
-        ReleaseMutex(mutex_);
-        CloseHandle(mutex_);
-    }
+    ~TableMutex() { ReleaseMutex(mutex_.get()); }
     TableMutex(const TableMutex &) = delete;
     TableMutex &operator=(const TableMutex &) = delete;
 
   private:
-    HANDLE mutex_;
+    tarsk::OwnedHandle mutex_;
 };
 
 } // namespace

@@ -150,16 +150,14 @@ void Locate(const Key &key, const Slot &slot, WatchedFile *file)
             file->problem = "not looked at yet";
         return;
     }
-    std::vector<fs::path> files = Backups(file->path);
-    files.insert(files.begin(), file->path);
     int64_t newer = 0;
-    for (const fs::path &candidate : files) {
+    for (const fs::path &candidate : RotationSet(file->path)) {
         const auto size = SizeOf(candidate);
         if (size && FirstLine(candidate).rfind(*head_line, 0) == 0) {
             file->resume_file = candidate;
             file->position = position;
-            const int64_t done = *position < 0 ? 0 : EndOfLine(candidate, *position);
-            file->behind = newer + std::max<int64_t>(*size - done, 0);
+            file->done = *position < 0 ? 0 : EndOfLine(candidate, *position);
+            file->behind = newer + std::max<int64_t>(*size - *file->done, 0);
             return;
         }
         newer += size.value_or(0);
@@ -189,6 +187,7 @@ WatchedFile FileMonitor(const Key &key, const std::string &path)
     if (offset && size) {
         file.resume_file = path;
         file.position = offset;
+        file.done = offset;
         file.behind = std::max<int64_t>(*size - *offset, 0);
     } else if (file.problem.empty()) {
         file.problem = "not looked at yet";
@@ -197,6 +196,13 @@ WatchedFile FileMonitor(const Key &key, const std::string &path)
 }
 
 } // namespace
+
+std::vector<fs::path> RotationSet(const fs::path &live)
+{
+    std::vector<fs::path> files = Backups(live);
+    files.insert(files.begin(), live);
+    return files;
+}
 
 std::string WhyUnreadable(const fs::path &path)
 {

@@ -19,6 +19,7 @@ struct WatchedFile {
         resume_file; // the file of the rotation set that holds the resume point, if any
     std::optional<int64_t> position; // byte offset of the last line checked, respectively of the
                                      // first line that is not
+    std::optional<int64_t> done;     // where the first line that is not checked begins
     std::optional<int64_t> behind;   // bytes that are not checked yet
     std::string problem;             // empty: none
 };
@@ -28,6 +29,9 @@ std::vector<WatchedFile> ReadWatchedFiles(tarsk::RegistryTree &registry);
 
 // Their paths alone.
 std::vector<std::filesystem::path> WatchedPaths(tarsk::RegistryTree &registry);
+
+// A watched file and its backups, newest first: the order in which the monitor looks for its place.
+std::vector<std::filesystem::path> RotationSet(const std::filesystem::path &live);
 
 // Why a log cannot be read, as it stands in messages; empty: it can.
 std::string WhyUnreadable(const std::filesystem::path &path);

@@ -5,11 +5,15 @@
 #include <chrono>
 #include <cstring>
 #include <ctime>
+#include <fcntl.h>
 #include <fstream>
+#include <string_view>
+#include <unistd.h>
 
 #include <nlohmann/json.hpp>
 
 #include "agent/libtarsk/error.h"
+#include "agent/libtarsk/private_file.h"
 
 namespace agent {
 
@@ -72,7 +76,23 @@ Status StatusOf(const json &object)
     status.last_pass = PassOf(object.at("last_pass"));
     status.last_full_pass = PassOf(object.at("last_full_pass"));
     status.watch_problem = object.value("watch_problem", "");
+    status.alive_ns = object.value("alive_ns", int64_t{0});
+    status.still_ms = object.value("still_ms", int64_t{0});
     return status;
+}
+
+void WriteWhole(const fs::path &path, std::string_view text)
+{
+    const tarsk::Fd file = tarsk::OpenPrivateFile(path, O_WRONLY | O_CREAT | O_TRUNC);
+    while (file.get() >= 0 && !text.empty()) {
+        const ssize_t written = write(file.get(), text.data(), text.size());
+        if (written < 0 && errno != EINTR)
+            break;
+        text.remove_prefix(written > 0 ? static_cast<size_t>(written) : 0);
+    }
+    if (!text.empty())
+        throw tarsk::Error("cannot write " + path.string(), strerror(errno),
+                           "free some space on its disk");
 }
 
 } // namespace
@@ -104,16 +124,12 @@ void WriteStatus(const fs::path &run_folder, const Status &status)
                          {"table_size", status.table_size},
                          {"last_pass", ToJson(status.last_pass)},
                          {"last_full_pass", ToJson(status.last_full_pass)},
-                         {"watch_problem", status.watch_problem}};
+                         {"watch_problem", status.watch_problem},
+                         {"alive_ns", status.alive_ns},
+                         {"still_ms", status.still_ms}};
     const fs::path path = StatusPath(run_folder);
     const fs::path unfinished = path.string() + ".new";
-    {
-        std::ofstream file(unfinished, std::ios::trunc);
-        file << object.dump(-1, ' ', false, json::error_handler_t::replace) << '\n';
-        if (!file.flush())
-            throw tarsk::Error("cannot write " + unfinished.string(), strerror(errno),
-                               "free some space on its disk");
-    }
+    WriteWhole(unfinished, object.dump(-1, ' ', false, json::error_handler_t::replace) + "\n");
     fs::rename(unfinished, path);
 }
 
@@ -133,6 +149,13 @@ int64_t BootTimeNs()
 {
     timespec now{};
     clock_gettime(CLOCK_BOOTTIME, &now);
+    return (int64_t{now.tv_sec} * 1'000'000'000) + now.tv_nsec;
+}
+
+int64_t UpTimeNs()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
     return (int64_t{now.tv_sec} * 1'000'000'000) + now.tv_nsec;
 }
 

@@ -40,6 +40,8 @@ struct Status {
     PassStatus last_pass;      // of any kind
     PassStatus last_full_pass; // of a kind that reads all files
     std::string watch_problem; // why changes of files are not noticed at once; empty: they are
+    int64_t alive_ns = 0;      // CLOCK_MONOTONIC when the daemon last told; 0: it told no such time
+    int64_t still_ms = 0;      // so long the pass under way had read nothing at that moment
 };
 
 // Throws tarsk::Error when the file cannot be written.
@@ -54,6 +56,8 @@ bool ReadsAllFiles(PassKind kind);
 
 // Nanoseconds of CLOCK_BOOTTIME now.
 int64_t BootTimeNs();
+// Nanoseconds of CLOCK_MONOTONIC now: unlike the one above, it stands while the host is suspended.
+int64_t UpTimeNs();
 // Milliseconds since 1970 now.
 int64_t WallTimeMs();
 

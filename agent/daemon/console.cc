@@ -1,21 +1,61 @@
 #include "agent/daemon/console.h"
 
-#include <cstdio>
+#include <algorithm>
+#include <cerrno>
+#include <poll.h>
+#include <unistd.h>
 
 #include "agent/alerts/alert_store.h"
 #include "agent/common/alert_text.h"
+#include "platform/trace.h"
 
 namespace agent {
 
 namespace {
 
-constexpr int64_t kAtOnce = 1000; // alerts read in one go
+constexpr char kUnit[] = "console";
+
+constexpr int64_t kAtOnce = 100; // alerts read in one go, at most 4 KB each
+// So much can be written without blocking once poll says so (PIPE_BUF).
+constexpr size_t kPiece = 4096;
+// For a reader, when the daemon ends. One that is there takes the rest in less.
+constexpr int kLastPatienceMs = 500;
 
 } // namespace
 
 Console::Console(const std::filesystem::path &store)
-    : database_(store, tarsk::Database::Mode::kReadOnly), printed_(alerts::NewestAlertId(database_))
+    : database_(store, tarsk::Database::Mode::kReadOnly),
+      printed_(alerts::NewestAlertId(database_)), thread_([this] { Run(); })
 {
+}
+
+Console::~Console()
+{
+    stop_ = true;
+    bell_.Ring();
+    thread_.join();
+}
+
+void Console::Run()
+{
+    TraceLogSetThrName("console");
+    for (bool last = false; !last;) {
+        last = stop_; // what is stored by now is printed all the same
+        try {
+            PrintNews();
+        } catch (const std::exception &error) {
+            TRACE(TRACE_SYSTEM, "The alerts are printed later: %s", error.what());
+        }
+        if (!stop_)
+            WaitForBell();
+    }
+}
+
+void Console::WaitForBell() const
+{
+    pollfd bell{bell_.fd(), POLLIN, 0};
+    poll(&bell, 1, -1);
+    bell_.Answer();
 }
 
 void Console::PrintNews()
@@ -23,12 +63,42 @@ void Console::PrintNews()
     for (;;) {
         const auto news = alerts::ReadAlerts(database_, printed_, 0, kAtOnce);
         if (news.empty())
-            break;
-        for (const auto &alert : news)
-            printf("%s\n", agent::AlertLine(alert).c_str());
-        printed_ = news.back().id;
+            return;
+        for (const auto &alert : news) {
+            if (!Print(AlertLine(alert) + "\n"))
+                return;
+            printed_ = alert.id;
+        }
     }
-    fflush(stdout);
+}
+
+// False when nobody reads it at the end, or nobody ever will.
+bool Console::Print(std::string_view text)
+{
+    while (!text.empty()) {
+        if (!WaitForReader())
+            return false;
+        const ssize_t written = write(STDOUT_FILENO, text.data(), std::min(text.size(), kPiece));
+        if (written < 0 && errno != EINTR && errno != EAGAIN)
+            return false;
+        text.remove_prefix(written > 0 ? static_cast<size_t>(written) : 0);
+    }
+    return true;
+}
+
+// Without end while the daemon runs. The bell rings for news, which wait as well, and for the end.
+bool Console::WaitForReader() const
+{
+    for (;;) {
+        const bool at_end = stop_;
+        pollfd waiting[] = {{STDOUT_FILENO, POLLOUT, 0}, {at_end ? -1 : bell_.fd(), POLLIN, 0}};
+        const int ready = poll(waiting, std::size(waiting), at_end ? kLastPatienceMs : -1);
+        if (waiting[0].revents != 0)
+            return true; // or write says what is wrong with it
+        if (ready == 0)
+            return false;
+        bell_.Answer(); // the news are read behind those that wait here
+    }
 }
 
 } // namespace agent

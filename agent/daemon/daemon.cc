@@ -2,30 +2,30 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <poll.h>
-#include <sys/eventfd.h>
-#include <sys/signalfd.h>
+#include <string>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 #include "agent/alerts/deliverer.h"
 #include "agent/common/daemon_lock.h"
 #include "agent/common/log_files.h"
 #include "agent/common/names.h"
-#include "agent/common/status_file.h"
+#include "agent/common/say.h"
 #include "agent/daemon/console.h"
+#include "agent/daemon/doorbell.h"
 #include "agent/daemon/module.h"
 #include "agent/daemon/monitor.h"
 #include "agent/daemon/notify.h"
+#include "agent/daemon/signals.h"
+#include "agent/daemon/status_board.h"
 #include "agent/daemon/trigger.h"
+#include "agent/daemon/vigil.h"
 #include "agent/libtarsk/convert.h"
 #include "agent/libtarsk/error.h"
 #include "agent/libtarsk/host.h"
@@ -52,58 +52,15 @@ static_assert(kFirstPause < kLongestPause, "the pause must be able to grow");
 
 constexpr int kExitAtOnce = 1;
 
-// A counter that one thread raises and another polls for.
-class Doorbell {
-  public:
-    Doorbell() : fd_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
-    {
-        if (fd_.get() < 0)
-            throw tarsk::Error("cannot start the daemon", strerror(errno),
-                               "raise the limit of open files");
-    }
-    void Ring() const
-    {
-        const uint64_t one = 1;
-        if (write(fd_.get(), &one, sizeof one) < 0)
-            return; // it is ringing already
-    }
-    [[nodiscard]] bool Answer() const
-    {
-        uint64_t rings = 0;
-        return read(fd_.get(), &rings, sizeof rings) > 0;
-    }
-    [[nodiscard]] int fd() const { return fd_.get(); }
-
-  private:
-    tarsk::Fd fd_;
-};
-
-// The signals the daemon acts on, blocked in all threads and read here.
-class Signals {
-  public:
-    Signals()
-    {
-        signal(SIGPIPE, SIG_IGN);
-        sigset_t set;
-        sigemptyset(&set);
-        for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGUSR1})
-            sigaddset(&set, number);
-        pthread_sigmask(SIG_BLOCK, &set, nullptr);
-        fd_ = tarsk::Fd(signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC));
-    }
-    // The next signal, or nothing.
-    [[nodiscard]] std::optional<int> Next() const
-    {
-        signalfd_siginfo info{};
-        if (read(fd_.get(), &info, sizeof info) != static_cast<ssize_t>(sizeof info))
-            return std::nullopt;
-        return static_cast<int>(info.ssi_signo);
-    }
-    [[nodiscard]] int fd() const { return fd_.get(); }
-
-  private:
-    tarsk::Fd fd_;
-};
+// Between two looks at the monitor; a watchdog can make it less.
+constexpr Milliseconds kLook{10000};
+// And while the daemon stops. A monitor that does not go on for so long is left behind: one line can
+// keep an expression busy without end. Reading a line takes microseconds, storing a pass a second.
+constexpr Milliseconds kLookAtStop{250};
+constexpr Milliseconds kStopPatience{10000};
+// What the first pass asks of systemd at each look, as long as it goes on.
+constexpr unsigned kStartExtensionSeconds = 60;
+static_assert(Milliseconds(kStartExtensionSeconds * 1000) > 2 * kLook);
 
 // The named events, held open for the life of the daemon: a signal that comes while the monitor is
 // down is there when it starts again.
@@ -129,44 +86,41 @@ class NamedEvents {
     }
 };
 
-// The status, written by both threads.
-class StatusBoard {
-  public:
-    explicit StatusBoard(std::filesystem::path run) : run_(std::move(run))
-    {
-        status_.pid = getpid();
-        status_.version = SYSLOGMON_VERSION;
-        status_.started_ms = WallTimeMs();
-    }
-    template <typename Change>
-    void Update(const Change &change)
-    {
-        const std::lock_guard lock(mutex_);
-        change(status_);
-        try {
-            WriteStatus(run_, status_);
-        } catch (const std::exception &error) {
-            TRACE(TRACE_SYSTEM, "%s", error.what()); // the monitor's work is not touched by it
-        }
-    }
-
-  private:
-    std::mutex mutex_;
-    std::filesystem::path run_;
-    Status status_;
+// What is read of the registry here, all of it before any of it is taken.
+struct AgentSettings {
+    int trace_level;
+    std::string charset;
+    bool fault_tolerant;
+    Milliseconds trigger_interval;
+    std::vector<std::filesystem::path> files;
 };
 
+AgentSettings ReadAgentSettings(tarsk::RegistryTree &registry)
+{
+    const uint32_t level =
+        tarsk::AgentNumber(registry, "TraceLevel").value_or(tarsk::kDefaultTraceLevel);
+    const uint32_t interval =
+        tarsk::AgentNumber(registry, "TriggerInterval").value_or(tarsk::kDefaultTriggerInterval);
+    return {static_cast<int>(std::min<uint32_t>(level, tarsk::kTraceOff)),
+            tarsk::AgentText(registry, "LogCharset").value_or(tarsk::kDefaultLogCharset),
+            tarsk::AgentNumber(registry, "FaultTolerant").value_or(0) != 0,
+            Milliseconds(std::min(interval, tarsk::kMaxTriggerInterval)), WatchedPaths(registry)};
+}
+
+// Nothing in its loop waits: not for the store, which it reads through a connection of its own, not for
+// whoever reads what it prints, not for the monitor.
 class Daemon {
   public:
     explicit Daemon(const DaemonOptions &options)
         : events_(options.layout.run), board_(options.layout.run),
-          module_(options.layout.Library("vkevmon.dll")),
+          module_(options.layout.Library("vkevmon.dll")), store_(options.layout.Store()),
+          registry_(store_),
           trigger_([this] { LookNow(); },
-                   [this](const std::string &problem) { WatchingChanged(problem); }),
-          deliverer_({options.layout, {}})
+                   [this](const std::string &problem) { WatchingChanged(problem); })
     {
         if (options.print_alerts)
             console_.emplace(options.layout.Store());
+        deliverer_.emplace(alerts::DelivererOptions{options.layout, {}});
     }
 
     int Run();
@@ -177,24 +131,32 @@ class Daemon {
     void WaitForNews();
     void TakeSignals();
     void Act(int signal_number);
+    void Stop();
+    void TakeSettings();
     void ReadSettings();
-    void FollowFiles();
+    void TakeCharset(const std::string &charset);
     void LookNow() const;
     void WatchingChanged(const std::string &problem);
-    void FeedWatchdog();
+    void LookAtMonitor();
+    void Publish(const PassStatus &pass, int table_size);
+    void Loop();
+    [[noreturn]] void LeaveMonitorBehind();
     [[nodiscard]] Milliseconds TimeToSleep() const;
 
     Signals signals_;
     NamedEvents events_;
     StatusBoard board_;
     Module module_;
+    tarsk::Store store_;
+    tarsk::RegistryTree registry_;
     Trigger trigger_;
     std::optional<Console> console_;
-    alerts::Deliverer deliverer_;
+    std::optional<alerts::Deliverer> deliverer_;
 
     Doorbell stored_;                            // a pass was committed
     Doorbell ended_;                             // the monitor thread is about to end
     std::atomic<bool> files_may_differ_ = false; // a pass took another file's name
+    std::atomic<bool> is_ready_ = false;         // the first pass is stored
     std::unique_ptr<Monitor> monitor_;
     Clock::time_point started_at_;
     std::optional<Clock::time_point> start_again_at_; // set while pausing
@@ -202,58 +164,56 @@ class Daemon {
     bool stopping_ = false;
     bool restart_wanted_ = false; // to take a setting that is read at a start only
 
-    unsigned watchdog_ms_ = WatchdogPulseMs();
-    int64_t processor_time_ns_ = 0;
-    uint32_t fault_tolerant_ = 0;
-};
+    std::optional<Clock::time_point> read_again_at_; // settings that could not be read
+    Milliseconds read_pause_ = kFirstPause;
+    std::string charset_ = tarsk::kDefaultLogCharset;
+    bool fault_tolerant_ = false;
 
-// The monitor does not start without the key of its table. On a new host nothing is registered yet.
-void CreateTableKey()
-{
-    try {
-        tarsk::HostRegistry().Create(tarsk::kRootKey, kApplicationKey);
-        tarsk::HostStore().CommitPass();
-    } catch (const tarsk::Error &error) {
-        TRACE(TRACE_SYSTEM, "%s", error.what()); // the monitor will say that it cannot start
-        tarsk::HostStore().AbandonPass();
-    }
-}
+    bool has_watchdog_ = WatchdogPulseMs() > 0;
+    Milliseconds look_every_ =
+        has_watchdog_ ? std::min(Milliseconds(WatchdogPulseMs()), kLook) : kLook;
+    Clock::time_point next_look_;
+    Vigil vigil_;
+};
 
 void Daemon::StartMonitor()
 {
-    CreateTableKey();
     start_again_at_.reset();
     started_at_ = Clock::now();
-    processor_time_ns_ = 0;
     board_.Update([](Status &status) {
         status.state = MonitorState::kStarting;
         status.next_start_ms = 0;
     });
     MonitorEvents events;
-    events.started = [this] {
-        board_.Update([this](Status &status) {
-            status.state = MonitorState::kRunning;
-            status.table_size = module_.table().Size();
-        });
-        NotifyReady();
+    events.started = [this](int table_size) {
+        board_.Update([&](Status &status) { status.table_size = table_size; });
     };
-    events.at_rest = [this](const PassStatus &pass, int table_size) {
-        board_.Update([&](Status &status) {
-            status.table_size = table_size;
-            status.last_pass = pass;
-            if (ReadsAllFiles(pass.kind))
-                status.last_full_pass = pass;
-        });
-        NotifyAlive();
-        if (pass.kind == PassKind::kStart || pass.kind == PassKind::kCustomerFile ||
-            pass.kind == PassKind::kFileMonitor)
-            files_may_differ_ = true;
-        stored_.Ring();
-    };
-    events.pulse = NotifyAlive;
-    events.pulse_ms = watchdog_ms_;
+    events.at_rest = [this](const PassStatus &pass, int table_size) { Publish(pass, table_size); };
+    events.pulse_ms = static_cast<DWORD>(look_every_.count());
     events.ended = [this] { ended_.Ring(); };
     monitor_ = std::make_unique<Monitor>(module_, std::move(events));
+    vigil_.Restart();
+}
+
+// On the monitor thread. Whoever waits for the daemon to be ready counts on it that a line which he
+// writes from then on is read: so it is ready when the place is stored from which it reads on.
+void Daemon::Publish(const PassStatus &pass, int table_size)
+{
+    board_.Update([&](Status &status) {
+        if (status.state == MonitorState::kStarting)
+            status.state = MonitorState::kRunning;
+        status.table_size = table_size;
+        status.last_pass = pass;
+        status.still_ms = 0;
+        if (ReadsAllFiles(pass.kind))
+            status.last_full_pass = pass;
+    });
+    if (!is_ready_.exchange(true))
+        NotifyReady();
+    if (pass.kind == PassKind::kStart || pass.kind == PassKind::kCustomerFile ||
+        pass.kind == PassKind::kFileMonitor)
+        files_may_differ_ = true;
+    stored_.Ring();
 }
 
 void Daemon::MonitorEnded()
@@ -275,8 +235,8 @@ void Daemon::MonitorEnded()
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(pause_).count();
     TRACE(TRACE_NOTABLE, "The monitor ended: %s. It is started again in %lld s.", reason.c_str(),
           static_cast<long long>(seconds));
-    fprintf(stderr, "syslogmond: the monitor ended: %s; it is started again in %lld s\n",
-            reason.c_str(), static_cast<long long>(seconds));
+    Say("the monitor ended: " + reason + "; it is started again in " + std::to_string(seconds) +
+        " s");
     board_.Update([&](Status &status) {
         status.state = MonitorState::kPausing;
         status.last_error = reason;
@@ -290,27 +250,48 @@ void Daemon::Act(int signal_number)
 {
     switch (signal_number) {
     case SIGHUP:
-        events_.table->Set();
-        events_.cycle->Set();
-        events_.customer_file->Set();
-        events_.file_monitor->Set();
-        deliverer_.Reload();
+        for (const auto &event : {events_.table, events_.cycle, events_.customer_file,
+                                  events_.file_monitor, events_.settings})
+            event->Set();
+        deliverer_->Reload();
         break;
     case SIGUSR1:
         events_.scan->Set();
         break;
     default:
-        if (stopping_) {
-            // The second time: whoever sends it does not want to wait. The store loses nothing.
-            _exit(kExitAtOnce);
-        }
-        stopping_ = true;
-        NotifyStopping();
-        board_.Update([](Status &status) { status.state = MonitorState::kStopping; });
-        if (monitor_)
-            monitor_->RequestStop();
+        Stop();
         break;
     }
+}
+
+void Daemon::Stop()
+{
+    if (stopping_) {
+        // The second time: whoever sends it does not want to wait. The store loses nothing.
+        _exit(kExitAtOnce);
+    }
+    stopping_ = true;
+    NotifyStopping();
+    board_.Update([](Status &status) { status.state = MonitorState::kStopping; });
+    if (monitor_)
+        monitor_->RequestStop();
+    vigil_.Restart();
+    next_look_ = Clock::now();
+}
+
+// A thread cannot be ended from outside, so the process ends with it. What the pass has written is in
+// no transaction that was committed, and is read again.
+void Daemon::LeaveMonitorBehind()
+{
+    const char told[] = "the monitor has read nothing for so long that the daemon ends without it; "
+                        "its pass is read again at the next start";
+    TRACE(TRACE_NOTABLE, "Stopped: %s", told);
+    Say(told);
+    tarsk::FlushTraceLog();
+    signals_.EndAtOnceWith(kExitAtOnce);
+    deliverer_.reset();
+    console_.reset();
+    _exit(0);
 }
 
 void Daemon::TakeSignals()
@@ -319,31 +300,52 @@ void Daemon::TakeSignals()
         Act(*number);
 }
 
-void Daemon::ReadSettings()
+// A store that cannot be read is read again after a pause; until then the settings are what they were.
+void Daemon::TakeSettings()
 {
-    tarsk::SetTraceLevel(static_cast<int>(std::min<uint32_t>(
-        tarsk::AgentNumber("TraceLevel").value_or(tarsk::kDefaultTraceLevel), tarsk::kTraceOff)));
-    const std::string charset = tarsk::AgentText("LogCharset").value_or(tarsk::kDefaultLogCharset);
-    if (!tarsk::SetLogCharset(charset))
-        TRACE(TRACE_ERROR, "The log's character set %s is not known; the one before is kept.",
-              charset.c_str());
-    const uint32_t fault_tolerant = tarsk::AgentNumber("FaultTolerant").value_or(0);
-    if (fault_tolerant != fault_tolerant_ && monitor_) {
-        restart_wanted_ = true; // the module asks only when it starts
-        monitor_->RequestStop();
+    try {
+        ReadSettings();
+        read_again_at_.reset();
+        read_pause_ = kFirstPause;
+    } catch (const tarsk::Error &error) {
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(read_pause_).count();
+        const std::string told = std::string("the settings cannot be read: ") + error.what() +
+                                 "; they are read again in " + std::to_string(seconds) + " s";
+        TRACE(TRACE_SYSTEM, "%s", told.c_str());
+        Say(told);
+        read_again_at_ = Clock::now() + read_pause_;
+        read_pause_ = std::min(read_pause_ * 2, kLongestPause);
     }
-    fault_tolerant_ = fault_tolerant;
-    FollowFiles();
 }
 
 // The files are read from the registry after the monitor has taken their names, so both follow the
 // same ones.
-void Daemon::FollowFiles()
+void Daemon::ReadSettings()
 {
-    const uint32_t interval =
-        tarsk::AgentNumber("TriggerInterval").value_or(tarsk::kDefaultTriggerInterval);
-    trigger_.Follow(WatchedPaths(tarsk::HostRegistry()),
-                    Milliseconds(std::min(interval, tarsk::kMaxTriggerInterval)));
+    AgentSettings settings = ReadAgentSettings(registry_);
+    tarsk::SetTraceLevel(settings.trace_level);
+    TakeCharset(settings.charset);
+    if (settings.fault_tolerant != fault_tolerant_ && monitor_) {
+        restart_wanted_ = true; // the module asks only when it starts
+        monitor_->RequestStop();
+    }
+    fault_tolerant_ = settings.fault_tolerant;
+    trigger_.Follow(std::move(settings.files), settings.trigger_interval);
+}
+
+// The table holds its keywords in the character set of the log: it is loaded again.
+void Daemon::TakeCharset(const std::string &charset)
+{
+    if (charset == charset_)
+        return;
+    if (!tarsk::SetLogCharset(charset)) {
+        TRACE(TRACE_ERROR, "The log's character set %s is not known; the one before is kept.",
+              charset.c_str());
+        return;
+    }
+    charset_ = charset;
+    if (monitor_)
+        events_.table->Set();
 }
 
 // A monitor that starts reads everything anyway.
@@ -360,31 +362,36 @@ void Daemon::WatchingChanged(const std::string &problem)
     } else {
         const std::string text = problem + "; until then, changes are found once in a cycle";
         TRACE(TRACE_SYSTEM, "%s", text.c_str());
-        fprintf(stderr, "syslogmond: %s\n", text.c_str());
+        Say(text);
     }
     board_.Update([&](Status &status) { status.watch_problem = problem; });
 }
 
-// While the monitor waits, it feeds the watchdog itself. In a pass, it is alive as long as it uses
-// the processor: a pass over gigabytes is no reason to be killed, one that hangs is.
-void Daemon::FeedWatchdog()
+// The watchdog is fed here alone, so it hears of a main loop that hangs; and only while the monitor goes
+// on, pulse by pulse in its wait and line by line in a pass: a pass over gigabytes is no reason to be
+// killed, one that hangs is.
+void Daemon::LookAtMonitor()
 {
-    if (!monitor_) {
-        NotifyAlive(); // pausing
-        return;
-    }
-    const int64_t used = monitor_->ProcessorTimeNs();
-    if (used != processor_time_ns_)
+    next_look_ = Clock::now() + (stopping_ ? std::min(kLookAtStop, look_every_) : look_every_);
+    const bool has_gone_on = !monitor_ || vigil_.Look(monitor_->SignsOfLife());
+    if (stopping_ && monitor_ && vigil_.Still() >= kStopPatience)
+        LeaveMonitorBehind();
+    const int64_t still_ms = has_gone_on ? 0 : vigil_.Still().count();
+    board_.Update([&](Status &status) {
+        status.alive_ns = UpTimeNs();
+        status.still_ms = still_ms;
+    });
+    if (has_watchdog_ && has_gone_on)
         NotifyAlive();
-    processor_time_ns_ = used;
+    if (!is_ready_ && monitor_ && has_gone_on)
+        NotifyStartTakesLonger(kStartExtensionSeconds);
 }
 
 Milliseconds Daemon::TimeToSleep() const
 {
-    Milliseconds longest = std::chrono::hours(1);
-    if (watchdog_ms_ > 0)
-        longest = Milliseconds(watchdog_ms_);
-    for (const auto &moment : {start_again_at_, trigger_.Next()}) {
+    Milliseconds longest = look_every_;
+    for (const auto &moment :
+         {std::optional(next_look_), start_again_at_, read_again_at_, trigger_.Next()}) {
         if (!moment)
             continue;
         const auto left = std::chrono::ceil<Milliseconds>(*moment - Clock::now());
@@ -412,46 +419,47 @@ void Daemon::WaitForNews()
     trigger_.Work((waiting[5].revents & POLLIN) != 0, (waiting[6].revents & POLLPRI) != 0);
 }
 
-int Daemon::Run()
+void Daemon::Loop()
 {
-    ReadSettings();
-    StartMonitor();
     while (!stopping_ || monitor_) {
         WaitForNews();
         TakeSignals();
-        if (events_.settings->TryTake())
-            ReadSettings();
+        const bool read_again = read_again_at_ && Clock::now() >= *read_again_at_;
+        const bool changed = events_.settings->TryTake();
+        if (files_may_differ_.exchange(false) || changed || read_again)
+            TakeSettings();
         if (stored_.Answer()) {
-            deliverer_.Wake();
+            deliverer_->Wake();
             if (console_)
-                console_->PrintNews();
+                console_->Wake();
         }
-        if (files_may_differ_.exchange(false))
-            FollowFiles();
         if (ended_.Answer())
             MonitorEnded();
         if (start_again_at_ && !stopping_ && Clock::now() >= *start_again_at_)
             StartMonitor();
-        if (watchdog_ms_ > 0)
-            FeedWatchdog();
+        if (Clock::now() >= next_look_)
+            LookAtMonitor();
     }
-    if (console_)
-        console_->PrintNews();
-    return 0;
 }
 
-// Without TZ, the C library looks at /etc/localtime again for every line it converts a time of.
-void FixTimeZone()
+int Daemon::Run()
 {
-    setenv("TZ", ":/etc/localtime", 0);
-    tzset();
+    try {
+        ReadSettings();
+        StartMonitor();
+        Loop();
+    } catch (...) {
+        signals_.EndAtOnceWith(kExitAtOnce); // while what was started ends
+        throw;
+    }
+    signals_.EndAtOnceWith(kExitAtOnce);
+    return 0;
 }
 
 } // namespace
 
 int RunDaemon(const DaemonOptions &options)
 {
-    FixTimeZone();
     options.layout.CreateFolders();
     const DaemonLock only_one(options.layout.run);
     tarsk::StartHost(options.layout, tarsk::Role::kDaemon);

@@ -1,9 +1,11 @@
 // syslogmond: the syslog monitor as a daemon.
-#include <cstdio>
 #include <exception>
+#include <new>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
+#include "agent/common/say.h"
 #include "agent/daemon/daemon.h"
 #include "agent/libtarsk/layout.h"
 
@@ -34,14 +36,41 @@ int Run(int argc, char **argv)
     return agent::RunDaemon(options);
 }
 
+void SayWhatFailed(const std::exception_ptr &failure) noexcept
+{
+    try {
+        std::rethrow_exception(failure);
+    } catch (const std::bad_alloc &) {
+        agent::Say(
+            "cannot go on: there is no memory left; raise the limit of the process's memory, "
+            "or end something else");
+    } catch (const std::exception &error) {
+        agent::Say(error.what());
+    } catch (...) {
+        agent::Say("cannot go on: unknown failure; this is a fault of the program, report it");
+    }
+}
+
+// For a failure that nothing on its thread can deal with: memory has run out in the middle of a pass,
+// for one. What the pass has written was not committed.
+[[noreturn]] void EndWithAMessage()
+{
+    if (const std::exception_ptr failure = std::current_exception())
+        SayWhatFailed(failure);
+    else
+        agent::Say("cannot go on; this is a fault of the program, report it");
+    _exit(kExitFailed);
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
+    std::set_terminate(EndWithAMessage);
     try {
         return Run(argc, argv);
-    } catch (const std::exception &error) {
-        fprintf(stderr, "syslogmond: %s\n", error.what());
+    } catch (const std::exception &) {
+        SayWhatFailed(std::current_exception());
         return kExitFailed;
     }
 }

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "agent/libtarsk/hit_counters.h"
+#include "agent/libtarsk/library.h"
 #include "platform/types.h"
 
 namespace agent {
@@ -23,7 +24,7 @@ class Module {
     [[nodiscard]] const tarsk::ModuleTable &table() const { return table_; }
 
   private:
-    HMODULE library_;
+    tarsk::Library library_;
     void (*start_thread_)(void *) = nullptr;
     BOOL (*dll_main_)(HMODULE, DWORD) = nullptr;
     tarsk::ModuleTable table_;

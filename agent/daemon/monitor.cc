@@ -1,8 +1,7 @@
 #include "agent/daemon/monitor.h"
 
 #include <cstring>
-#include <ctime>
-#include <pthread.h>
+#include <utility>
 
 #include "agent/common/names.h"
 #include "agent/libtarsk/error.h"
@@ -53,18 +52,25 @@ HANDLE NewEvent()
 
 } // namespace
 
+HostHooks::~HostHooks()
+{
+    tarsk::SetWaitHooks({});
+    tarsk::SetEventHook(nullptr, nullptr);
+}
+
 Monitor::Monitor(Module &module, MonitorEvents events)
     : module_(module), events_(std::move(events)), record_(kThreadRecordSize), stop_(NewEvent()),
-      started_(NewEvent()), counters_(tarsk::HostStore())
+      started_(NewEvent())
 {
-    memcpy(record_.data() + kThreadStopHandleOffset, &stop_, sizeof stop_);
-    memcpy(record_.data() + kThreadStartupEventOffset, &started_, sizeof started_);
+    for (const auto &[offset, handle] : {std::pair(kThreadStopHandleOffset, stop_.get()),
+                                         std::pair(kThreadStartupEventOffset, started_.get())})
+        memcpy(record_.data() + offset, &handle, sizeof handle);
     tarsk::SetModuleTable(module.table());
-    tarsk::SetEventHook(started_, [this] { TableIsLoaded(); });
+    tarsk::SetEventHook(started_.get(), [this] { TableIsLoaded(); });
     tarsk::WaitHooks hooks;
     hooks.at_rest = [this] { return AtRest(); };
     hooks.woken = [this](DWORD result, const std::string &name) { Woken(result, name); };
-    hooks.pulse = events_.pulse;
+    hooks.pulse = [this] { ++pulses_; };
     hooks.pulse_ms = events_.pulse_ms;
     tarsk::SetWaitHooks(std::move(hooks));
     thread_ = std::thread([this] { Run(); });
@@ -74,33 +80,25 @@ Monitor::~Monitor()
 {
     RequestStop();
     thread_.join();
-    tarsk::SetWaitHooks({});
-    tarsk::SetEventHook(nullptr, nullptr);
-    CloseHandle(stop_);
-    CloseHandle(started_);
 }
 
 void Monitor::RequestStop()
 {
     stop_requested_ = true;
-    SetEvent(stop_);
+    SetEvent(stop_.get());
 }
 
-int64_t Monitor::ProcessorTimeNs()
+uint64_t Monitor::SignsOfLife() const
 {
-    clockid_t clock{};
-    timespec used{};
-    if (pthread_getcpuclockid(thread_.native_handle(), &clock) != 0 ||
-        clock_gettime(clock, &used) != 0)
-        return 0;
-    return (int64_t{used.tv_sec} * 1'000'000'000) + used.tv_nsec;
+    return tarsk::SignsOfLife() + pulses_;
 }
 
 void Monitor::Run()
 {
     tarsk::ForgetTracedError();
     pass_ = BeginPass(1, PassKind::kStart);
-    module_.StartThread(record_.data());
+    if (Prepare())
+        module_.StartThread(record_.data());
     // Nothing is written after the last rest but by a life that failed: its pass does not count.
     tarsk::HostStore().AbandonPass();
     if (reason_.empty())
@@ -109,19 +107,33 @@ void Monitor::Run()
     events_.ended();
 }
 
+// The monitor does not start without the key of its table. On a new host nothing is registered yet.
+bool Monitor::Prepare()
+{
+    try {
+        tarsk::HostRegistry().Create(tarsk::kRootKey, kApplicationKey);
+        tarsk::HostStore().CommitPass();
+        counters_.emplace(tarsk::HostStore());
+        return true;
+    } catch (const std::exception &error) {
+        Break(error);
+        return false;
+    }
+}
+
 // The module is at rest: the moment to give the entries their hits back. When that fails, no pass
 // of this life may be stored, or the hits would be lost.
 void Monitor::TableIsLoaded()
 {
     try {
-        counters_.Restore(module_.table());
-        events_.started();
-    } catch (const tarsk::Error &error) {
+        counters_->Restore(module_.table());
+        events_.started(module_.table().Size());
+    } catch (const std::exception &error) {
         Break(error);
     }
 }
 
-void Monitor::Break(const tarsk::Error &error)
+void Monitor::Break(const std::exception &error)
 {
     TRACE(TRACE_SYSTEM, "%s", error.what());
     reason_ = error.what();
@@ -131,7 +143,7 @@ void Monitor::StorePass()
 {
     if (!reason_.empty())
         throw tarsk::Error(reason_);
-    counters_.Save(module_.table());
+    counters_->Save(module_.table());
     tarsk::HostStore().CommitPass();
 }
 
@@ -139,7 +151,7 @@ bool Monitor::AtRest()
 {
     try {
         StorePass();
-    } catch (const tarsk::Error &error) {
+    } catch (const std::exception &error) {
         Break(error);
         tarsk::HostStore().AbandonPass();
         return false;

@@ -1,6 +1,8 @@
 // One life of the monitor: the module's StartThread on a thread of its own, and what the host does
 // when the module is at rest.
 //
+// Whatever of it waits for the store, waits on the monitor thread.
+//
 // At each rest, on the monitor thread: the hit counters are saved, the pass is committed, the
 // status is published. When the pass cannot be stored, it is rolled back and the wait reports the
 // stop handle: the module ends, and the next life reads everything of the broken pass again.
@@ -8,25 +10,34 @@
 #define AGENT_DAEMON_MONITOR_H
 
 #include <atomic>
+#include <exception>
 #include <functional>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "agent/common/status_file.h"
 #include "agent/daemon/module.h"
-#include "agent/libtarsk/error.h"
+#include "agent/libtarsk/owned_handle.h"
 #include "platform/types.h"
 
 namespace agent {
 
 // What the daemon wants to hear from the monitor. All are called on the monitor thread.
 struct MonitorEvents {
-    std::function<void()> started; // the table is loaded, the loop begins
+    std::function<void(int table_size)> started; // the table is loaded, the first pass begins
     std::function<void(const PassStatus &, int table_size)> at_rest; // a pass was committed
-    std::function<void()> pulse;                                     // now and then during a wait
-    DWORD pulse_ms = 0;
-    std::function<void()> ended; // the thread is about to end
+    std::function<void()> ended;                                     // the thread is about to end
+    DWORD pulse_ms = 0; // so often a monitor that waits shows that it is alive
+};
+
+// The hooks into the host, taken away at the end of its life.
+struct HostHooks {
+    HostHooks() = default;
+    ~HostHooks();
+    HostHooks(const HostHooks &) = delete;
+    HostHooks &operator=(const HostHooks &) = delete;
 };
 
 class Monitor {
@@ -40,30 +51,34 @@ class Monitor {
     void RequestStop();
     [[nodiscard]] bool StopWasRequested() const { return stop_requested_; }
 
-    // Processor time that its thread has used, in nanoseconds. It grows while a pass makes
-    // progress.
-    [[nodiscard]] int64_t ProcessorTimeNs();
+    // Another number after each step of a pass, and after each pulse of a wait. The same one: it
+    // has come no further.
+    [[nodiscard]] uint64_t SignsOfLife() const;
 
     // Why it ended, when nobody asked: empty while nothing is known.
     [[nodiscard]] const std::string &reason() const { return reason_; } // after `ended`
 
   private:
     void Run();
+    bool Prepare();
     bool AtRest();
     void Woken(DWORD result, const std::string &name);
     void TableIsLoaded();
     void StorePass();
-    void Break(const tarsk::Error &error);
+    void Break(const std::exception &error);
 
     Module &module_;
     MonitorEvents events_;
     std::vector<char> record_;
-    HANDLE stop_ = nullptr;
-    HANDLE started_ = nullptr;
-    tarsk::HitCounters counters_;
+    tarsk::OwnedHandle stop_;
+    tarsk::OwnedHandle started_;
+    std::optional<tarsk::HitCounters>
+        counters_; // of the monitor thread, as all that reads the store
     PassStatus pass_;
     std::string reason_;
     std::atomic<bool> stop_requested_ = false;
+    std::atomic<uint64_t> pulses_ = 0;
+    HostHooks hooks_;
     std::thread thread_;
 };
 

@@ -11,19 +11,14 @@ void NotifyReady()
     sd_notify(0, "READY=1");
 }
 
-void NotifyReloading()
-{
-    sd_notify(0, "RELOADING=1");
-}
-
 void NotifyStopping()
 {
     sd_notify(0, "STOPPING=1");
 }
 
-void NotifyStatus(const std::string &text)
+void NotifyStartTakesLonger(unsigned seconds)
 {
-    sd_notify(0, ("STATUS=" + text).c_str());
+    sd_notifyf(0, "EXTEND_TIMEOUT_USEC=%u000000", seconds);
 }
 
 void NotifyAlive()

@@ -2,14 +2,12 @@
 #ifndef AGENT_DAEMON_NOTIFY_H
 #define AGENT_DAEMON_NOTIFY_H
 
-#include <string>
-
 namespace agent {
 
 void NotifyReady();
-void NotifyReloading();
+// The start goes on and may take so much longer from now on.
+void NotifyStartTakesLonger(unsigned seconds);
 void NotifyStopping();
-void NotifyStatus(const std::string &text);
 void NotifyAlive();
 
 // How often the watchdog must hear NotifyAlive, in milliseconds: a third of its limit. 0: no

@@ -1,14 +1,21 @@
 #include "agent/libtarsk/layout.h"
 
+#include <string_view>
 #include <system_error>
 
-#include "agent/libtarsk/error.h"
+#include "agent/libtarsk/private_file.h"
 
 namespace tarsk {
 
 namespace fs = std::filesystem;
 
 namespace {
+
+// How the names of the files begin that the agent makes in each folder.
+constexpr std::string_view kStateNames[] = {"agent.db"};
+constexpr std::string_view kRunNames[] = {"syslogmond.lock", "status.json",     "Agent_",
+                                          "Eventlog_",       "Driving_Syslog_", "EVENTLOG_SEMA"};
+constexpr std::string_view kLogNames[] = {"trace."};
 
 // The root of the tree in whose bin folder this program lies, or nothing.
 fs::path RootOfProgram()
@@ -41,13 +48,9 @@ Layout Layout::Find()
 
 void Layout::CreateFolders() const
 {
-    for (const fs::path &folder : {state, run, log}) {
-        std::error_code failed;
-        fs::create_directories(folder, failed);
-        if (failed)
-            throw StoreError("cannot create the folder " + folder.string(), failed.message(),
-                             "run as root, or name a folder of your own with --root");
-    }
+    CreatePrivateFolder(state, kStateNames);
+    CreatePrivateFolder(run, kRunNames);
+    CreatePrivateFolder(log, kLogNames);
 }
 
 } // namespace tarsk

@@ -32,7 +32,8 @@ struct Layout {
     // lies, or else the packaged installation.
     static Layout Find();
 
-    // Creates the folders for store, run time and trace. Throws StoreError when one cannot be made.
+    // Creates the folders for store, run time and trace, for this user alone. Those of an earlier
+    // version that others may read are put right. Throws StoreError when one cannot be made.
     void CreateFolders() const;
 };
 

@@ -12,20 +12,20 @@ const char *const kAgentSettingsEvent = "Agent_Settings_Event";
 
 namespace {
 
-std::optional<RegValue> AgentValue(const std::string &name, uint32_t type)
+std::optional<RegValue> AgentValue(RegistryTree &registry, const std::string &name, uint32_t type)
 {
-    const auto key = HostRegistry().Find(kRootKey, kAgentKey);
+    const auto key = registry.Find(kRootKey, kAgentKey);
     if (!key)
         return std::nullopt;
-    auto value = HostRegistry().Get(*key, name);
+    auto value = registry.Get(*key, name);
     return value && value->type == type ? value : std::nullopt;
 }
 
 } // namespace
 
-std::optional<uint32_t> AgentNumber(const std::string &name)
+std::optional<uint32_t> AgentNumber(RegistryTree &registry, const std::string &name)
 {
-    const auto value = AgentValue(name, REG_DWORD);
+    const auto value = AgentValue(registry, name, REG_DWORD);
     uint32_t number = 0;
     if (!value || value->data.size() != sizeof number)
         return std::nullopt;
@@ -33,12 +33,22 @@ std::optional<uint32_t> AgentNumber(const std::string &name)
     return number;
 }
 
-std::optional<std::string> AgentText(const std::string &name)
+std::optional<std::string> AgentText(RegistryTree &registry, const std::string &name)
 {
-    const auto value = AgentValue(name, REG_SZ);
+    const auto value = AgentValue(registry, name, REG_SZ);
     if (!value)
         return std::nullopt;
     return TextOf(*value);
+}
+
+std::optional<uint32_t> AgentNumber(const std::string &name)
+{
+    return AgentNumber(HostRegistry(), name);
+}
+
+std::optional<std::string> AgentText(const std::string &name)
+{
+    return AgentText(HostRegistry(), name);
 }
 
 } // namespace tarsk

@@ -15,6 +15,8 @@
 #include <optional>
 #include <string>
 
+#include "agent/libtarsk/registry_tree.h"
+
 namespace tarsk {
 
 extern const char *const kAgentKey; // below HKEY_LOCAL_MACHINE
@@ -27,7 +29,11 @@ constexpr uint32_t kDefaultTriggerInterval = 1000; // milliseconds
 constexpr uint32_t kMaxTriggerInterval = 3600 * 1000;
 constexpr char kDefaultLogCharset[] = "UTF-8";
 
-// A value of the agent's key in the started host, or nothing when it is missing or of another type.
+// A value of the agent's key, or nothing when it is missing or of another type.
+std::optional<uint32_t> AgentNumber(RegistryTree &registry, const std::string &name);
+std::optional<std::string> AgentText(RegistryTree &registry, const std::string &name);
+
+// The same in the registry of the started host.
 std::optional<uint32_t> AgentNumber(const std::string &name);
 std::optional<std::string> AgentText(const std::string &name);
 

@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
+#include <fcntl.h>
 #include <memory>
 #include <mutex>
 #include <pthread.h>
@@ -13,6 +14,7 @@
 #include <spdlog/spdlog.h>
 
 #include "agent/libtarsk/error.h"
+#include "agent/libtarsk/private_file.h"
 #include "platform/trace.h"
 
 namespace tarsk {
@@ -34,6 +36,9 @@ constexpr size_t kPlaces =
 
 std::atomic<int> threshold{kTraceOff};
 std::atomic<int> wanted_level{1};
+
+// Grows with each record of detail that is asked for, written or not.
+std::atomic<uint64_t> signs_of_life{0};
 
 std::mutex state; // guards what follows
 std::shared_ptr<spdlog::logger> logger;
@@ -122,14 +127,40 @@ void MakeOneLine(char *text)
     }
 }
 
+// Each file is made before it is opened, since the one who opens it would leave its mode to the umask.
+// A reason why it cannot be made is told by the one who opens it.
+spdlog::file_event_handlers PrivateFiles()
+{
+    spdlog::file_event_handlers handlers;
+    handlers.before_open = [](const spdlog::filename_t &name) {
+        const Fd made = OpenPrivateFile(name, O_WRONLY | O_CREAT);
+    };
+    return handlers;
+}
+
+void MakeOlderFilesPrivate(const std::filesystem::path &path)
+{
+    for (size_t i = 1; i <= kOlderFiles; ++i)
+        MakePrivate(spdlog::sinks::rotating_file_sink_mt::calc_filename(path.string(), i));
+}
+
+// Only the thread of the monitor traces detail, with each line that it reads. Not an atomic addition,
+// which would cost more than the rest of a record that is not written: a lost one does not matter.
+void ShowLife()
+{
+    signs_of_life.store(signs_of_life.load(std::memory_order_relaxed) + 1,
+                        std::memory_order_relaxed);
+}
+
 } // namespace
 
 void OpenTraceLog(const std::filesystem::path &path)
 {
     std::shared_ptr<spdlog::logger> opened;
     try {
-        auto sink = std::make_shared<spdlog::sinks::rotating_file_sink_mt>(path.string(),
-                                                                           kFileBytes, kOlderFiles);
+        MakeOlderFilesPrivate(path);
+        auto sink = std::make_shared<spdlog::sinks::rotating_file_sink_mt>(
+            path.string(), kFileBytes, kOlderFiles, false, PrivateFiles());
         opened = std::make_shared<spdlog::logger>("trace", std::move(sink));
     } catch (const spdlog::spdlog_ex &error) {
         throw StoreError("cannot write the trace log " + path.string(), error.what(),
@@ -177,6 +208,11 @@ void FlushTraceLog()
         logger->flush();
 }
 
+uint64_t SignsOfLife()
+{
+    return signs_of_life.load(std::memory_order_relaxed);
+}
+
 std::string LastTracedError()
 {
     const std::lock_guard lock(state);
@@ -197,6 +233,8 @@ extern "C" {
 
 int TraceLog(int level, const char *unit, const char *function, int line, const char *format, ...)
 {
+    if (level == TRACE_DETAIL)
+        ShowLife();
     const bool is_wanted = level >= threshold.load(std::memory_order_relaxed);
     if (!is_wanted && !SaysWhyItEnded(level))
         return 0;
@@ -209,9 +247,9 @@ int TraceLog(int level, const char *unit, const char *function, int line, const 
     vsnprintf(text, sizeof text, format, arguments); // NOLINT(clang-analyzer-valist.Uninitialized)
     va_end(arguments);
     MakeOneLine(text);
-    if (SaysWhyItEnded(level))
-        last_error = text;
     try {
+        if (SaysWhyItEnded(level))
+            last_error = text;
         if (!is_wanted || !MayWrite(level, unit, function, line))
             return 0;
         Write(level, unit, function, line, text);

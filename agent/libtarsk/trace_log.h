@@ -8,6 +8,7 @@
 #ifndef AGENT_LIBTARSK_TRACE_LOG_H
 #define AGENT_LIBTARSK_TRACE_LOG_H
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 
@@ -16,7 +17,7 @@ namespace tarsk {
 // Nothing is written: higher than every level.
 constexpr int kTraceOff = 4;
 
-// Opens the log. Throws StoreError when the file cannot be written.
+// Opens the log, for this user alone. Throws StoreError when the file cannot be written.
 void OpenTraceLog(const std::filesystem::path &path);
 
 // Flushes and closes it; records are dropped from then on.
@@ -31,6 +32,11 @@ const char *TraceLevelName(int level);
 
 // Writes what is buffered. The monitor is at rest when this is called.
 void FlushTraceLog();
+
+// Another number whenever the monitor has gone on: it traces detail with each line that it reads, and
+// with each step of its other work. Equal numbers mean that it waits, or that one line, one system
+// call or the store keeps it busy.
+uint64_t SignsOfLife();
 
 // The text of the last record of level error or system, for telling why the monitor ended.
 std::string LastTracedError();

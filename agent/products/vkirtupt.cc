@@ -5,6 +5,7 @@
 // up.
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "agent/libtarsk/c_boundary.h"
 #include "agent/libtarsk/host.h"
@@ -38,6 +39,15 @@ void FreeList(Product *list)
     }
 }
 
+// A list that is being made, and is freed when that fails.
+struct ProductList {
+    Product *first = nullptr;
+    ProductList() = default;
+    ~ProductList() { FreeList(first); }
+    ProductList(const ProductList &) = delete;
+    ProductList &operator=(const ProductList &) = delete;
+};
+
 int32_t StateOf(const std::string &name)
 {
     uint32_t state = kProductStateOpened;
@@ -51,8 +61,8 @@ Product *ReadList()
     const auto key = tarsk::HostRegistry().Find(tarsk::kRootKey, kAlertReportKey);
     if (!key)
         return nullptr;
-    Product *list = nullptr;
-    Product **end = &list;
+    ProductList list;
+    Product **end = &list.first;
     for (const std::string &name : tarsk::HostRegistry().SubKeys(*key)) {
         auto product = std::make_unique<Product>();
         memcpy(product->name, name.c_str(), name.size() + 1);
@@ -60,7 +70,7 @@ Product *ReadList()
         *end = product.release();
         end = &(*end)->next;
     }
-    return list;
+    return std::exchange(list.first, nullptr);
 }
 
 } // namespace

@@ -132,6 +132,49 @@ TEST_F(StatusCommand, ShowsWhatTheDaemonTells)
         EXPECT_NE(std::string::npos, text.find(line)) << line << text;
 }
 
+TEST_F(StatusCommand, SaysWhyFilesAreNotWatched)
+{
+    Child daemon(Helper(Root(), {"answer-scans"}));
+    ASSERT_EQ("running", daemon.ReadLine());
+    EXPECT_EQ(json(nullptr), Json({"status"})["watch_problem"]);
+    agent::Status told;
+    told.pid = daemon.pid();
+    told.watch_problem = "no inotify instance is left";
+    agent::WriteStatus(Layout().run, told);
+    EXPECT_EQ(told.watch_problem, Json({"status"})["watch_problem"]);
+    EXPECT_NE(std::string::npos,
+              Syslogmon({"status"})
+                  .out.find("\nwatching\tno inotify instance is left; changes are "
+                            "found once in a cycle\n"));
+}
+
+TEST_F(StatusCommand, ADaemonThatGivesNoSignOfLifeIsNotCalledRunning)
+{
+    Child daemon(Helper(Root(), {"answer-scans"}));
+    ASSERT_EQ("running", daemon.ReadLine());
+    constexpr int64_t kSecond = 1'000'000'000;
+    agent::Status told;
+    told.pid = daemon.pid();
+    told.state = agent::MonitorState::kRunning;
+    const auto publish = [&](int64_t silent_s, int64_t still_s) {
+        told.alive_ns = agent::UpTimeNs() - (silent_s * kSecond);
+        told.still_ms = still_s * 1000;
+        agent::WriteStatus(Layout().run, told);
+        return Syslogmon({"status"});
+    };
+    EXPECT_EQ(0U, publish(15, 15).out.find("state\trunning\n"));
+    const test::Finished silent = publish(3600, 0);
+    EXPECT_EQ(3, silent.status);
+    EXPECT_EQ(0U, silent.out.find("state\tnot working: it has given no sign of life for 36"))
+        << silent.out;
+    const test::Finished still = publish(0, 70);
+    EXPECT_EQ(3, still.status);
+    EXPECT_EQ(0U, still.out.find("state\tnot working: its pass has read nothing for 7"))
+        << still.out;
+    told.pid = 1; // what an earlier daemon left
+    EXPECT_EQ(0, publish(3600, 0).status);
+}
+
 TEST_F(StatusCommand, ADaemonThatHasToldNothingYetIsStarting)
 {
     Child daemon(Helper(Root(), {"hold-daemon-lock"}));
@@ -273,10 +316,33 @@ TEST_F(StatusCommand, ScanWithWaitReturnsBehindAPassThatBeganAfterTheCall)
     Child daemon(Helper(Root(), {"answer-scans"}));
     ASSERT_EQ("running", daemon.ReadLine());
     for (int i = 1; i <= 3; ++i) {
-        ExpectDone({"scan", "--wait", "--timeout", "20"});
+        EXPECT_EQ(0, InPrivateVarLog({"scan", "--wait", "--timeout", "20"}).status);
         EXPECT_EQ(i, agent::ReadStatus(Layout().run)->last_full_pass.number);
     }
-    EXPECT_EQ((json{{"version", 1}, {"scan", "done"}}), Json({"scan", "--wait"}));
+    EXPECT_EQ((json{{"version", 1}, {"scan", "done"}}),
+              json::parse(InPrivateVarLog({"--json", "scan", "--wait"}).out));
+}
+
+// The helper ends its passes without reading anything.
+TEST_F(StatusCommand, ScanWithWaitFailsAndNamesEachFileWhoseLinesAreUnread)
+{
+    Child daemon(Helper(Root(), {"answer-scans"}));
+    ASSERT_EQ("running", daemon.ReadLine());
+    WriteLog("messages.1", "first line\nsecond line\n");
+    WriteLog("messages", "");
+    StoreResumePoint("", "first line", 0);
+    test::Finished finished = InPrivateVarLog({"scan", "--wait"});
+    EXPECT_EQ(1, finished.status);
+    EXPECT_EQ("syslogmon: not everything is checked: 12 bytes of /var/log/messages.1 are unread; "
+              "see syslogmon status and syslogmon doctor, then scan again\n",
+              finished.err);
+
+    WriteLog("messages", "new line\n");
+    EXPECT_NE(std::string::npos,
+              InPrivateVarLog({"scan", "--wait"}).err.find("9 bytes of /var/log/messages are"));
+
+    StoreResumePoint("", "new line", 0);
+    EXPECT_EQ(0, InPrivateVarLog({"scan", "--wait"}).status);
 }
 
 TEST_F(StatusCommand, ScanWithWaitDoesNotTakeAnEarlierPassForItsOwn)

@@ -65,7 +65,10 @@ TEST_F(DaemonTest, RunsUntilItIsToldToStop)
     for (const int signal : {SIGTERM, SIGINT}) {
         Child daemon(Words());
         EXPECT_EQ(MonitorState::kRunning, WaitUntilStarted(daemon).state);
-        EXPECT_EQ(0, Syslogmon({"scan", "--wait", "--timeout", "20"}).status);
+        EXPECT_EQ(0,
+                  RunToEnd(Helper(Root(), {"with-folder", File("var-log"), "/var/log", SYSLOGMON,
+                                           "--root", Root(), "scan", "--wait", "--timeout", "20"}))
+                      .status);
         daemon.Signal(signal);
         EXPECT_EQ(0, daemon.Wait());
         EXPECT_EQ(3, Syslogmon({"status"}).status);

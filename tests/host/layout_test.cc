@@ -2,6 +2,7 @@
 #include "agent/libtarsk/layout.h"
 
 #include <cstring>
+#include <sys/stat.h>
 
 #include "platform/agent.h"
 #include "tests/host/host_test.h"
@@ -33,6 +34,57 @@ TEST(LayoutOfAProgram, OutsideAnInstallRootIsThePackagedOne)
     // The test program does not lie in a folder "bin" beside a folder "lib" with the module.
     EXPECT_EQ("agent.db", Layout::Find().Store().filename());
     EXPECT_NE(Layout::Find().root, Layout::Find().state.parent_path());
+}
+
+class Folders : public test::RootTest {
+  protected:
+    ~Folders() override { umask(before_); }
+
+    void Create() const { Layout().CreateFolders(); }
+    static mode_t ModeOf(const std::filesystem::path &path)
+    {
+        struct stat status {};
+        EXPECT_EQ(0, stat(path.c_str(), &status)) << path;
+        return status.st_mode & 07777;
+    }
+
+  private:
+    mode_t before_ = umask(0);
+};
+
+TEST_F(Folders, AreForThisUserAloneWhateverTheUmask)
+{
+    Create();
+    for (const auto &folder : {Layout().state, Layout().run, Layout().log})
+        EXPECT_EQ(0700U, ModeOf(folder)) << folder;
+}
+
+TEST_F(Folders, ThatTheAgentMadeAndLeftOpenArePutRight)
+{
+    Create();
+    test::WriteFile(Layout().Store(), "");
+    chmod(Layout().state.c_str(), 0755);
+    chmod(Layout().run.c_str(), 0750);
+    Create();
+    EXPECT_EQ(0700U, ModeOf(Layout().state));
+    EXPECT_EQ(0700U, ModeOf(Layout().run));
+}
+
+TEST_F(Folders, ThatHoldSomethingElseAreLeftAlone)
+{
+    Create();
+    test::WriteFile(Layout().run / "another.pid", "");
+    chmod(Layout().run.c_str(), 01777);
+    Create();
+    EXPECT_EQ(01777U, ModeOf(Layout().run));
+}
+
+TEST_F(Folders, ThatCannotBeMadeAreNamed)
+{
+    test::WriteFile(Layout().run, "");
+    EXPECT_EQ("cannot create the folder " + Layout().run.string() +
+                  ": File exists; run as root, or name a folder of your own with --root",
+              test::ErrorOf([&] { Create(); }));
 }
 
 class RootPath : public test::HostTest {};

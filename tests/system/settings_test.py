@@ -4,6 +4,7 @@ import time
 
 import lab
 
+AGENT_KEY = r"SOFTWARE\KORBIN\TARSKVOSKAR\AGENT"
 FILE_MONITOR_KEY = lab.MONITOR_KEY + r"\FILEMONITOR"
 OTHER_LOG = lab.VAR_LOG / "other.log"
 TARGET = lab.VAR_LOG / "target.log"
@@ -108,22 +109,61 @@ class OtherSettings(SettingsTest):
         self.assertEqual(["fan 13 failed"], self.lab.texts())
         self.assertEqual(0, self.lab.status()["restarts"])
 
-    def test_the_trace_level_is_taken_at_once(self):
-        self.lab.command("trace", "level", "detail")
-        self.lab.wait_until("details are traced", self.a_scan_shows_details)
 
-    def a_scan_shows_details(self):
+class EverySetting(SettingsTest):
+    """Each setting, with all that follows from it, is taken by the daemon that runs."""
+
+    def setUp(self):
+        super().setUp()
+        self.lab.watch("PATTERN", 1, "fan [0-9]+ failed")
+        self.lab.watch("WIDE", 1, "größe")
+
+    def test_no_setting_needs_a_restart(self):
+        # Of each, a value that is not its default, and what shows that it counts.
+        proofs = {
+            "cycle": ("1234", self.cycle_counts),
+            "customer-file": (OTHER_LOG, self.customer_file_counts),
+            "file-monitor": (TARGET, self.file_monitor_counts),
+            "log-charset": ("ISO-8859-1", self.charset_counts),
+            "fault-tolerant": ("on", self.fault_tolerance_counts),
+            "trigger-interval": ("50", self.interval_counts),
+            "trace-level": ("detail", self.level_counts),
+        }
+        self.assertEqual(set(self.lab.json("get")["settings"]), set(proofs), "a setting is not tried here")
+        for name, (value, counts) in proofs.items():
+            with self.subTest(name):
+                self.lab.command("set", name, value)
+                self.lab.wait_until(f"{name} counts", counts)
+        self.assertEqual(self.daemon.pid, self.lab.status()["pid"])
+        self.assertEqual(0, self.lab.status()["restarts"])
+
+    def cycle_counts(self):
+        return "cycle changed to 1234" in self.lab.trace()
+
+    def customer_file_counts(self):
+        self.see("error in the customer file", OTHER_LOG)
+        return "error in the customer file" in self.lab.texts()
+
+    def file_monitor_counts(self):
+        return "error without a time stamp" in self.lab.messages()
+
+    def charset_counts(self):
+        with open(lab.MESSAGES, "ab") as log:
+            log.write((lab.stamped("die größe fehlt") + "\n").encode("iso-8859-1"))
+        self.daemon.scan()
+        return "die größe fehlt" in self.lab.texts("WIDE")
+
+    def fault_tolerance_counts(self):
+        self.see("fan 13 failed")
+        return "fan 13 failed" in self.lab.texts("PATTERN")
+
+    def interval_counts(self):
+        lab.append(lab.MESSAGES, lab.stamped("error that nobody asks for"))
+        return "error that nobody asks for" in self.lab.texts()
+
+    def level_counts(self):
         self.daemon.scan()
         return " detail vkevmon " in self.lab.trace()
-
-    def test_reported_lines_are_converted_from_the_character_set_of_the_log(self):
-        self.lab.command("set", "log-charset", "ISO-8859-1")
-        self.daemon.stop()
-        self.daemon.start()
-        with open(lab.MESSAGES, "ab") as log:
-            log.write((lab.stamped("error: größer") + "\n").encode("iso-8859-1"))
-        self.daemon.scan()
-        self.assertEqual(["error: größer"], self.lab.texts())
 
 
 class Signals(SettingsTest):
@@ -138,6 +178,7 @@ class Signals(SettingsTest):
         self.lab.command("reg", "set", lab.MONITOR_KEY, "FILENAME", OTHER_LOG)
         self.lab.command("reg", "set", FILE_MONITOR_KEY, "FILENAME", TARGET)
         self.lab.command("reg", "set", self.lab.event_key("DISK", 1), "KeyWord", "failure")
+        self.lab.command("reg", "set", AGENT_KEY, "TraceLevel", "0", "--type", "dword")
         passes = self.daemon.passes()
         lab.append(lab.MESSAGES, lab.stamped("error"), lab.stamped("failure"))
         lab.append(TARGET, "failure without a time stamp")
@@ -145,6 +186,7 @@ class Signals(SettingsTest):
         self.daemon.child.signal(signal.SIGHUP)
         self.wait_for_trace("Monitor Queue Reloaded.")
         self.wait_for_trace("cycle changed to 1800")
+        self.wait_for_trace(" detail vkevmon ")
         self.wait_for_trace(f"customer monitoring file changed to {OTHER_LOG}")
         self.lab.wait_until("all four were taken", lambda: self.daemon.passes() == passes + 4)
         self.see("failure", OTHER_LOG)

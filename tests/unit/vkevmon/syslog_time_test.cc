@@ -314,6 +314,25 @@ TEST_F(SyslogTime, AStampInTheHourThatComesTwiceIsReadByTheClocksSide)
     ExpectTime("Oct 27 02:30:00 x", Utc(2024, 10, 27, 1, 30, 0));
 }
 
+// Changed behind the module's back, as an administrator changes that of the host.
+TEST_F(SyslogTime, AnotherZoneCountsFromTheNextSecondOn)
+{
+    constexpr unsigned kNoon = 1U << 12U;
+    LocalMoment moment;
+    time_t read = 0;
+    const auto read_stamp = [&] {
+        GetSyslogTimeAt(&moment, "Mar 10 12:00:01 x", &read, StampUse::kTime);
+        return read;
+    };
+    EXPECT_EQ(Utc(2024, 3, 10, 12, 0, 1), read_stamp());
+    EXPECT_EQ(1, OnTimeAt(&moment, *Sys().now, kNoon));
+
+    setenv("TZ", "JST-9", 1); // and no tzset
+    SetClockUtc(*Sys().now + 1);
+    EXPECT_EQ(Utc(2024, 3, 10, 3, 0, 1), read_stamp());
+    EXPECT_EQ(0, OnTimeAt(&moment, *Sys().now, kNoon));
+}
+
 TEST_F(SyslogTime, LeavesTheSharedBufferOfTheCLibraryAlone)
 {
     const time_t other = Utc(2001, 2, 3, 4, 5, 6);

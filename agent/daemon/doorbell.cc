@@ -1,0 +1,33 @@
+#include "agent/daemon/doorbell.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include "agent/libtarsk/error.h"
+
+namespace agent {
+
+Doorbell::Doorbell() : fd_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
+{
+    if (fd_.get() < 0)
+        throw tarsk::Error("cannot start the daemon", strerror(errno),
+                           "raise the limit of open files");
+}
+
+void Doorbell::Ring() const
+{
+    const uint64_t one = 1;
+    if (write(fd_.get(), &one, sizeof one) < 0)
+        return; // it is ringing already
+}
+
+bool Doorbell::Answer() const
+{
+    uint64_t rings = 0;
+    return read(fd_.get(), &rings, sizeof rings) > 0;
+}
+
+} // namespace agent

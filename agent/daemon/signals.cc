@@ -1,0 +1,70 @@
+#include "agent/daemon/signals.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <initializer_list>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include "agent/libtarsk/error.h"
+
+namespace agent {
+
+namespace {
+
+volatile sig_atomic_t status_at_once = 0;
+
+void EndAtOnce(int /*number*/)
+{
+    _exit(status_at_once);
+}
+
+sigset_t SetOf(std::initializer_list<int> numbers)
+{
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int number : numbers)
+        sigaddset(&set, number);
+    return set;
+}
+
+[[noreturn]] void Refuse(int error_number)
+{
+    throw tarsk::Error("cannot start the daemon",
+                       std::string("it would hear no signals: ") + strerror(error_number),
+                       "raise the limit of open files");
+}
+
+} // namespace
+
+Signals::Signals()
+{
+    signal(SIGPIPE, SIG_IGN);
+    const sigset_t set = SetOf({SIGTERM, SIGINT, SIGHUP, SIGUSR1});
+    const int failed = pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    if (failed != 0)
+        Refuse(failed);
+    fd_ = tarsk::Fd(signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC));
+    if (fd_.get() < 0)
+        Refuse(errno);
+}
+
+std::optional<int> Signals::Next() const
+{
+    signalfd_siginfo info{};
+    if (read(fd_.get(), &info, sizeof info) != static_cast<ssize_t>(sizeof info))
+        return std::nullopt;
+    return static_cast<int>(info.ssi_signo);
+}
+
+void Signals::EndAtOnceWith(int exit_status) const
+{
+    status_at_once = exit_status;
+    signal(SIGTERM, EndAtOnce);
+    signal(SIGINT, EndAtOnce);
+    const sigset_t set = SetOf({SIGTERM, SIGINT});
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+}
+
+} // namespace agent

@@ -1,0 +1,29 @@
+// What the daemon tells about itself, changed by the main thread and by the monitor's.
+#ifndef AGENT_DAEMON_STATUS_BOARD_H
+#define AGENT_DAEMON_STATUS_BOARD_H
+
+#include <filesystem>
+#include <functional>
+#include <mutex>
+
+#include "agent/common/status_file.h"
+
+namespace agent {
+
+class StatusBoard {
+  public:
+    explicit StatusBoard(std::filesystem::path run);
+
+    // Changes it and publishes it. A status that cannot be written is traced and does no harm to the
+    // work.
+    void Update(const std::function<void(Status &)> &change);
+
+  private:
+    std::mutex mutex_;
+    std::filesystem::path run_;
+    Status status_;
+};
+
+} // namespace agent
+
+#endif // AGENT_DAEMON_STATUS_BOARD_H
