@@ -1,4 +1,5 @@
 // syslogmond: the syslog monitor as a daemon.
+#include <cstdio>
 #include <exception>
 #include <new>
 #include <unistd.h>
@@ -7,6 +8,7 @@
 
 #include "agent/common/say.h"
 #include "agent/daemon/daemon.h"
+#include "agent/libtarsk/error.h"
 #include "agent/libtarsk/layout.h"
 
 namespace {
@@ -44,8 +46,13 @@ void SayWhatFailed(const std::exception_ptr &failure) noexcept
         agent::Say(
             "cannot go on: there is no memory left; raise the limit of the process's memory, "
             "or end something else");
-    } catch (const std::exception &error) {
+    } catch (const tarsk::Error &error) {
         agent::Say(error.what());
+    } catch (const std::exception &error) {
+        char text[512];
+        snprintf(text, sizeof text, "cannot go on: %s; raise the limits of the process",
+                 error.what());
+        agent::Say(text);
     } catch (...) {
         agent::Say("cannot go on: unknown failure; this is a fault of the program, report it");
     }
