@@ -77,8 +77,8 @@ void RebuildBackupList(int monindex)
     logindex[monindex] = 0;
 }
 
-// A first rotation makes the first backup, so a list that was empty is made anew.
-bool HasBackups(int monindex)
+// Makes the list anew when it is empty, for a first rotation makes the first backup. True when it names any.
+bool EnsureBackupList(int monindex)
 {
     if (syslog_bakfilelist[monindex].ibakfilenum == 0)
         RebuildBackupList(monindex);
@@ -112,7 +112,7 @@ Baseline RecordEndOfLiveFile(int monindex, const Search *search)
         TRACE_FOR(kCheck, TRACE_ERROR, "<InitFile %s failed.return -1.", path);
         return Baseline::kFailed;
     }
-    if (search != nullptr && IsOutdated(*search) && HasBackups(monindex)) {
+    if (search != nullptr && IsOutdated(*search) && EnsureBackupList(monindex)) {
         FinishFile();
         return Baseline::kSearchAgain;
     }
@@ -250,10 +250,10 @@ const char *LogPath(int monindex, uint32_t index, char *buffer)
     return buffer;
 }
 
-bool MustLookAgain(int monindex, uint32_t index)
+bool DetectRotation(int monindex, uint32_t index)
 {
     return index < kMostFilesSeen && IsOtherThan(seen_files[monindex][index]) &&
-           HasBackups(monindex);
+           EnsureBackupList(monindex);
 }
 
 void FreeBackupList(int monindex)

@@ -47,11 +47,11 @@ constexpr int kMostLooksAgain = 3;
 // bytes.
 const char *LogPath(int monindex, uint32_t index, char *buffer);
 
-// Must the pass ask CheckSyslog again before it reads the log that is open under the name of this file? It must
-// when a rotation has come since CheckSyslog looked, so that the name belongs to another file by now, or
-// the file has become shorter, and there are backups among which the one that was looked at can be found. Lists
-// the backups again when there were none.
-bool MustLookAgain(int monindex, uint32_t index);
+// Finds out whether the pass must ask CheckSyslog again before it reads the log that is open under the name of
+// this file. It must when a rotation has come since CheckSyslog looked, so that the name belongs to another file
+// by now, or the file has become shorter, and there are backups among which the one that was looked at can be
+// found. Lists the backups again when there were none.
+bool DetectRotation(int monindex, uint32_t index);
 
 // Frees a slot's backup list.
 void FreeBackupList(int monindex);

@@ -235,7 +235,7 @@ Step OpenFileOfSet(const SlotScan &scan, const char *path)
         TRACE_FOR(kPass, TRACE_ERROR, "Init Syslog file %s failed.", path);
         return Step::kNothing;
     }
-    if (scan.looks_again < kMostLooksAgain && MustLookAgain(scan.slot, logindex[scan.slot])) {
+    if (scan.looks_again < kMostLooksAgain && DetectRotation(scan.slot, logindex[scan.slot])) {
         FinishFile();
         return Step::kLookAgain;
     }
