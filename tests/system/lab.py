@@ -450,6 +450,12 @@ class Daemon:
         """Asks for a scan and does not wait for it."""
         self.child.signal(signal.SIGUSR1)
 
+    def look(self):
+        """Makes a pass and waits for its end, also when it cannot reach all lines."""
+        passes = self.passes()
+        self.wake()
+        self.wait_at_rest(passes + 1)
+
     def scan(self):
         """Returns when everything that was written before has been checked."""
         self._lab.command("scan", "--wait", "--timeout", PATIENCE)

@@ -118,7 +118,7 @@ class NumberedBackups(RotationTest):
         self.write_to_backup(2)
         self.assert_log({"messages": [], "messages.1": [0, 1, 2, 3, 4, 5, 6]})
         self.assertEqual(0, lab.MESSAGES.stat().st_size)
-        self.daemon.scan()
+        self.daemon.look()
 
         self.log.reopen()
         self.log.wait_until_reopened()
@@ -136,7 +136,7 @@ class NumberedBackups(RotationTest):
         self.write(2)
         lab.Logrotate(self.lab, "nocreate").rotate()
         self.assert_log({"messages.1": [0, 1, 2, 3, 4]})
-        self.daemon.scan()
+        self.daemon.look()
 
         self.log.reopen()
         self.log.wait_until_reopened()
@@ -173,7 +173,7 @@ class NumberedBackups(RotationTest):
     def test_a_log_that_is_copied_and_truncated_loses_no_line(self):
         self.write(2)
         self.logrotate.rotate("copytruncate", "nocreate")
-        self.daemon.scan()  # the live file is empty
+        self.daemon.look()  # the live file is empty
         self.write(2)
 
         self.assert_log({"messages": [5, 6], "messages.1": [0, 1, 2, 3, 4]})
