@@ -55,12 +55,12 @@ target_compile_definitions(agent_common PUBLIC SYSLOGMON_VERSION="${PROJECT_VERS
 add_library(agent_sinks STATIC
     agent/alerts/alert_json.cc agent/alerts/alertmanager_sink.cc agent/alerts/backoff.cc
     agent/alerts/console_sink.cc agent/alerts/deliverer.cc agent/alerts/delivery_store.cc
-    agent/alerts/file_sink.cc agent/alerts/http.cc agent/alerts/journal_sink.cc
+    agent/alerts/file_sink.cc agent/alerts/file_trust.cc agent/alerts/http.cc agent/alerts/journal_sink.cc
     agent/alerts/mail_sink.cc agent/alerts/mail_text.cc agent/alerts/option_checks.cc
     agent/alerts/program_sink.cc agent/alerts/progress.cc agent/alerts/sink.cc
     agent/alerts/sink_kinds.cc agent/alerts/sink_registry.cc agent/alerts/snmp_sink.cc
-    agent/alerts/syslog_sink.cc agent/alerts/syslog_words.cc agent/alerts/webhook_sink.cc
-    agent/alerts/worker.cc)
+    agent/alerts/syslog_sink.cc agent/alerts/syslog_words.cc agent/alerts/undelivered.cc
+    agent/alerts/webhook_sink.cc agent/alerts/worker.cc)
 target_link_libraries(agent_sinks PUBLIC agent_common
                       PRIVATE nlohmann_json::nlohmann_json CURL::libcurl PkgConfig::SYSTEMD
                       ${NETSNMP} Threads::Threads)
@@ -82,7 +82,8 @@ add_program(syslogmon agent/cli/main.cc agent/cli/alert_commands.cc agent/cli/do
             agent/cli/event_commands.cc agent/cli/output.cc agent/cli/progress.cc
             agent/cli/registry_commands.cc agent/cli/scan_commands.cc agent/cli/setting_commands.cc
             agent/cli/sink_commands.cc agent/cli/status_commands.cc agent/cli/tally.cc
-            agent/cli/test_commands.cc agent/cli/trace_commands.cc agent/cli/trial.cc)
+            agent/cli/test_commands.cc agent/cli/trace_commands.cc agent/cli/trial.cc
+            agent/cli/undelivered_commands.cc)
 target_link_libraries(syslogmon PRIVATE nlohmann_json::nlohmann_json ${CMAKE_DL_LIBS})
 target_compile_options(syslogmon PRIVATE ${QUICK_BUILD})
 

@@ -136,6 +136,9 @@ SinkKind AlertmanagerKind()
         return std::make_unique<AlertmanagerSink>(peer, config, secrets);
     };
     kind.peers = [](const SinkConfig &config) { return Split(config.Get("peers")); };
+    kind.warnings = [](const SinkConfig &config) {
+        return PlainHttpWarnings(config, config.Peers());
+    };
     kind.active = [](const SinkConfig &config) {
         return std::chrono::milliseconds(config.Number("active") * 1000);
     };

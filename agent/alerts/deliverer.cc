@@ -146,7 +146,8 @@ void Deliverer::Run()
     }
 }
 
-Deliverer::Entry Deliverer::Start(const StoredSink &sink, const Deliveries &rows)
+Deliverer::Entry Deliverer::Start(const StoredSink &sink, const Deliveries &rows,
+                                  const std::vector<Undelivered> &undelivered)
 {
     Entry entry;
     entry.sink = sink;
@@ -155,7 +156,7 @@ Deliverer::Entry Deliverer::Start(const StoredSink &sink, const Deliveries &rows
     std::optional<milliseconds> active;
     if (is_sound && kind->active != nullptr)
         active = kind->active(sink.config);
-    entry.progress = std::make_shared<Progress>(rows, active);
+    entry.progress = std::make_shared<Progress>(rows, active, undelivered);
     if (!is_sound) {
         entry.progress->Failed("", sink.problem);
         progressed_ = true;
@@ -190,13 +191,15 @@ void Deliverer::Load()
     struct Wanted {
         StoredSink sink;
         Deliveries rows;
+        std::vector<Undelivered> undelivered;
     };
     std::vector<Wanted> wanted;
     limit_ = registry_.AlertLimit();
     const int64_t newest = NewestAlertId(store_.database());
     for (StoredSink &sink : registry_.ReadAll()) {
-        const Deliveries rows = ReadDeliveries(store_.database(), sink.config.key);
-        wanted.push_back({std::move(sink), rows});
+        const int64_t key = sink.config.key;
+        wanted.push_back({std::move(sink), ReadDeliveries(store_.database(), key),
+                          ReadUndelivered(store_.database(), key)});
     }
 
     std::vector<Entry> entries;
@@ -215,7 +218,11 @@ void Deliverer::Load()
             known->workers.clear();
         const Deliveries &rows = is_new ? one.rows : known->progress->Rows();
         const Deliveries completed = Completed(one.sink, rows, newest);
-        entries.push_back(Start(one.sink, completed));
+        entries.push_back(Start(one.sink, completed, one.undelivered));
+        if (!is_new) {
+            TakeChanges(*known);
+            entries.back().changes = std::move(known->changes);
+        }
         if (!is_new || completed != one.rows) {
             entries.back().unwritten = true;
             progressed_ = true;
@@ -226,12 +233,29 @@ void Deliverer::Load()
             worker->RequestStop(); // all of them first, then wait for each
     }
     entries_ = std::move(entries);
+    for (size_t i = 0; i < wanted.size(); ++i)
+        SendWantedAgain(entries_[i], wanted[i].undelivered);
     over_limit_ = true; // perhaps
+}
+
+void Deliverer::SendWantedAgain(const Entry &entry, const std::vector<Undelivered> &rows)
+{
+    for (const auto &worker : entry.workers) {
+        std::vector<int64_t> ids;
+        for (const Undelivered &row : rows) {
+            if (row.again && row.peer == worker->peer())
+                ids.push_back(row.alert_id);
+        }
+        if (!ids.empty())
+            worker->SendAgain(ids);
+    }
 }
 
 void Deliverer::TakeSettings()
 {
     try {
+        progressed_ = true;
+        Record(); // or what was sent again a moment ago would be so once more
         Load();
     } catch (...) {
         reload_ = true;
@@ -270,13 +294,33 @@ void Deliverer::WriteRows()
     if (std::none_of(entries_.begin(), entries_.end(), [](const auto &e) { return e.unwritten; }))
         return;
     tarsk::Transaction transaction(store_);
-    for (const Entry &entry : entries_) {
-        if (entry.unwritten)
-            WriteDeliveries(store_, entry.sink.config.key, entry.progress->Rows());
+    for (Entry &entry : entries_) {
+        if (!entry.unwritten)
+            continue;
+        const Deliveries rows = entry.progress->Rows();
+        TakeChanges(entry); // after the rows: see Progress
+        WriteDeliveries(store_, entry.sink.config.key, rows);
+        WriteChanges(store_, entry.sink.config.key, entry.changes);
     }
     transaction.Commit();
-    for (Entry &entry : entries_)
+    for (Entry &entry : entries_) {
         entry.unwritten = false;
+        entry.changes.clear();
+    }
+}
+
+void Deliverer::TakeChanges(Entry &entry) const
+{
+    for (UndeliveredChange &change : entry.progress->TakeChanges()) {
+        const Undelivered &row = change.row;
+        if (!change.was_taken)
+            Tell("the sink " + entry.sink.config.name +
+                 (row.peer.empty() ? "" : " (" + row.peer + ")") + " does not take the alert " +
+                 std::to_string(row.alert_id) + ", although it takes others: " + row.reason +
+                 "; the alert is put aside, see " + "syslogmon sink undelivered " +
+                 entry.sink.config.name);
+        entry.changes.push_back(std::move(change));
+    }
 }
 
 void Deliverer::KeepTheLimit()
@@ -290,6 +334,7 @@ void Deliverer::KeepTheLimit()
         return;
     const int64_t up_to = oldest + std::min(surplus, kRemoveAtOnce) - 1;
     for (Entry &entry : entries_) {
+        CountUndelivered(entry, up_to);
         const int64_t lost = entry.progress->Removed(up_to);
         entry.unwritten |= entry.progress->HasChanged();
         if (lost > 0 && entry.level != Level::kFull) {
@@ -304,6 +349,15 @@ void Deliverer::KeepTheLimit()
     WriteRows();
     RemoveAlerts(store_, up_to);
     over_limit_ = surplus > kRemoveAtOnce;
+}
+
+// Those that leave the store now were never delivered.
+void Deliverer::CountUndelivered(Entry &entry, int64_t up_to)
+{
+    for (const Undelivered &row : ReadUndelivered(store_.database(), entry.sink.config.key)) {
+        if (row.alert_id <= up_to)
+            entry.progress->UndeliveredRemoved(row.peer);
+    }
 }
 
 void Deliverer::LookAtLevels(int64_t newest)

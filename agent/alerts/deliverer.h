@@ -11,7 +11,9 @@
 //       that were not. It then counts as dropped, for each sink that had not got it.
 //   D2  A sink that waits for 80 % of the limit, or loses an alert to it, is told of: in the trace
 //       log and on standard error, once until it has caught up.
-//   D3  What is not written down in time is written later; a busy or failing store stops no sink.
+//   D3  An alert that a receiver does not take although it takes others is told of in the same way, and
+//       stands in a list until somebody has it sent again or drops it. It leaves the store by D1, too.
+//   D4  What is not written down in time is written later; a busy or failing store stops no sink.
 #ifndef AGENT_ALERTS_DELIVERER_H
 #define AGENT_ALERTS_DELIVERER_H
 
@@ -60,6 +62,7 @@ class Deliverer {
         std::shared_ptr<Progress> progress;
         std::vector<std::unique_ptr<Worker>> workers; // none while it has a problem
         bool unwritten = false;
+        std::vector<UndeliveredChange> changes; // not written yet
         Level level = Level::kWell;
     };
 
@@ -67,10 +70,14 @@ class Deliverer {
     void WaitForNews();
     void TakeSettings();
     void Load();
-    Entry Start(const StoredSink &sink, const Deliveries &rows);
+    Entry Start(const StoredSink &sink, const Deliveries &rows,
+                const std::vector<Undelivered> &undelivered);
     void StopWorkers();
     void Record();
     void WriteRows();
+    void TakeChanges(Entry &entry) const;
+    static void SendWantedAgain(const Entry &entry, const std::vector<Undelivered> &rows);
+    void CountUndelivered(Entry &entry, int64_t up_to);
     void KeepTheLimit();
     void LookAtLevels(int64_t newest);
     void Tell(const std::string &text) const;

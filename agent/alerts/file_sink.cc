@@ -7,8 +7,10 @@
 #include <unistd.h>
 
 #include "agent/alerts/alert_json.h"
+#include "agent/alerts/file_trust.h"
 #include "agent/alerts/option_checks.h"
 #include "agent/alerts/sink_kinds.h"
+#include "agent/libtarsk/error.h"
 #include "agent/libtarsk/waitable.h"
 
 namespace alerts {
@@ -62,27 +64,41 @@ class FileSink : public Sink {
         if (fd_.get() >= 0 && IsInPlace())
             return {};
         // Without O_NONBLOCK, a FIFO would be waited for.
-        fd_ = tarsk::Fd(
-            open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0640));
+        fd_ = tarsk::Fd(open(path_.c_str(),
+                             O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW,
+                             0640));
         struct stat status {};
+        if (fd_.get() < 0 && errno == ELOOP && lstat(path_.c_str(), &status) == 0)
+            return WhyNotTrusted(status);
         if (fd_.get() < 0 || fstat(fd_.get(), &status) != 0)
             return strerror(errno);
-        if (S_ISREG(status.st_mode))
-            return {};
-        fd_ = tarsk::Fd();
-        return "it is no regular file";
+        const std::string why =
+            S_ISREG(status.st_mode) ? WhyNotTrusted(status) : "it is no regular file";
+        if (!why.empty())
+            fd_ = tarsk::Fd();
+        return why;
     }
     [[nodiscard]] bool IsInPlace() const
     {
         struct stat named {};
         struct stat opened {};
-        return stat(path_.c_str(), &named) == 0 && fstat(fd_.get(), &opened) == 0 &&
+        return lstat(path_.c_str(), &named) == 0 && fstat(fd_.get(), &opened) == 0 &&
                named.st_ino == opened.st_ino && named.st_dev == opened.st_dev;
     }
 
     std::string path_;
     tarsk::Fd fd_;
 };
+
+void CheckLog(const std::string &path)
+{
+    struct stat status {};
+    const std::string why = lstat(path.c_str(), &status) == 0 ? WhyNotTrusted(status) : "";
+    if (!why.empty())
+        throw tarsk::Error("cannot write alerts to " + path, why,
+                           "name the file itself, and take the right to write to it from others: "
+                           "chmod go-w");
+}
 
 } // namespace
 
@@ -95,6 +111,7 @@ SinkKind FileKind()
         {"path", "FILE", nullptr, "the file; it may be rotated at any time", CheckPath}};
     kind.open = [](const SinkConfig &config, const std::string &,
                    Secrets &) -> std::unique_ptr<Sink> {
+        CheckLog(config.Get("path"));
         return std::make_unique<FileSink>(config.Get("path"));
     };
     return kind;

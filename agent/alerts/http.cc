@@ -1,10 +1,10 @@
 #include "agent/alerts/http.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <memory>
-#include <strings.h>
 #include <unistd.h>
 
 #include <curl/curl.h>
@@ -18,6 +18,8 @@ namespace {
 
 constexpr size_t kMaxReply = 1024; // bytes of a reply's body that are kept
 constexpr long kConnectSeconds = 10;
+// Who sends, where to, or when is wrong: any alert would be answered so.
+constexpr long kOfReceiver[] = {401, 404, 407, 429, 503};
 
 // libcurl wants to be started before the second thread of a process uses it.
 struct CurlLibrary {
@@ -54,11 +56,33 @@ void Append(HeaderList &list, const std::string &header)
     list.reset(longer);
 }
 
-// Some headers would show a secret in the registry.
-void CheckHeader(const std::string &name)
+// A name with a line end in it would be a header of its own, and one with a blank passes for another
+// name.
+void CheckHeaderName(const std::string &option, const std::string &name)
 {
-    for (const char *secret : {"Authorization", "Proxy-Authorization", "Cookie", "X-Api-Key"}) {
-        if (strcasecmp(name.c_str(), secret) == 0)
+    const bool ok = std::all_of(name.begin(), name.end(), [](unsigned char c) {
+        return isalnum(c) != 0 || (c < 0x80 && c != 0 && strchr("!#$%&'*+-.^_`|~", c) != nullptr);
+    });
+    if (ok)
+        return;
+    std::string shown = name;
+    std::replace_if(
+        shown.begin(), shown.end(), [](unsigned char c) { return c < ' ' || c == 0x7F; }, '?');
+    throw tarsk::Error("cannot use the option " + option + shown, "a header cannot have that name",
+                       "use letters, digits and \"-\"");
+}
+
+// The values of some headers are secrets, which would be shown with the settings.
+void CheckIsNoSecret(const std::string &name)
+{
+    std::string letters;
+    for (const char c : name) {
+        if (isalpha(static_cast<unsigned char>(c)) != 0)
+            letters += static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    }
+    for (const char *secret :
+         {"authorization", "cookie", "token", "apikey", "secret", "password", "credential"}) {
+        if (letters.find(secret) != std::string::npos)
             throw tarsk::Error("cannot use the option header." + name,
                                "its value is a secret, and settings are shown",
                                "write it into a file and use token-file=FILE or header-file." +
@@ -112,11 +136,14 @@ HttpClient::HttpClient(const SinkConfig &config, Secrets &secrets) : curl_(confi
     headers_.emplace_back("Content-Type: application/json");
     headers_.emplace_back("Expect:"); // no "100-continue", which many receivers do not know
     for (const auto &[name, value] : config.All("header.")) {
-        CheckHeader(name);
+        CheckHeaderName("header.", name);
+        CheckIsNoSecret(name);
         headers_.push_back(name + ": " + value);
     }
-    for (const auto &[name, file] : config.All("header-file."))
+    for (const auto &[name, file] : config.All("header-file.")) {
+        CheckHeaderName("header-file.", name);
         headers_.push_back(name + ": " + secrets.Read(file));
+    }
     if (config.Has("token-file"))
         headers_.push_back("Authorization: Bearer " + secrets.Read(config.Get("token-file")));
 }
@@ -140,6 +167,9 @@ HttpReply HttpClient::Post(const std::string &url, const std::string &body,
     const std::string failure = curl_.Perform(interrupt);
     curl_easy_setopt(handle, CURLOPT_HTTPHEADER, nullptr);
     HttpReply reply;
+    long sent = 0; // bytes
+    curl_easy_getinfo(handle, CURLINFO_REQUEST_SIZE, &sent);
+    reply.was_sent = sent > 0 && !interrupt.IsRaised();
     if (!failure.empty()) {
         reply.text = failure;
         return reply;
@@ -160,16 +190,43 @@ std::vector<SinkOption> HttpOptions()
     };
 }
 
+bool IsPlainHttp(const std::string &url)
+{
+    if (!url.starts_with("http://"))
+        return false;
+    const size_t begin = url.find("//") + 2;
+    const std::string host = url.substr(begin, url.find_first_of("/?#", begin) - begin);
+    const std::string name =
+        host.substr(0, host.starts_with('[') ? host.find(']') + 1 : host.find(':'));
+    return name != "localhost" && name != "[::1]" && !name.starts_with("127.");
+}
+
+std::vector<std::string> PlainHttpWarnings(const SinkConfig &config,
+                                           const std::vector<std::string> &urls)
+{
+    std::vector<std::string> warnings;
+    const bool has_secret = config.Has("token-file") || !config.All("header-file.").empty();
+    for (const std::string &url : urls) {
+        if (has_secret && IsPlainHttp(url))
+            warnings.push_back(
+                "its secret goes to " + url +
+                " without encryption, for everybody on the way to read; use https://");
+    }
+    return warnings;
+}
+
 Outcome Judge(const HttpReply &reply, std::span<const Message> messages)
 {
     if (reply.status == 0)
-        return Failed(reply.text);
+        return reply.was_sent ? Refused(reply.text) : Failed(reply.text);
     const std::string answer =
         "HTTP " + std::to_string(reply.status) + (reply.text.empty() ? "" : " " + reply.text);
     if (reply.status >= 200 && reply.status < 300)
         return AllTaken(messages, answer);
-    const bool is_refusal = reply.status == 400 || reply.status == 413 || reply.status == 422;
-    return is_refusal ? Refused(answer) : Failed(answer);
+    const bool is_of_receiver =
+        reply.status < 400 || std::find(std::begin(kOfReceiver), std::end(kOfReceiver),
+                                        reply.status) != std::end(kOfReceiver);
+    return is_of_receiver ? Failed(answer) : Refused(answer);
 }
 
 } // namespace alerts

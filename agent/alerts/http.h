@@ -33,8 +33,9 @@ class CurlHandle {
 };
 
 struct HttpReply {
-    long status = 0;  // 0: there was none
-    std::string text; // of the body, its beginning; or why there was none
+    long status = 0;       // 0: there was none
+    std::string text;      // of the body, its beginning; or why there was none
+    bool was_sent = false; // the request, or a part of it
 };
 
 class HttpClient {
@@ -53,7 +54,16 @@ class HttpClient {
 // The options that HttpClient uses, for the table of a kind.
 std::vector<SinkOption> HttpOptions();
 
-// What a reply means: 2xx taken, 400, 413 and 422 refused, anything else a failure.
+// Does what is sent there leave this host without encryption?
+bool IsPlainHttp(const std::string &url);
+
+// What is unsafe about sending the secrets of a sink to these.
+std::vector<std::string> PlainHttpWarnings(const SinkConfig &config,
+                                           const std::vector<std::string> &urls);
+
+// What a reply means. 2xx: taken. A status that says nothing of the alert (redirections, 401, 404, 407,
+// 429, 503), or a request that could not be sent: a failure. Anything else, a request without an answer
+// included: refused.
 Outcome Judge(const HttpReply &reply, std::span<const Message> messages);
 
 } // namespace alerts

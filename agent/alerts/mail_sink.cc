@@ -81,9 +81,11 @@ class MailSink : public Sink {
         curl_easy_getinfo(curl_.get(), CURLINFO_RESPONSE_CODE, &code);
         const std::string answer =
             failure + (code > 0 ? " (SMTP " + std::to_string(code) + ")" : "");
-        // 53x: the server wants to know who we are, which has nothing to do with this mail.
-        const bool is_refusal = code >= 500 && code < 600 && code / 10 != 53;
-        return is_refusal ? Refused(answer) : Failed(answer);
+        // 421: it takes none at present. 43x and 53x: it wants to know who we are. Neither has to do
+        // with this mail.
+        const bool is_of_server = code == 421 || code / 10 == 43 || code / 10 == 53;
+        const bool had_it = code >= 400 || left.size() < text.size();
+        return had_it && !is_of_server ? Refused(answer) : Failed(answer);
     }
     [[nodiscard]] size_t batch() const override { return batch_; }
 

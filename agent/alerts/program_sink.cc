@@ -1,5 +1,6 @@
 // Kind "program": a program is run for each alert, with the alert as JSON on its standard input. Its
-// exit status decides: 0 it has the alert, 65 it refuses this alert, anything else is a failure.
+// exit status decides: 0 it has the alert, 75 it takes none at present; with any other, or without an
+// end, it has not taken this alert.
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -14,6 +15,7 @@
 #include <unistd.h>
 
 #include "agent/alerts/alert_json.h"
+#include "agent/alerts/file_trust.h"
 #include "agent/alerts/option_checks.h"
 #include "agent/alerts/sink_kinds.h"
 #include "agent/libtarsk/error.h"
@@ -25,9 +27,16 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int kRefusal = 65;        // EX_DATAERR of sysexits.h
+constexpr int kNotNow = 75;         // EX_TEMPFAIL of sysexits.h
 constexpr size_t kMaxOutput = 1024; // bytes of what it says that are kept
 constexpr int kSliceMs = 100;       // between two looks whether the thread is to end
+
+// What a program finds, whatever the daemon was started with: no descriptor beside its three streams,
+// this folder, and this environment.
+constexpr char kFolder[] = "/";
+constexpr const char *kEnvironment[] = {
+    "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "HOME=/", "LANG=C.UTF-8",
+    nullptr};
 
 struct Pipe {
     tarsk::Fd read_end;
@@ -58,6 +67,8 @@ class Process {
         posix_spawn_file_actions_adddup2(&files, input, STDIN_FILENO);
         posix_spawn_file_actions_adddup2(&files, output, STDOUT_FILENO);
         posix_spawn_file_actions_adddup2(&files, output, STDERR_FILENO);
+        posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
+        posix_spawn_file_actions_addchdir_np(&files, kFolder);
         posix_spawnattr_t attributes;
         posix_spawnattr_init(&attributes);
         posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK |
@@ -69,14 +80,17 @@ class Process {
         sigset_t pipe_only = none;
         sigaddset(&pipe_only, SIGPIPE);
         posix_spawnattr_setsigdefault(&attributes, &pipe_only);
-        error_ = posix_spawn(&pid_, argv[0], &files, &attributes, argv.data(), environ);
+        error_ = posix_spawn(&pid_, argv[0], &files, &attributes, argv.data(),
+                             const_cast<char **>(kEnvironment));
         posix_spawnattr_destroy(&attributes);
         posix_spawn_file_actions_destroy(&files);
-        if (error_ == 0)
-            // The C library 2.36 declares pidfd_open for C only.
-            fd_ = tarsk::Fd(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)));
-        else
+        if (error_ != 0) {
             pid_ = -1;
+            return;
+        }
+        // The C library 2.36 declares pidfd_open for C only.
+        fd_ = tarsk::Fd(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)));
+        watch_error_ = fd_.get() < 0 ? errno : 0;
     }
     ~Process()
     {
@@ -89,6 +103,8 @@ class Process {
     Process &operator=(const Process &) = delete;
 
     [[nodiscard]] int error() const { return error_; } // of its start; 0: it was started
+    // Why its end cannot be noticed; 0: it can.
+    [[nodiscard]] int watch_error() const { return watch_error_; }
     [[nodiscard]] int fd() const { return fd_.get(); } // readable when it has ended
     // Its status, once it has ended.
     int Reap()
@@ -103,6 +119,7 @@ class Process {
   private:
     pid_t pid_ = -1;
     int error_ = 0;
+    int watch_error_ = 0;
     tarsk::Fd fd_;
 };
 
@@ -115,18 +132,27 @@ class ProgramSink : public Sink {
 
     Outcome Send(std::span<const Message> messages, const Interrupt &interrupt) override
     {
+        const std::string danger = WhyProgramNotTrusted(words_[0]);
+        if (!danger.empty())
+            return Failed("cannot run " + words_[0] + ": " + danger);
         Pipe input = MakePipe();
         Pipe output = MakePipe();
         Process process(words_, input.read_end.get(), output.write_end.get());
         if (process.error() != 0)
             return Failed("cannot start " + words_[0] + ": " + strerror(process.error()));
+        if (process.watch_error() != 0)
+            return Failed(words_[0] +
+                          " was killed, since its end cannot be waited for: pidfd_open: " +
+                          strerror(process.watch_error()));
         input.read_end = tarsk::Fd();
         output.write_end = tarsk::Fd();
         const std::string said = Talk(process, AlertJson(messages[0]) + "\n", input.write_end,
                                       output.read_end, interrupt);
+        if (!ended_ && interrupt.IsRaised())
+            return Failed(words_[0] + " was ended with the daemon");
         if (!ended_)
-            return Failed(words_[0] + " did not end within " + std::to_string(limit_.count()) +
-                          " s and was killed" + (said.empty() ? "" : ": " + said));
+            return Refused(words_[0] + " did not end within " + std::to_string(limit_.count()) +
+                           " s and was killed" + (said.empty() ? "" : ": " + said));
         return Judge(process.Reap(), said, messages.first(1));
     }
 
@@ -177,13 +203,13 @@ class ProgramSink : public Sink {
     {
         const std::string words = said.empty() ? "" : ": " + said;
         if (WIFSIGNALED(status))
-            return Failed(words_[0] + " was ended by signal " + std::to_string(WTERMSIG(status)) +
-                          words);
+            return Refused(words_[0] + " was ended by signal " + std::to_string(WTERMSIG(status)) +
+                           words);
         const int code = WEXITSTATUS(status);
         const std::string ended = words_[0] + " ended with status " + std::to_string(code) + words;
         if (code == 0)
             return AllTaken(messages, ended);
-        return code == kRefusal ? Refused(ended) : Failed(ended);
+        return code == kNotNow ? Failed(ended) : Refused(ended);
     }
 
     std::vector<std::string> words_;
@@ -208,6 +234,11 @@ std::vector<std::string> WordsOf(const SinkConfig &config)
 
 void CheckProgram(const std::string &path)
 {
+    const std::string danger = WhyProgramNotTrusted(path);
+    if (!danger.empty())
+        throw tarsk::Error("cannot run " + path, danger,
+                           "name a program itself, which only root and its owner can change: chmod "
+                           "go-w, and chown root");
     struct stat status {};
     if (stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
         access(path.c_str(), X_OK) == 0)

@@ -8,35 +8,52 @@
 
 #include <chrono>
 #include <deque>
+#include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <span>
+#include <string>
+#include <vector>
 
 #include "agent/alerts/delivery_store.h"
 #include "agent/alerts/sink.h"
+#include "agent/alerts/undelivered.h"
 
 namespace alerts {
 
 class Progress {
   public:
-    // The rows hold the empty name and each peer. How long alerts are active: see SinkKind.
-    Progress(Deliveries rows, std::optional<std::chrono::milliseconds> active);
+    // The rows hold the empty name and each peer. How long alerts are active: see SinkKind. With
+    // what is undelivered by now.
+    Progress(Deliveries rows, std::optional<std::chrono::milliseconds> active,
+             const std::vector<Undelivered> &undelivered = {});
 
     // The last alert that this peer is done with; of the empty name, that any peer has.
     [[nodiscard]] int64_t LastId(const std::string &peer) const;
 
     // The peer has taken these, which follow the last ones.
     void Taken(const std::string &peer, std::span<const Message> messages);
+    // The peer has taken this one, and not yet all before it.
+    void TakenAhead(const std::string &peer, const Message &message);
+    // Is this one done with before all in front of it are?
+    [[nodiscard]] bool IsAhead(const std::string &peer, int64_t id) const;
     // The peer has all up to this one that it needs to have.
     void CaughtUp(const std::string &peer, int64_t last_id);
-    // The peer refuses this one for good.
-    void Refused(const std::string &peer, const Message &message, const std::string &why);
+    // The peer, which takes others, does not take this one.
+    void PutAside(const std::string &peer, const Message &message, const std::string &why);
+    [[nodiscard]] bool IsAside(const std::string &peer, int64_t id) const;
+    // The peer has taken one that was put aside.
+    void TakenAfterAll(const std::string &peer, const Message &message);
     // A try failed.
     void Failed(const std::string &peer, const std::string &why);
     // The receiver answers again, without having taken anything new.
     void Well(const std::string &peer);
-    // Alerts up to this one are removed from the store. Returns how many of them nobody had taken.
+    // Alerts up to this one are removed from the store. Returns how many of them nobody had taken,
+    // and nobody had been found not to take.
     int64_t Removed(int64_t last_id);
+    // One that was put aside for this peer leaves the store.
+    void UndeliveredRemoved(const std::string &peer);
 
     // Until when an alert is active. One that no peer has had yet begins when it is sent: a receiver
     // that was down for longer than alerts are active would otherwise learn of nothing.
@@ -45,6 +62,9 @@ class Progress {
     [[nodiscard]] int64_t FirstLateId(int64_t now_ms);
 
     [[nodiscard]] Deliveries Rows() const;
+    // What became of undelivered ones since the last call. Take the rows before the changes: then a
+    // crash in between repeats an alert, and never forgets one.
+    std::vector<UndeliveredChange> TakeChanges();
     // Are the rows others than at the last call, or for the first one at the beginning?
     bool HasChanged();
 
@@ -54,14 +74,19 @@ class Progress {
         int64_t last_id;
         int64_t ends_ms;
     };
-    void MarkWell(Delivery &row) const;
-    void MarkFailed(const std::string &peer, const std::string &why);
+    void MarkWell(const std::string &peer);
+    void MarkTaken(const std::string &peer, std::span<const Message> messages);
+    void Advance(const std::string &peer, int64_t last_id);
 
     mutable std::mutex mutex_;
     Deliveries rows_;
     Deliveries seen_;   // as they were at the last HasChanged
     int64_t active_ms_; // 0: alerts are not active at this receiver
     std::deque<LateRange> late_;
+    // By peer: done with, taken or put aside, with an id above its last one.
+    std::map<std::string, std::set<int64_t>> ahead_;
+    std::map<std::string, std::set<int64_t>> aside_; // by peer: put aside, and not taken since
+    std::vector<UndeliveredChange> changes_;
 };
 
 } // namespace alerts

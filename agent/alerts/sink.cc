@@ -188,6 +188,10 @@ std::vector<std::string> SecretWarnings(const SinkConfig &config)
             warnings.push_back("the secret in " + path +
                                " is open to others than its owner; run chmod 600 " + path);
     }
+    if (config.kind->warnings != nullptr) {
+        for (std::string &warning : config.kind->warnings(config))
+            warnings.push_back(std::move(warning));
+    }
     return warnings;
 }
 

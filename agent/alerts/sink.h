@@ -31,8 +31,8 @@ struct Message {
 struct Outcome {
     enum class Result {
         kTaken,   // the receiver has all of them
-        kFailed,  // it could not be reached, or is not well: worth another try
-        kRefused, // it is there, and does not want this one
+        kFailed,  // it could not be reached, or takes nothing at present, whatever it is
+        kRefused, // it was given this one and did not take it: the alert may be the reason
     };
     Result result = Result::kFailed;
     size_t taken = 0;   // so many, from the first on, were taken; those are never sent again
@@ -109,6 +109,8 @@ struct SinkKind {
     // receiver knows of no such thing.
     std::chrono::milliseconds (*active)(const SinkConfig &config) = nullptr;
     std::chrono::milliseconds (*resend)(const SinkConfig &config) = nullptr;
+    // What is unsafe about the way of its secrets; null: nothing is.
+    std::vector<std::string> (*warnings)(const SinkConfig &config) = nullptr;
 };
 
 // A configured sink.
@@ -139,7 +141,7 @@ const SinkOption &FindOption(const SinkKind &kind, const std::string &name);
 // Throws tarsk::Error, which says what is allowed, unless a sink can be made of this.
 void CheckSink(const SinkConfig &config);
 
-// What is unsafe about its secret files, such as that everybody can read one. One line each.
+// What is unsafe about its secrets, such as that everybody can read the file of one. One line each.
 std::vector<std::string> SecretWarnings(const SinkConfig &config);
 
 } // namespace alerts

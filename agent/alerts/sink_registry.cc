@@ -99,6 +99,7 @@ StoredSink SinkRegistry::Find(const std::string &name)
 void SinkRegistry::Add(SinkConfig config)
 {
     CheckName(config.name);
+    tarsk::Transaction transaction(store_); // two that add one name do so one after the other
     for (const StoredSink &sink : ReadAll()) {
         if (strcasecmp(sink.config.name.c_str(), config.name.c_str()) == 0)
             throw tarsk::Error("cannot add the sink " + config.name,
@@ -106,7 +107,6 @@ void SinkRegistry::Add(SinkConfig config)
                                "choose another name, or change that one with syslogmon sink set");
     }
     CheckSink(config);
-    tarsk::Transaction transaction(store_);
     config.key = registry_.Create(tarsk::kRootKey, SinksPath() + "\\" + config.name);
     SetText(registry_, config.key, kKind, config.kind->name);
     for (const auto &[name, value] : config.options)
@@ -117,17 +117,22 @@ void SinkRegistry::Add(SinkConfig config)
     transaction.Commit();
 }
 
-void SinkRegistry::Change(const SinkConfig &config)
+SinkConfig SinkRegistry::Change(const std::string &name,
+                                const std::function<void(StoredSink &)> &edit)
 {
-    CheckSink(config);
     tarsk::Transaction transaction(store_);
+    StoredSink sink = Find(name);
+    edit(sink);
+    const SinkConfig &config = sink.config;
+    CheckSink(config);
     for (const tarsk::RegValue &value : registry_.Values(config.key)) {
         if (strcasecmp(value.name.c_str(), kKind) != 0 && !config.options.contains(value.name))
             registry_.DeleteValue(config.key, value.name);
     }
-    for (const auto &[name, value] : config.options)
-        SetText(registry_, config.key, name, value);
+    for (const auto &[option, value] : config.options)
+        SetText(registry_, config.key, option, value);
     transaction.Commit();
+    return config;
 }
 
 void SinkRegistry::Remove(const std::string &name)

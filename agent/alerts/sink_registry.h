@@ -12,6 +12,7 @@
 #ifndef AGENT_ALERTS_SINK_REGISTRY_H
 #define AGENT_ALERTS_SINK_REGISTRY_H
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -49,8 +50,10 @@ class SinkRegistry {
     // Adds a sink, which gets the alerts that are stored from now on. Throws tarsk::Error, and
     // changes nothing, when there is one of that name or something is wrong with it.
     void Add(SinkConfig config);
-    // Changes a sink's options; it goes on where it was.
-    void Change(const SinkConfig &config);
+    // Changes a sink's options, as `edit` does; it goes on where it was. Throws tarsk::Error, and
+    // changes nothing, when there is none of that name, or something is wrong with the result.
+    // Nobody else changes sinks meanwhile.
+    SinkConfig Change(const std::string &name, const std::function<void(StoredSink &)> &edit);
     // With what is known of its deliveries. Throws tarsk::Error when there is none of that name.
     void Remove(const std::string &name);
 

@@ -227,8 +227,8 @@ class SnmpSink : public Sink {
                             "sent to " + settings_.receiver + ", which acknowledges no trap");
         WaitForReply(interrupt);
         if (!reply_.has_come || !reply_.error.empty())
-            return Failed(settings_.receiver + ": " +
-                          (reply_.has_come ? reply_.error : "no answer"));
+            return Refused(settings_.receiver + ": " +
+                           (reply_.has_come ? reply_.error : "no answer"));
         return AllTaken(messages.first(1), settings_.receiver + " has acknowledged it");
     }
 

@@ -47,6 +47,21 @@ std::string UrlOf(const SinkConfig &config, Secrets &secrets)
     return url;
 }
 
+// As PlainHttpWarnings, without showing the URL.
+std::vector<std::string> SecretUrlWarnings(const SinkConfig &config)
+{
+    try {
+        Secrets secrets;
+        if (IsPlainHttp(UrlOf(config, secrets)))
+            return {"the URL in " + config.Get("url-file") +
+                    " and all that goes there can be read on the way: it is not encrypted; use "
+                    "https://"};
+    } catch (const tarsk::Error &) {
+        // that it cannot be read is told of with the other files
+    }
+    return {};
+}
+
 } // namespace
 
 SinkKind WebhookKind()
@@ -63,6 +78,10 @@ SinkKind WebhookKind()
     kind.open = [](const SinkConfig &config, const std::string &,
                    Secrets &secrets) -> std::unique_ptr<Sink> {
         return std::make_unique<WebhookSink>(UrlOf(config, secrets), config, secrets);
+    };
+    kind.warnings = [](const SinkConfig &config) {
+        return config.Has("url-file") ? SecretUrlWarnings(config)
+                                      : PlainHttpWarnings(config, {config.Get("url")});
     };
     return kind;
 }

@@ -1,6 +1,7 @@
 #include "agent/alerts/worker.h"
 
 #include <algorithm>
+#include <cstdio>
 
 #include "agent/libtarsk/error.h"
 #include "platform/trace.h"
@@ -14,9 +15,17 @@ constexpr char kUnit[] = "deliverer";
 // What a receiver is given to answer when the daemon stops.
 constexpr std::chrono::milliseconds kGrace{1500};
 
-// So often a receiver may refuse an alert before the next one is tried: a receiver that was just
-// started or is just being set up refuses many things.
+// So often a receiver may refuse an alert before others are tried: a receiver that was just started
+// or is just being set up refuses many things. Right behind one that was put aside there is less to
+// doubt, and whoever can make one such alert can make a hundred.
 constexpr int kRefusalsBelieved = 4;
+constexpr int kRefusalsInARow = 2;
+
+// A receiver that refuses so many of the active alerts and takes none is not asked about the rest.
+constexpr size_t kRefusalsOfAll = 8;
+
+// Others are tried one after the other for so long.
+constexpr std::chrono::milliseconds kQuick{500};
 
 constexpr size_t kMaxError = 500; // bytes of an error that are kept
 
@@ -42,7 +51,7 @@ std::string OneLine(std::string text)
 Worker::Worker(WorkerContext context, SinkConfig config, std::string peer,
                std::shared_ptr<Progress> progress)
     : context_(std::move(context)), config_(std::move(config)), peer_(std::move(peer)),
-      progress_(std::move(progress)), backoff_(context_.pauses)
+      progress_(std::move(progress)), backoff_(context_.pauses), refusals_wanted_(kRefusalsBelieved)
 {
     if (config_.kind->active != nullptr)
         refresh_at_ = Clock::now(); // the receiver may have been started anew as well
@@ -79,6 +88,18 @@ void Worker::TryNow()
     news_.notify_one();
 }
 
+void Worker::SendAgain(const std::vector<int64_t> &ids)
+{
+    {
+        const std::lock_guard lock(mutex_);
+        for (const int64_t id : ids) {
+            if (std::find(again_.begin(), again_.end(), id) == again_.end())
+                again_.push_back(id);
+        }
+    }
+    TryNow();
+}
+
 bool Worker::StopRequested()
 {
     const std::lock_guard lock(mutex_);
@@ -96,6 +117,8 @@ void Worker::Run()
     while (!StopRequested()) {
         try {
             Step();
+        } catch (const tarsk::StoreError &error) {
+            StoreFailed(error.what());
         } catch (const std::exception &error) {
             Fail(error.what());
         }
@@ -112,7 +135,10 @@ void Worker::Step()
     }
     if (refresh_at_ && Clock::now() >= *refresh_at_ && !Refresh())
         return;
+    if (SendOneAgain())
+        return;
     const std::vector<Message> batch = NextBatch();
+    store_failing_ = false;
     if (batch.empty()) {
         WaitForAlerts();
         return;
@@ -135,7 +161,8 @@ std::vector<Message> Worker::MessagesOf(std::vector<Alert> alerts) const
     return messages;
 }
 
-// The next alerts of this receiver. What another peer has had and is over by now is left out.
+// The next alerts of this receiver. What it has taken ahead is left out, and what another peer has had
+// and is over by now.
 std::vector<Message> Worker::NextBatch()
 {
     {
@@ -146,13 +173,15 @@ std::vector<Message> Worker::NextBatch()
         const size_t limit = std::min(sink_->batch(), batch_limit_);
         std::vector<Message> batch = MessagesOf(
             ReadAlerts(*database_, progress_->LastId(peer_), 0, static_cast<int64_t>(limit)));
-        if (batch.empty() || config_.kind->active == nullptr)
+        if (batch.empty())
             return batch;
         const int64_t last = batch.back().alert.id;
         const int64_t others_have = progress_->LastId("");
         const int64_t now = WallMs();
         std::erase_if(batch, [&](const Message &message) {
-            return message.alert.id <= others_have && message.ends_ms <= now;
+            const bool is_over = config_.kind->active != nullptr &&
+                                 message.alert.id <= others_have && message.ends_ms <= now;
+            return is_over || progress_->IsAhead(peer_, message.alert.id);
         });
         if (!batch.empty() || StopRequested())
             return batch;
@@ -169,7 +198,9 @@ bool Worker::Refresh()
     const int64_t up_to = progress_->LastId("");
     std::vector<Message> messages = MessagesOf(
         NewestOfEachKind(*database_, up_to, now - active.count(), progress_->FirstLateId(now)));
-    std::erase_if(messages, [&](const Message &message) { return message.ends_ms <= now; });
+    std::erase_if(messages, [&](const Message &message) {
+        return message.ends_ms <= now || progress_->IsAside(peer_, message.alert.id);
+    });
     const bool was_down = failing_;
     refresh_at_.reset();
     if (!messages.empty()) {
@@ -182,19 +213,65 @@ bool Worker::Refresh()
     return true;
 }
 
+// One that the receiver refuses is left out, provided that it takes another one of them.
 bool Worker::SendAll(std::vector<Message> messages)
 {
+    std::string refusal;
+    std::vector<Message> refused;
+    bool any_taken = false;
+    size_t most = sink_->batch();
     while (!messages.empty()) {
-        const size_t count = std::min(sink_->batch(), messages.size());
+        const size_t count = std::min(most, messages.size());
         const Outcome outcome =
             sink_->Send(std::span<const Message>(messages).first(count), interrupt_);
-        if (outcome.result != Outcome::Result::kTaken) {
+        const bool is_taken = outcome.result == Outcome::Result::kTaken;
+        if (outcome.result == Outcome::Result::kFailed || StopRequested()) {
             Fail(outcome.answer);
             return false;
         }
+        if (!is_taken && count > 1) {
+            most = 1;
+            continue;
+        }
+        any_taken = any_taken || is_taken;
+        if (!is_taken) {
+            refusal = outcome.answer;
+            refused.push_back(messages[0]);
+        }
+        if (!any_taken && refused.size() >= kRefusalsOfAll)
+            break;
         messages.erase(messages.begin(), messages.begin() + static_cast<ptrdiff_t>(count));
     }
+    const bool is_well = any_taken && std::all_of(refused.begin(), refused.end(),
+                                                  [this](const Message &m) { return Settle(m); });
+    if (!is_well) {
+        Fail(refusal);
+        return false;
+    }
     Succeeded();
+    return true;
+}
+
+// Sends one once more that was refused before the receiver took another one, and puts it aside if it is
+// refused again. False when the receiver has failed meanwhile.
+bool Worker::Settle(const Message &refused)
+{
+    const int64_t id = refused.alert.id;
+    if (id <= progress_->LastId(peer_) || progress_->IsAhead(peer_, id))
+        return true; // it was taken when it was new
+    const Outcome outcome = sink_->Send(std::span(&refused, 1), interrupt_);
+    if (outcome.result == Outcome::Result::kTaken) {
+        // One that was down until this moment takes it now, too: late, but not lost.
+        progress_->TakenAhead(peer_, refused);
+        return true;
+    }
+    if (outcome.result == Outcome::Result::kFailed || StopRequested())
+        return false;
+    const std::string why = OneLine(secrets_.Hide(outcome.answer));
+    progress_->PutAside(peer_, refused, why);
+    refusals_wanted_ = kRefusalsInARow;
+    TRACE(TRACE_NOTABLE, "The sink %s does not take the alert %s, which is put aside: %s.",
+          Name().c_str(), refused.key.c_str(), why.c_str());
     return true;
 }
 
@@ -204,43 +281,110 @@ void Worker::Handle(const std::vector<Message> &batch, const Outcome &outcome)
     if (taken > 0) {
         progress_->Taken(peer_, std::span(batch).first(taken));
         batch_limit_ = SIZE_MAX;
+        refusals_wanted_ = kRefusalsBelieved;
         Succeeded();
         if (!refresh_at_ && config_.kind->resend != nullptr)
             refresh_at_ = Clock::now() + config_.kind->resend(config_);
     }
     if (taken == batch.size())
         return;
-    if (outcome.result == Outcome::Result::kRefused) {
+    if (outcome.result == Outcome::Result::kRefused && !StopRequested()) {
         batch_limit_ = 1;
-        const Message &refused = batch[taken];
-        if (refused.alert.id != refused_id_)
-            refusals_ = 0;
-        refused_id_ = refused.alert.id;
-        ++refusals_;
-        if (refusals_ >= kRefusalsBelieved && GiveUp(refused, secrets_.Hide(outcome.answer)))
+        if (batch.size() > 1)
+            return; // which one it is shows when each is sent alone
+        if (IsTriedEnough(batch[0]) && TakesAnother(batch[0].alert.id) && Settle(batch[0])) {
+            Succeeded();
             return;
+        }
     }
     Fail(outcome.answer);
 }
 
-// Gives an alert up if the receiver takes the next one.
-bool Worker::GiveUp(const Message &refused, const std::string &why)
+// Counts a refusal.
+bool Worker::IsTriedEnough(const Message &refused)
 {
-    const std::vector<Message> next = MessagesOf(ReadAlerts(*database_, refused.alert.id, 0, 1));
-    if (next.empty() || sink_->Send(next, interrupt_).taken != 1)
-        return false;
-    // A receiver that has refused everything until this moment takes it now, too: late, but not lost.
-    const std::vector<Message> again = {refused};
-    if (sink_->Send(again, interrupt_).taken == 1) {
-        progress_->Taken(peer_, again);
-    } else {
-        progress_->Refused(peer_, refused, OneLine(why));
-        TRACE(TRACE_NOTABLE, "The sink %s refuses the alert %s, which is given up: %s.",
-              Name().c_str(), refused.key.c_str(), OneLine(why).c_str());
+    if (refused.alert.id != refused_id_) {
+        refusals_ = 0;
+        ahead_by_ = 0;
     }
-    progress_->Taken(peer_, next);
-    Succeeded();
+    refused_id_ = refused.alert.id;
+    return ++refusals_ >= refusals_wanted_;
+}
+
+// Tries the first alert behind this one, the second, the fourth and so on, until one is taken: those
+// right behind it may be of the same kind. A receiver that takes its time to refuse is asked once, and
+// about the others after the next pause.
+bool Worker::TakesAnother(int64_t id)
+{
+    const auto begin = Clock::now();
+    while (!StopRequested() && Clock::now() - begin < kQuick) {
+        const auto other = FirstAfter(id + ahead_by_);
+        ahead_by_ = other ? ahead_by_ * 2 + 1 : 0; // at the end, from the first one again
+        if (!other)
+            return false;
+        const Outcome outcome = sink_->Send(std::span(&*other, 1), interrupt_);
+        if (outcome.result == Outcome::Result::kTaken) {
+            progress_->TakenAhead(peer_, *other);
+            return true;
+        }
+        if (outcome.result == Outcome::Result::kFailed)
+            return false;
+    }
+    return false;
+}
+
+// The first alert with a larger id that was not taken ahead.
+std::optional<Message> Worker::FirstAfter(int64_t id)
+{
+    for (;;) {
+        std::vector<Message> found = MessagesOf(ReadAlerts(*database_, id, 0, 1));
+        if (found.empty())
+            return std::nullopt;
+        id = found[0].alert.id;
+        if (!progress_->IsAhead(peer_, id))
+            return std::move(found[0]);
+    }
+}
+
+// Sends one that was put aside, if somebody wants that. It has one try; while the receiver is down, it
+// waits for it like all others.
+bool Worker::SendOneAgain()
+{
+    int64_t id = 0;
+    {
+        const std::lock_guard lock(mutex_);
+        if (again_.empty())
+            return false;
+        id = again_.front();
+    }
+    std::vector<Message> found = MessagesOf(ReadAlerts(*database_, id - 1, 0, 1));
+    if (found.empty() || found[0].alert.id != id) { // it has left the store
+        ForgetAgain(id);
+        return true;
+    }
+    Message &message = found[0];
+    if (config_.kind->active != nullptr)
+        message.ends_ms = WallMs() + config_.kind->active(config_).count();
+    const Outcome outcome = sink_->Send(std::span(&message, 1), interrupt_);
+    if (outcome.result == Outcome::Result::kFailed || StopRequested()) {
+        Fail(outcome.answer);
+        return true;
+    }
+    ForgetAgain(id);
+    if (outcome.result == Outcome::Result::kTaken) {
+        progress_->TakenAfterAll(peer_, message);
+        Succeeded();
+    } else {
+        progress_->PutAside(peer_, message, OneLine(secrets_.Hide(outcome.answer)));
+        context_.progressed();
+    }
     return true;
+}
+
+void Worker::ForgetAgain(int64_t id)
+{
+    const std::lock_guard lock(mutex_);
+    std::erase(again_, id);
 }
 
 void Worker::Succeeded()
@@ -268,6 +412,27 @@ void Worker::Fail(const std::string &why)
     failing_ = true;
     if (config_.kind->active != nullptr)
         refresh_at_ = Clock::now(); // whatever it knew, it may have forgotten when it is back
+    Pause();
+}
+
+// The store is told of by itself: nothing is known of the receiver.
+void Worker::StoreFailed(const std::string &why)
+{
+    database_.reset();
+    if (StopRequested())
+        return;
+    if (!store_failing_) {
+        const std::string text =
+            "the alerts for the sink " + Name() + " cannot be read, they wait: " + why;
+        TRACE(TRACE_NOTABLE, "%s.", text.c_str());
+        fprintf(stderr, "syslogmond: %s\n", text.c_str());
+    }
+    store_failing_ = true;
+    Pause();
+}
+
+void Worker::Pause()
+{
     std::unique_lock lock(mutex_);
     news_.wait_for(lock, backoff_.Next(), [this] { return stop_ || try_now_; });
     try_now_ = false;
@@ -276,7 +441,7 @@ void Worker::Fail(const std::string &why)
 void Worker::WaitForAlerts()
 {
     std::unique_lock lock(mutex_);
-    const auto has_news = [this] { return stop_ || woken_; };
+    const auto has_news = [this] { return stop_ || woken_ || !again_.empty(); };
     if (refresh_at_)
         news_.wait_until(lock, *refresh_at_, has_news);
     else

@@ -4,7 +4,9 @@
 #include "agent/alerts/alert_store.h"
 #include "agent/alerts/delivery_store.h"
 #include "agent/alerts/sink_registry.h"
+#include "agent/alerts/undelivered.h"
 #include "agent/cli/doctor.h"
+#include "agent/cli/sink_commands.h"
 #include "agent/common/alert_text.h"
 
 namespace cli {
@@ -41,8 +43,19 @@ void CheckSinkOf(const alerts::StoredSink &sink, int64_t newest, Examination *ex
                              "remove it with syslogmon sink remove " + name + " and add it again");
         return;
     }
-    for (const std::string &warning : alerts::SecretWarnings(sink.config))
-        examination->Finding(name, warning, "let nobody but root read the file");
+    for (const std::string &warning : SinkWarnings(sink.config))
+        examination->Finding(name, warning,
+                             "change it with syslogmon sink set " + name + ", or the file's mode");
+    const auto undelivered =
+        alerts::ReadUndelivered(tarsk::HostStore().database(), sink.config.key);
+    if (!undelivered.empty())
+        examination->Finding(name,
+                             "it does not take " + std::to_string(undelivered.size()) +
+                                 (undelivered.size() == 1 ? " alert" : " alerts") +
+                                 ", although it takes others: " + undelivered.back().reason,
+                             "see syslogmon sink undelivered " + name +
+                                 "; send them again with syslogmon sink retry " + name +
+                                 ", or drop them with syslogmon sink drop " + name);
     const auto rows = alerts::ReadDeliveries(tarsk::HostStore().database(), sink.config.key);
     if (rows.empty())
         examination->Well(name, "nothing was sent to it yet");

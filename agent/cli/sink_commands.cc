@@ -1,25 +1,54 @@
-// sink add, change, remove, list, show, test, limit
+// sink add, set, remove, list, show, test, limit
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
+#include <set>
 #include <unistd.h>
 
 #include "agent/alerts/alert_store.h"
 #include "agent/alerts/delivery_store.h"
-#include "agent/alerts/sink_registry.h"
+#include "agent/alerts/undelivered.h"
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
+#include "agent/cli/sink_commands.h"
 #include "agent/common/alert_text.h"
+#include "agent/common/log_files.h"
 #include "agent/common/status_file.h"
 #include "agent/libtarsk/waitable.h"
 
 namespace cli {
 
+alerts::SinkRegistry Sinks()
+{
+    return {tarsk::HostStore(), tarsk::HostRegistry()};
+}
+
+void TellDaemonOfSinks()
+{
+    tarsk::Event::Create(tarsk::HostLayout().run, alerts::kSinksEvent, false, false)->Set();
+}
+
+std::vector<std::string> SinkWarnings(const alerts::SinkConfig &config)
+{
+    std::vector<std::string> warnings = alerts::SecretWarnings(config);
+    if (std::string(config.kind->name) != "file")
+        return warnings;
+    for (const auto &watched : agent::WatchedPaths(tarsk::HostRegistry())) {
+        std::error_code ignored;
+        const std::filesystem::path path = config.Get("path");
+        if (path == watched || std::filesystem::equivalent(path, watched, ignored))
+            warnings.push_back("it writes to " + path.string() +
+                               ", which the monitor reads: an alert can report itself, again and "
+                               "again; use another file");
+    }
+    return warnings;
+}
+
 namespace {
 
 using alerts::Delivery;
 using alerts::SinkConfig;
-using alerts::SinkRegistry;
 using alerts::StoredSink;
 using nlohmann::json;
 
@@ -27,19 +56,9 @@ struct SinkOptions {
     std::string kind;
     std::string name;
     std::vector<std::string> options; // "name=value"
+    std::vector<std::string> unset;   // "name"
     std::string limit;
 };
-
-SinkRegistry Registry()
-{
-    return {tarsk::HostStore(), tarsk::HostRegistry()};
-}
-
-// Makes a running daemon read the sinks again.
-void TellDaemon()
-{
-    tarsk::Event::Create(tarsk::HostLayout().run, alerts::kSinksEvent, false, false)->Set();
-}
 
 void TakeOptions(const std::vector<std::string> &words, SinkConfig &config)
 {
@@ -55,7 +74,7 @@ void TakeOptions(const std::vector<std::string> &words, SinkConfig &config)
 
 void Warn(const SinkConfig &config)
 {
-    for (const std::string &warning : alerts::SecretWarnings(config))
+    for (const std::string &warning : SinkWarnings(config))
         fprintf(stderr, "syslogmon: warning: %s\n", warning.c_str());
 }
 
@@ -66,51 +85,60 @@ int AddSink(const Context &context, const SinkOptions &options)
     config.name = options.name;
     TakeOptions(options.options, config);
     context.Open();
-    Registry().Add(config);
-    TellDaemon();
+    Sinks().Add(config);
+    TellDaemonOfSinks();
     Warn(config);
     if (context.json)
-        PrintJson({{"added", config.name}, {"warnings", alerts::SecretWarnings(config)}});
+        PrintJson({{"added", config.name}, {"warnings", SinkWarnings(config)}});
     return kExitDone;
 }
 
 // The stored sink, which must be sound enough to work with.
 SinkConfig SoundSink(const std::string &name)
 {
-    StoredSink sink = Registry().Find(name);
+    StoredSink sink = Sinks().Find(name);
     if (!sink.problem.empty())
         throw tarsk::Error("cannot use the sink " + sink.config.name, sink.problem,
                            "remove it and add it again");
     return sink.config;
 }
 
-int ChangeSink(const Context &context, const SinkOptions &options)
+void ChangeOptions(const SinkOptions &options, StoredSink &sink)
 {
-    context.Open();
-    StoredSink sink = Registry().Find(options.name);
     SinkConfig &config = sink.config;
     if (config.kind == nullptr)
         throw tarsk::Error("cannot use the sink " + config.name, sink.problem,
                            "remove it and add it again");
     TakeOptions(options.options, config);
-    for (const std::string &word : options.options) {
-        if (word.back() == '=') // nothing: the standard value
-            config.options.erase(word.substr(0, word.size() - 1));
+    // Nothing is the standard value, unless it is a value.
+    std::erase_if(config.options, [&](const auto &option) {
+        return option.second.empty() &&
+               !alerts::FindOption(*config.kind, option.first).check("").empty();
+    });
+    for (const std::string &name : options.unset) {
+        alerts::FindOption(*config.kind, name);
+        config.options.erase(name);
     }
-    Registry().Change(config);
-    TellDaemon();
+}
+
+int ChangeSink(const Context &context, const SinkOptions &options)
+{
+    context.Open();
+    const SinkConfig config =
+        Sinks().Change(options.name, [&](StoredSink &sink) { ChangeOptions(options, sink); });
+    TellDaemonOfSinks();
     Warn(config);
     if (context.json)
-        PrintJson({{"changed", config.name}, {"warnings", alerts::SecretWarnings(config)}});
+        PrintJson({{"changed", config.name}, {"warnings", SinkWarnings(config)}});
     return kExitDone;
 }
 
 int RemoveSink(const Context &context, const SinkOptions &options)
 {
     context.Open();
-    const std::string name = Registry().Find(options.name).config.name;
-    Registry().Remove(name);
-    TellDaemon();
+    const std::string name = Sinks().Find(options.name).config.name;
+    Sinks().Remove(name);
+    TellDaemonOfSinks();
     if (context.json)
         PrintJson({{"removed", name}});
     return kExitDone;
@@ -118,9 +146,16 @@ int RemoveSink(const Context &context, const SinkOptions &options)
 
 // ---- what is known of a sink ----
 
+std::string UndeliveredText(int64_t count, const std::string &sink)
+{
+    return std::to_string(count) + (count == 1 ? " alert is" : " alerts are") +
+           " not taken, although others are; see syslogmon sink undelivered " + sink;
+}
+
 struct View {
     StoredSink sink;
     alerts::Deliveries rows;
+    std::vector<alerts::Undelivered> undelivered;
     int64_t newest = 0; // of all alerts
     int64_t oldest = 0;
     uint32_t limit = 0;
@@ -138,6 +173,19 @@ struct View {
     {
         return std::max<int64_t>(0, newest - std::max(row.last_id, oldest - 1));
     }
+    [[nodiscard]] int64_t Undelivered(const std::string &peer) const
+    {
+        return std::count_if(undelivered.begin(), undelivered.end(),
+                             [&](const auto &row) { return row.peer == peer; });
+    }
+    // Of all its receivers: alerts, each of which one at least does not take.
+    [[nodiscard]] int64_t Undelivered() const
+    {
+        std::set<int64_t> ids;
+        for (const auto &row : undelivered)
+            ids.insert(row.alert_id);
+        return static_cast<int64_t>(ids.size());
+    }
     [[nodiscard]] std::string Error() const
     {
         return sink.problem.empty() ? Whole().last_error : sink.problem;
@@ -146,7 +194,9 @@ struct View {
     {
         std::vector<std::string> warnings;
         if (sink.config.kind != nullptr && sink.problem.empty())
-            warnings = alerts::SecretWarnings(sink.config);
+            warnings = SinkWarnings(sink.config);
+        if (!undelivered.empty())
+            warnings.push_back(UndeliveredText(Undelivered(), sink.config.name));
         const int64_t waiting = Waiting(Whole());
         if (waiting * 10 >= int64_t{limit} * 8)
             warnings.push_back(std::to_string(waiting) + " alerts wait, of at most " +
@@ -161,9 +211,10 @@ View ViewOf(StoredSink sink)
     tarsk::Database &database = tarsk::HostStore().database();
     View view;
     view.rows = alerts::ReadDeliveries(database, sink.config.key);
+    view.undelivered = alerts::ReadUndelivered(database, sink.config.key);
     view.newest = alerts::NewestAlertId(database);
     view.oldest = alerts::OldestAlertId(database);
-    view.limit = Registry().AlertLimit();
+    view.limit = Sinks().AlertLimit();
     view.sink = std::move(sink);
     return view;
 }
@@ -178,10 +229,11 @@ json TimeOrNull(int64_t time_ms)
     return time_ms == 0 ? json(nullptr) : json(time_ms);
 }
 
-json ToJson(const View &view, const Delivery &row, const std::string &error)
+json ToJson(const View &view, const Delivery &row, int64_t undelivered, const std::string &error)
 {
     return {{"delivered", row.delivered},
             {"waiting", view.Waiting(row)},
+            {"undelivered", undelivered},
             {"dropped", row.dropped},
             {"last_delivered_ms", TimeOrNull(row.delivered_ms)},
             {"last_error", error.empty() ? json(nullptr) : json(error)},
@@ -190,7 +242,7 @@ json ToJson(const View &view, const Delivery &row, const std::string &error)
 
 json ToJson(const View &view)
 {
-    json object = ToJson(view, view.Whole(), view.Error());
+    json object = ToJson(view, view.Whole(), view.Undelivered(), view.Error());
     object["name"] = view.sink.config.name;
     object["kind"] = KindName(view.sink);
     object["options"] = view.sink.config.options;
@@ -198,7 +250,7 @@ json ToJson(const View &view)
     object["peers"] = json::object();
     for (const auto &[peer, row] : view.rows) {
         if (!peer.empty())
-            object["peers"][peer] = ToJson(view, row, row.last_error);
+            object["peers"][peer] = ToJson(view, row, view.Undelivered(peer), row.last_error);
     }
     return object;
 }
@@ -214,14 +266,14 @@ int ListSinks(const Context &context, const SinkOptions &)
 {
     context.Open();
     json list = json::array();
-    Table table({"SINK", "KIND", "DELIVERED", "WAITING", "DROPPED", "LAST ERROR"});
-    for (StoredSink &sink : Registry().ReadAll()) {
+    Table table({"SINK", "KIND", "DELIVERED", "WAITING", "UNDELIVERED", "DROPPED", "LAST ERROR"});
+    for (StoredSink &sink : Sinks().ReadAll()) {
         const View view = ViewOf(std::move(sink));
         const Delivery whole = view.Whole();
         list.push_back(ToJson(view));
         table.Add({view.sink.config.name, KindName(view.sink), std::to_string(whole.delivered),
-                   std::to_string(view.Waiting(whole)), std::to_string(whole.dropped),
-                   ErrorText(whole, view.Error())});
+                   std::to_string(view.Waiting(whole)), std::to_string(view.Undelivered()),
+                   std::to_string(whole.dropped), ErrorText(whole, view.Error())});
         if (!context.json) {
             for (const std::string &warning : view.Warnings())
                 fprintf(stderr, "syslogmon: warning: %s: %s\n", view.sink.config.name.c_str(),
@@ -229,16 +281,18 @@ int ListSinks(const Context &context, const SinkOptions &)
         }
     }
     if (context.json)
-        PrintJson({{"sinks", list}, {"limit", Registry().AlertLimit()}});
+        PrintJson({{"sinks", list}, {"limit", Sinks().AlertLimit()}});
     else
         table.Print();
     return kExitDone;
 }
 
-void AddRows(Table &table, const View &view, const Delivery &row, const std::string &error)
+void AddRows(Table &table, const View &view, const Delivery &row, int64_t undelivered,
+             const std::string &error)
 {
     table.Add({"delivered", std::to_string(row.delivered)});
     table.Add({"waiting", std::to_string(view.Waiting(row))});
+    table.Add({"undelivered", std::to_string(undelivered)});
     table.Add({"dropped", std::to_string(row.dropped)});
     table.Add(
         {"last delivery", row.delivered_ms != 0 ? agent::LocalTime(row.delivered_ms) : "none yet"});
@@ -248,7 +302,7 @@ void AddRows(Table &table, const View &view, const Delivery &row, const std::str
 int ShowSink(const Context &context, const SinkOptions &options)
 {
     context.Open();
-    const View view = ViewOf(Registry().Find(options.name));
+    const View view = ViewOf(Sinks().Find(options.name));
     if (context.json) {
         PrintJson({{"sink", ToJson(view)}});
         return kExitDone;
@@ -258,12 +312,12 @@ int ShowSink(const Context &context, const SinkOptions &options)
     table.Add({"kind", KindName(view.sink)});
     for (const auto &[name, value] : view.sink.config.options)
         table.Add({name, value});
-    AddRows(table, view, view.Whole(), view.Error());
+    AddRows(table, view, view.Whole(), view.Undelivered(), view.Error());
     for (const auto &[peer, row] : view.rows) {
         if (peer.empty())
             continue;
         table.Add({"peer", peer});
-        AddRows(table, view, row, row.last_error);
+        AddRows(table, view, row, view.Undelivered(peer), row.last_error);
     }
     for (const std::string &warning : view.Warnings())
         table.Add({"warning", warning});
@@ -340,14 +394,14 @@ int Limit(const Context &context, const SinkOptions &options)
 {
     context.Open();
     if (!options.limit.empty()) {
-        Registry().SetAlertLimit(options.limit);
-        TellDaemon();
+        Sinks().SetAlertLimit(options.limit);
+        TellDaemonOfSinks();
         return kExitDone;
     }
     if (context.json)
-        PrintJson({{"limit", Registry().AlertLimit()}});
+        PrintJson({{"limit", Sinks().AlertLimit()}});
     else
-        printf("%u\n", Registry().AlertLimit());
+        printf("%u\n", Sinks().AlertLimit());
     return kExitDone;
 }
 
@@ -394,6 +448,13 @@ void AddWords(CLI::App &app, SinkOptions &options)
     app.footer(KindsHelp);
 }
 
+void AddUnset(CLI::App &app, SinkOptions &options)
+{
+    app.add_option("--unset", options.unset, "Take this option away: its standard value holds")
+        ->allow_extra_args(false) // one each time: what follows are options of the sink
+        ->type_name("NAME");
+}
+
 void SetUpAdd(CLI::App &app, Context &context, Action &action)
 {
     SetUp<AddSink>(app, context, action, [&](SinkOptions &options) {
@@ -408,6 +469,7 @@ void SetUpSet(CLI::App &app, Context &context, Action &action)
     SetUp<ChangeSink>(app, context, action, [&](SinkOptions &options) {
         AddName(app, options);
         AddWords(app, options);
+        AddUnset(app, options);
     });
 }
 
@@ -438,6 +500,10 @@ const std::vector<Command> kSinkCommands = {
     {"sink set", "Change options of a sink; it goes on where it was", SetUpSet},
     {"sink test", "Send a marked test alert and show the answer", SetUpNamed<TestSink>},
     {"sink remove", "Remove a sink", SetUpNamed<RemoveSink>},
+    {"sink undelivered", "Show the alerts that a sink does not take although it takes others",
+     SetUpUndelivered},
+    {"sink retry", "Send undelivered alerts again", SetUpRetry},
+    {"sink drop", "Drop undelivered alerts: they are not sent again", SetUpDrop},
     {"sink limit", "Show or set how many alerts are kept", SetUpLimit},
 };
 

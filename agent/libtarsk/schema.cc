@@ -55,6 +55,17 @@ constexpr const char *kSteps[] = {
     "  last_error TEXT NOT NULL,"      // empty: the last try did it
     "  error_ms INTEGER NOT NULL,"     // when that was, since 1970, 0: never
     "  PRIMARY KEY (sink, peer)) WITHOUT ROWID;",
+    // 3: the alerts that a receiver does not take although it takes others. They go with their sink,
+    // and with their alert.
+    "CREATE TABLE undelivered ("
+    "  sink INTEGER NOT NULL REFERENCES reg_key (id) ON DELETE CASCADE,"
+    "  peer TEXT NOT NULL," // as in delivery
+    "  alert INTEGER NOT NULL REFERENCES alert (id) ON DELETE CASCADE,"
+    "  since_ms INTEGER NOT NULL," // when it was put aside, since 1970, UTC
+    "  reason TEXT NOT NULL,"      // what the receiver said
+    "  again INTEGER NOT NULL,"    // 1: somebody wants it to be sent again
+    "  PRIMARY KEY (sink, peer, alert)) WITHOUT ROWID;"
+    "CREATE INDEX undelivered_alert ON undelivered (alert);",
 };
 constexpr int kVersion = static_cast<int>(std::size(kSteps));
 

@@ -3,6 +3,7 @@
 //   version  tables
 //   1        store (its identity), reg_key, reg_value, alert, hit_counter
 //   2        delivery
+//   3        undelivered
 //
 // The version is SQLite's user_version. A store of a newer version is refused: an older program
 // would write what the newer one does not understand.

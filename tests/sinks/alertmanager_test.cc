@@ -130,6 +130,41 @@ TEST_F(AlertmanagerTest, AnAlertCountsAsDeliveredWhenOnePeerHasIt)
     EXPECT_EQ(2, Row("am").last_id);
 }
 
+TEST_F(AlertmanagerTest, TheSuccessOfOnePeerDoesNotHideTheErrorOfAnother)
+{
+    Down(two_);
+    Add();
+    StartDeliverer();
+    ReportOne("A");
+    ASSERT_TRUE(Eventually([&] { return Row("am", two_.Url()).last_error != ""; }));
+    ReportOne("B");
+    ASSERT_TRUE(WaitDelivered("am", 2));
+    EXPECT_EQ(two_.Url() + ": HTTP 503 ok", Row("am").last_error);
+    Up(two_);
+    EXPECT_TRUE(Eventually([&] { return Row("am").last_error.empty(); }));
+}
+
+TEST_F(AlertmanagerTest, APeerThatDoesNotTakeOneAlertIsToldOfTheOthers)
+{
+    const auto rule = [](const Request &request) {
+        return request.body.find("POISON") != std::string::npos ? 500 : 200;
+    };
+    two_.Answer(rule);
+    Add();
+    StartDeliverer();
+    for (const char *source : {"A", "POISON", "B", "C"})
+        ReportOne(source);
+    EXPECT_TRUE(Has(two_, {keys_[0], keys_[2], keys_[3]}));
+    EXPECT_TRUE(Has(one_, keys_));
+    ASSERT_TRUE(Eventually([&] { return Undelivered("am").size() == 1; }));
+    EXPECT_EQ(two_.Url() + " 2 HTTP 500 ok", Undelivered("am")[0]);
+    // Nor does it hold up what is active when the daemon begins anew.
+    StopDeliverer();
+    StartDeliverer();
+    ReportOne("D");
+    EXPECT_TRUE(Has(two_, {keys_[0], keys_[2], keys_[3], keys_[4]}));
+}
+
 TEST_F(AlertmanagerTest, APeerThatWasDownGetsWhatIsStillActive)
 {
     Down(two_);
@@ -217,9 +252,9 @@ TEST_F(AlertmanagerTest, APeerThatIsAddedGetsWhatIsActive)
     StartDeliverer();
     ReportOne("A");
     ASSERT_TRUE(Has(one_, keys_));
-    auto config = Sinks().Find("am").config;
-    config.options["peers"] = one_.Url() + "," + two_.Url() + "/";
-    Sinks().Change(config);
+    Sinks().Change("am", [&](alerts::StoredSink &sink) {
+        sink.config.options["peers"] = one_.Url() + "," + two_.Url() + "/";
+    });
     Reload();
     EXPECT_TRUE(Has(two_, keys_));
     ReportOne("B");

@@ -28,6 +28,18 @@ TEST(Backoff, NeverPassesTheLongest)
         EXPECT_LE(backoff.Next().count(), 5000);
 }
 
+TEST(Backoff, IsNotTheSameForAllHostsWhenItIsLongest)
+{
+    std::set<int64_t> pauses;
+    for (int host = 0; host < 50; ++host) {
+        Backoff backoff({});
+        for (int failure = 0; failure < 40; ++failure)
+            backoff.Next();
+        pauses.insert(backoff.Next().count());
+    }
+    EXPECT_GT(pauses.size(), 10U);
+}
+
 TEST(Backoff, BeginsAnewAfterASuccess)
 {
     Backoff backoff({});

@@ -1,10 +1,13 @@
 // syslogmon sink ...
+#include <atomic>
 #include <sys/stat.h>
+#include <thread>
 
 #include "agent/alerts/delivery_store.h"
 #include "agent/alerts/sink_registry.h"
 #include "tests/host/command_test.h"
 #include "tests/sinks/http_receiver.h"
+#include "tests/sinks/sink_test.h"
 #include "tests/support/json_text.h"
 
 namespace {
@@ -43,10 +46,11 @@ TEST_F(SinkCommand, WithoutSinksPrintsNothing)
 TEST_F(SinkCommand, AddsShowsAndRemovesASink)
 {
     ExpectDone({"sink", "add", "file", "out", PathOption()});
-    ExpectOutput({"sink", "list"}, "out\tfile\t0\t0\t0\t-\n");
-    ExpectOutput({"sink", "show", "OUT"}, "name\tout\nkind\tfile\npath\t" + File("out").string() +
-                                              "\ndelivered\t0\nwaiting\t0\ndropped\t0\n"
-                                              "last delivery\tnone yet\nlast error\t-\n");
+    ExpectOutput({"sink", "list"}, "out\tfile\t0\t0\t0\t0\t-\n");
+    ExpectOutput({"sink", "show", "OUT"},
+                 "name\tout\nkind\tfile\npath\t" + File("out").string() +
+                     "\ndelivered\t0\nwaiting\t0\nundelivered\t0\ndropped\t0\n"
+                     "last delivery\tnone yet\nlast error\t-\n");
     ExpectDone({"sink", "remove", "out"});
     ExpectOutput({"sink", "list"}, "");
 }
@@ -57,7 +61,7 @@ TEST_F(SinkCommand, AsJson)
                {"sink", "add", "file", "out", PathOption()});
     EXPECT_EQ(PlainJson(R"({"name": "out", "kind": "file", "options": {"path": ")" +
                         File("out").string() + R"("},
-                            "delivered": 0, "waiting": 0, "dropped": 0,
+                            "delivered": 0, "waiting": 0, "undelivered": 0, "dropped": 0,
                             "last_delivered_ms": null, "last_error": null, "last_error_ms": null,
                             "warnings": [], "peers": {}})"),
               Sink("out"));
@@ -94,6 +98,79 @@ TEST_F(SinkCommand, SetChangesAnOptionAndKeepsTheRest)
     EXPECT_EQ(R"({"timeout":"5","url":"http://other/"})", Sink("hook", "/options"));
     ExpectDone({"sink", "set", "hook", "timeout="});
     EXPECT_EQ(R"({"url":"http://other/"})", Sink("hook", "/options"));
+}
+
+TEST_F(SinkCommand, SetAcceptsWhatAddAccepts)
+{
+    const std::string program = "command=/bin/true";
+    ExpectDone({"sink", "add", "program", "p", program, "arg.1=", "arg.2=x"});
+    ExpectDone({"sink", "set", "p", "arg.2="});
+    EXPECT_EQ(R"({"arg.1":"","arg.2":"","command":"/bin/true"})", Sink("p", "/options"));
+    ExpectDone({"sink", "set", "p", "timeout=5", "--unset", "arg.2"});
+    EXPECT_EQ(R"({"arg.1":"","command":"/bin/true","timeout":"5"})", Sink("p", "/options"));
+    ExpectDone({"sink", "set", "p", "--unset", "timeout", "--unset", "arg.1"});
+    EXPECT_EQ(R"({"command":"/bin/true"})", Sink("p", "/options"));
+}
+
+TEST_F(SinkCommand, TwoThatAddOneNameAtOnceDoNotMerge)
+{
+    StartHere();
+    tarsk::Store other_store(Layout().Store());
+    tarsk::RegistryTree other_tree(other_store);
+    alerts::SinkRegistry other(other_store, other_tree);
+    alerts::SinkConfig console;
+    console.kind = &alerts::FindKind("console");
+    console.name = "out";
+    alerts::SinkConfig file = console;
+    file.kind = &alerts::FindKind("file");
+    file.options = {{"path", File("out").string()}};
+    std::atomic<bool> is_waiting{false};
+    other_store.OnLongWait([&] { is_waiting = true; });
+    std::string error;
+    std::thread second;
+    {
+        tarsk::Transaction first(tarsk::HostStore());
+        second = std::thread([&] { error = test::ErrorOf([&] { other.Add(file); }); });
+        EXPECT_TRUE(test::Eventually([&] { return is_waiting.load(); }));
+        // What an Add does, while the other one waits to write.
+        test::SetTreeText("SOFTWARE\\KORBIN\\TARSKVOSKAR\\AGENT\\SINKS\\out", "Kind", "console");
+        first.Commit();
+    }
+    second.join();
+    EXPECT_EQ("cannot add the sink out: there is one of that name already; choose another name, or "
+              "change that one with syslogmon sink set",
+              error);
+    tarsk::StopHost();
+    EXPECT_EQ("console", Sink("out", "/kind"));
+    EXPECT_EQ("{}", Sink("out", "/options"));
+}
+
+TEST_F(SinkCommand, AFileThatTheMonitorReadsIsWarnedOf)
+{
+    const std::string file = File("app.log").string();
+    test::WriteFile(file, "");
+    ExpectDone({"set", "file-monitor", file});
+    const std::string warning = "it writes to " + file +
+                                ", which the monitor reads: an alert can report itself, again and "
+                                "again; use another file";
+    const test::Finished added = Syslogmon({"sink", "add", "file", "loop", "path=" + file});
+    EXPECT_EQ(0, added.status);
+    EXPECT_EQ("syslogmon: warning: " + warning + "\n", added.err);
+    EXPECT_EQ("[\"" + warning + "\"]", Sink("loop", "/warnings"));
+    const std::string looked_at = Syslogmon({"--json", "doctor"}).out;
+    EXPECT_NE(std::string::npos, looked_at.find(warning)) << looked_at;
+}
+
+TEST_F(SinkCommand, ASecretOverPlainHttpIsWarnedOfByAddSetAndDoctor)
+{
+    const std::string file = SecretFile("s3cret");
+    const std::string warning = "its secret goes to http://192.0.2.1/ without encryption, for "
+                                "everybody on the way to read; use https://";
+    for (const Words &words :
+         {Words{"sink", "add", "webhook", "w", "url=http://192.0.2.1/", "token-file=" + file},
+          Words{"sink", "set", "w", "timeout=5"}})
+        EXPECT_EQ("syslogmon: warning: " + warning + "\n", Syslogmon(words).err);
+    EXPECT_NE(std::string::npos, Syslogmon({"--json", "doctor"}).out.find(warning));
 }
 
 // ---- what is refused ----
@@ -289,10 +366,10 @@ TEST_F(SinkCommand, ADamagedSinkIsListedWithWhatIsWrong)
     test::SetTreeText("SOFTWARE\\KORBIN\\TARSKVOSKAR\\AGENT\\SINKS\\odd", "Kind", "file");
     test::SetTreeText("SOFTWARE\\KORBIN\\TARSKVOSKAR\\AGENT\\SINKS\\odd", "path", "relative");
     tarsk::StopHost();
-    ExpectOutput({"sink", "list"}, "odd\tfile\t0\t0\t0\tcannot use its path: the value is not "
+    ExpectOutput({"sink", "list"}, "odd\tfile\t0\t0\t0\t0\tcannot use its path: the value is not "
                                    "accepted; use an absolute path\n");
     ExpectDone({"sink", "set", "odd", PathOption()});
-    ExpectOutput({"sink", "list"}, "odd\tfile\t0\t0\t0\t-\n");
+    ExpectOutput({"sink", "list"}, "odd\tfile\t0\t0\t0\t0\t-\n");
 }
 
 } // namespace

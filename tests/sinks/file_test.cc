@@ -100,6 +100,41 @@ TEST_F(FileSinkTest, AFolderOrAFifoInItsPlaceIsAFailure)
               Send({MessageOf("one")}).answer);
 }
 
+TEST_F(FileSinkTest, AFileThatOthersCanChangeIsNotWrittenTo)
+{
+    const auto refusal = [&](const std::string &path) {
+        return test::ErrorOf([&] { alerts::CheckSink(Config("file", {{"path", path}})); });
+    };
+    const std::string advice =
+        "; name the file itself, and take the right to write to it from others: chmod go-w";
+    Open(File("alerts"));
+    test::WriteFile(File("alerts"), "");
+    chmod(File("alerts").c_str(), 0660);
+    const std::string text =
+        "cannot write to " + File("alerts").string() + ": others than its owner may write to it";
+    EXPECT_EQ(text, Send({MessageOf("one")}).answer);
+    EXPECT_EQ("", test::ReadFile(File("alerts")));
+    EXPECT_EQ("cannot write alerts to " + File("alerts").string() +
+                  ": others than its owner may write to it" + advice,
+              refusal(File("alerts")));
+    chmod(File("alerts").c_str(), 0640);
+    EXPECT_EQ(Outcome::Result::kTaken, Send({MessageOf("one")}).result);
+}
+
+TEST_F(FileSinkTest, ALinkIsNotFollowed)
+{
+    Open(File("alerts"));
+    Send({MessageOf("one")});
+    const std::string before = test::ReadFile(File("alerts"));
+    // Somebody puts a link in the place of the log while it is open.
+    std::filesystem::rename(File("alerts"), File("other"));
+    std::filesystem::create_symlink(File("other"), File("alerts"));
+    EXPECT_EQ("cannot write to " + File("alerts").string() +
+                  ": it is a symbolic link, and those are not followed",
+              Send({MessageOf("two")}).answer);
+    EXPECT_EQ(before, test::ReadFile(File("other")));
+}
+
 TEST_F(FileSinkTest, AFolderThatIsMissingIsAFailureUntilItIsThere)
 {
     Open(File("new/alerts"));

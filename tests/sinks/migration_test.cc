@@ -10,6 +10,7 @@ class MigrationTest : public test::SinkTest {
     void GoBack()
     {
         tarsk::HostStore().Write([](tarsk::Database &database) {
+            database.Execute("DROP TABLE undelivered");
             database.Execute("DROP TABLE delivery");
             database.Execute("PRAGMA user_version = 1");
         });
@@ -31,7 +32,7 @@ TEST_F(MigrationTest, AStoreOfTheFirstVersionKeepsItsAlertsAndItsIdentity)
     const std::string uuid = tarsk::HostStore().uuid();
     GoBack();
     tarsk::StartHost(Layout(), tarsk::Role::kCommand);
-    EXPECT_EQ(2, Version());
+    EXPECT_EQ(3, Version());
     EXPECT_EQ(uuid, tarsk::HostStore().uuid());
     EXPECT_EQ(5U, alerts::ReadAlerts(tarsk::HostStore().database(), 0, 0, 100).size());
     EXPECT_EQ(std::string("value\0", 6), test::TreeValue("SOFTWARE\\X", "name")->data);

@@ -1,9 +1,11 @@
 // Kind "program".
 #include <csignal>
-#include <thread>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include "agent/common/status_file.h"
+#include "agent/libtarsk/waitable.h"
 #include "tests/sinks/sink_test.h"
 #include "tests/support/json_text.h"
 
@@ -59,7 +61,7 @@ TEST_F(ProgramSinkTest, ArgumentsAreAVectorAndNoShellReadsThem)
 TEST_F(ProgramSinkTest, ItsExitStatusDecides)
 {
     EXPECT_EQ(Outcome::Result::kTaken, Run("cat >/dev/null; exit 0").result);
-    EXPECT_EQ(Outcome::Result::kFailed, Run("cat >/dev/null; exit 1").result);
+    EXPECT_EQ(Outcome::Result::kRefused, Run("cat >/dev/null; exit 1").result);
     EXPECT_EQ(Outcome::Result::kFailed, Run("cat >/dev/null; exit 75").result);
     EXPECT_EQ(Outcome::Result::kRefused, Run("cat >/dev/null; exit 65").result);
     EXPECT_EQ(File("program").string() + " ended with status 3: no luck\n",
@@ -82,12 +84,10 @@ TEST_F(ProgramSinkTest, AnAlertThatIsLongerThanAPipeArrivesWhole)
 
 TEST_F(ProgramSinkTest, OneThatHangsIsKilledWithItsChildren)
 {
-    const int64_t began = agent::WallTimeMs();
     const Outcome outcome =
         Run("sleep 600 & echo $! > " + File("child").string() + "; wait", {{"timeout", "1"}});
-    EXPECT_EQ(Outcome::Result::kFailed, outcome.result);
+    EXPECT_EQ(Outcome::Result::kRefused, outcome.result);
     EXPECT_EQ(File("program").string() + " did not end within 1 s and was killed", outcome.answer);
-    EXPECT_LT(agent::WallTimeMs() - began, 5000);
     const pid_t child = std::stoi(test::ReadFile(File("child")));
     EXPECT_TRUE(test::Eventually([&] {
         // Killed, and perhaps not waited for by whoever has inherited it.
@@ -99,9 +99,7 @@ TEST_F(ProgramSinkTest, OneThatHangsIsKilledWithItsChildren)
 
 TEST_F(ProgramSinkTest, AChildThatKeepsItsOutputOpenIsNotWaitedFor)
 {
-    const int64_t began = agent::WallTimeMs();
     EXPECT_EQ(Outcome::Result::kTaken, Run("sleep 600 & exit 0").result);
-    EXPECT_LT(agent::WallTimeMs() - began, 5000);
 }
 
 TEST_F(ProgramSinkTest, SignalsAreAsUsualInIt)
@@ -120,9 +118,89 @@ TEST_F(ProgramSinkTest, SignalsAreAsUsualInIt)
 TEST_F(ProgramSinkTest, AStopEndsItSoon)
 {
     interrupt_.Raise(std::chrono::milliseconds(100));
-    const int64_t began = agent::WallTimeMs();
-    EXPECT_EQ(Outcome::Result::kFailed, Run("sleep 600").result);
-    EXPECT_LT(agent::WallTimeMs() - began, 5000);
+    const Outcome outcome = Run("sleep 600", {{"timeout", "120"}});
+    EXPECT_EQ(Outcome::Result::kFailed, outcome.result);
+    EXPECT_EQ(File("program").string() + " was ended with the daemon", outcome.answer);
+}
+
+TEST_F(ProgramSinkTest, ItInheritsNothingOfTheDaemon)
+{
+    // Open in any program that the test starts, unless somebody sees to it. The shell has its script
+    // open under one of the numbers that are left out below.
+    const tarsk::Fd open_file(fcntl(STDIN_FILENO, F_DUPFD, 200));
+    ASSERT_EQ(0, fcntl(open_file.get(), F_GETFD) & FD_CLOEXEC);
+    setenv("SECRET_OF_THE_DAEMON", "x", 1);
+    const Outcome outcome =
+        Run("cd -P .; echo \"in $PWD:\"; set -- /proc/$$/fd/*\n"
+            "for fd; do case ${fd##*/} in 10|255) ;; *) [ -L $fd ] && echo ${fd##*/};; esac; done\n"
+            "env | grep -v '^_=\\|PWD=' | sort");
+    unsetenv("SECRET_OF_THE_DAEMON");
+    EXPECT_EQ(Outcome::Result::kTaken, outcome.result);
+    EXPECT_EQ(File("program").string() +
+                  " ended with status 0: in /:\n0\n1\n2\nHOME=/\nLANG=C.UTF-8\n"
+                  "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin\n",
+              outcome.answer);
+}
+
+TEST_F(ProgramSinkTest, OneWhoseEndCannotBeNoticedIsAnErrorThatSaysSo)
+{
+    const std::string program = Script("program", "exit 0");
+    alerts::Secrets secrets;
+    const auto sink =
+        alerts::FindKind("program").open(Config("program", {{"command", program}}), "", secrets);
+    const alerts::Message message = MessageOf("one");
+    rlimit old{};
+    getrlimit(RLIMIT_NOFILE, &old);
+    rlimit small = old;
+    {
+        // Four are left, for two pipes.
+        std::vector<tarsk::Fd> next;
+        for (int i = 0; i < 5; ++i)
+            next.emplace_back(dup(STDIN_FILENO));
+        small.rlim_cur = static_cast<rlim_t>(next.back().get());
+    }
+    setrlimit(RLIMIT_NOFILE, &small);
+    const Outcome outcome = sink->Send(std::span(&message, 1), interrupt_);
+    setrlimit(RLIMIT_NOFILE, &old);
+    EXPECT_EQ(Outcome::Result::kFailed, outcome.result);
+    EXPECT_EQ(program +
+                  " was killed, since its end cannot be waited for: pidfd_open: Too many open "
+                  "files",
+              outcome.answer);
+}
+
+TEST_F(ProgramSinkTest, OneThatOthersCanChangeIsRefusedAndNotRun)
+{
+    const std::string program = Script("program", "touch " + File("was_run").string());
+    const auto refusal = [&](const std::string &path) {
+        return test::ErrorOf([&] { alerts::CheckSink(Config("program", {{"command", path}})); });
+    };
+    const std::string advice = "; name a program itself, which only root and its owner can change: "
+                               "chmod go-w, and chown root";
+    alerts::Secrets secrets;
+    const auto sink =
+        alerts::FindKind("program").open(Config("program", {{"command", program}}), "", secrets);
+    const alerts::Message message = MessageOf("one");
+    for (const mode_t mode : {0775, 0757}) {
+        chmod(program.c_str(), mode);
+        EXPECT_EQ("cannot run " + program + ": others than its owner may write to it" + advice,
+                  refusal(program));
+        EXPECT_EQ("cannot run " + program + ": others than its owner may write to it",
+                  sink->Send(std::span(&message, 1), interrupt_).answer);
+    }
+    EXPECT_FALSE(std::filesystem::exists(File("was_run")));
+    chmod(program.c_str(), 0755);
+    std::filesystem::create_symlink(program, File("link"));
+    EXPECT_EQ("cannot run " + File("link").string() +
+                  ": it is a symbolic link, and those are not followed" + advice,
+              refusal(File("link")));
+    std::filesystem::create_directory(File("open"));
+    std::filesystem::copy_file(program, File("open/program"));
+    chmod(File("open").c_str(), 0777);
+    EXPECT_EQ("cannot run " + File("open/program").string() +
+                  ": others than the owner of its folder may put another file in its place" +
+                  advice,
+              refusal(File("open/program")));
 }
 
 TEST_F(ProgramSinkTest, ManyDeathsAndHangsInBetweenLoseNothing)

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "agent/alerts/deliverer.h"
+#include "agent/alerts/undelivered.h"
 #include "tests/support/json_text.h"
 
 namespace test {
@@ -118,6 +119,16 @@ alerts::Delivery SinkTest::Row(const std::string &sink, const std::string &peer)
 {
     const auto config = Sinks().Find(sink).config;
     return alerts::ReadDeliveries(tarsk::HostStore().database(), config.key)[peer];
+}
+
+Strings SinkTest::Undelivered(const std::string &sink)
+{
+    Strings all;
+    const auto config = Sinks().Find(sink).config;
+    for (const auto &row : alerts::ReadUndelivered(tarsk::HostStore().database(), config.key))
+        all.push_back((row.peer.empty() ? "" : row.peer + " ") + std::to_string(row.alert_id) +
+                      " " + row.reason);
+    return all;
 }
 
 bool SinkTest::WaitDelivered(const std::string &sink, int64_t count)

@@ -55,6 +55,8 @@ class SinkTest : public HostTest {
 
     // The row of a sink as it was written.
     alerts::Delivery Row(const std::string &sink, const std::string &peer = "");
+    // What was put aside for a sink, as "PEER ID REASON"; without a peer, "ID REASON".
+    Strings Undelivered(const std::string &sink);
     bool WaitDelivered(const std::string &sink, int64_t count);
 
     // A program of the test's own: a shell script.

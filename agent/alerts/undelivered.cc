@@ -1,0 +1,52 @@
+#include "agent/alerts/undelivered.h"
+
+namespace alerts {
+
+std::vector<Undelivered> ReadUndelivered(tarsk::Database &database, int64_t sink)
+{
+    tarsk::Statement select(database, "SELECT peer, alert, since_ms, reason, again FROM undelivered"
+                                      " WHERE sink = ? ORDER BY alert, peer");
+    std::vector<Undelivered> rows;
+    select.Start(sink);
+    while (select.Next())
+        rows.push_back({select.Text(0), select.Integer(1), select.Integer(2), select.Text(3),
+                        select.Integer(4) != 0});
+    return rows;
+}
+
+void WriteChanges(tarsk::Store &store, int64_t sink, const std::vector<UndeliveredChange> &changes)
+{
+    store.Write([&](tarsk::Database &database) {
+        tarsk::Statement put(database,
+                             "INSERT OR REPLACE INTO undelivered"
+                             " (sink, peer, alert, since_ms, reason, again)"
+                             " SELECT reg_key.id, ?, alert.id, ?, ?, ? FROM reg_key, alert"
+                             " WHERE reg_key.id = ? AND alert.id = ?");
+        tarsk::Statement remove(
+            database, "DELETE FROM undelivered WHERE sink = ? AND peer = ? AND alert = ?");
+        for (const auto &[row, was_taken] : changes) {
+            if (was_taken)
+                remove.Run(sink, row.peer, row.alert_id);
+            else
+                put.Run(row.peer, row.since_ms, row.reason, row.again ? 1 : 0, sink, row.alert_id);
+        }
+    });
+}
+
+void WantAgain(tarsk::Store &store, int64_t sink, int64_t alert_id)
+{
+    store.Write([&](tarsk::Database &database) {
+        tarsk::Statement(database, "UPDATE undelivered SET again = 1 WHERE sink = ? AND alert = ?")
+            .Run(sink, alert_id);
+    });
+}
+
+void RemoveUndelivered(tarsk::Store &store, int64_t sink, int64_t alert_id)
+{
+    store.Write([&](tarsk::Database &database) {
+        tarsk::Statement(database, "DELETE FROM undelivered WHERE sink = ? AND alert = ?")
+            .Run(sink, alert_id);
+    });
+}
+
+} // namespace alerts

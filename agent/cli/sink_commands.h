@@ -1,0 +1,30 @@
+// What the commands of sinks share.
+#ifndef AGENT_CLI_SINK_COMMANDS_H
+#define AGENT_CLI_SINK_COMMANDS_H
+
+#include <string>
+#include <vector>
+
+#include "agent/alerts/sink_registry.h"
+#include "agent/cli/command.h"
+
+namespace cli {
+
+// The sinks of the opened store.
+alerts::SinkRegistry Sinks();
+
+// Makes a running daemon read the sinks again, and what is wanted of them.
+void TellDaemonOfSinks();
+
+// What is unsafe about a sink: see SecretWarnings; and whether the monitor reads what it writes.
+std::vector<std::string> SinkWarnings(const alerts::SinkConfig &config);
+
+// ---- sink undelivered, retry, drop: undelivered_commands.cc ----
+
+void SetUpUndelivered(CLI::App &app, Context &context, Action &action);
+void SetUpRetry(CLI::App &app, Context &context, Action &action);
+void SetUpDrop(CLI::App &app, Context &context, Action &action);
+
+} // namespace cli
+
+#endif // AGENT_CLI_SINK_COMMANDS_H

@@ -1,0 +1,136 @@
+// sink undelivered, retry, drop
+#include <algorithm>
+#include <set>
+
+#include "agent/alerts/alert_store.h"
+#include "agent/alerts/undelivered.h"
+#include "agent/cli/output.h"
+#include "agent/cli/sink_commands.h"
+#include "agent/common/alert_text.h"
+
+namespace cli {
+
+namespace {
+
+using alerts::Undelivered;
+using nlohmann::json;
+
+struct UndeliveredOptions {
+    std::string name;
+    std::vector<int64_t> ids;
+};
+
+alerts::Alert AlertOf(const Undelivered &row)
+{
+    auto found = alerts::ReadAlerts(tarsk::HostStore().database(), row.alert_id - 1, 0, 1);
+    return found.empty() || found[0].id != row.alert_id ? alerts::Alert{} : std::move(found[0]);
+}
+
+json ToJson(const Undelivered &row, const alerts::Alert &alert)
+{
+    return {{"id", row.alert_id},       {"peer", row.peer},   {"since_ms", row.since_ms},
+            {"reason", row.reason},     {"again", row.again}, {"source", alert.source},
+            {"message", alert.message}, {"host", alert.host}, {"time_ms", alert.time_ms}};
+}
+
+int ListUndelivered(const Context &context, const UndeliveredOptions &options)
+{
+    context.Open();
+    const alerts::SinkConfig sink = Sinks().Find(options.name).config;
+    json list = json::array();
+    Table table({"ALERT", "PUT ASIDE", "PEER", "REASON", "TEXT"});
+    for (const Undelivered &row :
+         alerts::ReadUndelivered(tarsk::HostStore().database(), sink.key)) {
+        const alerts::Alert alert = AlertOf(row);
+        list.push_back(ToJson(row, alert));
+        table.Add({std::to_string(row.alert_id), agent::LocalTime(row.since_ms),
+                   row.peer.empty() ? "-" : row.peer,
+                   row.again ? "to be sent again" : agent::Printable(row.reason),
+                   agent::Printable(alert.message)});
+    }
+    if (context.json)
+        PrintJson({{"sink", sink.name}, {"undelivered", list}});
+    else
+        table.Print();
+    return kExitDone;
+}
+
+// The alerts that are meant: these, or all that are undelivered.
+std::set<int64_t> Chosen(const alerts::SinkConfig &sink, const std::vector<int64_t> &ids)
+{
+    std::set<int64_t> all;
+    for (const Undelivered &row : alerts::ReadUndelivered(tarsk::HostStore().database(), sink.key))
+        all.insert(row.alert_id);
+    for (const int64_t id : ids) {
+        if (!all.contains(id))
+            throw tarsk::Error("cannot use the alert " + std::to_string(id),
+                               "it is none of the undelivered ones of the sink " + sink.name,
+                               "choose from syslogmon sink undelivered " + sink.name);
+    }
+    return ids.empty() ? all : std::set<int64_t>(ids.begin(), ids.end());
+}
+
+// Does it with each of the alerts that are meant; all or none.
+int ForEach(const Context &context, const UndeliveredOptions &options, const char *done,
+            void (*act)(tarsk::Store &, int64_t sink, int64_t alert_id))
+{
+    context.Open();
+    tarsk::Transaction transaction(tarsk::HostStore());
+    const alerts::SinkConfig sink = Sinks().Find(options.name).config;
+    const std::set<int64_t> ids = Chosen(sink, options.ids);
+    for (const int64_t id : ids)
+        act(tarsk::HostStore(), sink.key, id);
+    transaction.Commit();
+    TellDaemonOfSinks();
+    if (context.json)
+        PrintJson({{"sink", sink.name}, {done, ids}});
+    return kExitDone;
+}
+
+int Retry(const Context &context, const UndeliveredOptions &options)
+{
+    return ForEach(context, options, "retried", alerts::WantAgain);
+}
+
+int Drop(const Context &context, const UndeliveredOptions &options)
+{
+    return ForEach(context, options, "dropped", alerts::RemoveUndelivered);
+}
+
+std::shared_ptr<UndeliveredOptions> AddName(CLI::App &app)
+{
+    auto options = std::make_shared<UndeliveredOptions>();
+    app.add_option("name", options->name, "The sink's name")->required();
+    return options;
+}
+
+std::shared_ptr<UndeliveredOptions> AddNameAndIds(CLI::App &app)
+{
+    auto options = AddName(app);
+    app.add_option("id", options->ids, "Of which alerts; all, when none is given")
+        ->type_name("ID ...");
+    return options;
+}
+
+} // namespace
+
+void SetUpUndelivered(CLI::App &app, Context &context, Action &action)
+{
+    auto options = AddName(app);
+    app.callback(
+        [&, options] { action = [&, options] { return ListUndelivered(context, *options); }; });
+}
+
+void SetUpRetry(CLI::App &app, Context &context, Action &action)
+{
+    auto options = AddNameAndIds(app);
+    app.callback([&, options] { action = [&, options] { return Retry(context, *options); }; });
+}
+
+void SetUpDrop(CLI::App &app, Context &context, Action &action)
+{
+    auto options = AddNameAndIds(app);
+    app.callback([&, options] { action = [&, options] { return Drop(context, *options); }; });
+}
+
+} // namespace cli
