@@ -334,7 +334,6 @@ void Deliverer::KeepTheLimit()
         return;
     const int64_t up_to = oldest + std::min(surplus, kRemoveAtOnce) - 1;
     for (Entry &entry : entries_) {
-        CountUndelivered(entry, up_to);
         const int64_t lost = entry.progress->Removed(up_to);
         entry.unwritten |= entry.progress->HasChanged();
         if (lost > 0 && entry.level != Level::kFull) {
@@ -349,15 +348,6 @@ void Deliverer::KeepTheLimit()
     WriteRows();
     RemoveAlerts(store_, up_to);
     over_limit_ = surplus > kRemoveAtOnce;
-}
-
-// Those that leave the store now were never delivered.
-void Deliverer::CountUndelivered(Entry &entry, int64_t up_to)
-{
-    for (const Undelivered &row : ReadUndelivered(store_.database(), entry.sink.config.key)) {
-        if (row.alert_id <= up_to)
-            entry.progress->UndeliveredRemoved(row.peer);
-    }
 }
 
 void Deliverer::LookAtLevels(int64_t newest)

@@ -77,7 +77,6 @@ class Deliverer {
     void WriteRows();
     void TakeChanges(Entry &entry) const;
     static void SendWantedAgain(const Entry &entry, const std::vector<Undelivered> &rows);
-    void CountUndelivered(Entry &entry, int64_t up_to);
     void KeepTheLimit();
     void LookAtLevels(int64_t newest);
     void Tell(const std::string &text) const;

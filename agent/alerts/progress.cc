@@ -181,17 +181,15 @@ int64_t Progress::Removed(int64_t last_id)
     for (const int64_t id : ahead_[""])
         lost -= id <= last_id ? 1 : 0;
     whole.dropped += lost;
+    for (auto &[peer, row] : rows_) {
+        auto &aside = aside_[peer];
+        const auto end = aside.upper_bound(last_id);
+        row.dropped += std::distance(aside.begin(), end);
+        aside.erase(aside.begin(), end);
+    }
     for (const auto &[peer, row] : rows_)
         Advance(peer, last_id);
     return lost;
-}
-
-void Progress::UndeliveredRemoved(const std::string &peer)
-{
-    const std::lock_guard lock(mutex_);
-    const auto row = rows_.find(peer); // it may be a peer of former settings
-    if (row != rows_.end())
-        ++row->second.dropped;
 }
 
 int64_t Progress::EndsAt(const Alert &alert, int64_t now_ms) const

@@ -49,11 +49,9 @@ class Progress {
     void Failed(const std::string &peer, const std::string &why);
     // The receiver answers again, without having taken anything new.
     void Well(const std::string &peer);
-    // Alerts up to this one are removed from the store. Returns how many of them nobody had taken,
-    // and nobody had been found not to take.
+    // Alerts up to this one are removed from the store. Returns how many of them nobody had taken by
+    // then; those that were put aside are not told of again.
     int64_t Removed(int64_t last_id);
-    // One that was put aside for this peer leaves the store.
-    void UndeliveredRemoved(const std::string &peer);
 
     // Until when an alert is active. One that no peer has had yet begins when it is sent: a receiver
     // that was down for longer than alerts are active would otherwise learn of nothing.

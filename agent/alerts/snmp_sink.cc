@@ -226,9 +226,11 @@ class SnmpSink : public Sink {
             return AllTaken(messages.first(1),
                             "sent to " + settings_.receiver + ", which acknowledges no trap");
         WaitForReply(interrupt);
-        if (!reply_.has_come || !reply_.error.empty())
-            return Refused(settings_.receiver + ": " +
-                           (reply_.has_come ? reply_.error : "no answer"));
+        // Over UDP, one that does not answer to this alert looks like one that is down.
+        if (!reply_.has_come)
+            return Failed(settings_.receiver + ": no answer");
+        if (!reply_.error.empty())
+            return Refused(settings_.receiver + ": " + reply_.error);
         return AllTaken(messages.first(1), settings_.receiver + " has acknowledged it");
     }
 

@@ -181,7 +181,7 @@ TEST_F(ProgramSinkTest, OneThatOthersCanChangeIsRefusedAndNotRun)
     const auto sink =
         alerts::FindKind("program").open(Config("program", {{"command", program}}), "", secrets);
     const alerts::Message message = MessageOf("one");
-    for (const mode_t mode : {0775, 0757}) {
+    for (const mode_t mode : {0775U, 0757U}) {
         chmod(program.c_str(), mode);
         EXPECT_EQ("cannot run " + program + ": others than its owner may write to it" + advice,
                   refusal(program));

@@ -233,7 +233,9 @@ TEST_F(UndeliveredTest, OneThatLeavesTheStoreCountsAsDropped)
     StartDeliverer();
     Report(2);
     ASSERT_TRUE(Eventually([&] { return Undelivered("hook").size() == 1; }));
-    Report(120);
+    Report(90);
+    ASSERT_TRUE(WaitDelivered("hook", 91));
+    Report(30);
     ASSERT_TRUE(WaitDelivered("hook", 121));
     EXPECT_TRUE(Eventually([&] { return Undelivered("hook").empty(); }));
     EXPECT_TRUE(Eventually([&] { return Row("hook").dropped == 1; }));
