@@ -65,16 +65,18 @@ void StartLibrary()
 // What a receiver has said to an inform.
 struct Reply {
     bool has_come = false;
-    std::string error; // empty: it has it
+    std::string error;       // empty: it has it
+    bool is_refusal = false; // the error is about this notification
 };
 
 int OnReply(int operation, netsnmp_session *, int, netsnmp_pdu *pdu, void *reply_of_sink)
 {
     auto *reply = static_cast<Reply *>(reply_of_sink);
     reply->has_come = true;
-    if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE && pdu->command == SNMP_MSG_RESPONSE)
+    if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE && pdu->command == SNMP_MSG_RESPONSE) {
         reply->error = pdu->errstat == 0 ? "" : snmp_errstring(static_cast<int>(pdu->errstat));
-    else if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE)
+        reply->is_refusal = pdu->errstat != 0;
+    } else if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE)
         reply->error = "it knows no such user, or the keys differ";
     else
         reply->error = "no answer";
@@ -229,8 +231,9 @@ class SnmpSink : public Sink {
         // Over UDP, one that does not answer to this alert looks like one that is down.
         if (!reply_.has_come)
             return Failed(settings_.receiver + ": no answer");
+        const std::string text = settings_.receiver + ": " + reply_.error;
         if (!reply_.error.empty())
-            return Refused(settings_.receiver + ": " + reply_.error);
+            return reply_.is_refusal ? Refused(text) : Failed(text);
         return AllTaken(messages.first(1), settings_.receiver + " has acknowledged it");
     }
 
