@@ -73,7 +73,7 @@ class Surprises(lab.LabTest):
 
     def check(self, story):
         """A scan ends, and by now all lines that were written have been reported, each once."""
-        self.daemon.scan()
+        self.daemon.look()
         for path in LOGS:
             reported = [message for message in self.lab.messages() if message.endswith(path.name)]
             self.assertEqual(self.written[path], reported, story)
@@ -114,7 +114,7 @@ class Surprises(lab.LabTest):
                 path.rename(path.with_suffix(".aside"))
                 surprise(path)
             self.daemon.start()
-            self.daemon.scan()
+            self.daemon.look()
             self.daemon.stop()
             for path in LOGS:
                 if os.path.lexists(path):
@@ -158,7 +158,7 @@ class Surprises(lab.LabTest):
             with open(path, "ab") as log:
                 log.write(bytes(50_000) + b"\n" + b"\xff\xfe error\n" + b"y" * 100_000 + b"\n\n\r\n")
             self.write(path)
-        self.daemon.scan()
+        self.daemon.look()
         reported = self.lab.messages()
         for path in LOGS:
             self.assertEqual(1, reported.count(self.written[path][-1]), path.name)
@@ -183,7 +183,7 @@ class Surprises(lab.LabTest):
         self.written[CUSTOMER].append(lab.stamped("error in customer.log"))
         other.rename(lab.VAR_LOG / "elsewhere")
         self.write(lab.MESSAGES)
-        self.daemon.scan()
+        self.daemon.look()
         (lab.VAR_LOG / "elsewhere").rename(other)
         self.check("a directory that went and came back")
 
