@@ -28,6 +28,10 @@ constexpr time_t kFreshSeconds = 2;
 constexpr long kRestOfLineMs = 50;
 constexpr long kNsPerMs = 1000L * 1000L;
 
+// The stream's buffer, of the usual size: the search for the head of a line reads single bytes.
+constexpr size_t kStreamBufferSize = 4096;
+char stream_buffer[kStreamBufferSize];
+
 using ll = long long;
 
 int64_t ReadBytes(int64_t count, char *data)
@@ -72,28 +76,26 @@ int64_t MillisecondsSince(const timespec &begin)
 bool ReadOn(int64_t count, LogBuf *block)
 {
     const int64_t seen = block->length;
-    if (seen < count) {
-        if (fseeko(gfp, block->start + seen, SEEK_SET) == -1)
-            return true;
-        const int64_t added = ReadBytes(count - seen, block->data + seen);
-        if (added == 0)
-            return true;
-        block->length += added;
-    }
-    // Also of a full block, which has no room for the rest: the line is known to go on.
+    if (fseeko(gfp, block->start + seen, SEEK_SET) == -1)
+        return true;
+    const int64_t added = ReadBytes(count - seen, block->data + seen);
+    if (added == 0)
+        return true;
+    block->length += added;
     block->isend = kBlockBeyond;
-    const auto added = static_cast<size_t>(block->length - seen);
-    return added == 0 || memchr(block->data + seen, '\n', added) != nullptr;
+    return block->length == count ||
+           memchr(block->data + seen, '\n', static_cast<size_t>(added)) != nullptr;
 }
 
 // A block that ends exactly at the recorded end of the file, inside a line that may still be being
 // written: waits a moment for the rest and reads on. When it has come, the block reaches beyond the
 // recorded length, so the trim cuts it at its last line end and nothing half-written is delivered. When
-// it has not come, nothing has changed: the file ends there, and the line counts as a line.
+// it has not come, nothing has changed: the file ends there, and the line counts as a line. So it does at
+// the end of a full block, which has no room for a rest.
 void AwaitRestOfLine(int64_t count, LogBuf *block)
 {
     struct stat status {};
-    if (!EndsInsideALine(*block) || !WasJustWritten(&status))
+    if (block->length == count || !EndsInsideALine(*block) || !WasJustWritten(&status))
         return;
     timespec begin{};
     clock_gettime(CLOCK_MONOTONIC, &begin);
@@ -124,16 +126,18 @@ int InitFile(const char *name)
     }
     filelen = status.st_size;
     TRACE(TRACE_DETAIL, "filelen is %lld", ll{filelen});
-    gfp = OpenLog(name);
+    gfp = OpenLog(name, &status);
     if (gfp == nullptr) {
         TRACE(TRACE_SYSTEM, "<open file %s error,return -1.", name);
         return -1;
     }
-    // The name may have changed hands since: what counts is the file that was opened.
-    openfile = {};
-    if (fstat64(fileno(gfp), &status) == 0) {
+    setvbuf(gfp, stream_buffer, _IOFBF, sizeof stream_buffer);
+    openfile = {status.st_dev, status.st_ino};
+    // The name has changed hands: what counts is the file that was opened. What the same file has grown
+    // by stays out of the length, for its last line may be half-written.
+    if (status.st_size != filelen) {
         filelen = status.st_size;
-        openfile = {status.st_dev, status.st_ino};
+        TRACE(TRACE_DETAIL, "filelen is %lld", ll{filelen});
     }
     TRACE(TRACE_DETAIL, "<return 0.");
     return 0;
@@ -160,20 +164,20 @@ int64_t GetBlockAt(int64_t pos, int64_t leng, LogBuf *plogbuf)
         TRACE(TRACE_ERROR, "<parameter error,return -1.");
         return -1;
     }
-    // All of it, every time: the byte after the last one read must be zero, even after a full
-    // block.
-    memset(plogbuf, 0, sizeof *plogbuf);
     if (fseeko(gfp, pos, SEEK_SET) == -1) {
+        memset(plogbuf, 0, sizeof *plogbuf);
         TRACE(TRACE_SYSTEM, "<fseek error, pos %lld.return -1.", ll{pos});
         return -1;
     }
     const int64_t count = leng <= kBlockSize ? leng : kBlockSize;
     const int64_t got = ReadBytes(count, plogbuf->data);
     if (got < count && feof(gfp) == 0) {
-        TRACE(TRACE_SYSTEM, "<read file ERROR,  %ld BYTES readed.return -1.", got);
         memset(plogbuf, 0, sizeof *plogbuf);
+        TRACE(TRACE_SYSTEM, "<read file ERROR,  %ld BYTES readed.return -1.", got);
         return -1;
     }
+    // Every time: the byte after the last one read must be zero, even after a full block.
+    memset(plogbuf->data + got, 0, sizeof plogbuf->data - static_cast<size_t>(got));
     NoteBlock(pos, got, plogbuf);
     AwaitRestOfLine(count, plogbuf);
 

@@ -48,7 +48,7 @@ struct LogBuf {
 extern LogBuf curblock; // the block in which the cursor stands; written by every load and step
 extern LogBuf bakblock; // the one saved copy of curblock; written by SaveFileEnv
 extern FILE *gfp;       // the open log; null when none is open. Written by InitFile and FinishFile
-// Its size in bytes when it was opened, never refreshed; -1: none is open.
+// Its size in bytes just before it was opened, never refreshed; -1: none is open.
 extern int64_t filelen;
 
 // Which file it is, whatever its name: rotation moves names from file to file. Inode 0: not known.
@@ -63,8 +63,8 @@ extern "C" {
 
 // Opens a log for reading, after closing the one that was open. Leaves curblock alone: load a block
 // before asking for lines.
-// Returns 0, or -1: null name, no such file, or no regular file that can be read. In the last case
-// filelen already holds the size of what was found.
+// Returns 0, or -1: null name, no such file, or none that can be opened (a FIFO or a device never is).
+// In the last case filelen already holds the size of what was found. A directory opens; its loads fail.
 int InitFile(const char *name);
 
 // Closes the open log, if any.
@@ -134,7 +134,8 @@ int GetLastLine(int64_t *pos, char *pcontent, int size);
 //             for "before everything". Unchanged when the line was found where it was.
 //   pcontent  in: its text, or as many of its first bytes as were kept. out: the text of the line on
 //             which the cursor stands, empty when there is none; unchanged when the text was found.
-//   size      of pcontent, in bytes: kLineBufferSize.
+//   size      of pcontent, in bytes: kLineBufferSize. A line that the search upwards has kept comes
+//             back whole, whatever is given here.
 // The offset is tried first. When another line is there, the line is looked for around it by the
 // lines' time stamps; when it is gone, the last line not newer than it stands in for it. Returns 0,
 // found or not; -1 when an argument was bad or the file could not be read, with pos and pcontent

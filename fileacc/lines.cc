@@ -10,9 +10,9 @@ namespace {
 constexpr char kUnit[] = "fileacc";
 constexpr char kGetNextLine[] = "GetNextLine";
 
-// Bytes that one backward read of GetLineHead takes: most lines are shorter, so one read finds the
-// head.
-constexpr int64_t kHeadSearchBytes = 4096;
+// GetLineHead looks at single bytes as far back as lines go, and then takes pieces of this size: a log
+// without line ends must not hold up the monitor.
+constexpr int64_t kHeadSearchPiece = 4096;
 
 using ll = long long;
 
@@ -57,9 +57,10 @@ int64_t GetLineHead(int64_t pos)
               ll{filelen});
         return -1;
     }
-    char piece[kHeadSearchBytes];
+    char piece[kHeadSearchPiece];
     for (int64_t end = pos; end > 0;) {
-        const int64_t begin = std::max<int64_t>(end - kHeadSearchBytes, 0);
+        const int64_t size = pos - end < kLineBufferSize ? 1 : kHeadSearchPiece;
+        const int64_t begin = std::max<int64_t>(end - size, 0);
         if (fseeko(gfp, begin, SEEK_SET) == -1) {
             TRACE(TRACE_SYSTEM, "<fseek error, pos is %lld.return -1.", ll{end - 1});
             return -1;

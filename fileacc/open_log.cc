@@ -2,22 +2,24 @@
 
 #include <cerrno>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
-bool IsRegular(const struct stat &status)
+// Opening a FIFO waits for a writer, and a device can wait for anything; merely opening either can
+// have an effect on others.
+bool MayWait(const struct stat64 &status)
 {
-    if (S_ISREG(status.st_mode))
-        return true;
-    errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
-    return false;
+    return S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode);
 }
 
-FILE *CloseAndFail(int fd)
+bool IsSameFile(const struct stat64 &a, const struct stat64 &b)
 {
-    const int reason = errno;
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+FILE *CloseAndFail(int fd, int reason)
+{
     close(fd);
     errno = reason;
     return nullptr;
@@ -25,22 +27,26 @@ FILE *CloseAndFail(int fd)
 
 } // namespace
 
-FILE *OpenLog(const char *path)
+FILE *OpenLog(const char *path, struct stat64 *status)
 {
-    // Looked at before it is opened, because merely opening a device can have an effect, and again
-    // afterwards, because the name may have changed hands in between. O_NONBLOCK is for that case.
-    struct stat status {};
-    if (stat(path, &status) != 0 || !IsRegular(status))
+    if (MayWait(*status)) {
+        errno = EINVAL;
         return nullptr;
+    }
+    // The name may have changed hands since it was looked at: O_NONBLOCK and the second look are for
+    // that case.
     const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
     if (fd < 0)
         return nullptr;
-    if (fstat(fd, &status) != 0 || !IsRegular(status))
-        return CloseAndFail(fd);
-
+    struct stat64 opened {};
+    if (fstat64(fd, &opened) != 0)
+        return CloseAndFail(fd, errno);
+    if (MayWait(opened))
+        return CloseAndFail(fd, EINVAL);
     FILE *stream = fdopen(fd, "r");
     if (stream == nullptr)
-        return CloseAndFail(fd);
-    setvbuf(stream, nullptr, _IONBF, 0);
+        return CloseAndFail(fd, errno);
+    if (!IsSameFile(*status, opened))
+        *status = opened;
     return stream;
 }

@@ -3,12 +3,16 @@
 #define FILEACC_OPEN_LOG_H
 
 #include <cstdio>
+#include <sys/stat.h>
 
-// Opens a regular file for reading, as a stream with 64-bit offsets. Anything else under that name
-// (a FIFO, a device, a directory) is refused without waiting for it or touching it, with errno
-// EINVAL or EISDIR. A symbolic link is followed: administrators move logs to other disks that way.
-// The stream has no buffer of its own: both readers of the module read whole blocks into theirs.
+// Opens a log for reading, as a stream with 64-bit offsets.
+//   status  in: what stat64 told of that name. out: of the file that was opened, when the name has
+//           changed hands since; otherwise untouched, so that the size stays the one that was seen
+//           first, however much the file has grown in between
+// What could make the caller wait (a FIFO, a device) is refused without being touched, with errno
+// EINVAL. A directory opens, and cannot be read. A symbolic link is followed: administrators move
+// logs to other disks that way.
 // Returns null and sets errno on failure.
-FILE *OpenLog(const char *path);
+FILE *OpenLog(const char *path, struct stat64 *status);
 
 #endif // FILEACC_OPEN_LOG_H

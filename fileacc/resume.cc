@@ -133,7 +133,8 @@ Walk PlaceOnSaved(Resume *resume, bool saved, int64_t saved_pos)
     if (saved) {
         RecoverFileEnv();
         *resume->pos = saved_pos;
-        CopyCut(resume->base, resume->pcontent, static_cast<size_t>(resume->size));
+        // Whole, whatever size was given: the buffer holds a line.
+        CopyCut(resume->base, resume->pcontent, kLineBufferSize);
     } else {
         // The cursor is on the first line, not before it, so the caller goes on with the second.
         // That is intended, also when the walk began on the first line: callers and their records

@@ -139,13 +139,13 @@ int InitFileMonObj(void)
         TRACE(TRACE_SYSTEM, "<stat %s error, error code is %d. return FALSE.", path, errno);
         return FALSE;
     }
-    filedata.filefp = OpenLog(path);
+    filedata.filefp = OpenLog(path, &filedata.filestat);
     if (filedata.filefp == nullptr) {
         TRACE(TRACE_SYSTEM, "<open file %s error, error code is %d, return FALSE.", path, errno);
         return FALSE;
     }
-    // Of the file that was opened: the name may have changed hands since.
-    fstat64(fileno(filedata.filefp), &filedata.filestat);
+    // Whole blocks are read, straight into filedata.
+    setvbuf(filedata.filefp, nullptr, _IONBF, 0);
     TRACE(TRACE_DETAIL, "<InitFileMonObj compete, return TRUE.");
     return TRUE;
 }

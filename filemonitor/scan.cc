@@ -225,24 +225,28 @@ struct Occurrence {
     LocalMoment *moment;
 };
 
-void TestEntry(const Occurrence &occurrence, VKVMon *entry)
+// Returns true when a report was sent.
+bool TestEntry(const Occurrence &occurrence, VKVMon *entry)
 {
     const char *line = occurrence.line;
     if (!AllKeywordsFound(line, *entry, FindPlain) ||
         !IsWatched(*entry, occurrence.now, occurrence.moment) || !CountHits(kSite, entry, 1))
-        return;
+        return false;
     Report report;
     BuildReport(line, entry, &report);
     if (IsWithheld(*entry))
-        return;
+        return false;
     TRACE_FOR(kCheckLine, TRACE_NOTABLE, "Report %s, the next line's offset is %lld", line,
               ll{filedata.start + filedata.linepos});
     SendReport(kSite, &report);
+    return true;
 }
 
-void TestAllEntries(const Occurrence &occurrence)
+// Entry `first` and those behind it. Count and slot are looked at before each entry: a report function may
+// change them.
+void TestEntriesFrom(int first, const Occurrence &occurrence)
 {
-    for (int i = 0; i < nCnt && lpVKVMon[i] != nullptr; ++i)
+    for (int i = first; i < nCnt && lpVKVMon[i] != nullptr; ++i)
         TestEntry(occurrence, lpVKVMon[i]);
 }
 
@@ -251,8 +255,13 @@ void TestCandidates(const Occurrence &occurrence)
 {
     SearchLine(occurrence.line, strlen(occurrence.line));
     const Candidates &candidates = FindCandidates();
-    for (int i = 0; i < candidates.count; ++i)
-        TestEntry(occurrence, lpVKVMon[candidates.entries[i]]);
+    for (int i = 0; i < candidates.count; ++i) {
+        const int entry = candidates.entries[i];
+        if (TestEntry(occurrence, lpVKVMon[entry]) && !IndexHolds()) {
+            TestEntriesFrom(entry + 1, occurrence);
+            return;
+        }
+    }
 }
 
 int CheckFileLineAt(LocalMoment *moment, const char *line, bool has_index)
@@ -267,7 +276,7 @@ int CheckFileLineAt(LocalMoment *moment, const char *line, bool has_index)
     if (has_index)
         TestCandidates({line, now, moment});
     else
-        TestAllEntries({line, now, moment});
+        TestEntriesFrom(0, {line, now, moment});
     TRACE_FOR(kCheckLine, TRACE_DETAIL, "<return 0.");
     return TRUE;
 }

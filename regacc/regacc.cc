@@ -40,33 +40,48 @@ bool OpenToRead(const char *function, HKEY *key)
     return false;
 }
 
-// `shown` stands for the key in the message.
-bool OpenToWrite(const char *function, const char *shown, HKEY *key)
+bool CreateKey(HKEY *key)
 {
     DWORD disposition = 0;
-    if (RegCreateKeyEx(HKEY_LOCAL_MACHINE, TARSK_REG_SYSLOG_SUB_KEY, 0, "", 0, KEY_ALL_ACCESS,
-                       nullptr, key, &disposition) == ERROR_SUCCESS)
+    return RegCreateKeyEx(HKEY_LOCAL_MACHINE, TARSK_REG_SYSLOG_SUB_KEY, 0, "", 0, KEY_ALL_ACCESS,
+                          nullptr, key, &disposition) == ERROR_SUCCESS;
+}
+
+bool OpenToWrite(const char *function, HKEY *key)
+{
+    if (CreateKey(key))
         return true;
-    TRACE_FOR(function, TRACE_ERROR, "<RegCreateKeyEx %s failed!return -1.", shown);
+    TRACE_FOR(function, TRACE_ERROR, "<RegCreateKeyEx %s failed!return -1.",
+              TARSK_REG_SYSLOG_SUB_KEY);
     return false;
 }
 
-bool ReadValue(const char *function, HKEY key, const char *name, void *data, DWORD size)
+// `size` is that of the buffer, then that of the value.
+bool ReadValue(const char *function, HKEY key, const char *name, void *data, DWORD *size)
 {
     DWORD type = 0;
-    if (RegQueryValueEx(key, name, nullptr, &type, data, &size) == ERROR_SUCCESS)
+    if (RegQueryValueEx(key, name, nullptr, &type, data, size) == ERROR_SUCCESS)
         return true;
     TRACE_FOR(function, TRACE_ERROR, "<RegQueryValueEx %s failed!return -1.", name);
     return false;
 }
 
-// A stored text carries its own zero byte. One that was stored without it must not run out of the
-// buffer.
+bool ReadNumber(const char *function, HKEY key, const char *name, uint32_t *number)
+{
+    DWORD size = sizeof *number;
+    return ReadValue(function, key, name, number, &size);
+}
+
+// A stored text carries its own zero byte, and nothing is written behind it. One that was stored without
+// it and fills the buffer loses its last byte, so that nobody reads on behind the buffer.
 bool ReadText(const char *function, HKEY key, const char *name, char *text, int size)
 {
-    if (!ReadValue(function, key, name, text, static_cast<DWORD>(size)))
+    const auto room = static_cast<DWORD>(size);
+    DWORD length = room;
+    if (!ReadValue(function, key, name, text, &length))
         return false;
-    text[size - 1] = '\0';
+    if (length > 0 && length == room)
+        text[length - 1] = '\0';
     return true;
 }
 
@@ -95,10 +110,10 @@ bool ReadPosition(const char *function, HKEY key, const SlotNames &names, int64_
 {
     uint32_t low = 0;
     uint32_t high = 0;
-    if (!ReadValue(function, key, names.pos_low, &low, sizeof low))
+    if (!ReadNumber(function, key, names.pos_low, &low))
         return false;
     *pos = JoinHalves(low, 0);
-    if (!ReadValue(function, key, names.pos_high, &high, sizeof high))
+    if (!ReadNumber(function, key, names.pos_high, &high))
         return false;
     *pos = JoinHalves(low, high);
     return true;
@@ -144,7 +159,7 @@ int RegSetRecTime(time_t time)
 {
     TRACE(TRACE_DETAIL, ">time=%ld", static_cast<long>(time));
     HKEY key = nullptr;
-    if (!OpenToWrite(__func__, TARSK_REG_SYSLOG_SUB_KEY, &key))
+    if (!OpenToWrite(__func__, &key))
         return -1;
     const bool done = WriteNumber(__func__, key, kRecordTime, static_cast<uint32_t>(time));
     return CloseAndReturn(__func__, key, done);
@@ -161,7 +176,7 @@ int RegGetRecTime(time_t *time)
     if (!OpenToRead(__func__, &key))
         return -1;
     uint32_t seconds = 0;
-    const bool done = ReadValue(__func__, key, kRecordTime, &seconds, sizeof seconds);
+    const bool done = ReadNumber(__func__, key, kRecordTime, &seconds);
     if (done)
         *time = static_cast<time_t>(seconds);
     return CloseAndReturn(__func__, key, done);
@@ -189,8 +204,7 @@ int RegSetHeadLine(const char *line, int monindex)
         return -1;
     }
     HKEY key = nullptr;
-    if (!MonIndexIsValid(kUnit, __func__, monindex) ||
-        !OpenToWrite(__func__, TARSK_REG_SYSLOG_SUB_KEY, &key))
+    if (!MonIndexIsValid(kUnit, __func__, monindex) || !OpenToWrite(__func__, &key))
         return -1;
     const bool done = WriteText(__func__, key, kNames[monindex].headline, line);
     return CloseAndReturn(__func__, key, done);
@@ -226,10 +240,13 @@ int RegSetOrientation(int64_t pos, const char *content, int monindex)
         return -1;
     }
     HKEY key = nullptr;
-    // The message of this one names the constant, not the path: kept, its readers search for it.
-    if (!MonIndexIsValid(kUnit, __func__, monindex) ||
-        !OpenToWrite(__func__, "TARSK_REG_SYSLOG_SUB_KEY", &key))
+    if (!MonIndexIsValid(kUnit, __func__, monindex))
         return -1;
+    if (!CreateKey(&key)) {
+        // The message of this one names the constant, not the path: kept, its readers search for it.
+        TRACE(TRACE_ERROR, "<RegCreateKeyEx TARSK_REG_SYSLOG_SUB_KEY failed!return -1.");
+        return -1;
+    }
     const bool done = WriteOrientation(__func__, key, kNames[monindex], pos, content);
     return CloseAndReturn(__func__, key, done);
 }

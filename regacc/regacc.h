@@ -15,7 +15,7 @@
 // half-way leaves what it had already written or read. The types and sizes of stored values are not
 // checked.
 //
-// Text buffers are at least 1 byte long. Each function returns 0, or -1 after tracing what failed.
+// Text buffers get the stored value and nothing else: no byte behind it is written. Each function returns 0, or -1 after tracing what failed.
 #ifndef REGACC_REGACC_H
 #define REGACC_REGACC_H
 

@@ -55,11 +55,9 @@ HMODULE LoadSibling(const char *root, const char *name)
 }
 
 template <typename Function>
-bool Find(HMODULE library, const char *name, const char *failure, Function *function)
+bool Find(HMODULE library, const char *name, Function *function)
 {
     *function = reinterpret_cast<Function>(GetProcAddress(library, name));
-    if (*function == nullptr)
-        TRACE_FOR(kStart, TRACE_ERROR, "%s", failure);
     return *function != nullptr;
 }
 
@@ -67,8 +65,25 @@ bool Find(HMODULE library, const char *name, const char *failure, Function *func
 bool LoadReportLibrary(const char *root)
 {
     hDll = LoadSibling(root, kReportLibrary);
-    return hDll != nullptr &&
-           Find(hDll, "VKMonitorCall", "<GetProcAddress(VKMonitorCall) failed.", &pVKMonitorCall);
+    if (hDll == nullptr)
+        return false;
+    if (Find(hDll, "VKMonitorCall", &pVKMonitorCall))
+        return true;
+    TRACE_FOR(kStart, TRACE_ERROR, "<GetProcAddress(VKMonitorCall) failed.");
+    return false;
+}
+
+bool FindProductFunctions()
+{
+    if (!Find(hvkirtuptDll, "ReadProductsRegisteried", &pReadProductsRegisteried)) {
+        TRACE_FOR(kStart, TRACE_ERROR, "<GetProcAddress(ReadProductsRegisteried) failed.");
+        return false;
+    }
+    if (!Find(hvkirtuptDll, "TARSKPPLX_PPInfoClear", &pTARSKPPLX_PPInfoClear)) {
+        TRACE_FOR(kStart, TRACE_ERROR, "<GetProcAddress(TARSKPPLX_PPInfoClear) failed.");
+        return false;
+    }
+    return true;
 }
 
 // The product-registry library. On failure both libraries are unloaded.
@@ -79,10 +94,7 @@ bool LoadProductLibrary(const char *root)
         FreeLibrary(hDll);
         return false;
     }
-    if (Find(hvkirtuptDll, "ReadProductsRegisteried",
-             "<GetProcAddress(ReadProductsRegisteried) failed.", &pReadProductsRegisteried) &&
-        Find(hvkirtuptDll, "TARSKPPLX_PPInfoClear",
-             "<GetProcAddress(TARSKPPLX_PPInfoClear) failed.", &pTARSKPPLX_PPInfoClear))
+    if (FindProductFunctions())
         return true;
     FreeLibrary(hDll);
     FreeLibrary(hvkirtuptDll);

@@ -1,10 +1,32 @@
 #include "vkevmon/expression.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <langinfo.h>
+#include <regex.h>
 
 namespace {
 
 constexpr char kOperators[] = ".[](){}*+?^$|\\";
+
+bool IsAscii(char c)
+{
+    constexpr unsigned char kAscii = 128;
+    return static_cast<unsigned char>(c) < kAscii;
+}
+
+// Can a byte that looks like an operator be a part of a character? So it is in character sets of several
+// bytes, such as GB18030, Big5 and Shift-JIS, whose characters can end in "]", "|" or "\\". In UTF-8 all
+// bytes of such a character are above 127.
+bool MayHideOperators(const char *text)
+{
+    if (MB_CUR_MAX == 1 || strcmp(nl_langinfo(CODESET), "UTF-8") == 0)
+        return false;
+    while (*text != '\0' && IsAscii(*text))
+        ++text;
+    return *text != '\0';
+}
 
 bool IsOperator(char c)
 {
@@ -99,12 +121,8 @@ bool IsOptional(const char *text, size_t at)
 // and then all bytes above 127 before it are taken for its own: too many are no harm.
 size_t CharacterBegin(const char *text, size_t end)
 {
-    constexpr unsigned char kAscii = 128;
-    const auto is_ascii = [text](size_t at) {
-        return static_cast<unsigned char>(text[at]) < kAscii;
-    };
     size_t begin = end - 1;
-    while (!is_ascii(end - 1) && begin > 0 && !is_ascii(begin - 1))
+    while (!IsAscii(text[end - 1]) && begin > 0 && !IsAscii(text[begin - 1]))
         --begin;
     return begin;
 }
@@ -117,6 +135,27 @@ void KeepLonger(size_t begin, size_t end, RequiredText *longest)
 
 } // namespace
 
+constexpr size_t kSubMatches = 20; // room for them is given, but they are not used
+
+void MakePattern(const char *keyword, Pattern *pattern)
+{
+    snprintf(pattern->text, sizeof pattern->text, "%s%s%s", kPatternBegin, keyword, kPatternEnd);
+}
+
+bool MatchesPattern(const char *line, const Pattern &pattern)
+{
+    // Nobody sees the sub-matches, and without them a match is found in a fraction of the time. But the C
+    // library then takes a line end inside the text for the end of it. No line of a log holds one.
+    const int without_sub_matches = strchr(line, '\n') == nullptr ? REG_NOSUB : 0;
+    regex_t expression;
+    if (regcomp(&expression, pattern.text, REG_EXTENDED | without_sub_matches) != 0)
+        return false;
+    regmatch_t sub_matches[kSubMatches];
+    const bool found = regexec(&expression, line, kSubMatches, sub_matches, 0) == 0;
+    regfree(&expression);
+    return found;
+}
+
 bool HasOperator(const char *keyword)
 {
     return strpbrk(keyword, kOperators) != nullptr;
@@ -125,6 +164,8 @@ bool HasOperator(const char *keyword)
 RequiredText FindRequiredText(const char *keyword)
 {
     RequiredText longest{0, 0};
+    if (MayHideOperators(keyword))
+        return longest;
     size_t begin = 0; // of the run of literal characters that ends at `at`
     for (size_t at = 0; keyword[at] != '\0';) {
         const char c = keyword[at];

@@ -57,7 +57,8 @@ void BuildReport(const char *line, VKVMon *entry, Report *report);
 // Reports of the source "FTREPORT" are dropped while report_ft is 0. Their hits are gone, not kept.
 bool IsWithheld(const VKVMon &entry);
 
-// Hands the report to the alert component.
+// Hands the report to the alert component, which may change the table: whatever is known of it is to be
+// looked at again.
 void SendReport(const TraceSite &site, Report *report);
 
 // a + b, stopped at the limits of the type: a hostile repeat count in a log must not overflow.

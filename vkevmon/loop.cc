@@ -37,27 +37,43 @@ struct Handles {
     HANDLE at[kHandles]; // null: not created
 };
 
-struct EventName {
-    const char *name;
-    const char *failure; // traced when the event cannot be created
-};
-constexpr EventName kEvents[kHandles] = {
-    {nullptr, nullptr}, // the stop handle is the host's
-    {"Eventlog_Mod_Event", "CreateEvent EVENTLOG_MOD_EVENT failed."},
-    {"Eventlog_Cycle_Event", "CreateEvent EVENTLOG_CYCLE_EVENT failed."},
-    {"Driving_Syslog_Event", "CreateEvent DRIVING_SYSLOG_EVENT failed."},
-    {"Eventlog_Custom_Event", "CreateEvent EVENTLOG_CUSTOM_EVENT failed."},
-    {"Eventlog_File_Event", "CreateEvent EVENTLOG_FILE_EVENT failed."},
-};
+// The stop handle is the host's.
+constexpr const char *kEvents[kHandles] = {nullptr,
+                                           "Eventlog_Mod_Event",
+                                           "Eventlog_Cycle_Event",
+                                           "Driving_Syslog_Event",
+                                           "Eventlog_Custom_Event",
+                                           "Eventlog_File_Event"};
+
+void TraceNotCreated(int event)
+{
+    switch (event) {
+    case kTable:
+        TRACE_FOR(kLoop, TRACE_ERROR, "CreateEvent EVENTLOG_MOD_EVENT failed.");
+        break;
+    case kCycle:
+        TRACE_FOR(kLoop, TRACE_ERROR, "CreateEvent EVENTLOG_CYCLE_EVENT failed.");
+        break;
+    case kScan:
+        TRACE_FOR(kLoop, TRACE_ERROR, "CreateEvent DRIVING_SYSLOG_EVENT failed.");
+        break;
+    case kCustomFile:
+        TRACE_FOR(kLoop, TRACE_ERROR, "CreateEvent EVENTLOG_CUSTOM_EVENT failed.");
+        break;
+    default:
+        TRACE_FOR(kLoop, TRACE_ERROR, "CreateEvent EVENTLOG_FILE_EVENT failed.");
+        break;
+    }
+}
 
 constexpr DWORD kMillisecondsPerSecond = 1000;
 
 bool CreateEvents(Handles *handles)
 {
     for (int i = kTable; i < kHandles; ++i) {
-        handles->at[i] = CreateEvent(nullptr, FALSE, FALSE, kEvents[i].name);
+        handles->at[i] = CreateEvent(nullptr, FALSE, FALSE, kEvents[i]);
         if (handles->at[i] == nullptr) {
-            TRACE_FOR(kLoop, TRACE_ERROR, "%s", kEvents[i].failure);
+            TraceNotCreated(i);
             return false;
         }
     }

@@ -1,12 +1,11 @@
 #include "vkevmon/match.h"
 
-#include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <regex.h>
 
 #include "platform/trace.h"
 #include "vkevmon/entry.h"
+#include "vkevmon/expression.h"
 #include "vkevmon/hits.h"
 #include "vkevmon/syslog_time.h"
 #include "vkevmon/table.h"
@@ -18,39 +17,19 @@ constexpr char kUnit[] = "vkevmon";
 constexpr char kCheckLine[] = "CheckLine";
 constexpr TraceSite kSite = {kUnit, kCheckLine};
 
-// A keyword with optional white space on both sides. Both sides match the empty text, so the
-// keyword matches anywhere.
-constexpr char kPatternFormat[] = "([[:space:]]*)%s([[:space:]]*)";
-constexpr size_t kPatternSize = 512;
-static_assert(sizeof kPatternFormat + kKeywordSize <= kPatternSize);
-
-constexpr size_t kSubMatches = 20; // room for them is given, but they are not used
-
-void TracePattern(const char *keyword)
+void TracePattern(const Pattern &pattern)
 {
-    TRACE_FOR(kCheckLine, TRACE_DETAIL, "Regular Expression is:([[:space:]]*)%s([[:space:]]*)",
-              keyword);
-}
-
-bool MatchesAsExpression(const char *line, const char *keyword)
-{
-    char pattern[kPatternSize];
-    snprintf(pattern, sizeof pattern, kPatternFormat, keyword);
-    regex_t expression;
-    if (regcomp(&expression, pattern, REG_EXTENDED) != 0)
-        return false; // counts as not found
-    regmatch_t matches[kSubMatches];
-    const bool found = regexec(&expression, line, kSubMatches, matches, 0) == 0;
-    regfree(&expression);
-    return found;
+    TRACE_FOR(kCheckLine, TRACE_DETAIL, "Regular Expression is:%s", pattern.text);
 }
 
 bool FindPlainOrExpression(const char *line, const char *keyword)
 {
     if (FindPlain(line, keyword))
         return true;
-    TracePattern(keyword);
-    return MatchesAsExpression(line, keyword);
+    Pattern pattern;
+    MakePattern(keyword, &pattern);
+    TracePattern(pattern);
+    return MatchesPattern(line, pattern);
 }
 
 bool IsFaultTolerant()
@@ -66,18 +45,20 @@ struct Occurrence {
     LocalMoment *moment;
 };
 
-void HitEntry(const Occurrence &occurrence, VKVMon *entry)
+// Counts the line for an entry whose keywords it holds. Returns true when a report was sent.
+bool HitEntry(const Occurrence &occurrence, VKVMon *entry)
 {
     if (!IsWatched(*entry, occurrence.now, occurrence.moment))
-        return;
+        return false;
     if (!CountHits(kSite, entry, occurrence.times))
-        return; // kept for later lines
+        return false; // kept for later lines
     Report report;
     BuildReport(occurrence.line, entry, &report);
     if (IsWithheld(*entry))
-        return;
+        return false;
     TRACE_FOR(kCheckLine, TRACE_NOTABLE, "Report %s", occurrence.line);
     SendReport(kSite, &report);
+    return true;
 }
 
 // ---- the plain rule ----
@@ -87,16 +68,23 @@ bool IsOwnByText(const char *line)
     return strstr(line, kOwnLines) != nullptr;
 }
 
-void MatchByText(const Occurrence &occurrence)
+// Entry `first` and those behind it. Count and slot are looked at before each entry: a report function may
+// change them.
+void MatchFrom(int first, const Occurrence &occurrence)
 {
-    const FindKeyword find = IsFaultTolerant() ? FindPlainOrExpression : FindPlain;
-    for (int i = 0; i < nCnt; ++i) {
+    for (int i = first; i < nCnt; ++i) {
         VKVMon *entry = lpVKVMon[i];
         if (entry == nullptr)
             return; // the monitor has shut down: its entries are gone, nCnt keeps its value
+        const FindKeyword find = IsFaultTolerant() ? FindPlainOrExpression : FindPlain;
         if (AllKeywordsFound(occurrence.line, *entry, find))
             HitEntry(occurrence, entry);
     }
+}
+
+void MatchByText(const Occurrence &occurrence)
+{
+    MatchFrom(0, occurrence);
 }
 
 // ---- with the index ----
@@ -112,9 +100,9 @@ bool FindIndexedKeyword(const char *line, int entry, int keyword)
 {
     if (IsPlainlyFound(entry, keyword))
         return true;
-    const char *text = KeywordOf(*lpVKVMon[entry], keyword);
-    TracePattern(text);
-    return CanMatchAsExpression(entry, keyword) && MatchesAsExpression(line, text);
+    const Pattern &pattern = PatternOf(entry, keyword);
+    TracePattern(pattern);
+    return CanMatchAsExpression(entry, keyword) && MatchesPattern(line, pattern);
 }
 
 bool AllIndexedKeywordsFound(const char *line, int entry)
@@ -126,12 +114,22 @@ bool AllIndexedKeywordsFound(const char *line, int entry)
     return true;
 }
 
+// Hits an entry that the index has let through. False when the rest of the table is to be tested by the
+// plain rule, which has been done then.
+bool HitIndexedEntry(const Occurrence &occurrence, int entry)
+{
+    if (!HitEntry(occurrence, lpVKVMon[entry]) || IndexHolds())
+        return true;
+    MatchFrom(entry + 1, occurrence);
+    return false;
+}
+
 // On a fault-tolerant server every entry is gone through: the trace log shows each expression tried.
 void MatchByIndexFaultTolerant(const Occurrence &occurrence)
 {
     for (int i = 0; i < IndexedEntries(); ++i) {
-        if (AllIndexedKeywordsFound(occurrence.line, i))
-            HitEntry(occurrence, lpVKVMon[i]);
+        if (AllIndexedKeywordsFound(occurrence.line, i) && !HitIndexedEntry(occurrence, i))
+            return;
     }
 }
 
@@ -143,9 +141,10 @@ void MatchByIndex(const Occurrence &occurrence)
     }
     const Candidates &candidates = FindCandidates();
     for (int i = 0; i < candidates.count; ++i) {
-        VKVMon *entry = lpVKVMon[candidates.entries[i]];
-        if (AllKeywordsFound(occurrence.line, *entry, FindPlain))
-            HitEntry(occurrence, entry);
+        const int entry = candidates.entries[i];
+        if (AllKeywordsFound(occurrence.line, *lpVKVMon[entry], FindPlain) &&
+            !HitIndexedEntry(occurrence, entry))
+            return;
     }
 }
 

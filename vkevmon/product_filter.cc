@@ -98,10 +98,10 @@ bool NodeHolds(SrcNode *node, const char *source)
     // Records are walked inside the data and its closing zero byte, whatever a product has stored.
     for (uint32_t pos = 0; pos < node->dataLength;) {
         pos += kRecordFieldSize;
-        if (pos >= node->dataLength)
+        if (pos > node->dataLength)
             return false;
         pos += static_cast<uint32_t>(strlen(node->data + pos)) + 1;
-        if (pos >= node->dataLength)
+        if (pos > node->dataLength)
             return false;
         char *name = node->data + pos;
         TRACE_FOR("VKVMonQueGet", TRACE_DETAIL, "lpstr: %s -> lpszSN:%s", name, source);

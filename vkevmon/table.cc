@@ -28,9 +28,6 @@ constexpr char kApplicationKey[] = TARSK_REG_SYSLOG_SUB_KEY "\\APPLICATION";
 constexpr DWORD kKeyNameSize = 256;
 constexpr DWORD kKeyClassSize = 4096;
 
-// An ID is eight hexadecimal digits; a key whose name does not fit here is none.
-constexpr size_t kIdNameSize = 16;
-
 // Room for the longest path: the APPLICATION key, a source, an ID, "WATCHSETTING" and backslashes.
 constexpr size_t kPathSize = sizeof kApplicationKey + kSourceNameSize + kIdNameSize + 32;
 
@@ -53,10 +50,12 @@ bool IsNewApplicationType(const char *source)
     return true;
 }
 
-// Copies the subkey names of an open key into buffers of `bufferSize` bytes. A name that does not
-// fit is refused, since half a name would open another key.
-Listing ListSubKeys(HKEY key, bool ofApplications, char **names, size_t bufferSize, int *num)
+// Copies the subkey names of an open key into buffers: of kSourceNameSize bytes for the sources, of
+// kIdNameSize for the IDs below one. A name that does not fit is refused, since half a name would open
+// another key.
+Listing ListSubKeys(HKEY key, bool of_applications, char **names, int *num)
 {
+    const size_t room = of_applications ? kSourceNameSize : kIdNameSize;
     DWORD count = 0;
     if (RegQueryInfoKey(key, nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr,
                         nullptr, nullptr, nullptr) != ERROR_SUCCESS)
@@ -71,10 +70,10 @@ Listing ListSubKeys(HKEY key, bool ofApplications, char **names, size_t bufferSi
             ERROR_SUCCESS)
             return Listing::kEnumFailed;
         name[kKeyNameSize - 1] = '\0';
-        if (ofApplications && IsNewApplicationType(name))
+        if (of_applications && IsNewApplicationType(name))
             continue;
         const size_t size = strlen(name) + 1;
-        if (size > bufferSize) {
+        if (size > room) {
             TRACE_FOR(kList, TRACE_ERROR, "The name of subkey %s is too long, skip it.", name);
             continue;
         }
@@ -84,7 +83,7 @@ Listing ListSubKeys(HKEY key, bool ofApplications, char **names, size_t bufferSi
     return Listing::kDone;
 }
 
-int ListSubKeysOf(const char *path, char **names, size_t bufferSize, int *num)
+int ListSubKeysOf(const char *path, char **names, int *num)
 {
     TRACE_FOR(kList, TRACE_DETAIL, ">lpszKeyName=%s", path);
     HKEY key = nullptr;
@@ -93,7 +92,7 @@ int ListSubKeysOf(const char *path, char **names, size_t bufferSize, int *num)
         return -1;
     }
     const bool of_applications = strcasecmp(path, kApplicationKey) == 0;
-    const Listing listing = ListSubKeys(key, of_applications, names, bufferSize, num);
+    const Listing listing = ListSubKeys(key, of_applications, names, num);
     RegCloseKey(key);
     switch (listing) {
     case Listing::kInfoFailed:
@@ -114,20 +113,42 @@ int ListSubKeysOf(const char *path, char **names, size_t bufferSize, int *num)
 // What reading the settings of one event came to.
 enum class Event { kEntry, kSkipped, kFailed };
 
-// One keyword of the settings key, in the character set of the log. False when it cannot be read.
+// A keyword in the character set of the log, cut to its first 256 bytes, between two characters.
+void TakeKeyword(const char *stored, char *keyword)
+{
+    memset(keyword, 0, kKeywordSize);
+    TarskCodeConvert(stored, -1, keyword, kKeywordSize, CODE_REGISTRY, CODE_LOG);
+    keyword[kKeywordSize - 1] = '\0';
+}
+
+// The registry gives a value that is longer than a keyword only as a whole.
+bool ReadLongKeyword(HKEY settings, const char *name, DWORD size, char *keyword)
+{
+    auto *stored = static_cast<char *>(calloc(1, size_t{size} + 1));
+    if (stored == nullptr)
+        return false;
+    DWORD type = 0;
+    const bool done =
+        RegQueryValueEx(settings, name, nullptr, &type, stored, &size) == ERROR_SUCCESS;
+    if (done)
+        TakeKeyword(stored, keyword);
+    free(stored);
+    return done;
+}
+
+// One keyword of the settings key. False when it cannot be read.
 bool ReadKeyword(HKEY settings, const char *name, char *keyword)
 {
     // One byte more than is read, so that a value stored without its zero byte ends all the same.
     char stored[kKeywordSize + 1] = {};
     DWORD type = 0;
     DWORD size = kKeywordSize;
-    if (RegQueryValueEx(settings, name, nullptr, &type, stored, &size) != ERROR_SUCCESS)
-        return false;
-    stored[kKeywordSize - 1] = '\0';
-    memset(keyword, 0, kKeywordSize);
-    TarskCodeConvert(stored, -1, keyword, kKeywordSize, CODE_REGISTRY, CODE_LOG);
-    keyword[kKeywordSize - 1] = '\0';
-    return true;
+    const LONG result = RegQueryValueEx(settings, name, nullptr, &type, stored, &size);
+    if (result == ERROR_MORE_DATA)
+        return ReadLongKeyword(settings, name, size, keyword);
+    if (result == ERROR_SUCCESS)
+        TakeKeyword(stored, keyword);
+    return result == ERROR_SUCCESS;
 }
 
 // Reads the three keywords of an event into the entry.
@@ -260,7 +281,7 @@ bool LoadSource(const char *source, Names *names)
     char source_key[kPathSize];
     snprintf(source_key, sizeof source_key, "%s\\%s", kApplicationKey, source);
     int ids = 0;
-    if (ListSubKeysOf(source_key, names->ids, kIdNameSize, &ids) != 0) {
+    if (ListSubKeysOf(source_key, names->ids, &ids) != 0) {
         TRACE_FOR(kLoad, TRACE_ERROR, "SearchSubKey(%s) ERROR", source_key);
         return false;
     }
@@ -283,7 +304,7 @@ bool LoadSource(const char *source, Names *names)
 bool LoadSources(SrcNode *filter, Names *names)
 {
     int sources = 0;
-    if (ListSubKeysOf(kApplicationKey, names->sources, kSourceNameSize, &sources) != 0) {
+    if (ListSubKeysOf(kApplicationKey, names->sources, &sources) != 0) {
         TRACE_FOR(kLoad, TRACE_ERROR, "SearchSubKey(%s) ERROR", kApplicationKey);
         return false;
     }
@@ -334,7 +355,7 @@ void FreeTableEntries()
 
 int SearchSubKey(const char *lpszKeyName, char **lplpszSubKey, int *num)
 {
-    return ListSubKeysOf(lpszKeyName, lplpszSubKey, kKeyNameSize, num);
+    return ListSubKeysOf(lpszKeyName, lplpszSubKey, num);
 }
 
 int VKVMonQueGet(void)

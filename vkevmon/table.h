@@ -15,6 +15,10 @@
 
 #include "platform/monitor_entry.h"
 
+// Bytes of the name of an event ID's key, the zero byte included. An ID is eight hexadecimal digits; a key
+// whose name does not fit here is none.
+constexpr size_t kIdNameSize = 16;
+
 // Module-wide state, read by the matchers on every line. Written by the functions below, by the
 // entry at shut-down, and between passes by the host, which may fill the table itself.
 #pragma GCC visibility push(default)
@@ -34,7 +38,8 @@ extern "C" {
 int VKVMonQueGet(void);
 
 // Lists the subkeys of HKEY_LOCAL_MACHINE\lpszKeyName.
-//   lplpszSubKey  out: up to kMaxEntries buffers of at least 256 bytes each, filled from the first
+//   lplpszSubKey  out: up to kMaxEntries buffers, filled from the first. Of kSourceNameSize bytes each for
+//                 the APPLICATION key, of kIdNameSize for any other; longer names are passed over
 //   num           out: how many were filled
 // Of the APPLICATION key, sources with a value NEWAPPLICATIONTYPE are left out. Names beyond
 // kMaxEntries are passed over without a word.

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <functional>
 #include <iterator>
+#include <string_view>
 
 #include "vkevmon/entry.h"
 #include "vkevmon/expression.h"
@@ -25,14 +27,24 @@ struct IndexedEntry {
     LiteralId keywords[kKeywordsOfEntry];
     LiteralId required[kKeywordsOfEntry]; // text that a match as an expression needs
     bool is_expression[kKeywordsOfEntry];
-    uint16_t next_of_anchor; // 1 + the next entry with the same anchor; 0: none
+    bool is_relied_on[kKeywordsOfEntry]; // the index holds only as long as this keyword is the same
+    uint16_t next_of_anchor;             // 1 + the next entry with the same anchor; 0: none
+};
+
+// An entry as it was when the index was built.
+struct BuiltFrom {
+    const VKVMon *entry;
+    size_t digest; // of the keywords that are relied on
 };
 
 // The index. Written by BuildIndex and DropIndex, on the monitor thread.
 IndexedEntry indexed[kMaxEntries];
 int indexed_count = 0;
-uint16_t first_of_anchor[kMaxLiterals];    // 1 + the first entry with this anchor; 0: none
-uint64_t without_anchor[kMaxEntries / 64]; // entries whose keywords are all empty: a bit each
+BuiltFrom built_from[kMaxEntries];
+bool built_for_expressions = false;
+Pattern patterns[kMaxEntries][kKeywordsOfEntry]; // only for a fault-tolerant server
+uint16_t first_of_anchor[kMaxLiterals];          // 1 + the first entry with this anchor; 0: none
+uint64_t without_anchor[kMaxEntries / 64];       // entries whose keywords are all empty: a bit each
 bool has_entries_without_anchor = false;
 LiteralId own_identifier;
 bool is_ready = false;
@@ -69,8 +81,13 @@ void AddKeywords(int index)
         const size_t length = strlen(text);
         entry.required[k] = kNoLiteral;
         entry.keywords[k] = length > 0 ? AddLiteral(text, length) : kNoLiteral;
-        if (length > 0 && IsFTServer >= 1)
-            AddExpression(&entry, k, text);
+        if (!built_for_expressions)
+            continue;
+        entry.is_relied_on[k] = true;
+        if (length == 0)
+            continue;
+        MakePattern(text, &patterns[index][k]);
+        AddExpression(&entry, k, text);
     }
 }
 
@@ -112,17 +129,18 @@ AnchorRank RankOf(LiteralId id, size_t length)
     return {crowd, std::min(length, kLongLiteral), length};
 }
 
-LiteralId ChooseAnchor(int index)
+// The keyword that is the entry's anchor, or -1.
+int ChooseAnchor(int index)
 {
-    LiteralId best = kNoLiteral;
+    int best = -1;
     AnchorRank best_rank{};
     for (int k = 0; k < kKeywordsOfEntry; ++k) {
         const LiteralId id = indexed[index].keywords[k];
         if (id == kNoLiteral)
             continue;
         const AnchorRank rank = RankOf(id, strlen(KeywordOf(*lpVKVMon[index], k)));
-        if (best == kNoLiteral || best_rank.IsWorseThan(rank)) {
-            best = id;
+        if (best < 0 || best_rank.IsWorseThan(rank)) {
+            best = k;
             best_rank = rank;
         }
     }
@@ -131,15 +149,30 @@ LiteralId ChooseAnchor(int index)
 
 void ChainUnderAnchor(int index)
 {
-    const LiteralId anchor = ChooseAnchor(index);
-    if (anchor == kNoLiteral) {
+    const int k = ChooseAnchor(index);
+    if (k < 0) {
         SetBit(without_anchor, static_cast<size_t>(index));
         has_entries_without_anchor = true;
         return;
     }
+    IndexedEntry &entry = indexed[index];
+    const LiteralId anchor = entry.keywords[k];
     WantLiteral(anchor);
-    indexed[index].next_of_anchor = first_of_anchor[anchor];
+    entry.is_relied_on[k] = true;
+    entry.next_of_anchor = first_of_anchor[anchor];
     first_of_anchor[anchor] = static_cast<uint16_t>(index + 1);
+}
+
+size_t DigestOf(int index)
+{
+    constexpr size_t kFactor = 31;
+    size_t digest = 0;
+    for (int k = 0; k < kKeywordsOfEntry; ++k) {
+        if (indexed[index].is_relied_on[k])
+            digest =
+                (digest * kFactor) + std::hash<std::string_view>()(KeywordOf(*lpVKVMon[index], k));
+    }
+    return digest;
 }
 
 int CountEntries()
@@ -174,14 +207,27 @@ void BuildIndex()
     has_entries_without_anchor = false;
     own_identifier = AddLiteral(kOwnLines, sizeof kOwnLines - 1);
     WantLiteral(own_identifier);
+    built_for_expressions = IsFTServer >= 1;
     indexed_count = CountEntries();
     for (int i = 0; i < indexed_count; ++i)
         AddKeywords(i);
     CountUsers();
     for (int i = 0; i < indexed_count; ++i)
         ChainUnderAnchor(i);
+    for (int i = 0; i < indexed_count; ++i)
+        built_from[i] = {lpVKVMon[i], DigestOf(i)};
     PrepareLiterals();
     is_ready = true;
+}
+
+bool IndexHolds()
+{
+    bool holds = CountEntries() == indexed_count && (IsFTServer >= 1) == built_for_expressions;
+    for (int i = 0; holds && i < indexed_count; ++i)
+        holds = lpVKVMon[i] == built_from[i].entry && DigestOf(i) == built_from[i].digest;
+    if (!holds)
+        DropIndex();
+    return holds;
 }
 
 int IndexedEntries()
@@ -230,6 +276,11 @@ bool IsPlainlyFound(int entry, int keyword)
 {
     const LiteralId id = indexed[entry].keywords[keyword];
     return id == kNoLiteral || IsFound(found, id);
+}
+
+const Pattern &PatternOf(int entry, int keyword)
+{
+    return patterns[entry][keyword];
 }
 
 bool CanMatchAsExpression(int entry, int keyword)

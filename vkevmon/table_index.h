@@ -10,9 +10,10 @@
 //                                                    that are expressions
 //   entries tested   those whose anchor was found    all: the trace log shows each expression tried
 //
-// When it holds: from the moment it was built until the end of the pass. The host may change the table
-// between passes, so each pass begins without an index; it is built when enough lines have come to be worth
-// the effort. Storage is fixed. Nothing that was found in one line is kept for the next.
+// When it holds: from the moment it was built until the end of the pass, unless a report function changes the
+// table, which is looked at after each report. The host may change the table between passes, so each pass
+// begins without an index; it is built when enough lines have come to be worth the effort. Storage is fixed.
+// Nothing that was found in one line is kept for the next.
 #ifndef VKEVMON_TABLE_INDEX_H
 #define VKEVMON_TABLE_INDEX_H
 
@@ -20,6 +21,7 @@
 #include <cstdint>
 
 #include "platform/monitor_entry.h"
+#include "vkevmon/expression.h"
 
 // A pass begins: what is known of the table is void.
 void DropIndex();
@@ -29,6 +31,11 @@ bool IndexIsReady();
 
 // Builds it now, as if enough lines had come.
 void BuildIndex();
+
+// Is the table still the one over which the index was built? Asked after each report, because a report
+// function may change entries, slots and count. When it is another table the index is dropped, and not even
+// its texts may be looked at any more.
+bool IndexHolds();
 
 // The entries it knows, 0 to this number - 1. Fewer than nCnt once the monitor has shut down.
 int IndexedEntries();
@@ -54,6 +61,9 @@ const char *KeywordOf(const VKVMon &entry, int keyword);
 
 // Is this keyword in the line as plain text, or empty? Only on a fault-tolerant server.
 bool IsPlainlyFound(int entry, int keyword);
+
+// This keyword, which is not empty, as an expression. Only on a fault-tolerant server.
+const Pattern &PatternOf(int entry, int keyword);
 
 // Can this keyword, which is not in the line as plain text, match as an expression? False when it has no
 // operator, or when the literal text that any match needs is missing. Only on a fault-tolerant server.

@@ -8,8 +8,15 @@
 #include "platform/agent.h"
 #include "platform/loader.h"
 #include "platform/trace.h"
+#include "tests/support/trace_formats.h"
 
 namespace test {
+
+std::set<std::string> &TraceFormats()
+{
+    static std::set<std::string> formats;
+    return formats;
+}
 
 namespace {
 
@@ -356,6 +363,7 @@ int TraceLog(int level, const char *unit, const char *function, int /*line*/, co
 {
     if (!Host().record_trace)
         return 0;
+    test::TraceFormats().insert(format);
     char text[8192];
     va_list arguments;
     va_start(arguments, format);

@@ -6,7 +6,10 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -329,8 +332,8 @@ TEST_F(WatchFile, ThatCannotBeOpenedIsASystemFailure)
     WriteLog("app.log", "12345");
     SetWatchedPath("/var/log/app.log");
     const long files = OpenFiles();
-    for (const auto &[name, n] : std::vector<std::pair<const char *, int>>{
-             {"open", 1}, {"fdopen", 1}, {"fstat", 1}, {"stat", 2}}) {
+    for (const auto &[name, n] :
+         std::vector<std::pair<const char *, int>>{{"open", 1}, {"fdopen", 1}, {"fstat", 1}}) {
         Host().ForgetRecords();
         Sys().FailCall(name, n, EACCES);
         EXPECT_EQ(FALSE, InitFileMonObj());
@@ -342,14 +345,35 @@ TEST_F(WatchFile, ThatCannotBeOpenedIsASystemFailure)
     }
 }
 
-TEST_F(WatchFile, ThatIsNoFileIsRefusedWithoutWaiting)
+TEST_F(WatchFile, ThatIsADirectoryOpensAndCannotBeRead)
 {
     std::filesystem::create_directory(LogFile("folder"));
     SetWatchedPath("/var/log/folder");
+    EXPECT_EQ(TRUE, InitFileMonObj());
+    filedata.filestat.st_size = 100; // some file systems tell no size of a directory
+    EXPECT_EQ(-1, GetFileBlock(0, kFileBlockSize));
+    const Strings records = RecordsOf("GetFileBlock");
+    ASSERT_EQ(1U, records.size());
+    EXPECT_TRUE(records[0].starts_with("2 <read file ERROR,  0 BYTES readed. the error is "));
+}
+
+TEST_F(WatchFile, ThatIsASocketGivesItsOwnError)
+{
+    const int socket_fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    snprintf(address.sun_path, sizeof address.sun_path, "%s", LogFile("socket").c_str());
+    ASSERT_EQ(0, bind(socket_fd, reinterpret_cast<sockaddr *>(&address), sizeof address));
+    SetWatchedPath("/var/log/socket");
     EXPECT_EQ(FALSE, InitFileMonObj());
-    EXPECT_EQ(Strings{"2 <open file /var/log/folder error, error code is 21, return FALSE."},
+    EXPECT_EQ(Strings{"2 <open file /var/log/socket error, error code is " + std::to_string(ENXIO) +
+                      ", return FALSE."},
               RecordsOf("InitFileMonObj"));
-    Host().ForgetRecords();
+    close(socket_fd);
+}
+
+TEST_F(WatchFile, ThatMakesItsReadersWaitIsRefused)
+{
     ASSERT_EQ(0, mkfifo(LogFile("fifo").c_str(), 0600));
     SetWatchedPath("/var/log/fifo");
     EXPECT_EQ(FALSE, InitFileMonObj());
@@ -375,19 +399,22 @@ TEST_F(WatchFile, HasTheStatusOfWhatWasOpened)
 {
     WriteLog("app.log", "12345");
     SetWatchedPath("/var/log/app.log");
-    Sys().BeforeCall("open", 1, [this] { WriteLog("app.log", "1234567"); });
+    Sys().BeforeCall("open", 1, [this] {
+        RenameLog("app.log", "app.log.1");
+        WriteLog("app.log", "1234567");
+    });
     EXPECT_EQ(TRUE, InitFileMonObj());
     EXPECT_EQ(7, filedata.filestat.st_size);
+    EXPECT_EQ(InodeOf("app.log"), filedata.filestat.st_ino);
 }
 
-TEST_F(WatchFile, KeepsTheStatusOfItsNameWhenThatOfTheOpenFileCannotBeHad)
+TEST_F(WatchFile, ThatGrowsWhileItIsOpenedKeepsTheSizeThatWasSeenFirst)
 {
     WriteLog("app.log", "12345");
     SetWatchedPath("/var/log/app.log");
-    Sys().FailCall("fstat", 2);
+    Sys().BeforeCall("open", 1, [this] { AppendLog("app.log", "67"); });
     EXPECT_EQ(TRUE, InitFileMonObj());
     EXPECT_EQ(5, filedata.filestat.st_size);
-    EXPECT_EQ(InodeOf("app.log"), filedata.filestat.st_ino);
 }
 
 TEST_F(WatchFile, IsClosedOnce)

@@ -304,10 +304,31 @@ TEST_F(RegGetHeadLine, OfATextThatWasStoredWithoutItsZeroStaysInsideTheBuffer)
     EXPECT_EQ("1234567", line.Text());
     EXPECT_EQ(kUntouchedByte, line.bytes[8]);
 
-    // A shorter one is followed by what was in the buffer, up to its forced end.
+    // Behind a shorter one nothing is written.
     TextBuffer longer;
     EXPECT_EQ(0, ::RegGetHeadLine(longer.data(), 12, 0));
-    EXPECT_EQ("12345678ZZZ", longer.Text());
+    EXPECT_EQ("12345678ZZZZZ", std::string(longer.data(), 13));
+}
+
+TEST_F(RegGetHeadLine, WritesNothingBehindTheValue)
+{
+    Registry().SetText(kMonitorKey, "HEADLINE", "1234");
+    TextBuffer line;
+    EXPECT_EQ(0, ::RegGetHeadLine(line.data(), 12, 0));
+    EXPECT_EQ(std::string("1234\0ZZZZZZZZ", 13), std::string(line.data(), 13));
+}
+
+TEST_F(RegGetHeadLine, IntoABufferWithoutBytesWritesNothing)
+{
+    Registry().SetBytes(kMonitorKey, "HEADLINE", REG_SZ, "");
+    Registry().SetBytes(kMonitorKey, "CONTENT", REG_SZ, "");
+    TextBuffer line;
+    EXPECT_EQ(0, ::RegGetHeadLine(line.data() + 1, 0, 0));
+    EXPECT_EQ(0, ::RegGetOrientation(nullptr, line.data() + 1, 0, 0));
+    EXPECT_TRUE(line.IsUntouched());
+    Registry().SetText(kMonitorKey, "HEADLINE", "x");
+    EXPECT_EQ(-1, ::RegGetHeadLine(line.data() + 1, 0, 0));
+    EXPECT_TRUE(line.IsUntouched());
 }
 
 // ---- position and text of the last line checked ----

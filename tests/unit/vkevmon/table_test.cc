@@ -2,6 +2,7 @@
 #include "vkevmon/table.h"
 
 #include <cstring>
+#include <strings.h>
 
 #include "tests/unit/vkevmon/frame_fixture.h"
 
@@ -63,7 +64,9 @@ class SubKeyListing : public test::ModuleTest {
     int List(const std::string &path)
     {
         num_ = kUntouched;
-        names_.assign(kMaxEntries, std::vector<char>(256, '#'));
+        // What a load passes: no byte more.
+        const size_t room = strcasecmp(path.c_str(), kApplicationKey) == 0 ? 500 : 16;
+        names_.assign(kMaxEntries, std::vector<char>(room, '#'));
         std::vector<char *> buffers;
         for (auto &name : names_)
             buffers.push_back(name.data());
@@ -141,15 +144,24 @@ TEST_F(SubKeyListing, FailsWhenAnyNameCannotBeHad)
     EXPECT_EQ(0, List("Any"));
 }
 
-TEST_F(SubKeyListing, DeliversNamesOf255CharactersAndFailsOnLongerOnes)
+TEST_F(SubKeyListing, OfAnyKeyButThatOfTheSourcesDeliversNamesOf15CharactersAndPassesOverLongerOnes)
 {
-    const std::string longest(255, 'n');
-    MakeKeys("Any", {"a", longest, "b"});
+    const std::string longest(15, 'n');
+    MakeKeys("Any", {"a", longest, longest + "n", std::string(255, 'n'), "b"});
     EXPECT_EQ(0, List("Any"));
     EXPECT_EQ((std::vector<std::string>{"a", longest, "b"}), Names());
+    EXPECT_EQ(2U, Host().Texts(1).size());
+}
 
-    MakeKeys("Any", {longest + "n"});
-    EXPECT_EQ(-1, List("Any"));
+TEST_F(SubKeyListing, OfSourcesDeliversNamesOf255CharactersAndFailsOnLongerOnes)
+{
+    const std::string longest(255, 'n');
+    MakeKeys(kApplicationKey, {"a", longest, "b"});
+    EXPECT_EQ(0, List(kApplicationKey));
+    EXPECT_EQ((std::vector<std::string>{"a", longest, "b"}), Names());
+
+    MakeKeys(kApplicationKey, {longest + "n"});
+    EXPECT_EQ(-1, List(kApplicationKey));
     ExpectTraced(1, "SearchSubKey", "<RegEnumKeyEx failed.return -1.");
     ExpectEveryKeyIsClosed();
 }
@@ -536,15 +548,32 @@ TEST_F(TableKeywords, OfAnySizeUpTo256CharactersAreTakenWhole)
     }
 }
 
-TEST_F(TableKeywords, OfMoreThan256CharactersCannotBeReadIntoTheBuffer)
+TEST_F(TableKeywords, OfMoreThan256CharactersAreCutTo256)
 {
+    const std::string cut = std::string(255, 'w') + "e";
     for (const size_t size : {257U, 258U, 300U, 5000U}) {
         Host().ForgetRecords();
-        Store(1, std::string(size, 'w') + '\0');
-        ExpectFails();
-        ExpectTraced(1, "VKVMonQueGet", Failed(1));
+        Store3(cut + std::string(size - 256, 'x') + '\0');
+        ExpectKeywords(cut, cut, cut);
         ExpectKeysLeftOpen(0);
     }
+}
+
+TEST_F(TableKeywords, ThatAreLongAreConvertedBeforeTheyAreCut)
+{
+    Host().convert = [](const std::string &text, int, int) { return text.substr(100); };
+    Store3(std::string(100, 'x') + std::string(256, 'w') + "x" + '\0');
+    const std::string cut(256, 'w');
+    ExpectKeywords(cut, cut, cut);
+}
+
+TEST_F(TableKeywords, ThatAreLongAndCannotBeReadFail)
+{
+    Store(1, std::string(300, 'w') + '\0');
+    Host().FailCall("RegQueryValueEx", 2);
+    ExpectFails();
+    ExpectTraced(1, "VKVMonQueGet", Failed(1));
+    ExpectKeysLeftOpen(0);
 }
 
 TEST_F(TableKeywords, Of257BytesWithoutAZeroByteAreCutTo256)
