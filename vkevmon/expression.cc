@@ -133,9 +133,9 @@ void KeepLonger(size_t begin, size_t end, RequiredText *longest)
         *longest = {begin, end - begin};
 }
 
-} // namespace
-
 constexpr size_t kSubMatches = 20; // room for them is given, but they are not used
+
+} // namespace
 
 void MakePattern(const char *keyword, Pattern *pattern)
 {
