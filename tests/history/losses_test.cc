@@ -1080,6 +1080,30 @@ TEST_F(WatchedFile, WaitsForTheEndOfAnUnfinishedLine)
     EXPECT_EQ(Strings{"half and half"}, FilePass());
 }
 
+TEST_F(WatchedFile, CountsALineTwiceBehindALongOneThatLiesAcrossTheEdgeOfABlock)
+{
+    constexpr size_t kBlock = 16384;
+    constexpr size_t kBeforeTheEdge = 1500; // of the long line; with all of it more than is handled
+    snprintf(each_->Keyword1, sizeof each_->Keyword1, "twice");
+    const size_t filled = kBlock - kBeforeTheEdge;
+    AppendLog("app.log", std::string(filled - 1, 'x') + "\n");
+    AppendLog("app.log", std::string(2000, 'y') + "\n");
+    Log({"twice", "after"}, "app.log");
+    const Strings reported = FilePass();
+    ASSERT_EQ(2U, reported.size());
+    EXPECT_EQ("twice\n", reported[0].substr(0, 6)); // behind the long line, whose delivery runs on
+    EXPECT_EQ("twice", reported[1]);
+}
+
+TEST_F(WatchedFile, CountsALineOnceBehindAShorterOneThatLiesAcrossTheEdgeOfABlock)
+{
+    snprintf(each_->Keyword1, sizeof each_->Keyword1, "once");
+    AppendLog("app.log", std::string(16384 - 1500, 'x') + "\n");
+    AppendLog("app.log", std::string(1664, 'y') + "\n"); // twice that is no more than is handled
+    Log({"once", "after"}, "app.log");
+    EXPECT_EQ(Strings{"once"}, FilePass());
+}
+
 TEST_F(WatchedFile, CountsAgainWhenItIsNamedAgainAfterAnother)
 {
     Log({"other"}, "other.log");
