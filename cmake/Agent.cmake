@@ -19,8 +19,9 @@ add_library(tarsk SHARED
     agent/libtarsk/agent_info.cc agent/libtarsk/convert.cc agent/libtarsk/database.cc
     agent/libtarsk/hit_counters.cc agent/libtarsk/host.cc agent/libtarsk/layout.cc agent/libtarsk/loader.cc
     agent/libtarsk/private_file.cc
-    agent/libtarsk/registry.cc agent/libtarsk/registry_tree.cc agent/libtarsk/schema.cc
-    agent/libtarsk/settings.cc agent/libtarsk/store.cc agent/libtarsk/sync.cc
+    agent/libtarsk/registry.cc agent/libtarsk/registry_tree.cc
+    agent/libtarsk/reported_hits.cc agent/libtarsk/room.cc agent/libtarsk/schema.cc
+    agent/libtarsk/settings.cc agent/libtarsk/store.cc agent/libtarsk/store_file.cc agent/libtarsk/sync.cc
     agent/libtarsk/trace_log.cc agent/libtarsk/waitable.cc)
 target_include_directories(tarsk PUBLIC ${CMAKE_SOURCE_DIR})
 target_compile_definitions(tarsk PRIVATE
@@ -38,12 +39,12 @@ function(add_sibling name)
                           BUILD_RPATH "$ORIGIN" INSTALL_RPATH "$ORIGIN")
     target_link_libraries(${name} PRIVATE tarsk)
 endfunction()
-add_sibling(vkmncall agent/alerts/vkmncall.cc agent/alerts/alert_store.cc)
+add_sibling(vkmncall agent/alerts/vkmncall.cc agent/alerts/alert_store.cc agent/alerts/report_folder.cc)
 add_sibling(vkirtupt agent/products/vkirtupt.cc)
 
 # What daemon and command share.
 add_library(agent_common STATIC
-    agent/alerts/alert_store.cc agent/common/alert_text.cc agent/common/daemon_lock.cc
+    agent/alerts/alert_store.cc agent/alerts/report_folder.cc agent/common/alert_text.cc agent/common/daemon_lock.cc
     agent/common/event_checks.cc agent/common/events.cc agent/common/hours.cc
     agent/common/log_files.cc agent/common/monitor_settings.cc agent/common/say.cc
     agent/common/sign_of_life.cc agent/common/stamps.cc agent/common/status_file.cc
@@ -74,7 +75,7 @@ endfunction()
 add_program(syslogmond agent/daemon/main.cc agent/daemon/console.cc agent/daemon/daemon.cc
             agent/daemon/doorbell.cc agent/daemon/file_watch.cc agent/daemon/module.cc
             agent/daemon/monitor.cc agent/daemon/notify.cc agent/daemon/signals.cc
-            agent/daemon/status_board.cc agent/daemon/trigger.cc)
+            agent/daemon/status_board.cc agent/daemon/store_wait.cc agent/daemon/trigger.cc)
 target_link_libraries(syslogmond PRIVATE PkgConfig::SYSTEMD Threads::Threads ${CMAKE_DL_LIBS})
 
 add_program(syslogmon agent/cli/main.cc agent/cli/alert_commands.cc agent/cli/doctor_agent.cc

@@ -33,6 +33,11 @@ std::string AlertJson(const Message &message)
                                      {"event_id", agent::FormatEventId(alert.event_id)},
                                      {"count", alert.count},
                                      {"message", alert.message}};
+    if (alert.IsFolded()) {
+        object["reports"] = alert.reports;
+        object["last_time"] = UtcTime(alert.last_time_ms);
+        object["last_message"] = alert.last_message;
+    }
     if (message.is_test)
         object["test"] = true;
     return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
@@ -43,6 +48,9 @@ std::string AlertSummary(const Message &message)
     const Alert &alert = message.alert;
     std::string text =
         alert.source + " " + agent::FormatEventId(alert.event_id) + ": " + alert.message;
+    if (alert.IsFolded())
+        text += " (and " + std::to_string(alert.reports - 1) + " more until " +
+                UtcTime(alert.last_time_ms) + ", the last: " + alert.last_message + ")";
     for (char &c : text) {
         if (static_cast<unsigned char>(c) < ' ' || c == 0x7F)
             c = c == '\t' ? ' ' : '?';

@@ -2,6 +2,32 @@
 
 namespace alerts {
 
+namespace {
+
+// What a row takes beside its texts.
+constexpr int64_t kBytesOfARow = 64;
+// The same in SQL.
+const std::string kBytesOfRow =
+    "(" + std::to_string(kBytesOfARow) +
+    " + length(CAST(host AS BLOB)) + length(CAST(log_name AS BLOB)) + length(CAST(source AS BLOB))"
+    " + length(CAST(message AS BLOB)) + length(CAST(last_message AS BLOB)))";
+
+// What AlertsOf reads, behind the ID. The series of the key is the newest that began before the
+// alert.
+const std::string kColumns =
+    " time_ms, host, log_name, source, event_id, count, message, reports, last_time_ms,"
+    " last_message, (SELECT uuid FROM key_series WHERE first_alert <= alert.id"
+    " ORDER BY first_alert DESC LIMIT 1) ";
+
+} // namespace
+
+int64_t BytesOf(const Alert &alert)
+{
+    return kBytesOfARow +
+           static_cast<int64_t>(alert.host.size() + alert.log_name.size() + alert.source.size() +
+                                alert.message.size() + alert.last_message.size());
+}
+
 int64_t AddAlert(tarsk::Store &store, const Alert &alert)
 {
     int64_t id = 0;
@@ -12,8 +38,21 @@ int64_t AddAlert(tarsk::Store &store, const Alert &alert)
         insert.Run(alert.time_ms, alert.host, alert.log_name, alert.source, alert.event_id,
                    alert.count, alert.message);
         id = database.LastInsertId();
+        tarsk::Statement begin_series(
+            database, "INSERT INTO key_series (first_alert, uuid) SELECT ?1, ?2 WHERE ?2 IS NOT"
+                      " (SELECT uuid FROM key_series ORDER BY first_alert DESC LIMIT 1)");
+        begin_series.Run(id, store.series());
     });
     return id;
+}
+
+void FoldInto(tarsk::Store &store, int64_t id, const Alert &report)
+{
+    store.Write([&](tarsk::Database &database) {
+        tarsk::Statement fold(database, "UPDATE alert SET count = count + ?, reports = reports + 1,"
+                                        " last_time_ms = ?, last_message = ? WHERE id = ?");
+        fold.Run(report.count, report.time_ms, report.message, id);
+    });
 }
 
 namespace {
@@ -22,10 +61,22 @@ namespace {
 std::vector<Alert> AlertsOf(tarsk::Statement &select)
 {
     std::vector<Alert> found;
-    while (select.Next())
-        found.push_back({select.Integer(0), select.Integer(1), select.Text(2), select.Text(3),
-                         select.Text(4), static_cast<uint32_t>(select.Integer(5)),
-                         static_cast<int32_t>(select.Integer(6)), select.Text(7)});
+    while (select.Next()) {
+        Alert alert;
+        alert.id = select.Integer(0);
+        alert.time_ms = select.Integer(1);
+        alert.host = select.Text(2);
+        alert.log_name = select.Text(3);
+        alert.source = select.Text(4);
+        alert.event_id = static_cast<uint32_t>(select.Integer(5));
+        alert.count = select.Integer(6);
+        alert.message = select.Text(7);
+        alert.reports = select.Integer(8);
+        alert.last_time_ms = select.Integer(9);
+        alert.last_message = select.Text(10);
+        alert.key = select.Text(11) + "/" + std::to_string(alert.id);
+        found.push_back(std::move(alert));
+    }
     return found;
 }
 
@@ -34,9 +85,10 @@ std::vector<Alert> AlertsOf(tarsk::Statement &select)
 std::vector<Alert> ReadAlerts(tarsk::Database &database, int64_t after, int64_t since_ms,
                               int64_t limit)
 {
-    tarsk::Statement select(database,
-                            "SELECT id, time_ms, host, log_name, source, event_id, count, message"
-                            " FROM alert WHERE id > ? AND time_ms >= ? ORDER BY id LIMIT ?");
+    tarsk::Statement select(database, ("SELECT id," + kColumns +
+                                       "FROM alert WHERE id > ? AND time_ms >= ?"
+                                       " ORDER BY id LIMIT ?")
+                                          .c_str());
     select.Start(after, since_ms, limit);
     return AlertsOf(select);
 }
@@ -59,10 +111,10 @@ int64_t OldestAlertId(tarsk::Database &database)
 std::vector<Alert> NewestOfEachKind(tarsk::Database &database, int64_t up_to, int64_t since_ms,
                                     int64_t from)
 {
-    tarsk::Statement select(database,
-                            "SELECT max(id), time_ms, host, log_name, source, event_id, count,"
-                            " message FROM alert WHERE id <= ? AND (time_ms >= ? OR id >= ?)"
-                            " GROUP BY source, event_id, host ORDER BY 1");
+    tarsk::Statement select(database, ("SELECT max(id)," + kColumns +
+                                       "FROM alert WHERE id <= ? AND (time_ms >= ? OR id >= ?)"
+                                       " GROUP BY source, event_id, host ORDER BY 1")
+                                          .c_str());
     select.Start(up_to, since_ms, from);
     return AlertsOf(select);
 }
@@ -71,12 +123,33 @@ void RemoveAlerts(tarsk::Store &store, int64_t up_to)
 {
     store.Write([&](tarsk::Database &database) {
         tarsk::Statement(database, "DELETE FROM alert WHERE id <= ?").Run(up_to);
+        // Series of which none is left.
+        tarsk::Statement(database, "DELETE FROM key_series WHERE first_alert < (SELECT"
+                                   " max(first_alert) FROM key_series WHERE first_alert <= ?)")
+            .Run(up_to + 1);
     });
 }
 
-std::string IdempotencyKey(const std::string &store_uuid, int64_t id)
+int64_t BytesBetween(tarsk::Database &database, int64_t after, int64_t up_to)
 {
-    return store_uuid + "/" + std::to_string(id);
+    tarsk::Statement sum(
+        database,
+        ("SELECT total(" + kBytesOfRow + ") FROM alert WHERE id > ? AND id <= ?").c_str());
+    sum.Start(after, up_to);
+    return sum.Next() ? sum.Integer(0) : 0;
+}
+
+Surplus FindSurplus(tarsk::Database &database, int64_t alerts, int64_t bytes, int64_t most)
+{
+    tarsk::Statement oldest(
+        database, ("SELECT id, " + kBytesOfRow + " FROM alert ORDER BY id LIMIT ?").c_str());
+    oldest.Start(most);
+    Surplus surplus;
+    for (int64_t count = 0; (count < alerts || surplus.bytes < bytes) && oldest.Next(); ++count) {
+        surplus.up_to = oldest.Integer(0);
+        surplus.bytes += oldest.Integer(1);
+    }
+    return surplus;
 }
 
 } // namespace alerts

@@ -19,12 +19,29 @@ struct Alert {
     std::string log_name;
     std::string source;
     uint32_t event_id = 0;
-    int32_t count = 0; // hits that made this report
-    std::string message;
+    int64_t count = 0;   // hits that it stands for
+    std::string message; // the line
+    // Of a flood, one alert stands for many reports of its event. `time_ms` and `message` are then of
+    // the first of them, and these of the last; of a single report they are 0 and empty.
+    int64_t reports = 1;
+    int64_t last_time_ms = 0;
+    std::string last_message;
+    // What identifies it towards other systems, for ever: "UUID/ID". Given by the store. No other
+    // alert has it, not even one of a copy of the store.
+    std::string key;
+
+    [[nodiscard]] bool IsFolded() const { return reports > 1; }
 };
+
+// Bytes that it takes in the store, about.
+int64_t BytesOf(const Alert &alert);
 
 // Adds an alert and returns its id. Throws tarsk::StoreError.
 int64_t AddAlert(tarsk::Store &store, const Alert &alert);
+
+// Makes the alert of this id, which is of the same event, stand for a further report. Throws
+// tarsk::StoreError.
+void FoldInto(tarsk::Store &store, int64_t id, const Alert &report);
 
 // Alerts with an id above `after`, and at or after `since_ms`, oldest first, at most `limit`.
 std::vector<Alert> ReadAlerts(tarsk::Database &database, int64_t after, int64_t since_ms,
@@ -44,8 +61,16 @@ std::vector<Alert> NewestOfEachKind(tarsk::Database &database, int64_t up_to, in
 // Removes all alerts up to this id.
 void RemoveAlerts(tarsk::Store &store, int64_t up_to);
 
-// What identifies an alert towards other systems, for ever: "STORE-UUID/ID".
-std::string IdempotencyKey(const std::string &store_uuid, int64_t id);
+// Bytes of the alerts with an id above `after` and up to `up_to`, as BytesOf counts them.
+int64_t BytesBetween(tarsk::Database &database, int64_t after, int64_t up_to);
+
+// The oldest alerts, at most `most` of them, without which there are at least so many alerts and
+// bytes less: all up to an id, which is 0 when none has to go.
+struct Surplus {
+    int64_t up_to = 0;
+    int64_t bytes = 0; // of these alerts
+};
+Surplus FindSurplus(tarsk::Database &database, int64_t alerts, int64_t bytes, int64_t most);
 
 } // namespace alerts
 

@@ -53,7 +53,8 @@ class AlertmanagerSink : public Sink {
                 {"annotations",
                  {{"summary", AlertSummary(message)},
                   {"key", message.key},
-                  {"count", std::to_string(alert.count)}}},
+                  {"count", std::to_string(alert.count)},
+                  {"reports", std::to_string(alert.reports)}}},
                 {"startsAt", UtcTime(alert.time_ms)},
                 {"endsAt", UtcTime(message.ends_ms)}};
     }

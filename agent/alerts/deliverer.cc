@@ -30,6 +30,8 @@ constexpr int kLastPatienceMs = 2000;
 constexpr int64_t kRemoveAtOnce = 1000;
 constexpr milliseconds kRemovePause{50};
 
+constexpr int64_t kMegabyte = int64_t{1024} * 1024;
+
 // The rows of a sink, with those that are missing: of a new peer, or of a sink that was written into
 // the registry by hand.
 Deliveries Completed(const StoredSink &sink, Deliveries rows, int64_t newest)
@@ -168,7 +170,6 @@ Deliverer::Entry Deliverer::Start(const StoredSink &sink, const Deliveries &rows
         TRACE(TRACE_NOTABLE, "The sink %s: %s.", sink.config.name.c_str(), warning.c_str());
     WorkerContext context;
     context.store = options_.layout.Store();
-    context.uuid = store_.uuid();
     context.pauses = options_.pauses;
     context.progressed = [this] {
         if (!progressed_.exchange(true)) {
@@ -195,6 +196,7 @@ void Deliverer::Load()
     };
     std::vector<Wanted> wanted;
     limit_ = registry_.AlertLimit();
+    limit_megabytes_ = registry_.AlertMegabytes();
     const int64_t newest = NewestAlertId(store_.database());
     for (StoredSink &sink : registry_.ReadAll()) {
         const int64_t key = sink.config.key;
@@ -323,39 +325,60 @@ void Deliverer::TakeChanges(Entry &entry) const
     }
 }
 
+// An alert that is stored is never changed, so each is counted once.
+void Deliverer::CountBytes(int64_t newest)
+{
+    bytes_ += BytesBetween(store_.database(), counted_to_, newest);
+    counted_to_ = newest;
+}
+
+// How many alerts of the present length can be kept.
+int64_t Deliverer::FittingAlerts(int64_t newest)
+{
+    const int64_t kept = newest - OldestAlertId(store_.database()) + 1;
+    if (kept <= 0 || bytes_ <= 0)
+        return limit_;
+    return std::min<int64_t>(limit_, limit_megabytes_ * kMegabyte / (bytes_ / kept + 1));
+}
+
 void Deliverer::KeepTheLimit()
 {
     const int64_t newest = NewestAlertId(store_.database());
-    const int64_t oldest = OldestAlertId(store_.database());
+    CountBytes(newest);
     LookAtLevels(newest);
-    const int64_t surplus = newest - oldest + 1 - limit_;
-    over_limit_ = surplus > kRemoveAtOnce;
-    if (surplus <= 0)
+    const int64_t too_many = newest - OldestAlertId(store_.database()) + 1 - limit_;
+    const int64_t too_long = bytes_ - (limit_megabytes_ * kMegabyte);
+    const Surplus surplus = FindSurplus(store_.database(), too_many, too_long, kRemoveAtOnce);
+    over_limit_ = surplus.up_to != 0; // until it is done
+    if (!over_limit_)
         return;
-    const int64_t up_to = oldest + std::min(surplus, kRemoveAtOnce) - 1;
+    const std::string limit = too_many > 0
+                                  ? std::to_string(limit_) + " alerts"
+                                  : std::to_string(limit_megabytes_) + " megabytes of alerts";
     for (Entry &entry : entries_) {
-        const int64_t lost = entry.progress->Removed(up_to);
+        const int64_t lost = entry.progress->Removed(surplus.up_to);
         entry.unwritten |= entry.progress->HasChanged();
         if (lost > 0 && entry.level != Level::kFull) {
             entry.level = Level::kFull;
             Tell("the sink " + entry.sink.config.name + " has taken no alert for so long that the" +
-                 " limit of " + std::to_string(limit_) +
-                 " alerts is reached: the oldest are dropped; see syslogmon sink show " +
+                 " limit of " + limit +
+                 " is reached: the oldest are dropped; see syslogmon sink show " +
                  entry.sink.config.name);
         }
     }
-    over_limit_ = true; // in case the next line fails
     WriteRows();
-    RemoveAlerts(store_, up_to);
-    over_limit_ = surplus > kRemoveAtOnce;
+    RemoveAlerts(store_, surplus.up_to);
+    bytes_ -= surplus.bytes;
+    over_limit_ = too_many > kRemoveAtOnce || too_long > surplus.bytes;
 }
 
 void Deliverer::LookAtLevels(int64_t newest)
 {
+    const int64_t limit = FittingAlerts(newest);
     for (Entry &entry : entries_) {
         const int64_t waiting = newest - entry.progress->LastId("");
-        if (waiting * 10 < int64_t{limit_} * 8) {
-            if (waiting * 2 < limit_)
+        if (waiting * 10 < limit * 8) {
+            if (waiting * 2 < limit)
                 entry.level = Level::kWell;
             continue;
         }
@@ -363,7 +386,7 @@ void Deliverer::LookAtLevels(int64_t newest)
             continue;
         entry.level = Level::kFilling;
         Tell(std::to_string(waiting) + " alerts wait for the sink " + entry.sink.config.name +
-             ", of at most " + std::to_string(limit_) + "; see syslogmon sink show " +
+             ", of at most " + std::to_string(limit) + "; see syslogmon sink show " +
              entry.sink.config.name);
     }
 }

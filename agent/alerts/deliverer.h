@@ -6,7 +6,8 @@
 // synchronised with the disk: after a power cut the last of them may be missing, and then some
 // alerts are sent again under the same keys.
 //
-//   D1  An alert leaves the store when more than the limit are kept, the oldest first. So those that
+//   D1  An alert leaves the store when more of them, or more bytes of them, are kept than the limits
+//       say, the oldest first. So those that
 //       were delivered go first, and one that was not goes only when the limit is full of alerts
 //       that were not. It then counts as dropped, for each sink that had not got it.
 //   D2  A sink that waits for 80 % of the limit, or loses an alert to it, is told of: in the trace
@@ -78,6 +79,8 @@ class Deliverer {
     void TakeChanges(Entry &entry) const;
     static void SendWantedAgain(const Entry &entry, const std::vector<Undelivered> &rows);
     void KeepTheLimit();
+    void CountBytes(int64_t newest);
+    [[nodiscard]] int64_t FittingAlerts(int64_t newest);
     void LookAtLevels(int64_t newest);
     void Tell(const std::string &text) const;
 
@@ -95,6 +98,9 @@ class Deliverer {
     SinkRegistry registry_;
     std::vector<Entry> entries_;
     uint32_t limit_ = kDefaultAlertLimit;
+    uint32_t limit_megabytes_ = kDefaultAlertMegabytes;
+    int64_t bytes_ = 0;       // of the alerts that are kept,
+    int64_t counted_to_ = 0;  // up to this one
     bool over_limit_ = false; // more is to be removed
     bool store_failed_ = false;
     Clock::time_point recorded_at_;

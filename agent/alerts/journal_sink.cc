@@ -53,6 +53,7 @@ class JournalSink : public Sink {
             "SYSLOGMON_SOURCE=" + alert.source,
             "SYSLOGMON_EVENT_ID=" + agent::FormatEventId(alert.event_id),
             "SYSLOGMON_COUNT=" + std::to_string(alert.count),
+            "SYSLOGMON_REPORTS=" + std::to_string(alert.reports),
         };
         std::vector<iovec> parts;
         for (const std::string &field : fields)

@@ -64,6 +64,12 @@ std::string Body(std::span<const Message> messages)
         text += "    hits      " + std::to_string(alert.count) + "\n";
         text += "    host      " + alert.host + "\n";
         text += "    time      " + UtcTime(alert.time_ms) + "\n";
+        if (alert.IsFolded()) {
+            text += "    reports   " + std::to_string(alert.reports) +
+                    ", the line above is the first\n";
+            text += "    last time " + UtcTime(alert.last_time_ms) + "\n";
+            text += "    last line " + alert.last_message + "\n";
+        }
         text += "    key       " + message.key + "\n\n\n";
     }
     return text;

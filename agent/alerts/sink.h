@@ -22,7 +22,7 @@ namespace alerts {
 // An alert on its way.
 struct Message {
     Alert alert;
-    std::string key;      // see IdempotencyKey
+    std::string key;      // the alert's, or of the test; see Alert
     bool is_test = false; // of `sink test`: nothing has happened
     int64_t ends_ms = 0;  // until when it is active, for kinds that say so; since 1970, UTC
 };

@@ -16,6 +16,7 @@ namespace {
 
 constexpr char kKind[] = "Kind";
 constexpr char kAlertLimit[] = "AlertLimit";
+constexpr char kAlertMegabytes[] = "AlertMegabytes";
 constexpr size_t kMaxName = 64;
 
 std::string SinksPath()
@@ -140,15 +141,30 @@ void SinkRegistry::Remove(const std::string &name)
     registry_.DeleteKey(Find(name).config.key);
 }
 
-uint32_t SinkRegistry::AlertLimit()
+std::optional<uint32_t> SinkRegistry::Number(const char *name)
 {
     const auto key = registry_.Find(tarsk::kRootKey, tarsk::kAgentKey);
-    const auto value = key ? registry_.Get(*key, kAlertLimit) : std::nullopt;
-    uint32_t limit = 0;
-    if (!value || value->type != REG_DWORD || value->data.size() != sizeof limit)
-        return kDefaultAlertLimit;
-    memcpy(&limit, value->data.data(), sizeof limit);
-    return std::clamp(limit, kSmallestAlertLimit, kLargestAlertLimit);
+    const auto value = key ? registry_.Get(*key, name) : std::nullopt;
+    uint32_t number = 0;
+    if (!value || value->type != REG_DWORD || value->data.size() != sizeof number)
+        return std::nullopt;
+    memcpy(&number, value->data.data(), sizeof number);
+    return number;
+}
+
+void SinkRegistry::SetNumber(const char *name, uint32_t number)
+{
+    tarsk::Transaction transaction(store_);
+    const tarsk::KeyId key = registry_.Create(tarsk::kRootKey, tarsk::kAgentKey);
+    registry_.Set(key, name, REG_DWORD,
+                  std::string_view(reinterpret_cast<const char *>(&number), sizeof number));
+    transaction.Commit();
+}
+
+uint32_t SinkRegistry::AlertLimit()
+{
+    return std::clamp(Number(kAlertLimit).value_or(kDefaultAlertLimit), kSmallestAlertLimit,
+                      kLargestAlertLimit);
 }
 
 void SinkRegistry::SetAlertLimit(const std::string &text)
@@ -157,12 +173,27 @@ void SinkRegistry::SetAlertLimit(const std::string &text)
     if (!allowed.empty())
         throw tarsk::Error("cannot set the limit to \"" + text + "\"", "the value is not accepted",
                            "use " + allowed);
-    const auto limit = static_cast<uint32_t>(std::stoul(text));
-    tarsk::Transaction transaction(store_);
-    const tarsk::KeyId key = registry_.Create(tarsk::kRootKey, tarsk::kAgentKey);
-    registry_.Set(key, kAlertLimit, REG_DWORD,
-                  std::string_view(reinterpret_cast<const char *>(&limit), sizeof limit));
-    transaction.Commit();
+    SetNumber(kAlertLimit, static_cast<uint32_t>(std::stoul(text)));
+}
+
+// Without a setting, the alerts must leave something of a small disk to others.
+uint32_t SinkRegistry::AlertMegabytes()
+{
+    constexpr int64_t kMegabyte = int64_t{1024} * 1024;
+    const auto set = Number(kAlertMegabytes);
+    if (set)
+        return std::clamp(*set, 1U, kLargestAlertMegabytes);
+    const int64_t quarter = tarsk::SizeOfDisk(store_.database().path()) / 4 / kMegabyte;
+    return static_cast<uint32_t>(std::clamp<int64_t>(quarter, 1, kDefaultAlertMegabytes));
+}
+
+void SinkRegistry::SetAlertMegabytes(const std::string &text)
+{
+    const std::string allowed = CheckRange(text, 1, kLargestAlertMegabytes, "megabytes");
+    if (!allowed.empty())
+        throw tarsk::Error("cannot set the limit to \"" + text + "\" megabytes",
+                           "the value is not accepted", "use " + allowed);
+    SetNumber(kAlertMegabytes, static_cast<uint32_t>(std::stoul(text)));
 }
 
 } // namespace alerts

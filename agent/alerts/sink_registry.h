@@ -8,7 +8,9 @@
 //
 // Key SOFTWARE\KORBIN\TARSKVOSKAR\AGENT:
 //
-//   AlertLimit  REG_DWORD  100000  how many alerts are kept; beyond it the oldest go
+//   AlertLimit      REG_DWORD  100000  how many alerts are kept; beyond it the oldest go
+//   AlertMegabytes  REG_DWORD  256     how many MiB of them are kept; when it is not set, no more than
+//                                      a quarter of the store's disk
 #ifndef AGENT_ALERTS_SINK_REGISTRY_H
 #define AGENT_ALERTS_SINK_REGISTRY_H
 
@@ -28,6 +30,8 @@ inline constexpr char kSinksEvent[] = "Agent_Sinks_Event";
 constexpr uint32_t kDefaultAlertLimit = 100000;
 constexpr uint32_t kSmallestAlertLimit = 100;
 constexpr uint32_t kLargestAlertLimit = 100000000;
+constexpr uint32_t kDefaultAlertMegabytes = 256;
+constexpr uint32_t kLargestAlertMegabytes = 1024 * 1024;
 
 // A sink as it was found. With a problem, its kind may be null, and nothing is sent to it.
 struct StoredSink {
@@ -60,9 +64,14 @@ class SinkRegistry {
     uint32_t AlertLimit();
     // Throws tarsk::Error when it is out of range.
     void SetAlertLimit(const std::string &text);
+    // The same of their bytes, in MiB.
+    uint32_t AlertMegabytes();
+    void SetAlertMegabytes(const std::string &text);
 
   private:
     StoredSink Read(tarsk::KeyId key, const std::string &name);
+    std::optional<uint32_t> Number(const char *name);
+    void SetNumber(const char *name, uint32_t number);
 
     tarsk::Store &store_;
     tarsk::RegistryTree &registry_;

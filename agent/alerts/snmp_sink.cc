@@ -333,7 +333,7 @@ class SnmpSink : public Sink {
         snmp_pdu_add_variable(pdu, kTrapOid, std::size(kTrapOid), ASN_OBJECT_ID, kReported,
                               sizeof kReported);
         const Alert &alert = message.alert;
-        const u_long count = static_cast<u_long>(std::max(alert.count, 0));
+        const auto count = static_cast<u_long>(std::clamp<int64_t>(alert.count, 0, UINT32_MAX));
         const long is_test = message.is_test ? 1 : 2; // TruthValue
         AddText(pdu, 1, message.key);
         AddTime(pdu, 2, alert.time_ms);

@@ -4,13 +4,15 @@
 #include <climits>
 #include <unistd.h>
 
-#include "agent/alerts/alert_store.h"
+#include "agent/alerts/report_folder.h"
 #include "agent/libtarsk/c_boundary.h"
 #include "agent/libtarsk/host.h"
-#include "platform/monitor_entry.h"
+#include "agent/libtarsk/reported_hits.h"
 #include "platform/siblings.h"
 
 namespace {
+
+alerts::ReportFolder folder; // of the monitor thread
 
 std::string HostName()
 {
@@ -25,19 +27,6 @@ int64_t NowMs()
     return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
 }
 
-// The hits behind a report: the report count of the entry that made it. The report's source is the
-// entry's own field, so its address tells which entry that is.
-int32_t HitsOf(const ReportRequest &request)
-{
-    const tarsk::ModuleTable &table = tarsk::HostTable();
-    const int size = table.Size();
-    for (int i = 0; i < size; ++i) {
-        if (table.entries[i]->Source == request.source)
-            return table.entries[i]->ReportCount;
-    }
-    return 1;
-}
-
 alerts::Alert AlertOf(const ReportRequest &request)
 {
     alerts::Alert alert;
@@ -46,7 +35,7 @@ alerts::Alert AlertOf(const ReportRequest &request)
     alert.log_name = request.logName;
     alert.source = request.source;
     alert.event_id = request.eventId;
-    alert.count = HitsOf(request);
+    alert.count = tarsk::HitsOf(request);
     alert.message = request.strings[0];
     return alert;
 }
@@ -56,7 +45,7 @@ alerts::Alert AlertOf(const ReportRequest &request)
 extern "C" __attribute__((visibility("default"))) int VKMonitorCall(ReportRequest *request)
 {
     return tarsk::AtBoundary<int>(__func__, 0, [&] {
-        alerts::AddAlert(tarsk::HostStore(), AlertOf(*request));
+        folder.Add(tarsk::HostStore(), AlertOf(*request));
         return 1;
     });
 }

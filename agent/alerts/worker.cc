@@ -152,7 +152,7 @@ std::vector<Message> Worker::MessagesOf(std::vector<Alert> alerts) const
     std::vector<Message> messages;
     for (Alert &alert : alerts) {
         Message message;
-        message.key = IdempotencyKey(context_.uuid, alert.id);
+        message.key = alert.key;
         if (config_.kind->active != nullptr)
             message.ends_ms = progress_->EndsAt(alert, now);
         message.alert = std::move(alert);

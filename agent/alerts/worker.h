@@ -32,7 +32,6 @@ namespace alerts {
 
 struct WorkerContext {
     std::filesystem::path store;
-    std::string uuid; // of the store
     PauseLimits pauses;
     std::function<void()> progressed; // called when there is news for the store
 };

@@ -56,14 +56,16 @@ int64_t ParseSince(const std::string &text)
 
 json ToJson(const Alert &alert)
 {
-    return {{"id", alert.id},
-            {"key", alerts::IdempotencyKey(tarsk::HostStore().uuid(), alert.id)},
-            {"time_ms", alert.time_ms},
-            {"host", alert.host},
-            {"source", alert.source},
-            {"event_id", agent::FormatEventId(alert.event_id)},
-            {"count", alert.count},
-            {"message", alert.message}};
+    json object = {{"id", alert.id},           {"key", alert.key},
+                   {"time_ms", alert.time_ms}, {"host", alert.host},
+                   {"source", alert.source},   {"event_id", agent::FormatEventId(alert.event_id)},
+                   {"count", alert.count},     {"message", alert.message}};
+    if (alert.IsFolded()) {
+        object["reports"] = alert.reports;
+        object["last_time_ms"] = alert.last_time_ms;
+        object["last_message"] = alert.last_message;
+    }
+    return object;
 }
 
 // One object a line: a list that goes on has no closing bracket.

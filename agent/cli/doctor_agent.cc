@@ -71,7 +71,7 @@ void CheckDaemon(const Context &context, Examination *examination)
 {
     examination->Begin("daemon");
     const fs::path &run = context.layout.run;
-    const auto holder = agent::DaemonLock::Holder(run);
+    const auto holder = agent::DaemonLock::Holder(context.layout);
     if (!holder) {
         examination->Finding("syslogmond", "it is not running", kStartDaemon);
         return;
@@ -93,7 +93,12 @@ void CheckDaemon(const Context &context, Examination *examination)
         "its monitor has ended by itself " + std::to_string(status->restarts) +
         (status->restarts == 1 ? " time" : " times") + ", last because: " + status->last_error;
     const std::string advice = "mend the cause; more is in " + context.layout.TraceLog().string();
-    if (status->state == MonitorState::kPausing)
+    if (status->waiting_since_ms != 0)
+        examination->Finding(
+            process,
+            "it waits for the store's lock since " + agent::LocalTime(status->waiting_since_ms),
+            "find the process that holds it with fuser " + context.layout.Store().string());
+    else if (status->state == MonitorState::kPausing)
         examination->Finding(
             process, ended + "; it is started again at " + agent::LocalTime(status->next_start_ms),
             advice);
@@ -144,7 +149,7 @@ void CheckWatching(const Context &context, Examination *examination)
     const auto status = agent::ReadStatus(context.layout.run);
     const std::string interval =
         agent::GetSetting(tarsk::HostRegistry(), agent::FindSetting("trigger-interval"));
-    if (!agent::DaemonLock::Holder(context.layout.run) || !status)
+    if (!agent::DaemonLock::Holder(context.layout) || !status)
         examination->Skipped("inotify", "the daemon is not running");
     else if (!status->watch_problem.empty())
         examination->Finding("inotify", status->watch_problem,

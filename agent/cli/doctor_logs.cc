@@ -241,7 +241,7 @@ void CheckRotationOf(const fs::path &log, Examination *examination)
 
 bool IsRunning(const Context &context)
 {
-    return agent::DaemonLock::Holder(context.layout.run).has_value();
+    return agent::DaemonLock::Holder(context.layout).has_value();
 }
 
 bool IsEmpty(const fs::path &path)

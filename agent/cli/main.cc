@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "agent/cli/command.h"
+#include "agent/common/daemon_lock.h"
 
 namespace cli {
 
@@ -13,6 +14,7 @@ void Context::Open() const
     tarsk::StartHost(layout, tarsk::Role::kCommand);
     tarsk::HostStore().OnLongWait(
         [] { fprintf(stderr, "syslogmon: waiting for the monitor to finish its pass...\n"); });
+    agent::DaemonLock::CheckStore(layout);
 }
 
 namespace {

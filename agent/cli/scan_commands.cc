@@ -44,7 +44,7 @@ void WaitForPass(const Context &context, int64_t asked_ns, double timeout)
         const auto status = agent::ReadStatus(context.layout.run);
         if (status && status->last_full_pass.began_boot_ns >= asked_ns)
             return;
-        const auto daemon = agent::DaemonLock::Holder(context.layout.run);
+        const auto daemon = agent::DaemonLock::Holder(context.layout);
         if (!daemon)
             throw NotRunning();
         if (Clock::now() >= end) {
@@ -81,7 +81,7 @@ void ScanToTheEnd(const Context &context, double timeout)
 
 int Scan(const Context &context, const ScanOptions &options)
 {
-    if (!agent::DaemonLock::Holder(context.layout.run))
+    if (!agent::DaemonLock::Holder(context.layout))
         throw NotRunning();
     if (options.wait)
         ScanToTheEnd(context, options.timeout);

@@ -58,6 +58,8 @@ struct SinkOptions {
     std::vector<std::string> options; // "name=value"
     std::vector<std::string> unset;   // "name"
     std::string limit;
+    std::string megabytes;
+    bool shows_megabytes = false;
 };
 
 void TakeOptions(const std::vector<std::string> &words, SinkConfig &config)
@@ -344,7 +346,7 @@ alerts::Message TestMessage(const SinkConfig &config)
     message.alert.source = "SYSLOGMON-TEST";
     message.alert.count = 1;
     message.alert.message = "This is a test of the sink " + config.name + ". Nothing has happened.";
-    message.key = tarsk::HostStore().uuid() + "/test-" + std::to_string(message.alert.time_ms);
+    message.key = tarsk::HostStore().series() + "/test-" + std::to_string(message.alert.time_ms);
     if (config.kind->active != nullptr)
         message.ends_ms = message.alert.time_ms + config.kind->active(config).count();
     return message;
@@ -393,15 +395,19 @@ int TestSink(const Context &context, const SinkOptions &options)
 int Limit(const Context &context, const SinkOptions &options)
 {
     context.Open();
-    if (!options.limit.empty()) {
+    if (!options.limit.empty())
         Sinks().SetAlertLimit(options.limit);
+    if (!options.megabytes.empty())
+        Sinks().SetAlertMegabytes(options.megabytes);
+    if (!options.limit.empty() || !options.megabytes.empty()) {
         TellDaemonOfSinks();
         return kExitDone;
     }
     if (context.json)
-        PrintJson({{"limit", Sinks().AlertLimit()}});
+        PrintJson({{"limit", Sinks().AlertLimit()}, {"megabytes", Sinks().AlertMegabytes()}});
     else
-        printf("%u\n", Sinks().AlertLimit());
+        printf("%u\n",
+               options.shows_megabytes ? Sinks().AlertMegabytes() : Sinks().AlertLimit());
     return kExitDone;
 }
 
@@ -488,6 +494,15 @@ void SetUpLimit(CLI::App &app, Context &context, Action &action)
 {
     SetUp<Limit>(app, context, action, [&](SinkOptions &options) {
         app.add_option("number", options.limit, "The new limit; without it, show the one in force");
+        app.add_option_function<std::vector<std::string>>(
+               "--megabytes",
+               [&options](const std::vector<std::string> &words) {
+                   options.shows_megabytes = true;
+                   options.megabytes = words.empty() ? "" : words.front();
+               },
+               "The same for how many megabytes of alerts are kept")
+            ->type_name("N")
+            ->expected(0, 1);
     });
 }
 
@@ -504,7 +519,8 @@ const std::vector<Command> kSinkCommands = {
      SetUpUndelivered},
     {"sink retry", "Send undelivered alerts again", SetUpRetry},
     {"sink drop", "Drop undelivered alerts: they are not sent again", SetUpDrop},
-    {"sink limit", "Show or set how many alerts are kept", SetUpLimit},
+    {"sink limit", "Show or set how many alerts are kept, and how many megabytes of them",
+     SetUpLimit},
 };
 
 } // namespace cli

@@ -60,7 +60,7 @@ struct Daemon {
 Daemon LookAtDaemon(const Context &context)
 {
     Daemon daemon;
-    const auto holder = agent::DaemonLock::Holder(context.layout.run);
+    const auto holder = agent::DaemonLock::Holder(context.layout);
     if (!holder)
         return daemon;
     daemon.running = true;
@@ -74,6 +74,9 @@ std::string StateText(const Daemon &daemon)
     const auto &status = daemon.status;
     if (!daemon.running)
         return "not running";
+    if (status && status->waiting_since_ms != 0)
+        return "waits for the store's lock, which another process holds, since " +
+               agent::LocalTime(status->waiting_since_ms);
     if (!daemon.stands.empty())
         return "not working: " + daemon.stands;
     if (!status)
@@ -175,6 +178,8 @@ void PrintAsJson(const Daemon &daemon, const std::vector<WatchedFile> &files,
         object["restarts"] = status->restarts;
         object["last_error"] = status->last_error;
         object["watch_problem"] = TextOrNull(status->watch_problem);
+        object["waiting_since_ms"] =
+            status->waiting_since_ms == 0 ? json(nullptr) : json(status->waiting_since_ms);
     }
     for (const WatchedFile &file : files)
         object["files"].push_back(ToJson(file));

@@ -43,8 +43,13 @@ std::string AlertLine(const alerts::Alert &alert)
 {
     char event[16];
     snprintf(event, sizeof event, "%X", alert.event_id);
-    return LocalTime(alert.time_ms) + "  " + Printable(alert.source) + " " + event + "  x" +
-           std::to_string(alert.count) + "  " + Printable(alert.message);
+    std::string line = LocalTime(alert.time_ms) + "  " + Printable(alert.source) + " " + event +
+                       "  x" + std::to_string(alert.count) + "  " + Printable(alert.message);
+    if (alert.IsFolded())
+        line += " (and " + std::to_string(alert.reports - 1) + " more until " +
+                LocalTime(alert.last_time_ms) + ", the last: " + Printable(alert.last_message) +
+                ")";
+    return line;
 }
 
 } // namespace agent

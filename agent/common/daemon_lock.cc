@@ -4,8 +4,11 @@
 #include <cstring>
 #include <fcntl.h>
 
+#include "agent/common/status_file.h"
 #include "agent/libtarsk/error.h"
+#include "agent/libtarsk/host.h"
 #include "agent/libtarsk/private_file.h"
+#include "agent/libtarsk/store_file.h"
 
 namespace agent {
 
@@ -52,6 +55,25 @@ std::optional<pid_t> DaemonLock::Holder(const std::filesystem::path &run_folder)
     if (fd.get() < 0 || fcntl(fd.get(), F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK)
         return std::nullopt;
     return lock.l_pid;
+}
+
+std::optional<pid_t> DaemonLock::Holder(const tarsk::Layout &layout)
+{
+    const auto holder = Holder(layout.run);
+    return holder ? holder : tarsk::OwnerLock::Holder(layout.Store());
+}
+
+void DaemonLock::CheckStore(const tarsk::Layout &layout)
+{
+    const auto holder = Holder(layout.run);
+    const auto status = holder ? ReadStatus(layout.run) : std::nullopt;
+    if (!status || status->pid != *holder || status->store.empty() ||
+        status->store == StoreName(tarsk::HostStore()))
+        return;
+    throw tarsk::Error("cannot work with " + layout.Store().string(),
+                       "the daemon, process " + std::to_string(*holder) +
+                           ", works with another file: this one was put in its place while it ran",
+                       "restart the daemon");
 }
 
 } // namespace agent

@@ -1,4 +1,6 @@
-// One daemon per store. The daemon holds a lock for its life; anyone can ask who holds it.
+// One daemon per install root. The daemon holds a lock in the run-time folder for its life; anyone can
+// ask who holds it. Whoever removes the file of the lock has not removed the daemon: it holds one on
+// the store itself, too.
 #ifndef AGENT_COMMON_DAEMON_LOCK_H
 #define AGENT_COMMON_DAEMON_LOCK_H
 
@@ -6,6 +8,7 @@
 #include <optional>
 #include <sys/types.h>
 
+#include "agent/libtarsk/layout.h"
 #include "agent/libtarsk/waitable.h"
 
 namespace agent {
@@ -17,6 +20,11 @@ class DaemonLock {
 
     // The process that holds it, or nothing.
     static std::optional<pid_t> Holder(const std::filesystem::path &run_folder);
+    // The same, or the process that holds the store's.
+    static std::optional<pid_t> Holder(const tarsk::Layout &layout);
+
+    // Throws tarsk::Error when the daemon that runs works with another file than the started host.
+    static void CheckStore(const tarsk::Layout &layout);
 
   private:
     tarsk::Fd fd_;

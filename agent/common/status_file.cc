@@ -78,6 +78,8 @@ Status StatusOf(const json &object)
     status.watch_problem = object.value("watch_problem", "");
     status.alive_ns = object.value("alive_ns", int64_t{0});
     status.still_ms = object.value("still_ms", int64_t{0});
+    status.store = object.value("store", "");
+    status.waiting_since_ms = object.value("waiting_since_ms", int64_t{0});
     return status;
 }
 
@@ -126,7 +128,9 @@ void WriteStatus(const fs::path &run_folder, const Status &status)
                          {"last_full_pass", ToJson(status.last_full_pass)},
                          {"watch_problem", status.watch_problem},
                          {"alive_ns", status.alive_ns},
-                         {"still_ms", status.still_ms}};
+                         {"still_ms", status.still_ms},
+                         {"store", status.store},
+                         {"waiting_since_ms", status.waiting_since_ms}};
     const fs::path path = StatusPath(run_folder);
     const fs::path unfinished = path.string() + ".new";
     WriteWhole(unfinished, object.dump(-1, ' ', false, json::error_handler_t::replace) + "\n");
@@ -143,6 +147,13 @@ std::optional<Status> ReadStatus(const fs::path &run_folder)
     } catch (const json::exception &) {
         return std::nullopt; // written by another version
     }
+}
+
+std::string StoreName(const tarsk::Store &store)
+{
+    const tarsk::FileIdentity &file = store.identity();
+    return store.uuid() + " in file " + std::to_string(file.device) + ":" +
+           std::to_string(file.inode);
 }
 
 int64_t BootTimeNs()

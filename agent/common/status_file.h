@@ -8,6 +8,8 @@
 #include <optional>
 #include <string>
 
+#include "agent/libtarsk/store.h"
+
 namespace agent {
 
 enum class MonitorState {
@@ -42,7 +44,12 @@ struct Status {
     std::string watch_problem; // why changes of files are not noticed at once; empty: they are
     int64_t alive_ns = 0;      // CLOCK_MONOTONIC when the daemon last told; 0: it told no such time
     int64_t still_ms = 0;      // so long the pass under way had read nothing at that moment
+    std::string store;         // the file that the daemon stores in; see StoreName
+    int64_t waiting_since_ms = 0; // when it began to wait for the store's lock; 0: it does not
 };
+
+// Tells the file that was opened as a store from all others, also from its copies.
+std::string StoreName(const tarsk::Store &store);
 
 // Throws tarsk::Error when the file cannot be written.
 void WriteStatus(const std::filesystem::path &run_folder, const Status &status);

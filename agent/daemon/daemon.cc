@@ -24,6 +24,7 @@
 #include "agent/daemon/notify.h"
 #include "agent/daemon/signals.h"
 #include "agent/daemon/status_board.h"
+#include "agent/daemon/store_wait.h"
 #include "agent/daemon/trigger.h"
 #include "agent/daemon/vigil.h"
 #include "agent/libtarsk/convert.h"
@@ -51,6 +52,7 @@ constexpr Milliseconds kRanWell{60000};
 static_assert(kFirstPause < kLongestPause, "the pause must be able to grow");
 
 constexpr int kExitAtOnce = 1;
+constexpr int kExitWithoutStore = 1;
 
 // Between two looks at the monitor; a watchdog can make it less.
 constexpr Milliseconds kLook{10000};
@@ -121,13 +123,18 @@ class Daemon {
         if (options.print_alerts)
             console_.emplace(options.layout.Store());
         deliverer_.emplace(alerts::DelivererOptions{options.layout, {}});
+        tarsk::HostStore().SetWait(store_wait_.Patience());
     }
+    ~Daemon() { tarsk::HostStore().SetWait({}); }
+    Daemon(const Daemon &) = delete;
+    Daemon &operator=(const Daemon &) = delete;
 
     int Run();
 
   private:
     void StartMonitor();
     void MonitorEnded();
+    void EndWithoutStore();
     void WaitForNews();
     void TakeSignals();
     void Act(int signal_number);
@@ -146,6 +153,9 @@ class Daemon {
     Signals signals_;
     NamedEvents events_;
     StatusBoard board_;
+    StoreWait store_wait_{[this](int64_t since_ms) {
+        board_.Update([&](Status &status) { status.waiting_since_ms = since_ms; });
+    }};
     Module module_;
     tarsk::Store store_;
     tarsk::RegistryTree registry_;
@@ -162,6 +172,7 @@ class Daemon {
     std::optional<Clock::time_point> start_again_at_; // set while pausing
     Milliseconds pause_ = kFirstPause;
     bool stopping_ = false;
+    int result_ = 0;              // of the process
     bool restart_wanted_ = false; // to take a setting that is read at a start only
 
     std::optional<Clock::time_point> read_again_at_; // settings that could not be read
@@ -224,6 +235,10 @@ void Daemon::MonitorEnded()
     monitor_.reset();
     if (stopping_)
         return;
+    if (!tarsk::HostStore().IsInPlace()) {
+        EndWithoutStore();
+        return;
+    }
     if (restart_wanted_ && asked) {
         restart_wanted_ = false;
         StartMonitor();
@@ -244,6 +259,19 @@ void Daemon::MonitorEnded()
         ++status.restarts;
     });
     pause_ = std::min(pause_ * 2, kLongestPause);
+}
+
+// Everything that this process has open belongs to a file that nobody else sees. The next process
+// opens what is there by then.
+void Daemon::EndWithoutStore()
+{
+    const std::string text = "the store " + tarsk::HostLayout().Store().string() +
+                             " was removed or replaced while the daemon ran, which therefore ends; "
+                             "the pass under way was not stored";
+    TRACE(TRACE_SYSTEM, "%s", text.c_str());
+    Say(text);
+    stopping_ = true;
+    result_ = kExitWithoutStore;
 }
 
 void Daemon::Act(int signal_number)
@@ -271,6 +299,7 @@ void Daemon::Stop()
         _exit(kExitAtOnce);
     }
     stopping_ = true;
+    store_wait_.RequestStop();
     NotifyStopping();
     board_.Update([](Status &status) { status.state = MonitorState::kStopping; });
     if (monitor_)
@@ -453,7 +482,7 @@ int Daemon::Run()
         throw;
     }
     signals_.EndAtOnceWith(kExitAtOnce);
-    return 0;
+    return result_;
 }
 
 } // namespace
@@ -463,6 +492,7 @@ int RunDaemon(const DaemonOptions &options)
     options.layout.CreateFolders();
     const DaemonLock only_one(options.layout.run);
     tarsk::StartHost(options.layout, tarsk::Role::kDaemon);
+    tarsk::HostStore().KeepReserve();
     TraceLogSetThrName("syslogmond");
     int result = 0;
     {

@@ -3,6 +3,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "agent/libtarsk/host.h"
 #include "platform/trace.h"
 
 namespace agent {
@@ -18,6 +19,7 @@ StatusBoard::StatusBoard(std::filesystem::path run) : run_(std::move(run))
     status_.pid = getpid();
     status_.version = SYSLOGMON_VERSION;
     status_.started_ms = WallTimeMs();
+    status_.store = StoreName(tarsk::HostStore());
     status_.alive_ns = UpTimeNs();
 }
 

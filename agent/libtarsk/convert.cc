@@ -8,6 +8,7 @@
 #include <string_view>
 #include <strings.h>
 
+#include "agent/libtarsk/reported_hits.h"
 #include "agent/libtarsk/settings.h"
 #include "platform/agent.h"
 
@@ -217,6 +218,8 @@ extern "C" int TarskCodeConvert(const char *source, int sourceLength, char *dest
     const size_t length =
         sourceLength < 0 ? strlen(source) : strnlen(source, static_cast<size_t>(sourceLength));
     const auto room = static_cast<size_t>(destinationSize) - 1;
+    if (sourceCode == CODE_LOG && destinationCode == CODE_REGISTRY)
+        NoteReachedEntries();
 
     Charsets &charsets = Current();
     const std::lock_guard lock(charsets.mutex);

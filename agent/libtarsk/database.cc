@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
 #include <sqlite3.h>
 
@@ -14,7 +15,6 @@ namespace tarsk {
 
 namespace {
 
-constexpr int kLongWaitMs = 1000; // after this long the user is told what a wait is for
 // Between two tries for a lock: 1 ms, doubled up to this. Most holders are done in less than that.
 constexpr int kRetryMs = 20;
 
@@ -38,11 +38,14 @@ std::string Cause(sqlite3 *database)
     return error_number != 0 ? cause + " (" + strerror(error_number) + ")" : cause;
 }
 
+bool IsFull(int code, int error_number)
+{
+    return (code & 0xFF) == SQLITE_FULL || error_number == ENOSPC || error_number == EDQUOT;
+}
+
 // What an administrator can do about a failure of SQLite.
 const char *NextStep(int code, int error_number)
 {
-    if (error_number == ENOSPC || error_number == EDQUOT)
-        code = SQLITE_FULL;
     if (error_number == EROFS || error_number == EACCES || error_number == EPERM)
         code = SQLITE_PERM;
     switch (code & 0xFF) {
@@ -59,7 +62,9 @@ const char *NextStep(int code, int error_number)
         return "another program holds its lock; find it with fuser and try again";
     case SQLITE_CORRUPT:
     case SQLITE_NOTADB:
-        return "the file is damaged; put a copy of it back, or move it away to start with nothing";
+        return "the file is damaged; put a copy of it back, or move it away with has-store beside "
+               "it"
+               " to start with nothing";
     case SQLITE_IOERR:
         return "check the disk and the kernel log";
     case SQLITE_PROTOCOL:
@@ -99,6 +104,7 @@ void Statement::Reset()
 bool Statement::Next()
 {
     const int result = sqlite3_step(statement_);
+    database_.EndWait();
     if (result == SQLITE_ROW)
         return true;
     if (result == SQLITE_DONE) {
@@ -180,7 +186,9 @@ Database::~Database()
 
 void Database::Execute(const char *sql)
 {
-    if (sqlite3_exec(database_, sql, nullptr, nullptr, nullptr) != SQLITE_OK)
+    const int result = sqlite3_exec(database_, sql, nullptr, nullptr, nullptr);
+    EndWait();
+    if (result != SQLITE_OK)
         Fail("cannot use");
 }
 
@@ -199,27 +207,45 @@ bool Database::InTransaction() const
     return sqlite3_get_autocommit(database_) == 0;
 }
 
-void Database::SetPatience(int milliseconds, std::function<void()> on_long_wait)
+void Database::SetPatience(int milliseconds, std::function<void()> began)
 {
-    patience_ms_ = milliseconds;
-    on_long_wait_ = std::move(on_long_wait);
+    Patience patience;
+    patience.milliseconds = milliseconds;
+    patience.began = std::move(began);
+    SetPatience(std::move(patience));
+}
+
+void Database::EmptyJournal(int milliseconds)
+{
+    const Patience usual = std::exchange(patience_, Patience{});
+    patience_.milliseconds = milliseconds;
+    const int result =
+        sqlite3_wal_checkpoint_v2(database_, "main", SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+    patience_ = usual;
+    if (result != SQLITE_OK)
+        Fail("cannot write to");
+}
+
+void Database::EndWait()
+{
+    if (std::exchange(long_wait_told_, false) && patience_.over)
+        patience_.over();
 }
 
 int Database::OnBusy(void *self, int calls)
 {
     auto *database = static_cast<Database *>(self);
     const int64_t now = NowMs();
-    if (calls == 0) {
+    if (calls == 0)
         database->waiting_since_ms_ = now;
-        database->long_wait_told_ = false;
-    }
     const int64_t waited = now - database->waiting_since_ms_;
-    if (waited >= database->patience_ms_)
+    const Patience &patience = database->patience_;
+    if (waited >= patience.milliseconds || (patience.leave && patience.leave()))
         return 0;
-    if (waited >= kLongWaitMs && !database->long_wait_told_) {
+    if (waited >= patience.tell_after_ms && !database->long_wait_told_) {
         database->long_wait_told_ = true;
-        if (database->on_long_wait_)
-            database->on_long_wait_();
+        if (patience.began)
+            patience.began();
     }
     const int pause_ms = calls < 5 ? std::min(kRetryMs, 1 << calls) : kRetryMs;
     const timespec pause{0, pause_ms * 1000L * 1000L};
@@ -229,8 +255,12 @@ int Database::OnBusy(void *self, int calls)
 
 void Database::Fail(const std::string &doing) const
 {
-    throw StoreError(doing + " " + path_.string(), Cause(database_),
-                     NextStep(sqlite3_errcode(database_), SystemError(database_)));
+    const std::string thing = doing + " " + path_.string();
+    const int code = sqlite3_errcode(database_);
+    const int error_number = SystemError(database_);
+    if (IsFull(code, error_number))
+        throw DiskFullError(thing, Cause(database_), NextStep(SQLITE_FULL, 0));
+    throw StoreError(thing, Cause(database_), NextStep(code, error_number));
 }
 
 } // namespace tarsk

@@ -74,6 +74,15 @@ class Statement {
     sqlite3_stmt *statement_ = nullptr;
 };
 
+// What a connection does while another one holds the lock that it needs.
+struct Patience {
+    int milliseconds = 0;        // after this long the statement fails
+    int tell_after_ms = 1000;    // after this long a wait is told of
+    std::function<void()> began; // called then, once per wait
+    std::function<void()> over;  // called when a wait that was told of has ended, however
+    std::function<bool()> leave; // asked all the time: true ends the wait, and the statement fails
+};
+
 class Database {
   public:
     enum class Mode { kReadWrite, kReadOnly };
@@ -90,9 +99,13 @@ class Database {
     [[nodiscard]] int64_t ChangesOfLastStatement() const;
     [[nodiscard]] bool InTransaction() const;
 
-    // How long a statement waits for another process's lock before it fails, and what is called,
-    // once per wait, after the first second of it.
-    void SetPatience(int milliseconds, std::function<void()> on_long_wait);
+    // How long a statement waits for another process's lock before it fails, and who hears of it.
+    void SetPatience(Patience patience) { patience_ = std::move(patience); }
+    void SetPatience(int milliseconds, std::function<void()> began);
+
+    // Writes the journal into the file and cuts it to nothing, if that can be done within so many
+    // milliseconds. Throws StoreError.
+    void EmptyJournal(int milliseconds);
 
     [[nodiscard]] const std::filesystem::path &path() const { return path_; }
     [[nodiscard]] sqlite3 *handle() const { return database_; }
@@ -101,14 +114,15 @@ class Database {
     [[noreturn]] void Fail(const std::string &doing) const;
 
   private:
+    friend class Statement;
     static int OnBusy(void *self, int calls);
+    void EndWait(); // a statement is done with, and so with its wait
 
     std::filesystem::path path_;
     sqlite3 *database_ = nullptr;
-    int patience_ms_ = 0;
+    Patience patience_;
     int64_t waiting_since_ms_ = 0;
     bool long_wait_told_ = false;
-    std::function<void()> on_long_wait_;
 };
 
 } // namespace tarsk

@@ -24,6 +24,12 @@ class StoreError : public Error {
     using Error::Error;
 };
 
+// There is no room on its disk.
+class DiskFullError : public StoreError {
+  public:
+    using StoreError::StoreError;
+};
+
 } // namespace tarsk
 
 #endif // AGENT_LIBTARSK_ERROR_H

@@ -14,7 +14,12 @@ struct Host {
     Store store;
     RegistryTree registry;
 
-    explicit Host(const Layout &where) : layout(where), store(where.Store()), registry(store) {}
+    Host(const Layout &where, Role role)
+        : layout(where),
+          store(where.Store(), role == Role::kDaemon ? StoreUse::kDaemon : StoreUse::kShared),
+          registry(store)
+    {
+    }
 };
 
 std::unique_ptr<Host> host;
@@ -33,7 +38,7 @@ Host &Started()
 void StartHost(const Layout &layout, Role role)
 {
     layout.CreateFolders();
-    auto started = std::make_unique<Host>(layout);
+    auto started = std::make_unique<Host>(layout, role);
     if (role == Role::kDaemon) {
         started->store.CheckIntegrity();
         OpenTraceLog(layout.TraceLog());

@@ -4,6 +4,7 @@
 #include <sys/random.h>
 
 #include "agent/libtarsk/error.h"
+#include "agent/libtarsk/store_file.h"
 
 namespace tarsk {
 
@@ -66,11 +67,21 @@ constexpr const char *kSteps[] = {
     "  again INTEGER NOT NULL,"    // 1: somebody wants it to be sent again
     "  PRIMARY KEY (sink, peer, alert)) WITHOUT ROWID;"
     "CREATE INDEX undelivered_alert ON undelivered (alert);",
+    // 4: an alert can stand for many reports; keys of alerts differ even between copies of a store.
+    "ALTER TABLE alert ADD COLUMN reports INTEGER NOT NULL DEFAULT 1;"
+    "ALTER TABLE alert ADD COLUMN last_time_ms INTEGER NOT NULL DEFAULT 0;" // 0: of a single report
+    "ALTER TABLE alert ADD COLUMN last_message TEXT NOT NULL DEFAULT '';"
+    // The alerts from this one on, up to the next row's, have this in their keys. Those of the
+    // versions before had the store's own.
+    "CREATE TABLE key_series (first_alert INTEGER PRIMARY KEY, uuid TEXT NOT NULL);"
+    "INSERT INTO key_series (first_alert, uuid) SELECT 0, uuid FROM store;",
 };
 constexpr int kVersion = static_cast<int>(std::size(kSteps));
 
 // Marks the file as ours ("SYSL"), for file(1) and for anyone who finds it.
 constexpr char kSetApplicationId[] = "PRAGMA application_id = 1398362956";
+
+} // namespace
 
 std::string NewUuid(const std::filesystem::path &store)
 {
@@ -90,6 +101,8 @@ std::string NewUuid(const std::filesystem::path &store)
     }
     return text;
 }
+
+namespace {
 
 int ReadVersion(Database &database)
 {
@@ -128,7 +141,7 @@ void UpdateSchema(Database &database)
                          "install that version again");
     if (version == 0)
         throw StoreError("cannot use " + database.path().string(), "it is not a store of the agent",
-                         "put a copy of it back, or move it away to start with nothing");
+                         kReplaceStore);
     database.Execute("BEGIN IMMEDIATE");
     RunSteps(database, version);
     database.Execute("COMMIT");

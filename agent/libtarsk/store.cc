@@ -1,14 +1,10 @@
 #include "agent/libtarsk/store.h"
 
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
-#include <sys/file.h>
+#include <atomic>
 #include <system_error>
 
 #include "agent/libtarsk/error.h"
 #include "agent/libtarsk/schema.h"
-#include "agent/libtarsk/waitable.h"
 
 namespace tarsk {
 
@@ -18,83 +14,17 @@ namespace {
 
 // A pass over gigabytes of log can hold the write lock for minutes; a command waits for it.
 constexpr int kPatienceMs = 10 * 60 * 1000;
+// How long the emptying of the journal waits for those who read it. There is a next time.
+constexpr int kEmptyingMs = 1000;
+// A journal of a pass that is longer than this is emptied at once. Shorter ones SQLite uses again.
+constexpr int64_t kUsualJournal = int64_t{4} * 1024 * 1024;
 
-// Held while the store is created or its schema changed, so that programs that start together take
-// turns.
-class CreationLock {
-  public:
-    explicit CreationLock(const fs::path &store)
-    {
-        const fs::path path = store.string() + ".lock";
-        fd_ = Fd(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-        if (fd_.get() < 0)
-            throw StoreError("cannot open " + path.string(), strerror(errno),
-                             "make its folder writable, or run as root");
-        while (flock(fd_.get(), LOCK_EX) != 0) {
-            if (errno != EINTR)
-                throw StoreError("cannot lock " + path.string(), strerror(errno),
-                                 "keep the store on a file system that has locks");
-        }
-    }
+// Numbers passes, of all stores of this process.
+std::atomic<int64_t> newest_pass = 0;
 
-  private:
-    Fd fd_;
-};
-
-void CreateEmptyFile(const fs::path &path)
+bool IsFull(const std::exception &error)
 {
-    const Fd fd(open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-    if (fd.get() < 0)
-        throw StoreError("cannot create " + path.string(), strerror(errno),
-                         "make its folder writable, or run as root");
-}
-
-// Puts the names in a folder on its disk.
-void SyncFolder(const fs::path &path)
-{
-    const Fd fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (fd.get() < 0 || fsync(fd.get()) != 0)
-        throw StoreError("cannot write to the folder " + path.string(), strerror(errno),
-                         "check the disk and the kernel log");
-}
-
-// A store that was moved away can have left its journal. The new store must not take it for its
-// own; and it may hold what the moved one lacks, so it is kept.
-void SetOldJournalAside(const fs::path &path)
-{
-    for (const char *suffix : {"-wal", "-shm"}) {
-        const fs::path left = path.string() + suffix;
-        if (fs::exists(left))
-            fs::rename(left, left.string() + ".old");
-    }
-}
-
-// Makes a complete store under another name first: a program that dies half-way leaves nothing that
-// looks like a store.
-void Create(const fs::path &path)
-{
-    const fs::path unfinished = path.string() + ".new";
-    for (const char *suffix : {"", "-wal", "-shm"})
-        fs::remove(unfinished.string() + suffix);
-    CreateEmptyFile(unfinished);
-    {
-        Database database(unfinished, Database::Mode::kReadWrite);
-        // Kept in the file, so every later connection has it.
-        database.Execute("PRAGMA journal_mode = WAL");
-        database.Execute("PRAGMA synchronous = FULL");
-        CreateSchema(database);
-        database.Execute("PRAGMA wal_checkpoint(TRUNCATE)");
-    }
-    SetOldJournalAside(path);
-    fs::rename(unfinished, path);
-    SyncFolder(path.parent_path());
-}
-
-void CheckFile(const fs::path &path)
-{
-    if (fs::file_size(path) == 0)
-        throw StoreError("cannot use " + path.string(), "the file is empty",
-                         "put a copy of it back, or move it away to start with nothing");
+    return dynamic_cast<const DiskFullError *>(&error) != nullptr;
 }
 
 void Configure(Database &database)
@@ -102,28 +32,32 @@ void Configure(Database &database)
     database.SetPatience(kPatienceMs, nullptr);
     database.Execute("PRAGMA synchronous = FULL");
     database.Execute("PRAGMA foreign_keys = ON");
-    // What a long pass needed of the journal is given back afterwards.
-    database.Execute("PRAGMA journal_size_limit = 16777216");
+    // What a large change needed of the journal is given back afterwards.
+    database.Execute(("PRAGMA journal_size_limit = " + std::to_string(kUsualJournal)).c_str());
 }
 
 } // namespace
 
-Store::Store(const fs::path &path)
+Store::Store(const fs::path &path, StoreUse use) : reserve_(path), pass_(++newest_pass)
 {
     try {
         const CreationLock lock(path);
-        if (!fs::exists(path))
-            Create(path);
-        CheckFile(path);
+        MakeStore(path);
+        if (use == StoreUse::kDaemon)
+            owner_.emplace(path);
+        identity_ = IdentityOf(path);
         database_ = std::make_unique<Database>(path, Database::Mode::kReadWrite);
+        CheckIdentity();
         Configure(*database_);
         UpdateSchema(*database_);
+        MarkStore(path);
     } catch (const fs::filesystem_error &error) {
         throw StoreError("cannot open " + path.string(), error.code().message(),
                          "make the file and its folder readable and writable, or run as root");
     }
     data_version_ = std::make_unique<Statement>(*database_, "PRAGMA data_version");
     uuid_ = ReadUuid(*database_);
+    series_ = NewUuid(path);
 }
 
 Store::~Store()
@@ -138,8 +72,27 @@ void Store::CheckIntegrity()
     check.Start();
     if (!check.Next() || check.Text(0) != "ok")
         throw StoreError("cannot use " + database_->path().string(),
-                         "it is damaged (" + check.Text(0) + ")",
-                         "put a copy of it back, or move it away to start with nothing");
+                         "it is damaged (" + check.Text(0) + ")", kReplaceStore);
+}
+
+void Store::CheckIdentity() const
+{
+    const fs::path &path = database_->path();
+    if (IdentityOf(path) != identity_)
+        throw StoreError("cannot use " + path.string(),
+                         "it was replaced by another file while it was in use",
+                         "start the program again");
+}
+
+bool Store::IsInPlace()
+{
+    const std::lock_guard lock(mutex_);
+    try {
+        CheckIdentity();
+    } catch (const StoreError &) {
+        return false;
+    }
+    return true;
 }
 
 void Store::StartPasses()
@@ -148,8 +101,40 @@ void Store::StartPasses()
     in_passes_ = true;
 }
 
+void Store::KeepReserve()
+{
+    const std::lock_guard lock(mutex_);
+    keeps_reserve_ = true;
+    reserve_.Keep();
+}
+
+fs::path Store::Journal() const
+{
+    return database_->path().string() + "-wal";
+}
+
+bool Store::TakeRoom(int64_t bytes)
+{
+    const std::lock_guard lock(mutex_);
+    if (!in_passes_)
+        return true;
+    if (!pass_room_)
+        pass_room_ = RoomOfAPass(FreeSpace(database_->path()), reserve_.Size(), SizeOf(Journal()));
+    if (*pass_room_ < bytes)
+        return false;
+    *pass_room_ -= bytes;
+    return true;
+}
+
+int64_t Store::PassNumber()
+{
+    const std::lock_guard lock(mutex_);
+    return pass_;
+}
+
 void Store::Begin()
 {
+    journal_before_ = in_passes_ ? SizeOf(Journal()) : 0;
     database_->Execute("BEGIN IMMEDIATE");
     ++transaction_;
     is_open_ = true;
@@ -159,6 +144,7 @@ void Store::Commit()
 {
     try {
         CheckStillOpen();
+        CheckIdentity();
         database_->Execute("COMMIT");
         is_open_ = false;
     } catch (...) {
@@ -198,25 +184,77 @@ void Store::CommitPass()
         AbandonPass();
         throw failure;
     }
-    if (is_open_)
-        Commit();
+    const bool has_written = is_open_;
+    try {
+        if (is_open_)
+            Commit();
+        else
+            CheckIdentity();
+    } catch (const StoreError &error) {
+        EndPass();
+        GiveSpaceBack(IsFull(error));
+        throw;
+    }
+    EndPass();
+    if (has_written)
+        TidyUp();
 }
 
 void Store::AbandonPass()
 {
     const std::lock_guard lock(mutex_);
+    const bool has_written = is_open_;
     RollBack();
     pass_failure_.clear();
+    EndPass();
+    if (has_written)
+        GiveSpaceBack(false);
 }
 
-// A read failed: see S3.
-void Store::BreakPass(const StoreError &error)
+void Store::EndPass()
+{
+    pass_ = ++newest_pass;
+    pass_room_.reset();
+}
+
+// Behind a pass that was stored.
+void Store::TidyUp()
+{
+    if (SizeOf(Journal()) > kUsualJournal)
+        EmptyJournal();
+    if (keeps_reserve_)
+        reserve_.Keep();
+}
+
+// Behind a pass that was rolled back. What it wrote is in the journal, and of no use; but only a
+// journal that was written into the store can be cut. On a full disk, the reserve is the room for it.
+void Store::GiveSpaceBack(bool disk_is_full) noexcept
 {
     if (!in_passes_)
         return;
+    if (disk_is_full && keeps_reserve_)
+        reserve_.LetGo();
+    if (disk_is_full || SizeOf(Journal()) > journal_before_)
+        EmptyJournal();
+}
+
+void Store::EmptyJournal() noexcept
+{
+    try {
+        database_->EmptyJournal(kEmptyingMs);
+    } catch (const StoreError &) {
+        // Somebody reads it, or the disk is full all the same. The next pass tries again.
+    }
+}
+
+// The pass has failed: nothing more of it is stored.
+void Store::BreakPass(const std::exception &error)
+{
     RollBack();
-    if (pass_failure_.empty())
-        pass_failure_ = error.what();
+    if (!in_passes_ || !pass_failure_.empty())
+        return;
+    pass_failure_ = error.what();
+    GiveSpaceBack(IsFull(error));
 }
 
 void Store::Write(const std::function<void(Database &)> &action)
@@ -238,9 +276,7 @@ void Store::Write(const std::function<void(Database &)> &action)
         if (!in_passes_)
             Commit();
     } catch (const std::exception &error) {
-        RollBack();
-        if (in_passes_)
-            pass_failure_ = error.what();
+        BreakPass(error);
         throw;
     }
 }
@@ -270,8 +306,16 @@ bool Store::WasRolledBack(int64_t transaction)
 
 void Store::OnLongWait(std::function<void()> tell)
 {
+    Patience patience;
+    patience.began = std::move(tell);
+    SetWait(std::move(patience));
+}
+
+void Store::SetWait(Patience patience)
+{
     const std::lock_guard lock(mutex_);
-    database_->SetPatience(kPatienceMs, std::move(tell));
+    patience.milliseconds = kPatienceMs;
+    database_->SetPatience(std::move(patience));
 }
 
 Transaction::Transaction(Store &store) : store_(store), lock_(store.mutex())

@@ -78,7 +78,7 @@ TEST_F(AlertsCommand, AsJsonAreOneObjectALine)
 {
     Add(kMoment, "line \xFF");
     StartHere();
-    const std::string key = tarsk::HostStore().uuid() + "/1";
+    const std::string key = alerts::ReadAlerts(tarsk::HostStore().database(), 0, 0, 1).at(0).key;
     tarsk::StopHost();
     const test::Finished finished = Syslogmon({"--json", "alerts"});
     EXPECT_EQ((json{{"id", 1},

@@ -296,9 +296,8 @@ TEST_F(EventCommand, AStoreThatCannotBeUsedIsAFailureOfEveryVerb)
                                                              {"reg", "set", "A", "b", "c"},
                                                              {"reg", "delete", "A"},
                                                              {"trace", "level"}})
-        ExpectFailed(words, "cannot use " + Layout().Store().string() +
-                                ": the file is empty; put a copy of it back, or move it away to "
-                                "start with nothing");
+        ExpectFailed(words, "cannot use " + Layout().Store().string() + ": the file is empty; " +
+                                tarsk::kReplaceStore);
 }
 
 } // namespace

@@ -123,9 +123,8 @@ TEST_F(DaemonTest, WithADamagedStoreItEndsAndNamesIt)
     test::WriteFile(Layout().Store(), "");
     const test::Finished finished = RunToEnd({SYSLOGMOND, "--root", Root()});
     EXPECT_EQ(1, finished.status);
-    EXPECT_EQ("syslogmond: cannot use " + Layout().Store().string() +
-                  ": the file is empty; put a copy of it back, or move it away to start with "
-                  "nothing\n",
+    EXPECT_EQ("syslogmond: cannot use " + Layout().Store().string() + ": the file is empty; " +
+                  tarsk::kReplaceStore + "\n",
               finished.err);
 }
 

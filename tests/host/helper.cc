@@ -263,6 +263,77 @@ int FillStore(const Job &job)
     return 0;
 }
 
+// ---- the room of the store ----
+
+void SetBytes(const char *name, size_t size)
+{
+    const std::vector<char> bytes(size, 'x');
+    RegWrite(HKEY_LOCAL_MACHINE, "Pass", name, REG_BINARY, bytes.data(), static_cast<DWORD>(size));
+}
+
+// A pass that writes 6 MB and is abandoned: says what it takes of the disk before and behind.
+int TakeRoomAndAbandon(const Job &job)
+{
+    job.Start(tarsk::Role::kDaemon);
+    auto &store = tarsk::HostStore();
+    constexpr int64_t kMegabyte = 1024 * 1024;
+    const int64_t before = tarsk::FreeSpace(job.layout.Store());
+    store.database().Execute("PRAGMA cache_size = 10"); // pages that are kept in memory
+    for (int i = 0; i < 6; ++i)
+        SetBytes(("big" + std::to_string(i)).c_str(), kMegabyte);
+    const int64_t taken = before - tarsk::FreeSpace(job.layout.Store());
+    Tell(std::to_string(taken / kMegabyte) + " megabytes taken");
+    store.AbandonPass();
+    const int64_t left = before - tarsk::FreeSpace(job.layout.Store());
+    Tell(left <= 0 ? "nothing taken" : std::to_string(left) + " bytes taken");
+    return 0;
+}
+
+std::string ReserveText(const Job &job)
+{
+    return fs::exists(job.layout.state / "reserve") ? "a reserve" : "no reserve";
+}
+
+int KeepReserve(const Job &job)
+{
+    job.Start(tarsk::Role::kDaemon);
+    tarsk::HostStore().KeepReserve();
+    Tell(ReserveText(job));
+    return 0;
+}
+
+// Fills the disk with a file of somebody else, to its last byte.
+void FillDisk(const fs::path &file)
+{
+    std::ofstream ballast(file);
+    const std::string page(4096, 'b');
+    while (ballast.write(page.data(), static_cast<std::streamsize>(page.size())).flush())
+        continue;
+}
+
+// A pass that does not fit, the same pass again, and one when there is room again.
+int LeaveFullDisk(const Job &job)
+{
+    KeepReserve(job);
+    auto &store = tarsk::HostStore();
+    FillDisk(job.layout.state / "ballast");
+    SetBytes("value", 500 * 1000);
+    try {
+        store.CommitPass();
+        Tell("it fitted");
+    } catch (const tarsk::StoreError &) {
+        Tell("the disk is full: " + ReserveText(job));
+    }
+    SetBytes("value", 500 * 1000);
+    store.CommitPass();
+    Tell("stored");
+    fs::remove(job.layout.state / "ballast");
+    SetBytes("small", 10);
+    store.CommitPass();
+    Tell("room again: " + ReserveText(job));
+    return 0;
+}
+
 // ---- a daemon, as far as the command can see ----
 
 int HoldDaemonLock(const Job &job)
@@ -283,6 +354,7 @@ int AnswerScans(const Job &job)
     agent::Status status;
     status.pid = getpid();
     status.state = agent::MonitorState::kRunning;
+    status.store = agent::StoreName(tarsk::HostStore());
     agent::WriteStatus(job.layout.run, status);
     Tell("running");
     for (int64_t number = 1;; ++number) {
@@ -401,6 +473,9 @@ const std::map<std::string, std::function<int(const Job &)>> kVerbs = {
     {"write-values", WriteValues},
     {"flicker-key", FlickerKey},
     {"fill-store", FillStore},
+    {"take-room-and-abandon", TakeRoomAndAbandon},
+    {"keep-reserve", KeepReserve},
+    {"leave-full-disk", LeaveFullDisk},
     {"hold-daemon-lock", HoldDaemonLock},
     {"answer-scans", AnswerScans},
     {"with-folder", WithFolder},

@@ -6,6 +6,7 @@
 #include "agent/alerts/alert_store.h"
 #include "agent/common/names.h"
 #include "agent/common/status_file.h"
+#include "platform/agent.h"
 #include "platform/loader.h"
 #include "platform/monitor_entry.h"
 #include "platform/siblings.h"
@@ -109,6 +110,38 @@ TEST_F(ReportLibrary, StoresTheReportCountOfTheEntryWhoseSourceIsPassed)
     EXPECT_EQ(7, stored[0].count);
     EXPECT_EQ(3, stored[1].count);
     EXPECT_EQ(1, stored[2].count);
+}
+
+// As the module does it: the line is converted, the counter set back, the report handed over.
+TEST_F(ReportLibrary, StoresTheHitsThatTheCounterHadWhenTheLineWasConverted)
+{
+    VKVMon reached{};
+    VKVMon other{};
+    reached.ReportCount = 3;
+    reached.CurrentCount = 50;
+    other.ReportCount = 7;
+    other.CurrentCount = 6;
+    strcpy(reached.Source, "SAME");
+    strcpy(other.Source, "SAME");
+    VKVMon *slots[] = {&other, &reached};
+    int count = 2;
+    tarsk::SetModuleTable({slots, &count});
+    char message[100];
+    TarskCodeConvert("a line", -1, message, sizeof message, CODE_LOG, CODE_REGISTRY);
+    reached.CurrentCount = 0;
+    EXPECT_EQ(1, Report(reached.Source, 1, message));
+    EXPECT_EQ(1, Report(reached.Source, 1, "without a conversion of its own"));
+
+    TarskCodeConvert("withheld", -1, message, sizeof message, CODE_LOG, CODE_REGISTRY);
+    other.CurrentCount = 8;
+    TarskCodeConvert("a line", -1, message, sizeof message, CODE_LOG, CODE_REGISTRY);
+    other.CurrentCount = 0;
+    EXPECT_EQ(1, Report(other.Source, 1, message));
+    const auto stored = Stored();
+    ASSERT_EQ(3U, stored.size());
+    EXPECT_EQ(50, stored[0].count);
+    EXPECT_EQ(3, stored[1].count);
+    EXPECT_EQ(8, stored[2].count);
 }
 
 TEST_F(ReportLibrary, StoresInThePassThatReports)

@@ -48,13 +48,17 @@ TEST_F(StatusFile, ComesBackAsItWasWritten)
                                 2048,
                                 Pass(PassKind::kCustomerFile),
                                 Pass(PassKind::kScan),
-                                "the limit of watches is reached"};
+                                "the limit of watches is reached",
+                                "a store in a file",
+                                19};
         WriteStatus(Root(), written);
         const auto read = ReadStatus(Root());
         ASSERT_TRUE(read);
         EXPECT_EQ(4711, read->pid);
         EXPECT_EQ("1.2.3", read->version);
         EXPECT_EQ("the limit of watches is reached", read->watch_problem);
+        EXPECT_EQ("a store in a file", read->store);
+        EXPECT_EQ(19, read->waiting_since_ms);
         EXPECT_EQ(17, read->started_ms);
         EXPECT_EQ(state, read->state);
         EXPECT_EQ(3, read->restarts);

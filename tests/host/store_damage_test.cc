@@ -74,9 +74,8 @@ TEST_F(Damage, AnEmptyFileIsNoEmptyRegistry)
 {
     Layout().CreateFolders();
     test::WriteFile(Path(), "");
-    const std::string expected = "cannot use " + Path().string() +
-                                 ": the file is empty; put a copy of it back, or move it away to "
-                                 "start with nothing";
+    const std::string expected =
+        "cannot use " + Path().string() + ": the file is empty; " + tarsk::kReplaceStore;
     EXPECT_EQ(expected, Start());
     EXPECT_EQ(expected, Start(Role::kDaemon));
     EXPECT_EQ("", test::ReadFile(Path()));
@@ -86,9 +85,8 @@ TEST_F(Damage, AFileOfAnotherKindIsRefused)
 {
     Layout().CreateFolders();
     test::WriteFile(Path(), std::string(10000, 'x'));
-    EXPECT_EQ("cannot use " + Path().string() +
-                  ": file is not a database; the file is damaged; put a copy of it back, or move "
-                  "it away to start with nothing",
+    EXPECT_EQ("cannot use " + Path().string() + ": file is not a database; the file is damaged; " +
+                  tarsk::kReplaceStore,
               Start());
     EXPECT_EQ(std::string(10000, 'x'), test::ReadFile(Path()));
 }
@@ -113,9 +111,8 @@ TEST_F(Damage, ADatabaseOfAnotherProgramIsRefused)
     Layout().CreateFolders();
     test::WriteFile(Path(), "");
     ExecuteSql("CREATE TABLE other (x)");
-    EXPECT_EQ("cannot use " + Path().string() +
-                  ": it is not a store of the agent; put a copy of it back, or move it away to "
-                  "start with nothing",
+    EXPECT_EQ("cannot use " + Path().string() + ": it is not a store of the agent; " +
+                  tarsk::kReplaceStore,
               Start());
 }
 
@@ -208,9 +205,7 @@ TEST_F(Damage, APageOfZerosIsFoundByTheDaemon)
         const std::string error = Start(Role::kDaemon);
         tarsk::StopHost();
         EXPECT_EQ(0U, error.find("cannot ")) << page << ": " << error;
-        EXPECT_NE(std::string::npos,
-                  error.find("put a copy of it back, or move it away to start with nothing"))
-            << page << ": " << error;
+        EXPECT_NE(std::string::npos, error.find(tarsk::kReplaceStore)) << page << ": " << error;
     }
 }
 

@@ -341,7 +341,7 @@ TEST_F(StoreFault, EachLineCountsOnceWhateverFitsOnTheDisk)
 {
     Layout().CreateFolders();
     bool had_room = false;
-    for (int pages = 2; pages < 80 && !had_room && !HasFailure(); ++pages) {
+    for (int pages = 2; pages < 120 && !had_room && !HasFailure(); ++pages) {
         const std::string size = std::to_string(4 * pages) + "k";
         const Finished finished =
             test::RunToEnd(Helper(Root(), {"with-small-disk", Layout().state.string(), size,

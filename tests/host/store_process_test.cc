@@ -71,6 +71,7 @@ TEST_F(StoreProcess, AStoreThatWasMovedAwayLeavesNothingOfItsJournalToTheNextOne
     killed.Kill();
     ASSERT_TRUE(std::filesystem::exists(Layout().Store().string() + "-wal"));
     std::filesystem::remove(Layout().Store());
+    std::filesystem::remove(Layout().state / "has-store"); // on purpose
 
     StartHere();
     EXPECT_EQ(nullptr, OpenKey("Old"));

@@ -65,7 +65,7 @@ class AlertmanagerTest : public test::SinkTest {
         alert.count = 3;
         alert.message = "text";
         alerts::AddAlert(tarsk::HostStore(), alert);
-        keys_.push_back(tarsk::HostStore().uuid() + "/" + std::to_string(keys_.size() + 1));
+        keys_.push_back(tarsk::HostStore().series() + "/" + std::to_string(keys_.size() + 1));
         Wake();
     }
     bool Has(const HttpReceiver &peer, const Strings &keys)
@@ -101,6 +101,7 @@ TEST_F(AlertmanagerTest, AnAlertHasLabelsAnnotationsAndAnEnd)
               JsonAt(alert, "/labels"));
     EXPECT_EQ("DISK 1A2B: text", JsonAt(alert, "/annotations/summary"));
     EXPECT_EQ("3", JsonAt(alert, "/annotations/count"));
+    EXPECT_EQ("1", JsonAt(alert, "/annotations/reports"));
     EXPECT_GE(TimeOf(JsonAt(alert, "/startsAt")), before);
     EXPECT_GE(TimeOf(JsonAt(alert, "/endsAt")), before + 120000);
     EXPECT_LE(TimeOf(JsonAt(alert, "/endsAt")), agent::WallTimeMs() + 120000);

@@ -49,7 +49,7 @@ TEST_F(DeliveryTest, EachAlertHasTheKeyOfItsStoreAndNumber)
     StartDeliverer();
     Report(2);
     ASSERT_TRUE(WaitDelivered("hook", 2));
-    const std::string &uuid = tarsk::HostStore().uuid();
+    const std::string &uuid = tarsk::HostStore().series();
     EXPECT_EQ((Strings{uuid + "/1", uuid + "/2"}), KeysOf(receiver_.Received()));
     EXPECT_EQ(uuid + "/2", receiver_.Received()[1].headers["idempotency-key"]);
 }
@@ -152,7 +152,7 @@ TEST_F(DeliveryTest, AfterACrashOnlyKeysThatWereSeenAreRepeated)
     EXPECT_GT(keys.size(), 200U) << "the crash came too late to show anything";
     Strings wanted;
     for (int id = 1; id <= 200; ++id)
-        wanted.push_back(tarsk::HostStore().uuid() + "/" + std::to_string(id));
+        wanted.push_back(tarsk::HostStore().series() + "/" + std::to_string(id));
     EXPECT_EQ(wanted, test::WithoutRepeats(keys)) << "each once and in order, but for repeats";
     std::map<std::string, std::string> bodies;
     for (const Request &request : receiver_.Taken()) {

@@ -1,4 +1,5 @@
-// A store of the version before sinks.
+// Stores of older versions: the first, without sinks, and the third, in which each alert stood for one
+// report and a copied store gave its keys again.
 #include "agent/libtarsk/schema.h"
 #include "tests/sinks/sink_test.h"
 
@@ -9,12 +10,25 @@ class MigrationTest : public test::SinkTest {
     // Makes the store what the first version left behind.
     void GoBack()
     {
+        GoBackToTheThird();
+        tarsk::Database(Layout().Store(), tarsk::Database::Mode::kReadWrite)
+            .Execute("DROP TABLE undelivered; DROP TABLE delivery; PRAGMA user_version = 1");
+    }
+    // And the third.
+    void GoBackToTheThird()
+    {
         tarsk::HostStore().Write([](tarsk::Database &database) {
-            database.Execute("DROP TABLE undelivered");
-            database.Execute("DROP TABLE delivery");
-            database.Execute("PRAGMA user_version = 1");
+            for (const char *column : {"reports", "last_time_ms", "last_message"})
+                database.Execute((std::string("ALTER TABLE alert DROP COLUMN ") + column).c_str());
+            database.Execute("DROP TABLE key_series");
+            database.Execute("PRAGMA user_version = 3");
         });
         tarsk::StopHost();
+        std::filesystem::remove(Layout().state / "has-store");
+    }
+    static std::vector<alerts::Alert> Alerts()
+    {
+        return alerts::ReadAlerts(tarsk::HostStore().database(), 0, 0, 100);
     }
     int64_t Version()
     {
@@ -32,10 +46,41 @@ TEST_F(MigrationTest, AStoreOfTheFirstVersionKeepsItsAlertsAndItsIdentity)
     const std::string uuid = tarsk::HostStore().uuid();
     GoBack();
     tarsk::StartHost(Layout(), tarsk::Role::kCommand);
-    EXPECT_EQ(3, Version());
+    EXPECT_EQ(4, Version());
     EXPECT_EQ(uuid, tarsk::HostStore().uuid());
     EXPECT_EQ(5U, alerts::ReadAlerts(tarsk::HostStore().database(), 0, 0, 100).size());
     EXPECT_EQ(std::string("value\0", 6), test::TreeValue("SOFTWARE\\X", "name")->data);
+}
+
+TEST_F(MigrationTest, AlertsOfTheThirdVersionKeepTheirKeysAndNewOnesGetOthers)
+{
+    Store(2);
+    const std::string uuid = tarsk::HostStore().uuid();
+    GoBackToTheThird();
+    tarsk::StartHost(Layout(), tarsk::Role::kCommand);
+    EXPECT_EQ(4, Version());
+    Store(1);
+    const auto stored = Alerts();
+    ASSERT_EQ(3U, stored.size());
+    EXPECT_EQ(uuid + "/1", stored[0].key);
+    EXPECT_EQ(uuid + "/2", stored[1].key);
+    EXPECT_EQ(tarsk::HostStore().series() + "/3", stored[2].key);
+    EXPECT_NE(uuid, tarsk::HostStore().series());
+    for (const alerts::Alert &alert : stored) {
+        EXPECT_EQ(3, alert.count);
+        EXPECT_EQ(1, alert.reports);
+        EXPECT_EQ("", alert.last_message);
+    }
+}
+
+TEST_F(MigrationTest, AStoreOfAnOlderVersionIsMissedFromItsFirstOpeningOn)
+{
+    GoBackToTheThird();
+    tarsk::StartHost(Layout(), tarsk::Role::kCommand);
+    tarsk::StopHost();
+    std::filesystem::remove(Layout().Store());
+    EXPECT_NE("no error",
+              test::ErrorOf([&] { tarsk::StartHost(Layout(), tarsk::Role::kCommand); }));
 }
 
 TEST_F(MigrationTest, SinksWorkOnAStoreThatWasBroughtUpToDate)

@@ -1,0 +1,23 @@
+#include "agent/alerts/report_folder.h"
+
+namespace alerts {
+
+void ReportFolder::Add(tarsk::Store &store, const Alert &report)
+{
+    if (pass_ != store.PassNumber()) {
+        pass_ = store.PassNumber();
+        open_.clear();
+    }
+    const Event event = {report.source, report.event_id};
+    const auto open = open_.find(event);
+    if (open != open_.end()) {
+        FoldInto(store, open->second, report);
+        return;
+    }
+    const bool has_room = store.TakeRoom(BytesOf(report));
+    const int64_t id = AddAlert(store, report);
+    if (!has_room)
+        open_[event] = id;
+}
+
+} // namespace alerts

@@ -1,0 +1,31 @@
+// Stores the reports of the monitor as alerts: each as one of its own, as long as the pass has room
+// for it. Beyond that, all further reports of an event in the pass become one alert, which counts
+// them and keeps the first line and the last. So a flood of lines cannot fill the disk, and none of
+// its hits is missing.
+#ifndef AGENT_ALERTS_REPORT_FOLDER_H
+#define AGENT_ALERTS_REPORT_FOLDER_H
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <utility>
+
+#include "agent/alerts/alert_store.h"
+
+namespace alerts {
+
+class ReportFolder {
+  public:
+    // Throws tarsk::StoreError.
+    void Add(tarsk::Store &store, const Alert &report);
+
+  private:
+    using Event = std::pair<std::string, uint32_t>; // source and event ID
+
+    int64_t pass_ = 0;              // of which the next holds
+    std::map<Event, int64_t> open_; // alerts that take the further reports of their events
+};
+
+} // namespace alerts
+
+#endif // AGENT_ALERTS_REPORT_FOLDER_H
