@@ -87,12 +87,7 @@ void Store::CheckIdentity() const
 bool Store::IsInPlace()
 {
     const std::lock_guard lock(mutex_);
-    try {
-        CheckIdentity();
-    } catch (const StoreError &) {
-        return false;
-    }
-    return true;
+    return MayBe(database_->path(), identity_);
 }
 
 void Store::StartPasses()

@@ -147,6 +147,14 @@ FileIdentity IdentityOf(const fs::path &store)
                      "put it or a copy of it back and start the program again");
 }
 
+bool MayBe(const fs::path &store, const FileIdentity &identity)
+{
+    struct stat status {};
+    if (stat(store.c_str(), &status) != 0)
+        return errno != ENOENT;
+    return FileIdentity{status.st_dev, status.st_ino} == identity;
+}
+
 OwnerLock::OwnerLock(const fs::path &store) : fd_(open(store.c_str(), O_RDWR | O_CLOEXEC))
 {
     if (fd_.get() < 0)

@@ -49,6 +49,9 @@ struct FileIdentity {
 // Throws StoreError when there is no file.
 FileIdentity IdentityOf(const std::filesystem::path &store);
 
+// Does the path stand for this file, as far as can be known? Not when there is none.
+bool MayBe(const std::filesystem::path &store, const FileIdentity &identity);
+
 // The daemon's lock on the file of the store itself, for the life of this object. It stays when the
 // run-time folder, or any file beside the store, is removed.
 //

@@ -34,6 +34,20 @@ TEST_F(AlertText, HasTimeSourceEventHitsAndMessage)
               agent::AlertLine(alert));
 }
 
+TEST_F(AlertText, OfManyReportsEndsWithTheLast)
+{
+    alerts::Alert alert;
+    alert.source = "DISK";
+    alert.count = 26;
+    alert.message = "first";
+    alert.reports = 13;
+    alert.last_time_ms = 1795222801999;
+    alert.last_message = "last\x1B";
+    EXPECT_EQ("1970-01-01 09:00:00  DISK 0  x26  first (and 12 more until 2026-11-21 10:00:01, the "
+              "last: last?)",
+              agent::AlertLine(alert));
+}
+
 TEST_F(AlertText, TimeIsLocal)
 {
     EXPECT_EQ("1970-01-01 09:00:00", agent::LocalTime(0));

@@ -93,6 +93,25 @@ TEST_F(AlertsCommand, AsJsonAreOneObjectALine)
     EXPECT_EQ('\n', finished.out.back());
 }
 
+TEST_F(AlertsCommand, AsJsonOneOfManyReportsHasTheirNumberAndTheLast)
+{
+    Add(kMoment, "first");
+    StartHere();
+    Alert report;
+    report.count = 4;
+    report.time_ms = kMoment + 7;
+    report.message = "last";
+    alerts::FoldInto(tarsk::HostStore(), 1, report);
+    tarsk::StopHost();
+    const json shown = json::parse(Syslogmon({"--json", "alerts"}).out);
+    EXPECT_EQ(7, shown["count"]);
+    EXPECT_EQ(2, shown["reports"]);
+    EXPECT_EQ(kMoment, shown["time_ms"]);
+    EXPECT_EQ(kMoment + 7, shown["last_time_ms"]);
+    EXPECT_EQ("first", shown["message"]);
+    EXPECT_EQ("last", shown["last_message"]);
+}
+
 TEST_F(AlertsCommand, SinceATimeOrAWhileAgo)
 {
     const int64_t now = agent::WallTimeMs();

@@ -265,6 +265,20 @@ TEST_F(SinkCommand, TheLimitHasARange)
                          "100000000");
 }
 
+TEST_F(SinkCommand, TheLimitInMegabytesHasARange)
+{
+    ExpectDone({"sink", "limit", "--megabytes", "50"});
+    ExpectOutput({"sink", "limit", "--megabytes"}, "50\n");
+    ExpectOutput({"sink", "limit"}, "100000\n");
+    ExpectDone({"sink", "limit", "5000", "--megabytes", "60"});
+    ExpectJson(R"({"limit": 5000, "megabytes": 60, "version": 1})", {"sink", "limit"});
+    for (const char *limit : {"0", "1048577", "many"})
+        ExpectFailed({"sink", "limit", "--megabytes", limit},
+                     std::string("cannot set the limit to \"") + limit +
+                         "\" megabytes: the value is not accepted; use a number of megabytes from "
+                         "1 to 1048576");
+}
+
 // ---- secrets ----
 
 TEST_F(SinkCommand, ASecretOnTheCommandLineIsRefused)

@@ -301,6 +301,29 @@ TEST_F(BoundTest, ALowerLimitIsTakenWhileItRuns)
     EXPECT_EQ(4000, Newest());
 }
 
+// Alerts of a quarter of a megabyte: four of them fill one.
+TEST_F(BoundTest, InBytesIsKeptToo)
+{
+    Sinks().SetAlertMegabytes("1");
+    AddWebhook();
+    receiver_.Answer([](const Request &) { return 500; });
+    StartDeliverer();
+    testing::internal::CaptureStderr();
+    for (int i = 0; i < 8; ++i) {
+        alerts::Alert alert;
+        alert.source = "DISK";
+        alert.message = std::string(262000, 'x');
+        alerts::AddAlert(tarsk::HostStore(), alert);
+    }
+    Wake();
+    ASSERT_TRUE(Eventually([&] { return Kept() == 4; }));
+    EXPECT_EQ(8, Newest());
+    ASSERT_TRUE(Eventually([&] { return Row("hook").dropped == 4; }));
+    EXPECT_NE(std::string::npos,
+              testing::internal::GetCapturedStderr().find(
+                  "the limit of 1 megabytes of alerts is reached: the oldest are dropped"));
+}
+
 // ---- settings that change while it runs ----
 
 TEST_F(DeliveryTest, ASinkThatIsAddedWhileItRunsGetsWhatComesThen)

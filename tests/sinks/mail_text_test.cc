@@ -45,6 +45,22 @@ TEST(QuotedPrintable, NoLineIsLongerThan76)
     }
 }
 
+TEST(MailText, OfManyReportsHasTheFirstLineAndTheLast)
+{
+    Message message = MessageOf("first");
+    message.alert.reports = 13;
+    message.alert.last_time_ms = kNow * 1000;
+    message.alert.last_message = "last";
+    const std::string mail = Mail({message});
+    EXPECT_TRUE(Has(mail, "Subject: host: DISK 1A2B: first (and 12 more until "
+                          "2026-11-21T01:00:01.000Z, the last: last)\r\n"))
+        << mail;
+    EXPECT_TRUE(Has(mail, "    reports   13, the line above is the first\r\n"
+                          "    last time 2026-11-21T01:00:01.000Z\r\n"
+                          "    last line last\r\n"))
+        << mail;
+}
+
 TEST(MailText, HasTheHeadersOfAMailThatNobodyAnswers)
 {
     const std::string mail = Mail({MessageOf("disk trouble", 7)});
