@@ -1,9 +1,12 @@
 """The store under attack: floods on a small disk, a lock that somebody keeps, files that are taken away."""
+import contextlib
 import json
 import os
 import shutil
 import signal
+import socket
 import sqlite3
+import time
 
 import lab
 
@@ -84,10 +87,17 @@ class Counts(lab.LabTest):
 class Lock(lab.LabTest):
     """Somebody begins a transaction in the store and does not end it."""
 
+    PULSE = 1.0  # seconds in which the watchdog of this daemon is fed
+
     def setUp(self):
         super().setUp()
         lab.append(lab.MESSAGES, lab.stamped("the log begins"))
         self.lab.watch("DISK", 1, "error")
+        self.systemd = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.systemd.bind(str(self.lab.folder / "notify"))
+        self.systemd.setblocking(False)
+        os.environ.update({"NOTIFY_SOCKET": str(self.lab.folder / "notify"),
+                           "WATCHDOG_USEC": str(int(3e6 * self.PULSE))})
         self.daemon.start()
         self.holder = sqlite3.connect(self.lab.root / "state" / "agent.db", isolation_level=None)
         self.holder.execute("BEGIN IMMEDIATE")
@@ -97,8 +107,19 @@ class Lock(lab.LabTest):
                             lambda: self.daemon.published()["waiting_since_ms"] > 0)
 
     def tearDown(self):
+        for name in ("NOTIFY_SOCKET", "WATCHDOG_USEC"):
+            os.environ.pop(name)
         self.holder.close()
+        self.systemd.close()
         super().tearDown()
+
+    def was_fed(self):
+        """Has the watchdog been fed since the last call?"""
+        fed = False
+        with contextlib.suppress(BlockingIOError):
+            while True:
+                fed = b"WATCHDOG=1" in self.systemd.recv(4096) or fed
+        return fed
 
     def said(self, text):
         return self.daemon.child.said().count(text)
@@ -115,6 +136,13 @@ class Lock(lab.LabTest):
         self.assertEqual(1, self.said("another process holds the lock of"))
         self.assertEqual(1, self.said("is over after"))
         self.assertIsNone(self.lab.status()["waiting_since_ms"])
+
+    def test_the_watchdog_is_not_fed_while_it_waits(self):
+        self.assertTrue(self.was_fed())
+        time.sleep(3 * self.PULSE)
+        self.assertFalse(self.was_fed())
+        self.holder.execute("COMMIT")
+        self.lab.wait_until("it is fed again", self.was_fed)
 
     def test_a_stop_ends_the_wait_and_the_line_is_read_again(self):
         self.daemon.stop()  # or else it would take ten minutes
