@@ -78,6 +78,13 @@ void CheckDaemon(const Context &context, Examination *examination)
     }
     const std::string process = "process " + std::to_string(*holder);
     const auto status = agent::ReadStatus(run);
+    if (status && status->waiting_since_ms != 0) {
+        examination->Finding(
+            process,
+            "it waits for the store's lock since " + agent::LocalTime(status->waiting_since_ms),
+            "find the process that holds it with fuser " + context.layout.Store().string());
+        return;
+    }
     const std::string stands = agent::WhyItStands(*holder, status);
     if (!stands.empty()) {
         examination->Finding(process, stands,
@@ -93,12 +100,7 @@ void CheckDaemon(const Context &context, Examination *examination)
         "its monitor has ended by itself " + std::to_string(status->restarts) +
         (status->restarts == 1 ? " time" : " times") + ", last because: " + status->last_error;
     const std::string advice = "mend the cause; more is in " + context.layout.TraceLog().string();
-    if (status->waiting_since_ms != 0)
-        examination->Finding(
-            process,
-            "it waits for the store's lock since " + agent::LocalTime(status->waiting_since_ms),
-            "find the process that holds it with fuser " + context.layout.Store().string());
-    else if (status->state == MonitorState::kPausing)
+    if (status->state == MonitorState::kPausing)
         examination->Finding(
             process, ended + "; it is started again at " + agent::LocalTime(status->next_start_ms),
             advice);

@@ -49,6 +49,8 @@ TEST_F(StatusFile, ComesBackAsItWasWritten)
                                 Pass(PassKind::kCustomerFile),
                                 Pass(PassKind::kScan),
                                 "the limit of watches is reached",
+                                20,
+                                21,
                                 "a store in a file",
                                 19};
         WriteStatus(Root(), written);
@@ -59,6 +61,8 @@ TEST_F(StatusFile, ComesBackAsItWasWritten)
         EXPECT_EQ("the limit of watches is reached", read->watch_problem);
         EXPECT_EQ("a store in a file", read->store);
         EXPECT_EQ(19, read->waiting_since_ms);
+        EXPECT_EQ(20, read->alive_ns);
+        EXPECT_EQ(21, read->still_ms);
         EXPECT_EQ(17, read->started_ms);
         EXPECT_EQ(state, read->state);
         EXPECT_EQ(3, read->restarts);
