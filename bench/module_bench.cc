@@ -13,9 +13,9 @@
 #include "bench/quiet_host.h"
 #include "fileacc/fileacc.h"
 #include "filemonitor/filemonitor.h"
-#include "vkevmon/match.h"
-#include "vkevmon/syslog_time.h"
-#include "vkevmon/table_index.h"
+#include "match/index.h"
+#include "match/match.h"
+#include "stamp/syslog_time.h"
 
 namespace {
 
@@ -153,6 +153,7 @@ void Match(benchmark::State &state, bool indexed)
     Log log(rules, static_cast<double>(state.range(1)) / 1000);
     bench::FillTable(rules, expressions > 0);
     LocalMoment moment;
+    FoundLiterals found{};
     DropIndex();
     if (indexed)
         BuildIndex();
@@ -160,7 +161,7 @@ void Match(benchmark::State &state, bool indexed)
     for (auto _ : state) {
         std::string &line = log.lines[i];
         if (indexed)
-            benchmark::DoNotOptimize(CheckLineOfPass(&moment, line.data(), line.size(), 1));
+            benchmark::DoNotOptimize(CheckLineOfPass(&moment, &found, line.data(), line.size(), 1));
         else
             benchmark::DoNotOptimize(CheckLine(line.data(), 1));
         i = (i + 1) % log.lines.size();

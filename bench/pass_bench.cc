@@ -36,9 +36,8 @@
 #include "bench/data.h"
 #include "bench/quiet_host.h"
 #include "fileacc/fileacc.h"
-#include "vkevmon/match.h"
-#include "vkevmon/scan.h"
-#include "vkevmon/table.h"
+#include "match/match.h"
+#include "vkevmon/pass.h"
 
 namespace {
 

@@ -6,15 +6,15 @@
 #include <fstream>
 #include <map>
 
+#include "match/report.h"
+#include "match/table_data.h"
 #include "platform/agent.h"
 #include "platform/loader.h"
 #include "platform/registry.h"
 #include "platform/siblings.h"
 #include "platform/sync.h"
 #include "platform/trace.h"
-#include "vkevmon/entry.h"
 #include "vkevmon/settings.h"
-#include "vkevmon/table.h"
 
 namespace bench {
 

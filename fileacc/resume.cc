@@ -17,8 +17,8 @@
 #include "fileacc/fileacc.h"
 #include "fileacc/line_text.h"
 #include "platform/trace.h"
-#include "vkevmon/scan.h"
-#include "vkevmon/syslog_time.h"
+#include "regacc/last_end_time.h"
+#include "stamp/syslog_time.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include "fileacc/open_log.h"
 #include "filemonitor/filemonitor.h"
 #include "platform/registry.h"
+#include "platform/split64.h"
 #include "platform/trace.h"
 #include "regacc/regacc.h"
-#include "regacc/split64.h"
 
 FileMonObj filedata;
 

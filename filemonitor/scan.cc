@@ -5,12 +5,12 @@
 #include <ctime>
 
 #include "filemonitor/filemonitor.h"
+#include "match/hits.h"
+#include "match/index.h"
+#include "match/literal_set.h"
+#include "match/table_data.h"
 #include "platform/trace.h"
-#include "vkevmon/hits.h"
-#include "vkevmon/literal_set.h"
-#include "vkevmon/syslog_time.h"
-#include "vkevmon/table.h"
-#include "vkevmon/table_index.h"
+#include "stamp/syslog_time.h"
 
 namespace {
 
@@ -251,20 +251,22 @@ void TestEntriesFrom(int first, const Occurrence &occurrence)
 }
 
 // Only those that the index lets through: the others cannot match.
-void TestCandidates(const Occurrence &occurrence)
+void TestCandidates(const Occurrence &occurrence, const FoundLiterals &found)
 {
-    SearchLine(occurrence.line, strlen(occurrence.line));
-    const Candidates &candidates = FindCandidates();
+    Candidates candidates; // its entries are filled as far as it counts
+    FindCandidates(found, &candidates);
     for (int i = 0; i < candidates.count; ++i) {
         const int entry = candidates.entries[i];
         if (TestEntry(occurrence, lpVKVMon[entry]) && !IndexHolds()) {
+            DropIndex();
             TestEntriesFrom(entry + 1, occurrence);
             return;
         }
     }
 }
 
-int CheckFileLineAt(LocalMoment *moment, const char *line, bool has_index)
+// By the plain rule when nothing is known of what is in the line (`found` is null).
+int CheckFileLineAt(LocalMoment *moment, const FoundLiterals *found, const char *line)
 {
     TRACE_FOR(kCheckLine, TRACE_DETAIL, ">line=%p", static_cast<const void *>(line));
     TRACE_FOR(kCheckLine, TRACE_DETAIL, "line \"%s\" is being checked\n", line);
@@ -273,8 +275,8 @@ int CheckFileLineAt(LocalMoment *moment, const char *line, bool has_index)
         TRACE_FOR(kCheckLine, TRACE_SYSTEM, "<time() return -1, the error code is %d.", errno);
         return FALSE;
     }
-    if (has_index)
-        TestCandidates({line, now, moment});
+    if (found != nullptr)
+        TestCandidates({line, now, moment}, *found);
     else
         TestEntriesFrom(0, {line, now, moment});
     TRACE_FOR(kCheckLine, TRACE_DETAIL, "<return 0.");
@@ -287,7 +289,7 @@ int CheckFileLineAt(LocalMoment *moment, const char *line, bool has_index)
 int CheckFileLine(const char *line)
 {
     LocalMoment moment;
-    return CheckFileLineAt(&moment, line, false);
+    return CheckFileLineAt(&moment, nullptr, line);
 }
 
 // ---- the pass ----
@@ -329,10 +331,21 @@ enum class PassEnd {
     kNotChecked
 };
 
+// With the index when there is one.
+int CheckFileLineOfPass(LocalMoment *moment, FoundLiterals *found, const char *line)
+{
+    CountLineOfPass();
+    if (!IndexIsReady())
+        return CheckFileLineAt(moment, nullptr, line);
+    SearchLine(line, strlen(line), found);
+    return CheckFileLineAt(moment, found, line);
+}
+
 PassEnd ReadNewLines()
 {
     char line[kFileLineBufferSize + kSearchPadding] = {};
     LocalMoment moment;
+    FoundLiterals found{};
     DropIndex();
     for (;;) {
         const long count = GetFileNextLine(line, kFileLineBufferSize);
@@ -340,7 +353,7 @@ PassEnd ReadNewLines()
             return PassEnd::kNotRead;
         if (count == 0)
             return PassEnd::kEndOfFile;
-        if (CheckFileLineAt(&moment, line, IndexIsReady()) == FALSE)
+        if (CheckFileLineOfPass(&moment, &found, line) == FALSE)
             return PassEnd::kNotChecked;
     }
 }

@@ -4,11 +4,11 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "match/report.h"
 #include "platform/loader.h"
 #include "tests/support/module_test.h"
 #include "tests/support/scripted_host.h"
 #include "tests/support/system.h"
-#include "vkevmon/entry.h"
 
 namespace fuzz {
 

@@ -4,15 +4,15 @@
 #include <vector>
 
 #include "fuzz/fuzz.h"
+#include "match/index.h"
+#include "match/literal_set.h"
+#include "match/match.h"
+#include "match/report.h"
+#include "match/table_data.h"
 #include "tests/support/outcome.h"
 #include "tests/support/random_log.h"
 #include "tests/support/system.h"
 #include "tests/support/twin/matcher.h"
-#include "vkevmon/entry.h"
-#include "vkevmon/literal_set.h"
-#include "vkevmon/match.h"
-#include "vkevmon/table.h"
-#include "vkevmon/table_index.h"
 
 namespace {
 
@@ -102,9 +102,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     fuzz::Expect(plain.empty(), "CheckLine: " + plain);
     BuildIndex();
     LocalMoment moment;
+    FoundLiterals found{};
     const std::string indexed =
         test::Difference(slow, Match(lines, [&](char *line, size_t length, int times) {
-                             return CheckLineOfPass(&moment, line, length, times);
+                             return CheckLineOfPass(&moment, &found, line, length, times);
                          }));
     fuzz::Expect(indexed.empty(), "with the index: " + indexed);
     test::EmptyTable();

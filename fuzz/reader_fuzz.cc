@@ -8,11 +8,11 @@
 
 #include "fileacc/fileacc.h"
 #include "fuzz/fuzz.h"
+#include "regacc/last_end_time.h"
 #include "tests/support/outcome.h"
 #include "tests/support/scripted_host.h"
 #include "tests/support/system.h"
 #include "tests/support/twin/reader.h"
-#include "vkevmon/scan.h"
 
 namespace {
 

@@ -3,10 +3,10 @@
 #include <ctime>
 
 #include "fuzz/fuzz.h"
+#include "stamp/syslog_time.h"
 #include "tests/support/outcome.h"
 #include "tests/support/system.h"
 #include "tests/support/twin/matcher.h"
-#include "vkevmon/syslog_time.h"
 
 namespace {
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "fuzz/fuzz.h"
+#include "match/table_data.h"
 #include "tests/support/module_test.h"
 #include "tests/support/random_log.h"
 #include "tests/support/scripted_host.h"

@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "platform/registry.h"
+#include "platform/split64.h"
 #include "platform/trace.h"
-#include "regacc/split64.h"
 
 namespace {
 

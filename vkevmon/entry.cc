@@ -13,93 +13,23 @@
 // but the count of openings.
 #include "vkevmon/entry.h"
 
-#include <algorithm>
-#include <cstdio>
 #include <cstring>
 
+#include "match/report.h"
+#include "match/table_data.h"
 #include "platform/agent.h"
-#include "platform/loader.h"
 #include "platform/sync.h"
 #include "platform/thread_record.h"
 #include "platform/trace.h"
+#include "vkevmon/loop.h"
+#include "vkevmon/siblings.h"
 #include "vkevmon/table.h"
 #include "vkevmon/table_lock.h"
-
-HMODULE hDll = nullptr;
-VKMonitorCallFn pVKMonitorCall = nullptr;
-HMODULE hvkirtuptDll = nullptr;
-ReadProductsRegisteriedFn pReadProductsRegisteried = nullptr;
-TARSKPPLX_PPInfoClearFn pTARSKPPLX_PPInfoClear = nullptr;
-int32_t IsFTServer = 0;
-int32_t report_ft = 0;
 
 namespace {
 
 constexpr char kUnit[] = "vkevmon";
 constexpr char kStart[] = "StartThread";
-
-constexpr char kReportLibrary[] = "vkmncall.dll";
-constexpr char kProductLibrary[] = "vkirtupt.dll";
-
-constexpr int kRootPathSize = 4096;
-constexpr size_t kLibraryPathSize = kRootPathSize + 32; // "/lib/" and the longest name
-
-HMODULE LoadSibling(const char *root, const char *name)
-{
-    char path[kLibraryPathSize];
-    snprintf(path, sizeof path, "%s/lib/%s", root, name);
-    HMODULE library = LoadLibrary(path);
-    if (library == nullptr)
-        TRACE_FOR(kStart, TRACE_ERROR, "<load %s failed.", path);
-    return library;
-}
-
-template <typename Function>
-bool Find(HMODULE library, const char *name, Function *function)
-{
-    *function = reinterpret_cast<Function>(GetProcAddress(library, name));
-    return *function != nullptr;
-}
-
-// The report library. Stays loaded when it lacks the function.
-bool LoadReportLibrary(const char *root)
-{
-    hDll = LoadSibling(root, kReportLibrary);
-    if (hDll == nullptr)
-        return false;
-    if (Find(hDll, "VKMonitorCall", &pVKMonitorCall))
-        return true;
-    TRACE_FOR(kStart, TRACE_ERROR, "<GetProcAddress(VKMonitorCall) failed.");
-    return false;
-}
-
-bool FindProductFunctions()
-{
-    if (!Find(hvkirtuptDll, "ReadProductsRegisteried", &pReadProductsRegisteried)) {
-        TRACE_FOR(kStart, TRACE_ERROR, "<GetProcAddress(ReadProductsRegisteried) failed.");
-        return false;
-    }
-    if (!Find(hvkirtuptDll, "TARSKPPLX_PPInfoClear", &pTARSKPPLX_PPInfoClear)) {
-        TRACE_FOR(kStart, TRACE_ERROR, "<GetProcAddress(TARSKPPLX_PPInfoClear) failed.");
-        return false;
-    }
-    return true;
-}
-
-// The product-registry library. On failure both libraries are unloaded.
-bool LoadProductLibrary(const char *root)
-{
-    hvkirtuptDll = LoadSibling(root, kProductLibrary);
-    if (hvkirtuptDll == nullptr) {
-        FreeLibrary(hDll);
-        return false;
-    }
-    if (FindProductFunctions())
-        return true;
-    FreeLibrary(hDll);
-    FreeLibrary(hvkirtuptDll);
-    return false;
-}
 
 bool AskForFaultTolerance()
 {
@@ -135,10 +65,7 @@ void SignalStartUp(void *lpThread)
 void ShutDown()
 {
     TRACE_FOR(kStart, TRACE_NOTABLE, "Syslog Monitor shutdown.");
-    pReadProductsRegisteried = nullptr;
-    pTARSKPPLX_PPInfoClear = nullptr;
-    FreeLibrary(hDll);
-    FreeLibrary(hvkirtuptDll);
+    UnloadSiblings();
     FreeTableEntries();
     TRACE_FOR(kStart, TRACE_DETAIL, "<");
 }
@@ -149,12 +76,10 @@ void StartThread(void *lpThread)
 {
     TraceLogSetThrName("SyslogMonitor");
     TRACE(TRACE_DETAIL, ">lpThread=%p", lpThread);
-    char root[kRootPathSize] = {};
-    GetTarskRootPath(root, kRootPathSize);
-    if (!LoadReportLibrary(root) || !LoadProductLibrary(root) || !AskForFaultTolerance())
+    if (!LoadSiblings() || !AskForFaultTolerance())
         return;
 
-    std::fill_n(lpVKVMon, kMaxEntries, nullptr);
+    ForgetTableEntries();
     if (LoadTableUnderLock()) {
         SignalStartUp(lpThread);
         WatchSyslog(lpThread);

@@ -12,16 +12,18 @@
 //
 // A wait reports one handle. The events are auto-reset and keep their signal, so the following
 // waits take the others. Each wait starts a full new cycle, whatever woke the one before.
+#include "vkevmon/loop.h"
+
 #include <cstdlib>
 #include <cstring>
 
 #include "filemonitor/filemonitor.h"
+#include "match/report.h"
 #include "platform/sync.h"
 #include "platform/thread_record.h"
 #include "platform/trace.h"
-#include "vkevmon/entry.h"
+#include "vkevmon/pass.h"
 #include "vkevmon/reload.h"
-#include "vkevmon/scan.h"
 #include "vkevmon/settings.h"
 #include "vkevmon/table.h"
 #include "vkevmon/table_lock.h"

@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "match/table_data.h"
 #include "platform/trace.h"
-#include "vkevmon/table.h"
 
 VKVMon *tmp_VKVMon = nullptr;
 int tmp_Cnt = 0;

@@ -1,4 +1,3 @@
-// Loading of the monitoring table from the registry.
 #include "vkevmon/table.h"
 
 #include <cstdio>
@@ -6,15 +5,13 @@
 #include <cstring>
 #include <strings.h>
 
+#include "match/table_data.h"
 #include "platform/agent.h"
 #include "platform/registry.h"
 #include "platform/trace.h"
 #include "regacc/regacc.h"
-#include "vkevmon/entry.h"
 #include "vkevmon/product_filter.h"
-
-VKVMon *lpVKVMon[kMaxEntries];
-int nCnt = 0;
+#include "vkevmon/siblings.h"
 
 namespace {
 
@@ -204,9 +201,7 @@ bool ReadCountAndHours(HKEY settings, const char *path, VKVMon *entry)
 // entry is not kept.
 void StoreEntry(VKVMon *entry)
 {
-    if (nCnt < kMaxEntries)
-        lpVKVMon[nCnt++] = entry;
-    else
+    if (!AddTableEntry(entry))
         free(entry);
 }
 
@@ -337,21 +332,7 @@ bool LoadTable(SrcNode **filter, void **products, Names *names)
     return LoadSources(*filter, names);
 }
 
-void EmptyTable()
-{
-    FreeTableEntries();
-    nCnt = 0;
-}
-
 } // namespace
-
-void FreeTableEntries()
-{
-    for (int i = 0; i < nCnt; ++i) {
-        free(lpVKVMon[i]);
-        lpVKVMon[i] = nullptr;
-    }
-}
 
 int SearchSubKey(const char *lpszKeyName, char **lplpszSubKey, int *num)
 {

@@ -1,4 +1,4 @@
-// The monitoring table: the registered events, in memory.
+// Loading of the monitoring table: the registered events, into match/table_data.h.
 //
 // The registry, below HKEY_LOCAL_MACHINE\SOFTWARE\KORBIN\TARSKVOSKAR\REPORTTABLE\EVENTLOG:
 //
@@ -13,19 +13,11 @@
 #ifndef VKEVMON_TABLE_H
 #define VKEVMON_TABLE_H
 
-#include "platform/monitor_entry.h"
+#include <cstddef>
 
 // Bytes of the name of an event ID's key, the zero byte included. An ID is eight hexadecimal digits; a key
 // whose name does not fit here is none.
 constexpr size_t kIdNameSize = 16;
-
-// Module-wide state, read by the matchers on every line. Written by the functions below, by the
-// entry at shut-down, and between passes by the host, which may fill the table itself.
-#pragma GCC visibility push(default)
-// Entries 0 to nCnt - 1, each from calloc and owned here; then null.
-extern VKVMon *lpVKVMon[kMaxEntries];
-extern int nCnt; // entries in use
-#pragma GCC visibility pop
 
 #pragma GCC visibility push(default)
 extern "C" {
@@ -48,8 +40,5 @@ int SearchSubKey(const char *lpszKeyName, char **lplpszSubKey, int *num);
 
 } // extern "C"
 #pragma GCC visibility pop
-
-// Frees the entries 0 to nCnt - 1 and sets their slots to null. nCnt stays as it is.
-void FreeTableEntries();
 
 #endif // VKEVMON_TABLE_H

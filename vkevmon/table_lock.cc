@@ -2,7 +2,6 @@
 
 #include "platform/sync.h"
 #include "platform/trace.h"
-#include "vkevmon/entry.h"
 
 HANDLE hEventlogMutex = nullptr;
 

@@ -3,6 +3,12 @@
 #ifndef VKEVMON_TABLE_LOCK_H
 #define VKEVMON_TABLE_LOCK_H
 
+#include "platform/types.h"
+
+// Module-wide state, written by the functions below on the monitor thread: the mutex while this thread holds
+// it, otherwise null.
+extern HANDLE hEventlogMutex;
+
 // Creates or opens the mutex afresh and waits for it without time limit. Returns false after
 // tracing why, under the name of the calling function; when the wait itself failed, the handle
 // stays open in hEventlogMutex, which is intended: whoever looks at it sees that the lock was not had.

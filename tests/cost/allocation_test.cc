@@ -6,16 +6,16 @@
 
 #include "fileacc/fileacc.h"
 #include "filemonitor/filemonitor.h"
+#include "match/index.h"
+#include "match/literal_set.h"
+#include "match/match.h"
+#include "match/report.h"
+#include "match/table_data.h"
 #include "platform/agent.h"
 #include "tests/cost/allocations.h"
 #include "tests/support/campaign.h"
 #include "tests/support/random_log.h"
-#include "tests/unit/vkevmon/scan_fixture.h"
-#include "vkevmon/entry.h"
-#include "vkevmon/literal_set.h"
-#include "vkevmon/match.h"
-#include "vkevmon/scan.h"
-#include "vkevmon/table_index.h"
+#include "tests/unit/vkevmon/pass_fixture.h"
 
 namespace test {
 namespace {
@@ -96,8 +96,9 @@ TEST_F(CostOfALine, IsNoHeapForTheIndex)
     char line[4096] = {};
     snprintf(line, sizeof line, "%s", Line("a disk error and more").c_str());
     LocalMoment moment;
+    FoundLiterals found{};
     EXPECT_EQ(0, AllocationsOf([] { BuildIndex(); }));
-    EXPECT_EQ(0, AllocationsOf([&] { CheckLineOfPass(&moment, line, strlen(line), 1); }));
+    EXPECT_EQ(0, AllocationsOf([&] { CheckLineOfPass(&moment, &found, line, strlen(line), 1); }));
     EXPECT_LT(0, lpVKVMon[nCnt - 1]->CurrentCount);
 }
 

@@ -14,8 +14,8 @@
 #include <unistd.h>
 
 #include "filemonitor/filemonitor.h"
-#include "tests/unit/vkevmon/scan_fixture.h"
-#include "vkevmon/scan.h"
+#include "tests/unit/vkevmon/pass_fixture.h"
+#include "vkevmon/pass.h"
 
 namespace test {
 namespace {

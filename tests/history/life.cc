@@ -8,8 +8,9 @@
 #include <vector>
 
 #include "filemonitor/filemonitor.h"
+#include "match/table_data.h"
+#include "platform/split64.h"
 #include "platform/thread_record.h"
-#include "regacc/split64.h"
 #include "tests/history/model.h"
 #include "tests/history/slow_clock.h"
 #include "tests/history/world.h"

@@ -11,8 +11,8 @@
 #include "filemonitor/filemonitor.h"
 #include "tests/history/slow_clock.h"
 #include "tests/support/module_test.h"
+#include "vkevmon/pass.h"
 #include "vkevmon/reload.h"
-#include "vkevmon/scan.h"
 #include "vkevmon/settings.h"
 
 namespace {

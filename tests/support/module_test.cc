@@ -11,14 +11,17 @@
 
 #include "fileacc/fileacc.h"
 #include "filemonitor/filemonitor.h"
+#include "match/report.h"
+#include "match/table_data.h"
 #include "platform/loader.h"
 #include "platform/thread_record.h"
+#include "regacc/last_end_time.h"
 #include "regacc/regacc.h"
-#include "vkevmon/entry.h"
 #include "vkevmon/file_set.h"
 #include "vkevmon/reload.h"
-#include "vkevmon/scan.h"
 #include "vkevmon/settings.h"
+#include "vkevmon/siblings.h"
+#include "vkevmon/table_lock.h"
 
 namespace test {
 

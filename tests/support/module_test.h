@@ -10,9 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/monitor_entry.h"
 #include "tests/support/scripted_host.h"
 #include "tests/support/system.h"
-#include "vkevmon/table.h"
 
 namespace test {
 

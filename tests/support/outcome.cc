@@ -4,8 +4,8 @@
 #include <cctype>
 #include <cstdio>
 
+#include "match/table_data.h"
 #include "tests/support/scripted_host.h"
-#include "vkevmon/table.h"
 
 namespace test {
 

@@ -1,4 +1,5 @@
 #include "tests/support/random_log.h"
+#include "match/table_data.h"
 
 #include <algorithm>
 #include <cctype>
@@ -7,8 +8,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-
-#include "vkevmon/table.h"
 
 namespace test {
 

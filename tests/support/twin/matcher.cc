@@ -8,11 +8,11 @@
 #include <regex.h>
 
 #include "filemonitor/filemonitor.h"
+#include "match/report.h"
+#include "match/table_data.h"
 #include "platform/agent.h"
 #include "platform/siblings.h"
 #include "platform/trace.h"
-#include "vkevmon/entry.h"
-#include "vkevmon/table.h"
 
 namespace test::twin {
 

@@ -7,13 +7,13 @@
 #include <utility>
 #include <vector>
 
+#include "regacc/last_end_time.h"
 #include "tests/support/campaign.h"
 #include "tests/support/outcome.h"
 #include "tests/support/random_log.h"
 #include "tests/support/twin/reader.h"
 #include "tests/unit/fileacc/reader_fixture.h"
-#include "tests/unit/vkevmon/scan_fixture.h"
-#include "vkevmon/scan.h"
+#include "tests/unit/vkevmon/pass_fixture.h"
 
 namespace test {
 namespace {

@@ -1,8 +1,8 @@
 #include <array>
 #include <optional>
 
+#include "regacc/last_end_time.h"
 #include "tests/unit/fileacc/reader_fixture.h"
-#include "vkevmon/scan.h"
 
 namespace {
 

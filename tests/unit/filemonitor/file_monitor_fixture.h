@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "filemonitor/filemonitor.h"
-#include "regacc/split64.h"
+#include "match/report.h"
+#include "platform/split64.h"
 #include "tests/support/module_test.h"
-#include "vkevmon/entry.h"
 
 namespace test {
 

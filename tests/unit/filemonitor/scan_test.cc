@@ -15,8 +15,9 @@
 #include <vector>
 
 #include "filemonitor/filemonitor.h"
+#include "match/report.h"
+#include "match/table_data.h"
 #include "tests/unit/filemonitor/file_monitor_fixture.h"
-#include "vkevmon/entry.h"
 
 namespace {
 

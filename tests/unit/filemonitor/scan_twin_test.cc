@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "match/report.h"
 #include "platform/trace.h"
 #include "tests/support/campaign.h"
 #include "tests/support/outcome.h"
@@ -13,7 +14,7 @@
 #include "tests/support/twin/matcher.h"
 #include "tests/support/twin/reader.h"
 #include "tests/unit/filemonitor/file_monitor_fixture.h"
-#include "tests/unit/vkevmon/scan_fixture.h"
+#include "tests/unit/vkevmon/pass_fixture.h"
 
 namespace test {
 namespace {

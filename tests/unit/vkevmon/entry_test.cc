@@ -1,10 +1,16 @@
 // Start-up, shut-down, and whole lives of the monitor between them.
-#include "vkevmon/entry.h"
 
 #include <optional>
 
+#include "match/report.h"
+#include "match/table_data.h"
 #include "tests/unit/vkevmon/frame_fixture.h"
+#include "vkevmon/entry.h"
 #include "vkevmon/reload.h"
+#include "vkevmon/siblings.h"
+#include "vkevmon/table.h"
+#include "vkevmon/table_lock.h"
+#include "vkevmon/version.h"
 
 namespace {
 

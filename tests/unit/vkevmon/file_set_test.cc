@@ -8,7 +8,7 @@
 #include <string>
 #include <sys/stat.h>
 
-#include "tests/unit/vkevmon/scan_fixture.h"
+#include "tests/unit/vkevmon/pass_fixture.h"
 #include "vkevmon/settings.h"
 
 namespace {

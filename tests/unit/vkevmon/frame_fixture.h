@@ -12,10 +12,12 @@
 #include <utility>
 #include <vector>
 
+#include "match/table_data.h"
 #include "platform/loader.h"
 #include "platform/siblings.h"
 #include "tests/support/module_test.h"
 #include "vkevmon/entry.h"
+#include "vkevmon/siblings.h"
 
 namespace test {
 

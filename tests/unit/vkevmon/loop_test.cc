@@ -1,7 +1,10 @@
 // The event loop: what it waits for, and what it does when it is woken.
 #include <cstdlib>
 
+#include "match/report.h"
+#include "match/table_data.h"
 #include "tests/unit/vkevmon/frame_fixture.h"
+#include "vkevmon/loop.h"
 #include "vkevmon/reload.h"
 #include "vkevmon/settings.h"
 

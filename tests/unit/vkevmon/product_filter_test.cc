@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "tests/unit/vkevmon/frame_fixture.h"
+#include "vkevmon/table.h"
 
 namespace {
 

@@ -3,7 +3,9 @@
 
 #include <cstring>
 
+#include "match/table_data.h"
 #include "tests/unit/vkevmon/frame_fixture.h"
+#include "vkevmon/table.h"
 
 namespace {
 

@@ -1,10 +1,12 @@
 // Loading the monitoring table from the registry.
-#include "vkevmon/table.h"
 
 #include <cstring>
 #include <strings.h>
 
+#include "match/table_data.h"
 #include "tests/unit/vkevmon/frame_fixture.h"
+#include "vkevmon/siblings.h"
+#include "vkevmon/table.h"
 
 namespace {
 

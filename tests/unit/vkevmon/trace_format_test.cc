@@ -4,11 +4,12 @@
 #include <set>
 #include <string>
 
+#include "match/index.h"
+#include "match/match.h"
 #include "regacc/regacc.h"
 #include "tests/support/trace_formats.h"
 #include "tests/unit/vkevmon/frame_fixture.h"
-#include "vkevmon/match.h"
-#include "vkevmon/table_index.h"
+#include "vkevmon/loop.h"
 
 namespace test {
 namespace {
@@ -35,7 +36,8 @@ TEST_F(TraceFormat, OfAnExpressionHasThePatternAsItsArgument)
     TraceFormats().clear();
     BuildIndex();
     LocalMoment moment;
-    CheckLineOfPass(&moment, line.data(), strlen(line.data()), 1);
+    FoundLiterals found{};
+    CheckLineOfPass(&moment, &found, line.data(), strlen(line.data()), 1);
     ExpectFormat("Regular Expression is:%s");
     EXPECT_EQ(2, Host().Traced(0, "Regular Expression is:([[:space:]]*)l[i]ne([[:space:]]*)"));
 }

@@ -1,0 +1,286 @@
+#include "match/index.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <functional>
+#include <iterator>
+#include <string_view>
+
+#include "match/own_lines.h"
+#include "match/report.h"
+#include "match/table_data.h"
+
+namespace {
+
+// Building costs about as much as testing thirty lines against the table. Passes that find less news than
+// this, the normal ones, never build an index.
+constexpr int kLinesBeforeIndex = 32;
+
+// An empty keyword, or an expression of which no required text is known.
+constexpr LiteralId kNoLiteral = UINT16_MAX;
+
+// What the index knows of one entry.
+struct IndexedEntry {
+    LiteralId keywords[kKeywordsOfEntry];
+    LiteralId required[kKeywordsOfEntry]; // text that a match as an expression needs
+    bool is_expression[kKeywordsOfEntry];
+    bool is_relied_on[kKeywordsOfEntry]; // the index holds only as long as this keyword is the same
+    uint16_t next_of_anchor;             // 1 + the next entry with the same anchor; 0: none
+};
+
+// An entry as it was when the index was built.
+struct BuiltFrom {
+    const VKVMon *entry;
+    size_t digest; // of the keywords that are relied on
+};
+
+// The index. Written by BuildIndex and DropIndex, on the monitor thread.
+IndexedEntry indexed[kMaxEntries];
+int indexed_count = 0;
+BuiltFrom built_from[kMaxEntries];
+bool built_for_expressions = false;
+Pattern patterns[kMaxEntries][kKeywordsOfEntry]; // only for a fault-tolerant server
+uint16_t first_of_anchor[kMaxLiterals];          // 1 + the first entry with this anchor; 0: none
+uint64_t without_anchor[kMaxEntries / 64];       // entries whose keywords are all empty: a bit each
+bool has_entries_without_anchor = false;
+LiteralId own_identifier;
+bool is_ready = false;
+int lines_of_pass = 0;
+
+// How many keywords are the same text. Only while the index is built.
+uint16_t users[kMaxLiterals];
+
+void SetBit(uint64_t *words, size_t bit)
+{
+    words[bit / 64] |= uint64_t{1} << (bit % 64);
+}
+
+void AddExpression(IndexedEntry *entry, int k, const char *text)
+{
+    WantLiteral(entry->keywords[k]);
+    entry->is_expression[k] = HasOperator(text);
+    if (!entry->is_expression[k])
+        return;
+    const RequiredText required = FindRequiredText(text);
+    if (required.length == 0)
+        return;
+    entry->required[k] = AddLiteral(text + required.begin, required.length);
+    WantLiteral(entry->required[k]);
+}
+
+void AddKeywords(int index)
+{
+    IndexedEntry &entry = indexed[index];
+    entry = {};
+    for (int k = 0; k < kKeywordsOfEntry; ++k) {
+        const char *text = KeywordOf(*lpVKVMon[index], k);
+        const size_t length = strlen(text);
+        entry.required[k] = kNoLiteral;
+        entry.keywords[k] = length > 0 ? AddLiteral(text, length) : kNoLiteral;
+        if (!built_for_expressions)
+            continue;
+        entry.is_relied_on[k] = true;
+        if (length == 0)
+            continue;
+        MakePattern(text, &patterns[index][k]);
+        AddExpression(&entry, k, text);
+    }
+}
+
+void CountUsers()
+{
+    memset(users, 0, sizeof users);
+    for (int i = 0; i < indexed_count; ++i) {
+        for (const LiteralId id : indexed[i].keywords) {
+            if (id != kNoLiteral)
+                ++users[id];
+        }
+    }
+}
+
+// How good a keyword is as an anchor: shared by few entries, long enough to be searched for in large steps,
+// long. A few entries more or less are no reason for small steps.
+struct AnchorRank {
+    int crowd;   // 0 for up to 8 entries, then growing with the power of two
+    size_t step; // in which it can be searched for, as far as it matters
+    size_t length;
+
+    bool IsWorseThan(const AnchorRank &other) const
+    {
+        if (crowd != other.crowd)
+            return crowd > other.crowd;
+        if (step != other.step)
+            return step < other.step;
+        return length < other.length;
+    }
+};
+
+AnchorRank RankOf(LiteralId id, size_t length)
+{
+    constexpr uint16_t kFew = 8;
+    const int crowd = users[id] <= kFew ? 0 : static_cast<int>(std::bit_width(users[id]));
+    return {crowd, std::min(length, kLongLiteral), length};
+}
+
+// The keyword that is the entry's anchor, or -1.
+int ChooseAnchor(int index)
+{
+    int best = -1;
+    AnchorRank best_rank{};
+    for (int k = 0; k < kKeywordsOfEntry; ++k) {
+        const LiteralId id = indexed[index].keywords[k];
+        if (id == kNoLiteral)
+            continue;
+        const AnchorRank rank = RankOf(id, strlen(KeywordOf(*lpVKVMon[index], k)));
+        if (best < 0 || best_rank.IsWorseThan(rank)) {
+            best = k;
+            best_rank = rank;
+        }
+    }
+    return best;
+}
+
+void ChainUnderAnchor(int index)
+{
+    const int k = ChooseAnchor(index);
+    if (k < 0) {
+        SetBit(without_anchor, static_cast<size_t>(index));
+        has_entries_without_anchor = true;
+        return;
+    }
+    IndexedEntry &entry = indexed[index];
+    const LiteralId anchor = entry.keywords[k];
+    WantLiteral(anchor);
+    entry.is_relied_on[k] = true;
+    entry.next_of_anchor = first_of_anchor[anchor];
+    first_of_anchor[anchor] = static_cast<uint16_t>(index + 1);
+}
+
+size_t DigestOf(int index)
+{
+    constexpr size_t kFactor = 31;
+    size_t digest = 0;
+    for (int k = 0; k < kKeywordsOfEntry; ++k) {
+        if (indexed[index].is_relied_on[k])
+            digest =
+                (digest * kFactor) + std::hash<std::string_view>()(KeywordOf(*lpVKVMon[index], k));
+    }
+    return digest;
+}
+
+int CountEntries()
+{
+    int count = 0;
+    while (count < nCnt && lpVKVMon[count] != nullptr)
+        ++count;
+    return count;
+}
+
+} // namespace
+
+void DropIndex()
+{
+    is_ready = false;
+    lines_of_pass = 0;
+}
+
+void CountLineOfPass()
+{
+    if (!is_ready && ++lines_of_pass > kLinesBeforeIndex)
+        BuildIndex();
+}
+
+bool IndexIsReady()
+{
+    return is_ready;
+}
+
+void BuildIndex()
+{
+    ClearLiterals();
+    memset(first_of_anchor, 0, sizeof first_of_anchor);
+    memset(without_anchor, 0, sizeof without_anchor);
+    has_entries_without_anchor = false;
+    own_identifier = AddLiteral(kOwnLines, sizeof kOwnLines - 1);
+    WantLiteral(own_identifier);
+    built_for_expressions = ServerIsFaultTolerant();
+    indexed_count = CountEntries();
+    for (int i = 0; i < indexed_count; ++i)
+        AddKeywords(i);
+    CountUsers();
+    for (int i = 0; i < indexed_count; ++i)
+        ChainUnderAnchor(i);
+    for (int i = 0; i < indexed_count; ++i)
+        built_from[i] = {lpVKVMon[i], DigestOf(i)};
+    PrepareLiterals();
+    is_ready = true;
+}
+
+bool IndexHolds()
+{
+    bool holds =
+        CountEntries() == indexed_count && ServerIsFaultTolerant() == built_for_expressions;
+    for (int i = 0; holds && i < indexed_count; ++i)
+        holds = lpVKVMon[i] == built_from[i].entry && DigestOf(i) == built_from[i].digest;
+    return holds;
+}
+
+int IndexedEntries()
+{
+    return indexed_count;
+}
+
+void SearchLine(const char *line, size_t length, FoundLiterals *found)
+{
+    ForgetFound(found);
+    FindLiterals(line, length, found);
+}
+
+bool LineIsOwn(const FoundLiterals &found)
+{
+    return IsFound(found, own_identifier);
+}
+
+void FindCandidates(const FoundLiterals &found, Candidates *candidates)
+{
+    candidates->count = 0;
+    if (found.count == 0 && !has_entries_without_anchor)
+        return;
+    uint64_t bits[kMaxEntries / 64];
+    memcpy(bits, without_anchor, sizeof bits);
+    for (int i = 0; i < found.count; ++i) {
+        for (unsigned next = first_of_anchor[found.ids[i]]; next != 0;
+             next = indexed[next - 1].next_of_anchor)
+            SetBit(bits, next - 1);
+    }
+    for (size_t word = 0; word < std::size(bits); ++word) {
+        for (uint64_t left = bits[word]; left != 0; left &= left - 1)
+            candidates->entries[candidates->count++] =
+                static_cast<uint16_t>((word * 64) + static_cast<size_t>(std::countr_zero(left)));
+    }
+}
+
+const char *KeywordOf(const VKVMon &entry, int keyword)
+{
+    const char *const keywords[] = {entry.Keyword1, entry.Keyword2, entry.Keyword3};
+    return keywords[keyword];
+}
+
+bool IsPlainlyFound(const FoundLiterals &found, int entry, int keyword)
+{
+    const LiteralId id = indexed[entry].keywords[keyword];
+    return id == kNoLiteral || IsFound(found, id);
+}
+
+const Pattern &PatternOf(int entry, int keyword)
+{
+    return patterns[entry][keyword];
+}
+
+bool CanMatchAsExpression(const FoundLiterals &found, int entry, int keyword)
+{
+    const IndexedEntry &known = indexed[entry];
+    return known.is_expression[keyword] &&
+           (known.required[keyword] == kNoLiteral || IsFound(found, known.required[keyword]));
+}

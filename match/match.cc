@@ -1,0 +1,196 @@
+#include "match/match.h"
+
+#include <cstring>
+#include <ctime>
+
+#include "match/expression.h"
+#include "match/hits.h"
+#include "match/index.h"
+#include "match/own_lines.h"
+#include "match/report.h"
+#include "match/table_data.h"
+#include "platform/trace.h"
+#include "stamp/syslog_time.h"
+
+namespace {
+
+constexpr char kUnit[] = "vkevmon";
+constexpr char kCheckLine[] = "CheckLine";
+constexpr TraceSite kSite = {kUnit, kCheckLine};
+
+void TracePattern(const Pattern &pattern)
+{
+    TRACE_FOR(kCheckLine, TRACE_DETAIL, "Regular Expression is:%s", pattern.text);
+}
+
+bool FindPlainOrExpression(const char *line, const char *keyword)
+{
+    if (FindPlain(line, keyword))
+        return true;
+    Pattern pattern;
+    MakePattern(keyword, &pattern);
+    TracePattern(pattern);
+    return MatchesPattern(line, pattern);
+}
+
+// A line under test: its text, how often it occurred, and now.
+struct Occurrence {
+    char *line;
+    int times;
+    time_t now;
+    LocalMoment *moment;
+    const FoundLiterals *found; // by the index; null: it has not searched the line
+};
+
+// Counts the line for an entry whose keywords it holds. Returns true when a report was sent.
+bool HitEntry(const Occurrence &occurrence, VKVMon *entry)
+{
+    if (!IsWatched(*entry, occurrence.now, occurrence.moment))
+        return false;
+    if (!CountHits(kSite, entry, occurrence.times))
+        return false; // kept for later lines
+    Report report;
+    BuildReport(occurrence.line, entry, &report);
+    if (IsWithheld(*entry))
+        return false;
+    TRACE_FOR(kCheckLine, TRACE_NOTABLE, "Report %s", occurrence.line);
+    SendReport(kSite, &report);
+    return true;
+}
+
+// ---- the plain rule ----
+
+// Tests entry `first` and those behind it. Count and slot are looked at before each entry: a report function may
+// change them.
+void MatchFrom(int first, const Occurrence &occurrence)
+{
+    for (int i = first; i < nCnt; ++i) {
+        VKVMon *entry = lpVKVMon[i];
+        if (entry == nullptr)
+            return; // the monitor has shut down: its entries are gone, nCnt keeps its value
+        const FindKeyword find = ServerIsFaultTolerant() ? FindPlainOrExpression : FindPlain;
+        if (AllKeywordsFound(occurrence.line, *entry, find))
+            HitEntry(occurrence, entry);
+    }
+}
+
+// ---- with the index ----
+
+// The plain rule's answer for one keyword, and its trace record, without a look at the line or at the
+// compiler of expressions where the index knows better.
+bool FindIndexedKeyword(const Occurrence &occurrence, int entry, int keyword)
+{
+    if (IsPlainlyFound(*occurrence.found, entry, keyword))
+        return true;
+    const Pattern &pattern = PatternOf(entry, keyword);
+    TracePattern(pattern);
+    return CanMatchAsExpression(*occurrence.found, entry, keyword) &&
+           MatchesPattern(occurrence.line, pattern);
+}
+
+bool AllIndexedKeywordsFound(const Occurrence &occurrence, int entry)
+{
+    for (int k = 0; k < kKeywordsOfEntry; ++k) {
+        if (!FindIndexedKeyword(occurrence, entry, k))
+            return false;
+    }
+    return true;
+}
+
+// Hits an entry that the index has let through. False when the rest of the table is to be tested by the
+// plain rule, which has been done then.
+bool HitIndexedEntry(const Occurrence &occurrence, int entry)
+{
+    if (!HitEntry(occurrence, lpVKVMon[entry]) || IndexHolds())
+        return true;
+    DropIndex();
+    MatchFrom(entry + 1, occurrence);
+    return false;
+}
+
+// On a fault-tolerant server every entry is gone through: the trace log shows each expression tried.
+void MatchAllByIndex(const Occurrence &occurrence)
+{
+    for (int i = 0; i < IndexedEntries(); ++i) {
+        if (AllIndexedKeywordsFound(occurrence, i) && !HitIndexedEntry(occurrence, i))
+            return;
+    }
+}
+
+void MatchByIndex(const Occurrence &occurrence)
+{
+    if (ServerIsFaultTolerant()) {
+        MatchAllByIndex(occurrence);
+        return;
+    }
+    Candidates candidates; // its entries are filled as far as it counts
+    FindCandidates(*occurrence.found, &candidates);
+    for (int i = 0; i < candidates.count; ++i) {
+        const int entry = candidates.entries[i];
+        if (AllKeywordsFound(occurrence.line, *lpVKVMon[entry], FindPlain) &&
+            !HitIndexedEntry(occurrence, entry))
+            return;
+    }
+}
+
+bool IsOwn(const char *line, const FoundLiterals *found)
+{
+    return found != nullptr ? LineIsOwn(*found) : strstr(line, kOwnLines) != nullptr;
+}
+
+// By the plain rule when nothing is known of what is in the line.
+int CheckLineAt(LocalMoment *moment, const FoundLiterals *found, char *line, int times)
+{
+    time_t stamp = 0;
+    if (GetSyslogTimeAt(moment, line, &stamp, StampUse::kValidity) != TRUE) {
+        TRACE_FOR(kCheckLine, TRACE_ERROR, "<GetSyslogTime() return FALSE.return 0.");
+        return 0;
+    }
+    if (IsOwn(line, found)) {
+        TRACE_FOR(kCheckLine, TRACE_DETAIL, "<TARSKvkvmain is found in line, ignore.return 0.");
+        return 0;
+    }
+    const time_t now = time(nullptr);
+    if (now == -1) {
+        TRACE_FOR(kCheckLine, TRACE_SYSTEM, "<time() return -1");
+        return -1;
+    }
+    const Occurrence occurrence = {line, times, now, moment, found};
+    if (found != nullptr)
+        MatchByIndex(occurrence);
+    else
+        MatchFrom(0, occurrence);
+    TRACE_FOR(kCheckLine, TRACE_DETAIL, "<return 0.");
+    return 0;
+}
+
+void TraceLine(const char *line, int times)
+{
+    TRACE_FOR(kCheckLine, TRACE_DETAIL, "line \"%s\" is checked, it happend %d times\n", line,
+              times);
+}
+
+} // namespace
+
+int CheckLine(char *line, int times)
+{
+    TRACE(TRACE_DETAIL, ">line=%p,times=%d", static_cast<void *>(line), times);
+    if (line == nullptr) {
+        TRACE(TRACE_ERROR, "<line==NULL.return -1.");
+        return -1;
+    }
+    TraceLine(line, times);
+    LocalMoment moment;
+    return CheckLineAt(&moment, nullptr, line, times);
+}
+
+int CheckLineOfPass(LocalMoment *moment, FoundLiterals *found, char *line, size_t length, int times)
+{
+    TRACE_FOR(kCheckLine, TRACE_DETAIL, ">line=%p,times=%d", static_cast<void *>(line), times);
+    TraceLine(line, times);
+    CountLineOfPass();
+    if (!IndexIsReady())
+        return CheckLineAt(moment, nullptr, line, times);
+    SearchLine(line, length, found);
+    return CheckLineAt(moment, found, line, times);
+}
