@@ -7,6 +7,7 @@
 #include "vkevmon/loop.h"
 #include "vkevmon/reload.h"
 #include "vkevmon/settings.h"
+#include "vkevmon/table_lock.h"
 
 namespace {
 

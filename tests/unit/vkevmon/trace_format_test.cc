@@ -6,6 +6,7 @@
 
 #include "match/index.h"
 #include "match/match.h"
+#include "match/report.h"
 #include "regacc/regacc.h"
 #include "tests/support/trace_formats.h"
 #include "tests/unit/vkevmon/frame_fixture.h"
