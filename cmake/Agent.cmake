@@ -25,6 +25,7 @@ add_library(tarsk SHARED
     agent/libtarsk/trace_log.cc agent/libtarsk/waitable.cc)
 target_include_directories(tarsk PUBLIC ${CMAKE_SOURCE_DIR})
 target_compile_definitions(tarsk PRIVATE
+    SYSLOGMON_BIN_DIR="${CMAKE_INSTALL_FULL_BINDIR}"
     SYSLOGMON_ROOT="${SYSLOGMON_ROOT}" SYSLOGMON_STATE_DIR="${SYSLOGMON_STATE_DIR}"
     SYSLOGMON_RUN_DIR="${SYSLOGMON_RUN_DIR}" SYSLOGMON_LOG_DIR="${SYSLOGMON_LOG_DIR}")
 target_link_libraries(tarsk PUBLIC SQLite::SQLite3 PRIVATE spdlog::spdlog Threads::Threads
@@ -44,11 +45,12 @@ add_sibling(vkirtupt agent/products/vkirtupt.cc)
 
 # What daemon and command share.
 add_library(agent_common STATIC
-    agent/alerts/alert_store.cc agent/alerts/report_folder.cc agent/common/alert_text.cc agent/common/daemon_lock.cc
-    agent/common/event_checks.cc agent/common/events.cc agent/common/hours.cc
-    agent/common/log_files.cc agent/common/monitor_settings.cc agent/common/say.cc
-    agent/common/sign_of_life.cc agent/common/stamps.cc agent/common/status_file.cc
-    agent/common/unread.cc)
+    agent/alerts/alert_store.cc agent/alerts/report_folder.cc agent/common/alert_text.cc
+    agent/common/daemon_lock.cc agent/common/event_checks.cc agent/common/events.cc
+    agent/common/expressions.cc agent/common/hours.cc agent/common/log_files.cc
+    agent/common/monitor_settings.cc agent/common/say.cc agent/common/sign_of_life.cc
+    agent/common/stamps.cc agent/common/status_file.cc agent/common/suggestion.cc
+    agent/common/unread.cc agent/common/utf8.cc)
 target_link_libraries(agent_common PUBLIC tarsk PRIVATE nlohmann_json::nlohmann_json)
 target_compile_definitions(agent_common PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}")
 
@@ -83,8 +85,8 @@ add_program(syslogmon agent/cli/main.cc agent/cli/alert_commands.cc agent/cli/do
             agent/cli/event_commands.cc agent/cli/output.cc agent/cli/progress.cc
             agent/cli/registry_commands.cc agent/cli/scan_commands.cc agent/cli/setting_commands.cc
             agent/cli/sink_commands.cc agent/cli/status_commands.cc agent/cli/tally.cc
-            agent/cli/test_commands.cc agent/cli/trace_commands.cc agent/cli/trial.cc
-            agent/cli/undelivered_commands.cc)
+            agent/cli/temporary_folder.cc agent/cli/test_commands.cc agent/cli/trace_commands.cc
+            agent/cli/trial.cc agent/cli/trial_input.cc agent/cli/undelivered_commands.cc)
 target_link_libraries(syslogmon PRIVATE nlohmann_json::nlohmann_json ${CMAKE_DL_LIBS})
 target_compile_options(syslogmon PRIVATE ${QUICK_BUILD})
 

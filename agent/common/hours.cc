@@ -77,6 +77,10 @@ uint32_t ParseHours(const std::string &text)
                 Refuse(text); // there is no hour that begins at 24:00
             mask |= Bit(*from);
         } else {
+            if (*from % kHours == *to % kHours && *to - *from != kHours)
+                throw tarsk::Error("cannot use the hours \"" + text + "\"",
+                                   "the span " + item + " ends where it begins",
+                                   "write all for the whole day, or one number for one hour");
             mask |= Span(*from, *to);
         }
     }

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <numeric>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -62,7 +63,7 @@ void IssueList::Add(size_t offset, std::string what)
     if (full())
         ++more_;
     else
-        issues_.push_back({At(offset), std::move(what)});
+        issues_.push_back({At(offset), std::move(what), 1});
 }
 
 void IssueList::Add(size_t offset, const std::string &thing, const std::string &cause,
@@ -76,10 +77,18 @@ std::vector<Issue> IssueList::Take()
     std::stable_sort(issues_.begin(), issues_.end(),
                      [](const Issue &a, const Issue &b) { return a.at < b.at; });
     if (more_ > 0)
-        issues_.push_back({issues_.back().at, std::to_string(more_) +
-                                                  " more mistakes are not shown: is this the file "
-                                                  "that you meant?"});
+        issues_.push_back({issues_.back().at,
+                           std::to_string(more_) +
+                               (more_ == 1 ? " more mistake is" : " more mistakes are") +
+                               " not shown: is this the file that you meant?",
+                           more_});
     return std::move(issues_);
+}
+
+size_t CountMistakes(const std::vector<Issue> &issues)
+{
+    return std::accumulate(issues.begin(), issues.end(), size_t{0},
+                           [](size_t sum, const Issue &issue) { return sum + issue.mistakes; });
 }
 
 std::string Shown(std::string_view text)
@@ -154,8 +163,6 @@ void CheckCharacters(std::string_view text, IssueList *issues)
             issues->Add(i, "cannot read the text",
                         "it holds the control character U+" + Hex(character.code, 4),
                         "write it as an escape in quotes, \\x" + Hex(character.code, 2));
-        if (issues->full())
-            return; // no text at all
         i += std::max<size_t>(character.bytes, 1);
     }
 }

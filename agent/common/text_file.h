@@ -24,7 +24,8 @@ struct Position {
 // Something in a file that cannot be used.
 struct Issue {
     Position at;
-    std::string what; // the thing, the cause, the next step
+    std::string what;    // the thing, the cause, the next step
+    size_t mistakes = 1; // for which it stands
 
     bool operator==(const Issue &) const = default;
 };
@@ -46,7 +47,8 @@ class IssueList {
     [[nodiscard]] bool full() const { return issues_.size() >= kMax; }
     [[nodiscard]] Position At(size_t offset) const;
 
-    // In the order of the file. The last one says how many are not there, if some are not.
+    // In the order of the file. The last one says how many are not there, and stands for them, if
+    // some are not.
     [[nodiscard]] std::vector<Issue> Take();
 
   private:
@@ -55,6 +57,9 @@ class IssueList {
     std::vector<Issue> issues_;
     size_t more_ = 0;
 };
+
+// The mistakes for which all issues stand.
+size_t CountMistakes(const std::vector<Issue> &issues);
 
 // A text from a file, shown in a message: in quotes, shortened, and harmless for a terminal.
 std::string Shown(std::string_view text);

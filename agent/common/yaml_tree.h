@@ -27,7 +27,8 @@ struct YamlNode {
 };
 
 // Reads a document. Notes an issue for anchors, aliases, tags, a second document, a tab as
-// indentation, and for what is no YAML. A text without anything in it is kNothing.
+// indentation, a text in quotes that goes on in the next line, and for what is no YAML. A text
+// without anything in it is kNothing.
 YamlNode ParseYaml(std::string_view text, IssueList *issues);
 
 } // namespace agent

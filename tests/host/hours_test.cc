@@ -40,7 +40,17 @@ TEST(Hours, ASpanGoesOverMidnight)
     EXPECT_EQ(Mask({22, 23, 0, 1, 2, 3, 4, 5}), ParseHours("22-6"));
     EXPECT_EQ(Mask({23}), ParseHours("23-0"));
     EXPECT_EQ(Mask({0, 1}), ParseHours("24-2"));
-    EXPECT_EQ(0xFFFFFFU, ParseHours("8-8"));
+}
+
+TEST(Hours, ASpanThatEndsWhereItBeginsIsRefused)
+{
+    for (const char *text : {"8-8", "0-0", "24-24", "1,08-8"}) {
+        const std::string item = std::string(text).substr(std::string(text).find(',') + 1);
+        EXPECT_EQ(std::string("cannot use the hours \"") + text + "\": the span " + item +
+                      " ends where it begins; write all for the whole day, or one number for one "
+                      "hour",
+                  ErrorOf([&] { ParseHours(text); }));
+    }
 }
 
 TEST(Hours, AListIsTheUnionOfItsItems)

@@ -259,8 +259,8 @@ TEST(RulesFile, AnchorsAndAliasesAreRefused)
               "1:47: cannot use an alias (*): anchors are not taken here; write the value out; a "
               "text that begins with * needs quotes\n",
               IssuesOf("{events: [{id: &a 1, source: A, keywords: [x, *a]}]}"));
-    EXPECT_EQ("4:15: cannot use an anchor or an alias: they are not taken here; write the value "
-              "out; a text that begins with & or * needs quotes\n",
+    EXPECT_EQ("4:15: cannot use an alias (*): anchors are not taken here; write the value out; a "
+              "text that begins with * needs quotes\n",
               IssuesOf(FileWithKeywords("*error")));
 }
 
@@ -296,7 +296,7 @@ TEST(RulesFile, ATabThatIndentsIsRefused)
 
 TEST(RulesFile, ASecondDocumentIsRefused)
 {
-    EXPECT_EQ("3:1: cannot use a second document (---): a rules file is one document; put its "
+    EXPECT_EQ("2:1: cannot use a second document (---): a rules file is one document; put its "
               "events into the first one\n",
               IssuesOf("events: []\n---\nevents: []\n"));
     EXPECT_TRUE(EventsOf("%YAML 1.2\n---\nevents: []\n...\n").empty());
@@ -306,12 +306,48 @@ TEST(RulesFile, AFaultInTheYamlIsNamedWithItsPlace)
 {
     const std::string next = "; look at the indentation and the brackets here and above; a text "
                              "with special characters needs quotes\n";
-    EXPECT_EQ("2:1: cannot read the file from here on: it is not YAML (end of sequence flow not "
-              "found)" +
+    EXPECT_EQ("2:1: cannot read the file from here on: it is not YAML (did not find expected "
+              "node content)" +
                   next,
               IssuesOf("events: [\n"));
-    EXPECT_EQ("4:21: cannot read the file from here on: it is not YAML (illegal map value)" + next,
+    EXPECT_EQ("4:21: cannot read the file from here on: it is not YAML (mapping values are not "
+              "allowed in this context)" +
+                  next,
               IssuesOf(FileWithKeywords("kernel: BUG: x")));
+}
+
+constexpr char kOpenQuote[] =
+    "cannot read the file from here on: the closing quote of the text that "
+    "begins here is missing; close the quote where the text ends\n";
+constexpr char kLongQuote[] =
+    "cannot use the text that begins here: its closing quote is missing in "
+    "this line; close the quote where the text ends\n";
+
+TEST(RulesFile, AQuoteThatIsNotClosedIsRefusedWhereItBegins)
+{
+    for (const char *keywords :
+         {"\"I/O error", "'I/O error", "\"I/O error\n  - source: B", "\"a\n\nb", "\"it\\\"s", "\""})
+        EXPECT_EQ(std::string("4:15: ") + kOpenQuote, IssuesOf(FileWithKeywords(keywords)))
+            << keywords;
+}
+
+TEST(RulesFile, AQuoteThatIsClosedInALaterLineIsRefusedWhereItBegins)
+{
+    EXPECT_EQ(std::string("4:15: ") + kLongQuote, IssuesOf(FileWithKeywords("\"I/O\n  error\"")));
+    EXPECT_EQ(std::string("4:15: ") + kLongQuote, IssuesOf(FileWithKeywords("'I/O\n  error'")));
+    // The next quote closes it, and what stands behind that is no YAML.
+    const std::string issues =
+        IssuesOf(FileWithKeywords("\"I/O error\n  - source: B\n    id: 2\n    keywords: \"x\""));
+    EXPECT_EQ(0U, issues.find(std::string("4:15: ") + kLongQuote)) << issues;
+    EXPECT_EQ("4:15: ",
+              IssuesOf(FileWithKeywords("'I/O error\n    hours: all # don't")).substr(0, 6));
+}
+
+TEST(RulesFile, PlacesAreRightBehindCharactersOfAnyLength)
+{
+    EXPECT_EQ("5:19: cannot use an anchor (&): anchors are not taken here; write the value out; a "
+              "text that begins with & needs quotes\n",
+              IssuesOf("# \u3042\U0001F600\n" + FileWithKeywords("[\u00E4, &k x]")));
 }
 
 TEST(RulesFile, ListsThatLieTooDeepAreRefused)
@@ -327,9 +363,10 @@ TEST(RulesFile, ADocumentOfTooManyValuesIsRefused)
     std::string file = "events: [";
     for (int i = 0; i < 200001; ++i)
         file += "x,";
-    EXPECT_EQ("2:1: cannot read the file: it has more than 200000 values; is this the file that "
-              "you meant?\n",
-              IssuesOf(file + "]\n"));
+    EXPECT_EQ(
+        "1:400004: cannot read the file from here on: it has more than 200000 values; is this "
+        "the file that you meant?\n",
+        IssuesOf(file + "]\n"));
 }
 
 // ---- events ----

@@ -76,8 +76,9 @@ TEST(RulesSchema, KnowsTheSameHours)
                                       "8-100",   " 8 ",         "8;9", "1-2-3", "24,1",  "0-24,1"};
     for (int hour = 0; hour <= 30; ++hour) {
         const std::string number = std::to_string(hour);
-        for (const std::string &text : {number, "0" + number, number + "-1", "1-" + number})
-            texts.push_back(text);
+        texts.insert(texts.end(), {number, "0" + number});
+        if (hour != 1) // a schema cannot see that a span ends where it begins
+            texts.insert(texts.end(), {number + "-1", "1-" + number});
     }
     for (const std::string &text : texts)
         EXPECT_EQ(ReaderTakes("hours: '" + text + "'"), std::regex_match(text, hours)) << text;

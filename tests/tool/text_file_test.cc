@@ -98,10 +98,12 @@ TEST(DecodeText, NamesCharactersThatNoTextHas)
               test::Text(DecodeText("a\x1B\t\n").issues));
 }
 
-TEST(DecodeText, OfAFileThatIsNoTextShowsTheFirstIssuesAndStops)
+TEST(DecodeText, OfAFileThatIsNoTextShowsTheFirstIssuesAndCountsTheOthers)
 {
     const DecodedText decoded = DecodeText(std::string(1000000, '\xFF'));
-    EXPECT_EQ(agent::IssueList::kMax, decoded.issues.size());
+    ASSERT_EQ(agent::IssueList::kMax + 1, decoded.issues.size());
+    EXPECT_EQ("999800 more mistakes are not shown: is this the file that you meant?",
+              decoded.issues.back().what);
 }
 
 // ---- issues ----
@@ -138,6 +140,7 @@ TEST(IssueList, SaysHowManyAreNotShown)
     const auto taken = issues.Take();
     ASSERT_EQ(agent::IssueList::kMax + 1, taken.size());
     EXPECT_EQ("7 more mistakes are not shown: is this the file that you meant?", taken.back().what);
+    EXPECT_EQ(agent::IssueList::kMax + 7, agent::CountMistakes(taken));
 }
 
 TEST(Shown, IsShortAndHarmless)

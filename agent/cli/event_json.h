@@ -1,0 +1,20 @@
+// Events as JSON: the same shape in all commands.
+#ifndef AGENT_CLI_EVENT_JSON_H
+#define AGENT_CLI_EVENT_JSON_H
+
+#include <nlohmann/json.hpp>
+
+#include "agent/common/events.h"
+
+namespace cli {
+
+// {"source": "DISK", "id": "1A2B"}
+nlohmann::json KeyToJson(const agent::EventKey &key);
+
+// {"keywords": ["a", "b"], "report_count": 1, "hours": "all"}; keywords behind the last one that is
+// not empty are left out.
+nlohmann::json ValuesToJson(const agent::EventRecord &event);
+
+} // namespace cli
+
+#endif // AGENT_CLI_EVENT_JSON_H

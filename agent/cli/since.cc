@@ -1,0 +1,133 @@
+#include "agent/cli/since.h"
+
+#include <algorithm>
+#include <charconv>
+#include <iterator>
+#include <optional>
+
+#include "agent/libtarsk/error.h"
+
+namespace cli {
+
+namespace {
+
+constexpr int64_t kDay = 86400;                   // seconds
+constexpr int64_t kLongestAgo = 100 * 366 * kDay; // further back than any alert
+
+// "1h30m": seconds.
+std::optional<int64_t> ParseWhile(const std::string &text)
+{
+    constexpr char kUnits[] = {'d', 'h', 'm', 's'};
+    constexpr int64_t kSeconds[] = {kDay, 3600, 60, 1};
+    const char *at = text.data();
+    const char *end = at + text.size();
+    int64_t sum = 0;
+    size_t next = 0; // of the units: each stands once, the longest first
+    while (at < end) {
+        int32_t amount = 0;
+        const auto [unit, failed] = std::from_chars(at, end, amount);
+        if (failed != std::errc() || amount < 0 || unit == end)
+            return std::nullopt;
+        while (next < std::size(kUnits) && kUnits[next] != *unit)
+            ++next;
+        if (next == std::size(kUnits))
+            return std::nullopt;
+        sum += amount * kSeconds[next++];
+        at = unit + 1;
+    }
+    return !text.empty() && sum <= kLongestAgo ? std::optional(sum) : std::nullopt;
+}
+
+// Behind what was read in this form, or null.
+const char *Read(const char *text, const char *form, struct tm *time)
+{
+    return strptime(text, form, time);
+}
+
+// "10:00" or "10:00:30", to the end of the text.
+bool ReadsClock(const char *text, struct tm *time)
+{
+    for (const char *form : {"%H:%M:%S", "%H:%M"}) {
+        const char *end = Read(text, form, time);
+        if (end != nullptr && *end == '\0')
+            return true;
+        time->tm_sec = 0;
+    }
+    return false;
+}
+
+time_t LocalMoment(struct tm time)
+{
+    time.tm_isdst = -1;
+    return mktime(&time);
+}
+
+// The last time that the clock of the host showed this.
+std::optional<time_t> ParseClock(const std::string &text, time_t now)
+{
+    struct tm time {};
+    localtime_r(&now, &time);
+    if (!ReadsClock(text.c_str(), &time))
+        return std::nullopt;
+    const time_t moment = LocalMoment(time);
+    if (moment <= now)
+        return moment;
+    --time.tm_mday;
+    return LocalMoment(time);
+}
+
+std::optional<time_t> ParseDay(const std::string &text, time_t now)
+{
+    if (text != "today" && text != "yesterday")
+        return std::nullopt;
+    struct tm time {};
+    localtime_r(&now, &time);
+    time.tm_hour = time.tm_min = time.tm_sec = 0;
+    time.tm_mday -= text == "yesterday" ? 1 : 0;
+    return LocalMoment(time);
+}
+
+std::optional<time_t> ParseDate(const std::string &text)
+{
+    struct tm time {};
+    const char *rest = Read(text.c_str(), "%Y-%m-%d", &time);
+    if (rest == nullptr)
+        return std::nullopt;
+    if (*rest == '\0')
+        return LocalMoment(time);
+    if (*rest != ' ' && *rest != 'T')
+        return std::nullopt;
+    std::string clock = rest + 1;
+    // A shift from UTC: %z knows Z, +01:00 and +0100.
+    const size_t zone = clock.find_first_of("Z+-");
+    struct tm shift {};
+    if (zone != std::string::npos) {
+        const char *end = Read(clock.c_str() + zone, "%z", &shift);
+        if (end == nullptr || *end != '\0')
+            return std::nullopt;
+        clock.resize(zone);
+        clock.resize(std::min(clock.size(), clock.find('.'))); // parts of a second
+    }
+    if (!ReadsClock(clock.c_str(), &time))
+        return std::nullopt;
+    return zone != std::string::npos ? timegm(&time) - shift.tm_gmtoff : LocalMoment(time);
+}
+
+} // namespace
+
+int64_t ParseSince(const std::string &text, time_t now)
+{
+    if (const auto seconds = ParseWhile(text))
+        return (int64_t{now} - *seconds) * 1000;
+    auto moment = ParseClock(text, now);
+    if (!moment)
+        moment = ParseDay(text, now);
+    if (!moment)
+        moment = ParseDate(text);
+    if (!moment)
+        throw tarsk::Error("cannot use the time \"" + text + "\"", "its form is not known",
+                           "write 10m, 1h30m, 1d, 10:00, yesterday or \"2026-11-21 10:00\"");
+    return int64_t{*moment} * 1000;
+}
+
+} // namespace cli

@@ -1,0 +1,30 @@
+#include "agent/cli/temporary_folder.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "agent/libtarsk/error.h"
+
+namespace cli {
+
+namespace fs = std::filesystem;
+
+TemporaryFolder::TemporaryFolder()
+{
+    std::string name = (fs::temp_directory_path() / "syslogmon.XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr)
+        throw tarsk::Error("cannot create a temporary folder", strerror(errno),
+                           "make room in " + fs::temp_directory_path().string() +
+                               ", or name another place with TMPDIR");
+    path_ = name;
+}
+
+TemporaryFolder::~TemporaryFolder()
+{
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+}
+
+} // namespace cli

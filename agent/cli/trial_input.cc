@@ -1,0 +1,126 @@
+#include "agent/cli/trial_input.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "agent/common/log_files.h"
+#include "agent/common/text_file.h"
+#include "agent/libtarsk/error.h"
+#include "agent/libtarsk/waitable.h"
+
+namespace cli {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// How a compressed file begins, and what writes it out as text.
+struct Packing {
+    std::string_view head;
+    const char *reader;
+};
+constexpr Packing kPackings[] = {{"\x1F\x8B", "zcat"},
+                                 {"\xFD"
+                                  "7zXZ",
+                                  "xzcat"},
+                                 {"\x28\xB5\x2F\xFD", "zstdcat"},
+                                 {"BZh", "bzcat"}};
+
+[[noreturn]] void Fail(const std::string &name, const std::string &why)
+{
+    throw tarsk::Error("cannot read " + name, why, "name a log that can be read");
+}
+
+bool IsPipe(const std::string &name)
+{
+    struct stat status {};
+    return name == "-" || (stat(name.c_str(), &status) == 0 && S_ISFIFO(status.st_mode));
+}
+
+tarsk::Fd OpenPipe(const std::string &name)
+{
+    tarsk::Fd pipe(name == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
+                               : open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+    if (pipe.get() < 0)
+        Fail(agent::ShownName(name), strerror(errno));
+    return pipe;
+}
+
+void WriteAll(int file, std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t written = write(file, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            throw tarsk::Error("cannot copy a log into a temporary folder", strerror(errno),
+                               "make room, or name another place with TMPDIR");
+        bytes.remove_prefix(static_cast<size_t>(written));
+    }
+}
+
+void RefusePacked(const TrialLog &log)
+{
+    const std::string head = agent::ReadPart(log.path, 0, 8);
+    for (const Packing &packing : kPackings) {
+        if (head.starts_with(packing.head))
+            throw tarsk::Error("cannot try " + log.name, "it is compressed",
+                               std::string("hand it over as text: ") + packing.reader +
+                                   " FILE | syslogmon test -");
+    }
+}
+
+} // namespace
+
+TrialInput::TrialInput(const std::vector<std::string> &names, const std::function<bool()> &go_on)
+{
+    for (const std::string &name : names) {
+        TrialLog log;
+        log.name = agent::ShownName(name);
+        log.path = IsPipe(name) ? Copy(name, go_on) : fs::path(name);
+        const std::string why = agent::WhyUnreadable(log.path);
+        if (!why.empty())
+            Fail(log.name, why);
+        RefusePacked(log);
+        log.bytes = static_cast<int64_t>(fs::file_size(log.path));
+        logs_.push_back(std::move(log));
+    }
+}
+
+int64_t TrialInput::bytes() const
+{
+    int64_t sum = 0;
+    for (const TrialLog &log : logs_)
+        sum += log.bytes;
+    return sum;
+}
+
+fs::path TrialInput::Copy(const std::string &name, const std::function<bool()> &go_on)
+{
+    const tarsk::Fd pipe = OpenPipe(name);
+    if (!folder_)
+        folder_.emplace();
+    fs::path path = folder_->path() / std::to_string(logs_.size());
+    const tarsk::Fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (file.get() < 0)
+        Fail(path, strerror(errno));
+    std::array<char, size_t{64} * 1024> block{};
+    while (go_on()) {
+        const ssize_t got = read(pipe.get(), block.data(), block.size());
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            Fail(agent::ShownName(name), strerror(errno));
+        if (got == 0)
+            break;
+        WriteAll(file.get(), {block.data(), static_cast<size_t>(got)});
+    }
+    return path;
+}
+
+} // namespace cli
