@@ -1,13 +1,14 @@
 // alerts
-#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <thread>
 
+#include "agent/alerts/alert_json.h"
 #include "agent/alerts/alert_store.h"
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
+#include "agent/cli/since.h"
 #include "agent/common/alert_text.h"
 #include "agent/common/events.h"
 
@@ -26,40 +27,17 @@ struct AlertOptions {
     std::string since;
 };
 
-// "10m", "2h", "1d", "90s" before now, or a local time "2026-11-21 10:00[:00]". Milliseconds since
-// 1970.
-int64_t ParseSince(const std::string &text)
-{
-    using namespace std::chrono;
-    const int64_t now = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
-    int32_t amount = 0;
-    const char *last = text.data() + text.size();
-    const auto [unit, failed] = std::from_chars(text.data(), last, amount);
-    if (failed == std::errc() && amount >= 0 && unit + 1 == last) {
-        const std::string units = "smhd";
-        constexpr int64_t kSeconds[] = {1, 60, 3600, 86400};
-        const size_t index = units.find(*unit);
-        if (index != std::string::npos)
-            return now - (amount * kSeconds[index] * 1000);
-    }
-    for (const char *format : {"%Y-%m-%d %H:%M:%S", "%Y-%m-%d %H:%M", "%Y-%m-%d"}) {
-        struct tm local {};
-        const char *end = strptime(text.c_str(), format, &local);
-        if (end != nullptr && *end == '\0') {
-            local.tm_isdst = -1;
-            return int64_t{mktime(&local)} * 1000;
-        }
-    }
-    throw tarsk::Error("cannot use the time \"" + text + "\"", "its form is not known",
-                       "write 90s, 10m, 2h, 1d or \"2026-11-21 10:00\"");
-}
-
 json ToJson(const Alert &alert)
 {
-    json object = {{"id", alert.id},           {"key", alert.key},
-                   {"time_ms", alert.time_ms}, {"host", alert.host},
-                   {"source", alert.source},   {"event_id", agent::FormatEventId(alert.event_id)},
-                   {"count", alert.count},     {"message", alert.message}};
+    json object = {{"id", alert.id},
+                   {"key", alert.key},
+                   {"time", alerts::UtcTime(alert.time_ms)},
+                   {"time_ms", alert.time_ms},
+                   {"host", alert.host},
+                   {"source", alert.source},
+                   {"event_id", agent::FormatEventId(alert.event_id)},
+                   {"count", alert.count},
+                   {"message", alert.message}};
     if (alert.IsFolded()) {
         object["reports"] = alert.reports;
         object["last_time_ms"] = alert.last_time_ms;
@@ -81,8 +59,8 @@ void Print(const Context &context, const Alert &alert)
 
 int ShowAlerts(const Context &context, const AlertOptions &options)
 {
-    const int64_t since = options.since.empty() ? 0 : ParseSince(options.since);
-    context.Open();
+    const int64_t since = options.since.empty() ? 0 : ParseSince(options.since, time(nullptr));
+    context.OpenToRead();
     tarsk::Database &database = tarsk::HostStore().database();
     int64_t shown = 0;
     for (;;) {
@@ -93,7 +71,7 @@ int ShowAlerts(const Context &context, const AlertOptions &options)
             shown = found.back().id;
             continue;
         }
-        fflush(stdout);
+        FlushOutput();
         if (!options.follow)
             return kExitDone;
         std::this_thread::sleep_for(kLook);
@@ -105,7 +83,8 @@ void SetUpAlerts(CLI::App &app, Context &context, Action &action)
     auto options = std::make_shared<AlertOptions>();
     app.add_flag("-f,--follow", options->follow, "Go on with new ones until interrupted");
     app.add_option("--since", options->since,
-                   "Only from this time on: 90s, 10m, 2h, 1d ago, or \"2026-11-21 10:00\"")
+                   "Only from this time on: 10m, 1h30m or 1d ago, 10:00, yesterday, or "
+                   "\"2026-11-21 10:00\"")
         ->type_name("TIME");
     app.callback([&, options] { action = [&, options] { return ShowAlerts(context, *options); }; });
 }

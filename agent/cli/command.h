@@ -33,13 +33,21 @@ class NotRunning : public tarsk::Error {
     }
 };
 
+// Of the option --force.
+constexpr char kForceHelp[] = "Take keywords that a fault-tolerant server cannot use as regular "
+                              "expressions, or only slowly";
+
 // What every command can use.
 struct Context {
     tarsk::Layout layout;
-    bool json = false; // print JSON instead of text
+    bool json = false;          // print JSON instead of text
+    bool needs_no_root = false; // the command works whatever --root names
 
-    // Opens the store; call it before the registry is used. Throws tarsk::StoreError.
+    // Opens the store, creating it when there is none; call it before the registry is written.
+    // Throws tarsk::StoreError.
     void Open() const;
+    // For a command that only reads: a store that is not there is an error, and none is made.
+    void OpenToRead() const;
 };
 
 // Set by a command; run after the command line was understood. Returns the exit status.

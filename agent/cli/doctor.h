@@ -2,6 +2,7 @@
 #ifndef AGENT_CLI_DOCTOR_H
 #define AGENT_CLI_DOCTOR_H
 
+#include <algorithm>
 #include <functional>
 #include <optional>
 #include <string>
@@ -44,6 +45,13 @@ class Examination {
     void Finding(const std::string &looked_at, const std::string &found, const std::string &advice)
     {
         results_.push_back({check_, looked_at, Outcome::kFinding, found, advice});
+    }
+    // What an error says: its next step, behind the first semicolon, is the advice.
+    void Finding(const std::string &looked_at, const tarsk::Error &error)
+    {
+        const std::string text = error.what();
+        const size_t end = std::min(text.find("; "), text.size());
+        Finding(looked_at, text.substr(0, end), text.substr(std::min(end + 2, text.size())));
     }
     void Skipped(const std::string &looked_at, const std::string &why)
     {

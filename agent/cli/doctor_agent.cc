@@ -27,10 +27,12 @@ constexpr uint64_t kLittleSpace = uint64_t{64} * 1024 * 1024;
 
 constexpr char kStartDaemon[] = "start it with systemctl start syslogmond, or run syslogmond";
 
-std::string Megabytes(uint64_t bytes)
+std::string Amount(uint64_t bytes)
 {
+    const auto size = static_cast<double>(bytes);
     char text[48];
-    snprintf(text, sizeof text, "%.1f MB", static_cast<double>(bytes) / 1e6);
+    snprintf(text, sizeof text, size < 1e9 ? "%.1f MB" : "%.1f GB",
+             size / (size < 1e9 ? 1e6 : 1e9));
     return text;
 }
 
@@ -53,11 +55,11 @@ void CheckSpaceIn(const fs::path &folder, Examination *examination)
         examination->Finding(folder, "its file system has room for no further file",
                              "remove files that are not needed");
     else if (free_bytes < kLittleSpace)
-        examination->Finding(folder, "only " + Megabytes(free_bytes) + " are free",
+        examination->Finding(folder, "only " + Amount(free_bytes) + " are free",
                              "make room: a pass that does not fit on the disk is not stored, and "
                              "is read again until it fits");
     else
-        examination->Well(folder, Megabytes(free_bytes) + " are free");
+        examination->Well(folder, Amount(free_bytes) + " are free");
 }
 
 std::vector<agent::StoredSource> Sources()
@@ -135,10 +137,10 @@ bool CheckStore(const Context &context, Examination *examination)
         return false;
     }
     try {
-        context.Open();
+        context.OpenToRead();
         tarsk::HostStore().CheckIntegrity();
     } catch (const tarsk::Error &error) {
-        examination->Finding(store, error.what(), "do what it says");
+        examination->Finding(store, error);
         return false;
     }
     examination->Well(store, "it is whole");
@@ -165,8 +167,7 @@ void CheckWatching(const Context &context, Examination *examination)
 void CheckEvents(Examination *examination)
 {
     examination->Begin("events");
-    const bool fault_tolerant =
-        agent::GetSetting(tarsk::HostRegistry(), agent::FindSetting("fault-tolerant")) == "on";
+    const bool fault_tolerant = agent::IsFaultTolerant(tarsk::HostRegistry());
     size_t events = 0;
     const size_t findings = examination->Findings();
     for (const agent::StoredSource &source : Sources()) {
@@ -216,7 +217,7 @@ void CheckTable(const Context &context, Examination *examination)
                                       (*module.count == 1 ? " event" : " events"));
         });
     } catch (const tarsk::Error &error) {
-        examination->Finding("monitor module", error.what(), "do what it says");
+        examination->Finding("monitor module", error);
     }
 }
 

@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <cstring>
 #include <dirent.h>
-#include <fstream>
 #include <set>
+#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -26,8 +26,8 @@ namespace fs = std::filesystem;
 using agent::StampProblem;
 using agent::WatchedFile;
 
-constexpr size_t kNewestLines = 50;                // whose time stamps are looked at
-constexpr std::streamoff kNewestBytes = 64 * 1024; // that hold them, more or less
+constexpr size_t kNewestLines = 50;         // whose time stamps are looked at
+constexpr int64_t kNewestBytes = 64 * 1024; // that hold them, more or less
 
 // More than the monitor reads in a second: it does not get along.
 constexpr int64_t kMuchBehind = int64_t{1024} * 1024; // bytes
@@ -36,17 +36,17 @@ constexpr int64_t kMuchBehind = int64_t{1024} * 1024; // bytes
 
 std::vector<std::string> NewestLines(const fs::path &path)
 {
-    std::ifstream file(path, std::ios::binary | std::ios::ate);
-    const std::streamoff size = file.tellg();
     std::vector<std::string> lines;
-    if (!file || size <= 0)
+    std::error_code failed;
+    const auto size = static_cast<int64_t>(fs::file_size(path, failed));
+    if (failed)
         return lines;
-    const std::streamoff begin = std::max<std::streamoff>(0, size - kNewestBytes);
-    file.seekg(begin);
+    const int64_t begin = std::max<int64_t>(0, size - kNewestBytes);
+    std::istringstream newest(agent::ReadPart(path, begin, kNewestBytes));
     std::string line;
     if (begin > 0)
-        std::getline(file, line); // a part of one
-    while (std::getline(file, line))
+        std::getline(newest, line); // a part of one
+    while (std::getline(newest, line))
         lines.push_back(line);
     if (lines.size() > kNewestLines)
         lines.erase(lines.begin(), lines.end() - kNewestLines);
@@ -111,7 +111,7 @@ void CheckStampsOf(const MonitorModule &module, const fs::path &path, Examinatio
         examination->Finding(path,
                              std::to_string(stamps.problems[index]) + " of the newest " +
                                  std::to_string(stamps.lines) +
-                                 " lines cannot match any event, because of each can be said: " +
+                                 " lines cannot match any event. What is wrong with each: " +
                                  agent::StampProblemText(problem) +
                                  "; for example: " + stamps.examples[index],
                              advice);
@@ -291,13 +291,13 @@ void CheckStamps(const Context &context, const std::vector<WatchedFile> &files,
         for (const WatchedFile &file : files) {
             if (file.role == "file monitor")
                 continue; // its lines need none
-            if (access(file.path.c_str(), R_OK) != 0)
+            if (!agent::WhyUnreadable(file.path).empty())
                 examination->Skipped(file.path, "it cannot be read");
             else
                 CheckStampsOf(module, file.path, examination);
         }
     } catch (const tarsk::Error &error) {
-        examination->Finding("monitor module", error.what(), "do what it says");
+        examination->Finding("monitor module", error);
     }
 }
 
@@ -318,7 +318,7 @@ void CheckResumePoints(const Context &context, const std::vector<WatchedFile> &f
     for (const WatchedFile &file : files) {
         if (!file.resume_file.empty())
             examination->Well(file.path, "the monitor goes on in " + file.resume_file.string());
-        else if (access(file.path.c_str(), R_OK) != 0)
+        else if (!agent::WhyUnreadable(file.path).empty())
             examination->Skipped(file.path, "it cannot be read");
         else if (IsEmpty(file.path))
             examination->Well(file.path, "it has no lines yet");

@@ -5,16 +5,32 @@
 #include <sstream>
 
 #include "agent/cli/command.h"
+#include "agent/cli/output.h"
 #include "agent/common/daemon_lock.h"
+#include "agent/common/suggestion.h"
 
 namespace cli {
 
-void Context::Open() const
+namespace {
+
+void OpenAs(tarsk::Role role, const tarsk::Layout &layout)
 {
-    tarsk::StartHost(layout, tarsk::Role::kCommand);
+    tarsk::StartHost(layout, role);
     tarsk::HostStore().OnLongWait(
         [] { fprintf(stderr, "syslogmon: waiting for the monitor to finish its pass...\n"); });
     agent::DaemonLock::CheckStore(layout);
+}
+
+} // namespace
+
+void Context::Open() const
+{
+    OpenAs(tarsk::Role::kCommand, layout);
+}
+
+void Context::OpenToRead() const
+{
+    OpenAs(tarsk::Role::kReader, layout);
 }
 
 namespace {
@@ -64,6 +80,79 @@ void AddCommands(CLI::App &app, Context &context, Action &action)
     }
 }
 
+// ---- a command line that is wrong ----
+
+// The command that was meant, as far as it was understood.
+const CLI::App &DeepestParser(const CLI::App &app)
+{
+    const auto below = app.get_subcommands();
+    return below.empty() ? app : DeepestParser(*below.front());
+}
+
+// "event add"; "syslogmon" for none.
+std::string WordsOf(const CLI::App &parser)
+{
+    const CLI::App *parent = parser.get_parent();
+    if (parent == nullptr)
+        return parser.get_name();
+    return (parent->get_parent() == nullptr ? "" : WordsOf(*parent) + " ") + parser.get_name();
+}
+
+std::vector<std::string> NamesBelow(const CLI::App &parser)
+{
+    std::vector<std::string> names;
+    for (const CLI::App *below : parser.get_subcommands(nullptr))
+        names.push_back(below->get_name());
+    return names;
+}
+
+std::vector<std::string> OptionsOf(const CLI::App &parser)
+{
+    std::vector<std::string> names;
+    for (const CLI::App *of = &parser; of != nullptr; of = of->get_parent()) {
+        for (const CLI::Option *option : of->get_options()) {
+            for (const std::string &name : option->get_lnames())
+                names.push_back("--" + name);
+        }
+    }
+    return names;
+}
+
+// The first word that means nothing where it stands.
+std::string WhatIsUnknown(const CLI::App &parser, const std::string &word, const std::string &help)
+{
+    const std::vector<std::string> commands = NamesBelow(parser);
+    if (word.size() > 1 && word[0] == '-')
+        return tarsk::Error("cannot use the option " + word,
+                            WordsOf(parser) + " has none of that name",
+                            agent::Suggestion(word, OptionsOf(parser)) + help)
+            .what();
+    if (!commands.empty())
+        return tarsk::Error("cannot find the command \"" + word + "\"",
+                            "there is none of that name", agent::Suggestion(word, commands) + help)
+            .what();
+    return tarsk::Error("cannot use the word \"" + word + "\"",
+                        WordsOf(parser) + " takes no further word", help)
+        .what();
+}
+
+std::string UsageError(const CLI::App &app, const CLI::ParseError &error)
+{
+    const CLI::App &parser = DeepestParser(app);
+    const std::string words = WordsOf(parser);
+    const std::string help =
+        "see syslogmon " + (parser.get_parent() == nullptr ? "" : words + " ") + "--help";
+    const bool is_incomplete = dynamic_cast<const CLI::RequiredError *>(&error) != nullptr;
+    // What is there and not known says more than what is missing for it.
+    const std::vector<std::string> unknown = app.remaining(true);
+    if (!unknown.empty() &&
+        (is_incomplete || dynamic_cast<const CLI::ExtrasError *>(&error) != nullptr))
+        return WhatIsUnknown(parser, unknown.front(), help);
+    if (is_incomplete && !NamesBelow(parser).empty())
+        return tarsk::Error("cannot run " + words, "it needs a command behind it", help).what();
+    return tarsk::Error("cannot run " + words, error.what(), help).what();
+}
+
 int Run(int argc, char **argv)
 {
     CLI::App app("Sets up and asks the syslog monitor.", "syslogmon");
@@ -78,16 +167,16 @@ int Run(int argc, char **argv)
     AddCommands(app, context, action);
     try {
         app.parse(argc, argv);
-    } catch (const CLI::RequiredError &error) {
-        // What is there and not known says more than what is missing for it.
-        const std::vector<std::string> unknown = app.remaining(true);
-        app.exit(unknown.empty() ? static_cast<const CLI::Error &>(error)
-                                 : CLI::ExtrasError(unknown));
-        return kExitUsage;
+    } catch (const CLI::Success &asked) { // --help, --version
+        app.exit(asked);
+        return kExitDone;
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? kExitDone : kExitUsage;
+        PrintError(UsageError(app, error));
+        return kExitUsage;
     }
     context.layout = root.empty() ? tarsk::Layout::Find() : tarsk::Layout::Below(root);
+    if (!root.empty() && !context.needs_no_root)
+        context.layout.CheckRoot();
     return action();
 }
 
@@ -100,11 +189,13 @@ int main(int argc, char **argv)
     int status = cli::kExitFailed;
     try {
         status = cli::Run(argc, argv);
+        cli::FlushOutput();
     } catch (const cli::NotRunning &error) {
-        fprintf(stderr, "syslogmon: %s\n", error.what());
+        cli::PrintError(error.what());
         status = cli::kExitNotRunning;
     } catch (const std::exception &error) {
-        fprintf(stderr, "syslogmon: %s\n", error.what());
+        cli::PrintError(error.what());
+        status = cli::kExitFailed;
     }
     tarsk::StopHost();
     return status;

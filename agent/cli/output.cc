@@ -1,10 +1,13 @@
 #include "agent/cli/output.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <unistd.h>
 
 #include "agent/common/alert_text.h"
+#include "agent/libtarsk/error.h"
 
 namespace cli {
 
@@ -65,6 +68,26 @@ void Table::Print() const
     PrintAligned(heads_, widths);
     for (const auto &row : rows_)
         PrintAligned(row, widths);
+}
+
+void PrintValue(const std::string &text)
+{
+    printf("%s\n", IsTerminal() ? agent::Printable(text).c_str() : text.c_str());
+}
+
+void PrintError(const std::string &text)
+{
+    fprintf(stderr, "syslogmon: %s\n", agent::Printable(text).c_str());
+}
+
+void FlushOutput()
+{
+    errno = 0;
+    const bool flushed = fflush(stdout) == 0;
+    if (!flushed || ferror(stdout) != 0)
+        throw tarsk::Error("cannot write on standard output",
+                           errno != 0 ? strerror(errno) : "a part of it was not taken",
+                           "what was written is not complete: make room, and try again");
 }
 
 void PrintJson(nlohmann::json object)

@@ -26,6 +26,15 @@ class Table {
     std::vector<std::vector<std::string>> rows_;
 };
 
+// Prints a single text on a line of its own: byte for byte in a pipe, harmless on a terminal.
+void PrintValue(const std::string &text);
+
+// "syslogmon: " and the text, on standard error.
+void PrintError(const std::string &text);
+
+// Throws tarsk::Error when something that was printed could not be written.
+void FlushOutput();
+
 // Prints an object, with the version of its shape in it.
 void PrintJson(nlohmann::json object);
 

@@ -101,7 +101,11 @@ void SetUpScan(CLI::App &app, Context &context, Action &action)
     app.add_option("--timeout", options->timeout, "Seconds to wait at most")
         ->capture_default_str()
         ->type_name("SECONDS")
-        ->check(CLI::PositiveNumber);
+        ->check([](const std::string &word) {
+            double seconds = 0;
+            const bool is_good = CLI::detail::lexical_cast(word, seconds) && seconds > 0;
+            return is_good ? std::string() : word + " is no number of seconds above 0";
+        });
     app.callback([&, options] { action = [&, options] { return Scan(context, *options); }; });
 }
 

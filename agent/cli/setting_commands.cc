@@ -16,7 +16,7 @@ struct SettingOptions {
 
 int GetSettings(const Context &context, const SettingOptions &options)
 {
-    context.Open();
+    context.OpenToRead();
     auto &registry = tarsk::HostRegistry();
     if (!options.name.empty()) {
         const agent::Setting &setting = agent::FindSetting(options.name);
@@ -24,7 +24,7 @@ int GetSettings(const Context &context, const SettingOptions &options)
         if (context.json)
             PrintJson({{"settings", {{setting.name, value}}}});
         else
-            printf("%s\n", value.c_str());
+            PrintValue(value);
         return kExitDone;
     }
     json all = json::object();

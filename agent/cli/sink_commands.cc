@@ -266,7 +266,7 @@ std::string ErrorText(const Delivery &row, const std::string &error)
 
 int ListSinks(const Context &context, const SinkOptions &)
 {
-    context.Open();
+    context.OpenToRead();
     json list = json::array();
     Table table({"SINK", "KIND", "DELIVERED", "WAITING", "UNDELIVERED", "DROPPED", "LAST ERROR"});
     for (StoredSink &sink : Sinks().ReadAll()) {
@@ -303,7 +303,7 @@ void AddRows(Table &table, const View &view, const Delivery &row, int64_t undeli
 
 int ShowSink(const Context &context, const SinkOptions &options)
 {
-    context.Open();
+    context.OpenToRead();
     const View view = ViewOf(Sinks().Find(options.name));
     if (context.json) {
         PrintJson({{"sink", ToJson(view)}});
@@ -370,7 +370,7 @@ alerts::Outcome TestPeer(const SinkConfig &config, const std::string &peer)
 int TestSink(const Context &context, const SinkOptions &options)
 {
     signal(SIGPIPE, SIG_IGN); // a receiver that hangs up is an answer, too
-    context.Open();
+    context.OpenToRead();
     const SinkConfig config = SoundSink(options.name);
     Warn(config);
     json answers = json::array();
@@ -394,12 +394,16 @@ int TestSink(const Context &context, const SinkOptions &options)
 
 int Limit(const Context &context, const SinkOptions &options)
 {
-    context.Open();
+    const bool is_set = !options.limit.empty() || !options.megabytes.empty();
+    if (is_set)
+        context.Open();
+    else
+        context.OpenToRead();
     if (!options.limit.empty())
         Sinks().SetAlertLimit(options.limit);
     if (!options.megabytes.empty())
         Sinks().SetAlertMegabytes(options.megabytes);
-    if (!options.limit.empty() || !options.megabytes.empty()) {
+    if (is_set) {
         TellDaemonOfSinks();
         return kExitDone;
     }

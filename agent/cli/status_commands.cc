@@ -193,7 +193,7 @@ void PrintAsJson(const Daemon &daemon, const std::vector<WatchedFile> &files,
 
 int ShowStatus(const Context &context)
 {
-    context.Open();
+    context.OpenToRead();
     const Daemon daemon = LookAtDaemon(context);
     const auto files = agent::ReadWatchedFiles(tarsk::HostRegistry());
     const auto damaged = DamagedEvents();

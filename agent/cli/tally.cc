@@ -4,16 +4,12 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
-#include <sys/stat.h>
 
-#include "agent/common/log_files.h"
 #include "agent/common/names.h"
 #include "agent/libtarsk/error.h"
 #include "fileacc/fileacc.h"
 
 namespace cli {
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -181,18 +177,15 @@ bool Tally::FindsKeyword(const std::string &line, const std::string &keyword)
 
 // ---- a file ----
 
-void Tally::ReadFile(const fs::path &path, const std::function<bool(int64_t)> &step)
+void Tally::ReadLog(const TrialLog &log, const std::function<bool(int64_t)> &step)
 {
-    std::string why = agent::WhyUnreadable(path);
-    if (why.empty() && module_.init_file(path.c_str()) != 0)
-        why = strerror(errno);
-    if (!why.empty())
-        throw tarsk::Error("cannot read " + path.string(), why, "name a log that can be read");
+    if (module_.init_file(log.path.c_str()) != 0)
+        throw tarsk::Error("cannot read " + log.name, strerror(errno),
+                           "name a log that can be read");
     FileTally file;
-    file.path = path;
+    file.name = log.name;
     files_.push_back(std::move(file));
-    std::error_code ignored;
-    if (fs::file_size(path, ignored) > 0)
+    if (log.bytes > 0)
         ReadOpenFile(step);
     module_.finish_file();
 }
@@ -203,7 +196,7 @@ void Tally::ReadOpenFile(const std::function<bool(int64_t)> &step)
     int64_t pos = -1;
     char text[kLineBufferSize] = {};
     if (module_.goto_pos(&pos, text, kLineBufferSize) != 0)
-        throw tarsk::Error("cannot read " + file.path.string(), "it cannot be positioned",
+        throw tarsk::Error("cannot read " + file.name, "it cannot be positioned",
                            "name a log that is not being changed");
     // A line waits until the one behind it is known, because the repeats that follow belong to it.
     Sighting waiting;

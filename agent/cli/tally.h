@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -12,6 +11,7 @@
 #include <vector>
 
 #include "agent/cli/trial.h"
+#include "agent/cli/trial_input.h"
 #include "agent/common/stamps.h"
 
 namespace cli {
@@ -40,7 +40,7 @@ struct UnseenTally {
 };
 
 struct FileTally {
-    std::filesystem::path path;
+    std::string name;
     int64_t lines = 0;
     int64_t bytes = 0;
 };
@@ -56,10 +56,10 @@ class Tally {
     Tally(const Tally &) = delete;
     Tally &operator=(const Tally &) = delete;
 
-    // Reads a file from its first line to its last one, as a pass of the monitor does: repeats are
-    // added to the line before them. `step` is called for each line with the bytes of the file that
-    // are done; false ends the reading. Throws tarsk::Error when the file cannot be read.
-    void ReadFile(const std::filesystem::path &path, const std::function<bool(int64_t)> &step);
+    // Reads a log from its first line to its last one, as a pass of the monitor does: repeats are
+    // added to the line before them. `step` is called for each line with the bytes of the log that
+    // are done; false ends the reading. Throws tarsk::Error when the log cannot be read.
+    void ReadLog(const TrialLog &log, const std::function<bool(int64_t)> &step);
 
     // Checks one line for so many occurrences.
     void Check(Sighting &line, int times);

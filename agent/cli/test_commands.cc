@@ -11,8 +11,10 @@
 #include "agent/cli/tally.h"
 #include "agent/cli/text_input.h"
 #include "agent/cli/trial.h"
+#include "agent/cli/trial_input.h"
 #include "agent/common/alert_text.h"
 #include "agent/common/event_checks.h"
+#include "agent/common/expressions.h"
 #include "agent/common/names.h"
 #include "agent/common/rules_file.h"
 #include "fileacc/fileacc.h"
@@ -48,27 +50,49 @@ void Interrupt(int /*number*/)
 
 void TakeInterruptions()
 {
+    struct sigaction action {};
+    action.sa_handler = Interrupt; // without SA_RESTART: a pipe that is silent is left, too
     for (const int number : {SIGINT, SIGTERM, SIGHUP})
-        signal(number, Interrupt);
+        sigaction(number, &action, nullptr);
+}
+
+void EndIfInterrupted()
+{
+    if (interrupted)
+        throw tarsk::Error("the trial was interrupted", "nothing is shown",
+                           "let it come to its end, or try a part of the log");
 }
 
 // ---- the rules ----
 
-// Of the host. Without a store there are none, and none is made for a trial.
-RulesCopy HostRules(const Context &context, bool with_events)
+RulesCopy HostRules(const Context &context)
 {
-    if (!std::filesystem::exists(context.layout.Store()))
-        return {};
-    context.Open();
-    return CopyRules(tarsk::HostRegistry(), with_events);
+    context.OpenToRead();
+    return CopyRules(tarsk::HostRegistry(), true);
 }
 
-// The events of a rules file, and nothing else, on this host.
+// The settings and products of the host. Without a store there are none; for somebody who may not
+// read it, it is said that they are not known.
+RulesCopy HostSettings(const Context &context)
+{
+    std::error_code failed;
+    if (!std::filesystem::exists(context.layout.Store(), failed) && !failed)
+        return {};
+    try {
+        context.OpenToRead();
+        return CopyRules(tarsk::HostRegistry(), false);
+    } catch (const tarsk::Error &error) {
+        PrintError(std::string("warning: the settings of this host are not used: ") + error.what());
+        return {};
+    }
+}
+
+// The events of a rules file, and nothing else, with the settings of this host.
 RulesCopy FileRules(const Context &context, const std::string &file)
 {
     const auto parsed = agent::ParseRules(agent::ReadWholeFile(file, agent::kMaxRulesFile));
     RefuseIfFaulty(context, "try", file, parsed.issues);
-    RulesCopy rules = HostRules(context, false);
+    RulesCopy rules = HostSettings(context);
     for (const agent::Rule &rule : parsed.rules)
         rules.events.push_back(rule.event);
     return rules;
@@ -85,7 +109,7 @@ std::string Shown(const std::string &line)
 
 std::string Place(const Tally &tally, const Sighting &line)
 {
-    return tally.files()[line.file].path.string() + ":" + std::to_string(line.number);
+    return tally.files()[line.file].name + ":" + std::to_string(line.number);
 }
 
 std::string Shown(const Tally &tally, const std::optional<Sighting> &line)
@@ -149,9 +173,7 @@ json ToJson(const Tally &tally, const std::optional<Sighting> &line)
 {
     if (!line)
         return nullptr;
-    return {{"file", tally.files()[line->file].path.string()},
-            {"line", line->number},
-            {"text", line->text}};
+    return {{"file", tally.files()[line->file].name}, {"line", line->number}, {"text", line->text}};
 }
 
 json EventsAsJson(const Tally &tally)
@@ -202,7 +224,7 @@ void PrintAsJson(const Tally &tally, const LeftOut &left_out)
 {
     json files = json::array();
     for (const FileTally &file : tally.files())
-        files.push_back({{"file", file.path.string()}, {"lines", file.lines}});
+        files.push_back({{"file", file.name}, {"lines", file.lines}});
     PrintJson({{"files", files},
                {"lines", tally.lines()},
                {"repeats", tally.repeats()},
@@ -212,30 +234,19 @@ void PrintAsJson(const Tally &tally, const LeftOut &left_out)
                {"unseen", UnseenAsJson(tally)}});
 }
 
-int64_t SizeOf(const std::vector<std::string> &files)
-{
-    int64_t bytes = 0;
-    for (const std::string &file : files) {
-        std::error_code unknown;
-        const auto size = std::filesystem::file_size(file, unknown);
-        bytes += unknown ? 0 : static_cast<int64_t>(size);
-    }
-    return bytes;
-}
-
 void ReadFiles(const std::vector<std::string> &files, Tally *tally)
 {
-    Progress progress(SizeOf(files));
+    const TrialInput input(files, [] { return !interrupted; });
+    EndIfInterrupted();
+    Progress progress(input.bytes());
     int64_t bytes = 0;
-    for (const std::string &file : files) {
-        tally->ReadFile(file, [&](int64_t done) {
+    for (const TrialLog &log : input.logs()) {
+        tally->ReadLog(log, [&](int64_t done) {
             if (tally->lines() % 256 == 0)
                 progress.Show(bytes + done, tally->lines());
             return !interrupted;
         });
-        if (interrupted)
-            throw tarsk::Error("the trial was interrupted", "nothing is shown",
-                               "let it come to its end, or try a part of the log");
+        EndIfInterrupted();
         bytes += tally->files().back().bytes;
     }
 }
@@ -373,9 +384,11 @@ void ExplainLine(const Context &context, const TestOptions &options, MonitorModu
 int Test(const Context &context, const TestOptions &options)
 {
     TakeInterruptions();
-    const RulesCopy rules =
-        options.rules.empty() ? HostRules(context, true) : FileRules(context, options.rules);
-    RunTrial(context.layout, rules, [&](MonitorModule &module) {
+    const bool has_file = !options.rules.empty();
+    const RulesCopy rules = has_file ? FileRules(context, options.rules) : HostRules(context);
+    // The rules of a file need nothing of an installation but the module of this program.
+    const tarsk::Layout libraries = has_file ? tarsk::Layout::Find() : context.layout;
+    RunTrial(libraries, rules, [&](MonitorModule &module) {
         if (options.explain)
             ExplainLine(context, options, module);
         else
@@ -387,13 +400,14 @@ int Test(const Context &context, const TestOptions &options)
 void SetUpTest(CLI::App &app, Context &context, Action &action)
 {
     auto options = std::make_shared<TestOptions>();
-    app.add_option("file", options->files, "Logs to be read, each from its first line to its last");
+    app.add_option("file", options->files,
+                   "Logs to be read, each from its first line to its last; - reads standard input");
     app.add_option("--explain", options->explain,
                    "Say for this one line, and for every event, why it matches or does not")
         ->type_name("LINE");
     app.add_option("--rules", options->rules,
-                   "Try the events of this rules file, instead of those of this host; - reads "
-                   "standard input")
+                   "Try the events of this rules file, instead of those of this host, without "
+                   "its store and as any user; - reads standard input")
         ->type_name("FILE");
     app.add_flag("--line-hours", options->line_hours,
                  "Count a line in the hour of its own time stamp. The monitor, and a trial without "
@@ -402,7 +416,12 @@ void SetUpTest(CLI::App &app, Context &context, Action &action)
                "stored, and no daemon is needed.");
     app.callback([&, options] {
         if (options->files.empty() == !options->explain)
-            throw CLI::ValidationError("test", "name logs to be tried, or one line with --explain");
+            throw CLI::ValidationError("name logs to be tried, or one line with --explain");
+        const auto inputs = std::count(options->files.begin(), options->files.end(), "-") +
+                            (options->rules == "-" ? 1 : 0);
+        if (inputs > 1)
+            throw CLI::ValidationError("standard input (-) can be read only once");
+        context.needs_no_root = !options->rules.empty();
         action = [&, options] { return Test(context, *options); };
     });
 }

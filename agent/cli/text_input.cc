@@ -1,8 +1,6 @@
 #include "agent/cli/text_input.h"
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 
 #include "agent/cli/output.h"
 #include "agent/common/alert_text.h"
@@ -27,14 +25,13 @@ void RefuseIfFaulty(const Context &context, const std::string &doing, const std:
     }
     if (context.json)
         PrintJson({{"errors", list}});
-    throw Refused(doing, path, issues.size());
+    throw Refused(doing, path, agent::CountMistakes(issues));
 }
 
 void PrintFile(const std::string &text)
 {
-    if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0)
-        throw tarsk::Error("cannot write the file", strerror(errno),
-                           "what was written of it is not complete: make room, and try again");
+    fwrite(text.data(), 1, text.size(), stdout);
+    FlushOutput();
 }
 
 } // namespace cli

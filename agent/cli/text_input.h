@@ -10,14 +10,14 @@
 
 namespace cli {
 
-// A file was refused: its issues were shown, and nothing was changed.
+// A file was refused: its issues were shown, and nothing was done.
 class Refused : public tarsk::Error {
   public:
-    Refused(const std::string &doing, const std::string &path, size_t issues)
+    Refused(const std::string &doing, const std::string &path, size_t mistakes)
         : tarsk::Error("cannot " + doing + " " + agent::ShownName(path),
-                       issues == 1 ? "it has a mistake"
-                                   : "it has " + std::to_string(issues) + " mistakes",
-                       "mend what is said above; nothing was changed")
+                       mistakes == 1 ? "it has a mistake"
+                                     : "it has " + std::to_string(mistakes) + " mistakes",
+                       "correct what is said above; nothing was done")
     {
     }
 };
@@ -27,7 +27,8 @@ class Refused : public tarsk::Error {
 void RefuseIfFaulty(const Context &context, const std::string &doing, const std::string &path,
                     const std::vector<agent::Issue> &issues);
 
-// Prints a whole file on standard output. Throws tarsk::Error when not all of it could be written.
+// Prints a whole file, byte for byte, on standard output. Throws tarsk::Error when not all of it
+// could be written.
 void PrintFile(const std::string &text);
 
 } // namespace cli

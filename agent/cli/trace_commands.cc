@@ -9,17 +9,18 @@ namespace {
 
 int Level(const Context &context, const std::string &level)
 {
-    context.Open();
     const agent::Setting &setting = agent::FindSetting("trace-level");
     if (!level.empty()) {
+        context.Open();
         agent::ChangeSetting(tarsk::HostRegistry(), setting, level);
         return kExitDone;
     }
+    context.OpenToRead();
     const std::string current = agent::GetSetting(tarsk::HostRegistry(), setting);
     if (context.json)
         PrintJson({{"trace_level", current}});
     else
-        printf("%s\n", current.c_str());
+        PrintValue(current);
     return kExitDone;
 }
 

@@ -1,12 +1,12 @@
 #include "agent/cli/trial.h"
 
-#include <cerrno>
 #include <cstring>
 #include <exception>
 #include <map>
-#include <unistd.h>
 
+#include "agent/cli/temporary_folder.h"
 #include "agent/common/names.h"
+#include "agent/common/reg_import.h"
 #include "agent/libtarsk/convert.h"
 #include "agent/libtarsk/error.h"
 #include "agent/libtarsk/host.h"
@@ -24,30 +24,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// A folder that is gone at the end.
-class TemporaryFolder {
-  public:
-    TemporaryFolder()
-    {
-        std::string name = (fs::temp_directory_path() / "syslogmon.XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr)
-            throw tarsk::Error("cannot create a temporary folder", strerror(errno),
-                               "make room in " + fs::temp_directory_path().string() +
-                                   ", or name another place with TMPDIR");
-        path_ = name;
-    }
-    ~TemporaryFolder()
-    {
-        std::error_code ignored;
-        fs::remove_all(path_, ignored);
-    }
-    TemporaryFolder(const TemporaryFolder &) = delete;
-    TemporaryFolder &operator=(const TemporaryFolder &) = delete;
-    [[nodiscard]] const fs::path &path() const { return path_; }
-
-  private:
-    fs::path path_;
-};
 
 // The host of a trial: the libraries of the real one, and everything else in a folder of its own.
 class PrivateHost {
@@ -62,7 +38,7 @@ class PrivateHost {
         tarsk::Transaction transaction(tarsk::HostStore());
         auto &registry = tarsk::HostRegistry();
         registry.Create(tarsk::kRootKey, agent::kApplicationKey);
-        for (const RulesCopy::Key &key : rules.keys) {
+        for (const agent::RegKeyContent &key : rules.keys) {
             const tarsk::KeyId copy = registry.Create(tarsk::kRootKey, key.path);
             for (const tarsk::RegValue &value : key.values)
                 registry.Set(copy, value.name, value.type, value.data);
@@ -91,9 +67,8 @@ void CopyTree(tarsk::RegistryTree &registry, const std::string &path, RulesCopy 
     const auto key = registry.Find(tarsk::kRootKey, path);
     if (!key)
         return;
-    copy->keys.push_back({path, registry.Values(*key)});
-    for (const std::string &name : registry.SubKeys(*key))
-        CopyTree(registry, path + "\\" + name, copy);
+    const auto keys = agent::ReadRegKeys(registry, *key, path);
+    copy->keys.insert(copy->keys.end(), keys.begin(), keys.end());
 }
 
 // The module has not come to its start: one event that cannot be loaded is enough.

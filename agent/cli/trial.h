@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "agent/common/events.h"
+#include "agent/common/reg_text.h"
 #include "agent/libtarsk/layout.h"
 #include "agent/libtarsk/library.h"
 #include "agent/libtarsk/registry_tree.h"
@@ -54,11 +55,7 @@ class MonitorModule {
 
 // The keys of the registry that a trial needs, with all that is below them.
 struct RulesCopy {
-    struct Key {
-        std::string path; // below HKEY_LOCAL_MACHINE
-        std::vector<tarsk::RegValue> values;
-    };
-    std::vector<Key> keys;                  // parents first, in the order of their creation
+    std::vector<agent::RegKeyContent> keys; // parents first, in the order of their creation
     std::vector<agent::EventRecord> events; // in addition
 };
 

@@ -1,7 +1,11 @@
 #include "agent/common/alert_text.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
+#include <string_view>
+
+#include "agent/common/utf8.h"
 
 namespace agent {
 
@@ -15,26 +19,14 @@ std::string LocalTime(int64_t time_ms)
     return text;
 }
 
-namespace {
-
-// Does a control character from U+0080 to U+009F, which has two bytes in UTF-8, stand here?
-bool IsLongControl(const std::string &text, size_t at)
-{
-    return text[at] == '\xC2' && at + 1 < text.size() &&
-           (static_cast<unsigned char>(text[at + 1]) & 0xE0U) == 0x80U;
-}
-
-} // namespace
-
 std::string Printable(const std::string &text)
 {
     std::string shown;
-    for (size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        const bool is_control = (static_cast<unsigned char>(c) < ' ' && c != '\t') || c == 0x7F;
-        const bool is_long_control = IsLongControl(text, i);
-        shown += is_control || is_long_control ? '?' : c;
-        i += is_long_control ? 1 : 0;
+    for (std::string_view rest = text; !rest.empty();) {
+        const Character character = FirstCharacter(rest);
+        const bool is_shown = character.bytes > 0 && !IsInvisible(character.code);
+        shown += is_shown ? rest.substr(0, character.bytes) : "?";
+        rest.remove_prefix(std::max<size_t>(character.bytes, 1));
     }
     return shown;
 }

@@ -16,7 +16,8 @@ std::string AlertLine(const alerts::Alert &alert);
 // "2026-11-21 10:00:01", local time.
 std::string LocalTime(int64_t time_ms);
 
-// Text from a log, made harmless for a terminal.
+// Text from a log, made harmless for a terminal: "?" for each control character, for what turns the
+// direction of writing, and for each byte that is not UTF-8.
 std::string Printable(const std::string &text);
 
 } // namespace agent

@@ -4,10 +4,11 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <fstream>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "agent/common/names.h"
+#include "agent/libtarsk/waitable.h"
 #include "platform/registry.h"
 
 namespace agent {
@@ -19,6 +20,7 @@ namespace {
 constexpr char kLogDir[] = "/var/log";
 constexpr char kVmkernelLog[] = "/var/log/vmkernel";
 constexpr int kMaxVmkernelBackups = 4;
+constexpr size_t kBlockBytes = 16384; // that the monitor reads in one go
 
 struct Slot {
     const char *role;
@@ -72,12 +74,10 @@ std::optional<int64_t> SizeOf(const fs::path &path)
     return status.st_size;
 }
 
-std::string FirstLine(const fs::path &path)
+// Does the file begin with this line? Only so much of it is read as the monitor has stored.
+bool BeginsWith(const fs::path &path, const std::string &head_line)
 {
-    std::ifstream file(path, std::ios::binary);
-    std::string line;
-    std::getline(file, line);
-    return line;
+    return ReadPart(path, 0, head_line.size()) == head_line;
 }
 
 time_t ModifiedAt(const fs::path &path)
@@ -129,15 +129,13 @@ std::vector<fs::path> Backups(const fs::path &live)
     return dated;
 }
 
-// The end of the line at a position: where the first unchecked line begins.
+// The end of the line at a position: where the first unchecked line begins. A line without an end
+// within a block of the monitor is taken by it in pieces.
 int64_t EndOfLine(const fs::path &path, int64_t position)
 {
-    std::ifstream file(path, std::ios::binary);
-    file.seekg(position);
-    std::string line;
-    std::getline(file, line);
-    const bool ended = !file.eof() && file.good();
-    return position + static_cast<int64_t>(line.size()) + (ended ? 1 : 0);
+    const std::string line = ReadPart(path, position, kBlockBytes);
+    const size_t end = line.find('\n');
+    return position + static_cast<int64_t>(end != std::string::npos ? end + 1 : line.size());
 }
 
 void Locate(const Key &key, const Slot &slot, WatchedFile *file)
@@ -153,7 +151,7 @@ void Locate(const Key &key, const Slot &slot, WatchedFile *file)
     int64_t newer = 0;
     for (const fs::path &candidate : RotationSet(file->path)) {
         const auto size = SizeOf(candidate);
-        if (size && FirstLine(candidate).rfind(*head_line, 0) == 0) {
+        if (size && BeginsWith(candidate, *head_line)) {
             file->resume_file = candidate;
             file->position = position;
             file->done = *position < 0 ? 0 : EndOfLine(candidate, *position);
@@ -202,6 +200,27 @@ std::vector<fs::path> RotationSet(const fs::path &live)
     std::vector<fs::path> files = Backups(live);
     files.insert(files.begin(), live);
     return files;
+}
+
+std::string ReadPart(const fs::path &path, int64_t offset, size_t bytes)
+{
+    const tarsk::Fd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    struct stat status {};
+    if (file.get() < 0 || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
+        return {};
+    std::string part(bytes, '\0');
+    size_t have = 0;
+    while (have < bytes) {
+        const ssize_t got =
+            pread(file.get(), part.data() + have, bytes - have, offset + static_cast<off_t>(have));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            break;
+        have += static_cast<size_t>(got);
+    }
+    part.resize(have);
+    return part;
 }
 
 std::string WhyUnreadable(const fs::path &path)

@@ -33,6 +33,10 @@ std::vector<std::filesystem::path> WatchedPaths(tarsk::RegistryTree &registry);
 // A watched file and its backups, newest first: the order in which the monitor looks for its place.
 std::vector<std::filesystem::path> RotationSet(const std::filesystem::path &live);
 
+// At most so many bytes of a file from an offset on; nothing when it is no regular file or cannot be
+// read. Nothing else is ever opened: a pipe would be waited for.
+std::string ReadPart(const std::filesystem::path &path, int64_t offset, size_t bytes);
+
 // Why a log cannot be read, as it stands in messages; empty: it can.
 std::string WhyUnreadable(const std::filesystem::path &path);
 

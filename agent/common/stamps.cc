@@ -14,7 +14,8 @@ namespace {
     "make the syslog daemon write traditional time stamps (Nov 21 10:00:01): with rsyslog, add "   \
     "template=\"RSYSLOG_TraditionalFileFormat\" to the action that writes the file, or "           \
     "$ActionFileDefaultTemplate RSYSLOG_TraditionalFileFormat before it; with syslog-ng, set "     \
-    "ts-format(bsd) in its destination"
+    "ts-format(bsd) in its destination; or watch the file with syslogmon set file-monitor, which " \
+    "needs no time stamps"
 
 struct Row {
     StampProblem problem;

@@ -61,10 +61,21 @@ bool IsUtf8(std::string_view text)
     return true;
 }
 
+namespace {
+
+// Marks, embeddings, overrides and isolates of the direction of writing.
+bool IsDirection(char32_t code)
+{
+    return code == 0x061C || code == 0x200E || code == 0x200F ||
+           (code >= 0x202A && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
+}
+
+} // namespace
+
 bool IsInvisible(char32_t code)
 {
     return (code < 0x20 && code != '\t') || (code >= 0x7F && code < 0xA0) || code == 0x2028 ||
-           code == 0x2029 || code == 0xFEFF || (code & 0xFFFEU) == 0xFFFE;
+           code == 0x2029 || IsDirection(code) || code == 0xFEFF || (code & 0xFFFEU) == 0xFFFE;
 }
 
 void AppendUtf8(char32_t code, std::string *text)

@@ -18,7 +18,8 @@ Character FirstCharacter(std::string_view text);
 
 bool IsUtf8(std::string_view text);
 
-// A control character, or one that no editor shows: a tab is none.
+// A control character, or one that no editor shows, or that turns round what stands behind it: a
+// tab is none.
 bool IsInvisible(char32_t code);
 
 void AppendUtf8(char32_t code, std::string *text);

@@ -1,6 +1,8 @@
 #include "agent/libtarsk/host.h"
 
+#include <filesystem>
 #include <memory>
+#include <system_error>
 
 #include "agent/libtarsk/error.h"
 #include "agent/libtarsk/trace_log.h"
@@ -33,11 +35,25 @@ Host &Started()
     return *host;
 }
 
+void CheckStoreIsThere(const std::filesystem::path &store)
+{
+    std::error_code failed;
+    if (!std::filesystem::exists(store, failed))
+        throw StoreError("cannot open " + store.string(),
+                         failed ? failed.message() : "it is not there",
+                         failed ? "run as root"
+                                : "start the daemon, or register events with syslogmon apply or "
+                                  "syslogmon event add");
+}
+
 } // namespace
 
 void StartHost(const Layout &layout, Role role)
 {
-    layout.CreateFolders();
+    if (role == Role::kReader)
+        CheckStoreIsThere(layout.Store());
+    else
+        layout.CreateFolders();
     auto started = std::make_unique<Host>(layout, role);
     if (role == Role::kDaemon) {
         started->store.CheckIntegrity();

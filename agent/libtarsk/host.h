@@ -13,6 +13,7 @@ namespace tarsk {
 enum class Role {
     kDaemon,  // runs the module: writes belong to passes, the trace log is written
     kCommand, // a command beside it: each write stands for itself, no trace log
+    kReader,  // a command that only reads: it makes no folder and no store
 };
 
 // Opens the store, creates the folders, starts the trace log. Throws StoreError; the host is then

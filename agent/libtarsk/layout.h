@@ -29,8 +29,12 @@ struct Layout {
     static Layout Below(const std::filesystem::path &root);
 
     // The layout for a program without --root: the install root in whose bin folder the program
-    // lies, or else the packaged installation.
+    // lies, or else the packaged installation. Throws Error for a program in the bin folder of an
+    // install root whose module is missing: another installation would be worked on in silence.
     static Layout Find();
+
+    // Throws Error when the root is none: neither the module nor a store is below it.
+    void CheckRoot() const;
 
     // Creates the folders for store, run time and trace, for this user alone. Those of an earlier
     // version that others may read are put right. Throws StoreError when one cannot be made.

@@ -57,13 +57,24 @@ TEST_F(AlertText, TimeIsLocal)
 TEST_F(AlertText, KeepsTextOfAnyAlphabetAndTabs)
 {
     EXPECT_EQ("äあ😀\t|", agent::Printable("äあ😀\t|"));
-    EXPECT_EQ("\xFF\xE9", agent::Printable("\xFF\xE9"));
 }
 
 TEST_F(AlertText, ShowsControlCharactersAsQuestionMarks)
 {
     EXPECT_EQ("?[31m? ??", agent::Printable("\x1B[31m\x07 \x7F\n"));
     EXPECT_EQ("a?b", agent::Printable(std::string("a\0b", 3)));
+}
+
+TEST_F(AlertText, ShowsBytesThatAreNotUtf8AsQuestionMarks)
+{
+    // 0x9B is what ESC [ is for a terminal of eight bits.
+    EXPECT_EQ("?31m ?? \u00E4", agent::Printable("\x9B"
+                                                 "31m \xFF\xE9 \u00E4"));
+}
+
+TEST_F(AlertText, ShowsNothingThatTurnsTheDirectionOfWriting)
+{
+    EXPECT_EQ("a?b?c???", agent::Printable("a\u202Eb\u2066c\u200F\u061C\u2029"));
 }
 
 TEST_F(AlertText, ShowsNoControlCharacterOfTwoBytes)

@@ -83,6 +83,7 @@ TEST_F(AlertsCommand, AsJsonAreOneObjectALine)
     const test::Finished finished = Syslogmon({"--json", "alerts"});
     EXPECT_EQ((json{{"id", 1},
                     {"key", key},
+                    {"time", "2026-11-21T10:00:01.000Z"},
                     {"time_ms", kMoment},
                     {"host", "host"},
                     {"source", "DISK"},
@@ -125,24 +126,31 @@ TEST_F(AlertsCommand, SinceATimeOrAWhileAgo)
     EXPECT_EQ((Strings{"before", "at", "an hour ago", "now"}), Messages({"--since", "2026-11-21"}));
     EXPECT_EQ(Strings{"now"}, Messages({"--since", "50m"}));
     EXPECT_EQ(Strings{"now"}, Messages({"--since", "3000s"}));
+    EXPECT_EQ((Strings{"an hour ago", "now"}), Messages({"--since", "1h0m30s"}));
+    EXPECT_EQ((Strings{"at", "an hour ago", "now"}), Messages({"--since", "2026-11-21T10:00:01"}));
+    EXPECT_EQ((Strings{"at", "an hour ago", "now"}),
+              Messages({"--since", "2026-11-21T10:00:01.000Z"}));
+    EXPECT_EQ((Strings{"at", "an hour ago", "now"}),
+              Messages({"--since", "2026-11-21T11:00:01+01:00"}));
     EXPECT_EQ("now", Messages({"--since", "1d"}).back());
 }
 
 TEST_F(AlertsCommand, ATimeOfAnotherFormIsRefused)
 {
     for (const char *time :
-         {"yesterday", "10", "10x", "-5m", "10m later", "2026-13-01", "21.11.2026", "m"})
+         {"tomorrow", "10", "10x", "30m1h", "1h1h", "25:00", "2026-11-21T", "2026-11-21T10:00+x",
+          "-5m", "10m later", "2026-13-01", "21.11.2026", "m"})
         ExpectFailed({"alerts", "--since", time},
                      std::string("cannot use the time \"") + time +
-                         "\": its form is not known; write 90s, 10m, 2h, 1d or \"2026-11-21 "
-                         "10:00\"");
+                         "\": its form is not known; write 10m, 1h30m, 1d, 10:00, yesterday "
+                         "or \"2026-11-21 10:00\"");
 }
 
 TEST_F(AlertsCommand, AWhileThatIsNoNumberOfIntsSizeIsRefused)
 {
     ExpectFailed({"alerts", "--since", "99999999999s"},
-                 "cannot use the time \"99999999999s\": its form is not known; write 90s, 10m, 2h, "
-                 "1d or \"2026-11-21 10:00\"");
+                 "cannot use the time \"99999999999s\": its form is not known; write 10m, 1h30m, "
+                 "1d, 10:00, yesterday or \"2026-11-21 10:00\"");
 }
 
 TEST_F(AlertsCommand, MoreThanAreReadAtOnceAreAllShown)

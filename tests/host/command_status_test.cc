@@ -1,5 +1,6 @@
 // syslogmon status, scan.
 #include <chrono>
+#include <sys/stat.h>
 
 #include <nlohmann/json.hpp>
 
@@ -229,6 +230,31 @@ TEST_F(StatusCommand, ALogIsBehindByTheBytesAfterItsLastCheckedLine)
     EXPECT_EQ(29, FileInStatus("system log")["behind"]);
 }
 
+TEST_F(StatusCommand, ALineWithoutAnEndIsReadNoFurtherThanTheMonitorReadsIt)
+{
+    WriteLog("messages", "head\n");
+    const auto log = LogFolder() / "messages";
+    constexpr int64_t kHuge = int64_t{1} << 40; // with holes: nobody could read it whole
+    std::filesystem::resize_file(log, kHuge);
+    StoreResumePoint("", "head", 5);
+    EXPECT_EQ(FileEntry("system log", "/var/log/messages", "/var/log/messages", 5,
+                        kHuge - 5 - 16384, nullptr),
+              FileInStatus("system log"));
+    std::filesystem::remove(log);
+    test::WriteFile(log, "");
+    std::filesystem::resize_file(log, kHuge); // its first line has no end, either
+    EXPECT_EQ(nullptr, FileInStatus("system log")["resume_file"]);
+}
+
+TEST_F(StatusCommand, APipeInThePlaceOfALogIsNotWaitedFor)
+{
+    ASSERT_EQ(0, mkfifo((LogFolder() / "messages").c_str(), 0600));
+    StoreResumePoint("", "head", 5);
+    EXPECT_EQ(FileEntry("system log", "/var/log/messages", nullptr, nullptr, nullptr,
+                        "it is no regular file"),
+              FileInStatus("system log"));
+}
+
 TEST_F(StatusCommand, ARotatedLogIsBehindByItsRestAndEverythingNewer)
 {
     WriteLog("messages", "new\n");              // 4
@@ -377,7 +403,9 @@ TEST_F(StatusCommand, ScanWithWaitEndsWithThreeWhenTheDaemonGoesAway)
 TEST_F(StatusCommand, ScanWithAWrongTimeoutIsWrongUsage)
 {
     for (const char *seconds : {"0", "-1", "soon"})
-        ExpectUsage({"scan", "--wait", "--timeout", seconds}, "--timeout");
+        ExpectUsage({"scan", "--wait", "--timeout", seconds},
+                    "cannot run scan: --timeout: " + std::string(seconds) +
+                        " is no number of seconds above 0; see syslogmon scan --help");
 }
 
 } // namespace

@@ -2,6 +2,12 @@
 
 namespace test {
 
+CommandTest::CommandTest()
+{
+    StartHere();
+    tarsk::StopHost();
+}
+
 CommandTest::~CommandTest()
 {
     tarsk::StopHost();
@@ -37,6 +43,8 @@ void CommandTest::ExpectUsage(const Words &words, const std::string &part) const
     EXPECT_EQ(2, finished.status);
     EXPECT_EQ("", finished.out);
     EXPECT_NE(std::string::npos, finished.err.find(part)) << finished.err;
+    EXPECT_TRUE(finished.err.starts_with("syslogmon: ")) << finished.err;
+    EXPECT_EQ(finished.err.size() - 1, finished.err.find('\n')) << "one line: " << finished.err;
     EXPECT_EQ(before, Registry());
 }
 

@@ -11,6 +11,8 @@ namespace test {
 
 class CommandTest : public RootTest {
   protected:
+    // With an empty store, which is what makes the folder an install root.
+    CommandTest();
     ~CommandTest() override;
 
     [[nodiscard]] Finished Syslogmon(const Words &words) const;
@@ -19,7 +21,7 @@ class CommandTest : public RootTest {
     void ExpectDone(const Words &words) const { ExpectOutput(words, ""); }
     // The command fails with this text, prints nothing else, and has changed nothing.
     void ExpectFailed(const Words &words, const std::string &error, int status = 1) const;
-    // The words of the command are wrong; what is said about it has this text in it.
+    // The words of the command are wrong; what is said about it, in one line, has this text in it.
     void ExpectUsage(const Words &words, const std::string &part) const;
     // What the command prints with --json. A test that calls Json includes <nlohmann/json.hpp>, which
     // takes seconds to compile; JsonText goes with tests/support/json_text.h.

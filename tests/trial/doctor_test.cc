@@ -2,6 +2,7 @@
 #include <csignal>
 #include <ctime>
 #include <filesystem>
+#include <sys/stat.h>
 #include <thread>
 
 #include <nlohmann/json.hpp>
@@ -167,7 +168,7 @@ TEST_F(Doctor, AMonitorThatKeepsEndingIsFoundWithItsReason)
                   "it cannot be loaded: it has no ReportCount of 4 bytes, and "
                   "so the monitor loads no event at all",
                   "syslogmon event remove 'DISK' 1, then add it with all its values");
-    ExpectFinding("table", "monitor module", "cannot load event DISK 1", "do what it says");
+    ExpectFinding("table", "monitor module", "cannot load event DISK 1", "remove it with");
 }
 
 TEST_F(Doctor, AHostWithoutAStoreIsFoundAndNoneIsMade)
@@ -181,7 +182,7 @@ TEST_F(Doctor, AHostWithoutAStoreIsFoundAndNoneIsMade)
 TEST_F(Doctor, ADamagedStoreIsFound)
 {
     WriteFile(Layout().Store(), "");
-    ExpectFinding("store", Layout().Store(), "the file is empty", "do what it says");
+    ExpectFinding("store", Layout().Store(), "the file is empty", "put a copy of it back");
 }
 
 TEST_F(Doctor, AFullDiskIsFound)
@@ -309,8 +310,10 @@ TEST_F(Doctor, ExpressionsThatCannotBeUsedAreFound)
     ExpectFinding("events", "DISK 1", "looks like a regular expression", "set fault-tolerant on");
     ExpectDone({"set", "fault-tolerant", "on"});
     ExpectOnly("events", "well", "1 event", "each can be reported");
-    ExpectDone({"event", "set", "DISK", "1", "-k", "bad.*(disk"});
-    ExpectFinding("events", "DISK 1", "is no regular expression that can be used: ", "-k TEXT");
+    ExpectDone({"event", "set", "DISK", "1", "-k", "bad (disk", "--force"});
+    ExpectFinding("events", "DISK 1", "it is no regular expression that can be used", "-k TEXT");
+    ExpectDone({"event", "set", "DISK", "1", "-k", "(bad)* \\1", "--force"});
+    ExpectFinding("events", "DISK 1", "it refers back to a group of itself", "-k TEXT");
 }
 
 TEST_F(Doctor, SourcesThatAProductFiltersAreFound)
@@ -363,11 +366,20 @@ TEST_F(Doctor, FilesThatCannotBeReadAreFound)
     ExpectFinding("file monitor", File("var-log"), "it is no regular file", "put a log");
 }
 
+TEST_F(Doctor, APipeInThePlaceOfALogIsFoundAndNotWaitedFor)
+{
+    fs::remove(Log());
+    ASSERT_EQ(0, mkfifo(Log().c_str(), 0600));
+    ExpectFinding("system log", kMessages, "it is no regular file", "put a log");
+    ExpectOnly("time stamps", "skipped", kMessages, "it cannot be read");
+    ExpectOnly("resume point", "skipped", kMessages, "it cannot be read");
+}
+
 TEST_F(Doctor, IsoStampsAreFoundWithTheSettingThatMendsThem)
 {
     WriteFile(Log(), Line("good") + "2026-11-21T10:00:01+01:00 host app: bad\n");
     ExpectFinding("time stamps", kMessages,
-                  "1 of the newest 2 lines cannot match any event, because of each can be said: it "
+                  "1 of the newest 2 lines cannot match any event. What is wrong with each: it "
                   "has an ISO time stamp; for example: 2026-11-21T10:00:01+01:00 host app: bad",
                   "RSYSLOG_TraditionalFileFormat");
 }

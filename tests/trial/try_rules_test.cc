@@ -310,12 +310,75 @@ TEST_F(TryRules, AnInterruptedTrialLeavesNothingBehind)
 
 TEST_F(TryRules, NeedsNoStoreWhenRulesAreGiven)
 {
+    fs::remove_all(Layout().state);
     test::WriteFile(File("rules.yaml"),
                     "version: 1\nevents:\n  - source: FILE\n    id: 7\n    keywords: [bad]\n");
     WriteLog({now + "h bad"});
     const json result = Try({"--rules", File("rules.yaml"), File("the.log")});
     EXPECT_EQ(1, EventOf(result, "FILE")["reports"]);
     EXPECT_FALSE(fs::exists(Layout().Store()));
+}
+
+TEST_F(TryRules, RulesOfAFileCanBeTriedWhereverTheRootPoints)
+{
+    test::WriteFile(File("rules.yaml"), "events:\n  - {source: FILE, id: 7, keywords: bad}\n");
+    WriteLog({now + "h bad"});
+    for (const fs::path &root : {File("none"), fs::path("/etc")}) {
+        const Finished finished = RunToEnd(test::Command(
+            root, {"test", "--json", "--rules", File("rules.yaml"), File("the.log")}));
+        EXPECT_EQ(0, finished.status) << finished.err;
+        EXPECT_EQ("", finished.err);
+        EXPECT_EQ(1, EventOf(json::parse(finished.out, nullptr, false), "FILE")["reports"]);
+    }
+    EXPECT_FALSE(fs::exists(File("none")));
+    EXPECT_FALSE(fs::exists("/etc/state/agent.db"));
+}
+
+TEST_F(TryRules, RulesOfAFileCanBeTriedWhoeverMayReadTheStore)
+{
+    test::WriteFile(File("rules.yaml"), "events:\n  - {source: FILE, id: 7, keywords: bad}\n");
+    WriteLog({now + "h bad"});
+    test::WriteFile(Layout().Store(), ""); // as for somebody who may not read it
+    const Finished finished =
+        Syslogmon({"test", "--json", "--rules", File("rules.yaml"), File("the.log")});
+    EXPECT_EQ(0, finished.status);
+    EXPECT_EQ(0U, finished.err.find("syslogmon: warning: the settings of this host are not used: "
+                                    "cannot use " +
+                                    Layout().Store().string()))
+        << finished.err;
+    EXPECT_EQ(1, EventOf(json::parse(finished.out, nullptr, false), "FILE")["reports"]);
+}
+
+TEST_F(TryRules, StandardInputAndPipesAreReadAsLogs)
+{
+    ExpectDone({"event", "add", "ONE", "1", "-k", "bad"});
+    WriteLog({now + "h bad 1", now + "h good", now + "h bad 2"});
+    const TemporaryPlace place(File("tmp"));
+    const std::string program = std::string(SYSLOGMON) + " --root '" + Root().string() + "'";
+    const std::string log = "'" + File("the.log").string() + "'";
+    for (const std::string &line :
+         {"cat " + log + " | " + program + " test --json -", program + " test --json - <" + log,
+          "mkfifo " + log + ".pipe; cat " + log + " >" + log + ".pipe & " + program +
+              " test --json " + log + ".pipe"}) {
+        const Finished finished = RunToEnd({"/bin/sh", "-c", line});
+        EXPECT_EQ(0, finished.status) << line << finished.err;
+        const json one = EventOf(json::parse(finished.out, nullptr, false), "ONE");
+        EXPECT_EQ(2, one["reports"]) << line;
+        EXPECT_EQ(3, one["last"]["line"]);
+    }
+    EXPECT_TRUE(fs::is_empty(File("tmp")));
+    const Finished both = RunToEnd({"/bin/sh", "-c", program + " test --rules - - </dev/null"});
+    EXPECT_EQ(2, both.status);
+    EXPECT_NE(std::string::npos, both.err.find("standard input (-) can be read only once"));
+}
+
+TEST_F(TryRules, ACompressedLogIsRefusedWithWhatReadsIt)
+{
+    ExpectDone({"event", "add", "ONE", "1", "-k", "bad"});
+    test::WriteFile(File("the.log.gz"), "\x1F\x8B\x08 and so on");
+    ExpectFailed({"test", File("the.log.gz")},
+                 "cannot try " + File("the.log.gz").string() +
+                     ": it is compressed; hand it over as text: zcat FILE | syslogmon test -");
 }
 
 TEST_F(TryRules, RulesOfAFileStandInPlaceOfThoseOfTheHost)
@@ -336,6 +399,9 @@ TEST_F(TryRules, AFaultyRulesFileIsRefusedWithThePlace)
     const Finished finished = Syslogmon({"test", "--rules", File("rules.yaml"), File("the.log")});
     EXPECT_EQ(1, finished.status);
     EXPECT_EQ(0U, finished.err.find(File("rules.yaml").string() + ":2:")) << finished.err;
+    EXPECT_NE(std::string::npos, finished.err.find("it has a mistake; correct what is said above; "
+                                                   "nothing was done\n"))
+        << finished.err;
 }
 
 // ---- one line ----
