@@ -4,8 +4,11 @@
 #include <optional>
 
 #include "agent/cli/command.h"
+#include "agent/cli/event_json.h"
 #include "agent/cli/output.h"
 #include "agent/common/events.h"
+#include "agent/common/expressions.h"
+#include "agent/common/monitor_settings.h"
 #include "agent/libtarsk/hit_counters.h"
 
 namespace cli {
@@ -34,6 +37,7 @@ struct EventOptions {
     Given<std::vector<std::string>> keywords;
     Given<std::string> hours;
     Given<int64_t> report_count;
+    bool force = false;
 };
 
 void AddKeyOptions(CLI::App &app, EventOptions &options)
@@ -58,6 +62,7 @@ void AddValueOptions(CLI::App &app, EventOptions &options)
         app.add_option("--hours", options.hours.value,
                        "Hours of the day in which it counts: all, none, 8-18, 22-6,12")
             ->type_name("HOURS");
+    app.add_flag("--force", options.force, kForceHelp);
 }
 
 EventKey KeyOf(const EventOptions &options)
@@ -92,6 +97,29 @@ void ApplyOptions(const EventOptions &options, EventRecord *event)
     }
 }
 
+void CheckExpressions(const EventOptions &options, const EventRecord &event)
+{
+    if (!options.keywords || options.force || !agent::IsFaultTolerant(tarsk::HostRegistry()))
+        return;
+    for (const std::string &keyword : event.keywords) {
+        if (const auto fault = agent::FaultOfExpression(keyword))
+            throw tarsk::Error("cannot use the keyword \"" + keyword + "\" of event " +
+                                   Quoted(event.key),
+                               fault->cause, fault->advice + ", or add --force");
+    }
+}
+
+void CheckRoom(EventRegistry &events, const EventKey &key)
+{
+    const size_t count = agent::CountTableEvents(events.ReadAll());
+    if (count >= agent::kMaxTableEvents)
+        throw tarsk::Error("cannot add event " + Quoted(key),
+                           "there are " + std::to_string(count) +
+                               " events, and the monitor's table has room for " +
+                               std::to_string(agent::kMaxTableEvents),
+                           "remove events that are not needed");
+}
+
 void Change(const std::function<void(EventRegistry &)> &change)
 {
     agent::ChangeEvents(
@@ -110,10 +138,12 @@ int AddEvent(const Context &context, const EventOptions &options)
     EventRecord event;
     event.key = KeyOf(options);
     ApplyOptions(options, &event);
+    CheckExpressions(options, event);
     Change([&](EventRegistry &events) {
         if (events.Find(event.key))
             throw tarsk::Error("cannot add event " + Quoted(event.key), "it is registered already",
                                "change it with syslogmon event set");
+        CheckRoom(events, event.key);
         events.Write(event);
     });
     return kExitDone;
@@ -135,6 +165,7 @@ int SetEvent(const Context &context, const EventOptions &options)
     Change([&](EventRegistry &events) {
         EventRecord event = FindOrFail(events, key).event;
         ApplyOptions(options, &event);
+        CheckExpressions(options, event);
         events.Write(event);
     });
     return kExitDone;
@@ -188,17 +219,9 @@ std::string HitText(const std::optional<int32_t> &hits, const EventRecord &event
 json ToJson(const StoredEvent &stored, const std::optional<int32_t> &hits)
 {
     const EventRecord &event = stored.event;
-    json keywords = json::array();
-    for (const std::string &keyword : event.keywords) {
-        if (!keyword.empty())
-            keywords.push_back(keyword);
-    }
-    json object = {{"source", event.key.source},
-                   {"id", agent::FormatEventId(event.key.id)},
-                   {"keywords", keywords},
-                   {"report_count", event.report_count},
-                   {"hours", agent::FormatHours(event.hours)},
-                   {"hits", nullptr}};
+    json object = KeyToJson(event.key);
+    object.update(ValuesToJson(event));
+    object["hits"] = nullptr;
     if (hits)
         object["hits"] = *hits;
     if (!stored.problem.empty())
@@ -208,7 +231,7 @@ json ToJson(const StoredEvent &stored, const std::optional<int32_t> &hits)
 
 int ListEvents(const Context &context)
 {
-    context.Open();
+    context.OpenToRead();
     const auto sources = EventRegistry(tarsk::HostRegistry()).ReadAll();
     const Hits hits = ReadHits();
     json list = json::array();
@@ -235,7 +258,7 @@ int ListEvents(const Context &context)
 
 int ShowEvent(const Context &context, const EventOptions &options)
 {
-    context.Open();
+    context.OpenToRead();
     EventRegistry events(tarsk::HostRegistry());
     const StoredEvent stored = FindOrFail(events, KeyOf(options));
     const EventRecord &event = stored.event;

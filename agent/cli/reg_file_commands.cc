@@ -4,6 +4,7 @@
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
 #include "agent/cli/text_input.h"
+#include "agent/common/daemon_lock.h"
 #include "agent/common/events.h"
 #include "agent/common/monitor_settings.h"
 #include "agent/common/names.h"
@@ -27,7 +28,7 @@ struct ExportOptions {
 
 std::vector<RegKeyContent> ReadKeys(const std::string &shown_key)
 {
-    const std::string path = agent::PathBelowRoot(shown_key).value_or(shown_key);
+    const std::string path = agent::TypedPath(shown_key);
     const tarsk::Snapshot snapshot(tarsk::HostStore());
     const auto key = tarsk::HostRegistry().Find(tarsk::kRootKey, path);
     if (!key)
@@ -62,7 +63,7 @@ json ToJson(const std::vector<RegKeyContent> &keys)
 
 int Export(const Context &context, const ExportOptions &options)
 {
-    context.Open();
+    context.OpenToRead();
     const std::vector<RegKeyContent> keys = ReadKeys(options.key);
     if (context.json) {
         PrintJson(ToJson(keys));
@@ -98,6 +99,7 @@ bool IsSame(const std::optional<tarsk::RegValue> &a, const std::optional<tarsk::
 struct Imported {
     agent::RegImport result;
     std::vector<std::string> settings; // that were changed, by name
+    bool is_told = false;              // there is a daemon that hears of it
 };
 
 Imported ImportSteps(const std::vector<agent::RegStep> &steps)
@@ -130,10 +132,11 @@ void PrintText(const Imported &imported)
            "unchanged.\n",
            result.keys_created, result.keys_deleted, result.values_set, result.values_deleted,
            result.unchanged);
+    const char *told = imported.is_told ? ": the monitor is told" : "";
     if (result.touched_table)
-        printf("The registered events were touched: the monitor is told to load them again.\n");
+        printf("The registered events were touched%s.\n", told);
     for (const std::string &setting : imported.settings)
-        printf("The setting %s was changed: the monitor is told.\n", setting.c_str());
+        printf("The setting %s was changed%s.\n", setting.c_str(), told);
 }
 
 void PrintAsJson(const std::string &file, const Imported &imported)
@@ -155,7 +158,8 @@ int Import(const Context &context, const std::string &file)
         agent::ParseRegText(agent::ReadWholeFile(file, agent::kMaxRegFile));
     RefuseIfFaulty(context, "import", file, parsed.issues);
     context.Open();
-    const Imported imported = ImportSteps(parsed.steps);
+    Imported imported = ImportSteps(parsed.steps);
+    imported.is_told = agent::DaemonLock::Holder(context.layout.run).has_value();
     if (context.json)
         PrintAsJson(file, imported);
     else

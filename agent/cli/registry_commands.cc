@@ -5,6 +5,10 @@
 
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
+#include "agent/common/names.h"
+#include "agent/common/reg_import.h"
+#include "agent/common/reg_path.h"
+#include "agent/libtarsk/settings.h"
 #include "platform/registry.h"
 
 namespace cli {
@@ -22,22 +26,12 @@ struct RegOptions {
     std::string data;
     bool has_name = false;
     bool recursive = false;
+    bool yes = false;
 };
-
-constexpr char kRootName[] = "HKEY_LOCAL_MACHINE";
-
-// The path below the root: its name may stand before it.
-std::string BelowRoot(const std::string &path)
-{
-    const std::string root = kRootName;
-    if (path.rfind(root, 0) != 0 || (path.size() > root.size() && path[root.size()] != '\\'))
-        return path;
-    return path.substr(std::min(root.size() + 1, path.size()));
-}
 
 KeyId FindOrFail(const std::string &path)
 {
-    const auto key = tarsk::HostRegistry().Find(tarsk::kRootKey, BelowRoot(path));
+    const auto key = tarsk::HostRegistry().Find(tarsk::kRootKey, agent::TypedPath(path));
     if (!key)
         throw tarsk::Error("cannot find the registry key " + path, "there is none of that name",
                            "see syslogmon reg list");
@@ -99,7 +93,7 @@ json ToJson(const RegValue &value)
 
 int GetValue(const Context &context, const RegOptions &options)
 {
-    context.Open();
+    context.OpenToRead();
     const auto value = tarsk::HostRegistry().Get(FindOrFail(options.key), options.name);
     if (!value)
         throw tarsk::Error("cannot find the registry value " + options.name,
@@ -108,7 +102,7 @@ int GetValue(const Context &context, const RegOptions &options)
     if (context.json)
         PrintJson({{"key", options.key}, {"value", ToJson(*value)}});
     else
-        printf("%s\n", DataText(*value).c_str());
+        PrintValue(DataText(*value));
     return kExitDone;
 }
 
@@ -117,38 +111,45 @@ struct Listing {
     Table table{{"KEY", "VALUE", "TYPE", "DATA"}};
 };
 
-void ListKey(KeyId key, const std::string &path, bool recursive, Listing *listing)
+std::string ShownPath(const std::string &path)
+{
+    return path.empty() ? agent::kRegRootName : path;
+}
+
+void AddKey(KeyId key, const std::string &path, Listing *listing)
 {
     auto &registry = tarsk::HostRegistry();
     json object = {{"key", path}, {"values", json::array()}, {"subkeys", json::array()}};
-    const std::string shown = path.empty() ? kRootName : path;
     const auto values = registry.Values(key);
     for (const RegValue &value : values) {
         object["values"].push_back(ToJson(value));
-        listing->table.Add({shown, value.name, TypeName(value.type), DataText(value)});
+        listing->table.Add({ShownPath(path), value.name, TypeName(value.type), DataText(value)});
     }
     const auto names = registry.SubKeys(key);
     for (const std::string &name : names)
         object["subkeys"].push_back(name);
     if (values.empty() && names.empty())
-        listing->table.Add({shown, "", "", ""});
+        listing->table.Add({ShownPath(path), "", "", ""});
     listing->keys.push_back(object);
-    for (const std::string &name : names) {
-        const std::string below = path.empty() ? name : path + "\\" + name;
-        if (recursive)
-            ListKey(*registry.Find(key, name), below, true, listing);
-        else
-            listing->table.Add({below, "", "key", ""});
-    }
 }
 
 int ListKeys(const Context &context, const RegOptions &options)
 {
-    context.Open();
+    context.OpenToRead();
     const tarsk::Snapshot snapshot(tarsk::HostStore()); // no key goes away between two looks
+    auto &registry = tarsk::HostRegistry();
     Listing listing;
-    const std::string path = BelowRoot(options.key);
-    ListKey(FindOrFail(path), path, options.recursive, &listing);
+    const std::string path = agent::TypedPath(options.key);
+    const KeyId key = FindOrFail(path);
+    if (options.recursive) {
+        agent::WalkKeys(registry, key, path, [&](KeyId visited, const std::string &its_path) {
+            AddKey(visited, its_path, &listing);
+        });
+    } else {
+        AddKey(key, path, &listing);
+        for (const std::string &name : registry.SubKeys(key))
+            listing.table.Add({path.empty() ? name : path + "\\" + name, "", "key", ""});
+    }
     if (context.json)
         PrintJson({{"keys", listing.keys}});
     else
@@ -214,12 +215,24 @@ RegValue ValueOf(const RegOptions &options)
 int SetValue(const Context &context, const RegOptions &options)
 {
     const RegValue value = ValueOf(options);
+    const std::string path = agent::TypedPath(options.key);
+    if (agent::KeyLevels(path) > agent::kMaxKeyLevels)
+        throw tarsk::Error("cannot create the registry key " + path.substr(0, 40) + "...",
+                           "it lies in more than " + std::to_string(agent::kMaxKeyLevels) + " keys",
+                           "choose a shorter path");
     context.Open();
     tarsk::Transaction transaction(tarsk::HostStore());
-    const KeyId key = tarsk::HostRegistry().Create(tarsk::kRootKey, BelowRoot(options.key));
+    const KeyId key = tarsk::HostRegistry().Create(tarsk::kRootKey, path);
     tarsk::HostRegistry().Set(key, value.name, value.type, value.data);
     transaction.Commit();
     return kExitDone;
+}
+
+// Would the events, settings or sinks go, or a whole tree of the root with whatever is in it?
+bool NeedsYes(const std::string &path)
+{
+    return agent::KeyLevels(path) == 1 || agent::IsWithin(agent::kMonitorKey, path) ||
+           agent::IsWithin(agent::kApplicationKey, path) || agent::IsWithin(tarsk::kAgentKey, path);
 }
 
 int Delete(const Context &context, const RegOptions &options)
@@ -228,8 +241,13 @@ int Delete(const Context &context, const RegOptions &options)
     tarsk::Transaction transaction(tarsk::HostStore());
     const KeyId key = FindOrFail(options.key);
     if (key == tarsk::kRootKey && !options.has_name)
-        throw tarsk::Error("cannot delete " + std::string(kRootName), "it is the root",
+        throw tarsk::Error("cannot delete " + std::string(agent::kRegRootName), "it is the root",
                            "name a key below it");
+    if (!options.has_name && !options.yes && NeedsYes(agent::TypedPath(options.key)))
+        throw tarsk::Error("cannot delete " + options.key + " without being sure",
+                           "all below it would go with it: of the monitor, these are its events, "
+                           "settings or sinks",
+                           "keep a copy with syslogmon reg export, and add --yes");
     if (!options.has_name) {
         tarsk::HostRegistry().DeleteKey(key);
     } else if (!tarsk::HostRegistry().DeleteValue(key, options.name)) {
@@ -281,6 +299,8 @@ void SetUpDelete(CLI::App &app, Context &context, Action &action)
     app.add_option("key", options->key, kKeyHelp)->required();
     auto *name = app.add_option("name", options->name,
                                 "Name of the value; without it, the key and all below it");
+    app.add_flag("--yes", options->yes,
+                 "Delete even a key of the root, or one with the monitor's events or settings");
     app.callback([&, options, name] {
         options->has_name = name->count() > 0;
         action = [&, options] { return Delete(context, *options); };

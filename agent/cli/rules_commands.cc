@@ -4,9 +4,11 @@
 #include <filesystem>
 
 #include "agent/cli/command.h"
+#include "agent/cli/event_json.h"
 #include "agent/cli/output.h"
 #include "agent/cli/text_input.h"
 #include "agent/common/alert_text.h"
+#include "agent/common/monitor_settings.h"
 #include "agent/common/rules_diff.h"
 #include "agent/common/rules_file.h"
 #include "agent/libtarsk/convert.h"
@@ -29,6 +31,7 @@ struct ApplyOptions {
     std::string file;
     bool dry_run = false;
     bool prune = false;
+    bool force = false;
 };
 
 // ---- what the log's character set makes of keywords ----
@@ -110,29 +113,14 @@ void PrintText(const ApplyOptions &options, const RulesDifference &difference)
     }
 }
 
-json ToJson(const EventKey &key)
-{
-    return {{"source", key.source}, {"id", agent::FormatEventId(key.id)}};
-}
-
-json ToJson(const EventRecord &event)
-{
-    json keywords = json::array();
-    for (const std::string &keyword : event.keywords)
-        keywords.push_back(keyword);
-    return {{"keywords", keywords},
-            {"report_count", event.report_count},
-            {"hours", agent::FormatHours(event.hours)}};
-}
-
 json ToJson(const EventChange &change)
 {
     const bool added = change.kind == EventChange::Kind::kAdd;
     const bool removed = change.kind == EventChange::Kind::kRemove;
-    json object = ToJson(removed ? change.before.key : change.after.key);
+    json object = KeyToJson(removed ? change.before.key : change.after.key);
     object["change"] = added ? "added" : removed ? "removed" : "changed";
-    object["before"] = added ? json(nullptr) : ToJson(change.before);
-    object["after"] = removed ? json(nullptr) : ToJson(change.after);
+    object["before"] = added ? json(nullptr) : ValuesToJson(change.before);
+    object["after"] = removed ? json(nullptr) : ValuesToJson(change.after);
     if (!change.problem.empty())
         object["problem"] = change.problem;
     return object;
@@ -145,7 +133,7 @@ void PrintAsJson(const ApplyOptions &options, const RulesDifference &difference)
         changes.push_back(ToJson(change));
     json staying = json::array();
     for (const EventKey &key : difference.staying)
-        staying.push_back(ToJson(key));
+        staying.push_back(KeyToJson(key));
     PrintJson({{"file", agent::ShownName(options.file)},
                {"dry_run", options.dry_run},
                {"changes", changes},
@@ -162,6 +150,10 @@ RulesDifference Compare(const Context &context, const ApplyOptions &options,
     agent::EventRegistry events(tarsk::HostRegistry());
     RulesDifference difference = agent::CompareRules(events.ReadAll(), rules, options.prune);
     CheckAgainstLog(rules, &difference);
+    if (agent::IsFaultTolerant(tarsk::HostRegistry()))
+        agent::CheckExpressions(rules, options.force, &difference);
+    std::stable_sort(difference.issues.begin(), difference.issues.end(),
+                     [](const agent::Issue &a, const agent::Issue &b) { return a.at < b.at; });
     RefuseIfFaulty(context, "apply", options.file, difference.issues);
     return difference;
 }
@@ -193,7 +185,10 @@ int Apply(const Context &context, const ApplyOptions &options)
     const agent::ParsedRules parsed =
         agent::ParseRules(agent::ReadWholeFile(options.file, agent::kMaxRulesFile));
     RefuseIfFaulty(context, "apply", options.file, parsed.issues);
-    context.Open();
+    if (options.dry_run)
+        context.OpenToRead();
+    else
+        context.Open();
     const RulesDifference difference = options.dry_run
                                            ? CompareOnly(context, options, parsed.rules)
                                            : CompareAndWrite(context, options, parsed.rules);
@@ -215,7 +210,7 @@ std::string SchemaPath()
 
 int Export(const Context &context)
 {
-    context.Open();
+    context.OpenToRead();
     agent::RulesFileNotes notes;
     std::vector<EventRecord> events;
     {
@@ -228,8 +223,8 @@ int Export(const Context &context)
     if (context.json) {
         json list = json::array();
         for (const EventRecord &event : events) {
-            json object = ToJson(event);
-            object.update(ToJson(event.key));
+            json object = ValuesToJson(event);
+            object.update(KeyToJson(event.key));
             list.push_back(object);
         }
         PrintJson({{"events", list}, {"left_out", notes.left_out}});
@@ -250,6 +245,7 @@ void SetUpApply(CLI::App &app, Context &context, Action &action)
         ->required();
     app.add_flag("--dry-run", options->dry_run, "Show what would change, and change nothing");
     app.add_flag("--prune", options->prune, "Remove the events that are not in the file");
+    app.add_flag("--force", options->force, kForceHelp);
     app.callback([&, options] { action = [&, options] { return Apply(context, *options); }; });
 }
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <regex.h>
 
+#include "agent/common/expressions.h"
 #include "agent/common/names.h"
 #include "platform/monitor_entry.h"
 
@@ -71,16 +71,16 @@ void DoubtKeyword(const StoredEvent &stored, size_t number, bool fault_tolerant,
                                ", and lines of the system log with that text are the agent's own, "
                                "which are skipped",
                            change});
-    if (!LooksLikeExpression(keyword))
-        return;
-    if (!fault_tolerant)
+    if (fault_tolerant) {
+        if (const auto fault = FaultOfExpression(keyword))
+            doubts->push_back({which + ": " + fault->cause, fault->advice + "; " + change});
+    } else if (LooksLikeExpression(keyword)) {
         doubts->push_back(
             {which + " looks like a regular expression, but is looked for as it "
                      "stands, because this is no fault-tolerant server",
              "write plain text, of which an event can have three pieces, or syslogmon "
              "set fault-tolerant on where it is one"});
-    else if (const std::string why = WhyNoExpression(keyword); !why.empty())
-        doubts->push_back({which + " is no regular expression that can be used: " + why, change});
+    }
 }
 
 } // namespace
@@ -94,32 +94,6 @@ std::string SetCommand(const StoredEvent &stored, const std::string &option)
 {
     return "syslogmon event set '" + stored.event.key.source + "' " +
            FormatEventId(stored.event.key.id) + " " + option;
-}
-
-std::string WhyNoExpression(const std::string &keyword)
-{
-    // As the monitor wraps it.
-    const std::string pattern = "([[:space:]]*)" + keyword + "([[:space:]]*)";
-    regex_t expression;
-    const int result = regcomp(&expression, pattern.c_str(), REG_EXTENDED | REG_NOSUB);
-    if (result == 0) {
-        regfree(&expression);
-        return {};
-    }
-    char text[128];
-    regerror(result, &expression, text, sizeof text);
-    return text;
-}
-
-bool LooksLikeExpression(const std::string &keyword)
-{
-    if (keyword.empty())
-        return false;
-    constexpr const char *kSigns[] = {".*",  ".+",  "[0-9", "[a-z", "[A-Z", "[[:", "[^", "\\.",
-                                      "\\[", "\\(", "\\*",  "\\d",  "\\s",  "\\w", "\\b"};
-    return keyword.front() == '^' || (keyword.size() > 1 && keyword.back() == '$') ||
-           std::any_of(std::begin(kSigns), std::end(kSigns),
-                       [&](const char *sign) { return keyword.find(sign) != std::string::npos; });
 }
 
 std::vector<EventDoubt> DoubtsOf(const StoredEvent &stored, bool fault_tolerant)

@@ -17,13 +17,6 @@ struct EventDoubt {
     std::string advice;
 };
 
-// Why a keyword cannot be used as an extended regular expression, as the monitor does on a
-// fault-tolerant server; empty: it can.
-std::string WhyNoExpression(const std::string &keyword);
-
-// Is the keyword meant as a regular expression? A guess: it holds ".*", "[0-9]" and the like.
-bool LooksLikeExpression(const std::string &keyword);
-
 // Everything that keeps an event that the monitor has loaded from ever being reported.
 // `fault_tolerant`: keywords may be regular expressions on this host.
 std::vector<EventDoubt> DoubtsOf(const StoredEvent &stored, bool fault_tolerant);

@@ -104,6 +104,16 @@ std::string SourcePath(const std::string &source)
 
 } // namespace
 
+static_assert(kMaxTableEvents == kMaxEntries);
+
+size_t CountTableEvents(const std::vector<StoredSource> &sources)
+{
+    size_t count = 0;
+    for (const StoredSource &source : sources)
+        count += source.is_new_application_type ? 0 : source.events.size();
+    return count;
+}
+
 std::string FormatEventId(uint32_t id)
 {
     char text[16];

@@ -47,6 +47,12 @@ struct StoredSource {
     std::vector<StoredEvent> events;
 };
 
+// Entries that the monitor's table has room for.
+inline constexpr size_t kMaxTableEvents = 2048;
+
+// Events that would be in the table, if each can be loaded.
+size_t CountTableEvents(const std::vector<StoredSource> &sources);
+
 // "1A2B", as the registry names an event.
 std::string FormatEventId(uint32_t id);
 // One to eight hexadecimal digits. Throws tarsk::Error.

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "agent/common/names.h"
+#include "agent/common/suggestion.h"
 #include "agent/libtarsk/convert.h"
 #include "agent/libtarsk/error.h"
 #include "agent/libtarsk/host.h"
@@ -176,23 +177,23 @@ const std::vector<Setting> &AllSettings()
 {
     static const std::vector<Setting> settings = {
         {"cycle", "seconds", "Time from one look at all files to the next", kCycleAccepted,
-         kMonitorKey, "CYCLE", kCycleEvent, "300", ParseCycle, FormatCycle},
+         kMonitorKey, "CYCLE", kCycleEvent, "300", true, ParseCycle, FormatCycle},
         {"customer-file", "", "A second log that is watched like the system log", kPathAccepted,
-         kMonitorKey, "FILENAME", kCustomerFileEvent, "", ParseCustomerFile, FormatPath},
+         kMonitorKey, "FILENAME", kCustomerFileEvent, "", false, ParseCustomerFile, FormatPath},
         {"file-monitor", "", "One more file of any format, followed by inode and offset",
-         kPathAccepted, kFileMonitorKey, "FILENAME", kFileMonitorEvent, "", ParseFileMonitor,
+         kPathAccepted, kFileMonitorKey, "FILENAME", kFileMonitorEvent, "", false, ParseFileMonitor,
          FormatPath},
         {"fault-tolerant", "",
          "This is a fault-tolerant server: keywords may be regular expressions", kSwitchAccepted,
-         tarsk::kAgentKey, "FaultTolerant", kAgentEvent, "off", ParseSwitch, FormatSwitch},
+         tarsk::kAgentKey, "FaultTolerant", kAgentEvent, "off", false, ParseSwitch, FormatSwitch},
         {"log-charset", "", "Character set of the logs", kCharsetAccepted, tarsk::kAgentKey,
-         "LogCharset", kAgentEvent, tarsk::kDefaultLogCharset, ParseCharset, FormatCharset},
+         "LogCharset", kAgentEvent, tarsk::kDefaultLogCharset, false, ParseCharset, FormatCharset},
         {"trace-level", "", "Lowest level that the trace log keeps", kLevelAccepted,
-         tarsk::kAgentKey, "TraceLevel", kAgentEvent, "error", ParseLevel, FormatLevel},
+         tarsk::kAgentKey, "TraceLevel", kAgentEvent, "error", false, ParseLevel, FormatLevel},
         {"trigger-interval", "milliseconds",
          "Least time between two looks at files that are being written; 0: once in a cycle",
-         kIntervalAccepted, tarsk::kAgentKey, "TriggerInterval", kAgentEvent, "1000", ParseInterval,
-         FormatInterval},
+         kIntervalAccepted, tarsk::kAgentKey, "TriggerInterval", kAgentEvent, "1000", false,
+         ParseInterval, FormatInterval},
     };
     return settings;
 }
@@ -200,14 +201,16 @@ const std::vector<Setting> &AllSettings()
 const Setting &FindSetting(const std::string &name)
 {
     std::string known;
+    std::vector<std::string> names;
     for (const Setting &setting : AllSettings()) {
         if (name == setting.name)
             return setting;
         known += known.empty() ? "" : ", ";
         known += setting.name;
+        names.emplace_back(setting.name);
     }
     throw tarsk::Error("cannot find the setting \"" + name + "\"", "there is none of that name",
-                       "use one of " + known);
+                       Suggestion(name, names) + "use one of " + known);
 }
 
 std::string GetSetting(tarsk::RegistryTree &registry, const Setting &setting)
@@ -217,12 +220,21 @@ std::string GetSetting(tarsk::RegistryTree &registry, const Setting &setting)
     return setting.format(stored ? &*stored : nullptr);
 }
 
+bool IsFaultTolerant(tarsk::RegistryTree &registry)
+{
+    return GetSetting(registry, FindSetting("fault-tolerant")) == "on";
+}
+
 void ChangeSetting(tarsk::RegistryTree &registry, const Setting &setting, const std::string &text)
 {
-    const tarsk::RegValue value = setting.parse(text == "default" ? setting.shown_default : text);
+    const bool is_default = text == "default";
+    const tarsk::RegValue value = setting.parse(is_default ? setting.shown_default : text);
     tarsk::Transaction transaction(tarsk::HostStore());
     const tarsk::KeyId key = registry.Create(tarsk::kRootKey, setting.key);
-    registry.Set(key, setting.value, value.type, value.data);
+    if (is_default && !setting.default_is_stored)
+        registry.DeleteValue(key, setting.value);
+    else
+        registry.Set(key, setting.value, value.type, value.data);
     transaction.Commit();
     tarsk::Event::Create(tarsk::HostLayout().run, setting.event, false, false)->Set();
 }

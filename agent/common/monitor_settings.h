@@ -19,6 +19,9 @@ struct Setting {
     const char *value;
     const char *event; // set when it was changed, so that the daemon takes it
     const char *shown_default;
+    // Without a stored value the running monitor goes on with what it has, so that its default has
+    // to be stored.
+    bool default_is_stored;
 
     // Turns what was typed into the stored value. Throws tarsk::Error when it is not accepted.
     tarsk::RegValue (*parse)(const std::string &text);
@@ -34,8 +37,12 @@ const Setting &FindSetting(const std::string &name);
 // What is in force, in the form that is typed.
 std::string GetSetting(tarsk::RegistryTree &registry, const Setting &setting);
 
-// Stores a value and wakes the daemon. "default" takes the stored value away. Throws tarsk::Error,
-// and changes nothing, when the value is not accepted.
+// Is this host a fault-tolerant server, whose monitor takes keywords as regular expressions, too?
+bool IsFaultTolerant(tarsk::RegistryTree &registry);
+
+// Stores a value and wakes the daemon. "default" takes the stored value away, where the monitor
+// then takes the default at once. Throws tarsk::Error, and changes nothing, when the value is not
+// accepted.
 void ChangeSetting(tarsk::RegistryTree &registry, const Setting &setting, const std::string &text);
 
 } // namespace agent

@@ -1,22 +1,13 @@
 #include "agent/common/reg_import.h"
 
-#include <algorithm>
-#include <strings.h>
-
 #include "agent/common/names.h"
+#include "agent/libtarsk/error.h"
 
 namespace agent {
 
 namespace {
 
 using tarsk::KeyId;
-
-// Is `path` the key `top`, or below it?
-bool IsWithin(const std::string &path, const std::string &top)
-{
-    return path.size() >= top.size() && strncasecmp(path.data(), top.data(), top.size()) == 0 &&
-           (path.size() == top.size() || path[top.size()] == '\\' || top.empty());
-}
 
 class Importer {
   public:
@@ -95,17 +86,6 @@ class Importer {
     KeyId key_ = tarsk::kRootKey;
 };
 
-void AddKey(tarsk::RegistryTree &registry, KeyId key, const std::string &path,
-            std::vector<RegKeyContent> *keys)
-{
-    keys->push_back({path, registry.Values(key)});
-    for (const std::string &name : registry.SubKeys(key)) {
-        const auto child = registry.Find(key, name);
-        if (child)
-            AddKey(registry, *child, path.empty() ? name : path + "\\" + name, keys);
-    }
-}
-
 } // namespace
 
 RegImport ImportRegSteps(const std::vector<RegStep> &steps, tarsk::RegistryTree &registry)
@@ -116,11 +96,29 @@ RegImport ImportRegSteps(const std::vector<RegStep> &steps, tarsk::RegistryTree 
     return importer.result;
 }
 
+void WalkKeys(tarsk::RegistryTree &registry, KeyId key, const std::string &path,
+              const std::function<void(KeyId, const std::string &)> &visit)
+{
+    const size_t levels = KeyLevels(path);
+    if (levels > kMaxKeyLevels)
+        throw tarsk::Error("cannot read the registry key " + path.substr(0, 60) + "...",
+                           "it lies in more than " + std::to_string(kMaxKeyLevels) + " keys",
+                           "take it away with syslogmon reg delete");
+    visit(key, path);
+    for (const std::string &name : registry.SubKeys(key)) {
+        const auto child = registry.Find(key, name);
+        if (child)
+            WalkKeys(registry, *child, path.empty() ? name : path + "\\" + name, visit);
+    }
+}
+
 std::vector<RegKeyContent> ReadRegKeys(tarsk::RegistryTree &registry, KeyId key,
                                        const std::string &path)
 {
     std::vector<RegKeyContent> keys;
-    AddKey(registry, key, path, &keys);
+    WalkKeys(registry, key, path, [&](KeyId visited, const std::string &its_path) {
+        keys.push_back({its_path, registry.Values(visited)});
+    });
     return keys;
 }
 

@@ -2,6 +2,7 @@
 #ifndef AGENT_COMMON_REG_IMPORT_H
 #define AGENT_COMMON_REG_IMPORT_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -23,7 +24,12 @@ struct RegImport {
 // Does what a file asks for: inside of a transaction.
 RegImport ImportRegSteps(const std::vector<RegStep> &steps, tarsk::RegistryTree &registry);
 
-// A key and everything below it, parents first, in the order of the registry.
+// Calls `visit` for a key and for everything below it, parents first, in the order of the registry.
+// Throws tarsk::Error where keys lie deeper than kMaxKeyLevels.
+void WalkKeys(tarsk::RegistryTree &registry, tarsk::KeyId key, const std::string &path,
+              const std::function<void(tarsk::KeyId, const std::string &)> &visit);
+
+// A key and everything below it, in the order of WalkKeys. Throws as it does.
 std::vector<RegKeyContent> ReadRegKeys(tarsk::RegistryTree &registry, tarsk::KeyId key,
                                        const std::string &path);
 

@@ -1,6 +1,7 @@
 // Reading of .reg files.
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <strings.h>
 
 #include "agent/common/reg_text.h"
@@ -254,6 +255,10 @@ bool Reader::CheckPath(size_t offset, const std::string &path)
 {
     if (path.empty())
         return true;
+    if (KeyLevels(path) > kMaxKeyLevels)
+        return Refuse(offset, "cannot use the key " + Shown(path),
+                      "it lies in more than " + std::to_string(kMaxKeyLevels) + " keys",
+                      "choose a shorter path");
     for (size_t begin = 0; begin <= path.size();) {
         const size_t end = std::min(path.find('\\', begin), path.size());
         const std::string name = path.substr(begin, end - begin);
@@ -465,14 +470,6 @@ bool Reader::ReadEscape(const std::string &what, std::string *text)
 }
 
 } // namespace
-
-std::optional<std::string> PathBelowRoot(std::string_view path)
-{
-    const std::string_view root = path.substr(0, path.find('\\'));
-    if (!EqualsWithoutCase(root, kRegRootName) && !EqualsWithoutCase(root, "HKLM"))
-        return std::nullopt;
-    return std::string(path.substr(std::min(root.size() + 1, path.size())));
-}
 
 ParsedRegText ParseRegText(std::string_view bytes)
 {

@@ -21,11 +21,11 @@
 #ifndef AGENT_COMMON_REG_TEXT_H
 #define AGENT_COMMON_REG_TEXT_H
 
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "agent/common/reg_path.h"
 #include "agent/common/text_file.h"
 #include "agent/libtarsk/registry_tree.h"
 
@@ -33,8 +33,6 @@ namespace agent {
 
 // A registry of 60 MB of values fits in, in UTF-16, too.
 inline constexpr size_t kMaxRegFile = size_t{512} * 1024 * 1024;
-
-inline constexpr char kRegRootName[] = "HKEY_LOCAL_MACHINE";
 
 // What a file asks for, one step after the other.
 struct RegStep {
@@ -65,10 +63,6 @@ std::string FormatRegText(const std::vector<RegKeyContent> &keys);
 
 // The same text in UTF-16 with byte-order mark and line ends of Windows.
 std::string ToUtf16File(std::string_view text);
-
-// The part of a path below its root, whose name comes first: HKEY_LOCAL_MACHINE, or HKLM for
-// short. Nothing for a path with another root, or with none.
-std::optional<std::string> PathBelowRoot(std::string_view path);
 
 } // namespace agent
 

@@ -4,6 +4,7 @@
 #include <map>
 #include <set>
 
+#include "agent/common/expressions.h"
 #include "agent/common/utf8.h"
 #include "agent/libtarsk/error.h"
 #include "platform/monitor_entry.h"
@@ -54,6 +55,15 @@ bool SameEvent(const EventRecord &a, const EventRecord &b)
            (a.hours & kAllHours) == (b.hours & kAllHours);
 }
 
+// Events in the table once the changes were made, as far as the monitor takes them.
+size_t TableSize(const RulesDifference &difference)
+{
+    const auto kept = std::count_if(
+        difference.changes.begin(), difference.changes.end(),
+        [](const EventChange &change) { return change.kind != EventChange::Kind::kRemove; });
+    return static_cast<size_t>(kept) + difference.unchanged.size() + difference.staying.size();
+}
+
 class Comparison {
   public:
     Comparison(const std::vector<StoredSource> &registered, RulesDifference *difference)
@@ -72,6 +82,7 @@ class Comparison {
         const auto found = registered_.events.find(key);
         if (found == registered_.events.end()) {
             difference_->changes.push_back({EventChange::Kind::kAdd, {}, after, ""});
+            added_at_.push_back(rule.at);
             return;
         }
         const StoredEvent &stored = *found->second;
@@ -99,6 +110,29 @@ class Comparison {
         }
     }
 
+    // The table is full, and the file makes it larger still.
+    void CheckRoom()
+    {
+        const size_t size = TableSize(*difference_);
+        if (size <= kMaxTableEvents)
+            return;
+        const std::string room = std::to_string(kMaxTableEvents);
+        if (added_at_.empty()) {
+            difference_->warnings.push_back("there are " + std::to_string(size) +
+                                            " events then, and the monitor's table has " +
+                                            "room for " + room + "; the others are not watched");
+            return;
+        }
+        const size_t too_many = std::min(size - kMaxTableEvents, added_at_.size());
+        const tarsk::Error error(
+            "cannot add " +
+                (too_many == 1 ? "this event" : std::to_string(too_many) + " events from here on"),
+            "there would be " + std::to_string(size) +
+                " events, and the monitor's table has room for " + room,
+            "leave out what is not needed, or remove events that are not in the file with --prune");
+        difference_->issues.push_back({added_at_[added_at_.size() - too_many], error.what()});
+    }
+
   private:
     // The registry keeps the spelling of a source that it has.
     bool UseSource(const StoredSource &source, const Rule &rule, EventRecord *after)
@@ -122,17 +156,9 @@ class Comparison {
     Registered registered_;
     RulesDifference *difference_;
     std::set<ComparedKey> in_file_;
-    std::set<std::string> spelled_; // sources with a warning about their spelling
+    std::set<std::string> spelled_;  // sources with a warning about their spelling
+    std::vector<Position> added_at_; // of the events that are new
 };
-
-// Events in the table once the changes were made, as far as the monitor takes them.
-size_t TableSize(const RulesDifference &difference)
-{
-    const auto kept = std::count_if(
-        difference.changes.begin(), difference.changes.end(),
-        [](const EventChange &change) { return change.kind != EventChange::Kind::kRemove; });
-    return static_cast<size_t>(kept) + difference.unchanged.size() + difference.staying.size();
-}
 
 } // namespace
 
@@ -144,21 +170,50 @@ RulesDifference CompareRules(const std::vector<StoredSource> &registered,
     for (const Rule &rule : rules)
         comparison.Take(rule);
     comparison.TakeRest(registered, prune);
-    const size_t size = TableSize(difference);
-    if (size > kMaxTableEvents)
-        difference.warnings.push_back(
-            "there are " + std::to_string(size) + " events then, and the monitor's table has " +
-            "room for " + std::to_string(kMaxTableEvents) + "; the others are not watched");
+    comparison.CheckRoom();
     return difference;
+}
+
+namespace {
+
+std::set<ComparedKey> UnchangedKeys(const RulesDifference &difference)
+{
+    std::set<ComparedKey> unchanged;
+    for (const EventRecord &event : difference.unchanged)
+        unchanged.insert(ComparableKey(event.key));
+    return unchanged;
+}
+
+} // namespace
+
+void CheckExpressions(const std::vector<Rule> &rules, bool forced, RulesDifference *difference)
+{
+    const std::set<ComparedKey> unchanged = UnchangedKeys(*difference);
+    for (const Rule &rule : rules) {
+        const bool is_kept = forced || unchanged.contains(ComparableKey(rule.event.key));
+        for (size_t k = 0; k < rule.event.keywords.size(); ++k) {
+            const std::string &keyword = rule.event.keywords[k];
+            const auto fault = FaultOfExpression(keyword);
+            if (!fault)
+                continue;
+            const std::string thing = "cannot use the keyword " + Shown(keyword) + " of event " +
+                                      FormatEventKey(rule.event.key);
+            if (is_kept)
+                difference->warnings.emplace_back(
+                    tarsk::Error(thing + " as an expression", fault->cause, fault->advice).what());
+            else
+                difference->issues.push_back(
+                    {rule.keywords_at[k],
+                     tarsk::Error(thing, fault->cause, fault->advice + ", or add --force").what()});
+        }
+    }
 }
 
 void CheckLogCharset(const std::vector<Rule> &rules, const std::string &charset,
                      const ToLogCharset &to_log, const ToLogCharset &from_log,
                      RulesDifference *difference)
 {
-    std::set<ComparedKey> unchanged;
-    for (const EventRecord &event : difference->unchanged)
-        unchanged.insert(ComparableKey(event.key));
+    const std::set<ComparedKey> unchanged = UnchangedKeys(*difference);
     for (const Rule &rule : rules) {
         for (size_t k = 0; k < rule.event.keywords.size(); ++k) {
             const std::string &keyword = rule.event.keywords[k];

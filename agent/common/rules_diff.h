@@ -11,9 +11,6 @@
 
 namespace agent {
 
-// Entries that the monitor's table has room for.
-inline constexpr size_t kMaxTableEvents = 2048;
-
 struct EventChange {
     enum class Kind { kAdd, kChange, kRemove };
 
@@ -45,6 +42,10 @@ using ToLogCharset = std::function<std::string(const std::string &)>;
 void CheckLogCharset(const std::vector<Rule> &rules, const std::string &charset,
                      const ToLogCharset &to_log, const ToLogCharset &from_log,
                      RulesDifference *difference);
+
+// Adds what a fault-tolerant server cannot do with the keywords as regular expressions: an issue
+// where the event is new or changed, a warning where it is not, or where `forced`.
+void CheckExpressions(const std::vector<Rule> &rules, bool forced, RulesDifference *difference);
 
 // A line of the difference: '+', '-' or ' ', and the text behind it.
 struct DifferenceLine {

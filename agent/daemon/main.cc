@@ -35,6 +35,8 @@ int Run(int argc, char **argv)
         return app.exit(error) == 0 ? 0 : kExitUsage;
     }
     options.layout = root.empty() ? tarsk::Layout::Find() : tarsk::Layout::Below(root);
+    if (!root.empty())
+        options.layout.CheckRoot();
     return agent::RunDaemon(options);
 }
 

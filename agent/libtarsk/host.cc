@@ -1,10 +1,9 @@
 #include "agent/libtarsk/host.h"
 
-#include <filesystem>
 #include <memory>
-#include <system_error>
 
 #include "agent/libtarsk/error.h"
+#include "agent/libtarsk/store_file.h"
 #include "agent/libtarsk/trace_log.h"
 
 namespace tarsk {
@@ -33,17 +32,6 @@ Host &Started()
         throw Error("the host library cannot be used", "it was not started",
                     "this is a fault of the program; report it");
     return *host;
-}
-
-void CheckStoreIsThere(const std::filesystem::path &store)
-{
-    std::error_code failed;
-    if (!std::filesystem::exists(store, failed))
-        throw StoreError("cannot open " + store.string(),
-                         failed ? failed.message() : "it is not there",
-                         failed ? "run as root"
-                                : "start the daemon, or register events with syslogmon apply or "
-                                  "syslogmon event add");
 }
 
 } // namespace

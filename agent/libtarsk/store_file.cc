@@ -113,14 +113,36 @@ CreationLock::CreationLock(const fs::path &store)
     }
 }
 
-void MakeStore(const fs::path &store)
+namespace {
+
+// Is there one? Throws StoreError when there was, and is none any more.
+bool IsThere(const fs::path &store)
 {
     const bool exists = fs::exists(store);
     if (!exists && fs::exists(MarkOf(store)))
         throw StoreError("cannot open " + store.string(), "it is gone, and there was one",
                          "put it or a copy of it back, mount what it lies on, or remove " +
                              MarkOf(store).string() + " to start with nothing");
-    if (!exists)
+    return exists;
+}
+
+} // namespace
+
+void CheckStoreIsThere(const fs::path &store)
+{
+    try {
+        if (!IsThere(store))
+            throw StoreError("cannot open " + store.string(), "it is not there",
+                             "start the daemon, or register events with syslogmon apply or "
+                             "syslogmon event add");
+    } catch (const fs::filesystem_error &error) {
+        throw StoreError("cannot open " + store.string(), error.code().message(), kMakeWritable);
+    }
+}
+
+void MakeStore(const fs::path &store)
+{
+    if (!IsThere(store))
         Create(store);
     if (fs::file_size(store) == 0)
         throw StoreError("cannot use " + store.string(), "the file is empty", kReplaceStore);

@@ -31,6 +31,9 @@ class CreationLock {
     Fd fd_;
 };
 
+// Throws StoreError when there is no store, or none any more. Makes nothing.
+void CheckStoreIsThere(const std::filesystem::path &store);
+
 // Makes the store, if there was none yet. The caller holds the CreationLock. Throws StoreError for a
 // store that has vanished and for one that is empty.
 void MakeStore(const std::filesystem::path &store);

@@ -83,7 +83,7 @@ TEST_F(AlertsCommand, AsJsonAreOneObjectALine)
     const test::Finished finished = Syslogmon({"--json", "alerts"});
     EXPECT_EQ((json{{"id", 1},
                     {"key", key},
-                    {"time", "2026-11-21T10:00:01.000Z"},
+                    {"time", "2026-11-21T01:00:01.000Z"},
                     {"time_ms", kMoment},
                     {"host", "host"},
                     {"source", "DISK"},
@@ -129,9 +129,9 @@ TEST_F(AlertsCommand, SinceATimeOrAWhileAgo)
     EXPECT_EQ((Strings{"an hour ago", "now"}), Messages({"--since", "1h0m30s"}));
     EXPECT_EQ((Strings{"at", "an hour ago", "now"}), Messages({"--since", "2026-11-21T10:00:01"}));
     EXPECT_EQ((Strings{"at", "an hour ago", "now"}),
-              Messages({"--since", "2026-11-21T10:00:01.000Z"}));
+              Messages({"--since", "2026-11-21T01:00:01.000Z"}));
     EXPECT_EQ((Strings{"at", "an hour ago", "now"}),
-              Messages({"--since", "2026-11-21T11:00:01+01:00"}));
+              Messages({"--since", "2026-11-21T02:00:01+01:00"}));
     EXPECT_EQ("now", Messages({"--since", "1d"}).back());
 }
 

@@ -1,5 +1,6 @@
 // syslogmon event list, show, add, set, remove; and the words of the command line in general.
 #include <cstring>
+#include <filesystem>
 
 #include <nlohmann/json.hpp>
 
@@ -244,8 +245,8 @@ TEST_F(EventCommand, ShowOfAnEventThatIsNotThereFails)
 
 TEST_F(EventCommand, WordsThatAreMissingOrTooManyAreWrongUsage)
 {
-    ExpectUsage({}, "subcommand is required");
-    ExpectUsage({"event"}, "subcommand is required");
+    ExpectUsage({}, "cannot run syslogmon: it needs a command behind it; see syslogmon --help");
+    ExpectUsage({"event"}, "it needs a command behind it; see syslogmon event --help");
     ExpectUsage({"event", "add"}, "source is required");
     ExpectUsage({"event", "add", "DISK"}, "id is required");
     ExpectUsage({"event", "add", "DISK", "1", "-n", "many"}, "--report-count");
@@ -256,7 +257,167 @@ TEST_F(EventCommand, WordsThatAreMissingOrTooManyAreWrongUsage)
 
 TEST_F(EventCommand, AVerbThatIsNotKnownIsNamed)
 {
-    ExpectUsage({"nosuchverb"}, "nosuchverb");
+    ExpectUsage({"nosuchverb"},
+                "cannot find the command \"nosuchverb\": there is none of that name; "
+                "see syslogmon --help\n");
+}
+
+TEST_F(EventCommand, AWordThatIsNearAKnownOneIsAskedFor)
+{
+    ExpectUsage({"alert"}, "did you mean alerts? see syslogmon --help\n");
+    ExpectUsage({"event", "ad"}, "did you mean add? see syslogmon event --help\n");
+    ExpectUsage({"event", "list", "--jsn"}, "cannot use the option --jsn: event list has none of "
+                                            "that name; did you mean --json? see syslogmon event "
+                                            "list --help\n");
+    ExpectUsage({"event", "add", "DISK", "77", "text"},
+                "cannot use the word \"text\": event add takes no further word");
+}
+
+TEST_F(EventCommand, ARootThatIsNoneIsNamedAndLeftAlone)
+{
+    std::filesystem::create_directory(File("other"));
+    const std::string other = File("other");
+    const std::string none = File("none");
+    for (const test::Words &words : std::vector<test::Words>{{"status"},
+                                                             {"event", "list"},
+                                                             {"event", "add", "A", "1", "-k", "a"},
+                                                             {"alerts"},
+                                                             {"doctor"},
+                                                             {"scan"},
+                                                             {"set", "cycle", "10"}}) {
+        test::Finished finished = test::RunToEnd(test::Command(other, words));
+        EXPECT_EQ(1, finished.status) << words[0];
+        EXPECT_EQ("", finished.out);
+        EXPECT_EQ("syslogmon: cannot use the install root " + other +
+                      ": there is neither lib/vkevmon.dll nor state/agent.db in it; name an "
+                      "install root with --root\n",
+                  finished.err);
+        finished = test::RunToEnd(test::Command(none, words));
+        EXPECT_EQ(1, finished.status) << words[0];
+        EXPECT_EQ("syslogmon: cannot use the install root " + none +
+                      ": No such file or directory; name an install root with --root\n",
+                  finished.err);
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(other));
+    EXPECT_FALSE(std::filesystem::exists(none));
+}
+
+TEST_F(EventCommand, WhatOnlyReadsMakesNoStoreAndNoFolder)
+{
+    const std::filesystem::path root = File("fresh");
+    std::filesystem::create_directory(root);
+    std::filesystem::create_directory_symlink(AGENT_LIBRARIES, root / "lib");
+    for (const test::Words &words : std::vector<test::Words>{{"status"},
+                                                             {"event", "list"},
+                                                             {"event", "show", "A", "1"},
+                                                             {"export"},
+                                                             {"get"},
+                                                             {"alerts"},
+                                                             {"sink", "list"},
+                                                             {"sink", "limit"},
+                                                             {"reg", "list"},
+                                                             {"reg", "export"},
+                                                             {"reg", "get", "A", "b"},
+                                                             {"trace", "level"},
+                                                             {"test", "--explain", "x"}}) {
+        const test::Finished finished = test::RunToEnd(test::Command(root, words));
+        EXPECT_EQ(1, finished.status) << words[0];
+        EXPECT_EQ("syslogmon: cannot open " + (root / "state/agent.db").string() +
+                      ": it is not there; start the daemon, or register events with syslogmon "
+                      "apply or syslogmon event add\n",
+                  finished.err);
+    }
+    EXPECT_EQ(1, test::RunToEnd(test::Command(root, {"doctor"})).status);
+    for (const auto &entry : std::filesystem::directory_iterator(root))
+        EXPECT_EQ("lib", entry.path().filename());
+}
+
+TEST_F(EventCommand, AProgramWithoutItsModuleNamesTheMissingFile)
+{
+    const std::filesystem::path root = File("tree");
+    std::filesystem::create_directories(root / "bin");
+    std::filesystem::create_directory(root / "lib");
+    std::filesystem::copy_file(SYSLOGMON, root / "bin/syslogmon");
+    for (const auto &entry : std::filesystem::directory_iterator(AGENT_LIBRARIES)) {
+        if (entry.path().filename() != "vkevmon.dll")
+            std::filesystem::create_symlink(entry.path(), root / "lib" / entry.path().filename());
+    }
+    const test::Finished finished = test::RunToEnd({(root / "bin/syslogmon").string(), "status"});
+    EXPECT_EQ(1, finished.status);
+    EXPECT_EQ("", finished.out);
+    EXPECT_EQ("syslogmon: cannot find " + (root / "lib/vkevmon.dll").string() +
+                  ": the program lies in an install root without its module; build it, or name "
+                  "another install root with --root\n",
+              finished.err);
+}
+
+TEST_F(EventCommand, StandardOutputThatTakesNothingIsAFailureEverywhere)
+{
+    ExpectDone({"event", "add", "DISK", "1", "-k", "error"});
+    for (const std::string words :
+         {"status", "event list", "--json event list", "get", "get cycle", "export", "reg list -r",
+          "reg export", "--json alerts --help", "--version", "doctor", "apply --dry-run -"}) {
+        const test::Finished finished =
+            test::RunToEnd({"/bin/sh", "-c",
+                            "echo 'events: []' | " + std::string(SYSLOGMON) + " --root '" +
+                                Root().string() + "' " + words + " >/dev/full"});
+        EXPECT_EQ(1, finished.status) << words;
+        EXPECT_NE(std::string::npos,
+                  finished.err.find("syslogmon: cannot write on standard output: "))
+            << words << finished.err;
+    }
+}
+
+TEST_F(EventCommand, TheTableHasRoomForSoManyEventsAndTheNextIsRefused)
+{
+    StartHere();
+    {
+        tarsk::Transaction transaction(tarsk::HostStore());
+        agent::EventRegistry events(tarsk::HostRegistry());
+        for (uint32_t id = 1; id <= 2047; ++id)
+            events.Write({{"DISK", id}, {"error", "", ""}, 1, agent::kAllHours});
+        transaction.Commit();
+    }
+    tarsk::StopHost();
+    ExpectDone({"event", "add", "DISK", "800", "-k", "error"});
+    ExpectFailed({"event", "add", "NET", "1", "-k", "error"},
+                 "cannot add event NET 1: there are 2048 events, and the monitor's table has room "
+                 "for 2048; remove events that are not needed");
+    ExpectDone({"event", "set", "DISK", "800", "-k", "other"});
+}
+
+// ---- keywords as expressions ----
+
+TEST_F(EventCommand, AFaultTolerantServerTakesNoExpressionThatDoesNotCompile)
+{
+    ExpectDone({"event", "add", "PLAIN", "1", "-k", "([a-z"});
+    ExpectDone({"set", "fault-tolerant", "on"});
+    const std::string advice = "; put a backslash before a bracket or sign that is meant as it "
+                               "stands, or add --force";
+    ExpectFailed({"event", "add", "DISK", "1", "-k", "error", "-k", "([a-z"},
+                 "cannot use the keyword \"([a-z\" of event DISK 1: it is no regular expression "
+                 "that can be used on a fault-tolerant server: Unmatched [, [^, [:, [., or [=" +
+                     advice);
+    ExpectFailed({"event", "set", "PLAIN", "1", "-k", "disk (sda"},
+                 "cannot use the keyword \"disk (sda\" of event PLAIN 1: it is no regular "
+                 "expression that can be used on a fault-tolerant server: Unmatched ( or \\(" +
+                     advice);
+    ExpectDone({"event", "set", "PLAIN", "1", "-n", "2"}); // its keywords stay
+    ExpectDone({"event", "add", "DISK", "1", "-k", "disk (sda", "--force"});
+    ExpectDone({"event", "add", "DISK", "2", "-k", "disk \\(sd[a-z]"});
+}
+
+TEST_F(EventCommand, AFaultTolerantServerTakesBackReferencesOnlyByForce)
+{
+    ExpectDone({"event", "add", "PLAIN", "1", "-k", "(a*)\\1"});
+    ExpectDone({"set", "fault-tolerant", "on"});
+    ExpectFailed(
+        {"event", "add", "DISK", "1", "-k", "(a*)\\1"},
+        "cannot use the keyword \"(a*)\\1\" of event DISK 1: it refers back to a group of "
+        "itself (\\1), which can take the monitor seconds for one line; write out what the "
+        "line shows, or add --force");
+    ExpectDone({"event", "add", "DISK", "1", "-k", "(a*)\\1", "--force"});
+    ExpectDone({"event", "add", "DISK", "2", "-k", "x[\\1]", "-k", "\\\\1"}); // none is one
 }
 
 TEST_F(EventCommand, HelpAndVersionAreNoFailure)

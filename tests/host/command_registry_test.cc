@@ -76,6 +76,74 @@ TEST_F(RegCommand, TheRootMayStandBeforeAPath)
     ExpectOutput({"reg", "list"}, "Software\t\tkey\t\nHKEY_LOCAL_MACHINES\t\tkey\t\n");
 }
 
+TEST_F(RegCommand, EveryVerbReadsAPathAlike)
+{
+    for (const char *root :
+         {"HKLM\\", "hklm\\", "hkey_local_machine\\", "HKEY_LOCAL_MACHINE\\", ""}) {
+        const std::string key = std::string(root) + "Software\\Test";
+        ExpectDone({"reg", "set", key, "n", "x"});
+        ExpectOutput({"reg", "list"}, "Software\t\tkey\t\n");
+        ExpectOutput({"reg", "get", key, "n"}, "x\n");
+        ExpectOutput({"reg", "list", key}, "Software\\Test\tn\tsz\tx\n");
+        ExpectOutput({"reg", "export", key}, "Windows Registry Editor Version 5.00\n\n"
+                                             "[HKEY_LOCAL_MACHINE\\Software\\Test]\n\"n\"=\"x\"\n");
+        ExpectDone({"reg", "delete", key});
+    }
+    for (const char *root : {"HKLM", "hkey_local_machine"})
+        ExpectOutput({"reg", "list", root}, "Software\t\tkey\t\n");
+}
+
+TEST_F(RegCommand, DeletingAKeyOfTheRootOrOneOfTheMonitorAsksToBeSure)
+{
+    ExpectDone({"event", "add", "DISK", "1", "-k", "error"});
+    ExpectDone({"reg", "set", "Other\\Key", "n", "x"});
+    const std::string monitor = "SOFTWARE\\KORBIN\\TARSKVOSKAR";
+    for (const std::string key :
+         {"SOFTWARE", "hklm\\software", "Other", monitor.c_str(), "software\\korbin"})
+        ExpectFailed(
+            {"reg", "delete", key},
+            "cannot delete " + key +
+                " without being sure: all below it would go with it: "
+                "of the monitor, these are its events, settings or sinks; keep a copy with "
+                "syslogmon reg export, and add --yes");
+    ExpectDone({"reg", "delete", "Other\\Key"});
+    ExpectDone({"reg", "delete", "Other", "--yes"});
+    ExpectDone({"reg", "delete", "SOFTWARE", "--yes"});
+    ExpectOutput({"event", "list"}, "");
+}
+
+TEST_F(RegCommand, KeysThatLieTooDeepAreNotMadeAndNotGoneThrough)
+{
+    std::string path = "k";
+    for (int level = 2; level <= 512; ++level)
+        path += "\\k";
+    ExpectDone({"reg", "set", path, "n", "x"});
+    EXPECT_EQ(0, Syslogmon({"reg", "export"}).status);
+    const std::string start = path.substr(0, 40);
+    ExpectFailed({"reg", "set", path + "\\k", "n", "x"},
+                 "cannot create the registry key " + start +
+                     "...: it lies in more than 512 keys; choose a shorter path");
+    StartHere();
+    std::string far = path;
+    for (int level = 0; level < 20000; ++level)
+        far += "\\k";
+    {
+        tarsk::Transaction transaction(tarsk::HostStore());
+        tarsk::HostRegistry().Create(tarsk::kRootKey, far);
+        transaction.Commit();
+    }
+    tarsk::StopHost();
+    for (const test::Words &words :
+         std::vector<test::Words>{{"reg", "export"}, {"reg", "list", "-r"}}) {
+        const test::Finished finished = Syslogmon(words);
+        EXPECT_EQ(1, finished.status);
+        EXPECT_EQ(
+            "syslogmon: cannot read the registry key " + path.substr(0, 60) +
+                "...: it lies in more than 512 keys; take it away with syslogmon reg delete\n",
+            finished.err);
+    }
+}
+
 TEST_F(RegCommand, AValueCanStandInTheRoot)
 {
     ExpectDone({"reg", "set", "HKEY_LOCAL_MACHINE", "n", "x"});
@@ -160,7 +228,7 @@ TEST_F(RegCommand, BytesThatAreNoTextAreShownHarmlessly)
     test::SetTreeValue("Key", "short", REG_DWORD, "a");
     tarsk::StopHost();
     ExpectOutput({"reg", "list", "Key"},
-                 "Key\tline\tsz\ta b?[2J\xFF\nKey\tother\tother\t61 62\nKey\tshort\tdword\t61\n");
+                 "Key\tline\tsz\ta b?[2J?\nKey\tother\tother\t61 62\nKey\tshort\tdword\t61\n");
     const json values = Json({"reg", "list", "Key"})["keys"][0]["values"];
     EXPECT_EQ("a\tb\x1B[2J\uFFFD", values[0]["data"]);
     EXPECT_EQ("other", values[1]["type"]);

@@ -1,6 +1,9 @@
 // syslogmon get, set, trace level.
+#include <map>
+
 #include <nlohmann/json.hpp>
 
+#include "agent/common/monitor_settings.h"
 #include "agent/common/names.h"
 #include "agent/libtarsk/settings.h"
 #include "platform/sync.h"
@@ -72,6 +75,25 @@ TEST_F(SettingCommand, SetTakesDefault)
     ExpectOutput({"get", "cycle"}, "300\n");
 }
 
+TEST_F(SettingCommand, DefaultTakesTheStoredValueAwayExceptOfTheCycle)
+{
+    const std::map<std::string, std::string> others = {
+        {"cycle", "10"},          {"customer-file", "/a"},  {"file-monitor", "/a"},
+        {"fault-tolerant", "on"}, {"log-charset", "ASCII"}, {"trace-level", "off"},
+        {"trigger-interval", "5"}};
+    for (const agent::Setting &setting : agent::AllSettings()) {
+        ExpectDone({"set", setting.name, others.at(setting.name)});
+        ExpectDone({"set", setting.name, "default"});
+        StartHere();
+        // Without a value the running monitor would keep its cycle.
+        EXPECT_EQ(setting.name == std::string("cycle"),
+                  test::TreeValue(setting.key, setting.value).has_value())
+            << setting.name;
+        tarsk::StopHost();
+        ExpectOutput({"get", setting.name}, std::string(setting.shown_default) + "\n");
+    }
+}
+
 TEST_F(SettingCommand, SetRefusesAWrongValueWithItsRange)
 {
     ExpectDone({"set", "cycle", "20"});
@@ -117,9 +139,10 @@ TEST_F(SettingCommand, TheTriggerIntervalIsANumberOfMillisecondsUpToAnHour)
 
 TEST_F(SettingCommand, ASettingThatIsNotKnownIsNamedWithThoseThatAre)
 {
-    const std::string known = ": there is none of that name; use one of cycle, customer-file, "
-                              "file-monitor, fault-tolerant, log-charset, trace-level, "
-                              "trigger-interval";
+    const std::string known =
+        ": there is none of that name; did you mean cycle? use one of "
+        "cycle, customer-file, file-monitor, fault-tolerant, log-charset, trace-level, "
+        "trigger-interval";
     ExpectFailed({"get", "cylce"}, "cannot find the setting \"cylce\"" + known);
     ExpectFailed({"set", "cylce", "10"}, "cannot find the setting \"cylce\"" + known);
 }
@@ -165,7 +188,7 @@ TEST_F(SettingCommand, TraceLevelRefusesAnythingElse)
                      std::string("cannot set trace-level to \"") + level +
                          "\": the value is not accepted; use detail, error, system, notable or "
                          "off");
-    ExpectUsage({"trace"}, "subcommand is required");
+    ExpectUsage({"trace"}, "it needs a command behind it");
 }
 
 TEST_F(SettingCommand, AWaitForTheMonitorsPassIsTold)

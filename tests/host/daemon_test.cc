@@ -107,6 +107,19 @@ TEST_F(DaemonTest, ASecondOneIsRefused)
               second.err);
 }
 
+TEST_F(DaemonTest, ARootThatIsNoneIsNamedAndLeftAlone)
+{
+    const std::filesystem::path other = File("other");
+    std::filesystem::create_directory(other);
+    const test::Finished finished = RunToEnd({SYSLOGMOND, "--root", other});
+    EXPECT_EQ(1, finished.status);
+    EXPECT_EQ("syslogmond: cannot use the install root " + other.string() +
+                  ": there is neither lib/vkevmon.dll nor state/agent.db in it; name an install "
+                  "root with --root\n",
+              finished.err);
+    EXPECT_TRUE(std::filesystem::is_empty(other));
+}
+
 TEST_F(DaemonTest, WithoutItsModuleItEndsAndNamesIt)
 {
     std::filesystem::remove(File("lib"));

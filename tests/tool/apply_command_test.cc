@@ -41,7 +41,7 @@ class ApplyCommand : public test::CommandTest {
         EXPECT_EQ(1, finished.status);
         EXPECT_EQ("", finished.out);
         EXPECT_EQ(expected + "syslogmon: cannot apply " + file + ": " + cause +
-                      "; mend what is said above; nothing was changed\n",
+                      "; correct what is said above; nothing was done\n",
                   finished.err);
         EXPECT_EQ(before, Registry());
     }
@@ -213,6 +213,61 @@ TEST_F(ApplyCommand, ShowsEveryMistakeWithItsPlaceAndChangesNothing)
          "id, keywords, report_count, hours"});
 }
 
+TEST_F(ApplyCommand, AQuoteThatIsNotClosedIsRefusedWithItsLine)
+{
+    ExpectDone({"event", "add", "OLD", "1", "-k", "x"});
+    const std::string rest = "  - source: A\n    id: 2\n    keywords: second\n"
+                             "  - source: A\n    id: 3\n    keywords: third\n";
+    for (const char quote : {'"', '\''})
+        ExpectRefused("events:\n  - source: A\n    id: 1\n    keywords: " + std::string(1, quote) +
+                          "I/O error\n" + rest,
+                      {"4:15: cannot read the file from here on: the closing quote of the text "
+                       "that begins here is missing; close the quote where the text ends"});
+}
+
+TEST_F(ApplyCommand, SaysHowManyMistakesAreNotShown)
+{
+    std::string text = "events:\n";
+    for (int i = 0; i < 1000; ++i)
+        text += "  - {source: A, id: x, keywords: x}\n";
+    const std::string file = Rules(text);
+    const Finished finished = Syslogmon({"apply", file});
+    EXPECT_NE(std::string::npos, finished.err.find(": 800 more mistakes are not shown: "))
+        << finished.err;
+    EXPECT_NE(std::string::npos, finished.err.find("it has 1000 mistakes; correct"))
+        << finished.err;
+}
+
+TEST_F(ApplyCommand, AFaultTolerantServerTakesBadExpressionsOnlyByForce)
+{
+    const std::string text = "events:\n"
+                             "  - {source: A, id: 1, keywords: '([a-z'}\n"
+                             "  - {source: A, id: 2, keywords: [good, '(x*)\\1']}\n";
+    EXPECT_EQ(0, Syslogmon({"apply", "--dry-run", Rules(text)}).status);
+    ExpectDone({"set", "fault-tolerant", "on"});
+    const std::string compile = "it is no regular expression that can be used on a fault-tolerant "
+                                "server: Unmatched [, [^, [:, [., or [=; put a backslash before a "
+                                "bracket or sign that is meant as it stands";
+    const std::string slow =
+        "it refers back to a group of itself (\\1), which can take the monitor "
+        "seconds for one line; write out what the line shows";
+    ExpectRefused(
+        text,
+        {"2:34: cannot use the keyword \"([a-z\" of event A 1: " + compile + ", or add --force",
+         "3:41: cannot use the keyword \"(x*)\\1\" of event A 2: " + slow + ", or add --force"});
+    const Finished forced = Syslogmon({"apply", "--force", Rules(text)});
+    EXPECT_EQ(0, forced.status);
+    const std::string warnings =
+        "syslogmon: warning: cannot use the keyword \"([a-z\" of event A 1 as an expression: " +
+        compile +
+        "\nsyslogmon: warning: cannot use the keyword \"(x*)\\1\" of event A 2 as an expression: " +
+        slow + "\n";
+    EXPECT_EQ(warnings, forced.err);
+    const Finished unchanged = Syslogmon({"apply", Rules(text)});
+    EXPECT_EQ(0, unchanged.status) << "what is registered already is no reason to refuse";
+    EXPECT_EQ(warnings, unchanged.err);
+}
+
 TEST_F(ApplyCommand, RefusesASourceOfAnotherComponent)
 {
     ExpectDone({"reg", "set", std::string(agent::kApplicationKey) + "\\OTHER", "NEWAPPLICATIONTYPE",
@@ -280,9 +335,8 @@ TEST_F(ApplyCommand, ReadsStandardInput)
     EXPECT_EQ(
         "standard input:1:1: cannot use the file: it is empty; begin with \"events:\" and list the "
         "events below it, or write \"events: []\" for none\n"
-        "syslogmon: cannot apply standard input: it has a mistake; mend what is said above; "
-        "nothing "
-        "was changed\n",
+        "syslogmon: cannot apply standard input: it has a mistake; correct what is said above; "
+        "nothing was done\n",
         nothing.err);
 }
 
@@ -293,19 +347,20 @@ TEST_F(ApplyCommand, TellsTheDifferenceInJson)
     ExpectDone({"event", "add", "DISK", "1A", "-k", "old"});
     ExpectDone({"event", "add", "OLD", "1", "-k", "x"});
     const std::string file = Rules(kTwoEvents);
-    const json before = {{"keywords", {"old", "", ""}}, {"report_count", 1}, {"hours", "all"}};
+    const json before = {{"keywords", json::array({"old"})}, {"report_count", 1}, {"hours", "all"}};
     const json changed = {
         {"change", "changed"},
         {"source", "DISK"},
         {"id", "1A"},
         {"before", before},
-        {"after", {{"keywords", {"I/O error", "", ""}}, {"report_count", 1}, {"hours", "all"}}}};
+        {"after",
+         {{"keywords", json::array({"I/O error"})}, {"report_count", 1}, {"hours", "all"}}}};
     const json added = {
         {"change", "added"},
         {"source", "NETWORK"},
         {"id", "1"},
         {"before", nullptr},
-        {"after", {{"keywords", {"link", "down", ""}}, {"report_count", 3}, {"hours", "8-18"}}}};
+        {"after", {{"keywords", {"link", "down"}}, {"report_count", 3}, {"hours", "8-18"}}}};
     EXPECT_EQ((json{{"version", 1},
                     {"file", file},
                     {"dry_run", true},
@@ -375,8 +430,8 @@ TEST_F(ApplyCommand, AnExportThatDoesNotFitOnTheDiskFails)
             {"/bin/sh", "-c",
              std::string(SYSLOGMON " --root ") + Root().string() + " " + words + " >/dev/full"});
         EXPECT_EQ(1, finished.status);
-        EXPECT_EQ("syslogmon: cannot write the file: No space left on device; what was written of "
-                  "it is not complete: make room, and try again\n",
+        EXPECT_EQ("syslogmon: cannot write on standard output: No space left on device; what was "
+                  "written is not complete: make room, and try again\n",
                   finished.err);
     }
 }

@@ -53,7 +53,7 @@ TEST_F(RegFileCommand, ExportWritesUtf16OnRequest)
     EXPECT_EQ(0U, finished.out.find("\xFF\xFEW\0i\0n\0"s));
     const std::string before = Registry();
     test::WriteFile(File("file.reg"), finished.out);
-    ExpectDone({"reg", "delete", "A"});
+    ExpectDone({"reg", "delete", "A", "--yes"});
     EXPECT_EQ(0, Syslogmon({"reg", "import", File("file.reg").string()}).status);
     EXPECT_EQ(before, Registry());
 }
@@ -104,7 +104,7 @@ TEST_F(RegFileCommand, ImportNamesEveryBadLineAndChangesNothing)
             "[, a "
             "value with \" or @, a comment with ;\n"
             "syslogmon: cannot import " +
-            file + ": it has 2 mistakes; mend what is said above; nothing was changed\n",
+            file + ": it has 2 mistakes; correct what is said above; nothing was done\n",
         finished.err);
     EXPECT_EQ(before, Registry());
     const json errors = Json({"reg", "import", file}, 1)["errors"];
@@ -132,7 +132,7 @@ TEST_F(RegFileCommand, ImportWakesTheMonitorWhenEventsWereTouched)
     const std::string event =
         "[HKLM\\"s + agent::kApplicationKey + "\\DISK\\1\\WATCHSETTING]\n\"KeyWord\"=\"x\"\n";
     EXPECT_EQ("1 keys created, 0 keys deleted, 1 values set, 0 values deleted, 0 unchanged.\n"
-              "The registered events were touched: the monitor is told to load them again.\n",
+              "The registered events were touched.\n",
               Import(event).out);
     EXPECT_EQ(WAIT_RESULT_FIRST, WaitForSingleObject(changed, 0));
     EXPECT_EQ(0, Import(event).status);
@@ -147,7 +147,7 @@ TEST_F(RegFileCommand, ImportTellsTheMonitorOfSettings)
     HANDLE file = CreateEvent(nullptr, FALSE, FALSE, agent::kFileMonitorEvent);
     const std::string lines = "[HKLM\\"s + agent::kMonitorKey + "]\n\"CYCLE\"=dword:3c\n";
     EXPECT_EQ("1 keys created, 0 keys deleted, 1 values set, 0 values deleted, 0 unchanged.\n"
-              "The setting cycle was changed: the monitor is told.\n",
+              "The setting cycle was changed.\n",
               Import(lines).out);
     EXPECT_EQ(WAIT_RESULT_FIRST, WaitForSingleObject(cycle, 0));
     EXPECT_EQ(WAIT_RESULT_TIMEOUT, WaitForSingleObject(file, 0));
@@ -179,6 +179,7 @@ TEST_F(RegFileCommand, EventsTravelFromOneHostToAnother)
     test::WriteFile(File("all.reg"), before);
     const std::filesystem::path other = Root() / "other";
     std::filesystem::create_directory(other);
+    std::filesystem::create_directory_symlink(AGENT_LIBRARIES, other / "lib");
     const auto on_other = [&](const test::Words &words) {
         return test::RunToEnd(test::Command(other, words));
     };

@@ -154,17 +154,34 @@ TEST(CompareRules, AnEventThatIsRegisteredTwiceIsComparedOnce)
         difference.warnings);
 }
 
-TEST(CompareRules, WarnsWhenTheTableIsTooSmall)
+TEST(CompareRules, RefusesWhatTheTableHasNoRoomFor)
 {
     std::vector<Rule> rules;
     for (uint32_t id = 0; id < 2048; ++id)
         rules.push_back(RuleOf(Event("A", id)));
     EXPECT_TRUE(CompareRules({}, rules, false).warnings.empty());
+    rules.back().at = {77, 5};
+    const auto refused = CompareRules(Registered({Event("B", 1)}), rules, false).issues;
+    ASSERT_EQ(1U, refused.size());
+    EXPECT_EQ((agent::Position{77, 5}), refused[0].at);
+    EXPECT_EQ("cannot add this event: there would be 2049 events, and the monitor's table has room "
+              "for 2048; leave out what is not needed, or remove events that are not in the file "
+              "with --prune",
+              refused[0].what);
+    EXPECT_TRUE(CompareRules(Registered({Event("B", 1)}), rules, true).issues.empty());
+}
+
+TEST(CompareRules, WarnsWhenTheTableIsTooSmallAlready)
+{
+    std::vector<EventRecord> events;
+    for (uint32_t id = 0; id < 2049; ++id)
+        events.push_back(Event("A", id));
+    const auto difference = CompareRules(Registered(events), {RuleOf(Event("A", 1))}, false);
+    EXPECT_TRUE(difference.issues.empty());
     EXPECT_EQ(
         (std::vector<std::string>{"there are 2049 events then, and the monitor's table has room "
                                   "for 2048; the others are not watched"}),
-        CompareRules(Registered({Event("B", 1)}), rules, false).warnings);
-    EXPECT_TRUE(CompareRules(Registered({Event("B", 1)}), rules, true).warnings.empty());
+        difference.warnings);
 }
 
 // ---- the character set of the log ----
