@@ -66,7 +66,7 @@ void Ask(const Context &context)
 // Asks, waits, and looks whether that was enough.
 void ScanToTheEnd(const Context &context, double timeout)
 {
-    context.Open();
+    context.OpenToRead();
     const agent::FileMarks marks = agent::MarkWatchedFiles(tarsk::HostRegistry());
     const int64_t asked_ns = agent::BootTimeNs();
     Ask(context);

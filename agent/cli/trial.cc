@@ -24,7 +24,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-
 // The host of a trial: the libraries of the real one, and everything else in a folder of its own.
 class PrivateHost {
   public:

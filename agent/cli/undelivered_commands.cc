@@ -35,7 +35,7 @@ json ToJson(const Undelivered &row, const alerts::Alert &alert)
 
 int ListUndelivered(const Context &context, const UndeliveredOptions &options)
 {
-    context.Open();
+    context.OpenToRead();
     const alerts::SinkConfig sink = Sinks().Find(options.name).config;
     json list = json::array();
     Table table({"ALERT", "PUT ASIDE", "PEER", "REASON", "TEXT"});

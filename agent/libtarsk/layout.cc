@@ -3,6 +3,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "agent/libtarsk/error.h"
 #include "agent/libtarsk/private_file.h"
 
 namespace tarsk {
