@@ -119,7 +119,7 @@ TEST_F(StoreIdentity, AMissingStoreIsAnErrorWhereThereWasOne)
         ": it is gone, and there was one; put it or a copy of it back, mount what it lies on, or "
         "remove " +
         Mark().string() + " to start with nothing";
-    for (const Role role : {Role::kCommand, Role::kDaemon})
+    for (const Role role : {Role::kCommand, Role::kReader, Role::kDaemon})
         EXPECT_EQ(expected, ErrorOf([&] { tarsk::StartHost(Layout(), role); }));
     EXPECT_FALSE(fs::exists(Path()));
 
