@@ -16,7 +16,8 @@ function(add_module_folder folder)
 endfunction()
 add_module_folder(regacc last_end_time.cc regacc.cc)
 add_module_folder(stamp syslog_time.cc)
-add_module_folder(match expression.cc hits.cc index.cc literal_set.cc match.cc report.cc table_data.cc)
+add_module_folder(match expression.cc hits.cc index.cc literal_set.cc match.cc relied_on.cc
+    report.cc table_data.cc)
 add_module_folder(fileacc block.cc lines.cc open_log.cc resume.cc)
 add_module_folder(filemonitor object.cc scan.cc)
 add_module_folder(vkevmon backup_list.cc entry.cc file_set.cc loop.cc pass.cc product_filter.cc reload.cc

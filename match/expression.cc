@@ -135,6 +135,23 @@ void KeepLonger(size_t begin, size_t end, RequiredText *longest)
 
 constexpr size_t kSubMatches = 20; // room for them is given, but they are not used
 
+bool HasBackReference(const char *expression)
+{
+    for (const char *at = expression; (at = strchr(at, '\\')) != nullptr; ++at) {
+        if (at[1] >= '1' && at[1] <= '9')
+            return true;
+    }
+    return false;
+}
+
+// Nobody sees the sub-matches, and without them a match is found in a fraction of the time. But the answer of the C
+// library is then another one in two cases: it takes a line end inside the text for the end of it (no line of a log
+// holds one), and a repeated group that a back-reference names counts as empty, so "(a*){2}\2b" matches "abcd".
+int SubMatchFlag(const char *line, const Pattern &pattern)
+{
+    return strchr(line, '\n') == nullptr && !HasBackReference(pattern.text) ? REG_NOSUB : 0;
+}
+
 } // namespace
 
 void MakePattern(const char *keyword, Pattern *pattern)
@@ -144,11 +161,8 @@ void MakePattern(const char *keyword, Pattern *pattern)
 
 bool MatchesPattern(const char *line, const Pattern &pattern)
 {
-    // Nobody sees the sub-matches, and without them a match is found in a fraction of the time. But the C
-    // library then takes a line end inside the text for the end of it. No line of a log holds one.
-    const int without_sub_matches = strchr(line, '\n') == nullptr ? REG_NOSUB : 0;
     regex_t expression;
-    if (regcomp(&expression, pattern.text, REG_EXTENDED | without_sub_matches) != 0)
+    if (regcomp(&expression, pattern.text, REG_EXTENDED | SubMatchFlag(line, pattern)) != 0)
         return false;
     regmatch_t sub_matches[kSubMatches];
     const bool found = regexec(&expression, line, kSubMatches, sub_matches, 0) == 0;

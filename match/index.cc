@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <functional>
 #include <iterator>
-#include <string_view>
 
 #include "match/own_lines.h"
+#include "match/relied_on.h"
 #include "match/report.h"
 #include "match/table_data.h"
 
@@ -25,20 +24,12 @@ struct IndexedEntry {
     LiteralId keywords[kKeywordsOfEntry];
     LiteralId required[kKeywordsOfEntry]; // text that a match as an expression needs
     bool is_expression[kKeywordsOfEntry];
-    bool is_relied_on[kKeywordsOfEntry]; // the index holds only as long as this keyword is the same
-    uint16_t next_of_anchor;             // 1 + the next entry with the same anchor; 0: none
-};
-
-// An entry as it was when the index was built.
-struct BuiltFrom {
-    const VKVMon *entry;
-    size_t digest; // of the keywords that are relied on
+    uint16_t next_of_anchor; // 1 + the next entry with the same anchor; 0: none
 };
 
 // The index. Written by BuildIndex and DropIndex, on the monitor thread.
 IndexedEntry indexed[kMaxEntries];
 int indexed_count = 0;
-BuiltFrom built_from[kMaxEntries];
 bool built_for_expressions = false;
 Pattern patterns[kMaxEntries][kKeywordsOfEntry]; // only for a fault-tolerant server
 uint16_t first_of_anchor[kMaxLiterals];          // 1 + the first entry with this anchor; 0: none
@@ -80,7 +71,7 @@ void AddKeywords(int index)
         entry.keywords[k] = length > 0 ? AddLiteral(text, length) : kNoLiteral;
         if (!built_for_expressions)
             continue;
-        entry.is_relied_on[k] = true;
+        RelyOnKeyword(text, length);
         if (length == 0)
             continue;
         MakePattern(text, &patterns[index][k]);
@@ -141,6 +132,14 @@ int ChooseAnchor(int index)
     return best;
 }
 
+// The search looks at this very keyword from now on. The text that was added first may be that of an entry with another
+// anchor, whose change would go unnoticed.
+void RelyOnAnchor(LiteralId anchor, const char *keyword)
+{
+    MoveLiteral(anchor, keyword);
+    RelyOnKeyword(keyword, strlen(keyword));
+}
+
 void ChainUnderAnchor(int index)
 {
     const int k = ChooseAnchor(index);
@@ -152,21 +151,10 @@ void ChainUnderAnchor(int index)
     IndexedEntry &entry = indexed[index];
     const LiteralId anchor = entry.keywords[k];
     WantLiteral(anchor);
-    entry.is_relied_on[k] = true;
+    if (!built_for_expressions)
+        RelyOnAnchor(anchor, KeywordOf(*lpVKVMon[index], k));
     entry.next_of_anchor = first_of_anchor[anchor];
     first_of_anchor[anchor] = static_cast<uint16_t>(index + 1);
-}
-
-size_t DigestOf(int index)
-{
-    constexpr size_t kFactor = 31;
-    size_t digest = 0;
-    for (int k = 0; k < kKeywordsOfEntry; ++k) {
-        if (indexed[index].is_relied_on[k])
-            digest =
-                (digest * kFactor) + std::hash<std::string_view>()(KeywordOf(*lpVKVMon[index], k));
-    }
-    return digest;
 }
 
 int CountEntries()
@@ -206,24 +194,19 @@ void BuildIndex()
     WantLiteral(own_identifier);
     built_for_expressions = ServerIsFaultTolerant();
     indexed_count = CountEntries();
+    RelyOnSlots(indexed_count);
     for (int i = 0; i < indexed_count; ++i)
         AddKeywords(i);
     CountUsers();
     for (int i = 0; i < indexed_count; ++i)
         ChainUnderAnchor(i);
-    for (int i = 0; i < indexed_count; ++i)
-        built_from[i] = {lpVKVMon[i], DigestOf(i)};
     PrepareLiterals();
     is_ready = true;
 }
 
 bool IndexHolds()
 {
-    bool holds =
-        CountEntries() == indexed_count && ServerIsFaultTolerant() == built_for_expressions;
-    for (int i = 0; holds && i < indexed_count; ++i)
-        holds = lpVKVMon[i] == built_from[i].entry && DigestOf(i) == built_from[i].digest;
-    return holds;
+    return ServerIsFaultTolerant() == built_for_expressions && AllReliedOnIsTheSame();
 }
 
 int IndexedEntries()

@@ -349,6 +349,11 @@ LiteralId AddLiteral(const char *text, size_t length)
     return id;
 }
 
+void MoveLiteral(LiteralId id, const char *text)
+{
+    literals[id].text = text;
+}
+
 void WantLiteral(LiteralId id)
 {
     literals[id].is_wanted = true;

@@ -44,6 +44,9 @@ void ClearLiterals();
 // number it has.
 LiteralId AddLiteral(const char *text, size_t length);
 
+// The same text at another place, which stays as it is while the set is used.
+void MoveLiteral(LiteralId id, const char *text);
+
 // Only wanted literals are searched for. A new literal is not wanted.
 void WantLiteral(LiteralId id);
 

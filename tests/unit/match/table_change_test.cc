@@ -230,6 +230,33 @@ TEST_P(TableChange, OfAnySecondKeywordCountsAtOnce)
     ExpectReports("A", "AB", "AB");
 }
 
+TEST_P(TableChange, OfAKeywordThatAnotherEntryHasTooLeavesThatEntryAlone)
+{
+    Watch("A");
+    EventSpec event;
+    event.source = "S";
+    event.keywords = {"line 5", "host", ""};
+    VKVMon *sharer = AddEntry(event);
+    Watch("B", "host");
+    AtReportOf("A", [sharer] { snprintf(sharer->Keyword2, sizeof sharer->Keyword2, "nowhere"); });
+    Run();
+    EXPECT_EQ("ASB", ReportedFor(5));
+    EXPECT_EQ("AB", ReportedFor(50));
+    EXPECT_EQ("AB", ReportedFor(51));
+    EXPECT_EQ("AB", ReportedFor(60));
+}
+
+TEST_P(TableChange, OfTheEndOfALongKeywordCountsAtOnce)
+{
+    Watch("A");
+    const std::string text = "line " + std::to_string(kLineOfChange + 1);
+    VKVMon *entry = Watch("B", text + std::string(60, 'x'));
+    AtReportOf("A", [entry, text] { entry->Keyword1[text.size()] = '\0'; });
+    Run();
+    EXPECT_EQ("A", ReportedFor(50));
+    EXPECT_EQ("AB", ReportedFor(51));
+}
+
 TEST_P(TableChange, ToOtherEntriesLeavesNothingOfTheOldOnes)
 {
     Watch("A");
