@@ -410,8 +410,7 @@ int Limit(const Context &context, const SinkOptions &options)
     if (context.json)
         PrintJson({{"limit", Sinks().AlertLimit()}, {"megabytes", Sinks().AlertMegabytes()}});
     else
-        printf("%u\n",
-               options.shows_megabytes ? Sinks().AlertMegabytes() : Sinks().AlertLimit());
+        printf("%u\n", options.shows_megabytes ? Sinks().AlertMegabytes() : Sinks().AlertLimit());
     return kExitDone;
 }
 
