@@ -1,8 +1,8 @@
 #include "agent/alerts/worker.h"
 
 #include <algorithm>
-#include <cstdio>
 
+#include "agent/common/say.h"
 #include "agent/libtarsk/error.h"
 #include "platform/trace.h"
 
@@ -425,7 +425,7 @@ void Worker::StoreFailed(const std::string &why)
         const std::string text =
             "the alerts for the sink " + Name() + " cannot be read, they wait: " + why;
         TRACE(TRACE_NOTABLE, "%s.", text.c_str());
-        fprintf(stderr, "syslogmond: %s\n", text.c_str());
+        agent::Say(text);
     }
     store_failing_ = true;
     Pause();
