@@ -86,6 +86,22 @@ class Doctor : public test::CommandTest {
         }
         return found;
     }
+    // What is said of the free space where the state lies, on an empty disk of this size.
+    [[nodiscard]] json SpaceOnADiskOf(const std::string &size) const
+    {
+        fs::remove_all(Layout().state);
+        fs::create_directory(Layout().state);
+        const Finished finished =
+            RunToEnd(Helper(Root(), {"with-small-disk", Layout().state, size, SYSLOGMON, "--root",
+                                     Root(), "--json", "doctor"}));
+        const json all = json::parse(finished.out, nullptr, false);
+        EXPECT_TRUE(all.is_object()) << finished.err;
+        for (const json &result : all.value("checks", json::array())) {
+            if (result["looked_at"] == Layout().state.string())
+                return result;
+        }
+        return json::object();
+    }
     // The one finding of this check says this, about that, with an advice.
     void ExpectFinding(const std::string &check, const std::string &looked_at,
                        const std::string &part, const std::string &advice) const
@@ -187,20 +203,15 @@ TEST_F(Doctor, ADamagedStoreIsFound)
 
 TEST_F(Doctor, AFullDiskIsFound)
 {
-    fs::remove_all(Layout().state);
-    fs::create_directory(Layout().state);
-    const Finished finished =
-        RunToEnd(Helper(Root(), {"with-small-disk", Layout().state, "1m", SYSLOGMON, "--root",
-                                 Root(), "--json", "doctor"}));
-    const json all = json::parse(finished.out, nullptr, false);
-    ASSERT_TRUE(all.is_object()) << finished.err;
-    json disk;
-    for (const json &result : all["checks"]) {
-        if (result["looked_at"] == Layout().state.string())
-            disk = result;
-    }
-    EXPECT_EQ("finding", disk.value("outcome", "")) << all.dump(2);
+    const json disk = SpaceOnADiskOf("1m");
+    EXPECT_EQ("finding", disk.value("outcome", "")) << disk;
     EXPECT_EQ("only 1.0 MB are free", disk.value("found", ""));
+}
+
+TEST_F(Doctor, MuchFreeSpaceIsToldInGigabytes)
+{
+    EXPECT_EQ("943.7 MB are free", SpaceOnADiskOf("900m").value("found", ""));
+    EXPECT_EQ("10.7 GB are free", SpaceOnADiskOf("10g").value("found", ""));
 }
 
 TEST_F(Doctor, ADiskThatIsMountedReadOnlyIsFound)
