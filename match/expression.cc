@@ -9,6 +9,8 @@
 namespace {
 
 constexpr char kOperators[] = ".[](){}*+?^$|\\";
+constexpr char kAnchors[] = "^$";
+constexpr char kEscapedAnchors[] = "<>bB`'"; // behind a backslash
 
 bool IsAscii(char c)
 {
@@ -133,6 +135,30 @@ void KeepLonger(size_t begin, size_t end, RequiredText *longest)
         *longest = {begin, end - begin};
 }
 
+// Does an anchor stand inside a group? "^", "$", and the words' and the text's ends.
+bool HasAnchorInGroup(const char *text)
+{
+    int depth = 0;
+    for (size_t at = 0; text[at] != '\0';) {
+        const char c = text[at];
+        if (c == '[') {
+            at = SkipBracket(text, at);
+            continue;
+        }
+        const bool is_escaped = c == '\\' && text[at + 1] != '\0';
+        if (c == '(')
+            ++depth;
+        else if (c == ')' && depth > 0)
+            --depth; // one that closes nothing stands for itself
+        if (is_escaped)
+            ++at;
+        if (depth > 0 && strchr(is_escaped ? kEscapedAnchors : kAnchors, text[at]) != nullptr)
+            return true;
+        ++at;
+    }
+    return false;
+}
+
 constexpr size_t kSubMatches = 20; // room for them is given, but they are not used
 
 bool HasBackReference(const char *expression)
@@ -145,11 +171,15 @@ bool HasBackReference(const char *expression)
 }
 
 // Nobody sees the sub-matches, and without them a match is found in a fraction of the time. But the answer of the C
-// library is then another one in two cases: it takes a line end inside the text for the end of it (no line of a log
-// holds one), and a repeated group that a back-reference names counts as empty, so "(a*){2}\2b" matches "abcd".
+// library is then another one in three cases: it takes a line end inside the text for the end of it (no line of a log
+// holds one), a repeated group that a back-reference names counts as empty, so "(a*){2}\2b" matches "abcd", and one
+// that holds an anchor matches where it does not otherwise: "(^a){2}" in "aa".
 int SubMatchFlag(const char *line, const Pattern &pattern)
 {
-    return strchr(line, '\n') == nullptr && !HasBackReference(pattern.text) ? REG_NOSUB : 0;
+    const bool needs_sub_matches = strchr(line, '\n') != nullptr ||
+                                   MayHideOperators(pattern.text) ||
+                                   HasBackReference(pattern.text) || HasAnchorInGroup(pattern.text);
+    return needs_sub_matches ? 0 : REG_NOSUB;
 }
 
 } // namespace

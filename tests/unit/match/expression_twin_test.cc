@@ -105,5 +105,33 @@ TEST(ExpressionTwin, RequiresOnlyWhatEveryMatchHoldsForAllShortKeywords)
     }
 }
 
+bool IsMatch(const std::string &line, const std::string &keyword)
+{
+    Pattern pattern;
+    MakePattern(keyword.c_str(), &pattern);
+    return MatchesPattern(line.c_str(), pattern);
+}
+
+TEST(ExpressionTwin, MatchesAsWithSubMatchesWhereAGroupHoldsAnAnchor)
+{
+    for (const char *keyword :
+         {"(^a){2}", "(a$){2}", "((^b{0,2})+)+", "(^[^a]?){1,3}", "(\\>ab){0,2}", "a(\\`^b){0,2}",
+          "(a|(^a){1,3}ba*)", "x)|(^a){2}", "\\((^a){2}|(^a){2}", "[(](^a){2}|(^a){2}"}) {
+        for (const char *line : {"", "a", "aa", "ab", "baa", "abab", "aaba", "(aa"})
+            EXPECT_EQ(twin::ExpressionMatches(line, keyword), IsMatch(line, keyword))
+                << keyword << " on " << line;
+    }
+}
+
+TEST(ExpressionTwin, MatchesAsWithSubMatches)
+{
+    Campaign("matches", 20000).Run([](Random &random) {
+        const RandomKeyword keyword = RandomExpression(random);
+        const std::string line = RandomSubject(random, keyword);
+        EXPECT_EQ(twin::ExpressionMatches(line, keyword.text), IsMatch(line, keyword.text))
+            << keyword.text << " on " << line;
+    });
+}
+
 } // namespace
 } // namespace test
