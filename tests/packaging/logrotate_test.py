@@ -35,14 +35,17 @@ class Snippet:
 
     def rotate(self):
         """Rotates now, in less than the time for which a test waits, and returns how many seconds that took."""
-        argv = [lab.tool("logrotate"), "--verbose", "--force", "--state", self._lab.folder / "state", self.path]
         begin = time.monotonic()
-        done = subprocess.run(argv, stdin=subprocess.DEVNULL, capture_output=True, text=True,
-                              env={**os.environ, "LD_LIBRARY_PATH": str(lab.tool_libraries())},
-                              timeout=3 * lab.PATIENCE)
+        done = self.run_logrotate()
         if done.returncode != 0 or "error:" in done.stderr:
             raise AssertionError(f"logrotate ended with {done.returncode}: {done.stderr}")
         return time.monotonic() - begin
+
+    def run_logrotate(self):
+        argv = [lab.tool("logrotate"), "--verbose", "--force", "--state", self._lab.folder / "state", self.path]
+        return subprocess.run(argv, stdin=subprocess.DEVNULL, capture_output=True, text=True,
+                              env={**os.environ, "LD_LIBRARY_PATH": str(lab.tool_libraries())},
+                              timeout=3 * lab.PATIENCE)
 
 
 class SystemLog(lab.LabTest):
@@ -176,27 +179,46 @@ open(count, "w").write(str(number))
         """Waits until the program is past this number, and so writes into the file that is in place."""
         self.lab.wait_until(f"line {number} is in the log", lambda: lab.last_number_in(self.log) > number)
 
+    def snippet(self):
+        return Snippet(self.lab, "logrotate-other-logs", **{
+            "systemctl stop application.service": self.stop,
+            "systemctl start application.service": self.start})
+
+    def check(self):
+        self.shell(self.stop)
+        self.daemon.scan()
+        written = int((self.lab.folder / "count").read_text())
+        self.assert_each_once_and_in_order(range(written), self.lab.reported_numbers())
+
     def run_rotations(self, setting):
         self.lab.command("set", setting, self.log)
         self.daemon.start()
-        snippet = Snippet(self.lab, "logrotate-other-logs", **{
-            "systemctl stop application.service": self.stop,
-            "systemctl start application.service": self.start})
+        snippet = self.snippet()
         self.shell(self.start)
         for rotation in range(4):
             self.wait_until_written(50 * (rotation + 1))
             snippet.rotate()
         self.wait_until_written(250)
-        self.shell(self.stop)
-        self.daemon.scan()
-        written = int((self.lab.folder / "count").read_text())
-        self.assert_each_once_and_in_order(range(written), self.lab.reported_numbers())
+        self.check()
 
     def test_a_customer_file_loses_no_line(self):
         self.run_rotations("customer-file")
 
     def test_a_file_monitor_target_loses_no_line(self):
         self.run_rotations("file-monitor")
+
+    def test_a_scan_that_fails_puts_the_rotation_off_and_lets_the_program_go_on(self):
+        self.lab.command("set", "customer-file", self.log)
+        self.daemon.start()
+        self.daemon.stop()
+        self.shell(self.start)
+        self.wait_until_written(50)
+        refused = self.snippet().run_logrotate()
+        self.assertNotEqual(0, refused.returncode, refused.stderr)
+        self.assertFalse(self.log.with_name("application.log.1").exists())
+        self.wait_until_written(lab.last_number_in(self.log) + 50)
+        self.daemon.start()
+        self.check()
 
 
 if __name__ == "__main__":
