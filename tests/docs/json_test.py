@@ -82,11 +82,11 @@ class Shapes(lab.LabTest):
             with self.subTest(words):
                 self.assertEqual([], differences(example, self.printed(words)))
 
-    def test_without_a_daemon_the_fields_from_state_to_watch_problem_are_missing(self):
+    def test_without_a_daemon_the_fields_from_state_to_waiting_since_ms_are_missing(self):
         self.daemon.stop()
         example = dict(documented())["status"]
         names = list(example)
-        missing = names[names.index("state"):names.index("watch_problem") + 1]
+        missing = names[names.index("state"):names.index("waiting_since_ms") + 1]
         self.assertEqual(set(names) - set(missing), set(self.lab.status()))
 
     def test_mistakes_of_a_rules_file_are_printed(self):
