@@ -19,9 +19,9 @@ add_module_folder(stamp syslog_time.cc)
 add_module_folder(match expression.cc hits.cc index.cc literal_set.cc match.cc relied_on.cc
     report.cc table_data.cc)
 add_module_folder(fileacc block.cc lines.cc open_log.cc resume.cc)
-add_module_folder(filemonitor object.cc scan.cc)
+add_module_folder(filemonitor block.cc matcher.cc object.cc scan.cc splitter.cc)
 add_module_folder(vkevmon backup_list.cc entry.cc file_set.cc loop.cc pass.cc product_filter.cc reload.cc
-                  settings.cc siblings.cc table.cc table_lock.cc version.cc)
+                  settings.cc siblings.cc subkeys.cc table.cc table_lock.cc version.cc)
 
 # Loaded by a host under this name. The host supplies the calls declared in platform/, so they stay
 # undefined here.

@@ -1,4 +1,5 @@
 // The block: open and close, load at an offset, forwards and backwards, cut at line ends.
+#include <cassert>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -109,6 +110,49 @@ void AwaitRestOfLine(int64_t count, LogBuf *block)
     }
 }
 
+bool CursorIsOnLastLine()
+{
+    if (curblock.isend == kBlockInside)
+        return false;
+    if (curblock.linepos >= curblock.length || curblock.length == 0)
+        return true;
+    if (curblock.linepos < 0)
+        return false;
+    const auto line = static_cast<int64_t>(strlen(curblock.data + curblock.linepos));
+    return curblock.linepos + line + 1 >= curblock.length;
+}
+
+// ---- the rules of a block, by their numbers in the header ----
+
+bool IsWithinBounds(const LogBuf &block) // R1
+{
+    return block.start >= 0 && block.length >= 0 && block.length <= kBlockSize;
+}
+
+// A trimmed block is ended by the line end that it keeps, any other by the byte after it.
+bool HoldsWholeStrings(const LogBuf &block) // R2
+{
+    if (memchr(block.data, '\n', static_cast<size_t>(block.length)) != nullptr)
+        return false;
+    return block.length == 0 || block.data[block.length - 1] == '\0' ||
+           block.data[block.length] == '\0';
+}
+
+bool CursorIsAtALine(const LogBuf &block) // R3
+{
+    if (block.linepos < -1 || block.linepos > block.length)
+        return false;
+    return block.linepos <= 0 || block.linepos == block.length ||
+           block.data[block.linepos - 1] == '\0';
+}
+
+bool EndsAsTrimmed(const LogBuf &block) // R4
+{
+    return block.isend == kBlockAtEnd || block.length == 0 ||
+           block.data[block.length - 1] == '\0' ||
+           memchr(block.data, '\0', static_cast<size_t>(block.length)) == nullptr;
+}
+
 } // namespace
 
 int InitFile(const char *name)
@@ -185,6 +229,7 @@ int64_t GetBlockAt(int64_t pos, int64_t leng, LogBuf *plogbuf)
     for (char *p = plogbuf->data;
          (p = static_cast<char *>(memchr(p, '\n', static_cast<size_t>(end - p)))) != nullptr;)
         *p++ = '\0';
+    assert(BlockIsSound(*plogbuf));
     TRACE(TRACE_DETAIL, "<return %ld.", plogbuf->length);
     return plogbuf->length;
 }
@@ -198,10 +243,12 @@ int64_t GetNextBlock(LogBuf *plogbuf)
     }
     // The block before was cut at a line end, so this one starts at a line head. A line longer than
     // a block is not joined: its next piece starts here.
-    const int64_t got = GetBlockAt(plogbuf->start + plogbuf->length, kBlockSize, plogbuf);
+    const int64_t from = plogbuf->start + plogbuf->length;
+    const int64_t got = GetBlockAt(from, kBlockSize, plogbuf);
     if (got < 0)
         return got;
     TrimBlockRight(plogbuf);
+    assert(BlockIsSound(*plogbuf, Loaded::kForward, from));
     TRACE(TRACE_DETAIL, "<return %ld.", plogbuf->length);
     return plogbuf->length;
 }
@@ -221,11 +268,14 @@ int64_t GetPreBlock(LogBuf *plogbuf)
     const int64_t from = end > kBlockSize ? end - kBlockSize : 0;
     const int64_t count = end - from;
     memset(plogbuf, 0, sizeof *plogbuf);
-    if (GetBlockAt(from, count, plogbuf) < 0) {
+    const int64_t got = GetBlockAt(from, count, plogbuf);
+    if (got < 0) {
         TRACE(TRACE_ERROR, "<GetBlockAt from %lld length %ld error,return -1.", ll{from}, count);
         return -1;
     }
     TrimBlockLeft(plogbuf);
+    assert(BlockIsSound(*plogbuf, Loaded::kBackward,
+                        from + got)); // that is `end`, or the file has shrunk
     TRACE(TRACE_DETAIL, "<return %ld.", plogbuf->length);
     return plogbuf->length;
 }
@@ -265,7 +315,7 @@ void TrimBlockLeft(LogBuf *plogbuf)
         return;
     }
     if (plogbuf->start == 0) {
-        // A normal case that is reported as an error on purpose: trace readers count on the level.
+        // A normal case that is reported as an error: the interface fixes the level.
         TRACE(TRACE_ERROR, "<no need to trim this block.");
         return;
     }
@@ -290,22 +340,6 @@ int FBegin(void)
     TRACE(TRACE_DETAIL, "<return %d", begin);
     return begin;
 }
-
-namespace {
-
-bool CursorIsOnLastLine()
-{
-    if (curblock.isend == kBlockInside)
-        return false;
-    if (curblock.linepos >= curblock.length || curblock.length == 0)
-        return true;
-    if (curblock.linepos < 0)
-        return false;
-    const auto line = static_cast<int64_t>(strlen(curblock.data + curblock.linepos));
-    return curblock.linepos + line + 1 >= curblock.length;
-}
-
-} // namespace
 
 int FEof(void)
 {
@@ -339,16 +373,17 @@ void printblock(LogBuf block)
     }
 }
 
-bool BlockIsSound(const LogBuf &block)
+bool BlockIsSound(const LogBuf &block, Loaded loaded, int64_t edge)
 {
-    if (block.start < 0 || block.length < 0 || block.length > kBlockSize) // R1
+    if (!IsWithinBounds(block) || !HoldsWholeStrings(block) || !CursorIsAtALine(block))
         return false;
-    if (block.linepos < -1 || block.linepos > block.length) // R3
-        return false;
-    const bool at_head = block.linepos <= 0 || block.data[block.linepos - 1] == '\0';
-    const auto length = static_cast<size_t>(block.length);
-    const bool no_newline = memchr(block.data, '\n', length) == nullptr; // R2
-    // A trimmed block is ended by the line end that it keeps, any other by the byte after it.
-    const bool ended = length == 0 || block.data[length - 1] == '\0' || block.data[length] == '\0';
-    return no_newline && ended && (at_head || block.linepos == block.length);
+    switch (loaded) {
+    case Loaded::kForward:
+        return EndsAsTrimmed(block) && block.start == edge;
+    case Loaded::kBackward:
+        return block.start + block.length == edge;
+    case Loaded::kAt:
+        break;
+    }
+    return true;
 }

@@ -15,11 +15,10 @@
 #include <cstdio>
 #include <sys/types.h>
 
+#include "platform/contract.h"
+
 // Bytes of a block.
 constexpr int64_t kBlockSize = 16384;
-
-// Size of every line buffer of the syslog scan, in bytes: a line is handled up to its first 3328.
-constexpr int kLineBufferSize = 3329;
 
 // Where the bytes of a block end, as seen from the file length recorded when the file was opened.
 constexpr int32_t kBlockInside = 0; // before it: more blocks follow
@@ -35,7 +34,7 @@ constexpr int32_t kBlockBeyond = 2; // after it: the file has grown since it was
 //   R4  After a forward load and its trim the last valid byte is a line end, unless the block reaches
 //       the recorded end of the file (kBlockAtEnd) or holds no line end at all.
 //   R5  A forward block starts where the one before it ended, and a backward block ends where the one
-//       after it started: no overlap and no gap.
+//       after it started (or where a file ends that has shrunk): no overlap and no gap.
 struct LogBuf {
     int64_t start;   // file offset of data[0]
     int64_t length;  // valid bytes in data
@@ -149,7 +148,14 @@ int GotoPos(int64_t *pos, char *pcontent, int size);
 // what is behind the line's zero byte as it is.
 int ReadNextLine(int64_t *pos, char *pcontent, int size, size_t *length);
 
-// Does a block keep the rules R1 to R3 above? For assertions and tests.
-bool BlockIsSound(const LogBuf &block);
+// How a block was loaded, which tells the rules that it must keep.
+enum class Loaded {
+    kAt,       // from any offset: R1 to R3
+    kForward,  // and trimmed: also R4, and R5 with the offset at which it has to start
+    kBackward, // and trimmed: also R5 with the offset at which it has to end
+};
+
+// Does a block keep the rules above? For assertions and tests. `edge` is the offset for R5.
+bool BlockIsSound(const LogBuf &block, Loaded loaded = Loaded::kAt, int64_t edge = 0);
 
 #endif // FILEACC_FILEACC_H

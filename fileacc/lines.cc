@@ -8,7 +8,6 @@
 namespace {
 
 constexpr char kUnit[] = "fileacc";
-constexpr char kGetNextLine[] = "GetNextLine";
 
 // GetLineHead looks at single bytes as far back as lines go, and then takes pieces of this size: a log
 // without line ends must not hold up the monitor.
@@ -47,6 +46,23 @@ void DeliverLineAt(int64_t index, int64_t *pos, char *pcontent, int size)
     *pos = curblock.start + index;
 }
 
+bool CanRead(const int64_t *pos, const char *pcontent, int size)
+{
+    return gfp != nullptr && filelen > 0 && pos != nullptr && pcontent != nullptr && size > 0;
+}
+
+// The index of the line behind the cursor, or -1 when it is not in the block.
+int64_t NextInBlock()
+{
+    if (curblock.linepos < 0)
+        return 0;
+    if (curblock.linepos >= curblock.length)
+        return -1;
+    const char *const line = curblock.data + curblock.linepos;
+    const int64_t next = curblock.linepos + static_cast<int64_t>(strlen(line)) + 1;
+    return next < curblock.length ? next : -1;
+}
+
 } // namespace
 
 int64_t GetLineHead(int64_t pos)
@@ -80,40 +96,19 @@ int64_t GetLineHead(int64_t pos)
     return 0;
 }
 
-namespace {
-
-bool CanRead(const int64_t *pos, const char *pcontent, int size)
-{
-    return gfp != nullptr && filelen > 0 && pos != nullptr && pcontent != nullptr && size > 0;
-}
-
-// The index of the line behind the cursor, or -1 when it is not in the block.
-int64_t NextInBlock()
-{
-    if (curblock.linepos < 0)
-        return 0;
-    if (curblock.linepos >= curblock.length)
-        return -1;
-    const char *const line = curblock.data + curblock.linepos;
-    const int64_t next = curblock.linepos + static_cast<int64_t>(strlen(line)) + 1;
-    return next < curblock.length ? next : -1;
-}
-
-} // namespace
-
 int ReadNextLine(int64_t *pos, char *pcontent, int size, size_t *length)
 {
-    TRACE_FOR(kGetNextLine, TRACE_DETAIL, ">pos=%p,pcontent=%p,size=%d", static_cast<void *>(pos),
-              static_cast<void *>(pcontent), size);
+    constexpr const char *kInterface = "GetNextLine";
+    TRACE_HELPER(TRACE_DETAIL, ">pos=%p,pcontent=%p,size=%d", static_cast<void *>(pos),
+                 static_cast<void *>(pcontent), size);
     if (!CanRead(pos, pcontent, size)) {
-        TRACE_FOR(kGetNextLine, TRACE_ERROR, "<params error.return -1.");
+        TRACE_HELPER(TRACE_ERROR, "<params error.return -1.");
         return -1;
     }
     *length = 0;
     if (curblock.length <= 0) {
         pcontent[0] = '\0';
-        TRACE_FOR(kGetNextLine, TRACE_ERROR, "<curblock's length is %ld.return -1.",
-                  curblock.length);
+        TRACE_HELPER(TRACE_ERROR, "<curblock's length is %ld.return -1.", curblock.length);
         return -1;
     }
     const int64_t next = NextInBlock();
@@ -123,24 +118,23 @@ int ReadNextLine(int64_t *pos, char *pcontent, int size, size_t *length)
         curblock.linepos = next;
         *pos = curblock.start + next;
         if (is_first)
-            TRACE_FOR(kGetNextLine, TRACE_DETAIL, "<*pos=%lld.pcontent=%s,return 0.", ll{*pos},
-                      pcontent);
+            TRACE_HELPER(TRACE_DETAIL, "<*pos=%lld.pcontent=%s,return 0.", ll{*pos}, pcontent);
         else
-            TRACE_FOR(kGetNextLine, TRACE_DETAIL, "<*pos=%lld.return 0.", ll{*pos});
+            TRACE_HELPER(TRACE_DETAIL, "<*pos=%lld.return 0.", ll{*pos});
         return 0;
     }
     pcontent[0] = '\0';
     if (curblock.isend != kBlockInside) {
-        TRACE_FOR(kGetNextLine, TRACE_ERROR, "<end of file.return -1.");
+        TRACE_HELPER(TRACE_ERROR, "<end of file.return -1.");
         return -1;
     }
     if (GetNextBlock(&curblock) < 0) {
-        TRACE_FOR(kGetNextLine, TRACE_ERROR, "<GetNextBlock() failed.return -1.");
+        TRACE_HELPER(TRACE_ERROR, "<GetNextBlock() failed.return -1.");
         return -1;
     }
     curblock.linepos = -1;
     const int result = ReadNextLine(pos, pcontent, size, length);
-    TRACE_FOR(kGetNextLine, TRACE_DETAIL, "<return %d", result);
+    TRACE_HELPER(TRACE_DETAIL, "<return %d", result);
     return result;
 }
 
@@ -180,7 +174,7 @@ int GetPreLine(int64_t *pos, char *pcontent, int size)
         return -1;
     }
     if (GetPreBlock(&curblock) < 0) {
-        // The one failure that is traced as detail, as its readers know it.
+        // The one failure that is traced as detail: the interface fixes the level.
         TRACE(TRACE_DETAIL, "<GetPreBlock() failed.return -1.");
         return -1;
     }

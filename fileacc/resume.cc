@@ -11,6 +11,7 @@
 // The exact text always wins, wherever a walk meets it. A line without a readable stamp never ends
 // a walk.
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 #include <ctime>
 
@@ -23,7 +24,7 @@
 namespace {
 
 constexpr char kUnit[] = "fileacc";
-constexpr char kGotoPos[] = "GotoPos";
+constexpr const char *kInterface = "GotoPos";
 constexpr size_t kTimeTextSize = 32; // ctime_r writes 26 bytes for years of four digits
 
 using ll = long long;
@@ -70,11 +71,11 @@ time_t RememberedTime(Resume *resume)
     const char *pcontent = resume->pcontent;
     time_t moment = 0;
     if (!TimeOf(resume, pcontent, &moment)) {
-        TRACE_FOR(kGotoPos, TRACE_ERROR, "get pcontent \"%s\"'s time error", pcontent);
+        TRACE_HELPER(TRACE_ERROR, "get pcontent \"%s\"'s time error", pcontent);
         moment = lastendtime;
         char text[kTimeTextSize];
-        TRACE_FOR(kGotoPos, TRACE_DETAIL, "set pcontent's time to %s(%ld)", TimeText(moment, text),
-                  static_cast<long>(moment));
+        TRACE_HELPER(TRACE_DETAIL, "set pcontent's time to %s(%ld)", TimeText(moment, text),
+                     static_cast<long>(moment));
     }
     return moment;
 }
@@ -85,11 +86,11 @@ time_t BaseTime(Resume *resume)
 {
     time_t moment = 0;
     if (!TimeOf(resume, resume->base, &moment)) {
-        TRACE_FOR(kGotoPos, TRACE_ERROR, "get \"%s\"'s time error", resume->base);
+        TRACE_HELPER(TRACE_ERROR, "get \"%s\"'s time error", resume->base);
         moment = resume->remembered - 1;
         char text[kTimeTextSize];
-        TRACE_FOR(kGotoPos, TRACE_DETAIL, "set time to %s(%ld)", TimeText(moment, text),
-                  static_cast<long>(moment));
+        TRACE_HELPER(TRACE_DETAIL, "set time to %s(%ld)", TimeText(moment, text),
+                     static_cast<long>(moment));
     }
     return moment;
 }
@@ -102,22 +103,22 @@ int StepBack(Resume *resume)
 // Lines may have been inserted before the remembered one: looks back among the lines of its second.
 Walk SearchBefore(Resume *resume)
 {
-    TRACE_FOR(kGotoPos, TRACE_DETAIL, "Search before ...");
+    TRACE_HELPER(TRACE_DETAIL, "Search before ...");
     SaveFileEnv();
     while (FBegin() == 0) {
         if (StepBack(resume) != 0) {
-            TRACE_FOR(kGotoPos, TRACE_ERROR, "<GetPreLine error. tmppos=%lld.retrun -1.",
-                      ll{resume->tmppos});
+            TRACE_HELPER(TRACE_ERROR, "<GetPreLine error. tmppos=%lld.retrun -1.",
+                         ll{resume->tmppos});
             return Walk::kFailed;
         }
         if (IsRememberedLine(resume->candidate, resume->pcontent)) {
             *resume->pos = resume->tmppos;
-            TRACE_FOR(kGotoPos, TRACE_ERROR, "<found.return 0.");
+            TRACE_HELPER(TRACE_ERROR, "<found.return 0.");
             return Walk::kPlaced;
         }
         time_t moment = 0;
         if (!TimeOf(resume, resume->candidate, &moment)) {
-            TRACE_FOR(kGotoPos, TRACE_ERROR, "get \"%s\"'s time error", resume->candidate);
+            TRACE_HELPER(TRACE_ERROR, "get \"%s\"'s time error", resume->candidate);
             continue;
         }
         if (moment != resume->remembered)
@@ -137,12 +138,11 @@ Walk PlaceOnSaved(Resume *resume, bool saved, int64_t saved_pos)
         CopyCut(resume->base, resume->pcontent, kLineBufferSize);
     } else {
         // The cursor is on the first line, not before it, so the caller goes on with the second.
-        // That is intended, also when the walk began on the first line: callers and their records
-        // rely on it.
+        // That is fixed by the interface, also when the walk began on the first line.
         *resume->pos = -1;
         resume->pcontent[0] = '\0';
     }
-    TRACE_FOR(kGotoPos, TRACE_DETAIL, "<return 0");
+    TRACE_HELPER(TRACE_DETAIL, "<return 0");
     return Walk::kPlaced;
 }
 
@@ -150,23 +150,23 @@ Walk PlaceOnSaved(Resume *resume, bool saved, int64_t saved_pos)
 // not newer is kept as the answer, and the walk goes on through its second for the exact text.
 Walk SearchUp(Resume *resume)
 {
-    TRACE_FOR(kGotoPos, TRACE_DETAIL, "Search up...");
+    TRACE_HELPER(TRACE_DETAIL, "Search up...");
     bool saved = false;
     int64_t saved_pos = -1;
     while (FBegin() == 0) {
         if (StepBack(resume) != 0) {
-            TRACE_FOR(kGotoPos, TRACE_ERROR, "<GetPreLine error. tmppos=%lld.return -1.",
-                      ll{resume->tmppos});
+            TRACE_HELPER(TRACE_ERROR, "<GetPreLine error. tmppos=%lld.return -1.",
+                         ll{resume->tmppos});
             return Walk::kFailed;
         }
         if (IsRememberedLine(resume->candidate, resume->pcontent)) {
             *resume->pos = resume->tmppos;
-            TRACE_FOR(kGotoPos, TRACE_DETAIL, "<found.return 0.");
+            TRACE_HELPER(TRACE_DETAIL, "<found.return 0.");
             return Walk::kPlaced;
         }
         time_t moment = 0;
         if (!TimeOf(resume, resume->candidate, &moment)) {
-            TRACE_FOR(kGotoPos, TRACE_ERROR, "get \"%s\"'s time error", resume->candidate);
+            TRACE_HELPER(TRACE_ERROR, "get \"%s\"'s time error", resume->candidate);
             continue;
         }
         if (moment > resume->remembered)
@@ -186,31 +186,31 @@ Walk SearchUp(Resume *resume)
 // Looks forwards from the line at the offset, up to the first line newer than the remembered one.
 Walk SearchDown(Resume *resume, int64_t base_pos)
 {
-    TRACE_FOR(kGotoPos, TRACE_DETAIL, "Search down ...");
+    TRACE_HELPER(TRACE_DETAIL, "Search down ...");
     resume->tmppos = base_pos;
     memcpy(resume->candidate, resume->base, sizeof resume->candidate);
     while (FEof() == 0) {
         if (GetNextLine(&resume->tmppos, resume->candidate, kLineBufferSize) != 0) {
-            TRACE_FOR(kGotoPos, TRACE_ERROR, "<GetNextLine error. tmppos=%lld.return -1.",
-                      ll{resume->tmppos});
+            TRACE_HELPER(TRACE_ERROR, "<GetNextLine error. tmppos=%lld.return -1.",
+                         ll{resume->tmppos});
             return Walk::kFailed;
         }
-        TRACE_FOR(kGotoPos, TRACE_DETAIL, "%-5lld:\"%s\"\n", ll{resume->tmppos}, resume->candidate);
+        TRACE_HELPER(TRACE_DETAIL, "%-5lld:\"%s\"\n", ll{resume->tmppos}, resume->candidate);
         if (IsRememberedLine(resume->candidate, resume->pcontent)) {
             *resume->pos = resume->tmppos;
-            TRACE_FOR(kGotoPos, TRACE_DETAIL, "<found.return 0.");
+            TRACE_HELPER(TRACE_DETAIL, "<found.return 0.");
             return Walk::kPlaced;
         }
         time_t moment = 0;
         if (!TimeOf(resume, resume->candidate, &moment)) {
-            TRACE_FOR(kGotoPos, TRACE_ERROR, "get \"%s\"'s time error.", resume->candidate);
+            TRACE_HELPER(TRACE_ERROR, "get \"%s\"'s time error.", resume->candidate);
             continue;
         }
         if (moment <= resume->remembered)
             continue;
         if (StepBack(resume) != 0) {
-            TRACE_FOR(kGotoPos, TRACE_ERROR, "<GetPreLine error. tmppos=%lld.return -1.",
-                      ll{resume->tmppos});
+            TRACE_HELPER(TRACE_ERROR, "<GetPreLine error. tmppos=%lld.return -1.",
+                         ll{resume->tmppos});
             return Walk::kFailed;
         }
         break;
@@ -219,7 +219,7 @@ Walk SearchDown(Resume *resume, int64_t base_pos)
     const auto size = static_cast<size_t>(resume->size);
     memset(resume->pcontent, 0, size);
     CopyCut(resume->candidate, resume->pcontent, size);
-    TRACE_FOR(kGotoPos, TRACE_DETAIL, "<return 0.");
+    TRACE_HELPER(TRACE_DETAIL, "<return 0.");
     return Walk::kPlaced;
 }
 
@@ -246,15 +246,16 @@ int64_t LoadLineAt(int64_t pos)
     const int64_t inside = std::clamp<int64_t>(pos, 0, filelen - 1);
     const int64_t head = GetLineHead(inside);
     if (head < 0) {
-        TRACE_FOR(kGotoPos, TRACE_ERROR, "<GetLineHead() error.return -1.");
+        TRACE_HELPER(TRACE_ERROR, "<GetLineHead() error.return -1.");
         return -1;
     }
     if (GetBlockAt(head, kBlockSize, &curblock) < 0) {
-        TRACE_FOR(kGotoPos, TRACE_ERROR, "<GetBlockAt() error. pos=%lld, length=%d.return -1.",
-                  ll{head}, static_cast<int>(kBlockSize));
+        TRACE_HELPER(TRACE_ERROR, "<GetBlockAt() error. pos=%lld, length=%d.return -1.", ll{head},
+                     static_cast<int>(kBlockSize));
         return -1;
     }
     TrimBlockRight(&curblock);
+    assert(BlockIsSound(curblock, Loaded::kForward, head));
     return head;
 }
 
@@ -273,8 +274,7 @@ int GotoPos(int64_t *pos, char *pcontent, int size)
         return -1;
     if (*pos < 0) {
         pcontent[0] = '\0';
-        // Reported as an error although it is the normal start of a new file; the level is known
-        // so.
+        // Reported as an error although it is the normal start of a new file: the interface fixes the level.
         TRACE(TRACE_ERROR, "<*pos<0,return 0.");
         return 0;
     }

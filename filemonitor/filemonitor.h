@@ -19,14 +19,17 @@
 #include <cstdio>
 #include <sys/stat.h>
 
+#include "match/literal_set.h"
+#include "platform/contract.h"
 #include "platform/types.h"
+#include "stamp/syslog_time.h"
 
-constexpr long kFileBlockSize = 16384;    // bytes that are read at most into the block
-constexpr size_t kFileDataSize = 16392;   // at least 8 zero bytes always follow the data
-constexpr int kFileLineMax = 3328;        // bytes of a line that are delivered
-constexpr int kFileLineBufferSize = 3330; // bytes of a pass's line buffer
-constexpr long kOverlongCount = 3329;     // count at which a line is over-long
-constexpr size_t kMonitorPathSize = 256;  // bytes, the zero byte included
+constexpr long kFileBlockSize = 16384;        // bytes that are read at most into the block
+constexpr size_t kFileDataSize = 16392;       // at least 8 zero bytes always follow the data
+constexpr long kOverlongCount = kLineMax + 1; // count at which a line is over-long
+// A block must at least hold a line that is delivered whole, with its line feed.
+constexpr long kSmallestBlock = kLineMax + 1;
+constexpr size_t kMonitorPathSize = kFileNameMax + 1; // bytes, the zero byte included
 
 // The watched file. The first six fields are the block; they are cleared together when a scan
 // begins.
@@ -97,8 +100,7 @@ long GetFileBlock(int64_t pos, long leng);
 // delivered), 0 at the end of the file, with the offset stored, or -1.
 // A line that straddles two blocks is counted once for its bytes in the first and again from its
 // start in the second, and is over-long as soon as that sum reaches 3329; what is delivered can
-// then run past its line feed. This double count is intended and is relied on by those who compare
-// counts over time.
+// then run past its line feed. This double count is fixed by the interface.
 long GetFileNextLine(char *pcontent, int size);
 
 // Matches one line against the monitoring table and reports. FALSE: the clock could not be read.
@@ -106,5 +108,14 @@ int CheckFileLine(const char *line);
 
 } // extern "C"
 #pragma GCC visibility pop
+
+// Makes the block empty: none is loaded.
+void ClearFileBlock();
+
+// CheckFileLine for the lines of a pass, with the index when there is one.
+//   moment  the pass's own, see syslog_time.h
+//   found   the pass's own, all zero at its beginning: what the index finds in the line
+//   line    kSearchPadding bytes behind its zero byte can be read (literal_set.h)
+int CheckFileLineOfPass(LocalMoment *moment, FoundLiterals *found, const char *line);
 
 #endif // FILEMONITOR_FILEMONITOR_H

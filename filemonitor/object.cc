@@ -4,10 +4,10 @@
 
 #include "fileacc/open_log.h"
 #include "filemonitor/filemonitor.h"
+#include "platform/contract.h"
 #include "platform/registry.h"
 #include "platform/split64.h"
 #include "platform/trace.h"
-#include "regacc/regacc.h"
 
 FileMonObj filedata;
 
@@ -15,10 +15,7 @@ namespace {
 
 constexpr char kUnit[] = "filemonitor";
 
-// FILENAME is set outside the module and only read here; the other values are the module's.
-constexpr char kFileMonitorKey[] = TARSK_REG_SYSLOG_SUB_KEY "\\FILEMONITOR";
-constexpr DWORD kPathReadSize = 255;
-static_assert(kPathReadSize < kMonitorPathSize, "the path must stay terminated");
+static_assert(kFileNameMax < kMonitorPathSize, "the path must stay terminated");
 
 using ll = long long;
 
@@ -40,12 +37,12 @@ int RegGetInode(void)
     TRACE(TRACE_DETAIL, ">");
     uint32_t low = 0;
     uint32_t high = 0;
-    if (!ReadHalf("INODE_L", &low)) {
+    if (!ReadHalf(kInodeLowValue, &low)) {
         TRACE(TRACE_ERROR, "<Get low bits of inode from registry failed, return FALSE!");
         return FALSE;
     }
     filedata.inode = low;
-    if (!ReadHalf("INODE_H", &high)) {
+    if (!ReadHalf(kInodeHighValue, &high)) {
         TRACE(TRACE_ERROR, "<Get high bits of inode from registry failed, return FALSE!");
         return FALSE;
     }
@@ -59,12 +56,12 @@ int RegGetOffset(void)
     TRACE(TRACE_DETAIL, ">");
     uint32_t low = 0;
     uint32_t high = 0;
-    if (!ReadHalf("OFFSET_L", &low)) {
+    if (!ReadHalf(kOffsetLowValue, &low)) {
         TRACE(TRACE_ERROR, "<Get low bits of offset from registry failed, return FALSE !");
         return FALSE;
     }
     filedata.offset = JoinHalves(low, 0);
-    if (!ReadHalf("OFFSET_H", &high)) {
+    if (!ReadHalf(kOffsetHighValue, &high)) {
         TRACE(TRACE_ERROR, "<Get high bits of offset from registry failed, return FALSE !");
         return FALSE;
     }
@@ -78,8 +75,8 @@ int ChangeFileMonObj(void)
     TRACE(TRACE_DETAIL, ">");
     memset(filedata.filemonpath, 0, sizeof filedata.filemonpath);
     DWORD type = REG_SZ;
-    DWORD size = kPathReadSize;
-    if (RegRead(HKEY_LOCAL_MACHINE, kFileMonitorKey, "FILENAME", &type, filedata.filemonpath,
+    DWORD size = kFileNameMax; // the name is set outside the module and only read here
+    if (RegRead(HKEY_LOCAL_MACHINE, kFileMonitorKey, kFileNameValue, &type, filedata.filemonpath,
                 &size) == 0) {
         memset(filedata.filemonpath, 0, sizeof filedata.filemonpath);
         TRACE(TRACE_ERROR, "<Get filemonpath failed!");
@@ -103,11 +100,11 @@ int RegSetInode(uint64_t inode)
 {
     const auto value = static_cast<int64_t>(inode);
     TRACE(TRACE_DETAIL, ">inode=%lld", ll{value});
-    if (!WriteHalf("INODE_L", LowHalf(value))) {
+    if (!WriteHalf(kInodeLowValue, LowHalf(value))) {
         TRACE(TRACE_ERROR, "<Set low bits of inode to registry failed, return FALSE !");
         return FALSE;
     }
-    if (!WriteHalf("INODE_H", HighHalf(value))) {
+    if (!WriteHalf(kInodeHighValue, HighHalf(value))) {
         TRACE(TRACE_ERROR, "<Set high bits of inode to registry failed, return FALSE !");
         return FALSE;
     }
@@ -118,11 +115,11 @@ int RegSetInode(uint64_t inode)
 int RegSetOffset(int64_t offset)
 {
     TRACE(TRACE_DETAIL, ">offset=%lld", ll{offset});
-    if (!WriteHalf("OFFSET_L", LowHalf(offset))) {
+    if (!WriteHalf(kOffsetLowValue, LowHalf(offset))) {
         TRACE(TRACE_ERROR, "<Set low bits of offset to registry failed, return FALSE !");
         return FALSE;
     }
-    if (!WriteHalf("OFFSET_H", HighHalf(offset))) {
+    if (!WriteHalf(kOffsetHighValue, HighHalf(offset))) {
         TRACE(TRACE_ERROR, "<Set high bits of offset to registry failed, return FALSE !");
         return FALSE;
     }
@@ -154,6 +151,7 @@ void FinishFileMonObj(void)
 {
     TRACE(TRACE_DETAIL, ">");
     if (filedata.filefp != nullptr) {
+        // Only its first byte, which is all that the interface promises to clear.
         memset(static_cast<void *>(&filedata.filestat), 0, 1);
         fclose(filedata.filefp);
         filedata.filefp = nullptr;

@@ -17,8 +17,6 @@ namespace {
 constexpr char kLogName[] = "Application";
 static_assert(sizeof kLogName == sizeof Report::log_name);
 
-constexpr char kWithheldSource[] = "FTREPORT";
-
 } // namespace
 
 bool FindPlain(const char *line, const char *keyword)
@@ -52,7 +50,7 @@ bool CountHits(const TraceSite &site, VKVMon *entry, int times)
 void BuildReport(const char *line, VKVMon *entry, Report *report)
 {
     memset(static_cast<void *>(report), 0, sizeof *report);
-    TarskCodeConvert(line, -1, report->message, kMessageSize, CODE_LOG, CODE_REGISTRY);
+    TarskCodeConvert(line, -1, report->message, kLineBufferSize, CODE_LOG, CODE_REGISTRY);
     entry->CurrentCount = 0;
     memcpy(report->log_name, kLogName, sizeof kLogName);
     report->strings[0] = report->message;

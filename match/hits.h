@@ -13,12 +13,10 @@
 #include <cstdint>
 #include <ctime>
 
+#include "platform/contract.h"
 #include "platform/monitor_entry.h"
 #include "platform/siblings.h"
 #include "stamp/syslog_time.h"
-
-// Bytes of the message of a report: a whole line with its zero byte.
-constexpr int kMessageSize = 3329;
 
 // Under which names a matcher's records appear in the trace log.
 struct TraceSite {
@@ -48,7 +46,7 @@ struct Report {
     ReportRequest request;
     char log_name[12];
     const char *strings[1];
-    char message[kMessageSize];
+    char message[kLineBufferSize]; // a whole line
 };
 
 // Fills a report of the line for the entry, and sets the entry's hit count back to 0.

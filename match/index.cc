@@ -5,10 +5,10 @@
 #include <cstring>
 #include <iterator>
 
-#include "match/own_lines.h"
 #include "match/relied_on.h"
 #include "match/report.h"
 #include "match/table_data.h"
+#include "platform/contract.h"
 
 namespace {
 
@@ -190,7 +190,7 @@ void BuildIndex()
     memset(first_of_anchor, 0, sizeof first_of_anchor);
     memset(without_anchor, 0, sizeof without_anchor);
     has_entries_without_anchor = false;
-    own_identifier = AddLiteral(kOwnLines, sizeof kOwnLines - 1);
+    own_identifier = AddLiteral(kSyslogIdentifier, sizeof kSyslogIdentifier - 1);
     WantLiteral(own_identifier);
     built_for_expressions = ServerIsFaultTolerant();
     indexed_count = CountEntries();

@@ -22,6 +22,7 @@
 
 #include "match/expression.h"
 #include "match/literal_set.h"
+#include "platform/contract.h"
 #include "platform/monitor_entry.h"
 
 // A pass begins: what is known of the table is void.
@@ -57,8 +58,6 @@ struct Candidates {
     uint16_t entries[kMaxEntries];
 };
 void FindCandidates(const FoundLiterals &found, Candidates *candidates);
-
-constexpr int kKeywordsOfEntry = 3;
 
 // Keyword 0 to 2 of an entry.
 const char *KeywordOf(const VKVMon &entry, int keyword);

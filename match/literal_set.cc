@@ -69,6 +69,11 @@ GramTable short_grams;
 int32_t literal_of_byte[256]; // 1 + the literal of that one byte, or kNone
 bool has_bytes = false;
 
+size_t walk = 0; // the index in kWalks
+
+// How many grams of the literals of a table fall into each bucket. Only while the set is prepared.
+uint16_t crowds[kBuckets];
+
 // For AddLiteral: 1 + the number that a text has, in the slot of its hash or one behind.
 constexpr unsigned kTextSlotBits = 15;
 int32_t text_slots[1U << kTextSlotBits];
@@ -145,9 +150,6 @@ void ForEach(Lengths lengths, Act act)
             act(static_cast<LiteralId>(id));
     }
 }
-
-// How many grams of the literals of a table fall into each bucket. Only while the set is prepared.
-uint16_t crowds[kBuckets];
 
 template <GramKind Kind>
 void CountCrowds(Lengths lengths)
@@ -326,6 +328,26 @@ void FindBytes(const Searched &searched)
     }
 }
 
+// A walk in the largest steps that the literals allow.
+struct Walk {
+    void (*prepare)(GramTable *table, Lengths lengths);
+    void (*find)(const Searched &searched, const GramTable &table);
+};
+constexpr Walk kWalks[] = {
+    {PrepareGrams<kFrom4>, FindByGrams<kFrom4>},
+    {PrepareGrams<kFrom5>, FindByGrams<kFrom5>},
+    {PrepareGrams<kFrom6>, FindByGrams<kFrom6>},
+    {PrepareGrams<kFrom7>, FindByGrams<kFrom7>},
+};
+size_t ChooseWalk(Lengths lengths)
+{
+    size_t shortest = kWalked + std::size(kWalks) - 1;
+    ForEach(lengths, [&shortest](LiteralId id) {
+        shortest = std::min<size_t>(shortest, literals[id].length);
+    });
+    return shortest - kWalked;
+}
+
 } // namespace
 
 void ClearLiterals()
@@ -359,38 +381,12 @@ void WantLiteral(LiteralId id)
     literals[id].is_wanted = true;
 }
 
-namespace {
-
-// A walk in the largest steps that the literals allow.
-struct Walk {
-    void (*prepare)(GramTable *table, Lengths lengths);
-    void (*find)(const Searched &searched, const GramTable &table);
-};
-constexpr Walk kWalks[] = {
-    {PrepareGrams<kFrom4>, FindByGrams<kFrom4>},
-    {PrepareGrams<kFrom5>, FindByGrams<kFrom5>},
-    {PrepareGrams<kFrom6>, FindByGrams<kFrom6>},
-    {PrepareGrams<kFrom7>, FindByGrams<kFrom7>},
-};
-const Walk *walk = kWalks;
-
-const Walk *ChooseWalk(Lengths lengths)
-{
-    size_t shortest = kWalked + std::size(kWalks) - 1;
-    ForEach(lengths, [&shortest](LiteralId id) {
-        shortest = std::min<size_t>(shortest, literals[id].length);
-    });
-    return &kWalks[shortest - kWalked];
-}
-
-} // namespace
-
 void PrepareLiterals()
 {
     use_count = 0;
     const Lengths walked = {kWalked, SIZE_MAX};
     walk = ChooseWalk(walked);
-    walk->prepare(&walked_grams, walked);
+    kWalks[walk].prepare(&walked_grams, walked);
     PrepareGrams<kShort>(&short_grams, {2, kWalked - 1});
     PrepareBytes();
 }
@@ -405,7 +401,7 @@ void ForgetFound(FoundLiterals *found)
 void FindLiterals(const char *line, size_t length, FoundLiterals *found)
 {
     const Searched searched = {line, length, found};
-    walk->find(searched, walked_grams);
+    kWalks[walk].find(searched, walked_grams);
     FindByGrams<kShort>(searched, short_grams);
     FindBytes(searched);
 }

@@ -25,8 +25,10 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "platform/contract.h"
+
 // Every keyword of a full table, the literal text inside every one, and the agent's identifier.
-constexpr int kMaxLiterals = (2 * 3 * 2048) + 1;
+constexpr int kMaxLiterals = (2 * kKeywordsOfEntry * kMaxEntries) + 1;
 
 using LiteralId = uint16_t;
 static_assert(kMaxLiterals < UINT16_MAX);

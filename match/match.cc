@@ -6,21 +6,21 @@
 #include "match/expression.h"
 #include "match/hits.h"
 #include "match/index.h"
-#include "match/own_lines.h"
 #include "match/report.h"
 #include "match/table_data.h"
+#include "platform/contract.h"
 #include "platform/trace.h"
 #include "stamp/syslog_time.h"
 
 namespace {
 
 constexpr char kUnit[] = "vkevmon";
-constexpr char kCheckLine[] = "CheckLine";
-constexpr TraceSite kSite = {kUnit, kCheckLine};
+constexpr const char *kInterface = "CheckLine";
+constexpr TraceSite kSite = {kUnit, kInterface};
 
 void TracePattern(const Pattern &pattern)
 {
-    TRACE_FOR(kCheckLine, TRACE_DETAIL, "Regular Expression is:%s", pattern.text);
+    TRACE_HELPER(TRACE_DETAIL, "Regular Expression is:%s", pattern.text);
 }
 
 bool FindPlainOrExpression(const char *line, const char *keyword)
@@ -53,7 +53,7 @@ bool HitEntry(const Occurrence &occurrence, VKVMon *entry)
     BuildReport(occurrence.line, entry, &report);
     if (IsWithheld(*entry))
         return false;
-    TRACE_FOR(kCheckLine, TRACE_NOTABLE, "Report %s", occurrence.line);
+    TRACE_HELPER(TRACE_NOTABLE, "Report %s", occurrence.line);
     SendReport(kSite, &report);
     return true;
 }
@@ -135,7 +135,7 @@ void MatchByIndex(const Occurrence &occurrence)
 
 bool IsOwn(const char *line, const FoundLiterals *found)
 {
-    return found != nullptr ? LineIsOwn(*found) : strstr(line, kOwnLines) != nullptr;
+    return found != nullptr ? LineIsOwn(*found) : strstr(line, kSyslogIdentifier) != nullptr;
 }
 
 // By the plain rule when nothing is known of what is in the line.
@@ -143,16 +143,16 @@ int CheckLineAt(LocalMoment *moment, const FoundLiterals *found, char *line, int
 {
     time_t stamp = 0;
     if (GetSyslogTimeAt(moment, line, &stamp, StampUse::kValidity) != TRUE) {
-        TRACE_FOR(kCheckLine, TRACE_ERROR, "<GetSyslogTime() return FALSE.return 0.");
+        TRACE_HELPER(TRACE_ERROR, "<GetSyslogTime() return FALSE.return 0.");
         return 0;
     }
     if (IsOwn(line, found)) {
-        TRACE_FOR(kCheckLine, TRACE_DETAIL, "<TARSKvkvmain is found in line, ignore.return 0.");
+        TRACE_HELPER(TRACE_DETAIL, "<TARSKvkvmain is found in line, ignore.return 0.");
         return 0;
     }
     const time_t now = time(nullptr);
     if (now == -1) {
-        TRACE_FOR(kCheckLine, TRACE_SYSTEM, "<time() return -1");
+        TRACE_HELPER(TRACE_SYSTEM, "<time() return -1");
         return -1;
     }
     const Occurrence occurrence = {line, times, now, moment, found};
@@ -160,14 +160,13 @@ int CheckLineAt(LocalMoment *moment, const FoundLiterals *found, char *line, int
         MatchByIndex(occurrence);
     else
         MatchFrom(0, occurrence);
-    TRACE_FOR(kCheckLine, TRACE_DETAIL, "<return 0.");
+    TRACE_HELPER(TRACE_DETAIL, "<return 0.");
     return 0;
 }
 
 void TraceLine(const char *line, int times)
 {
-    TRACE_FOR(kCheckLine, TRACE_DETAIL, "line \"%s\" is checked, it happend %d times\n", line,
-              times);
+    TRACE_HELPER(TRACE_DETAIL, "line \"%s\" is checked, it happend %d times\n", line, times);
 }
 
 } // namespace
@@ -186,7 +185,7 @@ int CheckLine(char *line, int times)
 
 int CheckLineOfPass(LocalMoment *moment, FoundLiterals *found, char *line, size_t length, int times)
 {
-    TRACE_FOR(kCheckLine, TRACE_DETAIL, ">line=%p,times=%d", static_cast<void *>(line), times);
+    TRACE_HELPER(TRACE_DETAIL, ">line=%p,times=%d", static_cast<void *>(line), times);
     TraceLine(line, times);
     CountLineOfPass();
     if (!IndexIsReady())

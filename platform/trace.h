@@ -23,8 +23,11 @@ int TraceLogSetThrName(const char *name);
 // A record of the function in which it stands. Each source file names its unit in kUnit.
 #define TRACE(level, ...) TraceLog(level, kUnit, __func__, __LINE__, __VA_ARGS__)
 
-// The same from a helper, under the name of the function for which it works: trace readers know the
-// functions of the module's interface and no others.
+// The same in a helper, under the name of the interface function for which it works: kInterface, which the file
+// names once, or the helper in its first line. The trace log shows the functions of the interface and no others.
+#define TRACE_HELPER(level, ...) TraceLog(level, kUnit, kInterface, __LINE__, __VA_ARGS__)
+
+// The same in a helper that works for several, and is told for which.
 #define TRACE_FOR(function, level, ...) TraceLog(level, kUnit, function, __LINE__, __VA_ARGS__)
 
 #endif // PLATFORM_TRACE_H

@@ -8,23 +8,7 @@
 
 namespace {
 
-// The value names of the slots, by monindex.
-struct SlotNames {
-    const char *headline;
-    const char *pos_low;
-    const char *pos_high;
-    const char *content;
-};
-constexpr SlotNames kNames[MAX_MON_FILES] = {
-    {"HEADLINE", "POS", "H_POS", "CONTENT"},
-    {"HEADLINE_C", "POS_C", "H_POS_C", "CONTENT_C"},
-};
-constexpr char kRecordTime[] = "RECORDTIME";
-
 constexpr char kUnit[] = "regacc";
-
-// Bytes of a stored text, its zero byte included.
-constexpr size_t kTextSize = 500;
 
 using ll = long long;
 
@@ -33,26 +17,24 @@ using ll = long long;
 bool OpenToRead(const char *function, HKEY *key)
 {
     // An access of 0 is what the host accepts for reading.
-    if (RegOpenKeyEx(HKEY_LOCAL_MACHINE, TARSK_REG_SYSLOG_SUB_KEY, 0, 0, key) == ERROR_SUCCESS)
+    if (RegOpenKeyEx(HKEY_LOCAL_MACHINE, kMonitorKey, 0, 0, key) == ERROR_SUCCESS)
         return true;
-    TRACE_FOR(function, TRACE_ERROR, "<RegOpenKeyEx %s failed!return -1.",
-              TARSK_REG_SYSLOG_SUB_KEY);
+    TRACE_FOR(function, TRACE_ERROR, "<RegOpenKeyEx %s failed!return -1.", kMonitorKey);
     return false;
 }
 
 bool CreateKey(HKEY *key)
 {
     DWORD disposition = 0;
-    return RegCreateKeyEx(HKEY_LOCAL_MACHINE, TARSK_REG_SYSLOG_SUB_KEY, 0, "", 0, KEY_ALL_ACCESS,
-                          nullptr, key, &disposition) == ERROR_SUCCESS;
+    return RegCreateKeyEx(HKEY_LOCAL_MACHINE, kMonitorKey, 0, "", 0, KEY_ALL_ACCESS, nullptr, key,
+                          &disposition) == ERROR_SUCCESS;
 }
 
 bool OpenToWrite(const char *function, HKEY *key)
 {
     if (CreateKey(key))
         return true;
-    TRACE_FOR(function, TRACE_ERROR, "<RegCreateKeyEx %s failed!return -1.",
-              TARSK_REG_SYSLOG_SUB_KEY);
+    TRACE_FOR(function, TRACE_ERROR, "<RegCreateKeyEx %s failed!return -1.", kMonitorKey);
     return false;
 }
 
@@ -101,12 +83,12 @@ bool WriteNumber(const char *function, HKEY key, const char *name, uint32_t numb
 
 bool WriteText(const char *function, HKEY key, const char *name, const char *text)
 {
-    char stored[kTextSize] = {};
-    memcpy(stored, text, strnlen(text, kTextSize - 1));
+    char stored[kStoredTextSize] = {};
+    memcpy(stored, text, strnlen(text, kStoredTextSize - 1));
     return WriteValue(function, key, name, REG_SZ, stored, static_cast<DWORD>(strlen(stored) + 1));
 }
 
-bool ReadPosition(const char *function, HKEY key, const SlotNames &names, int64_t *pos)
+bool ReadPosition(const char *function, HKEY key, const SlotValues &names, int64_t *pos)
 {
     uint32_t low = 0;
     uint32_t high = 0;
@@ -119,7 +101,7 @@ bool ReadPosition(const char *function, HKEY key, const SlotNames &names, int64_
     return true;
 }
 
-bool WriteOrientation(const char *function, HKEY key, const SlotNames &names, int64_t pos,
+bool WriteOrientation(const char *function, HKEY key, const SlotValues &names, int64_t pos,
                       const char *content)
 {
     return WriteNumber(function, key, names.pos_low, LowHalf(pos)) &&
@@ -161,7 +143,7 @@ int RegSetRecTime(time_t time)
     HKEY key = nullptr;
     if (!OpenToWrite(__func__, &key))
         return -1;
-    const bool done = WriteNumber(__func__, key, kRecordTime, static_cast<uint32_t>(time));
+    const bool done = WriteNumber(__func__, key, kRecordTimeValue, static_cast<uint32_t>(time));
     return CloseAndReturn(__func__, key, done);
 }
 
@@ -176,7 +158,7 @@ int RegGetRecTime(time_t *time)
     if (!OpenToRead(__func__, &key))
         return -1;
     uint32_t seconds = 0;
-    const bool done = ReadNumber(__func__, key, kRecordTime, &seconds);
+    const bool done = ReadNumber(__func__, key, kRecordTimeValue, &seconds);
     if (done)
         *time = static_cast<time_t>(seconds);
     return CloseAndReturn(__func__, key, done);
@@ -192,7 +174,7 @@ int RegGetHeadLine(char *line, int size, int monindex)
     HKEY key = nullptr;
     if (!MonIndexIsValid(kUnit, __func__, monindex) || !OpenToRead(__func__, &key))
         return -1;
-    const bool done = ReadText(__func__, key, kNames[monindex].headline, line, size);
+    const bool done = ReadText(__func__, key, kSlotValues[monindex].headline, line, size);
     return CloseAndReturn(__func__, key, done);
 }
 
@@ -206,7 +188,7 @@ int RegSetHeadLine(const char *line, int monindex)
     HKEY key = nullptr;
     if (!MonIndexIsValid(kUnit, __func__, monindex) || !OpenToWrite(__func__, &key))
         return -1;
-    const bool done = WriteText(__func__, key, kNames[monindex].headline, line);
+    const bool done = WriteText(__func__, key, kSlotValues[monindex].headline, line);
     return CloseAndReturn(__func__, key, done);
 }
 
@@ -217,7 +199,7 @@ int RegGetOrientation(int64_t *pos, char *content, int size, int monindex)
     HKEY key = nullptr;
     if (!MonIndexIsValid(kUnit, __func__, monindex) || !OpenToRead(__func__, &key))
         return -1;
-    const SlotNames &names = kNames[monindex];
+    const SlotValues &names = kSlotValues[monindex];
     bool done = pos == nullptr || ReadPosition(__func__, key, names, pos);
     if (done && content != nullptr) {
         memset(content, 0, static_cast<size_t>(size));
@@ -243,10 +225,10 @@ int RegSetOrientation(int64_t pos, const char *content, int monindex)
     if (!MonIndexIsValid(kUnit, __func__, monindex))
         return -1;
     if (!CreateKey(&key)) {
-        // The message of this one names the constant, not the path: kept, its readers search for it.
+        // The message of this one names the constant, not the path: it is fixed by the interface.
         TRACE(TRACE_ERROR, "<RegCreateKeyEx TARSK_REG_SYSLOG_SUB_KEY failed!return -1.");
         return -1;
     }
-    const bool done = WriteOrientation(__func__, key, kNames[monindex], pos, content);
+    const bool done = WriteOrientation(__func__, key, kSlotValues[monindex], pos, content);
     return CloseAndReturn(__func__, key, done);
 }

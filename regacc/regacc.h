@@ -10,23 +10,20 @@
 //   H_POS     (_C)   REG_DWORD  bits 32 to 63 of it; an offset of -1 (none) is 0xFFFFFFFF twice
 //   CONTENT   (_C)   REG_SZ     text of the last line checked, at most 499 bytes
 //
-// The texts are compared as prefixes by those who read them, so the cut does no harm. Nothing is
-// kept in memory: every call opens the key, reads or writes, and closes it. A call that fails
+// The scan compares the texts as prefixes, so the cut does no harm. Nothing is
+// kept in memory but the end time (last_end_time.h): every call opens the key, reads or writes, and closes it. A call that fails
 // half-way leaves what it had already written or read. The types and sizes of stored values are not
 // checked.
 //
-// Text buffers get the stored value and nothing else: no byte behind it is written. Each function returns 0, or -1 after tracing what failed.
+// Text buffers get the stored value and nothing else: no byte behind it is written. Each function
+// returns 0, or -1 after tracing what failed.
 #ifndef REGACC_REGACC_H
 #define REGACC_REGACC_H
 
 #include <cstdint>
 #include <ctime>
 
-// Slots of the syslog scan.
-constexpr int MAX_MON_FILES = 2;
-
-// The monitor's key below HKEY_LOCAL_MACHINE.
-#define TARSK_REG_SYSLOG_SUB_KEY "SOFTWARE\\KORBIN\\TARSKVOSKAR\\REPORTTABLE\\EVENTLOG"
+#include "platform/contract.h"
 
 #pragma GCC visibility push(default)
 extern "C" {

@@ -287,25 +287,23 @@ bool Exists(struct tm when, LocalMoment *moment)
     return true;
 }
 
-constexpr char kGetSyslogTime[] = "GetSyslogTime";
-constexpr char kOnTime[] = "OnTime";
-
 BOOL ReadStamp(LocalMoment *moment, const char *buf, time_t *pcur_time, StampUse use)
 {
+    constexpr const char *kInterface = "GetSyslogTime";
     Stamp stamp{};
     if (!ParseStamp(buf, &stamp)) {
-        TRACE_FOR(kGetSyslogTime, TRACE_ERROR, "<get time form buf failed.return FALSE.");
+        TRACE_HELPER(TRACE_ERROR, "<get time form buf failed.return FALSE.");
         return FALSE;
     }
     const int month = MonthIndex(stamp.month);
     if (month < 0) {
-        TRACE_FOR(kGetSyslogTime, TRACE_ERROR, "<month wrong!return FALSE.");
+        TRACE_HELPER(TRACE_ERROR, "<month wrong!return FALSE.");
         return FALSE;
     }
     BringTo(moment, time(nullptr));
     int year = 0;
     if (!YearOf(month, moment->local, &year)) {
-        TRACE_FOR(kGetSyslogTime, TRACE_ERROR, "<syslog time err.return FALSE.");
+        TRACE_HELPER(TRACE_ERROR, "<syslog time err.return FALSE.");
         return FALSE;
     }
     const struct tm when = BrokenDown(stamp, month, year, moment->local);
@@ -314,11 +312,11 @@ BOOL ReadStamp(LocalMoment *moment, const char *buf, time_t *pcur_time, StampUse
         if (use == StampUse::kTime || converted == -1)
             *pcur_time = converted;
         if (converted == -1) {
-            TRACE_FOR(kGetSyslogTime, TRACE_ERROR, "<invalid time.return FALSE.");
+            TRACE_HELPER(TRACE_ERROR, "<invalid time.return FALSE.");
             return FALSE;
         }
     }
-    TRACE_FOR(kGetSyslogTime, TRACE_DETAIL, "<return TRUE.");
+    TRACE_HELPER(TRACE_DETAIL, "<return TRUE.");
     return TRUE;
 }
 
@@ -326,8 +324,9 @@ BOOL ReadStamp(LocalMoment *moment, const char *buf, time_t *pcur_time, StampUse
 
 BOOL GetSyslogTimeAt(LocalMoment *moment, const char *buf, time_t *pcur_time, StampUse use)
 {
-    TRACE_FOR(kGetSyslogTime, TRACE_DETAIL, ">buf=%p,pcur_time=%p", static_cast<const void *>(buf),
-              static_cast<void *>(pcur_time));
+    constexpr const char *kInterface = "GetSyslogTime";
+    TRACE_HELPER(TRACE_DETAIL, ">buf=%p,pcur_time=%p", static_cast<const void *>(buf),
+                 static_cast<void *>(pcur_time));
     return ReadStamp(moment, buf, pcur_time, use);
 }
 
@@ -339,11 +338,12 @@ BOOL GetSyslogTime(const char *buf, time_t *pcur_time)
 
 int OnTimeAt(LocalMoment *moment, time_t t, unsigned int watchtime)
 {
-    TRACE_FOR(kOnTime, TRACE_DETAIL, ">");
+    constexpr const char *kInterface = "OnTime";
+    TRACE_HELPER(TRACE_DETAIL, ">");
     BringTo(moment, t);
     const int on_time =
         moment->is_set && (TimeMask[moment->local.tm_hour] & watchtime) != 0 ? 1 : 0;
-    TRACE_FOR(kOnTime, TRACE_DETAIL, "<return %d", on_time);
+    TRACE_HELPER(TRACE_DETAIL, "<return %d", on_time);
     return on_time;
 }
 

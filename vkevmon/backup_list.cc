@@ -6,6 +6,7 @@
 #include <cstring>
 #include <sys/stat.h>
 
+#include "platform/contract.h"
 #include "platform/trace.h"
 #include "regacc/regacc.h"
 #include "vkevmon/settings.h"
@@ -15,15 +16,10 @@ int gMonIndex = -1;
 namespace {
 
 constexpr char kUnit[] = "vkevmon";
-constexpr char kList[] = "GetSyslogBakFilelist";
-
-constexpr char kLogDir[] = "/var/log";
+constexpr const char *kInterface = "GetSyslogBakFilelist";
 
 constexpr int kSystemLogSlot = 0;
 constexpr int kCustomFileSlot = 1;
-
-// The one customer file that has backups.
-constexpr char kVmkernelLog[] = "/var/log/vmkernel";
 
 constexpr char kNumberedSystemLog[] = "messages.";
 constexpr char kNumberedVmkernel[] = "vmkernel.";
@@ -108,9 +104,9 @@ Listing ListLogDir(DirFilter filter, DirOrder order)
     if (listing.count >= 0)
         return listing;
     if (errno == ENOENT)
-        TRACE_FOR(kList, TRACE_ERROR, "Dir %s is not exist.", kLogDir);
+        TRACE_HELPER(TRACE_ERROR, "Dir %s is not exist.", kLogDir);
     else
-        TRACE_FOR(kList, TRACE_SYSTEM, "scandir %s failed.", kLogDir);
+        TRACE_HELPER(TRACE_SYSTEM, "scandir %s failed.", kLogDir);
     return listing;
 }
 
@@ -128,7 +124,7 @@ bool ModifiedAt(const char *name, time_t *modified)
     BackupPath(name, path);
     struct stat status {};
     if (stat(path, &status) != 0) {
-        TRACE_FOR(kList, TRACE_ERROR, "stat file %s failed.", path);
+        TRACE_HELPER(TRACE_ERROR, "stat file %s failed.", path);
         return false;
     }
     *modified = status.st_mtime;
@@ -141,7 +137,7 @@ BackupName *AllocateNames(int count)
 {
     auto *names = static_cast<BackupName *>(calloc(static_cast<size_t>(count), sizeof(BackupName)));
     if (names == nullptr)
-        TRACE_FOR(kList, TRACE_ERROR, "malloc failed, *lpbakfilelist is NULL");
+        TRACE_HELPER(TRACE_ERROR, "malloc failed, *lpbakfilelist is NULL");
     return names;
 }
 
@@ -159,7 +155,7 @@ int TakeDated(const Listing &dated, BackupName **names)
     for (int i = 0; i < dated.count; ++i) {
         const char *name = dated.names[dated.count - 1 - i]->d_name;
         CopyName(name, &(*names)[i]);
-        TRACE_FOR(kList, TRACE_DETAIL, "syslog backup file: %s", name);
+        TRACE_HELPER(TRACE_DETAIL, "syslog backup file: %s", name);
     }
     return dated.count;
 }
@@ -176,12 +172,12 @@ int TakeNumbered(const Listing &numbered, int monindex, BackupName **names)
         char expected[kBackupNameSize];
         snprintf(expected, sizeof expected, "%s%d", prefix, i + 1);
         if (strcmp(name, expected) != 0) {
-            TRACE_FOR(kList, TRACE_ERROR,
-                      "discontinuous syslog file: %s, skip it and others behind it.", name);
+            TRACE_HELPER(TRACE_ERROR,
+                         "discontinuous syslog file: %s, skip it and others behind it.", name);
             return i;
         }
         CopyName(name, &(*names)[i]);
-        TRACE_FOR(kList, TRACE_DETAIL, "backup syslog file: %s", name);
+        TRACE_HELPER(TRACE_DETAIL, "backup syslog file: %s", name);
     }
     return numbered.count;
 }
@@ -201,7 +197,7 @@ int TakeNewerScheme(const Listing &dated, const Listing &numbered, int monindex,
 int TakeBackups(const Listing &dated, const Listing &numbered, int monindex, BackupName **names)
 {
     if (dated.count == 0 && numbered.count == 0) {
-        TRACE_FOR(kList, TRACE_DETAIL, "There is no messages.i or messages-YYYYMMDD backup file.");
+        TRACE_HELPER(TRACE_DETAIL, "There is no messages.i or messages-YYYYMMDD backup file.");
         return 0;
     }
     if (numbered.count == 0)
@@ -251,7 +247,7 @@ int GetSyslogBakFilelist(char (**lpbakfilelist)[kBackupNameSize], int monindex)
         return 0;
     }
     *lpbakfilelist = nullptr;
-    // The messages speak of -1, the result is 0: both are kept as their readers know them.
+    // The messages speak of -1, the result is 0: both are fixed by the interface.
     if (!MonIndexIsValid(kUnit, __func__, monindex))
         return 0;
     if (monindex == kCustomFileSlot && strcmp(syslogpath[monindex], kVmkernelLog) != 0) {

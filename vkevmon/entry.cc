@@ -29,27 +29,27 @@
 namespace {
 
 constexpr char kUnit[] = "vkevmon";
-constexpr char kStart[] = "StartThread";
+constexpr const char *kInterface = "StartThread";
 
 bool AskForFaultTolerance()
 {
     IsFTServer = call_tarsk_is_ft();
     if (IsFTServer != -1)
         return true;
-    TRACE_FOR(kStart, TRACE_ERROR,
-              "<load tarsklibft.dll failed!or load tarsk_is_ft() failed or get hwid failed!");
+    TRACE_HELPER(TRACE_ERROR,
+                 "<load tarsklibft.dll failed!or load tarsk_is_ft() failed or get hwid failed!");
     return false;
 }
 
 bool LoadTableUnderLock()
 {
-    if (!TakeTableLock(kStart))
+    if (!TakeTableLock(kInterface))
         return false;
     const int result = VKVMonQueGet();
     GiveTableLock();
     if (result == 0)
         return true;
-    TRACE_FOR(kStart, TRACE_ERROR, "VKVMonQueGet() failed");
+    TRACE_HELPER(TRACE_ERROR, "VKVMonQueGet() failed");
     return false;
 }
 
@@ -64,10 +64,10 @@ void SignalStartUp(void *lpThread)
 
 void ShutDown()
 {
-    TRACE_FOR(kStart, TRACE_NOTABLE, "Syslog Monitor shutdown.");
+    TRACE_HELPER(TRACE_NOTABLE, "Syslog Monitor shutdown.");
     UnloadSiblings();
     FreeTableEntries();
-    TRACE_FOR(kStart, TRACE_DETAIL, "<");
+    TRACE_HELPER(TRACE_DETAIL, "<");
 }
 
 } // namespace

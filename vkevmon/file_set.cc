@@ -16,7 +16,7 @@ BakFileList syslog_bakfilelist[MAX_MON_FILES];
 namespace {
 
 constexpr char kUnit[] = "vkevmon";
-constexpr char kCheck[] = "CheckSyslog";
+constexpr const char *kInterface = "CheckSyslog";
 
 constexpr int kCustomFileSlot = 1;
 
@@ -109,7 +109,7 @@ Baseline RecordEndOfLiveFile(int monindex, const Search *search)
 {
     const char *path = syslogpath[monindex];
     if (InitFile(path) != 0) {
-        TRACE_FOR(kCheck, TRACE_ERROR, "<InitFile %s failed.return -1.", path);
+        TRACE_HELPER(TRACE_ERROR, "<InitFile %s failed.return -1.", path);
         return Baseline::kFailed;
     }
     if (search != nullptr && IsOutdated(*search) && EnsureBackupList(monindex)) {
@@ -118,12 +118,12 @@ Baseline RecordEndOfLiveFile(int monindex, const Search *search)
     }
     if (GetFirstLine(headline[monindex], kLineBufferSize) != 0) {
         FinishFile();
-        TRACE_FOR(kCheck, TRACE_ERROR, "<GetFirstLine failed.return -1.");
+        TRACE_HELPER(TRACE_ERROR, "<GetFirstLine failed.return -1.");
         return Baseline::kFailed;
     }
     if (GetLastLine(&curpos[monindex], content[monindex], kLineBufferSize) != 0) {
         FinishFile();
-        TRACE_FOR(kCheck, TRACE_ERROR, "<GetLastLine failed.return -1.");
+        TRACE_HELPER(TRACE_ERROR, "<GetLastLine failed.return -1.");
         return Baseline::kFailed;
     }
     FinishFile();
@@ -137,11 +137,11 @@ Baseline Rebaseline(int monindex, const Search *search)
     if (baseline != Baseline::kTaken)
         return baseline;
     if (RegSetHeadLine(headline[monindex], monindex) != 0)
-        TRACE_FOR(kCheck, TRACE_ERROR, "RegSetHeadLine error IGNORED: %s", headline[monindex]);
+        TRACE_HELPER(TRACE_ERROR, "RegSetHeadLine error IGNORED: %s", headline[monindex]);
     if (RegSetOrientation(curpos[monindex], content[monindex], monindex) != 0)
-        TRACE_FOR(kCheck, TRACE_ERROR, "RegSetOrientation error IGNORED: %lld, %s",
-                  ll{curpos[monindex]}, content[monindex]);
-    TRACE_FOR(kCheck, TRACE_DETAIL, "<return 0.");
+        TRACE_HELPER(TRACE_ERROR, "RegSetOrientation error IGNORED: %lld, %s", ll{curpos[monindex]},
+                     content[monindex]);
+    TRACE_HELPER(TRACE_DETAIL, "<return 0.");
     return baseline;
 }
 
@@ -155,11 +155,11 @@ int StartAfresh(int monindex)
 bool ReadResumePoint(int monindex)
 {
     if (RegGetHeadLine(headline[monindex], kLineBufferSize, monindex) != 0) {
-        TRACE_FOR(kCheck, TRACE_ERROR, "RegGetHeadLine error");
+        TRACE_HELPER(TRACE_ERROR, "RegGetHeadLine error");
         return false;
     }
     if (RegGetOrientation(&curpos[monindex], content[monindex], kLineBufferSize, monindex) != 0) {
-        TRACE_FOR(kCheck, TRACE_ERROR, "RegGetOrientation error");
+        TRACE_HELPER(TRACE_ERROR, "RegGetOrientation error");
         return false;
     }
     return true;
@@ -169,7 +169,7 @@ bool ReadResumePoint(int monindex)
 bool ReadFirstLineOf(int monindex, uint32_t index, const char *path, char *line, Search *search)
 {
     if (InitFile(path) != 0) {
-        TRACE_FOR(kCheck, TRACE_ERROR, "InitFile() failed.");
+        TRACE_HELPER(TRACE_ERROR, "InitFile() failed.");
         return false;
     }
     if (index < kMostFilesSeen)
@@ -178,7 +178,7 @@ bool ReadFirstLineOf(int monindex, uint32_t index, const char *path, char *line,
         search->is_empty = filelen == 0;
     const bool done = GetFirstLine(line, kLineBufferSize) == 0;
     if (!done)
-        TRACE_FOR(kCheck, TRACE_ERROR, "GetFirstLine() failed.");
+        TRACE_HELPER(TRACE_ERROR, "GetFirstLine() failed.");
     FinishFile();
     return done;
 }
@@ -192,18 +192,18 @@ bool FindHeadLine(int monindex, Search *search)
     for (uint32_t k = 0; k <= files; ++k) {
         char buffer[kBackupPathSize];
         const char *path = LogPath(monindex, k, buffer);
-        TRACE_FOR(kCheck, TRACE_NOTABLE, "Check log file: [%s]", path);
+        TRACE_HELPER(TRACE_NOTABLE, "Check log file: [%s]", path);
         char line[kLineBufferSize];
         if (!ReadFirstLineOf(monindex, k, path, line, search))
             return false;
         if (strncmp(line, stored, strlen(stored)) == 0) {
             logindex[monindex] = k;
-            TRACE_FOR(kCheck, k >= 1 ? TRACE_NOTABLE : TRACE_DETAIL,
-                      "<Get syslog file last checked: %s.return 1.", path);
+            TRACE_HELPER(k >= 1 ? TRACE_NOTABLE : TRACE_DETAIL,
+                         "<Get syslog file last checked: %s.return 1.", path);
             return true;
         }
     }
-    TRACE_FOR(kCheck, TRACE_NOTABLE, "Cannot find the headline. file headline = %s\\0", stored);
+    TRACE_HELPER(TRACE_NOTABLE, "Cannot find the headline. file headline = %s\\0", stored);
     return false;
 }
 

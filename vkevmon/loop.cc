@@ -19,6 +19,7 @@
 
 #include "filemonitor/filemonitor.h"
 #include "match/report.h"
+#include "platform/contract.h"
 #include "platform/sync.h"
 #include "platform/thread_record.h"
 #include "platform/trace.h"
@@ -31,7 +32,7 @@
 namespace {
 
 constexpr char kUnit[] = "vkevmon";
-constexpr char kLoop[] = "WatchSyslog";
+constexpr const char *kInterface = "WatchSyslog";
 
 // The handles of the loop. Their order gives the wait results their meaning.
 enum HandleIndex { kStop, kTable, kCycle, kScan, kCustomFile, kFileMonitor, kHandles };
@@ -40,30 +41,26 @@ struct Handles {
 };
 
 // The stop handle is the host's.
-constexpr const char *kEvents[kHandles] = {nullptr,
-                                           "Eventlog_Mod_Event",
-                                           "Eventlog_Cycle_Event",
-                                           "Driving_Syslog_Event",
-                                           "Eventlog_Custom_Event",
-                                           "Eventlog_File_Event"};
+constexpr const char *kEvents[kHandles] = {nullptr,    kTableEvent,        kCycleEvent,
+                                           kScanEvent, kCustomerFileEvent, kFileMonitorEvent};
 
 void TraceNotCreated(int event)
 {
     switch (event) {
     case kTable:
-        TRACE_FOR(kLoop, TRACE_ERROR, "CreateEvent EVENTLOG_MOD_EVENT failed.");
+        TRACE_HELPER(TRACE_ERROR, "CreateEvent EVENTLOG_MOD_EVENT failed.");
         break;
     case kCycle:
-        TRACE_FOR(kLoop, TRACE_ERROR, "CreateEvent EVENTLOG_CYCLE_EVENT failed.");
+        TRACE_HELPER(TRACE_ERROR, "CreateEvent EVENTLOG_CYCLE_EVENT failed.");
         break;
     case kScan:
-        TRACE_FOR(kLoop, TRACE_ERROR, "CreateEvent DRIVING_SYSLOG_EVENT failed.");
+        TRACE_HELPER(TRACE_ERROR, "CreateEvent DRIVING_SYSLOG_EVENT failed.");
         break;
     case kCustomFile:
-        TRACE_FOR(kLoop, TRACE_ERROR, "CreateEvent EVENTLOG_CUSTOM_EVENT failed.");
+        TRACE_HELPER(TRACE_ERROR, "CreateEvent EVENTLOG_CUSTOM_EVENT failed.");
         break;
     default:
-        TRACE_FOR(kLoop, TRACE_ERROR, "CreateEvent EVENTLOG_FILE_EVENT failed.");
+        TRACE_HELPER(TRACE_ERROR, "CreateEvent EVENTLOG_FILE_EVENT failed.");
         break;
     }
 }
@@ -98,13 +95,13 @@ void InitialPass()
     WatchSyslogMain();
     ChangeFileMonObj();
     WatchFileMonObjMain();
-    TRACE_FOR(kLoop, TRACE_DETAIL, "##### not report ft event from now!!!###");
+    TRACE_HELPER(TRACE_DETAIL, "##### not report ft event from now!!!###");
     report_ft = 0;
 }
 
 void CyclePass()
 {
-    TRACE_FOR(kLoop, TRACE_NOTABLE, "A new cycle for checking syslog");
+    TRACE_HELPER(TRACE_NOTABLE, "A new cycle for checking syslog");
     WatchSyslogMain();
     WatchFileMonObjMain();
 }
@@ -113,17 +110,17 @@ void CyclePass()
 // ends the loop, by design: a monitor that watches nothing must not look alive.
 bool ReloadTable()
 {
-    if (!TakeTableLock(kLoop))
+    if (!TakeTableLock(kInterface))
         return false;
     if (VKVMonQueBackUp() != 0 || VKVMonQueGet() != 0) {
-        TRACE_FOR(kLoop, TRACE_ERROR, "VKVMonQueGet() failed");
+        TRACE_HELPER(TRACE_ERROR, "VKVMonQueGet() failed");
         free(tmp_VKVMon);
         tmp_VKVMon = nullptr;
         GiveTableLock();
         return false;
     }
     VKVMonQueCpy();
-    TRACE_FOR(kLoop, TRACE_NOTABLE, "Monitor Queue Reloaded.");
+    TRACE_HELPER(TRACE_NOTABLE, "Monitor Queue Reloaded.");
     GiveTableLock();
     return true;
 }
@@ -153,7 +150,7 @@ bool Act(DWORD result)
         WatchFileMonObjMain();
         return true;
     default:
-        TRACE_FOR(kLoop, TRACE_ERROR, "FIXME: U should never reach here");
+        TRACE_HELPER(TRACE_ERROR, "FIXME: U should never reach here");
         return true;
     }
 }

@@ -19,7 +19,7 @@
 namespace {
 
 constexpr char kUnit[] = "vkevmon";
-constexpr char kPass[] = "WatchSyslogMain";
+constexpr const char *kInterface = "WatchSyslogMain";
 
 // What the system logger writes instead of repeating a line.
 constexpr char kRepeatText[] = "last message repeated";
@@ -95,7 +95,7 @@ bool ReadLine(Line *line)
 bool Begin(Reading *reading)
 {
     if (!ReadLine(reading->current)) {
-        TRACE_FOR(kPass, TRACE_ERROR, "Get Next Line failed.");
+        TRACE_HELPER(TRACE_ERROR, "Get Next Line failed.");
         return false;
     }
     int times = 0;
@@ -115,7 +115,7 @@ void ReadAhead(Reading *reading)
 {
     while (FEof() == 0) {
         if (!ReadLine(reading->ahead)) {
-            TRACE_FOR(kPass, TRACE_ERROR, "Get Next line failed.");
+            TRACE_HELPER(TRACE_ERROR, "Get Next line failed.");
             return;
         }
         int repeats = 0;
@@ -145,13 +145,13 @@ void CheckWaiting(Reading *reading)
 {
     if (reading->current_pending) {
         KeepAsLastChecked(reading->slot, *reading->current);
-        // The message shows the line of slot 0 also while slot 1 is read; kept as it is known.
+        // The message shows the line of slot 0 also while slot 1 is read: the interface has it so.
         if (Check(reading, reading->current) == -1)
-            TRACE_FOR(kPass, TRACE_ERROR, "CheckLine: %s --failed", content[0]);
+            TRACE_HELPER(TRACE_ERROR, "CheckLine: %s --failed", content[0]);
     } else if (reading->previous_pending) {
         reading->previous_pending = false;
         if (Check(reading, &reading->previous) == -1)
-            TRACE_FOR(kPass, TRACE_ERROR, "CheckLine: %s --failed", reading->previous.text);
+            TRACE_HELPER(TRACE_ERROR, "CheckLine: %s --failed", reading->previous.text);
     }
 }
 
@@ -171,8 +171,8 @@ bool Advance(Reading *reading)
 void StorePosition(int slot)
 {
     if (RegSetOrientation(curpos[slot], content[slot], slot) != 0)
-        TRACE_FOR(kPass, TRACE_ERROR, "RegSetOrientation error IGNORED: %lld %s", ll{curpos[slot]},
-                  content[slot]);
+        TRACE_HELPER(TRACE_ERROR, "RegSetOrientation error IGNORED: %lld %s", ll{curpos[slot]},
+                     content[slot]);
 }
 
 // Reads and checks the new lines of the positioned file.
@@ -199,7 +199,7 @@ void ReadNewLines(int slot)
 bool ReadOpenFile(int slot)
 {
     if (GotoPos(&curpos[slot], content[slot], kLineBufferSize) != 0) {
-        TRACE_FOR(kPass, TRACE_ERROR, "Set syslog pos failed.");
+        TRACE_HELPER(TRACE_ERROR, "Set syslog pos failed.");
         return false;
     }
     if (FEof() == 0) {
@@ -207,9 +207,9 @@ bool ReadOpenFile(int slot)
         return true;
     }
     if (RegSetOrientation(curpos[slot], content[slot], slot) != 0)
-        TRACE_FOR(kPass, TRACE_ERROR, "Set orientation to reg error IGNORED: %lld %s",
-                  ll{curpos[slot]}, content[slot]);
-    TRACE_FOR(kPass, TRACE_DETAIL, "Get end of file after GotoPos");
+        TRACE_HELPER(TRACE_ERROR, "Set orientation to reg error IGNORED: %lld %s", ll{curpos[slot]},
+                     content[slot]);
+    TRACE_HELPER(TRACE_DETAIL, "Get end of file after GotoPos");
     return true;
 }
 
@@ -233,7 +233,7 @@ enum class Step {
 Step OpenFileOfSet(const SlotScan &scan, const char *path)
 {
     if (InitFile(path) != 0) {
-        TRACE_FOR(kPass, TRACE_ERROR, "Init Syslog file %s failed.", path);
+        TRACE_HELPER(TRACE_ERROR, "Init Syslog file %s failed.", path);
         return Step::kNothing;
     }
     if (scan.looks_again < kMostLooksAgain && DetectRotation(scan.slot, logindex[scan.slot])) {
@@ -254,7 +254,7 @@ Step ReadFile(SlotScan *scan)
     if (ReadOpenFile(scan->slot))
         scan->has_read = true;
     FinishFile();
-    TRACE_FOR(kPass, TRACE_DETAIL, "Get end of file %s", path);
+    TRACE_HELPER(TRACE_DETAIL, "Get end of file %s", path);
     return Step::kDone;
 }
 
@@ -284,9 +284,9 @@ void FollowFile(int slot)
     curpos[slot] = -1;
     content[slot][0] = '\0';
     if (RegSetHeadLine(headline[slot], slot) != 0)
-        TRACE_FOR(kPass, TRACE_ERROR, "RegSetHeadLine error IGNORED: %s", headline[slot]);
+        TRACE_HELPER(TRACE_ERROR, "RegSetHeadLine error IGNORED: %s", headline[slot]);
     if (RegSetOrientation(-1, content[slot], slot) != 0)
-        TRACE_FOR(kPass, TRACE_ERROR, "RegSetOrientation error IGNORED: -1, \"\\0\"");
+        TRACE_HELPER(TRACE_ERROR, "RegSetOrientation error IGNORED: -1, \"\\0\"");
 }
 
 // Moves to the next newer file that can be read. kNothing: the live file is done.
@@ -321,8 +321,8 @@ void RecallEndTime()
     if (RecallLastEndTime())
         return;
     char text[kTimeTextSize];
-    TRACE_FOR(kPass, TRACE_ERROR, "Can't get last end time, use current time %s",
-              TimeText(lastendtime, text));
+    TRACE_HELPER(TRACE_ERROR, "Can't get last end time, use current time %s",
+                 TimeText(lastendtime, text));
 }
 
 void RecordEndTime()
@@ -330,8 +330,8 @@ void RecordEndTime()
     if (RecordLastEndTime())
         return;
     char text[kTimeTextSize];
-    TRACE_FOR(kPass, TRACE_ERROR, "Can't set last end time to registry: %s",
-              TimeText(lastendtime, text));
+    TRACE_HELPER(TRACE_ERROR, "Can't set last end time to registry: %s",
+                 TimeText(lastendtime, text));
 }
 
 // Finds the file in which the last pass stopped. False, after tracing why, when there is nothing to read.
@@ -339,10 +339,10 @@ bool FindFile(int slot)
 {
     switch (CheckSyslog(slot)) {
     case -1:
-        TRACE_FOR(kPass, TRACE_ERROR, "< CheckSyslog(%d) failed.", slot);
+        TRACE_HELPER(TRACE_ERROR, "< CheckSyslog(%d) failed.", slot);
         return false;
     case 0:
-        TRACE_FOR(kPass, TRACE_DETAIL, "<Syslog is needn't to change.");
+        TRACE_HELPER(TRACE_DETAIL, "<Syslog is needn't to change.");
         return false;
     default:
         RecallEndTime();
@@ -354,7 +354,7 @@ void ScanSlot(int slot)
 {
     gMonIndex = slot; // the directory filters take no argument of their own
     if (syslogpath[slot][0] == '\0') {
-        TRACE_FOR(kPass, TRACE_DETAIL, "<monitoring index:[%d]: filename is empty, ignore.", slot);
+        TRACE_HELPER(TRACE_DETAIL, "<monitoring index:[%d]: filename is empty, ignore.", slot);
         return;
     }
     SlotScan scan{slot};
@@ -370,7 +370,7 @@ void ScanSlot(int slot)
     if (!is_found)
         return;
     FreeBackupList(slot);
-    TRACE_FOR(kPass, TRACE_DETAIL, "<return %d", 0);
+    TRACE_HELPER(TRACE_DETAIL, "<return %d", 0);
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/contract.h"
 #include "platform/registry.h"
 #include "platform/siblings.h"
 #include "platform/trace.h"
@@ -12,10 +13,7 @@
 namespace {
 
 constexpr char kUnit[] = "vkevmon";
-constexpr char kGetSrc[] = "GetSrcOfUnOpenProduct";
-
-// One key per product lies below it.
-constexpr char kAlertReportKey[] = "SOFTWARE\\KORBIN\\TARSKVOSKAR\\AlertReport";
+constexpr const char *kInterface = "GetSrcOfUnOpenProduct";
 
 // Bytes that are read of a "Source" value, and the buffer for them with a zero byte behind.
 constexpr DWORD kSourceReadSize = 507;
@@ -49,7 +47,7 @@ void *AllocateZeroed(size_t size)
 {
     void *memory = calloc(1, size);
     if (memory == nullptr)
-        TRACE_FOR(kGetSrc, TRACE_SYSTEM, "malloc error size: %d", static_cast<int>(size));
+        TRACE_HELPER(TRACE_SYSTEM, "malloc error size: %d", static_cast<int>(size));
     return memory;
 }
 
@@ -78,12 +76,12 @@ SrcNode *MakeNode(const char *data, uint32_t size, const char *name)
 bool ReadSourceData(const char *name, char *data, DWORD *size)
 {
     *size = kSourceReadSize;
-    if (VKACREGetSubkeyValue(HKEY_LOCAL_MACHINE, kAlertReportKey, name, "Source", data, size) ==
-        1) {
+    if (VKACREGetSubkeyValue(HKEY_LOCAL_MACHINE, kAlertReportKey, name, kProductSourceValue, data,
+                             size) == 1) {
         *size = std::min(*size, kSourceReadSize);
         return true;
     }
-    TRACE_FOR(kGetSrc, TRACE_ERROR, "Product no SOURCE : %s", name);
+    TRACE_HELPER(TRACE_ERROR, "Product no SOURCE : %s", name);
     return false;
 }
 

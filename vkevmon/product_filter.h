@@ -32,8 +32,7 @@ int GetSrcOfUnOpenProduct(void *phead, struct SrcNode **ppSyslogInnerProductSrc)
 
 // Does the filter hold the monitoring source of that name? The names in the filter are turned into
 // upper case, in place, and compared with the source exactly as the registry lists it. So only a
-// source whose key is named in upper case can ever be filtered; that is intended, and
-// administrators use it to watch a source all the same.
+// source whose key is named in upper case can ever be filtered: the interface fixes that.
 bool SourceIsFiltered(SrcNode *filter, const char *source);
 
 void FreeSourceFilter(SrcNode *filter);

@@ -5,7 +5,7 @@
 #include "platform/registry.h"
 #include "platform/trace.h"
 
-int32_t cycle = 300;
+int32_t cycle = kCycleDefault;
 char syslogpath[MAX_MON_FILES][kSyslogPathSize];
 int32_t IsCustFileChanged = 0;
 
@@ -13,18 +13,11 @@ namespace {
 
 constexpr char kUnit[] = "vkevmon";
 
-// Seconds. Shorter would load the host for nothing, longer would let a daily rotation overtake the
-// scan.
-constexpr uint32_t kCycleMin = 10;
-constexpr uint32_t kCycleMax = 3600;
-
-constexpr char kSystemLog[] = "/var/log/messages";
-constexpr size_t kFileNameMax = 255; // bytes that are read of the customer file's name
 static_assert(kFileNameMax < kSyslogPathSize, "the path must stay terminated");
 
 bool OpenSettings(const char *function, HKEY *key)
 {
-    if (RegOpenKeyEx(HKEY_LOCAL_MACHINE, TARSK_REG_SYSLOG_SUB_KEY, 0, 0, key) == ERROR_SUCCESS)
+    if (RegOpenKeyEx(HKEY_LOCAL_MACHINE, kMonitorKey, 0, 0, key) == ERROR_SUCCESS)
         return true;
     TRACE_FOR(function, TRACE_ERROR, "<RegOpenKeyEx() failed.");
     return false;
@@ -41,7 +34,7 @@ int ChangeCycle(void)
     uint32_t seconds = 0;
     DWORD type = 0;
     DWORD size = sizeof seconds;
-    const LONG result = RegQueryValueEx(key, "CYCLE", nullptr, &type, &seconds, &size);
+    const LONG result = RegQueryValueEx(key, kCycleValue, nullptr, &type, &seconds, &size);
     RegCloseKey(key);
     if (result != ERROR_SUCCESS) {
         // The text names the default even when the cycle has another value by now, which it keeps.
@@ -70,11 +63,11 @@ int ChangeCustFile(void)
     char name[kFileNameMax + 1] = {};
     DWORD type = 0;
     DWORD size = kFileNameMax;
-    const LONG result = RegQueryValueEx(key, "FILENAME", nullptr, &type, name, &size);
+    const LONG result = RegQueryValueEx(key, kFileNameValue, nullptr, &type, name, &size);
     RegCloseKey(key);
     if (result != ERROR_SUCCESS) {
         if (result != ERROR_FILE_NOT_FOUND)
-            TRACE(TRACE_ERROR, "<Try to read %s from registry not success.", "FILENAME");
+            TRACE(TRACE_ERROR, "<Try to read %s from registry not success.", kFileNameValue);
         return 0;
     }
     if (name[0] == '\0') {

@@ -10,7 +10,7 @@
 
 #include <cstdint>
 
-#include "regacc/regacc.h"
+#include "platform/contract.h"
 
 constexpr int kSyslogPathSize = 256; // bytes, the zero byte included
 

@@ -15,7 +15,7 @@ TARSKPPLX_PPInfoClearFn pTARSKPPLX_PPInfoClear = nullptr;
 namespace {
 
 constexpr char kUnit[] = "vkevmon";
-constexpr char kStart[] = "StartThread";
+constexpr const char *kInterface = "StartThread";
 
 constexpr char kReportLibrary[] = "vkmncall.dll";
 constexpr char kProductLibrary[] = "vkirtupt.dll";
@@ -29,7 +29,7 @@ HMODULE LoadSibling(const char *root, const char *name)
     snprintf(path, sizeof path, "%s/lib/%s", root, name);
     HMODULE library = LoadLibrary(path);
     if (library == nullptr)
-        TRACE_FOR(kStart, TRACE_ERROR, "<load %s failed.", path);
+        TRACE_HELPER(TRACE_ERROR, "<load %s failed.", path);
     return library;
 }
 
@@ -48,18 +48,18 @@ bool LoadReportLibrary(const char *root)
         return false;
     if (Find(hDll, "VKMonitorCall", &pVKMonitorCall))
         return true;
-    TRACE_FOR(kStart, TRACE_ERROR, "<GetProcAddress(VKMonitorCall) failed.");
+    TRACE_HELPER(TRACE_ERROR, "<GetProcAddress(VKMonitorCall) failed.");
     return false;
 }
 
 bool FindProductFunctions()
 {
     if (!Find(hvkirtuptDll, "ReadProductsRegisteried", &pReadProductsRegisteried)) {
-        TRACE_FOR(kStart, TRACE_ERROR, "<GetProcAddress(ReadProductsRegisteried) failed.");
+        TRACE_HELPER(TRACE_ERROR, "<GetProcAddress(ReadProductsRegisteried) failed.");
         return false;
     }
     if (!Find(hvkirtuptDll, "TARSKPPLX_PPInfoClear", &pTARSKPPLX_PPInfoClear)) {
-        TRACE_FOR(kStart, TRACE_ERROR, "<GetProcAddress(TARSKPPLX_PPInfoClear) failed.");
+        TRACE_HELPER(TRACE_ERROR, "<GetProcAddress(TARSKPPLX_PPInfoClear) failed.");
         return false;
     }
     return true;

@@ -3,107 +3,23 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <strings.h>
 
 #include "match/table_data.h"
 #include "platform/agent.h"
+#include "platform/contract.h"
 #include "platform/registry.h"
 #include "platform/trace.h"
-#include "regacc/regacc.h"
 #include "vkevmon/product_filter.h"
 #include "vkevmon/siblings.h"
+#include "vkevmon/subkeys.h"
 
 namespace {
 
 constexpr char kUnit[] = "vkevmon";
-constexpr char kLoad[] = "VKVMonQueGet";
-constexpr char kList[] = "SearchSubKey";
-
-constexpr char kApplicationKey[] = TARSK_REG_SYSLOG_SUB_KEY "\\APPLICATION";
-
-// A name as RegEnumKeyEx delivers it, and the class that nobody looks at.
-constexpr DWORD kKeyNameSize = 256;
-constexpr DWORD kKeyClassSize = 4096;
+constexpr const char *kInterface = "VKVMonQueGet";
 
 // Room for the longest path: the APPLICATION key, a source, an ID, "WATCHSETTING" and backslashes.
 constexpr size_t kPathSize = sizeof kApplicationKey + kSourceNameSize + kIdNameSize + 32;
-
-constexpr int kKeywords = 3;
-
-// ---- listing of subkeys ----
-
-// Why a walk over subkeys ended.
-enum class Listing { kDone, kInfoFailed, kEnumFailed };
-
-// Does the source report under a type of its own? Then it is not for this module.
-bool IsNewApplicationType(const char *source)
-{
-    char path[kPathSize];
-    snprintf(path, sizeof path, "%s\\%s", kApplicationKey, source);
-    int32_t type = 0;
-    if (VKACRERegReadEx(HKEY_LOCAL_MACHINE, path, "NEWAPPLICATIONTYPE", &type, sizeof type) == 0)
-        return false;
-    TRACE_FOR(kList, TRACE_DETAIL, "The Type of Source: %s is %d.", source, type);
-    return true;
-}
-
-// Copies the subkey names of an open key into buffers: of kSourceNameSize bytes for the sources, of
-// kIdNameSize for the IDs below one. A name that does not fit is refused, since half a name would open
-// another key.
-Listing ListSubKeys(HKEY key, bool of_applications, char **names, int *num)
-{
-    const size_t room = of_applications ? kSourceNameSize : kIdNameSize;
-    DWORD count = 0;
-    if (RegQueryInfoKey(key, nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr,
-                        nullptr, nullptr, nullptr) != ERROR_SUCCESS)
-        return Listing::kInfoFailed;
-    int stored = 0;
-    for (DWORD index = 0; index < count && stored < kMaxEntries; ++index) {
-        char name[kKeyNameSize] = {};
-        char key_class[kKeyClassSize];
-        DWORD name_size = kKeyNameSize;
-        DWORD class_size = kKeyClassSize;
-        if (RegEnumKeyEx(key, index, name, &name_size, nullptr, key_class, &class_size, nullptr) !=
-            ERROR_SUCCESS)
-            return Listing::kEnumFailed;
-        name[kKeyNameSize - 1] = '\0';
-        if (of_applications && IsNewApplicationType(name))
-            continue;
-        const size_t size = strlen(name) + 1;
-        if (size > room) {
-            TRACE_FOR(kList, TRACE_ERROR, "The name of subkey %s is too long, skip it.", name);
-            continue;
-        }
-        memcpy(names[stored++], name, size);
-    }
-    *num = stored;
-    return Listing::kDone;
-}
-
-int ListSubKeysOf(const char *path, char **names, int *num)
-{
-    TRACE_FOR(kList, TRACE_DETAIL, ">lpszKeyName=%s", path);
-    HKEY key = nullptr;
-    if (RegOpenKeyEx(HKEY_LOCAL_MACHINE, path, 0, KEY_ALL_ACCESS, &key) != ERROR_SUCCESS) {
-        TRACE_FOR(kList, TRACE_ERROR, "<RegOpenKeyEx() failed. return -1.");
-        return -1;
-    }
-    const bool of_applications = strcasecmp(path, kApplicationKey) == 0;
-    const Listing listing = ListSubKeys(key, of_applications, names, num);
-    RegCloseKey(key);
-    switch (listing) {
-    case Listing::kInfoFailed:
-        TRACE_FOR(kList, TRACE_ERROR, "<RegQueryInfoKey failed.return -1.");
-        return -1;
-    case Listing::kEnumFailed:
-        TRACE_FOR(kList, TRACE_ERROR, "<RegEnumKeyEx failed.return -1.");
-        return -1;
-    case Listing::kDone:
-        break;
-    }
-    TRACE_FOR(kList, TRACE_DETAIL, "<return 0.*num=%d", *num);
-    return 0;
-}
 
 // ---- one event ----
 
@@ -151,28 +67,27 @@ bool ReadKeyword(HKEY settings, const char *name, char *keyword)
 // Reads the three keywords of an event into the entry.
 Event ReadKeywords(HKEY settings, const char *path, VKVMon *entry)
 {
-    static constexpr const char *kNames[kKeywords] = {"KeyWord", "KeyWord2", "KeyWord3"};
-    char *const keywords[kKeywords] = {entry->Keyword1, entry->Keyword2, entry->Keyword3};
+    char *const keywords[kKeywordsOfEntry] = {entry->Keyword1, entry->Keyword2, entry->Keyword3};
     int empty = 0;
-    for (int k = 0; k < kKeywords; ++k) {
-        if (ReadKeyword(settings, kNames[k], keywords[k])) {
+    for (int k = 0; k < kKeywordsOfEntry; ++k) {
+        if (ReadKeyword(settings, kKeywordValues[k], keywords[k])) {
             if (keywords[k][0] == '\0')
                 ++empty;
             continue;
         }
-        TRACE_FOR(kLoad, TRACE_ERROR, "keyword%d RegQueryValueEx %s failed.\n", k + 1, path);
+        TRACE_HELPER(TRACE_ERROR, "keyword%d RegQueryValueEx %s failed.\n", k + 1, path);
         RegCloseKey(settings);
         if (k == 0)
             return Event::kFailed;
         // The reads that follow go to the closed handle, on purpose: an event whose settings are
         // not complete then fails the load at its report count, instead of being watched by half.
         keywords[k][0] = '\0';
-        TRACE_FOR(kLoad, TRACE_NOTABLE, "pass keyword%d", k + 1);
+        TRACE_HELPER(TRACE_NOTABLE, "pass keyword%d", k + 1);
     }
-    if (empty < kKeywords)
+    if (empty < kKeywordsOfEntry)
         return Event::kEntry;
-    TRACE_FOR(kLoad, TRACE_ERROR, "Three keywords are all empty .");
-    return Event::kSkipped; // the settings key stays open here, which the host expects
+    TRACE_HELPER(TRACE_ERROR, "Three keywords are all empty .");
+    return Event::kSkipped; // the settings key stays open here: that is how the interface has it
 }
 
 bool ReadNumber(HKEY settings, const char *name, void *number)
@@ -186,11 +101,11 @@ bool ReadNumber(HKEY settings, const char *name, void *number)
 bool ReadCountAndHours(HKEY settings, const char *path, VKVMon *entry)
 {
     bool done = true;
-    if (!ReadNumber(settings, "ReportCount", &entry->ReportCount)) {
-        TRACE_FOR(kLoad, TRACE_ERROR, "reg ReportCount of key %s not found.", path);
+    if (!ReadNumber(settings, kReportCountValue, &entry->ReportCount)) {
+        TRACE_HELPER(TRACE_ERROR, "reg ReportCount of key %s not found.", path);
         done = false;
-    } else if (!ReadNumber(settings, "WatchTime", &entry->WatchTime)) {
-        TRACE_FOR(kLoad, TRACE_ERROR, "reg WatchTime of key %s not found.", path);
+    } else if (!ReadNumber(settings, kWatchTimeValue, &entry->WatchTime)) {
+        TRACE_HELPER(TRACE_ERROR, "reg WatchTime of key %s not found.", path);
         done = false;
     }
     RegCloseKey(settings);
@@ -210,7 +125,7 @@ Event LoadEvent(const char *source, const char *id, const char *path)
 {
     HKEY settings = nullptr;
     if (RegOpenKeyEx(HKEY_LOCAL_MACHINE, path, 0, KEY_READ, &settings) != ERROR_SUCCESS) {
-        TRACE_FOR(kLoad, TRACE_ERROR, "RegOpenKeyEx %s failed.", path);
+        TRACE_HELPER(TRACE_ERROR, "RegOpenKeyEx %s failed.", path);
         return Event::kFailed;
     }
     VKVMon read{};
@@ -218,10 +133,10 @@ Event LoadEvent(const char *source, const char *id, const char *path)
     if (keywords != Event::kEntry)
         return keywords;
 
-    TRACE_FOR(kLoad, TRACE_DETAIL, "loading source: %s, event: %s", source, id);
+    TRACE_HELPER(TRACE_DETAIL, "loading source: %s, event: %s", source, id);
     auto *entry = static_cast<VKVMon *>(calloc(1, sizeof(VKVMon)));
     if (entry == nullptr) {
-        TRACE_FOR(kLoad, TRACE_SYSTEM, "lpVKVMon[] memory alloc failed.");
+        TRACE_HELPER(TRACE_SYSTEM, "lpVKVMon[] memory alloc failed.");
         RegCloseKey(settings);
         return Event::kFailed;
     }
@@ -250,12 +165,12 @@ bool AllocateNames(Names *names)
     for (int i = 0; i < kMaxEntries; ++i) {
         names->sources[i] = static_cast<char *>(calloc(1, kSourceNameSize));
         if (names->sources[i] == nullptr) {
-            TRACE_FOR(kLoad, TRACE_SYSTEM, "malloc lpszSN[%d] fail", i);
+            TRACE_HELPER(TRACE_SYSTEM, "malloc lpszSN[%d] fail", i);
             return false;
         }
         names->ids[i] = static_cast<char *>(calloc(1, kIdNameSize));
         if (names->ids[i] == nullptr) {
-            TRACE_FOR(kLoad, TRACE_SYSTEM, "malloc lpszID[%d] fail", i);
+            TRACE_HELPER(TRACE_SYSTEM, "malloc lpszID[%d] fail", i);
             return false;
         }
     }
@@ -272,24 +187,24 @@ void FreeNames(Names *names)
 
 bool LoadSource(const char *source, Names *names)
 {
-    TRACE_FOR(kLoad, TRACE_DETAIL, "loading monitoring target: %s...", source);
+    TRACE_HELPER(TRACE_DETAIL, "loading monitoring target: %s...", source);
     char source_key[kPathSize];
     snprintf(source_key, sizeof source_key, "%s\\%s", kApplicationKey, source);
     int ids = 0;
-    if (ListSubKeysOf(source_key, names->ids, &ids) != 0) {
-        TRACE_FOR(kLoad, TRACE_ERROR, "SearchSubKey(%s) ERROR", source_key);
+    if (SearchSubKey(source_key, names->ids, &ids) != 0) {
+        TRACE_HELPER(TRACE_ERROR, "SearchSubKey(%s) ERROR", source_key);
         return false;
     }
     for (int i = 0; i < ids; ++i) {
         char settings_key[kPathSize + kIdNameSize + 16];
-        snprintf(settings_key, sizeof settings_key, "%s\\%s\\WATCHSETTING", source_key,
-                 names->ids[i]);
+        snprintf(settings_key, sizeof settings_key, "%s\\%s\\%s", source_key, names->ids[i],
+                 kWatchSettingKey);
         const Event event = LoadEvent(source, names->ids[i], settings_key);
         if (event == Event::kFailed)
             return false;
         if (event == Event::kEntry && nCnt >= kMaxEntries) {
-            TRACE_FOR(kLoad, TRACE_NOTABLE,
-                      "The number of EventID is up to 2048, initial process break");
+            TRACE_HELPER(TRACE_NOTABLE,
+                         "The number of EventID is up to 2048, initial process break");
             break;
         }
     }
@@ -299,13 +214,13 @@ bool LoadSource(const char *source, Names *names)
 bool LoadSources(SrcNode *filter, Names *names)
 {
     int sources = 0;
-    if (ListSubKeysOf(kApplicationKey, names->sources, &sources) != 0) {
-        TRACE_FOR(kLoad, TRACE_ERROR, "SearchSubKey(%s) ERROR", kApplicationKey);
+    if (SearchSubKey(kApplicationKey, names->sources, &sources) != 0) {
+        TRACE_HELPER(TRACE_ERROR, "SearchSubKey(%s) ERROR", kApplicationKey);
         return false;
     }
     for (int i = 0; i < sources; ++i) {
         if (SourceIsFiltered(filter, names->sources[i])) {
-            TRACE_FOR(kLoad, TRACE_DETAIL, "source: %s unopened", names->sources[i]);
+            TRACE_HELPER(TRACE_DETAIL, "source: %s unopened", names->sources[i]);
             continue;
         }
         if (!LoadSource(names->sources[i], names))
@@ -333,11 +248,6 @@ bool LoadTable(SrcNode **filter, void **products, Names *names)
 }
 
 } // namespace
-
-int SearchSubKey(const char *lpszKeyName, char **lplpszSubKey, int *num)
-{
-    return ListSubKeysOf(lpszKeyName, lplpszSubKey, num);
-}
 
 int VKVMonQueGet(void)
 {

@@ -1,5 +1,6 @@
 #include "vkevmon/table_lock.h"
 
+#include "platform/contract.h"
 #include "platform/sync.h"
 #include "platform/trace.h"
 
@@ -8,15 +9,14 @@ HANDLE hEventlogMutex = nullptr;
 namespace {
 
 constexpr char kUnit[] = "vkevmon";
-constexpr char kMutexName[] = "EVENTLOG_SEMA";
 
 } // namespace
 
 bool TakeTableLock(const char *function)
 {
-    hEventlogMutex = CreateMutex(nullptr, FALSE, kMutexName);
+    hEventlogMutex = CreateMutex(nullptr, FALSE, kTableMutex);
     if (hEventlogMutex == nullptr) {
-        TRACE_FOR(function, TRACE_ERROR, "CreateMutex(%s) error", kMutexName);
+        TRACE_FOR(function, TRACE_ERROR, "CreateMutex(%s) error", kTableMutex);
         return false;
     }
     switch (WaitForSingleObject(hEventlogMutex, INFINITE)) {

@@ -7,7 +7,7 @@
 
 #include "agent/common/names.h"
 #include "agent/libtarsk/error.h"
-#include "fileacc/fileacc.h"
+#include "platform/contract.h"
 
 namespace cli {
 
@@ -137,7 +137,7 @@ void Tally::NoteMatches(const Sighting &line, int times)
 {
     matched_ = reported_;
     for (const size_t i : reported_) {
-        const bool withheld = strcmp(table_[i]->Source, "FTREPORT") == 0;
+        const bool withheld = strcmp(table_[i]->Source, kWithheldSource) == 0;
         ++(withheld ? events_[i].withheld : events_[i].reports);
     }
     for (const size_t i : counting_) {

@@ -17,7 +17,7 @@
 #include "agent/common/expressions.h"
 #include "agent/common/names.h"
 #include "agent/common/rules_file.h"
-#include "fileacc/fileacc.h"
+#include "platform/contract.h"
 
 namespace cli {
 

@@ -11,9 +11,6 @@ namespace agent {
 
 namespace {
 
-// Reports of this source are withheld by the monitor after its first pass.
-constexpr char kWithheldSource[] = "FTREPORT";
-
 // The record of a source name in a product's "Source" value: so many bytes, then two texts.
 constexpr size_t kRecordFieldSize = 4;
 
@@ -51,7 +48,7 @@ bool Names(const std::string &data, const std::string &source)
 
 bool IsSetUp(tarsk::RegistryTree &registry, tarsk::KeyId product)
 {
-    const auto value = registry.Get(product, "Setup");
+    const auto value = registry.Get(product, kProductSetupValue);
     uint32_t state = 1;
     if (value && value->data.size() == sizeof state)
         memcpy(&state, value->data.data(), sizeof state);
@@ -124,7 +121,7 @@ std::optional<std::string> ProductThatFilters(tarsk::RegistryTree &registry,
         const auto product = registry.Find(*products, name);
         if (!product || IsSetUp(registry, *product))
             continue;
-        const auto data = registry.Get(*product, "Source");
+        const auto data = registry.Get(*product, kProductSourceValue);
         if (data && Names(data->data, source))
             return name;
     }

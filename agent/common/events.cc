@@ -17,12 +17,6 @@ namespace agent {
 
 namespace {
 
-constexpr const char *kKeywordNames[] = {"KeyWord", "KeyWord2", "KeyWord3"};
-constexpr char kReportCount[] = "ReportCount";
-constexpr char kWatchTime[] = "WatchTime";
-constexpr char kSettings[] = "WATCHSETTING";
-constexpr char kNewApplicationType[] = "NEWAPPLICATIONTYPE";
-
 constexpr size_t kMaxKeyword = kKeywordSize - 1; // bytes
 constexpr size_t kMaxSource = 255;               // bytes of a registry key's name
 constexpr size_t kMaxIdName = 15;                // characters that the monitor reads of an ID
@@ -151,7 +145,8 @@ std::vector<StoredSource> EventRegistry::ReadAll()
         return sources;
     for (const std::string &name : registry_.SubKeys(*applications)) {
         const tarsk::KeyId source_key = *registry_.Find(*applications, name);
-        StoredSource source{name, registry_.Get(source_key, kNewApplicationType).has_value(), {}};
+        StoredSource source{
+            name, registry_.Get(source_key, kNewApplicationTypeValue).has_value(), {}};
         for (const std::string &id_text : registry_.SubKeys(source_key))
             source.events.push_back(Read(name, id_text, *registry_.Find(source_key, id_text)));
         sources.push_back(std::move(source));
@@ -166,7 +161,7 @@ StoredEvent EventRegistry::Read(const std::string &source, const std::string &id
     stored.id_text = id_text;
     stored.event.key.source = source;
     stored.event.key.id = NumberOfKey(id_text);
-    const auto settings = registry_.Find(id_key, kSettings);
+    const auto settings = registry_.Find(id_key, kWatchSettingKey);
     if (!settings) {
         stored.problem = "it has no settings";
         return stored;
@@ -177,17 +172,17 @@ StoredEvent EventRegistry::Read(const std::string &source, const std::string &id
     };
     if (id_text.size() > kMaxIdName)
         note("the name of its key is longer than 15 characters");
-    for (size_t k = 0; k < std::size(kKeywordNames); ++k) {
-        const auto value = registry_.Get(*settings, kKeywordNames[k]);
+    for (size_t k = 0; k < std::size(kKeywordValues); ++k) {
+        const auto value = registry_.Get(*settings, kKeywordValues[k]);
         if (!value)
-            note(std::string("it has no ") + kKeywordNames[k]);
+            note(std::string("it has no ") + kKeywordValues[k]);
         else if (value->data.size() > kKeywordSize)
-            note(std::string(kKeywordNames[k]) + " is longer than 256 bytes");
+            note(std::string(kKeywordValues[k]) + " is longer than 256 bytes");
         else
             stored.event.keywords[k] = tarsk::TextOf(*value);
     }
-    const auto count = NumberOf(registry_.Get(*settings, kReportCount));
-    const auto hours = NumberOf(registry_.Get(*settings, kWatchTime));
+    const auto count = NumberOf(registry_.Get(*settings, kReportCountValue));
+    const auto hours = NumberOf(registry_.Get(*settings, kWatchTimeValue));
     if (!count)
         note("it has no ReportCount of 4 bytes");
     if (!hours)
@@ -224,12 +219,13 @@ void EventRegistry::Write(const EventRecord &event)
 {
     CheckEvent(event);
     const std::string id_text = FindIdText(event.key).value_or(FormatEventId(event.key.id));
-    const std::string path = SourcePath(event.key.source) + "\\" + id_text + "\\" + kSettings;
+    const std::string path =
+        SourcePath(event.key.source) + "\\" + id_text + "\\" + kWatchSettingKey;
     const tarsk::KeyId key = registry_.Create(tarsk::kRootKey, path);
     for (size_t k = 0; k < event.keywords.size(); ++k)
-        SetText(registry_, key, kKeywordNames[k], event.keywords[k]);
-    SetNumber(registry_, key, kReportCount, static_cast<uint32_t>(event.report_count));
-    SetNumber(registry_, key, kWatchTime, event.hours);
+        SetText(registry_, key, kKeywordValues[k], event.keywords[k]);
+    SetNumber(registry_, key, kReportCountValue, static_cast<uint32_t>(event.report_count));
+    SetNumber(registry_, key, kWatchTimeValue, event.hours);
 }
 
 bool EventRegistry::Remove(const EventKey &key)

@@ -9,7 +9,9 @@
 
 #include "agent/common/names.h"
 #include "agent/libtarsk/waitable.h"
+#include "platform/contract.h"
 #include "platform/registry.h"
+#include "platform/split64.h"
 
 namespace agent {
 
@@ -17,20 +19,15 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr char kLogDir[] = "/var/log";
-constexpr char kVmkernelLog[] = "/var/log/vmkernel";
 constexpr int kMaxVmkernelBackups = 4;
 constexpr size_t kBlockBytes = 16384; // that the monitor reads in one go
 
 struct Slot {
     const char *role;
-    const char *head_line;
-    const char *pos_low;
-    const char *pos_high;
-    const char *content;
+    SlotValues values;
 };
-constexpr Slot kSystemLogSlot = {"system log", "HEADLINE", "POS", "H_POS", "CONTENT"};
-constexpr Slot kCustomerSlot = {"customer file", "HEADLINE_C", "POS_C", "H_POS_C", "CONTENT_C"};
+constexpr Slot kSystemLogSlot = {"system log", kSlotValues[0]};
+constexpr Slot kCustomerSlot = {"customer file", kSlotValues[1]};
 
 class Key {
   public:
@@ -58,7 +55,7 @@ class Key {
         const auto high_half = Number(high);
         if (!low_half || !high_half)
             return std::nullopt;
-        return static_cast<int64_t>((uint64_t{*high_half} << 32U) | *low_half);
+        return JoinHalves(*low_half, *high_half);
     }
 
   private:
@@ -141,8 +138,8 @@ int64_t EndOfLine(const fs::path &path, int64_t position)
 void Locate(const Key &key, const Slot &slot, WatchedFile *file)
 {
     file->problem = WhyUnreadable(file->path);
-    const auto head_line = key.Text(slot.head_line);
-    const auto position = key.Halves(slot.pos_low, slot.pos_high);
+    const auto head_line = key.Text(slot.values.headline);
+    const auto position = key.Halves(slot.values.pos_low, slot.values.pos_high);
     if (!head_line || !position) {
         if (file->problem.empty())
             file->problem = "not looked at yet";
@@ -180,7 +177,7 @@ WatchedFile FileMonitor(const Key &key, const std::string &path)
     file.role = "file monitor";
     file.path = path;
     file.problem = WhyUnreadable(path);
-    const auto offset = key.Halves("OFFSET_L", "OFFSET_H");
+    const auto offset = key.Halves(kOffsetLowValue, kOffsetHighValue);
     const auto size = SizeOf(path);
     if (offset && size) {
         file.resume_file = path;
@@ -240,10 +237,10 @@ std::vector<WatchedFile> ReadWatchedFiles(tarsk::RegistryTree &registry)
     const Key monitor(registry, kMonitorKey);
     const Key file_monitor(registry, kFileMonitorKey);
     std::vector<WatchedFile> files = {Slotted(monitor, kSystemLogSlot, kSystemLog)};
-    const std::string customer = monitor.Text("FILENAME").value_or("");
+    const std::string customer = monitor.Text(kFileNameValue).value_or("");
     if (!customer.empty())
         files.push_back(Slotted(monitor, kCustomerSlot, customer));
-    const std::string target = file_monitor.Text("FILENAME").value_or("");
+    const std::string target = file_monitor.Text(kFileNameValue).value_or("");
     if (!target.empty())
         files.push_back(FileMonitor(file_monitor, target));
     return files;
@@ -253,7 +250,7 @@ std::vector<fs::path> WatchedPaths(tarsk::RegistryTree &registry)
 {
     std::vector<fs::path> paths = {kSystemLog};
     for (const char *key : {kMonitorKey, kFileMonitorKey}) {
-        const std::string path = Key(registry, key).Text("FILENAME").value_or("");
+        const std::string path = Key(registry, key).Text(kFileNameValue).value_or("");
         if (!path.empty())
             paths.emplace_back(path);
     }

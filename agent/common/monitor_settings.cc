@@ -13,15 +13,15 @@
 #include "agent/libtarsk/settings.h"
 #include "agent/libtarsk/trace_log.h"
 #include "agent/libtarsk/waitable.h"
+#include "platform/contract.h"
 #include "platform/registry.h"
 
 namespace agent {
 
 namespace {
 
-constexpr uint32_t kCycleMin = 10; // seconds
-constexpr uint32_t kCycleMax = 3600;
-constexpr size_t kPathMax = 254; // bytes; with its zero byte it must fit in the 255 that are read
+constexpr size_t kPathMax =
+    kFileNameMax - 1; // bytes; with its zero byte it must fit in what is read
 
 tarsk::RegValue Number(uint32_t number)
 {
@@ -177,12 +177,12 @@ const std::vector<Setting> &AllSettings()
 {
     static const std::vector<Setting> settings = {
         {"cycle", "seconds", "Time from one look at all files to the next", kCycleAccepted,
-         kMonitorKey, "CYCLE", kCycleEvent, "300", true, ParseCycle, FormatCycle},
+         kMonitorKey, kCycleValue, kCycleEvent, "300", true, ParseCycle, FormatCycle},
         {"customer-file", "", "A second log that is watched like the system log", kPathAccepted,
-         kMonitorKey, "FILENAME", kCustomerFileEvent, "", false, ParseCustomerFile, FormatPath},
+         kMonitorKey, kFileNameValue, kCustomerFileEvent, "", false, ParseCustomerFile, FormatPath},
         {"file-monitor", "", "One more file of any format, followed by inode and offset",
-         kPathAccepted, kFileMonitorKey, "FILENAME", kFileMonitorEvent, "", false, ParseFileMonitor,
-         FormatPath},
+         kPathAccepted, kFileMonitorKey, kFileNameValue, kFileMonitorEvent, "", false,
+         ParseFileMonitor, FormatPath},
         {"fault-tolerant", "",
          "This is a fault-tolerant server: keywords may be regular expressions", kSwitchAccepted,
          tarsk::kAgentKey, "FaultTolerant", kAgentEvent, "off", false, ParseSwitch, FormatSwitch},

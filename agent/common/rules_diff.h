@@ -8,6 +8,7 @@
 
 #include "agent/common/events.h"
 #include "agent/common/rules_file.h"
+#include "platform/monitor_entry.h"
 
 namespace agent {
 

@@ -9,12 +9,11 @@
 
 #include "agent/libtarsk/c_boundary.h"
 #include "agent/libtarsk/host.h"
+#include "platform/contract.h"
 #include "platform/registry.h"
 #include "platform/siblings.h"
 
 namespace {
-
-constexpr char kAlertReportKey[] = "SOFTWARE\\KORBIN\\TARSKVOSKAR\\AlertReport";
 
 constexpr int kListFilled = 1;
 constexpr int kListNotFilled = 0;
@@ -52,7 +51,8 @@ int32_t StateOf(const std::string &name)
 {
     uint32_t state = kProductStateOpened;
     DWORD size = sizeof state;
-    VKACREGetSubkeyValue(HKEY_LOCAL_MACHINE, kAlertReportKey, name.c_str(), "Setup", &state, &size);
+    VKACREGetSubkeyValue(HKEY_LOCAL_MACHINE, kAlertReportKey, name.c_str(), kProductSetupValue,
+                         &state, &size);
     return state == 0 ? kProductStateUnopened : kProductStateOpened;
 }
 

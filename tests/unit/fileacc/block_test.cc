@@ -1108,6 +1108,25 @@ TEST_F(BlockRules, RefuseACursorThatStandsOnNoLine)
     EXPECT_TRUE(BlockIsSound(block));
 }
 
+TEST_F(BlockRules, AskForALineEndAtTheEndOfATrimmedBlock)
+{
+    EXPECT_TRUE(BlockIsSound(Block("ab|cd|"), Loaded::kForward, 0));
+    EXPECT_FALSE(BlockIsSound(Block("ab|cd"), Loaded::kForward, 0));
+    EXPECT_TRUE(BlockIsSound(Block("ab|cd"), Loaded::kAt)); // not trimmed yet
+    EXPECT_TRUE(BlockIsSound(Block("ab|cd", 0, kBlockAtEnd), Loaded::kForward, 0));
+    EXPECT_TRUE(BlockIsSound(Block("abcd"), Loaded::kForward, 0)); // a piece of a longer line
+}
+
+TEST_F(BlockRules, AskForBlocksWithoutOverlapAndGap)
+{
+    EXPECT_TRUE(BlockIsSound(Block("ab|cd|", 100), Loaded::kForward, 100));
+    EXPECT_FALSE(BlockIsSound(Block("ab|cd|", 100), Loaded::kForward, 99));
+    EXPECT_FALSE(BlockIsSound(Block("ab|cd|", 100), Loaded::kForward, 101));
+    EXPECT_TRUE(BlockIsSound(Block("ab|cd|", 100), Loaded::kBackward, 106));
+    EXPECT_FALSE(BlockIsSound(Block("ab|cd|", 100), Loaded::kBackward, 105));
+    EXPECT_FALSE(BlockIsSound(Block("ab|cd|", 100), Loaded::kBackward, 107));
+}
+
 // ---- a line that is still being written ----
 
 class LineStillBeingWritten : public test::ReaderTest {
