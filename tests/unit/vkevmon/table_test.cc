@@ -6,6 +6,7 @@
 #include "match/table_data.h"
 #include "tests/unit/vkevmon/frame_fixture.h"
 #include "vkevmon/siblings.h"
+#include "vkevmon/subkeys.h"
 #include "vkevmon/table.h"
 
 namespace {
