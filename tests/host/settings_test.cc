@@ -72,9 +72,9 @@ TEST_F(Settings, AreSetBackByTheWordDefault)
 
 TEST_F(Settings, ThatAreNotKnownAreNamedWithThoseThatAre)
 {
-    EXPECT_EQ("cannot find the setting \"cylce\": there is none of that name; use one of cycle, "
-              "customer-file, file-monitor, fault-tolerant, log-charset, trace-level, "
-              "trigger-interval",
+    EXPECT_EQ("cannot find the setting \"cylce\": there is none of that name; did you mean cycle? "
+              "use one of cycle, customer-file, file-monitor, fault-tolerant, log-charset, "
+              "trace-level, trigger-interval",
               ErrorOf([] { FindSetting("cylce"); }));
 }
 
