@@ -15,7 +15,7 @@ namespace {
 constexpr char kModule[] = "vkevmon.dll";
 
 // How the names of the files begin that the agent makes in each folder.
-constexpr std::string_view kStateNames[] = {"agent.db"};
+constexpr std::string_view kStateNames[] = {"agent.db", "has-store", "reserve"};
 constexpr std::string_view kRunNames[] = {"syslogmond.lock", "status.json",     "Agent_",
                                           "Eventlog_",       "Driving_Syslog_", "EVENTLOG_SEMA"};
 constexpr std::string_view kLogNames[] = {"trace."};
