@@ -28,21 +28,43 @@ int64_t BytesOf(const Alert &alert)
                                 alert.message.size() + alert.last_message.size());
 }
 
+namespace {
+
+int64_t InsertAlert(tarsk::Database &database, const Alert &alert)
+{
+    tarsk::Statement insert(database,
+                            "INSERT INTO alert (time_ms, host, log_name, source, event_id,"
+                            " count, message) VALUES (?, ?, ?, ?, ?, ?, ?)");
+    insert.Run(alert.time_ms, alert.host, alert.log_name, alert.source, alert.event_id, alert.count,
+               alert.message);
+    return database.LastInsertId();
+}
+
+// The keys from this alert on are of the series of the store, if they are not yet.
+void BeginSeries(tarsk::Database &database, int64_t id, const std::string &series)
+{
+    tarsk::Statement begin(
+        database, "INSERT INTO key_series (first_alert, uuid) SELECT ?1, ?2 WHERE ?2 IS NOT"
+                  " (SELECT uuid FROM key_series ORDER BY first_alert DESC LIMIT 1)");
+    begin.Run(id, series);
+}
+
+} // namespace
+
 int64_t AddAlert(tarsk::Store &store, const Alert &alert)
 {
     int64_t id = 0;
     store.Write([&](tarsk::Database &database) {
-        tarsk::Statement insert(database,
-                                "INSERT INTO alert (time_ms, host, log_name, source, event_id,"
-                                " count, message) VALUES (?, ?, ?, ?, ?, ?, ?)");
-        insert.Run(alert.time_ms, alert.host, alert.log_name, alert.source, alert.event_id,
-                   alert.count, alert.message);
-        id = database.LastInsertId();
-        tarsk::Statement begin_series(
-            database, "INSERT INTO key_series (first_alert, uuid) SELECT ?1, ?2 WHERE ?2 IS NOT"
-                      " (SELECT uuid FROM key_series ORDER BY first_alert DESC LIMIT 1)");
-        begin_series.Run(id, store.series());
+        id = InsertAlert(database, alert);
+        BeginSeries(database, id, store.series());
     });
+    return id;
+}
+
+int64_t AddFurtherAlert(tarsk::Store &store, const Alert &alert)
+{
+    int64_t id = 0;
+    store.Write([&](tarsk::Database &database) { id = InsertAlert(database, alert); });
     return id;
 }
 

@@ -4,8 +4,10 @@ namespace alerts {
 
 void ReportFolder::Add(tarsk::Store &store, const Alert &report)
 {
-    if (pass_ != store.PassNumber()) {
-        pass_ = store.PassNumber();
+    const int64_t pass = store.PassNumber();
+    const bool is_first = pass_ != pass;
+    if (is_first) {
+        pass_ = pass;
         open_.clear();
     }
     const Event event = {report.source, report.event_id};
@@ -15,7 +17,7 @@ void ReportFolder::Add(tarsk::Store &store, const Alert &report)
         return;
     }
     const bool has_room = store.TakeRoom(BytesOf(report));
-    const int64_t id = AddAlert(store, report);
+    const int64_t id = is_first ? AddAlert(store, report) : AddFurtherAlert(store, report);
     if (!has_room)
         open_[event] = id;
 }

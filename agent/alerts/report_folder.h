@@ -22,7 +22,7 @@ class ReportFolder {
   private:
     using Event = std::pair<std::string, uint32_t>; // source and event ID
 
-    int64_t pass_ = 0;              // of which the next holds
+    int64_t pass_ = -1;             // of which the next holds; -1: no report yet
     std::map<Event, int64_t> open_; // alerts that take the further reports of their events
 };
 
