@@ -1,5 +1,6 @@
 #include "match/relied_on.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <functional>
@@ -36,8 +37,7 @@ bool SlotsAreTheSame()
 {
     const bool ends_there = nCnt == slot_count || (nCnt > slot_count && slot_count < kMaxEntries &&
                                                    lpVKVMon[slot_count] == nullptr);
-    return ends_there &&
-           memcmp(lpVKVMon, slots, static_cast<size_t>(slot_count) * sizeof slots[0]) == 0;
+    return ends_there && std::equal(slots, slots + slot_count, lpVKVMon);
 }
 
 bool HeadsAreTheSame()
@@ -71,7 +71,7 @@ bool LongKeywordsAreTheSame()
 void RelyOnSlots(int entries)
 {
     slot_count = entries;
-    memcpy(slots, lpVKVMon, static_cast<size_t>(entries) * sizeof slots[0]);
+    std::copy_n(lpVKVMon, entries, slots);
     keyword_count = long_count = 0;
 }
 

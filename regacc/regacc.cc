@@ -208,8 +208,9 @@ int RegGetOrientation(int64_t *pos, char *content, int size, int monindex)
     RegCloseKey(key);
     if (!done)
         return -1;
-    TRACE(TRACE_DETAIL, "<return 0.*pos=%lld,content=%s", pos != nullptr ? ll{*pos} : -1LL,
-          content != nullptr ? content : "NULL");
+    // A buffer of no bytes holds no text, not even an empty one.
+    const char *const shown = content == nullptr ? "NULL" : size > 0 ? content : "";
+    TRACE(TRACE_DETAIL, "<return 0.*pos=%lld,content=%s", pos != nullptr ? ll{*pos} : -1LL, shown);
     return 0;
 }
 
