@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "match/table_data.h"
+#include "platform/contract.h"
 
 namespace {
 
@@ -21,7 +22,7 @@ struct Keyword {
     uint16_t length;
 };
 
-constexpr int kMostKeywords = kMaxEntries * 3; // of a full table, all of them
+constexpr int kMostKeywords = kMaxEntries * kKeywordsOfEntry; // of a full table, all of them
 
 // Written by RelyOnSlots and RelyOnKeyword, on the monitor thread.
 int slot_count = 0;
