@@ -29,5 +29,4 @@ add_library(vkevmon SHARED)
 target_link_libraries(vkevmon PRIVATE vkevmon_objects)
 set_target_properties(vkevmon PROPERTIES PREFIX "" SUFFIX ".dll"
                       LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/root/lib)
-target_link_options(vkevmon PRIVATE -Wl,-Bsymbolic-functions -Wl,-z,now -Wl,-z,relro
-                    -Wl,--hash-style=gnu)
+target_link_options(vkevmon PRIVATE -Wl,-Bsymbolic-functions -Wl,--hash-style=gnu)
