@@ -22,8 +22,14 @@ namespace test {
 
 constexpr char kLogName[] = "messages";
 constexpr char kLog[] = "/var/log/messages";
+constexpr auto kBlock = static_cast<size_t>(kBlockSize);
 
 using Texts = std::vector<std::string>;
+
+inline std::string Repeat(size_t count, char c)
+{
+    return std::string(count, c);
+}
 
 // What a step of the cursor gave.
 struct Step {

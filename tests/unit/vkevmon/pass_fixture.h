@@ -24,6 +24,8 @@ namespace test {
 
 using Strings = std::vector<std::string>;
 
+constexpr char kVmkernel[] = "/var/log/vmkernel"; // the other system log
+
 // The time zone of the process, until the end of the test.
 class ZoneGuard {
   public:
