@@ -109,11 +109,14 @@ uint32_t Bucket(uint32_t hash)
 
 // ---- building ----
 
+// The bytes of which system logs are full, and those that are often met in them: the letters of
+// English text, and what stamps, addresses and numbers are written with.
+constexpr char kVeryCommon[] = " etaoinsr";
+constexpr char kCommon[] = "lcdumpfghbvk:0123456789.-[]=/,()";
+
 // How common a byte is in system logs, roughly: 0 is rare. Only the speed depends on it.
 unsigned Commonness(char byte)
 {
-    static constexpr char kVeryCommon[] = " etaoinsr";
-    static constexpr char kCommon[] = "lcdumpfghbvk:0123456789.-[]=/,()";
     if (memchr(kVeryCommon, byte, sizeof kVeryCommon - 1) != nullptr)
         return 3;
     return memchr(kCommon, byte, sizeof kCommon - 1) != nullptr ? 1 : 0;

@@ -20,6 +20,9 @@ constexpr int kDecember = 11;
 constexpr int kJanuary = 0;
 constexpr size_t kMonthWordMax = 4;
 
+// Days of a common year before each of its months.
+constexpr int kDaysBefore[] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
+
 // The stamp as it stands in the line.
 struct Stamp {
     char month[kMonthWordMax + 1]; // at most four characters are taken for the month word
@@ -206,7 +209,6 @@ bool IsConvertible(const struct tm &when)
 // Days from 1970 to the first day of a month, in the proleptic Gregorian calendar.
 int64_t DaysTo(int year, int month)
 {
-    static constexpr int kDaysBefore[] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
     const int64_t full = int64_t{year} + 1900;
     const bool is_leap = (full % 4 == 0 && full % 100 != 0) || full % 400 == 0;
     const int64_t before = full - 1;

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/history/life.h"
+#include "tests/history/shrink.h"
 #include "tests/support/module_test.h"
 
 namespace history {

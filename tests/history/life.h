@@ -21,12 +21,6 @@ struct Outcome {
 // `log_dir` stands for "/var/log"; it is empty before and after.
 Outcome Run(const History &history, const std::string &log_dir);
 
-// The smallest history that still fails: steps are left out and made smaller as long as it does.
-History Shrink(const History &history, const std::string &log_dir);
-
-// The failure as it is printed: what differs, and the steps of the smallest history.
-std::string Explain(const History &history, uint64_t seed, const std::string &log_dir);
-
 } // namespace history
 
 #endif // TESTS_HISTORY_LIFE_H

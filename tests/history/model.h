@@ -8,6 +8,7 @@
 #define TESTS_HISTORY_MODEL_H
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -18,6 +19,8 @@
 #include "tests/history/world.h"
 
 namespace history {
+
+constexpr size_t kHandled = 3328; // bytes that are handled of a line
 
 struct Alert {
     std::string source;
