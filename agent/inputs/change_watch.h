@@ -1,0 +1,46 @@
+// Tells which files of an input may have changed, by inotify. Changes that another machine makes in a network
+// file system are not seen; who uses this looks at everything now and then as well.
+#ifndef AGENT_INPUTS_CHANGE_WATCH_H
+#define AGENT_INPUTS_CHANGE_WATCH_H
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+
+#include "agent/libtarsk/waitable.h"
+
+namespace inputs {
+
+class ChangeWatch {
+  public:
+    ChangeWatch();
+
+    // To be polled for POLLIN; -1: nothing can be watched.
+    [[nodiscard]] int fd() const { return inotify_.get(); }
+
+    // Watches the names in these folders, and in no others.
+    void WatchFolders(const std::set<std::string> &folders);
+    // Watches the content of an open file, which is then told of by its number; and no longer.
+    void WatchFile(int64_t number, int fd);
+    void ForgetFile(int64_t number);
+
+    struct News {
+        bool names = false;      // a file has appeared, gone, or got another name
+        bool everything = false; // too much has happened to say what
+        std::set<int64_t> files; // were written
+    };
+    News Take();
+
+  private:
+    void Remove(int watch);
+
+    tarsk::Fd inotify_;
+    std::map<std::string, int> folders_; // watches of folders
+    std::map<int64_t, int> files_;       // watches of files
+    std::map<int, int64_t> numbers_;     // the reverse
+};
+
+} // namespace inputs
+
+#endif // AGENT_INPUTS_CHANGE_WATCH_H

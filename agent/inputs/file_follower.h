@@ -1,0 +1,137 @@
+// Follows all files of an input, through everything that rotation does to them.
+//
+//   F1  A file is known by its identity. As long as it has a name in its folder, and as long as it is held
+//       open, it is read on, whatever its name is.
+//   F2  A file under a name that is written to is a new log when its identity is not known.
+//   F3  A file under the name of a rotated one whose identity is not known is
+//         the one that is missing, or was emptied, when it holds what that one held: it was compressed, or
+//         copied; it is read on from the place of that one;
+//         nothing yet, while the file whose beginning it holds is still there: a copy is being made;
+//         else a file that came and was rotated while nobody looked: it is read from its beginning.
+//   F4  What is concluded from a file's absence is concluded from two equal looks at the folders.
+//   F5  A file that is gone, and that was not read to its end for certain, is told of.
+//
+// Runs on one thread. It never waits.
+#ifndef AGENT_INPUTS_FILE_FOLLOWER_H
+#define AGENT_INPUTS_FILE_FOLLOWER_H
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "agent/inputs/batch.h"
+#include "agent/inputs/change_watch.h"
+#include "agent/inputs/folder_view.h"
+#include "agent/inputs/followed_file.h"
+#include "agent/inputs/rotated_names.h"
+
+namespace inputs {
+
+struct FollowOptions {
+    InputId id = 0;
+    std::string name;
+    PathRules rules;
+    LineForm form;
+    Joining joining;
+    std::string encoding;    // of the files; empty: that of the monitor
+    std::string log_charset; // of the monitor
+    bool from_start = false; // also what is there when the input is added
+};
+
+// A row of the stored places.
+struct StoredPlace {
+    int64_t number = 0;
+    std::string text;
+};
+
+class FileFollower {
+  public:
+    // Goes on from the stored places. Throws tarsk::Error for options that cannot be used.
+    FileFollower(FollowOptions options, const std::vector<StoredPlace> &places);
+
+    // Without stored places: what is there now is passed over, unless the input says otherwise.
+    void Begin();
+
+    // Looks at the folders.
+    void Look(SteadyTime now);
+    // Reads what there is into the batch, until that is full. True: there is more.
+    bool Read(int64_t wall_seconds, SteadyTime now, Batch *batch);
+
+    // Puts the places that have changed into the batch; Read does so as well.
+    void StorePlaces(Batch *batch);
+
+    // To be polled for POLLIN; then TakeChanges.
+    [[nodiscard]] int ChangesFd() const { return watch_.fd(); }
+    void TakeChanges();
+    // When Look and Read are to be called at the latest.
+    [[nodiscard]] SteadyTime Next() const;
+    // Is a look at the folders due?
+    [[nodiscard]] bool WantsLook(SteadyTime now) const { return names_changed_ || now >= look_at_; }
+
+    [[nodiscard]] size_t OpenFiles() const;
+    [[nodiscard]] uint64_t BytesBehind() const;
+    // What cannot be read, and why.
+    [[nodiscard]] std::vector<std::string> Problems() const;
+
+  private:
+    using Files = std::map<int64_t, FollowedFile>;
+    using Names = std::map<std::string, FileIdentity>; // by path
+
+    void LocateAll(const FolderView &view);
+    void FollowNewLogs(const FolderView &view);
+    void Settle(const FolderView &view, SteadyTime now);
+    void SeekMissing(std::map<std::string, FileLook> *candidates, SteadyTime now);
+    [[nodiscard]] bool SomethingIsMissing() const;
+    [[nodiscard]] Names NamesThatMatter(const FolderView &view) const;
+    [[nodiscard]] RotatedName Rotated(const std::string &path) const;
+    void WantGrown(const FolderView &view);
+    bool FindContentOf(FollowedFile *file, std::map<std::string, FileLook> *candidates);
+    static bool MayHold(LogContent *content, const FollowedFile &file);
+    void GiveUp(FollowedFile *file, const std::map<std::string, FileLook> &candidates,
+                SteadyTime now);
+    void DealWithEmptied(int64_t number, std::map<std::string, FileLook> *candidates);
+    bool FollowRotated(const std::map<std::string, FileLook> &candidates);
+    bool IsCopyInTheMaking(const std::string &path, const FileLook &look);
+    std::map<std::string, FileLook> Candidates(const FolderView &view);
+    FollowedFile &Add(Place place);
+    void PassOver(const std::string &path, const std::string &log, const FileLook &look);
+    void Drop(int64_t number);
+    void ReadOne(FollowedFile *file, const ReadingTime &reading, SteadyTime now, Batch *batch);
+    [[nodiscard]] std::optional<std::string> LogOfRotated(const std::string &path) const;
+    [[nodiscard]] bool IsLive(const std::string &path) const;
+    [[nodiscard]] std::set<FileIdentity> KnownFiles() const;
+
+    FollowOptions options_;
+    LocalClock clock_;
+    EntryReader reader_;
+    ChangeWatch watch_;
+    Files files_;
+    int64_t next_number_ = 1;
+    std::set<int64_t> forgotten_; // places that are to be removed from the store
+    std::vector<Loss> losses_;
+
+    FolderView view_;         // at the last look
+    SteadyTime view_since_{}; // since when the names are like that
+    SteadyTime look_at_{};    // when to look again although nothing was told
+    bool names_changed_ = true;
+    bool is_settled_ = false;              // these names leave no question open
+    Names names_;                          // those of it that matter
+    std::map<std::string, LogNames> logs_; // by folder: the names that are written to
+    struct Held {
+        uint64_t size;
+        int64_t changed_ns;
+        bool operator==(const Held &) const = default;
+    };
+    std::map<FileIdentity, Held> held_;           // copies in the making, as they were looked at
+    std::map<FileIdentity, Held> damaged_;        // candidates that cannot be read
+    std::map<std::string, std::string> problems_; // by path
+    int64_t last_wall_seconds_ = 0;
+};
+
+} // namespace inputs
+
+#endif // AGENT_INPUTS_FILE_FOLLOWER_H

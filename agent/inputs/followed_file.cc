@@ -1,0 +1,190 @@
+#include "agent/inputs/followed_file.h"
+
+#include <algorithm>
+
+#include "agent/inputs/folder_view.h"
+#include "agent/libtarsk/error.h"
+
+namespace inputs {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+// Read at a time. More than two records, so that each reading gets on.
+constexpr size_t kChunk = size_t{256} * 1024;
+static_assert(kChunk > 2 * kLongestRecord + kLongestTail);
+
+// A batch that has come to this size is handed over.
+constexpr size_t kFullBatch = size_t{8} * 1024 * 1024;
+
+// Lines of one record are written together, if not at once.
+constexpr milliseconds kRecordIsWhole{2000};
+// A rotated file that has not grown for so long gets no end of its last line any more.
+constexpr milliseconds kRotatedIsWhole{10000};
+
+// "app" of "/var/log/app.log"
+std::string IdentifierOf(const std::string &log)
+{
+    const std::string name = NameOf(log);
+    return name.substr(0, name.find('.', 1));
+}
+
+} // namespace
+
+void FollowedFile::Locate(const std::string &path, bool is_live)
+{
+    is_present = true;
+    is_live_ = is_live;
+    if (place_.path == path)
+        return;
+    place_.path = path;
+    is_changed = true;
+}
+
+void FollowedFile::Adopt(const std::string &path, const FileIdentity &identity)
+{
+    Close();
+    window_.clear();
+    place_.path = path;
+    place_.identity = identity;
+    place_.done = false;
+    size_ = 0;
+    is_live_ = false;
+    is_present = true;
+    was_cut = false;
+    wants_reading = true;
+    is_changed = true;
+    problem.clear();
+}
+
+// False: there is another file under the path.
+bool FollowedFile::Open()
+{
+    if (content_)
+        return true;
+    auto content = std::make_unique<LogContent>(place_.path);
+    const auto look = LookAt(content->fd());
+    if (!look || look->identity != place_.identity)
+        return false;
+    content_ = std::move(content);
+    window_.clear();
+    return true;
+}
+
+// Gets the bytes around the place, and behind it. False: those before it are others than they were.
+bool FollowedFile::FillWindow(const FileLook &look)
+{
+    if (!place_.packed && look.size < place_.offset)
+        return false;
+    const uint64_t begin = place_.offset - place_.tail.length;
+    size_t kept = 0; // of a compressed file, which is read forwards only
+    if (place_.packed && begin >= window_base_ && begin < window_base_ + window_.size()) {
+        window_.erase(0, static_cast<size_t>(begin - window_base_));
+        kept = window_.size();
+    }
+    window_base_ = begin;
+    window_.resize(kept + kChunk);
+    size_t count = 0;
+    try {
+        count = content_->Read(begin + kept, window_.data() + kept, kChunk);
+    } catch (const tarsk::Error &) {
+        window_.clear();
+        throw;
+    }
+    window_.resize(kept + count);
+    at_end_ = count < kChunk;
+    return window_.size() >= place_.tail.length &&
+           FingerprintOf(std::string_view(window_).substr(0, place_.tail.length)) == place_.tail;
+}
+
+bool FollowedFile::IsCut()
+{
+    if (was_cut || place_.packed || place_.all || place_.offset == 0)
+        return was_cut;
+    try {
+        LogContent content(place_.path);
+        const auto look = LookAt(content.fd());
+        was_cut = look && look->identity == place_.identity && !HoldsPlace(&content, place_);
+    } catch (const tarsk::Error &) {
+        return false;
+    }
+    return was_cut;
+}
+
+Ending FollowedFile::EndingAt(const EntryReader &reader, SteadyTime now) const
+{
+    if (!at_end_)
+        return Ending::kGrowing;
+    if (place_.packed || (!is_live_ && IsQuiet(now, kRotatedIsWhole)))
+        return Ending::kComplete;
+    return reader.joins_lines && IsQuiet(now, kRecordIsWhole) ? Ending::kQuiet : Ending::kGrowing;
+}
+
+// Returns the bytes that are done with.
+size_t FollowedFile::TakeRecords(std::string_view bytes, Ending ending, EntryReader *reader,
+                                 const ReadingTime &reading, Batch *batch)
+{
+    LineForm form = reader->form;
+    if (form.identifier.empty())
+        form.identifier = IdentifierOf(place_.log);
+    batch->BeginOrigin(reader->input, place_.log);
+    size_t used = 0;
+    while (batch->text.size() < kFullBatch) {
+        const RecordSplitter::Cut cut =
+            reader->splitter.Take(bytes.substr(used), ending, &place_.skipping);
+        used += cut.used;
+        if (cut.used == 0)
+            break;
+        if (!cut.has_record)
+            continue;
+        const size_t at = batch->text.size();
+        Rendering rendering = RenderRecord(cut.record, form, reading, reader->clock, &batch->text);
+        if (!rendering.own_stamp.empty() && batch->text.size() > at)
+            batch->own_stamps.push_back({at, std::move(rendering.own_stamp)});
+    }
+    return used;
+}
+
+ReadStep FollowedFile::Read(EntryReader *reader, const ReadingTime &reading, SteadyTime now,
+                            Batch *batch)
+{
+    problem.clear();
+    if (!Open())
+        return ReadStep::kRenamed;
+    const auto look = LookAt(content_->fd());
+    place_.packed = content_->IsPacked();
+    if (!look || !FillWindow(*look))
+        return ReadStep::kCut;
+    if (grew_at_ == SteadyTime{} || look->size != size_)
+        grew_at_ = now;
+    size_ = place_.packed ? 0 : look->size;
+
+    const auto before = static_cast<size_t>(place_.tail.length);
+    const std::string_view bytes = std::string_view(window_).substr(before);
+    const Ending ending = EndingAt(*reader, now);
+    const size_t used = TakeRecords(bytes, ending, reader, reading, batch);
+    if (used > 0) {
+        MovePlace(&place_, place_.offset + used, window_base_, window_);
+        is_changed = true;
+    }
+    waits_ = used < bytes.size();
+    if (!at_end_ || (waits_ && batch->text.size() >= kFullBatch))
+        return ReadStep::kMore;
+    if (ending == Ending::kComplete && !waits_) {
+        place_.done = true;
+        is_changed = true;
+    }
+    return ReadStep::kEnd;
+}
+
+SteadyTime FollowedFile::Deadline(const EntryReader &reader) const
+{
+    if (!IsOpen() || place_.done || was_cut)
+        return SteadyTime::max();
+    if (!is_live_)
+        return grew_at_ + kRotatedIsWhole;
+    return waits_ && reader.joins_lines ? grew_at_ + kRecordIsWhole : SteadyTime::max();
+}
+
+} // namespace inputs

@@ -1,0 +1,102 @@
+// One file that an input follows: reads it on from its place, record by record.
+//
+// The file is held open until it is read, so it is read to its end under whatever name, and when it was
+// removed. Before each reading the bytes before the place are compared: a file that was emptied and written
+// again is noticed however much it holds by then.
+#ifndef AGENT_INPUTS_FOLLOWED_FILE_H
+#define AGENT_INPUTS_FOLLOWED_FILE_H
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "agent/inputs/batch.h"
+#include "agent/inputs/log_content.h"
+#include "agent/inputs/place.h"
+#include "agent/inputs/records.h"
+#include "agent/inputs/rendering.h"
+
+namespace inputs {
+
+using SteadyTime = std::chrono::steady_clock::time_point;
+
+// How the entries of an input's files are read, and where they go.
+struct EntryReader {
+    std::string input; // its name
+    LineForm form;     // its identifier is that of each file, unless the input has one
+    RecordSplitter splitter;
+    bool joins_lines;
+    LocalClock *clock;
+};
+
+enum class ReadStep {
+    kMore, // there may be more to read at once
+    kEnd,  // all that is there was read
+    kCut, // the bytes before the place are others than they were: the file was emptied, or written anew
+    kRenamed, // under its path there is another file now
+};
+
+class FollowedFile {
+  public:
+    FollowedFile(int64_t number, Place place) : number_(number), place_(std::move(place)) {}
+
+    // Reads some more into the batch. Throws tarsk::Error.
+    ReadStep Read(EntryReader *reader, const ReadingTime &reading, SteadyTime now, Batch *batch);
+
+    // Looks whether the bytes before the place are others than they were; notes it in `was_cut`.
+    bool IsCut();
+
+    // The moment at which what is there counts although its end is missing; the greatest one: nothing waits.
+    [[nodiscard]] SteadyTime Deadline(const EntryReader &reader) const;
+
+    [[nodiscard]] int64_t number() const { return number_; }
+    [[nodiscard]] const Place &place() const { return place_; }
+    [[nodiscard]] bool is_live() const { return is_live_; }
+    [[nodiscard]] bool IsOpen() const { return content_ != nullptr; }
+    [[nodiscard]] int fd() const { return content_ ? content_->fd() : -1; }
+    // Bytes that are there and not read, as far as known; of a compressed file, 0.
+    [[nodiscard]] uint64_t Behind() const
+    {
+        return size_ > place_.offset ? size_ - place_.offset : 0;
+    }
+    // Has it not grown for so long?
+    [[nodiscard]] bool IsQuiet(SteadyTime now, std::chrono::milliseconds time) const
+    {
+        return now - grew_at_ >= time;
+    }
+
+    // Takes the path under which it was found. `is_live`: programs write under that path.
+    void Locate(const std::string &path, bool is_live);
+    // It has another file now that holds what it held.
+    void Adopt(const std::string &path, const FileIdentity &identity);
+    void Close() { content_.reset(); }
+
+    // For who decides what is to be read.
+    bool wants_reading = true;
+    bool was_cut = false;   // found so by Read; nothing is read until that is dealt with
+    bool is_present = true; // it has a name in the folders
+    bool is_changed = true; // the place is another one than the one stored
+    std::string problem;    // why it cannot be read; empty: it can
+
+  private:
+    bool Open();
+    bool FillWindow(const FileLook &look);
+    [[nodiscard]] Ending EndingAt(const EntryReader &reader, SteadyTime now) const;
+    size_t TakeRecords(std::string_view bytes, Ending ending, EntryReader *reader,
+                       const ReadingTime &reading, Batch *batch);
+
+    int64_t number_;
+    Place place_;
+    bool is_live_ = true;
+    std::unique_ptr<LogContent> content_;
+    std::string window_; // content from `window_base_` on
+    uint64_t window_base_ = 0;
+    bool at_end_ = false;  // the window reaches the end of the content
+    uint64_t size_ = 0;    // when it was last looked at
+    SteadyTime grew_at_{}; // when more was found last
+    bool waits_ = false;   // something is there whose end is missing
+};
+
+} // namespace inputs
+
+#endif // AGENT_INPUTS_FOLLOWED_FILE_H

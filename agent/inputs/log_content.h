@@ -1,0 +1,56 @@
+// The content of a log file by offset, whether it is compressed or not.
+#ifndef AGENT_INPUTS_LOG_CONTENT_H
+#define AGENT_INPUTS_LOG_CONTENT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "agent/libtarsk/waitable.h"
+
+struct archive;
+
+namespace inputs {
+
+class LogContent {
+  public:
+    // Opens a regular file for reading, and nothing else; it never waits for a FIFO. Throws tarsk::Error.
+    explicit LogContent(const std::string &path);
+    ~LogContent();
+    LogContent(const LogContent &) = delete;
+    LogContent &operator=(const LogContent &) = delete;
+
+    // Is it compressed with gzip, xz, zstd or bzip2? By its first bytes, whatever its name is. Known when
+    // something was read.
+    [[nodiscard]] bool IsPacked();
+
+    // Reads up to `size` bytes from this offset of the content; 0: there are none. Going back in a compressed
+    // file reads it from its beginning. Throws tarsk::Error, which names the file, for one that cannot be read
+    // or is damaged; of a compressed file that is cut off, what is there can be read before that.
+    size_t Read(uint64_t offset, char *buffer, size_t size);
+
+    [[nodiscard]] int fd() const { return file_.get(); }
+    [[nodiscard]] const std::string &path() const { return path_; }
+
+  private:
+    void Unpack();
+    [[noreturn]] void Refuse(const std::string &damage);
+    size_t ReadPlain(uint64_t offset, char *buffer, size_t size);
+    size_t ReadPacked(uint64_t offset, char *buffer, size_t size);
+    size_t ReadOn(char *buffer, size_t size);
+
+    struct CloseArchive {
+        void operator()(archive *archive) const;
+    };
+
+    std::string path_;
+    tarsk::Fd file_;
+    enum class Packing { kNotKnown, kPlain, kPacked } packing_ = Packing::kNotKnown;
+    std::unique_ptr<archive, CloseArchive> archive_;
+    uint64_t archive_at_ = 0; // offset of the content that it delivers next
+};
+
+} // namespace inputs
+
+#endif // AGENT_INPUTS_LOG_CONTENT_H

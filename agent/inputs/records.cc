@@ -1,0 +1,140 @@
+#include "agent/inputs/records.h"
+
+#include <cstring>
+#include <re2/re2.h>
+
+#include "agent/libtarsk/error.h"
+
+namespace inputs {
+
+namespace {
+
+constexpr size_t kNone = std::string_view::npos;
+
+std::unique_ptr<re2::RE2> Compile(const std::string &expression)
+{
+    if (expression.empty())
+        return nullptr;
+    re2::RE2::Options options;
+    options.set_log_errors(false);
+    options.set_encoding(
+        re2::RE2::Options::EncodingLatin1); // bytes, so that any text can be looked at
+    auto compiled = std::make_unique<re2::RE2>(expression, options);
+    if (!compiled->ok())
+        throw tarsk::Error("cannot use the expression \"" + expression + "\" as begins-with",
+                           compiled->error(),
+                           "use an expression as re2 has them; see syslogmon-inputs(5)");
+    return compiled;
+}
+
+} // namespace
+
+RecordSplitter::RecordSplitter(const Joining &joining, std::shared_ptr<Charset> charset)
+    : by_indentation_(joining.by_indentation), begins_with_(Compile(joining.begins_with)),
+      charset_(std::move(charset))
+{
+}
+
+RecordSplitter::~RecordSplitter() = default;
+
+// In a set of several bytes for a character, a line end begins where a character does.
+size_t RecordSplitter::FindLineEnd(std::string_view bytes, size_t begin) const
+{
+    const std::string_view line_end = charset_->LineEnd();
+    if (line_end.size() == 1) {
+        const void *found = memchr(bytes.data() + begin, line_end[0], bytes.size() - begin);
+        return found == nullptr
+                   ? kNone
+                   : static_cast<size_t>(static_cast<const char *>(found) - bytes.data());
+    }
+    size_t at = bytes.find(line_end, begin);
+    while (at != kNone && (at - begin) % line_end.size() != 0)
+        at = bytes.find(line_end, at + 1);
+    return at;
+}
+
+RecordSplitter::Line RecordSplitter::LineAt(std::string_view bytes, size_t begin) const
+{
+    const size_t end = FindLineEnd(bytes, begin);
+    if (end == kNone)
+        return {bytes.size() - begin, bytes.size(), false};
+    return {end - begin, end + charset_->LineEnd().size(), true};
+}
+
+// Does the line belong to the one before it?
+bool RecordSplitter::GoesOn(std::string_view line) const
+{
+    const std::string_view text = charset_->Convert(line);
+    if (begins_with_)
+        return !re2::RE2::PartialMatch(re2::StringPiece(text.data(), text.size()), *begins_with_);
+    return by_indentation_ && (text.starts_with(' ') || text.starts_with('\t'));
+}
+
+RecordSplitter::Cut RecordSplitter::CutOff(std::string_view bytes, size_t size, size_t used)
+{
+    Cut cut;
+    cut.used = used;
+    cut.record = charset_->Convert(bytes.substr(0, size));
+    if (cut.record.ends_with('\r'))
+        cut.record.remove_suffix(1);
+    cut.has_record = !cut.record.empty(); // C3
+    return cut;
+}
+
+RecordSplitter::Cut RecordSplitter::SkipRest(std::string_view bytes, Ending ending,
+                                             bool *skipping) const
+{
+    const Line rest = LineAt(bytes, 0);
+    *skipping = !rest.is_whole && ending != Ending::kComplete;
+    const size_t unit = charset_->LineEnd().size();
+    Cut cut;
+    cut.used = rest.is_whole ? rest.next : bytes.size() / unit * unit;
+    return cut;
+}
+
+RecordSplitter::Cut RecordSplitter::TakeLine(std::string_view bytes, Ending ending, bool *skipping)
+{
+    const Line line = LineAt(bytes, 0);
+    if (line.size > kLongestRecord) {
+        *skipping = !line.is_whole;
+        return CutOff(bytes, kLongestRecord, line.is_whole ? line.next : kLongestRecord);
+    }
+    if (!line.is_whole && ending != Ending::kComplete)
+        return {};
+    return CutOff(bytes, line.size, line.next);
+}
+
+RecordSplitter::Cut RecordSplitter::TakeJoined(std::string_view bytes, Ending ending,
+                                               bool *skipping)
+{
+    const Line first = LineAt(bytes, 0);
+    if (!first.is_whole || first.size > kLongestRecord)
+        return TakeLine(bytes, ending, skipping);
+    size_t size = first.size;
+    size_t next = first.next;
+    while (next < bytes.size()) {
+        const Line line = LineAt(bytes, next);
+        if (!line.is_whole && ending != Ending::kComplete)
+            break;
+        if (next + line.size > kLongestRecord || !GoesOn(bytes.substr(next, line.size)))
+            return CutOff(bytes, size, next);
+        size = next + line.size;
+        next = line.next;
+    }
+    // The line behind it is not there yet, and might go on with it.
+    if (ending == Ending::kGrowing && bytes.size() <= kLongestRecord)
+        return {};
+    return CutOff(bytes, size, next);
+}
+
+RecordSplitter::Cut RecordSplitter::Take(std::string_view bytes, Ending ending, bool *skipping)
+{
+    if (bytes.empty())
+        return {};
+    if (*skipping)
+        return SkipRest(bytes, ending, skipping);
+    return begins_with_ || by_indentation_ ? TakeJoined(bytes, ending, skipping)
+                                           : TakeLine(bytes, ending, skipping);
+}
+
+} // namespace inputs

@@ -1,0 +1,302 @@
+#include "agent/inputs/rendering.h"
+
+#include <charconv>
+#include <cstdio>
+
+#include "agent/inputs/line_origin.h"
+#include "agent/inputs/protected_words.h"
+#include "platform/contract.h"
+
+namespace inputs {
+
+namespace {
+
+constexpr size_t kLongestLine = kLineBufferSize - 1;
+constexpr int64_t kDay = 24 * 3600;
+
+constexpr const char *kMonthNames[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                       "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+
+// More than this a daemon never counts up; a greater number is what somebody made up.
+constexpr int kMostRepeats = 1000000;
+
+// Months since the year 0.
+int MonthNumber(const CalendarTime &time)
+{
+    return time.year * 12 + time.month - 1;
+}
+
+// Is it of the month of `now`, or of the one before? Without a year, the month's name decides.
+bool IsRecent(const CalendarTime &stamp, const CalendarTime &now)
+{
+    const int back = stamp.year != 0 ? MonthNumber(now) - MonthNumber(stamp)
+                                     : (now.month - stamp.month + 12) % 12;
+    return back == 0 || back == 1;
+}
+
+void WriteTwoDigits(int number, char blank, char *out)
+{
+    out[0] = number < 10 ? blank : static_cast<char>('0' + number / 10);
+    out[1] = static_cast<char>('0' + number % 10);
+}
+
+void AppendStamp(const CalendarTime &time, std::string *text)
+{
+    char stamp[kStampLength] = {};
+    const char *month = kMonthNames[time.month - 1];
+    for (int i = 0; i < 3; ++i)
+        stamp[i] = month[i];
+    stamp[3] = ' ';
+    WriteTwoDigits(time.day, ' ', stamp + 4);
+    stamp[6] = ' ';
+    WriteTwoDigits(time.hour, '0', stamp + 7);
+    stamp[9] = ':';
+    WriteTwoDigits(time.minute, '0', stamp + 10);
+    stamp[12] = ':';
+    WriteTwoDigits(time.second, '0', stamp + 13);
+    stamp[15] = ' ';
+    text->append(stamp, sizeof stamp);
+}
+
+bool IsControl(char byte)
+{
+    const auto value = static_cast<unsigned char>(byte);
+    return value < 0x20 || value == 0x7f;
+}
+
+bool HasControls(std::string_view text)
+{
+    // Without a way out of the loop, the compiler looks at many bytes at once.
+    unsigned found = 0;
+    for (const char byte : text)
+        found |= IsControl(byte) ? 1U : 0U;
+    return found != 0;
+}
+
+// Appends it with R1.
+void AppendShown(std::string_view shown, std::string *text)
+{
+    if (!HasControls(shown)) {
+        text->append(shown);
+        return;
+    }
+    for (const char byte : shown) {
+        if (!IsControl(byte)) {
+            text->push_back(byte);
+            continue;
+        }
+        const auto value = static_cast<unsigned char>(byte);
+        text->push_back('#');
+        text->push_back(static_cast<char>('0' + (value >> 6U)));
+        text->push_back(static_cast<char>('0' + ((value >> 3U) & 7U)));
+        text->push_back(static_cast<char>('0' + (value & 7U)));
+    }
+}
+
+bool IsContinuationByte(char byte)
+{
+    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
+}
+
+// Cuts the line that begins at `begin` by R2, not within a character of UTF-8.
+void CutLine(size_t begin, std::string *text)
+{
+    constexpr size_t kLongestCharacter = 4;
+    if (text->size() - begin <= kLongestLine)
+        return;
+    size_t end = begin + kLongestLine;
+    for (size_t i = 1; i < kLongestCharacter && IsContinuationByte((*text)[end]); ++i)
+        --end;
+    text->resize(end);
+}
+
+// Makes a line of what was appended since `begin`.
+void EndLine(size_t begin, std::string *text)
+{
+    BreakWords(text, begin);
+    CutLine(begin, text);
+    text->push_back('\n');
+}
+
+// The occurrences that a message stands for by its text, with rsyslog's words; at least 1.
+int TimesOf(std::string_view message)
+{
+    constexpr std::string_view kBegin = "message repeated ";
+    constexpr std::string_view kMiddle = " times: [";
+    if (!message.starts_with(kBegin) || !message.ends_with(']'))
+        return 1;
+    message.remove_prefix(kBegin.size());
+    int times = 0;
+    const auto [end, error] =
+        std::from_chars(message.data(), message.data() + message.size(), times);
+    message.remove_prefix(static_cast<size_t>(end - message.data()));
+    const bool is_one =
+        error == std::errc() && message.starts_with(kMiddle) && times >= 1 && times <= kMostRepeats;
+    return is_one ? times : 1;
+}
+
+// R4, behind the line that is repeated. The words are the host's own here, and stay whole.
+void AppendRepeats(const CalendarTime &time, int times, std::string *text)
+{
+    if (times < 2)
+        return;
+    AppendStamp(time, text);
+    *text += "- last message repeated " + std::to_string(times - 1) + " times\n";
+}
+
+// Takes a word and the blank behind it off the text. RFC 5424 writes "-" for one that is missing.
+std::string_view TakeField(std::string_view *text)
+{
+    const size_t end = text->find(' ');
+    const std::string_view word = text->substr(0, end);
+    text->remove_prefix(end == std::string_view::npos ? text->size() : end + 1);
+    return word == "-" ? std::string_view{} : word;
+}
+
+// What stands between the stamp and the message of RFC 5424.
+struct Rfc5424Header {
+    std::string_view host;
+    std::string_view program;
+    std::string_view pid;
+};
+Rfc5424Header TakeHeader(std::string_view *text)
+{
+    Rfc5424Header header;
+    header.host = TakeField(text);
+    header.program = TakeField(text);
+    header.pid = TakeField(text);
+    TakeField(text); // the message's kind
+    if (*text == "-" || text->starts_with("- "))
+        TakeField(text); // no structured data; what there is, is text to look at
+    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+    if (text->starts_with(kByteOrderMark))
+        text->remove_prefix(kByteOrderMark.size());
+    return header;
+}
+
+void AppendOrigin(std::string_view host, std::string_view program, std::string_view pid,
+                  std::string *text)
+{
+    AppendShown(host, text);
+    text->push_back(' ');
+    AppendShown(program, text);
+    if (!pid.empty()) {
+        text->push_back('[');
+        AppendShown(pid, text);
+        text->push_back(']');
+    }
+    *text += ": ";
+}
+
+// Does the rest of a line with such a stamp name a host and a program by itself? Programs that write
+// their own logs use ISO stamps, too, but seldom with the "T" and the zone that syslog daemons write.
+bool HasOrigin(const FoundStamp &stamp, std::string_view rest)
+{
+    if (stamp.format == StampFormat::kTraditional)
+        return true;
+    constexpr size_t kDateLength = 10;
+    return stamp.format == StampFormat::kRfc3339 && stamp.has_zone &&
+           stamp.own_text[kDateLength] != ' ' && IsSyslogBody(rest);
+}
+
+// "2026-11-21T10:00:01Z"
+std::string IsoText(int64_t seconds)
+{
+    const CalendarTime utc = CalendarOf(seconds);
+    char text[64];
+    snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02dZ", utc.year, utc.month, utc.day,
+             utc.hour, utc.minute, utc.second);
+    return text;
+}
+
+// One line that is being rendered: where it begins, and with which stamp.
+struct Line {
+    CalendarTime time;
+    size_t begin;
+};
+
+RenderResult FinishLine(const Line &line, std::string_view program, std::string_view message,
+                        bool folds_repeats, std::string *text)
+{
+    if (program == kSyslogIdentifier) {
+        text->resize(line.begin);
+        return RenderResult::kOwn;
+    }
+    EndLine(line.begin, text);
+    if (folds_repeats)
+        AppendRepeats(line.time, TimesOf(message), text);
+    return RenderResult::kRendered;
+}
+
+} // namespace
+
+ReadingTime::ReadingTime(LocalClock &clock, int64_t seconds)
+    : seconds_(seconds), now_(clock.At(seconds)), tomorrow_(clock.At(seconds + kDay))
+{
+}
+
+bool ReadingTime::Takes(const CalendarTime &stamp) const
+{
+    return IsRecent(stamp, now_) && IsRecent(stamp, tomorrow_);
+}
+
+std::string StampText(const CalendarTime &time)
+{
+    std::string text;
+    AppendStamp(time, &text);
+    return text;
+}
+
+Rendering RenderRecord(std::string_view record, const LineForm &form, const ReadingTime &reading,
+                       LocalClock *clock, std::string *text)
+{
+    const FoundStamp stamp = FindStamp(record, form.format);
+    std::string_view rest = record.substr(stamp.end);
+    Rendering rendering;
+    Line line{reading.local(), text->size()};
+    if (stamp.moment || stamp.calendar.month != 0) {
+        const CalendarTime own = stamp.moment ? clock->At(*stamp.moment) : stamp.calendar;
+        if (reading.Takes(own))
+            line.time = own;
+        else
+            rendering.own_stamp = stamp.own_text;
+    }
+    AppendStamp(line.time, text);
+
+    std::string_view program;
+    std::string_view message = rest;
+    if (stamp.format == StampFormat::kRfc5424) {
+        const Rfc5424Header header = TakeHeader(&rest);
+        program = header.program;
+        message = rest;
+        AppendOrigin(header.host.empty() ? form.host : header.host,
+                     program.empty() ? form.identifier : program, header.pid, text);
+    } else if (HasOrigin(stamp, rest)) {
+        const LineOrigin origin = OriginOfBody(rest);
+        program = origin.program;
+        message = origin.message;
+    } else {
+        AppendOrigin(form.host, form.identifier, {}, text);
+    }
+    AppendShown(rest, text);
+    rendering.result = FinishLine(line, program, message, form.folds_repeats, text);
+    return rendering;
+}
+
+Rendering RenderEntry(const JournalEntry &entry, const ReadingTime &reading, LocalClock *clock,
+                      std::string *text)
+{
+    const size_t begin = text->size();
+    const CalendarTime own = clock->At(entry.seconds);
+    const bool keeps = reading.Takes(own);
+    AppendStamp(keeps ? own : reading.local(), text);
+    AppendOrigin(entry.host, entry.identifier, entry.pid, text);
+    AppendShown(entry.message, text);
+    EndLine(begin, text);
+    Rendering rendering;
+    if (!keeps)
+        rendering.own_stamp = IsoText(entry.seconds);
+    return rendering;
+}
+
+} // namespace inputs

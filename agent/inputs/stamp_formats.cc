@@ -1,0 +1,322 @@
+#include "agent/inputs/stamp_formats.h"
+
+#include <array>
+#include <charconv>
+
+namespace inputs {
+
+namespace {
+
+struct FormatName {
+    StampFormat format;
+    const char *name;
+};
+constexpr FormatName kFormats[] = {
+    {StampFormat::kAuto, "auto"},       {StampFormat::kTraditional, "traditional"},
+    {StampFormat::kRfc3339, "rfc3339"}, {StampFormat::kRfc5424, "rfc5424"},
+    {StampFormat::kEpoch, "epoch"},     {StampFormat::kNone, "none"},
+};
+
+constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
+
+// Digits of seconds and of milliseconds since 1970, from 2001 to 2286.
+constexpr size_t kSecondsDigits = 10;
+constexpr size_t kMillisecondsDigits = 13;
+
+bool IsDigit(char byte)
+{
+    return byte >= '0' && byte <= '9';
+}
+
+// Reads a text from left to right. What does not fit leaves it where it is.
+class Cursor {
+  public:
+    explicit Cursor(std::string_view text) : text_(text) {}
+
+    [[nodiscard]] size_t at() const { return at_; }
+    [[nodiscard]] bool AtEnd() const { return at_ == text_.size(); }
+    [[nodiscard]] char Next() const { return AtEnd() ? '\0' : text_[at_]; }
+    [[nodiscard]] std::string_view From(size_t begin) const
+    {
+        return text_.substr(begin, at_ - begin);
+    }
+
+    bool Take(char byte)
+    {
+        if (Next() != byte || AtEnd())
+            return false;
+        ++at_;
+        return true;
+    }
+    bool TakeOneOf(std::string_view bytes)
+    {
+        if (AtEnd() || bytes.find(text_[at_]) == std::string_view::npos)
+            return false;
+        ++at_;
+        return true;
+    }
+    // Exactly so many digits.
+    bool TakeNumber(size_t digits, int *number)
+    {
+        if (text_.size() - at_ < digits)
+            return false;
+        int value = 0;
+        for (size_t i = at_; i < at_ + digits; ++i) {
+            if (!IsDigit(text_[i]))
+                return false;
+            value = value * 10 + (text_[i] - '0');
+        }
+        at_ += digits;
+        *number = value;
+        return true;
+    }
+    std::string_view TakeDigits()
+    {
+        const size_t begin = at_;
+        while (IsDigit(Next()))
+            ++at_;
+        return From(begin);
+    }
+    std::string_view TakeWord()
+    {
+        const size_t begin = at_;
+        while (!AtEnd() && text_[at_] != ' ')
+            ++at_;
+        return From(begin);
+    }
+    void SkipBlanks()
+    {
+        while (Next() == ' ' || Next() == '\t')
+            ++at_;
+    }
+    // A stamp ends here, and not in the middle of a word.
+    [[nodiscard]] bool AtBoundary() const { return AtEnd() || !IsWordByte(text_[at_]); }
+
+  private:
+    static bool IsWordByte(char byte)
+    {
+        return IsDigit(byte) || (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
+    }
+
+    std::string_view text_;
+    size_t at_ = 0;
+};
+
+bool IsTimeOfDay(const CalendarTime &time)
+{
+    return time.hour <= 23 && time.minute <= 59 && time.second <= 60;
+}
+
+bool IsDate(const CalendarTime &time)
+{
+    return time.month >= 1 && time.month <= 12 && time.day >= 1 && time.day <= 31;
+}
+
+bool TakeTimeOfDay(Cursor *cursor, CalendarTime *time)
+{
+    return cursor->TakeNumber(2, &time->hour) && cursor->Take(':') &&
+           cursor->TakeNumber(2, &time->minute) && cursor->Take(':') &&
+           cursor->TakeNumber(2, &time->second) && IsTimeOfDay(*time);
+}
+
+// "Nov 21 10:00:01", with a blank or a zero before a day of one digit.
+std::optional<FoundStamp> FindTraditional(std::string_view line)
+{
+    if (line.size() < 3)
+        return std::nullopt;
+    const size_t month = kMonths.find(line.substr(0, 3));
+    if (month == std::string_view::npos || month % 3 != 0)
+        return std::nullopt;
+    Cursor cursor(line.substr(3));
+    FoundStamp found;
+    CalendarTime &time = found.calendar;
+    time.month = static_cast<int>(month / 3) + 1;
+    if (!cursor.Take(' '))
+        return std::nullopt;
+    const bool one_digit = cursor.Take(' ');
+    if (!cursor.TakeNumber(one_digit ? 1 : 2, &time.day) || !cursor.Take(' ') ||
+        !TakeTimeOfDay(&cursor, &time) || !IsDate(time) || !cursor.AtBoundary())
+        return std::nullopt;
+    found.format = StampFormat::kTraditional;
+    found.own_text = line.substr(0, 3 + cursor.at());
+    cursor.SkipBlanks();
+    found.end = 3 + cursor.at();
+    return found;
+}
+
+// "Z", "+01:00", "-0530", "+02". False when something else stands there, which is no zone.
+bool TakeZone(Cursor *cursor, int *seconds_east)
+{
+    *seconds_east = 0;
+    if (cursor->TakeOneOf("Zz"))
+        return true;
+    const bool is_west = cursor->Next() == '-';
+    if (!cursor->TakeOneOf("+-"))
+        return false;
+    int hours = 0;
+    int minutes = 0;
+    if (!cursor->TakeNumber(2, &hours))
+        return false;
+    const bool has_minutes = cursor->Take(':') || IsDigit(cursor->Next());
+    if (has_minutes && !cursor->TakeNumber(2, &minutes))
+        return false;
+    *seconds_east = (hours * 3600 + minutes * 60) * (is_west ? -1 : 1);
+    return hours <= 23 && minutes <= 59;
+}
+
+std::optional<FoundStamp> FindRfc3339(std::string_view line)
+{
+    Cursor cursor(line);
+    FoundStamp found;
+    CalendarTime &time = found.calendar;
+    if (!cursor.TakeNumber(4, &time.year) || !cursor.Take('-') ||
+        !cursor.TakeNumber(2, &time.month) || !cursor.Take('-') ||
+        !cursor.TakeNumber(2, &time.day) || !cursor.TakeOneOf("Tt ") ||
+        !TakeTimeOfDay(&cursor, &time) || !IsDate(time))
+        return std::nullopt;
+    if (cursor.TakeOneOf(".,") && cursor.TakeDigits().empty())
+        return std::nullopt;
+    int seconds_east = 0;
+    if (cursor.Next() == 'Z' || cursor.Next() == 'z' || cursor.Next() == '+' ||
+        cursor.Next() == '-') {
+        if (!TakeZone(&cursor, &seconds_east))
+            return std::nullopt;
+        found.has_zone = true;
+        found.moment = SecondsOf(time) - seconds_east;
+    }
+    if (!cursor.AtBoundary())
+        return std::nullopt;
+    found.format = StampFormat::kRfc3339;
+    found.own_text = line.substr(0, cursor.at());
+    cursor.SkipBlanks();
+    found.end = cursor.at();
+    return found;
+}
+
+// "1 " and a stamp, or "-" for none, behind the priority.
+std::optional<FoundStamp> FindRfc5424(std::string_view line)
+{
+    Cursor cursor(line);
+    if (!cursor.Take('1') || !cursor.Take(' '))
+        return std::nullopt;
+    const size_t begin = cursor.at();
+    const std::string_view stamp = cursor.TakeWord();
+    FoundStamp found;
+    if (stamp != "-") {
+        const auto moment = FindRfc3339(stamp);
+        if (!moment || !moment->has_zone || moment->own_text.size() != stamp.size())
+            return std::nullopt;
+        found = *moment;
+    }
+    if (!cursor.Take(' '))
+        return std::nullopt;
+    found.format = StampFormat::kRfc5424;
+    found.own_text = line.substr(begin, stamp.size());
+    found.end = cursor.at();
+    return found;
+}
+
+std::optional<FoundStamp> FindEpoch(std::string_view line)
+{
+    Cursor cursor(line);
+    const bool in_brackets = cursor.Take('[');
+    const std::string_view digits = cursor.TakeDigits();
+    const bool is_seconds = digits.size() == kSecondsDigits;
+    if (!is_seconds && digits.size() != kMillisecondsDigits)
+        return std::nullopt;
+    int64_t number = 0;
+    std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    if (is_seconds && cursor.Take('.') && cursor.TakeDigits().empty())
+        return std::nullopt;
+    if (in_brackets && !cursor.Take(']'))
+        return std::nullopt;
+    if (!cursor.AtBoundary())
+        return std::nullopt;
+    FoundStamp found;
+    found.format = StampFormat::kEpoch;
+    found.moment = is_seconds ? number : number / 1000;
+    found.has_zone = true;
+    found.own_text = line.substr(0, cursor.at());
+    cursor.TakeOneOf(":,");
+    cursor.SkipBlanks();
+    found.end = cursor.at();
+    return found;
+}
+
+// The length of a priority at the beginning of the line, "<0>" to "<191>"; 0: there is none.
+size_t PriorityLength(std::string_view line)
+{
+    constexpr size_t kLongest = 3;
+    Cursor cursor(line);
+    if (!cursor.Take('<'))
+        return 0;
+    const std::string_view digits = cursor.TakeDigits();
+    return !digits.empty() && digits.size() <= kLongest && cursor.Take('>') ? cursor.at() : 0;
+}
+
+std::optional<FoundStamp> Find(std::string_view line, StampFormat format)
+{
+    switch (format) {
+    case StampFormat::kTraditional:
+        return FindTraditional(line);
+    case StampFormat::kRfc3339:
+        return FindRfc3339(line);
+    case StampFormat::kRfc5424:
+        return FindRfc5424(line);
+    case StampFormat::kEpoch:
+        return FindEpoch(line);
+    default:
+        return std::nullopt;
+    }
+}
+
+// Lines of most logs can be told apart by their first byte.
+std::optional<FoundStamp> FindAny(std::string_view line, bool has_priority)
+{
+    if (line.empty())
+        return std::nullopt;
+    if (line[0] >= 'A' && line[0] <= 'S') // from Apr to Sep
+        return FindTraditional(line);
+    // Without a priority before it, "1 2026-..." is more likely somebody's own form.
+    if (has_priority) {
+        if (auto found = FindRfc5424(line))
+            return found;
+    }
+    if (auto found = FindRfc3339(line))
+        return found;
+    return FindEpoch(line);
+}
+
+} // namespace
+
+std::optional<StampFormat> StampFormatOf(const std::string &name)
+{
+    for (const FormatName &row : kFormats) {
+        if (name == row.name)
+            return row.format;
+    }
+    return std::nullopt;
+}
+
+std::string StampFormatNames()
+{
+    std::string names;
+    for (const FormatName &row : kFormats)
+        names += (names.empty() ? "" : ", ") + std::string(row.name);
+    return names;
+}
+
+FoundStamp FindStamp(std::string_view line, StampFormat format)
+{
+    if (format == StampFormat::kNone)
+        return {};
+    const size_t priority = line.starts_with('<') ? PriorityLength(line) : 0;
+    const std::string_view rest = line.substr(priority);
+    auto found = format == StampFormat::kAuto ? FindAny(rest, priority > 0) : Find(rest, format);
+    if (!found)
+        return {};
+    found->end += priority;
+    return *found;
+}
+
+} // namespace inputs
