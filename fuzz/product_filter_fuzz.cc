@@ -16,10 +16,11 @@ namespace {
 constexpr size_t kRecordFieldSize = 4;
 constexpr size_t kLongestData = 507;
 
-// The text at an offset, which moves behind its zero byte. None: the data ends before it.
+// The text at an offset, which moves behind its zero byte. None: the data, and the zero byte that closes it, end
+// before it. Where that zero byte stands alone, the text is empty.
 std::optional<std::string> TakeText(const std::string &data, size_t *at)
 {
-    if (*at >= data.size())
+    if (*at > data.size())
         return std::nullopt;
     const size_t end = std::min(data.find('\0', *at), data.size());
     std::string text = data.substr(*at, end - *at);
