@@ -9,7 +9,8 @@
 
 #include <benchmark/benchmark.h>
 
-#include "bench/data.h"
+#include "bench/data/log_writer.h"
+#include "bench/data/rules.h"
 #include "bench/quiet_host.h"
 #include "fileacc/fileacc.h"
 #include "filemonitor/filemonitor.h"
@@ -32,7 +33,7 @@ struct Log {
         : path(std::filesystem::temp_directory_path() /
                ("syslogmon-bench-" + std::to_string(++count) + ".log"))
     {
-        bench::LogWriter writer(rules, hit_rate);
+        bench::LogWriter writer(bench::RuleSet::kCatalogue, rules, hit_rate);
         std::ofstream file(path, std::ios::trunc);
         for (int i = 0; i < kLines; ++i) {
             lines.push_back(writer.Next());
@@ -149,7 +150,7 @@ void Match(benchmark::State &state, bool indexed)
 {
     const auto entries = static_cast<int>(state.range(0));
     const auto expressions = static_cast<int>(state.range(2));
-    const auto rules = bench::MakeRules(entries, expressions);
+    const auto rules = bench::MakeRules(bench::RuleSet::kCatalogue, entries, expressions);
     Log log(rules, static_cast<double>(state.range(1)) / 1000);
     bench::FillTable(rules, expressions > 0);
     LocalMoment moment;
@@ -179,7 +180,8 @@ BENCHMARK_CAPTURE(Match, PlainRule, false)
 
 void IndexBuild(benchmark::State &state)
 {
-    const auto rules = bench::MakeRules(static_cast<int>(state.range(0)));
+    const auto rules =
+        bench::MakeRules(bench::RuleSet::kCatalogue, static_cast<int>(state.range(0)));
     bench::FillTable(rules, false);
     for (auto _ : state)
         BuildIndex();

@@ -1,15 +1,19 @@
-// One pass over a log with a full table, beside what else could be run over the same file: everything in one
-// run, on one core, in processor time.
+// Passes over the logs of four sets of rules (data/rules.h), beside what else could be run over the same files:
+// everything in one run, on one core, in processor time, the median of five.
 //
-//   pass_bench [--lines=N] [--hits-per-1000=N]
+//   pass_bench [--lines=N] [--hits-per-1000=N] [--expressions]
 //
 // What is compared:
 //   pass          WatchSyslogMain from the first line: reading, stepping, stamps, matching, counters, trace
-//                 calls at disabled levels, reports
+//                 calls at disabled levels, reports. Of the hostile set hits are counted, not reported
 //   plain rule    the exported steps and CheckLine, which tries every entry; over fewer lines, scaled
 //   grep          grep -c -F -f with all keywords, LC_ALL=C
-//   hyperscan     a literal scan for all keywords, line by line over the mapped file, nothing else done
+//   hyperscan     a literal scan for all keywords over blocks of 64 KiB, read like those of a pass; the callbacks are
+//                 counted, nothing else is done
 //   wc            wc -l
+//
+// --expressions compares a pass on a fault-tolerant server, 200 of 2,048 entries expressions, with the plain rule
+// instead.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -24,7 +28,6 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -33,10 +36,12 @@
 #include <hs/hs.h>
 #endif
 
-#include "bench/data.h"
+#include "bench/data/log_writer.h"
+#include "bench/data/rules.h"
 #include "bench/quiet_host.h"
 #include "fileacc/fileacc.h"
 #include "match/match.h"
+#include "match/table_data.h"
 #include "vkevmon/pass.h"
 
 namespace {
@@ -46,7 +51,10 @@ namespace fs = std::filesystem;
 struct Options {
     int lines = 1000000;
     int hits_per_1000 = 1;
+    bool expressions = false;
 };
+
+constexpr int kRuns = 5;
 
 double ProcessorSeconds(clockid_t clock)
 {
@@ -55,16 +63,22 @@ double ProcessorSeconds(clockid_t clock)
     return static_cast<double>(now.tv_sec) + (static_cast<double>(now.tv_nsec) / 1e9);
 }
 
-// Processor seconds of the fastest of a few runs: what else the machine does only slows runs down.
-double Fastest(const std::function<void()> &run, int runs = 3)
+double Median(std::vector<double> values)
 {
-    double best = 1e9;
+    std::ranges::sort(values);
+    return values[values.size() / 2];
+}
+
+// Processor seconds of a run, the median of some.
+double SecondsOf(const std::function<void()> &run, int runs = kRuns)
+{
+    std::vector<double> seconds;
     for (int i = 0; i < runs; ++i) {
         const double begin = ProcessorSeconds(CLOCK_PROCESS_CPUTIME_ID);
         run();
-        best = std::min(best, ProcessorSeconds(CLOCK_PROCESS_CPUTIME_ID) - begin);
+        seconds.push_back(ProcessorSeconds(CLOCK_PROCESS_CPUTIME_ID) - begin);
     }
-    return best;
+    return Median(std::move(seconds));
 }
 
 std::string BenchFile(const char *name)
@@ -81,12 +95,12 @@ struct File {
 };
 
 // The same of a program. Its output goes to a file: some programs stop at the first match when nobody reads.
-double FastestProgram(const std::vector<std::string> &arguments, int runs = 3)
+double SecondsOfProgram(const std::vector<std::string> &arguments)
 {
     const File file(".out");
     const int output = open(file.path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-    double best = 1e9;
-    for (int i = 0; i < runs; ++i) {
+    std::vector<double> used;
+    for (int i = 0; i < kRuns; ++i) {
         const pid_t child = fork();
         if (child == 0) {
             std::vector<char *> argv;
@@ -105,20 +119,19 @@ double FastestProgram(const std::vector<std::string> &arguments, int runs = 3)
         const auto seconds = [](const timeval &t) {
             return static_cast<double>(t.tv_sec) + (static_cast<double>(t.tv_usec) / 1e6);
         };
-        best = std::min(best, seconds(usage.ru_utime) + seconds(usage.ru_stime));
+        used.push_back(seconds(usage.ru_utime) + seconds(usage.ru_stime));
     }
     close(output);
-    return best;
+    return Median(std::move(used));
 }
 
-int64_t WriteLog(const std::string &path, const std::vector<bench::Rule> &rules, int lines,
-                 double hits)
+void WriteLog(const std::string &path, bench::RuleSet set, const std::vector<bench::Rule> &rules,
+              const Options &options)
 {
-    bench::LogWriter writer(rules, hits);
+    bench::LogWriter writer(set, rules, options.hits_per_1000 / 1000.0);
     std::ofstream log(path, std::ios::trunc);
-    for (int i = 0; i < lines; ++i)
+    for (int i = 0; i < options.lines; ++i)
         log << writer.Next() << '\n';
-    return log.tellp();
 }
 
 std::set<std::string> Literals(const std::vector<bench::Rule> &rules)
@@ -135,7 +148,7 @@ std::set<std::string> Literals(const std::vector<bench::Rule> &rules)
 
 double PassSeconds(const std::string &log)
 {
-    return Fastest([&log] {
+    return SecondsOf([&log] {
         bench::WatchFromStart(log);
         WatchSyslogMain();
     });
@@ -144,7 +157,7 @@ double PassSeconds(const std::string &log)
 // Of so many lines at the head of the log.
 double PlainRuleSeconds(const std::string &log, int lines)
 {
-    return Fastest(
+    return SecondsOf(
         [&log, lines] {
             static char line[kLineBufferSize];
             int64_t pos = -1;
@@ -178,7 +191,7 @@ double HyperscanSeconds(const std::string &log, const std::set<std::string> &lit
         texts.push_back(literal.c_str());
         lengths.push_back(literal.size());
         ids.push_back(static_cast<unsigned>(ids.size()));
-        flags.push_back(HS_FLAG_SINGLEMATCH);
+        flags.push_back(0);
     }
     hs_database_t *database = nullptr;
     hs_compile_error_t *error = nullptr;
@@ -188,92 +201,85 @@ double HyperscanSeconds(const std::string &log, const std::set<std::string> &lit
         throw std::runtime_error(std::string("hyperscan: ") + error->message);
     hs_scratch_t *scratch = nullptr;
     hs_alloc_scratch(database, &scratch);
-    const int file = open(log.c_str(), O_RDONLY | O_CLOEXEC);
-    const auto size = fs::file_size(log);
-    const char *begin = static_cast<const char *>(
-        mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, file, 0));
     int64_t matches = 0;
-    const double seconds = Fastest([&] {
-        for (const char *at = begin; at < begin + size;) {
-            const auto left = static_cast<size_t>(begin + size - at);
-            const auto *end = static_cast<const char *>(memchr(at, '\n', left));
-            hs_scan(database, at, static_cast<unsigned>(end - at), 0, scratch, CountMatch,
-                    &matches);
-            at = end + 1;
-        }
+    const double seconds = SecondsOf([&] {
+        static char block[size_t{64} * 1024];
+        const int file = open(log.c_str(), O_RDONLY | O_CLOEXEC);
+        for (ssize_t got = 0; (got = read(file, block, sizeof block)) > 0;)
+            hs_scan(database, block, static_cast<unsigned>(got), 0, scratch, CountMatch, &matches);
+        close(file);
     });
-    munmap(const_cast<char *>(begin), size);
-    close(file);
     hs_free_scratch(scratch);
     hs_free_database(database);
     return seconds;
 }
 #endif
 
-struct Column {
-    const char *name;
-    double seconds; // for `lines` lines
+// Nanoseconds a line.
+struct Costs {
+    double pass, plain, grep, hyperscan, wc;
 };
 
-void PrintTable(const std::vector<Column> &rows, int lines, int64_t bytes)
+Costs Measure(bench::RuleSet set, int entries, const Options &options)
 {
-    const double pass = rows.front().seconds;
-    printf("  %-14s %14s %10s %22s\n", "", "lines/s", "MB/s", "the pass is ... times");
-    for (const Column &row : rows)
-        printf("  %-14s %14.0f %10.1f %21.2fx\n", row.name, lines / row.seconds,
-               static_cast<double>(bytes) / 1e6 / row.seconds, row.seconds / pass);
-    printf("\n");
-}
-
-void Compare(const Options &options, int entries, int expressions)
-{
-    const auto rules = bench::MakeRules(entries, expressions);
+    const auto rules = bench::MakeRules(set, entries);
     const File log(".log");
-    const int64_t bytes = WriteLog(log.path, rules, options.lines, options.hits_per_1000 / 1000.0);
-    bench::FillTable(rules, expressions > 0);
-    printf("%d entries, %d of them regular expressions%s, %d hits in 1000 lines, %d lines of %.0f "
-           "bytes\n",
-           entries, expressions, expressions > 0 ? " (fault-tolerant server)" : "",
-           options.hits_per_1000, options.lines, static_cast<double>(bytes) / options.lines);
-    std::vector<Column> rows;
-    rows.push_back({"pass", PassSeconds(log.path)});
-    const int plain_lines = std::min(options.lines, expressions > 0 ? 300 : 100000);
-    rows.push_back(
-        {"plain rule", PlainRuleSeconds(log.path, plain_lines) * options.lines / plain_lines});
-    if (expressions == 0) {
-        const auto literals = Literals(rules);
-        const File patterns(".patterns");
-        std::ofstream file(patterns.path);
-        for (const std::string &literal : literals)
-            file << literal << '\n';
-        file.close();
-        rows.push_back(
-            {"grep -c -F -f", FastestProgram({"grep", "-c", "-F", "-f", patterns.path, log.path})});
-#ifdef HAVE_HYPERSCAN
-        rows.push_back({"hyperscan", HyperscanSeconds(log.path, literals)});
-#endif
+    WriteLog(log.path, set, rules, options);
+    bench::FillTable(rules, false);
+    if (set == bench::RuleSet::kHostile) {
+        for (int i = 0; i < nCnt; ++i)
+            lpVKVMon[i]->ReportCount = INT32_MAX;
     }
-    rows.push_back({"wc -l", FastestProgram({"wc", "-l", log.path})});
-    PrintTable(rows, options.lines, bytes);
+    const auto literals = Literals(rules);
+    const File patterns(".patterns");
+    std::ofstream file(patterns.path);
+    for (const std::string &literal : literals)
+        file << literal << '\n';
+    file.close();
+    const double line = options.lines / 1e9;
+    const int plain_lines = std::min(options.lines, 20000);
+    Costs costs{};
+    costs.pass = PassSeconds(log.path) / line;
+    costs.plain = PlainRuleSeconds(log.path, plain_lines) / (plain_lines / 1e9);
+    costs.grep = SecondsOfProgram({"grep", "-c", "-F", "-f", patterns.path, log.path}) / line;
+#ifdef HAVE_HYPERSCAN
+    costs.hyperscan = HyperscanSeconds(log.path, literals) / line;
+#endif
+    costs.wc = SecondsOfProgram({"wc", "-l", log.path}) / line;
+    return costs;
 }
 
-// How a pass grows with the table.
-void CompareTables(const Options &options)
+void PrintSet(const char *name, bench::RuleSet set, const Options &options)
 {
-    printf("A pass by table size, %d lines\n", options.lines);
-    double smallest = 0;
+    printf("%s: %d lines, nanoseconds a line, and in brackets how many times as fast the pass is\n",
+           name, options.lines);
+    printf("  %7s %9s %19s %17s %17s %15s\n", "entries", "pass", "plain rule", "grep -c -F -f",
+           "hyperscan", "wc -l");
     for (const int entries : {10, 100, 500, 2048}) {
-        const auto rules = bench::MakeRules(entries);
-        const File log(".log");
-        WriteLog(log.path, rules, options.lines, options.hits_per_1000 / 1000.0);
-        bench::FillTable(rules, false);
-        const double seconds = PassSeconds(log.path);
-        if (smallest == 0)
-            smallest = seconds;
-        printf("  %5d entries %14.0f lines/s %10.2fx the time of 10 entries\n", entries,
-               options.lines / seconds, seconds / smallest);
+        const Costs costs = Measure(set, entries, options);
+        printf("  %7d %9.1f", entries, costs.pass);
+        for (const double other : {costs.plain, costs.grep, costs.hyperscan, costs.wc})
+            printf(" %9.1f (%6.2f)", other, other / costs.pass);
+        printf("\n");
+        fflush(stdout);
     }
     printf("\n");
+}
+
+void CompareExpressions(const Options &options)
+{
+    constexpr int kEntries = 2048;
+    constexpr int kExpressions = 200;
+    const auto rules = bench::MakeRules(bench::RuleSet::kCatalogue, kEntries, kExpressions);
+    const File log(".log");
+    WriteLog(log.path, bench::RuleSet::kCatalogue, rules, options);
+    bench::FillTable(rules, true);
+    const double pass = PassSeconds(log.path) / options.lines;
+    const int plain_lines = std::min(options.lines, 300);
+    const double plain = PlainRuleSeconds(log.path, plain_lines) / plain_lines;
+    printf("%d entries, %d of them expressions, fault-tolerant server: %.0f lines/s, plain rule "
+           "%.0f (%.0f)\n",
+           kEntries, kExpressions, 1 / pass, 1 / plain, plain / pass);
 }
 
 Options Parse(int argc, char **argv)
@@ -285,8 +291,11 @@ Options Parse(int argc, char **argv)
             options.lines = std::stoi(argument.substr(8));
         else if (argument.starts_with("--hits-per-1000="))
             options.hits_per_1000 = std::stoi(argument.substr(16));
+        else if (argument == "--expressions")
+            options.expressions = true;
         else
-            throw std::runtime_error("usage: pass_bench [--lines=N] [--hits-per-1000=N]");
+            throw std::runtime_error(
+                "usage: pass_bench [--lines=N] [--hits-per-1000=N] [--expressions]");
     }
     return options;
 }
@@ -297,11 +306,14 @@ int main(int argc, char **argv)
 {
     try {
         const Options options = Parse(argc, argv);
-        Compare(options, 2048, 0);
-        Options quick = options;
-        quick.lines = std::min(options.lines, 100000);
-        Compare(quick, 2048, 200);
-        CompareTables(options);
+        if (options.expressions) {
+            CompareExpressions(options);
+            return 0;
+        }
+        PrintSet("catalogue", bench::RuleSet::kCatalogue, options);
+        PrintSet("shared phrases", bench::RuleSet::kSharedPhrases, options);
+        PrintSet("short", bench::RuleSet::kShort, options);
+        PrintSet("hostile", bench::RuleSet::kHostile, options);
     } catch (const std::exception &error) {
         fprintf(stderr, "pass_bench: %s\n", error.what());
         return 1;

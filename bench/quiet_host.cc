@@ -203,6 +203,11 @@ int TraceLog(int level, const char *, const char *, int, const char *, ...)
     return level < threshold ? 0 : 1;
 }
 
+int TraceLogIsOn(int level)
+{
+    return level < threshold ? 0 : 1;
+}
+
 int TraceLogSetThrName(const char *)
 {
     return 0;

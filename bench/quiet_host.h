@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "bench/data.h"
+#include "bench/data/rules.h"
 
 namespace bench {
 

@@ -1,6 +1,5 @@
-#include "bench/data.h"
+#include "bench/data/log_writer.h"
 
-#include <cstdio>
 #include <ctime>
 
 namespace bench {
@@ -58,52 +57,6 @@ constexpr const char *kNames[] = {"alice",  "backup", "carol",    "deploy", "eri
 constexpr const char *kDevices[] = {"sda",  "sdb",  "sdc",   "nvme0n1",
                                     "eth0", "eth1", "bond0", "dm-3"};
 
-// Of the rules.
-constexpr const char *kSubsystems[] = {"kernel",  "sshd",    "multipathd", "smartd",
-                                       "raid",    "ipmi",    "cluster",    "storage",
-                                       "network", "postfix", "mysqld",     "watchdog"};
-constexpr const char *kParts[] = {"controller",    "power supply", "fan",         "disk",
-                                  "memory module", "battery",      "link",        "path",
-                                  "volume",        "sensor",       "port",        "node",
-                                  "license",       "snapshot",     "replication", "session"};
-constexpr const char *kFaults[] = {"has failed",      "error",           "is not responding",
-                                   "timeout",         "degraded",        "over temperature",
-                                   "below threshold", "was removed",     "checksum mismatch",
-                                   "I/O error",       "out of range",    "retry limit reached",
-                                   "is offline",      "lost redundancy", "rejected",
-                                   "parity error"};
-
-template <size_t Size>
-const char *At(const char *const (&list)[Size], size_t index)
-{
-    return list[index % Size];
-}
-
-Rule PlainRule(size_t i)
-{
-    const std::string part = At(kParts, i / 3);
-    const std::string number = std::to_string((i * 7) % 997);
-    const std::string fault = At(kFaults, i / 5);
-    switch (i % 4) {
-    case 0:
-        return {{part + " " + number + " " + fault, "", ""}};
-    case 1:
-        return {{At(kSubsystems, i), part + " " + number + " " + fault, ""}};
-    case 2:
-        return {{At(kSubsystems, i), fault, part + " " + number}};
-    default:
-        return {{fault, "code " + std::to_string(10000 + i), ""}};
-    }
-}
-
-Rule ExpressionRule(size_t i)
-{
-    const std::string number = std::to_string(10 + (i % 90));
-    return {{At(kSubsystems, i),
-             std::string(At(kParts, i)) + " (unit|slot) " + number + "[0-9]+ " + At(kFaults, i),
-             ""}};
-}
-
 // A text that a rule's keyword matches.
 std::string Instance(const std::string &keyword)
 {
@@ -120,18 +73,9 @@ std::string Instance(const std::string &keyword)
 
 } // namespace
 
-std::vector<Rule> MakeRules(int count, int expressions)
-{
-    std::vector<Rule> rules;
-    for (int i = 0; i < count; ++i) {
-        const auto index = static_cast<size_t>(i);
-        rules.push_back(i < count - expressions ? PlainRule(index) : ExpressionRule(index));
-    }
-    return rules;
-}
-
-LogWriter::LogWriter(const std::vector<Rule> &rules, double hit_rate, uint64_t seed)
-    : rules_(rules), hit_rate_(hit_rate), random_(seed), time_(time(nullptr))
+LogWriter::LogWriter(RuleSet set, const std::vector<Rule> &rules, double hit_rate, uint64_t seed)
+    : set_(set), rules_(rules), hit_rate_(set == RuleSet::kHostile ? 1.0 / 3 : hit_rate),
+      random_(seed), time_(time(nullptr))
 {
     // From the first second of this month, so that every stamp is of this month.
     struct tm local {};
@@ -178,22 +122,89 @@ std::string LogWriter::Fill(const char *text)
     return filled;
 }
 
-std::string LogWriter::Message()
+std::string LogWriter::Hit()
 {
-    if (hit_rate_ > 0 && Number(1000000) < static_cast<int>(hit_rate_ * 1000000)) {
-        const Rule &rule = rules_[random_() % rules_.size()];
-        ++hits_;
-        std::string message = Fill("monitord[####]: ");
-        for (const std::string &keyword : rule.keywords)
-            message += Instance(keyword) + " ";
-        return message + Fill("on $, see event ####");
-    }
+    const Rule &rule = rules_[random_() % rules_.size()];
+    ++hits_;
+    std::string message = Fill("monitord[####]: ");
+    for (const std::string &keyword : rule.keywords)
+        message += Instance(keyword) + " ";
+    return message + Fill("on $, see event ####");
+}
+
+std::string LogWriter::Ordinary()
+{
     std::string message = Fill(Pick(kMessages));
     if (Number(1000) == 0) {
         while (message.size() < 2500)
             message += Fill(" $=######; ") + Fill(Pick(kMessages));
     }
     return message;
+}
+
+// Some keyword of the rules, any that is there.
+const std::string &LogWriter::Keyword()
+{
+    for (;;) {
+        const std::string &keyword =
+            rules_[random_() % rules_.size()].keywords[static_cast<size_t>(Number(3))];
+        if (!keyword.empty())
+            return keyword;
+    }
+}
+
+// Of a phrase and an identifier: both, of different rules; one of them; none.
+std::string LogWriter::Apart()
+{
+    const std::string &phrase = rules_[random_() % rules_.size()].keywords[0];
+    const std::string &identifier = rules_[random_() % rules_.size()].keywords[1];
+    switch (Number(4)) {
+    case 0:
+        return Fill("kernel: [####.######] ") + phrase + Fill(" enclosure ##, slot ## at 0x####") +
+               Fill(", initiated by $");
+    case 1:
+        return Fill("monitord[####]: ") + phrase + " " + identifier + Fill(", attempt ### of ###");
+    case 2:
+        return Fill("kernel: [####.######] ") + identifier +
+               Fill(": ##### sectors, queue ###, by $");
+    default:
+        return Ordinary();
+    }
+}
+
+std::string LogWriter::Codes()
+{
+    if (Number(2) == 0)
+        return Ordinary();
+    return Fill("monitord[####]: unit at @ says ") + Keyword() + Fill(" ### ") + Keyword() +
+           Fill(" since ######, taken by $, session ####");
+}
+
+std::string LogWriter::Crowded()
+{
+    std::string message = Fill("monitord[####]: ");
+    while (message.size() < 90) {
+        std::string piece = Keyword();
+        piece.back() = '~';
+        message += piece;
+    }
+    return message;
+}
+
+std::string LogWriter::Message()
+{
+    if (hit_rate_ > 0 && Number(1000000) < static_cast<int>(hit_rate_ * 1000000))
+        return Hit();
+    switch (set_) {
+    case RuleSet::kSharedPhrases:
+        return Apart();
+    case RuleSet::kShort:
+        return Codes();
+    case RuleSet::kHostile:
+        return Crowded();
+    default:
+        return Ordinary();
+    }
 }
 
 std::string LogWriter::Next()
