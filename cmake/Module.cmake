@@ -16,12 +16,12 @@ function(add_module_folder folder)
 endfunction()
 add_module_folder(regacc last_end_time.cc regacc.cc)
 add_module_folder(stamp syslog_time.cc)
-add_module_folder(match expression.cc hits.cc index.cc literal_set.cc match.cc relied_on.cc
-    report.cc table_data.cc)
-add_module_folder(fileacc block.cc lines.cc open_log.cc resume.cc)
+add_module_folder(match block_search.cc class_filter.cc expression.cc hits.cc index.cc literal_set.cc loud_lines.cc
+    match.cc relied_on.cc report.cc table_data.cc)
+add_module_folder(fileacc block.cc lines.cc open_log.cc resume.cc stretch.cc)
 add_module_folder(filemonitor block.cc matcher.cc object.cc scan.cc splitter.cc)
-add_module_folder(vkevmon backup_list.cc entry.cc file_set.cc loop.cc pass.cc product_filter.cc reload.cc
-                  settings.cc siblings.cc subkeys.cc table.cc table_lock.cc version.cc)
+add_module_folder(vkevmon backup_list.cc entry.cc file_set.cc loop.cc pass.cc pass_lines.cc product_filter.cc
+                  reload.cc settings.cc siblings.cc subkeys.cc table.cc table_lock.cc version.cc)
 
 # Loaded by a host under this name. The host supplies the calls declared in platform/, so they stay
 # undefined here.

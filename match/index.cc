@@ -10,6 +10,8 @@
 #include "match/table_data.h"
 #include "platform/contract.h"
 
+uint64_t indexes_built = 0;
+
 namespace {
 
 // Building costs about as much as testing thirty lines against the table. Passes that find less news than
@@ -36,7 +38,8 @@ uint16_t first_of_anchor[kMaxLiterals];          // 1 + the first entry with thi
 uint64_t without_anchor[kMaxEntries / 64];       // entries whose keywords are all empty: a bit each
 bool has_entries_without_anchor = false;
 LiteralId own_identifier;
-bool is_ready = false;
+unsigned index_number = kNoIndex;
+unsigned last_number = kNoIndex;
 int lines_of_pass = 0;
 
 // How many keywords are the same text. Only while the index is built.
@@ -169,19 +172,24 @@ int CountEntries()
 
 void DropIndex()
 {
-    is_ready = false;
+    index_number = kNoIndex;
     lines_of_pass = 0;
 }
 
 void CountLineOfPass()
 {
-    if (!is_ready && ++lines_of_pass > kLinesBeforeIndex)
+    if (index_number == kNoIndex && ++lines_of_pass > kLinesBeforeIndex)
         BuildIndex();
 }
 
 bool IndexIsReady()
 {
-    return is_ready;
+    return index_number != kNoIndex;
+}
+
+unsigned IndexNumber()
+{
+    return index_number;
 }
 
 void BuildIndex()
@@ -201,12 +209,22 @@ void BuildIndex()
     for (int i = 0; i < indexed_count; ++i)
         ChainUnderAnchor(i);
     PrepareLiterals();
-    is_ready = true;
+    index_number = ++last_number;
+    ++indexes_built;
 }
 
 bool IndexHolds()
 {
     return ServerIsFaultTolerant() == built_for_expressions && AllReliedOnIsTheSame();
+}
+
+void RelyOnAllKeywords()
+{
+    RelyOnSlots(indexed_count);
+    for (int i = 0; i < indexed_count; ++i) {
+        for (int k = 0; k < kKeywordsOfEntry; ++k)
+            RelyOnKeyword(KeywordOf(*lpVKVMon[i], k), strlen(KeywordOf(*lpVKVMon[i], k)));
+    }
 }
 
 int IndexedEntries()

@@ -37,10 +37,20 @@ bool IndexIsReady();
 // Builds it now, as if enough lines had come.
 void BuildIndex();
 
-// Is the table still the one over which the index was built? Asked after each report, because a report
+// Is the table still the one over which the index was built, as far as it relies on it? Asked after each report, because a report
 // function may change entries, slots and count. When it is another table, the index is to be dropped: not even
 // its texts may be looked at any more.
 bool IndexHolds();
+
+// A number for the index that there is; another one for each that is built. kNoIndex: there is none, or it was dropped.
+constexpr unsigned kNoIndex = 0;
+unsigned IndexNumber();
+
+// From now on all keywords count for whether the index holds: somebody else relies on them as well.
+void RelyOnAllKeywords();
+
+// How many were built so far. For tests.
+extern uint64_t indexes_built;
 
 // The entries it knows, 0 to this number - 1. Fewer than nCnt once the monitor has shut down.
 int IndexedEntries();

@@ -15,6 +15,9 @@ extern "C" {
 int TraceLog(int level, const char *unit, const char *function, int line, const char *format, ...)
     __attribute__((format(printf, 5, 6)));
 
+// Would a record of this level be written now? Returns 1 or 0. A host need not have it: then every record is made.
+int TraceLogIsOn(int level) __attribute__((weak));
+
 // Names the calling thread in the records that it writes.
 int TraceLogSetThrName(const char *name);
 

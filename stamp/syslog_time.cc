@@ -12,6 +12,9 @@ const uint32_t TimeMask[kHoursOfDay] = {
 };
 // clang-format on
 
+uint64_t zones_looked_up = 0;
+uint64_t stamps_learned = 0;
+
 namespace {
 
 constexpr char kUnit[] = "vkevmon";
@@ -253,6 +256,7 @@ void BringTo(LocalMoment *moment, time_t t)
 {
     if (moment->is_set && moment->time == t)
         return;
+    ++zones_looked_up;
     tzset(); // localtime_r alone would never see a change of the time zone
     const struct tm before = moment->local;
     moment->time = t;
@@ -264,6 +268,7 @@ void BringTo(LocalMoment *moment, time_t t)
 
 bool IsSameClockAt(time_t t, const struct tm &now)
 {
+    ++zones_looked_up;
     struct tm there {};
     return localtime_r(&t, &there) != nullptr && IsSameClock(there, now);
 }
@@ -289,37 +294,62 @@ bool Exists(struct tm when, LocalMoment *moment)
     return true;
 }
 
-BOOL ReadStamp(LocalMoment *moment, const char *buf, time_t *pcur_time, StampUse use)
+// What is wrong with a stamp.
+enum class StampFault { kNone, kForm, kMonthName, kMonth, kTime };
+
+void TraceFault(StampFault fault)
 {
     constexpr const char *kInterface = "GetSyslogTime";
-    Stamp stamp{};
-    if (!ParseStamp(buf, &stamp)) {
+    switch (fault) {
+    case StampFault::kNone:
+        TRACE_HELPER(TRACE_DETAIL, "<return TRUE.");
+        break;
+    case StampFault::kForm:
         TRACE_HELPER(TRACE_ERROR, "<get time form buf failed.return FALSE.");
-        return FALSE;
-    }
-    const int month = MonthIndex(stamp.month);
-    if (month < 0) {
+        break;
+    case StampFault::kMonthName:
         TRACE_HELPER(TRACE_ERROR, "<month wrong!return FALSE.");
-        return FALSE;
+        break;
+    case StampFault::kMonth:
+        TRACE_HELPER(TRACE_ERROR, "<syslog time err.return FALSE.");
+        break;
+    case StampFault::kTime:
+        TRACE_HELPER(TRACE_ERROR, "<invalid time.return FALSE.");
+        break;
     }
+}
+
+// Judges a stamp and, if asked for its time, converts it.
+StampFault FaultOf(LocalMoment *moment, const char *buf, time_t *pcur_time, StampUse use)
+{
+    Stamp stamp{};
+    if (!ParseStamp(buf, &stamp))
+        return StampFault::kForm;
+    const int month = MonthIndex(stamp.month);
+    if (month < 0)
+        return StampFault::kMonthName;
     BringTo(moment, time(nullptr));
     int year = 0;
-    if (!YearOf(month, moment->local, &year)) {
-        TRACE_HELPER(TRACE_ERROR, "<syslog time err.return FALSE.");
-        return FALSE;
-    }
+    if (!YearOf(month, moment->local, &year))
+        return StampFault::kMonth;
     const struct tm when = BrokenDown(stamp, month, year, moment->local);
-    if (use == StampUse::kTime || !IsConvertible(when) || !Exists(when, moment)) {
-        const time_t converted = Convert(when, moment->local);
-        if (use == StampUse::kTime || converted == -1)
-            *pcur_time = converted;
-        if (converted == -1) {
-            TRACE_HELPER(TRACE_ERROR, "<invalid time.return FALSE.");
-            return FALSE;
-        }
-    }
-    TRACE_HELPER(TRACE_DETAIL, "<return TRUE.");
-    return TRUE;
+    if (use == StampUse::kValidity && IsConvertible(when) && Exists(when, moment))
+        return StampFault::kNone;
+    const time_t converted = Convert(when, moment->local);
+    if (use == StampUse::kTime || converted == -1)
+        *pcur_time = converted;
+    return converted == -1 ? StampFault::kTime : StampFault::kNone;
+}
+
+// In the form in which loggers write it: nothing of the line behind it can belong to it.
+bool IsOfUsualForm(const char *line)
+{
+    constexpr size_t kHour = sizeof "Jan  5 " - 1;
+    constexpr size_t kMinute = kHour + 3;
+    constexpr size_t kSecond = kMinute + 3;
+    return strnlen(line, KnownStamp::kSize) == KnownStamp::kSize && line[kMinute - 1] == ':' &&
+           line[kSecond - 1] == ':' && IsDigit(line[kSecond]) && IsDigit(line[kSecond + 1]) &&
+           !IsDigit(line[KnownStamp::kSize]);
 }
 
 } // namespace
@@ -329,7 +359,36 @@ BOOL GetSyslogTimeAt(LocalMoment *moment, const char *buf, time_t *pcur_time, St
     constexpr const char *kInterface = "GetSyslogTime";
     TRACE_HELPER(TRACE_DETAIL, ">buf=%p,pcur_time=%p", static_cast<const void *>(buf),
                  static_cast<void *>(pcur_time));
-    return ReadStamp(moment, buf, pcur_time, use);
+    const StampFault fault = FaultOf(moment, buf, pcur_time, use);
+    TraceFault(fault);
+    return fault == StampFault::kNone ? TRUE : FALSE;
+}
+
+void RecallMoment(KnownStamp *known, LocalMoment *moment)
+{
+    BringTo(moment, time(nullptr));
+    const struct tm &now = moment->local;
+    known->is_set = known->is_set && moment->is_set && known->month == now.tm_mon &&
+                    known->year == now.tm_year && known->is_dst == now.tm_isdst &&
+                    known->gmtoff == now.tm_gmtoff;
+}
+
+bool LearnStamp(KnownStamp *known, LocalMoment *moment, const char *line)
+{
+    ++stamps_learned;
+    time_t ignored = 0;
+    if (FaultOf(moment, line, &ignored, StampUse::kValidity) != StampFault::kNone)
+        return false;
+    known->is_set = moment->is_set && IsOfUsualForm(line);
+    if (known->is_set) {
+        memcpy(known->text, line, sizeof known->text);
+        const struct tm &now = moment->local;
+        known->month = now.tm_mon;
+        known->year = now.tm_year;
+        known->is_dst = now.tm_isdst;
+        known->gmtoff = now.tm_gmtoff;
+    }
+    return true;
 }
 
 BOOL GetSyslogTime(const char *buf, time_t *pcur_time)

@@ -8,12 +8,14 @@
 #include "match/hits.h"
 #include "match/index.h"
 #include "match/literal_set.h"
+#include "match/loud_lines.h"
 #include "match/match.h"
 #include "platform/trace.h"
 #include "regacc/last_end_time.h"
 #include "regacc/regacc.h"
 #include "stamp/syslog_time.h"
 #include "vkevmon/file_set.h"
+#include "vkevmon/pass_lines.h"
 #include "vkevmon/settings.h"
 
 namespace {
@@ -21,28 +23,19 @@ namespace {
 constexpr char kUnit[] = "vkevmon";
 constexpr const char *kInterface = "WatchSyslogMain";
 
-// What the system logger writes instead of repeating a line.
-constexpr char kRepeatText[] = "last message repeated";
 constexpr char kRepeatFormat[] = "last message repeated %d times";
 
 using ll = long long;
-
-// A line of the log and where it begins.
-struct Line {
-    int64_t pos;
-    size_t length;
-    char text[kLineBufferSize + kSearchPadding];
-};
 
 // Reading one file. `current` waits to be checked until the line behind it is known, because the repeats
 // that follow belong to it.
 struct Reading {
     int slot;
-    Line lines[2];
-    Line *current = &lines[0];
-    Line *ahead = &lines[1]; // the line read last, also when it was a repeat
-    Line previous;           // what the repeats at the head of the new part refer to
-    int times;               // occurrences that the line to be checked stands for
+    PassLine lines[2];
+    PassLine *current = &lines[0];
+    PassLine *ahead = &lines[1]; // the line read last, also when it was a repeat
+    PassLine previous;           // what the repeats at the head of the new part refer to
+    int times;                   // occurrences that the line to be checked stands for
     bool current_pending;
     bool ahead_is_line; // a line that is no repeat was read ahead
     bool previous_pending;
@@ -73,7 +66,7 @@ void FindRepeatedLine(Reading *reading)
 {
     SaveFileEnv();
     while (FBegin() == 0) {
-        Line &previous = reading->previous;
+        PassLine &previous = reading->previous;
         if (GetPreLine(&previous.pos, previous.text, kLineBufferSize) != 0)
             break;
         previous.length = strlen(previous.text);
@@ -86,15 +79,10 @@ void FindRepeatedLine(Reading *reading)
     RecoverFileEnv();
 }
 
-bool ReadLine(Line *line)
-{
-    return ReadNextLine(&line->pos, line->text, kLineBufferSize, &line->length) == 0;
-}
-
 // Reads the first new line. False when it cannot be read.
 bool Begin(Reading *reading)
 {
-    if (!ReadLine(reading->current)) {
+    if (!ReadFirstPassLine(reading->current)) {
         TRACE_HELPER(TRACE_ERROR, "Get Next Line failed.");
         return false;
     }
@@ -114,7 +102,7 @@ bool Begin(Reading *reading)
 void ReadAhead(Reading *reading)
 {
     while (FEof() == 0) {
-        if (!ReadLine(reading->ahead)) {
+        if (!ReadPassLine(&reading->moment, reading->ahead)) {
             TRACE_HELPER(TRACE_ERROR, "Get Next line failed.");
             return;
         }
@@ -128,14 +116,16 @@ void ReadAhead(Reading *reading)
 }
 
 // The line becomes the last one that was checked.
-void KeepAsLastChecked(int slot, const Line &line)
+void KeepAsLastChecked(int slot, const PassLine &line)
 {
     memcpy(content[slot], line.text, line.length + 1);
     curpos[slot] = line.pos;
 }
 
-int Check(Reading *reading, Line *line)
+int Check(Reading *reading, PassLine *line)
 {
+    if (NeedsNoCheck(*line))
+        return 0;
     return CheckLineOfPass(&reading->moment, &reading->found, line->text, line->length,
                            reading->times);
 }
@@ -379,6 +369,7 @@ int WatchSyslogMain(void)
 {
     TRACE(TRACE_DETAIL, ">");
     DropIndex();
+    BeginPassLines();
     for (int slot = 0; slot < MAX_MON_FILES; ++slot)
         ScanSlot(slot);
     return 0;

@@ -259,6 +259,12 @@ int TraceLog(int level, const char *unit, const char *function, int line, const 
     return 1;
 }
 
+// What may be said as the reason of an end is wanted at every level.
+int TraceLogIsOn(int level)
+{
+    return SaysWhyItEnded(level) || level >= threshold.load(std::memory_order_relaxed) ? 1 : 0;
+}
+
 int TraceLogSetThrName(const char *name)
 {
     snprintf(thread_name, sizeof thread_name, "%s", name);

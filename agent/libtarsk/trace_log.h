@@ -33,8 +33,8 @@ const char *TraceLevelName(int level);
 // Writes what is buffered. The monitor is at rest when this is called.
 void FlushTraceLog();
 
-// Another number whenever the monitor has gone on: it traces detail with each line that it reads, and
-// with each step of its other work. Equal numbers mean that it waits, or that one line, one system
+// Another number whenever the monitor has gone on: it traces detail with each line that it reads, at least with one in
+// 64 KiB, and with each step of its other work. Equal numbers mean that it waits, or that one line, one system
 // call or the store keeps it busy.
 uint64_t SignsOfLife();
 

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <vector>
 
+#include "fileacc/stretch.h"
 #include "filemonitor/filemonitor.h"
 #include "match/table_data.h"
 #include "platform/split64.h"
@@ -17,6 +18,7 @@
 #include "tests/support/module_test.h"
 #include "vkevmon/entry.h"
 #include "vkevmon/file_set.h"
+#include "vkevmon/pass_lines.h"
 
 namespace history {
 
@@ -268,6 +270,10 @@ Life::Life(const History &history, const std::string &log_dir)
     test::ResetModule();
     Host().Reset();
     Host().record_trace = false;
+    // Logs are short here: a part of the histories reads stretches of any length, down to the last line.
+    Host().detail_is_on = history.setup.dated;
+    least_news_for_stretches = 1;
+    bytes_left_to_blocks = 1;
     Sys().Reset();
     Sys().log_dir = log_dir;
     TheSlowClock() = SlowClock();

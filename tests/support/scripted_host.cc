@@ -361,7 +361,7 @@ int VKACREGetSubkeyValue(HKEY root, const char *keyPath, const char *subKey, con
 int TraceLog(int level, const char *unit, const char *function, int /*line*/, const char *format,
              ...)
 {
-    if (!Host().record_trace)
+    if (!Host().record_trace || TraceLogIsOn(level) == 0)
         return 0;
     test::TraceFormats().insert(format);
     char text[8192];
@@ -371,6 +371,11 @@ int TraceLog(int level, const char *unit, const char *function, int /*line*/, co
     va_end(arguments);
     Host().trace.push_back({level, unit, function, text});
     return 0;
+}
+
+int TraceLogIsOn(int level)
+{
+    return level > 0 || Host().detail_is_on ? 1 : 0;
 }
 
 int TraceLogSetThrName(const char *name)

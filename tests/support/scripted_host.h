@@ -79,6 +79,7 @@ class ScriptedHost {
     // ---- records ----
 
     bool record_trace = true; // off: for tests that run millions of calls
+    bool detail_is_on = true; // the trace level
     std::vector<TraceRecord> trace;
     std::vector<SentReport> reports;
     std::vector<WaitCall> wait_calls;

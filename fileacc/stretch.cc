@@ -1,0 +1,86 @@
+#include "fileacc/stretch.h"
+
+#include <algorithm>
+#include <cstring>
+#include <unistd.h>
+
+#include "fileacc/fileacc.h"
+
+int64_t bytes_left_to_blocks = kBlockSize;
+
+namespace {
+
+constexpr size_t kPiece = kBlockSize; // of a line longer than a block
+static_assert(kStretchSize >= 2 * kPiece, "a stretch holds a line of any length, or a piece of it");
+
+// The offset of the line behind the cursor.
+int64_t BehindCursor()
+{
+    const char *const line = curblock.data + curblock.linepos;
+    const int64_t behind = curblock.linepos + static_cast<int64_t>(strlen(line)) + 1;
+    // A piece of a longer line has no line end.
+    return curblock.start + std::min(behind, curblock.length);
+}
+
+// A zero byte ends a line like a newline.
+void TurnZerosToNewlines(char *text, size_t length)
+{
+    char *const end = text + length;
+    for (char *p = text;
+         (p = static_cast<char *>(memchr(p, '\0', static_cast<size_t>(end - p)))) != nullptr;)
+        *p++ = '\n';
+}
+
+// How much of a text is whole lines and whole pieces.
+size_t WholeLines(const char *text, size_t length)
+{
+    const void *last = memrchr(text, '\n', length);
+    if (last != nullptr)
+        return static_cast<size_t>(static_cast<const char *>(last) - text) + 1;
+    return length / kPiece * kPiece;
+}
+
+} // namespace
+
+int64_t BytesForStretches()
+{
+    if (gfp == nullptr || curblock.length <= 0 || curblock.linepos < 0 ||
+        curblock.linepos >= curblock.length)
+        return 0;
+    return std::max<int64_t>(filelen - bytes_left_to_blocks - BehindCursor(), 0);
+}
+
+bool ReadStretch(Stretch *stretch)
+{
+    const auto count = std::min<size_t>(static_cast<size_t>(BytesForStretches()), kStretchSize);
+    if (count == 0)
+        return false;
+    const int64_t start = BehindCursor();
+    if (pread(fileno(gfp), stretch->text, count, start) != static_cast<ssize_t>(count))
+        return false;
+    TurnZerosToNewlines(stretch->text, count);
+    stretch->start = start;
+    stretch->length = WholeLines(stretch->text, count);
+    return stretch->length > 0;
+}
+
+StretchLine NextLineOfStretch(const Stretch &stretch, size_t head)
+{
+    const size_t most = std::min(stretch.length - head, kPiece);
+    const void *newline = memchr(stretch.text + head, '\n', most);
+    if (newline == nullptr)
+        return {head, head + most, head + most};
+    const auto end = static_cast<size_t>(static_cast<const char *>(newline) - stretch.text);
+    return {head, end, end + 1};
+}
+
+void LeaveStretch(const Stretch &stretch, const StretchLine &line)
+{
+    const size_t length = line.end - line.head;
+    memcpy(curblock.data, stretch.text + line.head, length);
+    memset(curblock.data + length, 0, sizeof curblock.data - length);
+    curblock.start = stretch.start + static_cast<int64_t>(line.head);
+    curblock.length = static_cast<int64_t>(line.next - line.head);
+    curblock.linepos = 0;
+    curblock.isend = kBlockInside;
+}

@@ -1,0 +1,378 @@
+#include "match/block_search.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+namespace {
+
+// Grams of the sample, counted by the upper bits of their hash. Only while windows are chosen. Written by TakeSample,
+// on the monitor thread.
+constexpr unsigned kCountBits = 15;
+uint16_t occurrences[size_t{1} << kCountBits];
+uint16_t users[size_t{1} << kCountBits]; // windows that have it
+GramKind counted;
+
+uint32_t MaskOf(GramKind kind)
+{
+    return UINT32_MAX >> (8 * (sizeof(uint32_t) - kind.size));
+}
+
+// Multiplicative hashing: the high bits of the product depend on all bits of the gram.
+uint32_t HashGram(uint32_t gram)
+{
+    return gram * 0x9E3779B1U;
+}
+
+// Reads four bytes, of which those of the mask count.
+uint32_t GramAt(const char *text, uint32_t mask)
+{
+    uint32_t gram = 0;
+    memcpy(&gram, text, sizeof gram);
+    return gram & mask;
+}
+
+// The same of a literal: nothing behind it is read.
+uint32_t GramOf(const char *literal, size_t size)
+{
+    char bytes[sizeof(uint32_t)] = {};
+    memcpy(bytes, literal, size);
+    return GramAt(bytes, UINT32_MAX);
+}
+
+void CountUp(uint16_t *counts, uint32_t hash)
+{
+    uint16_t &count = counts[hash >> (32 - kCountBits)];
+    if (count < std::numeric_limits<uint16_t>::max())
+        ++count;
+}
+
+// A look that passes the map in vain, against one more literal that shares the gram.
+constexpr uint32_t kCostOfLook = 64;
+
+uint32_t CostOfGram(const char *gram)
+{
+    const uint32_t place = HashGram(GramOf(gram, counted.size)) >> (32 - kCountBits);
+    return (occurrences[place] * kCostOfLook) + users[place];
+}
+
+} // namespace
+
+GramKind KindFor(size_t shortest)
+{
+    switch (shortest) {
+    case 0:
+    case 1:
+    case 2:
+        return {2, 1};
+    case 3:
+        return {2, 2};
+    case 4:
+        return {3, 2};
+    default:
+        return {4, std::min(shortest - 3, kMostStep)};
+    }
+}
+
+// ---- choosing windows ----
+
+void TakeSample(const char *sample, size_t length, GramKind kind)
+{
+    memset(occurrences, 0, sizeof occurrences);
+    memset(users, 0, sizeof users);
+    counted = kind;
+    const uint32_t mask = MaskOf(kind);
+    length = std::min(length, kSampleSize);
+    for (size_t at = 0; at < length; ++at)
+        CountUp(occurrences, HashGram(GramAt(sample + at, mask)));
+}
+
+Window CheapestWindow(const char *text, size_t length)
+{
+    uint32_t costs[kMostStep] = {}; // of the last grams, by offset modulo `step`
+    uint32_t sum = 0;
+    Window best = {0, UINT32_MAX};
+    for (size_t offset = 0; offset + counted.size <= length; ++offset) {
+        uint32_t &cost = costs[offset % counted.step];
+        sum -= cost;
+        cost = CostOfGram(text + offset);
+        sum += cost;
+        if (offset + 1 >= counted.step && sum < best.cost)
+            best = {static_cast<uint16_t>(offset + 1 - counted.step), sum};
+    }
+    return best;
+}
+
+void TakeWindow(const char *text, Window window)
+{
+    for (size_t i = 0; i < counted.step; ++i)
+        CountUp(users, HashGram(GramOf(text + window.begin + i, counted.size)));
+}
+
+// ---- building ----
+
+namespace {
+
+using Group = BlockSearch::Group;
+using Key = BlockSearch::Key;
+
+constexpr size_t kWord = sizeof(uint64_t);
+static_assert(kWord <= kGramPadding);
+
+// Reads 8 bytes, of which the first `size` count.
+uint64_t BytesAt(const char *text, size_t size)
+{
+    uint64_t bytes = 0;
+    memcpy(&bytes, text, sizeof bytes);
+    return bytes & (UINT64_MAX >> (8 * (kWord - size)));
+}
+
+uint16_t *BucketOf(BlockSearch *search, uint32_t hash)
+{
+    return &search->buckets[hash >> (32 - BlockSearch::kBucketBits)];
+}
+
+size_t KeySlot(uint64_t value)
+{
+    return static_cast<size_t>((value * 0x9E3779B97F4A7C15U) >> (64 - BlockSearch::kKeyBits));
+}
+
+// One gram in 64 that is in no literal passes the map; small maps stay in the first-level cache.
+uint32_t MapMaskFor(const Searched *literals, int count, GramKind kind)
+{
+    size_t grams = static_cast<size_t>(count) * kind.step;
+    for (int i = 0; i < count; ++i)
+        grams +=
+            literals[i].length < kind.window() ? (kind.window() - literals[i].length) * 256 : 0;
+
+    constexpr uint32_t kLeast = 1U << 12;
+    uint32_t size = kLeast;
+    while (size < BlockSearch::kMapSize && size < grams * 64)
+        size *= 2;
+    return size - 1;
+}
+
+uint32_t MapBit(uint32_t hash)
+{
+    return hash >> (32 - BlockSearch::kMapBits);
+}
+
+void EnterGram(BlockSearch *search, uint32_t gram, int back, size_t length)
+{
+    const uint32_t hash = HashGram(gram);
+    const uint32_t bit = MapBit(hash) & search->map_mask;
+    search->map[bit / 64] |= uint64_t{1} << (bit % 64);
+    uint16_t *const bucket = BucketOf(search, hash);
+    for (uint16_t i = *bucket; i != 0; i = search->groups[i - 1].next) {
+        const Group &group = search->groups[i - 1];
+        if (group.gram == gram && group.back == back && group.length == length)
+            return;
+    }
+    search->groups[search->group_count++] = {gram, *bucket, static_cast<int8_t>(back),
+                                             static_cast<uint8_t>(length)};
+    *bucket = static_cast<uint16_t>(search->group_count);
+}
+
+// A gram of which `length` bytes are known, and the byte behind or before them is not: it is entered with each.
+void EnterCutGram(BlockSearch *search, const char *text, bool is_behind, int back, size_t length)
+{
+    const size_t known = search->kind.size - 1;
+    const uint32_t gram = GramOf(text, known);
+    for (uint32_t byte = 0; byte < 256; ++byte)
+        EnterGram(search, is_behind ? gram | byte << (8 * known) : gram << 8 | byte, back, length);
+}
+
+// Enters the gram that is looked up when a look falls `offset` bytes behind the head of the literal, and its key is
+// expected `begin` bytes behind the head.
+void EnterGramAt(BlockSearch *search, const Searched &literal, size_t offset, size_t begin,
+                 size_t length)
+{
+    const size_t size = search->kind.size;
+    const int back = static_cast<int>(offset) - static_cast<int>(begin);
+    if (offset + size <= literal.length)
+        EnterGram(search, GramOf(literal.text + offset, size), back, length);
+    else if (offset + size == literal.length + size_t{1})
+        EnterCutGram(search, literal.text + offset, true, back, length);
+    else // the look before this one, at the byte before the literal
+        EnterCutGram(search, literal.text, false, -1 - static_cast<int>(begin), length);
+}
+
+void EnterLiteral(BlockSearch *search, int id)
+{
+    const Searched &literal = search->literals[id];
+    const size_t length = std::min<size_t>(literal.length, kWord);
+    const size_t begin = std::min<size_t>(literal.window, literal.length - length);
+    char bytes[kWord] = {};
+    memcpy(bytes, literal.text + begin, length);
+    const uint64_t value = BytesAt(bytes, length);
+    uint16_t *const slot = &search->key_slots[KeySlot(value)];
+    search->keys[id] = {value, static_cast<uint16_t>(begin), static_cast<uint16_t>(id), *slot,
+                        static_cast<uint8_t>(length)};
+    *slot = static_cast<uint16_t>(id + 1);
+    for (size_t i = 0; i < search->kind.step; ++i)
+        EnterGramAt(search, literal, literal.window + i, begin, length);
+    if (search->is_by_class)
+        AddToClasses(&search->classes, literal.text + literal.window,
+                     std::min<size_t>(literal.length - literal.window, ClassFilter::kGram));
+}
+
+} // namespace
+
+void PrepareSearch(BlockSearch *search, const Searched *literals, int count, GramKind kind)
+{
+    search->kind = kind;
+    search->mask = MaskOf(kind);
+    search->map_mask = MapMaskFor(literals, count, kind);
+    search->literals = literals;
+    search->group_count = 0;
+    search->is_by_class = kind.size == ClassFilter::kGram && kind.step == 1 && ClassFilterWorks();
+    ClearClasses(&search->classes);
+    memset(search->map, 0, sizeof search->map);
+    memset(search->buckets, 0, sizeof search->buckets);
+    memset(search->key_slots, 0, sizeof search->key_slots);
+    for (int id = 0; id < count; ++id)
+        EnterLiteral(search, id);
+}
+
+// ---- searching ----
+
+namespace {
+
+uint16_t GroupsOf(const BlockSearch &search, uint32_t gram)
+{
+    return search.buckets[HashGram(gram) >> (32 - BlockSearch::kBucketBits)];
+}
+
+// The same by classes of grams.
+int PassByClass(SearchWalk *walk)
+{
+    const size_t begin = walk->next_look;
+    walk->next_look = std::min(walk->length, begin + SearchWalk::kRound);
+    const int passed =
+        PassClasses(walk->search->classes, walk->text, begin, walk->next_look, walk->looks);
+    walk->passed += static_cast<uint64_t>(passed);
+    return passed;
+}
+
+// Collects the next looks that pass the map. Whether one does moves an index and nothing else: there is no branch that
+// the processor could guess wrongly.
+int PassMap(SearchWalk *walk)
+{
+    const BlockSearch &search = *walk->search;
+    if (search.is_by_class)
+        return PassByClass(walk);
+    const char *const text = walk->text;
+    const uint64_t *const map = search.map;
+    const uint32_t mask = search.mask;
+    const uint32_t bits = search.map_mask;
+    const size_t step = search.kind.step;
+    const size_t end = std::min(walk->length, walk->next_look + (SearchWalk::kRound * step));
+    uint32_t *const looks = walk->looks;
+    int passed = 0;
+    size_t at = walk->next_look;
+    for (; at < end; at += step) {
+        const uint32_t bit = MapBit(HashGram(GramAt(text + at, mask))) & bits;
+        looks[passed] = static_cast<uint32_t>(at);
+        passed += static_cast<int>(map[bit / 64] >> (bit % 64) & 1U);
+    }
+    walk->next_look = at;
+    walk->passed += static_cast<uint64_t>(passed);
+    return passed;
+}
+
+// Keeps the looks whose gram really is in a literal. All of a round at once: where each finds its groups does not depend
+// on the one before, so the processor waits for memory once and not for each.
+void PassGroups(SearchWalk *walk, int passed)
+{
+    const BlockSearch &search = *walk->search;
+    walk->look_count = walk->looks_taken = 0;
+    for (int i = 0; i < passed; ++i) {
+        const uint32_t look = walk->looks[i];
+        const uint32_t gram = GramAt(walk->text + look, search.mask);
+        uint16_t group = GroupsOf(search, gram);
+        while (group != 0 && search.groups[group - 1].gram != gram)
+            group = search.groups[group - 1].next;
+        walk->looks[walk->look_count] = look;
+        walk->groups[walk->look_count] = group;
+        walk->look_count += group != 0 ? 1 : 0;
+    }
+}
+
+// Takes the next look at a gram of a literal. False behind the last one.
+bool TakeLook(SearchWalk *walk)
+{
+    while (walk->looks_taken == walk->look_count) {
+        if (walk->next_look >= walk->length)
+            return false;
+        PassGroups(walk, PassMap(walk));
+    }
+    walk->group = walk->groups[walk->looks_taken++];
+    return true;
+}
+
+// Takes the next group of the look: the keys that may stand at its distance.
+void TakeGroup(SearchWalk *walk)
+{
+    const BlockSearch &search = *walk->search;
+    const Group &group = search.groups[walk->group - 1];
+    const size_t look = walk->looks[walk->looks_taken - 1];
+    walk->group = group.next;
+    if (group.back > static_cast<int64_t>(look) ||
+        GramAt(walk->text + look, search.mask) != group.gram)
+        return;
+    walk->key_at = static_cast<size_t>(static_cast<int64_t>(look) - group.back);
+    walk->key_length = group.length;
+    walk->key_value = BytesAt(walk->text + walk->key_at, group.length);
+    walk->key = search.key_slots[KeySlot(walk->key_value)];
+}
+
+// Takes the next key of the group. True when its literal stands here.
+bool TakeKey(SearchWalk *walk, Hit *hit)
+{
+    const Key &key = walk->search->keys[walk->key - 1];
+    walk->key = key.next;
+    if (key.value != walk->key_value || key.length != walk->key_length || key.begin > walk->key_at)
+        return false;
+    const Searched &literal = walk->search->literals[key.literal];
+    const size_t begin = walk->key_at - key.begin;
+    *hit = {begin, walk->looks[walk->looks_taken - 1], key.literal};
+    return begin + literal.length <= walk->length &&
+           (literal.length == key.length ||
+            memcmp(walk->text + begin, literal.text, literal.length) == 0);
+}
+
+} // namespace
+
+void BeginWalk(SearchWalk *walk, const BlockSearch *search, const char *text, size_t length)
+{
+    walk->search = search;
+    walk->text = text;
+    walk->length = length;
+    walk->next_look = 0;
+    walk->passed = 0;
+    walk->group = walk->key = 0;
+    walk->look_count = walk->looks_taken = 0;
+}
+
+uint64_t CountPassed(const BlockSearch &search, const char *text, size_t length)
+{
+    SearchWalk walk;
+    BeginWalk(&walk, &search, text, length);
+    while (walk.next_look < length)
+        PassMap(&walk);
+    return walk.passed;
+}
+
+bool NextHit(SearchWalk *walk, Hit *hit)
+{
+    for (;;) {
+        if (walk->key != 0) {
+            if (TakeKey(walk, hit))
+                return true;
+        } else if (walk->group != 0) {
+            TakeGroup(walk);
+        } else if (!TakeLook(walk)) {
+            return false;
+        }
+    }
+}

@@ -1,0 +1,96 @@
+// A pass is fast by a few mechanisms, and without them it is slow and nothing else: no result would tell. So the work
+// is counted, and here is how much of it there may be.
+#include <string>
+
+#include "match/index.h"
+#include "stamp/syslog_time.h"
+#include "tests/unit/vkevmon/pass_fixture.h"
+#include "vkevmon/pass.h"
+#include "vkevmon/pass_lines.h"
+
+namespace test {
+namespace {
+
+// How much each counter grows.
+struct Work {
+    uint64_t indexes = indexes_built;
+    uint64_t stretches = stretches_searched;
+    uint64_t stamps = stamps_learned;
+    uint64_t zones = zones_looked_up;
+
+    [[nodiscard]] Work Since(const Work &before) const
+    {
+        Work work;
+        work.indexes = indexes - before.indexes;
+        work.stretches = stretches - before.stretches;
+        work.stamps = stamps - before.stamps;
+        work.zones = zones - before.zones;
+        return work;
+    }
+};
+
+class WorkOfAPass : public SyslogScanTest {
+  protected:
+    static constexpr int kLinesOfASecond = 50;
+
+    // Of a pass over so many new lines, of which none matches.
+    Work Of(int lines)
+    {
+        AddEntry({.keywords = {"disk", "error", ""}});
+        WriteLog("messages", Line("the first line", -3600) + "\n");
+        WatchSyslogMain(); // begins at the end
+        std::string news;
+        for (int i = 0; i < lines; ++i)
+            news += Line("a line of which nothing is to be told, number " + std::to_string(i),
+                         (i / kLinesOfASecond) - 3000) +
+                    "\n";
+        bytes_ = news.size();
+        AppendLog("messages", news);
+        Host().record_trace = false;
+        Host().detail_is_on = false;
+        const Work before;
+        WatchSyslogMain();
+        return Work().Since(before);
+    }
+
+    size_t bytes_ = 0;
+};
+
+TEST_F(WorkOfAPass, WithFewLinesBuildsNoIndex)
+{
+    EXPECT_EQ(0U, Of(30).indexes);
+}
+
+TEST_F(WorkOfAPass, WithMoreLinesBuildsTheIndexOnce)
+{
+    const Work work = Of(2000);
+    EXPECT_EQ(1U, work.indexes);
+    EXPECT_EQ(0U, work.stretches);
+}
+
+TEST_F(WorkOfAPass, LooksTheZoneUpOnceAndNotForEachLine)
+{
+    // Once for the time, twice for each hour of the log.
+    EXPECT_GE(8U, Of(2000).zones);
+}
+
+TEST_F(WorkOfAPass, WithMuchNewsSearchesItInStretches)
+{
+    constexpr size_t kStretch = size_t{64} * 1024;
+    const Work work = Of(80000);
+    EXPECT_EQ(1U, work.indexes);
+    EXPECT_LE((bytes_ / kStretch) - 1, work.stretches);
+    EXPECT_GE((bytes_ / kStretch) + (bytes_ / kStretch / 100) + 2, work.stretches);
+}
+
+TEST_F(WorkOfAPass, WithMuchNewsReadsTheStampOfASecondOnce)
+{
+    constexpr int kLines = 80000;
+    const Work work = Of(kLines);
+    EXPECT_LE(1U, work.stamps);
+    EXPECT_GE(static_cast<uint64_t>(kLines / kLinesOfASecond) + 2, work.stamps);
+    EXPECT_GE(8U, work.zones);
+}
+
+} // namespace
+} // namespace test
