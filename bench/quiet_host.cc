@@ -208,6 +208,11 @@ int TraceLogIsOn(int level)
     return level < threshold ? 0 : 1;
 }
 
+int ReportsKeepTable()
+{
+    return 1;
+}
+
 int TraceLogSetThrName(const char *)
 {
     return 0;

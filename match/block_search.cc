@@ -2,16 +2,14 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
+
+#include "match/log_sample.h"
 
 namespace {
 
-// Grams of the sample, counted by the upper bits of their hash. Only while windows are chosen. Written by TakeSample,
-// on the monitor thread.
-constexpr unsigned kCountBits = 15;
-uint16_t occurrences[size_t{1} << kCountBits];
-uint16_t users[size_t{1} << kCountBits]; // windows that have it
-GramKind counted;
+// Only while windows are chosen.
+uint16_t users[kSampleSlots]; // windows that have a gram of the slot
+GramKind chosen_kind;
 
 uint32_t MaskOf(GramKind kind)
 {
@@ -40,20 +38,13 @@ uint32_t GramOf(const char *literal, size_t size)
     return GramAt(bytes, UINT32_MAX);
 }
 
-void CountUp(uint16_t *counts, uint32_t hash)
-{
-    uint16_t &count = counts[hash >> (32 - kCountBits)];
-    if (count < std::numeric_limits<uint16_t>::max())
-        ++count;
-}
-
 // A look that passes the map in vain, against one more literal that shares the gram.
 constexpr uint32_t kCostOfLook = 64;
 
 uint32_t CostOfGram(const char *gram)
 {
-    const uint32_t place = HashGram(GramOf(gram, counted.size)) >> (32 - kCountBits);
-    return (occurrences[place] * kCostOfLook) + users[place];
+    const size_t slot = SampleSlot(gram, chosen_kind.size);
+    return (SampledInSlot(slot, chosen_kind.size) * kCostOfLook) + users[slot];
 }
 
 } // namespace
@@ -76,15 +67,10 @@ GramKind KindFor(size_t shortest)
 
 // ---- choosing windows ----
 
-void TakeSample(const char *sample, size_t length, GramKind kind)
+void BeginWindows(GramKind kind)
 {
-    memset(occurrences, 0, sizeof occurrences);
     memset(users, 0, sizeof users);
-    counted = kind;
-    const uint32_t mask = MaskOf(kind);
-    length = std::min(length, kSampleSize);
-    for (size_t at = 0; at < length; ++at)
-        CountUp(occurrences, HashGram(GramAt(sample + at, mask)));
+    chosen_kind = kind;
 }
 
 Window CheapestWindow(const char *text, size_t length)
@@ -92,21 +78,21 @@ Window CheapestWindow(const char *text, size_t length)
     uint32_t costs[kMostStep] = {}; // of the last grams, by offset modulo `step`
     uint32_t sum = 0;
     Window best = {0, UINT32_MAX};
-    for (size_t offset = 0; offset + counted.size <= length; ++offset) {
-        uint32_t &cost = costs[offset % counted.step];
+    for (size_t offset = 0; offset + chosen_kind.size <= length; ++offset) {
+        uint32_t &cost = costs[offset % chosen_kind.step];
         sum -= cost;
         cost = CostOfGram(text + offset);
         sum += cost;
-        if (offset + 1 >= counted.step && sum < best.cost)
-            best = {static_cast<uint16_t>(offset + 1 - counted.step), sum};
+        if (offset + 1 >= chosen_kind.step && sum < best.cost)
+            best = {static_cast<uint16_t>(offset + 1 - chosen_kind.step), sum};
     }
     return best;
 }
 
 void TakeWindow(const char *text, Window window)
 {
-    for (size_t i = 0; i < counted.step; ++i)
-        CountUp(users, HashGram(GramOf(text + window.begin + i, counted.size)));
+    for (size_t i = 0; i < chosen_kind.step; ++i)
+        ++users[SampleSlot(text + window.begin + i, chosen_kind.size)];
 }
 
 // ---- building ----

@@ -61,12 +61,10 @@ struct Searched {
     uint16_t window; // where its window begins
 };
 
-// Counts the grams of a sample of the log, at most kSampleSize bytes of it, for the next choice of windows.
-// kGramPadding bytes behind it can be read.
-constexpr size_t kSampleSize = size_t{64} * 1024;
-void TakeSample(const char *sample, size_t length, GramKind kind);
+// Begins to choose windows for a kind of search, by the last sample of the log (log_sample.h).
+void BeginWindows(GramKind kind);
 
-// The window of a text of at least kind.window() bytes whose grams occur least in the last sample.
+// The window of a text of at least kind.window() bytes that costs least.
 struct Window {
     uint16_t begin;
     uint32_t cost; // how often its grams occur, and how many windows share them

@@ -1,6 +1,7 @@
 #include "match/class_filter.h"
 
 #include <bit>
+#include <cmath>
 #include <cstring>
 
 namespace {
@@ -8,6 +9,76 @@ namespace {
 using Lane = uint8_t __attribute__((vector_size(ClassFilter::kLane)));
 
 constexpr int kClasses = 8;
+constexpr size_t kHalves = 2; // of a byte: the lower four bits, and the upper ones
+
+// While classes are filled: how often a half has a value in the sample, and how much of that the classes let through
+// at each byte of the gram.
+float share[kHalves][ClassFilter::kLane];
+float passed[kClasses][ClassFilter::kGram][kHalves];
+
+// The values of the halves of a gram, by sets: a byte that may be any has all of them.
+struct Halves {
+    uint16_t values[ClassFilter::kGram][kHalves];
+
+    Halves(const char *gram, size_t known)
+    {
+        for (size_t i = 0; i < ClassFilter::kGram; ++i) {
+            const auto byte = static_cast<unsigned char>(i < known ? gram[i] : 0);
+            values[i][0] = static_cast<uint16_t>(i < known ? 1U << (byte & 15U) : UINT16_MAX);
+            values[i][1] = static_cast<uint16_t>(i < known ? 1U << (byte >> 4U) : UINT16_MAX);
+        }
+    }
+};
+
+template <class Act>
+void ForEachValue(uint16_t values, Act act)
+{
+    for (uint32_t left = values; left != 0; left &= left - 1)
+        act(static_cast<size_t>(std::countr_zero(left)));
+}
+
+// What the class lets through at one half of one byte, when these values are added to it.
+float PassedAt(const ClassFilter &filter, int id, size_t byte, size_t half, uint16_t values)
+{
+    float sum = passed[id][byte][half];
+    ForEachValue(values, [&](size_t value) {
+        if ((filter.classes[byte][half][value] >> id & 1) == 0)
+            sum += share[half][value];
+    });
+    return sum;
+}
+
+// How much of the sample a class lets through, and how much with one more gram.
+float PassedBy(int id)
+{
+    float product = 1;
+    for (const auto &byte : passed[id])
+        product *= byte[0] * byte[1];
+    return product;
+}
+
+float PassedWith(const ClassFilter &filter, int id, const Halves &halves)
+{
+    float product = 1;
+    for (size_t byte = 0; byte < ClassFilter::kGram; ++byte) {
+        for (size_t half = 0; half < kHalves; ++half)
+            product *= PassedAt(filter, id, byte, half, halves.values[byte][half]);
+    }
+    return product;
+}
+
+void Enter(ClassFilter *filter, int id, const Halves &halves)
+{
+    for (size_t byte = 0; byte < ClassFilter::kGram; ++byte) {
+        for (size_t half = 0; half < kHalves; ++half) {
+            const uint16_t values = halves.values[byte][half];
+            passed[id][byte][half] = PassedAt(*filter, id, byte, half, values);
+            ForEachValue(values, [&](size_t value) {
+                filter->classes[byte][half][value] |= static_cast<uint8_t>(1U << id);
+            });
+        }
+    }
+}
 constexpr size_t kWord = sizeof(uint64_t);
 
 Lane Load(const void *bytes)
@@ -61,29 +132,39 @@ bool ClassFilterWorks()
 #endif
 }
 
+void WeighClasses(const char *sample, size_t length)
+{
+    float times[kHalves][ClassFilter::kLane] = {};
+    for (size_t i = 0; i < length; ++i) {
+        const auto byte = static_cast<unsigned char>(sample[i]);
+        ++times[0][byte & 15];
+        ++times[1][byte >> 4];
+    }
+    for (size_t half = 0; half < kHalves; ++half) {
+        for (size_t value = 0; value < ClassFilter::kLane; ++value)
+            share[half][value] = (times[half][value] + 1) / static_cast<float>(length + 1);
+    }
+}
+
 void ClearClasses(ClassFilter *filter)
 {
     *filter = {};
+    memset(passed, 0, sizeof passed);
 }
 
 void AddToClasses(ClassFilter *filter, const char *gram, size_t known)
 {
-    unsigned char bytes[ClassFilter::kGram] = {};
-    memcpy(bytes, gram, known);
-    uint8_t &id = filter->class_of[(bytes[0] & 0xF0) | (bytes[1] >> 4)];
-    if (id == 0)
-        id = static_cast<uint8_t>(1 + (filter->next_class++ % kClasses));
-    const auto bit = static_cast<uint8_t>(1U << (id - 1U));
-    for (size_t i = 0; i < known; ++i) {
-        filter->classes[i][0][bytes[i] & 15] |= bit;
-        filter->classes[i][1][bytes[i] >> 4] |= bit;
-    }
-    for (size_t i = known; i < ClassFilter::kGram; ++i) {
-        for (size_t half = 0; half < ClassFilter::kLane; ++half) {
-            filter->classes[i][0][half] |= bit;
-            filter->classes[i][1][half] |= bit;
+    const Halves halves(gram, known);
+    int best = 0;
+    float least = INFINITY;
+    for (int id = 0; id < kClasses; ++id) {
+        const float more = PassedWith(*filter, id, halves) - PassedBy(id);
+        if (more < least) {
+            least = more;
+            best = id;
         }
     }
+    Enter(filter, best, halves);
 }
 
 WITH_TABLE_LOOKUP int PassClasses(const ClassFilter &filter, const char *text, size_t begin,

@@ -2,7 +2,8 @@
 //
 // Grams are put into eight classes. Of each byte of a gram, the upper and the lower half are kept, as the set of
 // classes that have them there; the six sets of a place in common tell which classes may have a gram there. So what
-// is let through is a little more than the grams, and none of them is held back.
+// is let through is a little more than the grams, and none of them is held back. Grams that are alike share a class:
+// each is put where it lets least of a sample through that is not meant.
 //
 // It takes a processor that looks sixteen bytes up in a table of sixteen at once: those of arm64 do, those of x86-64
 // nearly all.
@@ -18,15 +19,14 @@ struct ClassFilter {
 
     // By byte of the gram and by half, lower and upper: the classes that have it, a bit each.
     alignas(kLane) uint8_t classes[kGram][2][kLane];
-    uint8_t class_of[256]; // of the upper halves of the first two bytes: 1 + the class, or 0
-    int next_class;
 };
 
 // Can this processor do it?
 bool ClassFilterWorks();
 
-// Makes the filter empty.
+// Makes the filter empty, for a log like the sample.
 void ClearClasses(ClassFilter *filter);
+void WeighClasses(const char *sample, size_t length);
 
 // Lets a gram through. `known` is 3, or 2 when the third byte may be any.
 void AddToClasses(ClassFilter *filter, const char *gram, size_t known);

@@ -5,9 +5,11 @@
 #include <cstring>
 #include <iterator>
 
+#include "match/expression.h"
 #include "match/relied_on.h"
 #include "match/report.h"
 #include "match/table_data.h"
+#include "platform/agent.h"
 #include "platform/contract.h"
 
 uint64_t indexes_built = 0;
@@ -33,9 +35,8 @@ struct IndexedEntry {
 IndexedEntry indexed[kMaxEntries];
 int indexed_count = 0;
 bool built_for_expressions = false;
-Pattern patterns[kMaxEntries][kKeywordsOfEntry]; // only for a fault-tolerant server
-uint16_t first_of_anchor[kMaxLiterals];          // 1 + the first entry with this anchor; 0: none
-uint64_t without_anchor[kMaxEntries / 64];       // entries whose keywords are all empty: a bit each
+uint16_t first_of_anchor[kMaxLiterals];    // 1 + the first entry with this anchor; 0: none
+uint64_t without_anchor[kMaxEntries / 64]; // entries whose keywords are all empty: a bit each
 bool has_entries_without_anchor = false;
 LiteralId own_identifier;
 unsigned index_number = kNoIndex;
@@ -77,7 +78,6 @@ void AddKeywords(int index)
         RelyOnKeyword(text, length);
         if (length == 0)
             continue;
-        MakePattern(text, &patterns[index][k]);
         AddExpression(&entry, k, text);
     }
 }
@@ -215,7 +215,10 @@ void BuildIndex()
 
 bool IndexHolds()
 {
-    return ServerIsFaultTolerant() == built_for_expressions && AllReliedOnIsTheSame();
+    if (ServerIsFaultTolerant() != built_for_expressions)
+        return false;
+    const bool is_kept = ReportsKeepTable != nullptr && ReportsKeepTable() != 0;
+    return is_kept || AllReliedOnIsTheSame();
 }
 
 void RelyOnAllKeywords()
@@ -272,11 +275,6 @@ bool IsPlainlyFound(const FoundLiterals &found, int entry, int keyword)
 {
     const LiteralId id = indexed[entry].keywords[keyword];
     return id == kNoLiteral || IsFound(found, id);
-}
-
-const Pattern &PatternOf(int entry, int keyword)
-{
-    return patterns[entry][keyword];
 }
 
 bool CanMatchAsExpression(const FoundLiterals &found, int entry, int keyword)

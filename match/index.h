@@ -20,7 +20,6 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "match/expression.h"
 #include "match/literal_set.h"
 #include "platform/contract.h"
 #include "platform/monitor_entry.h"
@@ -74,9 +73,6 @@ const char *KeywordOf(const VKVMon &entry, int keyword);
 
 // Is this keyword in the line as plain text, or empty? Only on a fault-tolerant server.
 bool IsPlainlyFound(const FoundLiterals &found, int entry, int keyword);
-
-// This keyword, which is not empty, as an expression. Only on a fault-tolerant server.
-const Pattern &PatternOf(int entry, int keyword);
 
 // Can this keyword, which is not in the line as plain text, match as an expression? False when it has no
 // operator, or when the literal text that any match needs is missing. Only on a fault-tolerant server.

@@ -40,6 +40,7 @@ struct Occurrence {
     time_t now;
     LocalMoment *moment;
     const FoundLiterals *found; // by the index; null: it has not searched the line
+    bool is_traced;             // in detail
 };
 
 // Counts the line for an entry whose keywords it holds. Returns true when a report was sent.
@@ -82,10 +83,13 @@ bool FindIndexedKeyword(const Occurrence &occurrence, int entry, int keyword)
 {
     if (IsPlainlyFound(*occurrence.found, entry, keyword))
         return true;
-    const Pattern &pattern = PatternOf(entry, keyword);
+    const bool can_match = CanMatchAsExpression(*occurrence.found, entry, keyword);
+    if (!can_match && !occurrence.is_traced)
+        return false;
+    Pattern pattern;
+    MakePattern(KeywordOf(*lpVKVMon[entry], keyword), &pattern);
     TracePattern(pattern);
-    return CanMatchAsExpression(*occurrence.found, entry, keyword) &&
-           MatchesPattern(occurrence.line, pattern);
+    return can_match && MatchesPattern(occurrence.line, pattern);
 }
 
 bool AllIndexedKeywordsFound(const Occurrence &occurrence, int entry)
@@ -155,7 +159,7 @@ int CheckLineAt(LocalMoment *moment, const FoundLiterals *found, char *line, int
         TRACE_HELPER(TRACE_SYSTEM, "<time() return -1");
         return -1;
     }
-    const Occurrence occurrence = {line, times, now, moment, found};
+    const Occurrence occurrence = {line, times, now, moment, found, DetailIsTraced()};
     if (found != nullptr)
         MatchByIndex(occurrence);
     else

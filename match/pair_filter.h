@@ -31,6 +31,15 @@ inline int AddPair(PairFilter *filter, const char *pair)
     return filter->count++;
 }
 
+// The number of the pair that stands at `text`, which is one of the filter.
+inline int PairAt(const PairFilter &filter, const char *text)
+{
+    int i = 0;
+    while (memcmp(filter.pairs[i], text, 2) != 0)
+        ++i;
+    return i;
+}
+
 // Calls `act` with each place of a pair that begins in the first `length` bytes, in order, until it returns true.
 // Returns whether it did. PairFilter::kLane + 1 bytes behind the text can be read.
 template <class Act>

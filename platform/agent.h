@@ -21,6 +21,10 @@ int call_tarsk_is_ft(void);
 int TarskCodeConvert(const char *source, int sourceLength, char *destination, int destinationSize,
                      int sourceCode, int destinationCode);
 
+// Do the report functions of this host leave the monitoring table alone? Returns 1 or 0. A host need not have it: then
+// the table is looked at after each report.
+int ReportsKeepTable(void) __attribute__((weak));
+
 } // extern "C"
 
 #endif // PLATFORM_AGENT_H

@@ -23,6 +23,12 @@ int TraceLogSetThrName(const char *name);
 
 } // extern "C"
 
+// May a record of the level "detail" be written now?
+inline bool DetailIsTraced()
+{
+    return TraceLogIsOn == nullptr || TraceLogIsOn(TRACE_DETAIL) != 0;
+}
+
 // A record of the function in which it stands. Each source file names its unit in kUnit.
 #define TRACE(level, ...) TraceLog(level, kUnit, __func__, __LINE__, __VA_ARGS__)
 

@@ -33,11 +33,6 @@ bool may_use_stretches = false; // of this pass: the table has not changed
 bool file_has_stretches = false;
 unsigned sieve_of_index = kNoIndex; // the index together with which the sieve was made
 
-bool DetailIsTraced()
-{
-    return TraceLogIsOn == nullptr || TraceLogIsOn(TRACE_DETAIL) != 0;
-}
-
 // ---- beginning and ending a stretch ----
 
 bool SieveHolds()

@@ -378,6 +378,11 @@ int TraceLogIsOn(int level)
     return level > 0 || Host().detail_is_on ? 1 : 0;
 }
 
+int ReportsKeepTable()
+{
+    return Host().reports_keep_table ? 1 : 0;
+}
+
 int TraceLogSetThrName(const char *name)
 {
     Host().Enter("TraceLogSetThrName");

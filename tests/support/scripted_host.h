@@ -78,8 +78,9 @@ class ScriptedHost {
 
     // ---- records ----
 
-    bool record_trace = true; // off: for tests that run millions of calls
-    bool detail_is_on = true; // the trace level
+    bool record_trace = true;        // off: for tests that run millions of calls
+    bool detail_is_on = true;        // the trace level
+    bool reports_keep_table = false; // what the host promises
     std::vector<TraceRecord> trace;
     std::vector<SentReport> reports;
     std::vector<WaitCall> wait_calls;

@@ -1,0 +1,198 @@
+#include "match/anchors.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "match/gram_cover.h"
+#include "match/log_sample.h"
+#include "match/sieve_table.h"
+
+BlockSearch anchor_search;
+Searched anchors[kMostSearched];
+int anchor_count = 0;
+uint16_t text_anchor = kNoneSieved;
+uint16_t first_of_anchor[kMostSearched];
+uint16_t users_of_anchor[kMostSearched];
+
+namespace {
+
+// The length from which on nothing is gained.
+constexpr size_t kLongest = kMostStep + 3;
+
+// Below this length, a longer window means larger grams, which are in fewer lines; above it, larger steps only.
+constexpr size_t kSelectiveGram = 4;
+
+void ForgetAnchors()
+{
+    anchor_count = 0;
+    for (int i = 0; i < sieve_keyword_count; ++i)
+        sieve_keywords[i].anchor = kNoneSieved;
+}
+
+uint16_t AddAnchor(const char *text, size_t length, size_t window)
+{
+    anchors[anchor_count] = {text, static_cast<uint16_t>(length), static_cast<uint16_t>(window)};
+    first_of_anchor[anchor_count] = kNoneSieved;
+    users_of_anchor[anchor_count] = 0;
+    return static_cast<uint16_t>(anchor_count++);
+}
+
+// The keyword stands for the entry; its window is used if it stands for none yet.
+void ChainUnderAnchor(int index, uint16_t id, size_t window)
+{
+    SieveKeyword &keyword = sieve_keywords[id];
+    if (keyword.anchor == kNoneSieved)
+        keyword.anchor = AddAnchor(keyword.text, keyword.length, window);
+    sieve_entries[index].next = first_of_anchor[keyword.anchor];
+    first_of_anchor[keyword.anchor] = static_cast<uint16_t>(index);
+    ++users_of_anchor[keyword.anchor];
+}
+
+// ---- in large steps ----
+
+Window windows[kKeywordsOfEntry * kMaxEntries]; // by keyword
+
+// Of the longest keywords of an entry that has none of the wanted length, the one that most entries have: few of them
+// are to be entered.
+uint16_t MostUsed(const SieveEntry &entry)
+{
+    uint16_t best = kNoneSieved;
+    ForEachKeyword(entry, entry.longest, [&best](uint16_t id) {
+        if (best == kNoneSieved || sieve_keywords[id].users > sieve_keywords[best].users)
+            best = id;
+    });
+    return best;
+}
+
+// By how many bytes would literals be too short, if all others had at least this length?
+int CountCutShort(size_t length)
+{
+    int count = 0;
+    ForgetAnchors();
+    for (int i = 0; i < sieve_entry_count; ++i) {
+        if (sieve_entries[i].longest >= length)
+            continue;
+        SieveKeyword &keyword = sieve_keywords[MostUsed(sieve_entries[i])];
+        count += keyword.anchor == kNoneSieved ? static_cast<int>(length - keyword.length) : 0;
+        keyword.anchor = 0;
+    }
+    return count;
+}
+
+// The length that decides in which steps the log is searched.
+size_t ChooseLength()
+{
+    const size_t shortest = std::min(ShortestOfLongest(), kLongest);
+    size_t length = std::min(shortest + kMostCut, kLongest);
+    const int most_cut = shortest < kSelectiveGram ? kMostCutShort : kMostCutShort / 4;
+    while (length > shortest && CountCutShort(length) > most_cut)
+        --length;
+    return length;
+}
+
+// What a keyword costs as an anchor.
+uint32_t CostOf(uint16_t id)
+{
+    const SieveKeyword &keyword = sieve_keywords[id];
+    if (keyword.anchor == kNoneSieved)
+        windows[id] = CheapestWindow(keyword.text, keyword.length);
+    return windows[id].cost;
+}
+
+// The keyword of an entry that is cheapest to look for, of those that are long enough.
+uint16_t ChooseKeyword(const SieveEntry &entry, size_t length)
+{
+    uint16_t best = kNoneSieved;
+    uint32_t least = 0;
+    ForEachKeyword(entry, length, [&best, &least](uint16_t id) {
+        const uint32_t cost = CostOf(id);
+        if (best != kNoneSieved && cost >= least)
+            return;
+        best = id;
+        least = cost;
+    });
+    return best;
+}
+
+void ChooseWindow(int index, size_t length)
+{
+    const SieveEntry &entry = sieve_entries[index];
+    if (entry.longest < length) {
+        ChainUnderAnchor(index, MostUsed(entry), 0);
+        return;
+    }
+    const uint16_t id = ChooseKeyword(entry, length);
+    if (sieve_keywords[id].anchor == kNoneSieved)
+        TakeWindow(sieve_keywords[id].text, windows[id]);
+    ChainUnderAnchor(index, id, windows[id].begin);
+}
+
+void PrepareInSteps(const char *text)
+{
+    const GramKind kind = KindFor(ChooseLength());
+    BeginWindows(kind);
+    ForgetAnchors();
+    for (int i = 0; i < sieve_entry_count; ++i)
+        ChooseWindow(i, kind.window());
+    text_anchor = AddAnchor(text, strlen(text), CheapestWindow(text, strlen(text)).begin);
+    PrepareSearch(&anchor_search, anchors, anchor_count, kind);
+}
+
+// ---- by class ----
+
+constexpr GramKind kByClass = {ClassFilter::kGram, 1};
+
+size_t RarestGram(const char *text)
+{
+    size_t best = 0;
+    for (size_t offset = 1; offset + kByClass.size <= strlen(text); ++offset) {
+        if (SampledTimes(text + offset, kByClass.size) < SampledTimes(text + best, kByClass.size))
+            best = offset;
+    }
+    return best;
+}
+
+// False when too many keywords are shorter than a gram.
+bool PrepareByClass(const char *text)
+{
+    if (!ClassFilterWorks())
+        return false;
+    static GramPlace places[kMaxEntries];
+    CoverEntries(places);
+    ForgetAnchors();
+    int cut_short = 0;
+    for (int i = 0; i < sieve_entry_count; ++i) {
+        const SieveKeyword &keyword = sieve_keywords[places[i].keyword];
+        cut_short += keyword.anchor == kNoneSieved && keyword.length < kByClass.size ? 1 : 0;
+        ChainUnderAnchor(i, places[i].keyword, places[i].offset);
+    }
+    if (cut_short > kMostCutShort)
+        return false;
+    text_anchor = AddAnchor(text, strlen(text), RarestGram(text));
+    PrepareSearch(&anchor_search, anchors, anchor_count, kByClass);
+    return true;
+}
+
+// What the search of a text costs, in looks: those that pass the first filter cost as much as some twenty others.
+uint64_t CostOfSearch(const char *sample, size_t length)
+{
+    constexpr uint64_t kCostOfPassed = 20;
+    constexpr uint64_t kLooksAtATime = 6; // by class, at what sixteen of them cost
+    const uint64_t looks =
+        length / (anchor_search.is_by_class ? kLooksAtATime : anchor_search.kind.step);
+    return looks + (kCostOfPassed * CountPassed(anchor_search, sample, length));
+}
+
+} // namespace
+
+// Tries both and keeps what is cheaper in this log.
+void ChooseAnchors(const char *sample, size_t length, const char *text)
+{
+    length = std::min(length, kSampleSize);
+    TakeSample(sample, length);
+    WeighClasses(sample, length);
+    PrepareInSteps(text);
+    const uint64_t in_steps = CostOfSearch(sample, length);
+    if (!PrepareByClass(text) || CostOfSearch(sample, length) > in_steps)
+        PrepareInSteps(text);
+}

@@ -1,0 +1,29 @@
+// How each entry of the table is represented in the search of a block: by one keyword, its anchor.
+//
+// Two searches are possible, and the cheaper one for the log at hand is taken. In large steps (block_search.h), each anchor is
+// entered under a window of grams, and grams that are frequent or shared are avoided. By class, at every byte, one gram
+// of each anchor is enough, and the fewer different ones the better (gram_cover.h).
+//
+// One more text is searched for like an anchor, and stands for no entry.
+#ifndef MATCH_ANCHORS_H
+#define MATCH_ANCHORS_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "match/block_search.h"
+
+// Written by ChooseAnchors, on the monitor thread.
+extern BlockSearch anchor_search;
+extern Searched anchors[kMostSearched];
+extern int anchor_count;
+extern uint16_t text_anchor;                    // that of the text
+extern uint16_t first_of_anchor[kMostSearched]; // entry of the sieve's table, or kNoneSieved
+extern uint16_t users_of_anchor[kMostSearched];
+
+// Chooses the anchors for the sieve's table, in which each entry has a keyword of at least kShortestSieved bytes, and
+// for `text`, which stays as it is, and makes the search ready. At most kSampleSize bytes of the sample count;
+// kGramPadding bytes behind it can be read.
+void ChooseAnchors(const char *sample, size_t length, const char *text);
+
+#endif // MATCH_ANCHORS_H
