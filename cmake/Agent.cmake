@@ -1,36 +1,22 @@
-# The stand-alone agent: the host library, the sibling libraries, the daemon and the command.
-find_package(SQLite3 REQUIRED)
-find_package(spdlog REQUIRED)
+# The stand-alone agent above the host library: a library for each folder, the sibling libraries, the daemon and the
+# command. Folders are listed from the floor up, each with what it links; none includes a header of one that stands
+# behind it (tests/style/arrows).
+include(cmake/Host.cmake)
 find_package(nlohmann_json REQUIRED)
 find_package(CLI11 REQUIRED)
-find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)
 find_package(CURL REQUIRED)
 find_library(NETSNMP netsnmp REQUIRED)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
+pkg_check_modules(YAML REQUIRED IMPORTED_TARGET yaml-0.1)
 
-# Where a packaged agent finds its libraries, in a folder lib. Follows the install prefix.
-set(SYSLOGMON_ROOT ${CMAKE_INSTALL_FULL_LIBDIR}/syslogmon)
-set(SYSLOGMON_STATE_DIR /var/lib/syslogmon CACHE PATH "Where a packaged agent keeps its store")
-set(SYSLOGMON_RUN_DIR /run/syslogmon CACHE PATH "Where a packaged agent keeps its run-time files")
-set(SYSLOGMON_LOG_DIR /var/log/syslogmon CACHE PATH "Where a packaged agent writes its trace log")
-
-add_library(tarsk SHARED
-    agent/libtarsk/agent_info.cc agent/libtarsk/convert.cc agent/libtarsk/database.cc
-    agent/libtarsk/hit_counters.cc agent/libtarsk/host.cc agent/libtarsk/layout.cc agent/libtarsk/loader.cc
-    agent/libtarsk/private_file.cc
-    agent/libtarsk/registry.cc agent/libtarsk/registry_tree.cc
-    agent/libtarsk/reported_hits.cc agent/libtarsk/room.cc agent/libtarsk/schema.cc
-    agent/libtarsk/settings.cc agent/libtarsk/store.cc agent/libtarsk/store_file.cc agent/libtarsk/sync.cc
-    agent/libtarsk/trace_log.cc agent/libtarsk/waitable.cc)
-target_include_directories(tarsk PUBLIC ${CMAKE_SOURCE_DIR})
-target_compile_definitions(tarsk PRIVATE
-    SYSLOGMON_BIN_DIR="${CMAKE_INSTALL_FULL_BINDIR}"
-    SYSLOGMON_ROOT="${SYSLOGMON_ROOT}" SYSLOGMON_STATE_DIR="${SYSLOGMON_STATE_DIR}"
-    SYSLOGMON_RUN_DIR="${SYSLOGMON_RUN_DIR}" SYSLOGMON_LOG_DIR="${SYSLOGMON_LOG_DIR}")
-target_link_libraries(tarsk PUBLIC SQLite::SQLite3 PRIVATE spdlog::spdlog Threads::Threads
-                      ${CMAKE_DL_LIBS})
-set_target_properties(tarsk PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/root/lib)
+# What a folder compiles is compiled once. Programs, sibling libraries and tests link it.
+function(add_agent_folder folder)
+    list(TRANSFORM ARGN PREPEND agent/${folder}/)
+    add_library(agent_${folder} STATIC ${ARGN})
+    set_target_properties(agent_${folder} PROPERTIES CXX_VISIBILITY_PRESET hidden)
+    target_link_libraries(agent_${folder} PUBLIC tarsk)
+endfunction()
 
 # The sibling libraries, under the names by which the module loads them.
 function(add_sibling name)
@@ -40,66 +26,75 @@ function(add_sibling name)
                           BUILD_RPATH "$ORIGIN" INSTALL_RPATH "$ORIGIN")
     target_link_libraries(${name} PRIVATE tarsk)
 endfunction()
-add_sibling(vkmncall agent/alerts/vkmncall.cc)
-add_sibling(vkirtupt agent/products/vkirtupt.cc)
-
-# The stored alerts, for the sibling library that writes them and for those who read them. Hidden, so that the
-# library exports its interface only.
-add_library(alert_store OBJECT agent/alerts/alert_store.cc agent/alerts/report_folder.cc)
-set_target_properties(alert_store PROPERTIES CXX_VISIBILITY_PRESET hidden)
-target_link_libraries(alert_store PUBLIC tarsk)
-target_link_libraries(vkmncall PRIVATE alert_store)
-
-# What daemon and command share.
-add_library(agent_common STATIC
-    agent/common/alert_text.cc
-    agent/common/daemon_lock.cc agent/common/event_checks.cc agent/common/events.cc
-    agent/common/expressions.cc agent/common/hours.cc agent/common/log_files.cc
-    agent/common/monitor_settings.cc agent/common/say.cc agent/common/sign_of_life.cc
-    agent/common/stamps.cc agent/common/status_file.cc agent/common/suggestion.cc
-    agent/common/unread.cc agent/common/utf8.cc)
-target_link_libraries(agent_common PUBLIC tarsk PRIVATE alert_store nlohmann_json::nlohmann_json)
-target_compile_definitions(agent_common PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}")
-
-# The sinks and what delivers to them.
-add_library(agent_sinks STATIC
-    agent/alerts/alert_json.cc agent/alerts/alertmanager_sink.cc agent/alerts/backoff.cc
-    agent/alerts/console_sink.cc agent/alerts/deliverer.cc agent/alerts/delivery_store.cc
-    agent/alerts/file_sink.cc agent/alerts/file_trust.cc agent/alerts/http.cc agent/alerts/journal_sink.cc
-    agent/alerts/mail_sink.cc agent/alerts/mail_text.cc agent/alerts/option_checks.cc
-    agent/alerts/program_sink.cc agent/alerts/progress.cc agent/alerts/sink.cc
-    agent/alerts/sink_kinds.cc agent/alerts/sink_registry.cc agent/alerts/snmp_sink.cc
-    agent/alerts/syslog_sink.cc agent/alerts/syslog_words.cc agent/alerts/undelivered.cc
-    agent/alerts/webhook_sink.cc agent/alerts/worker.cc)
-target_link_libraries(agent_sinks PUBLIC agent_common
-                      PRIVATE nlohmann_json::nlohmann_json CURL::libcurl PkgConfig::SYSTEMD
-                      ${NETSNMP} Threads::Threads)
 
 function(add_program name)
     add_executable(${name} ${ARGN})
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/root/bin
                           BUILD_RPATH "$ORIGIN/../lib" INSTALL_RPATH "${SYSLOGMON_ROOT}/lib")
-    target_link_libraries(${name} PRIVATE agent_common agent_sinks CLI11::CLI11)
 endfunction()
-# Also linked by its tests, which put calls of their own in the place of the kernel's.
-add_library(file_watch OBJECT agent/daemon/file_watch.cc)
-target_link_libraries(file_watch PUBLIC tarsk)
 
-add_program(syslogmond agent/daemon/main.cc agent/daemon/console.cc agent/daemon/daemon.cc
-            agent/daemon/doorbell.cc agent/daemon/module.cc agent/daemon/monitor.cc
-            agent/daemon/notify.cc agent/daemon/signals.cc agent/daemon/status_board.cc
-            agent/daemon/store_wait.cc agent/daemon/trigger.cc)
-target_link_libraries(syslogmond PRIVATE file_watch PkgConfig::SYSTEMD Threads::Threads ${CMAKE_DL_LIBS})
+add_agent_folder(text base64.cc printable.cc say.cc suggestion.cc text_file.cc times.cc utf8.cc)
 
-add_program(syslogmon agent/cli/main.cc agent/cli/alert_commands.cc agent/cli/doctor_agent.cc
-            agent/cli/doctor_commands.cc agent/cli/doctor_logs.cc agent/cli/doctor_sinks.cc
-            agent/cli/event_commands.cc agent/cli/output.cc agent/cli/progress.cc
-            agent/cli/registry_commands.cc agent/cli/scan_commands.cc agent/cli/setting_commands.cc
-            agent/cli/sink_commands.cc agent/cli/status_commands.cc agent/cli/tally.cc
-            agent/cli/temporary_folder.cc agent/cli/test_commands.cc agent/cli/trace_commands.cc
-            agent/cli/trial.cc agent/cli/trial_input.cc agent/cli/undelivered_commands.cc)
-target_link_libraries(syslogmon PRIVATE nlohmann_json::nlohmann_json ${CMAKE_DL_LIBS})
+add_agent_folder(events event_checks.cc events.cc expressions.cc hours.cc)
+
+add_agent_folder(settings settings.cc)
+target_link_libraries(agent_settings PRIVATE agent_text)
+
+add_agent_folder(logs log_files.cc stamps.cc unread.cc)
+
+add_agent_folder(status daemon_lock.cc sign_of_life.cc status_file.cc)
+target_link_libraries(agent_status PRIVATE nlohmann_json::nlohmann_json)
+
+add_agent_folder(alerts alert_store.cc alert_text.cc report_folder.cc)
+target_link_libraries(agent_alerts PRIVATE agent_text)
+add_sibling(vkmncall agent/alerts/vkmncall.cc)
+target_link_libraries(vkmncall PRIVATE agent_alerts)
+
+add_agent_folder(sinks alert_json.cc alertmanager_sink.cc backoff.cc console_sink.cc deliverer.cc
+    delivery_store.cc file_sink.cc file_trust.cc http.cc journal_sink.cc mail_sink.cc mail_text.cc
+    option_checks.cc program_sink.cc progress.cc sink.cc sink_kinds.cc sink_registry.cc snmp_sink.cc
+    syslog_sink.cc syslog_words.cc undelivered.cc webhook_sink.cc worker.cc)
+target_link_libraries(agent_sinks PUBLIC agent_alerts
+                      PRIVATE agent_events agent_text nlohmann_json::nlohmann_json CURL::libcurl
+                      PkgConfig::SYSTEMD ${NETSNMP} Threads::Threads)
+
+include(cmake/Inputs.cmake)
+
+add_sibling(vkirtupt agent/products/vkirtupt.cc)
+
+add_agent_folder(regfile reg_import.cc reg_path.cc reg_reader.cc reg_writer.cc)
+target_link_libraries(agent_regfile PUBLIC agent_text)
+
+add_agent_folder(rules rules_diff.cc rules_file.cc yaml_tree.cc)
+target_link_libraries(agent_rules PUBLIC agent_events agent_text PRIVATE PkgConfig::YAML)
+
+# Editors check rules files against this schema, and complete what is typed into them.
+set(SYSLOGMON_RULES_SCHEMA ${CMAKE_INSTALL_FULL_DATADIR}/syslogmon/rules.schema.json)
+install(FILES packaging/rules.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/syslogmon)
+
+add_agent_folder(cli alert_commands.cc doctor_agent.cc doctor_commands.cc doctor_logs.cc
+    doctor_promises.cc doctor_rsyslog.cc doctor_sinks.cc event_commands.cc event_json.cc output.cc
+    progress_bar.cc reg_file_commands.cc registry_commands.cc rsyslog_config.cc rules_commands.cc
+    scan_commands.cc setting_commands.cc since.cc sink_commands.cc status_commands.cc tally.cc
+    temporary_folder.cc test_commands.cc text_input.cc trace_commands.cc trial.cc trial_input.cc
+    undelivered_commands.cc)
+target_link_libraries(agent_cli PUBLIC agent_logs agent_regfile agent_rules agent_settings agent_sinks
+                      agent_status CLI11::CLI11 nlohmann_json::nlohmann_json ${CMAKE_DL_LIBS})
+target_include_directories(agent_cli PRIVATE ${CMAKE_BINARY_DIR}/generated)
+target_compile_options(agent_cli PRIVATE ${QUICK_BUILD})
+target_compile_definitions(agent_cli PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}"
+                           PRIVATE SYSLOGMON_RULES_SCHEMA="${SYSLOGMON_RULES_SCHEMA}")
+add_program(syslogmon agent/cli/main.cc)
+target_link_libraries(syslogmon PRIVATE agent_cli)
 target_compile_options(syslogmon PRIVATE ${QUICK_BUILD})
+
+add_agent_folder(daemon console.cc daemon.cc doorbell.cc file_watch.cc module.cc monitor.cc notify.cc
+    signals.cc status_board.cc store_wait.cc trigger.cc)
+target_link_libraries(agent_daemon PUBLIC agent_logs agent_settings agent_sinks agent_status
+                      PRIVATE PkgConfig::SYSTEMD Threads::Threads ${CMAKE_DL_LIBS})
+target_compile_definitions(agent_daemon PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}")
+add_program(syslogmond agent/daemon/main.cc)
+target_link_libraries(syslogmond PRIVATE agent_daemon CLI11::CLI11)
 
 # Everything that runs, and nothing that tests.
 add_custom_target(agent DEPENDS vkevmon vkmncall vkirtupt syslogmond syslogmon)

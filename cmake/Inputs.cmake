@@ -2,11 +2,8 @@
 find_package(LibArchive REQUIRED)
 pkg_check_modules(RE2 REQUIRED IMPORTED_TARGET re2)
 
-add_library(agent_inputs STATIC
-    agent/inputs/change_watch.cc agent/inputs/charset.cc agent/inputs/file_follower.cc
-    agent/inputs/file_identity.cc agent/inputs/folder_view.cc agent/inputs/followed_file.cc
-    agent/inputs/line_origin.cc agent/inputs/local_clock.cc agent/inputs/log_content.cc
-    agent/inputs/place.cc agent/inputs/protected_words.cc agent/inputs/records.cc
-    agent/inputs/rendering.cc agent/inputs/rotated_names.cc agent/inputs/stamp_formats.cc)
-target_link_libraries(agent_inputs PUBLIC tarsk PRIVATE nlohmann_json::nlohmann_json
-                      LibArchive::LibArchive PkgConfig::RE2 PkgConfig::SYSTEMD)
+add_agent_folder(inputs change_watch.cc charset.cc file_follower.cc file_identity.cc folder_view.cc
+    followed_file.cc line_origin.cc local_clock.cc log_content.cc place.cc protected_words.cc records.cc
+    rendering.cc rotated_names.cc stamp_formats.cc)
+target_link_libraries(agent_inputs PRIVATE nlohmann_json::nlohmann_json LibArchive::LibArchive
+                      PkgConfig::RE2 PkgConfig::SYSTEMD)

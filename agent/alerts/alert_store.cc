@@ -30,49 +30,48 @@ int64_t BytesOf(const Alert &alert)
 
 namespace {
 
-int64_t InsertAlert(tarsk::Database &database, const Alert &alert)
+int64_t InsertAlert(host::Database &database, const Alert &alert)
 {
-    tarsk::Statement insert(database,
-                            "INSERT INTO alert (time_ms, host, log_name, source, event_id,"
-                            " count, message) VALUES (?, ?, ?, ?, ?, ?, ?)");
+    host::Statement insert(database, "INSERT INTO alert (time_ms, host, log_name, source, event_id,"
+                                     " count, message) VALUES (?, ?, ?, ?, ?, ?, ?)");
     insert.Run(alert.time_ms, alert.host, alert.log_name, alert.source, alert.event_id, alert.count,
                alert.message);
     return database.LastInsertId();
 }
 
 // The keys from this alert on are of the series of the store, if they are not yet.
-void BeginSeries(tarsk::Database &database, int64_t id, const std::string &series)
+void BeginSeries(host::Database &database, int64_t id, const std::string &series)
 {
-    tarsk::Statement begin(
-        database, "INSERT INTO key_series (first_alert, uuid) SELECT ?1, ?2 WHERE ?2 IS NOT"
-                  " (SELECT uuid FROM key_series ORDER BY first_alert DESC LIMIT 1)");
+    host::Statement begin(database,
+                          "INSERT INTO key_series (first_alert, uuid) SELECT ?1, ?2 WHERE ?2 IS NOT"
+                          " (SELECT uuid FROM key_series ORDER BY first_alert DESC LIMIT 1)");
     begin.Run(id, series);
 }
 
 } // namespace
 
-int64_t AddAlert(tarsk::Store &store, const Alert &alert)
+int64_t AddAlert(host::Store &store, const Alert &alert)
 {
     int64_t id = 0;
-    store.Write([&](tarsk::Database &database) {
+    store.Write([&](host::Database &database) {
         id = InsertAlert(database, alert);
         BeginSeries(database, id, store.series());
     });
     return id;
 }
 
-int64_t AddFurtherAlert(tarsk::Store &store, const Alert &alert)
+int64_t AddFurtherAlert(host::Store &store, const Alert &alert)
 {
     int64_t id = 0;
-    store.Write([&](tarsk::Database &database) { id = InsertAlert(database, alert); });
+    store.Write([&](host::Database &database) { id = InsertAlert(database, alert); });
     return id;
 }
 
-void FoldInto(tarsk::Store &store, int64_t id, const Alert &report)
+void FoldInto(host::Store &store, int64_t id, const Alert &report)
 {
-    store.Write([&](tarsk::Database &database) {
-        tarsk::Statement fold(database, "UPDATE alert SET count = count + ?, reports = reports + 1,"
-                                        " last_time_ms = ?, last_message = ? WHERE id = ?");
+    store.Write([&](host::Database &database) {
+        host::Statement fold(database, "UPDATE alert SET count = count + ?, reports = reports + 1,"
+                                       " last_time_ms = ?, last_message = ? WHERE id = ?");
         fold.Run(report.count, report.time_ms, report.message, id);
     });
 }
@@ -80,7 +79,7 @@ void FoldInto(tarsk::Store &store, int64_t id, const Alert &report)
 namespace {
 
 // The rows of a started statement whose columns are those of an alert.
-std::vector<Alert> AlertsOf(tarsk::Statement &select)
+std::vector<Alert> AlertsOf(host::Statement &select)
 {
     std::vector<Alert> found;
     while (select.Next()) {
@@ -104,66 +103,66 @@ std::vector<Alert> AlertsOf(tarsk::Statement &select)
 
 } // namespace
 
-std::vector<Alert> ReadAlerts(tarsk::Database &database, int64_t after, int64_t since_ms,
+std::vector<Alert> ReadAlerts(host::Database &database, int64_t after, int64_t since_ms,
                               int64_t limit)
 {
-    tarsk::Statement select(database, ("SELECT id," + kColumns +
-                                       "FROM alert WHERE id > ? AND time_ms >= ?"
-                                       " ORDER BY id LIMIT ?")
-                                          .c_str());
+    host::Statement select(database, ("SELECT id," + kColumns +
+                                      "FROM alert WHERE id > ? AND time_ms >= ?"
+                                      " ORDER BY id LIMIT ?")
+                                         .c_str());
     select.Start(after, since_ms, limit);
     return AlertsOf(select);
 }
 
-int64_t NewestAlertId(tarsk::Database &database)
+int64_t NewestAlertId(host::Database &database)
 {
     // Of the sequence, not of the rows: old alerts may have been removed.
-    tarsk::Statement newest(database, "SELECT seq FROM sqlite_sequence WHERE name = 'alert'");
+    host::Statement newest(database, "SELECT seq FROM sqlite_sequence WHERE name = 'alert'");
     newest.Start();
     return newest.Next() ? newest.Integer(0) : 0;
 }
 
-int64_t OldestAlertId(tarsk::Database &database)
+int64_t OldestAlertId(host::Database &database)
 {
-    tarsk::Statement oldest(database, "SELECT min(id) FROM alert");
+    host::Statement oldest(database, "SELECT min(id) FROM alert");
     oldest.Start();
     return oldest.Next() && !oldest.IsNull(0) ? oldest.Integer(0) : NewestAlertId(database) + 1;
 }
 
-std::vector<Alert> NewestOfEachKind(tarsk::Database &database, int64_t up_to, int64_t since_ms,
+std::vector<Alert> NewestOfEachKind(host::Database &database, int64_t up_to, int64_t since_ms,
                                     int64_t from)
 {
-    tarsk::Statement select(database, ("SELECT max(id)," + kColumns +
-                                       "FROM alert WHERE id <= ? AND (time_ms >= ? OR id >= ?)"
-                                       " GROUP BY source, event_id, host ORDER BY 1")
-                                          .c_str());
+    host::Statement select(database, ("SELECT max(id)," + kColumns +
+                                      "FROM alert WHERE id <= ? AND (time_ms >= ? OR id >= ?)"
+                                      " GROUP BY source, event_id, host ORDER BY 1")
+                                         .c_str());
     select.Start(up_to, since_ms, from);
     return AlertsOf(select);
 }
 
-void RemoveAlerts(tarsk::Store &store, int64_t up_to)
+void RemoveAlerts(host::Store &store, int64_t up_to)
 {
-    store.Write([&](tarsk::Database &database) {
-        tarsk::Statement(database, "DELETE FROM alert WHERE id <= ?").Run(up_to);
+    store.Write([&](host::Database &database) {
+        host::Statement(database, "DELETE FROM alert WHERE id <= ?").Run(up_to);
         // Series of which none is left.
-        tarsk::Statement(database, "DELETE FROM key_series WHERE first_alert < (SELECT"
-                                   " max(first_alert) FROM key_series WHERE first_alert <= ?)")
+        host::Statement(database, "DELETE FROM key_series WHERE first_alert < (SELECT"
+                                  " max(first_alert) FROM key_series WHERE first_alert <= ?)")
             .Run(up_to + 1);
     });
 }
 
-int64_t BytesBetween(tarsk::Database &database, int64_t after, int64_t up_to)
+int64_t BytesBetween(host::Database &database, int64_t after, int64_t up_to)
 {
-    tarsk::Statement sum(
+    host::Statement sum(
         database,
         ("SELECT total(" + kBytesOfRow + ") FROM alert WHERE id > ? AND id <= ?").c_str());
     sum.Start(after, up_to);
     return sum.Next() ? sum.Integer(0) : 0;
 }
 
-Surplus FindSurplus(tarsk::Database &database, int64_t alerts, int64_t bytes, int64_t most)
+Surplus FindSurplus(host::Database &database, int64_t alerts, int64_t bytes, int64_t most)
 {
-    tarsk::Statement oldest(
+    host::Statement oldest(
         database, ("SELECT id, " + kBytesOfRow + " FROM alert ORDER BY id LIMIT ?").c_str());
     oldest.Start(most);
     Surplus surplus;

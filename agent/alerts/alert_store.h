@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/libtarsk/store.h"
+#include "agent/host/store.h"
 
 namespace alerts {
 
@@ -36,37 +36,37 @@ struct Alert {
 // Bytes that it takes in the store, about.
 int64_t BytesOf(const Alert &alert);
 
-// Adds an alert and returns its id. Throws tarsk::StoreError.
-int64_t AddAlert(tarsk::Store &store, const Alert &alert);
+// Adds an alert and returns its id. Throws host::StoreError.
+int64_t AddAlert(host::Store &store, const Alert &alert);
 
 // The same for a further alert of a pass, at half the cost: AddAlert has seen to the series of the
 // keys.
-int64_t AddFurtherAlert(tarsk::Store &store, const Alert &alert);
+int64_t AddFurtherAlert(host::Store &store, const Alert &alert);
 
 // Makes the alert of this id, which is of the same event, stand for a further report. Throws
-// tarsk::StoreError.
-void FoldInto(tarsk::Store &store, int64_t id, const Alert &report);
+// host::StoreError.
+void FoldInto(host::Store &store, int64_t id, const Alert &report);
 
 // Alerts with an id above `after`, and at or after `since_ms`, oldest first, at most `limit`.
-std::vector<Alert> ReadAlerts(tarsk::Database &database, int64_t after, int64_t since_ms,
+std::vector<Alert> ReadAlerts(host::Database &database, int64_t after, int64_t since_ms,
                               int64_t limit);
 
 // The id of the newest alert that ever was, 0 when there was none yet; it may be removed by now.
-int64_t NewestAlertId(tarsk::Database &database);
+int64_t NewestAlertId(host::Database &database);
 
 // The id of the oldest alert that is kept; the one after the newest when none is.
-int64_t OldestAlertId(tarsk::Database &database);
+int64_t OldestAlertId(host::Database &database);
 
 // Of each kind of alert (source, event ID, host) the newest, among those with an id up to `up_to`
 // that were stored at or after `since_ms` or have an id from `from` on; oldest first.
-std::vector<Alert> NewestOfEachKind(tarsk::Database &database, int64_t up_to, int64_t since_ms,
+std::vector<Alert> NewestOfEachKind(host::Database &database, int64_t up_to, int64_t since_ms,
                                     int64_t from);
 
 // Removes all alerts up to this id.
-void RemoveAlerts(tarsk::Store &store, int64_t up_to);
+void RemoveAlerts(host::Store &store, int64_t up_to);
 
 // Bytes of the alerts with an id above `after` and up to `up_to`, as BytesOf counts them.
-int64_t BytesBetween(tarsk::Database &database, int64_t after, int64_t up_to);
+int64_t BytesBetween(host::Database &database, int64_t after, int64_t up_to);
 
 // The oldest alerts, at most `most` of them, without which there are at least so many alerts and
 // bytes less: all up to an id, which is 0 when none has to go.
@@ -74,7 +74,7 @@ struct Surplus {
     int64_t up_to = 0;
     int64_t bytes = 0; // of these alerts
 };
-Surplus FindSurplus(tarsk::Database &database, int64_t alerts, int64_t bytes, int64_t most);
+Surplus FindSurplus(host::Database &database, int64_t alerts, int64_t bytes, int64_t most);
 
 } // namespace alerts
 

@@ -2,7 +2,7 @@
 
 namespace alerts {
 
-void ReportFolder::Add(tarsk::Store &store, const Alert &report)
+void ReportFolder::Add(host::Store &store, const Alert &report)
 {
     const int64_t pass = store.PassNumber();
     const bool is_first = pass_ != pass;

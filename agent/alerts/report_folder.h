@@ -16,8 +16,8 @@ namespace alerts {
 
 class ReportFolder {
   public:
-    // Throws tarsk::StoreError.
-    void Add(tarsk::Store &store, const Alert &report);
+    // Throws host::StoreError.
+    void Add(host::Store &store, const Alert &report);
 
   private:
     using Event = std::pair<std::string, uint32_t>; // source and event ID

@@ -5,9 +5,9 @@
 #include <unistd.h>
 
 #include "agent/alerts/report_folder.h"
-#include "agent/libtarsk/c_boundary.h"
-#include "agent/libtarsk/host.h"
-#include "agent/libtarsk/reported_hits.h"
+#include "agent/host/c_boundary.h"
+#include "agent/host/host.h"
+#include "agent/host/reported_hits.h"
 #include "platform/siblings.h"
 
 namespace {
@@ -35,7 +35,7 @@ alerts::Alert AlertOf(const ReportRequest &request)
     alert.log_name = request.logName;
     alert.source = request.source;
     alert.event_id = request.eventId;
-    alert.count = tarsk::HitsOf(request);
+    alert.count = host::HitsOf(request);
     alert.message = request.strings[0];
     return alert;
 }
@@ -44,8 +44,8 @@ alerts::Alert AlertOf(const ReportRequest &request)
 
 extern "C" __attribute__((visibility("default"))) int VKMonitorCall(ReportRequest *request)
 {
-    return tarsk::AtBoundary<int>(__func__, 0, [&] {
-        folder.Add(tarsk::HostStore(), AlertOf(*request));
+    return host::AtBoundary<int>(__func__, 0, [&] {
+        folder.Add(host::HostStore(), AlertOf(*request));
         return 1;
     });
 }

@@ -4,13 +4,16 @@
 #include <ctime>
 #include <thread>
 
-#include "agent/alerts/alert_json.h"
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
 #include "agent/alerts/alert_store.h"
+#include "agent/alerts/alert_text.h"
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
 #include "agent/cli/since.h"
-#include "agent/common/alert_text.h"
-#include "agent/common/events.h"
+#include "agent/events/events.h"
+#include "agent/text/times.h"
 
 namespace cli {
 
@@ -31,11 +34,11 @@ json ToJson(const Alert &alert)
 {
     json object = {{"id", alert.id},
                    {"key", alert.key},
-                   {"time", alerts::UtcTime(alert.time_ms)},
+                   {"time", text::UtcTime(alert.time_ms)},
                    {"time_ms", alert.time_ms},
                    {"host", alert.host},
                    {"source", alert.source},
-                   {"event_id", agent::FormatEventId(alert.event_id)},
+                   {"event_id", events::FormatEventId(alert.event_id)},
                    {"count", alert.count},
                    {"message", alert.message}};
     if (alert.IsFolded()) {
@@ -53,7 +56,7 @@ void Print(const Context &context, const Alert &alert)
         const std::string text = ToJson(alert).dump(-1, ' ', false, json::error_handler_t::replace);
         printf("%s\n", text.c_str());
     } else {
-        printf("%s\n", agent::AlertLine(alert).c_str());
+        printf("%s\n", alerts::AlertLine(alert).c_str());
     }
 }
 
@@ -61,7 +64,7 @@ int ShowAlerts(const Context &context, const AlertOptions &options)
 {
     const int64_t since = options.since.empty() ? 0 : ParseSince(options.since, time(nullptr));
     context.OpenToRead();
-    tarsk::Database &database = tarsk::HostStore().database();
+    host::Database &database = host::HostStore().database();
     int64_t shown = 0;
     for (;;) {
         const auto found = alerts::ReadAlerts(database, shown, since, kAtOnce);

@@ -8,12 +8,14 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
+#include "agent/host/error.h"
+#include "agent/host/host.h"
+#include "agent/host/layout.h"
 
-#include "agent/libtarsk/error.h"
-#include "agent/libtarsk/host.h"
-#include "agent/libtarsk/layout.h"
+// Whoever sets up options includes CLI/CLI.hpp, which is large.
+namespace CLI {
+class App;
+}
 
 namespace cli {
 
@@ -24,11 +26,11 @@ constexpr int kExitUsage = 2;      // the words on the command line were wrong
 constexpr int kExitNotRunning = 3; // the daemon is not running
 
 // The daemon is needed and is not running.
-class NotRunning : public tarsk::Error {
+class NotRunning : public host::Error {
   public:
     NotRunning()
-        : tarsk::Error("cannot reach the monitor", "syslogmond is not running",
-                       "start it with systemctl start syslogmond, or run syslogmond")
+        : host::Error("cannot reach the monitor", "syslogmond is not running",
+                      "start it with systemctl start syslogmond, or run syslogmond")
     {
     }
 };
@@ -39,12 +41,12 @@ constexpr char kForceHelp[] = "Take keywords that a fault-tolerant server cannot
 
 // What every command can use.
 struct Context {
-    tarsk::Layout layout;
+    host::Layout layout;
     bool json = false;          // print JSON instead of text
     bool needs_no_root = false; // the command works whatever --root names
 
     // Opens the store, creating it when there is none; call it before the registry is written.
-    // Throws tarsk::StoreError.
+    // Throws host::StoreError.
     void Open() const;
     // For a command that only reads: a store that is not there is an error, and none is made.
     void OpenToRead() const;

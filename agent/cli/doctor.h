@@ -9,12 +9,12 @@
 #include <vector>
 
 #include "agent/cli/command.h"
-#include "agent/common/log_files.h"
-#include "agent/common/status_file.h"
+#include "agent/logs/log_files.h"
+#include "agent/status/status_file.h"
 
 namespace cli {
 
-enum class Outcome {
+enum class Verdict {
     kWell,
     kNote,    // nothing is wrong, and yet it should be known
     kFinding, // something keeps lines from being reported, or will
@@ -24,7 +24,7 @@ enum class Outcome {
 struct CheckResult {
     std::string check; // "time stamps"
     std::string looked_at;
-    Outcome outcome = Outcome::kWell;
+    Verdict verdict = Verdict::kWell;
     std::string found;
     std::string advice; // what to do; may have several lines
 };
@@ -36,18 +36,18 @@ class Examination {
     void Begin(std::string check) { check_ = std::move(check); }
     void Well(const std::string &looked_at, const std::string &found)
     {
-        results_.push_back({check_, looked_at, Outcome::kWell, found, ""});
+        results_.push_back({check_, looked_at, Verdict::kWell, found, ""});
     }
     void Note(const std::string &looked_at, const std::string &found, const std::string &advice)
     {
-        results_.push_back({check_, looked_at, Outcome::kNote, found, advice});
+        results_.push_back({check_, looked_at, Verdict::kNote, found, advice});
     }
     void Finding(const std::string &looked_at, const std::string &found, const std::string &advice)
     {
-        results_.push_back({check_, looked_at, Outcome::kFinding, found, advice});
+        results_.push_back({check_, looked_at, Verdict::kFinding, found, advice});
     }
     // What an error says: its next step, behind the first semicolon, is the advice.
-    void Finding(const std::string &looked_at, const tarsk::Error &error)
+    void Finding(const std::string &looked_at, const host::Error &error)
     {
         const std::string text = error.what();
         const size_t end = std::min(text.find("; "), text.size());
@@ -55,7 +55,7 @@ class Examination {
     }
     void Skipped(const std::string &looked_at, const std::string &why)
     {
-        results_.push_back({check_, looked_at, Outcome::kSkipped, why, ""});
+        results_.push_back({check_, looked_at, Verdict::kSkipped, why, ""});
     }
     [[nodiscard]] const std::vector<CheckResult> &results() const { return results_; }
     [[nodiscard]] size_t Findings() const;
@@ -66,7 +66,7 @@ class Examination {
 };
 
 // Is the reason why a file cannot be read that it is not there?
-bool IsMissing(const agent::WatchedFile &file);
+bool IsMissing(const logs::WatchedFile &file);
 
 // ---- the checks of the agent: doctor_agent.cc ----
 
@@ -87,21 +87,21 @@ void CheckSinks(Examination *examination);
 
 // What makes this host's syslog daemon write the system log. It may have several lines.
 std::string HowToWriteTheSystemLog();
-void CheckRsyslog(const std::vector<agent::WatchedFile> &files, Examination *examination);
+void CheckRsyslog(const std::vector<logs::WatchedFile> &files, Examination *examination);
 
 // ---- how far the promise goes for each log: doctor_promises.cc ----
 
-void CheckPromises(const std::vector<agent::WatchedFile> &files, Examination *examination);
+void CheckPromises(const std::vector<logs::WatchedFile> &files, Examination *examination);
 
 // ---- the checks of the logs: doctor_logs.cc ----
 
-void CheckReadable(const std::vector<agent::WatchedFile> &files, Examination *examination);
-void CheckStamps(const Context &context, const std::vector<agent::WatchedFile> &files,
+void CheckReadable(const std::vector<logs::WatchedFile> &files, Examination *examination);
+void CheckStamps(const Context &context, const std::vector<logs::WatchedFile> &files,
                  Examination *examination);
-void CheckRotation(const std::vector<agent::WatchedFile> &files, Examination *examination);
-void CheckResumePoints(const Context &context, const std::vector<agent::WatchedFile> &files,
+void CheckRotation(const std::vector<logs::WatchedFile> &files, Examination *examination);
+void CheckResumePoints(const Context &context, const std::vector<logs::WatchedFile> &files,
                        Examination *examination);
-void CheckBacklog(const Context &context, const std::vector<agent::WatchedFile> &files,
+void CheckBacklog(const Context &context, const std::vector<logs::WatchedFile> &files,
                   Examination *examination);
 
 } // namespace cli

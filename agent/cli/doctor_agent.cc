@@ -7,11 +7,11 @@
 
 #include "agent/cli/doctor.h"
 #include "agent/cli/trial.h"
-#include "agent/common/alert_text.h"
-#include "agent/common/daemon_lock.h"
-#include "agent/common/event_checks.h"
-#include "agent/common/monitor_settings.h"
-#include "agent/common/sign_of_life.h"
+#include "agent/events/event_checks.h"
+#include "agent/settings/settings.h"
+#include "agent/status/daemon_lock.h"
+#include "agent/status/sign_of_life.h"
+#include "agent/text/times.h"
 
 namespace cli {
 
@@ -19,8 +19,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-using agent::MonitorState;
-using agent::Status;
+using status::MonitorState;
+using status::Status;
 
 // A pass over a few gigabytes needs this much for its journal.
 constexpr uint64_t kLittleSpace = uint64_t{64} * 1024 * 1024;
@@ -62,9 +62,9 @@ void CheckSpaceIn(const fs::path &folder, Examination *examination)
         examination->Well(folder, Amount(free_bytes) + " are free");
 }
 
-std::vector<agent::StoredSource> Sources()
+std::vector<events::StoredSource> Sources()
 {
-    return agent::EventRegistry(tarsk::HostRegistry()).ReadAll();
+    return events::EventRegistry(host::HostRegistry()).ReadAll();
 }
 
 } // namespace
@@ -73,21 +73,21 @@ void CheckDaemon(const Context &context, Examination *examination)
 {
     examination->Begin("daemon");
     const fs::path &run = context.layout.run;
-    const auto holder = agent::DaemonLock::Holder(context.layout);
+    const auto holder = status::DaemonLock::Holder(context.layout);
     if (!holder) {
         examination->Finding("syslogmond", "it is not running", kStartDaemon);
         return;
     }
     const std::string process = "process " + std::to_string(*holder);
-    const auto status = agent::ReadStatus(run);
+    const auto status = status::ReadStatus(run);
     if (status && status->waiting_since_ms != 0) {
         examination->Finding(
             process,
-            "it waits for the store's lock since " + agent::LocalTime(status->waiting_since_ms),
+            "it waits for the store's lock since " + text::LocalTime(status->waiting_since_ms),
             "find the process that holds it with fuser " + context.layout.Store().string());
         return;
     }
-    const std::string stands = agent::WhyItStands(*holder, status);
+    const std::string stands = status::WhyItStands(*holder, status);
     if (!stands.empty()) {
         examination->Finding(process, stands,
                              "let it go on with kill -CONT " + std::to_string(*holder) +
@@ -104,13 +104,13 @@ void CheckDaemon(const Context &context, Examination *examination)
     const std::string advice = "mend the cause; more is in " + context.layout.TraceLog().string();
     if (status->state == MonitorState::kPausing)
         examination->Finding(
-            process, ended + "; it is started again at " + agent::LocalTime(status->next_start_ms),
+            process, ended + "; it is started again at " + text::LocalTime(status->next_start_ms),
             advice);
     else if (status->restarts > 0)
         examination->Finding(process, ended, advice + "; a restart of the daemon clears the count");
     else
-        examination->Well(process, "it is " + std::string(agent::MonitorStateName(status->state)) +
-                                       " since " + agent::LocalTime(status->started_ms));
+        examination->Well(process, "it is " + std::string(status::MonitorStateName(status->state)) +
+                                       " since " + text::LocalTime(status->started_ms));
 }
 
 void CheckDisk(const Context &context, Examination *examination)
@@ -138,8 +138,8 @@ bool CheckStore(const Context &context, Examination *examination)
     }
     try {
         context.OpenToRead();
-        tarsk::HostStore().CheckIntegrity();
-    } catch (const tarsk::Error &error) {
+        host::HostStore().CheckIntegrity();
+    } catch (const host::Error &error) {
         examination->Finding(store, error);
         return false;
     }
@@ -150,10 +150,10 @@ bool CheckStore(const Context &context, Examination *examination)
 void CheckWatching(const Context &context, Examination *examination)
 {
     examination->Begin("watching");
-    const auto status = agent::ReadStatus(context.layout.run);
+    const auto status = status::ReadStatus(context.layout.run);
     const std::string interval =
-        agent::GetSetting(tarsk::HostRegistry(), agent::FindSetting("trigger-interval"));
-    if (!agent::DaemonLock::Holder(context.layout) || !status)
+        settings::GetSetting(host::HostRegistry(), settings::FindSetting("trigger-interval"));
+    if (!status::DaemonLock::Holder(context.layout) || !status)
         examination->Skipped("inotify", "the daemon is not running");
     else if (!status->watch_problem.empty())
         examination->Finding("inotify", status->watch_problem,
@@ -167,24 +167,24 @@ void CheckWatching(const Context &context, Examination *examination)
 void CheckEvents(Examination *examination)
 {
     examination->Begin("events");
-    const bool fault_tolerant = agent::IsFaultTolerant(tarsk::HostRegistry());
+    const bool fault_tolerant = settings::IsFaultTolerant(host::HostRegistry());
     size_t events = 0;
     const size_t findings = examination->Findings();
-    for (const agent::StoredSource &source : Sources()) {
-        for (const agent::StoredEvent &stored : source.events) {
+    for (const events::StoredSource &source : Sources()) {
+        for (const events::StoredEvent &stored : source.events) {
             ++events;
             if (source.is_new_application_type)
                 continue; // of another component
             if (!stored.problem.empty()) {
-                const agent::EventDoubt doubt =
-                    agent::WhyLeftOut(tarsk::HostRegistry(), source, stored);
-                examination->Finding(agent::NameOf(stored),
+                const events::EventDoubt doubt =
+                    events::WhyLeftOut(host::HostRegistry(), source, stored);
+                examination->Finding(events::NameOf(stored),
                                      doubt.cause + ", and so the monitor loads no event at all",
                                      doubt.advice);
                 continue;
             }
-            for (const agent::EventDoubt &doubt : agent::DoubtsOf(stored, fault_tolerant))
-                examination->Finding(agent::NameOf(stored), doubt.cause, doubt.advice);
+            for (const events::EventDoubt &doubt : events::DoubtsOf(stored, fault_tolerant))
+                examination->Finding(events::NameOf(stored), doubt.cause, doubt.advice);
         }
     }
     const std::string all = std::to_string(events) + (events == 1 ? " event" : " events");
@@ -198,17 +198,17 @@ void CheckEvents(Examination *examination)
 void CheckTable(const Context &context, Examination *examination)
 {
     examination->Begin("table");
-    const RulesCopy rules = CopyRules(tarsk::HostRegistry(), true);
+    const RulesCopy rules = CopyRules(host::HostRegistry(), true);
     try {
         RunTrial(context.layout, rules, [&](MonitorModule &module) {
             const size_t findings = examination->Findings();
-            for (const auto &[source, stored] : LeftOutEvents(tarsk::HostRegistry(), module)) {
-                const agent::EventDoubt doubt =
-                    agent::WhyLeftOut(tarsk::HostRegistry(), source, stored);
+            for (const auto &[source, stored] : LeftOutEvents(host::HostRegistry(), module)) {
+                const events::EventDoubt doubt =
+                    events::WhyLeftOut(host::HostRegistry(), source, stored);
                 if (source.is_new_application_type)
-                    examination->Well(agent::NameOf(stored), "it is left out: " + doubt.cause);
+                    examination->Well(events::NameOf(stored), "it is left out: " + doubt.cause);
                 else
-                    examination->Finding(agent::NameOf(stored), "it is left out: " + doubt.cause,
+                    examination->Finding(events::NameOf(stored), "it is left out: " + doubt.cause,
                                          doubt.advice);
             }
             if (examination->Findings() == findings)
@@ -216,7 +216,7 @@ void CheckTable(const Context &context, Examination *examination)
                                   "it loads " + std::to_string(*module.count) +
                                       (*module.count == 1 ? " event" : " events"));
         });
-    } catch (const tarsk::Error &error) {
+    } catch (const host::Error &error) {
         examination->Finding("monitor module", error);
     }
 }

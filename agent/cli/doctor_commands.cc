@@ -3,11 +3,14 @@
 #include <cstdio>
 #include <sstream>
 
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
 #include "agent/cli/doctor.h"
 #include "agent/cli/output.h"
 #include "agent/cli/trial.h"
-#include "agent/common/alert_text.h"
-#include "agent/common/names.h"
+#include "agent/text/printable.h"
+#include "platform/contract.h"
 
 namespace cli {
 
@@ -17,24 +20,24 @@ size_t Examination::Findings() const
 {
     return static_cast<size_t>(
         std::count_if(results_.begin(), results_.end(), [](const CheckResult &result) {
-            return result.outcome == Outcome::kFinding;
+            return result.verdict == Verdict::kFinding;
         }));
 }
 
 namespace {
 
-constexpr int kIndent = 9; // behind the longest outcome and a blank or two
+constexpr int kIndent = 9; // behind the longest verdict and a blank or two
 
-const char *OutcomeName(Outcome outcome)
+const char *VerdictName(Verdict verdict)
 {
-    switch (outcome) {
-    case Outcome::kWell:
+    switch (verdict) {
+    case Verdict::kWell:
         return "well";
-    case Outcome::kNote:
+    case Verdict::kNote:
         return "note";
-    case Outcome::kFinding:
+    case Verdict::kFinding:
         return "FINDING";
-    case Outcome::kSkipped:
+    case Verdict::kSkipped:
         return "skipped";
     }
     return "";
@@ -42,12 +45,12 @@ const char *OutcomeName(Outcome outcome)
 
 void PrintResult(const CheckResult &result)
 {
-    printf("%-*s%s: %s: %s\n", kIndent, OutcomeName(result.outcome), result.check.c_str(),
-           agent::Printable(result.looked_at).c_str(), agent::Printable(result.found).c_str());
+    printf("%-*s%s: %s: %s\n", kIndent, VerdictName(result.verdict), result.check.c_str(),
+           text::Printable(result.looked_at).c_str(), text::Printable(result.found).c_str());
     std::istringstream advice(result.advice);
     std::string line;
     for (const char *before = "do: "; std::getline(advice, line); before = "")
-        printf("%-*s%s%s\n", kIndent, "", before, agent::Printable(line).c_str());
+        printf("%-*s%s%s\n", kIndent, "", before, text::Printable(line).c_str());
 }
 
 void Print(const Examination &examination)
@@ -65,12 +68,12 @@ void PrintAsJson(const Examination &examination)
 {
     json checks = json::array();
     for (const CheckResult &result : examination.results()) {
-        std::string outcome = OutcomeName(result.outcome);
-        std::transform(outcome.begin(), outcome.end(), outcome.begin(),
+        std::string verdict = VerdictName(result.verdict);
+        std::transform(verdict.begin(), verdict.end(), verdict.begin(),
                        [](unsigned char c) { return static_cast<char>(tolower(c)); });
         checks.push_back({{"check", result.check},
                           {"looked_at", result.looked_at},
-                          {"outcome", outcome},
+                          {"verdict", verdict},
                           {"found", result.found},
                           {"advice", result.advice}});
     }
@@ -78,11 +81,11 @@ void PrintAsJson(const Examination &examination)
 }
 
 // Without a registry, the system log is all that is known to be watched.
-std::vector<agent::WatchedFile> SystemLogOnly()
+std::vector<logs::WatchedFile> SystemLogOnly()
 {
-    agent::WatchedFile file;
+    logs::WatchedFile file;
     file.role = "system log";
-    file.path = agent::kSystemLog;
+    file.path = kSystemLog;
     return {file};
 }
 
@@ -92,7 +95,7 @@ Examination Examine(const Context &context)
     CheckDaemon(context, &examination);
     CheckDisk(context, &examination);
     const bool has_store = CheckStore(context, &examination);
-    const auto files = has_store ? agent::ReadWatchedFiles(tarsk::HostRegistry()) : SystemLogOnly();
+    const auto files = has_store ? logs::ReadWatchedFiles(host::HostRegistry()) : SystemLogOnly();
     CheckReadable(files, &examination);
     CheckStamps(context, files, &examination);
     CheckRotation(files, &examination);

@@ -12,10 +12,10 @@
 
 #include "agent/cli/doctor.h"
 #include "agent/cli/trial.h"
-#include "agent/common/daemon_lock.h"
-#include "agent/common/monitor_settings.h"
-#include "agent/common/names.h"
-#include "agent/common/stamps.h"
+#include "agent/logs/stamps.h"
+#include "agent/settings/settings.h"
+#include "agent/status/daemon_lock.h"
+#include "platform/contract.h"
 
 namespace cli {
 
@@ -23,8 +23,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-using agent::StampProblem;
-using agent::WatchedFile;
+using logs::StampProblem;
+using logs::WatchedFile;
 
 constexpr size_t kNewestLines = 50;         // whose time stamps are looked at
 constexpr int64_t kNewestBytes = 64 * 1024; // that hold them, more or less
@@ -42,7 +42,7 @@ std::vector<std::string> NewestLines(const fs::path &path)
     if (failed)
         return lines;
     const int64_t begin = std::max<int64_t>(0, size - kNewestBytes);
-    std::istringstream newest(agent::ReadPart(path, begin, kNewestBytes));
+    std::istringstream newest(logs::ReadPart(path, begin, kNewestBytes));
     std::string line;
     if (begin > 0)
         std::getline(newest, line); // a part of one
@@ -56,8 +56,8 @@ std::vector<std::string> NewestLines(const fs::path &path)
 // What is wrong with the stamps of the newest lines.
 struct Stamps {
     size_t lines = 0;
-    std::array<size_t, agent::kStampProblems> problems{};
-    std::array<std::string, agent::kStampProblems> examples;
+    std::array<size_t, logs::kStampProblems> problems{};
+    std::array<std::string, logs::kStampProblems> examples;
     std::optional<StampProblem> newest; // of the newest line that is no continuation
 };
 
@@ -71,11 +71,11 @@ Stamps LookAtStamps(const MonitorModule &module, const fs::path &path)
             stamps.newest.reset();
             continue;
         }
-        const StampProblem problem = agent::StampProblemOf(line);
+        const StampProblem problem = logs::StampProblemOf(line);
         const auto index = static_cast<size_t>(problem);
         ++stamps.problems[index];
         stamps.examples[index] = line.substr(0, 60);
-        if (!agent::IsContinuation(problem))
+        if (!logs::IsContinuation(problem))
             stamps.newest = problem;
     }
     return stamps;
@@ -86,7 +86,7 @@ Stamps LookAtStamps(const MonitorModule &module, const fs::path &path)
 bool IsWrong(const Stamps &stamps, StampProblem problem)
 {
     const size_t count = stamps.problems[static_cast<size_t>(problem)];
-    if (agent::IsContinuation(problem))
+    if (logs::IsContinuation(problem))
         return count * 2 > stamps.lines;
     if (problem == StampProblem::kOtherMonth)
         return stamps.newest == problem; // older lines are none of our business
@@ -97,13 +97,13 @@ void CheckStampsOf(const MonitorModule &module, const fs::path &path, Examinatio
 {
     const Stamps stamps = LookAtStamps(module, path);
     bool well = true;
-    for (int p = 0; p < agent::kStampProblems; ++p) {
+    for (int p = 0; p < logs::kStampProblems; ++p) {
         const auto problem = static_cast<StampProblem>(p);
         if (!IsWrong(stamps, problem))
             continue;
         well = false;
         const auto index = static_cast<size_t>(p);
-        std::string advice = agent::StampProblemAdvice(problem);
+        std::string advice = logs::StampProblemAdvice(problem);
         if (advice.empty())
             advice =
                 "name a log that a syslog daemon writes, or watch this file with syslogmon set "
@@ -112,7 +112,7 @@ void CheckStampsOf(const MonitorModule &module, const fs::path &path, Examinatio
                              std::to_string(stamps.problems[index]) + " of the newest " +
                                  std::to_string(stamps.lines) +
                                  " lines cannot match any event. What is wrong with each: " +
-                                 agent::StampProblemText(problem) +
+                                 logs::StampProblemText(problem) +
                                  "; for example: " + stamps.examples[index],
                              advice);
     }
@@ -241,7 +241,7 @@ void CheckRotationOf(const fs::path &log, Examination *examination)
 
 bool IsRunning(const Context &context)
 {
-    return agent::DaemonLock::Holder(context.layout).has_value();
+    return status::DaemonLock::Holder(context.layout).has_value();
 }
 
 bool IsEmpty(const fs::path &path)
@@ -266,7 +266,7 @@ void CheckReadable(const std::vector<WatchedFile> &files, Examination *examinati
         if (stat(file.path.c_str(), &status) != 0) {
             const bool missing = errno == ENOENT;
             const std::string advice = !missing ? "run the daemon, and this command, as root"
-                                       : file.path == agent::kSystemLog
+                                       : file.path == kSystemLog
                                            ? HowToWriteTheSystemLog()
                                            : "write it, or name another file with syslogmon set";
             examination->Finding(file.path, missing ? "it is not there" : strerror(errno), advice);
@@ -291,12 +291,12 @@ void CheckStamps(const Context &context, const std::vector<WatchedFile> &files,
         for (const WatchedFile &file : files) {
             if (file.role == "file monitor")
                 continue; // its lines need none
-            if (!agent::WhyUnreadable(file.path).empty())
+            if (!logs::WhyUnreadable(file.path).empty())
                 examination->Skipped(file.path, "it cannot be read");
             else
                 CheckStampsOf(module, file.path, examination);
         }
-    } catch (const tarsk::Error &error) {
+    } catch (const host::Error &error) {
         examination->Finding("monitor module", error);
     }
 }
@@ -306,7 +306,7 @@ void CheckRotation(const std::vector<WatchedFile> &files, Examination *examinati
     examination->Begin("rotation");
     for (const WatchedFile &file : files) {
         // Of no other file are rotated ones looked at.
-        if (file.path == agent::kSystemLog || file.path == "/var/log/vmkernel")
+        if (file.path == kSystemLog || file.path == "/var/log/vmkernel")
             CheckRotationOf(file.path, examination);
     }
 }
@@ -318,7 +318,7 @@ void CheckResumePoints(const Context &context, const std::vector<WatchedFile> &f
     for (const WatchedFile &file : files) {
         if (!file.resume_file.empty())
             examination->Well(file.path, "the monitor goes on in " + file.resume_file.string());
-        else if (!agent::WhyUnreadable(file.path).empty())
+        else if (!logs::WhyUnreadable(file.path).empty())
             examination->Skipped(file.path, "it cannot be read");
         else if (IsEmpty(file.path))
             examination->Well(file.path, "it has no lines yet");

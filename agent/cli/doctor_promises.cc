@@ -1,6 +1,6 @@
 // The logs for which less is promised than for the system log, whose rotations lose no line.
 #include "agent/cli/doctor.h"
-#include "agent/common/names.h"
+#include "platform/contract.h"
 
 namespace cli {
 
@@ -15,11 +15,11 @@ constexpr char kHowToRotate[] =
 
 } // namespace
 
-void CheckPromises(const std::vector<agent::WatchedFile> &files, Examination *examination)
+void CheckPromises(const std::vector<logs::WatchedFile> &files, Examination *examination)
 {
     examination->Begin("promise");
-    for (const agent::WatchedFile &file : files) {
-        if (file.path == agent::kSystemLog || file.path == kVmkernel)
+    for (const logs::WatchedFile &file : files) {
+        if (file.path == kSystemLog || file.path == kVmkernel)
             continue;
         std::string lost = "at its rotation, lines that no pass has checked yet are passed over";
         if (file.role != "file monitor")

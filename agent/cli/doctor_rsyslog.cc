@@ -38,10 +38,10 @@ std::string PlaceOf(const RsyslogSetting &setting)
 }
 
 // The monitor's target waits for the end of a line; the others do not.
-std::vector<fs::path> LogsOfWholeLines(const std::vector<agent::WatchedFile> &files)
+std::vector<fs::path> LogsOfWholeLines(const std::vector<logs::WatchedFile> &files)
 {
     std::vector<fs::path> logs;
-    for (const agent::WatchedFile &file : files) {
+    for (const logs::WatchedFile &file : files) {
         if (file.role != "file monitor")
             logs.push_back(file.path.lexically_normal());
     }
@@ -63,7 +63,7 @@ std::string HowToWriteTheSystemLog()
            Indented(kRsyslogRule);
 }
 
-void CheckRsyslog(const std::vector<agent::WatchedFile> &files, Examination *examination)
+void CheckRsyslog(const std::vector<logs::WatchedFile> &files, Examination *examination)
 {
     examination->Begin("rsyslog");
     const RsyslogConfig config = ReadRsyslogConfig("/", LogsOfWholeLines(files));

@@ -2,12 +2,12 @@
 #include <algorithm>
 
 #include "agent/alerts/alert_store.h"
-#include "agent/alerts/delivery_store.h"
-#include "agent/alerts/sink_registry.h"
-#include "agent/alerts/undelivered.h"
 #include "agent/cli/doctor.h"
 #include "agent/cli/sink_commands.h"
-#include "agent/common/alert_text.h"
+#include "agent/sinks/delivery_store.h"
+#include "agent/sinks/sink_registry.h"
+#include "agent/sinks/undelivered.h"
+#include "agent/text/times.h"
 
 namespace cli {
 
@@ -15,7 +15,7 @@ namespace {
 
 // What is known of one receiver of a sink.
 void CheckDelivery(const std::string &receiver, const std::string &sink,
-                   const alerts::Delivery &delivery, int64_t newest, Examination *examination)
+                   const sinks::Delivery &delivery, int64_t newest, Examination *examination)
 {
     if (delivery.last_error.empty()) {
         examination->Well(receiver,
@@ -28,14 +28,14 @@ void CheckDelivery(const std::string &receiver, const std::string &sink,
     }
     const int64_t waiting = std::max<int64_t>(0, newest - delivery.last_id);
     examination->Finding(receiver,
-                         "the last try failed at " + agent::LocalTime(delivery.error_ms) + ": " +
+                         "the last try failed at " + text::LocalTime(delivery.error_ms) + ": " +
                              delivery.last_error + "; " + std::to_string(waiting) +
                              (waiting == 1 ? " alert waits" : " alerts wait"),
                          "mend the cause, and try it with syslogmon sink test " + sink +
                              "; what waits is sent by itself");
 }
 
-void CheckSinkOf(const alerts::StoredSink &sink, int64_t newest, Examination *examination)
+void CheckSinkOf(const sinks::StoredSink &sink, int64_t newest, Examination *examination)
 {
     const std::string &name = sink.config.name;
     if (!sink.problem.empty()) {
@@ -46,8 +46,7 @@ void CheckSinkOf(const alerts::StoredSink &sink, int64_t newest, Examination *ex
     for (const std::string &warning : SinkWarnings(sink.config))
         examination->Finding(name, warning,
                              "change it with syslogmon sink set " + name + ", or the file's mode");
-    const auto undelivered =
-        alerts::ReadUndelivered(tarsk::HostStore().database(), sink.config.key);
+    const auto undelivered = sinks::ReadUndelivered(host::HostStore().database(), sink.config.key);
     if (!undelivered.empty())
         examination->Finding(name,
                              "it does not take " + std::to_string(undelivered.size()) +
@@ -56,7 +55,7 @@ void CheckSinkOf(const alerts::StoredSink &sink, int64_t newest, Examination *ex
                              "see syslogmon sink undelivered " + name +
                                  "; send them again with syslogmon sink retry " + name +
                                  ", or drop them with syslogmon sink drop " + name);
-    const auto rows = alerts::ReadDeliveries(tarsk::HostStore().database(), sink.config.key);
+    const auto rows = sinks::ReadDeliveries(host::HostStore().database(), sink.config.key);
     if (rows.empty())
         examination->Well(name, "nothing was sent to it yet");
     for (const auto &[peer, delivery] : rows) {
@@ -72,13 +71,13 @@ void CheckSinkOf(const alerts::StoredSink &sink, int64_t newest, Examination *ex
 void CheckSinks(Examination *examination)
 {
     examination->Begin("sinks");
-    alerts::SinkRegistry registry(tarsk::HostStore(), tarsk::HostRegistry());
+    sinks::SinkRegistry registry(host::HostStore(), host::HostRegistry());
     const auto sinks = registry.ReadAll();
-    const int64_t newest = alerts::NewestAlertId(tarsk::HostStore().database());
+    const int64_t newest = alerts::NewestAlertId(host::HostStore().database());
     if (sinks.empty())
         examination->Well("all sinks", "there are none: alerts are only stored, for syslogmon "
                                        "alerts");
-    for (const alerts::StoredSink &sink : sinks)
+    for (const sinks::StoredSink &sink : sinks)
         CheckSinkOf(sink, newest, examination);
 }
 

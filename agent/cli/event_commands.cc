@@ -3,22 +3,25 @@
 #include <map>
 #include <optional>
 
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
 #include "agent/cli/command.h"
 #include "agent/cli/event_json.h"
 #include "agent/cli/output.h"
-#include "agent/common/events.h"
-#include "agent/common/expressions.h"
-#include "agent/common/monitor_settings.h"
-#include "agent/libtarsk/hit_counters.h"
+#include "agent/events/events.h"
+#include "agent/events/expressions.h"
+#include "agent/host/hit_counters.h"
+#include "agent/settings/settings.h"
 
 namespace cli {
 
 namespace {
 
-using agent::EventKey;
-using agent::EventRecord;
-using agent::EventRegistry;
-using agent::StoredEvent;
+using events::EventKey;
+using events::EventRecord;
+using events::EventRegistry;
+using events::StoredEvent;
 using nlohmann::json;
 
 // A value that may be given. (An optional would take an empty word for none.)
@@ -67,12 +70,12 @@ void AddValueOptions(CLI::App &app, EventOptions &options)
 
 EventKey KeyOf(const EventOptions &options)
 {
-    return {options.source, agent::ParseEventId(options.id)};
+    return {options.source, events::ParseEventId(options.id)};
 }
 
 std::string Quoted(const EventKey &key)
 {
-    return key.source + " " + agent::FormatEventId(key.id);
+    return key.source + " " + events::FormatEventId(key.id);
 }
 
 void ApplyOptions(const EventOptions &options, EventRecord *event)
@@ -80,51 +83,51 @@ void ApplyOptions(const EventOptions &options, EventRecord *event)
     if (options.keywords) {
         const auto &keywords = options.keywords.value;
         if (keywords.size() > event->keywords.size())
-            throw tarsk::Error("cannot use event " + Quoted(event->key),
-                               "it has more than three keywords", "give at most three");
+            throw host::Error("cannot use event " + Quoted(event->key),
+                              "it has more than three keywords", "give at most three");
         event->keywords = {};
         std::copy(keywords.begin(), keywords.end(), event->keywords.begin());
     }
     if (options.hours)
-        event->hours = agent::ParseHours(options.hours.value);
+        event->hours = events::ParseHours(options.hours.value);
     if (options.report_count) {
         const int64_t count = options.report_count.value;
         if (count < 1 || count > INT32_MAX)
-            throw tarsk::Error("cannot use the report count " + std::to_string(count) +
-                                   " of event " + Quoted(event->key),
-                               "it is out of range", "use a number from 1 to 2147483647");
+            throw host::Error("cannot use the report count " + std::to_string(count) +
+                                  " of event " + Quoted(event->key),
+                              "it is out of range", "use a number from 1 to 2147483647");
         event->report_count = static_cast<int32_t>(count);
     }
 }
 
 void CheckExpressions(const EventOptions &options, const EventRecord &event)
 {
-    if (!options.keywords || options.force || !agent::IsFaultTolerant(tarsk::HostRegistry()))
+    if (!options.keywords || options.force || !settings::IsFaultTolerant(host::HostRegistry()))
         return;
     for (const std::string &keyword : event.keywords) {
-        if (const auto fault = agent::FaultOfExpression(keyword))
-            throw tarsk::Error("cannot use the keyword \"" + keyword + "\" of event " +
-                                   Quoted(event.key),
-                               fault->cause, fault->advice + ", or add --force");
+        if (const auto fault = events::FaultOfExpression(keyword))
+            throw host::Error("cannot use the keyword \"" + keyword + "\" of event " +
+                                  Quoted(event.key),
+                              fault->cause, fault->advice + ", or add --force");
     }
 }
 
 void CheckRoom(EventRegistry &events, const EventKey &key)
 {
-    const size_t count = agent::CountTableEvents(events.ReadAll());
-    if (count >= agent::kMaxTableEvents)
-        throw tarsk::Error("cannot add event " + Quoted(key),
-                           "there are " + std::to_string(count) +
-                               " events, and the monitor's table has room for " +
-                               std::to_string(agent::kMaxTableEvents),
-                           "remove events that are not needed");
+    const size_t count = events::CountTableEvents(events.ReadAll());
+    if (count >= events::kMaxTableEvents)
+        throw host::Error("cannot add event " + Quoted(key),
+                          "there are " + std::to_string(count) +
+                              " events, and the monitor's table has room for " +
+                              std::to_string(events::kMaxTableEvents),
+                          "remove events that are not needed");
 }
 
 void Change(const std::function<void(EventRegistry &)> &change)
 {
-    agent::ChangeEvents(
+    events::ChangeEvents(
         [&] {
-            EventRegistry events(tarsk::HostRegistry());
+            EventRegistry events(host::HostRegistry());
             change(events);
         },
         [] { fprintf(stderr, "syslogmon: waiting until the table of events is free...\n"); });
@@ -141,8 +144,8 @@ int AddEvent(const Context &context, const EventOptions &options)
     CheckExpressions(options, event);
     Change([&](EventRegistry &events) {
         if (events.Find(event.key))
-            throw tarsk::Error("cannot add event " + Quoted(event.key), "it is registered already",
-                               "change it with syslogmon event set");
+            throw host::Error("cannot add event " + Quoted(event.key), "it is registered already",
+                              "change it with syslogmon event set");
         CheckRoom(events, event.key);
         events.Write(event);
     });
@@ -153,8 +156,8 @@ StoredEvent FindOrFail(EventRegistry &events, const EventKey &key)
 {
     auto stored = events.Find(key);
     if (!stored)
-        throw tarsk::Error("cannot find event " + Quoted(key), "it is not registered",
-                           "see syslogmon event list");
+        throw host::Error("cannot find event " + Quoted(key), "it is not registered",
+                          "see syslogmon event list");
     return *stored;
 }
 
@@ -190,7 +193,7 @@ using Hits = std::map<std::pair<std::string, uint32_t>, int32_t>;
 Hits ReadHits()
 {
     Hits hits;
-    for (const auto &counter : tarsk::HitCounters::Load(tarsk::HostStore()))
+    for (const auto &counter : host::HitCounters::Load(host::HostStore()))
         hits.try_emplace({counter.source, counter.event_id}, counter.current_count);
     return hits;
 }
@@ -232,7 +235,7 @@ json ToJson(const StoredEvent &stored, const std::optional<int32_t> &hits)
 int ListEvents(const Context &context)
 {
     context.OpenToRead();
-    const auto sources = EventRegistry(tarsk::HostRegistry()).ReadAll();
+    const auto sources = EventRegistry(host::HostRegistry()).ReadAll();
     const Hits hits = ReadHits();
     json list = json::array();
     Table table({"SOURCE", "ID", "HITS", "HOURS", "KEYWORDS"});
@@ -244,8 +247,8 @@ int ListEvents(const Context &context)
             list.push_back(ToJson(stored, count));
             const std::string keywords =
                 stored.problem.empty() ? KeywordText(stored.event) : "(" + stored.problem + ")";
-            table.Add({source.name, agent::FormatEventId(stored.event.key.id),
-                       HitText(count, stored.event), agent::FormatHours(stored.event.hours),
+            table.Add({source.name, events::FormatEventId(stored.event.key.id),
+                       HitText(count, stored.event), events::FormatHours(stored.event.hours),
                        keywords});
         }
     }
@@ -259,7 +262,7 @@ int ListEvents(const Context &context)
 int ShowEvent(const Context &context, const EventOptions &options)
 {
     context.OpenToRead();
-    EventRegistry events(tarsk::HostRegistry());
+    EventRegistry events(host::HostRegistry());
     const StoredEvent stored = FindOrFail(events, KeyOf(options));
     const EventRecord &event = stored.event;
     const auto hits = HitsOf(ReadHits(), event.key);
@@ -269,13 +272,13 @@ int ShowEvent(const Context &context, const EventOptions &options)
     }
     Table table({"VALUE", ""});
     table.Add({"source", event.key.source});
-    table.Add({"id", agent::FormatEventId(event.key.id)});
+    table.Add({"id", events::FormatEventId(event.key.id)});
     for (const std::string &keyword : event.keywords) {
         if (!keyword.empty())
             table.Add({"keyword", keyword});
     }
     table.Add({"report-count", std::to_string(event.report_count)});
-    table.Add({"hours", agent::FormatHours(event.hours)});
+    table.Add({"hours", events::FormatHours(event.hours)});
     table.Add({"hits", hits ? std::to_string(*hits) : "-"});
     if (!stored.problem.empty())
         table.Add({"problem", stored.problem});

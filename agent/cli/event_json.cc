@@ -1,15 +1,17 @@
 #include "agent/cli/event_json.h"
 
+#include <nlohmann/json.hpp>
+
 namespace cli {
 
 using nlohmann::json;
 
-json KeyToJson(const agent::EventKey &key)
+json KeyToJson(const events::EventKey &key)
 {
-    return {{"source", key.source}, {"id", agent::FormatEventId(key.id)}};
+    return {{"source", key.source}, {"id", events::FormatEventId(key.id)}};
 }
 
-json ValuesToJson(const agent::EventRecord &event)
+json ValuesToJson(const events::EventRecord &event)
 {
     json keywords = json::array();
     size_t count = event.keywords.size();
@@ -19,7 +21,7 @@ json ValuesToJson(const agent::EventRecord &event)
         keywords.push_back(event.keywords[k]);
     return {{"keywords", keywords},
             {"report_count", event.report_count},
-            {"hours", agent::FormatHours(event.hours)}};
+            {"hours", events::FormatHours(event.hours)}};
 }
 
 } // namespace cli

@@ -2,18 +2,18 @@
 #ifndef AGENT_CLI_EVENT_JSON_H
 #define AGENT_CLI_EVENT_JSON_H
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
-#include "agent/common/events.h"
+#include "agent/events/events.h"
 
 namespace cli {
 
 // {"source": "DISK", "id": "1A2B"}
-nlohmann::json KeyToJson(const agent::EventKey &key);
+nlohmann::json KeyToJson(const events::EventKey &key);
 
 // {"keywords": ["a", "b"], "report_count": 1, "hours": "all"}; keywords behind the last one that is
 // not empty are left out.
-nlohmann::json ValuesToJson(const agent::EventRecord &event);
+nlohmann::json ValuesToJson(const events::EventRecord &event);
 
 } // namespace cli
 

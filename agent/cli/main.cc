@@ -4,33 +4,35 @@
 #include <map>
 #include <sstream>
 
+#include <CLI/CLI.hpp>
+
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
-#include "agent/common/daemon_lock.h"
-#include "agent/common/suggestion.h"
+#include "agent/status/daemon_lock.h"
+#include "agent/text/suggestion.h"
 
 namespace cli {
 
 namespace {
 
-void OpenAs(tarsk::Role role, const tarsk::Layout &layout)
+void OpenAs(host::Role role, const host::Layout &layout)
 {
-    tarsk::StartHost(layout, role);
-    tarsk::HostStore().OnLongWait(
+    host::StartHost(layout, role);
+    host::HostStore().OnLongWait(
         [] { fprintf(stderr, "syslogmon: waiting for the monitor to finish its pass...\n"); });
-    agent::DaemonLock::CheckStore(layout);
+    status::DaemonLock::CheckStore(layout);
 }
 
 } // namespace
 
 void Context::Open() const
 {
-    OpenAs(tarsk::Role::kCommand, layout);
+    OpenAs(host::Role::kCommand, layout);
 }
 
 void Context::OpenToRead() const
 {
-    OpenAs(tarsk::Role::kReader, layout);
+    OpenAs(host::Role::kReader, layout);
 }
 
 namespace {
@@ -123,16 +125,16 @@ std::string WhatIsUnknown(const CLI::App &parser, const std::string &word, const
 {
     const std::vector<std::string> commands = NamesBelow(parser);
     if (word.size() > 1 && word[0] == '-')
-        return tarsk::Error("cannot use the option " + word,
-                            WordsOf(parser) + " has none of that name",
-                            agent::Suggestion(word, OptionsOf(parser)) + help)
+        return host::Error("cannot use the option " + word,
+                           WordsOf(parser) + " has none of that name",
+                           text::Suggestion(word, OptionsOf(parser)) + help)
             .what();
     if (!commands.empty())
-        return tarsk::Error("cannot find the command \"" + word + "\"",
-                            "there is none of that name", agent::Suggestion(word, commands) + help)
+        return host::Error("cannot find the command \"" + word + "\"", "there is none of that name",
+                           text::Suggestion(word, commands) + help)
             .what();
-    return tarsk::Error("cannot use the word \"" + word + "\"",
-                        WordsOf(parser) + " takes no further word", help)
+    return host::Error("cannot use the word \"" + word + "\"",
+                       WordsOf(parser) + " takes no further word", help)
         .what();
 }
 
@@ -149,8 +151,8 @@ std::string UsageError(const CLI::App &app, const CLI::ParseError &error)
         (is_incomplete || dynamic_cast<const CLI::ExtrasError *>(&error) != nullptr))
         return WhatIsUnknown(parser, unknown.front(), help);
     if (is_incomplete && !NamesBelow(parser).empty())
-        return tarsk::Error("cannot run " + words, "it needs a command behind it", help).what();
-    return tarsk::Error("cannot run " + words, error.what(), help).what();
+        return host::Error("cannot run " + words, "it needs a command behind it", help).what();
+    return host::Error("cannot run " + words, error.what(), help).what();
 }
 
 int Run(int argc, char **argv)
@@ -174,7 +176,7 @@ int Run(int argc, char **argv)
         PrintError(UsageError(app, error));
         return kExitUsage;
     }
-    context.layout = root.empty() ? tarsk::Layout::Find() : tarsk::Layout::Below(root);
+    context.layout = root.empty() ? host::Layout::Find() : host::Layout::Below(root);
     if (!root.empty() && !context.needs_no_root)
         context.layout.CheckRoot();
     return action();
@@ -197,6 +199,6 @@ int main(int argc, char **argv)
         cli::PrintError(error.what());
         status = cli::kExitFailed;
     }
-    tarsk::StopHost();
+    host::StopHost();
     return status;
 }

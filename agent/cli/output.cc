@@ -6,8 +6,10 @@
 #include <cstring>
 #include <unistd.h>
 
-#include "agent/common/alert_text.h"
-#include "agent/libtarsk/error.h"
+#include <nlohmann/json.hpp>
+
+#include "agent/host/error.h"
+#include "agent/text/printable.h"
 
 namespace cli {
 
@@ -30,7 +32,7 @@ void PrintAligned(const std::vector<std::string> &row, const std::vector<size_t>
 {
     std::string line;
     for (size_t column = 0; column < row.size(); ++column) {
-        const std::string cell = agent::Printable(row[column]);
+        const std::string cell = text::Printable(row[column]);
         line += cell;
         if (column + 1 < row.size())
             line += std::string(widths[column] - DisplayWidth(cell) + 2, ' ');
@@ -42,7 +44,7 @@ void PrintAligned(const std::vector<std::string> &row, const std::vector<size_t>
 void PrintPlain(const std::vector<std::string> &row)
 {
     for (size_t column = 0; column < row.size(); ++column) {
-        std::string cell = agent::Printable(row[column]);
+        std::string cell = text::Printable(row[column]);
         std::replace(cell.begin(), cell.end(), '\t', ' ');
         printf("%s%s", column == 0 ? "" : "\t", cell.c_str());
     }
@@ -72,12 +74,12 @@ void Table::Print() const
 
 void PrintValue(const std::string &text)
 {
-    printf("%s\n", IsTerminal() ? agent::Printable(text).c_str() : text.c_str());
+    printf("%s\n", IsTerminal() ? text::Printable(text).c_str() : text.c_str());
 }
 
 void PrintError(const std::string &text)
 {
-    fprintf(stderr, "syslogmon: %s\n", agent::Printable(text).c_str());
+    fprintf(stderr, "syslogmon: %s\n", text::Printable(text).c_str());
 }
 
 void FlushOutput()
@@ -85,9 +87,9 @@ void FlushOutput()
     errno = 0;
     const bool flushed = fflush(stdout) == 0;
     if (!flushed || ferror(stdout) != 0)
-        throw tarsk::Error("cannot write on standard output",
-                           errno != 0 ? strerror(errno) : "a part of it was not taken",
-                           "what was written is not complete: make room, and try again");
+        throw host::Error("cannot write on standard output",
+                          errno != 0 ? strerror(errno) : "a part of it was not taken",
+                          "what was written is not complete: make room, and try again");
 }
 
 void PrintJson(nlohmann::json object)

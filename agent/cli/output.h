@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 namespace cli {
 
@@ -32,7 +32,7 @@ void PrintValue(const std::string &text);
 // "syslogmon: " and the text, on standard error.
 void PrintError(const std::string &text);
 
-// Throws tarsk::Error when something that was printed could not be written.
+// Throws host::Error when something that was printed could not be written.
 void FlushOutput();
 
 // Prints an object, with the version of its shape in it.

@@ -1,23 +1,26 @@
 // reg export, reg import
 #include <cstdio>
 
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
 #include "agent/cli/text_input.h"
-#include "agent/common/daemon_lock.h"
-#include "agent/common/events.h"
-#include "agent/common/monitor_settings.h"
-#include "agent/common/names.h"
-#include "agent/common/reg_import.h"
-#include "agent/common/reg_text.h"
-#include "agent/libtarsk/waitable.h"
+#include "agent/events/events.h"
+#include "agent/host/waitable.h"
+#include "agent/regfile/reg_import.h"
+#include "agent/regfile/reg_text.h"
+#include "agent/settings/settings.h"
+#include "agent/status/daemon_lock.h"
+#include "platform/contract.h"
 
 namespace cli {
 
 namespace {
 
-using agent::RegKeyContent;
 using nlohmann::json;
+using regfile::RegKeyContent;
 
 // ---- export ----
 
@@ -28,13 +31,13 @@ struct ExportOptions {
 
 std::vector<RegKeyContent> ReadKeys(const std::string &shown_key)
 {
-    const std::string path = agent::TypedPath(shown_key);
-    const tarsk::Snapshot snapshot(tarsk::HostStore());
-    const auto key = tarsk::HostRegistry().Find(tarsk::kRootKey, path);
+    const std::string path = regfile::TypedPath(shown_key);
+    const host::Snapshot snapshot(host::HostStore());
+    const auto key = host::HostRegistry().Find(host::kRootKey, path);
     if (!key)
-        throw tarsk::Error("cannot find the registry key " + shown_key,
-                           "there is none of that name", "see syslogmon reg list");
-    return agent::ReadRegKeys(tarsk::HostRegistry(), *key, path);
+        throw host::Error("cannot find the registry key " + shown_key, "there is none of that name",
+                          "see syslogmon reg list");
+    return regfile::ReadRegKeys(host::HostRegistry(), *key, path);
 }
 
 std::string Hex(const std::string &bytes)
@@ -53,7 +56,7 @@ json ToJson(const std::vector<RegKeyContent> &keys)
     json list = json::array();
     for (const RegKeyContent &key : keys) {
         json values = json::array();
-        for (const tarsk::RegValue &value : key.values)
+        for (const host::RegValue &value : key.values)
             values.push_back(
                 {{"name", value.name}, {"type", value.type}, {"hex", Hex(value.data)}});
         list.push_back({{"key", key.path}, {"values", values}});
@@ -69,9 +72,9 @@ int Export(const Context &context, const ExportOptions &options)
         PrintJson(ToJson(keys));
         return kExitDone;
     }
-    std::string text = agent::FormatRegText(keys);
+    std::string text = regfile::FormatRegText(keys);
     if (options.utf16)
-        text = agent::ToUtf16File(text);
+        text = regfile::ToUtf16File(text);
     PrintFile(text);
     return kExitDone;
 }
@@ -79,17 +82,17 @@ int Export(const Context &context, const ExportOptions &options)
 // ---- import ----
 
 // The stored settings of the monitor, to see which of them an import changes.
-std::vector<std::optional<tarsk::RegValue>> StoredSettings()
+std::vector<std::optional<host::RegValue>> StoredSettings()
 {
-    std::vector<std::optional<tarsk::RegValue>> stored;
-    for (const agent::Setting &setting : agent::AllSettings()) {
-        const auto key = tarsk::HostRegistry().Find(tarsk::kRootKey, setting.key);
-        stored.push_back(key ? tarsk::HostRegistry().Get(*key, setting.value) : std::nullopt);
+    std::vector<std::optional<host::RegValue>> stored;
+    for (const settings::Setting &setting : settings::AllSettings()) {
+        const auto key = host::HostRegistry().Find(host::kRootKey, setting.key);
+        stored.push_back(key ? host::HostRegistry().Get(*key, setting.value) : std::nullopt);
     }
     return stored;
 }
 
-bool IsSame(const std::optional<tarsk::RegValue> &a, const std::optional<tarsk::RegValue> &b)
+bool IsSame(const std::optional<host::RegValue> &a, const std::optional<host::RegValue> &b)
 {
     if (!a || !b)
         return a.has_value() == b.has_value();
@@ -97,37 +100,37 @@ bool IsSame(const std::optional<tarsk::RegValue> &a, const std::optional<tarsk::
 }
 
 struct Imported {
-    agent::RegImport result;
+    regfile::RegImport result;
     std::vector<std::string> settings; // that were changed, by name
     bool is_told = false;              // there is a daemon that hears of it
 };
 
-Imported ImportSteps(const std::vector<agent::RegStep> &steps)
+Imported ImportSteps(const std::vector<regfile::RegStep> &steps)
 {
     Imported imported;
     std::vector<std::string> events;
-    agent::ChangeUnderTableMutex(
+    events::ChangeUnderTableMutex(
         [&] {
             const auto before = StoredSettings();
-            imported.result = agent::ImportRegSteps(steps, tarsk::HostRegistry());
+            imported.result = regfile::ImportRegSteps(steps, host::HostRegistry());
             const auto after = StoredSettings();
             for (size_t i = 0; i < before.size(); ++i) {
                 if (IsSame(before[i], after[i]))
                     continue;
-                imported.settings.emplace_back(agent::AllSettings()[i].name);
-                events.emplace_back(agent::AllSettings()[i].event);
+                imported.settings.emplace_back(settings::AllSettings()[i].name);
+                events.emplace_back(settings::AllSettings()[i].wake_event);
             }
             return imported.result.touched_table;
         },
         [] { fprintf(stderr, "syslogmon: waiting until the table of events is free...\n"); });
     for (const std::string &event : events)
-        tarsk::Event::Create(tarsk::HostLayout().run, event, false, false)->Set();
+        host::WakeEvent::Create(host::HostLayout().run, event, false, false)->Set();
     return imported;
 }
 
 void PrintText(const Imported &imported)
 {
-    const agent::RegImport &result = imported.result;
+    const regfile::RegImport &result = imported.result;
     printf("%zu keys created, %zu keys deleted, %zu values set, %zu values deleted, %zu "
            "unchanged.\n",
            result.keys_created, result.keys_deleted, result.values_set, result.values_deleted,
@@ -141,8 +144,8 @@ void PrintText(const Imported &imported)
 
 void PrintAsJson(const std::string &file, const Imported &imported)
 {
-    const agent::RegImport &result = imported.result;
-    PrintJson({{"file", agent::ShownName(file)},
+    const regfile::RegImport &result = imported.result;
+    PrintJson({{"file", text::ShownName(file)},
                {"keys_created", result.keys_created},
                {"keys_deleted", result.keys_deleted},
                {"values_set", result.values_set},
@@ -154,12 +157,12 @@ void PrintAsJson(const std::string &file, const Imported &imported)
 
 int Import(const Context &context, const std::string &file)
 {
-    const agent::ParsedRegText parsed =
-        agent::ParseRegText(agent::ReadWholeFile(file, agent::kMaxRegFile));
+    const regfile::ParsedRegText parsed =
+        regfile::ParseRegText(text::ReadWholeFile(file, regfile::kMaxRegFile));
     RefuseIfFaulty(context, "import", file, parsed.issues);
     context.Open();
     Imported imported = ImportSteps(parsed.steps);
-    imported.is_told = agent::DaemonLock::Holder(context.layout.run).has_value();
+    imported.is_told = status::DaemonLock::Holder(context.layout.run).has_value();
     if (context.json)
         PrintAsJson(file, imported);
     else
@@ -172,7 +175,7 @@ int Import(const Context &context, const std::string &file)
 void SetUpExport(CLI::App &app, Context &context, Action &action)
 {
     auto options = std::make_shared<ExportOptions>();
-    options->key = agent::kRegRootName;
+    options->key = regfile::kRegRootName;
     app.add_option("key", options->key, "Path of the key, with backslashes; the root without it");
     app.add_flag("--utf16", options->utf16, "Write UTF-16 with line ends of Windows, not UTF-8");
     app.callback([&, options] { action = [&, options] { return Export(context, *options); }; });

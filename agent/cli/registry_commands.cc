@@ -3,21 +3,24 @@
 #include <cstring>
 #include <optional>
 
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
-#include "agent/common/names.h"
-#include "agent/common/reg_import.h"
-#include "agent/common/reg_path.h"
-#include "agent/libtarsk/settings.h"
+#include "agent/host/agent_values.h"
+#include "agent/regfile/reg_import.h"
+#include "agent/regfile/reg_path.h"
+#include "platform/contract.h"
 #include "platform/registry.h"
 
 namespace cli {
 
 namespace {
 
+using host::KeyId;
+using host::RegValue;
 using nlohmann::json;
-using tarsk::KeyId;
-using tarsk::RegValue;
 
 struct RegOptions {
     std::string key;
@@ -31,10 +34,10 @@ struct RegOptions {
 
 KeyId FindOrFail(const std::string &path)
 {
-    const auto key = tarsk::HostRegistry().Find(tarsk::kRootKey, agent::TypedPath(path));
+    const auto key = host::HostRegistry().Find(host::kRootKey, regfile::TypedPath(path));
     if (!key)
-        throw tarsk::Error("cannot find the registry key " + path, "there is none of that name",
-                           "see syslogmon reg list");
+        throw host::Error("cannot find the registry key " + path, "there is none of that name",
+                          "see syslogmon reg list");
     return *key;
 }
 
@@ -94,11 +97,11 @@ json ToJson(const RegValue &value)
 int GetValue(const Context &context, const RegOptions &options)
 {
     context.OpenToRead();
-    const auto value = tarsk::HostRegistry().Get(FindOrFail(options.key), options.name);
+    const auto value = host::HostRegistry().Get(FindOrFail(options.key), options.name);
     if (!value)
-        throw tarsk::Error("cannot find the registry value " + options.name,
-                           "the key " + options.key + " has none of that name",
-                           "see syslogmon reg list");
+        throw host::Error("cannot find the registry value " + options.name,
+                          "the key " + options.key + " has none of that name",
+                          "see syslogmon reg list");
     if (context.json)
         PrintJson({{"key", options.key}, {"value", ToJson(*value)}});
     else
@@ -113,12 +116,12 @@ struct Listing {
 
 std::string ShownPath(const std::string &path)
 {
-    return path.empty() ? agent::kRegRootName : path;
+    return path.empty() ? regfile::kRegRootName : path;
 }
 
 void AddKey(KeyId key, const std::string &path, Listing *listing)
 {
-    auto &registry = tarsk::HostRegistry();
+    auto &registry = host::HostRegistry();
     json object = {{"key", path}, {"values", json::array()}, {"subkeys", json::array()}};
     const auto values = registry.Values(key);
     for (const RegValue &value : values) {
@@ -136,13 +139,13 @@ void AddKey(KeyId key, const std::string &path, Listing *listing)
 int ListKeys(const Context &context, const RegOptions &options)
 {
     context.OpenToRead();
-    const tarsk::Snapshot snapshot(tarsk::HostStore()); // no key goes away between two looks
-    auto &registry = tarsk::HostRegistry();
+    const host::Snapshot snapshot(host::HostStore()); // no key goes away between two looks
+    auto &registry = host::HostRegistry();
     Listing listing;
-    const std::string path = agent::TypedPath(options.key);
+    const std::string path = regfile::TypedPath(options.key);
     const KeyId key = FindOrFail(path);
     if (options.recursive) {
-        agent::WalkKeys(registry, key, path, [&](KeyId visited, const std::string &its_path) {
+        regfile::WalkKeys(registry, key, path, [&](KeyId visited, const std::string &its_path) {
             AddKey(visited, its_path, &listing);
         });
     } else {
@@ -161,8 +164,8 @@ int ListKeys(const Context &context, const RegOptions &options)
 
 [[noreturn]] void RefuseData(const RegOptions &options, const char *accepted)
 {
-    throw tarsk::Error("cannot store \"" + options.data + "\" as " + options.type,
-                       "it is not of that form", accepted);
+    throw host::Error("cannot store \"" + options.data + "\" as " + options.type,
+                      "it is not of that form", accepted);
 }
 
 std::string NumberData(const RegOptions &options)
@@ -215,15 +218,16 @@ RegValue ValueOf(const RegOptions &options)
 int SetValue(const Context &context, const RegOptions &options)
 {
     const RegValue value = ValueOf(options);
-    const std::string path = agent::TypedPath(options.key);
-    if (agent::KeyLevels(path) > agent::kMaxKeyLevels)
-        throw tarsk::Error("cannot create the registry key " + path.substr(0, 40) + "...",
-                           "it lies in more than " + std::to_string(agent::kMaxKeyLevels) + " keys",
-                           "choose a shorter path");
+    const std::string path = regfile::TypedPath(options.key);
+    if (regfile::KeyLevels(path) > regfile::kMaxKeyLevels)
+        throw host::Error("cannot create the registry key " + path.substr(0, 40) + "...",
+                          "it lies in more than " + std::to_string(regfile::kMaxKeyLevels) +
+                              " keys",
+                          "choose a shorter path");
     context.Open();
-    tarsk::Transaction transaction(tarsk::HostStore());
-    const KeyId key = tarsk::HostRegistry().Create(tarsk::kRootKey, path);
-    tarsk::HostRegistry().Set(key, value.name, value.type, value.data);
+    host::Transaction transaction(host::HostStore());
+    const KeyId key = host::HostRegistry().Create(host::kRootKey, path);
+    host::HostRegistry().Set(key, value.name, value.type, value.data);
     transaction.Commit();
     return kExitDone;
 }
@@ -231,29 +235,29 @@ int SetValue(const Context &context, const RegOptions &options)
 // Would the events, settings or sinks go, or a whole tree of the root with whatever is in it?
 bool NeedsYes(const std::string &path)
 {
-    return agent::KeyLevels(path) == 1 || agent::IsWithin(agent::kMonitorKey, path) ||
-           agent::IsWithin(agent::kApplicationKey, path) || agent::IsWithin(tarsk::kAgentKey, path);
+    return regfile::KeyLevels(path) == 1 || regfile::IsWithin(kMonitorKey, path) ||
+           regfile::IsWithin(kApplicationKey, path) || regfile::IsWithin(host::kAgentKey, path);
 }
 
 int Delete(const Context &context, const RegOptions &options)
 {
     context.Open();
-    tarsk::Transaction transaction(tarsk::HostStore());
+    host::Transaction transaction(host::HostStore());
     const KeyId key = FindOrFail(options.key);
-    if (key == tarsk::kRootKey && !options.has_name)
-        throw tarsk::Error("cannot delete " + std::string(agent::kRegRootName), "it is the root",
-                           "name a key below it");
-    if (!options.has_name && !options.yes && NeedsYes(agent::TypedPath(options.key)))
-        throw tarsk::Error("cannot delete " + options.key + " without being sure",
-                           "all below it would go with it: of the monitor, these are its events, "
-                           "settings or sinks",
-                           "keep a copy with syslogmon reg export, and add --yes");
+    if (key == host::kRootKey && !options.has_name)
+        throw host::Error("cannot delete " + std::string(regfile::kRegRootName), "it is the root",
+                          "name a key below it");
+    if (!options.has_name && !options.yes && NeedsYes(regfile::TypedPath(options.key)))
+        throw host::Error("cannot delete " + options.key + " without being sure",
+                          "all below it would go with it: of the monitor, these are its events, "
+                          "settings or sinks",
+                          "keep a copy with syslogmon reg export, and add --yes");
     if (!options.has_name) {
-        tarsk::HostRegistry().DeleteKey(key);
-    } else if (!tarsk::HostRegistry().DeleteValue(key, options.name)) {
-        throw tarsk::Error("cannot delete the registry value " + options.name,
-                           "the key " + options.key + " has none of that name",
-                           "see syslogmon reg list");
+        host::HostRegistry().DeleteKey(key);
+    } else if (!host::HostRegistry().DeleteValue(key, options.name)) {
+        throw host::Error("cannot delete the registry value " + options.name,
+                          "the key " + options.key + " has none of that name",
+                          "see syslogmon reg list");
     }
     transaction.Commit();
     return kExitDone;

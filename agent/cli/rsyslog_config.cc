@@ -160,9 +160,9 @@ constexpr SwitchRow kSwitchRows[kSwitches] = {
     {"$OMFileFlushOnTXEnd", "off", "on"},
 };
 
-class Reader {
+class ConfigReader {
   public:
-    Reader(fs::path root, const std::vector<fs::path> &logs, RsyslogConfig *config)
+    ConfigReader(fs::path root, const std::vector<fs::path> &logs, RsyslogConfig *config)
         : root_(std::move(root)), logs_(logs), config_(config)
     {
     }
@@ -190,7 +190,7 @@ class Reader {
     std::array<std::optional<RsyslogSetting>, kSwitches> set_; // where it is set to harm
 };
 
-void Reader::ReadFile(const fs::path &path, int depth)
+void ConfigReader::ReadFile(const fs::path &path, int depth)
 {
     const fs::path file = root_ / path.relative_path();
     std::error_code failed;
@@ -205,7 +205,7 @@ void Reader::ReadFile(const fs::path &path, int depth)
     ReadStatements(&cursor, path, depth);
 }
 
-void Reader::ReadStatements(Cursor *cursor, const fs::path &path, int depth)
+void ConfigReader::ReadStatements(Cursor *cursor, const fs::path &path, int depth)
 {
     for (cursor->SkipSpace(); !cursor->AtEnd(); cursor->SkipSpace()) {
         if (cursor->Now() == '"' || cursor->Now() == '\'') {
@@ -224,7 +224,8 @@ void Reader::ReadStatements(Cursor *cursor, const fs::path &path, int depth)
     }
 }
 
-void Reader::ReadObject(const std::string &name, Cursor *cursor, RsyslogSetting place, int depth)
+void ConfigReader::ReadObject(const std::string &name, Cursor *cursor, RsyslogSetting place,
+                              int depth)
 {
     cursor->SkipSpace();
     if (cursor->AtEnd() || cursor->Now() != '(')
@@ -244,7 +245,8 @@ void Reader::ReadObject(const std::string &name, Cursor *cursor, RsyslogSetting 
 }
 
 // False: it is another setting, or a property in an expression.
-bool Reader::ReadSetting(const std::string &name, Cursor *cursor, RsyslogSetting place, int depth)
+bool ConfigReader::ReadSetting(const std::string &name, Cursor *cursor, RsyslogSetting place,
+                               int depth)
 {
     if (name == "$includeconfig") {
         Include(cursor->WordOfLine(), depth);
@@ -266,7 +268,7 @@ bool Reader::ReadSetting(const std::string &name, Cursor *cursor, RsyslogSetting
 }
 
 // /var/log/messages, -/var/log/messages;Template, :omfile:/var/log/messages
-void Reader::ReadOldAction(const std::string &word)
+void ConfigReader::ReadOldAction(const std::string &word)
 {
     constexpr std::string_view kModule = ":omfile:";
     std::string name = word.substr(0, word.find(';'));
@@ -282,7 +284,7 @@ void Reader::ReadOldAction(const std::string &word)
     }
 }
 
-void Reader::Include(const std::string &pattern, int depth)
+void ConfigReader::Include(const std::string &pattern, int depth)
 {
     if (pattern.empty())
         return;
@@ -304,7 +306,7 @@ RsyslogConfig ReadRsyslogConfig(const fs::path &root, const std::vector<fs::path
     RsyslogConfig config;
     std::error_code failed;
     config.is_there = fs::exists(root / main.relative_path(), failed);
-    Reader reader(root, logs, &config);
+    ConfigReader reader(root, logs, &config);
     reader.ReadFile(main, 0);
     config.reduction = reader.reduction();
     return config;

@@ -3,27 +3,30 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
 #include "agent/cli/command.h"
 #include "agent/cli/event_json.h"
 #include "agent/cli/output.h"
 #include "agent/cli/text_input.h"
-#include "agent/common/alert_text.h"
-#include "agent/common/monitor_settings.h"
-#include "agent/common/rules_diff.h"
-#include "agent/common/rules_file.h"
-#include "agent/libtarsk/convert.h"
-#include "agent/libtarsk/settings.h"
+#include "agent/host/agent_values.h"
+#include "agent/host/convert.h"
+#include "agent/rules/rules_diff.h"
+#include "agent/rules/rules_file.h"
+#include "agent/settings/settings.h"
+#include "agent/text/printable.h"
 #include "platform/agent.h"
 
 namespace cli {
 
 namespace {
 
-using agent::EventChange;
-using agent::EventKey;
-using agent::EventRecord;
-using agent::RulesDifference;
+using events::EventKey;
+using events::EventRecord;
 using nlohmann::json;
+using rules::EventChange;
+using rules::RulesDifference;
 
 constexpr size_t kNamedEvents = 10; // that stay; of more, only the number is told
 
@@ -47,12 +50,12 @@ std::string Convert(const std::string &text, int from, int to)
     return converted;
 }
 
-void CheckAgainstLog(const std::vector<agent::Rule> &rules, RulesDifference *difference)
+void CheckAgainstLog(const std::vector<rules::Rule> &rules, RulesDifference *difference)
 {
-    const std::string charset = tarsk::AgentText("LogCharset").value_or(tarsk::kDefaultLogCharset);
-    if (!tarsk::SetLogCharset(charset))
+    const std::string charset = host::AgentText("LogCharset").value_or(host::kDefaultLogCharset);
+    if (!host::SetLogCharset(charset))
         return; // the daemon does not know it either, and goes on with its own
-    agent::CheckLogCharset(
+    rules::CheckLogCharset(
         rules, charset,
         [](const std::string &text) { return Convert(text, CODE_REGISTRY, CODE_LOG); },
         [](const std::string &text) { return Convert(text, CODE_LOG, CODE_REGISTRY); }, difference);
@@ -70,7 +73,7 @@ void PrintLine(const std::string &line, bool colours)
 {
     const char *colour = line[0] == '+' ? "\033[32m" : line[0] == '-' ? "\033[31m" : "";
     const bool coloured = colours && *colour != '\0';
-    printf("%s%s%s\n", coloured ? colour : "", agent::Printable(line).c_str(),
+    printf("%s%s%s\n", coloured ? colour : "", text::Printable(line).c_str(),
            coloured ? "\033[0m" : "");
 }
 
@@ -85,7 +88,7 @@ std::string NamesOf(const std::vector<EventKey> &keys)
 {
     std::string names;
     for (size_t i = 0; i < std::min(keys.size(), kNamedEvents); ++i)
-        names += (i > 0 ? ", " : "") + agent::FormatEventKey(keys[i]);
+        names += (i > 0 ? ", " : "") + rules::FormatEventKey(keys[i]);
     if (keys.size() > kNamedEvents)
         names += ", and " + std::to_string(keys.size() - kNamedEvents) + " more";
     return names;
@@ -96,8 +99,8 @@ void PrintText(const ApplyOptions &options, const RulesDifference &difference)
     if (!difference.changes.empty()) {
         const bool colours = UseColours();
         PrintLine("--- registered", colours);
-        PrintLine("+++ " + agent::ShownName(options.file), colours);
-        for (const agent::DifferenceLine &line : agent::FormatDifference(difference))
+        PrintLine("+++ " + text::ShownName(options.file), colours);
+        for (const rules::DifferenceLine &line : rules::FormatDifference(difference))
             PrintLine(std::string(1, line.mark) + " " + line.text, colours);
     }
     printf("%zu added, %zu changed, %zu removed, %zu unchanged.%s\n",
@@ -109,7 +112,7 @@ void PrintText(const ApplyOptions &options, const RulesDifference &difference)
         const size_t staying = difference.staying.size();
         printf("%zu registered %s not in the file and %s (--prune removes %s): %s\n", staying,
                staying == 1 ? "event is" : "events are", staying == 1 ? "stays" : "stay",
-               staying == 1 ? "it" : "them", agent::Printable(NamesOf(difference.staying)).c_str());
+               staying == 1 ? "it" : "them", text::Printable(NamesOf(difference.staying)).c_str());
     }
 }
 
@@ -134,7 +137,7 @@ void PrintAsJson(const ApplyOptions &options, const RulesDifference &difference)
     json staying = json::array();
     for (const EventKey &key : difference.staying)
         staying.push_back(KeyToJson(key));
-    PrintJson({{"file", agent::ShownName(options.file)},
+    PrintJson({{"file", text::ShownName(options.file)},
                {"dry_run", options.dry_run},
                {"changes", changes},
                {"unchanged", difference.unchanged.size()},
@@ -145,28 +148,28 @@ void PrintAsJson(const ApplyOptions &options, const RulesDifference &difference)
 // ---- the commands ----
 
 RulesDifference Compare(const Context &context, const ApplyOptions &options,
-                        const std::vector<agent::Rule> &rules)
+                        const std::vector<rules::Rule> &rules)
 {
-    agent::EventRegistry events(tarsk::HostRegistry());
-    RulesDifference difference = agent::CompareRules(events.ReadAll(), rules, options.prune);
+    events::EventRegistry events(host::HostRegistry());
+    RulesDifference difference = rules::CompareRules(events.ReadAll(), rules, options.prune);
     CheckAgainstLog(rules, &difference);
-    if (agent::IsFaultTolerant(tarsk::HostRegistry()))
-        agent::CheckExpressions(rules, options.force, &difference);
+    if (settings::IsFaultTolerant(host::HostRegistry()))
+        rules::CheckExpressions(rules, options.force, &difference);
     std::stable_sort(difference.issues.begin(), difference.issues.end(),
-                     [](const agent::Issue &a, const agent::Issue &b) { return a.at < b.at; });
+                     [](const text::Issue &a, const text::Issue &b) { return a.at < b.at; });
     RefuseIfFaulty(context, "apply", options.file, difference.issues);
     return difference;
 }
 
 RulesDifference CompareAndWrite(const Context &context, const ApplyOptions &options,
-                                const std::vector<agent::Rule> &rules)
+                                const std::vector<rules::Rule> &rules)
 {
     RulesDifference difference;
-    agent::ChangeUnderTableMutex(
+    events::ChangeUnderTableMutex(
         [&] {
-            agent::EventRegistry events(tarsk::HostRegistry());
+            events::EventRegistry events(host::HostRegistry());
             difference = Compare(context, options, rules);
-            agent::WriteDifference(difference, &events);
+            rules::WriteDifference(difference, &events);
             return !difference.changes.empty();
         },
         [] { fprintf(stderr, "syslogmon: waiting until the table of events is free...\n"); });
@@ -174,16 +177,16 @@ RulesDifference CompareAndWrite(const Context &context, const ApplyOptions &opti
 }
 
 RulesDifference CompareOnly(const Context &context, const ApplyOptions &options,
-                            const std::vector<agent::Rule> &rules)
+                            const std::vector<rules::Rule> &rules)
 {
-    const tarsk::Snapshot snapshot(tarsk::HostStore());
+    const host::Snapshot snapshot(host::HostStore());
     return Compare(context, options, rules);
 }
 
 int Apply(const Context &context, const ApplyOptions &options)
 {
-    const agent::ParsedRules parsed =
-        agent::ParseRules(agent::ReadWholeFile(options.file, agent::kMaxRulesFile));
+    const rules::ParsedRules parsed =
+        rules::ParseRules(text::ReadWholeFile(options.file, rules::kMaxRulesFile));
     RefuseIfFaulty(context, "apply", options.file, parsed.issues);
     if (options.dry_run)
         context.OpenToRead();
@@ -193,7 +196,7 @@ int Apply(const Context &context, const ApplyOptions &options)
                                            ? CompareOnly(context, options, parsed.rules)
                                            : CompareAndWrite(context, options, parsed.rules);
     for (const std::string &warning : difference.warnings)
-        fprintf(stderr, "syslogmon: warning: %s\n", agent::Printable(warning).c_str());
+        fprintf(stderr, "syslogmon: warning: %s\n", text::Printable(warning).c_str());
     if (context.json)
         PrintAsJson(options, difference);
     else
@@ -211,15 +214,15 @@ std::string SchemaPath()
 int Export(const Context &context)
 {
     context.OpenToRead();
-    agent::RulesFileNotes notes;
+    rules::RulesFileNotes notes;
     std::vector<EventRecord> events;
     {
-        const tarsk::Snapshot snapshot(tarsk::HostStore());
-        events = agent::EventsForFile(agent::EventRegistry(tarsk::HostRegistry()).ReadAll(),
+        const host::Snapshot snapshot(host::HostStore());
+        events = rules::EventsForFile(events::EventRegistry(host::HostRegistry()).ReadAll(),
                                       &notes.left_out);
     }
     for (const std::string &left_out : notes.left_out)
-        fprintf(stderr, "syslogmon: left out: %s\n", agent::Printable(left_out).c_str());
+        fprintf(stderr, "syslogmon: left out: %s\n", text::Printable(left_out).c_str());
     if (context.json) {
         json list = json::array();
         for (const EventRecord &event : events) {
@@ -231,7 +234,7 @@ int Export(const Context &context)
         return kExitDone;
     }
     notes.schema = SchemaPath();
-    PrintFile(agent::FormatRules(events, notes));
+    PrintFile(rules::FormatRules(events, notes));
     return kExitDone;
 }
 

@@ -3,14 +3,17 @@
 #include <cstdio>
 #include <thread>
 
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
-#include "agent/common/daemon_lock.h"
-#include "agent/common/names.h"
-#include "agent/common/sign_of_life.h"
-#include "agent/common/status_file.h"
-#include "agent/common/unread.h"
-#include "agent/libtarsk/waitable.h"
+#include "agent/host/waitable.h"
+#include "agent/logs/unread.h"
+#include "agent/status/daemon_lock.h"
+#include "agent/status/sign_of_life.h"
+#include "agent/status/status_file.h"
+#include "platform/contract.h"
 
 namespace cli {
 
@@ -41,18 +44,18 @@ void WaitForPass(const Context &context, int64_t asked_ns, double timeout)
 {
     const auto end = Clock::now() + std::chrono::duration<double>(timeout);
     for (;;) {
-        const auto status = agent::ReadStatus(context.layout.run);
+        const auto status = status::ReadStatus(context.layout.run);
         if (status && status->last_full_pass.began_boot_ns >= asked_ns)
             return;
-        const auto daemon = agent::DaemonLock::Holder(context.layout);
+        const auto daemon = status::DaemonLock::Holder(context.layout);
         if (!daemon)
             throw NotRunning();
         if (Clock::now() >= end) {
-            const std::string why = agent::WhyItStands(*daemon, status);
-            throw tarsk::Error("cannot wait for the scan any longer",
-                               "it has not ended after " + Shortest(timeout) + " seconds" +
-                                   (why.empty() ? "" : ": " + why),
-                               "see syslogmon status, or give a longer --timeout");
+            const std::string why = status::WhyItStands(*daemon, status);
+            throw host::Error("cannot wait for the scan any longer",
+                              "it has not ended after " + Shortest(timeout) + " seconds" +
+                                  (why.empty() ? "" : ": " + why),
+                              "see syslogmon status, or give a longer --timeout");
         }
         std::this_thread::sleep_for(kLook);
     }
@@ -60,28 +63,28 @@ void WaitForPass(const Context &context, int64_t asked_ns, double timeout)
 
 void Ask(const Context &context)
 {
-    tarsk::Event::Create(context.layout.run, agent::kScanEvent, false, false)->Set();
+    host::WakeEvent::Create(context.layout.run, kScanEvent, false, false)->Set();
 }
 
 // Asks, waits, and looks whether that was enough.
 void ScanToTheEnd(const Context &context, double timeout)
 {
     context.OpenToRead();
-    const agent::FileMarks marks = agent::MarkWatchedFiles(tarsk::HostRegistry());
-    const int64_t asked_ns = agent::BootTimeNs();
+    const logs::FileMarks marks = logs::MarkWatchedFiles(host::HostRegistry());
+    const int64_t asked_ns = status::BootTimeNs();
     Ask(context);
     WaitForPass(context, asked_ns, timeout);
     std::string unread;
-    for (const std::string &told : agent::WhatIsUnread(tarsk::HostRegistry(), marks))
+    for (const std::string &told : logs::WhatIsUnread(host::HostRegistry(), marks))
         unread += (unread.empty() ? "" : ", and ") + told;
     if (!unread.empty())
-        throw tarsk::Error("not everything is checked", unread,
-                           "see syslogmon status and syslogmon doctor, then scan again");
+        throw host::Error("not everything is checked", unread,
+                          "see syslogmon status and syslogmon doctor, then scan again");
 }
 
 int Scan(const Context &context, const ScanOptions &options)
 {
-    if (!agent::DaemonLock::Holder(context.layout))
+    if (!status::DaemonLock::Holder(context.layout))
         throw NotRunning();
     if (options.wait)
         ScanToTheEnd(context, options.timeout);

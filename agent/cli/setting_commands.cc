@@ -1,7 +1,10 @@
 // get, set
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
-#include "agent/common/monitor_settings.h"
+#include "agent/settings/settings.h"
 
 namespace cli {
 
@@ -17,10 +20,10 @@ struct SettingOptions {
 int GetSettings(const Context &context, const SettingOptions &options)
 {
     context.OpenToRead();
-    auto &registry = tarsk::HostRegistry();
+    auto &registry = host::HostRegistry();
     if (!options.name.empty()) {
-        const agent::Setting &setting = agent::FindSetting(options.name);
-        const std::string value = agent::GetSetting(registry, setting);
+        const settings::Setting &setting = settings::FindSetting(options.name);
+        const std::string value = settings::GetSetting(registry, setting);
         if (context.json)
             PrintJson({{"settings", {{setting.name, value}}}});
         else
@@ -29,8 +32,8 @@ int GetSettings(const Context &context, const SettingOptions &options)
     }
     json all = json::object();
     Table table({"SETTING", "VALUE", "UNIT", "MEANING"});
-    for (const agent::Setting &setting : agent::AllSettings()) {
-        const std::string value = agent::GetSetting(registry, setting);
+    for (const settings::Setting &setting : settings::AllSettings()) {
+        const std::string value = settings::GetSetting(registry, setting);
         all[setting.name] = value;
         table.Add({setting.name, value, setting.unit, setting.help});
     }
@@ -43,16 +46,16 @@ int GetSettings(const Context &context, const SettingOptions &options)
 
 int SetSetting(const Context &context, const SettingOptions &options)
 {
-    const agent::Setting &setting = agent::FindSetting(options.name);
+    const settings::Setting &setting = settings::FindSetting(options.name);
     context.Open();
-    agent::ChangeSetting(tarsk::HostRegistry(), setting, options.value);
+    settings::ChangeSetting(host::HostRegistry(), setting, options.value);
     return kExitDone;
 }
 
 std::string SettingNames()
 {
     std::string names;
-    for (const agent::Setting &setting : agent::AllSettings())
+    for (const settings::Setting &setting : settings::AllSettings())
         names += std::string(names.empty() ? "" : ", ") + setting.name;
     return names;
 }

@@ -5,7 +5,7 @@
 #include <iterator>
 #include <optional>
 
-#include "agent/libtarsk/error.h"
+#include "agent/host/error.h"
 
 namespace cli {
 
@@ -125,8 +125,8 @@ int64_t ParseSince(const std::string &text, time_t now)
     if (!moment)
         moment = ParseDate(text);
     if (!moment)
-        throw tarsk::Error("cannot use the time \"" + text + "\"", "its form is not known",
-                           "write 10m, 1h30m, 1d, 10:00, yesterday or \"2026-11-21 10:00\"");
+        throw host::Error("cannot use the time \"" + text + "\"", "its form is not known",
+                          "write 10m, 1h30m, 1d, 10:00, yesterday or \"2026-11-21 10:00\"");
     return int64_t{*moment} * 1000;
 }
 

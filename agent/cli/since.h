@@ -14,7 +14,7 @@ namespace cli {
 //   today, yesterday              the beginning of that day
 //   2026-11-21, with 10:00 or 10:00:30 behind it after a blank or a T; local time, unless Z or a
 //   shift such as +01:00 follows
-// Throws tarsk::Error for anything else.
+// Throws host::Error for anything else.
 int64_t ParseSince(const std::string &text, time_t now);
 
 } // namespace cli

@@ -6,35 +6,39 @@
 #include <set>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
 #include "agent/alerts/alert_store.h"
-#include "agent/alerts/delivery_store.h"
-#include "agent/alerts/undelivered.h"
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
 #include "agent/cli/sink_commands.h"
-#include "agent/common/alert_text.h"
-#include "agent/common/log_files.h"
-#include "agent/common/status_file.h"
-#include "agent/libtarsk/waitable.h"
+#include "agent/host/waitable.h"
+#include "agent/logs/log_files.h"
+#include "agent/sinks/delivery_store.h"
+#include "agent/sinks/undelivered.h"
+#include "agent/status/status_file.h"
+#include "agent/text/printable.h"
+#include "agent/text/times.h"
 
 namespace cli {
 
-alerts::SinkRegistry Sinks()
+sinks::SinkRegistry Sinks()
 {
-    return {tarsk::HostStore(), tarsk::HostRegistry()};
+    return {host::HostStore(), host::HostRegistry()};
 }
 
 void TellDaemonOfSinks()
 {
-    tarsk::Event::Create(tarsk::HostLayout().run, alerts::kSinksEvent, false, false)->Set();
+    host::WakeEvent::Create(host::HostLayout().run, sinks::kSinksEvent, false, false)->Set();
 }
 
-std::vector<std::string> SinkWarnings(const alerts::SinkConfig &config)
+std::vector<std::string> SinkWarnings(const sinks::SinkConfig &config)
 {
-    std::vector<std::string> warnings = alerts::SecretWarnings(config);
+    std::vector<std::string> warnings = sinks::SecretWarnings(config);
     if (std::string(config.kind->name) != "file")
         return warnings;
-    for (const auto &watched : agent::WatchedPaths(tarsk::HostRegistry())) {
+    for (const auto &watched : logs::WatchedPaths(host::HostRegistry())) {
         std::error_code ignored;
         const std::filesystem::path path = config.Get("path");
         if (path == watched || std::filesystem::equivalent(path, watched, ignored))
@@ -47,10 +51,10 @@ std::vector<std::string> SinkWarnings(const alerts::SinkConfig &config)
 
 namespace {
 
-using alerts::Delivery;
-using alerts::SinkConfig;
-using alerts::StoredSink;
 using nlohmann::json;
+using sinks::Delivery;
+using sinks::SinkConfig;
+using sinks::StoredSink;
 
 struct SinkOptions {
     std::string kind;
@@ -67,9 +71,9 @@ void TakeOptions(const std::vector<std::string> &words, SinkConfig &config)
     for (const std::string &word : words) {
         const size_t equals = word.find('=');
         if (equals == std::string::npos || equals == 0)
-            throw tarsk::Error("cannot use the option \"" + word + "\"", "it has no value",
-                               "write NAME=VALUE");
-        alerts::FindOption(*config.kind, word.substr(0, equals));
+            throw host::Error("cannot use the option \"" + word + "\"", "it has no value",
+                              "write NAME=VALUE");
+        sinks::FindOption(*config.kind, word.substr(0, equals));
         config.options[word.substr(0, equals)] = word.substr(equals + 1);
     }
 }
@@ -83,7 +87,7 @@ void Warn(const SinkConfig &config)
 int AddSink(const Context &context, const SinkOptions &options)
 {
     SinkConfig config;
-    config.kind = &alerts::FindKind(options.kind);
+    config.kind = &sinks::FindKind(options.kind);
     config.name = options.name;
     TakeOptions(options.options, config);
     context.Open();
@@ -100,8 +104,8 @@ SinkConfig SoundSink(const std::string &name)
 {
     StoredSink sink = Sinks().Find(name);
     if (!sink.problem.empty())
-        throw tarsk::Error("cannot use the sink " + sink.config.name, sink.problem,
-                           "remove it and add it again");
+        throw host::Error("cannot use the sink " + sink.config.name, sink.problem,
+                          "remove it and add it again");
     return sink.config;
 }
 
@@ -109,16 +113,16 @@ void ChangeOptions(const SinkOptions &options, StoredSink &sink)
 {
     SinkConfig &config = sink.config;
     if (config.kind == nullptr)
-        throw tarsk::Error("cannot use the sink " + config.name, sink.problem,
-                           "remove it and add it again");
+        throw host::Error("cannot use the sink " + config.name, sink.problem,
+                          "remove it and add it again");
     TakeOptions(options.options, config);
     // Nothing is the standard value, unless it is a value.
     std::erase_if(config.options, [&](const auto &option) {
         return option.second.empty() &&
-               !alerts::FindOption(*config.kind, option.first).check("").empty();
+               !sinks::FindOption(*config.kind, option.first).check("").empty();
     });
     for (const std::string &name : options.unset) {
-        alerts::FindOption(*config.kind, name);
+        sinks::FindOption(*config.kind, name);
         config.options.erase(name);
     }
 }
@@ -156,8 +160,8 @@ std::string UndeliveredText(int64_t count, const std::string &sink)
 
 struct View {
     StoredSink sink;
-    alerts::Deliveries rows;
-    std::vector<alerts::Undelivered> undelivered;
+    sinks::Deliveries rows;
+    std::vector<sinks::Undelivered> undelivered;
     int64_t newest = 0; // of all alerts
     int64_t oldest = 0;
     uint32_t limit = 0;
@@ -210,10 +214,10 @@ struct View {
 
 View ViewOf(StoredSink sink)
 {
-    tarsk::Database &database = tarsk::HostStore().database();
+    host::Database &database = host::HostStore().database();
     View view;
-    view.rows = alerts::ReadDeliveries(database, sink.config.key);
-    view.undelivered = alerts::ReadUndelivered(database, sink.config.key);
+    view.rows = sinks::ReadDeliveries(database, sink.config.key);
+    view.undelivered = sinks::ReadUndelivered(database, sink.config.key);
     view.newest = alerts::NewestAlertId(database);
     view.oldest = alerts::OldestAlertId(database);
     view.limit = Sinks().AlertLimit();
@@ -261,7 +265,7 @@ std::string ErrorText(const Delivery &row, const std::string &error)
 {
     if (error.empty())
         return "-";
-    return (row.error_ms != 0 ? agent::LocalTime(row.error_ms) + " " : "") + error;
+    return (row.error_ms != 0 ? text::LocalTime(row.error_ms) + " " : "") + error;
 }
 
 int ListSinks(const Context &context, const SinkOptions &)
@@ -297,7 +301,7 @@ void AddRows(Table &table, const View &view, const Delivery &row, int64_t undeli
     table.Add({"undelivered", std::to_string(undelivered)});
     table.Add({"dropped", std::to_string(row.dropped)});
     table.Add(
-        {"last delivery", row.delivered_ms != 0 ? agent::LocalTime(row.delivered_ms) : "none yet"});
+        {"last delivery", row.delivered_ms != 0 ? text::LocalTime(row.delivered_ms) : "none yet"});
     table.Add({"last error", ErrorText(row, error)});
 }
 
@@ -336,32 +340,32 @@ std::string HostName()
     return name;
 }
 
-alerts::Message TestMessage(const SinkConfig &config)
+sinks::Message TestMessage(const SinkConfig &config)
 {
-    alerts::Message message;
+    sinks::Message message;
     message.is_test = true;
-    message.alert.time_ms = agent::WallTimeMs();
+    message.alert.time_ms = status::WallTimeMs();
     message.alert.host = HostName();
     message.alert.log_name = "Application";
     message.alert.source = "SYSLOGMON-TEST";
     message.alert.count = 1;
     message.alert.message = "This is a test of the sink " + config.name + ". Nothing has happened.";
-    message.key = tarsk::HostStore().series() + "/test-" + std::to_string(message.alert.time_ms);
+    message.key = host::HostStore().series() + "/test-" + std::to_string(message.alert.time_ms);
     if (config.kind->active != nullptr)
         message.ends_ms = message.alert.time_ms + config.kind->active(config).count();
     return message;
 }
 
-alerts::Outcome TestPeer(const SinkConfig &config, const std::string &peer)
+sinks::Outcome TestPeer(const SinkConfig &config, const std::string &peer)
 {
-    alerts::Secrets secrets;
-    alerts::Outcome outcome;
+    sinks::Secrets secrets;
+    sinks::Outcome outcome;
     try {
         const auto sink = config.kind->open(config, peer, secrets);
-        const alerts::Message message = TestMessage(config);
-        outcome = sink->Send(std::span(&message, 1), alerts::Interrupt());
+        const sinks::Message message = TestMessage(config);
+        outcome = sink->Send(std::span(&message, 1), sinks::Interrupt());
     } catch (const std::exception &error) {
-        outcome = alerts::Failed(error.what());
+        outcome = sinks::Failed(error.what());
     }
     outcome.answer = secrets.Hide(outcome.answer);
     return outcome;
@@ -376,14 +380,14 @@ int TestSink(const Context &context, const SinkOptions &options)
     json answers = json::array();
     bool all_taken = true;
     for (const std::string &peer : config.Peers()) {
-        const alerts::Outcome outcome = TestPeer(config, peer);
-        const bool taken = outcome.result == alerts::Outcome::Result::kTaken;
+        const sinks::Outcome outcome = TestPeer(config, peer);
+        const bool taken = outcome.result == sinks::Outcome::Result::kTaken;
         all_taken = all_taken && taken;
         answers.push_back({{"peer", peer}, {"taken", taken}, {"answer", outcome.answer}});
         const std::string text =
             (peer.empty() ? config.name : config.name + " (" + peer + ")") +
             (taken ? " has taken the test alert: " : " has not taken the test alert: ") +
-            agent::Printable(outcome.answer);
+            text::Printable(outcome.answer);
         if (!context.json)
             fprintf(taken ? stdout : stderr, "%s%s\n", taken ? "" : "syslogmon: ", text.c_str());
     }
@@ -419,9 +423,9 @@ int Limit(const Context &context, const SinkOptions &options)
 std::string KindsHelp()
 {
     std::string text = "Kinds and their options:\n";
-    for (const alerts::SinkKind &kind : alerts::AllKinds()) {
+    for (const sinks::SinkKind &kind : sinks::AllKinds()) {
         text += "  " + std::string(kind.name) + ": " + kind.help + "\n";
-        for (const alerts::SinkOption &option : kind.options) {
+        for (const sinks::SinkOption &option : kind.options) {
             const std::string name = option.name;
             text += "    " + name + (name.back() == '.' ? "NAME=" : "=") + option.form + "  " +
                     option.help;

@@ -5,19 +5,19 @@
 #include <string>
 #include <vector>
 
-#include "agent/alerts/sink_registry.h"
 #include "agent/cli/command.h"
+#include "agent/sinks/sink_registry.h"
 
 namespace cli {
 
 // The sinks of the opened store.
-alerts::SinkRegistry Sinks();
+sinks::SinkRegistry Sinks();
 
 // Makes a running daemon read the sinks again, and what is wanted of them.
 void TellDaemonOfSinks();
 
 // What is unsafe about a sink: see SecretWarnings; and whether the monitor reads what it writes.
-std::vector<std::string> SinkWarnings(const alerts::SinkConfig &config);
+std::vector<std::string> SinkWarnings(const sinks::SinkConfig &config);
 
 // ---- sink undelivered, retry, drop: undelivered_commands.cc ----
 

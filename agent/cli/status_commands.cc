@@ -2,24 +2,28 @@
 #include <cinttypes>
 #include <cstdio>
 
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
-#include "agent/common/alert_text.h"
-#include "agent/common/daemon_lock.h"
-#include "agent/common/events.h"
-#include "agent/common/log_files.h"
-#include "agent/common/monitor_settings.h"
-#include "agent/common/sign_of_life.h"
-#include "agent/common/status_file.h"
+#include "agent/events/events.h"
+#include "agent/logs/log_files.h"
+#include "agent/settings/settings.h"
+#include "agent/status/daemon_lock.h"
+#include "agent/status/sign_of_life.h"
+#include "agent/status/status_file.h"
+#include "agent/text/printable.h"
+#include "agent/text/times.h"
 
 namespace cli {
 
 namespace {
 
-using agent::Status;
-using agent::StoredEvent;
-using agent::WatchedFile;
+using events::StoredEvent;
+using logs::WatchedFile;
 using nlohmann::json;
+using status::Status;
 
 std::string Seconds(int64_t microseconds)
 {
@@ -33,7 +37,7 @@ std::string Seconds(int64_t microseconds)
 std::vector<StoredEvent> DamagedEvents()
 {
     std::vector<StoredEvent> damaged;
-    for (const auto &source : agent::EventRegistry(tarsk::HostRegistry()).ReadAll()) {
+    for (const auto &source : events::EventRegistry(host::HostRegistry()).ReadAll()) {
         for (const StoredEvent &stored : source.events) {
             if (!source.is_new_application_type && !stored.problem.empty())
                 damaged.push_back(stored);
@@ -46,7 +50,7 @@ std::vector<StoredEvent> DamagedEvents()
 std::string MendingCommand(const StoredEvent &stored)
 {
     const auto &key = stored.event.key;
-    return "syslogmon event remove '" + key.source + "' " + agent::FormatEventId(key.id) +
+    return "syslogmon event remove '" + key.source + "' " + events::FormatEventId(key.id) +
            ", then syslogmon event add with all its values";
 }
 
@@ -60,12 +64,12 @@ struct Daemon {
 Daemon LookAtDaemon(const Context &context)
 {
     Daemon daemon;
-    const auto holder = agent::DaemonLock::Holder(context.layout);
+    const auto holder = status::DaemonLock::Holder(context.layout);
     if (!holder)
         return daemon;
     daemon.running = true;
-    daemon.status = agent::ReadStatus(context.layout.run);
-    daemon.stands = agent::WhyItStands(*holder, daemon.status);
+    daemon.status = status::ReadStatus(context.layout.run);
+    daemon.stands = status::WhyItStands(*holder, daemon.status);
     return daemon;
 }
 
@@ -76,14 +80,14 @@ std::string StateText(const Daemon &daemon)
         return "not running";
     if (status && status->waiting_since_ms != 0)
         return "waits for the store's lock, which another process holds, since " +
-               agent::LocalTime(status->waiting_since_ms);
+               text::LocalTime(status->waiting_since_ms);
     if (!daemon.stands.empty())
         return "not working: " + daemon.stands;
     if (!status)
         return "starting";
-    std::string text = agent::MonitorStateName(status->state);
-    if (status->state == agent::MonitorState::kPausing)
-        text += ", starts again at " + agent::LocalTime(status->next_start_ms);
+    std::string text = status::MonitorStateName(status->state);
+    if (status->state == status::MonitorState::kPausing)
+        text += ", starts again at " + text::LocalTime(status->next_start_ms);
     return text;
 }
 
@@ -113,13 +117,13 @@ void PrintDaemon(const Daemon &daemon)
     table.Add({"state", StateText(daemon)});
     if (status) {
         table.Add({"process", std::to_string(status->pid)});
-        table.Add({"running since", agent::LocalTime(status->started_ms)});
+        table.Add({"running since", text::LocalTime(status->started_ms)});
         table.Add({"events", std::to_string(status->table_size)});
         const auto &pass = status->last_pass;
         if (pass.number > 0)
             table.Add({"last pass", "number " + std::to_string(pass.number) + " (" +
-                                        agent::PassKindName(pass.kind) + ") at " +
-                                        agent::LocalTime(pass.began_ms) + ", took " +
+                                        status::PassKindName(pass.kind) + ") at " +
+                                        text::LocalTime(pass.began_ms) + ", took " +
                                         Seconds(pass.took_us)});
         if (!status->watch_problem.empty())
             table.Add({"watching", status->watch_problem + "; changes are found once in a cycle"});
@@ -127,8 +131,8 @@ void PrintDaemon(const Daemon &daemon)
             table.Add({"ended by itself",
                        std::to_string(status->restarts) + " times, last: " + status->last_error});
     }
-    table.Add({"cycle",
-               agent::GetSetting(tarsk::HostRegistry(), agent::FindSetting("cycle")) + " seconds"});
+    table.Add({"cycle", settings::GetSetting(host::HostRegistry(), settings::FindSetting("cycle")) +
+                            " seconds"});
     table.Print();
 }
 
@@ -147,10 +151,10 @@ json ToJson(const WatchedFile &file)
     return object;
 }
 
-json ToJson(const agent::PassStatus &pass)
+json ToJson(const status::PassStatus &pass)
 {
     return {{"number", pass.number},
-            {"kind", agent::PassKindName(pass.kind)},
+            {"kind", status::PassKindName(pass.kind)},
             {"began_ms", pass.began_ms},
             {"took_us", pass.took_us}};
 }
@@ -170,7 +174,7 @@ void PrintAsJson(const Daemon &daemon, const std::vector<WatchedFile> &files,
                    {"files", json::array()},
                    {"damaged", json::array()}};
     if (status) {
-        object["state"] = agent::MonitorStateName(status->state);
+        object["state"] = status::MonitorStateName(status->state);
         object["pid"] = status->pid;
         object["started_ms"] = status->started_ms;
         object["events"] = status->table_size;
@@ -195,7 +199,7 @@ int ShowStatus(const Context &context)
 {
     context.OpenToRead();
     const Daemon daemon = LookAtDaemon(context);
-    const auto files = agent::ReadWatchedFiles(tarsk::HostRegistry());
+    const auto files = logs::ReadWatchedFiles(host::HostRegistry());
     const auto damaged = DamagedEvents();
     if (context.json) {
         PrintAsJson(daemon, files, damaged);
@@ -205,8 +209,8 @@ int ShowStatus(const Context &context)
         PrintFiles(files);
         for (const StoredEvent &stored : damaged)
             printf("\nevent %s %s cannot be loaded: %s\n  mend it with: %s\n",
-                   agent::Printable(stored.event.key.source).c_str(),
-                   agent::Printable(stored.id_text).c_str(), stored.problem.c_str(),
+                   text::Printable(stored.event.key.source).c_str(),
+                   text::Printable(stored.id_text).c_str(), stored.problem.c_str(),
                    MendingCommand(stored).c_str());
     }
     return daemon.running && daemon.stands.empty() ? kExitDone : kExitNotRunning;

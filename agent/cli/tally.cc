@@ -5,8 +5,7 @@
 #include <climits>
 #include <cstring>
 
-#include "agent/common/names.h"
-#include "agent/libtarsk/error.h"
+#include "agent/host/error.h"
 #include "platform/contract.h"
 
 namespace cli {
@@ -71,12 +70,12 @@ int Tally::TakeReport(ReportRequest *request)
 
 // ---- time ----
 
-std::optional<agent::StampProblem> Tally::StampProblem(const std::string &line)
+std::optional<logs::StampProblem> Tally::StampProblem(const std::string &line)
 {
     time_t stamp = 0;
     if (module_.get_syslog_time(line.c_str(), &stamp) != 0)
         return std::nullopt;
-    return agent::StampProblemOf(line);
+    return logs::StampProblemOf(line);
 }
 
 int Tally::HourFor(const std::string &line)
@@ -105,7 +104,7 @@ void Tally::WatchHour(int hour)
         if (hour < 0)
             table_[i]->WatchTime = hours_[i];
         else
-            table_[i]->WatchTime = IsWatched(i, hour) ? agent::kAllHours : 0;
+            table_[i]->WatchTime = IsWatched(i, hour) ? events::kAllHours : 0;
     }
 }
 
@@ -122,7 +121,7 @@ void Tally::Check(Sighting &line, int times)
     }
     if (hour_of_ == HourOf::kLine)
         WatchHour(HourFor(line.text));
-    if (line.text.find(agent::kSyslogIdentifier) != std::string::npos)
+    if (line.text.find(kSyslogIdentifier) != std::string::npos)
         ++own_lines_;
     for (const size_t i : counting_)
         count_before_[i] = table_[i]->CurrentCount;
@@ -161,7 +160,7 @@ bool Tally::FindsKeyword(const std::string &line, const std::string &keyword)
     // A table of one event with this keyword.
     VKVMon probe{};
     memcpy(probe.Keyword1, keyword.c_str(), std::min(keyword.size(), kKeywordSize - 1));
-    probe.WatchTime = agent::kAllHours;
+    probe.WatchTime = events::kAllHours;
     probe.ReportCount = 1;
     std::vector<VKVMon *> slots(kMaxEntries, nullptr);
     slots[0] = &probe;
@@ -180,8 +179,8 @@ bool Tally::FindsKeyword(const std::string &line, const std::string &keyword)
 void Tally::ReadLog(const TrialLog &log, const std::function<bool(int64_t)> &step)
 {
     if (module_.init_file(log.path.c_str()) != 0)
-        throw tarsk::Error("cannot read " + log.name, strerror(errno),
-                           "name a log that can be read");
+        throw host::Error("cannot read " + log.name, strerror(errno),
+                          "name a log that can be read");
     FileTally file;
     file.name = log.name;
     files_.push_back(std::move(file));
@@ -196,8 +195,8 @@ void Tally::ReadOpenFile(const std::function<bool(int64_t)> &step)
     int64_t pos = -1;
     char text[kLineBufferSize] = {};
     if (module_.goto_pos(&pos, text, kLineBufferSize) != 0)
-        throw tarsk::Error("cannot read " + file.name, "it cannot be positioned",
-                           "name a log that is not being changed");
+        throw host::Error("cannot read " + file.name, "it cannot be positioned",
+                          "name a log that is not being changed");
     // A line waits until the one behind it is known, because the repeats that follow belong to it.
     Sighting waiting;
     bool is_waiting = false;

@@ -12,7 +12,7 @@
 
 #include "agent/cli/trial.h"
 #include "agent/cli/trial_input.h"
-#include "agent/common/stamps.h"
+#include "agent/logs/stamps.h"
 
 namespace cli {
 
@@ -58,7 +58,7 @@ class Tally {
 
     // Reads a log from its first line to its last one, as a pass of the monitor does: repeats are
     // added to the line before them. `step` is called for each line with the bytes of the log that
-    // are done; false ends the reading. Throws tarsk::Error when the log cannot be read.
+    // are done; false ends the reading. Throws host::Error when the log cannot be read.
     void ReadLog(const TrialLog &log, const std::function<bool(int64_t)> &step);
 
     // Checks one line for so many occurrences.
@@ -68,7 +68,7 @@ class Tally {
     [[nodiscard]] const std::vector<size_t> &matched() const { return matched_; }
 
     // Why no event can match the line because of its time stamp; nothing: one can.
-    std::optional<agent::StampProblem> StampProblem(const std::string &line);
+    std::optional<logs::StampProblem> StampProblem(const std::string &line);
     // The hour that counts for it, 0 to 23.
     int HourFor(const std::string &line);
     // Does the entry watch that hour?
@@ -79,7 +79,7 @@ class Tally {
     [[nodiscard]] const VKVMon &entry(size_t index) const { return *table_[index]; }
     [[nodiscard]] const std::vector<EventTally> &events() const { return events_; }
     [[nodiscard]] const std::vector<FileTally> &files() const { return files_; }
-    [[nodiscard]] const UnseenTally &unseen(agent::StampProblem problem) const
+    [[nodiscard]] const UnseenTally &unseen(logs::StampProblem problem) const
     {
         return unseen_[static_cast<size_t>(problem)];
     }
@@ -104,7 +104,7 @@ class Tally {
     std::vector<size_t> matched_;
     int watched_hour_ = -1; // for which the table is set; -1: as loaded
     std::vector<EventTally> events_;
-    std::array<UnseenTally, agent::kStampProblems> unseen_;
+    std::array<UnseenTally, logs::kStampProblems> unseen_;
     std::vector<FileTally> files_;
     int64_t lines_ = 0;
     int64_t repeats_ = 0;

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "agent/libtarsk/error.h"
+#include "agent/host/error.h"
 
 namespace cli {
 
@@ -15,9 +15,9 @@ TemporaryFolder::TemporaryFolder()
 {
     std::string name = (fs::temp_directory_path() / "syslogmon.XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr)
-        throw tarsk::Error("cannot create a temporary folder", strerror(errno),
-                           "make room in " + fs::temp_directory_path().string() +
-                               ", or name another place with TMPDIR");
+        throw host::Error("cannot create a temporary folder", strerror(errno),
+                          "make room in " + fs::temp_directory_path().string() +
+                              ", or name another place with TMPDIR");
     path_ = name;
 }
 

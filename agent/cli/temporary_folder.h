@@ -9,7 +9,7 @@ namespace cli {
 // Is made in the place for temporary files, and is gone with its contents at the end.
 class TemporaryFolder {
   public:
-    // Throws tarsk::Error when it cannot be made.
+    // Throws host::Error when it cannot be made.
     TemporaryFolder();
     ~TemporaryFolder();
     TemporaryFolder(const TemporaryFolder &) = delete;

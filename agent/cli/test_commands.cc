@@ -5,29 +5,31 @@
 #include <csignal>
 #include <cstdio>
 
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
-#include "agent/cli/progress.h"
+#include "agent/cli/progress_bar.h"
 #include "agent/cli/tally.h"
 #include "agent/cli/text_input.h"
 #include "agent/cli/trial.h"
 #include "agent/cli/trial_input.h"
-#include "agent/common/alert_text.h"
-#include "agent/common/event_checks.h"
-#include "agent/common/expressions.h"
-#include "agent/common/names.h"
-#include "agent/common/rules_file.h"
+#include "agent/events/event_checks.h"
+#include "agent/events/expressions.h"
+#include "agent/rules/rules_file.h"
+#include "agent/text/printable.h"
 #include "platform/contract.h"
 
 namespace cli {
 
 namespace {
 
-using agent::StampProblem;
+using logs::StampProblem;
 using nlohmann::json;
 
 using Clock = std::chrono::steady_clock;
-using LeftOut = std::vector<std::pair<agent::StoredSource, agent::StoredEvent>>;
+using LeftOut = std::vector<std::pair<events::StoredSource, events::StoredEvent>>;
 
 constexpr size_t kShownOfALine = 72; // bytes of a line that are shown on a terminal
 
@@ -59,8 +61,8 @@ void TakeInterruptions()
 void EndIfInterrupted()
 {
     if (interrupted)
-        throw tarsk::Error("the trial was interrupted", "nothing is shown",
-                           "let it come to its end, or try a part of the log");
+        throw host::Error("the trial was interrupted", "nothing is shown",
+                          "let it come to its end, or try a part of the log");
 }
 
 // ---- the rules ----
@@ -68,7 +70,7 @@ void EndIfInterrupted()
 RulesCopy HostRules(const Context &context)
 {
     context.OpenToRead();
-    return CopyRules(tarsk::HostRegistry(), true);
+    return CopyRules(host::HostRegistry(), true);
 }
 
 // The settings and products of the host. Without a store there are none; for somebody who may not
@@ -80,8 +82,8 @@ RulesCopy HostSettings(const Context &context)
         return {};
     try {
         context.OpenToRead();
-        return CopyRules(tarsk::HostRegistry(), false);
-    } catch (const tarsk::Error &error) {
+        return CopyRules(host::HostRegistry(), false);
+    } catch (const host::Error &error) {
         PrintError(std::string("warning: the settings of this host are not used: ") + error.what());
         return {};
     }
@@ -90,10 +92,10 @@ RulesCopy HostSettings(const Context &context)
 // The events of a rules file, and nothing else, with the settings of this host.
 RulesCopy FileRules(const Context &context, const std::string &file)
 {
-    const auto parsed = agent::ParseRules(agent::ReadWholeFile(file, agent::kMaxRulesFile));
+    const auto parsed = rules::ParseRules(text::ReadWholeFile(file, rules::kMaxRulesFile));
     RefuseIfFaulty(context, "try", file, parsed.issues);
     RulesCopy rules = HostSettings(context);
-    for (const agent::Rule &rule : parsed.rules)
+    for (const rules::Rule &rule : parsed.rules)
         rules.events.push_back(rule.event);
     return rules;
 }
@@ -125,7 +127,7 @@ void PrintEvents(const Tally &tally)
         const std::string reports = event.withheld > 0
                                         ? std::to_string(event.withheld) + " withheld"
                                         : std::to_string(event.reports);
-        table.Add({tally.entry(i).Source, agent::FormatEventId(tally.entry(i).EventID),
+        table.Add({tally.entry(i).Source, events::FormatEventId(tally.entry(i).EventID),
                    std::to_string(event.lines), std::to_string(event.hits), reports,
                    Shown(tally, event.first), Shown(tally, event.last)});
     }
@@ -140,23 +142,23 @@ void PrintLeftOut(const LeftOut &left_out)
     Table table({"NOT LOADED", "ID", "CAUSE"});
     for (const auto &[source, stored] : left_out)
         table.Add({source.name, stored.id_text,
-                   agent::WhyLeftOut(tarsk::HostRegistry(), source, stored).cause});
+                   events::WhyLeftOut(host::HostRegistry(), source, stored).cause});
     table.Print();
 }
 
 void PrintUnseen(const Tally &tally)
 {
-    for (int p = 0; p < agent::kStampProblems; ++p) {
+    for (int p = 0; p < logs::kStampProblems; ++p) {
         const auto problem = static_cast<StampProblem>(p);
         const UnseenTally &unseen = tally.unseen(problem);
         if (unseen.lines == 0)
             continue;
         printf("\nno event can match %lld %s: %s\n  first: %s\n",
                static_cast<long long>(unseen.lines), unseen.lines == 1 ? "line" : "lines",
-               agent::StampProblemText(problem),
-               agent::Printable(Shown(tally, unseen.first)).c_str());
-        if (*agent::StampProblemAdvice(problem) != '\0')
-            printf("  %s\n", agent::StampProblemAdvice(problem));
+               logs::StampProblemText(problem),
+               text::Printable(Shown(tally, unseen.first)).c_str());
+        if (*logs::StampProblemAdvice(problem) != '\0')
+            printf("  %s\n", logs::StampProblemAdvice(problem));
     }
 }
 
@@ -182,7 +184,7 @@ json EventsAsJson(const Tally &tally)
     for (size_t i = 0; i < tally.events().size(); ++i) {
         const EventTally &event = tally.events()[i];
         events.push_back({{"source", tally.entry(i).Source},
-                          {"id", agent::FormatEventId(tally.entry(i).EventID)},
+                          {"id", events::FormatEventId(tally.entry(i).EventID)},
                           {"lines", event.lines},
                           {"hits", event.hits},
                           {"reports", event.reports},
@@ -200,20 +202,20 @@ json LeftOutAsJson(const LeftOut &left_out)
         events.push_back(
             {{"source", source.name},
              {"id", stored.id_text},
-             {"cause", agent::WhyLeftOut(tarsk::HostRegistry(), source, stored).cause}});
+             {"cause", events::WhyLeftOut(host::HostRegistry(), source, stored).cause}});
     return events;
 }
 
 json UnseenAsJson(const Tally &tally)
 {
     json groups = json::array();
-    for (int p = 0; p < agent::kStampProblems; ++p) {
+    for (int p = 0; p < logs::kStampProblems; ++p) {
         const auto problem = static_cast<StampProblem>(p);
         const UnseenTally &unseen = tally.unseen(problem);
         if (unseen.lines > 0)
-            groups.push_back({{"reason", agent::StampProblemName(problem)},
-                              {"text", agent::StampProblemText(problem)},
-                              {"advice", agent::StampProblemAdvice(problem)},
+            groups.push_back({{"reason", logs::StampProblemName(problem)},
+                              {"text", logs::StampProblemText(problem)},
+                              {"advice", logs::StampProblemAdvice(problem)},
                               {"lines", unseen.lines},
                               {"first", ToJson(tally, unseen.first)}});
     }
@@ -238,7 +240,7 @@ void ReadFiles(const std::vector<std::string> &files, Tally *tally)
 {
     const TrialInput input(files, [] { return !interrupted; });
     EndIfInterrupted();
-    Progress progress(input.bytes());
+    ProgressBar progress(input.bytes());
     int64_t bytes = 0;
     for (const TrialLog &log : input.logs()) {
         tally->ReadLog(log, [&](int64_t done) {
@@ -257,7 +259,7 @@ void TryFiles(const Context &context, const TestOptions &options, MonitorModule 
     const auto begin = Clock::now();
     ReadFiles(options.files, &tally);
     const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
-    const LeftOut left_out = LeftOutEvents(tarsk::HostRegistry(), module);
+    const LeftOut left_out = LeftOutEvents(host::HostRegistry(), module);
     if (context.json) {
         PrintAsJson(tally, left_out);
         return;
@@ -282,9 +284,9 @@ std::string WhyNoEvent(Tally &tally, const std::string &line)
 {
     if (const auto problem = tally.StampProblem(line))
         return std::string("the monitor cannot read its time stamp: ") +
-               agent::StampProblemText(*problem);
-    if (line.find(agent::kSyslogIdentifier) != std::string::npos)
-        return std::string("it is the agent's own: it holds ") + agent::kSyslogIdentifier;
+               logs::StampProblemText(*problem);
+    if (line.find(kSyslogIdentifier) != std::string::npos)
+        return std::string("it is the agent's own: it holds ") + kSyslogIdentifier;
     return {};
 }
 
@@ -292,7 +294,7 @@ std::string WhyKeywordIsMissing(const MonitorModule &module, int number, const c
 {
     std::string reason = "keyword " + std::to_string(number) + " \"" + keyword + "\" is missing";
     if (*module.is_fault_tolerant >= 1) {
-        const std::string why = agent::WhyNoExpression(keyword);
+        const std::string why = events::WhyNoExpression(keyword);
         reason += why.empty() ? ", as text and as a regular expression"
                               : ", and it is no regular expression: " + why;
     }
@@ -338,7 +340,7 @@ std::vector<Verdict> Explain(Tally &tally, const MonitorModule &module, const st
     for (size_t i = 0; i < tally.events().size(); ++i) {
         Verdict verdict;
         verdict.source = tally.entry(i).Source;
-        verdict.id = agent::FormatEventId(tally.entry(i).EventID);
+        verdict.id = events::FormatEventId(tally.entry(i).EventID);
         verdict.matches = std::find(matched.begin(), matched.end(), i) != matched.end();
         if (verdict.matches)
             verdict.reason = WhatAMatchDoes(tally, i);
@@ -346,10 +348,10 @@ std::vector<Verdict> Explain(Tally &tally, const MonitorModule &module, const st
             verdict.reason = why_none.empty() ? WhyNoMatch(tally, module, i, text) : why_none;
         verdicts.push_back(std::move(verdict));
     }
-    for (const auto &[source, stored] : LeftOutEvents(tarsk::HostRegistry(), module))
+    for (const auto &[source, stored] : LeftOutEvents(host::HostRegistry(), module))
         verdicts.push_back(
             {source.name, stored.id_text, false,
-             "not loaded: " + agent::WhyLeftOut(tarsk::HostRegistry(), source, stored).cause});
+             "not loaded: " + events::WhyLeftOut(host::HostRegistry(), source, stored).cause});
     return verdicts;
 }
 
@@ -387,7 +389,7 @@ int Test(const Context &context, const TestOptions &options)
     const bool has_file = !options.rules.empty();
     const RulesCopy rules = has_file ? FileRules(context, options.rules) : HostRules(context);
     // The rules of a file need nothing of an installation but the module of this program.
-    const tarsk::Layout libraries = has_file ? tarsk::Layout::Find() : context.layout;
+    const host::Layout libraries = has_file ? host::Layout::Find() : context.layout;
     RunTrial(libraries, rules, [&](MonitorModule &module) {
         if (options.explain)
             ExplainLine(context, options, module);

@@ -2,22 +2,24 @@
 
 #include <cstdio>
 
+#include <nlohmann/json.hpp>
+
 #include "agent/cli/output.h"
-#include "agent/common/alert_text.h"
+#include "agent/text/printable.h"
 
 namespace cli {
 
 void RefuseIfFaulty(const Context &context, const std::string &doing, const std::string &path,
-                    const std::vector<agent::Issue> &issues)
+                    const std::vector<text::Issue> &issues)
 {
     if (issues.empty())
         return;
-    const std::string name = agent::ShownName(path);
+    const std::string name = text::ShownName(path);
     nlohmann::json list = nlohmann::json::array();
-    for (const agent::Issue &issue : issues) {
+    for (const text::Issue &issue : issues) {
         const std::string line = name + ":" + std::to_string(issue.at.line) + ":" +
                                  std::to_string(issue.at.column) + ": " + issue.what;
-        fprintf(stderr, "%s\n", agent::Printable(line).c_str());
+        fprintf(stderr, "%s\n", text::Printable(line).c_str());
         list.push_back({{"file", name},
                         {"line", issue.at.line},
                         {"column", issue.at.column},
@@ -25,7 +27,7 @@ void RefuseIfFaulty(const Context &context, const std::string &doing, const std:
     }
     if (context.json)
         PrintJson({{"errors", list}});
-    throw Refused(doing, path, agent::CountMistakes(issues));
+    throw Refused(doing, path, text::CountMistakes(issues));
 }
 
 void PrintFile(const std::string &text)

@@ -6,18 +6,18 @@
 #include <vector>
 
 #include "agent/cli/command.h"
-#include "agent/common/text_file.h"
+#include "agent/text/text_file.h"
 
 namespace cli {
 
 // A file was refused: its issues were shown, and nothing was done.
-class Refused : public tarsk::Error {
+class Refused : public host::Error {
   public:
     Refused(const std::string &doing, const std::string &path, size_t mistakes)
-        : tarsk::Error("cannot " + doing + " " + agent::ShownName(path),
-                       mistakes == 1 ? "it has a mistake"
-                                     : "it has " + std::to_string(mistakes) + " mistakes",
-                       "correct what is said above; nothing was done")
+        : host::Error("cannot " + doing + " " + text::ShownName(path),
+                      mistakes == 1 ? "it has a mistake"
+                                    : "it has " + std::to_string(mistakes) + " mistakes",
+                      "correct what is said above; nothing was done")
     {
     }
 };
@@ -25,9 +25,9 @@ class Refused : public tarsk::Error {
 // With no issues, does nothing. Otherwise shows all of them, "FILE:LINE:COLUMN: ..." each, on
 // standard error, and with --json as an object on standard output, too; then throws Refused.
 void RefuseIfFaulty(const Context &context, const std::string &doing, const std::string &path,
-                    const std::vector<agent::Issue> &issues);
+                    const std::vector<text::Issue> &issues);
 
-// Prints a whole file, byte for byte, on standard output. Throws tarsk::Error when not all of it
+// Prints a whole file, byte for byte, on standard output. Throws host::Error when not all of it
 // could be written.
 void PrintFile(const std::string &text);
 

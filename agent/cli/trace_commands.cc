@@ -1,7 +1,10 @@
 // trace level
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
-#include "agent/common/monitor_settings.h"
+#include "agent/settings/settings.h"
 
 namespace cli {
 
@@ -9,14 +12,14 @@ namespace {
 
 int Level(const Context &context, const std::string &level)
 {
-    const agent::Setting &setting = agent::FindSetting("trace-level");
+    const settings::Setting &setting = settings::FindSetting("trace-level");
     if (!level.empty()) {
         context.Open();
-        agent::ChangeSetting(tarsk::HostRegistry(), setting, level);
+        settings::ChangeSetting(host::HostRegistry(), setting, level);
         return kExitDone;
     }
     context.OpenToRead();
-    const std::string current = agent::GetSetting(tarsk::HostRegistry(), setting);
+    const std::string current = settings::GetSetting(host::HostRegistry(), setting);
     if (context.json)
         PrintJson({{"trace_level", current}});
     else

@@ -16,11 +16,11 @@
 #include <utility>
 #include <vector>
 
-#include "agent/common/events.h"
-#include "agent/common/reg_text.h"
-#include "agent/libtarsk/layout.h"
-#include "agent/libtarsk/library.h"
-#include "agent/libtarsk/registry_tree.h"
+#include "agent/events/events.h"
+#include "agent/host/layout.h"
+#include "agent/host/library.h"
+#include "agent/host/registry_tree.h"
+#include "agent/regfile/reg_text.h"
 #include "platform/monitor_entry.h"
 #include "platform/siblings.h"
 #include "platform/types.h"
@@ -31,8 +31,8 @@ namespace cli {
 // module.
 class MonitorModule {
   public:
-    // Loads it. Throws tarsk::Error.
-    explicit MonitorModule(const tarsk::Layout &layout);
+    // Loads it. Throws host::Error.
+    explicit MonitorModule(const host::Layout &layout);
 
     void (*start_thread)(void *) = nullptr;
     int (*check_line)(char *line, int times) = nullptr;
@@ -50,27 +50,27 @@ class MonitorModule {
     VKMonitorCallFn *report = nullptr; // takes the reports
 
   private:
-    tarsk::Library library_;
+    host::Library library_;
 };
 
 // The keys of the registry that a trial needs, with all that is below them.
 struct RulesCopy {
-    std::vector<agent::RegKeyContent> keys; // parents first, in the order of their creation
-    std::vector<agent::EventRecord> events; // in addition
+    std::vector<regfile::RegKeyContent> keys; // parents first, in the order of their creation
+    std::vector<events::EventRecord> events;  // in addition
 };
 
 // Products and the agent's settings of the started host, and its events if they are wanted.
-RulesCopy CopyRules(tarsk::RegistryTree &registry, bool with_events);
+RulesCopy CopyRules(host::RegistryTree &registry, bool with_events);
 
 // Runs a trial: `action` is called in the pause, with the registry of the trial as the host's.
 // Ends the host that is started; none is started afterwards. Rethrows what the action throws. Throws
-// tarsk::Error when the module cannot load the rules.
-void RunTrial(const tarsk::Layout &layout, const RulesCopy &rules,
+// host::Error when the module cannot load the rules.
+void RunTrial(const host::Layout &layout, const RulesCopy &rules,
               const std::function<void(MonitorModule &)> &action);
 
 // The events of the started host that the module has not loaded, each with its source.
-std::vector<std::pair<agent::StoredSource, agent::StoredEvent>>
-LeftOutEvents(tarsk::RegistryTree &registry, const MonitorModule &module);
+std::vector<std::pair<events::StoredSource, events::StoredEvent>>
+LeftOutEvents(host::RegistryTree &registry, const MonitorModule &module);
 
 } // namespace cli
 

@@ -8,10 +8,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "agent/common/log_files.h"
-#include "agent/common/text_file.h"
-#include "agent/libtarsk/error.h"
-#include "agent/libtarsk/waitable.h"
+#include "agent/host/error.h"
+#include "agent/host/waitable.h"
+#include "agent/logs/log_files.h"
+#include "agent/text/text_file.h"
 
 namespace cli {
 
@@ -33,7 +33,7 @@ constexpr Packing kPackings[] = {{"\x1F\x8B", "zcat"},
 
 [[noreturn]] void Fail(const std::string &name, const std::string &why)
 {
-    throw tarsk::Error("cannot read " + name, why, "name a log that can be read");
+    throw host::Error("cannot read " + name, why, "name a log that can be read");
 }
 
 bool IsPipe(const std::string &name)
@@ -42,12 +42,12 @@ bool IsPipe(const std::string &name)
     return name == "-" || (stat(name.c_str(), &status) == 0 && S_ISFIFO(status.st_mode));
 }
 
-tarsk::Fd OpenPipe(const std::string &name)
+host::Fd OpenPipe(const std::string &name)
 {
-    tarsk::Fd pipe(name == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
-                               : open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+    host::Fd pipe(name == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
+                              : open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
     if (pipe.get() < 0)
-        Fail(agent::ShownName(name), strerror(errno));
+        Fail(text::ShownName(name), strerror(errno));
     return pipe;
 }
 
@@ -58,20 +58,20 @@ void WriteAll(int file, std::string_view bytes)
         if (written < 0 && errno == EINTR)
             continue;
         if (written <= 0)
-            throw tarsk::Error("cannot copy a log into a temporary folder", strerror(errno),
-                               "make room, or name another place with TMPDIR");
+            throw host::Error("cannot copy a log into a temporary folder", strerror(errno),
+                              "make room, or name another place with TMPDIR");
         bytes.remove_prefix(static_cast<size_t>(written));
     }
 }
 
 void RefusePacked(const TrialLog &log)
 {
-    const std::string head = agent::ReadPart(log.path, 0, 8);
+    const std::string head = logs::ReadPart(log.path, 0, 8);
     for (const Packing &packing : kPackings) {
         if (head.starts_with(packing.head))
-            throw tarsk::Error("cannot try " + log.name, "it is compressed",
-                               std::string("hand it over as text: ") + packing.reader +
-                                   " FILE | syslogmon test -");
+            throw host::Error("cannot try " + log.name, "it is compressed",
+                              std::string("hand it over as text: ") + packing.reader +
+                                  " FILE | syslogmon test -");
     }
 }
 
@@ -81,9 +81,9 @@ TrialInput::TrialInput(const std::vector<std::string> &names, const std::functio
 {
     for (const std::string &name : names) {
         TrialLog log;
-        log.name = agent::ShownName(name);
+        log.name = text::ShownName(name);
         log.path = IsPipe(name) ? Copy(name, go_on) : fs::path(name);
-        const std::string why = agent::WhyUnreadable(log.path);
+        const std::string why = logs::WhyUnreadable(log.path);
         if (!why.empty())
             Fail(log.name, why);
         RefusePacked(log);
@@ -102,11 +102,11 @@ int64_t TrialInput::bytes() const
 
 fs::path TrialInput::Copy(const std::string &name, const std::function<bool()> &go_on)
 {
-    const tarsk::Fd pipe = OpenPipe(name);
+    const host::Fd pipe = OpenPipe(name);
     if (!folder_)
         folder_.emplace();
     fs::path path = folder_->path() / std::to_string(logs_.size());
-    const tarsk::Fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    const host::Fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (file.get() < 0)
         Fail(path, strerror(errno));
     std::array<char, size_t{64} * 1024> block{};
@@ -115,7 +115,7 @@ fs::path TrialInput::Copy(const std::string &name, const std::function<bool()> &
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0)
-            Fail(agent::ShownName(name), strerror(errno));
+            Fail(text::ShownName(name), strerror(errno));
         if (got == 0)
             break;
         WriteAll(file.get(), {block.data(), static_cast<size_t>(got)});

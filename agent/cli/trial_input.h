@@ -23,7 +23,7 @@ struct TrialLog {
 class TrialInput {
   public:
     // Of the names on the command line; "-" is standard input. `go_on` is asked while a pipe is
-    // read; false ends it. Throws tarsk::Error for what cannot be read, and for a compressed file.
+    // read; false ends it. Throws host::Error for what cannot be read, and for a compressed file.
     TrialInput(const std::vector<std::string> &names, const std::function<bool()> &go_on);
 
     [[nodiscard]] const std::vector<TrialLog> &logs() const { return logs_; }

@@ -2,18 +2,22 @@
 #include <algorithm>
 #include <set>
 
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
 #include "agent/alerts/alert_store.h"
-#include "agent/alerts/undelivered.h"
 #include "agent/cli/output.h"
 #include "agent/cli/sink_commands.h"
-#include "agent/common/alert_text.h"
+#include "agent/sinks/undelivered.h"
+#include "agent/text/printable.h"
+#include "agent/text/times.h"
 
 namespace cli {
 
 namespace {
 
-using alerts::Undelivered;
 using nlohmann::json;
+using sinks::Undelivered;
 
 struct UndeliveredOptions {
     std::string name;
@@ -22,7 +26,7 @@ struct UndeliveredOptions {
 
 alerts::Alert AlertOf(const Undelivered &row)
 {
-    auto found = alerts::ReadAlerts(tarsk::HostStore().database(), row.alert_id - 1, 0, 1);
+    auto found = alerts::ReadAlerts(host::HostStore().database(), row.alert_id - 1, 0, 1);
     return found.empty() || found[0].id != row.alert_id ? alerts::Alert{} : std::move(found[0]);
 }
 
@@ -36,17 +40,16 @@ json ToJson(const Undelivered &row, const alerts::Alert &alert)
 int ListUndelivered(const Context &context, const UndeliveredOptions &options)
 {
     context.OpenToRead();
-    const alerts::SinkConfig sink = Sinks().Find(options.name).config;
+    const sinks::SinkConfig sink = Sinks().Find(options.name).config;
     json list = json::array();
     Table table({"ALERT", "PUT ASIDE", "PEER", "REASON", "TEXT"});
-    for (const Undelivered &row :
-         alerts::ReadUndelivered(tarsk::HostStore().database(), sink.key)) {
+    for (const Undelivered &row : sinks::ReadUndelivered(host::HostStore().database(), sink.key)) {
         const alerts::Alert alert = AlertOf(row);
         list.push_back(ToJson(row, alert));
-        table.Add({std::to_string(row.alert_id), agent::LocalTime(row.since_ms),
+        table.Add({std::to_string(row.alert_id), text::LocalTime(row.since_ms),
                    row.peer.empty() ? "-" : row.peer,
-                   row.again ? "to be sent again" : agent::Printable(row.reason),
-                   agent::Printable(alert.message)});
+                   row.again ? "to be sent again" : text::Printable(row.reason),
+                   text::Printable(alert.message)});
     }
     if (context.json)
         PrintJson({{"sink", sink.name}, {"undelivered", list}});
@@ -56,30 +59,30 @@ int ListUndelivered(const Context &context, const UndeliveredOptions &options)
 }
 
 // The alerts that are meant: these, or all that are undelivered.
-std::set<int64_t> Chosen(const alerts::SinkConfig &sink, const std::vector<int64_t> &ids)
+std::set<int64_t> Chosen(const sinks::SinkConfig &sink, const std::vector<int64_t> &ids)
 {
     std::set<int64_t> all;
-    for (const Undelivered &row : alerts::ReadUndelivered(tarsk::HostStore().database(), sink.key))
+    for (const Undelivered &row : sinks::ReadUndelivered(host::HostStore().database(), sink.key))
         all.insert(row.alert_id);
     for (const int64_t id : ids) {
         if (!all.contains(id))
-            throw tarsk::Error("cannot use the alert " + std::to_string(id),
-                               "it is none of the undelivered ones of the sink " + sink.name,
-                               "choose from syslogmon sink undelivered " + sink.name);
+            throw host::Error("cannot use the alert " + std::to_string(id),
+                              "it is none of the undelivered ones of the sink " + sink.name,
+                              "choose from syslogmon sink undelivered " + sink.name);
     }
     return ids.empty() ? all : std::set<int64_t>(ids.begin(), ids.end());
 }
 
 // Does it with each of the alerts that are meant; all or none.
 int ForEach(const Context &context, const UndeliveredOptions &options, const char *done,
-            void (*act)(tarsk::Store &, int64_t sink, int64_t alert_id))
+            void (*act)(host::Store &, int64_t sink, int64_t alert_id))
 {
     context.Open();
-    tarsk::Transaction transaction(tarsk::HostStore());
-    const alerts::SinkConfig sink = Sinks().Find(options.name).config;
+    host::Transaction transaction(host::HostStore());
+    const sinks::SinkConfig sink = Sinks().Find(options.name).config;
     const std::set<int64_t> ids = Chosen(sink, options.ids);
     for (const int64_t id : ids)
-        act(tarsk::HostStore(), sink.key, id);
+        act(host::HostStore(), sink.key, id);
     transaction.Commit();
     TellDaemonOfSinks();
     if (context.json)
@@ -89,12 +92,12 @@ int ForEach(const Context &context, const UndeliveredOptions &options, const cha
 
 int Retry(const Context &context, const UndeliveredOptions &options)
 {
-    return ForEach(context, options, "retried", alerts::WantAgain);
+    return ForEach(context, options, "retried", sinks::WantAgain);
 }
 
 int Drop(const Context &context, const UndeliveredOptions &options)
 {
-    return ForEach(context, options, "dropped", alerts::RemoveUndelivered);
+    return ForEach(context, options, "dropped", sinks::RemoveUndelivered);
 }
 
 std::shared_ptr<UndeliveredOptions> AddName(CLI::App &app)

@@ -6,10 +6,10 @@
 #include <unistd.h>
 
 #include "agent/alerts/alert_store.h"
-#include "agent/common/alert_text.h"
+#include "agent/alerts/alert_text.h"
 #include "platform/trace.h"
 
-namespace agent {
+namespace syslogmond {
 
 namespace {
 
@@ -24,8 +24,8 @@ constexpr int kLastPatienceMs = 500;
 } // namespace
 
 Console::Console(const std::filesystem::path &store)
-    : database_(store, tarsk::Database::Mode::kReadOnly),
-      printed_(alerts::NewestAlertId(database_)), thread_([this] { Run(); })
+    : database_(store, host::Database::Mode::kReadOnly), printed_(alerts::NewestAlertId(database_)),
+      thread_([this] { Run(); })
 {
 }
 
@@ -65,7 +65,7 @@ void Console::PrintNews()
         if (news.empty())
             return;
         for (const auto &alert : news) {
-            if (!Print(AlertLine(alert) + "\n"))
+            if (!Print(alerts::AlertLine(alert) + "\n"))
                 return;
             printed_ = alert.id;
         }
@@ -101,4 +101,4 @@ bool Console::WaitForReader() const
     }
 }
 
-} // namespace agent
+} // namespace syslogmond

@@ -11,9 +11,9 @@
 #include <thread>
 
 #include "agent/daemon/doorbell.h"
-#include "agent/libtarsk/database.h"
+#include "agent/host/database.h"
 
-namespace agent {
+namespace syslogmond {
 
 class Console {
   public:
@@ -35,13 +35,13 @@ class Console {
     bool Print(std::string_view text);
     [[nodiscard]] bool WaitForReader() const;
 
-    tarsk::Database database_;
+    host::Database database_;
     int64_t printed_; // the newest alert that was
     Doorbell bell_;
     std::atomic<bool> stop_{false};
     std::thread thread_;
 };
 
-} // namespace agent
+} // namespace syslogmond
 
 #endif // AGENT_DAEMON_CONSOLE_H

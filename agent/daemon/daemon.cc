@@ -12,11 +12,6 @@
 #include <utility>
 #include <vector>
 
-#include "agent/alerts/deliverer.h"
-#include "agent/common/daemon_lock.h"
-#include "agent/common/log_files.h"
-#include "agent/common/names.h"
-#include "agent/common/say.h"
 #include "agent/daemon/console.h"
 #include "agent/daemon/doorbell.h"
 #include "agent/daemon/module.h"
@@ -27,15 +22,20 @@
 #include "agent/daemon/store_wait.h"
 #include "agent/daemon/trigger.h"
 #include "agent/daemon/vigil.h"
-#include "agent/libtarsk/convert.h"
-#include "agent/libtarsk/error.h"
-#include "agent/libtarsk/host.h"
-#include "agent/libtarsk/settings.h"
-#include "agent/libtarsk/trace_log.h"
-#include "agent/libtarsk/waitable.h"
+#include "agent/host/agent_values.h"
+#include "agent/host/convert.h"
+#include "agent/host/error.h"
+#include "agent/host/host.h"
+#include "agent/host/trace_log.h"
+#include "agent/host/waitable.h"
+#include "agent/logs/log_files.h"
+#include "agent/sinks/deliverer.h"
+#include "agent/status/daemon_lock.h"
+#include "agent/text/say.h"
+#include "platform/contract.h"
 #include "platform/trace.h"
 
-namespace agent {
+namespace syslogmond {
 
 namespace {
 
@@ -71,20 +71,20 @@ class NamedEvents {
     explicit NamedEvents(const std::filesystem::path &run)
         : table(Open(run, kTableEvent)), cycle(Open(run, kCycleEvent)), scan(Open(run, kScanEvent)),
           customer_file(Open(run, kCustomerFileEvent)), file_monitor(Open(run, kFileMonitorEvent)),
-          settings(Open(run, tarsk::kAgentSettingsEvent))
+          settings(Open(run, host::kAgentSettingsEvent))
     {
     }
-    std::shared_ptr<tarsk::Event> table;
-    std::shared_ptr<tarsk::Event> cycle;
-    std::shared_ptr<tarsk::Event> scan;
-    std::shared_ptr<tarsk::Event> customer_file;
-    std::shared_ptr<tarsk::Event> file_monitor;
-    std::shared_ptr<tarsk::Event> settings;
+    std::shared_ptr<host::WakeEvent> table;
+    std::shared_ptr<host::WakeEvent> cycle;
+    std::shared_ptr<host::WakeEvent> scan;
+    std::shared_ptr<host::WakeEvent> customer_file;
+    std::shared_ptr<host::WakeEvent> file_monitor;
+    std::shared_ptr<host::WakeEvent> settings;
 
   private:
-    static std::shared_ptr<tarsk::Event> Open(const std::filesystem::path &run, const char *name)
+    static std::shared_ptr<host::WakeEvent> Open(const std::filesystem::path &run, const char *name)
     {
-        return tarsk::Event::Create(run, name, false, false);
+        return host::WakeEvent::Create(run, name, false, false);
     }
 };
 
@@ -97,16 +97,17 @@ struct AgentSettings {
     std::vector<std::filesystem::path> files;
 };
 
-AgentSettings ReadAgentSettings(tarsk::RegistryTree &registry)
+AgentSettings ReadAgentSettings(host::RegistryTree &registry)
 {
     const uint32_t level =
-        tarsk::AgentNumber(registry, "TraceLevel").value_or(tarsk::kDefaultTraceLevel);
+        host::AgentNumber(registry, "TraceLevel").value_or(host::kDefaultTraceLevel);
     const uint32_t interval =
-        tarsk::AgentNumber(registry, "TriggerInterval").value_or(tarsk::kDefaultTriggerInterval);
-    return {static_cast<int>(std::min<uint32_t>(level, tarsk::kTraceOff)),
-            tarsk::AgentText(registry, "LogCharset").value_or(tarsk::kDefaultLogCharset),
-            tarsk::AgentNumber(registry, "FaultTolerant").value_or(0) != 0,
-            Milliseconds(std::min(interval, tarsk::kMaxTriggerInterval)), WatchedPaths(registry)};
+        host::AgentNumber(registry, "TriggerInterval").value_or(host::kDefaultTriggerInterval);
+    return {static_cast<int>(std::min<uint32_t>(level, host::kTraceOff)),
+            host::AgentText(registry, "LogCharset").value_or(host::kDefaultLogCharset),
+            host::AgentNumber(registry, "FaultTolerant").value_or(0) != 0,
+            Milliseconds(std::min(interval, host::kMaxTriggerInterval)),
+            logs::WatchedPaths(registry)};
 }
 
 // Nothing in its loop waits: not for the store, which it reads through a connection of its own, not for
@@ -122,10 +123,10 @@ class Daemon {
     {
         if (options.print_alerts)
             console_.emplace(options.layout.Store());
-        deliverer_.emplace(alerts::DelivererOptions{options.layout, {}});
-        tarsk::HostStore().SetWait(store_wait_.Patience());
+        deliverer_.emplace(sinks::DelivererOptions{options.layout, {}});
+        host::HostStore().SetWait(store_wait_.Patience());
     }
-    ~Daemon() { tarsk::HostStore().SetWait({}); }
+    ~Daemon() { host::HostStore().SetWait({}); }
     Daemon(const Daemon &) = delete;
     Daemon &operator=(const Daemon &) = delete;
 
@@ -145,7 +146,7 @@ class Daemon {
     void LookNow() const;
     void WatchingChanged(const std::string &problem);
     void LookAtMonitor();
-    void Publish(const PassStatus &pass, int table_size);
+    void Publish(const status::PassStatus &pass, int table_size);
     void Loop();
     [[noreturn]] void LeaveMonitorBehind();
     [[nodiscard]] Milliseconds TimeToSleep() const;
@@ -154,14 +155,14 @@ class Daemon {
     NamedEvents events_;
     StatusBoard board_;
     StoreWait store_wait_{[this](int64_t since_ms) {
-        board_.Update([&](Status &status) { status.waiting_since_ms = since_ms; });
+        board_.Update([&](status::Status &status) { status.waiting_since_ms = since_ms; });
     }};
     Module module_;
-    tarsk::Store store_;
-    tarsk::RegistryTree registry_;
+    host::Store store_;
+    host::RegistryTree registry_;
     Trigger trigger_;
     std::optional<Console> console_;
-    std::optional<alerts::Deliverer> deliverer_;
+    std::optional<sinks::Deliverer> deliverer_;
 
     Doorbell stored_;                            // a pass was committed
     Doorbell ended_;                             // the monitor thread is about to end
@@ -177,7 +178,7 @@ class Daemon {
 
     std::optional<Clock::time_point> read_again_at_; // settings that could not be read
     Milliseconds read_pause_ = kFirstPause;
-    std::string charset_ = tarsk::kDefaultLogCharset;
+    std::string charset_ = host::kDefaultLogCharset;
     bool fault_tolerant_ = false;
 
     bool has_watchdog_ = WatchdogPulseMs() > 0;
@@ -191,15 +192,17 @@ void Daemon::StartMonitor()
 {
     start_again_at_.reset();
     started_at_ = Clock::now();
-    board_.Update([](Status &status) {
-        status.state = MonitorState::kStarting;
+    board_.Update([](status::Status &status) {
+        status.state = status::MonitorState::kStarting;
         status.next_start_ms = 0;
     });
-    MonitorEvents events;
+    MonitorNews events;
     events.started = [this](int table_size) {
-        board_.Update([&](Status &status) { status.table_size = table_size; });
+        board_.Update([&](status::Status &status) { status.table_size = table_size; });
     };
-    events.at_rest = [this](const PassStatus &pass, int table_size) { Publish(pass, table_size); };
+    events.at_rest = [this](const status::PassStatus &pass, int table_size) {
+        Publish(pass, table_size);
+    };
     events.pulse_ms = static_cast<DWORD>(look_every_.count());
     events.ended = [this] { ended_.Ring(); };
     monitor_ = std::make_unique<Monitor>(module_, std::move(events));
@@ -208,21 +211,21 @@ void Daemon::StartMonitor()
 
 // On the monitor thread. Whoever waits for the daemon to be ready counts on it that a line which he
 // writes from then on is read: so it is ready when the place is stored from which it reads on.
-void Daemon::Publish(const PassStatus &pass, int table_size)
+void Daemon::Publish(const status::PassStatus &pass, int table_size)
 {
-    board_.Update([&](Status &status) {
-        if (status.state == MonitorState::kStarting)
-            status.state = MonitorState::kRunning;
+    board_.Update([&](status::Status &status) {
+        if (status.state == status::MonitorState::kStarting)
+            status.state = status::MonitorState::kRunning;
         status.table_size = table_size;
         status.last_pass = pass;
         status.still_ms = 0;
-        if (ReadsAllFiles(pass.kind))
+        if (status::ReadsAllFiles(pass.kind))
             status.last_full_pass = pass;
     });
     if (!is_ready_.exchange(true))
         NotifyReady();
-    if (pass.kind == PassKind::kStart || pass.kind == PassKind::kCustomerFile ||
-        pass.kind == PassKind::kFileMonitor)
+    if (pass.kind == status::PassKind::kStart || pass.kind == status::PassKind::kCustomerFile ||
+        pass.kind == status::PassKind::kFileMonitor)
         files_may_differ_ = true;
     stored_.Ring();
 }
@@ -235,7 +238,7 @@ void Daemon::MonitorEnded()
     monitor_.reset();
     if (stopping_)
         return;
-    if (!tarsk::HostStore().IsInPlace()) {
+    if (!host::HostStore().IsInPlace()) {
         EndWithoutStore();
         return;
     }
@@ -250,12 +253,12 @@ void Daemon::MonitorEnded()
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(pause_).count();
     TRACE(TRACE_NOTABLE, "The monitor ended: %s. It is started again in %lld s.", reason.c_str(),
           static_cast<long long>(seconds));
-    Say("the monitor ended: " + reason + "; it is started again in " + std::to_string(seconds) +
-        " s");
-    board_.Update([&](Status &status) {
-        status.state = MonitorState::kPausing;
+    text::Say("the monitor ended: " + reason + "; it is started again in " +
+              std::to_string(seconds) + " s");
+    board_.Update([&](status::Status &status) {
+        status.state = status::MonitorState::kPausing;
         status.last_error = reason;
-        status.next_start_ms = WallTimeMs() + pause_.count();
+        status.next_start_ms = status::WallTimeMs() + pause_.count();
         ++status.restarts;
     });
     pause_ = std::min(pause_ * 2, kLongestPause);
@@ -265,11 +268,11 @@ void Daemon::MonitorEnded()
 // opens what is there by then.
 void Daemon::EndWithoutStore()
 {
-    const std::string text = "the store " + tarsk::HostLayout().Store().string() +
+    const std::string text = "the store " + host::HostLayout().Store().string() +
                              " was removed or replaced while the daemon ran, which therefore ends; "
                              "the pass under way was not stored";
     TRACE(TRACE_SYSTEM, "%s", text.c_str());
-    Say(text);
+    text::Say(text);
     stopping_ = true;
     result_ = kExitWithoutStore;
 }
@@ -301,7 +304,7 @@ void Daemon::Stop()
     stopping_ = true;
     store_wait_.RequestStop();
     NotifyStopping();
-    board_.Update([](Status &status) { status.state = MonitorState::kStopping; });
+    board_.Update([](status::Status &status) { status.state = status::MonitorState::kStopping; });
     if (monitor_)
         monitor_->RequestStop();
     vigil_.Restart();
@@ -315,8 +318,8 @@ void Daemon::LeaveMonitorBehind()
     const char told[] = "the monitor has read nothing for so long that the daemon ends without it; "
                         "its pass is read again at the next start";
     TRACE(TRACE_NOTABLE, "Stopped: %s", told);
-    Say(told);
-    tarsk::FlushTraceLog();
+    text::Say(told);
+    host::FlushTraceLog();
     signals_.EndAtOnceWith(kExitAtOnce);
     deliverer_.reset();
     console_.reset();
@@ -336,12 +339,12 @@ void Daemon::TakeSettings()
         ReadSettings();
         read_again_at_.reset();
         read_pause_ = kFirstPause;
-    } catch (const tarsk::Error &error) {
+    } catch (const host::Error &error) {
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(read_pause_).count();
         const std::string told = std::string("the settings cannot be read: ") + error.what() +
                                  "; they are read again in " + std::to_string(seconds) + " s";
         TRACE(TRACE_SYSTEM, "%s", told.c_str());
-        Say(told);
+        text::Say(told);
         read_again_at_ = Clock::now() + read_pause_;
         read_pause_ = std::min(read_pause_ * 2, kLongestPause);
     }
@@ -352,7 +355,7 @@ void Daemon::TakeSettings()
 void Daemon::ReadSettings()
 {
     AgentSettings settings = ReadAgentSettings(registry_);
-    tarsk::SetTraceLevel(settings.trace_level);
+    host::SetTraceLevel(settings.trace_level);
     TakeCharset(settings.charset);
     if (settings.fault_tolerant != fault_tolerant_ && monitor_) {
         restart_wanted_ = true; // the module asks only when it starts
@@ -367,7 +370,7 @@ void Daemon::TakeCharset(const std::string &charset)
 {
     if (charset == charset_)
         return;
-    if (!tarsk::SetLogCharset(charset)) {
+    if (!host::SetLogCharset(charset)) {
         TRACE(TRACE_ERROR, "The log's character set %s is not known; the one before is kept.",
               charset.c_str());
         return;
@@ -391,9 +394,9 @@ void Daemon::WatchingChanged(const std::string &problem)
     } else {
         const std::string text = problem + "; until then, changes are found once in a cycle";
         TRACE(TRACE_SYSTEM, "%s", text.c_str());
-        Say(text);
+        text::Say(text);
     }
-    board_.Update([&](Status &status) { status.watch_problem = problem; });
+    board_.Update([&](status::Status &status) { status.watch_problem = problem; });
 }
 
 // The watchdog is fed here alone, so it hears of a main loop that hangs; and only while the monitor goes
@@ -406,8 +409,8 @@ void Daemon::LookAtMonitor()
     if (stopping_ && monitor_ && vigil_.Still() >= kStopPatience)
         LeaveMonitorBehind();
     const int64_t still_ms = has_gone_on ? 0 : vigil_.Still().count();
-    board_.Update([&](Status &status) {
-        status.alive_ns = UpTimeNs();
+    board_.Update([&](status::Status &status) {
+        status.alive_ns = status::UpTimeNs();
         status.still_ms = still_ms;
     });
     if (has_watchdog_ && has_gone_on)
@@ -490,17 +493,17 @@ int Daemon::Run()
 int RunDaemon(const DaemonOptions &options)
 {
     options.layout.CreateFolders();
-    const DaemonLock only_one(options.layout.run);
-    tarsk::StartHost(options.layout, tarsk::Role::kDaemon);
-    tarsk::HostStore().KeepReserve();
+    const status::DaemonLock only_one(options.layout.run);
+    host::StartHost(options.layout, host::Role::kDaemon);
+    host::HostStore().KeepReserve();
     TraceLogSetThrName("syslogmond");
     int result = 0;
     {
         Daemon daemon(options);
         result = daemon.Run();
     }
-    tarsk::StopHost();
+    host::StopHost();
     return result;
 }
 
-} // namespace agent
+} // namespace syslogmond

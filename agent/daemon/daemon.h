@@ -9,19 +9,19 @@
 
 #include <filesystem>
 
-#include "agent/libtarsk/layout.h"
+#include "agent/host/layout.h"
 
-namespace agent {
+namespace syslogmond {
 
 struct DaemonOptions {
-    tarsk::Layout layout;
+    host::Layout layout;
     bool print_alerts = false; // on standard output, as they are stored
 };
 
-// Runs until it is told to stop. Returns the exit status: 0. Throws tarsk::Error when it cannot
+// Runs until it is told to stop. Returns the exit status: 0. Throws host::Error when it cannot
 // start.
 int RunDaemon(const DaemonOptions &options);
 
-} // namespace agent
+} // namespace syslogmond
 
 #endif // AGENT_DAEMON_DAEMON_H

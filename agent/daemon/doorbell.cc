@@ -6,15 +6,15 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include "agent/libtarsk/error.h"
+#include "agent/host/error.h"
 
-namespace agent {
+namespace syslogmond {
 
 Doorbell::Doorbell() : fd_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
 {
     if (fd_.get() < 0)
-        throw tarsk::Error("cannot start the daemon", strerror(errno),
-                           "raise the limit of open files");
+        throw host::Error("cannot start the daemon", strerror(errno),
+                          "raise the limit of open files");
 }
 
 void Doorbell::Ring() const
@@ -30,4 +30,4 @@ bool Doorbell::Answer() const
     return read(fd_.get(), &rings, sizeof rings) > 0;
 }
 
-} // namespace agent
+} // namespace syslogmond

@@ -2,13 +2,13 @@
 #ifndef AGENT_DAEMON_DOORBELL_H
 #define AGENT_DAEMON_DOORBELL_H
 
-#include "agent/libtarsk/waitable.h"
+#include "agent/host/waitable.h"
 
-namespace agent {
+namespace syslogmond {
 
 class Doorbell {
   public:
-    // Throws tarsk::Error when no descriptor is left.
+    // Throws host::Error when no descriptor is left.
     Doorbell();
     void Ring() const;
     // Has it rung since the last answer?
@@ -16,9 +16,9 @@ class Doorbell {
     [[nodiscard]] int fd() const { return fd_.get(); } // readable when it has
 
   private:
-    tarsk::Fd fd_;
+    host::Fd fd_;
 };
 
-} // namespace agent
+} // namespace syslogmond
 
 #endif // AGENT_DAEMON_DOORBELL_H

@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace agent {
+namespace syslogmond {
 
 namespace fs = std::filesystem;
 
@@ -150,10 +150,10 @@ void FileWatch::AddWatches()
     problem_.clear();
     lost_ = false;
     if (mounts_.get() < 0)
-        mounts_ = tarsk::Fd(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
+        mounts_ = host::Fd(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
     // A fresh instance: whatever was queued, or still watched, of the plan before is gone with it.
-    inotify_ = tarsk::Fd();
-    inotify_ = tarsk::Fd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    inotify_ = host::Fd();
+    inotify_ = host::Fd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
     if (inotify_.get() < 0) {
         Fail("the monitored files", errno);
         return;
@@ -241,4 +241,4 @@ bool FileWatch::Take()
     return news.content || changed;
 }
 
-} // namespace agent
+} // namespace syslogmond

@@ -23,11 +23,11 @@
 #include <string>
 #include <vector>
 
-#include "agent/libtarsk/waitable.h"
+#include "agent/host/waitable.h"
 
 struct inotify_event;
 
-namespace agent {
+namespace syslogmond {
 
 class FileWatch {
   public:
@@ -78,11 +78,11 @@ class FileWatch {
     Plan plan_;
     bool lost_ = false;                   // a watch of the plan is no longer there
     std::map<int, const Point *> points_; // by watch descriptor
-    tarsk::Fd inotify_;
-    tarsk::Fd mounts_;
+    host::Fd inotify_;
+    host::Fd mounts_;
     std::string problem_;
 };
 
-} // namespace agent
+} // namespace syslogmond
 
 #endif // AGENT_DAEMON_FILE_WATCH_H

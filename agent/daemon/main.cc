@@ -6,10 +6,10 @@
 
 #include <CLI/CLI.hpp>
 
-#include "agent/common/say.h"
 #include "agent/daemon/daemon.h"
-#include "agent/libtarsk/error.h"
-#include "agent/libtarsk/layout.h"
+#include "agent/host/error.h"
+#include "agent/host/layout.h"
+#include "agent/text/say.h"
 
 namespace {
 
@@ -23,7 +23,7 @@ int Run(int argc, char **argv)
         "stopped with SIGTERM or SIGINT; SIGHUP reads all settings again, SIGUSR1 scans now.",
         "syslogmond");
     std::string root;
-    agent::DaemonOptions options;
+    syslogmond::DaemonOptions options;
     app.add_option("--root", root, "Install root whose libraries and state are used")
         ->type_name("DIR");
     app.add_flag("-p,--print-alerts", options.print_alerts,
@@ -34,10 +34,10 @@ int Run(int argc, char **argv)
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0 : kExitUsage;
     }
-    options.layout = root.empty() ? tarsk::Layout::Find() : tarsk::Layout::Below(root);
+    options.layout = root.empty() ? host::Layout::Find() : host::Layout::Below(root);
     if (!root.empty())
         options.layout.CheckRoot();
-    return agent::RunDaemon(options);
+    return syslogmond::RunDaemon(options);
 }
 
 void SayWhatFailed(const std::exception_ptr &failure) noexcept
@@ -45,18 +45,17 @@ void SayWhatFailed(const std::exception_ptr &failure) noexcept
     try {
         std::rethrow_exception(failure);
     } catch (const std::bad_alloc &) {
-        agent::Say(
-            "cannot go on: there is no memory left; raise the limit of the process's memory, "
-            "or end something else");
-    } catch (const tarsk::Error &error) {
-        agent::Say(error.what());
+        text::Say("cannot go on: there is no memory left; raise the limit of the process's memory, "
+                  "or end something else");
+    } catch (const host::Error &error) {
+        text::Say(error.what());
     } catch (const std::exception &error) {
         char text[512];
         snprintf(text, sizeof text, "cannot go on: %s; raise the limits of the process",
                  error.what());
-        agent::Say(text);
+        text::Say(text);
     } catch (...) {
-        agent::Say("cannot go on: unknown failure; this is a fault of the program, report it");
+        text::Say("cannot go on: unknown failure; this is a fault of the program, report it");
     }
 }
 
@@ -67,7 +66,7 @@ void SayWhatFailed(const std::exception_ptr &failure) noexcept
     if (const std::exception_ptr failure = std::current_exception())
         SayWhatFailed(failure);
     else
-        agent::Say("cannot go on; this is a fault of the program, report it");
+        text::Say("cannot go on; this is a fault of the program, report it");
     _exit(kExitFailed);
 }
 

@@ -1,6 +1,6 @@
 #include "agent/daemon/module.h"
 
-namespace agent {
+namespace syslogmond {
 
 namespace {
 
@@ -24,4 +24,4 @@ Module::~Module()
     dll_main_(library_.get(), kProcessDetach);
 }
 
-} // namespace agent
+} // namespace syslogmond

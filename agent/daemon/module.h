@@ -4,15 +4,15 @@
 
 #include <filesystem>
 
-#include "agent/libtarsk/hit_counters.h"
-#include "agent/libtarsk/library.h"
+#include "agent/host/hit_counters.h"
+#include "agent/host/library.h"
 #include "platform/types.h"
 
-namespace agent {
+namespace syslogmond {
 
 class Module {
   public:
-    // Loads the library. Throws tarsk::Error.
+    // Loads the library. Throws host::Error.
     explicit Module(const std::filesystem::path &path);
     ~Module();
     Module(const Module &) = delete;
@@ -21,15 +21,15 @@ class Module {
     // Runs the whole life of the monitor on the calling thread.
     void StartThread(void *thread_record) { start_thread_(thread_record); }
 
-    [[nodiscard]] const tarsk::ModuleTable &table() const { return table_; }
+    [[nodiscard]] const host::ModuleTable &table() const { return table_; }
 
   private:
-    tarsk::Library library_;
+    host::Library library_;
     void (*start_thread_)(void *) = nullptr;
     BOOL (*dll_main_)(HMODULE, DWORD) = nullptr;
-    tarsk::ModuleTable table_;
+    host::ModuleTable table_;
 };
 
-} // namespace agent
+} // namespace syslogmond
 
 #endif // AGENT_DAEMON_MODULE_H

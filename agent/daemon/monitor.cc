@@ -3,41 +3,41 @@
 #include <cstring>
 #include <utility>
 
-#include "agent/common/names.h"
-#include "agent/libtarsk/error.h"
-#include "agent/libtarsk/host.h"
-#include "agent/libtarsk/sync.h"
-#include "agent/libtarsk/trace_log.h"
+#include "agent/host/error.h"
+#include "agent/host/host.h"
+#include "agent/host/sync.h"
+#include "agent/host/trace_log.h"
+#include "platform/contract.h"
 #include "platform/sync.h"
 #include "platform/thread_record.h"
 #include "platform/trace.h"
 
-namespace agent {
+namespace syslogmond {
 
 namespace {
 
 constexpr char kUnit[] = "syslogmond";
 
-PassKind KindOf(DWORD result, const std::string &name)
+status::PassKind KindOf(DWORD result, const std::string &name)
 {
     if (result == WAIT_RESULT_TIMEOUT)
-        return PassKind::kCycle;
+        return status::PassKind::kCycle;
     if (name == kScanEvent)
-        return PassKind::kScan;
+        return status::PassKind::kScan;
     if (name == kCustomerFileEvent)
-        return PassKind::kCustomerFile;
+        return status::PassKind::kCustomerFile;
     if (name == kFileMonitorEvent)
-        return PassKind::kFileMonitor;
-    return PassKind::kOther;
+        return status::PassKind::kFileMonitor;
+    return status::PassKind::kOther;
 }
 
-PassStatus BeginPass(int64_t number, PassKind kind)
+status::PassStatus BeginPass(int64_t number, status::PassKind kind)
 {
-    PassStatus pass;
+    status::PassStatus pass;
     pass.number = number;
     pass.kind = kind;
-    pass.began_ms = WallTimeMs();
-    pass.began_boot_ns = BootTimeNs();
+    pass.began_ms = status::WallTimeMs();
+    pass.began_boot_ns = status::BootTimeNs();
     return pass;
 }
 
@@ -45,8 +45,8 @@ HANDLE NewEvent()
 {
     HANDLE event = CreateEvent(nullptr, TRUE, FALSE, nullptr);
     if (event == nullptr)
-        throw tarsk::Error("cannot start the monitor", "no event could be created",
-                           "raise the limit of open files");
+        throw host::Error("cannot start the monitor", "no event could be created",
+                          "raise the limit of open files");
     return event;
 }
 
@@ -54,25 +54,25 @@ HANDLE NewEvent()
 
 HostHooks::~HostHooks()
 {
-    tarsk::SetWaitHooks({});
-    tarsk::SetEventHook(nullptr, nullptr);
+    host::SetWaitHooks({});
+    host::SetEventHook(nullptr, nullptr);
 }
 
-Monitor::Monitor(Module &module, MonitorEvents events)
+Monitor::Monitor(Module &module, MonitorNews events)
     : module_(module), events_(std::move(events)), record_(kThreadRecordSize), stop_(NewEvent()),
       started_(NewEvent())
 {
     for (const auto &[offset, handle] : {std::pair(kThreadStopHandleOffset, stop_.get()),
                                          std::pair(kThreadStartupEventOffset, started_.get())})
         memcpy(record_.data() + offset, &handle, sizeof handle);
-    tarsk::SetModuleTable(module.table());
-    tarsk::SetEventHook(started_.get(), [this] { TableIsLoaded(); });
-    tarsk::WaitHooks hooks;
+    host::SetModuleTable(module.table());
+    host::SetEventHook(started_.get(), [this] { TableIsLoaded(); });
+    host::WaitHooks hooks;
     hooks.at_rest = [this] { return AtRest(); };
     hooks.woken = [this](DWORD result, const std::string &name) { Woken(result, name); };
     hooks.pulse = [this] { ++pulses_; };
     hooks.pulse_ms = events_.pulse_ms;
-    tarsk::SetWaitHooks(std::move(hooks));
+    host::SetWaitHooks(std::move(hooks));
     thread_ = std::thread([this] { Run(); });
 }
 
@@ -90,20 +90,20 @@ void Monitor::RequestStop()
 
 uint64_t Monitor::SignsOfLife() const
 {
-    return tarsk::SignsOfLife() + pulses_;
+    return host::SignsOfLife() + pulses_;
 }
 
 void Monitor::Run()
 {
-    tarsk::ForgetTracedError();
-    pass_ = BeginPass(1, PassKind::kStart);
+    host::ForgetTracedError();
+    pass_ = BeginPass(1, status::PassKind::kStart);
     if (Prepare())
         module_.StartThread(record_.data());
     // Nothing is written after the last rest but by a life that failed: its pass does not count.
-    tarsk::HostStore().AbandonPass();
+    host::HostStore().AbandonPass();
     if (reason_.empty())
-        reason_ = tarsk::LastTracedError();
-    tarsk::FlushTraceLog();
+        reason_ = host::LastTracedError();
+    host::FlushTraceLog();
     events_.ended();
 }
 
@@ -111,9 +111,9 @@ void Monitor::Run()
 bool Monitor::Prepare()
 {
     try {
-        tarsk::HostRegistry().Create(tarsk::kRootKey, kApplicationKey);
-        tarsk::HostStore().CommitPass();
-        counters_.emplace(tarsk::HostStore());
+        host::HostRegistry().Create(host::kRootKey, kApplicationKey);
+        host::HostStore().CommitPass();
+        counters_.emplace(host::HostStore());
         return true;
     } catch (const std::exception &error) {
         Break(error);
@@ -142,9 +142,9 @@ void Monitor::Break(const std::exception &error)
 void Monitor::StorePass()
 {
     if (!reason_.empty())
-        throw tarsk::Error(reason_);
+        throw host::Error(reason_);
     counters_->Save(module_.table());
-    tarsk::HostStore().CommitPass();
+    host::HostStore().CommitPass();
 }
 
 bool Monitor::AtRest()
@@ -153,12 +153,12 @@ bool Monitor::AtRest()
         StorePass();
     } catch (const std::exception &error) {
         Break(error);
-        tarsk::HostStore().AbandonPass();
+        host::HostStore().AbandonPass();
         return false;
     }
-    pass_.took_us = (BootTimeNs() - pass_.began_boot_ns) / 1000;
+    pass_.took_us = (status::BootTimeNs() - pass_.began_boot_ns) / 1000;
     events_.at_rest(pass_, module_.table().Size());
-    tarsk::FlushTraceLog();
+    host::FlushTraceLog();
     return true;
 }
 
@@ -167,4 +167,4 @@ void Monitor::Woken(DWORD result, const std::string &name)
     pass_ = BeginPass(pass_.number + 1, KindOf(result, name));
 }
 
-} // namespace agent
+} // namespace syslogmond

@@ -17,19 +17,19 @@
 #include <thread>
 #include <vector>
 
-#include "agent/common/status_file.h"
 #include "agent/daemon/module.h"
-#include "agent/libtarsk/owned_handle.h"
+#include "agent/host/owned_handle.h"
+#include "agent/status/status_file.h"
 #include "platform/types.h"
 
-namespace agent {
+namespace syslogmond {
 
 // What the daemon wants to hear from the monitor. All are called on the monitor thread.
-struct MonitorEvents {
+struct MonitorNews {
     std::function<void(int table_size)> started; // the table is loaded, the first pass begins
-    std::function<void(const PassStatus &, int table_size)> at_rest; // a pass was committed
-    std::function<void()> ended;                                     // the thread is about to end
-    DWORD pulse_ms = 0; // so often a monitor that waits shows that it is alive
+    std::function<void(const status::PassStatus &, int table_size)> at_rest; // a pass was committed
+    std::function<void()> ended; // the thread is about to end
+    DWORD pulse_ms = 0;          // so often a monitor that waits shows that it is alive
 };
 
 // The hooks into the host, taken away at the end of its life.
@@ -42,7 +42,7 @@ struct HostHooks {
 
 class Monitor {
   public:
-    Monitor(Module &module, MonitorEvents events);
+    Monitor(Module &module, MonitorNews events);
     ~Monitor(); // stops it, and waits until it has ended
     Monitor(const Monitor &) = delete;
     Monitor &operator=(const Monitor &) = delete;
@@ -68,13 +68,13 @@ class Monitor {
     void Break(const std::exception &error);
 
     Module &module_;
-    MonitorEvents events_;
+    MonitorNews events_;
     std::vector<char> record_;
-    tarsk::OwnedHandle stop_;
-    tarsk::OwnedHandle started_;
-    std::optional<tarsk::HitCounters>
+    host::OwnedHandle stop_;
+    host::OwnedHandle started_;
+    std::optional<host::HitCounters>
         counters_; // of the monitor thread, as all that reads the store
-    PassStatus pass_;
+    status::PassStatus pass_;
     std::string reason_;
     std::atomic<bool> stop_requested_ = false;
     std::atomic<uint64_t> pulses_ = 0;
@@ -82,6 +82,6 @@ class Monitor {
     std::thread thread_;
 };
 
-} // namespace agent
+} // namespace syslogmond
 
 #endif // AGENT_DAEMON_MONITOR_H

@@ -4,7 +4,7 @@
 
 #include <systemd/sd-daemon.h>
 
-namespace agent {
+namespace syslogmond {
 
 void NotifyReady()
 {
@@ -34,4 +34,4 @@ unsigned WatchdogPulseMs()
     return static_cast<unsigned>(limit_us / 3 / 1000);
 }
 
-} // namespace agent
+} // namespace syslogmond

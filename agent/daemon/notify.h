@@ -2,7 +2,7 @@
 #ifndef AGENT_DAEMON_NOTIFY_H
 #define AGENT_DAEMON_NOTIFY_H
 
-namespace agent {
+namespace syslogmond {
 
 void NotifyReady();
 // The start goes on and may take so much longer from now on.
@@ -14,6 +14,6 @@ void NotifyAlive();
 // watchdog.
 unsigned WatchdogPulseMs();
 
-} // namespace agent
+} // namespace syslogmond
 
 #endif // AGENT_DAEMON_NOTIFY_H

@@ -7,9 +7,9 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-#include "agent/libtarsk/error.h"
+#include "agent/host/error.h"
 
-namespace agent {
+namespace syslogmond {
 
 namespace {
 
@@ -31,9 +31,9 @@ sigset_t SetOf(std::initializer_list<int> numbers)
 
 [[noreturn]] void Refuse(int error_number)
 {
-    throw tarsk::Error("cannot start the daemon",
-                       std::string("it would hear no signals: ") + strerror(error_number),
-                       "raise the limit of open files");
+    throw host::Error("cannot start the daemon",
+                      std::string("it would hear no signals: ") + strerror(error_number),
+                      "raise the limit of open files");
 }
 
 } // namespace
@@ -45,7 +45,7 @@ Signals::Signals()
     const int failed = pthread_sigmask(SIG_BLOCK, &set, nullptr);
     if (failed != 0)
         Refuse(failed);
-    fd_ = tarsk::Fd(signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC));
+    fd_ = host::Fd(signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC));
     if (fd_.get() < 0)
         Refuse(errno);
 }
@@ -67,4 +67,4 @@ void Signals::EndAtOnceWith(int exit_status) const
     pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
 }
 
-} // namespace agent
+} // namespace syslogmond

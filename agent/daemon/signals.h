@@ -4,13 +4,13 @@
 
 #include <optional>
 
-#include "agent/libtarsk/waitable.h"
+#include "agent/host/waitable.h"
 
-namespace agent {
+namespace syslogmond {
 
 class Signals {
   public:
-    // Before any other thread is started, so that all of them inherit the mask. Throws tarsk::Error:
+    // Before any other thread is started, so that all of them inherit the mask. Throws host::Error:
     // a daemon that hears no signal must not run.
     Signals();
 
@@ -23,9 +23,9 @@ class Signals {
     void EndAtOnceWith(int exit_status) const;
 
   private:
-    tarsk::Fd fd_;
+    host::Fd fd_;
 };
 
-} // namespace agent
+} // namespace syslogmond
 
 #endif // AGENT_DAEMON_SIGNALS_H

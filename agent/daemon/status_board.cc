@@ -3,10 +3,10 @@
 #include <unistd.h>
 #include <utility>
 
-#include "agent/libtarsk/host.h"
+#include "agent/host/host.h"
 #include "platform/trace.h"
 
-namespace agent {
+namespace syslogmond {
 
 namespace {
 
@@ -18,20 +18,20 @@ StatusBoard::StatusBoard(std::filesystem::path run) : run_(std::move(run))
 {
     status_.pid = getpid();
     status_.version = SYSLOGMON_VERSION;
-    status_.started_ms = WallTimeMs();
-    status_.store = StoreName(tarsk::HostStore());
-    status_.alive_ns = UpTimeNs();
+    status_.started_ms = status::WallTimeMs();
+    status_.store = status::StoreName(host::HostStore());
+    status_.alive_ns = status::UpTimeNs();
 }
 
-void StatusBoard::Update(const std::function<void(Status &)> &change)
+void StatusBoard::Update(const std::function<void(status::Status &)> &change)
 {
     const std::lock_guard lock(mutex_);
     change(status_);
     try {
-        WriteStatus(run_, status_);
+        status::WriteStatus(run_, status_);
     } catch (const std::exception &error) {
         TRACE(TRACE_SYSTEM, "%s", error.what());
     }
 }
 
-} // namespace agent
+} // namespace syslogmond

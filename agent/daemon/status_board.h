@@ -6,9 +6,9 @@
 #include <functional>
 #include <mutex>
 
-#include "agent/common/status_file.h"
+#include "agent/status/status_file.h"
 
-namespace agent {
+namespace syslogmond {
 
 class StatusBoard {
   public:
@@ -16,14 +16,14 @@ class StatusBoard {
 
     // Changes it and publishes it. A status that cannot be written is traced and does no harm to the
     // work.
-    void Update(const std::function<void(Status &)> &change);
+    void Update(const std::function<void(status::Status &)> &change);
 
   private:
     std::mutex mutex_;
     std::filesystem::path run_;
-    Status status_;
+    status::Status status_;
 };
 
-} // namespace agent
+} // namespace syslogmond
 
 #endif // AGENT_DAEMON_STATUS_BOARD_H

@@ -3,12 +3,12 @@
 #include <csignal>
 #include <string>
 
-#include "agent/common/say.h"
-#include "agent/common/status_file.h"
-#include "agent/libtarsk/host.h"
+#include "agent/host/host.h"
+#include "agent/status/status_file.h"
+#include "agent/text/say.h"
 #include "platform/trace.h"
 
-namespace agent {
+namespace syslogmond {
 
 namespace {
 
@@ -20,14 +20,14 @@ constexpr int kTellAfterMs = 5000;
 void Tell(const std::string &text)
 {
     TRACE(TRACE_NOTABLE, "%s.", text.c_str());
-    Say(text);
+    text::Say(text);
 }
 
 } // namespace
 
-tarsk::Patience StoreWait::Patience()
+host::Patience StoreWait::Patience()
 {
-    tarsk::Patience patience;
+    host::Patience patience;
     patience.tell_after_ms = kTellAfterMs;
     patience.began = [this] { Began(); };
     patience.over = [this] { Over(); };
@@ -37,17 +37,17 @@ tarsk::Patience StoreWait::Patience()
 
 void StoreWait::Began()
 {
-    since_ms_ = WallTimeMs() - kTellAfterMs;
-    Tell("another process holds the lock of " + tarsk::HostLayout().Store().string() +
+    since_ms_ = status::WallTimeMs() - kTellAfterMs;
+    Tell("another process holds the lock of " + host::HostLayout().Store().string() +
          ", nothing can be stored until it is given back; find it with fuser");
     show_(since_ms_);
 }
 
 void StoreWait::Over()
 {
-    const int64_t seconds = (WallTimeMs() - since_ms_) / 1000;
+    const int64_t seconds = (status::WallTimeMs() - since_ms_) / 1000;
     since_ms_ = 0;
-    Tell("the wait for the lock of " + tarsk::HostLayout().Store().string() + " is over after " +
+    Tell("the wait for the lock of " + host::HostLayout().Store().string() + " is over after " +
          std::to_string(seconds) + " s");
     show_(0);
 }
@@ -62,4 +62,4 @@ bool StoreWait::IsToEnd() const
            sigismember(&pending, SIGINT) == 1;
 }
 
-} // namespace agent
+} // namespace syslogmond

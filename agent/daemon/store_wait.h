@@ -7,9 +7,9 @@
 #include <cstdint>
 #include <functional>
 
-#include "agent/libtarsk/database.h"
+#include "agent/host/database.h"
 
-namespace agent {
+namespace syslogmond {
 
 class StoreWait {
   public:
@@ -18,7 +18,7 @@ class StoreWait {
     explicit StoreWait(std::function<void(int64_t since_ms)> show) : show_(std::move(show)) {}
 
     // How the store is to wait. This object must outlive it.
-    tarsk::Patience Patience();
+    host::Patience Patience();
 
     // Ends a wait that is under way, and all further ones.
     void RequestStop() { stop_requested_ = true; }
@@ -35,6 +35,6 @@ class StoreWait {
     std::atomic<bool> stop_requested_ = false;
 };
 
-} // namespace agent
+} // namespace syslogmond
 
 #endif // AGENT_DAEMON_STORE_WAIT_H

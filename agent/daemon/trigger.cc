@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace agent {
+namespace syslogmond {
 
 namespace {
 
@@ -77,4 +77,4 @@ void Trigger::Tell()
     }
 }
 
-} // namespace agent
+} // namespace syslogmond

@@ -18,7 +18,7 @@
 
 #include "agent/daemon/file_watch.h"
 
-namespace agent {
+namespace syslogmond {
 
 class Trigger {
   public:
@@ -59,6 +59,6 @@ class Trigger {
     std::string told_;
 };
 
-} // namespace agent
+} // namespace syslogmond
 
 #endif // AGENT_DAEMON_TRIGGER_H

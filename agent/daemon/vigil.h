@@ -6,7 +6,7 @@
 #include <chrono>
 #include <cstdint>
 
-namespace agent {
+namespace syslogmond {
 
 class Vigil {
   public:
@@ -36,6 +36,6 @@ class Vigil {
     Clock::time_point went_on_at_ = Clock::now();
 };
 
-} // namespace agent
+} // namespace syslogmond
 
 #endif // AGENT_DAEMON_VIGIL_H

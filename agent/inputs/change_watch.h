@@ -8,7 +8,7 @@
 #include <set>
 #include <string>
 
-#include "agent/libtarsk/waitable.h"
+#include "agent/host/waitable.h"
 
 namespace inputs {
 
@@ -35,7 +35,7 @@ class ChangeWatch {
   private:
     void Remove(int watch);
 
-    tarsk::Fd inotify_;
+    host::Fd inotify_;
     std::map<std::string, int> folders_; // watches of folders
     std::map<int64_t, int> files_;       // watches of files
     std::map<int, int64_t> numbers_;     // the reverse

@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <strings.h>
 
-#include "agent/libtarsk/error.h"
+#include "agent/host/error.h"
 
 namespace inputs {
 
@@ -54,9 +54,9 @@ Charset::Charset(const std::string &written, const std::string &read) : descript
     line_end_ = LineEndOf(written);
     descriptor_ = iconv_open(read.c_str(), WithOrder(written).c_str());
     if (descriptor_ == None())
-        throw tarsk::Error("cannot read the encoding \"" + written + "\"",
-                           "no conversion from it to " + read + " is known",
-                           "use a name that iconv -l shows");
+        throw host::Error("cannot read the encoding \"" + written + "\"",
+                          "no conversion from it to " + read + " is known",
+                          "use a name that iconv -l shows");
 }
 
 Charset::~Charset()

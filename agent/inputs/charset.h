@@ -11,7 +11,7 @@ namespace inputs {
 class Charset {
   public:
     // From `written` to `read`, as iconv names them; an empty or equal name converts nothing. Throws
-    // tarsk::Error for a name that is not known.
+    // host::Error for a name that is not known.
     Charset(const std::string &written, const std::string &read);
     ~Charset();
     Charset(const Charset &) = delete;

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "agent/libtarsk/error.h"
+#include "agent/host/error.h"
 
 namespace inputs {
 
@@ -53,7 +53,7 @@ Likeness Compare(LogContent *copy, FollowedFile *original)
         size_t count = 0;
         try {
             count = copy->Read(at, a.data(), kCompared);
-        } catch (const tarsk::Error &) {
+        } catch (const host::Error &) {
             if (at == 0)
                 throw;
             return Likeness::kCutOff;
@@ -65,7 +65,7 @@ Likeness Compare(LogContent *copy, FollowedFile *original)
             if (!source)
                 source.emplace(original->place().path);
             source_count = source->Read(at, b.data(), b.size());
-        } catch (const tarsk::Error &) {
+        } catch (const host::Error &) {
             return Likeness::kUnknown;
         }
         const auto look = LookAt(source->fd());
@@ -142,7 +142,7 @@ void FileFollower::PassOver(const std::string &path, const std::string &log, con
             MovePlace(&place, place.all ? look.size : BeginOfOpenLine(&content, look.size),
                       &content);
         }
-    } catch (const tarsk::Error &error) {
+    } catch (const host::Error &error) {
         problems_[path] = error.what();
     }
     Add(std::move(place));
@@ -275,7 +275,7 @@ bool FileFollower::FindContentOf(FollowedFile *file, std::map<std::string, FileL
             LogContent content(path);
             if (!MayHold(&content, *file) || !HoldsPlace(&content, file->place()))
                 continue;
-        } catch (const tarsk::Error &error) {
+        } catch (const host::Error &error) {
             damaged_[look.identity] = as_it_is;
             problems_[path] = error.what();
             continue;
@@ -399,7 +399,7 @@ bool FileFollower::FollowRotated(const std::map<std::string, FileLook> &candidat
                 all_are_known = false;
             else
                 Add(PlaceAtBeginning(path, log, look.identity));
-        } catch (const tarsk::Error &error) {
+        } catch (const host::Error &error) {
             problems_[path] = error.what();
             all_are_known = false;
         }
@@ -503,7 +503,7 @@ void FileFollower::ReadOne(FollowedFile *file, const ReadingTime &reading, Stead
             names_changed_ = true;
             break;
         }
-    } catch (const tarsk::Error &error) {
+    } catch (const host::Error &error) {
         file->problem = error.what();
         file->wants_reading = false;
     }

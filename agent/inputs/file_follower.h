@@ -50,7 +50,7 @@ struct StoredPlace {
 
 class FileFollower {
   public:
-    // Goes on from the stored places. Throws tarsk::Error for options that cannot be used.
+    // Goes on from the stored places. Throws host::Error for options that cannot be used.
     FileFollower(FollowOptions options, const std::vector<StoredPlace> &places);
 
     // Without stored places: what is there now is passed over, unless the input says otherwise.

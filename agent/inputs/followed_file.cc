@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "agent/host/error.h"
 #include "agent/inputs/folder_view.h"
-#include "agent/libtarsk/error.h"
 
 namespace inputs {
 
@@ -88,7 +88,7 @@ bool FollowedFile::FillWindow(const FileLook &look)
     size_t count = 0;
     try {
         count = content_->Read(begin + kept, window_.data() + kept, kChunk);
-    } catch (const tarsk::Error &) {
+    } catch (const host::Error &) {
         window_.clear();
         throw;
     }
@@ -106,7 +106,7 @@ bool FollowedFile::IsCut()
         LogContent content(place_.path);
         const auto look = LookAt(content.fd());
         was_cut = look && look->identity == place_.identity && !HoldsPlace(&content, place_);
-    } catch (const tarsk::Error &) {
+    } catch (const host::Error &) {
         return false;
     }
     return was_cut;

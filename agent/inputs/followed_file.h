@@ -40,7 +40,7 @@ class FollowedFile {
   public:
     FollowedFile(int64_t number, Place place) : number_(number), place_(std::move(place)) {}
 
-    // Reads some more into the batch. Throws tarsk::Error.
+    // Reads some more into the batch. Throws host::Error.
     ReadStep Read(EntryReader *reader, const ReadingTime &reading, SteadyTime now, Batch *batch);
 
     // Looks whether the bytes before the place are others than they were; notes it in `was_cut`.

@@ -9,8 +9,8 @@
 #include <string_view>
 #include <unistd.h>
 
+#include "agent/host/error.h"
 #include "agent/inputs/file_identity.h"
-#include "agent/libtarsk/error.h"
 
 namespace inputs {
 
@@ -24,15 +24,15 @@ constexpr std::string_view kMagics[] = {"\x1f\x8b"sv, "\xfd\x37zXZ\0"sv, "\x28\x
                                         "BZh"sv};
 constexpr size_t kLongestMagic = 6;
 
-tarsk::Fd Open(const std::string &path)
+host::Fd Open(const std::string &path)
 {
-    tarsk::Fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    host::Fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (file.get() < 0)
-        throw tarsk::Error("cannot read " + path, strerror(errno),
-                           "make it readable for the monitor, or exclude it");
+        throw host::Error("cannot read " + path, strerror(errno),
+                          "make it readable for the monitor, or exclude it");
     const auto look = LookAt(file.get());
     if (!look || !look->is_regular)
-        throw tarsk::Error("cannot read " + path, "it is no regular file", "exclude it");
+        throw host::Error("cannot read " + path, "it is no regular file", "exclude it");
     return file;
 }
 
@@ -44,7 +44,7 @@ size_t ReadAt(int fd, uint64_t offset, char *buffer, size_t size, const std::str
         count = pread(fd, buffer, size, static_cast<off_t>(offset));
     while (count < 0 && errno == EINTR);
     if (count < 0)
-        throw tarsk::Error("cannot read " + path, strerror(errno), "check its disk");
+        throw host::Error("cannot read " + path, strerror(errno), "check its disk");
     return static_cast<size_t>(count);
 }
 
@@ -76,8 +76,8 @@ bool LogContent::IsPacked()
 
 void LogContent::Refuse(const std::string &damage)
 {
-    const tarsk::Error error("cannot read " + path_, "it is damaged: " + damage,
-                             "restore the file, or exclude it");
+    const host::Error error("cannot read " + path_, "it is damaged: " + damage,
+                            "restore the file, or exclude it");
     archive_.reset(); // another try begins anew
     throw error;
 }
@@ -96,8 +96,8 @@ void LogContent::Unpack()
     archive_entry *entry = nullptr;
     if (lseek(file_.get(), 0, SEEK_SET) != 0 ||
         archive_read_open_fd(reader, file_.get(), kBlock) != ARCHIVE_OK)
-        throw tarsk::Error("cannot read " + path_, archive_error_string(reader),
-                           "restore the file, or exclude it");
+        throw host::Error("cannot read " + path_, archive_error_string(reader),
+                          "restore the file, or exclude it");
     const int header = archive_read_next_header(reader, &entry);
     if (header != ARCHIVE_OK && header != ARCHIVE_EOF)
         Refuse(archive_error_string(reader));

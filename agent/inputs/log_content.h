@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "agent/libtarsk/waitable.h"
+#include "agent/host/waitable.h"
 
 struct archive;
 
@@ -15,7 +15,7 @@ namespace inputs {
 
 class LogContent {
   public:
-    // Opens a regular file for reading, and nothing else; it never waits for a FIFO. Throws tarsk::Error.
+    // Opens a regular file for reading, and nothing else; it never waits for a FIFO. Throws host::Error.
     explicit LogContent(const std::string &path);
     ~LogContent();
     LogContent(const LogContent &) = delete;
@@ -26,7 +26,7 @@ class LogContent {
     [[nodiscard]] bool IsPacked();
 
     // Reads up to `size` bytes from this offset of the content; 0: there are none. Going back in a compressed
-    // file reads it from its beginning. Throws tarsk::Error, which names the file, for one that cannot be read
+    // file reads it from its beginning. Throws host::Error, which names the file, for one that cannot be read
     // or is damaged; of a compressed file that is cut off, what is there can be read before that.
     size_t Read(uint64_t offset, char *buffer, size_t size);
 
@@ -45,7 +45,7 @@ class LogContent {
     };
 
     std::string path_;
-    tarsk::Fd file_;
+    host::Fd file_;
     enum class Packing { kNotKnown, kPlain, kPacked } packing_ = Packing::kNotKnown;
     std::unique_ptr<archive, CloseArchive> archive_;
     uint64_t archive_at_ = 0; // offset of the content that it delivers next

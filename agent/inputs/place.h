@@ -50,11 +50,11 @@ std::optional<Place> PlaceOf(const std::string &text);
 // kLongestTail bytes before the new offset, or from the beginning, up to it at least.
 void MovePlace(Place *place, uint64_t offset, uint64_t base, std::string_view bytes);
 
-// The same by the content itself. Throws tarsk::Error.
+// The same by the content itself. Throws host::Error.
 void MovePlace(Place *place, uint64_t offset, LogContent *content);
 
 // Are the bytes before the place, and the first line, those that were there? An offset of 0 tells nothing.
-// Throws tarsk::Error.
+// Throws host::Error.
 bool HoldsPlace(LogContent *content, const Place &place);
 
 } // namespace inputs

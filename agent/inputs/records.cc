@@ -3,7 +3,7 @@
 #include <cstring>
 #include <re2/re2.h>
 
-#include "agent/libtarsk/error.h"
+#include "agent/host/error.h"
 
 namespace inputs {
 
@@ -21,9 +21,9 @@ std::unique_ptr<re2::RE2> Compile(const std::string &expression)
         re2::RE2::Options::EncodingLatin1); // bytes, so that any text can be looked at
     auto compiled = std::make_unique<re2::RE2>(expression, options);
     if (!compiled->ok())
-        throw tarsk::Error("cannot use the expression \"" + expression + "\" as begins-with",
-                           compiled->error(),
-                           "use an expression as re2 has them; see syslogmon-inputs(5)");
+        throw host::Error("cannot use the expression \"" + expression + "\" as begins-with",
+                          compiled->error(),
+                          "use an expression as re2 has them; see syslogmon-inputs(5)");
     return compiled;
 }
 

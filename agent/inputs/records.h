@@ -39,7 +39,7 @@ enum class Ending {
 
 class RecordSplitter {
   public:
-    // Throws tarsk::Error for an expression that cannot be used.
+    // Throws host::Error for an expression that cannot be used.
     RecordSplitter(const Joining &joining, std::shared_ptr<Charset> charset);
     ~RecordSplitter();
     RecordSplitter(const RecordSplitter &) = delete;

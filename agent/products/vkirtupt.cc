@@ -7,8 +7,8 @@
 #include <memory>
 #include <utility>
 
-#include "agent/libtarsk/c_boundary.h"
-#include "agent/libtarsk/host.h"
+#include "agent/host/c_boundary.h"
+#include "agent/host/host.h"
 #include "platform/contract.h"
 #include "platform/registry.h"
 #include "platform/siblings.h"
@@ -28,7 +28,7 @@ struct Product {
 static_assert(offsetof(Product, next) == kProductNextOffset);
 static_assert(offsetof(Product, name) == kProductNameOffset);
 static_assert(offsetof(Product, state) == kProductStateOffset);
-static_assert(sizeof Product::name > tarsk::kMaxKeyName);
+static_assert(sizeof Product::name > host::kMaxKeyName);
 
 void FreeList(Product *list)
 {
@@ -58,12 +58,12 @@ int32_t StateOf(const std::string &name)
 
 Product *ReadList()
 {
-    const auto key = tarsk::HostRegistry().Find(tarsk::kRootKey, kAlertReportKey);
+    const auto key = host::HostRegistry().Find(host::kRootKey, kAlertReportKey);
     if (!key)
         return nullptr;
     ProductList list;
     Product **end = &list.first;
-    for (const std::string &name : tarsk::HostRegistry().SubKeys(*key)) {
+    for (const std::string &name : host::HostRegistry().SubKeys(*key)) {
         auto product = std::make_unique<Product>();
         memcpy(product->name, name.c_str(), name.size() + 1);
         product->state = StateOf(name);
@@ -80,7 +80,7 @@ extern "C" {
 
 int ReadProductsRegisteried(int requestCode, void **list)
 {
-    return tarsk::AtBoundary<int>(__func__, kListNotFilled, [&] {
+    return host::AtBoundary<int>(__func__, kListNotFilled, [&] {
         if (requestCode != kReadProductsList || list == nullptr)
             return kListNotFilled;
         *list = ReadList();

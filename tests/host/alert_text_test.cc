@@ -1,5 +1,7 @@
 // An alert as a line for people.
-#include "agent/common/alert_text.h"
+#include "agent/alerts/alert_text.h"
+#include "agent/text/printable.h"
+#include "agent/text/times.h"
 
 #include <cstdlib>
 #include <ctime>
@@ -31,7 +33,7 @@ TEST_F(AlertText, HasTimeSourceEventHitsAndMessage)
     alert.count = 3;
     alert.message = "Nov 21 10:00:00 host kernel: gone\n";
     EXPECT_EQ("2026-11-21 10:00:01  DISK 1A2B  x3  Nov 21 10:00:00 host kernel: gone?",
-              agent::AlertLine(alert));
+              alerts::AlertLine(alert));
 }
 
 TEST_F(AlertText, OfManyReportsEndsWithTheLast)
@@ -45,43 +47,43 @@ TEST_F(AlertText, OfManyReportsEndsWithTheLast)
     alert.last_message = "last\x1B";
     EXPECT_EQ("1970-01-01 09:00:00  DISK 0  x26  first (and 12 more until 2026-11-21 10:00:01, the "
               "last: last?)",
-              agent::AlertLine(alert));
+              alerts::AlertLine(alert));
 }
 
 TEST_F(AlertText, TimeIsLocal)
 {
-    EXPECT_EQ("1970-01-01 09:00:00", agent::LocalTime(0));
-    EXPECT_EQ("1970-01-01 09:00:01", agent::LocalTime(1999));
+    EXPECT_EQ("1970-01-01 09:00:00", text::LocalTime(0));
+    EXPECT_EQ("1970-01-01 09:00:01", text::LocalTime(1999));
 }
 
 TEST_F(AlertText, KeepsTextOfAnyAlphabetAndTabs)
 {
-    EXPECT_EQ("äあ😀\t|", agent::Printable("äあ😀\t|"));
+    EXPECT_EQ("äあ😀\t|", text::Printable("äあ😀\t|"));
 }
 
 TEST_F(AlertText, ShowsControlCharactersAsQuestionMarks)
 {
-    EXPECT_EQ("?[31m? ??", agent::Printable("\x1B[31m\x07 \x7F\n"));
-    EXPECT_EQ("a?b", agent::Printable(std::string("a\0b", 3)));
+    EXPECT_EQ("?[31m? ??", text::Printable("\x1B[31m\x07 \x7F\n"));
+    EXPECT_EQ("a?b", text::Printable(std::string("a\0b", 3)));
 }
 
 TEST_F(AlertText, ShowsBytesThatAreNotUtf8AsQuestionMarks)
 {
     // 0x9B is what ESC [ is for a terminal of eight bits.
-    EXPECT_EQ("?31m ?? \u00E4", agent::Printable("\x9B"
-                                                 "31m \xFF\xE9 \u00E4"));
+    EXPECT_EQ("?31m ?? \u00E4", text::Printable("\x9B"
+                                                "31m \xFF\xE9 \u00E4"));
 }
 
 TEST_F(AlertText, ShowsNothingThatTurnsTheDirectionOfWriting)
 {
-    EXPECT_EQ("a?b?c???", agent::Printable("a\u202Eb\u2066c\u200F\u061C\u2029"));
+    EXPECT_EQ("a?b?c???", text::Printable("a\u202Eb\u2066c\u200F\u061C\u2029"));
 }
 
 TEST_F(AlertText, ShowsNoControlCharacterOfTwoBytes)
 {
     // U+009B is what ESC [ is in one character; a terminal in UTF-8 acts on it.
-    EXPECT_EQ(std::string::npos, agent::Printable("\xC2\x9B"
-                                                  "31m")
+    EXPECT_EQ(std::string::npos, text::Printable("\xC2\x9B"
+                                                 "31m")
                                      .find("\xC2\x9B"));
 }
 

@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/alerts/alert_store.h"
-#include "agent/common/status_file.h"
+#include "agent/status/status_file.h"
 #include "tests/host/command_test.h"
 
 namespace {
@@ -39,8 +39,8 @@ class AlertsCommand : public test::CommandTest {
         alert.count = 3;
         alert.message = message;
         StartHere();
-        alerts::AddAlert(tarsk::HostStore(), alert);
-        tarsk::StopHost();
+        alerts::AddAlert(host::HostStore(), alert);
+        host::StopHost();
     }
     // The messages that are shown with these words.
     [[nodiscard]] std::vector<std::string> Messages(const test::Words &words) const
@@ -78,8 +78,8 @@ TEST_F(AlertsCommand, AsJsonAreOneObjectALine)
 {
     Add(kMoment, "line \xFF");
     StartHere();
-    const std::string key = alerts::ReadAlerts(tarsk::HostStore().database(), 0, 0, 1).at(0).key;
-    tarsk::StopHost();
+    const std::string key = alerts::ReadAlerts(host::HostStore().database(), 0, 0, 1).at(0).key;
+    host::StopHost();
     const test::Finished finished = Syslogmon({"--json", "alerts"});
     EXPECT_EQ((json{{"id", 1},
                     {"key", key},
@@ -102,8 +102,8 @@ TEST_F(AlertsCommand, AsJsonOneOfManyReportsHasTheirNumberAndTheLast)
     report.count = 4;
     report.time_ms = kMoment + 7;
     report.message = "last";
-    alerts::FoldInto(tarsk::HostStore(), 1, report);
-    tarsk::StopHost();
+    alerts::FoldInto(host::HostStore(), 1, report);
+    host::StopHost();
     const json shown = json::parse(Syslogmon({"--json", "alerts"}).out);
     EXPECT_EQ(7, shown["count"]);
     EXPECT_EQ(2, shown["reports"]);
@@ -115,7 +115,7 @@ TEST_F(AlertsCommand, AsJsonOneOfManyReportsHasTheirNumberAndTheLast)
 
 TEST_F(AlertsCommand, SinceATimeOrAWhileAgo)
 {
-    const int64_t now = agent::WallTimeMs();
+    const int64_t now = status::WallTimeMs();
     Add(kMoment - 1000, "before");
     Add(kMoment, "at");
     Add(now - 3600 * 1000, "an hour ago");
@@ -157,15 +157,15 @@ TEST_F(AlertsCommand, MoreThanAreReadAtOnceAreAllShown)
 {
     StartHere();
     {
-        tarsk::Transaction transaction(tarsk::HostStore());
+        host::Transaction transaction(host::HostStore());
         for (int i = 0; i < 2500; ++i) {
             Alert alert;
             alert.message = std::to_string(i);
-            alerts::AddAlert(tarsk::HostStore(), alert);
+            alerts::AddAlert(host::HostStore(), alert);
         }
         transaction.Commit();
     }
-    tarsk::StopHost();
+    host::StopHost();
     const auto messages = Messages({});
     ASSERT_EQ(2500U, messages.size());
     EXPECT_EQ("0", messages.front());

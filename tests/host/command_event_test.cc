@@ -4,9 +4,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/common/events.h"
-#include "agent/common/names.h"
-#include "agent/libtarsk/hit_counters.h"
+#include "agent/events/events.h"
+#include "agent/host/hit_counters.h"
+#include "platform/contract.h"
 #include "platform/sync.h"
 #include "tests/host/command_test.h"
 
@@ -18,7 +18,7 @@ class EventCommand : public test::CommandTest {
   protected:
     static std::string SettingsPath(const std::string &source, const std::string &id)
     {
-        return std::string(agent::kApplicationKey) + "\\" + source + "\\" + id + "\\WATCHSETTING";
+        return std::string(kApplicationKey) + "\\" + source + "\\" + id + "\\WATCHSETTING";
     }
     // Stores hits of one event, as a daemon does.
     void StoreHits(const char *source, uint32_t id, int32_t report_count, int32_t hits) const
@@ -31,8 +31,8 @@ class EventCommand : public test::CommandTest {
         VKVMon *slots[] = {&entry};
         int count = 1;
         StartHere();
-        tarsk::HitCounters(tarsk::HostStore()).Save({slots, &count});
-        tarsk::StopHost();
+        host::HitCounters(host::HostStore()).Save({slots, &count});
+        host::StopHost();
     }
 };
 
@@ -65,7 +65,7 @@ TEST_F(EventCommand, AddStoresEveryValueThatIsGiven)
 TEST_F(EventCommand, AddSetsTheTableEvent)
 {
     StartHere();
-    HANDLE changed = CreateEvent(nullptr, FALSE, FALSE, agent::kTableEvent);
+    HANDLE changed = CreateEvent(nullptr, FALSE, FALSE, kTableEvent);
     ExpectDone({"event", "add", "DISK", "1", "-k", "error"});
     EXPECT_EQ(WAIT_RESULT_FIRST, WaitForSingleObject(changed, 0));
     ExpectFailed({"event", "add", "DISK", "2"},
@@ -115,7 +115,7 @@ TEST_F(EventCommand, AddTakesAKeywordThatLooksLikeAnOption)
 
 TEST_F(EventCommand, AddWaitsForTheMutexAndSaysSo)
 {
-    test::Child owner(test::Helper(Root(), {"own-mutex", agent::kTableMutex, "1"}));
+    test::Child owner(test::Helper(Root(), {"own-mutex", kTableMutex, "1"}));
     ASSERT_EQ("owned", owner.ReadLine());
     // Runs until the mutex is free; the helper lets it go when the command's words have come.
     test::Child command({"/bin/sh", "-c",
@@ -220,18 +220,18 @@ TEST_F(EventCommand, ListNamesWhatIsWrongWithAnEvent)
 TEST_F(EventCommand, ListLeavesOutSourcesThatReportUnderATypeOfTheirOwn)
 {
     ExpectDone({"event", "add", "THEIRS", "1", "-k", "one"});
-    ExpectDone({"reg", "set", std::string(agent::kApplicationKey) + "\\THEIRS",
-                "NEWAPPLICATIONTYPE", "1", "--type", "dword"});
+    ExpectDone({"reg", "set", std::string(kApplicationKey) + "\\THEIRS", "NEWAPPLICATIONTYPE", "1",
+                "--type", "dword"});
     ExpectOutput({"event", "list"}, "");
 }
 
 TEST_F(EventCommand, ListShowsControlCharactersAndTabsHarmlessly)
 {
     StartHere();
-    agent::EventRegistry(tarsk::HostRegistry())
-        .Write({{"DISK", 1}, {"tab\there", "", ""}, 1, agent::kAllHours});
+    events::EventRegistry(host::HostRegistry())
+        .Write({{"DISK", 1}, {"tab\there", "", ""}, 1, events::kAllHours});
     test::SetTreeText(SettingsPath("DISK", "1"), "KeyWord2", "\x1B[2J");
-    tarsk::StopHost();
+    host::StopHost();
     ExpectOutput({"event", "list"}, "DISK\t1\t-/1\tall\t\"tab here\" + \"?[2J\"\n");
 }
 
@@ -372,13 +372,13 @@ TEST_F(EventCommand, TheTableHasRoomForSoManyEventsAndTheNextIsRefused)
 {
     StartHere();
     {
-        tarsk::Transaction transaction(tarsk::HostStore());
-        agent::EventRegistry events(tarsk::HostRegistry());
+        host::Transaction transaction(host::HostStore());
+        events::EventRegistry events(host::HostRegistry());
         for (uint32_t id = 1; id <= 2047; ++id)
-            events.Write({{"DISK", id}, {"error", "", ""}, 1, agent::kAllHours});
+            events.Write({{"DISK", id}, {"error", "", ""}, 1, events::kAllHours});
         transaction.Commit();
     }
-    tarsk::StopHost();
+    host::StopHost();
     ExpectDone({"event", "add", "DISK", "800", "-k", "error"});
     ExpectFailed({"event", "add", "NET", "1", "-k", "error"},
                  "cannot add event NET 1: there are 2048 events, and the monitor's table has room "
@@ -458,7 +458,7 @@ TEST_F(EventCommand, AStoreThatCannotBeUsedIsAFailureOfEveryVerb)
                                                              {"reg", "delete", "A"},
                                                              {"trace", "level"}})
         ExpectFailed(words, "cannot use " + Layout().Store().string() + ": the file is empty; " +
-                                tarsk::kReplaceStore);
+                                host::kReplaceStore);
 }
 
 } // namespace

@@ -3,9 +3,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/common/monitor_settings.h"
-#include "agent/common/names.h"
-#include "agent/libtarsk/settings.h"
+#include "agent/host/agent_values.h"
+#include "agent/settings/settings.h"
+#include "platform/contract.h"
 #include "platform/sync.h"
 #include "tests/host/command_test.h"
 
@@ -81,7 +81,7 @@ TEST_F(SettingCommand, DefaultTakesTheStoredValueAwayExceptOfTheCycle)
         {"cycle", "10"},          {"customer-file", "/a"},  {"file-monitor", "/a"},
         {"fault-tolerant", "on"}, {"log-charset", "ASCII"}, {"trace-level", "off"},
         {"trigger-interval", "5"}};
-    for (const agent::Setting &setting : agent::AllSettings()) {
+    for (const settings::Setting &setting : settings::AllSettings()) {
         ExpectDone({"set", setting.name, others.at(setting.name)});
         ExpectDone({"set", setting.name, "default"});
         StartHere();
@@ -89,7 +89,7 @@ TEST_F(SettingCommand, DefaultTakesTheStoredValueAwayExceptOfTheCycle)
         EXPECT_EQ(setting.name == std::string("cycle"),
                   test::TreeValue(setting.key, setting.value).has_value())
             << setting.name;
-        tarsk::StopHost();
+        host::StopHost();
         ExpectOutput({"get", setting.name}, std::string(setting.shown_default) + "\n");
     }
 }
@@ -157,8 +157,8 @@ TEST_F(SettingCommand, SetWithoutAValueIsWrongUsage)
 TEST_F(SettingCommand, SetWakesTheDaemon)
 {
     StartHere();
-    HANDLE cycle = CreateEvent(nullptr, FALSE, FALSE, agent::kCycleEvent);
-    HANDLE settings = CreateEvent(nullptr, FALSE, FALSE, tarsk::kAgentSettingsEvent);
+    HANDLE cycle = CreateEvent(nullptr, FALSE, FALSE, kCycleEvent);
+    HANDLE settings = CreateEvent(nullptr, FALSE, FALSE, host::kAgentSettingsEvent);
     ExpectDone({"set", "cycle", "10"});
     EXPECT_EQ(WAIT_RESULT_FIRST, WaitForSingleObject(cycle, 0));
     EXPECT_EQ(WAIT_RESULT_TIMEOUT, WaitForSingleObject(settings, 0));
@@ -194,7 +194,7 @@ TEST_F(SettingCommand, TraceLevelRefusesAnythingElse)
 TEST_F(SettingCommand, AWaitForTheMonitorsPassIsTold)
 {
     StartHere();
-    tarsk::StopHost();
+    host::StopHost();
     test::Child daemon(test::Helper(Root(), {"hold-write-lock"}));
     ASSERT_EQ("locked", daemon.ReadLine());
     test::Child command(

@@ -4,9 +4,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/common/events.h"
-#include "agent/common/names.h"
-#include "agent/common/status_file.h"
+#include "agent/events/events.h"
+#include "agent/status/status_file.h"
+#include "platform/contract.h"
 #include "platform/sync.h"
 #include "tests/host/command_test.h"
 
@@ -60,11 +60,10 @@ class StatusCommand : public test::CommandTest {
                           int64_t position) const
     {
         StartHere();
-        test::SetTreeText(agent::kMonitorKey, "HEADLINE" + suffix, head_line);
-        test::SetTreeNumber(agent::kMonitorKey, "POS" + suffix, static_cast<uint32_t>(position));
-        test::SetTreeNumber(agent::kMonitorKey, "H_POS" + suffix,
-                            static_cast<uint32_t>(position >> 32));
-        tarsk::StopHost();
+        test::SetTreeText(kMonitorKey, "HEADLINE" + suffix, head_line);
+        test::SetTreeNumber(kMonitorKey, "POS" + suffix, static_cast<uint32_t>(position));
+        test::SetTreeNumber(kMonitorKey, "H_POS" + suffix, static_cast<uint32_t>(position >> 32));
+        host::StopHost();
     }
 };
 
@@ -107,14 +106,14 @@ TEST_F(StatusCommand, ShowsWhatTheDaemonTells)
 {
     Child daemon(Helper(Root(), {"answer-scans"}));
     ASSERT_EQ("running", daemon.ReadLine());
-    agent::Status told;
+    status::Status told;
     told.pid = daemon.pid();
-    told.state = agent::MonitorState::kPausing;
+    told.state = status::MonitorState::kPausing;
     told.restarts = 2;
     told.last_error = "VKVMonQueGet() failed";
     told.table_size = 17;
-    told.last_pass = {5, agent::PassKind::kScan, 1000, 1, 1500};
-    agent::WriteStatus(Layout().run, told);
+    told.last_pass = {5, status::PassKind::kScan, 1000, 1, 1500};
+    status::WriteStatus(Layout().run, told);
 
     const json status = Json({"status"});
     EXPECT_EQ(true, status["running"]);
@@ -138,10 +137,10 @@ TEST_F(StatusCommand, SaysWhyFilesAreNotWatched)
     Child daemon(Helper(Root(), {"answer-scans"}));
     ASSERT_EQ("running", daemon.ReadLine());
     EXPECT_EQ(json(nullptr), Json({"status"})["watch_problem"]);
-    agent::Status told;
+    status::Status told;
     told.pid = daemon.pid();
     told.watch_problem = "no inotify instance is left";
-    agent::WriteStatus(Layout().run, told);
+    status::WriteStatus(Layout().run, told);
     EXPECT_EQ(told.watch_problem, Json({"status"})["watch_problem"]);
     EXPECT_NE(std::string::npos,
               Syslogmon({"status"})
@@ -154,13 +153,13 @@ TEST_F(StatusCommand, ADaemonThatGivesNoSignOfLifeIsNotCalledRunning)
     Child daemon(Helper(Root(), {"answer-scans"}));
     ASSERT_EQ("running", daemon.ReadLine());
     constexpr int64_t kSecond = 1'000'000'000;
-    agent::Status told;
+    status::Status told;
     told.pid = daemon.pid();
-    told.state = agent::MonitorState::kRunning;
+    told.state = status::MonitorState::kRunning;
     const auto publish = [&](int64_t silent_s, int64_t still_s) {
-        told.alive_ns = agent::UpTimeNs() - (silent_s * kSecond);
+        told.alive_ns = status::UpTimeNs() - (silent_s * kSecond);
         told.still_ms = still_s * 1000;
-        agent::WriteStatus(Layout().run, told);
+        status::WriteStatus(Layout().run, told);
         return Syslogmon({"status"});
     };
     EXPECT_EQ(0U, publish(15, 15).out.find("state\trunning\n"));
@@ -192,7 +191,7 @@ TEST_F(StatusCommand, NamesADamagedEventAndTheCommandThatMendsIt)
 {
     ExpectDone({"event", "add", "GOOD", "1", "-k", "a"});
     ExpectDone({"event", "add", "DISK", "1A", "-k", "a"});
-    ExpectDone({"reg", "delete", std::string(agent::kApplicationKey) + "\\DISK\\1A\\WATCHSETTING",
+    ExpectDone({"reg", "delete", std::string(kApplicationKey) + "\\DISK\\1A\\WATCHSETTING",
                 "ReportCount"});
     EXPECT_EQ((json::array({{{"source", "DISK"},
                              {"id", "1A"},
@@ -299,8 +298,8 @@ TEST_F(StatusCommand, CustomerFileAndFileMonitorAreShownWhenTheyAreSet)
     EXPECT_EQ("not looked at yet", FileInStatus("customer file")["problem"]);
     EXPECT_EQ("not looked at yet", FileInStatus("file monitor")["problem"]);
     StoreResumePoint("_C", "head", 0);
-    ExpectDone({"reg", "set", agent::kFileMonitorKey, "OFFSET_L", "4", "--type", "dword"});
-    ExpectDone({"reg", "set", agent::kFileMonitorKey, "OFFSET_H", "0", "--type", "dword"});
+    ExpectDone({"reg", "set", kFileMonitorKey, "OFFSET_L", "4", "--type", "dword"});
+    ExpectDone({"reg", "set", kFileMonitorKey, "OFFSET_H", "0", "--type", "dword"});
     EXPECT_EQ(FileEntry("customer file", File("customer.log"), File("customer.log").string(), 0, 4,
                         nullptr),
               FileInStatus("customer file"));
@@ -330,7 +329,7 @@ TEST_F(StatusCommand, ScanSetsTheScanEvent)
     Child daemon(Helper(Root(), {"hold-daemon-lock"}));
     ASSERT_EQ("held", daemon.ReadLine());
     StartHere();
-    HANDLE scan = CreateEvent(nullptr, FALSE, FALSE, agent::kScanEvent);
+    HANDLE scan = CreateEvent(nullptr, FALSE, FALSE, kScanEvent);
     ExpectDone({"scan"});
     EXPECT_EQ(WAIT_RESULT_FIRST, WaitForSingleObject(scan, 0));
     EXPECT_EQ((json{{"version", 1}, {"scan", "asked"}}), Json({"scan"}));
@@ -343,7 +342,7 @@ TEST_F(StatusCommand, ScanWithWaitReturnsBehindAPassThatBeganAfterTheCall)
     ASSERT_EQ("running", daemon.ReadLine());
     for (int i = 1; i <= 3; ++i) {
         EXPECT_EQ(0, InPrivateVarLog({"scan", "--wait", "--timeout", "20"}).status);
-        EXPECT_EQ(i, agent::ReadStatus(Layout().run)->last_full_pass.number);
+        EXPECT_EQ(i, status::ReadStatus(Layout().run)->last_full_pass.number);
     }
     EXPECT_EQ((json{{"version", 1}, {"scan", "done"}}),
               json::parse(InPrivateVarLog({"--json", "scan", "--wait"}).out));
@@ -375,10 +374,10 @@ TEST_F(StatusCommand, ScanWithWaitDoesNotTakeAnEarlierPassForItsOwn)
 {
     Child daemon(Helper(Root(), {"hold-daemon-lock"}));
     ASSERT_EQ("held", daemon.ReadLine());
-    agent::Status status;
-    status.last_full_pass = {1, agent::PassKind::kScan, agent::WallTimeMs(), agent::BootTimeNs(),
+    status::Status status;
+    status.last_full_pass = {1, status::PassKind::kScan, status::WallTimeMs(), status::BootTimeNs(),
                              1};
-    agent::WriteStatus(Layout().run, status);
+    status::WriteStatus(Layout().run, status);
     ExpectFailed({"scan", "--wait", "--timeout", "0.3"},
                  "cannot wait for the scan any longer: it has not ended after 0.3 seconds; see "
                  "syslogmon status, or give a longer --timeout");
@@ -389,7 +388,7 @@ TEST_F(StatusCommand, ScanWithWaitEndsWithThreeWhenTheDaemonGoesAway)
     Child daemon(Helper(Root(), {"hold-daemon-lock"}));
     ASSERT_EQ("held", daemon.ReadLine());
     StartHere();
-    HANDLE scan = CreateEvent(nullptr, FALSE, FALSE, agent::kScanEvent);
+    HANDLE scan = CreateEvent(nullptr, FALSE, FALSE, kScanEvent);
     Child command(
         {"/bin/sh", "-c",
          "exec " + std::string(SYSLOGMON) + " --root '" + Root().string() + "' scan --wait 2>&1"});

@@ -5,12 +5,12 @@ namespace test {
 CommandTest::CommandTest()
 {
     StartHere();
-    tarsk::StopHost();
+    host::StopHost();
 }
 
 CommandTest::~CommandTest()
 {
-    tarsk::StopHost();
+    host::StopHost();
 }
 
 Finished CommandTest::Syslogmon(const Words &words) const
@@ -59,7 +59,7 @@ std::string CommandTest::JsonText(const Words &words, int status) const
 
 void CommandTest::StartHere() const
 {
-    tarsk::StartHost(Layout(), tarsk::Role::kCommand);
+    host::StartHost(Layout(), host::Role::kCommand);
 }
 
 std::string CommandTest::Registry() const

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "agent/libtarsk/convert.h"
+#include "agent/host/convert.h"
 #include "platform/agent.h"
 
 namespace {
@@ -89,11 +89,11 @@ void ExpectWholeCharactersAtEverySize(const std::string &source, const int (&cod
 
 class Conversion : public testing::Test {
   protected:
-    ~Conversion() override { tarsk::SetLogCharset("UTF-8"); }
+    ~Conversion() override { host::SetLogCharset("UTF-8"); }
 
     static void ExpectBothWaysAtEverySize(const char *charset, const Text &text)
     {
-        ASSERT_TRUE(tarsk::SetLogCharset(charset));
+        ASSERT_TRUE(host::SetLogCharset(charset));
         std::vector<std::string> utf8;
         std::vector<std::string> log;
         for (const Character &character : text) {
@@ -118,7 +118,7 @@ TEST_F(Conversion, OfUtf8IsACopy)
 TEST_F(Conversion, KnowsUtf8ByItsOtherNames)
 {
     for (const char *name : {"utf-8", "UTF8", "utf8"}) {
-        ASSERT_TRUE(tarsk::SetLogCharset(name));
+        ASSERT_TRUE(host::SetLogCharset(name));
         ExpectWholeCharactersAtEverySize("あい", kToLog, {"あ", "い"});
         EXPECT_EQ("a\xFF\xC3", ToRegistry("a\xFF\xC3"));
     }
@@ -152,7 +152,7 @@ TEST_F(Conversion, OfShiftJis)
 
 TEST_F(Conversion, OfAKeywordThatFillsItsBufferKeepsWholeCharacters)
 {
-    ASSERT_TRUE(tarsk::SetLogCharset("EUC-JP"));
+    ASSERT_TRUE(host::SetLogCharset("EUC-JP"));
     std::string utf8;
     for (int i = 0; i < 85; ++i)
         utf8 += "あ"; // 255 bytes, as long as a keyword of these can be
@@ -165,7 +165,7 @@ TEST_F(Conversion, WithoutAChangeOfCodeIsACopyOfWholeCharacters)
 {
     const int registry[2] = {CODE_REGISTRY, CODE_REGISTRY};
     const int log[2] = {CODE_LOG, CODE_LOG};
-    ASSERT_TRUE(tarsk::SetLogCharset("EUC-JP"));
+    ASSERT_TRUE(host::SetLogCharset("EUC-JP"));
     ExpectWholeCharactersAtEverySize("aéあ", registry, {"a", "é", "あ"});
     ExpectWholeCharactersAtEverySize("a\xA4\xA2\xC6\xFC", log, {"a", "\xA4\xA2", "\xC6\xFC"});
 }
@@ -174,14 +174,14 @@ TEST_F(Conversion, WithoutAChangeOfCodeIsACopyOfWholeCharacters)
 
 TEST_F(Conversion, KeepsTheBytesOfCharactersThatTheLogsSetDoesNotHave)
 {
-    ASSERT_TRUE(tarsk::SetLogCharset("ISO-8859-1"));
+    ASSERT_TRUE(host::SetLogCharset("ISO-8859-1"));
     EXPECT_EQ("a€あ😀\xE9", ToLog("a€あ😀é"));
     ExpectWholeCharactersAtEverySize("a€é", kToLog, {"a", "€", "\xE9"});
 }
 
 TEST_F(Conversion, KeepsTheBytesThatAreNoUtf8)
 {
-    ASSERT_TRUE(tarsk::SetLogCharset("ISO-8859-1"));
+    ASSERT_TRUE(host::SetLogCharset("ISO-8859-1"));
     EXPECT_EQ("a\xFF\xE9", ToLog("a\xFF"
                                  "é"));
     EXPECT_EQ("a\x80\xE9", ToLog("a\x80"
@@ -196,7 +196,7 @@ TEST_F(Conversion, KeepsTheBytesThatAreNoUtf8)
 
 TEST_F(Conversion, KeepsTheBytesThatAreNoCharacterOfTheLogsSet)
 {
-    ASSERT_TRUE(tarsk::SetLogCharset("EUC-JP"));
+    ASSERT_TRUE(host::SetLogCharset("EUC-JP"));
     EXPECT_EQ("a\xFFz", ToRegistry("a\xFFz"));
     EXPECT_EQ("あ\xA4", ToRegistry("\xA4\xA2\xA4")) << "a character that is not finished";
     EXPECT_EQ("\xA4zあ", ToRegistry("\xA4z\xA4\xA2"));
@@ -205,7 +205,7 @@ TEST_F(Conversion, KeepsTheBytesThatAreNoCharacterOfTheLogsSet)
 TEST_F(Conversion, GoesOnRightBehindACharacterOfTheLogsSetThatIsUnknown)
 {
     // A9A1 has the form of a character and is none. What stands behind it must not be taken apart.
-    ASSERT_TRUE(tarsk::SetLogCharset("EUC-JP"));
+    ASSERT_TRUE(host::SetLogCharset("EUC-JP"));
     EXPECT_EQ("\xA9\xA1あ日", ToRegistry("\xA9\xA1\xA4\xA2\xC6\xFC"));
 }
 
@@ -218,7 +218,7 @@ TEST_F(Conversion, OfBytesThatAreNoUtf8IsCutWherePossible)
 TEST_F(Conversion, KeepsInvalidBytesAtEverySizeWithinTheDestination)
 {
     for (const char *charset : {"UTF-8", "ISO-8859-1", "EUC-JP", "SHIFT_JIS"}) {
-        ASSERT_TRUE(tarsk::SetLogCharset(charset));
+        ASSERT_TRUE(host::SetLogCharset(charset));
         std::string all;
         for (int byte = 255; byte > 0; --byte)
             all += static_cast<char>(byte);
@@ -237,7 +237,7 @@ TEST_F(Conversion, KeepsInvalidBytesAtEverySizeWithinTheDestination)
 TEST_F(Conversion, TakesTheGivenLengthOrUpToTheZeroByte)
 {
     for (const char *charset : {"UTF-8", "ISO-8859-1"}) {
-        ASSERT_TRUE(tarsk::SetLogCharset(charset));
+        ASSERT_TRUE(host::SetLogCharset(charset));
         EXPECT_EQ("abc", Convert("abcdef", kToLog, 100, 3).text);
         EXPECT_EQ("", Convert("abcdef", kToLog, 100, 0).text);
         EXPECT_EQ("abcdef", Convert("abcdef", kToLog, 100, -1).text);
@@ -278,40 +278,40 @@ TEST_F(Conversion, WithoutASourceFailsAndTheDestinationIsEmpty)
 
 TEST_F(Conversion, KeepsTheSetBeforeWhenOneIsNotKnown)
 {
-    ASSERT_TRUE(tarsk::SetLogCharset("ISO-8859-1"));
-    EXPECT_FALSE(tarsk::SetLogCharset("NO-SUCH-SET"));
+    ASSERT_TRUE(host::SetLogCharset("ISO-8859-1"));
+    EXPECT_FALSE(host::SetLogCharset("NO-SUCH-SET"));
     EXPECT_EQ("\xE9", ToLog("é"));
 }
 
 TEST_F(Conversion, KnowsCharacterSetsByTheirNames)
 {
     for (const char *name : {"UTF-8", "ISO-8859-1", "EUC-JP", "SHIFT_JIS", "KOI8-R", "GB18030"})
-        EXPECT_TRUE(tarsk::CharsetIsKnown(name)) << name;
+        EXPECT_TRUE(host::CharsetIsKnown(name)) << name;
     for (const char *name : {"NO-SUCH-SET", ""})
-        EXPECT_FALSE(tarsk::CharsetIsKnown(name)) << name;
+        EXPECT_FALSE(host::CharsetIsKnown(name)) << name;
 }
 
 TEST_F(Conversion, KnowsNoSetInWhichAPlainTextIsNotItself)
 {
     // A keyword in one of these would be found in no line.
     for (const char *name : {"UTF-16", "UTF-16LE", "UTF-32", "UCS-2", "EBCDIC-US"}) {
-        EXPECT_FALSE(tarsk::CharsetIsKnown(name)) << name;
-        EXPECT_FALSE(tarsk::SetLogCharset(name)) << name;
+        EXPECT_FALSE(host::CharsetIsKnown(name)) << name;
+        EXPECT_FALSE(host::SetLogCharset(name)) << name;
     }
 }
 
 TEST_F(Conversion, KnowsNoSetWithASuffixThatChangesHowItIsConverted)
 {
     for (const char *name : {"ISO-8859-1//IGNORE", "ISO-8859-1//TRANSLIT", "UTF-8//IGNORE"}) {
-        EXPECT_FALSE(tarsk::CharsetIsKnown(name)) << name;
-        EXPECT_FALSE(tarsk::SetLogCharset(name)) << name;
+        EXPECT_FALSE(host::CharsetIsKnown(name)) << name;
+        EXPECT_FALSE(host::SetLogCharset(name)) << name;
     }
 }
 
 TEST_F(Conversion, ReadsNothingBehindTheSourceWhateverTheSetIsCalled)
 {
     const auto convert = [] {
-        tarsk::SetLogCharset("ISO-8859-1//IGNORE");
+        host::SetLogCharset("ISO-8859-1//IGNORE");
         char destination[100] = {};
         const int result =
             TarskCodeConvert("a€b", 5, destination, sizeof destination, CODE_REGISTRY, CODE_LOG);

@@ -1,12 +1,12 @@
 // One daemon per store.
-#include "agent/common/daemon_lock.h"
+#include "agent/status/daemon_lock.h"
 
 #include "tests/host/host_test.h"
 #include "tests/host/process.h"
 
 namespace {
 
-using agent::DaemonLock;
+using status::DaemonLock;
 using test::Child;
 using test::ErrorOf;
 using test::Helper;

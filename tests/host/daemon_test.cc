@@ -3,13 +3,13 @@
 #include <csignal>
 #include <thread>
 
-#include "agent/common/names.h"
-#include "agent/common/status_file.h"
+#include "agent/status/status_file.h"
+#include "platform/contract.h"
 #include "tests/host/command_test.h"
 
 namespace {
 
-using agent::MonitorState;
+using status::MonitorState;
 using test::Child;
 using test::Helper;
 using test::RunToEnd;
@@ -32,29 +32,28 @@ class DaemonTest : public test::CommandTest {
     }
     // The status of that daemon, once it is as wanted; the last one after half a minute.
     template <typename Wanted>
-    agent::Status WaitForStatus(const Child &daemon, const Wanted &wanted) const
+    status::Status WaitForStatus(const Child &daemon, const Wanted &wanted) const
     {
         const auto end = Clock::now() + 30s;
-        agent::Status status;
+        status::Status status;
         do {
-            status = agent::ReadStatus(Layout().run).value_or(agent::Status{});
+            status = status::ReadStatus(Layout().run).value_or(status::Status{});
             if (status.pid == daemon.pid() && wanted(status))
                 break;
             std::this_thread::sleep_for(5ms);
         } while (Clock::now() < end);
         return status;
     }
-    agent::Status WaitUntilStarted(const Child &daemon) const
+    status::Status WaitUntilStarted(const Child &daemon) const
     {
-        return WaitForStatus(daemon, [](const agent::Status &status) {
+        return WaitForStatus(daemon, [](const status::Status &status) {
             return status.state != MonitorState::kStarting;
         });
     }
     void AddDamagedEvent() const
     {
         ExpectDone({"event", "add", "DISK", "1", "-k", "a"});
-        ExpectDone({"reg", "delete",
-                    std::string(agent::kApplicationKey) + "\\DISK\\1\\WATCHSETTING",
+        ExpectDone({"reg", "delete", std::string(kApplicationKey) + "\\DISK\\1\\WATCHSETTING",
                     "ReportCount"});
     }
 };
@@ -78,7 +77,7 @@ TEST_F(DaemonTest, RunsUntilItIsToldToStop)
 TEST_F(DaemonTest, RunsWithARegistryInWhichNothingIsRegisteredYet)
 {
     Child daemon(Words());
-    const agent::Status status = WaitUntilStarted(daemon);
+    const status::Status status = WaitUntilStarted(daemon);
     EXPECT_EQ(MonitorState::kRunning, status.state) << status.last_error;
     EXPECT_EQ(0, status.table_size);
 }
@@ -137,7 +136,7 @@ TEST_F(DaemonTest, WithADamagedStoreItEndsAndNamesIt)
     const test::Finished finished = RunToEnd({SYSLOGMOND, "--root", Root()});
     EXPECT_EQ(1, finished.status);
     EXPECT_EQ("syslogmond: cannot use " + Layout().Store().string() + ": the file is empty; " +
-                  tarsk::kReplaceStore + "\n",
+                  host::kReplaceStore + "\n",
               finished.err);
 }
 
@@ -156,7 +155,7 @@ TEST_F(DaemonTest, AMonitorThatCannotLoadItsTableIsStartedAgainAfterAPause)
     AddDamagedEvent();
     Child daemon(Words());
     EXPECT_EQ(MonitorState::kPausing, WaitUntilStarted(daemon).state);
-    const agent::Status second =
+    const status::Status second =
         WaitForStatus(daemon, [](const auto &status) { return status.restarts == 2; });
     EXPECT_EQ(2, second.restarts);
     EXPECT_EQ("VKVMonQueGet() failed", second.last_error);

@@ -1,21 +1,21 @@
 // The registered events in the registry.
-#include "agent/common/events.h"
+#include "agent/events/events.h"
 
 #include <future>
 
-#include "agent/common/names.h"
+#include "platform/contract.h"
 #include "platform/sync.h"
 #include "tests/host/host_test.h"
 #include "tests/host/process.h"
 
 namespace {
 
-using agent::CheckEvent;
-using agent::EventKey;
-using agent::EventRecord;
-using agent::EventRegistry;
-using agent::StoredEvent;
-using tarsk::kRootKey;
+using events::CheckEvent;
+using events::EventKey;
+using events::EventRecord;
+using events::EventRegistry;
+using events::StoredEvent;
+using host::kRootKey;
 using test::ErrorOf;
 using test::TreeValue;
 
@@ -30,7 +30,7 @@ EventRecord Record(const std::string &source, uint32_t id,
 
 std::string SourcePath(const std::string &source)
 {
-    return std::string(agent::kApplicationKey) + "\\" + source;
+    return std::string(kApplicationKey) + "\\" + source;
 }
 
 std::string SettingsPath(const std::string &source, const std::string &id)
@@ -47,11 +47,11 @@ class Events : public test::HostTest {
         for (const char *name : {"KeyWord", "KeyWord2", "KeyWord3"})
             test::SetTreeText(path, name, "key");
         test::SetTreeNumber(path, "ReportCount", 1);
-        test::SetTreeNumber(path, "WatchTime", agent::kAllHours);
+        test::SetTreeNumber(path, "WatchTime", events::kAllHours);
     }
     static void DeleteValue(const std::string &path, const char *name)
     {
-        auto &tree = tarsk::HostRegistry();
+        auto &tree = host::HostRegistry();
         tree.DeleteValue(*tree.Find(kRootKey, path), name);
     }
     std::string ProblemOf(const char *source, uint32_t id)
@@ -60,29 +60,29 @@ class Events : public test::HostTest {
         return stored ? stored->problem : "(not found)";
     }
 
-    EventRegistry events_{tarsk::HostRegistry()};
+    EventRegistry events_{host::HostRegistry()};
 };
 
 // ---- IDs ----
 
 TEST(EventId, IsOneToEightHexadecimalDigits)
 {
-    EXPECT_EQ(0U, agent::ParseEventId("0"));
-    EXPECT_EQ(0x1A2BU, agent::ParseEventId("1a2B"));
-    EXPECT_EQ(0xFFFFFFFFU, agent::ParseEventId("FFFFFFFF"));
-    EXPECT_EQ(0x1U, agent::ParseEventId("00000001"));
+    EXPECT_EQ(0U, events::ParseEventId("0"));
+    EXPECT_EQ(0x1A2BU, events::ParseEventId("1a2B"));
+    EXPECT_EQ(0xFFFFFFFFU, events::ParseEventId("FFFFFFFF"));
+    EXPECT_EQ(0x1U, events::ParseEventId("00000001"));
     for (const char *text : {"", "xyz", "0x1", "123456789", " 1", "1 ", "-1", "1.0", "1A2Bh"})
         EXPECT_EQ(std::string("cannot use the event ID \"") + text +
                       "\": it is not one to eight hexadecimal digits; write it without a prefix, "
                       "such as 1A2B",
-                  ErrorOf([&] { agent::ParseEventId(text); }));
+                  ErrorOf([&] { events::ParseEventId(text); }));
 }
 
 TEST(EventId, IsShownInCapitalsWithoutLeadingZeros)
 {
-    EXPECT_EQ("0", agent::FormatEventId(0));
-    EXPECT_EQ("1A2B", agent::FormatEventId(0x1A2B));
-    EXPECT_EQ("FFFFFFFF", agent::FormatEventId(0xFFFFFFFF));
+    EXPECT_EQ("0", events::FormatEventId(0));
+    EXPECT_EQ("1A2B", events::FormatEventId(0x1A2B));
+    EXPECT_EQ("FFFFFFFF", events::FormatEventId(0xFFFFFFFF));
 }
 
 // ---- what the monitor could not use ----
@@ -181,7 +181,7 @@ TEST_F(Events, WriteAndFindGiveTheSameEvent)
 TEST_F(Events, WriteOfARefusedEventStoresNothing)
 {
     EXPECT_NE("no error", ErrorOf([&] { events_.Write(Record("SRC", 1, {"", "", ""})); }));
-    EXPECT_FALSE(tarsk::HostRegistry().Find(kRootKey, SourcePath("SRC")));
+    EXPECT_FALSE(host::HostRegistry().Find(kRootKey, SourcePath("SRC")));
 }
 
 TEST_F(Events, AnEventIsFoundByItsNumberHoweverItsKeyIsWritten)
@@ -190,7 +190,7 @@ TEST_F(Events, AnEventIsFoundByItsNumberHoweverItsKeyIsWritten)
     ASSERT_TRUE(events_.Find({"src", 0x1A2B}));
     events_.Write(Record("SRC", 0x1A2B, {"new", "", ""}));
     EXPECT_EQ("new", events_.Find({"SRC", 0x1A2B})->event.keywords[0]);
-    auto &tree = tarsk::HostRegistry();
+    auto &tree = host::HostRegistry();
     EXPECT_EQ(std::vector<std::string>{"01a2b"},
               tree.SubKeys(*tree.Find(kRootKey, SourcePath("SRC"))));
 }
@@ -201,7 +201,7 @@ TEST_F(Events, AnEventWhoseKeyHasMoreThanEightDigitsIsFoundByTheNumberThatIsShow
     const auto sources = events_.ReadAll();
     ASSERT_EQ(1U, sources.size());
     const EventKey shown = sources[0].events[0].event.key;
-    EXPECT_TRUE(events_.Find(shown)) << agent::FormatEventId(shown.id);
+    EXPECT_TRUE(events_.Find(shown)) << events::FormatEventId(shown.id);
     EXPECT_TRUE(events_.Remove(shown));
 }
 
@@ -223,8 +223,8 @@ TEST_F(Events, RemoveTakesTheLastEventsSourceWithIt)
     EXPECT_FALSE(events_.Find({"SRC", 1}));
     EXPECT_TRUE(events_.Find({"SRC", 2}));
     EXPECT_TRUE(events_.Remove({"SRC", 2}));
-    EXPECT_FALSE(tarsk::HostRegistry().Find(kRootKey, SourcePath("SRC")));
-    EXPECT_TRUE(tarsk::HostRegistry().Find(kRootKey, agent::kApplicationKey));
+    EXPECT_FALSE(host::HostRegistry().Find(kRootKey, SourcePath("SRC")));
+    EXPECT_TRUE(host::HostRegistry().Find(kRootKey, kApplicationKey));
 }
 
 TEST_F(Events, RemoveKeepsASourceThatHasValues)
@@ -232,7 +232,7 @@ TEST_F(Events, RemoveKeepsASourceThatHasValues)
     events_.Write(Record("SRC", 1));
     test::SetTreeNumber(SourcePath("SRC"), "NEWAPPLICATIONTYPE", 1);
     EXPECT_TRUE(events_.Remove({"SRC", 1}));
-    EXPECT_TRUE(tarsk::HostRegistry().Find(kRootKey, SourcePath("SRC")));
+    EXPECT_TRUE(host::HostRegistry().Find(kRootKey, SourcePath("SRC")));
 }
 
 TEST_F(Events, RemoveOfAnEventThatIsNotThereIsFalse)
@@ -244,7 +244,7 @@ TEST_F(Events, RemoveOfAnEventThatIsNotThereIsFalse)
 
 TEST_F(Events, ADamagedEventCanBeRemovedAndWrittenAgain)
 {
-    tarsk::HostRegistry().Create(kRootKey, SourcePath("SRC") + "\\1");
+    host::HostRegistry().Create(kRootKey, SourcePath("SRC") + "\\1");
     EXPECT_EQ("it has no settings", ProblemOf("SRC", 1));
     events_.Write(Record("SRC", 1));
     EXPECT_EQ("", ProblemOf("SRC", 1));
@@ -320,7 +320,7 @@ TEST_F(Events, AKeyNameThatTheMonitorDoesNotReadIsNamed)
 
 TEST_F(Events, TheFirstOfManyProblemsIsNamed)
 {
-    tarsk::HostRegistry().Create(kRootKey, SettingsPath("SRC", "1"));
+    host::HostRegistry().Create(kRootKey, SettingsPath("SRC", "1"));
     EXPECT_EQ("it has no KeyWord", ProblemOf("SRC", 1));
 }
 
@@ -342,17 +342,17 @@ TEST_F(Events, ReadWhileAnotherProcessAddsAndRemovesOneAreWholeOrNotThere)
 
 TEST_F(Events, ChangeIsStoredAndWakesTheMonitor)
 {
-    HANDLE changed = CreateEvent(nullptr, FALSE, FALSE, agent::kTableEvent);
-    agent::ChangeEvents([&] { events_.Write(Record("SRC", 1)); }, [] {});
+    HANDLE changed = CreateEvent(nullptr, FALSE, FALSE, kTableEvent);
+    events::ChangeEvents([&] { events_.Write(Record("SRC", 1)); }, [] {});
     EXPECT_TRUE(events_.Find({"SRC", 1}));
     EXPECT_EQ(WAIT_RESULT_FIRST, WaitForSingleObject(changed, 0));
 }
 
 TEST_F(Events, ChangeThatFailsIsRolledBackAndWakesNobody)
 {
-    HANDLE changed = CreateEvent(nullptr, FALSE, FALSE, agent::kTableEvent);
+    HANDLE changed = CreateEvent(nullptr, FALSE, FALSE, kTableEvent);
     const std::string error = ErrorOf([&] {
-        agent::ChangeEvents(
+        events::ChangeEvents(
             [&] {
                 events_.Write(Record("SRC", 1));
                 events_.Write(Record("SRC", 2, {"", "", ""}));
@@ -362,29 +362,29 @@ TEST_F(Events, ChangeThatFailsIsRolledBackAndWakesNobody)
     EXPECT_EQ(0U, error.find("cannot use event SRC 2")) << error;
     EXPECT_FALSE(events_.Find({"SRC", 1}));
     EXPECT_EQ(WAIT_RESULT_TIMEOUT, WaitForSingleObject(changed, 0));
-    agent::ChangeEvents([&] { events_.Write(Record("SRC", 3)); }, [] {}); // the mutex is free
+    events::ChangeEvents([&] { events_.Write(Record("SRC", 3)); }, [] {}); // the mutex is free
 }
 
 TEST_F(Events, ChangeWaitsForTheMutexAndSaysSoOnce)
 {
-    test::Child owner(test::Helper(Root(), {"own-mutex", agent::kTableMutex, "1"}));
+    test::Child owner(test::Helper(Root(), {"own-mutex", kTableMutex, "1"}));
     ASSERT_EQ("owned", owner.ReadLine());
     int told = 0;
-    agent::ChangeEvents([&] { events_.Write(Record("SRC", 1)); },
-                        [&] {
-                            ++told;
-                            EXPECT_FALSE(events_.Find({"SRC", 1}));
-                            owner.Say("release it");
-                        });
+    events::ChangeEvents([&] { events_.Write(Record("SRC", 1)); },
+                         [&] {
+                             ++told;
+                             EXPECT_FALSE(events_.Find({"SRC", 1}));
+                             owner.Say("release it");
+                         });
     EXPECT_EQ(1, told);
     EXPECT_TRUE(events_.Find({"SRC", 1}));
 }
 
 TEST_F(Events, ChangeHoldsTheMutexWhileItWrites)
 {
-    agent::ChangeEvents(
+    events::ChangeEvents(
         [&] {
-            HANDLE mutex = CreateMutex(nullptr, FALSE, agent::kTableMutex);
+            HANDLE mutex = CreateMutex(nullptr, FALSE, kTableMutex);
             EXPECT_EQ(WAIT_RESULT_TIMEOUT, std::async(std::launch::async, [&] {
                                                return WaitForSingleObject(mutex, 0);
                                            }).get());

@@ -18,11 +18,11 @@
 #include <vector>
 
 #include "agent/alerts/alert_store.h"
-#include "agent/common/daemon_lock.h"
-#include "agent/common/names.h"
-#include "agent/common/status_file.h"
-#include "agent/libtarsk/error.h"
-#include "agent/libtarsk/host.h"
+#include "agent/host/error.h"
+#include "agent/host/host.h"
+#include "agent/status/daemon_lock.h"
+#include "agent/status/status_file.h"
+#include "platform/contract.h"
 #include "platform/registry.h"
 #include "platform/sync.h"
 #include "tests/host/line_counter.h"
@@ -38,7 +38,7 @@ constexpr int kUsage = 2;
 constexpr int kNotPermitted = 125;
 
 struct Job {
-    tarsk::Layout layout;
+    host::Layout layout;
     Words words; // behind the verb
 
     [[nodiscard]] const char *Word(size_t index) const { return words.at(index).c_str(); }
@@ -46,7 +46,7 @@ struct Job {
     {
         return static_cast<DWORD>(std::stoul(words.at(index)));
     }
-    void Start(tarsk::Role role = tarsk::Role::kCommand) const { tarsk::StartHost(layout, role); }
+    void Start(host::Role role = host::Role::kCommand) const { host::StartHost(layout, role); }
 };
 
 void Tell(const std::string &line)
@@ -145,18 +145,18 @@ int OpenStore(const Job &job)
 {
     WaitForTest();
     job.Start();
-    Tell(tarsk::HostStore().uuid());
+    Tell(host::HostStore().uuid());
     return 0;
 }
 
 // In a pass: a value, an alert, and no commit.
 int BreakPass(const Job &job)
 {
-    job.Start(tarsk::Role::kDaemon);
+    job.Start(host::Role::kDaemon);
     RegWrite(HKEY_LOCAL_MACHINE, "Pass", "value", REG_SZ, "broken", sizeof "broken");
     alerts::Alert alert;
     alert.source = "BROKEN";
-    alerts::AddAlert(tarsk::HostStore(), alert);
+    alerts::AddAlert(host::HostStore(), alert);
     Tell("written");
     WaitForTest();
     return 0;
@@ -177,7 +177,7 @@ int CountLinesOnce(const Job &job)
 int HoldWriteLock(const Job &job)
 {
     job.Start();
-    tarsk::Transaction transaction(tarsk::HostStore());
+    host::Transaction transaction(host::HostStore());
     Tell("locked");
     WaitForTest();
     transaction.Commit();
@@ -219,18 +219,18 @@ int FlickerKey(const Job &job)
 {
     job.Start();
     Tell("flickering");
-    auto &registry = tarsk::HostRegistry();
+    auto &registry = host::HostRegistry();
     for (;;) {
-        tarsk::Transaction add(tarsk::HostStore());
-        const auto key = registry.Create(tarsk::kRootKey, job.Word(0));
+        host::Transaction add(host::HostStore());
+        const auto key = registry.Create(host::kRootKey, job.Word(0));
         for (size_t i = 1; i < job.words.size(); ++i)
             registry.Set(key, job.words[i], REG_SZ, std::string_view("x", 2));
         for (const char *number : {"ReportCount", "WatchTime"})
             registry.Set(key, number, REG_DWORD, std::string_view("\1\0\0\0", 4));
         add.Commit();
-        tarsk::Transaction remove(tarsk::HostStore());
+        host::Transaction remove(host::HostStore());
         const std::string path = job.Word(0);
-        registry.DeleteKey(*registry.Find(tarsk::kRootKey, path.substr(0, path.rfind('\\'))));
+        registry.DeleteKey(*registry.Find(host::kRootKey, path.substr(0, path.rfind('\\'))));
         remove.Commit();
     }
 }
@@ -238,8 +238,8 @@ int FlickerKey(const Job &job)
 // Two passes, the second of which does not fit: says what became of each.
 int FillStore(const Job &job)
 {
-    job.Start(tarsk::Role::kDaemon);
-    auto &store = tarsk::HostStore();
+    job.Start(host::Role::kDaemon);
+    auto &store = host::HostStore();
     RegWrite(HKEY_LOCAL_MACHINE, "Pass", "first", REG_SZ, "stored", sizeof "stored");
     store.CommitPass();
     std::vector<char> bytes(size_t{512} * 1024, 'x');
@@ -252,7 +252,7 @@ int FillStore(const Job &job)
     try {
         store.CommitPass();
         Tell("stored");
-    } catch (const tarsk::StoreError &error) {
+    } catch (const host::StoreError &error) {
         Tell(error.what());
     }
     for (const char *name : {"first", "big0", "last"}) {
@@ -274,17 +274,17 @@ void SetBytes(const char *name, size_t size)
 // A pass that writes 6 MB and is abandoned: says what it takes of the disk before and behind.
 int TakeRoomAndAbandon(const Job &job)
 {
-    job.Start(tarsk::Role::kDaemon);
-    auto &store = tarsk::HostStore();
+    job.Start(host::Role::kDaemon);
+    auto &store = host::HostStore();
     constexpr int64_t kMegabyte = 1024 * 1024;
-    const int64_t before = tarsk::FreeSpace(job.layout.Store());
+    const int64_t before = host::FreeSpace(job.layout.Store());
     store.database().Execute("PRAGMA cache_size = 10"); // pages that are kept in memory
     for (int i = 0; i < 6; ++i)
         SetBytes(("big" + std::to_string(i)).c_str(), kMegabyte);
-    const int64_t taken = before - tarsk::FreeSpace(job.layout.Store());
+    const int64_t taken = before - host::FreeSpace(job.layout.Store());
     Tell(std::to_string(taken / kMegabyte) + " megabytes taken");
     store.AbandonPass();
-    const int64_t left = before - tarsk::FreeSpace(job.layout.Store());
+    const int64_t left = before - host::FreeSpace(job.layout.Store());
     Tell(left <= 0 ? "nothing taken" : std::to_string(left) + " bytes taken");
     return 0;
 }
@@ -296,8 +296,8 @@ std::string ReserveText(const Job &job)
 
 int KeepReserve(const Job &job)
 {
-    job.Start(tarsk::Role::kDaemon);
-    tarsk::HostStore().KeepReserve();
+    job.Start(host::Role::kDaemon);
+    host::HostStore().KeepReserve();
     Tell(ReserveText(job));
     return 0;
 }
@@ -315,13 +315,13 @@ void FillDisk(const fs::path &file)
 int LeaveFullDisk(const Job &job)
 {
     KeepReserve(job);
-    auto &store = tarsk::HostStore();
+    auto &store = host::HostStore();
     FillDisk(job.layout.state / "ballast");
     SetBytes("value", 500 * 1000);
     try {
         store.CommitPass();
         Tell("it fitted");
-    } catch (const tarsk::StoreError &) {
+    } catch (const host::StoreError &) {
         Tell("the disk is full: " + ReserveText(job));
     }
     SetBytes("value", 500 * 1000);
@@ -339,7 +339,7 @@ int LeaveFullDisk(const Job &job)
 int HoldDaemonLock(const Job &job)
 {
     job.layout.CreateFolders();
-    const agent::DaemonLock lock(job.layout.run);
+    const status::DaemonLock lock(job.layout.run);
     Tell("held");
     WaitForTest();
     return 0;
@@ -349,20 +349,20 @@ int HoldDaemonLock(const Job &job)
 int AnswerScans(const Job &job)
 {
     job.Start();
-    const agent::DaemonLock lock(job.layout.run);
-    HANDLE event = CreateEvent(nullptr, FALSE, FALSE, agent::kScanEvent);
-    agent::Status status;
+    const status::DaemonLock lock(job.layout.run);
+    HANDLE event = CreateEvent(nullptr, FALSE, FALSE, kScanEvent);
+    status::Status status;
     status.pid = getpid();
-    status.state = agent::MonitorState::kRunning;
-    status.store = agent::StoreName(tarsk::HostStore());
-    agent::WriteStatus(job.layout.run, status);
+    status.state = status::MonitorState::kRunning;
+    status.store = status::StoreName(host::HostStore());
+    status::WriteStatus(job.layout.run, status);
     Tell("running");
     for (int64_t number = 1;; ++number) {
         if (WaitForSingleObject(event, INFINITE) != WAIT_RESULT_FIRST)
             return kFailed;
-        status.last_full_pass = {number, agent::PassKind::kScan, agent::WallTimeMs(),
-                                 agent::BootTimeNs(), 1};
-        agent::WriteStatus(job.layout.run, status);
+        status.last_full_pass = {number, status::PassKind::kScan, status::WallTimeMs(),
+                                 status::BootTimeNs(), 1};
+        status::WriteStatus(job.layout.run, status);
     }
 }
 
@@ -453,7 +453,7 @@ int WithReadOnly(const Job &job)
 // start ROLE: starts the host and says how that went.
 int StartHostOnly(const Job &job)
 {
-    job.Start(job.words.at(0) == "daemon" ? tarsk::Role::kDaemon : tarsk::Role::kCommand);
+    job.Start(job.words.at(0) == "daemon" ? host::Role::kDaemon : host::Role::kCommand);
     Tell("started");
     return 0;
 }
@@ -500,9 +500,9 @@ int Run(int argc, char **argv)
     if (words.size() < 2)
         return kUsage;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    const Job job = {tarsk::Layout::Below(words[0]), {words.begin() + 2, words.end()}};
+    const Job job = {host::Layout::Below(words[0]), {words.begin() + 2, words.end()}};
     const int status = words[1] == "as-user" ? AsUser(job) : kVerbs.at(words[1])(job);
-    tarsk::StopHost();
+    host::StopHost();
     return status;
 }
 

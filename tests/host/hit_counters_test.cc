@@ -1,5 +1,5 @@
 // Hit counters that outlive the process.
-#include "agent/libtarsk/hit_counters.h"
+#include "agent/host/hit_counters.h"
 
 #include <array>
 #include <cstring>
@@ -9,8 +9,8 @@
 
 namespace {
 
-using tarsk::HitCounter;
-using tarsk::HitCounters;
+using host::HitCounter;
+using host::HitCounters;
 
 // A monitoring table as a module holds it.
 class ModuleTable {
@@ -33,7 +33,7 @@ class ModuleTable {
     // As the module leaves it when it ends: the slots are null, the count is what it was.
     void FreeEntries() { slots_.fill(nullptr); }
 
-    [[nodiscard]] tarsk::ModuleTable Get() { return {slots_.data(), &count_}; }
+    [[nodiscard]] host::ModuleTable Get() { return {slots_.data(), &count_}; }
 
   private:
     std::array<VKVMon *, kMaxEntries> slots_{};
@@ -43,21 +43,21 @@ class ModuleTable {
 
 class HitCountersTest : public test::HostTest {
   protected:
-    static std::vector<HitCounter> Stored() { return HitCounters::Load(tarsk::HostStore()); }
+    static std::vector<HitCounter> Stored() { return HitCounters::Load(host::HostStore()); }
     // Saves the table as another life of the daemon did.
     void SaveAsBefore()
     {
-        HitCounters(tarsk::HostStore()).Save(table_.Get());
+        HitCounters(host::HostStore()).Save(table_.Get());
         table_.Clear();
     }
-    void Restore() { HitCounters(tarsk::HostStore()).Restore(table_.Get()); }
+    void Restore() { HitCounters(host::HostStore()).Restore(table_.Get()); }
 
     ModuleTable table_;
 };
 
 TEST_F(HitCountersTest, TheSizeOfATableEndsAtItsFirstNullSlot)
 {
-    EXPECT_EQ(0, tarsk::ModuleTable{}.Size());
+    EXPECT_EQ(0, host::ModuleTable{}.Size());
     EXPECT_EQ(0, table_.Get().Size());
     table_.Add("A", 1, 3);
     table_.Add("B", 1, 3);
@@ -71,7 +71,7 @@ TEST_F(HitCountersTest, AreStoredInTableOrder)
     table_.Add("B", 0xFFFFFFFF, 2147483647, 2147483646);
     table_.Add("A", 1, 3, 2);
     table_.Add("A", 2, 0, 0);
-    HitCounters(tarsk::HostStore()).Save(table_.Get());
+    HitCounters(host::HostStore()).Save(table_.Get());
     EXPECT_EQ((std::vector<HitCounter>{
                   {"B", 0xFFFFFFFF, 2147483647, 2147483646}, {"A", 1, 3, 2}, {"A", 2, 0, 0}}),
               Stored());
@@ -125,7 +125,7 @@ TEST_F(HitCountersTest, SurviveARestartOfTheHost)
 {
     table_.Add("A", 1, 3, 2);
     SaveAsBefore();
-    Restart(tarsk::Role::kDaemon);
+    Restart(host::Role::kDaemon);
     const VKVMon &entry = table_.Add("A", 1, 3);
     Restore();
     EXPECT_EQ(2, entry.CurrentCount);
@@ -134,19 +134,19 @@ TEST_F(HitCountersTest, SurviveARestartOfTheHost)
 TEST_F(HitCountersTest, ThatDidNotChangeCostNoWrite)
 {
     table_.Add("A", 1, 3, 2);
-    HitCounters counters(tarsk::HostStore());
+    HitCounters counters(host::HostStore());
     counters.Save(table_.Get());
-    tarsk::HostStore().StartPasses();
+    host::HostStore().StartPasses();
     counters.Save(table_.Get());
-    EXPECT_FALSE(tarsk::HostStore().database().InTransaction());
+    EXPECT_FALSE(host::HostStore().database().InTransaction());
     table_.Get().entries[0]->CurrentCount = 1;
     counters.Save(table_.Get());
-    EXPECT_TRUE(tarsk::HostStore().database().InTransaction());
+    EXPECT_TRUE(host::HostStore().database().InTransaction());
 }
 
 TEST_F(HitCountersTest, FollowEveryChangeOfTheTable)
 {
-    HitCounters counters(tarsk::HostStore());
+    HitCounters counters(host::HostStore());
     VKVMon &first = table_.Add("A", 1, 3, 1);
     counters.Save(table_.Get());
     table_.Add("B", 1, 3, 2); // a new entry
@@ -167,13 +167,13 @@ TEST_F(HitCountersTest, GoWithTheirPass)
 {
     table_.Add("A", 1, 3, 1);
     SaveAsBefore();
-    Restart(tarsk::Role::kDaemon);
+    Restart(host::Role::kDaemon);
     table_.Add("A", 1, 3, 2);
-    HitCounters(tarsk::HostStore()).Save(table_.Get());
-    tarsk::HostStore().AbandonPass();
+    HitCounters(host::HostStore()).Save(table_.Get());
+    host::HostStore().AbandonPass();
     EXPECT_EQ((std::vector<HitCounter>{{"A", 1, 3, 1}}), Stored());
-    HitCounters(tarsk::HostStore()).Save(table_.Get());
-    tarsk::HostStore().CommitPass();
+    HitCounters(host::HostStore()).Save(table_.Get());
+    host::HostStore().CommitPass();
     EXPECT_EQ((std::vector<HitCounter>{{"A", 1, 3, 2}}), Stored());
 }
 

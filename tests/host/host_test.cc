@@ -32,7 +32,7 @@ TempFolder::~TempFolder()
 }
 
 RootTest::RootTest(const fs::path &place)
-    : folder_(place), layout_(tarsk::Layout::Below(folder_.path()))
+    : folder_(place), layout_(host::Layout::Below(folder_.path()))
 {
 }
 
@@ -43,19 +43,19 @@ fs::path RootTest::File(const std::string &name) const
 
 HostTest::HostTest()
 {
-    tarsk::StartHost(Layout(), tarsk::Role::kCommand);
+    host::StartHost(Layout(), host::Role::kCommand);
 }
 
 HostTest::~HostTest()
 {
-    tarsk::SetModuleTable({});
-    tarsk::StopHost();
+    host::SetModuleTable({});
+    host::StopHost();
 }
 
-void HostTest::Restart(tarsk::Role role)
+void HostTest::Restart(host::Role role)
 {
-    tarsk::StopHost();
-    tarsk::StartHost(Layout(), role);
+    host::StopHost();
+    host::StartHost(Layout(), role);
 }
 
 std::string ReadFile(const fs::path &path)
@@ -133,8 +133,8 @@ std::vector<std::string> SubKeys(HKEY key)
 void SetTreeValue(const std::string &path, const std::string &name, uint32_t type,
                   const std::string &bytes)
 {
-    auto &registry = tarsk::HostRegistry();
-    registry.Set(registry.Create(tarsk::kRootKey, path), name, type, bytes);
+    auto &registry = host::HostRegistry();
+    registry.Set(registry.Create(host::kRootKey, path), name, type, bytes);
 }
 
 void SetTreeText(const std::string &path, const std::string &name, const std::string &text)
@@ -147,10 +147,10 @@ void SetTreeNumber(const std::string &path, const std::string &name, uint32_t nu
     SetTreeValue(path, name, REG_DWORD, NumberBytes(number));
 }
 
-std::optional<tarsk::RegValue> TreeValue(const std::string &path, const std::string &name)
+std::optional<host::RegValue> TreeValue(const std::string &path, const std::string &name)
 {
-    auto &registry = tarsk::HostRegistry();
-    const auto key = registry.Find(tarsk::kRootKey, path);
+    auto &registry = host::HostRegistry();
+    const auto key = registry.Find(host::kRootKey, path);
     return key ? registry.Get(*key, name) : std::nullopt;
 }
 

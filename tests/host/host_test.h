@@ -8,8 +8,8 @@
 
 #include <gtest/gtest.h>
 
-#include "agent/libtarsk/error.h"
-#include "agent/libtarsk/host.h"
+#include "agent/host/error.h"
+#include "agent/host/host.h"
 #include "platform/registry.h"
 
 namespace test {
@@ -37,13 +37,13 @@ class RootTest : public testing::Test {
     explicit RootTest(const std::filesystem::path &place = PlaceForFolders());
 
     [[nodiscard]] std::filesystem::path Root() const { return folder_.path(); }
-    [[nodiscard]] const tarsk::Layout &Layout() const { return layout_; }
+    [[nodiscard]] const host::Layout &Layout() const { return layout_; }
     // A file of the test, beside the agent's folders.
     [[nodiscard]] std::filesystem::path File(const std::string &name) const;
 
   private:
     TempFolder folder_;
-    tarsk::Layout layout_;
+    host::Layout layout_;
 };
 
 // A test in a started host: as a command's, so each write stands for itself.
@@ -53,16 +53,16 @@ class HostTest : public RootTest {
     ~HostTest() override;
 
     // Ends the host and starts another one on the same root.
-    void Restart(tarsk::Role role);
+    void Restart(host::Role role);
 };
 
-// The text of the tarsk::Error that an action throws, or "no error".
+// The text of the host::Error that an action throws, or "no error".
 template <typename Action>
 std::string ErrorOf(const Action &action)
 {
     try {
         action();
-    } catch (const tarsk::Error &error) {
+    } catch (const host::Error &error) {
         return error.what();
     }
     return "no error";
@@ -93,7 +93,7 @@ void SetTreeValue(const std::string &path, const std::string &name, uint32_t typ
                   const std::string &bytes);
 void SetTreeText(const std::string &path, const std::string &name, const std::string &text);
 void SetTreeNumber(const std::string &path, const std::string &name, uint32_t number);
-std::optional<tarsk::RegValue> TreeValue(const std::string &path, const std::string &name);
+std::optional<host::RegValue> TreeValue(const std::string &path, const std::string &name);
 
 // The bytes of a number as a REG_DWORD holds it.
 std::string NumberBytes(uint32_t number);

@@ -1,5 +1,5 @@
 // Hours of the day as text and as mask.
-#include "agent/common/hours.h"
+#include "agent/events/hours.h"
 
 #include <algorithm>
 
@@ -7,8 +7,8 @@
 
 namespace {
 
-using agent::FormatHours;
-using agent::ParseHours;
+using events::FormatHours;
+using events::ParseHours;
 using test::ErrorOf;
 
 uint32_t Mask(std::initializer_list<int> hours)
@@ -80,7 +80,7 @@ TEST(Hours, AreShownAsShortAsTheyCanBe)
     EXPECT_EQ("0,12", FormatHours(Mask({0, 12})));
     EXPECT_EQ("23", FormatHours(Mask({23})));
     EXPECT_EQ("0-2", FormatHours(Mask({0, 1})));
-    EXPECT_EQ("23-22", FormatHours(agent::kAllHours & ~Mask({22})));
+    EXPECT_EQ("23-22", FormatHours(events::kAllHours & ~Mask({22})));
 }
 
 TEST(Hours, BitsThatAreNoHourHaveNoMeaning)
@@ -113,7 +113,7 @@ TEST(Hours, EveryMaskOfTwelveNeighbouringHoursComesBack)
     for (uint32_t bits = 0; bits < 1U << 12U; ++bits) {
         for (unsigned shift = 0; shift < 24; shift += 6) {
             const uint32_t moved = bits << shift;
-            ExpectRoundTrip((moved | moved >> 24U) & agent::kAllHours); // over midnight, too
+            ExpectRoundTrip((moved | moved >> 24U) & events::kAllHours); // over midnight, too
         }
     }
 }
@@ -130,9 +130,9 @@ TEST(Hours, AreShownWithoutANeedlessItem)
     // As many items as there are runs of hours around the clock.
     for (uint64_t i = 0; i < 20000; ++i) {
         const auto mask = static_cast<uint32_t>(i * 7368787 % (1U << 24U));
-        if (mask == 0 || mask == agent::kAllHours)
+        if (mask == 0 || mask == events::kAllHours)
             continue;
-        const uint32_t rotated = ((mask << 1U) | (mask >> 23U)) & agent::kAllHours;
+        const uint32_t rotated = ((mask << 1U) | (mask >> 23U)) & events::kAllHours;
         const std::string text = FormatHours(mask);
         EXPECT_EQ(__builtin_popcount(mask & ~rotated),
                   1 + std::count(text.begin(), text.end(), ','))

@@ -1,5 +1,5 @@
 // Where the agent's files are.
-#include "agent/libtarsk/layout.h"
+#include "agent/host/layout.h"
 
 #include <cstring>
 #include <sys/stat.h>
@@ -9,7 +9,7 @@
 
 namespace {
 
-using tarsk::Layout;
+using host::Layout;
 
 TEST(LayoutOfARoot, HasAllFoldersBelowIt)
 {
@@ -114,7 +114,7 @@ TEST_F(RootPath, ThatDoesNotFitIsCutInsideTheBuffer)
 
 TEST_F(RootPath, IsNotKnownWithoutAHost)
 {
-    tarsk::StopHost();
+    host::StopHost();
     char buffer[100] = {};
     EXPECT_EQ(0, GetTarskRootPath(buffer, sizeof buffer));
 }

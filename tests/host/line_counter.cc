@@ -4,8 +4,8 @@
 #include <cstring>
 
 #include "agent/alerts/alert_store.h"
-#include "agent/libtarsk/error.h"
-#include "agent/libtarsk/host.h"
+#include "agent/host/error.h"
+#include "agent/host/host.h"
 #include "platform/registry.h"
 
 namespace test {
@@ -24,7 +24,7 @@ class Table {
         strcpy(entry_.Source, "LOG");
         entry_.ReportCount = 1;
     }
-    [[nodiscard]] tarsk::ModuleTable Get() { return {slots_, &count_}; }
+    [[nodiscard]] host::ModuleTable Get() { return {slots_, &count_}; }
     void Hit() { ++entry_.CurrentCount; }
 
   private:
@@ -47,8 +47,8 @@ void Report(uint32_t line)
     alert.event_id = line;
     alert.message = "line " + std::to_string(line);
     try {
-        alerts::AddAlert(tarsk::HostStore(), alert);
-    } catch (const tarsk::Error &) {
+        alerts::AddAlert(host::HostStore(), alert);
+    } catch (const host::Error &) {
         return; // as VKMonitorCall does: the commit of the pass will fail
     }
 }
@@ -67,11 +67,11 @@ uint32_t Pass(Table *table, uint32_t last)
     return at;
 }
 
-void Live(const tarsk::Layout &layout, uint32_t last, const std::function<void()> &pass_stored)
+void Live(const host::Layout &layout, uint32_t last, const std::function<void()> &pass_stored)
 {
-    tarsk::StartHost(layout, tarsk::Role::kDaemon);
-    auto &store = tarsk::HostStore();
-    tarsk::HitCounters counters(store);
+    host::StartHost(layout, host::Role::kDaemon);
+    auto &store = host::HostStore();
+    host::HitCounters counters(store);
     Table table;
     counters.Restore(table.Get());
     for (uint32_t at = 0; at < last;) {
@@ -85,31 +85,31 @@ void Live(const tarsk::Layout &layout, uint32_t last, const std::function<void()
 
 } // namespace
 
-std::string CountLines(const tarsk::Layout &layout, uint32_t last,
+std::string CountLines(const host::Layout &layout, uint32_t last,
                        const std::function<void()> &pass_stored)
 {
     std::string failure;
     try {
         Live(layout, last, pass_stored);
-    } catch (const tarsk::Error &error) {
+    } catch (const host::Error &error) {
         failure = error.what();
     }
-    tarsk::StopHost();
+    host::StopHost();
     return failure;
 }
 
-std::string CountedLines(const tarsk::Layout &layout)
+std::string CountedLines(const host::Layout &layout)
 {
     std::string counted;
-    tarsk::StartHost(layout, tarsk::Role::kCommand);
-    auto &store = tarsk::HostStore();
+    host::StartHost(layout, host::Role::kCommand);
+    auto &store = host::HostStore();
     store.CheckIntegrity();
     for (const auto &alert : alerts::ReadAlerts(store.database(), 0, 0, INT64_MAX))
         counted += (counted.empty() ? "" : " ") + std::to_string(alert.event_id);
     counted += "; at " + std::to_string(ReadResumePoint());
-    const auto counters = tarsk::HitCounters::Load(store);
+    const auto counters = host::HitCounters::Load(store);
     counted += "; " + std::to_string(counters.empty() ? 0 : counters[0].current_count) + " hits";
-    tarsk::StopHost();
+    host::StopHost();
     return counted;
 }
 

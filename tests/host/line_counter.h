@@ -9,18 +9,18 @@
 #include <functional>
 #include <string>
 
-#include "agent/libtarsk/layout.h"
+#include "agent/host/layout.h"
 
 namespace test {
 
 // One life of a daemon that counts the lines up to `last`, from where the store says. Calls
 // `pass_stored` after each pass. Returns "", or why it ended before.
-std::string CountLines(const tarsk::Layout &layout, uint32_t last,
+std::string CountLines(const host::Layout &layout, uint32_t last,
                        const std::function<void()> &pass_stored = {});
 
 // What the store says: the lines of the alerts in order, the resume point and the hit counter, such
 // as "0 1 2 3; at 4; 4 hits". Starts and ends a host.
-std::string CountedLines(const tarsk::Layout &layout);
+std::string CountedLines(const host::Layout &layout);
 
 // What CountedLines gives when the lines before `at` have counted once.
 std::string EachLineOnce(uint32_t at);

@@ -16,16 +16,16 @@ namespace {
 constexpr int kPatienceMs = 30000; // no step of a test takes this long
 
 struct Pipe {
-    tarsk::Fd reading;
-    tarsk::Fd writing;
+    host::Fd reading;
+    host::Fd writing;
 
     Pipe()
     {
         std::array<int, 2> ends{};
         if (pipe2(ends.data(), O_CLOEXEC) != 0)
             throw std::runtime_error("cannot create a pipe");
-        reading = tarsk::Fd(ends[0]);
-        writing = tarsk::Fd(ends[1]);
+        reading = host::Fd(ends[0]);
+        writing = host::Fd(ends[1]);
     }
 };
 
@@ -77,10 +77,10 @@ Finished RunToEnd(const Words &command)
 {
     Pipe out;
     Pipe err;
-    const tarsk::Fd nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const host::Fd nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
     const pid_t pid = Start(command, nothing.get(), out.writing.get(), err.writing.get());
-    out.writing = tarsk::Fd();
-    err.writing = tarsk::Fd();
+    out.writing = host::Fd();
+    err.writing = host::Fd();
     Finished finished;
     pollfd streams[] = {{out.reading.get(), POLLIN, 0}, {err.reading.get(), POLLIN, 0}};
     std::string *texts[] = {&finished.out, &finished.err};

@@ -7,7 +7,7 @@
 #include <sys/types.h>
 #include <vector>
 
-#include "agent/libtarsk/waitable.h"
+#include "agent/host/waitable.h"
 
 namespace test {
 
@@ -54,8 +54,8 @@ class Child {
 
   private:
     pid_t pid_ = -1;
-    tarsk::Fd input_;
-    tarsk::Fd output_;
+    host::Fd input_;
+    host::Fd output_;
     std::string read_;
 };
 

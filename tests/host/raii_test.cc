@@ -3,10 +3,10 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "agent/common/events.h"
-#include "agent/common/names.h"
-#include "agent/libtarsk/library.h"
-#include "agent/libtarsk/owned_handle.h"
+#include "agent/events/events.h"
+#include "agent/host/library.h"
+#include "agent/host/owned_handle.h"
+#include "platform/contract.h"
 #include "tests/host/host_test.h"
 #include "tests/host/process.h"
 
@@ -31,7 +31,7 @@ TEST_F(GivenBack, ALibraryThatLacksAFunctionIsUnloaded)
     EXPECT_EQ("cannot use the monitor module: it has no StartThread; install the module and the "
               "agent of one version",
               test::ErrorOf([&] {
-                  const tarsk::Library library(path);
+                  const host::Library library(path);
                   EXPECT_NE(nullptr, dlopen(path.c_str(), RTLD_NOLOAD | RTLD_NOW));
                   dlclose(library.get());
                   library.Find("StartThread", &function);
@@ -44,7 +44,7 @@ TEST_F(GivenBack, AHandleIsClosedWhenWhatFollowsItFails)
     const long before = OpenFiles();
     EXPECT_THROW(
         {
-            const tarsk::OwnedHandle event(CreateEvent(nullptr, TRUE, FALSE, nullptr));
+            const host::OwnedHandle event(CreateEvent(nullptr, TRUE, FALSE, nullptr));
             EXPECT_EQ(before + 1, OpenFiles());
             throw std::runtime_error("what follows");
         },
@@ -54,10 +54,10 @@ TEST_F(GivenBack, AHandleIsClosedWhenWhatFollowsItFails)
 
 TEST_F(GivenBack, TheMutexOfTheTableIsWhenWhoeverWaitsForItGivesUp)
 {
-    Child holder(Helper(Root(), {"own-mutex", agent::kTableMutex, "1"}));
+    Child holder(Helper(Root(), {"own-mutex", kTableMutex, "1"}));
     ASSERT_EQ("owned", holder.ReadLine());
     const long before = OpenFiles();
-    EXPECT_THROW(agent::ChangeEvents([] {}, [] { throw std::runtime_error("given up"); }),
+    EXPECT_THROW(events::ChangeEvents([] {}, [] { throw std::runtime_error("given up"); }),
                  std::runtime_error);
     EXPECT_EQ(before, OpenFiles());
 }

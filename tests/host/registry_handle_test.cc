@@ -66,9 +66,9 @@ void ExpectRefusedByEveryCall(HKEY key)
 
 class KeyHandle : public test::HostTest {
   protected:
-    static tarsk::KeyId Id(const std::string &path)
+    static host::KeyId Id(const std::string &path)
     {
-        return *tarsk::HostRegistry().Find(tarsk::kRootKey, path);
+        return *host::HostRegistry().Find(host::kRootKey, path);
     }
 };
 
@@ -144,7 +144,7 @@ TEST_F(KeyHandle, OfADeletedKeyFindsNothing)
     HKEY key = CreateKey("Parent\\Key");
     CreateKey("Parent\\Key\\Below");
     SetBytes(key, "value", REG_SZ, "x");
-    tarsk::HostRegistry().DeleteKey(Id("Parent"));
+    host::HostRegistry().DeleteKey(Id("Parent"));
 
     EXPECT_EQ("(none)", BytesOf(key, "value"));
     EXPECT_EQ(ERROR_FILE_NOT_FOUND, SetBytes(key, "value", REG_SZ, "y"));
@@ -158,7 +158,7 @@ TEST_F(KeyHandle, OfADeletedKeyFindsNothing)
 TEST_F(KeyHandle, OfADeletedKeyIsNoHandleOfTheKeyThatTakesItsPlace)
 {
     HKEY old_key = CreateKey("Key");
-    tarsk::HostRegistry().DeleteKey(Id("Key"));
+    host::HostRegistry().DeleteKey(Id("Key"));
     SetBytes(CreateKey("Key"), "value", REG_SZ, "new");
     EXPECT_EQ("(none)", BytesOf(old_key, "value"));
     EXPECT_EQ(ERROR_FILE_NOT_FOUND, SetBytes(old_key, "value", REG_SZ, "old"));
@@ -168,18 +168,18 @@ TEST_F(KeyHandle, OfADeletedKeyIsNoHandleOfTheKeyThatTakesItsPlace)
 TEST_F(KeyHandle, OfADeletedKeyKeepsNothingThatIsWrittenBelowIt)
 {
     HKEY key = CreateKey("Key");
-    tarsk::HostRegistry().DeleteKey(Id("Key"));
+    host::HostRegistry().DeleteKey(Id("Key"));
     EXPECT_EQ(FALSE, RegWrite(key, "Below", "value", REG_SZ, "x", 2));
     EXPECT_EQ(nullptr, OpenKey("Below", key));
 }
 
 TEST_F(KeyHandle, OfAKeyWhosePassWasAbandonedReachesNoOtherKey)
 {
-    Restart(tarsk::Role::kDaemon);
+    Restart(host::Role::kDaemon);
     HKEY abandoned = CreateKey("Abandoned");
-    tarsk::HostStore().AbandonPass();
+    host::HostStore().AbandonPass();
     SetBytes(CreateKey("Other"), "value", REG_SZ, "other");
-    tarsk::HostStore().CommitPass();
+    host::HostStore().CommitPass();
     EXPECT_EQ("(none)", BytesOf(abandoned, "value"));
 }
 

@@ -127,8 +127,8 @@ TEST_F(Registry, ASubkeyThatWasDeletedAndCreatedAgainComesLast)
 {
     for (const char *name : {"one", "two", "three"})
         CreateKey(name, key_);
-    auto &tree = tarsk::HostRegistry();
-    tree.DeleteKey(*tree.Find(tarsk::kRootKey, "Software\\Test\\one"));
+    auto &tree = host::HostRegistry();
+    tree.DeleteKey(*tree.Find(host::kRootKey, "Software\\Test\\one"));
     CreateKey("one", key_);
     EXPECT_EQ((Names{"two", "three", "one"}), SubKeys(key_));
 }
@@ -200,9 +200,9 @@ TEST_F(Registry, EnumerationSeesTheKeysOfAnotherConnection)
 {
     CreateKey("here", key_);
     EXPECT_EQ(Names{"here"}, SubKeys(key_));
-    tarsk::Store other(Layout().Store());
-    tarsk::RegistryTree tree(other);
-    tree.Create(tarsk::kRootKey, "Software\\Test\\elsewhere");
+    host::Store other(Layout().Store());
+    host::RegistryTree tree(other);
+    tree.Create(host::kRootKey, "Software\\Test\\elsewhere");
     EXPECT_EQ((Names{"here", "elsewhere"}), SubKeys(key_));
 }
 
@@ -268,8 +268,8 @@ TEST_F(Registry, ValueNamesCompareWithoutRegardToCase)
     SetBytes(key_, "Name", REG_SZ, "first");
     SetBytes(key_, "NAME", REG_SZ, "second");
     EXPECT_EQ("second", BytesOf(key_, "name"));
-    const auto values = tarsk::HostRegistry().Values(
-        *tarsk::HostRegistry().Find(tarsk::kRootKey, "Software\\Test"));
+    const auto values =
+        host::HostRegistry().Values(*host::HostRegistry().Find(host::kRootKey, "Software\\Test"));
     ASSERT_EQ(1U, values.size());
     EXPECT_EQ("Name", values[0].name);
 }

@@ -3,13 +3,13 @@
 
 namespace {
 
-using tarsk::kRootKey;
+using host::kRootKey;
 using test::ErrorOf;
 using Names = std::vector<std::string>;
 
 class RegistryTree : public test::HostTest {
   protected:
-    tarsk::RegistryTree &tree_ = tarsk::HostRegistry();
+    host::RegistryTree &tree_ = host::HostRegistry();
 };
 
 TEST_F(RegistryTree, FindOfAnEmptyPathIsTheKeyItself)
@@ -71,7 +71,7 @@ TEST_F(RegistryTree, TheRootCannotBeDeleted)
     EXPECT_EQ(
         "cannot delete the root of the registry: everything is below it; delete the keys below "
         "it",
-        test::ErrorOf([] { tarsk::HostRegistry().DeleteKey(tarsk::kRootKey); }));
+        test::ErrorOf([] { host::HostRegistry().DeleteKey(host::kRootKey); }));
     EXPECT_TRUE(test::TreeValue("Key", "value"));
 }
 
@@ -103,28 +103,28 @@ TEST_F(RegistryTree, ValuesComeInTheOrderOfTheirNames)
 
 TEST_F(RegistryTree, TextOfAValueEndsAtItsZeroByte)
 {
-    EXPECT_EQ("abc", tarsk::TextOf({"n", REG_SZ, std::string("abc\0def\0", 8)}));
-    EXPECT_EQ("abc", tarsk::TextOf({"n", REG_SZ, "abc"}));
-    EXPECT_EQ("", tarsk::TextOf({"n", REG_SZ, ""}));
+    EXPECT_EQ("abc", host::TextOf({"n", REG_SZ, std::string("abc\0def\0", 8)}));
+    EXPECT_EQ("abc", host::TextOf({"n", REG_SZ, "abc"}));
+    EXPECT_EQ("", host::TextOf({"n", REG_SZ, ""}));
 }
 
 TEST_F(RegistryTree, AValueThatIsWhatItWasOpensNoTransaction)
 {
     const auto key = tree_.Create(kRootKey, "Key");
     tree_.Set(key, "value", REG_SZ, "same");
-    Restart(tarsk::Role::kDaemon);
-    tarsk::HostRegistry().Set(key, "VALUE", REG_SZ, "same");
-    EXPECT_FALSE(tarsk::HostStore().database().InTransaction());
-    tarsk::HostRegistry().Set(key, "value", REG_BINARY, "same");
-    EXPECT_TRUE(tarsk::HostStore().database().InTransaction());
+    Restart(host::Role::kDaemon);
+    host::HostRegistry().Set(key, "VALUE", REG_SZ, "same");
+    EXPECT_FALSE(host::HostStore().database().InTransaction());
+    host::HostRegistry().Set(key, "value", REG_BINARY, "same");
+    EXPECT_TRUE(host::HostStore().database().InTransaction());
 }
 
 TEST_F(RegistryTree, EverythingIsThereAfterARestart)
 {
     tree_.Set(tree_.Create(kRootKey, "A\\b"), "Name", REG_DWORD, test::NumberBytes(42));
     tree_.Create(kRootKey, "A\\a");
-    Restart(tarsk::Role::kCommand);
-    auto &again = tarsk::HostRegistry();
+    Restart(host::Role::kCommand);
+    auto &again = host::HostRegistry();
     const auto key = again.Find(kRootKey, "a");
     ASSERT_TRUE(key);
     EXPECT_EQ((Names{"b", "a"}), again.SubKeys(*key));

@@ -1,17 +1,17 @@
 // The settings: what is accepted, what is refused, and who is told.
-#include "agent/common/monitor_settings.h"
+#include "agent/settings/settings.h"
 
 #include <map>
 
-#include "agent/common/names.h"
-#include "agent/libtarsk/settings.h"
+#include "agent/host/agent_values.h"
 #include "platform/agent.h"
+#include "platform/contract.h"
 #include "platform/sync.h"
 #include "tests/host/host_test.h"
 
 namespace {
 
-using agent::FindSetting;
+using settings::FindSetting;
 using test::ErrorOf;
 using test::TreeValue;
 
@@ -20,11 +20,11 @@ class Settings : public test::HostTest {
     static std::string Set(const std::string &name, const std::string &text)
     {
         return ErrorOf(
-            [&] { agent::ChangeSetting(tarsk::HostRegistry(), FindSetting(name), text); });
+            [&] { settings::ChangeSetting(host::HostRegistry(), FindSetting(name), text); });
     }
     static std::string Get(const std::string &name)
     {
-        return agent::GetSetting(tarsk::HostRegistry(), FindSetting(name));
+        return settings::GetSetting(host::HostRegistry(), FindSetting(name));
     }
     static void ExpectTaken(const std::string &name, const std::string &text)
     {
@@ -87,17 +87,17 @@ TEST_F(Settings, CycleIsFrom10To3600Seconds)
     for (const char *text :
          {"9", "3601", "0", "-10", "4294967306", "", "abc", "10s", " 10", "1e2", "0x10", "10.0"})
         ExpectRefused("cycle", text, "a number of seconds from 10 to 3600");
-    EXPECT_EQ(test::NumberBytes(3600), TreeValue(agent::kMonitorKey, "CYCLE")->data);
-    EXPECT_EQ(REG_DWORD, TreeValue(agent::kMonitorKey, "CYCLE")->type);
+    EXPECT_EQ(test::NumberBytes(3600), TreeValue(kMonitorKey, "CYCLE")->data);
+    EXPECT_EQ(REG_DWORD, TreeValue(kMonitorKey, "CYCLE")->type);
 }
 
 TEST_F(Settings, AStoredCycleOutOfRangeIsShownAsTheDefault)
 {
     for (const uint32_t seconds : {0U, 9U, 3601U, 0xFFFFFFFFU}) {
-        test::SetTreeNumber(agent::kMonitorKey, "CYCLE", seconds);
+        test::SetTreeNumber(kMonitorKey, "CYCLE", seconds);
         EXPECT_EQ("300", Get("cycle"));
     }
-    test::SetTreeText(agent::kMonitorKey, "CYCLE", "100");
+    test::SetTreeText(kMonitorKey, "CYCLE", "100");
     EXPECT_EQ("300", Get("cycle"));
 }
 
@@ -112,7 +112,7 @@ TEST_F(Settings, CustomerFileIsAnAbsolutePathOrNothing)
     for (const std::string &text :
          {std::string("app.log"), std::string("./app.log"), longest + "p"})
         ExpectRefused("customer-file", text, kPaths);
-    EXPECT_EQ(std::string("\0", 1), TreeValue(agent::kMonitorKey, "FILENAME")->data);
+    EXPECT_EQ(std::string("\0", 1), TreeValue(kMonitorKey, "FILENAME")->data);
 }
 
 TEST_F(Settings, CustomerFileIsNotTheSystemLog)
@@ -131,7 +131,7 @@ TEST_F(Settings, FileMonitorIsAnAbsolutePathOrNothing)
     for (const std::string &text : {std::string("app.log"), longest + "p"})
         ExpectRefused("file-monitor", text, kPaths);
     EXPECT_EQ("no error", Set("file-monitor", longest));
-    EXPECT_EQ(255U, TreeValue(agent::kFileMonitorKey, "FILENAME")->data.size())
+    EXPECT_EQ(255U, TreeValue(kFileMonitorKey, "FILENAME")->data.size())
         << "what the monitor reads, its zero byte included";
 }
 
@@ -159,13 +159,13 @@ TEST_F(Settings, TraceLevelIsANameOrANumber)
     constexpr const char *kNames[] = {"detail", "error", "system", "notable", "off"};
     for (uint32_t level = 0; level < 5; ++level) {
         ExpectTaken("trace-level", kNames[level]);
-        EXPECT_EQ(level, tarsk::AgentNumber("TraceLevel"));
+        EXPECT_EQ(level, host::AgentNumber("TraceLevel"));
         EXPECT_EQ("no error", Set("trace-level", std::to_string(level)));
         EXPECT_EQ(kNames[level], Get("trace-level"));
     }
     for (const char *text : {"", "5", "-1", "Detail", "unknown", "01"})
         ExpectRefused("trace-level", text, "detail, error, system, notable or off");
-    test::SetTreeNumber(tarsk::kAgentKey, "TraceLevel", 77);
+    test::SetTreeNumber(host::kAgentKey, "TraceLevel", 77);
     EXPECT_EQ("off", Get("trace-level"));
 }
 
@@ -174,12 +174,12 @@ TEST_F(Settings, TraceLevelIsANameOrANumber)
 TEST_F(Settings, AChangeSetsTheEventOfItsSettingAndNoOther)
 {
     const std::vector<std::pair<const char *, const char *>> events = {
-        {agent::kCycleEvent, "cycle"},
-        {agent::kCustomerFileEvent, "customer-file"},
-        {agent::kFileMonitorEvent, "file-monitor"},
-        {tarsk::kAgentSettingsEvent, "fault-tolerant"},
-        {tarsk::kAgentSettingsEvent, "log-charset"},
-        {tarsk::kAgentSettingsEvent, "trace-level"}};
+        {kCycleEvent, "cycle"},
+        {kCustomerFileEvent, "customer-file"},
+        {kFileMonitorEvent, "file-monitor"},
+        {host::kAgentSettingsEvent, "fault-tolerant"},
+        {host::kAgentSettingsEvent, "log-charset"},
+        {host::kAgentSettingsEvent, "trace-level"}};
     std::map<std::string, HANDLE> handles;
     for (const auto &[event, setting] : events)
         handles.try_emplace(event, CreateEvent(nullptr, FALSE, FALSE, event));
@@ -194,7 +194,7 @@ TEST_F(Settings, AChangeSetsTheEventOfItsSettingAndNoOther)
 
 TEST_F(Settings, ARefusedValueSetsNoEvent)
 {
-    HANDLE event = CreateEvent(nullptr, FALSE, FALSE, agent::kCycleEvent);
+    HANDLE event = CreateEvent(nullptr, FALSE, FALSE, kCycleEvent);
     EXPECT_NE("no error", Set("cycle", "1"));
     EXPECT_EQ(WAIT_RESULT_TIMEOUT, WaitForSingleObject(event, 0));
 }
@@ -203,19 +203,19 @@ TEST_F(Settings, ARefusedValueSetsNoEvent)
 
 TEST_F(Settings, AnAgentValueOfTheWrongTypeIsNoValue)
 {
-    EXPECT_FALSE(tarsk::AgentNumber("TraceLevel"));
-    EXPECT_FALSE(tarsk::AgentText("LogCharset"));
-    test::SetTreeText(tarsk::kAgentKey, "TraceLevel", "3");
-    test::SetTreeNumber(tarsk::kAgentKey, "LogCharset", 3);
-    test::SetTreeValue(tarsk::kAgentKey, "Short", REG_DWORD, "12");
-    EXPECT_FALSE(tarsk::AgentNumber("TraceLevel"));
-    EXPECT_FALSE(tarsk::AgentText("LogCharset"));
-    EXPECT_FALSE(tarsk::AgentNumber("Short"));
+    EXPECT_FALSE(host::AgentNumber("TraceLevel"));
+    EXPECT_FALSE(host::AgentText("LogCharset"));
+    test::SetTreeText(host::kAgentKey, "TraceLevel", "3");
+    test::SetTreeNumber(host::kAgentKey, "LogCharset", 3);
+    test::SetTreeValue(host::kAgentKey, "Short", REG_DWORD, "12");
+    EXPECT_FALSE(host::AgentNumber("TraceLevel"));
+    EXPECT_FALSE(host::AgentText("LogCharset"));
+    EXPECT_FALSE(host::AgentNumber("Short"));
 }
 
 TEST_F(Settings, FaultToleranceCannotBeToldWithoutAHost)
 {
-    tarsk::StopHost();
+    host::StopHost();
     EXPECT_EQ(-1, call_tarsk_is_ft());
 }
 

@@ -4,9 +4,9 @@
 #include <unistd.h>
 
 #include "agent/alerts/alert_store.h"
-#include "agent/common/names.h"
-#include "agent/common/status_file.h"
+#include "agent/status/status_file.h"
 #include "platform/agent.h"
+#include "platform/contract.h"
 #include "platform/loader.h"
 #include "platform/monitor_entry.h"
 #include "platform/siblings.h"
@@ -42,7 +42,7 @@ class ReportLibrary : public test::HostTest {
     }
     static std::vector<Alert> Stored()
     {
-        return alerts::ReadAlerts(tarsk::HostStore().database(), 0, 0, 100);
+        return alerts::ReadAlerts(host::HostStore().database(), 0, 0, 100);
     }
 
     HMODULE library_ = LoadLibrary(AGENT_LIBRARIES "/vkmncall.dll");
@@ -51,9 +51,9 @@ class ReportLibrary : public test::HostTest {
 
 TEST_F(ReportLibrary, StoresTheRequestWithTimeAndHost)
 {
-    const int64_t before = agent::WallTimeMs();
+    const int64_t before = status::WallTimeMs();
     EXPECT_EQ(1, Report("DISK", 0x1A2B, "Nov 21 10:00:00 host kernel: a \x01 line \xFF"));
-    const int64_t behind = agent::WallTimeMs();
+    const int64_t behind = status::WallTimeMs();
     const auto stored = Stored();
     ASSERT_EQ(1U, stored.size());
     const Alert &alert = stored[0];
@@ -101,7 +101,7 @@ TEST_F(ReportLibrary, StoresTheReportCountOfTheEntryWhoseSourceIsPassed)
     strcpy(two.Source, "SAME");
     VKVMon *slots[] = {&one, &two};
     int count = 2;
-    tarsk::SetModuleTable({slots, &count});
+    host::SetModuleTable({slots, &count});
     EXPECT_EQ(1, Report(two.Source, 1, "of the second"));
     EXPECT_EQ(1, Report(one.Source, 1, "of the first"));
     EXPECT_EQ(1, Report("SAME", 1, "of no entry"));
@@ -125,7 +125,7 @@ TEST_F(ReportLibrary, StoresTheHitsThatTheCounterHadWhenTheLineWasConverted)
     strcpy(other.Source, "SAME");
     VKVMon *slots[] = {&other, &reached};
     int count = 2;
-    tarsk::SetModuleTable({slots, &count});
+    host::SetModuleTable({slots, &count});
     char message[100];
     TarskCodeConvert("a line", -1, message, sizeof message, CODE_LOG, CODE_REGISTRY);
     reached.CurrentCount = 0;
@@ -146,32 +146,32 @@ TEST_F(ReportLibrary, StoresTheHitsThatTheCounterHadWhenTheLineWasConverted)
 
 TEST_F(ReportLibrary, StoresInThePassThatReports)
 {
-    Restart(tarsk::Role::kDaemon);
+    Restart(host::Role::kDaemon);
     EXPECT_EQ(1, Report("SRC", 1, "lost"));
-    tarsk::HostStore().AbandonPass();
+    host::HostStore().AbandonPass();
     EXPECT_TRUE(Stored().empty());
     EXPECT_EQ(1, Report("SRC", 2, "kept"));
-    tarsk::HostStore().CommitPass();
-    tarsk::HostStore().AbandonPass();
+    host::HostStore().CommitPass();
+    host::HostStore().AbandonPass();
     ASSERT_EQ(1U, Stored().size());
     EXPECT_EQ("kept", Stored()[0].message);
 }
 
 TEST_F(ReportLibrary, FailsWithoutAHost)
 {
-    tarsk::StopHost();
+    host::StopHost();
     EXPECT_EQ(0, Report("SRC", 1, "line"));
 }
 
 TEST_F(ReportLibrary, FailsAndBreaksThePassWhenTheStoreDoes)
 {
-    Restart(tarsk::Role::kDaemon);
-    tarsk::HostStore().Write([](tarsk::Database &database) {
+    Restart(host::Role::kDaemon);
+    host::HostStore().Write([](host::Database &database) {
         database.Execute("CREATE TRIGGER full BEFORE INSERT ON alert BEGIN"
                          " SELECT RAISE(ABORT, 'no'); END");
     });
     EXPECT_EQ(0, Report("SRC", 1, "line"));
-    EXPECT_NE("no error", test::ErrorOf([] { tarsk::HostStore().CommitPass(); }));
+    EXPECT_NE("no error", test::ErrorOf([] { host::HostStore().CommitPass(); }));
 }
 
 // ---- vkirtupt.dll ----
@@ -187,12 +187,12 @@ class ProductLibrary : public test::HostTest {
     }
     static void AddProduct(const std::string &name)
     {
-        auto &tree = tarsk::HostRegistry();
-        tree.Create(tarsk::kRootKey, std::string(agent::kAlertReportKey) + "\\" + name);
+        auto &tree = host::HostRegistry();
+        tree.Create(host::kRootKey, std::string(kAlertReportKey) + "\\" + name);
     }
     static void AddProduct(const std::string &name, uint32_t type, const std::string &setup)
     {
-        test::SetTreeValue(std::string(agent::kAlertReportKey) + "\\" + name, "Setup", type, setup);
+        test::SetTreeValue(std::string(kAlertReportKey) + "\\" + name, "Setup", type, setup);
     }
     // "name:state" of each product, read at the fixed offsets.
     std::vector<std::string> Products()
@@ -224,7 +224,7 @@ using Strings = std::vector<std::string>;
 TEST_F(ProductLibrary, WithoutProductsGivesAnEmptyList)
 {
     EXPECT_TRUE(Products().empty());
-    test::SetTreeText(agent::kAlertReportKey, "value", "x");
+    test::SetTreeText(kAlertReportKey, "value", "x");
     EXPECT_TRUE(Products().empty());
 }
 
@@ -271,7 +271,7 @@ TEST_F(ProductLibrary, FreesTheEmptyList)
 
 TEST_F(ProductLibrary, FailsWithoutAHostAndLeavesTheListAlone)
 {
-    tarsk::StopHost();
+    host::StopHost();
     int untouched = 0;
     void *list = &untouched;
     EXPECT_EQ(0, read_(kReadProductsList, &list));

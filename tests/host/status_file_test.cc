@@ -1,16 +1,16 @@
 // What the daemon tells about itself.
-#include "agent/common/status_file.h"
+#include "agent/status/status_file.h"
 
 #include "tests/host/host_test.h"
 
 namespace {
 
-using agent::MonitorState;
-using agent::PassKind;
-using agent::PassStatus;
-using agent::ReadStatus;
-using agent::Status;
-using agent::WriteStatus;
+using status::MonitorState;
+using status::PassKind;
+using status::PassStatus;
+using status::ReadStatus;
+using status::Status;
+using status::WriteStatus;
 
 class StatusFile : public test::RootTest {
   protected:
@@ -80,8 +80,8 @@ TEST_F(StatusFile, KnowsEveryKindOfPass)
                                       "customer-file", "file-monitor", "other"};
     for (int i = 0; i < 6; ++i) {
         const auto kind = static_cast<PassKind>(i);
-        EXPECT_STREQ(kNames[i], agent::PassKindName(kind));
-        EXPECT_EQ(i < 3, agent::ReadsAllFiles(kind)) << kNames[i];
+        EXPECT_STREQ(kNames[i], status::PassKindName(kind));
+        EXPECT_EQ(i < 3, status::ReadsAllFiles(kind)) << kNames[i];
         Status status;
         status.last_pass = Pass(kind);
         WriteStatus(Root(), status);
@@ -137,10 +137,10 @@ TEST_F(StatusFile, ThatCannotBeWrittenIsAnError)
 
 TEST_F(StatusFile, TheClockOfRequestsOnlyRises)
 {
-    const int64_t first = agent::BootTimeNs();
+    const int64_t first = status::BootTimeNs();
     EXPECT_GT(first, 0);
-    EXPECT_LE(first, agent::BootTimeNs());
-    EXPECT_GT(agent::WallTimeMs(), 1700000000000);
+    EXPECT_LE(first, status::BootTimeNs());
+    EXPECT_GT(status::WallTimeMs(), 1700000000000);
 }
 
 } // namespace

@@ -8,8 +8,8 @@
 
 namespace {
 
-using tarsk::kRootKey;
-using tarsk::Role;
+using host::kRootKey;
+using host::Role;
 using test::ErrorOf;
 using test::Finished;
 using test::Helper;
@@ -25,45 +25,45 @@ std::string KeyName(int number)
 
 class Damage : public test::RootTest {
   protected:
-    ~Damage() override { tarsk::StopHost(); }
+    ~Damage() override { host::StopHost(); }
 
     [[nodiscard]] std::filesystem::path Path() const { return Layout().Store(); }
     std::string Start(Role role = Role::kCommand) const
     {
-        return ErrorOf([&] { tarsk::StartHost(Layout(), role); });
+        return ErrorOf([&] { host::StartHost(Layout(), role); });
     }
     void MakeStore() const
     {
-        tarsk::StartHost(Layout(), Role::kCommand);
+        host::StartHost(Layout(), Role::kCommand);
         {
-            tarsk::Transaction transaction(tarsk::HostStore());
+            host::Transaction transaction(host::HostStore());
             for (int i = 0; i < kKeys; ++i)
                 test::SetTreeText("Root\\" + KeyName(i), "value", std::string(100, 'v'));
             transaction.Commit();
         }
-        tarsk::StopHost();
+        host::StopHost();
         ASSERT_FALSE(std::filesystem::exists(Path().string() + "-wal"));
     }
     void ExecuteSql(const char *sql) const
     {
-        tarsk::Database(Path(), tarsk::Database::Mode::kReadWrite).Execute(sql);
+        host::Database(Path(), host::Database::Mode::kReadWrite).Execute(sql);
     }
     // Reads everything that MakeStore has written: "whole", or the error.
     [[nodiscard]] std::string ReadAll() const
     {
         const std::string error = ErrorOf([&] {
-            tarsk::StartHost(Layout(), Role::kCommand);
-            auto &tree = tarsk::HostRegistry();
+            host::StartHost(Layout(), Role::kCommand);
+            auto &tree = host::HostRegistry();
             const auto root = tree.Find(kRootKey, "Root");
             if (!root || tree.SubKeys(*root).size() != kKeys)
-                throw tarsk::Error("keys are missing");
+                throw host::Error("keys are missing");
             for (int i = 0; i < kKeys; ++i) {
                 const auto key = tree.Find(*root, KeyName(i));
                 if (!key || !tree.Get(*key, "value"))
-                    throw tarsk::Error("a value is missing");
+                    throw host::Error("a value is missing");
             }
         });
-        tarsk::StopHost();
+        host::StopHost();
         return error == "no error" ? "whole" : error;
     }
 };
@@ -75,7 +75,7 @@ TEST_F(Damage, AnEmptyFileIsNoEmptyRegistry)
     Layout().CreateFolders();
     test::WriteFile(Path(), "");
     const std::string expected =
-        "cannot use " + Path().string() + ": the file is empty; " + tarsk::kReplaceStore;
+        "cannot use " + Path().string() + ": the file is empty; " + host::kReplaceStore;
     EXPECT_EQ(expected, Start());
     EXPECT_EQ(expected, Start(Role::kDaemon));
     EXPECT_EQ("", test::ReadFile(Path()));
@@ -86,7 +86,7 @@ TEST_F(Damage, AFileOfAnotherKindIsRefused)
     Layout().CreateFolders();
     test::WriteFile(Path(), std::string(10000, 'x'));
     EXPECT_EQ("cannot use " + Path().string() + ": file is not a database; the file is damaged; " +
-                  tarsk::kReplaceStore,
+                  host::kReplaceStore,
               Start());
     EXPECT_EQ(std::string(10000, 'x'), test::ReadFile(Path()));
 }
@@ -112,7 +112,7 @@ TEST_F(Damage, ADatabaseOfAnotherProgramIsRefused)
     test::WriteFile(Path(), "");
     ExecuteSql("CREATE TABLE other (x)");
     EXPECT_EQ("cannot use " + Path().string() + ": it is not a store of the agent; " +
-                  tarsk::kReplaceStore,
+                  host::kReplaceStore,
               Start());
 }
 
@@ -130,10 +130,10 @@ TEST_F(Damage, AHostThatCouldNotStartIsNotStarted)
     Layout().CreateFolders();
     test::WriteFile(Path(), "");
     Start();
-    EXPECT_FALSE(tarsk::HostIsStarted());
+    EXPECT_FALSE(host::HostIsStarted());
     EXPECT_EQ("the host library cannot be used: it was not started; this is a fault of the "
               "program; report it",
-              ErrorOf([] { tarsk::HostStore(); }));
+              ErrorOf([] { host::HostStore(); }));
     HKEY key = nullptr;
     EXPECT_NE(ERROR_SUCCESS, RegOpenKeyEx(HKEY_LOCAL_MACHINE, "", 0, KEY_READ, &key));
 }
@@ -151,7 +151,7 @@ TEST_F(Damage, CutAtAnyPlaceItIsNeverAnEmptyRegistry)
             const std::string cut = whole.substr(0, page * kPage + more);
             test::WriteFile(Path(), cut);
             const std::string daemon = Start(Role::kDaemon);
-            tarsk::StopHost();
+            host::StopHost();
             EXPECT_EQ(0U, daemon.find("cannot ")) << page << "+" << more << ": " << daemon;
             EXPECT_NE(std::string::npos, daemon.find(Path().string()));
             const std::string command = ReadAll();
@@ -165,16 +165,16 @@ TEST_F(Damage, AJournalCutAtAnyPlaceLeavesAStateThatWasStored)
 {
     // The journal of a process that was killed: ten changes that are not in the file yet.
     MakeStore();
-    tarsk::StartHost(Layout(), Role::kCommand);
+    host::StartHost(Layout(), Role::kCommand);
     for (int i = 1; i <= 10; ++i) {
-        tarsk::Transaction transaction(tarsk::HostStore());
+        host::Transaction transaction(host::HostStore());
         test::SetTreeNumber("Root", "one", static_cast<uint32_t>(i));
         test::SetTreeNumber("Root\\" + KeyName(kKeys - 1), "two", static_cast<uint32_t>(i));
         transaction.Commit();
     }
     const std::string file = test::ReadFile(Path());
     const std::string journal = test::ReadFile(Path().string() + "-wal");
-    tarsk::StopHost();
+    host::StopHost();
     ASSERT_GT(journal.size(), 10 * kPage);
 
     std::string newest = "none";
@@ -187,7 +187,7 @@ TEST_F(Damage, AJournalCutAtAnyPlaceLeavesAStateThatWasStored)
             const auto two = test::TreeValue("Root\\" + KeyName(kKeys - 1), "two");
             EXPECT_EQ(one ? one->data : "none", two ? two->data : "none") << page << "+" << more;
             newest = one ? one->data : newest;
-            tarsk::StopHost();
+            host::StopHost();
             EXPECT_EQ("whole", ReadAll());
         }
     }
@@ -203,9 +203,9 @@ TEST_F(Damage, APageOfZerosIsFoundByTheDaemon)
         damaged.replace(page * kPage, kPage, kPage, '\0');
         test::WriteFile(Path(), damaged);
         const std::string error = Start(Role::kDaemon);
-        tarsk::StopHost();
+        host::StopHost();
         EXPECT_EQ(0U, error.find("cannot ")) << page << ": " << error;
-        EXPECT_NE(std::string::npos, error.find(tarsk::kReplaceStore)) << page << ": " << error;
+        EXPECT_NE(std::string::npos, error.find(host::kReplaceStore)) << page << ": " << error;
     }
 }
 
@@ -219,7 +219,7 @@ TEST_F(Damage, APageOfGarbageIsFoundByTheDaemon)
             damaged[page * kPage + i] = static_cast<char>(i * 37 + page);
         test::WriteFile(Path(), damaged);
         EXPECT_EQ(0U, Start(Role::kDaemon).find("cannot ")) << page;
-        tarsk::StopHost();
+        host::StopHost();
     }
 }
 

@@ -1,14 +1,14 @@
 // Which store it is: one that was removed, replaced, copied or put back is not taken for the one before.
 #include "agent/alerts/alert_store.h"
-#include "agent/common/daemon_lock.h"
-#include "agent/common/status_file.h"
+#include "agent/status/daemon_lock.h"
+#include "agent/status/status_file.h"
 #include "tests/host/host_test.h"
 #include "tests/host/process.h"
 
 namespace {
 
-using tarsk::Role;
-using tarsk::Store;
+using host::Role;
+using host::Store;
 using test::Child;
 using test::ErrorOf;
 using test::Helper;
@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 class StoreIdentity : public test::RootTest {
   protected:
     StoreIdentity() { Layout().CreateFolders(); }
-    ~StoreIdentity() override { tarsk::StopHost(); }
+    ~StoreIdentity() override { host::StopHost(); }
 
     [[nodiscard]] fs::path Path() const { return Layout().Store(); }
     [[nodiscard]] fs::path Mark() const { return Layout().state / "has-store"; }
@@ -100,7 +100,7 @@ TEST_F(StoreIdentity, APassNoticesItEvenWhenItHasNothingToStore)
 TEST_F(StoreIdentity, ATransactionOfACommandNoticesIt)
 {
     Store store(Path());
-    tarsk::Transaction transaction(store);
+    host::Transaction transaction(store);
     alerts::AddAlert(store, {});
     fs::rename(Path(), File("moved"));
     EXPECT_EQ(Removed(), ErrorOf([&] { transaction.Commit(); }));
@@ -120,11 +120,11 @@ TEST_F(StoreIdentity, AMissingStoreIsAnErrorWhereThereWasOne)
         "remove " +
         Mark().string() + " to start with nothing";
     for (const Role role : {Role::kCommand, Role::kReader, Role::kDaemon})
-        EXPECT_EQ(expected, ErrorOf([&] { tarsk::StartHost(Layout(), role); }));
+        EXPECT_EQ(expected, ErrorOf([&] { host::StartHost(Layout(), role); }));
     EXPECT_FALSE(fs::exists(Path()));
 
     fs::remove(Mark()); // what it says
-    EXPECT_EQ("no error", ErrorOf([&] { tarsk::StartHost(Layout(), Role::kCommand); }));
+    EXPECT_EQ("no error", ErrorOf([&] { host::StartHost(Layout(), Role::kCommand); }));
     EXPECT_TRUE(fs::exists(Mark()));
 }
 
@@ -180,7 +180,7 @@ TEST_F(StoreIdentity, ACopyThatIsPutBackGivesNoKeyAgain)
 TEST_F(StoreIdentity, ACopiedStoreAndItsOriginalGiveOtherKeys)
 {
     AddInALife();
-    const tarsk::Layout other = tarsk::Layout::Below(File("clone"));
+    const host::Layout other = host::Layout::Below(File("clone"));
     fs::create_directories(other.state);
     fs::copy(Layout().state, other.state);
     const auto here = AddInALife();
@@ -212,7 +212,7 @@ TEST_F(StoreIdentity, SeriesOfWhichNoAlertIsLeftAreForgotten)
     const auto all = KeysOf(store);
     alerts::RemoveAlerts(store, 3);
     EXPECT_EQ((std::vector<std::string>{all[3], all[4]}), KeysOf(store));
-    tarsk::Statement count(store.database(), "SELECT count(*) FROM key_series");
+    host::Statement count(store.database(), "SELECT count(*) FROM key_series");
     count.Start();
     ASSERT_TRUE(count.Next());
     EXPECT_EQ(2, count.Integer(0));
@@ -228,27 +228,27 @@ TEST_F(StoreIdentity, ADaemonHoldsTheStoreItself)
     EXPECT_EQ("cannot start the daemon with " + Path().string() +
                   ": another one works with it, process " + std::to_string(daemon.pid()) +
                   "; stop that one first, or name another install root with --root",
-              ErrorOf([&] { tarsk::StartHost(Layout(), Role::kDaemon); }));
-    EXPECT_EQ(daemon.pid(), agent::DaemonLock::Holder(Layout()));
-    EXPECT_EQ("no error", ErrorOf([&] { tarsk::StartHost(Layout(), Role::kCommand); }));
-    tarsk::StopHost();
+              ErrorOf([&] { host::StartHost(Layout(), Role::kDaemon); }));
+    EXPECT_EQ(daemon.pid(), status::DaemonLock::Holder(Layout()));
+    EXPECT_EQ("no error", ErrorOf([&] { host::StartHost(Layout(), Role::kCommand); }));
+    host::StopHost();
     daemon.Kill();
-    EXPECT_FALSE(agent::DaemonLock::Holder(Layout()));
-    EXPECT_EQ("no error", ErrorOf([&] { tarsk::StartHost(Layout(), Role::kDaemon); }));
+    EXPECT_FALSE(status::DaemonLock::Holder(Layout()));
+    EXPECT_EQ("no error", ErrorOf([&] { host::StartHost(Layout(), Role::kDaemon); }));
 }
 
 // To ask opens the file, and closing it would take SQLite's locks away, by which the last program to
 // close a store knows that it is the last.
 TEST_F(StoreIdentity, AskingForTheDaemonTakesNoLockOfTheStoreAway)
 {
-    tarsk::StartHost(Layout(), Role::kCommand);
-    alerts::AddAlert(tarsk::HostStore(), {});
+    host::StartHost(Layout(), Role::kCommand);
+    alerts::AddAlert(host::HostStore(), {});
     for (int i = 0; i < 3; ++i)
-        EXPECT_FALSE(agent::DaemonLock::Holder(Layout()));
+        EXPECT_FALSE(status::DaemonLock::Holder(Layout()));
     EXPECT_EQ(0, test::RunToEnd(Helper(Root(), {"start", "command"})).status);
     EXPECT_TRUE(fs::exists(Path().string() + "-wal")) << "another program took itself for the last";
-    EXPECT_EQ("no error", WriteTo(tarsk::HostStore()));
-    EXPECT_EQ(2U, KeysOf(tarsk::HostStore()).size());
+    EXPECT_EQ("no error", WriteTo(host::HostStore()));
+    EXPECT_EQ(2U, KeysOf(host::HostStore()).size());
 }
 
 // ---- command and daemon ----
@@ -257,17 +257,17 @@ TEST_F(StoreIdentity, ACommandRefusesAnotherFileThanTheDaemons)
 {
     Child daemon(Helper(Root(), {"answer-scans"}));
     ASSERT_EQ("running", daemon.ReadLine());
-    tarsk::StartHost(Layout(), Role::kCommand);
-    EXPECT_EQ("no error", ErrorOf([&] { agent::DaemonLock::CheckStore(Layout()); }));
-    tarsk::StopHost();
+    host::StartHost(Layout(), Role::kCommand);
+    EXPECT_EQ("no error", ErrorOf([&] { status::DaemonLock::CheckStore(Layout()); }));
+    host::StopHost();
     fs::copy_file(Path(), File("copy"));
     fs::rename(File("copy"), Path());
-    tarsk::StartHost(Layout(), Role::kCommand);
+    host::StartHost(Layout(), Role::kCommand);
     const std::string expected =
         "cannot work with " + Path().string() + ": the daemon, process " +
         std::to_string(daemon.pid()) +
         ", works with another file: this one was put in its place while it ran; restart the daemon";
-    EXPECT_EQ(expected, ErrorOf([&] { agent::DaemonLock::CheckStore(Layout()); }));
+    EXPECT_EQ(expected, ErrorOf([&] { status::DaemonLock::CheckStore(Layout()); }));
     const auto finished =
         test::RunToEnd({SYSLOGMON, "--root", Root(), "event", "add", "A", "1", "--keyword", "x"});
     EXPECT_EQ(1, finished.status);

@@ -1,5 +1,5 @@
 // The room of the store: what one pass may take, what it gives back, and the way out of a full disk.
-#include "agent/libtarsk/room.h"
+#include "agent/host/room.h"
 
 #include "agent/alerts/report_folder.h"
 #include "tests/host/host_test.h"
@@ -9,8 +9,8 @@ namespace {
 
 using alerts::Alert;
 using alerts::ReportFolder;
-using tarsk::RoomOfAPass;
-using tarsk::Store;
+using host::RoomOfAPass;
+using host::Store;
 using test::Finished;
 using test::Helper;
 

@@ -7,9 +7,9 @@
 
 namespace {
 
-using tarsk::Database;
-using tarsk::kRootKey;
-using tarsk::Store;
+using host::Database;
+using host::kRootKey;
+using host::Store;
 using test::ErrorOf;
 
 class StoreTest : public test::RootTest {
@@ -22,12 +22,12 @@ class StoreTest : public test::RootTest {
     [[nodiscard]] std::string Committed(const char *name) const
     {
         Store other(Path());
-        tarsk::RegistryTree tree(other);
+        host::RegistryTree tree(other);
         const auto key = tree.Find(kRootKey, "Key");
         const auto value = key ? tree.Get(*key, name) : std::nullopt;
         return value ? value->data : "(none)";
     }
-    static void SetValue(tarsk::RegistryTree &tree, const char *name, const char *data)
+    static void SetValue(host::RegistryTree &tree, const char *name, const char *data)
     {
         tree.Set(tree.Create(kRootKey, "Key"), name, REG_SZ, data);
     }
@@ -43,7 +43,7 @@ class StoreTest : public test::RootTest {
 TEST_F(StoreTest, AWriteOutsideAPassIsStoredAtOnce)
 {
     Store store(Path());
-    tarsk::RegistryTree tree(store);
+    host::RegistryTree tree(store);
     SetValue(tree, "value", "stored");
     EXPECT_FALSE(store.database().InTransaction());
     EXPECT_EQ("stored", Committed("value"));
@@ -52,7 +52,7 @@ TEST_F(StoreTest, AWriteOutsideAPassIsStoredAtOnce)
 TEST_F(StoreTest, AFailedWriteOutsideAPassLeavesTheNextOneAlone)
 {
     Store store(Path());
-    tarsk::RegistryTree tree(store);
+    host::RegistryTree tree(store);
     EXPECT_NE("no error", ErrorOf([&] { FailToWrite(store); }));
     EXPECT_FALSE(store.database().InTransaction());
     SetValue(tree, "value", "stored");
@@ -62,7 +62,7 @@ TEST_F(StoreTest, AFailedWriteOutsideAPassLeavesTheNextOneAlone)
 TEST_F(StoreTest, AnActionThatThrowsRollsItsWritesBack)
 {
     Store store(Path());
-    tarsk::RegistryTree tree(store);
+    host::RegistryTree tree(store);
     SetValue(tree, "value", "before");
     EXPECT_THROW(store.Write([](Database &database) {
         database.Execute("DELETE FROM reg_value");
@@ -75,9 +75,9 @@ TEST_F(StoreTest, AnActionThatThrowsRollsItsWritesBack)
 TEST_F(StoreTest, ATransactionIsStoredWholeAtItsCommit)
 {
     Store store(Path());
-    tarsk::RegistryTree tree(store);
+    host::RegistryTree tree(store);
     {
-        tarsk::Transaction transaction(store);
+        host::Transaction transaction(store);
         SetValue(tree, "one", "1");
         SetValue(tree, "two", "2");
         EXPECT_EQ("(none)", Committed("one"));
@@ -90,10 +90,10 @@ TEST_F(StoreTest, ATransactionIsStoredWholeAtItsCommit)
 TEST_F(StoreTest, ATransactionWithoutACommitIsRolledBack)
 {
     Store store(Path());
-    tarsk::RegistryTree tree(store);
+    host::RegistryTree tree(store);
     SetValue(tree, "value", "before");
     {
-        const tarsk::Transaction transaction(store);
+        const host::Transaction transaction(store);
         SetValue(tree, "value", "changed");
         tree.Create(kRootKey, "Other");
     }
@@ -106,10 +106,10 @@ TEST_F(StoreTest, ATransactionWithoutACommitIsRolledBack)
 TEST_F(StoreTest, TheRestOfATransactionThatSqliteHasEndedIsNotStoredAlone)
 {
     Store store(Path());
-    tarsk::RegistryTree tree(store);
+    host::RegistryTree tree(store);
     SetValue(tree, "value", "before");
     {
-        tarsk::Transaction transaction(store);
+        host::Transaction transaction(store);
         SetValue(tree, "first", "part");
         store.database().Execute("ROLLBACK");
         EXPECT_EQ("cannot store a change in " + Path().string() +
@@ -126,7 +126,7 @@ TEST_F(StoreTest, TheRestOfATransactionThatSqliteHasEndedIsNotStoredAlone)
 TEST_F(StoreTest, TheRestOfAPassThatSqliteHasEndedIsNotStoredAlone)
 {
     Store store(Path());
-    tarsk::RegistryTree tree(store);
+    host::RegistryTree tree(store);
     store.StartPasses();
     SetValue(tree, "first", "part");
     store.database().Execute("ROLLBACK");
@@ -148,13 +148,13 @@ TEST_F(StoreTest, TheRestOfAPassThatSqliteHasEndedIsNotStoredAlone)
 TEST_F(StoreTest, ASnapshotSeesOneStateWhileOthersWrite)
 {
     Store store(Path());
-    tarsk::RegistryTree tree(store);
+    host::RegistryTree tree(store);
     SetValue(tree, "value", "before");
     Store other(Path());
-    tarsk::RegistryTree other_tree(other);
+    host::RegistryTree other_tree(other);
     const auto value = [&] { return tree.Get(*tree.Find(kRootKey, "Key"), "value")->data; };
     {
-        const tarsk::Snapshot snapshot(store);
+        const host::Snapshot snapshot(store);
         EXPECT_EQ("before", value());
         SetValue(other_tree, "value", "changed");
         EXPECT_EQ("before", value());
@@ -166,12 +166,12 @@ TEST_F(StoreTest, ASnapshotSeesOneStateWhileOthersWrite)
 TEST_F(StoreTest, ASnapshotInATransactionOrAPassLeavesItOpen)
 {
     Store store(Path());
-    tarsk::RegistryTree tree(store);
+    host::RegistryTree tree(store);
     {
-        tarsk::Transaction transaction(store);
+        host::Transaction transaction(store);
         SetValue(tree, "one", "1");
         {
-            const tarsk::Snapshot snapshot(store);
+            const host::Snapshot snapshot(store);
             EXPECT_EQ("1", tree.Get(*tree.Find(kRootKey, "Key"), "one")->data);
         }
         SetValue(tree, "two", "2");
@@ -180,7 +180,7 @@ TEST_F(StoreTest, ASnapshotInATransactionOrAPassLeavesItOpen)
     store.StartPasses();
     SetValue(tree, "three", "3");
     {
-        const tarsk::Snapshot snapshot(store);
+        const host::Snapshot snapshot(store);
     }
     store.CommitPass();
     for (const char *name : {"one", "two", "three"})
@@ -192,7 +192,7 @@ TEST_F(StoreTest, ASnapshotInATransactionOrAPassLeavesItOpen)
 TEST_F(StoreTest, APassThatWritesNothingOpensNoTransaction)
 {
     Store store(Path());
-    tarsk::RegistryTree tree(store);
+    host::RegistryTree tree(store);
     SetValue(tree, "value", "same");
     store.StartPasses();
     tree.Find(kRootKey, "Key");
@@ -201,13 +201,13 @@ TEST_F(StoreTest, APassThatWritesNothingOpensNoTransaction)
     store.CommitPass();
     store.AbandonPass();
     Store other(Path()); // would have to wait for the lock
-    const tarsk::Transaction transaction(other);
+    const host::Transaction transaction(other);
 }
 
 TEST_F(StoreTest, TheFirstWriteOfAPassOpensItsTransaction)
 {
     Store store(Path());
-    tarsk::RegistryTree tree(store);
+    host::RegistryTree tree(store);
     store.StartPasses();
     SetValue(tree, "value", "stored");
     EXPECT_TRUE(store.database().InTransaction());
@@ -220,7 +220,7 @@ TEST_F(StoreTest, TheFirstWriteOfAPassOpensItsTransaction)
 TEST_F(StoreTest, RegistryAndAlertsOfAPassAreStoredTogether)
 {
     Store store(Path());
-    tarsk::RegistryTree tree(store);
+    host::RegistryTree tree(store);
     store.StartPasses();
     SetValue(tree, "resume", "here");
     alerts::Alert alert;
@@ -239,7 +239,7 @@ TEST_F(StoreTest, RegistryAndAlertsOfAPassAreStoredTogether)
 TEST_F(StoreTest, AnAbandonedPassLeavesTheStateBeforeIt)
 {
     Store store(Path());
-    tarsk::RegistryTree tree(store);
+    host::RegistryTree tree(store);
     SetValue(tree, "value", "before");
     store.StartPasses();
     SetValue(tree, "value", "changed");
@@ -256,7 +256,7 @@ TEST_F(StoreTest, WhatAPassHasNotCommittedWhenTheStoreIsClosedIsRolledBack)
 {
     {
         Store store(Path());
-        tarsk::RegistryTree tree(store);
+        host::RegistryTree tree(store);
         store.StartPasses();
         SetValue(tree, "value", "lost");
     }
@@ -266,7 +266,7 @@ TEST_F(StoreTest, WhatAPassHasNotCommittedWhenTheStoreIsClosedIsRolledBack)
 TEST_F(StoreTest, AFailedWriteBreaksThePassAndItsCauseIsToldToTheEnd)
 {
     Store store(Path());
-    tarsk::RegistryTree tree(store);
+    host::RegistryTree tree(store);
     store.StartPasses();
     SetValue(tree, "before", "1");
     const std::string cause = ErrorOf([&] { FailToWrite(store); });
@@ -289,7 +289,7 @@ TEST_F(StoreTest, APassBehindABrokenOneIsStored)
 {
     for (const bool abandon : {false, true}) {
         Store store(Path());
-        tarsk::RegistryTree tree(store);
+        host::RegistryTree tree(store);
         store.StartPasses();
         EXPECT_NE("no error", ErrorOf([&] { FailToWrite(store); }));
         if (abandon)
@@ -309,7 +309,7 @@ TEST_F(StoreTest, ACommitIsOnTheDiskWhenItReturns)
     for (int opening = 0; opening < 2; ++opening) { // created, and opened again
         Store store(Path());
         const auto pragma = [&](const char *sql) {
-            tarsk::Statement statement(store.database(), sql);
+            host::Statement statement(store.database(), sql);
             statement.Start();
             return statement.Next() ? statement.Text(0) : "(none)";
         };
@@ -337,7 +337,7 @@ TEST_F(StoreTest, AStoreKeepsItsIdentity)
 TEST_F(StoreTest, TheFileIsTheOwnersAlone)
 {
     Store store(Path());
-    tarsk::RegistryTree tree(store);
+    host::RegistryTree tree(store);
     SetValue(tree, "value", "x");
     for (const char *name :
          {"agent.db", "agent.db-wal", "agent.db-shm", "agent.db.lock", "has-store"}) {
@@ -385,9 +385,9 @@ TEST_F(StoreTest, AlertsAreReadInOrderFromAnIdATimeAndUpToALimit)
 TEST_F(StoreTest, TheChangeCountMovesWithEveryChange)
 {
     Store store(Path());
-    tarsk::RegistryTree tree(store);
+    host::RegistryTree tree(store);
     Store other(Path());
-    tarsk::RegistryTree other_tree(other);
+    host::RegistryTree other_tree(other);
     std::set<int64_t> counts = {store.ChangeCount()};
     EXPECT_EQ(*counts.begin(), store.ChangeCount());
     SetValue(tree, "value", "mine");
@@ -406,7 +406,7 @@ TEST_F(StoreTest, TheChangeCountMovesWithEveryChange)
 TEST_F(StoreTest, AStatementGivesUpAfterItsPatience)
 {
     Store store(Path());
-    const tarsk::Transaction transaction(store);
+    const host::Transaction transaction(store);
     Database other(Path(), Database::Mode::kReadWrite);
     other.SetPatience(60, nullptr);
     const auto begin = std::chrono::steady_clock::now();

@@ -6,7 +6,7 @@
 #include <set>
 #include <thread>
 
-#include "agent/libtarsk/trace_log.h"
+#include "agent/host/trace_log.h"
 #include "platform/trace.h"
 #include "tests/host/host_test.h"
 
@@ -23,20 +23,20 @@ class Trace : public test::RootTest {
     Trace() : RootTest(std::filesystem::temp_directory_path()) // it fills many megabytes
     {
         TraceLogSetThrName("main");
-        tarsk::SetTraceLevel(TRACE_DETAIL);
-        tarsk::OpenTraceLog(File("trace.log"));
+        host::SetTraceLevel(TRACE_DETAIL);
+        host::OpenTraceLog(File("trace.log"));
     }
     ~Trace() override
     {
-        tarsk::CloseTraceLog();
-        tarsk::SetTraceLevel(TRACE_ERROR);
-        tarsk::ForgetTracedError();
+        host::CloseTraceLog();
+        host::SetTraceLevel(TRACE_ERROR);
+        host::ForgetTracedError();
     }
 
     // The records so far, without time, thread, level, unit, function and line.
     [[nodiscard]] std::vector<std::string> Texts() const
     {
-        tarsk::FlushTraceLog();
+        host::FlushTraceLog();
         const std::regex head(R"(^\S+ \S+ \[[^\]]*\] \w+ \w+ \S+:\d+ )");
         std::vector<std::string> texts;
         for (const std::string &line : ReadLines(File("trace.log")))
@@ -45,7 +45,7 @@ class Trace : public test::RootTest {
     }
     [[nodiscard]] std::string LastLine() const
     {
-        tarsk::FlushTraceLog();
+        host::FlushTraceLog();
         const auto lines = ReadLines(File("trace.log"));
         return lines.empty() ? "" : lines.back();
     }
@@ -90,11 +90,11 @@ TEST_F(Trace, EachLevelHasItsName)
     for (size_t level = 0; level < 4; ++level)
         EXPECT_NE(std::string::npos,
                   lines[level].find(std::string("] ") +
-                                    tarsk::TraceLevelName(static_cast<int>(level)) + " unit "))
+                                    host::TraceLevelName(static_cast<int>(level)) + " unit "))
             << lines[level];
-    EXPECT_STREQ("off", tarsk::TraceLevelName(tarsk::kTraceOff));
-    EXPECT_STREQ("unknown", tarsk::TraceLevelName(-1));
-    EXPECT_STREQ("unknown", tarsk::TraceLevelName(5));
+    EXPECT_STREQ("off", host::TraceLevelName(host::kTraceOff));
+    EXPECT_STREQ("unknown", host::TraceLevelName(-1));
+    EXPECT_STREQ("unknown", host::TraceLevelName(5));
 }
 
 // ---- levels ----
@@ -107,11 +107,11 @@ TEST_F(Trace, WhatIsBelowTheLevelIsNotWritten)
                                            {"notable"},
                                            {}};
     for (size_t level = 0; level < expected.size(); ++level) {
-        tarsk::CloseTraceLog();
+        host::CloseTraceLog();
         std::filesystem::remove(File("trace.log"));
-        tarsk::OpenTraceLog(File("trace.log"));
-        tarsk::SetTraceLevel(static_cast<int>(level));
-        EXPECT_EQ(static_cast<int>(level), tarsk::TraceLevel());
+        host::OpenTraceLog(File("trace.log"));
+        host::SetTraceLevel(static_cast<int>(level));
+        EXPECT_EQ(static_cast<int>(level), host::TraceLevel());
         TraceEachLevel();
         EXPECT_EQ(expected[level], Texts()) << level;
     }
@@ -120,29 +120,29 @@ TEST_F(Trace, WhatIsBelowTheLevelIsNotWritten)
 TEST_F(Trace, ALevelThatIsChangedHoldsForTheNextRecord)
 {
     TRACE(TRACE_DETAIL, "one");
-    tarsk::SetTraceLevel(TRACE_NOTABLE);
+    host::SetTraceLevel(TRACE_NOTABLE);
     TRACE(TRACE_DETAIL, "two");
-    tarsk::SetTraceLevel(TRACE_DETAIL);
+    host::SetTraceLevel(TRACE_DETAIL);
     TRACE(TRACE_DETAIL, "three");
     EXPECT_EQ((Strings{"one", "three"}), Texts());
 }
 
 TEST_F(Trace, ALevelThatIsSetBeforeTheLogIsOpenedHoldsFromItsBeginning)
 {
-    tarsk::CloseTraceLog();
-    tarsk::SetTraceLevel(TRACE_NOTABLE);
-    tarsk::OpenTraceLog(File("trace.log"));
+    host::CloseTraceLog();
+    host::SetTraceLevel(TRACE_NOTABLE);
+    host::OpenTraceLog(File("trace.log"));
     TraceEachLevel();
     EXPECT_EQ(Strings{"notable"}, Texts());
 }
 
 TEST_F(Trace, WithoutALogRecordsAreDropped)
 {
-    tarsk::CloseTraceLog();
+    host::CloseTraceLog();
     EXPECT_EQ(0, TRACE(TRACE_NOTABLE, "dropped"));
-    tarsk::SetTraceLevel(TRACE_DETAIL);
+    host::SetTraceLevel(TRACE_DETAIL);
     EXPECT_EQ(0, TRACE(TRACE_NOTABLE, "dropped"));
-    tarsk::FlushTraceLog();
+    host::FlushTraceLog();
     EXPECT_TRUE(ReadLines(File("trace.log")).empty());
 }
 
@@ -150,7 +150,7 @@ TEST_F(Trace, ALogThatCannotBeWrittenIsAnError)
 {
     test::WriteFile(File("file"), "");
     const std::string path = File("file").string() + "/trace.log";
-    const std::string error = ErrorOf([&] { tarsk::OpenTraceLog(path); });
+    const std::string error = ErrorOf([&] { host::OpenTraceLog(path); });
     EXPECT_EQ(0U, error.find("cannot write the trace log " + path + ": ")) << error;
     EXPECT_NE(std::string::npos, error.find("; make its folder writable, or run as root"));
 }
@@ -158,8 +158,8 @@ TEST_F(Trace, ALogThatCannotBeWrittenIsAnError)
 TEST_F(Trace, ALogIsContinuedWhenItIsOpenedAgain)
 {
     TRACE(TRACE_NOTABLE, "one");
-    tarsk::CloseTraceLog();
-    tarsk::OpenTraceLog(File("trace.log"));
+    host::CloseTraceLog();
+    host::OpenTraceLog(File("trace.log"));
     TRACE(TRACE_NOTABLE, "two");
     EXPECT_EQ((Strings{"one", "two"}), Texts());
 }
@@ -281,7 +281,7 @@ TEST_F(Trace, WhatWasLeftOutLastIsToldWhenTheLogIsClosed)
     WaitForNextSecond();
     for (int i = 0; i < 130; ++i)
         TRACE(TRACE_NOTABLE, "burst");
-    tarsk::CloseTraceLog();
+    host::CloseTraceLog();
     EXPECT_EQ("(30 more records from here were left out)", Texts().back());
 }
 
@@ -299,7 +299,7 @@ TEST_F(Trace, AFullFileBecomesAnOlderOneAndNoRecordIsLost)
     const std::string text(4000, 'x');
     for (int i = 0; i < 3000; ++i)
         TRACE(TRACE_DETAIL, "%s", text.c_str());
-    tarsk::FlushTraceLog();
+    host::FlushTraceLog();
     EXPECT_EQ(3000U, ReadLines(File("trace.log")).size() + ReadLines(File("trace.1.log")).size());
     EXPECT_LE(std::filesystem::file_size(File("trace.1.log")), 10U * 1024 * 1024);
 }
@@ -309,7 +309,7 @@ TEST_F(Trace, TheFileAndFourOlderOnesAreKept)
     const std::string text(4000, 'x');
     for (int i = 0; i < 16000; ++i)
         TRACE(TRACE_DETAIL, "%s", text.c_str());
-    tarsk::FlushTraceLog();
+    host::FlushTraceLog();
     std::set<std::string> files;
     for (const auto &entry : std::filesystem::directory_iterator(Root()))
         files.insert(entry.path().filename());
@@ -322,31 +322,31 @@ TEST_F(Trace, TheFileAndFourOlderOnesAreKept)
 
 TEST_F(Trace, TheLastErrorIsTheLastRecordOfLevelErrorOrSystem)
 {
-    EXPECT_EQ("", tarsk::LastTracedError());
+    EXPECT_EQ("", host::LastTracedError());
     TRACE(TRACE_ERROR, "an error");
     TRACE(TRACE_NOTABLE, "notable");
     TRACE(TRACE_DETAIL, "detail");
-    EXPECT_EQ("an error", tarsk::LastTracedError());
+    EXPECT_EQ("an error", host::LastTracedError());
     TRACE(TRACE_SYSTEM, "a failed call\n");
-    EXPECT_EQ("a failed call", tarsk::LastTracedError());
-    tarsk::ForgetTracedError();
-    EXPECT_EQ("", tarsk::LastTracedError());
+    EXPECT_EQ("a failed call", host::LastTracedError());
+    host::ForgetTracedError();
+    EXPECT_EQ("", host::LastTracedError());
 }
 
 TEST_F(Trace, TheLastErrorIsKnownWhenItsRecordWasHeldBack)
 {
     for (int i = 0; i <= 150; ++i)
         TRACE(TRACE_ERROR, "error %d", i);
-    EXPECT_EQ("error 150", tarsk::LastTracedError());
+    EXPECT_EQ("error 150", host::LastTracedError());
 }
 
 TEST_F(Trace, TheLastErrorIsKnownAtEveryLevelOfTheLog)
 {
-    for (const int level : {TRACE_SYSTEM, TRACE_NOTABLE, tarsk::kTraceOff}) {
-        tarsk::ForgetTracedError();
-        tarsk::SetTraceLevel(level);
+    for (const int level : {TRACE_SYSTEM, TRACE_NOTABLE, host::kTraceOff}) {
+        host::ForgetTracedError();
+        host::SetTraceLevel(level);
         TRACE(TRACE_ERROR, "why it ended");
-        EXPECT_EQ("why it ended", tarsk::LastTracedError()) << level;
+        EXPECT_EQ("why it ended", host::LastTracedError()) << level;
     }
 }
 

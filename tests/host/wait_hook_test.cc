@@ -2,7 +2,7 @@
 #include <chrono>
 #include <stdexcept>
 
-#include "agent/libtarsk/sync.h"
+#include "agent/host/sync.h"
 #include "tests/host/host_test.h"
 
 namespace {
@@ -14,14 +14,14 @@ class WaitHook : public test::HostTest {
   protected:
     ~WaitHook() override
     {
-        tarsk::SetWaitHooks({});
-        tarsk::SetEventHook(nullptr, nullptr);
+        host::SetWaitHooks({});
+        host::SetEventHook(nullptr, nullptr);
     }
 
     // Writes down every call of a hook.
     void SetHooks(bool goes_on = true)
     {
-        tarsk::WaitHooks hooks;
+        host::WaitHooks hooks;
         hooks.at_rest = [this, goes_on] {
             calls_.emplace_back("at rest");
             return goes_on;
@@ -29,7 +29,7 @@ class WaitHook : public test::HostTest {
         hooks.woken = [this](DWORD result, const std::string &name) {
             calls_.push_back("woken " + std::to_string(result) + " '" + name + "'");
         };
-        tarsk::SetWaitHooks(std::move(hooks));
+        host::SetWaitHooks(std::move(hooks));
     }
 
     DWORD Wait(DWORD milliseconds) const
@@ -61,9 +61,9 @@ TEST_F(WaitHook, WokenHasNoNameForATimeoutOrAnUnnamedHandle)
 
 TEST_F(WaitHook, ASignalThatComesWhileAtRestIsTakenByTheSameWait)
 {
-    tarsk::WaitHooks hooks;
+    host::WaitHooks hooks;
     hooks.at_rest = [this] { return SetEvent(handles_[1]) != FALSE; };
-    tarsk::SetWaitHooks(std::move(hooks));
+    host::SetWaitHooks(std::move(hooks));
     EXPECT_EQ(WAIT_RESULT_FIRST + 1, Wait(0));
 }
 
@@ -73,15 +73,15 @@ TEST_F(WaitHook, AtRestThatSaysNoEndsTheWaitWithTheFirstHandle)
     SetEvent(handles_[1]);
     EXPECT_EQ(WAIT_RESULT_FIRST, Wait(INFINITE));
     EXPECT_EQ(std::vector<std::string>{"at rest"}, calls_);
-    tarsk::SetWaitHooks({});
+    host::SetWaitHooks({});
     EXPECT_EQ(WAIT_RESULT_FIRST + 1, Wait(0)) << "the signal must still be there";
 }
 
 TEST_F(WaitHook, AtRestThatThrowsGivesAFailedWait)
 {
-    tarsk::WaitHooks hooks;
+    host::WaitHooks hooks;
     hooks.at_rest = []() -> bool { throw std::runtime_error("no"); };
-    tarsk::SetWaitHooks(std::move(hooks));
+    host::SetWaitHooks(std::move(hooks));
     EXPECT_EQ(WAIT_RESULT_FAILED, Wait(0));
 }
 
@@ -105,13 +105,13 @@ TEST_F(WaitHook, AWaitWithABadHandleIsNoRestAndPausesBeforeItFails)
 TEST_F(WaitHook, ThePulseIsFeltDuringALongWait)
 {
     int pulses = 0;
-    tarsk::WaitHooks hooks;
+    host::WaitHooks hooks;
     hooks.pulse_ms = 5;
     hooks.pulse = [&] {
         if (++pulses == 4)
             SetEvent(handles_[0]);
     };
-    tarsk::SetWaitHooks(std::move(hooks));
+    host::SetWaitHooks(std::move(hooks));
     EXPECT_EQ(WAIT_RESULT_FIRST, Wait(INFINITE));
     EXPECT_GE(pulses, 4);
 }
@@ -119,9 +119,9 @@ TEST_F(WaitHook, ThePulseIsFeltDuringALongWait)
 TEST_F(WaitHook, WithoutAPulseAWaitSleepsThrough)
 {
     int pulses = 0;
-    tarsk::WaitHooks hooks;
+    host::WaitHooks hooks;
     hooks.pulse = [&] { ++pulses; };
-    tarsk::SetWaitHooks(std::move(hooks));
+    host::SetWaitHooks(std::move(hooks));
     EXPECT_EQ(WAIT_RESULT_TIMEOUT, Wait(50));
     EXPECT_LE(pulses, 5); // only what ended the sleep
 }
@@ -129,7 +129,7 @@ TEST_F(WaitHook, WithoutAPulseAWaitSleepsThrough)
 TEST_F(WaitHook, TheEventHookIsCalledWhenItsEventWasSet)
 {
     int calls = 0;
-    tarsk::SetEventHook(handles_[0], [&] {
+    host::SetEventHook(handles_[0], [&] {
         ++calls;
         EXPECT_EQ(WAIT_RESULT_FIRST, WaitForSingleObject(handles_[0], 0));
     });
@@ -138,22 +138,22 @@ TEST_F(WaitHook, TheEventHookIsCalledWhenItsEventWasSet)
     SetEvent(handles_[0]);
     SetEvent(handles_[0]);
     EXPECT_EQ(2, calls);
-    tarsk::SetEventHook(nullptr, nullptr);
+    host::SetEventHook(nullptr, nullptr);
     SetEvent(handles_[0]);
     EXPECT_EQ(2, calls);
 }
 
 TEST_F(WaitHook, AnEventHookThatThrowsDoesNotReachTheCaller)
 {
-    tarsk::SetEventHook(handles_[0], [] { throw std::runtime_error("no"); });
+    host::SetEventHook(handles_[0], [] { throw std::runtime_error("no"); });
     EXPECT_EQ(FALSE, SetEvent(handles_[0]));
 }
 
 TEST_F(WaitHook, TheObjectBehindAHandleHasItsName)
 {
-    EXPECT_EQ("Named", tarsk::WaitableOf(handles_[1])->name());
-    EXPECT_EQ("", tarsk::WaitableOf(handles_[0])->name());
-    EXPECT_EQ(nullptr, tarsk::WaitableOf(nullptr));
+    EXPECT_EQ("Named", host::WaitableOf(handles_[1])->name());
+    EXPECT_EQ("", host::WaitableOf(handles_[0])->name());
+    EXPECT_EQ(nullptr, host::WaitableOf(nullptr));
 }
 
 } // namespace

@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "agent/host/error.h"
 #include "agent/inputs/rotated_names.h"
-#include "agent/libtarsk/error.h"
 
 namespace {
 
@@ -117,7 +117,7 @@ TEST(Records, AnExpressionThatCannotBeUsedIsRefused)
 {
     Joining joining;
     joining.begins_with = "([a-z";
-    EXPECT_THROW(TakeAll(joining, "x"), tarsk::Error);
+    EXPECT_THROW(TakeAll(joining, "x"), host::Error);
 }
 
 TEST(Records, OtherEncodingsBecomeThatOfTheMonitor)
@@ -129,7 +129,7 @@ TEST(Records, OtherEncodingsBecomeThatOfTheMonitor)
                       "er\n",
                       Ending::kGrowing, "ISO-8859-1")
                   .records);
-    EXPECT_THROW(TakeAll({}, "x", Ending::kGrowing, "no-such-set"), tarsk::Error);
+    EXPECT_THROW(TakeAll({}, "x", Ending::kGrowing, "no-such-set"), host::Error);
 }
 
 TEST(Records, LineEndsOfUtf16AreOfTwoBytes)

@@ -1,5 +1,5 @@
 // Kind "alertmanager", with receivers inside the test as peers.
-#include "agent/common/status_file.h"
+#include "agent/status/status_file.h"
 #include "tests/sinks/sink_test.h"
 #include "tests/support/json_text.h"
 
@@ -55,7 +55,7 @@ class AlertmanagerTest : public test::SinkTest {
         AddSink("alertmanager", "am", options);
     }
     // Stores an alert of this source, at this time.
-    void ReportOne(const std::string &source, int64_t time_ms = agent::WallTimeMs())
+    void ReportOne(const std::string &source, int64_t time_ms = status::WallTimeMs())
     {
         alerts::Alert alert;
         alert.time_ms = time_ms;
@@ -64,8 +64,8 @@ class AlertmanagerTest : public test::SinkTest {
         alert.event_id = 0x1A2B;
         alert.count = 3;
         alert.message = "text";
-        alerts::AddAlert(tarsk::HostStore(), alert);
-        keys_.push_back(tarsk::HostStore().series() + "/" + std::to_string(keys_.size() + 1));
+        alerts::AddAlert(host::HostStore(), alert);
+        keys_.push_back(host::HostStore().series() + "/" + std::to_string(keys_.size() + 1));
         Wake();
     }
     bool Has(const HttpReceiver &peer, const Strings &keys)
@@ -90,7 +90,7 @@ TEST_F(AlertmanagerTest, AnAlertHasLabelsAnnotationsAndAnEnd)
 {
     Add({{"label.team", "ops"}, {"severity", "critical"}, {"active", "120"}});
     StartDeliverer();
-    const int64_t before = agent::WallTimeMs();
+    const int64_t before = status::WallTimeMs();
     ReportOne("DISK");
     ASSERT_TRUE(Has(one_, keys_));
     EXPECT_EQ("/api/v2/alerts", one_.Taken()[0].path);
@@ -104,7 +104,7 @@ TEST_F(AlertmanagerTest, AnAlertHasLabelsAnnotationsAndAnEnd)
     EXPECT_EQ("1", JsonAt(alert, "/annotations/reports"));
     EXPECT_GE(TimeOf(JsonAt(alert, "/startsAt")), before);
     EXPECT_GE(TimeOf(JsonAt(alert, "/endsAt")), before + 120000);
-    EXPECT_LE(TimeOf(JsonAt(alert, "/endsAt")), agent::WallTimeMs() + 120000);
+    EXPECT_LE(TimeOf(JsonAt(alert, "/endsAt")), status::WallTimeMs() + 120000);
 }
 
 TEST_F(AlertmanagerTest, EachPeerGetsEveryAlertInOrder)
@@ -192,7 +192,7 @@ TEST_F(AlertmanagerTest, APeerThatWasDownIsNotToldOfWhatIsOver)
     ASSERT_TRUE(Has(one_, keys_));
     // Eleven seconds pass for the store.
     StopDeliverer();
-    tarsk::HostStore().Write([](tarsk::Database &database) {
+    host::HostStore().Write([](host::Database &database) {
         database.Execute("UPDATE alert SET time_ms = time_ms - 11000");
     });
     StartDeliverer();
@@ -208,11 +208,11 @@ TEST_F(AlertmanagerTest, WhatNoPeerHasHadIsSentHoweverOldItIs)
     Down(two_);
     Add();
     StartDeliverer();
-    ReportOne("OLD", agent::WallTimeMs() - 86400000);
+    ReportOne("OLD", status::WallTimeMs() - 86400000);
     ASSERT_TRUE(Eventually([&] { return !one_.Received().empty(); }));
     Up(one_);
     ASSERT_TRUE(Has(one_, keys_));
-    EXPECT_GT(TimeOf(EndOf(one_, 0)), agent::WallTimeMs())
+    EXPECT_GT(TimeOf(EndOf(one_, 0)), status::WallTimeMs())
         << "otherwise it would be over before it is seen";
     // The other peer comes back later, and hears of the same end.
     Up(two_);
@@ -253,7 +253,7 @@ TEST_F(AlertmanagerTest, APeerThatIsAddedGetsWhatIsActive)
     StartDeliverer();
     ReportOne("A");
     ASSERT_TRUE(Has(one_, keys_));
-    Sinks().Change("am", [&](alerts::StoredSink &sink) {
+    Sinks().Change("am", [&](sinks::StoredSink &sink) {
         sink.config.options["peers"] = one_.Url() + "," + two_.Url() + "/";
     });
     Reload();

@@ -1,4 +1,4 @@
-#include "agent/alerts/backoff.h"
+#include "agent/sinks/backoff.h"
 
 #include <set>
 
@@ -6,7 +6,7 @@
 
 namespace {
 
-using alerts::Backoff;
+using sinks::Backoff;
 using std::chrono::milliseconds;
 
 TEST(Backoff, GrowsFromOneSecondToFiveMinutes)

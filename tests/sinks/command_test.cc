@@ -3,8 +3,8 @@
 #include <sys/stat.h>
 #include <thread>
 
-#include "agent/alerts/delivery_store.h"
-#include "agent/alerts/sink_registry.h"
+#include "agent/sinks/delivery_store.h"
+#include "agent/sinks/sink_registry.h"
 #include "tests/host/command_test.h"
 #include "tests/sinks/http_receiver.h"
 #include "tests/sinks/sink_test.h"
@@ -73,8 +73,8 @@ TEST_F(SinkCommand, CountsWhatWaits)
     ExpectDone({"sink", "add", "file", "out", PathOption()});
     StartHere();
     for (int i = 0; i < 3; ++i)
-        alerts::AddAlert(tarsk::HostStore(), {});
-    tarsk::StopHost();
+        alerts::AddAlert(host::HostStore(), {});
+    host::StopHost();
     EXPECT_EQ("3", Sink("out", "/waiting"));
 }
 
@@ -84,8 +84,8 @@ TEST_F(SinkCommand, WarnsWhenTheLimitIsNear)
     ExpectDone({"sink", "add", "file", "out", PathOption()});
     StartHere();
     for (int i = 0; i < 80; ++i)
-        alerts::AddAlert(tarsk::HostStore(), {});
-    tarsk::StopHost();
+        alerts::AddAlert(host::HostStore(), {});
+    host::StopHost();
     EXPECT_EQ(R"(["80 alerts wait, of at most 100"])", Sink("out", "/warnings"));
     EXPECT_EQ("syslogmon: warning: out: 80 alerts wait, of at most 100\n",
               Syslogmon({"sink", "list"}).err);
@@ -115,21 +115,21 @@ TEST_F(SinkCommand, SetAcceptsWhatAddAccepts)
 TEST_F(SinkCommand, TwoThatAddOneNameAtOnceDoNotMerge)
 {
     StartHere();
-    tarsk::Store other_store(Layout().Store());
-    tarsk::RegistryTree other_tree(other_store);
-    alerts::SinkRegistry other(other_store, other_tree);
-    alerts::SinkConfig console;
-    console.kind = &alerts::FindKind("console");
+    host::Store other_store(Layout().Store());
+    host::RegistryTree other_tree(other_store);
+    sinks::SinkRegistry other(other_store, other_tree);
+    sinks::SinkConfig console;
+    console.kind = &sinks::FindKind("console");
     console.name = "out";
-    alerts::SinkConfig file = console;
-    file.kind = &alerts::FindKind("file");
+    sinks::SinkConfig file = console;
+    file.kind = &sinks::FindKind("file");
     file.options = {{"path", File("out").string()}};
     std::atomic<bool> is_waiting{false};
     other_store.OnLongWait([&] { is_waiting = true; });
     std::string error;
     std::thread second;
     {
-        tarsk::Transaction first(tarsk::HostStore());
+        host::Transaction first(host::HostStore());
         second = std::thread([&] { error = test::ErrorOf([&] { other.Add(file); }); });
         EXPECT_TRUE(test::Eventually([&] { return is_waiting.load(); }));
         // What an Add does, while the other one waits to write.
@@ -140,7 +140,7 @@ TEST_F(SinkCommand, TwoThatAddOneNameAtOnceDoNotMerge)
     EXPECT_EQ("cannot add the sink out: there is one of that name already; choose another name, or "
               "change that one with syslogmon sink set",
               error);
-    tarsk::StopHost();
+    host::StopHost();
     EXPECT_EQ("console", Sink("out", "/kind"));
     EXPECT_EQ("{}", Sink("out", "/options"));
 }
@@ -379,7 +379,7 @@ TEST_F(SinkCommand, ADamagedSinkIsListedWithWhatIsWrong)
     StartHere();
     test::SetTreeText("SOFTWARE\\KORBIN\\TARSKVOSKAR\\AGENT\\SINKS\\odd", "Kind", "file");
     test::SetTreeText("SOFTWARE\\KORBIN\\TARSKVOSKAR\\AGENT\\SINKS\\odd", "path", "relative");
-    tarsk::StopHost();
+    host::StopHost();
     ExpectOutput({"sink", "list"}, "odd\tfile\t0\t0\t0\t0\tcannot use its path: the value is not "
                                    "accepted; use an absolute path\n");
     ExpectDone({"sink", "set", "odd", PathOption()});

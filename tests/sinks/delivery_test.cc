@@ -4,15 +4,15 @@
 #include <set>
 #include <thread>
 
-#include "agent/common/status_file.h"
-#include "agent/libtarsk/waitable.h"
+#include "agent/host/waitable.h"
+#include "agent/status/status_file.h"
 #include "tests/host/process.h"
 #include "tests/sinks/sink_test.h"
 #include "tests/support/json_text.h"
 
 namespace {
 
-using alerts::Delivery;
+using sinks::Delivery;
 using std::chrono::milliseconds;
 using test::Eventually;
 using test::HttpReceiver;
@@ -49,7 +49,7 @@ TEST_F(DeliveryTest, EachAlertHasTheKeyOfItsStoreAndNumber)
     StartDeliverer();
     Report(2);
     ASSERT_TRUE(WaitDelivered("hook", 2));
-    const std::string &uuid = tarsk::HostStore().series();
+    const std::string &uuid = host::HostStore().series();
     EXPECT_EQ((Strings{uuid + "/1", uuid + "/2"}), KeysOf(receiver_.Received()));
     EXPECT_EQ(uuid + "/2", receiver_.Received()[1].headers["idempotency-key"]);
 }
@@ -152,7 +152,7 @@ TEST_F(DeliveryTest, AfterACrashOnlyKeysThatWereSeenAreRepeated)
     EXPECT_GT(keys.size(), 200U) << "the crash came too late to show anything";
     Strings wanted;
     for (int id = 1; id <= 200; ++id)
-        wanted.push_back(tarsk::HostStore().series() + "/" + std::to_string(id));
+        wanted.push_back(host::HostStore().series() + "/" + std::to_string(id));
     EXPECT_EQ(wanted, test::WithoutRepeats(keys)) << "each once and in order, but for repeats";
     std::map<std::string, std::string> bodies;
     for (const Request &request : receiver_.Taken()) {
@@ -214,8 +214,8 @@ class BoundTest : public DeliveryTest {
     BoundTest() { Sinks().SetAlertLimit("100"); }
 
     int64_t Kept() { return Newest() - Oldest() + 1; }
-    int64_t Oldest() { return alerts::OldestAlertId(tarsk::HostStore().database()); }
-    int64_t Newest() { return alerts::NewestAlertId(tarsk::HostStore().database()); }
+    int64_t Oldest() { return alerts::OldestAlertId(host::HostStore().database()); }
+    int64_t Newest() { return alerts::NewestAlertId(host::HostStore().database()); }
 };
 
 TEST_F(BoundTest, TheOldestDeliveredAlertsGoFirst)
@@ -313,7 +313,7 @@ TEST_F(BoundTest, InBytesIsKeptToo)
         alerts::Alert alert;
         alert.source = "DISK";
         alert.message = std::string(262000, 'x');
-        alerts::AddAlert(tarsk::HostStore(), alert);
+        alerts::AddAlert(host::HostStore(), alert);
     }
     Wake();
     ASSERT_TRUE(Eventually([&] { return Kept() == 4; }));
@@ -359,7 +359,7 @@ TEST_F(DeliveryTest, AChangedAddressIsUsedFromThenOnAndNothingIsLost)
     Report(3);
     ASSERT_TRUE(Eventually([&] { return !receiver_.Received().empty(); }));
     Sinks().Change("hook",
-                   [&](alerts::StoredSink &sink) { sink.config.options["url"] = other.Url(); });
+                   [&](sinks::StoredSink &sink) { sink.config.options["url"] = other.Url(); });
     Reload();
     ASSERT_TRUE(WaitDelivered("hook", 3));
     EXPECT_EQ(AllStored(), MessagesOf(other.Taken()));
@@ -380,10 +380,10 @@ TEST_F(DeliveryTest, AChangeEndsAPauseAtOnce)
 TEST_F(DeliveryTest, TheEventOfTheCommandsDoesAsAReload)
 {
     StartDeliverer();
-    alerts::SinkConfig config = Config("webhook", {{"url", receiver_.Url()}});
+    sinks::SinkConfig config = Config("webhook", {{"url", receiver_.Url()}});
     config.name = "hook";
     Sinks().Add(config);
-    tarsk::Event::Create(Layout().run, alerts::kSinksEvent, false, false)->Set();
+    host::WakeEvent::Create(Layout().run, sinks::kSinksEvent, false, false)->Set();
     Report(1);
     EXPECT_TRUE(WaitDelivered("hook", 1));
 }
@@ -408,10 +408,10 @@ TEST_F(DeliveryTest, ARemovedSinkTakesItsRowsAlong)
     ASSERT_TRUE(WaitDelivered("hook", 1));
     const int64_t key = Sinks().Find("hook").config.key;
     Sinks().Remove("hook");
-    EXPECT_TRUE(alerts::ReadDeliveries(tarsk::HostStore().database(), key).empty());
+    EXPECT_TRUE(sinks::ReadDeliveries(host::HostStore().database(), key).empty());
     Reload();
     StopDeliverer();
-    EXPECT_TRUE(alerts::ReadDeliveries(tarsk::HostStore().database(), key).empty());
+    EXPECT_TRUE(sinks::ReadDeliveries(host::HostStore().database(), key).empty());
 }
 
 // ---- the store is busy ----
@@ -423,7 +423,7 @@ TEST_F(DeliveryTest, APassThatHoldsTheStoreForLongStopsNoSink)
     StartDeliverer();
     ASSERT_TRUE(WaitDelivered("hook", 5));
     {
-        tarsk::Transaction pass(tarsk::HostStore());
+        host::Transaction pass(host::HostStore());
         Wake();
         std::this_thread::sleep_for(milliseconds(400));
         pass.Commit();
@@ -440,9 +440,9 @@ TEST_F(DeliveryTest, TheStopOfADelivererDoesNotWaitForAReceiverThatNeverAnswers)
     StartDeliverer();
     Report(1);
     ASSERT_TRUE(Eventually([&] { return receiver_.Received().size() == 1; }));
-    const int64_t asked = agent::WallTimeMs();
+    const int64_t asked = status::WallTimeMs();
     StopDeliverer();
-    EXPECT_LT(agent::WallTimeMs() - asked, 60000); // it would wait for two minutes
+    EXPECT_LT(status::WallTimeMs() - asked, 60000); // it would wait for two minutes
 }
 
 } // namespace

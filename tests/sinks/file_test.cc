@@ -12,8 +12,8 @@
 
 namespace {
 
-using alerts::Message;
-using alerts::Outcome;
+using sinks::Message;
+using sinks::Outcome;
 using test::JsonAt;
 using test::MessageOf;
 
@@ -21,12 +21,12 @@ class FileSinkTest : public test::SinkTest {
   protected:
     void Open(const std::string &path)
     {
-        sink_ = alerts::FindKind("file").open(Config("file", {{"path", path}}), "", secrets_);
+        sink_ = sinks::FindKind("file").open(Config("file", {{"path", path}}), "", secrets_);
     }
     Outcome Send(const std::vector<Message> &messages) { return sink_->Send(messages, {}); }
 
-    alerts::Secrets secrets_;
-    std::unique_ptr<alerts::Sink> sink_;
+    sinks::Secrets secrets_;
+    std::unique_ptr<sinks::Sink> sink_;
 };
 
 TEST_F(FileSinkTest, WritesOneObjectALine)
@@ -95,7 +95,7 @@ TEST_F(FileSinkTest, AFolderOrAFifoInItsPlaceIsAFailure)
     mkfifo(File("fifo").c_str(), 0600);
     Open(File("fifo"));
     EXPECT_EQ(Outcome::Result::kFailed, Send({MessageOf("one")}).result);
-    const tarsk::Fd reader(open(File("fifo").c_str(), O_RDONLY | O_NONBLOCK));
+    const host::Fd reader(open(File("fifo").c_str(), O_RDONLY | O_NONBLOCK));
     EXPECT_EQ("cannot write to " + File("fifo").string() + ": it is no regular file",
               Send({MessageOf("one")}).answer);
 }
@@ -103,7 +103,7 @@ TEST_F(FileSinkTest, AFolderOrAFifoInItsPlaceIsAFailure)
 TEST_F(FileSinkTest, AFileThatOthersCanChangeIsNotWrittenTo)
 {
     const auto refusal = [&](const std::string &path) {
-        return test::ErrorOf([&] { alerts::CheckSink(Config("file", {{"path", path}})); });
+        return test::ErrorOf([&] { sinks::CheckSink(Config("file", {{"path", path}})); });
     };
     const std::string advice =
         "; name the file itself, and take the right to write to it from others: chmod go-w";
@@ -147,7 +147,7 @@ TEST_F(FileSinkTest, AFolderThatIsMissingIsAFailureUntilItIsThere)
 
 TEST_F(FileSinkTest, TheConsoleIsStandardOutput)
 {
-    sink_ = alerts::FindKind("console").open(Config("console", {}), "", secrets_);
+    sink_ = sinks::FindKind("console").open(Config("console", {}), "", secrets_);
     testing::internal::CaptureStdout();
     const Outcome outcome = Send({MessageOf("one", 1), MessageOf("two", 2)});
     const std::string out = testing::internal::GetCapturedStdout();

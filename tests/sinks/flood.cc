@@ -18,8 +18,8 @@
 #include <thread>
 #include <unistd.h>
 
-#include "agent/alerts/deliverer.h"
-#include "agent/libtarsk/host.h"
+#include "agent/host/host.h"
+#include "agent/sinks/deliverer.h"
 #include "platform/monitor_entry.h"
 #include "tests/host/host_test.h"
 #include "tests/sinks/http_receiver.h"
@@ -60,12 +60,12 @@ void StorePass(int alerts)
         alert.count = 1;
         alert.message = "Nov 21 10:00:00 host kernel: sd 0:0:0:0: [sda] tag#17 FAILED Result: "
                         "hostbyte=DID_OK driverbyte=DRIVER_OK";
-        alerts::AddAlert(tarsk::HostStore(), alert);
+        alerts::AddAlert(host::HostStore(), alert);
     }
-    tarsk::HostStore().CommitPass();
+    host::HostStore().CommitPass();
 }
 
-Figures Flood(int seconds, int per_second, alerts::Deliverer *deliverer)
+Figures Flood(int seconds, int per_second, sinks::Deliverer *deliverer)
 {
     Figures figures;
     const int passes = seconds * kPassesPerSecond;
@@ -99,16 +99,16 @@ void Print(const char *what, const Figures &figures, int64_t stored)
 
 void AddSink(const std::string &kind, const std::map<std::string, std::string> &options)
 {
-    alerts::SinkConfig config;
-    config.kind = &alerts::FindKind(kind);
+    sinks::SinkConfig config;
+    config.kind = &sinks::FindKind(kind);
     config.name = kind;
     config.options = options;
-    alerts::SinkRegistry(tarsk::HostStore(), tarsk::HostRegistry()).Add(config);
+    sinks::SinkRegistry(host::HostStore(), host::HostRegistry()).Add(config);
 }
 
 int64_t Stored()
 {
-    tarsk::Statement count(tarsk::HostStore().database(), "SELECT count(*) FROM alert");
+    host::Statement count(host::HostStore().database(), "SELECT count(*) FROM alert");
     count.Start();
     count.Next();
     return count.Integer(0);
@@ -130,13 +130,13 @@ int64_t LinesIn(const std::filesystem::path &path)
 int Run(int seconds, int per_second)
 {
     const test::TempFolder folder(std::filesystem::current_path());
-    const tarsk::Layout layout = tarsk::Layout::Below(folder.path());
+    const host::Layout layout = host::Layout::Below(folder.path());
     const int64_t planned = int64_t{seconds} * per_second;
     {
-        tarsk::StartHost(tarsk::Layout::Below(folder.path() / "alone"), tarsk::Role::kDaemon);
+        host::StartHost(host::Layout::Below(folder.path() / "alone"), host::Role::kDaemon);
         const Figures alone = Flood(std::max(1, seconds / 3), per_second, nullptr);
         Print("without sinks:", alone, Stored());
-        tarsk::StopHost();
+        host::StopHost();
     }
     test::HttpReceiver silent;
     silent.Answer([](const test::Request &) { return -1; });
@@ -144,17 +144,17 @@ int Run(int seconds, int per_second)
     std::ofstream(program) << "#!/bin/sh\nsleep 600\n";
     std::filesystem::permissions(program, std::filesystem::perms::owner_all);
     const auto file = folder.path() / "alerts.json";
-    tarsk::StartHost(layout, tarsk::Role::kCommand);
+    host::StartHost(layout, host::Role::kCommand);
     AddSink("file", {{"path", file}});
     AddSink("webhook", {{"url", silent.Url()}});
     AddSink("program", {{"command", program}});
     AddSink("alertmanager", {{"peers", "http://127.0.0.1:1"}});
-    tarsk::StopHost();
+    host::StopHost();
 
-    tarsk::StartHost(layout, tarsk::Role::kDaemon);
+    host::StartHost(layout, host::Role::kDaemon);
     bool good = true;
     {
-        alerts::Deliverer deliverer({layout, {}});
+        sinks::Deliverer deliverer({layout, {}});
         const Figures flooded = Flood(seconds, per_second, &deliverer);
         Print("with four:", flooded, Stored());
         good &= Check(Stored() == planned, "everything is in the store");
@@ -165,7 +165,7 @@ int Run(int seconds, int per_second)
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         good &= Check(LinesIn(file) == planned, "the sink that is well has every alert");
     }
-    tarsk::StopHost();
+    host::StopHost();
     return good ? 0 : 1;
 }
 

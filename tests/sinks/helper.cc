@@ -8,8 +8,8 @@
 #include <exception>
 #include <unistd.h>
 
-#include "agent/alerts/deliverer.h"
-#include "agent/libtarsk/host.h"
+#include "agent/host/host.h"
+#include "agent/sinks/deliverer.h"
 
 int main(int argc, char **argv)
 {
@@ -17,9 +17,9 @@ int main(int argc, char **argv)
         return 2;
     signal(SIGPIPE, SIG_IGN);
     try {
-        const tarsk::Layout layout = tarsk::Layout::Below(argv[2]);
-        tarsk::StartHost(layout, tarsk::Role::kCommand);
-        const alerts::Deliverer deliverer({layout, {}, std::chrono::hours(1)});
+        const host::Layout layout = host::Layout::Below(argv[2]);
+        host::StartHost(layout, host::Role::kCommand);
+        const sinks::Deliverer deliverer({layout, {}, std::chrono::hours(1)});
         for (;;)
             pause();
     } catch (const std::exception &error) {

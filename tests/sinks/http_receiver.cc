@@ -12,7 +12,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "agent/libtarsk/waitable.h"
+#include "agent/host/waitable.h"
 
 namespace test {
 
@@ -76,8 +76,8 @@ class HttpReceiver::Server {
     void Listen();
     void Serve(int fd);
 
-    tarsk::Fd listener_;
-    tarsk::Fd end_; // an eventfd that ends all threads
+    host::Fd listener_;
+    host::Fd end_; // an eventfd that ends all threads
     int port_ = 0;
     std::mutex mutex_; // guards what follows
     Rule rule_ = [](const Request &) { return 200; };
@@ -129,7 +129,7 @@ void HttpReceiver::Server::Listen()
 
 void HttpReceiver::Server::Serve(int number)
 {
-    const tarsk::Fd fd(number);
+    const host::Fd fd(number);
     std::string got;
     const auto read_more = [&] {
         pollfd waiting[] = {{fd.get(), POLLIN, 0}, {end_.get(), POLLIN, 0}};

@@ -9,7 +9,7 @@ class KindsTest : public test::SinkTest {
   protected:
     std::string Refusal(const std::string &kind, const Options &options)
     {
-        return test::ErrorOf([&] { alerts::CheckSink(Config(kind, options)); });
+        return test::ErrorOf([&] { sinks::CheckSink(Config(kind, options)); });
     }
     void ExpectRefused(const std::string &kind, const Options &options, const std::string &part)
     {
@@ -25,9 +25,9 @@ class KindsTest : public test::SinkTest {
 
 TEST_F(KindsTest, EveryOptionHasAHelpAndAStandardThatIsAccepted)
 {
-    for (const alerts::SinkKind &kind : alerts::AllKinds()) {
+    for (const sinks::SinkKind &kind : sinks::AllKinds()) {
         EXPECT_NE("", std::string(kind.help));
-        for (const alerts::SinkOption &option : kind.options) {
+        for (const sinks::SinkOption &option : kind.options) {
             EXPECT_NE("", std::string(option.help)) << kind.name << " " << option.name;
             if (option.standard != nullptr && option.standard[0] != '\0') {
                 EXPECT_EQ("", option.check(option.standard)) << kind.name << " " << option.name;
@@ -103,12 +103,12 @@ TEST_F(KindsTest, NobodyWhoListensIsAFailureOfEachKind)
         {"syslog", {{"socket", File("none")}}},
         {"webhook", {{"url", "http://127.0.0.1:1"}}}};
     for (const auto &[kind, options] : unreachable) {
-        const alerts::SinkConfig config = Config(kind, options);
-        alerts::Secrets secrets;
+        const sinks::SinkConfig config = Config(kind, options);
+        sinks::Secrets secrets;
         const auto sink = config.kind->open(config, config.Peers()[0], secrets);
-        const alerts::Message message = test::MessageOf("one");
-        const alerts::Outcome outcome = sink->Send(std::span(&message, 1), {});
-        EXPECT_EQ(alerts::Outcome::Result::kFailed, outcome.result) << kind;
+        const sinks::Message message = test::MessageOf("one");
+        const sinks::Outcome outcome = sink->Send(std::span(&message, 1), {});
+        EXPECT_EQ(sinks::Outcome::Result::kFailed, outcome.result) << kind;
         EXPECT_NE("", outcome.answer) << kind;
         EXPECT_EQ(0U, outcome.taken) << kind;
     }

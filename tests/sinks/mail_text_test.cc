@@ -1,12 +1,12 @@
-#include "agent/alerts/mail_text.h"
+#include "agent/sinks/mail_text.h"
 
 #include "tests/sinks/sink_test.h"
 
 namespace {
 
-using alerts::MailText;
-using alerts::Message;
-using alerts::QuotedPrintable;
+using sinks::MailText;
+using sinks::Message;
+using sinks::QuotedPrintable;
 using test::MessageOf;
 
 constexpr int64_t kNow = 1795222801; // 2026-11-21 01:00:01 UTC

@@ -1,6 +1,6 @@
 // Stores of older versions: the first, without sinks, and the third, in which each alert stood for one
 // report and a copied store gave its keys again.
-#include "agent/libtarsk/schema.h"
+#include "agent/host/schema.h"
 #include "tests/sinks/sink_test.h"
 
 namespace {
@@ -11,28 +11,28 @@ class MigrationTest : public test::SinkTest {
     void GoBack()
     {
         GoBackToTheThird();
-        tarsk::Database(Layout().Store(), tarsk::Database::Mode::kReadWrite)
+        host::Database(Layout().Store(), host::Database::Mode::kReadWrite)
             .Execute("DROP TABLE undelivered; DROP TABLE delivery; PRAGMA user_version = 1");
     }
     // And the third.
     void GoBackToTheThird()
     {
-        tarsk::HostStore().Write([](tarsk::Database &database) {
+        host::HostStore().Write([](host::Database &database) {
             for (const char *column : {"reports", "last_time_ms", "last_message"})
                 database.Execute((std::string("ALTER TABLE alert DROP COLUMN ") + column).c_str());
             database.Execute("DROP TABLE key_series");
             database.Execute("PRAGMA user_version = 3");
         });
-        tarsk::StopHost();
+        host::StopHost();
         std::filesystem::remove(Layout().state / "has-store");
     }
     static std::vector<alerts::Alert> Alerts()
     {
-        return alerts::ReadAlerts(tarsk::HostStore().database(), 0, 0, 100);
+        return alerts::ReadAlerts(host::HostStore().database(), 0, 0, 100);
     }
     int64_t Version()
     {
-        tarsk::Statement version(tarsk::HostStore().database(), "PRAGMA user_version");
+        host::Statement version(host::HostStore().database(), "PRAGMA user_version");
         version.Start();
         version.Next();
         return version.Integer(0);
@@ -43,29 +43,29 @@ TEST_F(MigrationTest, AStoreOfTheFirstVersionKeepsItsAlertsAndItsIdentity)
 {
     Store(5);
     test::SetTreeText("SOFTWARE\\X", "name", "value");
-    const std::string uuid = tarsk::HostStore().uuid();
+    const std::string uuid = host::HostStore().uuid();
     GoBack();
-    tarsk::StartHost(Layout(), tarsk::Role::kCommand);
+    host::StartHost(Layout(), host::Role::kCommand);
     EXPECT_EQ(4, Version());
-    EXPECT_EQ(uuid, tarsk::HostStore().uuid());
-    EXPECT_EQ(5U, alerts::ReadAlerts(tarsk::HostStore().database(), 0, 0, 100).size());
+    EXPECT_EQ(uuid, host::HostStore().uuid());
+    EXPECT_EQ(5U, alerts::ReadAlerts(host::HostStore().database(), 0, 0, 100).size());
     EXPECT_EQ(std::string("value\0", 6), test::TreeValue("SOFTWARE\\X", "name")->data);
 }
 
 TEST_F(MigrationTest, AlertsOfTheThirdVersionKeepTheirKeysAndNewOnesGetOthers)
 {
     Store(2);
-    const std::string uuid = tarsk::HostStore().uuid();
+    const std::string uuid = host::HostStore().uuid();
     GoBackToTheThird();
-    tarsk::StartHost(Layout(), tarsk::Role::kCommand);
+    host::StartHost(Layout(), host::Role::kCommand);
     EXPECT_EQ(4, Version());
     Store(1);
     const auto stored = Alerts();
     ASSERT_EQ(3U, stored.size());
     EXPECT_EQ(uuid + "/1", stored[0].key);
     EXPECT_EQ(uuid + "/2", stored[1].key);
-    EXPECT_EQ(tarsk::HostStore().series() + "/3", stored[2].key);
-    EXPECT_NE(uuid, tarsk::HostStore().series());
+    EXPECT_EQ(host::HostStore().series() + "/3", stored[2].key);
+    EXPECT_NE(uuid, host::HostStore().series());
     for (const alerts::Alert &alert : stored) {
         EXPECT_EQ(3, alert.count);
         EXPECT_EQ(1, alert.reports);
@@ -76,18 +76,17 @@ TEST_F(MigrationTest, AlertsOfTheThirdVersionKeepTheirKeysAndNewOnesGetOthers)
 TEST_F(MigrationTest, AStoreOfAnOlderVersionIsMissedFromItsFirstOpeningOn)
 {
     GoBackToTheThird();
-    tarsk::StartHost(Layout(), tarsk::Role::kCommand);
-    tarsk::StopHost();
+    host::StartHost(Layout(), host::Role::kCommand);
+    host::StopHost();
     std::filesystem::remove(Layout().Store());
-    EXPECT_NE("no error",
-              test::ErrorOf([&] { tarsk::StartHost(Layout(), tarsk::Role::kCommand); }));
+    EXPECT_NE("no error", test::ErrorOf([&] { host::StartHost(Layout(), host::Role::kCommand); }));
 }
 
 TEST_F(MigrationTest, SinksWorkOnAStoreThatWasBroughtUpToDate)
 {
     Store(5);
     GoBack();
-    tarsk::StartHost(Layout(), tarsk::Role::kCommand);
+    host::StartHost(Layout(), host::Role::kCommand);
     AddSink("file", "file", {{"path", File("alerts")}});
     StartDeliverer();
     Report(2);

@@ -5,13 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "agent/libtarsk/waitable.h"
+#include "agent/host/waitable.h"
 #include "tests/sinks/sink_test.h"
 #include "tests/support/json_text.h"
 
 namespace {
 
-using alerts::Outcome;
+using sinks::Outcome;
 using test::JsonAt;
 using test::MessageOf;
 using test::Options;
@@ -21,12 +21,12 @@ class ProgramSinkTest : public test::SinkTest {
     Outcome Run(const std::string &script, Options options = {}, const std::string &text = "one")
     {
         options["command"] = Script("program", script);
-        alerts::Secrets secrets;
-        const auto sink = alerts::FindKind("program").open(Config("program", options), "", secrets);
-        const alerts::Message message = MessageOf(text);
+        sinks::Secrets secrets;
+        const auto sink = sinks::FindKind("program").open(Config("program", options), "", secrets);
+        const sinks::Message message = MessageOf(text);
         return sink->Send(std::span(&message, 1), interrupt_);
     }
-    alerts::Interrupt interrupt_;
+    sinks::Interrupt interrupt_;
 };
 
 TEST_F(ProgramSinkTest, GetsTheAlertAsJsonOnItsStandardInput)
@@ -127,7 +127,7 @@ TEST_F(ProgramSinkTest, ItInheritsNothingOfTheDaemon)
 {
     // Open in any program that the test starts, unless somebody sees to it. The shell has its script
     // open under one of the numbers that are left out below.
-    const tarsk::Fd open_file(fcntl(STDIN_FILENO, F_DUPFD, 200));
+    const host::Fd open_file(fcntl(STDIN_FILENO, F_DUPFD, 200));
     ASSERT_EQ(0, fcntl(open_file.get(), F_GETFD) & FD_CLOEXEC);
     setenv("SECRET_OF_THE_DAEMON", "x", 1);
     const Outcome outcome =
@@ -145,16 +145,16 @@ TEST_F(ProgramSinkTest, ItInheritsNothingOfTheDaemon)
 TEST_F(ProgramSinkTest, OneWhoseEndCannotBeNoticedIsAnErrorThatSaysSo)
 {
     const std::string program = Script("program", "exit 0");
-    alerts::Secrets secrets;
+    sinks::Secrets secrets;
     const auto sink =
-        alerts::FindKind("program").open(Config("program", {{"command", program}}), "", secrets);
-    const alerts::Message message = MessageOf("one");
+        sinks::FindKind("program").open(Config("program", {{"command", program}}), "", secrets);
+    const sinks::Message message = MessageOf("one");
     rlimit old{};
     getrlimit(RLIMIT_NOFILE, &old);
     rlimit small = old;
     {
         // Four are left, for two pipes.
-        std::vector<tarsk::Fd> next;
+        std::vector<host::Fd> next;
         for (int i = 0; i < 5; ++i)
             next.emplace_back(dup(STDIN_FILENO));
         small.rlim_cur = static_cast<rlim_t>(next.back().get());
@@ -173,14 +173,14 @@ TEST_F(ProgramSinkTest, OneThatOthersCanChangeIsRefusedAndNotRun)
 {
     const std::string program = Script("program", "touch " + File("was_run").string());
     const auto refusal = [&](const std::string &path) {
-        return test::ErrorOf([&] { alerts::CheckSink(Config("program", {{"command", path}})); });
+        return test::ErrorOf([&] { sinks::CheckSink(Config("program", {{"command", path}})); });
     };
     const std::string advice = "; name a program itself, which only root and its owner can change: "
                                "chmod go-w, and chown root";
-    alerts::Secrets secrets;
+    sinks::Secrets secrets;
     const auto sink =
-        alerts::FindKind("program").open(Config("program", {{"command", program}}), "", secrets);
-    const alerts::Message message = MessageOf("one");
+        sinks::FindKind("program").open(Config("program", {{"command", program}}), "", secrets);
+    const sinks::Message message = MessageOf("one");
     for (const mode_t mode : {0775U, 0757U}) {
         chmod(program.c_str(), mode);
         EXPECT_EQ("cannot run " + program + ": others than its owner may write to it" + advice,

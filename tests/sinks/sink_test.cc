@@ -6,8 +6,8 @@
 #include <sys/stat.h>
 #include <thread>
 
-#include "agent/alerts/deliverer.h"
-#include "agent/alerts/undelivered.h"
+#include "agent/sinks/deliverer.h"
+#include "agent/sinks/undelivered.h"
 #include "tests/support/json_text.h"
 
 namespace test {
@@ -37,7 +37,7 @@ SinkTest::~SinkTest()
 
 void SinkTest::Store(int count)
 {
-    tarsk::Transaction transaction(tarsk::HostStore());
+    host::Transaction transaction(host::HostStore());
     for (int i = 0; i < count; ++i) {
         alerts::Alert alert;
         alert.time_ms = 1795222801000 + stored_;
@@ -47,7 +47,7 @@ void SinkTest::Store(int count)
         alert.event_id = 0x1A2B;
         alert.count = 3;
         alert.message = std::to_string(stored_++);
-        alerts::AddAlert(tarsk::HostStore(), alert);
+        alerts::AddAlert(host::HostStore(), alert);
     }
     transaction.Commit();
 }
@@ -66,15 +66,15 @@ Strings SinkTest::AllStored() const
     return all;
 }
 
-alerts::SinkRegistry SinkTest::Sinks()
+sinks::SinkRegistry SinkTest::Sinks()
 {
-    return {tarsk::HostStore(), tarsk::HostRegistry()};
+    return {host::HostStore(), host::HostRegistry()};
 }
 
-alerts::SinkConfig SinkTest::Config(const std::string &kind, const Options &options)
+sinks::SinkConfig SinkTest::Config(const std::string &kind, const Options &options)
 {
-    alerts::SinkConfig config;
-    config.kind = &alerts::FindKind(kind);
+    sinks::SinkConfig config;
+    config.kind = &sinks::FindKind(kind);
     config.name = "a sink";
     config.options = options;
     return config;
@@ -82,7 +82,7 @@ alerts::SinkConfig SinkTest::Config(const std::string &kind, const Options &opti
 
 void SinkTest::AddSink(const std::string &kind, const std::string &name, const Options &options)
 {
-    alerts::SinkConfig config = Config(kind, options);
+    sinks::SinkConfig config = Config(kind, options);
     config.name = name;
     Sinks().Add(config);
     if (deliverer_)
@@ -96,8 +96,8 @@ void SinkTest::StartDeliverer()
 
 void SinkTest::StartDeliverer(const Times &times)
 {
-    deliverer_ = std::make_unique<alerts::Deliverer>(
-        alerts::DelivererOptions{Layout(), {times.pause, times.longest_pause}, times.record_every});
+    deliverer_ = std::make_unique<sinks::Deliverer>(
+        sinks::DelivererOptions{Layout(), {times.pause, times.longest_pause}, times.record_every});
 }
 
 void SinkTest::StopDeliverer()
@@ -115,17 +115,17 @@ void SinkTest::Reload()
     deliverer_->Reload();
 }
 
-alerts::Delivery SinkTest::Row(const std::string &sink, const std::string &peer)
+sinks::Delivery SinkTest::Row(const std::string &sink, const std::string &peer)
 {
     const auto config = Sinks().Find(sink).config;
-    return alerts::ReadDeliveries(tarsk::HostStore().database(), config.key)[peer];
+    return sinks::ReadDeliveries(host::HostStore().database(), config.key)[peer];
 }
 
 Strings SinkTest::Undelivered(const std::string &sink)
 {
     Strings all;
     const auto config = Sinks().Find(sink).config;
-    for (const auto &row : alerts::ReadUndelivered(tarsk::HostStore().database(), config.key))
+    for (const auto &row : sinks::ReadUndelivered(host::HostStore().database(), config.key))
         all.push_back((row.peer.empty() ? "" : row.peer + " ") + std::to_string(row.alert_id) +
                       " " + row.reason);
     return all;
@@ -153,9 +153,9 @@ std::string SinkTest::SecretFile(const std::string &name, const std::string &sec
     return path;
 }
 
-alerts::Message MessageOf(const std::string &text, int64_t id)
+sinks::Message MessageOf(const std::string &text, int64_t id)
 {
-    alerts::Message message;
+    sinks::Message message;
     message.alert.id = id;
     message.alert.time_ms = 1795222801000;
     message.alert.host = "host";

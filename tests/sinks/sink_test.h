@@ -7,14 +7,14 @@
 #include <map>
 #include <memory>
 
-#include "agent/alerts/delivery_store.h"
-#include "agent/alerts/sink_registry.h"
+#include "agent/sinks/delivery_store.h"
+#include "agent/sinks/sink_registry.h"
 #include "tests/host/host_test.h"
 #include "tests/sinks/http_receiver.h"
 
-namespace alerts {
+namespace sinks {
 class Deliverer;
-} // namespace alerts
+} // namespace sinks
 
 namespace test {
 
@@ -36,9 +36,9 @@ class SinkTest : public HostTest {
     // "0", "1" ... up to what was stored.
     [[nodiscard]] Strings AllStored() const;
 
-    alerts::SinkRegistry Sinks();
+    sinks::SinkRegistry Sinks();
     void AddSink(const std::string &kind, const std::string &name, const Options &options);
-    static alerts::SinkConfig Config(const std::string &kind, const Options &options);
+    static sinks::SinkConfig Config(const std::string &kind, const Options &options);
 
     struct Times {
         // The first and the longest pause after a failure.
@@ -54,7 +54,7 @@ class SinkTest : public HostTest {
     void Reload();
 
     // The row of a sink as it was written.
-    alerts::Delivery Row(const std::string &sink, const std::string &peer = "");
+    sinks::Delivery Row(const std::string &sink, const std::string &peer = "");
     // What was put aside for a sink, as "PEER ID REASON"; without a peer, "ID REASON".
     Strings Undelivered(const std::string &sink);
     bool WaitDelivered(const std::string &sink, int64_t count);
@@ -67,11 +67,11 @@ class SinkTest : public HostTest {
 
   private:
     int stored_ = 0;
-    std::unique_ptr<alerts::Deliverer> deliverer_;
+    std::unique_ptr<sinks::Deliverer> deliverer_;
 };
 
 // One message with this text, for a sink that is called directly.
-alerts::Message MessageOf(const std::string &text, int64_t id = 1);
+sinks::Message MessageOf(const std::string &text, int64_t id = 1);
 
 // The messages, or the keys, of JSON objects.
 Strings MessagesOf(const std::vector<Request> &requests);

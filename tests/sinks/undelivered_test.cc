@@ -3,8 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "agent/alerts/undelivered.h"
-#include "agent/libtarsk/waitable.h"
+#include "agent/host/waitable.h"
+#include "agent/sinks/undelivered.h"
 #include "tests/host/command_test.h"
 #include "tests/sinks/sink_test.h"
 #include "tests/support/json_text.h"
@@ -55,9 +55,9 @@ class UndeliveredTest : public test::SinkTest {
         });
         return all;
     }
-    void Want(void (*what)(tarsk::Store &, int64_t, int64_t), int64_t alert_id)
+    void Want(void (*what)(host::Store &, int64_t, int64_t), int64_t alert_id)
     {
-        what(tarsk::HostStore(), Sinks().Find("hook").config.key, alert_id);
+        what(host::HostStore(), Sinks().Find("hook").config.key, alert_id);
         Reload();
     }
 
@@ -187,7 +187,7 @@ TEST_F(UndeliveredTest, OneThatIsSentAgainArrives)
     Report(4);
     ASSERT_TRUE(Eventually([&] { return Undelivered("hook").size() == 2; }));
     Poison({});
-    Want(alerts::WantAgain, 2);
+    Want(sinks::WantAgain, 2);
     ASSERT_TRUE(WaitDelivered("hook", 3));
     ASSERT_TRUE(Eventually([&] { return Undelivered("hook") == Strings{"1 HTTP 500 ok"}; }));
     EXPECT_EQ("1", MessagesOf(receiver_.Taken()).back());
@@ -201,7 +201,7 @@ TEST_F(UndeliveredTest, OneThatIsSentAgainAndNotTakenStaysInTheList)
     Report(2);
     ASSERT_TRUE(Eventually([&] { return Undelivered("hook").size() == 1; }));
     Poison({"0"}, 422);
-    Want(alerts::WantAgain, 1);
+    Want(sinks::WantAgain, 1);
     ASSERT_TRUE(Eventually([&] { return Undelivered("hook") == Strings{"1 HTTP 422 ok"}; }));
     Report(1);
     EXPECT_TRUE(WaitDelivered("hook", 2)) << "and holds up nothing";
@@ -216,7 +216,7 @@ TEST_F(UndeliveredTest, OneThatIsToBeSentAgainWaitsForTheReceiverAndTheDaemon)
     ASSERT_TRUE(Eventually([&] { return Undelivered("hook").size() == 1; }));
     receiver_.Answer([](const Request &) { return 503; });
     const size_t before = receiver_.Received().size();
-    Want(alerts::WantAgain, 1);
+    Want(sinks::WantAgain, 1);
     ASSERT_TRUE(Eventually([&] { return receiver_.Received().size() > before + 2; }));
     StopDeliverer();
     Poison({});
@@ -250,7 +250,7 @@ TEST_F(UndeliveredTest, ARemovedSinkTakesItsListAlong)
     ASSERT_TRUE(Eventually([&] { return Undelivered("hook").size() == 1; }));
     const int64_t key = Sinks().Find("hook").config.key;
     Sinks().Remove("hook");
-    EXPECT_TRUE(alerts::ReadUndelivered(tarsk::HostStore().database(), key).empty());
+    EXPECT_TRUE(sinks::ReadUndelivered(host::HostStore().database(), key).empty());
 }
 
 TEST_F(UndeliveredTest, AStoreThatCannotBeReadIsNoErrorOfTheReceiver)
@@ -260,13 +260,13 @@ TEST_F(UndeliveredTest, AStoreThatCannotBeReadIsNoErrorOfTheReceiver)
     Report(1);
     ASSERT_TRUE(WaitDelivered("hook", 1));
     const auto rename = [](const char *from, const char *to) {
-        tarsk::HostStore().Write([&](tarsk::Database &database) {
+        host::HostStore().Write([&](host::Database &database) {
             const std::string sql = std::string("ALTER TABLE ") + from + " RENAME TO " + to;
             database.Execute(sql.c_str());
         });
     };
-    const tarsk::Fd old(dup(STDERR_FILENO));
-    const tarsk::Fd told(open(File("told").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    const host::Fd old(dup(STDERR_FILENO));
+    const host::Fd told(open(File("told").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     dup2(told.get(), STDERR_FILENO);
     rename("alert", "hidden");
     Wake();
@@ -291,18 +291,18 @@ class UndeliveredCommand : public test::CommandTest {
     {
         ExpectDone({"sink", "add", "console", "out"});
         StartHere();
-        alerts::SinkRegistry sinks(tarsk::HostStore(), tarsk::HostRegistry());
+        sinks::SinkRegistry sinks(host::HostStore(), host::HostRegistry());
         const int64_t key = sinks.Find("out").config.key;
-        std::vector<alerts::UndeliveredChange> changes;
+        std::vector<sinks::UndeliveredChange> changes;
         for (const char *text : {"first", "second"}) {
             alerts::Alert alert;
             alert.source = "DISK";
             alert.message = text;
-            const int64_t id = alerts::AddAlert(tarsk::HostStore(), alert);
+            const int64_t id = alerts::AddAlert(host::HostStore(), alert);
             changes.push_back({{"", id, 1795222801000, "HTTP 500", false}, false});
         }
-        alerts::WriteChanges(tarsk::HostStore(), key, changes);
-        tarsk::StopHost();
+        sinks::WriteChanges(host::HostStore(), key, changes);
+        host::StopHost();
     }
     [[nodiscard]] std::string Listed(const std::string &place) const
     {

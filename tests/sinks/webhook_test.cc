@@ -4,7 +4,7 @@
 
 namespace {
 
-using alerts::Outcome;
+using sinks::Outcome;
 using test::HttpReceiver;
 using test::MessageOf;
 using test::Options;
@@ -17,16 +17,15 @@ class WebhookTest : public test::SinkTest {
         if (!options.contains("url-file"))
             options.emplace("url", receiver_.Url("/hook?x=1"));
         secrets_ = {};
-        const auto sink =
-            alerts::FindKind("webhook").open(Config("webhook", options), "", secrets_);
-        const alerts::Message message = MessageOf("one");
+        const auto sink = sinks::FindKind("webhook").open(Config("webhook", options), "", secrets_);
+        const sinks::Message message = MessageOf("one");
         return sink->Send(std::span(&message, 1), interrupt_);
     }
     Request Last() { return receiver_.Received().back(); }
 
     HttpReceiver receiver_;
-    alerts::Interrupt interrupt_;
-    alerts::Secrets secrets_;
+    sinks::Interrupt interrupt_;
+    sinks::Secrets secrets_;
 };
 
 TEST_F(WebhookTest, PostsTheAlertWithItsKey)
@@ -131,7 +130,7 @@ TEST_F(WebhookTest, AHeaderThatHoldsASecretIsRefusedHoweverItIsWritten)
 TEST_F(WebhookTest, ASecretThatGoesOverTheNetworkInPlainTextIsWarnedOf)
 {
     const auto warnings = [&](const std::string &kind, const Options &options) {
-        return alerts::SecretWarnings(Config(kind, options));
+        return sinks::SecretWarnings(Config(kind, options));
     };
     const std::string token = SecretFile("token", "s3cret");
     const std::string text =

@@ -4,8 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/common/names.h"
-#include "agent/libtarsk/store.h"
+#include "agent/host/store.h"
+#include "platform/contract.h"
 #include "platform/sync.h"
 #include "tests/host/command_test.h"
 #include "tests/tool/random_test.h"
@@ -152,7 +152,7 @@ TEST_F(ApplyCommand, ADryRunShowsTheSameAndChangesNothing)
 TEST_F(ApplyCommand, WakesTheMonitorOnlyWhenSomethingChanged)
 {
     StartHere();
-    HANDLE changed = CreateEvent(nullptr, FALSE, FALSE, agent::kTableEvent);
+    HANDLE changed = CreateEvent(nullptr, FALSE, FALSE, kTableEvent);
     const std::string file = Rules(kTwoEvents);
     EXPECT_EQ(0, Syslogmon({"apply", file, "--dry-run"}).status);
     EXPECT_EQ(WAIT_RESULT_TIMEOUT, WaitForSingleObject(changed, 0));
@@ -168,7 +168,7 @@ TEST_F(ApplyCommand, WakesTheMonitorOnlyWhenSomethingChanged)
 TEST_F(ApplyCommand, WaitsForTheMutexOfTheTable)
 {
     StartHere();
-    HANDLE mutex = CreateMutex(nullptr, TRUE, agent::kTableMutex);
+    HANDLE mutex = CreateMutex(nullptr, TRUE, kTableMutex);
     test::Child child(test::Command(Root(), {"apply", Rules(kTwoEvents)}));
     usleep(300 * 1000);
     EXPECT_EQ("", Events());
@@ -183,9 +183,9 @@ TEST_F(ApplyCommand, ADryRunAndAnExportWaitForNobody)
     const std::string file = Rules(kTwoEvents);
     ASSERT_EQ(0, Syslogmon({"apply", file}).status);
     StartHere();
-    HANDLE mutex = CreateMutex(nullptr, TRUE, agent::kTableMutex);
-    tarsk::Transaction pass(tarsk::HostStore());
-    tarsk::HostRegistry().Create(tarsk::kRootKey, "Something");
+    HANDLE mutex = CreateMutex(nullptr, TRUE, kTableMutex);
+    host::Transaction pass(host::HostStore());
+    host::HostRegistry().Create(host::kRootKey, "Something");
     EXPECT_EQ(
         "0 added, 0 changed, 0 removed, 2 unchanged. This was a dry run: nothing was changed.\n",
         Syslogmon({"apply", file, "--dry-run"}).out);
@@ -270,8 +270,8 @@ TEST_F(ApplyCommand, AFaultTolerantServerTakesBadExpressionsOnlyByForce)
 
 TEST_F(ApplyCommand, RefusesASourceOfAnotherComponent)
 {
-    ExpectDone({"reg", "set", std::string(agent::kApplicationKey) + "\\OTHER", "NEWAPPLICATIONTYPE",
-                "1", "--type", "dword"});
+    ExpectDone({"reg", "set", std::string(kApplicationKey) + "\\OTHER", "NEWAPPLICATIONTYPE", "1",
+                "--type", "dword"});
     ExpectRefused("events: [{source: OTHER, id: 1, keywords: x}]",
                   {"1:10: cannot use the source \"OTHER\": it is registered as one that another "
                    "component watches (NEWAPPLICATIONTYPE); choose another name"});
@@ -403,8 +403,8 @@ TEST_F(ApplyCommand, ExportLeavesOutDamagedEventsAndSaysSo)
 {
     ExpectDone({"event", "add", "DISK", "1", "-k", "x"});
     ExpectDone({"event", "add", "DISK", "2", "-k", "x"});
-    ExpectDone({"reg", "delete", std::string(agent::kApplicationKey) + "\\DISK\\1\\WATCHSETTING",
-                "WatchTime"});
+    ExpectDone(
+        {"reg", "delete", std::string(kApplicationKey) + "\\DISK\\1\\WATCHSETTING", "WatchTime"});
     const Finished finished = Syslogmon({"export"});
     EXPECT_EQ(0, finished.status);
     EXPECT_EQ("syslogmon: left out: DISK 1: it has no WatchTime of 4 bytes\n", finished.err);

@@ -7,8 +7,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/common/names.h"
-#include "agent/common/status_file.h"
+#include "agent/status/status_file.h"
+#include "platform/contract.h"
 #include "tests/host/command_test.h"
 
 namespace {
@@ -17,7 +17,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr auto kPatience = std::chrono::seconds(60); // no step of a test takes this long
 using namespace std::chrono_literals;
-using agent::MonitorState;
+using status::MonitorState;
 
 class ApplyToADaemon : public test::CommandTest {
   protected:
@@ -41,7 +41,7 @@ class ApplyToADaemon : public test::CommandTest {
     {
         for (const auto end = Clock::now() + kPatience; Clock::now() < end;
              std::this_thread::sleep_for(2ms)) {
-            const auto status = agent::ReadStatus(Layout().run).value_or(agent::Status{});
+            const auto status = status::ReadStatus(Layout().run).value_or(status::Status{});
             if (status.pid == daemon.pid() && wanted(status))
                 return true;
         }
@@ -51,11 +51,11 @@ class ApplyToADaemon : public test::CommandTest {
     void ExpectTable(const test::Child &daemon, int size) const
     {
         EXPECT_TRUE(WaitForStatus(
-            daemon, [&](const agent::Status &status) { return status.table_size == size; }));
+            daemon, [&](const status::Status &status) { return status.table_size == size; }));
     }
     void WaitUntilRunning(const test::Child &daemon) const
     {
-        EXPECT_TRUE(WaitForStatus(daemon, [](const agent::Status &status) {
+        EXPECT_TRUE(WaitForStatus(daemon, [](const status::Status &status) {
             return status.state == MonitorState::kRunning;
         }));
         Look(); // the first pass begins behind what it finds in the log
@@ -144,7 +144,7 @@ TEST_F(ApplyToADaemon, TakesWhatWasImported)
     test::Child daemon(Daemon());
     WaitUntilRunning(daemon);
     Log("alpha one");
-    const std::string application = std::string("[HKLM\\") + agent::kApplicationKey;
+    const std::string application = std::string("[HKLM\\") + kApplicationKey;
     test::WriteFile(File("b.reg"),
                     "REGEDIT4\n" + application + "\\B\\1\\WATCHSETTING]\n" +
                         "\"KeyWord\"=\"alpha\"\n\"KeyWord2\"=\"\"\n\"KeyWord3\"=\"\"\n"

@@ -7,15 +7,15 @@
 
 #include <gtest/gtest.h>
 
-#include "agent/common/text_file.h"
+#include "agent/text/text_file.h"
 
 namespace test {
 
 // "3:5: cannot ...", one line each.
-inline std::string Text(const std::vector<agent::Issue> &issues)
+inline std::string Text(const std::vector<text::Issue> &issues)
 {
     std::string text;
-    for (const agent::Issue &issue : issues)
+    for (const text::Issue &issue : issues)
         text += std::to_string(issue.at.line) + ":" + std::to_string(issue.at.column) + ": " +
                 issue.what + "\n";
     return text;

@@ -3,7 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/common/names.h"
+#include "platform/contract.h"
 #include "platform/sync.h"
 #include "tests/host/command_test.h"
 
@@ -126,11 +126,11 @@ TEST_F(RegFileCommand, ImportNamesAFileThatItCannotRead)
 TEST_F(RegFileCommand, ImportWakesTheMonitorWhenEventsWereTouched)
 {
     StartHere();
-    HANDLE changed = CreateEvent(nullptr, FALSE, FALSE, agent::kTableEvent);
+    HANDLE changed = CreateEvent(nullptr, FALSE, FALSE, kTableEvent);
     EXPECT_EQ(0, Import("[HKLM\\Other]\n\"a\"=\"x\"\n").status);
     EXPECT_EQ(WAIT_RESULT_TIMEOUT, WaitForSingleObject(changed, 0));
     const std::string event =
-        "[HKLM\\"s + agent::kApplicationKey + "\\DISK\\1\\WATCHSETTING]\n\"KeyWord\"=\"x\"\n";
+        "[HKLM\\"s + kApplicationKey + "\\DISK\\1\\WATCHSETTING]\n\"KeyWord\"=\"x\"\n";
     EXPECT_EQ("1 keys created, 0 keys deleted, 1 values set, 0 values deleted, 0 unchanged.\n"
               "The registered events were touched.\n",
               Import(event).out);
@@ -143,9 +143,9 @@ TEST_F(RegFileCommand, ImportWakesTheMonitorWhenEventsWereTouched)
 TEST_F(RegFileCommand, ImportTellsTheMonitorOfSettings)
 {
     StartHere();
-    HANDLE cycle = CreateEvent(nullptr, FALSE, FALSE, agent::kCycleEvent);
-    HANDLE file = CreateEvent(nullptr, FALSE, FALSE, agent::kFileMonitorEvent);
-    const std::string lines = "[HKLM\\"s + agent::kMonitorKey + "]\n\"CYCLE\"=dword:3c\n";
+    HANDLE cycle = CreateEvent(nullptr, FALSE, FALSE, kCycleEvent);
+    HANDLE file = CreateEvent(nullptr, FALSE, FALSE, kFileMonitorEvent);
+    const std::string lines = "[HKLM\\"s + kMonitorKey + "]\n\"CYCLE\"=dword:3c\n";
     EXPECT_EQ("1 keys created, 0 keys deleted, 1 values set, 0 values deleted, 0 unchanged.\n"
               "The setting cycle was changed.\n",
               Import(lines).out);
@@ -160,7 +160,7 @@ TEST_F(RegFileCommand, ImportTellsTheMonitorOfSettings)
 TEST_F(RegFileCommand, ImportWaitsForTheMutexOfTheTable)
 {
     StartHere();
-    HANDLE mutex = CreateMutex(nullptr, TRUE, agent::kTableMutex);
+    HANDLE mutex = CreateMutex(nullptr, TRUE, kTableMutex);
     test::Child child(test::Command(Root(), {"reg", "import", RegFile("[HKLM\\New]\n")}));
     usleep(300 * 1000);
     EXPECT_EQ(std::string::npos, Registry().find("New"));

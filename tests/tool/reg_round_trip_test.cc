@@ -1,6 +1,6 @@
 // Registries to text and back, and what an import does.
-#include "agent/common/names.h"
-#include "agent/common/reg_import.h"
+#include "agent/regfile/reg_import.h"
+#include "platform/contract.h"
 #include "tests/host/host_test.h"
 #include "tests/tool/issues_test.h"
 #include "tests/tool/random_test.h"
@@ -13,12 +13,12 @@ class RegRoundTrip : public test::HostTest {
   protected:
     test::RandomData random_;
 
-    static std::vector<agent::RegKeyContent> Contents()
+    static std::vector<regfile::RegKeyContent> Contents()
     {
-        return agent::ReadRegKeys(tarsk::HostRegistry(), tarsk::kRootKey, "");
+        return regfile::ReadRegKeys(host::HostRegistry(), host::kRootKey, "");
     }
     // Without the layer of the text: paths, names, types and bytes, in the registry's order.
-    static std::string Plain(const std::vector<agent::RegKeyContent> &keys)
+    static std::string Plain(const std::vector<regfile::RegKeyContent> &keys)
     {
         std::string text;
         for (const auto &key : keys) {
@@ -41,57 +41,56 @@ class RegRoundTrip : public test::HostTest {
         }
         return name;
     }
-    void AddValues(tarsk::KeyId key)
+    void AddValues(host::KeyId key)
     {
         for (size_t count = random_.Below(5); count > 0; --count) {
             const std::string name = random_.OneIn(6) ? "" : OddName(60, "");
             const std::string text = random_.OddText(200, "");
             switch (random_.Below(5)) {
             case 0:
-                tarsk::HostRegistry().Set(key, name, REG_SZ, text + '\0');
+                host::HostRegistry().Set(key, name, REG_SZ, text + '\0');
                 break;
             case 1:
-                tarsk::HostRegistry().Set(key, name, REG_DWORD,
-                                          test::NumberBytes(random_.Number()));
+                host::HostRegistry().Set(key, name, REG_DWORD, test::NumberBytes(random_.Number()));
                 break;
             case 2:
-                tarsk::HostRegistry().Set(key, name, REG_BINARY, random_.Bytes(300));
+                host::HostRegistry().Set(key, name, REG_BINARY, random_.Bytes(300));
                 break;
             case 3:
-                tarsk::HostRegistry().Set(key, name, static_cast<uint32_t>(random_.Below(12)),
-                                          random_.Bytes(20));
+                host::HostRegistry().Set(key, name, static_cast<uint32_t>(random_.Below(12)),
+                                         random_.Bytes(20));
                 break;
             default:
-                tarsk::HostRegistry().Set(key, name, random_.Number(), text);
+                host::HostRegistry().Set(key, name, random_.Number(), text);
             }
         }
     }
-    void Fill(tarsk::KeyId key, int depth)
+    void Fill(host::KeyId key, int depth)
     {
         AddValues(key);
         if (depth == 0)
             return;
         for (size_t count = random_.Below(5); count > 0; --count)
-            Fill(tarsk::HostRegistry().Create(key, OddName(40, "\\")), depth - 1);
+            Fill(host::HostRegistry().Create(key, OddName(40, "\\")), depth - 1);
     }
     void Empty()
     {
-        auto &registry = tarsk::HostRegistry();
-        for (const std::string &name : registry.SubKeys(tarsk::kRootKey))
-            registry.DeleteKey(*registry.Find(tarsk::kRootKey, name));
-        for (const auto &value : registry.Values(tarsk::kRootKey))
-            registry.DeleteValue(tarsk::kRootKey, value.name);
+        auto &registry = host::HostRegistry();
+        for (const std::string &name : registry.SubKeys(host::kRootKey))
+            registry.DeleteKey(*registry.Find(host::kRootKey, name));
+        for (const auto &value : registry.Values(host::kRootKey))
+            registry.DeleteValue(host::kRootKey, value.name);
     }
-    static agent::RegImport Import(const std::string &bytes)
+    static regfile::RegImport Import(const std::string &bytes)
     {
-        const auto parsed = agent::ParseRegText(bytes);
+        const auto parsed = regfile::ParseRegText(bytes);
         EXPECT_EQ("", test::Text(parsed.issues));
-        tarsk::Transaction transaction(tarsk::HostStore());
-        const auto result = agent::ImportRegSteps(parsed.steps, tarsk::HostRegistry());
+        host::Transaction transaction(host::HostStore());
+        const auto result = regfile::ImportRegSteps(parsed.steps, host::HostRegistry());
         transaction.Commit();
         return result;
     }
-    static agent::RegImport ImportLines(const std::string &lines)
+    static regfile::RegImport ImportLines(const std::string &lines)
     {
         return Import("REGEDIT4\n" + lines);
     }
@@ -102,13 +101,13 @@ TEST_F(RegRoundTrip, EveryRegistryComesBackByteForByte)
     for (int round = 0; round < 25; ++round) {
         SCOPED_TRACE("SYSLOGMON_TEST_SEED=" + std::to_string(random_.seed()));
         {
-            tarsk::Transaction transaction(tarsk::HostStore());
-            Fill(tarsk::kRootKey, 4);
+            host::Transaction transaction(host::HostStore());
+            Fill(host::kRootKey, 4);
             transaction.Commit();
         }
         const auto before = Contents();
-        const std::string text = agent::FormatRegText(before);
-        for (const std::string &file : {text, agent::ToUtf16File(text), "\xEF\xBB\xBF" + text}) {
+        const std::string text = regfile::FormatRegText(before);
+        for (const std::string &file : {text, regfile::ToUtf16File(text), "\xEF\xBB\xBF" + text}) {
             Empty();
             ASSERT_EQ(1U, Contents().size());
             Import(file);
@@ -122,15 +121,15 @@ TEST_F(RegRoundTrip, EveryRegistryComesBackByteForByte)
 
 TEST_F(RegRoundTrip, FilesWithChangedBytesAreTakenOrRefused)
 {
-    Fill(tarsk::kRootKey, 3);
-    const std::string text = agent::FormatRegText(Contents());
+    Fill(host::kRootKey, 3);
+    const std::string text = regfile::FormatRegText(Contents());
     for (int round = 0; round < 3000; ++round) {
         std::string changed = text;
         for (size_t count = 1 + random_.Below(4); count > 0; --count)
             changed[random_.Below(changed.size())] = static_cast<char>(random_.Below(256));
-        const auto parsed = agent::ParseRegText(changed);
+        const auto parsed = regfile::ParseRegText(changed);
         for (const auto &step : parsed.steps) {
-            ASSERT_GE(tarsk::kMaxValueName, step.value.name.size());
+            ASSERT_GE(host::kMaxValueName, step.value.name.size());
             ASSERT_EQ(std::string::npos, step.path.find("\\\\"));
         }
     }
@@ -138,12 +137,12 @@ TEST_F(RegRoundTrip, FilesWithChangedBytesAreTakenOrRefused)
 
 TEST_F(RegRoundTrip, EveryTruncationIsTakenOrRefused)
 {
-    Fill(tarsk::kRootKey, 2);
-    const std::string text = agent::FormatRegText(Contents()).substr(0, 5000);
-    const size_t all = agent::ParseRegText(text).steps.size();
+    Fill(host::kRootKey, 2);
+    const std::string text = regfile::FormatRegText(Contents()).substr(0, 5000);
+    const size_t all = regfile::ParseRegText(text).steps.size();
     for (size_t size = 0; size < text.size(); ++size)
         ASSERT_GE(all + 1,
-                  agent::ParseRegText(std::string_view(text).substr(0, size)).steps.size());
+                  regfile::ParseRegText(std::string_view(text).substr(0, size)).steps.size());
 }
 
 // ---- import ----
@@ -173,17 +172,17 @@ TEST_F(RegImport, ADeletedKeyGoesWithAllBelowItAndMayComeBack)
     EXPECT_EQ("Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE]\n\n"
               "[HKEY_LOCAL_MACHINE\\A]\n\n[HKEY_LOCAL_MACHINE\\A\\D]\n\n"
               "[HKEY_LOCAL_MACHINE\\A\\B]\n\"y\"=\"2\"\n",
-              agent::FormatRegText(Contents()));
+              regfile::FormatRegText(Contents()));
 }
 
 TEST_F(RegImport, KnowsWhetherTheEventsWereTouched)
 {
-    const std::string table = "HKLM\\"s + agent::kApplicationKey;
+    const std::string table = "HKLM\\"s + kApplicationKey;
     const std::string event = table + "\\DISK\\1\\WATCHSETTING";
     const auto touched = [](const std::string &lines) { return ImportLines(lines).touched_table; };
     EXPECT_FALSE(touched("[HKLM\\SOFTWARE\\Other]\n\"x\"=\"1\"\n"));
-    EXPECT_FALSE(touched("[HKLM\\"s + agent::kMonitorKey + "]\n\"CYCLE\"=dword:3c\n"));
-    EXPECT_FALSE(touched("[HKLM\\"s + agent::kMonitorKey + "\\APPLICATIONS]\n\"x\"=dword:3c\n"));
+    EXPECT_FALSE(touched("[HKLM\\"s + kMonitorKey + "]\n\"CYCLE\"=dword:3c\n"));
+    EXPECT_FALSE(touched("[HKLM\\"s + kMonitorKey + "\\APPLICATIONS]\n\"x\"=dword:3c\n"));
     EXPECT_TRUE(touched("[" + table + "]\n"));
     EXPECT_FALSE(touched("[" + table + "]\n"));
     EXPECT_TRUE(touched("[" + event + "]\n\"KeyWord\"=\"x\"\n"));

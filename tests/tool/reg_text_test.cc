@@ -1,5 +1,5 @@
 // The text form of registry files, form by form.
-#include "agent/common/reg_text.h"
+#include "agent/regfile/reg_text.h"
 
 #include "platform/registry.h"
 #include "tests/host/host_test.h"
@@ -7,9 +7,9 @@
 
 namespace {
 
-using agent::ParseRegText;
-using agent::RegStep;
-using tarsk::RegValue;
+using host::RegValue;
+using regfile::ParseRegText;
+using regfile::RegStep;
 using namespace std::string_literals;
 using Kind = RegStep::Kind;
 
@@ -105,7 +105,7 @@ TEST(RegText, Utf8AndBothByteOrdersOfUtf16AreTaken)
     const std::string steps = "key K\nset K a 1 c3a4f09f988000\n";
     EXPECT_EQ(steps, StepsOf(text));
     EXPECT_EQ(steps, StepsOf("\xEF\xBB\xBF" + text));
-    std::string little = agent::ToUtf16File("REGEDIT4\n[HKLM\\K]\n\"a\"=\"\u00E4\U0001F600\"\n");
+    std::string little = regfile::ToUtf16File("REGEDIT4\n[HKLM\\K]\n\"a\"=\"\u00E4\U0001F600\"\n");
     EXPECT_EQ(0U, little.find("\xFF\xFER\0E\0"s));
     EXPECT_NE(std::string::npos, little.find("\r\0\n\0"s));
     EXPECT_EQ(steps, StepsOf(little));
@@ -159,11 +159,11 @@ TEST(RegText, AKeyThatCannotBeUsedIsNamed)
     const std::string form = "; write it as [HKEY_LOCAL_MACHINE\\NAME\\NAME]\n";
     for (const std::string path :
          {"HKEY_CURRENT_USER\\A", "SOFTWARE\\A", "", "HKLMX\\A", " HKLM\\A"})
-        EXPECT_EQ("2:1: cannot use the key " + agent::Shown(path) +
+        EXPECT_EQ("2:1: cannot use the key " + text::Shown(path) +
                       ": there is only the root HKEY_LOCAL_MACHINE here" + form,
                   IssuesOf("[" + path + "]\n"));
     for (const std::string path : {"A\\\\B", "A\\", "\\A"})
-        EXPECT_EQ("2:1: cannot use the key " + agent::Shown(path) +
+        EXPECT_EQ("2:1: cannot use the key " + text::Shown(path) +
                       ": a name in it is empty; write one backslash between two names, and none at "
                       "the end\n",
                   IssuesOf("[HKLM\\" + path + "]\n"));
@@ -185,7 +185,7 @@ TEST(RegText, AKeyNameHasAtMost255Bytes)
     const std::string next =
         ": it has more than 255 bytes, or a zero byte; choose a shorter name\n";
     EXPECT_EQ("", IssuesOf("[HKLM\\" + std::string(255, 'k') + "]\n"));
-    EXPECT_EQ("2:1: cannot use the key name " + agent::Shown(std::string(256, 'k')) + next,
+    EXPECT_EQ("2:1: cannot use the key name " + text::Shown(std::string(256, 'k')) + next,
               IssuesOf("[HKLM\\a\\" + std::string(256, 'k') + "]\n"));
     EXPECT_EQ("2:1: cannot use the key name \"a?\"" + next, IssuesOf("[\"HKLM\\\\a\\x00\"]\n"));
 }
@@ -335,7 +335,7 @@ TEST(RegText, BytesThatCannotBeReadAreNamedOnTheirLine)
 TEST(RegText, NamesAndDataHaveLimits)
 {
     EXPECT_EQ("", ValueIssue("\"" + std::string(16383, 'n') + "\"=\"\""));
-    EXPECT_EQ("3:1: cannot use the value name " + agent::Shown(std::string(16384, 'n')) +
+    EXPECT_EQ("3:1: cannot use the value name " + text::Shown(std::string(16384, 'n')) +
                   ": it has more than 16383 bytes, or a zero byte; choose a shorter name\n",
               ValueIssue("\"" + std::string(16384, 'n') + "\"=\"\""));
     EXPECT_EQ("3:1: cannot use the value name \"?\": it has more than 16383 bytes, or a zero byte; "
@@ -377,20 +377,20 @@ TEST(FormatRegText, WritesTheUsualForms)
               "\"multi\"=hex(7):61,00,00\n"
               "\"none\"=hex(0):\n"
               "\"number\"=dword:0000002a\n",
-              agent::FormatRegText({{"", {}},
-                                    {"A\\B c",
-                                     {{"", REG_SZ, "x\0"s},
-                                      {"a \"b\" \\", REG_SZ, "c:\\d \"e\"\t\u00E4\0"s},
-                                      {"bytes", REG_BINARY, "\x01\xFF"},
-                                      {"multi", 7, "a\0\0"s},
-                                      {"none", 0, ""},
-                                      {"number", REG_DWORD, number}}}}));
+              regfile::FormatRegText({{"", {}},
+                                      {"A\\B c",
+                                       {{"", REG_SZ, "x\0"s},
+                                        {"a \"b\" \\", REG_SZ, "c:\\d \"e\"\t\u00E4\0"s},
+                                        {"bytes", REG_BINARY, "\x01\xFF"},
+                                        {"multi", 7, "a\0\0"s},
+                                        {"none", 0, ""},
+                                        {"number", REG_DWORD, number}}}}));
 }
 
 TEST(FormatRegText, WritesOddDataAsBytes)
 {
     const auto text = [](uint32_t type, const std::string &data) {
-        const std::string all = agent::FormatRegText({{"", {{"a", type, data}}}});
+        const std::string all = regfile::FormatRegText({{"", {{"a", type, data}}}});
         return all.substr(all.find("\"a\""));
     };
     EXPECT_EQ("\"a\"=hex(1):\n", text(REG_SZ, ""));
@@ -405,7 +405,7 @@ TEST(FormatRegText, WritesOddDataAsBytes)
 
 TEST(FormatRegText, WritesOddNamesWithEscapes)
 {
-    const std::string text = agent::FormatRegText(
+    const std::string text = regfile::FormatRegText(
         {{"a\nb\\\xFF", {{"c\x1B\u2028\xC3", REG_SZ, "\0"s}}}, {"a] ;b", {}}, {"a]b", {}}});
     EXPECT_NE(std::string::npos, text.find("\n[\"HKEY_LOCAL_MACHINE\\\\a\\x0Ab\\\\\\xFF\"]\n"
                                            "\"c\\x1B\\xE2\\x80\\xA8\\xC3\"=\"\"\n"
@@ -417,7 +417,7 @@ TEST(FormatRegText, WritesOddNamesWithEscapes)
 TEST(FormatRegText, BreaksLongLines)
 {
     const std::string text =
-        agent::FormatRegText({{"", {{"a", REG_BINARY, std::string(100, '\xAB')}}}});
+        regfile::FormatRegText({{"", {{"a", REG_BINARY, std::string(100, '\xAB')}}}});
     size_t lines = 0;
     for (size_t begin = text.find("\"a\""); begin < text.size(); ++lines) {
         const size_t end = text.find('\n', begin);
@@ -430,12 +430,12 @@ TEST(FormatRegText, BreaksLongLines)
 
 TEST(PathBelowRoot, TakesBothNamesOfTheRoot)
 {
-    EXPECT_EQ("", agent::PathBelowRoot("HKEY_LOCAL_MACHINE"));
-    EXPECT_EQ("", agent::PathBelowRoot("HKLM\\"));
-    EXPECT_EQ("a\\b", agent::PathBelowRoot("hklm\\a\\b"));
-    EXPECT_EQ(std::nullopt, agent::PathBelowRoot("a\\b"));
-    EXPECT_EQ(std::nullopt, agent::PathBelowRoot(""));
-    EXPECT_EQ(std::nullopt, agent::PathBelowRoot("HKEY_LOCAL_MACHINES\\a"));
+    EXPECT_EQ("", regfile::PathBelowRoot("HKEY_LOCAL_MACHINE"));
+    EXPECT_EQ("", regfile::PathBelowRoot("HKLM\\"));
+    EXPECT_EQ("a\\b", regfile::PathBelowRoot("hklm\\a\\b"));
+    EXPECT_EQ(std::nullopt, regfile::PathBelowRoot("a\\b"));
+    EXPECT_EQ(std::nullopt, regfile::PathBelowRoot(""));
+    EXPECT_EQ(std::nullopt, regfile::PathBelowRoot("HKEY_LOCAL_MACHINES\\a"));
 }
 
 } // namespace

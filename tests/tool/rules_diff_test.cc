@@ -1,23 +1,23 @@
 // What a rules file would change.
-#include "agent/common/rules_diff.h"
+#include "agent/rules/rules_diff.h"
 
 #include "tests/host/host_test.h"
 #include "tests/tool/issues_test.h"
 
 namespace {
 
-using agent::CompareRules;
-using agent::EventChange;
-using agent::EventRecord;
-using agent::Rule;
-using agent::RulesDifference;
-using agent::StoredEvent;
-using agent::StoredSource;
-using Kind = agent::EventChange::Kind;
+using events::EventRecord;
+using events::StoredEvent;
+using events::StoredSource;
+using rules::CompareRules;
+using rules::EventChange;
+using rules::Rule;
+using rules::RulesDifference;
+using Kind = rules::EventChange::Kind;
 
 EventRecord Event(const std::string &source, uint32_t id, const std::string &keyword = "x")
 {
-    return {{source, id}, {keyword, "", ""}, 1, agent::kAllHours};
+    return {{source, id}, {keyword, "", ""}, 1, events::kAllHours};
 }
 
 Rule RuleOf(const EventRecord &event)
@@ -31,7 +31,7 @@ std::vector<StoredSource> Registered(const std::vector<EventRecord> &events)
     for (const EventRecord &event : events) {
         if (sources.empty() || sources.back().name != event.key.source)
             sources.push_back({event.key.source, false, {}});
-        sources.back().events.push_back({event, agent::FormatEventId(event.key.id), ""});
+        sources.back().events.push_back({event, events::FormatEventId(event.key.id), ""});
     }
     return sources;
 }
@@ -40,7 +40,7 @@ std::vector<StoredSource> Registered(const std::vector<EventRecord> &events)
 std::string ShownDifference(const RulesDifference &difference)
 {
     std::string text;
-    for (const agent::DifferenceLine &line : FormatDifference(difference))
+    for (const rules::DifferenceLine &line : FormatDifference(difference))
         text += std::string(1, line.mark) + line.text + "\n";
     return text;
 }
@@ -89,7 +89,7 @@ TEST(CompareRules, WhatIsNotInTheFileStaysUnlessItIsPruned)
     const auto registered = Registered({Event("A", 1), Event("A", 2), Event("B", 1)});
     const auto kept = CompareRules(registered, {RuleOf(Event("A", 2))}, false);
     EXPECT_TRUE(kept.changes.empty());
-    EXPECT_EQ((std::vector<agent::EventKey>{{"A", 1}, {"B", 1}}), kept.staying);
+    EXPECT_EQ((std::vector<events::EventKey>{{"A", 1}, {"B", 1}}), kept.staying);
 
     const auto pruned = CompareRules(registered, {RuleOf(Event("A", 2))}, true);
     EXPECT_TRUE(pruned.staying.empty());
@@ -163,7 +163,7 @@ TEST(CompareRules, RefusesWhatTheTableHasNoRoomFor)
     rules.back().at = {77, 5};
     const auto refused = CompareRules(Registered({Event("B", 1)}), rules, false).issues;
     ASSERT_EQ(1U, refused.size());
-    EXPECT_EQ((agent::Position{77, 5}), refused[0].at);
+    EXPECT_EQ((text::Position{77, 5}), refused[0].at);
     EXPECT_EQ("cannot add this event: there would be 2049 events, and the monitor's table has room "
               "for 2048; leave out what is not needed, or remove events that are not in the file "
               "with --prune",
@@ -252,15 +252,15 @@ TEST(CheckLogCharset, ACharacterThatTheLogDoesNotHaveIsAWarning)
 
 class WriteDifference : public test::HostTest {
   protected:
-    agent::EventRegistry events_{tarsk::HostRegistry()};
+    events::EventRegistry events_{host::HostRegistry()};
 
     void Apply(const std::vector<EventRecord> &events, bool prune)
     {
         std::vector<Rule> rules;
         for (const EventRecord &event : events)
             rules.push_back(RuleOf(event));
-        tarsk::Transaction transaction(tarsk::HostStore());
-        agent::WriteDifference(CompareRules(events_.ReadAll(), rules, prune), &events_);
+        host::Transaction transaction(host::HostStore());
+        rules::WriteDifference(CompareRules(events_.ReadAll(), rules, prune), &events_);
         transaction.Commit();
     }
     std::vector<EventRecord> Stored()
@@ -310,7 +310,7 @@ TEST(EventsForFile, LeavesOutWhatApplyWouldRefuse)
     registered[1].is_new_application_type = true;
     std::vector<std::string> left_out;
     EXPECT_EQ((std::vector<EventRecord>{Event("A", 1), Event("C", 1)}),
-              agent::EventsForFile(registered, &left_out));
+              rules::EventsForFile(registered, &left_out));
     EXPECT_EQ((std::vector<std::string>{
                   "A 2: it has no settings",
                   "cannot use event A 3: it has no keyword; give it one to three texts that a line "

@@ -1,13 +1,13 @@
 // Rules files: what they may say, and what is said about what they may not.
-#include "agent/common/rules_file.h"
+#include "agent/rules/rules_file.h"
 
 #include "tests/tool/issues_test.h"
 
 namespace {
 
-using agent::EventRecord;
-using agent::ParsedRules;
-using agent::ParseRules;
+using events::EventRecord;
+using rules::ParsedRules;
+using rules::ParseRules;
 using namespace std::string_literals;
 
 std::string IssuesOf(const std::string &file)
@@ -21,7 +21,7 @@ std::vector<EventRecord> EventsOf(const std::string &file)
     const ParsedRules parsed = ParseRules(file);
     EXPECT_EQ("", test::Text(parsed.issues)) << file;
     std::vector<EventRecord> events;
-    for (const agent::Rule &rule : parsed.rules)
+    for (const rules::Rule &rule : parsed.rules)
         events.push_back(rule.event);
     return events;
 }
@@ -74,9 +74,9 @@ TEST(RulesFile, EventsKeepTheirOrder)
                                  "- {source: A, id: 1, keywords: x}\n"
                                  "- {source: B, id: 1, keywords: x}\n");
     ASSERT_EQ(3U, events.size());
-    EXPECT_EQ((agent::EventKey{"B", 2}), events[0].key);
-    EXPECT_EQ((agent::EventKey{"A", 1}), events[1].key);
-    EXPECT_EQ((agent::EventKey{"B", 1}), events[2].key);
+    EXPECT_EQ((events::EventKey{"B", 2}), events[0].key);
+    EXPECT_EQ((events::EventKey{"A", 1}), events[1].key);
+    EXPECT_EQ((events::EventKey{"B", 1}), events[2].key);
 }
 
 TEST(RulesFile, NoEventsAreWrittenAsAnEmptyList)
@@ -146,11 +146,11 @@ TEST(RulesFile, ThePlacesOfAnEventAreKnown)
     const ParsedRules parsed = ParseRules("events:\n- source: A\n  id: 1\n  keywords:\n  - x\n"
                                           "  -   y\n- {source: A, id: 2, keywords: z}\n");
     ASSERT_EQ(2U, parsed.rules.size());
-    EXPECT_EQ((agent::Position{2, 3}), parsed.rules[0].at);
-    EXPECT_EQ((agent::Position{5, 5}), parsed.rules[0].keywords_at[0]);
-    EXPECT_EQ((agent::Position{6, 7}), parsed.rules[0].keywords_at[1]);
-    EXPECT_EQ((agent::Position{7, 3}), parsed.rules[1].at);
-    EXPECT_EQ((agent::Position{7, 32}), parsed.rules[1].keywords_at[0]);
+    EXPECT_EQ((text::Position{2, 3}), parsed.rules[0].at);
+    EXPECT_EQ((text::Position{5, 5}), parsed.rules[0].keywords_at[0]);
+    EXPECT_EQ((text::Position{6, 7}), parsed.rules[0].keywords_at[1]);
+    EXPECT_EQ((text::Position{7, 3}), parsed.rules[1].at);
+    EXPECT_EQ((text::Position{7, 32}), parsed.rules[1].keywords_at[0]);
 }
 
 TEST(RulesFile, LineEndsOfWindowsMarksAndUtf16AreTaken)
@@ -572,7 +572,7 @@ TEST(FormatRules, WritesEveryValue)
         "    keywords: [\"\", !!binary \"YeQ=\"]\n"
         "    report_count: 1\n"
         "    hours: all\n",
-        agent::FormatRules(
+        rules::FormatRules(
             {{{"DISK", 0x1A2B}, {"a \"b\" \\c", "", "\t\x7F\u2028\u0080 \u00E4"}, 3, 0xC0003F},
              {{"\xFF", 0}, {"", "a\xE4", ""}, 1, 0xFFFFFF}},
             {"/schema", {"X 1: why"}}));
@@ -580,12 +580,12 @@ TEST(FormatRules, WritesEveryValue)
 
 TEST(FormatRules, NoEventsAreAnEmptyList)
 {
-    EXPECT_TRUE(EventsOf(agent::FormatRules({}, {})).empty());
+    EXPECT_TRUE(EventsOf(rules::FormatRules({}, {})).empty());
 }
 
 TEST(FormatRules, WhatIsLeftOutStaysInOneCommentLine)
 {
-    const std::string file = agent::FormatRules({}, {"", {"a\nevents: [x]\n\u2028\xFF"}});
+    const std::string file = rules::FormatRules({}, {"", {"a\nevents: [x]\n\u2028\xFF"}});
     EXPECT_NE(std::string::npos, file.find("# Left out: a?events: [x]???\n"));
     EXPECT_TRUE(EventsOf(file).empty());
 }

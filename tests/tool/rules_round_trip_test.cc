@@ -1,14 +1,14 @@
 // Events to a rules file and back.
-#include "agent/common/reg_import.h"
-#include "agent/common/rules_diff.h"
+#include "agent/regfile/reg_import.h"
+#include "agent/rules/rules_diff.h"
 #include "tests/host/host_test.h"
 #include "tests/tool/issues_test.h"
 #include "tests/tool/random_test.h"
 
 namespace {
 
-using agent::EventRecord;
-using agent::EventRegistry;
+using events::EventRecord;
+using events::EventRegistry;
 
 // What the command line cannot hold, and what events may not have.
 const std::string kNever("\0\n\r\x01\x1B", 5);
@@ -25,30 +25,31 @@ EventRecord RandomEvent(test::RandomData &random)
             keyword = random.OneIn(3) ? "" : random.OddText(256, kNever);
     } while (event.keywords == std::array<std::string, 3>{});
     event.report_count = random.OneIn(2) ? 1 : static_cast<int32_t>(random.Number() >> 1U) | 1;
-    event.hours = random.OneIn(3) ? agent::kAllHours : random.Number() & agent::kAllHours;
+    event.hours = random.OneIn(3) ? events::kAllHours : random.Number() & events::kAllHours;
     return event;
 }
 
 class RulesRoundTrip : public test::HostTest {
   protected:
     test::RandomData random_;
-    EventRegistry events_{tarsk::HostRegistry()};
+    EventRegistry events_{host::HostRegistry()};
 
     // Everything in the registry, byte for byte.
     static std::string Registry()
     {
-        return agent::FormatRegText(agent::ReadRegKeys(tarsk::HostRegistry(), tarsk::kRootKey, ""));
+        return regfile::FormatRegText(
+            regfile::ReadRegKeys(host::HostRegistry(), host::kRootKey, ""));
     }
     std::string Export()
     {
         std::vector<std::string> left_out;
-        const auto events = agent::EventsForFile(events_.ReadAll(), &left_out);
+        const auto events = rules::EventsForFile(events_.ReadAll(), &left_out);
         EXPECT_TRUE(left_out.empty());
-        return agent::FormatRules(events, {});
+        return rules::FormatRules(events, {});
     }
     void Fill(size_t count)
     {
-        tarsk::Transaction transaction(tarsk::HostStore());
+        host::Transaction transaction(host::HostStore());
         for (size_t i = 0; i < count; ++i)
             events_.Write(RandomEvent(random_));
         transaction.Commit();
@@ -56,11 +57,11 @@ class RulesRoundTrip : public test::HostTest {
     // Applies a file; returns how many changes it made.
     size_t Apply(const std::string &file)
     {
-        const auto parsed = agent::ParseRules(file);
+        const auto parsed = rules::ParseRules(file);
         EXPECT_EQ("", test::Text(parsed.issues)) << file;
-        const auto difference = agent::CompareRules(events_.ReadAll(), parsed.rules, true);
-        tarsk::Transaction transaction(tarsk::HostStore());
-        agent::WriteDifference(difference, &events_);
+        const auto difference = rules::CompareRules(events_.ReadAll(), parsed.rules, true);
+        host::Transaction transaction(host::HostStore());
+        rules::WriteDifference(difference, &events_);
         transaction.Commit();
         return difference.changes.size();
     }
@@ -104,14 +105,14 @@ TEST_F(RulesRoundTrip, AFullTableOfTheLongestEventsFitsIntoAFile)
 {
     std::vector<EventRecord> events;
     const std::string longest(256, '\x7F'); // four characters each, escaped
-    for (uint32_t id = 0; id < agent::kMaxTableEvents; ++id)
+    for (uint32_t id = 0; id < events::kMaxTableEvents; ++id)
         events.push_back({{std::string(255, '\x7F'), 0xF0000000 + id},
                           {longest, longest, longest},
                           INT32_MAX,
                           0x555555});
-    const std::string file = agent::FormatRules(events, {});
-    EXPECT_GT(agent::kMaxRulesFile, file.size());
-    const auto parsed = agent::ParseRules(file);
+    const std::string file = rules::FormatRules(events, {});
+    EXPECT_GT(rules::kMaxRulesFile, file.size());
+    const auto parsed = rules::ParseRules(file);
     EXPECT_EQ("", test::Text(parsed.issues));
     ASSERT_EQ(events.size(), parsed.rules.size());
     for (size_t i = 0; i < events.size(); ++i)
@@ -124,7 +125,7 @@ TEST_F(RulesRoundTrip, EveryTruncationIsTakenOrRefused)
     Fill(3);
     const std::string file = Export();
     for (size_t size = 0; size < file.size(); ++size) {
-        const auto parsed = agent::ParseRules(std::string_view(file).substr(0, size));
+        const auto parsed = rules::ParseRules(std::string_view(file).substr(0, size));
         ASSERT_TRUE(!parsed.issues.empty() || parsed.rules.size() <= 3);
     }
 }
@@ -137,9 +138,9 @@ TEST_F(RulesRoundTrip, FilesWithChangedBytesAreTakenOrRefused)
         std::string changed = file;
         for (size_t count = 1 + random_.Below(4); count > 0; --count)
             changed[random_.Below(changed.size())] = static_cast<char>(random_.Below(256));
-        const auto parsed = agent::ParseRules(changed);
-        for (const agent::Rule &rule : parsed.rules)
-            ASSERT_NO_THROW(agent::CheckEvent(rule.event)) << random_.seed();
+        const auto parsed = rules::ParseRules(changed);
+        for (const rules::Rule &rule : parsed.rules)
+            ASSERT_NO_THROW(events::CheckEvent(rule.event)) << random_.seed();
     }
 }
 

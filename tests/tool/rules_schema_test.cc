@@ -4,7 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/common/rules_file.h"
+#include "agent/rules/rules_file.h"
 #include "tests/host/host_test.h"
 #include "tests/tool/issues_test.h"
 
@@ -19,7 +19,7 @@ json Schema()
 
 bool ReaderTakes(const std::string &values)
 {
-    return agent::ParseRules("events: [{source: A, id: 1, keywords: x, " + values + "}]")
+    return rules::ParseRules("events: [{source: A, id: 1, keywords: x, " + values + "}]")
         .issues.empty();
 }
 
@@ -34,7 +34,7 @@ std::vector<std::string> NamesOf(const json &properties)
 // What the reader says is known, sorted.
 std::vector<std::string> KnownNames(const std::string &file)
 {
-    const std::string issue = test::Text(agent::ParseRules(file).issues);
+    const std::string issue = test::Text(rules::ParseRules(file).issues);
     const size_t begin = issue.find("; use ") + 6;
     std::vector<std::string> names;
     for (size_t at = begin; at < issue.find('\n', begin);) {
@@ -61,7 +61,7 @@ TEST(RulesSchema, KnowsTheSameKeys)
         const json required = schema["definitions"]["event"]["required"];
         const bool is_required =
             std::find(required.begin(), required.end(), name) != required.end();
-        EXPECT_EQ(!is_required, agent::ParseRules(json{{"events", {event}}}.dump()).issues.empty())
+        EXPECT_EQ(!is_required, rules::ParseRules(json{{"events", {event}}}.dump()).issues.empty())
             << name;
     }
 }
@@ -91,7 +91,7 @@ TEST(RulesSchema, KnowsTheSameIds)
     for (const std::string text :
          {"0", "1A2B", "ffffffff", "00000000", "123456789", "", "0x1", "G", "-1", " 1", "1 "}) {
         const bool taken =
-            agent::ParseRules("events: [{source: A, keywords: x, id: '" + text + "'}]")
+            rules::ParseRules("events: [{source: A, keywords: x, id: '" + text + "'}]")
                 .issues.empty();
         EXPECT_EQ(taken, std::regex_match(text, ids)) << text;
     }
@@ -110,7 +110,7 @@ TEST(RulesSchema, KnowsTheSameLimits)
     const auto keyword = Schema()["definitions"]["keyword"]["maxLength"].get<size_t>();
     const auto source = event["source"]["maxLength"].get<size_t>();
     const auto takes = [](size_t source_size, size_t keyword_size) {
-        return agent::ParseRules("events: [{id: 1, source: " + std::string(source_size, 'x') +
+        return rules::ParseRules("events: [{id: 1, source: " + std::string(source_size, 'x') +
                                  ", keywords: " + std::string(keyword_size, 'x') + "}]")
             .issues.empty();
     };
@@ -121,7 +121,7 @@ TEST(RulesSchema, KnowsTheSameLimits)
 
 TEST(Examples, TheRulesFileIsTaken)
 {
-    const auto parsed = agent::ParseRules(test::ReadFile(SOURCE_FOLDER "/examples/rules.yaml"));
+    const auto parsed = rules::ParseRules(test::ReadFile(SOURCE_FOLDER "/examples/rules.yaml"));
     EXPECT_EQ("", test::Text(parsed.issues));
     EXPECT_EQ(9U, parsed.rules.size());
 }

@@ -1,19 +1,19 @@
 // Files as text: character sets, positions, and the small tools around them.
-#include "agent/common/text_file.h"
+#include "agent/text/text_file.h"
 
 #include <fstream>
 #include <sys/stat.h>
 
-#include "agent/common/base64.h"
-#include "agent/common/utf8.h"
+#include "agent/text/base64.h"
+#include "agent/text/utf8.h"
 #include "tests/host/host_test.h"
 #include "tests/tool/issues_test.h"
 #include "tests/tool/random_test.h"
 
 namespace {
 
-using agent::DecodedText;
-using agent::DecodeText;
+using text::DecodedText;
+using text::DecodeText;
 using namespace std::string_literals;
 
 // ---- characters ----
@@ -24,8 +24,8 @@ TEST(Utf8, EveryCharacterIsReadAsItWasWritten)
         if (code >= 0xD800 && code <= 0xDFFF)
             continue;
         std::string text;
-        agent::AppendUtf8(code, &text);
-        const agent::Character character = agent::FirstCharacter(text + "x");
+        text::AppendUtf8(code, &text);
+        const text::Character character = text::FirstCharacter(text + "x");
         ASSERT_EQ(code, character.code);
         ASSERT_EQ(text.size(), character.bytes);
     }
@@ -37,11 +37,11 @@ TEST(Utf8, OverlongFormsSurrogatesAndHalvesAreNoCharacters)
          {"\x80", "\xBF", "\xC0\x80", "\xC1\xBF", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xED\xBF\xBF",
           "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xF8", "\xFF", "\xC3", "\xE2\x82",
           "\xF0\x9F\x98", "\xC3x"}) {
-        EXPECT_EQ(0U, agent::FirstCharacter(bytes).bytes);
-        EXPECT_FALSE(agent::IsUtf8("a"s + bytes));
+        EXPECT_EQ(0U, text::FirstCharacter(bytes).bytes);
+        EXPECT_FALSE(text::IsUtf8("a"s + bytes));
     }
-    EXPECT_EQ(0U, agent::FirstCharacter("").bytes);
-    EXPECT_TRUE(agent::IsUtf8(""));
+    EXPECT_EQ(0U, text::FirstCharacter("").bytes);
+    EXPECT_TRUE(text::IsUtf8(""));
 }
 
 // ---- decoding ----
@@ -101,7 +101,7 @@ TEST(DecodeText, NamesCharactersThatNoTextHas)
 TEST(DecodeText, OfAFileThatIsNoTextShowsTheFirstIssuesAndCountsTheOthers)
 {
     const DecodedText decoded = DecodeText(std::string(1000000, '\xFF'));
-    ASSERT_EQ(agent::IssueList::kMax + 1, decoded.issues.size());
+    ASSERT_EQ(text::IssueList::kMax + 1, decoded.issues.size());
     EXPECT_EQ("999800 more mistakes are not shown: is this the file that you meant?",
               decoded.issues.back().what);
 }
@@ -111,19 +111,19 @@ TEST(DecodeText, OfAFileThatIsNoTextShowsTheFirstIssuesAndCountsTheOthers)
 TEST(IssueList, CountsLinesAndCharacters)
 {
     const std::string text = "ab\n\u00E4\u00F6x\r\n\ny";
-    agent::IssueList issues(text);
-    EXPECT_EQ((agent::Position{1, 1}), issues.At(0));
-    EXPECT_EQ((agent::Position{1, 3}), issues.At(2));
-    EXPECT_EQ((agent::Position{2, 1}), issues.At(3));
-    EXPECT_EQ((agent::Position{2, 3}), issues.At(7));
-    EXPECT_EQ((agent::Position{3, 1}), issues.At(10));
-    EXPECT_EQ((agent::Position{4, 2}), issues.At(12));
-    EXPECT_EQ((agent::Position{4, 2}), issues.At(99));
+    text::IssueList issues(text);
+    EXPECT_EQ((text::Position{1, 1}), issues.At(0));
+    EXPECT_EQ((text::Position{1, 3}), issues.At(2));
+    EXPECT_EQ((text::Position{2, 1}), issues.At(3));
+    EXPECT_EQ((text::Position{2, 3}), issues.At(7));
+    EXPECT_EQ((text::Position{3, 1}), issues.At(10));
+    EXPECT_EQ((text::Position{4, 2}), issues.At(12));
+    EXPECT_EQ((text::Position{4, 2}), issues.At(99));
 }
 
 TEST(IssueList, GivesThemInTheOrderOfTheFile)
 {
-    agent::IssueList issues("abc");
+    text::IssueList issues("abc");
     EXPECT_TRUE(issues.empty());
     issues.Add(2, "third");
     issues.Add(0, "first");
@@ -133,23 +133,23 @@ TEST(IssueList, GivesThemInTheOrderOfTheFile)
 
 TEST(IssueList, SaysHowManyAreNotShown)
 {
-    agent::IssueList issues("abc");
-    for (size_t i = 0; i < agent::IssueList::kMax + 7; ++i)
+    text::IssueList issues("abc");
+    for (size_t i = 0; i < text::IssueList::kMax + 7; ++i)
         issues.Add(1, "again");
     EXPECT_TRUE(issues.full());
     const auto taken = issues.Take();
-    ASSERT_EQ(agent::IssueList::kMax + 1, taken.size());
+    ASSERT_EQ(text::IssueList::kMax + 1, taken.size());
     EXPECT_EQ("7 more mistakes are not shown: is this the file that you meant?", taken.back().what);
-    EXPECT_EQ(agent::IssueList::kMax + 7, agent::CountMistakes(taken));
+    EXPECT_EQ(text::IssueList::kMax + 7, text::CountMistakes(taken));
 }
 
 TEST(Shown, IsShortAndHarmless)
 {
-    EXPECT_EQ("\"\"", agent::Shown(""));
-    EXPECT_EQ("\"a \u00E4\"", agent::Shown("a \u00E4"));
-    EXPECT_EQ("\"?[2J?\\xFF\"", agent::Shown("\x1B[2J\u2028\xFF"));
-    EXPECT_EQ("\"" + std::string(60, 'x') + "\"", agent::Shown(std::string(60, 'x')));
-    EXPECT_EQ("\"" + std::string(60, 'x') + "...\"", agent::Shown(std::string(61, 'x')));
+    EXPECT_EQ("\"\"", text::Shown(""));
+    EXPECT_EQ("\"a \u00E4\"", text::Shown("a \u00E4"));
+    EXPECT_EQ("\"?[2J?\\xFF\"", text::Shown("\x1B[2J\u2028\xFF"));
+    EXPECT_EQ("\"" + std::string(60, 'x') + "\"", text::Shown(std::string(60, 'x')));
+    EXPECT_EQ("\"" + std::string(60, 'x') + "...\"", text::Shown(std::string(61, 'x')));
 }
 
 // ---- files ----
@@ -161,15 +161,15 @@ TEST_F(ReadWholeFile, GivesEveryByte)
     std::string bytes(300000, 'x');
     bytes[7] = '\0';
     test::WriteFile(File("f"), bytes);
-    EXPECT_EQ(bytes, agent::ReadWholeFile(File("f").string(), bytes.size()));
+    EXPECT_EQ(bytes, text::ReadWholeFile(File("f").string(), bytes.size()));
     test::WriteFile(File("f"), "");
-    EXPECT_EQ("", agent::ReadWholeFile(File("f").string(), 0));
+    EXPECT_EQ("", text::ReadWholeFile(File("f").string(), 0));
 }
 
 TEST_F(ReadWholeFile, RefusesWhatItCannotRead)
 {
     const auto error = [](const std::string &path) {
-        return test::ErrorOf([&] { agent::ReadWholeFile(path, size_t{2} << 20U); });
+        return test::ErrorOf([&] { text::ReadWholeFile(path, size_t{2} << 20U); });
     };
     EXPECT_EQ("cannot read " + File("none").string() +
                   ": No such file or directory; name a file that you may read, or - for standard "
@@ -198,10 +198,10 @@ TEST(Base64, WritesWhatTheStandardGives)
                                                                        {"foobar", "Zm9vYmFy"},
                                                                        {"\xFF\xFE", "//4="}};
     for (const auto &[bytes, text] : examples) {
-        EXPECT_EQ(text, agent::EncodeBase64(bytes));
-        EXPECT_EQ(bytes, agent::DecodeBase64(text));
+        EXPECT_EQ(text, text::EncodeBase64(bytes));
+        EXPECT_EQ(bytes, text::DecodeBase64(text));
     }
-    EXPECT_EQ("foobar", agent::DecodeBase64(" Zm9v\n\tYmFy "));
+    EXPECT_EQ("foobar", text::DecodeBase64(" Zm9v\n\tYmFy "));
 }
 
 TEST(Base64, AnyBytesComeBack)
@@ -209,7 +209,7 @@ TEST(Base64, AnyBytesComeBack)
     test::RandomData random;
     for (int i = 0; i < 1000; ++i) {
         const std::string bytes = random.Bytes(20);
-        EXPECT_EQ(bytes, agent::DecodeBase64(agent::EncodeBase64(bytes)));
+        EXPECT_EQ(bytes, text::DecodeBase64(text::EncodeBase64(bytes)));
     }
 }
 
@@ -217,7 +217,7 @@ TEST(Base64, RefusesWhatIsNone)
 {
     for (const char *text :
          {"Z", "Zg", "Zg=", "Z===", "====", "Zg==Zg==", "Z!==", "Zm9\xFF", "=Zg="})
-        EXPECT_EQ(std::nullopt, agent::DecodeBase64(text)) << text;
+        EXPECT_EQ(std::nullopt, text::DecodeBase64(text)) << text;
 }
 
 } // namespace

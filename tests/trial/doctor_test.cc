@@ -7,8 +7,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/common/names.h"
-#include "agent/common/status_file.h"
+#include "agent/status/status_file.h"
+#include "platform/contract.h"
 #include "tests/host/command_test.h"
 
 namespace {
@@ -62,11 +62,11 @@ class Doctor : public test::CommandTest {
         return Helper(Root(),
                       {"with-folder", File("var-log"), "/var/log", SYSLOGMOND, "--root", Root()});
     }
-    agent::Status WaitForPass() const
+    status::Status WaitForPass() const
     {
-        agent::Status status;
+        status::Status status;
         for (int i = 0; i < 4000 && status.last_pass.number < 1; ++i) {
-            status = agent::ReadStatus(Layout().run).value_or(agent::Status{});
+            status = status::ReadStatus(Layout().run).value_or(status::Status{});
             std::this_thread::sleep_for(5ms);
         }
         return status;
@@ -161,7 +161,7 @@ TEST_F(Doctor, PrintsEachFindingWithWhatToDo)
 TEST_F(Doctor, ADaemonThatRunsIsNamed)
 {
     Child daemon(Daemon());
-    const agent::Status status = WaitForPass();
+    const status::Status status = WaitForPass();
     const json results = Results("daemon");
     ASSERT_EQ(1U, results.size());
     EXPECT_EQ("well", results[0]["outcome"]);
@@ -170,11 +170,11 @@ TEST_F(Doctor, ADaemonThatRunsIsNamed)
 
 TEST_F(Doctor, AMonitorThatKeepsEndingIsFoundWithItsReason)
 {
-    ExpectDone({"reg", "delete", std::string(agent::kApplicationKey) + "\\DISK\\1\\WATCHSETTING",
-                "ReportCount"});
+    ExpectDone(
+        {"reg", "delete", std::string(kApplicationKey) + "\\DISK\\1\\WATCHSETTING", "ReportCount"});
     Child daemon(Daemon());
     for (int i = 0; i < 4000; ++i) {
-        if (agent::ReadStatus(Layout().run).value_or(agent::Status{}).restarts > 0)
+        if (status::ReadStatus(Layout().run).value_or(status::Status{}).restarts > 0)
             break;
         std::this_thread::sleep_for(5ms);
     }
@@ -237,9 +237,9 @@ TEST_F(Doctor, AWatchThatCannotBeSetUpIsFound)
 {
     Child lock(Helper(Root(), {"hold-daemon-lock"}));
     EXPECT_EQ("held", lock.ReadLine());
-    agent::Status status;
+    status::Status status;
     status.watch_problem = "cannot watch /var/log for changes: the limit";
-    agent::WriteStatus(Layout().run, status);
+    status::WriteStatus(Layout().run, status);
     ExpectFinding("watching", "inotify", "cannot watch /var/log for changes: the limit",
                   "once in a cycle");
 }
@@ -291,7 +291,7 @@ TEST_F(Doctor, AHostWithoutEventsIsFound)
 TEST_F(Doctor, EventsThatCanNeverBeReportedAreFound)
 {
     ExpectOnly("events", "well", "1 event", "each can be reported");
-    const std::string settings = std::string(agent::kApplicationKey) + "\\DISK\\1\\WATCHSETTING";
+    const std::string settings = std::string(kApplicationKey) + "\\DISK\\1\\WATCHSETTING";
     ExpectDone({"event", "set", "DISK", "1", "--hours", "none"});
     ExpectFinding("events", "DISK 1", "it is watched in no hour of the day",
                   "syslogmon event set 'DISK' 1 --hours all");
@@ -330,7 +330,7 @@ TEST_F(Doctor, ExpressionsThatCannotBeUsedAreFound)
 TEST_F(Doctor, SourcesThatAProductFiltersAreFound)
 {
     ExpectOnly("table", "well", "monitor module", "it loads 1 event");
-    const std::string product = std::string(agent::kAlertReportKey) + "\\Mirror";
+    const std::string product = std::string(kAlertReportKey) + "\\Mirror";
     ExpectDone({"reg", "set", product, "Setup", "0", "--type", "dword"});
     ExpectDone({"reg", "set", product, "Source", "00000000 74 00 4469736b00", "--type", "binary"});
     ExpectFinding("table", "DISK 1",
@@ -343,15 +343,15 @@ TEST_F(Doctor, SourcesThatAProductFiltersAreFound)
 
 TEST_F(Doctor, AnEventWithoutAKeywordIsFound)
 {
-    ExpectDone({"reg", "set", std::string(agent::kApplicationKey) + "\\DISK\\1\\WATCHSETTING",
-                "KeyWord", ""});
+    ExpectDone(
+        {"reg", "set", std::string(kApplicationKey) + "\\DISK\\1\\WATCHSETTING", "KeyWord", ""});
     ExpectFinding("table", "DISK 1", "it is left out: it has no keyword", "-k TEXT");
 }
 
 TEST_F(Doctor, ASourceOfAnotherComponentIsNoFinding)
 {
-    ExpectDone({"reg", "set", std::string(agent::kApplicationKey) + "\\DISK", "NEWAPPLICATIONTYPE",
-                "1", "--type", "dword"});
+    ExpectDone({"reg", "set", std::string(kApplicationKey) + "\\DISK", "NEWAPPLICATIONTYPE", "1",
+                "--type", "dword"});
     for (const json &result : Results("table"))
         EXPECT_EQ("well", result["outcome"]) << result;
 }

@@ -42,7 +42,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-using agent::FileWatch;
+using syslogmond::FileWatch;
 
 class FileWatchTest : public testing::Test {
   protected:
@@ -54,7 +54,7 @@ class FileWatchTest : public testing::Test {
     [[nodiscard]] fs::path Place(const std::string &name) const { return folder_.path() / name; }
     static void Append(const fs::path &path, const std::string &text)
     {
-        const tarsk::Fd file(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
+        const host::Fd file(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
         ASSERT_EQ(static_cast<ssize_t>(text.size()), write(file.get(), text.data(), text.size()));
     }
     // Is there anything to take?

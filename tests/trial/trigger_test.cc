@@ -6,7 +6,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "agent/common/status_file.h"
+#include "agent/status/status_file.h"
 #include "tests/host/command_test.h"
 
 namespace {
@@ -56,13 +56,13 @@ class TriggerTest : public test::CommandTest {
         struct tm local {};
         strftime(stamp, sizeof stamp, "%b %e %H:%M:%S", localtime_r(&now, &local));
         const std::string line = std::string(stamp) + " host app: " + text + "\n";
-        const tarsk::Fd file(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
+        const host::Fd file(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
         ASSERT_EQ(static_cast<ssize_t>(line.size()), write(file.get(), line.data(), line.size()));
     }
 
-    [[nodiscard]] agent::Status DaemonStatus() const
+    [[nodiscard]] status::Status DaemonStatus() const
     {
-        return agent::ReadStatus(Layout().run).value_or(agent::Status{});
+        return status::ReadStatus(Layout().run).value_or(status::Status{});
     }
     // Until the first pass is done: what is written from now on is new.
     void WaitForFirstPass() const

@@ -5,7 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/common/names.h"
+#include "platform/contract.h"
 #include "tests/host/command_test.h"
 
 namespace {
@@ -261,7 +261,7 @@ TEST_F(TryRules, ProductsAndSettingsOfTheHostCount)
 {
     ExpectDone({"event", "add", "PRODUCT", "1", "-k", "bad"});
     ExpectDone({"event", "add", "EXPRESSION", "1", "-k", "b.d"});
-    const std::string product = std::string(agent::kAlertReportKey) + "\\Mirror";
+    const std::string product = std::string(kAlertReportKey) + "\\Mirror";
     ExpectDone({"reg", "set", product, "Setup", "0", "--type", "dword"});
     ExpectDone(
         {"reg", "set", product, "Source", "00000000 74 00 50726f6475637400", "--type", "binary"});
@@ -415,7 +415,7 @@ TEST_F(TryRules, ExplainsWhyEachEventMatchesOrNot)
     ExpectDone({"event", "add", "HOUR", "1", "-k", "bad", "--hours", "none"});
     ExpectDone({"event", "add", "FTREPORT", "1", "-k", "bad"});
     ExpectDone({"event", "add", "COUNT", "1", "-k", "bad"});
-    ExpectDone({"reg", "set", std::string(agent::kApplicationKey) + "\\COUNT\\1\\WATCHSETTING",
+    ExpectDone({"reg", "set", std::string(kApplicationKey) + "\\COUNT\\1\\WATCHSETTING",
                 "ReportCount", "0", "--type", "dword"});
     const std::string line = now + "h bad disk";
     EXPECT_EQ("it is reported", Explain(line, "ONE", true));
@@ -458,11 +458,11 @@ TEST_F(TryRules, ExplainsExpressionsOnAFaultTolerantServer)
 TEST_F(TryRules, ExplainsEventsThatAreNotLoaded)
 {
     ExpectDone({"event", "add", "OTHER", "1", "-k", "bad"});
-    ExpectDone({"reg", "set", std::string(agent::kApplicationKey) + "\\OTHER", "NEWAPPLICATIONTYPE",
-                "1", "--type", "dword"});
+    ExpectDone({"reg", "set", std::string(kApplicationKey) + "\\OTHER", "NEWAPPLICATIONTYPE", "1",
+                "--type", "dword"});
     ExpectDone({"event", "add", "EMPTY", "1", "-k", "bad"});
-    ExpectDone({"reg", "set", std::string(agent::kApplicationKey) + "\\EMPTY\\1\\WATCHSETTING",
-                "KeyWord", ""});
+    ExpectDone(
+        {"reg", "set", std::string(kApplicationKey) + "\\EMPTY\\1\\WATCHSETTING", "KeyWord", ""});
     const std::string line = now + "h bad";
     EXPECT_EQ("not loaded: its source reports under a type of its own (NEWAPPLICATIONTYPE)",
               Explain(line, "OTHER", false));
@@ -490,8 +490,8 @@ TEST_F(TryRules, FilesThatCannotBeReadAreNamed)
 TEST_F(TryRules, AnEventThatCannotBeLoadedIsNamed)
 {
     ExpectDone({"event", "add", "ONE", "1", "-k", "bad"});
-    ExpectDone({"reg", "delete", std::string(agent::kApplicationKey) + "\\ONE\\1\\WATCHSETTING",
-                "WatchTime"});
+    ExpectDone(
+        {"reg", "delete", std::string(kApplicationKey) + "\\ONE\\1\\WATCHSETTING", "WatchTime"});
     WriteLog({now + "h bad"});
     ExpectFailed(
         {"test", File("the.log")},

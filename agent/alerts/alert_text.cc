@@ -1,0 +1,23 @@
+#include "agent/alerts/alert_text.h"
+#include "agent/text/printable.h"
+#include "agent/text/times.h"
+
+#include <cstdio>
+
+namespace alerts {
+
+std::string AlertLine(const Alert &alert)
+{
+    char event[16];
+    snprintf(event, sizeof event, "%X", alert.event_id);
+    std::string line = text::LocalTime(alert.time_ms) + "  " + text::Printable(alert.source) + " " +
+                       event + "  x" + std::to_string(alert.count) + "  " +
+                       text::Printable(alert.message);
+    if (alert.IsFolded())
+        line += " (and " + std::to_string(alert.reports - 1) + " more until " +
+                text::LocalTime(alert.last_time_ms) +
+                ", the last: " + text::Printable(alert.last_message) + ")";
+    return line;
+}
+
+} // namespace alerts

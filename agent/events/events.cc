@@ -1,0 +1,297 @@
+#include "agent/events/events.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "agent/host/error.h"
+#include "agent/host/host.h"
+#include "agent/host/owned_handle.h"
+#include "agent/host/waitable.h"
+#include "platform/contract.h"
+#include "platform/monitor_entry.h"
+#include "platform/registry.h"
+#include "platform/sync.h"
+
+namespace events {
+
+namespace {
+
+constexpr size_t kMaxKeyword = kKeywordSize - 1; // bytes
+constexpr size_t kMaxSource = 255;               // bytes of a registry key's name
+constexpr size_t kMaxIdName = 15;                // characters that the monitor reads of an ID
+
+constexpr DWORD kToldAfterMs = 1000;
+
+std::string Quoted(const EventKey &key)
+{
+    return key.source + " " + FormatEventId(key.id);
+}
+
+std::optional<uint32_t> NumberOf(const std::optional<host::RegValue> &value)
+{
+    uint32_t number = 0;
+    if (!value || value->data.size() > sizeof number)
+        return std::nullopt;
+    memcpy(&number, value->data.data(), value->data.size());
+    return number;
+}
+
+void SetText(host::RegistryTree &registry, host::KeyId key, const char *name,
+             const std::string &text)
+{
+    registry.Set(key, name, REG_SZ, std::string_view(text.c_str(), text.size() + 1));
+}
+
+void SetNumber(host::RegistryTree &registry, host::KeyId key, const char *name, uint32_t number)
+{
+    registry.Set(key, name, REG_DWORD,
+                 std::string_view(reinterpret_cast<const char *>(&number), sizeof number));
+}
+
+bool HasControlCharacter(const std::string &text)
+{
+    return std::any_of(text.begin(), text.end(),
+                       [](char c) { return static_cast<unsigned char>(c) < ' ' && c != '\t'; });
+}
+
+void CheckSource(const EventKey &key)
+{
+    const std::string &source = key.source;
+    if (source.empty() || source.size() > kMaxSource || source.find('\\') != std::string::npos ||
+        HasControlCharacter(source))
+        throw host::Error("cannot use the source name \"" + source.substr(0, 60) + "\"",
+                          "it is empty, too long, or holds a backslash or a control character",
+                          "choose a name of 1 to 255 bytes without them");
+}
+
+void CheckKeywords(const EventRecord &event)
+{
+    bool all_empty = true;
+    for (const std::string &keyword : event.keywords) {
+        all_empty = all_empty && keyword.empty();
+        if (keyword.size() > kMaxKeyword)
+            throw host::Error("cannot use a keyword of event " + Quoted(event.key),
+                              "it has " + std::to_string(keyword.size()) + " bytes",
+                              "a keyword has at most 256 bytes");
+        if (HasControlCharacter(keyword))
+            throw host::Error("cannot use a keyword of event " + Quoted(event.key),
+                              "it holds a control character, which no log line does",
+                              "write the text that the line shows");
+    }
+    if (all_empty)
+        throw host::Error("cannot use event " + Quoted(event.key), "it has no keyword",
+                          "give it one to three texts that a line must contain");
+}
+
+// The event ID that the monitor reads from the name of a key: its last eight digits.
+uint32_t NumberOfKey(const std::string &id_text)
+{
+    return static_cast<uint32_t>(strtoul(id_text.c_str(), nullptr, 16));
+}
+
+// The registry key of a source, or of something below it.
+std::string SourcePath(const std::string &source)
+{
+    return std::string(kApplicationKey) + "\\" + source;
+}
+
+} // namespace
+
+static_assert(kMaxTableEvents == kMaxEntries);
+
+size_t CountTableEvents(const std::vector<StoredSource> &sources)
+{
+    size_t count = 0;
+    for (const StoredSource &source : sources)
+        count += source.is_new_application_type ? 0 : source.events.size();
+    return count;
+}
+
+std::string FormatEventId(uint32_t id)
+{
+    char text[16];
+    snprintf(text, sizeof text, "%X", id);
+    return text;
+}
+
+uint32_t ParseEventId(const std::string &text)
+{
+    const bool is_hex = !text.empty() && text.size() <= 8 &&
+                        text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+    if (!is_hex)
+        throw host::Error("cannot use the event ID \"" + text + "\"",
+                          "it is not one to eight hexadecimal digits",
+                          "write it without a prefix, such as 1A2B");
+    return static_cast<uint32_t>(std::stoul(text, nullptr, 16));
+}
+
+void CheckEvent(const EventRecord &event)
+{
+    CheckSource(event.key);
+    CheckKeywords(event);
+    if (event.report_count < 1)
+        throw host::Error("cannot use the report count " + std::to_string(event.report_count) +
+                              " of event " + Quoted(event.key),
+                          "it would never be reported", "use a number from 1 to 2147483647");
+}
+
+std::vector<StoredSource> EventRegistry::ReadAll()
+{
+    const host::Snapshot snapshot(host::HostStore());
+    std::vector<StoredSource> sources;
+    const auto applications = registry_.Find(host::kRootKey, kApplicationKey);
+    if (!applications)
+        return sources;
+    for (const std::string &name : registry_.SubKeys(*applications)) {
+        const host::KeyId source_key = *registry_.Find(*applications, name);
+        StoredSource source{
+            name, registry_.Get(source_key, kNewApplicationTypeValue).has_value(), {}};
+        for (const std::string &id_text : registry_.SubKeys(source_key))
+            source.events.push_back(Read(name, id_text, *registry_.Find(source_key, id_text)));
+        sources.push_back(std::move(source));
+    }
+    return sources;
+}
+
+StoredEvent EventRegistry::Read(const std::string &source, const std::string &id_text,
+                                host::KeyId id_key)
+{
+    StoredEvent stored;
+    stored.id_text = id_text;
+    stored.event.key.source = source;
+    stored.event.key.id = NumberOfKey(id_text);
+    const auto settings = registry_.Find(id_key, kWatchSettingKey);
+    if (!settings) {
+        stored.problem = "it has no settings";
+        return stored;
+    }
+    const auto note = [&](const std::string &problem) {
+        if (stored.problem.empty())
+            stored.problem = problem;
+    };
+    if (id_text.size() > kMaxIdName)
+        note("the name of its key is longer than 15 characters");
+    for (size_t k = 0; k < std::size(kKeywordValues); ++k) {
+        const auto value = registry_.Get(*settings, kKeywordValues[k]);
+        if (!value)
+            note(std::string("it has no ") + kKeywordValues[k]);
+        else if (value->data.size() > kKeywordSize)
+            note(std::string(kKeywordValues[k]) + " is longer than 256 bytes");
+        else
+            stored.event.keywords[k] = host::TextOf(*value);
+    }
+    const auto count = NumberOf(registry_.Get(*settings, kReportCountValue));
+    const auto hours = NumberOf(registry_.Get(*settings, kWatchTimeValue));
+    if (!count)
+        note("it has no ReportCount of 4 bytes");
+    if (!hours)
+        note("it has no WatchTime of 4 bytes");
+    stored.event.report_count = static_cast<int32_t>(count.value_or(0));
+    stored.event.hours = hours.value_or(0);
+    return stored;
+}
+
+std::optional<std::string> EventRegistry::FindIdText(const EventKey &key)
+{
+    const auto source_key = registry_.Find(host::kRootKey, SourcePath(key.source));
+    if (!source_key)
+        return std::nullopt;
+    // The number counts, not how it is written: 1a2b, 1A2B and 01A2B are one event.
+    for (const std::string &id_text : registry_.SubKeys(*source_key)) {
+        if (NumberOfKey(id_text) == key.id)
+            return id_text;
+    }
+    return std::nullopt;
+}
+
+std::optional<StoredEvent> EventRegistry::Find(const EventKey &key)
+{
+    const host::Snapshot snapshot(host::HostStore());
+    const auto id_text = FindIdText(key);
+    if (!id_text)
+        return std::nullopt;
+    const std::string path = SourcePath(key.source) + "\\" + *id_text;
+    return Read(key.source, *id_text, *registry_.Find(host::kRootKey, path));
+}
+
+void EventRegistry::Write(const EventRecord &event)
+{
+    CheckEvent(event);
+    const std::string id_text = FindIdText(event.key).value_or(FormatEventId(event.key.id));
+    const std::string path =
+        SourcePath(event.key.source) + "\\" + id_text + "\\" + kWatchSettingKey;
+    const host::KeyId key = registry_.Create(host::kRootKey, path);
+    for (size_t k = 0; k < event.keywords.size(); ++k)
+        SetText(registry_, key, kKeywordValues[k], event.keywords[k]);
+    SetNumber(registry_, key, kReportCountValue, static_cast<uint32_t>(event.report_count));
+    SetNumber(registry_, key, kWatchTimeValue, event.hours);
+}
+
+bool EventRegistry::Remove(const EventKey &key)
+{
+    const auto id_text = FindIdText(key);
+    if (!id_text)
+        return false;
+    const auto source_key = registry_.Find(host::kRootKey, SourcePath(key.source));
+    registry_.DeleteKey(*registry_.Find(*source_key, *id_text));
+    const bool source_is_empty =
+        registry_.SubKeys(*source_key).empty() && registry_.Values(*source_key).empty();
+    if (source_is_empty)
+        registry_.DeleteKey(*source_key);
+    return true;
+}
+
+namespace {
+
+// The mutex around the table's registry tree, held.
+class TableMutex {
+  public:
+    explicit TableMutex(const std::function<void()> &on_wait)
+        : mutex_(CreateMutex(nullptr, FALSE, kTableMutex))
+    {
+        DWORD result = mutex_.get() != nullptr ? WaitForSingleObject(mutex_.get(), kToldAfterMs)
+                                               : WAIT_RESULT_FAILED;
+        if (result == WAIT_RESULT_TIMEOUT) {
+            on_wait();
+            result = WaitForSingleObject(mutex_.get(), INFINITE);
+        }
+        if (result < WAIT_RESULT_FIRST)
+            throw host::Error("cannot lock the table of events", "its mutex cannot be used",
+                              "make the run-time folder writable, or run as root");
+    }
+    ~TableMutex() { ReleaseMutex(mutex_.get()); }
+    TableMutex(const TableMutex &) = delete;
+    TableMutex &operator=(const TableMutex &) = delete;
+
+  private:
+    host::OwnedHandle mutex_;
+};
+
+} // namespace
+
+void ChangeEvents(const std::function<void()> &change, const std::function<void()> &on_wait)
+{
+    ChangeUnderTableMutex(
+        [&] {
+            change();
+            return true;
+        },
+        on_wait);
+}
+
+void ChangeUnderTableMutex(const std::function<bool()> &change,
+                           const std::function<void()> &on_wait)
+{
+    bool touched = false;
+    {
+        const TableMutex mutex(on_wait);
+        host::Transaction transaction(host::HostStore());
+        touched = change();
+        transaction.Commit();
+    }
+    if (touched)
+        host::WakeEvent::Create(host::HostLayout().run, kTableEvent, false, false)->Set();
+}
+
+} // namespace events

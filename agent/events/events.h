@@ -1,0 +1,97 @@
+// The registered events, as they stand in the registry. The monitor's table is loaded from them.
+//
+// An event is always written whole: one missing value would make the load of the whole table fail.
+#ifndef AGENT_EVENTS_EVENTS_H
+#define AGENT_EVENTS_EVENTS_H
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent/events/hours.h"
+#include "agent/host/registry_tree.h"
+
+namespace events {
+
+// What identifies an event.
+struct EventKey {
+    std::string source;
+    uint32_t id = 0;
+
+    bool operator==(const EventKey &) const = default;
+};
+
+struct EventRecord {
+    EventKey key;
+    std::array<std::string, 3> keywords; // text that a line must contain; empty: no condition
+    int32_t report_count = 1;            // hits that make one report
+    uint32_t hours = kAllHours;          // see ParseHours
+
+    bool operator==(const EventRecord &) const = default;
+};
+
+// An event as it was found, which may be damaged.
+struct StoredEvent {
+    EventRecord event;
+    std::string id_text; // the name of its key
+    std::string problem; // why the monitor cannot load it; empty: it can
+};
+
+// A source with NEWAPPLICATIONTYPE is not the monitor's.
+struct StoredSource {
+    std::string name;
+    bool is_new_application_type = false;
+    std::vector<StoredEvent> events;
+};
+
+// Entries that the monitor's table has room for.
+inline constexpr size_t kMaxTableEvents = 2048;
+
+// Events that would be in the table, if each can be loaded.
+size_t CountTableEvents(const std::vector<StoredSource> &sources);
+
+// "1A2B", as the registry names an event.
+std::string FormatEventId(uint32_t id);
+// One to eight hexadecimal digits. Throws host::Error.
+uint32_t ParseEventId(const std::string &text);
+
+// Throws host::Error, naming the value and the range it must lie in, when the monitor could not
+// use the event.
+void CheckEvent(const EventRecord &event);
+
+class EventRegistry {
+  public:
+    explicit EventRegistry(host::RegistryTree &registry) : registry_(registry) {}
+
+    // In the order in which the monitor loads them.
+    std::vector<StoredSource> ReadAll();
+    std::optional<StoredEvent> Find(const EventKey &key);
+
+    // Adds the event or replaces its values. Throws host::Error when CheckEvent does.
+    void Write(const EventRecord &event);
+    // With its source, when that was the last one. False: there is no such event.
+    bool Remove(const EventKey &key);
+
+  private:
+    StoredEvent Read(const std::string &source, const std::string &id_text, host::KeyId id_key);
+    std::optional<std::string> FindIdText(const EventKey &key);
+
+    host::RegistryTree &registry_;
+};
+
+// Changes the registered events: takes the mutex of the table, runs the change as one transaction,
+// releases the mutex, and wakes the monitor. `on_wait` is called once when the mutex is not free
+// for a second.
+void ChangeEvents(const std::function<void()> &change, const std::function<void()> &on_wait);
+
+// The same for a change that finds out by itself whether it touches the registered events: it
+// returns true when it does, and only then is the monitor woken.
+void ChangeUnderTableMutex(const std::function<bool()> &change,
+                           const std::function<void()> &on_wait);
+
+} // namespace events
+
+#endif // AGENT_EVENTS_EVENTS_H

@@ -1,0 +1,29 @@
+// Keywords as extended regular expressions: the monitor of a fault-tolerant server tries each keyword
+// that way when it does not find it as plain text.
+#ifndef AGENT_EVENTS_EXPRESSIONS_H
+#define AGENT_EVENTS_EXPRESSIONS_H
+
+#include <optional>
+#include <string>
+
+namespace events {
+
+// Why a keyword cannot be used as an expression; empty: it can.
+std::string WhyNoExpression(const std::string &keyword);
+
+// Does it refer back to what a group of it has matched, as \1 does?
+bool HasBackReference(const std::string &keyword);
+
+// Is the keyword meant as an expression? A guess: it holds ".*", "[0-9]" and the like.
+bool LooksLikeExpression(const std::string &keyword);
+
+// What is wrong with a keyword on a fault-tolerant server, and what to do.
+struct ExpressionFault {
+    std::string cause;
+    std::string advice;
+};
+std::optional<ExpressionFault> FaultOfExpression(const std::string &keyword);
+
+} // namespace events
+
+#endif // AGENT_EVENTS_EXPRESSIONS_H

@@ -1,0 +1,37 @@
+// The small services: install root, fault-tolerant server, what reports leave alone.
+#include <cstdio>
+
+#include "agent/host/agent_values.h"
+#include "agent/host/c_boundary.h"
+#include "agent/host/host.h"
+#include "platform/agent.h"
+
+using namespace host;
+
+extern "C" {
+
+int GetTarskRootPath(char *buffer, int size)
+{
+    return AtBoundary<int>(__func__, 0, [&] {
+        if (buffer == nullptr || size <= 0)
+            return 0;
+        const std::string root = HostLayout().root.string();
+        const int length = snprintf(buffer, static_cast<size_t>(size), "%s", root.c_str());
+        return length < size ? 1 : 0;
+    });
+}
+
+int call_tarsk_is_ft(void)
+{
+    return AtBoundary<int>(__func__, -1, [] {
+        return static_cast<int>(AgentNumber("FaultTolerant").value_or(0) != 0);
+    });
+}
+
+// The alert component stores a report and returns.
+int ReportsKeepTable(void)
+{
+    return 1;
+}
+
+} // extern "C"

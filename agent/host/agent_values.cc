@@ -1,0 +1,54 @@
+#include "agent/host/agent_values.h"
+
+#include <cstring>
+
+#include "agent/host/host.h"
+#include "platform/registry.h"
+
+namespace host {
+
+const char *const kAgentKey = "SOFTWARE\\KORBIN\\TARSKVOSKAR\\AGENT";
+const char *const kAgentSettingsEvent = "Agent_Settings_Event";
+
+namespace {
+
+std::optional<RegValue> AgentValue(RegistryTree &registry, const std::string &name, uint32_t type)
+{
+    const auto key = registry.Find(kRootKey, kAgentKey);
+    if (!key)
+        return std::nullopt;
+    auto value = registry.Get(*key, name);
+    return value && value->type == type ? value : std::nullopt;
+}
+
+} // namespace
+
+std::optional<uint32_t> AgentNumber(RegistryTree &registry, const std::string &name)
+{
+    const auto value = AgentValue(registry, name, REG_DWORD);
+    uint32_t number = 0;
+    if (!value || value->data.size() != sizeof number)
+        return std::nullopt;
+    memcpy(&number, value->data.data(), sizeof number);
+    return number;
+}
+
+std::optional<std::string> AgentText(RegistryTree &registry, const std::string &name)
+{
+    const auto value = AgentValue(registry, name, REG_SZ);
+    if (!value)
+        return std::nullopt;
+    return TextOf(*value);
+}
+
+std::optional<uint32_t> AgentNumber(const std::string &name)
+{
+    return AgentNumber(HostRegistry(), name);
+}
+
+std::optional<std::string> AgentText(const std::string &name)
+{
+    return AgentText(HostRegistry(), name);
+}
+
+} // namespace host

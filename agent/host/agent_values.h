@@ -1,0 +1,42 @@
+// The agent's own settings. They are registry values, like the monitor's.
+//
+// Key SOFTWARE\KORBIN\TARSKVOSKAR\AGENT:
+//
+//   value            type       default  meaning
+//   TraceLevel       REG_DWORD  1        lowest trace level that is written, 0 to 3 (see TraceLevel)
+//   LogCharset       REG_SZ     UTF-8    character set of the logs, as iconv names it
+//   FaultTolerant    REG_DWORD  0        1: this is a fault-tolerant server
+//   TriggerInterval  REG_DWORD  1000     milliseconds between two looks at files that are being
+//                                        written; 0: the cycle alone makes the monitor look
+#ifndef AGENT_HOST_AGENT_VALUES_H
+#define AGENT_HOST_AGENT_VALUES_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "agent/host/registry_tree.h"
+
+namespace host {
+
+extern const char *const kAgentKey; // below HKEY_LOCAL_MACHINE
+
+// Set by a command that has changed one of the values above; the daemon reads them again.
+extern const char *const kAgentSettingsEvent;
+
+constexpr uint32_t kDefaultTraceLevel = 1;
+constexpr uint32_t kDefaultTriggerInterval = 1000; // milliseconds
+constexpr uint32_t kMaxTriggerInterval = 3600 * 1000;
+constexpr char kDefaultLogCharset[] = "UTF-8";
+
+// A value of the agent's key, or nothing when it is missing or of another type.
+std::optional<uint32_t> AgentNumber(RegistryTree &registry, const std::string &name);
+std::optional<std::string> AgentText(RegistryTree &registry, const std::string &name);
+
+// The same in the registry of the started host.
+std::optional<uint32_t> AgentNumber(const std::string &name);
+std::optional<std::string> AgentText(const std::string &name);
+
+} // namespace host
+
+#endif // AGENT_HOST_AGENT_VALUES_H

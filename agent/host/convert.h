@@ -1,0 +1,19 @@
+// Conversion between the registry's character set (UTF-8) and the log's.
+#ifndef AGENT_HOST_CONVERT_H
+#define AGENT_HOST_CONVERT_H
+
+#include <string>
+
+namespace host {
+
+// Sets the log's character set, as iconv names it. Returns false, and changes nothing, when it
+// cannot be used.
+bool SetLogCharset(const std::string &name);
+
+// Can it be used? Not one that iconv does not know, and not one in which a plain text is not itself,
+// such as UTF-16: no keyword would ever be found.
+bool CharsetIsKnown(const std::string &name);
+
+} // namespace host
+
+#endif // AGENT_HOST_CONVERT_H

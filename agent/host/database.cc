@@ -1,0 +1,266 @@
+#include "agent/host/database.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <ctime>
+#include <utility>
+
+#include <sqlite3.h>
+
+#include "agent/host/error.h"
+
+namespace host {
+
+namespace {
+
+// Between two tries for a lock: 1 ms, doubled up to this. Most holders are done in less than that.
+constexpr int kRetryMs = 20;
+
+int64_t NowMs()
+{
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+// The error number of the system call that made SQLite fail, or 0 when there is none.
+int SystemError(sqlite3 *database)
+{
+    const int code = sqlite3_errcode(database) & 0xFF;
+    return code == SQLITE_IOERR || code == SQLITE_CANTOPEN ? sqlite3_system_errno(database) : 0;
+}
+
+std::string Cause(sqlite3 *database)
+{
+    const int error_number = SystemError(database);
+    const std::string cause = sqlite3_errmsg(database);
+    return error_number != 0 ? cause + " (" + strerror(error_number) + ")" : cause;
+}
+
+bool IsFull(int code, int error_number)
+{
+    return (code & 0xFF) == SQLITE_FULL || error_number == ENOSPC || error_number == EDQUOT;
+}
+
+// What an administrator can do about a failure of SQLite.
+const char *NextStep(int code, int error_number)
+{
+    if (error_number == EROFS || error_number == EACCES || error_number == EPERM)
+        code = SQLITE_PERM;
+    switch (code & 0xFF) {
+    case SQLITE_FULL:
+        return "free some space on its disk";
+    case SQLITE_READONLY:
+    case SQLITE_PERM:
+    case SQLITE_AUTH:
+        return "make the file and its folder writable, or run as root";
+    case SQLITE_CANTOPEN:
+        return "check that the file exists and can be read, and run as root";
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+        return "another program holds its lock; find it with fuser and try again";
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+        return "the file is damaged; put a copy of it back, or move it away with has-store beside "
+               "it"
+               " to start with nothing";
+    case SQLITE_IOERR:
+        return "check the disk and the kernel log";
+    case SQLITE_PROTOCOL:
+        return "keep the store on a file system that has locks";
+    case SQLITE_NOMEM:
+        return "free some memory";
+    default:
+        return "this is a fault of the agent; keep the trace log";
+    }
+}
+
+// Never null: SQLite takes a null pointer for no value, not for an empty one.
+const char *Data(std::string_view bytes)
+{
+    return bytes.empty() ? "" : bytes.data();
+}
+
+} // namespace
+
+Statement::Statement(Database &database, const char *sql) : database_(database)
+{
+    if (sqlite3_prepare_v3(database.handle(), sql, -1, SQLITE_PREPARE_PERSISTENT, &statement_,
+                           nullptr) != SQLITE_OK)
+        database.Fail("cannot use");
+}
+
+Statement::~Statement()
+{
+    sqlite3_finalize(statement_);
+}
+
+void Statement::Reset()
+{
+    sqlite3_reset(statement_);
+}
+
+bool Statement::Next()
+{
+    const int result = sqlite3_step(statement_);
+    database_.EndWait();
+    if (result == SQLITE_ROW)
+        return true;
+    if (result == SQLITE_DONE) {
+        sqlite3_reset(statement_);
+        return false;
+    }
+    sqlite3_reset(statement_);
+    database_.Fail(sqlite3_stmt_readonly(statement_) != 0 ? "cannot read" : "cannot write to");
+}
+
+void Statement::Check(int result) const
+{
+    if (result != SQLITE_OK)
+        database_.Fail("cannot use");
+}
+
+void Statement::Bind(int index, int64_t value)
+{
+    Check(sqlite3_bind_int64(statement_, index, value));
+}
+
+void Statement::Bind(int index, std::string_view text)
+{
+    Check(sqlite3_bind_text64(statement_, index, Data(text), text.size(), SQLITE_TRANSIENT,
+                              SQLITE_UTF8));
+}
+
+void Statement::Bind(int index, const Blob &blob)
+{
+    Check(sqlite3_bind_blob64(statement_, index, Data(blob.bytes), blob.bytes.size(),
+                              SQLITE_TRANSIENT));
+}
+
+int64_t Statement::Integer(int column) const
+{
+    return sqlite3_column_int64(statement_, column);
+}
+
+std::string Statement::Text(int column) const
+{
+    return std::string(Bytes(column));
+}
+
+std::string_view Statement::Bytes(int column) const
+{
+    const auto *data = static_cast<const char *>(sqlite3_column_blob(statement_, column));
+    return {data, static_cast<size_t>(sqlite3_column_bytes(statement_, column))};
+}
+
+bool Statement::IsNull(int column) const
+{
+    return sqlite3_column_type(statement_, column) == SQLITE_NULL;
+}
+
+Database::Database(const std::filesystem::path &path, Mode mode) : path_(path)
+{
+    const int flags = mode == Mode::kReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
+    const int result =
+        sqlite3_open_v2(path.c_str(), &database_, flags | SQLITE_OPEN_FULLMUTEX, nullptr);
+    try {
+        if (result != SQLITE_OK)
+            Fail("cannot open");
+        // SQLite opens a file that it may not write for reading, and would fail at the first write.
+        if (mode == Mode::kReadWrite && sqlite3_db_readonly(database_, "main") == 1)
+            throw StoreError("cannot write to " + path.string(), "it can only be read",
+                             NextStep(SQLITE_READONLY, 0));
+    } catch (...) {
+        sqlite3_close_v2(database_);
+        throw;
+    }
+    sqlite3_extended_result_codes(database_, 1);
+    sqlite3_busy_handler(database_, OnBusy, this);
+}
+
+Database::~Database()
+{
+    sqlite3_close_v2(database_);
+}
+
+void Database::Execute(const char *sql)
+{
+    const int result = sqlite3_exec(database_, sql, nullptr, nullptr, nullptr);
+    EndWait();
+    if (result != SQLITE_OK)
+        Fail("cannot use");
+}
+
+int64_t Database::LastInsertId() const
+{
+    return sqlite3_last_insert_rowid(database_);
+}
+
+int64_t Database::ChangesOfLastStatement() const
+{
+    return sqlite3_changes64(database_);
+}
+
+bool Database::InTransaction() const
+{
+    return sqlite3_get_autocommit(database_) == 0;
+}
+
+void Database::SetPatience(int milliseconds, std::function<void()> began)
+{
+    Patience patience;
+    patience.milliseconds = milliseconds;
+    patience.began = std::move(began);
+    SetPatience(std::move(patience));
+}
+
+void Database::EmptyJournal(int milliseconds)
+{
+    const Patience usual = std::exchange(patience_, Patience{});
+    patience_.milliseconds = milliseconds;
+    const int result =
+        sqlite3_wal_checkpoint_v2(database_, "main", SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+    patience_ = usual;
+    if (result != SQLITE_OK)
+        Fail("cannot write to");
+}
+
+void Database::EndWait()
+{
+    if (std::exchange(long_wait_told_, false) && patience_.over)
+        patience_.over();
+}
+
+int Database::OnBusy(void *self, int calls)
+{
+    auto *database = static_cast<Database *>(self);
+    const int64_t now = NowMs();
+    if (calls == 0)
+        database->waiting_since_ms_ = now;
+    const int64_t waited = now - database->waiting_since_ms_;
+    const Patience &patience = database->patience_;
+    if (waited >= patience.milliseconds || (patience.leave && patience.leave()))
+        return 0;
+    if (waited >= patience.tell_after_ms && !database->long_wait_told_) {
+        database->long_wait_told_ = true;
+        if (patience.began)
+            patience.began();
+    }
+    const int pause_ms = calls < 5 ? std::min(kRetryMs, 1 << calls) : kRetryMs;
+    const timespec pause{0, pause_ms * 1000L * 1000L};
+    nanosleep(&pause, nullptr);
+    return 1;
+}
+
+void Database::Fail(const std::string &doing) const
+{
+    const std::string thing = doing + " " + path_.string();
+    const int code = sqlite3_errcode(database_);
+    const int error_number = SystemError(database_);
+    if (IsFull(code, error_number))
+        throw DiskFullError(thing, Cause(database_), NextStep(SQLITE_FULL, 0));
+    throw StoreError(thing, Cause(database_), NextStep(code, error_number));
+}
+
+} // namespace host

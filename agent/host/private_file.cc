@@ -1,0 +1,89 @@
+#include "agent/host/private_file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <string>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "agent/host/error.h"
+
+namespace host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr mode_t kAllRights = 07777;
+
+bool IsOurs(const struct stat &status)
+{
+    return status.st_uid == geteuid();
+}
+
+// Through a descriptor, so that what was looked at is what is changed.
+void TakeRightsAway(int fd, mode_t wanted)
+{
+    struct stat status {};
+    if (fstat(fd, &status) != 0 || !IsOurs(status) || (status.st_mode & kAllRights & ~wanted) == 0)
+        return;
+    if (fchmod(fd, status.st_mode & wanted) != 0)
+        return; // a file system without modes; who mounted it chose who may read it
+}
+
+bool HoldsOnly(const fs::path &folder, std::span<const std::string_view> own_names)
+{
+    std::error_code failed;
+    for (const auto &entry : fs::directory_iterator(folder, failed)) {
+        const std::string name = entry.path().filename().string();
+        if (std::none_of(own_names.begin(), own_names.end(),
+                         [&](std::string_view own) { return name.starts_with(own); }))
+            return false;
+    }
+    return !failed;
+}
+
+[[noreturn]] void FailToCreate(const fs::path &folder, const std::string &why)
+{
+    throw StoreError("cannot create the folder " + folder.string(), why,
+                     "run as root, or name a folder of your own with --root");
+}
+
+} // namespace
+
+Fd OpenPrivateFile(const fs::path &path, int flags)
+{
+    Fd fd(open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, kPrivateFile));
+    if (fd.get() >= 0)
+        TakeRightsAway(fd.get(), kPrivateFile);
+    return fd;
+}
+
+void MakePrivate(const fs::path &file)
+{
+    const Fd fd(open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (fd.get() >= 0)
+        TakeRightsAway(fd.get(), kPrivateFile);
+}
+
+void CreatePrivateFolder(const fs::path &folder, std::span<const std::string_view> own_names)
+{
+    std::error_code failed;
+    fs::create_directories(folder.parent_path(), failed);
+    if (!failed && mkdir(folder.c_str(), kPrivateFolder) == 0)
+        return;
+    if (failed)
+        FailToCreate(folder, failed.message());
+    const int why = errno;
+    if (why != EEXIST || !fs::is_directory(folder, failed))
+        FailToCreate(folder, std::generic_category().message(why));
+    if (!HoldsOnly(folder, own_names))
+        return;
+    const Fd fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (fd.get() >= 0)
+        TakeRightsAway(fd.get(), kPrivateFolder);
+}
+
+} // namespace host

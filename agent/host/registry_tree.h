@@ -1,0 +1,65 @@
+// The registry as a tree of keys and values in the store. Names compare without regard to the case
+// of ASCII letters, and keep the case of their creation. Keys come in the order of their creation.
+#ifndef AGENT_HOST_REGISTRY_TREE_H
+#define AGENT_HOST_REGISTRY_TREE_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "agent/host/store.h"
+
+namespace host {
+
+// Limits of names and values, in bytes.
+constexpr size_t kMaxKeyName = 255;
+constexpr size_t kMaxValueName = 16383;
+constexpr size_t kMaxValueSize = size_t{1024} * 1024;
+
+// The number of a key. Numbers are never used again, so one of a deleted key meets nothing.
+using KeyId = int64_t;
+constexpr KeyId kRootKey = 0; // HKEY_LOCAL_MACHINE
+
+struct RegValue {
+    std::string name;
+    uint32_t type = 0;
+    std::string data;
+};
+
+// The text of a REG_SZ value: its data up to the zero byte that is stored with it.
+std::string TextOf(const RegValue &value);
+
+class RegistryTree {
+  public:
+    explicit RegistryTree(Store &store);
+    ~RegistryTree();
+    RegistryTree(const RegistryTree &) = delete;
+    RegistryTree &operator=(const RegistryTree &) = delete;
+
+    // Paths have single backslashes between names; an empty path is the key itself. All throw
+    // StoreError when the store fails, and Error for a name that is empty or too long.
+    std::optional<KeyId> Find(KeyId parent, std::string_view path);
+    KeyId Create(KeyId parent, std::string_view path, bool *created = nullptr);
+    bool Exists(KeyId key);
+    bool DeleteKey(KeyId key); // with everything below it; throws Error for the root
+    std::vector<std::string> SubKeys(KeyId key);
+
+    std::optional<RegValue> Get(KeyId key, std::string_view name);
+    void Set(KeyId key, std::string_view name, uint32_t type, std::string_view data);
+    bool DeleteValue(KeyId key, std::string_view name);
+    std::vector<RegValue> Values(KeyId key); // by name
+
+  private:
+    struct Statements;
+    std::optional<KeyId> FindChild(KeyId parent, std::string_view name);
+
+    Store &store_;
+    std::unique_ptr<Statements> sql_;
+};
+
+} // namespace host
+
+#endif // AGENT_HOST_REGISTRY_TREE_H

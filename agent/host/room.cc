@@ -1,0 +1,70 @@
+#include "agent/host/room.h"
+
+#include <algorithm>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include "agent/host/waitable.h"
+
+namespace host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Twice of what SQLite lets a journal grow to before it writes it into the store, 1,000 pages.
+constexpr int64_t kLargestReserve = int64_t{8} * 1024 * 1024;
+// Less than this is no help.
+constexpr int64_t kSmallestReserve = int64_t{256} * 1024;
+
+} // namespace
+
+int64_t FreeSpace(const fs::path &file)
+{
+    struct statvfs disk {};
+    if (statvfs(file.parent_path().c_str(), &disk) != 0)
+        return 0;
+    return static_cast<int64_t>(disk.f_bavail * disk.f_frsize);
+}
+
+int64_t SizeOfDisk(const fs::path &file)
+{
+    struct statvfs disk {};
+    if (statvfs(file.parent_path().c_str(), &disk) != 0)
+        return 0;
+    return static_cast<int64_t>(disk.f_blocks * disk.f_frsize);
+}
+
+int64_t SizeOf(const fs::path &file)
+{
+    struct stat status {};
+    return stat(file.c_str(), &status) == 0 ? int64_t{status.st_size} : 0;
+}
+
+int64_t RoomOfAPass(int64_t free, int64_t reserve, int64_t journal)
+{
+    const int64_t with_its_copy = (free + reserve - journal) / 2;
+    return std::clamp<int64_t>(std::min(free / 4, with_its_copy), 0, kMostOfAPass);
+}
+
+Reserve::Reserve(const fs::path &store) : path_(store.parent_path() / "reserve") {}
+
+void Reserve::Keep()
+{
+    const int64_t size = Size();
+    const int64_t wanted = std::min((FreeSpace(path_) + size) / 4, kLargestReserve);
+    if (wanted < kSmallestReserve || wanted < 2 * size)
+        return;
+    const Fd fd(open(path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (fd.get() >= 0 && posix_fallocate(fd.get(), 0, wanted) != 0)
+        LetGo();
+}
+
+bool Reserve::LetGo()
+{
+    return unlink(path_.c_str()) == 0;
+}
+
+} // namespace host

@@ -1,0 +1,157 @@
+#include "agent/host/schema.h"
+
+#include <cstdio>
+#include <sys/random.h>
+
+#include "agent/host/error.h"
+#include "agent/host/store_file.h"
+
+namespace host {
+
+namespace {
+
+// What takes the tables from version i to i + 1. A step that was released is never changed again.
+constexpr const char *kSteps[] = {
+    // 1: names are compared without case (of ASCII letters); keys come in the order of their
+    // numbers.
+    "CREATE TABLE store (uuid TEXT NOT NULL);"
+    "CREATE TABLE reg_key ("
+    "  id INTEGER PRIMARY KEY AUTOINCREMENT," // never used again, so a stale handle meets nothing
+    "  parent INTEGER NOT NULL,"
+    "  name TEXT NOT NULL COLLATE NOCASE,"
+    "  UNIQUE (parent, name));"
+    // The root, so that values can stand in it. It is nobody's child.
+    "INSERT INTO reg_key (id, parent, name) VALUES (0, -1, '');"
+    "CREATE TABLE reg_value ("
+    "  key INTEGER NOT NULL REFERENCES reg_key (id) ON DELETE CASCADE,"
+    "  name TEXT NOT NULL COLLATE NOCASE,"
+    "  type INTEGER NOT NULL,"
+    "  data BLOB NOT NULL,"
+    "  PRIMARY KEY (key, name));"
+    "CREATE TABLE alert ("
+    "  id INTEGER PRIMARY KEY AUTOINCREMENT,"
+    "  time_ms INTEGER NOT NULL," // since 1970, UTC
+    "  host TEXT NOT NULL,"
+    "  log_name TEXT NOT NULL,"
+    "  source TEXT NOT NULL,"
+    "  event_id INTEGER NOT NULL,"
+    "  count INTEGER NOT NULL," // hits that made this report
+    "  message TEXT NOT NULL);"
+    // The monitoring table as it was when the last pass ended, in table order.
+    "CREATE TABLE hit_counter ("
+    "  position INTEGER PRIMARY KEY,"
+    "  source TEXT NOT NULL,"
+    "  event_id INTEGER NOT NULL,"
+    "  report_count INTEGER NOT NULL,"
+    "  current_count INTEGER NOT NULL);",
+    // 2: how far each sink has come. A sink is the registry key that configures it, so its rows go
+    // with the key, and a new sink of the same name starts anew.
+    "CREATE TABLE delivery ("
+    "  sink INTEGER NOT NULL REFERENCES reg_key (id) ON DELETE CASCADE,"
+    "  peer TEXT NOT NULL,"            // empty: the sink as a whole
+    "  last_id INTEGER NOT NULL,"      // alerts up to this one are done with
+    "  delivered INTEGER NOT NULL,"    // how many of them the receiver has taken
+    "  dropped INTEGER NOT NULL,"      // how many were given up
+    "  delivered_ms INTEGER NOT NULL," // when the receiver took the newest, since 1970, 0: never
+    "  last_error TEXT NOT NULL,"      // empty: the last try did it
+    "  error_ms INTEGER NOT NULL,"     // when that was, since 1970, 0: never
+    "  PRIMARY KEY (sink, peer)) WITHOUT ROWID;",
+    // 3: the alerts that a receiver does not take although it takes others. They go with their sink,
+    // and with their alert.
+    "CREATE TABLE undelivered ("
+    "  sink INTEGER NOT NULL REFERENCES reg_key (id) ON DELETE CASCADE,"
+    "  peer TEXT NOT NULL," // as in delivery
+    "  alert INTEGER NOT NULL REFERENCES alert (id) ON DELETE CASCADE,"
+    "  since_ms INTEGER NOT NULL," // when it was put aside, since 1970, UTC
+    "  reason TEXT NOT NULL,"      // what the receiver said
+    "  again INTEGER NOT NULL,"    // 1: somebody wants it to be sent again
+    "  PRIMARY KEY (sink, peer, alert)) WITHOUT ROWID;"
+    "CREATE INDEX undelivered_alert ON undelivered (alert);",
+    // 4: an alert can stand for many reports; keys of alerts differ even between copies of a store.
+    "ALTER TABLE alert ADD COLUMN reports INTEGER NOT NULL DEFAULT 1;"
+    "ALTER TABLE alert ADD COLUMN last_time_ms INTEGER NOT NULL DEFAULT 0;" // 0: of a single report
+    "ALTER TABLE alert ADD COLUMN last_message TEXT NOT NULL DEFAULT '';"
+    // The alerts from this one on, up to the next row's, have this in their keys. Those of the
+    // versions before had the store's own.
+    "CREATE TABLE key_series (first_alert INTEGER PRIMARY KEY, uuid TEXT NOT NULL);"
+    "INSERT INTO key_series (first_alert, uuid) SELECT 0, uuid FROM store;",
+};
+constexpr int kVersion = static_cast<int>(std::size(kSteps));
+
+// Marks the file as ours ("SYSL"), for file(1) and for anyone who finds it.
+constexpr char kSetApplicationId[] = "PRAGMA application_id = 1398362956";
+
+} // namespace
+
+std::string NewUuid(const std::filesystem::path &store)
+{
+    unsigned char bytes[16] = {};
+    if (getrandom(bytes, sizeof bytes, 0) != static_cast<ssize_t>(sizeof bytes))
+        throw StoreError("cannot create " + store.string(), "the kernel has no random numbers",
+                         "try again later");
+    bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0FU) | 0x40U); // version 4: random
+    bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3FU) | 0x80U);
+    std::string text;
+    for (size_t i = 0; i < sizeof bytes; ++i) {
+        char hex[4];
+        snprintf(hex, sizeof hex, "%02x", bytes[i]);
+        text += hex;
+        if (i == 3 || i == 5 || i == 7 || i == 9)
+            text += '-';
+    }
+    return text;
+}
+
+namespace {
+
+int ReadVersion(Database &database)
+{
+    Statement version(database, "PRAGMA user_version");
+    version.Start();
+    version.Next();
+    return static_cast<int>(version.Integer(0));
+}
+
+void RunSteps(Database &database, int from)
+{
+    for (int step = from; step < kVersion; ++step)
+        database.Execute(kSteps[step]);
+    database.Execute(("PRAGMA user_version = " + std::to_string(kVersion)).c_str());
+}
+
+} // namespace
+
+void CreateSchema(Database &database)
+{
+    database.Execute(kSetApplicationId);
+    database.Execute("BEGIN IMMEDIATE");
+    RunSteps(database, 0);
+    Statement(database, "INSERT INTO store (uuid) VALUES (?)").Run(NewUuid(database.path()));
+    database.Execute("COMMIT");
+}
+
+void UpdateSchema(Database &database)
+{
+    const int version = ReadVersion(database);
+    if (version == kVersion)
+        return;
+    if (version > kVersion)
+        throw StoreError("cannot use " + database.path().string(),
+                         "it was written by a newer version of this program",
+                         "install that version again");
+    if (version == 0)
+        throw StoreError("cannot use " + database.path().string(), "it is not a store of the agent",
+                         kReplaceStore);
+    database.Execute("BEGIN IMMEDIATE");
+    RunSteps(database, version);
+    database.Execute("COMMIT");
+}
+
+std::string ReadUuid(Database &database)
+{
+    Statement read(database, "SELECT uuid FROM store");
+    read.Start();
+    return read.Next() ? read.Text(0) : std::string{};
+}
+
+} // namespace host

@@ -1,0 +1,34 @@
+// The tables of the store, and their versions.
+//
+//   version  tables
+//   1        store (its identity), reg_key, reg_value, alert, hit_counter
+//   2        delivery
+//   3        undelivered
+//   4        key_series; alert: reports, last_time_ms, last_message
+//
+// The version is SQLite's user_version. A store of a newer version is refused: an older program
+// would write what the newer one does not understand.
+#ifndef AGENT_HOST_SCHEMA_H
+#define AGENT_HOST_SCHEMA_H
+
+#include <string>
+
+#include "agent/host/database.h"
+
+namespace host {
+
+// Fills an empty database. Throws StoreError.
+void CreateSchema(Database &database);
+
+// Brings the tables of an older version up to date. Throws StoreError.
+void UpdateSchema(Database &database);
+
+// A new identity, as random as 122 bits can be. The path is named when there is none.
+std::string NewUuid(const std::filesystem::path &store);
+
+// The identity that CreateSchema gave to the store.
+std::string ReadUuid(Database &database);
+
+} // namespace host
+
+#endif // AGENT_HOST_SCHEMA_H

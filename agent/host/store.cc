@@ -1,0 +1,354 @@
+#include "agent/host/store.h"
+
+#include <atomic>
+#include <system_error>
+
+#include "agent/host/error.h"
+#include "agent/host/schema.h"
+
+namespace host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// A pass over gigabytes of log can hold the write lock for minutes; a command waits for it.
+constexpr int kPatienceMs = 10 * 60 * 1000;
+// How long the emptying of the journal waits for those who read it. There is a next time.
+constexpr int kEmptyingMs = 1000;
+// A journal of a pass that is longer than this is emptied at once. Shorter ones SQLite uses again.
+constexpr int64_t kUsualJournal = int64_t{4} * 1024 * 1024;
+
+// Numbers passes, of all stores of this process.
+std::atomic<int64_t> newest_pass = 0;
+
+bool IsFull(const std::exception &error)
+{
+    return dynamic_cast<const DiskFullError *>(&error) != nullptr;
+}
+
+void Configure(Database &database)
+{
+    database.SetPatience(kPatienceMs, nullptr);
+    database.Execute("PRAGMA synchronous = FULL");
+    database.Execute("PRAGMA foreign_keys = ON");
+    // What a large change needed of the journal is given back afterwards.
+    database.Execute(("PRAGMA journal_size_limit = " + std::to_string(kUsualJournal)).c_str());
+}
+
+} // namespace
+
+Store::Store(const fs::path &path, StoreUse use) : reserve_(path), pass_(++newest_pass)
+{
+    try {
+        const CreationLock lock(path);
+        MakeStore(path);
+        if (use == StoreUse::kDaemon)
+            owner_.emplace(path);
+        identity_ = IdentityOf(path);
+        database_ = std::make_unique<Database>(path, Database::Mode::kReadWrite);
+        CheckIdentity();
+        Configure(*database_);
+        UpdateSchema(*database_);
+        MarkStore(path);
+    } catch (const fs::filesystem_error &error) {
+        throw StoreError("cannot open " + path.string(), error.code().message(),
+                         "make the file and its folder readable and writable, or run as root");
+    }
+    data_version_ = std::make_unique<Statement>(*database_, "PRAGMA data_version");
+    uuid_ = ReadUuid(*database_);
+    series_ = NewUuid(path);
+}
+
+Store::~Store()
+{
+    RollBack();
+}
+
+void Store::CheckIntegrity()
+{
+    const std::lock_guard lock(mutex_);
+    Statement check(*database_, "PRAGMA quick_check(1)");
+    check.Start();
+    if (!check.Next() || check.Text(0) != "ok")
+        throw StoreError("cannot use " + database_->path().string(),
+                         "it is damaged (" + check.Text(0) + ")", kReplaceStore);
+}
+
+void Store::CheckIdentity() const
+{
+    const fs::path &path = database_->path();
+    if (IdentityOf(path) != identity_)
+        throw StoreError("cannot use " + path.string(),
+                         "it was replaced by another file while it was in use",
+                         "start the program again");
+}
+
+bool Store::IsInPlace()
+{
+    const std::lock_guard lock(mutex_);
+    return MayBe(database_->path(), identity_);
+}
+
+void Store::StartPasses()
+{
+    const std::lock_guard lock(mutex_);
+    in_passes_ = true;
+}
+
+void Store::KeepReserve()
+{
+    const std::lock_guard lock(mutex_);
+    keeps_reserve_ = true;
+    reserve_.Keep();
+}
+
+fs::path Store::Journal() const
+{
+    return database_->path().string() + "-wal";
+}
+
+bool Store::TakeRoom(int64_t bytes)
+{
+    const std::lock_guard lock(mutex_);
+    if (!in_passes_)
+        return true;
+    if (!pass_room_)
+        pass_room_ = RoomOfAPass(FreeSpace(database_->path()), reserve_.Size(), SizeOf(Journal()));
+    if (*pass_room_ < bytes)
+        return false;
+    *pass_room_ -= bytes;
+    return true;
+}
+
+int64_t Store::PassNumber()
+{
+    const std::lock_guard lock(mutex_);
+    return pass_;
+}
+
+void Store::Begin()
+{
+    journal_before_ = in_passes_ ? SizeOf(Journal()) : 0;
+    database_->Execute("BEGIN IMMEDIATE");
+    ++transaction_;
+    is_open_ = true;
+}
+
+void Store::Commit()
+{
+    try {
+        CheckStillOpen();
+        CheckIdentity();
+        database_->Execute("COMMIT");
+        is_open_ = false;
+    } catch (...) {
+        RollBack();
+        throw;
+    }
+}
+
+// SQLite ends a transaction by itself after some failures. What would follow is then no longer the
+// rest of it, and must not be stored alone.
+void Store::CheckStillOpen() const
+{
+    if (is_open_ && !database_->InTransaction())
+        throw StoreError("cannot store a change in " + database_->path().string(),
+                         "an earlier part of it failed", "see the messages before this one");
+}
+
+void Store::RollBack() noexcept
+{
+    try {
+        if (database_ && database_->InTransaction())
+            database_->Execute("ROLLBACK");
+    } catch (const StoreError &) {
+        // SQLite has already rolled back by itself.
+    }
+    if (is_open_)
+        rolled_back_.insert(transaction_);
+    is_open_ = false;
+    ++own_changes_; // what was seen in the transaction is gone
+}
+
+void Store::CommitPass()
+{
+    const std::lock_guard lock(mutex_);
+    if (!pass_failure_.empty()) {
+        const StoreError failure(pass_failure_);
+        AbandonPass();
+        throw failure;
+    }
+    const bool has_written = is_open_;
+    try {
+        if (is_open_)
+            Commit();
+        else
+            CheckIdentity();
+    } catch (const StoreError &error) {
+        EndPass();
+        GiveSpaceBack(IsFull(error));
+        throw;
+    }
+    EndPass();
+    if (has_written)
+        TidyUp();
+}
+
+void Store::AbandonPass()
+{
+    const std::lock_guard lock(mutex_);
+    const bool has_written = is_open_;
+    RollBack();
+    pass_failure_.clear();
+    EndPass();
+    if (has_written)
+        GiveSpaceBack(false);
+}
+
+void Store::EndPass()
+{
+    pass_ = ++newest_pass;
+    pass_room_.reset();
+}
+
+// Behind a pass that was stored.
+void Store::TidyUp()
+{
+    if (SizeOf(Journal()) > kUsualJournal)
+        EmptyJournal();
+    if (keeps_reserve_)
+        reserve_.Keep();
+}
+
+// Behind a pass that was rolled back. What it wrote is in the journal, and of no use; but only a
+// journal that was written into the store can be cut. On a full disk, the reserve is the room for it.
+void Store::GiveSpaceBack(bool disk_is_full) noexcept
+{
+    if (!in_passes_)
+        return;
+    if (disk_is_full && keeps_reserve_)
+        reserve_.LetGo();
+    if (disk_is_full || SizeOf(Journal()) > journal_before_)
+        EmptyJournal();
+}
+
+void Store::EmptyJournal() noexcept
+{
+    try {
+        database_->EmptyJournal(kEmptyingMs);
+    } catch (const StoreError &) {
+        // Somebody reads it, or the disk is full all the same. The next pass tries again.
+    }
+}
+
+// The pass has failed: nothing more of it is stored.
+void Store::BreakPass(const std::exception &error)
+{
+    RollBack();
+    if (!in_passes_ || !pass_failure_.empty())
+        return;
+    pass_failure_ = error.what();
+    GiveSpaceBack(IsFull(error));
+}
+
+void Store::Write(const std::function<void(Database &)> &action)
+{
+    const std::lock_guard lock(mutex_);
+    ++own_changes_;
+    if (is_open_ && !in_passes_) {
+        CheckStillOpen();
+        action(*database_); // part of a Transaction, which ends it
+        return;
+    }
+    if (!pass_failure_.empty())
+        throw StoreError(pass_failure_);
+    try {
+        if (!is_open_)
+            Begin();
+        CheckStillOpen();
+        action(*database_);
+        if (!in_passes_)
+            Commit();
+    } catch (const std::exception &error) {
+        BreakPass(error);
+        throw;
+    }
+}
+
+int64_t Store::ChangeCount()
+{
+    return Read([&](Database &) {
+        data_version_->Start();
+        data_version_->Next();
+        const int64_t others = data_version_->Integer(0);
+        data_version_->Reset();
+        return (others << 32) + own_changes_;
+    });
+}
+
+int64_t Store::CurrentTransaction()
+{
+    const std::lock_guard lock(mutex_);
+    return is_open_ ? transaction_ : 0;
+}
+
+bool Store::WasRolledBack(int64_t transaction)
+{
+    const std::lock_guard lock(mutex_);
+    return transaction != 0 && rolled_back_.contains(transaction);
+}
+
+void Store::OnLongWait(std::function<void()> tell)
+{
+    Patience patience;
+    patience.began = std::move(tell);
+    SetWait(std::move(patience));
+}
+
+void Store::SetWait(Patience patience)
+{
+    const std::lock_guard lock(mutex_);
+    patience.milliseconds = kPatienceMs;
+    database_->SetPatience(std::move(patience));
+}
+
+Transaction::Transaction(Store &store) : store_(store), lock_(store.mutex())
+{
+    store_.Begin();
+    open_ = true;
+}
+
+Transaction::~Transaction()
+{
+    if (open_)
+        store_.RollBack();
+}
+
+void Transaction::Commit()
+{
+    open_ = false;
+    store_.Commit();
+    ++store_.own_changes_;
+}
+
+Snapshot::Snapshot(Store &store) : store_(store), lock_(store.mutex())
+{
+    if (store_.database().InTransaction())
+        return;
+    store_.database().Execute("BEGIN");
+    open_ = true;
+}
+
+Snapshot::~Snapshot()
+{
+    if (!open_)
+        return;
+    try {
+        store_.database().Execute("COMMIT"); // of reads alone: gives up the state that was seen
+    } catch (const StoreError &) {
+        store_.RollBack();
+    }
+}
+
+} // namespace host

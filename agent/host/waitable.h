@@ -1,0 +1,118 @@
+// What can be waited for: events and mutexes, named (shared by processes) or not.
+//
+// A named object is a file in the run-time folder, so it is the kernel that shares it, and that
+// cleans up behind a process that dies:
+//
+//   NAME.event   a FIFO. The event is signalled while the FIFO holds a byte. Every process that has
+//                the event open keeps the FIFO open for reading and writing, so a signal lasts as
+//                long as any of them lives. Taking an auto-reset event reads all bytes: ten signals
+//                are one wake-up.
+//   NAME.mutex   an open-file-description lock on its first byte. It ends with its holder.
+//
+// Unnamed events are eventfds. There is no shared memory that a killed process could leave broken.
+#ifndef AGENT_HOST_WAITABLE_H
+#define AGENT_HOST_WAITABLE_H
+
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace host {
+
+// A file descriptor that closes itself.
+class Fd {
+  public:
+    explicit Fd(int fd = -1) : fd_(fd) {}
+    ~Fd();
+    Fd(Fd &&other) noexcept : fd_(other.Release()) {}
+    Fd &operator=(Fd &&other) noexcept;
+    Fd(const Fd &) = delete;
+    Fd &operator=(const Fd &) = delete;
+    [[nodiscard]] int get() const { return fd_; }
+    int Release()
+    {
+        const int fd = fd_;
+        fd_ = -1;
+        return fd;
+    }
+
+  private:
+    int fd_;
+};
+
+class Waitable {
+  public:
+    explicit Waitable(std::string name) : name_(std::move(name)) {}
+    virtual ~Waitable() = default;
+    Waitable(const Waitable &) = delete;
+    Waitable &operator=(const Waitable &) = delete;
+
+    // Is it signalled, respectively free for this thread, at this moment?
+    virtual bool IsReady() = 0;
+    // Takes it if it is: resets an auto-reset event, acquires a mutex.
+    virtual bool TryTake() = 0;
+    // Gives it back after a TryTake that turned out not to be wanted.
+    virtual void PutBack() = 0;
+    // A descriptor that poll reports readable when it may be ready, or -1: ask again after a while.
+    [[nodiscard]] virtual int PollFd() const = 0;
+
+    [[nodiscard]] const std::string &name() const { return name_; } // empty: unnamed
+
+  private:
+    std::string name_;
+};
+
+class WakeEvent : public Waitable {
+  public:
+    // Creates or opens the event. Throws Error.
+    static std::shared_ptr<WakeEvent> Create(const std::filesystem::path &folder,
+                                             const std::string &name, bool manual_reset,
+                                             bool initial_state);
+
+    WakeEvent(std::string name, Fd fd, bool manual_reset);
+    void Set();
+
+    bool IsReady() override;
+    bool TryTake() override;
+    void PutBack() override { Set(); }
+    [[nodiscard]] int PollFd() const override { return fd_.get(); }
+
+  private:
+    bool Drain();
+
+    Fd fd_;
+    bool manual_reset_;
+};
+
+// Owned by a thread, as often as it has taken it.
+class Mutex : public Waitable {
+  public:
+    // Opens the mutex. Handles of one process that name the same mutex share one object. Throws
+    // Error.
+    static std::shared_ptr<Mutex> Create(const std::filesystem::path &folder,
+                                         const std::string &name, bool initial_owner);
+
+    Mutex(std::string name, Fd fd);
+    // False when the calling thread does not own it.
+    bool Release();
+
+    bool IsReady() override;
+    bool TryTake() override;
+    void PutBack() override { Release(); }
+    [[nodiscard]] int PollFd() const override { return -1; }
+
+  private:
+    bool Lock();
+    void Unlock();
+
+    std::mutex state_; // guards what follows
+    Fd fd_;            // none: an unnamed mutex, shared by the threads of this process only
+    std::thread::id owner_;
+    int depth_ = 0;
+};
+
+} // namespace host
+
+#endif // AGENT_HOST_WAITABLE_H

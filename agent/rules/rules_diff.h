@@ -1,0 +1,74 @@
+// What a rules file would change in the registered events.
+#ifndef AGENT_RULES_RULES_DIFF_H
+#define AGENT_RULES_RULES_DIFF_H
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "agent/events/events.h"
+#include "agent/rules/rules_file.h"
+#include "platform/monitor_entry.h"
+
+namespace rules {
+
+struct EventChange {
+    enum class Kind { kAdd, kChange, kRemove };
+
+    Kind kind = Kind::kAdd;
+    events::EventRecord before; // not for kAdd
+    events::EventRecord after;  // not for kRemove
+    std::string problem;        // why the monitor cannot load what is registered; empty: it can
+};
+
+struct RulesDifference {
+    std::vector<EventChange> changes; // in the order of the file, then those that are removed
+    std::vector<events::EventRecord> unchanged;
+    std::vector<events::EventKey> staying; // registered, not in the file, and not removed
+    std::vector<std::string> warnings;
+    std::vector<text::Issue> issues; // why the file cannot be applied to this registry
+};
+
+// Compares a file with what is registered. With `prune`, events that are not in the file are
+// removed. Sources that are not the monitor's are left alone.
+RulesDifference CompareRules(const std::vector<events::StoredSource> &registered,
+                             const std::vector<Rule> &rules, bool prune);
+
+// A keyword as the monitor gets it: in the character set of the log, and not cut.
+using ToLogCharset = std::function<std::string(const std::string &)>;
+
+// Adds what the log's character set makes of the keywords: a keyword that is cut is an issue where
+// the event is new or changed, and a warning where it is not; a character that the set does not
+// have is a warning. `from_log` is the way back.
+void CheckLogCharset(const std::vector<Rule> &rules, const std::string &charset,
+                     const ToLogCharset &to_log, const ToLogCharset &from_log,
+                     RulesDifference *difference);
+
+// Adds what a fault-tolerant server cannot do with the keywords as regular expressions: an issue
+// where the event is new or changed, a warning where it is not, or where `forced`.
+void CheckExpressions(const std::vector<Rule> &rules, bool forced, RulesDifference *difference);
+
+// A line of the difference: '+', '-' or ' ', and the text behind it.
+struct DifferenceLine {
+    char mark = ' ';
+    std::string text;
+
+    bool operator==(const DifferenceLine &) const = default;
+};
+
+// The changes, event by event and value by value.
+std::vector<DifferenceLine> FormatDifference(const RulesDifference &difference);
+
+// "DISK 1A2B"
+std::string FormatEventKey(const events::EventKey &key);
+
+// Writes the changes into the registry: inside of a transaction.
+void WriteDifference(const RulesDifference &difference, events::EventRegistry *events);
+
+// The registered events that a rules file can hold; `left_out` gets the others, and why.
+std::vector<events::EventRecord> EventsForFile(const std::vector<events::StoredSource> &registered,
+                                               std::vector<std::string> *left_out);
+
+} // namespace rules
+
+#endif // AGENT_RULES_RULES_DIFF_H

@@ -1,0 +1,508 @@
+#include "agent/rules/rules_file.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <map>
+#include <optional>
+
+#include "agent/host/error.h"
+#include "agent/rules/yaml_tree.h"
+#include "agent/text/base64.h"
+#include "agent/text/suggestion.h"
+#include "agent/text/utf8.h"
+
+namespace rules {
+
+namespace {
+
+using Kind = YamlNode::Kind;
+
+constexpr char kSource[] = "source";
+constexpr char kId[] = "id";
+constexpr char kKeywords[] = "keywords";
+constexpr char kReportCount[] = "report_count";
+constexpr char kHours[] = "hours";
+constexpr char kVersion[] = "version";
+constexpr char kEvents[] = "events";
+
+constexpr char kFormVersion[] = "1"; // of the rules file
+
+using Names = std::vector<std::string>;
+const Names kEventKeys = {kSource, kId, kKeywords, kReportCount, kHours};
+const Names kFileKeys = {kVersion, kEvents};
+
+std::string Listed(const Names &names)
+{
+    std::string text;
+    for (const std::string &name : names)
+        text += (text.empty() ? "" : ", ") + name;
+    return text;
+}
+
+// What is there instead of what should be.
+const char *KindText(Kind kind)
+{
+    switch (kind) {
+    case Kind::kText:
+        return "it is a text";
+    case Kind::kList:
+        return "it is a list";
+    case Kind::kMap:
+        return "it is a mapping (name: value)";
+    default:
+        return "it has no value";
+    }
+}
+
+std::string Trimmed(const std::string &text)
+{
+    const size_t begin = text.find_first_not_of(" \t");
+    if (begin == std::string::npos)
+        return "";
+    return text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
+}
+
+// Without the blanks around commas and dashes: "8 - 18, 22" becomes "8-18,22".
+std::string WithoutBlanks(const std::string &hours)
+{
+    std::string result;
+    std::string item;
+    for (const char c : hours) {
+        if (c == ',' || c == '-') {
+            result += Trimmed(item) + c;
+            item.clear();
+        } else {
+            item += c;
+        }
+    }
+    return result + Trimmed(item);
+}
+
+// ---- reading ----
+
+class RulesReader {
+  public:
+    RulesReader(text::IssueList *issues, std::vector<Rule> *rules) : issues_(issues), rules_(rules)
+    {
+    }
+
+    void ReadFile(const YamlNode &file);
+
+  private:
+    // The values of a mapping, by name. A name that is not known, or that stands twice, is an
+    // issue.
+    using Values = std::map<std::string, const YamlNode *>;
+    Values ReadMap(const YamlNode &map, const Names &known, const std::string &where);
+
+    void ReadVersion(const YamlNode &version);
+    void ReadEvents(const YamlNode &events);
+    void ReadEvent(const YamlNode &node);
+
+    // Each returns false, and notes why, when the value cannot be used.
+    bool ReadKey(const YamlNode &event, const Values &values, events::EventKey *key);
+    bool ReadKeywords(const YamlNode &event, const Values &values, Rule *rule);
+    bool ReadKeyword(const YamlNode &node, size_t index, Rule *rule);
+    bool ReadReportCount(const Values &values, events::EventRecord *event);
+    bool ReadHours(const Values &values, events::EventRecord *event);
+    std::optional<std::string> HoursText(const YamlNode &node);
+
+    // The text of a node, or an issue.
+    const std::string *TextOf(const YamlNode &node, const std::string &what,
+                              const std::string &next_step);
+    bool Check(const events::EventRecord &event, size_t offset);
+    void CheckForTwins(const Rule &rule, size_t offset);
+
+    text::IssueList *issues_;
+    std::vector<Rule> *rules_;
+    std::map<std::pair<std::string, uint32_t>, size_t> line_of_event_;
+    std::map<std::string, std::pair<std::string, size_t>> spelling_of_source_;
+};
+
+void RulesReader::ReadFile(const YamlNode &file)
+{
+    const std::string form = "begin with \"events:\" and list the events below it";
+    if (file.kind == Kind::kNothing) {
+        issues_->Add(0, "cannot use the file", "it is empty",
+                     form + ", or write \"events: []\" for none");
+        return;
+    }
+    if (file.kind != Kind::kMap) {
+        if (file.kind != Kind::kFaulty)
+            issues_->Add(file.offset, "cannot use the file", KindText(file.kind), form);
+        return;
+    }
+    const Values values = ReadMap(file, kFileKeys, "a rules file");
+    if (values.contains(kVersion))
+        ReadVersion(*values.at(kVersion));
+    if (values.contains(kEvents))
+        ReadEvents(*values.at(kEvents));
+    else
+        issues_->Add(file.offset, "cannot use the file", "it has no \"events:\"",
+                     form + ", or write \"events: []\" for none");
+}
+
+RulesReader::Values RulesReader::ReadMap(const YamlNode &map, const Names &known,
+                                         const std::string &where)
+{
+    Values values;
+    for (size_t i = 0; i + 1 < map.children.size(); i += 2) {
+        const YamlNode &key = map.children[i];
+        if (key.kind == Kind::kFaulty)
+            continue;
+        if (std::find(known.begin(), known.end(), key.text) == known.end()) {
+            issues_->Add(key.offset, "cannot use the key " + text::Shown(key.text),
+                         where + " has none of that name",
+                         text::Suggestion(key.text, known) + "use " + Listed(known));
+        } else if (!values.emplace(key.text, &map.children[i + 1]).second) {
+            issues_->Add(key.offset, "cannot use the key " + text::Shown(key.text),
+                         "it stands twice in one mapping", "write it once");
+        }
+    }
+    return values;
+}
+
+const std::string *RulesReader::TextOf(const YamlNode &node, const std::string &what,
+                                       const std::string &next_step)
+{
+    if (node.kind == Kind::kText)
+        return &node.text;
+    if (node.kind != Kind::kFaulty)
+        issues_->Add(node.offset, "cannot use " + what, KindText(node.kind), next_step);
+    return nullptr;
+}
+
+void RulesReader::ReadVersion(const YamlNode &version)
+{
+    const std::string next_step =
+        std::string("write \"version: ") + kFormVersion + "\", or leave it out";
+    const std::string *text = TextOf(version, "the version", next_step);
+    if (text != nullptr && *text != kFormVersion)
+        issues_->Add(version.offset, "cannot use the version " + text::Shown(*text),
+                     "this program does not know it", next_step);
+}
+
+void RulesReader::ReadEvents(const YamlNode &events)
+{
+    if (events.kind == Kind::kFaulty)
+        return;
+    if (events.kind != Kind::kList) {
+        issues_->Add(events.offset, "cannot use \"events\"", KindText(events.kind),
+                     "begin each event with \"- source: NAME\", or write \"events: []\" for none");
+        return;
+    }
+    for (const YamlNode &event : events.children)
+        ReadEvent(event);
+}
+
+void RulesReader::ReadEvent(const YamlNode &node)
+{
+    if (node.kind == Kind::kFaulty)
+        return;
+    if (node.kind != Kind::kMap) {
+        issues_->Add(node.offset, "cannot use an event", KindText(node.kind),
+                     "write source, id and keywords, each as \"name: value\"");
+        return;
+    }
+    const Values values = ReadMap(node, kEventKeys, "an event");
+    Rule rule;
+    rule.at = issues_->At(node.offset);
+    // All of them are read, so that all their issues are found.
+    const bool has_key = ReadKey(node, values, &rule.event.key);
+    const bool has_keywords = ReadKeywords(node, values, &rule);
+    const bool has_count = ReadReportCount(values, &rule.event);
+    const bool has_hours = ReadHours(values, &rule.event);
+    if (has_key)
+        CheckForTwins(rule, node.offset);
+    if (has_key && has_keywords && has_count && has_hours)
+        rules_->push_back(std::move(rule));
+}
+
+bool RulesReader::Check(const events::EventRecord &event, size_t offset)
+{
+    try {
+        events::CheckEvent(event);
+    } catch (const host::Error &error) {
+        issues_->Add(offset, error.what());
+        return false;
+    }
+    return true;
+}
+
+bool RulesReader::ReadKey(const YamlNode &event, const Values &values, events::EventKey *key)
+{
+    bool good = true;
+    for (const char *name : {kSource, kId}) {
+        if (!values.contains(name)) {
+            issues_->Add(event.offset, "cannot use an event",
+                         std::string("it has no \"") + name + ":\"",
+                         "write its source, its id and its keywords");
+            good = false;
+        }
+    }
+    if (values.contains(kSource)) {
+        const YamlNode &node = *values.at(kSource);
+        const std::string *text =
+            TextOf(node, "the source of an event", "write the name of the source, in quotes");
+        // The rules for names are those of every event; the rest of this one is harmless.
+        if (text != nullptr && Check({{*text, 0}, {"any", "", ""}}, node.offset))
+            key->source = *text;
+        good = good && !key->source.empty();
+    }
+    if (values.contains(kId)) {
+        const YamlNode &node = *values.at(kId);
+        const std::string *text =
+            TextOf(node, "the ID of an event", "write one to eight hexadecimal digits");
+        try {
+            key->id = text != nullptr ? events::ParseEventId(*text) : 0;
+            good = text != nullptr && good;
+        } catch (const host::Error &error) {
+            issues_->Add(node.offset, error.what());
+            good = false;
+        }
+    }
+    return good;
+}
+
+void RulesReader::CheckForTwins(const Rule &rule, size_t offset)
+{
+    const events::EventKey &key = rule.event.key;
+    const auto comparable = ComparableKey(key);
+    const auto [twin, is_first] = line_of_event_.emplace(comparable, rule.at.line);
+    if (!is_first) {
+        issues_->Add(offset,
+                     "cannot use event " + text::Shown(key.source) + " " +
+                         events::FormatEventId(key.id),
+                     "it stands already in line " + std::to_string(twin->second),
+                     "write each pair of source and ID once");
+        return;
+    }
+    const auto [source, is_new] =
+        spelling_of_source_.emplace(comparable.first, std::pair{key.source, rule.at.line});
+    const auto &[spelling, line] = source->second;
+    if (!is_new && spelling != key.source)
+        issues_->Add(offset, "cannot use the source " + text::Shown(key.source),
+                     "line " + std::to_string(line) + " writes it " + text::Shown(spelling) +
+                         ", and the registry does not tell small letters from capitals",
+                     "write it the same way everywhere");
+}
+
+bool RulesReader::ReadKeywords(const YamlNode &event, const Values &values, Rule *rule)
+{
+    const std::string next_step = "write one to three texts that a line must contain, such as "
+                                  "[\"kernel:\", \"I/O error\"]";
+    if (!values.contains(kKeywords)) {
+        issues_->Add(event.offset, "cannot use an event", "it has no \"keywords:\"", next_step);
+        return false;
+    }
+    const YamlNode &node = *values.at(kKeywords);
+    if (node.kind != Kind::kText && node.kind != Kind::kList) {
+        TextOf(node, "the keywords of an event", next_step);
+        return false;
+    }
+    // A single text stands for a list of one.
+    const YamlNode *first = node.kind == Kind::kText ? &node : node.children.data();
+    const size_t count = node.kind == Kind::kText ? 1 : node.children.size();
+    if (count > rule->event.keywords.size()) {
+        issues_->Add(first[rule->event.keywords.size()].offset,
+                     "cannot use the keywords of an event",
+                     "there are " + std::to_string(count) + " of them", "give at most three");
+        return false;
+    }
+    bool good = true;
+    for (size_t k = 0; k < count; ++k)
+        good = ReadKeyword(first[k], k, rule) && good;
+    const bool all_empty = std::all_of(rule->event.keywords.begin(), rule->event.keywords.end(),
+                                       [](const std::string &keyword) { return keyword.empty(); });
+    if (good && all_empty)
+        issues_->Add(node.offset, "cannot use the keywords of an event",
+                     count == 0 ? "there are none" : "they are all empty", next_step);
+    return good && !all_empty;
+}
+
+bool RulesReader::ReadKeyword(const YamlNode &node, size_t index, Rule *rule)
+{
+    const std::string *text =
+        TextOf(node, "a keyword", "write a text; one with \": \" or \" #\" in it needs quotes");
+    rule->keywords_at[index] = issues_->At(node.offset);
+    if (text == nullptr)
+        return false;
+    rule->event.keywords[index] = *text;
+    if (text->empty())
+        return true; // no condition; the caller sees to it that there is another one
+    events::EventRecord alone = rule->event;
+    if (alone.key.source.empty())
+        alone.key.source = "?"; // noted elsewhere
+    alone.keywords = {*text, "", ""};
+    return Check(alone, node.offset);
+}
+
+bool RulesReader::ReadReportCount(const Values &values, events::EventRecord *event)
+{
+    if (!values.contains(kReportCount))
+        return true;
+    const YamlNode &node = *values.at(kReportCount);
+    const std::string next_step = "use a number from 1 to 2147483647, or leave it out for 1";
+    const std::string *text = TextOf(node, "the report count of an event", next_step);
+    if (text == nullptr)
+        return false;
+    const char *end = text->data() + text->size();
+    const auto [stopped, failed] = std::from_chars(text->data(), end, event->report_count);
+    if (failed == std::errc() && stopped == end && event->report_count >= 1)
+        return true;
+    issues_->Add(node.offset, "cannot use the report count " + text::Shown(*text),
+                 "it is no whole number of that range", next_step);
+    return false;
+}
+
+std::optional<std::string> RulesReader::HoursText(const YamlNode &node)
+{
+    const std::string what = "the hours of an event";
+    const std::string next_step = "write all, none, or hours and spans from 0 to 24, such as 8-18 "
+                                  "or [22-6, 12]";
+    if (node.kind != Kind::kList) {
+        const std::string *text = TextOf(node, what, next_step);
+        return text != nullptr ? std::optional(WithoutBlanks(*text)) : std::nullopt;
+    }
+    std::string joined;
+    for (const YamlNode &item : node.children) {
+        const std::string *text = TextOf(item, what, next_step);
+        if (text == nullptr)
+            return std::nullopt;
+        joined += (&item == &node.children.front() ? "" : ",") + WithoutBlanks(*text);
+    }
+    return joined;
+}
+
+bool RulesReader::ReadHours(const Values &values, events::EventRecord *event)
+{
+    if (!values.contains(kHours))
+        return true;
+    const YamlNode &node = *values.at(kHours);
+    const auto text = HoursText(node);
+    if (!text)
+        return false;
+    try {
+        event->hours = events::ParseHours(*text);
+    } catch (const host::Error &error) {
+        issues_->Add(node.offset, error.what());
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+std::pair<std::string, uint32_t> ComparableKey(const events::EventKey &key)
+{
+    std::string source = key.source;
+    for (char &c : source) {
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c - 'A' + 'a');
+    }
+    return {source, key.id};
+}
+
+ParsedRules ParseRules(std::string_view bytes)
+{
+    text::DecodedText decoded = text::DecodeText(bytes);
+    ParsedRules parsed;
+    parsed.issues = std::move(decoded.issues);
+    if (!parsed.issues.empty())
+        return parsed;
+    text::IssueList issues(decoded.text);
+    const YamlNode file = ParseYaml(decoded.text, &issues);
+    if (issues.empty() || file.kind != Kind::kNothing)
+        RulesReader(&issues, &parsed.rules).ReadFile(file);
+    parsed.issues = issues.Take();
+    return parsed;
+}
+
+// ---- writing ----
+
+namespace {
+
+std::string Escaped(char32_t code)
+{
+    char text[16];
+    if (code < 0x100)
+        snprintf(text, sizeof text, "\\x%02X", static_cast<unsigned>(code));
+    else if (code < 0x10000)
+        snprintf(text, sizeof text, "\\u%04X", static_cast<unsigned>(code));
+    else
+        snprintf(text, sizeof text, "\\U%08X", static_cast<unsigned>(code));
+    return text;
+}
+
+// A text in double quotes, or its bytes when it is not UTF-8.
+std::string Quoted(std::string_view text)
+{
+    if (!text::IsUtf8(text))
+        return "!!binary \"" + text::EncodeBase64(text) + "\"";
+    std::string quoted = "\"";
+    while (!text.empty()) {
+        const text::Character character = text::FirstCharacter(text);
+        if (character.code == '"' || character.code == '\\')
+            quoted += '\\';
+        if (character.code == '\t' || text::IsInvisible(character.code))
+            quoted += Escaped(character.code);
+        else
+            quoted += text.substr(0, character.bytes);
+        text.remove_prefix(character.bytes);
+    }
+    return quoted + "\"";
+}
+
+// A comment of one line.
+std::string Comment(std::string_view text)
+{
+    std::string comment = "# ";
+    while (!text.empty()) {
+        const text::Character character = text::FirstCharacter(text);
+        const bool is_shown = character.bytes > 0 && !text::IsInvisible(character.code);
+        comment += is_shown ? text.substr(0, character.bytes) : "?";
+        text.remove_prefix(std::max<size_t>(character.bytes, 1));
+    }
+    return comment + "\n";
+}
+
+std::string FormatEvent(const events::EventRecord &event)
+{
+    return "  - source: " + Quoted(event.key.source) + "\n    id: \"" +
+           events::FormatEventId(event.key.id) +
+           "\"\n    keywords: " + FormatKeywords(event.keywords) +
+           "\n    report_count: " + std::to_string(event.report_count) +
+           "\n    hours: " + events::FormatHours(event.hours) + "\n";
+}
+
+} // namespace
+
+std::string FormatKeywords(const std::array<std::string, 3> &keywords)
+{
+    size_t count = keywords.size();
+    while (count > 0 && keywords[count - 1].empty())
+        --count;
+    std::string text = "[";
+    for (size_t k = 0; k < count; ++k)
+        text += (k > 0 ? ", " : "") + Quoted(keywords[k]);
+    return text + "]";
+}
+
+std::string FormatRules(const std::vector<events::EventRecord> &events, const RulesFileNotes &notes)
+{
+    std::string text;
+    if (!notes.schema.empty())
+        text += "# yaml-language-server: $schema=" + notes.schema + "\n";
+    text += "# The events that are registered. Change them here and hand the file back:\n"
+            "#     syslogmon apply FILE --dry-run     shows what would change\n"
+            "#     syslogmon apply FILE               changes it\n";
+    for (const std::string &left_out : notes.left_out)
+        text += Comment("Left out: " + left_out);
+    text += "version: " + std::string(kFormVersion) + "\nevents:" + (events.empty() ? " []" : "") +
+            "\n";
+    for (const events::EventRecord &event : events)
+        text += FormatEvent(event);
+    return text;
+}
+
+} // namespace rules

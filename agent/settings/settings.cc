@@ -1,0 +1,241 @@
+#include "agent/settings/settings.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <optional>
+
+#include "agent/host/agent_values.h"
+#include "agent/host/convert.h"
+#include "agent/host/error.h"
+#include "agent/host/host.h"
+#include "agent/host/trace_log.h"
+#include "agent/host/waitable.h"
+#include "agent/text/suggestion.h"
+#include "platform/contract.h"
+#include "platform/registry.h"
+
+namespace settings {
+
+namespace {
+
+constexpr size_t kPathMax =
+    kFileNameMax - 1; // bytes; with its zero byte it must fit in what is read
+
+host::RegValue Number(uint32_t number)
+{
+    return {{}, REG_DWORD, std::string(reinterpret_cast<const char *>(&number), sizeof number)};
+}
+
+host::RegValue Text(const std::string &text)
+{
+    return {{}, REG_SZ, text + '\0'};
+}
+
+std::optional<uint32_t> NumberIn(const host::RegValue *stored)
+{
+    uint32_t number = 0;
+    if (stored == nullptr || stored->type != REG_DWORD || stored->data.size() != sizeof number)
+        return std::nullopt;
+    memcpy(&number, stored->data.data(), sizeof number);
+    return number;
+}
+
+std::string TextIn(const host::RegValue *stored, const char *otherwise)
+{
+    if (stored == nullptr || stored->type != REG_SZ)
+        return otherwise;
+    return TextOf(*stored);
+}
+
+[[noreturn]] void Refuse(const char *name, const std::string &text, const char *accepted)
+{
+    throw host::Error(std::string("cannot set ") + name + " to \"" + text + "\"",
+                      "the value is not accepted", std::string("use ") + accepted);
+}
+
+// ---- the settings, one by one ----
+
+constexpr char kCycleAccepted[] = "a number of seconds from 10 to 3600";
+
+host::RegValue ParseCycle(const std::string &text)
+{
+    uint32_t seconds = 0;
+    const char *end = text.data() + text.size();
+    const auto [stopped, failed] = std::from_chars(text.data(), end, seconds);
+    if (failed != std::errc() || stopped != end || seconds < kCycleMin || seconds > kCycleMax)
+        Refuse("cycle", text, kCycleAccepted);
+    return Number(seconds);
+}
+
+std::string FormatCycle(const host::RegValue *stored)
+{
+    const auto seconds = NumberIn(stored);
+    return seconds && *seconds >= kCycleMin && *seconds <= kCycleMax ? std::to_string(*seconds)
+                                                                     : "300";
+}
+
+constexpr char kPathAccepted[] =
+    "an absolute path of at most 254 bytes, or nothing (\"\") to watch no such file";
+
+host::RegValue ParsePath(const char *name, const std::string &text)
+{
+    const bool ok = text.empty() || (text[0] == '/' && text.size() <= kPathMax);
+    if (!ok)
+        Refuse(name, text, kPathAccepted);
+    return Text(text);
+}
+
+host::RegValue ParseCustomerFile(const std::string &text)
+{
+    if (text == kSystemLog)
+        throw host::Error("cannot set customer-file to " + text, "it is watched already",
+                          "name another file");
+    return ParsePath("customer-file", text);
+}
+
+host::RegValue ParseFileMonitor(const std::string &text)
+{
+    return ParsePath("file-monitor", text);
+}
+
+std::string FormatPath(const host::RegValue *stored)
+{
+    return TextIn(stored, "");
+}
+
+constexpr char kSwitchAccepted[] = "on or off";
+
+host::RegValue ParseSwitch(const std::string &text)
+{
+    if (text != "on" && text != "off")
+        Refuse("fault-tolerant", text, kSwitchAccepted);
+    return Number(text == "on" ? 1 : 0);
+}
+
+std::string FormatSwitch(const host::RegValue *stored)
+{
+    return NumberIn(stored).value_or(0) != 0 ? "on" : "off";
+}
+
+constexpr char kCharsetAccepted[] = "a character set that iconv --list shows";
+
+host::RegValue ParseCharset(const std::string &text)
+{
+    if (!host::CharsetIsKnown(text))
+        Refuse("log-charset", text, kCharsetAccepted);
+    return Text(text);
+}
+
+std::string FormatCharset(const host::RegValue *stored)
+{
+    return TextIn(stored, host::kDefaultLogCharset);
+}
+
+constexpr char kLevelAccepted[] = "detail, error, system, notable or off";
+
+host::RegValue ParseLevel(const std::string &text)
+{
+    for (int level = 0; level <= host::kTraceOff; ++level) {
+        if (text == host::TraceLevelName(level) || text == std::to_string(level))
+            return Number(static_cast<uint32_t>(level));
+    }
+    Refuse("trace-level", text, kLevelAccepted);
+}
+
+std::string FormatLevel(const host::RegValue *stored)
+{
+    const uint32_t level = NumberIn(stored).value_or(host::kDefaultTraceLevel);
+    return host::TraceLevelName(static_cast<int>(std::min<uint32_t>(level, host::kTraceOff)));
+}
+
+constexpr char kIntervalAccepted[] =
+    "a number of milliseconds from 1 to 3600000, or 0 to look once in a cycle only";
+
+host::RegValue ParseInterval(const std::string &text)
+{
+    uint32_t milliseconds = 0;
+    const char *end = text.data() + text.size();
+    const auto [stopped, failed] = std::from_chars(text.data(), end, milliseconds);
+    if (failed != std::errc() || stopped != end || milliseconds > host::kMaxTriggerInterval)
+        Refuse("trigger-interval", text, kIntervalAccepted);
+    return Number(milliseconds);
+}
+
+std::string FormatInterval(const host::RegValue *stored)
+{
+    const uint32_t milliseconds = NumberIn(stored).value_or(host::kDefaultTriggerInterval);
+    return std::to_string(std::min(milliseconds, host::kMaxTriggerInterval));
+}
+
+const char *const kAgentEvent = host::kAgentSettingsEvent;
+
+} // namespace
+
+const std::vector<Setting> &AllSettings()
+{
+    static const std::vector<Setting> settings = {
+        {"cycle", "seconds", "Time from one look at all files to the next", kCycleAccepted,
+         kMonitorKey, kCycleValue, kCycleEvent, "300", true, ParseCycle, FormatCycle},
+        {"customer-file", "", "A second log that is watched like the system log", kPathAccepted,
+         kMonitorKey, kFileNameValue, kCustomerFileEvent, "", false, ParseCustomerFile, FormatPath},
+        {"file-monitor", "", "One more file of any format, followed by inode and offset",
+         kPathAccepted, kFileMonitorKey, kFileNameValue, kFileMonitorEvent, "", false,
+         ParseFileMonitor, FormatPath},
+        {"fault-tolerant", "",
+         "This is a fault-tolerant server: keywords may be regular expressions", kSwitchAccepted,
+         host::kAgentKey, "FaultTolerant", kAgentEvent, "off", false, ParseSwitch, FormatSwitch},
+        {"log-charset", "", "Character set of the logs", kCharsetAccepted, host::kAgentKey,
+         "LogCharset", kAgentEvent, host::kDefaultLogCharset, false, ParseCharset, FormatCharset},
+        {"trace-level", "", "Lowest level that the trace log keeps", kLevelAccepted,
+         host::kAgentKey, "TraceLevel", kAgentEvent, "error", false, ParseLevel, FormatLevel},
+        {"trigger-interval", "milliseconds",
+         "Least time between two looks at files that are being written; 0: once in a cycle",
+         kIntervalAccepted, host::kAgentKey, "TriggerInterval", kAgentEvent, "1000", false,
+         ParseInterval, FormatInterval},
+    };
+    return settings;
+}
+
+const Setting &FindSetting(const std::string &name)
+{
+    std::string known;
+    std::vector<std::string> names;
+    for (const Setting &setting : AllSettings()) {
+        if (name == setting.name)
+            return setting;
+        known += known.empty() ? "" : ", ";
+        known += setting.name;
+        names.emplace_back(setting.name);
+    }
+    throw host::Error("cannot find the setting \"" + name + "\"", "there is none of that name",
+                      text::Suggestion(name, names) + "use one of " + known);
+}
+
+std::string GetSetting(host::RegistryTree &registry, const Setting &setting)
+{
+    const auto key = registry.Find(host::kRootKey, setting.key);
+    const auto stored = key ? registry.Get(*key, setting.value) : std::nullopt;
+    return setting.format(stored ? &*stored : nullptr);
+}
+
+bool IsFaultTolerant(host::RegistryTree &registry)
+{
+    return GetSetting(registry, FindSetting("fault-tolerant")) == "on";
+}
+
+void ChangeSetting(host::RegistryTree &registry, const Setting &setting, const std::string &text)
+{
+    const bool is_default = text == "default";
+    const host::RegValue value = setting.parse(is_default ? setting.shown_default : text);
+    host::Transaction transaction(host::HostStore());
+    const host::KeyId key = registry.Create(host::kRootKey, setting.key);
+    if (is_default && !setting.default_is_stored)
+        registry.DeleteValue(key, setting.value);
+    else
+        registry.Set(key, setting.value, value.type, value.data);
+    transaction.Commit();
+    host::WakeEvent::Create(host::HostLayout().run, setting.wake_event, false, false)->Set();
+}
+
+} // namespace settings

@@ -1,0 +1,50 @@
+// The settings that can be changed while the monitor runs: one row per setting, in
+// monitor_settings.cc.
+#ifndef AGENT_SETTINGS_SETTINGS_H
+#define AGENT_SETTINGS_SETTINGS_H
+
+#include <string>
+#include <vector>
+
+#include "agent/host/registry_tree.h"
+
+namespace settings {
+
+struct Setting {
+    const char *name;     // for the command: "cycle"
+    const char *unit;     // "seconds", or empty
+    const char *help;     // what it is, in one line
+    const char *accepted; // the range or form of its values
+    const char *key;      // where it is in the registry
+    const char *value;
+    const char *wake_event; // set when it was changed, so that the daemon takes it
+    const char *shown_default;
+    // Without a stored value the running monitor goes on with what it has, so that its default has
+    // to be stored.
+    bool default_is_stored;
+
+    // Turns what was typed into the stored value. Throws host::Error when it is not accepted.
+    host::RegValue (*parse)(const std::string &text);
+    // The reverse; for a value of the wrong type, the default.
+    std::string (*format)(const host::RegValue *stored);
+};
+
+const std::vector<Setting> &AllSettings();
+
+// Throws host::Error for a name that is not known.
+const Setting &FindSetting(const std::string &name);
+
+// What is in force, in the form that is typed.
+std::string GetSetting(host::RegistryTree &registry, const Setting &setting);
+
+// Is this host a fault-tolerant server, whose monitor takes keywords as regular expressions, too?
+bool IsFaultTolerant(host::RegistryTree &registry);
+
+// Stores a value and wakes the daemon. "default" takes the stored value away, where the monitor
+// then takes the default at once. Throws host::Error, and changes nothing, when the value is not
+// accepted.
+void ChangeSetting(host::RegistryTree &registry, const Setting &setting, const std::string &text);
+
+} // namespace settings
+
+#endif // AGENT_SETTINGS_SETTINGS_H

@@ -1,0 +1,47 @@
+#include "agent/sinks/alert_json.h"
+
+#include <nlohmann/json.hpp>
+
+#include "agent/events/events.h"
+#include "agent/text/times.h"
+
+namespace sinks {
+
+std::string AlertJson(const Message &message)
+{
+    const alerts::Alert &alert = message.alert;
+    nlohmann::ordered_json object = {{"key", message.key},
+                                     {"id", alert.id},
+                                     {"time", text::UtcTime(alert.time_ms)},
+                                     {"host", alert.host},
+                                     {"log", alert.log_name},
+                                     {"source", alert.source},
+                                     {"event_id", events::FormatEventId(alert.event_id)},
+                                     {"count", alert.count},
+                                     {"message", alert.message}};
+    if (alert.IsFolded()) {
+        object["reports"] = alert.reports;
+        object["last_time"] = text::UtcTime(alert.last_time_ms);
+        object["last_message"] = alert.last_message;
+    }
+    if (message.is_test)
+        object["test"] = true;
+    return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+std::string AlertSummary(const Message &message)
+{
+    const alerts::Alert &alert = message.alert;
+    std::string text =
+        alert.source + " " + events::FormatEventId(alert.event_id) + ": " + alert.message;
+    if (alert.IsFolded())
+        text += " (and " + std::to_string(alert.reports - 1) + " more until " +
+                text::UtcTime(alert.last_time_ms) + ", the last: " + alert.last_message + ")";
+    for (char &c : text) {
+        if (static_cast<unsigned char>(c) < ' ' || c == 0x7F)
+            c = c == '\t' ? ' ' : '?';
+    }
+    return text;
+}
+
+} // namespace sinks

@@ -1,0 +1,401 @@
+#include "agent/sinks/deliverer.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include "agent/host/error.h"
+#include "agent/text/say.h"
+#include "platform/trace.h"
+
+namespace sinks {
+
+namespace {
+
+constexpr char kUnit[] = "deliverer";
+
+using std::chrono::milliseconds;
+
+// How long a write waits for the monitor's pass. Short: there is always a next time.
+constexpr int kPatienceMs = 100;
+// And the last one of this process, which has none.
+constexpr int kLastPatienceMs = 2000;
+
+// Alerts that are removed in one transaction, and the pause to the next: 20,000 a second, with the
+// write lock free for nearly all of the time.
+constexpr int64_t kRemoveAtOnce = 1000;
+constexpr milliseconds kRemovePause{50};
+
+constexpr int64_t kMegabyte = int64_t{1024} * 1024;
+
+// The rows of a sink, with those that are missing: of a new peer, or of a sink that was written into
+// the registry by hand.
+Deliveries Completed(const StoredSink &sink, Deliveries rows, int64_t newest)
+{
+    if (!rows.contains(""))
+        rows[""].last_id = newest;
+    const std::vector<std::string> peers =
+        sink.problem.empty() ? sink.config.Peers() : std::vector<std::string>{""};
+    Deliveries wanted = {{"", rows[""]}};
+    for (const std::string &peer : peers) {
+        const auto known = rows.find(peer);
+        if (known != rows.end())
+            wanted[peer] = known->second;
+        else
+            wanted[peer].last_id = rows[""].last_id;
+    }
+    return wanted;
+}
+
+} // namespace
+
+Deliverer::Deliverer(DelivererOptions options)
+    : options_(std::move(options)), bell_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
+      sinks_event_(host::WakeEvent::Create(options_.layout.run, kSinksEvent, false, false)),
+      store_(options_.layout.Store()), tree_(store_), registry_(store_, tree_)
+{
+    if (bell_.get() < 0)
+        throw host::Error("cannot start the deliverer", strerror(errno),
+                          "raise the limit of open files");
+    store_.database().SetPatience(kPatienceMs, nullptr);
+    store_.database().Execute("PRAGMA synchronous = NORMAL");
+    recorded_at_ = Clock::now() - options_.record_every; // the first news is written at once
+    Load();
+    thread_ = std::thread([this] { Run(); });
+}
+
+Deliverer::~Deliverer()
+{
+    stop_ = true;
+    Wake();
+    thread_.join();
+}
+
+void Deliverer::Wake()
+{
+    woken_ = true;
+    const uint64_t one = 1;
+    if (write(bell_.get(), &one, sizeof one) < 0)
+        return; // it is ringing already
+}
+
+void Deliverer::Reload()
+{
+    reload_ = true;
+    Wake();
+}
+
+void Deliverer::WaitForNews()
+{
+    milliseconds sleep{-1};
+    if (store_failed_)
+        sleep = options_.record_every;
+    else if (over_limit_)
+        sleep = kRemovePause;
+    else if (progressed_)
+        sleep = std::clamp(
+            std::chrono::ceil<milliseconds>(recorded_at_ + options_.record_every - Clock::now()),
+            milliseconds{0}, options_.record_every);
+    pollfd waiting[] = {{bell_.get(), POLLIN, 0}, {sinks_event_->PollFd(), POLLIN, 0}};
+    poll(waiting, std::size(waiting), static_cast<int>(sleep.count()));
+    uint64_t rings = 0;
+    if (read(bell_.get(), &rings, sizeof rings) < 0)
+        return; // time is over, or the event was set
+}
+
+void Deliverer::Run()
+{
+    TraceLogSetThrName("deliverer");
+    while (!stop_) {
+        WaitForNews();
+        try {
+            if (sinks_event_->TryTake() || reload_.exchange(false))
+                TakeSettings();
+            if (woken_.exchange(false)) {
+                for (Entry &entry : entries_) {
+                    for (auto &worker : entry.workers)
+                        worker->Wake();
+                }
+                over_limit_ = true; // perhaps
+            }
+            if (Clock::now() - recorded_at_ >= options_.record_every)
+                Record();
+            if (over_limit_)
+                KeepTheLimit();
+            store_failed_ = false;
+        } catch (const std::exception &error) {
+            if (!store_failed_)
+                TRACE(TRACE_NOTABLE, "The progress of the sinks is written later: %s",
+                      error.what());
+            store_failed_ = true;
+            recorded_at_ = Clock::now(); // not at once again
+        }
+    }
+    StopWorkers();
+    try {
+        store_.database().SetPatience(kLastPatienceMs, nullptr);
+        progressed_ = true;
+        Record();
+    } catch (const std::exception &error) {
+        TRACE(TRACE_NOTABLE,
+              "The progress of the sinks is not written; the alerts since then are"
+              " sent again: %s",
+              error.what());
+    }
+}
+
+Deliverer::Entry Deliverer::Start(const StoredSink &sink, const Deliveries &rows,
+                                  const std::vector<Undelivered> &undelivered)
+{
+    Entry entry;
+    entry.sink = sink;
+    const bool is_sound = sink.problem.empty();
+    const auto *kind = sink.config.kind;
+    std::optional<milliseconds> active;
+    if (is_sound && kind->active != nullptr)
+        active = kind->active(sink.config);
+    entry.progress = std::make_shared<Progress>(rows, active, undelivered);
+    if (!is_sound) {
+        entry.progress->Failed("", sink.problem);
+        progressed_ = true;
+        TRACE(TRACE_NOTABLE, "The sink %s cannot be used: %s", sink.config.name.c_str(),
+              sink.problem.c_str());
+        return entry;
+    }
+    for (const std::string &warning : SecretWarnings(sink.config))
+        TRACE(TRACE_NOTABLE, "The sink %s: %s.", sink.config.name.c_str(), warning.c_str());
+    WorkerContext context;
+    context.store = options_.layout.Store();
+    context.pauses = options_.pauses;
+    context.progressed = [this] {
+        if (!progressed_.exchange(true)) {
+            const uint64_t one = 1;
+            if (write(bell_.get(), &one, sizeof one) < 0)
+                return; // it is ringing already
+        }
+    };
+    for (const std::string &peer : sink.config.Peers())
+        entry.workers.push_back(
+            std::make_unique<Worker>(context, sink.config, peer, entry.progress));
+    return entry;
+}
+
+// Makes the workers those of the registry. A sink that was not changed goes on; one that was goes on
+// where it was, with its new settings.
+void Deliverer::Load()
+{
+    // All that can fail comes first: then no sink is lost half-way.
+    struct Wanted {
+        StoredSink sink;
+        Deliveries rows;
+        std::vector<Undelivered> undelivered;
+    };
+    std::vector<Wanted> wanted;
+    limit_ = registry_.AlertLimit();
+    limit_megabytes_ = registry_.AlertMegabytes();
+    const int64_t newest = alerts::NewestAlertId(store_.database());
+    for (StoredSink &sink : registry_.ReadAll()) {
+        const int64_t key = sink.config.key;
+        wanted.push_back({std::move(sink), ReadDeliveries(store_.database(), key),
+                          ReadUndelivered(store_.database(), key)});
+    }
+
+    std::vector<Entry> entries;
+    for (const Wanted &one : wanted) {
+        const auto known = std::find_if(entries_.begin(), entries_.end(), [&](const Entry &entry) {
+            return entry.sink.config.key == one.sink.config.key;
+        });
+        const bool is_new = known == entries_.end();
+        if (!is_new && known->sink.config == one.sink.config) {
+            for (auto &worker : known->workers)
+                worker->TryNow();
+            entries.push_back(std::move(*known));
+            continue;
+        }
+        if (!is_new)
+            known->workers.clear();
+        const Deliveries &rows = is_new ? one.rows : known->progress->Rows();
+        const Deliveries completed = Completed(one.sink, rows, newest);
+        entries.push_back(Start(one.sink, completed, one.undelivered));
+        if (!is_new) {
+            TakeChanges(*known);
+            entries.back().changes = std::move(known->changes);
+        }
+        if (!is_new || completed != one.rows) {
+            entries.back().unwritten = true;
+            progressed_ = true;
+        }
+    }
+    for (Entry &entry : entries_) {
+        for (auto &worker : entry.workers)
+            worker->RequestStop(); // all of them first, then wait for each
+    }
+    entries_ = std::move(entries);
+    for (size_t i = 0; i < wanted.size(); ++i)
+        SendWantedAgain(entries_[i], wanted[i].undelivered);
+    over_limit_ = true; // perhaps
+}
+
+void Deliverer::SendWantedAgain(const Entry &entry, const std::vector<Undelivered> &rows)
+{
+    for (const auto &worker : entry.workers) {
+        std::vector<int64_t> ids;
+        for (const Undelivered &row : rows) {
+            if (row.again && row.peer == worker->peer())
+                ids.push_back(row.alert_id);
+        }
+        if (!ids.empty())
+            worker->SendAgain(ids);
+    }
+}
+
+void Deliverer::TakeSettings()
+{
+    try {
+        progressed_ = true;
+        Record(); // or what was sent again a moment ago would be so once more
+        Load();
+    } catch (...) {
+        reload_ = true;
+        throw;
+    }
+}
+
+void Deliverer::StopWorkers()
+{
+    for (Entry &entry : entries_) {
+        for (auto &worker : entry.workers)
+            worker->RequestStop();
+    }
+    for (Entry &entry : entries_)
+        entry.workers.clear();
+}
+
+void Deliverer::Record()
+{
+    if (!progressed_.exchange(false))
+        return;
+    recorded_at_ = Clock::now();
+    for (Entry &entry : entries_)
+        entry.unwritten |= entry.progress->HasChanged();
+    try {
+        WriteRows();
+    } catch (...) {
+        progressed_ = true;
+        throw;
+    }
+    LookAtLevels(alerts::NewestAlertId(store_.database()));
+}
+
+void Deliverer::WriteRows()
+{
+    if (std::none_of(entries_.begin(), entries_.end(), [](const auto &e) { return e.unwritten; }))
+        return;
+    host::Transaction transaction(store_);
+    for (Entry &entry : entries_) {
+        if (!entry.unwritten)
+            continue;
+        const Deliveries rows = entry.progress->Rows();
+        TakeChanges(entry); // after the rows: see Progress
+        WriteDeliveries(store_, entry.sink.config.key, rows);
+        WriteChanges(store_, entry.sink.config.key, entry.changes);
+    }
+    transaction.Commit();
+    for (Entry &entry : entries_) {
+        entry.unwritten = false;
+        entry.changes.clear();
+    }
+}
+
+void Deliverer::TakeChanges(Entry &entry) const
+{
+    for (UndeliveredChange &change : entry.progress->TakeChanges()) {
+        const Undelivered &row = change.row;
+        if (!change.was_taken)
+            Tell("the sink " + entry.sink.config.name +
+                 (row.peer.empty() ? "" : " (" + row.peer + ")") + " does not take the alert " +
+                 std::to_string(row.alert_id) + ", although it takes others: " + row.reason +
+                 "; the alert is put aside, see " + "syslogmon sink undelivered " +
+                 entry.sink.config.name);
+        entry.changes.push_back(std::move(change));
+    }
+}
+
+// An alert that is stored is never changed, so each is counted once.
+void Deliverer::CountBytes(int64_t newest)
+{
+    bytes_ += alerts::BytesBetween(store_.database(), counted_to_, newest);
+    counted_to_ = newest;
+}
+
+// How many alerts of the present length can be kept.
+int64_t Deliverer::FittingAlerts(int64_t newest)
+{
+    const int64_t kept = newest - alerts::OldestAlertId(store_.database()) + 1;
+    if (kept <= 0 || bytes_ <= 0)
+        return limit_;
+    return std::min<int64_t>(limit_, limit_megabytes_ * kMegabyte / (bytes_ / kept + 1));
+}
+
+void Deliverer::KeepTheLimit()
+{
+    const int64_t newest = alerts::NewestAlertId(store_.database());
+    CountBytes(newest);
+    LookAtLevels(newest);
+    const int64_t too_many = newest - alerts::OldestAlertId(store_.database()) + 1 - limit_;
+    const int64_t too_long = bytes_ - (limit_megabytes_ * kMegabyte);
+    const alerts::Surplus surplus =
+        alerts::FindSurplus(store_.database(), too_many, too_long, kRemoveAtOnce);
+    over_limit_ = surplus.up_to != 0; // until it is done
+    if (!over_limit_)
+        return;
+    const std::string limit = too_many > 0
+                                  ? std::to_string(limit_) + " alerts"
+                                  : std::to_string(limit_megabytes_) + " megabytes of alerts";
+    for (Entry &entry : entries_) {
+        const int64_t lost = entry.progress->Removed(surplus.up_to);
+        entry.unwritten |= entry.progress->HasChanged();
+        if (lost > 0 && entry.level != Level::kFull) {
+            entry.level = Level::kFull;
+            Tell("the sink " + entry.sink.config.name + " has taken no alert for so long that the" +
+                 " limit of " + limit +
+                 " is reached: the oldest are dropped; see syslogmon sink show " +
+                 entry.sink.config.name);
+        }
+    }
+    WriteRows();
+    alerts::RemoveAlerts(store_, surplus.up_to);
+    bytes_ -= surplus.bytes;
+    over_limit_ = too_many > kRemoveAtOnce || too_long > surplus.bytes;
+}
+
+void Deliverer::LookAtLevels(int64_t newest)
+{
+    const int64_t limit = FittingAlerts(newest);
+    for (Entry &entry : entries_) {
+        const int64_t waiting = newest - entry.progress->LastId("");
+        if (waiting * 10 < limit * 8) {
+            if (waiting * 2 < limit)
+                entry.level = Level::kWell;
+            continue;
+        }
+        if (entry.level != Level::kWell)
+            continue;
+        entry.level = Level::kFilling;
+        Tell(std::to_string(waiting) + " alerts wait for the sink " + entry.sink.config.name +
+             ", of at most " + std::to_string(limit) + "; see syslogmon sink show " +
+             entry.sink.config.name);
+    }
+}
+
+void Deliverer::Tell(const std::string &text) const
+{
+    TRACE(TRACE_NOTABLE, "%s.", text.c_str());
+    text::Say(text);
+}
+
+} // namespace sinks

@@ -1,0 +1,35 @@
+// How far each sink has come: the table `delivery` of the store.
+#ifndef AGENT_SINKS_DELIVERY_STORE_H
+#define AGENT_SINKS_DELIVERY_STORE_H
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "agent/host/store.h"
+
+namespace sinks {
+
+struct Delivery {
+    int64_t last_id = 0;      // alerts up to this one are done with
+    int64_t delivered = 0;    // how many of them the receiver has taken
+    int64_t dropped = 0;      // how many were given up: too many were waiting, or it refused them
+    int64_t delivered_ms = 0; // when it took the newest, since 1970, UTC; 0: never
+    std::string last_error;   // empty: the last try did it
+    int64_t error_ms = 0;     // when that was; 0: never
+
+    bool operator==(const Delivery &) const = default;
+};
+
+// By peer. The empty name is the sink as a whole: what at least one of its peers has.
+using Deliveries = std::map<std::string, Delivery>;
+
+// The rows of a sink, which is the number of its registry key.
+Deliveries ReadDeliveries(host::Database &database, int64_t sink);
+
+// Makes these the rows of a sink. One that was removed from the registry meanwhile gets none.
+void WriteDeliveries(host::Store &store, int64_t sink, const Deliveries &rows);
+
+} // namespace sinks
+
+#endif // AGENT_SINKS_DELIVERY_STORE_H

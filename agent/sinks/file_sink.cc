@@ -1,0 +1,120 @@
+// Kind "file": one JSON object a line, appended. When the file was renamed or removed since, as
+// logrotate does, a new one is begun: nobody has to tell.
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "agent/host/error.h"
+#include "agent/host/waitable.h"
+#include "agent/sinks/alert_json.h"
+#include "agent/sinks/file_trust.h"
+#include "agent/sinks/option_checks.h"
+#include "agent/sinks/sink_kinds.h"
+
+namespace sinks {
+
+namespace {
+
+constexpr size_t kBatch = 500;
+
+class FileSink : public Sink {
+  public:
+    explicit FileSink(std::string path) : path_(std::move(path)) {}
+
+    Outcome Send(std::span<const Message> messages, const Interrupt &) override
+    {
+        std::string text;
+        for (const Message &message : messages)
+            text += AlertJson(message) + "\n";
+        const std::string failure = Append(text);
+        if (!failure.empty())
+            return Failed("cannot write to " + path_ + ": " + failure);
+        return AllTaken(messages, "written to " + path_);
+    }
+    [[nodiscard]] size_t batch() const override { return kBatch; }
+
+  private:
+    // All of these are empty when all is well, or say why not.
+    std::string Append(const std::string &text)
+    {
+        std::string failure = Open();
+        if (!failure.empty())
+            return failure;
+        const off_t size = lseek(fd_.get(), 0, SEEK_END);
+        failure = WriteAll(text);
+        // A part of a line would spoil the next one, and the lines before it come again.
+        if (!failure.empty() && ftruncate(fd_.get(), size) != 0)
+            failure += "; it may end inside a line";
+        return failure;
+    }
+    std::string WriteAll(std::string_view text) const
+    {
+        while (!text.empty()) {
+            const ssize_t written = write(fd_.get(), text.data(), text.size());
+            if (written < 0 && errno != EINTR)
+                return strerror(errno);
+            text.remove_prefix(written > 0 ? static_cast<size_t>(written) : 0);
+        }
+        return fdatasync(fd_.get()) == 0 ? "" : strerror(errno);
+    }
+    std::string Open()
+    {
+        if (fd_.get() >= 0 && IsInPlace())
+            return {};
+        // Without O_NONBLOCK, a FIFO would be waited for.
+        fd_ = host::Fd(open(path_.c_str(),
+                            O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW,
+                            0640));
+        struct stat status {};
+        if (fd_.get() < 0 && errno == ELOOP && lstat(path_.c_str(), &status) == 0)
+            return WhyNotTrusted(status);
+        if (fd_.get() < 0 || fstat(fd_.get(), &status) != 0)
+            return strerror(errno);
+        const std::string why =
+            S_ISREG(status.st_mode) ? WhyNotTrusted(status) : "it is no regular file";
+        if (!why.empty())
+            fd_ = host::Fd();
+        return why;
+    }
+    [[nodiscard]] bool IsInPlace() const
+    {
+        struct stat named {};
+        struct stat opened {};
+        return lstat(path_.c_str(), &named) == 0 && fstat(fd_.get(), &opened) == 0 &&
+               named.st_ino == opened.st_ino && named.st_dev == opened.st_dev;
+    }
+
+    std::string path_;
+    host::Fd fd_;
+};
+
+void CheckLog(const std::string &path)
+{
+    struct stat status {};
+    const std::string why = lstat(path.c_str(), &status) == 0 ? WhyNotTrusted(status) : "";
+    if (!why.empty())
+        throw host::Error("cannot write alerts to " + path, why,
+                          "name the file itself, and take the right to write to it from others: "
+                          "chmod go-w");
+}
+
+} // namespace
+
+SinkKind FileKind()
+{
+    SinkKind kind;
+    kind.name = "file";
+    kind.help = "one JSON object a line, appended to a file";
+    kind.options = {
+        {"path", "FILE", nullptr, "the file; it may be rotated at any time", CheckPath}};
+    kind.open = [](const SinkConfig &config, const std::string &,
+                   Secrets &) -> std::unique_ptr<Sink> {
+        CheckLog(config.Get("path"));
+        return std::make_unique<FileSink>(config.Get("path"));
+    };
+    return kind;
+}
+
+} // namespace sinks

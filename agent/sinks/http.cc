@@ -1,0 +1,232 @@
+#include "agent/sinks/http.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <unistd.h>
+
+#include <curl/curl.h>
+
+#include "agent/host/error.h"
+#include "agent/sinks/option_checks.h"
+
+namespace sinks {
+
+namespace {
+
+constexpr size_t kMaxReply = 1024; // bytes of a reply's body that are kept
+constexpr long kConnectSeconds = 10;
+// Who sends, where to, or when is wrong: any alert would be answered so.
+constexpr long kOfReceiver[] = {401, 404, 407, 429, 503};
+
+// libcurl wants to be started before the second thread of a process uses it.
+struct CurlLibrary {
+    CurlLibrary() { curl_global_init(CURL_GLOBAL_DEFAULT); }
+    ~CurlLibrary() { curl_global_cleanup(); }
+    CurlLibrary(const CurlLibrary &) = delete;
+    CurlLibrary &operator=(const CurlLibrary &) = delete;
+};
+const CurlLibrary library;
+
+int OnProgress(void *interrupt, curl_off_t, curl_off_t, curl_off_t, curl_off_t)
+{
+    return static_cast<const Interrupt *>(interrupt)->IsRaised() ? 1 : 0;
+}
+
+size_t OnBody(const char *data, size_t, size_t size, void *text)
+{
+    auto *kept = static_cast<std::string *>(text);
+    kept->append(data, std::min(size, kMaxReply - kept->size()));
+    return size;
+}
+
+struct FreeList {
+    void operator()(curl_slist *list) const { curl_slist_free_all(list); }
+};
+using HeaderList = std::unique_ptr<curl_slist, FreeList>;
+
+void Append(HeaderList &list, const std::string &header)
+{
+    curl_slist *longer = curl_slist_append(list.get(), header.c_str());
+    if (longer == nullptr)
+        throw std::bad_alloc();
+    list.release();
+    list.reset(longer);
+}
+
+// A name with a line end in it would be a header of its own, and one with a blank passes for another
+// name.
+void CheckHeaderName(const std::string &option, const std::string &name)
+{
+    const bool ok = std::all_of(name.begin(), name.end(), [](unsigned char c) {
+        return isalnum(c) != 0 || (c < 0x80 && c != 0 && strchr("!#$%&'*+-.^_`|~", c) != nullptr);
+    });
+    if (ok)
+        return;
+    std::string shown = name;
+    std::replace_if(
+        shown.begin(), shown.end(), [](unsigned char c) { return c < ' ' || c == 0x7F; }, '?');
+    throw host::Error("cannot use the option " + option + shown, "a header cannot have that name",
+                      "use letters, digits and \"-\"");
+}
+
+// The values of some headers are secrets, which would be shown with the settings.
+void CheckIsNoSecret(const std::string &name)
+{
+    std::string letters;
+    for (const char c : name) {
+        if (isalpha(static_cast<unsigned char>(c)) != 0)
+            letters += static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    }
+    for (const char *secret :
+         {"authorization", "cookie", "token", "apikey", "secret", "password", "credential"}) {
+        if (letters.find(secret) != std::string::npos)
+            throw host::Error("cannot use the option header." + name,
+                              "its value is a secret, and settings are shown",
+                              "write it into a file and use token-file=FILE or header-file." +
+                                  name + "=FILE");
+    }
+}
+
+} // namespace
+
+CurlHandle::CurlHandle(const SinkConfig &config) : handle_(curl_easy_init())
+{
+    if (handle_ == nullptr)
+        throw host::Error("cannot use libcurl", "it cannot be started", "free some memory");
+    const std::string ca_file = config.Get("ca-file");
+    if (!ca_file.empty() && access(ca_file.c_str(), R_OK) != 0) {
+        curl_easy_cleanup(handle_);
+        throw host::Error("cannot read the CA file " + ca_file, strerror(errno),
+                          "name a readable file with certificates in PEM form");
+    }
+    curl_easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(handle_, CURLOPT_TIMEOUT, static_cast<long>(config.Number("timeout")));
+    curl_easy_setopt(handle_, CURLOPT_CONNECTTIMEOUT, kConnectSeconds);
+    curl_easy_setopt(handle_, CURLOPT_NOPROGRESS, 0L);
+    curl_easy_setopt(handle_, CURLOPT_XFERINFOFUNCTION, OnProgress);
+    curl_easy_setopt(handle_, CURLOPT_ERRORBUFFER, error_);
+    curl_easy_setopt(handle_, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    if (!ca_file.empty())
+        curl_easy_setopt(handle_, CURLOPT_CAINFO, ca_file.c_str());
+}
+
+CurlHandle::~CurlHandle()
+{
+    curl_easy_cleanup(handle_);
+}
+
+std::string CurlHandle::Perform(const Interrupt &interrupt)
+{
+    error_[0] = '\0';
+    curl_easy_setopt(handle_, CURLOPT_XFERINFODATA, &interrupt);
+    const CURLcode result = curl_easy_perform(handle_);
+    if (result == CURLE_OK)
+        return {};
+    return error_[0] != '\0' ? error_ : curl_easy_strerror(result);
+}
+
+HttpClient::HttpClient(const SinkConfig &config, Secrets &secrets) : curl_(config)
+{
+    curl_easy_setopt(curl_.get(), CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(curl_.get(), CURLOPT_WRITEFUNCTION, OnBody);
+    curl_easy_setopt(curl_.get(), CURLOPT_USERAGENT, "syslogmon");
+    headers_.emplace_back("Content-Type: application/json");
+    headers_.emplace_back("Expect:"); // no "100-continue", which many receivers do not know
+    for (const auto &[name, value] : config.All("header.")) {
+        CheckHeaderName("header.", name);
+        CheckIsNoSecret(name);
+        headers_.push_back(name + ": " + value);
+    }
+    for (const auto &[name, file] : config.All("header-file.")) {
+        CheckHeaderName("header-file.", name);
+        headers_.push_back(name + ": " + secrets.Read(file));
+    }
+    if (config.Has("token-file"))
+        headers_.push_back("Authorization: Bearer " + secrets.Read(config.Get("token-file")));
+}
+
+HttpReply HttpClient::Post(const std::string &url, const std::string &body,
+                           const std::vector<std::string> &headers, const Interrupt &interrupt)
+{
+    HeaderList list;
+    for (const std::string &header : headers_)
+        Append(list, header);
+    for (const std::string &header : headers)
+        Append(list, header);
+    std::string text;
+    CURL *handle = curl_.get();
+    curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(handle, CURLOPT_HTTPHEADER, list.get());
+    curl_easy_setopt(handle, CURLOPT_POST, 1L);
+    curl_easy_setopt(handle, CURLOPT_POSTFIELDS, body.c_str());
+    curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+    curl_easy_setopt(handle, CURLOPT_WRITEDATA, &text);
+    const std::string failure = curl_.Perform(interrupt);
+    curl_easy_setopt(handle, CURLOPT_HTTPHEADER, nullptr);
+    HttpReply reply;
+    long sent = 0; // bytes
+    curl_easy_getinfo(handle, CURLINFO_REQUEST_SIZE, &sent);
+    reply.was_sent = sent > 0 && !interrupt.IsRaised();
+    if (!failure.empty()) {
+        reply.text = failure;
+        return reply;
+    }
+    curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &reply.status);
+    reply.text = text;
+    return reply;
+}
+
+std::vector<SinkOption> HttpOptions()
+{
+    return {
+        {"ca-file", "FILE", "", "certificates (PEM) to trust instead of the system's", CheckPath},
+        {"token-file", "FILE", "", "a file with a token: Authorization: Bearer", CheckPath, true},
+        {"header.", "TEXT", "", "a header of the request, such as header.X-Team=ops", CheckText},
+        {"header-file.", "FILE", "", "a header whose value is in a file", CheckPath, true},
+        {"timeout", "SECONDS", "10", "time limit of a request", CheckTimeout},
+    };
+}
+
+bool IsPlainHttp(const std::string &url)
+{
+    if (!url.starts_with("http://"))
+        return false;
+    const size_t begin = url.find("//") + 2;
+    const std::string host = url.substr(begin, url.find_first_of("/?#", begin) - begin);
+    const std::string name =
+        host.substr(0, host.starts_with('[') ? host.find(']') + 1 : host.find(':'));
+    return name != "localhost" && name != "[::1]" && !name.starts_with("127.");
+}
+
+std::vector<std::string> PlainHttpWarnings(const SinkConfig &config,
+                                           const std::vector<std::string> &urls)
+{
+    std::vector<std::string> warnings;
+    const bool has_secret = config.Has("token-file") || !config.All("header-file.").empty();
+    for (const std::string &url : urls) {
+        if (has_secret && IsPlainHttp(url))
+            warnings.push_back(
+                "its secret goes to " + url +
+                " without encryption, for everybody on the way to read; use https://");
+    }
+    return warnings;
+}
+
+Outcome Judge(const HttpReply &reply, std::span<const Message> messages)
+{
+    if (reply.status == 0)
+        return reply.was_sent ? Refused(reply.text) : Failed(reply.text);
+    const std::string answer =
+        "HTTP " + std::to_string(reply.status) + (reply.text.empty() ? "" : " " + reply.text);
+    if (reply.status >= 200 && reply.status < 300)
+        return AllTaken(messages, answer);
+    const bool is_of_receiver =
+        reply.status < 400 || std::find(std::begin(kOfReceiver), std::end(kOfReceiver),
+                                        reply.status) != std::end(kOfReceiver);
+    return is_of_receiver ? Failed(answer) : Refused(answer);
+}
+
+} // namespace sinks

@@ -1,0 +1,71 @@
+// HTTP requests for sinks, through libcurl. One client keeps its connection open from one request
+// to the next.
+#ifndef AGENT_SINKS_HTTP_H
+#define AGENT_SINKS_HTTP_H
+
+#include <string>
+#include <vector>
+
+#include "agent/sinks/sink.h"
+
+using CURL = void;
+
+namespace sinks {
+
+// An easy handle of libcurl with what all sinks want: no signals, time limits, an own CA file, an
+// end when the interrupt is raised.
+class CurlHandle {
+  public:
+    // Options of the sink that are used: ca-file, timeout. Throws host::Error when the file cannot
+    // be read.
+    explicit CurlHandle(const SinkConfig &config);
+    ~CurlHandle();
+    CurlHandle(const CurlHandle &) = delete;
+    CurlHandle &operator=(const CurlHandle &) = delete;
+
+    [[nodiscard]] CURL *get() const { return handle_; }
+    // Does what was set up. Empty, or why it failed.
+    std::string Perform(const Interrupt &interrupt);
+
+  private:
+    CURL *handle_;
+    char error_[256] = {}; // CURL_ERROR_SIZE
+};
+
+struct HttpReply {
+    long status = 0;       // 0: there was none
+    std::string text;      // of the body, its beginning; or why there was none
+    bool was_sent = false; // the request, or a part of it
+};
+
+class HttpClient {
+  public:
+    // Options of the sink that are used: those of CurlHandle, token-file, header., header-file..
+    HttpClient(const SinkConfig &config, Secrets &secrets);
+
+    HttpReply Post(const std::string &url, const std::string &body,
+                   const std::vector<std::string> &headers, const Interrupt &interrupt);
+
+  private:
+    CurlHandle curl_;
+    std::vector<std::string> headers_;
+};
+
+// The options that HttpClient uses, for the table of a kind.
+std::vector<SinkOption> HttpOptions();
+
+// Does what is sent there leave this host without encryption?
+bool IsPlainHttp(const std::string &url);
+
+// What is unsafe about sending the secrets of a sink to these.
+std::vector<std::string> PlainHttpWarnings(const SinkConfig &config,
+                                           const std::vector<std::string> &urls);
+
+// What a reply means. 2xx: taken. A status that says nothing of the alert (redirections, 401, 404, 407,
+// 429, 503), or a request that could not be sent: a failure. Anything else, a request without an answer
+// included: refused.
+Outcome Judge(const HttpReply &reply, std::span<const Message> messages);
+
+} // namespace sinks
+
+#endif // AGENT_SINKS_HTTP_H

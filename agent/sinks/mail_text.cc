@@ -1,0 +1,127 @@
+#include "agent/sinks/mail_text.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+
+#include "agent/events/events.h"
+#include "agent/sinks/alert_json.h"
+#include "agent/text/times.h"
+
+namespace sinks {
+
+namespace {
+
+constexpr size_t kMaxSubject = 200; // bytes
+
+std::string MailDate(int64_t now)
+{
+    const auto seconds = static_cast<time_t>(now);
+    struct tm utc {};
+    gmtime_r(&seconds, &utc);
+    char text[64];
+    strftime(text, sizeof text, "%a, %d %b %Y %H:%M:%S +0000", &utc);
+    return text;
+}
+
+// A header is ASCII and one line.
+std::string HeaderText(std::string text)
+{
+    for (char &c : text) {
+        if (c < ' ' || c > '~')
+            c = '?';
+    }
+    text.resize(std::min(text.size(), kMaxSubject));
+    return text;
+}
+
+std::string Subject(std::span<const Message> messages)
+{
+    const Message &first = messages[0];
+    std::string text = first.is_test ? "TEST: " : "";
+    text += first.alert.host + ": ";
+    if (messages.size() > 1)
+        text += std::to_string(messages.size()) + " alerts, first ";
+    return HeaderText(text + AlertSummary(first));
+}
+
+std::string MessageId(std::span<const Message> messages)
+{
+    std::string id = messages.front().key;
+    if (messages.size() > 1)
+        id += "-" + std::to_string(messages.back().alert.id);
+    std::replace(id.begin(), id.end(), '/', '.');
+    return "<" + id + "@" + HeaderText(messages.front().alert.host) + ">";
+}
+
+std::string Body(std::span<const Message> messages)
+{
+    std::string text;
+    for (const Message &message : messages) {
+        const alerts::Alert &alert = message.alert;
+        text += alert.message + "\n\n";
+        text += "    source    " + alert.source + "\n";
+        text += "    event ID  " + events::FormatEventId(alert.event_id) + "\n";
+        text += "    hits      " + std::to_string(alert.count) + "\n";
+        text += "    host      " + alert.host + "\n";
+        text += "    time      " + text::UtcTime(alert.time_ms) + "\n";
+        if (alert.IsFolded()) {
+            text += "    reports   " + std::to_string(alert.reports) +
+                    ", the line above is the first\n";
+            text += "    last time " + text::UtcTime(alert.last_time_ms) + "\n";
+            text += "    last line " + alert.last_message + "\n";
+        }
+        text += "    key       " + message.key + "\n\n\n";
+    }
+    return text;
+}
+
+} // namespace
+
+std::string QuotedPrintable(const std::string &text)
+{
+    constexpr size_t kLongest = 72;
+    std::string out;
+    size_t column = 0;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        if (c == '\n') {
+            out += "\r\n";
+            column = 0;
+            continue;
+        }
+        const bool ends_line = i + 1 == text.size() || text[i + 1] == '\n';
+        const bool plain = c > ' ' && c <= '~' && c != '=';
+        char piece[8];
+        if (plain || (c == ' ' && !ends_line))
+            snprintf(piece, sizeof piece, "%c", c);
+        else
+            snprintf(piece, sizeof piece, "=%02X", c);
+        const std::string added = piece;
+        if (column + added.size() > kLongest) {
+            out += "=\r\n";
+            column = 0;
+        }
+        out += added;
+        column += added.size();
+    }
+    return out;
+}
+
+std::string MailText(std::span<const Message> messages, const std::string &from,
+                     const std::string &to, int64_t now)
+{
+    std::string text = "Date: " + MailDate(now) + "\r\n";
+    text += "From: Syslog monitor <" + from + ">\r\n";
+    text += "To: " + to + "\r\n";
+    text += "Subject: " + Subject(messages) + "\r\n";
+    text += "Message-ID: " + MessageId(messages) + "\r\n";
+    for (const Message &message : messages)
+        text += "X-Syslogmon-Key: " + message.key + "\r\n";
+    text += "Auto-Submitted: auto-generated\r\n"; // so that nobody's holiday notice answers
+    text += "MIME-Version: 1.0\r\nContent-Type: text/plain; charset=utf-8\r\n";
+    text += "Content-Transfer-Encoding: quoted-printable\r\n\r\n";
+    return text + QuotedPrintable(Body(messages));
+}
+
+} // namespace sinks

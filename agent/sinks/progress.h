@@ -1,0 +1,92 @@
+// What has become of the alerts of one sink, in memory. Its workers report here; the deliverer
+// writes it to the store, rarely. What is not written yet when the process dies is sent again, under
+// the same keys.
+//
+// All functions may be called by any thread.
+#ifndef AGENT_SINKS_PROGRESS_H
+#define AGENT_SINKS_PROGRESS_H
+
+#include <chrono>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "agent/sinks/delivery_store.h"
+#include "agent/sinks/sink.h"
+#include "agent/sinks/undelivered.h"
+
+namespace sinks {
+
+class Progress {
+  public:
+    // The rows hold the empty name and each peer. How long alerts are active: see SinkKind. With
+    // what is undelivered by now.
+    Progress(Deliveries rows, std::optional<std::chrono::milliseconds> active,
+             const std::vector<Undelivered> &undelivered = {});
+
+    // The last alert that this peer is done with; of the empty name, that any peer has.
+    [[nodiscard]] int64_t LastId(const std::string &peer) const;
+
+    // The peer has taken these, which follow the last ones.
+    void Taken(const std::string &peer, std::span<const Message> messages);
+    // The peer has taken this one, and not yet all before it.
+    void TakenAhead(const std::string &peer, const Message &message);
+    // Is this one done with before all in front of it are?
+    [[nodiscard]] bool IsAhead(const std::string &peer, int64_t id) const;
+    // The peer has all up to this one that it needs to have.
+    void CaughtUp(const std::string &peer, int64_t last_id);
+    // The peer, which takes others, does not take this one.
+    void PutAside(const std::string &peer, const Message &message, const std::string &why);
+    [[nodiscard]] bool IsAside(const std::string &peer, int64_t id) const;
+    // The peer has taken one that was put aside.
+    void TakenAfterAll(const std::string &peer, const Message &message);
+    // A try failed.
+    void Failed(const std::string &peer, const std::string &why);
+    // The receiver answers again, without having taken anything new.
+    void Well(const std::string &peer);
+    // Alerts up to this one are removed from the store. Returns how many of them nobody had taken by
+    // then; those that were put aside are not told of again.
+    int64_t Removed(int64_t last_id);
+
+    // Until when an alert is active. One that no peer has had yet begins when it is sent: a receiver
+    // that was down for longer than alerts are active would otherwise learn of nothing.
+    [[nodiscard]] int64_t EndsAt(const alerts::Alert &alert, int64_t now_ms) const;
+    // The first alert that was taken so late that its own time does not tell when it ends.
+    [[nodiscard]] int64_t FirstLateId(int64_t now_ms);
+
+    [[nodiscard]] Deliveries Rows() const;
+    // What became of undelivered ones since the last call. Take the rows before the changes: then a
+    // crash in between repeats an alert, and never forgets one.
+    std::vector<UndeliveredChange> TakeChanges();
+    // Are the rows others than at the last call, or for the first one at the beginning?
+    bool HasChanged();
+
+  private:
+    struct LateRange {
+        int64_t first_id;
+        int64_t last_id;
+        int64_t ends_ms;
+    };
+    void MarkWell(const std::string &peer);
+    void MarkTaken(const std::string &peer, std::span<const Message> messages);
+    void Advance(const std::string &peer, int64_t last_id);
+
+    mutable std::mutex mutex_;
+    Deliveries rows_;
+    Deliveries seen_;   // as they were at the last HasChanged
+    int64_t active_ms_; // 0: alerts are not active at this receiver
+    std::deque<LateRange> late_;
+    // By peer: done with, taken or put aside, with an id above its last one.
+    std::map<std::string, std::set<int64_t>> ahead_;
+    std::map<std::string, std::set<int64_t>> aside_; // by peer: put aside, and not taken since
+    std::vector<UndeliveredChange> changes_;
+};
+
+} // namespace sinks
+
+#endif // AGENT_SINKS_PROGRESS_H

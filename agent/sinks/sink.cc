@@ -1,0 +1,198 @@
+#include "agent/sinks/sink.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <sys/stat.h>
+
+#include "agent/host/error.h"
+
+namespace sinks {
+
+namespace {
+
+constexpr size_t kMaxSecret = 64 * size_t{1024}; // bytes of a secret file
+
+int64_t SteadyMs()
+{
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+bool IsPrefix(const SinkOption &option)
+{
+    return option.name[strlen(option.name) - 1] == '.';
+}
+
+bool Matches(const SinkOption &option, const std::string &name)
+{
+    if (IsPrefix(option))
+        return name.starts_with(option.name) && name.size() > strlen(option.name);
+    return name == option.name;
+}
+
+std::string OptionNames(const SinkKind &kind)
+{
+    std::string names;
+    for (const SinkOption &option : kind.options)
+        names += (names.empty() ? "" : ", ") + std::string(option.name) +
+                 (IsPrefix(option) ? "NAME" : "") + "=" + option.form;
+    return names.empty() ? "nothing: it has no options" : names;
+}
+
+} // namespace
+
+Outcome AllTaken(std::span<const Message> messages, std::string answer)
+{
+    return {Outcome::Result::kTaken, messages.size(), std::move(answer)};
+}
+
+Outcome Failed(std::string why, size_t taken)
+{
+    return {Outcome::Result::kFailed, taken, std::move(why)};
+}
+
+Outcome Refused(std::string why, size_t taken)
+{
+    return {Outcome::Result::kRefused, taken, std::move(why)};
+}
+
+void Interrupt::Raise(std::chrono::milliseconds grace)
+{
+    deadline_ms_ = SteadyMs() + grace.count();
+}
+
+bool Interrupt::IsRaised() const
+{
+    return SteadyMs() >= deadline_ms_;
+}
+
+std::string Secrets::Read(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        throw host::Error("cannot read the secret in " + path, strerror(errno),
+                          "create the file, readable by the daemon's user only");
+    std::string secret(kMaxSecret + 1, '\0');
+    file.read(secret.data(), static_cast<std::streamsize>(secret.size()));
+    secret.resize(static_cast<size_t>(file.gcount()));
+    secret.erase(std::min(secret.find_first_of("\r\n"), secret.size()));
+    if (secret.empty() || secret.size() > kMaxSecret || secret.find('\0') != std::string::npos)
+        throw host::Error("cannot use the secret in " + path,
+                          "its first line is empty, too long, or holds a zero byte",
+                          "write the secret into the first line");
+    if (std::find(known_.begin(), known_.end(), secret) == known_.end())
+        known_.push_back(secret);
+    return secret;
+}
+
+std::string Secrets::Hide(std::string text) const
+{
+    constexpr char kHidden[] = "***";
+    for (const std::string &secret : known_) {
+        for (size_t at = text.find(secret); at != std::string::npos;
+             at = text.find(secret, at + strlen(kHidden)))
+            text.replace(at, secret.size(), kHidden);
+    }
+    return text;
+}
+
+std::string SinkConfig::Get(const std::string &option) const
+{
+    const auto given = options.find(option);
+    if (given != options.end())
+        return given->second;
+    for (const SinkOption &known : kind->options) {
+        if (option == known.name)
+            return known.standard != nullptr ? known.standard : "";
+    }
+    return {};
+}
+
+int64_t SinkConfig::Number(const std::string &option) const
+{
+    return strtoll(Get(option).c_str(), nullptr, 10);
+}
+
+std::map<std::string, std::string> SinkConfig::All(const std::string &prefix) const
+{
+    std::map<std::string, std::string> found;
+    for (const auto &[option, value] : options) {
+        if (option.starts_with(prefix))
+            found[option.substr(prefix.size())] = value;
+    }
+    return found;
+}
+
+std::vector<std::string> SinkConfig::Peers() const
+{
+    return kind->peers != nullptr ? kind->peers(*this) : std::vector<std::string>{""};
+}
+
+const SinkKind &FindKind(const std::string &name)
+{
+    std::string known;
+    for (const SinkKind &kind : AllKinds()) {
+        if (name == kind.name)
+            return kind;
+        known += (known.empty() ? "" : ", ") + std::string(kind.name);
+    }
+    throw host::Error("cannot use the kind of sink \"" + name + "\"", "there is none of that name",
+                      "use one of " + known);
+}
+
+const SinkOption &FindOption(const SinkKind &kind, const std::string &name)
+{
+    for (const SinkOption &option : kind.options) {
+        if (Matches(option, name))
+            return option;
+    }
+    throw host::Error("cannot use the option \"" + name + "\"",
+                      std::string("a sink of kind ") + kind.name + " has none of that name",
+                      "it takes " + OptionNames(kind));
+}
+
+void CheckSink(const SinkConfig &config)
+{
+    for (const auto &[name, value] : config.options) {
+        const std::string allowed = FindOption(*config.kind, name).check(value);
+        if (!allowed.empty())
+            throw host::Error("cannot set " + name + " to \"" + value + "\"",
+                              "the value is not accepted", "use " + allowed);
+    }
+    for (const SinkOption &option : config.kind->options) {
+        if (option.standard == nullptr && !config.options.contains(option.name))
+            throw host::Error("cannot make a sink of kind " + std::string(config.kind->name),
+                              std::string("it has no ") + option.name,
+                              std::string("add ") + option.name + "=" + option.form);
+    }
+    for (const std::string &peer : config.Peers()) {
+        Secrets secrets;
+        config.kind->open(config, peer, secrets);
+    }
+}
+
+std::vector<std::string> SecretWarnings(const SinkConfig &config)
+{
+    std::vector<std::string> warnings;
+    for (const auto &[name, path] : config.options) {
+        if (!FindOption(*config.kind, name).is_secret_file)
+            continue;
+        struct stat status {};
+        if (stat(path.c_str(), &status) != 0)
+            warnings.push_back("the file " + path + " cannot be read: " + strerror(errno));
+        else if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0)
+            warnings.push_back("the secret in " + path +
+                               " is open to others than its owner; run chmod 600 " + path);
+    }
+    if (config.kind->warnings != nullptr) {
+        for (std::string &warning : config.kind->warnings(config))
+            warnings.push_back(std::move(warning));
+    }
+    return warnings;
+}
+
+} // namespace sinks

@@ -1,0 +1,149 @@
+// What a sink is: a place where alerts go. One file per kind implements it; the table of kinds is in
+// sink_kinds.cc.
+//
+// A sink belongs to one thread. It blocks only as long as its time limits allow, and gives up soon
+// after the interrupt was raised.
+#ifndef AGENT_SINKS_SINK_H
+#define AGENT_SINKS_SINK_H
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "agent/alerts/alert_store.h"
+
+namespace sinks {
+
+// An alert on its way.
+struct Message {
+    alerts::Alert alert;
+    std::string key;      // the alert's, or of the test; see Alert
+    bool is_test = false; // of `sink test`: nothing has happened
+    int64_t ends_ms = 0;  // until when it is active, for kinds that say so; since 1970, UTC
+};
+
+// What came of an attempt to send.
+struct Outcome {
+    enum class Result {
+        kTaken,   // the receiver has all of them
+        kFailed,  // it could not be reached, or takes nothing at present, whatever it is
+        kRefused, // it was given this one and did not take it: the alert may be the reason
+    };
+    Result result = Result::kFailed;
+    size_t taken = 0;   // so many, from the first on, were taken; those are never sent again
+    std::string answer; // what the receiver said, or why it failed; one line
+};
+
+Outcome AllTaken(std::span<const Message> messages, std::string answer);
+Outcome Failed(std::string why, size_t taken = 0);
+Outcome Refused(std::string why, size_t taken = 0);
+
+// Tells a sink that its thread is to end.
+class Interrupt {
+  public:
+    // What is under way may still end within the grace period.
+    void Raise(std::chrono::milliseconds grace);
+    // True once the grace period is over.
+    [[nodiscard]] bool IsRaised() const;
+
+  private:
+    std::atomic<int64_t> deadline_ms_{INT64_MAX}; // steady clock
+};
+
+class Sink {
+  public:
+    Sink() = default;
+    virtual ~Sink() = default;
+    Sink(const Sink &) = delete;
+    Sink &operator=(const Sink &) = delete;
+
+    // Sends messages in order, at least one. May throw host::Error, which is a failure.
+    virtual Outcome Send(std::span<const Message> messages, const Interrupt &interrupt) = 0;
+
+    // The most that one Send is given.
+    [[nodiscard]] virtual size_t batch() const { return 1; }
+};
+
+// The text of a secret file, without the line end. Remembers what was read, so that it can be taken
+// out of any text that is shown.
+class Secrets {
+  public:
+    // Throws host::Error, which names the file and never its content.
+    std::string Read(const std::string &path);
+    // The text with "***" in place of each secret.
+    [[nodiscard]] std::string Hide(std::string text) const;
+
+  private:
+    std::vector<std::string> known_;
+};
+
+struct SinkConfig;
+
+// An option of a kind of sink.
+struct SinkOption {
+    const char *name;     // "ca-file"; "header." stands for all options that begin so
+    const char *form;     // "FILE", for the help
+    const char *standard; // its value when it is not given; null: it must be given
+    const char *help;
+    // Empty when the value is accepted, otherwise what is: "an absolute path".
+    std::string (*check)(const std::string &value);
+    bool is_secret_file = false; // it names a file with a secret
+};
+
+struct SinkKind {
+    const char *name;
+    const char *help;
+    std::vector<SinkOption> options;
+    // Makes a sink and does not connect yet. Throws host::Error when the options do not go
+    // together or a file cannot be read.
+    std::unique_ptr<Sink> (*open)(const SinkConfig &config, const std::string &peer,
+                                  Secrets &secrets);
+    // The receivers that each get all alerts; null: there is one, whose name is empty.
+    std::vector<std::string> (*peers)(const SinkConfig &config) = nullptr;
+    // How long an alert is active at the receiver, and how often it is told so again; null: the
+    // receiver knows of no such thing.
+    std::chrono::milliseconds (*active)(const SinkConfig &config) = nullptr;
+    std::chrono::milliseconds (*resend)(const SinkConfig &config) = nullptr;
+    // What is unsafe about the way of its secrets; null: nothing is.
+    std::vector<std::string> (*warnings)(const SinkConfig &config) = nullptr;
+};
+
+// A configured sink.
+struct SinkConfig {
+    int64_t key = 0; // number of its registry key
+    std::string name;
+    const SinkKind *kind = nullptr;
+    std::map<std::string, std::string> options; // those that were given
+
+    // The value of an option, or its standard one.
+    [[nodiscard]] std::string Get(const std::string &option) const;
+    [[nodiscard]] int64_t Number(const std::string &option) const;
+    [[nodiscard]] bool Has(const std::string &option) const { return !Get(option).empty(); }
+    // What was given for "header.": {"X-Team", "ops"}. By name.
+    [[nodiscard]] std::map<std::string, std::string> All(const std::string &prefix) const;
+    // At least one: see SinkKind::peers.
+    [[nodiscard]] std::vector<std::string> Peers() const;
+
+    bool operator==(const SinkConfig &) const = default;
+};
+
+const std::vector<SinkKind> &AllKinds();
+// Throws host::Error, which names all kinds, for one that is not known.
+const SinkKind &FindKind(const std::string &name);
+// The option that a given name belongs to. Throws host::Error, which names all options.
+const SinkOption &FindOption(const SinkKind &kind, const std::string &name);
+
+// Throws host::Error, which says what is allowed, unless a sink can be made of this.
+void CheckSink(const SinkConfig &config);
+
+// What is unsafe about its secrets, such as that everybody can read the file of one. One line each.
+std::vector<std::string> SecretWarnings(const SinkConfig &config);
+
+} // namespace sinks
+
+#endif // AGENT_SINKS_SINK_H

@@ -1,0 +1,199 @@
+#include "agent/sinks/sink_registry.h"
+
+#include <algorithm>
+#include <cstring>
+#include <strings.h>
+
+#include "agent/host/agent_values.h"
+#include "agent/host/error.h"
+#include "agent/sinks/delivery_store.h"
+#include "agent/sinks/option_checks.h"
+#include "platform/registry.h"
+
+namespace sinks {
+
+namespace {
+
+constexpr char kKind[] = "Kind";
+constexpr char kAlertLimit[] = "AlertLimit";
+constexpr char kAlertMegabytes[] = "AlertMegabytes";
+constexpr size_t kMaxName = 64;
+
+std::string SinksPath()
+{
+    return std::string(host::kAgentKey) + "\\SINKS";
+}
+
+void CheckName(const std::string &name)
+{
+    const bool ok = !name.empty() && name.size() <= kMaxName &&
+                    name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                           "0123456789._-") == std::string::npos;
+    if (!ok)
+        throw host::Error("cannot use the name \"" + name.substr(0, kMaxName) + "\" for a sink",
+                          "it is empty, too long, or holds other characters than those of names",
+                          "use 1 to 64 letters, digits, \".\", \"_\" and \"-\"");
+}
+
+void SetText(host::RegistryTree &registry, host::KeyId key, const std::string &name,
+             const std::string &text)
+{
+    registry.Set(key, name, REG_SZ, std::string_view(text.c_str(), text.size() + 1));
+}
+
+} // namespace
+
+StoredSink SinkRegistry::Read(host::KeyId key, const std::string &name)
+{
+    StoredSink sink;
+    sink.config.key = key;
+    sink.config.name = name;
+    std::string kind;
+    for (const host::RegValue &value : registry_.Values(key)) {
+        // Names in the registry have no case; those of options are lower-case, but for headers and
+        // labels.
+        if (strcasecmp(value.name.c_str(), kKind) == 0)
+            kind = TextOf(value);
+        else
+            sink.config.options[value.name] = TextOf(value);
+    }
+    try {
+        sink.config.kind = &FindKind(kind);
+        for (const auto &[option, text] : sink.config.options) {
+            const std::string allowed = FindOption(*sink.config.kind, option).check(text);
+            if (!allowed.empty())
+                throw host::Error("cannot use its " + option, "the value is not accepted",
+                                  "use " + allowed);
+        }
+    } catch (const host::Error &error) {
+        sink.problem = error.what();
+    }
+    return sink;
+}
+
+std::vector<StoredSink> SinkRegistry::ReadAll()
+{
+    std::vector<StoredSink> sinks;
+    const auto parent = registry_.Find(host::kRootKey, SinksPath());
+    if (!parent)
+        return sinks;
+    for (const std::string &name : registry_.SubKeys(*parent)) {
+        const auto key = registry_.Find(*parent, name);
+        if (key) // it may have gone in between
+            sinks.push_back(Read(*key, name));
+    }
+    return sinks;
+}
+
+StoredSink SinkRegistry::Find(const std::string &name)
+{
+    std::string known;
+    for (StoredSink &sink : ReadAll()) {
+        if (strcasecmp(sink.config.name.c_str(), name.c_str()) == 0)
+            return sink;
+        known += (known.empty() ? "" : ", ") + sink.config.name;
+    }
+    throw host::Error("cannot find the sink \"" + name + "\"", "there is none of that name",
+                      known.empty() ? "add one with syslogmon sink add" : "use one of " + known);
+}
+
+void SinkRegistry::Add(SinkConfig config)
+{
+    CheckName(config.name);
+    host::Transaction transaction(store_); // two that add one name do so one after the other
+    for (const StoredSink &sink : ReadAll()) {
+        if (strcasecmp(sink.config.name.c_str(), config.name.c_str()) == 0)
+            throw host::Error("cannot add the sink " + config.name,
+                              "there is one of that name already",
+                              "choose another name, or change that one with syslogmon sink set");
+    }
+    CheckSink(config);
+    config.key = registry_.Create(host::kRootKey, SinksPath() + "\\" + config.name);
+    SetText(registry_, config.key, kKind, config.kind->name);
+    for (const auto &[name, value] : config.options)
+        SetText(registry_, config.key, name, value);
+    Delivery begins_now;
+    begins_now.last_id = alerts::NewestAlertId(store_.database());
+    WriteDeliveries(store_, config.key, {{"", begins_now}});
+    transaction.Commit();
+}
+
+SinkConfig SinkRegistry::Change(const std::string &name,
+                                const std::function<void(StoredSink &)> &edit)
+{
+    host::Transaction transaction(store_);
+    StoredSink sink = Find(name);
+    edit(sink);
+    const SinkConfig &config = sink.config;
+    CheckSink(config);
+    for (const host::RegValue &value : registry_.Values(config.key)) {
+        if (strcasecmp(value.name.c_str(), kKind) != 0 && !config.options.contains(value.name))
+            registry_.DeleteValue(config.key, value.name);
+    }
+    for (const auto &[option, value] : config.options)
+        SetText(registry_, config.key, option, value);
+    transaction.Commit();
+    return config;
+}
+
+void SinkRegistry::Remove(const std::string &name)
+{
+    registry_.DeleteKey(Find(name).config.key);
+}
+
+std::optional<uint32_t> SinkRegistry::Number(const char *name)
+{
+    const auto key = registry_.Find(host::kRootKey, host::kAgentKey);
+    const auto value = key ? registry_.Get(*key, name) : std::nullopt;
+    uint32_t number = 0;
+    if (!value || value->type != REG_DWORD || value->data.size() != sizeof number)
+        return std::nullopt;
+    memcpy(&number, value->data.data(), sizeof number);
+    return number;
+}
+
+void SinkRegistry::SetNumber(const char *name, uint32_t number)
+{
+    host::Transaction transaction(store_);
+    const host::KeyId key = registry_.Create(host::kRootKey, host::kAgentKey);
+    registry_.Set(key, name, REG_DWORD,
+                  std::string_view(reinterpret_cast<const char *>(&number), sizeof number));
+    transaction.Commit();
+}
+
+uint32_t SinkRegistry::AlertLimit()
+{
+    return std::clamp(Number(kAlertLimit).value_or(kDefaultAlertLimit), kSmallestAlertLimit,
+                      kLargestAlertLimit);
+}
+
+void SinkRegistry::SetAlertLimit(const std::string &text)
+{
+    const std::string allowed = CheckRange(text, kSmallestAlertLimit, kLargestAlertLimit, "alerts");
+    if (!allowed.empty())
+        throw host::Error("cannot set the limit to \"" + text + "\"", "the value is not accepted",
+                          "use " + allowed);
+    SetNumber(kAlertLimit, static_cast<uint32_t>(std::stoul(text)));
+}
+
+// Without a setting, the alerts must leave something of a small disk to others.
+uint32_t SinkRegistry::AlertMegabytes()
+{
+    constexpr int64_t kMegabyte = int64_t{1024} * 1024;
+    const auto set = Number(kAlertMegabytes);
+    if (set)
+        return std::clamp(*set, 1U, kLargestAlertMegabytes);
+    const int64_t quarter = host::SizeOfDisk(store_.database().path()) / 4 / kMegabyte;
+    return static_cast<uint32_t>(std::clamp<int64_t>(quarter, 1, kDefaultAlertMegabytes));
+}
+
+void SinkRegistry::SetAlertMegabytes(const std::string &text)
+{
+    const std::string allowed = CheckRange(text, 1, kLargestAlertMegabytes, "megabytes");
+    if (!allowed.empty())
+        throw host::Error("cannot set the limit to \"" + text + "\" megabytes",
+                          "the value is not accepted", "use " + allowed);
+    SetNumber(kAlertMegabytes, static_cast<uint32_t>(std::stoul(text)));
+}
+
+} // namespace sinks

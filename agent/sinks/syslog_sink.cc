@@ -1,0 +1,116 @@
+// Kind "syslog": a message to the syslog daemon of this host. It carries the identifier by which the
+// monitor knows its own messages, or each report would be matched and reported again.
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <syslog.h>
+
+#include "agent/host/waitable.h"
+#include "agent/sinks/alert_json.h"
+#include "agent/sinks/option_checks.h"
+#include "agent/sinks/sink_kinds.h"
+#include "agent/sinks/syslog_words.h"
+#include "platform/contract.h"
+
+namespace sinks {
+
+namespace {
+
+constexpr size_t kBatch = 100;
+// The longest message that the usual daemons take, less what stands before the text.
+constexpr size_t kMaxText = 8192 - 256;
+constexpr timeval kPatience{5, 0}; // for a daemon that does not read
+
+class SyslogSink : public Sink {
+  public:
+    SyslogSink(std::string path, int priority) : path_(std::move(path)), priority_(priority) {}
+
+    Outcome Send(std::span<const Message> messages, const Interrupt &interrupt) override
+    {
+        for (size_t i = 0; i < messages.size(); ++i) {
+            const std::string failure = interrupt.IsRaised() ? "interrupted" : Post(messages[i]);
+            if (!failure.empty())
+                return Failed("cannot send to " + path_ + ": " + failure, i);
+        }
+        return AllTaken(messages, "sent to " + path_ + ", which acknowledges nothing");
+    }
+    [[nodiscard]] size_t batch() const override { return kBatch; }
+
+  private:
+    std::string Post(const Message &message)
+    {
+        if (socket_.get() < 0) {
+            const std::string failure = Connect();
+            if (!failure.empty())
+                return failure;
+        }
+        const std::string text = TextOf(message);
+        if (send(socket_.get(), text.data(), text.size(), MSG_NOSIGNAL) >= 0)
+            return {};
+        const int error = errno;
+        socket_ = host::Fd(); // the daemon may have been started anew
+        return error == EAGAIN ? "nobody reads it" : strerror(error);
+    }
+    std::string Connect()
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path_.copy(address.sun_path, sizeof address.sun_path - 1);
+        host::Fd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &kPatience, sizeof kPatience);
+        if (connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+            return strerror(errno);
+        socket_ = std::move(fd);
+        return {};
+    }
+    [[nodiscard]] std::string TextOf(const Message &message) const
+    {
+        const time_t now = time(nullptr);
+        struct tm local {};
+        localtime_r(&now, &local);
+        char stamp[32];
+        strftime(stamp, sizeof stamp, "%b %e %H:%M:%S", &local);
+        std::string text = (message.is_test ? "TEST " : "") + AlertSummary(message);
+        text.resize(std::min(text.size(), kMaxText));
+        return "<" + std::to_string(priority_) + ">" + stamp + " " + kSyslogIdentifier + ": [" +
+               message.key + " x" + std::to_string(message.alert.count) + "] " + text;
+    }
+
+    std::string path_;
+    int priority_;
+    host::Fd socket_;
+};
+
+std::string CheckSocket(const std::string &value)
+{
+    if (value.size() < sizeof sockaddr_un{}.sun_path)
+        return CheckPath(value);
+    return "an absolute path of at most 107 bytes";
+}
+
+} // namespace
+
+SinkKind SyslogKind()
+{
+    SinkKind kind;
+    kind.name = "syslog";
+    kind.help = "the syslog daemon of this host";
+    kind.options = {
+        {"facility", "NAME", "daemon", "the facility", CheckSyslogFacility},
+        {"level", "NAME", "warning", "the level", CheckSyslogLevel},
+        {"socket", "FILE", "/dev/log", "where the daemon listens", CheckSocket},
+    };
+    kind.open = [](const SinkConfig &config, const std::string &,
+                   Secrets &) -> std::unique_ptr<Sink> {
+        return std::make_unique<SyslogSink>(config.Get("socket"),
+                                            SyslogFacility(config.Get("facility")) |
+                                                SyslogLevel(config.Get("level")));
+    };
+    return kind;
+}
+
+} // namespace sinks

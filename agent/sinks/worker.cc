@@ -1,0 +1,452 @@
+#include "agent/sinks/worker.h"
+
+#include <algorithm>
+
+#include "agent/host/error.h"
+#include "agent/text/say.h"
+#include "platform/trace.h"
+
+namespace sinks {
+
+namespace {
+
+constexpr char kUnit[] = "deliverer";
+
+// What a receiver is given to answer when the daemon stops.
+constexpr std::chrono::milliseconds kGrace{1500};
+
+// So often a receiver may refuse an alert before others are tried: a receiver that was just started
+// or is just being set up refuses many things. Right behind one that was put aside there is less to
+// doubt, and whoever can make one such alert can make a hundred.
+constexpr int kRefusalsBelieved = 4;
+constexpr int kRefusalsInARow = 2;
+
+// A receiver that refuses so many of the active alerts and takes none is not asked about the rest.
+constexpr size_t kRefusalsOfAll = 8;
+
+// Others are tried one after the other for so long.
+constexpr std::chrono::milliseconds kQuick{500};
+
+constexpr size_t kMaxError = 500; // bytes of an error that are kept
+
+int64_t WallMs()
+{
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+std::string OneLine(std::string text)
+{
+    text.resize(std::min(text.size(), kMaxError));
+    for (char &c : text) {
+        if (static_cast<unsigned char>(c) < ' ' || c == 0x7F)
+            c = ' ';
+    }
+    text.erase(text.find_last_not_of(' ') + 1);
+    return text;
+}
+
+} // namespace
+
+Worker::Worker(WorkerContext context, SinkConfig config, std::string peer,
+               std::shared_ptr<Progress> progress)
+    : context_(std::move(context)), config_(std::move(config)), peer_(std::move(peer)),
+      progress_(std::move(progress)), backoff_(context_.pauses), refusals_wanted_(kRefusalsBelieved)
+{
+    if (config_.kind->active != nullptr)
+        refresh_at_ = Clock::now(); // the receiver may have been started anew as well
+    thread_ = std::thread([this] { Run(); });
+}
+
+Worker::~Worker()
+{
+    RequestStop();
+    thread_.join();
+}
+
+void Worker::RequestStop()
+{
+    const std::lock_guard lock(mutex_);
+    if (!stop_)
+        interrupt_.Raise(kGrace);
+    stop_ = true;
+    news_.notify_one();
+}
+
+void Worker::Wake()
+{
+    const std::lock_guard lock(mutex_);
+    woken_ = true;
+    news_.notify_one();
+}
+
+void Worker::TryNow()
+{
+    const std::lock_guard lock(mutex_);
+    woken_ = true;
+    try_now_ = true;
+    news_.notify_one();
+}
+
+void Worker::SendAgain(const std::vector<int64_t> &ids)
+{
+    {
+        const std::lock_guard lock(mutex_);
+        for (const int64_t id : ids) {
+            if (std::find(again_.begin(), again_.end(), id) == again_.end())
+                again_.push_back(id);
+        }
+    }
+    TryNow();
+}
+
+bool Worker::StopRequested()
+{
+    const std::lock_guard lock(mutex_);
+    return stop_;
+}
+
+std::string Worker::Name() const
+{
+    return config_.name + (peer_.empty() ? "" : " (" + peer_ + ")");
+}
+
+void Worker::Run()
+{
+    TraceLogSetThrName(("to " + config_.name).c_str());
+    while (!StopRequested()) {
+        try {
+            Step();
+        } catch (const host::StoreError &error) {
+            StoreFailed(error.what());
+        } catch (const std::exception &error) {
+            Fail(error.what());
+        }
+    }
+}
+
+void Worker::Step()
+{
+    if (!database_)
+        database_.emplace(context_.store, host::Database::Mode::kReadOnly);
+    if (!sink_) {
+        secrets_ = {};
+        sink_ = config_.kind->open(config_, peer_, secrets_);
+    }
+    if (refresh_at_ && Clock::now() >= *refresh_at_ && !Refresh())
+        return;
+    if (SendOneAgain())
+        return;
+    const std::vector<Message> batch = NextBatch();
+    store_failing_ = false;
+    if (batch.empty()) {
+        WaitForAlerts();
+        return;
+    }
+    Handle(batch, sink_->Send(batch, interrupt_));
+}
+
+std::vector<Message> Worker::MessagesOf(std::vector<alerts::Alert> alerts) const
+{
+    const int64_t now = WallMs();
+    std::vector<Message> messages;
+    for (alerts::Alert &alert : alerts) {
+        Message message;
+        message.key = alert.key;
+        if (config_.kind->active != nullptr)
+            message.ends_ms = progress_->EndsAt(alert, now);
+        message.alert = std::move(alert);
+        messages.push_back(std::move(message));
+    }
+    return messages;
+}
+
+// The next alerts of this receiver. What it has taken ahead is left out, and what another peer has had
+// and is over by now.
+std::vector<Message> Worker::NextBatch()
+{
+    {
+        const std::lock_guard lock(mutex_);
+        woken_ = false; // what is stored from here on wakes anew
+    }
+    for (;;) {
+        const size_t limit = std::min(sink_->batch(), batch_limit_);
+        std::vector<Message> batch = MessagesOf(alerts::ReadAlerts(
+            *database_, progress_->LastId(peer_), 0, static_cast<int64_t>(limit)));
+        if (batch.empty())
+            return batch;
+        const int64_t last = batch.back().alert.id;
+        const int64_t others_have = progress_->LastId("");
+        const int64_t now = WallMs();
+        std::erase_if(batch, [&](const Message &message) {
+            const bool is_over = config_.kind->active != nullptr &&
+                                 message.alert.id <= others_have && message.ends_ms <= now;
+            return is_over || progress_->IsAhead(peer_, message.alert.id);
+        });
+        if (!batch.empty() || StopRequested())
+            return batch;
+        progress_->CaughtUp(peer_, last);
+    }
+}
+
+// Tells the receiver again of all alerts that are active and that it, or another peer, has had. It
+// may have forgotten them, or never had them while it was down.
+bool Worker::Refresh()
+{
+    const auto active = config_.kind->active(config_);
+    const int64_t now = WallMs();
+    const int64_t up_to = progress_->LastId("");
+    std::vector<Message> messages = MessagesOf(alerts::NewestOfEachKind(
+        *database_, up_to, now - active.count(), progress_->FirstLateId(now)));
+    std::erase_if(messages, [&](const Message &message) {
+        return message.ends_ms <= now || progress_->IsAside(peer_, message.alert.id);
+    });
+    const bool was_down = failing_;
+    refresh_at_.reset();
+    if (!messages.empty()) {
+        refresh_at_ = Clock::now() + config_.kind->resend(config_);
+        if (!SendAll(std::move(messages)))
+            return false;
+    }
+    if (was_down)
+        progress_->CaughtUp(peer_, up_to);
+    return true;
+}
+
+// One that the receiver refuses is left out, provided that it takes another one of them.
+bool Worker::SendAll(std::vector<Message> messages)
+{
+    std::string refusal;
+    std::vector<Message> refused;
+    bool any_taken = false;
+    size_t most = sink_->batch();
+    while (!messages.empty()) {
+        const size_t count = std::min(most, messages.size());
+        const Outcome outcome =
+            sink_->Send(std::span<const Message>(messages).first(count), interrupt_);
+        const bool is_taken = outcome.result == Outcome::Result::kTaken;
+        if (outcome.result == Outcome::Result::kFailed || StopRequested()) {
+            Fail(outcome.answer);
+            return false;
+        }
+        if (!is_taken && count > 1) {
+            most = 1;
+            continue;
+        }
+        any_taken = any_taken || is_taken;
+        if (!is_taken) {
+            refusal = outcome.answer;
+            refused.push_back(messages[0]);
+        }
+        if (!any_taken && refused.size() >= kRefusalsOfAll)
+            break;
+        messages.erase(messages.begin(), messages.begin() + static_cast<ptrdiff_t>(count));
+    }
+    const bool is_well = any_taken && std::all_of(refused.begin(), refused.end(),
+                                                  [this](const Message &m) { return Settle(m); });
+    if (!is_well) {
+        Fail(refusal);
+        return false;
+    }
+    Succeeded();
+    return true;
+}
+
+// Sends one once more that was refused before the receiver took another one, and puts it aside if it is
+// refused again. False when the receiver has failed meanwhile.
+bool Worker::Settle(const Message &refused)
+{
+    const int64_t id = refused.alert.id;
+    if (id <= progress_->LastId(peer_) || progress_->IsAhead(peer_, id))
+        return true; // it was taken when it was new
+    const Outcome outcome = sink_->Send(std::span(&refused, 1), interrupt_);
+    if (outcome.result == Outcome::Result::kTaken) {
+        // One that was down until this moment takes it now, too: late, but not lost.
+        progress_->TakenAhead(peer_, refused);
+        return true;
+    }
+    if (outcome.result == Outcome::Result::kFailed || StopRequested())
+        return false;
+    const std::string why = OneLine(secrets_.Hide(outcome.answer));
+    progress_->PutAside(peer_, refused, why);
+    refusals_wanted_ = kRefusalsInARow;
+    TRACE(TRACE_NOTABLE, "The sink %s does not take the alert %s, which is put aside: %s.",
+          Name().c_str(), refused.key.c_str(), why.c_str());
+    return true;
+}
+
+void Worker::Handle(const std::vector<Message> &batch, const Outcome &outcome)
+{
+    const size_t taken = std::min(outcome.taken, batch.size());
+    if (taken > 0) {
+        progress_->Taken(peer_, std::span(batch).first(taken));
+        batch_limit_ = SIZE_MAX;
+        refusals_wanted_ = kRefusalsBelieved;
+        Succeeded();
+        if (!refresh_at_ && config_.kind->resend != nullptr)
+            refresh_at_ = Clock::now() + config_.kind->resend(config_);
+    }
+    if (taken == batch.size())
+        return;
+    if (outcome.result == Outcome::Result::kRefused && !StopRequested()) {
+        batch_limit_ = 1;
+        if (batch.size() > 1)
+            return; // which one it is shows when each is sent alone
+        if (IsTriedEnough(batch[0]) && TakesAnother(batch[0].alert.id) && Settle(batch[0])) {
+            Succeeded();
+            return;
+        }
+    }
+    Fail(outcome.answer);
+}
+
+// Counts a refusal.
+bool Worker::IsTriedEnough(const Message &refused)
+{
+    if (refused.alert.id != refused_id_) {
+        refusals_ = 0;
+        ahead_by_ = 0;
+    }
+    refused_id_ = refused.alert.id;
+    return ++refusals_ >= refusals_wanted_;
+}
+
+// Tries the first alert behind this one, the second, the fourth and so on, until one is taken: those
+// right behind it may be of the same kind. A receiver that takes its time to refuse is asked once, and
+// about the others after the next pause.
+bool Worker::TakesAnother(int64_t id)
+{
+    const auto begin = Clock::now();
+    while (!StopRequested() && Clock::now() - begin < kQuick) {
+        const auto other = FirstAfter(id + ahead_by_);
+        ahead_by_ = other ? ahead_by_ * 2 + 1 : 0; // at the end, from the first one again
+        if (!other)
+            return false;
+        const Outcome outcome = sink_->Send(std::span(&*other, 1), interrupt_);
+        if (outcome.result == Outcome::Result::kTaken) {
+            progress_->TakenAhead(peer_, *other);
+            return true;
+        }
+        if (outcome.result == Outcome::Result::kFailed)
+            return false;
+    }
+    return false;
+}
+
+// The first alert with a larger id that was not taken ahead.
+std::optional<Message> Worker::FirstAfter(int64_t id)
+{
+    for (;;) {
+        std::vector<Message> found = MessagesOf(alerts::ReadAlerts(*database_, id, 0, 1));
+        if (found.empty())
+            return std::nullopt;
+        id = found[0].alert.id;
+        if (!progress_->IsAhead(peer_, id))
+            return std::move(found[0]);
+    }
+}
+
+// Sends one that was put aside, if somebody wants that. It has one try; while the receiver is down, it
+// waits for it like all others.
+bool Worker::SendOneAgain()
+{
+    int64_t id = 0;
+    {
+        const std::lock_guard lock(mutex_);
+        if (again_.empty())
+            return false;
+        id = again_.front();
+    }
+    std::vector<Message> found = MessagesOf(alerts::ReadAlerts(*database_, id - 1, 0, 1));
+    if (found.empty() || found[0].alert.id != id) { // it has left the store
+        ForgetAgain(id);
+        return true;
+    }
+    Message &message = found[0];
+    if (config_.kind->active != nullptr)
+        message.ends_ms = WallMs() + config_.kind->active(config_).count();
+    const Outcome outcome = sink_->Send(std::span(&message, 1), interrupt_);
+    if (outcome.result == Outcome::Result::kFailed || StopRequested()) {
+        Fail(outcome.answer);
+        return true;
+    }
+    ForgetAgain(id);
+    if (outcome.result == Outcome::Result::kTaken) {
+        progress_->TakenAfterAll(peer_, message);
+        Succeeded();
+    } else {
+        progress_->PutAside(peer_, message, OneLine(secrets_.Hide(outcome.answer)));
+        context_.progressed();
+    }
+    return true;
+}
+
+void Worker::ForgetAgain(int64_t id)
+{
+    const std::lock_guard lock(mutex_);
+    std::erase(again_, id);
+}
+
+void Worker::Succeeded()
+{
+    backoff_.Reset();
+    if (failing_) {
+        failing_ = false;
+        progress_->Well(peer_);
+        TRACE(TRACE_NOTABLE, "The sink %s takes alerts again.", Name().c_str());
+    }
+    context_.progressed();
+}
+
+void Worker::Fail(const std::string &why)
+{
+    sink_.reset();
+    if (StopRequested())
+        return; // it was interrupted
+    const std::string shown = OneLine(secrets_.Hide(why));
+    progress_->Failed(peer_, shown);
+    context_.progressed();
+    if (!failing_)
+        TRACE(TRACE_NOTABLE, "The sink %s takes no alerts, they wait for it: %s.", Name().c_str(),
+              shown.c_str());
+    failing_ = true;
+    if (config_.kind->active != nullptr)
+        refresh_at_ = Clock::now(); // whatever it knew, it may have forgotten when it is back
+    Pause();
+}
+
+// The store is told of by itself: nothing is known of the receiver.
+void Worker::StoreFailed(const std::string &why)
+{
+    database_.reset();
+    if (StopRequested())
+        return;
+    if (!store_failing_) {
+        const std::string text =
+            "the alerts for the sink " + Name() + " cannot be read, they wait: " + why;
+        TRACE(TRACE_NOTABLE, "%s.", text.c_str());
+        text::Say(text);
+    }
+    store_failing_ = true;
+    Pause();
+}
+
+void Worker::Pause()
+{
+    std::unique_lock lock(mutex_);
+    news_.wait_for(lock, backoff_.Next(), [this] { return stop_ || try_now_; });
+    try_now_ = false;
+}
+
+void Worker::WaitForAlerts()
+{
+    std::unique_lock lock(mutex_);
+    const auto has_news = [this] { return stop_ || woken_ || !again_.empty(); };
+    if (refresh_at_)
+        news_.wait_until(lock, *refresh_at_, has_news);
+    else
+        news_.wait(lock, has_news);
+    try_now_ = false;
+}
+
+} // namespace sinks

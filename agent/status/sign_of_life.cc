@@ -1,0 +1,46 @@
+#include "agent/status/sign_of_life.h"
+
+#include <fstream>
+
+namespace status {
+
+namespace {
+
+// The daemon tells every ten seconds that it is there. One that is busy may be late.
+constexpr int64_t kSilentMs = 60 * 1000;
+// Reading a line takes microseconds; at rest it counts as going on every ten seconds.
+constexpr int64_t kStillMs = 30 * 1000;
+
+// The letter of the kernel for what a process does, behind its name in brackets; blank: not known.
+char ProcessState(pid_t process)
+{
+    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+    std::string line;
+    std::getline(file, line);
+    const size_t name_end = line.rfind(") ");
+    return name_end != std::string::npos && name_end + 2 < line.size() ? line[name_end + 2] : ' ';
+}
+
+std::string Seconds(int64_t milliseconds)
+{
+    return std::to_string(milliseconds / 1000) + " s";
+}
+
+} // namespace
+
+std::string WhyItStands(pid_t daemon, const std::optional<Status> &status)
+{
+    const char state = ProcessState(daemon);
+    if (state == 'T' || state == 't')
+        return "its process is stopped, by SIGSTOP or a debugger";
+    if (!status || status->pid != daemon || status->alive_ns == 0)
+        return {}; // it has told nothing yet
+    const int64_t silent_ms = (UpTimeNs() - status->alive_ns) / 1'000'000;
+    if (silent_ms >= kSilentMs)
+        return "it has given no sign of life for " + Seconds(silent_ms);
+    if (status->still_ms >= kStillMs)
+        return "its pass has read nothing for " + Seconds(status->still_ms + silent_ms);
+    return {};
+}
+
+} // namespace status

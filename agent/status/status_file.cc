@@ -1,0 +1,179 @@
+#include "agent/status/status_file.h"
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <fstream>
+#include <string_view>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+#include "agent/host/error.h"
+#include "agent/host/private_file.h"
+
+namespace status {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+namespace {
+
+constexpr const char *kStateNames[] = {"starting", "running", "pausing", "stopping"};
+constexpr const char *kKindNames[] = {"start",         "cycle",        "scan",
+                                      "customer-file", "file-monitor", "other"};
+
+// The index of a name, or the last one for a name that is not known.
+template <size_t Size>
+size_t IndexOf(const char *const (&names)[Size], const std::string &name)
+{
+    size_t index = 0;
+    while (index + 1 < Size && name != names[index])
+        ++index;
+    return index;
+}
+
+fs::path StatusPath(const fs::path &run_folder)
+{
+    return run_folder / "status.json";
+}
+
+json ToJson(const PassStatus &pass)
+{
+    return {{"number", pass.number},
+            {"kind", PassKindName(pass.kind)},
+            {"began_ms", pass.began_ms},
+            {"began_boot_ns", pass.began_boot_ns},
+            {"took_us", pass.took_us}};
+}
+
+PassStatus PassOf(const json &object)
+{
+    PassStatus pass;
+    pass.number = object.at("number");
+    pass.kind = static_cast<PassKind>(IndexOf(kKindNames, object.at("kind").get<std::string>()));
+    pass.began_ms = object.at("began_ms");
+    pass.began_boot_ns = object.at("began_boot_ns");
+    pass.took_us = object.at("took_us");
+    return pass;
+}
+
+Status StatusOf(const json &object)
+{
+    Status status;
+    status.pid = object.at("pid");
+    status.version = object.at("version");
+    status.started_ms = object.at("started_ms");
+    status.state =
+        static_cast<MonitorState>(IndexOf(kStateNames, object.at("state").get<std::string>()));
+    status.restarts = object.at("restarts");
+    status.next_start_ms = object.at("next_start_ms");
+    status.last_error = object.at("last_error");
+    status.table_size = object.at("table_size");
+    status.last_pass = PassOf(object.at("last_pass"));
+    status.last_full_pass = PassOf(object.at("last_full_pass"));
+    status.watch_problem = object.value("watch_problem", "");
+    status.alive_ns = object.value("alive_ns", int64_t{0});
+    status.still_ms = object.value("still_ms", int64_t{0});
+    status.store = object.value("store", "");
+    status.waiting_since_ms = object.value("waiting_since_ms", int64_t{0});
+    return status;
+}
+
+void WriteWhole(const fs::path &path, std::string_view text)
+{
+    const host::Fd file = host::OpenPrivateFile(path, O_WRONLY | O_CREAT | O_TRUNC);
+    while (file.get() >= 0 && !text.empty()) {
+        const ssize_t written = write(file.get(), text.data(), text.size());
+        if (written < 0 && errno != EINTR)
+            break;
+        text.remove_prefix(written > 0 ? static_cast<size_t>(written) : 0);
+    }
+    if (!text.empty())
+        throw host::Error("cannot write " + path.string(), strerror(errno),
+                          "free some space on its disk");
+}
+
+} // namespace
+
+const char *MonitorStateName(MonitorState state)
+{
+    return kStateNames[static_cast<size_t>(state)];
+}
+
+const char *PassKindName(PassKind kind)
+{
+    return kKindNames[static_cast<size_t>(kind)];
+}
+
+bool ReadsAllFiles(PassKind kind)
+{
+    return kind == PassKind::kStart || kind == PassKind::kCycle || kind == PassKind::kScan;
+}
+
+void WriteStatus(const fs::path &run_folder, const Status &status)
+{
+    const json object = {{"pid", status.pid},
+                         {"version", status.version},
+                         {"started_ms", status.started_ms},
+                         {"state", MonitorStateName(status.state)},
+                         {"restarts", status.restarts},
+                         {"next_start_ms", status.next_start_ms},
+                         {"last_error", status.last_error},
+                         {"table_size", status.table_size},
+                         {"last_pass", ToJson(status.last_pass)},
+                         {"last_full_pass", ToJson(status.last_full_pass)},
+                         {"watch_problem", status.watch_problem},
+                         {"alive_ns", status.alive_ns},
+                         {"still_ms", status.still_ms},
+                         {"store", status.store},
+                         {"waiting_since_ms", status.waiting_since_ms}};
+    const fs::path path = StatusPath(run_folder);
+    const fs::path unfinished = path.string() + ".new";
+    WriteWhole(unfinished, object.dump(-1, ' ', false, json::error_handler_t::replace) + "\n");
+    fs::rename(unfinished, path);
+}
+
+std::optional<Status> ReadStatus(const fs::path &run_folder)
+{
+    std::ifstream file(StatusPath(run_folder));
+    if (!file)
+        return std::nullopt;
+    try {
+        return StatusOf(json::parse(file));
+    } catch (const json::exception &) {
+        return std::nullopt; // written by another version
+    }
+}
+
+std::string StoreName(const host::Store &store)
+{
+    const host::FileIdentity &file = store.identity();
+    return store.uuid() + " in file " + std::to_string(file.device) + ":" +
+           std::to_string(file.inode);
+}
+
+int64_t BootTimeNs()
+{
+    timespec now{};
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    return (int64_t{now.tv_sec} * 1'000'000'000) + now.tv_nsec;
+}
+
+int64_t UpTimeNs()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return (int64_t{now.tv_sec} * 1'000'000'000) + now.tv_nsec;
+}
+
+int64_t WallTimeMs()
+{
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+} // namespace status

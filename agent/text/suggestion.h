@@ -1,0 +1,15 @@
+// The name that was meant, when one was mistyped.
+#ifndef AGENT_TEXT_SUGGESTION_H
+#define AGENT_TEXT_SUGGESTION_H
+
+#include <string>
+#include <vector>
+
+namespace text {
+
+// "did you mean report_count? ", or nothing when no known name is near.
+std::string Suggestion(const std::string &name, const std::vector<std::string> &known);
+
+} // namespace text
+
+#endif // AGENT_TEXT_SUGGESTION_H

@@ -1,0 +1,86 @@
+// Files that people write: read whole, turned into UTF-8, and complained about with line and column.
+#ifndef AGENT_TEXT_TEXT_FILE_H
+#define AGENT_TEXT_TEXT_FILE_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace text {
+
+// Both from 1. The column counts characters, as editors do.
+struct Position {
+    size_t line = 1;
+    size_t column = 1;
+
+    bool operator==(const Position &) const = default;
+    bool operator<(const Position &other) const
+    {
+        return line != other.line ? line < other.line : column < other.column;
+    }
+};
+
+// Something in a file that cannot be used.
+struct Issue {
+    Position at;
+    std::string what;    // the thing, the cause, the next step
+    size_t mistakes = 1; // for which it stands
+
+    bool operator==(const Issue &) const = default;
+};
+
+// What is wrong with a text, and where. Positions are given as offsets into the text, in bytes.
+class IssueList {
+  public:
+    // Issues that are kept. A file with more of them is of another kind altogether.
+    static constexpr size_t kMax = 200;
+
+    explicit IssueList(std::string_view text);
+
+    // Notes an issue. Beyond kMax they are only counted.
+    void Add(size_t offset, std::string what);
+    void Add(size_t offset, const std::string &thing, const std::string &cause,
+             const std::string &next_step);
+
+    [[nodiscard]] bool empty() const { return issues_.empty(); }
+    [[nodiscard]] bool full() const { return issues_.size() >= kMax; }
+    [[nodiscard]] Position At(size_t offset) const;
+
+    // In the order of the file. The last one says how many are not there, and stands for them, if
+    // some are not.
+    [[nodiscard]] std::vector<Issue> Take();
+
+  private:
+    std::string_view text_;
+    std::vector<size_t> line_starts_;
+    std::vector<Issue> issues_;
+    size_t more_ = 0;
+};
+
+// The mistakes for which all issues stand.
+size_t CountMistakes(const std::vector<Issue> &issues);
+
+// A text from a file, shown in a message: in quotes, shortened, and harmless for a terminal.
+std::string Shown(std::string_view text);
+
+struct DecodedText {
+    std::string text; // UTF-8, without byte-order mark
+    std::vector<Issue> issues;
+};
+
+// Turns the bytes of a file into text: UTF-8 with or without a byte-order mark, or UTF-16 of either
+// byte order with one. Control characters are issues, except tabs, line feeds, and the carriage
+// returns before these.
+DecodedText DecodeText(std::string_view bytes);
+
+// Reads a file, or standard input for "-". Throws host::Error when it cannot be read, is no file
+// or pipe, or has more than `max_bytes`.
+std::string ReadWholeFile(const std::string &path, size_t max_bytes);
+
+// How the file is called in messages.
+std::string ShownName(const std::string &path);
+
+} // namespace text
+
+#endif // AGENT_TEXT_TEXT_FILE_H

@@ -1,0 +1,18 @@
+// Moments, as they are shown. They are given in milliseconds since 1970, UTC.
+#ifndef AGENT_TEXT_TIMES_H
+#define AGENT_TEXT_TIMES_H
+
+#include <cstdint>
+#include <string>
+
+namespace text {
+
+// "2026-11-21 10:00:01", local time: for people.
+std::string LocalTime(int64_t time_ms);
+
+// "2026-11-21T10:00:01.000Z": for programs.
+std::string UtcTime(int64_t time_ms);
+
+} // namespace text
+
+#endif // AGENT_TEXT_TIMES_H
