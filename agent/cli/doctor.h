@@ -14,7 +14,7 @@
 
 namespace cli {
 
-enum class Verdict {
+enum class Health {
     kWell,
     kNote,    // nothing is wrong, and yet it should be known
     kFinding, // something keeps lines from being reported, or will
@@ -24,7 +24,7 @@ enum class Verdict {
 struct CheckResult {
     std::string check; // "time stamps"
     std::string looked_at;
-    Verdict verdict = Verdict::kWell;
+    Health health = Health::kWell;
     std::string found;
     std::string advice; // what to do; may have several lines
 };
@@ -36,15 +36,15 @@ class Examination {
     void Begin(std::string check) { check_ = std::move(check); }
     void Well(const std::string &looked_at, const std::string &found)
     {
-        results_.push_back({check_, looked_at, Verdict::kWell, found, ""});
+        results_.push_back({check_, looked_at, Health::kWell, found, ""});
     }
     void Note(const std::string &looked_at, const std::string &found, const std::string &advice)
     {
-        results_.push_back({check_, looked_at, Verdict::kNote, found, advice});
+        results_.push_back({check_, looked_at, Health::kNote, found, advice});
     }
     void Finding(const std::string &looked_at, const std::string &found, const std::string &advice)
     {
-        results_.push_back({check_, looked_at, Verdict::kFinding, found, advice});
+        results_.push_back({check_, looked_at, Health::kFinding, found, advice});
     }
     // What an error says: its next step, behind the first semicolon, is the advice.
     void Finding(const std::string &looked_at, const host::Error &error)
@@ -55,7 +55,7 @@ class Examination {
     }
     void Skipped(const std::string &looked_at, const std::string &why)
     {
-        results_.push_back({check_, looked_at, Verdict::kSkipped, why, ""});
+        results_.push_back({check_, looked_at, Health::kSkipped, why, ""});
     }
     [[nodiscard]] const std::vector<CheckResult> &results() const { return results_; }
     [[nodiscard]] size_t Findings() const;

@@ -19,25 +19,24 @@ using nlohmann::json;
 size_t Examination::Findings() const
 {
     return static_cast<size_t>(
-        std::count_if(results_.begin(), results_.end(), [](const CheckResult &result) {
-            return result.verdict == Verdict::kFinding;
-        }));
+        std::count_if(results_.begin(), results_.end(),
+                      [](const CheckResult &result) { return result.health == Health::kFinding; }));
 }
 
 namespace {
 
-constexpr int kIndent = 9; // behind the longest verdict and a blank or two
+constexpr int kIndent = 9; // behind the longest name of a health and a blank or two
 
-const char *VerdictName(Verdict verdict)
+const char *HealthName(Health health)
 {
-    switch (verdict) {
-    case Verdict::kWell:
+    switch (health) {
+    case Health::kWell:
         return "well";
-    case Verdict::kNote:
+    case Health::kNote:
         return "note";
-    case Verdict::kFinding:
+    case Health::kFinding:
         return "FINDING";
-    case Verdict::kSkipped:
+    case Health::kSkipped:
         return "skipped";
     }
     return "";
@@ -45,7 +44,7 @@ const char *VerdictName(Verdict verdict)
 
 void PrintResult(const CheckResult &result)
 {
-    printf("%-*s%s: %s: %s\n", kIndent, VerdictName(result.verdict), result.check.c_str(),
+    printf("%-*s%s: %s: %s\n", kIndent, HealthName(result.health), result.check.c_str(),
            text::Printable(result.looked_at).c_str(), text::Printable(result.found).c_str());
     std::istringstream advice(result.advice);
     std::string line;
@@ -68,12 +67,12 @@ void PrintAsJson(const Examination &examination)
 {
     json checks = json::array();
     for (const CheckResult &result : examination.results()) {
-        std::string verdict = VerdictName(result.verdict);
-        std::transform(verdict.begin(), verdict.end(), verdict.begin(),
+        std::string health = HealthName(result.health);
+        std::transform(health.begin(), health.end(), health.begin(),
                        [](unsigned char c) { return static_cast<char>(tolower(c)); });
         checks.push_back({{"check", result.check},
                           {"looked_at", result.looked_at},
-                          {"verdict", verdict},
+                          {"outcome", health},
                           {"found", result.found},
                           {"advice", result.advice}});
     }
