@@ -40,7 +40,11 @@ add_agent_folder(events event_checks.cc events.cc expressions.cc hours.cc)
 add_agent_folder(settings settings.cc)
 target_link_libraries(agent_settings PRIVATE agent_text)
 
-add_agent_folder(logs log_files.cc stamps.cc unread.cc)
+add_agent_folder(monitor module.cc)
+target_link_libraries(agent_monitor PUBLIC ${CMAKE_DL_LIBS})
+
+add_agent_folder(logs log_files.cc places.cc stamps.cc unread.cc)
+target_link_libraries(agent_logs PUBLIC agent_monitor)
 
 add_agent_folder(status daemon_lock.cc sign_of_life.cc status_file.cc)
 target_link_libraries(agent_status PRIVATE nlohmann_json::nlohmann_json)
@@ -79,7 +83,7 @@ add_agent_folder(cli alert_commands.cc doctor_agent.cc doctor_commands.cc doctor
     temporary_folder.cc test_commands.cc text_input.cc trace_commands.cc trial.cc trial_input.cc
     undelivered_commands.cc)
 target_link_libraries(agent_cli PUBLIC agent_logs agent_regfile agent_rules agent_settings agent_sinks
-                      agent_status CLI11::CLI11 nlohmann_json::nlohmann_json ${CMAKE_DL_LIBS})
+                      agent_status CLI11::CLI11 nlohmann_json::nlohmann_json)
 target_include_directories(agent_cli PRIVATE ${CMAKE_BINARY_DIR}/generated)
 target_compile_options(agent_cli PRIVATE ${QUICK_BUILD})
 target_compile_definitions(agent_cli PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}"
@@ -88,10 +92,10 @@ add_program(syslogmon agent/cli/main.cc)
 target_link_libraries(syslogmon PRIVATE agent_cli)
 target_compile_options(syslogmon PRIVATE ${QUICK_BUILD})
 
-add_agent_folder(daemon console.cc daemon.cc doorbell.cc file_watch.cc module.cc monitor.cc notify.cc
-    signals.cc status_board.cc store_wait.cc trigger.cc)
+add_agent_folder(daemon console.cc daemon.cc doorbell.cc file_watch.cc life_watch.cc live_settings.cc monitor.cc notify.cc
+    signals.cc status_board.cc store_wait.cc supervisor.cc trigger.cc)
 target_link_libraries(agent_daemon PUBLIC agent_logs agent_settings agent_sinks agent_status
-                      PRIVATE PkgConfig::SYSTEMD Threads::Threads ${CMAKE_DL_LIBS})
+                      PRIVATE PkgConfig::SYSTEMD Threads::Threads)
 target_compile_definitions(agent_daemon PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}")
 add_program(syslogmond agent/daemon/main.cc)
 target_link_libraries(syslogmond PRIVATE agent_daemon CLI11::CLI11)

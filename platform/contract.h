@@ -31,7 +31,8 @@ constexpr char kFileNameValue[] = "FILENAME";
 constexpr size_t kFileNameMax = 255; // bytes that are read of it
 
 constexpr char kSystemLog[] = "/var/log/messages";
-constexpr char kLogDir[] = "/var/log";               // where backups are looked for
+constexpr char kLogDir[] = "/var/log"; // where backups are looked for
+constexpr int kBackupNameSize = 32;    // bytes of a backup's name below it, its zero byte included
 constexpr char kVmkernelLog[] = "/var/log/vmkernel"; // the one customer file that has backups
 
 // ---- scan state ----

@@ -8,17 +8,16 @@
 
 #include <dirent.h>
 
-constexpr int kBackupNameSize =
-    32; // bytes of a backup's name below /var/log, its zero byte included
+#include "platform/contract.h"
 
 using BackupName = char[kBackupNameSize];
 
-// Module-wide state, on the monitor thread: the slot for which the directory filters work; -1 before the first
-// pass. Written by the scan pass.
-extern int gMonIndex;
-
 #pragma GCC visibility push(default)
 extern "C" {
+
+// Module-wide state, on the monitor thread: the slot for which the directory filters work; -1 before the first
+// pass. Written by the scan pass, and by a host that asks for the backups of a slot while no pass runs.
+extern int gMonIndex;
 
 // Lists the backups of a slot, newest first.
 //   lpbakfilelist  out: a fresh array that the caller frees; null when the result is 0

@@ -10,6 +10,7 @@
 
 #include "agent/cli/command.h"
 #include "agent/logs/log_files.h"
+#include "agent/logs/places.h"
 #include "agent/status/status_file.h"
 
 namespace cli {

@@ -200,7 +200,7 @@ void CheckTable(const Context &context, Examination *examination)
     examination->Begin("table");
     const RulesCopy rules = CopyRules(host::HostRegistry(), true);
     try {
-        RunTrial(context.layout, rules, [&](MonitorModule &module) {
+        RunTrial(context.layout, rules, [&](monitor::Module &module) {
             const size_t findings = examination->Findings();
             for (const auto &[source, stored] : LeftOutEvents(host::HostRegistry(), module)) {
                 const events::EventDoubt doubt =
@@ -213,8 +213,8 @@ void CheckTable(const Context &context, Examination *examination)
             }
             if (examination->Findings() == findings)
                 examination->Well("monitor module",
-                                  "it loads " + std::to_string(*module.count) +
-                                      (*module.count == 1 ? " event" : " events"));
+                                  "it loads " + std::to_string(*module.table().count) +
+                                      (*module.table().count == 1 ? " event" : " events"));
         });
     } catch (const host::Error &error) {
         examination->Finding("monitor module", error);

@@ -88,13 +88,23 @@ std::vector<logs::WatchedFile> SystemLogOnly()
     return {file};
 }
 
+std::vector<logs::WatchedFile> WatchedFiles(const Context &context)
+{
+    try {
+        monitor::Module module(context.layout);
+        return logs::ReadWatchedFiles(module, host::HostRegistry());
+    } catch (const host::Error &) {
+        return SystemLogOnly(); // CheckStamps says what is wrong with the module
+    }
+}
+
 Examination Examine(const Context &context)
 {
     Examination examination;
     CheckDaemon(context, &examination);
     CheckDisk(context, &examination);
     const bool has_store = CheckStore(context, &examination);
-    const auto files = has_store ? logs::ReadWatchedFiles(host::HostRegistry()) : SystemLogOnly();
+    const auto files = has_store ? WatchedFiles(context) : SystemLogOnly();
     CheckReadable(files, &examination);
     CheckStamps(context, files, &examination);
     CheckRotation(files, &examination);

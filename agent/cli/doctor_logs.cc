@@ -61,13 +61,13 @@ struct Stamps {
     std::optional<StampProblem> newest; // of the newest line that is no continuation
 };
 
-Stamps LookAtStamps(const MonitorModule &module, const fs::path &path)
+Stamps LookAtStamps(const monitor::Module &module, const fs::path &path)
 {
     Stamps stamps;
     for (const std::string &line : NewestLines(path)) {
         ++stamps.lines;
         time_t time = 0;
-        if (module.get_syslog_time(line.c_str(), &time) != 0) {
+        if (module.GetSyslogTime(line.c_str(), &time) != 0) {
             stamps.newest.reset();
             continue;
         }
@@ -93,7 +93,7 @@ bool IsWrong(const Stamps &stamps, StampProblem problem)
     return count > 0;
 }
 
-void CheckStampsOf(const MonitorModule &module, const fs::path &path, Examination *examination)
+void CheckStampsOf(const monitor::Module &module, const fs::path &path, Examination *examination)
 {
     const Stamps stamps = LookAtStamps(module, path);
     bool well = true;
@@ -125,7 +125,7 @@ void CheckStampsOf(const MonitorModule &module, const fs::path &path, Examinatio
 
 // ---- rotated files ----
 
-// The files beside a log that were rotated away from it, by what the monitor makes of them.
+// The names beside a log that look rotated away from it. Which of them the monitor reads, it says itself.
 struct Backups {
     std::set<long> numbers;        // messages.1, messages.2, ...
     std::set<std::string> dates;   // messages-20240105
@@ -207,8 +207,9 @@ std::string PackedNewest(const std::string &base, const Backups &backups)
     return newest;
 }
 
-void CheckRotationOf(const fs::path &log, Examination *examination)
+void CheckRotationOf(const WatchedFile &file, Examination *examination)
 {
+    const fs::path &log = file.path;
     const Backups backups = FindBackups(log);
     const std::string base = log.filename();
     const size_t findings = examination->Findings();
@@ -225,12 +226,12 @@ void CheckRotationOf(const fs::path &log, Examination *examination)
             log.parent_path() / (base + "." + std::to_string(missing)),
             "it is missing, and so the rotated files with higher numbers are not looked at",
             "number them without a gap from 1, or remove them");
-    if (!backups.unknown.empty() && backups.numbers.empty() && backups.dates.empty())
+    if (!backups.unknown.empty() && file.backups.empty() && missing == 0)
         examination->Finding(log.parent_path() / *backups.unknown.rbegin(),
                              "rotated files with such names are not recognised",
                              "let logrotate number them, or add dateext and dateformat -%Y%m%d to "
                              "its configuration");
-    const size_t known = backups.numbers.size() + backups.dates.size();
+    const size_t known = file.backups.size();
     if (examination->Findings() == findings)
         examination->Well(log, known == 0
                                    ? "it has no rotated files"
@@ -287,7 +288,7 @@ void CheckStamps(const Context &context, const std::vector<WatchedFile> &files,
 {
     examination->Begin("time stamps");
     try {
-        const MonitorModule module(context.layout);
+        const monitor::Module module(context.layout);
         for (const WatchedFile &file : files) {
             if (file.role == "file monitor")
                 continue; // its lines need none
@@ -306,8 +307,8 @@ void CheckRotation(const std::vector<WatchedFile> &files, Examination *examinati
     examination->Begin("rotation");
     for (const WatchedFile &file : files) {
         // Of no other file are rotated ones looked at.
-        if (file.path == kSystemLog || file.path == "/var/log/vmkernel")
-            CheckRotationOf(file.path, examination);
+        if (file.path == kSystemLog || file.path == kVmkernelLog)
+            CheckRotationOf(file, examination);
     }
 }
 

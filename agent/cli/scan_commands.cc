@@ -70,12 +70,13 @@ void Ask(const Context &context)
 void ScanToTheEnd(const Context &context, double timeout)
 {
     context.OpenToRead();
-    const logs::FileMarks marks = logs::MarkWatchedFiles(host::HostRegistry());
+    monitor::Module module(context.layout);
+    const logs::FileMarks marks = logs::MarkWatchedFiles(module, host::HostRegistry());
     const int64_t asked_ns = status::BootTimeNs();
     Ask(context);
     WaitForPass(context, asked_ns, timeout);
     std::string unread;
-    for (const std::string &told : logs::WhatIsUnread(host::HostRegistry(), marks))
+    for (const std::string &told : logs::WhatIsUnread(module, host::HostRegistry(), marks))
         unread += (unread.empty() ? "" : ", and ") + told;
     if (!unread.empty())
         throw host::Error("not everything is checked", unread,

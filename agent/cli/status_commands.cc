@@ -8,7 +8,7 @@
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
 #include "agent/events/events.h"
-#include "agent/logs/log_files.h"
+#include "agent/logs/places.h"
 #include "agent/settings/settings.h"
 #include "agent/status/daemon_lock.h"
 #include "agent/status/sign_of_life.h"
@@ -199,7 +199,8 @@ int ShowStatus(const Context &context)
 {
     context.OpenToRead();
     const Daemon daemon = LookAtDaemon(context);
-    const auto files = logs::ReadWatchedFiles(host::HostRegistry());
+    monitor::Module module(context.layout);
+    const auto files = logs::ReadWatchedFiles(module, host::HostRegistry());
     const auto damaged = DamagedEvents();
     if (context.json) {
         PrintAsJson(daemon, files, damaged);

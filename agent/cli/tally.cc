@@ -36,8 +36,9 @@ int AddSaturated(int a, int b)
 
 } // namespace
 
-Tally::Tally(MonitorModule &module, HourOf hour)
-    : module_(module), hour_of_(hour), table_(module.entries, module.entries + *module.count),
+Tally::Tally(monitor::Module &module, HourOf hour)
+    : module_(module), hour_of_(hour),
+      table_(module.table().entries, module.table().entries + *module.table().count),
       count_before_(table_.size()), events_(table_.size())
 {
     for (size_t i = 0; i < table_.size(); ++i) {
@@ -47,7 +48,7 @@ Tally::Tally(MonitorModule &module, HourOf hour)
             counting_.push_back(i);
     }
     under_way = this;
-    *module_.report = TakeReport;
+    *module_.pVKMonitorCall = TakeReport;
     // Reports that are withheld are wanted, too, to be told of.
     *module_.report_ft = 1;
 }
@@ -56,7 +57,7 @@ Tally::~Tally()
 {
     WatchHour(-1);
     *module_.report_ft = 0;
-    *module_.report = IgnoreReport;
+    *module_.pVKMonitorCall = IgnoreReport;
     under_way = nullptr;
 }
 
@@ -73,7 +74,7 @@ int Tally::TakeReport(ReportRequest *request)
 std::optional<logs::StampProblem> Tally::StampProblem(const std::string &line)
 {
     time_t stamp = 0;
-    if (module_.get_syslog_time(line.c_str(), &stamp) != 0)
+    if (module_.GetSyslogTime(line.c_str(), &stamp) != 0)
         return std::nullopt;
     return logs::StampProblemOf(line);
 }
@@ -82,7 +83,7 @@ int Tally::HourFor(const std::string &line)
 {
     time_t moment = time(nullptr);
     if (hour_of_ == HourOf::kLine)
-        module_.get_syslog_time(line.c_str(), &moment);
+        module_.GetSyslogTime(line.c_str(), &moment);
     struct tm local {};
     localtime_r(&moment, &local);
     return local.tm_hour;
@@ -126,7 +127,7 @@ void Tally::Check(Sighting &line, int times)
     for (const size_t i : counting_)
         count_before_[i] = table_[i]->CurrentCount;
     reported_.clear();
-    module_.check_line(line.text.data(), times);
+    module_.CheckLine(line.text.data(), times);
     NoteMatches(line, times);
 }
 
@@ -164,13 +165,13 @@ bool Tally::FindsKeyword(const std::string &line, const std::string &keyword)
     probe.ReportCount = 1;
     std::vector<VKVMon *> slots(kMaxEntries, nullptr);
     slots[0] = &probe;
-    std::swap_ranges(slots.begin(), slots.end(), module_.entries);
-    const int count = std::exchange(*module_.count, 1);
+    std::swap_ranges(slots.begin(), slots.end(), module_.table().entries);
+    const int count = std::exchange(*module_.table().count, 1);
     reported_.clear();
     std::string text = line;
-    module_.check_line(text.data(), 1);
-    *module_.count = count;
-    std::swap_ranges(slots.begin(), slots.end(), module_.entries);
+    module_.CheckLine(text.data(), 1);
+    *module_.table().count = count;
+    std::swap_ranges(slots.begin(), slots.end(), module_.table().entries);
     return !reported_.empty();
 }
 
@@ -178,7 +179,7 @@ bool Tally::FindsKeyword(const std::string &line, const std::string &keyword)
 
 void Tally::ReadLog(const TrialLog &log, const std::function<bool(int64_t)> &step)
 {
-    if (module_.init_file(log.path.c_str()) != 0)
+    if (module_.InitFile(log.path.c_str()) != 0)
         throw host::Error("cannot read " + log.name, strerror(errno),
                           "name a log that can be read");
     FileTally file;
@@ -186,7 +187,7 @@ void Tally::ReadLog(const TrialLog &log, const std::function<bool(int64_t)> &ste
     files_.push_back(std::move(file));
     if (log.bytes > 0)
         ReadOpenFile(step);
-    module_.finish_file();
+    module_.FinishFile();
 }
 
 void Tally::ReadOpenFile(const std::function<bool(int64_t)> &step)
@@ -194,7 +195,7 @@ void Tally::ReadOpenFile(const std::function<bool(int64_t)> &step)
     FileTally &file = files_.back();
     int64_t pos = -1;
     char text[kLineBufferSize] = {};
-    if (module_.goto_pos(&pos, text, kLineBufferSize) != 0)
+    if (module_.GotoPos(&pos, text, kLineBufferSize) != 0)
         throw host::Error("cannot read " + file.name, "it cannot be positioned",
                           "name a log that is not being changed");
     // A line waits until the one behind it is known, because the repeats that follow belong to it.
@@ -202,8 +203,7 @@ void Tally::ReadOpenFile(const std::function<bool(int64_t)> &step)
     bool is_waiting = false;
     int times = 0;
     bool go_on = true;
-    while (go_on && module_.at_end() == 0 &&
-           module_.get_next_line(&pos, text, kLineBufferSize) == 0) {
+    while (go_on && module_.FEof() == 0 && module_.GetNextLine(&pos, text, kLineBufferSize) == 0) {
         ++file.lines;
         ++lines_;
         int repeated = 0;

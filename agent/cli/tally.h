@@ -51,7 +51,7 @@ enum class HourOf { kNow, kLine };
 class Tally {
   public:
     // For a module whose table is loaded. One at a time.
-    Tally(MonitorModule &module, HourOf hour);
+    Tally(monitor::Module &module, HourOf hour);
     ~Tally();
     Tally(const Tally &) = delete;
     Tally &operator=(const Tally &) = delete;
@@ -93,7 +93,7 @@ class Tally {
     void NoteMatches(const Sighting &line, int times);
     void ReadOpenFile(const std::function<bool(int64_t)> &step);
 
-    MonitorModule &module_;
+    monitor::Module &module_;
     HourOf hour_of_;
     std::vector<VKVMon *> table_;
     std::vector<uint32_t> hours_;                    // of each entry, as loaded

@@ -253,7 +253,7 @@ void ReadFiles(const std::vector<std::string> &files, Tally *tally)
     }
 }
 
-void TryFiles(const Context &context, const TestOptions &options, MonitorModule &module)
+void TryFiles(const Context &context, const TestOptions &options, monitor::Module &module)
 {
     Tally tally(module, options.line_hours ? HourOf::kLine : HourOf::kNow);
     const auto begin = Clock::now();
@@ -290,10 +290,10 @@ std::string WhyNoEvent(Tally &tally, const std::string &line)
     return {};
 }
 
-std::string WhyKeywordIsMissing(const MonitorModule &module, int number, const char *keyword)
+std::string WhyKeywordIsMissing(const monitor::Module &module, int number, const char *keyword)
 {
     std::string reason = "keyword " + std::to_string(number) + " \"" + keyword + "\" is missing";
-    if (*module.is_fault_tolerant >= 1) {
+    if (*module.IsFTServer >= 1) {
         const std::string why = events::WhyNoExpression(keyword);
         reason += why.empty() ? ", as text and as a regular expression"
                               : ", and it is no regular expression: " + why;
@@ -301,7 +301,7 @@ std::string WhyKeywordIsMissing(const MonitorModule &module, int number, const c
     return reason;
 }
 
-std::string WhyNoMatch(Tally &tally, const MonitorModule &module, size_t index,
+std::string WhyNoMatch(Tally &tally, const monitor::Module &module, size_t index,
                        const std::string &line)
 {
     const VKVMon &entry = tally.entry(index);
@@ -329,7 +329,7 @@ std::string WhatAMatchDoes(const Tally &tally, size_t index)
     return "it counts; every " + std::to_string(count) + " hits are reported";
 }
 
-std::vector<Verdict> Explain(Tally &tally, const MonitorModule &module, const std::string &text)
+std::vector<Verdict> Explain(Tally &tally, const monitor::Module &module, const std::string &text)
 {
     Sighting line;
     line.text = text;
@@ -362,7 +362,7 @@ std::string AsALine(const std::string &text)
     return line.substr(0, kLineBufferSize - 1);
 }
 
-void ExplainLine(const Context &context, const TestOptions &options, MonitorModule &module)
+void ExplainLine(const Context &context, const TestOptions &options, monitor::Module &module)
 {
     Tally tally(module, options.line_hours ? HourOf::kLine : HourOf::kNow);
     const auto verdicts = Explain(tally, module, AsALine(*options.explain));
@@ -390,7 +390,7 @@ int Test(const Context &context, const TestOptions &options)
     const RulesCopy rules = has_file ? FileRules(context, options.rules) : HostRules(context);
     // The rules of a file need nothing of an installation but the module of this program.
     const host::Layout libraries = has_file ? host::Layout::Find() : context.layout;
-    RunTrial(libraries, rules, [&](MonitorModule &module) {
+    RunTrial(libraries, rules, [&](monitor::Module &module) {
         if (options.explain)
             ExplainLine(context, options, module);
         else

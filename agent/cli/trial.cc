@@ -88,24 +88,6 @@ void CopyTree(host::RegistryTree &registry, const std::string &path, RulesCopy *
 
 } // namespace
 
-MonitorModule::MonitorModule(const host::Layout &layout) : library_(layout.Library("vkevmon.dll"))
-{
-    library_.Find("StartThread", &start_thread);
-    library_.Find("CheckLine", &check_line);
-    library_.Find("GetSyslogTime", &get_syslog_time);
-    library_.Find("OnTime", &on_time);
-    library_.Find("InitFile", &init_file);
-    library_.Find("FinishFile", &finish_file);
-    library_.Find("GotoPos", &goto_pos);
-    library_.Find("GetNextLine", &get_next_line);
-    library_.Find("FEof", &at_end);
-    library_.Find("lpVKVMon", &entries);
-    library_.Find("nCnt", &count);
-    library_.Find("report_ft", &report_ft);
-    library_.Find("IsFTServer", &is_fault_tolerant);
-    library_.Find("pVKMonitorCall", &report);
-}
-
 RulesCopy CopyRules(host::RegistryTree &registry, bool with_events)
 {
     RulesCopy copy;
@@ -118,10 +100,10 @@ RulesCopy CopyRules(host::RegistryTree &registry, bool with_events)
 }
 
 void RunTrial(const host::Layout &layout, const RulesCopy &rules,
-              const std::function<void(MonitorModule &)> &action)
+              const std::function<void(monitor::Module &)> &action)
 {
     const PrivateHost host(layout, rules);
-    MonitorModule module(layout);
+    monitor::Module module(layout);
     std::vector<char> record(kThreadRecordSize);
     const host::OwnedHandle stop(CreateEvent(nullptr, TRUE, TRUE, nullptr));
     const host::OwnedHandle started(CreateEvent(nullptr, TRUE, FALSE, nullptr));
@@ -140,7 +122,7 @@ void RunTrial(const host::Layout &layout, const RulesCopy &rules,
     });
     // The stop handle is signalled from the start, so the module ends when it waits for the first
     // time. Its first pass finds no resume points, and checks no line.
-    module.start_thread(record.data());
+    module.StartThread(record.data());
     host::SetEventHook(nullptr, nullptr);
     if (failure)
         std::rethrow_exception(failure);
@@ -149,11 +131,11 @@ void RunTrial(const host::Layout &layout, const RulesCopy &rules,
 }
 
 std::vector<std::pair<events::StoredSource, events::StoredEvent>>
-LeftOutEvents(host::RegistryTree &registry, const MonitorModule &module)
+LeftOutEvents(host::RegistryTree &registry, const monitor::Module &module)
 {
     std::multimap<std::string, uint32_t> loaded;
-    for (int i = 0; i < *module.count; ++i)
-        loaded.emplace(module.entries[i]->Source, module.entries[i]->EventID);
+    for (int i = 0; i < *module.table().count; ++i)
+        loaded.emplace(module.table().entries[i]->Source, module.table().entries[i]->EventID);
     std::vector<std::pair<events::StoredSource, events::StoredEvent>> left_out;
     for (const events::StoredSource &source : events::EventRegistry(registry).ReadAll()) {
         for (const events::StoredEvent &stored : source.events) {

@@ -7,51 +7,18 @@
 #ifndef AGENT_CLI_TRIAL_H
 #define AGENT_CLI_TRIAL_H
 
-#include <cstdint>
-#include <ctime>
 #include <filesystem>
 #include <functional>
-#include <optional>
-#include <string>
 #include <utility>
 #include <vector>
 
 #include "agent/events/events.h"
 #include "agent/host/layout.h"
-#include "agent/host/library.h"
 #include "agent/host/registry_tree.h"
+#include "agent/monitor/module.h"
 #include "agent/regfile/reg_text.h"
-#include "platform/monitor_entry.h"
-#include "platform/siblings.h"
-#include "platform/types.h"
 
 namespace cli {
-
-// The loaded library, and what of it is used here. The functions are described in the headers of the
-// module.
-class MonitorModule {
-  public:
-    // Loads it. Throws host::Error.
-    explicit MonitorModule(const host::Layout &layout);
-
-    void (*start_thread)(void *) = nullptr;
-    int (*check_line)(char *line, int times) = nullptr;
-    int32_t (*get_syslog_time)(const char *line, time_t *time) = nullptr;
-    int (*on_time)(time_t time, unsigned hours) = nullptr;
-    int (*init_file)(const char *path) = nullptr;
-    void (*finish_file)() = nullptr;
-    int (*goto_pos)(int64_t *pos, char *content, int size) = nullptr;
-    int (*get_next_line)(int64_t *pos, char *content, int size) = nullptr;
-    int (*at_end)() = nullptr;
-    VKVMon **entries = nullptr;
-    int *count = nullptr;
-    int32_t *report_ft = nullptr;
-    int32_t *is_fault_tolerant = nullptr;
-    VKMonitorCallFn *report = nullptr; // takes the reports
-
-  private:
-    host::Library library_;
-};
 
 // The keys of the registry that a trial needs, with all that is below them.
 struct RulesCopy {
@@ -66,11 +33,11 @@ RulesCopy CopyRules(host::RegistryTree &registry, bool with_events);
 // Ends the host that is started; none is started afterwards. Rethrows what the action throws. Throws
 // host::Error when the module cannot load the rules.
 void RunTrial(const host::Layout &layout, const RulesCopy &rules,
-              const std::function<void(MonitorModule &)> &action);
+              const std::function<void(monitor::Module &)> &action);
 
 // The events of the started host that the module has not loaded, each with its source.
 std::vector<std::pair<events::StoredSource, events::StoredEvent>>
-LeftOutEvents(host::RegistryTree &registry, const MonitorModule &module);
+LeftOutEvents(host::RegistryTree &registry, const monitor::Module &module);
 
 } // namespace cli
 

@@ -58,7 +58,7 @@ HostHooks::~HostHooks()
     host::SetEventHook(nullptr, nullptr);
 }
 
-Monitor::Monitor(Module &module, MonitorNews events)
+Monitor::Monitor(monitor::Module &module, MonitorNews events)
     : module_(module), events_(std::move(events)), record_(kThreadRecordSize), stop_(NewEvent()),
       started_(NewEvent())
 {

@@ -17,8 +17,8 @@
 #include <thread>
 #include <vector>
 
-#include "agent/daemon/module.h"
 #include "agent/host/owned_handle.h"
+#include "agent/monitor/module.h"
 #include "agent/status/status_file.h"
 #include "platform/types.h"
 
@@ -42,7 +42,7 @@ struct HostHooks {
 
 class Monitor {
   public:
-    Monitor(Module &module, MonitorNews events);
+    Monitor(monitor::Module &module, MonitorNews events);
     ~Monitor(); // stops it, and waits until it has ended
     Monitor(const Monitor &) = delete;
     Monitor &operator=(const Monitor &) = delete;
@@ -67,7 +67,7 @@ class Monitor {
     void StorePass();
     void Break(const std::exception &error);
 
-    Module &module_;
+    monitor::Module &module_;
     MonitorNews events_;
     std::vector<char> record_;
     host::OwnedHandle stop_;

@@ -11,6 +11,7 @@
 
 #include "agent/host/waitable.h"
 #include "agent/logs/log_files.h"
+#include "agent/logs/places.h"
 
 namespace logs {
 
@@ -70,7 +71,7 @@ std::string WhyInTheWay(const fs::path &path)
 // them.
 std::string Unread(const WatchedFile &file, const FileMarks &marks)
 {
-    for (const fs::path &part : RotationSet(file.path)) {
+    for (const fs::path &part : RotationSet(file)) {
         const bool holds_place = part == file.resume_file;
         const int64_t bytes = UnreadBytes(part, holds_place ? file.done.value_or(0) : 0, marks);
         if (bytes > 0)
@@ -84,11 +85,11 @@ std::string Unread(const WatchedFile &file, const FileMarks &marks)
 
 } // namespace
 
-FileMarks MarkWatchedFiles(host::RegistryTree &registry)
+FileMarks MarkWatchedFiles(monitor::Module &module, host::RegistryTree &registry)
 {
     FileMarks marks;
-    for (const fs::path &path : WatchedPaths(registry)) {
-        for (const fs::path &part : RotationSet(path)) {
+    for (const WatchedFile &file : ReadWatchedFiles(module, registry)) {
+        for (const fs::path &part : RotationSet(file)) {
             if (const auto mark = MarkOf(part))
                 marks.push_back(*mark);
         }
@@ -96,10 +97,11 @@ FileMarks MarkWatchedFiles(host::RegistryTree &registry)
     return marks;
 }
 
-std::vector<std::string> WhatIsUnread(host::RegistryTree &registry, const FileMarks &marks)
+std::vector<std::string> WhatIsUnread(monitor::Module &module, host::RegistryTree &registry,
+                                      const FileMarks &marks)
 {
     std::vector<std::string> told;
-    for (const WatchedFile &file : ReadWatchedFiles(registry)) {
+    for (const WatchedFile &file : ReadWatchedFiles(module, registry)) {
         const std::string problem = WhyInTheWay(file.path);
         if (!problem.empty())
             told.push_back(file.path.string() + " cannot be read: " + problem);

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "agent/host/registry_tree.h"
+#include "agent/monitor/module.h"
 
 namespace logs {
 
@@ -22,11 +23,12 @@ struct FileMark {
 };
 using FileMarks = std::vector<FileMark>;
 
-FileMarks MarkWatchedFiles(host::RegistryTree &registry);
+FileMarks MarkWatchedFiles(monitor::Module &module, host::RegistryTree &registry);
 
 // What of that is not checked by now, one sentence a file; empty: all was. A line that was not ended
 // at that moment does not count, nor does a file that is not there.
-std::vector<std::string> WhatIsUnread(host::RegistryTree &registry, const FileMarks &marks);
+std::vector<std::string> WhatIsUnread(monitor::Module &module, host::RegistryTree &registry,
+                                      const FileMarks &marks);
 
 } // namespace logs
 

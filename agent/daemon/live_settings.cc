@@ -1,0 +1,95 @@
+#include "agent/daemon/live_settings.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "agent/host/agent_values.h"
+#include "agent/host/convert.h"
+#include "agent/host/error.h"
+#include "agent/host/trace_log.h"
+#include "agent/logs/log_files.h"
+#include "agent/text/say.h"
+#include "platform/trace.h"
+
+namespace syslogmond {
+
+namespace {
+
+constexpr char kUnit[] = "syslogmond";
+
+} // namespace
+
+struct LiveSettings::Values {
+    int trace_level;
+    std::string charset;
+    bool fault_tolerant;
+    std::chrono::milliseconds trigger_interval;
+    std::vector<std::filesystem::path> files;
+};
+
+LiveSettings::LiveSettings(const std::filesystem::path &store, SettingEffects effects)
+    : store_(store), registry_(store_), effects_(std::move(effects)),
+      charset_(host::kDefaultLogCharset)
+{
+}
+
+LiveSettings::Values LiveSettings::ReadValues()
+{
+    const uint32_t level =
+        host::AgentNumber(registry_, "TraceLevel").value_or(host::kDefaultTraceLevel);
+    const uint32_t interval =
+        host::AgentNumber(registry_, "TriggerInterval").value_or(host::kDefaultTriggerInterval);
+    return {static_cast<int>(std::min<uint32_t>(level, host::kTraceOff)),
+            host::AgentText(registry_, "LogCharset").value_or(host::kDefaultLogCharset),
+            host::AgentNumber(registry_, "FaultTolerant").value_or(0) != 0,
+            std::chrono::milliseconds(std::min(interval, host::kMaxTriggerInterval)),
+            logs::WatchedPaths(registry_)};
+}
+
+// The names of the files are read after the monitor has taken them, so both follow the same ones.
+void LiveSettings::Read()
+{
+    Values values = ReadValues();
+    host::SetTraceLevel(values.trace_level);
+    TakeCharset(values.charset);
+    TakeFaultTolerance(values.fault_tolerant);
+    effects_.watch_files(std::move(values.files), values.trigger_interval);
+}
+
+void LiveSettings::ReadOrRetry()
+{
+    try {
+        Read();
+        read_again_at_.reset();
+        pause_.Reset();
+    } catch (const host::Error &error) {
+        const auto pause = pause_.Take();
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(pause).count();
+        const std::string told = std::string("the settings cannot be read: ") + error.what() +
+                                 "; they are read again in " + std::to_string(seconds) + " s";
+        TRACE(TRACE_SYSTEM, "%s", told.c_str());
+        text::Say(told);
+        read_again_at_ = Clock::now() + pause;
+    }
+}
+
+void LiveSettings::TakeCharset(const std::string &charset)
+{
+    if (charset == charset_)
+        return;
+    if (!host::SetLogCharset(charset)) {
+        TRACE(TRACE_ERROR, "The log's character set %s is not known; the one before is kept.",
+              charset.c_str());
+        return;
+    }
+    charset_ = charset;
+    effects_.reload_table();
+}
+
+void LiveSettings::TakeFaultTolerance(bool fault_tolerant)
+{
+    if (std::exchange(fault_tolerant_, fault_tolerant) != fault_tolerant)
+        effects_.restart_monitor();
+}
+
+} // namespace syslogmond

@@ -1,0 +1,128 @@
+#include "agent/daemon/supervisor.h"
+
+#include <utility>
+
+#include "agent/host/host.h"
+#include "agent/text/say.h"
+#include "platform/trace.h"
+
+namespace syslogmond {
+
+namespace {
+
+constexpr char kUnit[] = "syslogmond";
+
+// A monitor that ran this long was well: the next pause is the first again.
+constexpr std::chrono::seconds kRanWell{60};
+
+} // namespace
+
+Supervisor::Supervisor(const host::Layout &layout, StatusBoard &board, LifeWatch &life,
+                       std::function<void(const status::PassStatus &)> stored)
+    : board_(board), life_(life), stored_(std::move(stored)), module_(layout)
+{
+}
+
+void Supervisor::Start()
+{
+    start_again_at_.reset();
+    started_at_ = Clock::now();
+    board_.Update([](status::Status &status) {
+        status.state = status::MonitorState::kStarting;
+        status.next_start_ms = 0;
+    });
+    MonitorNews news;
+    news.started = [this](int table_size) {
+        board_.Update([&](status::Status &status) { status.table_size = table_size; });
+    };
+    news.at_rest = [this](const status::PassStatus &pass, int table_size) {
+        Publish(pass, table_size);
+    };
+    news.pulse_ms = static_cast<DWORD>(life_.Interval().count());
+    news.ended = [this] { ended_.Ring(); };
+    monitor_ = std::make_unique<Monitor>(module_, std::move(news));
+    life_.Restart();
+}
+
+// On the monitor thread.
+void Supervisor::Publish(const status::PassStatus &pass, int table_size)
+{
+    board_.Update([&](status::Status &status) {
+        if (status.state == status::MonitorState::kStarting)
+            status.state = status::MonitorState::kRunning;
+        status.table_size = table_size;
+        status.last_pass = pass;
+        status.still_ms = 0;
+        if (status::ReadsAllFiles(pass.kind))
+            status.last_full_pass = pass;
+    });
+    life_.PassIsStored();
+    stored_(pass);
+}
+
+void Supervisor::Restart()
+{
+    if (!monitor_)
+        return; // the next start takes what has changed
+    restart_wanted_ = true;
+    monitor_->RequestStop();
+}
+
+void Supervisor::Stop()
+{
+    stopping_ = true;
+    if (monitor_)
+        monitor_->RequestStop();
+}
+
+void Supervisor::TryNow()
+{
+    start_again_at_ = Clock::now();
+}
+
+bool Supervisor::Work()
+{
+    if (ended_.Answer() && !MonitorEnded())
+        return false;
+    if (start_again_at_ && !stopping_ && Clock::now() >= *start_again_at_)
+        Start();
+    return true;
+}
+
+bool Supervisor::MonitorEnded()
+{
+    const bool asked = monitor_->StopWasRequested();
+    const std::string reason =
+        monitor_->reason().empty() ? "it ended without saying why" : monitor_->reason();
+    monitor_.reset();
+    if (stopping_)
+        return true;
+    if (!host::HostStore().IsInPlace())
+        return false;
+    if (std::exchange(restart_wanted_, false) && asked)
+        Start();
+    else
+        Pause(reason);
+    return true;
+}
+
+void Supervisor::Pause(const std::string &reason)
+{
+    if (Clock::now() - started_at_ >= kRanWell)
+        pause_.Reset();
+    const auto pause = pause_.Take();
+    start_again_at_ = Clock::now() + pause;
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(pause).count();
+    TRACE(TRACE_NOTABLE, "The monitor ended: %s. It is started again in %lld s.", reason.c_str(),
+          static_cast<long long>(seconds));
+    text::Say("the monitor ended: " + reason + "; it is started again in " +
+              std::to_string(seconds) + " s");
+    board_.Update([&](status::Status &status) {
+        status.state = status::MonitorState::kPausing;
+        status.last_error = reason;
+        status.next_start_ms = status::WallTimeMs() + pause.count();
+        ++status.restarts;
+    });
+}
+
+} // namespace syslogmond

@@ -1,0 +1,73 @@
+// Keeps a monitor running: starts it, starts it again after a growing pause when it ended without being asked to,
+// and says why.
+//
+// Of the main thread, but for what the monitor tells at a rest, which comes on its own.
+#ifndef AGENT_DAEMON_SUPERVISOR_H
+#define AGENT_DAEMON_SUPERVISOR_H
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "agent/daemon/doorbell.h"
+#include "agent/daemon/life_watch.h"
+#include "agent/daemon/monitor.h"
+#include "agent/daemon/retry_pause.h"
+#include "agent/daemon/status_board.h"
+#include "agent/host/layout.h"
+#include "agent/monitor/module.h"
+#include "agent/status/status_file.h"
+
+namespace syslogmond {
+
+class Supervisor {
+  public:
+    using Clock = std::chrono::steady_clock;
+
+    // Loads the module. `stored` is called on the monitor thread whenever a pass is committed, and must not block.
+    // Throws host::Error.
+    Supervisor(const host::Layout &layout, StatusBoard &board, LifeWatch &life,
+               std::function<void(const status::PassStatus &)> stored);
+
+    void Start();
+    // Has a running monitor end, and starts another one in its place at once.
+    void Restart();
+    // Has it end for good, within the pass that is under way.
+    void Stop();
+    // Ends the pause: something has changed that may have been the cause.
+    void TryNow();
+
+    [[nodiscard]] const Monitor *monitor() const { return monitor_.get(); } // null: none runs
+    [[nodiscard]] bool IsPausing() const { return start_again_at_.has_value(); }
+
+    // To be polled: the monitor's thread is about to end. And when Work is to be called at the latest.
+    [[nodiscard]] int EndedFd() const { return ended_.fd(); }
+    [[nodiscard]] std::optional<Clock::time_point> Next() const { return start_again_at_; }
+
+    // Does what there is to do when the monitor ended, or a pause. False: the store was removed or replaced, so
+    // everything that this process has open belongs to a file that nobody else sees, and it must end.
+    [[nodiscard]] bool Work();
+
+  private:
+    [[nodiscard]] bool MonitorEnded();
+    void Pause(const std::string &reason);
+    void Publish(const status::PassStatus &pass, int table_size);
+
+    StatusBoard &board_;
+    LifeWatch &life_;
+    std::function<void(const status::PassStatus &)> stored_;
+    monitor::Module module_;
+    Doorbell ended_;
+    Clock::time_point started_at_;
+    std::optional<Clock::time_point> start_again_at_; // set while pausing
+    RetryPause pause_;
+    bool stopping_ = false;
+    bool restart_wanted_ = false;
+    std::unique_ptr<Monitor> monitor_; // ends before what it uses
+};
+
+} // namespace syslogmond
+
+#endif // AGENT_DAEMON_SUPERVISOR_H

@@ -1,0 +1,44 @@
+#include "agent/monitor/module.h"
+
+namespace monitor {
+
+namespace {
+
+// Reasons for which DllMain is called.
+constexpr DWORD kProcessAttach = 1;
+constexpr DWORD kProcessDetach = 0;
+
+} // namespace
+
+Module::Module(const host::Layout &layout) : library_(layout.Library("vkevmon.dll"))
+{
+    library_.Find("StartThread", &StartThread);
+    library_.Find("CheckLine", &CheckLine);
+    library_.Find("GetSyslogTime", &GetSyslogTime);
+    library_.Find("OnTime", &OnTime);
+    library_.Find("InitFile", &InitFile);
+    library_.Find("FinishFile", &FinishFile);
+    library_.Find("GetFirstLine", &GetFirstLine);
+    library_.Find("GotoPos", &GotoPos);
+    library_.Find("GetNextLine", &GetNextLine);
+    library_.Find("FEof", &FEof);
+    library_.Find("ChangeCustFile", &ChangeCustFile);
+    library_.Find("GetSyslogBakFilelist", &GetSyslogBakFilelist);
+    library_.Find("gMonIndex", &gMonIndex);
+    library_.Find("RegGetHeadLine", &RegGetHeadLine);
+    library_.Find("RegGetOrientation", &RegGetOrientation);
+    library_.Find("report_ft", &report_ft);
+    library_.Find("IsFTServer", &IsFTServer);
+    library_.Find("pVKMonitorCall", &pVKMonitorCall);
+    library_.Find("DllMain", &dll_main_);
+    library_.Find("lpVKVMon", &table_.entries);
+    library_.Find("nCnt", &table_.count);
+    dll_main_(library_.get(), kProcessAttach);
+}
+
+Module::~Module()
+{
+    dll_main_(library_.get(), kProcessDetach);
+}
+
+} // namespace monitor
