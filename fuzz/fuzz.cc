@@ -4,12 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "match/report.h"
-#include "platform/loader.h"
-#include "tests/support/module_test.h"
-#include "tests/support/scripted_host.h"
-#include "tests/support/system.h"
-
 namespace fuzz {
 
 uint8_t Input::Byte()
@@ -50,15 +44,6 @@ std::string Input::Rest()
     std::string rest(data_, data_ + left_);
     left_ = 0;
     return rest;
-}
-
-void StartOver()
-{
-    test::ResetModule();
-    test::Host().Reset();
-    test::Sys().Reset();
-    pVKMonitorCall =
-        reinterpret_cast<VKMonitorCallFn>(GetProcAddress(test::kReportLibrary, "VKMonitorCall"));
 }
 
 void Expect(bool condition, const std::string &message)

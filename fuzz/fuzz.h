@@ -27,7 +27,8 @@ class Input {
     size_t left_;
 };
 
-// The module as it has just been loaded, its host without a registry, ready to report.
+// The module as it has just been loaded, its host without a registry, ready to report. For the targets of the
+// module.
 void StartOver();
 
 // Ends the process with this message unless the condition holds.
