@@ -10,7 +10,7 @@
 BlockSearch anchor_search;
 Searched anchors[kMostSearched];
 int anchor_count = 0;
-uint16_t text_anchor = kNoneSieved;
+uint16_t first_text_anchor = kNoneSieved;
 uint16_t first_of_anchor[kMostSearched];
 uint16_t users_of_anchor[kMostSearched];
 
@@ -127,14 +127,16 @@ void ChooseWindow(int index, size_t length)
     ChainUnderAnchor(index, id, windows[id].begin);
 }
 
-void PrepareInSteps(const char *text)
+void PrepareInSteps(const MoreTexts &texts)
 {
     const GramKind kind = KindFor(ChooseLength());
     BeginWindows(kind);
     ForgetAnchors();
     for (int i = 0; i < sieve_entry_count; ++i)
         ChooseWindow(i, kind.window());
-    text_anchor = AddAnchor(text, strlen(text), CheapestWindow(text, strlen(text)).begin);
+    first_text_anchor = static_cast<uint16_t>(anchor_count);
+    for (const char *text : texts)
+        AddAnchor(text, strlen(text), CheapestWindow(text, strlen(text)).begin);
     PrepareSearch(&anchor_search, anchors, anchor_count, kind);
 }
 
@@ -153,7 +155,7 @@ size_t RarestGram(const char *text)
 }
 
 // False when too many keywords are shorter than a gram.
-bool PrepareByClass(const char *text)
+bool PrepareByClass(const MoreTexts &texts)
 {
     if (!ClassFilterWorks())
         return false;
@@ -168,31 +170,41 @@ bool PrepareByClass(const char *text)
     }
     if (cut_short > kMostCutShort)
         return false;
-    text_anchor = AddAnchor(text, strlen(text), RarestGram(text));
+    first_text_anchor = static_cast<uint16_t>(anchor_count);
+    for (const char *text : texts)
+        AddAnchor(text, strlen(text), RarestGram(text));
     PrepareSearch(&anchor_search, anchors, anchor_count, kByClass);
     return true;
 }
 
 // What the search of a text costs, in looks: those that pass the first filter cost as much as some twenty others.
-uint64_t CostOfSearch(const char *sample, size_t length)
+uint64_t CostOfSearch(size_t length, uint64_t passed)
 {
     constexpr uint64_t kCostOfPassed = 20;
     constexpr uint64_t kLooksAtATime = 6; // by class, at what sixteen of them cost
     const uint64_t looks =
         length / (anchor_search.is_by_class ? kLooksAtATime : anchor_search.kind.step);
-    return looks + (kCostOfPassed * CountPassed(anchor_search, sample, length));
+    return looks + (kCostOfPassed * passed);
 }
 
 } // namespace
 
-// Tries both and keeps what is cheaper in this log.
-void ChooseAnchors(const char *sample, size_t length, const char *text)
+// By class, if that lets little through; or else what is cheaper.
+uint64_t ChooseAnchors(const char *sample, size_t length, const MoreTexts &texts)
 {
+    constexpr uint64_t kBytesForOne = 110; // so many for each that passes are little
     length = std::min(length, kSampleSize);
     TakeSample(sample, length);
     WeighClasses(sample, length);
-    PrepareInSteps(text);
-    const uint64_t in_steps = CostOfSearch(sample, length);
-    if (!PrepareByClass(text) || CostOfSearch(sample, length) > in_steps)
-        PrepareInSteps(text);
+    const bool is_possible = PrepareByClass(texts);
+    const uint64_t by_class = is_possible ? CountPassed(anchor_search, sample, length) : 0;
+    if (is_possible && by_class <= length / kBytesForOne)
+        return by_class;
+    const uint64_t cost = is_possible ? CostOfSearch(length, by_class) : UINT64_MAX;
+    PrepareInSteps(texts);
+    const uint64_t in_steps = CountPassed(anchor_search, sample, length);
+    if (CostOfSearch(length, in_steps) <= cost)
+        return in_steps;
+    PrepareByClass(texts);
+    return by_class;
 }

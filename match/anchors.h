@@ -4,7 +4,7 @@
 // entered under a window of grams, and grams that are frequent or shared are avoided. By class, at every byte, one gram
 // of each anchor is enough, and the fewer different ones the better (gram_cover.h).
 //
-// One more text is searched for like an anchor, and stands for no entry.
+// A few more texts are searched for like anchors, and stand for no entry.
 #ifndef MATCH_ANCHORS_H
 #define MATCH_ANCHORS_H
 
@@ -17,13 +17,16 @@
 extern BlockSearch anchor_search;
 extern Searched anchors[kMostSearched];
 extern int anchor_count;
-extern uint16_t text_anchor;                    // that of the text
+extern uint16_t first_text_anchor; // that of the first of the texts; those of the others follow
 extern uint16_t first_of_anchor[kMostSearched]; // entry of the sieve's table, or kNoneSieved
 extern uint16_t users_of_anchor[kMostSearched];
 
 // Chooses the anchors for the sieve's table, in which each entry has a keyword of at least kShortestSieved bytes, and
-// for `text`, which stays as it is, and makes the search ready. At most kSampleSize bytes of the sample count;
-// kGramPadding bytes behind it can be read.
-void ChooseAnchors(const char *sample, size_t length, const char *text);
+// for some more texts, which stay as they are, and makes the search ready. At most kSampleSize bytes of the sample
+// count; kGramPadding bytes behind it can be read. Returns how many looks of a search of the sample pass its first
+// filter: what it costs besides reading.
+constexpr size_t kMoreTexts = 2;
+using MoreTexts = const char *[kMoreTexts];
+uint64_t ChooseAnchors(const char *sample, size_t length, const MoreTexts &texts);
 
 #endif // MATCH_ANCHORS_H

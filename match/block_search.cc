@@ -1,6 +1,7 @@
 #include "match/block_search.h"
 
 #include <algorithm>
+#include <bitset>
 #include <cstring>
 
 #include "match/log_sample.h"
@@ -183,14 +184,80 @@ void EnterGramAt(BlockSearch *search, const Searched &literal, size_t offset, si
         EnterCutGram(search, literal.text, false, -1 - static_cast<int>(begin), length);
 }
 
+// Where keys stand, from the window of their literal on, that is tried.
+constexpr int kShiftStep = 4;
+constexpr int kMostShift = 32;
+
+int key_shifts[kMostSearched]; // by literal, while a search is made ready
+
+size_t KeyBegin(const Searched &literal, int shift)
+{
+    const auto most = std::max<int>(literal.length - static_cast<int>(kWord), 0);
+    return static_cast<size_t>(std::clamp(literal.window + shift, 0, most));
+}
+
+uint64_t KeyOf(const Searched &literal, size_t begin)
+{
+    char bytes[kWord] = {};
+    memcpy(bytes, literal.text + begin, std::min<size_t>(literal.length, kWord));
+    return BytesAt(bytes, kWord);
+}
+
+// How many different keys the literals of a list have with this shift, as far as they have the room for it. A few that
+// share a bit are taken for one.
+size_t CountKeys(const Searched *literals, const uint16_t *ids, size_t count, int shift)
+{
+    std::bitset<1024> seen;
+    for (size_t i = 0; i < count; ++i) {
+        const Searched &literal = literals[ids[i]];
+        const size_t begin = KeyBegin(literal, shift);
+        if (static_cast<int>(begin) == literal.window + shift)
+            seen.set(KeySlot(KeyOf(literal, begin)) % seen.size());
+    }
+    return seen.count();
+}
+
+int BestShift(const Searched *literals, const uint16_t *ids, size_t count)
+{
+    int best = 0;
+    size_t most = CountKeys(literals, ids, count, 0);
+    for (int shift = -kMostShift; shift <= kMostShift && most < count; shift += kShiftStep) {
+        const size_t keys = CountKeys(literals, ids, count, shift);
+        if (keys <= most)
+            continue;
+        best = shift;
+        most = keys;
+    }
+    return best;
+}
+
+// Literals that begin their window with the same gram had better differ in their keys.
+void PlaceKeys(const Searched *literals, int count, GramKind kind)
+{
+    static uint16_t ids[kMostSearched];
+    static uint32_t grams[kMostSearched];
+    for (int id = 0; id < count; ++id) {
+        const Searched &literal = literals[id];
+        ids[id] = static_cast<uint16_t>(id);
+        grams[id] = GramOf(literal.text + literal.window,
+                           std::min<size_t>(literal.length - literal.window, kind.size));
+    }
+    std::sort(ids, ids + count, [](uint16_t a, uint16_t b) { return grams[a] < grams[b]; });
+    for (int begin = 0, end = 0; begin < count; begin = end) {
+        while (end < count && grams[ids[end]] == grams[ids[begin]])
+            ++end;
+        const int shift = BestShift(literals, ids + begin, static_cast<size_t>(end - begin));
+        for (int i = begin; i < end; ++i)
+            key_shifts[ids[i]] = shift;
+    }
+}
+
 void EnterLiteral(BlockSearch *search, int id)
 {
     const Searched &literal = search->literals[id];
     const size_t length = std::min<size_t>(literal.length, kWord);
-    const size_t begin = std::min<size_t>(literal.window, literal.length - length);
-    char bytes[kWord] = {};
-    memcpy(bytes, literal.text + begin, length);
-    const uint64_t value = BytesAt(bytes, length);
+    const size_t begin = KeyBegin(literal, key_shifts[id]);
+    const uint64_t value = KeyOf(literal, begin);
     uint16_t *const slot = &search->key_slots[KeySlot(value)];
     search->keys[id] = {value, static_cast<uint16_t>(begin), static_cast<uint16_t>(id), *slot,
                         static_cast<uint8_t>(length)};
@@ -216,6 +283,7 @@ void PrepareSearch(BlockSearch *search, const Searched *literals, int count, Gra
     memset(search->map, 0, sizeof search->map);
     memset(search->buckets, 0, sizeof search->buckets);
     memset(search->key_slots, 0, sizeof search->key_slots);
+    PlaceKeys(literals, count, kind);
     for (int id = 0; id < count; ++id)
         EnterLiteral(search, id);
 }

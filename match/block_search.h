@@ -29,8 +29,8 @@
 
 #include "match/class_filter.h"
 
-// Literals of one search: an anchor of every entry of a full table, and the text of repeats.
-constexpr int kMostSearched = 2048 + 1;
+// Literals of one search: an anchor of every entry of a full table, and a few more texts.
+constexpr int kMostSearched = 2048 + 4;
 
 // Steps beyond this gain little: what is left then is reading and stepping.
 constexpr size_t kMostStep = 12;

@@ -22,12 +22,12 @@ std::bitset<kSlots> is_chosen;
 constexpr size_t kMostPlaces = 32;
 
 // What a gram costs in a search: by being one more to let through, and for each time it does.
-constexpr uint32_t kCostOfGram = 32;
+constexpr uint32_t kCostOfGram = 48;
 constexpr uint32_t kCostOfShort = 64;
 constexpr uint32_t kCostOfOccurrence = 8;
 
 // A keyword is too frequent to stand for its entry when it is that much more frequent than another one.
-constexpr uint32_t kFew = 64;
+constexpr uint32_t kFew = 160;
 constexpr uint32_t kMuch = 4;
 bool is_usable[kMaxEntries][kKeywordsOfEntry];
 

@@ -10,10 +10,33 @@
 #include "match/pair_filter.h"
 #include "match/report.h"
 #include "match/sieve_table.h"
+#include "platform/contract.h"
 
 size_t next_loud_look = SIZE_MAX;
+uint64_t sieves_made = 0;
 
 namespace {
+
+constexpr MoreTexts kTexts = {kRepeatText, kSyslogIdentifier};
+
+// How much of some text passed the first filter of the search.
+struct Yield {
+    uint64_t passed;
+    uint64_t bytes;
+};
+Yield promised; // of the sample
+Yield since;    // of what was searched since, or since it was last looked at
+
+// One look in so many bytes that passes makes the search as slow as a line by itself.
+constexpr uint64_t kBytesForOne = 4;
+
+// What is too much more than was promised, and what is so little that it does not matter: a look in so many bytes.
+constexpr uint64_t kMuchMore = 3;
+constexpr uint64_t kLittle = 200;
+
+// Bytes to be searched before the sieve may be called aged.
+constexpr uint64_t kFirstPatience = uint64_t{2} << 20;
+uint64_t patience = kFirstPatience;
 
 // The block under search.
 SearchWalk walk;
@@ -59,7 +82,7 @@ bool Holds(const Line &line, uint16_t id)
                         [&](size_t place) { return StandsAt(line, keyword, place, offset); });
 }
 
-// `found` is in the line for certain.
+// The anchor is in the line for certain.
 bool HasAllKeywords(const Line &line, const SieveEntry &entry, uint16_t anchor)
 {
     return std::ranges::all_of(entry.keywords, [&line, anchor](uint16_t id) {
@@ -67,13 +90,12 @@ bool HasAllKeywords(const Line &line, const SieveEntry &entry, uint16_t anchor)
     });
 }
 
-bool AnyOfChainMatches(const Line &line, uint16_t anchor)
+void NoteMatchesOfChain(const Line &line, uint16_t anchor, LineMatches *matches)
 {
     for (uint16_t i = first_of_anchor[anchor]; i != kNoneSieved; i = sieve_entries[i].next) {
         if (HasAllKeywords(line, sieve_entries[i], anchor))
-            return true;
+            NoteMatch(matches, sieve_entries[i].index);
     }
-    return false;
 }
 
 bool IsSecondAt(const Line &line, const CrowdKeyword &second, size_t place)
@@ -86,24 +108,28 @@ bool IsSecondAt(const Line &line, const CrowdKeyword &second, size_t place)
            StandsAt(line, sieve_keywords[second.keyword], place, second.offset);
 }
 
-bool AnyOfCrowdMatches(const Line &line, const Crowd &crowd, uint16_t anchor)
+void NoteMatchesOfCrowd(const Line &line, const Crowd &crowd, uint16_t anchor, LineMatches *matches)
 {
-    return AnyPairPlace(crowd.filter, line.text, line.length, [&](size_t place) {
+    ForEachPairPlace(crowd.filter, line.text, line.length, [&](size_t place) {
         const int pair = PairAt(crowd.filter, line.text + place);
         for (const CrowdKeyword *i = crowd.of_pair[pair]; i != crowd.of_pair[pair + 1]; ++i) {
             if (IsSecondAt(line, *i, place) &&
                 HasAllKeywords(line, sieve_entries[i->entry], anchor))
-                return true;
+                NoteMatch(matches, sieve_entries[i->entry].index);
         }
-        return false;
     });
 }
 
-bool AnyEntryMatches(const Line &line, uint16_t anchor)
+void NoteHit(const Line &line, uint16_t anchor, LineMatches *matches)
 {
-    const Crowd *const crowd = CrowdOf(anchor);
-    return crowd == nullptr ? AnyOfChainMatches(line, anchor)
-                            : AnyOfCrowdMatches(line, *crowd, anchor);
+    if (anchor == first_text_anchor)
+        matches->is_repeat = true;
+    else if (anchor == first_text_anchor + 1)
+        matches->is_own = true;
+    else if (const Crowd *const crowd = CrowdOf(anchor); crowd != nullptr)
+        NoteMatchesOfCrowd(line, *crowd, anchor, matches);
+    else
+        NoteMatchesOfChain(line, anchor, matches);
 }
 
 void TakeNextHit()
@@ -120,27 +146,49 @@ bool PrepareSieve(const char *sample, size_t length)
     CollectSieveTable();
     if (ShortestOfLongest() < kShortestSieved)
         return false;
-    ChooseAnchors(sample, length, kRepeatText);
+    ++sieves_made;
+    length = std::min(length, kSampleSize);
+    promised = Yield{ChooseAnchors(sample, length, kTexts), length};
+    since = {};
     GatherCrowds();
     FindRarestPairs();
-    return true;
+    return promised.passed <= length / kBytesForOne;
+}
+
+void ForgetSieve()
+{
+    patience = kFirstPatience;
 }
 
 void SieveBlock(const char *block, size_t length)
 {
+    since.passed += walk.passed;
+    since.bytes += length;
     BeginWalk(&walk, &anchor_search, block, length);
     TakeNextHit();
 }
 
-bool LineIsLoud(size_t head, size_t end, size_t most)
+bool SieveHasAged()
+{
+    if (since.bytes < patience)
+        return false;
+    const bool has_aged = since.passed * promised.bytes >
+                          kMuchMore * since.bytes * (promised.passed + promised.bytes / kLittle);
+    since = {};
+    patience *= has_aged ? 2 : 1;
+    return has_aged;
+}
+
+bool LineIsLoud(size_t head, size_t end, size_t most, LineMatches *matches)
 {
     const Line line = {walk.text + head, std::min(end - head, most)};
-    bool is_loud = false;
+    matches->is_known = true;
+    matches->is_repeat = matches->is_own = false;
+    matches->count = 0;
     for (; next_loud_look < end; TakeNextHit()) {
         const size_t hit_end = next_hit.begin + anchors[next_hit.literal].length;
-        if (is_loud || next_hit.begin < head || hit_end > head + line.length)
-            continue;
-        is_loud = next_hit.literal == text_anchor || AnyEntryMatches(line, next_hit.literal);
+        if (next_hit.begin >= head && hit_end <= head + line.length)
+            NoteHit(line, next_hit.literal, matches);
     }
-    return is_loud;
+    return matches->is_repeat || matches->count > 0;
 }

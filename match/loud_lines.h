@@ -18,23 +18,37 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "match/line_matches.h"
+
 // What the system logger writes instead of repeating a line.
 constexpr char kRepeatText[] = "last message repeated";
 
 // Makes the sieve for the table as it is, for a log that looks like the sample (at most kSampleSize bytes of it
 // count; kGramPadding bytes behind it can be read). False when the table has no sieve: an entry without keywords
-// matches every line, and on a fault-tolerant server keywords are expressions.
+// matches every line, on a fault-tolerant server keywords are expressions, and where the log is full of what the
+// keywords are made of, a line by itself is read faster.
 bool PrepareSieve(const char *sample, size_t length);
+
+// A pass begins: how often a sieve was made before does not matter.
+void ForgetSieve();
 
 // Begins a block of whole lines, in which line ends are newlines. kGramPadding bytes behind it can be read.
 void SieveBlock(const char *block, size_t length);
+
+// Does the sieve let much more through by now than it did of the sample? Then the log has changed, and a sieve for what
+// it looks like now is worth its price. Says so the later, the more often it has been made in this pass.
+bool SieveHasAged();
+
+// How many were made so far. For tests.
+extern uint64_t sieves_made;
 
 // The look that found the next hit of the block; SIZE_MAX when there is none. A line that ends at or before it holds
 // nothing.
 extern size_t next_loud_look;
 
 // Called for each line, or piece of one, for which next_loud_look lies before its end, in order.
-// Is it loud? `head` and `end` are offsets in the block; bytes behind `most` of the line do not count.
-bool LineIsLoud(size_t head, size_t end, size_t most);
+// Is it loud? `head` and `end` are offsets in the block; bytes behind `most` of the line do not count. `matches` is
+// filled in either case.
+bool LineIsLoud(size_t head, size_t end, size_t most, LineMatches *matches);
 
 #endif // MATCH_LOUD_LINES_H

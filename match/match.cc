@@ -35,12 +35,13 @@ bool FindPlainOrExpression(const char *line, const char *keyword)
 
 // A line under test: its text, how often it occurred, and now.
 struct Occurrence {
-    char *line;
-    int times;
-    time_t now;
-    LocalMoment *moment;
-    const FoundLiterals *found; // by the index; null: it has not searched the line
-    bool is_traced;             // in detail
+    char *line = nullptr;
+    int times = 0;
+    time_t now = 0;
+    LocalMoment *moment = nullptr;
+    const FoundLiterals *found = nullptr; // by the index; null: it has not searched the line
+    const LineMatches *matches = nullptr; // by the sieve; null: it has not looked at the line
+    bool is_traced = DetailIsTraced();
 };
 
 // Counts the line for an entry whose keywords it holds. Returns true when a report was sent.
@@ -137,33 +138,53 @@ void MatchByIndex(const Occurrence &occurrence)
     }
 }
 
-bool IsOwn(const char *line, const FoundLiterals *found)
+void MatchBySieve(const Occurrence &occurrence)
 {
-    return found != nullptr ? LineIsOwn(*found) : strstr(line, kSyslogIdentifier) != nullptr;
+    for (int i = 0; i < occurrence.matches->count; ++i) {
+        if (!HitIndexedEntry(occurrence, occurrence.matches->entries[i]))
+            return;
+    }
+}
+
+// ---- a line ----
+
+bool IsOwn(const Occurrence &occurrence)
+{
+    if (occurrence.matches != nullptr)
+        return occurrence.matches->is_own;
+    if (occurrence.found != nullptr)
+        return LineIsOwn(*occurrence.found);
+    return strstr(occurrence.line, kSyslogIdentifier) != nullptr;
 }
 
 // By the plain rule when nothing is known of what is in the line.
-int CheckLineAt(LocalMoment *moment, const FoundLiterals *found, char *line, int times)
+void Match(const Occurrence &occurrence)
 {
-    time_t stamp = 0;
-    if (GetSyslogTimeAt(moment, line, &stamp, StampUse::kValidity) != TRUE) {
-        TRACE_HELPER(TRACE_ERROR, "<GetSyslogTime() return FALSE.return 0.");
-        return 0;
-    }
-    if (IsOwn(line, found)) {
-        TRACE_HELPER(TRACE_DETAIL, "<TARSKvkvmain is found in line, ignore.return 0.");
-        return 0;
-    }
-    const time_t now = time(nullptr);
-    if (now == -1) {
-        TRACE_HELPER(TRACE_SYSTEM, "<time() return -1");
-        return -1;
-    }
-    const Occurrence occurrence = {line, times, now, moment, found, DetailIsTraced()};
-    if (found != nullptr)
+    if (occurrence.matches != nullptr)
+        MatchBySieve(occurrence);
+    else if (occurrence.found != nullptr)
         MatchByIndex(occurrence);
     else
         MatchFrom(0, occurrence);
+}
+
+int CheckOccurrence(Occurrence occurrence)
+{
+    time_t stamp = 0;
+    if (GetSyslogTimeAt(occurrence.moment, occurrence.line, &stamp, StampUse::kValidity) != TRUE) {
+        TRACE_HELPER(TRACE_ERROR, "<GetSyslogTime() return FALSE.return 0.");
+        return 0;
+    }
+    if (IsOwn(occurrence)) {
+        TRACE_HELPER(TRACE_DETAIL, "<TARSKvkvmain is found in line, ignore.return 0.");
+        return 0;
+    }
+    occurrence.now = time(nullptr);
+    if (occurrence.now == -1) {
+        TRACE_HELPER(TRACE_SYSTEM, "<time() return -1");
+        return -1;
+    }
+    Match(occurrence);
     TRACE_HELPER(TRACE_DETAIL, "<return 0.");
     return 0;
 }
@@ -184,7 +205,7 @@ int CheckLine(char *line, int times)
     }
     TraceLine(line, times);
     LocalMoment moment;
-    return CheckLineAt(&moment, nullptr, line, times);
+    return CheckOccurrence({.line = line, .times = times, .moment = &moment});
 }
 
 int CheckLineOfPass(LocalMoment *moment, FoundLiterals *found, char *line, size_t length, int times)
@@ -192,8 +213,17 @@ int CheckLineOfPass(LocalMoment *moment, FoundLiterals *found, char *line, size_
     TRACE_HELPER(TRACE_DETAIL, ">line=%p,times=%d", static_cast<void *>(line), times);
     TraceLine(line, times);
     CountLineOfPass();
-    if (!IndexIsReady())
-        return CheckLineAt(moment, nullptr, line, times);
-    SearchLine(line, length, found);
-    return CheckLineAt(moment, found, line, times);
+    Occurrence occurrence = {.line = line, .times = times, .moment = moment};
+    if (IndexIsReady()) {
+        SearchLine(line, length, found);
+        occurrence.found = found;
+    }
+    return CheckOccurrence(occurrence);
+}
+
+int CheckSievedLine(LocalMoment *moment, const LineMatches &matches, char *line, int times)
+{
+    TRACE_HELPER(TRACE_DETAIL, ">line=%p,times=%d", static_cast<void *>(line), times);
+    TraceLine(line, times);
+    return CheckOccurrence({.line = line, .times = times, .moment = moment, .matches = &matches});
 }

@@ -1,13 +1,14 @@
 // Matching of one syslog line against the monitoring table.
 //
 // There are two ways to the same result. The plain rule tests every entry's keywords against the line. In a
-// pass with many lines an index over the table tells first which entries can match at all (table_index.h).
+// pass with many lines an index over the table tells first which entries can match at all (index.h), or the sieve has told which do (loud_lines.h).
 // Results, order, counters, trace records and reports do not depend on the way.
 #ifndef MATCH_MATCH_H
 #define MATCH_MATCH_H
 
 #include <cstddef>
 
+#include "match/line_matches.h"
 #include "match/literal_set.h"
 #include "stamp/syslog_time.h"
 
@@ -35,5 +36,9 @@ int CheckLine(char *line, int times);
 //   length  of the line, in bytes
 int CheckLineOfPass(LocalMoment *moment, FoundLiterals *found, char *line, size_t length,
                     int times);
+
+// The same for a line in which the sieve has looked for all keywords (loud_lines.h): what it found is known, and the
+// table is still the one of the index.
+int CheckSievedLine(LocalMoment *moment, const LineMatches &matches, char *line, int times);
 
 #endif // MATCH_MATCH_H

@@ -71,4 +71,14 @@ bool AnyPairPlace(const PairFilter &filter, const char *text, size_t length, Act
     return false;
 }
 
+// The same with each place.
+template <class Act>
+void ForEachPairPlace(const PairFilter &filter, const char *text, size_t length, Act act)
+{
+    AnyPairPlace(filter, text, length, [&act](size_t place) {
+        act(place);
+        return false;
+    });
+}
+
 #endif // MATCH_PAIR_FILTER_H

@@ -49,10 +49,11 @@ bool CanMatch(const VKVMon &entry)
     return true;
 }
 
-void CollectKeywords(const VKVMon &entry)
+void CollectKeywords(int index)
 {
+    const VKVMon &entry = *lpVKVMon[index];
     SieveEntry &known = sieve_entries[sieve_entry_count++];
-    known = {&entry, {kNoneSieved, kNoneSieved, kNoneSieved}, 0, kNoneSieved};
+    known = {static_cast<uint16_t>(index), {kNoneSieved, kNoneSieved, kNoneSieved}, 0, kNoneSieved};
     for (int k = 0; k < kKeywordsOfEntry; ++k) {
         const char *text = KeywordOf(entry, k);
         const size_t length = strnlen(text, kKeywordSize);
@@ -72,7 +73,7 @@ void CollectSieveTable()
     memset(slots, 0, sizeof slots);
     for (int i = 0; i < nCnt && lpVKVMon[i] != nullptr; ++i) {
         if (CanMatch(*lpVKVMon[i]))
-            CollectKeywords(*lpVKVMon[i]);
+            CollectKeywords(i);
     }
 }
 

@@ -27,7 +27,7 @@ struct SieveKeyword {
 
 // An entry of the table.
 struct SieveEntry {
-    const VKVMon *entry;
+    uint16_t index;                      // in the table
     uint16_t keywords[kKeywordsOfEntry]; // kNoneSieved: empty
     uint16_t longest;                    // length of its longest keyword
     uint16_t next;                       // entry under the same anchor, or kNoneSieved

@@ -44,9 +44,11 @@ struct Reading {
 };
 
 // Is the line a repeat line with a readable number?
-bool IsRepeat(const char *text, int *times)
+bool IsRepeat(const PassLine &line, int *times)
 {
-    const char *repeat = strstr(text, kRepeatText);
+    if (line.matches.is_known && !line.matches.is_repeat)
+        return false;
+    const char *repeat = strstr(line.text, kRepeatText);
     return repeat != nullptr && sscanf(repeat, kRepeatFormat, times) == 1;
 }
 
@@ -71,7 +73,7 @@ void FindRepeatedLine(Reading *reading)
             break;
         previous.length = strlen(previous.text);
         int counted_before = 0;
-        if (!IsRepeat(previous.text, &counted_before)) {
+        if (!IsRepeat(previous, &counted_before)) {
             reading->previous_pending = true;
             break;
         }
@@ -87,7 +89,7 @@ bool Begin(Reading *reading)
         return false;
     }
     int times = 0;
-    if (IsRepeat(reading->current->text, &times)) {
+    if (IsRepeat(*reading->current, &times)) {
         std::swap(reading->ahead, reading->current);
         reading->times = times;
         FindRepeatedLine(reading);
@@ -107,7 +109,7 @@ void ReadAhead(Reading *reading)
             return;
         }
         int repeats = 0;
-        if (!IsRepeat(reading->ahead->text, &repeats)) {
+        if (!IsRepeat(*reading->ahead, &repeats)) {
             reading->ahead_is_line = true;
             return;
         }
@@ -124,8 +126,10 @@ void KeepAsLastChecked(int slot, const PassLine &line)
 
 int Check(Reading *reading, PassLine *line)
 {
-    if (NeedsNoCheck(*line))
-        return 0;
+    if (MatchesHold(*line))
+        return line->is_quiet
+                   ? 0
+                   : CheckSievedLine(&reading->moment, line->matches, line->text, reading->times);
     return CheckLineOfPass(&reading->moment, &reading->found, line->text, line->length,
                            reading->times);
 }

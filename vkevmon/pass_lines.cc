@@ -26,6 +26,8 @@ bool is_in_stretch = false;
 StretchLine last;    // the line delivered last
 bool last_was_quiet; // nothing that is still to be checked comes before the next one
 bool next_is_loud;   // known already of the line behind it
+LineMatches matches; // of the line looked at last
+constexpr LineMatches kNoMatches{.is_known = true};
 KnownStamp known_stamp;
 
 // What the pass knows.
@@ -62,7 +64,7 @@ bool BeginStretch(LocalMoment *moment)
     const int64_t least = is_first ? least_news_for_stretches : 1;
     if (BytesForStretches() < std::max<int64_t>(least, 1) || !ReadStretch(&stretch))
         return false;
-    if (is_first && !MakeSieve())
+    if ((is_first || SieveHasAged()) && !MakeSieve())
         return false;
     RecallMoment(&known_stamp, moment);
     SearchStretch();
@@ -99,11 +101,14 @@ bool IsPiece(const StretchLine &line)
     return line.head > 0 && stretch.text[line.head - 1] != '\n';
 }
 
+// What is found in it is in `matches` then.
 bool IsQuiet(LocalMoment *moment, const StretchLine &line)
 {
+    matches = {};
     if (IsPiece(line))
         return false;
-    if (next_loud_look < line.next && LineIsLoud(line.head, line.end, kMostOfLine))
+    matches.is_known = true;
+    if (next_loud_look < line.next && LineIsLoud(line.head, line.end, kMostOfLine, &matches))
         return false;
     return StampIsValid(moment, line);
 }
@@ -133,6 +138,10 @@ void Deliver(const StretchLine &found, bool is_quiet, PassLine *line)
     line->pos = stretch.start + static_cast<int64_t>(found.head);
     line->length = std::min(found.end - found.head, kMostOfLine);
     line->is_quiet = is_quiet;
+    if (is_quiet)
+        line->matches = kNoMatches;
+    else
+        line->matches = matches;
     memcpy(line->text, stretch.text + found.head, line->length);
     line->text[line->length] = '\0';
     if (found.next == stretch.length)
@@ -169,6 +178,7 @@ bool IsInStretch(LocalMoment *moment)
 bool ReadByBlock(PassLine *line)
 {
     line->is_quiet = last_was_quiet = false;
+    line->matches.is_known = false;
     return ReadNextLine(&line->pos, line->text, kLineBufferSize, &line->length) == 0;
 }
 
@@ -177,6 +187,7 @@ bool ReadByBlock(PassLine *line)
 void BeginPassLines()
 {
     sieve_of_index = kNoIndex;
+    ForgetSieve();
     may_use_stretches = !ServerIsFaultTolerant() && !DetailIsTraced();
 }
 
@@ -195,7 +206,7 @@ bool ReadPassLine(LocalMoment *moment, PassLine *line)
     return true;
 }
 
-bool NeedsNoCheck(const PassLine &line)
+bool MatchesHold(const PassLine &line)
 {
-    return line.is_quiet && SieveHolds();
+    return line.matches.is_known && SieveHolds();
 }

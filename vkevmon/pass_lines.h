@@ -16,6 +16,7 @@
 #include <cstdint>
 
 #include "fileacc/fileacc.h"
+#include "match/line_matches.h"
 #include "match/literal_set.h"
 #include "stamp/syslog_time.h"
 
@@ -23,7 +24,8 @@
 struct PassLine {
     int64_t pos;
     size_t length;
-    bool is_quiet; // it was, by the table as it was when it was read
+    LineMatches matches; // by the table as it was when it was read
+    bool is_quiet;       // nothing matched then, and the stamp was valid
     char text[kLineBufferSize + kSearchPadding];
 };
 
@@ -42,7 +44,7 @@ bool ReadFirstPassLine(PassLine *line);
 // Reads the next line, or the last of a run of quiet ones. False when it cannot be read; ask FEof first.
 bool ReadPassLine(LocalMoment *moment, PassLine *line);
 
-// Does the line, by the table as it is now, need no check?
-bool NeedsNoCheck(const PassLine &line);
+// Is what was found in the line when it was read still so, by the table as it is now?
+bool MatchesHold(const PassLine &line);
 
 #endif // VKEVMON_PASS_LINES_H

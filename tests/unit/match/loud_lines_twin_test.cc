@@ -121,7 +121,8 @@ TEST_F(LoudLinesTwin, CallsThoseLoudThatAnEntryMatchesOrThatAreRepeats)
         size_t head = 0;
         for (const std::string &line : lines) {
             const size_t end = head + line.size();
-            const bool is_loud = next_loud_look < end && LineIsLoud(head, end, kMost);
+            LineMatches matches{};
+            const bool is_loud = next_loud_look < end && LineIsLoud(head, end, kMost, &matches);
             ASSERT_EQ(ObviouslyLoud(line), is_loud) << line;
             ++(is_loud ? loud : quiet);
             head = end + 1;
@@ -148,7 +149,8 @@ TEST_F(LoudLinesTwin, HasRoomForAnyTable)
         block.append(kGramPadding, 'x');
         ASSERT_TRUE(PrepareSieve(block.data(), size));
         SieveBlock(block.data(), size);
-        EXPECT_TRUE(LineIsLoud(0, size - 1, size)) << length;
+        LineMatches matches{};
+        EXPECT_TRUE(LineIsLoud(0, size - 1, size, &matches)) << length;
     }
     EmptyTable();
 }

@@ -1,0 +1,36 @@
+// What the sieve of loud lines (loud_lines.h) has found in a line.
+#ifndef MATCH_LINE_MATCHES_H
+#define MATCH_LINE_MATCHES_H
+
+#include <algorithm>
+#include <cstdint>
+
+struct LineMatches {
+    static constexpr int kMost = 16;
+
+    bool
+        is_known; // false: nothing is known; the sieve was not asked, or more entries match than can be noted
+    bool is_repeat = false; // holds the text of repeats
+    bool is_own = false;    // holds the agent's own identifier
+    int count = 0;
+    uint16_t entries[kMost] =
+        {}; // of the table: those whose keywords are all in the line, in table order
+};
+
+// Notes an entry, once.
+inline void NoteMatch(LineMatches *matches, uint16_t entry)
+{
+    uint16_t *const end = matches->entries + matches->count;
+    uint16_t *const place = std::lower_bound(matches->entries, end, entry);
+    if (place != end && *place == entry)
+        return;
+    if (matches->count == LineMatches::kMost) {
+        matches->is_known = false;
+        return;
+    }
+    std::copy_backward(place, end, end + 1);
+    *place = entry;
+    ++matches->count;
+}
+
+#endif // MATCH_LINE_MATCHES_H
