@@ -177,11 +177,11 @@ bool PrepareByClass(const MoreTexts &texts)
     return true;
 }
 
-// What the search of a text costs, in looks: those that pass the first filter cost as much as some twenty others.
+// What the search of a text costs, in looks: those that pass the first filter cost as much as some others.
 uint64_t CostOfSearch(size_t length, uint64_t passed)
 {
-    constexpr uint64_t kCostOfPassed = 20;
-    constexpr uint64_t kLooksAtATime = 6; // by class, at what sixteen of them cost
+    constexpr uint64_t kCostOfPassed = 16;
+    constexpr uint64_t kLooksAtATime = 10; // by class, for what one look costs
     const uint64_t looks =
         length / (anchor_search.is_by_class ? kLooksAtATime : anchor_search.kind.step);
     return looks + (kCostOfPassed * passed);

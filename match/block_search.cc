@@ -104,7 +104,7 @@ using Group = BlockSearch::Group;
 using Key = BlockSearch::Key;
 
 constexpr size_t kWord = sizeof(uint64_t);
-static_assert(kWord <= kGramPadding);
+static_assert(kWord <= kGramPadding && ClassFilter::kWidest + 2 <= kGramPadding);
 
 // Reads 8 bytes, of which the first `size` count.
 uint64_t BytesAt(const char *text, size_t size)

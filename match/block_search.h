@@ -36,7 +36,7 @@ constexpr int kMostSearched = 2048 + 4;
 constexpr size_t kMostStep = 12;
 
 // Bytes behind a searched text that may be read (their values do not matter).
-constexpr size_t kGramPadding = 32;
+constexpr size_t kGramPadding = 48;
 
 // How literals are entered and looked up.
 struct GramKind {
@@ -145,7 +145,7 @@ struct SearchWalk {
     uint64_t key_value;
     uint8_t key_length;
     int look_count, looks_taken;
-    uint32_t looks[kRound + ClassFilter::kLane];
+    uint32_t looks[kRound + ClassFilter::kWidest];
     uint16_t groups[kRound];
 };
 

@@ -4,6 +4,10 @@
 #include <cmath>
 #include <cstring>
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 namespace {
 
 using Lane = uint8_t __attribute__((vector_size(ClassFilter::kLane)));
@@ -167,8 +171,62 @@ void AddToClasses(ClassFilter *filter, const char *gram, size_t known)
     Enter(filter, best, halves);
 }
 
-WITH_TABLE_LOOKUP int PassClasses(const ClassFilter &filter, const char *text, size_t begin,
-                                  size_t end, uint32_t *places)
+namespace {
+
+#if defined(__x86_64__)
+using Wide = __m256i;
+
+#define WITH_WIDE_LANES __attribute__((target("avx2")))
+
+// One table for both halves of a wide lane.
+WITH_WIDE_LANES Wide LoadTwice(const uint8_t *table)
+{
+    return _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i *>(table)));
+}
+
+[[gnu::always_inline]] WITH_WIDE_LANES inline Wide WideClassesAt(const char *text, Wide lower,
+                                                                 Wide upper)
+{
+    const Wide low_bits = _mm256_set1_epi8(15);
+    const Wide bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(text));
+    return _mm256_and_si256(
+        _mm256_shuffle_epi8(lower, _mm256_and_si256(bytes, low_bits)),
+        _mm256_shuffle_epi8(upper, _mm256_and_si256(_mm256_srli_epi16(bytes, 4), low_bits)));
+}
+
+// PassClasses, thirty-two places at a time.
+WITH_WIDE_LANES int PassClassesWide(const ClassFilter &filter, const char *text, size_t begin,
+                                    size_t end, uint32_t *places)
+{
+    Wide tables[ClassFilter::kGram][kHalves];
+    for (size_t i = 0; i < ClassFilter::kGram; ++i) {
+        tables[i][0] = LoadTwice(filter.classes[i][0]);
+        tables[i][1] = LoadTwice(filter.classes[i][1]);
+    }
+    int count = 0;
+    for (size_t at = begin; at < end; at += sizeof(Wide)) {
+        Wide classes = WideClassesAt(text + at, tables[0][0], tables[0][1]);
+        for (size_t i = 1; i < ClassFilter::kGram; ++i)
+            classes =
+                _mm256_and_si256(classes, WideClassesAt(text + at + i, tables[i][0], tables[i][1]));
+        const Wide none = _mm256_cmpeq_epi8(classes, _mm256_setzero_si256());
+        for (uint32_t left = ~static_cast<uint32_t>(_mm256_movemask_epi8(none)); left != 0;
+             left &= left - 1)
+            places[count++] =
+                static_cast<uint32_t>(at) + static_cast<uint32_t>(std::countr_zero(left));
+    }
+    return CountUpTo(places, count, end);
+}
+
+bool HasWideLanes()
+{
+    static const bool has = __builtin_cpu_supports("avx2") != 0;
+    return has;
+}
+#endif
+
+WITH_TABLE_LOOKUP int PassClassesNarrow(const ClassFilter &filter, const char *text, size_t begin,
+                                        size_t end, uint32_t *places)
 {
     Lane tables[ClassFilter::kGram][2];
     for (size_t i = 0; i < ClassFilter::kGram; ++i) {
@@ -177,15 +235,27 @@ WITH_TABLE_LOOKUP int PassClasses(const ClassFilter &filter, const char *text, s
     }
     int count = 0;
     for (size_t at = begin; at < end; at += ClassFilter::kLane) {
-        Lane passed = ClassesAt(text + at, tables[0][0], tables[0][1]);
-        passed &= ClassesAt(text + at + 1, tables[1][0], tables[1][1]);
-        passed &= ClassesAt(text + at + 2, tables[2][0], tables[2][1]);
+        Lane found = ClassesAt(text + at, tables[0][0], tables[0][1]);
+        found &= ClassesAt(text + at + 1, tables[1][0], tables[1][1]);
+        found &= ClassesAt(text + at + 2, tables[2][0], tables[2][1]);
         uint64_t words[ClassFilter::kLane / kWord];
-        memcpy(words, &passed, sizeof words);
+        memcpy(words, &found, sizeof words);
         if ((words[0] | words[1]) == 0)
             continue;
         count += AppendPlaces(words[0], at, places + count);
         count += AppendPlaces(words[1], at + kWord, places + count);
     }
     return CountUpTo(places, count, end);
+}
+
+} // namespace
+
+int PassClasses(const ClassFilter &filter, const char *text, size_t begin, size_t end,
+                uint32_t *places)
+{
+#if defined(__x86_64__)
+    if (HasWideLanes())
+        return PassClassesWide(filter, text, begin, end, places);
+#endif
+    return PassClassesNarrow(filter, text, begin, end, places);
 }

@@ -8,13 +8,12 @@
 struct LineMatches {
     static constexpr int kMost = 16;
 
-    bool
-        is_known; // false: nothing is known; the sieve was not asked, or more entries match than can be noted
+    bool is_known = false;  // the sieve has looked, and all that matches is noted
     bool is_repeat = false; // holds the text of repeats
     bool is_own = false;    // holds the agent's own identifier
     int count = 0;
-    uint16_t entries[kMost] =
-        {}; // of the table: those whose keywords are all in the line, in table order
+    // Of the table: the entries whose keywords are all in the line, in table order.
+    uint16_t entries[kMost] = {};
 };
 
 // Notes an entry, once.
