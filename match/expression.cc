@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <langinfo.h>
-#include <regex.h>
 
 namespace {
 
@@ -174,12 +173,15 @@ bool HasBackReference(const char *expression)
 // library is then another one in three cases: it takes a line end inside the text for the end of it (no line of a log
 // holds one), a repeated group that a back-reference names counts as empty, so "(a*){2}\2b" matches "abcd", and one
 // that holds an anchor matches where it does not otherwise: "(^a){2}" in "aa".
-int SubMatchFlag(const char *line, const Pattern &pattern)
+bool NeedsSubMatches(const Pattern &pattern)
 {
-    const bool needs_sub_matches = strchr(line, '\n') != nullptr ||
-                                   MayHideOperators(pattern.text) ||
-                                   HasBackReference(pattern.text) || HasAnchorInGroup(pattern.text);
-    return needs_sub_matches ? 0 : REG_NOSUB;
+    return MayHideOperators(pattern.text) || HasBackReference(pattern.text) ||
+           HasAnchorInGroup(pattern.text);
+}
+
+bool CompileWith(int flags, const Pattern &pattern, CompiledPattern *compiled)
+{
+    return regcomp(&compiled->expression, pattern.text, REG_EXTENDED | flags) == 0;
 }
 
 } // namespace
@@ -191,13 +193,29 @@ void MakePattern(const char *keyword, Pattern *pattern)
 
 bool MatchesPattern(const char *line, const Pattern &pattern)
 {
-    regex_t expression;
-    if (regcomp(&expression, pattern.text, REG_EXTENDED | SubMatchFlag(line, pattern)) != 0)
+    const bool has_line_end = strchr(line, '\n') != nullptr;
+    CompiledPattern compiled;
+    if (!(has_line_end ? CompileWith(0, pattern, &compiled) : Compile(pattern, &compiled)))
         return false;
-    regmatch_t sub_matches[kSubMatches];
-    const bool found = regexec(&expression, line, kSubMatches, sub_matches, 0) == 0;
-    regfree(&expression);
+    const bool found = Matches(line, compiled);
+    Free(&compiled);
     return found;
+}
+
+bool Compile(const Pattern &pattern, CompiledPattern *compiled)
+{
+    return CompileWith(NeedsSubMatches(pattern) ? 0 : REG_NOSUB, pattern, compiled);
+}
+
+bool Matches(const char *line, const CompiledPattern &compiled)
+{
+    regmatch_t sub_matches[kSubMatches];
+    return regexec(&compiled.expression, line, kSubMatches, sub_matches, 0) == 0;
+}
+
+void Free(CompiledPattern *compiled)
+{
+    regfree(&compiled->expression);
 }
 
 bool HasOperator(const char *keyword)

@@ -1,8 +1,10 @@
-// What a keyword is as a regular expression, without compiling it.
+// What a keyword is as a regular expression.
 #ifndef MATCH_EXPRESSION_H
 #define MATCH_EXPRESSION_H
 
 #include <cstddef>
+
+#include <regex.h>
 
 #include "platform/monitor_entry.h"
 
@@ -17,6 +19,16 @@ void MakePattern(const char *keyword, Pattern *pattern);
 
 // Does the line match the pattern? One that does not compile matches nothing.
 bool MatchesPattern(const char *line, const Pattern &pattern);
+
+// A pattern compiled for lines without a line end in them, in the locale of that moment.
+struct CompiledPattern {
+    regex_t expression;
+};
+
+// False when it does not compile; there is nothing to free then.
+bool Compile(const Pattern &pattern, CompiledPattern *compiled);
+bool Matches(const char *line, const CompiledPattern &compiled);
+void Free(CompiledPattern *compiled);
 
 // Does the keyword hold a character with a meaning of its own in extended regular expressions? One
 // that does not matches as an expression exactly where it occurs as plain text.

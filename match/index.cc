@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "match/compiled.h"
 #include "match/expression.h"
 #include "match/relied_on.h"
 #include "match/report.h"
@@ -195,6 +196,7 @@ unsigned IndexNumber()
 void BuildIndex()
 {
     ClearLiterals();
+    ForgetCompiled();
     memset(first_of_anchor, 0, sizeof first_of_anchor);
     memset(without_anchor, 0, sizeof without_anchor);
     has_entries_without_anchor = false;

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "match/compiled.h"
 #include "match/expression.h"
 #include "match/hits.h"
 #include "match/index.h"
@@ -90,7 +91,7 @@ bool FindIndexedKeyword(const Occurrence &occurrence, int entry, int keyword)
     Pattern pattern;
     MakePattern(KeywordOf(*lpVKVMon[entry], keyword), &pattern);
     TracePattern(pattern);
-    return can_match && MatchesPattern(occurrence.line, pattern);
+    return can_match && MatchesCompiled(occurrence.line, pattern, entry, keyword);
 }
 
 bool AllIndexedKeywordsFound(const Occurrence &occurrence, int entry)

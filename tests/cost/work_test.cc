@@ -2,7 +2,10 @@
 // is counted, and here is how much of it there may be.
 #include <string>
 
+#include "match/compiled.h"
 #include "match/index.h"
+#include "match/loud_lines.h"
+#include "match/report.h"
 #include "stamp/syslog_time.h"
 #include "tests/unit/vkevmon/pass_fixture.h"
 #include "vkevmon/pass.h"
@@ -15,6 +18,8 @@ namespace {
 struct Work {
     uint64_t indexes = indexes_built;
     uint64_t stretches = stretches_searched;
+    uint64_t sieves = sieves_made;
+    uint64_t expressions = expressions_compiled;
     uint64_t stamps = stamps_learned;
     uint64_t zones = zones_looked_up;
 
@@ -23,6 +28,8 @@ struct Work {
         Work work;
         work.indexes = indexes - before.indexes;
         work.stretches = stretches - before.stretches;
+        work.sieves = sieves - before.sieves;
+        work.expressions = expressions - before.expressions;
         work.stamps = stamps - before.stamps;
         work.zones = zones - before.zones;
         return work;
@@ -33,17 +40,25 @@ class WorkOfAPass : public SyslogScanTest {
   protected:
     static constexpr int kLinesOfASecond = 50;
 
+    static std::string QuietLines(int lines, const std::string &text)
+    {
+        std::string news;
+        for (int i = 0; i < lines; ++i)
+            news += Line(text + std::to_string(i), (i / kLinesOfASecond) - 3000) + "\n";
+        return news;
+    }
+
     // Of a pass over so many new lines, of which none matches.
     Work Of(int lines)
     {
         AddEntry({.keywords = {"disk", "error", ""}});
+        return OfNews(QuietLines(lines, "a line of which nothing is to be told, number "));
+    }
+
+    Work OfNews(const std::string &news)
+    {
         WriteLog("messages", Line("the first line", -3600) + "\n");
         WatchSyslogMain(); // begins at the end
-        std::string news;
-        for (int i = 0; i < lines; ++i)
-            news += Line("a line of which nothing is to be told, number " + std::to_string(i),
-                         (i / kLinesOfASecond) - 3000) +
-                    "\n";
         bytes_ = news.size();
         AppendLog("messages", news);
         Host().record_trace = false;
@@ -81,6 +96,25 @@ TEST_F(WorkOfAPass, WithMuchNewsSearchesItInStretches)
     EXPECT_EQ(1U, work.indexes);
     EXPECT_LE((bytes_ / kStretch) - 1, work.stretches);
     EXPECT_GE((bytes_ / kStretch) + (bytes_ / kStretch / 100) + 2, work.stretches);
+    EXPECT_EQ(1U, work.sieves);
+}
+
+TEST_F(WorkOfAPass, ChoosesAnewWhatToSearchForWhenTheLogHasChanged)
+{
+    AddEntry({.keywords = {"disk failure", "", ""}});
+    const Work work = OfNews(QuietLines(30000, "a line of which nothing is to be told, number ") +
+                             QuietLines(80000, "disk failur, disk failur, disk failur, ") +
+                             QuietLines(80000, "isk failure, isk failure, isk failure, "));
+    EXPECT_LE(2U, work.sieves);
+    EXPECT_GE(4U, work.sieves);
+}
+
+TEST_F(WorkOfAPass, OnAFaultTolerantServerCompilesEachExpressionOnce)
+{
+    IsFTServer = 1;
+    AddEntry({.keywords = {"disk [0-9]+ failed", "", ""}});
+    AddEntry({.keywords = {"line", "number [a-z]", ""}});
+    EXPECT_EQ(2U, OfNews(QuietLines(2000, "a line: disk has failed, number ")).expressions);
 }
 
 TEST_F(WorkOfAPass, WithMuchNewsReadsTheStampOfASecondOnce)

@@ -1,0 +1,70 @@
+#include "match/compiled.h"
+
+#include <clocale>
+#include <cstdio>
+#include <cstring>
+
+#include <locale.h>
+
+#include "platform/contract.h"
+
+uint64_t expressions_compiled = 0;
+
+namespace {
+
+// Written on the monitor thread.
+CompiledPattern compiled[kMostCompiled];
+int compiled_count = 0;
+uint16_t numbers[kMaxEntries][kKeywordsOfEntry]; // 1 + the number of the compiled one; 0: none
+locale_t thread_locale;
+char locale_name[256];
+
+// The locale decides what an expression means. A name that is too long is taken for another one each time.
+bool LocaleIsTheSame()
+{
+    const char *const name = setlocale(LC_ALL, nullptr);
+    return uselocale(nullptr) == thread_locale && name != nullptr && strcmp(name, locale_name) == 0;
+}
+
+void NoteLocale()
+{
+    const char *const name = setlocale(LC_ALL, nullptr);
+    thread_locale = uselocale(nullptr);
+    snprintf(locale_name, sizeof locale_name, "%s", name != nullptr ? name : "");
+}
+
+// Compiles it if there is no number yet. False when it does not compile: it is tried again the next time.
+bool HasNumber(const Pattern &pattern, uint16_t *number)
+{
+    if (*number != 0)
+        return true;
+    if (!Compile(pattern, &compiled[compiled_count]))
+        return false;
+    ++expressions_compiled;
+    *number = static_cast<uint16_t>(++compiled_count);
+    return true;
+}
+
+} // namespace
+
+void ForgetCompiled()
+{
+    for (int i = 0; i < compiled_count; ++i)
+        Free(&compiled[i]);
+    compiled_count = 0;
+    memset(numbers, 0, sizeof numbers);
+}
+
+bool MatchesCompiled(const char *line, const Pattern &pattern, int entry, int keyword)
+{
+    if (!LocaleIsTheSame()) {
+        ForgetCompiled();
+        NoteLocale();
+    }
+    uint16_t &number = numbers[entry][keyword];
+    const bool has_room = number != 0 || compiled_count < kMostCompiled;
+    // A line end inside the text needs another way to compile.
+    if (!has_room || strchr(line, '\n') != nullptr)
+        return MatchesPattern(line, pattern);
+    return HasNumber(pattern, &number) && Matches(line, compiled[number - 1]);
+}
