@@ -17,7 +17,7 @@ endfunction()
 add_module_folder(regacc last_end_time.cc regacc.cc)
 add_module_folder(stamp syslog_time.cc)
 add_module_folder(match anchors.cc block_search.cc class_filter.cc compiled.cc crowds.cc expression.cc gram_cover.cc hits.cc index.cc
-    literal_set.cc log_sample.cc loud_lines.cc sieve_table.cc
+    literal_set.cc log_sample.cc loud_lines.cc pair_filter.cc sieve_table.cc
     match.cc relied_on.cc report.cc table_data.cc)
 add_module_folder(fileacc block.cc lines.cc open_log.cc resume.cc stretch.cc)
 add_module_folder(filemonitor block.cc matcher.cc object.cc scan.cc splitter.cc)
