@@ -66,9 +66,6 @@ class Examination {
     std::vector<CheckResult> results_;
 };
 
-// Is the reason why a file cannot be read that it is not there?
-bool IsMissing(const logs::WatchedFile &file);
-
 // ---- the checks of the agent: doctor_agent.cc ----
 
 void CheckDaemon(const Context &context, Examination *examination);

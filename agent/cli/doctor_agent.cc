@@ -52,7 +52,7 @@ void CheckSpaceIn(const fs::path &folder, Examination *examination)
         examination->Finding(folder, "its file system is mounted read-only",
                              "mount it for writing");
     else if (no_inodes)
-        examination->Finding(folder, "its file system has room for no further file",
+        examination->Finding(folder, "its file system has no room for another file",
                              "remove files that are not needed");
     else if (free_bytes < kLittleSpace)
         examination->Finding(folder, "only " + Amount(free_bytes) + " are free",
@@ -81,10 +81,11 @@ void CheckDaemon(const Context &context, Examination *examination)
     const std::string process = "process " + std::to_string(*holder);
     const auto status = status::ReadStatus(run);
     if (status && status->waiting_since_ms != 0) {
-        examination->Finding(
-            process,
-            "it waits for the store's lock since " + text::LocalTime(status->waiting_since_ms),
-            "find the process that holds it with fuser " + context.layout.Store().string());
+        examination->Finding(process,
+                             "it has been waiting for the store's lock since " +
+                                 text::LocalTime(status->waiting_since_ms),
+                             "find the process that holds it with fuser " +
+                                 context.layout.Store().string());
         return;
     }
     const std::string stands = status::WhyItStands(*holder, status);
@@ -101,7 +102,7 @@ void CheckDaemon(const Context &context, Examination *examination)
     const std::string ended =
         "its monitor has ended by itself " + std::to_string(status->restarts) +
         (status->restarts == 1 ? " time" : " times") + ", last because: " + status->last_error;
-    const std::string advice = "mend the cause; more is in " + context.layout.TraceLog().string();
+    const std::string advice = "remove the cause; more is in " + context.layout.TraceLog().string();
     if (status->state == MonitorState::kPausing)
         examination->Finding(
             process, ended + "; it is started again at " + text::LocalTime(status->next_start_ms),
@@ -131,7 +132,7 @@ bool CheckStore(const Context &context, Examination *examination)
     const fs::path store = context.layout.Store();
     std::error_code failed;
     if (!fs::exists(store, failed) && !failed) {
-        examination->Finding(store, "it is not there: nothing was ever registered",
+        examination->Finding(store, "it is missing: nothing has been registered yet",
                              "register events with syslogmon apply or syslogmon event add, and "
                              "start the daemon");
         return false;
@@ -157,9 +158,9 @@ void CheckWatching(const Context &context, Examination *examination)
         examination->Skipped("inotify", "the daemon is not running");
     else if (!status->watch_problem.empty())
         examination->Finding("inotify", status->watch_problem,
-                             "until it is mended, lines are found once in a cycle");
+                             "until this is repaired, lines are found once per cycle");
     else if (interval == "0")
-        examination->Well("inotify", "it is turned off: lines are found once in a cycle");
+        examination->Well("inotify", "it is turned off: lines are found once per cycle");
     else
         examination->Well("inotify", "lines are found within " + interval + " ms");
 }

@@ -253,12 +253,6 @@ bool IsEmpty(const fs::path &path)
 
 } // namespace
 
-bool IsMissing(const WatchedFile &file)
-{
-    struct stat status {};
-    return stat(file.path.c_str(), &status) != 0 && errno == ENOENT;
-}
-
 void CheckReadable(const std::vector<WatchedFile> &files, Examination *examination)
 {
     for (const WatchedFile &file : files) {
@@ -272,7 +266,7 @@ void CheckReadable(const std::vector<WatchedFile> &files, Examination *examinati
                                            : "write it, or name another file with syslogmon set";
             examination->Finding(file.path, missing ? "it is not there" : strerror(errno), advice);
         } else if (!S_ISREG(status.st_mode)) {
-            examination->Finding(file.path, "it is no regular file",
+            examination->Finding(file.path, "it is not a regular file",
                                  "put a log in its place: the monitor reads nothing else");
         } else if (access(file.path.c_str(), R_OK) != 0) {
             examination->Finding(file.path, strerror(errno),
@@ -339,7 +333,7 @@ void CheckBacklog(const Context &context, const std::vector<WatchedFile> &files,
 {
     examination->Begin("backlog");
     const std::string why = IsRunning(context)
-                                ? "see with syslogmon status whether it becomes less; a pass that "
+                                ? "see with syslogmon status whether it shrinks; a pass that "
                                   "takes long finds many events or a slow disk"
                                 : "start the daemon: systemctl start syslogmond, or syslogmond";
     for (const WatchedFile &file : files) {

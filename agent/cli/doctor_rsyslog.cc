@@ -87,7 +87,7 @@ void CheckRsyslog(const std::vector<logs::WatchedFile> &files, Examination *exam
     if (examination->Findings() > findings)
         return;
     if (config.is_there)
-        examination->Well(kRsyslogConfig, "it lets each line be written, and written whole");
+        examination->Well(kRsyslogConfig, "it writes every line, and writes it whole");
     else
         examination->Well(kRsyslogConfig, "it is not there: rsyslog writes no log of this host");
 }

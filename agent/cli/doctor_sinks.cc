@@ -31,8 +31,8 @@ void CheckDelivery(const std::string &receiver, const std::string &sink,
                          "the last try failed at " + text::LocalTime(delivery.error_ms) + ": " +
                              delivery.last_error + "; " + std::to_string(waiting) +
                              (waiting == 1 ? " alert waits" : " alerts wait"),
-                         "mend the cause, and try it with syslogmon sink test " + sink +
-                             "; what waits is sent by itself");
+                         "remove the cause, then try it with syslogmon sink test " + sink +
+                             "; waiting alerts are then sent by themselves");
 }
 
 void CheckSinkOf(const sinks::StoredSink &sink, int64_t newest, Examination *examination)

@@ -13,6 +13,7 @@
 #include "agent/events/expressions.h"
 #include "agent/host/hit_counters.h"
 #include "agent/settings/settings.h"
+#include "platform/contract.h"
 
 namespace cli {
 
@@ -115,11 +116,11 @@ void CheckExpressions(const EventOptions &options, const EventRecord &event)
 void CheckRoom(EventRegistry &events, const EventKey &key)
 {
     const size_t count = events::CountTableEvents(events.ReadAll());
-    if (count >= events::kMaxTableEvents)
+    if (count >= static_cast<size_t>(kMaxEntries))
         throw host::Error("cannot add event " + Quoted(key),
                           "there are " + std::to_string(count) +
                               " events, and the monitor's table has room for " +
-                              std::to_string(events::kMaxTableEvents),
+                              std::to_string(kMaxEntries),
                           "remove events that are not needed");
 }
 

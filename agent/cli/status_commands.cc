@@ -46,7 +46,7 @@ std::vector<StoredEvent> DamagedEvents()
     return damaged;
 }
 
-// The command that mends an event.
+// The command that repairs an event.
 std::string MendingCommand(const StoredEvent &stored)
 {
     const auto &key = stored.event.key;
@@ -209,7 +209,7 @@ int ShowStatus(const Context &context)
         printf("\n");
         PrintFiles(files);
         for (const StoredEvent &stored : damaged)
-            printf("\nevent %s %s cannot be loaded: %s\n  mend it with: %s\n",
+            printf("\nevent %s %s cannot be loaded: %s\n  repair it with: %s\n",
                    text::Printable(stored.event.key.source).c_str(),
                    text::Printable(stored.id_text).c_str(), stored.problem.c_str(),
                    MendingCommand(stored).c_str());

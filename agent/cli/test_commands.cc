@@ -296,7 +296,7 @@ std::string WhyKeywordIsMissing(const monitor::Module &module, int number, const
     if (*module.IsFTServer >= 1) {
         const std::string why = events::WhyNoExpression(keyword);
         reason += why.empty() ? ", as text and as a regular expression"
-                              : ", and it is no regular expression: " + why;
+                              : ", and it is not a regular expression: " + why;
     }
     return reason;
 }

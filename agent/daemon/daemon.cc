@@ -245,13 +245,13 @@ void Daemon::WaitForNews()
         {names_taken_.fd(), POLLIN, 0},
         {supervisor_.EndedFd(), POLLIN, 0},
         {events_.settings->PollFd(), POLLIN, 0},
-        // While pausing: a changed table may be what mends the monitor, so it is tried at once.
+        // While pausing: a changed table may be what brings the monitor back, so it is tried at once.
         {supervisor_.IsPausing() ? events_.table->PollFd() : -1, POLLIN, 0},
         {trigger_.ChangesFd(), POLLIN, 0},
         {trigger_.MountsFd(), POLLPRI, 0},
     };
     poll(waiting, std::size(waiting), static_cast<int>(TimeToSleep().count()));
-    // Taken, so that a change that mends nothing is tried once. The start loads the whole table.
+    // Taken, so that a change that brings nothing back is tried once. The start loads the whole table.
     if ((waiting[4].revents & POLLIN) != 0 && events_.table->TryTake())
         supervisor_.TryNow();
     trigger_.Work((waiting[5].revents & POLLIN) != 0, (waiting[6].revents & POLLPRI) != 0);

@@ -35,7 +35,7 @@ class Trigger {
     // The files to be watched, and the interval; 0 turns the trigger off.
     void Follow(std::vector<std::filesystem::path> files, Milliseconds interval);
 
-    // What to poll for POLLIN respectively POLLPRI; -1: not now.
+    // What to poll, the one for POLLIN and the other for POLLPRI; -1: not now.
     [[nodiscard]] int ChangesFd() const;
     [[nodiscard]] int MountsFd() const { return watch_.MountsFd(); }
     // When Work is to be called at the latest, although nothing was polled.

@@ -32,7 +32,7 @@ EventDoubt WhyLeftOut(host::RegistryTree &registry, const StoredSource &source,
 // "DISK 1A2B", with the ID as its key is named.
 std::string NameOf(const StoredEvent &stored);
 
-// The command line that mends a value of an event, for an advice.
+// The command line that repairs a value of an event, for an advice.
 std::string SetCommand(const StoredEvent &stored, const std::string &option);
 
 } // namespace events

@@ -98,8 +98,6 @@ std::string SourcePath(const std::string &source)
 
 } // namespace
 
-static_assert(kMaxTableEvents == kMaxEntries);
-
 size_t CountTableEvents(const std::vector<StoredSource> &sources)
 {
     size_t count = 0;

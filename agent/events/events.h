@@ -47,9 +47,6 @@ struct StoredSource {
     std::vector<StoredEvent> events;
 };
 
-// Entries that the monitor's table has room for.
-inline constexpr size_t kMaxTableEvents = 2048;
-
 // Events that would be in the table, if each can be loaded.
 size_t CountTableEvents(const std::vector<StoredSource> &sources);
 

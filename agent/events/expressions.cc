@@ -84,11 +84,12 @@ std::optional<ExpressionFault> FaultOfExpression(const std::string &keyword)
                                "monitor seconds for one line",
                                "write out what the line shows"};
     if (const std::string why = WhyNoExpression(keyword); !why.empty())
-        return ExpressionFault{"it is no regular expression that can be used on a fault-tolerant "
-                               "server: " +
-                                   why,
-                               "put a backslash before a bracket or sign that is meant as it "
-                               "stands"};
+        return ExpressionFault{
+            "it is not a regular expression that can be used on a fault-tolerant "
+            "server: " +
+                why,
+            "put a backslash before a bracket or sign that is meant as it "
+            "stands"};
     return std::nullopt;
 }
 

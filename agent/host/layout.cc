@@ -62,7 +62,7 @@ void Layout::CheckRoot() const
     std::error_code failed;
     if (!fs::is_directory(root, failed))
         throw Error("cannot use the install root " + root.string(),
-                    failed ? failed.message() : "it is no folder",
+                    failed ? failed.message() : "it is not a folder",
                     "name an install root with --root");
     if (!fs::exists(Library(kModule), failed) && !fs::exists(Store(), failed))
         throw Error("cannot use the install root " + root.string(),

@@ -44,7 +44,7 @@ Fd OpenFifo(const fs::path &path)
     if (fd.get() < 0 || fstat(fd.get(), &status) != 0)
         FailToOpen(path, errno);
     if (!S_ISFIFO(status.st_mode))
-        throw Error("cannot use " + path.string(), "it is no FIFO", "remove it and try again");
+        throw Error("cannot use " + path.string(), "it is not a FIFO", "remove it and try again");
     return fd;
 }
 

@@ -583,7 +583,7 @@ std::vector<std::string> FileFollower::Problems() const
     std::vector<std::string> problems = view_.problems;
     for (const std::string &path : view_.others) {
         if (options_.rules.Match(path))
-            problems.push_back("cannot read " + path + ": it is no regular file");
+            problems.push_back("cannot read " + path + ": it is not a regular file");
     }
     for (const auto &[number, file] : files_) {
         if (!file.problem.empty())

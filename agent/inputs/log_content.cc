@@ -32,7 +32,7 @@ host::Fd Open(const std::string &path)
                           "make it readable for the monitor, or exclude it");
     const auto look = LookAt(file.get());
     if (!look || !look->is_regular)
-        throw host::Error("cannot read " + path, "it is no regular file", "exclude it");
+        throw host::Error("cannot read " + path, "it is not a regular file", "exclude it");
     return file;
 }
 

@@ -53,7 +53,7 @@ std::string WhyUnreadable(const fs::path &path)
     if (stat(path.c_str(), &status) != 0)
         return strerror(errno);
     if (!S_ISREG(status.st_mode))
-        return "it is no regular file";
+        return "it is not a regular file";
     if (access(path.c_str(), R_OK) != 0)
         return strerror(errno);
     return {};

@@ -14,7 +14,7 @@ namespace logs {
 // The system log, and the customer file and the file monitor's target when they are set.
 std::vector<std::filesystem::path> WatchedPaths(host::RegistryTree &registry);
 
-// At most so many bytes of a file from an offset on; nothing when it is no regular file or cannot be
+// At most so many bytes of a file from an offset on; nothing when it is not a regular file or cannot be
 // read. Nothing else is ever opened: a pipe would be waited for.
 std::string ReadPart(const std::filesystem::path &path, int64_t offset, size_t bytes);
 

@@ -182,7 +182,7 @@ bool RegReader::ReadLine()
         return ReadKey();
     if (Peek() == '"' || Peek() == '@')
         return ReadValue();
-    return Refuse(pos_, "cannot read the line", "it is no key, no value and no comment",
+    return Refuse(pos_, "cannot read the line", "it is neither a key nor a value nor a comment",
                   "begin a key with [, a value with \" or @, a comment with ;");
 }
 

@@ -7,7 +7,7 @@
 #include "agent/events/expressions.h"
 #include "agent/host/error.h"
 #include "agent/text/utf8.h"
-#include "platform/monitor_entry.h"
+#include "platform/contract.h"
 
 namespace rules {
 
@@ -114,17 +114,18 @@ class Comparison {
     // The table is full, and the file makes it larger still.
     void CheckRoom()
     {
+        constexpr auto kRoom = static_cast<size_t>(kMaxEntries);
         const size_t size = TableSize(*difference_);
-        if (size <= events::kMaxTableEvents)
+        if (size <= kRoom)
             return;
-        const std::string room = std::to_string(events::kMaxTableEvents);
+        const std::string room = std::to_string(kRoom);
         if (added_at_.empty()) {
             difference_->warnings.push_back("there are " + std::to_string(size) +
                                             " events then, and the monitor's table has " +
                                             "room for " + room + "; the others are not watched");
             return;
         }
-        const size_t too_many = std::min(size - events::kMaxTableEvents, added_at_.size());
+        const size_t too_many = std::min(size - kRoom, added_at_.size());
         const host::Error error(
             "cannot add " +
                 (too_many == 1 ? "this event" : std::to_string(too_many) + " events from here on"),

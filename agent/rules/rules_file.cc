@@ -351,7 +351,7 @@ bool RulesReader::ReadReportCount(const Values &values, events::EventRecord *eve
     if (failed == std::errc() && stopped == end && event->report_count >= 1)
         return true;
     issues_->Add(node.offset, "cannot use the report count " + text::Shown(*text),
-                 "it is no whole number of that range", next_step);
+                 "it is not a whole number in that range", next_step);
     return false;
 }
 

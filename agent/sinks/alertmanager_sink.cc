@@ -125,9 +125,9 @@ SinkKind AlertmanagerKind()
         {"alertname", "TEXT", "SyslogEvent", "the label alertname", CheckText},
         {"severity", "TEXT", "warning", "the label severity", CheckText},
         {"label.", "TEXT", "", "one more label, such as label.team=ops", CheckText},
-        {"active", "SECONDS", "300", "so long after its last report an alert ends",
+        {"active", "SECONDS", "300", "how long after its last report an alert ends",
          CheckSeconds<10, 604800>},
-        {"resend", "SECONDS", "60", "so often active alerts are sent again",
+        {"resend", "SECONDS", "60", "how often active alerts are sent again",
          CheckSeconds<1, 86400>},
     };
     for (const SinkOption &option : HttpOptions())

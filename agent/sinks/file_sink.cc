@@ -73,7 +73,7 @@ class FileSink : public Sink {
         if (fd_.get() < 0 || fstat(fd_.get(), &status) != 0)
             return strerror(errno);
         const std::string why =
-            S_ISREG(status.st_mode) ? WhyNotTrusted(status) : "it is no regular file";
+            S_ISREG(status.st_mode) ? WhyNotTrusted(status) : "it is not a regular file";
         if (!why.empty())
             fd_ = host::Fd();
         return why;

@@ -161,7 +161,7 @@ SinkKind MailKind()
         {"server", "URL", nullptr, "smtp://HOST[:PORT] or smtps://HOST[:PORT]", CheckServer},
         {"from", "ADDRESS", nullptr, "the sender", CheckAddress},
         {"to", "ADDRESS,...", nullptr, "the receivers", CheckAddresses},
-        {"user", "NAME", "", "who logs in to the server", CheckText},
+        {"user", "NAME", "", "the name to log in with", CheckText},
         {"password-file", "FILE", "", "a file with the password", CheckPath, true},
         {"tls", "WORD", "auto", "required, none, or auto: when offered, and always with a user",
          CheckTls},

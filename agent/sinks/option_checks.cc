@@ -41,11 +41,6 @@ std::string CheckHttpUrl(const std::string &value)
     return authority.empty() || authority.find('@') != std::string::npos ? kAllowed : "";
 }
 
-std::string CheckSwitch(const std::string &value)
-{
-    return CheckWord(value, "yes no");
-}
-
 std::string CheckRange(const std::string &value, int64_t smallest, int64_t largest,
                        const char *unit)
 {

@@ -11,7 +11,6 @@ namespace sinks {
 std::string CheckText(const std::string &value);    // one line, not empty
 std::string CheckPath(const std::string &value);    // absolute
 std::string CheckHttpUrl(const std::string &value); // without user and password in it
-std::string CheckSwitch(const std::string &value);  // yes or no
 // Whole numbers of a range, in text such as "seconds from 1 to 300".
 std::string CheckRange(const std::string &value, int64_t smallest, int64_t largest,
                        const char *unit);

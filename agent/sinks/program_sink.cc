@@ -243,7 +243,7 @@ void CheckProgram(const std::string &path)
     if (stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
         access(path.c_str(), X_OK) == 0)
         return;
-    throw host::Error("cannot run " + path, "it is no program, or may not be run",
+    throw host::Error("cannot run " + path, "it is not a program, or may not be run",
                       "name an executable file by its absolute path");
 }
 
@@ -263,7 +263,7 @@ SinkKind ProgramKind()
     kind.options = {
         {"command", "FILE", nullptr, "the program; no shell is involved", CheckPath},
         {"arg.", "TEXT", "", "its arguments: arg.1, arg.2 and so on", CheckArgument},
-        {"timeout", "SECONDS", "30", "after this long it is killed, and that is a failure",
+        {"timeout", "SECONDS", "30", "after this long it is killed, which counts as a failure",
          CheckTimeout},
     };
     kind.open = [](const SinkConfig &config, const std::string &,

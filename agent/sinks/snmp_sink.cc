@@ -130,7 +130,7 @@ class Session {
             netsnmp_transport_open_client("snmptrap", settings.receiver.c_str());
         if (transport == nullptr)
             throw host::Error("cannot reach " + settings.receiver,
-                              "it is no address, or has none now", "check the name");
+                              "it is not an address, or has none now", "check the name");
         handle_ = snmp_sess_add(&wanted, transport, nullptr, nullptr); // takes the transport
         if (handle_ == nullptr) {
             char *text = nullptr;
@@ -447,16 +447,18 @@ SinkKind SnmpKind()
     kind.name = "snmp";
     kind.help = "an inform or a trap of SNMP";
     kind.options = {
-        {"receiver", "HOST", nullptr, "where to; port 162 unless HOST:PORT", CheckReceiver},
+        {"receiver", "HOST", nullptr, "the receiver; port 162 unless HOST:PORT names another",
+         CheckReceiver},
         {"notify", "WORD", "inform", "inform, which is acknowledged, or trap", CheckNotify},
         {"version", "WORD", "2c", "2c or 3", CheckVersion},
-        {"community-file", "FILE", "", "a file with the community, for 2c", CheckPath, true},
-        {"user", "NAME", "", "the user, for 3", CheckText},
-        {"auth", "NAME", "", "how messages are authenticated, for 3", CheckAuth},
+        {"community-file", "FILE", "", "a file with the community, for version 2c", CheckPath,
+         true},
+        {"user", "NAME", "", "the user, for version 3", CheckText},
+        {"auth", "NAME", "", "how messages are authenticated, for version 3", CheckAuth},
         {"auth-file", "FILE", "", "a file with the key for that", CheckPath, true},
-        {"priv", "NAME", "", "how messages are encrypted, for 3", CheckPriv},
+        {"priv", "NAME", "", "how messages are encrypted, for version 3", CheckPriv},
         {"priv-file", "FILE", "", "a file with the key for that", CheckPath, true},
-        {"engine-id", "HEX", "", "the sender's engine ID, for traps of 3", CheckEngineId},
+        {"engine-id", "HEX", "", "the sender's engine ID, for traps of version 3", CheckEngineId},
         {"timeout", "SECONDS", "5", "how long an inform waits for its answer", CheckTimeout},
     };
     kind.open = [](const SinkConfig &config, const std::string &,

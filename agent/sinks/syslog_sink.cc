@@ -102,7 +102,7 @@ SinkKind SyslogKind()
     kind.options = {
         {"facility", "NAME", "daemon", "the facility", CheckSyslogFacility},
         {"level", "NAME", "warning", "the level", CheckSyslogLevel},
-        {"socket", "FILE", "/dev/log", "where the daemon listens", CheckSocket},
+        {"socket", "FILE", "/dev/log", "the socket of the syslog daemon", CheckSocket},
     };
     kind.open = [](const SinkConfig &config, const std::string &,
                    Secrets &) -> std::unique_ptr<Sink> {

@@ -395,11 +395,11 @@ TEST_F(EventCommand, AFaultTolerantServerTakesNoExpressionThatDoesNotCompile)
     const std::string advice = "; put a backslash before a bracket or sign that is meant as it "
                                "stands, or add --force";
     ExpectFailed({"event", "add", "DISK", "1", "-k", "error", "-k", "([a-z"},
-                 "cannot use the keyword \"([a-z\" of event DISK 1: it is no regular expression "
+                 "cannot use the keyword \"([a-z\" of event DISK 1: it is not a regular expression "
                  "that can be used on a fault-tolerant server: Unmatched [, [^, [:, [., or [=" +
                      advice);
     ExpectFailed({"event", "set", "PLAIN", "1", "-k", "disk (sda"},
-                 "cannot use the keyword \"disk (sda\" of event PLAIN 1: it is no regular "
+                 "cannot use the keyword \"disk (sda\" of event PLAIN 1: it is not a regular "
                  "expression that can be used on a fault-tolerant server: Unmatched ( or \\(" +
                      advice);
     ExpectDone({"event", "set", "PLAIN", "1", "-n", "2"}); // its keywords stay

@@ -202,7 +202,7 @@ TEST_F(StatusCommand, NamesADamagedEventAndTheCommandThatMendsIt)
     EXPECT_NE(std::string::npos,
               Syslogmon({"status"})
                   .out.find("\nevent DISK 1A cannot be loaded: it has no ReportCount of 4 bytes\n"
-                            "  mend it with: syslogmon event remove 'DISK' 1A, then syslogmon "
+                            "  repair it with: syslogmon event remove 'DISK' 1A, then syslogmon "
                             "event add with all its values\n"));
     ExpectDone({"event", "remove", "DISK", "1A"});
     ExpectDone({"event", "add", "DISK", "1A", "-k", "a"});
@@ -250,7 +250,7 @@ TEST_F(StatusCommand, APipeInThePlaceOfALogIsNotWaitedFor)
     ASSERT_EQ(0, mkfifo((LogFolder() / "messages").c_str(), 0600));
     StoreResumePoint("", "head", 5);
     EXPECT_EQ(FileEntry("system log", "/var/log/messages", nullptr, nullptr, nullptr,
-                        "it is no regular file"),
+                        "it is not a regular file"),
               FileInStatus("system log"));
 }
 
@@ -286,7 +286,7 @@ TEST_F(StatusCommand, AResumePointThatIsNowhereSaysWhatTheMonitorWillDo)
 TEST_F(StatusCommand, ALogThatIsNoFileSaysSo)
 {
     std::filesystem::create_directory(LogFolder() / "messages");
-    EXPECT_EQ("it is no regular file", FileInStatus("system log")["problem"]);
+    EXPECT_EQ("it is not a regular file", FileInStatus("system log")["problem"]);
 }
 
 TEST_F(StatusCommand, CustomerFileAndFileMonitorAreShownWhenTheyAreSet)

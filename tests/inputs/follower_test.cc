@@ -396,7 +396,7 @@ TEST_F(FollowerTest, EmptyAndUnreadableNeighboursDoNoHarm)
     Append("a.log", LogLine("2"));
     EXPECT_EQ(Messages{"2"}, Read());
     ASSERT_EQ(1U, follower().Problems().size());
-    EXPECT_NE(std::string::npos, follower().Problems()[0].find("b.log: it is no regular file"));
+    EXPECT_NE(std::string::npos, follower().Problems()[0].find("b.log: it is not a regular file"));
 }
 
 TEST_F(FollowerTest, AFolderThatVanishesIsNamedAndFoundAgain)

@@ -96,7 +96,7 @@ TEST_F(FileSinkTest, AFolderOrAFifoInItsPlaceIsAFailure)
     Open(File("fifo"));
     EXPECT_EQ(Outcome::Result::kFailed, Send({MessageOf("one")}).result);
     const host::Fd reader(open(File("fifo").c_str(), O_RDONLY | O_NONBLOCK));
-    EXPECT_EQ("cannot write to " + File("fifo").string() + ": it is no regular file",
+    EXPECT_EQ("cannot write to " + File("fifo").string() + ": it is not a regular file",
               Send({MessageOf("one")}).answer);
 }
 

@@ -229,12 +229,13 @@ TEST_F(ProgramSinkTest, ArgumentsWithAGapAndFilesThatAreNoProgramAreRefused)
               test::ErrorOf([&] {
                   AddSink("program", "p", {{"command", program}, {"arg.2", "x"}});
               }));
-    EXPECT_EQ("cannot run " + File("none").string() +
-                  ": it is no program, or may not be run; name an executable file by its absolute "
-                  "path",
-              test::ErrorOf([&] {
-                  AddSink("program", "p", {{"command", File("none")}});
-              }));
+    EXPECT_EQ(
+        "cannot run " + File("none").string() +
+            ": it is not a program, or may not be run; name an executable file by its absolute "
+            "path",
+        test::ErrorOf([&] {
+            AddSink("program", "p", {{"command", File("none")}});
+        }));
 }
 
 } // namespace

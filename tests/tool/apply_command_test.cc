@@ -245,9 +245,10 @@ TEST_F(ApplyCommand, AFaultTolerantServerTakesBadExpressionsOnlyByForce)
                              "  - {source: A, id: 2, keywords: [good, '(x*)\\1']}\n";
     EXPECT_EQ(0, Syslogmon({"apply", "--dry-run", Rules(text)}).status);
     ExpectDone({"set", "fault-tolerant", "on"});
-    const std::string compile = "it is no regular expression that can be used on a fault-tolerant "
-                                "server: Unmatched [, [^, [:, [., or [=; put a backslash before a "
-                                "bracket or sign that is meant as it stands";
+    const std::string compile =
+        "it is not a regular expression that can be used on a fault-tolerant "
+        "server: Unmatched [, [^, [:, [., or [=; put a backslash before a "
+        "bracket or sign that is meant as it stands";
     const std::string slow =
         "it refers back to a group of itself (\\1), which can take the monitor "
         "seconds for one line; write out what the line shows";

@@ -100,7 +100,8 @@ TEST_F(RegFileCommand, ImportNamesEveryBadLineAndChangesNothing)
             ":4:9: cannot read the bytes: two hexadecimal digits must stand here; write bytes as "
             "01,ab,ff; a line that goes on ends in a comma and a backslash\n" +
             file +
-            ":6:1: cannot read the line: it is no key, no value and no comment; begin a key with "
+            ":6:1: cannot read the line: it is neither a key nor a value nor a comment; begin a "
+            "key with "
             "[, a "
             "value with \" or @, a comment with ;\n"
             "syslogmon: cannot import " +

@@ -349,10 +349,10 @@ TEST(RegText, NamesAndDataHaveLimits)
 TEST(RegText, ALineThatIsNothingIsNamed)
 {
     for (const char *line : {"x", "a=1", "-", "=", "]", "#comment"})
-        EXPECT_EQ(
-            "2:1: cannot read the line: it is no key, no value and no comment; begin a key with "
-            "[, a value with \" or @, a comment with ;\n",
-            IssuesOf(line));
+        EXPECT_EQ("2:1: cannot read the line: it is neither a key nor a value nor a comment; begin "
+                  "a key with "
+                  "[, a value with \" or @, a comment with ;\n",
+                  IssuesOf(line));
 }
 
 TEST(RegText, AllMistakesAreFound)

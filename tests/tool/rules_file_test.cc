@@ -517,7 +517,7 @@ TEST(RulesFile, AReportCountIsAPositiveNumber)
         const std::string issue = IssuesOf(FileWith("report_count: "s + count));
         EXPECT_EQ(0U, issue.find("5:19: cannot use the report count \"")) << issue;
         EXPECT_NE(std::string::npos,
-                  issue.find("\": it is no whole number of that range; use a number from 1 to "
+                  issue.find("\": it is not a whole number in that range; use a number from 1 to "
                              "2147483647, or leave it out for 1\n"));
     }
     EXPECT_EQ("5:5: cannot use the report count of an event: it has no value; use a number from 1 "

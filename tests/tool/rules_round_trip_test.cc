@@ -1,6 +1,7 @@
 // Events to a rules file and back.
 #include "agent/regfile/reg_import.h"
 #include "agent/rules/rules_diff.h"
+#include "platform/contract.h"
 #include "tests/host/host_test.h"
 #include "tests/tool/issues_test.h"
 #include "tests/tool/random_test.h"
@@ -105,7 +106,7 @@ TEST_F(RulesRoundTrip, AFullTableOfTheLongestEventsFitsIntoAFile)
 {
     std::vector<EventRecord> events;
     const std::string longest(256, '\x7F'); // four characters each, escaped
-    for (uint32_t id = 0; id < events::kMaxTableEvents; ++id)
+    for (uint32_t id = 0; id < uint32_t{kMaxEntries}; ++id)
         events.push_back({{std::string(255, '\x7F'), 0xF0000000 + id},
                           {longest, longest, longest},
                           INT32_MAX,

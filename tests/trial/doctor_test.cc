@@ -179,7 +179,7 @@ TEST_F(Doctor, AMonitorThatKeepsEndingIsFoundWithItsReason)
         std::this_thread::sleep_for(5ms);
     }
     ExpectFinding("daemon", "process " + std::to_string(daemon.pid()),
-                  "its monitor has ended by itself ", "mend the cause");
+                  "its monitor has ended by itself ", "remove the cause");
     ExpectFinding("events", "DISK 1",
                   "it cannot be loaded: it has no ReportCount of 4 bytes, and "
                   "so the monitor loads no event at all",
@@ -190,7 +190,7 @@ TEST_F(Doctor, AMonitorThatKeepsEndingIsFoundWithItsReason)
 TEST_F(Doctor, AHostWithoutAStoreIsFoundAndNoneIsMade)
 {
     fs::remove_all(Layout().state);
-    ExpectFinding("store", Layout().Store(), "it is not there", "register events");
+    ExpectFinding("store", Layout().Store(), "it is missing", "register events");
     EXPECT_EQ(json::array(), Results("events"));
     EXPECT_FALSE(fs::exists(Layout().Store()));
 }
@@ -230,7 +230,7 @@ TEST_F(Doctor, TheTriggerIsToldOf)
     WaitForPass();
     ExpectOnly("watching", "well", "inotify", "lines are found within 1000 ms");
     ExpectDone({"set", "trigger-interval", "0"});
-    ExpectOnly("watching", "well", "inotify", "it is turned off: lines are found once in a cycle");
+    ExpectOnly("watching", "well", "inotify", "it is turned off: lines are found once per cycle");
 }
 
 TEST_F(Doctor, AWatchThatCannotBeSetUpIsFound)
@@ -241,7 +241,7 @@ TEST_F(Doctor, AWatchThatCannotBeSetUpIsFound)
     status.watch_problem = "cannot watch /var/log for changes: the limit";
     status::WriteStatus(Layout().run, status);
     ExpectFinding("watching", "inotify", "cannot watch /var/log for changes: the limit",
-                  "once in a cycle");
+                  "once per cycle");
 }
 
 // ---- sinks ----
@@ -322,7 +322,7 @@ TEST_F(Doctor, ExpressionsThatCannotBeUsedAreFound)
     ExpectDone({"set", "fault-tolerant", "on"});
     ExpectOnly("events", "well", "1 event", "each can be reported");
     ExpectDone({"event", "set", "DISK", "1", "-k", "bad (disk", "--force"});
-    ExpectFinding("events", "DISK 1", "it is no regular expression that can be used", "-k TEXT");
+    ExpectFinding("events", "DISK 1", "it is not a regular expression that can be used", "-k TEXT");
     ExpectDone({"event", "set", "DISK", "1", "-k", "(bad)* \\1", "--force"});
     ExpectFinding("events", "DISK 1", "it refers back to a group of itself", "-k TEXT");
 }
@@ -374,14 +374,14 @@ TEST_F(Doctor, FilesThatCannotBeReadAreFound)
     ExpectDone({"set", "customer-file", File("customer")});
     ExpectDone({"set", "file-monitor", File("var-log")});
     ExpectFinding("customer file", File("customer"), "it is not there", "syslogmon set");
-    ExpectFinding("file monitor", File("var-log"), "it is no regular file", "put a log");
+    ExpectFinding("file monitor", File("var-log"), "it is not a regular file", "put a log");
 }
 
 TEST_F(Doctor, APipeInThePlaceOfALogIsFoundAndNotWaitedFor)
 {
     fs::remove(Log());
     ASSERT_EQ(0, mkfifo(Log().c_str(), 0600));
-    ExpectFinding("system log", kMessages, "it is no regular file", "put a log");
+    ExpectFinding("system log", kMessages, "it is not a regular file", "put a log");
     ExpectOnly("time stamps", "skipped", kMessages, "it cannot be read");
     ExpectOnly("resume point", "skipped", kMessages, "it cannot be read");
 }
@@ -533,8 +533,7 @@ TEST_F(Doctor, AHostWithoutRsyslogIsWell)
 TEST_F(Doctor, RepeatsThatRsyslogMakesOneLineAreFound)
 {
     WriteFile(Etc("rsyslog.conf"), "$IncludeConfig /etc/rsyslog.d/*.conf\n");
-    ExpectOnly("rsyslog", "well", "/etc/rsyslog.conf",
-               "it lets each line be written, and written whole");
+    ExpectOnly("rsyslog", "well", "/etc/rsyslog.conf", "it writes every line, and writes it whole");
     WriteFile(Etc("rsyslog.d/own.conf"), "# ours\n$RepeatedMsgReduction on\n");
     ExpectFinding("rsyslog", "/etc/rsyslog.d/own.conf line 2",
                   "\"message repeated 29 times: [ ... ]\", which counts once",
@@ -547,8 +546,7 @@ TEST_F(Doctor, BufferedOutputIsFoundForEachLogButTheFileMonitorsWhichWaitsForWho
     ExpectDone({"set", "file-monitor", "/var/log/target"});
     WriteFile(Etc("rsyslog.conf"), "*.* action(type=\"omfile\" file=\"/var/log/target\"\n"
                                    "           asyncWriting=\"on\")\n");
-    ExpectOnly("rsyslog", "well", "/etc/rsyslog.conf",
-               "it lets each line be written, and written whole");
+    ExpectOnly("rsyslog", "well", "/etc/rsyslog.conf", "it writes every line, and writes it whole");
     WriteFile(Etc("rsyslog.conf"), "*.* action(type=\"omfile\" file=\"/var/log/customer\"\n"
                                    "           flushOnTXEnd=\"off\")\n");
     ExpectFinding("rsyslog", "/etc/rsyslog.conf line 1",

@@ -452,7 +452,7 @@ TEST_F(TryRules, ExplainsExpressionsOnAFaultTolerantServer)
     EXPECT_EQ("keyword 1 \"w.rse\" is missing, as text and as a regular expression",
               Explain(line, "MISSING", false));
     EXPECT_EQ(0U, Explain(line, "BROKEN", false)
-                      .find("keyword 1 \"b(d\" is missing, and it is no regular expression: "));
+                      .find("keyword 1 \"b(d\" is missing, and it is not a regular expression: "));
 }
 
 TEST_F(TryRules, ExplainsEventsThatAreNotLoaded)
@@ -484,7 +484,7 @@ TEST_F(TryRules, FilesThatCannotBeReadAreNamed)
                                              ": No such file or directory; name a log that can "
                                              "be read");
     ExpectFailed({"test", Root()}, "cannot read " + Root().string() +
-                                       ": it is no regular file; name a log that can be read");
+                                       ": it is not a regular file; name a log that can be read");
 }
 
 TEST_F(TryRules, AnEventThatCannotBeLoadedIsNamed)
