@@ -4,9 +4,11 @@ namespace alerts {
 
 namespace {
 
-// What a row takes beside its texts.
+// What a row takes beside its texts, in bytes, about: six numbers of up to eight bytes, and
+// SQLite's own header of the row. The limit on the bytes of all alerts needs no more than an
+// estimate, but the same one on both sides: in BytesOf and in the sums of SQL.
 constexpr int64_t kBytesOfARow = 64;
-// The same in SQL.
+// The same in SQL. As BLOB, because length() of a text counts characters, and ends at a zero byte.
 const std::string kBytesOfRow =
     "(" + std::to_string(kBytesOfARow) +
     " + length(CAST(host AS BLOB)) + length(CAST(log_name AS BLOB)) + length(CAST(source AS BLOB))"
@@ -30,6 +32,8 @@ int64_t BytesOf(const Alert &alert)
 
 namespace {
 
+// The ID is SQLite's, with AUTOINCREMENT: once committed it is never given again, not even when all
+// alerts are gone. The keys of alerts, and the places of the sinks, need that.
 int64_t InsertAlert(host::Database &database, const Alert &alert)
 {
     host::Statement insert(database, "INSERT INTO alert (time_ms, host, log_name, source, event_id,"
@@ -39,7 +43,8 @@ int64_t InsertAlert(host::Database &database, const Alert &alert)
     return database.LastInsertId();
 }
 
-// The keys from this alert on are of the series of the store, if they are not yet.
+// The keys from this alert on are of the series of this opening of the store, if they are not yet.
+// The comparison is with IS NOT, for which no series at all is another one, too.
 void BeginSeries(host::Database &database, int64_t id, const std::string &series)
 {
     host::Statement begin(database,
@@ -67,6 +72,7 @@ int64_t AddFurtherAlert(host::Store &store, const Alert &alert)
     return id;
 }
 
+// The first time and message stay; only what tells of the last report moves on.
 void FoldInto(host::Store &store, int64_t id, const Alert &report)
 {
     store.Write([&](host::Database &database) {
@@ -78,7 +84,8 @@ void FoldInto(host::Store &store, int64_t id, const Alert &report)
 
 namespace {
 
-// The rows of a started statement whose columns are those of an alert.
+// The rows of a started statement whose columns are those of an alert: the ID, then kColumns, in
+// the order of the numbers below.
 std::vector<Alert> AlertsOf(host::Statement &select)
 {
     std::vector<Alert> found;
@@ -129,6 +136,8 @@ int64_t OldestAlertId(host::Database &database)
     return oldest.Next() && !oldest.IsNull(0) ? oldest.Integer(0) : NewestAlertId(database) + 1;
 }
 
+// What stands beside max() without being grouped is of the row that has the maximum. SQLite
+// promises that; it is no rule of SQL.
 std::vector<Alert> NewestOfEachKind(host::Database &database, int64_t up_to, int64_t since_ms,
                                     int64_t from)
 {
@@ -140,11 +149,13 @@ std::vector<Alert> NewestOfEachKind(host::Database &database, int64_t up_to, int
     return AlertsOf(select);
 }
 
+// What is noted of them as undelivered goes with them by its foreign key.
 void RemoveAlerts(host::Store &store, int64_t up_to)
 {
     store.Write([&](host::Database &database) {
         host::Statement(database, "DELETE FROM alert WHERE id <= ?").Run(up_to);
-        // Series of which none is left.
+        // Series of which none is left. The one in which the oldest kept alert lies began before
+        // that alert, maybe, so all but the newest of those that began in time are dropped.
         host::Statement(database, "DELETE FROM key_series WHERE first_alert < (SELECT"
                                   " max(first_alert) FROM key_series WHERE first_alert <= ?)")
             .Run(up_to + 1);
@@ -160,6 +171,8 @@ int64_t BytesBetween(host::Database &database, int64_t after, int64_t up_to)
     return sum.Next() ? sum.Integer(0) : 0;
 }
 
+// Row by row from the oldest, and no further than must be: the statement ends with the first alert
+// that may stay. Never the whole table, however large it is.
 Surplus FindSurplus(host::Database &database, int64_t alerts, int64_t bytes, int64_t most)
 {
     host::Statement oldest(

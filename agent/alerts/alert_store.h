@@ -1,5 +1,10 @@
 // The alerts in the store. An alert is stored in the pass that reported it, so it exists exactly
 // when the lines behind it count as read.
+//
+// The monitor thread adds alerts, within its passes. The deliverer reads and removes them, over a
+// connection of its own; commands read them. All functions throw host::StoreError when the store
+// fails, and then nothing of their change is stored. What only reads takes the bare connection;
+// several reads are of one state only within a host::Snapshot.
 #ifndef AGENT_ALERTS_ALERT_STORE_H
 #define AGENT_ALERTS_ALERT_STORE_H
 
@@ -12,6 +17,9 @@
 
 namespace alerts {
 
+// One alert: a row of the table, and the key that it has towards others. Texts are in the
+// registry's character set, but a line that could not be converted keeps its bytes: whoever shows
+// or sends it sees to what is no UTF-8.
 struct Alert {
     int64_t id = 0;      // ascending in the order of the reports; given by the store
     int64_t time_ms = 0; // since 1970, UTC
@@ -33,10 +41,11 @@ struct Alert {
     [[nodiscard]] bool IsFolded() const { return reports > 1; }
 };
 
-// Bytes that it takes in the store, about.
+// Bytes that it takes in the store, about: what the limit on the size of all alerts counts.
 int64_t BytesOf(const Alert &alert);
 
-// Adds an alert and returns its id. Throws host::StoreError.
+// Adds an alert and returns its id. Of `alert`, the id, the key and what tells of further reports
+// do not count. Throws host::StoreError.
 int64_t AddAlert(host::Store &store, const Alert &alert);
 
 // The same for a further alert of a pass, at half the cost: AddAlert has seen to the series of the
@@ -47,29 +56,34 @@ int64_t AddFurtherAlert(host::Store &store, const Alert &alert);
 // host::StoreError.
 void FoldInto(host::Store &store, int64_t id, const Alert &report);
 
-// Alerts with an id above `after`, and at or after `since_ms`, oldest first, at most `limit`.
+// Alerts with an id above `after`, and stored at or after `since_ms` (0: at any time), oldest
+// first, at most `limit`. An id, not a place: alerts that are removed meanwhile change nothing.
 std::vector<Alert> ReadAlerts(host::Database &database, int64_t after, int64_t since_ms,
                               int64_t limit);
 
 // The id of the newest alert that ever was, 0 when there was none yet; it may be removed by now.
 int64_t NewestAlertId(host::Database &database);
 
-// The id of the oldest alert that is kept; the one after the newest when none is.
+// The id of the oldest alert that is kept; the one after the newest when none is. So the ids that
+// are kept are those from here to NewestAlertId, in both cases.
 int64_t OldestAlertId(host::Database &database);
 
 // Of each kind of alert (source, event ID, host) the newest, among those with an id up to `up_to`
-// that were stored at or after `since_ms` or have an id from `from` on; oldest first.
+// that were stored at or after `since_ms` or have an id from `from` on; oldest first. For receivers
+// that are told again and again what is active.
 std::vector<Alert> NewestOfEachKind(host::Database &database, int64_t up_to, int64_t since_ms,
                                     int64_t from);
 
-// Removes all alerts up to this id.
+// Removes all alerts up to this id. An id that was removed is never given again.
 void RemoveAlerts(host::Store &store, int64_t up_to);
 
 // Bytes of the alerts with an id above `after` and up to `up_to`, as BytesOf counts them.
 int64_t BytesBetween(host::Database &database, int64_t after, int64_t up_to);
 
 // The oldest alerts, at most `most` of them, without which there are at least so many alerts and
-// bytes less: all up to an id, which is 0 when none has to go.
+// bytes less: all up to an id, which is 0 when none has to go. `alerts` and `bytes` are what is too
+// many of each; 0 or less: enough room. `most` bounds one removal, which holds the write lock that
+// the monitor may be waiting for.
 struct Surplus {
     int64_t up_to = 0;
     int64_t bytes = 0; // of these alerts

@@ -6,6 +6,9 @@
 
 namespace alerts {
 
+// Source and message come from outside, so both are made printable: an escape sequence in a log
+// line must not reach the terminal of whoever lists alerts. The event ID is in capitals, as the
+// registry and the commands write it.
 std::string AlertLine(const Alert &alert)
 {
     char event[16];
@@ -14,6 +17,7 @@ std::string AlertLine(const Alert &alert)
                        event + "  x" + std::to_string(alert.count) + "  " +
                        text::Printable(alert.message);
     if (alert.IsFolded())
+        // The first report is in the line itself.
         line += " (and " + std::to_string(alert.reports - 1) + " more until " +
                 text::LocalTime(alert.last_time_ms) +
                 ", the last: " + text::Printable(alert.last_message) + ")";

@@ -14,9 +14,12 @@
 
 namespace alerts {
 
+// One for the process, used on the monitor thread alone: the store's room and the number of the
+// pass are those of the monitor's passes.
 class ReportFolder {
   public:
-    // Throws host::StoreError.
+    // Stores the report, or folds it into an alert of this pass. Throws host::StoreError; the pass
+    // is broken then, and nothing of it is stored.
     void Add(host::Store &store, const Alert &report);
 
   private:

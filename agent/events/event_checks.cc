@@ -11,7 +11,8 @@ namespace events {
 
 namespace {
 
-// The record of a source name in a product's "Source" value: so many bytes, then two texts.
+// The record of a source name in a product's "Source" value: so many bytes, then two texts, each
+// with its zero byte. Records follow each other without a gap.
 constexpr size_t kRecordFieldSize = 4;
 
 bool AllEmpty(const EventRecord &event)
@@ -20,6 +21,7 @@ bool AllEmpty(const EventRecord &event)
                        [](const std::string &keyword) { return keyword.empty(); });
 }
 
+// With toupper, byte by byte, as the monitor's own filter does it.
 std::string Upper(std::string text)
 {
     for (char &c : text)
@@ -28,7 +30,9 @@ std::string Upper(std::string text)
 }
 
 // Does a product's "Source" value name the source? Names in it count in upper case, the source as
-// it is written.
+// it is written: so a source with a small letter in its name is never left out. That is how the
+// monitor filters, and the answer here must be the same. A value that ends within a record names
+// what came before.
 bool Names(const std::string &data, const std::string &source)
 {
     for (size_t pos = 0; pos < data.size();) {
@@ -46,6 +50,7 @@ bool Names(const std::string &data, const std::string &source)
     return false;
 }
 
+// As the product library tells the monitor: without a value, or with one of another size, it is.
 bool IsSetUp(host::RegistryTree &registry, host::KeyId product)
 {
     const auto value = registry.Get(product, kProductSetupValue);
@@ -55,6 +60,7 @@ bool IsSetUp(host::RegistryTree &registry, host::KeyId product)
     return state != 0;
 }
 
+// What can be said of one keyword without a line at hand.
 void DoubtKeyword(const StoredEvent &stored, size_t number, bool fault_tolerant,
                   std::vector<EventDoubt> *doubts)
 {
@@ -87,6 +93,8 @@ std::string NameOf(const StoredEvent &stored)
     return stored.event.key.source + " " + stored.id_text;
 }
 
+// The source in quotes, since a blank may be in it. The ID is the number, which names the event
+// even when its key is written in another way.
 std::string SetCommand(const StoredEvent &stored, const std::string &option)
 {
     return "syslogmon event set '" + stored.event.key.source + "' " +
@@ -119,6 +127,7 @@ std::optional<std::string> ProductThatFilters(host::RegistryTree &registry,
         return std::nullopt;
     for (const std::string &name : registry.SubKeys(*products)) {
         const auto product = registry.Find(*products, name);
+        // It can go between the list and the look: no snapshot is held here.
         if (!product || IsSetUp(registry, *product))
             continue;
         const auto data = registry.Get(*product, kProductSourceValue);
@@ -131,6 +140,9 @@ std::optional<std::string> ProductThatFilters(host::RegistryTree &registry,
 EventDoubt WhyLeftOut(host::RegistryTree &registry, const StoredSource &source,
                       const StoredEvent &stored)
 {
+    // From what concerns the whole source to what concerns the event alone: mending an event of a
+    // source that is left out would change nothing. The last reason is what remains: the table was
+    // full before it came to this one.
     if (source.is_new_application_type)
         return {"its source reports under a type of its own (NEWAPPLICATIONTYPE)",
                 "nothing; another component reports it"};

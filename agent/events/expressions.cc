@@ -8,6 +8,8 @@ namespace events {
 
 namespace {
 
+// Compiled by the same library as in the monitor, so its answer is the monitor's; never run.
+// REG_NOSUB: what a group matches is asked by nobody here.
 std::string WhyItDoesNotCompile(const std::string &pattern)
 {
     regex_t expression;
@@ -49,6 +51,8 @@ std::string WhyNoExpression(const std::string &keyword)
                           : WhyItDoesNotCompile("([[:space:]]*)" + keyword + "([[:space:]]*)");
 }
 
+// A backslash makes a digit a reference; behind one in brackets it does not, nor behind one that is
+// itself behind a backslash. So the text is walked through as the library reads it.
 bool HasBackReference(const std::string &keyword)
 {
     for (size_t i = 0; i < keyword.size();) {
@@ -56,6 +60,7 @@ bool HasBackReference(const std::string &keyword)
             i = EndOfBrackets(keyword, i);
         } else if (keyword[i] == '\\') {
             const char next = i + 1 < keyword.size() ? keyword[i + 1] : '\0';
+            // There is no group 0 to refer to.
             if (next >= '1' && next <= '9')
                 return true;
             i += 2;
@@ -70,6 +75,9 @@ bool LooksLikeExpression(const std::string &keyword)
 {
     if (keyword.empty())
         return false;
+    // What hardly stands in a line of a log, and often in an expression. Brackets and points alone
+    // are in too many lines to tell anything. Some are not even understood by the library, such as
+    // \d, and show all the more what was meant.
     constexpr const char *kSigns[] = {".*",  ".+",  "[0-9", "[a-z", "[A-Z", "[[:", "[^", "\\.",
                                       "\\[", "\\(", "\\*",  "\\d",  "\\s",  "\\w", "\\b"};
     return keyword.front() == '^' || (keyword.size() > 1 && keyword.back() == '$') ||
@@ -79,6 +87,7 @@ bool LooksLikeExpression(const std::string &keyword)
 
 std::optional<ExpressionFault> FaultOfExpression(const std::string &keyword)
 {
+    // Looked for first: such a keyword compiles, mostly, and is refused for what it costs.
     if (HasBackReference(keyword))
         return ExpressionFault{"it refers back to a group of itself (\\1), which can take the "
                                "monitor seconds for one line",

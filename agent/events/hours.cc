@@ -12,6 +12,7 @@ namespace {
 
 constexpr int kHours = 24;
 
+// One message for all that is not understood: it shows the forms that are.
 [[noreturn]] void Refuse(const std::string &text)
 {
     throw host::Error("cannot use the hours \"" + text + "\"",
@@ -19,6 +20,8 @@ constexpr int kHours = 24;
                       "write all, none, or hours and spans from 0 to 24, such as 8-18 or 22-6,12");
 }
 
+// Digits alone, two at most: stoi would take a sign, blanks and what follows the number, and throw
+// for a long one. 24 is an hour here, since a span may end with it.
 std::optional<int> ParseHour(const std::string &text)
 {
     if (text.empty() || text.size() > 2 ||
@@ -33,7 +36,8 @@ uint32_t Bit(int hour)
     return 1U << static_cast<unsigned>(hour);
 }
 
-// The hours from `from` until `to`, over midnight when `to` is not later.
+// The hours from `from` until `to`, over midnight when `to` is not later. 24 and 0 are the same
+// moment; the first hour is always in, so 0-24 is the whole day.
 uint32_t Span(int from, int to)
 {
     uint32_t mask = 0;
@@ -45,6 +49,7 @@ uint32_t Span(int from, int to)
     return mask;
 }
 
+// An empty item stays: it is a comma too many, and refused.
 std::vector<std::string> SplitList(const std::string &text)
 {
     std::vector<std::string> items;
@@ -69,6 +74,7 @@ uint32_t ParseHours(const std::string &text)
     for (const std::string &item : SplitList(text)) {
         const size_t dash = item.find('-');
         const auto from = ParseHour(item.substr(0, dash));
+        // A second dash is in the rest of the item, which then is no hour.
         const auto to = dash == std::string::npos ? from : ParseHour(item.substr(dash + 1));
         if (!from || !to)
             Refuse(text);
@@ -77,6 +83,7 @@ uint32_t ParseHours(const std::string &text)
                 Refuse(text); // there is no hour that begins at 24:00
             mask |= Bit(*from);
         } else {
+            // 8-8 could mean an hour, a day or nothing, so it is none of them. 0-24 is clear.
             if (*from % kHours == *to % kHours && *to - *from != kHours)
                 throw host::Error("cannot use the hours \"" + text + "\"",
                                   "the span " + item + " ends where it begins",
@@ -101,6 +108,7 @@ std::string FormatHours(uint32_t mask)
         while ((mask & Bit(begin)) != 0)
             ++begin;
     }
+    // Once round the clock from `begin`, span by span.
     for (int i = 0; i < kHours;) {
         const int from = (begin + i) % kHours;
         int length = 0;
@@ -111,6 +119,7 @@ std::string FormatHours(uint32_t mask)
             text += text.empty() ? "" : ",";
             text += std::to_string(from);
             if (length > 1)
+                // The span that ends at midnight ends at 24, as people write it.
                 text += "-" + std::to_string(to == 0 ? kHours : to);
         }
         i += std::max(length, 1);

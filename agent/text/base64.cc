@@ -14,6 +14,8 @@ constexpr std::string_view kDigits =
 
 std::string EncodeBase64(std::string_view bytes)
 {
+    // Three bytes are four digits. A group that ends early is filled with zero bits for its last
+    // digit, and with = for the digits that no bit reaches.
     std::string text;
     for (size_t i = 0; i < bytes.size(); i += 3) {
         const size_t count = std::min<size_t>(3, bytes.size() - i);
@@ -35,9 +37,12 @@ std::optional<std::string> DecodeBase64(std::string_view text)
     }
     if (digits.size() % 4 != 0)
         return std::nullopt;
+    // A = anywhere else is no digit, and refused as such below.
     const size_t padding = digits.ends_with("==") ? 2 : digits.ends_with("=") ? 1 : 0;
     std::string bytes;
     uint32_t bits = 0;
+    // Bits of the last digit that belong to no byte are dropped, whatever they are. Bits that were
+    // taken already are shifted out at the top: they are never masked away.
     for (size_t i = 0; i < digits.size() - padding; ++i) {
         const size_t value = kDigits.find(digits[i]);
         if (value == std::string_view::npos)

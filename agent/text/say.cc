@@ -8,6 +8,7 @@ namespace text {
 
 namespace {
 
+// The messages of many programs meet in one journal; a program without one names itself.
 constexpr std::string_view kName = "syslogmond: ";
 // So much can be written without blocking once poll says so (PIPE_BUF).
 constexpr size_t kPiece = 4096;
@@ -16,11 +17,14 @@ constexpr size_t kPiece = 4096;
 
 void Say(std::string_view text) noexcept
 {
+    // On the stack, and with one write: a line of this thread is not mixed with one of another.
     char line[kPiece];
     text = text.substr(0, kPiece - kName.size() - 1);
     char *end = std::copy(kName.begin(), kName.end(), line);
     end = std::copy(text.begin(), text.end(), end);
     *end++ = '\n';
+    // Asked first, because the descriptor is left blocking: it is shared with whoever started the
+    // daemon, and O_NONBLOCK would hold for them, too.
     pollfd output{STDERR_FILENO, POLLOUT, 0};
     const bool is_read = poll(&output, 1, 0) == 1 && (output.revents & POLLOUT) != 0;
     if (!is_read || write(STDERR_FILENO, line, static_cast<size_t>(end - line)) < 0)

@@ -6,7 +6,8 @@ namespace text {
 
 namespace {
 
-// Letters to change, add or take away until the texts are equal.
+// Letters to change, add or take away until the texts are equal; two that changed places count as
+// two. One row of the usual table is kept: `diagonal` is what stood left of the place above.
 size_t Distance(const std::string &a, const std::string &b)
 {
     std::vector<size_t> row(b.size() + 1);
@@ -30,6 +31,7 @@ std::string Suggestion(const std::string &name, const std::vector<std::string> &
 {
     constexpr size_t kLongest = 40; // of names that are looked at
     const std::string *best = nullptr;
+    // The first of those that are equally near is taken, so the order of `known` decides.
     size_t distance = 2 + name.size() / 5; // one mistake, and one more for each five letters
     for (const std::string &candidate : known) {
         const size_t here = name.size() <= kLongest ? Distance(name, candidate) : std::string::npos;

@@ -17,13 +17,17 @@ namespace text {
 
 namespace {
 
+// Of a text in a message: so much tells which text it is, and leaves the message readable in one
+// line of a terminal or two.
 constexpr size_t kShownCharacters = 60; // of a text in a message
 
+// A byte that does not begin a character of UTF-8.
 bool IsContinuation(char byte)
 {
     return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
 }
 
+// Of a text that need not be UTF-8: each stray byte that looks like a beginning counts as one.
 size_t CountCharacters(std::string_view text)
 {
     return text.size() -
@@ -52,6 +56,7 @@ IssueList::IssueList(std::string_view text) : text_(text), line_starts_{0}
 Position IssueList::At(size_t offset) const
 {
     offset = std::min(offset, text_.size());
+    // The first line has a start, 0, so there is always one before it.
     const auto next = std::upper_bound(line_starts_.begin(), line_starts_.end(), offset);
     const size_t start = *(next - 1);
     return {static_cast<size_t>(next - line_starts_.begin()),
@@ -66,6 +71,8 @@ void IssueList::Add(size_t offset, std::string what)
         issues_.push_back({At(offset), std::move(what), 1});
 }
 
+// An issue is worded as every error is, but it is not thrown: all that is wrong with a file is told
+// at once.
 void IssueList::Add(size_t offset, const std::string &thing, const std::string &cause,
                     const std::string &next_step)
 {
@@ -74,6 +81,8 @@ void IssueList::Add(size_t offset, const std::string &thing, const std::string &
 
 std::vector<Issue> IssueList::Take()
 {
+    // A reader looks at a text more than once: for its characters, then for what they say. Issues
+    // of one place stay in the order in which they were found.
     std::stable_sort(issues_.begin(), issues_.end(),
                      [](const Issue &a, const Issue &b) { return a.at < b.at; });
     if (more_ > 0)
@@ -93,6 +102,8 @@ size_t CountMistakes(const std::vector<Issue> &issues)
 
 std::string Shown(std::string_view text)
 {
+    // Cut between characters, never within one. A byte that is no character is shown as YAML and C
+    // write it.
     std::string shown = "\"";
     size_t characters = 0;
     while (!text.empty() && characters++ < kShownCharacters) {
@@ -113,6 +124,8 @@ std::string Shown(std::string_view text)
 
 namespace {
 
+// What stands for half a character of UTF-16, so that the text is UTF-8 all the same and the places
+// of other issues can be told.
 constexpr char32_t kReplacement = 0xFFFD;
 
 // The code units of UTF-16 as characters. A surrogate without its other half becomes U+FFFD, and
@@ -127,6 +140,7 @@ std::string FromUtf16(std::string_view bytes, bool big_endian, std::vector<size_
     std::string text;
     for (size_t i = 0; i + 1 < bytes.size(); i += 2) {
         char32_t code = unit(i);
+        // Behind the end there is 0, which is no second half.
         const char32_t next = i + 3 < bytes.size() ? unit(i + 2) : 0;
         if (code >= 0xD800 && code <= 0xDBFF && next >= 0xDC00 && next <= 0xDFFF) {
             code = 0x10000 + ((code - 0xD800) << 10U) + (next - 0xDC00);
@@ -137,11 +151,14 @@ std::string FromUtf16(std::string_view bytes, bool big_endian, std::vector<size_
         }
         AppendUtf8(code, &text);
     }
+    // One byte too many: half a code unit.
     if (bytes.size() % 2 != 0)
         broken->push_back(text.size());
     return text;
 }
 
+// The registry, the log and the files of rules have lines and tabs and nothing else of this kind. A
+// control character in a keyword would be seen by nobody, and found in no line.
 void CheckCharacters(std::string_view text, IssueList *issues)
 {
     for (size_t i = 0; i < text.size();) {
@@ -152,6 +169,7 @@ void CheckCharacters(std::string_view text, IssueList *issues)
                         "the byte " + Hex(static_cast<unsigned char>(text[i]), 2) +
                             " is not part of UTF-8",
                         "save the file as UTF-8");
+        // UTF-16 without a byte-order mark is UTF-8 with zero bytes; the advice is for that.
         else if (character.code == 0)
             issues->Add(i, "cannot read the text", "it holds a zero byte",
                         "save the file as UTF-8, or as UTF-16 with a byte-order mark");
@@ -173,6 +191,7 @@ DecodedText DecodeText(std::string_view bytes)
 {
     DecodedText decoded;
     std::vector<size_t> broken;
+    // The mark alone decides; nothing is guessed from what the text looks like.
     if (bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF"))
         decoded.text = FromUtf16(bytes.substr(2), bytes[0] == '\xFE', &broken);
     else
@@ -198,11 +217,15 @@ namespace {
 
 host::Fd Open(const std::string &path)
 {
+    // A copy of standard input, so that one rule holds for both: it is closed at the end of its
+    // life, and the process keeps its own. A terminal that is named must not become the process's
+    // own, and the name of a FIFO is waited for until somebody writes.
     host::Fd file(path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
                               : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
     if (file.get() < 0)
         throw host::Error("cannot read " + ShownName(path), strerror(errno),
                           "name a file that you may read, or - for standard input");
+    // A folder can be opened, and fails only when it is read, with words that say less.
     struct stat info {};
     if (fstat(file.get(), &info) == 0 && S_ISDIR(info.st_mode))
         throw host::Error("cannot read " + ShownName(path), "it is a folder", "name a file in it");
@@ -213,6 +236,8 @@ host::Fd Open(const std::string &path)
 
 std::string ReadWholeFile(const std::string &path, size_t max_bytes)
 {
+    // Its size is not asked beforehand: a pipe has none, and files of /proc say 0. So the limit is
+    // looked at while it is read, and ends what has no end.
     const host::Fd file = Open(path);
     std::string bytes;
     std::string block(size_t{64} * 1024, '\0');

@@ -1,4 +1,9 @@
-// Files that people write: read whole, turned into UTF-8, and complained about with line and column.
+// Files that people write: read whole, turned into UTF-8, and complained about with line and
+// column.
+//
+// The steps: ReadWholeFile gives the bytes, DecodeText the text and what is wrong with its
+// characters; a reader of the text (rules, .reg files) adds to an IssueList of its own what it
+// cannot use. Nothing of a file with an issue is taken: its author mends all of it in one go.
 #ifndef AGENT_TEXT_TEXT_FILE_H
 #define AGENT_TEXT_TEXT_FILE_H
 
@@ -30,10 +35,12 @@ struct Issue {
     bool operator==(const Issue &) const = default;
 };
 
-// What is wrong with a text, and where. Positions are given as offsets into the text, in bytes.
+// What is wrong with a text, and where. Positions are given as offsets into the text, in bytes, and
+// become line and column at once: the text must outlive the list, and not what is taken from it.
 class IssueList {
   public:
-    // Issues that are kept. A file with more of them is of another kind altogether.
+    // Issues that are kept: the first that are noted, wherever they are in the file. A file with
+    // more of them is of another kind altogether.
     static constexpr size_t kMax = 200;
 
     explicit IssueList(std::string_view text);
@@ -45,25 +52,31 @@ class IssueList {
 
     [[nodiscard]] bool empty() const { return issues_.empty(); }
     [[nodiscard]] bool full() const { return issues_.size() >= kMax; }
+    // Of a byte of the text. Behind its end: the place where it ends.
     [[nodiscard]] Position At(size_t offset) const;
 
     // In the order of the file. The last one says how many are not there, and stands for them, if
-    // some are not.
+    // some are not. Empties the list; call it once, at the end.
     [[nodiscard]] std::vector<Issue> Take();
 
   private:
+    // Offsets at which a line begins, ascending: a position is looked up, not counted from the
+    // head.
     std::string_view text_;
     std::vector<size_t> line_starts_;
     std::vector<Issue> issues_;
+    // How many came when the list was full.
     size_t more_ = 0;
 };
 
 // The mistakes for which all issues stand.
 size_t CountMistakes(const std::vector<Issue> &issues);
 
-// A text from a file, shown in a message: in quotes, shortened, and harmless for a terminal.
+// A text from a file, shown in a message: in quotes, shortened, and harmless for a terminal. What
+// is no UTF-8 stands as \xHH, what cannot be seen as "?".
 std::string Shown(std::string_view text);
 
+// What became of the bytes. With an issue, the text is for finding more of them, not for use.
 struct DecodedText {
     std::string text; // UTF-8, without byte-order mark
     std::vector<Issue> issues;
@@ -74,11 +87,11 @@ struct DecodedText {
 // returns before these.
 DecodedText DecodeText(std::string_view bytes);
 
-// Reads a file, or standard input for "-". Throws host::Error when it cannot be read, is no file
-// or pipe, or has more than `max_bytes`.
+// Reads a file, or standard input for "-". Throws host::Error when it cannot be read, is no file or
+// pipe, or has more than `max_bytes`, which bounds the memory that a wrong name can cost.
 std::string ReadWholeFile(const std::string &path, size_t max_bytes);
 
-// How the file is called in messages.
+// How the file is called in messages: its path, or "standard input".
 std::string ShownName(const std::string &path);
 
 } // namespace text

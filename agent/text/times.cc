@@ -8,6 +8,8 @@ namespace text {
 std::string LocalTime(int64_t time_ms)
 {
     const auto seconds = static_cast<time_t>(time_ms / 1000);
+    // The _r forms: alerts are written by several threads, each of which would share the result of
+    // the plain ones. The zone is that of the process, TZ or /etc/localtime.
     struct tm local {};
     localtime_r(&seconds, &local);
     char text[32];
@@ -23,6 +25,7 @@ std::string UtcTime(int64_t time_ms)
     char day[32];
     strftime(day, sizeof day, "%Y-%m-%dT%H:%M:%S", &utc);
     char text[48];
+    // strftime knows no milliseconds.
     snprintf(text, sizeof text, "%s.%03dZ", day, static_cast<int>(time_ms % 1000));
     return text;
 }

@@ -7,10 +7,11 @@
 
 namespace text {
 
-// "2026-11-21 10:00:01", local time: for people.
+// "2026-11-21 10:00:01", local time: for people. In the hour that a clock is put back, two moments
+// look alike; what must tell them apart takes UtcTime.
 std::string LocalTime(int64_t time_ms);
 
-// "2026-11-21T10:00:01.000Z": for programs.
+// "2026-11-21T10:00:01.000Z": for programs. Sorts as text in the order of time.
 std::string UtcTime(int64_t time_ms);
 
 } // namespace text

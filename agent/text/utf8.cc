@@ -9,7 +9,8 @@ unsigned Byte(std::string_view text, size_t index)
     return static_cast<unsigned char>(text[index]);
 }
 
-// How a character of each length begins, and the smallest code that needs that length.
+// How a character of each length, 1 to 4 bytes, begins, and the smallest code that needs that
+// length. What is smaller would have two forms, of which a search for text finds one.
 struct Form {
     unsigned mask;
     unsigned head;
@@ -18,8 +19,11 @@ struct Form {
 constexpr Form kForms[] = {
     {0x80, 0x00, 0}, {0xE0, 0xC0, 0x80}, {0xF0, 0xE0, 0x800}, {0xF8, 0xF0, 0x10000}};
 
+// The end of Unicode; four bytes could hold more.
 constexpr char32_t kLargest = 0x10FFFF;
 
+// Halves of characters of UTF-16. In UTF-8 they mean nothing, and would not survive a way to UTF-16
+// and back.
 bool IsSurrogate(char32_t code)
 {
     return code >= 0xD800 && code <= 0xDFFF;
@@ -31,6 +35,7 @@ Character FirstCharacter(std::string_view text)
 {
     if (text.empty())
         return {};
+    // No form fits a byte that only continues a character, nor F8 and above.
     for (size_t length = 1; length <= std::size(kForms); ++length) {
         const Form &form = kForms[length - 1];
         if ((Byte(text, 0) & form.mask) != form.head)
@@ -63,7 +68,8 @@ bool IsUtf8(std::string_view text)
 
 namespace {
 
-// Marks, embeddings, overrides and isolates of the direction of writing.
+// Marks, embeddings, overrides and isolates of the direction of writing. A terminal that follows
+// them shows a text in another order than it stands in.
 bool IsDirection(char32_t code)
 {
     return code == 0x061C || code == 0x200E || code == 0x200F ||
@@ -74,12 +80,15 @@ bool IsDirection(char32_t code)
 
 bool IsInvisible(char32_t code)
 {
+    // Controls of one and of two bytes, the separators of lines and paragraphs, directions, the
+    // byte-order mark, and the two codes at the end of each plane, which are no characters.
     return (code < 0x20 && code != '\t') || (code >= 0x7F && code < 0xA0) || code == 0x2028 ||
            code == 0x2029 || IsDirection(code) || code == 0xFEFF || (code & 0xFFFEU) == 0xFFFE;
 }
 
 void AppendUtf8(char32_t code, std::string *text)
 {
+    // Six bits in a byte that continues a character.
     const auto tail = [&](unsigned shift) {
         *text += static_cast<char>(0x80U | ((code >> shift) & 0x3FU));
     };
