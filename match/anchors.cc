@@ -6,6 +6,7 @@
 #include "match/gram_cover.h"
 #include "match/log_sample.h"
 #include "match/sieve_table.h"
+#include "match/windows.h"
 
 BlockSearch anchor_search;
 Searched anchors[kMostSearched];

@@ -18,7 +18,7 @@
 // same distance from it and of the same length, so a thousand literals that begin alike cost as much as one.
 //
 // What is promised: every place of every literal is found, each once, and nothing else. Speed alone depends on which
-// window of a literal is entered; CheapestWindow chooses it for a log like a given sample.
+// window of a literal is entered; CheapestWindow (windows.h) chooses it for a log like a given sample.
 //
 // The texts are not copied: they must stay as they are while the search is used. All storage is fixed.
 #ifndef MATCH_BLOCK_SEARCH_H
@@ -60,19 +60,6 @@ struct Searched {
     uint16_t length;
     uint16_t window; // where its window begins
 };
-
-// Begins to choose windows for a kind of search, by the last sample of the log (log_sample.h).
-void BeginWindows(GramKind kind);
-
-// The window of a text of at least kind.window() bytes that costs least.
-struct Window {
-    uint16_t begin;
-    uint32_t cost; // how often its grams occur, and how many windows share them
-};
-Window CheapestWindow(const char *text, size_t length);
-
-// The window is used: others had better not share its grams.
-void TakeWindow(const char *text, Window window);
 
 // A search, made ready by PrepareSearch. Indexes of groups and keys are kept one higher: 0 is "none".
 struct BlockSearch {

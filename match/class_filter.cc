@@ -6,6 +6,8 @@
 
 #if defined(__x86_64__)
 #include <immintrin.h>
+#elif defined(__aarch64__)
+#include <arm_neon.h>
 #endif
 
 namespace {
@@ -98,12 +100,27 @@ Lane Load(const void *bytes)
 #define WITH_TABLE_LOOKUP
 #endif
 
+// Of sixteen bytes, those at these indexes below sixteen.
+[[gnu::always_inline]] WITH_TABLE_LOOKUP inline Lane LookUp(Lane table, Lane indexes)
+{
+#if defined(__x86_64__)
+    return (Lane)_mm_shuffle_epi8((__m128i)table, (__m128i)indexes);
+#elif defined(__aarch64__)
+    return (Lane)vqtbl1q_u8((uint8x16_t)table, (uint8x16_t)indexes);
+#else
+    Lane found{};
+    for (size_t i = 0; i < sizeof found; ++i)
+        found[i] = table[indexes[i]];
+    return found;
+#endif
+}
+
 // What the classes have at one byte of the gram, for sixteen places.
 [[gnu::always_inline]] WITH_TABLE_LOOKUP inline Lane ClassesAt(const char *text, Lane lower,
                                                                Lane upper)
 {
     const Lane bytes = Load(text);
-    return __builtin_shuffle(lower, bytes & 15) & __builtin_shuffle(upper, bytes >> 4);
+    return LookUp(lower, bytes & 15) & LookUp(upper, bytes >> 4);
 }
 
 // Appends the places of the bytes of a word that are not zero.
@@ -131,8 +148,10 @@ bool ClassFilterWorks()
 {
 #if defined(__x86_64__)
     return __builtin_cpu_supports("ssse3") != 0;
-#else
+#elif defined(__aarch64__)
     return true;
+#else
+    return false;
 #endif
 }
 

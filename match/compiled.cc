@@ -4,8 +4,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include <locale.h>
-
 #include "platform/contract.h"
 
 uint64_t expressions_compiled = 0;

@@ -146,12 +146,14 @@ void CoverEntries(GramPlace *places)
     is_chosen.reset();
     CountWaiting();
     int left = sieve_entry_count;
-    for (float wanted = GreatestValue(); left > 0; wanted /= 2) {
+    float wanted = GreatestValue();
+    while (left > 0) {
         for (int i = 0; i < sieve_entry_count; ++i) {
             if (is_covered[static_cast<size_t>(i)] || !TakeGram(i, wanted, &places[i]))
                 continue;
             is_covered[static_cast<size_t>(i)] = true;
             --left;
         }
+        wanted /= 2;
     }
 }
