@@ -152,7 +152,12 @@ bool PrepareSieve(const char *sample, size_t length)
     since = {};
     GatherCrowds();
     FindRarestPairs();
-    return promised.passed <= length / kBytesForOne;
+    return true;
+}
+
+bool SieveIsTooCoarse()
+{
+    return promised.passed > promised.bytes / kBytesForOne;
 }
 
 void ForgetSieve()

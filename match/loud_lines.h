@@ -25,9 +25,11 @@ constexpr char kRepeatText[] = "last message repeated";
 
 // Makes the sieve for the table as it is, for a log that looks like the sample (at most kSampleSize bytes of it
 // count; kGramPadding bytes behind it can be read). False when the table has no sieve: an entry without keywords
-// matches every line, on a fault-tolerant server keywords are expressions, and where the log is full of what the
-// keywords are made of, a line by itself is read faster.
+// matches every line, and on a fault-tolerant server keywords are expressions.
 bool PrepareSieve(const char *sample, size_t length);
+
+// Is the log, by its sample, so full of what the keywords are made of that lines by themselves are read faster?
+bool SieveIsTooCoarse();
 
 // A pass begins: how often a sieve was made before does not matter.
 void ForgetSieve();

@@ -48,7 +48,8 @@ bool MakeSieve()
     if (IndexNumber() == kNoIndex)
         BuildIndex();
     RelyOnAllKeywords();
-    sieve_of_index = PrepareSieve(stretch.text, stretch.length) ? IndexNumber() : kNoIndex;
+    const bool is_made = PrepareSieve(stretch.text, stretch.length) && !SieveIsTooCoarse();
+    sieve_of_index = is_made ? IndexNumber() : kNoIndex;
     return sieve_of_index != kNoIndex;
 }
 
