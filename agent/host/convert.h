@@ -1,4 +1,8 @@
 // Conversion between the registry's character set (UTF-8) and the log's.
+//
+// The log's set is a setting of the process: the daemon sets it at its start and whenever it is
+// changed, from its main thread, while the monitor thread converts. A conversion sees one set or
+// the other, never half of each.
 #ifndef AGENT_HOST_CONVERT_H
 #define AGENT_HOST_CONVERT_H
 

@@ -24,13 +24,17 @@ int64_t NowMs()
     return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
 }
 
-// The error number of the system call that made SQLite fail, or 0 when there is none.
+// The error number of the system call that made SQLite fail, or 0 when there is none. SQLite keeps
+// the number of an earlier failure, so it counts only behind a result that comes from a system
+// call.
 int SystemError(sqlite3 *database)
 {
     const int code = sqlite3_errcode(database) & 0xFF;
     return code == SQLITE_IOERR || code == SQLITE_CANTOPEN ? sqlite3_system_errno(database) : 0;
 }
 
+// SQLite's words, and the system's where they say more: "disk I/O error" alone leaves open what is
+// wrong with the disk.
 std::string Cause(sqlite3 *database)
 {
     const int error_number = SystemError(database);
@@ -38,12 +42,14 @@ std::string Cause(sqlite3 *database)
     return error_number != 0 ? cause + " (" + strerror(error_number) + ")" : cause;
 }
 
+// A quota that is used up is a full disk to whoever runs the agent; to SQLite it is a failed write.
 bool IsFull(int code, int error_number)
 {
     return (code & 0xFF) == SQLITE_FULL || error_number == ENOSPC || error_number == EDQUOT;
 }
 
-// What an administrator can do about a failure of SQLite.
+// What an administrator can do about a failure of SQLite. Where the system said why, that counts: a
+// read-only mount shows itself as a failed write, too.
 const char *NextStep(int code, int error_number)
 {
     if (error_number == EROFS || error_number == EACCES || error_number == EPERM)
@@ -86,6 +92,8 @@ const char *Data(std::string_view bytes)
 
 Statement::Statement(Database &database, const char *sql) : database_(database)
 {
+    // PERSISTENT: most statements live as long as their connection. SQLite then takes their memory
+    // from elsewhere than its small reserve for short ones.
     if (sqlite3_prepare_v3(database.handle(), sql, -1, SQLITE_PREPARE_PERSISTENT, &statement_,
                            nullptr) != SQLITE_OK)
         database.Fail("cannot use");
@@ -96,6 +104,7 @@ Statement::~Statement()
     sqlite3_finalize(statement_);
 }
 
+// The result of sqlite3_reset is the failure of the last step again, which was told then.
 void Statement::Reset()
 {
     sqlite3_reset(statement_);
@@ -111,6 +120,7 @@ bool Statement::Next()
         sqlite3_reset(statement_);
         return false;
     }
+    // The failure stays readable behind the reset.
     sqlite3_reset(statement_);
     database_.Fail(sqlite3_stmt_readonly(statement_) != 0 ? "cannot read" : "cannot write to");
 }
@@ -128,6 +138,8 @@ void Statement::Bind(int index, int64_t value)
 
 void Statement::Bind(int index, std::string_view text)
 {
+    // TRANSIENT: SQLite copies. The text may be a temporary of the caller's, and the row is written
+    // later, in Next.
     Check(sqlite3_bind_text64(statement_, index, Data(text), text.size(), SQLITE_TRANSIENT,
                               SQLITE_UTF8));
 }
@@ -143,6 +155,7 @@ int64_t Statement::Integer(int column) const
     return sqlite3_column_int64(statement_, column);
 }
 
+// With zero bytes within it, if there are some: the registry stores texts with theirs.
 std::string Statement::Text(int column) const
 {
     return std::string(Bytes(column));
@@ -150,6 +163,8 @@ std::string Statement::Text(int column) const
 
 std::string_view Statement::Bytes(int column) const
 {
+    // The length behind the pointer: asked for the other way round, SQLite may convert in between.
+    // Of an empty value the pointer is null, and its length 0.
     const auto *data = static_cast<const char *>(sqlite3_column_blob(statement_, column));
     return {data, static_cast<size_t>(sqlite3_column_bytes(statement_, column))};
 }
@@ -162,6 +177,9 @@ bool Statement::IsNull(int column) const
 Database::Database(const std::filesystem::path &path, Mode mode) : path_(path)
 {
     const int flags = mode == Mode::kReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
+    // FULLMUTEX: a connection is used by one thread at a time, under the store's lock, but not
+    // always by the same one. Without CREATE: a missing file is an error; stores are made in one
+    // place alone.
     const int result =
         sqlite3_open_v2(path.c_str(), &database_, flags | SQLITE_OPEN_FULLMUTEX, nullptr);
     try {
@@ -172,15 +190,18 @@ Database::Database(const std::filesystem::path &path, Mode mode) : path_(path)
             throw StoreError("cannot write to " + path.string(), "it can only be read",
                              NextStep(SQLITE_READONLY, 0));
     } catch (...) {
+        // Also after a failed open: SQLite gives an object, for its message.
         sqlite3_close_v2(database_);
         throw;
     }
+    // From here on the failures of system calls differ by the call.
     sqlite3_extended_result_codes(database_, 1);
     sqlite3_busy_handler(database_, OnBusy, this);
 }
 
 Database::~Database()
 {
+    // The form for which statements may still be there.
     sqlite3_close_v2(database_);
 }
 
@@ -215,6 +236,7 @@ void Database::SetPatience(int milliseconds, std::function<void()> began)
     SetPatience(std::move(patience));
 }
 
+// Its own, shorter patience, and no word to anybody: nobody waits for this, and it is tried again.
 void Database::EmptyJournal(int milliseconds)
 {
     const Patience usual = std::exchange(patience_, Patience{});
@@ -226,12 +248,17 @@ void Database::EmptyJournal(int milliseconds)
         Fail("cannot write to");
 }
 
+// Behind every statement, since it is the only sign that a wait has ended: SQLite does not tell
+// when it has got the lock.
 void Database::EndWait()
 {
     if (std::exchange(long_wait_told_, false) && patience_.over)
         patience_.over();
 }
 
+// SQLite calls this when a lock is taken, with the number of its calls for this wait. 0 gives up:
+// the statement fails with SQLITE_BUSY. Its own time-out would do the same, but it could neither be
+// told of nor be left.
 int Database::OnBusy(void *self, int calls)
 {
     auto *database = static_cast<Database *>(self);

@@ -1,4 +1,9 @@
 // SQLite, as the agent uses it: one connection, prepared statements, errors with a next step.
+//
+// A connection belongs to whoever made it; one thread at a time uses it and its statements. Nothing
+// here takes locks of its own beyond SQLite's: the store does that. What fails throws StoreError
+// (DiskFullError when there is no room), which names the file, the cause and what to do; whether a
+// transaction is still open then is asked with InTransaction, because SQLite ends some by itself.
 #ifndef AGENT_HOST_DATABASE_H
 #define AGENT_HOST_DATABASE_H
 
@@ -16,15 +21,18 @@ namespace host {
 
 class Database;
 
-// Bytes that are stored as they are, in an argument of Statement::Start.
+// Bytes that are stored as they are, in an argument of Statement::Start. A string there would be
+// stored as text.
 struct Blob {
     std::string_view bytes;
 };
 
 // One prepared statement, kept for the life of its connection. Use it through Run, Next and the
-// getters; every Run starts anew.
+// getters; every Run starts anew. Between a Start and the end of its rows it holds a read lock,
+// which keeps the journal from being emptied: step to the end, or Reset.
 class Statement {
   public:
+    // Compiles the statement. Throws StoreError, also when a table or a column in it is missing.
     Statement(Database &database, const char *sql);
     ~Statement();
     Statement(const Statement &) = delete;
@@ -51,7 +59,8 @@ class Statement {
         Reset();
     }
 
-    // Columns of the current row, from 0. Bytes and text stay valid until the next call.
+    // Columns of the current row, from 0. Bytes and text stay valid until the next call. A null is
+    // 0, or empty; ask IsNull where that matters.
     [[nodiscard]] int64_t Integer(int column) const;
     [[nodiscard]] std::string Text(int column) const;
     [[nodiscard]] std::string_view Bytes(int column) const;
@@ -74,7 +83,8 @@ class Statement {
     sqlite3_stmt *statement_ = nullptr;
 };
 
-// What a connection does while another one holds the lock that it needs.
+// What a connection does while another one holds the lock that it needs. The functions are called
+// on the thread that waits, in the middle of a statement: they must not use this connection.
 struct Patience {
     int milliseconds = 0;        // after this long the statement fails
     int tell_after_ms = 1000;    // after this long a wait is told of
@@ -88,13 +98,16 @@ class Database {
     enum class Mode { kReadWrite, kReadOnly };
 
     // Opens an existing database. Throws StoreError, also for a file that cannot be written as
-    // wanted.
+    // wanted. It waits for no lock until SetPatience.
     Database(const std::filesystem::path &path, Mode mode);
     ~Database();
     Database(const Database &) = delete;
     Database &operator=(const Database &) = delete;
 
+    // Runs statements whose rows do not matter, several with semicolons between them. Throws
+    // StoreError; those before the one that failed have been done.
     void Execute(const char *sql);
+    // Of the last INSERT of this connection, by whichever statement.
     [[nodiscard]] int64_t LastInsertId() const;
     [[nodiscard]] int64_t ChangesOfLastStatement() const;
     [[nodiscard]] bool InTransaction() const;
@@ -115,12 +128,14 @@ class Database {
 
   private:
     friend class Statement;
+    // `self` is the connection; see sqlite3_busy_handler.
     static int OnBusy(void *self, int calls);
     void EndWait(); // a statement is done with, and so with its wait
 
     std::filesystem::path path_;
     sqlite3 *database_ = nullptr;
     Patience patience_;
+    // On the steady clock, in milliseconds; of the wait that is under way, if one is.
     int64_t waiting_since_ms_ = 0;
     bool long_wait_told_ = false;
 };

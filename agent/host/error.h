@@ -1,4 +1,6 @@
-// How the agent says that something went wrong.
+// How the agent says that something went wrong. What is thrown travels up to whoever can tell
+// somebody: the command prints it, the daemon says and traces it, a C function of the host traces
+// it. Nobody in between adds words, so the text must do by itself.
 #ifndef AGENT_HOST_ERROR_H
 #define AGENT_HOST_ERROR_H
 
@@ -18,13 +20,14 @@ class Error : public std::runtime_error {
     }
 };
 
-// The store failed: a full disk, a read-only file, damage, a lock that was held for too long.
+// The store failed: a full disk, a read-only file, damage, a lock that was held for too long. A
+// kind of its own, because it is what breaks a pass.
 class StoreError : public Error {
   public:
     using Error::Error;
 };
 
-// There is no room on its disk.
+// There is no room on its disk. Apart from the others, because here the reserve helps; see room.h.
 class DiskFullError : public StoreError {
   public:
     using StoreError::StoreError;

@@ -1,5 +1,6 @@
 // Opaque handles for objects. A number is never used again, so a handle that was closed is known as
-// such for ever, and never reaches another object.
+// such for ever, and never reaches another object. A pointer would not do: the module uses closed
+// handles on purpose, and the memory could be another object's by then.
 #ifndef AGENT_HOST_HANDLE_TABLE_H
 #define AGENT_HOST_HANDLE_TABLE_H
 
@@ -16,6 +17,7 @@ class HandleTable {
     // `first` keeps the handles of different tables, and fixed handles, apart.
     explicit HandleTable(uintptr_t first) : next_(first) {}
 
+    // Gives an object a handle, never null. From any thread, as all of them.
     void *Add(std::shared_ptr<Object> object)
     {
         const std::lock_guard lock(mutex_);
@@ -25,7 +27,8 @@ class HandleTable {
         return reinterpret_cast<void *>(number);
     }
 
-    // The object, or null for a handle that is not open.
+    // The object, or null for a handle that is not open. Whoever has got it keeps it alive, even
+    // when another thread closes the handle meanwhile.
     std::shared_ptr<Object> Get(const void *handle)
     {
         const std::lock_guard lock(mutex_);
@@ -33,6 +36,7 @@ class HandleTable {
         return found != objects_.end() ? found->second : nullptr;
     }
 
+    // Forgets the handle. False: it was not open.
     bool Close(const void *handle)
     {
         const std::lock_guard lock(mutex_);
@@ -40,8 +44,10 @@ class HandleTable {
     }
 
   private:
+    // Guards what follows.
     std::mutex mutex_;
     std::unordered_map<uintptr_t, std::shared_ptr<Object>> objects_;
+    // The number of the next handle.
     uintptr_t next_;
 };
 

@@ -7,9 +7,11 @@ namespace host {
 
 namespace {
 
-// What makes two entries the same event.
+// What makes two entries the same event. With the report count, as in a table reload: hits that
+// were counted towards another number are worth nothing.
 using Identity = std::tuple<std::string, uint32_t, int32_t>;
 
+// Copies: the table can be rebuilt before the next save.
 std::vector<HitCounter> Read(const ModuleTable &table)
 {
     std::vector<HitCounter> counters;
@@ -22,6 +24,7 @@ std::vector<HitCounter> Read(const ModuleTable &table)
     return counters;
 }
 
+// In the same places, too: then the rows stay, and only counters change.
 bool SameEvents(const std::vector<HitCounter> &a, const std::vector<HitCounter> &b)
 {
     if (a.size() != b.size())
@@ -41,11 +44,13 @@ int ModuleTable::Size() const
     int size = 0;
     if (entries == nullptr || count == nullptr)
         return 0;
+    // The count alone would not do: the module leaves it as it is when it frees the table.
     while (size < *count && entries[size] != nullptr)
         ++size;
     return size;
 }
 
+// What is stored is read at once, so that the first save knows what it need not write.
 HitCounters::HitCounters(Store &store) : store_(store), saved_(Load(store)) {}
 
 std::vector<HitCounter> HitCounters::Load(Store &store)
@@ -68,6 +73,7 @@ void HitCounters::Restore(const ModuleTable &table)
     saved_ = Load(store_);
     std::map<Identity, int32_t> first;
     for (const HitCounter &counter : saved_)
+        // The first of equal ones: try_emplace leaves what is there.
         first.try_emplace({counter.source, counter.event_id, counter.report_count},
                           counter.current_count);
     const int size = table.Size();
@@ -82,12 +88,15 @@ void HitCounters::Restore(const ModuleTable &table)
 void HitCounters::Save(const ModuleTable &table)
 {
     std::vector<HitCounter> counters = Read(table);
+    // The usual pass: nothing was hit. It costs no write, so no transaction either.
     if (counters == saved_)
         return;
     if (SameEvents(counters, saved_))
         Update(counters);
     else
         Replace(counters);
+    // Not before the writes: one that throws leaves what was stored before as what is compared
+    // with.
     saved_ = std::move(counters);
 }
 
@@ -96,6 +105,7 @@ void HitCounters::Update(const std::vector<HitCounter> &counters)
     store_.Write([&](Database &database) {
         Statement update(database, "UPDATE hit_counter SET current_count = ? WHERE position = ?");
         for (size_t i = 0; i < counters.size(); ++i) {
+            // Of up to 2,048 rows, mostly a few.
             if (counters[i].current_count != saved_[i].current_count)
                 update.Run(counters[i].current_count, static_cast<int64_t>(i));
         }
@@ -105,6 +115,7 @@ void HitCounters::Update(const std::vector<HitCounter> &counters)
 void HitCounters::Replace(const std::vector<HitCounter> &counters)
 {
     store_.Write([&](Database &database) {
+        // All anew: after a reload of the table its rows stand in other places.
         database.Execute("DELETE FROM hit_counter");
         Statement insert(database,
                          "INSERT INTO hit_counter (position, source, event_id, report_count,"

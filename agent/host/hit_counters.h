@@ -15,7 +15,8 @@
 
 namespace host {
 
-// The table as the module exports it. Read and written only while the module is at rest.
+// The table as the module exports it. Read and written only while the module is at rest, or within
+// a call that it makes. Two null pointers: no module.
 struct ModuleTable {
     VKVMon **entries = nullptr; // lpVKVMon
     int *count = nullptr;       // nCnt
@@ -24,6 +25,7 @@ struct ModuleTable {
     [[nodiscard]] int Size() const;
 };
 
+// One entry of the table, as far as it is saved.
 struct HitCounter {
     std::string source;
     uint32_t event_id = 0;
@@ -33,18 +35,21 @@ struct HitCounter {
     bool operator==(const HitCounter &) const = default;
 };
 
+// The saved counters. On the monitor thread; the store and its pass are that thread's.
 class HitCounters {
   public:
     explicit HitCounters(Store &store);
 
-    // Puts the saved counters into a table that has just been loaded.
+    // Puts the saved counters into a table that has just been loaded. Entries that are not among
+    // the saved keep what they have. Throws StoreError, with the table unchanged.
     void Restore(const ModuleTable &table);
 
     // Writes what has changed since the last call, as a part of the pass. A table without a change
-    // costs no write.
+    // costs no write. Throws StoreError; the pass is broken then.
     void Save(const ModuleTable &table);
 
-    // What is stored, in table order.
+    // What is stored, in table order. For commands, too, which show the counters of a daemon.
+    // Throws StoreError.
     static std::vector<HitCounter> Load(Store &store);
 
   private:
@@ -52,6 +57,7 @@ class HitCounters {
     void Update(const std::vector<HitCounter> &counters);
 
     Store &store_;
+    // What this object has written or read last: what is in the store once the pass is committed.
     std::vector<HitCounter> saved_;
 };
 

@@ -12,16 +12,19 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// By this file an install root is told from any other folder.
 constexpr char kModule[] = "vkevmon.dll";
 
-// How the names of the files begin that the agent makes in each folder.
+// How the names of the files begin that the agent makes in each folder. A folder that holds others,
+// too, is not the agent's own, and its mode is left alone: see CreatePrivateFolder.
 constexpr std::string_view kStateNames[] = {"agent.db", "has-store", "reserve"};
 constexpr std::string_view kRunNames[] = {"syslogmond.lock", "status.json",     "Agent_",
                                           "Eventlog_",       "Driving_Syslog_", "EVENTLOG_SEMA"};
 constexpr std::string_view kLogNames[] = {"trace."};
 
 // The root of the tree in whose bin folder this program lies, or nothing for a program of the
-// package.
+// package. By /proc/self/exe, since argv[0] is what somebody chose to write; the link also follows
+// symbolic links to the program.
 fs::path RootOfProgram()
 {
     std::error_code failed;
@@ -38,6 +41,7 @@ Layout Layout::Below(const fs::path &root)
 {
     fs::path base = fs::absolute(root).lexically_normal();
     if (!base.has_filename() && base.has_relative_path())
+        // The path is compared and shown as it is, so one folder has one name.
         base = base.parent_path(); // it ended in a slash
     return {base, base / "state", base / "run", base / "log"};
 }
@@ -60,6 +64,8 @@ Layout Layout::Find()
 void Layout::CheckRoot() const
 {
     std::error_code failed;
+    // Two errors: a name that was mistyped, and a folder that is something else. An empty folder is
+    // refused as well: a command would make a store in it and find nothing.
     if (!fs::is_directory(root, failed))
         throw Error("cannot use the install root " + root.string(),
                     failed ? failed.message() : "it is not a folder",

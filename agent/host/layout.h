@@ -12,6 +12,7 @@
 
 namespace host {
 
+// Four folders, absolute, without a trailing slash. A value: whoever needs it keeps a copy.
 struct Layout {
     std::filesystem::path root;  // what GetTarskRootPath gives; the libraries are in root/lib
     std::filesystem::path state; // survives a reboot
@@ -26,6 +27,7 @@ struct Layout {
     }
 
     // Everything below one folder.
+    // Makes a relative path absolute from the folder that is current now. Looks at no file.
     static Layout Below(const std::filesystem::path &root);
 
     // The layout for a program without --root: the install root in whose bin folder the program

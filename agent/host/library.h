@@ -1,4 +1,6 @@
 // A loaded library that is unloaded at the end of its life, also when what loads it fails half-way.
+// For the module, which the program itself loads; what the module loads goes through
+// platform/loader.h. Addresses that were found in it end with it.
 #ifndef AGENT_HOST_LIBRARY_H
 #define AGENT_HOST_LIBRARY_H
 
@@ -14,6 +16,8 @@ namespace host {
 class Library {
   public:
     // Throws Error.
+    // All of it is resolved at once (RTLD_NOW), so that what is missing fails here and not in a
+    // pass; its names stay its own (RTLD_LOCAL).
     explicit Library(const std::filesystem::path &path)
         : handle_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL))
     {

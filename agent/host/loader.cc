@@ -1,3 +1,5 @@
+// The loading of sibling libraries for the module, over dlopen. A handle is dlopen's own: each load
+// counts, and the library goes with the last FreeLibrary.
 #include "platform/loader.h"
 
 #include <dlfcn.h>
@@ -6,6 +8,7 @@
 
 namespace {
 
+// What failed is traced by the host here, since the module learns only that it failed.
 constexpr char kUnit[] = "libtarsk";
 
 } // namespace

@@ -1,4 +1,6 @@
-// A handle of platform/sync.h that is closed at the end of its life.
+// A handle of platform/sync.h that is closed at the end of its life. A mutex that is still held
+// then is not released by it: the kernel's lock goes with the last handle of its name in the
+// process.
 #ifndef AGENT_HOST_OWNED_HANDLE_H
 #define AGENT_HOST_OWNED_HANDLE_H
 

@@ -16,14 +16,17 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// Permissions and the bits for set-user-ID and the like: all that chmod can set.
 constexpr mode_t kAllRights = 07777;
 
+// Files of others are never changed, also not by root, which could.
 bool IsOurs(const struct stat &status)
 {
     return status.st_uid == geteuid();
 }
 
-// Through a descriptor, so that what was looked at is what is changed.
+// Through a descriptor, so that what was looked at is what is changed. Only takes away: a file that
+// its owner may not write stays so.
 void TakeRightsAway(int fd, mode_t wanted)
 {
     struct stat status {};
@@ -33,6 +36,7 @@ void TakeRightsAway(int fd, mode_t wanted)
         return; // a file system without modes; who mounted it chose who may read it
 }
 
+// An empty folder does. One that cannot be read does not, so it is left alone.
 bool HoldsOnly(const fs::path &folder, std::span<const std::string_view> own_names)
 {
     std::error_code failed;
@@ -55,6 +59,9 @@ bool HoldsOnly(const fs::path &folder, std::span<const std::string_view> own_nam
 
 Fd OpenPrivateFile(const fs::path &path, int flags)
 {
+    // The mode holds for a new file, whatever the umask takes away of it; an old one has its own
+    // mode, which is put right below. NOFOLLOW: a link in the place of a lock or a log must not
+    // make the agent write somewhere else.
     Fd fd(open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, kPrivateFile));
     if (fd.get() >= 0)
         TakeRightsAway(fd.get(), kPrivateFile);
@@ -63,6 +70,7 @@ Fd OpenPrivateFile(const fs::path &path, int flags)
 
 void MakePrivate(const fs::path &file)
 {
+    // NONBLOCK, because a FIFO of that name would be waited for.
     const Fd fd(open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (fd.get() >= 0)
         TakeRightsAway(fd.get(), kPrivateFile);
@@ -72,11 +80,14 @@ void CreatePrivateFolder(const fs::path &folder, std::span<const std::string_vie
 {
     std::error_code failed;
     fs::create_directories(folder.parent_path(), failed);
+    // Made with its mode, not changed to it afterwards: there is no moment at which others could
+    // open it.
     if (!failed && mkdir(folder.c_str(), kPrivateFolder) == 0)
         return;
     if (failed)
         FailToCreate(folder, failed.message());
     const int why = errno;
+    // A link to a folder counts as one: an administrator may have put it on another disk.
     if (why != EEXIST || !fs::is_directory(folder, failed))
         FailToCreate(folder, std::generic_category().message(why));
     if (!HoldsOnly(folder, own_names))

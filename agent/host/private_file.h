@@ -13,14 +13,17 @@
 
 namespace host {
 
+// The modes of all that the agent makes: its user's alone.
 constexpr mode_t kPrivateFile = 0600;
 constexpr mode_t kPrivateFolder = 0700;
 
-// Opens or creates a file (open's flags; O_CLOEXEC and O_NOFOLLOW are added). One that is there and belongs to this
-// user is made private, too. Returns no descriptor, and sets errno, when it cannot be opened.
+// Opens or creates a file (open's flags; O_CLOEXEC and O_NOFOLLOW are added). One that is there and
+// belongs to this user is made private, too. Returns no descriptor, and sets errno, when it cannot
+// be opened.
 Fd OpenPrivateFile(const std::filesystem::path &path, int flags);
 
-// Makes a file private that is there and belongs to this user; any other is left alone.
+// Makes a file private that is there and belongs to this user; any other is left alone, and a
+// failure is not told: it is tried for files of earlier versions, at every start.
 void MakePrivate(const std::filesystem::path &file);
 
 // Creates the folder, and the folders above it as the umask wants them. One that is there is made

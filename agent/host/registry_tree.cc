@@ -6,11 +6,16 @@
 
 namespace host {
 
+// Compiled once for the life of the tree: a pass reads and writes a few dozen values, and compiling
+// a statement takes longer than running it here. NOCASE, the order and what goes with a key are in
+// the tables: see schema.cc.
 struct RegistryTree::Statements {
     explicit Statements(Database &db)
         : find_child(db, "SELECT id FROM reg_key WHERE parent = ? AND name = ?"),
           exists(db, "SELECT 1 FROM reg_key WHERE id = ?"),
           insert_key(db, "INSERT INTO reg_key (parent, name) VALUES (?, ?)"),
+          // The keys below are found by the statement; the values go with their keys by foreign
+          // key, and what sinks have noted goes with theirs.
           delete_keys(db, "WITH RECURSIVE below (id) AS (VALUES (?) UNION ALL"
                           " SELECT reg_key.id FROM reg_key JOIN below ON parent = below.id)"
                           " DELETE FROM reg_key WHERE id IN below"),
@@ -39,6 +44,8 @@ namespace {
 
 // Calls `use` for each name of a path until it returns false.
 template <typename Use>
+// Calls `use` for each name of a path until it returns false. Empty names, as of a doubled or a
+// trailing backslash, are skipped.
 void ForEachName(std::string_view path, const Use &use)
 {
     while (!path.empty()) {
@@ -65,6 +72,7 @@ void CheckValue(std::string_view name, std::string_view data)
                     "a name has at most 16383 bytes, a value at most 1 MiB");
 }
 
+// The name as it was created, which can differ in case from the one that was asked for.
 RegValue ValueOf(const Statement &row)
 {
     return {row.Text(0), static_cast<uint32_t>(row.Integer(1)), row.Text(2)};
@@ -90,6 +98,7 @@ std::optional<KeyId> RegistryTree::FindChild(KeyId parent, std::string_view name
     if (!sql_->find_child.Next())
         return std::nullopt;
     const KeyId found = sql_->find_child.Integer(0);
+    // At once: a statement that stands on a row holds the read lock.
     sql_->find_child.Reset();
     return found;
 }
@@ -112,11 +121,14 @@ KeyId RegistryTree::Create(KeyId parent, std::string_view path, bool *created)
     bool made = false;
     KeyId key = parent;
     ForEachName(path, [&](std::string_view name) {
+        // Without the write lock first: mostly the key is there, and a command must not wait for a
+        // pass to learn that.
         const auto child = store_.Read([&](Database &) { return FindChild(key, name); });
         if (child) {
             key = *child;
             return true;
         }
+        // Only of a key that would be made. One that is looked for with a longer name is not there.
         CheckKeyName(name);
         store_.Write([&](Database &database) {
             // Again, under the write lock: another process may have been faster.
@@ -154,6 +166,7 @@ bool RegistryTree::DeleteKey(KeyId key)
     bool deleted = false;
     store_.Write([&](Database &database) {
         sql_->delete_keys.Run(key);
+        // Values that went with a key are not counted in it.
         deleted = database.ChangesOfLastStatement() > 0;
     });
     return deleted;
@@ -187,7 +200,8 @@ void RegistryTree::Set(KeyId key, std::string_view name, uint32_t type, std::str
     CheckValue(name, data);
     const std::lock_guard lock(store_.mutex());
     // A value that is what it was costs no write: a pass without news then opens no transaction for
-    // it.
+    // it. The lock is held from the look to the write, so no other thread of this process can
+    // change it in between; another process is as if it had come later.
     const std::optional<RegValue> old = Get(key, name);
     if (old && old->type == type && old->data == data)
         return;

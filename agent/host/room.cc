@@ -24,8 +24,11 @@ constexpr int64_t kSmallestReserve = int64_t{256} * 1024;
 int64_t FreeSpace(const fs::path &file)
 {
     struct statvfs disk {};
+    // Of the folder: the file itself need not be there yet.
     if (statvfs(file.parent_path().c_str(), &disk) != 0)
         return 0;
+    // Without the blocks that are kept for root, also when root asks: they are for getting a system
+    // going again.
     return static_cast<int64_t>(disk.f_bavail * disk.f_frsize);
 }
 
@@ -45,6 +48,8 @@ int64_t SizeOf(const fs::path &file)
 
 int64_t RoomOfAPass(int64_t free, int64_t reserve, int64_t journal)
 {
+    // A pass of x bytes makes the journal x longer, and emptying it then takes as much as the whole
+    // journal in the store: (journal + x) + x must fit into what is free and the reserve.
     const int64_t with_its_copy = (free + reserve - journal) / 2;
     return std::clamp<int64_t>(std::min(free / 4, with_its_copy), 0, kMostOfAPass);
 }
@@ -54,10 +59,14 @@ Reserve::Reserve(const fs::path &store) : path_(store.parent_path() / "reserve")
 void Reserve::Keep()
 {
     const int64_t size = Size();
+    // What it holds already counts as free: else each call would want a smaller one than the last.
     const int64_t wanted = std::min((FreeSpace(path_) + size) / 4, kLargestReserve);
+    // Made larger only when that doubles it: not a few blocks more after each pass.
     if (wanted < kSmallestReserve || wanted < 2 * size)
         return;
     const Fd fd(open(path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    // Real blocks; a file that is merely long would hold none. What it could not get whole it gives
+    // up: on such a disk every block is needed.
     if (fd.get() >= 0 && posix_fallocate(fd.get(), 0, wanted) != 0)
         LetGo();
 }

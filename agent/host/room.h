@@ -11,7 +11,8 @@
 
 namespace host {
 
-// The most that the alerts of one pass may take, in bytes, however much is free.
+// The most that the alerts of one pass may take, in bytes, however much is free. Some 200,000
+// alerts of short lines.
 constexpr int64_t kMostOfAPass = int64_t{32} * 1024 * 1024;
 
 // Bytes that a program of this user can still write to the disk of this file; 0 when nobody knows.
@@ -27,7 +28,8 @@ int64_t SizeOf(const std::filesystem::path &file);
 // `journal` bytes, grown by it, still fits beside it when a reserve of `reserve` bytes is let go.
 int64_t RoomOfAPass(int64_t free, int64_t reserve, int64_t journal);
 
-// A file that holds some of the disk, to be let go when nothing else is left of it.
+// A file that holds some of the disk, to be let go when nothing else is left of it. Of the daemon;
+// nothing is ever read from it.
 class Reserve {
   public:
     // Beside this store. Nothing is made yet.

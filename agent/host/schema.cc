@@ -86,6 +86,7 @@ constexpr char kSetApplicationId[] = "PRAGMA application_id = 1398362956";
 std::string NewUuid(const std::filesystem::path &store)
 {
     unsigned char bytes[16] = {};
+    // Sixteen bytes come at once or not at all.
     if (getrandom(bytes, sizeof bytes, 0) != static_cast<ssize_t>(sizeof bytes))
         throw StoreError("cannot create " + store.string(), "the kernel has no random numbers",
                          "try again later");
@@ -96,6 +97,7 @@ std::string NewUuid(const std::filesystem::path &store)
         char hex[4];
         snprintf(hex, sizeof hex, "%02x", bytes[i]);
         text += hex;
+        // In groups of 4, 2, 2, 2 and 6 bytes, as UUIDs are written.
         if (i == 3 || i == 5 || i == 7 || i == 9)
             text += '-';
     }
@@ -112,6 +114,8 @@ int ReadVersion(Database &database)
     return static_cast<int>(version.Integer(0));
 }
 
+// The version goes with the tables in one transaction, so a crash leaves the old ones with the old
+// number.
 void RunSteps(Database &database, int from)
 {
     for (int step = from; step < kVersion; ++step)
@@ -139,9 +143,11 @@ void UpdateSchema(Database &database)
         throw StoreError("cannot use " + database.path().string(),
                          "it was written by a newer version of this program",
                          "install that version again");
+    // A file of another program: the agent's has its version before it has its name.
     if (version == 0)
         throw StoreError("cannot use " + database.path().string(), "it is not a store of the agent",
                          kReplaceStore);
+    // Under the store's creation lock: no other program of this version updates at the same time.
     database.Execute("BEGIN IMMEDIATE");
     RunSteps(database, version);
     database.Execute("COMMIT");

@@ -17,16 +17,17 @@
 
 namespace host {
 
-// Fills an empty database. Throws StoreError.
+// Fills an empty database, in one transaction, and gives it its identity. Throws StoreError.
 void CreateSchema(Database &database);
 
-// Brings the tables of an older version up to date. Throws StoreError.
+// Brings the tables of an older version up to date, in one transaction; nothing is lost. Throws
+// StoreError, with the file as it was. The caller holds the CreationLock.
 void UpdateSchema(Database &database);
 
 // A new identity, as random as 122 bits can be. The path is named when there is none.
 std::string NewUuid(const std::filesystem::path &store);
 
-// The identity that CreateSchema gave to the store.
+// The identity that CreateSchema gave to the store. A copy of the file has the same.
 std::string ReadUuid(Database &database);
 
 } // namespace host

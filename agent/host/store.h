@@ -134,19 +134,25 @@ class Store {
     void EmptyJournal() noexcept;
     [[nodiscard]] std::filesystem::path Journal() const;
 
+    // Recursive, because a Transaction holds it while its owner calls on.
     std::recursive_mutex mutex_;
     std::optional<OwnerLock> owner_; // goes after the database
     std::unique_ptr<Database> database_;
+    // Asks SQLite for the number that moves when another connection has written.
     std::unique_ptr<Statement> data_version_;
+    // Set once: of the file that was opened, and the two names that its alerts have.
     FileIdentity identity_;
     std::string uuid_;
     std::string series_;
     Reserve reserve_;
     bool keeps_reserve_ = false;
+    // Of this connection: raised by each write, also by one that fails, and by each roll-back.
     int64_t own_changes_ = 0;
     int64_t transaction_ = 0; // the number of the newest one
     bool is_open_ = false;    // that one was begun and not ended here; SQLite may have ended it
+    // Numbers of transactions; one is added for each pass that fails, and none is ever removed.
     std::set<int64_t> rolled_back_;
+    // Never goes back: a process is the daemon, or it is not.
     bool in_passes_ = false;
     std::string pass_failure_; // why the pass is broken; empty while it is not
     int64_t pass_;             // its number

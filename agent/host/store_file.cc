@@ -26,7 +26,7 @@ constexpr char kMakeWritable[] = "make its folder writable, or run as root";
 
 // Bytes of the file that only the owner locks. They lie far behind those that SQLite locks, and
 // behind any store. The first is the owner's; which of the others is locked, too, tells its process
-// ID to those who ask.
+// ID to those who ask. A lock needs no byte to be there: the file does not grow.
 constexpr off_t kOwnerByte = off_t{1} << 61;
 constexpr off_t kMaxPid = off_t{1} << 32;
 
@@ -39,6 +39,7 @@ fs::path MarkOf(const fs::path &store)
     return store.parent_path() / "has-store";
 }
 
+// With its mode from the beginning. SQLite gives the journal the mode of the file.
 Fd OpenFor(const fs::path &path, int flags)
 {
     Fd fd(open(path.c_str(), flags | O_CLOEXEC, 0600));
@@ -63,17 +64,22 @@ void SetOldJournalAside(const fs::path &path)
     for (const char *suffix : {"-wal", "-shm"}) {
         const fs::path left = path.string() + suffix;
         if (fs::exists(left))
+            // One that was set aside before is overwritten: the newest is the one that may be
+            // missed.
             fs::rename(left, left.string() + ".old");
     }
 }
 
 // Makes a complete store under another name first: a program that dies half-way leaves nothing that
-// looks like a store.
+// looks like a store. What such a program left is removed. The name is the store's only when all of
+// it is on the disk: the checkpoint writes it there, the rename is the last step, and the folder is
+// synchronised behind it.
 void Create(const fs::path &path)
 {
     const fs::path unfinished = path.string() + ".new";
     for (const char *suffix : {"", "-wal", "-shm"})
         fs::remove(unfinished.string() + suffix);
+    // SQLite would make the file with the mode of the umask.
     OpenFor(unfinished, O_RDWR | O_CREAT | O_TRUNC);
     {
         Database database(unfinished, Database::Mode::kReadWrite);
@@ -83,6 +89,7 @@ void Create(const fs::path &path)
         CreateSchema(database);
         database.Execute("PRAGMA wal_checkpoint(TRUNCATE)");
     }
+    // As late as can be: should anything before it fail, the journal is still where its store was.
     SetOldJournalAside(path);
     fs::rename(unfinished, path);
     SyncFolder(path.parent_path());
@@ -103,9 +110,12 @@ struct flock Range(short type, off_t start, off_t length)
 CreationLock::CreationLock(const fs::path &store)
 {
     const fs::path path = store.string() + ".lock";
+    // A file of its own, never removed: the store's comes by a rename, and a lock on what was there
+    // before would keep out nobody. The kernel gives it back when its holder dies.
     fd_ = Fd(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     if (fd_.get() < 0)
         throw StoreError("cannot open " + path.string(), strerror(errno), kMakeWritable);
+    // Waits: whoever has it makes or updates a store, and is done soon.
     while (flock(fd_.get(), LOCK_EX) != 0) {
         if (errno != EINTR)
             throw StoreError("cannot lock " + path.string(), strerror(errno),
@@ -144,6 +154,7 @@ void MakeStore(const fs::path &store)
 {
     if (!IsThere(store))
         Create(store);
+    // SQLite would take it for a new database, and so all that was registered for nothing.
     if (fs::file_size(store) == 0)
         throw StoreError("cannot use " + store.string(), "the file is empty", kReplaceStore);
 }
@@ -169,6 +180,7 @@ FileIdentity IdentityOf(const fs::path &store)
                      "put it or a copy of it back and start the program again");
 }
 
+// A disk that does not answer is no sign that the file was replaced.
 bool MayBe(const fs::path &store, const FileIdentity &identity)
 {
     struct stat status {};
@@ -183,11 +195,16 @@ OwnerLock::OwnerLock(const fs::path &store) : fd_(open(store.c_str(), O_RDWR | O
         throw StoreError("cannot open " + store.string(), strerror(errno),
                          "make the file and its folder writable, or run as root");
     struct flock owner = Range(F_WRLCK, kOwnerByte, 1);
+    // Of the open file, not of the process (OFD): SQLite opens and closes the same file in this
+    // process, and a lock of the process's would go with the first close. It is never waited for:
+    // two daemons are a mistake, and the second one says so.
     if (fcntl(fd_.get(), F_OFD_SETLK, &owner) != 0) {
         const bool is_taken = errno == EAGAIN || errno == EACCES;
         if (!is_taken)
             throw StoreError("cannot lock " + store.string(), strerror(errno),
                              "keep the store on a file system that has locks");
+        // The other one may not have locked its second byte yet, or be gone by now: then no process
+        // is named.
         const auto holder = Holder(store);
         throw StoreError("cannot start the daemon with " + store.string(),
                          "another one works with it" +
@@ -195,6 +212,7 @@ OwnerLock::OwnerLock(const fs::path &store) : fd_(open(store.c_str(), O_RDWR | O
                          "stop that one first, or name another install root with --root");
     }
     struct flock pid = Range(F_WRLCK, kOwnerByte + 1 + getpid(), 1);
+    // Nobody else locks it. Should it fail all the same, the owner is merely without a name.
     fcntl(fd_.get(), F_OFD_SETLK, &pid);
 }
 
@@ -204,6 +222,8 @@ std::optional<pid_t> OwnerLock::Holder(const fs::path &store)
     if (stat(store.c_str(), &status) != 0)
         return std::nullopt;
     const std::lock_guard lock(asking_guard);
+    // By the file, not by its path: a store that was replaced is asked anew. An open file of its
+    // own, so that a daemon that asks is told of itself, too.
     Fd &fd = asking[{status.st_dev, status.st_ino}];
     if (fd.get() < 0)
         fd = Fd(open(store.c_str(), O_RDONLY | O_CLOEXEC));

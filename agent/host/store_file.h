@@ -31,7 +31,8 @@ class CreationLock {
     Fd fd_;
 };
 
-// Throws StoreError when there is no store, or none any more. Makes nothing.
+// For commands that only read. Throws StoreError when there is no store, or none any more. Makes
+// nothing.
 void CheckStoreIsThere(const std::filesystem::path &store);
 
 // Makes the store, if there was none yet. The caller holds the CreationLock. Throws StoreError for a
@@ -41,7 +42,7 @@ void MakeStore(const std::filesystem::path &store);
 // Leaves the mark that there is a store. The caller holds the CreationLock.
 void MarkStore(const std::filesystem::path &store);
 
-// Which file a path stands for.
+// Which file a path stands for. As long as the file is open, its inode is no other file's.
 struct FileIdentity {
     dev_t device = 0;
     ino_t inode = 0;
@@ -52,7 +53,8 @@ struct FileIdentity {
 // Throws StoreError when there is no file.
 FileIdentity IdentityOf(const std::filesystem::path &store);
 
-// Does the path stand for this file, as far as can be known? Not when there is none.
+// Does the path stand for this file, as far as can be known? Not when there is none; when it cannot
+// be looked at, it may.
 bool MayBe(const std::filesystem::path &store, const FileIdentity &identity);
 
 // The daemon's lock on the file of the store itself, for the life of this object. It stays when the
@@ -62,10 +64,13 @@ bool MayBe(const std::filesystem::path &store, const FileIdentity &identity);
 // descriptor of a file takes away the locks that SQLite holds on it.
 class OwnerLock {
   public:
-    // Throws Error when another daemon has it.
+    // Throws StoreError when another daemon has it, naming its process if that is known, and when
+    // the file cannot be locked.
     explicit OwnerLock(const std::filesystem::path &store);
 
-    // The process that has it, or nothing.
+    // The process that has it, or nothing. Takes no lock, and none away; for any program that may
+    // read the store. Each store that was asked about keeps one descriptor open for the life of
+    // this process.
     static std::optional<pid_t> Holder(const std::filesystem::path &store);
 
   private:

@@ -25,7 +25,7 @@ namespace {
 constexpr size_t kFileBytes = size_t{10} * 1024 * 1024;
 constexpr size_t kOlderFiles = 4;
 
-// A record is cut here: a whole log line and what is said about it.
+// A record is cut here, in bytes: a whole log line and what is said about it.
 constexpr size_t kTextSize = 4096;
 
 // Records that one place in the program may write in a second. A log full of lines without a time
@@ -34,6 +34,9 @@ constexpr int kBurst = 100;
 constexpr size_t kPlaces =
     1024; // places that are told apart; two that share a slot share its burst
 
+// The level from which records are written, kTraceOff while no log is open; and the one that was
+// set last, which holds from the opening. Atomic, because a record that is not wanted must cost no
+// lock: there is one for each line of the log.
 std::atomic<int> threshold{kTraceOff};
 std::atomic<int> wanted_level{1};
 
@@ -42,10 +45,13 @@ std::atomic<uint64_t> signs_of_life{0};
 
 std::mutex state; // guards what follows
 std::shared_ptr<spdlog::logger> logger;
+// Text of the last record of level error or system, written or not; empty: none since it was
+// forgotten.
 std::string last_error;
 
 thread_local char thread_name[16] = "main"; // as long as the kernel keeps
 
+// A place in the program that writes records, and what it wrote in the second that `second` names.
 struct Place {
     time_t second = 0;
     int written = 0;
@@ -60,6 +66,8 @@ std::array<Place, kPlaces> places;
 
 constexpr const char *kLevelNames[] = {"detail", "error", "system", "notable", "off"};
 
+// By the address of the unit's name, which each source file has once, and the line. The address is
+// a number here, never read: the library may be gone.
 Place &PlaceOf(const char *unit, int line)
 {
     const auto key = (reinterpret_cast<uintptr_t>(unit) >> 3U) * 31U + static_cast<uintptr_t>(line);
@@ -70,10 +78,13 @@ void Write(int level, const char *unit, const char *function, int line, const ch
 {
     logger->info("[{}] {} {} {}:{} {}", thread_name, TraceLevelName(level), unit, function, line,
                  text);
+    // Detail comes with each line of the log and stays in the buffer until the monitor rests. All
+    // else is in the file when the call returns: it may be what the process says last.
     if (level != TRACE_DETAIL)
         logger->flush();
 }
 
+// Under the name of the place, so that a search for it finds both.
 void TellHeldBack(Place *place)
 {
     if (place->held_back == 0)
@@ -87,10 +98,12 @@ void TellHeldBack(Place *place)
 // May this place write now? Says how much was held back when it may again.
 bool MayWrite(int level, const char *unit, const char *function, int line)
 {
+    // Somebody has switched it on to see all of it.
     if (level == TRACE_DETAIL)
         return true;
     Place &place = PlaceOf(unit, line);
     const time_t now = time(nullptr);
+    // The clock of the wall; one that jumps begins a new second.
     if (place.second != now) {
         TellHeldBack(&place);
         place.second = now;
@@ -100,6 +113,7 @@ bool MayWrite(int level, const char *unit, const char *function, int line)
         ++place.written;
         return true;
     }
+    // Whatever shares the slot, it is told under the name of the first.
     if (place.held_back++ == 0) {
         place.level = level;
         place.line = line;
@@ -115,7 +129,7 @@ bool SaysWhyItEnded(int level)
     return level == TRACE_ERROR || level == TRACE_SYSTEM;
 }
 
-// One record is one line.
+// One record is one line: what a log line holds must not look like a record of its own.
 void MakeOneLine(char *text)
 {
     size_t length = strlen(text);
@@ -138,6 +152,8 @@ spdlog::file_event_handlers PrivateFiles()
     return handlers;
 }
 
+// Those of an earlier version, which others may read. Rotation renames files and leaves their modes
+// alone.
 void MakeOlderFilesPrivate(const std::filesystem::path &path)
 {
     for (size_t i = 1; i <= kOlderFiles; ++i)
@@ -160,6 +176,8 @@ void OpenTraceLog(const std::filesystem::path &path)
     try {
         MakeOlderFilesPrivate(path);
         auto sink = std::make_shared<spdlog::sinks::rotating_file_sink_mt>(
+            // Not rotated at the start: a daemon that is started again and again would rotate the
+            // first cause away.
             path.string(), kFileBytes, kOlderFiles, false, PrivateFiles());
         opened = std::make_shared<spdlog::logger>("trace", std::move(sink));
     } catch (const spdlog::spdlog_ex &error) {
@@ -233,14 +251,17 @@ extern "C" {
 
 int TraceLog(int level, const char *unit, const char *function, int line, const char *format, ...)
 {
+    // Before anything else, whether it is written or not: the watchdog lives on it.
     if (level == TRACE_DETAIL)
         ShowLife();
     const bool is_wanted = level >= threshold.load(std::memory_order_relaxed);
     if (!is_wanted && !SaysWhyItEnded(level))
         return 0;
     const std::lock_guard lock(state);
+    // None is open, or it was closed since the first look.
     if (!logger)
         return 0;
+    // On the stack: a record allocates nothing before it is known to be wanted.
     char text[kTextSize];
     va_list arguments;
     va_start(arguments, format);
@@ -248,6 +269,7 @@ int TraceLog(int level, const char *unit, const char *function, int line, const 
     va_end(arguments);
     MakeOneLine(text);
     try {
+        // Also when its record is held back below.
         if (SaysWhyItEnded(level))
             last_error = text;
         if (!is_wanted || !MayWrite(level, unit, function, line))
@@ -268,6 +290,7 @@ int TraceLogIsOn(int level)
 int TraceLogSetThrName(const char *name)
 {
     snprintf(thread_name, sizeof thread_name, "%s", name);
+    // So that top and a debugger show the same name as the records.
     pthread_setname_np(pthread_self(), thread_name);
     return 1;
 }

@@ -5,6 +5,10 @@
 // The level of a record is a kind, and the kinds are ordered by how much an administrator wants to
 // see them: detail (0), error (1), system (2), notable (3). A record is written when its level is
 // at least the one that is set.
+//
+// One for the process. All functions may be called from any thread, also while no log is open:
+// records are then dropped, and the level is kept for the opening. A record that cannot be written
+// is dropped, too: the trace log stops nothing.
 #ifndef AGENT_HOST_TRACE_LOG_H
 #define AGENT_HOST_TRACE_LOG_H
 
@@ -17,10 +21,11 @@ namespace host {
 // Nothing is written: higher than every level.
 constexpr int kTraceOff = 4;
 
-// Opens the log, for this user alone. Throws StoreError when the file cannot be written.
+// Opens the log, for this user alone, and goes on behind what is in it. Throws StoreError when the
+// file cannot be written.
 void OpenTraceLog(const std::filesystem::path &path);
 
-// Flushes and closes it; records are dropped from then on.
+// Tells what was held back, flushes and closes; records are dropped from then on.
 void CloseTraceLog();
 
 // May be called at any time, from any thread; takes effect with the next record.
@@ -38,7 +43,9 @@ void FlushTraceLog();
 // call or the store keeps it busy.
 uint64_t SignsOfLife();
 
-// The text of the last record of level error or system, for telling why the monitor ended.
+// The text of the last record of level error or system, for telling why the monitor ended; empty:
+// there was none since ForgetTracedError, which is called when a monitor starts. It is kept at
+// every level of the log.
 std::string LastTracedError();
 void ForgetTracedError();
 

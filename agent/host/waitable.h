@@ -27,10 +27,12 @@ class Fd {
     explicit Fd(int fd = -1) : fd_(fd) {}
     ~Fd();
     Fd(Fd &&other) noexcept : fd_(other.Release()) {}
+    // Closes what it had.
     Fd &operator=(Fd &&other) noexcept;
     Fd(const Fd &) = delete;
     Fd &operator=(const Fd &) = delete;
     [[nodiscard]] int get() const { return fd_; }
+    // Gives the descriptor away: it is the caller's to close.
     int Release()
     {
         const int fd = fd_;
@@ -42,6 +44,8 @@ class Fd {
     int fd_;
 };
 
+// Something to wait for. Any thread may use it; waiting is done by asking it, and sleeping on its
+// descriptor in between: see sync.cc.
 class Waitable {
   public:
     explicit Waitable(std::string name) : name_(std::move(name)) {}
@@ -64,14 +68,20 @@ class Waitable {
     std::string name_;
 };
 
+// An event. Named, it is open in each process that has made or opened it, and gone for a process
+// with its last object; its file stays.
 class WakeEvent : public Waitable {
   public:
-    // Creates or opens the event. Throws Error.
+    // Creates or opens the event; an empty name makes one of this process alone. `initial_state`
+    // counts only when nobody else has it open. Throws Error: a name that is no file name,
+    // something else in the place of its file, no descriptor left.
     static std::shared_ptr<WakeEvent> Create(const std::filesystem::path &folder,
                                              const std::string &name, bool manual_reset,
                                              bool initial_state);
 
+    // For Create; `fd` is a FIFO or an eventfd that does not block.
     WakeEvent(std::string name, Fd fd, bool manual_reset);
+    // Signals it. Never waits, and cannot fail: one that is full is signalled.
     void Set();
 
     bool IsReady() override;
@@ -80,6 +90,7 @@ class WakeEvent : public Waitable {
     [[nodiscard]] int PollFd() const override { return fd_.get(); }
 
   private:
+    // Takes all signals; were there any?
     bool Drain();
 
     Fd fd_;
@@ -89,8 +100,9 @@ class WakeEvent : public Waitable {
 // Owned by a thread, as often as it has taken it.
 class Mutex : public Waitable {
   public:
-    // Opens the mutex. Handles of one process that name the same mutex share one object. Throws
-    // Error.
+    // Opens the mutex, making its file if need be. Handles of one process that name the same mutex
+    // share one object. `initial_owner`: takes it at once if it is free, and says nothing if it is
+    // not. Throws Error.
     static std::shared_ptr<Mutex> Create(const std::filesystem::path &folder,
                                          const std::string &name, bool initial_owner);
 
@@ -104,12 +116,14 @@ class Mutex : public Waitable {
     [[nodiscard]] int PollFd() const override { return -1; }
 
   private:
+    // The kernel's lock, which keeps other processes out: takes it if it is free, without waiting.
     bool Lock();
     void Unlock();
 
     std::mutex state_; // guards what follows
     Fd fd_;            // none: an unnamed mutex, shared by the threads of this process only
     std::thread::id owner_;
+    // How often `owner_` has taken it; 0: nobody in this process has.
     int depth_ = 0;
 };
 
