@@ -26,8 +26,10 @@ namespace fs = std::filesystem;
 using logs::StampProblem;
 using logs::WatchedFile;
 
-constexpr size_t kNewestLines = 50;         // whose time stamps are looked at
-constexpr int64_t kNewestBytes = 64 * 1024; // that hold them, more or less
+// Lines whose time stamps are looked at: the newest, since they show how the log is written now.
+constexpr size_t kNewestLines = 50;
+// Bytes that hold them, more or less: 1300 for each line.
+constexpr int64_t kNewestBytes = 64 * 1024;
 
 // More than the monitor reads in a second: it does not get along.
 constexpr int64_t kMuchBehind = int64_t{1024} * 1024; // bytes
@@ -42,6 +44,7 @@ std::vector<std::string> NewestLines(const fs::path &path)
     if (failed)
         return lines;
     const int64_t begin = std::max<int64_t>(0, size - kNewestBytes);
+    // A file that shrinks meanwhile gives fewer lines, or none.
     std::istringstream newest(logs::ReadPart(path, begin, kNewestBytes));
     std::string line;
     if (begin > 0)
@@ -68,12 +71,14 @@ Stamps LookAtStamps(const monitor::Module &module, const fs::path &path)
         ++stamps.lines;
         time_t time = 0;
         if (module.GetSyslogTime(line.c_str(), &time) != 0) {
+            // A newer line with a good stamp: whatever was wrong is over.
             stamps.newest.reset();
             continue;
         }
         const StampProblem problem = logs::StampProblemOf(line);
         const auto index = static_cast<size_t>(problem);
         ++stamps.problems[index];
+        // The newest one stays, shortened to what fits behind the sentence.
         stamps.examples[index] = line.substr(0, 60);
         if (!logs::IsContinuation(problem))
             stamps.newest = problem;
@@ -104,6 +109,7 @@ void CheckStampsOf(const monitor::Module &module, const fs::path &path, Examinat
         well = false;
         const auto index = static_cast<size_t>(p);
         std::string advice = logs::StampProblemAdvice(problem);
+        // It is a problem here after all: such lines are more than the others.
         if (advice.empty())
             advice =
                 "name a log that a syslog daemon writes, or watch this file with syslogmon set "
@@ -141,6 +147,7 @@ bool EndsWith(const std::string &text, const std::string &end)
 
 bool IsPacked(const std::string &name)
 {
+    // What the usual programs of compression leave at the end of a name.
     constexpr const char *kEnds[] = {".gz", ".xz", ".bz2", ".zst", ".lz4", ".Z"};
     return std::any_of(std::begin(kEnds), std::end(kEnds),
                        [&](const char *end) { return EndsWith(name, end); });
@@ -153,6 +160,7 @@ bool IsAllDigits(const std::string &text)
 
 void Sort(const std::string &name, const std::string &rest, Backups *backups)
 {
+    // Only these two forms are read as backups; the others are looked for to be told of.
     const std::string digits = rest.substr(1);
     if (IsPacked(name))
         backups->packed.insert(name);
@@ -169,8 +177,10 @@ Backups FindBackups(const fs::path &log)
     Backups backups;
     const std::string base = log.filename();
     std::error_code ignored;
+    // A folder that cannot be read has no entries here; CheckReadable tells of it.
     for (const auto &entry : fs::directory_iterator(log.parent_path(), ignored)) {
         const std::string name = entry.path().filename();
+        // A separator and something behind it at least.
         if (name.size() <= base.size() + 1 || name.compare(0, base.size(), base) != 0)
             continue;
         const std::string rest = name.substr(base.size());
@@ -183,6 +193,7 @@ Backups FindBackups(const fs::path &log)
 // The first number that is missing before one that is there; 0: none is.
 long MissingNumber(const std::set<long> &numbers)
 {
+    // Logs are numbered without a gap, and the monitor stops at the first that is missing.
     long expected = 1;
     for (const long number : numbers) {
         if (number != expected)
@@ -196,6 +207,7 @@ long MissingNumber(const std::set<long> &numbers)
 // last pass and the rotation.
 std::string PackedNewest(const std::string &base, const Backups &backups)
 {
+    // Numbered, it is number 1 and not there as text; dated, it is newer than every one that is.
     std::string newest;
     for (const std::string &name : backups.packed) {
         const bool is_first = name.rfind(base + ".1.", 0) == 0;
@@ -226,6 +238,7 @@ void CheckRotationOf(const WatchedFile &file, Examination *examination)
             log.parent_path() / (base + "." + std::to_string(missing)),
             "it is missing, and so the rotated files with higher numbers are not looked at",
             "number them without a gap from 1, or remove them");
+    // Only when none is recognised: one odd copy beside good backups is nobody's fault.
     if (!backups.unknown.empty() && file.backups.empty() && missing == 0)
         examination->Finding(log.parent_path() / *backups.unknown.rbegin(),
                              "rotated files with such names are not recognised",
@@ -268,6 +281,7 @@ void CheckReadable(const std::vector<WatchedFile> &files, Examination *examinati
         } else if (!S_ISREG(status.st_mode)) {
             examination->Finding(file.path, "it is not a regular file",
                                  "put a log in its place: the monitor reads nothing else");
+            // Of this user. The daemon may be another one, with other rights.
         } else if (access(file.path.c_str(), R_OK) != 0) {
             examination->Finding(file.path, strerror(errno),
                                  "run the daemon, and this command, as root");
@@ -317,6 +331,7 @@ void CheckResumePoints(const Context &context, const std::vector<WatchedFile> &f
             examination->Skipped(file.path, "it cannot be read");
         else if (IsEmpty(file.path))
             examination->Well(file.path, "it has no lines yet");
+        // A host that is just set up; with a daemon that runs, it is a finding.
         else if (file.problem == "not looked at yet" && !IsRunning(context))
             examination->Skipped(file.path, "the daemon has not looked at it yet");
         else
@@ -337,6 +352,7 @@ void CheckBacklog(const Context &context, const std::vector<WatchedFile> &files,
                                   "takes long finds many events or a slow disk"
                                 : "start the daemon: systemctl start syslogmond, or syslogmond";
     for (const WatchedFile &file : files) {
+        // Another check says why.
         if (!file.behind)
             examination->Skipped(file.path, "it is not known where the monitor stands");
         else if (*file.behind > kMuchBehind)

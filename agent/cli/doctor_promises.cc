@@ -1,4 +1,5 @@
-// The logs for which less is promised than for the system log, whose rotations lose no line.
+// The logs for which less is promised than for the system log, whose rotations lose no line. A note
+// and no finding: it is so on every host that watches such a log.
 #include "agent/cli/doctor.h"
 #include "platform/contract.h"
 
@@ -6,7 +7,7 @@ namespace cli {
 
 namespace {
 
-// Followed through its rotations like the system log.
+// The one other log that is followed through its rotations like the system log.
 constexpr char kVmkernel[] = "/var/log/vmkernel";
 
 constexpr char kHowToRotate[] =

@@ -11,11 +11,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// Of this host, whatever --root names: its syslog daemon writes the logs.
 constexpr char kRsyslogConfig[] = "/etc/rsyslog.conf";
 // The package's. The advice names it as well, so that no host has two rules that write the log.
 constexpr char kDropIn[] = "/etc/rsyslog.d/syslogmon.conf";
 constexpr char kRestart[] = "restart rsyslog: systemctl restart rsyslog";
 
+// Nothing is packaged for it, so the lines stand here.
 constexpr char kSyslogNgRule[] =
     "with syslog-ng, put these lines into /etc/syslog-ng/conf.d/messages.conf, with the name of "
     "your source, and restart syslog-ng:\n"
@@ -32,6 +34,7 @@ std::string Indented(const std::string &text)
     return result;
 }
 
+// As people look for it.
 std::string PlaceOf(const RsyslogSetting &setting)
 {
     return setting.file.string() + " line " + std::to_string(setting.line);
@@ -43,6 +46,8 @@ std::vector<fs::path> LogsOfWholeLines(const std::vector<logs::WatchedFile> &fil
     std::vector<fs::path> logs;
     for (const logs::WatchedFile &file : files) {
         if (file.role != "file monitor")
+            // As the reader of the configuration compares names: without . and .. and double
+            // slashes.
             logs.push_back(file.path.lexically_normal());
     }
     return logs;
@@ -52,6 +57,7 @@ std::vector<fs::path> LogsOfWholeLines(const std::vector<logs::WatchedFile> &fil
 
 std::string HowToWriteTheSystemLog()
 {
+    // Where both are installed, rsyslog is the one that the package brings a rule for.
     const bool has_rsyslog = fs::exists(kRsyslogConfig);
     if (fs::exists("/etc/syslog-ng") && !has_rsyslog)
         return kSyslogNgRule;
@@ -68,6 +74,7 @@ void CheckRsyslog(const std::vector<logs::WatchedFile> &files, Examination *exam
     examination->Begin("rsyslog");
     const RsyslogConfig config = ReadRsyslogConfig("/", LogsOfWholeLines(files));
     const size_t findings = examination->Findings();
+    // A part that was not read could say anything, so nothing is well.
     for (const fs::path &file : config.unreadable)
         examination->Finding(file, "it cannot be read", "run this command as root");
     if (config.reduction)

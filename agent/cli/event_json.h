@@ -12,7 +12,7 @@ namespace cli {
 nlohmann::json KeyToJson(const events::EventKey &key);
 
 // {"keywords": ["a", "b"], "report_count": 1, "hours": "all"}; keywords behind the last one that is
-// not empty are left out.
+// not empty are left out. One before it stays, empty: the places count.
 nlohmann::json ValuesToJson(const events::EventRecord &event);
 
 } // namespace cli

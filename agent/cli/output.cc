@@ -37,6 +37,8 @@ void PrintAligned(const std::vector<std::string> &row, const std::vector<size_t>
         if (column + 1 < row.size())
             line += std::string(widths[column] - DisplayWidth(cell) + 2, ' ');
     }
+    // Nothing behind the last word: a line that is full to the edge would be broken on a narrow
+    // terminal.
     line.erase(line.find_last_not_of(' ') + 1);
     printf("%s\n", line.c_str());
 }
@@ -45,6 +47,7 @@ void PrintPlain(const std::vector<std::string> &row)
 {
     for (size_t column = 0; column < row.size(); ++column) {
         std::string cell = text::Printable(row[column]);
+        // Tabs separate the columns.
         std::replace(cell.begin(), cell.end(), '\t', ' ');
         printf("%s%s", column == 0 ? "" : "\t", cell.c_str());
     }
@@ -67,6 +70,7 @@ void Table::Print() const
             width = std::max(width, DisplayWidth(row[column]));
         widths.push_back(width);
     }
+    // Also of an empty table: it shows what there would be.
     PrintAligned(heads_, widths);
     for (const auto &row : rows_)
         PrintAligned(row, widths);
@@ -84,6 +88,7 @@ void PrintError(const std::string &text)
 
 void FlushOutput()
 {
+    // A write that failed earlier has left its mark on the stream, but no error number.
     errno = 0;
     const bool flushed = fflush(stdout) == 0;
     if (!flushed || ferror(stdout) != 0)

@@ -1,5 +1,9 @@
 // How results are printed: a table on a terminal, plain columns separated by tabs in a pipe, JSON
 // on request.
+//
+// What is shown may come from a log, and anybody can write to a log. So on a terminal, and in
+// columns, control characters are made visible; JSON has its own escapes. Nothing here checks
+// whether a write succeeds: FlushOutput does, once, at the end.
 #ifndef AGENT_CLI_OUTPUT_H
 #define AGENT_CLI_OUTPUT_H
 
@@ -16,6 +20,8 @@ constexpr int kJsonVersion = 1;
 
 class Table {
   public:
+    // The heads say how many columns there are: each row must have as many. They are shown on a
+    // terminal only.
     explicit Table(std::vector<std::string> heads) : heads_(std::move(heads)) {}
     void Add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
     // Aligned, with heads, on a terminal; otherwise one line per row, columns separated by tabs.
@@ -32,16 +38,19 @@ void PrintValue(const std::string &text);
 // "syslogmon: " and the text, on standard error.
 void PrintError(const std::string &text);
 
-// Throws host::Error when something that was printed could not be written.
+// Throws host::Error when something that was printed could not be written. To be called before a
+// command waits, and at the end.
 void FlushOutput();
 
-// Prints an object, with the version of its shape in it.
+// Prints an object, with the version of its shape in it, on several lines and with a line end.
+// Bytes that are no UTF-8 are replaced, so the text can always be parsed.
 void PrintJson(nlohmann::json object);
 
-// Is standard output a terminal?
+// Is standard output a terminal? What else is done for people, such as colours, hangs on it as
+// well.
 bool IsTerminal();
 
-// Terminal columns that a text takes.
+// Terminal columns that a text takes, as far as its characters are of the usual width.
 size_t DisplayWidth(const std::string &text);
 
 } // namespace cli

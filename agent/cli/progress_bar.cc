@@ -9,6 +9,7 @@ namespace cli {
 
 namespace {
 
+// Between two drawings.
 constexpr std::chrono::milliseconds kRedraw{200};
 constexpr int kBarWidth = 24; // characters
 
@@ -46,12 +47,15 @@ ProgressBar::ProgressBar(int64_t bytes) : all_bytes_(bytes), visible_(isatty(STD
 
 ProgressBar::~ProgressBar()
 {
+    // Only then: a trial that is over at once leaves the terminal alone.
     if (drawn_)
+        // To the beginning of the line, and clear it.
         fprintf(stderr, "\r\033[K");
 }
 
 std::string ProgressBar::Bar(int64_t bytes, int64_t all_bytes, int64_t lines, double seconds)
 {
+    // Nothing to do is done.
     const double share =
         all_bytes > 0 ? std::min(1.0, static_cast<double>(bytes) / static_cast<double>(all_bytes))
                       : 1.0;
@@ -62,9 +66,11 @@ std::string ProgressBar::Bar(int64_t bytes, int64_t all_bytes, int64_t lines, do
     const int digits = unit.bytes > 1 ? 1 : 0;
     char text[160];
     snprintf(text, sizeof text, "[%s] %3.0f %%  %.*f of %.*f %s", bar.c_str(),
+             // Down, so that 100 % means the end.
              std::floor(100 * share), digits, static_cast<double>(bytes) / unit.bytes, digits,
              static_cast<double>(all_bytes) / unit.bytes, unit.name);
     std::string shown = text;
+    // No guess before the first byte: it would divide by nothing.
     if (seconds > 0 && bytes > 0) {
         snprintf(text, sizeof text, "  %.0f lines/s  ", static_cast<double>(lines) / seconds);
         shown += text + TimeLeft(seconds * (1 - share) / share);

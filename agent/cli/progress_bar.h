@@ -1,4 +1,5 @@
-// A progress bar on standard error, when that is a terminal; nothing otherwise.
+// A progress bar on standard error, when that is a terminal; nothing otherwise. Standard output
+// stays as it is, whether it is a terminal or not.
 #ifndef AGENT_CLI_PROGRESS_BAR_H
 #define AGENT_CLI_PROGRESS_BAR_H
 
@@ -25,6 +26,7 @@ class ProgressBar {
   private:
     using Clock = std::chrono::steady_clock;
 
+    // Of all files; a log that grows meanwhile makes more of them, and the bar stops at its end.
     int64_t all_bytes_;
     bool visible_;
     bool drawn_ = false;

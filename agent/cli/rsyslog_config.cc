@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Files that include each other end here.
+// Files in files. Those that include each other end here.
 constexpr int kMaxDepth = 16;
 
 std::string Lower(std::string text)
@@ -40,6 +40,8 @@ bool IsOfAName(char c)
 
 // ---- words and strings of a file ----
 
+// Steps through the text of one file and counts its lines. Nothing can be wrong for it: what ends
+// too early ends at the end of the text.
 class Cursor {
   public:
     explicit Cursor(std::string text) : text_(std::move(text)) {}
@@ -96,6 +98,8 @@ class Cursor {
         const char quote = Now();
         std::string value;
         for (Step(); !AtEnd() && Now() != quote; Step()) {
+            // An escaped quote does not end it. What other escapes stand for does not matter to any
+            // name or value that is looked for.
             if (Now() == '\\' && at_ + 1 < text_.size())
                 Step();
             value += Now();
@@ -131,11 +135,14 @@ Parameters ReadParameters(Cursor *cursor)
 {
     Parameters parameters;
     std::string name;
+    // The opening bracket.
     cursor->Step();
     for (cursor->SkipSpace(); !cursor->AtEnd() && cursor->Now() != ')'; cursor->SkipSpace()) {
         if (cursor->Now() == '"')
             parameters[name] = cursor->Quoted();
+        // What stands between name and value, = and blanks, is stepped over below.
         else if (IsOfAName(cursor->Now()))
+            // rsyslog takes the names of parameters in any case.
             name = Lower(cursor->Name());
         else
             cursor->Step();
@@ -149,6 +156,7 @@ Parameters ReadParameters(Cursor *cursor)
 // and so the last one counts; the others for the actions of the old form behind them, and for no
 // action(...).
 enum Switch { kReduction, kAsynchronous, kFlush, kSwitches };
+// The name as its manual writes it, and the two words that rsyslog takes.
 struct SwitchRow {
     const char *name;
     const char *harmful;
@@ -194,9 +202,11 @@ void ConfigReader::ReadFile(const fs::path &path, int depth)
 {
     const fs::path file = root_ / path.relative_path();
     std::error_code failed;
+    // A file that is not there is none of the configuration; a pipe would be waited for.
     if (depth > kMaxDepth || !fs::is_regular_file(file, failed))
         return;
     std::ifstream stream(file, std::ios::binary);
+    // It is there and may not be read: that has to be told of.
     if (!stream) {
         config_->unreadable.push_back(path);
         return;
@@ -208,10 +218,13 @@ void ConfigReader::ReadFile(const fs::path &path, int depth)
 void ConfigReader::ReadStatements(Cursor *cursor, const fs::path &path, int depth)
 {
     for (cursor->SkipSpace(); !cursor->AtEnd(); cursor->SkipSpace()) {
+        // A string in an expression: it may hold anything, and is no action.
         if (cursor->Now() == '"' || cursor->Now() == '\'') {
             cursor->Quoted();
             continue;
         }
+        // Taken before the word, so an object that goes over several lines has the line of its
+        // head.
         const RsyslogSetting place = {path, cursor->line(), "", ""};
         const std::string word = cursor->Word();
         const std::string name = Lower(word);
@@ -232,8 +245,10 @@ void ConfigReader::ReadObject(const std::string &name, Cursor *cursor, RsyslogSe
         return;
     Parameters parameters = ReadParameters(cursor);
     place.log = parameters["file"];
+    // Its parameter has the same name as that of an action.
     if (name == "include")
         return Include(place.log, depth);
+    // Other modules have a parameter "file" of another meaning.
     if (parameters["type"] != "omfile" || !IsWatched(place.log))
         return;
     for (const auto &[setting, harmful] :
@@ -276,8 +291,11 @@ void ConfigReader::ReadOldAction(const std::string &word)
         name.erase(0, kModule.size());
     if (!name.empty() && name[0] == '-')
         name.erase(0, 1);
+    // Most words that get here are no actions at all; none of them is the path of a watched log by
+    // chance.
     if (!IsWatched(name))
         return;
+    // The place is that of the setting: there it has to be mended.
     for (const Switch buffering : {kAsynchronous, kFlush}) {
         if (const auto &setting = set_[buffering])
             config_->buffered.push_back({setting->file, setting->line, setting->text, name});
@@ -289,8 +307,10 @@ void ConfigReader::Include(const std::string &pattern, int depth)
     if (pattern.empty())
         return;
     const fs::path files = root_ / fs::path(pattern).relative_path();
+    // A folder stands for all that is in it.
     const std::string all = files.string() + (pattern.back() == '/' ? "*" : "");
     glob_t found{};
+    // Sorted: the order decides which setting is the last one.
     if (glob(all.c_str(), 0, nullptr, &found) == 0) {
         for (size_t i = 0; i < found.gl_pathc; ++i)
             ReadFile("/" / fs::path(found.gl_pathv[i]).lexically_relative(root_), depth + 1);
@@ -308,6 +328,7 @@ RsyslogConfig ReadRsyslogConfig(const fs::path &root, const std::vector<fs::path
     config.is_there = fs::exists(root / main.relative_path(), failed);
     ConfigReader reader(root, logs, &config);
     reader.ReadFile(main, 0);
+    // What holds at the end of all files.
     config.reduction = reader.reduction();
     return config;
 }

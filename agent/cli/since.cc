@@ -11,8 +11,9 @@ namespace cli {
 
 namespace {
 
-constexpr int64_t kDay = 86400;                   // seconds
-constexpr int64_t kLongestAgo = 100 * 366 * kDay; // further back than any alert
+constexpr int64_t kDay = 86400; // seconds
+// Seconds: further back than any alert. It also keeps the sum from running over.
+constexpr int64_t kLongestAgo = 100 * 366 * kDay;
 
 // "1h30m": seconds.
 std::optional<int64_t> ParseWhile(const std::string &text)
@@ -25,6 +26,7 @@ std::optional<int64_t> ParseWhile(const std::string &text)
     size_t next = 0; // of the units: each stands once, the longest first
     while (at < end) {
         int32_t amount = 0;
+        // 32 bits, so that amount times day fits into 64.
         const auto [unit, failed] = std::from_chars(at, end, amount);
         if (failed != std::errc() || amount < 0 || unit == end)
             return std::nullopt;
@@ -51,6 +53,7 @@ bool ReadsClock(const char *text, struct tm *time)
         const char *end = Read(text, form, time);
         if (end != nullptr && *end == '\0')
             return true;
+        // The form before may have read a part of the text and left it there.
         time->tm_sec = 0;
     }
     return false;
@@ -58,6 +61,7 @@ bool ReadsClock(const char *text, struct tm *time)
 
 time_t LocalMoment(struct tm time)
 {
+    // The C library finds out whether summer time holds at that moment.
     time.tm_isdst = -1;
     return mktime(&time);
 }
@@ -72,6 +76,8 @@ std::optional<time_t> ParseClock(const std::string &text, time_t now)
     const time_t moment = LocalMoment(time);
     if (moment <= now)
         return moment;
+    // By the calendar and not by 24 hours: the day before may have had 23 or 25. mktime makes the
+    // first of a month right.
     --time.tm_mday;
     return LocalMoment(time);
 }
@@ -83,6 +89,7 @@ std::optional<time_t> ParseDay(const std::string &text, time_t now)
     struct tm time {};
     localtime_r(&now, &time);
     time.tm_hour = time.tm_min = time.tm_sec = 0;
+    // Day 0 is the last one of the month before.
     time.tm_mday -= text == "yesterday" ? 1 : 0;
     return LocalMoment(time);
 }
@@ -101,6 +108,8 @@ std::optional<time_t> ParseDate(const std::string &text)
     // A shift from UTC: %z knows Z, +01:00 and +0100.
     const size_t zone = clock.find_first_of("Z+-");
     struct tm shift {};
+    // Read into a time of its own: what strptime leaves there of the shift, mktime and timegm do
+    // not look at.
     if (zone != std::string::npos) {
         const char *end = Read(clock.c_str() + zone, "%z", &shift);
         if (end == nullptr || *end != '\0')
@@ -119,6 +128,7 @@ int64_t ParseSince(const std::string &text, time_t now)
 {
     if (const auto seconds = ParseWhile(text))
         return (int64_t{now} - *seconds) * 1000;
+    // The forms exclude each other, so their order does not matter to any text.
     auto moment = ParseClock(text, now);
     if (!moment)
         moment = ParseDay(text, now);

@@ -1,4 +1,11 @@
 // What a log comes to under the rules of a trial, line by line.
+//
+// The module itself checks each line; this counts what comes out. It hears of a match in two ways:
+// by a report, and by a hit counter that has changed. Three things are done here and not by the
+// check of a line: repeats are added up, as a pass does it; the hour of a line is set in the table;
+// reports that the monitor would withhold are counted apart.
+//
+// Of the one thread that runs the trial, in its pause (see trial.h).
 #ifndef AGENT_CLI_TALLY_H
 #define AGENT_CLI_TALLY_H
 
@@ -33,19 +40,21 @@ struct EventTally {
     std::optional<Sighting> last;
 };
 
-// Lines that no event can match.
+// Lines that no event can match, of one kind.
 struct UnseenTally {
     int64_t lines = 0;
     std::optional<Sighting> first;
 };
 
+// What was read of a file so far.
 struct FileTally {
     std::string name;
     int64_t lines = 0;
     int64_t bytes = 0;
 };
 
-// Which hour an event must watch for a line to count.
+// Which hour an event must watch for a line to count: that of the moment, as the monitor takes it,
+// or that of the line's own stamp, for a log of another time of day.
 enum class HourOf { kNow, kLine };
 
 class Tally {
@@ -61,7 +70,8 @@ class Tally {
     // are done; false ends the reading. Throws host::Error when the log cannot be read.
     void ReadLog(const TrialLog &log, const std::function<bool(int64_t)> &step);
 
-    // Checks one line for so many occurrences.
+    // Checks one line for so many occurrences. Its text is the module's while it is checked, which
+    // takes it as writable.
     void Check(Sighting &line, int times);
 
     // The entries of the table that the last line checked has matched, by index, in ascending order.
@@ -73,7 +83,8 @@ class Tally {
     int HourFor(const std::string &line);
     // Does the entry watch that hour?
     bool IsWatched(size_t index, int hour);
-    // Would the module find this keyword, alone, in the line?
+    // Would the module find this keyword, alone, in the line? By a check, so it forgets what the
+    // line before has come to in reports; matched() stays.
     bool FindsKeyword(const std::string &line, const std::string &keyword);
 
     [[nodiscard]] const VKVMon &entry(size_t index) const { return *table_[index]; }
@@ -95,6 +106,8 @@ class Tally {
 
     monitor::Module &module_;
     HourOf hour_of_;
+    // A copy of the pointers, which stay good for the pause; FindsKeyword exchanges those of the
+    // module.
     std::vector<VKVMon *> table_;
     std::vector<uint32_t> hours_;                    // of each entry, as loaded
     std::vector<size_t> counting_;                   // entries that need several hits
@@ -103,6 +116,7 @@ class Tally {
     std::vector<size_t> reported_;                   // by the line under way
     std::vector<size_t> matched_;
     int watched_hour_ = -1; // for which the table is set; -1: as loaded
+    // By index in the table, like the four above.
     std::vector<EventTally> events_;
     std::array<UnseenTally, logs::kStampProblems> unseen_;
     std::vector<FileTally> files_;

@@ -14,6 +14,8 @@ namespace fs = std::filesystem;
 TemporaryFolder::TemporaryFolder()
 {
     std::string name = (fs::temp_directory_path() / "syslogmon.XXXXXX").string();
+    // A new one of a name that nobody can foresee, for this user alone: there are copies of logs in
+    // it.
     if (mkdtemp(name.data()) == nullptr)
         throw host::Error("cannot create a temporary folder", strerror(errno),
                           "make room in " + fs::temp_directory_path().string() +
@@ -23,6 +25,7 @@ TemporaryFolder::TemporaryFolder()
 
 TemporaryFolder::~TemporaryFolder()
 {
+    // Nobody could do anything about it at this point.
     std::error_code ignored;
     fs::remove_all(path_, ignored);
 }

@@ -1,4 +1,5 @@
-// A folder for the files of one command.
+// A folder for the files of one command. A process that is killed leaves it behind; one that is
+// interrupted ends as usual, if its command takes care of the signals.
 #ifndef AGENT_CLI_TEMPORARY_FOLDER_H
 #define AGENT_CLI_TEMPORARY_FOLDER_H
 

@@ -27,11 +27,13 @@ void RefuseIfFaulty(const Context &context, const std::string &doing, const std:
     }
     if (context.json)
         PrintJson({{"errors", list}});
+    // Behind the list, so the last line on a terminal says what became of the whole.
     throw Refused(doing, path, text::CountMistakes(issues));
 }
 
 void PrintFile(const std::string &text)
 {
+    // Not printf: the text may hold zero bytes, in UTF-16 for one.
     fwrite(text.data(), 1, text.size(), stdout);
     FlushOutput();
 }

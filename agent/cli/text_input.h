@@ -24,6 +24,8 @@ class Refused : public host::Error {
 
 // With no issues, does nothing. Otherwise shows all of them, "FILE:LINE:COLUMN: ..." each, on
 // standard error, and with --json as an object on standard output, too; then throws Refused.
+//   doing   what the command would have done, for the error: "apply"
+// The form is the one of compilers, so editors jump to the place.
 void RefuseIfFaulty(const Context &context, const std::string &doing, const std::string &path,
                     const std::vector<text::Issue> &issues);
 

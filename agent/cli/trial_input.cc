@@ -19,7 +19,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// How a compressed file begins, and what writes it out as text.
+// How a compressed file begins, and what writes it out as text. By its content: a name can say
+// anything.
 struct Packing {
     std::string_view head;
     const char *reader;
@@ -36,6 +37,7 @@ constexpr Packing kPackings[] = {{"\x1F\x8B", "zcat"},
     throw host::Error("cannot read " + name, why, "name a log that can be read");
 }
 
+// Standard input is copied whatever it is: a file there has no name to be opened by.
 bool IsPipe(const std::string &name)
 {
     struct stat status {};
@@ -44,6 +46,7 @@ bool IsPipe(const std::string &name)
 
 host::Fd OpenPipe(const std::string &name)
 {
+    // A copy of the descriptor, so that closing it leaves the real one alone.
     host::Fd pipe(name == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
                               : open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
     if (pipe.get() < 0)
@@ -66,6 +69,7 @@ void WriteAll(int file, std::string_view bytes)
 
 void RefusePacked(const TrialLog &log)
 {
+    // More than the longest head.
     const std::string head = logs::ReadPart(log.path, 0, 8);
     for (const Packing &packing : kPackings) {
         if (head.starts_with(packing.head))
@@ -106,12 +110,14 @@ fs::path TrialInput::Copy(const std::string &name, const std::function<bool()> &
     if (!folder_)
         folder_.emplace();
     fs::path path = folder_->path() / std::to_string(logs_.size());
+    // For this user alone, whatever the umask; O_EXCL, since the folder is new.
     const host::Fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (file.get() < 0)
         Fail(path, strerror(errno));
     std::array<char, size_t{64} * 1024> block{};
     while (go_on()) {
         const ssize_t got = read(pipe.get(), block.data(), block.size());
+        // A signal may have come: go_on is asked.
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0)

@@ -1,5 +1,8 @@
 // The logs of a trial. The monitor reads regular files only, so what comes through a pipe is copied
 // into one first.
+//
+// All are looked at before the first is read: a name with a mistake in it is told of at once, and
+// not after gigabytes of others.
 #ifndef AGENT_CLI_TRIAL_INPUT_H
 #define AGENT_CLI_TRIAL_INPUT_H
 
@@ -13,7 +16,8 @@
 
 namespace cli {
 
-// A log as it is shown, and the regular file that holds its lines.
+// A log as it is shown, and the regular file that holds its lines. Its size is of the moment at
+// which it was looked at; a log that grows may be read further.
 struct TrialLog {
     std::string name;
     std::filesystem::path path;

@@ -17,6 +17,8 @@ class AlertOutlets {
     // Throws host::Error when the store cannot be opened.
     AlertOutlets(const host::Layout &layout, bool print_alerts)
     {
+        // First: it begins at the newest alert that is stored now, and whoever starts a daemon by
+        // hand misses none of its own.
         if (print_alerts)
             console_.emplace(layout.Store());
         deliverer_.emplace(sinks::DelivererOptions{layout, {}});

@@ -15,10 +15,13 @@ namespace {
 
 constexpr char kUnit[] = "console";
 
-constexpr int64_t kAtOnce = 100; // alerts read in one go, at most 4 KB each
-// So much can be written without blocking once poll says so (PIPE_BUF).
+// Alerts read in one go, at most 4 KB each: what is behind a reader that has stopped must not fill
+// the memory.
+constexpr int64_t kAtOnce = 100;
+// Bytes. So many can be written to a pipe without blocking once poll says so (PIPE_BUF); more could
+// block, and the daemon's end would wait for it.
 constexpr size_t kPiece = 4096;
-// For a reader, when the daemon ends. One that is there takes the rest in less.
+// Milliseconds for a reader, when the daemon ends. One that is there takes the rest in less.
 constexpr int kLastPatienceMs = 500;
 
 } // namespace
@@ -31,6 +34,7 @@ Console::Console(const std::filesystem::path &store)
 
 Console::~Console()
 {
+    // Before the bell: whoever answers it must see it.
     stop_ = true;
     bell_.Ring();
     thread_.join();
@@ -44,6 +48,8 @@ void Console::Run()
         try {
             PrintNews();
         } catch (const std::exception &error) {
+            // The store cannot be read at the moment. What is not printed stays where it is, and
+            // the next bell tries again.
             TRACE(TRACE_SYSTEM, "The alerts are printed later: %s", error.what());
         }
         if (!stop_)
@@ -61,12 +67,15 @@ void Console::WaitForBell() const
 void Console::PrintNews()
 {
     for (;;) {
+        // A read for each hundred: no transaction is open while somebody reads the lines, or the
+        // journal could not be emptied.
         const auto news = alerts::ReadAlerts(database_, printed_, 0, kAtOnce);
         if (news.empty())
             return;
         for (const auto &alert : news) {
             if (!Print(alerts::AlertLine(alert) + "\n"))
                 return;
+            // Only behind its last byte.
             printed_ = alert.id;
         }
     }
@@ -79,6 +88,8 @@ bool Console::Print(std::string_view text)
         if (!WaitForReader())
             return false;
         const ssize_t written = write(STDOUT_FILENO, text.data(), std::min(text.size(), kPiece));
+        // Nobody reads any more (EPIPE; its signal is ignored). The rest is not printed, and the
+        // daemon works on.
         if (written < 0 && errno != EINTR && errno != EAGAIN)
             return false;
         text.remove_prefix(written > 0 ? static_cast<size_t>(written) : 0);

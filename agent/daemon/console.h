@@ -35,6 +35,7 @@ class Console {
     bool Print(std::string_view text);
     [[nodiscard]] bool WaitForReader() const;
 
+    // Of its thread alone, but for the constructor.
     host::Database database_;
     int64_t printed_; // the newest alert that was
     Doorbell bell_;

@@ -18,8 +18,10 @@ struct DaemonOptions {
     bool print_alerts = false; // on standard output, as they are stored
 };
 
-// Runs until it is told to stop. Returns the exit status: 0. Throws host::Error when it cannot
-// start.
+// Runs until it is told to stop. Returns the exit status: 0, or 1 when its store was removed or
+// replaced while it ran. Throws host::Error when it cannot start. May end the process itself, by
+// _exit: on a second SIGTERM or SIGINT, and when a monitor that does not go on is left behind at
+// the stop. Once per process, on its first thread and before any other.
 int RunDaemon(const DaemonOptions &options);
 
 } // namespace syslogmond

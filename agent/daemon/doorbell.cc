@@ -10,6 +10,8 @@
 
 namespace syslogmond {
 
+// An eventfd: ringing it never blocks, costs one system call, and any number of rings are one
+// answer.
 Doorbell::Doorbell() : fd_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
 {
     if (fd_.get() < 0)

@@ -1,4 +1,5 @@
-// A counter that one thread raises and another polls for.
+// A bell that one thread rings and another polls for. It says that there is something, not what:
+// whoever answers looks for himself.
 #ifndef AGENT_DAEMON_DOORBELL_H
 #define AGENT_DAEMON_DOORBELL_H
 
@@ -10,6 +11,7 @@ class Doorbell {
   public:
     // Throws host::Error when no descriptor is left.
     Doorbell();
+    // From any thread; never waits. Rings before the answer are one.
     void Ring() const;
     // Has it rung since the last answer?
     bool Answer() const;

@@ -43,7 +43,7 @@ class FileWatch {
     // Takes what has happened. True when a file may have changed.
     bool Take();
     // The table of mounts has changed, or a watch could not be set up before. True when something
-    // else is watched now.
+    // else is watched now, or a problem has come or gone.
     bool LookAgain();
 
     // Why not everything could be watched; empty: nothing is wrong.
@@ -74,10 +74,12 @@ class FileWatch {
     void AddWatches();
     void Fail(const std::string &what, int error_number);
 
+    // As they were named; plan and watches follow from them.
     std::vector<std::filesystem::path> files_;
     Plan plan_;
-    bool lost_ = false;                   // a watch of the plan is no longer there
-    std::map<int, const Point *> points_; // by watch descriptor
+    bool lost_ = false; // a watch of the plan is no longer there
+    // By watch descriptor; they point into plan_.
+    std::map<int, const Point *> points_;
     host::Fd inotify_;
     host::Fd mounts_;
     std::string problem_;

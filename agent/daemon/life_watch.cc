@@ -10,12 +10,16 @@ namespace {
 
 using Milliseconds = LifeWatch::Milliseconds;
 
-// Between two looks at the monitor; a watchdog can make it less.
+// Between two looks at the monitor; a watchdog can make it less. Those who judge the daemon by its
+// status count on it.
 constexpr Milliseconds kLook{10000};
-// And while the daemon stops. A monitor that does not go on for so long is left behind.
+// And while the daemon stops, since somebody waits for it.
 constexpr Milliseconds kLookAtStop{250};
+// A monitor that does not go on for so long is left behind. It is far more than any line or commit
+// should take, and less than the time after which systemd kills.
 constexpr Milliseconds kStopPatience{10000};
-// What the first pass asks of systemd at each look, as long as it goes on.
+// What the first pass asks of systemd at each look, as long as it goes on. Longer than two looks,
+// so that one which comes late does no harm.
 constexpr unsigned kStartExtensionSeconds = 60;
 static_assert(Milliseconds(kStartExtensionSeconds * 1000) > 2 * kLook);
 
@@ -31,11 +35,13 @@ void LifeWatch::StopBegins()
 {
     stopping_ = true;
     vigil_.Restart();
+    // At once, so that the next ones come at the shorter distance.
     next_look_ = Clock::now();
 }
 
 void LifeWatch::PassIsStored()
 {
+    // Once: a monitor that is started again makes nothing ready that was not.
     if (!is_ready_.exchange(true))
         NotifyReady();
 }
@@ -43,6 +49,7 @@ void LifeWatch::PassIsStored()
 void LifeWatch::Look(const Monitor *monitor)
 {
     next_look_ = Clock::now() + (stopping_ ? std::min(kLookAtStop, look_every_) : look_every_);
+    // Without a monitor, in a pause, there is nothing that could hang.
     const bool has_gone_on = monitor == nullptr || vigil_.Look(monitor->SignsOfLife());
     const int64_t still_ms = has_gone_on ? 0 : vigil_.Still().count();
     board_.Update([&](status::Status &status) {

@@ -43,6 +43,7 @@ class LifeWatch {
     [[nodiscard]] bool IsHopeless() const;
 
   private:
+    // All of the main thread, but for is_ready_.
     StatusBoard &board_;
     bool has_watchdog_;
     Milliseconds look_every_;

@@ -19,6 +19,8 @@ constexpr char kUnit[] = "syslogmond";
 
 } // namespace
 
+// What one reading finds, with defaults where there is nothing. Numbers are limited to what is
+// accepted: a value that was stored by other means may be anything.
 struct LiveSettings::Values {
     int trace_level;
     std::string charset;
@@ -49,6 +51,8 @@ LiveSettings::Values LiveSettings::ReadValues()
 // The names of the files are read after the monitor has taken them, so both follow the same ones.
 void LiveSettings::Read()
 {
+    // All are read before one is taken: a store that fails in the middle leaves the settings as
+    // they were.
     Values values = ReadValues();
     host::SetTraceLevel(values.trace_level);
     TakeCharset(values.charset);
@@ -63,6 +67,7 @@ void LiveSettings::ReadOrRetry()
         read_again_at_.reset();
         pause_.Reset();
     } catch (const host::Error &error) {
+        // A store that is locked for long, or damaged, must not keep the loop busy with tries.
         const auto pause = pause_.Take();
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(pause).count();
         const std::string told = std::string("the settings cannot be read: ") + error.what() +
@@ -75,6 +80,8 @@ void LiveSettings::ReadOrRetry()
 
 void LiveSettings::TakeCharset(const std::string &charset)
 {
+    // The conversion is for the whole process: tables that are loaded from here on are in the new
+    // set, and so one must be loaded.
     if (charset == charset_)
         return;
     if (!host::SetLogCharset(charset)) {
@@ -88,6 +95,7 @@ void LiveSettings::TakeCharset(const std::string &charset)
 
 void LiveSettings::TakeFaultTolerance(bool fault_tolerant)
 {
+    // At the first reading there is no monitor, and nothing to be started again.
     if (std::exchange(fault_tolerant_, fault_tolerant) != fault_tolerant)
         effects_.restart_monitor();
 }

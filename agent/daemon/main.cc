@@ -13,6 +13,7 @@
 
 namespace {
 
+// As those of the command: it failed and said why, or the words on the command line were wrong.
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
 
@@ -40,6 +41,8 @@ int Run(int argc, char **argv)
     return syslogmond::RunDaemon(options);
 }
 
+// Memory first: its text needs none that is not there. Says it on standard error, which systemd
+// hands to the journal.
 void SayWhatFailed(const std::exception_ptr &failure) noexcept
 {
     try {
@@ -50,6 +53,7 @@ void SayWhatFailed(const std::exception_ptr &failure) noexcept
     } catch (const host::Error &error) {
         text::Say(error.what());
     } catch (const std::exception &error) {
+        // No string: the failure can be the lack of threads or memory.
         char text[512];
         snprintf(text, sizeof text, "cannot go on: %s; raise the limits of the process",
                  error.what());
@@ -67,6 +71,7 @@ void SayWhatFailed(const std::exception_ptr &failure) noexcept
         SayWhatFailed(failure);
     else
         text::Say("cannot go on; this is a fault of the program, report it");
+    // No destructor: other threads run on, and use what they would take down.
     _exit(kExitFailed);
 }
 
@@ -74,6 +79,8 @@ void SayWhatFailed(const std::exception_ptr &failure) noexcept
 
 int main(int argc, char **argv)
 {
+    // Before anything else: a thread that ends by an exception ends the process, and should say
+    // why.
     std::set_terminate(EndWithAMessage);
     try {
         return Run(argc, argv);

@@ -1,5 +1,5 @@
-// The named events, held open for the life of the daemon: a signal that comes while the monitor is down is there
-// when it starts again.
+// The named events, held open for the life of the daemon: a signal that comes while the monitor is
+// down is there when it starts again. Such an event lasts only as long as somebody has it open.
 #ifndef AGENT_DAEMON_NAMED_EVENTS_H
 #define AGENT_DAEMON_NAMED_EVENTS_H
 
@@ -23,6 +23,7 @@ class NamedEvents {
     }
 
     // Has the module, and the daemon, read everything again.
+    // Not the scan: it reads no setting.
     void SetAll() const
     {
         for (const auto &event : {table, cycle, customer_file, file_monitor, settings})

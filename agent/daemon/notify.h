@@ -4,10 +4,13 @@
 
 namespace syslogmond {
 
+// The start is over: Type=notify in the unit waits for it.
 void NotifyReady();
 // The start goes on and may take so much longer from now on.
 void NotifyStartTakesLonger(unsigned seconds);
+// The end has begun.
 void NotifyStopping();
+// Feeds the watchdog, whose limit runs anew from now on.
 void NotifyAlive();
 
 // How often the watchdog must hear NotifyAlive, in milliseconds: a third of its limit. 0: no

@@ -10,6 +10,8 @@ namespace syslogmond {
 class RetryPause {
   public:
     using Milliseconds = std::chrono::milliseconds;
+    // A second for what mends itself, such as a lock; a minute at most, since nobody who has mended
+    // the cause should wait longer.
     static constexpr Milliseconds kFirst{1000};
     static constexpr Milliseconds kLongest{60000};
     static_assert(kFirst < kLongest, "the pause must be able to grow");
@@ -21,6 +23,7 @@ class RetryPause {
         next_ = std::min(next_ * 2, kLongest);
         return pause;
     }
+    // It has worked: the next failure is a new one.
     void Reset() { next_ = kFirst; }
 
   private:

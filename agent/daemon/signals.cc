@@ -13,8 +13,10 @@ namespace syslogmond {
 
 namespace {
 
+// The exit status of EndAtOnce: set before the handler is, and read by it alone.
 volatile sig_atomic_t status_at_once = 0;
 
+// _exit is one of the few calls that a handler may make.
 void EndAtOnce(int /*number*/)
 {
     _exit(status_at_once);
@@ -40,6 +42,8 @@ sigset_t SetOf(std::initializer_list<int> numbers)
 
 Signals::Signals()
 {
+    // A reader of the alerts, or a receiver, that hangs up is an error of the write and no end of
+    // the daemon.
     signal(SIGPIPE, SIG_IGN);
     const sigset_t set = SetOf({SIGTERM, SIGINT, SIGHUP, SIGUSR1});
     const int failed = pthread_sigmask(SIG_BLOCK, &set, nullptr);
@@ -53,6 +57,7 @@ Signals::Signals()
 std::optional<int> Signals::Next() const
 {
     signalfd_siginfo info{};
+    // It does not block: none is there.
     if (read(fd_.get(), &info, sizeof info) != static_cast<ssize_t>(sizeof info))
         return std::nullopt;
     return static_cast<int>(info.ssi_signo);
@@ -60,6 +65,7 @@ std::optional<int> Signals::Next() const
 
 void Signals::EndAtOnceWith(int exit_status) const
 {
+    // The order: status, handler, mask. A signal that waits comes with the last step.
     status_at_once = exit_status;
     signal(SIGTERM, EndAtOnce);
     signal(SIGINT, EndAtOnce);

@@ -7,16 +7,18 @@ namespace syslogmond {
 namespace {
 
 // After changes that turned out to be of no interest: what else happens in the directory of a log
-// must not keep the daemon busy.
+// must not keep the daemon busy. Never longer than the interval.
 constexpr Trigger::Milliseconds kRestAfterOthers{20};
 
-// Until a watch that could not be set up is tried again.
+// Until a watch that could not be set up is tried again. Whoever raises the limit of the kernel
+// waits a minute at most; the cycle finds the lines meanwhile.
 constexpr Trigger::Milliseconds kTryAgain{60000};
 
 } // namespace
 
 void Trigger::Follow(std::vector<std::filesystem::path> files, Milliseconds interval)
 {
+    // Turned off, nothing is watched and nothing open.
     if (interval.count() == 0)
         files.clear();
     if (files == files_ && interval == interval_)
@@ -35,11 +37,13 @@ bool Trigger::IsResting() const
 
 int Trigger::ChangesFd() const
 {
+    // The events stay in the kernel's queue meanwhile, where many of one file become one.
     return IsResting() ? -1 : watch_.ChangesFd();
 }
 
 std::optional<Trigger::Clock::time_point> Trigger::Next() const
 {
+    // The end of the rest must not be slept through: from then on the descriptor is polled again.
     if (IsResting() && (pending_ || watch_.ChangesFd() >= 0))
         return try_again_ ? std::min(rest_until_, *try_again_) : rest_until_;
     return try_again_;

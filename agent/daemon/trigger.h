@@ -56,6 +56,7 @@ class Trigger {
     bool pending_ = false;                       // a change was seen in the rest
     Clock::time_point rest_until_;               // no look at the changes before
     std::optional<Clock::time_point> try_again_; // set while something cannot be watched
+    // What was last told of, so that it is told once.
     std::string told_;
 };
 

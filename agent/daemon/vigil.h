@@ -32,6 +32,7 @@ class Vigil {
     }
 
   private:
+    // The number of the last look.
     uint64_t seen_ = 0;
     Clock::time_point went_on_at_ = Clock::now();
 };

@@ -16,6 +16,7 @@ namespace fs = std::filesystem;
 
 std::vector<fs::path> WatchedPaths(host::RegistryTree &registry)
 {
+    // The two others have the same name for their value, below different keys.
     std::vector<fs::path> paths = {kSystemLog};
     for (const char *key : {kMonitorKey, kFileMonitorKey}) {
         const auto found = registry.Find(host::kRootKey, key);
@@ -28,6 +29,9 @@ std::vector<fs::path> WatchedPaths(host::RegistryTree &registry)
 
 std::string ReadPart(const fs::path &path, int64_t offset, size_t bytes)
 {
+    // What it is, is asked of the open file: the name may stand for something else a moment later.
+    // Until then O_NONBLOCK keeps a pipe without a writer from holding the command, O_NOCTTY a
+    // terminal from becoming its own.
     const host::Fd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     struct stat status {};
     if (file.get() < 0 || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
@@ -39,6 +43,7 @@ std::string ReadPart(const fs::path &path, int64_t offset, size_t bytes)
             pread(file.get(), part.data() + have, bytes - have, offset + static_cast<off_t>(have));
         if (got < 0 && errno == EINTR)
             continue;
+        // The end of the file, or an error: what was read so far is what there is to show.
         if (got <= 0)
             break;
         have += static_cast<size_t>(got);
@@ -54,6 +59,7 @@ std::string WhyUnreadable(const fs::path &path)
         return strerror(errno);
     if (!S_ISREG(status.st_mode))
         return "it is not a regular file";
+    // Asked, not tried: what cannot be read is told of, and nothing is opened for it.
     if (access(path.c_str(), R_OK) != 0)
         return strerror(errno);
     return {};

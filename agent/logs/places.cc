@@ -16,9 +16,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// As they stand in the output, by slot of the scan.
 constexpr const char *kSlotRoles[MAX_MON_FILES] = {"system log", "customer file"};
+// No pass has stored a place yet: the file was just set, or the daemon has never run.
 constexpr char kNotLookedAt[] = "not looked at yet";
 
+// Nothing for what is no regular file: it has no bytes that could be behind.
 std::optional<int64_t> SizeOf(const fs::path &path)
 {
     struct stat status {};
@@ -36,6 +39,7 @@ class OpenLog {
         : module_(module), is_open_(module.InitFile(path.c_str()) == 0)
     {
     }
+    // Also when it was not opened: the module closes what is open, if anything is.
     ~OpenLog() { module_.FinishFile(); }
     OpenLog(const OpenLog &) = delete;
     OpenLog &operator=(const OpenLog &) = delete;
@@ -53,6 +57,7 @@ class OpenLog {
     // behind it begins: at the end of the file, when there is none. Nothing: there is no way to it.
     std::optional<int64_t> GoBehind(int64_t *position, std::string content, int64_t end)
     {
+        // A copy, as large as the module asks for: it may write the line there on which it ends up.
         content.resize(kLineBufferSize);
         if (!is_open_ || module_.GotoPos(position, content.data(), kLineBufferSize) != 0)
             return std::nullopt;
@@ -72,9 +77,11 @@ class OpenLog {
 
 std::vector<fs::path> Backups(monitor::Module &module, int slot)
 {
+    // The module's filters of names look at this, not at the argument.
     *module.gMonIndex = slot;
     monitor::BackupName *names = nullptr;
     const int count = module.GetSyslogBakFilelist(&names, slot);
+    // The module allocates with malloc and leaves the array to its caller.
     const std::unique_ptr<monitor::BackupName, decltype(&free)> owned(names, free);
     std::vector<fs::path> backups;
     for (int i = 0; i < count; ++i)
@@ -109,6 +116,7 @@ fs::path FindResumeFile(monitor::Module &module, const WatchedFile &file, const 
         const auto line = OpenLog(module, candidate).FirstLine();
         if (!line)
             break;
+        // Not the whole line: no more than its first 499 bytes are stored.
         if (line->starts_with(point.head_line))
             return candidate;
     }
@@ -127,11 +135,15 @@ int64_t NewerBytes(const WatchedFile &file)
     return bytes;
 }
 
+// Fills in the place, if there is one. A problem that was found before stays: what keeps the file
+// from being read is also why the place is not found.
 void Locate(monitor::Module &module, const ResumePoint &point, WatchedFile *file)
 {
     const fs::path found = FindResumeFile(module, *file, point);
     const int64_t size = SizeOf(found).value_or(0);
     int64_t position = point.position;
+    // An empty name, which no file has: when the search has found nothing, the open fails and so
+    // does this.
     const auto next = OpenLog(module, found).GoBehind(&position, point.content, size);
     if (next) {
         file->resume_file = found;
@@ -149,6 +161,7 @@ WatchedFile Slotted(monitor::Module &module, int slot, const fs::path &path)
     WatchedFile file;
     file.role = kSlotRoles[slot];
     file.path = path;
+    // Before the place, which is looked for in them, too.
     file.backups = Backups(module, slot);
     file.problem = WhyUnreadable(path);
     if (const auto point = ReadResumePoint(module, slot))
@@ -203,6 +216,8 @@ WatchedFile FileMonitor(host::RegistryTree &registry, const fs::path &path)
 
 std::vector<WatchedFile> ReadWatchedFiles(monitor::Module &module, host::RegistryTree &registry)
 {
+    // What a daemon does when it is woken for the name: without it the module of this process would
+    // not know the file, and would look for no backups of it.
     module.ChangeCustFile();
     std::vector<WatchedFile> files = {Slotted(module, 0, kSystemLog)};
     if (const std::string customer = Text(registry, kMonitorKey, kFileNameValue); !customer.empty())

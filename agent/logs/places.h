@@ -17,6 +17,9 @@
 
 namespace logs {
 
+// A file, and how far the monitor has come with it. The fields about the place are set all together
+// or not at all; without them, `problem` says why. It may say something with them, too: the place
+// is known, and the file of that name cannot be read at the moment.
 struct WatchedFile {
     std::string role; // "system log", "customer file", "file monitor"
     std::filesystem::path path;

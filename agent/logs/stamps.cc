@@ -17,6 +17,7 @@ namespace {
     "ts-format(bsd) in its destination; or watch the file with syslogmon set file-monitor, which " \
     "needs no time stamps"
 
+// One row per problem: what a program reads, what a person reads, and what he can do.
 struct Row {
     StampProblem problem;
     const char *name;
@@ -24,6 +25,7 @@ struct Row {
     const char *advice;
 };
 
+// The first two have no advice: such lines are a part of many healthy logs.
 constexpr Row kRows[] = {
     {StampProblem::kEmpty, "empty", "it is empty", ""},
     {StampProblem::kNone, "none",
@@ -56,6 +58,8 @@ bool HasTraditionalForm(const std::string &line)
     int hour = 0;
     int minute = 0;
     int second = 0;
+    // A word of up to four letters, since that is what the monitor lets pass before it looks for
+    // the month in it.
     return sscanf(line.c_str(), "%*4s %d %d:%d:%d", &day, &hour, &minute, &second) == 4;
 }
 
@@ -72,6 +76,7 @@ bool HasIsoForm(const std::string &line)
 bool HasPriority(const std::string &line)
 {
     const size_t end = line.find('>');
+    // One to three digits: facility and severity make no larger number than 191.
     return line[0] == '<' && end != std::string::npos && end > 1 && end <= 4 &&
            line.find_first_not_of("0123456789", 1) == end;
 }
@@ -88,6 +93,8 @@ bool BeginsWithWeekday(const std::string &line)
     constexpr const char *kDays[] = {"Sun ", "Mon ", "Tue ", "Wed ", "Thu ", "Fri ", "Sat "};
     return std::any_of(std::begin(kDays), std::end(kDays),
                        [&](const char *day) { return line.rfind(day, 0) == 0; }) &&
+           // Only before a stamp that would be good without it. A line of text can begin with
+           // "Sun", too.
            HasTraditionalForm(line.substr(4));
 }
 
@@ -95,6 +102,8 @@ bool BeginsWithWeekday(const std::string &line)
 bool BeginsWithSeconds(const std::string &line)
 {
     if (line[0] != '[')
+        // Nine digits or more are seconds since 1973: a shorter number is rather a count of
+        // something.
         return BeginsWithNumber(line, 9);
     const size_t number = line.find_first_not_of("[ ");
     return number != std::string::npos && BeginsWithNumber(line.substr(number), 1) &&
@@ -106,12 +115,15 @@ StampProblem ProblemOfMonth(const std::string &line)
 {
     constexpr const char *kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                        "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    // sscanf has skipped such blanks, too.
     const std::string word = line.substr(line.find_first_not_of(" \t\n\v\f\r"), 3);
     const auto *found = std::find_if(std::begin(kMonths), std::end(kMonths),
                                      [&](const char *month) { return word == month; });
     if (found == std::end(kMonths))
         return StampProblem::kMonthName;
     const auto month = static_cast<int>(found - std::begin(kMonths));
+    // The months that the monitor takes are this one and the one before, by the local time of now.
+    // A line of a longer while ago has no year that would tell its age.
     const time_t now = time(nullptr);
     struct tm local {};
     localtime_r(&now, &local);
@@ -125,6 +137,8 @@ StampProblem StampProblemOf(const std::string &line)
 {
     if (line.empty())
         return StampProblem::kEmpty;
+    // Order: the form that is nearly right first, then those of which only one can be, then plain
+    // text.
     if (HasTraditionalForm(line))
         return ProblemOfMonth(line);
     if (HasIsoForm(line))

@@ -7,6 +7,7 @@
 
 namespace logs {
 
+// In the order of the table in stamps.cc.
 enum class StampProblem {
     kEmpty,      // an empty line
     kNone,       // text without a stamp: the continuation of the line before it
@@ -18,6 +19,7 @@ enum class StampProblem {
     kOtherMonth, // neither this month nor the last one
     kNoTime,     // the system cannot make a time of it
 };
+// How many there are; checked against the table.
 constexpr int kStampProblems = 9;
 
 // For a line whose stamp the monitor has refused.

@@ -19,6 +19,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// By the name, through symbolic links, as the monitor opens it.
 std::optional<FileMark> MarkOf(const fs::path &path)
 {
     struct stat status {};
@@ -27,7 +28,8 @@ std::optional<FileMark> MarkOf(const fs::path &path)
     return FileMark{status.st_dev, status.st_ino, status.st_size};
 }
 
-// How large a file was at that moment; 0: it was not there.
+// How large a file was at that moment; 0: it was not there. A file that was cut since then has no
+// more than it has now: what is gone cannot be checked any longer.
 int64_t SizeThen(const fs::path &path, const FileMarks &marks)
 {
     const auto now = MarkOf(path);
@@ -40,12 +42,15 @@ int64_t SizeThen(const fs::path &path, const FileMarks &marks)
 // Does a line end between two offsets? When that cannot be read, there may be one.
 bool HoldsALine(const fs::path &path, int64_t from, int64_t to)
 {
+    // Not opened, it is read from descriptor -1, which fails as a bad disk does: there may be a
+    // line.
     const host::Fd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     std::array<char, 65536> block{};
     while (from < to) {
         const auto wanted = static_cast<size_t>(std::min<int64_t>(to - from, block.size()));
         const ssize_t got = pread(file.get(), block.data(), wanted, from);
         if (got <= 0)
+            // At the end: the file has become shorter meanwhile.
             return got < 0;
         if (memchr(block.data(), '\n', static_cast<size_t>(got)) != nullptr)
             return true;

@@ -1,6 +1,10 @@
 // Was everything checked that stood in the watched files at a certain moment? A pass that has ended
-// says less: it passes over what it cannot read, and leaves lines for later for which there is no way
-// to them at the moment.
+// says less: it passes over what it cannot read, and leaves lines for later for which there is no
+// way to them at the moment.
+//
+// Marks are taken, something is done that reads the logs, and then it is asked what is left of the
+// marked bytes. What is written in between does not count, so the answer can be "nothing" on a log
+// that never comes to rest.
 #ifndef AGENT_LOGS_UNREAD_H
 #define AGENT_LOGS_UNREAD_H
 
@@ -23,6 +27,8 @@ struct FileMark {
 };
 using FileMarks = std::vector<FileMark>;
 
+// The moment is this call's. What is no regular file, or cannot be looked at, has no mark. The
+// module must be at rest in both calls. Both throw host::Error when the registry cannot be read.
 FileMarks MarkWatchedFiles(monitor::Module &module, host::RegistryTree &registry);
 
 // What of that is not checked by now, one sentence a file; empty: all was. A line that was not ended

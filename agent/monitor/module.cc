@@ -4,12 +4,15 @@ namespace monitor {
 
 namespace {
 
-// Reasons for which DllMain is called.
+// Reasons for which DllMain is called. The dynamic linker does not know that function: the host
+// calls it, once after loading and once before unloading.
 constexpr DWORD kProcessAttach = 1;
 constexpr DWORD kProcessDetach = 0;
 
 } // namespace
 
+// All exports are looked up before DllMain is called: a library that lacks one is unloaded again
+// without having been told of anything.
 Module::Module(const host::Layout &layout) : library_(layout.Library("vkevmon.dll"))
 {
     library_.Find("StartThread", &StartThread);

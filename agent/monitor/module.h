@@ -49,6 +49,7 @@ class Module {
     int (*ChangeCustFile)() =
         nullptr; // reads the customer file's name, on which its backups depend
     int (*GetSyslogBakFilelist)(BackupName **names, int slot) = nullptr;
+    // Set before GetSyslogBakFilelist, which reads it beside its argument.
     int *gMonIndex = nullptr; // the slot whose backups are listed
     int (*RegGetHeadLine)(char *line, int size, int slot) = nullptr;
     int (*RegGetOrientation)(int64_t *pos, char *content, int size, int slot) = nullptr;
@@ -62,8 +63,11 @@ class Module {
     [[nodiscard]] const host::ModuleTable &table() const { return table_; }
 
   private:
+    // First, so that it is unloaded last.
     host::Library library_;
+    // Called by this class alone: once after the lookup, once before the library goes.
     BOOL (*dll_main_)(HMODULE, DWORD) = nullptr;
+    // Points into the library, so it is good for nothing once this object is gone.
     host::ModuleTable table_;
 };
 

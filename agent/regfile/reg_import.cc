@@ -9,6 +9,8 @@ namespace {
 
 using host::KeyId;
 
+// Does the steps in their order, because a later one may undo an earlier one, and counts what they
+// come to.
 class Importer {
   public:
     explicit Importer(host::RegistryTree &registry) : registry_(registry) {}
@@ -38,6 +40,8 @@ class Importer {
     {
         bool created = false;
         key_ = registry_.Create(host::kRootKey, path, &created);
+        // A key that is there already is no change, and is not counted as unchanged either: each
+        // key of a file would be.
         result.keys_created += created ? 1 : 0;
         if (created)
             Touch(path);
@@ -46,6 +50,7 @@ class Importer {
     {
         const auto key = registry_.Find(host::kRootKey, path);
         if (!key) {
+            // What is not there need not go: a file can be imported twice.
             ++result.unchanged;
             return;
         }
@@ -60,6 +65,7 @@ class Importer {
     {
         const host::RegValue &value = step.value;
         const auto old = registry_.Get(key_, value.name);
+        // Nothing is written, so that an import that changes nothing wakes nobody.
         if (old && old->type == value.type && old->data == value.data) {
             ++result.unchanged;
             return;
@@ -77,12 +83,15 @@ class Importer {
         ++result.values_deleted;
         Touch(step.path);
     }
+    // A key or value of the table of events makes the monitor load all of it: nothing smaller can
+    // be loaded.
     void Touch(const std::string &path)
     {
         result.touched_table = result.touched_table || IsWithin(path, kApplicationKey);
     }
 
     host::RegistryTree &registry_;
+    // That the values which follow belong to.
     KeyId key_ = host::kRootKey;
 };
 
@@ -99,6 +108,7 @@ RegImport ImportRegSteps(const std::vector<RegStep> &steps, host::RegistryTree &
 void WalkKeys(host::RegistryTree &registry, KeyId key, const std::string &path,
               const std::function<void(KeyId, const std::string &)> &visit)
 {
+    // Checked on the way down, as this calls itself once per level.
     const size_t levels = KeyLevels(path);
     if (levels > kMaxKeyLevels)
         throw host::Error("cannot read the registry key " + path.substr(0, 60) + "...",
@@ -107,6 +117,7 @@ void WalkKeys(host::RegistryTree &registry, KeyId key, const std::string &path,
     visit(key, path);
     for (const std::string &name : registry.SubKeys(key)) {
         const auto child = registry.Find(key, name);
+        // A key that has gone since its name was read is passed over.
         if (child)
             WalkKeys(registry, *child, path.empty() ? name : path + "\\" + name, visit);
     }

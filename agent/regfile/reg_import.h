@@ -1,4 +1,7 @@
 // Registry keys and values, between the registry and .reg files.
+//
+// What a file asks for is one list of steps, which was checked as text before. Doing them can fail
+// only in the store; the transaction of the caller then takes all of them back.
 #ifndef AGENT_REGFILE_REG_IMPORT_H
 #define AGENT_REGFILE_REG_IMPORT_H
 
@@ -21,11 +24,15 @@ struct RegImport {
     bool touched_table = false; // the registered events: the monitor has to load its table again
 };
 
-// Does what a file asks for: inside of a transaction.
+// Does what a file asks for: inside of a transaction. Throws host::Error when the store fails. It
+// tells nobody: the caller wakes the daemon for what was touched.
 RegImport ImportRegSteps(const std::vector<RegStep> &steps, host::RegistryTree &registry);
 
 // Calls `visit` for a key and for everything below it, parents first, in the order of the registry.
-// Throws host::Error where keys lie deeper than kMaxKeyLevels.
+//   path     of `key`, as `visit` gets it; empty for the root
+//   visit    may read the registry; keys that it creates or deletes may be visited or not
+// Throws host::Error where keys lie deeper than kMaxKeyLevels, and then has visited a part of them.
+// Inside of a snapshot or a transaction, or keys of two moments can come together.
 void WalkKeys(host::RegistryTree &registry, host::KeyId key, const std::string &path,
               const std::function<void(host::KeyId, const std::string &)> &visit);
 

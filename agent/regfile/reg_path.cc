@@ -7,6 +7,7 @@ namespace regfile {
 
 namespace {
 
+// As the registry compares names: the case of ASCII letters does not count.
 bool EqualsWithoutCase(std::string_view a, std::string_view b)
 {
     return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
@@ -19,9 +20,11 @@ std::optional<std::string> PathBelowRoot(std::string_view path)
     const std::string_view root = path.substr(0, path.find('\\'));
     if (!EqualsWithoutCase(root, kRegRootName) && !EqualsWithoutCase(root, "HKLM"))
         return std::nullopt;
+    // For the root alone, there is no backslash to step over.
     return std::string(path.substr(std::min(root.size() + 1, path.size())));
 }
 
+// A key that is itself called like the root must be typed with the root before it.
 std::string TypedPath(const std::string &path)
 {
     return PathBelowRoot(path).value_or(path);

@@ -1,4 +1,7 @@
-// Reading of .reg files.
+// Reading of .reg files: one pass over the characters, line by line, without going back.
+//
+// A fault ends its line and nothing else, so a file is told of all its faults at once. Only a first
+// line that is none of such a file ends the reading: what follows would be faults without end.
 #include <algorithm>
 #include <cstring>
 #include <optional>
@@ -12,8 +15,10 @@ namespace regfile {
 
 namespace {
 
+// Of the two versions of the form. Both are read alike, in whatever encoding the file is.
 constexpr std::string_view kHeaders[] = {"Windows Registry Editor Version 5.00", "REGEDIT4"};
 
+// What messages give as the next step.
 constexpr char kKeyForm[] = "write it as [HKEY_LOCAL_MACHINE\\NAME\\NAME]";
 constexpr char kDataForms[] = "use \"text\", dword:0000002a, hex:01,ff, hex(7):61,00, or - to "
                               "delete the value";
@@ -29,6 +34,7 @@ bool IsBlank(char c)
     return c == ' ' || c == '\t';
 }
 
+// The value of a hexadecimal digit; -1: it is none.
 int DigitOf(char c)
 {
     if (c >= '0' && c <= '9')
@@ -40,6 +46,7 @@ int DigitOf(char c)
 
 // One pass over the text. Each Read function leaves the position behind what it has read; the ones
 // that return false or nothing have noted an issue, and the rest of the line is then skipped.
+// Issues stand at an offset in bytes, which their list turns into line and column.
 class RegReader {
   public:
     RegReader(std::string_view text, text::IssueList *issues, std::vector<RegStep> *steps)
@@ -50,7 +57,8 @@ class RegReader {
     void ReadFile();
 
   private:
-    // ---- characters ----
+    // Behind the end of the text stands a line end: the last line may lack its own, and no loop has
+    // to look for both.
     [[nodiscard]] char Peek(size_t ahead = 0) const
     {
         return pos_ + ahead < text_.size() ? text_[pos_ + ahead] : '\n';
@@ -65,6 +73,7 @@ class RegReader {
         while (IsBlank(Peek()))
             ++pos_;
     }
+    // Steps over a word, in any case; false: it does not stand here.
     bool Skip(std::string_view word)
     {
         if (!EqualsWithoutCase(text_.substr(pos_, word.size()), word))
@@ -77,6 +86,7 @@ class RegReader {
     void SkipLine();
     void SkipFaultyLine();
 
+    // Notes an issue. Returns false, so that it can be the value of what fails.
     bool Refuse(size_t offset, const std::string &thing, const std::string &cause,
                 const std::string &next_step)
     {
@@ -113,7 +123,9 @@ class RegReader {
     std::string_view text_;
     size_t pos_ = 0;
     Place place_ = Place::kNowhere;
+    // Of the key that the values belong to; good while the place is kKey.
     std::string path_;
+    // Not owned, as the steps.
     text::IssueList *issues_;
     std::vector<RegStep> *steps_;
 };
@@ -159,8 +171,10 @@ bool RegReader::ReadHeader()
 {
     for (; !AtEnd(); SkipLine()) {
         SkipBlanks();
+        // Empty lines and comments may stand before the header.
         if (AtLineEnd() || Peek() == ';')
             continue;
+        // Blanks behind it do no harm. Its case counts.
         std::string_view line = RestOfLine();
         line = line.substr(0, line.find_last_not_of(" \t") + 1);
         if (std::find(std::begin(kHeaders), std::end(kHeaders), line) == std::end(kHeaders))
@@ -200,8 +214,11 @@ bool RegReader::ReadLineEnd(const std::string &behind)
 bool RegReader::ReadKey()
 {
     const size_t offset = pos_;
+    // Until the key has turned out well: the values below a key that cannot be used are no faults
+    // of their own.
     place_ = Place::kFaultyKey;
     ++pos_; // [
+    // Before the quote, which is behind the minus.
     const bool is_deleted = Skip("-");
     std::string path;
     const bool read = Peek() == '"' ? ReadQuotedPath(&path) : ReadBarePath(&path);
@@ -211,6 +228,8 @@ bool RegReader::ReadKey()
     if (!below)
         return Refuse(offset, "cannot use the key " + text::Shown(path),
                       std::string("there is only the root ") + kRegRootName + " here", kKeyForm);
+    // What the registry would refuse, it says here, with the place in the file, and before anything
+    // is done.
     if (!CheckPath(offset, *below))
         return false;
     if (is_deleted && below->empty())
@@ -266,6 +285,7 @@ bool RegReader::CheckPath(size_t offset, const std::string &path)
             return Refuse(offset, "cannot use the key " + text::Shown(path),
                           "a name in it is empty",
                           "write one backslash between two names, and none at the end");
+        // A zero byte comes from an escape: the calls of the registry end a name at it.
         if (name.size() > host::kMaxKeyName || name.find('\0') != std::string::npos)
             return Refuse(offset, "cannot use the key name " + text::Shown(name),
                           "it has more than 255 bytes, or a zero byte", "choose a shorter name");
@@ -290,11 +310,13 @@ bool RegReader::ReadValue()
     SkipBlanks();
     if (!ReadData(offset, &value, &is_deleted) || !ReadLineEnd("the data"))
         return false;
+    // It was read for its own faults, and is not stored: the file is refused anyway.
     if (place_ == Place::kFaultyKey)
         return true;
     if (place_ == Place::kNowhere)
         return Refuse(offset, "cannot place the value " + text::Shown(value.name),
                       "no key stands before it", kKeyForm);
+    // Not silently created again: what is meant is not clear.
     if (place_ == Place::kDeletedKey)
         return Refuse(offset, "cannot place the value " + text::Shown(value.name),
                       "the key before it is deleted",
@@ -339,6 +361,7 @@ bool RegReader::ReadData(size_t name_offset, host::RegValue *value, bool *is_del
         return Refuse(pos_, "cannot read the data of the value " + text::Shown(value->name),
                       "it has none of the forms that are known", kDataForms);
     }
+    // At the name, where people look; the data may end many lines below.
     if (good && value->data.size() > host::kMaxValueSize)
         return Refuse(name_offset, "cannot use the value " + text::Shown(value->name),
                       "it has " + std::to_string(value->data.size()) + " bytes",
@@ -351,6 +374,7 @@ bool RegReader::ReadText(std::string *data)
     const size_t offset = pos_;
     if (!ReadQuoted("the text", data))
         return false;
+    // Whoever reads the value as a text would get a part of it.
     if (data->find('\0') != std::string::npos)
         return Refuse(offset, "cannot read the text", "it has a zero byte in it",
                       "write its bytes as hex(1):");
@@ -365,6 +389,7 @@ bool RegReader::ReadNumber(std::string *data)
     if (!number)
         return Refuse(offset, "cannot read the number", "it is not of the form that is known",
                       "write one to eight hexadecimal digits, such as dword:0000002a");
+    // In the byte order of this host, as the registry keeps numbers.
     data->assign(reinterpret_cast<const char *>(&*number), sizeof *number);
     return true;
 }
@@ -387,6 +412,7 @@ std::optional<uint32_t> RegReader::ReadHexNumber()
     uint32_t number = 0;
     size_t digits = 0;
     for (; DigitOf(Peek()) >= 0; ++pos_, ++digits)
+        // More than eight digits push the first ones out; their count refuses them below.
         number = number << 4U | static_cast<uint32_t>(DigitOf(Peek()));
     return digits >= 1 && digits <= kMaxDigits ? std::optional(number) : std::nullopt;
 }
@@ -474,6 +500,9 @@ bool RegReader::ReadEscape(const std::string &what, std::string *text)
 
 ParsedRegText ParseRegText(std::string_view bytes)
 {
+    // UTF-16 and a byte-order mark are taken here; from then on, all offsets are those of the UTF-8
+    // text. What is no text in any of these encodings is not read as lines: each of them could be a
+    // fault.
     text::DecodedText decoded = text::DecodeText(bytes);
     ParsedRegText parsed;
     parsed.issues = std::move(decoded.issues);

@@ -31,7 +31,8 @@
 
 namespace regfile {
 
-// A registry of 60 MB of values fits in, in UTF-16, too.
+// Bytes. A registry of 60 MB of values fits in, in UTF-16, too. A file is read as a whole, so there
+// must be an end before the memory is used up.
 inline constexpr size_t kMaxRegFile = size_t{512} * 1024 * 1024;
 
 // What a file asks for, one step after the other.
@@ -43,6 +44,7 @@ struct RegStep {
     host::RegValue value; // for kDeleteValue, only the name
 };
 
+// An import looks at the issues first: with one of them, nothing of the file is done.
 struct ParsedRegText {
     std::vector<RegStep> steps; // complete only without issues
     std::vector<text::Issue> issues;

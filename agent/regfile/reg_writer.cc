@@ -1,4 +1,7 @@
 // Writing of .reg files.
+//
+// What is written is read back as the same bytes, whatever names and texts hold: the usual form
+// where it can do that, escapes or bytes in hexadecimal where it cannot. The text is always UTF-8.
 #include <cstdio>
 #include <cstring>
 
@@ -10,7 +13,9 @@ namespace regfile {
 
 namespace {
 
-constexpr size_t kLineWidth = 78; // of lines of bytes, as such files have them
+// Characters in a line of bytes, at most, as such files have them. A long name may make its first
+// line longer.
+constexpr size_t kLineWidth = 78;
 
 // Can it be written as it is? A character that an editor does not show might get lost in one.
 bool IsPlain(std::string_view text)
@@ -24,11 +29,14 @@ bool IsPlain(std::string_view text)
     return true;
 }
 
+// A byte that belongs to no UTF-8 character, and each byte of a character that is not seen, becomes
+// \xHH.
 std::string Quoted(std::string_view text)
 {
     std::string quoted = "\"";
     while (!text.empty()) {
         const text::Character character = text::FirstCharacter(text);
+        // One that is no UTF-8 stands for itself.
         const size_t bytes = character.bytes > 0 ? character.bytes : 1;
         if (character.bytes == 0 || text::IsInvisible(character.code)) {
             for (const char byte : text.substr(0, bytes)) {
@@ -57,6 +65,7 @@ bool LooksLikeComment(std::string_view path)
     return false;
 }
 
+// In quotes only where it must be: other programs do not know that form.
 std::string FormatPath(const std::string &below)
 {
     const std::string path = kRegRootName + (below.empty() ? "" : "\\" + below);
@@ -75,6 +84,7 @@ void AppendBytes(const std::string &head, std::string_view data, std::string *te
                  is_last ? "" : ",");
         *text += byte;
         width += 3;
+        // Two digits and a comma more, and the backslash that may have to follow.
         if (!is_last && width + 4 > kLineWidth) {
             *text += "\\\n  ";
             width = 2;
@@ -86,8 +96,11 @@ void AppendValue(const host::RegValue &value, std::string *text)
 {
     const std::string name = (value.name.empty() ? "@" : Quoted(value.name)) + "=";
     const std::string shown = TextOf(value);
+    // As a text only with exactly one zero byte, at its end: reading adds one. Any other stays as
+    // its bytes, hex(1).
     if (value.type == REG_SZ && value.data.size() == shown.size() + 1 && IsPlain(shown)) {
         *text += name + Quoted(shown);
+        // One of another size has no form but its bytes, hex(4).
     } else if (value.type == REG_DWORD && value.data.size() == sizeof(uint32_t)) {
         uint32_t number = 0;
         memcpy(&number, value.data.data(), sizeof number);
@@ -119,6 +132,7 @@ std::string FormatRegText(const std::vector<RegKeyContent> &keys)
 
 std::string ToUtf16File(std::string_view text)
 {
+    // Little-endian, with its mark: that is what such programs write and read.
     std::string bytes = "\xFF\xFE";
     const auto append = [&](char32_t unit) {
         bytes += static_cast<char>(unit & 0xFFU);
@@ -128,6 +142,7 @@ std::string ToUtf16File(std::string_view text)
         const text::Character character = text::FirstCharacter(text);
         if (character.code == '\n')
             append('\r');
+        // Beyond the first plane, as a pair of surrogates.
         if (character.code >= 0x10000) {
             append(0xD800 + ((character.code - 0x10000) >> 10U));
             append(0xDC00 + ((character.code - 0x10000) & 0x3FFU));

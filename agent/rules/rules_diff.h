@@ -1,4 +1,8 @@
 // What a rules file would change in the registered events.
+//
+// CompareRules finds it out, the Check functions add what stands against it, FormatDifference shows
+// it and WriteDifference does it. Between reading and writing the registry must stay as it is: the
+// caller holds the mutex of the table and a transaction, or for showing alone a snapshot.
 #ifndef AGENT_RULES_RULES_DIFF_H
 #define AGENT_RULES_RULES_DIFF_H
 
@@ -62,7 +66,8 @@ std::vector<DifferenceLine> FormatDifference(const RulesDifference &difference);
 // "DISK 1A2B"
 std::string FormatEventKey(const events::EventKey &key);
 
-// Writes the changes into the registry: inside of a transaction.
+// Writes the changes into the registry: inside of a transaction. Not with issues. Throws
+// StoreError.
 void WriteDifference(const RulesDifference &difference, events::EventRegistry *events);
 
 // The registered events that a rules file can hold; `left_out` gets the others, and why.

@@ -18,6 +18,7 @@ namespace {
 
 using Kind = YamlNode::Kind;
 
+// The names of a rules file, as its schema has them.
 constexpr char kSource[] = "source";
 constexpr char kId[] = "id";
 constexpr char kKeywords[] = "keywords";
@@ -26,8 +27,11 @@ constexpr char kHours[] = "hours";
 constexpr char kVersion[] = "version";
 constexpr char kEvents[] = "events";
 
-constexpr char kFormVersion[] = "1"; // of the rules file
+// Of the rules file. A file may leave it out; another number is refused, because its names may mean
+// something else.
+constexpr char kFormVersion[] = "1";
 
+// Vectors, since suggestions are made from them.
 using Names = std::vector<std::string>;
 const Names kEventKeys = {kSource, kId, kKeywords, kReportCount, kHours};
 const Names kFileKeys = {kVersion, kEvents};
@@ -55,6 +59,7 @@ const char *KindText(Kind kind)
     }
 }
 
+// Of blanks and tabs: a text has no line end here.
 std::string Trimmed(const std::string &text)
 {
     const size_t begin = text.find_first_not_of(" \t");
@@ -81,6 +86,9 @@ std::string WithoutBlanks(const std::string &hours)
 
 // ---- reading ----
 
+// Reads the tree of a file and checks all that can be said without a registry. It goes on behind
+// each fault, so each is told of once, at its place; a node that was noted already (kFaulty) gets
+// no second issue.
 class RulesReader {
   public:
     RulesReader(text::IssueList *issues, std::vector<Rule> *rules) : issues_(issues), rules_(rules)
@@ -115,13 +123,17 @@ class RulesReader {
 
     text::IssueList *issues_;
     std::vector<Rule> *rules_;
+    // By ComparableKey, the line in which the event stands first.
     std::map<std::pair<std::string, uint32_t>, size_t> line_of_event_;
+    // By the comparable name, how the first event writes a source, and in which line.
     std::map<std::string, std::pair<std::string, size_t>> spelling_of_source_;
 };
 
 void RulesReader::ReadFile(const YamlNode &file)
 {
     const std::string form = "begin with \"events:\" and list the events below it";
+    // Not the same as no events: with --prune it would remove everything, and whoever wants that
+    // says so.
     if (file.kind == Kind::kNothing) {
         issues_->Add(0, "cannot use the file", "it is empty",
                      form + ", or write \"events: []\" for none");
@@ -146,6 +158,7 @@ RulesReader::Values RulesReader::ReadMap(const YamlNode &map, const Names &known
                                          const std::string &where)
 {
     Values values;
+    // A key that is no text, such as a list, has an empty one, which is not known.
     for (size_t i = 0; i + 1 < map.children.size(); i += 2) {
         const YamlNode &key = map.children[i];
         if (key.kind == Kind::kFaulty)
@@ -154,6 +167,7 @@ RulesReader::Values RulesReader::ReadMap(const YamlNode &map, const Names &known
             issues_->Add(key.offset, "cannot use the key " + text::Shown(key.text),
                          where + " has none of that name",
                          text::Suggestion(key.text, known) + "use " + Listed(known));
+            // YAML forbids it, and its parser does not look: the second one would be lost.
         } else if (!values.emplace(key.text, &map.children[i + 1]).second) {
             issues_->Add(key.offset, "cannot use the key " + text::Shown(key.text),
                          "it stands twice in one mapping", "write it once");
@@ -212,6 +226,7 @@ void RulesReader::ReadEvent(const YamlNode &node)
     const bool has_keywords = ReadKeywords(node, values, &rule);
     const bool has_count = ReadReportCount(values, &rule.event);
     const bool has_hours = ReadHours(values, &rule.event);
+    // Also of an event that is faulty otherwise: its twin is a mistake of its own.
     if (has_key)
         CheckForTwins(rule, node.offset);
     if (has_key && has_keywords && has_count && has_hours)
@@ -303,6 +318,7 @@ bool RulesReader::ReadKeywords(const YamlNode &event, const Values &values, Rule
     // A single text stands for a list of one.
     const YamlNode *first = node.kind == Kind::kText ? &node : node.children.data();
     const size_t count = node.kind == Kind::kText ? 1 : node.children.size();
+    // At the first that is too many.
     if (count > rule->event.keywords.size()) {
         issues_->Add(first[rule->event.keywords.size()].offset,
                      "cannot use the keywords of an event",
@@ -311,7 +327,9 @@ bool RulesReader::ReadKeywords(const YamlNode &event, const Values &values, Rule
     }
     bool good = true;
     for (size_t k = 0; k < count; ++k)
+        // In this order, so that each of them is read.
         good = ReadKeyword(first[k], k, rule) && good;
+    // The places count: an empty keyword may stand before others, as it may in the registry.
     const bool all_empty = std::all_of(rule->event.keywords.begin(), rule->event.keywords.end(),
                                        [](const std::string &keyword) { return keyword.empty(); });
     if (good && all_empty)
@@ -347,6 +365,7 @@ bool RulesReader::ReadReportCount(const Values &values, events::EventRecord *eve
     if (text == nullptr)
         return false;
     const char *end = text->data() + text->size();
+    // No blank, no sign, nothing behind it: 1e3 and 0x10 are other numbers elsewhere.
     const auto [stopped, failed] = std::from_chars(text->data(), end, event->report_count);
     if (failed == std::errc() && stopped == end && event->report_count >= 1)
         return true;
@@ -355,6 +374,7 @@ bool RulesReader::ReadReportCount(const Values &values, events::EventRecord *eve
     return false;
 }
 
+// A list is the same as a text with commas: the rules for hours stand in one place, ParseHours.
 std::optional<std::string> RulesReader::HoursText(const YamlNode &node)
 {
     const std::string what = "the hours of an event";
@@ -412,6 +432,8 @@ ParsedRules ParseRules(std::string_view bytes)
         return parsed;
     text::IssueList issues(decoded.text);
     const YamlNode file = ParseYaml(decoded.text, &issues);
+    // After a fault in the YAML itself there is no tree: that the file is empty would be said on
+    // top, and be wrong.
     if (issues.empty() || file.kind != Kind::kNothing)
         RulesReader(&issues, &parsed.rules).ReadFile(file);
     parsed.issues = issues.Take();
@@ -422,6 +444,8 @@ ParsedRules ParseRules(std::string_view bytes)
 
 namespace {
 
+// In YAML, \x and two digits are a character below 256 and not a byte. So bytes that are no UTF-8
+// cannot be escaped.
 std::string Escaped(char32_t code)
 {
     char text[16];
@@ -459,6 +483,7 @@ std::string Comment(std::string_view text)
     std::string comment = "# ";
     while (!text.empty()) {
         const text::Character character = text::FirstCharacter(text);
+        // A line end in it would end the comment, and the rest be read as YAML.
         const bool is_shown = character.bytes > 0 && !text::IsInvisible(character.code);
         comment += is_shown ? text.substr(0, character.bytes) : "?";
         text.remove_prefix(std::max<size_t>(character.bytes, 1));
@@ -466,6 +491,7 @@ std::string Comment(std::string_view text)
     return comment + "\n";
 }
 
+// The ID is in quotes, or 0012 and 1E5 would be numbers to other readers of YAML.
 std::string FormatEvent(const events::EventRecord &event)
 {
     return "  - source: " + Quoted(event.key.source) + "\n    id: \"" +
@@ -479,6 +505,7 @@ std::string FormatEvent(const events::EventRecord &event)
 
 std::string FormatKeywords(const std::array<std::string, 3> &keywords)
 {
+    // Only those at the end: an empty one before others keeps their places.
     size_t count = keywords.size();
     while (count > 0 && keywords[count - 1].empty())
         --count;

@@ -28,13 +28,16 @@ namespace rules {
 // More than a full table of the longest events, each character of them escaped, needs (8.4 MB).
 inline constexpr size_t kMaxRulesFile = size_t{16} * 1024 * 1024;
 
-// An event of a rules file, and where it stands there.
+// An event of a rules file, and where it stands there: it, and each of its keywords, for what is
+// found wrong with them later, when they are compared with the registry.
 struct Rule {
     events::EventRecord event;
     text::Position at;
     std::array<text::Position, 3> keywords_at;
 };
 
+// What was read. With issues, the rules are those that were sound, which are of use for nothing but
+// further checks.
 struct ParsedRules {
     std::vector<Rule> rules; // in the order of the file; complete only without issues
     std::vector<text::Issue> issues;
@@ -50,7 +53,8 @@ struct RulesFileNotes {
     std::vector<std::string> left_out; // events that the file cannot hold, and why
 };
 
-// The text of a rules file. ParseRules turns it into the same events again, byte for byte.
+// The text of a rules file. ParseRules turns it into the same events again, byte for byte. The
+// events must be such as CheckEvent lets pass.
 std::string FormatRules(const std::vector<events::EventRecord> &events,
                         const RulesFileNotes &notes);
 

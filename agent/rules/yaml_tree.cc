@@ -13,9 +13,11 @@ namespace rules {
 
 namespace {
 
-// Nodes of a document. A full table of events has 30,000; more of them only use up memory.
+// Nodes of a document. A full table of events has 30,000; more of them only use up memory: a file
+// of the largest size could have millions, each with a text and a list of its own.
 constexpr size_t kMaxNodes = 200000;
-// Lists and mappings in each other. A rules file needs four levels.
+// Lists and mappings in each other. A rules file needs four levels. The tree is taken down by a
+// call of itself per level.
 constexpr size_t kMaxLevels = 64;
 
 constexpr std::string_view kTextTag = "tag:yaml.org,2002:str";
@@ -46,6 +48,7 @@ class ByteOffsets {
     size_t bytes_ = 0;
 };
 
+// The parser has null for what is not there.
 std::string_view TextOf(const yaml_char_t *text)
 {
     return text != nullptr ? reinterpret_cast<const char *>(text) : "";
@@ -57,7 +60,8 @@ bool IsNothing(std::string_view plain)
     return plain.empty() || plain == "~" || plain == "null" || plain == "Null" || plain == "NULL";
 }
 
-// Builds the tree from the parser's events.
+// Builds the tree from the parser's events, and not from the documents that it can make: in those
+// the anchors are resolved already.
 class TreeBuilder {
   public:
     TreeBuilder(std::string_view text, text::IssueList *issues) : offsets_(text), issues_(issues) {}
@@ -82,6 +86,7 @@ class TreeBuilder {
     text::IssueList *issues_;
     std::vector<YamlNode *> open_; // from the root to where the parser is
     size_t nodes_ = 0;
+    // A document has begun that is not empty.
     bool has_root_ = false;
 };
 
@@ -92,6 +97,7 @@ bool TreeBuilder::Take(const yaml_event_t &event)
         const size_t offset = offsets_.Of(event.start_mark);
         issues_->Add(offset, "cannot use an alias (*)", "anchors are not taken here",
                      "write the value out; a text that begins with * needs quotes");
+        // A node all the same: in a mapping, keys and values must stay pairs.
         return Add(YamlNode::Kind::kFaulty, offset) != nullptr;
     }
     case YAML_SCALAR_EVENT:
@@ -126,6 +132,7 @@ bool TreeBuilder::TakeScalar(const yaml_event_t &event)
     const std::string_view text(reinterpret_cast<const char *>(scalar.value), scalar.length);
     const bool is_plain = scalar.style == YAML_PLAIN_SCALAR_STYLE;
     CheckAnchor(offset, scalar.anchor);
+    // In quotes, "null" is a text.
     const bool is_nothing = is_plain && tag.empty() && IsNothing(text);
     YamlNode *node = Add(is_nothing ? YamlNode::Kind::kNothing : YamlNode::Kind::kText, offset);
     if (node == nullptr)
@@ -164,6 +171,7 @@ bool TreeBuilder::Enter(YamlNode::Kind kind, const yaml_event_t &event, const ya
     YamlNode *node = Add(kind, offset);
     if (node == nullptr)
         return false;
+    // The node is there, and closed by nobody: the tree is not used any more.
     if (open_.size() >= kMaxLevels) {
         issues_->Add(offset, "cannot read the file from here on",
                      "its lists and mappings lie too deep in each other",
@@ -194,6 +202,7 @@ YamlNode *TreeBuilder::Add(YamlNode::Kind kind, size_t offset)
                      "is this the file that you meant?");
         return nullptr;
     }
+    // It is moved into its place; its address is good only from then on.
     YamlNode node;
     node.kind = kind;
     node.offset = offset;
@@ -229,6 +238,7 @@ void TreeBuilder::Decode(YamlNode *node)
                      "it is not in base64", "write base64, or a text without the tag");
         node->kind = YamlNode::Kind::kFaulty;
     }
+    // Never the base64 itself: it would be taken for the text.
     node->text = bytes.value_or("");
 }
 
@@ -264,6 +274,8 @@ bool Mentions(const char *text, const char *word)
 void NoteSyntaxError(const yaml_parser_t &parser, std::string_view text, text::IssueList *issues)
 {
     ByteOffsets offsets(text);
+    // What the parser says is in English, for those who know YAML; what people mostly do wrong is
+    // said in our own words.
     const std::string cause =
         std::string("it is not YAML (") + (parser.problem != nullptr ? parser.problem : "") + ")";
     const std::string next_step = "look at the indentation and the brackets here and above; a text "
@@ -271,6 +283,7 @@ void NoteSyntaxError(const yaml_parser_t &parser, std::string_view text, text::I
     if (parser.error == YAML_MEMORY_ERROR)
         issues->Add(0, "cannot read the file", "memory is used up", "try again with more of it");
     else if (parser.error == YAML_READER_ERROR)
+        // The one error whose place is in bytes; all other marks count characters.
         issues->Add(parser.problem_offset, "cannot read the text", cause,
                     "write special characters as escapes in double quotes, such as \\x7F");
     else if (Mentions(parser.context, "quoted scalar") && Mentions(parser.problem, "end of stream"))
@@ -293,14 +306,18 @@ YamlNode ParseYaml(std::string_view text, text::IssueList *issues)
     const auto clean = WithoutTabs(text, issues);
     if (!clean)
         return {};
+    // It is on the stack and frees what it holds by `parser`. It does not copy its input, so
+    // `clean` must outlive it.
     yaml_parser_t state;
     if (yaml_parser_initialize(&state) == 0)
         throw std::bad_alloc();
     const std::unique_ptr<yaml_parser_t, void (*)(yaml_parser_t *)> parser(&state,
                                                                            yaml_parser_delete);
+    // Else it would guess, by a mark that the text has no longer.
     yaml_parser_set_encoding(&state, YAML_UTF8_ENCODING);
     yaml_parser_set_input_string(&state, reinterpret_cast<const unsigned char *>(clean->data()),
                                  clean->size());
+    // On the text as it was: the one without tabs has the same offsets.
     TreeBuilder tree(text, issues);
     for (bool at_end = false; !at_end;) {
         yaml_event_t read;
@@ -310,6 +327,7 @@ YamlNode ParseYaml(std::string_view text, text::IssueList *issues)
         }
         const std::unique_ptr<yaml_event_t, void (*)(yaml_event_t *)> event(&read,
                                                                             yaml_event_delete);
+        // The last event is taken, too: it has nothing to add, and frees itself like the others.
         at_end = read.type == YAML_STREAM_END_EVENT;
         if (!tree.Take(read))
             return {};

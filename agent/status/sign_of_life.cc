@@ -6,9 +6,11 @@ namespace status {
 
 namespace {
 
-// The daemon tells every ten seconds that it is there. One that is busy may be late.
+// Milliseconds. The daemon tells every ten seconds that it is there. One that is busy may be late,
+// on a loaded host by more than one turn: six of them are no accident.
 constexpr int64_t kSilentMs = 60 * 1000;
-// Reading a line takes microseconds; at rest it counts as going on every ten seconds.
+// Milliseconds. Reading a line takes microseconds; at rest it counts as going on every ten seconds,
+// so three looks in a row have then seen nothing.
 constexpr int64_t kStillMs = 30 * 1000;
 
 // The letter of the kernel for what a process does, behind its name in brackets; blank: not known.
@@ -17,6 +19,7 @@ char ProcessState(pid_t process)
     std::ifstream file("/proc/" + std::to_string(process) + "/stat");
     std::string line;
     std::getline(file, line);
+    // From the right: a process may have brackets in its name, and nothing behind the name has one.
     const size_t name_end = line.rfind(") ");
     return name_end != std::string::npos && name_end + 2 < line.size() ? line[name_end + 2] : ' ';
 }
@@ -30,15 +33,21 @@ std::string Seconds(int64_t milliseconds)
 
 std::string WhyItStands(pid_t daemon, const std::optional<Status> &status)
 {
+    // First, since a process that is stopped tells nothing: what it told before it was stopped
+    // looks well for another minute.
     const char state = ProcessState(daemon);
     if (state == 'T' || state == 't')
         return "its process is stopped, by SIGSTOP or a debugger";
     if (!status || status->pid != daemon || status->alive_ns == 0)
         return {}; // it has told nothing yet
+    // By the clock that stands while the host is suspended: a daemon that slept with its host is
+    // not silent.
     const int64_t silent_ms = (UpTimeNs() - status->alive_ns) / 1'000'000;
     if (silent_ms >= kSilentMs)
         return "it has given no sign of life for " + Seconds(silent_ms);
     if (status->still_ms >= kStillMs)
+        // What it told, and the time since then: it was still all the while, or it would have told
+        // something else by now.
         return "its pass has read nothing for " + Seconds(status->still_ms + silent_ms);
     return {};
 }

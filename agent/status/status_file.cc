@@ -22,6 +22,8 @@ using nlohmann::json;
 
 namespace {
 
+// In the order of the enumerations, whose values are their indexes. A reader takes a name that it
+// does not know for the last one.
 constexpr const char *kStateNames[] = {"starting", "running", "pausing", "stopping"};
 constexpr const char *kKindNames[] = {"start",         "cycle",        "scan",
                                       "customer-file", "file-monitor", "other"};
@@ -75,6 +77,8 @@ Status StatusOf(const json &object)
     status.table_size = object.at("table_size");
     status.last_pass = PassOf(object.at("last_pass"));
     status.last_full_pass = PassOf(object.at("last_full_pass"));
+    // From here on with a default: a daemon of before these were written is still understood by a
+    // command that was installed while it runs.
     status.watch_problem = object.value("watch_problem", "");
     status.alive_ns = object.value("alive_ns", int64_t{0});
     status.still_ms = object.value("still_ms", int64_t{0});
@@ -83,8 +87,11 @@ Status StatusOf(const json &object)
     return status;
 }
 
+// Not synchronised with the disk: after a power cut there is no daemon for which it would be true.
 void WriteWhole(const fs::path &path, std::string_view text)
 {
+    // For this user alone, as all that the agent writes: the last error can name what others need
+    // not know.
     const host::Fd file = host::OpenPrivateFile(path, O_WRONLY | O_CREAT | O_TRUNC);
     while (file.get() >= 0 && !text.empty()) {
         const ssize_t written = write(file.get(), text.data(), text.size());
@@ -132,7 +139,11 @@ void WriteStatus(const fs::path &run_folder, const Status &status)
                          {"store", status.store},
                          {"waiting_since_ms", status.waiting_since_ms}};
     const fs::path path = StatusPath(run_folder);
+    // One name is enough, since one process writes, one call at a time. What is left of a write
+    // that failed is overwritten by the next one.
     const fs::path unfinished = path.string() + ".new";
+    // A path or an error may hold bytes that are no UTF-8. They are replaced: a status with a
+    // question mark in it helps more than none.
     WriteWhole(unfinished, object.dump(-1, ' ', false, json::error_handler_t::replace) + "\n");
     fs::rename(unfinished, path);
 }
@@ -149,6 +160,7 @@ std::optional<Status> ReadStatus(const fs::path &run_folder)
     }
 }
 
+// The UUID tells it from other stores, device and inode from its copies.
 std::string StoreName(const host::Store &store)
 {
     const host::FileIdentity &file = store.identity();

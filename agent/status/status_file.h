@@ -1,5 +1,9 @@
 // What the daemon tells about itself: a small JSON file in the run-time folder, replaced as a whole
 // each time the monitor comes to rest. It is gone after a reboot, as is what it tells of.
+//
+// One process writes it, the one that holds the DaemonLock; any number may read it, at any time. It
+// stays when that process dies. So it says how things were and not that they are: who reads it asks
+// first whether the lock is held, and by the process whose number stands in it.
 #ifndef AGENT_STATUS_STATUS_FILE_H
 #define AGENT_STATUS_STATUS_FILE_H
 
@@ -22,6 +26,7 @@ enum class MonitorState {
 // What made the monitor look. Only the first three read all files.
 enum class PassKind { kStart, kCycle, kScan, kCustomerFile, kFileMonitor, kOther };
 
+// One pass that was committed: it is published behind the commit.
 struct PassStatus {
     int64_t number = 0; // of passes since the daemon started, 0: none has ended yet
     PassKind kind = PassKind::kOther;
@@ -30,6 +35,8 @@ struct PassStatus {
     int64_t took_us = 0;
 };
 
+// Times of day are for people. What is compared with now is in CLOCK_BOOTTIME or CLOCK_MONOTONIC,
+// which nobody can set.
 struct Status {
     int pid = 0;
     std::string version;
@@ -52,13 +59,19 @@ struct Status {
 std::string StoreName(const host::Store &store);
 
 // Throws host::Error when the file cannot be written.
+// Replaces the file. Failing, it leaves the one before in place.
 void WriteStatus(const std::filesystem::path &run_folder, const Status &status);
 
 // Nothing when there is no readable status.
+// One that another version has written is readable as long as it has all that this one cannot do
+// without. It is one moment's: a reader sees a file of before or of after a change, never a part.
 std::optional<Status> ReadStatus(const std::filesystem::path &run_folder);
 
+// The words of the file and of the JSON output: "running", "file-monitor". The pointers stay good.
 const char *MonitorStateName(MonitorState state);
 const char *PassKindName(PassKind kind);
+// Does a pass of this kind read the system log, the customer file and the file monitor's target?
+// Who waits for his lines to be read must not count one that reads fewer.
 bool ReadsAllFiles(PassKind kind);
 
 // Nanoseconds of CLOCK_BOOTTIME now.
