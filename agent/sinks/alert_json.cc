@@ -10,6 +10,7 @@ namespace sinks {
 std::string AlertJson(const Message &message)
 {
     const alerts::Alert &alert = message.alert;
+    // In the order of the header's example: lines of different alerts can be read side by side.
     nlohmann::ordered_json object = {{"key", message.key},
                                      {"id", alert.id},
                                      {"time", text::UtcTime(alert.time_ms)},
@@ -19,6 +20,7 @@ std::string AlertJson(const Message &message)
                                      {"event_id", events::FormatEventId(alert.event_id)},
                                      {"count", alert.count},
                                      {"message", alert.message}};
+    // Only then: most alerts are of a single report, and their lines stay short.
     if (alert.IsFolded()) {
         object["reports"] = alert.reports;
         object["last_time"] = text::UtcTime(alert.last_time_ms);
@@ -26,6 +28,8 @@ std::string AlertJson(const Message &message)
     }
     if (message.is_test)
         object["test"] = true;
+    // A line of the log may be in any character set; an alert that cannot be written as JSON must
+    // not be lost for that.
     return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
@@ -37,6 +41,8 @@ std::string AlertSummary(const Message &message)
     if (alert.IsFolded())
         text += " (and " + std::to_string(alert.reports - 1) + " more until " +
                 text::UtcTime(alert.last_time_ms) + ", the last: " + alert.last_message + ")";
+    // A summary becomes a header, a field or a line of another protocol. Bytes of other characters
+    // stay.
     for (char &c : text) {
         if (static_cast<unsigned char>(c) < ' ' || c == 0x7F)
             c = c == '\t' ? ' ' : '?';

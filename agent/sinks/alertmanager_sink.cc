@@ -28,6 +28,7 @@ class AlertmanagerSink : public Sink {
     AlertmanagerSink(std::string peer, const SinkConfig &config, Secrets &secrets)
         : url_(std::move(peer) + kPath), client_(config, secrets), labels_(config.All("label."))
     {
+        // No label of the options has one of these names: see CheckLabels.
         labels_.emplace("alertname", config.Get("alertname"));
         labels_.emplace("severity", config.Get("severity"));
     }
@@ -46,10 +47,13 @@ class AlertmanagerSink : public Sink {
     [[nodiscard]] nlohmann::json ToJson(const Message &message) const
     {
         const alerts::Alert &alert = message.alert;
+        // The labels say what the alert is, and must be the same for each report of an event: what
+        // differs from report to report is an annotation.
         nlohmann::json labels = labels_;
         labels["source"] = alert.source;
         labels["event_id"] = events::FormatEventId(alert.event_id);
         labels["host"] = alert.host;
+        // Annotations are texts, numbers included: that is how the API has them.
         return {{"labels", labels},
                 {"annotations",
                  {{"summary", AlertSummary(message)},
@@ -72,6 +76,8 @@ std::vector<std::string> Split(const std::string &list)
     for (size_t begin = 0; begin <= list.size();) {
         const size_t end = std::min(list.find(',', begin), list.size());
         std::string url = list.substr(begin, end - begin);
+        // The path of the API is added, with its own slash. So an address with one and without is
+        // the same peer.
         url.erase(url.find_last_not_of('/') + 1);
         urls.push_back(url);
         begin = end + 1;
@@ -79,6 +85,7 @@ std::vector<std::string> Split(const std::string &list)
     return urls;
 }
 
+// One that is named twice would be told everything twice, and be one row in the store.
 std::string CheckPeers(const std::string &value)
 {
     std::vector<std::string> seen;

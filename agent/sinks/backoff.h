@@ -8,11 +8,14 @@
 
 namespace sinks {
 
+// The first pause and the longest. A receiver that is started anew is back within seconds; one that
+// is down for a day is asked some 350 times. Tests make them shorter.
 struct PauseLimits {
     std::chrono::milliseconds first{1000};
     std::chrono::milliseconds longest{5 * 60 * 1000};
 };
 
+// One for each receiver, of its worker's thread.
 class Backoff {
   public:
     explicit Backoff(PauseLimits limits) : limits_(limits), random_(std::random_device{}()) {}
@@ -26,6 +29,7 @@ class Backoff {
 
   private:
     PauseLimits limits_;
+    // In a row, since the last success.
     int failures_ = 0;
     std::mt19937 random_;
 };

@@ -11,6 +11,7 @@ namespace sinks {
 
 namespace {
 
+// Messages of one Send, as a bound for what is read at once; each is written by itself.
 constexpr size_t kBatch = 100;
 constexpr int kSliceMs = 100;      // between two looks whether the thread is to end
 constexpr int kPatienceMs = 10000; // for a reader of the other end
@@ -21,6 +22,8 @@ class ConsoleSink : public Sink {
   public:
     Outcome Send(std::span<const Message> messages, const Interrupt &interrupt) override
     {
+        // One that failed in the middle is sent again from its beginning: a reader can see a part
+        // of a line.
         for (size_t i = 0; i < messages.size(); ++i) {
             const std::string failure = Write(AlertJson(messages[i]) + "\n", interrupt);
             if (!failure.empty())
@@ -37,12 +40,14 @@ class ConsoleSink : public Sink {
         int waited_ms = 0;
         while (!text.empty()) {
             pollfd output{STDOUT_FILENO, POLLOUT, 0};
+            // A poll that fails falls through to write, which says why.
             if (poll(&output, 1, kSliceMs) == 0) {
                 waited_ms += kSliceMs;
                 if (waited_ms >= kPatienceMs || interrupt.IsRaised())
                     return "nobody reads it";
                 continue;
             }
+            // EAGAIN: somebody who shares the descriptor has made it non-blocking.
             const ssize_t written =
                 write(STDOUT_FILENO, text.data(), std::min(text.size(), kPiece));
             if (written < 0 && errno != EINTR && errno != EAGAIN)

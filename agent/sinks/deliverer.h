@@ -33,6 +33,7 @@
 
 namespace sinks {
 
+// What a deliverer works with. Tests shorten the times.
 struct DelivererOptions {
     host::Layout layout;
     PauseLimits pauses;
@@ -58,10 +59,12 @@ class Deliverer {
     using Clock = std::chrono::steady_clock;
     enum class Level { kWell, kFilling, kFull }; // of the alerts that wait for a sink
 
+    // A configured sink. Its progress is shared with its workers, which end before it does.
     struct Entry {
         StoredSink sink;
         std::shared_ptr<Progress> progress;
         std::vector<std::unique_ptr<Worker>> workers; // none while it has a problem
+        // Its rows in the store are older than its progress.
         bool unwritten = false;
         std::vector<UndeliveredChange> changes; // not written yet
         Level level = Level::kWell;
@@ -85,6 +88,7 @@ class Deliverer {
     void Tell(const std::string &text) const;
 
     DelivererOptions options_;
+    // Rung by any thread; the flags below say what for. The sink's event is rung by commands.
     host::Fd bell_;
     std::shared_ptr<host::WakeEvent> sinks_event_;
     std::atomic<bool> stop_{false};
@@ -102,6 +106,7 @@ class Deliverer {
     int64_t bytes_ = 0;       // of the alerts that are kept,
     int64_t counted_to_ = 0;  // up to this one
     bool over_limit_ = false; // more is to be removed
+    // It has failed and was told of; the next try comes after a pause.
     bool store_failed_ = false;
     Clock::time_point recorded_at_;
 

@@ -1,4 +1,5 @@
-// How far each sink has come: the table `delivery` of the store.
+// How far each sink has come: the table `delivery` of the store. The deliverer writes it; commands
+// read it. The rows go with the sink's registry key. Both functions throw host::StoreError.
 #ifndef AGENT_SINKS_DELIVERY_STORE_H
 #define AGENT_SINKS_DELIVERY_STORE_H
 
@@ -10,6 +11,7 @@
 
 namespace sinks {
 
+// How far one receiver has come. Times are those of this host's clock when the answer came.
 struct Delivery {
     int64_t last_id = 0;      // alerts up to this one are done with
     int64_t delivered = 0;    // how many of them the receiver has taken
@@ -24,7 +26,8 @@ struct Delivery {
 // By peer. The empty name is the sink as a whole: what at least one of its peers has.
 using Deliveries = std::map<std::string, Delivery>;
 
-// The rows of a sink, which is the number of its registry key.
+// The rows of a sink, which is the number of its registry key. None: nothing was ever written of
+// it.
 Deliveries ReadDeliveries(host::Database &database, int64_t sink);
 
 // Makes these the rows of a sink. One that was removed from the registry meanwhile gets none.

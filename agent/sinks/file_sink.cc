@@ -17,6 +17,7 @@ namespace sinks {
 
 namespace {
 
+// Alerts that are written together, and put on the disk with one fdatasync.
 constexpr size_t kBatch = 500;
 
 class FileSink : public Sink {
@@ -28,6 +29,7 @@ class FileSink : public Sink {
         std::string text;
         for (const Message &message : messages)
             text += AlertJson(message) + "\n";
+        // All of them or none: an error in the middle takes back what was written.
         const std::string failure = Append(text);
         if (!failure.empty())
             return Failed("cannot write to " + path_ + ": " + failure);
@@ -42,6 +44,7 @@ class FileSink : public Sink {
         std::string failure = Open();
         if (!failure.empty())
             return failure;
+        // The file is taken to be the sink's alone: it is cut back to here when the write fails.
         const off_t size = lseek(fd_.get(), 0, SEEK_END);
         failure = WriteAll(text);
         // A part of a line would spoil the next one, and the lines before it come again.
@@ -57,21 +60,27 @@ class FileSink : public Sink {
                 return strerror(errno);
             text.remove_prefix(written > 0 ? static_cast<size_t>(written) : 0);
         }
+        // Only what is on the disk counts as taken. A disk that is full, or was pulled out, may say
+        // so only here.
         return fdatasync(fd_.get()) == 0 ? "" : strerror(errno);
     }
     std::string Open()
     {
+        // With each batch: a rotation tells nobody.
         if (fd_.get() >= 0 && IsInPlace())
             return {};
         // Without O_NONBLOCK, a FIFO would be waited for.
         fd_ = host::Fd(open(path_.c_str(),
                             O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW,
                             0640));
+        // NOFOLLOW says ELOOP for a link; the words for that are the same as for any file that is
+        // not trusted.
         struct stat status {};
         if (fd_.get() < 0 && errno == ELOOP && lstat(path_.c_str(), &status) == 0)
             return WhyNotTrusted(status);
         if (fd_.get() < 0 || fstat(fd_.get(), &status) != 0)
             return strerror(errno);
+        // Through the descriptor: what is looked at is what is written to.
         const std::string why =
             S_ISREG(status.st_mode) ? WhyNotTrusted(status) : "it is not a regular file";
         if (!why.empty())
@@ -82,6 +91,7 @@ class FileSink : public Sink {
     {
         struct stat named {};
         struct stat opened {};
+        // By device and inode. A link that was put in the place of the file is another file.
         return lstat(path_.c_str(), &named) == 0 && fstat(fd_.get(), &opened) == 0 &&
                named.st_ino == opened.st_ino && named.st_dev == opened.st_dev;
     }
@@ -90,6 +100,7 @@ class FileSink : public Sink {
     host::Fd fd_;
 };
 
+// For whoever sets the sink up. Each opening looks again: the rights can change any day.
 void CheckLog(const std::string &path)
 {
     struct stat status {};

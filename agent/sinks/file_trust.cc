@@ -7,6 +7,7 @@ namespace sinks {
 
 namespace {
 
+// The group counts as others: who is in it changes without anybody looking here.
 bool OthersMayWrite(const struct stat &status)
 {
     return (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
@@ -24,6 +25,7 @@ std::string WhyNotTrusted(const struct stat &status)
 std::string WhyProgramNotTrusted(const std::string &path)
 {
     struct stat status {};
+    // What is not there fails when it is to be run, with words that say so.
     if (lstat(path.c_str(), &status) != 0)
         return {};
     std::string why = WhyNotTrusted(status);

@@ -17,6 +17,7 @@ namespace sinks {
 namespace {
 
 constexpr size_t kMaxReply = 1024; // bytes of a reply's body that are kept
+// Within the time limit of the whole request. A host that is down mostly does not answer at all.
 constexpr long kConnectSeconds = 10;
 // Who sends, where to, or when is wrong: any alert would be answered so.
 constexpr long kOfReceiver[] = {401, 404, 407, 429, 503};
@@ -28,13 +29,18 @@ struct CurlLibrary {
     CurlLibrary(const CurlLibrary &) = delete;
     CurlLibrary &operator=(const CurlLibrary &) = delete;
 };
+// libcurl wants to be started before the second thread of a process uses it: so with the objects of
+// the program, before main.
 const CurlLibrary library;
 
+// Called by libcurl about once a second and with each piece of data; 1 ends the request.
 int OnProgress(void *interrupt, curl_off_t, curl_off_t, curl_off_t, curl_off_t)
 {
     return static_cast<const Interrupt *>(interrupt)->IsRaised() ? 1 : 0;
 }
 
+// What is beyond the limit is read and dropped: libcurl takes any other result than `size` for a
+// failure, and the status is what counts.
 size_t OnBody(const char *data, size_t, size_t size, void *text)
 {
     auto *kept = static_cast<std::string *>(text);
@@ -47,6 +53,7 @@ struct FreeList {
 };
 using HeaderList = std::unique_ptr<curl_slist, FreeList>;
 
+// libcurl gives the new head of the list, or null and leaves the old one.
 void Append(HeaderList &list, const std::string &header)
 {
     curl_slist *longer = curl_slist_append(list.get(), header.c_str());
@@ -60,6 +67,7 @@ void Append(HeaderList &list, const std::string &header)
 // name.
 void CheckHeaderName(const std::string &option, const std::string &name)
 {
+    // The characters of a token, as HTTP has it.
     const bool ok = std::all_of(name.begin(), name.end(), [](unsigned char c) {
         return isalnum(c) != 0 || (c < 0x80 && c != 0 && strchr("!#$%&'*+-.^_`|~", c) != nullptr);
     });
@@ -80,6 +88,7 @@ void CheckIsNoSecret(const std::string &name)
         if (isalpha(static_cast<unsigned char>(c)) != 0)
             letters += static_cast<char>(tolower(static_cast<unsigned char>(c)));
     }
+    // By its letters alone, so that X-Api-Key and apikey are one.
     for (const char *secret :
          {"authorization", "cookie", "token", "apikey", "secret", "password", "credential"}) {
         if (letters.find(secret) != std::string::npos)
@@ -98,10 +107,13 @@ CurlHandle::CurlHandle(const SinkConfig &config) : handle_(curl_easy_init())
         throw host::Error("cannot use libcurl", "it cannot be started", "free some memory");
     const std::string ca_file = config.Get("ca-file");
     if (!ca_file.empty() && access(ca_file.c_str(), R_OK) != 0) {
+        // The destructor does not run for an object whose constructor throws.
         curl_easy_cleanup(handle_);
         throw host::Error("cannot read the CA file " + ca_file, strerror(errno),
                           "name a readable file with certificates in PEM form");
     }
+    // NOSIGNAL: a library in a program with threads must not set alarms. Below TLS 1.2 nothing is
+    // spoken. That the CA file can be read was looked at above, for a better message.
     curl_easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(handle_, CURLOPT_TIMEOUT, static_cast<long>(config.Number("timeout")));
     curl_easy_setopt(handle_, CURLOPT_CONNECTTIMEOUT, kConnectSeconds);
@@ -125,11 +137,14 @@ std::string CurlHandle::Perform(const Interrupt &interrupt)
     const CURLcode result = curl_easy_perform(handle_);
     if (result == CURLE_OK)
         return {};
+    // libcurl does not fill the buffer for each failure.
     return error_[0] != '\0' ? error_ : curl_easy_strerror(result);
 }
 
 HttpClient::HttpClient(const SinkConfig &config, Secrets &secrets) : curl_(config)
 {
+    // An address that comes from a file must not be file:/// or another of libcurl's many.
+    // Redirections are not followed, which is the standard: they would take the secrets elsewhere.
     curl_easy_setopt(curl_.get(), CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(curl_.get(), CURLOPT_WRITEFUNCTION, OnBody);
     curl_easy_setopt(curl_.get(), CURLOPT_USERAGENT, "syslogmon");
@@ -151,6 +166,8 @@ HttpClient::HttpClient(const SinkConfig &config, Secrets &secrets) : curl_(confi
 HttpReply HttpClient::Post(const std::string &url, const std::string &body,
                            const std::vector<std::string> &headers, const Interrupt &interrupt)
 {
+    // libcurl copies neither this list nor the body: both live until the request is over, and the
+    // list is taken away from the handle before it goes.
     HeaderList list;
     for (const std::string &header : headers_)
         Append(list, header);
@@ -167,6 +184,8 @@ HttpReply HttpClient::Post(const std::string &url, const std::string &body,
     const std::string failure = curl_.Perform(interrupt);
     curl_easy_setopt(handle, CURLOPT_HTTPHEADER, nullptr);
     HttpReply reply;
+    // A request that was begun and not answered may have been too much for the receiver: then the
+    // alert can be the reason. One that the daemon's end has cut off says nothing about it.
     long sent = 0; // bytes
     curl_easy_getinfo(handle, CURLINFO_REQUEST_SIZE, &sent);
     reply.was_sent = sent > 0 && !interrupt.IsRaised();
@@ -192,6 +211,7 @@ std::vector<SinkOption> HttpOptions()
 
 bool IsPlainHttp(const std::string &url)
 {
+    // Scheme, then the name up to the port. What stays on this host needs no encryption.
     if (!url.starts_with("http://"))
         return false;
     const size_t begin = url.find("//") + 2;
@@ -217,6 +237,7 @@ std::vector<std::string> PlainHttpWarnings(const SinkConfig &config,
 
 Outcome Judge(const HttpReply &reply, std::span<const Message> messages)
 {
+    // No answer at all; see HttpReply::was_sent.
     if (reply.status == 0)
         return reply.was_sent ? Refused(reply.text) : Failed(reply.text);
     const std::string answer =

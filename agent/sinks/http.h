@@ -1,5 +1,6 @@
 // HTTP requests for sinks, through libcurl. One client keeps its connection open from one request
-// to the next.
+// to the next. A client and its handle belong to the thread of their sink; libcurl itself is
+// started once, before main.
 #ifndef AGENT_SINKS_HTTP_H
 #define AGENT_SINKS_HTTP_H
 
@@ -23,15 +24,18 @@ class CurlHandle {
     CurlHandle(const CurlHandle &) = delete;
     CurlHandle &operator=(const CurlHandle &) = delete;
 
+    // For the options of a kind. What is set stays for all requests.
     [[nodiscard]] CURL *get() const { return handle_; }
     // Does what was set up. Empty, or why it failed.
     std::string Perform(const Interrupt &interrupt);
 
   private:
     CURL *handle_;
+    // What libcurl writes about a failure. It keeps the address, so this object does not move.
     char error_[256] = {}; // CURL_ERROR_SIZE
 };
 
+// What came of a request.
 struct HttpReply {
     long status = 0;       // 0: there was none
     std::string text;      // of the body, its beginning; or why there was none
@@ -41,13 +45,18 @@ struct HttpReply {
 class HttpClient {
   public:
     // Options of the sink that are used: those of CurlHandle, token-file, header., header-file..
+    // Throws host::Error for a header that cannot be, and when a file cannot be read. Secrets are
+    // read here and not again: a sink that fails is opened anew, and so takes new ones.
     HttpClient(const SinkConfig &config, Secrets &secrets);
 
+    // Posts JSON, with `headers` ("Name: value") beside those of the options. Throws nothing but
+    // std::bad_alloc; what fails is in the reply.
     HttpReply Post(const std::string &url, const std::string &body,
                    const std::vector<std::string> &headers, const Interrupt &interrupt);
 
   private:
     CurlHandle curl_;
+    // "Name: value", secrets included: never shown.
     std::vector<std::string> headers_;
 };
 

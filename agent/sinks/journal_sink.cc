@@ -19,6 +19,7 @@ namespace sinks {
 namespace {
 
 constexpr size_t kBatch = 100;
+// Where the journal listens, as sd_journal_sendv has it.
 constexpr char kSocket[] = "/run/systemd/journal/socket";
 
 class JournalSink : public Sink {
@@ -43,6 +44,7 @@ class JournalSink : public Sink {
         if (access(kSocket, F_OK) != 0)
             return std::string(kSocket) + " is missing: is systemd-journald running?";
         const alerts::Alert &alert = message.alert;
+        // The journal keeps fields as bytes, so a message that is no UTF-8 stays as it is.
         const std::vector<std::string> fields = {
             "MESSAGE=" + std::string(message.is_test ? "TEST " : "") + AlertSummary(message),
             "PRIORITY=" + std::to_string(level_),
@@ -58,6 +60,7 @@ class JournalSink : public Sink {
         };
         std::vector<iovec> parts;
         for (const std::string &field : fields)
+            // The library only reads them; its type is that of writev.
             parts.push_back({const_cast<char *>(field.data()), field.size()});
         const int result = sd_journal_sendv(parts.data(), static_cast<int>(parts.size()));
         return result == 0 ? "" : strerror(-result);

@@ -17,6 +17,8 @@ namespace sinks {
 
 namespace {
 
+// A list with commas, blanks around each part taken away. An empty part between two commas stays,
+// and is no address.
 std::vector<std::string> Split(const std::string &list)
 {
     std::vector<std::string> parts;
@@ -38,6 +40,8 @@ size_t OnRead(char *buffer, size_t, size_t size, void *left)
     return count;
 }
 
+// Keeps its connection from one mail to the next, as the other sinks of libcurl do. libcurl copies
+// texts that are set and not lists: `receivers_` lives as long as the handle is used.
 class MailSink : public Sink {
   public:
     MailSink(const SinkConfig &config, Secrets &secrets)
@@ -54,6 +58,8 @@ class MailSink : public Sink {
         curl_easy_setopt(handle, CURLOPT_UPLOAD, 1L);
         curl_easy_setopt(handle, CURLOPT_READFUNCTION, OnRead);
         const std::string tls = config.Get("tls");
+        // With a user, nothing is sent without TLS. CheckTogether refuses tls=none for that, except
+        // over smtps, which is encrypted from its beginning.
         const bool is_required = tls == "required" || (tls == "auto" && config.Has("user"));
         long use = is_required ? CURLUSESSL_ALL : CURLUSESSL_TRY;
         if (tls == "none")
@@ -72,6 +78,7 @@ class MailSink : public Sink {
     Outcome Send(std::span<const Message> messages, const Interrupt &interrupt) override
     {
         const std::string text = MailText(messages, from_, to_, time(nullptr));
+        // Of this mail; OnRead takes from it. Both end with this call, and each call sets its own.
         std::string_view left = text;
         curl_easy_setopt(curl_.get(), CURLOPT_READDATA, &left);
         const std::string failure = curl_.Perform(interrupt);
@@ -84,6 +91,8 @@ class MailSink : public Sink {
         // 421: it takes none at present. 43x and 53x: it wants to know who we are. Neither has to do
         // with this mail.
         const bool is_of_server = code == 421 || code / 10 == 43 || code / 10 == 53;
+        // An answer of 4xx or 5xx, or a part of the text was read: the server has seen enough of
+        // this mail for it to be the reason.
         const bool had_it = code >= 400 || left.size() < text.size();
         return had_it && !is_of_server ? Refused(answer) : Failed(answer);
     }
@@ -97,6 +106,7 @@ class MailSink : public Sink {
     curl_slist *receivers_ = nullptr;
 };
 
+// No user and no password in it, since settings are shown.
 std::string CheckServer(const std::string &value)
 {
     const bool is_smtp = value.starts_with("smtp://") || value.starts_with("smtps://");
@@ -107,6 +117,7 @@ std::string CheckServer(const std::string &value)
                : "smtp://HOST[:PORT] or smtps://HOST[:PORT], without user and password in it";
 }
 
+// Not a check of what mail allows, only of what would break the protocol or the list.
 bool IsAddress(const std::string &text)
 {
     const size_t at = text.find('@');

@@ -12,8 +12,10 @@ namespace sinks {
 
 namespace {
 
+// A header line may have 998; a subject that long shows nobody more.
 constexpr size_t kMaxSubject = 200; // bytes
 
+// In UTC and with English names whatever the zone; the locale is C, in which the daemon stays.
 std::string MailDate(int64_t now)
 {
     const auto seconds = static_cast<time_t>(now);
@@ -24,7 +26,8 @@ std::string MailDate(int64_t now)
     return text;
 }
 
-// A header is ASCII and one line.
+// A header is ASCII and one line: a line of a log must not be able to add headers or end them. What
+// is not ASCII is in the body, whole.
 std::string HeaderText(std::string text)
 {
     for (char &c : text) {
@@ -47,6 +50,7 @@ std::string Subject(std::span<const Message> messages)
 
 std::string MessageId(std::span<const Message> messages)
 {
+    // Of a mail that is sent again, the same ID: a mail program can show it once.
     std::string id = messages.front().key;
     if (messages.size() > 1)
         id += "-" + std::to_string(messages.back().alert.id);
@@ -54,6 +58,8 @@ std::string MessageId(std::span<const Message> messages)
     return "<" + id + "@" + HeaderText(messages.front().alert.host) + ">";
 }
 
+// The line first, since a list of mails shows how the text begins. Then one fact a line, in
+// columns.
 std::string Body(std::span<const Message> messages)
 {
     std::string text;
@@ -90,6 +96,7 @@ std::string QuotedPrintable(const std::string &text)
             column = 0;
             continue;
         }
+        // A blank at the end of a line is lost on the way, so it is written as =20.
         const bool ends_line = i + 1 == text.size() || text[i + 1] == '\n';
         const bool plain = c > ' ' && c <= '~' && c != '=';
         char piece[8];
@@ -98,6 +105,7 @@ std::string QuotedPrintable(const std::string &text)
         else
             snprintf(piece, sizeof piece, "=%02X", c);
         const std::string added = piece;
+        // A soft line break: the = at the end is not a part of the text.
         if (column + added.size() > kLongest) {
             out += "=\r\n";
             column = 0;

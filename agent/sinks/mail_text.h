@@ -15,7 +15,8 @@ namespace sinks {
 std::string MailText(std::span<const Message> messages, const std::string &from,
                      const std::string &to, int64_t now);
 
-// Text of any bytes as lines of at most 76 ASCII characters (RFC 2045).
+// Text of any bytes as lines of at most 76 ASCII characters (RFC 2045). "\n" ends a line of the
+// text; all other control characters are written in hexadecimal.
 std::string QuotedPrintable(const std::string &text);
 
 } // namespace sinks

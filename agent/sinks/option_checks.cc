@@ -8,6 +8,7 @@ namespace sinks {
 
 namespace {
 
+// No option needs as much; without a bound a pasted file would be a setting.
 constexpr size_t kMaxText = 4096; // bytes
 
 bool IsOneLine(const std::string &value)
@@ -37,6 +38,7 @@ std::string CheckHttpUrl(const std::string &value)
     if (!is_http || !IsOneLine(value) || value.find(' ') != std::string::npos)
         return kAllowed;
     const size_t host = value.find("//") + 2;
+    // A user and a password in the address would be shown with the settings.
     const std::string authority = value.substr(host, value.find_first_of("/?#", host) - host);
     return authority.empty() || authority.find('@') != std::string::npos ? kAllowed : "";
 }
@@ -46,6 +48,7 @@ std::string CheckRange(const std::string &value, int64_t smallest, int64_t large
 {
     int64_t number = 0;
     const char *end = value.data() + value.size();
+    // from_chars takes no sign but a minus, no blanks and no more than the number, in every locale.
     const auto [stopped, failed] = std::from_chars(value.data(), end, number);
     if (failed == std::errc() && stopped == end && number >= smallest && number <= largest)
         return "";

@@ -31,13 +31,15 @@ constexpr int kNotNow = 75;         // EX_TEMPFAIL of sysexits.h
 constexpr size_t kMaxOutput = 1024; // bytes of what it says that are kept
 constexpr int kSliceMs = 100;       // between two looks whether the thread is to end
 
-// What a program finds, whatever the daemon was started with: no descriptor beside its three streams,
-// this folder, and this environment.
+// What a program finds, whatever the daemon was started with: no descriptor beside its three
+// streams, this folder, and this environment. So it behaves the same from a shell and from systemd,
+// and secrets in the daemon's environment are not handed on.
 constexpr char kFolder[] = "/";
 constexpr const char *kEnvironment[] = {
     "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "HOME=/", "LANG=C.UTF-8",
     nullptr};
 
+// Closed on exec; the program gets its ends by dup2, which makes copies that stay.
 struct Pipe {
     host::Fd read_end;
     host::Fd write_end;
@@ -62,6 +64,9 @@ class Process {
         for (const std::string &word : words)
             argv.push_back(const_cast<char *>(word.c_str()));
         argv.push_back(nullptr);
+        // posix_spawn and not fork: in a process with threads little may be done between fork and
+        // exec. The actions are done in their order: the streams first, then everything above them
+        // is closed.
         posix_spawn_file_actions_t files;
         posix_spawn_file_actions_init(&files);
         posix_spawn_file_actions_adddup2(&files, input, STDIN_FILENO);
@@ -71,6 +76,8 @@ class Process {
         posix_spawn_file_actions_addchdir_np(&files, kFolder);
         posix_spawnattr_t attributes;
         posix_spawnattr_init(&attributes);
+        // A process group of its own, so that its children can be killed with it. The group is
+        // there before posix_spawn returns.
         posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK |
                                                   POSIX_SPAWN_SETSIGDEF);
         // The daemon blocks and ignores signals; the program expects them as usual.
@@ -80,6 +87,7 @@ class Process {
         sigset_t pipe_only = none;
         sigaddset(&pipe_only, SIGPIPE);
         posix_spawnattr_setsigdefault(&attributes, &pipe_only);
+        // No shell and no search along PATH: the first word is the path of the program.
         error_ = posix_spawn(&pid_, argv[0], &files, &attributes, argv.data(),
                              const_cast<char **>(kEnvironment));
         posix_spawnattr_destroy(&attributes);
@@ -95,6 +103,8 @@ class Process {
     ~Process()
     {
         if (pid_ > 0) {
+            // Not asked politely: its time is over, or nobody can wait for it. Reaped at once, so
+            // no zombie stays.
             kill(-pid_, SIGKILL);
             waitpid(pid_, nullptr, 0);
         }
@@ -132,6 +142,8 @@ class ProgramSink : public Sink {
 
     Outcome Send(std::span<const Message> messages, const Interrupt &interrupt) override
     {
+        // With each alert: the file can be changed any day, and it runs with the rights of the
+        // agent.
         const std::string danger = WhyProgramNotTrusted(words_[0]);
         if (!danger.empty())
             return Failed("cannot run " + words_[0] + ": " + danger);
@@ -144,10 +156,13 @@ class ProgramSink : public Sink {
             return Failed(words_[0] +
                           " was killed, since its end cannot be waited for: pidfd_open: " +
                           strerror(process.watch_error()));
+        // The program has its own ends now. With ours open, its end would not be seen on the pipes.
         input.read_end = host::Fd();
         output.write_end = host::Fd();
         const std::string said = Talk(process, AlertJson(messages[0]) + "\n", input.write_end,
                                       output.read_end, interrupt);
+        // Asked in this order: that the daemon stops is no fault of the alert. The destructor kills
+        // it.
         if (!ended_ && interrupt.IsRaised())
             return Failed(words_[0] + " was ended with the daemon");
         if (!ended_)
@@ -168,6 +183,8 @@ class ProgramSink : public Sink {
         fcntl(output.get(), F_SETFL, O_NONBLOCK);
         ended_ = false;
         while (!ended_ && Clock::now() < deadline && !interrupt.IsRaised()) {
+            // The slice bounds the sleep, since nothing here is told of the interrupt. What is
+            // closed has descriptor -1, at which poll does not look.
             pollfd waiting[] = {{process.fd(), POLLIN, 0},
                                 {is_open ? output.get() : -1, POLLIN, 0},
                                 {input.get(), POLLOUT, 0}};
@@ -175,6 +192,8 @@ class ProgramSink : public Sink {
             ended_ = waiting[0].revents != 0;
             if (waiting[2].revents != 0 && !Feed(input.get(), text))
                 input = host::Fd();
+            // Behind the look at its end: what it wrote before that is still in the pipe, and is
+            // read now.
             is_open = is_open && Listen(output.get(), said);
         }
         return said;
@@ -194,6 +213,8 @@ class ProgramSink : public Sink {
         char piece[4096];
         ssize_t size = 0;
         while ((size = read(fd, piece, sizeof piece)) > 0) {
+            // The rest is read and dropped: a program that says much must not hang because nobody
+            // reads.
             const auto left = static_cast<ssize_t>(kMaxOutput - said.size());
             said.append(piece, static_cast<size_t>(std::min(size, left)));
         }

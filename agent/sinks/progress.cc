@@ -15,6 +15,8 @@ int64_t WallMs()
 
 } // namespace
 
+// What is in the rows counts as seen: the store has it already, or the deliverer writes it for
+// another reason.
 Progress::Progress(Deliveries rows, std::optional<std::chrono::milliseconds> active,
                    const std::vector<Undelivered> &undelivered)
     : rows_(std::move(rows)), seen_(rows_), active_ms_(active ? active->count() : 0)
@@ -32,6 +34,7 @@ int64_t Progress::LastId(const std::string &peer) const
 // The sink as a whole shows the newest failure of those peers whose last try failed.
 void Progress::MarkWell(const std::string &peer)
 {
+    // The time of the error stays: it says when the last one was.
     rows_.at(peer).last_error.clear();
     Delivery &whole = rows_.at("");
     whole.last_error.clear();
@@ -64,9 +67,12 @@ void Progress::Taken(const std::string &peer, std::span<const Message> messages)
     const int64_t last = messages.back().alert.id;
     const int64_t ends = messages.back().ends_ms;
     const Delivery &whole = rows_.at("");
+    // Its end is later than the time of its report would make it. The times are kept by ranges of
+    // IDs: a batch that was taken together ends together.
     const bool is_late = active_ms_ > 0 && ends > messages.front().alert.time_ms + active_ms_;
     if (is_late && last > whole.last_id)
         late_.push_back({std::max(first, whole.last_id + 1), last, ends});
+    // As a set, because a sink with one receiver has the empty name for both, and must count once.
     for (const std::string &name : std::set<std::string>{"", peer}) {
         MarkTaken(name, messages);
         Advance(name, last);
@@ -81,6 +87,7 @@ void Progress::TakenAhead(const std::string &peer, const Message &message)
         late_.push_back({message.alert.id, message.alert.id, message.ends_ms});
     for (const std::string &name : std::set<std::string>{"", peer}) {
         MarkTaken(name, std::span(&message, 1));
+        // Another peer may have brought the sink as a whole further already.
         if (message.alert.id > rows_.at(name).last_id)
             ahead_[name].insert(message.alert.id);
     }
@@ -100,6 +107,7 @@ void Progress::Advance(const std::string &peer, int64_t last_id)
     Delivery &row = rows_.at(peer);
     row.last_id = std::max(row.last_id, last_id);
     auto &ahead = ahead_[peer];
+    // Those that are now behind the last one, and then those that follow it without a gap.
     ahead.erase(ahead.begin(), ahead.upper_bound(row.last_id));
     while (ahead.erase(row.last_id + 1) > 0)
         ++row.last_id;
@@ -127,6 +135,7 @@ void Progress::Failed(const std::string &peer, const std::string &why)
     };
     mark(rows_.at(peer), why);
     if (!peer.empty())
+        // With the peer's name, since it stands for the sink as a whole.
         mark(rows_.at(""), peer + ": " + why);
 }
 
@@ -152,6 +161,7 @@ void Progress::TakenAfterAll(const std::string &peer, const Message &message)
 {
     const std::lock_guard lock(mutex_);
     const int64_t id = message.alert.id;
+    // Another peer has taken it: then the sink as a whole has counted it already.
     const bool is_known = std::any_of(rows_.begin(), rows_.end(), [&](const auto &entry) {
         const auto &[name, row] = entry;
         return !name.empty() && name != peer && row.last_id >= id && !aside_[name].contains(id);
@@ -177,10 +187,12 @@ int64_t Progress::Removed(int64_t last_id)
 {
     const std::lock_guard lock(mutex_);
     Delivery &whole = rows_.at("");
+    // What was taken ahead is not lost, although it lies behind the last one.
     int64_t lost = std::max<int64_t>(0, last_id - whole.last_id);
     for (const int64_t id : ahead_[""])
         lost -= id <= last_id ? 1 : 0;
     whole.dropped += lost;
+    // Nobody can send one any more that is not in the store: it was dropped after all.
     for (auto &[peer, row] : rows_) {
         auto &aside = aside_[peer];
         const auto end = aside.upper_bound(last_id);
@@ -195,6 +207,8 @@ int64_t Progress::Removed(int64_t last_id)
 int64_t Progress::EndsAt(const alerts::Alert &alert, int64_t now_ms) const
 {
     const std::lock_guard lock(mutex_);
+    // No peer has had it: it begins now. Not before the time of its report, should the clock have
+    // been set back since.
     if (alert.id > rows_.at("").last_id)
         return std::max(alert.time_ms, now_ms) + active_ms_;
     for (const LateRange &range : late_) {
@@ -207,6 +221,7 @@ int64_t Progress::EndsAt(const alerts::Alert &alert, int64_t now_ms) const
 int64_t Progress::FirstLateId(int64_t now_ms)
 {
     const std::lock_guard lock(mutex_);
+    // What is over by now is of no interest to anybody. So the list stays short.
     std::erase_if(late_, [&](const LateRange &range) { return range.ends_ms <= now_ms; });
     int64_t first = INT64_MAX;
     for (const LateRange &range : late_)

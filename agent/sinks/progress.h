@@ -22,6 +22,10 @@
 
 namespace sinks {
 
+// Each peer has a place: all alerts up to `last_id` are done with. Beyond it, some can be done with
+// already (ahead), because an alert in front of them is not taken. Those that were put aside are
+// done with for their place, and remembered apart. The empty name is the sink as a whole: an alert
+// is done with there as soon as one peer has it.
 class Progress {
   public:
     // The rows hold the empty name and each peer. How long alerts are active: see SinkKind. With
@@ -67,15 +71,19 @@ class Progress {
     bool HasChanged();
 
   private:
+    // Alerts that were taken later than they were stored, and until when they are active, in
+    // milliseconds since 1970.
     struct LateRange {
         int64_t first_id;
         int64_t last_id;
         int64_t ends_ms;
     };
+    // All of these with the lock held.
     void MarkWell(const std::string &peer);
     void MarkTaken(const std::string &peer, std::span<const Message> messages);
     void Advance(const std::string &peer, int64_t last_id);
 
+    // Guards what follows. Held for moments only, and never while anything is written or sent.
     mutable std::mutex mutex_;
     Deliveries rows_;
     Deliveries seen_;   // as they were at the last HasChanged
@@ -84,6 +92,7 @@ class Progress {
     // By peer: done with, taken or put aside, with an id above its last one.
     std::map<std::string, std::set<int64_t>> ahead_;
     std::map<std::string, std::set<int64_t>> aside_; // by peer: put aside, and not taken since
+    // Since the last TakeChanges, in the order in which they came.
     std::vector<UndeliveredChange> changes_;
 };
 

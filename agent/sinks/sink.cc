@@ -14,6 +14,7 @@ namespace sinks {
 
 namespace {
 
+// A wrong name, such as that of a log, shows here and not as a request of many megabytes.
 constexpr size_t kMaxSecret = 64 * size_t{1024}; // bytes of a secret file
 
 int64_t SteadyMs()
@@ -22,6 +23,7 @@ int64_t SteadyMs()
     return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
 }
 
+// "header." stands for header.X-Team and all the like.
 bool IsPrefix(const SinkOption &option)
 {
     return option.name[strlen(option.name) - 1] == '.';
@@ -60,6 +62,7 @@ Outcome Refused(std::string why, size_t taken)
     return {Outcome::Result::kRefused, taken, std::move(why)};
 }
 
+// One number, so that no lock is needed: the sink's thread asks often.
 void Interrupt::Raise(std::chrono::milliseconds grace)
 {
     deadline_ms_ = SteadyMs() + grace.count();
@@ -72,6 +75,8 @@ bool Interrupt::IsRaised() const
 
 std::string Secrets::Read(const std::string &path)
 {
+    // Not looked at for its rights here: SecretWarnings does, and warns, because the alert is worth
+    // more.
     std::ifstream file(path, std::ios::binary);
     if (!file)
         throw host::Error("cannot read the secret in " + path, strerror(errno),
@@ -79,11 +84,13 @@ std::string Secrets::Read(const std::string &path)
     std::string secret(kMaxSecret + 1, '\0');
     file.read(secret.data(), static_cast<std::streamsize>(secret.size()));
     secret.resize(static_cast<size_t>(file.gcount()));
+    // The first line alone: an editor adds a line end, and Windows two characters.
     secret.erase(std::min(secret.find_first_of("\r\n"), secret.size()));
     if (secret.empty() || secret.size() > kMaxSecret || secret.find('\0') != std::string::npos)
         throw host::Error("cannot use the secret in " + path,
                           "its first line is empty, too long, or holds a zero byte",
                           "write the secret into the first line");
+    // Known by its text, so one that is read from two files is hidden once.
     if (std::find(known_.begin(), known_.end(), secret) == known_.end())
         known_.push_back(secret);
     return secret;
@@ -94,6 +101,7 @@ std::string Secrets::Hide(std::string text) const
     constexpr char kHidden[] = "***";
     for (const std::string &secret : known_) {
         for (size_t at = text.find(secret); at != std::string::npos;
+             // On behind the stars, so that a secret of stars comes to an end.
              at = text.find(secret, at + strlen(kHidden)))
             text.replace(at, secret.size(), kHidden);
     }
@@ -102,6 +110,7 @@ std::string Secrets::Hide(std::string text) const
 
 std::string SinkConfig::Get(const std::string &option) const
 {
+    // As it was given, even when that is empty; then the standard one.
     const auto given = options.find(option);
     if (given != options.end())
         return given->second;
@@ -157,6 +166,8 @@ const SinkOption &FindOption(const SinkKind &kind, const std::string &name)
 
 void CheckSink(const SinkConfig &config)
 {
+    // Option by option, then whether all are there, then whether they go together: the first is
+    // what a person sees first.
     for (const auto &[name, value] : config.options) {
         const std::string allowed = FindOption(*config.kind, name).check(value);
         if (!allowed.empty())
@@ -171,6 +182,8 @@ void CheckSink(const SinkConfig &config)
     }
     for (const std::string &peer : config.Peers()) {
         Secrets secrets;
+        // Made and thrown away: a kind checks here what no single option shows. It connects to
+        // nothing.
         config.kind->open(config, peer, secrets);
     }
 }
@@ -182,6 +195,7 @@ std::vector<std::string> SecretWarnings(const SinkConfig &config)
         if (!FindOption(*config.kind, name).is_secret_file)
             continue;
         struct stat status {};
+        // A warning, not an error: the file may come later, or be readable for the daemon alone.
         if (stat(path.c_str(), &status) != 0)
             warnings.push_back("the file " + path + " cannot be read: " + strerror(errno));
         else if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0)

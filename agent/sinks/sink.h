@@ -1,8 +1,12 @@
-// What a sink is: a place where alerts go. One file per kind implements it; the table of kinds is in
-// sink_kinds.cc.
+// What a sink is: a place where alerts go. One file per kind implements it; the table of kinds is
+// in sink_kinds.cc.
 //
 // A sink belongs to one thread. It blocks only as long as its time limits allow, and gives up soon
 // after the interrupt was raised.
+//
+// A SinkConfig is what somebody has set up: texts under names. A SinkKind is what can be set up, as
+// a row of a table. A Sink is an open one, made of both; it lives until a failure, and is then made
+// anew. What it has sent is known to nobody but its caller.
 #ifndef AGENT_SINKS_SINK_H
 #define AGENT_SINKS_SINK_H
 
@@ -39,11 +43,12 @@ struct Outcome {
     std::string answer; // what the receiver said, or why it failed; one line
 };
 
+// `taken` beside a failure: so many were taken before it.
 Outcome AllTaken(std::span<const Message> messages, std::string answer);
 Outcome Failed(std::string why, size_t taken = 0);
 Outcome Refused(std::string why, size_t taken = 0);
 
-// Tells a sink that its thread is to end.
+// Tells a sink that its thread is to end. Raised by another thread; once raised it stays so.
 class Interrupt {
   public:
     // What is under way may still end within the grace period.
@@ -62,7 +67,9 @@ class Sink {
     Sink(const Sink &) = delete;
     Sink &operator=(const Sink &) = delete;
 
-    // Sends messages in order, at least one. May throw host::Error, which is a failure.
+    // Sends messages in order, at least one and at most batch() of them. Returns when the receiver
+    // has answered, or when it is clear that it does not. May throw host::Error, which is a
+    // failure.
     virtual Outcome Send(std::span<const Message> messages, const Interrupt &interrupt) = 0;
 
     // The most that one Send is given.
@@ -70,10 +77,11 @@ class Sink {
 };
 
 // The text of a secret file, without the line end. Remembers what was read, so that it can be taken
-// out of any text that is shown.
+// out of any text that is shown: a receiver may well send back what it was sent. Of one thread.
 class Secrets {
   public:
-    // Throws host::Error, which names the file and never its content.
+    // The first line of the file, of at most 64 KiB. Throws host::Error, which names the file and
+    // never its content.
     std::string Read(const std::string &path);
     // The text with "***" in place of each secret.
     [[nodiscard]] std::string Hide(std::string text) const;
@@ -84,7 +92,8 @@ class Secrets {
 
 struct SinkConfig;
 
-// An option of a kind of sink.
+// An option of a kind of sink: a row of its table, from which the help, the checks and the messages
+// are made.
 struct SinkOption {
     const char *name;     // "ca-file"; "header." stands for all options that begin so
     const char *form;     // "FILE", for the help
@@ -95,6 +104,7 @@ struct SinkOption {
     bool is_secret_file = false; // it names a file with a secret
 };
 
+// A kind of sink. Functions, not classes: a kind has no state.
 struct SinkKind {
     const char *name;
     const char *help;
@@ -113,7 +123,7 @@ struct SinkKind {
     std::vector<std::string> (*warnings)(const SinkConfig &config) = nullptr;
 };
 
-// A configured sink.
+// A configured sink. A value: a worker has a copy, which a change in the registry leaves alone.
 struct SinkConfig {
     int64_t key = 0; // number of its registry key
     std::string name;
@@ -122,6 +132,7 @@ struct SinkConfig {
 
     // The value of an option, or its standard one.
     [[nodiscard]] std::string Get(const std::string &option) const;
+    // Of an option whose check takes only numbers; 0 when it is empty.
     [[nodiscard]] int64_t Number(const std::string &option) const;
     [[nodiscard]] bool Has(const std::string &option) const { return !Get(option).empty(); }
     // What was given for "header.": {"X-Team", "ops"}. By name.
@@ -132,13 +143,15 @@ struct SinkConfig {
     bool operator==(const SinkConfig &) const = default;
 };
 
+// In the order in which the help shows them. Lives as long as the process.
 const std::vector<SinkKind> &AllKinds();
 // Throws host::Error, which names all kinds, for one that is not known.
 const SinkKind &FindKind(const std::string &name);
 // The option that a given name belongs to. Throws host::Error, which names all options.
 const SinkOption &FindOption(const SinkKind &kind, const std::string &name);
 
-// Throws host::Error, which says what is allowed, unless a sink can be made of this.
+// Throws host::Error, which says what is allowed, unless a sink can be made of this. Reads the
+// files that the options name, and connects to nothing.
 void CheckSink(const SinkConfig &config);
 
 // What is unsafe about its secrets, such as that everybody can read the file of one. One line each.

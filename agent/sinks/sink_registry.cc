@@ -17,6 +17,8 @@ namespace {
 constexpr char kKind[] = "Kind";
 constexpr char kAlertLimit[] = "AlertLimit";
 constexpr char kAlertMegabytes[] = "AlertMegabytes";
+// Bytes of a sink's name. It is a registry key's name and an argument of commands, and in the name
+// of a thread.
 constexpr size_t kMaxName = 64;
 
 std::string SinksPath()
@@ -57,6 +59,7 @@ StoredSink SinkRegistry::Read(host::KeyId key, const std::string &name)
         else
             sink.config.options[value.name] = TextOf(value);
     }
+    // What is wrong is noted and not thrown: one damaged sink must not hide the others.
     try {
         sink.config.kind = &FindKind(kind);
         for (const auto &[option, text] : sink.config.options) {
@@ -85,6 +88,7 @@ std::vector<StoredSink> SinkRegistry::ReadAll()
     return sinks;
 }
 
+// Names compare as those of the registry's keys do.
 StoredSink SinkRegistry::Find(const std::string &name)
 {
     std::string known;
@@ -112,6 +116,8 @@ void SinkRegistry::Add(SinkConfig config)
     SetText(registry_, config.key, kKind, config.kind->name);
     for (const auto &[name, value] : config.options)
         SetText(registry_, config.key, name, value);
+    // A sink gets what is reported from now on, not all that is kept. In the same transaction as
+    // the key: the deliverer sees both or nothing.
     Delivery begins_now;
     begins_now.last_id = alerts::NewestAlertId(store_.database());
     WriteDeliveries(store_, config.key, {{"", begins_now}});
@@ -126,6 +132,8 @@ SinkConfig SinkRegistry::Change(const std::string &name,
     edit(sink);
     const SinkConfig &config = sink.config;
     CheckSink(config);
+    // What is no option any more goes. The key stays, and with it what the sink has had: so it goes
+    // on where it was.
     for (const host::RegValue &value : registry_.Values(config.key)) {
         if (strcasecmp(value.name.c_str(), kKind) != 0 && !config.options.contains(value.name))
             registry_.DeleteValue(config.key, value.name);
@@ -138,6 +146,7 @@ SinkConfig SinkRegistry::Change(const std::string &name,
 
 void SinkRegistry::Remove(const std::string &name)
 {
+    // What is known of its deliveries goes with the key: see the tables of the store.
     registry_.DeleteKey(Find(name).config.key);
 }
 
@@ -163,6 +172,7 @@ void SinkRegistry::SetNumber(const char *name, uint32_t number)
 
 uint32_t SinkRegistry::AlertLimit()
 {
+    // A value that was written by hand may be anything.
     return std::clamp(Number(kAlertLimit).value_or(kDefaultAlertLimit), kSmallestAlertLimit,
                       kLargestAlertLimit);
 }

@@ -27,6 +27,7 @@ namespace sinks {
 // Set by a command that has changed a sink or the limit; the daemon reads them again.
 inline constexpr char kSinksEvent[] = "Agent_Sinks_Event";
 
+// Alerts that are kept, and MiB of them: without a setting, and what can be set.
 constexpr uint32_t kDefaultAlertLimit = 100000;
 constexpr uint32_t kSmallestAlertLimit = 100;
 constexpr uint32_t kLargestAlertLimit = 100000000;
@@ -39,6 +40,9 @@ struct StoredSink {
     std::string problem; // empty: none
 };
 
+// The sinks in a registry. It keeps nothing: each call reads the store, and all throw
+// host::StoreError when that fails. Store and registry must outlive it. A change wakes nobody: the
+// caller sets kSinksEvent behind it.
 class SinkRegistry {
   public:
     SinkRegistry(host::Store &store, host::RegistryTree &registry)
@@ -46,7 +50,7 @@ class SinkRegistry {
     {
     }
 
-    // In the order of their creation.
+    // In the order of their creation, those with a problem included.
     std::vector<StoredSink> ReadAll();
     // Throws host::Error, which names all sinks, when there is none of that name.
     StoredSink Find(const std::string &name);
@@ -61,6 +65,7 @@ class SinkRegistry {
     // With what is known of its deliveries. Throws host::Error when there is none of that name.
     void Remove(const std::string &name);
 
+    // How many alerts are kept: what is set, brought into the range, or the default.
     uint32_t AlertLimit();
     // Throws host::Error when it is out of range.
     void SetAlertLimit(const std::string &text);

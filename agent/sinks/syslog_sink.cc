@@ -49,6 +49,8 @@ class SyslogSink : public Sink {
                 return failure;
         }
         const std::string text = TextOf(message);
+        // A datagram, so a message is sent whole or not at all. NOSIGNAL: a daemon that is gone is
+        // an error here, not the end of this process.
         if (send(socket_.get(), text.data(), text.size(), MSG_NOSIGNAL) >= 0)
             return {};
         const int error = errno;
@@ -59,7 +61,9 @@ class SyslogSink : public Sink {
     {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
+        // Fits: CheckSocket has seen to that.
         path_.copy(address.sun_path, sizeof address.sun_path - 1);
+        // A socket that could not be made shows itself in the connect below.
         host::Fd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
         setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &kPatience, sizeof kPatience);
         if (connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
@@ -69,12 +73,15 @@ class SyslogSink : public Sink {
     }
     [[nodiscard]] std::string TextOf(const Message &message) const
     {
+        // The time of the message, not of the alert, which can be hours old by now. In the form of
+        // syslog's socket: local time without a year.
         const time_t now = time(nullptr);
         struct tm local {};
         localtime_r(&now, &local);
         char stamp[32];
         strftime(stamp, sizeof stamp, "%b %e %H:%M:%S", &local);
         std::string text = (message.is_test ? "TEST " : "") + AlertSummary(message);
+        // What is too long is cut at its end; the key stands in front of it.
         text.resize(std::min(text.size(), kMaxText));
         return "<" + std::to_string(priority_) + ">" + stamp + " " + kSyslogIdentifier + ": [" +
                message.key + " x" + std::to_string(message.alert.count) + "] " + text;

@@ -9,9 +9,12 @@ namespace sinks {
 
 namespace {
 
+// In the order of their numbers, from 0.
 constexpr const char *kLevels[] = {"emerg",   "alert",  "crit", "err",
                                    "warning", "notice", "info", "debug"};
 
+// Not all of syslog's: those that belong to the kernel, to mail and the like would say that the
+// message is from there.
 struct Facility {
     const char *name;
     int number;
@@ -42,6 +45,7 @@ int SyslogLevel(const std::string &name)
         if (name == kLevels[level])
             return static_cast<int>(level);
     }
+    // Not for a name that was checked.
     return LOG_WARNING;
 }
 

@@ -17,6 +17,9 @@ std::vector<Undelivered> ReadUndelivered(host::Database &database, int64_t sink)
 void WriteChanges(host::Store &store, int64_t sink, const std::vector<UndeliveredChange> &changes)
 {
     store.Write([&](host::Database &database) {
+        // From reg_key and alert: when one of them is gone there is nothing to insert, and no
+        // foreign key to break. REPLACE, since an alert that was sent again and refused again is
+        // there already; its wish goes with the old row.
         host::Statement put(database, "INSERT OR REPLACE INTO undelivered"
                                       " (sink, peer, alert, since_ms, reason, again)"
                                       " SELECT reg_key.id, ?, alert.id, ?, ?, ? FROM reg_key, alert"

@@ -12,6 +12,7 @@
 
 namespace sinks {
 
+// A row: one alert that one receiver does not take.
 struct Undelivered {
     std::string peer; // empty: the sink's only receiver
     int64_t alert_id = 0;
@@ -32,10 +33,11 @@ std::vector<Undelivered> ReadUndelivered(host::Database &database, int64_t sink)
 // Does what these say, in their order. Of a sink or an alert that is gone, nothing is stored.
 void WriteChanges(host::Store &store, int64_t sink, const std::vector<UndeliveredChange> &changes);
 
-// Marks the rows of this alert to be sent again.
+// Marks the rows of this alert to be sent again, at each peer that did not take it. The wish is the
+// daemon's to fulfil, when it runs: set kSinksEvent behind it.
 void WantAgain(host::Store &store, int64_t sink, int64_t alert_id);
 
-// Removes the rows of this alert.
+// Removes the rows of this alert: it is given up for this sink. The alert itself stays.
 void RemoveUndelivered(host::Store &store, int64_t sink, int64_t alert_id);
 
 } // namespace sinks

@@ -10,6 +10,8 @@ namespace sinks {
 
 namespace {
 
+// The URL may be a secret, so it is in no message: what libcurl or the receiver says goes through
+// Secrets::Hide in the worker.
 class WebhookSink : public Sink {
   public:
     WebhookSink(std::string url, const SinkConfig &config, Secrets &secrets)
@@ -18,6 +20,8 @@ class WebhookSink : public Sink {
     }
     Outcome Send(std::span<const Message> messages, const Interrupt &interrupt) override
     {
+        // One at a time: batch() is 1, since a receiver could take some of many and refuse the
+        // others.
         const Message &message = messages[0];
         const HttpReply reply =
             client_.Post(url_, AlertJson(message), {"Idempotency-Key: " + message.key}, interrupt);

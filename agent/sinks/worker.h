@@ -30,14 +30,21 @@
 
 namespace sinks {
 
+// What all workers of a deliverer have in common. `progressed` is called on the worker's thread and
+// returns at once.
 struct WorkerContext {
     std::filesystem::path store;
     PauseLimits pauses;
     std::function<void()> progressed; // called when there is news for the store
 };
 
+// The functions that are public are for the deliverer's thread and never wait, but for the
+// destructor. The worker reads the store over a connection of its own, which cannot write: what it
+// has done it tells its Progress.
 class Worker {
   public:
+    // Starts the thread. Nothing is opened yet: what fails then is a failure of the sink, which is
+    // tried again, and not of the constructor.
     Worker(WorkerContext context, SinkConfig config, std::string peer,
            std::shared_ptr<Progress> progress);
     ~Worker(); // waits for its end
@@ -87,9 +94,12 @@ class Worker {
     Secrets secrets_;
     std::unique_ptr<Sink> sink_; // opened anew after each failure: secrets may have changed
     Backoff backoff_;
+    // The receiver, respectively the store, has failed and was told of; no word more until it is
+    // well.
     bool failing_ = false;
     bool store_failing_ = false;
     size_t batch_limit_ = SIZE_MAX; // 1 after a refusal, to find the one that is refused
+    // The alert in front that was refused last; 0: none yet.
     int64_t refused_id_ = 0;
     int refusals_ = 0;                            // of that one
     int64_t ahead_by_ = 0;                        // so far behind it is the next one that is tried
