@@ -7,7 +7,6 @@
 #include "agent/alerts/report_folder.h"
 #include "agent/host/c_boundary.h"
 #include "agent/host/host.h"
-#include "agent/host/reported_hits.h"
 #include "platform/siblings.h"
 
 namespace {
@@ -27,7 +26,7 @@ int64_t NowMs()
     return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
 }
 
-alerts::Alert AlertOf(const ReportRequest &request)
+alerts::Alert AlertOf(host::Host &host, const ReportRequest &request)
 {
     alerts::Alert alert;
     alert.time_ms = NowMs();
@@ -35,7 +34,7 @@ alerts::Alert AlertOf(const ReportRequest &request)
     alert.log_name = request.logName;
     alert.source = request.source;
     alert.event_id = request.eventId;
-    alert.count = host::HitsOf(request);
+    alert.count = host.reported_hits().HitsOf(request, host.table());
     alert.message = request.strings[0];
     return alert;
 }
@@ -45,7 +44,8 @@ alerts::Alert AlertOf(const ReportRequest &request)
 extern "C" __attribute__((visibility("default"))) int VKMonitorCall(ReportRequest *request)
 {
     return host::AtBoundary<int>(__func__, 0, [&] {
-        folder.Add(host::HostStore(), AlertOf(*request));
+        host::Host &host = host::Current();
+        folder.Add(host.store(), AlertOf(host, *request));
         return 1;
     });
 }

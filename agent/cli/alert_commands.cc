@@ -60,11 +60,11 @@ void Print(const Context &context, const Alert &alert)
     }
 }
 
-int ShowAlerts(const Context &context, const AlertOptions &options)
+int ShowAlerts(Context &context, const AlertOptions &options)
 {
     const int64_t since = options.since.empty() ? 0 : ParseSince(options.since, time(nullptr));
     context.OpenToRead();
-    host::Database &database = host::HostStore().database();
+    host::Database &database = context.Host().store().database();
     int64_t shown = 0;
     for (;;) {
         const auto found = alerts::ReadAlerts(database, shown, since, kAtOnce);

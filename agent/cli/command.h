@@ -4,6 +4,7 @@
 #define AGENT_CLI_COMMAND_H
 
 #include <functional>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -40,16 +41,24 @@ constexpr char kForceHelp[] = "Take keywords that a fault-tolerant server cannot
                               "expressions, or only slowly";
 
 // What every command can use.
-struct Context {
+class Context {
+  public:
     host::Layout layout;
     bool json = false;          // print JSON instead of text
     bool needs_no_root = false; // the command works whatever --root names
 
-    // Opens the store, creating it when there is none; call it before the registry is written.
+    // Starts the host: opens the store, creating it when there is none. For a command that writes.
     // Throws host::StoreError.
-    void Open() const;
+    void Open();
     // For a command that only reads: a store that is not there is an error, and none is made.
-    void OpenToRead() const;
+    void OpenToRead();
+    // The host that one of them has started.
+    [[nodiscard]] host::Host &Host() const { return *host_; }
+
+  private:
+    void OpenAs(host::Role role);
+
+    std::unique_ptr<host::Host> host_;
 };
 
 // Set by a command; run after the command line was understood. Returns the exit status.

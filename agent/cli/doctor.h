@@ -71,15 +71,14 @@ class Examination {
 void CheckDaemon(const Context &context, Examination *examination);
 void CheckDisk(const Context &context, Examination *examination);
 // Without a host that can be started, the rest can only be skipped: false.
-bool CheckStore(const Context &context, Examination *examination);
+bool CheckStore(Context &context, Examination *examination);
 void CheckWatching(const Context &context, Examination *examination);
-void CheckEvents(Examination *examination);
-// Ends the started host.
+void CheckEvents(const Context &context, Examination *examination);
 void CheckTable(const Context &context, Examination *examination);
 
 // ---- the check of the sinks: doctor_sinks.cc ----
 
-void CheckSinks(Examination *examination);
+void CheckSinks(const Context &context, Examination *examination);
 
 // ---- the syslog daemon that writes the logs: doctor_rsyslog.cc ----
 

@@ -62,9 +62,9 @@ void CheckSpaceIn(const fs::path &folder, Examination *examination)
         examination->Well(folder, Amount(free_bytes) + " are free");
 }
 
-std::vector<events::StoredSource> Sources()
+std::vector<events::StoredSource> Sources(const Context &context)
 {
-    return events::EventRegistry(host::HostRegistry()).ReadAll();
+    return events::EventRegistry(context.Host().registry()).ReadAll();
 }
 
 } // namespace
@@ -126,7 +126,7 @@ void CheckDisk(const Context &context, Examination *examination)
     }
 }
 
-bool CheckStore(const Context &context, Examination *examination)
+bool CheckStore(Context &context, Examination *examination)
 {
     examination->Begin("store");
     const fs::path store = context.layout.Store();
@@ -139,7 +139,7 @@ bool CheckStore(const Context &context, Examination *examination)
     }
     try {
         context.OpenToRead();
-        host::HostStore().CheckIntegrity();
+        context.Host().store().CheckIntegrity();
     } catch (const host::Error &error) {
         examination->Finding(store, error);
         return false;
@@ -153,7 +153,7 @@ void CheckWatching(const Context &context, Examination *examination)
     examination->Begin("watching");
     const auto status = status::ReadStatus(context.layout.run);
     const std::string interval =
-        settings::GetSetting(host::HostRegistry(), settings::FindSetting("trigger-interval"));
+        settings::GetSetting(context.Host().registry(), settings::FindSetting("trigger-interval"));
     if (!status::DaemonLock::Holder(context.layout) || !status)
         examination->Skipped("inotify", "the daemon is not running");
     else if (!status->watch_problem.empty())
@@ -165,20 +165,20 @@ void CheckWatching(const Context &context, Examination *examination)
         examination->Well("inotify", "lines are found within " + interval + " ms");
 }
 
-void CheckEvents(Examination *examination)
+void CheckEvents(const Context &context, Examination *examination)
 {
     examination->Begin("events");
-    const bool fault_tolerant = settings::IsFaultTolerant(host::HostRegistry());
+    const bool fault_tolerant = settings::IsFaultTolerant(context.Host().registry());
     size_t events = 0;
     const size_t findings = examination->Findings();
-    for (const events::StoredSource &source : Sources()) {
+    for (const events::StoredSource &source : Sources(context)) {
         for (const events::StoredEvent &stored : source.events) {
             ++events;
             if (source.is_new_application_type)
                 continue; // of another component
             if (!stored.problem.empty()) {
                 const events::EventDoubt doubt =
-                    events::WhyLeftOut(host::HostRegistry(), source, stored);
+                    events::WhyLeftOut(context.Host().registry(), source, stored);
                 examination->Finding(events::NameOf(stored),
                                      doubt.cause + ", and so the monitor loads no event at all",
                                      doubt.advice);
@@ -199,13 +199,11 @@ void CheckEvents(Examination *examination)
 void CheckTable(const Context &context, Examination *examination)
 {
     examination->Begin("table");
-    const RulesCopy rules = CopyRules(host::HostRegistry(), true);
+    const RulesCopy rules = CopyRules(context.Host().registry(), true);
     try {
-        RunTrial(context.layout, rules, [&](monitor::Module &module) {
+        RunTrial(context.layout, rules, [&](monitor::Module &module, host::RegistryTree &registry) {
             const size_t findings = examination->Findings();
-            for (const auto &[source, stored] : LeftOutEvents(host::HostRegistry(), module)) {
-                const events::EventDoubt doubt =
-                    events::WhyLeftOut(host::HostRegistry(), source, stored);
+            for (const auto &[source, stored, doubt] : LeftOutEvents(registry, module)) {
                 if (source.is_new_application_type)
                     examination->Well(events::NameOf(stored), "it is left out: " + doubt.cause);
                 else

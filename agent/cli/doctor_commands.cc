@@ -92,13 +92,13 @@ std::vector<logs::WatchedFile> WatchedFiles(const Context &context)
 {
     try {
         monitor::Module module(context.layout);
-        return logs::ReadWatchedFiles(module, host::HostRegistry());
+        return logs::ReadWatchedFiles(module, context.Host().registry());
     } catch (const host::Error &) {
         return SystemLogOnly(); // CheckStamps says what is wrong with the module
     }
 }
 
-Examination Examine(const Context &context)
+Examination Examine(Context &context)
 {
     Examination examination;
     CheckDaemon(context, &examination);
@@ -115,13 +115,13 @@ Examination Examine(const Context &context)
     CheckResumePoints(context, files, &examination);
     CheckBacklog(context, files, &examination);
     CheckWatching(context, &examination);
-    CheckSinks(&examination);
-    CheckEvents(&examination);
-    CheckTable(context, &examination); // the last one: it ends the host
+    CheckSinks(context, &examination);
+    CheckEvents(context, &examination);
+    CheckTable(context, &examination);
     return examination;
 }
 
-int Diagnose(const Context &context)
+int Diagnose(Context &context)
 {
     const Examination examination = Examine(context);
     if (context.json)

@@ -35,7 +35,8 @@ void CheckDelivery(const std::string &receiver, const std::string &sink,
                              "; waiting alerts are then sent by themselves");
 }
 
-void CheckSinkOf(const sinks::StoredSink &sink, int64_t newest, Examination *examination)
+void CheckSinkOf(host::Host &host, const sinks::StoredSink &sink, int64_t newest,
+                 Examination *examination)
 {
     const std::string &name = sink.config.name;
     if (!sink.problem.empty()) {
@@ -43,10 +44,10 @@ void CheckSinkOf(const sinks::StoredSink &sink, int64_t newest, Examination *exa
                              "remove it with syslogmon sink remove " + name + " and add it again");
         return;
     }
-    for (const std::string &warning : SinkWarnings(sink.config))
+    for (const std::string &warning : SinkWarnings(host, sink.config))
         examination->Finding(name, warning,
                              "change it with syslogmon sink set " + name + ", or the file's mode");
-    const auto undelivered = sinks::ReadUndelivered(host::HostStore().database(), sink.config.key);
+    const auto undelivered = sinks::ReadUndelivered(host.store().database(), sink.config.key);
     if (!undelivered.empty())
         examination->Finding(name,
                              "it does not take " + std::to_string(undelivered.size()) +
@@ -55,7 +56,7 @@ void CheckSinkOf(const sinks::StoredSink &sink, int64_t newest, Examination *exa
                              "see syslogmon sink undelivered " + name +
                                  "; send them again with syslogmon sink retry " + name +
                                  ", or drop them with syslogmon sink drop " + name);
-    const auto rows = sinks::ReadDeliveries(host::HostStore().database(), sink.config.key);
+    const auto rows = sinks::ReadDeliveries(host.store().database(), sink.config.key);
     if (rows.empty())
         examination->Well(name, "nothing was sent to it yet");
     for (const auto &[peer, delivery] : rows) {
@@ -68,17 +69,17 @@ void CheckSinkOf(const sinks::StoredSink &sink, int64_t newest, Examination *exa
 
 } // namespace
 
-void CheckSinks(Examination *examination)
+void CheckSinks(const Context &context, Examination *examination)
 {
     examination->Begin("sinks");
-    sinks::SinkRegistry registry(host::HostStore(), host::HostRegistry());
+    sinks::SinkRegistry registry = Sinks(context);
     const auto sinks = registry.ReadAll();
-    const int64_t newest = alerts::NewestAlertId(host::HostStore().database());
+    const int64_t newest = alerts::NewestAlertId(context.Host().store().database());
     if (sinks.empty())
         examination->Well("all sinks", "there are none: alerts are only stored, for syslogmon "
                                        "alerts");
     for (const sinks::StoredSink &sink : sinks)
-        CheckSinkOf(sink, newest, examination);
+        CheckSinkOf(context.Host(), sink, newest, examination);
 }
 
 } // namespace cli

@@ -101,9 +101,9 @@ void ApplyOptions(const EventOptions &options, EventRecord *event)
     }
 }
 
-void CheckExpressions(const EventOptions &options, const EventRecord &event)
+void CheckExpressions(const Context &context, const EventOptions &options, const EventRecord &event)
 {
-    if (!options.keywords || options.force || !settings::IsFaultTolerant(host::HostRegistry()))
+    if (!options.keywords || options.force || !settings::IsFaultTolerant(context.Host().registry()))
         return;
     for (const std::string &keyword : event.keywords) {
         if (const auto fault = events::FaultOfExpression(keyword))
@@ -124,11 +124,12 @@ void CheckRoom(EventRegistry &events, const EventKey &key)
                           "remove events that are not needed");
 }
 
-void Change(const std::function<void(EventRegistry &)> &change)
+void Change(const Context &context, const std::function<void(EventRegistry &)> &change)
 {
     events::ChangeEvents(
+        context.Host(),
         [&] {
-            EventRegistry events(host::HostRegistry());
+            EventRegistry events(context.Host().registry());
             change(events);
         },
         [] { fprintf(stderr, "syslogmon: waiting until the table of events is free...\n"); });
@@ -136,14 +137,14 @@ void Change(const std::function<void(EventRegistry &)> &change)
 
 // ---- adding and changing ----
 
-int AddEvent(const Context &context, const EventOptions &options)
+int AddEvent(Context &context, const EventOptions &options)
 {
     context.Open();
     EventRecord event;
     event.key = KeyOf(options);
     ApplyOptions(options, &event);
-    CheckExpressions(options, event);
-    Change([&](EventRegistry &events) {
+    CheckExpressions(context, options, event);
+    Change(context, [&](EventRegistry &events) {
         if (events.Find(event.key))
             throw host::Error("cannot add event " + Quoted(event.key), "it is registered already",
                               "change it with syslogmon event set");
@@ -162,24 +163,24 @@ StoredEvent FindOrFail(EventRegistry &events, const EventKey &key)
     return *stored;
 }
 
-int SetEvent(const Context &context, const EventOptions &options)
+int SetEvent(Context &context, const EventOptions &options)
 {
     context.Open();
     const EventKey key = KeyOf(options);
-    Change([&](EventRegistry &events) {
+    Change(context, [&](EventRegistry &events) {
         EventRecord event = FindOrFail(events, key).event;
         ApplyOptions(options, &event);
-        CheckExpressions(options, event);
+        CheckExpressions(context, options, event);
         events.Write(event);
     });
     return kExitDone;
 }
 
-int RemoveEvent(const Context &context, const EventOptions &options)
+int RemoveEvent(Context &context, const EventOptions &options)
 {
     context.Open();
     const EventKey key = KeyOf(options);
-    Change([&](EventRegistry &events) {
+    Change(context, [&](EventRegistry &events) {
         FindOrFail(events, key);
         events.Remove(key);
     });
@@ -191,10 +192,10 @@ int RemoveEvent(const Context &context, const EventOptions &options)
 // The hits of an event so far, as of the last pass.
 using Hits = std::map<std::pair<std::string, uint32_t>, int32_t>;
 
-Hits ReadHits()
+Hits ReadHits(const Context &context)
 {
     Hits hits;
-    for (const auto &counter : host::HitCounters::Load(host::HostStore()))
+    for (const auto &counter : host::HitCounters::Load(context.Host().store()))
         hits.try_emplace({counter.source, counter.event_id}, counter.current_count);
     return hits;
 }
@@ -233,11 +234,11 @@ json ToJson(const StoredEvent &stored, const std::optional<int32_t> &hits)
     return object;
 }
 
-int ListEvents(const Context &context)
+int ListEvents(Context &context)
 {
     context.OpenToRead();
-    const auto sources = EventRegistry(host::HostRegistry()).ReadAll();
-    const Hits hits = ReadHits();
+    const auto sources = EventRegistry(context.Host().registry()).ReadAll();
+    const Hits hits = ReadHits(context);
     json list = json::array();
     Table table({"SOURCE", "ID", "HITS", "HOURS", "KEYWORDS"});
     for (const auto &source : sources) {
@@ -260,13 +261,13 @@ int ListEvents(const Context &context)
     return kExitDone;
 }
 
-int ShowEvent(const Context &context, const EventOptions &options)
+int ShowEvent(Context &context, const EventOptions &options)
 {
     context.OpenToRead();
-    EventRegistry events(host::HostRegistry());
+    EventRegistry events(context.Host().registry());
     const StoredEvent stored = FindOrFail(events, KeyOf(options));
     const EventRecord &event = stored.event;
-    const auto hits = HitsOf(ReadHits(), event.key);
+    const auto hits = HitsOf(ReadHits(context), event.key);
     if (context.json) {
         PrintJson({{"event", ToJson(stored, hits)}});
         return kExitDone;
@@ -288,7 +289,7 @@ int ShowEvent(const Context &context, const EventOptions &options)
 }
 
 // Sets up a command that takes the given options.
-using Function = int (*)(const Context &, const EventOptions &);
+using Function = int (*)(Context &, const EventOptions &);
 
 template <Function Run>
 void SetUpKey(CLI::App &app, Context &context, Action &action)

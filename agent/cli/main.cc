@@ -13,26 +13,22 @@
 
 namespace cli {
 
-namespace {
-
-void OpenAs(host::Role role, const host::Layout &layout)
+void Context::OpenAs(host::Role role)
 {
-    host::StartHost(layout, role);
-    host::HostStore().OnLongWait(
+    host_ = std::make_unique<host::Host>(layout, role);
+    host_->store().OnLongWait(
         [] { fprintf(stderr, "syslogmon: waiting for the monitor to finish its pass...\n"); });
-    status::DaemonLock::CheckStore(layout);
+    status::DaemonLock::CheckStore(*host_);
 }
 
-} // namespace
-
-void Context::Open() const
+void Context::Open()
 {
-    OpenAs(host::Role::kCommand, layout);
+    OpenAs(host::Role::kCommand);
 }
 
-void Context::OpenToRead() const
+void Context::OpenToRead()
 {
-    OpenAs(host::Role::kReader, layout);
+    OpenAs(host::Role::kReader);
 }
 
 namespace {
@@ -199,6 +195,5 @@ int main(int argc, char **argv)
         cli::PrintError(error.what());
         status = cli::kExitFailed;
     }
-    host::StopHost();
     return status;
 }

@@ -29,15 +29,15 @@ struct ExportOptions {
     bool utf16 = false;
 };
 
-std::vector<RegKeyContent> ReadKeys(const std::string &shown_key)
+std::vector<RegKeyContent> ReadKeys(host::Host &host, const std::string &shown_key)
 {
     const std::string path = regfile::TypedPath(shown_key);
-    const host::Snapshot snapshot(host::HostStore());
-    const auto key = host::HostRegistry().Find(host::kRootKey, path);
+    const host::Snapshot snapshot(host.store());
+    const auto key = host.registry().Find(host::kRootKey, path);
     if (!key)
         throw host::Error("cannot find the registry key " + shown_key, "there is none of that name",
                           "see syslogmon reg list");
-    return regfile::ReadRegKeys(host::HostRegistry(), *key, path);
+    return regfile::ReadRegKeys(host.registry(), *key, path);
 }
 
 std::string Hex(const std::string &bytes)
@@ -64,10 +64,10 @@ json ToJson(const std::vector<RegKeyContent> &keys)
     return {{"keys", list}};
 }
 
-int Export(const Context &context, const ExportOptions &options)
+int Export(Context &context, const ExportOptions &options)
 {
     context.OpenToRead();
-    const std::vector<RegKeyContent> keys = ReadKeys(options.key);
+    const std::vector<RegKeyContent> keys = ReadKeys(context.Host(), options.key);
     if (context.json) {
         PrintJson(ToJson(keys));
         return kExitDone;
@@ -82,12 +82,12 @@ int Export(const Context &context, const ExportOptions &options)
 // ---- import ----
 
 // The stored settings of the monitor, to see which of them an import changes.
-std::vector<std::optional<host::RegValue>> StoredSettings()
+std::vector<std::optional<host::RegValue>> StoredSettings(host::RegistryTree &registry)
 {
     std::vector<std::optional<host::RegValue>> stored;
     for (const settings::Setting &setting : settings::AllSettings()) {
-        const auto key = host::HostRegistry().Find(host::kRootKey, setting.key);
-        stored.push_back(key ? host::HostRegistry().Get(*key, setting.value) : std::nullopt);
+        const auto key = registry.Find(host::kRootKey, setting.key);
+        stored.push_back(key ? registry.Get(*key, setting.value) : std::nullopt);
     }
     return stored;
 }
@@ -105,15 +105,16 @@ struct Imported {
     bool is_told = false;              // there is a daemon that hears of it
 };
 
-Imported ImportSteps(const std::vector<regfile::RegStep> &steps)
+Imported ImportSteps(host::Host &host, const std::vector<regfile::RegStep> &steps)
 {
     Imported imported;
     std::vector<std::string> events;
     events::ChangeUnderTableMutex(
+        host,
         [&] {
-            const auto before = StoredSettings();
-            imported.result = regfile::ImportRegSteps(steps, host::HostRegistry());
-            const auto after = StoredSettings();
+            const auto before = StoredSettings(host.registry());
+            imported.result = regfile::ImportRegSteps(steps, host.registry());
+            const auto after = StoredSettings(host.registry());
             for (size_t i = 0; i < before.size(); ++i) {
                 if (IsSame(before[i], after[i]))
                     continue;
@@ -124,7 +125,7 @@ Imported ImportSteps(const std::vector<regfile::RegStep> &steps)
         },
         [] { fprintf(stderr, "syslogmon: waiting until the table of events is free...\n"); });
     for (const std::string &event : events)
-        host::WakeEvent::Create(host::HostLayout().run, event, false, false)->Set();
+        host::WakeEvent::Create(host.layout().run, event, false, false)->Set();
     return imported;
 }
 
@@ -155,13 +156,13 @@ void PrintAsJson(const std::string &file, const Imported &imported)
                {"changed_settings", imported.settings}});
 }
 
-int Import(const Context &context, const std::string &file)
+int Import(Context &context, const std::string &file)
 {
     const regfile::ParsedRegText parsed =
         regfile::ParseRegText(text::ReadWholeFile(file, regfile::kMaxRegFile));
     RefuseIfFaulty(context, "import", file, parsed.issues);
     context.Open();
-    Imported imported = ImportSteps(parsed.steps);
+    Imported imported = ImportSteps(context.Host(), parsed.steps);
     imported.is_told = status::DaemonLock::Holder(context.layout.run).has_value();
     if (context.json)
         PrintAsJson(file, imported);

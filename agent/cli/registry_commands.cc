@@ -32,9 +32,9 @@ struct RegOptions {
     bool yes = false;
 };
 
-KeyId FindOrFail(const std::string &path)
+KeyId FindOrFail(const Context &context, const std::string &path)
 {
-    const auto key = host::HostRegistry().Find(host::kRootKey, regfile::TypedPath(path));
+    const auto key = context.Host().registry().Find(host::kRootKey, regfile::TypedPath(path));
     if (!key)
         throw host::Error("cannot find the registry key " + path, "there is none of that name",
                           "see syslogmon reg list");
@@ -94,10 +94,11 @@ json ToJson(const RegValue &value)
 
 // ---- reading ----
 
-int GetValue(const Context &context, const RegOptions &options)
+int GetValue(Context &context, const RegOptions &options)
 {
     context.OpenToRead();
-    const auto value = host::HostRegistry().Get(FindOrFail(options.key), options.name);
+    const auto value =
+        context.Host().registry().Get(FindOrFail(context, options.key), options.name);
     if (!value)
         throw host::Error("cannot find the registry value " + options.name,
                           "the key " + options.key + " has none of that name",
@@ -119,9 +120,8 @@ std::string ShownPath(const std::string &path)
     return path.empty() ? regfile::kRegRootName : path;
 }
 
-void AddKey(KeyId key, const std::string &path, Listing *listing)
+void AddKey(host::RegistryTree &registry, KeyId key, const std::string &path, Listing *listing)
 {
-    auto &registry = host::HostRegistry();
     json object = {{"key", path}, {"values", json::array()}, {"subkeys", json::array()}};
     const auto values = registry.Values(key);
     for (const RegValue &value : values) {
@@ -136,20 +136,20 @@ void AddKey(KeyId key, const std::string &path, Listing *listing)
     listing->keys.push_back(object);
 }
 
-int ListKeys(const Context &context, const RegOptions &options)
+int ListKeys(Context &context, const RegOptions &options)
 {
     context.OpenToRead();
-    const host::Snapshot snapshot(host::HostStore()); // no key goes away between two looks
-    auto &registry = host::HostRegistry();
+    const host::Snapshot snapshot(context.Host().store()); // no key goes away between two looks
+    auto &registry = context.Host().registry();
     Listing listing;
     const std::string path = regfile::TypedPath(options.key);
-    const KeyId key = FindOrFail(path);
+    const KeyId key = FindOrFail(context, path);
     if (options.recursive) {
         regfile::WalkKeys(registry, key, path, [&](KeyId visited, const std::string &its_path) {
-            AddKey(visited, its_path, &listing);
+            AddKey(registry, visited, its_path, &listing);
         });
     } else {
-        AddKey(key, path, &listing);
+        AddKey(registry, key, path, &listing);
         for (const std::string &name : registry.SubKeys(key))
             listing.table.Add({path.empty() ? name : path + "\\" + name, "", "key", ""});
     }
@@ -215,7 +215,7 @@ RegValue ValueOf(const RegOptions &options)
     return {options.name, REG_SZ, options.data + '\0'};
 }
 
-int SetValue(const Context &context, const RegOptions &options)
+int SetValue(Context &context, const RegOptions &options)
 {
     const RegValue value = ValueOf(options);
     const std::string path = regfile::TypedPath(options.key);
@@ -225,9 +225,9 @@ int SetValue(const Context &context, const RegOptions &options)
                               " keys",
                           "choose a shorter path");
     context.Open();
-    host::Transaction transaction(host::HostStore());
-    const KeyId key = host::HostRegistry().Create(host::kRootKey, path);
-    host::HostRegistry().Set(key, value.name, value.type, value.data);
+    host::Transaction transaction(context.Host().store());
+    const KeyId key = context.Host().registry().Create(host::kRootKey, path);
+    context.Host().registry().Set(key, value.name, value.type, value.data);
     transaction.Commit();
     return kExitDone;
 }
@@ -239,11 +239,11 @@ bool NeedsYes(const std::string &path)
            regfile::IsWithin(kApplicationKey, path) || regfile::IsWithin(host::kAgentKey, path);
 }
 
-int Delete(const Context &context, const RegOptions &options)
+int Delete(Context &context, const RegOptions &options)
 {
     context.Open();
-    host::Transaction transaction(host::HostStore());
-    const KeyId key = FindOrFail(options.key);
+    host::Transaction transaction(context.Host().store());
+    const KeyId key = FindOrFail(context, options.key);
     if (key == host::kRootKey && !options.has_name)
         throw host::Error("cannot delete " + std::string(regfile::kRegRootName), "it is the root",
                           "name a key below it");
@@ -253,8 +253,8 @@ int Delete(const Context &context, const RegOptions &options)
                           "settings or sinks",
                           "keep a copy with syslogmon reg export, and add --yes");
     if (!options.has_name) {
-        host::HostRegistry().DeleteKey(key);
-    } else if (!host::HostRegistry().DeleteValue(key, options.name)) {
+        context.Host().registry().DeleteKey(key);
+    } else if (!context.Host().registry().DeleteValue(key, options.name)) {
         throw host::Error("cannot delete the registry value " + options.name,
                           "the key " + options.key + " has none of that name",
                           "see syslogmon reg list");
@@ -265,7 +265,7 @@ int Delete(const Context &context, const RegOptions &options)
 
 // ---- set-up ----
 
-using Function = int (*)(const Context &, const RegOptions &);
+using Function = int (*)(Context &, const RegOptions &);
 
 template <Function Run>
 void SetAction(CLI::App &app, Context &context, Action &action,

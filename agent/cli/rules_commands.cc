@@ -150,10 +150,10 @@ void PrintAsJson(const ApplyOptions &options, const RulesDifference &difference)
 RulesDifference Compare(const Context &context, const ApplyOptions &options,
                         const std::vector<rules::Rule> &rules)
 {
-    events::EventRegistry events(host::HostRegistry());
+    events::EventRegistry events(context.Host().registry());
     RulesDifference difference = rules::CompareRules(events.ReadAll(), rules, options.prune);
     CheckAgainstLog(rules, &difference);
-    if (settings::IsFaultTolerant(host::HostRegistry()))
+    if (settings::IsFaultTolerant(context.Host().registry()))
         rules::CheckExpressions(rules, options.force, &difference);
     std::stable_sort(difference.issues.begin(), difference.issues.end(),
                      [](const text::Issue &a, const text::Issue &b) { return a.at < b.at; });
@@ -166,8 +166,9 @@ RulesDifference CompareAndWrite(const Context &context, const ApplyOptions &opti
 {
     RulesDifference difference;
     events::ChangeUnderTableMutex(
+        context.Host(),
         [&] {
-            events::EventRegistry events(host::HostRegistry());
+            events::EventRegistry events(context.Host().registry());
             difference = Compare(context, options, rules);
             rules::WriteDifference(difference, &events);
             return !difference.changes.empty();
@@ -179,11 +180,11 @@ RulesDifference CompareAndWrite(const Context &context, const ApplyOptions &opti
 RulesDifference CompareOnly(const Context &context, const ApplyOptions &options,
                             const std::vector<rules::Rule> &rules)
 {
-    const host::Snapshot snapshot(host::HostStore());
+    const host::Snapshot snapshot(context.Host().store());
     return Compare(context, options, rules);
 }
 
-int Apply(const Context &context, const ApplyOptions &options)
+int Apply(Context &context, const ApplyOptions &options)
 {
     const rules::ParsedRules parsed =
         rules::ParseRules(text::ReadWholeFile(options.file, rules::kMaxRulesFile));
@@ -211,14 +212,14 @@ std::string SchemaPath()
     return std::filesystem::exists(SYSLOGMON_RULES_SCHEMA, ignored) ? SYSLOGMON_RULES_SCHEMA : "";
 }
 
-int Export(const Context &context)
+int Export(Context &context)
 {
     context.OpenToRead();
     rules::RulesFileNotes notes;
     std::vector<EventRecord> events;
     {
-        const host::Snapshot snapshot(host::HostStore());
-        events = rules::EventsForFile(events::EventRegistry(host::HostRegistry()).ReadAll(),
+        const host::Snapshot snapshot(context.Host().store());
+        events = rules::EventsForFile(events::EventRegistry(context.Host().registry()).ReadAll(),
                                       &notes.left_out);
     }
     for (const std::string &left_out : notes.left_out)

@@ -67,16 +67,16 @@ void Ask(const Context &context)
 }
 
 // Asks, waits, and looks whether that was enough.
-void ScanToTheEnd(const Context &context, double timeout)
+void ScanToTheEnd(Context &context, double timeout)
 {
     context.OpenToRead();
     monitor::Module module(context.layout);
-    const logs::FileMarks marks = logs::MarkWatchedFiles(module, host::HostRegistry());
+    const logs::FileMarks marks = logs::MarkWatchedFiles(module, context.Host().registry());
     const int64_t asked_ns = status::BootTimeNs();
     Ask(context);
     WaitForPass(context, asked_ns, timeout);
     std::string unread;
-    for (const std::string &told : logs::WhatIsUnread(module, host::HostRegistry(), marks))
+    for (const std::string &told : logs::WhatIsUnread(module, context.Host().registry(), marks))
         unread += (unread.empty() ? "" : ", and ") + told;
     if (!unread.empty())
         throw host::Error("not everything is checked", unread,

@@ -17,10 +17,10 @@ struct SettingOptions {
     std::string value;
 };
 
-int GetSettings(const Context &context, const SettingOptions &options)
+int GetSettings(Context &context, const SettingOptions &options)
 {
     context.OpenToRead();
-    auto &registry = host::HostRegistry();
+    auto &registry = context.Host().registry();
     if (!options.name.empty()) {
         const settings::Setting &setting = settings::FindSetting(options.name);
         const std::string value = settings::GetSetting(registry, setting);
@@ -44,11 +44,11 @@ int GetSettings(const Context &context, const SettingOptions &options)
     return kExitDone;
 }
 
-int SetSetting(const Context &context, const SettingOptions &options)
+int SetSetting(Context &context, const SettingOptions &options)
 {
     const settings::Setting &setting = settings::FindSetting(options.name);
     context.Open();
-    settings::ChangeSetting(host::HostRegistry(), setting, options.value);
+    settings::ChangeSetting(context.Host(), setting, options.value);
     return kExitDone;
 }
 

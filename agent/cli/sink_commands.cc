@@ -23,22 +23,22 @@
 
 namespace cli {
 
-sinks::SinkRegistry Sinks()
+sinks::SinkRegistry Sinks(const Context &context)
 {
-    return {host::HostStore(), host::HostRegistry()};
+    return {context.Host().store(), context.Host().registry()};
 }
 
-void TellDaemonOfSinks()
+void TellDaemonOfSinks(const Context &context)
 {
-    host::WakeEvent::Create(host::HostLayout().run, sinks::kSinksEvent, false, false)->Set();
+    host::WakeEvent::Create(context.layout.run, sinks::kSinksEvent, false, false)->Set();
 }
 
-std::vector<std::string> SinkWarnings(const sinks::SinkConfig &config)
+std::vector<std::string> SinkWarnings(host::Host &host, const sinks::SinkConfig &config)
 {
     std::vector<std::string> warnings = sinks::SecretWarnings(config);
     if (std::string(config.kind->name) != "file")
         return warnings;
-    for (const auto &watched : logs::WatchedPaths(host::HostRegistry())) {
+    for (const auto &watched : logs::WatchedPaths(host.registry())) {
         std::error_code ignored;
         const std::filesystem::path path = config.Get("path");
         if (path == watched || std::filesystem::equivalent(path, watched, ignored))
@@ -80,29 +80,29 @@ void TakeOptions(const std::vector<std::string> &words, SinkConfig &config)
 
 void Warn(const SinkConfig &config)
 {
-    for (const std::string &warning : SinkWarnings(config))
+    for (const std::string &warning : SinkWarnings(context.Host(), config))
         fprintf(stderr, "syslogmon: warning: %s\n", warning.c_str());
 }
 
-int AddSink(const Context &context, const SinkOptions &options)
+int AddSink(Context &context, const SinkOptions &options)
 {
     SinkConfig config;
     config.kind = &sinks::FindKind(options.kind);
     config.name = options.name;
     TakeOptions(options.options, config);
     context.Open();
-    Sinks().Add(config);
-    TellDaemonOfSinks();
+    Sinks(context).Add(config);
+    TellDaemonOfSinks(context);
     Warn(config);
     if (context.json)
-        PrintJson({{"added", config.name}, {"warnings", SinkWarnings(config)}});
+        PrintJson({{"added", config.name}, {"warnings", SinkWarnings(context.Host(), config)}});
     return kExitDone;
 }
 
 // The stored sink, which must be sound enough to work with.
 SinkConfig SoundSink(const std::string &name)
 {
-    StoredSink sink = Sinks().Find(name);
+    StoredSink sink = Sinks(context).Find(name);
     if (!sink.problem.empty())
         throw host::Error("cannot use the sink " + sink.config.name, sink.problem,
                           "remove it and add it again");
@@ -127,24 +127,24 @@ void ChangeOptions(const SinkOptions &options, StoredSink &sink)
     }
 }
 
-int ChangeSink(const Context &context, const SinkOptions &options)
+int ChangeSink(Context &context, const SinkOptions &options)
 {
     context.Open();
-    const SinkConfig config =
-        Sinks().Change(options.name, [&](StoredSink &sink) { ChangeOptions(options, sink); });
-    TellDaemonOfSinks();
+    const SinkConfig config = Sinks(context).Change(
+        options.name, [&](StoredSink &sink) { ChangeOptions(options, sink); });
+    TellDaemonOfSinks(context);
     Warn(config);
     if (context.json)
-        PrintJson({{"changed", config.name}, {"warnings", SinkWarnings(config)}});
+        PrintJson({{"changed", config.name}, {"warnings", SinkWarnings(context.Host(), config)}});
     return kExitDone;
 }
 
-int RemoveSink(const Context &context, const SinkOptions &options)
+int RemoveSink(Context &context, const SinkOptions &options)
 {
     context.Open();
-    const std::string name = Sinks().Find(options.name).config.name;
-    Sinks().Remove(name);
-    TellDaemonOfSinks();
+    const std::string name = Sinks(context).Find(options.name).config.name;
+    Sinks(context).Remove(name);
+    TellDaemonOfSinks(context);
     if (context.json)
         PrintJson({{"removed", name}});
     return kExitDone;
@@ -200,7 +200,7 @@ struct View {
     {
         std::vector<std::string> warnings;
         if (sink.config.kind != nullptr && sink.problem.empty())
-            warnings = SinkWarnings(sink.config);
+            warnings = SinkWarnings(context.Host(), sink.config);
         if (!undelivered.empty())
             warnings.push_back(UndeliveredText(Undelivered(), sink.config.name));
         const int64_t waiting = Waiting(Whole());
@@ -212,15 +212,15 @@ struct View {
     }
 };
 
-View ViewOf(StoredSink sink)
+View ViewOf(const Context &context, StoredSink sink)
 {
-    host::Database &database = host::HostStore().database();
+    host::Database &database = context.Host().store().database();
     View view;
     view.rows = sinks::ReadDeliveries(database, sink.config.key);
     view.undelivered = sinks::ReadUndelivered(database, sink.config.key);
     view.newest = alerts::NewestAlertId(database);
     view.oldest = alerts::OldestAlertId(database);
-    view.limit = Sinks().AlertLimit();
+    view.limit = Sinks(context).AlertLimit();
     view.sink = std::move(sink);
     return view;
 }
@@ -268,13 +268,13 @@ std::string ErrorText(const Delivery &row, const std::string &error)
     return (row.error_ms != 0 ? text::LocalTime(row.error_ms) + " " : "") + error;
 }
 
-int ListSinks(const Context &context, const SinkOptions &)
+int ListSinks(Context &context, const SinkOptions &)
 {
     context.OpenToRead();
     json list = json::array();
     Table table({"SINK", "KIND", "DELIVERED", "WAITING", "UNDELIVERED", "DROPPED", "LAST ERROR"});
-    for (StoredSink &sink : Sinks().ReadAll()) {
-        const View view = ViewOf(std::move(sink));
+    for (StoredSink &sink : Sinks(context).ReadAll()) {
+        const View view = ViewOf(context, std::move(sink));
         const Delivery whole = view.Whole();
         list.push_back(ToJson(view));
         table.Add({view.sink.config.name, KindName(view.sink), std::to_string(whole.delivered),
@@ -287,7 +287,7 @@ int ListSinks(const Context &context, const SinkOptions &)
         }
     }
     if (context.json)
-        PrintJson({{"sinks", list}, {"limit", Sinks().AlertLimit()}});
+        PrintJson({{"sinks", list}, {"limit", Sinks(context).AlertLimit()}});
     else
         table.Print();
     return kExitDone;
@@ -305,10 +305,10 @@ void AddRows(Table &table, const View &view, const Delivery &row, int64_t undeli
     table.Add({"last error", ErrorText(row, error)});
 }
 
-int ShowSink(const Context &context, const SinkOptions &options)
+int ShowSink(Context &context, const SinkOptions &options)
 {
     context.OpenToRead();
-    const View view = ViewOf(Sinks().Find(options.name));
+    const View view = ViewOf(context, Sinks(context).Find(options.name));
     if (context.json) {
         PrintJson({{"sink", ToJson(view)}});
         return kExitDone;
@@ -340,7 +340,7 @@ std::string HostName()
     return name;
 }
 
-sinks::Message TestMessage(const SinkConfig &config)
+sinks::Message TestMessage(host::Store &store, const SinkConfig &config)
 {
     sinks::Message message;
     message.is_test = true;
@@ -350,19 +350,19 @@ sinks::Message TestMessage(const SinkConfig &config)
     message.alert.source = "SYSLOGMON-TEST";
     message.alert.count = 1;
     message.alert.message = "This is a test of the sink " + config.name + ". Nothing has happened.";
-    message.key = host::HostStore().series() + "/test-" + std::to_string(message.alert.time_ms);
+    message.key = store.series() + "/test-" + std::to_string(message.alert.time_ms);
     if (config.kind->active != nullptr)
         message.ends_ms = message.alert.time_ms + config.kind->active(config).count();
     return message;
 }
 
-sinks::Outcome TestPeer(const SinkConfig &config, const std::string &peer)
+sinks::Outcome TestPeer(host::Store &store, const SinkConfig &config, const std::string &peer)
 {
     sinks::Secrets secrets;
     sinks::Outcome outcome;
     try {
         const auto sink = config.kind->open(config, peer, secrets);
-        const sinks::Message message = TestMessage(config);
+        const sinks::Message message = TestMessage(store, config);
         outcome = sink->Send(std::span(&message, 1), sinks::Interrupt());
     } catch (const std::exception &error) {
         outcome = sinks::Failed(error.what());
@@ -371,7 +371,7 @@ sinks::Outcome TestPeer(const SinkConfig &config, const std::string &peer)
     return outcome;
 }
 
-int TestSink(const Context &context, const SinkOptions &options)
+int TestSink(Context &context, const SinkOptions &options)
 {
     signal(SIGPIPE, SIG_IGN); // a receiver that hangs up is an answer, too
     context.OpenToRead();
@@ -380,7 +380,7 @@ int TestSink(const Context &context, const SinkOptions &options)
     json answers = json::array();
     bool all_taken = true;
     for (const std::string &peer : config.Peers()) {
-        const sinks::Outcome outcome = TestPeer(config, peer);
+        const sinks::Outcome outcome = TestPeer(context.Host().store(), config, peer);
         const bool taken = outcome.result == sinks::Outcome::Result::kTaken;
         all_taken = all_taken && taken;
         answers.push_back({{"peer", peer}, {"taken", taken}, {"answer", outcome.answer}});
@@ -396,7 +396,7 @@ int TestSink(const Context &context, const SinkOptions &options)
     return all_taken ? kExitDone : kExitFailed;
 }
 
-int Limit(const Context &context, const SinkOptions &options)
+int Limit(Context &context, const SinkOptions &options)
 {
     const bool is_set = !options.limit.empty() || !options.megabytes.empty();
     if (is_set)
@@ -404,17 +404,19 @@ int Limit(const Context &context, const SinkOptions &options)
     else
         context.OpenToRead();
     if (!options.limit.empty())
-        Sinks().SetAlertLimit(options.limit);
+        Sinks(context).SetAlertLimit(options.limit);
     if (!options.megabytes.empty())
-        Sinks().SetAlertMegabytes(options.megabytes);
+        Sinks(context).SetAlertMegabytes(options.megabytes);
     if (is_set) {
-        TellDaemonOfSinks();
+        TellDaemonOfSinks(context);
         return kExitDone;
     }
     if (context.json)
-        PrintJson({{"limit", Sinks().AlertLimit()}, {"megabytes", Sinks().AlertMegabytes()}});
+        PrintJson({{"limit", Sinks(context).AlertLimit()},
+                   {"megabytes", Sinks(context).AlertMegabytes()}});
     else
-        printf("%u\n", options.shows_megabytes ? Sinks().AlertMegabytes() : Sinks().AlertLimit());
+        printf("%u\n", options.shows_megabytes ? Sinks(context).AlertMegabytes()
+                                               : Sinks(context).AlertLimit());
     return kExitDone;
 }
 
@@ -439,7 +441,7 @@ std::string KindsHelp()
     return text;
 }
 
-using Function = int (*)(const Context &, const SinkOptions &);
+using Function = int (*)(Context &, const SinkOptions &);
 
 template <Function function>
 void SetUp(CLI::App &app, Context &context, Action &action,

@@ -11,13 +11,13 @@
 namespace cli {
 
 // The sinks of the opened store.
-sinks::SinkRegistry Sinks();
+sinks::SinkRegistry Sinks(const Context &context);
 
 // Makes a running daemon read the sinks again, and what is wanted of them.
-void TellDaemonOfSinks();
+void TellDaemonOfSinks(const Context &context);
 
 // What is unsafe about a sink: see SecretWarnings; and whether the monitor reads what it writes.
-std::vector<std::string> SinkWarnings(const sinks::SinkConfig &config);
+std::vector<std::string> SinkWarnings(host::Host &host, const sinks::SinkConfig &config);
 
 // ---- sink undelivered, retry, drop: undelivered_commands.cc ----
 

@@ -34,10 +34,10 @@ std::string Seconds(int64_t microseconds)
 
 // Events that the monitor cannot load. One of them is enough to keep the whole table from being
 // loaded.
-std::vector<StoredEvent> DamagedEvents()
+std::vector<StoredEvent> DamagedEvents(const Context &context)
 {
     std::vector<StoredEvent> damaged;
-    for (const auto &source : events::EventRegistry(host::HostRegistry()).ReadAll()) {
+    for (const auto &source : events::EventRegistry(context.Host().registry()).ReadAll()) {
         for (const StoredEvent &stored : source.events) {
             if (!source.is_new_application_type && !stored.problem.empty())
                 damaged.push_back(stored);
@@ -110,7 +110,7 @@ void PrintFiles(const std::vector<WatchedFile> &files)
     table.Print();
 }
 
-void PrintDaemon(const Daemon &daemon)
+void PrintDaemon(const Context &context, const Daemon &daemon)
 {
     const auto &status = daemon.status;
     Table table({"MONITOR", ""});
@@ -131,8 +131,9 @@ void PrintDaemon(const Daemon &daemon)
             table.Add({"ended by itself",
                        std::to_string(status->restarts) + " times, last: " + status->last_error});
     }
-    table.Add({"cycle", settings::GetSetting(host::HostRegistry(), settings::FindSetting("cycle")) +
-                            " seconds"});
+    table.Add(
+        {"cycle", settings::GetSetting(context.Host().registry(), settings::FindSetting("cycle")) +
+                      " seconds"});
     table.Print();
 }
 
@@ -195,17 +196,17 @@ void PrintAsJson(const Daemon &daemon, const std::vector<WatchedFile> &files,
     PrintJson(object);
 }
 
-int ShowStatus(const Context &context)
+int ShowStatus(Context &context)
 {
     context.OpenToRead();
     const Daemon daemon = LookAtDaemon(context);
     monitor::Module module(context.layout);
-    const auto files = logs::ReadWatchedFiles(module, host::HostRegistry());
-    const auto damaged = DamagedEvents();
+    const auto files = logs::ReadWatchedFiles(module, context.Host().registry());
+    const auto damaged = DamagedEvents(context);
     if (context.json) {
         PrintAsJson(daemon, files, damaged);
     } else {
-        PrintDaemon(daemon);
+        PrintDaemon(context, daemon);
         printf("\n");
         PrintFiles(files);
         for (const StoredEvent &stored : damaged)

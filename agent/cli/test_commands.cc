@@ -29,7 +29,7 @@ using logs::StampProblem;
 using nlohmann::json;
 
 using Clock = std::chrono::steady_clock;
-using LeftOut = std::vector<std::pair<events::StoredSource, events::StoredEvent>>;
+using LeftOut = std::vector<LeftOutEvent>;
 
 constexpr size_t kShownOfALine = 72; // bytes of a line that are shown on a terminal
 
@@ -67,22 +67,22 @@ void EndIfInterrupted()
 
 // ---- the rules ----
 
-RulesCopy HostRules(const Context &context)
+RulesCopy HostRules(Context &context)
 {
     context.OpenToRead();
-    return CopyRules(host::HostRegistry(), true);
+    return CopyRules(context.Host().registry(), true);
 }
 
 // The settings and products of the host. Without a store there are none; for somebody who may not
 // read it, it is said that they are not known.
-RulesCopy HostSettings(const Context &context)
+RulesCopy HostSettings(Context &context)
 {
     std::error_code failed;
     if (!std::filesystem::exists(context.layout.Store(), failed) && !failed)
         return {};
     try {
         context.OpenToRead();
-        return CopyRules(host::HostRegistry(), false);
+        return CopyRules(context.Host().registry(), false);
     } catch (const host::Error &error) {
         PrintError(std::string("warning: the settings of this host are not used: ") + error.what());
         return {};
@@ -90,7 +90,7 @@ RulesCopy HostSettings(const Context &context)
 }
 
 // The events of a rules file, and nothing else, with the settings of this host.
-RulesCopy FileRules(const Context &context, const std::string &file)
+RulesCopy FileRules(Context &context, const std::string &file)
 {
     const auto parsed = rules::ParseRules(text::ReadWholeFile(file, rules::kMaxRulesFile));
     RefuseIfFaulty(context, "try", file, parsed.issues);
@@ -140,9 +140,8 @@ void PrintLeftOut(const LeftOut &left_out)
         return;
     printf("\n");
     Table table({"NOT LOADED", "ID", "CAUSE"});
-    for (const auto &[source, stored] : left_out)
-        table.Add({source.name, stored.id_text,
-                   events::WhyLeftOut(host::HostRegistry(), source, stored).cause});
+    for (const auto &[source, stored, doubt] : left_out)
+        table.Add({source.name, stored.id_text, doubt.cause});
     table.Print();
 }
 
@@ -198,11 +197,8 @@ json EventsAsJson(const Tally &tally)
 json LeftOutAsJson(const LeftOut &left_out)
 {
     json events = json::array();
-    for (const auto &[source, stored] : left_out)
-        events.push_back(
-            {{"source", source.name},
-             {"id", stored.id_text},
-             {"cause", events::WhyLeftOut(host::HostRegistry(), source, stored).cause}});
+    for (const auto &[source, stored, doubt] : left_out)
+        events.push_back({{"source", source.name}, {"id", stored.id_text}, {"cause", doubt.cause}});
     return events;
 }
 
@@ -253,13 +249,14 @@ void ReadFiles(const std::vector<std::string> &files, Tally *tally)
     }
 }
 
-void TryFiles(const Context &context, const TestOptions &options, monitor::Module &module)
+void TryFiles(const Context &context, const TestOptions &options, monitor::Module &module,
+              host::RegistryTree &registry)
 {
     Tally tally(module, options.line_hours ? HourOf::kLine : HourOf::kNow);
     const auto begin = Clock::now();
     ReadFiles(options.files, &tally);
     const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
-    const LeftOut left_out = LeftOutEvents(host::HostRegistry(), module);
+    const LeftOut left_out = LeftOutEvents(registry, module);
     if (context.json) {
         PrintAsJson(tally, left_out);
         return;
@@ -329,7 +326,8 @@ std::string WhatAMatchDoes(const Tally &tally, size_t index)
     return "it counts; every " + std::to_string(count) + " hits are reported";
 }
 
-std::vector<Verdict> Explain(Tally &tally, const monitor::Module &module, const std::string &text)
+std::vector<Verdict> Explain(Tally &tally, const monitor::Module &module,
+                             host::RegistryTree &registry, const std::string &text)
 {
     Sighting line;
     line.text = text;
@@ -348,10 +346,8 @@ std::vector<Verdict> Explain(Tally &tally, const monitor::Module &module, const 
             verdict.reason = why_none.empty() ? WhyNoMatch(tally, module, i, text) : why_none;
         verdicts.push_back(std::move(verdict));
     }
-    for (const auto &[source, stored] : LeftOutEvents(host::HostRegistry(), module))
-        verdicts.push_back(
-            {source.name, stored.id_text, false,
-             "not loaded: " + events::WhyLeftOut(host::HostRegistry(), source, stored).cause});
+    for (const auto &[source, stored, doubt] : LeftOutEvents(registry, module))
+        verdicts.push_back({source.name, stored.id_text, false, "not loaded: " + doubt.cause});
     return verdicts;
 }
 
@@ -362,10 +358,11 @@ std::string AsALine(const std::string &text)
     return line.substr(0, kLineBufferSize - 1);
 }
 
-void ExplainLine(const Context &context, const TestOptions &options, monitor::Module &module)
+void ExplainLine(const Context &context, const TestOptions &options, monitor::Module &module,
+                 host::RegistryTree &registry)
 {
     Tally tally(module, options.line_hours ? HourOf::kLine : HourOf::kNow);
-    const auto verdicts = Explain(tally, module, AsALine(*options.explain));
+    const auto verdicts = Explain(tally, module, registry, AsALine(*options.explain));
     Table table({"SOURCE", "ID", "MATCHES", "REASON"});
     json events = json::array();
     for (const Verdict &verdict : verdicts) {
@@ -383,18 +380,18 @@ void ExplainLine(const Context &context, const TestOptions &options, monitor::Mo
 
 // ---- the command ----
 
-int Test(const Context &context, const TestOptions &options)
+int Test(Context &context, const TestOptions &options)
 {
     TakeInterruptions();
     const bool has_file = !options.rules.empty();
     const RulesCopy rules = has_file ? FileRules(context, options.rules) : HostRules(context);
     // The rules of a file need nothing of an installation but the module of this program.
     const host::Layout libraries = has_file ? host::Layout::Find() : context.layout;
-    RunTrial(libraries, rules, [&](monitor::Module &module) {
+    RunTrial(libraries, rules, [&](monitor::Module &module, host::RegistryTree &registry) {
         if (options.explain)
-            ExplainLine(context, options, module);
+            ExplainLine(context, options, module, registry);
         else
-            TryFiles(context, options, module);
+            TryFiles(context, options, module, registry);
     });
     return kExitDone;
 }

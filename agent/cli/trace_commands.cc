@@ -10,16 +10,16 @@ namespace cli {
 
 namespace {
 
-int Level(const Context &context, const std::string &level)
+int Level(Context &context, const std::string &level)
 {
     const settings::Setting &setting = settings::FindSetting("trace-level");
     if (!level.empty()) {
         context.Open();
-        settings::ChangeSetting(host::HostRegistry(), setting, level);
+        settings::ChangeSetting(context.Host(), setting, level);
         return kExitDone;
     }
     context.OpenToRead();
-    const std::string current = settings::GetSetting(host::HostRegistry(), setting);
+    const std::string current = settings::GetSetting(context.Host().registry(), setting);
     if (context.json)
         PrintJson({{"trace_level", current}});
     else

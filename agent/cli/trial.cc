@@ -9,9 +9,9 @@
 #include "agent/host/convert.h"
 #include "agent/host/error.h"
 #include "agent/host/host.h"
+#include "agent/host/moments.h"
 #include "agent/host/owned_handle.h"
 #include "agent/host/store.h"
-#include "agent/host/sync.h"
 #include "agent/host/trace_log.h"
 #include "agent/regfile/reg_import.h"
 #include "platform/contract.h"
@@ -28,14 +28,13 @@ namespace {
 class PrivateHost {
   public:
     PrivateHost(const host::Layout &real, const RulesCopy &rules)
+        : host_(
+              {real.root, folder_.path() / "state", folder_.path() / "run", folder_.path() / "log"},
+              host::Role::kCommand)
     {
-        host::StopHost();
-        const fs::path &place = folder_.path();
-        host::StartHost({real.root, place / "state", place / "run", place / "log"},
-                        host::Role::kCommand);
         host::SetTraceLevel(host::kTraceOff);
-        host::Transaction transaction(host::HostStore());
-        auto &registry = host::HostRegistry();
+        host::Transaction transaction(host_.store());
+        auto &registry = host_.registry();
         registry.Create(host::kRootKey, kApplicationKey);
         for (const regfile::RegKeyContent &key : rules.keys) {
             const host::KeyId copy = registry.Create(host::kRootKey, key.path);
@@ -46,19 +45,38 @@ class PrivateHost {
         for (const events::EventRecord &event : rules.events)
             events.Write(event);
         transaction.Commit();
-        host::SetLogCharset(host::AgentText("LogCharset").value_or(host::kDefaultLogCharset));
+        host::SetLogCharset(
+            host::AgentText(registry, "LogCharset").value_or(host::kDefaultLogCharset));
     }
-    ~PrivateHost()
-    {
-        host::SetWaitHooks({});
-        host::SetEventHook(nullptr, nullptr);
-        host::StopHost();
-    }
-    PrivateHost(const PrivateHost &) = delete;
-    PrivateHost &operator=(const PrivateHost &) = delete;
+    host::Host &get() { return host_; }
 
   private:
     TemporaryFolder folder_; // goes after the host
+    host::Host host_;
+};
+
+// Does what is to be done in the pause, and keeps what it throws: the module must come to its end
+// first.
+class Pause : public host::Moments {
+  public:
+    explicit Pause(std::function<void()> action) : action_(std::move(action)) {}
+
+    void TableLoaded() override
+    {
+        was_reached_ = true;
+        try {
+            action_();
+        } catch (...) {
+            failure_ = std::current_exception();
+        }
+    }
+    [[nodiscard]] bool WasReached() const { return was_reached_; }
+    [[nodiscard]] const std::exception_ptr &failure() const { return failure_; }
+
+  private:
+    std::function<void()> action_;
+    bool was_reached_ = false;
+    std::exception_ptr failure_;
 };
 
 void CopyTree(host::RegistryTree &registry, const std::string &path, RulesCopy *copy)
@@ -91,7 +109,7 @@ void CopyTree(host::RegistryTree &registry, const std::string &path, RulesCopy *
 RulesCopy CopyRules(host::RegistryTree &registry, bool with_events)
 {
     RulesCopy copy;
-    const host::Snapshot snapshot(host::HostStore());
+    const host::Snapshot snapshot(registry.store());
     if (with_events)
         CopyTree(registry, kApplicationKey, &copy);
     CopyTree(registry, kAlertReportKey, &copy);
@@ -99,10 +117,9 @@ RulesCopy CopyRules(host::RegistryTree &registry, bool with_events)
     return copy;
 }
 
-void RunTrial(const host::Layout &layout, const RulesCopy &rules,
-              const std::function<void(monitor::Module &)> &action)
+void RunTrial(const host::Layout &layout, const RulesCopy &rules, const TrialAction &action)
 {
-    const PrivateHost host(layout, rules);
+    PrivateHost host(layout, rules);
     monitor::Module module(layout);
     std::vector<char> record(kThreadRecordSize);
     const host::OwnedHandle stop(CreateEvent(nullptr, TRUE, TRUE, nullptr));
@@ -110,40 +127,32 @@ void RunTrial(const host::Layout &layout, const RulesCopy &rules,
     for (const auto &[offset, handle] : {std::pair(kThreadStopHandleOffset, stop.get()),
                                          std::pair(kThreadStartupEventOffset, started.get())})
         memcpy(record.data() + offset, &handle, sizeof handle);
-    bool was_loaded = false;
-    std::exception_ptr failure;
-    host::SetEventHook(started.get(), [&] {
-        was_loaded = true;
-        try {
-            action(module);
-        } catch (...) {
-            failure = std::current_exception();
-        }
-    });
-    // The stop handle is signalled from the start, so the module ends when it waits for the first
-    // time. Its first pass finds no resume points, and checks no line.
-    module.StartThread(record.data());
-    host::SetEventHook(nullptr, nullptr);
-    if (failure)
-        std::rethrow_exception(failure);
-    if (!was_loaded)
-        FailToLoad(host::HostRegistry());
+    Pause pause([&] { action(module, host.get().registry()); });
+    {
+        const host::MomentsOf moments(host.get(), pause, started.get());
+        // The stop handle is signalled from the start, so the module ends when it waits for the first
+        // time. Its first pass finds no resume points, and checks no line.
+        module.StartThread(record.data());
+    }
+    if (pause.failure())
+        std::rethrow_exception(pause.failure());
+    if (!pause.WasReached())
+        FailToLoad(host.get().registry());
 }
 
-std::vector<std::pair<events::StoredSource, events::StoredEvent>>
-LeftOutEvents(host::RegistryTree &registry, const monitor::Module &module)
+std::vector<LeftOutEvent> LeftOutEvents(host::RegistryTree &registry, const monitor::Module &module)
 {
     std::multimap<std::string, uint32_t> loaded;
     for (int i = 0; i < *module.table().count; ++i)
         loaded.emplace(module.table().entries[i]->Source, module.table().entries[i]->EventID);
-    std::vector<std::pair<events::StoredSource, events::StoredEvent>> left_out;
+    std::vector<LeftOutEvent> left_out;
     for (const events::StoredSource &source : events::EventRegistry(registry).ReadAll()) {
         for (const events::StoredEvent &stored : source.events) {
             auto [found, end] = loaded.equal_range(source.name);
             while (found != end && found->second != stored.event.key.id)
                 ++found;
             if (found == end)
-                left_out.emplace_back(source, stored);
+                left_out.push_back({source, stored, events::WhyLeftOut(registry, source, stored)});
             else
                 loaded.erase(found);
         }

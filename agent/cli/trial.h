@@ -9,9 +9,11 @@
 
 #include <filesystem>
 #include <functional>
+#include <string>
 #include <utility>
 #include <vector>
 
+#include "agent/events/event_checks.h"
 #include "agent/events/events.h"
 #include "agent/host/layout.h"
 #include "agent/host/registry_tree.h"
@@ -26,18 +28,26 @@ struct RulesCopy {
     std::vector<events::EventRecord> events;  // in addition
 };
 
-// Products and the agent's settings of the started host, and its events if they are wanted.
+// Products and the agent's settings of a registry, and its events if they are wanted.
 RulesCopy CopyRules(host::RegistryTree &registry, bool with_events);
 
-// Runs a trial: `action` is called in the pause, with the registry of the trial as the host's.
-// Ends the host that is started; none is started afterwards. Rethrows what the action throws. Throws
-// host::Error when the module cannot load the rules.
-void RunTrial(const host::Layout &layout, const RulesCopy &rules,
-              const std::function<void(monitor::Module &)> &action);
+// What is done in the pause, with the registry of the trial.
+using TrialAction = std::function<void(monitor::Module &, host::RegistryTree &)>;
 
-// The events of the started host that the module has not loaded, each with its source.
-std::vector<std::pair<events::StoredSource, events::StoredEvent>>
-LeftOutEvents(host::RegistryTree &registry, const monitor::Module &module);
+// Runs a trial in a host of its own. A host that is started is left alone. Rethrows what the action
+// throws. Throws host::Error when the module cannot load the rules.
+void RunTrial(const host::Layout &layout, const RulesCopy &rules, const TrialAction &action);
+
+// An event that the module has not loaded, and why.
+struct LeftOutEvent {
+    events::StoredSource source;
+    events::StoredEvent stored;
+    events::EventDoubt doubt;
+};
+
+// Of a trial, those of its registry.
+std::vector<LeftOutEvent> LeftOutEvents(host::RegistryTree &registry,
+                                        const monitor::Module &module);
 
 } // namespace cli
 

@@ -24,9 +24,9 @@ struct UndeliveredOptions {
     std::vector<int64_t> ids;
 };
 
-alerts::Alert AlertOf(const Undelivered &row)
+alerts::Alert AlertOf(host::Database &database, const Undelivered &row)
 {
-    auto found = alerts::ReadAlerts(host::HostStore().database(), row.alert_id - 1, 0, 1);
+    auto found = alerts::ReadAlerts(database, row.alert_id - 1, 0, 1);
     return found.empty() || found[0].id != row.alert_id ? alerts::Alert{} : std::move(found[0]);
 }
 
@@ -37,14 +37,15 @@ json ToJson(const Undelivered &row, const alerts::Alert &alert)
             {"message", alert.message}, {"host", alert.host}, {"time_ms", alert.time_ms}};
 }
 
-int ListUndelivered(const Context &context, const UndeliveredOptions &options)
+int ListUndelivered(Context &context, const UndeliveredOptions &options)
 {
     context.OpenToRead();
-    const sinks::SinkConfig sink = Sinks().Find(options.name).config;
+    const sinks::SinkConfig sink = Sinks(context).Find(options.name).config;
     json list = json::array();
     Table table({"ALERT", "PUT ASIDE", "PEER", "REASON", "TEXT"});
-    for (const Undelivered &row : sinks::ReadUndelivered(host::HostStore().database(), sink.key)) {
-        const alerts::Alert alert = AlertOf(row);
+    host::Database &database = context.Host().store().database();
+    for (const Undelivered &row : sinks::ReadUndelivered(database, sink.key)) {
+        const alerts::Alert alert = AlertOf(database, row);
         list.push_back(ToJson(row, alert));
         table.Add({std::to_string(row.alert_id), text::LocalTime(row.since_ms),
                    row.peer.empty() ? "-" : row.peer,
@@ -59,10 +60,11 @@ int ListUndelivered(const Context &context, const UndeliveredOptions &options)
 }
 
 // The alerts that are meant: these, or all that are undelivered.
-std::set<int64_t> Chosen(const sinks::SinkConfig &sink, const std::vector<int64_t> &ids)
+std::set<int64_t> Chosen(host::Database &database, const sinks::SinkConfig &sink,
+                         const std::vector<int64_t> &ids)
 {
     std::set<int64_t> all;
-    for (const Undelivered &row : sinks::ReadUndelivered(host::HostStore().database(), sink.key))
+    for (const Undelivered &row : sinks::ReadUndelivered(database, sink.key))
         all.insert(row.alert_id);
     for (const int64_t id : ids) {
         if (!all.contains(id))
@@ -74,28 +76,29 @@ std::set<int64_t> Chosen(const sinks::SinkConfig &sink, const std::vector<int64_
 }
 
 // Does it with each of the alerts that are meant; all or none.
-int ForEach(const Context &context, const UndeliveredOptions &options, const char *done,
+int ForEach(Context &context, const UndeliveredOptions &options, const char *done,
             void (*act)(host::Store &, int64_t sink, int64_t alert_id))
 {
     context.Open();
-    host::Transaction transaction(host::HostStore());
-    const sinks::SinkConfig sink = Sinks().Find(options.name).config;
-    const std::set<int64_t> ids = Chosen(sink, options.ids);
+    host::Store &store = context.Host().store();
+    host::Transaction transaction(store);
+    const sinks::SinkConfig sink = Sinks(context).Find(options.name).config;
+    const std::set<int64_t> ids = Chosen(store.database(), sink, options.ids);
     for (const int64_t id : ids)
-        act(host::HostStore(), sink.key, id);
+        act(store, sink.key, id);
     transaction.Commit();
-    TellDaemonOfSinks();
+    TellDaemonOfSinks(context);
     if (context.json)
         PrintJson({{"sink", sink.name}, {done, ids}});
     return kExitDone;
 }
 
-int Retry(const Context &context, const UndeliveredOptions &options)
+int Retry(Context &context, const UndeliveredOptions &options)
 {
     return ForEach(context, options, "retried", sinks::WantAgain);
 }
 
-int Drop(const Context &context, const UndeliveredOptions &options)
+int Drop(Context &context, const UndeliveredOptions &options)
 {
     return ForEach(context, options, "dropped", sinks::RemoveUndelivered);
 }

@@ -49,8 +49,8 @@ bool TakesNames(status::PassKind kind)
 // sinks, and do not pass through here.
 class Daemon {
   public:
-    explicit Daemon(const DaemonOptions &options);
-    ~Daemon() { host::HostStore().SetWait({}); }
+    Daemon(host::Host &host, const DaemonOptions &options);
+    ~Daemon() { host_.store().SetWait({}); }
     Daemon(const Daemon &) = delete;
     Daemon &operator=(const Daemon &) = delete;
 
@@ -73,12 +73,14 @@ class Daemon {
     [[nodiscard]] SettingEffects Effects();
     [[nodiscard]] Milliseconds TimeToSleep() const;
 
+    host::Host &host_;
     Signals signals_; // first: all threads inherit its mask
     NamedEvents events_;
     StatusBoard board_;
-    StoreWait store_wait_{[this](int64_t since_ms) {
-        board_.Update([&](status::Status &status) { status.waiting_since_ms = since_ms; });
-    }};
+    StoreWait store_wait_{
+        host_.layout().Store(), [this](int64_t since_ms) {
+            board_.Update([&](status::Status &status) { status.waiting_since_ms = since_ms; });
+        }};
     AlertOutlets outlets_;
     LifeWatch life_{board_};
     Trigger trigger_{[this] { LookNow(); },
@@ -90,13 +92,13 @@ class Daemon {
     int result_ = 0; // of the process
 };
 
-Daemon::Daemon(const DaemonOptions &options)
-    : events_(options.layout.run), board_(options.layout.run),
+Daemon::Daemon(host::Host &host, const DaemonOptions &options)
+    : host_(host), events_(options.layout.run), board_(host),
       outlets_(options.layout, options.print_alerts), settings_(options.layout.Store(), Effects()),
-      supervisor_(options.layout, board_, life_,
+      supervisor_(host, board_, life_,
                   [this](const status::PassStatus &pass) { PassIsStored(pass); })
 {
-    host::HostStore().SetWait(store_wait_.Patience());
+    host_.store().SetWait(store_wait_.Patience());
 }
 
 // ---- what follows from what ----
@@ -184,7 +186,7 @@ void Daemon::Stop()
 // The next process opens what is there by then.
 void Daemon::EndWithoutStore()
 {
-    const std::string text = "the store " + host::HostLayout().Store().string() +
+    const std::string text = "the store " + host_.layout().Store().string() +
                              " was removed or replaced while the daemon ran, which therefore ends; "
                              "the pass under way was not stored";
     TRACE(TRACE_SYSTEM, "%s", text.c_str());
@@ -289,16 +291,11 @@ int RunDaemon(const DaemonOptions &options)
 {
     options.layout.CreateFolders();
     const status::DaemonLock only_one(options.layout.run);
-    host::StartHost(options.layout, host::Role::kDaemon);
-    host::HostStore().KeepReserve();
+    host::Host host(options.layout, host::Role::kDaemon);
+    host.store().KeepReserve();
     TraceLogSetThrName("syslogmond");
-    int result = 0;
-    {
-        Daemon daemon(options);
-        result = daemon.Run();
-    }
-    host::StopHost();
-    return result;
+    Daemon daemon(host, options);
+    return daemon.Run();
 }
 
 } // namespace syslogmond

@@ -5,7 +5,6 @@
 
 #include "agent/host/error.h"
 #include "agent/host/host.h"
-#include "agent/host/sync.h"
 #include "agent/host/trace_log.h"
 #include "platform/contract.h"
 #include "platform/sync.h"
@@ -31,7 +30,7 @@ status::PassKind KindOf(DWORD result, const std::string &name)
     return status::PassKind::kOther;
 }
 
-status::PassStatus BeginPass(int64_t number, status::PassKind kind)
+status::PassStatus NewPass(int64_t number, status::PassKind kind)
 {
     status::PassStatus pass;
     pass.number = number;
@@ -52,27 +51,14 @@ HANDLE NewEvent()
 
 } // namespace
 
-HostHooks::~HostHooks()
-{
-    host::SetWaitHooks({});
-    host::SetEventHook(nullptr, nullptr);
-}
-
-Monitor::Monitor(monitor::Module &module, MonitorNews events)
-    : module_(module), events_(std::move(events)), record_(kThreadRecordSize), stop_(NewEvent()),
-      started_(NewEvent())
+Monitor::Monitor(host::Host &host, monitor::Module &module, MonitorNews news)
+    : host_(host), module_(module), news_(std::move(news)), record_(kThreadRecordSize),
+      stop_(NewEvent()), started_(NewEvent()), moments_(host, *this, started_.get())
 {
     for (const auto &[offset, handle] : {std::pair(kThreadStopHandleOffset, stop_.get()),
                                          std::pair(kThreadStartupEventOffset, started_.get())})
         memcpy(record_.data() + offset, &handle, sizeof handle);
-    host::SetModuleTable(module.table());
-    host::SetEventHook(started_.get(), [this] { TableIsLoaded(); });
-    host::WaitHooks hooks;
-    hooks.at_rest = [this] { return AtRest(); };
-    hooks.woken = [this](DWORD result, const std::string &name) { Woken(result, name); };
-    hooks.pulse = [this] { ++pulses_; };
-    hooks.pulse_ms = events_.pulse_ms;
-    host::SetWaitHooks(std::move(hooks));
+    host_.SetTable(module.table());
     thread_ = std::thread([this] { Run(); });
 }
 
@@ -80,6 +66,7 @@ Monitor::~Monitor()
 {
     RequestStop();
     thread_.join();
+    host_.SetTable({}); // the module may go now, and its table with it
 }
 
 void Monitor::RequestStop()
@@ -96,24 +83,24 @@ uint64_t Monitor::SignsOfLife() const
 void Monitor::Run()
 {
     host::ForgetTracedError();
-    pass_ = BeginPass(1, status::PassKind::kStart);
+    pass_ = NewPass(1, status::PassKind::kStart);
     if (Prepare())
         module_.StartThread(record_.data());
     // Nothing is written after the last rest but by a life that failed: its pass does not count.
-    host::HostStore().AbandonPass();
+    host_.store().AbandonPass();
     if (reason_.empty())
         reason_ = host::LastTracedError();
     host::FlushTraceLog();
-    events_.ended();
+    news_.ended();
 }
 
 // The monitor does not start without the key of its table. On a new host nothing is registered yet.
 bool Monitor::Prepare()
 {
     try {
-        host::HostRegistry().Create(host::kRootKey, kApplicationKey);
-        host::HostStore().CommitPass();
-        counters_.emplace(host::HostStore());
+        host_.registry().Create(host::kRootKey, kApplicationKey);
+        host_.store().CommitPass();
+        counters_.emplace(host_.store());
         return true;
     } catch (const std::exception &error) {
         Break(error);
@@ -123,11 +110,11 @@ bool Monitor::Prepare()
 
 // The module is at rest: the moment to give the entries their hits back. When that fails, no pass
 // of this life may be stored, or the hits would be lost.
-void Monitor::TableIsLoaded()
+void Monitor::TableLoaded()
 {
     try {
         counters_->Restore(module_.table());
-        events_.started(module_.table().Size());
+        news_.started(module_.table().Size());
     } catch (const std::exception &error) {
         Break(error);
     }
@@ -144,27 +131,27 @@ void Monitor::StorePass()
     if (!reason_.empty())
         throw host::Error(reason_);
     counters_->Save(module_.table());
-    host::HostStore().CommitPass();
+    host_.store().CommitPass();
 }
 
-bool Monitor::AtRest()
+bool Monitor::ModuleRests()
 {
     try {
         StorePass();
     } catch (const std::exception &error) {
         Break(error);
-        host::HostStore().AbandonPass();
+        host_.store().AbandonPass();
         return false;
     }
     pass_.took_us = (status::BootTimeNs() - pass_.began_boot_ns) / 1000;
-    events_.at_rest(pass_, module_.table().Size());
+    news_.at_rest(pass_, module_.table().Size());
     host::FlushTraceLog();
     return true;
 }
 
-void Monitor::Woken(DWORD result, const std::string &name)
+void Monitor::PassBegins(DWORD result, const std::string &name)
 {
-    pass_ = BeginPass(pass_.number + 1, KindOf(result, name));
+    pass_ = NewPass(pass_.number + 1, KindOf(result, name));
 }
 
 } // namespace syslogmond

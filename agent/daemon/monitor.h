@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "agent/host/host.h"
 #include "agent/host/owned_handle.h"
 #include "agent/monitor/module.h"
 #include "agent/status/status_file.h"
@@ -32,18 +33,10 @@ struct MonitorNews {
     DWORD pulse_ms = 0;          // so often a monitor that waits shows that it is alive
 };
 
-// The hooks into the host, taken away at the end of its life.
-struct HostHooks {
-    HostHooks() = default;
-    ~HostHooks();
-    HostHooks(const HostHooks &) = delete;
-    HostHooks &operator=(const HostHooks &) = delete;
-};
-
-class Monitor {
+class Monitor : private host::Moments {
   public:
-    Monitor(monitor::Module &module, MonitorNews events);
-    ~Monitor(); // stops it, and waits until it has ended
+    Monitor(host::Host &host, monitor::Module &module, MonitorNews news);
+    ~Monitor() override; // stops it, and waits until it has ended
     Monitor(const Monitor &) = delete;
     Monitor &operator=(const Monitor &) = delete;
 
@@ -61,14 +54,20 @@ class Monitor {
   private:
     void Run();
     bool Prepare();
-    bool AtRest();
-    void Woken(DWORD result, const std::string &name);
-    void TableIsLoaded();
+
+    // The moments of the module.
+    void TableLoaded() override;
+    bool ModuleRests() override;
+    void StillRests() override { ++pulses_; }
+    [[nodiscard]] DWORD PulseMs() const override { return news_.pulse_ms; }
+    void PassBegins(DWORD result, const std::string &name) override;
+
     void StorePass();
     void Break(const std::exception &error);
 
+    host::Host &host_;
     monitor::Module &module_;
-    MonitorNews events_;
+    MonitorNews news_;
     std::vector<char> record_;
     host::OwnedHandle stop_;
     host::OwnedHandle started_;
@@ -78,7 +77,7 @@ class Monitor {
     std::string reason_;
     std::atomic<bool> stop_requested_ = false;
     std::atomic<uint64_t> pulses_ = 0;
-    HostHooks hooks_;
+    host::MomentsOf moments_; // goes before what they need
     std::thread thread_;
 };
 

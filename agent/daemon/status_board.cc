@@ -1,7 +1,6 @@
 #include "agent/daemon/status_board.h"
 
 #include <unistd.h>
-#include <utility>
 
 #include "agent/host/host.h"
 #include "platform/trace.h"
@@ -14,12 +13,12 @@ constexpr char kUnit[] = "syslogmond";
 
 } // namespace
 
-StatusBoard::StatusBoard(std::filesystem::path run) : run_(std::move(run))
+StatusBoard::StatusBoard(host::Host &host) : run_(host.layout().run)
 {
     status_.pid = getpid();
     status_.version = SYSLOGMON_VERSION;
     status_.started_ms = status::WallTimeMs();
-    status_.store = status::StoreName(host::HostStore());
+    status_.store = status::StoreName(host.store());
     status_.alive_ns = status::UpTimeNs();
 }
 

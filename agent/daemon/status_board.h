@@ -6,13 +6,14 @@
 #include <functional>
 #include <mutex>
 
+#include "agent/host/host.h"
 #include "agent/status/status_file.h"
 
 namespace syslogmond {
 
 class StatusBoard {
   public:
-    explicit StatusBoard(std::filesystem::path run);
+    explicit StatusBoard(host::Host &host);
 
     // Changes it and publishes it. A status that cannot be written is traced and does no harm to the
     // work.

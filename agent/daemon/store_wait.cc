@@ -3,7 +3,6 @@
 #include <csignal>
 #include <string>
 
-#include "agent/host/host.h"
 #include "agent/status/status_file.h"
 #include "agent/text/say.h"
 #include "platform/trace.h"
@@ -38,7 +37,7 @@ host::Patience StoreWait::Patience()
 void StoreWait::Began()
 {
     since_ms_ = status::WallTimeMs() - kTellAfterMs;
-    Tell("another process holds the lock of " + host::HostLayout().Store().string() +
+    Tell("another process holds the lock of " + store_.string() +
          ", nothing can be stored until it is given back; find it with fuser");
     show_(since_ms_);
 }
@@ -47,7 +46,7 @@ void StoreWait::Over()
 {
     const int64_t seconds = (status::WallTimeMs() - since_ms_) / 1000;
     since_ms_ = 0;
-    Tell("the wait for the lock of " + host::HostLayout().Store().string() + " is over after " +
+    Tell("the wait for the lock of " + store_.string() + " is over after " +
          std::to_string(seconds) + " s");
     show_(0);
 }

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 
 #include "agent/host/database.h"
@@ -15,7 +16,10 @@ class StoreWait {
   public:
     // `show` is told when a wait has gone on for some seconds, with the time of its beginning (since
     // 1970), and with 0 when it is over. On the thread that waits.
-    explicit StoreWait(std::function<void(int64_t since_ms)> show) : show_(std::move(show)) {}
+    StoreWait(std::filesystem::path store, std::function<void(int64_t since_ms)> show)
+        : store_(std::move(store)), show_(std::move(show))
+    {
+    }
 
     // How the store is to wait. This object must outlive it.
     host::Patience Patience();
@@ -30,6 +34,7 @@ class StoreWait {
     void Over();
     [[nodiscard]] bool IsToEnd() const;
 
+    std::filesystem::path store_; // for what is said
     std::function<void(int64_t since_ms)> show_;
     std::atomic<int64_t> since_ms_ = 0;
     std::atomic<bool> stop_requested_ = false;

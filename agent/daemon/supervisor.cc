@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "agent/host/host.h"
 #include "agent/text/say.h"
 #include "platform/trace.h"
 
@@ -17,9 +16,9 @@ constexpr std::chrono::seconds kRanWell{60};
 
 } // namespace
 
-Supervisor::Supervisor(const host::Layout &layout, StatusBoard &board, LifeWatch &life,
+Supervisor::Supervisor(host::Host &host, StatusBoard &board, LifeWatch &life,
                        std::function<void(const status::PassStatus &)> stored)
-    : board_(board), life_(life), stored_(std::move(stored)), module_(layout)
+    : host_(host), board_(board), life_(life), stored_(std::move(stored)), module_(host.layout())
 {
 }
 
@@ -40,7 +39,7 @@ void Supervisor::Start()
     };
     news.pulse_ms = static_cast<DWORD>(life_.Interval().count());
     news.ended = [this] { ended_.Ring(); };
-    monitor_ = std::make_unique<Monitor>(module_, std::move(news));
+    monitor_ = std::make_unique<Monitor>(host_, module_, std::move(news));
     life_.Restart();
 }
 
@@ -97,7 +96,7 @@ bool Supervisor::MonitorEnded()
     monitor_.reset();
     if (stopping_)
         return true;
-    if (!host::HostStore().IsInPlace())
+    if (!host_.store().IsInPlace())
         return false;
     if (std::exchange(restart_wanted_, false) && asked)
         Start();

@@ -16,7 +16,7 @@
 #include "agent/daemon/monitor.h"
 #include "agent/daemon/retry_pause.h"
 #include "agent/daemon/status_board.h"
-#include "agent/host/layout.h"
+#include "agent/host/host.h"
 #include "agent/monitor/module.h"
 #include "agent/status/status_file.h"
 
@@ -28,7 +28,7 @@ class Supervisor {
 
     // Loads the module. `stored` is called on the monitor thread whenever a pass is committed, and must not block.
     // Throws host::Error.
-    Supervisor(const host::Layout &layout, StatusBoard &board, LifeWatch &life,
+    Supervisor(host::Host &host, StatusBoard &board, LifeWatch &life,
                std::function<void(const status::PassStatus &)> stored);
 
     void Start();
@@ -55,6 +55,7 @@ class Supervisor {
     void Pause(const std::string &reason);
     void Publish(const status::PassStatus &pass, int table_size);
 
+    host::Host &host_;
     StatusBoard &board_;
     LifeWatch &life_;
     std::function<void(const status::PassStatus &)> stored_;

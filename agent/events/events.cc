@@ -136,7 +136,7 @@ void CheckEvent(const EventRecord &event)
 
 std::vector<StoredSource> EventRegistry::ReadAll()
 {
-    const host::Snapshot snapshot(host::HostStore());
+    const host::Snapshot snapshot(registry_.store());
     std::vector<StoredSource> sources;
     const auto applications = registry_.Find(host::kRootKey, kApplicationKey);
     if (!applications)
@@ -205,7 +205,7 @@ std::optional<std::string> EventRegistry::FindIdText(const EventKey &key)
 
 std::optional<StoredEvent> EventRegistry::Find(const EventKey &key)
 {
-    const host::Snapshot snapshot(host::HostStore());
+    const host::Snapshot snapshot(registry_.store());
     const auto id_text = FindIdText(key);
     if (!id_text)
         return std::nullopt;
@@ -268,9 +268,11 @@ class TableMutex {
 
 } // namespace
 
-void ChangeEvents(const std::function<void()> &change, const std::function<void()> &on_wait)
+void ChangeEvents(host::Host &host, const std::function<void()> &change,
+                  const std::function<void()> &on_wait)
 {
     ChangeUnderTableMutex(
+        host,
         [&] {
             change();
             return true;
@@ -278,18 +280,18 @@ void ChangeEvents(const std::function<void()> &change, const std::function<void(
         on_wait);
 }
 
-void ChangeUnderTableMutex(const std::function<bool()> &change,
+void ChangeUnderTableMutex(host::Host &host, const std::function<bool()> &change,
                            const std::function<void()> &on_wait)
 {
     bool touched = false;
     {
         const TableMutex mutex(on_wait);
-        host::Transaction transaction(host::HostStore());
+        host::Transaction transaction(host.store());
         touched = change();
         transaction.Commit();
     }
     if (touched)
-        host::WakeEvent::Create(host::HostLayout().run, kTableEvent, false, false)->Set();
+        host::WakeEvent::Create(host.layout().run, kTableEvent, false, false)->Set();
 }
 
 } // namespace events

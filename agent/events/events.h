@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "agent/events/hours.h"
-#include "agent/host/registry_tree.h"
+#include "agent/host/host.h"
 
 namespace events {
 
@@ -82,11 +82,12 @@ class EventRegistry {
 // Changes the registered events: takes the mutex of the table, runs the change as one transaction,
 // releases the mutex, and wakes the monitor. `on_wait` is called once when the mutex is not free
 // for a second.
-void ChangeEvents(const std::function<void()> &change, const std::function<void()> &on_wait);
+void ChangeEvents(host::Host &host, const std::function<void()> &change,
+                  const std::function<void()> &on_wait);
 
 // The same for a change that finds out by itself whether it touches the registered events: it
 // returns true when it does, and only then is the monitor woken.
-void ChangeUnderTableMutex(const std::function<bool()> &change,
+void ChangeUnderTableMutex(host::Host &host, const std::function<bool()> &change,
                            const std::function<void()> &on_wait);
 
 } // namespace events

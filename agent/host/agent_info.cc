@@ -15,7 +15,7 @@ int GetTarskRootPath(char *buffer, int size)
     return AtBoundary<int>(__func__, 0, [&] {
         if (buffer == nullptr || size <= 0)
             return 0;
-        const std::string root = HostLayout().root.string();
+        const std::string root = Current().layout().root.string();
         const int length = snprintf(buffer, static_cast<size_t>(size), "%s", root.c_str());
         return length < size ? 1 : 0;
     });
@@ -24,7 +24,8 @@ int GetTarskRootPath(char *buffer, int size)
 int call_tarsk_is_ft(void)
 {
     return AtBoundary<int>(__func__, -1, [] {
-        return static_cast<int>(AgentNumber("FaultTolerant").value_or(0) != 0);
+        return static_cast<int>(AgentNumber(Current().registry(), "FaultTolerant").value_or(0) !=
+                                0);
     });
 }
 

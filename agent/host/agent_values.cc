@@ -2,7 +2,6 @@
 
 #include <cstring>
 
-#include "agent/host/host.h"
 #include "platform/registry.h"
 
 namespace host {
@@ -39,16 +38,6 @@ std::optional<std::string> AgentText(RegistryTree &registry, const std::string &
     if (!value)
         return std::nullopt;
     return TextOf(*value);
-}
-
-std::optional<uint32_t> AgentNumber(const std::string &name)
-{
-    return AgentNumber(HostRegistry(), name);
-}
-
-std::optional<std::string> AgentText(const std::string &name)
-{
-    return AgentText(HostRegistry(), name);
 }
 
 } // namespace host

@@ -33,10 +33,6 @@ constexpr char kDefaultLogCharset[] = "UTF-8";
 std::optional<uint32_t> AgentNumber(RegistryTree &registry, const std::string &name);
 std::optional<std::string> AgentText(RegistryTree &registry, const std::string &name);
 
-// The same in the registry of the started host.
-std::optional<uint32_t> AgentNumber(const std::string &name);
-std::optional<std::string> AgentText(const std::string &name);
-
 } // namespace host
 
 #endif // AGENT_HOST_AGENT_VALUES_H

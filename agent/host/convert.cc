@@ -9,7 +9,7 @@
 #include <strings.h>
 
 #include "agent/host/agent_values.h"
-#include "agent/host/reported_hits.h"
+#include "agent/host/host.h"
 #include "platform/agent.h"
 
 namespace host {
@@ -57,10 +57,13 @@ struct Charsets {
     Converter to_log{kRegistryCharset, kDefaultLogCharset};
 };
 
-Charsets &Current()
+Charsets charsets; // guarded by its mutex
+
+// A line is converted for a report, maybe: see ReportedHits.
+void NoteReached()
 {
-    static Charsets charsets;
-    return charsets;
+    if (Host *host = CurrentIfAny())
+        host->reported_hits().NoteReached(host->table());
 }
 
 bool IsUtf8(const std::string &name)
@@ -195,7 +198,6 @@ bool SetLogCharset(const std::string &name)
         return false;
     Converter to_registry(name.c_str(), kRegistryCharset);
     Converter to_log(kRegistryCharset, name.c_str());
-    Charsets &charsets = Current();
     const std::lock_guard lock(charsets.mutex);
     charsets.log = name;
     charsets.to_registry = std::move(to_registry);
@@ -219,9 +221,8 @@ extern "C" int TarskCodeConvert(const char *source, int sourceLength, char *dest
         sourceLength < 0 ? strlen(source) : strnlen(source, static_cast<size_t>(sourceLength));
     const auto room = static_cast<size_t>(destinationSize) - 1;
     if (sourceCode == CODE_LOG && destinationCode == CODE_REGISTRY)
-        NoteReachedEntries();
+        NoteReached();
 
-    Charsets &charsets = Current();
     const std::lock_guard lock(charsets.mutex);
     const bool log_is_utf8 = IsUtf8(charsets.log);
     size_t written = 0;

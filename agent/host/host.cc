@@ -1,7 +1,5 @@
 #include "agent/host/host.h"
 
-#include <memory>
-
 #include "agent/host/error.h"
 #include "agent/host/store_file.h"
 #include "agent/host/trace_log.h"
@@ -10,81 +8,69 @@ namespace host {
 
 namespace {
 
-struct Host {
-    Layout layout;
-    Store store;
-    RegistryTree registry;
+// The host that was made last and lives: set by its constructor, put back by its destructor. Other
+// threads only read it.
+Host *current = nullptr;
 
-    Host(const Layout &where, Role role)
-        : layout(where),
-          store(where.Store(), role == Role::kDaemon ? StoreUse::kDaemon : StoreUse::kShared),
-          registry(store)
-    {
-    }
-};
-
-std::unique_ptr<Host> host;
-ModuleTable module_table;
-
-Host &Started()
-{
-    if (!host)
-        throw Error("the host library cannot be used", "it was not started",
-                    "this is a fault of the program; report it");
-    return *host;
-}
-
-} // namespace
-
-void StartHost(const Layout &layout, Role role)
+// Makes the folders, or for a reader sees to it that there is a store, before it is opened.
+const Layout &Prepared(const Layout &layout, Role role)
 {
     if (role == Role::kReader)
         CheckStoreIsThere(layout.Store());
     else
         layout.CreateFolders();
-    auto started = std::make_unique<Host>(layout, role);
+    return layout;
+}
+
+} // namespace
+
+Host::OwnTrace::~OwnTrace()
+{
+    if (is_open)
+        CloseTraceLog();
+}
+
+Host::Host(const Layout &layout, Role role)
+    : layout_(Prepared(layout, role)),
+      store_(layout.Store(), role == Role::kDaemon ? StoreUse::kDaemon : StoreUse::kShared),
+      registry_(store_), outer_(current)
+{
     if (role == Role::kDaemon) {
-        started->store.CheckIntegrity();
+        store_.CheckIntegrity();
         OpenTraceLog(layout.TraceLog());
-        started->store.StartPasses();
+        trace_.is_open = true;
+        store_.StartPasses();
     }
-    host = std::move(started);
+    current = this;
 }
 
-void StopHost()
+Host::~Host()
 {
-    host.reset();
-    CloseTraceLog();
+    current = outer_;
 }
 
-Layout &HostLayout()
+void Host::TellMoments(Moments *moments, HANDLE table_loaded)
 {
-    return Started().layout;
+    moments_ = moments;
+    table_loaded_ = table_loaded;
 }
 
-Store &HostStore()
+bool Host::IsTableLoaded(HANDLE event) const
 {
-    return Started().store;
+    return event != nullptr && event == table_loaded_;
 }
 
-RegistryTree &HostRegistry()
+Host &Current()
 {
-    return Started().registry;
+    if (current == nullptr)
+        throw Error("the host library cannot be used", "it was not started",
+                    "this is a fault of the program; report it");
+    return *current;
 }
 
-void SetModuleTable(const ModuleTable &table)
+Host *CurrentIfAny()
 {
-    module_table = table;
-}
-
-const ModuleTable &HostTable()
-{
-    return module_table;
-}
-
-bool HostIsStarted()
-{
-    return host != nullptr;
+    return current;
 }
 
 } // namespace host

@@ -4,7 +4,6 @@
 #include <string>
 
 #include "agent/host/c_boundary.h"
-#include "agent/host/handle_table.h"
 #include "agent/host/host.h"
 #include "platform/registry.h"
 
@@ -19,28 +18,13 @@ constexpr LONG kStoreFailed = 1;
 constexpr DWORD kCreatedNewKey = 1; // dispositions of RegCreateKeyEx
 constexpr DWORD kOpenedExistingKey = 2;
 
-struct OpenKey {
-    KeyId id = kRootKey;
-    // The store's transaction in which the handle was opened, or 0. When that one is rolled back,
-    // the key may never have existed, and its number may become another key's.
-    int64_t opened_in = 0;
-    // The names below the key, read with the first of them, so that an enumeration costs one look.
-    std::vector<std::string> names;
-    int64_t names_of = -1; // the store's change count when they were read
-};
-
-HandleTable<OpenKey> &Keys()
-{
-    static HandleTable<OpenKey> table(0x10000000);
-    return table;
-}
-
 std::shared_ptr<OpenKey> KeyOf(HKEY handle)
 {
     if (handle == HKEY_LOCAL_MACHINE)
         return std::make_shared<OpenKey>();
-    auto key = Keys().Get(handle);
-    return key && !HostStore().WasRolledBack(key->opened_in) ? key : nullptr;
+    Host &host = Current();
+    auto key = host.keys().Get(handle);
+    return key && !host.store().WasRolledBack(key->opened_in) ? key : nullptr;
 }
 
 const char *OrEmpty(const char *text)
@@ -50,10 +34,11 @@ const char *OrEmpty(const char *text)
 
 HKEY NewHandle(KeyId id)
 {
+    Host &host = Current();
     auto key = std::make_shared<OpenKey>();
     key->id = id;
-    key->opened_in = HostStore().CurrentTransaction();
-    return Keys().Add(std::move(key));
+    key->opened_in = host.store().CurrentTransaction();
+    return host.keys().Add(std::move(key));
 }
 
 LONG CopyOut(const RegValue &value, DWORD *type, void *data, DWORD *size)
@@ -74,24 +59,24 @@ LONG CopyOut(const RegValue &value, DWORD *type, void *data, DWORD *size)
 
 LONG Query(KeyId key, const char *name, DWORD *type, void *data, DWORD *size)
 {
-    const auto value = HostRegistry().Get(key, OrEmpty(name));
+    const auto value = Current().registry().Get(key, OrEmpty(name));
     return value ? CopyOut(*value, type, data, size) : ERROR_FILE_NOT_FOUND;
 }
 
 LONG Set(KeyId key, const char *name, DWORD type, const void *data, DWORD size)
 {
-    if (!HostRegistry().Exists(key))
+    if (!Current().registry().Exists(key))
         return ERROR_FILE_NOT_FOUND; // it was deleted meanwhile
-    HostRegistry().Set(key, OrEmpty(name), type,
-                       std::string_view(static_cast<const char *>(data), size));
+    Current().registry().Set(key, OrEmpty(name), type,
+                             std::string_view(static_cast<const char *>(data), size));
     return ERROR_SUCCESS;
 }
 
 const std::vector<std::string> &NamesBelow(OpenKey *key)
 {
-    const int64_t now = HostStore().ChangeCount();
+    const int64_t now = Current().store().ChangeCount();
     if (key->names_of != now) {
-        key->names = HostRegistry().SubKeys(key->id);
+        key->names = Current().registry().SubKeys(key->id);
         key->names_of = now;
     }
     return key->names;
@@ -116,7 +101,7 @@ void Put(DWORD *target, Number number)
 std::optional<KeyId> FindPath(HKEY root, const std::string &path)
 {
     const auto key = KeyOf(root);
-    return key ? HostRegistry().Find(key->id, path) : std::nullopt;
+    return key ? Current().registry().Find(key->id, path) : std::nullopt;
 }
 
 bool ReadAt(HKEY root, const std::string &path, const char *name, DWORD *type, void *data,
@@ -140,8 +125,8 @@ LONG RegOpenKeyEx(HKEY key, const char *subKey, DWORD /*options*/, REGSAM /*acce
         const auto parent = KeyOf(key);
         if (!parent || result == nullptr)
             return ERROR_INVALID_HANDLE;
-        const auto found = HostRegistry().Find(parent->id, OrEmpty(subKey));
-        if (!found || !HostRegistry().Exists(*found))
+        const auto found = Current().registry().Find(parent->id, OrEmpty(subKey));
+        if (!found || !Current().registry().Exists(*found))
             return ERROR_FILE_NOT_FOUND;
         *result = NewHandle(*found);
         return ERROR_SUCCESS;
@@ -156,10 +141,10 @@ LONG RegCreateKeyEx(HKEY key, const char *subKey, DWORD /*reserved*/, const char
         const auto parent = KeyOf(key);
         if (!parent || result == nullptr)
             return ERROR_INVALID_HANDLE;
-        if (!HostRegistry().Exists(parent->id))
+        if (!Current().registry().Exists(parent->id))
             return ERROR_FILE_NOT_FOUND;
         bool created = false;
-        *result = NewHandle(HostRegistry().Create(parent->id, OrEmpty(subKey), &created));
+        *result = NewHandle(Current().registry().Create(parent->id, OrEmpty(subKey), &created));
         Put(disposition, created ? kCreatedNewKey : kOpenedExistingKey);
         return ERROR_SUCCESS;
     });
@@ -193,7 +178,7 @@ LONG RegQueryInfoKey(HKEY key, char * /*keyClass*/, DWORD *classSize, DWORD * /*
         if (!open)
             return ERROR_INVALID_HANDLE;
         const auto &names = NamesBelow(open.get());
-        const auto stored = HostRegistry().Values(open->id);
+        const auto stored = Current().registry().Values(open->id);
         size_t longest_name = 0;
         size_t longest_data = 0;
         for (const auto &value : stored) {
@@ -239,7 +224,7 @@ LONG RegCloseKey(HKEY key)
 {
     if (key == HKEY_LOCAL_MACHINE)
         return ERROR_SUCCESS;
-    return Keys().Close(key) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
+    return Current().keys().Close(key) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
 }
 
 BOOL RegRead(HKEY root, const char *subKey, const char *name, DWORD *type, void *data, DWORD *size)
@@ -254,9 +239,9 @@ BOOL RegWrite(HKEY root, const char *subKey, const char *name, DWORD type, const
 {
     return AtBoundary<BOOL>(__func__, FALSE, [&] {
         const auto parent = KeyOf(root);
-        if (!parent || !HostRegistry().Exists(parent->id))
+        if (!parent || !Current().registry().Exists(parent->id))
             return FALSE;
-        const KeyId key = HostRegistry().Create(parent->id, OrEmpty(subKey));
+        const KeyId key = Current().registry().Create(parent->id, OrEmpty(subKey));
         return Set(key, name, type, data, size) == ERROR_SUCCESS ? TRUE : FALSE;
     });
 }

@@ -52,6 +52,9 @@ class RegistryTree {
     bool DeleteValue(KeyId key, std::string_view name);
     std::vector<RegValue> Values(KeyId key); // by name
 
+    // The store that it is in.
+    [[nodiscard]] Store &store() { return store_; }
+
   private:
     struct Statements;
     std::optional<KeyId> FindChild(KeyId parent, std::string_view name);

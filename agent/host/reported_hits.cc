@@ -1,55 +1,44 @@
 #include "agent/host/reported_hits.h"
 
-#include <vector>
-
-#include "agent/host/host.h"
+#include <algorithm>
 
 namespace host {
 
 namespace {
 
-struct Reached {
-    const VKVMon *entry;
-    int32_t hits;
-};
-
-// At the last conversion for a report. Empty once the report has arrived.
-std::vector<Reached> reached;
-
-const VKVMon *EntryOf(const ReportRequest &request)
+// The report count of the entry that a report is from; 1 when there is no such entry.
+int32_t ReportCountOf(const ReportRequest &request, const ModuleTable &table)
 {
-    const ModuleTable &table = HostTable();
     const int size = table.Size();
     for (int i = 0; i < size; ++i) {
-        if (table.entries[i]->Source == request.source)
-            return table.entries[i];
+        const VKVMon &entry = *table.entries[i];
+        if (entry.EventID == request.eventId && std::string_view(request.source) == entry.Source)
+            return entry.ReportCount;
     }
-    return nullptr;
+    return 1;
 }
 
 } // namespace
 
-void NoteReachedEntries()
+void ReportedHits::NoteReached(const ModuleTable &table)
 {
-    reached.clear();
-    const ModuleTable &table = HostTable();
+    reached_.clear();
     const int size = table.Size();
     for (int i = 0; i < size; ++i) {
         const VKVMon &entry = *table.entries[i];
         if (entry.ReportCount > 0 && entry.CurrentCount >= entry.ReportCount)
-            reached.push_back({&entry, entry.CurrentCount});
+            reached_.push_back({entry.Source, entry.EventID, entry.CurrentCount});
     }
 }
 
-int32_t HitsOf(const ReportRequest &request)
+int32_t ReportedHits::HitsOf(const ReportRequest &request, const ModuleTable &table)
 {
-    const VKVMon *entry = EntryOf(request);
-    int32_t hits = entry != nullptr ? entry->ReportCount : 1;
-    for (const Reached &candidate : reached) {
-        if (candidate.entry == entry)
-            hits = candidate.hits;
-    }
-    reached.clear();
+    const auto found =
+        std::find_if(reached_.begin(), reached_.end(), [&](const Reached &candidate) {
+            return candidate.event_id == request.eventId && candidate.source == request.source;
+        });
+    const int32_t hits = found != reached_.end() ? found->hits : ReportCountOf(request, table);
+    reached_.clear();
     return hits;
 }
 

@@ -1,14 +1,15 @@
-#include "agent/host/sync.h"
-
+// The waits of the host interface: events and mutexes behind handles, and the moments around a wait.
 #include <algorithm>
 #include <chrono>
+#include <memory>
+#include <optional>
 #include <poll.h>
 #include <thread>
 #include <vector>
 
 #include "agent/host/c_boundary.h"
-#include "agent/host/handle_table.h"
 #include "agent/host/host.h"
+#include "platform/sync.h"
 
 namespace host {
 
@@ -23,20 +24,10 @@ constexpr Milliseconds kLookAgain{10};
 
 constexpr Milliseconds kPauseAfterFailure{100};
 
+// Without a pulse. A sleep ends when something happens, so this is as good as no end.
+constexpr Milliseconds kLongestSleep = std::chrono::hours(1);
+
 constexpr DWORD kMaxHandles = 64;
-
-HandleTable<Waitable> &Handles()
-{
-    static HandleTable<Waitable> table(0x10000);
-    return table;
-}
-
-struct Hooks {
-    WaitHooks wait;
-    HANDLE event = nullptr;
-    std::function<void()> on_set;
-};
-Hooks hooks;
 
 // When a wait ends at the latest.
 class Deadline {
@@ -102,11 +93,11 @@ void Sleep(const Objects &objects, Milliseconds longest)
     poll(descriptors.data(), descriptors.size(), static_cast<int>(longest.count()));
 }
 
-DWORD Wait(const Objects &objects, bool wait_all, DWORD milliseconds, const WaitHooks &wait_hooks)
+// `moments` is told of each sleep that has ended, unless it is null.
+DWORD Wait(const Objects &objects, bool wait_all, DWORD milliseconds, Moments *moments)
 {
-    constexpr Milliseconds kLongest = std::chrono::hours(1);
-    const Milliseconds slice =
-        wait_hooks.pulse_ms > 0 ? Milliseconds(wait_hooks.pulse_ms) : kLongest;
+    const DWORD pulse_ms = moments != nullptr ? moments->PulseMs() : 0;
+    const Milliseconds slice = pulse_ms > 0 ? Milliseconds(pulse_ms) : kLongestSleep;
     const Deadline deadline(milliseconds);
     for (;;) {
         if (wait_all) {
@@ -120,8 +111,8 @@ DWORD Wait(const Objects &objects, bool wait_all, DWORD milliseconds, const Wait
         // Waiting for all: the ready ones would end every poll at once, so look again after a
         // while.
         Sleep(wait_all ? Objects{} : objects, deadline.Left(wait_all ? kLookAgain : slice));
-        if (wait_hooks.pulse)
-            wait_hooks.pulse();
+        if (moments != nullptr)
+            moments->StillRests();
     }
 }
 
@@ -130,30 +121,27 @@ bool Collect(DWORD count, const HANDLE *handles, Objects *objects)
     if (count == 0 || count > kMaxHandles || handles == nullptr)
         return false;
     for (DWORD i = 0; i < count; ++i) {
-        objects->push_back(Handles().Get(handles[i]));
+        objects->push_back(Current().waitables().Get(handles[i]));
         if (!objects->back())
             return false;
     }
     return true;
 }
 
+// The module waits for all that can wake it: around this wait, it is at rest.
+DWORD Rest(const Objects &objects, bool wait_all, DWORD milliseconds, Moments *moments)
+{
+    if (moments != nullptr && !moments->ModuleRests())
+        return WAIT_RESULT_FIRST;
+    const DWORD result = Wait(objects, wait_all, milliseconds, moments);
+    if (moments != nullptr) {
+        const bool has_handle = result >= WAIT_RESULT_FIRST;
+        moments->PassBegins(result, has_handle ? objects[result - WAIT_RESULT_FIRST]->name() : "");
+    }
+    return result;
+}
+
 } // namespace
-
-void SetWaitHooks(WaitHooks wait_hooks)
-{
-    hooks.wait = std::move(wait_hooks);
-}
-
-void SetEventHook(HANDLE event, std::function<void()> hook)
-{
-    hooks.event = event;
-    hooks.on_set = std::move(hook);
-}
-
-std::shared_ptr<Waitable> WaitableOf(HANDLE handle)
-{
-    return Handles().Get(handle);
-}
 
 } // namespace host
 
@@ -164,20 +152,23 @@ extern "C" {
 HANDLE CreateEvent(void * /*attributes*/, BOOL manualReset, BOOL initialState, const char *name)
 {
     return AtBoundary<HANDLE>(__func__, nullptr, [&] {
-        return Handles().Add(WakeEvent::Create(HostLayout().run, name != nullptr ? name : "",
-                                               manualReset != FALSE, initialState != FALSE));
+        Host &host = Current();
+        return host.waitables().Add(WakeEvent::Create(host.layout().run,
+                                                      name != nullptr ? name : "",
+                                                      manualReset != FALSE, initialState != FALSE));
     });
 }
 
 BOOL SetEvent(HANDLE event)
 {
     return AtBoundary<BOOL>(__func__, FALSE, [&] {
-        const auto object = std::dynamic_pointer_cast<WakeEvent>(Handles().Get(event));
+        Host &host = Current();
+        const auto object = std::dynamic_pointer_cast<WakeEvent>(host.waitables().Get(event));
         if (!object)
             return FALSE;
         object->Set();
-        if (hooks.on_set && event == hooks.event)
-            hooks.on_set();
+        if (host.moments() != nullptr && host.IsTableLoaded(event))
+            host.moments()->TableLoaded();
         return TRUE;
     });
 }
@@ -185,15 +176,16 @@ BOOL SetEvent(HANDLE event)
 HANDLE CreateMutex(void * /*attributes*/, BOOL initialOwner, const char *name)
 {
     return AtBoundary<HANDLE>(__func__, nullptr, [&] {
-        return Handles().Add(
-            Mutex::Create(HostLayout().run, name != nullptr ? name : "", initialOwner != FALSE));
+        Host &host = Current();
+        return host.waitables().Add(
+            Mutex::Create(host.layout().run, name != nullptr ? name : "", initialOwner != FALSE));
     });
 }
 
 BOOL ReleaseMutex(HANDLE mutex)
 {
     return AtBoundary<BOOL>(__func__, FALSE, [&] {
-        const auto object = std::dynamic_pointer_cast<Mutex>(Handles().Get(mutex));
+        const auto object = std::dynamic_pointer_cast<Mutex>(Current().waitables().Get(mutex));
         return object && object->Release() ? TRUE : FALSE;
     });
 }
@@ -204,7 +196,7 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)
         Objects objects;
         if (!Collect(1, &handle, &objects))
             return WAIT_RESULT_FAILED;
-        return Wait(objects, false, milliseconds, {});
+        return Wait(objects, false, milliseconds, nullptr);
     });
 }
 
@@ -218,20 +210,14 @@ DWORD WaitForMultipleObjects(DWORD count, const HANDLE *handles, BOOL waitAll, D
             std::this_thread::sleep_for(kPauseAfterFailure);
             return WAIT_RESULT_FAILED;
         }
-        if (hooks.wait.at_rest && !hooks.wait.at_rest())
-            return WAIT_RESULT_FIRST;
-        const DWORD result = Wait(objects, waitAll != FALSE, milliseconds, hooks.wait);
-        if (hooks.wait.woken) {
-            const bool has_handle = result >= WAIT_RESULT_FIRST;
-            hooks.wait.woken(result, has_handle ? objects[result - WAIT_RESULT_FIRST]->name() : "");
-        }
-        return result;
+        return Rest(objects, waitAll != FALSE, milliseconds, Current().moments());
     });
 }
 
 BOOL CloseHandle(HANDLE handle)
 {
-    return Handles().Close(handle) ? TRUE : FALSE;
+    Host *host = CurrentIfAny(); // without one, all handles are closed
+    return host != nullptr && host->waitables().Close(handle) ? TRUE : FALSE;
 }
 
 } // extern "C"

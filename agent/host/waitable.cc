@@ -21,6 +21,11 @@ namespace {
 
 constexpr mode_t kOwnerOnly = 0600;
 
+// The named mutexes that are open in this process, by their files: a lock of the kernel's is the
+// process's, or at least the descriptor's, so what names one mutex must share one object.
+std::mutex named_mutexes_guard;
+std::map<std::string, std::weak_ptr<Mutex>> named_mutexes;
+
 void CheckName(const std::string &name)
 {
     if (name.size() > 200 || name.find('/') != std::string::npos)
@@ -140,24 +145,21 @@ bool WakeEvent::TryTake()
 std::shared_ptr<Mutex> Mutex::Create(const fs::path &folder, const std::string &name,
                                      bool initial_owner)
 {
-    static std::mutex guard;
-    static std::map<std::string, std::weak_ptr<Mutex>> named;
-
     std::shared_ptr<Mutex> mutex;
     if (name.empty()) {
         mutex = std::make_shared<Mutex>(name, Fd());
     } else {
         CheckName(name);
         const fs::path path = folder / (name + ".mutex");
-        const std::lock_guard lock(guard);
-        mutex = named[path].lock();
+        const std::lock_guard lock(named_mutexes_guard);
+        mutex = named_mutexes[path].lock();
         if (!mutex) {
             Fd fd(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
                        kOwnerOnly));
             if (fd.get() < 0)
                 FailToOpen(path, errno);
             mutex = std::make_shared<Mutex>(name, std::move(fd));
-            named[path] = mutex;
+            named_mutexes[path] = mutex;
         }
     }
     if (initial_owner)

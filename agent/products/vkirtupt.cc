@@ -58,12 +58,13 @@ int32_t StateOf(const std::string &name)
 
 Product *ReadList()
 {
-    const auto key = host::HostRegistry().Find(host::kRootKey, kAlertReportKey);
+    host::RegistryTree &registry = host::Current().registry();
+    const auto key = registry.Find(host::kRootKey, kAlertReportKey);
     if (!key)
         return nullptr;
     ProductList list;
     Product **end = &list.first;
-    for (const std::string &name : host::HostRegistry().SubKeys(*key)) {
+    for (const std::string &name : registry.SubKeys(*key)) {
         auto product = std::make_unique<Product>();
         memcpy(product->name, name.c_str(), name.size() + 1);
         product->state = StateOf(name);

@@ -224,18 +224,19 @@ bool IsFaultTolerant(host::RegistryTree &registry)
     return GetSetting(registry, FindSetting("fault-tolerant")) == "on";
 }
 
-void ChangeSetting(host::RegistryTree &registry, const Setting &setting, const std::string &text)
+void ChangeSetting(host::Host &host, const Setting &setting, const std::string &text)
 {
+    host::RegistryTree &registry = host.registry();
     const bool is_default = text == "default";
     const host::RegValue value = setting.parse(is_default ? setting.shown_default : text);
-    host::Transaction transaction(host::HostStore());
+    host::Transaction transaction(host.store());
     const host::KeyId key = registry.Create(host::kRootKey, setting.key);
     if (is_default && !setting.default_is_stored)
         registry.DeleteValue(key, setting.value);
     else
         registry.Set(key, setting.value, value.type, value.data);
     transaction.Commit();
-    host::WakeEvent::Create(host::HostLayout().run, setting.wake_event, false, false)->Set();
+    host::WakeEvent::Create(host.layout().run, setting.wake_event, false, false)->Set();
 }
 
 } // namespace settings

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/host/registry_tree.h"
+#include "agent/host/host.h"
 
 namespace settings {
 
@@ -43,7 +43,7 @@ bool IsFaultTolerant(host::RegistryTree &registry);
 // Stores a value and wakes the daemon. "default" takes the stored value away, where the monitor
 // then takes the default at once. Throws host::Error, and changes nothing, when the value is not
 // accepted.
-void ChangeSetting(host::RegistryTree &registry, const Setting &setting, const std::string &text);
+void ChangeSetting(host::Host &host, const Setting &setting, const std::string &text);
 
 } // namespace settings
 

@@ -63,12 +63,13 @@ std::optional<pid_t> DaemonLock::Holder(const host::Layout &layout)
     return holder ? holder : host::OwnerLock::Holder(layout.Store());
 }
 
-void DaemonLock::CheckStore(const host::Layout &layout)
+void DaemonLock::CheckStore(host::Host &host)
 {
+    const host::Layout &layout = host.layout();
     const auto holder = Holder(layout.run);
     const auto status = holder ? ReadStatus(layout.run) : std::nullopt;
     if (!status || status->pid != *holder || status->store.empty() ||
-        status->store == StoreName(host::HostStore()))
+        status->store == StoreName(host.store()))
         return;
     throw host::Error("cannot work with " + layout.Store().string(),
                       "the daemon, process " + std::to_string(*holder) +

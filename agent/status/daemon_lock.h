@@ -8,7 +8,7 @@
 #include <optional>
 #include <sys/types.h>
 
-#include "agent/host/layout.h"
+#include "agent/host/host.h"
 #include "agent/host/waitable.h"
 
 namespace status {
@@ -23,8 +23,8 @@ class DaemonLock {
     // The same, or the process that holds the store's.
     static std::optional<pid_t> Holder(const host::Layout &layout);
 
-    // Throws host::Error when the daemon that runs works with another file than the started host.
-    static void CheckStore(const host::Layout &layout);
+    // Throws host::Error when the daemon that runs works with another file than this host.
+    static void CheckStore(host::Host &host);
 
   private:
     host::Fd fd_;

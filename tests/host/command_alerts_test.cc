@@ -39,8 +39,8 @@ class AlertsCommand : public test::CommandTest {
         alert.count = 3;
         alert.message = message;
         StartHere();
-        alerts::AddAlert(host::HostStore(), alert);
-        host::StopHost();
+        alerts::AddAlert(test::Store(), alert);
+        test::StopHost();
     }
     // The messages that are shown with these words.
     [[nodiscard]] std::vector<std::string> Messages(const test::Words &words) const
@@ -78,8 +78,8 @@ TEST_F(AlertsCommand, AsJsonAreOneObjectALine)
 {
     Add(kMoment, "line \xFF");
     StartHere();
-    const std::string key = alerts::ReadAlerts(host::HostStore().database(), 0, 0, 1).at(0).key;
-    host::StopHost();
+    const std::string key = alerts::ReadAlerts(test::Store().database(), 0, 0, 1).at(0).key;
+    test::StopHost();
     const test::Finished finished = Syslogmon({"--json", "alerts"});
     EXPECT_EQ((json{{"id", 1},
                     {"key", key},
@@ -102,8 +102,8 @@ TEST_F(AlertsCommand, AsJsonOneOfManyReportsHasTheirNumberAndTheLast)
     report.count = 4;
     report.time_ms = kMoment + 7;
     report.message = "last";
-    alerts::FoldInto(host::HostStore(), 1, report);
-    host::StopHost();
+    alerts::FoldInto(test::Store(), 1, report);
+    test::StopHost();
     const json shown = json::parse(Syslogmon({"--json", "alerts"}).out);
     EXPECT_EQ(7, shown["count"]);
     EXPECT_EQ(2, shown["reports"]);
@@ -157,15 +157,15 @@ TEST_F(AlertsCommand, MoreThanAreReadAtOnceAreAllShown)
 {
     StartHere();
     {
-        host::Transaction transaction(host::HostStore());
+        host::Transaction transaction(test::Store());
         for (int i = 0; i < 2500; ++i) {
             Alert alert;
             alert.message = std::to_string(i);
-            alerts::AddAlert(host::HostStore(), alert);
+            alerts::AddAlert(test::Store(), alert);
         }
         transaction.Commit();
     }
-    host::StopHost();
+    test::StopHost();
     const auto messages = Messages({});
     ASSERT_EQ(2500U, messages.size());
     EXPECT_EQ("0", messages.front());

@@ -31,8 +31,8 @@ class EventCommand : public test::CommandTest {
         VKVMon *slots[] = {&entry};
         int count = 1;
         StartHere();
-        host::HitCounters(host::HostStore()).Save({slots, &count});
-        host::StopHost();
+        host::HitCounters(test::Store()).Save({slots, &count});
+        test::StopHost();
     }
 };
 
@@ -228,10 +228,10 @@ TEST_F(EventCommand, ListLeavesOutSourcesThatReportUnderATypeOfTheirOwn)
 TEST_F(EventCommand, ListShowsControlCharactersAndTabsHarmlessly)
 {
     StartHere();
-    events::EventRegistry(host::HostRegistry())
+    events::EventRegistry(test::Registry())
         .Write({{"DISK", 1}, {"tab\there", "", ""}, 1, events::kAllHours});
     test::SetTreeText(SettingsPath("DISK", "1"), "KeyWord2", "\x1B[2J");
-    host::StopHost();
+    test::StopHost();
     ExpectOutput({"event", "list"}, "DISK\t1\t-/1\tall\t\"tab here\" + \"?[2J\"\n");
 }
 
@@ -372,13 +372,13 @@ TEST_F(EventCommand, TheTableHasRoomForSoManyEventsAndTheNextIsRefused)
 {
     StartHere();
     {
-        host::Transaction transaction(host::HostStore());
-        events::EventRegistry events(host::HostRegistry());
+        host::Transaction transaction(test::Store());
+        events::EventRegistry events(test::Registry());
         for (uint32_t id = 1; id <= 2047; ++id)
             events.Write({{"DISK", id}, {"error", "", ""}, 1, events::kAllHours});
         transaction.Commit();
     }
-    host::StopHost();
+    test::StopHost();
     ExpectDone({"event", "add", "DISK", "800", "-k", "error"});
     ExpectFailed({"event", "add", "NET", "1", "-k", "error"},
                  "cannot add event NET 1: there are 2048 events, and the monitor's table has room "

@@ -128,11 +128,11 @@ TEST_F(RegCommand, KeysThatLieTooDeepAreNotMadeAndNotGoneThrough)
     for (int level = 0; level < 20000; ++level)
         far += "\\k";
     {
-        host::Transaction transaction(host::HostStore());
-        host::HostRegistry().Create(host::kRootKey, far);
+        host::Transaction transaction(test::Store());
+        test::Registry().Create(host::kRootKey, far);
         transaction.Commit();
     }
-    host::StopHost();
+    test::StopHost();
     for (const test::Words &words :
          std::vector<test::Words>{{"reg", "export"}, {"reg", "list", "-r"}}) {
         const test::Finished finished = Syslogmon(words);
@@ -226,7 +226,7 @@ TEST_F(RegCommand, BytesThatAreNoTextAreShownHarmlessly)
     test::SetTreeText("Key", "line", "a\tb\x1B[2J\xFF");
     test::SetTreeValue("Key", "other", 7, "ab");
     test::SetTreeValue("Key", "short", REG_DWORD, "a");
-    host::StopHost();
+    test::StopHost();
     ExpectOutput({"reg", "list", "Key"},
                  "Key\tline\tsz\ta b?[2J?\nKey\tother\tother\t61 62\nKey\tshort\tdword\t61\n");
     const json values = Json({"reg", "list", "Key"})["keys"][0]["values"];

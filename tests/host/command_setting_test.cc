@@ -89,7 +89,7 @@ TEST_F(SettingCommand, DefaultTakesTheStoredValueAwayExceptOfTheCycle)
         EXPECT_EQ(setting.name == std::string("cycle"),
                   test::TreeValue(setting.key, setting.value).has_value())
             << setting.name;
-        host::StopHost();
+        test::StopHost();
         ExpectOutput({"get", setting.name}, std::string(setting.shown_default) + "\n");
     }
 }
@@ -194,7 +194,7 @@ TEST_F(SettingCommand, TraceLevelRefusesAnythingElse)
 TEST_F(SettingCommand, AWaitForTheMonitorsPassIsTold)
 {
     StartHere();
-    host::StopHost();
+    test::StopHost();
     test::Child daemon(test::Helper(Root(), {"hold-write-lock"}));
     ASSERT_EQ("locked", daemon.ReadLine());
     test::Child command(

@@ -63,7 +63,7 @@ class StatusCommand : public test::CommandTest {
         test::SetTreeText(kMonitorKey, "HEADLINE" + suffix, head_line);
         test::SetTreeNumber(kMonitorKey, "POS" + suffix, static_cast<uint32_t>(position));
         test::SetTreeNumber(kMonitorKey, "H_POS" + suffix, static_cast<uint32_t>(position >> 32));
-        host::StopHost();
+        test::StopHost();
     }
 };
 

@@ -5,12 +5,12 @@ namespace test {
 CommandTest::CommandTest()
 {
     StartHere();
-    host::StopHost();
+    test::StopHost();
 }
 
 CommandTest::~CommandTest()
 {
-    host::StopHost();
+    test::StopHost();
 }
 
 Finished CommandTest::Syslogmon(const Words &words) const
@@ -59,7 +59,7 @@ std::string CommandTest::JsonText(const Words &words, int status) const
 
 void CommandTest::StartHere() const
 {
-    host::StartHost(Layout(), host::Role::kCommand);
+    test::StartHost(Layout(), host::Role::kCommand);
 }
 
 std::string CommandTest::Registry() const

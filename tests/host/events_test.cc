@@ -51,7 +51,7 @@ class Events : public test::HostTest {
     }
     static void DeleteValue(const std::string &path, const char *name)
     {
-        auto &tree = host::HostRegistry();
+        auto &tree = test::Registry();
         tree.DeleteValue(*tree.Find(kRootKey, path), name);
     }
     std::string ProblemOf(const char *source, uint32_t id)
@@ -60,7 +60,7 @@ class Events : public test::HostTest {
         return stored ? stored->problem : "(not found)";
     }
 
-    EventRegistry events_{host::HostRegistry()};
+    EventRegistry events_{test::Registry()};
 };
 
 // ---- IDs ----
@@ -181,7 +181,7 @@ TEST_F(Events, WriteAndFindGiveTheSameEvent)
 TEST_F(Events, WriteOfARefusedEventStoresNothing)
 {
     EXPECT_NE("no error", ErrorOf([&] { events_.Write(Record("SRC", 1, {"", "", ""})); }));
-    EXPECT_FALSE(host::HostRegistry().Find(kRootKey, SourcePath("SRC")));
+    EXPECT_FALSE(test::Registry().Find(kRootKey, SourcePath("SRC")));
 }
 
 TEST_F(Events, AnEventIsFoundByItsNumberHoweverItsKeyIsWritten)
@@ -190,7 +190,7 @@ TEST_F(Events, AnEventIsFoundByItsNumberHoweverItsKeyIsWritten)
     ASSERT_TRUE(events_.Find({"src", 0x1A2B}));
     events_.Write(Record("SRC", 0x1A2B, {"new", "", ""}));
     EXPECT_EQ("new", events_.Find({"SRC", 0x1A2B})->event.keywords[0]);
-    auto &tree = host::HostRegistry();
+    auto &tree = test::Registry();
     EXPECT_EQ(std::vector<std::string>{"01a2b"},
               tree.SubKeys(*tree.Find(kRootKey, SourcePath("SRC"))));
 }
@@ -223,8 +223,8 @@ TEST_F(Events, RemoveTakesTheLastEventsSourceWithIt)
     EXPECT_FALSE(events_.Find({"SRC", 1}));
     EXPECT_TRUE(events_.Find({"SRC", 2}));
     EXPECT_TRUE(events_.Remove({"SRC", 2}));
-    EXPECT_FALSE(host::HostRegistry().Find(kRootKey, SourcePath("SRC")));
-    EXPECT_TRUE(host::HostRegistry().Find(kRootKey, kApplicationKey));
+    EXPECT_FALSE(test::Registry().Find(kRootKey, SourcePath("SRC")));
+    EXPECT_TRUE(test::Registry().Find(kRootKey, kApplicationKey));
 }
 
 TEST_F(Events, RemoveKeepsASourceThatHasValues)
@@ -232,7 +232,7 @@ TEST_F(Events, RemoveKeepsASourceThatHasValues)
     events_.Write(Record("SRC", 1));
     test::SetTreeNumber(SourcePath("SRC"), "NEWAPPLICATIONTYPE", 1);
     EXPECT_TRUE(events_.Remove({"SRC", 1}));
-    EXPECT_TRUE(host::HostRegistry().Find(kRootKey, SourcePath("SRC")));
+    EXPECT_TRUE(test::Registry().Find(kRootKey, SourcePath("SRC")));
 }
 
 TEST_F(Events, RemoveOfAnEventThatIsNotThereIsFalse)
@@ -244,7 +244,7 @@ TEST_F(Events, RemoveOfAnEventThatIsNotThereIsFalse)
 
 TEST_F(Events, ADamagedEventCanBeRemovedAndWrittenAgain)
 {
-    host::HostRegistry().Create(kRootKey, SourcePath("SRC") + "\\1");
+    test::Registry().Create(kRootKey, SourcePath("SRC") + "\\1");
     EXPECT_EQ("it has no settings", ProblemOf("SRC", 1));
     events_.Write(Record("SRC", 1));
     EXPECT_EQ("", ProblemOf("SRC", 1));
@@ -320,7 +320,7 @@ TEST_F(Events, AKeyNameThatTheMonitorDoesNotReadIsNamed)
 
 TEST_F(Events, TheFirstOfManyProblemsIsNamed)
 {
-    host::HostRegistry().Create(kRootKey, SettingsPath("SRC", "1"));
+    test::Registry().Create(kRootKey, SettingsPath("SRC", "1"));
     EXPECT_EQ("it has no KeyWord", ProblemOf("SRC", 1));
 }
 
@@ -343,7 +343,8 @@ TEST_F(Events, ReadWhileAnotherProcessAddsAndRemovesOneAreWholeOrNotThere)
 TEST_F(Events, ChangeIsStoredAndWakesTheMonitor)
 {
     HANDLE changed = CreateEvent(nullptr, FALSE, FALSE, kTableEvent);
-    events::ChangeEvents([&] { events_.Write(Record("SRC", 1)); }, [] {});
+    events::ChangeEvents(
+        test::TheHost(), [&] { events_.Write(Record("SRC", 1)); }, [] {});
     EXPECT_TRUE(events_.Find({"SRC", 1}));
     EXPECT_EQ(WAIT_RESULT_FIRST, WaitForSingleObject(changed, 0));
 }
@@ -353,6 +354,7 @@ TEST_F(Events, ChangeThatFailsIsRolledBackAndWakesNobody)
     HANDLE changed = CreateEvent(nullptr, FALSE, FALSE, kTableEvent);
     const std::string error = ErrorOf([&] {
         events::ChangeEvents(
+            test::TheHost(),
             [&] {
                 events_.Write(Record("SRC", 1));
                 events_.Write(Record("SRC", 2, {"", "", ""}));
@@ -362,7 +364,8 @@ TEST_F(Events, ChangeThatFailsIsRolledBackAndWakesNobody)
     EXPECT_EQ(0U, error.find("cannot use event SRC 2")) << error;
     EXPECT_FALSE(events_.Find({"SRC", 1}));
     EXPECT_EQ(WAIT_RESULT_TIMEOUT, WaitForSingleObject(changed, 0));
-    events::ChangeEvents([&] { events_.Write(Record("SRC", 3)); }, [] {}); // the mutex is free
+    events::ChangeEvents(
+        test::TheHost(), [&] { events_.Write(Record("SRC", 3)); }, [] {}); // the mutex is free
 }
 
 TEST_F(Events, ChangeWaitsForTheMutexAndSaysSoOnce)
@@ -370,12 +373,13 @@ TEST_F(Events, ChangeWaitsForTheMutexAndSaysSoOnce)
     test::Child owner(test::Helper(Root(), {"own-mutex", kTableMutex, "1"}));
     ASSERT_EQ("owned", owner.ReadLine());
     int told = 0;
-    events::ChangeEvents([&] { events_.Write(Record("SRC", 1)); },
-                         [&] {
-                             ++told;
-                             EXPECT_FALSE(events_.Find({"SRC", 1}));
-                             owner.Say("release it");
-                         });
+    events::ChangeEvents(
+        test::TheHost(), [&] { events_.Write(Record("SRC", 1)); },
+        [&] {
+            ++told;
+            EXPECT_FALSE(events_.Find({"SRC", 1}));
+            owner.Say("release it");
+        });
     EXPECT_EQ(1, told);
     EXPECT_TRUE(events_.Find({"SRC", 1}));
 }
@@ -383,6 +387,7 @@ TEST_F(Events, ChangeWaitsForTheMutexAndSaysSoOnce)
 TEST_F(Events, ChangeHoldsTheMutexWhileItWrites)
 {
     events::ChangeEvents(
+        test::TheHost(),
         [&] {
             HANDLE mutex = CreateMutex(nullptr, FALSE, kTableMutex);
             EXPECT_EQ(WAIT_RESULT_TIMEOUT, std::async(std::launch::async, [&] {

@@ -19,13 +19,13 @@
 
 #include "agent/alerts/alert_store.h"
 #include "agent/host/error.h"
-#include "agent/host/host.h"
 #include "agent/status/daemon_lock.h"
 #include "agent/status/status_file.h"
 #include "platform/contract.h"
 #include "platform/registry.h"
 #include "platform/sync.h"
 #include "tests/host/line_counter.h"
+#include "tests/host/the_host.h"
 
 namespace {
 
@@ -46,7 +46,7 @@ struct Job {
     {
         return static_cast<DWORD>(std::stoul(words.at(index)));
     }
-    void Start(host::Role role = host::Role::kCommand) const { host::StartHost(layout, role); }
+    void Start(host::Role role = host::Role::kCommand) const { test::StartHost(layout, role); }
 };
 
 void Tell(const std::string &line)
@@ -145,7 +145,7 @@ int OpenStore(const Job &job)
 {
     WaitForTest();
     job.Start();
-    Tell(host::HostStore().uuid());
+    Tell(test::Store().uuid());
     return 0;
 }
 
@@ -156,7 +156,7 @@ int BreakPass(const Job &job)
     RegWrite(HKEY_LOCAL_MACHINE, "Pass", "value", REG_SZ, "broken", sizeof "broken");
     alerts::Alert alert;
     alert.source = "BROKEN";
-    alerts::AddAlert(host::HostStore(), alert);
+    alerts::AddAlert(test::Store(), alert);
     Tell("written");
     WaitForTest();
     return 0;
@@ -177,7 +177,7 @@ int CountLinesOnce(const Job &job)
 int HoldWriteLock(const Job &job)
 {
     job.Start();
-    host::Transaction transaction(host::HostStore());
+    host::Transaction transaction(test::Store());
     Tell("locked");
     WaitForTest();
     transaction.Commit();
@@ -219,16 +219,16 @@ int FlickerKey(const Job &job)
 {
     job.Start();
     Tell("flickering");
-    auto &registry = host::HostRegistry();
+    auto &registry = test::Registry();
     for (;;) {
-        host::Transaction add(host::HostStore());
+        host::Transaction add(test::Store());
         const auto key = registry.Create(host::kRootKey, job.Word(0));
         for (size_t i = 1; i < job.words.size(); ++i)
             registry.Set(key, job.words[i], REG_SZ, std::string_view("x", 2));
         for (const char *number : {"ReportCount", "WatchTime"})
             registry.Set(key, number, REG_DWORD, std::string_view("\1\0\0\0", 4));
         add.Commit();
-        host::Transaction remove(host::HostStore());
+        host::Transaction remove(test::Store());
         const std::string path = job.Word(0);
         registry.DeleteKey(*registry.Find(host::kRootKey, path.substr(0, path.rfind('\\'))));
         remove.Commit();
@@ -239,7 +239,7 @@ int FlickerKey(const Job &job)
 int FillStore(const Job &job)
 {
     job.Start(host::Role::kDaemon);
-    auto &store = host::HostStore();
+    auto &store = test::Store();
     RegWrite(HKEY_LOCAL_MACHINE, "Pass", "first", REG_SZ, "stored", sizeof "stored");
     store.CommitPass();
     std::vector<char> bytes(size_t{512} * 1024, 'x');
@@ -275,7 +275,7 @@ void SetBytes(const char *name, size_t size)
 int TakeRoomAndAbandon(const Job &job)
 {
     job.Start(host::Role::kDaemon);
-    auto &store = host::HostStore();
+    auto &store = test::Store();
     constexpr int64_t kMegabyte = 1024 * 1024;
     const int64_t before = host::FreeSpace(job.layout.Store());
     store.database().Execute("PRAGMA cache_size = 10"); // pages that are kept in memory
@@ -297,7 +297,7 @@ std::string ReserveText(const Job &job)
 int KeepReserve(const Job &job)
 {
     job.Start(host::Role::kDaemon);
-    host::HostStore().KeepReserve();
+    test::Store().KeepReserve();
     Tell(ReserveText(job));
     return 0;
 }
@@ -315,7 +315,7 @@ void FillDisk(const fs::path &file)
 int LeaveFullDisk(const Job &job)
 {
     KeepReserve(job);
-    auto &store = host::HostStore();
+    auto &store = test::Store();
     FillDisk(job.layout.state / "ballast");
     SetBytes("value", 500 * 1000);
     try {
@@ -354,7 +354,7 @@ int AnswerScans(const Job &job)
     status::Status status;
     status.pid = getpid();
     status.state = status::MonitorState::kRunning;
-    status.store = status::StoreName(host::HostStore());
+    status.store = status::StoreName(test::Store());
     status::WriteStatus(job.layout.run, status);
     Tell("running");
     for (int64_t number = 1;; ++number) {
@@ -502,7 +502,7 @@ int Run(int argc, char **argv)
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     const Job job = {host::Layout::Below(words[0]), {words.begin() + 2, words.end()}};
     const int status = words[1] == "as-user" ? AsUser(job) : kVerbs.at(words[1])(job);
-    host::StopHost();
+    test::StopHost();
     return status;
 }
 

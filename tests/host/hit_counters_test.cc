@@ -43,14 +43,14 @@ class ModuleTable {
 
 class HitCountersTest : public test::HostTest {
   protected:
-    static std::vector<HitCounter> Stored() { return HitCounters::Load(host::HostStore()); }
+    static std::vector<HitCounter> Stored() { return HitCounters::Load(test::Store()); }
     // Saves the table as another life of the daemon did.
     void SaveAsBefore()
     {
-        HitCounters(host::HostStore()).Save(table_.Get());
+        HitCounters(test::Store()).Save(table_.Get());
         table_.Clear();
     }
-    void Restore() { HitCounters(host::HostStore()).Restore(table_.Get()); }
+    void Restore() { HitCounters(test::Store()).Restore(table_.Get()); }
 
     ModuleTable table_;
 };
@@ -71,7 +71,7 @@ TEST_F(HitCountersTest, AreStoredInTableOrder)
     table_.Add("B", 0xFFFFFFFF, 2147483647, 2147483646);
     table_.Add("A", 1, 3, 2);
     table_.Add("A", 2, 0, 0);
-    HitCounters(host::HostStore()).Save(table_.Get());
+    HitCounters(test::Store()).Save(table_.Get());
     EXPECT_EQ((std::vector<HitCounter>{
                   {"B", 0xFFFFFFFF, 2147483647, 2147483646}, {"A", 1, 3, 2}, {"A", 2, 0, 0}}),
               Stored());
@@ -134,19 +134,19 @@ TEST_F(HitCountersTest, SurviveARestartOfTheHost)
 TEST_F(HitCountersTest, ThatDidNotChangeCostNoWrite)
 {
     table_.Add("A", 1, 3, 2);
-    HitCounters counters(host::HostStore());
+    HitCounters counters(test::Store());
     counters.Save(table_.Get());
-    host::HostStore().StartPasses();
+    test::Store().StartPasses();
     counters.Save(table_.Get());
-    EXPECT_FALSE(host::HostStore().database().InTransaction());
+    EXPECT_FALSE(test::Store().database().InTransaction());
     table_.Get().entries[0]->CurrentCount = 1;
     counters.Save(table_.Get());
-    EXPECT_TRUE(host::HostStore().database().InTransaction());
+    EXPECT_TRUE(test::Store().database().InTransaction());
 }
 
 TEST_F(HitCountersTest, FollowEveryChangeOfTheTable)
 {
-    HitCounters counters(host::HostStore());
+    HitCounters counters(test::Store());
     VKVMon &first = table_.Add("A", 1, 3, 1);
     counters.Save(table_.Get());
     table_.Add("B", 1, 3, 2); // a new entry
@@ -169,11 +169,11 @@ TEST_F(HitCountersTest, GoWithTheirPass)
     SaveAsBefore();
     Restart(host::Role::kDaemon);
     table_.Add("A", 1, 3, 2);
-    HitCounters(host::HostStore()).Save(table_.Get());
-    host::HostStore().AbandonPass();
+    HitCounters(test::Store()).Save(table_.Get());
+    test::Store().AbandonPass();
     EXPECT_EQ((std::vector<HitCounter>{{"A", 1, 3, 1}}), Stored());
-    HitCounters(host::HostStore()).Save(table_.Get());
-    host::HostStore().CommitPass();
+    HitCounters(test::Store()).Save(table_.Get());
+    test::Store().CommitPass();
     EXPECT_EQ((std::vector<HitCounter>{{"A", 1, 3, 2}}), Stored());
 }
 

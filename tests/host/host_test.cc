@@ -43,19 +43,17 @@ fs::path RootTest::File(const std::string &name) const
 
 HostTest::HostTest()
 {
-    host::StartHost(Layout(), host::Role::kCommand);
+    StartHost(Layout(), host::Role::kCommand);
 }
 
 HostTest::~HostTest()
 {
-    host::SetModuleTable({});
-    host::StopHost();
+    StopHost();
 }
 
 void HostTest::Restart(host::Role role)
 {
-    host::StopHost();
-    host::StartHost(Layout(), role);
+    StartHost(Layout(), role);
 }
 
 std::string ReadFile(const fs::path &path)
@@ -133,7 +131,7 @@ std::vector<std::string> SubKeys(HKEY key)
 void SetTreeValue(const std::string &path, const std::string &name, uint32_t type,
                   const std::string &bytes)
 {
-    auto &registry = host::HostRegistry();
+    auto &registry = Registry();
     registry.Set(registry.Create(host::kRootKey, path), name, type, bytes);
 }
 
@@ -149,7 +147,7 @@ void SetTreeNumber(const std::string &path, const std::string &name, uint32_t nu
 
 std::optional<host::RegValue> TreeValue(const std::string &path, const std::string &name)
 {
-    auto &registry = host::HostRegistry();
+    auto &registry = Registry();
     const auto key = registry.Find(host::kRootKey, path);
     return key ? registry.Get(*key, name) : std::nullopt;
 }

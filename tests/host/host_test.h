@@ -9,8 +9,8 @@
 #include <gtest/gtest.h>
 
 #include "agent/host/error.h"
-#include "agent/host/host.h"
 #include "platform/registry.h"
+#include "tests/host/the_host.h"
 
 namespace test {
 

@@ -114,7 +114,7 @@ TEST_F(RootPath, ThatDoesNotFitIsCutInsideTheBuffer)
 
 TEST_F(RootPath, IsNotKnownWithoutAHost)
 {
-    host::StopHost();
+    test::StopHost();
     char buffer[100] = {};
     EXPECT_EQ(0, GetTarskRootPath(buffer, sizeof buffer));
 }

@@ -5,8 +5,8 @@
 
 #include "agent/alerts/alert_store.h"
 #include "agent/host/error.h"
-#include "agent/host/host.h"
 #include "platform/registry.h"
+#include "tests/host/the_host.h"
 
 namespace test {
 
@@ -47,7 +47,7 @@ void Report(uint32_t line)
     alert.event_id = line;
     alert.message = "line " + std::to_string(line);
     try {
-        alerts::AddAlert(host::HostStore(), alert);
+        alerts::AddAlert(test::Store(), alert);
     } catch (const host::Error &) {
         return; // as VKMonitorCall does: the commit of the pass will fail
     }
@@ -69,8 +69,8 @@ uint32_t Pass(Table *table, uint32_t last)
 
 void Live(const host::Layout &layout, uint32_t last, const std::function<void()> &pass_stored)
 {
-    host::StartHost(layout, host::Role::kDaemon);
-    auto &store = host::HostStore();
+    test::StartHost(layout, host::Role::kDaemon);
+    auto &store = test::Store();
     host::HitCounters counters(store);
     Table table;
     counters.Restore(table.Get());
@@ -94,22 +94,22 @@ std::string CountLines(const host::Layout &layout, uint32_t last,
     } catch (const host::Error &error) {
         failure = error.what();
     }
-    host::StopHost();
+    test::StopHost();
     return failure;
 }
 
 std::string CountedLines(const host::Layout &layout)
 {
     std::string counted;
-    host::StartHost(layout, host::Role::kCommand);
-    auto &store = host::HostStore();
+    test::StartHost(layout, host::Role::kCommand);
+    auto &store = test::Store();
     store.CheckIntegrity();
     for (const auto &alert : alerts::ReadAlerts(store.database(), 0, 0, INT64_MAX))
         counted += (counted.empty() ? "" : " ") + std::to_string(alert.event_id);
     counted += "; at " + std::to_string(ReadResumePoint());
     const auto counters = host::HitCounters::Load(store);
     counted += "; " + std::to_string(counters.empty() ? 0 : counters[0].current_count) + " hits";
-    host::StopHost();
+    test::StopHost();
     return counted;
 }
 

@@ -57,7 +57,8 @@ TEST_F(GivenBack, TheMutexOfTheTableIsWhenWhoeverWaitsForItGivesUp)
     Child holder(Helper(Root(), {"own-mutex", kTableMutex, "1"}));
     ASSERT_EQ("owned", holder.ReadLine());
     const long before = OpenFiles();
-    EXPECT_THROW(events::ChangeEvents([] {}, [] { throw std::runtime_error("given up"); }),
+    EXPECT_THROW(events::ChangeEvents(
+                     test::TheHost(), [] {}, [] { throw std::runtime_error("given up"); }),
                  std::runtime_error);
     EXPECT_EQ(before, OpenFiles());
 }

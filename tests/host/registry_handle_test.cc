@@ -68,7 +68,7 @@ class KeyHandle : public test::HostTest {
   protected:
     static host::KeyId Id(const std::string &path)
     {
-        return *host::HostRegistry().Find(host::kRootKey, path);
+        return *test::Registry().Find(host::kRootKey, path);
     }
 };
 
@@ -144,7 +144,7 @@ TEST_F(KeyHandle, OfADeletedKeyFindsNothing)
     HKEY key = CreateKey("Parent\\Key");
     CreateKey("Parent\\Key\\Below");
     SetBytes(key, "value", REG_SZ, "x");
-    host::HostRegistry().DeleteKey(Id("Parent"));
+    test::Registry().DeleteKey(Id("Parent"));
 
     EXPECT_EQ("(none)", BytesOf(key, "value"));
     EXPECT_EQ(ERROR_FILE_NOT_FOUND, SetBytes(key, "value", REG_SZ, "y"));
@@ -158,7 +158,7 @@ TEST_F(KeyHandle, OfADeletedKeyFindsNothing)
 TEST_F(KeyHandle, OfADeletedKeyIsNoHandleOfTheKeyThatTakesItsPlace)
 {
     HKEY old_key = CreateKey("Key");
-    host::HostRegistry().DeleteKey(Id("Key"));
+    test::Registry().DeleteKey(Id("Key"));
     SetBytes(CreateKey("Key"), "value", REG_SZ, "new");
     EXPECT_EQ("(none)", BytesOf(old_key, "value"));
     EXPECT_EQ(ERROR_FILE_NOT_FOUND, SetBytes(old_key, "value", REG_SZ, "old"));
@@ -168,7 +168,7 @@ TEST_F(KeyHandle, OfADeletedKeyIsNoHandleOfTheKeyThatTakesItsPlace)
 TEST_F(KeyHandle, OfADeletedKeyKeepsNothingThatIsWrittenBelowIt)
 {
     HKEY key = CreateKey("Key");
-    host::HostRegistry().DeleteKey(Id("Key"));
+    test::Registry().DeleteKey(Id("Key"));
     EXPECT_EQ(FALSE, RegWrite(key, "Below", "value", REG_SZ, "x", 2));
     EXPECT_EQ(nullptr, OpenKey("Below", key));
 }
@@ -177,9 +177,9 @@ TEST_F(KeyHandle, OfAKeyWhosePassWasAbandonedReachesNoOtherKey)
 {
     Restart(host::Role::kDaemon);
     HKEY abandoned = CreateKey("Abandoned");
-    host::HostStore().AbandonPass();
+    test::Store().AbandonPass();
     SetBytes(CreateKey("Other"), "value", REG_SZ, "other");
-    host::HostStore().CommitPass();
+    test::Store().CommitPass();
     EXPECT_EQ("(none)", BytesOf(abandoned, "value"));
 }
 

@@ -127,7 +127,7 @@ TEST_F(Registry, ASubkeyThatWasDeletedAndCreatedAgainComesLast)
 {
     for (const char *name : {"one", "two", "three"})
         CreateKey(name, key_);
-    auto &tree = host::HostRegistry();
+    auto &tree = test::Registry();
     tree.DeleteKey(*tree.Find(host::kRootKey, "Software\\Test\\one"));
     CreateKey("one", key_);
     EXPECT_EQ((Names{"two", "three", "one"}), SubKeys(key_));
@@ -269,7 +269,7 @@ TEST_F(Registry, ValueNamesCompareWithoutRegardToCase)
     SetBytes(key_, "NAME", REG_SZ, "second");
     EXPECT_EQ("second", BytesOf(key_, "name"));
     const auto values =
-        host::HostRegistry().Values(*host::HostRegistry().Find(host::kRootKey, "Software\\Test"));
+        test::Registry().Values(*test::Registry().Find(host::kRootKey, "Software\\Test"));
     ASSERT_EQ(1U, values.size());
     EXPECT_EQ("Name", values[0].name);
 }

@@ -9,7 +9,7 @@ using Names = std::vector<std::string>;
 
 class RegistryTree : public test::HostTest {
   protected:
-    host::RegistryTree &tree_ = host::HostRegistry();
+    host::RegistryTree &tree_ = test::Registry();
 };
 
 TEST_F(RegistryTree, FindOfAnEmptyPathIsTheKeyItself)
@@ -71,7 +71,7 @@ TEST_F(RegistryTree, TheRootCannotBeDeleted)
     EXPECT_EQ(
         "cannot delete the root of the registry: everything is below it; delete the keys below "
         "it",
-        test::ErrorOf([] { host::HostRegistry().DeleteKey(host::kRootKey); }));
+        test::ErrorOf([] { test::Registry().DeleteKey(host::kRootKey); }));
     EXPECT_TRUE(test::TreeValue("Key", "value"));
 }
 
@@ -113,10 +113,10 @@ TEST_F(RegistryTree, AValueThatIsWhatItWasOpensNoTransaction)
     const auto key = tree_.Create(kRootKey, "Key");
     tree_.Set(key, "value", REG_SZ, "same");
     Restart(host::Role::kDaemon);
-    host::HostRegistry().Set(key, "VALUE", REG_SZ, "same");
-    EXPECT_FALSE(host::HostStore().database().InTransaction());
-    host::HostRegistry().Set(key, "value", REG_BINARY, "same");
-    EXPECT_TRUE(host::HostStore().database().InTransaction());
+    test::Registry().Set(key, "VALUE", REG_SZ, "same");
+    EXPECT_FALSE(test::Store().database().InTransaction());
+    test::Registry().Set(key, "value", REG_BINARY, "same");
+    EXPECT_TRUE(test::Store().database().InTransaction());
 }
 
 TEST_F(RegistryTree, EverythingIsThereAfterARestart)
@@ -124,7 +124,7 @@ TEST_F(RegistryTree, EverythingIsThereAfterARestart)
     tree_.Set(tree_.Create(kRootKey, "A\\b"), "Name", REG_DWORD, test::NumberBytes(42));
     tree_.Create(kRootKey, "A\\a");
     Restart(host::Role::kCommand);
-    auto &again = host::HostRegistry();
+    auto &again = test::Registry();
     const auto key = again.Find(kRootKey, "a");
     ASSERT_TRUE(key);
     EXPECT_EQ((Names{"b", "a"}), again.SubKeys(*key));

@@ -19,12 +19,11 @@ class Settings : public test::HostTest {
   protected:
     static std::string Set(const std::string &name, const std::string &text)
     {
-        return ErrorOf(
-            [&] { settings::ChangeSetting(host::HostRegistry(), FindSetting(name), text); });
+        return ErrorOf([&] { settings::ChangeSetting(test::TheHost(), FindSetting(name), text); });
     }
     static std::string Get(const std::string &name)
     {
-        return settings::GetSetting(host::HostRegistry(), FindSetting(name));
+        return settings::GetSetting(test::Registry(), FindSetting(name));
     }
     static void ExpectTaken(const std::string &name, const std::string &text)
     {
@@ -159,7 +158,7 @@ TEST_F(Settings, TraceLevelIsANameOrANumber)
     constexpr const char *kNames[] = {"detail", "error", "system", "notable", "off"};
     for (uint32_t level = 0; level < 5; ++level) {
         ExpectTaken("trace-level", kNames[level]);
-        EXPECT_EQ(level, host::AgentNumber("TraceLevel"));
+        EXPECT_EQ(level, host::AgentNumber(test::Registry(), "TraceLevel"));
         EXPECT_EQ("no error", Set("trace-level", std::to_string(level)));
         EXPECT_EQ(kNames[level], Get("trace-level"));
     }
@@ -203,19 +202,19 @@ TEST_F(Settings, ARefusedValueSetsNoEvent)
 
 TEST_F(Settings, AnAgentValueOfTheWrongTypeIsNoValue)
 {
-    EXPECT_FALSE(host::AgentNumber("TraceLevel"));
-    EXPECT_FALSE(host::AgentText("LogCharset"));
+    EXPECT_FALSE(host::AgentNumber(test::Registry(), "TraceLevel"));
+    EXPECT_FALSE(host::AgentText(test::Registry(), "LogCharset"));
     test::SetTreeText(host::kAgentKey, "TraceLevel", "3");
     test::SetTreeNumber(host::kAgentKey, "LogCharset", 3);
     test::SetTreeValue(host::kAgentKey, "Short", REG_DWORD, "12");
-    EXPECT_FALSE(host::AgentNumber("TraceLevel"));
-    EXPECT_FALSE(host::AgentText("LogCharset"));
-    EXPECT_FALSE(host::AgentNumber("Short"));
+    EXPECT_FALSE(host::AgentNumber(test::Registry(), "TraceLevel"));
+    EXPECT_FALSE(host::AgentText(test::Registry(), "LogCharset"));
+    EXPECT_FALSE(host::AgentNumber(test::Registry(), "Short"));
 }
 
 TEST_F(Settings, FaultToleranceCannotBeToldWithoutAHost)
 {
-    host::StopHost();
+    test::StopHost();
     EXPECT_EQ(-1, call_tarsk_is_ft());
 }
 

@@ -42,7 +42,7 @@ class ReportLibrary : public test::HostTest {
     }
     static std::vector<Alert> Stored()
     {
-        return alerts::ReadAlerts(host::HostStore().database(), 0, 0, 100);
+        return alerts::ReadAlerts(test::Store().database(), 0, 0, 100);
     }
 
     HMODULE library_ = LoadLibrary(AGENT_LIBRARIES "/vkmncall.dll");
@@ -91,20 +91,22 @@ TEST_F(ReportLibrary, KeepsTheOrderOfTheReports)
     }
 }
 
-TEST_F(ReportLibrary, StoresTheReportCountOfTheEntryWhoseSourceIsPassed)
+TEST_F(ReportLibrary, StoresTheReportCountOfTheEntryWithThatSourceAndId)
 {
     VKVMon one{};
     VKVMon two{};
     one.ReportCount = 3;
     two.ReportCount = 7;
+    one.EventID = 1;
+    two.EventID = 2;
     strcpy(one.Source, "SAME");
     strcpy(two.Source, "SAME");
     VKVMon *slots[] = {&one, &two};
     int count = 2;
-    host::SetModuleTable({slots, &count});
-    EXPECT_EQ(1, Report(two.Source, 1, "of the second"));
+    test::TheHost().SetTable({slots, &count});
+    EXPECT_EQ(1, Report("SAME", 2, "of the second, from a copy of its source"));
     EXPECT_EQ(1, Report(one.Source, 1, "of the first"));
-    EXPECT_EQ(1, Report("SAME", 1, "of no entry"));
+    EXPECT_EQ(1, Report("SAME", 3, "of no entry"));
     const auto stored = Stored();
     ASSERT_EQ(3U, stored.size());
     EXPECT_EQ(7, stored[0].count);
@@ -119,13 +121,15 @@ TEST_F(ReportLibrary, StoresTheHitsThatTheCounterHadWhenTheLineWasConverted)
     VKVMon other{};
     reached.ReportCount = 3;
     reached.CurrentCount = 50;
+    reached.EventID = 1;
     other.ReportCount = 7;
     other.CurrentCount = 6;
+    other.EventID = 2;
     strcpy(reached.Source, "SAME");
     strcpy(other.Source, "SAME");
     VKVMon *slots[] = {&other, &reached};
     int count = 2;
-    host::SetModuleTable({slots, &count});
+    test::TheHost().SetTable({slots, &count});
     char message[100];
     TarskCodeConvert("a line", -1, message, sizeof message, CODE_LOG, CODE_REGISTRY);
     reached.CurrentCount = 0;
@@ -136,7 +140,7 @@ TEST_F(ReportLibrary, StoresTheHitsThatTheCounterHadWhenTheLineWasConverted)
     other.CurrentCount = 8;
     TarskCodeConvert("a line", -1, message, sizeof message, CODE_LOG, CODE_REGISTRY);
     other.CurrentCount = 0;
-    EXPECT_EQ(1, Report(other.Source, 1, message));
+    EXPECT_EQ(1, Report(other.Source, 2, message));
     const auto stored = Stored();
     ASSERT_EQ(3U, stored.size());
     EXPECT_EQ(50, stored[0].count);
@@ -148,30 +152,30 @@ TEST_F(ReportLibrary, StoresInThePassThatReports)
 {
     Restart(host::Role::kDaemon);
     EXPECT_EQ(1, Report("SRC", 1, "lost"));
-    host::HostStore().AbandonPass();
+    test::Store().AbandonPass();
     EXPECT_TRUE(Stored().empty());
     EXPECT_EQ(1, Report("SRC", 2, "kept"));
-    host::HostStore().CommitPass();
-    host::HostStore().AbandonPass();
+    test::Store().CommitPass();
+    test::Store().AbandonPass();
     ASSERT_EQ(1U, Stored().size());
     EXPECT_EQ("kept", Stored()[0].message);
 }
 
 TEST_F(ReportLibrary, FailsWithoutAHost)
 {
-    host::StopHost();
+    test::StopHost();
     EXPECT_EQ(0, Report("SRC", 1, "line"));
 }
 
 TEST_F(ReportLibrary, FailsAndBreaksThePassWhenTheStoreDoes)
 {
     Restart(host::Role::kDaemon);
-    host::HostStore().Write([](host::Database &database) {
+    test::Store().Write([](host::Database &database) {
         database.Execute("CREATE TRIGGER full BEFORE INSERT ON alert BEGIN"
                          " SELECT RAISE(ABORT, 'no'); END");
     });
     EXPECT_EQ(0, Report("SRC", 1, "line"));
-    EXPECT_NE("no error", test::ErrorOf([] { host::HostStore().CommitPass(); }));
+    EXPECT_NE("no error", test::ErrorOf([] { test::Store().CommitPass(); }));
 }
 
 // ---- vkirtupt.dll ----
@@ -187,7 +191,7 @@ class ProductLibrary : public test::HostTest {
     }
     static void AddProduct(const std::string &name)
     {
-        auto &tree = host::HostRegistry();
+        auto &tree = test::Registry();
         tree.Create(host::kRootKey, std::string(kAlertReportKey) + "\\" + name);
     }
     static void AddProduct(const std::string &name, uint32_t type, const std::string &setup)
@@ -271,7 +275,7 @@ TEST_F(ProductLibrary, FreesTheEmptyList)
 
 TEST_F(ProductLibrary, FailsWithoutAHostAndLeavesTheListAlone)
 {
-    host::StopHost();
+    test::StopHost();
     int untouched = 0;
     void *list = &untouched;
     EXPECT_EQ(0, read_(kReadProductsList, &list));

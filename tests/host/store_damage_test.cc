@@ -25,23 +25,23 @@ std::string KeyName(int number)
 
 class Damage : public test::RootTest {
   protected:
-    ~Damage() override { host::StopHost(); }
+    ~Damage() override { test::StopHost(); }
 
     [[nodiscard]] std::filesystem::path Path() const { return Layout().Store(); }
     std::string Start(Role role = Role::kCommand) const
     {
-        return ErrorOf([&] { host::StartHost(Layout(), role); });
+        return ErrorOf([&] { test::StartHost(Layout(), role); });
     }
     void MakeStore() const
     {
-        host::StartHost(Layout(), Role::kCommand);
+        test::StartHost(Layout(), Role::kCommand);
         {
-            host::Transaction transaction(host::HostStore());
+            host::Transaction transaction(test::Store());
             for (int i = 0; i < kKeys; ++i)
                 test::SetTreeText("Root\\" + KeyName(i), "value", std::string(100, 'v'));
             transaction.Commit();
         }
-        host::StopHost();
+        test::StopHost();
         ASSERT_FALSE(std::filesystem::exists(Path().string() + "-wal"));
     }
     void ExecuteSql(const char *sql) const
@@ -52,8 +52,8 @@ class Damage : public test::RootTest {
     [[nodiscard]] std::string ReadAll() const
     {
         const std::string error = ErrorOf([&] {
-            host::StartHost(Layout(), Role::kCommand);
-            auto &tree = host::HostRegistry();
+            test::StartHost(Layout(), Role::kCommand);
+            auto &tree = test::Registry();
             const auto root = tree.Find(kRootKey, "Root");
             if (!root || tree.SubKeys(*root).size() != kKeys)
                 throw host::Error("keys are missing");
@@ -63,7 +63,7 @@ class Damage : public test::RootTest {
                     throw host::Error("a value is missing");
             }
         });
-        host::StopHost();
+        test::StopHost();
         return error == "no error" ? "whole" : error;
     }
 };
@@ -130,10 +130,10 @@ TEST_F(Damage, AHostThatCouldNotStartIsNotStarted)
     Layout().CreateFolders();
     test::WriteFile(Path(), "");
     Start();
-    EXPECT_FALSE(host::HostIsStarted());
+    EXPECT_FALSE(test::HasHost());
     EXPECT_EQ("the host library cannot be used: it was not started; this is a fault of the "
               "program; report it",
-              ErrorOf([] { host::HostStore(); }));
+              ErrorOf([] { test::Store(); }));
     HKEY key = nullptr;
     EXPECT_NE(ERROR_SUCCESS, RegOpenKeyEx(HKEY_LOCAL_MACHINE, "", 0, KEY_READ, &key));
 }
@@ -151,7 +151,7 @@ TEST_F(Damage, CutAtAnyPlaceItIsNeverAnEmptyRegistry)
             const std::string cut = whole.substr(0, page * kPage + more);
             test::WriteFile(Path(), cut);
             const std::string daemon = Start(Role::kDaemon);
-            host::StopHost();
+            test::StopHost();
             EXPECT_EQ(0U, daemon.find("cannot ")) << page << "+" << more << ": " << daemon;
             EXPECT_NE(std::string::npos, daemon.find(Path().string()));
             const std::string command = ReadAll();
@@ -165,16 +165,16 @@ TEST_F(Damage, AJournalCutAtAnyPlaceLeavesAStateThatWasStored)
 {
     // The journal of a process that was killed: ten changes that are not in the file yet.
     MakeStore();
-    host::StartHost(Layout(), Role::kCommand);
+    test::StartHost(Layout(), Role::kCommand);
     for (int i = 1; i <= 10; ++i) {
-        host::Transaction transaction(host::HostStore());
+        host::Transaction transaction(test::Store());
         test::SetTreeNumber("Root", "one", static_cast<uint32_t>(i));
         test::SetTreeNumber("Root\\" + KeyName(kKeys - 1), "two", static_cast<uint32_t>(i));
         transaction.Commit();
     }
     const std::string file = test::ReadFile(Path());
     const std::string journal = test::ReadFile(Path().string() + "-wal");
-    host::StopHost();
+    test::StopHost();
     ASSERT_GT(journal.size(), 10 * kPage);
 
     std::string newest = "none";
@@ -187,7 +187,7 @@ TEST_F(Damage, AJournalCutAtAnyPlaceLeavesAStateThatWasStored)
             const auto two = test::TreeValue("Root\\" + KeyName(kKeys - 1), "two");
             EXPECT_EQ(one ? one->data : "none", two ? two->data : "none") << page << "+" << more;
             newest = one ? one->data : newest;
-            host::StopHost();
+            test::StopHost();
             EXPECT_EQ("whole", ReadAll());
         }
     }
@@ -203,7 +203,7 @@ TEST_F(Damage, APageOfZerosIsFoundByTheDaemon)
         damaged.replace(page * kPage, kPage, kPage, '\0');
         test::WriteFile(Path(), damaged);
         const std::string error = Start(Role::kDaemon);
-        host::StopHost();
+        test::StopHost();
         EXPECT_EQ(0U, error.find("cannot ")) << page << ": " << error;
         EXPECT_NE(std::string::npos, error.find(host::kReplaceStore)) << page << ": " << error;
     }
@@ -219,7 +219,7 @@ TEST_F(Damage, APageOfGarbageIsFoundByTheDaemon)
             damaged[page * kPage + i] = static_cast<char>(i * 37 + page);
         test::WriteFile(Path(), damaged);
         EXPECT_EQ(0U, Start(Role::kDaemon).find("cannot ")) << page;
-        host::StopHost();
+        test::StopHost();
     }
 }
 

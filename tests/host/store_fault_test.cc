@@ -49,7 +49,7 @@ class StoreFault : public test::RootTest {
     ~StoreFault() override
     {
         test::StopBreaking();
-        host::StopHost();
+        test::StopHost();
     }
 
     // Thing, cause and next step, of which the thing is a file or folder of this root.
@@ -111,14 +111,14 @@ class StoreFault : public test::RootTest {
     void MakeTemplate() const
     {
         fs::create_directories(template_);
-        host::StartHost(Layout(), host::Role::kCommand);
+        test::StartHost(Layout(), host::Role::kCommand);
         for (int i = 0; i < kValues; ++i)
             test::SetTreeText("Kept\\Key" + std::to_string(i), "value", Text(i));
         // The journal as a killed process leaves it.
         for (const char *suffix : {"", "-wal"})
             fs::copy_file(Layout().Store().string() + suffix,
                           template_ / (std::string("agent.db") + suffix));
-        host::StopHost();
+        test::StopHost();
     }
     void UseTemplate() const
     {
@@ -151,25 +151,25 @@ class StoreFault : public test::RootTest {
     std::string Change() const
     {
         const std::string error = ErrorOf([&] {
-            host::StartHost(Layout(), host::Role::kCommand);
+            test::StartHost(Layout(), host::Role::kCommand);
             if (!NothingIsMissing())
                 throw host::Error("stored values are not there"); // is no complete message
-            host::Transaction transaction(host::HostStore());
+            host::Transaction transaction(test::Store());
             test::SetTreeText("Changed", "one", "new");
             test::SetTreeText("Changed", "two", std::string(20000, 'n'));
             transaction.Commit();
         });
-        host::StopHost();
+        test::StopHost();
         return error == "no error" ? "" : error;
     }
     // What has become of that change: "whole", "none" or "half".
     std::string WhatWasChanged() const
     {
-        host::StartHost(Layout(), host::Role::kDaemon);
+        test::StartHost(Layout(), host::Role::kDaemon);
         EXPECT_TRUE(NothingIsMissing());
         const bool one = test::TreeValue("Changed", "one").has_value();
         const bool two = test::TreeValue("Changed", "two").has_value();
-        host::StopHost();
+        test::StopHost();
         if (one != two)
             return "half";
         return one ? "whole" : "none";
@@ -276,14 +276,14 @@ void MakeStoreWithManyPages()
     test::SetTreeText("Key", "value", "stored");
     for (int i = 0; i < 500; ++i)
         test::SetTreeText("Key" + std::to_string(i), "value", std::string(8000, 'v'));
-    host::HostStore().CommitPass();
-    host::HostStore().database().Execute("PRAGMA shrink_memory");
+    test::Store().CommitPass();
+    test::Store().database().Execute("PRAGMA shrink_memory");
 }
 
 // Reads a value while the disk is broken, as the monitor does.
 void ReadWithoutADisk()
 {
-    host::HostStore().database().Execute("PRAGMA shrink_memory");
+    test::Store().database().Execute("PRAGMA shrink_memory");
     test::BreakCall(1, Fault::kStaysBroken);
     HKEY key = nullptr;
     LONG result = RegOpenKeyEx(HKEY_LOCAL_MACHINE, "Key250", 0, KEY_READ, &key);
@@ -298,7 +298,7 @@ void ReadWithoutADisk()
 
 void ExpectBrokenPass()
 {
-    auto &store = host::HostStore();
+    auto &store = test::Store();
     EXPECT_NE("no error", ErrorOf([] { test::SetTreeText("Key", "other", "alone"); }));
     EXPECT_NE("no error", ErrorOf([&] { store.CommitPass(); }));
     EXPECT_EQ(std::string("stored\0", 7), test::TreeValue("Key", "value")->data);
@@ -310,7 +310,7 @@ void ExpectBrokenPass()
 
 TEST_F(StoreFault, AReadThatFailsBehindAWriteBreaksThePass)
 {
-    host::StartHost(Layout(), host::Role::kDaemon);
+    test::StartHost(Layout(), host::Role::kDaemon);
     MakeStoreWithManyPages();
     test::SetTreeText("Key", "value", "changed");
     ReadWithoutADisk();
@@ -320,7 +320,7 @@ TEST_F(StoreFault, AReadThatFailsBehindAWriteBreaksThePass)
 TEST_F(StoreFault, AReadThatFailsBeforeTheFirstWriteBreaksThePass)
 {
     // The monitor takes what it cannot read for missing, and would begin at the head of the log.
-    host::StartHost(Layout(), host::Role::kDaemon);
+    test::StartHost(Layout(), host::Role::kDaemon);
     MakeStoreWithManyPages();
     ReadWithoutADisk();
     ExpectBrokenPass();
@@ -328,7 +328,7 @@ TEST_F(StoreFault, AReadThatFailsBeforeTheFirstWriteBreaksThePass)
 
 TEST_F(StoreFault, AReadThatFailsOutsideAPassBreaksNothing)
 {
-    host::StartHost(Layout(), host::Role::kCommand);
+    test::StartHost(Layout(), host::Role::kCommand);
     MakeStoreWithManyPages();
     ReadWithoutADisk();
     test::SetTreeText("Key", "other", "stored");

@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 class StoreIdentity : public test::RootTest {
   protected:
     StoreIdentity() { Layout().CreateFolders(); }
-    ~StoreIdentity() override { host::StopHost(); }
+    ~StoreIdentity() override { test::StopHost(); }
 
     [[nodiscard]] fs::path Path() const { return Layout().Store(); }
     [[nodiscard]] fs::path Mark() const { return Layout().state / "has-store"; }
@@ -120,11 +120,11 @@ TEST_F(StoreIdentity, AMissingStoreIsAnErrorWhereThereWasOne)
         "remove " +
         Mark().string() + " to start with nothing";
     for (const Role role : {Role::kCommand, Role::kReader, Role::kDaemon})
-        EXPECT_EQ(expected, ErrorOf([&] { host::StartHost(Layout(), role); }));
+        EXPECT_EQ(expected, ErrorOf([&] { test::StartHost(Layout(), role); }));
     EXPECT_FALSE(fs::exists(Path()));
 
     fs::remove(Mark()); // what it says
-    EXPECT_EQ("no error", ErrorOf([&] { host::StartHost(Layout(), Role::kCommand); }));
+    EXPECT_EQ("no error", ErrorOf([&] { test::StartHost(Layout(), Role::kCommand); }));
     EXPECT_TRUE(fs::exists(Mark()));
 }
 
@@ -228,27 +228,27 @@ TEST_F(StoreIdentity, ADaemonHoldsTheStoreItself)
     EXPECT_EQ("cannot start the daemon with " + Path().string() +
                   ": another one works with it, process " + std::to_string(daemon.pid()) +
                   "; stop that one first, or name another install root with --root",
-              ErrorOf([&] { host::StartHost(Layout(), Role::kDaemon); }));
+              ErrorOf([&] { test::StartHost(Layout(), Role::kDaemon); }));
     EXPECT_EQ(daemon.pid(), status::DaemonLock::Holder(Layout()));
-    EXPECT_EQ("no error", ErrorOf([&] { host::StartHost(Layout(), Role::kCommand); }));
-    host::StopHost();
+    EXPECT_EQ("no error", ErrorOf([&] { test::StartHost(Layout(), Role::kCommand); }));
+    test::StopHost();
     daemon.Kill();
     EXPECT_FALSE(status::DaemonLock::Holder(Layout()));
-    EXPECT_EQ("no error", ErrorOf([&] { host::StartHost(Layout(), Role::kDaemon); }));
+    EXPECT_EQ("no error", ErrorOf([&] { test::StartHost(Layout(), Role::kDaemon); }));
 }
 
 // To ask opens the file, and closing it would take SQLite's locks away, by which the last program to
 // close a store knows that it is the last.
 TEST_F(StoreIdentity, AskingForTheDaemonTakesNoLockOfTheStoreAway)
 {
-    host::StartHost(Layout(), Role::kCommand);
-    alerts::AddAlert(host::HostStore(), {});
+    test::StartHost(Layout(), Role::kCommand);
+    alerts::AddAlert(test::Store(), {});
     for (int i = 0; i < 3; ++i)
         EXPECT_FALSE(status::DaemonLock::Holder(Layout()));
     EXPECT_EQ(0, test::RunToEnd(Helper(Root(), {"start", "command"})).status);
     EXPECT_TRUE(fs::exists(Path().string() + "-wal")) << "another program took itself for the last";
-    EXPECT_EQ("no error", WriteTo(host::HostStore()));
-    EXPECT_EQ(2U, KeysOf(host::HostStore()).size());
+    EXPECT_EQ("no error", WriteTo(test::Store()));
+    EXPECT_EQ(2U, KeysOf(test::Store()).size());
 }
 
 // ---- command and daemon ----
@@ -257,17 +257,17 @@ TEST_F(StoreIdentity, ACommandRefusesAnotherFileThanTheDaemons)
 {
     Child daemon(Helper(Root(), {"answer-scans"}));
     ASSERT_EQ("running", daemon.ReadLine());
-    host::StartHost(Layout(), Role::kCommand);
-    EXPECT_EQ("no error", ErrorOf([&] { status::DaemonLock::CheckStore(Layout()); }));
-    host::StopHost();
+    test::StartHost(Layout(), Role::kCommand);
+    EXPECT_EQ("no error", ErrorOf([&] { status::DaemonLock::CheckStore(test::TheHost()); }));
+    test::StopHost();
     fs::copy_file(Path(), File("copy"));
     fs::rename(File("copy"), Path());
-    host::StartHost(Layout(), Role::kCommand);
+    test::StartHost(Layout(), Role::kCommand);
     const std::string expected =
         "cannot work with " + Path().string() + ": the daemon, process " +
         std::to_string(daemon.pid()) +
         ", works with another file: this one was put in its place while it ran; restart the daemon";
-    EXPECT_EQ(expected, ErrorOf([&] { status::DaemonLock::CheckStore(Layout()); }));
+    EXPECT_EQ(expected, ErrorOf([&] { status::DaemonLock::CheckStore(test::TheHost()); }));
     const auto finished =
         test::RunToEnd({SYSLOGMON, "--root", Root(), "event", "add", "A", "1", "--keyword", "x"});
     EXPECT_EQ(1, finished.status);

@@ -19,9 +19,9 @@ using Clock = std::chrono::steady_clock;
 
 class StoreProcess : public test::RootTest {
   protected:
-    ~StoreProcess() override { host::StopHost(); }
+    ~StoreProcess() override { test::StopHost(); }
 
-    void StartHere() const { host::StartHost(Layout(), host::Role::kCommand); }
+    void StartHere() const { test::StartHost(Layout(), host::Role::kCommand); }
     // Starts so many helpers with the same words, lets them go at once, and gives their answers.
     [[nodiscard]] std::vector<std::string> AnswersOf(int count, const test::Words &words) const
     {
@@ -46,7 +46,7 @@ TEST_F(StoreProcess, ProcessesThatCreateTheStoreAtOnceShareOne)
     EXPECT_EQ(1U, std::set<std::string>(uuids.begin(), uuids.end()).size());
     EXPECT_EQ(36U, uuids[0].size()) << uuids[0];
     StartHere();
-    EXPECT_EQ(uuids[0], host::HostStore().uuid());
+    EXPECT_EQ(uuids[0], test::Store().uuid());
 }
 
 TEST_F(StoreProcess, WhatADyingProcessLeftOfAStoreItWasCreatingIsNoStore)
@@ -67,7 +67,7 @@ TEST_F(StoreProcess, AStoreThatWasMovedAwayLeavesNothingOfItsJournalToTheNextOne
     ASSERT_EQ("owned", killed.ReadLine());
     StartHere();
     RegWrite(HKEY_LOCAL_MACHINE, "Old", "value", REG_SZ, "old", 4);
-    host::StopHost();
+    test::StopHost();
     killed.Kill();
     ASSERT_TRUE(std::filesystem::exists(Layout().Store().string() + "-wal"));
     std::filesystem::remove(Layout().Store());
@@ -75,14 +75,14 @@ TEST_F(StoreProcess, AStoreThatWasMovedAwayLeavesNothingOfItsJournalToTheNextOne
 
     StartHere();
     EXPECT_EQ(nullptr, OpenKey("Old"));
-    host::HostStore().CheckIntegrity();
+    test::Store().CheckIntegrity();
 }
 
 TEST_F(StoreProcess, ProcessesThatCreateTheSameKeysAtOnceAllSucceed)
 {
     StartHere();
     EXPECT_EQ(std::vector<std::string>(4, "0"), AnswersOf(4, {"create-keys", "40"}));
-    auto &tree = host::HostRegistry();
+    auto &tree = test::Registry();
     EXPECT_EQ(40U, tree.SubKeys(*tree.Find(kRootKey, "Shared")).size());
 }
 
@@ -93,7 +93,7 @@ TEST_F(StoreProcess, ProcessesThatWriteAtOnceLoseNothing)
     Child two(Helper(Root(), {"write-values", "Two", "60"}));
     EXPECT_EQ("0", one.ReadLine());
     EXPECT_EQ("0", two.ReadLine());
-    auto &tree = host::HostRegistry();
+    auto &tree = test::Registry();
     for (const char *key : {"One", "Two"})
         EXPECT_EQ(60U, tree.Values(*tree.Find(kRootKey, key)).size()) << key;
 }
@@ -109,9 +109,9 @@ TEST_F(StoreProcess, KilledInTheMiddleOfAPassLeavesTheStateBeforeIt)
         ASSERT_EQ("written", daemon.ReadLine());
         daemon.Kill();
         EXPECT_EQ(std::string("before\0", 7), BytesOf(OpenKey("Pass"), "value"));
-        EXPECT_TRUE(alerts::ReadAlerts(host::HostStore().database(), 0, 0, 10).empty());
+        EXPECT_TRUE(alerts::ReadAlerts(test::Store().database(), 0, 0, 10).empty());
     }
-    host::HostStore().CheckIntegrity();
+    test::Store().CheckIntegrity();
     EXPECT_NE(0, RegWrite(HKEY_LOCAL_MACHINE, "Pass", "value", REG_SZ, "behind", 7))
         << "a killed process must hold no lock";
 }
@@ -137,7 +137,7 @@ TEST_F(StoreProcess, AWriteWaitsForTheLockAndSaysSoOnceAfterASecond)
     int told = 0;
     const auto begin = Clock::now();
     auto told_after = Clock::duration::zero();
-    host::HostStore().OnLongWait([&] {
+    test::Store().OnLongWait([&] {
         ++told;
         told_after = Clock::now() - begin;
         holder.Say("release it");
@@ -154,7 +154,7 @@ TEST_F(StoreProcess, AShortWaitIsNotTold)
     Child holder(Helper(Root(), {"hold-write-lock"}));
     ASSERT_EQ("locked", holder.ReadLine());
     int told = 0;
-    host::HostStore().OnLongWait([&] { ++told; });
+    test::Store().OnLongWait([&] { ++told; });
     holder.Say("release it");
     EXPECT_NE(0, RegWrite(HKEY_LOCAL_MACHINE, "Key", "value", REG_SZ, "x", 2));
     EXPECT_EQ(0, told);
@@ -168,7 +168,7 @@ TEST_F(StoreProcess, ReadingNeedsNoLock)
     ASSERT_EQ("locked", holder.ReadLine());
     // Whoever needed the lock would wait for ever: nobody gives it back.
     EXPECT_EQ(std::string("x\0", 2), BytesOf(OpenKey("Key"), "value"));
-    host::StopHost();
+    test::StopHost();
     StartHere();
     EXPECT_EQ(std::string("x\0", 2), BytesOf(OpenKey("Key"), "value"));
 }
@@ -180,7 +180,7 @@ TEST_F(StoreProcess, AWriteThatChangesNothingNeedsNoLock)
     Child holder(Helper(Root(), {"hold-write-lock"}));
     ASSERT_EQ("locked", holder.ReadLine());
     int waits = 0;
-    host::HostStore().OnLongWait([&] {
+    test::Store().OnLongWait([&] {
         ++waits;
         holder.Say("release it");
     });

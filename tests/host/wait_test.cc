@@ -183,7 +183,7 @@ TEST_F(Wait, AnEventIsNotMadeOfAFileThatIsNoFifo)
 
 TEST_F(Wait, NothingCanBeCreatedWithoutAHost)
 {
-    host::StopHost();
+    test::StopHost();
     EXPECT_EQ(nullptr, CreateEvent(nullptr, FALSE, FALSE, "Event"));
     EXPECT_EQ(nullptr, CreateMutex(nullptr, FALSE, "Mutex"));
 }

@@ -64,8 +64,8 @@ class AlertmanagerTest : public test::SinkTest {
         alert.event_id = 0x1A2B;
         alert.count = 3;
         alert.message = "text";
-        alerts::AddAlert(host::HostStore(), alert);
-        keys_.push_back(host::HostStore().series() + "/" + std::to_string(keys_.size() + 1));
+        alerts::AddAlert(test::Store(), alert);
+        keys_.push_back(test::Store().series() + "/" + std::to_string(keys_.size() + 1));
         Wake();
     }
     bool Has(const HttpReceiver &peer, const Strings &keys)
@@ -192,7 +192,7 @@ TEST_F(AlertmanagerTest, APeerThatWasDownIsNotToldOfWhatIsOver)
     ASSERT_TRUE(Has(one_, keys_));
     // Eleven seconds pass for the store.
     StopDeliverer();
-    host::HostStore().Write([](host::Database &database) {
+    test::Store().Write([](host::Database &database) {
         database.Execute("UPDATE alert SET time_ms = time_ms - 11000");
     });
     StartDeliverer();

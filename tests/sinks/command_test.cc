@@ -73,8 +73,8 @@ TEST_F(SinkCommand, CountsWhatWaits)
     ExpectDone({"sink", "add", "file", "out", PathOption()});
     StartHere();
     for (int i = 0; i < 3; ++i)
-        alerts::AddAlert(host::HostStore(), {});
-    host::StopHost();
+        alerts::AddAlert(test::Store(), {});
+    test::StopHost();
     EXPECT_EQ("3", Sink("out", "/waiting"));
 }
 
@@ -84,8 +84,8 @@ TEST_F(SinkCommand, WarnsWhenTheLimitIsNear)
     ExpectDone({"sink", "add", "file", "out", PathOption()});
     StartHere();
     for (int i = 0; i < 80; ++i)
-        alerts::AddAlert(host::HostStore(), {});
-    host::StopHost();
+        alerts::AddAlert(test::Store(), {});
+    test::StopHost();
     EXPECT_EQ(R"(["80 alerts wait, of at most 100"])", Sink("out", "/warnings"));
     EXPECT_EQ("syslogmon: warning: out: 80 alerts wait, of at most 100\n",
               Syslogmon({"sink", "list"}).err);
@@ -129,7 +129,7 @@ TEST_F(SinkCommand, TwoThatAddOneNameAtOnceDoNotMerge)
     std::string error;
     std::thread second;
     {
-        host::Transaction first(host::HostStore());
+        host::Transaction first(test::Store());
         second = std::thread([&] { error = test::ErrorOf([&] { other.Add(file); }); });
         EXPECT_TRUE(test::Eventually([&] { return is_waiting.load(); }));
         // What an Add does, while the other one waits to write.
@@ -140,7 +140,7 @@ TEST_F(SinkCommand, TwoThatAddOneNameAtOnceDoNotMerge)
     EXPECT_EQ("cannot add the sink out: there is one of that name already; choose another name, or "
               "change that one with syslogmon sink set",
               error);
-    host::StopHost();
+    test::StopHost();
     EXPECT_EQ("console", Sink("out", "/kind"));
     EXPECT_EQ("{}", Sink("out", "/options"));
 }
@@ -379,7 +379,7 @@ TEST_F(SinkCommand, ADamagedSinkIsListedWithWhatIsWrong)
     StartHere();
     test::SetTreeText("SOFTWARE\\KORBIN\\TARSKVOSKAR\\AGENT\\SINKS\\odd", "Kind", "file");
     test::SetTreeText("SOFTWARE\\KORBIN\\TARSKVOSKAR\\AGENT\\SINKS\\odd", "path", "relative");
-    host::StopHost();
+    test::StopHost();
     ExpectOutput({"sink", "list"}, "odd\tfile\t0\t0\t0\t0\tcannot use its path: the value is not "
                                    "accepted; use an absolute path\n");
     ExpectDone({"sink", "set", "odd", PathOption()});

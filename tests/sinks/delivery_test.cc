@@ -49,7 +49,7 @@ TEST_F(DeliveryTest, EachAlertHasTheKeyOfItsStoreAndNumber)
     StartDeliverer();
     Report(2);
     ASSERT_TRUE(WaitDelivered("hook", 2));
-    const std::string &uuid = host::HostStore().series();
+    const std::string &uuid = test::Store().series();
     EXPECT_EQ((Strings{uuid + "/1", uuid + "/2"}), KeysOf(receiver_.Received()));
     EXPECT_EQ(uuid + "/2", receiver_.Received()[1].headers["idempotency-key"]);
 }
@@ -152,7 +152,7 @@ TEST_F(DeliveryTest, AfterACrashOnlyKeysThatWereSeenAreRepeated)
     EXPECT_GT(keys.size(), 200U) << "the crash came too late to show anything";
     Strings wanted;
     for (int id = 1; id <= 200; ++id)
-        wanted.push_back(host::HostStore().series() + "/" + std::to_string(id));
+        wanted.push_back(test::Store().series() + "/" + std::to_string(id));
     EXPECT_EQ(wanted, test::WithoutRepeats(keys)) << "each once and in order, but for repeats";
     std::map<std::string, std::string> bodies;
     for (const Request &request : receiver_.Taken()) {
@@ -214,8 +214,8 @@ class BoundTest : public DeliveryTest {
     BoundTest() { Sinks().SetAlertLimit("100"); }
 
     int64_t Kept() { return Newest() - Oldest() + 1; }
-    int64_t Oldest() { return alerts::OldestAlertId(host::HostStore().database()); }
-    int64_t Newest() { return alerts::NewestAlertId(host::HostStore().database()); }
+    int64_t Oldest() { return alerts::OldestAlertId(test::Store().database()); }
+    int64_t Newest() { return alerts::NewestAlertId(test::Store().database()); }
 };
 
 TEST_F(BoundTest, TheOldestDeliveredAlertsGoFirst)
@@ -313,7 +313,7 @@ TEST_F(BoundTest, InBytesIsKeptToo)
         alerts::Alert alert;
         alert.source = "DISK";
         alert.message = std::string(262000, 'x');
-        alerts::AddAlert(host::HostStore(), alert);
+        alerts::AddAlert(test::Store(), alert);
     }
     Wake();
     ASSERT_TRUE(Eventually([&] { return Kept() == 4; }));
@@ -408,10 +408,10 @@ TEST_F(DeliveryTest, ARemovedSinkTakesItsRowsAlong)
     ASSERT_TRUE(WaitDelivered("hook", 1));
     const int64_t key = Sinks().Find("hook").config.key;
     Sinks().Remove("hook");
-    EXPECT_TRUE(sinks::ReadDeliveries(host::HostStore().database(), key).empty());
+    EXPECT_TRUE(sinks::ReadDeliveries(test::Store().database(), key).empty());
     Reload();
     StopDeliverer();
-    EXPECT_TRUE(sinks::ReadDeliveries(host::HostStore().database(), key).empty());
+    EXPECT_TRUE(sinks::ReadDeliveries(test::Store().database(), key).empty());
 }
 
 // ---- the store is busy ----
@@ -423,7 +423,7 @@ TEST_F(DeliveryTest, APassThatHoldsTheStoreForLongStopsNoSink)
     StartDeliverer();
     ASSERT_TRUE(WaitDelivered("hook", 5));
     {
-        host::Transaction pass(host::HostStore());
+        host::Transaction pass(test::Store());
         Wake();
         std::this_thread::sleep_for(milliseconds(400));
         pass.Commit();

@@ -60,9 +60,9 @@ void StorePass(int alerts)
         alert.count = 1;
         alert.message = "Nov 21 10:00:00 host kernel: sd 0:0:0:0: [sda] tag#17 FAILED Result: "
                         "hostbyte=DID_OK driverbyte=DRIVER_OK";
-        alerts::AddAlert(host::HostStore(), alert);
+        alerts::AddAlert(test::Store(), alert);
     }
-    host::HostStore().CommitPass();
+    test::Store().CommitPass();
 }
 
 Figures Flood(int seconds, int per_second, sinks::Deliverer *deliverer)
@@ -103,12 +103,12 @@ void AddSink(const std::string &kind, const std::map<std::string, std::string> &
     config.kind = &sinks::FindKind(kind);
     config.name = kind;
     config.options = options;
-    sinks::SinkRegistry(host::HostStore(), host::HostRegistry()).Add(config);
+    sinks::SinkRegistry(test::Store(), test::Registry()).Add(config);
 }
 
 int64_t Stored()
 {
-    host::Statement count(host::HostStore().database(), "SELECT count(*) FROM alert");
+    host::Statement count(test::Store().database(), "SELECT count(*) FROM alert");
     count.Start();
     count.Next();
     return count.Integer(0);
@@ -133,10 +133,10 @@ int Run(int seconds, int per_second)
     const host::Layout layout = host::Layout::Below(folder.path());
     const int64_t planned = int64_t{seconds} * per_second;
     {
-        host::StartHost(host::Layout::Below(folder.path() / "alone"), host::Role::kDaemon);
+        test::StartHost(host::Layout::Below(folder.path() / "alone"), host::Role::kDaemon);
         const Figures alone = Flood(std::max(1, seconds / 3), per_second, nullptr);
         Print("without sinks:", alone, Stored());
-        host::StopHost();
+        test::StopHost();
     }
     test::HttpReceiver silent;
     silent.Answer([](const test::Request &) { return -1; });
@@ -144,14 +144,14 @@ int Run(int seconds, int per_second)
     std::ofstream(program) << "#!/bin/sh\nsleep 600\n";
     std::filesystem::permissions(program, std::filesystem::perms::owner_all);
     const auto file = folder.path() / "alerts.json";
-    host::StartHost(layout, host::Role::kCommand);
+    test::StartHost(layout, host::Role::kCommand);
     AddSink("file", {{"path", file}});
     AddSink("webhook", {{"url", silent.Url()}});
     AddSink("program", {{"command", program}});
     AddSink("alertmanager", {{"peers", "http://127.0.0.1:1"}});
-    host::StopHost();
+    test::StopHost();
 
-    host::StartHost(layout, host::Role::kDaemon);
+    test::StartHost(layout, host::Role::kDaemon);
     bool good = true;
     {
         sinks::Deliverer deliverer({layout, {}});
@@ -165,7 +165,7 @@ int Run(int seconds, int per_second)
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         good &= Check(LinesIn(file) == planned, "the sink that is well has every alert");
     }
-    host::StopHost();
+    test::StopHost();
     return good ? 0 : 1;
 }
 

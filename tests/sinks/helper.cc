@@ -18,7 +18,7 @@ int main(int argc, char **argv)
     signal(SIGPIPE, SIG_IGN);
     try {
         const host::Layout layout = host::Layout::Below(argv[2]);
-        host::StartHost(layout, host::Role::kCommand);
+        const host::Host host(layout, host::Role::kCommand);
         const sinks::Deliverer deliverer({layout, {}, std::chrono::hours(1)});
         for (;;)
             pause();

@@ -17,22 +17,22 @@ class MigrationTest : public test::SinkTest {
     // And the third.
     void GoBackToTheThird()
     {
-        host::HostStore().Write([](host::Database &database) {
+        test::Store().Write([](host::Database &database) {
             for (const char *column : {"reports", "last_time_ms", "last_message"})
                 database.Execute((std::string("ALTER TABLE alert DROP COLUMN ") + column).c_str());
             database.Execute("DROP TABLE key_series");
             database.Execute("PRAGMA user_version = 3");
         });
-        host::StopHost();
+        test::StopHost();
         std::filesystem::remove(Layout().state / "has-store");
     }
     static std::vector<alerts::Alert> Alerts()
     {
-        return alerts::ReadAlerts(host::HostStore().database(), 0, 0, 100);
+        return alerts::ReadAlerts(test::Store().database(), 0, 0, 100);
     }
     int64_t Version()
     {
-        host::Statement version(host::HostStore().database(), "PRAGMA user_version");
+        host::Statement version(test::Store().database(), "PRAGMA user_version");
         version.Start();
         version.Next();
         return version.Integer(0);
@@ -43,29 +43,29 @@ TEST_F(MigrationTest, AStoreOfTheFirstVersionKeepsItsAlertsAndItsIdentity)
 {
     Store(5);
     test::SetTreeText("SOFTWARE\\X", "name", "value");
-    const std::string uuid = host::HostStore().uuid();
+    const std::string uuid = test::Store().uuid();
     GoBack();
-    host::StartHost(Layout(), host::Role::kCommand);
+    test::StartHost(Layout(), host::Role::kCommand);
     EXPECT_EQ(4, Version());
-    EXPECT_EQ(uuid, host::HostStore().uuid());
-    EXPECT_EQ(5U, alerts::ReadAlerts(host::HostStore().database(), 0, 0, 100).size());
+    EXPECT_EQ(uuid, test::Store().uuid());
+    EXPECT_EQ(5U, alerts::ReadAlerts(test::Store().database(), 0, 0, 100).size());
     EXPECT_EQ(std::string("value\0", 6), test::TreeValue("SOFTWARE\\X", "name")->data);
 }
 
 TEST_F(MigrationTest, AlertsOfTheThirdVersionKeepTheirKeysAndNewOnesGetOthers)
 {
     Store(2);
-    const std::string uuid = host::HostStore().uuid();
+    const std::string uuid = test::Store().uuid();
     GoBackToTheThird();
-    host::StartHost(Layout(), host::Role::kCommand);
+    test::StartHost(Layout(), host::Role::kCommand);
     EXPECT_EQ(4, Version());
     Store(1);
     const auto stored = Alerts();
     ASSERT_EQ(3U, stored.size());
     EXPECT_EQ(uuid + "/1", stored[0].key);
     EXPECT_EQ(uuid + "/2", stored[1].key);
-    EXPECT_EQ(host::HostStore().series() + "/3", stored[2].key);
-    EXPECT_NE(uuid, host::HostStore().series());
+    EXPECT_EQ(test::Store().series() + "/3", stored[2].key);
+    EXPECT_NE(uuid, test::Store().series());
     for (const alerts::Alert &alert : stored) {
         EXPECT_EQ(3, alert.count);
         EXPECT_EQ(1, alert.reports);
@@ -76,17 +76,17 @@ TEST_F(MigrationTest, AlertsOfTheThirdVersionKeepTheirKeysAndNewOnesGetOthers)
 TEST_F(MigrationTest, AStoreOfAnOlderVersionIsMissedFromItsFirstOpeningOn)
 {
     GoBackToTheThird();
-    host::StartHost(Layout(), host::Role::kCommand);
-    host::StopHost();
+    test::StartHost(Layout(), host::Role::kCommand);
+    test::StopHost();
     std::filesystem::remove(Layout().Store());
-    EXPECT_NE("no error", test::ErrorOf([&] { host::StartHost(Layout(), host::Role::kCommand); }));
+    EXPECT_NE("no error", test::ErrorOf([&] { test::StartHost(Layout(), host::Role::kCommand); }));
 }
 
 TEST_F(MigrationTest, SinksWorkOnAStoreThatWasBroughtUpToDate)
 {
     Store(5);
     GoBack();
-    host::StartHost(Layout(), host::Role::kCommand);
+    test::StartHost(Layout(), host::Role::kCommand);
     AddSink("file", "file", {{"path", File("alerts")}});
     StartDeliverer();
     Report(2);

@@ -37,7 +37,7 @@ SinkTest::~SinkTest()
 
 void SinkTest::Store(int count)
 {
-    host::Transaction transaction(host::HostStore());
+    host::Transaction transaction(test::Store());
     for (int i = 0; i < count; ++i) {
         alerts::Alert alert;
         alert.time_ms = 1795222801000 + stored_;
@@ -47,7 +47,7 @@ void SinkTest::Store(int count)
         alert.event_id = 0x1A2B;
         alert.count = 3;
         alert.message = std::to_string(stored_++);
-        alerts::AddAlert(host::HostStore(), alert);
+        alerts::AddAlert(test::Store(), alert);
     }
     transaction.Commit();
 }
@@ -68,7 +68,7 @@ Strings SinkTest::AllStored() const
 
 sinks::SinkRegistry SinkTest::Sinks()
 {
-    return {host::HostStore(), host::HostRegistry()};
+    return {test::Store(), test::Registry()};
 }
 
 sinks::SinkConfig SinkTest::Config(const std::string &kind, const Options &options)
@@ -118,14 +118,14 @@ void SinkTest::Reload()
 sinks::Delivery SinkTest::Row(const std::string &sink, const std::string &peer)
 {
     const auto config = Sinks().Find(sink).config;
-    return sinks::ReadDeliveries(host::HostStore().database(), config.key)[peer];
+    return sinks::ReadDeliveries(test::Store().database(), config.key)[peer];
 }
 
 Strings SinkTest::Undelivered(const std::string &sink)
 {
     Strings all;
     const auto config = Sinks().Find(sink).config;
-    for (const auto &row : sinks::ReadUndelivered(host::HostStore().database(), config.key))
+    for (const auto &row : sinks::ReadUndelivered(test::Store().database(), config.key))
         all.push_back((row.peer.empty() ? "" : row.peer + " ") + std::to_string(row.alert_id) +
                       " " + row.reason);
     return all;

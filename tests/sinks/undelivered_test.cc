@@ -57,7 +57,7 @@ class UndeliveredTest : public test::SinkTest {
     }
     void Want(void (*what)(host::Store &, int64_t, int64_t), int64_t alert_id)
     {
-        what(host::HostStore(), Sinks().Find("hook").config.key, alert_id);
+        what(test::Store(), Sinks().Find("hook").config.key, alert_id);
         Reload();
     }
 
@@ -250,7 +250,7 @@ TEST_F(UndeliveredTest, ARemovedSinkTakesItsListAlong)
     ASSERT_TRUE(Eventually([&] { return Undelivered("hook").size() == 1; }));
     const int64_t key = Sinks().Find("hook").config.key;
     Sinks().Remove("hook");
-    EXPECT_TRUE(sinks::ReadUndelivered(host::HostStore().database(), key).empty());
+    EXPECT_TRUE(sinks::ReadUndelivered(test::Store().database(), key).empty());
 }
 
 TEST_F(UndeliveredTest, AStoreThatCannotBeReadIsNoErrorOfTheReceiver)
@@ -260,7 +260,7 @@ TEST_F(UndeliveredTest, AStoreThatCannotBeReadIsNoErrorOfTheReceiver)
     Report(1);
     ASSERT_TRUE(WaitDelivered("hook", 1));
     const auto rename = [](const char *from, const char *to) {
-        host::HostStore().Write([&](host::Database &database) {
+        test::Store().Write([&](host::Database &database) {
             const std::string sql = std::string("ALTER TABLE ") + from + " RENAME TO " + to;
             database.Execute(sql.c_str());
         });
@@ -291,18 +291,18 @@ class UndeliveredCommand : public test::CommandTest {
     {
         ExpectDone({"sink", "add", "console", "out"});
         StartHere();
-        sinks::SinkRegistry sinks(host::HostStore(), host::HostRegistry());
+        sinks::SinkRegistry sinks(test::Store(), test::Registry());
         const int64_t key = sinks.Find("out").config.key;
         std::vector<sinks::UndeliveredChange> changes;
         for (const char *text : {"first", "second"}) {
             alerts::Alert alert;
             alert.source = "DISK";
             alert.message = text;
-            const int64_t id = alerts::AddAlert(host::HostStore(), alert);
+            const int64_t id = alerts::AddAlert(test::Store(), alert);
             changes.push_back({{"", id, 1795222801000, "HTTP 500", false}, false});
         }
-        sinks::WriteChanges(host::HostStore(), key, changes);
-        host::StopHost();
+        sinks::WriteChanges(test::Store(), key, changes);
+        test::StopHost();
     }
     [[nodiscard]] std::string Listed(const std::string &place) const
     {

@@ -184,8 +184,8 @@ TEST_F(ApplyCommand, ADryRunAndAnExportWaitForNobody)
     ASSERT_EQ(0, Syslogmon({"apply", file}).status);
     StartHere();
     HANDLE mutex = CreateMutex(nullptr, TRUE, kTableMutex);
-    host::Transaction pass(host::HostStore());
-    host::HostRegistry().Create(host::kRootKey, "Something");
+    host::Transaction pass(test::Store());
+    test::Registry().Create(host::kRootKey, "Something");
     EXPECT_EQ(
         "0 added, 0 changed, 0 removed, 2 unchanged. This was a dry run: nothing was changed.\n",
         Syslogmon({"apply", file, "--dry-run"}).out);

@@ -15,7 +15,7 @@ class RegRoundTrip : public test::HostTest {
 
     static std::vector<regfile::RegKeyContent> Contents()
     {
-        return regfile::ReadRegKeys(host::HostRegistry(), host::kRootKey, "");
+        return regfile::ReadRegKeys(test::Registry(), host::kRootKey, "");
     }
     // Without the layer of the text: paths, names, types and bytes, in the registry's order.
     static std::string Plain(const std::vector<regfile::RegKeyContent> &keys)
@@ -48,20 +48,20 @@ class RegRoundTrip : public test::HostTest {
             const std::string text = random_.OddText(200, "");
             switch (random_.Below(5)) {
             case 0:
-                host::HostRegistry().Set(key, name, REG_SZ, text + '\0');
+                test::Registry().Set(key, name, REG_SZ, text + '\0');
                 break;
             case 1:
-                host::HostRegistry().Set(key, name, REG_DWORD, test::NumberBytes(random_.Number()));
+                test::Registry().Set(key, name, REG_DWORD, test::NumberBytes(random_.Number()));
                 break;
             case 2:
-                host::HostRegistry().Set(key, name, REG_BINARY, random_.Bytes(300));
+                test::Registry().Set(key, name, REG_BINARY, random_.Bytes(300));
                 break;
             case 3:
-                host::HostRegistry().Set(key, name, static_cast<uint32_t>(random_.Below(12)),
-                                         random_.Bytes(20));
+                test::Registry().Set(key, name, static_cast<uint32_t>(random_.Below(12)),
+                                     random_.Bytes(20));
                 break;
             default:
-                host::HostRegistry().Set(key, name, random_.Number(), text);
+                test::Registry().Set(key, name, random_.Number(), text);
             }
         }
     }
@@ -71,11 +71,11 @@ class RegRoundTrip : public test::HostTest {
         if (depth == 0)
             return;
         for (size_t count = random_.Below(5); count > 0; --count)
-            Fill(host::HostRegistry().Create(key, OddName(40, "\\")), depth - 1);
+            Fill(test::Registry().Create(key, OddName(40, "\\")), depth - 1);
     }
     void Empty()
     {
-        auto &registry = host::HostRegistry();
+        auto &registry = test::Registry();
         for (const std::string &name : registry.SubKeys(host::kRootKey))
             registry.DeleteKey(*registry.Find(host::kRootKey, name));
         for (const auto &value : registry.Values(host::kRootKey))
@@ -85,8 +85,8 @@ class RegRoundTrip : public test::HostTest {
     {
         const auto parsed = regfile::ParseRegText(bytes);
         EXPECT_EQ("", test::Text(parsed.issues));
-        host::Transaction transaction(host::HostStore());
-        const auto result = regfile::ImportRegSteps(parsed.steps, host::HostRegistry());
+        host::Transaction transaction(test::Store());
+        const auto result = regfile::ImportRegSteps(parsed.steps, test::Registry());
         transaction.Commit();
         return result;
     }
@@ -101,7 +101,7 @@ TEST_F(RegRoundTrip, EveryRegistryComesBackByteForByte)
     for (int round = 0; round < 25; ++round) {
         SCOPED_TRACE("SYSLOGMON_TEST_SEED=" + std::to_string(random_.seed()));
         {
-            host::Transaction transaction(host::HostStore());
+            host::Transaction transaction(test::Store());
             Fill(host::kRootKey, 4);
             transaction.Commit();
         }

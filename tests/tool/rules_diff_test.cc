@@ -252,14 +252,14 @@ TEST(CheckLogCharset, ACharacterThatTheLogDoesNotHaveIsAWarning)
 
 class WriteDifference : public test::HostTest {
   protected:
-    events::EventRegistry events_{host::HostRegistry()};
+    events::EventRegistry events_{test::Registry()};
 
     void Apply(const std::vector<EventRecord> &events, bool prune)
     {
         std::vector<Rule> rules;
         for (const EventRecord &event : events)
             rules.push_back(RuleOf(event));
-        host::Transaction transaction(host::HostStore());
+        host::Transaction transaction(test::Store());
         rules::WriteDifference(CompareRules(events_.ReadAll(), rules, prune), &events_);
         transaction.Commit();
     }

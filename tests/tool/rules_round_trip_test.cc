@@ -33,13 +33,12 @@ EventRecord RandomEvent(test::RandomData &random)
 class RulesRoundTrip : public test::HostTest {
   protected:
     test::RandomData random_;
-    EventRegistry events_{host::HostRegistry()};
+    EventRegistry events_{test::Registry()};
 
     // Everything in the registry, byte for byte.
     static std::string Registry()
     {
-        return regfile::FormatRegText(
-            regfile::ReadRegKeys(host::HostRegistry(), host::kRootKey, ""));
+        return regfile::FormatRegText(regfile::ReadRegKeys(test::Registry(), host::kRootKey, ""));
     }
     std::string Export()
     {
@@ -50,7 +49,7 @@ class RulesRoundTrip : public test::HostTest {
     }
     void Fill(size_t count)
     {
-        host::Transaction transaction(host::HostStore());
+        host::Transaction transaction(test::Store());
         for (size_t i = 0; i < count; ++i)
             events_.Write(RandomEvent(random_));
         transaction.Commit();
@@ -61,7 +60,7 @@ class RulesRoundTrip : public test::HostTest {
         const auto parsed = rules::ParseRules(file);
         EXPECT_EQ("", test::Text(parsed.issues)) << file;
         const auto difference = rules::CompareRules(events_.ReadAll(), parsed.rules, true);
-        host::Transaction transaction(host::HostStore());
+        host::Transaction transaction(test::Store());
         rules::WriteDifference(difference, &events_);
         transaction.Commit();
         return difference.changes.size();
