@@ -50,9 +50,11 @@ std::string Convert(const std::string &text, int from, int to)
     return converted;
 }
 
-void CheckAgainstLog(const std::vector<rules::Rule> &rules, RulesDifference *difference)
+void CheckAgainstLog(const Context &context, const std::vector<rules::Rule> &rules,
+                     RulesDifference *difference)
 {
-    const std::string charset = host::AgentText("LogCharset").value_or(host::kDefaultLogCharset);
+    const std::string charset =
+        host::AgentText(context.Host().registry(), "LogCharset").value_or(host::kDefaultLogCharset);
     if (!host::SetLogCharset(charset))
         return; // the daemon does not know it either, and goes on with its own
     rules::CheckLogCharset(
@@ -152,7 +154,7 @@ RulesDifference Compare(const Context &context, const ApplyOptions &options,
 {
     events::EventRegistry events(context.Host().registry());
     RulesDifference difference = rules::CompareRules(events.ReadAll(), rules, options.prune);
-    CheckAgainstLog(rules, &difference);
+    CheckAgainstLog(context, rules, &difference);
     if (settings::IsFaultTolerant(context.Host().registry()))
         rules::CheckExpressions(rules, options.force, &difference);
     std::stable_sort(difference.issues.begin(), difference.issues.end(),

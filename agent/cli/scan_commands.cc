@@ -83,7 +83,7 @@ void ScanToTheEnd(Context &context, double timeout)
                           "see syslogmon status and syslogmon doctor, then scan again");
 }
 
-int Scan(const Context &context, const ScanOptions &options)
+int Scan(Context &context, const ScanOptions &options)
 {
     if (!status::DaemonLock::Holder(context.layout))
         throw NotRunning();

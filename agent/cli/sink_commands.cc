@@ -78,7 +78,7 @@ void TakeOptions(const std::vector<std::string> &words, SinkConfig &config)
     }
 }
 
-void Warn(const SinkConfig &config)
+void Warn(const Context &context, const SinkConfig &config)
 {
     for (const std::string &warning : SinkWarnings(context.Host(), config))
         fprintf(stderr, "syslogmon: warning: %s\n", warning.c_str());
@@ -93,14 +93,14 @@ int AddSink(Context &context, const SinkOptions &options)
     context.Open();
     Sinks(context).Add(config);
     TellDaemonOfSinks(context);
-    Warn(config);
+    Warn(context, config);
     if (context.json)
         PrintJson({{"added", config.name}, {"warnings", SinkWarnings(context.Host(), config)}});
     return kExitDone;
 }
 
 // The stored sink, which must be sound enough to work with.
-SinkConfig SoundSink(const std::string &name)
+SinkConfig SoundSink(const Context &context, const std::string &name)
 {
     StoredSink sink = Sinks(context).Find(name);
     if (!sink.problem.empty())
@@ -133,7 +133,7 @@ int ChangeSink(Context &context, const SinkOptions &options)
     const SinkConfig config = Sinks(context).Change(
         options.name, [&](StoredSink &sink) { ChangeOptions(options, sink); });
     TellDaemonOfSinks(context);
-    Warn(config);
+    Warn(context, config);
     if (context.json)
         PrintJson({{"changed", config.name}, {"warnings", SinkWarnings(context.Host(), config)}});
     return kExitDone;
@@ -165,6 +165,7 @@ struct View {
     int64_t newest = 0; // of all alerts
     int64_t oldest = 0;
     uint32_t limit = 0;
+    std::vector<std::string> config_warnings; // see SinkWarnings
 
     [[nodiscard]] Delivery Whole() const
     {
@@ -198,9 +199,7 @@ struct View {
     }
     [[nodiscard]] std::vector<std::string> Warnings() const
     {
-        std::vector<std::string> warnings;
-        if (sink.config.kind != nullptr && sink.problem.empty())
-            warnings = SinkWarnings(context.Host(), sink.config);
+        std::vector<std::string> warnings = config_warnings;
         if (!undelivered.empty())
             warnings.push_back(UndeliveredText(Undelivered(), sink.config.name));
         const int64_t waiting = Waiting(Whole());
@@ -221,6 +220,8 @@ View ViewOf(const Context &context, StoredSink sink)
     view.newest = alerts::NewestAlertId(database);
     view.oldest = alerts::OldestAlertId(database);
     view.limit = Sinks(context).AlertLimit();
+    if (sink.config.kind != nullptr && sink.problem.empty())
+        view.config_warnings = SinkWarnings(context.Host(), sink.config);
     view.sink = std::move(sink);
     return view;
 }
@@ -375,8 +376,8 @@ int TestSink(Context &context, const SinkOptions &options)
 {
     signal(SIGPIPE, SIG_IGN); // a receiver that hangs up is an answer, too
     context.OpenToRead();
-    const SinkConfig config = SoundSink(options.name);
-    Warn(config);
+    const SinkConfig config = SoundSink(context, options.name);
+    Warn(context, config);
     json answers = json::array();
     bool all_taken = true;
     for (const std::string &peer : config.Peers()) {

@@ -22,11 +22,14 @@ constexpr int64_t kUsualJournal = int64_t{4} * 1024 * 1024;
 // Numbers passes, of all stores of this process.
 std::atomic<int64_t> newest_pass = 0;
 
+// A full disk alone is a reason to let the reserve go.
 bool IsFull(const std::exception &error)
 {
     return dynamic_cast<const DiskFullError *>(&error) != nullptr;
 }
 
+// FULL, because a pass that was committed must be there after a power cut, too: its lines are not read
+// again.
 void Configure(Database &database)
 {
     database.SetPatience(kPatienceMs, nullptr);
@@ -38,6 +41,9 @@ void Configure(Database &database)
 
 } // namespace
 
+// Under the creation lock from the first look to the last word about the schema: programs that start
+// together make one store. The owner's lock is taken before SQLite opens the file; see OwnerLock. The
+// file is looked at again once it is open, because it could be replaced between two looks.
 Store::Store(const fs::path &path, StoreUse use) : reserve_(path), pass_(++newest_pass)
 {
     try {
@@ -108,6 +114,7 @@ fs::path Store::Journal() const
     return database_->path().string() + "-wal";
 }
 
+// The room is worked out with the first alert of a pass, so that a pass without one asks no file system.
 bool Store::TakeRoom(int64_t bytes)
 {
     const std::lock_guard lock(mutex_);
@@ -127,6 +134,8 @@ int64_t Store::PassNumber()
     return pass_;
 }
 
+// IMMEDIATE: the write lock is taken now, and waited for now. Taken with the first write, it could be
+// refused to a transaction that has read an older state.
 void Store::Begin()
 {
     journal_before_ = in_passes_ ? SizeOf(Journal()) : 0;
@@ -135,6 +144,7 @@ void Store::Begin()
     is_open_ = true;
 }
 
+// The last look at the file before it: what is committed into a file that was removed is stored nowhere.
 void Store::Commit()
 {
     try {
@@ -171,6 +181,9 @@ void Store::RollBack() noexcept
     ++own_changes_; // what was seen in the transaction is gone
 }
 
+// A pass that is broken ends here, not where it broke: the module goes on to its rest and hears of it
+// there. A pass without a write still looks whether the file is in place, since a command may be
+// talking to another one by now.
 void Store::CommitPass()
 {
     const std::lock_guard lock(mutex_);
@@ -206,6 +219,7 @@ void Store::AbandonPass()
         GiveSpaceBack(false);
 }
 
+// Numbers of passes are never used again, also not after one that was rolled back.
 void Store::EndPass()
 {
     pass_ = ++newest_pass;
@@ -252,6 +266,11 @@ void Store::BreakPass(const std::exception &error)
     GiveSpaceBack(IsFull(error));
 }
 
+// Three ways in which a write ends, by who asked for it:
+//
+//   within a Transaction   with it
+//   in passes              with the pass; the first write of a pass begins its transaction
+//   otherwise              at once
 void Store::Write(const std::function<void(Database &)> &action)
 {
     const std::lock_guard lock(mutex_);
@@ -276,6 +295,7 @@ void Store::Write(const std::function<void(Database &)> &action)
     }
 }
 
+// SQLite's number tells of the changes of others, and not of those that go through this connection.
 int64_t Store::ChangeCount()
 {
     return Read([&](Database &) {
@@ -332,6 +352,7 @@ void Transaction::Commit()
     ++store_.own_changes_;
 }
 
+// SQLite fixes the state that is seen with the first read behind BEGIN.
 Snapshot::Snapshot(Store &store) : store_(store), lock_(store.mutex())
 {
     if (store_.database().InTransaction())

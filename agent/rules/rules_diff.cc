@@ -13,6 +13,7 @@ namespace rules {
 
 namespace {
 
+// Source and ID in the form in which two of them are compared: the registry knows no case.
 using ComparedKey = std::pair<std::string, uint32_t>;
 
 constexpr size_t kMaxKeyword = kKeywordSize - 1; // bytes, in the registry and in the table
@@ -23,11 +24,14 @@ struct Registered {
     std::map<std::string, const events::StoredSource *> sources; // by the comparable name
 };
 
+// Of a source by itself. The ID does not count for it.
 std::string ComparableSource(const std::string &source)
 {
     return ComparableKey({source, 0}).first;
 }
 
+// One ID can be registered twice, under keys such as 1A and 01A. The monitor loads both; a file can hold
+// only one, so that is told of.
 Registered Index(const std::vector<events::StoredSource> &sources,
                  std::vector<std::string> *warnings)
 {
@@ -65,6 +69,9 @@ size_t TableSize(const RulesDifference &difference)
     return static_cast<size_t>(kept) + difference.unchanged.size() + difference.staying.size();
 }
 
+// Goes through the file once, and then through what is left of the registered events. What was found
+// in the file is never looked for again, so a change is in the order of the file, and a removal in
+// that of the registry.
 class Comparison {
   public:
     Comparison(const std::vector<events::StoredSource> &registered, RulesDifference *difference)
@@ -72,6 +79,8 @@ class Comparison {
     {
     }
 
+    // One event of the file: new, changed, or as it is. One that is registered and damaged counts as
+    // changed whatever it says: writing it whole is what makes it sound.
     void Take(const Rule &rule)
     {
         events::EventRecord after = rule.event;
@@ -111,7 +120,9 @@ class Comparison {
         }
     }
 
-    // The table is full, and the file makes it larger still.
+    // The table is full, and the file makes it larger still. An error when the file adds events, at
+    // the first one that is too many; a warning when it adds none, because then it does no harm that
+    // is not there already.
     void CheckRoom()
     {
         constexpr auto kRoom = static_cast<size_t>(kMaxEntries);
@@ -178,6 +189,8 @@ RulesDifference CompareRules(const std::vector<events::StoredSource> &registered
 
 namespace {
 
+// Whatever is wrong with an event that stays as it is, is a warning and no error: a file that was
+// exported must always be accepted again.
 std::set<ComparedKey> UnchangedKeys(const RulesDifference &difference)
 {
     std::set<ComparedKey> unchanged;
@@ -249,6 +262,7 @@ std::string FormatEventKey(const events::EventKey &key)
 
 namespace {
 
+// A value as a difference shows it, in the words of a rules file.
 struct ShownValue {
     const char *name;
     std::string text;
@@ -261,12 +275,14 @@ std::array<ShownValue, 3> ShownValues(const events::EventRecord &event)
              {"hours", events::FormatHours(event.hours)}}};
 }
 
+// Everything of an event that comes or goes.
 void FormatWhole(char mark, const events::EventRecord &event, std::vector<DifferenceLine> *lines)
 {
     for (const ShownValue &value : ShownValues(event))
         lines->push_back({mark, std::string("    ") + value.name + ": " + value.text});
 }
 
+// What differs, and nothing else: as it was, and below it as it will be.
 void FormatChanged(const EventChange &change, std::vector<DifferenceLine> *lines)
 {
     if (!change.problem.empty()) {
@@ -325,6 +341,7 @@ void WriteDifference(const RulesDifference &difference, events::EventRegistry *e
     }
 }
 
+// Only what CheckEvent lets pass, or the file could not be applied again.
 std::vector<events::EventRecord> EventsForFile(const std::vector<events::StoredSource> &registered,
                                                std::vector<std::string> *left_out)
 {

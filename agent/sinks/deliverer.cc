@@ -53,6 +53,9 @@ Deliveries Completed(const StoredSink &sink, Deliveries rows, int64_t newest)
 
 } // namespace
 
+// Its connection is not synchronised with the disk: an alert that is sent twice after a power cut costs
+// less than a wait for the disk that the monitor's pass would feel. Its writes give up soon, since the
+// pass has the right of way.
 Deliverer::Deliverer(DelivererOptions options)
     : options_(std::move(options)), bell_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
       sinks_event_(host::WakeEvent::Create(options_.layout.run, kSinksEvent, false, false)),
@@ -75,6 +78,7 @@ Deliverer::~Deliverer()
     thread_.join();
 }
 
+// The flag says what the bell is rung for: whoever has made progress rings it, too.
 void Deliverer::Wake()
 {
     woken_ = true;
@@ -89,6 +93,9 @@ void Deliverer::Reload()
     Wake();
 }
 
+// Sleeps until the bell rings or something is due: a write that failed or that had to wait for its
+// time, or alerts that are still to be removed. Without any of these, without end: an idle daemon costs
+// nothing.
 void Deliverer::WaitForNews()
 {
     milliseconds sleep{-1};
@@ -107,6 +114,8 @@ void Deliverer::WaitForNews()
         return; // time is over, or the event was set
 }
 
+// Whatever the store refuses is tried again later. It is told of once, not with each try: the workers
+// go on meanwhile, and what they have done is not lost but only not written.
 void Deliverer::Run()
 {
     TraceLogSetThrName("deliverer");
@@ -148,6 +157,8 @@ void Deliverer::Run()
     }
 }
 
+// Starts the workers of a sink, or notes why it has none. A sink that cannot be used keeps its place in
+// the list: its row shows the problem, and its alerts wait until it is mended.
 Deliverer::Entry Deliverer::Start(const StoredSink &sink, const Deliveries &rows,
                                   const std::vector<Undelivered> &undelivered)
 {
@@ -216,11 +227,13 @@ void Deliverer::Load()
             entries.push_back(std::move(*known));
             continue;
         }
+        // Its workers end before their progress is read: nothing is reported to it afterwards.
         if (!is_new)
             known->workers.clear();
         const Deliveries &rows = is_new ? one.rows : known->progress->Rows();
         const Deliveries completed = Completed(one.sink, rows, newest);
         entries.push_back(Start(one.sink, completed, one.undelivered));
+        // What the old workers put aside and nobody has written yet goes over to the new entry.
         if (!is_new) {
             TakeChanges(*known);
             entries.back().changes = std::move(known->changes);
@@ -240,6 +253,8 @@ void Deliverer::Load()
     over_limit_ = true; // perhaps
 }
 
+// The wish stands in the store, so it outlives a restart. A worker that has it already takes no
+// second one.
 void Deliverer::SendWantedAgain(const Entry &entry, const std::vector<Undelivered> &rows)
 {
     for (const auto &worker : entry.workers) {
@@ -253,6 +268,7 @@ void Deliverer::SendWantedAgain(const Entry &entry, const std::vector<Undelivere
     }
 }
 
+// A failure leaves the wish to reload standing.
 void Deliverer::TakeSettings()
 {
     try {
@@ -265,6 +281,7 @@ void Deliverer::TakeSettings()
     }
 }
 
+// All are asked first, then each is waited for: together they take as long as the slowest.
 void Deliverer::StopWorkers()
 {
     for (Entry &entry : entries_) {
@@ -275,6 +292,8 @@ void Deliverer::StopWorkers()
         entry.workers.clear();
 }
 
+// Writes how far the sinks have come, at most once in `record_every`: WaitForNews sees to that. The flag
+// falls before the rows are read, so what comes meanwhile is written the next time.
 void Deliverer::Record()
 {
     if (!progressed_.exchange(false))
@@ -291,6 +310,7 @@ void Deliverer::Record()
     LookAtLevels(alerts::NewestAlertId(store_.database()));
 }
 
+// All sinks in one transaction. What was written is forgotten behind the commit, not before it.
 void Deliverer::WriteRows()
 {
     if (std::none_of(entries_.begin(), entries_.end(), [](const auto &e) { return e.unwritten; }))
@@ -311,6 +331,7 @@ void Deliverer::WriteRows()
     }
 }
 
+// Tells of what was put aside (D3) and keeps it until it is written.
 void Deliverer::TakeChanges(Entry &entry) const
 {
     for (UndeliveredChange &change : entry.progress->TakeChanges()) {
@@ -341,6 +362,8 @@ int64_t Deliverer::FittingAlerts(int64_t newest)
     return std::min<int64_t>(limit_, limit_megabytes_ * kMegabyte / (bytes_ / kept + 1));
 }
 
+// D1. A thousand at a time, with a pause behind it: the write lock is the monitor's, too. The rows are
+// written before the alerts go, so that a crash in between drops none that no row knows of.
 void Deliverer::KeepTheLimit()
 {
     const int64_t newest = alerts::NewestAlertId(store_.database());
@@ -373,6 +396,8 @@ void Deliverer::KeepTheLimit()
     over_limit_ = too_many > kRemoveAtOnce || too_long > surplus.bytes;
 }
 
+// D2. Told of at 80 %, and well again only below 50 %: a sink that hovers at the edge is not told of again
+// and again.
 void Deliverer::LookAtLevels(int64_t newest)
 {
     const int64_t limit = FittingAlerts(newest);
@@ -392,6 +417,7 @@ void Deliverer::LookAtLevels(int64_t newest)
     }
 }
 
+// In the trace log and on standard error: an administrator reads one of them.
 void Deliverer::Tell(const std::string &text) const
 {
     TRACE(TRACE_NOTABLE, "%s.", text.c_str());

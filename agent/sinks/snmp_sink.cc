@@ -29,12 +29,14 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-std::mutex library_lock;
+std::mutex library_lock;         // around each call of the library
+bool library_is_started = false; // guarded by it
 
 constexpr int kSliceMs = 100;        // between two looks whether the thread is to end
 constexpr long kRetryUs = 1'000'000; // an inform is sent again after this, until its time is over
 constexpr size_t kMaxText = 1024;    // bytes of an object, as the MIB says
 
+// The objects of a notification: the two that each has, and those of the MIB.
 constexpr oid kUpTime[] = {1, 3, 6, 1, 2, 1, 1, 3, 0};
 constexpr oid kTrapOid[] = {1, 3, 6, 1, 6, 3, 1, 1, 4, 1, 0};
 constexpr oid kReported[] = {1, 3, 6, 1, 4, 1, 8072, 9999, 9999, 514, 0, 1};
@@ -44,10 +46,9 @@ constexpr oid kObjects[] = {1, 3, 6, 1, 4, 1, 8072, 9999, 9999, 514, 1}; // then
 // programs, make folders and set the locale, which changes how the monitor matches lines.
 void StartLibrary()
 {
-    static bool is_started = false; // under the lock
-    if (is_started)
+    if (library_is_started)
         return;
-    is_started = true;
+    library_is_started = true;
     netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_READ_CONFIGS, 1);
     netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_PERSIST_STATE, 1);
     netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_APPTYPE, "syslogmon");
@@ -68,6 +69,8 @@ struct Reply {
     bool is_refusal = false; // the error is about this notification
 };
 
+// Called by the library, for the reply to what this session has sent. An error in a response is about
+// the notification; a report, which v3 answers with, is about the user or the clocks, and a failure.
 int OnReply(int operation, netsnmp_session *, int, netsnmp_pdu *pdu, void *reply_of_sink)
 {
     auto *reply = static_cast<Reply *>(reply_of_sink);
@@ -82,7 +85,8 @@ int OnReply(int operation, netsnmp_session *, int, netsnmp_pdu *pdu, void *reply
     return 1;
 }
 
-struct Settings {
+// The options of a sink, as the library wants them.
+struct SnmpOptions {
     std::string receiver;
     bool is_inform = true;
     bool is_v3 = false;
@@ -96,11 +100,13 @@ struct Settings {
     long timeout_s = 5;
 };
 
+// The library takes what it only reads as something that it could write.
 unsigned char *Bytes(const std::string &text)
 {
     return reinterpret_cast<unsigned char *>(const_cast<char *>(text.data()));
 }
 
+// What the library says of the last failure of a session.
 std::string SnmpError(void *session)
 {
     char *text = nullptr;
@@ -112,10 +118,10 @@ std::string SnmpError(void *session)
     return error;
 }
 
-// One open session.
+// One open session. Made, used and closed under the lock of the library.
 class Session {
   public:
-    explicit Session(const Settings &settings)
+    explicit Session(const SnmpOptions &settings)
     {
         StartLibrary();
         netsnmp_session wanted;
@@ -148,13 +154,13 @@ class Session {
     [[nodiscard]] void *get() const { return handle_; }
 
   private:
-    static void SetUpV2c(netsnmp_session &session, const Settings &settings)
+    static void SetUpV2c(netsnmp_session &session, const SnmpOptions &settings)
     {
         session.version = SNMP_VERSION_2c;
         session.community = Bytes(settings.community);
         session.community_len = settings.community.size();
     }
-    static void SetUpV3(netsnmp_session &session, const Settings &settings)
+    static void SetUpV3(netsnmp_session &session, const SnmpOptions &settings)
     {
         session.version = SNMP_VERSION_3;
         session.securityModel = SNMP_SEC_MODEL_USM;
@@ -180,6 +186,8 @@ class Session {
         if (!settings.is_inform)
             BeAuthoritative(session, settings);
     }
+    // The key from the pass phrase. The library makes the one of the receiver from it, with the
+    // receiver's engine ID.
     static void MakeKey(const oid *auth, size_t auth_size, const std::string &secret,
                         unsigned char *key, size_t *key_size)
     {
@@ -189,7 +197,7 @@ class Session {
                               "write a longer one into its file");
     }
     // A trap is dated by the sender's clock, which must never go back: each start counts as a boot.
-    static void BeAuthoritative(netsnmp_session &session, const Settings &settings)
+    static void BeAuthoritative(netsnmp_session &session, const SnmpOptions &settings)
     {
         constexpr time_t kBegin = 1577836800; // 2020-01-01
         auto *id = const_cast<unsigned char *>(settings.engine_id.data());
@@ -208,7 +216,7 @@ class Session {
 
 class SnmpSink : public Sink {
   public:
-    explicit SnmpSink(Settings settings) : settings_(std::move(settings)) {}
+    explicit SnmpSink(SnmpOptions settings) : settings_(std::move(settings)) {}
     ~SnmpSink() override
     {
         const std::lock_guard lock(library_lock);
@@ -345,7 +353,7 @@ class SnmpSink : public Sink {
         AddObject(pdu, 9, ASN_INTEGER, &is_test, sizeof is_test);
     }
 
-    Settings settings_;
+    SnmpOptions settings_;
     Reply reply_;
     std::unique_ptr<Session> session_;
 };
@@ -418,10 +426,10 @@ std::string SecretOf(const SinkConfig &config, const char *option, Secrets &secr
     return config.Has(option) ? secrets.Read(config.Get(option)) : "";
 }
 
-Settings SettingsOf(const SinkConfig &config, Secrets &secrets)
+SnmpOptions SettingsOf(const SinkConfig &config, Secrets &secrets)
 {
     CheckTogether(config);
-    Settings settings;
+    SnmpOptions settings;
     settings.receiver = config.Get("receiver");
     settings.is_inform = config.Get("notify") == "inform";
     settings.is_v3 = config.Get("version") == "3";

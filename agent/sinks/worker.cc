@@ -48,6 +48,8 @@ std::string OneLine(std::string text)
 
 } // namespace
 
+// A receiver that keeps alerts in memory is told of the active ones first: it may have been started anew
+// while this daemon was down.
 Worker::Worker(WorkerContext context, SinkConfig config, std::string peer,
                std::shared_ptr<Progress> progress)
     : context_(std::move(context)), config_(std::move(config)), peer_(std::move(peer)),
@@ -64,6 +66,7 @@ Worker::~Worker()
     thread_.join();
 }
 
+// The grace begins once: a second request does not lengthen it.
 void Worker::RequestStop()
 {
     const std::lock_guard lock(mutex_);
@@ -80,6 +83,8 @@ void Worker::Wake()
     news_.notify_one();
 }
 
+// Ends a pause. It does not set the back-off to its beginning: a receiver that fails once more is left
+// alone for as long as before.
 void Worker::TryNow()
 {
     const std::lock_guard lock(mutex_);
@@ -111,6 +116,8 @@ std::string Worker::Name() const
     return config_.name + (peer_.empty() ? "" : " (" + peer_ + ")");
 }
 
+// One step after the other until it is to stop. A store that fails and a receiver that fails are told
+// apart: only one of them says something about the sink.
 void Worker::Run()
 {
     TraceLogSetThrName(("to " + config_.name).c_str());
@@ -125,6 +132,8 @@ void Worker::Run()
     }
 }
 
+// Opens what is not open, then does the first thing that is to be done: the active alerts for a receiver
+// that may have forgotten them, one that is wanted again, the next new ones, or a wait.
 void Worker::Step()
 {
     if (!database_)
@@ -146,6 +155,8 @@ void Worker::Step()
     Handle(batch, sink_->Send(batch, interrupt_));
 }
 
+// Alerts as they are sent. The end of their being active is worked out here, when they are about to
+// leave: see Progress::EndsAt.
 std::vector<Message> Worker::MessagesOf(std::vector<alerts::Alert> alerts) const
 {
     const int64_t now = WallMs();
@@ -275,6 +286,13 @@ bool Worker::Settle(const Message &refused)
     return true;
 }
 
+// What becomes of a batch that was sent:
+//
+//   all taken      it is done with
+//   some taken     those are; the next batch begins with the first that was not
+//   failed         all wait, and the worker pauses
+//   one refused    of several: each is sent alone from now on, until one is taken
+//                  alone: after some tries, and when another one is taken, it is put aside
 void Worker::Handle(const std::vector<Message> &batch, const Outcome &outcome)
 {
     const size_t taken = std::min(outcome.taken, batch.size());
@@ -381,12 +399,14 @@ bool Worker::SendOneAgain()
     return true;
 }
 
+// It has had its try.
 void Worker::ForgetAgain(int64_t id)
 {
     const std::lock_guard lock(mutex_);
     std::erase(again_, id);
 }
 
+// The receiver answers: told of once, when it has failed before.
 void Worker::Succeeded()
 {
     backoff_.Reset();
@@ -398,6 +418,8 @@ void Worker::Succeeded()
     context_.progressed();
 }
 
+// The receiver does not answer, or takes nothing. The sink is closed, because a connection that has
+// failed half-way is in no state that is known; it is opened anew after the pause.
 void Worker::Fail(const std::string &why)
 {
     sink_.reset();
@@ -431,6 +453,7 @@ void Worker::StoreFailed(const std::string &why)
     Pause();
 }
 
+// New alerts do not end it: a receiver that is down would be asked with each of them.
 void Worker::Pause()
 {
     std::unique_lock lock(mutex_);
@@ -438,6 +461,7 @@ void Worker::Pause()
     try_now_ = false;
 }
 
+// Until there is something to send, or the active alerts are to be told of again.
 void Worker::WaitForAlerts()
 {
     std::unique_lock lock(mutex_);
