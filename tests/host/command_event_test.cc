@@ -353,6 +353,7 @@ TEST_F(EventCommand, AProgramWithoutItsModuleNamesTheMissingFile)
 
 TEST_F(EventCommand, StandardOutputThatTakesNothingIsAFailureEverywhere)
 {
+    std::filesystem::create_directory_symlink(AGENT_LIBRARIES, File("lib"));
     ExpectDone({"event", "add", "DISK", "1", "-k", "error"});
     for (const std::string words :
          {"status", "event list", "--json event list", "get", "get cycle", "export", "reg list -r",

@@ -23,7 +23,12 @@ constexpr char kNotRunningError[] =
 
 class StatusCommand : public test::CommandTest {
   protected:
-    StatusCommand() { std::filesystem::create_directories(LogFolder()); }
+    // The module is asked where it stands.
+    StatusCommand()
+    {
+        std::filesystem::create_directories(LogFolder());
+        std::filesystem::create_directory_symlink(AGENT_LIBRARIES, File("lib"));
+    }
 
     [[nodiscard]] std::filesystem::path LogFolder() const { return File("var-log"); }
     void WriteLog(const std::string &name, const std::string &content, int age_seconds = 0) const

@@ -133,7 +133,7 @@ TEST_F(Damage, AHostThatCouldNotStartIsNotStarted)
     EXPECT_FALSE(test::HasHost());
     EXPECT_EQ("the host library cannot be used: it was not started; this is a fault of the "
               "program; report it",
-              ErrorOf([] { test::Store(); }));
+              ErrorOf([] { host::Current(); }));
     HKEY key = nullptr;
     EXPECT_NE(ERROR_SUCCESS, RegOpenKeyEx(HKEY_LOCAL_MACHINE, "", 0, KEY_READ, &key));
 }
