@@ -121,6 +121,41 @@ std::vector<Alert> ReadAlerts(host::Database &database, int64_t after, int64_t s
     return AlertsOf(select);
 }
 
+namespace {
+
+// What a filter asks for, with parameters 1 to 5.
+const std::string kMeetsFilter =
+    " time_ms >= ?1 AND source GLOB ?2 AND host GLOB ?3 AND (?4 < 0 OR event_id = ?4)"
+    " AND (instr(lower(message), lower(?5)) > 0 OR instr(lower(last_message), lower(?5)) > 0) ";
+
+// Parameter 4: no event ID is negative.
+int64_t EventOf(const AlertFilter &filter)
+{
+    return filter.event_id ? int64_t{*filter.event_id} : -1;
+}
+
+} // namespace
+
+std::vector<Alert> FindAlerts(host::Database &database, const AlertFilter &filter, int64_t after,
+                              int64_t limit)
+{
+    host::Statement select(database, ("SELECT id," + kColumns + "FROM alert WHERE" + kMeetsFilter +
+                                      "AND id > ?6 ORDER BY id LIMIT ?7")
+                                         .c_str());
+    select.Start(filter.since_ms, filter.source, filter.host, EventOf(filter), filter.text, after,
+                 limit);
+    return AlertsOf(select);
+}
+
+int64_t BeforeNewest(host::Database &database, const AlertFilter &filter, int64_t count)
+{
+    host::Statement select(database, ("SELECT id FROM alert WHERE" + kMeetsFilter +
+                                      "ORDER BY id DESC LIMIT 1 OFFSET ?6")
+                                         .c_str());
+    select.Start(filter.since_ms, filter.source, filter.host, EventOf(filter), filter.text, count);
+    return select.Next() ? select.Integer(0) : 0;
+}
+
 int64_t NewestAlertId(host::Database &database)
 {
     // Of the sequence, not of the rows: old alerts may have been removed.

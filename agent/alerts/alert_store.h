@@ -61,6 +61,22 @@ void FoldInto(host::Store &store, int64_t id, const Alert &report);
 std::vector<Alert> ReadAlerts(host::Database &database, int64_t after, int64_t since_ms,
                               int64_t limit);
 
+// Which alerts are wanted: those that meet every condition that is set.
+struct AlertFilter {
+    int64_t since_ms = 0;             // at or after it
+    std::string source = "*";         // a pattern with *, ? and [...], in which case counts
+    std::string host = "*";           // likewise
+    std::optional<uint32_t> event_id; // this one
+    std::string text;                 // in the line, in small or capital letters of ASCII
+};
+
+// Of those the ones with an id above `after`, oldest first, at most `limit`.
+std::vector<Alert> FindAlerts(host::Database &database, const AlertFilter &filter, int64_t after,
+                              int64_t limit);
+
+// The id behind which exactly the newest `count` of them stand; 0 when there are no more than that.
+int64_t BeforeNewest(host::Database &database, const AlertFilter &filter, int64_t count);
+
 // The id of the newest alert that ever was, 0 when there was none yet; it may be removed by now.
 int64_t NewestAlertId(host::Database &database);
 

@@ -2,6 +2,7 @@
 #include <chrono>
 #include <cstdio>
 #include <ctime>
+#include <optional>
 #include <thread>
 
 #include <CLI/CLI.hpp>
@@ -25,10 +26,40 @@ using nlohmann::json;
 constexpr int64_t kAtOnce = 1000;               // alerts read in one go
 constexpr std::chrono::milliseconds kLook{200}; // between two looks for new ones
 
+// What is shown of the past before new ones are followed.
+constexpr int64_t kLastOnes = 10;
+
 struct AlertOptions {
     bool follow = false;
     std::string since;
+    std::string source;
+    std::string event;
+    std::string host;
+    std::string text;
+    std::optional<int64_t> last; // so many of them
 };
+
+alerts::AlertFilter FilterOf(const AlertOptions &options)
+{
+    alerts::AlertFilter filter;
+    if (!options.since.empty())
+        filter.since_ms = ParseSince(options.since, time(nullptr));
+    if (!options.source.empty())
+        filter.source = options.source;
+    if (!options.host.empty())
+        filter.host = options.host;
+    if (!options.event.empty())
+        filter.event_id = events::ParseEventId(options.event);
+    filter.text = options.text;
+    return filter;
+}
+
+// How many of those that are there are wanted; nothing: all of them.
+std::optional<int64_t> LastOf(const AlertOptions &options)
+{
+    const bool begins_with_the_last = options.follow && options.since.empty() && !options.last;
+    return begins_with_the_last ? std::optional(kLastOnes) : options.last;
+}
 
 json ToJson(const Alert &alert)
 {
@@ -62,12 +93,13 @@ void Print(const Context &context, const Alert &alert)
 
 int ShowAlerts(Context &context, const AlertOptions &options)
 {
-    const int64_t since = options.since.empty() ? 0 : ParseSince(options.since, time(nullptr));
+    const alerts::AlertFilter filter = FilterOf(options);
     context.OpenToRead();
     host::Database &database = context.Host().store().database();
-    int64_t shown = 0;
+    const auto last = LastOf(options);
+    int64_t shown = last ? alerts::BeforeNewest(database, filter, *last) : 0;
     for (;;) {
-        const auto found = alerts::ReadAlerts(database, shown, since, kAtOnce);
+        const auto found = alerts::FindAlerts(database, filter, shown, kAtOnce);
         for (const Alert &alert : found)
             Print(context, alert);
         if (!found.empty()) {
@@ -84,7 +116,18 @@ int ShowAlerts(Context &context, const AlertOptions &options)
 void SetUpAlerts(CLI::App &app, Context &context, Action &action)
 {
     auto options = std::make_shared<AlertOptions>();
-    app.add_flag("-f,--follow", options->follow, "Go on with new ones until interrupted");
+    app.add_flag("-f,--follow", options->follow,
+                 "Begin with the last ten, and go on with new ones until interrupted");
+    app.add_option("-n,--lines", options->last, "Only so many, the last of them")
+        ->type_name("NUMBER")
+        ->check(CLI::NonNegativeNumber);
+    app.add_option("--source", options->source, "Only of sources like this: 'DISK', 'NET*'")
+        ->type_name("PATTERN");
+    app.add_option("--event", options->event, "Only of events with this ID")->type_name("ID");
+    app.add_option("--host", options->host, "Only of hosts like this: 'web*'")
+        ->type_name("PATTERN");
+    app.add_option("--text", options->text, "Only with this in the line, whatever its case")
+        ->type_name("TEXT");
     app.add_option("--since", options->since,
                    "Only from this time on: 10m, 1h30m or 1d ago, 10:00, yesterday, or "
                    "\"2026-11-21 10:00\"")

@@ -42,6 +42,19 @@ class AlertsCommand : public test::CommandTest {
         alerts::AddAlert(test::Store(), alert);
         test::StopHost();
     }
+    void AddOf(const std::string &source, uint32_t event_id, const std::string &host,
+               const std::string &message) const
+    {
+        Alert alert;
+        alert.time_ms = 1;
+        alert.host = host;
+        alert.source = source;
+        alert.event_id = event_id;
+        alert.message = message;
+        StartHere();
+        alerts::AddAlert(test::Store(), alert);
+        test::StopHost();
+    }
     // The messages that are shown with these words.
     [[nodiscard]] std::vector<std::string> Messages(const test::Words &words) const
     {
@@ -135,6 +148,33 @@ TEST_F(AlertsCommand, SinceATimeOrAWhileAgo)
     EXPECT_EQ("now", Messages({"--since", "1d"}).back());
 }
 
+TEST_F(AlertsCommand, OfASourceAHostAnEventOrAText)
+{
+    AddOf("DISK", 1, "web01", "Disk sda FAILED");
+    AddOf("DISK", 2, "db01", "disk sdb is slow");
+    AddOf("NETWORK", 1, "web02", "link is down");
+    EXPECT_EQ((Strings{"Disk sda FAILED", "disk sdb is slow"}), Messages({"--source", "DISK"}));
+    EXPECT_EQ(Strings{"link is down"}, Messages({"--source", "NET*"}));
+    EXPECT_TRUE(Messages({"--source", "disk"}).empty());
+    EXPECT_EQ((Strings{"Disk sda FAILED", "link is down"}), Messages({"--host", "web*"}));
+    EXPECT_EQ((Strings{"Disk sda FAILED", "link is down"}), Messages({"--event", "1"}));
+    EXPECT_EQ((Strings{"Disk sda FAILED", "disk sdb is slow"}), Messages({"--text", "disk"}));
+    EXPECT_EQ(Strings{"Disk sda FAILED"}, Messages({"--text", "failed", "--event", "1"}));
+    EXPECT_TRUE(Messages({"--text", "failed", "--event", "2"}).empty());
+    EXPECT_TRUE(Messages({"--text", "%"}).empty());
+}
+
+TEST_F(AlertsCommand, TheLastOnesAreOfThoseThatAreAskedFor)
+{
+    for (int i = 1; i <= 12; ++i)
+        AddOf(i % 2 == 0 ? "EVEN" : "ODD", 1, "host", std::to_string(i));
+    EXPECT_EQ((Strings{"11", "12"}), Messages({"-n", "2"}));
+    EXPECT_EQ((Strings{"10", "12"}), Messages({"-n", "2", "--source", "EVEN"}));
+    EXPECT_TRUE(Messages({"-n", "0"}).empty());
+    EXPECT_EQ(12U, Messages({"-n", "100"}).size());
+    EXPECT_EQ(2, Syslogmon({"alerts", "-n", "-1"}).status);
+}
+
 TEST_F(AlertsCommand, ATimeOfAnotherFormIsRefused)
 {
     for (const char *time :
@@ -182,6 +222,18 @@ TEST_F(AlertsCommand, FollowShowsNewOnesAsTheyAreStored)
         EXPECT_EQ(std::string("2026-11-21 10:00:01  DISK 1A2B  x3  ") + message,
                   command.ReadLine());
     }
+}
+
+TEST_F(AlertsCommand, FollowBeginsWithTheLastTenOrAsManyAsAreAskedFor)
+{
+    for (int i = 1; i <= 12; ++i)
+        Add(kMoment, std::to_string(i));
+    Child last_ten(test::Command(Root(), {"alerts", "--follow"}));
+    EXPECT_EQ("2026-11-21 10:00:01  DISK 1A2B  x3  3", last_ten.ReadLine());
+    Child last(test::Command(Root(), {"alerts", "--follow", "-n", "1"}));
+    EXPECT_EQ("2026-11-21 10:00:01  DISK 1A2B  x3  12", last.ReadLine());
+    Child since(test::Command(Root(), {"alerts", "--follow", "--since", "2026-11-21"}));
+    EXPECT_EQ("2026-11-21 10:00:01  DISK 1A2B  x3  1", since.ReadLine());
 }
 
 } // namespace
