@@ -60,12 +60,13 @@ class StatusCommand : public test::CommandTest {
         }
         return {};
     }
-    // A resume point as the monitor stores it; the suffix is "" or "_C".
-    void StoreResumePoint(const std::string &suffix, const std::string &head_line,
-                          int64_t position) const
+    // A resume point as the monitor stores it; the suffix is "" or "_C". `content` is the line at the position.
+    void StoreResumePoint(const std::string &suffix, const std::string &head_line, int64_t position,
+                          const std::string &content = "") const
     {
         StartHere();
         test::SetTreeText(kMonitorKey, "HEADLINE" + suffix, head_line);
+        test::SetTreeText(kMonitorKey, "CONTENT" + suffix, content);
         test::SetTreeNumber(kMonitorKey, "POS" + suffix, static_cast<uint32_t>(position));
         test::SetTreeNumber(kMonitorKey, "H_POS" + suffix, static_cast<uint32_t>(position >> 32));
         test::StopHost();
@@ -227,27 +228,37 @@ TEST_F(StatusCommand, ALogThatWasNeverLookedAtSaysSo)
 TEST_F(StatusCommand, ALogIsBehindByTheBytesAfterItsLastCheckedLine)
 {
     WriteLog("messages", "head\nchecked\nnew one\nnew two\n");
-    StoreResumePoint("", "head", 5);
+    StoreResumePoint("", "head", 5, "checked");
     EXPECT_EQ(FileEntry("system log", "/var/log/messages", "/var/log/messages", 5, 16, nullptr),
               FileInStatus("system log"));
     StoreResumePoint("", "head", -1);
     EXPECT_EQ(29, FileInStatus("system log")["behind"]);
 }
 
-TEST_F(StatusCommand, ALineWithoutAnEndIsReadNoFurtherThanTheMonitorReadsIt)
+TEST_F(StatusCommand, AFileOfZeroBytesIsReadAsTheMonitorReadsItAndNotWhole)
 {
     WriteLog("messages", "head\n");
     const auto log = LogFolder() / "messages";
     constexpr int64_t kHuge = int64_t{1} << 40; // with holes: nobody could read it whole
     std::filesystem::resize_file(log, kHuge);
     StoreResumePoint("", "head", 5);
-    EXPECT_EQ(FileEntry("system log", "/var/log/messages", "/var/log/messages", 5,
-                        kHuge - 5 - 16384, nullptr),
-              FileInStatus("system log"));
+    // A zero byte ends a line, so the one at the position is empty.
+    EXPECT_EQ(
+        FileEntry("system log", "/var/log/messages", "/var/log/messages", 5, kHuge - 6, nullptr),
+        FileInStatus("system log"));
     std::filesystem::remove(log);
     test::WriteFile(log, "");
-    std::filesystem::resize_file(log, kHuge); // its first line has no end, either
+    std::filesystem::resize_file(log, kHuge); // its first line is empty, too
     EXPECT_EQ(nullptr, FileInStatus("system log")["resume_file"]);
+}
+
+TEST_F(StatusCommand, ALineWithoutAnEndIsTakenInPiecesAsTheMonitorTakesIt)
+{
+    WriteLog("messages", "head\n" + std::string(40000, 'x'));
+    StoreResumePoint("", "head", 5, "xxx");
+    EXPECT_EQ(FileEntry("system log", "/var/log/messages", "/var/log/messages", 5, 40000 - 16384,
+                        nullptr),
+              FileInStatus("system log"));
 }
 
 TEST_F(StatusCommand, APipeInThePlaceOfALogIsNotWaitedFor)
@@ -264,7 +275,7 @@ TEST_F(StatusCommand, ARotatedLogIsBehindByItsRestAndEverythingNewer)
     WriteLog("messages", "new\n");              // 4
     WriteLog("messages.1", "middle\n", 10);     // 7
     WriteLog("messages.2", "head\nrest\n", 20); // 5 of them unchecked
-    StoreResumePoint("", "head", 0);
+    StoreResumePoint("", "head", 0, "head");
     EXPECT_EQ(FileEntry("system log", "/var/log/messages", "/var/log/messages.2", 0, 16, nullptr),
               FileInStatus("system log"));
 }
@@ -274,7 +285,7 @@ TEST_F(StatusCommand, ADatedLogIsFoundLikeANumberedOne)
     WriteLog("messages", "new\n");
     WriteLog("messages-20261120", "middle\n", 10);
     WriteLog("messages-20261113", "head\nrest\n", 20);
-    StoreResumePoint("", "head", 0);
+    StoreResumePoint("", "head", 0, "head");
     EXPECT_EQ(
         FileEntry("system log", "/var/log/messages", "/var/log/messages-20261113", 0, 16, nullptr),
         FileInStatus("system log"));
@@ -283,7 +294,7 @@ TEST_F(StatusCommand, ADatedLogIsFoundLikeANumberedOne)
 TEST_F(StatusCommand, AResumePointThatIsNowhereSaysWhatTheMonitorWillDo)
 {
     WriteLog("messages", "new\n");
-    StoreResumePoint("", "head", 0);
+    StoreResumePoint("", "head", 0, "head");
     EXPECT_EQ("the resume point is in none of its files; the monitor will go on from its end",
               FileInStatus("system log")["problem"]);
 }
@@ -302,7 +313,7 @@ TEST_F(StatusCommand, CustomerFileAndFileMonitorAreShownWhenTheyAreSet)
     ExpectDone({"set", "file-monitor", File("target.log")});
     EXPECT_EQ("not looked at yet", FileInStatus("customer file")["problem"]);
     EXPECT_EQ("not looked at yet", FileInStatus("file monitor")["problem"]);
-    StoreResumePoint("_C", "head", 0);
+    StoreResumePoint("_C", "head", 0, "head");
     ExpectDone({"reg", "set", kFileMonitorKey, "OFFSET_L", "4", "--type", "dword"});
     ExpectDone({"reg", "set", kFileMonitorKey, "OFFSET_H", "0", "--type", "dword"});
     EXPECT_EQ(FileEntry("customer file", File("customer.log"), File("customer.log").string(), 0, 4,
