@@ -1,5 +1,6 @@
 // lib/vkmncall.dll: the alert component's entry point. It stores the report and returns; it never
-// waits for a receiver.
+// waits for a receiver: the deliverer sends it from the store, at its own pace. What is stored is a
+// part of the pass that reports it.
 #include <chrono>
 #include <climits>
 #include <unistd.h>
@@ -11,8 +12,12 @@
 
 namespace {
 
+// Of the monitor thread. It outlives the hosts of the process; the numbers of passes, which differ
+// between all of them, keep their alerts apart.
 alerts::ReportFolder folder; // of the monitor thread
 
+// Asked with each report, since it can be changed while the daemon runs. One byte more than is
+// asked for: gethostname need not terminate a name that it cuts.
 std::string HostName()
 {
     char name[HOST_NAME_MAX + 1] = {};
@@ -29,18 +34,24 @@ int64_t NowMs()
 alerts::Alert AlertOf(host::Host &host, const ReportRequest &request)
 {
     alerts::Alert alert;
+    // When it was reported, not the time stamp of the line, which has no year and can be of another
+    // zone.
     alert.time_ms = NowMs();
     alert.host = HostName();
     alert.log_name = request.logName;
     alert.source = request.source;
     alert.event_id = request.eventId;
     alert.count = host.reported_hits().HitsOf(request, host.table());
+    // There is always one line, although stringCount says 0. Everything in the request is copied:
+    // it is the module's again when this call returns.
     alert.message = request.strings[0];
     return alert;
 }
 
 } // namespace
 
+// 0 when the report could not be stored. The module goes on with its pass, which is broken by then
+// and fails at its end: its lines are read again.
 extern "C" __attribute__((visibility("default"))) int VKMonitorCall(ReportRequest *request)
 {
     return host::AtBoundary<int>(__func__, 0, [&] {

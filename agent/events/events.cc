@@ -17,10 +17,14 @@ namespace events {
 
 namespace {
 
+// The longest that an event may have. A source has less room in the registry, as a key's name, than
+// in the monitor's table.
 constexpr size_t kMaxKeyword = kKeywordSize - 1; // bytes
 constexpr size_t kMaxSource = 255;               // bytes of a registry key's name
 constexpr size_t kMaxIdName = 15;                // characters that the monitor reads of an ID
 
+// How long a command waits for the table's mutex before it says so. A shorter wait is nothing to
+// read about; then it waits on without an end.
 constexpr DWORD kToldAfterMs = 1000;
 
 std::string Quoted(const EventKey &key)
@@ -28,6 +32,8 @@ std::string Quoted(const EventKey &key)
     return key.source + " " + FormatEventId(key.id);
 }
 
+// A value of less than four bytes counts, its missing bytes being 0: the monitor reads it into a
+// number that it has cleared.
 std::optional<uint32_t> NumberOf(const std::optional<host::RegValue> &value)
 {
     uint32_t number = 0;
@@ -37,6 +43,7 @@ std::optional<uint32_t> NumberOf(const std::optional<host::RegValue> &value)
     return number;
 }
 
+// With its zero byte, which is a part of a REG_SZ value, as the monitor expects it.
 void SetText(host::RegistryTree &registry, host::KeyId key, const char *name,
              const std::string &text)
 {
@@ -55,6 +62,8 @@ bool HasControlCharacter(const std::string &text)
                        [](char c) { return static_cast<unsigned char>(c) < ' ' && c != '\t'; });
 }
 
+// A backslash would make two keys of it. Control characters would be a danger to whoever lists the
+// events.
 void CheckSource(const EventKey &key)
 {
     const std::string &source = key.source;
@@ -65,6 +74,8 @@ void CheckSource(const EventKey &key)
                           "choose a name of 1 to 255 bytes without them");
 }
 
+// The monitor leaves an event without a keyword out of its table: it would be registered, and never
+// reported.
 void CheckKeywords(const EventRecord &event)
 {
     bool all_empty = true;
@@ -98,6 +109,7 @@ std::string SourcePath(const std::string &source)
 
 } // namespace
 
+// Damaged events count as well: mended, they take a place.
 size_t CountTableEvents(const std::vector<StoredSource> &sources)
 {
     size_t count = 0;
@@ -136,6 +148,8 @@ void CheckEvent(const EventRecord &event)
 
 std::vector<StoredSource> EventRegistry::ReadAll()
 {
+    // One state for the whole walk: another process may add and remove events meanwhile. So a key
+    // whose name was just read is there, and the optional below has a value.
     const host::Snapshot snapshot(registry_.store());
     std::vector<StoredSource> sources;
     const auto applications = registry_.Find(host::kRootKey, kApplicationKey);
@@ -164,6 +178,7 @@ StoredEvent EventRegistry::Read(const std::string &source, const std::string &id
         stored.problem = "it has no settings";
         return stored;
     }
+    // One problem is enough: whichever it is, the event has to be written anew.
     const auto note = [&](const std::string &problem) {
         if (stored.problem.empty())
             stored.problem = problem;
@@ -174,6 +189,7 @@ StoredEvent EventRegistry::Read(const std::string &source, const std::string &id
         const auto value = registry_.Get(*settings, kKeywordValues[k]);
         if (!value)
             note(std::string("it has no ") + kKeywordValues[k]);
+        // The size with its zero byte.
         else if (value->data.size() > kKeywordSize)
             note(std::string(kKeywordValues[k]) + " is longer than 256 bytes");
         else
@@ -209,12 +225,15 @@ std::optional<StoredEvent> EventRegistry::Find(const EventKey &key)
     const auto id_text = FindIdText(key);
     if (!id_text)
         return std::nullopt;
+    // Its key was found a moment ago, in the same snapshot.
     const std::string path = SourcePath(key.source) + "\\" + *id_text;
     return Read(key.source, *id_text, *registry_.Find(host::kRootKey, path));
 }
 
 void EventRegistry::Write(const EventRecord &event)
 {
+    // Refused before anything is written. A name that the key has already is kept: under another
+    // one, the same event would be there twice.
     CheckEvent(event);
     const std::string id_text = FindIdText(event.key).value_or(FormatEventId(event.key.id));
     const std::string path =
@@ -233,6 +252,8 @@ bool EventRegistry::Remove(const EventKey &key)
         return false;
     const auto source_key = registry_.Find(host::kRootKey, SourcePath(key.source));
     registry_.DeleteKey(*registry_.Find(*source_key, *id_text));
+    // An empty source would stay in every list. One that has values of its own was made by somebody
+    // for a purpose, and stays.
     const bool source_is_empty =
         registry_.SubKeys(*source_key).empty() && registry_.Values(*source_key).empty();
     if (source_is_empty)
@@ -242,12 +263,15 @@ bool EventRegistry::Remove(const EventKey &key)
 
 namespace {
 
-// The mutex around the table's registry tree, held.
+// The mutex around the table's registry tree, held for the life of this object. `on_wait` may
+// throw, for a command that is to end: the handle is closed then, and the mutex was never had. A
+// holder that dies gives it back by dying.
 class TableMutex {
   public:
     explicit TableMutex(const std::function<void()> &on_wait)
         : mutex_(CreateMutex(nullptr, FALSE, kTableMutex))
     {
+        // In two steps, so that nobody sits in front of a command that says nothing.
         DWORD result = mutex_.get() != nullptr ? WaitForSingleObject(mutex_.get(), kToldAfterMs)
                                                : WAIT_RESULT_FAILED;
         if (result == WAIT_RESULT_TIMEOUT) {
@@ -285,11 +309,18 @@ void ChangeUnderTableMutex(host::Host &host, const std::function<bool()> &change
 {
     bool touched = false;
     {
+        // First the mutex, which is waited for without a limit, then the store's write lock: the
+        // monitor could not store its pass while a command held that one and waited. The
+        // transaction ends before the mutex is released, so whoever has the mutex reads all of the
+        // change or nothing of it.
         const TableMutex mutex(on_wait);
         host::Transaction transaction(host.store());
         touched = change();
         transaction.Commit();
     }
+    // Behind the mutex, which the monitor takes as the first thing when it wakes. Behind the
+    // commit, too: what has failed wakes nobody. When no daemon has the event open, the signal is
+    // lost, and rightly so: a daemon loads the table when it starts.
     if (touched)
         host::WakeEvent::Create(host.layout().run, kTableEvent, false, false)->Set();
 }

@@ -3,6 +3,9 @@
 // They are the keys below SOFTWARE\KORBIN\TARSKVOSKAR\AlertReport, in the order of their creation.
 // A value "Setup" of 0 says that a product is registered but not set up yet; without it, it is set
 // up.
+//
+// The list is the caller's until it gives it back with TARSKPPLX_PPInfoClear: the memory was taken
+// here, so it is freed here. The functions are the monitor thread's.
 #include <cstring>
 #include <memory>
 #include <utility>
@@ -15,10 +18,12 @@
 
 namespace {
 
+// Results of ReadProductsRegisteried. Without products the list is filled, too: it is empty.
 constexpr int kListFilled = 1;
 constexpr int kListNotFilled = 0;
 
-// A product record, as far as its layout is fixed.
+// A product record, as far as its layout is fixed. The caller reads it at fixed offsets, across a C
+// interface; the assertions below hold the compiler to them. What is between the fields is zero.
 struct Product {
     Product *next;
     char unused[kProductNameOffset - sizeof(void *)];
@@ -28,6 +33,7 @@ struct Product {
 static_assert(offsetof(Product, next) == kProductNextOffset);
 static_assert(offsetof(Product, name) == kProductNameOffset);
 static_assert(offsetof(Product, state) == kProductStateOffset);
+// So no name of a registry key is ever cut, and its copy below needs no bound.
 static_assert(sizeof Product::name > host::kMaxKeyName);
 
 void FreeList(Product *list)
@@ -47,6 +53,8 @@ struct ProductList {
     ProductList &operator=(const ProductList &) = delete;
 };
 
+// What cannot be read counts as set up: a product that says nothing about it must not keep its
+// sources from being watched. So does a value of more than four bytes, which the call refuses.
 int32_t StateOf(const std::string &name)
 {
     uint32_t state = kProductStateOpened;
@@ -56,6 +64,8 @@ int32_t StateOf(const std::string &name)
     return state == 0 ? kProductStateUnopened : kProductStateOpened;
 }
 
+// A product that vanishes between the list of names and a look at its value is in the list as one
+// that is set up.
 Product *ReadList()
 {
     host::RegistryTree &registry = host::Current().registry();
@@ -79,6 +89,7 @@ Product *ReadList()
 #pragma GCC visibility push(default)
 extern "C" {
 
+// On failure `list` is left alone, so a caller that set it to null before has nothing to free.
 int ReadProductsRegisteried(int requestCode, void **list)
 {
     return host::AtBoundary<int>(__func__, kListNotFilled, [&] {
@@ -89,6 +100,7 @@ int ReadProductsRegisteried(int requestCode, void **list)
     });
 }
 
+// Takes the empty list, too.
 int TARSKPPLX_PPInfoClear(void *list)
 {
     FreeList(static_cast<Product *>(list));
