@@ -17,10 +17,13 @@ int GetTarskRootPath(char *buffer, int size)
             return 0;
         const std::string root = Current().layout().root.string();
         const int length = snprintf(buffer, static_cast<size_t>(size), "%s", root.c_str());
+        // A path that does not fit is cut, and terminated all the same; the result says so.
         return length < size ? 1 : 0;
     });
 }
 
+// Asked of the registry each time: it can be switched while the daemon runs. -1 only when the store
+// fails.
 int call_tarsk_is_ft(void)
 {
     return AtBoundary<int>(__func__, -1, [] {
@@ -29,7 +32,8 @@ int call_tarsk_is_ft(void)
     });
 }
 
-// The alert component stores a report and returns.
+// The alert component stores a report and returns: it looks at the table and changes nothing in it.
+// So the module need not look for changes behind each report.
 int ReportsKeepTable(void)
 {
     return 1;

@@ -11,6 +11,8 @@ const char *const kAgentSettingsEvent = "Agent_Settings_Event";
 
 namespace {
 
+// A value of another type counts as missing: it was written by hand, and the default is better than
+// a guess.
 std::optional<RegValue> AgentValue(RegistryTree &registry, const std::string &name, uint32_t type)
 {
     const auto key = registry.Find(kRootKey, kAgentKey);

@@ -24,6 +24,7 @@ extern const char *const kAgentKey; // below HKEY_LOCAL_MACHINE
 // Set by a command that has changed one of the values above; the daemon reads them again.
 extern const char *const kAgentSettingsEvent;
 
+// The values that hold while nothing is set, and the bounds.
 constexpr uint32_t kDefaultTraceLevel = 1;
 constexpr uint32_t kDefaultTriggerInterval = 1000; // milliseconds
 constexpr uint32_t kMaxTriggerInterval = 3600 * 1000;

@@ -18,7 +18,8 @@ namespace {
 
 constexpr char kRegistryCharset[] = "UTF-8";
 
-// Bytes of the longest character of any set that can be chosen.
+// Bytes of the longest character of any set that can be chosen. A bound for how far one is looked
+// for that may be none.
 constexpr size_t kLongestCharacter = 4;
 
 // A conversion descriptor that closes itself.
@@ -30,6 +31,8 @@ class Converter {
         if (IsOpen())
             iconv_close(descriptor_);
     }
+    // To be taken over by the conversions that all threads use, once both directions are known to
+    // work.
     Converter(Converter &&other) noexcept : descriptor_(other.descriptor_)
     {
         other.descriptor_ = Closed();
@@ -50,6 +53,7 @@ class Converter {
     iconv_t descriptor_;
 };
 
+// The log's set, and the conversions to it and back. All of it changes together.
 struct Charsets {
     std::mutex mutex;
     std::string log = kDefaultLogCharset;
@@ -114,6 +118,7 @@ size_t LogCharacterLength(iconv_t converter, const char *text, size_t length)
         char *out = converted;
         size_t in_left = bytes;
         size_t out_left = sizeof converted;
+        // Forgets what an earlier text has left in the descriptor: a shift, or half a character.
         iconv(converter, nullptr, nullptr, nullptr, nullptr);
         known = iconv(converter, &in, &in_left, &out, &out_left) != static_cast<size_t>(-1);
         unfinished = !known && errno == EINVAL;
@@ -125,6 +130,8 @@ size_t LogCharacterLength(iconv_t converter, const char *text, size_t length)
 }
 
 // A text of the log's set cut to `room` bytes, not in the middle of a character.
+// From the beginning, character by character: in most sets, a byte by itself does not say whether
+// it begins one.
 size_t CutLogText(iconv_t converter, const char *text, size_t length, size_t room)
 {
     if (length <= room)
@@ -154,6 +161,7 @@ size_t ConvertText(iconv_t converter, const char *source, size_t length, char *d
             break;
         const size_t unknown =
             from_utf8 ? UnknownUtf8Length(in, in_left) : LogCharacterLength(converter, in, in_left);
+        // What does not fit whole is left out, as a character that is known would be.
         if (unknown > out_left)
             break;
         memcpy(out, in, unknown);
@@ -169,6 +177,8 @@ size_t ConvertText(iconv_t converter, const char *source, size_t length, char *d
 // Is a plain text itself in this set? If not, a keyword would be found in no line.
 bool KeepsPlainText(iconv_t converter)
 {
+    // What stands in nearly every line of a log. Left out are \ ^ ` and ~, in whose places some
+    // national sets have other characters: such a set can be used all the same.
     constexpr std::string_view kPlain =
         " !\"#$%&'()*+,-./"
         "0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[]_abcdefghijklmnopqrstuvwxyz{|}";
@@ -196,6 +206,8 @@ bool SetLogCharset(const std::string &name)
 {
     if (!CharsetIsKnown(name))
         return false;
+    // Made before the lock is taken: opening a set can load files, and the monitor may be
+    // converting.
     Converter to_registry(name.c_str(), kRegistryCharset);
     Converter to_log(kRegistryCharset, name.c_str());
     const std::lock_guard lock(charsets.mutex);
@@ -214,18 +226,23 @@ extern "C" int TarskCodeConvert(const char *source, int sourceLength, char *dest
 {
     if (destination == nullptr || destinationSize <= 0)
         return -1;
+    // First of all, so that a caller who does not look at the result has an empty text.
     destination[0] = '\0';
     if (source == nullptr)
         return -1;
+    // Never behind the given length: the source need not end in a zero byte there.
     const size_t length =
         sourceLength < 0 ? strlen(source) : strnlen(source, static_cast<size_t>(sourceLength));
     const auto room = static_cast<size_t>(destinationSize) - 1;
+    // Before the lock: it looks at the table, and needs no set.
     if (sourceCode == CODE_LOG && destinationCode == CODE_REGISTRY)
         NoteReached();
 
     const std::lock_guard lock(charsets.mutex);
     const bool log_is_utf8 = IsUtf8(charsets.log);
     size_t written = 0;
+    // Nothing to convert, and most hosts are so: a copy, cut between characters. What is no UTF-8
+    // stays as it is.
     if (sourceCode == destinationCode || log_is_utf8) {
         written = log_is_utf8 || sourceCode == CODE_REGISTRY
                       ? CutUtf8(source, length, room)

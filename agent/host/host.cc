@@ -8,8 +8,8 @@ namespace host {
 
 namespace {
 
-// The host that was made last and lives: set by its constructor, put back by its destructor. Other
-// threads only read it.
+// The host that was made last and lives: set by its constructor, put back by its destructor. Both
+// run while no other thread of the host does, and other threads only read it, so it needs no lock.
 Host *current = nullptr;
 
 // Makes the folders, or for a reader sees to it that there is a store, before it is opened.
@@ -24,6 +24,7 @@ const Layout &Prepared(const Layout &layout, Role role)
 
 } // namespace
 
+// A member of its own, so that a constructor that fails behind the opening closes the log again.
 Host::OwnTrace::~OwnTrace()
 {
     if (is_open)
@@ -36,11 +37,14 @@ Host::Host(const Layout &layout, Role role)
       registry_(store_), outer_(current)
 {
     if (role == Role::kDaemon) {
+        // Before anything is read of it: a damaged store must not be taken for an empty registry.
+        // The trace log is opened behind it, so a refused start leaves none behind.
         store_.CheckIntegrity();
         OpenTraceLog(layout.TraceLog());
         trace_.is_open = true;
         store_.StartPasses();
     }
+    // As the last thing: one that could not be made leaves the C functions to the host before it.
     current = this;
 }
 

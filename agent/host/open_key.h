@@ -1,4 +1,5 @@
-// What is behind a handle of platform/registry.h.
+// What is behind a handle of platform/registry.h. It holds no lock and nothing of the store: a key
+// that is deleted meanwhile is noticed with the next call.
 #ifndef AGENT_HOST_OPEN_KEY_H
 #define AGENT_HOST_OPEN_KEY_H
 

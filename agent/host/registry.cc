@@ -1,4 +1,7 @@
 // The registry calls of the host interface, over the tree in the store.
+//
+// No exception leaves a call. Rights, classes and times of keys are no part of this registry:
+// arguments for them are taken and not looked at, results for them are 0 or empty.
 #include <algorithm>
 #include <cstring>
 #include <string>
@@ -18,6 +21,8 @@ constexpr LONG kStoreFailed = 1;
 constexpr DWORD kCreatedNewKey = 1; // dispositions of RegCreateKeyEx
 constexpr DWORD kOpenedExistingKey = 2;
 
+// What a handle stands for; null for one that is not open, and for one whose key was opened in a
+// transaction that was rolled back. The root is open for ever, and has a fixed number.
 std::shared_ptr<OpenKey> KeyOf(HKEY handle)
 {
     if (handle == HKEY_LOCAL_MACHINE)
@@ -48,6 +53,8 @@ LONG CopyOut(const RegValue &value, DWORD *type, void *data, DWORD *size)
     const auto needed = static_cast<DWORD>(value.data.size());
     const DWORD room = size != nullptr ? *size : 0;
     if (size != nullptr)
+        // What is needed is told in each case: with success, with a buffer that is too small, and
+        // without one.
         *size = needed;
     if (data == nullptr)
         return ERROR_SUCCESS;
@@ -63,6 +70,8 @@ LONG Query(KeyId key, const char *name, DWORD *type, void *data, DWORD *size)
     return value ? CopyOut(*value, type, data, size) : ERROR_FILE_NOT_FOUND;
 }
 
+// Looked at first, because a write below a key that is gone would break its foreign key, and with
+// it the pass.
 LONG Set(KeyId key, const char *name, DWORD type, const void *data, DWORD size)
 {
     if (!Current().registry().Exists(key))
@@ -72,6 +81,8 @@ LONG Set(KeyId key, const char *name, DWORD type, const void *data, DWORD size)
     return ERROR_SUCCESS;
 }
 
+// An enumeration asks for one name after the other. The names are read once, and again only when
+// anything in the store has changed since: so keys that are added meanwhile are seen.
 const std::vector<std::string> &NamesBelow(OpenKey *key)
 {
     const int64_t now = Current().store().ChangeCount();
@@ -126,6 +137,7 @@ LONG RegOpenKeyEx(HKEY key, const char *subKey, DWORD /*options*/, REGSAM /*acce
         if (!parent || result == nullptr)
             return ERROR_INVALID_HANDLE;
         const auto found = Current().registry().Find(parent->id, OrEmpty(subKey));
+        // An empty path is the key itself, which can have been deleted since its handle was made.
         if (!found || !Current().registry().Exists(*found))
             return ERROR_FILE_NOT_FOUND;
         *result = NewHandle(*found);
@@ -141,6 +153,7 @@ LONG RegCreateKeyEx(HKEY key, const char *subKey, DWORD /*reserved*/, const char
         const auto parent = KeyOf(key);
         if (!parent || result == nullptr)
             return ERROR_INVALID_HANDLE;
+        // Or the new key would hang below one that is gone, where nobody finds it.
         if (!Current().registry().Exists(parent->id))
             return ERROR_FILE_NOT_FOUND;
         bool created = false;
@@ -210,6 +223,7 @@ LONG RegEnumKeyEx(HKEY key, DWORD index, char *name, DWORD *nameSize, DWORD * /*
         const std::string &found = names[index];
         const DWORD room = *nameSize;
         *nameSize = static_cast<DWORD>(found.size());
+        // Nothing is written then but the size that is needed, without its zero byte.
         if (found.size() + 1 > room)
             return ERROR_MORE_DATA;
         memcpy(name, found.c_str(), found.size() + 1);

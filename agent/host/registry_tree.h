@@ -23,6 +23,7 @@ constexpr size_t kMaxValueSize = size_t{1024} * 1024;
 using KeyId = int64_t;
 constexpr KeyId kRootKey = 0; // HKEY_LOCAL_MACHINE
 
+// A value as it is stored: its name as it was first written, its type, and its bytes.
 struct RegValue {
     std::string name;
     uint32_t type = 0;
@@ -32,6 +33,8 @@ struct RegValue {
 // The text of a REG_SZ value: its data up to the zero byte that is stored with it.
 std::string TextOf(const RegValue &value);
 
+// Every call is one look at the store, or one write; a Snapshot or a Transaction around several
+// makes them one. Of any thread, under the store's lock. The store must outlive it.
 class RegistryTree {
   public:
     explicit RegistryTree(Store &store);
@@ -42,13 +45,20 @@ class RegistryTree {
     // Paths have single backslashes between names; an empty path is the key itself. All throw
     // StoreError when the store fails, and Error for a name that is empty or too long.
     std::optional<KeyId> Find(KeyId parent, std::string_view path);
+    // With the keys on the way to it. `created`: whether the last one is new; null: nobody asks.
     KeyId Create(KeyId parent, std::string_view path, bool *created = nullptr);
+    // For a number that may be stale; the root always does.
     bool Exists(KeyId key);
     bool DeleteKey(KeyId key); // with everything below it; throws Error for the root
+    // In the order of their creation. Of a key that is gone: none.
     std::vector<std::string> SubKeys(KeyId key);
 
+    // Nothing when there is no value of this name, or no key any more.
     std::optional<RegValue> Get(KeyId key, std::string_view name);
+    // Adds the value or replaces it. The key must be there: see Exists. A value that does not
+    // change is not written. Throws Error for one that is too long, with nothing stored.
     void Set(KeyId key, std::string_view name, uint32_t type, std::string_view data);
+    // False: there was none.
     bool DeleteValue(KeyId key, std::string_view name);
     std::vector<RegValue> Values(KeyId key); // by name
 

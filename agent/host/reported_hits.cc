@@ -22,10 +22,12 @@ int32_t ReportCountOf(const ReportRequest &request, const ModuleTable &table)
 
 void ReportedHits::NoteReached(const ModuleTable &table)
 {
+    // Each conversion anew: lines are converted for other reasons, too, and then no report follows.
     reached_.clear();
     const int size = table.Size();
     for (int i = 0; i < size; ++i) {
         const VKVMon &entry = *table.entries[i];
+        // Entries of 0 or less never report, whatever their counter says.
         if (entry.ReportCount > 0 && entry.CurrentCount >= entry.ReportCount)
             reached_.push_back({entry.Source, entry.EventID, entry.CurrentCount});
     }
@@ -38,6 +40,7 @@ int32_t ReportedHits::HitsOf(const ReportRequest &request, const ModuleTable &ta
             return candidate.event_id == request.eventId && candidate.source == request.source;
         });
     const int32_t hits = found != reached_.end() ? found->hits : ReportCountOf(request, table);
+    // Used up. A second report without a conversion would otherwise be given the hits of the first.
     reached_.clear();
     return hits;
 }

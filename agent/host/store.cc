@@ -12,14 +12,16 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// A pass over gigabytes of log can hold the write lock for minutes; a command waits for it.
+// A pass over gigabytes of log can hold the write lock for minutes; a command waits for it, and can
+// be ended by whoever sits in front of it.
 constexpr int kPatienceMs = 10 * 60 * 1000;
 // How long the emptying of the journal waits for those who read it. There is a next time.
 constexpr int kEmptyingMs = 1000;
 // A journal of a pass that is longer than this is emptied at once. Shorter ones SQLite uses again.
 constexpr int64_t kUsualJournal = int64_t{4} * 1024 * 1024;
 
-// Numbers passes, of all stores of this process.
+// Numbers passes, of all stores of this process, so that what belongs to a pass is known by one
+// number alone.
 std::atomic<int64_t> newest_pass = 0;
 
 // A full disk alone is a reason to let the reserve go.
@@ -61,16 +63,21 @@ Store::Store(const fs::path &path, StoreUse use) : reserve_(path), pass_(++newes
         throw StoreError("cannot open " + path.string(), error.code().message(),
                          "make the file and its folder readable and writable, or run as root");
     }
+    // Behind the schema: each opening, also of a copy, has a series of its own.
     data_version_ = std::make_unique<Statement>(*database_, "PRAGMA data_version");
     uuid_ = ReadUuid(*database_);
     series_ = NewUuid(path);
 }
 
+// What a pass has not committed goes. The members go after it, the owner's lock behind the
+// database.
 Store::~Store()
 {
     RollBack();
 }
 
+// quick_check reads each page and the order in it, and leaves out whether indexes agree with their
+// tables: that would take longer. It ends with the first damage.
 void Store::CheckIntegrity()
 {
     const std::lock_guard lock(mutex_);
@@ -102,6 +109,7 @@ void Store::StartPasses()
     in_passes_ = true;
 }
 
+// Made at once, while there is room for it.
 void Store::KeepReserve()
 {
     const std::lock_guard lock(mutex_);
@@ -111,6 +119,7 @@ void Store::KeepReserve()
 
 fs::path Store::Journal() const
 {
+    // SQLite's own name for it.
     return database_->path().string() + "-wal";
 }
 

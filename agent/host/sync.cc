@@ -22,11 +22,13 @@ using Milliseconds = std::chrono::milliseconds;
 // notices, long enough to cost nothing.
 constexpr Milliseconds kLookAgain{10};
 
+// Ten times a second a wait may fail: few enough for the trace log and the processor.
 constexpr Milliseconds kPauseAfterFailure{100};
 
 // Without a pulse. A sleep ends when something happens, so this is as good as no end.
 constexpr Milliseconds kLongestSleep = std::chrono::hours(1);
 
+// The most that one wait takes; the module has six.
 constexpr DWORD kMaxHandles = 64;
 
 // When a wait ends at the latest.
@@ -42,6 +44,7 @@ class Deadline {
     {
         if (endless_)
             return most;
+        // Rounded up: a sleep of 0 ms before the end would turn in circles.
         const auto left = std::chrono::ceil<Milliseconds>(end_ - Clock::now());
         return std::clamp(left, Milliseconds(0), most);
     }
@@ -53,7 +56,8 @@ class Deadline {
 
 using Objects = std::vector<std::shared_ptr<Waitable>>;
 
-// The first object that is ready, taken; or nothing.
+// The first object that is ready, taken; or nothing. In the order of the handles, so the first one,
+// which ends the module, comes before all others.
 std::optional<DWORD> TakeAny(const Objects &objects)
 {
     for (size_t i = 0; i < objects.size(); ++i) {
@@ -66,6 +70,8 @@ std::optional<DWORD> TakeAny(const Objects &objects)
 // All objects, or none of them.
 bool TakeAll(const Objects &objects)
 {
+    // A look before anything is taken: one that is given back is, for a moment, not there for
+    // others.
     for (const auto &object : objects) {
         if (!object->IsReady())
             return false;
@@ -90,6 +96,7 @@ void Sleep(const Objects &objects, Milliseconds longest)
         else
             descriptors.push_back({object->PollFd(), POLLIN, 0});
     }
+    // Its result does not matter: the caller looks at all objects itself, whatever ended the sleep.
     poll(descriptors.data(), descriptors.size(), static_cast<int>(longest.count()));
 }
 
@@ -121,6 +128,7 @@ bool Collect(DWORD count, const HANDLE *handles, Objects *objects)
     if (count == 0 || count > kMaxHandles || handles == nullptr)
         return false;
     for (DWORD i = 0; i < count; ++i) {
+        // The objects live as long as the wait, also when another thread closes a handle meanwhile.
         objects->push_back(Current().waitables().Get(handles[i]));
         if (!objects->back())
             return false;
@@ -128,7 +136,8 @@ bool Collect(DWORD count, const HANDLE *handles, Objects *objects)
     return true;
 }
 
-// The module waits for all that can wake it: around this wait, it is at rest.
+// The module waits for all that can wake it: around this wait, it is at rest. What the moments
+// throw goes up to the boundary, and is a failed wait to the module.
 DWORD Rest(const Objects &objects, bool wait_all, DWORD milliseconds, Moments *moments)
 {
     if (moments != nullptr && !moments->ModuleRests())
@@ -196,6 +205,8 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)
         Objects objects;
         if (!Collect(1, &handle, &objects))
             return WAIT_RESULT_FAILED;
+        // No rest, so nobody is told: the module waits for its mutex in this way, in the middle of
+        // a pass.
         return Wait(objects, false, milliseconds, nullptr);
     });
 }

@@ -19,6 +19,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// Of FIFOs and mutex files: who may open them may wake the monitor, or keep it waiting.
 constexpr mode_t kOwnerOnly = 0600;
 
 // The named mutexes that are open in this process, by their files: a lock of the kernel's is the
@@ -41,6 +42,7 @@ void CheckName(const std::string &name)
 
 Fd OpenFifo(const fs::path &path)
 {
+    // One that is there is used: nobody removes it, since another process may have it open.
     if (mkfifo(path.c_str(), kOwnerOnly) != 0 && errno != EEXIST)
         FailToOpen(path, errno);
     // Read and write, so that opening never waits and the FIFO keeps its bytes.
@@ -58,10 +60,12 @@ Fd OpenFifo(const fs::path &path)
 bool IsFirstUser(int fd)
 {
     const bool first = flock(fd, LOCK_EX | LOCK_NB) == 0;
+    // Held until the descriptor is closed: the kernel ends it with the process, however that ends.
     flock(fd, LOCK_SH);
     return first;
 }
 
+// One byte stands for the whole file, which is empty.
 struct flock WholeFile(short type)
 {
     struct flock lock {};
@@ -131,6 +135,7 @@ bool WakeEvent::Drain()
 {
     bool was_set = false;
     char bytes[4096];
+    // All bytes: as many signals as there were, they are one.
     ssize_t got = 0;
     while ((got = read(fd_.get(), bytes, sizeof bytes)) > 0 || (got < 0 && errno == EINTR))
         was_set = was_set || got > 0;
@@ -139,6 +144,7 @@ bool WakeEvent::Drain()
 
 bool WakeEvent::TryTake()
 {
+    // Of two processes that try at once, one reads the bytes and the other nothing.
     return manual_reset_ ? IsReady() : Drain();
 }
 
@@ -152,6 +158,8 @@ std::shared_ptr<Mutex> Mutex::Create(const fs::path &folder, const std::string &
         CheckName(name);
         const fs::path path = folder / (name + ".mutex");
         const std::lock_guard lock(named_mutexes_guard);
+        // A second object would have a lock of its own in the kernel, and its thread would wait for
+        // a mutex that it has.
         mutex = named_mutexes[path].lock();
         if (!mutex) {
             Fd fd(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
@@ -174,6 +182,8 @@ bool Mutex::Lock()
     if (fd_.get() < 0)
         return true;
     struct flock lock = WholeFile(F_WRLCK);
+    // Of the open file, not of the process: closing another descriptor of the file must not release
+    // it.
     return fcntl(fd_.get(), F_OFD_SETLK, &lock) == 0;
 }
 
@@ -188,6 +198,7 @@ void Mutex::Unlock()
 bool Mutex::IsReady()
 {
     const std::lock_guard lock(state_);
+    // Within the process the owner is a thread, of which the kernel's lock knows nothing.
     if (depth_ > 0)
         return owner_ == std::this_thread::get_id();
     if (!Lock())
