@@ -30,6 +30,7 @@ constexpr int kLastPatienceMs = 2000;
 constexpr int64_t kRemoveAtOnce = 1000;
 constexpr milliseconds kRemovePause{50};
 
+// The limit is set in megabytes, and is of 1024 x 1024 bytes.
 constexpr int64_t kMegabyte = int64_t{1024} * 1024;
 
 // The rows of a sink, with those that are missing: of a new peer, or of a sink that was written into
@@ -37,6 +38,7 @@ constexpr int64_t kMegabyte = int64_t{1024} * 1024;
 Deliveries Completed(const StoredSink &sink, Deliveries rows, int64_t newest)
 {
     if (!rows.contains(""))
+        // From now on, as for a sink that is added by a command.
         rows[""].last_id = newest;
     const std::vector<std::string> peers =
         sink.problem.empty() ? sink.config.Peers() : std::vector<std::string>{""};
@@ -46,6 +48,8 @@ Deliveries Completed(const StoredSink &sink, Deliveries rows, int64_t newest)
         if (known != rows.end())
             wanted[peer] = known->second;
         else
+            // A new peer gets what no peer has had yet, and of what is before it the active ones:
+            // see Worker::Refresh.
             wanted[peer].last_id = rows[""].last_id;
     }
     return wanted;
@@ -109,6 +113,7 @@ void Deliverer::WaitForNews()
             milliseconds{0}, options_.record_every);
     pollfd waiting[] = {{bell_.get(), POLLIN, 0}, {sinks_event_->PollFd(), POLLIN, 0}};
     poll(waiting, std::size(waiting), static_cast<int>(sleep.count()));
+    // All rings at once: the flags say what there is to do.
     uint64_t rings = 0;
     if (read(bell_.get(), &rings, sizeof rings) < 0)
         return; // time is over, or the event was set
@@ -171,6 +176,7 @@ Deliverer::Entry Deliverer::Start(const StoredSink &sink, const Deliveries &rows
         active = kind->active(sink.config);
     entry.progress = std::make_shared<Progress>(rows, active, undelivered);
     if (!is_sound) {
+        // So that the list of sinks shows why nothing arrives.
         entry.progress->Failed("", sink.problem);
         progressed_ = true;
         TRACE(TRACE_NOTABLE, "The sink %s cannot be used: %s", sink.config.name.c_str(),
@@ -250,6 +256,7 @@ void Deliverer::Load()
     entries_ = std::move(entries);
     for (size_t i = 0; i < wanted.size(); ++i)
         SendWantedAgain(entries_[i], wanted[i].undelivered);
+    // The limit may have become smaller.
     over_limit_ = true; // perhaps
 }
 

@@ -86,6 +86,7 @@ int OnReply(int operation, netsnmp_session *, int, netsnmp_pdu *pdu, void *reply
 }
 
 // The options of a sink, as the library wants them.
+// Made once when the sink is opened, secrets included; sessions are made of it again and again.
 struct SnmpOptions {
     std::string receiver;
     bool is_inform = true;
@@ -107,6 +108,7 @@ unsigned char *Bytes(const std::string &text)
 }
 
 // What the library says of the last failure of a session.
+// Its text is to be freed; it can be missing.
 std::string SnmpError(void *session)
 {
     char *text = nullptr;
@@ -154,6 +156,7 @@ class Session {
     [[nodiscard]] void *get() const { return handle_; }
 
   private:
+    // The library copies what `wanted` points at when the session is added.
     static void SetUpV2c(netsnmp_session &session, const SnmpOptions &settings)
     {
         session.version = SNMP_VERSION_2c;
@@ -171,6 +174,7 @@ class Session {
             session.securityLevel = SNMP_SEC_LEVEL_AUTHNOPRIV;
             const int type = usm_lookup_auth_type(settings.auth.c_str());
             session.securityAuthProto = sc_get_auth_oid(type, &session.securityAuthProtoLen);
+            // In: the room for the key. Out: its length.
             session.securityAuthKeyLen = USM_AUTH_KU_LEN;
             MakeKey(session.securityAuthProto, session.securityAuthProtoLen, settings.auth_key,
                     session.securityAuthKey, &session.securityAuthKeyLen);
@@ -199,6 +203,7 @@ class Session {
     // A trap is dated by the sender's clock, which must never go back: each start counts as a boot.
     static void BeAuthoritative(netsnmp_session &session, const SnmpOptions &settings)
     {
+        // A count of boots has 31 bits: seconds since then fit until 2088.
         constexpr time_t kBegin = 1577836800; // 2020-01-01
         auto *id = const_cast<unsigned char *>(settings.engine_id.data());
         session.securityEngineID = id;
@@ -227,7 +232,9 @@ class SnmpSink : public Sink {
 
     Outcome Send(std::span<const Message> messages, const Interrupt &interrupt) override
     {
+        // What an earlier request has left here is not the answer to this one.
         reply_ = {};
+        // One at a time: each needs its own answer.
         const std::string failure = Post(messages[0]);
         if (!failure.empty())
             return Failed(settings_.receiver + ": " + failure);
@@ -259,9 +266,12 @@ class SnmpSink : public Sink {
         const int sent = settings_.is_inform
                              ? snmp_sess_async_send(session_->get(), pdu, OnReply, &reply_)
                              : snmp_sess_send(session_->get(), pdu);
+        // With a try a second, its time limit. The library sends again by itself, in
+        // snmp_sess_timeout.
         session->retries = static_cast<int>(settings_.timeout_s);
         if (sent != 0)
             return {};
+        // Only one that was not sent is ours to free.
         snmp_free_pdu(pdu);
         return SnmpError(session_->get());
     }
@@ -270,6 +280,7 @@ class SnmpSink : public Sink {
         const auto deadline = Clock::now() + std::chrono::seconds(settings_.timeout_s);
         const int fd = snmp_sess_transport(session_->get())->sock;
         while (!reply_.has_come && Clock::now() < deadline && !interrupt.IsRaised()) {
+            // Without the lock: other sinks may send meanwhile.
             pollfd waiting{fd, POLLIN, 0};
             const int ready = poll(&waiting, 1, kSliceMs);
             const std::lock_guard lock(library_lock);
@@ -285,6 +296,7 @@ class SnmpSink : public Sink {
     }
     void Read(int fd) const
     {
+        // The usual set holds descriptors up to 1023 only, and this one may be above.
         netsnmp_large_fd_set readable;
         netsnmp_large_fd_set_init(&readable, fd + 1);
         netsnmp_large_fd_setfd(fd, &readable);
@@ -334,12 +346,15 @@ class SnmpSink : public Sink {
     {
         timespec up{};
         clock_gettime(CLOCK_BOOTTIME, &up);
+        // Hundredths of a second since this host was started, in 32 bits: they begin again after
+        // 497 days, as the type is meant.
         const u_long ticks = static_cast<uint32_t>(up.tv_sec * 100 + up.tv_nsec / 10'000'000);
         snmp_pdu_add_variable(pdu, kUpTime, std::size(kUpTime), ASN_TIMETICKS, &ticks,
                               sizeof ticks);
         snmp_pdu_add_variable(pdu, kTrapOid, std::size(kTrapOid), ASN_OBJECT_ID, kReported,
                               sizeof kReported);
         const alerts::Alert &alert = message.alert;
+        // More than its 32 bits can hold counts as the most of them.
         const auto count = static_cast<u_long>(std::clamp<int64_t>(alert.count, 0, UINT32_MAX));
         const long is_test = message.is_test ? 1 : 2; // TruthValue
         AddText(pdu, 1, message.key);

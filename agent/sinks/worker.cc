@@ -37,6 +37,7 @@ int64_t WallMs()
 
 std::string OneLine(std::string text)
 {
+    // A whole page of HTML can come as an answer. It is stored and shown as one line.
     text.resize(std::min(text.size(), kMaxError));
     for (char &c : text) {
         if (static_cast<unsigned char>(c) < ' ' || c == 0x7F)
@@ -98,6 +99,7 @@ void Worker::SendAgain(const std::vector<int64_t> &ids)
     {
         const std::lock_guard lock(mutex_);
         for (const int64_t id : ids) {
+            // Each reload asks again for all that are wanted.
             if (std::find(again_.begin(), again_.end(), id) == again_.end())
                 again_.push_back(id);
         }
@@ -184,6 +186,7 @@ std::vector<Message> Worker::NextBatch()
         const size_t limit = std::min(sink_->batch(), batch_limit_);
         std::vector<Message> batch = MessagesOf(alerts::ReadAlerts(
             *database_, progress_->LastId(peer_), 0, static_cast<int64_t>(limit)));
+        // Nothing at all behind the last one. Only leaving some out goes on to the next.
         if (batch.empty())
             return batch;
         const int64_t last = batch.back().alert.id;
@@ -196,6 +199,7 @@ std::vector<Message> Worker::NextBatch()
         });
         if (!batch.empty() || StopRequested())
             return batch;
+        // All of them need not be sent: the next read begins behind them.
         progress_->CaughtUp(peer_, last);
     }
 }
@@ -213,12 +217,14 @@ bool Worker::Refresh()
         return message.ends_ms <= now || progress_->IsAside(peer_, message.alert.id);
     });
     const bool was_down = failing_;
+    // When nothing is active there is none, until Handle has had a new one taken.
     refresh_at_.reset();
     if (!messages.empty()) {
         refresh_at_ = Clock::now() + config_.kind->resend(config_);
         if (!SendAll(std::move(messages)))
             return false;
     }
+    // What it missed while it was down is over by now, or was among these.
     if (was_down)
         progress_->CaughtUp(peer_, up_to);
     return true;
@@ -240,6 +246,7 @@ bool Worker::SendAll(std::vector<Message> messages)
             Fail(outcome.answer);
             return false;
         }
+        // Which of them it is shows when each is sent alone.
         if (!is_taken && count > 1) {
             most = 1;
             continue;
@@ -298,6 +305,7 @@ void Worker::Handle(const std::vector<Message> &batch, const Outcome &outcome)
     const size_t taken = std::min(outcome.taken, batch.size());
     if (taken > 0) {
         progress_->Taken(peer_, std::span(batch).first(taken));
+        // The one that was refused is behind, so many go together again.
         batch_limit_ = SIZE_MAX;
         refusals_wanted_ = kRefusalsBelieved;
         Succeeded();
@@ -382,6 +390,7 @@ bool Worker::SendOneAgain()
     }
     Message &message = found[0];
     if (config_.kind->active != nullptr)
+        // It begins to be active now, however long it has waited.
         message.ends_ms = WallMs() + config_.kind->active(config_).count();
     const Outcome outcome = sink_->Send(std::span(&message, 1), interrupt_);
     if (outcome.result == Outcome::Result::kFailed || StopRequested()) {
@@ -422,6 +431,7 @@ void Worker::Succeeded()
 // failed half-way is in no state that is known; it is opened anew after the pause.
 void Worker::Fail(const std::string &why)
 {
+    // The library's connection goes with it, and secrets are read anew.
     sink_.reset();
     if (StopRequested())
         return; // it was interrupted
