@@ -12,8 +12,8 @@
 
 namespace {
 
-// Of the monitor thread. It outlives the hosts of the process; the numbers of passes, which differ
-// between all of them, keep their alerts apart.
+// Outlives the hosts of the process; the numbers of passes, which differ between all of them, keep
+// their alerts apart.
 alerts::ReportFolder folder; // of the monitor thread
 
 // Asked with each report, since it can be changed while the daemon runs. One byte more than is
