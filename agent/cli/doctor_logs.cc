@@ -57,6 +57,7 @@ std::vector<std::string> NewestLines(const fs::path &path)
 }
 
 // What is wrong with the stamps of the newest lines.
+// By the index of the problem.
 struct Stamps {
     size_t lines = 0;
     std::array<size_t, logs::kStampProblems> problems{};
@@ -158,6 +159,7 @@ bool IsAllDigits(const std::string &text)
     return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
 }
 
+// `rest` is what stands behind the name of the log, with its separator.
 void Sort(const std::string &name, const std::string &rest, Backups *backups)
 {
     // Only these two forms are read as backups; the others are looked for to be told of.
@@ -253,6 +255,7 @@ void CheckRotationOf(const WatchedFile &file, Examination *examination)
                                          " recognised");
 }
 
+// Asked anew each time: the daemon may have been started or ended since.
 bool IsRunning(const Context &context)
 {
     return status::DaemonLock::Holder(context.layout).has_value();
@@ -281,8 +284,8 @@ void CheckReadable(const std::vector<WatchedFile> &files, Examination *examinati
         } else if (!S_ISREG(status.st_mode)) {
             examination->Finding(file.path, "it is not a regular file",
                                  "put a log in its place: the monitor reads nothing else");
-            // Of this user. The daemon may be another one, with other rights.
         } else if (access(file.path.c_str(), R_OK) != 0) {
+            // Of this user. The daemon may be another one, with other rights.
             examination->Finding(file.path, strerror(errno),
                                  "run the daemon, and this command, as root");
         } else {

@@ -28,6 +28,7 @@ size_t DisplayWidth(const std::string &text)
 
 namespace {
 
+// Two blanks between columns; none behind the last one, which may be long.
 void PrintAligned(const std::vector<std::string> &row, const std::vector<size_t> &widths)
 {
     std::string line;

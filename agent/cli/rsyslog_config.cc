@@ -174,6 +174,7 @@ class ConfigReader {
         : root_(std::move(root)), logs_(logs), config_(config)
     {
     }
+    // `path` as the host calls it; it is read below the root.
     void ReadFile(const fs::path &path, int depth);
     [[nodiscard]] const std::optional<RsyslogSetting> &reduction() const
     {
@@ -182,10 +183,13 @@ class ConfigReader {
 
   private:
     void ReadStatements(Cursor *cursor, const fs::path &path, int depth);
+    // `place` is where the object begins; it is filled in and noted for each setting that does
+    // harm.
     void ReadObject(const std::string &name, Cursor *cursor, RsyslogSetting place, int depth);
     bool ReadSetting(const std::string &name, Cursor *cursor, RsyslogSetting place, int depth);
     void ReadAction(const Parameters &parameters, const RsyslogSetting &place);
     void ReadOldAction(const std::string &word);
+    // A pattern that matches nothing includes nothing, and is no fault.
     void Include(const std::string &pattern, int depth);
     [[nodiscard]] bool IsWatched(const fs::path &log) const
     {

@@ -59,6 +59,7 @@ bool ReadsClock(const char *text, struct tm *time)
     return false;
 }
 
+// By value: mktime writes into what it is given.
 time_t LocalMoment(struct tm time)
 {
     // The C library finds out whether summer time holds at that moment.

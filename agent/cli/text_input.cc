@@ -9,6 +9,7 @@
 
 namespace cli {
 
+// Both outputs are written: people see the mistakes although the JSON goes into a pipe.
 void RefuseIfFaulty(const Context &context, const std::string &doing, const std::string &path,
                     const std::vector<text::Issue> &issues)
 {

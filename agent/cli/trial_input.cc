@@ -32,6 +32,7 @@ constexpr Packing kPackings[] = {{"\x1F\x8B", "zcat"},
                                  {"\x28\xB5\x2F\xFD", "zstdcat"},
                                  {"BZh", "bzcat"}};
 
+// `why` without a next step of its own: for a log there is only one.
 [[noreturn]] void Fail(const std::string &name, const std::string &why)
 {
     throw host::Error("cannot read " + name, why, "name a log that can be read");
@@ -81,6 +82,7 @@ void RefusePacked(const TrialLog &log)
 
 } // namespace
 
+// Pipes are read to their end here, one after the other, before anything is tried.
 TrialInput::TrialInput(const std::vector<std::string> &names, const std::function<bool()> &go_on)
 {
     for (const std::string &name : names) {
@@ -104,6 +106,7 @@ int64_t TrialInput::bytes() const
     return sum;
 }
 
+// When it is told to stop, the copy is what was read so far; the caller asks as well, and gives up.
 fs::path TrialInput::Copy(const std::string &name, const std::function<bool()> &go_on)
 {
     const host::Fd pipe = OpenPipe(name);

@@ -230,8 +230,8 @@ void FileWatch::Note(const inotify_event &event, News *news)
         // The kernel has taken the watch away: the inode is gone, or its file system.
         lost_ = true;
         news->names = true;
-        // An entry of a directory. Most are of other logs, and of no interest.
     } else if (event.len > 0) {
+        // An entry of a directory. Most are of other logs, and of no interest.
         const auto &names = point.names;
         if (std::find(names.begin(), names.end(), event.name) != names.end())
             news->names = true;

@@ -88,13 +88,12 @@ bool BeginsWithNumber(const std::string &text, size_t digits)
                        [](char c) { return c >= '0' && c <= '9'; });
 }
 
+// Only before a stamp that would be good without it: a line of text can begin with "Sun", too.
 bool BeginsWithWeekday(const std::string &line)
 {
     constexpr const char *kDays[] = {"Sun ", "Mon ", "Tue ", "Wed ", "Thu ", "Fri ", "Sat "};
     return std::any_of(std::begin(kDays), std::end(kDays),
                        [&](const char *day) { return line.rfind(day, 0) == 0; }) &&
-           // Only before a stamp that would be good without it. A line of text can begin with
-           // "Sun", too.
            HasTraditionalForm(line.substr(4));
 }
 

@@ -96,19 +96,24 @@ class RegReader {
 
     // ---- lines ----
     bool ReadHeader();
+    // One line, or several that continue each other; false: it was faulty.
     bool ReadLine();
     bool ReadKey();
     bool ReadQuotedPath(std::string *path);
     bool ReadBarePath(std::string *path);
+    // Are all names of the path such as the registry takes? `offset` is where an issue stands.
     bool CheckPath(size_t offset, const std::string &path);
     bool ReadValue();
     bool ReadName(std::string *name);
+    // Type and bytes of a value, or that it is to be deleted.
     bool ReadData(size_t name_offset, host::RegValue *value, bool *is_deleted);
     bool ReadText(std::string *data);
     bool ReadNumber(std::string *data);
     bool ReadType(uint32_t *type);
     bool ReadBytes(std::string *data);
     bool ReadContinuation();
+    // Nothing but blanks and a comment may follow; `behind` is what they stand behind, for the
+    // message.
     bool ReadLineEnd(const std::string &behind);
 
     // A text in quotes, without them; `what` is its name in messages.

@@ -100,8 +100,8 @@ void AppendValue(const host::RegValue &value, std::string *text)
     // its bytes, hex(1).
     if (value.type == REG_SZ && value.data.size() == shown.size() + 1 && IsPlain(shown)) {
         *text += name + Quoted(shown);
-        // One of another size has no form but its bytes, hex(4).
     } else if (value.type == REG_DWORD && value.data.size() == sizeof(uint32_t)) {
+        // One of another size has no form but its bytes, hex(4).
         uint32_t number = 0;
         memcpy(&number, value.data.data(), sizeof number);
         char digits[16];

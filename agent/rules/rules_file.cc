@@ -36,6 +36,7 @@ using Names = std::vector<std::string>;
 const Names kEventKeys = {kSource, kId, kKeywords, kReportCount, kHours};
 const Names kFileKeys = {kVersion, kEvents};
 
+// "version, events", for messages.
 std::string Listed(const Names &names)
 {
     std::string text;
@@ -101,6 +102,7 @@ class RulesReader {
     // The values of a mapping, by name. A name that is not known, or that stands twice, is an
     // issue.
     using Values = std::map<std::string, const YamlNode *>;
+    // `where` is the name of the mapping in messages: "an event".
     Values ReadMap(const YamlNode &map, const Names &known, const std::string &where);
 
     void ReadVersion(const YamlNode &version);
@@ -118,7 +120,10 @@ class RulesReader {
     // The text of a node, or an issue.
     const std::string *TextOf(const YamlNode &node, const std::string &what,
                               const std::string &next_step);
+    // Asks CheckEvent, whose words become the issue. Made-up values stand in for what is not meant.
     bool Check(const events::EventRecord &event, size_t offset);
+    // An issue when the event stands in the file already, or its source is written another way
+    // there.
     void CheckForTwins(const Rule &rule, size_t offset);
 
     text::IssueList *issues_;
@@ -167,8 +172,8 @@ RulesReader::Values RulesReader::ReadMap(const YamlNode &map, const Names &known
             issues_->Add(key.offset, "cannot use the key " + text::Shown(key.text),
                          where + " has none of that name",
                          text::Suggestion(key.text, known) + "use " + Listed(known));
-            // YAML forbids it, and its parser does not look: the second one would be lost.
         } else if (!values.emplace(key.text, &map.children[i + 1]).second) {
+            // YAML forbids it, and its parser does not look: the second one would be lost.
             issues_->Add(key.offset, "cannot use the key " + text::Shown(key.text),
                          "it stands twice in one mapping", "write it once");
         }
@@ -176,6 +181,7 @@ RulesReader::Values RulesReader::ReadMap(const YamlNode &map, const Names &known
     return values;
 }
 
+// Null when it is none. A number is a text here: nobody has asked yet what it means.
 const std::string *RulesReader::TextOf(const YamlNode &node, const std::string &what,
                                        const std::string &next_step)
 {
@@ -186,6 +192,7 @@ const std::string *RulesReader::TextOf(const YamlNode &node, const std::string &
     return nullptr;
 }
 
+// A version is no reason to stop: what else is wrong is told of as well.
 void RulesReader::ReadVersion(const YamlNode &version)
 {
     const std::string next_step =
@@ -244,6 +251,7 @@ bool RulesReader::Check(const events::EventRecord &event, size_t offset)
     return true;
 }
 
+// Both values are looked at, whatever is wrong with the first.
 bool RulesReader::ReadKey(const YamlNode &event, const Values &values, events::EventKey *key)
 {
     bool good = true;
@@ -302,6 +310,7 @@ void RulesReader::CheckForTwins(const Rule &rule, size_t offset)
                      "write it the same way everywhere");
 }
 
+// Each keyword is checked at its own place, so its issue stands where it does.
 bool RulesReader::ReadKeywords(const YamlNode &event, const Values &values, Rule *rule)
 {
     const std::string next_step = "write one to three texts that a line must contain, such as "
@@ -355,6 +364,7 @@ bool RulesReader::ReadKeyword(const YamlNode &node, size_t index, Rule *rule)
     return Check(alone, node.offset);
 }
 
+// Left out, it stays at its default. So do the hours.
 bool RulesReader::ReadReportCount(const Values &values, events::EventRecord *event)
 {
     if (!values.contains(kReportCount))
@@ -515,6 +525,7 @@ std::string FormatKeywords(const std::array<std::string, 3> &keywords)
     return text + "]";
 }
 
+// The heading is for whoever opens the file without knowing what it is.
 std::string FormatRules(const std::vector<events::EventRecord> &events, const RulesFileNotes &notes)
 {
     std::string text;

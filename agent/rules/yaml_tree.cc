@@ -73,13 +73,18 @@ class TreeBuilder {
 
   private:
     bool TakeScalar(const yaml_event_t &event);
+    // What begins and ends here are lists and mappings. Enter is false when they lie too deep.
     bool Enter(YamlNode::Kind kind, const yaml_event_t &event, const yaml_char_t *tag,
                const yaml_char_t *anchor);
     void Leave();
+    // A new node below the one that is open, or the root. Null, with an issue, when there are too
+    // many.
     YamlNode *Add(YamlNode::Kind kind, size_t offset);
+    // Each notes an issue and goes on: the value is still read.
     void CheckAnchor(size_t offset, const yaml_char_t *anchor);
     void CheckTag(size_t offset, std::string_view tag);
     void CheckQuotes(const yaml_event_t &event, size_t offset);
+    // Turns base64 into the bytes; what is none makes the node kFaulty.
     void Decode(YamlNode *node);
 
     ByteOffsets offsets_;
@@ -266,11 +271,14 @@ std::optional<std::string> WithoutTabs(std::string_view text, text::IssueList *i
     return good ? std::optional(std::move(clean)) : std::nullopt;
 }
 
+// Within one kind of error, only its words tell what the parser has met.
 bool Mentions(const char *text, const char *word)
 {
     return text != nullptr && std::string_view(text).find(word) != std::string_view::npos;
 }
 
+// The place is where the thing begins that is not closed, where the parser knows it: it ends at the
+// end of the file.
 void NoteSyntaxError(const yaml_parser_t &parser, std::string_view text, text::IssueList *issues)
 {
     ByteOffsets offsets(text);
