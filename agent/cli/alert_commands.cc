@@ -1,4 +1,5 @@
-// alerts
+// alerts: what is stored of them. Reads the store only: neither the daemon nor a sink has to do
+// with it, so it shows what was reported whether it was delivered or not.
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -23,8 +24,10 @@ namespace {
 using alerts::Alert;
 using nlohmann::json;
 
-constexpr int64_t kAtOnce = 1000;               // alerts read in one go
-constexpr std::chrono::milliseconds kLook{200}; // between two looks for new ones
+// Alerts read in one go: a full store has too many for the memory.
+constexpr int64_t kAtOnce = 1000;
+// Between two looks for new ones. Short to a person, and a small read each.
+constexpr std::chrono::milliseconds kLook{200};
 
 // What is shown of the past before new ones are followed.
 constexpr int64_t kLastOnes = 10;
@@ -72,6 +75,7 @@ json ToJson(const Alert &alert)
                    {"event_id", events::FormatEventId(alert.event_id)},
                    {"count", alert.count},
                    {"message", alert.message}};
+    // Only of one that stands for several reports: the others have nothing to say here.
     if (alert.IsFolded()) {
         object["reports"] = alert.reports;
         object["last_time_ms"] = alert.last_time_ms;
@@ -97,6 +101,8 @@ int ShowAlerts(Context &context, const AlertOptions &options)
     context.OpenToRead();
     host::Database &database = context.Host().store().database();
     const auto last = LastOf(options);
+    // The newest that was shown, or is passed over. Each read goes on behind it, so none is shown twice, and one that
+    // is removed meanwhile is no reason to stop.
     int64_t shown = last ? alerts::BeforeNewest(database, filter, *last) : 0;
     for (;;) {
         const auto found = alerts::FindAlerts(database, filter, shown, kAtOnce);
@@ -106,6 +112,8 @@ int ShowAlerts(Context &context, const AlertOptions &options)
             shown = found.back().id;
             continue;
         }
+        // Before it sleeps: a reader of a pipe gets the alerts at once, and one that has gone ends
+        // the command.
         FlushOutput();
         if (!options.follow)
             return kExitDone;

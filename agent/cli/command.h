@@ -1,5 +1,9 @@
 // The commands of syslogmon: each is a row with its words, its help line and the function that sets
 // up its options and what it does.
+//
+// A command line goes through three steps: every row sets up its options; the parser understands
+// the words, and the row that they name leaves its action; the action runs. So a mistake in the
+// words is found before anything is opened, and what a command does may throw.
 #ifndef AGENT_CLI_COMMAND_H
 #define AGENT_CLI_COMMAND_H
 
@@ -21,12 +25,14 @@ class App;
 namespace cli {
 
 // Exit statuses.
+// The manual page lists them; scripts tell by them what has happened.
 constexpr int kExitDone = 0;
 constexpr int kExitFailed = 1;     // it failed and said why on standard error
 constexpr int kExitUsage = 2;      // the words on the command line were wrong
 constexpr int kExitNotRunning = 3; // the daemon is not running
 
 // The daemon is needed and is not running.
+// Has its own exit status, by its type: whoever asks for a scan may go on without a daemon.
 class NotRunning : public host::Error {
   public:
     NotRunning()
@@ -40,9 +46,11 @@ class NotRunning : public host::Error {
 constexpr char kForceHelp[] = "Take keywords that a fault-tolerant server cannot use as regular "
                               "expressions, or only slowly";
 
-// What every command can use.
+// What every command can use. One per process, made before the command line is read: its members
+// have their values when an action runs, and not while options are set up.
 class Context {
   public:
+    // Of the root that was named, or of the installation of this program.
     host::Layout layout;
     bool json = false;          // print JSON instead of text
     bool needs_no_root = false; // the command works whatever --root names
@@ -56,8 +64,10 @@ class Context {
     [[nodiscard]] host::Host &Host() const { return *host_; }
 
   private:
+    // Throws as well when the running daemon works with another store: see DaemonLock::CheckStore.
     void OpenAs(host::Role role);
 
+    // Null until one of the Open functions was called: a command that needs no store opens none.
     std::unique_ptr<host::Host> host_;
 };
 
@@ -67,10 +77,13 @@ using Action = std::function<int()>;
 struct Command {
     const char *words; // "event add"
     const char *help;
+    // Called for every row at each start. It must do nothing but describe the options; what they
+    // are read into is owned by the functions that it leaves with the parser.
     void (*set_up)(CLI::App &app, Context &context, Action &action);
 };
 
 // The rows of each file.
+// Each is defined in the file of the command, below all of its functions.
 extern const std::vector<Command> kStatusCommands;
 extern const std::vector<Command> kEventCommands;
 extern const std::vector<Command> kSettingCommands;

@@ -22,11 +22,12 @@ namespace fs = std::filesystem;
 using status::MonitorState;
 using status::Status;
 
-// A pass over a few gigabytes needs this much for its journal.
+// Bytes. A pass over a few gigabytes needs this much for its journal.
 constexpr uint64_t kLittleSpace = uint64_t{64} * 1024 * 1024;
 
 constexpr char kStartDaemon[] = "start it with systemctl start syslogmond, or run syslogmond";
 
+// In decimal units, as disks are sold.
 std::string Amount(uint64_t bytes)
 {
     const auto size = static_cast<double>(bytes);
@@ -46,8 +47,12 @@ void CheckSpaceIn(const fs::path &folder, Examination *examination)
             examination->Finding(folder, strerror(errno), "run the command as root");
         return;
     }
+    // What a user may use who is not root: the rest is a reserve of the file system.
     const uint64_t free_bytes = uint64_t{disk.f_bavail} * disk.f_frsize;
+    // Some file systems count none; they have no end of files.
     const bool no_inodes = disk.f_files > 0 && disk.f_favail == 0;
+    // The cause that is worse comes first: more room does not help a file system that nobody can
+    // write.
     if ((disk.f_flag & ST_RDONLY) != 0)
         examination->Finding(folder, "its file system is mounted read-only",
                              "mount it for writing");
@@ -62,6 +67,7 @@ void CheckSpaceIn(const fs::path &folder, Examination *examination)
         examination->Well(folder, Amount(free_bytes) + " are free");
 }
 
+// With those that are not the monitor's.
 std::vector<events::StoredSource> Sources(const Context &context)
 {
     return events::EventRegistry(context.Host().registry()).ReadAll();
@@ -69,6 +75,7 @@ std::vector<events::StoredSource> Sources(const Context &context)
 
 } // namespace
 
+// One result, the worst that can be said: what comes later is a consequence.
 void CheckDaemon(const Context &context, Examination *examination)
 {
     examination->Begin("daemon");
@@ -80,6 +87,7 @@ void CheckDaemon(const Context &context, Examination *examination)
     }
     const std::string process = "process " + std::to_string(*holder);
     const auto status = status::ReadStatus(run);
+    // Before the other signs: a daemon that waits also reads nothing, and this is the cause.
     if (status && status->waiting_since_ms != 0) {
         examination->Finding(process,
                              "it has been waiting for the store's lock since " +
@@ -121,6 +129,7 @@ void CheckDisk(const Context &context, Examination *examination)
     for (const fs::path &folder : {context.layout.state, context.layout.run, context.layout.log}) {
         struct stat status {};
         const bool known = stat(folder.c_str(), &status) == 0;
+        // A file system is told of once, under the first of its folders.
         if (!known || seen.insert(status.st_dev).second)
             CheckSpaceIn(folder, examination);
     }
@@ -131,6 +140,8 @@ bool CheckStore(Context &context, Examination *examination)
     examination->Begin("store");
     const fs::path store = context.layout.Store();
     std::error_code failed;
+    // Not there, for certain. When it cannot be said, because a folder may not be read, opening it
+    // tells why.
     if (!fs::exists(store, failed) && !failed) {
         examination->Finding(store, "it is missing: nothing has been registered yet",
                              "register events with syslogmon apply or syslogmon event add, and "
@@ -138,6 +149,7 @@ bool CheckStore(Context &context, Examination *examination)
         return false;
     }
     try {
+        // Here and in no other check: what follows uses the store that this opens.
         context.OpenToRead();
         context.Host().store().CheckIntegrity();
     } catch (const host::Error &error) {
@@ -148,6 +160,7 @@ bool CheckStore(Context &context, Examination *examination)
     return true;
 }
 
+// From what the daemon tells: only it knows whether its watches could be set up.
 void CheckWatching(const Context &context, Examination *examination)
 {
     examination->Begin("watching");
@@ -165,6 +178,8 @@ void CheckWatching(const Context &context, Examination *examination)
         examination->Well("inotify", "lines are found within " + interval + " ms");
 }
 
+// Of each event whether it can ever be reported, by itself. Whether the module takes the table as a
+// whole is another check.
 void CheckEvents(const Context &context, Examination *examination)
 {
     examination->Begin("events");
@@ -173,6 +188,7 @@ void CheckEvents(const Context &context, Examination *examination)
     const size_t findings = examination->Findings();
     for (const events::StoredSource &source : Sources(context)) {
         for (const events::StoredEvent &stored : source.events) {
+            // With those of other components: there are events here.
             ++events;
             if (source.is_new_application_type)
                 continue; // of another component
@@ -199,6 +215,8 @@ void CheckEvents(const Context &context, Examination *examination)
 void CheckTable(const Context &context, Examination *examination)
 {
     examination->Begin("table");
+    // The module is asked, on a copy: what it loads is what the daemon would load, in whatever
+    // state that one is.
     const RulesCopy rules = CopyRules(context.Host().registry(), true);
     try {
         RunTrial(context.layout, rules, [&](monitor::Module &module, host::RegistryTree &registry) {

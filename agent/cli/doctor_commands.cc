@@ -1,4 +1,5 @@
-// doctor
+// doctor: runs all checks, in the order in which their findings explain each other, and shows their
+// results.
 #include <algorithm>
 #include <cstdio>
 #include <sstream>
@@ -25,8 +26,10 @@ size_t Examination::Findings() const
 
 namespace {
 
-constexpr int kIndent = 9; // behind the longest name of a health and a blank or two
+// Characters: behind the longest name of a health and a blank or two.
+constexpr int kIndent = 9;
 
+// In capitals what must not be overlooked; the JSON output has small letters throughout.
 const char *HealthName(Health health)
 {
     switch (health) {
@@ -46,6 +49,7 @@ void PrintResult(const CheckResult &result)
 {
     printf("%-*s%s: %s: %s\n", kIndent, HealthName(result.health), result.check.c_str(),
            text::Printable(result.looked_at).c_str(), text::Printable(result.found).c_str());
+    // Lines for a configuration file stay lines, so that they can be copied.
     std::istringstream advice(result.advice);
     std::string line;
     for (const char *before = "do: "; std::getline(advice, line); before = "")
@@ -103,8 +107,11 @@ Examination Examine(Context &context)
     Examination examination;
     CheckDaemon(context, &examination);
     CheckDisk(context, &examination);
+    // The logs can be examined without one: a host on which nothing was registered yet shall be
+    // told what stands in the way.
     const bool has_store = CheckStore(context, &examination);
     const auto files = has_store ? WatchedFiles(context) : SystemLogOnly();
+    // From the bottom up: what a later check finds is often caused by what an earlier one has.
     CheckReadable(files, &examination);
     CheckStamps(context, files, &examination);
     CheckRotation(files, &examination);
@@ -128,6 +135,7 @@ int Diagnose(Context &context)
         PrintAsJson(examination);
     else
         Print(examination);
+    // Notes and what was skipped are no failure.
     return examination.Findings() == 0 ? kExitDone : kExitFailed;
 }
 

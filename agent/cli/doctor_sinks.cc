@@ -26,6 +26,7 @@ void CheckDelivery(const std::string &receiver, const std::string &sink,
                                     " delivered");
         return;
     }
+    // Never below 0: the delivery may be newer than the number that was read before it.
     const int64_t waiting = std::max<int64_t>(0, newest - delivery.last_id);
     examination->Finding(receiver,
                          "the last try failed at " + text::LocalTime(delivery.error_ms) + ": " +
@@ -39,6 +40,7 @@ void CheckSinkOf(host::Host &host, const sinks::StoredSink &sink, int64_t newest
                  Examination *examination)
 {
     const std::string &name = sink.config.name;
+    // Nothing else can be said of it: its options are not known to be good.
     if (!sink.problem.empty()) {
         examination->Finding(name, "nothing is sent to it: " + sink.problem,
                              "remove it with syslogmon sink remove " + name + " and add it again");
@@ -48,6 +50,7 @@ void CheckSinkOf(host::Host &host, const sinks::StoredSink &sink, int64_t newest
         examination->Finding(name, warning,
                              "change it with syslogmon sink set " + name + ", or the file's mode");
     const auto undelivered = sinks::ReadUndelivered(host.store().database(), sink.config.key);
+    // With the reason of the newest: it is the one that most likely still holds.
     if (!undelivered.empty())
         examination->Finding(name,
                              "it does not take " + std::to_string(undelivered.size()) +
@@ -69,6 +72,7 @@ void CheckSinkOf(host::Host &host, const sinks::StoredSink &sink, int64_t newest
 
 } // namespace
 
+// No sink is no finding: alerts can be read from the store.
 void CheckSinks(const Context &context, Examination *examination)
 {
     examination->Begin("sinks");

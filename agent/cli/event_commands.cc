@@ -1,4 +1,8 @@
 // event list, show, add, set, remove
+//
+// An event is always written whole, under the mutex of the table and in one transaction, and the
+// monitor is woken behind it. What is shown of hits is what the last pass has stored: the daemon is
+// not asked.
 #include <algorithm>
 #include <map>
 #include <optional>
@@ -27,6 +31,8 @@ using nlohmann::json;
 
 // A value that may be given. (An optional would take an empty word for none.)
 template <typename Value>
+// A value that may be given. (An optional would take an empty word for none.) The parser owns the
+// option, and lives as long as the action.
 struct Given {
     Value value{};
     CLI::Option *option = nullptr;
@@ -35,6 +41,7 @@ struct Given {
 };
 
 // The values of an event as they are typed. What is not given stays as it is, or gets its default.
+// One of each for every command: it is filled when the words are read, and kept for the action.
 struct EventOptions {
     std::string source;
     std::string id;
@@ -56,11 +63,13 @@ void AddValueOptions(CLI::App &app, EventOptions &options)
         app.add_option("-k,--keyword", options.keywords.value,
                        "Text that a line must contain; give it up to three times")
             ->type_name("TEXT")
+            // One word each time: the words behind it are the source and the ID.
             ->expected(1)
             ->take_all();
     options.report_count.option =
         app.add_option("-n,--report-count", options.report_count.value, "Hits that make one report")
             ->type_name("N")
+            // The parser itself takes an empty word for 0.
             ->check([](const std::string &word) { return word.empty() ? "it has no number" : ""; });
     options.hours.option =
         app.add_option("--hours", options.hours.value,
@@ -74,11 +83,15 @@ EventKey KeyOf(const EventOptions &options)
     return {options.source, events::ParseEventId(options.id)};
 }
 
+// As it is typed behind the command.
 std::string Quoted(const EventKey &key)
 {
     return key.source + " " + events::FormatEventId(key.id);
 }
 
+// Puts what was typed into an event, which is new and has its defaults, or is the stored one.
+// Throws host::Error for a value out of its range; the event may have some of the values then, and
+// is not written.
 void ApplyOptions(const EventOptions &options, EventRecord *event)
 {
     if (options.keywords) {
@@ -86,11 +99,13 @@ void ApplyOptions(const EventOptions &options, EventRecord *event)
         if (keywords.size() > event->keywords.size())
             throw host::Error("cannot use event " + Quoted(event->key),
                               "it has more than three keywords", "give at most three");
+        // All three are replaced: those that are not given are empty from now on.
         event->keywords = {};
         std::copy(keywords.begin(), keywords.end(), event->keywords.begin());
     }
     if (options.hours)
         event->hours = events::ParseHours(options.hours.value);
+    // Read as 64 bits, so that a number that is too large is refused and not cut.
     if (options.report_count) {
         const int64_t count = options.report_count.value;
         if (count < 1 || count > INT32_MAX)
@@ -101,6 +116,7 @@ void ApplyOptions(const EventOptions &options, EventRecord *event)
     }
 }
 
+// Only keywords that are typed now: an event with an old one can still be changed.
 void CheckExpressions(const Context &context, const EventOptions &options, const EventRecord &event)
 {
     if (!options.keywords || options.force || !settings::IsFaultTolerant(context.Host().registry()))
@@ -115,6 +131,7 @@ void CheckExpressions(const Context &context, const EventOptions &options, const
 
 void CheckRoom(EventRegistry &events, const EventKey &key)
 {
+    // What has no room would not be watched.
     const size_t count = events::CountTableEvents(events.ReadAll());
     if (count >= static_cast<size_t>(kMaxEntries))
         throw host::Error("cannot add event " + Quoted(key),
@@ -124,6 +141,8 @@ void CheckRoom(EventRegistry &events, const EventKey &key)
                           "remove events that are not needed");
 }
 
+// Every change goes this way. The mutex keeps the monitor from loading a table of which one half is
+// new.
 void Change(const Context &context, const std::function<void(EventRegistry &)> &change)
 {
     events::ChangeEvents(
@@ -145,6 +164,7 @@ int AddEvent(Context &context, const EventOptions &options)
     ApplyOptions(options, &event);
     CheckExpressions(context, options, event);
     Change(context, [&](EventRegistry &events) {
+        // In the transaction, or two commands at once could both find none.
         if (events.Find(event.key))
             throw host::Error("cannot add event " + Quoted(event.key), "it is registered already",
                               "change it with syslogmon event set");
@@ -163,6 +183,8 @@ StoredEvent FindOrFail(EventRegistry &events, const EventKey &key)
     return *stored;
 }
 
+// What is stored is read in the transaction, so two commands that change different values of one
+// event both count.
 int SetEvent(Context &context, const EventOptions &options)
 {
     context.Open();
@@ -196,10 +218,12 @@ Hits ReadHits(const Context &context)
 {
     Hits hits;
     for (const auto &counter : host::HitCounters::Load(context.Host().store()))
+        // The first of equal ones, as the monitor takes it at a start.
         hits.try_emplace({counter.source, counter.event_id}, counter.current_count);
     return hits;
 }
 
+// Nothing for an event that no pass has counted yet: it is newer than the last one.
 std::optional<int32_t> HitsOf(const Hits &hits, const EventKey &key)
 {
     const auto found = hits.find({key.source, key.id});
@@ -216,11 +240,13 @@ std::string KeywordText(const EventRecord &event)
     return text;
 }
 
+// "3/5"; a line instead of the hits, when they are not known.
 std::string HitText(const std::optional<int32_t> &hits, const EventRecord &event)
 {
     return (hits ? std::to_string(*hits) : "-") + "/" + std::to_string(event.report_count);
 }
 
+// "hits" is always there, and null when nothing is known; "problem" only where there is one.
 json ToJson(const StoredEvent &stored, const std::optional<int32_t> &hits)
 {
     const EventRecord &event = stored.event;
@@ -247,6 +273,7 @@ int ListEvents(Context &context)
         for (const StoredEvent &stored : source.events) {
             const auto count = HitsOf(hits, stored.event.key);
             list.push_back(ToJson(stored, count));
+            // The problem stands in place of what could not be read.
             const std::string keywords =
                 stored.problem.empty() ? KeywordText(stored.event) : "(" + stored.problem + ")";
             table.Add({source.name, events::FormatEventId(stored.event.key.id),

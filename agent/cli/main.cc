@@ -16,6 +16,7 @@ namespace cli {
 void Context::OpenAs(host::Role role)
 {
     host_ = std::make_unique<host::Host>(layout, role);
+    // On standard error, so that a script reads nothing else than the result.
     host_->store().OnLongWait(
         [] { fprintf(stderr, "syslogmon: waiting for the monitor to finish its pass...\n"); });
     status::DaemonLock::CheckStore(*host_);
@@ -42,6 +43,7 @@ const std::map<std::string, const char *> kGroups = {
 };
 
 // The parser of a word below another, made when it is not there yet.
+// Rows of one first word share its parser, whatever file they stand in.
 CLI::App *Below(CLI::App *parser, const std::string &word)
 {
     for (CLI::App *known : parser->get_subcommands(nullptr)) {
@@ -51,6 +53,8 @@ CLI::App *Below(CLI::App *parser, const std::string &word)
     CLI::App *added = parser->add_subcommand(word);
     const auto group = kGroups.find(word);
     if (group != kGroups.end())
+        // A group does nothing by itself: without a second word it is a mistake, and not a silent
+        // success.
         added->description(group->second)->require_subcommand(1);
     return added;
 }
@@ -90,6 +94,7 @@ const CLI::App &DeepestParser(const CLI::App &app)
 // "event add"; "syslogmon" for none.
 std::string WordsOf(const CLI::App &parser)
 {
+    // Without the name of the program, which stands before all of them.
     const CLI::App *parent = parser.get_parent();
     if (parent == nullptr)
         return parser.get_name();
@@ -104,6 +109,7 @@ std::vector<std::string> NamesBelow(const CLI::App &parser)
     return names;
 }
 
+// With those of the parsers above: --root and --json may stand anywhere.
 std::vector<std::string> OptionsOf(const CLI::App &parser)
 {
     std::vector<std::string> names;
@@ -120,6 +126,7 @@ std::vector<std::string> OptionsOf(const CLI::App &parser)
 std::string WhatIsUnknown(const CLI::App &parser, const std::string &word, const std::string &help)
 {
     const std::vector<std::string> commands = NamesBelow(parser);
+    // A single - is a file name for the commands that take one.
     if (word.size() > 1 && word[0] == '-')
         return host::Error("cannot use the option " + word,
                            WordsOf(parser) + " has none of that name",
@@ -146,6 +153,7 @@ std::string UsageError(const CLI::App &app, const CLI::ParseError &error)
     if (!unknown.empty() &&
         (is_incomplete || dynamic_cast<const CLI::ExtrasError *>(&error) != nullptr))
         return WhatIsUnknown(parser, unknown.front(), help);
+    // The parser would name all the commands, on a line of its own making.
     if (is_incomplete && !NamesBelow(parser).empty())
         return host::Error("cannot run " + words, "it needs a command behind it", help).what();
     return host::Error("cannot run " + words, error.what(), help).what();
@@ -153,11 +161,13 @@ std::string UsageError(const CLI::App &app, const CLI::ParseError &error)
 
 int Run(int argc, char **argv)
 {
+    // Made anew for this run, with everything in it: no command has state beside it.
     CLI::App app("Sets up and asks the syslog monitor.", "syslogmon");
     Context context;
     Action action;
     std::string root;
     app.add_option("--root", root, "Install root to work on")->type_name("DIR");
+    // One shape for every command, so one flag for all of them.
     app.add_flag("--json", context.json, "Print JSON");
     app.set_version_flag("--version", SYSLOGMON_VERSION);
     app.require_subcommand(1);
@@ -173,6 +183,8 @@ int Run(int argc, char **argv)
         return kExitUsage;
     }
     context.layout = root.empty() ? host::Layout::Find() : host::Layout::Below(root);
+    // Behind the parser, since the command has a say in it. A wrong root would be a new, empty
+    // host.
     if (!root.empty() && !context.needs_no_root)
         context.layout.CheckRoot();
     return action();
@@ -186,9 +198,12 @@ int main(int argc, char **argv)
 {
     int status = cli::kExitFailed;
     try {
+        // What was printed counts as done only when it is written: a full disk makes a failure of
+        // it.
         status = cli::Run(argc, argv);
         cli::FlushOutput();
     } catch (const cli::NotRunning &error) {
+        // Before its base.
         cli::PrintError(error.what());
         status = cli::kExitNotRunning;
     } catch (const std::exception &error) {

@@ -1,4 +1,7 @@
-// reg export, reg import
+// reg export, reg import: the registry as a file that other programs know, too.
+//
+// An import is one transaction, under the mutex of the table, since it may touch events; behind it,
+// whoever is concerned is woken, as by the commands for one setting or event.
 #include <cstdio>
 
 #include <CLI/CLI.hpp>
@@ -29,9 +32,11 @@ struct ExportOptions {
     bool utf16 = false;
 };
 
+// Throws host::Error when there is no such key.
 std::vector<RegKeyContent> ReadKeys(host::Host &host, const std::string &shown_key)
 {
     const std::string path = regfile::TypedPath(shown_key);
+    // One moment's keys, while the daemon goes on writing.
     const host::Snapshot snapshot(host.store());
     const auto key = host.registry().Find(host::kRootKey, path);
     if (!key)
@@ -40,6 +45,7 @@ std::vector<RegKeyContent> ReadKeys(host::Host &host, const std::string &shown_k
     return regfile::ReadRegKeys(host.registry(), *key, path);
 }
 
+// The data of every type: what it means to somebody is not known here.
 std::string Hex(const std::string &bytes)
 {
     std::string text;
@@ -82,6 +88,7 @@ int Export(Context &context, const ExportOptions &options)
 // ---- import ----
 
 // The stored settings of the monitor, to see which of them an import changes.
+// In the order of AllSettings. Nothing where no value is stored.
 std::vector<std::optional<host::RegValue>> StoredSettings(host::RegistryTree &registry)
 {
     std::vector<std::optional<host::RegValue>> stored;
@@ -99,12 +106,14 @@ bool IsSame(const std::optional<host::RegValue> &a, const std::optional<host::Re
     return a->type == b->type && a->data == b->data;
 }
 
+// What an import has come to, and who hears of it.
 struct Imported {
     regfile::RegImport result;
     std::vector<std::string> settings; // that were changed, by name
     bool is_told = false;              // there is a daemon that hears of it
 };
 
+// Throws host::Error when a step cannot be stored; nothing is changed then, and nobody woken.
 Imported ImportSteps(host::Host &host, const std::vector<regfile::RegStep> &steps)
 {
     Imported imported;
@@ -112,6 +121,8 @@ Imported ImportSteps(host::Host &host, const std::vector<regfile::RegStep> &step
     events::ChangeUnderTableMutex(
         host,
         [&] {
+            // Compared as a whole: a step may change a setting, delete a key above it, or do both
+            // and undo it.
             const auto before = StoredSettings(host.registry());
             imported.result = regfile::ImportRegSteps(steps, host.registry());
             const auto after = StoredSettings(host.registry());
@@ -124,6 +135,7 @@ Imported ImportSteps(host::Host &host, const std::vector<regfile::RegStep> &step
             return imported.result.touched_table;
         },
         [] { fprintf(stderr, "syslogmon: waiting until the table of events is free...\n"); });
+    // Behind the commit, or the daemon would read the values of before.
     for (const std::string &event : events)
         host::WakeEvent::Create(host.layout().run, event, false, false)->Set();
     return imported;
@@ -158,11 +170,14 @@ void PrintAsJson(const std::string &file, const Imported &imported)
 
 int Import(Context &context, const std::string &file)
 {
+    // The file is read and checked before the store is opened: a file with a mistake makes no
+    // store.
     const regfile::ParsedRegText parsed =
         regfile::ParseRegText(text::ReadWholeFile(file, regfile::kMaxRegFile));
     RefuseIfFaulty(context, "import", file, parsed.issues);
     context.Open();
     Imported imported = ImportSteps(context.Host(), parsed.steps);
+    // For the words alone. A daemon that starts now reads everything.
     imported.is_told = status::DaemonLock::Holder(context.layout.run).has_value();
     if (context.json)
         PrintAsJson(file, imported);

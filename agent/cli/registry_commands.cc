@@ -1,4 +1,6 @@
-// reg get, set, delete, list
+// reg get, set, delete, list: the registry as it is, for what no other command knows. Nothing is
+// checked but the form, and nobody is told: a setting that is written here is taken when its reader
+// looks the next time.
 #include <charconv>
 #include <cstring>
 #include <optional>
@@ -22,6 +24,7 @@ using host::KeyId;
 using host::RegValue;
 using nlohmann::json;
 
+// What the words of all of these commands are read into; each sets those that it has.
 struct RegOptions {
     std::string key;
     std::string name;
@@ -32,6 +35,7 @@ struct RegOptions {
     bool yes = false;
 };
 
+// `path` as it was typed, with or without the root.
 KeyId FindOrFail(const Context &context, const std::string &path)
 {
     const auto key = context.Host().registry().Find(host::kRootKey, regfile::TypedPath(path));
@@ -41,6 +45,7 @@ KeyId FindOrFail(const Context &context, const std::string &path)
     return *key;
 }
 
+// The names that `reg set` takes. Others can be written by an import only.
 const char *TypeName(uint32_t type)
 {
     switch (type) {
@@ -67,6 +72,7 @@ std::string Hex(const std::string &bytes)
     return text;
 }
 
+// A number of the wrong size is shown as its bytes, like any other type.
 std::string DataText(const RegValue &value)
 {
     if (value.type == REG_SZ)
@@ -79,6 +85,8 @@ std::string DataText(const RegValue &value)
     return Hex(value.data);
 }
 
+// A number is a number, a text a text, and bytes a text of hexadecimal digits; "type" tells the
+// last two apart.
 json ToJson(const RegValue &value)
 {
     json object = {{"name", value.name}, {"type", TypeName(value.type)}};
@@ -110,16 +118,19 @@ int GetValue(Context &context, const RegOptions &options)
     return kExitDone;
 }
 
+// Both forms of the same keys; one of them is printed.
 struct Listing {
     json keys = json::array();
     Table table{{"KEY", "VALUE", "TYPE", "DATA"}};
 };
 
+// The root has no name of its own in a path.
 std::string ShownPath(const std::string &path)
 {
     return path.empty() ? regfile::kRegRootName : path;
 }
 
+// One key with its values and the names below it; nothing of what those hold.
 void AddKey(host::RegistryTree &registry, KeyId key, const std::string &path, Listing *listing)
 {
     json object = {{"key", path}, {"values", json::array()}, {"subkeys", json::array()}};
@@ -131,6 +142,7 @@ void AddKey(host::RegistryTree &registry, KeyId key, const std::string &path, Li
     const auto names = registry.SubKeys(key);
     for (const std::string &name : names)
         object["subkeys"].push_back(name);
+    // Else an empty key would not be seen.
     if (values.empty() && names.empty())
         listing->table.Add({ShownPath(path), "", "", ""});
     listing->keys.push_back(object);
@@ -162,6 +174,7 @@ int ListKeys(Context &context, const RegOptions &options)
 
 // ---- writing ----
 
+// `accepted` is the next step: the form that the type has.
 [[noreturn]] void RefuseData(const RegOptions &options, const char *accepted)
 {
     throw host::Error("cannot store \"" + options.data + "\" as " + options.type,
@@ -170,6 +183,7 @@ int ListKeys(Context &context, const RegOptions &options)
 
 std::string NumberData(const RegOptions &options)
 {
+    // Told apart here: from_chars does not take the prefix.
     const bool hex = options.data.rfind("0x", 0) == 0;
     const char *begin = options.data.data() + (hex ? 2 : 0);
     const char *end = options.data.data() + options.data.size();
@@ -180,6 +194,7 @@ std::string NumberData(const RegOptions &options)
     return {reinterpret_cast<const char *>(&number), sizeof number};
 }
 
+// Nothing for what is no hexadecimal digit, in either case.
 std::optional<unsigned> Digit(char c)
 {
     const std::string digits = "0123456789abcdef";
@@ -188,6 +203,8 @@ std::optional<unsigned> Digit(char c)
                                       : std::nullopt;
 }
 
+// Blanks and commas may stand anywhere: as `reg get` shows bytes, and as a registry file writes
+// them.
 std::string BinaryData(const RegOptions &options)
 {
     std::string digits;
@@ -212,13 +229,16 @@ RegValue ValueOf(const RegOptions &options)
         return {options.name, REG_DWORD, NumberData(options)};
     if (options.type == "binary")
         return {options.name, REG_BINARY, BinaryData(options)};
+    // The zero byte is stored with a text: that is how the monitor reads one.
     return {options.name, REG_SZ, options.data + '\0'};
 }
 
 int SetValue(Context &context, const RegOptions &options)
 {
+    // Before the store is opened: a mistake in the words makes none.
     const RegValue value = ValueOf(options);
     const std::string path = regfile::TypedPath(options.key);
+    // It could be stored, and then neither be listed nor exported.
     if (regfile::KeyLevels(path) > regfile::kMaxKeyLevels)
         throw host::Error("cannot create the registry key " + path.substr(0, 40) + "...",
                           "it lies in more than " + std::to_string(regfile::kMaxKeyLevels) +
@@ -233,6 +253,7 @@ int SetValue(Context &context, const RegOptions &options)
 }
 
 // Would the events, settings or sinks go, or a whole tree of the root with whatever is in it?
+// A value alone needs none: it is one thing, and named.
 bool NeedsYes(const std::string &path)
 {
     return regfile::KeyLevels(path) == 1 || regfile::IsWithin(kMonitorKey, path) ||
@@ -242,6 +263,8 @@ bool NeedsYes(const std::string &path)
 int Delete(Context &context, const RegOptions &options)
 {
     context.Open();
+    // The key is looked for and deleted in one transaction: nobody can make another one of that
+    // name in between.
     host::Transaction transaction(context.Host().store());
     const KeyId key = FindOrFail(context, options.key);
     if (key == host::kRootKey && !options.has_name)
@@ -306,6 +329,7 @@ void SetUpDelete(CLI::App &app, Context &context, Action &action)
     app.add_flag("--yes", options->yes,
                  "Delete even a key of the root, or one with the monitor's events or settings");
     app.callback([&, options, name] {
+        // An empty name is one, too: that of the value without a name.
         options->has_name = name->count() > 0;
         action = [&, options] { return Delete(context, *options); };
     });

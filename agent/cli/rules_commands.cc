@@ -1,4 +1,8 @@
-// apply, export
+// apply, export: the registered events as a file.
+//
+// `apply` reads and checks the file, compares it with the registry, checks what that comes to on
+// this host, and only then writes; any mistake ends it before anything is changed. `export` writes
+// a file that `apply` takes back without a change.
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -28,8 +32,11 @@ using nlohmann::json;
 using rules::EventChange;
 using rules::RulesDifference;
 
-constexpr size_t kNamedEvents = 10; // that stay; of more, only the number is told
+// Names of events that stay; of more, only the number is told: a host may have hundreds, and the
+// line is one.
+constexpr size_t kNamedEvents = 10;
 
+// What was typed behind apply.
 struct ApplyOptions {
     std::string file;
     bool dry_run = false;
@@ -39,6 +46,7 @@ struct ApplyOptions {
 
 // ---- what the log's character set makes of keywords ----
 
+// Empty when the text cannot be converted at all.
 std::string Convert(const std::string &text, int from, int to)
 {
     // No character set makes more than eight bytes of one.
@@ -50,6 +58,7 @@ std::string Convert(const std::string &text, int from, int to)
     return converted;
 }
 
+// By the conversion that the module's table goes through, so the answers are the daemon's.
 void CheckAgainstLog(const Context &context, const std::vector<rules::Rule> &rules,
                      RulesDifference *difference)
 {
@@ -65,6 +74,7 @@ void CheckAgainstLog(const Context &context, const std::vector<rules::Rule> &rul
 
 // ---- showing the difference ----
 
+// NO_COLOR is how people say once, to all programs, that they want none.
 bool UseColours()
 {
     return IsTerminal() && getenv("NO_COLOR") == nullptr;
@@ -73,6 +83,7 @@ bool UseColours()
 // A line of a patch; its first character says which colour it has.
 void PrintLine(const std::string &line, bool colours)
 {
+    // The mark is ours, and the escape stands outside of what is made printable.
     const char *colour = line[0] == '+' ? "\033[32m" : line[0] == '-' ? "\033[31m" : "";
     const bool coloured = colours && *colour != '\0';
     printf("%s%s%s\n", coloured ? colour : "", text::Printable(line).c_str(),
@@ -124,6 +135,7 @@ json ToJson(const EventChange &change)
     const bool removed = change.kind == EventChange::Kind::kRemove;
     json object = KeyToJson(removed ? change.before.key : change.after.key);
     object["change"] = added ? "added" : removed ? "removed" : "changed";
+    // Both are always there, null for what there is not.
     object["before"] = added ? json(nullptr) : ValuesToJson(change.before);
     object["after"] = removed ? json(nullptr) : ValuesToJson(change.after);
     if (!change.problem.empty())
@@ -149,6 +161,8 @@ void PrintAsJson(const ApplyOptions &options, const RulesDifference &difference)
 
 // ---- the commands ----
 
+// Throws Refused, with all the mistakes shown, when there are some. Warnings stay in the
+// difference.
 RulesDifference Compare(const Context &context, const ApplyOptions &options,
                         const std::vector<rules::Rule> &rules)
 {
@@ -157,6 +171,7 @@ RulesDifference Compare(const Context &context, const ApplyOptions &options,
     CheckAgainstLog(context, rules, &difference);
     if (settings::IsFaultTolerant(context.Host().registry()))
         rules::CheckExpressions(rules, options.force, &difference);
+    // The checks look at the file one after the other; people read its mistakes from top to bottom.
     std::stable_sort(difference.issues.begin(), difference.issues.end(),
                      [](const text::Issue &a, const text::Issue &b) { return a.at < b.at; });
     RefuseIfFaulty(context, "apply", options.file, difference.issues);
@@ -171,8 +186,10 @@ RulesDifference CompareAndWrite(const Context &context, const ApplyOptions &opti
         context.Host(),
         [&] {
             events::EventRegistry events(context.Host().registry());
+            // Compared in the transaction that writes: what is shown is what is done.
             difference = Compare(context, options, rules);
             rules::WriteDifference(difference, &events);
+            // Nothing has changed: the monitor is not woken for it.
             return !difference.changes.empty();
         },
         [] { fprintf(stderr, "syslogmon: waiting until the table of events is free...\n"); });
@@ -182,6 +199,7 @@ RulesDifference CompareAndWrite(const Context &context, const ApplyOptions &opti
 RulesDifference CompareOnly(const Context &context, const ApplyOptions &options,
                             const std::vector<rules::Rule> &rules)
 {
+    // No mutex: it writes nothing, and does not keep the monitor from loading its table.
     const host::Snapshot snapshot(context.Host().store());
     return Compare(context, options, rules);
 }
@@ -190,7 +208,9 @@ int Apply(Context &context, const ApplyOptions &options)
 {
     const rules::ParsedRules parsed =
         rules::ParseRules(text::ReadWholeFile(options.file, rules::kMaxRulesFile));
+    // Before the store is opened.
     RefuseIfFaulty(context, "apply", options.file, parsed.issues);
+    // A dry run makes no store: on a new host it says that there is none.
     if (options.dry_run)
         context.OpenToRead();
     else
@@ -198,6 +218,7 @@ int Apply(Context &context, const ApplyOptions &options)
     const RulesDifference difference = options.dry_run
                                            ? CompareOnly(context, options, parsed.rules)
                                            : CompareAndWrite(context, options, parsed.rules);
+    // On standard error, so that the difference can be piped into a file.
     for (const std::string &warning : difference.warnings)
         fprintf(stderr, "syslogmon: warning: %s\n", text::Printable(warning).c_str());
     if (context.json)
@@ -220,11 +241,13 @@ int Export(Context &context)
     rules::RulesFileNotes notes;
     std::vector<EventRecord> events;
     {
+        // For the reading alone: the store is free while the text is printed.
         const host::Snapshot snapshot(context.Host().store());
         events = rules::EventsForFile(events::EventRegistry(context.Host().registry()).ReadAll(),
                                       &notes.left_out);
     }
     for (const std::string &left_out : notes.left_out)
+        // Also in the file itself, as comments; here it is seen when the file is piped somewhere.
         fprintf(stderr, "syslogmon: left out: %s\n", text::Printable(left_out).c_str());
     if (context.json) {
         json list = json::array();

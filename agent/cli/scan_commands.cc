@@ -1,4 +1,8 @@
-// scan
+// scan: makes the monitor look now, and may wait until it has.
+//
+// With --wait it promises more than a pass: that all lines that were whole at the call have been
+// checked. So it marks the files, waits for a full pass that began later, and then asks what is
+// left of the marks.
 #include <chrono>
 #include <cstdio>
 #include <thread>
@@ -21,11 +25,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Between two looks at the daemon's status: short, because logrotate may be waiting.
+// Between two looks at the daemon's status: short, because logrotate may be waiting, and the log it
+// rotates is not written meanwhile. A look reads one small file.
 constexpr std::chrono::milliseconds kLook{10};
 
 constexpr double kDefaultTimeout = 300; // seconds; a pass over gigabytes takes that long
 
+// In seconds, fractions too.
 struct ScanOptions {
     bool wait = false;
     double timeout = kDefaultTimeout;
@@ -45,11 +51,16 @@ void WaitForPass(const Context &context, int64_t asked_ns, double timeout)
     const auto end = Clock::now() + std::chrono::duration<double>(timeout);
     for (;;) {
         const auto status = status::ReadStatus(context.layout.run);
+        // A pass that was under way when it was asked does not count: it may have gone past the
+        // lines already. By the clock of the boot, which daemon and command share and nobody sets.
         if (status && status->last_full_pass.began_boot_ns >= asked_ns)
             return;
+        // In each round: a daemon that ends meanwhile must not be waited for to the end of the
+        // time.
         const auto daemon = status::DaemonLock::Holder(context.layout);
         if (!daemon)
             throw NotRunning();
+        // Behind the look at the status, so that a pass which has just ended counts.
         if (Clock::now() >= end) {
             const std::string why = status::WhyItStands(*daemon, status);
             throw host::Error("cannot wait for the scan any longer",
@@ -61,6 +72,7 @@ void WaitForPass(const Context &context, int64_t asked_ns, double timeout)
     }
 }
 
+// No store is needed. The daemon has the event open; without one, the caller has said so already.
 void Ask(const Context &context)
 {
     host::WakeEvent::Create(context.layout.run, kScanEvent, false, false)->Set();
@@ -71,6 +83,8 @@ void ScanToTheEnd(Context &context, double timeout)
 {
     context.OpenToRead();
     monitor::Module module(context.layout);
+    // The order: the marks, the time, the request. What is marked was written before the pass that
+    // is waited for.
     const logs::FileMarks marks = logs::MarkWatchedFiles(module, context.Host().registry());
     const int64_t asked_ns = status::BootTimeNs();
     Ask(context);
@@ -107,6 +121,7 @@ void SetUpScan(CLI::App &app, Context &context, Action &action)
         ->type_name("SECONDS")
         ->check([](const std::string &word) {
             double seconds = 0;
+            // Also no "nan", which is above nothing.
             const bool is_good = CLI::detail::lexical_cast(word, seconds) && seconds > 0;
             return is_good ? std::string() : word + " is no number of seconds above 0";
         });

@@ -1,4 +1,5 @@
-// get, set
+// get, set: the settings by their names. What they are, and what is accepted, is in the rows of
+// agent/settings.
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
@@ -12,11 +13,13 @@ namespace {
 
 using nlohmann::json;
 
+// Without a name, all settings.
 struct SettingOptions {
     std::string name;
     std::string value;
 };
 
+// In the form in which they are typed: what is shown can be set again.
 int GetSettings(Context &context, const SettingOptions &options)
 {
     context.OpenToRead();
@@ -44,14 +47,17 @@ int GetSettings(Context &context, const SettingOptions &options)
     return kExitDone;
 }
 
+// Nothing is printed: a script reads the exit status.
 int SetSetting(Context &context, const SettingOptions &options)
 {
+    // Before the store is opened, which a wrong name shall not make.
     const settings::Setting &setting = settings::FindSetting(options.name);
     context.Open();
     settings::ChangeSetting(context.Host(), setting, options.value);
     return kExitDone;
 }
 
+// From the rows, so help names what there is.
 std::string SettingNames()
 {
     std::string names;

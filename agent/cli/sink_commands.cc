@@ -1,4 +1,8 @@
 // sink add, set, remove, list, show, test, limit
+//
+// The commands write the settings of sinks into the registry and ring the daemon, which starts its
+// workers anew. What they show comes from the rows that the daemon writes at most once a second, so
+// it may be a moment old. `sink test` alone sends something itself, and past the daemon.
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -39,6 +43,7 @@ std::vector<std::string> SinkWarnings(host::Host &host, const sinks::SinkConfig 
     if (std::string(config.kind->name) != "file")
         return warnings;
     for (const auto &watched : logs::WatchedPaths(host.registry())) {
+        // A file that is not there yet is compared by its name alone.
         std::error_code ignored;
         const std::filesystem::path path = config.Get("path");
         if (path == watched || std::filesystem::equivalent(path, watched, ignored))
@@ -56,6 +61,7 @@ using sinks::Delivery;
 using sinks::SinkConfig;
 using sinks::StoredSink;
 
+// What the words of all of these commands are read into; each sets those that it has.
 struct SinkOptions {
     std::string kind;
     std::string name;
@@ -66,18 +72,23 @@ struct SinkOptions {
     bool shows_megabytes = false;
 };
 
+// Puts them over those that the sink has. Throws host::Error for a word without =, and for a name
+// that the kind does not know; whether the values fit is checked when the sink is stored.
 void TakeOptions(const std::vector<std::string> &words, SinkConfig &config)
 {
     for (const std::string &word : words) {
         const size_t equals = word.find('=');
+        // The value may be empty, and may hold further equals signs.
         if (equals == std::string::npos || equals == 0)
             throw host::Error("cannot use the option \"" + word + "\"", "it has no value",
                               "write NAME=VALUE");
+        // For its error: an option that the kind does not have.
         sinks::FindOption(*config.kind, word.substr(0, equals));
         config.options[word.substr(0, equals)] = word.substr(equals + 1);
     }
 }
 
+// On standard error, and no failure: the administrator may have a reason.
 void Warn(const Context &context, const SinkConfig &config)
 {
     for (const std::string &warning : SinkWarnings(context.Host(), config))
@@ -91,6 +102,7 @@ int AddSink(Context &context, const SinkOptions &options)
     config.name = options.name;
     TakeOptions(options.options, config);
     context.Open();
+    // It checks the values, and takes no name that is there.
     Sinks(context).Add(config);
     TellDaemonOfSinks(context);
     Warn(context, config);
@@ -109,9 +121,11 @@ SinkConfig SoundSink(const Context &context, const std::string &name)
     return sink.config;
 }
 
+// In the transaction of the change: what is not named stays as it is then.
 void ChangeOptions(const SinkOptions &options, StoredSink &sink)
 {
     SinkConfig &config = sink.config;
+    // A kind of a later version, for example: its options cannot be checked.
     if (config.kind == nullptr)
         throw host::Error("cannot use the sink " + config.name, sink.problem,
                           "remove it and add it again");
@@ -158,6 +172,7 @@ std::string UndeliveredText(int64_t count, const std::string &sink)
            " not taken, although others are; see syslogmon sink undelivered " + sink;
 }
 
+// A sink as it is shown: its settings, and how far each of its receivers has come.
 struct View {
     StoredSink sink;
     sinks::Deliveries rows;
@@ -169,6 +184,7 @@ struct View {
 
     [[nodiscard]] Delivery Whole() const
     {
+        // The row of the sink as a whole.
         const auto whole = rows.find("");
         if (whole != rows.end())
             return whole->second;
@@ -178,6 +194,7 @@ struct View {
     }
     [[nodiscard]] int64_t Waiting(const Delivery &row) const
     {
+        // What has left the store does not wait any longer, so the oldest alert limits it.
         return std::max<int64_t>(0, newest - std::max(row.last_id, oldest - 1));
     }
     [[nodiscard]] int64_t Undelivered(const std::string &peer) const
@@ -203,6 +220,7 @@ struct View {
         if (!undelivered.empty())
             warnings.push_back(UndeliveredText(Undelivered(), sink.config.name));
         const int64_t waiting = Waiting(Whole());
+        // 80 %, as the daemon warns.
         if (waiting * 10 >= int64_t{limit} * 8)
             warnings.push_back(std::to_string(waiting) + " alerts wait, of at most " +
                                std::to_string(limit) +
@@ -226,16 +244,19 @@ View ViewOf(const Context &context, StoredSink sink)
     return view;
 }
 
+// "?" for a kind that this version does not know.
 std::string KindName(const StoredSink &sink)
 {
     return sink.config.kind != nullptr ? sink.config.kind->name : "?";
 }
 
+// Null for a time that there is none of: 0 would be the year 1970.
 json TimeOrNull(int64_t time_ms)
 {
     return time_ms == 0 ? json(nullptr) : json(time_ms);
 }
 
+// The fields of the sink as a whole and of each peer are the same.
 json ToJson(const View &view, const Delivery &row, int64_t undelivered, const std::string &error)
 {
     return {{"delivered", row.delivered},
@@ -262,6 +283,7 @@ json ToJson(const View &view)
     return object;
 }
 
+// With its time, when it has one: a problem of the settings has none.
 std::string ErrorText(const Delivery &row, const std::string &error)
 {
     if (error.empty())
@@ -294,6 +316,7 @@ int ListSinks(Context &context, const SinkOptions &)
     return kExitDone;
 }
 
+// The same rows for the sink as a whole and for each of its peers.
 void AddRows(Table &table, const View &view, const Delivery &row, int64_t undelivered,
              const std::string &error)
 {
@@ -334,6 +357,7 @@ int ShowSink(Context &context, const SinkOptions &options)
 
 // ---- sink test ----
 
+// Cut and terminated, should it be longer than a name can be.
 std::string HostName()
 {
     char name[256] = {};
@@ -341,6 +365,9 @@ std::string HostName()
     return name;
 }
 
+// Marked in three ways: by the field, the source and the text, for receivers that look at any one
+// of them. Its key is like no alert's, so a receiver that leaves out what it has already got does
+// not leave out a real one.
 sinks::Message TestMessage(host::Store &store, const SinkConfig &config)
 {
     sinks::Message message;
@@ -353,10 +380,13 @@ sinks::Message TestMessage(host::Store &store, const SinkConfig &config)
     message.alert.message = "This is a test of the sink " + config.name + ". Nothing has happened.";
     message.key = store.series() + "/test-" + std::to_string(message.alert.time_ms);
     if (config.kind->active != nullptr)
+        // For receivers that keep an alert until it is over: this one is over as soon as others.
         message.ends_ms = message.alert.time_ms + config.kind->active(config).count();
     return message;
 }
 
+// In this process, with the rights of whoever runs the command: what it may read, the daemon may
+// not, and the other way round.
 sinks::Outcome TestPeer(host::Store &store, const SinkConfig &config, const std::string &peer)
 {
     sinks::Secrets secrets;
@@ -368,6 +398,7 @@ sinks::Outcome TestPeer(host::Store &store, const SinkConfig &config, const std:
     } catch (const std::exception &error) {
         outcome = sinks::Failed(error.what());
     }
+    // A receiver may send back what it was sent.
     outcome.answer = secrets.Hide(outcome.answer);
     return outcome;
 }
@@ -380,6 +411,7 @@ int TestSink(Context &context, const SinkOptions &options)
     Warn(context, config);
     json answers = json::array();
     bool all_taken = true;
+    // All of them, also behind one that fails.
     for (const std::string &peer : config.Peers()) {
         const sinks::Outcome outcome = TestPeer(context.Host().store(), config, peer);
         const bool taken = outcome.result == sinks::Outcome::Result::kTaken;
@@ -399,6 +431,7 @@ int TestSink(Context &context, const SinkOptions &options)
 
 int Limit(Context &context, const SinkOptions &options)
 {
+    // A word makes it a change; the limits are shown otherwise, and no store is made for that.
     const bool is_set = !options.limit.empty() || !options.megabytes.empty();
     if (is_set)
         context.Open();
@@ -423,6 +456,7 @@ int Limit(Context &context, const SinkOptions &options)
 
 // ---- the rows ----
 
+// From the table of kinds, so help names what there is, with the values that hold otherwise.
 std::string KindsHelp()
 {
     std::string text = "Kinds and their options:\n";
@@ -461,6 +495,7 @@ void AddName(CLI::App &app, SinkOptions &options)
 void AddWords(CLI::App &app, SinkOptions &options)
 {
     app.add_option("options", options.options, "NAME=VALUE, see below")->type_name("OPTION ...");
+    // A function: it is written when help is asked for, not at each start.
     app.footer(KindsHelp);
 }
 
@@ -512,6 +547,7 @@ void SetUpLimit(CLI::App &app, Context &context, Action &action)
                },
                "The same for how many megabytes of alerts are kept")
             ->type_name("N")
+            // With a number it is set, without one it is shown.
             ->expected(0, 1);
     });
 }

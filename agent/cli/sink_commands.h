@@ -14,9 +14,12 @@ namespace cli {
 sinks::SinkRegistry Sinks(const Context &context);
 
 // Makes a running daemon read the sinks again, and what is wanted of them.
+// Behind the commit. Without a daemon it does nothing: one that starts reads them anyway.
 void TellDaemonOfSinks(const Context &context);
 
 // What is unsafe about a sink: see SecretWarnings; and whether the monitor reads what it writes.
+// Sentences; such a sink is used all the same. Looks at the files that are named, so the answer is
+// of this moment.
 std::vector<std::string> SinkWarnings(host::Host &host, const sinks::SinkConfig &config);
 
 // ---- sink undelivered, retry, drop: undelivered_commands.cc ----

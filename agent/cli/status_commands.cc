@@ -1,4 +1,5 @@
-// status
+// status: what the daemon tells of itself, and where the monitor stands in each file, which the
+// command finds out by itself. Works with and without a daemon; the exit status says which.
 #include <cinttypes>
 #include <cstdio>
 
@@ -46,7 +47,8 @@ std::vector<StoredEvent> DamagedEvents(const Context &context)
     return damaged;
 }
 
-// The command that repairs an event.
+// The command that repairs an event. It is removed first, because adding refuses one that is
+// registered.
 std::string MendingCommand(const StoredEvent &stored)
 {
     const auto &key = stored.event.key;
@@ -64,6 +66,7 @@ struct Daemon {
 Daemon LookAtDaemon(const Context &context)
 {
     Daemon daemon;
+    // The lock says whether it runs; a status alone may be what a dead one has left.
     const auto holder = status::DaemonLock::Holder(context.layout);
     if (!holder)
         return daemon;
@@ -78,11 +81,13 @@ std::string StateText(const Daemon &daemon)
     const auto &status = daemon.status;
     if (!daemon.running)
         return "not running";
+    // Before what stands: it is the cause of it.
     if (status && status->waiting_since_ms != 0)
         return "waits for the store's lock, which another process holds, since " +
                text::LocalTime(status->waiting_since_ms);
     if (!daemon.stands.empty())
         return "not working: " + daemon.stands;
+    // It has the lock, and has not written its status yet.
     if (!status)
         return "starting";
     std::string text = status::MonitorStateName(status->state);
@@ -91,15 +96,18 @@ std::string StateText(const Daemon &daemon)
     return text;
 }
 
+// As WatchedFile has it.
 std::string PositionText(const WatchedFile &file)
 {
     if (!file.position)
         return "-";
+    // No line was checked; the place is known all the same.
     if (*file.position < 0)
         return "at its beginning";
     return std::to_string(*file.position);
 }
 
+// A dash for what is not known.
 void PrintFiles(const std::vector<WatchedFile> &files)
 {
     Table table({"FILE", "ROLE", "RESUMES IN", "AT BYTE", "BEHIND", "PROBLEM"});
@@ -110,6 +118,7 @@ void PrintFiles(const std::vector<WatchedFile> &files)
     table.Print();
 }
 
+// What the daemon tells is shown while it runs; the cycle is a setting, and known without it.
 void PrintDaemon(const Context &context, const Daemon &daemon)
 {
     const auto &status = daemon.status;
@@ -139,6 +148,7 @@ void PrintDaemon(const Context &context, const Daemon &daemon)
 
 json ToJson(const WatchedFile &file)
 {
+    // Every field is there, null where nothing is known: a program need not ask for its presence.
     json object = {{"path", file.path.string()}, {"role", file.role}, {"resume_file", nullptr},
                    {"position", nullptr},        {"behind", nullptr}, {"problem", nullptr}};
     if (!file.resume_file.empty())
@@ -170,6 +180,7 @@ void PrintAsJson(const Daemon &daemon, const std::vector<WatchedFile> &files,
                  const std::vector<StoredEvent> &damaged)
 {
     const auto &status = daemon.status;
+    // Without a daemon, its fields are not there.
     json object = {{"running", daemon.running},
                    {"stands", TextOrNull(daemon.stands)},
                    {"files", json::array()},
@@ -200,6 +211,8 @@ int ShowStatus(Context &context)
 {
     context.OpenToRead();
     const Daemon daemon = LookAtDaemon(context);
+    // Loaded in this process: the daemon is not asked, so it is told how far it is even when it
+    // stands.
     monitor::Module module(context.layout);
     const auto files = logs::ReadWatchedFiles(module, context.Host().registry());
     const auto damaged = DamagedEvents(context);
@@ -215,6 +228,7 @@ int ShowStatus(Context &context)
                    text::Printable(stored.id_text).c_str(), stored.problem.c_str(),
                    MendingCommand(stored).c_str());
     }
+    // A daemon that does not do its work is as good as none to whoever checks it.
     return daemon.running && daemon.stands.empty() ? kExitDone : kExitNotRunning;
 }
 

@@ -13,12 +13,16 @@ namespace cli {
 
 namespace {
 
+// How a syslog daemon writes that the line before came so many times more. The module's pass looks
+// for the same.
 constexpr char kRepeat[] = "last message repeated";
 constexpr char kRepeatFormat[] = "last message repeated %d times";
 
-// The module calls without a context.
+// The module calls without a context. Null: none is under way.
 Tally *under_way = nullptr;
 
+// What the module calls when no tally is under way: nothing was sent, and nothing is said to have
+// failed.
 int IgnoreReport(ReportRequest * /*request*/)
 {
     return 1;
@@ -30,6 +34,7 @@ bool IsRepeat(const char *line, int *times)
     return repeat != nullptr && sscanf(repeat, kRepeatFormat, times) == 1;
 }
 
+// The sum of what several lines say may be larger than an int.
 int AddSaturated(int a, int b)
 {
     return static_cast<int>(std::clamp<int64_t>(int64_t{a} + b, INT_MIN, INT_MAX));
@@ -44,6 +49,8 @@ Tally::Tally(monitor::Module &module, HourOf hour)
 {
     for (size_t i = 0; i < table_.size(); ++i) {
         hours_.push_back(table_[i]->WatchTime);
+        // By address: a report points to the source in its entry, and two entries may have sources
+        // of one name.
         index_[table_[i]->Source] = i;
         if (table_[i]->ReportCount > 1)
             counting_.push_back(i);
@@ -56,6 +63,8 @@ Tally::Tally(monitor::Module &module, HourOf hour)
 
 Tally::~Tally()
 {
+    // In the order of the constructor, backwards; the module ends with the table that it has
+    // loaded.
     WatchHour(-1);
     *module_.report_ft = 0;
     *module_.pVKMonitorCall = IgnoreReport;
@@ -102,6 +111,8 @@ void Tally::WatchHour(int hour)
     if (hour == watched_hour_)
         return;
     watched_hour_ = hour;
+    // The module asks for the hour of now. All hours, or none, is the answer that does not depend
+    // on it.
     for (size_t i = 0; i < table_.size(); ++i) {
         if (hour < 0)
             table_[i]->WatchTime = hours_[i];
@@ -115,6 +126,7 @@ void Tally::WatchHour(int hour)
 void Tally::Check(Sighting &line, int times)
 {
     matched_.clear();
+    // The module would pass it over as well, and trace it; asked here, it is known why.
     if (const auto problem = StampProblem(line.text)) {
         UnseenTally &unseen = unseen_[static_cast<size_t>(*problem)];
         if (unseen.lines++ == 0)
@@ -124,8 +136,10 @@ void Tally::Check(Sighting &line, int times)
     if (hour_of_ == HourOf::kLine)
         WatchHour(HourFor(line.text));
     if (line.text.find(kSyslogIdentifier) != std::string::npos)
+        // It is checked all the same: the module leaves it out by itself.
         ++own_lines_;
     for (const size_t i : counting_)
+        // Only of those that count, since this is done for each line.
         count_before_[i] = table_[i]->CurrentCount;
     reported_.clear();
     module_.CheckLine(line.text.data(), times);
@@ -141,6 +155,7 @@ void Tally::NoteMatches(const Sighting &line, int times)
         const bool withheld = strcmp(table_[i]->Source, kWithheldSource) == 0;
         ++(withheld ? events_[i].withheld : events_[i].reports);
     }
+    // One that has reported is there already.
     for (const size_t i : counting_) {
         if (table_[i]->CurrentCount != count_before_[i] &&
             std::find(reported_.begin(), reported_.end(), i) == reported_.end())
@@ -165,10 +180,12 @@ bool Tally::FindsKeyword(const std::string &line, const std::string &keyword)
     probe.WatchTime = events::kAllHours;
     probe.ReportCount = 1;
     std::vector<VKVMon *> slots(kMaxEntries, nullptr);
+    // Exchanged and put back: the module looks at no other table than its own.
     slots[0] = &probe;
     std::swap_ranges(slots.begin(), slots.end(), module_.table().entries);
     const int count = std::exchange(*module_.table().count, 1);
     reported_.clear();
+    // A copy: the module takes it as writable.
     std::string text = line;
     module_.CheckLine(text.data(), 1);
     *module_.table().count = count;
@@ -186,6 +203,7 @@ void Tally::ReadLog(const TrialLog &log, const std::function<bool(int64_t)> &ste
     FileTally file;
     file.name = log.name;
     files_.push_back(std::move(file));
+    // An empty file cannot be positioned, and has nothing to be read.
     if (log.bytes > 0)
         ReadOpenFile(step);
     module_.FinishFile();
@@ -194,6 +212,7 @@ void Tally::ReadLog(const TrialLog &log, const std::function<bool(int64_t)> &ste
 void Tally::ReadOpenFile(const std::function<bool(int64_t)> &step)
 {
     FileTally &file = files_.back();
+    // Before everything: the cursor stands before the first line.
     int64_t pos = -1;
     char text[kLineBufferSize] = {};
     if (module_.GotoPos(&pos, text, kLineBufferSize) != 0)
@@ -210,6 +229,7 @@ void Tally::ReadOpenFile(const std::function<bool(int64_t)> &step)
         int repeated = 0;
         if (IsRepeat(text, &repeated)) {
             ++repeats_;
+            // Repeats before the first line of a file belong to none, and are lost.
             times = AddSaturated(times, repeated);
         } else {
             if (is_waiting)
@@ -220,9 +240,11 @@ void Tally::ReadOpenFile(const std::function<bool(int64_t)> &step)
             is_waiting = true;
             times = 1;
         }
+        // About: a line that was cut or holds a zero byte is longer in the file.
         file.bytes = pos + static_cast<int64_t>(strlen(text)) + 1;
         go_on = step(file.bytes);
     }
+    // The last one, which nothing follows. Also after an interruption, where nobody looks at it.
     if (is_waiting)
         Check(waiting, times);
 }

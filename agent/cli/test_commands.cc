@@ -1,4 +1,8 @@
-// test
+// test: what the rules come to over logs, or over one line.
+//
+// A trial in this process (trial.h) with a tally (tally.h) around the module's own check of a line.
+// It needs no daemon, stores nothing, and with --rules not even a store. The exit status is 0
+// whatever is found.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -31,8 +35,10 @@ using nlohmann::json;
 using Clock = std::chrono::steady_clock;
 using LeftOut = std::vector<LeftOutEvent>;
 
+// Bytes of a line that are shown on a terminal. In a pipe it is whole.
 constexpr size_t kShownOfALine = 72; // bytes of a line that are shown on a terminal
 
+// Either files or a line to be explained; the parser sees to it.
 struct TestOptions {
     std::vector<std::string> files;
     std::optional<std::string> explain;
@@ -42,14 +48,17 @@ struct TestOptions {
 
 // ---- interruption: the temporary folder must not stay behind ----
 
+// Set by a signal, asked after each line and each block of a pipe.
 std::atomic<bool> interrupted = false;
 static_assert(std::atomic<bool>::is_always_lock_free, "it is set by a signal");
 
+// Does no more than a handler may.
 void Interrupt(int /*number*/)
 {
     interrupted = true;
 }
 
+// From here on a signal ends the trial in order, and not the process at once.
 void TakeInterruptions()
 {
     struct sigaction action {};
@@ -58,6 +67,7 @@ void TakeInterruptions()
         sigaction(number, &action, nullptr);
 }
 
+// By an exception, so that everything on the way is taken down, the folder as well.
 void EndIfInterrupted()
 {
     if (interrupted)
@@ -67,6 +77,7 @@ void EndIfInterrupted()
 
 // ---- the rules ----
 
+// Without a store there is nothing to try: that is an error, with its next step.
 RulesCopy HostRules(Context &context)
 {
     context.OpenToRead();
@@ -109,21 +120,26 @@ std::string Shown(const std::string &line)
     return line.substr(0, kShownOfALine - 3) + "...";
 }
 
+// "messages:12", as compilers and editors name a place.
 std::string Place(const Tally &tally, const Sighting &line)
 {
     return tally.files()[line.file].name + ":" + std::to_string(line.number);
 }
 
+// A dash for no line.
 std::string Shown(const Tally &tally, const std::optional<Sighting> &line)
 {
     return line ? Place(tally, *line) + ": " + Shown(line->text) : "-";
 }
 
+// All events that were loaded, also those without a line: that they match nothing is what one may
+// want to know.
 void PrintEvents(const Tally &tally)
 {
     Table table({"SOURCE", "ID", "LINES", "HITS", "REPORTS", "FIRST", "LAST"});
     for (size_t i = 0; i < tally.events().size(); ++i) {
         const EventTally &event = tally.events()[i];
+        // Either or: reports of a source are withheld all or not at all.
         const std::string reports = event.withheld > 0
                                         ? std::to_string(event.withheld) + " withheld"
                                         : std::to_string(event.reports);
@@ -145,6 +161,7 @@ void PrintLeftOut(const LeftOut &left_out)
     table.Print();
 }
 
+// A group for each reason, with the first line of it, and what to do where something can be done.
 void PrintUnseen(const Tally &tally)
 {
     for (int p = 0; p < logs::kStampProblems; ++p) {
@@ -161,6 +178,7 @@ void PrintUnseen(const Tally &tally)
     }
 }
 
+// The repeats are counted as lines, too, so that the sum is the one that other programs count.
 void PrintTotals(const Tally &tally, double seconds)
 {
     printf("\n%lld lines in %zu %s, %.2f s; %lld of them repeat another line, %lld are the agent's "
@@ -177,6 +195,7 @@ json ToJson(const Tally &tally, const std::optional<Sighting> &line)
     return {{"file", tally.files()[line->file].name}, {"line", line->number}, {"text", line->text}};
 }
 
+// "first" and "last" are null for an event without a line.
 json EventsAsJson(const Tally &tally)
 {
     json events = json::array();
@@ -194,6 +213,7 @@ json EventsAsJson(const Tally &tally)
     return events;
 }
 
+// The ID as its key is named, which may be another writing of the number.
 json LeftOutAsJson(const LeftOut &left_out)
 {
     json events = json::array();
@@ -232,6 +252,8 @@ void PrintAsJson(const Tally &tally, const LeftOut &left_out)
                {"unseen", UnseenAsJson(tally)}});
 }
 
+// Throws host::Error for a log that cannot be read, and when it is interrupted: half a result would
+// be taken for a whole one.
 void ReadFiles(const std::vector<std::string> &files, Tally *tally)
 {
     const TrialInput input(files, [] { return !interrupted; });
@@ -240,6 +262,7 @@ void ReadFiles(const std::vector<std::string> &files, Tally *tally)
     int64_t bytes = 0;
     for (const TrialLog &log : input.logs()) {
         tally->ReadLog(log, [&](int64_t done) {
+            // The bar asks for the time, which is not needed with each line.
             if (tally->lines() % 256 == 0)
                 progress.Show(bytes + done, tally->lines());
             return !interrupted;
@@ -249,6 +272,7 @@ void ReadFiles(const std::vector<std::string> &files, Tally *tally)
     }
 }
 
+// Nothing is printed before the last line is read.
 void TryFiles(const Context &context, const TestOptions &options, monitor::Module &module,
               host::RegistryTree &registry)
 {
@@ -269,6 +293,7 @@ void TryFiles(const Context &context, const TestOptions &options, monitor::Modul
 
 // ---- one line, explained ----
 
+// What becomes of the line under one event.
 struct Verdict {
     std::string source;
     std::string id;
@@ -287,6 +312,7 @@ std::string WhyNoEvent(Tally &tally, const std::string &line)
     return {};
 }
 
+// On a fault-tolerant server a keyword may be both, so both have failed.
 std::string WhyKeywordIsMissing(const monitor::Module &module, int number, const char *keyword)
 {
     std::string reason = "keyword " + std::to_string(number) + " \"" + keyword + "\" is missing";
@@ -298,6 +324,7 @@ std::string WhyKeywordIsMissing(const monitor::Module &module, int number, const
     return reason;
 }
 
+// Each keyword is tried by itself, by the module; the hour and the count are looked up.
 std::string WhyNoMatch(Tally &tally, const monitor::Module &module, size_t index,
                        const std::string &line)
 {
@@ -313,9 +340,11 @@ std::string WhyNoMatch(Tally &tally, const monitor::Module &module, size_t index
         return "the hour from " + std::to_string(hour) + ":00 is not watched";
     if (entry.ReportCount < 1)
         return "its report count is " + std::to_string(entry.ReportCount);
+    // No cause that is known here. The module has the last word.
     return "the monitor has not counted it";
 }
 
+// Behind a check of the line, which has counted what is withheld.
 std::string WhatAMatchDoes(const Tally &tally, size_t index)
 {
     if (tally.events()[index].withheld > 0)
@@ -326,12 +355,14 @@ std::string WhatAMatchDoes(const Tally &tally, size_t index)
     return "it counts; every " + std::to_string(count) + " hits are reported";
 }
 
+// For each event of the table, in its order, and then for those that were left out of it.
 std::vector<Verdict> Explain(Tally &tally, const monitor::Module &module,
                              host::RegistryTree &registry, const std::string &text)
 {
     Sighting line;
     line.text = text;
     tally.Check(line, 1);
+    // A copy: looking for the causes checks further lines.
     const std::vector<size_t> matched = tally.matched();
     const std::string why_none = WhyNoEvent(tally, text);
     std::vector<Verdict> verdicts;
@@ -358,6 +389,8 @@ std::string AsALine(const std::string &text)
     return line.substr(0, kLineBufferSize - 1);
 }
 
+// What is asked of the line is asked at this moment, as the monitor would: with another hour, the
+// answer may be another.
 void ExplainLine(const Context &context, const TestOptions &options, monitor::Module &module,
                  host::RegistryTree &registry)
 {
@@ -380,8 +413,10 @@ void ExplainLine(const Context &context, const TestOptions &options, monitor::Mo
 
 // ---- the command ----
 
+// The store of the host is read before the trial's host is made, and not again.
 int Test(Context &context, const TestOptions &options)
 {
+    // Before anything is made that would stay behind.
     TakeInterruptions();
     const bool has_file = !options.rules.empty();
     const RulesCopy rules = has_file ? FileRules(context, options.rules) : HostRules(context);
@@ -414,6 +449,7 @@ void SetUpTest(CLI::App &app, Context &context, Action &action)
     app.footer("The monitor's own code applies the rules, with all hit counts at 0. Nothing is "
                "stored, and no daemon is needed.");
     app.callback([&, options] {
+        // Exactly one of both.
         if (options->files.empty() == !options->explain)
             throw CLI::ValidationError("name logs to be tried, or one line with --explain");
         const auto inputs = std::count(options->files.begin(), options->files.end(), "-") +

@@ -1,4 +1,4 @@
-// trace level
+// trace level: the same as get and set of the setting trace-level.
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 

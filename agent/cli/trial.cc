@@ -25,6 +25,8 @@ namespace fs = std::filesystem;
 namespace {
 
 // The host of a trial: the libraries of the real one, and everything else in a folder of its own.
+// The C functions of the module work with it as long as it lives, and with the host before it, if
+// any, behind that.
 class PrivateHost {
   public:
     PrivateHost(const host::Layout &real, const RulesCopy &rules)
@@ -32,9 +34,11 @@ class PrivateHost {
               {real.root, folder_.path() / "state", folder_.path() / "run", folder_.path() / "log"},
               host::Role::kCommand)
     {
+        // The module traces each line, and nobody would see it.
         host::SetTraceLevel(host::kTraceOff);
         host::Transaction transaction(host_.store());
         auto &registry = host_.registry();
+        // The module does not start without it.
         registry.Create(host::kRootKey, kApplicationKey);
         for (const regfile::RegKeyContent &key : rules.keys) {
             const host::KeyId copy = registry.Create(host::kRootKey, key.path);
@@ -45,6 +49,7 @@ class PrivateHost {
         for (const events::EventRecord &event : rules.events)
             events.Write(event);
         transaction.Commit();
+        // A set that is not known leaves the one before, as in the daemon.
         host::SetLogCharset(
             host::AgentText(registry, "LogCharset").value_or(host::kDefaultLogCharset));
     }
@@ -63,10 +68,12 @@ class Pause : public host::Moments {
 
     void TableLoaded() override
     {
+        // Whatever the action does: the module has loaded its table.
         was_reached_ = true;
         try {
             action_();
         } catch (...) {
+            // Nothing may be thrown through the module, which knows no exceptions.
             failure_ = std::current_exception();
         }
     }
@@ -79,11 +86,13 @@ class Pause : public host::Moments {
     std::exception_ptr failure_;
 };
 
+// Nothing, when the key is not there.
 void CopyTree(host::RegistryTree &registry, const std::string &path, RulesCopy *copy)
 {
     const auto key = registry.Find(host::kRootKey, path);
     if (!key)
         return;
+    // With what is unknown in them: the module decides what it reads.
     const auto keys = regfile::ReadRegKeys(registry, *key, path);
     copy->keys.insert(copy->keys.end(), keys.begin(), keys.end());
 }
@@ -106,6 +115,7 @@ void CopyTree(host::RegistryTree &registry, const std::string &path, RulesCopy *
 
 } // namespace
 
+// One moment's: the snapshot spans the three trees.
 RulesCopy CopyRules(host::RegistryTree &registry, bool with_events)
 {
     RulesCopy copy;
@@ -142,6 +152,8 @@ void RunTrial(const host::Layout &layout, const RulesCopy &rules, const TrialAct
 
 std::vector<LeftOutEvent> LeftOutEvents(host::RegistryTree &registry, const monitor::Module &module)
 {
+    // With duplicates: an ID that is registered under two keys is loaded twice, and neither of them
+    // is left out.
     std::multimap<std::string, uint32_t> loaded;
     for (int i = 0; i < *module.table().count; ++i)
         loaded.emplace(module.table().entries[i]->Source, module.table().entries[i]->EventID);

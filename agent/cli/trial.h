@@ -35,10 +35,14 @@ RulesCopy CopyRules(host::RegistryTree &registry, bool with_events);
 using TrialAction = std::function<void(monitor::Module &, host::RegistryTree &)>;
 
 // Runs a trial in a host of its own. A host that is started is left alone. Rethrows what the action
-// throws. Throws host::Error when the module cannot load the rules.
+// throws. Throws host::Error when the module cannot load the rules, or no temporary folder can be
+// made.
+//   layout   where the libraries are; nothing else of it is used
+// One at a time: the module's state is one for the process. Afterwards the trace of the process is
+// off, and its character set of logs is that of the trial.
 void RunTrial(const host::Layout &layout, const RulesCopy &rules, const TrialAction &action);
 
-// An event that the module has not loaded, and why.
+// An event that the module has not loaded, and why. Copies, good for longer than the trial.
 struct LeftOutEvent {
     events::StoredSource source;
     events::StoredEvent stored;

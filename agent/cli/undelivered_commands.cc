@@ -1,4 +1,5 @@
-// sink undelivered, retry, drop
+// sink undelivered, retry, drop: the alerts that a receiver has refused while it took others. They
+// stand in a list until somebody decides; nothing is sent again by itself.
 #include <algorithm>
 #include <set>
 
@@ -26,10 +27,13 @@ struct UndeliveredOptions {
 
 alerts::Alert AlertOf(host::Database &database, const Undelivered &row)
 {
+    // The first one behind the number before. The alert may have left the store: then it is another
+    // one, and the row is shown without its text.
     auto found = alerts::ReadAlerts(database, row.alert_id - 1, 0, 1);
     return found.empty() || found[0].id != row.alert_id ? alerts::Alert{} : std::move(found[0]);
 }
 
+// The alert's own fields are empty when it has left the store.
 json ToJson(const Undelivered &row, const alerts::Alert &alert)
 {
     return {{"id", row.alert_id},       {"peer", row.peer},   {"since_ms", row.since_ms},
@@ -63,9 +67,11 @@ int ListUndelivered(Context &context, const UndeliveredOptions &options)
 std::set<int64_t> Chosen(host::Database &database, const sinks::SinkConfig &sink,
                          const std::vector<int64_t> &ids)
 {
+    // By alert: a sink with several receivers has a row for each that does not take it.
     std::set<int64_t> all;
     for (const Undelivered &row : sinks::ReadUndelivered(database, sink.key))
         all.insert(row.alert_id);
+    // Before anything is changed, so that a wrong number changes nothing.
     for (const int64_t id : ids) {
         if (!all.contains(id))
             throw host::Error("cannot use the alert " + std::to_string(id),
@@ -81,18 +87,21 @@ int ForEach(Context &context, const UndeliveredOptions &options, const char *don
 {
     context.Open();
     host::Store &store = context.Host().store();
+    // Around the look as well: the daemon may deliver one of them meanwhile.
     host::Transaction transaction(store);
     const sinks::SinkConfig sink = Sinks(context).Find(options.name).config;
     const std::set<int64_t> ids = Chosen(store.database(), sink, options.ids);
     for (const int64_t id : ids)
         act(store, sink.key, id);
     transaction.Commit();
+    // Behind the commit: it reads what is wanted, and sends at once.
     TellDaemonOfSinks(context);
     if (context.json)
         PrintJson({{"sink", sink.name}, {done, ids}});
     return kExitDone;
 }
 
+// The daemon sends them, not this command: what becomes of them is seen in the list.
 int Retry(Context &context, const UndeliveredOptions &options)
 {
     return ForEach(context, options, "retried", sinks::WantAgain);
@@ -103,6 +112,7 @@ int Drop(Context &context, const UndeliveredOptions &options)
     return ForEach(context, options, "dropped", sinks::RemoveUndelivered);
 }
 
+// The options are owned by the action that is made of them.
 std::shared_ptr<UndeliveredOptions> AddName(CLI::App &app)
 {
     auto options = std::make_shared<UndeliveredOptions>();

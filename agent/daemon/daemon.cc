@@ -34,10 +34,14 @@ constexpr char kUnit[] = "syslogmond";
 using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::milliseconds;
 
+// Statuses of the process. A daemon that is ended at once has not finished what it should: no 0.
 constexpr int kExitAtOnce = 1;
+// So that systemd, which restarts on failure, starts one that opens the store that is there by
+// then.
 constexpr int kExitWithoutStore = 1;
 
-// A pass of these kinds has taken a file's name from the registry.
+// A pass of these kinds has taken a file's name from the registry, so the watched files may be
+// others now.
 bool TakesNames(status::PassKind kind)
 {
     return kind == status::PassKind::kStart || kind == status::PassKind::kCustomerFile ||
@@ -50,6 +54,7 @@ bool TakesNames(status::PassKind kind)
 class Daemon {
   public:
     Daemon(host::Host &host, const DaemonOptions &options);
+    // The store outlives what is told of its waits.
     ~Daemon() { host_.store().SetWait({}); }
     Daemon(const Daemon &) = delete;
     Daemon &operator=(const Daemon &) = delete;
@@ -75,12 +80,15 @@ class Daemon {
 
     host::Host &host_;
     Signals signals_; // first: all threads inherit its mask
+    // Before the monitor, which waits for them: what is set from here on is not lost.
     NamedEvents events_;
+    // Before all that tells something through it.
     StatusBoard board_;
     StoreWait store_wait_{
         host_.layout().Store(), [this](int64_t since_ms) {
             board_.Update([&](status::Status &status) { status.waiting_since_ms = since_ms; });
         }};
+    // Goes after the monitor, so that the alerts of its last pass still find their way.
     AlertOutlets outlets_;
     LifeWatch life_{board_};
     Trigger trigger_{[this] { LookNow(); },
@@ -107,6 +115,7 @@ SettingEffects Daemon::Effects()
 {
     SettingEffects effects;
     effects.restart_monitor = [this] { supervisor_.Restart(); };
+    // A monitor that is to be started loads it anyway; the event would make it load it twice.
     effects.reload_table = [this] {
         if (supervisor_.monitor() != nullptr)
             events_.table->Set();
@@ -117,6 +126,7 @@ SettingEffects Daemon::Effects()
     return effects;
 }
 
+// The outlets first: an alert waits for nothing else.
 void Daemon::PassIsStored(const status::PassStatus &pass)
 {
     outlets_.Wake();
@@ -131,6 +141,7 @@ void Daemon::LookNow() const
         events_.scan->Set();
 }
 
+// Said once for each change, by the trigger.
 void Daemon::WatchingChanged(const std::string &problem)
 {
     if (problem.empty()) {
@@ -154,6 +165,7 @@ void Daemon::TakeSignals()
 void Daemon::Act(int signal_number)
 {
     switch (signal_number) {
+    // All that is set, and not a scan.
     case SIGHUP:
         events_.SetAll();
         outlets_.Reload();
@@ -161,6 +173,7 @@ void Daemon::Act(int signal_number)
     case SIGUSR1:
         events_.scan->Set();
         break;
+    // SIGTERM and SIGINT.
     default:
         Stop();
         break;
@@ -175,6 +188,8 @@ void Daemon::Stop()
         // The second time: whoever sends it does not want to wait. The store loses nothing.
         _exit(kExitAtOnce);
     }
+    // The order: whoever waits for the store gives up first, systemd and the status hear that the
+    // end has begun, and only then is the monitor asked; its last pass may take a while.
     stopping_ = true;
     store_wait_.RequestStop();
     NotifyStopping();
@@ -204,8 +219,12 @@ void Daemon::LeaveMonitorBehind()
     TRACE(TRACE_NOTABLE, "Stopped: %s", told);
     text::Say(told);
     host::FlushTraceLog();
+    // Closing the outlets waits for receivers, each for its limit at most; whoever does not want to
+    // wait can end it.
     signals_.EndAtOnceWith(kExitAtOnce);
     outlets_.Close();
+    // Without destructors: they would wait for the monitor's thread. The status is 0, since the
+    // stop was asked for.
     _exit(0);
 }
 
@@ -214,6 +233,8 @@ void Daemon::LeaveMonitorBehind()
 void Daemon::TakeSettings()
 {
     const bool changed = events_.settings->TryTake();
+    // Both are taken before the test, so that neither makes the settings be read once more in the
+    // next round.
     if (names_taken_.Answer() || changed || settings_.IsDue())
         settings_.ReadOrRetry();
 }
@@ -222,6 +243,7 @@ void Daemon::LookAtMonitor()
 {
     if (!life_.IsDue())
         return;
+    // Seldom: the loop comes by far more often, with each change of a log.
     life_.Look(supervisor_.monitor());
     if (supervisor_.monitor() != nullptr && life_.IsHopeless())
         LeaveMonitorBehind();
@@ -229,11 +251,13 @@ void Daemon::LookAtMonitor()
 
 Milliseconds Daemon::TimeToSleep() const
 {
+    // No round is longer than the watchdog can wait for.
     Milliseconds longest = life_.Interval();
     for (const auto &moment :
          {std::optional(life_.Next()), supervisor_.Next(), settings_.Next(), trigger_.Next()}) {
         if (!moment)
             continue;
+        // Up: rounded down, the last millisecond would be a busy loop.
         const auto left = std::chrono::ceil<Milliseconds>(*moment - Clock::now());
         longest = std::clamp(left, Milliseconds(0), longest);
     }
@@ -252,6 +276,8 @@ void Daemon::WaitForNews()
         {trigger_.ChangesFd(), POLLIN, 0},
         {trigger_.MountsFd(), POLLPRI, 0},
     };
+    // What it returns says nothing new: on a signal or an error each step below looks for itself,
+    // and finds nothing to do.
     poll(waiting, std::size(waiting), static_cast<int>(TimeToSleep().count()));
     // Taken, so that a change that brings nothing back is tried once. The start loads the whole table.
     if ((waiting[4].revents & POLLIN) != 0 && events_.table->TryTake())
@@ -261,6 +287,8 @@ void Daemon::WaitForNews()
 
 void Daemon::Loop()
 {
+    // To the end of the monitor, whose last pass is stored or given up by then. Settings are still
+    // taken meanwhile, which does no harm.
     while (!stopping_ || supervisor_.monitor() != nullptr) {
         WaitForNews();
         TakeSignals();
@@ -274,6 +302,9 @@ void Daemon::Loop()
 int Daemon::Run()
 {
     try {
+        // Before the monitor: it converts its table into the character set that is taken here, and
+        // asks only at its start whether the host is fault-tolerant. A failure here ends the
+        // daemon: it has not begun anything yet.
         settings_.Read();
         supervisor_.Start();
         Loop();
@@ -289,9 +320,12 @@ int Daemon::Run()
 
 int RunDaemon(const DaemonOptions &options)
 {
+    // The order: the folder of the lock, the lock, the store. A second daemon touches nothing of
+    // the first one's.
     options.layout.CreateFolders();
     const status::DaemonLock only_one(options.layout.run);
     host::Host host(options.layout, host::Role::kDaemon);
+    // While there is space on the disk: it is there for the time when there is none.
     host.store().KeepReserve();
     TraceLogSetThrName("syslogmond");
     Daemon daemon(host, options);

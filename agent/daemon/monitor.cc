@@ -17,6 +17,8 @@ namespace {
 
 constexpr char kUnit[] = "syslogmond";
 
+// What made the monitor look, from what its wait reports. An event without a name, or of the table,
+// is of no kind that reads files.
 status::PassKind KindOf(DWORD result, const std::string &name)
 {
     if (result == WAIT_RESULT_TIMEOUT)
@@ -40,6 +42,7 @@ status::PassStatus NewPass(int64_t number, status::PassKind kind)
     return pass;
 }
 
+// Manual reset, not set: once set, it stays so.
 HANDLE NewEvent()
 {
     HANDLE event = CreateEvent(nullptr, TRUE, FALSE, nullptr);
@@ -51,6 +54,8 @@ HANDLE NewEvent()
 
 } // namespace
 
+// The handles stand in the record before the thread that reads them begins. The table is that of
+// the loaded module, which fills it in a moment.
 Monitor::Monitor(host::Host &host, monitor::Module &module, MonitorNews news)
     : host_(host), module_(module), news_(std::move(news)), record_(kThreadRecordSize),
       stop_(NewEvent()), started_(NewEvent()), moments_(host, *this, started_.get())
@@ -71,26 +76,32 @@ Monitor::~Monitor()
 
 void Monitor::RequestStop()
 {
+    // First: whoever sees the monitor end must see that it was asked to.
     stop_requested_ = true;
     SetEvent(stop_.get());
 }
 
 uint64_t Monitor::SignsOfLife() const
 {
+    // Each only grows, and so does the sum.
     return host::SignsOfLife() + pulses_;
 }
 
 void Monitor::Run()
 {
+    // An earlier life may have left one.
     host::ForgetTracedError();
     pass_ = NewPass(1, status::PassKind::kStart);
     if (Prepare())
         module_.StartThread(record_.data());
     // Nothing is written after the last rest but by a life that failed: its pass does not count.
     host_.store().AbandonPass();
+    // A failure here is the cause of what was traced behind it; without one, the module's last
+    // error is the best there is.
     if (reason_.empty())
         reason_ = host::LastTracedError();
     host::FlushTraceLog();
+    // The last thing that the thread does: whoever hears of it may join it.
     news_.ended();
 }
 
@@ -99,6 +110,7 @@ bool Monitor::Prepare()
 {
     try {
         host_.registry().Create(host::kRootKey, kApplicationKey);
+        // Now, so that the key is there whatever becomes of the first pass.
         host_.store().CommitPass();
         counters_.emplace(host_.store());
         return true;
@@ -129,6 +141,7 @@ void Monitor::Break(const std::exception &error)
 void Monitor::StorePass()
 {
     if (!reason_.empty())
+        // Something failed earlier in this life, and what the pass counted may be wrong.
         throw host::Error(reason_);
     counters_->Save(module_.table());
     host_.store().CommitPass();
@@ -144,7 +157,9 @@ bool Monitor::ModuleRests()
         return false;
     }
     pass_.took_us = (status::BootTimeNs() - pass_.began_boot_ns) / 1000;
+    // Behind the commit: nobody hears of a pass that could still be lost.
     news_.at_rest(pass_, module_.table().Size());
+    // The pass is over, so nothing waits for this write.
     host::FlushTraceLog();
     return true;
 }

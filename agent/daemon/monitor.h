@@ -35,6 +35,8 @@ struct MonitorNews {
 
 class Monitor : private host::Moments {
   public:
+    // Starts the thread. The module must be at rest, and belongs to this object for its life.
+    // Throws host::Error when no event is left.
     Monitor(host::Host &host, monitor::Module &module, MonitorNews news);
     ~Monitor() override; // stops it, and waits until it has ended
     Monitor(const Monitor &) = delete;
@@ -68,14 +70,18 @@ class Monitor : private host::Moments {
     host::Host &host_;
     monitor::Module &module_;
     MonitorNews news_;
+    // What StartThread is given; read by the module as long as it runs.
     std::vector<char> record_;
     host::OwnedHandle stop_;
     host::OwnedHandle started_;
     std::optional<host::HitCounters>
         counters_; // of the monitor thread, as all that reads the store
+    // The pass under way, or the last one while it rests. Of the monitor thread.
     status::PassStatus pass_;
+    // Of the monitor thread, until it has ended.
     std::string reason_;
     std::atomic<bool> stop_requested_ = false;
+    // How often a wait was found to go on; for SignsOfLife, on the main thread.
     std::atomic<uint64_t> pulses_ = 0;
     host::MomentsOf moments_; // goes before what they need
     std::thread thread_;

@@ -25,6 +25,7 @@ StatusBoard::StatusBoard(host::Host &host) : run_(host.layout().run)
 void StatusBoard::Update(const std::function<void(status::Status &)> &change)
 {
     const std::lock_guard lock(mutex_);
+    // The status keeps the change also when it cannot be written: the next one writes both.
     change(status_);
     try {
         status::WriteStatus(run_, status_);

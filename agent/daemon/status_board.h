@@ -1,4 +1,5 @@
-// What the daemon tells about itself, changed by the main thread and by the monitor's.
+// What the daemon tells about itself, changed by the main thread and by the monitor's. One copy in
+// memory, written out whole with each change.
 #ifndef AGENT_DAEMON_STATUS_BOARD_H
 #define AGENT_DAEMON_STATUS_BOARD_H
 
@@ -20,6 +21,8 @@ class StatusBoard {
     void Update(const std::function<void(status::Status &)> &change);
 
   private:
+    // Held over the write, too: two at a time would write one file, and an older status could be
+    // the last.
     std::mutex mutex_;
     std::filesystem::path run_;
     status::Status status_;

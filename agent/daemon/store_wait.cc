@@ -13,7 +13,7 @@ namespace {
 
 constexpr char kUnit[] = "syslogmond";
 
-// A command holds the lock for less; what takes longer is worth a word.
+// Milliseconds. A command holds the lock for less; what takes longer is worth a word.
 constexpr int kTellAfterMs = 5000;
 
 void Tell(const std::string &text)
@@ -36,6 +36,7 @@ host::Patience StoreWait::Patience()
 
 void StoreWait::Began()
 {
+    // It is told of late; what is shown is when it began.
     since_ms_ = status::WallTimeMs() - kTellAfterMs;
     Tell("another process holds the lock of " + store_.string() +
          ", nothing can be stored until it is given back; find it with fuser");

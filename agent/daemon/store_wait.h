@@ -36,6 +36,7 @@ class StoreWait {
 
     std::filesystem::path store_; // for what is said
     std::function<void(int64_t since_ms)> show_;
+    // Milliseconds since 1970; 0: none is told of. Written on the thread that waits.
     std::atomic<int64_t> since_ms_ = 0;
     std::atomic<bool> stop_requested_ = false;
 };

@@ -11,7 +11,8 @@ namespace {
 
 constexpr char kUnit[] = "syslogmond";
 
-// A monitor that ran this long was well: the next pause is the first again.
+// A monitor that ran this long, as long as the longest pause, was well: the next pause is the first
+// again.
 constexpr std::chrono::seconds kRanWell{60};
 
 } // namespace
@@ -47,15 +48,18 @@ void Supervisor::Start()
 void Supervisor::Publish(const status::PassStatus &pass, int table_size)
 {
     board_.Update([&](status::Status &status) {
+        // A monitor that is asked to stop ends its pass, and the status stays at stopping.
         if (status.state == status::MonitorState::kStarting)
             status.state = status::MonitorState::kRunning;
         status.table_size = table_size;
         status.last_pass = pass;
         status.still_ms = 0;
+        // Kept apart: somebody may wait for one, and others come behind it.
         if (status::ReadsAllFiles(pass.kind))
             status.last_full_pass = pass;
     });
     life_.PassIsStored();
+    // Last: who is woken by it finds the status of this pass.
     stored_(pass);
 }
 
@@ -90,14 +94,19 @@ bool Supervisor::Work()
 
 bool Supervisor::MonitorEnded()
 {
+    // Read before the monitor goes; its destructor asks, too, and joins a thread that is about to
+    // end.
     const bool asked = monitor_->StopWasRequested();
     const std::string reason =
         monitor_->reason().empty() ? "it ended without saying why" : monitor_->reason();
     monitor_.reset();
     if (stopping_)
         return true;
+    // Asked at the end of each life: a monitor whose commits fail for this reason ends, and would
+    // do so again and again.
     if (!host_.store().IsInPlace())
         return false;
+    // Also one that failed while it was asked to: the new one finds out.
     if (std::exchange(restart_wanted_, false) && asked)
         Start();
     else
@@ -119,6 +128,7 @@ void Supervisor::Pause(const std::string &reason)
     board_.Update([&](status::Status &status) {
         status.state = status::MonitorState::kPausing;
         status.last_error = reason;
+        // Time of day, since it is for people; the pause itself runs on a clock that nobody sets.
         status.next_start_ms = status::WallTimeMs() + pause.count();
         ++status.restarts;
     });

@@ -61,6 +61,7 @@ class Supervisor {
     std::function<void(const status::PassStatus &)> stored_;
     monitor::Module module_;
     Doorbell ended_;
+    // Of the life under way, for telling whether it ran well.
     Clock::time_point started_at_;
     std::optional<Clock::time_point> start_again_at_; // set while pausing
     RetryPause pause_;

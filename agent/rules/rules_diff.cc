@@ -85,9 +85,12 @@ class Comparison {
     {
         events::EventRecord after = rule.event;
         const auto source = registered_.sources.find(ComparableSource(after.key.source));
+        // Before the event is looked up: those of another component are not in the index, so it
+        // would count as new.
         if (source != registered_.sources.end() && !UseSource(*source->second, rule, &after))
             return;
         const ComparedKey key = ComparableKey(after.key);
+        // Also when it is as registered: what is in the file is neither removed nor said to stay.
         in_file_.insert(key);
         const auto found = registered_.events.find(key);
         if (found == registered_.events.end()) {
@@ -109,6 +112,8 @@ class Comparison {
         for (const events::StoredSource &source : registered) {
             for (const events::StoredEvent &stored : source.events) {
                 const ComparedKey key = ComparableKey(stored.event.key);
+                // By inserting, an ID that is registered twice is taken once: its removal removes
+                // both.
                 if (source.is_new_application_type || !in_file_.insert(key).second)
                     continue;
                 if (prune)
@@ -136,6 +141,7 @@ class Comparison {
                                             "room for " + room + "; the others are not watched");
             return;
         }
+        // The last ones of those that are new, in the order of the file: without them it would fit.
         const size_t too_many = std::min(size - kRoom, added_at_.size());
         const host::Error error(
             "cannot add " +
@@ -232,6 +238,7 @@ void CheckLogCharset(const std::vector<Rule> &rules, const std::string &charset,
     for (const Rule &rule : rules) {
         for (size_t k = 0; k < rule.event.keywords.size(); ++k) {
             const std::string &keyword = rule.event.keywords[k];
+            // What counts is the room in the table, which holds it in the character set of the log.
             const std::string converted = to_log(keyword);
             const std::string event = "event " + FormatEventKey(rule.event.key);
             if (converted.size() > kMaxKeyword) {
@@ -268,6 +275,7 @@ struct ShownValue {
     std::string text;
 };
 
+// In one order for all, so the two sides of a change are compared place by place.
 std::array<ShownValue, 3> ShownValues(const events::EventRecord &event)
 {
     return {{{"keywords", FormatKeywords(event.keywords)},

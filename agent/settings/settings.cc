@@ -32,6 +32,8 @@ host::RegValue Text(const std::string &text)
     return {{}, REG_SZ, text + '\0'};
 }
 
+// Nothing for a value of another type or size: its bytes would be read as a number that nobody has
+// set.
 std::optional<uint32_t> NumberIn(const host::RegValue *stored)
 {
     uint32_t number = 0;
@@ -48,6 +50,7 @@ std::string TextIn(const host::RegValue *stored, const char *otherwise)
     return TextOf(*stored);
 }
 
+// `accepted` is the text of the row, so that help and refusal say the same.
 [[noreturn]] void Refuse(const char *name, const std::string &text, const char *accepted)
 {
     throw host::Error(std::string("cannot set ") + name + " to \"" + text + "\"",
@@ -62,12 +65,15 @@ host::RegValue ParseCycle(const std::string &text)
 {
     uint32_t seconds = 0;
     const char *end = text.data() + text.size();
+    // from_chars takes no blank, no sign and nothing behind the digits: what is stored is what was
+    // typed.
     const auto [stopped, failed] = std::from_chars(text.data(), end, seconds);
     if (failed != std::errc() || stopped != end || seconds < kCycleMin || seconds > kCycleMax)
         Refuse("cycle", text, kCycleAccepted);
     return Number(seconds);
 }
 
+// The module does not take a value out of range: one that starts has the default then.
 std::string FormatCycle(const host::RegValue *stored)
 {
     const auto seconds = NumberIn(stored);
@@ -86,6 +92,7 @@ host::RegValue ParsePath(const char *name, const std::string &text)
     return Text(text);
 }
 
+// The system log a second time would report each of its lines twice.
 host::RegValue ParseCustomerFile(const std::string &text)
 {
     if (text == kSystemLog)
@@ -106,6 +113,7 @@ std::string FormatPath(const host::RegValue *stored)
 
 constexpr char kSwitchAccepted[] = "on or off";
 
+// Of the one setting that is a switch, whose name the refusal has.
 host::RegValue ParseSwitch(const std::string &text)
 {
     if (text != "on" && text != "off")
@@ -136,6 +144,7 @@ constexpr char kLevelAccepted[] = "detail, error, system, notable or off";
 
 host::RegValue ParseLevel(const std::string &text)
 {
+    // By its number, too: that is what the registry holds and reg get shows.
     for (int level = 0; level <= host::kTraceOff; ++level) {
         if (text == host::TraceLevelName(level) || text == std::to_string(level))
             return Number(static_cast<uint32_t>(level));
@@ -143,12 +152,14 @@ host::RegValue ParseLevel(const std::string &text)
     Refuse("trace-level", text, kLevelAccepted);
 }
 
+// A number that is too high keeps nothing, as the highest does.
 std::string FormatLevel(const host::RegValue *stored)
 {
     const uint32_t level = NumberIn(stored).value_or(host::kDefaultTraceLevel);
     return host::TraceLevelName(static_cast<int>(std::min<uint32_t>(level, host::kTraceOff)));
 }
 
+// 0 is a value of its own, the trigger turned off; so the smallest interval is 1.
 constexpr char kIntervalAccepted[] =
     "a number of milliseconds from 1 to 3600000, or 0 to look once in a cycle only";
 
@@ -168,12 +179,16 @@ std::string FormatInterval(const host::RegValue *stored)
     return std::to_string(std::min(milliseconds, host::kMaxTriggerInterval));
 }
 
+// One event for all values of the agent: the daemon reads them together, and takes what has
+// changed.
 const char *const kAgentEvent = host::kAgentSettingsEvent;
 
 } // namespace
 
 const std::vector<Setting> &AllSettings()
 {
+    // Only the cycle has a default that is stored: a monitor that finds no value keeps the cycle
+    // that it has.
     static const std::vector<Setting> settings = {
         {"cycle", "seconds", "Time from one look at all files to the next", kCycleAccepted,
          kMonitorKey, kCycleValue, kCycleEvent, "300", true, ParseCycle, FormatCycle},
@@ -228,7 +243,9 @@ void ChangeSetting(host::Host &host, const Setting &setting, const std::string &
 {
     host::RegistryTree &registry = host.registry();
     const bool is_default = text == "default";
+    // The default is parsed, too: nothing can be stored that could not be typed.
     const host::RegValue value = setting.parse(is_default ? setting.shown_default : text);
+    // Key and value together: a failure between them leaves nothing behind.
     host::Transaction transaction(host.store());
     const host::KeyId key = registry.Create(host::kRootKey, setting.key);
     if (is_default && !setting.default_is_stored)
@@ -236,6 +253,8 @@ void ChangeSetting(host::Host &host, const Setting &setting, const std::string &
     else
         registry.Set(key, setting.value, value.type, value.data);
     transaction.Commit();
+    // Behind the commit: a daemon that is woken earlier reads the value of before. Without a daemon
+    // nobody has the event open, and the signal is gone with this object.
     host::WakeEvent::Create(host.layout().run, setting.wake_event, false, false)->Set();
 }
 

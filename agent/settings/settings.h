@@ -1,5 +1,9 @@
-// The settings that can be changed while the monitor runs: one row per setting, in
-// monitor_settings.cc.
+// The settings that can be changed while the monitor runs: one row per setting, in settings.cc.
+//
+// They are registry values: some of the module, which reads its own, and some of the agent, which
+// the daemon reads. Both are woken by the event of the row, and read what is stored then; nothing
+// is handed over in the event itself. So a value that is stored by other means counts as well, from
+// the next waking or start.
 #ifndef AGENT_SETTINGS_SETTINGS_H
 #define AGENT_SETTINGS_SETTINGS_H
 
@@ -11,6 +15,7 @@
 namespace settings {
 
 struct Setting {
+    // One row. All texts are literals.
     const char *name;     // for the command: "cycle"
     const char *unit;     // "seconds", or empty
     const char *help;     // what it is, in one line
@@ -29,12 +34,14 @@ struct Setting {
     std::string (*format)(const host::RegValue *stored);
 };
 
+// In the order in which they are shown.
 const std::vector<Setting> &AllSettings();
 
 // Throws host::Error for a name that is not known.
 const Setting &FindSetting(const std::string &name);
 
-// What is in force, in the form that is typed.
+// What is in force, in the form that is typed: the stored value, or the default where there is
+// none, or none that is accepted. Throws host::Error when the registry cannot be read.
 std::string GetSetting(host::RegistryTree &registry, const Setting &setting);
 
 // Is this host a fault-tolerant server, whose monitor takes keywords as regular expressions, too?
@@ -42,7 +49,7 @@ bool IsFaultTolerant(host::RegistryTree &registry);
 
 // Stores a value and wakes the daemon. "default" takes the stored value away, where the monitor
 // then takes the default at once. Throws host::Error, and changes nothing, when the value is not
-// accepted.
+// accepted or cannot be stored. Without a daemon the value is there for the next one.
 void ChangeSetting(host::Host &host, const Setting &setting, const std::string &text);
 
 } // namespace settings

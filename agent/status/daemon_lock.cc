@@ -14,7 +14,9 @@ namespace status {
 
 namespace {
 
-// A process-owned lock, unlike those of the named mutexes, because it tells who holds it.
+// What is locked: the first byte of the file, which may have none. The lock is owned by the
+// process, unlike those of the named mutexes, because it tells who holds it. The kernel gives it up
+// when the process ends, however that comes, so none is ever left behind.
 struct flock WriteLock()
 {
     struct flock lock {};
@@ -24,6 +26,8 @@ struct flock WriteLock()
     return lock;
 }
 
+// Never removed: a daemon that removed it at its end could take it from under the next one, and a
+// third would then lock another file of the same name.
 std::filesystem::path LockPath(const std::filesystem::path &run_folder)
 {
     return run_folder / "syslogmond.lock";
@@ -31,6 +35,7 @@ std::filesystem::path LockPath(const std::filesystem::path &run_folder)
 
 } // namespace
 
+// The file is this user's alone: a lock that others may take could keep the daemon from starting.
 DaemonLock::DaemonLock(const std::filesystem::path &run_folder)
     : fd_(host::OpenPrivateFile(LockPath(run_folder), O_RDWR | O_CREAT))
 {
@@ -39,6 +44,7 @@ DaemonLock::DaemonLock(const std::filesystem::path &run_folder)
         throw host::Error("cannot open " + path, strerror(errno),
                           "make its folder writable, or run as root");
     struct flock lock = WriteLock();
+    // It does not wait (F_SETLKW would): a second daemon is a mistake, to be told of at once.
     if (fcntl(fd_.get(), F_SETLK, &lock) == 0)
         return;
     const auto holder = Holder(run_folder);
@@ -48,6 +54,8 @@ DaemonLock::DaemonLock(const std::filesystem::path &run_folder)
                       "stop that one first, or name another install root with --root");
 }
 
+// Asking for the holder takes nothing and needs no right to write. A file that is not there, or may
+// not be read, is nobody's as far as can be seen from here.
 std::optional<pid_t> DaemonLock::Holder(const std::filesystem::path &run_folder)
 {
     const host::Fd fd(open(LockPath(run_folder).c_str(), O_RDONLY | O_CLOEXEC));
@@ -57,6 +65,7 @@ std::optional<pid_t> DaemonLock::Holder(const std::filesystem::path &run_folder)
     return lock.l_pid;
 }
 
+// The lock of the run-time folder is asked first, because it is there without a store, too.
 std::optional<pid_t> DaemonLock::Holder(const host::Layout &layout)
 {
     const auto holder = Holder(layout.run);
@@ -68,6 +77,8 @@ void DaemonLock::CheckStore(host::Host &host)
     const host::Layout &layout = host.layout();
     const auto holder = Holder(layout.run);
     const auto status = holder ? ReadStatus(layout.run) : std::nullopt;
+    // No complaint where nothing is known: a daemon that has just started has not told its store
+    // yet, and what an earlier one told does not count for it.
     if (!status || status->pid != *holder || status->store.empty() ||
         status->store == StoreName(host.store()))
         return;
