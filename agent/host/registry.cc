@@ -238,7 +238,8 @@ LONG RegCloseKey(HKEY key)
 {
     if (key == HKEY_LOCAL_MACHINE)
         return ERROR_SUCCESS;
-    return Current().keys().Close(key) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
+    Host *host = CurrentIfAny(); // without one, all keys are closed
+    return host != nullptr && host->keys().Close(key) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
 }
 
 BOOL RegRead(HKEY root, const char *subKey, const char *name, DWORD *type, void *data, DWORD *size)

@@ -136,6 +136,7 @@ TEST_F(Damage, AHostThatCouldNotStartIsNotStarted)
               ErrorOf([] { host::Current(); }));
     HKEY key = nullptr;
     EXPECT_NE(ERROR_SUCCESS, RegOpenKeyEx(HKEY_LOCAL_MACHINE, "", 0, KEY_READ, &key));
+    EXPECT_EQ(ERROR_INVALID_HANDLE, RegCloseKey(reinterpret_cast<HKEY>(0x10000000)));
 }
 
 // ---- damage inside ----
