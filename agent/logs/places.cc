@@ -109,11 +109,15 @@ std::optional<ResumePoint> ReadResumePoint(monitor::Module &module, int slot)
     return point;
 }
 
-// The file that begins with the stored line. A file that cannot be read ends the search, as it does in a pass.
+// The file that begins with the stored line. A backup that cannot be read, or is empty, ends the search, as it does in
+// a pass, which then goes on from the end of the log. While it is the log itself, a pass leaves everything as it is:
+// the place is found again when the log has a line.
 fs::path FindResumeFile(monitor::Module &module, const WatchedFile &file, const ResumePoint &point)
 {
     for (const fs::path &candidate : RotationSet(file)) {
         const auto line = OpenLog(module, candidate).FirstLine();
+        if (!line && candidate == file.path)
+            continue;
         if (!line)
             break;
         // Not the whole line: no more than its first 499 bytes are stored.

@@ -40,6 +40,23 @@ class Places(lab.LabTest):
         self.assertEqual("/var/log/messages.1", place["resume_file"])
         self.assertEqual(len(line) + 1, place["behind"])
 
+    def test_it_stays_in_the_backup_while_the_new_log_is_empty(self):
+        lab.append(lab.MESSAGES, lab.stamped("error: not read yet"))
+        lab.MESSAGES.rename(lab.VAR_LOG / "messages.1")
+        lab.MESSAGES.touch()
+        self.assertEqual("/var/log/messages.1", self.place()["resume_file"])
+        self.daemon.start()
+        self.assertEqual("/var/log/messages.1", self.place()["resume_file"])
+        lab.append(lab.MESSAGES, lab.stamped("a first line"))
+        self.daemon.scan()
+        self.assertEqual(["error: not read yet"], self.lab.texts())
+
+    def test_an_empty_backup_before_its_own_hides_it(self):
+        lab.MESSAGES.rename(lab.VAR_LOG / "messages.2")
+        (lab.VAR_LOG / "messages.1").touch()
+        lab.append(lab.MESSAGES, lab.stamped("of the new log"))
+        self.assertIsNone(self.place()["resume_file"])
+
     def test_it_is_nowhere_when_its_backup_stands_behind_a_gap(self):
         lab.MESSAGES.rename(lab.VAR_LOG / "messages.2")
         lab.append(lab.MESSAGES, lab.stamped("of the new log"))
