@@ -14,15 +14,20 @@ namespace logs {
 
 namespace fs = std::filesystem;
 
+std::string NameOfFile(host::RegistryTree &registry, const char *key)
+{
+    const auto found = registry.Find(host::kRootKey, key);
+    const auto value = found ? registry.Get(*found, kFileNameValue) : std::nullopt;
+    return value ? host::TextOf(*value) : std::string();
+}
+
 std::vector<fs::path> WatchedPaths(host::RegistryTree &registry)
 {
-    // The two others have the same name for their value, below different keys.
     std::vector<fs::path> paths = {kSystemLog};
     for (const char *key : {kMonitorKey, kFileMonitorKey}) {
-        const auto found = registry.Find(host::kRootKey, key);
-        const auto value = found ? registry.Get(*found, kFileNameValue) : std::nullopt;
-        if (value && !host::TextOf(*value).empty())
-            paths.emplace_back(host::TextOf(*value));
+        const std::string name = NameOfFile(registry, key);
+        if (!name.empty())
+            paths.emplace_back(name);
     }
     return paths;
 }

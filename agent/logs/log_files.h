@@ -15,6 +15,10 @@
 
 namespace logs {
 
+// The name that is set for the customer file (kMonitorKey) or the file monitor's target (kFileMonitorKey); empty: none
+// is. Throws host::Error when the registry cannot be read.
+std::string NameOfFile(host::RegistryTree &registry, const char *key);
+
 // The system log, and the customer file and the file monitor's target when they are set.
 // The names are as they were set, whether such files are there or not. Throws host::Error when the
 // registry cannot be read.

@@ -177,14 +177,6 @@ WatchedFile Slotted(monitor::Module &module, int slot, const fs::path &path)
 
 // ---- the file monitor's target ----
 
-// A text of the registry; empty: there is none.
-std::string Text(host::RegistryTree &registry, const char *key, const char *name)
-{
-    const auto found = registry.Find(host::kRootKey, key);
-    const auto value = found ? registry.Get(*found, name) : std::nullopt;
-    return value ? host::TextOf(*value) : std::string();
-}
-
 std::optional<uint32_t> Number(host::RegistryTree &registry, const char *name)
 {
     const auto key = registry.Find(host::kRootKey, kFileMonitorKey);
@@ -224,9 +216,9 @@ std::vector<WatchedFile> ReadWatchedFiles(monitor::Module &module, host::Registr
     // not know the file, and would look for no backups of it.
     module.ChangeCustFile();
     std::vector<WatchedFile> files = {Slotted(module, 0, kSystemLog)};
-    if (const std::string customer = Text(registry, kMonitorKey, kFileNameValue); !customer.empty())
+    if (const std::string customer = NameOfFile(registry, kMonitorKey); !customer.empty())
         files.push_back(Slotted(module, 1, customer));
-    if (const std::string target = Text(registry, kFileMonitorKey, kFileNameValue); !target.empty())
+    if (const std::string target = NameOfFile(registry, kFileMonitorKey); !target.empty())
         files.push_back(FileMonitor(registry, target));
     return files;
 }
