@@ -77,13 +77,13 @@ set(SYSLOGMON_RULES_SCHEMA ${CMAKE_INSTALL_FULL_DATADIR}/syslogmon/rules.schema.
 install(FILES packaging/rules.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/syslogmon)
 
 add_agent_folder(cli alert_commands.cc doctor_agent.cc doctor_commands.cc doctor_logs.cc
-    doctor_promises.cc doctor_rsyslog.cc doctor_sinks.cc event_commands.cc event_json.cc output.cc
+    doctor_promises.cc doctor_rsyslog.cc doctor_sinks.cc event_commands.cc event_json.cc input_commands.cc output.cc
     progress_bar.cc reg_file_commands.cc registry_commands.cc rsyslog_config.cc rules_commands.cc
     scan_commands.cc setting_commands.cc since.cc sink_commands.cc status_commands.cc tally.cc
     temporary_folder.cc test_commands.cc text_input.cc trace_commands.cc trial.cc trial_input.cc
     undelivered_commands.cc)
-target_link_libraries(agent_cli PUBLIC agent_logs agent_regfile agent_rules agent_settings agent_sinks
-                      agent_status CLI11::CLI11 nlohmann_json::nlohmann_json)
+target_link_libraries(agent_cli PUBLIC agent_inputs agent_logs agent_regfile agent_rules agent_settings
+                      agent_sinks agent_status CLI11::CLI11 nlohmann_json::nlohmann_json)
 target_include_directories(agent_cli PRIVATE ${CMAKE_BINARY_DIR}/generated)
 target_compile_options(agent_cli PRIVATE ${QUICK_BUILD})
 target_compile_definitions(agent_cli PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}"
@@ -92,9 +92,9 @@ add_program(syslogmon agent/cli/main.cc)
 target_link_libraries(syslogmon PRIVATE agent_cli)
 target_compile_options(syslogmon PRIVATE ${QUICK_BUILD})
 
-add_agent_folder(daemon console.cc daemon.cc doorbell.cc file_watch.cc life_watch.cc live_settings.cc monitor.cc notify.cc
-    signals.cc status_board.cc store_wait.cc supervisor.cc trigger.cc)
-target_link_libraries(agent_daemon PUBLIC agent_logs agent_settings agent_sinks agent_status
+add_agent_folder(daemon console.cc daemon.cc doorbell.cc file_watch.cc input_feed.cc life_watch.cc
+    live_settings.cc monitor.cc notify.cc signals.cc status_board.cc store_wait.cc supervisor.cc trigger.cc)
+target_link_libraries(agent_daemon PUBLIC agent_inputs agent_logs agent_settings agent_sinks agent_status
                       PRIVATE PkgConfig::SYSTEMD Threads::Threads)
 target_compile_definitions(agent_daemon PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}")
 add_program(syslogmond agent/daemon/main.cc)

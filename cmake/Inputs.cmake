@@ -3,7 +3,9 @@ find_package(LibArchive REQUIRED)
 pkg_check_modules(RE2 REQUIRED IMPORTED_TARGET re2)
 
 add_agent_folder(inputs change_watch.cc charset.cc file_follower.cc file_identity.cc folder_view.cc
-    followed_file.cc line_origin.cc local_clock.cc log_content.cc place.cc protected_words.cc records.cc
-    rendering.cc rotated_names.cc stamp_formats.cc)
-target_link_libraries(agent_inputs PRIVATE nlohmann_json::nlohmann_json LibArchive::LibArchive
-                      PkgConfig::RE2 PkgConfig::SYSTEMD)
+    followed_file.cc input_registry.cc input_store.cc input_thread.cc journal_reader.cc line_origin.cc
+    local_clock.cc log_content.cc place.cc protected_words.cc records.cc rendering.cc rotated_names.cc
+    sample.cc spool.cc spool_keeper.cc stamp_formats.cc)
+target_link_libraries(agent_inputs PUBLIC agent_alerts
+                      PRIVATE nlohmann_json::nlohmann_json LibArchive::LibArchive PkgConfig::RE2
+                      PkgConfig::SYSTEMD Threads::Threads)

@@ -18,7 +18,8 @@ const std::string kBytesOfRow =
 // alert.
 const std::string kColumns =
     " time_ms, host, log_name, source, event_id, count, message, reports, last_time_ms,"
-    " last_message, (SELECT uuid FROM key_series WHERE first_alert <= alert.id"
+    " last_message, line_host, program, own_time, (SELECT uuid FROM key_series WHERE first_alert "
+    "<= alert.id"
     " ORDER BY first_alert DESC LIMIT 1) ";
 
 } // namespace
@@ -37,9 +38,10 @@ namespace {
 int64_t InsertAlert(host::Database &database, const Alert &alert)
 {
     host::Statement insert(database, "INSERT INTO alert (time_ms, host, log_name, source, event_id,"
-                                     " count, message) VALUES (?, ?, ?, ?, ?, ?, ?)");
+                                     " count, message, line_host, program, own_time)"
+                                     " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
     insert.Run(alert.time_ms, alert.host, alert.log_name, alert.source, alert.event_id, alert.count,
-               alert.message);
+               alert.message, alert.line_host, alert.program, alert.own_time);
     return database.LastInsertId();
 }
 
@@ -102,7 +104,10 @@ std::vector<Alert> AlertsOf(host::Statement &select)
         alert.reports = select.Integer(8);
         alert.last_time_ms = select.Integer(9);
         alert.last_message = select.Text(10);
-        alert.key = select.Text(11) + "/" + std::to_string(alert.id);
+        alert.line_host = select.Text(11);
+        alert.program = select.Text(12);
+        alert.own_time = select.Text(13);
+        alert.key = select.Text(14) + "/" + std::to_string(alert.id);
         found.push_back(std::move(alert));
     }
     return found;

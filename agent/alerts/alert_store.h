@@ -27,8 +27,11 @@ struct Alert {
     std::string log_name;
     std::string source;
     uint32_t event_id = 0;
-    int64_t count = 0;   // hits that it stands for
-    std::string message; // the line
+    int64_t count = 0;     // hits that it stands for
+    std::string message;   // the line
+    std::string line_host; // that wrote the line; empty: not known
+    std::string program;   // the same of the program
+    std::string own_time; // the time stamp of the line, when it was replaced by the time of reading
     // Of a flood, one alert stands for many reports of its event. `time_ms` and `message` are then of
     // the first of them, and these of the last; of a single report they are 0 and empty.
     int64_t reports = 1;

@@ -8,6 +8,7 @@
 #include "agent/alerts/report_folder.h"
 #include "agent/host/c_boundary.h"
 #include "agent/host/host.h"
+#include "agent/host/report_source.h"
 #include "platform/siblings.h"
 
 namespace {
@@ -45,6 +46,15 @@ alerts::Alert AlertOf(host::Host &host, const ReportRequest &request)
     // There is always one line, although stringCount says 0. Everything in the request is copied:
     // it is the module's again when this call returns.
     alert.message = request.strings[0];
+    if (host.report_source()) {
+        host::ReportSource source = host.report_source()(alert.message);
+        alert.message = std::move(source.text);
+        if (!source.log.empty())
+            alert.log_name = std::move(source.log);
+        alert.line_host = std::move(source.host);
+        alert.program = std::move(source.program);
+        alert.own_time = std::move(source.own_time);
+    }
     return alert;
 }
 

@@ -75,6 +75,15 @@ json ToJson(const Alert &alert)
                    {"event_id", events::FormatEventId(alert.event_id)},
                    {"count", alert.count},
                    {"message", alert.message}};
+    // The module names every log like this; a name of its own is known of inputs.
+    if (alert.log_name != "Application")
+        object["log"] = alert.log_name;
+    for (const auto &[name, value] :
+         {std::pair("line_host", &alert.line_host), std::pair("program", &alert.program),
+          std::pair("own_time", &alert.own_time)}) {
+        if (!value->empty())
+            object[name] = *value;
+    }
     // Only of one that stands for several reports: the others have nothing to say here.
     if (alert.IsFolded()) {
         object["reports"] = alert.reports;

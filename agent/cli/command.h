@@ -90,6 +90,7 @@ extern const std::vector<Command> kSettingCommands;
 extern const std::vector<Command> kScanCommands;
 extern const std::vector<Command> kAlertCommands;
 extern const std::vector<Command> kSinkCommands;
+extern const std::vector<Command> kInputCommands;
 extern const std::vector<Command> kRegistryCommands;
 extern const std::vector<Command> kTraceCommands;
 extern const std::vector<Command> kRulesCommands;

@@ -38,6 +38,7 @@ namespace {
 const std::map<std::string, const char *> kGroups = {
     {"event", "Registered events: what is looked for, and how often it was seen"},
     {"sink", "Sinks: where alerts go"},
+    {"input", "Inputs: the journal and files that are read beside the system log"},
     {"reg", "The registry, where all settings and states are kept"},
     {"trace", "The trace log of the daemon"},
 };
@@ -75,7 +76,7 @@ void AddCommands(CLI::App &app, Context &context, Action &action)
 {
     for (const auto *rows :
          {&kStatusCommands, &kEventCommands, &kSettingCommands, &kScanCommands, &kAlertCommands,
-          &kSinkCommands, &kRegistryCommands, &kTraceCommands, &kRulesCommands, &kRegFileCommands,
+          &kSinkCommands, &kInputCommands, &kRegistryCommands, &kTraceCommands, &kRulesCommands, &kRegFileCommands,
           &kTestCommands, &kDoctorCommands}) {
         for (const Command &command : *rows)
             command.set_up(ParserFor(app, command), context, action);

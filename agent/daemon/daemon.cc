@@ -10,6 +10,7 @@
 
 #include "agent/daemon/alert_outlets.h"
 #include "agent/daemon/doorbell.h"
+#include "agent/daemon/input_feed.h"
 #include "agent/daemon/life_watch.h"
 #include "agent/daemon/live_settings.h"
 #include "agent/daemon/named_events.h"
@@ -19,6 +20,7 @@
 #include "agent/daemon/store_wait.h"
 #include "agent/daemon/supervisor.h"
 #include "agent/daemon/trigger.h"
+#include "agent/host/error.h"
 #include "agent/host/host.h"
 #include "agent/host/trace_log.h"
 #include "agent/status/daemon_lock.h"
@@ -67,6 +69,7 @@ class Daemon {
     void TakeSignals();
     void Act(int signal_number);
     void TakeSettings();
+    void TakeInputs();
     void LookAtMonitor();
     void Stop();
     void EndWithoutStore();
@@ -93,6 +96,7 @@ class Daemon {
     LifeWatch life_{board_};
     Trigger trigger_{[this] { LookNow(); },
                      [this](const std::string &problem) { WatchingChanged(problem); }};
+    InputFeed feed_;       // before the monitor that uses it
     Doorbell names_taken_; // the monitor may follow other files than before
     LiveSettings settings_;
     Supervisor supervisor_; // last: its monitor uses the others
@@ -102,8 +106,9 @@ class Daemon {
 
 Daemon::Daemon(host::Host &host, const DaemonOptions &options)
     : host_(host), events_(options.layout.run), board_(host),
-      outlets_(options.layout, options.print_alerts), settings_(options.layout.Store(), Effects()),
-      supervisor_(host, board_, life_,
+      outlets_(options.layout, options.print_alerts), feed_(host, [this] { events_.scan->Set(); }),
+      settings_(options.layout.Store(), Effects()),
+      supervisor_(host, board_, life_, feed_,
                   [this](const status::PassStatus &pass) { PassIsStored(pass); })
 {
     host_.store().SetWait(store_wait_.Patience());
@@ -122,6 +127,7 @@ SettingEffects Daemon::Effects()
     };
     effects.watch_files = [this](std::vector<std::filesystem::path> files, Milliseconds interval) {
         trigger_.Follow(std::move(files), interval);
+        feed_.SetInterval(interval);
     };
     return effects;
 }
@@ -237,6 +243,19 @@ void Daemon::TakeSettings()
     // next round.
     if (names_taken_.Answer() || changed || settings_.IsDue())
         settings_.ReadOrRetry();
+    TakeInputs();
+}
+
+// The module takes another customer file at its start without passing over what is in it.
+void Daemon::TakeInputs()
+{
+    try {
+        if (feed_.TakeChanges())
+            supervisor_.Restart();
+    } catch (const host::Error &error) {
+        TRACE(TRACE_SYSTEM, "%s", error.what());
+        text::Say(error.what());
+    }
 }
 
 void Daemon::LookAtMonitor()
@@ -275,6 +294,7 @@ void Daemon::WaitForNews()
         {supervisor_.IsPausing() ? events_.table->PollFd() : -1, POLLIN, 0},
         {trigger_.ChangesFd(), POLLIN, 0},
         {trigger_.MountsFd(), POLLPRI, 0},
+        {feed_.ChangedFd(), POLLIN, 0},
     };
     // What it returns says nothing new: on a signal or an error each step below looks for itself,
     // and finds nothing to do.

@@ -56,8 +56,8 @@ HANDLE NewEvent()
 
 // The handles stand in the record before the thread that reads them begins. The table is that of
 // the loaded module, which fills it in a moment.
-Monitor::Monitor(host::Host &host, monitor::Module &module, MonitorNews news)
-    : host_(host), module_(module), news_(std::move(news)), record_(kThreadRecordSize),
+Monitor::Monitor(host::Host &host, monitor::Module &module, InputFeed &feed, MonitorNews news)
+    : host_(host), module_(module), feed_(feed), news_(std::move(news)), record_(kThreadRecordSize),
       stop_(NewEvent()), started_(NewEvent()), moments_(host, *this, started_.get())
 {
     for (const auto &[offset, handle] : {std::pair(kThreadStopHandleOffset, stop_.get()),
@@ -95,7 +95,7 @@ void Monitor::Run()
     if (Prepare())
         module_.StartThread(record_.data());
     // Nothing is written after the last rest but by a life that failed: its pass does not count.
-    host_.store().AbandonPass();
+    AbandonPass();
     // A failure here is the cause of what was traced behind it; without one, the module's last
     // error is the best there is.
     if (reason_.empty())
@@ -112,6 +112,7 @@ bool Monitor::Prepare()
         host_.registry().Create(host::kRootKey, kApplicationKey);
         // Now, so that the key is there whatever becomes of the first pass.
         host_.store().CommitPass();
+        feed_.Prepare();
         counters_.emplace(host_.store());
         return true;
     } catch (const std::exception &error) {
@@ -144,7 +145,15 @@ void Monitor::StorePass()
         // Something failed earlier in this life, and what the pass counted may be wrong.
         throw host::Error(reason_);
     counters_->Save(module_.table());
+    feed_.BeforeCommit();
     host_.store().CommitPass();
+    feed_.Committed();
+}
+
+void Monitor::AbandonPass()
+{
+    host_.store().AbandonPass();
+    feed_.Abandoned();
 }
 
 bool Monitor::ModuleRests()
@@ -153,7 +162,7 @@ bool Monitor::ModuleRests()
         StorePass();
     } catch (const std::exception &error) {
         Break(error);
-        host_.store().AbandonPass();
+        AbandonPass();
         return false;
     }
     pass_.took_us = (status::BootTimeNs() - pass_.began_boot_ns) / 1000;

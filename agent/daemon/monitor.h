@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "agent/daemon/input_feed.h"
 #include "agent/host/host.h"
 #include "agent/host/owned_handle.h"
 #include "agent/monitor/module.h"
@@ -37,7 +38,7 @@ class Monitor : private host::Moments {
   public:
     // Starts the thread. The module must be at rest, and belongs to this object for its life.
     // Throws host::Error when no event is left.
-    Monitor(host::Host &host, monitor::Module &module, MonitorNews news);
+    Monitor(host::Host &host, monitor::Module &module, InputFeed &feed, MonitorNews news);
     ~Monitor() override; // stops it, and waits until it has ended
     Monitor(const Monitor &) = delete;
     Monitor &operator=(const Monitor &) = delete;
@@ -62,13 +63,16 @@ class Monitor : private host::Moments {
     bool ModuleRests() override;
     void StillRests() override { ++pulses_; }
     [[nodiscard]] DWORD PulseMs() const override { return news_.pulse_ms; }
+    [[nodiscard]] bool MayEndRest(const std::string &name) override { return feed_.MayTake(name); }
     void PassBegins(DWORD result, const std::string &name) override;
 
     void StorePass();
+    void AbandonPass();
     void Break(const std::exception &error);
 
     host::Host &host_;
     monitor::Module &module_;
+    InputFeed &feed_; // what joins each pass
     MonitorNews news_;
     // What StartThread is given; read by the module as long as it runs.
     std::vector<char> record_;

@@ -17,9 +17,10 @@ constexpr std::chrono::seconds kRanWell{60};
 
 } // namespace
 
-Supervisor::Supervisor(host::Host &host, StatusBoard &board, LifeWatch &life,
+Supervisor::Supervisor(host::Host &host, StatusBoard &board, LifeWatch &life, InputFeed &feed,
                        std::function<void(const status::PassStatus &)> stored)
-    : host_(host), board_(board), life_(life), stored_(std::move(stored)), module_(host.layout())
+    : host_(host), board_(board), life_(life), feed_(feed), stored_(std::move(stored)),
+      module_(host.layout())
 {
 }
 
@@ -40,7 +41,7 @@ void Supervisor::Start()
     };
     news.pulse_ms = static_cast<DWORD>(life_.Interval().count());
     news.ended = [this] { ended_.Ring(); };
-    monitor_ = std::make_unique<Monitor>(host_, module_, std::move(news));
+    monitor_ = std::make_unique<Monitor>(host_, module_, feed_, std::move(news));
     life_.Restart();
 }
 

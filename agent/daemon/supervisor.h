@@ -28,7 +28,7 @@ class Supervisor {
 
     // Loads the module. `stored` is called on the monitor thread whenever a pass is committed, and must not block.
     // Throws host::Error.
-    Supervisor(host::Host &host, StatusBoard &board, LifeWatch &life,
+    Supervisor(host::Host &host, StatusBoard &board, LifeWatch &life, InputFeed &feed,
                std::function<void(const status::PassStatus &)> stored);
 
     void Start();
@@ -58,6 +58,7 @@ class Supervisor {
     host::Host &host_;
     StatusBoard &board_;
     LifeWatch &life_;
+    InputFeed &feed_;
     std::function<void(const status::PassStatus &)> stored_;
     monitor::Module module_;
     Doorbell ended_;

@@ -13,6 +13,7 @@
 #include "agent/host/moments.h"
 #include "agent/host/open_key.h"
 #include "agent/host/registry_tree.h"
+#include "agent/host/report_source.h"
 #include "agent/host/reported_hits.h"
 #include "agent/host/store.h"
 #include "agent/host/waitable.h"
@@ -45,6 +46,10 @@ class Host {
     [[nodiscard]] const ModuleTable &table() const { return table_; }
     [[nodiscard]] ReportedHits &reported_hits() { return reported_hits_; }
 
+    // Who knows where a reported line came from; null: nobody. Not while the module runs a pass.
+    void SetReportSource(FindReportSource find) { find_source_ = std::move(find); }
+    [[nodiscard]] const FindReportSource &report_source() const { return find_source_; }
+
     // Tells somebody of the moments from now on; null: nobody. `table_loaded` is the event that the
     // module sets when it has started. Not while a wait is under way.
     void TellMoments(Moments *moments, HANDLE table_loaded);
@@ -72,6 +77,7 @@ class Host {
     HandleTable<OpenKey> keys_{0x10000000};
     ModuleTable table_;
     ReportedHits reported_hits_;
+    FindReportSource find_source_;
     Moments *moments_ = nullptr;
     HANDLE table_loaded_ = nullptr;
     Host *outer_ = nullptr; // the one that was made before this one and lives on

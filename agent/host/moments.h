@@ -7,6 +7,7 @@
 //     (the first pass)
 //     ModuleRests            it waits for all that can wake it: the pass is committed
 //     StillRests             the wait goes on
+//     MayEndRest             a named event was taken
 //     PassBegins             something woke it, or the cycle is over
 //     (a pass)
 //     ModuleRests            ...
@@ -39,6 +40,10 @@ class Moments {
     // PulseMs() milliseconds; 0: a sleep has no end of its own.
     virtual void StillRests() {}
     [[nodiscard]] virtual DWORD PulseMs() const { return 0; }
+
+    // An event of this name was taken. False: the rest goes on without it, and the module never
+    // hears of it.
+    virtual bool MayEndRest(const std::string & /*name*/) { return true; }
 
     // The rest is over. `result` is what the wait reports, `name` that of the event that was taken:
     // empty for a time-out, and for an event without a name.

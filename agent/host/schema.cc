@@ -75,6 +75,26 @@ constexpr const char *kSteps[] = {
     // versions before had the store's own.
     "CREATE TABLE key_series (first_alert INTEGER PRIMARY KEY, uuid TEXT NOT NULL);"
     "INSERT INTO key_series (first_alert, uuid) SELECT 0, uuid FROM store;",
+    // 5: inputs. How far each was read: a row for each file, one for a journal. They go with the input.
+    "CREATE TABLE input_place ("
+    "  input INTEGER NOT NULL REFERENCES reg_key (id) ON DELETE CASCADE,"
+    "  number INTEGER NOT NULL,"
+    "  place TEXT NOT NULL," // a journal's cursor; of a file, see agent/inputs/place.h
+    "  PRIMARY KEY (input, number)) WITHOUT ROWID;"
+    // What counts of the spool, which lies beside the store.
+    "CREATE TABLE spool ("
+    "  id INTEGER PRIMARY KEY CHECK (id = 1),"
+    "  generation INTEGER NOT NULL,"
+    "  length INTEGER NOT NULL,"
+    "  last_line INTEGER NOT NULL);"
+    // From this offset of the spool on, up to the next row's, the lines are of this log.
+    "CREATE TABLE spool_origin (at INTEGER PRIMARY KEY, input TEXT NOT NULL, log TEXT NOT NULL);"
+    // The line at this offset had another time stamp.
+    "CREATE TABLE spool_stamp (at INTEGER PRIMARY KEY, stamp TEXT NOT NULL);"
+    // Of the line of an alert: who wrote it, and when by its own account. Empty: not known.
+    "ALTER TABLE alert ADD COLUMN line_host TEXT NOT NULL DEFAULT '';"
+    "ALTER TABLE alert ADD COLUMN program TEXT NOT NULL DEFAULT '';"
+    "ALTER TABLE alert ADD COLUMN own_time TEXT NOT NULL DEFAULT '';",
 };
 constexpr int kVersion = static_cast<int>(std::size(kSteps));
 

@@ -142,12 +142,18 @@ DWORD Rest(const Objects &objects, bool wait_all, DWORD milliseconds, Moments *m
 {
     if (moments != nullptr && !moments->ModuleRests())
         return WAIT_RESULT_FIRST;
-    const DWORD result = Wait(objects, wait_all, milliseconds, moments);
-    if (moments != nullptr) {
+    for (;;) {
+        const DWORD result = Wait(objects, wait_all, milliseconds, moments);
+        if (moments == nullptr)
+            return result;
         const bool has_handle = result >= WAIT_RESULT_FIRST;
-        moments->PassBegins(result, has_handle ? objects[result - WAIT_RESULT_FIRST]->name() : "");
+        const std::string name = has_handle ? objects[result - WAIT_RESULT_FIRST]->name() : "";
+        // Without it, the cycle begins anew: whoever refuses an event has other work for the module.
+        if (!name.empty() && !moments->MayEndRest(name))
+            continue;
+        moments->PassBegins(result, name);
+        return result;
     }
-    return result;
 }
 
 } // namespace

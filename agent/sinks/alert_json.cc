@@ -20,6 +20,12 @@ std::string AlertJson(const Message &message)
                                      {"event_id", events::FormatEventId(alert.event_id)},
                                      {"count", alert.count},
                                      {"message", alert.message}};
+    if (!alert.line_host.empty())
+        object["line_host"] = alert.line_host;
+    if (!alert.program.empty())
+        object["program"] = alert.program;
+    if (!alert.own_time.empty())
+        object["own_time"] = alert.own_time;
     // Only then: most alerts are of a single report, and their lines stay short.
     if (alert.IsFolded()) {
         object["reports"] = alert.reports;

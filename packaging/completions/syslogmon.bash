@@ -21,6 +21,9 @@ _syslogmon_values() {
     case $verb:$name in
         event*:source) "${program[@]}" event list 2>/dev/null | cut -f 1 | sort -u ;;
         event*:id) "${program[@]}" event list 2>/dev/null | awk -F '\t' -v s="$before" '$1 == s { print $2 }' ;;
+        "input add:kind") printf '%s\n' files journal ;;
+        "input add:name") ;; # a new one
+        input*:name) "${program[@]}" input list 2>/dev/null | cut -f 1 ;;
         "sink add:kind") sed -n 's/^  \([a-z]*\): .*/\1/p' <<<"$help" ;;
         "sink add:name") ;; # a new one
         sink*:name) "${program[@]}" sink list 2>/dev/null | cut -f 1 ;;

@@ -74,6 +74,11 @@ function __syslogmon_candidates
             $call event list 2>/dev/null | string split -f 1 \t | sort -u
         case 'event *:id'
             $call event list 2>/dev/null | string match -rg -- '^'(string escape --style=regex -- $arguments[-1])'\t([0-9A-F]+)'
+        case 'input add:kind'
+            printf '%s\n' files journal
+        case 'input add:name'
+        case 'input *:name'
+            $call input list 2>/dev/null | string split -f 1 \t
         case 'sink add:kind'
             string match -rg -- '^  ([a-z]+): ' $help
         case 'sink add:name'

@@ -24,7 +24,8 @@ class History {
   public:
     explicit History(test::Random *random) : random_(*random)
     {
-        world_.Write("a.log", random_.Chance(50) ? test::LogLine("old") : "");
+        world_.Write("a.log",
+                     random_.Chance(50) ? test::LogLine("old") + test::LogLine("older") : "");
         if (random_.Chance(30))
             world_.options.rules.paths = {world_.Path("a.log*")};
         if (random_.Chance(20))
@@ -86,6 +87,9 @@ class History {
     {
         if (!part_.empty())
             EndPart();
+        // A log of a single line says too little about itself to be known again in every case.
+        if (lseek(writer_, 0, SEEK_END) == 0)
+            ++count;
         std::string bytes;
         for (int i = 0; i < count; ++i) {
             const std::string message =
@@ -109,6 +113,8 @@ class History {
     {
         if (!part_.empty())
             return EndPart();
+        if (lseek(writer_, 0, SEEK_END) == 0)
+            Append(1);
         const std::string message = "line " + std::to_string(next_line_++);
         ++expected_[message];
         const std::string line = test::LogLine(message);

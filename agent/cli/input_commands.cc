@@ -1,0 +1,263 @@
+// input add, set, remove, list, show, test
+#include <algorithm>
+#include <cstdio>
+#include <sys/stat.h>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "agent/cli/command.h"
+#include "agent/cli/output.h"
+#include "agent/host/agent_values.h"
+#include "agent/host/waitable.h"
+#include "agent/inputs/input_registry.h"
+#include "agent/inputs/sample.h"
+#include "platform/contract.h"
+
+namespace cli {
+
+namespace {
+
+using inputs::InputConfig;
+using nlohmann::json;
+
+// Entries that input test shows.
+constexpr size_t kShownEntries = 10;
+
+struct InputOptions {
+    std::string kind;
+    std::string name;
+    std::vector<std::string> options; // "name=value"
+    std::vector<std::string> unset;   // "name"
+};
+
+inputs::InputRegistry Inputs(const Context &context)
+{
+    return {context.Host().store(), context.Host().registry()};
+}
+
+std::string Charset(const Context &context)
+{
+    return host::AgentText(context.Host().registry(), "LogCharset")
+        .value_or(host::kDefaultLogCharset);
+}
+
+void TellDaemonOfInputs(const Context &context)
+{
+    host::WakeEvent::Create(context.layout.run, inputs::kInputsEvent, false, false)->Set();
+}
+
+// An option that is given takes the place of all values that it had.
+void TakeInputOptions(const std::vector<std::string> &words, InputConfig *config)
+{
+    std::map<std::string, std::vector<std::string>> given;
+    for (const std::string &word : words) {
+        const size_t equals = word.find('=');
+        if (equals == std::string::npos || equals == 0)
+            throw host::Error("cannot use the option \"" + word + "\"", "it has no value",
+                              "write NAME=VALUE");
+        given[word.substr(0, equals)].push_back(word.substr(equals + 1));
+    }
+    for (auto &[name, values] : given)
+        config->options[name] = std::move(values);
+}
+
+// What would be counted twice: the monitor reads the system log by itself.
+std::vector<std::string> Warnings(const InputConfig &config)
+{
+    std::vector<std::string> warnings;
+    struct stat status {};
+    const bool has_system_log = stat(kSystemLog, &status) == 0;
+    if (config.kind == inputs::kJournalKind && has_system_log &&
+        config.Value("namespace").empty() && config.Value("directory").empty())
+        warnings.push_back(
+            std::string(kSystemLog) +
+            " is there and is read, too: where a syslog daemon writes the journal's "
+            "entries into it, they count twice. Remove this input, or have the syslog "
+            "daemon no longer write that file");
+    if (config.kind == inputs::kFilesKind &&
+        inputs::FollowOptionsOf(config, host::kDefaultLogCharset).rules.Match(kSystemLog))
+        warnings.push_back(std::string(kSystemLog) +
+                           " is read without an input, so its lines count twice. Leave it out with "
+                           "exclude=" +
+                           kSystemLog);
+    return warnings;
+}
+
+void Warn(const InputConfig &config)
+{
+    for (const std::string &warning : Warnings(config))
+        fprintf(stderr, "syslogmon: warning: %s\n", warning.c_str());
+}
+
+int AddInput(Context &context, const InputOptions &options)
+{
+    InputConfig config;
+    config.kind = options.kind;
+    config.name = options.name;
+    TakeInputOptions(options.options, &config);
+    context.Open();
+    config = Inputs(context).Add(std::move(config), Charset(context));
+    TellDaemonOfInputs(context);
+    Warn(config);
+    if (context.json)
+        PrintJson({{"added", config.name}, {"warnings", Warnings(config)}});
+    return kExitDone;
+}
+
+int ChangeInput(Context &context, const InputOptions &options)
+{
+    context.Open();
+    InputConfig config = Inputs(context).Find(options.name);
+    TakeInputOptions(options.options, &config);
+    for (const std::string &name : options.unset)
+        config.options.erase(name);
+    Inputs(context).Change(config);
+    TellDaemonOfInputs(context);
+    Warn(config);
+    if (context.json)
+        PrintJson({{"changed", config.name}, {"warnings", Warnings(config)}});
+    return kExitDone;
+}
+
+int RemoveInput(Context &context, const InputOptions &options)
+{
+    context.Open();
+    Inputs(context).Remove(options.name);
+    TellDaemonOfInputs(context);
+    if (context.json)
+        PrintJson({{"removed", options.name}});
+    return kExitDone;
+}
+
+json ToJson(const InputConfig &config)
+{
+    return {{"name", config.name}, {"kind", config.kind}, {"options", config.options}};
+}
+
+int ListInputs(Context &context, const InputOptions & /*options*/)
+{
+    context.OpenToRead();
+    json list = json::array();
+    Table table({"NAME", "KIND", "OPTIONS"});
+    for (const InputConfig &config : Inputs(context).ReadAll()) {
+        list.push_back(ToJson(config));
+        std::string text;
+        for (const auto &[name, values] : config.options) {
+            for (const std::string &value : values)
+                text += (text.empty() ? "" : " ") + name + "=" + value;
+        }
+        table.Add({config.name, config.kind, text.empty() ? "-" : text});
+    }
+    if (context.json)
+        PrintJson({{"inputs", list}});
+    else
+        table.Print();
+    return kExitDone;
+}
+
+int ShowInput(Context &context, const InputOptions &options)
+{
+    context.OpenToRead();
+    const InputConfig config = Inputs(context).Find(options.name);
+    if (context.json) {
+        PrintJson({{"input", ToJson(config)}});
+        return kExitDone;
+    }
+    Table table({"OPTION", "VALUE"});
+    table.Add({"kind", config.kind});
+    for (const auto &[name, values] : config.options) {
+        for (const std::string &value : values)
+            table.Add({name, value});
+    }
+    table.Print();
+    return kExitDone;
+}
+
+int TestInput(Context &context, const InputOptions &options)
+{
+    context.OpenToRead();
+    const InputConfig config = Inputs(context).Find(options.name);
+    const inputs::Sample sample = inputs::TakeSample(config, Charset(context), kShownEntries);
+    std::vector<std::string> problems = sample.problems;
+    const std::vector<std::string> warnings = Warnings(config);
+    problems.insert(problems.end(), warnings.begin(), warnings.end());
+    if (context.json) {
+        PrintJson({{"input", config.name}, {"entries", sample.lines}, {"problems", problems}});
+        return problems.empty() ? kExitDone : kExitFailed;
+    }
+    for (const std::string &line : sample.lines)
+        PrintValue(line);
+    for (const std::string &problem : problems)
+        PrintError(problem);
+    return problems.empty() ? kExitDone : kExitFailed;
+}
+
+// ---- the command line ----
+
+using Function = int (*)(Context &, const InputOptions &);
+
+template <Function function>
+InputOptions &SetUp(CLI::App &app, Context &context, Action &action)
+{
+    auto options = std::make_shared<InputOptions>();
+    app.callback([&context, &action, options] {
+        action = [&context, options] { return function(context, *options); };
+    });
+    return *options;
+}
+
+std::string OptionsHelp()
+{
+    std::string help = "\nOptions, as NAME=VALUE:\n";
+    for (const inputs::InputOption &option : inputs::AllInputOptions())
+        help += "  " + std::string(option.kind) + ": " + option.name + "=" +
+                (option.is_repeated ? " (repeated)" : "") + "  " + option.help + "\n";
+    return help;
+}
+
+void SetUpAdd(CLI::App &app, Context &context, Action &action)
+{
+    InputOptions &options = SetUp<AddInput>(app, context, action);
+    app.add_option("kind", options.kind, "What it is: files or journal")->required();
+    app.add_option("name", options.name, "Its name")->required();
+    app.add_option("options", options.options, "NAME=VALUE, see below")->type_name("OPTION ...");
+    app.footer(OptionsHelp());
+}
+
+void SetUpSet(CLI::App &app, Context &context, Action &action)
+{
+    InputOptions &options = SetUp<ChangeInput>(app, context, action);
+    app.add_option("name", options.name, "Its name")->required();
+    app.add_option("options", options.options, "NAME=VALUE, see below")->type_name("OPTION ...");
+    app.add_option("--unset", options.unset, "Take this option away: its standard value holds")
+        ->allow_extra_args(false) // one each time: what follows are options of the input
+        ->type_name("NAME");
+    app.footer(OptionsHelp());
+}
+
+template <Function function>
+void SetUpNamed(CLI::App &app, Context &context, Action &action)
+{
+    InputOptions &options = SetUp<function>(app, context, action);
+    app.add_option("name", options.name, "Its name")->required();
+}
+
+void SetUpList(CLI::App &app, Context &context, Action &action)
+{
+    SetUp<ListInputs>(app, context, action);
+}
+
+} // namespace
+
+const std::vector<Command> kInputCommands = {
+    {"input list", "Show what is read beside the system log", SetUpList},
+    {"input show", "Show one input with its options", SetUpNamed<ShowInput>},
+    {"input add", "Add an input; its entries count from now on", SetUpAdd},
+    {"input set", "Change options of an input; it goes on where it was", SetUpSet},
+    {"input test", "Show the last entries as the monitor gets them, and what is wrong",
+     SetUpNamed<TestInput>},
+    {"input remove", "Remove an input", SetUpNamed<RemoveInput>},
+};
+
+} // namespace cli

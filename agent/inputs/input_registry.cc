@@ -1,0 +1,285 @@
+#include "agent/inputs/input_registry.h"
+
+#include <algorithm>
+#include <climits>
+#include <strings.h>
+#include <unistd.h>
+
+#include "agent/host/agent_values.h"
+#include "agent/host/error.h"
+#include "agent/inputs/input_store.h"
+#include "platform/registry.h"
+
+namespace inputs {
+
+namespace {
+
+constexpr char kKind[] = "Kind";
+constexpr size_t kMaxName = 64;
+
+std::string InputsPath()
+{
+    return std::string(host::kAgentKey) + "\\INPUTS";
+}
+
+std::string HostName()
+{
+    char name[HOST_NAME_MAX + 1] = {};
+    gethostname(name, HOST_NAME_MAX);
+    return name;
+}
+
+void CheckName(const std::string &name)
+{
+    const bool ok = !name.empty() && name.size() <= kMaxName &&
+                    name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                           "0123456789._-") == std::string::npos;
+    if (!ok)
+        throw host::Error("cannot use the name \"" + name.substr(0, kMaxName) + "\" for an input",
+                          "it is empty, too long, or holds other characters than those of names",
+                          "use 1 to 64 letters, digits, \".\", \"_\" and \"-\"");
+}
+
+std::string NamesOfOptions(const std::string &kind)
+{
+    std::string names;
+    for (const InputOption &option : AllInputOptions()) {
+        if (kind == option.kind)
+            names += (names.empty() ? "" : ", ") + std::string(option.name);
+    }
+    return names;
+}
+
+const InputOption &FindOption(const InputConfig &input, const std::string &name)
+{
+    for (const InputOption &option : AllInputOptions()) {
+        if (input.kind == option.kind && name == option.name)
+            return option;
+    }
+    throw host::Error("cannot use the option \"" + name + "\"",
+                      "an input of the kind " + input.kind + " has none of that name",
+                      "use one of " + NamesOfOptions(input.kind));
+}
+
+[[noreturn]] void Refuse(const std::string &option, const std::string &value,
+                         const std::string &accepted)
+{
+    throw host::Error("cannot use " + option + "=" + value, "the value is not accepted",
+                      "use " + accepted);
+}
+
+void CheckValue(const std::string &option, const std::string &value)
+{
+    if (value.empty() || value.find('\n') != std::string::npos)
+        Refuse(option, value, "a text of one line");
+    if (option == "path" && value[0] != '/')
+        Refuse(option, value, "a path that begins with /");
+    if (option == "format" && !StampFormatOf(value))
+        Refuse(option, value, "one of " + StampFormatNames());
+    if (option == "join" && value != "indentation" && value != "no")
+        Refuse(option, value, "indentation or no");
+    if (option == "begin" && value != "now" && value != "start")
+        Refuse(option, value, "now or start");
+    if (option == "priority" && !PriorityOf(value))
+        Refuse(option, value, "emerg, alert, crit, err, warning, notice, info or debug");
+    if (option == "match" && (value.find('=') == std::string::npos || value[0] == '='))
+        Refuse(option, value, "FIELD=VALUE");
+}
+
+std::vector<std::string> LinesOf(const std::string &text)
+{
+    std::vector<std::string> lines;
+    size_t begin = 0;
+    while (begin < text.size()) {
+        const size_t end = std::min(text.find('\n', begin), text.size());
+        lines.push_back(text.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return lines;
+}
+
+} // namespace
+
+const std::vector<InputOption> &AllInputOptions()
+{
+    static const std::vector<InputOption> options = {
+        {"path", kFilesKind, true, "files to follow, a path with *, ? and [] as of a shell"},
+        {"exclude", kFilesKind, true, "files to leave alone: a path, or a name in any folder"},
+        {"format", kFilesKind, false,
+         "of the time stamps: auto, traditional, rfc3339, rfc5424, epoch or none"},
+        {"encoding", kFilesKind, false, "character set of the files, as iconv names it"},
+        {"join", kFilesKind, false,
+         "indentation: a line that begins with a blank goes on with the one before"},
+        {"begins-with", kFilesKind, false,
+         "expression: a line in which it finds nothing goes on with the one before"},
+        {"identifier", kFilesKind, false, "program of lines that name none"},
+        {"begin", kFilesKind, false, "now, or start: also what is there when the input is added"},
+        {"match", kJournalKind, true, "FIELD=VALUE that entries must have"},
+        {"priority", kJournalKind, false, "this priority and more urgent ones"},
+        {"namespace", kJournalKind, false, "journal namespace, instead of the host's own"},
+        {"directory", kJournalKind, false, "folder with journal files, instead of this host's"},
+        {"begin", kJournalKind, false, "now, or start: also what is there when the input is added"},
+    };
+    return options;
+}
+
+std::string InputConfig::Value(const std::string &option) const
+{
+    const auto found = options.find(option);
+    return found == options.end() || found->second.empty() ? "" : found->second.front();
+}
+
+std::vector<std::string> InputConfig::Values(const std::string &option) const
+{
+    const auto found = options.find(option);
+    return found == options.end() ? std::vector<std::string>{} : found->second;
+}
+
+void CheckInput(const InputConfig &input)
+{
+    CheckName(input.name);
+    if (input.kind != kFilesKind && input.kind != kJournalKind)
+        throw host::Error("cannot add an input of the kind \"" + input.kind + "\"",
+                          "there is no such kind", "use files or journal");
+    for (const auto &[name, values] : input.options) {
+        if (!FindOption(input, name).is_repeated && values.size() > 1)
+            throw host::Error("cannot use " + name + " twice", "it has one value", "give it once");
+        for (const std::string &value : values)
+            CheckValue(name, value);
+    }
+    if (input.kind == kFilesKind && input.Values("path").empty())
+        throw host::Error("cannot add the input " + input.name, "it names no files",
+                          "give path=/var/log/NAME.log");
+    if (input.kind == kFilesKind) // refuses an expression or an encoding that cannot be used
+        const FileFollower check(FollowOptionsOf(input, host::kDefaultLogCharset), {});
+}
+
+FollowOptions FollowOptionsOf(const InputConfig &input, const std::string &log_charset)
+{
+    FollowOptions options;
+    options.id = input.key;
+    options.name = input.name;
+    options.rules.paths = input.Values("path");
+    options.rules.excluded = input.Values("exclude");
+    options.form.format = StampFormatOf(input.Value("format")).value_or(StampFormat::kAuto);
+    options.form.host = HostName();
+    options.form.identifier = input.Value("identifier");
+    options.joining.by_indentation = input.Value("join") == "indentation";
+    options.joining.begins_with = input.Value("begins-with");
+    options.encoding = input.Value("encoding");
+    options.log_charset = log_charset;
+    options.from_start = input.Value("begin") == "start";
+    return options;
+}
+
+JournalOptions JournalOptionsOf(const InputConfig &input, const std::string &log_charset,
+                                const std::string &own_folder)
+{
+    JournalOptions options;
+    options.id = input.key;
+    options.name = input.name;
+    options.matches = input.Values("match");
+    options.priority = PriorityOf(input.Value("priority"));
+    options.journal_namespace = input.Value("namespace");
+    options.directory = input.Value("directory");
+    options.charset = log_charset;
+    options.own_folder = own_folder;
+    options.from_start = input.Value("begin") == "start";
+    return options;
+}
+
+std::vector<InputConfig> InputRegistry::ReadAll()
+{
+    std::vector<InputConfig> inputs;
+    const auto parent = registry_.Find(host::kRootKey, InputsPath());
+    if (!parent)
+        return inputs;
+    for (const std::string &name : registry_.SubKeys(*parent)) {
+        const auto key = registry_.Find(*parent, name);
+        if (!key)
+            continue; // it has gone in between
+        InputConfig input;
+        input.key = *key;
+        input.name = name;
+        for (const host::RegValue &value : registry_.Values(*key)) {
+            if (strcasecmp(value.name.c_str(), kKind) == 0)
+                input.kind = TextOf(value);
+            else
+                input.options[value.name] = LinesOf(TextOf(value));
+        }
+        inputs.push_back(std::move(input));
+    }
+    return inputs;
+}
+
+InputConfig InputRegistry::Find(const std::string &name)
+{
+    std::string known;
+    for (InputConfig &input : ReadAll()) {
+        if (strcasecmp(input.name.c_str(), name.c_str()) == 0)
+            return input;
+        known += (known.empty() ? "" : ", ") + input.name;
+    }
+    throw host::Error("cannot find the input \"" + name + "\"", "there is none of that name",
+                      known.empty() ? "add one with syslogmon input add" : "use one of " + known);
+}
+
+void InputRegistry::Write(const InputConfig &input)
+{
+    auto set = [&](const std::string &name, const std::string &text) {
+        registry_.Set(input.key, name, REG_SZ, std::string_view(text.c_str(), text.size() + 1));
+    };
+    for (const host::RegValue &value : registry_.Values(input.key)) {
+        if (strcasecmp(value.name.c_str(), kKind) != 0 && !input.options.contains(value.name))
+            registry_.DeleteValue(input.key, value.name);
+    }
+    set(kKind, input.kind);
+    for (const auto &[name, values] : input.options) {
+        std::string text;
+        for (const std::string &value : values)
+            text += (text.empty() ? "" : "\n") + value;
+        set(name, text);
+    }
+}
+
+InputConfig InputRegistry::Add(InputConfig input, const std::string &log_charset)
+{
+    CheckInput(input);
+    host::Transaction transaction(store_); // two that add one name do so one after the other
+    for (const InputConfig &other : ReadAll()) {
+        if (strcasecmp(other.name.c_str(), input.name.c_str()) == 0)
+            throw host::Error("cannot add the input " + input.name,
+                              "there is one of that name already",
+                              "choose another name, or change that one with syslogmon input set");
+    }
+    input.key = registry_.Create(host::kRootKey, InputsPath() + "\\" + input.name);
+    Write(input);
+    Batch places;
+    if (input.kind == kFilesKind) {
+        FileFollower follower(FollowOptionsOf(input, log_charset), {});
+        follower.Begin();
+        follower.StorePlaces(&places);
+    } else {
+        const JournalOptions options = JournalOptionsOf(input, log_charset, "");
+        places.places[{input.key, 0}] =
+            options.from_start ? "" : JournalReader::NewestCursor(options);
+    }
+    WritePlaces(store_, places);
+    transaction.Commit();
+    return input;
+}
+
+void InputRegistry::Change(const InputConfig &input)
+{
+    CheckInput(input);
+    host::Transaction transaction(store_);
+    Write(input);
+    transaction.Commit();
+}
+
+void InputRegistry::Remove(const std::string &name)
+{
+    registry_.DeleteKey(Find(name).key);
+}
+
+} // namespace inputs

@@ -1,0 +1,84 @@
+// The configured inputs, as they stand in the registry.
+//
+// Key SOFTWARE\KORBIN\TARSKVOSKAR\AGENT\INPUTS\<name>, one for each input:
+//
+//   value     type    meaning
+//   Kind      REG_SZ  "files" or "journal"
+//   others    REG_SZ  the options of the kind, under the names that are typed; of an option that can be given
+//                     several times, a line each
+#ifndef AGENT_INPUTS_INPUT_REGISTRY_H
+#define AGENT_INPUTS_INPUT_REGISTRY_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "agent/host/registry_tree.h"
+#include "agent/host/store.h"
+#include "agent/inputs/batch.h"
+#include "agent/inputs/file_follower.h"
+#include "agent/inputs/journal_reader.h"
+
+namespace inputs {
+
+// Set by a command that has changed an input; the daemon reads them again.
+inline constexpr char kInputsEvent[] = "Agent_Inputs_Event";
+
+inline constexpr char kFilesKind[] = "files";
+inline constexpr char kJournalKind[] = "journal";
+
+struct InputOption {
+    const char *name;
+    const char *kind; // of which inputs
+    bool is_repeated; // can be given several times
+    const char *help; // in one line
+};
+const std::vector<InputOption> &AllInputOptions();
+
+struct InputConfig {
+    InputId key = 0; // 0: not stored yet
+    std::string name;
+    std::string kind;
+    std::map<std::string, std::vector<std::string>> options;
+
+    // The first value, or nothing but an empty text.
+    [[nodiscard]] std::string Value(const std::string &option) const;
+    [[nodiscard]] std::vector<std::string> Values(const std::string &option) const;
+};
+
+// Throws host::Error, which names option and cause, when something is wrong with it.
+void CheckInput(const InputConfig &input);
+
+// As readers take it. `log_charset`: of the monitor.
+FollowOptions FollowOptionsOf(const InputConfig &input, const std::string &log_charset);
+JournalOptions JournalOptionsOf(const InputConfig &input, const std::string &log_charset,
+                                const std::string &own_folder);
+
+class InputRegistry {
+  public:
+    InputRegistry(host::Store &store, host::RegistryTree &registry)
+        : store_(store), registry_(registry)
+    {
+    }
+
+    // In the order of their creation.
+    std::vector<InputConfig> ReadAll();
+    // Throws host::Error, which names all inputs, when there is none of that name.
+    InputConfig Find(const std::string &name);
+    // Adds an input: entries count from now on. Throws host::Error, and changes nothing, when there is one of that
+    // name, or something is wrong with it.
+    InputConfig Add(InputConfig input, const std::string &log_charset);
+    // Stores other options; it goes on where it was.
+    void Change(const InputConfig &input);
+    void Remove(const std::string &name);
+
+  private:
+    void Write(const InputConfig &input);
+
+    host::Store &store_;
+    host::RegistryTree &registry_;
+};
+
+} // namespace inputs
+
+#endif // AGENT_INPUTS_INPUT_REGISTRY_H

@@ -1,0 +1,256 @@
+#include "agent/inputs/input_thread.h"
+
+#include <algorithm>
+#include <ctime>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include "agent/host/agent_values.h"
+#include "agent/host/error.h"
+#include "agent/inputs/input_store.h"
+
+namespace inputs {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+// After a store that cannot be read.
+constexpr milliseconds kLoadAgain{1000};
+constexpr milliseconds kLongestWait{10000};
+
+} // namespace
+
+// One input, whatever its kind.
+class InputThread::Reader {
+  public:
+    explicit Reader(const InputConfig &input)
+    {
+        status_.name = input.name;
+        status_.kind = input.kind;
+    }
+    virtual ~Reader() = default;
+    Reader(const Reader &) = delete;
+    Reader &operator=(const Reader &) = delete;
+
+    // True: there is more.
+    virtual bool Read(int64_t wall, SteadyTime now, Batch *batch) = 0;
+    [[nodiscard]] virtual pollfd Changes() const = 0;
+    virtual void TakeChanges() = 0;
+    [[nodiscard]] virtual SteadyTime Next() const = 0;
+    [[nodiscard]] const InputStatus &status() const { return status_; }
+
+  protected:
+    InputStatus status_;
+};
+
+class InputThread::FilesReader : public InputThread::Reader {
+  public:
+    FilesReader(const InputConfig &input, const std::string &charset,
+                const std::vector<StoredPlace> &places)
+        : Reader(input), follower_(FollowOptionsOf(input, charset), places)
+    {
+        if (places.empty())
+            follower_.Begin();
+    }
+    bool Read(int64_t wall, SteadyTime now, Batch *batch) override
+    {
+        if (follower_.WantsLook(now))
+            follower_.Look(now);
+        const size_t before = batch->text.size();
+        const bool has_more = follower_.Read(wall, now, batch);
+        status_.open_files = static_cast<int64_t>(follower_.OpenFiles());
+        status_.bytes_behind = static_cast<int64_t>(follower_.BytesBehind());
+        status_.problems = follower_.Problems();
+        if (batch->text.size() > before)
+            status_.last_entry = wall;
+        return has_more;
+    }
+    [[nodiscard]] pollfd Changes() const override { return {follower_.ChangesFd(), POLLIN, 0}; }
+    void TakeChanges() override { follower_.TakeChanges(); }
+    [[nodiscard]] SteadyTime Next() const override { return follower_.Next(); }
+
+  private:
+    FileFollower follower_;
+};
+
+class InputThread::JournalsReader : public InputThread::Reader {
+  public:
+    JournalsReader(const InputConfig &input, const JournalOptions &options,
+                   const std::vector<StoredPlace> &places)
+        : Reader(input),
+          reader_(options, !places.empty()      ? places[0].text
+                           : options.from_start ? ""
+                                                : JournalReader::NewestCursor(options))
+    {
+    }
+    bool Read(int64_t wall, SteadyTime now, Batch *batch) override
+    {
+        const size_t before = batch->text.size();
+        const bool has_more = reader_.Read(wall, now, batch);
+        status_.problems.clear();
+        if (!reader_.problem().empty())
+            status_.problems.push_back(reader_.problem());
+        if (batch->text.size() > before)
+            status_.last_entry = reader_.last_entry();
+        status_.open_files = reader_.ChangesFd() >= 0 ? 1 : 0;
+        return has_more;
+    }
+    [[nodiscard]] pollfd Changes() const override
+    {
+        return {reader_.ChangesFd(), reader_.ChangesEvents(), 0};
+    }
+    void TakeChanges() override { reader_.TakeChanges(); }
+    [[nodiscard]] SteadyTime Next() const override { return reader_.Next(); }
+
+  private:
+    JournalReader reader_;
+};
+
+InputThread::InputThread(InputThreadOptions options)
+    : options_(std::move(options)), bell_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
+      thread_([this] { Run(); })
+{
+}
+
+InputThread::~InputThread()
+{
+    stops_ = true;
+    Ring();
+    thread_.join();
+}
+
+void InputThread::Ring() const
+{
+    const uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = write(bell_.get(), &one, sizeof one);
+}
+
+void InputThread::Reload()
+{
+    reload_ = true;
+    Ring();
+}
+
+void InputThread::Stored()
+{
+    batch_ = {};
+    is_ready_ = false;
+    Ring();
+}
+
+std::vector<InputStatus> InputThread::Status() const
+{
+    const std::lock_guard lock(status_mutex_);
+    return status_;
+}
+
+// Readers go on from what is committed; so none is made while a batch waits.
+void InputThread::Load()
+{
+    reload_ = false;
+    load_again_.reset();
+    readers_.clear();
+    std::vector<InputStatus> broken;
+    try {
+        host::Store store(options_.store);
+        host::RegistryTree registry(store);
+        const std::string charset =
+            host::AgentText(registry, "LogCharset").value_or(host::kDefaultLogCharset);
+        for (const InputConfig &input : InputRegistry(store, registry).ReadAll()) {
+            try {
+                CheckInput(input);
+                const auto places = store.Read(
+                    [&](host::Database &database) { return ReadPlaces(database, input.key); });
+                if (input.kind == kFilesKind)
+                    readers_.push_back(std::make_unique<FilesReader>(input, charset, places));
+                else
+                    readers_.push_back(std::make_unique<JournalsReader>(
+                        input, JournalOptionsOf(input, charset, options_.own_folder), places));
+            } catch (const host::StoreError &) {
+                throw;
+            } catch (const host::Error &error) {
+                broken.push_back({input.name, input.kind, 0, 0, 0, {error.what()}});
+                load_again_ = Clock::now() + kLongestWait;
+            }
+        }
+    } catch (const host::Error &) {
+        load_again_ = Clock::now() + kLoadAgain;
+    }
+    const std::lock_guard lock(status_mutex_);
+    status_ = broken;
+    for (const auto &reader : readers_)
+        status_.push_back(reader->status());
+}
+
+void InputThread::PublishStatus()
+{
+    const std::lock_guard lock(status_mutex_);
+    for (const auto &reader : readers_) {
+        for (InputStatus &status : status_) {
+            if (status.name == reader->status().name)
+                status = reader->status();
+        }
+    }
+}
+
+void InputThread::Work()
+{
+    const auto now = Clock::now();
+    if (now < next_batch_)
+        return;
+    has_more_ = false;
+    for (const auto &reader : readers_) {
+        reader->TakeChanges();
+        has_more_ = reader->Read(time(nullptr), now, &batch_) || has_more_;
+    }
+    PublishStatus();
+    if (batch_.IsEmpty())
+        return;
+    next_batch_ = now + milliseconds(has_more_ ? 0 : interval_ms_.load());
+    is_ready_ = true;
+    options_.batch_is_ready();
+}
+
+// While a batch waits, and in the interval behind one, only the bell is listened to.
+void InputThread::Wait()
+{
+    std::vector<pollfd> waiting{{bell_.get(), POLLIN, 0}};
+    auto until = Clock::now() + kLongestWait;
+    if (!is_ready_) {
+        const bool rests = Clock::now() < next_batch_;
+        if (rests)
+            until = std::min(until, next_batch_);
+        for (const auto &reader : readers_) {
+            if (rests)
+                break;
+            waiting.push_back(reader->Changes());
+            until = std::min(until, reader->Next());
+        }
+        if (load_again_)
+            until = std::min(until, *load_again_);
+        if (has_more_ && !rests)
+            until = Clock::now();
+    }
+    const auto left = std::chrono::ceil<milliseconds>(until - Clock::now());
+    poll(waiting.data(), waiting.size(),
+         static_cast<int>(std::clamp(left, milliseconds(0), kLongestWait).count()));
+    uint64_t rings = 0;
+    [[maybe_unused]] const ssize_t count = read(bell_.get(), &rings, sizeof rings);
+}
+
+void InputThread::Run()
+{
+    while (!stops_) {
+        if (!is_ready_) {
+            if (reload_ || (load_again_ && Clock::now() >= *load_again_))
+                Load();
+            Work();
+        }
+        Wait();
+    }
+}
+
+} // namespace inputs

@@ -1,0 +1,90 @@
+// Reads all inputs, on a thread of its own. What it has read it holds until it was committed, so there is one batch
+// at a time: when the monitor is slower than the inputs, they wait.
+#ifndef AGENT_INPUTS_INPUT_THREAD_H
+#define AGENT_INPUTS_INPUT_THREAD_H
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "agent/host/waitable.h"
+#include "agent/inputs/batch.h"
+#include "agent/inputs/input_registry.h"
+
+namespace inputs {
+
+// What is to be known of an input while it runs.
+struct InputStatus {
+    std::string name;
+    std::string kind;
+    int64_t open_files = 0;
+    int64_t bytes_behind = 0;
+    int64_t last_entry = 0; // when its last entry was read, in seconds since 1970; 0: none was
+    std::vector<std::string> problems;
+};
+
+struct InputThreadOptions {
+    std::filesystem::path store;
+    std::string own_folder;               // where the programs of the monitor are
+    std::function<void()> batch_is_ready; // on this thread
+};
+
+class InputThread {
+  public:
+    explicit InputThread(InputThreadOptions options);
+    ~InputThread();
+    InputThread(const InputThread &) = delete;
+    InputThread &operator=(const InputThread &) = delete;
+
+    // The configuration has changed.
+    void Reload();
+    // The shortest time between two batches, but for the first after a rest.
+    void SetInterval(std::chrono::milliseconds interval) { interval_ms_ = interval.count(); }
+
+    // The batch that waits for being stored; null: none. It stays as it is until Stored.
+    [[nodiscard]] const Batch *Ready() const { return is_ready_ ? &batch_ : nullptr; }
+    // It was committed.
+    void Stored();
+
+    [[nodiscard]] std::vector<InputStatus> Status() const;
+
+  private:
+    class Reader;
+    class FilesReader;
+    class JournalsReader;
+
+    void Run();
+    void Load();
+    void Work();
+    void Wait();
+    void Ring() const;
+    void PublishStatus();
+
+    InputThreadOptions options_;
+    host::Fd bell_;
+    std::atomic<bool> stops_ = false;
+    std::atomic<bool> reload_ = true;
+    std::atomic<bool> is_ready_ = false;
+    std::atomic<int64_t> interval_ms_ = 1000;
+
+    Batch batch_; // of this thread, but while it is ready
+    std::vector<std::unique_ptr<Reader>> readers_;
+    std::chrono::steady_clock::time_point next_batch_{};
+    std::optional<std::chrono::steady_clock::time_point> load_again_;
+    bool has_more_ = false;
+
+    mutable std::mutex status_mutex_;
+    std::vector<InputStatus> status_;
+    std::thread thread_;
+};
+
+} // namespace inputs
+
+#endif // AGENT_INPUTS_INPUT_THREAD_H

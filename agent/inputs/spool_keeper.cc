@@ -1,0 +1,245 @@
+#include "agent/inputs/spool_keeper.h"
+
+#include <algorithm>
+#include <chrono>
+#include <climits>
+#include <cstring>
+#include <unistd.h>
+
+#include "agent/alerts/alert_store.h"
+#include "agent/host/agent_values.h"
+#include "agent/host/error.h"
+#include "platform/contract.h"
+#include "platform/registry.h"
+#include "platform/split64.h"
+
+namespace inputs {
+
+namespace {
+
+// A generation ends when it has come to this length and all of it was read.
+constexpr int64_t kLongGeneration = int64_t{4} * 1024 * 1024;
+constexpr int64_t kMegabyte = int64_t{1024} * 1024;
+
+// The slot of the customer file.
+constexpr const SlotValues &kSlot = kSlotValues[1];
+
+constexpr char kOwnSource[] = "SYSLOGMON";
+constexpr uint32_t kLossEvent = 1;
+
+std::string HostName()
+{
+    char name[HOST_NAME_MAX + 1] = {};
+    gethostname(name, HOST_NAME_MAX);
+    return name;
+}
+
+int64_t NowMs()
+{
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+size_t HashOf(std::string_view line)
+{
+    return std::hash<std::string_view>{}(line);
+}
+
+} // namespace
+
+void SpoolKeeper::SetText(host::KeyId key, const char *name, const std::string &text)
+{
+    registry_.Set(key, name, REG_SZ, std::string_view(text.c_str(), text.size() + 1));
+}
+
+void SpoolKeeper::SetNumber(host::KeyId key, const char *name, uint32_t number)
+{
+    registry_.Set(key, name, REG_DWORD,
+                  std::string_view(reinterpret_cast<const char *>(&number), sizeof number));
+}
+
+std::string SpoolKeeper::Text(const char *name)
+{
+    const auto key = registry_.Find(host::kRootKey, kMonitorKey);
+    const auto value = key ? registry_.Get(*key, name) : std::nullopt;
+    return value && value->type == REG_SZ ? TextOf(*value) : std::string{};
+}
+
+std::optional<uint32_t> SpoolKeeper::Number(const char *name)
+{
+    const auto key = registry_.Find(host::kRootKey, kMonitorKey);
+    const auto value = key ? registry_.Get(*key, name) : std::nullopt;
+    uint32_t number = 0;
+    if (!value || value->type != REG_DWORD || value->data.size() != sizeof number)
+        return std::nullopt;
+    memcpy(&number, value->data.data(), sizeof number);
+    return number;
+}
+
+int64_t SpoolKeeper::Limit()
+{
+    return int64_t{host::AgentNumber(registry_, kSpoolMegabytes).value_or(kDefaultSpoolMegabytes)} *
+           kMegabyte;
+}
+
+bool SpoolKeeper::ModuleIsAtSpool()
+{
+    return Text(kFileNameValue) == file_.path() &&
+           Text(kSlot.headline) == SpoolHeadLine(state_.generation) && Number(kSlot.pos_low) &&
+           Number(kSlot.pos_high);
+}
+
+// The offset up to which the module has checked the spool.
+int64_t SpoolKeeper::ReadTo()
+{
+    const int64_t last =
+        JoinHalves(Number(kSlot.pos_low).value_or(0), Number(kSlot.pos_high).value_or(0));
+    if (last == state_.last_line)
+        return state_.length;
+    return file_.EndOfLine(std::clamp<int64_t>(last, 0, state_.length));
+}
+
+// First the store says so, then the file is made so. What is between them is found by the store.
+void SpoolKeeper::BeginGeneration(int64_t generation)
+{
+    const SpoolState state = BeginOfGeneration(generation);
+    const std::string head = SpoolHeadLine(generation);
+    const host::KeyId key = registry_.Create(host::kRootKey, kMonitorKey);
+    SetText(key, kFileNameValue, file_.path());
+    SetText(key, kSlot.headline, head);
+    SetText(key, kSlot.content, head);
+    SetNumber(key, kSlot.pos_low, LowHalf(0));
+    SetNumber(key, kSlot.pos_high, HighHalf(0));
+    ForgetOrigins(store_);
+    WriteSpoolState(store_, state);
+    store_.CommitPass();
+    state_ = state;
+    file_.Begin(generation);
+}
+
+void SpoolKeeper::Tell(const Loss &loss)
+{
+    alerts::Alert alert;
+    alert.time_ms = NowMs();
+    alert.host = HostName();
+    alert.log_name = loss.input;
+    alert.source = kOwnSource;
+    alert.event_id = kLossEvent;
+    alert.count = 1;
+    alert.message = "input " + loss.input + ": " + loss.what;
+    alerts::AddAlert(store_, alert);
+}
+
+void SpoolKeeper::Prepare(bool has_inputs, int64_t wall_seconds)
+{
+    next_.reset();
+    has_index_ = false;
+    is_in_force_ = has_inputs;
+    state_ = store_.Read([](host::Database &database) { return ReadSpoolState(database); });
+    if (!has_inputs) {
+        const auto key = registry_.Find(host::kRootKey, kMonitorKey);
+        if (key && Text(kFileNameValue) == file_.path())
+            registry_.DeleteValue(*key, kFileNameValue);
+        store_.CommitPass();
+        return;
+    }
+    if (state_.generation == 0) {
+        BeginGeneration(1);
+        return;
+    }
+    // Somebody has given the module another customer file meanwhile: where it was in the spool is not known.
+    if (!ModuleIsAtSpool()) {
+        if (state_ != BeginOfGeneration(state_.generation))
+            Tell({"spool",
+                  "the monitor was given another customer file, so it is not known which of the "
+                  "last entries were checked; those that were not are missing"});
+        BeginGeneration(state_.generation + 1);
+        return;
+    }
+    const int64_t read_to = ReadTo();
+    if (file_.Repair(state_, read_to, wall_seconds))
+        return;
+    if (read_to < state_.length)
+        Tell({"spool", std::to_string(state_.length - read_to) + " bytes of " +
+                           file_.path().string() +
+                           " are missing that were not checked: the file was removed or changed"});
+    BeginGeneration(state_.generation + 1);
+}
+
+bool SpoolKeeper::Store(const Batch &batch)
+{
+    const int64_t read_to = ReadTo();
+    const int64_t unread = state_.length - read_to;
+    const auto size = static_cast<int64_t>(batch.text.size());
+    if (unread > 0 && unread + size > Limit()) {
+        problem_ = "the monitor has " + std::to_string(unread) +
+                   " bytes of the spool to read still; the inputs wait for it";
+        return false;
+    }
+    try {
+        if (unread == 0 && state_.length > kLongGeneration)
+            BeginGeneration(state_.generation + 1);
+        const int64_t begin = state_.length;
+        next_ = batch.text.empty() ? state_ : file_.Append(state_, batch.text);
+        problem_.clear();
+        WriteOrigins(store_, batch, begin);
+    } catch (const host::StoreError &) {
+        throw;
+    } catch (const host::Error &error) {
+        problem_ = error.what(); // of the spool's file: nothing of the batch is stored
+        return false;
+    }
+    WriteSpoolState(store_, *next_);
+    WritePlaces(store_, batch);
+    for (const Loss &loss : batch.losses)
+        Tell(loss);
+    return true;
+}
+
+void SpoolKeeper::Committed()
+{
+    has_index_ = false;
+    if (!next_)
+        return;
+    state_ = *next_;
+    next_.reset();
+}
+
+void SpoolKeeper::IndexUnread()
+{
+    unread_.clear();
+    has_index_ = true;
+    constexpr size_t kBlock = size_t{1024} * 1024;
+    const int64_t last =
+        JoinHalves(Number(kSlot.pos_low).value_or(0), Number(kSlot.pos_high).value_or(0));
+    int64_t at = std::clamp<int64_t>(last, 0, state_.length);
+    while (at < state_.length) {
+        const std::string block =
+            file_.ReadAt(at, static_cast<size_t>(std::min<int64_t>(kBlock, state_.length - at)));
+        size_t begin = 0;
+        for (size_t end = block.find('\n'); end != std::string::npos;
+             end = block.find('\n', begin)) {
+            unread_.emplace(HashOf(std::string_view(block).substr(begin, end - begin)),
+                            at + static_cast<int64_t>(begin));
+            begin = end + 1;
+        }
+        if (begin == 0)
+            return;
+        at += static_cast<int64_t>(begin);
+    }
+}
+
+std::optional<SpoolOrigin> SpoolKeeper::OriginOf(const std::string &line)
+{
+    if (!is_in_force_)
+        return std::nullopt;
+    if (!has_index_)
+        IndexUnread();
+    const auto found = unread_.find(HashOf(line));
+    if (found == unread_.end())
+        return std::nullopt;
+    const int64_t at = found->second;
+    return store_.Read([&](host::Database &database) { return ReadOrigin(database, at); });
+}
+
+} // namespace inputs

@@ -1,0 +1,80 @@
+// Brings batches into the spool, and the module to the spool. On the monitor thread.
+//
+// What is stored of a batch is part of the pass that is about to be committed: the length of the spool, the places
+// in the inputs, alerts about losses. The bytes are on the disk before that.
+#ifndef AGENT_INPUTS_SPOOL_KEEPER_H
+#define AGENT_INPUTS_SPOOL_KEEPER_H
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <unordered_map>
+
+#include "agent/host/registry_tree.h"
+#include "agent/host/store.h"
+#include "agent/inputs/batch.h"
+#include "agent/inputs/input_store.h"
+#include "agent/inputs/spool.h"
+
+namespace inputs {
+
+// How much of the spool may be unread, in MiB; beyond it the inputs wait. Value of the agent's key.
+inline constexpr char kSpoolMegabytes[] = "SpoolMegabytes";
+constexpr uint32_t kDefaultSpoolMegabytes = 64;
+
+class SpoolKeeper {
+  public:
+    SpoolKeeper(host::Store &store, host::RegistryTree &registry,
+                const std::filesystem::path &spool)
+        : store_(store), registry_(registry), file_(spool)
+    {
+    }
+
+    // Before the module starts: with inputs, makes the spool what the store says, and the module's customer file;
+    // without, takes it away from the module. Commits. Throws host::Error.
+    void Prepare(bool has_inputs, int64_t wall_seconds);
+
+    // Does the module follow the spool?
+    [[nodiscard]] bool IsInForce() const { return is_in_force_; }
+
+    // While the module rests, before its pass is committed: brings a batch into the spool. False: it has to wait,
+    // for the reason that problem() gives. Throws host::StoreError; the pass is then broken.
+    bool Store(const Batch &batch);
+    // The pass was committed; or was not.
+    void Committed();
+    void Abandoned() { next_.reset(); }
+
+    // Why a batch waits; empty: none does.
+    [[nodiscard]] const std::string &problem() const { return problem_; }
+
+    // The log of a line that the module reports in the pass under way, when the spool holds it.
+    std::optional<SpoolOrigin> OriginOf(const std::string &line);
+
+  private:
+    void BeginGeneration(int64_t generation);
+    [[nodiscard]] int64_t ReadTo();
+    [[nodiscard]] bool ModuleIsAtSpool();
+    void SetText(host::KeyId key, const char *name, const std::string &text);
+    void SetNumber(host::KeyId key, const char *name, uint32_t number);
+    std::string Text(const char *name);
+    std::optional<uint32_t> Number(const char *name);
+    [[nodiscard]] int64_t Limit();
+    void Tell(const Loss &loss);
+    void IndexUnread();
+
+    host::Store &store_;
+    host::RegistryTree &registry_;
+    SpoolFile file_;
+    bool is_in_force_ = false;
+    SpoolState state_;               // committed
+    std::optional<SpoolState> next_; // stored in the pass under way
+    std::string problem_;
+
+    // Where the lines are that the pass reads, by their hashes; made with the first report of a pass.
+    std::unordered_multimap<size_t, int64_t> unread_;
+    bool has_index_ = false;
+};
+
+} // namespace inputs
+
+#endif // AGENT_INPUTS_SPOOL_KEEPER_H

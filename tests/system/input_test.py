@@ -1,0 +1,230 @@
+"""Inputs: files of other forms and the journal count like lines of the system log, each once, however often the
+daemon is killed and the files are rotated."""
+import gzip
+import os
+import shutil
+import socket
+import subprocess
+import time
+from pathlib import Path
+
+import lab
+
+KILLS = 15
+JOURNALD = "/lib/systemd/systemd-journald"
+
+
+def iso(number, tag="app[7]"):
+    """A numbered line as rsyslog writes it unless told otherwise."""
+    stamp = time.strftime("%Y-%m-%dT%H:%M:%S.123456%z")
+    return f"{stamp[:-2]}:{stamp[-2:]} web07 {tag}: {lab.numbered(number)}"
+
+
+class Inputs(lab.LabTest):
+    def setUp(self):
+        super().setUp()
+        self.random = lab.randomness("inputs")
+        self.lab.watch_numbered_lines()
+        self.log = lab.VAR_LOG / "app.log"
+        self.log.touch()
+        self.written = 0
+
+    def add_files(self, *options):
+        self.lab.command("input", "add", "files", "app", f"path={lab.VAR_LOG}/app.log", *options)
+
+    def write(self, count):
+        lab.append(self.log, *(iso(n) for n in range(self.written, self.written + count)))
+        self.written += count
+
+    def wait_for_all(self):
+        self.lab.wait_until("all lines are reported",
+                            lambda: len(self.lab.reported_numbers()) >= self.written)
+        self.assert_each_once(range(self.written), self.lab.reported_numbers())
+
+    def test_lines_with_iso_stamps_are_reported_with_their_host_and_program(self):
+        self.daemon.start()
+        self.add_files()
+        self.write(3)
+        self.wait_for_all()
+        alert = self.lab.alerts("EACH")[0]
+        self.assertEqual((str(self.log), "web07", "app"),
+                         (alert["log"], alert["line_host"], alert["program"]))
+        self.assertIn("web07 app[7]: numbered n=0.", alert["message"])
+
+    def test_what_was_written_before_the_input_was_added_is_passed_over(self):
+        lab.append(self.log, iso(99))
+        self.add_files()
+        self.daemon.start()
+        self.write(1)
+        self.wait_for_all()
+
+    def test_each_line_counts_once_through_kills_and_rotations(self):
+        self.add_files()
+        for life in range(KILLS):
+            self.daemon.launch()
+            for _ in range(self.random.randint(1, 4)):
+                self.write(self.random.randint(1, 500))
+                time.sleep(self.random.random() * 0.1)
+                self.rotate(self.random.choice(["no", "rename", "copy", "gzip"]))
+            time.sleep(self.random.random() * 0.2)
+            self.daemon.kill()
+            self.write(self.random.randint(1, 200))
+            self.rotate(self.random.choice(["no", "rename", "copy", "gzip"]))
+        self.daemon.start()
+        self.wait_for_all()
+        self.assertEqual([], self.lab.alerts("SYSLOGMON"))
+
+    def rotate(self, how):
+        if how == "no":
+            return
+        kept = lab.VAR_LOG / f"app.log-{20000000 + self.written}"
+        if kept.exists():
+            return
+        if how == "rename":
+            self.log.rename(kept)
+            self.log.touch()
+        elif how == "copy":
+            shutil.copyfile(self.log, kept)
+            os.truncate(self.log, 0)
+        else:
+            data = self.log.read_bytes()
+            self.log.rename(kept)
+            self.log.touch()
+            part = kept.with_name("app.part")
+            part.write_bytes(gzip.compress(data))
+            part.rename(kept.with_name(kept.name + ".gz"))
+            kept.unlink()
+
+    def test_no_words_of_a_stranger_hide_a_line_or_make_one_count(self):
+        self.lab.watch("LOGIN", 1, "Failed password")
+        self.lab.watch("MANY", 2, "Failed password", report_count=1000)
+        self.daemon.start()
+        self.add_files()
+        for user in ("bob", "TARSKvkvmain", "last message repeated 1 times"):
+            lab.append(self.log, lab.stamped(f"Failed password for invalid user {user}"))
+        lab.append(self.log, lab.stamped("last message repeated 2000000000 times"))
+        self.write(1)
+        self.wait_for_all()
+        self.assertEqual(["Failed password for invalid user bob",
+                          "Failed password for invalid user TARSKvkvmain",
+                          "Failed password for invalid user last message repeated 1 times"],
+                         self.lab.texts("LOGIN"))
+        self.assertEqual(3, self.lab.hits("MANY", 2))
+
+    def test_repeats_of_rsyslog_count(self):
+        self.lab.watch("DISK", 1, "disk failure", report_count=30)
+        self.daemon.start()
+        self.add_files()
+        lab.append(self.log, lab.stamped("disk failure"),
+                   lab.stamped("message repeated 29 times: [ disk failure]"))
+        self.lab.wait_until("the repeats are counted", lambda: self.lab.alerts("DISK"))
+        self.assertEqual(0, self.lab.hits("DISK"))
+
+    def test_a_reload_of_everything_passes_over_nothing(self):
+        self.add_files()
+        self.daemon.start()
+        for _ in range(20):
+            self.write(50)
+            self.daemon.child.signal(1)
+            time.sleep(0.02)
+        self.wait_for_all()
+
+    def test_removing_the_last_input_takes_the_spool_away_from_the_monitor(self):
+        self.add_files()
+        self.daemon.start()
+        self.write(1)
+        self.wait_for_all()
+        self.lab.command("input", "remove", "app")
+        self.lab.wait_until("the monitor has no customer file",
+                            lambda: self.lab.run("get", "customer-file").stdout.find("spool") < 0)
+        lab.append(self.log, iso(5))
+        self.daemon.look()
+        self.assertEqual(1, len(self.lab.reported_numbers()))
+
+    def test_what_was_removed_unread_is_told(self):
+        self.add_files()
+        self.write(5)
+        self.log.unlink()
+        self.log.touch()
+        self.written = 0
+        self.daemon.start()
+        self.lab.wait_until("the loss is told", lambda: self.lab.alerts("SYSLOGMON"))
+        self.assertIn(f"input app: {self.log} is gone", self.lab.messages("SYSLOGMON")[0])
+
+    def test_the_last_entries_can_be_looked_at(self):
+        self.write(12)
+        self.add_files()
+        shown = self.lab.command("input", "test", "app").splitlines()
+        self.assertEqual(10, len(shown))
+        self.assertIn("web07 app[7]: numbered n=11.", shown[-1])
+
+
+class Journal(lab.LabTest):
+    def setUp(self):
+        super().setUp()
+        self.lab.watch_numbered_lines()
+        for folder in ("/run/systemd", "/run/log"):
+            self.lab.mount_tmpfs(Path(folder), "200m")
+        for folder in ("/run/systemd/journal", "/run/log/journal", "/var/log/journal"):
+            Path(folder).mkdir(parents=True, exist_ok=True)
+        self.start_journald()
+        self.written = 0
+
+    def start_journald(self):
+        self.journald = self.lab.spawn("systemd-journald", [JOURNALD])
+        self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.addCleanup(self.socket.close)
+
+        def connected():
+            try:
+                self.socket.connect("/run/systemd/journal/socket")
+                return True
+            except OSError:
+                return False
+        self.lab.wait_until("journald listens", connected)
+
+    def log(self, message, **fields):
+        fields = {"MESSAGE": message, "SYSLOG_IDENTIFIER": "app", "PRIORITY": "4"} | fields
+        self.socket.send("".join(f"{name}={value}\n" for name, value in fields.items()).encode())
+
+    def write(self, count):
+        for number in range(self.written, self.written + count):
+            self.log(lab.numbered(number))
+        self.written += count
+
+    def wait_for_all(self):
+        self.lab.wait_until("all entries are reported",
+                            lambda: len(self.lab.reported_numbers()) >= self.written)
+        self.assert_each_once_and_in_order(range(self.written), self.lab.reported_numbers())
+
+    def test_each_entry_counts_once_through_kills_and_rotations_of_the_journal(self):
+        self.write(1)
+        self.written = 0
+        self.lab.wait_until("the first entry is there", lambda: "numbered" in subprocess.run(
+            ["journalctl", "-n", "1", "-o", "cat"], capture_output=True, text=True, check=False).stdout)
+        self.lab.command("input", "add", "journal", "journal")
+        for life in range(10):
+            self.daemon.launch()
+            for _ in range(3):
+                self.write(300)
+                if life % 2:
+                    self.journald.signal(12)  # SIGUSR2: rotate
+                time.sleep(0.05)
+            self.daemon.kill()
+            self.write(100)
+        self.daemon.start()
+        self.wait_for_all()
+        self.assertEqual([], self.lab.alerts("SYSLOGMON"))
+
+    def test_matches_and_priorities_choose(self):
+        self.lab.command("input", "add", "journal", "journal", "match=SYSLOG_IDENTIFIER=app",
+                         "priority=warning")
+        self.daemon.start()
+        self.log(lab.numbered(7), PRIORITY="6")
+        self.log(lab.numbered(8), SYSLOG_IDENTIFIER="other")
+        self.write(1)
+        self.wait_for_all()
+
+
+if __name__ == "__main__":
+    lab.main()
