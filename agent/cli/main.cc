@@ -76,8 +76,8 @@ void AddCommands(CLI::App &app, Context &context, Action &action)
 {
     for (const auto *rows :
          {&kStatusCommands, &kEventCommands, &kSettingCommands, &kScanCommands, &kAlertCommands,
-          &kSinkCommands, &kInputCommands, &kRegistryCommands, &kTraceCommands, &kRulesCommands, &kRegFileCommands,
-          &kTestCommands, &kDoctorCommands}) {
+          &kSinkCommands, &kInputCommands, &kRegistryCommands, &kTraceCommands, &kRulesCommands,
+          &kRegFileCommands, &kTestCommands, &kDoctorCommands}) {
         for (const Command &command : *rows)
             command.set_up(ParserFor(app, command), context, action);
     }

@@ -4,9 +4,11 @@
 
 #include "agent/host/host.h"
 #include "agent/host/report_source.h"
+#include "agent/inputs/customer_file.h"
 #include "agent/inputs/input_registry.h"
 #include "agent/inputs/line_origin.h"
 #include "agent/inputs/protected_words.h"
+#include "agent/logs/log_files.h"
 #include "platform/contract.h"
 
 namespace syslogmond {
@@ -62,22 +64,35 @@ void InputFeed::StartThread()
     thread_->SetInterval(interval_);
 }
 
-bool InputFeed::HasInputs() const
+// What it has read and was not stored is the module's to read, or nobody's.
+void InputFeed::StopThread()
 {
-    host::Store store(host_.layout().Store());
-    host::RegistryTree registry(store);
-    return !inputs::InputRegistry(store, registry).ReadAll().empty();
+    const std::lock_guard lock(mutex_);
+    thread_.reset();
+    problem_.clear();
 }
 
 bool InputFeed::TakeChanges()
 {
-    if (!changed_->TryTake())
+    has_changes_ = changed_->TryTake() || has_changes_;
+    if (!has_changes_)
         return false;
-    const bool has_inputs = HasInputs();
-    const std::lock_guard lock(mutex_);
-    if (thread_)
-        thread_->Reload();
-    return has_inputs != is_in_force_;
+    host::Store store(host_.layout().Store());
+    host::RegistryTree registry(store);
+    const bool has_inputs = inputs::CustomerFile(store, registry).HasOthers();
+    const std::string customer = logs::NameOfFile(registry, kMonitorKey);
+    has_changes_ = false;
+    {
+        const std::lock_guard lock(mutex_);
+        if (thread_)
+            thread_->Reload();
+    }
+    if (!is_in_force_)
+        return has_inputs;
+    is_ending_ = !has_inputs;
+    if (is_ending_)
+        look_now_();
+    return has_ended_.exchange(false) || customer != keeper_->path();
 }
 
 void InputFeed::SetInterval(std::chrono::milliseconds interval)
@@ -102,27 +117,41 @@ std::string InputFeed::Problem() const
 
 void InputFeed::Prepare()
 {
-    const bool has_inputs =
-        !inputs::InputRegistry(host_.store(), host_.registry()).ReadAll().empty();
+    const bool has_inputs = inputs::CustomerFile(host_.store(), host_.registry()).HasOthers();
     keeper_->Prepare(has_inputs, time(nullptr));
-    is_in_force_ = has_inputs;
+    is_in_force_ = keeper_->IsInForce();
+    is_ending_ = !has_inputs;
     host_.SetReportSource(
-        has_inputs ? [this](const std::string &line) { return SourceOf(&*keeper_, line); }
-                   : host::FindReportSource());
-    if (has_inputs)
+        is_in_force_ ? [this](const std::string &line) { return SourceOf(&*keeper_, line); }
+                     : host::FindReportSource());
+    if (is_in_force_)
         StartThread();
+    else
+        StopThread();
+}
+
+// No more inputs: the module reads the spool to its end, and starts again without it.
+bool InputFeed::Ends()
+{
+    if (!is_ending_ || !keeper_->CanEnd())
+        return false;
+    if (keeper_->AllIsRead() && !has_ended_.exchange(true))
+        changed_->Set();
+    return true;
+}
+
+const inputs::Batch *InputFeed::ReadyBatch()
+{
+    const std::lock_guard lock(mutex_);
+    return thread_ ? thread_->Ready() : nullptr;
 }
 
 void InputFeed::BeforeCommit()
 {
     batch_is_stored_ = false;
-    if (!is_in_force_)
+    if (!is_in_force_ || Ends())
         return;
-    const inputs::Batch *batch = nullptr;
-    {
-        const std::lock_guard lock(mutex_);
-        batch = thread_ ? thread_->Ready() : nullptr;
-    }
+    const inputs::Batch *batch = ReadyBatch();
     if (batch == nullptr)
         return;
     batch_is_stored_ = keeper_->Store(*batch);
@@ -154,7 +183,6 @@ bool InputFeed::MayTake(const std::string &event)
     if (event != kCustomerFileEvent || !is_in_force_)
         return true;
     changed_->Set();
-    look_now_();
     return false;
 }
 

@@ -28,8 +28,9 @@ class InputFeed {
     InputFeed(const InputFeed &) = delete;
     InputFeed &operator=(const InputFeed &) = delete;
 
-    // To be polled: an input was added, changed or removed. Then TakeChanges: true when the monitor has to start
-    // again, because there are inputs now and there were none, or the reverse.
+    // To be polled: an input was added, changed or removed, or the customer file. Then TakeChanges: true when the
+    // monitor has to start again, because it is to follow another customer file than now. Throws host::Error; the
+    // changes are there still then.
     [[nodiscard]] int ChangedFd() const { return changed_->PollFd(); }
     bool TakeChanges();
     void SetInterval(std::chrono::milliseconds interval);
@@ -43,22 +44,27 @@ class InputFeed {
     void BeforeCommit();
     void Committed();
     void Abandoned();
-    // May the module take this event? It would go to the end of the spool when it is told of another customer file,
-    // and pass over what is unread; so it is made to look instead.
+    // May the module take this event? Told of another customer file it would go to the end of it, and pass over what is
+    // unread in the spool. So it is started again instead.
     bool MayTake(const std::string &event);
 
   private:
     void StartThread();
-    [[nodiscard]] bool HasInputs() const;
+    void StopThread();
+    bool Ends();
+    const inputs::Batch *ReadyBatch();
 
     host::Host &host_;
     std::function<void()> look_now_;
     std::shared_ptr<host::WakeEvent> changed_;
     std::chrono::milliseconds interval_{1000};
     std::optional<inputs::SpoolKeeper> keeper_; // of the monitor thread
-    std::atomic<bool> is_in_force_ = false;
-    bool batch_is_stored_ =
-        false; // of the monitor thread: in the pass that is about to be committed
+    std::atomic<bool> is_in_force_ = false;     // the module follows the spool
+    std::atomic<bool> is_ending_ = false; // there are no more inputs, and the spool is to be read
+    std::atomic<bool> has_ended_ = false; // that is done
+    bool has_changes_ = false;            // of the main thread: not taken yet
+    // Of the monitor thread: in the pass that is about to be committed.
+    bool batch_is_stored_ = false;
 
     mutable std::mutex mutex_; // guards what follows
     std::optional<inputs::InputThread> thread_;

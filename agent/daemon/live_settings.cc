@@ -45,7 +45,15 @@ LiveSettings::Values LiveSettings::ReadValues()
             host::AgentText(registry_, "LogCharset").value_or(host::kDefaultLogCharset),
             host::AgentNumber(registry_, "FaultTolerant").value_or(0) != 0,
             std::chrono::milliseconds(std::min(interval, host::kMaxTriggerInterval)),
-            logs::WatchedPaths(registry_)};
+            FilesToWatch()};
+}
+
+// Whoever writes the spool makes the monitor look by itself.
+std::vector<std::filesystem::path> LiveSettings::FilesToWatch()
+{
+    std::vector<std::filesystem::path> files = logs::WatchedPaths(registry_);
+    std::erase(files, host::AgentText(registry_, host::kInputSpool).value_or(""));
+    return files;
 }
 
 // The names of the files are read after the monitor has taken them, so both follow the same ones.

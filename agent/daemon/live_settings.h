@@ -49,6 +49,7 @@ class LiveSettings {
   private:
     struct Values;
     [[nodiscard]] Values ReadValues();
+    [[nodiscard]] std::vector<std::filesystem::path> FilesToWatch();
     void TakeCharset(const std::string &charset);
     void TakeFaultTolerance(bool fault_tolerant);
 

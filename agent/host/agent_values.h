@@ -8,6 +8,12 @@
 //   FaultTolerant    REG_DWORD  0        1: this is a fault-tolerant server
 //   TriggerInterval  REG_DWORD  1000     milliseconds between two looks at files that are being
 //                                        written; 0: the cycle alone makes the monitor look
+//   SpoolMegabytes   REG_DWORD  64       so much of the inputs' entries may wait for the monitor, in MiB
+//
+// While there are inputs, these are there as well:
+//
+//   InputSpool       REG_SZ              the file by which the monitor gets their entries: its customer file
+//   CustomerFile     REG_SZ              the customer file that was set, which is an input itself meanwhile
 #ifndef AGENT_HOST_AGENT_VALUES_H
 #define AGENT_HOST_AGENT_VALUES_H
 
@@ -29,6 +35,12 @@ constexpr uint32_t kDefaultTraceLevel = 1;
 constexpr uint32_t kDefaultTriggerInterval = 1000; // milliseconds
 constexpr uint32_t kMaxTriggerInterval = 3600 * 1000;
 constexpr char kDefaultLogCharset[] = "UTF-8";
+constexpr uint32_t kDefaultSpoolMegabytes = 64;
+constexpr uint32_t kMaxSpoolMegabytes = 64 * 1024;
+
+constexpr char kSpoolMegabytes[] = "SpoolMegabytes";
+constexpr char kInputSpool[] = "InputSpool";
+constexpr char kCustomerFile[] = "CustomerFile";
 
 // A value of the agent's key, or nothing when it is missing or of another type.
 std::optional<uint32_t> AgentNumber(RegistryTree &registry, const std::string &name);

@@ -121,13 +121,63 @@ void FileFollower::Begin()
     LocateAll(view);
     if (options_.from_start)
         return;
+    for (const Beginning &file : NewestFirst(view))
+        PassOver(file.path, file.log, file.look);
+}
+
+bool FileFollower::BeginAt(const FindPlace &find)
+{
+    const FolderView view = ViewFolders(options_.rules.Folders());
+    LocateAll(view);
+    const std::vector<Beginning> files = NewestFirst(view);
+    const auto found = std::find_if(files.begin(), files.end(),
+                                    [&](const Beginning &file) { return BeginIn(file, find); });
+    const bool is_found = found != files.end();
+    for (auto file = files.begin(); is_found && file != found; ++file)
+        Add(PlaceAtBeginning(file->path, file->log, file->look.identity));
+    for (auto file = is_found ? found + 1 : files.begin(); file != files.end(); ++file)
+        PassOver(file->path, file->log, file->look);
+    return is_found;
+}
+
+// The logs, and then what was rotated of them.
+std::vector<FileFollower::Beginning> FileFollower::NewestFirst(const FolderView &view)
+{
+    std::vector<Beginning> files;
     std::set<FileIdentity> known = KnownFiles();
     for (const auto &[path, look] : view.files) {
         if (IsLive(path) && known.insert(look.identity).second)
-            PassOver(path, path, look);
+            files.push_back({path, path, look});
     }
-    for (const auto &[path, look] : Candidates(view))
-        PassOver(path, LogOfRotated(path).value_or(path), look);
+    const auto first_rotated = static_cast<std::ptrdiff_t>(files.size());
+    for (const auto &[path, look] : Candidates(view)) {
+        if (known.insert(look.identity).second)
+            files.push_back({path, LogOfRotated(path).value_or(path), look});
+    }
+    std::stable_sort(files.begin() + first_rotated, files.end(), [](const auto &a, const auto &b) {
+        return a.look.changed_ns > b.look.changed_ns;
+    });
+    return files;
+}
+
+// Follows the file from the place on that is found in it. False: it is in another one.
+bool FileFollower::BeginIn(const Beginning &file, const FindPlace &find)
+{
+    try {
+        LogContent content(file.path);
+        const auto found = find(&content);
+        if (!found)
+            return false;
+        Place place = PlaceAtBeginning(file.path, file.log, file.look.identity);
+        place.packed = content.IsPacked();
+        MovePlace(&place, found->offset, &content);
+        place.skipping = found->within_line;
+        Add(std::move(place));
+        return true;
+    } catch (const host::Error &error) {
+        problems_[file.path] = error.what();
+        return false;
+    }
 }
 
 // What the file holds now counts as read. Of a line without an end, the end is still to come.

@@ -42,6 +42,13 @@ struct FollowOptions {
     bool from_start = false; // also what is there when the input is added
 };
 
+// A place that somebody else has come to.
+struct PlaceInFile {
+    uint64_t offset = 0;
+    bool within_line = false; // the rest of its line is passed over
+};
+using FindPlace = std::function<std::optional<PlaceInFile>(LogContent *content)>;
+
 // A row of the stored places.
 struct StoredPlace {
     int64_t number = 0;
@@ -55,6 +62,9 @@ class FileFollower {
 
     // Without stored places: what is there now is passed over, unless the input says otherwise.
     void Begin();
+    // The same, but from the place on that is found in one of the files, with all that is newer than that one. False:
+    // it is in none of them, and all that is there is passed over.
+    bool BeginAt(const FindPlace &find);
 
     // Looks at the folders.
     void Look(SteadyTime now);
@@ -81,6 +91,13 @@ class FileFollower {
     using Files = std::map<int64_t, FollowedFile>;
     using Names = std::map<std::string, FileIdentity>; // by path
 
+    struct Beginning {
+        std::string path;
+        std::string log;
+        FileLook look;
+    };
+    std::vector<Beginning> NewestFirst(const FolderView &view);
+    bool BeginIn(const Beginning &file, const FindPlace &find);
     void LocateAll(const FolderView &view);
     void FollowNewLogs(const FolderView &view);
     void Settle(const FolderView &view, SteadyTime now);

@@ -242,9 +242,20 @@ void InputRegistry::Write(const InputConfig &input)
     }
 }
 
+InputId InputRegistry::Create(InputConfig input)
+{
+    input.key = registry_.Create(host::kRootKey, InputsPath() + "\\" + input.name);
+    Write(input);
+    return input.key;
+}
+
 InputConfig InputRegistry::Add(InputConfig input, const std::string &log_charset)
 {
     CheckInput(input);
+    if (strcasecmp(input.name.c_str(), kCustomerInput) == 0)
+        throw host::Error("cannot add an input of the name " + input.name,
+                          "it is that of the customer file",
+                          "use syslogmon set customer-file PATH, or choose another name");
     host::Transaction transaction(store_); // two that add one name do so one after the other
     for (const InputConfig &other : ReadAll()) {
         if (strcasecmp(other.name.c_str(), input.name.c_str()) == 0)
@@ -252,8 +263,7 @@ InputConfig InputRegistry::Add(InputConfig input, const std::string &log_charset
                               "there is one of that name already",
                               "choose another name, or change that one with syslogmon input set");
     }
-    input.key = registry_.Create(host::kRootKey, InputsPath() + "\\" + input.name);
-    Write(input);
+    input.key = Create(input);
     Batch places;
     if (input.kind == kFilesKind) {
         FileFollower follower(FollowOptionsOf(input, log_charset), {});
@@ -279,7 +289,13 @@ void InputRegistry::Change(const InputConfig &input)
 
 void InputRegistry::Remove(const std::string &name)
 {
-    registry_.DeleteKey(Find(name).key);
+    const InputConfig input = Find(name);
+    host::Transaction transaction(store_);
+    registry_.DeleteKey(input.key);
+    const auto agent = registry_.Find(host::kRootKey, host::kAgentKey);
+    if (input.name == kCustomerInput && agent)
+        registry_.DeleteValue(*agent, host::kCustomerFile);
+    transaction.Commit();
 }
 
 } // namespace inputs

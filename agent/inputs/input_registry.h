@@ -27,6 +27,9 @@ inline constexpr char kInputsEvent[] = "Agent_Inputs_Event";
 inline constexpr char kFilesKind[] = "files";
 inline constexpr char kJournalKind[] = "journal";
 
+// Of the input that is the customer file: see customer_file.h. Nobody adds one of this name.
+inline constexpr char kCustomerInput[] = "customer-file";
+
 struct InputOption {
     const char *name;
     const char *kind; // of which inputs
@@ -68,6 +71,8 @@ class InputRegistry {
     // Adds an input: entries count from now on. Throws host::Error, and changes nothing, when there is one of that
     // name, or something is wrong with it.
     InputConfig Add(InputConfig input, const std::string &log_charset);
+    // Creates the key of an input and nothing else; returns it. What is to be read of it is the caller's.
+    InputId Create(InputConfig input);
     // Stores other options; it goes on where it was.
     void Change(const InputConfig &input);
     void Remove(const std::string &name);

@@ -94,6 +94,12 @@ void SpoolFile::Begin(int64_t generation)
     Sync();
 }
 
+void SpoolFile::Remove()
+{
+    file_ = host::Fd();
+    unlink(path_.c_str()); // one that is left does no harm
+}
+
 // A start can come long after the lines were written.
 void SpoolFile::RenewStamps(int64_t from, int64_t to, int64_t wall_seconds)
 {

@@ -55,6 +55,7 @@ class SpoolFile {
 
     // Makes the file the beginning of the generation.
     void Begin(int64_t generation);
+    void Remove();
 
     [[nodiscard]] const std::filesystem::path &path() const { return path_; }
 

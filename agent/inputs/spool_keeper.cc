@@ -78,15 +78,35 @@ std::optional<uint32_t> SpoolKeeper::Number(const char *name)
 
 int64_t SpoolKeeper::Limit()
 {
-    return int64_t{host::AgentNumber(registry_, kSpoolMegabytes).value_or(kDefaultSpoolMegabytes)} *
+    return int64_t{host::AgentNumber(registry_, host::kSpoolMegabytes)
+                       .value_or(host::kDefaultSpoolMegabytes)} *
            kMegabyte;
 }
 
-bool SpoolKeeper::ModuleIsAtSpool()
+// The place that the module has stored is one in the spool, whatever customer file is set.
+bool SpoolKeeper::StandsInSpool()
 {
-    return Text(kFileNameValue) == file_.path() &&
-           Text(kSlot.headline) == SpoolHeadLine(state_.generation) && Number(kSlot.pos_low) &&
-           Number(kSlot.pos_high);
+    return state_.generation > 0 && Text(kSlot.headline) == SpoolHeadLine(state_.generation) &&
+           Number(kSlot.pos_low) && Number(kSlot.pos_high);
+}
+
+std::optional<ModulePlace> SpoolKeeper::ReadModulePlace()
+{
+    const auto low = Number(kSlot.pos_low);
+    const auto high = Number(kSlot.pos_high);
+    if (!low || !high)
+        return std::nullopt;
+    return ModulePlace{Text(kSlot.headline), JoinHalves(*low, *high), Text(kSlot.content)};
+}
+
+void SpoolKeeper::WriteModulePlace(const std::string &path, const ModulePlace &place)
+{
+    const host::KeyId key = registry_.Create(host::kRootKey, kMonitorKey);
+    SetText(key, kFileNameValue, path);
+    SetText(key, kSlot.headline, place.head_line);
+    SetText(key, kSlot.content, place.content);
+    SetNumber(key, kSlot.pos_low, LowHalf(place.position));
+    SetNumber(key, kSlot.pos_high, HighHalf(place.position));
 }
 
 // The offset up to which the module has checked the spool.
@@ -104,12 +124,7 @@ void SpoolKeeper::BeginGeneration(int64_t generation)
 {
     const SpoolState state = BeginOfGeneration(generation);
     const std::string head = SpoolHeadLine(generation);
-    const host::KeyId key = registry_.Create(host::kRootKey, kMonitorKey);
-    SetText(key, kFileNameValue, file_.path());
-    SetText(key, kSlot.headline, head);
-    SetText(key, kSlot.content, head);
-    SetNumber(key, kSlot.pos_low, LowHalf(0));
-    SetNumber(key, kSlot.pos_high, HighHalf(0));
+    WriteModulePlace(file_.path(), {head, 0, head});
     ForgetOrigins(store_);
     WriteSpoolState(store_, state);
     store_.CommitPass();
@@ -134,25 +149,68 @@ void SpoolKeeper::Prepare(bool has_inputs, int64_t wall_seconds)
 {
     next_.reset();
     has_index_ = false;
-    is_in_force_ = has_inputs;
     state_ = store_.Read([](host::Database &database) { return ReadSpoolState(database); });
-    if (!has_inputs) {
-        const auto key = registry_.Find(host::kRootKey, kMonitorKey);
-        if (key && Text(kFileNameValue) == file_.path())
-            registry_.DeleteValue(*key, kFileNameValue);
-        store_.CommitPass();
+    const bool stands_in_spool = StandsInSpool();
+    is_in_force_ = has_inputs || stands_in_spool;
+    if (is_in_force_)
+        TakeCustomerFile(stands_in_spool);
+    if (is_in_force_ && !has_inputs && TakesCustomerFileBack())
+        is_in_force_ = false;
+    if (is_in_force_)
+        LookAtSpool(stands_in_spool, wall_seconds);
+    else if (Text(kFileNameValue) == file_.path()) // as of an imported registry
+        SetText(registry_.Create(host::kRootKey, kMonitorKey), kFileNameValue, "");
+    store_.CommitPass();
+    if (!is_in_force_)
+        file_.Remove();
+}
+
+// Whatever the administrator has set becomes an input, and the spool takes its place.
+void SpoolKeeper::TakeCustomerFile(bool stands_in_spool)
+{
+    const std::string set = Text(kFileNameValue);
+    if (set == file_.path())
         return;
-    }
+    // A file that was set while the module stood in the spool was never opened by it.
+    const bool was_read = !stands_in_spool && !set.empty();
+    if (const auto loss = customer_.Set(set, was_read ? ReadModulePlace() : std::nullopt))
+        Tell(*loss);
+    const host::KeyId key = registry_.Create(host::kRootKey, kMonitorKey);
+    SetText(key, kFileNameValue, file_.path());
+    SetText(registry_.Create(host::kRootKey, host::kAgentKey), host::kInputSpool, file_.path());
+}
+
+// False: the spool is needed still.
+bool SpoolKeeper::TakesCustomerFileBack()
+{
+    if (!AllIsRead())
+        return false;
+    const auto customer = customer_.TakeBack();
+    if (!customer)
+        return false;
+    WriteModulePlace(customer->path, customer->place);
+    if (customer->path.empty())
+        registry_.DeleteValue(registry_.Create(host::kRootKey, kMonitorKey), kFileNameValue);
+    if (const auto key = registry_.Find(host::kRootKey, host::kAgentKey))
+        registry_.DeleteValue(*key, host::kInputSpool);
+    // Nothing of it is unread, so the next one begins without a word.
+    ForgetOrigins(store_);
+    WriteSpoolState(store_, BeginOfGeneration(state_.generation + 1));
+    return true;
+}
+
+void SpoolKeeper::LookAtSpool(bool stands_in_spool, int64_t wall_seconds)
+{
     if (state_.generation == 0) {
         BeginGeneration(1);
         return;
     }
-    // Somebody has given the module another customer file meanwhile: where it was in the spool is not known.
-    if (!ModuleIsAtSpool()) {
+    // The place was overwritten or removed, so how far the module has come is not known.
+    if (!stands_in_spool) {
         if (state_ != BeginOfGeneration(state_.generation))
-            Tell({"spool",
-                  "the monitor was given another customer file, so it is not known which of the "
-                  "last entries were checked; those that were not are missing"});
+            Tell({"spool", "the place of the monitor in " + file_.path().string() +
+                               " was overwritten, so it is not known which of the last entries "
+                               "were checked; those that were not are missing"});
         BeginGeneration(state_.generation + 1);
         return;
     }

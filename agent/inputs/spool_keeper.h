@@ -13,29 +13,32 @@
 #include "agent/host/registry_tree.h"
 #include "agent/host/store.h"
 #include "agent/inputs/batch.h"
+#include "agent/inputs/customer_file.h"
 #include "agent/inputs/input_store.h"
 #include "agent/inputs/spool.h"
 
 namespace inputs {
 
-// How much of the spool may be unread, in MiB; beyond it the inputs wait. Value of the agent's key.
-inline constexpr char kSpoolMegabytes[] = "SpoolMegabytes";
-constexpr uint32_t kDefaultSpoolMegabytes = 64;
-
 class SpoolKeeper {
   public:
     SpoolKeeper(host::Store &store, host::RegistryTree &registry,
                 const std::filesystem::path &spool)
-        : store_(store), registry_(registry), file_(spool)
+        : store_(store), registry_(registry), customer_(store, registry), file_(spool)
     {
     }
 
-    // Before the module starts: with inputs, makes the spool what the store says, and the module's customer file;
-    // without, takes it away from the module. Commits. Throws host::Error.
+    // Before the module starts: with inputs, makes the spool what the store says, and the module's customer file; the
+    // one that is set becomes an input. Without, gives the module its customer file back, as soon as all of the spool
+    // was read. Commits. Throws host::Error.
     void Prepare(bool has_inputs, int64_t wall_seconds);
 
     // Does the module follow the spool?
     [[nodiscard]] bool IsInForce() const { return is_in_force_; }
+
+    // For who waits for the end of the inputs: can the module have its customer file back, once all of the spool was
+    // read? And was it?
+    [[nodiscard]] bool CanEnd() { return customer_.CanReturn(); }
+    [[nodiscard]] bool AllIsRead() { return ReadTo() == state_.length; }
 
     // While the module rests, before its pass is committed: brings a batch into the spool. False: it has to wait,
     // for the reason that problem() gives. Throws host::StoreError; the pass is then broken.
@@ -44,6 +47,8 @@ class SpoolKeeper {
     void Committed();
     void Abandoned() { next_.reset(); }
 
+    [[nodiscard]] const std::filesystem::path &path() const { return file_.path(); }
+
     // Why a batch waits; empty: none does.
     [[nodiscard]] const std::string &problem() const { return problem_; }
 
@@ -51,9 +56,14 @@ class SpoolKeeper {
     std::optional<SpoolOrigin> OriginOf(const std::string &line);
 
   private:
+    bool TakesCustomerFileBack();
+    void TakeCustomerFile(bool stands_in_spool);
+    void LookAtSpool(bool stands_in_spool, int64_t wall_seconds);
     void BeginGeneration(int64_t generation);
+    [[nodiscard]] std::optional<ModulePlace> ReadModulePlace();
+    void WriteModulePlace(const std::string &path, const ModulePlace &place);
     [[nodiscard]] int64_t ReadTo();
-    [[nodiscard]] bool ModuleIsAtSpool();
+    [[nodiscard]] bool StandsInSpool();
     void SetText(host::KeyId key, const char *name, const std::string &text);
     void SetNumber(host::KeyId key, const char *name, uint32_t number);
     std::string Text(const char *name);
@@ -64,6 +74,7 @@ class SpoolKeeper {
 
     host::Store &store_;
     host::RegistryTree &registry_;
+    CustomerFile customer_;
     SpoolFile file_;
     bool is_in_force_ = false;
     SpoolState state_;               // committed

@@ -6,6 +6,7 @@
 #include <memory>
 #include <sys/stat.h>
 
+#include "agent/host/agent_values.h"
 #include "agent/logs/log_files.h"
 #include "platform/contract.h"
 #include "platform/split64.h"
@@ -18,6 +19,7 @@ namespace {
 
 // As they stand in the output, by slot of the scan.
 constexpr const char *kSlotRoles[MAX_MON_FILES] = {"system log", "customer file"};
+constexpr char kSpoolRole[] = "inputs' spool";
 // No pass has stored a place yet: the file was just set, or the daemon has never run.
 constexpr char kNotLookedAt[] = "not looked at yet";
 
@@ -216,8 +218,11 @@ std::vector<WatchedFile> ReadWatchedFiles(monitor::Module &module, host::Registr
     // not know the file, and would look for no backups of it.
     module.ChangeCustFile();
     std::vector<WatchedFile> files = {Slotted(module, 0, kSystemLog)};
-    if (const std::string customer = NameOfFile(registry, kMonitorKey); !customer.empty())
+    if (const std::string customer = NameOfFile(registry, kMonitorKey); !customer.empty()) {
         files.push_back(Slotted(module, 1, customer));
+        if (customer == host::AgentText(registry, host::kInputSpool))
+            files.back().role = kSpoolRole;
+    }
     if (const std::string target = NameOfFile(registry, kFileMonitorKey); !target.empty())
         files.push_back(FileMonitor(registry, target));
     return files;

@@ -21,7 +21,7 @@ namespace logs {
 // or not at all; without them, `problem` says why. It may say something with them, too: the place
 // is known, and the file of that name cannot be read at the moment.
 struct WatchedFile {
-    std::string role; // "system log", "customer file", "file monitor"
+    std::string role; // "system log", "customer file" or "inputs' spool", "file monitor"
     std::filesystem::path path;
     std::vector<std::filesystem::path> backups; // newest first, as the monitor looks for its place
     std::filesystem::path resume_file;          // which of all these holds the place, if any does

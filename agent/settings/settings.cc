@@ -179,6 +179,25 @@ std::string FormatInterval(const host::RegValue *stored)
     return std::to_string(std::min(milliseconds, host::kMaxTriggerInterval));
 }
 
+constexpr char kMegabytesAccepted[] = "a number of megabytes from 1 to 65536";
+
+host::RegValue ParseSpool(const std::string &text)
+{
+    uint32_t megabytes = 0;
+    const char *end = text.data() + text.size();
+    const auto [stopped, failed] = std::from_chars(text.data(), end, megabytes);
+    if (failed != std::errc() || stopped != end || megabytes < 1 ||
+        megabytes > host::kMaxSpoolMegabytes)
+        Refuse("spool-megabytes", text, kMegabytesAccepted);
+    return Number(megabytes);
+}
+
+std::string FormatSpool(const host::RegValue *stored)
+{
+    const uint32_t megabytes = NumberIn(stored).value_or(host::kDefaultSpoolMegabytes);
+    return std::to_string(std::clamp<uint32_t>(megabytes, 1, host::kMaxSpoolMegabytes));
+}
+
 // One event for all values of the agent: the daemon reads them together, and takes what has
 // changed.
 const char *const kAgentEvent = host::kAgentSettingsEvent;
@@ -208,6 +227,10 @@ const std::vector<Setting> &AllSettings()
          "Least time between two looks at files that are being written; 0: once in a cycle",
          kIntervalAccepted, host::kAgentKey, "TriggerInterval", kAgentEvent, "1000", false,
          ParseInterval, FormatInterval},
+        {"spool-megabytes", "megabytes",
+         "So much of the inputs' entries may wait for the monitor; then the inputs wait",
+         kMegabytesAccepted, host::kAgentKey, host::kSpoolMegabytes, kAgentEvent, "64", false,
+         ParseSpool, FormatSpool},
     };
     return settings;
 }
@@ -231,7 +254,12 @@ std::string GetSetting(host::RegistryTree &registry, const Setting &setting)
 {
     const auto key = registry.Find(host::kRootKey, setting.key);
     const auto stored = key ? registry.Get(*key, setting.value) : std::nullopt;
-    return setting.format(stored ? &*stored : nullptr);
+    const std::string value = setting.format(stored ? &*stored : nullptr);
+    // While there are inputs, the module's customer file is their spool, and the one that was set is kept apart.
+    if (setting.value == kFileNameValue && setting.key == kMonitorKey && !value.empty() &&
+        value == host::AgentText(registry, host::kInputSpool))
+        return host::AgentText(registry, host::kCustomerFile).value_or("");
+    return value;
 }
 
 bool IsFaultTolerant(host::RegistryTree &registry)

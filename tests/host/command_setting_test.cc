@@ -28,7 +28,9 @@ TEST_F(SettingCommand, GetShowsEverySettingWithItsUnitAndMeaning)
                  "log-charset\tUTF-8\t\tCharacter set of the logs\n"
                  "trace-level\terror\t\tLowest level that the trace log keeps\n"
                  "trigger-interval\t1000\tmilliseconds\tLeast time between two looks at files "
-                 "that are being written; 0: once in a cycle\n");
+                 "that are being written; 0: once in a cycle\n"
+                 "spool-megabytes\t64\tmegabytes\tSo much of the inputs' entries may wait for the "
+                 "monitor; then the inputs wait\n");
     EXPECT_EQ((json{{"version", 1},
                     {"settings",
                      {{"cycle", "300"},
@@ -37,7 +39,8 @@ TEST_F(SettingCommand, GetShowsEverySettingWithItsUnitAndMeaning)
                       {"fault-tolerant", "off"},
                       {"log-charset", "UTF-8"},
                       {"trace-level", "error"},
-                      {"trigger-interval", "1000"}}}}),
+                      {"trigger-interval", "1000"},
+                      {"spool-megabytes", "64"}}}}),
               Json({"get"}));
 }
 
@@ -78,9 +81,9 @@ TEST_F(SettingCommand, SetTakesDefault)
 TEST_F(SettingCommand, DefaultTakesTheStoredValueAwayExceptOfTheCycle)
 {
     const std::map<std::string, std::string> others = {
-        {"cycle", "10"},          {"customer-file", "/a"},  {"file-monitor", "/a"},
-        {"fault-tolerant", "on"}, {"log-charset", "ASCII"}, {"trace-level", "off"},
-        {"trigger-interval", "5"}};
+        {"cycle", "10"},           {"customer-file", "/a"},  {"file-monitor", "/a"},
+        {"fault-tolerant", "on"},  {"log-charset", "ASCII"}, {"trace-level", "off"},
+        {"trigger-interval", "5"}, {"spool-megabytes", "5"}};
     for (const settings::Setting &setting : settings::AllSettings()) {
         ExpectDone({"set", setting.name, others.at(setting.name)});
         ExpectDone({"set", setting.name, "default"});
@@ -142,7 +145,7 @@ TEST_F(SettingCommand, ASettingThatIsNotKnownIsNamedWithThoseThatAre)
     const std::string known =
         ": there is none of that name; did you mean cycle? use one of "
         "cycle, customer-file, file-monitor, fault-tolerant, log-charset, trace-level, "
-        "trigger-interval";
+        "trigger-interval, spool-megabytes";
     ExpectFailed({"get", "cylce"}, "cannot find the setting \"cylce\"" + known);
     ExpectFailed({"set", "cylce", "10"}, "cannot find the setting \"cylce\"" + known);
 }

@@ -51,6 +51,7 @@ TEST_F(Settings, HaveTheirDefaultsInAnEmptyRegistry)
     EXPECT_EQ("UTF-8", Get("log-charset"));
     EXPECT_EQ("error", Get("trace-level"));
     EXPECT_EQ("1000", Get("trigger-interval"));
+    EXPECT_EQ("64", Get("spool-megabytes"));
 }
 
 TEST_F(Settings, AreSetBackByTheWordDefault)
@@ -61,7 +62,8 @@ TEST_F(Settings, AreSetBackByTheWordDefault)
                                       {"fault-tolerant", "on"},
                                       {"log-charset", "EUC-JP"},
                                       {"trace-level", "off"},
-                                      {"trigger-interval", "0"}}) {
+                                      {"trigger-interval", "0"},
+                                      {"spool-megabytes", "1"}}) {
         const std::string before = Get(name);
         ExpectTaken(name, value);
         EXPECT_EQ("no error", Set(name, "default"));
@@ -73,7 +75,7 @@ TEST_F(Settings, ThatAreNotKnownAreNamedWithThoseThatAre)
 {
     EXPECT_EQ("cannot find the setting \"cylce\": there is none of that name; did you mean cycle? "
               "use one of cycle, customer-file, file-monitor, fault-tolerant, log-charset, "
-              "trace-level, trigger-interval",
+              "trace-level, trigger-interval, spool-megabytes",
               ErrorOf([] { FindSetting("cylce"); }));
 }
 
@@ -88,6 +90,25 @@ TEST_F(Settings, CycleIsFrom10To3600Seconds)
         ExpectRefused("cycle", text, "a number of seconds from 10 to 3600");
     EXPECT_EQ(test::NumberBytes(3600), TreeValue(kMonitorKey, "CYCLE")->data);
     EXPECT_EQ(REG_DWORD, TreeValue(kMonitorKey, "CYCLE")->type);
+}
+
+TEST_F(Settings, TheSpoolHoldsFrom1To65536Megabytes)
+{
+    for (const char *text : {"1", "64", "65536"})
+        ExpectTaken("spool-megabytes", text);
+    for (const char *text : {"0", "65537", "-1", "", "1.5", "64M"})
+        ExpectRefused("spool-megabytes", text, "a number of megabytes from 1 to 65536");
+}
+
+// While there are inputs, the module's customer file is the spool.
+TEST_F(Settings, CustomerFileIsTheOneThatWasSetAlsoWhileTheModuleReadsTheSpool)
+{
+    test::SetTreeText(kMonitorKey, kFileNameValue, "/state/spool");
+    test::SetTreeText(host::kAgentKey, host::kInputSpool, "/state/spool");
+    EXPECT_EQ("", Get("customer-file"));
+    test::SetTreeText(host::kAgentKey, host::kCustomerFile, "/var/log/app");
+    EXPECT_EQ("/var/log/app", Get("customer-file"));
+    ExpectTaken("customer-file", "/var/log/other");
 }
 
 TEST_F(Settings, AStoredCycleOutOfRangeIsShownAsTheDefault)

@@ -19,12 +19,14 @@ class TestMoments : public host::Moments {
     std::function<bool()> rests = [] { return true; };
     std::function<void()> still_rests = [] {};
     DWORD pulse_ms = 0;
+    std::function<bool(const std::string &)> may_end = [](const std::string &) { return true; };
     std::function<void(DWORD, const std::string &)> pass_begins = [](DWORD, const std::string &) {};
 
     void TableLoaded() override { table_loaded(); }
     bool ModuleRests() override { return rests(); }
     void StillRests() override { still_rests(); }
     [[nodiscard]] DWORD PulseMs() const override { return pulse_ms; }
+    bool MayEndRest(const std::string &name) override { return may_end(name); }
     void PassBegins(DWORD result, const std::string &name) override { pass_begins(result, name); }
 };
 
@@ -78,6 +80,23 @@ TEST_F(WaitMoments, APassHasNoNameForATimeoutOrAnUnnamedHandle)
     Wait(0);
     EXPECT_EQ((std::vector<std::string>{"rests", "pass begins 1 ''", "rests", "pass begins 2 ''"}),
               calls_);
+}
+
+TEST_F(WaitMoments, AnEventThatMayNotEndTheRestIsTakenAndTheRestGoesOn)
+{
+    std::vector<std::string> asked;
+    moments_.may_end = [&](const std::string &name) {
+        asked.push_back(name);
+        return false;
+    };
+    WriteDown();
+    SetEvent(handles_[1]);
+    EXPECT_EQ(WAIT_RESULT_TIMEOUT, Wait(0));
+    EXPECT_EQ(std::vector<std::string>{"Named"}, asked);
+    EXPECT_EQ((std::vector<std::string>{"rests", "pass begins 1 ''"}), calls_);
+    EXPECT_EQ(WAIT_RESULT_TIMEOUT, Wait(0)) << "it was taken";
+    SetEvent(handles_[0]);
+    EXPECT_EQ(WAIT_RESULT_FIRST, Wait(0)) << "nobody is asked about one without a name";
 }
 
 TEST_F(WaitMoments, ASignalThatComesWhileAtRestIsTakenByTheSameWait)

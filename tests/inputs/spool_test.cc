@@ -184,7 +184,7 @@ TEST_F(SpoolTest, ABatchWaitsWhenTooMuchIsUnread)
 {
     const host::KeyId key = registry_->Create(host::kRootKey, host::kAgentKey);
     const uint32_t one = 1;
-    registry_->Set(key, inputs::kSpoolMegabytes, REG_DWORD,
+    registry_->Set(key, host::kSpoolMegabytes, REG_DWORD,
                    std::string_view(reinterpret_cast<const char *>(&one), sizeof one));
     const std::string much(900 * 1024, 'x');
     Store(much + "\n");
@@ -206,7 +206,7 @@ TEST_F(SpoolTest, LinesThatWaitedForMonthsGetAStampThatIsRead)
     EXPECT_NE(LogLine("one").substr(0, 3), text.substr(0, 3)) << "of another month";
 }
 
-TEST_F(SpoolTest, AnotherCustomerFileIsReplacedAtTheNextStart)
+TEST_F(SpoolTest, WhatIsUnreadOfItIsReadAlsoWhenAnotherCustomerFileWasSet)
 {
     Store("one\n");
     const auto key = *registry_->Find(host::kRootKey, kMonitorKey);
@@ -215,7 +215,18 @@ TEST_F(SpoolTest, AnotherCustomerFileIsReplacedAtTheNextStart)
     Start();
     EXPECT_EQ(Path(), CustomerFile());
     Store("two\n");
-    EXPECT_EQ("two\n", Pass());
+    EXPECT_EQ("one\ntwo\n", Pass());
+}
+
+TEST_F(SpoolTest, IsReadToItsEndBeforeItIsTakenAway)
+{
+    Store("one\n");
+    keeper_->Prepare(false, time(nullptr));
+    EXPECT_TRUE(keeper_->IsInForce());
+    EXPECT_EQ("one\n", Pass());
+    keeper_->Prepare(false, time(nullptr));
+    EXPECT_FALSE(keeper_->IsInForce());
+    EXPECT_FALSE(fs::exists(Path()));
 }
 
 TEST_F(SpoolTest, WithoutInputsTheModuleHasNoCustomerFileLeft)

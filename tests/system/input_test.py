@@ -141,6 +141,61 @@ class Inputs(lab.LabTest):
         self.daemon.look()
         self.assertEqual(1, len(self.lab.reported_numbers()))
 
+    def test_the_customer_file_counts_each_line_once_while_inputs_come_and_go(self):
+        other = lab.VAR_LOG / "other.log"
+        lab.append(self.log, lab.stamped("before it was set"))
+        self.lab.command("set", "customer-file", str(self.log))
+        self.daemon.start()
+        self.lab.wait_until("it is the monitor's", lambda: self.customer_file_of_module() == str(self.log))
+        for life in range(6):
+            self.write_stamped(50)
+            self.lab.command("input", "add", "files", "other", f"path={other}")
+            self.write_stamped(50)
+            if life % 2:
+                self.daemon.kill()
+                self.write_stamped(50)
+                self.daemon.start()
+            self.lab.wait_until("the spool is the monitor's",
+                                lambda: self.customer_file_of_module().endswith("/spool"))
+            self.assertEqual(str(self.log), self.lab.run("get", "customer-file").stdout.strip())
+            self.write_stamped(50)
+            self.rotate_stamped(life)
+            self.write_stamped(50)
+            self.lab.command("input", "remove", "other")
+            self.write_stamped(50)
+            self.lab.wait_until("it is the monitor's again",
+                                lambda: self.customer_file_of_module() == str(self.log))
+        self.wait_for_all()
+        self.assertEqual([], self.lab.alerts("SYSLOGMON"))
+        self.assertEqual(0, self.lab.status()["restarts"])
+
+    def write_stamped(self, count):
+        """As the module takes them itself."""
+        lab.append(self.log, *(lab.stamped(lab.numbered(n)) for n in range(self.written, self.written + count)))
+        self.written += count
+
+    def rotate_stamped(self, number):
+        self.log.rename(lab.VAR_LOG / f"app.log-2026{number:04}")
+        self.log.touch()
+
+    def customer_file_of_module(self):
+        return self.lab.run("reg", "get", lab.MONITOR_KEY, "FILENAME").stdout.strip()
+
+    def test_a_customer_file_that_is_set_while_there_are_inputs_is_one_of_them(self):
+        self.add_files()
+        self.daemon.start()
+        other = lab.VAR_LOG / "other.log"
+        lab.append(other, lab.stamped("before it was set"))
+        self.lab.command("set", "customer-file", str(other))
+        self.lab.wait_until("it is an input", lambda: "customer-file" in self.lab.command("input", "list"))
+        self.write(2)
+        lab.append(other, lab.stamped(lab.numbered(2)))
+        self.written = 3
+        self.wait_for_all()
+        self.lab.command("set", "customer-file", "")
+        self.lab.wait_until("it is none", lambda: "customer-file" not in self.lab.command("input", "list"))
+        self.assertEqual([], self.lab.alerts("SYSLOGMON"))
+
     def test_what_was_removed_unread_is_told(self):
         self.add_files()
         self.write(5)
