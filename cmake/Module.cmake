@@ -21,7 +21,7 @@ add_module_folder(match anchors.cc block_search.cc class_filter.cc compiled.cc c
     pair_filter.cc relied_on.cc report.cc sieve_table.cc table_data.cc windows.cc)
 add_module_folder(fileacc block.cc lines.cc open_log.cc resume.cc stretch.cc)
 add_module_folder(filemonitor block.cc matcher.cc object.cc scan.cc splitter.cc)
-add_module_folder(vkevmon backup_list.cc entry.cc file_set.cc loop.cc pass.cc pass_lines.cc product_filter.cc
+add_module_folder(vkevmon backup_list.cc entry.cc file_set.cc loop.cc pass.cc pass_follower.cc pass_lines.cc product_filter.cc
                   reload.cc settings.cc siblings.cc subkeys.cc table.cc table_lock.cc version.cc)
 
 # Loaded by a host under this name. The host supplies the calls declared in platform/, so they stay

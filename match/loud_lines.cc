@@ -195,5 +195,6 @@ bool LineIsLoud(size_t head, size_t end, size_t most, LineMatches *matches)
         if (next_hit.begin >= head && hit_end <= head + line.length)
             NoteHit(line, next_hit.literal, matches);
     }
-    return matches->is_repeat || matches->count > 0;
+    // The agent's own lines match nothing, but whoever follows the pass is told of them.
+    return matches->is_repeat || matches->is_own || matches->count > 0;
 }

@@ -13,6 +13,8 @@
 #include "platform/trace.h"
 #include "stamp/syslog_time.h"
 
+int32_t line_outcome = LINE_COMPARED;
+
 namespace {
 
 constexpr char kUnit[] = "vkevmon";
@@ -173,18 +175,22 @@ int CheckOccurrence(Occurrence occurrence)
 {
     time_t stamp = 0;
     if (GetSyslogTimeAt(occurrence.moment, occurrence.line, &stamp, StampUse::kValidity) != TRUE) {
+        line_outcome = LINE_WITHOUT_TIME;
         TRACE_HELPER(TRACE_ERROR, "<GetSyslogTime() return FALSE.return 0.");
         return 0;
     }
     if (IsOwn(occurrence)) {
+        line_outcome = LINE_OF_AGENT;
         TRACE_HELPER(TRACE_DETAIL, "<TARSKvkvmain is found in line, ignore.return 0.");
         return 0;
     }
     occurrence.now = time(nullptr);
     if (occurrence.now == -1) {
+        line_outcome = LINE_FAILED;
         TRACE_HELPER(TRACE_SYSTEM, "<time() return -1");
         return -1;
     }
+    line_outcome = LINE_COMPARED;
     Match(occurrence);
     TRACE_HELPER(TRACE_DETAIL, "<return 0.");
     return 0;

@@ -7,9 +7,11 @@
 #define MATCH_MATCH_H
 
 #include <cstddef>
+#include <cstdint>
 
 #include "match/line_matches.h"
 #include "match/literal_set.h"
+#include "platform/agent.h"
 #include "stamp/syslog_time.h"
 
 #pragma GCC visibility push(default)
@@ -29,6 +31,10 @@ int CheckLine(char *line, int times);
 } // extern "C"
 #pragma GCC visibility pop
 
+// What has become of the line that was checked last: a LINE_ value of platform/agent.h. Module-wide state, on the
+// monitor thread.
+extern int32_t line_outcome;
+
 // CheckLine for the lines of a pass, with the index when there is one.
 //   moment  the pass's own, see syslog_time.h
 //   found   the pass's own, all zero at its beginning: what the index finds in the line
@@ -36,6 +42,13 @@ int CheckLine(char *line, int times);
 //   length  of the line, in bytes
 int CheckLineOfPass(LocalMoment *moment, FoundLiterals *found, char *line, size_t length,
                     int times);
+
+// The same for a line that the sieve has called quiet: nothing is left to be done.
+inline int CheckQuietLine()
+{
+    line_outcome = LINE_COMPARED;
+    return 0;
+}
 
 // The same for a line in which the sieve has looked for all keywords (loud_lines.h): what it found is known, and the
 // table is still the one of the index.

@@ -2,9 +2,34 @@
 #ifndef PLATFORM_AGENT_H
 #define PLATFORM_AGENT_H
 
+#include <cstdint>
+
 // Character sets that TarskCodeConvert knows.
 constexpr int CODE_REGISTRY = 0; // the registry's: UTF-8
 constexpr int CODE_LOG = 1;      // the log's, a setting of the host
+
+// What has become of a line that a pass has checked.
+constexpr int LINE_COMPARED = 0;     // with the table, whether an entry has matched or not
+constexpr int LINE_WITHOUT_TIME = 1; // its time stamp cannot be read, so nothing matches it
+constexpr int LINE_OF_AGENT = 2;     // it is the agent's own, so nothing matches it
+constexpr int LINE_FAILED = 3;       // the clock could not be read
+
+// How far a pass has come in a file. The record dies when the call returns.
+struct PassPlace {
+    int slot;         // whose file it is
+    int64_t lines;    // of the file that were read so far, repeats included
+    int64_t repeats;  // how many of them are repeats of another line
+    const char *text; // of the line that was checked last; null: only repeats have been read
+    int64_t pos;      // its offset in the file
+    int64_t
+        number; // its place among the lines that were read, from 1; 0: an earlier pass has read it
+    int32_t times;   // occurrences that it stands for
+    int32_t outcome; // a LINE_ value
+};
+
+// Is told of it by the pass, behind the reports of the line. Returns 0, or another number to give the pass up: what it
+// has checked of the file is not stored.
+using FollowPassFn = int (*)(const PassPlace *place);
 
 extern "C" {
 
@@ -24,6 +49,10 @@ int TarskCodeConvert(const char *source, int sourceLength, char *destination, in
 // Do the report functions of this host leave the monitoring table alone? Returns 1 or 0. A host need not have it: then
 // the table is looked at after each report.
 int ReportsKeepTable(void) __attribute__((weak));
+
+// Who follows the pass that begins; null: nobody. It is told of each line that can match or whose time cannot be read,
+// and of some of the others, at least of one in 64 KiB; in the numbers all are counted. A host need not have it.
+FollowPassFn PassFollower(void) __attribute__((weak));
 
 } // extern "C"
 

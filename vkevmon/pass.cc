@@ -15,6 +15,7 @@
 #include "regacc/regacc.h"
 #include "stamp/syslog_time.h"
 #include "vkevmon/file_set.h"
+#include "vkevmon/pass_follower.h"
 #include "vkevmon/pass_lines.h"
 #include "vkevmon/settings.h"
 
@@ -35,6 +36,7 @@ struct Reading {
     PassLine *current = &lines[0];
     PassLine *ahead = &lines[1]; // the line read last, also when it was a repeat
     PassLine previous;           // what the repeats at the head of the new part refer to
+    int64_t repeats;             // lines that were read and are repeats
     int times;                   // occurrences that the line to be checked stands for
     bool current_pending;
     bool ahead_is_line; // a line that is no repeat was read ahead
@@ -92,6 +94,7 @@ bool Begin(Reading *reading)
     if (IsRepeat(*reading->current, &times)) {
         std::swap(reading->ahead, reading->current);
         reading->times = times;
+        reading->repeats = 1;
         FindRepeatedLine(reading);
     } else {
         reading->times = 1;
@@ -114,6 +117,7 @@ void ReadAhead(Reading *reading)
             return;
         }
         reading->times = AddSaturated(reading->times, repeats);
+        ++reading->repeats;
     }
 }
 
@@ -128,25 +132,29 @@ int Check(Reading *reading, PassLine *line)
 {
     if (MatchesHold(*line))
         return line->is_quiet
-                   ? 0
+                   ? CheckQuietLine()
                    : CheckSievedLine(&reading->moment, line->matches, line->text, reading->times);
     return CheckLineOfPass(&reading->moment, &reading->found, line->text, line->length,
                            reading->times);
 }
 
-// Checks the line that waits, for all its occurrences.
-void CheckWaiting(Reading *reading)
+// Checks the line that waits, for all its occurrences. False: the pass is given up.
+bool CheckWaiting(Reading *reading)
 {
+    const PassLine *checked = nullptr;
     if (reading->current_pending) {
+        checked = reading->current;
         KeepAsLastChecked(reading->slot, *reading->current);
         // The message shows the line of slot 0 also while slot 1 is read: the interface has it so.
         if (Check(reading, reading->current) == -1)
             TRACE_HELPER(TRACE_ERROR, "CheckLine: %s --failed", content[0]);
     } else if (reading->previous_pending) {
         reading->previous_pending = false;
+        checked = &reading->previous;
         if (Check(reading, &reading->previous) == -1)
             TRACE_HELPER(TRACE_ERROR, "CheckLine: %s --failed", reading->previous.text);
     }
+    return TellFollower(reading->slot, checked, reading->times, reading->repeats);
 }
 
 // The line read ahead becomes the one that waits. False when there is none.
@@ -178,7 +186,8 @@ void ReadNewLines(int slot)
         return;
     do {
         ReadAhead(&reading);
-        CheckWaiting(&reading);
+        if (!CheckWaiting(&reading))
+            return;
     } while (Advance(&reading));
 
     // Repeats at the end of the file were folded: the place behind them is stored, or the next pass
@@ -374,6 +383,7 @@ int WatchSyslogMain(void)
     TRACE(TRACE_DETAIL, ">");
     DropIndex();
     BeginPassLines();
+    AskWhoFollows();
     for (int slot = 0; slot < MAX_MON_FILES; ++slot)
         ScanSlot(slot);
     return 0;

@@ -13,6 +13,7 @@
 // Making the sieve for a full table takes about 3 ms, as long as 15,000 lines one by one.
 int64_t least_news_for_stretches = int64_t{4} << 20;
 uint64_t stretches_searched = 0;
+int64_t lines_read = 0;
 
 namespace {
 
@@ -114,28 +115,30 @@ bool IsQuiet(LocalMoment *moment, const StretchLine &line)
     return StampIsValid(moment, line);
 }
 
-// The last line of the run of quiet lines that begins at `head`. False when already the first is loud.
-bool FindQuietRun(LocalMoment *moment, size_t head, bool may_be_long, StretchLine *found)
+// The last line of the run of quiet lines that begins at `head`. Returns how many they are: 0 when already the first is
+// loud.
+int FindQuietRun(LocalMoment *moment, size_t head, bool may_be_long, StretchLine *found)
 {
-    bool is_found = false;
+    int lines = 0;
     while (head < stretch.length) {
         const StretchLine line = NextLineOfStretch(stretch, head);
         next_is_loud = !IsQuiet(moment, line);
         if (next_is_loud)
             break;
         *found = line;
-        is_found = true;
+        ++lines;
         head = line.next;
         if (!may_be_long)
             break;
     }
-    return is_found;
+    return lines;
 }
 
 void Deliver(const StretchLine &found, bool is_quiet, PassLine *line)
 {
     last = found;
     last_was_quiet = is_quiet;
+    line->number = lines_read;
     line->pos = stretch.start + static_cast<int64_t>(found.head);
     line->length = std::min(found.end - found.head, kMostOfLine);
     line->is_quiet = is_quiet;
@@ -152,12 +155,13 @@ void Deliver(const StretchLine &found, bool is_quiet, PassLine *line)
 void ReadFromStretch(LocalMoment *moment, PassLine *line)
 {
     StretchLine found{};
-    const bool is_quiet = !next_is_loud && FindQuietRun(moment, last.next, last_was_quiet, &found);
-    if (!is_quiet) {
+    const int quiet = next_is_loud ? 0 : FindQuietRun(moment, last.next, last_was_quiet, &found);
+    if (quiet == 0) {
         found = NextLineOfStretch(stretch, last.next);
         next_is_loud = false;
     }
-    Deliver(found, is_quiet, line);
+    lines_read += std::max(quiet, 1);
+    Deliver(found, quiet > 0, line);
 }
 
 // Is the next line one of a stretch? Begins one when it is time.
@@ -180,7 +184,10 @@ bool ReadByBlock(PassLine *line)
 {
     line->is_quiet = last_was_quiet = false;
     line->matches.is_known = false;
-    return ReadNextLine(&line->pos, line->text, kLineBufferSize, &line->length) == 0;
+    if (ReadNextLine(&line->pos, line->text, kLineBufferSize, &line->length) != 0)
+        return false;
+    line->number = ++lines_read;
+    return true;
 }
 
 } // namespace
@@ -195,6 +202,7 @@ void BeginPassLines()
 bool ReadFirstPassLine(PassLine *line)
 {
     is_in_stretch = false;
+    lines_read = 0;
     file_has_stretches = may_use_stretches;
     return ReadByBlock(line);
 }

@@ -24,6 +24,7 @@
 struct PassLine {
     int64_t pos;
     size_t length;
+    int64_t number; // among the lines of the file that the pass has read, from 1; 0: it has not
     LineMatches matches; // by the table as it was when it was read
     bool is_quiet;       // nothing matched then, and the stamp was valid
     char text[kLineBufferSize + kSearchPadding];
@@ -36,6 +37,9 @@ extern uint64_t stretches_searched;
 
 // A pass begins; it is not known yet what the table is.
 void BeginPassLines();
+
+// How many lines of the file the pass has read so far.
+extern int64_t lines_read;
 
 // Reads the first new line of the file, which is open and positioned. It is always read by the block: from there the
 // reader may have to go back. False when it cannot be read.

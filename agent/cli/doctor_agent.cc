@@ -219,9 +219,9 @@ void CheckTable(const Context &context, Examination *examination)
     // state that one is.
     const RulesCopy rules = CopyRules(context.Host().registry(), true);
     try {
-        RunTrial(context.layout, rules, [&](monitor::Module &module, host::RegistryTree &registry) {
+        RunTrial(context.layout, rules, [&](monitor::Module &module, host::Host &host) {
             const size_t findings = examination->Findings();
-            for (const auto &[source, stored, doubt] : LeftOutEvents(registry, module)) {
+            for (const auto &[source, stored, doubt] : LeftOutEvents(host.registry(), module)) {
                 if (source.is_new_application_type)
                     examination->Well(events::NameOf(stored), "it is left out: " + doubt.cause);
                 else

@@ -1,11 +1,14 @@
-// What a log comes to under the rules of a trial, line by line.
+// What logs come to under the rules of a trial.
 //
-// The module itself checks each line; this counts what comes out. It hears of a match in two ways:
-// by a report, and by a hit counter that has changed. Three things are done here and not by the
-// check of a line: repeats are added up, as a pass does it; the hour of a line is set in the table;
-// reports that the monitor would withhold are counted apart.
+// The module makes a pass over each log (trial.h), and says itself which lines it has read, which of them repeat another
+// one, which it could not see, and which entries each has matched. This counts. Two things differ from a pass of the
+// monitor. Each match is reported, so that it is known; how many hits make a report of the monitor is counted here.
+// And reports that the monitor would withhold are told apart.
 //
-// Of the one thread that runs the trial, in its pause (see trial.h).
+// A line whose repeats were counted backwards ("repeated -5 times") is hardly a line of a syslog daemon. One that comes
+// to less than no occurrence matches nothing here; in the monitor it takes hits away from the lines behind it.
+//
+// Of the one thread that runs the trial, in its pause.
 #ifndef AGENT_CLI_TALLY_H
 #define AGENT_CLI_TALLY_H
 
@@ -17,6 +20,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "agent/cli/hour_of.h"
 #include "agent/cli/trial.h"
 #include "agent/cli/trial_input.h"
 #include "agent/logs/stamps.h"
@@ -50,79 +54,64 @@ struct UnseenTally {
 struct FileTally {
     std::string name;
     int64_t lines = 0;
+    int64_t repeats = 0;
     int64_t bytes = 0;
 };
 
-// Which hour an event must watch for a line to count: that of the moment, as the monitor takes it,
-// or that of the line's own stamp, for a log of another time of day.
-enum class HourOf { kNow, kLine };
-
 class Tally {
   public:
-    // For a module whose table is loaded. One at a time.
-    Tally(monitor::Module &module, HourOf hour);
+    // For a module whose table is loaded, and the host that it runs in. One at a time.
+    Tally(monitor::Module &module, host::Host &host, HourOf hour);
     ~Tally();
     Tally(const Tally &) = delete;
     Tally &operator=(const Tally &) = delete;
 
-    // Reads a log from its first line to its last one, as a pass of the monitor does: repeats are
-    // added to the line before them. `step` is called for each line with the bytes of the log that
-    // are done; false ends the reading. Throws host::Error when the log cannot be read.
-    void ReadLog(const TrialLog &log, const std::function<bool(int64_t)> &step);
+    // Reads a log from its first line to its last one. `step` is called as the pass comes on, at least once in 64 KiB,
+    // with the bytes and the lines of the log that are done; false gives the pass up. Throws host::Error when the
+    // log cannot be read.
+    void ReadLog(const TrialLog &log, const std::function<bool(int64_t, int64_t)> &step);
 
-    // Checks one line for so many occurrences. Its text is the module's while it is checked, which
-    // takes it as writable.
-    void Check(Sighting &line, int times);
-
-    // The entries of the table that the last line checked has matched, by index, in ascending order.
-    [[nodiscard]] const std::vector<size_t> &matched() const { return matched_; }
-
-    // Why no event can match the line because of its time stamp; nothing: one can.
-    std::optional<logs::StampProblem> StampProblem(const std::string &line);
-    // The hour that counts for it, 0 to 23.
-    int HourFor(const std::string &line);
-    // Does the entry watch that hour?
-    bool IsWatched(size_t index, int hour);
-    // Would the module find this keyword, alone, in the line? By a check, so it forgets what the
-    // line before has come to in reports; matched() stays.
-    bool FindsKeyword(const std::string &line, const std::string &keyword);
-
-    [[nodiscard]] const VKVMon &entry(size_t index) const { return *table_[index]; }
+    [[nodiscard]] const VKVMon &entry(size_t index) const { return *entries_[index].entry; }
+    [[nodiscard]] int32_t report_count(size_t index) const { return entries_[index].report_count; }
+    // By index in the table.
     [[nodiscard]] const std::vector<EventTally> &events() const { return events_; }
     [[nodiscard]] const std::vector<FileTally> &files() const { return files_; }
     [[nodiscard]] const UnseenTally &unseen(logs::StampProblem problem) const
     {
         return unseen_[static_cast<size_t>(problem)];
     }
-    [[nodiscard]] int64_t lines() const { return lines_; }
-    [[nodiscard]] int64_t repeats() const { return repeats_; }     // lines that repeat another one
+    [[nodiscard]] int64_t lines() const;
+    [[nodiscard]] int64_t repeats() const;                         // lines that repeat another one
     [[nodiscard]] int64_t own_lines() const { return own_lines_; } // of the agent itself
 
   private:
+    // What the trial changes in an entry, as it was loaded.
+    struct Entry {
+        VKVMon *entry;
+        uint32_t hours;
+        int32_t report_count;
+        int64_t count = 0; // hits since the last report
+    };
+
     static int TakeReport(ReportRequest *request);
-    void WatchHour(int hour);
-    void NoteMatches(const Sighting &line, int times);
-    void ReadOpenFile(const std::function<bool(int64_t)> &step);
+    static int FollowPass(const PassPlace *place);
+    void SetUpTable();
+    void Note(const PassPlace &place);
+    void NoteUnseen(const PassPlace &place);
+    void NoteMatch(size_t index, const PassPlace &place);
+    [[nodiscard]] Sighting SightingOf(const PassPlace &place) const;
 
     monitor::Module &module_;
+    host::Host &host_;
     HourOf hour_of_;
-    // A copy of the pointers, which stay good for the pause; FindsKeyword exchanges those of the
-    // module.
-    std::vector<VKVMon *> table_;
-    std::vector<uint32_t> hours_;                    // of each entry, as loaded
-    std::vector<size_t> counting_;                   // entries that need several hits
-    std::vector<int32_t> count_before_;              // of each entry
+    std::vector<Entry> entries_;
     std::unordered_map<const char *, size_t> index_; // by the address of the source
-    std::vector<size_t> reported_;                   // by the line under way
-    std::vector<size_t> matched_;
-    int watched_hour_ = -1; // for which the table is set; -1: as loaded
-    // By index in the table, like the four above.
+    std::vector<size_t> reported_;                   // by the line that is checked
     std::vector<EventTally> events_;
     std::array<UnseenTally, logs::kStampProblems> unseen_;
     std::vector<FileTally> files_;
-    int64_t lines_ = 0;
-    int64_t repeats_ = 0;
     int64_t own_lines_ = 0;
+    const std::function<bool(int64_t, int64_t)> *step_ = nullptr; // of the log under way
 };
 
 } // namespace cli

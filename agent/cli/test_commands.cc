@@ -1,7 +1,7 @@
 // test: what the rules come to over logs, or over one line.
 //
-// A trial in this process (trial.h) with a tally (tally.h) around the module's own check of a line.
-// It needs no daemon, stores nothing, and with --rules not even a store. The exit status is 0
+// A trial in this process (trial.h): passes of the module over the logs, of which a tally is kept (tally.h), or its
+// check of the one line (explain.h). It needs no daemon, stores nothing, and with --rules not even a store. The exit status is 0
 // whatever is found.
 #include <algorithm>
 #include <atomic>
@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/cli/command.h"
+#include "agent/cli/explain.h"
 #include "agent/cli/output.h"
 #include "agent/cli/progress_bar.h"
 #include "agent/cli/tally.h"
@@ -20,7 +21,6 @@
 #include "agent/cli/trial.h"
 #include "agent/cli/trial_input.h"
 #include "agent/events/event_checks.h"
-#include "agent/events/expressions.h"
 #include "agent/rules/rules_file.h"
 #include "agent/text/printable.h"
 #include "platform/contract.h"
@@ -36,7 +36,10 @@ using Clock = std::chrono::steady_clock;
 using LeftOut = std::vector<LeftOutEvent>;
 
 // Bytes of a line that are shown on a terminal. In a pipe it is whole.
-constexpr size_t kShownOfALine = 72; // bytes of a line that are shown on a terminal
+constexpr size_t kShownOfALine = 72;
+
+// Lines after which the progress bar is told how far the trial has come.
+constexpr int64_t kLinesBetweenLooks = 256;
 
 // Either files or a line to be explained; the parser sees to it.
 struct TestOptions {
@@ -48,7 +51,7 @@ struct TestOptions {
 
 // ---- interruption: the temporary folder must not stay behind ----
 
-// Set by a signal, asked after each line and each block of a pipe.
+// Set by a signal, asked after each block of a log or of a pipe, at least.
 std::atomic<bool> interrupted = false;
 static_assert(std::atomic<bool>::is_always_lock_free, "it is set by a signal");
 
@@ -260,11 +263,15 @@ void ReadFiles(const std::vector<std::string> &files, Tally *tally)
     EndIfInterrupted();
     ProgressBar progress(input.bytes());
     int64_t bytes = 0;
+    int64_t shown = 0;
     for (const TrialLog &log : input.logs()) {
-        tally->ReadLog(log, [&](int64_t done) {
+        const int64_t before = tally->lines();
+        tally->ReadLog(log, [&](int64_t done, int64_t lines) {
             // The bar asks for the time, which is not needed with each line.
-            if (tally->lines() % 256 == 0)
-                progress.Show(bytes + done, tally->lines());
+            if (before + lines >= shown + kLinesBetweenLooks) {
+                shown = before + lines;
+                progress.Show(bytes + done, shown);
+            }
             return !interrupted;
         });
         EndIfInterrupted();
@@ -274,13 +281,13 @@ void ReadFiles(const std::vector<std::string> &files, Tally *tally)
 
 // Nothing is printed before the last line is read.
 void TryFiles(const Context &context, const TestOptions &options, monitor::Module &module,
-              host::RegistryTree &registry)
+              host::Host &host)
 {
-    Tally tally(module, options.line_hours ? HourOf::kLine : HourOf::kNow);
+    Tally tally(module, host, options.line_hours ? HourOf::kLine : HourOf::kNow);
     const auto begin = Clock::now();
     ReadFiles(options.files, &tally);
     const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
-    const LeftOut left_out = LeftOutEvents(registry, module);
+    const LeftOut left_out = LeftOutEvents(host.registry(), module);
     if (context.json) {
         PrintAsJson(tally, left_out);
         return;
@@ -292,95 +299,6 @@ void TryFiles(const Context &context, const TestOptions &options, monitor::Modul
 }
 
 // ---- one line, explained ----
-
-// What becomes of the line under one event.
-struct Verdict {
-    std::string source;
-    std::string id;
-    bool matches = false;
-    std::string reason;
-};
-
-// What keeps all events from matching the line; empty: nothing does.
-std::string WhyNoEvent(Tally &tally, const std::string &line)
-{
-    if (const auto problem = tally.StampProblem(line))
-        return std::string("the monitor cannot read its time stamp: ") +
-               logs::StampProblemText(*problem);
-    if (line.find(kSyslogIdentifier) != std::string::npos)
-        return std::string("it is the agent's own: it holds ") + kSyslogIdentifier;
-    return {};
-}
-
-// On a fault-tolerant server a keyword may be both, so both have failed.
-std::string WhyKeywordIsMissing(const monitor::Module &module, int number, const char *keyword)
-{
-    std::string reason = "keyword " + std::to_string(number) + " \"" + keyword + "\" is missing";
-    if (*module.IsFTServer >= 1) {
-        const std::string why = events::WhyNoExpression(keyword);
-        reason += why.empty() ? ", as text and as a regular expression"
-                              : ", and it is not a regular expression: " + why;
-    }
-    return reason;
-}
-
-// Each keyword is tried by itself, by the module; the hour and the count are looked up.
-std::string WhyNoMatch(Tally &tally, const monitor::Module &module, size_t index,
-                       const std::string &line)
-{
-    const VKVMon &entry = tally.entry(index);
-    int number = 0;
-    for (const char *keyword : {entry.Keyword1, entry.Keyword2, entry.Keyword3}) {
-        ++number;
-        if (*keyword != '\0' && !tally.FindsKeyword(line, keyword))
-            return WhyKeywordIsMissing(module, number, keyword);
-    }
-    const int hour = tally.HourFor(line);
-    if (!tally.IsWatched(index, hour))
-        return "the hour from " + std::to_string(hour) + ":00 is not watched";
-    if (entry.ReportCount < 1)
-        return "its report count is " + std::to_string(entry.ReportCount);
-    // No cause that is known here. The module has the last word.
-    return "the monitor has not counted it";
-}
-
-// Behind a check of the line, which has counted what is withheld.
-std::string WhatAMatchDoes(const Tally &tally, size_t index)
-{
-    if (tally.events()[index].withheld > 0)
-        return "all its keywords are there, but reports of this source are withheld";
-    const int32_t count = tally.entry(index).ReportCount;
-    if (count == 1)
-        return "it is reported";
-    return "it counts; every " + std::to_string(count) + " hits are reported";
-}
-
-// For each event of the table, in its order, and then for those that were left out of it.
-std::vector<Verdict> Explain(Tally &tally, const monitor::Module &module,
-                             host::RegistryTree &registry, const std::string &text)
-{
-    Sighting line;
-    line.text = text;
-    tally.Check(line, 1);
-    // A copy: looking for the causes checks further lines.
-    const std::vector<size_t> matched = tally.matched();
-    const std::string why_none = WhyNoEvent(tally, text);
-    std::vector<Verdict> verdicts;
-    for (size_t i = 0; i < tally.events().size(); ++i) {
-        Verdict verdict;
-        verdict.source = tally.entry(i).Source;
-        verdict.id = events::FormatEventId(tally.entry(i).EventID);
-        verdict.matches = std::find(matched.begin(), matched.end(), i) != matched.end();
-        if (verdict.matches)
-            verdict.reason = WhatAMatchDoes(tally, i);
-        else
-            verdict.reason = why_none.empty() ? WhyNoMatch(tally, module, i, text) : why_none;
-        verdicts.push_back(std::move(verdict));
-    }
-    for (const auto &[source, stored, doubt] : LeftOutEvents(registry, module))
-        verdicts.push_back({source.name, stored.id_text, false, "not loaded: " + doubt.cause});
-    return verdicts;
-}
 
 // As the monitor gets to see it.
 std::string AsALine(const std::string &text)
@@ -394,8 +312,8 @@ std::string AsALine(const std::string &text)
 void ExplainLine(const Context &context, const TestOptions &options, monitor::Module &module,
                  host::RegistryTree &registry)
 {
-    Tally tally(module, options.line_hours ? HourOf::kLine : HourOf::kNow);
-    const auto verdicts = Explain(tally, module, registry, AsALine(*options.explain));
+    LineTrial trial(module, options.line_hours ? HourOf::kLine : HourOf::kNow);
+    const auto verdicts = Explain(trial, module, registry, AsALine(*options.explain));
     Table table({"SOURCE", "ID", "MATCHES", "REASON"});
     json events = json::array();
     for (const Verdict &verdict : verdicts) {
@@ -422,11 +340,11 @@ int Test(Context &context, const TestOptions &options)
     const RulesCopy rules = has_file ? FileRules(context, options.rules) : HostRules(context);
     // The rules of a file need nothing of an installation but the module of this program.
     const host::Layout libraries = has_file ? host::Layout::Find() : context.layout;
-    RunTrial(libraries, rules, [&](monitor::Module &module, host::RegistryTree &registry) {
+    RunTrial(libraries, rules, [&](monitor::Module &module, host::Host &host) {
         if (options.explain)
-            ExplainLine(context, options, module, registry);
+            ExplainLine(context, options, module, host.registry());
         else
-            TryFiles(context, options, module, registry);
+            TryFiles(context, options, module, host);
     });
     return kExitDone;
 }

@@ -1,5 +1,6 @@
 #include "agent/cli/trial.h"
 
+#include <cerrno>
 #include <cstring>
 #include <exception>
 #include <map>
@@ -15,6 +16,7 @@
 #include "agent/host/trace_log.h"
 #include "agent/regfile/reg_import.h"
 #include "platform/contract.h"
+#include "platform/registry.h"
 #include "platform/sync.h"
 #include "platform/thread_record.h"
 
@@ -97,6 +99,60 @@ void CopyTree(host::RegistryTree &registry, const std::string &path, RulesCopy *
     copy->keys.insert(copy->keys.end(), keys.begin(), keys.end());
 }
 
+// ---- passes ----
+
+// The slot of the customer file, which is read wherever it lies.
+constexpr int kLogSlot = 1;
+
+// A log with a name that the module can read from the registry, whatever its own name is.
+class NamedLog {
+  public:
+    NamedLog(const host::Host &host, const fs::path &log) : name_(host.layout().state / "log")
+    {
+        if (name_.native().size() > kFileNameMax)
+            throw host::Error("cannot try a log",
+                              "the folder " + name_.parent_path().string() + " has too long a name",
+                              "name another place for temporary files with TMPDIR");
+        fs::create_symlink(fs::absolute(log), name_);
+    }
+    ~NamedLog()
+    {
+        std::error_code ignored;
+        fs::remove(name_, ignored);
+    }
+    NamedLog(const NamedLog &) = delete;
+    NamedLog &operator=(const NamedLog &) = delete;
+    [[nodiscard]] const std::string &name() const { return name_.native(); }
+
+  private:
+    fs::path name_;
+};
+
+// Without a resume point a slot begins at the end of its log, and has no line to check. So the log of this host itself
+// is never a part of a trial.
+void ForgetPlaces(host::RegistryTree &registry, host::KeyId key)
+{
+    registry.DeleteValue(key, kFileNameValue);
+    for (const SlotValues &values : kSlotValues) {
+        for (const char *value : {values.headline, values.pos_low, values.pos_high, values.content})
+            registry.DeleteValue(key, value);
+    }
+}
+
+// Has slot 1 begin at the first line of the log.
+void PlaceBeforeFirstLine(const monitor::Module &module, const std::string &name,
+                          const TrialLog &log)
+{
+    if (module.InitFile(name.c_str()) != 0)
+        throw host::Error("cannot read " + log.name, strerror(errno),
+                          "name a log that can be read");
+    char headline[kLineBufferSize] = {};
+    module.GetFirstLine(headline, kLineBufferSize);
+    module.FinishFile();
+    module.RegSetHeadLine(headline, kLogSlot);
+    module.RegSetOrientation(-1, "", kLogSlot);
+}
+
 // The module has not come to its start: one event that cannot be loaded is enough.
 [[noreturn]] void FailToLoad(host::RegistryTree &registry)
 {
@@ -137,17 +193,31 @@ void RunTrial(const host::Layout &layout, const RulesCopy &rules, const TrialAct
     for (const auto &[offset, handle] : {std::pair(kThreadStopHandleOffset, stop.get()),
                                          std::pair(kThreadStartupEventOffset, started.get())})
         memcpy(record.data() + offset, &handle, sizeof handle);
-    Pause pause([&] { action(module, host.get().registry()); });
+    Pause pause([&] { action(module, host.get()); });
     {
         const host::MomentsOf moments(host.get(), pause, started.get());
         // The stop handle is signalled from the start, so the module ends when it waits for the first
-        // time. Its first pass finds no resume points, and checks no line.
+        // time. Its first pass finds no resume points, and checks no line: see ForgetPlaces.
         module.StartThread(record.data());
     }
     if (pause.failure())
         std::rethrow_exception(pause.failure());
     if (!pause.WasReached())
         FailToLoad(host.get().registry());
+}
+
+void PassOver(host::Host &host, const monitor::Module &module, const TrialLog &log)
+{
+    const NamedLog named(host, log.path);
+    auto &registry = host.registry();
+    const host::KeyId key = registry.Create(host::kRootKey, kMonitorKey);
+    ForgetPlaces(registry, key);
+    registry.Set(key, kFileNameValue, REG_SZ, named.name() + '\0');
+    PlaceBeforeFirstLine(module, named.name(), log);
+    module.ChangeCustFile();
+    module.WatchSyslogMain();
+    ForgetPlaces(registry, key);
+    module.ChangeCustFile();
 }
 
 std::vector<LeftOutEvent> LeftOutEvents(host::RegistryTree &registry, const monitor::Module &module)

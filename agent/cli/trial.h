@@ -2,8 +2,8 @@
 // of the host, or other rules, without a daemon and without a trace.
 //
 // A trial is the module's own start (libraries, products, table), with a pause at the moment at which
-// its table is loaded. In this pause the caller drives the module's functions; when it is over, the
-// module comes to its end by itself.
+// its table is loaded. In this pause the caller drives the module's functions, or has it make passes over logs; when it
+// is over, the module comes to its end by itself.
 #ifndef AGENT_CLI_TRIAL_H
 #define AGENT_CLI_TRIAL_H
 
@@ -13,8 +13,10 @@
 #include <utility>
 #include <vector>
 
+#include "agent/cli/trial_input.h"
 #include "agent/events/event_checks.h"
 #include "agent/events/events.h"
+#include "agent/host/host.h"
 #include "agent/host/layout.h"
 #include "agent/host/registry_tree.h"
 #include "agent/monitor/module.h"
@@ -31,8 +33,8 @@ struct RulesCopy {
 // Products and the agent's settings of a registry, and its events if they are wanted.
 RulesCopy CopyRules(host::RegistryTree &registry, bool with_events);
 
-// What is done in the pause, with the registry of the trial.
-using TrialAction = std::function<void(monitor::Module &, host::RegistryTree &)>;
+// What is done in the pause, with the module and its host.
+using TrialAction = std::function<void(monitor::Module &, host::Host &)>;
 
 // Runs a trial in a host of its own. A host that is started is left alone. Rethrows what the action
 // throws. Throws host::Error when the module cannot load the rules, or no temporary folder can be
@@ -41,6 +43,12 @@ using TrialAction = std::function<void(monitor::Module &, host::RegistryTree &)>
 // One at a time: the module's state is one for the process. Afterwards the trace of the process is
 // off, and its character set of logs is that of the trial.
 void RunTrial(const host::Layout &layout, const RulesCopy &rules, const TrialAction &action);
+
+// In the pause: has the module make a pass over a log, from its first line to its last one, as over a customer file of
+// which no line was read yet. A log of which the module reads no line is passed over in silence. Throws host::Error
+// when it cannot be opened, or the folder of the trial has too long a name.
+//   log  a file that is not empty
+void PassOver(host::Host &host, const monitor::Module &module, const TrialLog &log);
 
 // An event that the module has not loaded, and why. Copies, good for longer than the trial.
 struct LeftOutEvent {

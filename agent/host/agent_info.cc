@@ -1,4 +1,4 @@
-// The small services: install root, fault-tolerant server, what reports leave alone.
+// The small services: install root, fault-tolerant server, what reports leave alone, who follows a pass.
 #include <cstdio>
 
 #include "agent/host/agent_values.h"
@@ -37,6 +37,11 @@ int call_tarsk_is_ft(void)
 int ReportsKeepTable(void)
 {
     return 1;
+}
+
+FollowPassFn PassFollower(void)
+{
+    return AtBoundary<FollowPassFn>(__func__, nullptr, [] { return Current().pass_follower(); });
 }
 
 } // extern "C"

@@ -17,6 +17,7 @@
 #include "agent/host/reported_hits.h"
 #include "agent/host/store.h"
 #include "agent/host/waitable.h"
+#include "platform/agent.h"
 
 namespace host {
 
@@ -57,6 +58,10 @@ class Host {
     [[nodiscard]] Moments *moments() { return moments_; }
     [[nodiscard]] bool IsTableLoaded(HANDLE event) const;
 
+    // Who follows the module's passes; null: nobody. Counts from the next pass on.
+    void SetPassFollower(FollowPassFn follower) { pass_follower_ = follower; }
+    [[nodiscard]] FollowPassFn pass_follower() const { return pass_follower_; }
+
     // What is behind the handles that were given out.
     [[nodiscard]] HandleTable<Waitable> &waitables() { return waitables_; }
     [[nodiscard]] HandleTable<OpenKey> &keys() { return keys_; }
@@ -78,6 +83,7 @@ class Host {
     ModuleTable table_;
     ReportedHits reported_hits_;
     FindReportSource find_source_;
+    FollowPassFn pass_follower_ = nullptr;
     Moments *moments_ = nullptr;
     HANDLE table_loaded_ = nullptr;
     Host *outer_ = nullptr; // the one that was made before this one and lives on

@@ -17,6 +17,7 @@ Module::Module(const host::Layout &layout) : library_(layout.Library("vkevmon.dl
 {
     library_.Find("StartThread", &StartThread);
     library_.Find("CheckLine", &CheckLine);
+    library_.Find("WatchSyslogMain", &WatchSyslogMain);
     library_.Find("GetSyslogTime", &GetSyslogTime);
     library_.Find("OnTime", &OnTime);
     library_.Find("InitFile", &InitFile);
@@ -28,6 +29,8 @@ Module::Module(const host::Layout &layout) : library_(layout.Library("vkevmon.dl
     library_.Find("ChangeCustFile", &ChangeCustFile);
     library_.Find("GetSyslogBakFilelist", &GetSyslogBakFilelist);
     library_.Find("gMonIndex", &gMonIndex);
+    library_.Find("RegSetHeadLine", &RegSetHeadLine);
+    library_.Find("RegSetOrientation", &RegSetOrientation);
     library_.Find("RegGetHeadLine", &RegGetHeadLine);
     library_.Find("RegGetOrientation", &RegGetOrientation);
     library_.Find("report_ft", &report_ft);

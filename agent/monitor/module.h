@@ -33,6 +33,10 @@ class Module {
     void (*StartThread)(void *thread_record) = nullptr;
     int (*CheckLine)(char *line, int times) = nullptr;
 
+    // ---- a pass ----
+    // Over the logs whose names and resume points are in the registry; behind ChangeCustFile.
+    int (*WatchSyslogMain)() = nullptr;
+
     // ---- time ----
     BOOL (*GetSyslogTime)(const char *line, time_t *time) = nullptr;
     int (*OnTime)(time_t time, unsigned hours) = nullptr;
@@ -51,6 +55,8 @@ class Module {
     int (*GetSyslogBakFilelist)(BackupName **names, int slot) = nullptr;
     // Set before GetSyslogBakFilelist, which reads it beside its argument.
     int *gMonIndex = nullptr; // the slot whose backups are listed
+    int (*RegSetHeadLine)(const char *line, int slot) = nullptr;
+    int (*RegSetOrientation)(int64_t pos, const char *content, int slot) = nullptr;
     int (*RegGetHeadLine)(char *line, int size, int slot) = nullptr;
     int (*RegGetOrientation)(int64_t *pos, char *content, int size, int slot) = nullptr;
 
