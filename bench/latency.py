@@ -2,6 +2,7 @@
 """How soon an alert is stored after its line was written, and what an idle daemon costs.
 
     bench/latency.py [--build DIR] [--interval MS]... [--samples N] [--rate LINES] [--idle SECONDS]
+                     [--input]
 
 Runs the daemon on a private /var/log (as root, or in a user namespace). The load imitates a busy web or
 mail host: lines of 80 to 200 bytes under a traditional time stamp, of which none matches but the samples;
@@ -9,6 +10,8 @@ the table has 100 events. Each sample is one line that matches, written with one
 when the daemon, run with --print-alerts, has printed the alert, which it does after the pass was committed
 to the disk. The store lies in the folder for temporary files. The first five samples of each run are thrown
 away as a warm-up.
+
+With --input the lines are written into a file that an input reads, so they go through the spool.
 
   idle   nothing else is written; the samples come at random moments, 1.2 to 1.8 intervals apart
   busy   LINES lines a second are written, in bursts of 10 ms; the samples are among them
@@ -42,18 +45,21 @@ def line(text):
 class Host:
     """A daemon with a registry of its own, on a private /var/log."""
 
-    def __init__(self, build, interval):
+    def __init__(self, build, interval, by_input):
         self.bin = build / "root" / "bin"
         self.root = pathlib.Path(tempfile.mkdtemp(prefix="latency."))
         (self.root / "lib").symlink_to(build / "root" / "lib")
         for name in os.listdir("/var/log"):
             os.unlink("/var/log/" + name)
-        self.log = os.open("/var/log/messages", os.O_WRONLY | os.O_APPEND | os.O_CREAT, 0o644)
+        name = "/var/log/app.log" if by_input else "/var/log/messages"
+        self.log = os.open(name, os.O_WRONLY | os.O_APPEND | os.O_CREAT, 0o644)
         os.write(self.log, line("the first line"))
         self.tell("event", "add", "SAMPLE", "1", "-k", "sample-that-matches")
         for number in range(2, 101):
             self.tell("event", "add", "OTHER", f"{number:x}", "-k", f"never-written-{number}")
         self.tell("set", "trigger-interval", str(interval))
+        if by_input:
+            self.tell("input", "add", "files", "app", "path=" + name)
         self.alerts = {}  # time since 1970 at which each sample was printed, by its number
         self.daemon = subprocess.Popen([self.bin / "syslogmond", "--root", self.root, "--print-alerts"],
                                        stdout=subprocess.PIPE)
@@ -138,14 +144,14 @@ def report(name, written, stored):
 
 
 def measure(build, interval, options):
-    host = Host(build, interval)
+    host = Host(build, interval, options.input)
     try:
         written = write_idle(host, options.samples, interval)
         time.sleep(interval / 1000 + 1)
         report(f"interval {interval} ms, idle", written, host.alerts)
     finally:
         host.stop()
-    host = Host(build, interval)
+    host = Host(build, interval, options.input)
     try:
         before, begin = host.processor_seconds(), time.monotonic()
         passes = host.passes()
@@ -159,8 +165,8 @@ def measure(build, interval, options):
         host.stop()
 
 
-def measure_rest(build, seconds):
-    host = Host(build, 1000)
+def measure_rest(build, seconds, by_input):
+    host = Host(build, 1000, by_input)
     try:
         time.sleep(2)
         before, switches, passes = host.processor_seconds(), host.switches(), host.passes()
@@ -180,13 +186,14 @@ def main():
     parser.add_argument("--samples", type=int, default=100)
     parser.add_argument("--rate", type=int, default=10000, help="lines a second under load")
     parser.add_argument("--idle", type=int, default=0, help="seconds to watch an idle daemon; 0: not")
+    parser.add_argument("--input", action="store_true", help="the log is that of an input, not the system log")
     options = parser.parse_args()
     subprocess.run(["mount", "-t", "tmpfs", "tmpfs", "/var/log"], check=True)
     build = options.build.resolve()
     for interval in options.interval or [1000]:
         measure(build, interval, options)
     if options.idle:
-        measure_rest(build, options.idle)
+        measure_rest(build, options.idle, options.input)
 
 
 main()

@@ -76,7 +76,7 @@ target_link_libraries(agent_rules PUBLIC agent_events agent_text PRIVATE PkgConf
 set(SYSLOGMON_RULES_SCHEMA ${CMAKE_INSTALL_FULL_DATADIR}/syslogmon/rules.schema.json)
 install(FILES packaging/rules.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/syslogmon)
 
-add_agent_folder(cli alert_commands.cc doctor_agent.cc doctor_commands.cc doctor_logs.cc
+add_agent_folder(cli alert_commands.cc doctor_agent.cc doctor_commands.cc doctor_inputs.cc doctor_logs.cc
     doctor_promises.cc doctor_rsyslog.cc doctor_sinks.cc event_commands.cc event_json.cc explain.cc
     hour_of.cc input_commands.cc line_trial.cc output.cc
     progress_bar.cc reg_file_commands.cc registry_commands.cc rsyslog_config.cc rules_commands.cc
@@ -88,6 +88,7 @@ target_link_libraries(agent_cli PUBLIC agent_inputs agent_logs agent_regfile age
 target_include_directories(agent_cli PRIVATE ${CMAKE_BINARY_DIR}/generated)
 target_compile_options(agent_cli PRIVATE ${QUICK_BUILD})
 target_compile_definitions(agent_cli PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}"
+                           SYSLOGMON_SHARE="${CMAKE_INSTALL_FULL_DATADIR}/syslogmon"
                            PRIVATE SYSLOGMON_RULES_SCHEMA="${SYSLOGMON_RULES_SCHEMA}")
 add_program(syslogmon agent/cli/main.cc)
 target_link_libraries(syslogmon PRIVATE agent_cli)

@@ -2,7 +2,7 @@
 find_package(LibArchive REQUIRED)
 pkg_check_modules(RE2 REQUIRED IMPORTED_TARGET re2)
 
-add_agent_folder(inputs change_watch.cc charset.cc customer_file.cc file_follower.cc file_identity.cc folder_view.cc
+add_agent_folder(inputs change_watch.cc charset.cc counted_twice.cc customer_file.cc file_follower.cc file_identity.cc first_input.cc folder_view.cc
     followed_file.cc input_registry.cc input_store.cc input_thread.cc journal_reader.cc line_origin.cc
     local_clock.cc log_content.cc place.cc protected_words.cc records.cc rendering.cc rotated_names.cc
     sample.cc spool.cc spool_keeper.cc stamp_formats.cc)

@@ -71,10 +71,9 @@ install(CODE "
 
 configure_file(${CMAKE_CURRENT_LIST_DIR}/syslogmond.service.in ${package_files}/syslogmond.service @ONLY)
 install(FILES ${package_files}/syslogmond.service DESTINATION /lib/systemd/system)
-install(FILES ${CMAKE_CURRENT_LIST_DIR}/rsyslog.conf DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/rsyslog.d
-        RENAME syslogmon.conf)
-install(FILES ${CMAKE_CURRENT_LIST_DIR}/logrotate.conf DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/logrotate.d
-        RENAME syslogmon)
+# Put in place by the administrator where rsyslog is used: syslogmon doctor has the command.
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/rsyslog.conf ${CMAKE_CURRENT_LIST_DIR}/logrotate.conf
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/syslogmon)
 # For the secrets of sinks.
 install(DIRECTORY DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/syslogmon)
 
@@ -96,8 +95,7 @@ crashes. Events are registered with a command: texts that a line must contain,
 how many hits make one report, and the hours in which they count.")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/root/lib)
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "rsyslog, logrotate")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(control ${CMAKE_CURRENT_LIST_DIR}/debian)
-set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${control}/conffiles ${control}/postinst ${control}/prerm ${control}/postrm)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${control}/postinst ${control}/prerm ${control}/postrm)
 include(CPack)

@@ -90,6 +90,16 @@ void CheckEvents(const Context &context, Examination *examination);
 // What does the module load of them? By a trial: see trial.h.
 void CheckTable(const Context &context, Examination *examination);
 
+// ---- the inputs: doctor_inputs.cc ----
+
+// Are there any?
+bool HasInputs(const Context &context);
+// Can each be read, and does it bring anything that is counted already?
+void CheckInputs(const Context &context, Examination *examination);
+// What is to be done on a host without a system log: the journal, if it can be read, or what makes a syslog daemon
+// write the log.
+std::string HowToWatchSomething();
+
 // ---- the check of the sinks: doctor_sinks.cc ----
 
 // Does each receiver take the alerts?
@@ -110,8 +120,9 @@ void CheckPromises(const std::vector<logs::WatchedFile> &files, Examination *exa
 
 // ---- the checks of the logs: doctor_logs.cc ----
 
-// Can the monitor read the files, as far as this user can tell?
-void CheckReadable(const std::vector<logs::WatchedFile> &files, Examination *examination);
+// Can the monitor read the files, as far as this user can tell? With inputs, there need be no system log.
+void CheckReadable(const std::vector<logs::WatchedFile> &files, bool has_inputs,
+                   Examination *examination);
 // Can the monitor read the time stamps of the newest lines? By its own function; a line without one
 // that it can read matches no event.
 void CheckStamps(const Context &context, const std::vector<logs::WatchedFile> &files,

@@ -112,7 +112,7 @@ Examination Examine(Context &context)
     const bool has_store = CheckStore(context, &examination);
     const auto files = has_store ? WatchedFiles(context) : SystemLogOnly();
     // From the bottom up: what a later check finds is often caused by what an earlier one has.
-    CheckReadable(files, &examination);
+    CheckReadable(files, has_store && HasInputs(context), &examination);
     CheckStamps(context, files, &examination);
     CheckRotation(files, &examination);
     CheckRsyslog(files, &examination);
@@ -122,6 +122,7 @@ Examination Examine(Context &context)
     CheckResumePoints(context, files, &examination);
     CheckBacklog(context, files, &examination);
     CheckWatching(context, &examination);
+    CheckInputs(context, &examination);
     CheckSinks(context, &examination);
     CheckEvents(context, &examination);
     CheckTable(context, &examination);

@@ -269,16 +269,20 @@ bool IsEmpty(const fs::path &path)
 
 } // namespace
 
-void CheckReadable(const std::vector<WatchedFile> &files, Examination *examination)
+void CheckReadable(const std::vector<WatchedFile> &files, bool has_inputs, Examination *examination)
 {
     for (const WatchedFile &file : files) {
         examination->Begin(file.role);
         struct stat status {};
         if (stat(file.path.c_str(), &status) != 0) {
             const bool missing = errno == ENOENT;
+            if (missing && has_inputs && file.path == kSystemLog) {
+                examination->Well(file.path, "it is not there; the inputs are read");
+                continue;
+            }
             const std::string advice = !missing ? "run the daemon, and this command, as root"
                                        : file.path == kSystemLog
-                                           ? HowToWriteTheSystemLog()
+                                           ? HowToWatchSomething()
                                            : "write it, or name another file with syslogmon set";
             examination->Finding(file.path, missing ? "it is not there" : strerror(errno), advice);
         } else if (!S_ISREG(status.st_mode)) {

@@ -20,7 +20,7 @@ void CheckPromises(const std::vector<logs::WatchedFile> &files, Examination *exa
 {
     examination->Begin("promise");
     for (const logs::WatchedFile &file : files) {
-        if (file.path == kSystemLog || file.path == kVmkernel)
+        if (file.path == kSystemLog || file.path == kVmkernel || file.role == logs::kSpoolRole)
             continue;
         std::string lost = "at its rotation, lines that no pass has checked yet are passed over";
         if (file.role != "file monitor")

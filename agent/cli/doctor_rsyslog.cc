@@ -25,6 +25,14 @@ constexpr char kSyslogNgRule[] =
     "group(adm) perm(0640)); };\n"
     "    log { source(s_src); destination(d_messages); };";
 
+// The package's rules, which are put in place where rsyslog is used.
+constexpr char kRule[] = SYSLOGMON_SHARE "/rsyslog.conf";
+constexpr char kPutInPlace[] =
+    "install -D -m 644 " SYSLOGMON_SHARE
+    "/rsyslog.conf /etc/rsyslog.d/syslogmon.conf && install -D -m "
+    "644 " SYSLOGMON_SHARE "/logrotate.conf /etc/logrotate.d/syslogmon && systemctl restart "
+    "rsyslog";
+
 std::string Indented(const std::string &text)
 {
     std::istringstream lines(text);
@@ -65,6 +73,8 @@ std::string HowToWriteTheSystemLog()
     if (fs::exists(kDropIn))
         return has_rsyslog ? std::string(kRestart) + "; it then follows " + kDropIn
                            : install + "it follows " + kDropIn;
+    if (fs::exists(kRule))
+        return install + "with rsyslog, this writes the log and rotates it: " + kPutInPlace;
     return install + "with rsyslog, put these lines into " + kDropIn + " and " + kRestart +
            Indented(kRsyslogRule);
 }

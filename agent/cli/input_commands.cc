@@ -1,7 +1,6 @@
 // input add, set, remove, list, show, test
 #include <algorithm>
 #include <cstdio>
-#include <sys/stat.h>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -10,9 +9,9 @@
 #include "agent/cli/output.h"
 #include "agent/host/agent_values.h"
 #include "agent/host/waitable.h"
+#include "agent/inputs/counted_twice.h"
 #include "agent/inputs/input_registry.h"
 #include "agent/inputs/sample.h"
-#include "platform/contract.h"
 
 namespace cli {
 
@@ -62,26 +61,10 @@ void TakeInputOptions(const std::vector<std::string> &words, InputConfig *config
         config->options[name] = std::move(values);
 }
 
-// What would be counted twice: the monitor reads the system log by itself.
 std::vector<std::string> Warnings(const InputConfig &config)
 {
-    std::vector<std::string> warnings;
-    struct stat status {};
-    const bool has_system_log = stat(kSystemLog, &status) == 0;
-    if (config.kind == inputs::kJournalKind && has_system_log &&
-        config.Value("namespace").empty() && config.Value("directory").empty())
-        warnings.push_back(
-            std::string(kSystemLog) +
-            " is there and is read, too: where a syslog daemon writes the journal's "
-            "entries into it, they count twice. Remove this input, or have the syslog "
-            "daemon no longer write that file");
-    if (config.kind == inputs::kFilesKind &&
-        inputs::FollowOptionsOf(config, host::kDefaultLogCharset).rules.Match(kSystemLog))
-        warnings.push_back(std::string(kSystemLog) +
-                           " is read without an input, so its lines count twice. Leave it out with "
-                           "exclude=" +
-                           kSystemLog);
-    return warnings;
+    const auto twice = inputs::FindCountedTwice(config);
+    return twice ? std::vector{twice->found + "; " + twice->advice} : std::vector<std::string>{};
 }
 
 void Warn(const InputConfig &config)

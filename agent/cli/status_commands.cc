@@ -1,5 +1,6 @@
 // status: what the daemon tells of itself, and where the monitor stands in each file, which the
 // command finds out by itself. Works with and without a daemon; the exit status says which.
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 
@@ -9,6 +10,7 @@
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
 #include "agent/events/events.h"
+#include "agent/inputs/input_registry.h"
 #include "agent/logs/places.h"
 #include "agent/settings/settings.h"
 #include "agent/status/daemon_lock.h"
@@ -146,6 +148,89 @@ void PrintDaemon(const Context &context, const Daemon &daemon)
     table.Print();
 }
 
+// ---- inputs ----
+
+// One as it is configured, and what the daemon tells of it; without a daemon, nothing.
+struct ShownInput {
+    inputs::InputConfig config;
+    std::optional<status::InputStatus> status;
+};
+
+std::vector<ShownInput> LookAtInputs(const Context &context, const Daemon &daemon)
+{
+    std::vector<ShownInput> shown;
+    host::Host &host = context.Host();
+    for (auto &config : inputs::InputRegistry(host.store(), host.registry()).ReadAll()) {
+        shown.push_back({std::move(config), {}});
+        if (!daemon.status)
+            continue;
+        for (const status::InputStatus &status : daemon.status->inputs) {
+            if (status.name == shown.back().config.name)
+                shown.back().status = status;
+        }
+    }
+    return shown;
+}
+
+// Rounded up: what is behind at all is behind by a second.
+int64_t SecondsBehind(const status::InputStatus &input)
+{
+    if (input.behind_since_ms == 0)
+        return 0;
+    return std::max<int64_t>(status::WallTimeMs() - input.behind_since_ms + 999, 1000) / 1000;
+}
+
+std::string BehindText(const status::InputStatus &input)
+{
+    const std::string seconds = std::to_string(SecondsBehind(input)) + " s";
+    return input.behind_bytes < 0 ? seconds
+                                  : std::to_string(input.behind_bytes) + " bytes, " + seconds;
+}
+
+std::string Joined(const std::vector<std::string> &sentences)
+{
+    std::string text;
+    for (const std::string &sentence : sentences)
+        text += (text.empty() ? "" : "; ") + sentence;
+    return text.empty() ? "-" : text;
+}
+
+void PrintInputs(const std::vector<ShownInput> &shown, const Daemon &daemon)
+{
+    Table table({"INPUT", "KIND", "OPEN FILES", "BEHIND", "LAST ENTRY", "PROBLEM"});
+    for (const ShownInput &input : shown) {
+        if (!input.status) {
+            table.Add({input.config.name, input.config.kind, "-", "-", "-", "-"});
+            continue;
+        }
+        const status::InputStatus &status = *input.status;
+        table.Add({status.name, status.kind, std::to_string(status.open_files), BehindText(status),
+                   status.last_entry_ms == 0 ? "-" : text::LocalTime(status.last_entry_ms),
+                   Joined(status.problems)});
+    }
+    table.Print();
+    if (daemon.status && !daemon.status->inputs_wait.empty())
+        printf("\nthe inputs wait: %s\n", text::Printable(daemon.status->inputs_wait).c_str());
+}
+
+json ToJson(const ShownInput &input)
+{
+    json object = {{"name", input.config.name}, {"kind", input.config.kind},
+                   {"open_files", nullptr},     {"behind_bytes", nullptr},
+                   {"behind_seconds", nullptr}, {"last_entry_ms", nullptr},
+                   {"problems", json::array()}};
+    if (!input.status)
+        return object;
+    object["open_files"] = input.status->open_files;
+    if (input.status->behind_bytes >= 0)
+        object["behind_bytes"] = input.status->behind_bytes;
+    object["behind_seconds"] = SecondsBehind(*input.status);
+    if (input.status->last_entry_ms != 0)
+        object["last_entry_ms"] = input.status->last_entry_ms;
+    object["problems"] = input.status->problems;
+    return object;
+}
+
 json ToJson(const WatchedFile &file)
 {
     // Every field is there, null where nothing is known: a program need not ask for its presence.
@@ -177,13 +262,15 @@ json TextOrNull(const std::string &text)
 }
 
 void PrintAsJson(const Daemon &daemon, const std::vector<WatchedFile> &files,
-                 const std::vector<StoredEvent> &damaged)
+                 const std::vector<ShownInput> &inputs, const std::vector<StoredEvent> &damaged)
 {
     const auto &status = daemon.status;
     // Without a daemon, its fields are not there.
     json object = {{"running", daemon.running},
                    {"stands", TextOrNull(daemon.stands)},
                    {"files", json::array()},
+                   {"inputs", json::array()},
+                   {"inputs_wait", TextOrNull(status ? status->inputs_wait : "")},
                    {"damaged", json::array()}};
     if (status) {
         object["state"] = status::MonitorStateName(status->state);
@@ -199,6 +286,8 @@ void PrintAsJson(const Daemon &daemon, const std::vector<WatchedFile> &files,
     }
     for (const WatchedFile &file : files)
         object["files"].push_back(ToJson(file));
+    for (const ShownInput &input : inputs)
+        object["inputs"].push_back(ToJson(input));
     for (const StoredEvent &stored : damaged)
         object["damaged"].push_back({{"source", stored.event.key.source},
                                      {"id", stored.id_text},
@@ -215,13 +304,18 @@ int ShowStatus(Context &context)
     // stands.
     monitor::Module module(context.layout);
     const auto files = logs::ReadWatchedFiles(module, context.Host().registry());
+    const auto inputs = LookAtInputs(context, daemon);
     const auto damaged = DamagedEvents(context);
     if (context.json) {
-        PrintAsJson(daemon, files, damaged);
+        PrintAsJson(daemon, files, inputs, damaged);
     } else {
         PrintDaemon(context, daemon);
         printf("\n");
         PrintFiles(files);
+        if (!inputs.empty()) {
+            printf("\n");
+            PrintInputs(inputs, daemon);
+        }
         for (const StoredEvent &stored : damaged)
             printf("\nevent %s %s cannot be loaded: %s\n  repair it with: %s\n",
                    text::Printable(stored.event.key.source).c_str(),

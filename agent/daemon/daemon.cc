@@ -23,6 +23,7 @@
 #include "agent/host/error.h"
 #include "agent/host/host.h"
 #include "agent/host/trace_log.h"
+#include "agent/inputs/first_input.h"
 #include "agent/status/daemon_lock.h"
 #include "agent/text/say.h"
 #include "platform/trace.h"
@@ -78,6 +79,7 @@ class Daemon {
     void PassIsStored(const status::PassStatus &pass); // on the monitor thread
     void LookNow() const;
     void WatchingChanged(const std::string &problem);
+    void InputsChanged(); // on their thread
     [[nodiscard]] SettingEffects Effects();
     [[nodiscard]] Milliseconds TimeToSleep() const;
 
@@ -106,7 +108,9 @@ class Daemon {
 
 Daemon::Daemon(host::Host &host, const DaemonOptions &options)
     : host_(host), events_(options.layout.run), board_(host),
-      outlets_(options.layout, options.print_alerts), feed_(host, [this] { events_.scan->Set(); }),
+      outlets_(options.layout, options.print_alerts),
+      feed_(
+          host, [this] { events_.scan->Set(); }, [this] { InputsChanged(); }),
       settings_(options.layout.Store(), Effects()),
       supervisor_(host, board_, life_, feed_,
                   [this](const status::PassStatus &pass) { PassIsStored(pass); })
@@ -158,6 +162,11 @@ void Daemon::WatchingChanged(const std::string &problem)
         text::Say(text);
     }
     board_.Update([&](status::Status &status) { status.watch_problem = problem; });
+}
+
+void Daemon::InputsChanged()
+{
+    board_.Update([this](status::Status &status) { feed_.TellStatus(&status); });
 }
 
 // ---- signals ----
@@ -336,6 +345,16 @@ int Daemon::Run()
     return result_;
 }
 
+// Through a connection of its own: the host's is for passes.
+void AddFirstInput(const host::Layout &layout)
+{
+    host::Store store(layout.Store());
+    host::RegistryTree registry(store);
+    if (inputs::AddFirstInput(store, registry))
+        TRACE(TRACE_NOTABLE,
+              "There is no system log: the journal is read, as the input \"journal\".");
+}
+
 } // namespace
 
 int RunDaemon(const DaemonOptions &options)
@@ -348,6 +367,8 @@ int RunDaemon(const DaemonOptions &options)
     // While there is space on the disk: it is there for the time when there is none.
     host.store().KeepReserve();
     TraceLogSetThrName("syslogmond");
+    if (options.adds_first_input)
+        AddFirstInput(options.layout);
     Daemon daemon(host, options);
     return daemon.Run();
 }

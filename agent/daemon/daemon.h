@@ -16,6 +16,8 @@ namespace syslogmond {
 struct DaemonOptions {
     host::Layout layout;
     bool print_alerts = false; // on standard output, as they are stored
+    // A host that was never set up gets its first input. A root that was named is for trials.
+    bool adds_first_input = false;
 };
 
 // Runs until it is told to stop. Returns the exit status: 0, or 1 when its store was removed or

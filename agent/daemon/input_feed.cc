@@ -40,8 +40,9 @@ host::ReportSource SourceOf(inputs::SpoolKeeper *keeper, const std::string &line
 
 } // namespace
 
-InputFeed::InputFeed(host::Host &host, std::function<void()> look_now)
-    : host_(host), look_now_(std::move(look_now)),
+InputFeed::InputFeed(host::Host &host, std::function<void()> look_now,
+                     std::function<void()> status_changed)
+    : host_(host), look_now_(std::move(look_now)), status_changed_(std::move(status_changed)),
       changed_(host::WakeEvent::Create(host.layout().run, inputs::kInputsEvent, false, false))
 {
     keeper_.emplace(host.store(), host.registry(), host.layout().state / kSpoolName);
@@ -49,6 +50,7 @@ InputFeed::InputFeed(host::Host &host, std::function<void()> look_now)
 
 InputFeed::~InputFeed()
 {
+    StopThread();
     host_.SetReportSource(nullptr);
 }
 
@@ -59,17 +61,21 @@ void InputFeed::StartThread()
         thread_->Reload();
         return;
     }
-    thread_.emplace(
-        inputs::InputThreadOptions{host_.layout().Store(), FolderOfPrograms(), look_now_});
+    thread_ = std::make_unique<inputs::InputThread>(inputs::InputThreadOptions{
+        host_.layout().Store(), FolderOfPrograms(), look_now_, status_changed_});
     thread_->SetInterval(interval_);
 }
 
 // What it has read and was not stored is the module's to read, or nobody's.
 void InputFeed::StopThread()
 {
-    const std::lock_guard lock(mutex_);
-    thread_.reset();
-    problem_.clear();
+    std::unique_ptr<inputs::InputThread> thread;
+    {
+        const std::lock_guard lock(mutex_);
+        thread.swap(thread_);
+        problem_.clear();
+    }
+    // It ends behind the lock, which it may wait for to tell its status.
 }
 
 bool InputFeed::TakeChanges()
@@ -103,16 +109,11 @@ void InputFeed::SetInterval(std::chrono::milliseconds interval)
         thread_->SetInterval(interval);
 }
 
-std::vector<inputs::InputStatus> InputFeed::Status() const
+void InputFeed::TellStatus(status::Status *status) const
 {
     const std::lock_guard lock(mutex_);
-    return thread_ ? thread_->Status() : std::vector<inputs::InputStatus>{};
-}
-
-std::string InputFeed::Problem() const
-{
-    const std::lock_guard lock(mutex_);
-    return problem_;
+    status->inputs = thread_ ? thread_->Status() : std::vector<status::InputStatus>{};
+    status->inputs_wait = problem_;
 }
 
 void InputFeed::Prepare()

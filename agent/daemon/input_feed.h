@@ -8,6 +8,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -22,8 +23,10 @@ namespace syslogmond {
 
 class InputFeed {
   public:
-    // `look_now` makes the module look, on any thread. Throws host::Error.
-    InputFeed(host::Host &host, std::function<void()> look_now);
+    // `look_now` makes the module look, on any thread; `status_changed` is called on any thread, too. Throws
+    // host::Error.
+    InputFeed(host::Host &host, std::function<void()> look_now,
+              std::function<void()> status_changed);
     ~InputFeed();
     InputFeed(const InputFeed &) = delete;
     InputFeed &operator=(const InputFeed &) = delete;
@@ -35,9 +38,8 @@ class InputFeed {
     bool TakeChanges();
     void SetInterval(std::chrono::milliseconds interval);
 
-    [[nodiscard]] std::vector<inputs::InputStatus> Status() const;
-    // Why the inputs wait; empty: they do not.
-    [[nodiscard]] std::string Problem() const;
+    // On any thread, and the feed's own calls.
+    void TellStatus(status::Status *status) const;
 
     // On the monitor thread: before the module starts; before its pass is committed, and behind that.
     void Prepare();
@@ -56,6 +58,7 @@ class InputFeed {
 
     host::Host &host_;
     std::function<void()> look_now_;
+    std::function<void()> status_changed_;
     std::shared_ptr<host::WakeEvent> changed_;
     std::chrono::milliseconds interval_{1000};
     std::optional<inputs::SpoolKeeper> keeper_; // of the monitor thread
@@ -67,7 +70,7 @@ class InputFeed {
     bool batch_is_stored_ = false;
 
     mutable std::mutex mutex_; // guards what follows
-    std::optional<inputs::InputThread> thread_;
+    std::unique_ptr<inputs::InputThread> thread_;
     std::string problem_;
 };
 

@@ -36,6 +36,7 @@ int Run(int argc, char **argv)
         return app.exit(error) == 0 ? 0 : kExitUsage;
     }
     options.layout = root.empty() ? host::Layout::Find() : host::Layout::Below(root);
+    options.adds_first_input = root.empty();
     if (!root.empty())
         options.layout.CheckRoot();
     return syslogmond::RunDaemon(options);

@@ -55,6 +55,7 @@ void Supervisor::Publish(const status::PassStatus &pass, int table_size)
         status.table_size = table_size;
         status.last_pass = pass;
         status.still_ms = 0;
+        feed_.TellStatus(&status);
         // Kept apart: somebody may wait for one, and others come behind it.
         if (status::ReadsAllFiles(pass.kind))
             status.last_full_pass = pass;

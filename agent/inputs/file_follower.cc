@@ -206,19 +206,32 @@ bool FileFollower::IsLive(const std::string &path) const
     return options_.rules.Match(path) && Rotated(path).kind != NameKind::kRotated;
 }
 
-RotatedName FileFollower::Rotated(const std::string &path) const
+// By the logs of its own folder. Where rotated files have a folder of their own, which has no logs, by the only other
+// one that has such a log.
+FileFollower::RotatedOf FileFollower::Rotated(const std::string &path) const
 {
-    const auto logs = logs_.find(FolderOf(path));
-    return logs == logs_.end() ? RotatedName{} : FindLogOf(NameOf(path), logs->second);
+    const std::string own = FolderOf(path);
+    const auto here = logs_.find(own);
+    auto begin = here == logs_.end() ? logs_.begin() : here;
+    const auto end = here == logs_.end() ? logs_.end() : std::next(here);
+    RotatedOf found;
+    for (; begin != end; ++begin) {
+        const auto &[folder, names] = *begin;
+        const RotatedName rotated = FindLogOf(NameOf(path), names);
+        if (rotated.kind == NameKind::kOther)
+            continue;
+        if (found.kind != NameKind::kOther)
+            return {};
+        found = {rotated.kind, (folder == "/" ? "" : folder) + "/" + rotated.log};
+    }
+    return found;
 }
 
 // The log of which this is a rotated file by its name.
 std::optional<std::string> FileFollower::LogOfRotated(const std::string &path) const
 {
-    const RotatedName rotated = Rotated(path);
-    if (rotated.kind == NameKind::kOther)
-        return std::nullopt;
-    return path.substr(0, path.size() - NameOf(path).size()) + rotated.log;
+    const RotatedOf rotated = Rotated(path);
+    return rotated.kind == NameKind::kOther ? std::nullopt : std::optional(rotated.log);
 }
 
 std::set<FileIdentity> FileFollower::KnownFiles() const

@@ -104,7 +104,11 @@ class FileFollower {
     void SeekMissing(std::map<std::string, FileLook> *candidates, SteadyTime now);
     [[nodiscard]] bool SomethingIsMissing() const;
     [[nodiscard]] Names NamesThatMatter(const FolderView &view) const;
-    [[nodiscard]] RotatedName Rotated(const std::string &path) const;
+    struct RotatedOf {
+        NameKind kind = NameKind::kOther;
+        std::string log; // its path
+    };
+    [[nodiscard]] RotatedOf Rotated(const std::string &path) const;
     void WantGrown(const FolderView &view);
     bool FindContentOf(FollowedFile *file, std::map<std::string, FileLook> *candidates);
     static bool MayHold(LogContent *content, const FollowedFile &file);

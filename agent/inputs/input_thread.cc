@@ -41,8 +41,24 @@ class InputThread::Reader {
     virtual void TakeChanges() = 0;
     [[nodiscard]] virtual SteadyTime Next() const = 0;
     [[nodiscard]] const InputStatus &status() const { return status_; }
+    // What the reader of this input before this one knew, and cannot be seen again.
+    void TakeOver(const std::vector<InputStatus> &before)
+    {
+        for (const InputStatus &status : before) {
+            if (status.name == status_.name)
+                status_.last_entry_ms = status.last_entry_ms;
+        }
+    }
 
   protected:
+    // `since`: when the first unread entry was there already.
+    void NoteBehind(bool is_behind, int64_t since_ms)
+    {
+        if (!is_behind)
+            status_.behind_since_ms = 0;
+        else if (status_.behind_since_ms == 0)
+            status_.behind_since_ms = since_ms;
+    }
     InputStatus status_;
 };
 
@@ -62,10 +78,12 @@ class InputThread::FilesReader : public InputThread::Reader {
         const size_t before = batch->text.size();
         const bool has_more = follower_.Read(wall, now, batch);
         status_.open_files = static_cast<int64_t>(follower_.OpenFiles());
-        status_.bytes_behind = static_cast<int64_t>(follower_.BytesBehind());
+        status_.behind_bytes = static_cast<int64_t>(follower_.BytesBehind());
         status_.problems = follower_.Problems();
         if (batch->text.size() > before)
-            status_.last_entry = wall;
+            status_.last_entry_ms = wall * 1000;
+        // What is there and no whole entry yet is nothing that the monitor is behind with.
+        NoteBehind(has_more, wall * 1000);
         return has_more;
     }
     [[nodiscard]] pollfd Changes() const override { return {follower_.ChangesFd(), POLLIN, 0}; }
@@ -94,7 +112,9 @@ class InputThread::JournalsReader : public InputThread::Reader {
         if (!reader_.problem().empty())
             status_.problems.push_back(reader_.problem());
         if (batch->text.size() > before)
-            status_.last_entry = reader_.last_entry();
+            status_.last_entry_ms = reader_.last_entry() * 1000;
+        NoteBehind(has_more, status_.last_entry_ms);
+        status_.behind_bytes = -1;
         status_.open_files = reader_.ChangesFd() >= 0 ? 1 : 0;
         return has_more;
     }
@@ -172,28 +192,43 @@ void InputThread::Load()
             } catch (const host::StoreError &) {
                 throw;
             } catch (const host::Error &error) {
-                broken.push_back({input.name, input.kind, 0, 0, 0, {error.what()}});
+                broken.push_back({input.name, input.kind, 0, 0, 0, 0, {error.what()}});
                 load_again_ = Clock::now() + kLongestWait;
             }
         }
     } catch (const host::Error &) {
         load_again_ = Clock::now() + kLoadAgain;
     }
-    const std::lock_guard lock(status_mutex_);
-    status_ = broken;
-    for (const auto &reader : readers_)
-        status_.push_back(reader->status());
+    {
+        const std::lock_guard lock(status_mutex_);
+        for (const auto &reader : readers_)
+            reader->TakeOver(status_);
+        status_ = broken;
+        for (const auto &reader : readers_)
+            status_.push_back(reader->status());
+    }
+    options_.status_changed();
 }
 
+// How far it is, is told with each pass; what nobody would look for otherwise, at once.
 void InputThread::PublishStatus()
 {
-    const std::lock_guard lock(status_mutex_);
-    for (const auto &reader : readers_) {
-        for (InputStatus &status : status_) {
-            if (status.name == reader->status().name)
-                status = reader->status();
+    bool has_changed = false;
+    {
+        const std::lock_guard lock(status_mutex_);
+        for (const auto &reader : readers_) {
+            for (InputStatus &status : status_) {
+                const InputStatus &now = reader->status();
+                if (status.name != now.name)
+                    continue;
+                has_changed = has_changed || status.problems != now.problems ||
+                              status.open_files != now.open_files;
+                status = now;
+            }
         }
     }
+    if (has_changed)
+        options_.status_changed();
 }
 
 void InputThread::Work()

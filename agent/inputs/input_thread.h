@@ -17,23 +17,18 @@
 #include "agent/host/waitable.h"
 #include "agent/inputs/batch.h"
 #include "agent/inputs/input_registry.h"
+#include "agent/status/status_file.h"
 
 namespace inputs {
 
-// What is to be known of an input while it runs.
-struct InputStatus {
-    std::string name;
-    std::string kind;
-    int64_t open_files = 0;
-    int64_t bytes_behind = 0;
-    int64_t last_entry = 0; // when its last entry was read, in seconds since 1970; 0: none was
-    std::vector<std::string> problems;
-};
+using status::InputStatus;
 
 struct InputThreadOptions {
     std::filesystem::path store;
     std::string own_folder;               // where the programs of the monitor are
     std::function<void()> batch_is_ready; // on this thread
+    // On this thread, when an input has other problems or other files than before.
+    std::function<void()> status_changed;
 };
 
 class InputThread {

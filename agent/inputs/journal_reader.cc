@@ -17,6 +17,8 @@ using std::chrono::milliseconds;
 constexpr size_t kFullBatch = size_t{8} * 1024 * 1024;
 // So often the journal is looked at although nothing was told of.
 constexpr milliseconds kSweep{10000};
+// So often the place of an input that wants few entries is moved up to the newest one, whosever it is.
+constexpr milliseconds kMoveUp{600000};
 // Longer fields are cut. The monitor looks at some 3 KiB of a line.
 constexpr size_t kLongestField = size_t{16} * 1024;
 
@@ -166,6 +168,15 @@ void JournalReader::AddMatches(const JournalOptions &options, sd_journal *journa
     }
 }
 
+bool JournalReader::HostsIsReadable()
+{
+    try {
+        return !NewestCursor({}).empty();
+    } catch (const host::Error &) {
+        return false;
+    }
+}
+
 std::string JournalReader::NewestCursor(const JournalOptions &options)
 {
     const Journal journal = Open(options);
@@ -285,6 +296,36 @@ void JournalReader::ReadEntry(const ReadingTime &reading, Batch *batch)
         batch->own_stamps.push_back({at, std::move(rendering.own_stamp)});
 }
 
+// Empty: it is not due. What is read behind this sees all entries up to that one, by a journal that is opened anew.
+std::string JournalReader::NewestToMoveUpTo(SteadyTime now)
+{
+    const bool wants_all = options_.matches.empty() && !options_.priority;
+    if (wants_all || now < move_up_at_)
+        return {};
+    move_up_at_ = now + kMoveUp;
+    wants_reopen_ = true;
+    return NewestCursor(options_);
+}
+
+// True: the batch is full.
+bool JournalReader::ReadEntries(const ReadingTime &reading, Batch *batch)
+{
+    if (!is_at_entry_)
+        is_at_entry_ = sd_journal_next(journal_.get()) > 0;
+    if (!is_at_entry_)
+        return false;
+    batch->BeginOrigin(options_.name, "");
+    bool is_full = false;
+    do {
+        ReadEntry(reading, batch);
+        is_full = batch->text.size() >= kFullBatch;
+        is_at_entry_ = !is_full && sd_journal_next(journal_.get()) > 0;
+    } while (is_at_entry_);
+    cursor_ = CursorOf(journal_.get()); // of the last entry that was read
+    batch->places[{options_.id, 0}] = cursor_;
+    return is_full;
+}
+
 bool JournalReader::Read(int64_t wall_seconds, SteadyTime now, Batch *batch)
 {
     if (now >= look_at_) {
@@ -297,22 +338,16 @@ bool JournalReader::Read(int64_t wall_seconds, SteadyTime now, Batch *batch)
     const ReadingTime reading(clock_, wall_seconds);
     try {
         problem_.clear();
+        const std::string newest = NewestToMoveUpTo(now);
         if (wants_reopen_)
             OpenAtCursor(batch); // J2
-        if (!is_at_entry_)
-            is_at_entry_ = sd_journal_next(journal_.get()) > 0;
-        if (!is_at_entry_)
-            return false;
-        batch->BeginOrigin(options_.name, "");
-        bool is_full = false;
-        do {
-            ReadEntry(reading, batch);
-            is_full = batch->text.size() >= kFullBatch;
-            is_at_entry_ = !is_full && sd_journal_next(journal_.get()) > 0;
-        } while (is_at_entry_);
-        cursor_ = CursorOf(journal_.get()); // of the last entry that was read
-        batch->places[{options_.id, 0}] = cursor_;
-        return is_full;
+        const bool has_more = ReadEntries(reading, batch);
+        if (!has_more && !newest.empty() && newest != cursor_) {
+            cursor_ = newest; // J5
+            batch->places[{options_.id, 0}] = cursor_;
+            wants_reopen_ = true;
+        }
+        return has_more;
     } catch (const host::Error &error) {
         problem_ = error.what();
         journal_.reset();

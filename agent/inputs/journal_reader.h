@@ -5,6 +5,8 @@
 //   J2  When files have come or gone, the journal is opened anew and goes on behind the last entry.
 //   J3  When the last entry is gone, what is missing is told, in numbers of the journal if it can be known.
 //   J4  Entries of the monitor itself are known by the fields that the journal itself writes.
+//   J5  Of an input that wants few entries, the place is moved up now and then, so that what it does not want can go
+//       without being missed.
 //
 // Runs on one thread. It never waits.
 #ifndef AGENT_INPUTS_JOURNAL_READER_H
@@ -47,6 +49,9 @@ class JournalReader {
     JournalReader(const JournalReader &) = delete;
     JournalReader &operator=(const JournalReader &) = delete;
 
+    // Is there an entry that can be read in this host's own journal?
+    static bool HostsIsReadable();
+
     // The cursor of the last entry that is there; empty: there is none. Throws host::Error.
     static std::string NewestCursor(const JournalOptions &options);
 
@@ -79,6 +84,8 @@ class JournalReader {
     bool OpenAtCursor(Batch *batch);
     bool Seek(Batch *batch);
     void TellOfGap(Batch *batch);
+    [[nodiscard]] std::string NewestToMoveUpTo(SteadyTime now);
+    bool ReadEntries(const ReadingTime &reading, Batch *batch);
     void ReadEntry(const ReadingTime &reading, Batch *batch);
     [[nodiscard]] bool IsOwn(const std::string &unit, const std::string &program) const;
     [[nodiscard]] std::string FoldersState() const;
@@ -92,6 +99,7 @@ class JournalReader {
     bool wants_reopen_ = true;
     std::string folders_; // their state when the journal was opened
     SteadyTime look_at_{};
+    SteadyTime move_up_at_{};
     std::string problem_;
     int64_t last_entry_ = 0;
     int64_t last_wall_seconds_ = 0;

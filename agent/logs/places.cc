@@ -19,7 +19,6 @@ namespace {
 
 // As they stand in the output, by slot of the scan.
 constexpr const char *kSlotRoles[MAX_MON_FILES] = {"system log", "customer file"};
-constexpr char kSpoolRole[] = "inputs' spool";
 // No pass has stored a place yet: the file was just set, or the daemon has never run.
 constexpr char kNotLookedAt[] = "not looked at yet";
 

@@ -17,6 +17,9 @@
 
 namespace logs {
 
+// The role of the customer file while it is the one by which the monitor gets what inputs read.
+constexpr char kSpoolRole[] = "inputs' spool";
+
 // A file, and how far the monitor has come with it. The fields about the place are set all together
 // or not at all; without them, `problem` says why. It may say something with them, too: the place
 // is known, and the file of that name cannot be read at the moment.

@@ -63,6 +63,30 @@ PassStatus PassOf(const json &object)
     return pass;
 }
 
+json ToJson(const InputStatus &input)
+{
+    return {{"name", input.name},
+            {"kind", input.kind},
+            {"open_files", input.open_files},
+            {"behind_bytes", input.behind_bytes},
+            {"behind_since_ms", input.behind_since_ms},
+            {"last_entry_ms", input.last_entry_ms},
+            {"problems", input.problems}};
+}
+
+InputStatus InputOf(const json &object)
+{
+    InputStatus input;
+    input.name = object.at("name");
+    input.kind = object.at("kind");
+    input.open_files = object.at("open_files");
+    input.behind_bytes = object.at("behind_bytes");
+    input.behind_since_ms = object.at("behind_since_ms");
+    input.last_entry_ms = object.at("last_entry_ms");
+    input.problems = object.at("problems").get<std::vector<std::string>>();
+    return input;
+}
+
 Status StatusOf(const json &object)
 {
     Status status;
@@ -84,6 +108,9 @@ Status StatusOf(const json &object)
     status.still_ms = object.value("still_ms", int64_t{0});
     status.store = object.value("store", "");
     status.waiting_since_ms = object.value("waiting_since_ms", int64_t{0});
+    for (const json &input : object.value("inputs", json::array()))
+        status.inputs.push_back(InputOf(input));
+    status.inputs_wait = object.value("inputs_wait", "");
     return status;
 }
 
@@ -123,6 +150,9 @@ bool ReadsAllFiles(PassKind kind)
 
 void WriteStatus(const fs::path &run_folder, const Status &status)
 {
+    json inputs = json::array();
+    for (const InputStatus &input : status.inputs)
+        inputs.push_back(ToJson(input));
     const json object = {{"pid", status.pid},
                          {"version", status.version},
                          {"started_ms", status.started_ms},
@@ -137,7 +167,9 @@ void WriteStatus(const fs::path &run_folder, const Status &status)
                          {"alive_ns", status.alive_ns},
                          {"still_ms", status.still_ms},
                          {"store", status.store},
-                         {"waiting_since_ms", status.waiting_since_ms}};
+                         {"waiting_since_ms", status.waiting_since_ms},
+                         {"inputs", inputs},
+                         {"inputs_wait", status.inputs_wait}};
     const fs::path path = StatusPath(run_folder);
     // One name is enough, since one process writes, one call at a time. What is left of a write
     // that failed is overwritten by the next one.

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "agent/host/store.h"
 
@@ -35,6 +36,19 @@ struct PassStatus {
     int64_t took_us = 0;
 };
 
+// One input while it is read.
+struct InputStatus {
+    std::string name;
+    std::string kind;
+    int64_t open_files = 0;
+    int64_t behind_bytes = 0;    // that are there and not read yet; of a journal, not known: -1
+    int64_t behind_since_ms = 0; // since when something was unread all the time; 0: all was read
+    int64_t last_entry_ms = 0;   // when its last entry was read; of a journal, written; 0: none was
+    std::vector<std::string> problems; // why something of it is not read, a sentence each
+
+    bool operator==(const InputStatus &) const = default;
+};
+
 // Times of day are for people. What is compared with now is in CLOCK_BOOTTIME or CLOCK_MONOTONIC,
 // which nobody can set.
 struct Status {
@@ -53,6 +67,8 @@ struct Status {
     int64_t still_ms = 0;      // so long the pass under way had read nothing at that moment
     std::string store;         // the file that the daemon stores in; see StoreName
     int64_t waiting_since_ms = 0; // when it began to wait for the store's lock; 0: it does not
+    std::vector<InputStatus> inputs;
+    std::string inputs_wait; // why nothing more of the inputs is taken; empty: it is
 };
 
 // Tells the file that was opened as a store from all others, also from its copies.

@@ -52,7 +52,10 @@ TEST_F(StatusFile, ComesBackAsItWasWritten)
                                 20,
                                 21,
                                 "a store in a file",
-                                19};
+                                19,
+                                {{"app", "files", 2, 30, 31, 32, {"one \"problem\"", "other"}},
+                                 {"journal", "journal", 1, -1, 0, 0, {}}},
+                                "too much is unread"};
         WriteStatus(Root(), written);
         const auto read = ReadStatus(Root());
         ASSERT_TRUE(read);
@@ -61,6 +64,8 @@ TEST_F(StatusFile, ComesBackAsItWasWritten)
         EXPECT_EQ("the limit of watches is reached", read->watch_problem);
         EXPECT_EQ("a store in a file", read->store);
         EXPECT_EQ(19, read->waiting_since_ms);
+        EXPECT_TRUE(written.inputs == read->inputs);
+        EXPECT_EQ("too much is unread", read->inputs_wait);
         EXPECT_EQ(20, read->alive_ns);
         EXPECT_EQ(21, read->still_ms);
         EXPECT_EQ(17, read->started_ms);

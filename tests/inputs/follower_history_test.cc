@@ -29,6 +29,8 @@ class History {
         if (random_.Chance(30))
             world_.options.rules.paths = {world_.Path("a.log*")};
         if (random_.Chance(20))
+            UseOldFolder();
+        if (random_.Chance(20))
             world_.options.joining.by_indentation = true;
         world_.Start();
         Open();
@@ -128,12 +130,19 @@ class History {
         part_.clear();
     }
 
+    // Rotated files lie in a folder of their own.
+    void UseOldFolder()
+    {
+        std::filesystem::create_directory(world_.Path("old"));
+        world_.options.rules.paths = {world_.Path("a.log"), world_.Path("old/*")};
+        backup_ = "old/a.log";
+    }
     std::vector<std::string> Backups() const
     {
         std::vector<std::string> names;
         for (int i = 1; i < 30; ++i) {
             for (const char *ending : {"", ".gz"}) {
-                const std::string name = "a.log." + std::to_string(i) + ending;
+                const std::string name = backup_ + "." + std::to_string(i) + ending;
                 if (world_.Exists(name))
                     names.push_back(name);
             }
@@ -146,17 +155,17 @@ class History {
         std::vector<std::string> names = Backups();
         std::reverse(names.begin(), names.end());
         for (const std::string &name : names) {
-            const int number = std::stoi(name.substr(6));
+            const int number = std::stoi(name.substr(backup_.size() + 1));
             const std::string ending = name.ends_with(".gz") ? ".gz" : "";
-            world_.Rename(name, "a.log." + std::to_string(number + 1) + ending);
+            world_.Rename(name, backup_ + "." + std::to_string(number + 1) + ending);
         }
     }
     std::string BackupName()
     {
         if (is_dated_)
-            return "a.log-" + std::to_string(20260000 + next_date_++);
+            return backup_ + "-" + std::to_string(20260000 + next_date_++);
         ShiftNumbers();
-        return "a.log.1";
+        return backup_ + ".1";
     }
 
     void Rotate()
@@ -336,6 +345,7 @@ class History {
     test::Random &random_;
     test::LogWorld world_;
     int writer_ = -1;
+    std::string backup_ = "a.log"; // with which the paths of rotated files begin
     bool is_dated_ = random_.Chance(30);
     int next_date_ = 1101;
     int next_line_ = 1;

@@ -23,13 +23,29 @@ def make(folder):
 
 def newer_version(package, version):
     """A copy of a package that calls itself another version."""
-    tree = package.parent / "tree"
+    return _changed(package, version, lambda tree: None)
+
+
+def with_drop_ins(package, version):
+    """A copy that brings the files of rsyslog and logrotate, as earlier versions did."""
+    def change(tree):
+        named = {"rsyslog.conf": "etc/rsyslog.d/syslogmon.conf", "logrotate.conf": "etc/logrotate.d/syslogmon"}
+        for name, place in named.items():
+            (tree / place).parent.mkdir(parents=True)
+            (tree / "usr/share/syslogmon" / name).rename(tree / place)
+        (tree / "DEBIAN/conffiles").write_text("".join(f"/{place}\n" for place in named.values()))
+    return _changed(package, version, change)
+
+
+def _changed(package, version, change):
+    tree = package.parent / f"tree-{version}"
     subprocess.run(["dpkg-deb", "--raw-extract", package, tree], check=True)
     control = tree / "DEBIAN" / "control"
     lines = control.read_text().splitlines()
     lines = [f"Version: {version}" if line.startswith("Version: ") else line for line in lines]
     control.write_text("\n".join(lines) + "\n")
-    newer = package.parent / f"syslogmon_{version}.deb"
-    subprocess.run(["dpkg-deb", "--root-owner-group", "--build", tree, newer], check=True,
+    change(tree)
+    changed = package.parent / f"syslogmon_{version}.deb"
+    subprocess.run(["dpkg-deb", "--root-owner-group", "--build", tree, changed], check=True,
                    capture_output=True)
-    return newer
+    return changed

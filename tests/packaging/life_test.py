@@ -89,6 +89,14 @@ class Host:
         shutil.copy(package, self.root / "tmp")
         self.command("dpkg", "--install", f"/tmp/{package.name}")
 
+    def put_drop_ins_in_place(self):
+        """By the command that doctor gives on a host with rsyslog and without the log."""
+        (self.root / "etc/rsyslog.conf").touch()
+        self.log.rename(self.log.with_name("kept"))
+        advice = self.run("syslogmon", "doctor").stdout
+        self.log.with_name("kept").rename(self.log)
+        self.command("sh", "-c", re.search(r"install -D -m 644 .* systemctl restart rsyslog$", advice, re.MULTILINE)[0])
+
     def state(self):
         done = self.run("dpkg-query", "--show", "--showformat=${Version} ${db:Status-Status}", "syslogmon")
         return done.stdout
@@ -176,6 +184,7 @@ class Life(unittest.TestCase):
         mount("-t", "tmpfs", "tmpfs", folder)
         cls.first = deb.make(folder)
         cls.second = deb.newer_version(cls.first, "99.0")
+        cls.earlier = deb.with_drop_ins(cls.first, "0.9")
 
     def setUp(self):
         self.host = Host()
@@ -192,8 +201,7 @@ class Life(unittest.TestCase):
         self.assertIsNotNone(self.host.daemon())
         self.host.write(3, 4)
         self.assertEqual([3, 4], self.host.reported())
-        self.assertEqual(["try-restart rsyslog.service", "start syslogmond.service"],
-                         self.host.asked())
+        self.assertEqual(["start syslogmond.service"], self.host.asked())
         self.assertEqual("enabled\n", self.host.command("systemctl", "is-enabled", "syslogmond.service"))
 
     # ---- the modes of the log ----
@@ -217,6 +225,7 @@ class Life(unittest.TestCase):
     def test_an_installation_closes_logs_that_everybody_can_read_and_rsyslogd_goes_on_writing_them(self):
         self.open_all()
         self.host.install(self.first)
+        self.host.put_drop_ins_in_place()
         self.assertEqual(["root:adm 640"] * 4, self.modes(self.LOGS))
         self.assertEqual(["root:root 644"] * 2, self.modes(self.OTHERS))
 
@@ -259,12 +268,15 @@ class Life(unittest.TestCase):
         self.assertIsNone(self.host.daemon())
         self.assertEqual("", self.host.run("systemctl", "is-enabled", "syslogmond.service").stdout)
 
-    def test_an_upgrade_keeps_a_configuration_file_that_an_administrator_has_changed(self):
-        self.install()
+    def test_an_upgrade_keeps_the_drop_ins_that_an_earlier_version_has_brought(self):
+        self.host.install(self.earlier)
         configuration = self.host.root / "etc/logrotate.d/syslogmon"
         configuration.write_text(configuration.read_text().replace("weekly", "daily"))
         self.host.install(self.second)
         self.assertIn("    daily\n", configuration.read_text())
+        self.assertTrue((self.host.root / "etc/rsyslog.d/syslogmon.conf").exists())
+        self.host.command("dpkg", "--purge", "syslogmon")
+        self.assertFalse(configuration.exists())
 
     def test_a_removed_package_keeps_what_it_knows_and_goes_on_when_it_is_installed_again(self):
         self.install()
@@ -276,8 +288,7 @@ class Life(unittest.TestCase):
         self.assertEqual("1.0.0 config-files", self.host.state())
         self.assertEqual(["stop syslogmond.service"], self.host.asked())
         kept = self.host.own_files()
-        self.assertEqual({"/etc/logrotate.d/syslogmon", "/etc/rsyslog.d/syslogmon.conf"},
-                         {path for path in kept if path.startswith("/etc/") and "systemd" not in path})
+        self.assertEqual(set(), {path for path in kept if path.startswith("/etc/") and "systemd" not in path})
         self.assertEqual([], [path for path in kept if path.startswith("/usr/")])
         self.assertTrue((self.host.root / "var/lib/syslogmon/agent.db").exists())
 
@@ -290,6 +301,7 @@ class Life(unittest.TestCase):
     def test_a_purged_package_leaves_nothing_but_the_log(self):
         before = self.host.own_files()
         self.install()
+        self.host.put_drop_ins_in_place()
         self.assertNotEqual(before, self.host.own_files())
         self.host.asked()
         self.host.command("dpkg", "--purge", "syslogmon")

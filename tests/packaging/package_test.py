@@ -11,8 +11,6 @@ import deb
 
 # Type and mode, and path. TRIPLET stands for the machine's, such as x86_64-linux-gnu.
 FILES = """
--rw-r--r-- ./etc/logrotate.d/syslogmon
--rw-r--r-- ./etc/rsyslog.d/syslogmon.conf
 -rw-r--r-- ./lib/systemd/system/syslogmond.service
 -rwxr-xr-x ./usr/bin/syslogmon
 -rw-r--r-- ./usr/lib/TRIPLET/syslogmon/lib/libtarsk.so
@@ -42,16 +40,18 @@ lrwxrwxrwx ./usr/share/bash-completion/completions/syslogmond -> syslogmon
 -rw-r--r-- ./usr/share/fish/vendor_completions.d/syslogmon.fish
 lrwxrwxrwx ./usr/share/fish/vendor_completions.d/syslogmond.fish -> syslogmon.fish
 -rw-r--r-- ./usr/share/man/man1/syslogmon.1.gz
+-rw-r--r-- ./usr/share/man/man5/syslogmon-inputs.5.gz
 -rw-r--r-- ./usr/share/man/man5/syslogmon-rules.5.gz
 -rw-r--r-- ./usr/share/man/man5/syslogmon-sinks.5.gz
 -rw-r--r-- ./usr/share/man/man8/syslogmond.8.gz
 -rw-r--r-- ./usr/share/snmp/mibs/SYSLOGMON-MIB.txt
+-rw-r--r-- ./usr/share/syslogmon/logrotate.conf
+-rw-r--r-- ./usr/share/syslogmon/rsyslog.conf
 -rw-r--r-- ./usr/share/syslogmon/rules.schema.json
 -rw-r--r-- ./usr/share/zsh/vendor-completions/_syslogmon
 """
 
 CONTROL_FILES = """
--rw-r--r-- ./conffiles
 -rw-r--r-- ./control
 -rw-r--r-- ./md5sums
 -rwxr-xr-x ./postinst
@@ -98,9 +98,10 @@ class Package(unittest.TestCase):
         self.assertEqual(sorted(CONTROL_FILES.split("\n")[1:-1]),
                          listing(["dpkg-deb", "--ctrl-tarfile", self.package]))
 
-    def test_every_file_below_etc_is_an_administrators_to_change(self):
-        below_etc = sorted(line.split()[1][1:] for line in FILES.splitlines() if " ./etc/" in line)
-        self.assertEqual(below_etc, output("dpkg-deb", "--info", self.package, "conffiles").split())
+    def test_it_needs_neither_a_syslog_daemon_nor_its_rotation(self):
+        self.assertNotIn(" ./etc/", FILES)
+        self.assertEqual("", output("dpkg-deb", "--field", self.package, "Recommends").strip())
+        self.assertNotIn("rsyslog", output("dpkg-deb", "--field", self.package, "Depends"))
 
     def texts(self):
         """Each text file of the package with what it says."""
@@ -118,7 +119,7 @@ class Package(unittest.TestCase):
 
     def test_the_files_of_the_package_that_its_texts_name_are_in_it(self):
         own = re.compile(r"/(?:usr/share/doc/syslogmon|usr/share/syslogmon|usr/lib/systemd|lib/systemd"
-                         r"|etc/syslogmon|etc/rsyslog\.d/syslogmon|etc/logrotate\.d/syslogmon)[\w./-]*")
+                         r"|etc/syslogmon)[\w./-]*")
         named = {(path.relative_to(self.tree), name.rstrip("."))
                  for path, text in self.texts() for name in own.findall(text)}
         # Secrets are an administrator's to make, in a folder that is there.
@@ -135,7 +136,7 @@ class Package(unittest.TestCase):
         self.assertEqual([], lost)
 
     def test_its_rule_for_rsyslog_is_the_one_of_the_doctors_advice(self):
-        rule = (self.tree / "etc/rsyslog.d/syslogmon.conf").read_text()
+        rule = (self.tree / "usr/share/syslogmon/rsyslog.conf").read_text()
         wanted = [line for line in rule.splitlines() if not line.startswith("#")]
         self.assertIn('fileCreateMode="0640"', " ".join(wanted))
         # What the advice looks like is tests/packaging/rsyslog_test.py's.

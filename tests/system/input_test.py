@@ -1,6 +1,7 @@
 """Inputs: files of other forms and the journal count like lines of the system log, each once, however often the
 daemon is killed and the files are rotated."""
 import gzip
+import json
 import os
 import shutil
 import socket
@@ -196,6 +197,51 @@ class Inputs(lab.LabTest):
         self.lab.wait_until("it is none", lambda: "customer-file" not in self.lab.command("input", "list"))
         self.assertEqual([], self.lab.alerts("SYSLOGMON"))
 
+    def test_status_and_doctor_show_each_input_with_what_is_wrong(self):
+        lab.append(lab.MESSAGES, lab.stamped("first"))
+        self.add_files()
+        self.daemon.start()
+        self.write(2)
+        self.wait_for_all()
+        (lab.VAR_LOG / "pipe.log").unlink(missing_ok=True)
+        os.mkfifo(lab.VAR_LOG / "pipe.log")
+        self.lab.command("input", "add", "files", "pipe", f"path={lab.VAR_LOG}/pipe.log")
+        self.lab.wait_until("the pipe is told of", lambda: self.input_status("pipe")["problems"])
+        self.assertEqual([f"cannot read {lab.VAR_LOG}/pipe.log: it is not a regular file"],
+                         self.input_status("pipe")["problems"])
+        told = self.input_status("app")
+        self.assertEqual(("files", 1, 0, 0, []), tuple(told[name] for name in (
+            "kind", "open_files", "behind_bytes", "behind_seconds", "problems")))
+        self.assertLess(abs(told["last_entry_ms"] - time.time() * 1000), 60_000)
+        self.assertIsNone(self.lab.status()["inputs_wait"])
+        shown = {check["looked_at"]: check for check in json.loads(self.lab.run("--json", "doctor").stdout)["checks"]
+                 if check["check"] == "input"}
+        self.assertEqual("well", shown["app"]["outcome"])
+        self.assertEqual("finding", shown["pipe"]["outcome"])
+
+    def input_status(self, name):
+        return next(told for told in self.lab.status()["inputs"] if told["name"] == name)
+
+    def test_a_second_reader_of_the_system_log_is_told_of(self):
+        lab.append(lab.MESSAGES, lab.stamped("first"))
+        done = self.lab.run("input", "add", "files", "all", f"path={lab.VAR_LOG}/*")
+        self.assertIn("/var/log/messages is read without an input, so its lines count twice; leave it out: "
+                      "syslogmon input set all exclude=/var/log/messages", done.stderr)
+        self.assertIn("count twice", self.lab.run("doctor").stdout)
+        self.lab.command("input", "set", "all", "exclude=/var/log/messages")
+        self.assertNotIn("count twice", self.lab.run("doctor").stdout)
+
+    def test_inputs_wait_while_the_monitor_has_too_much_to_read(self):
+        self.lab.command("set", "spool-megabytes", "1")
+        self.add_files()
+        # A pass of this cannot be over before the next batch is read.
+        for number in range(40):
+            self.lab.watch("SLOW", number + 2, "no line has this", "nor this")
+        lab.append(self.log, *(iso(n) for n in range(20_000)))
+        self.written = 20_000
+        self.daemon.start()
+        self.wait_for_all()
+
     def test_what_was_removed_unread_is_told(self):
         self.add_files()
         self.write(5)
@@ -215,6 +261,8 @@ class Inputs(lab.LabTest):
 
 
 class Journal(lab.LabTest):
+    """A real systemd-journald, which writes into this namespace."""
+
     def setUp(self):
         super().setUp()
         self.lab.watch_numbered_lines()
@@ -253,10 +301,7 @@ class Journal(lab.LabTest):
         self.assert_each_once_and_in_order(range(self.written), self.lab.reported_numbers())
 
     def test_each_entry_counts_once_through_kills_and_rotations_of_the_journal(self):
-        self.write(1)
-        self.written = 0
-        self.lab.wait_until("the first entry is there", lambda: "numbered" in subprocess.run(
-            ["journalctl", "-n", "1", "-o", "cat"], capture_output=True, text=True, check=False).stdout)
+        self.write_one()
         self.lab.command("input", "add", "journal", "journal")
         for life in range(10):
             self.daemon.launch()
@@ -267,6 +312,63 @@ class Journal(lab.LabTest):
                 time.sleep(0.05)
             self.daemon.kill()
             self.write(100)
+        self.daemon.start()
+        self.wait_for_all()
+        self.assertEqual([], self.lab.alerts("SYSLOGMON"))
+
+    def test_is_read_by_itself_on_a_fresh_host_without_a_system_log_until_it_is_removed(self):
+        self.write_one()
+        self.daemon.launch_on_fresh_host()
+        self.lab.wait_until("the journal is an input", lambda: self.lab.json("input", "list")["inputs"])
+        self.assertEqual(["journal"], [row["name"] for row in self.lab.json("input", "list")["inputs"]])
+        self.lab.wait_until("it is read", lambda: self.lab.status()["inputs"])
+        self.write(3)
+        self.wait_for_all()
+        self.assertEqual("well", self.outcome("system log"))
+        self.lab.command("input", "remove", "journal")
+        self.daemon.kill()
+        self.daemon.launch_on_fresh_host()
+        self.daemon.wait_at_rest()
+        self.assertEqual([], self.lab.json("input", "list")["inputs"])
+
+    def test_is_not_read_by_itself_beside_a_system_log(self):
+        self.write_one()
+        lab.append(lab.MESSAGES, lab.stamped("first"))
+        self.daemon.launch_on_fresh_host()
+        self.daemon.wait_at_rest()
+        self.assertEqual([], self.lab.json("input", "list")["inputs"])
+        done = self.lab.run("input", "add", "journal", "journal")
+        self.assertIn("they count twice; choose one of them: syslogmon input remove journal", done.stderr)
+
+    def outcome(self, check):
+        found = json.loads(self.lab.run("--json", "doctor").stdout)["checks"]
+        return next(row["outcome"] for row in found if row["check"] == check)
+
+    def write_one(self):
+        """Until it can be read: a journal without an entry is not there yet."""
+        self.write(1)
+        self.written = 0
+        self.lab.wait_until("the first entry is there", lambda: "numbered" in subprocess.run(
+            ["journalctl", "-n", "1", "-o", "cat"], capture_output=True, text=True, check=False).stdout)
+
+    def test_entries_that_an_input_does_not_want_may_go_without_being_missed(self):
+        self.write_one()
+        self.lab.command("input", "add", "journal", "journal", "match=SYSLOG_IDENTIFIER=rare")
+        self.daemon.start()
+        self.log(lab.numbered(0), SYSLOG_IDENTIFIER="rare")
+        self.written = 1
+        self.wait_for_all()
+        self.daemon.kill()
+        self.log("nobody wants this")
+        self.daemon.start()  # it moves up
+        self.daemon.look()
+        self.daemon.look()
+        self.daemon.kill()
+        self.journald.signal(12)
+        time.sleep(0.5)
+        subprocess.run(["journalctl", "--vacuum-files=1"], capture_output=True, check=False)
+        self.log(lab.numbered(1), SYSLOG_IDENTIFIER="rare")
+        self.written = 2
         self.daemon.start()
         self.wait_for_all()
         self.assertEqual([], self.lab.alerts("SYSLOGMON"))

@@ -76,6 +76,9 @@ def enter(*packages, disk=None):
     os.umask(0o022)
     if _INSIDE not in os.environ:
         _enter_namespace(packages)
+    # A host's journal would be watched where it has no system log.
+    if Path("/run/log").is_dir():
+        subprocess.run(["mount", "-t", "tmpfs", "tmpfs", "/run/log"], check=True)
     for place in (Path(os.environ[_INSIDE]), VAR_LOG):
         if disk is None:
             subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=0755", "tmpfs", place], check=True)
@@ -407,6 +410,14 @@ class Daemon:
         argv = [*under, build_root() / "bin" / "syslogmond", "--root", self._lab.root, *arguments]
         self.child = self._lab.spawn("syslogmond", argv)
         return self.child
+
+    def launch_on_fresh_host(self):
+        """The same, of a program that was installed there: it was told of no root, and sets the host up."""
+        program = self._lab.root / "bin" / "syslogmond"
+        if not program.exists():
+            program.parent.mkdir()
+            shutil.copy(build_root() / "bin" / "syslogmond", program)
+        self.child = self._lab.spawn("syslogmond", [program])
 
     def start(self, *arguments, under=()):
         """Starts it and waits until its first pass is stored."""
