@@ -40,16 +40,17 @@ void ChangeWatch::WatchFolders(const std::set<std::string> &folders)
     }
 }
 
-void ChangeWatch::WatchFile(int64_t number, int file)
+bool ChangeWatch::WatchFile(int64_t number, int file)
 {
     if (files_.contains(number))
-        return;
+        return false;
     const std::string path = "/proc/self/fd/" + std::to_string(file);
     const int watch = inotify_add_watch(fd(), path.c_str(), kContent | IN_MASK_CREATE);
     if (watch < 0)
-        return; // a folder's watch cannot be meant, and a look now and then finds the change
+        return false; // a folder's watch cannot be meant, and a look now and then finds the change
     files_[number] = watch;
     numbers_[watch] = number;
+    return true;
 }
 
 void ChangeWatch::ForgetFile(int64_t number)

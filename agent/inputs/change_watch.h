@@ -22,7 +22,8 @@ class ChangeWatch {
     // Watches the names in these folders, and in no others.
     void WatchFolders(const std::set<std::string> &folders);
     // Watches the content of an open file, which is then told of by its number; and no longer.
-    void WatchFile(int64_t number, int fd);
+    // True: from now on.
+    bool WatchFile(int64_t number, int fd);
     void ForgetFile(int64_t number);
 
     struct News {

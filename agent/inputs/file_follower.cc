@@ -18,6 +18,9 @@ constexpr milliseconds kSweep{10000};
 // A removed file is held open for so long after its last growth: somebody may still write into it.
 constexpr milliseconds kRemovedIsOver{60000};
 
+// The number of the place that says that the beginning was made. Files have greater ones.
+constexpr int64_t kBegun = 0;
+
 constexpr size_t kCompared = size_t{64} * 1024;
 
 Place PlaceAtBeginning(const std::string &path, const std::string &log, const FileIdentity &file)
@@ -101,6 +104,8 @@ FileFollower::FileFollower(FollowOptions options, const std::vector<StoredPlace>
               options_.joining.by_indentation || !options_.joining.begins_with.empty(), &clock_}
 {
     for (const StoredPlace &row : places) {
+        if (row.number == kBegun)
+            continue;
         next_number_ = std::max(next_number_, row.number + 1);
         const auto place = PlaceOf(row.text);
         if (!place) {
@@ -119,6 +124,7 @@ void FileFollower::Begin()
 {
     const FolderView view = ViewFolders(options_.rules.Folders());
     LocateAll(view);
+    has_begun_ = true;
     if (options_.from_start)
         return;
     for (const Beginning &file : NewestFirst(view))
@@ -129,6 +135,7 @@ bool FileFollower::BeginAt(const FindPlace &find)
 {
     const FolderView view = ViewFolders(options_.rules.Folders());
     LocateAll(view);
+    has_begun_ = true;
     const std::vector<Beginning> files = NewestFirst(view);
     const auto found = std::find_if(files.begin(), files.end(),
                                     [&](const Beginning &file) { return BeginIn(file, find); });
@@ -570,14 +577,17 @@ void FileFollower::ReadOne(FollowedFile *file, const ReadingTime &reading, Stead
         file->problem = error.what();
         file->wants_reading = false;
     }
-    if (file->IsOpen())
-        watch_.WatchFile(file->number(), file->fd());
-    else
+    if (!file->IsOpen())
         watch_.ForgetFile(file->number());
+    else if (watch_.WatchFile(file->number(), file->fd()))
+        file->wants_reading = !file->was_cut; // what came just before it was watched
 }
 
 void FileFollower::StorePlaces(Batch *batch)
 {
+    if (has_begun_)
+        batch->places[{options_.id, kBegun}] = "begun";
+    has_begun_ = false;
     for (auto &[number, file] : files_) {
         if (file.is_changed)
             batch->places[{options_.id, number}] = TextOf(file.place());

@@ -60,7 +60,8 @@ class FileFollower {
     // Goes on from the stored places. Throws host::Error for options that cannot be used.
     FileFollower(FollowOptions options, const std::vector<StoredPlace> &places);
 
-    // Without stored places: what is there now is passed over, unless the input says otherwise.
+    // Without stored places: what is there now is passed over, unless the input says otherwise. That it was done is a
+    // place as well, so that a file that comes before the first reading is not passed over.
     void Begin();
     // The same, but from the place on that is found in one of the files, with all that is newer than that one. False:
     // it is in none of them, and all that is there is passed over.
@@ -138,6 +139,7 @@ class FileFollower {
     FolderView view_;         // at the last look
     SteadyTime view_since_{}; // since when the names are like that
     SteadyTime look_at_{};    // when to look again although nothing was told
+    bool has_begun_ = false;  // and that is not stored yet
     bool names_changed_ = true;
     bool is_settled_ = false;              // these names leave no question open
     Names names_;                          // those of it that matter

@@ -101,7 +101,8 @@ class InputThread::JournalsReader : public InputThread::Reader {
         : Reader(input),
           reader_(options, !places.empty()      ? places[0].text
                            : options.from_start ? ""
-                                                : JournalReader::NewestCursor(options))
+                                                : JournalReader::NewestCursor(options)),
+          has_begun_(places.empty())
     {
     }
     bool Read(int64_t wall, SteadyTime now, Batch *batch) override
@@ -114,6 +115,8 @@ class InputThread::JournalsReader : public InputThread::Reader {
         if (batch->text.size() > before)
             status_.last_entry_ms = reader_.last_entry() * 1000;
         NoteBehind(has_more, status_.last_entry_ms);
+        reader_.StorePlace(has_begun_, batch);
+        has_begun_ = false;
         status_.behind_bytes = -1;
         status_.open_files = reader_.ChangesFd() >= 0 ? 1 : 0;
         return has_more;
@@ -127,6 +130,7 @@ class InputThread::JournalsReader : public InputThread::Reader {
 
   private:
     JournalReader reader_;
+    bool has_begun_; // and that is not stored yet
 };
 
 InputThread::InputThread(InputThreadOptions options)

@@ -62,6 +62,13 @@ class JournalReader {
     // Reads what there is into the batch, until that is full. True: there is more.
     bool Read(int64_t wall_seconds, SteadyTime now, Batch *batch);
 
+    // Puts the place into the batch if `is_wanted`; Read does so when it has moved.
+    void StorePlace(bool is_wanted, Batch *batch) const
+    {
+        if (is_wanted)
+            batch->places[{options_.id, 0}] = cursor_;
+    }
+
     // To be polled for these events; -1: for nothing. Then TakeChanges.
     [[nodiscard]] int ChangesFd() const;
     [[nodiscard]] short ChangesEvents() const;

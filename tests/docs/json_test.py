@@ -55,7 +55,10 @@ class Shapes(lab.LabTest):
         self.lab.command("set", "cycle", 100)
         self.lab.command("sink", "add", "file", "out", f"path={lab.VAR_LOG / 'out.json'}")
         self.lab.command("reg", "set", r"SOFTWARE\Example", "a", "b")
+        self.lab.command("input", "add", "files", "app", f"path={lab.VAR_LOG / 'app.log'}")
         self.daemon.start()
+        lab.append(lab.VAR_LOG / "app.log", lab.stamped("of an input"))
+        self.lab.wait_until("the input is read", lambda: self.lab.status()["inputs"][0]["last_entry_ms"])
         lab.append(lab.MESSAGES, *(lab.stamped(f"error {n}") for n in range(3)))
         self.daemon.scan()
         self.lab.wait_until("the alert was delivered",
