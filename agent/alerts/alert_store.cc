@@ -37,11 +37,12 @@ namespace {
 // alerts are gone. The keys of alerts, and the places of the sinks, need that.
 int64_t InsertAlert(host::Database &database, const Alert &alert)
 {
-    host::Statement insert(database, "INSERT INTO alert (time_ms, host, log_name, source, event_id,"
-                                     " count, message, line_host, program, own_time)"
-                                     " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
-    insert.Run(alert.time_ms, alert.host, alert.log_name, alert.source, alert.event_id, alert.count,
-               alert.message, alert.line_host, alert.program, alert.own_time);
+    host::KeptStatement insert(database,
+                               "INSERT INTO alert (time_ms, host, log_name, source, event_id,"
+                               " count, message, line_host, program, own_time)"
+                               " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    insert->Run(alert.time_ms, alert.host, alert.log_name, alert.source, alert.event_id,
+                alert.count, alert.message, alert.line_host, alert.program, alert.own_time);
     return database.LastInsertId();
 }
 
@@ -49,10 +50,10 @@ int64_t InsertAlert(host::Database &database, const Alert &alert)
 // The comparison is with IS NOT, for which no series at all is another one, too.
 void BeginSeries(host::Database &database, int64_t id, const std::string &series)
 {
-    host::Statement begin(database,
-                          "INSERT INTO key_series (first_alert, uuid) SELECT ?1, ?2 WHERE ?2 IS NOT"
-                          " (SELECT uuid FROM key_series ORDER BY first_alert DESC LIMIT 1)");
-    begin.Run(id, series);
+    host::KeptStatement begin(
+        database, "INSERT INTO key_series (first_alert, uuid) SELECT ?1, ?2 WHERE ?2 IS NOT"
+                  " (SELECT uuid FROM key_series ORDER BY first_alert DESC LIMIT 1)");
+    begin->Run(id, series);
 }
 
 } // namespace
@@ -78,9 +79,10 @@ int64_t AddFurtherAlert(host::Store &store, const Alert &alert)
 void FoldInto(host::Store &store, int64_t id, const Alert &report)
 {
     store.Write([&](host::Database &database) {
-        host::Statement fold(database, "UPDATE alert SET count = count + ?, reports = reports + 1,"
-                                       " last_time_ms = ?, last_message = ? WHERE id = ?");
-        fold.Run(report.count, report.time_ms, report.message, id);
+        host::KeptStatement fold(database,
+                                 "UPDATE alert SET count = count + ?, reports = reports + 1,"
+                                 " last_time_ms = ?, last_message = ? WHERE id = ?");
+        fold->Run(report.count, report.time_ms, report.message, id);
     });
 }
 

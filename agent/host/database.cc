@@ -92,6 +92,7 @@ const char *Data(std::string_view bytes)
 
 Statement::Statement(Database &database, const char *sql) : database_(database)
 {
+    ++database.compiled_;
     // PERSISTENT: most statements live as long as their connection. SQLite then takes their memory
     // from elsewhere than its small reserve for short ones.
     if (sqlite3_prepare_v3(database.handle(), sql, -1, SQLITE_PREPARE_PERSISTENT, &statement_,
@@ -174,6 +175,25 @@ bool Statement::IsNull(int column) const
     return sqlite3_column_type(statement_, column) == SQLITE_NULL;
 }
 
+KeptStatement::KeptStatement(Database &database, std::string_view sql)
+    : place_([&]() -> std::unique_ptr<Statement> & {
+          const auto found = database.kept_.find(sql);
+          return found != database.kept_.end() ? found->second : database.kept_[std::string(sql)];
+      }()),
+      statement_(std::move(place_))
+{
+    if (!statement_)
+        statement_ = std::make_unique<Statement>(database, std::string(sql).c_str());
+}
+
+// Of two that were lent at a time, one is kept.
+KeptStatement::~KeptStatement()
+{
+    statement_->Reset();
+    if (!place_)
+        place_ = std::move(statement_);
+}
+
 Database::Database(const std::filesystem::path &path, Mode mode) : path_(path)
 {
     const int flags = mode == Mode::kReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
@@ -201,6 +221,7 @@ Database::Database(const std::filesystem::path &path, Mode mode) : path_(path)
 
 Database::~Database()
 {
+    kept_.clear();
     // The form for which statements may still be there.
     sqlite3_close_v2(database_);
 }

@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -83,6 +85,24 @@ class Statement {
     sqlite3_stmt *statement_ = nullptr;
 };
 
+// A statement that its connection keeps: compiled when it is used for the first time, which takes ten times as long as
+// to run it, and lent for the life of this object. Two at a time of one text are two statements.
+class KeptStatement {
+  public:
+    // Throws StoreError when it cannot be compiled.
+    KeptStatement(Database &database, std::string_view sql);
+    ~KeptStatement();
+    KeptStatement(const KeptStatement &) = delete;
+    KeptStatement &operator=(const KeptStatement &) = delete;
+
+    Statement *operator->() { return statement_.get(); }
+    Statement &operator*() { return *statement_; }
+
+  private:
+    std::unique_ptr<Statement> &place_; // where the connection keeps it
+    std::unique_ptr<Statement> statement_;
+};
+
 // What a connection does while another one holds the lock that it needs. The functions are called
 // on the thread that waits, in the middle of a statement: they must not use this connection.
 struct Patience {
@@ -120,6 +140,9 @@ class Database {
     // milliseconds. Throws StoreError.
     void EmptyJournal(int milliseconds);
 
+    // How many statements were compiled for this connection. For tests.
+    [[nodiscard]] int64_t CompiledStatements() const { return compiled_; }
+
     [[nodiscard]] const std::filesystem::path &path() const { return path_; }
     [[nodiscard]] sqlite3 *handle() const { return database_; }
 
@@ -128,12 +151,16 @@ class Database {
 
   private:
     friend class Statement;
+    friend class KeptStatement;
     // `self` is the connection; see sqlite3_busy_handler.
     static int OnBusy(void *self, int calls);
     void EndWait(); // a statement is done with, and so with its wait
 
     std::filesystem::path path_;
     sqlite3 *database_ = nullptr;
+    // By their text; null: it is lent.
+    std::map<std::string, std::unique_ptr<Statement>, std::less<>> kept_;
+    int64_t compiled_ = 0;
     Patience patience_;
     // On the steady clock, in milliseconds; of the wait that is under way, if one is.
     int64_t waiting_since_ms_ = 0;

@@ -103,11 +103,12 @@ void HitCounters::Save(const ModuleTable &table)
 void HitCounters::Update(const std::vector<HitCounter> &counters)
 {
     store_.Write([&](Database &database) {
-        Statement update(database, "UPDATE hit_counter SET current_count = ? WHERE position = ?");
+        KeptStatement update(database,
+                             "UPDATE hit_counter SET current_count = ? WHERE position = ?");
         for (size_t i = 0; i < counters.size(); ++i) {
             // Of up to 2,048 rows, mostly a few.
             if (counters[i].current_count != saved_[i].current_count)
-                update.Run(counters[i].current_count, static_cast<int64_t>(i));
+                update->Run(counters[i].current_count, static_cast<int64_t>(i));
         }
     });
 }

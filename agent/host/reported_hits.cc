@@ -24,8 +24,10 @@ void ReportedHits::NoteReached(const ModuleTable &table)
 {
     // Each conversion anew: lines are converted for other reasons, too, and then no report follows.
     reached_.clear();
-    const int size = table.Size();
-    for (int i = 0; i < size; ++i) {
+    if (table.entries == nullptr || table.count == nullptr)
+        return;
+    // The table is walked once, not a second time for its size: this is done for each report.
+    for (int i = 0; i < *table.count && table.entries[i] != nullptr; ++i) {
         const VKVMon &entry = *table.entries[i];
         // Entries of 0 or less never report, whatever their counter says.
         if (entry.ReportCount > 0 && entry.CurrentCount >= entry.ReportCount)

@@ -261,18 +261,22 @@ int TraceLog(int level, const char *unit, const char *function, int line, const 
     // None is open, or it was closed since the first look.
     if (!logger)
         return 0;
-    // On the stack: a record allocates nothing before it is known to be wanted.
-    char text[kTextSize];
-    va_list arguments;
-    va_start(arguments, format);
-    vsnprintf(text, sizeof text, format, arguments); // NOLINT(clang-analyzer-valist.Uninitialized)
-    va_end(arguments);
-    MakeOneLine(text);
     try {
-        // Also when its record is held back below.
+        // A record that is held back is not made, unless the monitor may end with it.
+        const bool is_written = is_wanted && MayWrite(level, unit, function, line);
+        if (!is_written && !SaysWhyItEnded(level))
+            return 0;
+        // On the stack: a record allocates nothing before it is known to be wanted.
+        char text[kTextSize];
+        va_list arguments;
+        va_start(arguments, format);
+        vsnprintf(text, sizeof text, format, // NOLINT(clang-analyzer-valist.Uninitialized)
+                  arguments);
+        va_end(arguments);
+        MakeOneLine(text);
         if (SaysWhyItEnded(level))
             last_error = text;
-        if (!is_wanted || !MayWrite(level, unit, function, line))
+        if (!is_written)
             return 0;
         Write(level, unit, function, line, text);
     } catch (const std::exception &) {

@@ -19,17 +19,17 @@ void WriteDeliveries(host::Store &store, int64_t sink, const Deliveries &rows)
 {
     store.Write([&](host::Database &database) {
         // All anew: a peer that was taken out of the options goes with its row.
-        host::Statement(database, "DELETE FROM delivery WHERE sink = ?").Run(sink);
-        host::Statement insert(database,
-                               "INSERT INTO delivery (sink, peer, last_id, delivered, dropped,"
-                               " delivered_ms, last_error, error_ms)"
-                               // From reg_key: a sink that is gone gives no row to insert. A plain
-                               // insert would break its foreign key, and with it the transaction in
-                               // which the other sinks are written.
-                               " SELECT id, ?, ?, ?, ?, ?, ?, ? FROM reg_key WHERE id = ?");
+        host::KeptStatement(database, "DELETE FROM delivery WHERE sink = ?")->Run(sink);
+        host::KeptStatement insert(
+            database, "INSERT INTO delivery (sink, peer, last_id, delivered, dropped,"
+                      " delivered_ms, last_error, error_ms)"
+                      // From reg_key: a sink that is gone gives no row to insert. A plain
+                      // insert would break its foreign key, and with it the transaction in
+                      // which the other sinks are written.
+                      " SELECT id, ?, ?, ?, ?, ?, ?, ? FROM reg_key WHERE id = ?");
         for (const auto &[peer, row] : rows)
-            insert.Run(peer, row.last_id, row.delivered, row.dropped, row.delivered_ms,
-                       row.last_error, row.error_ms, sink);
+            insert->Run(peer, row.last_id, row.delivered, row.dropped, row.delivered_ms,
+                        row.last_error, row.error_ms, sink);
     });
 }
 

@@ -38,6 +38,51 @@ class StoreTest : public test::RootTest {
     }
 };
 
+// ---- statements ----
+
+TEST_F(StoreTest, AlertsAreStoredWithoutCompilingAStatementForEach)
+{
+    Store store(Path());
+    store.StartPasses();
+    alerts::Alert alert;
+    alert.source = "SOURCE";
+    alert.message = "a line";
+    alerts::AddAlert(store, alert);
+    alerts::FoldInto(store, alerts::AddFurtherAlert(store, alert), alert);
+    const int64_t before = store.database().CompiledStatements();
+    for (int i = 0; i < 100; ++i) {
+        const int64_t id = alerts::AddFurtherAlert(store, alert);
+        alerts::FoldInto(store, id, alert);
+    }
+    store.CommitPass();
+    alerts::AddAlert(store, alert);
+    store.CommitPass();
+    EXPECT_EQ(before, store.database().CompiledStatements());
+}
+
+TEST_F(StoreTest, AStatementThatIsKeptIsLentToOneAtATimeAndLeavesNothingBehind)
+{
+    Store store(Path());
+    Database &database = store.database();
+    constexpr char kSql[] = "SELECT id FROM reg_key WHERE id >= ?";
+    {
+        host::KeptStatement outer(database, kSql);
+        outer->Start(0);
+        ASSERT_TRUE(outer->Next());
+        host::KeptStatement inner(database, kSql);
+        inner->Start(1000000);
+        EXPECT_FALSE(inner->Next());
+        EXPECT_EQ(0, outer->Integer(0)) << "it is another statement, with another row";
+    }
+    // A row that was not read to its end would keep the journal from being emptied.
+    database.EmptyJournal(0);
+    const int64_t before = database.CompiledStatements();
+    host::KeptStatement again(database, kSql);
+    again->Start(0);
+    EXPECT_TRUE(again->Next());
+    EXPECT_EQ(before, database.CompiledStatements());
+}
+
 // ---- each write for itself ----
 
 TEST_F(StoreTest, AWriteOutsideAPassIsStoredAtOnce)
