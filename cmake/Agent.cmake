@@ -35,6 +35,10 @@ endfunction()
 
 add_agent_folder(text base64.cc printable.cc say.cc suggestion.cc text_file.cc times.cc utf8.cc)
 
+add_agent_folder(commandline parser.cc)
+target_link_libraries(agent_commandline PRIVATE agent_text CLI11::CLI11)
+target_compile_options(agent_commandline PRIVATE ${QUICK_BUILD})
+
 add_agent_folder(events event_checks.cc events.cc expressions.cc hours.cc)
 
 add_agent_folder(settings settings.cc)
@@ -83,8 +87,8 @@ add_agent_folder(cli alert_commands.cc doctor_agent.cc doctor_commands.cc doctor
     scan_commands.cc setting_commands.cc since.cc sink_commands.cc status_commands.cc tally.cc
     temporary_folder.cc test_commands.cc text_input.cc trace_commands.cc trial.cc trial_input.cc
     undelivered_commands.cc)
-target_link_libraries(agent_cli PUBLIC agent_inputs agent_logs agent_regfile agent_rules agent_settings
-                      agent_sinks agent_status CLI11::CLI11 nlohmann_json::nlohmann_json)
+target_link_libraries(agent_cli PUBLIC agent_commandline agent_inputs agent_logs agent_regfile agent_rules
+                      agent_settings agent_sinks agent_status nlohmann_json::nlohmann_json)
 target_include_directories(agent_cli PRIVATE ${CMAKE_BINARY_DIR}/generated)
 target_compile_options(agent_cli PRIVATE ${QUICK_BUILD})
 target_compile_definitions(agent_cli PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}"
@@ -100,7 +104,7 @@ target_link_libraries(agent_daemon PUBLIC agent_inputs agent_logs agent_settings
                       PRIVATE PkgConfig::SYSTEMD Threads::Threads)
 target_compile_definitions(agent_daemon PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}")
 add_program(syslogmond agent/daemon/main.cc)
-target_link_libraries(syslogmond PRIVATE agent_daemon CLI11::CLI11)
+target_link_libraries(syslogmond PRIVATE agent_daemon agent_commandline)
 
 # Everything that runs, and nothing that tests.
 add_custom_target(agent DEPENDS vkevmon vkmncall vkirtupt syslogmond syslogmon)

@@ -6,7 +6,6 @@
 #include <optional>
 #include <thread>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "agent/alerts/alert_store.h"
@@ -130,26 +129,26 @@ int ShowAlerts(Context &context, const AlertOptions &options)
     }
 }
 
-void SetUpAlerts(CLI::App &app, Context &context, Action &action)
+void SetUpAlerts(Parser &parser, Context &context)
 {
     auto options = std::make_shared<AlertOptions>();
-    app.add_flag("-f,--follow", options->follow,
-                 "Begin with the last ten, and go on with new ones until interrupted");
-    app.add_option("-n,--lines", options->last, "Only so many, the last of them")
-        ->type_name("NUMBER")
-        ->check(CLI::NonNegativeNumber);
-    app.add_option("--source", options->source, "Only of sources like this: 'DISK', 'NET*'")
-        ->type_name("PATTERN");
-    app.add_option("--event", options->event, "Only of events with this ID")->type_name("ID");
-    app.add_option("--host", options->host, "Only of hosts like this: 'web*'")
-        ->type_name("PATTERN");
-    app.add_option("--text", options->text, "Only with this in the line, whatever its case")
-        ->type_name("TEXT");
-    app.add_option("--since", options->since,
-                   "Only from this time on: 10m, 1h30m or 1d ago, 10:00, yesterday, or "
-                   "\"2026-11-21 10:00\"")
-        ->type_name("TIME");
-    app.callback([&, options] { action = [&, options] { return ShowAlerts(context, *options); }; });
+    parser.AddFlag("-f,--follow", options->follow,
+                   "Begin with the last ten, and go on with new ones until interrupted");
+    parser.Add("-n,--lines", options->last, "Only so many, the last of them")
+        .TypeName("NUMBER")
+        .NotNegative();
+    parser.Add("--source", options->source, "Only of sources like this: 'DISK', 'NET*'")
+        .TypeName("PATTERN");
+    parser.Add("--event", options->event, "Only of events with this ID").TypeName("ID");
+    parser.Add("--host", options->host, "Only of hosts like this: 'web*'").TypeName("PATTERN");
+    parser.Add("--text", options->text, "Only with this in the line, whatever its case")
+        .TypeName("TEXT");
+    parser
+        .Add("--since", options->since,
+             "Only from this time on: 10m, 1h30m or 1d ago, 10:00, yesterday, or "
+             "\"2026-11-21 10:00\"")
+        .TypeName("TIME");
+    parser.Runs([&, options] { return ShowAlerts(context, *options); });
 }
 
 } // namespace

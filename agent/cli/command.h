@@ -1,28 +1,25 @@
 // The commands of syslogmon: each is a row with its words, its help line and the function that sets
 // up its options and what it does.
 //
-// A command line goes through three steps: every row sets up its options; the parser understands
-// the words, and the row that they name leaves its action; the action runs. So a mistake in the
+// A command line goes through three steps: every row sets up its options and what it does; the parser
+// understands the words; what the row that they name does is run. So a mistake in the
 // words is found before anything is opened, and what a command does may throw.
 #ifndef AGENT_CLI_COMMAND_H
 #define AGENT_CLI_COMMAND_H
 
-#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "agent/commandline/parser.h"
 #include "agent/host/error.h"
 #include "agent/host/host.h"
 #include "agent/host/layout.h"
 
-// Whoever sets up options includes CLI/CLI.hpp, which is large.
-namespace CLI {
-class App;
-}
-
 namespace cli {
+
+using commandline::Parser;
 
 // Exit statuses.
 // The manual page lists them; scripts tell by them what has happened.
@@ -71,15 +68,12 @@ class Context {
     std::unique_ptr<host::Host> host_;
 };
 
-// Set by a command; run after the command line was understood. Returns the exit status.
-using Action = std::function<int()>;
-
 struct Command {
     const char *words; // "event add"
     const char *help;
     // Called for every row at each start. It must do nothing but describe the options; what they
-    // are read into is owned by the functions that it leaves with the parser.
-    void (*set_up)(CLI::App &app, Context &context, Action &action);
+    // are read into is owned by the function that it leaves with the parser.
+    void (*set_up)(Parser &parser, Context &context);
 };
 
 // The rows of each file.

@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <sstream>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "agent/cli/doctor.h"
@@ -140,10 +139,10 @@ int Diagnose(Context &context)
     return examination.Findings() == 0 ? kExitDone : kExitFailed;
 }
 
-void SetUpDoctor(CLI::App &app, Context &context, Action &action)
+void SetUpDoctor(Parser &parser, Context &context)
 {
-    app.footer("Ends with 0 when all is well, and with 1 when something was found.");
-    app.callback([&] { action = [&] { return Diagnose(context); }; });
+    parser.Footer("Ends with 0 when all is well, and with 1 when something was found.");
+    parser.Runs([&] { return Diagnose(context); });
 }
 
 } // namespace

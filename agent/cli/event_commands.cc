@@ -7,7 +7,6 @@
 #include <map>
 #include <optional>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "agent/cli/command.h"
@@ -29,53 +28,40 @@ using events::EventRegistry;
 using events::StoredEvent;
 using nlohmann::json;
 
-// A value that may be given. (An optional would take an empty word for none.)
-template <typename Value>
-// A value that may be given. (An optional would take an empty word for none.) The parser owns the
-// option, and lives as long as the action.
-struct Given {
-    Value value{};
-    CLI::Option *option = nullptr;
-
-    explicit operator bool() const { return option != nullptr && option->count() > 0; }
-};
-
 // The values of an event as they are typed. What is not given stays as it is, or gets its default.
 // One of each for every command: it is filled when the words are read, and kept for the action.
 struct EventOptions {
     std::string source;
     std::string id;
-    Given<std::vector<std::string>> keywords;
-    Given<std::string> hours;
-    Given<int64_t> report_count;
+    std::vector<std::string> keywords; // empty: not given; one that is to be empty is an empty word
+    std::optional<std::string> hours;
+    std::optional<int64_t> report_count;
     bool force = false;
 };
 
-void AddKeyOptions(CLI::App &app, EventOptions &options)
+void AddKeyOptions(Parser &parser, EventOptions &options)
 {
-    app.add_option("source", options.source, "Name of the event's source")->required();
-    app.add_option("id", options.id, "Event ID, one to eight hexadecimal digits")->required();
+    parser.Add("source", options.source, "Name of the event's source").Required();
+    parser.Add("id", options.id, "Event ID, one to eight hexadecimal digits").Required();
 }
 
-void AddValueOptions(CLI::App &app, EventOptions &options)
+void AddValueOptions(Parser &parser, EventOptions &options)
 {
-    options.keywords.option =
-        app.add_option("-k,--keyword", options.keywords.value,
-                       "Text that a line must contain; give it up to three times")
-            ->type_name("TEXT")
-            // One word each time: the words behind it are the source and the ID.
-            ->expected(1)
-            ->take_all();
-    options.report_count.option =
-        app.add_option("-n,--report-count", options.report_count.value, "Hits that make one report")
-            ->type_name("N")
-            // The parser itself takes an empty word for 0.
-            ->check([](const std::string &word) { return word.empty() ? "it has no number" : ""; });
-    options.hours.option =
-        app.add_option("--hours", options.hours.value,
-                       "Hours of the day in which it counts: all, none, 8-18, 22-6,12")
-            ->type_name("HOURS");
-    app.add_flag("--force", options.force, kForceHelp);
+    parser
+        .Add("-k,--keyword", options.keywords,
+             "Text that a line must contain; give it up to three times")
+        .TypeName("TEXT")
+        // One word each time: the words behind it are the source and the ID.
+        .OneWordEach();
+    parser.Add("-n,--report-count", options.report_count, "Hits that make one report")
+        .TypeName("N")
+        // The parser itself takes an empty word for 0.
+        .Check([](const std::string &word) { return word.empty() ? "it has no number" : ""; });
+    parser
+        .Add("--hours", options.hours,
+             "Hours of the day in which it counts: all, none, 8-18, 22-6,12")
+        .TypeName("HOURS");
+    parser.AddFlag("--force", options.force, kForceHelp);
 }
 
 EventKey KeyOf(const EventOptions &options)
@@ -94,8 +80,8 @@ std::string Quoted(const EventKey &key)
 // is not written.
 void ApplyOptions(const EventOptions &options, EventRecord *event)
 {
-    if (options.keywords) {
-        const auto &keywords = options.keywords.value;
+    const auto &keywords = options.keywords;
+    if (!keywords.empty()) {
         if (keywords.size() > event->keywords.size())
             throw host::Error("cannot use event " + Quoted(event->key),
                               "it has more than three keywords", "give at most three");
@@ -104,10 +90,10 @@ void ApplyOptions(const EventOptions &options, EventRecord *event)
         std::copy(keywords.begin(), keywords.end(), event->keywords.begin());
     }
     if (options.hours)
-        event->hours = events::ParseHours(options.hours.value);
+        event->hours = events::ParseHours(*options.hours);
     // Read as 64 bits, so that a number that is too large is refused and not cut.
     if (options.report_count) {
-        const int64_t count = options.report_count.value;
+        const int64_t count = *options.report_count;
         if (count < 1 || count > INT32_MAX)
             throw host::Error("cannot use the report count " + std::to_string(count) +
                                   " of event " + Quoted(event->key),
@@ -119,7 +105,8 @@ void ApplyOptions(const EventOptions &options, EventRecord *event)
 // Only keywords that are typed now: an event with an old one can still be changed.
 void CheckExpressions(const Context &context, const EventOptions &options, const EventRecord &event)
 {
-    if (!options.keywords || options.force || !settings::IsFaultTolerant(context.Host().registry()))
+    if (options.keywords.empty() || options.force ||
+        !settings::IsFaultTolerant(context.Host().registry()))
         return;
     for (const std::string &keyword : event.keywords) {
         if (const auto fault = events::FaultOfExpression(keyword))
@@ -319,25 +306,25 @@ int ShowEvent(Context &context, const EventOptions &options)
 using Function = int (*)(Context &, const EventOptions &);
 
 template <Function Run>
-void SetUpKey(CLI::App &app, Context &context, Action &action)
+void SetUpKey(Parser &parser, Context &context)
 {
     auto options = std::make_shared<EventOptions>();
-    AddKeyOptions(app, *options);
-    app.callback([&, options] { action = [&, options] { return Run(context, *options); }; });
+    AddKeyOptions(parser, *options);
+    parser.Runs([&, options] { return Run(context, *options); });
 }
 
 template <Function Run>
-void SetUpValues(CLI::App &app, Context &context, Action &action)
+void SetUpValues(Parser &parser, Context &context)
 {
     auto options = std::make_shared<EventOptions>();
-    AddKeyOptions(app, *options);
-    AddValueOptions(app, *options);
-    app.callback([&, options] { action = [&, options] { return Run(context, *options); }; });
+    AddKeyOptions(parser, *options);
+    AddValueOptions(parser, *options);
+    parser.Runs([&, options] { return Run(context, *options); });
 }
 
-void SetUpList(CLI::App &app, Context &context, Action &action)
+void SetUpList(Parser &parser, Context &context)
 {
-    app.callback([&] { action = [&] { return ListEvents(context); }; });
+    parser.Runs([&] { return ListEvents(context); });
 }
 
 } // namespace

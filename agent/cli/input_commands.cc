@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <cstdio>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "agent/cli/command.h"
@@ -181,12 +180,10 @@ int TestInput(Context &context, const InputOptions &options)
 using Function = int (*)(Context &, const InputOptions &);
 
 template <Function function>
-InputOptions &SetUp(CLI::App &app, Context &context, Action &action)
+InputOptions &SetUp(Parser &parser, Context &context)
 {
     auto options = std::make_shared<InputOptions>();
-    app.callback([&context, &action, options] {
-        action = [&context, options] { return function(context, *options); };
-    });
+    parser.Runs([&context, options] { return function(context, *options); });
     return *options;
 }
 
@@ -199,36 +196,36 @@ std::string OptionsHelp()
     return help;
 }
 
-void SetUpAdd(CLI::App &app, Context &context, Action &action)
+void SetUpAdd(Parser &parser, Context &context)
 {
-    InputOptions &options = SetUp<AddInput>(app, context, action);
-    app.add_option("kind", options.kind, "What it is: files or journal")->required();
-    app.add_option("name", options.name, "Its name")->required();
-    app.add_option("options", options.options, "NAME=VALUE, see below")->type_name("OPTION ...");
-    app.footer(OptionsHelp());
+    InputOptions &options = SetUp<AddInput>(parser, context);
+    parser.Add("kind", options.kind, "What it is: files or journal").Required();
+    parser.Add("name", options.name, "Its name").Required();
+    parser.Add("options", options.options, "NAME=VALUE, see below").TypeName("OPTION ...");
+    parser.Footer(OptionsHelp);
 }
 
-void SetUpSet(CLI::App &app, Context &context, Action &action)
+void SetUpSet(Parser &parser, Context &context)
 {
-    InputOptions &options = SetUp<ChangeInput>(app, context, action);
-    app.add_option("name", options.name, "Its name")->required();
-    app.add_option("options", options.options, "NAME=VALUE, see below")->type_name("OPTION ...");
-    app.add_option("--unset", options.unset, "Take this option away: its standard value holds")
-        ->allow_extra_args(false) // one each time: what follows are options of the input
-        ->type_name("NAME");
-    app.footer(OptionsHelp());
+    InputOptions &options = SetUp<ChangeInput>(parser, context);
+    parser.Add("name", options.name, "Its name").Required();
+    parser.Add("options", options.options, "NAME=VALUE, see below").TypeName("OPTION ...");
+    parser.Add("--unset", options.unset, "Take this option away: its standard value holds")
+        .OneWordEach() // what follows are options of the input
+        .TypeName("NAME");
+    parser.Footer(OptionsHelp);
 }
 
 template <Function function>
-void SetUpNamed(CLI::App &app, Context &context, Action &action)
+void SetUpNamed(Parser &parser, Context &context)
 {
-    InputOptions &options = SetUp<function>(app, context, action);
-    app.add_option("name", options.name, "Its name")->required();
+    InputOptions &options = SetUp<function>(parser, context);
+    parser.Add("name", options.name, "Its name").Required();
 }
 
-void SetUpList(CLI::App &app, Context &context, Action &action)
+void SetUpList(Parser &parser, Context &context)
 {
-    SetUp<ListInputs>(app, context, action);
+    SetUp<ListInputs>(parser, context);
 }
 
 } // namespace

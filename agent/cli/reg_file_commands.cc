@@ -4,7 +4,6 @@
 // whoever is concerned is woken, as by the commands for one setting or event.
 #include <cstdio>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "agent/cli/command.h"
@@ -188,22 +187,22 @@ int Import(Context &context, const std::string &file)
 
 // ---- set-up ----
 
-void SetUpExport(CLI::App &app, Context &context, Action &action)
+void SetUpExport(Parser &parser, Context &context)
 {
     auto options = std::make_shared<ExportOptions>();
     options->key = regfile::kRegRootName;
-    app.add_option("key", options->key, "Path of the key, with backslashes; the root without it");
-    app.add_flag("--utf16", options->utf16, "Write UTF-16 with line ends of Windows, not UTF-8");
-    app.callback([&, options] { action = [&, options] { return Export(context, *options); }; });
+    parser.Add("key", options->key, "Path of the key, with backslashes; the root without it");
+    parser.AddFlag("--utf16", options->utf16, "Write UTF-16 with line ends of Windows, not UTF-8");
+    parser.Runs([&, options] { return Export(context, *options); });
 }
 
-void SetUpImport(CLI::App &app, Context &context, Action &action)
+void SetUpImport(Parser &parser, Context &context)
 {
     auto file = std::make_shared<std::string>();
-    app.add_option("file", *file, "Registry file (.reg); - for standard input")
-        ->type_name("FILE")
-        ->required();
-    app.callback([&, file] { action = [&, file] { return Import(context, *file); }; });
+    parser.Add("file", *file, "Registry file (.reg); - for standard input")
+        .TypeName("FILE")
+        .Required();
+    parser.Runs([&, file] { return Import(context, *file); });
 }
 
 } // namespace

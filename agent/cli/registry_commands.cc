@@ -5,7 +5,6 @@
 #include <cstring>
 #include <optional>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "agent/cli/command.h"
@@ -30,8 +29,12 @@ struct RegOptions {
     std::string name;
     std::string type = "sz";
     std::string data;
-    bool has_name = false;
     bool recursive = false;
+};
+
+struct DeleteOptions {
+    std::string key;
+    std::optional<std::string> name; // the empty one is that of the value without a name
     bool yes = false;
 };
 
@@ -260,25 +263,25 @@ bool NeedsYes(const std::string &path)
            regfile::IsWithin(kApplicationKey, path) || regfile::IsWithin(host::kAgentKey, path);
 }
 
-int Delete(Context &context, const RegOptions &options)
+int Delete(Context &context, const DeleteOptions &options)
 {
     context.Open();
     // The key is looked for and deleted in one transaction: nobody can make another one of that
     // name in between.
     host::Transaction transaction(context.Host().store());
     const KeyId key = FindOrFail(context, options.key);
-    if (key == host::kRootKey && !options.has_name)
+    if (key == host::kRootKey && !options.name)
         throw host::Error("cannot delete " + std::string(regfile::kRegRootName), "it is the root",
                           "name a key below it");
-    if (!options.has_name && !options.yes && NeedsYes(regfile::TypedPath(options.key)))
+    if (!options.name && !options.yes && NeedsYes(regfile::TypedPath(options.key)))
         throw host::Error("cannot delete " + options.key + " without being sure",
                           "all below it would go with it: of the monitor, these are its events, "
                           "settings or sinks",
                           "keep a copy with syslogmon reg export, and add --yes");
-    if (!options.has_name) {
+    if (!options.name) {
         context.Host().registry().DeleteKey(key);
-    } else if (!context.Host().registry().DeleteValue(key, options.name)) {
-        throw host::Error("cannot delete the registry value " + options.name,
+    } else if (!context.Host().registry().DeleteValue(key, *options.name)) {
+        throw host::Error("cannot delete the registry value " + *options.name,
                           "the key " + options.key + " has none of that name",
                           "see syslogmon reg list");
     }
@@ -291,56 +294,49 @@ int Delete(Context &context, const RegOptions &options)
 using Function = int (*)(Context &, const RegOptions &);
 
 template <Function Run>
-void SetAction(CLI::App &app, Context &context, Action &action,
-               const std::shared_ptr<RegOptions> &options)
+void SetAction(Parser &parser, Context &context, const std::shared_ptr<RegOptions> &options)
 {
-    app.callback([&, options] { action = [&, options] { return Run(context, *options); }; });
+    parser.Runs([&, options] { return Run(context, *options); });
 }
 
 constexpr char kKeyHelp[] = "Path of the key, with backslashes";
 
-void SetUpGet(CLI::App &app, Context &context, Action &action)
+void SetUpGet(Parser &parser, Context &context)
 {
     auto options = std::make_shared<RegOptions>();
-    app.add_option("key", options->key, kKeyHelp)->required();
-    app.add_option("name", options->name, "Name of the value")->required();
-    SetAction<GetValue>(app, context, action, options);
+    parser.Add("key", options->key, kKeyHelp).Required();
+    parser.Add("name", options->name, "Name of the value").Required();
+    SetAction<GetValue>(parser, context, options);
 }
 
-void SetUpSet(CLI::App &app, Context &context, Action &action)
+void SetUpSet(Parser &parser, Context &context)
 {
     auto options = std::make_shared<RegOptions>();
-    app.add_option("key", options->key, kKeyHelp)->required();
-    app.add_option("name", options->name, "Name of the value")->required();
-    app.add_option("data", options->data, "Text, number, or pairs of hexadecimal digits")
-        ->required();
-    app.add_option("--type", options->type, "Type of the value")
-        ->capture_default_str()
-        ->check(CLI::IsMember({"sz", "dword", "binary"}));
-    SetAction<SetValue>(app, context, action, options);
+    parser.Add("key", options->key, kKeyHelp).Required();
+    parser.Add("name", options->name, "Name of the value").Required();
+    parser.Add("data", options->data, "Text, number, or pairs of hexadecimal digits").Required();
+    parser.Add("--type", options->type, "Type of the value")
+        .ShowDefault()
+        .OneOf({"sz", "dword", "binary"});
+    SetAction<SetValue>(parser, context, options);
 }
 
-void SetUpDelete(CLI::App &app, Context &context, Action &action)
+void SetUpDelete(Parser &parser, Context &context)
 {
-    auto options = std::make_shared<RegOptions>();
-    app.add_option("key", options->key, kKeyHelp)->required();
-    auto *name = app.add_option("name", options->name,
-                                "Name of the value; without it, the key and all below it");
-    app.add_flag("--yes", options->yes,
-                 "Delete even a key of the root, or one with the monitor's events or settings");
-    app.callback([&, options, name] {
-        // An empty name is one, too: that of the value without a name.
-        options->has_name = name->count() > 0;
-        action = [&, options] { return Delete(context, *options); };
-    });
+    auto options = std::make_shared<DeleteOptions>();
+    parser.Add("key", options->key, kKeyHelp).Required();
+    parser.Add("name", options->name, "Name of the value; without it, the key and all below it");
+    parser.AddFlag("--yes", options->yes,
+                   "Delete even a key of the root, or one with the monitor's events or settings");
+    parser.Runs([&, options] { return Delete(context, *options); });
 }
 
-void SetUpList(CLI::App &app, Context &context, Action &action)
+void SetUpList(Parser &parser, Context &context)
 {
     auto options = std::make_shared<RegOptions>();
-    app.add_option("key", options->key, "Path of the key, with backslashes; the root without it");
-    app.add_flag("-r,--recursive", options->recursive, "With all keys below it");
-    SetAction<ListKeys>(app, context, action, options);
+    parser.Add("key", options->key, "Path of the key, with backslashes; the root without it");
+    parser.AddFlag("-r,--recursive", options->recursive, "With all keys below it");
+    SetAction<ListKeys>(parser, context, options);
 }
 
 } // namespace

@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "agent/cli/command.h"
@@ -266,21 +265,21 @@ int Export(Context &context)
 
 // ---- set-up ----
 
-void SetUpApply(CLI::App &app, Context &context, Action &action)
+void SetUpApply(Parser &parser, Context &context)
 {
     auto options = std::make_shared<ApplyOptions>();
-    app.add_option("file", options->file, "Rules file (YAML); - for standard input")
-        ->type_name("FILE")
-        ->required();
-    app.add_flag("--dry-run", options->dry_run, "Show what would change, and change nothing");
-    app.add_flag("--prune", options->prune, "Remove the events that are not in the file");
-    app.add_flag("--force", options->force, kForceHelp);
-    app.callback([&, options] { action = [&, options] { return Apply(context, *options); }; });
+    parser.Add("file", options->file, "Rules file (YAML); - for standard input")
+        .TypeName("FILE")
+        .Required();
+    parser.AddFlag("--dry-run", options->dry_run, "Show what would change, and change nothing");
+    parser.AddFlag("--prune", options->prune, "Remove the events that are not in the file");
+    parser.AddFlag("--force", options->force, kForceHelp);
+    parser.Runs([&, options] { return Apply(context, *options); });
 }
 
-void SetUpExport(CLI::App &app, Context &context, Action &action)
+void SetUpExport(Parser &parser, Context &context)
 {
-    app.callback([&] { action = [&] { return Export(context); }; });
+    parser.Runs([&] { return Export(context); });
 }
 
 } // namespace

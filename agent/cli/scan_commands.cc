@@ -3,11 +3,11 @@
 // With --wait it promises more than a pass: that all lines that were whole at the call have been
 // checked. So it marks the files, waits for a full pass that began later, and then asks what is
 // left of the marks.
+#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <thread>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "agent/cli/command.h"
@@ -110,22 +110,24 @@ int Scan(Context &context, const ScanOptions &options)
     return kExitDone;
 }
 
-void SetUpScan(CLI::App &app, Context &context, Action &action)
+void SetUpScan(Parser &parser, Context &context)
 {
     auto options = std::make_shared<ScanOptions>();
-    app.add_flag("--wait", options->wait,
-                 "Return when everything that was written before the call has been checked; "
-                 "fail when some of it cannot be");
-    app.add_option("--timeout", options->timeout, "Seconds to wait at most")
-        ->capture_default_str()
-        ->type_name("SECONDS")
-        ->check([](const std::string &word) {
+    parser.AddFlag("--wait", options->wait,
+                   "Return when everything that was written before the call has been checked; "
+                   "fail when some of it cannot be");
+    parser.Add("--timeout", options->timeout, "Seconds to wait at most")
+        .ShowDefault()
+        .TypeName("SECONDS")
+        .Check([](const std::string &word) {
             double seconds = 0;
             // Also no "nan", which is above nothing.
-            const bool is_good = CLI::detail::lexical_cast(word, seconds) && seconds > 0;
+            const char *const end = word.data() + word.size();
+            const auto read = std::from_chars(word.data(), end, seconds);
+            const bool is_good = read.ec == std::errc() && read.ptr == end && seconds > 0;
             return is_good ? std::string() : word + " is no number of seconds above 0";
         });
-    app.callback([&, options] { action = [&, options] { return Scan(context, *options); }; });
+    parser.Runs([&, options] { return Scan(context, *options); });
 }
 
 } // namespace

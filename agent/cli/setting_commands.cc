@@ -1,6 +1,5 @@
 // get, set: the settings by their names. What they are, and what is accepted, is in the rows of
 // agent/settings.
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "agent/cli/command.h"
@@ -66,20 +65,19 @@ std::string SettingNames()
     return names;
 }
 
-void SetUpGet(CLI::App &app, Context &context, Action &action)
+void SetUpGet(Parser &parser, Context &context)
 {
     auto options = std::make_shared<SettingOptions>();
-    app.add_option("setting", options->name, "One of " + SettingNames() + "; all without it");
-    app.callback(
-        [&, options] { action = [&, options] { return GetSettings(context, *options); }; });
+    parser.Add("setting", options->name, "One of " + SettingNames() + "; all without it");
+    parser.Runs([&, options] { return GetSettings(context, *options); });
 }
 
-void SetUpSet(CLI::App &app, Context &context, Action &action)
+void SetUpSet(Parser &parser, Context &context)
 {
     auto options = std::make_shared<SettingOptions>();
-    app.add_option("setting", options->name, "One of " + SettingNames())->required();
-    app.add_option("value", options->value, "Its new value, or default")->required();
-    app.callback([&, options] { action = [&, options] { return SetSetting(context, *options); }; });
+    parser.Add("setting", options->name, "One of " + SettingNames()).Required();
+    parser.Add("value", options->value, "Its new value, or default").Required();
+    parser.Runs([&, options] { return SetSetting(context, *options); });
 }
 
 } // namespace

@@ -10,7 +10,6 @@
 #include <set>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "agent/alerts/alert_store.h"
@@ -68,8 +67,7 @@ struct SinkOptions {
     std::vector<std::string> options; // "name=value"
     std::vector<std::string> unset;   // "name"
     std::string limit;
-    std::string megabytes;
-    bool shows_megabytes = false;
+    std::optional<std::string> megabytes; // empty: it is shown
 };
 
 // Puts them over those that the sink has. Throws host::Error for a word without =, and for a name
@@ -432,15 +430,16 @@ int TestSink(Context &context, const SinkOptions &options)
 int Limit(Context &context, const SinkOptions &options)
 {
     // A word makes it a change; the limits are shown otherwise, and no store is made for that.
-    const bool is_set = !options.limit.empty() || !options.megabytes.empty();
+    const bool sets_megabytes = options.megabytes && !options.megabytes->empty();
+    const bool is_set = !options.limit.empty() || sets_megabytes;
     if (is_set)
         context.Open();
     else
         context.OpenToRead();
     if (!options.limit.empty())
         Sinks(context).SetAlertLimit(options.limit);
-    if (!options.megabytes.empty())
-        Sinks(context).SetAlertMegabytes(options.megabytes);
+    if (sets_megabytes)
+        Sinks(context).SetAlertMegabytes(*options.megabytes);
     if (is_set) {
         TellDaemonOfSinks(context);
         return kExitDone;
@@ -449,8 +448,8 @@ int Limit(Context &context, const SinkOptions &options)
         PrintJson({{"limit", Sinks(context).AlertLimit()},
                    {"megabytes", Sinks(context).AlertMegabytes()}});
     else
-        printf("%u\n", options.shows_megabytes ? Sinks(context).AlertMegabytes()
-                                               : Sinks(context).AlertLimit());
+        printf("%u\n",
+               options.megabytes ? Sinks(context).AlertMegabytes() : Sinks(context).AlertLimit());
     return kExitDone;
 }
 
@@ -479,76 +478,71 @@ std::string KindsHelp()
 using Function = int (*)(Context &, const SinkOptions &);
 
 template <Function function>
-void SetUp(CLI::App &app, Context &context, Action &action,
-           const std::function<void(SinkOptions &)> &add_options)
+void SetUp(Parser &parser, Context &context, const std::function<void(SinkOptions &)> &add_options)
 {
     auto options = std::make_shared<SinkOptions>();
     add_options(*options);
-    app.callback([&, options] { action = [&, options] { return function(context, *options); }; });
+    parser.Runs([&, options] { return function(context, *options); });
 }
 
-void AddName(CLI::App &app, SinkOptions &options)
+void AddName(Parser &parser, SinkOptions &options)
 {
-    app.add_option("name", options.name, "The sink's name")->required();
+    parser.Add("name", options.name, "The sink's name").Required();
 }
 
-void AddWords(CLI::App &app, SinkOptions &options)
+void AddWords(Parser &parser, SinkOptions &options)
 {
-    app.add_option("options", options.options, "NAME=VALUE, see below")->type_name("OPTION ...");
+    parser.Add("options", options.options, "NAME=VALUE, see below").TypeName("OPTION ...");
     // A function: it is written when help is asked for, not at each start.
-    app.footer(KindsHelp);
+    parser.Footer(KindsHelp);
 }
 
-void AddUnset(CLI::App &app, SinkOptions &options)
+void AddUnset(Parser &parser, SinkOptions &options)
 {
-    app.add_option("--unset", options.unset, "Take this option away: its standard value holds")
-        ->allow_extra_args(false) // one each time: what follows are options of the sink
-        ->type_name("NAME");
+    parser.Add("--unset", options.unset, "Take this option away: its standard value holds")
+        .OneWordEach() // what follows are options of the sink
+        .TypeName("NAME");
 }
 
-void SetUpAdd(CLI::App &app, Context &context, Action &action)
+void SetUpAdd(Parser &parser, Context &context)
 {
-    SetUp<AddSink>(app, context, action, [&](SinkOptions &options) {
-        app.add_option("kind", options.kind, "What it is; see below")->required();
-        AddName(app, options);
-        AddWords(app, options);
+    SetUp<AddSink>(parser, context, [&](SinkOptions &options) {
+        parser.Add("kind", options.kind, "What it is; see below").Required();
+        AddName(parser, options);
+        AddWords(parser, options);
     });
 }
 
-void SetUpSet(CLI::App &app, Context &context, Action &action)
+void SetUpSet(Parser &parser, Context &context)
 {
-    SetUp<ChangeSink>(app, context, action, [&](SinkOptions &options) {
-        AddName(app, options);
-        AddWords(app, options);
-        AddUnset(app, options);
+    SetUp<ChangeSink>(parser, context, [&](SinkOptions &options) {
+        AddName(parser, options);
+        AddWords(parser, options);
+        AddUnset(parser, options);
     });
 }
 
 template <Function function>
-void SetUpNamed(CLI::App &app, Context &context, Action &action)
+void SetUpNamed(Parser &parser, Context &context)
 {
-    SetUp<function>(app, context, action, [&](SinkOptions &options) { AddName(app, options); });
+    SetUp<function>(parser, context, [&](SinkOptions &options) { AddName(parser, options); });
 }
 
-void SetUpList(CLI::App &app, Context &context, Action &action)
+void SetUpList(Parser &parser, Context &context)
 {
-    SetUp<ListSinks>(app, context, action, [](SinkOptions &) {});
+    SetUp<ListSinks>(parser, context, [](SinkOptions &) {});
 }
 
-void SetUpLimit(CLI::App &app, Context &context, Action &action)
+void SetUpLimit(Parser &parser, Context &context)
 {
-    SetUp<Limit>(app, context, action, [&](SinkOptions &options) {
-        app.add_option("number", options.limit, "The new limit; without it, show the one in force");
-        app.add_option_function<std::vector<std::string>>(
-               "--megabytes",
-               [&options](const std::vector<std::string> &words) {
-                   options.shows_megabytes = true;
-                   options.megabytes = words.empty() ? "" : words.front();
-               },
-               "The same for how many megabytes of alerts are kept")
-            ->type_name("N")
+    SetUp<Limit>(parser, context, [&](SinkOptions &options) {
+        parser.Add("number", options.limit, "The new limit; without it, show the one in force");
+        parser
+            .Add("--megabytes", options.megabytes,
+                 "The same for how many megabytes of alerts are kept")
+            .TypeName("N")
             // With a number it is set, without one it is shown.
-            ->expected(0, 1);
+            .MayLackItsValue();
     });
 }
 

@@ -24,9 +24,9 @@ std::vector<std::string> SinkWarnings(host::Host &host, const sinks::SinkConfig 
 
 // ---- sink undelivered, retry, drop: undelivered_commands.cc ----
 
-void SetUpUndelivered(CLI::App &app, Context &context, Action &action);
-void SetUpRetry(CLI::App &app, Context &context, Action &action);
-void SetUpDrop(CLI::App &app, Context &context, Action &action);
+void SetUpUndelivered(Parser &parser, Context &context);
+void SetUpRetry(Parser &parser, Context &context);
+void SetUpDrop(Parser &parser, Context &context);
 
 } // namespace cli
 

@@ -4,7 +4,6 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "agent/cli/command.h"
@@ -326,9 +325,9 @@ int ShowStatus(Context &context)
     return daemon.running && daemon.stands.empty() ? kExitDone : kExitNotRunning;
 }
 
-void SetUpStatus(CLI::App &app, Context &context, Action &action)
+void SetUpStatus(Parser &parser, Context &context)
 {
-    app.callback([&] { action = [&] { return ShowStatus(context); }; });
+    parser.Runs([&] { return ShowStatus(context); });
 }
 
 } // namespace

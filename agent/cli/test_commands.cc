@@ -9,7 +9,6 @@
 #include <csignal>
 #include <cstdio>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "agent/cli/command.h"
@@ -349,33 +348,35 @@ int Test(Context &context, const TestOptions &options)
     return kExitDone;
 }
 
-void SetUpTest(CLI::App &app, Context &context, Action &action)
+void SetUpTest(Parser &parser, Context &context)
 {
     auto options = std::make_shared<TestOptions>();
-    app.add_option("file", options->files,
-                   "Logs to be read, each from its first line to its last; - reads standard input");
-    app.add_option("--explain", options->explain,
-                   "Say for this one line, and for every event, why it matches or does not")
-        ->type_name("LINE");
-    app.add_option("--rules", options->rules,
-                   "Try the events of this rules file, instead of those of this host, without "
-                   "its store and as any user; - reads standard input")
-        ->type_name("FILE");
-    app.add_flag("--line-hours", options->line_hours,
-                 "Count a line in the hour of its own time stamp. The monitor, and a trial without "
-                 "this, takes the hour in which the line is looked at: now");
-    app.footer("The monitor's own code applies the rules, with all hit counts at 0. Nothing is "
-               "stored, and no daemon is needed.");
-    app.callback([&, options] {
+    parser.Add("file", options->files,
+               "Logs to be read, each from its first line to its last; - reads standard input");
+    parser
+        .Add("--explain", options->explain,
+             "Say for this one line, and for every event, why it matches or does not")
+        .TypeName("LINE");
+    parser
+        .Add("--rules", options->rules,
+             "Try the events of this rules file, instead of those of this host, without "
+             "its store and as any user; - reads standard input")
+        .TypeName("FILE");
+    parser.AddFlag(
+        "--line-hours", options->line_hours,
+        "Count a line in the hour of its own time stamp. The monitor, and a trial without "
+        "this, takes the hour in which the line is looked at: now");
+    parser.Footer("The monitor's own code applies the rules, with all hit counts at 0. Nothing is "
+                  "stored, and no daemon is needed.");
+    const auto run = [&, options] { return Test(context, *options); };
+    parser.Runs(run, [&, options]() -> std::string {
+        context.needs_no_root = !options->rules.empty();
         // Exactly one of both.
         if (options->files.empty() == !options->explain)
-            throw CLI::ValidationError("name logs to be tried, or one line with --explain");
+            return "name logs to be tried, or one line with --explain";
         const auto inputs = std::count(options->files.begin(), options->files.end(), "-") +
                             (options->rules == "-" ? 1 : 0);
-        if (inputs > 1)
-            throw CLI::ValidationError("standard input (-) can be read only once");
-        context.needs_no_root = !options->rules.empty();
-        action = [&, options] { return Test(context, *options); };
+        return inputs > 1 ? "standard input (-) can be read only once" : "";
     });
 }
 

@@ -1,5 +1,4 @@
 // trace level: the same as get and set of the setting trace-level.
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "agent/cli/command.h"
@@ -27,12 +26,12 @@ int Level(Context &context, const std::string &level)
     return kExitDone;
 }
 
-void SetUpLevel(CLI::App &app, Context &context, Action &action)
+void SetUpLevel(Parser &parser, Context &context)
 {
     auto level = std::make_shared<std::string>();
-    app.add_option("level", *level,
-                   "detail, error, system, notable or off; without it, the level is shown");
-    app.callback([&, level] { action = [&, level] { return Level(context, *level); }; });
+    parser.Add("level", *level,
+               "detail, error, system, notable or off; without it, the level is shown");
+    parser.Runs([&, level] { return Level(context, *level); });
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <set>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "agent/alerts/alert_store.h"
@@ -113,40 +112,38 @@ int Drop(Context &context, const UndeliveredOptions &options)
 }
 
 // The options are owned by the action that is made of them.
-std::shared_ptr<UndeliveredOptions> AddName(CLI::App &app)
+std::shared_ptr<UndeliveredOptions> AddName(Parser &parser)
 {
     auto options = std::make_shared<UndeliveredOptions>();
-    app.add_option("name", options->name, "The sink's name")->required();
+    parser.Add("name", options->name, "The sink's name").Required();
     return options;
 }
 
-std::shared_ptr<UndeliveredOptions> AddNameAndIds(CLI::App &app)
+std::shared_ptr<UndeliveredOptions> AddNameAndIds(Parser &parser)
 {
-    auto options = AddName(app);
-    app.add_option("id", options->ids, "Of which alerts; all, when none is given")
-        ->type_name("ID ...");
+    auto options = AddName(parser);
+    parser.Add("id", options->ids, "Of which alerts; all, when none is given").TypeName("ID ...");
     return options;
 }
 
 } // namespace
 
-void SetUpUndelivered(CLI::App &app, Context &context, Action &action)
+void SetUpUndelivered(Parser &parser, Context &context)
 {
-    auto options = AddName(app);
-    app.callback(
-        [&, options] { action = [&, options] { return ListUndelivered(context, *options); }; });
+    auto options = AddName(parser);
+    parser.Runs([&, options] { return ListUndelivered(context, *options); });
 }
 
-void SetUpRetry(CLI::App &app, Context &context, Action &action)
+void SetUpRetry(Parser &parser, Context &context)
 {
-    auto options = AddNameAndIds(app);
-    app.callback([&, options] { action = [&, options] { return Retry(context, *options); }; });
+    auto options = AddNameAndIds(parser);
+    parser.Runs([&, options] { return Retry(context, *options); });
 }
 
-void SetUpDrop(CLI::App &app, Context &context, Action &action)
+void SetUpDrop(Parser &parser, Context &context)
 {
-    auto options = AddNameAndIds(app);
-    app.callback([&, options] { action = [&, options] { return Drop(context, *options); }; });
+    auto options = AddNameAndIds(parser);
+    parser.Runs([&, options] { return Drop(context, *options); });
 }
 
 } // namespace cli

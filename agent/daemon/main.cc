@@ -4,8 +4,7 @@
 #include <new>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
-
+#include "agent/commandline/parser.h"
 #include "agent/daemon/daemon.h"
 #include "agent/host/error.h"
 #include "agent/host/layout.h"
@@ -19,22 +18,20 @@ constexpr int kExitUsage = 2;
 
 int Run(int argc, char **argv)
 {
-    CLI::App app(
+    commandline::CommandLine line(
+        "syslogmond",
         "Watches the system log and reports registered events. Runs in the foreground until it is "
         "stopped with SIGTERM or SIGINT; SIGHUP reads all settings again, SIGUSR1 scans now.",
-        "syslogmond");
+        SYSLOGMON_VERSION);
     std::string root;
     syslogmond::DaemonOptions options;
-    app.add_option("--root", root, "Install root whose libraries and state are used")
-        ->type_name("DIR");
-    app.add_flag("-p,--print-alerts", options.print_alerts,
-                 "Print each alert on standard output as it is stored");
-    app.set_version_flag("--version", SYSLOGMON_VERSION);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? 0 : kExitUsage;
-    }
+    line.Program()
+        .Add("--root", root, "Install root whose libraries and state are used")
+        .TypeName("DIR");
+    line.Program().AddFlag("-p,--print-alerts", options.print_alerts,
+                           "Print each alert on standard output as it is stored");
+    if (!line.Parse(argc, argv))
+        return 0; // --help, --version
     options.layout = root.empty() ? host::Layout::Find() : host::Layout::Below(root);
     options.adds_first_input = root.empty();
     if (!root.empty())
@@ -85,6 +82,9 @@ int main(int argc, char **argv)
     std::set_terminate(EndWithAMessage);
     try {
         return Run(argc, argv);
+    } catch (const commandline::UsageError &error) {
+        text::Say(error.what());
+        return kExitUsage;
     } catch (const std::exception &) {
         SayWhatFailed(std::current_exception());
         return kExitFailed;
