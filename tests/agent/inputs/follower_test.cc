@@ -1,0 +1,493 @@
+// Files through all that rotation does to them. What other programs are known to fail at has the name of the
+// failure.
+#include <algorithm>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "tests/agent/inputs/log_world.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using test::LogLine;
+
+using Messages = std::vector<std::string>;
+
+class FollowerTest : public testing::Test, protected test::LogWorld {
+  protected:
+    // Starts with this log, and nothing of it unread.
+    void StartWith(const std::string &name, const std::string &bytes)
+    {
+        Write(name, bytes);
+        Start();
+        Settle();
+        Take();
+    }
+    Messages Read()
+    {
+        Settle();
+        return Take();
+    }
+    void Restart()
+    {
+        Stop();
+        Start();
+    }
+};
+
+TEST_F(FollowerTest, WhatIsThereAtTheBeginningIsPassedOver)
+{
+    Write("a.log", LogLine("old") + "half");
+    Write("a.log.1", LogLine("older"));
+    Write("b.log.1", LogLine("of no log"));
+    Start();
+    EXPECT_EQ(Messages{}, Read());
+    Append("a.log", " done\n" + LogLine("new"));
+    EXPECT_EQ((Messages{"half done", "new"}), Read());
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
+TEST_F(FollowerTest, FromTheStartItIsReadWhenThatIsWanted)
+{
+    options.from_start = true;
+    Write("a.log", LogLine("new"));
+    Write("a.log.1", LogLine("older"));
+    Start();
+    Messages read = Read();
+    std::sort(read.begin(), read.end());
+    EXPECT_EQ((Messages{"new", "older"}), read);
+}
+
+TEST_F(FollowerTest, ALineCountsWhenItIsWhole)
+{
+    StartWith("a.log", "");
+    const std::string line = LogLine("one");
+    Append("a.log", line.substr(0, 20));
+    EXPECT_EQ(Messages{}, Read());
+    Append("a.log", line.substr(20) + LogLine("two"));
+    EXPECT_EQ((Messages{"one", "two"}), Read());
+}
+
+TEST_F(FollowerTest, ANewFileOfThePatternIsReadFromItsBeginning)
+{
+    StartWith("a.log", LogLine("old"));
+    Append("b.log", LogLine("one"));
+    EXPECT_EQ(Messages{"one"}, Read());
+}
+
+TEST_F(FollowerTest, AnExcludedFileIsNotRead)
+{
+    options.rules.excluded = {"b*"};
+    StartWith("a.log", "");
+    Append("b.log", LogLine("one"));
+    Append("a.log", LogLine("two"));
+    EXPECT_EQ(Messages{"two"}, Read());
+}
+
+TEST_F(FollowerTest, ARenamedFileIsReadToItsEnd)
+{
+    StartWith("a.log", LogLine("old"));
+    Append("a.log", LogLine("1"));
+    Rename("a.log", "a.log.1");
+    Append("a.log", LogLine("3"));
+    Append("a.log.1", LogLine("2")); // the writer has it open still
+    Messages read = Read();
+    EXPECT_EQ((Messages{"1", "2", "3"}), read);
+    Append("a.log.1", LogLine("4"));
+    EXPECT_EQ(Messages{"4"}, Read());
+}
+
+TEST_F(FollowerTest, TwoHundredThousandOfAMillionLinesAfterARenaming)
+{
+    StartWith("a.log", "");
+    std::string lines;
+    Messages expected;
+    for (int i = 0; i < 200000; ++i) {
+        expected.push_back(std::to_string(i));
+        lines += LogLine(expected.back());
+    }
+    Append("a.log", lines);
+    Rename("a.log", "a.log.1");
+    Append("a.log", LogLine("last"));
+    expected.emplace_back("last");
+    EXPECT_EQ(expected, Read());
+}
+
+TEST_F(FollowerTest, ARemovedFileThatIsOpenIsReadToItsEnd)
+{
+    StartWith("a.log", LogLine("old"));
+    std::ofstream writer(Path("a.log"), std::ios::app);
+    writer << LogLine("1") << std::flush;
+    Remove("a.log");
+    Append("a.log", LogLine("3"));
+    EXPECT_EQ((Messages{"1", "3"}), Read());
+    writer << LogLine("2") << std::flush;
+    EXPECT_EQ(Messages{"2"}, Read());
+    Wait(milliseconds(61000));
+    Settle();
+    EXPECT_EQ(1U, follower().OpenFiles()) << "a removed file is not held open for ever";
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
+TEST_F(FollowerTest, RotatedTwiceWhileNobodyLooked)
+{
+    StartWith("a.log", LogLine("old"));
+    Append("a.log", LogLine("1"));
+    Stop();
+    Append("a.log", LogLine("2"));
+    Rename("a.log", "a.log.2");
+    Append("a.log.1", LogLine("3"));
+    Append("a.log", LogLine("4"));
+    Start();
+    Messages read = Read();
+    std::sort(read.begin(), read.end());
+    EXPECT_EQ((Messages{"1", "2", "3", "4"}), read);
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
+TEST_F(FollowerTest, NumbersWithGapsAndDatesAreFound)
+{
+    StartWith("a.log", LogLine("old"));
+    Stop();
+    Append("a.log", LogLine("1"));
+    Rename("a.log", "a.log.7");
+    Append("a.log-20261120", LogLine("2"));
+    Append("a-20261121.log", LogLine("3"));
+    Append("a.log", LogLine("4"));
+    Start();
+    Messages read = Read();
+    std::sort(read.begin(), read.end());
+    EXPECT_EQ((Messages{"1", "2", "3", "4"}), read);
+}
+
+TEST_F(FollowerTest, DatedTwiceInOneDay)
+{
+    StartWith("a.log", LogLine("old"));
+    Append("a.log", LogLine("1"));
+    Rename("a.log", "a.log-20261121");
+    Append("a.log", LogLine("2"));
+    EXPECT_EQ((Messages{"1", "2"}), Read());
+    Rename("a.log-20261121", "a.log-20261121-1");
+    Rename("a.log", "a.log-20261121");
+    Append("a.log", LogLine("3"));
+    EXPECT_EQ(Messages{"3"}, Read());
+    Restart();
+    EXPECT_EQ(Messages{}, Read());
+}
+
+class CompressedTest : public FollowerTest, public testing::WithParamInterface<const char *> {};
+INSTANTIATE_TEST_SUITE_P(Each, CompressedTest, testing::Values("gzip", "xz", "zstd", "bzip2"));
+
+TEST_P(CompressedTest, AtOnceWhileNobodyLooked)
+{
+    StartWith("a.log", LogLine("old"));
+    Stop();
+    Append("a.log", LogLine("1"));
+    Pack("a.log", "a.log.1.gz", GetParam());
+    Remove("a.log");
+    Append("a.log", LogLine("2"));
+    Start();
+    EXPECT_EQ((Messages{"1", "2"}), Read());
+    Wait(milliseconds(20000));
+    Restart();
+    EXPECT_EQ(Messages{}, Read());
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
+TEST_P(CompressedTest, LaterIsNotReadAgain)
+{
+    StartWith("a.log", LogLine("old"));
+    Append("a.log", LogLine("1"));
+    Rename("a.log", "a.log.1");
+    EXPECT_EQ(Messages{"1"}, Read());
+    Wait(milliseconds(20000));
+    Settle();
+    Pack("a.log.1", "a.log.1.gz", GetParam());
+    EXPECT_EQ(Messages{}, Read()) << "while both are there";
+    Remove("a.log.1");
+    EXPECT_EQ(Messages{}, Read());
+    Restart();
+    Rename("a.log.1.gz", "a.log.2.gz");
+    EXPECT_EQ(Messages{}, Read());
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
+TEST_F(FollowerTest, ACompressedFileThatIsBeingWrittenIsLeftAlone)
+{
+    StartWith("a.log", LogLine("old"));
+    std::string lines;
+    for (int i = 0; i < 5000; ++i)
+        lines += LogLine(std::to_string(i * 7919));
+    Append("a.log", lines);
+    Rename("a.log", "a.log.1");
+    EXPECT_EQ(5000U, Read().size());
+    Pack("a.log.1", "whole", "gzip");
+    Write("a.log.1.gz", Content("whole").substr(0, 9000));
+    Remove("whole");
+    EXPECT_EQ(Messages{}, Read());
+    Write("a.log.1.gz", "");
+    Pack("a.log.1", "a.log.1.gz", "gzip");
+    Remove("a.log.1");
+    EXPECT_EQ(Messages{}, Read());
+}
+
+TEST_F(FollowerTest, ADamagedArchiveIsNamedAndTheOthersGoOn)
+{
+    StartWith("a.log", LogLine("old"));
+    Write("a.log.3.gz", "\x1f\x8b\x08 no archive at all");
+    Append("a.log", LogLine("1"));
+    EXPECT_EQ(Messages{"1"}, Read());
+    ASSERT_EQ(1U, follower().Problems().size());
+    EXPECT_NE(std::string::npos, follower().Problems()[0].find("a.log.3.gz: it is damaged"))
+        << follower().Problems()[0];
+}
+
+TEST_F(FollowerTest, CopiedAndTruncated)
+{
+    StartWith("a.log", LogLine("old"));
+    Append("a.log", LogLine("1"));
+    EXPECT_EQ(Messages{"1"}, Read());
+    Append("a.log", LogLine("2"));
+    Copy("a.log", "a.log.1");
+    Empty("a.log");
+    Append("a.log", LogLine("3"));
+    EXPECT_EQ((Messages{"2", "3"}), Read());
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
+TEST_F(FollowerTest, ACopyThatIsNotTruncatedYetIsNotReadTwice)
+{
+    StartWith("a.log", "");
+    Append("a.log", LogLine("1") + LogLine("2"));
+    Copy("a.log", "a.log.1");
+    EXPECT_EQ((Messages{"1", "2"}), Read());
+    Append("a.log", LogLine("3"));
+    EXPECT_EQ(Messages{"3"}, Read());
+    Write("a.log.1", Content("a.log"));
+    Empty("a.log");
+    Append("a.log", LogLine("4"));
+    EXPECT_EQ(Messages{"4"}, Read());
+    Restart();
+    EXPECT_EQ(Messages{}, Read());
+}
+
+TEST_F(FollowerTest, CopiedAndTruncatedAndRefilledWhileStopped)
+{
+    StartWith("a.log", LogLine("old"));
+    Append("a.log", LogLine("1"));
+    EXPECT_EQ(Messages{"1"}, Read());
+    Stop();
+    Append("a.log", LogLine("2"));
+    Copy("a.log", "a.log.1");
+    Empty("a.log");
+    for (int i = 0; i < 20; ++i)
+        Append("a.log", LogLine("after " + std::to_string(i)));
+    Start();
+    const Messages read = Read();
+    ASSERT_EQ(21U, read.size());
+    EXPECT_EQ("2", read[0]);
+    EXPECT_EQ("after 0", read[1]);
+}
+
+TEST_F(FollowerTest, CopiedAndTruncatedAndCompressedAtOnceWhileStopped)
+{
+    StartWith("a.log", LogLine("old"));
+    Stop();
+    Append("a.log", LogLine("1"));
+    Pack("a.log", "a.log-20261121.xz", "xz");
+    Empty("a.log");
+    Append("a.log", LogLine("2"));
+    Start();
+    EXPECT_EQ((Messages{"1", "2"}), Read());
+}
+
+TEST_F(FollowerTest, AnOffsetBeyondTheEnd)
+{
+    StartWith("a.log", LogLine("old") + LogLine("old 2"));
+    Stop();
+    Write("a.log", LogLine("1"));
+    Start();
+    EXPECT_EQ(Messages{"1"}, Read());
+    ASSERT_EQ(1U, TakeLosses().size()) << "nobody can know what it had held before";
+}
+
+TEST_F(FollowerTest, EqualHeadsOfTwoLogs)
+{
+    const std::string head = LogLine("begin") + LogLine(std::string(3000, 'x'));
+    Write("messages.log", head);
+    Write("syslog.log", head);
+    Start();
+    Append("messages.log", LogLine("1"));
+    Append("syslog.log", LogLine("2"));
+    EXPECT_EQ((Messages{"1", "2"}), Read());
+    Rename("messages.log", "messages.log.1");
+    Append("messages.log", head + LogLine("3"));
+    Append("syslog.log", LogLine("4"));
+    EXPECT_EQ(4U, Read().size());
+}
+
+TEST_F(FollowerTest, RemovedAndMadeAnewWithAnEqualFirstLine)
+{
+    StartWith("a.log", "");
+    Append("a.log", "begin\n" + LogLine("1"));
+    EXPECT_EQ((Messages{"begin", "1"}), Read());
+    Remove("a.log");
+    Append("a.log", "begin\n" + LogLine("2"));
+    EXPECT_EQ((Messages{"begin", "2"}), Read());
+}
+
+TEST_F(FollowerTest, RemovedUnreadWhileNobodyLookedIsTold)
+{
+    StartWith("a.log", LogLine("old"));
+    Stop();
+    Append("a.log", LogLine("1"));
+    Remove("a.log");
+    Append("a.log", LogLine("2"));
+    Start();
+    EXPECT_EQ(Messages{"2"}, Read());
+    const Messages losses = TakeLosses();
+    ASSERT_EQ(1U, losses.size());
+    EXPECT_NE(std::string::npos, losses[0].find("a.log is gone")) << losses[0];
+    EXPECT_NE(std::string::npos, losses[0].find("behind byte")) << losses[0];
+}
+
+TEST_F(FollowerTest, ARotatedFileThatWasReadMayGo)
+{
+    StartWith("a.log", LogLine("old"));
+    Append("a.log", LogLine("1"));
+    Rename("a.log", "a.log.1");
+    Append("a.log", LogLine("2"));
+    EXPECT_EQ((Messages{"1", "2"}), Read());
+    Wait(milliseconds(20000));
+    Settle();
+    Stop();
+    Remove("a.log.1");
+    Start();
+    EXPECT_EQ(Messages{}, Read());
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
+TEST_F(FollowerTest, TheLastLineOfARotatedFileNeedsNoEndAfterAWhile)
+{
+    StartWith("a.log", LogLine("old"));
+    Append("a.log", "no end");
+    Rename("a.log", "a.log.1");
+    EXPECT_EQ(Messages{}, Read());
+    Wait(milliseconds(11000));
+    EXPECT_EQ(Messages{"no end"}, Read());
+    Wait(milliseconds(11000));
+    Restart();
+    EXPECT_EQ(Messages{}, Read());
+}
+
+TEST_F(FollowerTest, EmptyAndUnreadableNeighboursDoNoHarm)
+{
+    StartWith("a.log", LogLine("old"));
+    Write("a.log.1", "");
+    Write("a.log.2.gz", "");
+    ASSERT_EQ(0, mkfifo(Path("a.log.3").c_str(), 0600));
+    ASSERT_EQ(0, mkfifo(Path("b.log").c_str(), 0600));
+    std::filesystem::create_directory(Path("c.log"));
+    std::filesystem::create_symlink("nowhere", Path("d.log"));
+    Append("a.log", LogLine("1"));
+    EXPECT_EQ(Messages{"1"}, Read());
+    Rename("a.log", "a.log.4");
+    Append("a.log", LogLine("2"));
+    EXPECT_EQ(Messages{"2"}, Read());
+    ASSERT_EQ(1U, follower().Problems().size());
+    EXPECT_NE(std::string::npos, follower().Problems()[0].find("b.log: it is not a regular file"));
+}
+
+TEST_F(FollowerTest, AFolderThatVanishesIsNamedAndFoundAgain)
+{
+    options.rules.paths = {Path("sub/*.log")};
+    std::filesystem::create_directory(Path("sub"));
+    Append("sub/a.log", LogLine("old"));
+    Start();
+    Settle();
+    Rename("sub", "elsewhere");
+    Wait(milliseconds(11000));
+    Settle();
+    ASSERT_FALSE(follower().Problems().empty());
+    EXPECT_NE(std::string::npos, follower().Problems()[0].find("cannot list the folder"));
+    Rename("elsewhere", "sub");
+    Append("sub/a.log", LogLine("1"));
+    Wait(milliseconds(11000));
+    EXPECT_EQ(Messages{"1"}, Read());
+}
+
+TEST_F(FollowerTest, ARecordOfSeveralLinesIsWholeWhenTheNextOneBegins)
+{
+    options.joining.by_indentation = true;
+    StartWith("a.log", "");
+    Append("a.log", "Error\n at a\n");
+    EXPECT_EQ(Messages{}, Read());
+    Append("a.log", " at b\nnext\n");
+    EXPECT_EQ(Messages{"Error#012 at a#012 at b"}, Read());
+}
+
+TEST_F(FollowerTest, TheLastRecordIsNotWithheldForEver)
+{
+    options.joining.by_indentation = true;
+    StartWith("a.log", "");
+    Append("a.log", "Error\n at a\n");
+    EXPECT_EQ(Messages{}, Read());
+    Restart();
+    EXPECT_EQ(Messages{}, Read()) << "a restart loses nothing of it";
+    Wait(milliseconds(3000));
+    EXPECT_EQ(Messages{"Error#012 at a"}, Read());
+}
+
+TEST_F(FollowerTest, ALineOfManyMegabytesTakesNoMemory)
+{
+    StartWith("a.log", "");
+    const std::string block(size_t{1} << 20U, 'x');
+    for (int i = 0; i < 40; ++i) {
+        Append("a.log", block);
+        if (i % 10 == 0)
+            Settle();
+        if (i == 20)
+            Restart();
+    }
+    Append("a.log", "\n" + LogLine("next"));
+    const Messages read = Read();
+    ASSERT_EQ(2U, read.size());
+    EXPECT_EQ("next", read[1]);
+}
+
+TEST_F(FollowerTest, HundredsOfFilesAreFollowed)
+{
+    for (int i = 0; i < 500; ++i)
+        Write("log" + std::to_string(i) + ".log", LogLine("old"));
+    Start();
+    Settle();
+    for (int i = 0; i < 500; ++i)
+        Append("log" + std::to_string(i) + ".log", LogLine(std::to_string(i)));
+    EXPECT_EQ(500U, Read().size());
+    EXPECT_EQ(500U, follower().OpenFiles());
+}
+
+TEST_F(FollowerTest, ANewDeviceNumberAfterARebootChangesNothing)
+{
+    StartWith("a.log", LogLine("old"));
+    const auto look = inputs::LookAt(Path("a.log"));
+    ASSERT_TRUE(look);
+    EXPECT_TRUE(look->identity.birth_ns == 0 || look->identity.device == 0);
+}
+
+TEST_F(FollowerTest, ChangesAreToldByTheKernel)
+{
+    StartWith("a.log", LogLine("old"));
+    follower().TakeChanges();
+    EXPECT_FALSE(follower().WantsLook(inputs::SteadyTime::min()));
+    Append("a.log", LogLine("1"));
+    // No look is due by time: what is read is read because it was told of.
+    Step();
+    EXPECT_EQ(Messages{"1"}, Take());
+    Append("b.log", LogLine("2"));
+    Step();
+    EXPECT_EQ(Messages{"2"}, Take());
+}
+
+} // namespace

@@ -1,0 +1,125 @@
+// The thread that reads all inputs, from their registration on.
+#include "agent/inputs/input_thread.h"
+
+#include <condition_variable>
+#include <fstream>
+#include <mutex>
+
+#include "agent/inputs/input_store.h"
+#include "tests/agent/inputs/log_world.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using namespace std::chrono_literals;
+using test::LogLine;
+
+class InputThreadTest : public testing::Test {
+  protected:
+    InputThreadTest()
+    {
+        std::string name = fs::exists("/dev/shm") ? "/dev/shm/thread-XXXXXX" : "/tmp/thread-XXXXXX";
+        folder_ = mkdtemp(name.data());
+        store_.emplace(folder_ / "agent.db");
+        registry_.emplace(*store_);
+    }
+    ~InputThreadTest() override
+    {
+        thread_.reset();
+        registry_.reset();
+        store_.reset();
+        fs::remove_all(folder_);
+    }
+
+    void Add()
+    {
+        inputs::InputRegistry(*store_, *registry_)
+            .Add({0, "app", inputs::kFilesKind, {{"path", {folder_ / "*.log"}}}}, "UTF-8");
+    }
+    void Write(const std::string &name, const std::string &text)
+    {
+        std::ofstream(folder_ / name, std::ios::binary | std::ios::app) << text;
+    }
+    void Start()
+    {
+        thread_.emplace(inputs::InputThreadOptions{folder_ / "agent.db", "",
+                                                   [this] {
+                                                       const std::lock_guard lock(mutex_);
+                                                       is_ready_ = true;
+                                                       ready_.notify_all();
+                                                   },
+                                                   [] {}});
+        thread_->SetInterval(0ms);
+    }
+    // What it hands over until the text is as long as this one. The places are stored.
+    std::string Read(const std::string &wanted)
+    {
+        std::string text;
+        while (text.size() < wanted.size()) {
+            std::unique_lock lock(mutex_);
+            if (!ready_.wait_for(lock, 60s, [this] { return is_ready_; }))
+                return text + "and no more";
+            is_ready_ = false;
+            lock.unlock();
+            const inputs::Batch *batch = thread_->Ready();
+            text += batch->text;
+            inputs::WritePlaces(*store_, *batch);
+            thread_->Stored();
+        }
+        return text;
+    }
+
+    fs::path folder_;
+    std::optional<host::Store> store_;
+    std::optional<host::RegistryTree> registry_;
+    std::mutex mutex_;
+    std::condition_variable ready_;
+    bool is_ready_ = false;
+    std::optional<inputs::InputThread> thread_;
+};
+
+TEST_F(InputThreadTest, AFileThatComesBetweenItsRegistrationAndTheFirstReadingCounts)
+{
+    Add();
+    Write("a.log", LogLine("one"));
+    Start();
+    EXPECT_EQ(LogLine("one"), Read(LogLine("one")));
+}
+
+TEST_F(InputThreadTest, WhatWasThereWhenItWasAddedDoesNotCountAndWhatCameSinceDoes)
+{
+    Write("a.log", LogLine("old"));
+    Add();
+    Write("a.log", LogLine("new"));
+    Start();
+    EXPECT_EQ(LogLine("new"), Read(LogLine("new")));
+}
+
+// The kernel tells of what is written from the moment on at which the file is watched; what comes just before that is
+// read with it.
+TEST_F(InputThreadTest, WhatIsWrittenWhileAFileIsOpenedIsNotLeftForTheNextSweep)
+{
+    Add();
+    Start();
+    for (int i = 0; i < 30; ++i) {
+        const std::string name = std::to_string(i) + ".log";
+        Write(name, LogLine("one"));
+        Write(name, LogLine("two"));
+        EXPECT_EQ(LogLine("one") + LogLine("two"), Read(LogLine("one") + LogLine("two")));
+    }
+}
+
+TEST_F(InputThreadTest, ANewThreadGoesOnBehindWhatWasStored)
+{
+    Add();
+    Write("a.log", LogLine("one"));
+    Start();
+    EXPECT_EQ(LogLine("one"), Read(LogLine("one")));
+    thread_.reset();
+    Write("a.log", LogLine("two"));
+    Start();
+    EXPECT_EQ(LogLine("two"), Read(LogLine("two")));
+}
+
+} // namespace

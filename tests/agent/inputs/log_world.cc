@@ -1,0 +1,166 @@
+#include "tests/agent/inputs/log_world.h"
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <cstdlib>
+#include <ctime>
+#include <fcntl.h>
+#include <fstream>
+#include <iterator>
+#include <unistd.h>
+
+#include "agent/inputs/line_origin.h"
+
+namespace test {
+
+namespace fs = std::filesystem;
+
+LogWorld::LogWorld() : wall_seconds(time(nullptr))
+{
+    std::string name = fs::exists("/dev/shm") ? "/dev/shm/inputs-XXXXXX" : "/tmp/inputs-XXXXXX";
+    if (mkdtemp(name.data()) == nullptr)
+        throw std::runtime_error("no folder can be made");
+    folder_ = name;
+    options.id = 7;
+    options.name = "logs";
+    options.rules.paths = {Path("*.log")};
+    options.form.host = "here";
+    options.log_charset = "UTF-8";
+}
+
+LogWorld::~LogWorld()
+{
+    follower_.reset();
+    fs::remove_all(folder_);
+}
+
+void LogWorld::Append(const std::string &name, const std::string &bytes) const
+{
+    std::ofstream(Path(name), std::ios::app | std::ios::binary) << bytes;
+}
+
+std::string LogWorld::Content(const std::string &name) const
+{
+    std::ifstream file(Path(name), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void LogWorld::Write(const std::string &name, const std::string &bytes) const
+{
+    std::ofstream(Path(name), std::ios::binary) << bytes;
+}
+
+void LogWorld::Rename(const std::string &from, const std::string &to) const
+{
+    fs::rename(Path(from), Path(to));
+}
+
+void LogWorld::Remove(const std::string &name) const
+{
+    fs::remove(Path(name));
+}
+
+void LogWorld::Copy(const std::string &from, const std::string &to) const
+{
+    fs::copy_file(Path(from), Path(to), fs::copy_options::overwrite_existing);
+}
+
+void LogWorld::Pack(const std::string &from, const std::string &to, const std::string &how) const
+{
+    const std::string bytes = Content(from);
+    archive *writer = archive_write_new();
+    archive_write_add_filter_by_name(writer, how.c_str());
+    archive_write_set_format_raw(writer);
+    archive_write_open_filename(writer, Path(to).c_str());
+    archive_entry *entry = archive_entry_new();
+    archive_entry_set_filetype(entry, AE_IFREG);
+    archive_entry_set_pathname(entry, "log");
+    archive_write_header(writer, entry);
+    archive_write_data(writer, bytes.data(), bytes.size());
+    archive_entry_free(entry);
+    archive_write_close(writer);
+    archive_write_free(writer);
+}
+
+bool LogWorld::Exists(const std::string &name) const
+{
+    return fs::exists(Path(name));
+}
+
+void LogWorld::Start()
+{
+    std::vector<inputs::StoredPlace> places;
+    for (const auto &[number, text] : places_)
+        places.push_back({number, text});
+    follower_ = std::make_unique<inputs::FileFollower>(options, places);
+    if (has_begun_)
+        return;
+    has_begun_ = true;
+    follower_->Begin();
+    inputs::Batch batch;
+    follower_->StorePlaces(&batch);
+    Commit(std::move(batch));
+}
+
+void LogWorld::Step(bool commit)
+{
+    follower_->TakeChanges();
+    inputs::Batch batch;
+    if (follower_->WantsLook(now_))
+        follower_->Look(now_);
+    follower_->Read(wall_seconds, now_, &batch);
+    if (commit)
+        Commit(std::move(batch));
+}
+
+void LogWorld::Settle()
+{
+    constexpr int kMostSteps = 50;
+    for (int i = 0; i < kMostSteps; ++i) {
+        Step();
+        if (follower_->Next() > now_ + std::chrono::milliseconds(100))
+            return;
+        Wait(std::chrono::milliseconds(20));
+    }
+}
+
+void LogWorld::Commit(inputs::Batch &&batch)
+{
+    size_t begin = 0;
+    while (begin < batch.text.size()) {
+        const size_t end = batch.text.find('\n', begin);
+        const std::string line = batch.text.substr(begin, end - begin);
+        messages_.emplace_back(inputs::OriginOfLine(line).message);
+        begin = end + 1;
+    }
+    for (const auto &[key, text] : batch.places) {
+        if (text)
+            places_[key.second] = *text;
+        else
+            places_.erase(key.second);
+    }
+    for (const inputs::Loss &loss : batch.losses)
+        losses_.push_back(loss.what);
+}
+
+std::vector<std::string> LogWorld::Take()
+{
+    return std::exchange(messages_, {});
+}
+
+std::vector<std::string> LogWorld::TakeLosses()
+{
+    return std::exchange(losses_, {});
+}
+
+std::string LogLine(const std::string &message)
+{
+    const time_t now = time(nullptr);
+    struct tm local {};
+    localtime_r(&now, &local);
+    char stamp[32];
+    strftime(stamp, sizeof stamp, "%b %e %H:%M:%S", &local);
+    return std::string(stamp) + " web07 app[1]: " + message + "\n";
+}
+
+} // namespace test

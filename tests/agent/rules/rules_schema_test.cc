@@ -1,0 +1,129 @@
+// The schema for editors says what the reader says.
+#include <fstream>
+#include <regex>
+
+#include <nlohmann/json.hpp>
+
+#include "agent/rules/rules_file.h"
+#include "tests/agent/support/host_test.h"
+#include "tests/agent/support/issues_test.h"
+
+namespace {
+
+using nlohmann::json;
+
+json Schema()
+{
+    return json::parse(test::ReadFile(SOURCE_FOLDER "/packaging/rules.schema.json"));
+}
+
+bool ReaderTakes(const std::string &values)
+{
+    return rules::ParseRules("events: [{source: A, id: 1, keywords: x, " + values + "}]")
+        .issues.empty();
+}
+
+std::vector<std::string> NamesOf(const json &properties)
+{
+    std::vector<std::string> names;
+    for (const auto &property : properties.items())
+        names.push_back(property.key());
+    return names;
+}
+
+// What the reader says is known, sorted.
+std::vector<std::string> KnownNames(const std::string &file)
+{
+    const std::string issue = test::Text(rules::ParseRules(file).issues);
+    const size_t begin = issue.find("; use ") + 6;
+    std::vector<std::string> names;
+    for (size_t at = begin; at < issue.find('\n', begin);) {
+        const size_t end = issue.find_first_of(",\n", at);
+        names.push_back(issue.substr(at, end - at));
+        at = end + 2;
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+TEST(RulesSchema, KnowsTheSameKeys)
+{
+    const json schema = Schema();
+    EXPECT_EQ(KnownNames("{zzzzzzzzzz: 1, events: []}"), NamesOf(schema["properties"]));
+    EXPECT_EQ(KnownNames("events: [{zzzzzzzzzz: 1, source: A, id: 1, keywords: x}]"),
+              NamesOf(schema["definitions"]["event"]["properties"]));
+    EXPECT_FALSE(schema["additionalProperties"]);
+    EXPECT_FALSE(schema["definitions"]["event"]["additionalProperties"]);
+    for (const std::string name : {"source", "id", "keywords", "report_count", "hours"}) {
+        json event = {
+            {"source", "A"}, {"id", "1"}, {"keywords", "x"}, {"report_count", 1}, {"hours", "all"}};
+        event.erase(name);
+        const json required = schema["definitions"]["event"]["required"];
+        const bool is_required =
+            std::find(required.begin(), required.end(), name) != required.end();
+        EXPECT_EQ(!is_required, rules::ParseRules(json{{"events", {event}}}.dump()).issues.empty())
+            << name;
+    }
+}
+
+TEST(RulesSchema, KnowsTheSameHours)
+{
+    const std::string pattern = Schema()["definitions"]["hours"]["pattern"];
+    const std::regex hours(pattern);
+    std::vector<std::string> texts = {"all",     "none",        "All", "",      "8-18",  "22-6",
+                                      "8-18,22", "8 - 18 , 22", "8-",  "-8",    "8,",    ",8",
+                                      "8--9",    "1 2",         "0x1", "8:00",  "all,8", "100",
+                                      "8-100",   " 8 ",         "8;9", "1-2-3", "24,1",  "0-24,1"};
+    for (int hour = 0; hour <= 30; ++hour) {
+        const std::string number = std::to_string(hour);
+        texts.insert(texts.end(), {number, "0" + number});
+        if (hour != 1) // a schema cannot see that a span ends where it begins
+            texts.insert(texts.end(), {number + "-1", "1-" + number});
+    }
+    for (const std::string &text : texts)
+        EXPECT_EQ(ReaderTakes("hours: '" + text + "'"), std::regex_match(text, hours)) << text;
+}
+
+TEST(RulesSchema, KnowsTheSameIds)
+{
+    const std::string pattern = Schema()["definitions"]["event"]["properties"]["id"]["pattern"];
+    const std::regex ids(pattern);
+    for (const std::string text :
+         {"0", "1A2B", "ffffffff", "00000000", "123456789", "", "0x1", "G", "-1", " 1", "1 "}) {
+        const bool taken =
+            rules::ParseRules("events: [{source: A, keywords: x, id: '" + text + "'}]")
+                .issues.empty();
+        EXPECT_EQ(taken, std::regex_match(text, ids)) << text;
+    }
+}
+
+TEST(RulesSchema, KnowsTheSameLimits)
+{
+    const json event = Schema()["definitions"]["event"]["properties"];
+    const auto most = event["report_count"]["maximum"].get<int64_t>();
+    EXPECT_TRUE(ReaderTakes("report_count: " + std::to_string(most)));
+    EXPECT_FALSE(ReaderTakes("report_count: " + std::to_string(most + 1)));
+    const auto least = event["report_count"]["minimum"].get<int64_t>();
+    EXPECT_TRUE(ReaderTakes("report_count: " + std::to_string(least)));
+    EXPECT_FALSE(ReaderTakes("report_count: " + std::to_string(least - 1)));
+
+    const auto keyword = Schema()["definitions"]["keyword"]["maxLength"].get<size_t>();
+    const auto source = event["source"]["maxLength"].get<size_t>();
+    const auto takes = [](size_t source_size, size_t keyword_size) {
+        return rules::ParseRules("events: [{id: 1, source: " + std::string(source_size, 'x') +
+                                 ", keywords: " + std::string(keyword_size, 'x') + "}]")
+            .issues.empty();
+    };
+    EXPECT_TRUE(takes(source, keyword));
+    EXPECT_FALSE(takes(source + 1, keyword));
+    EXPECT_FALSE(takes(source, keyword + 1));
+}
+
+TEST(Examples, TheRulesFileIsTaken)
+{
+    const auto parsed = rules::ParseRules(test::ReadFile(SOURCE_FOLDER "/examples/rules.yaml"));
+    EXPECT_EQ("", test::Text(parsed.issues));
+    EXPECT_EQ(9U, parsed.rules.size());
+}
+
+} // namespace
