@@ -10,12 +10,24 @@ find_library(NETSNMP netsnmp REQUIRED)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 pkg_check_modules(YAML REQUIRED IMPORTED_TARGET yaml-0.1)
 
-# What a folder compiles is compiled once. Programs, sibling libraries and tests link it.
+# What a folder compiles is compiled once. Programs, sibling libraries and tests link it. UNHURRIED: nothing of it is in
+# a hurry, as what stores alerts or makes lines of entries is. WITH_JSON: most of its files need that heavy header.
 function(add_agent_folder folder)
-    list(TRANSFORM ARGN PREPEND agent/${folder}/)
-    add_library(agent_${folder} STATIC ${ARGN})
+    cmake_parse_arguments(PARSE_ARGV 1 IS "UNHURRIED;WITH_JSON" "" "")
+    list(TRANSFORM IS_UNPARSED_ARGUMENTS PREPEND agent/${folder}/)
+    add_library(agent_${folder} STATIC ${IS_UNPARSED_ARGUMENTS})
     set_target_properties(agent_${folder} PROPERTIES CXX_VISIBILITY_PRESET hidden)
     target_link_libraries(agent_${folder} PUBLIC tarsk)
+    target_compile_options(agent_${folder} PRIVATE ${WITH_AGENT_HEADERS})
+    if(IS_UNHURRIED)
+        target_compile_options(agent_${folder} PRIVATE ${QUICK_BUILD})
+    endif()
+    if(IS_WITH_JSON)
+        target_link_libraries(agent_${folder} PUBLIC nlohmann_json::nlohmann_json)
+        target_precompile_headers(agent_${folder} PRIVATE ${AGENT_HEADERS} <nlohmann/json.hpp>)
+    else()
+        target_precompile_headers(agent_${folder} REUSE_FROM agent_headers)
+    endif()
 endfunction()
 
 # The sibling libraries, under the names by which the module loads them.
@@ -35,22 +47,21 @@ endfunction()
 
 add_agent_folder(text base64.cc printable.cc say.cc suggestion.cc text_file.cc times.cc utf8.cc)
 
-add_agent_folder(commandline parser.cc)
+add_agent_folder(commandline UNHURRIED parser.cc)
 target_link_libraries(agent_commandline PRIVATE agent_text CLI11::CLI11)
-target_compile_options(agent_commandline PRIVATE ${QUICK_BUILD})
 
-add_agent_folder(events event_checks.cc events.cc expressions.cc hours.cc)
+add_agent_folder(events UNHURRIED event_checks.cc events.cc expressions.cc hours.cc)
 
-add_agent_folder(settings settings.cc)
+add_agent_folder(settings UNHURRIED settings.cc)
 target_link_libraries(agent_settings PRIVATE agent_text)
 
-add_agent_folder(monitor module.cc)
+add_agent_folder(monitor UNHURRIED module.cc)
 target_link_libraries(agent_monitor PUBLIC ${CMAKE_DL_LIBS})
 
-add_agent_folder(logs log_files.cc places.cc stamps.cc unread.cc)
+add_agent_folder(logs UNHURRIED log_files.cc places.cc stamps.cc unread.cc)
 target_link_libraries(agent_logs PUBLIC agent_monitor)
 
-add_agent_folder(status daemon_lock.cc sign_of_life.cc status_file.cc)
+add_agent_folder(status UNHURRIED daemon_lock.cc sign_of_life.cc status_file.cc)
 target_link_libraries(agent_status PRIVATE nlohmann_json::nlohmann_json)
 
 add_agent_folder(alerts alert_store.cc alert_text.cc report_folder.cc)
@@ -58,7 +69,7 @@ target_link_libraries(agent_alerts PRIVATE agent_text)
 add_sibling(vkmncall agent/alerts/vkmncall.cc)
 target_link_libraries(vkmncall PRIVATE agent_alerts)
 
-add_agent_folder(sinks alert_json.cc alertmanager_sink.cc backoff.cc console_sink.cc deliverer.cc
+add_agent_folder(sinks UNHURRIED alert_json.cc alertmanager_sink.cc backoff.cc console_sink.cc deliverer.cc
     delivery_store.cc file_sink.cc file_trust.cc http.cc journal_sink.cc mail_sink.cc mail_text.cc
     option_checks.cc program_sink.cc progress.cc sink.cc sink_kinds.cc sink_registry.cc snmp_sink.cc
     syslog_sink.cc syslog_words.cc undelivered.cc webhook_sink.cc worker.cc)
@@ -70,17 +81,17 @@ include(cmake/Inputs.cmake)
 
 add_sibling(vkirtupt agent/products/vkirtupt.cc)
 
-add_agent_folder(regfile reg_import.cc reg_path.cc reg_reader.cc reg_writer.cc)
+add_agent_folder(regfile UNHURRIED reg_import.cc reg_path.cc reg_reader.cc reg_writer.cc)
 target_link_libraries(agent_regfile PUBLIC agent_text)
 
-add_agent_folder(rules rules_diff.cc rules_file.cc yaml_tree.cc)
+add_agent_folder(rules UNHURRIED rules_diff.cc rules_file.cc yaml_tree.cc)
 target_link_libraries(agent_rules PUBLIC agent_events agent_text PRIVATE PkgConfig::YAML)
 
 # Editors check rules files against this schema, and complete what is typed into them.
 set(SYSLOGMON_RULES_SCHEMA ${CMAKE_INSTALL_FULL_DATADIR}/syslogmon/rules.schema.json)
 install(FILES packaging/rules.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/syslogmon)
 
-add_agent_folder(cli alert_commands.cc doctor_agent.cc doctor_commands.cc doctor_inputs.cc doctor_logs.cc
+add_agent_folder(cli UNHURRIED WITH_JSON alert_commands.cc doctor_agent.cc doctor_commands.cc doctor_inputs.cc doctor_logs.cc
     doctor_promises.cc doctor_rsyslog.cc doctor_sinks.cc event_commands.cc event_json.cc explain.cc
     hour_of.cc input_commands.cc line_trial.cc output.cc
     progress_bar.cc reg_file_commands.cc registry_commands.cc rsyslog_config.cc rules_commands.cc
@@ -88,9 +99,8 @@ add_agent_folder(cli alert_commands.cc doctor_agent.cc doctor_commands.cc doctor
     temporary_folder.cc test_commands.cc text_input.cc trace_commands.cc trial.cc trial_input.cc
     undelivered_commands.cc)
 target_link_libraries(agent_cli PUBLIC agent_commandline agent_inputs agent_logs agent_regfile agent_rules
-                      agent_settings agent_sinks agent_status nlohmann_json::nlohmann_json)
+                      agent_settings agent_sinks agent_status)
 target_include_directories(agent_cli PRIVATE ${CMAKE_BINARY_DIR}/generated)
-target_compile_options(agent_cli PRIVATE ${QUICK_BUILD})
 target_compile_definitions(agent_cli PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}"
                            SYSLOGMON_SHARE="${CMAKE_INSTALL_FULL_DATADIR}/syslogmon"
                            PRIVATE SYSLOGMON_RULES_SCHEMA="${SYSLOGMON_RULES_SCHEMA}")
@@ -98,7 +108,7 @@ add_program(syslogmon agent/cli/main.cc)
 target_link_libraries(syslogmon PRIVATE agent_cli)
 target_compile_options(syslogmon PRIVATE ${QUICK_BUILD})
 
-add_agent_folder(daemon console.cc daemon.cc doorbell.cc file_watch.cc input_feed.cc life_watch.cc
+add_agent_folder(daemon UNHURRIED console.cc daemon.cc doorbell.cc file_watch.cc input_feed.cc life_watch.cc
     live_settings.cc monitor.cc notify.cc signals.cc status_board.cc store_wait.cc supervisor.cc trigger.cc)
 target_link_libraries(agent_daemon PUBLIC agent_inputs agent_logs agent_settings agent_sinks agent_status
                       PRIVATE PkgConfig::SYSTEMD Threads::Threads)
