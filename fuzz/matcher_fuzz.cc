@@ -1,11 +1,13 @@
-// Lines against tables, with and without the index, beside the obvious loop. Input: kind of server, entries
+// Lines against tables, with the index, with the sieve and with neither, beside the obvious loop. Input: kind of server, entries
 // of three keywords each, then lines.
 #include <cstring>
 #include <vector>
 
 #include "fuzz/fuzz.h"
+#include "match/block_search.h"
 #include "match/index.h"
 #include "match/literal_set.h"
+#include "match/loud_lines.h"
 #include "match/match.h"
 #include "match/report.h"
 #include "match/table_data.h"
@@ -72,6 +74,37 @@ test::Outcome Match(const std::vector<Line> &lines, Matcher matcher)
     return outcome;
 }
 
+// The lines as a block that is searched as a whole. Nothing is said where there is no sieve for the table, or the lines
+// are none of a block.
+std::string DifferenceWithTheSieve(const test::Outcome &slow, const std::vector<Line> &lines)
+{
+    std::string block;
+    for (const Line &line : lines) {
+        if (line.text.find_first_of(std::string("\n\0", 2)) != std::string::npos)
+            return {};
+        block += line.text + '\n';
+    }
+    const size_t length = block.size();
+    block.append(kGramPadding, '\0');
+    RelyOnAllKeywords();
+    if (!PrepareSieve(block.data(), length))
+        return {};
+    SieveBlock(block.data(), length);
+    LocalMoment moment;
+    size_t head = 0;
+    return test::Difference(slow, Match(lines, [&](char *line, size_t size, int times) {
+                                const size_t end = head + size;
+                                LineMatches matches{};
+                                matches.is_known = true;
+                                if (next_loud_look < end)
+                                    LineIsLoud(head, end, kLongestLine, &matches);
+                                head = end + 1;
+                                if (!matches.is_known)
+                                    return CheckLine(line, times);
+                                return CheckSievedLine(&moment, matches, line, times);
+                            }));
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -108,6 +141,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
                              return CheckLineOfPass(&moment, &found, line, length, times);
                          }));
     fuzz::Expect(indexed.empty(), "with the index: " + indexed);
+    BuildIndex();
+    const std::string sieved = DifferenceWithTheSieve(slow, lines);
+    fuzz::Expect(sieved.empty(), "with the sieve: " + sieved);
     test::EmptyTable();
     return 0;
 }
