@@ -110,18 +110,18 @@ void printblock(LogBuf block);
 // is outside [0, filelen) or the file cannot be positioned.
 int64_t GetLineHead(int64_t pos);
 
-// Steps to the next, respectively the previous line of the open log and copies it out.
+// Step to the next or to the previous line of the open log, and copy it out.
 //   pos       out: offset of the line's head in the file. Unchanged on failure.
 //   pcontent  out: the line without its newline, cut to size - 1 bytes; the rest of `size` is zero.
 //             Empty on failure, unless an argument was bad.
 //   size      of pcontent, in bytes, at least 1.
-// Returns 0, or -1: bad argument, no block loaded, read error, or no line left. The caller cannot
-// tell these apart, so test FEof, respectively FBegin first. Loads at most one block. A cursor
-// before the first line (-1) counts as standing on it for GetPreLine.
+// Return 0, or -1: bad argument, no block loaded, read error, or no line left. The caller cannot
+// tell these apart, so test FEof or FBegin first. Load at most one block. A cursor before the first
+// line (-1) counts as standing on it for GetPreLine.
 int GetNextLine(int64_t *pos, char *pcontent, int size);
 int GetPreLine(int64_t *pos, char *pcontent, int size);
 
-// Copy the first, respectively the last line of the open log, with the same arguments. curblock
+// Copy the first or the last line of the open log, with the same arguments. curblock
 // stays as it is, so they can be called in the middle of a walk. pcontent is written on success
 // only. Return 0, or -1: bad argument, empty file or read error.
 int GetFirstLine(char *pcontent, int size);

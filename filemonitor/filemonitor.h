@@ -60,7 +60,7 @@ extern "C" {
 // is kept all the same and the file is watched; what could not be read keeps its value.
 int ChangeFileMonObj(void);
 
-// The two steps of it that can fail after the path: they read `inode`, respectively `offset`.
+// The two steps of it that can fail after the path: they read `inode` and `offset`.
 int RegGetInode(void);
 int RegGetOffset(void);
 

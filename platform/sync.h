@@ -30,8 +30,8 @@ HANDLE CreateMutex(void *attributes, BOOL initialOwner, const char *name);
 // Gives up a mutex that the calling thread owns. Returns zero on failure.
 BOOL ReleaseMutex(HANDLE mutex);
 
-// Waits for one handle, respectively for any (waitAll FALSE) or all of `count` handles, at most
-// `milliseconds` long. Returns a WAIT_RESULT_ value.
+// Wait for one handle, or for any (waitAll FALSE) or all of `count` handles, at most `milliseconds`
+// long. Return a WAIT_RESULT_ value.
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 DWORD WaitForMultipleObjects(DWORD count, const HANDLE *handles, BOOL waitAll, DWORD milliseconds);
 

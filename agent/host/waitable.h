@@ -53,7 +53,7 @@ class Waitable {
     Waitable(const Waitable &) = delete;
     Waitable &operator=(const Waitable &) = delete;
 
-    // Is it signalled, respectively free for this thread, at this moment?
+    // Is it signalled (an event) or free for this thread (a mutex), at this moment?
     virtual bool IsReady() = 0;
     // Takes it if it is: resets an auto-reset event, acquires a mutex.
     virtual bool TryTake() = 0;

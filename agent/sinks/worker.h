@@ -94,8 +94,7 @@ class Worker {
     Secrets secrets_;
     std::unique_ptr<Sink> sink_; // opened anew after each failure: secrets may have changed
     Backoff backoff_;
-    // The receiver, respectively the store, has failed and was told of; no word more until it is
-    // well.
+    // The receiver or the store has failed, and that was told; no word more until it is well.
     bool failing_ = false;
     bool store_failing_ = false;
     size_t batch_limit_ = SIZE_MAX; // 1 after a refusal, to find the one that is refused

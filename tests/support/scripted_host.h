@@ -97,7 +97,7 @@ class ScriptedHost {
     [[nodiscard]] int OpenHandles() const;
     [[nodiscard]] int Calls(const std::string &name) const;
 
-    // How many records have this text, respectively this level and text.
+    // How many records have this text, or this level and text.
     [[nodiscard]] int Traced(const std::string &text) const;
     [[nodiscard]] int Traced(int level, const std::string &text) const;
     // The level of the first record with this text, or -1.
