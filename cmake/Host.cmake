@@ -16,7 +16,14 @@ set(AGENT_HEADERS <algorithm> <array> <atomic> <chrono> <filesystem> <functional
 add_library(agent_headers OBJECT agent/headers.cc)
 # In precompiled headers GCC 12 no longer knows that a string's insides are the library's, and warns of "text" + string:
 # it takes the short buffer in the object for all of it.
-set(WITH_AGENT_HEADERS -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread -Wno-restrict)
+# clang knows none of these warnings, and takes no header that was compiled for another visibility: there each file reads
+# them itself.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    set(WITH_AGENT_HEADERS -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread -Wno-restrict)
+else()
+    set(WITH_AGENT_HEADERS "")
+    set(CMAKE_DISABLE_PRECOMPILE_HEADERS ON)
+endif()
 target_precompile_headers(agent_headers PRIVATE ${AGENT_HEADERS})
 
 add_library(tarsk SHARED
