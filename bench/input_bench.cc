@@ -82,12 +82,14 @@ std::string StampOf(const std::string &form, time_t moment)
     tm local{};
     localtime_r(&moment, &local);
     char text[64] = {};
-    const char *format = form == "rfc3339"   ? "%Y-%m-%dT%H:%M:%S.123456+00:00 "
-                         : form == "rfc5424" ? "<34>1 %Y-%m-%dT%H:%M:%S.123Z "
-                         : form == "epoch"   ? "%s.123 "
-                         : form == "none"    ? ""
-                                             : "%b %e %H:%M:%S ";
-    strftime(text, sizeof text, format, &local);
+    if (form == "rfc3339")
+        strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S.123456+00:00 ", &local);
+    else if (form == "rfc5424")
+        strftime(text, sizeof text, "<34>1 %Y-%m-%dT%H:%M:%S.123Z ", &local);
+    else if (form == "epoch")
+        return std::to_string(moment) + ".123 ";
+    else if (form == "traditional")
+        strftime(text, sizeof text, "%b %e %H:%M:%S ", &local);
     return text;
 }
 

@@ -15,11 +15,13 @@
 #include "agent/cli/explain.h"
 #include "agent/cli/output.h"
 #include "agent/cli/progress_bar.h"
+#include "agent/cli/rendered_log.h"
 #include "agent/cli/tally.h"
 #include "agent/cli/text_input.h"
 #include "agent/cli/trial.h"
 #include "agent/cli/trial_input.h"
 #include "agent/events/event_checks.h"
+#include "agent/inputs/protected_words.h"
 #include "agent/rules/rules_file.h"
 #include "agent/text/printable.h"
 #include "platform/contract.h"
@@ -46,6 +48,7 @@ struct TestOptions {
     std::optional<std::string> explain;
     std::string rules;
     bool line_hours = false;
+    bool as_input = false;
 };
 
 // ---- interruption: the temporary folder must not stay behind ----
@@ -131,7 +134,7 @@ std::string Place(const Tally &tally, const Sighting &line)
 // A dash for no line.
 std::string Shown(const Tally &tally, const std::optional<Sighting> &line)
 {
-    return line ? Place(tally, *line) + ": " + Shown(line->text) : "-";
+    return line ? Place(tally, *line) + ": " + Shown(inputs::WithWholeWords(line->text)) : "-";
 }
 
 // All events that were loaded, also those without a line: that they match nothing is what one may
@@ -194,7 +197,9 @@ json ToJson(const Tally &tally, const std::optional<Sighting> &line)
 {
     if (!line)
         return nullptr;
-    return {{"file", tally.files()[line->file].name}, {"line", line->number}, {"text", line->text}};
+    return {{"file", tally.files()[line->file].name},
+            {"line", line->number},
+            {"text", inputs::WithWholeWords(line->text)}};
 }
 
 // "first" and "last" are null for an event without a line.
@@ -256,9 +261,9 @@ void PrintAsJson(const Tally &tally, const LeftOut &left_out)
 
 // Throws host::Error for a log that cannot be read, and when it is interrupted: half a result would
 // be taken for a whole one.
-void ReadFiles(const std::vector<std::string> &files, Tally *tally)
+void ReadFiles(const TestOptions &options, Tally *tally)
 {
-    const TrialInput input(files, [] { return !interrupted; });
+    const TrialInput input(options.files, options.as_input, [] { return !interrupted; });
     EndIfInterrupted();
     ProgressBar progress(input.bytes());
     int64_t bytes = 0;
@@ -284,7 +289,7 @@ void TryFiles(const Context &context, const TestOptions &options, monitor::Modul
 {
     Tally tally(module, host, options.line_hours ? HourOf::kLine : HourOf::kNow);
     const auto begin = Clock::now();
-    ReadFiles(options.files, &tally);
+    ReadFiles(options, &tally);
     const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
     const LeftOut left_out = LeftOutEvents(host.registry(), module);
     if (context.json) {
@@ -312,7 +317,8 @@ void ExplainLine(const Context &context, const TestOptions &options, monitor::Mo
                  host::RegistryTree &registry)
 {
     LineTrial trial(module, options.line_hours ? HourOf::kLine : HourOf::kNow);
-    const auto verdicts = Explain(trial, module, registry, AsALine(*options.explain));
+    const std::string line = options.as_input ? RenderLine(*options.explain) : *options.explain;
+    const auto verdicts = Explain(trial, module, registry, AsALine(line));
     Table table({"SOURCE", "ID", "MATCHES", "REASON"});
     json events = json::array();
     for (const Verdict &verdict : verdicts) {
@@ -323,7 +329,7 @@ void ExplainLine(const Context &context, const TestOptions &options, monitor::Mo
                           {"reason", verdict.reason}});
     }
     if (context.json)
-        PrintJson({{"text", AsALine(*options.explain)}, {"events", events}});
+        PrintJson({{"text", inputs::WithWholeWords(AsALine(line))}, {"events", events}});
     else
         table.Print();
 }
@@ -352,7 +358,8 @@ void SetUpTest(Parser &parser, Context &context)
 {
     auto options = std::make_shared<TestOptions>();
     parser.Add("file", options->files,
-               "Logs to be read, each from its first line to its last; - reads standard input");
+               "Logs to be read, each from its first line to its last, compressed or not; - reads "
+               "standard input, and journal the journal");
     parser
         .Add("--explain", options->explain,
              "Say for this one line, and for every event, why it matches or does not")
@@ -366,6 +373,10 @@ void SetUpTest(Parser &parser, Context &context)
         "--line-hours", options->line_hours,
         "Count a line in the hour of its own time stamp. The monitor, and a trial without "
         "this, takes the hour in which the line is looked at: now");
+    parser.AddFlag(
+        "--as-input", options->as_input,
+        "Read the logs, or the line, as an input does: with stamps of any usual form, and "
+        "of any age");
     parser.Footer("The monitor's own code applies the rules, with all hit counts at 0. Nothing is "
                   "stored, and no daemon is needed.");
     const auto run = [&, options] { return Test(context, *options); };

@@ -1,9 +1,10 @@
 #include "agent/cli/trial_input.h"
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -19,18 +20,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// How a compressed file begins, and what writes it out as text. By its content: a name can say
-// anything.
-struct Packing {
-    std::string_view head;
-    const char *reader;
-};
-constexpr Packing kPackings[] = {{"\x1F\x8B", "zcat"},
-                                 {"\xFD"
-                                  "7zXZ",
-                                  "xzcat"},
-                                 {"\x28\xB5\x2F\xFD", "zstdcat"},
-                                 {"BZh", "bzcat"}};
+// How a compressed file begins. By its content: a name can say anything.
+constexpr std::string_view kPackings[] = {"\x1F\x8B",
+                                          "\xFD"
+                                          "7zXZ",
+                                          "\x28\xB5\x2F\xFD", "BZh"};
 
 // `why` without a next step of its own: for a log there is only one.
 [[noreturn]] void Fail(const std::string &name, const std::string &why)
@@ -68,31 +62,39 @@ void WriteAll(int file, std::string_view bytes)
     }
 }
 
-void RefusePacked(const TrialLog &log)
+bool IsPacked(const fs::path &path)
 {
     // More than the longest head.
-    const std::string head = logs::ReadPart(log.path, 0, 8);
-    for (const Packing &packing : kPackings) {
-        if (head.starts_with(packing.head))
-            throw host::Error("cannot try " + log.name, "it is compressed",
-                              std::string("hand it over as text: ") + packing.reader +
-                                  " FILE | syslogmon test -");
-    }
+    const std::string head = logs::ReadPart(path, 0, 8);
+    return std::any_of(std::begin(kPackings), std::end(kPackings),
+                       [&](std::string_view packing) { return head.starts_with(packing); });
+}
+
+bool IsJournal(const std::string &name)
+{
+    return name == "journal" && access(name.c_str(), F_OK) != 0;
 }
 
 } // namespace
 
 // Pipes are read to their end here, one after the other, before anything is tried.
-TrialInput::TrialInput(const std::vector<std::string> &names, const std::function<bool()> &go_on)
+TrialInput::TrialInput(const std::vector<std::string> &names, bool as_input,
+                       const std::function<bool()> &go_on)
 {
     for (const std::string &name : names) {
         TrialLog log;
         log.name = text::ShownName(name);
-        log.path = IsPipe(name) ? Copy(name, go_on) : fs::path(name);
+        log.path = IsJournal(name) ? Fill(RenderJournal, go_on)
+                   : IsPipe(name)  ? Copy(name, go_on)
+                                   : fs::path(name);
         const std::string why = logs::WhyUnreadable(log.path);
         if (!why.empty())
             Fail(log.name, why);
-        RefusePacked(log);
+        const fs::path as_it_is = log.path;
+        if (as_input && !IsJournal(name))
+            log.path = Fill([&](const auto &take) { RenderLog(as_it_is, log.name, take); }, go_on);
+        else if (IsPacked(as_it_is))
+            log.path = Fill([&](const auto &take) { ReadUnpacked(as_it_is, take); }, go_on);
         log.bytes = static_cast<int64_t>(fs::file_size(log.path));
         logs_.push_back(std::move(log));
     }
@@ -106,30 +108,40 @@ int64_t TrialInput::bytes() const
     return sum;
 }
 
-// When it is told to stop, the copy is what was read so far; the caller asks as well, and gives up.
-fs::path TrialInput::Copy(const std::string &name, const std::function<bool()> &go_on)
+fs::path TrialInput::Fill(const std::function<void(const TakeText &)> &put,
+                          const std::function<bool()> &go_on)
 {
-    const host::Fd pipe = OpenPipe(name);
     if (!folder_)
         folder_.emplace();
-    fs::path path = folder_->path() / std::to_string(logs_.size());
+    fs::path path = folder_->path() / std::to_string(copies_++);
     // For this user alone, whatever the umask; O_EXCL, since the folder is new.
     const host::Fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (file.get() < 0)
         Fail(path, strerror(errno));
-    std::array<char, size_t{64} * 1024> block{};
-    while (go_on()) {
-        const ssize_t got = read(pipe.get(), block.data(), block.size());
-        // A signal may have come: go_on is asked.
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got < 0)
-            Fail(text::ShownName(name), strerror(errno));
-        if (got == 0)
-            break;
-        WriteAll(file.get(), {block.data(), static_cast<size_t>(got)});
-    }
+    put([&](const std::string &text) {
+        WriteAll(file.get(), text);
+        return go_on();
+    });
     return path;
+}
+
+// When it is told to stop, the copy is what was read so far; the caller asks as well, and gives up.
+fs::path TrialInput::Copy(const std::string &name, const std::function<bool()> &go_on)
+{
+    const host::Fd pipe = OpenPipe(name);
+    return Fill(
+        [&](const TakeText &take) {
+            std::string block(size_t{64} * 1024, '\0');
+            for (;;) {
+                const ssize_t got = read(pipe.get(), block.data(), block.size());
+                if (got < 0 && errno != EINTR)
+                    Fail(text::ShownName(name), strerror(errno));
+                // A signal may have come: whoever takes it is asked with nothing, too.
+                if (got == 0 || !take(block.substr(0, got < 0 ? 0 : static_cast<size_t>(got))))
+                    return;
+            }
+        },
+        go_on);
 }
 
 } // namespace cli

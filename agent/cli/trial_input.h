@@ -1,5 +1,5 @@
-// The logs of a trial. The monitor reads regular files only, so what comes through a pipe is copied
-// into one first.
+// The logs of a trial. The monitor reads regular files only, so what comes through a pipe, is compressed, or is to be
+// read as an input reads it, is copied into one first.
 //
 // All are looked at before the first is read: a name with a mistake in it is told of at once, and
 // not after gigabytes of others.
@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/cli/rendered_log.h"
 #include "agent/cli/temporary_folder.h"
 
 namespace cli {
@@ -26,17 +27,23 @@ struct TrialLog {
 
 class TrialInput {
   public:
-    // Of the names on the command line; "-" is standard input. `go_on` is asked while a pipe is
-    // read; false ends it. Throws host::Error for what cannot be read, and for a compressed file.
-    TrialInput(const std::vector<std::string> &names, const std::function<bool()> &go_on);
+    // Of the names on the command line; "-" is standard input, and "journal", unless there is such a file, the journal of
+    // this host. `go_on` is asked while something is copied; false ends it. Throws host::Error for what cannot be read.
+    //   as_input  lines have stamps of any usual form and of any age
+    TrialInput(const std::vector<std::string> &names, bool as_input,
+               const std::function<bool()> &go_on);
 
     [[nodiscard]] const std::vector<TrialLog> &logs() const { return logs_; }
     [[nodiscard]] int64_t bytes() const;
 
   private:
     std::filesystem::path Copy(const std::string &name, const std::function<bool()> &go_on);
+    // A new file in the folder, with what is put into it.
+    std::filesystem::path Fill(const std::function<void(const TakeText &)> &put,
+                               const std::function<bool()> &go_on);
 
-    std::optional<TemporaryFolder> folder_; // for what came through pipes
+    std::optional<TemporaryFolder> folder_; // for copies
+    size_t copies_ = 0;
     std::vector<TrialLog> logs_;
 };
 

@@ -372,13 +372,48 @@ TEST_F(TryRules, StandardInputAndPipesAreReadAsLogs)
     EXPECT_NE(std::string::npos, both.err.find("standard input (-) can be read only once"));
 }
 
-TEST_F(TryRules, ACompressedLogIsRefusedWithWhatReadsIt)
+TEST_F(TryRules, ACompressedLogIsReadAndADamagedOneIsNamed)
 {
     ExpectDone({"event", "add", "ONE", "1", "-k", "bad"});
-    test::WriteFile(File("the.log.gz"), "\x1F\x8B\x08 and so on");
-    ExpectFailed({"test", File("the.log.gz")},
-                 "cannot try " + File("the.log.gz").string() +
-                     ": it is compressed; hand it over as text: zcat FILE | syslogmon test -");
+    WriteLog({now + "h bad", now + "h good", now + "h bad"});
+    ASSERT_EQ(0, RunToEnd({"/bin/sh", "-c", "gzip -k " + File("the.log").string()}).status);
+    const json one = EventOf(Try({File("the.log.gz")}), "ONE");
+    EXPECT_EQ(2, one["reports"]);
+    ExpectText(one["last"], 3, now + "h bad");
+    test::WriteFile(File("broken.gz"), "\x1F\x8B\x08 and so on");
+    const Finished finished = Syslogmon({"test", File("broken.gz")});
+    EXPECT_EQ(1, finished.status);
+    EXPECT_NE(std::string::npos, finished.err.find(File("broken.gz"))) << finished.err;
+}
+
+TEST_F(TryRules, AsAnInputReadsStampsOfAnyFormAndAge)
+{
+    ExpectDone({"event", "add", "ONE", "1", "-k", "bad"});
+    WriteLog(
+        {"2019-03-04T05:06:07.123+00:00 web07 app[7]: bad", "1551675967 bad", "no stamp: bad"});
+    EXPECT_EQ(0, EventOf(Try(), "ONE")["reports"]);
+    const json one = EventOf(Try({"--as-input", File("the.log")}), "ONE");
+    EXPECT_EQ(3, one["reports"]);
+    const std::string first = one["first"]["text"];
+    EXPECT_EQ(" web07 app[7]: bad", first.substr(15)) << first;
+}
+
+TEST_F(TryRules, AsAnInputALineKeepsTheHourOfItsOldStamp)
+{
+    ExpectDone({"event", "add", "NIGHT", "1", "-k", "bad", "--hours", "3"});
+    WriteLog({"2019-03-04 03:06:07 h bad", "2019-03-04 04:06:07 h bad"});
+    EXPECT_EQ(1, EventOf(Try({"--as-input", "--line-hours", File("the.log")}), "NIGHT")["lines"]);
+}
+
+TEST_F(TryRules, AsAnInputAWordOfAStrangerHidesNoLine)
+{
+    ExpectDone({"event", "add", "ONE", "1", "-k", "bad"});
+    const std::string line = "2019-03-04T05:06:07Z web07 sshd[7]: bad user TARSKvkvmain";
+    EXPECT_NE("", Explain(line, "ONE", false));
+    EXPECT_NE("", Explain(line, "ONE", true, {"--as-input"}));
+    WriteLog({line});
+    const std::string text = EventOf(Try({"--as-input", File("the.log")}), "ONE")["last"]["text"];
+    EXPECT_EQ(" web07 sshd[7]: bad user TARSKvkvmain", text.substr(15));
 }
 
 TEST_F(TryRules, RulesOfAFileStandInPlaceOfThoseOfTheHost)

@@ -157,6 +157,25 @@ TEST_F(RenderingTest, ControlCharactersAreShownAsNumbers)
               TextOf("a\n at b\tc\0d\x1b[31m\x7f"sv));
 }
 
+// They are looked for by several bytes at a time.
+TEST_F(RenderingTest, AControlCharacterIsFoundWhereverItStands)
+{
+    for (size_t size = 1; size < 40; ++size) {
+        for (size_t at = 0; at < size; ++at) {
+            for (int value = 0; value < 256; ++value) {
+                std::string message(size, 'x');
+                message[at] = static_cast<char>(value);
+                const bool is_control = value < 0x20 || value == 0x7f;
+                if (value == '#')
+                    continue;
+                EXPECT_EQ(is_control,
+                          TextOf("Nov 21 10:00:01 h p: a" + message).find('#') != std::string::npos)
+                    << value << " at " << at << " of " << size;
+            }
+        }
+    }
+}
+
 TEST_F(RenderingTest, NoUserNameHidesAFailedLogin)
 {
     EXPECT_EQ("Nov 21 10:00:01 web07 sshd[77]: Failed password for TARSK\x1fvkvmain\n",
