@@ -654,10 +654,16 @@ uint64_t FileFollower::BytesBehind() const
 std::vector<std::string> FileFollower::Problems() const
 {
     std::vector<std::string> problems = view_.problems;
+    bool has_any = std::any_of(view_.files.begin(), view_.files.end(),
+                               [&](const auto &row) { return options_.rules.Match(row.first); });
     for (const std::string &path : view_.others) {
-        if (options_.rules.Match(path))
-            problems.push_back("cannot read " + path + ": it is not a regular file");
+        if (!options_.rules.Match(path))
+            continue;
+        has_any = true;
+        problems.push_back("cannot read " + path + ": it is not a regular file");
     }
+    if (!has_any)
+        problems.emplace_back(kNothingMatches);
     for (const auto &[number, file] : files_) {
         if (!file.problem.empty())
             problems.push_back(file.problem);

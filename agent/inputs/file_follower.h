@@ -42,6 +42,9 @@ struct FollowOptions {
     bool from_start = false; // also what is there when the input is added
 };
 
+// What is told of patterns without a file. It may come later.
+inline constexpr char kNothingMatches[] = "no file has a name of these patterns";
+
 // A place that somebody else has come to.
 struct PlaceInFile {
     uint64_t offset = 0;

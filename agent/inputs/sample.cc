@@ -73,7 +73,7 @@ void SampleFiles(const FollowOptions &options, size_t most, Sample *sample)
             files.emplace_back(look.changed_ns, path);
     }
     if (files.empty())
-        sample->problems.push_back("no file has a name of these patterns");
+        sample->problems.emplace_back(kNothingMatches);
     std::sort(files.begin(), files.end());
     LocalClock clock;
     EntryReader reader{options.name, options.form,

@@ -260,7 +260,7 @@ class Inputs(lab.LabTest):
         self.assertIn("web07 app[7]: numbered n=11.", shown[-1])
 
 
-class Journal(lab.LabTest):
+class JournalTest(lab.LabTest):
     """A real systemd-journald, which writes into this namespace."""
 
     def setUp(self):
@@ -290,6 +290,8 @@ class Journal(lab.LabTest):
         fields = {"MESSAGE": message, "SYSLOG_IDENTIFIER": "app", "PRIORITY": "4"} | fields
         self.socket.send("".join(f"{name}={value}\n" for name, value in fields.items()).encode())
 
+
+class Journal(JournalTest):
     def write(self, count):
         for number in range(self.written, self.written + count):
             self.log(lab.numbered(number))

@@ -399,6 +399,61 @@ TEST_F(FollowerTest, EmptyAndUnreadableNeighboursDoNoHarm)
     EXPECT_NE(std::string::npos, follower().Problems()[0].find("b.log: it is not a regular file"));
 }
 
+TEST_F(FollowerTest, APatternWithoutAFileIsToldUntilThereIsOne)
+{
+    options.rules.paths = {Path("later*.log")};
+    Start();
+    Settle();
+    EXPECT_EQ(std::vector<std::string>{inputs::kNothingMatches}, follower().Problems());
+    Write("later1.log", LogLine("one"));
+    Settle();
+    EXPECT_EQ(std::vector<std::string>{"one"}, Take());
+    EXPECT_EQ(std::vector<std::string>{}, follower().Problems());
+}
+
+TEST_F(FollowerTest, APipeAmongTheFilesIsNamedAndNotWaitedFor)
+{
+    Write("a.log", "");
+    Start();
+    ASSERT_EQ(0, mkfifo(Path("pipe.log").c_str(), 0600));
+    Append("a.log", LogLine("one"));
+    Settle();
+    EXPECT_EQ(std::vector<std::string>{"one"}, Take());
+    EXPECT_EQ((std::vector<std::string>{"cannot read " + Path("pipe.log") +
+                                        ": it is not a regular file"}),
+              follower().Problems());
+}
+
+TEST_F(FollowerTest, BinaryDataIsOneEntryAndTheNextLineIsWhole)
+{
+    Write("a.log", LogLine("first"));
+    Start();
+    std::string bytes(4096, '\0');
+    for (size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<char>(i % 256 == '\n' ? 'x' : i % 256);
+    Append("a.log", LogLine("before") + bytes + "\n" + LogLine("behind"));
+    Settle();
+    const auto messages = Take();
+    ASSERT_EQ(3U, messages.size());
+    EXPECT_EQ("before", messages.front());
+    EXPECT_EQ("behind", messages.back());
+}
+
+TEST_F(FollowerTest, AClockThatJumpsLosesNothingAndDoublesNothing)
+{
+    Write("a.log", "");
+    Start();
+    int number = 0;
+    for (const int64_t jump :
+         {int64_t{0}, int64_t{-400} * 86400, int64_t{400} * 86400, int64_t{-3600}}) {
+        wall_seconds += jump;
+        Append("a.log", LogLine(std::to_string(number)));
+        Settle();
+        EXPECT_EQ(std::vector<std::string>{std::to_string(number)}, Take());
+        ++number;
+    }
+}
+
 TEST_F(FollowerTest, AFolderThatVanishesIsNamedAndFoundAgain)
 {
     options.rules.paths = {Path("sub/*.log")};
