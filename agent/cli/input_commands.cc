@@ -66,10 +66,18 @@ std::vector<std::string> Warnings(const InputConfig &config)
     return twice ? std::vector{twice->found + "; " + twice->advice} : std::vector<std::string>{};
 }
 
-void Warn(const InputConfig &config)
+// What is wrong with an input that was stored just now. It stays: a file that is missing today is read once it is there.
+// Says it on standard error, too. A journal is not looked through: that can take long, and input test does it.
+std::vector<std::string> Warn(const Context &context, const InputConfig &config)
 {
-    for (const std::string &warning : Warnings(config))
+    std::vector<std::string> warnings = Warnings(config);
+    if (config.kind == inputs::kFilesKind) {
+        const inputs::Sample sample = inputs::TakeSample(config, Charset(context), 1);
+        warnings.insert(warnings.end(), sample.problems.begin(), sample.problems.end());
+    }
+    for (const std::string &warning : warnings)
         fprintf(stderr, "syslogmon: warning: %s\n", warning.c_str());
+    return warnings;
 }
 
 int AddInput(Context &context, const InputOptions &options)
@@ -81,9 +89,9 @@ int AddInput(Context &context, const InputOptions &options)
     context.Open();
     config = Inputs(context).Add(std::move(config), Charset(context));
     TellDaemonOfInputs(context);
-    Warn(config);
+    const std::vector<std::string> warnings = Warn(context, config);
     if (context.json)
-        PrintJson({{"added", config.name}, {"warnings", Warnings(config)}});
+        PrintJson({{"added", config.name}, {"warnings", warnings}});
     return kExitDone;
 }
 
@@ -96,9 +104,9 @@ int ChangeInput(Context &context, const InputOptions &options)
         config.options.erase(name);
     Inputs(context).Change(config);
     TellDaemonOfInputs(context);
-    Warn(config);
+    const std::vector<std::string> warnings = Warn(context, config);
     if (context.json)
-        PrintJson({{"changed", config.name}, {"warnings", Warnings(config)}});
+        PrintJson({{"changed", config.name}, {"warnings", warnings}});
     return kExitDone;
 }
 

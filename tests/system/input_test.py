@@ -231,6 +231,16 @@ class Inputs(lab.LabTest):
         self.lab.command("input", "set", "all", "exclude=/var/log/messages")
         self.assertNotIn("count twice", self.lab.run("doctor").stdout)
 
+    def test_what_is_wrong_with_the_files_is_said_when_an_input_is_added_or_changed(self):
+        done = self.lab.run("input", "add", "files", "app", f"path={lab.VAR_LOG}/typo*.log")
+        self.assertIn("syslogmon: warning: no file has a name of these patterns", done.stderr)
+        self.assertEqual(done.returncode, 0)
+        done = self.lab.run("input", "set", "app", "path=/nonexistent/app.log")
+        self.assertIn("syslogmon: warning: cannot list the folder /nonexistent: No such file or directory", done.stderr)
+        lab.append(self.log, iso(0))
+        done = self.lab.run("input", "set", "app", f"path={self.log}")
+        self.assertEqual(done.stderr, "")
+
     def test_inputs_wait_while_the_monitor_has_too_much_to_read(self):
         self.lab.command("set", "spool-megabytes", "1")
         self.add_files()
