@@ -42,13 +42,14 @@ bool AddFirstInput(host::Store &store, host::RegistryTree &registry)
     const bool is_wanted = !IsWatched(store, registry);
     if (is_wanted && !JournalReader::HostsIsReadable())
         return false;
+    // Before it is noted: ended in between, the next start finds the input and only notes it.
+    if (is_wanted)
+        InputRegistry(store, registry).Add({0, kName, kJournalKind, {}}, host::kDefaultLogCharset);
     host::Transaction transaction(store);
     const uint32_t decided = 1;
     registry.Set(registry.Create(host::kRootKey, host::kAgentKey), kDecided, REG_DWORD,
                  std::string_view(reinterpret_cast<const char *>(&decided), sizeof decided));
     transaction.Commit();
-    if (is_wanted)
-        InputRegistry(store, registry).Add({0, kName, kJournalKind, {}}, host::kDefaultLogCharset);
     return is_wanted;
 }
 
