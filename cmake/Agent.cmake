@@ -93,7 +93,7 @@ install(FILES packaging/rules.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/s
 
 add_agent_folder(cli UNHURRIED WITH_JSON alert_commands.cc doctor_agent.cc doctor_commands.cc doctor_inputs.cc doctor_logs.cc
     doctor_promises.cc doctor_rsyslog.cc doctor_sinks.cc event_commands.cc event_json.cc explain.cc
-    hour_of.cc input_commands.cc line_trial.cc output.cc
+    hour_of.cc input_commands.cc line_trial.cc option_word.cc output.cc
     progress_bar.cc reg_file_commands.cc registry_commands.cc rendered_log.cc rsyslog_config.cc rules_commands.cc
     scan_commands.cc setting_commands.cc since.cc sink_commands.cc status_commands.cc tally.cc
     temporary_folder.cc test_commands.cc text_input.cc trace_commands.cc trial.cc trial_input.cc

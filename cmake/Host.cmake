@@ -28,7 +28,7 @@ target_precompile_headers(agent_headers PRIVATE ${AGENT_HEADERS})
 
 add_library(tarsk SHARED
     agent/host/agent_info.cc agent/host/agent_values.cc agent/host/convert.cc agent/host/database.cc
-    agent/host/hit_counters.cc agent/host/host.cc agent/host/layout.cc agent/host/loader.cc
+    agent/host/here_and_now.cc agent/host/hit_counters.cc agent/host/host.cc agent/host/layout.cc agent/host/loader.cc
     agent/host/private_file.cc agent/host/registry.cc agent/host/registry_tree.cc
     agent/host/reported_hits.cc agent/host/room.cc agent/host/schema.cc agent/host/store.cc
     agent/host/store_file.cc agent/host/sync.cc agent/host/trace_log.cc agent/host/waitable.cc)

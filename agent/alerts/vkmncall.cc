@@ -1,12 +1,9 @@
 // lib/vkmncall.dll: the alert component's entry point. It stores the report and returns; it never
 // waits for a receiver: the deliverer sends it from the store, at its own pace. What is stored is a
 // part of the pass that reports it.
-#include <chrono>
-#include <climits>
-#include <unistd.h>
-
 #include "agent/alerts/report_folder.h"
 #include "agent/host/c_boundary.h"
+#include "agent/host/here_and_now.h"
 #include "agent/host/host.h"
 #include "agent/host/report_source.h"
 #include "platform/siblings.h"
@@ -17,28 +14,13 @@ namespace {
 // their alerts apart.
 alerts::ReportFolder folder; // of the monitor thread
 
-// Asked with each report, since it can be changed while the daemon runs. One byte more than is
-// asked for: gethostname need not terminate a name that it cuts.
-std::string HostName()
-{
-    char name[HOST_NAME_MAX + 1] = {};
-    gethostname(name, HOST_NAME_MAX);
-    return name;
-}
-
-int64_t NowMs()
-{
-    using namespace std::chrono;
-    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
-}
-
 alerts::Alert AlertOf(host::Host &host, const ReportRequest &request)
 {
     alerts::Alert alert;
     // When it was reported, not the time stamp of the line, which has no year and can be of another
     // zone.
-    alert.time_ms = NowMs();
-    alert.host = HostName();
+    alert.time_ms = host::NowMs();
+    alert.host = host::HostName();
     alert.log_name = request.logName;
     alert.source = request.source;
     alert.event_id = request.eventId;

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/cli/command.h"
+#include "agent/cli/option_word.h"
 #include "agent/cli/output.h"
 #include "agent/host/agent_values.h"
 #include "agent/host/waitable.h"
@@ -50,11 +51,8 @@ void TakeInputOptions(const std::vector<std::string> &words, InputConfig *config
 {
     std::map<std::string, std::vector<std::string>> given;
     for (const std::string &word : words) {
-        const size_t equals = word.find('=');
-        if (equals == std::string::npos || equals == 0)
-            throw host::Error("cannot use the option \"" + word + "\"", "it has no value",
-                              "write NAME=VALUE");
-        given[word.substr(0, equals)].push_back(word.substr(equals + 1));
+        auto [name, value] = SplitOption(word);
+        given[name].push_back(std::move(value));
     }
     for (auto &[name, values] : given)
         config->options[name] = std::move(values);

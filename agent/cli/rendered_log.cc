@@ -1,10 +1,10 @@
 #include "agent/cli/rendered_log.h"
 
-#include <climits>
+#include <chrono>
 #include <ctime>
-#include <unistd.h>
 
 #include "agent/host/error.h"
+#include "agent/host/here_and_now.h"
 #include "agent/inputs/folder_view.h"
 #include "agent/inputs/journal_reader.h"
 #include "agent/inputs/log_content.h"
@@ -19,19 +19,12 @@ namespace {
 constexpr size_t kBlock = size_t{256} * 1024;
 static_assert(kBlock > 2 * inputs::kLongestRecord);
 
-std::string HostName()
-{
-    char name[HOST_NAME_MAX + 1] = {};
-    gethostname(name, HOST_NAME_MAX);
-    return name;
-}
-
 // Renders records at one moment, that of the trial.
 class Renderer {
   public:
     explicit Renderer(const std::string &program)
     {
-        form_.host = HostName();
+        form_.host = host::HostName();
         form_.identifier = program;
     }
 
@@ -79,8 +72,7 @@ void ReadUnpacked(const std::filesystem::path &path, const TakeText &take)
 
 void RenderLog(const std::filesystem::path &path, const std::string &name, const TakeText &take)
 {
-    const std::string file = inputs::NameOf(name);
-    Renderer renderer(file.substr(0, file.find('.', 1)));
+    Renderer renderer(inputs::IdentifierOf(name));
     inputs::RecordSplitter splitter({}, std::make_shared<inputs::Charset>("", "UTF-8"));
     bool skipping = false;
     std::string unread;

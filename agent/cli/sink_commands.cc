@@ -8,14 +8,15 @@
 #include <cstdio>
 #include <filesystem>
 #include <set>
-#include <unistd.h>
 
 #include <nlohmann/json.hpp>
 
 #include "agent/alerts/alert_store.h"
 #include "agent/cli/command.h"
+#include "agent/cli/option_word.h"
 #include "agent/cli/output.h"
 #include "agent/cli/sink_commands.h"
+#include "agent/host/here_and_now.h"
 #include "agent/host/waitable.h"
 #include "agent/logs/log_files.h"
 #include "agent/sinks/delivery_store.h"
@@ -75,14 +76,10 @@ struct SinkOptions {
 void TakeOptions(const std::vector<std::string> &words, SinkConfig &config)
 {
     for (const std::string &word : words) {
-        const size_t equals = word.find('=');
-        // The value may be empty, and may hold further equals signs.
-        if (equals == std::string::npos || equals == 0)
-            throw host::Error("cannot use the option \"" + word + "\"", "it has no value",
-                              "write NAME=VALUE");
+        auto [name, value] = SplitOption(word);
         // For its error: an option that the kind does not have.
-        sinks::FindOption(*config.kind, word.substr(0, equals));
-        config.options[word.substr(0, equals)] = word.substr(equals + 1);
+        sinks::FindOption(*config.kind, name);
+        config.options[name] = std::move(value);
     }
 }
 
@@ -355,14 +352,6 @@ int ShowSink(Context &context, const SinkOptions &options)
 
 // ---- sink test ----
 
-// Cut and terminated, should it be longer than a name can be.
-std::string HostName()
-{
-    char name[256] = {};
-    gethostname(name, sizeof name - 1);
-    return name;
-}
-
 // Marked in three ways: by the field, the source and the text, for receivers that look at any one
 // of them. Its key is like no alert's, so a receiver that leaves out what it has already got does
 // not leave out a real one.
@@ -371,7 +360,7 @@ sinks::Message TestMessage(host::Store &store, const SinkConfig &config)
     sinks::Message message;
     message.is_test = true;
     message.alert.time_ms = status::WallTimeMs();
-    message.alert.host = HostName();
+    message.alert.host = host::HostName();
     message.alert.log_name = "Application";
     message.alert.source = "SYSLOGMON-TEST";
     message.alert.count = 1;

@@ -18,7 +18,7 @@ namespace {
 // Between two tries for a lock: 1 ms, doubled up to this. Most holders are done in less than that.
 constexpr int kRetryMs = 20;
 
-int64_t NowMs()
+int64_t SteadyMs()
 {
     using namespace std::chrono;
     return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
@@ -283,7 +283,7 @@ void Database::EndWait()
 int Database::OnBusy(void *self, int calls)
 {
     auto *database = static_cast<Database *>(self);
-    const int64_t now = NowMs();
+    const int64_t now = SteadyMs();
     if (calls == 0)
         database->waiting_since_ms_ = now;
     const int64_t waited = now - database->waiting_since_ms_;

@@ -100,4 +100,10 @@ std::string NameOf(const std::string &path)
     return path.substr(path.rfind('/') + 1);
 }
 
+std::string IdentifierOf(const std::string &path)
+{
+    const std::string name = NameOf(path);
+    return name.substr(0, name.find('.', 1));
+}
+
 } // namespace inputs

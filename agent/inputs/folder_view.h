@@ -37,6 +37,9 @@ struct PathRules {
 std::string FolderOf(const std::string &path);
 std::string NameOf(const std::string &path);
 
+// The program of entries that name none: "app" of "/var/log/app.log".
+std::string IdentifierOf(const std::string &path);
+
 } // namespace inputs
 
 #endif // AGENT_INPUTS_FOLDER_VIEW_H

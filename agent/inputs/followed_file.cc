@@ -23,13 +23,6 @@ constexpr milliseconds kRecordIsWhole{2000};
 // A rotated file that has not grown for so long gets no end of its last line any more.
 constexpr milliseconds kRotatedIsWhole{10000};
 
-// "app" of "/var/log/app.log"
-std::string IdentifierOf(const std::string &log)
-{
-    const std::string name = NameOf(log);
-    return name.substr(0, name.find('.', 1));
-}
-
 } // namespace
 
 void FollowedFile::Locate(const std::string &path, bool is_live)

@@ -1,12 +1,11 @@
 #include "agent/inputs/input_registry.h"
 
 #include <algorithm>
-#include <climits>
 #include <strings.h>
-#include <unistd.h>
 
 #include "agent/host/agent_values.h"
 #include "agent/host/error.h"
+#include "agent/host/here_and_now.h"
 #include "agent/inputs/input_store.h"
 #include "platform/registry.h"
 
@@ -20,13 +19,6 @@ constexpr size_t kMaxName = 64;
 std::string InputsPath()
 {
     return std::string(host::kAgentKey) + "\\INPUTS";
-}
-
-std::string HostName()
-{
-    char name[HOST_NAME_MAX + 1] = {};
-    gethostname(name, HOST_NAME_MAX);
-    return name;
 }
 
 void CheckName(const std::string &name)
@@ -162,7 +154,7 @@ FollowOptions FollowOptionsOf(const InputConfig &input, const std::string &log_c
     options.rules.paths = input.Values("path");
     options.rules.excluded = input.Values("exclude");
     options.form.format = StampFormatOf(input.Value("format")).value_or(StampFormat::kAuto);
-    options.form.host = HostName();
+    options.form.host = host::HostName();
     options.form.identifier = input.Value("identifier");
     options.joining.by_indentation = input.Value("join") == "indentation";
     options.joining.begins_with = input.Value("begins-with");

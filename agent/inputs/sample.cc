@@ -33,7 +33,6 @@ void TakeLines(const Batch &batch, size_t most, Sample *sample)
 void SampleFile(const std::string &path, uint64_t size, const FollowOptions &options,
                 EntryReader *reader, size_t most, Sample *sample)
 {
-    const std::string name = NameOf(path);
     LogContent content(path);
     const uint64_t from = content.IsPacked() || size < kLooked ? 0 : size - kLooked;
     std::string bytes(kLooked, '\0');
@@ -43,7 +42,7 @@ void SampleFile(const std::string &path, uint64_t size, const FollowOptions &opt
         rest.remove_prefix(std::min(rest.size(), rest.find('\n') + 1));
     LineForm form = options.form;
     if (form.identifier.empty())
-        form.identifier = name.substr(0, name.find('.', 1));
+        form.identifier = IdentifierOf(path);
     Batch batch;
     LocalClock clock;
     const ReadingTime now(clock, time(nullptr));

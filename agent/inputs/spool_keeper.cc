@@ -1,14 +1,12 @@
 #include "agent/inputs/spool_keeper.h"
 
 #include <algorithm>
-#include <chrono>
-#include <climits>
 #include <cstring>
-#include <unistd.h>
 
 #include "agent/alerts/alert_store.h"
 #include "agent/host/agent_values.h"
 #include "agent/host/error.h"
+#include "agent/host/here_and_now.h"
 #include "platform/contract.h"
 #include "platform/registry.h"
 #include "platform/split64.h"
@@ -26,19 +24,6 @@ constexpr const SlotValues &kSlot = kSlotValues[1];
 
 constexpr char kOwnSource[] = "SYSLOGMON";
 constexpr uint32_t kLossEvent = 1;
-
-std::string HostName()
-{
-    char name[HOST_NAME_MAX + 1] = {};
-    gethostname(name, HOST_NAME_MAX);
-    return name;
-}
-
-int64_t NowMs()
-{
-    using namespace std::chrono;
-    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
-}
 
 size_t HashOf(std::string_view line)
 {
@@ -135,8 +120,8 @@ void SpoolKeeper::BeginGeneration(int64_t generation)
 void SpoolKeeper::Tell(const Loss &loss)
 {
     alerts::Alert alert;
-    alert.time_ms = NowMs();
-    alert.host = HostName();
+    alert.time_ms = host::NowMs();
+    alert.host = host::HostName();
     alert.log_name = loss.input;
     alert.source = kOwnSource;
     alert.event_id = kLossEvent;
