@@ -96,7 +96,7 @@ add_agent_folder(cli UNHURRIED WITH_JSON alert_commands.cc doctor_agent.cc docto
     hour_of.cc input_commands.cc line_trial.cc option_word.cc output.cc
     progress_bar.cc reg_file_commands.cc registry_commands.cc rendered_log.cc rsyslog_config.cc rules_commands.cc
     scan_commands.cc setting_commands.cc since.cc sink_commands.cc status_commands.cc tally.cc
-    temporary_folder.cc test_commands.cc text_input.cc trace_commands.cc trial.cc trial_input.cc
+    temporary_folder.cc test_commands.cc text_input.cc trace_commands.cc trial.cc trial_clock.cc trial_input.cc
     undelivered_commands.cc)
 target_link_libraries(agent_cli PUBLIC agent_commandline agent_inputs agent_logs agent_regfile agent_rules
                       agent_settings agent_sinks agent_status)

@@ -9,7 +9,7 @@ add_agent_folder(inputs change_watch.cc charset.cc counted_twice.cc customer_fil
     local_clock.cc log_content.cc place.cc protected_words.cc records.cc rendering.cc rotated_names.cc
     sample.cc spool.cc spool_keeper.cc stamp_formats.cc)
 target_link_libraries(agent_inputs PUBLIC agent_alerts
-                      PRIVATE nlohmann_json::nlohmann_json LibArchive::LibArchive PkgConfig::RE2
+                      PRIVATE agent_text nlohmann_json::nlohmann_json LibArchive::LibArchive PkgConfig::RE2
                       PkgConfig::SYSTEMD Threads::Threads)
 # These keep places and settings; the others make lines of entries.
 set_source_files_properties(agent/inputs/customer_file.cc agent/inputs/input_registry.cc agent/inputs/place.cc

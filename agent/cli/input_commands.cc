@@ -98,8 +98,10 @@ int ChangeInput(Context &context, const InputOptions &options)
     context.Open();
     InputConfig config = Inputs(context).Find(options.name);
     TakeInputOptions(options.options, &config);
-    for (const std::string &name : options.unset)
+    for (const std::string &name : options.unset) {
+        inputs::FindOption(config.kind, name);
         config.options.erase(name);
+    }
     Inputs(context).Change(config);
     TellDaemonOfInputs(context);
     const std::vector<std::string> warnings = Warn(context, config);

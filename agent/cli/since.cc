@@ -116,8 +116,8 @@ std::optional<time_t> ParseDate(const std::string &text)
         if (end == nullptr || *end != '\0')
             return std::nullopt;
         clock.resize(zone);
-        clock.resize(std::min(clock.size(), clock.find('.'))); // parts of a second
     }
+    clock.resize(std::min(clock.size(), clock.find_first_of(".,"))); // parts of a second
     if (!ReadsClock(clock.c_str(), &time))
         return std::nullopt;
     return zone != std::string::npos ? timegm(&time) - shift.tm_gmtoff : LocalMoment(time);

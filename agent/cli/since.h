@@ -13,7 +13,7 @@ namespace cli {
 //   10:00, 10:00:30               the last time that the clock showed this
 //   today, yesterday              the beginning of that day
 //   2026-11-21, with 10:00 or 10:00:30 behind it after a blank or a T; local time, unless Z or a
-//   shift such as +01:00 follows
+//   shift such as +01:00 follows; parts of a second are left out
 // Throws host::Error for anything else. Local is the zone of this process. A time of day that does
 // not exist on its day, or exists twice, is what mktime makes of it.
 int64_t ParseSince(const std::string &text, time_t now);

@@ -16,9 +16,11 @@
 #include "agent/cli/output.h"
 #include "agent/cli/progress_bar.h"
 #include "agent/cli/rendered_log.h"
+#include "agent/cli/since.h"
 #include "agent/cli/tally.h"
 #include "agent/cli/text_input.h"
 #include "agent/cli/trial.h"
+#include "agent/cli/trial_clock.h"
 #include "agent/cli/trial_input.h"
 #include "agent/events/event_checks.h"
 #include "agent/inputs/protected_words.h"
@@ -49,6 +51,7 @@ struct TestOptions {
     std::string rules;
     bool line_hours = false;
     bool as_input = false;
+    std::string as_of; // as it was typed; empty: now
 };
 
 // ---- interruption: the temporary folder must not stay behind ----
@@ -167,7 +170,7 @@ void PrintLeftOut(const LeftOut &left_out)
 }
 
 // A group for each reason, with the first line of it, and what to do where something can be done.
-void PrintUnseen(const Tally &tally)
+void PrintUnseen(const Tally &tally, bool is_now)
 {
     for (int p = 0; p < logs::kStampProblems; ++p) {
         const auto problem = static_cast<StampProblem>(p);
@@ -180,6 +183,8 @@ void PrintUnseen(const Tally &tally)
                text::Printable(Shown(tally, unseen.first)).c_str());
         if (*logs::StampProblemAdvice(problem) != '\0')
             printf("  %s\n", logs::StampProblemAdvice(problem));
+        if (problem == StampProblem::kOtherMonth && is_now)
+            printf("  --as-of TIME tries them as at a moment of then\n");
     }
 }
 
@@ -298,7 +303,7 @@ void TryFiles(const Context &context, const TestOptions &options, monitor::Modul
     }
     PrintEvents(tally);
     PrintLeftOut(left_out);
-    PrintUnseen(tally);
+    PrintUnseen(tally, options.as_of.empty());
     PrintTotals(tally, seconds);
 }
 
@@ -336,11 +341,23 @@ void ExplainLine(const Context &context, const TestOptions &options, monitor::Mo
 
 // ---- the command ----
 
+void StopClock(const std::string &as_of)
+{
+    if (as_of.empty())
+        return;
+    const int64_t moment = ParseSince(as_of, time(nullptr)) / 1000;
+    if (moment < 0)
+        throw host::Error("cannot try logs as of " + as_of, "the monitor knows no time before 1970",
+                          "name a later moment");
+    StopClockAt(moment);
+}
+
 // The store of the host is read before the trial's host is made, and not again.
 int Test(Context &context, const TestOptions &options)
 {
     // Before anything is made that would stay behind.
     TakeInterruptions();
+    StopClock(options.as_of);
     const bool has_file = !options.rules.empty();
     const RulesCopy rules = has_file ? FileRules(context, options.rules) : HostRules(context);
     // The rules of a file need nothing of an installation but the module of this program.
@@ -373,6 +390,11 @@ void SetUpTest(Parser &parser, Context &context)
         "--line-hours", options->line_hours,
         "Count a line in the hour of its own time stamp. The monitor, and a trial without "
         "this, takes the hour in which the line is looked at: now");
+    parser
+        .Add("--as-of", options->as_of,
+             "Try them as at this moment, for logs of any age; forms of the moment as with alerts "
+             "--since, or a moment to come")
+        .TypeName("TIME");
     parser.AddFlag(
         "--as-input", options->as_input,
         "Read the logs, or the line, as an input does: with stamps of any usual form, and "

@@ -7,6 +7,7 @@
 #include "agent/host/error.h"
 #include "agent/host/here_and_now.h"
 #include "agent/inputs/input_store.h"
+#include "agent/text/suggestion.h"
 #include "platform/registry.h"
 
 namespace inputs {
@@ -32,25 +33,12 @@ void CheckName(const std::string &name)
                           "use 1 to 64 letters, digits, \".\", \"_\" and \"-\"");
 }
 
-std::string NamesOfOptions(const std::string &kind)
+std::string Listed(const std::vector<std::string> &names)
 {
-    std::string names;
-    for (const InputOption &option : AllInputOptions()) {
-        if (kind == option.kind)
-            names += (names.empty() ? "" : ", ") + std::string(option.name);
-    }
-    return names;
-}
-
-const InputOption &FindOption(const InputConfig &input, const std::string &name)
-{
-    for (const InputOption &option : AllInputOptions()) {
-        if (input.kind == option.kind && name == option.name)
-            return option;
-    }
-    throw host::Error("cannot use the option \"" + name + "\"",
-                      "an input of the kind " + input.kind + " has none of that name",
-                      "use one of " + NamesOfOptions(input.kind));
+    std::string list;
+    for (const std::string &name : names)
+        list += (list.empty() ? "" : ", ") + name;
+    return list;
 }
 
 [[noreturn]] void Refuse(const std::string &option, const std::string &value,
@@ -115,6 +103,21 @@ const std::vector<InputOption> &AllInputOptions()
     return options;
 }
 
+const InputOption &FindOption(const std::string &kind, const std::string &name)
+{
+    std::vector<std::string> known;
+    for (const InputOption &option : AllInputOptions()) {
+        if (kind != option.kind)
+            continue;
+        if (name == option.name)
+            return option;
+        known.emplace_back(option.name);
+    }
+    throw host::Error("cannot use the option \"" + name + "\"",
+                      "an input of the kind " + kind + " has none of that name",
+                      text::Suggestion(name, known) + "use one of " + Listed(known));
+}
+
 std::string InputConfig::Value(const std::string &option) const
 {
     const auto found = options.find(option);
@@ -131,10 +134,11 @@ void CheckInput(const InputConfig &input)
 {
     CheckName(input.name);
     if (input.kind != kFilesKind && input.kind != kJournalKind)
-        throw host::Error("cannot add an input of the kind \"" + input.kind + "\"",
-                          "there is no such kind", "use files or journal");
+        throw host::Error(
+            "cannot add an input of the kind \"" + input.kind + "\"", "there is no such kind",
+            text::Suggestion(input.kind, {kFilesKind, kJournalKind}) + "use files or journal");
     for (const auto &[name, values] : input.options) {
-        if (!FindOption(input, name).is_repeated && values.size() > 1)
+        if (!FindOption(input.kind, name).is_repeated && values.size() > 1)
             throw host::Error("cannot use " + name + " twice", "it has one value", "give it once");
         for (const std::string &value : values)
             CheckValue(name, value);
@@ -206,14 +210,16 @@ std::vector<InputConfig> InputRegistry::ReadAll()
 
 InputConfig InputRegistry::Find(const std::string &name)
 {
-    std::string known;
+    std::vector<std::string> known;
     for (InputConfig &input : ReadAll()) {
         if (strcasecmp(input.name.c_str(), name.c_str()) == 0)
             return input;
-        known += (known.empty() ? "" : ", ") + input.name;
+        known.push_back(input.name);
     }
     throw host::Error("cannot find the input \"" + name + "\"", "there is none of that name",
-                      known.empty() ? "add one with syslogmon input add" : "use one of " + known);
+                      known.empty()
+                          ? "add one with syslogmon input add"
+                          : text::Suggestion(name, known) + "use one of " + Listed(known));
 }
 
 void InputRegistry::Write(const InputConfig &input)

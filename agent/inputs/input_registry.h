@@ -37,6 +37,8 @@ struct InputOption {
     const char *help; // in one line
 };
 const std::vector<InputOption> &AllInputOptions();
+// Throws host::Error, which names all of the kind, when it has none of that name.
+const InputOption &FindOption(const std::string &kind, const std::string &name);
 
 struct InputConfig {
     InputId key = 0; // 0: not stored yet

@@ -30,28 +30,50 @@ void TakeLines(const Batch &batch, size_t most, Sample *sample)
                                    batch.own_stamps.back().stamp);
 }
 
-void SampleFile(const std::string &path, uint64_t size, const FollowOptions &options,
-                EntryReader *reader, size_t most, Sample *sample)
+// The end of a file's content. Of a damaged archive, what can be read before the damage.
+struct End {
+    std::string bytes;
+    bool has_more = false; // before it
+    std::string problem;   // empty: it was read
+};
+
+// A compressed file has to be read from its beginning for that; no more than two blocks are held.
+End EndOf(LogContent *content, uint64_t size)
 {
-    LogContent content(path);
-    const uint64_t from = content.IsPacked() || size < kLooked ? 0 : size - kLooked;
-    std::string bytes(kLooked, '\0');
-    bytes.resize(content.Read(from, bytes.data(), bytes.size()));
-    std::string_view rest = bytes;
-    if (from > 0)
-        rest.remove_prefix(std::min(rest.size(), rest.find('\n') + 1));
-    LineForm form = options.form;
-    if (form.identifier.empty())
-        form.identifier = IdentifierOf(path);
+    End end;
+    const bool is_packed = content->IsPacked();
+    uint64_t at = is_packed || size < kLooked ? 0 : size - kLooked;
+    end.has_more = at > 0;
+    std::string block(kLooked, '\0');
+    try {
+        size_t count = 0;
+        do {
+            count = content->Read(at, block.data(), block.size());
+            at += count;
+            end.bytes.append(block, 0, count);
+            if (end.bytes.size() > kLooked) {
+                end.bytes.erase(0, end.bytes.size() - kLooked);
+                end.has_more = true;
+            }
+        } while (is_packed && count > 0);
+    } catch (const host::Error &error) {
+        end.problem = error.what();
+    }
+    return end;
+}
+
+// Renders what is there as it would be rendered now.
+Batch Rendered(std::string_view bytes, const LineForm &form, RecordSplitter *splitter)
+{
     Batch batch;
     LocalClock clock;
     const ReadingTime now(clock, time(nullptr));
     bool skipping = false;
     for (;;) {
-        const auto cut = reader->splitter.Take(rest, Ending::kComplete, &skipping);
+        const auto cut = splitter->Take(bytes, Ending::kComplete, &skipping);
         if (cut.used == 0)
-            break;
-        rest.remove_prefix(cut.used);
+            return batch;
+        bytes.remove_prefix(cut.used);
         if (!cut.has_record)
             continue;
         const size_t at = batch.text.size();
@@ -59,9 +81,34 @@ void SampleFile(const std::string &path, uint64_t size, const FollowOptions &opt
         if (!rendering.own_stamp.empty())
             batch.own_stamps.push_back({at, std::move(rendering.own_stamp)});
     }
-    TakeLines(batch, most, sample);
 }
 
+Sample SampleFile(const std::string &path, uint64_t size, const FollowOptions &options,
+                  RecordSplitter *splitter, size_t most)
+{
+    LogContent content(path);
+    const End end = EndOf(&content, size);
+    std::string_view rest = end.bytes;
+    if (end.has_more)
+        rest.remove_prefix(std::min(rest.size(), rest.find('\n') + 1));
+    LineForm form = options.form;
+    if (form.identifier.empty())
+        form.identifier = IdentifierOf(path);
+    Sample sample;
+    TakeLines(Rendered(rest, form, splitter), most, &sample);
+    if (!end.problem.empty())
+        sample.problems.push_back(end.problem);
+    return sample;
+}
+
+// Can it be read? Its beginning tells, and that costs little.
+void TryToRead(const std::string &path)
+{
+    std::string block(kLooked, '\0');
+    LogContent(path).Read(0, block.data(), block.size());
+}
+
+// The entries of the files that were written last; of the others, whether they can be read.
 void SampleFiles(const FollowOptions &options, size_t most, Sample *sample)
 {
     const FolderView view = ViewFolders(options.rules.Folders());
@@ -73,15 +120,20 @@ void SampleFiles(const FollowOptions &options, size_t most, Sample *sample)
     }
     if (files.empty())
         sample->problems.emplace_back(kNothingMatches);
-    std::sort(files.begin(), files.end());
-    LocalClock clock;
-    EntryReader reader{options.name, options.form,
-                       RecordSplitter(options.joining, std::make_shared<Charset>(
-                                                           options.encoding, options.log_charset)),
-                       false, &clock};
+    std::sort(files.rbegin(), files.rend());
+    RecordSplitter splitter(options.joining,
+                            std::make_shared<Charset>(options.encoding, options.log_charset));
     for (const auto &[changed, path] : files) {
         try {
-            SampleFile(path, view.files.at(path).size, options, &reader, most, sample);
+            if (sample->lines.size() >= most) {
+                TryToRead(path);
+                continue;
+            }
+            const Sample of_file = SampleFile(path, view.files.at(path).size, options, &splitter,
+                                              most - sample->lines.size());
+            sample->lines.insert(sample->lines.begin(), of_file.lines.begin(), of_file.lines.end());
+            sample->problems.insert(sample->problems.end(), of_file.problems.begin(),
+                                    of_file.problems.end());
         } catch (const host::Error &error) {
             sample->problems.push_back(error.what());
         }

@@ -14,8 +14,8 @@ struct Sample {
     std::vector<std::string> problems; // what is wrong, a sentence each
 };
 
-// At most so many entries of each file, or of the journal; of several files, those of the one written last come
-// last. Throws host::Error when nothing can be read.
+// At most so many entries; of several files, those of the one written last come last. A compressed file is read to its
+// end for that. Throws host::Error when nothing can be read.
 Sample TakeSample(const InputConfig &input, const std::string &log_charset, size_t entries);
 
 } // namespace inputs

@@ -416,6 +416,70 @@ TEST_F(TryRules, AsAnInputAWordOfAStrangerHidesNoLine)
     EXPECT_EQ(" web07 sshd[7]: bad user TARSKvkvmain", text.substr(15));
 }
 
+// ---- at another moment ----
+
+TEST_F(TryRules, AsOfAMomentTheLinesOfItsMonthAndOfTheLastOneMatch)
+{
+    ExpectDone({"event", "add", "ONE", "1", "-k", "bad"});
+    WriteLog({"Feb 29 23:59:59 h bad", "Mar  4 05:06:07 h bad", "Jan 31 10:00:00 h bad"});
+    const json result = Try({"--as-of", "2016-03-05", File("the.log")});
+    const json one = EventOf(result, "ONE");
+    EXPECT_EQ(2, one["lines"]);
+    ExpectText(one["first"], 1, "Feb 29 23:59:59 h bad");
+    ASSERT_EQ(1U, result["unseen"].size()) << result;
+    EXPECT_EQ("other-month", result["unseen"][0]["reason"]);
+    ExpectText(result["unseen"][0]["first"], 3, "Jan 31 10:00:00 h bad");
+}
+
+TEST_F(TryRules, AsOfAMomentItsHourIsTheOneThatEventsMustWatch)
+{
+    ExpectDone({"event", "add", "NIGHT", "1", "-k", "bad", "--hours", "3"});
+    WriteLog({"Mar  4 05:06:07 h bad"});
+    EXPECT_EQ(1, EventOf(Try({"--as-of", "2016-03-05 03:30", File("the.log")}), "NIGHT")["lines"]);
+    EXPECT_EQ(0, EventOf(Try({"--as-of", "2016-03-05 04:30", File("the.log")}), "NIGHT")["lines"]);
+}
+
+TEST_F(TryRules, AsOfAMomentALineIsExplained)
+{
+    ExpectDone({"event", "add", "ONE", "1", "-k", "bad"});
+    const std::string line = "Mar  4 05:06:07 h bad";
+    EXPECT_NE("", Explain(line, "ONE", true, {"--as-of", "2016-03-05T12:00:00.5+01:00"}));
+    EXPECT_NE(std::string::npos,
+              Explain(line, "ONE", false, {"--as-of", "2016-05-01"}).find("neither this month"));
+}
+
+TEST_F(TryRules, AsOfAMomentAnInputsLinesKeepTheirOwnStamps)
+{
+    ExpectDone({"event", "add", "ONE", "1", "-k", "bad"});
+    WriteLog({"2016-02-29 05:06:07 bad", "2015-02-28 05:06:07 bad"});
+    const json one =
+        EventOf(Try({"--as-input", "--as-of", "2016-03-05 12:00", File("the.log")}), "ONE");
+    EXPECT_EQ(0U, one["first"].value("text", "").find("Feb 29 05:06:07 ")) << one;
+    EXPECT_EQ(0U, one["last"].value("text", "").find("Mar  5 05:06:07 ")) << one;
+}
+
+TEST_F(TryRules, AMomentThatIsNoneIsRefused)
+{
+    WriteLog({"Mar  4 05:06:07 h bad"});
+    ExpectFailed({"test", "--as-of", "long ago", File("the.log")},
+                 "cannot use the time \"long ago\": its form is not known; write 10m, 1h30m, 1d, "
+                 "10:00, yesterday or \"2026-11-21 10:00\"");
+    ExpectFailed({"test", "--as-of", "1969-07-20", File("the.log")},
+                 "cannot try logs as of 1969-07-20: the monitor knows no time before 1970; name a "
+                 "later moment");
+}
+
+TEST_F(TryRules, LinesOfAnotherMonthAreSaidToBeTriedAsOfTheirTime)
+{
+    WriteLog({"Mar  4 05:06:07 h bad"});
+    const Finished then = Syslogmon({"test", "--as-of", "2016-06-01", File("the.log")});
+    EXPECT_EQ(std::string::npos, then.out.find("--as-of")) << then.out;
+    const time_t half_a_year_ago = time(nullptr) - 183 * 86400;
+    WriteLog({Stamp(half_a_year_ago) + "h bad"});
+    const Finished now_tried = Syslogmon({"test", File("the.log")});
+    EXPECT_NE(std::string::npos, now_tried.out.find("--as-of TIME tries them")) << now_tried.out;
+}
+
 TEST_F(TryRules, RulesOfAFileStandInPlaceOfThoseOfTheHost)
 {
     ExpectDone({"event", "add", "HOST", "1", "-k", "bad"});
