@@ -261,6 +261,7 @@ void Daemon::TakeInputs()
     try {
         if (feed_.TakeChanges())
             supervisor_.Restart();
+        feed_.TakeCatchUp();
     } catch (const host::Error &error) {
         TRACE(TRACE_SYSTEM, "%s", error.what());
         text::Say(error.what());
@@ -304,6 +305,7 @@ void Daemon::WaitForNews()
         {trigger_.ChangesFd(), POLLIN, 0},
         {trigger_.MountsFd(), POLLPRI, 0},
         {feed_.ChangedFd(), POLLIN, 0},
+        {feed_.CatchUpFd(), POLLIN, 0},
     };
     // What it returns says nothing new: on a signal or an error each step below looks for itself,
     // and finds nothing to do.

@@ -1,6 +1,7 @@
 #include "agent/daemon/input_feed.h"
 
 #include <ctime>
+#include <utility>
 
 #include "agent/host/host.h"
 #include "agent/host/report_source.h"
@@ -43,7 +44,8 @@ host::ReportSource SourceOf(inputs::SpoolKeeper *keeper, const std::string &line
 InputFeed::InputFeed(host::Host &host, std::function<void()> look_now,
                      std::function<void()> status_changed)
     : host_(host), look_now_(std::move(look_now)), status_changed_(std::move(status_changed)),
-      changed_(host::WakeEvent::Create(host.layout().run, inputs::kInputsEvent, false, false))
+      changed_(host::WakeEvent::Create(host.layout().run, inputs::kInputsEvent, false, false)),
+      catch_up_(host::WakeEvent::Create(host.layout().run, inputs::kCatchUpEvent, false, false))
 {
     keeper_.emplace(host.store(), host.registry(), host.layout().state / kSpoolName);
 }
@@ -64,6 +66,8 @@ void InputFeed::StartThread()
     thread_ = std::make_unique<inputs::InputThread>(inputs::InputThreadOptions{
         host_.layout().Store(), FolderOfPrograms(), look_now_, status_changed_});
     thread_->SetInterval(interval_);
+    if (std::exchange(wants_catch_up_, false))
+        thread_->CatchUp();
 }
 
 // What it has read and was not stored is the module's to read, or nobody's.
@@ -101,6 +105,17 @@ bool InputFeed::TakeChanges()
     return has_ended_.exchange(false) || customer != keeper_->path();
 }
 
+void InputFeed::TakeCatchUp()
+{
+    if (!catch_up_->TryTake())
+        return;
+    const std::lock_guard lock(mutex_);
+    if (thread_)
+        thread_->CatchUp();
+    else
+        wants_catch_up_ = true;
+}
+
 void InputFeed::SetInterval(std::chrono::milliseconds interval)
 {
     const std::lock_guard lock(mutex_);
@@ -114,6 +129,7 @@ void InputFeed::TellStatus(status::Status *status) const
     const std::lock_guard lock(mutex_);
     status->inputs = thread_ ? thread_->Status() : std::vector<status::InputStatus>{};
     status->inputs_wait = problem_;
+    status->inputs_caught_up_ns = thread_ ? thread_->CaughtUpTo() : 0;
 }
 
 void InputFeed::Prepare()

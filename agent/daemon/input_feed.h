@@ -36,6 +36,9 @@ class InputFeed {
     // changes are there still then.
     [[nodiscard]] int ChangedFd() const { return changed_->PollFd(); }
     bool TakeChanges();
+    // To be polled: what is in the inputs is to be read now. Then TakeCatchUp.
+    [[nodiscard]] int CatchUpFd() const { return catch_up_->PollFd(); }
+    void TakeCatchUp();
     void SetInterval(std::chrono::milliseconds interval);
 
     // On any thread, and the feed's own calls.
@@ -60,6 +63,7 @@ class InputFeed {
     std::function<void()> look_now_;
     std::function<void()> status_changed_;
     std::shared_ptr<host::WakeEvent> changed_;
+    std::shared_ptr<host::WakeEvent> catch_up_;
     std::chrono::milliseconds interval_{1000};
     std::optional<inputs::SpoolKeeper> keeper_; // of the monitor thread
     std::atomic<bool> is_in_force_ = false;     // the module follows the spool
@@ -71,6 +75,7 @@ class InputFeed {
 
     mutable std::mutex mutex_; // guards what follows
     std::unique_ptr<inputs::InputThread> thread_;
+    bool wants_catch_up_ = false; // asked for before there was a thread
     std::string problem_;
 };
 

@@ -526,6 +526,7 @@ void FileFollower::WantGrown(const FolderView &view)
 void FileFollower::Look(SteadyTime now)
 {
     names_changed_ = false;
+    is_catching_up_ = false;
     std::set<std::string> folders = options_.rules.Folders();
     for (const auto &[number, file] : files_)
         folders.insert(FolderOf(file.place().path));
@@ -547,6 +548,23 @@ void FileFollower::Look(SteadyTime now)
     look_at_ = may_settle ? now + kSweep : view_since_ + kSettled;
     if (may_settle && (!is_settled_ || SomethingIsMissing()))
         Settle(view_, now);
+    names_are_steady_ = may_settle;
+}
+
+void FileFollower::BeginCatchUp()
+{
+    is_catching_up_ = true;
+    names_changed_ = true;
+    for (auto &[number, file] : files_)
+        file.BeginCatchUp();
+}
+
+bool FileFollower::IsCaughtUp(SteadyTime now)
+{
+    if (is_catching_up_ || names_changed_ || !names_are_steady_)
+        return false;
+    return std::all_of(files_.begin(), files_.end(),
+                       [&](auto &row) { return row.second.IsCaughtUp(reader_, now); });
 }
 
 // ---- reading ----

@@ -75,6 +75,11 @@ class FileFollower {
     // Reads what there is into the batch, until that is full. True: there is more.
     bool Read(int64_t wall_seconds, SteadyTime now, Batch *batch);
 
+    // From here on everything is looked at, whether a change was told of or not; until what is there now was read, but
+    // for what is no whole entry yet. Asked behind a Read that says that there is no more.
+    void BeginCatchUp();
+    [[nodiscard]] bool IsCaughtUp(SteadyTime now);
+
     // Puts the places that have changed into the batch; Read does so as well.
     void StorePlaces(Batch *batch);
 
@@ -145,6 +150,8 @@ class FileFollower {
     bool has_begun_ = false;  // and that is not stored yet
     bool names_changed_ = true;
     bool is_settled_ = false;              // these names leave no question open
+    bool is_catching_up_ = false;          // and nothing was looked at since that was asked for
+    bool names_are_steady_ = false;        // at the last look
     Names names_;                          // those of it that matter
     std::map<std::string, LogNames> logs_; // by folder: the names that are written to
     struct Held {

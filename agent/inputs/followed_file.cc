@@ -161,14 +161,25 @@ ReadStep FollowedFile::Read(EntryReader *reader, const ReadingTime &reading, Ste
         MovePlace(&place_, place_.offset + used, window_base_, window_);
         is_changed = true;
     }
-    waits_ = used < bytes.size();
-    if (!at_end_ || (waits_ && batch->text.size() >= kFullBatch))
+    const bool has_rest = used < bytes.size();
+    waits_ = has_rest && ending == Ending::kGrowing;
+    if (!at_end_ || (has_rest && batch->text.size() >= kFullBatch))
         return ReadStep::kMore;
-    if (ending == Ending::kComplete && !waits_) {
+    if (ending == Ending::kComplete && !has_rest) {
         place_.done = true;
         is_changed = true;
     }
     return ReadStep::kEnd;
+}
+
+// Of lines that are joined, the last entry ends when the next one begins, which may never come.
+bool FollowedFile::IsCaughtUp(const EntryReader &reader, SteadyTime now)
+{
+    if (!waits_ || !reader.joins_lines)
+        return true;
+    if (!catch_up_to_)
+        catch_up_to_ = size_;
+    return place_.offset >= *catch_up_to_ || now >= Deadline(reader);
 }
 
 SteadyTime FollowedFile::Deadline(const EntryReader &reader) const

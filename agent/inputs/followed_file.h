@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "agent/inputs/batch.h"
@@ -65,6 +66,11 @@ class FollowedFile {
         return now - grew_at_ >= time;
     }
 
+    // Was all read that it held at BeginCatchUp, but for what is no whole entry yet? Asked when there is nothing more to
+    // read.
+    void BeginCatchUp() { catch_up_to_.reset(); }
+    bool IsCaughtUp(const EntryReader &reader, SteadyTime now);
+
     // Takes the path under which it was found. `is_live`: programs write under that path.
     void Locate(const std::string &path, bool is_live);
     // It has another file now that holds what it held.
@@ -94,7 +100,8 @@ class FollowedFile {
     bool at_end_ = false;  // the window reaches the end of the content
     uint64_t size_ = 0;    // when it was last looked at
     SteadyTime grew_at_{}; // when more was found last
-    bool waits_ = false;   // something is there whose end is missing
+    bool waits_ = false; // something is there that counts when nothing comes behind it for a while
+    std::optional<uint64_t> catch_up_to_; // its size then, or somewhat later
 };
 
 } // namespace inputs

@@ -23,6 +23,8 @@ namespace inputs {
 
 // Set by a command that has changed an input; the daemon reads them again.
 inline constexpr char kInputsEvent[] = "Agent_Inputs_Event";
+// Set by who wants to know when all was read that is in the inputs now; see Status::inputs_caught_up_ns.
+inline constexpr char kCatchUpEvent[] = "Agent_Inputs_Catch_Up_Event";
 
 inline constexpr char kFilesKind[] = "files";
 inline constexpr char kJournalKind[] = "journal";

@@ -40,6 +40,9 @@ class InputThread::Reader {
     [[nodiscard]] virtual pollfd Changes() const = 0;
     virtual void TakeChanges() = 0;
     [[nodiscard]] virtual SteadyTime Next() const = 0;
+    virtual void BeginCatchUp() = 0;
+    // Behind a Read without more.
+    [[nodiscard]] virtual bool IsCaughtUp(SteadyTime now) = 0;
     [[nodiscard]] const InputStatus &status() const { return status_; }
     // What the reader of this input before this one knew, and cannot be seen again.
     void TakeOver(const std::vector<InputStatus> &before)
@@ -89,6 +92,8 @@ class InputThread::FilesReader : public InputThread::Reader {
     [[nodiscard]] pollfd Changes() const override { return {follower_.ChangesFd(), POLLIN, 0}; }
     void TakeChanges() override { follower_.TakeChanges(); }
     [[nodiscard]] SteadyTime Next() const override { return follower_.Next(); }
+    void BeginCatchUp() override { follower_.BeginCatchUp(); }
+    [[nodiscard]] bool IsCaughtUp(SteadyTime now) override { return follower_.IsCaughtUp(now); }
 
   private:
     FileFollower follower_;
@@ -127,6 +132,8 @@ class InputThread::JournalsReader : public InputThread::Reader {
     }
     void TakeChanges() override { reader_.TakeChanges(); }
     [[nodiscard]] SteadyTime Next() const override { return reader_.Next(); }
+    void BeginCatchUp() override { reader_.LookAnew(); }
+    [[nodiscard]] bool IsCaughtUp(SteadyTime /*now*/) override { return true; }
 
   private:
     JournalReader reader_;
@@ -158,6 +165,12 @@ void InputThread::Reload()
     Ring();
 }
 
+void InputThread::CatchUp()
+{
+    catch_up_ = true;
+    Ring();
+}
+
 void InputThread::Stored()
 {
     batch_ = {};
@@ -175,6 +188,7 @@ std::vector<InputStatus> InputThread::Status() const
 void InputThread::Load()
 {
     reload_ = false;
+    is_loaded_ = false;
     load_again_.reset();
     readers_.clear();
     std::vector<InputStatus> broken;
@@ -200,6 +214,7 @@ void InputThread::Load()
                 load_again_ = Clock::now() + kLongestWait;
             }
         }
+        is_loaded_ = true;
     } catch (const host::Error &) {
         load_again_ = Clock::now() + kLoadAgain;
     }
@@ -211,6 +226,27 @@ void InputThread::Load()
         for (const auto &reader : readers_)
             status_.push_back(reader->status());
     }
+    if (catching_up_)
+        BeginCatchUp(); // of the new readers; the moment stays
+    options_.status_changed();
+}
+
+void InputThread::BeginCatchUp()
+{
+    for (const auto &reader : readers_)
+        reader->BeginCatchUp();
+}
+
+// When nothing was left to store.
+void InputThread::LookWhetherCaughtUp(SteadyTime now)
+{
+    const bool is_done = is_loaded_ && !has_more_ &&
+                         std::all_of(readers_.begin(), readers_.end(),
+                                     [&](const auto &reader) { return reader->IsCaughtUp(now); });
+    if (!is_done)
+        return;
+    caught_up_to_ns_ = *catching_up_;
+    catching_up_.reset();
     options_.status_changed();
 }
 
@@ -238,7 +274,11 @@ void InputThread::PublishStatus()
 void InputThread::Work()
 {
     const auto now = Clock::now();
-    if (now < next_batch_)
+    if (!catching_up_ && catch_up_.exchange(false)) {
+        catching_up_ = status::BootTimeNs();
+        BeginCatchUp();
+    }
+    if (now < next_batch_ && !catching_up_)
         return;
     has_more_ = false;
     for (const auto &reader : readers_) {
@@ -246,8 +286,11 @@ void InputThread::Work()
         has_more_ = reader->Read(time(nullptr), now, &batch_) || has_more_;
     }
     PublishStatus();
-    if (batch_.IsEmpty())
+    if (batch_.IsEmpty()) {
+        if (catching_up_)
+            LookWhetherCaughtUp(now);
         return;
+    }
     next_batch_ = now + milliseconds(has_more_ ? 0 : interval_ms_.load());
     is_ready_ = true;
     options_.batch_is_ready();
@@ -259,7 +302,7 @@ void InputThread::Wait()
     std::vector<pollfd> waiting{{bell_.get(), POLLIN, 0}};
     auto until = Clock::now() + kLongestWait;
     if (!is_ready_) {
-        const bool rests = Clock::now() < next_batch_;
+        const bool rests = Clock::now() < next_batch_ && !catching_up_;
         if (rests)
             until = std::min(until, next_batch_);
         for (const auto &reader : readers_) {
@@ -268,6 +311,8 @@ void InputThread::Wait()
             waiting.push_back(reader->Changes());
             until = std::min(until, reader->Next());
         }
+        if (!catching_up_ && catch_up_)
+            until = Clock::now(); // asked for while the one before was under way
         if (load_again_)
             until = std::min(until, *load_again_);
         if (has_more_ && !rests)

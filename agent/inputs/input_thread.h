@@ -43,6 +43,12 @@ class InputThread {
     // The shortest time between two batches, but for the first after a rest.
     void SetInterval(std::chrono::milliseconds interval) { interval_ms_ = interval.count(); }
 
+    // What is there now is to be read soon, whatever the interval; CaughtUpTo tells when all of it was.
+    void CatchUp();
+    // All that was there at this moment, in nanoseconds of CLOCK_BOOTTIME, was read and stored, but for what cannot be
+    // read and what is no whole entry yet. 0: not known.
+    [[nodiscard]] int64_t CaughtUpTo() const { return caught_up_to_ns_; }
+
     // The batch that waits for being stored; null: none. It stays as it is until Stored.
     [[nodiscard]] const Batch *Ready() const { return is_ready_ ? &batch_ : nullptr; }
     // It was committed.
@@ -61,12 +67,16 @@ class InputThread {
     void Wait();
     void Ring() const;
     void PublishStatus();
+    void BeginCatchUp();
+    void LookWhetherCaughtUp(SteadyTime now);
 
     InputThreadOptions options_;
     host::Fd bell_;
     std::atomic<bool> stops_ = false;
     std::atomic<bool> reload_ = true;
     std::atomic<bool> is_ready_ = false;
+    std::atomic<bool> catch_up_ = false; // is asked for, and not begun
+    std::atomic<int64_t> caught_up_to_ns_ = 0;
     std::atomic<int64_t> interval_ms_ = 1000;
 
     Batch batch_; // of this thread, but while it is ready
@@ -74,6 +84,8 @@ class InputThread {
     std::chrono::steady_clock::time_point next_batch_{};
     std::optional<std::chrono::steady_clock::time_point> load_again_;
     bool has_more_ = false;
+    bool is_loaded_ = false;             // the readers are those that are configured
+    std::optional<int64_t> catching_up_; // since this moment
 
     mutable std::mutex status_mutex_;
     std::vector<InputStatus> status_;

@@ -73,6 +73,8 @@ class JournalReader {
     [[nodiscard]] int ChangesFd() const;
     [[nodiscard]] short ChangesEvents() const;
     void TakeChanges();
+    // The next Read sees all that the journal holds then, whether a change was told of or not.
+    void LookAnew() { wants_reopen_ = true; }
     [[nodiscard]] SteadyTime Next() const { return look_at_; }
 
     // Why nothing can be read; empty: it can.

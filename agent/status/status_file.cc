@@ -111,6 +111,7 @@ Status StatusOf(const json &object)
     for (const json &input : object.value("inputs", json::array()))
         status.inputs.push_back(InputOf(input));
     status.inputs_wait = object.value("inputs_wait", "");
+    status.inputs_caught_up_ns = object.value("inputs_caught_up_ns", int64_t{0});
     return status;
 }
 
@@ -169,7 +170,8 @@ void WriteStatus(const fs::path &run_folder, const Status &status)
                          {"store", status.store},
                          {"waiting_since_ms", status.waiting_since_ms},
                          {"inputs", inputs},
-                         {"inputs_wait", status.inputs_wait}};
+                         {"inputs_wait", status.inputs_wait},
+                         {"inputs_caught_up_ns", status.inputs_caught_up_ns}};
     const fs::path path = StatusPath(run_folder);
     // One name is enough, since one process writes, one call at a time. What is left of a write
     // that failed is overwritten by the next one.

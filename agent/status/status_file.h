@@ -69,6 +69,8 @@ struct Status {
     int64_t waiting_since_ms = 0; // when it began to wait for the store's lock; 0: it does not
     std::vector<InputStatus> inputs;
     std::string inputs_wait; // why nothing more of the inputs is taken; empty: it is
+    // CLOCK_BOOTTIME: what was in the inputs then is in the spool, as far as somebody has asked for it. 0: nobody has.
+    int64_t inputs_caught_up_ns = 0;
 };
 
 // Tells the file that was opened as a store from all others, also from its copies.

@@ -78,6 +78,60 @@ class WhatCountsAsDone(ScanTest):
         self.assertEqual(["error 1", "error 2", "error 3"], self.lab.texts())
 
 
+class OfInputs(ScanTest):
+    """What was in an input's file before the call is reported when it returns: nothing is waited for behind it."""
+
+    def setUp(self):
+        super().setUp()
+        # What comes by itself comes late.
+        self.lab.command("set", "trigger-interval", "60000")
+        self.log = lab.VAR_LOG / "app.log"
+        self.log.touch()
+
+    def add(self, *options):
+        self.lab.command("input", "add", "files", "app", f"path={self.log}", *options)
+
+    def append(self, *texts):
+        lab.append(self.log, *(lab.stamped(text) for text in texts))
+
+    def test_lines_of_an_input_are_reported_when_it_returns(self):
+        self.add()
+        told = []
+        for n in range(5):
+            self.append(f"error {n}")
+            told.append(f"error {n}")
+            self.assert_done()
+            self.assertEqual(told, self.lab.texts())
+
+    def test_a_rotation_and_a_new_file_are_no_gap(self):
+        self.add()
+        self.append("error 1")
+        self.assert_done()
+        self.append("error 2")
+        self.log.rename(lab.VAR_LOG / "app.log.1")
+        self.append("error 3")
+        self.assert_done()
+        self.assertEqual(["error 1", "error 2", "error 3"], self.lab.texts())
+
+    def test_the_last_entry_of_joined_lines_is_waited_for(self):
+        self.add("join=indentation")
+        self.append("error 1", "error 2")
+        self.assert_done()
+        self.assertEqual(["error 1", "error 2"], self.lab.texts())
+
+    def test_an_input_that_cannot_read_a_file_makes_it_fail(self):
+        self.add()
+        os.mkfifo(lab.VAR_LOG / "pipe.log")
+        self.lab.command("input", "add", "files", "pipe", f"path={lab.VAR_LOG}/pipe.log")
+        self.append("error 1")
+        self.assert_refused("input pipe: cannot read /var/log/pipe.log: it is not a regular file")
+        self.assertEqual(["error 1"], self.lab.texts())
+
+    def test_an_input_without_a_file_has_nothing_unread(self):
+        self.lab.command("input", "add", "files", "later", f"path={lab.VAR_LOG}/later*.log")
+        self.assert_done()
+
+
 del ScanTest  # it has no test of its own
 
 if __name__ == "__main__":

@@ -494,6 +494,63 @@ TEST_F(FollowerTest, TheLastRecordIsNotWithheldForEver)
     EXPECT_EQ(Messages{"Error#012 at a"}, Read());
 }
 
+TEST_F(FollowerTest, AnUnfinishedLineBehindTheLastRecordLeavesTheFollowerAtRest)
+{
+    options.joining.by_indentation = true;
+    StartWith("a.log", "");
+    Append("a.log", LogLine("one") + " and a par");
+    EXPECT_EQ(Messages{}, Read());
+    Wait(milliseconds(2500));
+    EXPECT_EQ(Messages{"one"}, Read());
+    Wait(milliseconds(1000));
+    EXPECT_TRUE(IsResting());
+    Append("a.log", "t\n" + LogLine("two") + LogLine("three"));
+    EXPECT_EQ(2U, Read().size())
+        << "the rest of the line is an entry, for what it belonged to counted";
+}
+
+TEST_F(FollowerTest, IsCaughtUpWhenAllThatWasThereIsRead)
+{
+    StartWith("a.log", LogLine("old"));
+    Append("a.log", LogLine("1") + "half a li");
+    follower().BeginCatchUp();
+    EXPECT_FALSE(IsCaughtUp()) << "nothing was looked at yet";
+    EXPECT_EQ(Messages{"1"}, Read());
+    EXPECT_TRUE(IsCaughtUp());
+}
+
+// A new log waits until it is known what became of the one before.
+TEST_F(FollowerTest, IsNotCaughtUpWhileItIsOpenWhatANewNameMeans)
+{
+    StartWith("a.log", LogLine("old") + LogLine("older"));
+    Remove("a.log");
+    Append("a.log", LogLine("1"));
+    follower().BeginCatchUp();
+    Step();
+    EXPECT_FALSE(IsCaughtUp());
+    EXPECT_EQ(Messages{"1"}, Read());
+    EXPECT_TRUE(IsCaughtUp());
+}
+
+TEST_F(FollowerTest, IsCaughtUpWithTheLastRecordOfALogThatGoesOn)
+{
+    options.joining.by_indentation = true;
+    StartWith("a.log", "");
+    Append("a.log", LogLine("1"));
+    follower().BeginCatchUp();
+    Settle();
+    EXPECT_FALSE(IsCaughtUp()) << "it may go on";
+    Append("a.log", LogLine("2"));
+    EXPECT_EQ(Messages{"1"}, Read());
+    EXPECT_TRUE(IsCaughtUp()) << "the second one came later";
+    follower().BeginCatchUp();
+    Settle();
+    EXPECT_FALSE(IsCaughtUp());
+    Wait(milliseconds(2500));
+    EXPECT_EQ(Messages{"2"}, Read());
+    EXPECT_TRUE(IsCaughtUp());
+}
+
 TEST_F(FollowerTest, ALineOfManyMegabytesTakesNoMemory)
 {
     StartWith("a.log", "");

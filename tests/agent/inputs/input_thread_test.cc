@@ -110,6 +110,41 @@ TEST_F(InputThreadTest, WhatIsWrittenWhileAFileIsOpenedIsNotLeftForTheNextSweep)
     }
 }
 
+TEST_F(InputThreadTest, IsCaughtUpWhenWhatWasThereIsStoredWhateverTheInterval)
+{
+    Add();
+    Start();
+    Write("a.log", LogLine("one"));
+    EXPECT_EQ(LogLine("one"), Read(LogLine("one")));
+    thread_->SetInterval(3600s); // from the next batch on
+    Write("a.log", LogLine("two"));
+    EXPECT_EQ(LogLine("two"), Read(LogLine("two")));
+    Write("a.log", LogLine("three"));
+    const int64_t asked = status::BootTimeNs();
+    EXPECT_LT(thread_->CaughtUpTo(), asked);
+    thread_->CatchUp();
+    EXPECT_EQ(LogLine("three"), Read(LogLine("three")));
+    while (thread_->CaughtUpTo() < asked) // to the end of the test's time
+        std::this_thread::sleep_for(1ms);
+}
+
+TEST_F(InputThreadTest, IsNotCaughtUpWhileABatchWaitsToBeStored)
+{
+    Add();
+    Start();
+    Write("a.log", LogLine("one"));
+    thread_->CatchUp();
+    {
+        std::unique_lock lock(mutex_);
+        ASSERT_TRUE(ready_.wait_for(lock, 60s, [this] { return is_ready_; }));
+    }
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(0, thread_->CaughtUpTo());
+    EXPECT_EQ(LogLine("one"), Read(LogLine("one")));
+    while (thread_->CaughtUpTo() == 0)
+        std::this_thread::sleep_for(1ms);
+}
+
 TEST_F(InputThreadTest, ANewThreadGoesOnBehindWhatWasStored)
 {
     Add();

@@ -44,6 +44,12 @@ class LogWorld {
     // Does so until nothing is left to do at this time.
     void Settle();
     void Wait(std::chrono::milliseconds time) { now_ += time; }
+    // Does the follower want to do nothing for a second to come?
+    [[nodiscard]] bool IsResting() const
+    {
+        return follower_->Next() > now_ + std::chrono::seconds(1);
+    }
+    [[nodiscard]] bool IsCaughtUp() { return follower_->IsCaughtUp(now_); }
 
     // The messages that were committed since the last call, in order.
     std::vector<std::string> Take();
