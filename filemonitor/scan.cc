@@ -2,6 +2,7 @@
 #include "filemonitor/filemonitor.h"
 #include "match/index.h"
 #include "match/literal_set.h"
+#include "platform/agent.h"
 #include "platform/contract.h"
 #include "platform/trace.h"
 
@@ -51,6 +52,8 @@ PassEnd ScanOpenFile()
         return PassEnd::kNoNews;
     TRACE_HELPER(TRACE_DETAIL, "<file monitoring object's content has been modified.");
     ClearFileBlock();
+    if (LogIsRead != nullptr)
+        LogIsRead(filedata.filemonpath);
     return ReadNewLines();
 }
 

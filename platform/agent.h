@@ -50,6 +50,10 @@ int TarskCodeConvert(const char *source, int sourceLength, char *destination, in
 // the table is looked at after each report.
 int ReportsKeepTable(void) __attribute__((weak));
 
+// Is told of the log that is read from now on, by the path that programs write to. What is reported from here on is of
+// that log. The path dies when the call returns. A host need not have it.
+void LogIsRead(const char *path) __attribute__((weak));
+
 // Who follows the pass that begins; null: nobody. It is told of each line that can match or whose time cannot be read,
 // and of some of the others, at least of one in 64 KiB; in the numbers all are counted. A host need not have it.
 FollowPassFn PassFollower(void) __attribute__((weak));

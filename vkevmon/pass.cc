@@ -10,6 +10,7 @@
 #include "match/literal_set.h"
 #include "match/loud_lines.h"
 #include "match/match.h"
+#include "platform/agent.h"
 #include "platform/trace.h"
 #include "regacc/last_end_time.h"
 #include "regacc/regacc.h"
@@ -254,6 +255,8 @@ Step ReadFile(SlotScan *scan)
     const Step opened = OpenFileOfSet(*scan, path);
     if (opened != Step::kDone)
         return opened;
+    if (LogIsRead != nullptr)
+        LogIsRead(syslogpath[scan->slot]);
     if (ReadOpenFile(scan->slot))
         scan->has_read = true;
     FinishFile();

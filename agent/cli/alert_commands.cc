@@ -74,7 +74,7 @@ json ToJson(const Alert &alert)
                    {"event_id", events::FormatEventId(alert.event_id)},
                    {"count", alert.count},
                    {"message", alert.message}};
-    // The module names every log like this; a name of its own is known of inputs.
+    // The module names every log like this; its own name is not known of alerts of earlier versions.
     if (alert.log_name != "Application")
         object["log"] = alert.log_name;
     for (const auto &[name, value] :

@@ -24,15 +24,19 @@ std::string FolderOfPrograms()
     return std::filesystem::read_symlink("/proc/self/exe", none).parent_path();
 }
 
-// Where a reported line came from. On the monitor thread.
-host::ReportSource SourceOf(inputs::SpoolKeeper *keeper, const std::string &line)
+// Where a reported line of this log came from. On the monitor thread.
+host::ReportSource SourceOf(inputs::SpoolKeeper *keeper, const std::string &log,
+                            const std::string &line)
 {
     host::ReportSource source;
-    source.text = inputs::WithWholeWords(line);
+    const bool is_spooled = keeper->IsInForce() && log == keeper->path();
+    source.text = is_spooled ? inputs::WithWholeWords(line) : line;
     const inputs::LineOrigin origin = inputs::OriginOfLine(source.text);
     source.host = origin.host;
     source.program = origin.program;
-    if (const auto spooled = keeper->OriginOf(line)) {
+    if (!is_spooled) {
+        source.log = log;
+    } else if (const auto spooled = keeper->OriginOf(line)) {
         source.log = spooled->log.empty() ? spooled->input : spooled->log;
         source.own_time = spooled->own_stamp;
     }
@@ -48,6 +52,8 @@ InputFeed::InputFeed(host::Host &host, std::function<void()> look_now,
       catch_up_(host::WakeEvent::Create(host.layout().run, inputs::kCatchUpEvent, false, false))
 {
     keeper_.emplace(host.store(), host.registry(), host.layout().state / kSpoolName);
+    host_.SetReportSource(
+        [this](const std::string &line) { return SourceOf(&*keeper_, host_.log_in_pass(), line); });
 }
 
 InputFeed::~InputFeed()
@@ -138,9 +144,6 @@ void InputFeed::Prepare()
     keeper_->Prepare(has_inputs, time(nullptr));
     is_in_force_ = keeper_->IsInForce();
     is_ending_ = !has_inputs;
-    host_.SetReportSource(
-        is_in_force_ ? [this](const std::string &line) { return SourceOf(&*keeper_, line); }
-                     : host::FindReportSource());
     if (is_in_force_)
         StartThread();
     else

@@ -39,6 +39,14 @@ int ReportsKeepTable(void)
     return 1;
 }
 
+void LogIsRead(const char *path)
+{
+    AtBoundary<int>(__func__, 0, [&] {
+        Current().SetLogInPass(path);
+        return 0;
+    });
+}
+
 FollowPassFn PassFollower(void)
 {
     return AtBoundary<FollowPassFn>(__func__, nullptr, [] { return Current().pass_follower(); });

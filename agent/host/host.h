@@ -51,6 +51,10 @@ class Host {
     void SetReportSource(FindReportSource find) { find_source_ = std::move(find); }
     [[nodiscard]] const FindReportSource &report_source() const { return find_source_; }
 
+    // The log that the module reads, or has read last; empty: none yet. On its thread.
+    void SetLogInPass(const char *path) { log_in_pass_ = path; }
+    [[nodiscard]] const std::string &log_in_pass() const { return log_in_pass_; }
+
     // Tells somebody of the moments from now on; null: nobody. `table_loaded` is the event that the
     // module sets when it has started. Not while a wait is under way.
     void TellMoments(Moments *moments, HANDLE table_loaded);
@@ -83,6 +87,7 @@ class Host {
     ModuleTable table_;
     ReportedHits reported_hits_;
     FindReportSource find_source_;
+    std::string log_in_pass_;
     FollowPassFn pass_follower_ = nullptr;
     Moments *moments_ = nullptr;
     HANDLE table_loaded_ = nullptr;

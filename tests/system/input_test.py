@@ -270,6 +270,57 @@ class Inputs(lab.LabTest):
         self.assertIn("web07 app[7]: numbered n=11.", shown[-1])
 
 
+class WhereAlertsComeFrom(lab.LabTest):
+    """An alert names the log, the host and the program of its line, with and without inputs."""
+
+    def setUp(self):
+        super().setUp()
+        self.lab.watch("EACH", 1, "numbered")
+        lab.append(lab.MESSAGES, lab.stamped("the log begins"))
+        self.customer, self.target = lab.VAR_LOG / "app.log", lab.VAR_LOG / "target.log"
+        lab.append(self.customer, lab.stamped("the log begins"))
+        self.target.touch()
+        self.lab.command("set", "customer-file", self.customer)
+        self.lab.command("set", "file-monitor", self.target)
+        self.daemon.start()
+
+    def line(self, host, text):
+        return f"{time.strftime('%b %e %H:%M:%S')} {host} sshd[7]: {text}"
+
+    def report_one_of_each(self):
+        lab.append(lab.MESSAGES, self.line("web01", "numbered"))
+        lab.append(self.customer, self.line("web02", "numbered"))
+        # All lines are equal but for their hosts, and this one has neither host nor program.
+        lab.append(self.target, "numbered")
+        self.lab.command("scan", "--wait")
+        found = {(alert["log"], alert.get("line_host"), alert.get("program"))
+                 for alert in self.lab.alerts("EACH")}
+        self.assertEqual({(str(lab.MESSAGES), "web01", "sshd"), (str(self.customer), "web02", "sshd"),
+                          (str(self.target), None, None)}, found)
+
+    def test_without_inputs(self):
+        self.report_one_of_each()
+
+    def test_of_a_rotated_file_the_log_is_named(self):
+        lab.append(lab.MESSAGES, self.line("web01", "numbered"))
+        lab.MESSAGES.rename(lab.VAR_LOG / "messages.1")
+        lab.append(lab.MESSAGES, lab.stamped("the next log begins"))
+        self.lab.command("scan", "--wait")
+        self.assertEqual([str(lab.MESSAGES)], [alert["log"] for alert in self.lab.alerts("EACH")])
+
+    def test_with_inputs(self):
+        self.lab.command("input", "add", "files", "other", f"path={lab.VAR_LOG}/other.log")
+        self.lab.wait_until("the customer file is an input",
+                            lambda: "customer-file" in self.lab.command("input", "list"))
+        self.report_one_of_each()
+
+    def test_what_looks_broken_up_in_another_log_stays_as_it_is(self):
+        self.lab.command("input", "add", "files", "other", f"path={lab.VAR_LOG}/other.log")
+        lab.append(lab.MESSAGES, self.line("web01", "numbered a\x1fb"))
+        self.lab.command("scan", "--wait")
+        self.assertIn("numbered a\x1fb", self.lab.messages("EACH")[0])
+
+
 class JournalTest(lab.LabTest):
     """A real systemd-journald, which writes into this namespace."""
 
