@@ -50,7 +50,7 @@ add_agent_folder(text base64.cc printable.cc say.cc suggestion.cc text_file.cc t
 add_agent_folder(commandline UNHURRIED parser.cc)
 target_link_libraries(agent_commandline PRIVATE agent_text CLI11::CLI11)
 
-add_agent_folder(events UNHURRIED event_checks.cc events.cc expressions.cc hours.cc)
+add_agent_folder(events UNHURRIED event_checks.cc event_policy.cc events.cc expressions.cc hours.cc)
 
 add_agent_folder(settings UNHURRIED settings.cc)
 target_link_libraries(agent_settings PRIVATE agent_text)
@@ -64,10 +64,13 @@ target_link_libraries(agent_logs PUBLIC agent_monitor)
 add_agent_folder(status UNHURRIED daemon_lock.cc sign_of_life.cc status_file.cc)
 target_link_libraries(agent_status PRIVATE nlohmann_json::nlohmann_json)
 
-add_agent_folder(alerts alert_store.cc alert_text.cc report_folder.cc)
-target_link_libraries(agent_alerts PRIVATE agent_text)
+add_agent_folder(alerts alert_store.cc alert_text.cc report_alert.cc report_folder.cc)
+target_link_libraries(agent_alerts PUBLIC agent_events PRIVATE agent_text)
 add_sibling(vkmncall agent/alerts/vkmncall.cc)
 target_link_libraries(vkmncall PRIVATE agent_alerts)
+
+add_agent_folder(policy policies.cc report_desk.cc summary.cc)
+target_link_libraries(agent_policy PUBLIC agent_alerts agent_events PRIVATE agent_text)
 
 add_agent_folder(sinks UNHURRIED alert_json.cc alertmanager_sink.cc backoff.cc console_sink.cc deliverer.cc
     delivery_store.cc file_sink.cc file_trust.cc http.cc journal_sink.cc mail_sink.cc mail_text.cc
@@ -84,8 +87,8 @@ add_sibling(vkirtupt agent/products/vkirtupt.cc)
 add_agent_folder(regfile UNHURRIED reg_import.cc reg_path.cc reg_reader.cc reg_writer.cc)
 target_link_libraries(agent_regfile PUBLIC agent_text)
 
-add_agent_folder(rules UNHURRIED rules_diff.cc rules_file.cc yaml_tree.cc)
-target_link_libraries(agent_rules PUBLIC agent_events agent_text PRIVATE PkgConfig::YAML)
+add_agent_folder(rules UNHURRIED node_reader.cc policy_reader.cc policy_text.cc rules_diff.cc rules_file.cc yaml_text.cc yaml_tree.cc)
+target_link_libraries(agent_rules PUBLIC agent_events agent_policy agent_text PRIVATE PkgConfig::YAML)
 
 # Editors check rules files against this schema, and complete what is typed into them.
 set(SYSLOGMON_RULES_SCHEMA ${CMAKE_INSTALL_FULL_DATADIR}/syslogmon/rules.schema.json)
@@ -110,7 +113,7 @@ target_compile_options(syslogmon PRIVATE ${QUICK_BUILD})
 
 add_agent_folder(daemon UNHURRIED console.cc daemon.cc doorbell.cc file_watch.cc input_feed.cc life_watch.cc
     live_settings.cc monitor.cc notify.cc signals.cc status_board.cc store_wait.cc supervisor.cc trigger.cc)
-target_link_libraries(agent_daemon PUBLIC agent_inputs agent_logs agent_settings agent_sinks agent_status
+target_link_libraries(agent_daemon PUBLIC agent_inputs agent_logs agent_policy agent_settings agent_sinks agent_status
                       PRIVATE PkgConfig::SYSTEMD Threads::Threads)
 target_compile_definitions(agent_daemon PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}")
 add_program(syslogmond agent/daemon/main.cc)

@@ -12,13 +12,16 @@ constexpr int64_t kBytesOfARow = 64;
 const std::string kBytesOfRow =
     "(" + std::to_string(kBytesOfARow) +
     " + length(CAST(host AS BLOB)) + length(CAST(log_name AS BLOB)) + length(CAST(source AS BLOB))"
-    " + length(CAST(message AS BLOB)) + length(CAST(last_message AS BLOB)))";
+    " + length(CAST(message AS BLOB)) + length(CAST(last_message AS BLOB))"
+    " + length(CAST(labels AS BLOB)) + length(CAST(summary AS BLOB))"
+    " + length(CAST(runbook_url AS BLOB)))";
 
 // What AlertsOf reads, behind the ID. The series of the key is the newest that began before the
 // alert.
 const std::string kColumns =
     " time_ms, host, log_name, source, event_id, count, message, reports, last_time_ms,"
-    " last_message, line_host, program, own_time, (SELECT uuid FROM key_series WHERE first_alert "
+    " last_message, line_host, program, own_time, severity, labels, summary, runbook_url,"
+    " (SELECT uuid FROM key_series WHERE first_alert "
     "<= alert.id"
     " ORDER BY first_alert DESC LIMIT 1) ";
 
@@ -28,7 +31,9 @@ int64_t BytesOf(const Alert &alert)
 {
     return kBytesOfARow +
            static_cast<int64_t>(alert.host.size() + alert.log_name.size() + alert.source.size() +
-                                alert.message.size() + alert.last_message.size());
+                                alert.message.size() + alert.last_message.size() +
+                                events::JoinLabels(alert.labels).size() + alert.summary.size() +
+                                alert.runbook_url.size());
 }
 
 namespace {
@@ -39,10 +44,12 @@ int64_t InsertAlert(host::Database &database, const Alert &alert)
 {
     host::KeptStatement insert(database,
                                "INSERT INTO alert (time_ms, host, log_name, source, event_id,"
-                               " count, message, line_host, program, own_time)"
-                               " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+                               " count, message, line_host, program, own_time, severity, labels,"
+                               " summary, runbook_url)"
+                               " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
     insert->Run(alert.time_ms, alert.host, alert.log_name, alert.source, alert.event_id,
-                alert.count, alert.message, alert.line_host, alert.program, alert.own_time);
+                alert.count, alert.message, alert.line_host, alert.program, alert.own_time,
+                alert.severity, events::JoinLabels(alert.labels), alert.summary, alert.runbook_url);
     return database.LastInsertId();
 }
 
@@ -109,7 +116,11 @@ std::vector<Alert> AlertsOf(host::Statement &select)
         alert.line_host = select.Text(11);
         alert.program = select.Text(12);
         alert.own_time = select.Text(13);
-        alert.key = select.Text(14) + "/" + std::to_string(alert.id);
+        alert.severity = select.Text(14);
+        alert.labels = events::SplitLabels(select.Text(15));
+        alert.summary = select.Text(16);
+        alert.runbook_url = select.Text(17);
+        alert.key = select.Text(18) + "/" + std::to_string(alert.id);
         found.push_back(std::move(alert));
     }
     return found;

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/events/event_policy.h"
 #include "agent/host/store.h"
 
 namespace alerts {
@@ -32,6 +33,11 @@ struct Alert {
     std::string line_host; // that wrote the line; empty: not known
     std::string program;   // the same of the program
     std::string own_time; // the time stamp of the line, when it was replaced by the time of reading
+    // What the event's policy says of it; empty: nothing.
+    std::string severity;
+    events::Labels labels;
+    std::string summary;
+    std::string runbook_url;
     // Of a flood, one alert stands for many reports of its event. `time_ms` and `message` are then of
     // the first of them, and these of the last; of a single report they are 0 and empty.
     int64_t reports = 1;

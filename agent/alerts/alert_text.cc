@@ -14,8 +14,12 @@ std::string AlertLine(const Alert &alert)
     char event[16];
     snprintf(event, sizeof event, "%X", alert.event_id);
     std::string line = text::LocalTime(alert.time_ms) + "  " + text::Printable(alert.source) + " " +
-                       event + "  x" + std::to_string(alert.count) + "  " +
-                       text::Printable(alert.message);
+                       event + "  x" + std::to_string(alert.count) + "  ";
+    if (!alert.severity.empty())
+        line += text::Printable(alert.severity) + "  ";
+    if (!alert.summary.empty())
+        line += text::Printable(alert.summary) + ": ";
+    line += text::Printable(alert.message);
     if (alert.IsFolded())
         // The first report is in the line itself.
         line += " (and " + std::to_string(alert.reports - 1) + " more until " +

@@ -79,10 +79,13 @@ json ToJson(const Alert &alert)
         object["log"] = alert.log_name;
     for (const auto &[name, value] :
          {std::pair("line_host", &alert.line_host), std::pair("program", &alert.program),
-          std::pair("own_time", &alert.own_time)}) {
+          std::pair("own_time", &alert.own_time), std::pair("severity", &alert.severity),
+          std::pair("summary", &alert.summary), std::pair("runbook_url", &alert.runbook_url)}) {
         if (!value->empty())
             object[name] = *value;
     }
+    if (!alert.labels.empty())
+        object["labels"] = alert.labels;
     // Only of one that stands for several reports: the others have nothing to say here.
     if (alert.IsFolded()) {
         object["reports"] = alert.reports;

@@ -15,6 +15,7 @@
 #include "agent/events/events.h"
 #include "agent/events/expressions.h"
 #include "agent/host/hit_counters.h"
+#include "agent/rules/policy_text.h"
 #include "agent/settings/settings.h"
 #include "platform/contract.h"
 
@@ -295,6 +296,8 @@ int ShowEvent(Context &context, const EventOptions &options)
     }
     table.Add({"report-count", std::to_string(event.report_count)});
     table.Add({"hours", events::FormatHours(event.hours)});
+    for (const rules::ShownValue &value : rules::ShownPolicy(event.policy))
+        table.Add({value.name, value.text});
     table.Add({"hits", hits ? std::to_string(*hits) : "-"});
     if (!stored.problem.empty())
         table.Add({"problem", stored.problem});

@@ -11,6 +11,20 @@ json KeyToJson(const events::EventKey &key)
     return {{"source", key.source}, {"id", events::FormatEventId(key.id)}};
 }
 
+json PolicyToJson(const events::EventPolicy &policy)
+{
+    json values = json::object();
+    for (const auto &[name, text] :
+         {std::pair("severity", &policy.severity), std::pair("summary", &policy.summary),
+          std::pair("runbook_url", &policy.runbook_url)}) {
+        if (!text->empty())
+            values[name] = *text;
+    }
+    if (!policy.labels.empty())
+        values["labels"] = policy.labels;
+    return values;
+}
+
 json ValuesToJson(const events::EventRecord &event)
 {
     json keywords = json::array();
@@ -19,9 +33,11 @@ json ValuesToJson(const events::EventRecord &event)
         --count;
     for (size_t k = 0; k < count; ++k)
         keywords.push_back(event.keywords[k]);
-    return {{"keywords", keywords},
-            {"report_count", event.report_count},
-            {"hours", events::FormatHours(event.hours)}};
+    json values = {{"keywords", keywords},
+                   {"report_count", event.report_count},
+                   {"hours", events::FormatHours(event.hours)}};
+    values.update(PolicyToJson(event.policy));
+    return values;
 }
 
 } // namespace cli

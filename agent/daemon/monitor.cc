@@ -114,6 +114,7 @@ bool Monitor::Prepare()
         host_.store().CommitPass();
         feed_.Prepare();
         counters_.emplace(host_.store());
+        desk_.emplace(host_);
         return true;
     } catch (const std::exception &error) {
         Break(error);
@@ -127,6 +128,7 @@ void Monitor::TableLoaded()
 {
     try {
         counters_->Restore(module_.table());
+        desk_->Load();
         news_.started(module_.table().Size());
     } catch (const std::exception &error) {
         Break(error);
@@ -145,6 +147,11 @@ void Monitor::StorePass()
         // Something failed earlier in this life, and what the pass counted may be wrong.
         throw host::Error(reason_);
     counters_->Save(module_.table());
+    // Behind the table's load, and before the next line: both are of one moment, or the event that
+    // tells of a later one is set already.
+    if (table_is_reloaded_)
+        desk_->Load();
+    table_is_reloaded_ = false;
     feed_.BeforeCommit();
     host_.store().CommitPass();
     feed_.Committed();
@@ -176,6 +183,7 @@ bool Monitor::ModuleRests()
 void Monitor::PassBegins(DWORD result, const std::string &name)
 {
     pass_ = NewPass(pass_.number + 1, KindOf(result, name));
+    table_is_reloaded_ = name == kTableEvent;
 }
 
 } // namespace syslogmond

@@ -21,6 +21,7 @@
 #include "agent/host/host.h"
 #include "agent/host/owned_handle.h"
 #include "agent/monitor/module.h"
+#include "agent/policy/report_desk.h"
 #include "agent/status/status_file.h"
 #include "platform/types.h"
 
@@ -79,7 +80,9 @@ class Monitor : private host::Moments {
     host::OwnedHandle stop_;
     host::OwnedHandle started_;
     std::optional<host::HitCounters>
-        counters_; // of the monitor thread, as all that reads the store
+        counters_;                           // of the monitor thread, as all that reads the store
+    std::optional<policy::ReportDesk> desk_; // likewise
+    bool table_is_reloaded_ = false;         // since the last rest
     // The pass under way, or the last one while it rests. Of the monitor thread.
     status::PassStatus pass_;
     // Of the monitor thread, until it has ended.

@@ -144,6 +144,7 @@ void CheckEvent(const EventRecord &event)
         throw host::Error("cannot use the report count " + std::to_string(event.report_count) +
                               " of event " + Quoted(event.key),
                           "it would never be reported", "use a number from 1 to 2147483647");
+    CheckPolicy(event.policy);
 }
 
 std::vector<StoredSource> EventRegistry::ReadAll()
@@ -203,6 +204,7 @@ StoredEvent EventRegistry::Read(const std::string &source, const std::string &id
         note("it has no WatchTime of 4 bytes");
     stored.event.report_count = static_cast<int32_t>(count.value_or(0));
     stored.event.hours = hours.value_or(0);
+    stored.event.policy = ReadPolicy(registry_, id_key);
     return stored;
 }
 
@@ -236,13 +238,14 @@ void EventRegistry::Write(const EventRecord &event)
     // one, the same event would be there twice.
     CheckEvent(event);
     const std::string id_text = FindIdText(event.key).value_or(FormatEventId(event.key.id));
-    const std::string path =
-        SourcePath(event.key.source) + "\\" + id_text + "\\" + kWatchSettingKey;
-    const host::KeyId key = registry_.Create(host::kRootKey, path);
+    const host::KeyId event_key =
+        registry_.Create(host::kRootKey, SourcePath(event.key.source) + "\\" + id_text);
+    const host::KeyId key = registry_.Create(event_key, kWatchSettingKey);
     for (size_t k = 0; k < event.keywords.size(); ++k)
         SetText(registry_, key, kKeywordValues[k], event.keywords[k]);
     SetNumber(registry_, key, kReportCountValue, static_cast<uint32_t>(event.report_count));
     SetNumber(registry_, key, kWatchTimeValue, event.hours);
+    WritePolicy(registry_, event_key, event.policy);
 }
 
 bool EventRegistry::Remove(const EventKey &key)

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/events/event_policy.h"
 #include "agent/events/hours.h"
 #include "agent/host/host.h"
 
@@ -34,6 +35,7 @@ struct EventRecord {
     std::array<std::string, 3> keywords; // text that a line must contain; empty: no condition
     int32_t report_count = 1;            // hits that make one report
     uint32_t hours = kAllHours;          // see ParseHours
+    EventPolicy policy = {};             // what the agent makes of its reports
 
     bool operator==(const EventRecord &) const = default;
 };

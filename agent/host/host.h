@@ -55,6 +55,10 @@ class Host {
     void SetLogInPass(const char *path) { log_in_pass_ = path; }
     [[nodiscard]] const std::string &log_in_pass() const { return log_in_pass_; }
 
+    // Who takes the reports; null: nobody, and each is stored as an alert. Likewise.
+    void SetReportTaker(TakeReport take) { take_report_ = std::move(take); }
+    [[nodiscard]] const TakeReport &report_taker() const { return take_report_; }
+
     // Tells somebody of the moments from now on; null: nobody. `table_loaded` is the event that the
     // module sets when it has started. Not while a wait is under way.
     void TellMoments(Moments *moments, HANDLE table_loaded);
@@ -88,6 +92,7 @@ class Host {
     ReportedHits reported_hits_;
     FindReportSource find_source_;
     std::string log_in_pass_;
+    TakeReport take_report_;
     FollowPassFn pass_follower_ = nullptr;
     Moments *moments_ = nullptr;
     HANDLE table_loaded_ = nullptr;

@@ -95,6 +95,11 @@ constexpr const char *kSteps[] = {
     "ALTER TABLE alert ADD COLUMN line_host TEXT NOT NULL DEFAULT '';"
     "ALTER TABLE alert ADD COLUMN program TEXT NOT NULL DEFAULT '';"
     "ALTER TABLE alert ADD COLUMN own_time TEXT NOT NULL DEFAULT '';",
+    // 6: what the policy of an event makes of an alert. Empty: nothing.
+    "ALTER TABLE alert ADD COLUMN severity TEXT NOT NULL DEFAULT '';"
+    "ALTER TABLE alert ADD COLUMN labels TEXT NOT NULL DEFAULT '';" // a line each: NAME=VALUE
+    "ALTER TABLE alert ADD COLUMN summary TEXT NOT NULL DEFAULT '';"
+    "ALTER TABLE alert ADD COLUMN runbook_url TEXT NOT NULL DEFAULT '';",
 };
 constexpr int kVersion = static_cast<int>(std::size(kSteps));
 

@@ -5,6 +5,8 @@
 //   2        delivery
 //   3        undelivered
 //   4        key_series; alert: reports, last_time_ms, last_message
+//   5        input_place, spool, spool_origin, spool_stamp; alert: line_host, program, own_time
+//   6        alert: severity, labels, summary, runbook_url
 //
 // The version is SQLite's user_version. A store of a newer version is refused: an older program
 // would write what the newer one does not understand.

@@ -6,6 +6,7 @@
 
 #include "agent/events/expressions.h"
 #include "agent/host/error.h"
+#include "agent/rules/policy_text.h"
 #include "agent/text/utf8.h"
 #include "platform/contract.h"
 
@@ -57,7 +58,7 @@ Registered Index(const std::vector<events::StoredSource> &sources,
 bool SameEvent(const events::EventRecord &a, const events::EventRecord &b)
 {
     return a.keywords == b.keywords && a.report_count == b.report_count &&
-           (a.hours & events::kAllHours) == (b.hours & events::kAllHours);
+           (a.hours & events::kAllHours) == (b.hours & events::kAllHours) && a.policy == b.policy;
 }
 
 // Events in the table once the changes were made, as far as the monitor takes them.
@@ -269,25 +270,39 @@ std::string FormatEventKey(const events::EventKey &key)
 
 namespace {
 
-// A value as a difference shows it, in the words of a rules file.
-struct ShownValue {
-    const char *name;
-    std::string text;
-};
-
-// In one order for all, so the two sides of a change are compared place by place.
-std::array<ShownValue, 3> ShownValues(const events::EventRecord &event)
+// In one order for all.
+std::vector<ShownValue> ShownValues(const events::EventRecord &event)
 {
-    return {{{"keywords", FormatKeywords(event.keywords)},
-             {"report_count", std::to_string(event.report_count)},
-             {"hours", events::FormatHours(event.hours)}}};
+    std::vector<ShownValue> values = {{"keywords", FormatKeywords(event.keywords)},
+                                      {"report_count", std::to_string(event.report_count)},
+                                      {"hours", events::FormatHours(event.hours)}};
+    for (ShownValue &value : ShownPolicy(event.policy))
+        values.push_back(std::move(value));
+    return values;
+}
+
+std::vector<std::string> ValueNames()
+{
+    std::vector<std::string> names = {"keywords", "report_count", "hours"};
+    names.insert(names.end(), kPolicyKeys.begin(), kPolicyKeys.end());
+    return names;
+}
+
+std::string LineOf(const ShownValue &value)
+{
+    return "    " + value.name + ": " + value.text;
+}
+
+bool Holds(const std::vector<ShownValue> &values, const ShownValue &value)
+{
+    return std::find(values.begin(), values.end(), value) != values.end();
 }
 
 // Everything of an event that comes or goes.
 void FormatWhole(char mark, const events::EventRecord &event, std::vector<DifferenceLine> *lines)
 {
     for (const ShownValue &value : ShownValues(event))
-        lines->push_back({mark, std::string("    ") + value.name + ": " + value.text});
+        lines->push_back({mark, LineOf(value)});
 }
 
 // What differs, and nothing else: as it was, and below it as it will be.
@@ -301,12 +316,16 @@ void FormatChanged(const EventChange &change, std::vector<DifferenceLine> *lines
     }
     const auto before = ShownValues(change.before);
     const auto after = ShownValues(change.after);
-    for (size_t i = 0; i < before.size(); ++i) {
-        if (before[i].text == after[i].text)
-            continue;
-        const std::string name = std::string("    ") + before[i].name + ": ";
-        lines->push_back({'-', name + before[i].text});
-        lines->push_back({'+', name + after[i].text});
+    // Both sides of one value stand together, and in the order of the file; one may be missing.
+    for (const std::string &name : ValueNames()) {
+        for (const ShownValue &value : before) {
+            if (value.name == name && !Holds(after, value))
+                lines->push_back({'-', LineOf(value)});
+        }
+        for (const ShownValue &value : after) {
+            if (value.name == name && !Holds(before, value))
+                lines->push_back({'+', LineOf(value)});
+        }
     }
 }
 

@@ -7,10 +7,11 @@
 #include <optional>
 
 #include "agent/host/error.h"
+#include "agent/rules/node_reader.h"
+#include "agent/rules/policy_reader.h"
+#include "agent/rules/policy_text.h"
+#include "agent/rules/yaml_text.h"
 #include "agent/rules/yaml_tree.h"
-#include "agent/text/base64.h"
-#include "agent/text/suggestion.h"
-#include "agent/text/utf8.h"
 
 namespace rules {
 
@@ -31,34 +32,23 @@ constexpr char kEvents[] = "events";
 // something else.
 constexpr char kFormVersion[] = "1";
 
-// Vectors, since suggestions are made from them.
-using Names = std::vector<std::string>;
-const Names kEventKeys = {kSource, kId, kKeywords, kReportCount, kHours};
-const Names kFileKeys = {kVersion, kEvents};
+const Names kPlainKeys = {kSource, kId, kKeywords, kReportCount, kHours};
 
-// "version, events", for messages.
-std::string Listed(const Names &names)
+} // namespace
+
+Names EventKeys()
 {
-    std::string text;
-    for (const std::string &name : names)
-        text += (text.empty() ? "" : ", ") + name;
-    return text;
+    Names names = kPlainKeys;
+    names.insert(names.end(), kPolicyKeys.begin(), kPolicyKeys.end());
+    return names;
 }
 
-// What is there instead of what should be.
-const char *KindText(Kind kind)
+Names FileKeys()
 {
-    switch (kind) {
-    case Kind::kText:
-        return "it is a text";
-    case Kind::kList:
-        return "it is a list";
-    case Kind::kMap:
-        return "it is a mapping (name: value)";
-    default:
-        return "it has no value";
-    }
+    return {kVersion, kEvents};
 }
+
+namespace {
 
 // Of blanks and tabs: a text has no line end here.
 std::string Trimmed(const std::string &text)
@@ -88,23 +78,17 @@ std::string WithoutBlanks(const std::string &hours)
 // ---- reading ----
 
 // Reads the tree of a file and checks all that can be said without a registry. It goes on behind
-// each fault, so each is told of once, at its place; a node that was noted already (kFaulty) gets
-// no second issue.
-class RulesReader {
+// each fault, so each is told of once, at its place.
+class RulesReader : private NodeReader {
   public:
-    RulesReader(text::IssueList *issues, std::vector<Rule> *rules) : issues_(issues), rules_(rules)
+    RulesReader(text::IssueList *issues, std::vector<Rule> *rules)
+        : NodeReader(issues), issues_(issues), rules_(rules)
     {
     }
 
     void ReadFile(const YamlNode &file);
 
   private:
-    // The values of a mapping, by name. A name that is not known, or that stands twice, is an
-    // issue.
-    using Values = std::map<std::string, const YamlNode *>;
-    // `where` is the name of the mapping in messages: "an event".
-    Values ReadMap(const YamlNode &map, const Names &known, const std::string &where);
-
     void ReadVersion(const YamlNode &version);
     void ReadEvents(const YamlNode &events);
     void ReadEvent(const YamlNode &node);
@@ -117,9 +101,6 @@ class RulesReader {
     bool ReadHours(const Values &values, events::EventRecord *event);
     std::optional<std::string> HoursText(const YamlNode &node);
 
-    // The text of a node, or an issue.
-    const std::string *TextOf(const YamlNode &node, const std::string &what,
-                              const std::string &next_step);
     // Asks CheckEvent, whose words become the issue. Made-up values stand in for what is not meant.
     bool Check(const events::EventRecord &event, size_t offset);
     // An issue when the event stands in the file already, or its source is written another way
@@ -149,7 +130,7 @@ void RulesReader::ReadFile(const YamlNode &file)
             issues_->Add(file.offset, "cannot use the file", KindText(file.kind), form);
         return;
     }
-    const Values values = ReadMap(file, kFileKeys, "a rules file");
+    const Values values = ReadMap(file, FileKeys(), "a rules file");
     if (values.contains(kVersion))
         ReadVersion(*values.at(kVersion));
     if (values.contains(kEvents))
@@ -157,39 +138,6 @@ void RulesReader::ReadFile(const YamlNode &file)
     else
         issues_->Add(file.offset, "cannot use the file", "it has no \"events:\"",
                      form + ", or write \"events: []\" for none");
-}
-
-RulesReader::Values RulesReader::ReadMap(const YamlNode &map, const Names &known,
-                                         const std::string &where)
-{
-    Values values;
-    // A key that is no text, such as a list, has an empty one, which is not known.
-    for (size_t i = 0; i + 1 < map.children.size(); i += 2) {
-        const YamlNode &key = map.children[i];
-        if (key.kind == Kind::kFaulty)
-            continue;
-        if (std::find(known.begin(), known.end(), key.text) == known.end()) {
-            issues_->Add(key.offset, "cannot use the key " + text::Shown(key.text),
-                         where + " has none of that name",
-                         text::Suggestion(key.text, known) + "use " + Listed(known));
-        } else if (!values.emplace(key.text, &map.children[i + 1]).second) {
-            // YAML forbids it, and its parser does not look: the second one would be lost.
-            issues_->Add(key.offset, "cannot use the key " + text::Shown(key.text),
-                         "it stands twice in one mapping", "write it once");
-        }
-    }
-    return values;
-}
-
-// Null when it is none. A number is a text here: nobody has asked yet what it means.
-const std::string *RulesReader::TextOf(const YamlNode &node, const std::string &what,
-                                       const std::string &next_step)
-{
-    if (node.kind == Kind::kText)
-        return &node.text;
-    if (node.kind != Kind::kFaulty)
-        issues_->Add(node.offset, "cannot use " + what, KindText(node.kind), next_step);
-    return nullptr;
 }
 
 // A version is no reason to stop: what else is wrong is told of as well.
@@ -225,7 +173,7 @@ void RulesReader::ReadEvent(const YamlNode &node)
                      "write source, id and keywords, each as \"name: value\"");
         return;
     }
-    const Values values = ReadMap(node, kEventKeys, "an event");
+    const Values values = ReadMap(node, EventKeys(), "an event");
     Rule rule;
     rule.at = issues_->At(node.offset);
     // All of them are read, so that all their issues are found.
@@ -233,10 +181,11 @@ void RulesReader::ReadEvent(const YamlNode &node)
     const bool has_keywords = ReadKeywords(node, values, &rule);
     const bool has_count = ReadReportCount(values, &rule.event);
     const bool has_hours = ReadHours(values, &rule.event);
+    const bool has_policy = ReadPolicy(values, this, &rule.event.policy);
     // Also of an event that is faulty otherwise: its twin is a mistake of its own.
     if (has_key)
         CheckForTwins(rule, node.offset);
-    if (has_key && has_keywords && has_count && has_hours)
+    if (has_key && has_keywords && has_count && has_hours && has_policy)
         rules_->push_back(std::move(rule));
 }
 
@@ -454,61 +403,17 @@ ParsedRules ParseRules(std::string_view bytes)
 
 namespace {
 
-// In YAML, \x and two digits are a character below 256 and not a byte. So bytes that are no UTF-8
-// cannot be escaped.
-std::string Escaped(char32_t code)
-{
-    char text[16];
-    if (code < 0x100)
-        snprintf(text, sizeof text, "\\x%02X", static_cast<unsigned>(code));
-    else if (code < 0x10000)
-        snprintf(text, sizeof text, "\\u%04X", static_cast<unsigned>(code));
-    else
-        snprintf(text, sizeof text, "\\U%08X", static_cast<unsigned>(code));
-    return text;
-}
-
-// A text in double quotes, or its bytes when it is not UTF-8.
-std::string Quoted(std::string_view text)
-{
-    if (!text::IsUtf8(text))
-        return "!!binary \"" + text::EncodeBase64(text) + "\"";
-    std::string quoted = "\"";
-    while (!text.empty()) {
-        const text::Character character = text::FirstCharacter(text);
-        if (character.code == '"' || character.code == '\\')
-            quoted += '\\';
-        if (character.code == '\t' || text::IsInvisible(character.code))
-            quoted += Escaped(character.code);
-        else
-            quoted += text.substr(0, character.bytes);
-        text.remove_prefix(character.bytes);
-    }
-    return quoted + "\"";
-}
-
-// A comment of one line.
-std::string Comment(std::string_view text)
-{
-    std::string comment = "# ";
-    while (!text.empty()) {
-        const text::Character character = text::FirstCharacter(text);
-        // A line end in it would end the comment, and the rest be read as YAML.
-        const bool is_shown = character.bytes > 0 && !text::IsInvisible(character.code);
-        comment += is_shown ? text.substr(0, character.bytes) : "?";
-        text.remove_prefix(std::max<size_t>(character.bytes, 1));
-    }
-    return comment + "\n";
-}
-
 // The ID is in quotes, or 0012 and 1E5 would be numbers to other readers of YAML.
 std::string FormatEvent(const events::EventRecord &event)
 {
-    return "  - source: " + Quoted(event.key.source) + "\n    id: \"" +
-           events::FormatEventId(event.key.id) +
-           "\"\n    keywords: " + FormatKeywords(event.keywords) +
-           "\n    report_count: " + std::to_string(event.report_count) +
-           "\n    hours: " + events::FormatHours(event.hours) + "\n";
+    std::string text = "  - source: " + Quoted(event.key.source) + "\n    id: \"" +
+                       events::FormatEventId(event.key.id) +
+                       "\"\n    keywords: " + FormatKeywords(event.keywords) +
+                       "\n    report_count: " + std::to_string(event.report_count) +
+                       "\n    hours: " + events::FormatHours(event.hours) + "\n";
+    for (const ShownValue &value : ShownPolicy(event.policy))
+        text += "    " + value.name + ": " + value.text + "\n";
+    return text;
 }
 
 } // namespace

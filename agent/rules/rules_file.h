@@ -47,6 +47,10 @@ struct ParsedRules {
 // the YAML itself, though, nothing more can be read.
 ParsedRules ParseRules(std::string_view bytes);
 
+// The names that a file, and an event in it, may have.
+std::vector<std::string> FileKeys();
+std::vector<std::string> EventKeys();
+
 // What is written into a rules file beside the events.
 struct RulesFileNotes {
     std::string schema;                // for editors: where the schema is; empty: nowhere

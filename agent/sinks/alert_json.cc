@@ -26,6 +26,14 @@ std::string AlertJson(const Message &message)
         object["program"] = alert.program;
     if (!alert.own_time.empty())
         object["own_time"] = alert.own_time;
+    if (!alert.severity.empty())
+        object["severity"] = alert.severity;
+    if (!alert.summary.empty())
+        object["summary"] = alert.summary;
+    if (!alert.labels.empty())
+        object["labels"] = alert.labels;
+    if (!alert.runbook_url.empty())
+        object["runbook_url"] = alert.runbook_url;
     // Only then: most alerts are of a single report, and their lines stay short.
     if (alert.IsFolded()) {
         object["reports"] = alert.reports;
@@ -42,8 +50,8 @@ std::string AlertJson(const Message &message)
 std::string AlertSummary(const Message &message)
 {
     const alerts::Alert &alert = message.alert;
-    std::string text =
-        alert.source + " " + events::FormatEventId(alert.event_id) + ": " + alert.message;
+    std::string text = alert.source + " " + events::FormatEventId(alert.event_id) + ": " +
+                       (alert.summary.empty() ? "" : alert.summary + ": ") + alert.message;
     if (alert.IsFolded())
         text += " (and " + std::to_string(alert.reports - 1) + " more until " +
                 text::UtcTime(alert.last_time_ms) + ", the last: " + alert.last_message + ")";

@@ -11,11 +11,13 @@ namespace sinks {
 // One line without its end:
 //   {"key":"...","id":7,"time":"2026-11-21T10:00:01.000Z","host":"h","log":"Application",
 //    "source":"DISK","event_id":"1A2B","count":3,"message":"..."}
-// An alert that stands for many reports has "reports", "last_time" and "last_message" as well. A test
+// With "severity", "summary", "labels" (an object) and "runbook_url" as far as the event's policy says
+// so. An alert that stands for many reports has "reports", "last_time" and "last_message" as well. A test
 // has "test":true. Bytes that are no UTF-8 are replaced, since JSON has none.
 std::string AlertJson(const Message &message);
 
-// "DISK 1A2B: Nov 21 10:00:00 host kernel: ...", one line, no control characters. Of many reports:
+// "DISK 1A2B: Nov 21 10:00:00 host kernel: ...", one line, no control characters. The summary of the
+// event's policy, if there is one, stands before the line: "DISK 1A2B: disk of host: Nov 21 ...". Of many reports:
 // "... (and 12 more until 2026-11-21T10:00:09.000Z, the last: Nov 21 10:00:09 host ...)".
 std::string AlertSummary(const Message &message);
 

@@ -53,13 +53,20 @@ class AlertmanagerSink : public Sink {
         labels["source"] = alert.source;
         labels["event_id"] = events::FormatEventId(alert.event_id);
         labels["host"] = alert.host;
+        // What the sink says of all alerts, the event says better of its own.
+        for (const auto &[name, value] : alert.labels)
+            labels[name] = value;
+        if (!alert.severity.empty())
+            labels["severity"] = alert.severity;
         // Annotations are texts, numbers included: that is how the API has them.
+        nlohmann::json annotations = {{"summary", AlertSummary(message)},
+                                      {"key", message.key},
+                                      {"count", std::to_string(alert.count)},
+                                      {"reports", std::to_string(alert.reports)}};
+        if (!alert.runbook_url.empty())
+            annotations["runbook_url"] = alert.runbook_url;
         return {{"labels", labels},
-                {"annotations",
-                 {{"summary", AlertSummary(message)},
-                  {"key", message.key},
-                  {"count", std::to_string(alert.count)},
-                  {"reports", std::to_string(alert.reports)}}},
+                {"annotations", annotations},
                 {"startsAt", text::UtcTime(alert.time_ms)},
                 {"endsAt", text::UtcTime(message.ends_ms)}};
     }

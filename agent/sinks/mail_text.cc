@@ -65,12 +65,20 @@ std::string Body(std::span<const Message> messages)
     std::string text;
     for (const Message &message : messages) {
         const alerts::Alert &alert = message.alert;
+        if (!alert.summary.empty())
+            text += alert.summary + "\n\n";
         text += alert.message + "\n\n";
         text += "    source    " + alert.source + "\n";
         text += "    event ID  " + events::FormatEventId(alert.event_id) + "\n";
         text += "    hits      " + std::to_string(alert.count) + "\n";
         text += "    host      " + alert.host + "\n";
         text += "    time      " + text::UtcTime(alert.time_ms) + "\n";
+        if (!alert.severity.empty())
+            text += "    severity  " + alert.severity + "\n";
+        for (const auto &[name, value] : alert.labels)
+            text += "    label     " + name + ": " + value + "\n";
+        if (!alert.runbook_url.empty())
+            text += "    runbook   " + alert.runbook_url + "\n";
         if (alert.IsFolded()) {
             text += "    reports   " + std::to_string(alert.reports) +
                     ", the line above is the first\n";

@@ -10,44 +10,15 @@
 #include "platform/loader.h"
 #include "platform/monitor_entry.h"
 #include "platform/siblings.h"
-#include "tests/agent/support/host_test.h"
+#include "tests/agent/support/report_test.h"
 
 namespace {
 
 using alerts::Alert;
 
-template <typename Function>
-Function FindIn(HMODULE library, const char *name)
-{
-    return reinterpret_cast<Function>(GetProcAddress(library, name));
-}
-
 // ---- vkmncall.dll ----
 
-class ReportLibrary : public test::HostTest {
-  protected:
-    ~ReportLibrary() override { FreeLibrary(library_); }
-
-    void SetUp() override { ASSERT_NE(nullptr, call_); }
-
-    [[nodiscard]] int Report(const char *source, uint32_t id, const char *line) const
-    {
-        const char *strings[] = {line};
-        ReportRequest request{};
-        request.logName = "Application";
-        request.source = source;
-        request.eventId = id;
-        request.strings = strings;
-        return call_(&request);
-    }
-    static std::vector<Alert> Stored()
-    {
-        return alerts::ReadAlerts(test::Store().database(), 0, 0, 100);
-    }
-
-    HMODULE library_ = LoadLibrary(AGENT_LIBRARIES "/vkmncall.dll");
-    VKMonitorCallFn call_ = FindIn<VKMonitorCallFn>(library_, "VKMonitorCall");
-};
+class ReportLibrary : public test::ReportTest {};
 
 TEST_F(ReportLibrary, StoresTheRequestWithTimeAndHost)
 {
@@ -218,9 +189,9 @@ class ProductLibrary : public test::HostTest {
 
     HMODULE library_ = LoadLibrary(AGENT_LIBRARIES "/vkirtupt.dll");
     ReadProductsRegisteriedFn read_ =
-        FindIn<ReadProductsRegisteriedFn>(library_, "ReadProductsRegisteried");
+        test::FindIn<ReadProductsRegisteriedFn>(library_, "ReadProductsRegisteried");
     TARSKPPLX_PPInfoClearFn clear_ =
-        FindIn<TARSKPPLX_PPInfoClearFn>(library_, "TARSKPPLX_PPInfoClear");
+        test::FindIn<TARSKPPLX_PPInfoClearFn>(library_, "TARSKPPLX_PPInfoClear");
 };
 
 using Strings = std::vector<std::string>;

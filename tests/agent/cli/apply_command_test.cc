@@ -210,7 +210,7 @@ TEST_F(ApplyCommand, ShowsEveryMistakeWithItsPlaceAndChangesNothing)
          "4:5: cannot use event \"A\" 1: it stands already in line 2; write each pair of "
          "source and ID once",
          "4:37: cannot use the key \"count\": an event has none of that name; use source, "
-         "id, keywords, report_count, hours"});
+         "id, keywords, or others of syslogmon-rules(5)"});
 }
 
 TEST_F(ApplyCommand, AQuoteThatIsNotClosedIsRefusedWithItsLine)

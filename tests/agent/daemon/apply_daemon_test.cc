@@ -1,98 +1,16 @@
 // A running daemon takes what was applied or imported, and goes on counting.
-#include <chrono>
 #include <csignal>
-#include <ctime>
-#include <fstream>
-#include <thread>
 
 #include <nlohmann/json.hpp>
 
-#include "agent/status/status_file.h"
 #include "platform/contract.h"
-#include "tests/agent/support/command_test.h"
+#include "tests/agent/support/daemon_test.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-constexpr auto kPatience = std::chrono::seconds(60); // no step of a test takes this long
-using namespace std::chrono_literals;
 using status::MonitorState;
 
-class ApplyToADaemon : public test::CommandTest {
-  protected:
-    ApplyToADaemon()
-    {
-        std::filesystem::create_directory_symlink(AGENT_LIBRARIES, File("lib"));
-        std::filesystem::create_directory(File("var-log"));
-        // The monitor begins behind what is there when it starts first.
-        WriteLine("the log begins");
-    }
-
-    // The words that run it with a "/var/log" of its own.
-    [[nodiscard]] test::Words Daemon() const
-    {
-        return test::Helper(Root(), {"with-folder", File("var-log"), "/var/log", SYSLOGMOND,
-                                     "--root", Root(), "--print-alerts"});
-    }
-    // How long it takes until the status is as wanted, at most half a minute.
-    template <typename Wanted>
-    bool WaitForStatus(const test::Child &daemon, const Wanted &wanted) const
-    {
-        for (const auto end = Clock::now() + kPatience; Clock::now() < end;
-             std::this_thread::sleep_for(2ms)) {
-            const auto status = status::ReadStatus(Layout().run).value_or(status::Status{});
-            if (status.pid == daemon.pid() && wanted(status))
-                return true;
-        }
-        return false;
-    }
-    // Nothing but being told makes a monitor load its table again.
-    void ExpectTable(const test::Child &daemon, int size) const
-    {
-        EXPECT_TRUE(WaitForStatus(
-            daemon, [&](const status::Status &status) { return status.table_size == size; }));
-    }
-    void WaitUntilRunning(const test::Child &daemon) const
-    {
-        EXPECT_TRUE(WaitForStatus(daemon, [](const status::Status &status) {
-            return status.state == MonitorState::kRunning;
-        }));
-        Look(); // the first pass begins behind what it finds in the log
-    }
-    [[nodiscard]] std::string Rules(const std::string &text) const
-    {
-        test::WriteFile(File("rules.yaml"), text);
-        return File("rules.yaml").string();
-    }
-    // Writes a line as a syslog daemon does.
-    void WriteLine(const std::string &message) const
-    {
-        const time_t now = time(nullptr);
-        tm local{};
-        char stamp[32];
-        strftime(stamp, sizeof stamp, "%b %e %H:%M:%S", localtime_r(&now, &local));
-        std::ofstream(File("var-log/messages"), std::ios::app)
-            << stamp << " host kernel: " << message << "\n";
-    }
-    void Look() const { EXPECT_EQ(0, Syslogmon({"scan", "--wait", "--timeout", "20"}).status); }
-    // Writes a line, and has it looked at.
-    void Log(const std::string &message) const
-    {
-        WriteLine(message);
-        Look();
-    }
-    // The hits of all events: "DISK 1: 2", one line each.
-    [[nodiscard]] std::string Hits() const
-    {
-        std::string text;
-        const nlohmann::json list = Json({"event", "list"});
-        for (const auto &event : list["events"])
-            text += event["source"].get<std::string>() + " " + event["id"].get<std::string>() +
-                    ": " + event["hits"].dump() + "\n";
-        return text;
-    }
-};
+class ApplyToADaemon : public test::DaemonTest {};
 
 TEST_F(ApplyToADaemon, TakesItWhenToldAndKeepsTheCountersOfWhatStays)
 {
@@ -123,6 +41,30 @@ TEST_F(ApplyToADaemon, TakesItWhenToldAndKeepsTheCountersOfWhatStays)
     EXPECT_EQ("A 1: 3\nB 1: 2\nC 1: 1\nE 1: 1\nE 2: 1\n", Hits());
     daemon.Signal(SIGTERM);
     EXPECT_EQ(0, daemon.Wait());
+}
+
+TEST_F(ApplyToADaemon, AnAlertSaysWhatThePolicySaysThatWasAppliedLast)
+{
+    ASSERT_EQ(0, Syslogmon({"apply", Rules("events:\n"
+                                           "- {source: A, id: 1, keywords: alpha}\n")})
+                     .status);
+    test::Child daemon(Daemon());
+    WaitUntilRunning(daemon);
+    Log("alpha one");
+    ASSERT_EQ(0, Syslogmon({"apply",
+                            Rules("events:\n"
+                                  "- {source: A, id: 1, keywords: alpha, severity: crit,\n"
+                                  "   labels: {team: disks}, summary: \"{{program}}@{{host}}\"}\n"
+                                  "- {source: B, id: 1, keywords: beta}\n")})
+                     .status);
+    ExpectTable(daemon, 2);
+    Log("alpha two");
+    const auto alerts = Alerts();
+    ASSERT_EQ(2U, alerts.size());
+    EXPECT_FALSE(alerts[0].contains("severity"));
+    EXPECT_EQ("crit", alerts[1]["severity"]);
+    EXPECT_EQ("disks", alerts[1]["labels"]["team"]);
+    EXPECT_EQ("kernel@host", alerts[1]["summary"]);
 }
 
 TEST_F(ApplyToADaemon, AFileThatIsRefusedLeavesItAlone)

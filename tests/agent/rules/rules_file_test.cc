@@ -229,13 +229,14 @@ TEST(RulesFile, AKeyThatIsNotKnownIsNamedWithTheOneThatIsNear)
               "events? use version, events\n",
               IssuesOf("evnts: []\nevents: []\n"));
     EXPECT_EQ("5:5: cannot use the key \"report-count\": an event has none of that name; did you "
-              "mean report_count? use source, id, keywords, report_count, hours\n",
+              "mean report_count? use source, id, keywords, or others of "
+              "syslogmon-rules(5)\n",
               IssuesOf(FileWith("report-count: 1")));
     EXPECT_EQ("5:5: cannot use the key \"<<\": an event has none of that name; use source, id, "
-              "keywords, report_count, hours\n",
+              "keywords, or others of syslogmon-rules(5)\n",
               IssuesOf(FileWith("<<: x")));
     EXPECT_EQ("5:5: cannot use the key \"Hours\": an event has none of that name; did you mean "
-              "hours? use source, id, keywords, report_count, hours\n",
+              "hours? use source, id, keywords, or others of syslogmon-rules(5)\n",
               IssuesOf(FileWith("Hours: all")));
 }
 

@@ -14,6 +14,31 @@ using events::EventRegistry;
 // What the command line cannot hold, and what events may not have.
 const std::string kNever("\0\n\r\x01\x1B", 5);
 
+std::string OddWord(test::RandomData &random, size_t most)
+{
+    return random.OddText(most, kNever + "\t\x7F");
+}
+
+// Mostly none, as most events have none.
+events::EventPolicy RandomPolicy(test::RandomData &random)
+{
+    events::EventPolicy policy;
+    if (random.OneIn(2))
+        return policy;
+    if (random.OneIn(2))
+        policy.severity = events::kSeverities[random.Below(events::kSeverities.size())];
+    for (const char *name : {"yes", "NULL", "_1", "team"}) {
+        const std::string value = OddWord(random, 256);
+        if (random.OneIn(2) && !value.empty())
+            policy.labels[name] = value;
+    }
+    // Braces would make a template of it, and mostly a wrong one.
+    policy.summary = random.OddText(1024, kNever + "\t\x7F{}");
+    if (random.OneIn(2))
+        policy.runbook_url = "https://wiki/" + random.OddText(1000, kNever + " \t\x7F");
+    return policy;
+}
+
 // An event such as `event add` can make: any bytes that an argument can have and an event may.
 EventRecord RandomEvent(test::RandomData &random)
 {
@@ -26,6 +51,7 @@ EventRecord RandomEvent(test::RandomData &random)
             keyword = random.OneIn(3) ? "" : random.OddText(256, kNever);
     } while (event.keywords == std::array<std::string, 3>{});
     event.report_count = random.OneIn(2) ? 1 : static_cast<int32_t>(random.Number() >> 1U) | 1;
+    event.policy = RandomPolicy(random);
     event.hours = random.OneIn(3) ? events::kAllHours : random.Number() & events::kAllHours;
     return event;
 }

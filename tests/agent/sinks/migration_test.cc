@@ -21,7 +21,8 @@ class MigrationTest : public test::SinkTest {
             for (const char *table : {"input_place", "spool", "spool_origin", "spool_stamp"})
                 database.Execute((std::string("DROP TABLE ") + table).c_str());
             for (const char *column :
-                 {"reports", "last_time_ms", "last_message", "line_host", "program", "own_time"})
+                 {"reports", "last_time_ms", "last_message", "line_host", "program", "own_time",
+                  "severity", "labels", "summary", "runbook_url"})
                 database.Execute((std::string("ALTER TABLE alert DROP COLUMN ") + column).c_str());
             database.Execute("DROP TABLE key_series");
             database.Execute("PRAGMA user_version = 3");
@@ -49,7 +50,7 @@ TEST_F(MigrationTest, AStoreOfTheFirstVersionKeepsItsAlertsAndItsIdentity)
     const std::string uuid = test::Store().uuid();
     GoBack();
     test::StartHost(Layout(), host::Role::kCommand);
-    EXPECT_EQ(5, Version());
+    EXPECT_EQ(6, Version());
     EXPECT_EQ(uuid, test::Store().uuid());
     EXPECT_EQ(5U, alerts::ReadAlerts(test::Store().database(), 0, 0, 100).size());
     EXPECT_EQ(std::string("value\0", 6), test::TreeValue("SOFTWARE\\X", "name")->data);
@@ -61,7 +62,7 @@ TEST_F(MigrationTest, AlertsOfTheThirdVersionKeepTheirKeysAndNewOnesGetOthers)
     const std::string uuid = test::Store().uuid();
     GoBackToTheThird();
     test::StartHost(Layout(), host::Role::kCommand);
-    EXPECT_EQ(5, Version());
+    EXPECT_EQ(6, Version());
     Store(1);
     const auto stored = Alerts();
     ASSERT_EQ(3U, stored.size());

@@ -1,0 +1,209 @@
+#include "agent/events/event_policy.h"
+
+#include <algorithm>
+
+#include "agent/host/error.h"
+#include "platform/registry.h"
+
+namespace events {
+
+namespace {
+
+constexpr char kPolicyKey[] = "POLICY";
+constexpr char kLabelsKey[] = "LABELS"; // below it; a value for each label
+
+// Texts of a policy, by their names in the registry.
+struct TextValue {
+    const char *name;
+    std::string EventPolicy::*text;
+};
+constexpr TextValue kTextValues[] = {{"Severity", &EventPolicy::severity},
+                                     {"Summary", &EventPolicy::summary},
+                                     {"RunbookUrl", &EventPolicy::runbook_url}};
+
+// An alert is stored with all of it, so none of it is long.
+constexpr size_t kMaxLabels = 32;
+constexpr size_t kMaxLabelName = 64;
+constexpr size_t kMaxLabelValue = 256;
+constexpr size_t kMaxSummary = 1024;
+constexpr size_t kMaxUrl = 1024;
+
+bool HasControlCharacter(const std::string &text)
+{
+    return std::any_of(text.begin(), text.end(), [](char c) {
+        return static_cast<unsigned char>(c) < ' ' || static_cast<unsigned char>(c) == 0x7F;
+    });
+}
+
+// A text of 1 to `most` bytes that stands in one line.
+bool IsLineOfText(const std::string &text, size_t most)
+{
+    return !text.empty() && text.size() <= most && !HasControlCharacter(text);
+}
+
+std::string Shortened(const std::string &text)
+{
+    return "\"" + text.substr(0, 60) + "\"";
+}
+
+bool IsLabelName(const std::string &name)
+{
+    const auto is_good = [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               c == '_';
+    };
+    return !name.empty() && name.size() <= kMaxLabelName && (name[0] < '0' || name[0] > '9') &&
+           std::all_of(name.begin(), name.end(), is_good);
+}
+
+std::string InSmallLetters(std::string name)
+{
+    for (char &c : name)
+        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    return name;
+}
+
+void SetText(host::RegistryTree &registry, host::KeyId key, const std::string &name,
+             const std::string &text)
+{
+    registry.Set(key, name, REG_SZ, text + '\0');
+}
+
+} // namespace
+
+void CheckSeverity(const std::string &severity)
+{
+    if (std::find(kSeverities.begin(), kSeverities.end(), severity) != kSeverities.end())
+        return;
+    std::string known;
+    for (const std::string &name : kSeverities)
+        known += (known.empty() ? "" : ", ") + name;
+    throw host::Error("cannot use the severity " + Shortened(severity),
+                      "there is none of that name", "use " + known);
+}
+
+void CheckLabel(const std::string &name, const std::string &value)
+{
+    if (!IsLabelName(name))
+        throw host::Error("cannot use the label " + Shortened(name), "its name is none for a label",
+                          "use 1 to 64 letters, digits and _, no digit first");
+    if (!IsLineOfText(value, kMaxLabelValue))
+        throw host::Error("cannot use the label " + Shortened(name),
+                          "its value is empty, too long, or holds a control character",
+                          "use a text of 1 to 256 bytes");
+}
+
+// The registry tells no small letters from capitals, so two such labels would be one.
+void CheckLabels(const Labels &labels)
+{
+    if (labels.size() > kMaxLabels)
+        throw host::Error("cannot use the labels of an event",
+                          "there are " + std::to_string(labels.size()) + " of them",
+                          "give at most 32");
+    std::map<std::string, std::string> spelled;
+    for (const auto &[name, value] : labels) {
+        const auto [twin, is_new] = spelled.emplace(InSmallLetters(name), name);
+        if (!is_new)
+            throw host::Error("cannot use the label " + Shortened(name),
+                              "there is " + Shortened(twin->second) +
+                                  " already, and small letters are not told from capitals",
+                              "choose another name");
+    }
+}
+
+void CheckSummary(const std::string &summary)
+{
+    if (!IsLineOfText(summary, kMaxSummary))
+        throw host::Error("cannot use the summary " + Shortened(summary),
+                          "it is empty, too long, or holds a control character",
+                          "use a text of 1 to 1024 bytes");
+}
+
+void CheckRunbookUrl(const std::string &url)
+{
+    const bool is_url = url.starts_with("http://") || url.starts_with("https://");
+    if (!is_url || !IsLineOfText(url, kMaxUrl) || url.find(' ') != std::string::npos)
+        throw host::Error("cannot use the address " + Shortened(url),
+                          "it does not begin with http:// or https://, is too long, or holds a "
+                          "blank or a control character",
+                          "use an address of at most 1024 bytes");
+}
+
+void CheckPolicy(const EventPolicy &policy)
+{
+    if (!policy.severity.empty())
+        CheckSeverity(policy.severity);
+    for (const auto &[name, value] : policy.labels)
+        CheckLabel(name, value);
+    CheckLabels(policy.labels);
+    if (!policy.summary.empty())
+        CheckSummary(policy.summary);
+    if (!policy.runbook_url.empty())
+        CheckRunbookUrl(policy.runbook_url);
+}
+
+std::string JoinLabels(const Labels &labels)
+{
+    std::string text;
+    for (const auto &[name, value] : labels) {
+        text += name;
+        text += '=';
+        text += value;
+        text += '\n';
+    }
+    return text;
+}
+
+Labels SplitLabels(const std::string &text)
+{
+    Labels labels;
+    for (size_t at = 0; at < text.size();) {
+        const size_t end = std::min(text.find('\n', at), text.size());
+        const size_t sign = text.find('=', at);
+        if (sign < end)
+            labels[text.substr(at, sign - at)] = text.substr(sign + 1, end - sign - 1);
+        at = end + 1;
+    }
+    return labels;
+}
+
+EventPolicy ReadPolicy(host::RegistryTree &registry, host::KeyId event_key)
+{
+    EventPolicy policy;
+    const auto key = registry.Find(event_key, kPolicyKey);
+    if (!key)
+        return policy;
+    for (const TextValue &value : kTextValues) {
+        const auto stored = registry.Get(*key, value.name);
+        if (stored && stored->type == REG_SZ)
+            policy.*value.text = host::TextOf(*stored);
+    }
+    if (const auto labels = registry.Find(*key, kLabelsKey)) {
+        for (const host::RegValue &label : registry.Values(*labels)) {
+            if (label.type == REG_SZ)
+                policy.labels[label.name] = host::TextOf(label);
+        }
+    }
+    return policy;
+}
+
+// All anew: what is not set must not stay from before.
+void WritePolicy(host::RegistryTree &registry, host::KeyId event_key, const EventPolicy &policy)
+{
+    if (const auto old = registry.Find(event_key, kPolicyKey))
+        registry.DeleteKey(*old);
+    if (policy.IsEmpty())
+        return;
+    const host::KeyId key = registry.Create(event_key, kPolicyKey);
+    for (const TextValue &value : kTextValues) {
+        if (!(policy.*value.text).empty())
+            SetText(registry, key, value.name, policy.*value.text);
+    }
+    if (policy.labels.empty())
+        return;
+    const host::KeyId labels = registry.Create(key, kLabelsKey);
+    for (const auto &[name, text] : policy.labels)
+        SetText(registry, labels, name, text);
+}
+
+} // namespace events

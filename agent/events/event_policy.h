@@ -1,0 +1,58 @@
+// What an event may have beside the values that the monitor's table takes: how grave it is, and what
+// an alert of it says. The agent's alone; the module never sees it.
+//
+// It is kept in the registry in the key POLICY below the event's own key. So it goes with its event,
+// whoever removes that, it is exported and imported with it, and there is none without one.
+#ifndef AGENT_EVENTS_EVENT_POLICY_H
+#define AGENT_EVENTS_EVENT_POLICY_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "agent/host/registry_tree.h"
+
+namespace events {
+
+// Sorted by name, so that equal ones are written equally.
+using Labels = std::map<std::string, std::string>;
+
+// The names that syslog has for them, the gravest first.
+inline const std::vector<std::string> kSeverities = {"emerg",   "alert",  "crit", "err",
+                                                     "warning", "notice", "info", "debug"};
+
+// All that is not set is empty.
+struct EventPolicy {
+    std::string severity; // one of kSeverities
+    Labels labels;
+    std::string summary; // a template: see agent/policy/summary.h
+    std::string runbook_url;
+
+    [[nodiscard]] bool IsEmpty() const { return *this == EventPolicy(); }
+    bool operator==(const EventPolicy &) const = default;
+};
+
+// Each throws host::Error, naming the value and what is allowed. An empty one is refused: whoever
+// wants none leaves it out.
+void CheckSeverity(const std::string &severity);
+void CheckLabel(const std::string &name, const std::string &value);
+void CheckLabels(const Labels &labels); // how many there are, and their names together
+void CheckSummary(const std::string &summary);
+void CheckRunbookUrl(const std::string &url);
+
+// All of them, for what is set.
+void CheckPolicy(const EventPolicy &policy);
+
+// "team=storage\nsite=berlin\n", and back. Names have no "=", values no line end.
+std::string JoinLabels(const Labels &labels);
+Labels SplitLabels(const std::string &text);
+
+// The policy below an event's key; an empty one when there is none. What is no text there is left out.
+// Throws host::StoreError.
+EventPolicy ReadPolicy(host::RegistryTree &registry, host::KeyId event_key);
+// Replaces it. An empty one leaves no key.
+void WritePolicy(host::RegistryTree &registry, host::KeyId event_key, const EventPolicy &policy);
+
+} // namespace events
+
+#endif // AGENT_EVENTS_EVENT_POLICY_H

@@ -1,0 +1,137 @@
+// Reports of the module, from the library that it calls to the alert that is stored.
+#include "agent/policy/report_desk.h"
+
+#include "agent/alerts/alert_store.h"
+#include "platform/loader.h"
+#include "tests/agent/support/report_test.h"
+
+namespace {
+
+using alerts::Alert;
+
+class ReportDesk : public test::ReportTest {
+  protected:
+    static events::EventRecord Event(const char *source, uint32_t id)
+    {
+        events::EventRecord event;
+        event.key = {source, id};
+        event.keywords[0] = "word";
+        return event;
+    }
+    static void Register(const events::EventRecord &event)
+    {
+        events::EventRegistry(test::Registry()).Write(event);
+    }
+
+    // The first word of a line is its host.
+    ReportDesk()
+    {
+        test::TheHost().SetReportSource([](const std::string &line) {
+            return host::ReportSource{line, "log", line.substr(0, line.find(' ')), "prog", ""};
+        });
+    }
+
+    policy::ReportDesk desk_{test::TheHost()};
+};
+
+TEST_F(ReportDesk, AnAlertSaysWhatThePolicyOfItsEventSays)
+{
+    events::EventRecord event = Event("DISK", 1);
+    event.policy.severity = "err";
+    event.policy.labels = {{"team", "storage"}, {"site", "berlin=1"}};
+    event.policy.summary = "disk of {{host}}, {{program}}: {{message}}";
+    event.policy.runbook_url = "https://wiki/disk";
+    Register(event);
+    Register(Event("DISK", 2));
+    desk_.Load();
+    EXPECT_EQ(1, Report("DISK", 1, "web1 a line"));
+    EXPECT_EQ(1, Report("DISK", 2, "web1 a line"));
+    const auto stored = Stored();
+    ASSERT_EQ(2U, stored.size());
+    EXPECT_EQ("err", stored[0].severity);
+    EXPECT_EQ((events::Labels{{"team", "storage"}, {"site", "berlin=1"}}), stored[0].labels);
+    EXPECT_EQ("disk of web1, prog: web1 a line", stored[0].summary);
+    EXPECT_EQ("https://wiki/disk", stored[0].runbook_url);
+    EXPECT_EQ("web1 a line", stored[0].message);
+    EXPECT_EQ("", stored[1].severity + stored[1].summary + stored[1].runbook_url);
+    EXPECT_TRUE(stored[1].labels.empty());
+}
+
+TEST_F(ReportDesk, ALineWithoutAHostIsOfThisOne)
+{
+    events::EventRecord event = Event("DISK", 1);
+    event.policy.summary = "[{{host}}]";
+    Register(event);
+    desk_.Load();
+    Report("DISK", 1, " a line");
+    const auto stored = Stored();
+    ASSERT_EQ(1U, stored.size());
+    EXPECT_EQ("[" + stored[0].host + "]", stored[0].summary);
+}
+
+TEST_F(ReportDesk, PoliciesCountFromTheLoadOn)
+{
+    events::EventRecord event = Event("DISK", 1);
+    event.policy.severity = "err";
+    Register(event);
+    Report("DISK", 1, "before");
+    desk_.Load();
+    Report("DISK", 1, "behind");
+    events::EventRegistry(test::Registry()).Remove(event.key);
+    desk_.Load();
+    Report("DISK", 1, "a report of an event that is gone");
+    const auto stored = Stored();
+    ASSERT_EQ(3U, stored.size());
+    EXPECT_EQ("", stored[0].severity);
+    EXPECT_EQ("err", stored[1].severity);
+    EXPECT_EQ("", stored[2].severity);
+}
+
+TEST_F(ReportDesk, WithoutADeskEachReportIsStored)
+{
+    {
+        const policy::ReportDesk other(test::TheHost());
+    }
+    EXPECT_EQ(1, Report("DISK", 1, "a line"));
+    EXPECT_EQ(1U, Stored().size());
+}
+
+// ---- the policy in the registry ----
+
+TEST_F(ReportDesk, APolicyGoesWithItsEventAndIsReplacedWhole)
+{
+    events::EventRegistry registry(test::Registry());
+    events::EventRecord event = Event("DISK", 1);
+    event.policy.severity = "err";
+    event.policy.labels = {{"team", "storage"}};
+    event.policy.summary = "a summary";
+    registry.Write(event);
+    EXPECT_EQ(event, registry.Find(event.key)->event);
+    event.policy.labels.clear();
+    event.policy.summary.clear();
+    registry.Write(event);
+    EXPECT_EQ(event, registry.Find(event.key)->event);
+    event.policy = {};
+    registry.Write(event);
+    EXPECT_EQ(event, registry.Find(event.key)->event);
+    const auto key =
+        test::Registry().Find(host::kRootKey, std::string(kApplicationKey) + "\\DISK\\1");
+    EXPECT_EQ(std::vector<std::string>{kWatchSettingKey}, test::Registry().SubKeys(*key));
+}
+
+TEST_F(ReportDesk, WhatIsNoTextInAPolicyIsLeftOut)
+{
+    Register(Event("DISK", 1));
+    const std::string path = std::string(kApplicationKey) + "\\DISK\\1\\POLICY";
+    test::SetTreeNumber(path, "Severity", 7);
+    test::SetTreeNumber(path + "\\LABELS", "team", 7);
+    test::SetTreeText(path, "Summary", "{{wrong");
+    desk_.Load();
+    Report("DISK", 1, "a line");
+    const auto stored = Stored();
+    ASSERT_EQ(1U, stored.size());
+    EXPECT_EQ("", stored[0].severity);
+    EXPECT_EQ("{{wrong", stored[0].summary);
+}
+
+} // namespace
