@@ -41,4 +41,5 @@ target_link_libraries(tarsk PUBLIC SQLite::SQLite3 PRIVATE spdlog::spdlog Thread
                       ${CMAKE_DL_LIBS})
 target_compile_options(tarsk PRIVATE ${WITH_AGENT_HEADERS})
 target_precompile_headers(tarsk REUSE_FROM agent_headers)
+build_by_folder(tarsk)
 set_target_properties(tarsk PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/root/lib)

@@ -63,7 +63,7 @@ const char *TypeName(uint32_t type)
     }
 }
 
-std::string Hex(const std::string &bytes)
+std::string HexPairs(const std::string &bytes)
 {
     std::string text;
     for (const char byte : bytes) {
@@ -85,7 +85,7 @@ std::string DataText(const RegValue &value)
         memcpy(&number, value.data.data(), sizeof number);
         return std::to_string(number);
     }
-    return Hex(value.data);
+    return HexPairs(value.data);
 }
 
 // A number is a number, a text a text, and bytes a text of hexadecimal digits; "type" tells the

@@ -7,13 +7,11 @@
 
 #include "agent/alerts/alert_store.h"
 #include "agent/alerts/alert_text.h"
-#include "platform/trace.h"
+#include "agent/daemon/trace_unit.h"
 
 namespace syslogmond {
 
 namespace {
-
-constexpr char kUnit[] = "console";
 
 // Alerts read in one go, at most 4 KB each: what is behind a reader that has stopped must not fill
 // the memory.

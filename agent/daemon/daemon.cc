@@ -19,6 +19,7 @@
 #include "agent/daemon/status_board.h"
 #include "agent/daemon/store_wait.h"
 #include "agent/daemon/supervisor.h"
+#include "agent/daemon/trace_unit.h"
 #include "agent/daemon/trigger.h"
 #include "agent/host/error.h"
 #include "agent/host/host.h"
@@ -26,13 +27,10 @@
 #include "agent/inputs/first_input.h"
 #include "agent/status/daemon_lock.h"
 #include "agent/text/say.h"
-#include "platform/trace.h"
 
 namespace syslogmond {
 
 namespace {
-
-constexpr char kUnit[] = "syslogmond";
 
 using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::milliseconds;

@@ -3,21 +3,15 @@
 #include <algorithm>
 #include <utility>
 
+#include "agent/daemon/trace_unit.h"
 #include "agent/host/agent_values.h"
 #include "agent/host/convert.h"
 #include "agent/host/error.h"
 #include "agent/host/trace_log.h"
 #include "agent/logs/log_files.h"
 #include "agent/text/say.h"
-#include "platform/trace.h"
 
 namespace syslogmond {
-
-namespace {
-
-constexpr char kUnit[] = "syslogmond";
-
-} // namespace
 
 // What one reading finds, with defaults where there is nothing. Numbers are limited to what is
 // accepted: a value that was stored by other means may be anything.

@@ -3,19 +3,17 @@
 #include <cstring>
 #include <utility>
 
+#include "agent/daemon/trace_unit.h"
 #include "agent/host/error.h"
 #include "agent/host/host.h"
 #include "agent/host/trace_log.h"
 #include "platform/contract.h"
 #include "platform/sync.h"
 #include "platform/thread_record.h"
-#include "platform/trace.h"
 
 namespace syslogmond {
 
 namespace {
-
-constexpr char kUnit[] = "syslogmond";
 
 // What made the monitor look, from what its wait reports. An event without a name, or of the table,
 // is of no kind that reads files.

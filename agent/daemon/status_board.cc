@@ -2,16 +2,10 @@
 
 #include <unistd.h>
 
+#include "agent/daemon/trace_unit.h"
 #include "agent/host/host.h"
-#include "platform/trace.h"
 
 namespace syslogmond {
-
-namespace {
-
-constexpr char kUnit[] = "syslogmond";
-
-} // namespace
 
 StatusBoard::StatusBoard(host::Host &host) : run_(host.layout().run)
 {

@@ -3,15 +3,13 @@
 #include <csignal>
 #include <string>
 
+#include "agent/daemon/trace_unit.h"
 #include "agent/status/status_file.h"
 #include "agent/text/say.h"
-#include "platform/trace.h"
 
 namespace syslogmond {
 
 namespace {
-
-constexpr char kUnit[] = "syslogmond";
 
 // Milliseconds. A command holds the lock for less; what takes longer is worth a word.
 constexpr int kTellAfterMs = 5000;

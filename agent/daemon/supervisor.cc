@@ -2,14 +2,12 @@
 
 #include <utility>
 
+#include "agent/daemon/trace_unit.h"
 #include "agent/text/say.h"
-#include "platform/trace.h"
 
 namespace syslogmond {
 
 namespace {
-
-constexpr char kUnit[] = "syslogmond";
 
 // A monitor that ran this long, as long as the longest pause, was well: the next pause is the first
 // again.

@@ -5,15 +5,10 @@
 
 namespace regfile {
 
-namespace {
-
-// As the registry compares names: the case of ASCII letters does not count.
 bool EqualsWithoutCase(std::string_view a, std::string_view b)
 {
     return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
-
-} // namespace
 
 std::optional<std::string> PathBelowRoot(std::string_view path)
 {

@@ -18,6 +18,9 @@ inline constexpr char kRegRootName[] = "HKEY_LOCAL_MACHINE";
 // others.
 inline constexpr size_t kMaxKeyLevels = 512;
 
+// As the registry compares names: the case of ASCII letters does not count.
+bool EqualsWithoutCase(std::string_view a, std::string_view b);
+
 // The part of a path below its root, whose name comes first: HKEY_LOCAL_MACHINE, or HKLM for short,
 // in any case. Nothing for a path with another root, or with none. The names themselves are not
 // looked at.

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cstring>
 #include <optional>
-#include <strings.h>
 
+#include "agent/regfile/reg_path.h"
 #include "agent/regfile/reg_text.h"
 #include "agent/text/utf8.h"
 #include "platform/registry.h"
@@ -23,11 +23,6 @@ constexpr char kKeyForm[] = "write it as [HKEY_LOCAL_MACHINE\\NAME\\NAME]";
 constexpr char kDataForms[] = "use \"text\", dword:0000002a, hex:01,ff, hex(7):61,00, or - to "
                               "delete the value";
 constexpr char kEscapes[] = "write \\\\ for a backslash, \\\" for a quote, \\x0A for a byte";
-
-bool EqualsWithoutCase(std::string_view a, std::string_view b)
-{
-    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
-}
 
 bool IsBlank(char c)
 {

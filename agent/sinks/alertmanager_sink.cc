@@ -20,7 +20,6 @@ namespace sinks {
 
 namespace {
 
-constexpr size_t kBatch = 200; // at half a kilobyte each well below any limit of a request
 constexpr char kPath[] = "/api/v2/alerts";
 
 class AlertmanagerSink : public Sink {
@@ -41,7 +40,8 @@ class AlertmanagerSink : public Sink {
             list.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
         return Judge(client_.Post(url_, body, {}, interrupt), messages);
     }
-    [[nodiscard]] size_t batch() const override { return kBatch; }
+    // At half a kilobyte each well below any limit of a request.
+    [[nodiscard]] size_t batch() const override { return 200; }
 
   private:
     [[nodiscard]] nlohmann::json ToJson(const Message &message) const

@@ -12,9 +12,8 @@ namespace sinks {
 namespace {
 
 // Messages of one Send, as a bound for what is read at once; each is written by itself.
-constexpr size_t kBatch = 100;
-constexpr int kSliceMs = 100;      // between two looks whether the thread is to end
-constexpr int kPatienceMs = 10000; // for a reader of the other end
+constexpr int kSliceMs = 100;            // between two looks whether the thread is to end
+constexpr int kReaderPatienceMs = 10000; // for a reader of the other end
 // So much can be written without blocking once poll says so (PIPE_BUF).
 constexpr size_t kPiece = 4096;
 
@@ -31,7 +30,7 @@ class ConsoleSink : public Sink {
         }
         return AllTaken(messages, "written to standard output");
     }
-    [[nodiscard]] size_t batch() const override { return kBatch; }
+    [[nodiscard]] size_t batch() const override { return 100; }
 
   private:
     // Empty, or why it failed. Never waits in write: whoever reads the other end may have stopped.
@@ -43,7 +42,7 @@ class ConsoleSink : public Sink {
             // A poll that fails falls through to write, which says why.
             if (poll(&output, 1, kSliceMs) == 0) {
                 waited_ms += kSliceMs;
-                if (waited_ms >= kPatienceMs || interrupt.IsRaised())
+                if (waited_ms >= kReaderPatienceMs || interrupt.IsRaised())
                     return "nobody reads it";
                 continue;
             }

@@ -9,19 +9,17 @@
 #include <unistd.h>
 
 #include "agent/host/error.h"
+#include "agent/sinks/trace_unit.h"
 #include "agent/text/say.h"
-#include "platform/trace.h"
 
 namespace sinks {
 
 namespace {
 
-constexpr char kUnit[] = "deliverer";
-
 using std::chrono::milliseconds;
 
 // How long a write waits for the monitor's pass. Short: there is always a next time.
-constexpr int kPatienceMs = 100;
+constexpr int kStorePatienceMs = 100;
 // And the last one of this process, which has none.
 constexpr int kLastPatienceMs = 2000;
 
@@ -68,7 +66,7 @@ Deliverer::Deliverer(DelivererOptions options)
     if (bell_.get() < 0)
         throw host::Error("cannot start the deliverer", strerror(errno),
                           "raise the limit of open files");
-    store_.database().SetPatience(kPatienceMs, nullptr);
+    store_.database().SetPatience(kStorePatienceMs, nullptr);
     store_.database().Execute("PRAGMA synchronous = NORMAL");
     recorded_at_ = Clock::now() - options_.record_every; // the first news is written at once
     Load();

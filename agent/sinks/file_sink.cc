@@ -18,7 +18,6 @@ namespace sinks {
 namespace {
 
 // Alerts that are written together, and put on the disk with one fdatasync.
-constexpr size_t kBatch = 500;
 
 class FileSink : public Sink {
   public:
@@ -35,7 +34,7 @@ class FileSink : public Sink {
             return Failed("cannot write to " + path_ + ": " + failure);
         return AllTaken(messages, "written to " + path_);
     }
-    [[nodiscard]] size_t batch() const override { return kBatch; }
+    [[nodiscard]] size_t batch() const override { return 500; }
 
   private:
     // All of these are empty when all is well, or say why not.

@@ -18,7 +18,6 @@ namespace sinks {
 
 namespace {
 
-constexpr size_t kBatch = 100;
 // Where the journal listens, as sd_journal_sendv has it.
 constexpr char kSocket[] = "/run/systemd/journal/socket";
 
@@ -35,7 +34,7 @@ class JournalSink : public Sink {
         }
         return AllTaken(messages, "written to the journal, which acknowledges nothing");
     }
-    [[nodiscard]] size_t batch() const override { return kBatch; }
+    [[nodiscard]] size_t batch() const override { return 100; }
 
   private:
     [[nodiscard]] std::string Post(const Message &message) const

@@ -9,11 +9,11 @@ namespace sinks {
 namespace {
 
 // No option needs as much; without a bound a pasted file would be a setting.
-constexpr size_t kMaxText = 4096; // bytes
+constexpr size_t kMaxOption = 4096; // bytes
 
 bool IsOneLine(const std::string &value)
 {
-    return !value.empty() && value.size() <= kMaxText &&
+    return !value.empty() && value.size() <= kMaxOption &&
            std::none_of(value.begin(), value.end(),
                         [](char c) { return static_cast<unsigned char>(c) < ' ' || c == 0x7F; });
 }

@@ -34,7 +34,7 @@ bool library_is_started = false; // guarded by it
 
 constexpr int kSliceMs = 100;        // between two looks whether the thread is to end
 constexpr long kRetryUs = 1'000'000; // an inform is sent again after this, until its time is over
-constexpr size_t kMaxText = 1024;    // bytes of an object, as the MIB says
+constexpr size_t kMaxObject = 1024;  // bytes of an object, as the MIB says
 
 // The objects of a notification: the two that each has, and those of the MIB.
 constexpr oid kUpTime[] = {1, 3, 6, 1, 2, 1, 1, 3, 0};
@@ -306,7 +306,7 @@ class SnmpSink : public Sink {
 
     static void AddText(netsnmp_pdu *pdu, oid column, const std::string &text)
     {
-        size_t size = std::min(text.size(), kMaxText);
+        size_t size = std::min(text.size(), kMaxObject);
         while (size < text.size() && size > 0 && (text[size] & 0xC0) == 0x80)
             --size; // not inside a character
         AddObject(pdu, column, ASN_OCTET_STR, text.data(), size);

@@ -20,9 +20,8 @@ namespace sinks {
 
 namespace {
 
-constexpr size_t kBatch = 100;
 // The longest message that the usual daemons take, less what stands before the text.
-constexpr size_t kMaxText = 8192 - 256;
+constexpr size_t kMaxMessage = 8192 - 256;
 constexpr timeval kPatience{5, 0}; // for a daemon that does not read
 
 class SyslogSink : public Sink {
@@ -38,7 +37,7 @@ class SyslogSink : public Sink {
         }
         return AllTaken(messages, "sent to " + path_ + ", which acknowledges nothing");
     }
-    [[nodiscard]] size_t batch() const override { return kBatch; }
+    [[nodiscard]] size_t batch() const override { return 100; }
 
   private:
     std::string Post(const Message &message)
@@ -82,7 +81,7 @@ class SyslogSink : public Sink {
         strftime(stamp, sizeof stamp, "%b %e %H:%M:%S", &local);
         std::string text = (message.is_test ? "TEST " : "") + AlertSummary(message);
         // What is too long is cut at its end; the key stands in front of it.
-        text.resize(std::min(text.size(), kMaxText));
+        text.resize(std::min(text.size(), kMaxMessage));
         return "<" + std::to_string(priority_) + ">" + stamp + " " + kSyslogIdentifier + ": [" +
                message.key + " x" + std::to_string(message.alert.count) + "] " + text;
     }

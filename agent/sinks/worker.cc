@@ -3,14 +3,12 @@
 #include <algorithm>
 
 #include "agent/host/error.h"
+#include "agent/sinks/trace_unit.h"
 #include "agent/text/say.h"
-#include "platform/trace.h"
 
 namespace sinks {
 
 namespace {
-
-constexpr char kUnit[] = "deliverer";
 
 // What a receiver is given to answer when the daemon stops.
 constexpr std::chrono::milliseconds kGrace{1500};

@@ -21,10 +21,6 @@ namespace history {
 
 using Strings = std::vector<std::string>;
 
-constexpr int kMinute = 60;
-constexpr int kHour = 60 * kMinute;
-constexpr int kDay = 24 * kHour;
-
 inline const Strings kNothing = {};
 
 // One log, one event that reports every line of it. A line is known by its text.

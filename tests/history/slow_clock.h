@@ -8,6 +8,11 @@
 
 namespace history {
 
+// In seconds.
+constexpr int kMinute = 60;
+constexpr int kHour = 60 * kMinute;
+constexpr int kDay = 24 * kHour;
+
 struct SlowClock {
     int64_t nanoseconds = 0;
     // Called after each pause, with the milliseconds that this wake has slept so far.

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <iterator>
 
+#include "tests/history/slow_clock.h"
+
 namespace history {
 
 namespace {
@@ -209,10 +211,6 @@ Style DrawStyle(Random *random)
         return kPlain;
     return static_cast<Style>(random->Below(kStyles));
 }
-
-constexpr int kMinute = 60;
-constexpr int kHour = 60 * kMinute;
-constexpr int kDay = 24 * kHour;
 
 int DrawClock(Random *random)
 {

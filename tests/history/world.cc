@@ -4,11 +4,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include "tests/history/slow_clock.h"
+
 namespace history {
 
 namespace {
-
-constexpr int kDay = 24 * 60 * 60;
 
 // A line is checked in its month or in the next one. This many days never lead further.
 constexpr int kMostSecondsUnread = 25 * kDay;

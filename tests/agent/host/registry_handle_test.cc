@@ -19,9 +19,12 @@ struct Call {
     std::function<LONG(HKEY)> run;
 };
 
-DWORD number = 0;
-DWORD size = sizeof number;
-char name[16];
+// Where they would put it.
+struct Room {
+    DWORD number = 0;
+    DWORD size = sizeof number;
+    char name[16];
+} given;
 
 const std::vector<Call> kCalls = {
     {"RegOpenKeyEx", ERROR_INVALID_HANDLE,
@@ -35,27 +38,37 @@ const std::vector<Call> kCalls = {
          return RegCreateKeyEx(key, "sub", 0, nullptr, 0, KEY_READ, nullptr, &opened, nullptr);
      }},
     {"RegQueryValueEx", ERROR_INVALID_HANDLE,
-     [](HKEY key) { return RegQueryValueEx(key, "value", nullptr, nullptr, &number, &size); }},
+     [](HKEY key) {
+         return RegQueryValueEx(key, "value", nullptr, nullptr, &given.number, &given.size);
+     }},
     {"RegSetValueEx", ERROR_INVALID_HANDLE,
-     [](HKEY key) { return RegSetValueEx(key, "value", 0, REG_DWORD, &number, sizeof number); }},
+     [](HKEY key) {
+         return RegSetValueEx(key, "value", 0, REG_DWORD, &given.number, sizeof given.number);
+     }},
     {"RegQueryInfoKey", ERROR_INVALID_HANDLE,
      [](HKEY key) {
-         return RegQueryInfoKey(key, nullptr, nullptr, nullptr, &number, nullptr, nullptr, nullptr,
-                                nullptr, nullptr, nullptr, nullptr);
+         return RegQueryInfoKey(key, nullptr, nullptr, nullptr, &given.number, nullptr, nullptr,
+                                nullptr, nullptr, nullptr, nullptr, nullptr);
      }},
     {"RegEnumKeyEx", ERROR_INVALID_HANDLE,
      [](HKEY key) {
-         return RegEnumKeyEx(key, 0, name, &size, nullptr, nullptr, nullptr, nullptr);
+         return RegEnumKeyEx(key, 0, given.name, &given.size, nullptr, nullptr, nullptr, nullptr);
      }},
     {"RegCloseKey", ERROR_INVALID_HANDLE, RegCloseKey},
     {"RegRead", FALSE,
-     [](HKEY key) { return RegRead(key, "sub", "value", nullptr, &number, &size); }},
+     [](HKEY key) { return RegRead(key, "sub", "value", nullptr, &given.number, &given.size); }},
     {"RegWrite", FALSE,
-     [](HKEY key) { return RegWrite(key, "sub", "value", REG_DWORD, &number, sizeof number); }},
+     [](HKEY key) {
+         return RegWrite(key, "sub", "value", REG_DWORD, &given.number, sizeof given.number);
+     }},
     {"VKACRERegReadEx", 0,
-     [](HKEY key) { return VKACRERegReadEx(key, "sub", "value", &number, sizeof number); }},
+     [](HKEY key) {
+         return VKACRERegReadEx(key, "sub", "value", &given.number, sizeof given.number);
+     }},
     {"VKACREGetSubkeyValue", 0,
-     [](HKEY key) { return VKACREGetSubkeyValue(key, "sub", "sub", "value", &number, &size); }},
+     [](HKEY key) {
+         return VKACREGetSubkeyValue(key, "sub", "sub", "value", &given.number, &given.size);
+     }},
 };
 
 void ExpectRefusedByEveryCall(HKEY key)

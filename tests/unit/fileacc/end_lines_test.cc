@@ -256,7 +256,7 @@ TEST_F(GetLastLine, WhenItsHeadCannotBeFoundFails)
     Sys().FailCall("fseek", 1);
     EXPECT_EQ(Refused(), Last());
     EXPECT_EQ((Texts{"2 GetLineHead: <fseek error, pos is 6.return -1.",
-                     "1 GetLastLine: <GetLineHead() error.return -1."}),
+                     "1 GetLastLine: <::GetLineHead() error.return -1."}),
               Complaints());
 }
 
@@ -292,12 +292,12 @@ TEST_F(LineWalk, DeliversEveryTruncationOfASmallFileInBothDirections)
         SCOPED_TRACE(size);
         OpenOldLog(text.substr(0, size));
         Texts lines;
-        while (FEof() == 0)
+        while (::FEof() == 0)
             lines.push_back(Next().text);
         EXPECT_EQ(SplitLines(text.substr(0, size)), lines);
 
         Texts back = {lines.back()};
-        while (FBegin() == 0)
+        while (::FBegin() == 0)
             back.insert(back.begin(), Previous().text);
         EXPECT_EQ(lines, back);
     }
@@ -322,9 +322,9 @@ TEST_F(LineWalk, OverALogThatGrowsMeanwhileEndsInTheBlockThatReachesBeyondTheOld
     Next();
     Grow("new\n" + Repeat(3 * kBlock, 'y') + "\n");
     ExpectNext(kBlockSize, "old");
-    EXPECT_EQ(0, FEof());
+    EXPECT_EQ(0, ::FEof());
     ExpectNext(kBlockSize + 4, "new");
-    EXPECT_EQ(1, FEof()); // the rest waits for the next opening
+    EXPECT_EQ(1, ::FEof()); // the rest waits for the next opening
     EXPECT_EQ(Failed(), Next());
 }
 
@@ -351,11 +351,11 @@ class FailingWalk : public test::ReaderTest {
     // Which direction failed: "", "forwards" or "backwards".
     static std::string Walk(int n)
     {
-        while (FEof() == 0) {
+        while (::FEof() == 0) {
             if (!StepSucceeds(Next(), n))
                 return "forwards";
         }
-        while (FBegin() == 0) {
+        while (::FBegin() == 0) {
             if (!StepSucceeds(Previous(), n))
                 return "backwards";
         }

@@ -220,7 +220,7 @@ TEST_F(GetNextLine, DeliversEmptyLinesWithTheOffsetOfTheirNewline)
     ExpectNext(7, "");
     ExpectNext(8, "two");
     ExpectNext(12, "");
-    EXPECT_EQ(1, FEof());
+    EXPECT_EQ(1, ::FEof());
 }
 
 TEST_F(GetNextLine, TakesAZeroByteForALineEnd)
@@ -232,7 +232,7 @@ TEST_F(GetNextLine, TakesAZeroByteForALineEnd)
     ExpectNext(9, "");
     ExpectNext(10, "");
     ExpectNext(11, "three");
-    EXPECT_EQ(1, FEof());
+    EXPECT_EQ(1, ::FEof());
 }
 
 TEST_F(GetNextLine, KeepsEveryOtherByteOfALine)
@@ -274,7 +274,7 @@ TEST_F(GetNextLine, AfterALineThatEndsOnTheBlockEdgeDeliversTheHeadOfTheNextBloc
     ExpectNext(0, Repeat(3328, 'x'));
     ForgetTrace();
     ExpectNext(kBlockSize, "yyy");
-    EXPECT_EQ(1, FEof());
+    EXPECT_EQ(1, ::FEof());
     EXPECT_EQ((Texts{"0 <*pos=16384.pcontent=yyy,return 0.", "0 <return 0"}), Said("GetNextLine"));
 }
 
@@ -294,7 +294,7 @@ void ExpectThreeLinesAround(size_t edge)
         EXPECT_EQ(expected, (Step{result, pos, buffer.Text()}));
         EXPECT_TRUE(BlockIsSound(curblock));
     }
-    EXPECT_EQ(1, FEof());
+    EXPECT_EQ(1, ::FEof());
 }
 
 // Longer first lines come in pieces, which is another story.
@@ -316,7 +316,7 @@ TEST_F(GetNextLine, DeliversALineLongerThanABlockInPieces)
     ExpectNext(5 + kBlockSize, Repeat(3328, 'x'));
     ExpectNext(5 + 2 * kBlockSize, Repeat(10, 'x'));
     ExpectNext(5 + 2 * kBlockSize + 11, "tail");
-    EXPECT_EQ(1, FEof());
+    EXPECT_EQ(1, ::FEof());
 }
 
 TEST_F(GetNextLine, OfALineWhoseNewlineIsTheFirstByteOfTheNextBlockLeavesAnEmptyLineThere)
@@ -413,7 +413,7 @@ TEST_F(GetNextLine, OfAFileThatShrankBeforeTheFirstLoadEndsWithAFailure)
     LoadAt(0);
     ExpectNext(0, "one");
     ExpectNext(4, "tw");
-    EXPECT_EQ(0, FEof()); // the recorded length says that more follows
+    EXPECT_EQ(0, ::FEof()); // the recorded length says that more follows
     EXPECT_EQ(Failed(), Next());
     EXPECT_EQ((Texts{"1 GetNextLine: <curblock's length is 0.return -1."}), Complaints());
 }
@@ -475,7 +475,7 @@ TEST_F(GetPreLine, DeliversEmptyLinesWithTheOffsetOfTheirNewline)
     ExpectPrevious(2, "one");
     ExpectPrevious(1, "");
     ExpectPrevious(0, "");
-    EXPECT_EQ(1, FBegin());
+    EXPECT_EQ(1, ::FBegin());
 }
 
 TEST_F(GetPreLine, CutsALineToTheBuffer)
@@ -511,7 +511,7 @@ TEST_F(GetPreLine, FromTheHeadOfABlockDeliversTheLastLineBeforeIt)
               Said("GetPreLine")); // the step, then the whole
     ExpectPrevious(10001, Repeat(3328, 'b'));
     ExpectPrevious(0, Repeat(3328, 'a'));
-    EXPECT_EQ(1, FBegin());
+    EXPECT_EQ(1, ::FBegin());
 }
 
 TEST_F(GetPreLine, FindsTheLinesWhereverTheBlockEdgeCutsThem)
@@ -526,7 +526,7 @@ TEST_F(GetPreLine, FindsTheLinesWhereverTheBlockEdgeCutsThem)
         ExpectPrevious(10, Repeat(3328, 'x'));
         ExpectPrevious(5, "efgh");
         ExpectPrevious(0, "abcd");
-        EXPECT_EQ(1, FBegin());
+        EXPECT_EQ(1, ::FBegin());
     }
 }
 

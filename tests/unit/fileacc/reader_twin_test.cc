@@ -136,7 +136,7 @@ class ReaderTwin : public ReaderTest {
                 TrimBlockRight(&curblock);
                 break;
             case Operation::kLineHead:
-                NoteStep("head " + std::to_string(GetLineHead(call.pos)));
+                NoteStep("head " + std::to_string(::GetLineHead(call.pos)));
                 break;
             case Operation::kFirst: {
                 const int result = GetFirstLine(buffer.data(), call.size);
@@ -149,10 +149,10 @@ class ReaderTwin : public ReaderTest {
                 break;
             }
             case Operation::kIsBegin:
-                NoteStep("begin " + std::to_string(FBegin()));
+                NoteStep("begin " + std::to_string(::FBegin()));
                 break;
             case Operation::kIsEnd:
-                NoteStep("end " + std::to_string(FEof()));
+                NoteStep("end " + std::to_string(::FEof()));
                 break;
             case Operation::kSave:
                 bakblock = curblock;
@@ -311,10 +311,10 @@ TEST_F(ReaderTwin, StepsForwardsOverTheLinesOfAPlainSplit)
         LoadAt(0);
         const auto lines = CutLines(twin::SplitPlainly(bytes));
         for (const auto &line : lines) {
-            ASSERT_EQ(0, FEof());
+            ASSERT_EQ(0, ::FEof());
             ASSERT_EQ((Step{0, line.pos, line.text}), Next());
         }
-        EXPECT_EQ(1, FEof());
+        EXPECT_EQ(1, ::FEof());
         EXPECT_EQ(Failed(), Next());
         Host().record_trace = true;
     });
@@ -334,10 +334,10 @@ TEST_F(ReaderTwin, StepsBackwardsOverTheLinesOfAPlainSplit)
         LoadAt(lines[from].pos);
         Next();
         for (size_t i = from; i-- > 0;) {
-            ASSERT_EQ(0, FBegin());
+            ASSERT_EQ(0, ::FBegin());
             ASSERT_EQ((Step{0, lines[i].pos, lines[i].text}), Previous());
         }
-        EXPECT_EQ(1, FBegin());
+        EXPECT_EQ(1, ::FBegin());
         EXPECT_EQ(Failed(), Previous());
         Host().record_trace = true;
     });
@@ -354,9 +354,9 @@ TEST_F(ReaderTwin, FindsTheHeadOfALineAtEveryDistance)
             OpenWith(bytes);
             twin::Reader twin = TwinOf(bytes);
             const auto last = static_cast<int64_t>(bytes.size()) - 1;
-            EXPECT_EQ(3, GetLineHead(last)) << distance;
+            EXPECT_EQ(3, ::GetLineHead(last)) << distance;
             for (int64_t pos = std::max<int64_t>(0, last - 2); pos <= last; ++pos)
-                EXPECT_EQ(twin.GetLineHead(pos), GetLineHead(pos)) << distance << " " << pos;
+                EXPECT_EQ(twin.GetLineHead(pos), ::GetLineHead(pos)) << distance << " " << pos;
         }
     }
 }

@@ -147,7 +147,7 @@ TEST_F(AgainstTheReference, TheHeadOfALineIsTheSameForEveryByte)
         Open();
         for (int i = 0; i < 1000; ++i) {
             const auto pos = static_cast<int64_t>(random() % text.size());
-            ASSERT_EQ(ReferenceLineHead(text, pos), GetLineHead(pos)) << pos << " in " << round;
+            ASSERT_EQ(ReferenceLineHead(text, pos), ::GetLineHead(pos)) << pos << " in " << round;
         }
     }
 }
@@ -162,7 +162,7 @@ TEST_F(AgainstTheReference, TheHeadOfALineIsTheSameForEveryByteOfASmallLog)
         WriteOldLog(text);
         Open();
         for (int64_t pos = 0; pos < filelen; ++pos)
-            ASSERT_EQ(ReferenceLineHead(text, pos), GetLineHead(pos)) << pos << " in " << round;
+            ASSERT_EQ(ReferenceLineHead(text, pos), ::GetLineHead(pos)) << pos << " in " << round;
     }
 }
 
@@ -176,15 +176,15 @@ TEST_F(AgainstTheReference, TheLinesAreTheSameInBothDirections)
         const auto lines = ReferenceLines(text);
         OpenOldLog(text);
         for (const auto &line : lines) {
-            ASSERT_EQ(0, FEof());
+            ASSERT_EQ(0, ::FEof());
             ASSERT_EQ((Step{0, line.pos, Cut(line.text)}), Next());
         }
-        EXPECT_EQ(1, FEof());
+        EXPECT_EQ(1, ::FEof());
         for (size_t i = lines.size() - 1; i-- > 0;) {
-            ASSERT_EQ(0, FBegin());
+            ASSERT_EQ(0, ::FBegin());
             ASSERT_EQ((Step{0, lines[i].pos, Cut(lines[i].text)}), Previous());
         }
-        EXPECT_EQ(1, FBegin());
+        EXPECT_EQ(1, ::FBegin());
     }
 }
 
@@ -202,8 +202,8 @@ TEST_F(AgainstTheReference, ARandomWalkMeetsTheSameLines)
         for (int step = 0; step < 1000; ++step) {
             const bool forwards =
                 (random() >> 5U) % 16 < (static_cast<size_t>(step) / 100 % 2 == 0 ? 12 : 4);
-            ASSERT_EQ(at + 1 == lines.size() ? 1 : 0, FEof());
-            ASSERT_EQ(at == 0 ? 1 : 0, FBegin());
+            ASSERT_EQ(at + 1 == lines.size() ? 1 : 0, ::FEof());
+            ASSERT_EQ(at == 0 ? 1 : 0, ::FBegin());
             if (forwards ? at + 1 == lines.size() : at == 0)
                 continue;
             at = forwards ? at + 1 : at - 1;
@@ -291,7 +291,7 @@ class PositioningAgainstTheReference : public GotoPos {
     void ExpectCursorOn(ptrdiff_t line)
     {
         const auto next = static_cast<size_t>(line + 1);
-        EXPECT_EQ(next == lines_.size() ? 1 : 0, FEof());
+        EXPECT_EQ(next == lines_.size() ? 1 : 0, ::FEof());
         if (next < lines_.size())
             ExpectNext(lines_[next].pos, lines_[next].text);
     }

@@ -54,8 +54,8 @@ TEST_F(GotoPos, WithoutAPositionStandsBeforeTheFirstLine)
         EXPECT_EQ((Step{0, none, ""}), Goto(none, "two"));
         EXPECT_EQ(std::string("\0wo\0Z", 5), content_.substr(0, 5)); // its first byte alone
         EXPECT_EQ((Texts{"1 <*pos<0,return 0."}), Said("GotoPos"));
-        EXPECT_EQ(1, FBegin());
-        EXPECT_EQ(0, FEof());
+        EXPECT_EQ(1, ::FBegin());
+        EXPECT_EQ(0, ::FEof());
         ExpectNext(0, "one");
     }
 }
@@ -68,7 +68,7 @@ TEST_F(GotoPos, FindsTheRememberedLineAtItsOffsetAndGoesOnWithTheFirstNewLine)
     EXPECT_EQ((Step{0, Head(1), Line("b")}), Goto(Head(1), Line("b")));
     EXPECT_TRUE(text_is_untouched_);
     EXPECT_EQ((Texts{"0 <found.return 0."}), Said("GotoPos"));
-    EXPECT_EQ(0, FEof());
+    EXPECT_EQ(0, ::FEof());
     ExpectNext(Head(2), Line("new"));
 }
 
@@ -76,7 +76,7 @@ TEST_F(GotoPos, OnTheLastLineLeavesNothingToRead)
 {
     OpenLines({Line("a"), Line("b")});
     Goto(Head(1), Line("b"));
-    EXPECT_EQ(1, FEof());
+    EXPECT_EQ(1, ::FEof());
 }
 
 TEST_F(GotoPos, DoesNotMoveAnOffsetInsideTheLineToItsHead)
@@ -134,7 +134,7 @@ TEST_F(GotoPos, BeyondATruncatedFileStartsAtItsLastLine)
     for (const int64_t pos : {filelen, filelen + 1, INT64_MAX}) {
         EXPECT_EQ((Step{0, pos, Line("b")}), Goto(pos, Line("b")));
         EXPECT_EQ("0 <found.return 0.", LastSaid());
-        EXPECT_EQ(1, FEof());
+        EXPECT_EQ(1, ::FEof());
         EXPECT_EQ((Step{0, 0, Line("a")}), Goto(pos, Line("a")));
         ExpectNext(Head(1), Line("b"));
     }
@@ -192,7 +192,7 @@ TEST_F(GotoPos, AfterAVainLookBackFromTheLastLineStaysThere)
     OpenLines({Line("x", -1), Line("i"), Line("j")});
     EXPECT_EQ((Step{0, Head(2), Line("j")}), Goto(Head(2), Line("gone")));
     EXPECT_EQ("0 <return 0.", LastSaid());
-    EXPECT_EQ(1, FEof());
+    EXPECT_EQ(1, ::FEof());
 }
 
 TEST_F(GotoPos, AfterAVainLookBackMayFindTheLineForwards)
@@ -271,7 +271,7 @@ TEST_F(GotoPos, WhenEveryLineIsNewerHasNoPositionAndGoesOnWithTheSecondLine)
         EXPECT_EQ((Step{0, -1, ""}), Goto(Head(at), Line("gone", -5)));
         EXPECT_EQ(Line("gone", -5).substr(1), content_.c_str() + 1); // its first byte alone
         EXPECT_EQ("0 <return 0", LastSaid());
-        EXPECT_EQ(1, FBegin());
+        EXPECT_EQ(1, ::FBegin());
         ExpectNext(Head(1), lines[1]);
     }
 }
@@ -355,7 +355,7 @@ TEST_F(GotoPos, WithoutANewerLineEndsOnTheLastOne)
 {
     OpenLines({Line("a", -9), Line("b", -7), Line("c", -5)});
     EXPECT_EQ((Step{0, Head(2), Line("c", -5)}), Goto(0, Line("gone", -5)));
-    EXPECT_EQ(1, FEof());
+    EXPECT_EQ(1, ::FEof());
 }
 
 TEST_F(GotoPos, OnAnOldLastLineStaysThere)
@@ -363,7 +363,7 @@ TEST_F(GotoPos, OnAnOldLastLineStaysThere)
     OpenLines({Line("a", -9)});
     EXPECT_EQ((Step{0, 0, Line("a", -9)}), Goto(5, Line("gone", -5)));
     EXPECT_EQ((Texts{"0 Search down ...", "0 <return 0."}), Said("GotoPos"));
-    EXPECT_EQ(1, FEof());
+    EXPECT_EQ(1, ::FEof());
 }
 
 TEST_F(GotoPos, SearchesDownPastLinesWithoutAStamp)
@@ -441,7 +441,7 @@ TEST_F(GotoPos, WithoutAnyStampEndsOnTheLastLine)
 {
     OpenLines({"one", "two", "three"});
     EXPECT_EQ((Step{0, 8, "three"}), Goto(0, "gone"));
-    EXPECT_EQ(1, FEof());
+    EXPECT_EQ(1, ::FEof());
     EXPECT_EQ((Texts{"1 GotoPos: get pcontent \"gone\"'s time error",
                      "1 GotoPos: get \"one\"'s time error", "1 GotoPos: get \"two\"'s time error.",
                      "1 GotoPos: get \"three\"'s time error."}),
@@ -475,7 +475,7 @@ TEST_F(GotoPos, OfAFileThatGrewReadsToTheEndOfTheBlockThatReachesBeyondTheOldEnd
     Grow(Line("c") + "\nhalf a li");
     EXPECT_EQ((Step{0, Head(1), Line("b")}), Goto(Head(1), Line("b")));
     ExpectNext(static_cast<int64_t>(text_.size()), Line("c"));
-    EXPECT_EQ(1, FEof());
+    EXPECT_EQ(1, ::FEof());
 }
 
 TEST_F(GotoPos, DoesNotDeliverHalfOfALineThatIsStillBeingWritten)
@@ -487,7 +487,7 @@ TEST_F(GotoPos, DoesNotDeliverHalfOfALineThatIsStillBeingWritten)
         Goto(0, Line("a"));
     });
     ExpectNext(static_cast<int64_t>(first.size()), Line("b"));
-    EXPECT_EQ(1, FEof());
+    EXPECT_EQ(1, ::FEof());
 }
 
 TEST_F(GotoPos, FindsTheHeadOfALineByItsNewlineAlone)
@@ -512,7 +512,7 @@ TEST_F(GotoPos, OfAFileThatIsOneUnfinishedLineStandsOnIt)
     WriteOldLog("no newline");
     Open();
     EXPECT_EQ((Step{0, 4, "no newl"}), Goto(4, "no newl"));
-    EXPECT_EQ(1, FEof());
+    EXPECT_EQ(1, ::FEof());
 }
 
 // ---- failures ----
@@ -522,7 +522,7 @@ TEST_F(GotoPos, WhenTheHeadOfTheLineCannotBeFoundFails)
     OpenLines({Line("a"), Line("b")});
     Sys().FailCall("fseek", 1);
     ExpectFailure(Head(1), Line("b"));
-    EXPECT_EQ((Texts{"1 <GetLineHead() error.return -1."}), Said("GotoPos"));
+    EXPECT_EQ((Texts{"1 <::GetLineHead() error.return -1."}), Said("GotoPos"));
 }
 
 TEST_F(GotoPos, WhenTheLineCannotBeLoadedFails)

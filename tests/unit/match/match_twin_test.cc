@@ -110,9 +110,9 @@ class MatchTwin : public ModuleTest {
     static void ExpectSameInPass(const Outcome &slow, const Inputs &inputs)
     {
         LocalMoment moment;
-        FoundLiterals found{};
+        FoundLiterals literals{};
         ExpectSame(slow, inputs, [&](char *line, size_t length, int times) {
-            return CheckLineOfPass(&moment, &found, line, length, times);
+            return CheckLineOfPass(&moment, &literals, line, length, times);
         });
     }
 
