@@ -95,7 +95,7 @@ target_link_libraries(agent_rules PUBLIC agent_events agent_policy agent_text PR
 set(SYSLOGMON_RULES_SCHEMA ${CMAKE_INSTALL_FULL_DATADIR}/syslogmon/rules.schema.json)
 install(FILES packaging/rules.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/syslogmon)
 
-add_agent_folder(cli UNHURRIED WITH_JSON alert_commands.cc doctor_agent.cc doctor_commands.cc doctor_inputs.cc doctor_logs.cc
+add_agent_folder(cli UNHURRIED WITH_JSON alert_commands.cc context.cc doctor_agent.cc doctor_commands.cc doctor_inputs.cc doctor_logs.cc
     doctor_promises.cc doctor_rsyslog.cc doctor_sinks.cc event_commands.cc event_json.cc explain.cc
     hour_of.cc input_commands.cc line_trial.cc option_word.cc output.cc
     progress_bar.cc reg_file_commands.cc registry_commands.cc rendered_log.cc rsyslog_config.cc rules_commands.cc

@@ -8,7 +8,7 @@ add_agent_folder(inputs change_watch.cc charset.cc counted_twice.cc customer_fil
     followed_file.cc input_registry.cc input_store.cc input_thread.cc journal_reader.cc line_origin.cc
     local_clock.cc log_content.cc place.cc protected_words.cc records.cc rendering.cc rotated_names.cc
     sample.cc spool.cc spool_keeper.cc stamp_formats.cc)
-target_link_libraries(agent_inputs PUBLIC agent_alerts agent_status
+target_link_libraries(agent_inputs PUBLIC agent_alerts agent_logs agent_status
                       PRIVATE agent_text nlohmann_json::nlohmann_json LibArchive::LibArchive PkgConfig::RE2
                       PkgConfig::SYSTEMD Threads::Threads)
 # These keep places and settings; the others make lines of entries.
