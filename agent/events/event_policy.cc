@@ -28,17 +28,16 @@ constexpr size_t kMaxLabelValue = 256;
 constexpr size_t kMaxSummary = 1024;
 constexpr size_t kMaxUrl = 1024;
 
-bool HasControlCharacter(const std::string &text)
+bool IsControl(char c)
 {
-    return std::any_of(text.begin(), text.end(), [](char c) {
-        return static_cast<unsigned char>(c) < ' ' || static_cast<unsigned char>(c) == 0x7F;
-    });
+    return static_cast<unsigned char>(c) < ' ' || c == 0x7F;
 }
 
 // A text of 1 to `most` bytes that stands in one line.
 bool IsLineOfText(const std::string &text, size_t most)
 {
-    return !text.empty() && text.size() <= most && !HasControlCharacter(text);
+    return !text.empty() && text.size() <= most &&
+           std::none_of(text.begin(), text.end(), IsControl);
 }
 
 std::string Shortened(const std::string &text)

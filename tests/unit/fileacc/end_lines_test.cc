@@ -256,7 +256,7 @@ TEST_F(GetLastLine, WhenItsHeadCannotBeFoundFails)
     Sys().FailCall("fseek", 1);
     EXPECT_EQ(Refused(), Last());
     EXPECT_EQ((Texts{"2 GetLineHead: <fseek error, pos is 6.return -1.",
-                     "1 GetLastLine: <::GetLineHead() error.return -1."}),
+                     "1 GetLastLine: <GetLineHead() error.return -1."}),
               Complaints());
 }
 

@@ -522,7 +522,7 @@ TEST_F(GotoPos, WhenTheHeadOfTheLineCannotBeFoundFails)
     OpenLines({Line("a"), Line("b")});
     Sys().FailCall("fseek", 1);
     ExpectFailure(Head(1), Line("b"));
-    EXPECT_EQ((Texts{"1 <::GetLineHead() error.return -1."}), Said("GotoPos"));
+    EXPECT_EQ((Texts{"1 <GetLineHead() error.return -1."}), Said("GotoPos"));
 }
 
 TEST_F(GotoPos, WhenTheLineCannotBeLoadedFails)
