@@ -46,12 +46,13 @@ function(add_program name)
                           BUILD_RPATH "$ORIGIN/../lib" INSTALL_RPATH "${SYSLOGMON_ROOT}/lib")
 endfunction()
 
-add_agent_folder(text base64.cc printable.cc say.cc suggestion.cc text_file.cc times.cc utf8.cc)
+add_agent_folder(text base64.cc duration.cc printable.cc say.cc suggestion.cc text_file.cc times.cc utf8.cc)
 
 add_agent_folder(commandline UNHURRIED parser.cc)
 target_link_libraries(agent_commandline PRIVATE agent_text CLI11::CLI11)
 
 add_agent_folder(events UNHURRIED event_checks.cc event_policy.cc events.cc expressions.cc hours.cc)
+target_link_libraries(agent_events PRIVATE agent_text)
 
 add_agent_folder(settings UNHURRIED settings.cc)
 target_link_libraries(agent_settings PRIVATE agent_text)
@@ -70,7 +71,7 @@ target_link_libraries(agent_alerts PUBLIC agent_events PRIVATE agent_text)
 add_sibling(vkmncall agent/alerts/vkmncall.cc)
 target_link_libraries(vkmncall PRIVATE agent_alerts)
 
-add_agent_folder(policy policies.cc report_desk.cc summary.cc)
+add_agent_folder(policy count_store.cc count_text.cc event_count.cc policies.cc report_desk.cc summary.cc value_count.cc)
 target_link_libraries(agent_policy PUBLIC agent_alerts agent_events PRIVATE agent_text)
 
 add_agent_folder(sinks UNHURRIED alert_json.cc alertmanager_sink.cc backoff.cc console_sink.cc deliverer.cc
@@ -97,7 +98,7 @@ install(FILES packaging/rules.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/s
 
 add_agent_folder(cli UNHURRIED WITH_JSON alert_commands.cc context.cc doctor_agent.cc doctor_commands.cc doctor_inputs.cc doctor_logs.cc
     doctor_promises.cc doctor_rsyslog.cc doctor_sinks.cc event_commands.cc event_json.cc explain.cc
-    hour_of.cc input_commands.cc line_trial.cc option_word.cc output.cc
+    hour_of.cc input_commands.cc line_trial.cc matched_line.cc option_word.cc output.cc
     progress_bar.cc reg_file_commands.cc registry_commands.cc rendered_log.cc rsyslog_config.cc rules_commands.cc
     scan_commands.cc setting_commands.cc since.cc sink_commands.cc status_commands.cc tally.cc
     temporary_folder.cc test_commands.cc text_input.cc trace_commands.cc trial.cc trial_clock.cc trial_input.cc

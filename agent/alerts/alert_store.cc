@@ -14,13 +14,15 @@ const std::string kBytesOfRow =
     " + length(CAST(host AS BLOB)) + length(CAST(log_name AS BLOB)) + length(CAST(source AS BLOB))"
     " + length(CAST(message AS BLOB)) + length(CAST(last_message AS BLOB))"
     " + length(CAST(labels AS BLOB)) + length(CAST(summary AS BLOB))"
-    " + length(CAST(runbook_url AS BLOB)))";
+    " + length(CAST(runbook_url AS BLOB)) + length(CAST(value AS BLOB))"
+    " + length(CAST(held_first AS BLOB)) + length(CAST(held_last AS BLOB)))";
 
 // What AlertsOf reads, behind the ID. The series of the key is the newest that began before the
 // alert.
 const std::string kColumns =
     " time_ms, host, log_name, source, event_id, count, message, reports, last_time_ms,"
     " last_message, line_host, program, own_time, severity, labels, summary, runbook_url,"
+    " value, held_reports, held_hits, held_first_ms, held_first, held_last_ms, held_last,"
     " (SELECT uuid FROM key_series WHERE first_alert "
     "<= alert.id"
     " ORDER BY first_alert DESC LIMIT 1) ";
@@ -33,7 +35,8 @@ int64_t BytesOf(const Alert &alert)
            static_cast<int64_t>(alert.host.size() + alert.log_name.size() + alert.source.size() +
                                 alert.message.size() + alert.last_message.size() +
                                 events::JoinLabels(alert.labels).size() + alert.summary.size() +
-                                alert.runbook_url.size());
+                                alert.runbook_url.size() + alert.value.size() +
+                                alert.held_back.first.size() + alert.held_back.last.size());
 }
 
 namespace {
@@ -45,11 +48,16 @@ int64_t InsertAlert(host::Database &database, const Alert &alert)
     host::KeptStatement insert(database,
                                "INSERT INTO alert (time_ms, host, log_name, source, event_id,"
                                " count, message, line_host, program, own_time, severity, labels,"
-                               " summary, runbook_url)"
-                               " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+                               " summary, runbook_url, value, held_reports, held_hits,"
+                               " held_first_ms, held_first, held_last_ms, held_last)"
+                               " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?,"
+                               " ?, ?)");
+    const HeldBack &held = alert.held_back;
     insert->Run(alert.time_ms, alert.host, alert.log_name, alert.source, alert.event_id,
                 alert.count, alert.message, alert.line_host, alert.program, alert.own_time,
-                alert.severity, events::JoinLabels(alert.labels), alert.summary, alert.runbook_url);
+                alert.severity, events::JoinLabels(alert.labels), alert.summary, alert.runbook_url,
+                alert.value, held.reports, held.hits, held.first_ms, held.first, held.last_ms,
+                held.last);
     return database.LastInsertId();
 }
 
@@ -88,8 +96,11 @@ void FoldInto(host::Store &store, int64_t id, const Alert &report)
     store.Write([&](host::Database &database) {
         host::KeptStatement fold(database,
                                  "UPDATE alert SET count = count + ?, reports = reports + 1,"
-                                 " last_time_ms = ?, last_message = ? WHERE id = ?");
-        fold->Run(report.count, report.time_ms, report.message, id);
+                                 " last_time_ms = ?, last_message = ?,"
+                                 " held_reports = held_reports + ?, held_hits = held_hits + ?"
+                                 " WHERE id = ?");
+        fold->Run(report.count, report.time_ms, report.message, report.held_back.reports,
+                  report.held_back.hits, id);
     });
 }
 
@@ -120,7 +131,10 @@ std::vector<Alert> AlertsOf(host::Statement &select)
         alert.labels = events::SplitLabels(select.Text(15));
         alert.summary = select.Text(16);
         alert.runbook_url = select.Text(17);
-        alert.key = select.Text(18) + "/" + std::to_string(alert.id);
+        alert.value = select.Text(18);
+        alert.held_back = {select.Integer(19), select.Integer(20), select.Integer(21),
+                           select.Integer(23), select.Text(22),    select.Text(24)};
+        alert.key = select.Text(25) + "/" + std::to_string(alert.id);
         found.push_back(std::move(alert));
     }
     return found;

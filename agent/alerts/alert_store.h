@@ -18,6 +18,17 @@
 
 namespace alerts {
 
+// Reports of the event, or of its value, that a cooldown has held back since the alert before this one.
+// Times are those of the lines.
+struct HeldBack {
+    int64_t reports = 0;
+    int64_t hits = 0;
+    int64_t first_ms = 0;
+    int64_t last_ms = 0;
+    std::string first; // the lines, cut
+    std::string last;
+};
+
 // One alert: a row of the table, and the key that it has towards others. Texts are in the
 // registry's character set, but a line that could not be converted keeps its bytes: whoever shows
 // or sends it sees to what is no UTF-8.
@@ -38,6 +49,8 @@ struct Alert {
     events::Labels labels;
     std::string summary;
     std::string runbook_url;
+    std::string value; // of the host, program or capture that the hits were counted for
+    HeldBack held_back;
     // Of a flood, one alert stands for many reports of its event. `time_ms` and `message` are then of
     // the first of them, and these of the last; of a single report they are 0 and empty.
     int64_t reports = 1;

@@ -25,6 +25,11 @@ std::string AlertLine(const Alert &alert)
         line += " (and " + std::to_string(alert.reports - 1) + " more until " +
                 text::LocalTime(alert.last_time_ms) +
                 ", the last: " + text::Printable(alert.last_message) + ")";
+    if (const HeldBack &held = alert.held_back; held.reports > 0)
+        line += " (" + std::to_string(held.reports) + " reports of " + std::to_string(held.hits) +
+                " hits were held back from " + text::LocalTime(held.first_ms) + " to " +
+                text::LocalTime(held.last_ms) + ", the first: " + text::Printable(held.first) +
+                ", the last: " + text::Printable(held.last) + ")";
     return line;
 }
 

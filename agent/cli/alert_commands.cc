@@ -80,12 +80,17 @@ json ToJson(const Alert &alert)
     for (const auto &[name, value] :
          {std::pair("line_host", &alert.line_host), std::pair("program", &alert.program),
           std::pair("own_time", &alert.own_time), std::pair("severity", &alert.severity),
-          std::pair("summary", &alert.summary), std::pair("runbook_url", &alert.runbook_url)}) {
+          std::pair("summary", &alert.summary), std::pair("runbook_url", &alert.runbook_url),
+          std::pair("value", &alert.value)}) {
         if (!value->empty())
             object[name] = *value;
     }
     if (!alert.labels.empty())
         object["labels"] = alert.labels;
+    if (const alerts::HeldBack &held = alert.held_back; held.reports > 0)
+        object["held_back"] = {{"reports", held.reports},        {"hits", held.hits},
+                               {"first_time_ms", held.first_ms}, {"first", held.first},
+                               {"last_time_ms", held.last_ms},   {"last", held.last}};
     // Only of one that stands for several reports: the others have nothing to say here.
     if (alert.IsFolded()) {
         object["reports"] = alert.reports;

@@ -4,6 +4,7 @@
 // monitor is woken behind it. What is shown of hits is what the last pass has stored: the daemon is
 // not asked.
 #include <algorithm>
+#include <ctime>
 #include <map>
 #include <optional>
 
@@ -15,6 +16,9 @@
 #include "agent/events/events.h"
 #include "agent/events/expressions.h"
 #include "agent/host/hit_counters.h"
+#include "agent/policy/count_store.h"
+#include "agent/policy/count_text.h"
+#include "agent/policy/policies.h"
 #include "agent/rules/policy_text.h"
 #include "agent/settings/settings.h"
 #include "platform/contract.h"
@@ -28,6 +32,9 @@ using events::EventRecord;
 using events::EventRegistry;
 using events::StoredEvent;
 using nlohmann::json;
+
+// Values of an event that is counted for each host or program that are shown: the most recent ones.
+constexpr size_t kShownValues = 10;
 
 // The values of an event as they are typed. What is not given stays as it is, or gets its default.
 // One of each for every command: it is filled when the words are read, and kept for the action.
@@ -200,7 +207,7 @@ int RemoveEvent(Context &context, const EventOptions &options)
 // ---- showing ----
 
 // The hits of an event so far, as of the last pass.
-using Hits = std::map<std::pair<std::string, uint32_t>, int32_t>;
+using Hits = std::map<std::pair<std::string, uint32_t>, int64_t>;
 
 Hits ReadHits(const Context &context)
 {
@@ -212,10 +219,32 @@ Hits ReadHits(const Context &context)
 }
 
 // Nothing for an event that no pass has counted yet: it is newer than the last one.
-std::optional<int32_t> HitsOf(const Hits &hits, const EventKey &key)
+std::optional<int64_t> HitsOf(const Hits &hits, const EventKey &key)
 {
     const auto found = hits.find({key.source, key.id});
-    return found != hits.end() ? std::optional<int32_t>(found->second) : std::nullopt;
+    return found != hits.end() ? std::optional<int64_t>(found->second) : std::nullopt;
+}
+
+// What the agent has counted of an event; nothing when it does not count it, or no pass has yet.
+std::optional<policy::EventCount> ReadCount(const Context &context, const EventRecord &event)
+{
+    if (!event.policy.Counts())
+        return std::nullopt;
+    policy::EventCount count(policy::TermsFor(event));
+    if (!policy::LoadCount(context.Host().store().database(), event, &count))
+        return std::nullopt;
+    return count;
+}
+
+// Of the value that is nearest to a report.
+std::optional<int64_t> MostHits(const std::optional<policy::EventCount> &count)
+{
+    if (!count)
+        return std::nullopt;
+    int64_t most = 0;
+    for (const auto &entry : count->entries())
+        most = std::max(most, entry.count.hits());
+    return most;
 }
 
 std::string KeywordText(const EventRecord &event)
@@ -229,13 +258,13 @@ std::string KeywordText(const EventRecord &event)
 }
 
 // "3/5"; a line instead of the hits, when they are not known.
-std::string HitText(const std::optional<int32_t> &hits, const EventRecord &event)
+std::string HitText(const std::optional<int64_t> &hits, const EventRecord &event)
 {
     return (hits ? std::to_string(*hits) : "-") + "/" + std::to_string(event.report_count);
 }
 
 // "hits" is always there, and null when nothing is known; "problem" only where there is one.
-json ToJson(const StoredEvent &stored, const std::optional<int32_t> &hits)
+json ToJson(const StoredEvent &stored, const std::optional<int64_t> &hits)
 {
     const EventRecord &event = stored.event;
     json object = KeyToJson(event.key);
@@ -259,7 +288,9 @@ int ListEvents(Context &context)
         if (source.is_new_application_type)
             continue; // not the monitor's
         for (const StoredEvent &stored : source.events) {
-            const auto count = HitsOf(hits, stored.event.key);
+            const auto count = stored.event.policy.Counts()
+                                   ? MostHits(ReadCount(context, stored.event))
+                                   : HitsOf(hits, stored.event.key);
             list.push_back(ToJson(stored, count));
             // The problem stands in place of what could not be read.
             const std::string keywords =
@@ -276,15 +307,66 @@ int ListEvents(Context &context)
     return kExitDone;
 }
 
+// The most recent first.
+json CountedToJson(const policy::EventCount &count)
+{
+    json values = json::array();
+    for (auto entry = count.entries().rbegin(); entry != count.entries().rend(); ++entry) {
+        json value = {{"value", entry->value},
+                      {"hits", entry->count.hits()},
+                      {"held_back_reports", entry->count.held_back().reports},
+                      {"held_back_hits", entry->count.held_back().hits},
+                      {"not_before_ms", nullptr}};
+        if (const int64_t until_s = entry->count.QuietUntil(count.terms()); until_s > 0)
+            value["not_before_ms"] = until_s * 1000;
+        values.push_back(value);
+    }
+    return {{"values", values},
+            {"dropped_values", count.dropped().values},
+            {"dropped_hits", count.dropped().hits}};
+}
+
+// What the monitor does, what the agent does, and how far that is.
+void AddBothHalves(const EventRecord &event, const std::optional<policy::EventCount> &count,
+                   Table *table)
+{
+    table->Add({"monitor", "hands over each line with the keywords"});
+    table->Add({"agent", policy::TermsInWords(event)});
+    if (!count) {
+        table->Add({"hits", "-"});
+        return;
+    }
+    size_t shown = 0;
+    for (auto entry = count->entries().rbegin();
+         entry != count->entries().rend() && shown < kShownValues; ++entry, ++shown) {
+        table->Add({event.policy.per.empty() ? "hits" : "hits of " + entry->value,
+                    policy::ProgressInWords(count->terms(), entry->count, time(nullptr))});
+    }
+    if (count->entries().empty())
+        table->Add({"hits", "none yet"});
+    if (count->entries().size() > shown)
+        table->Add({"", "and " + std::to_string(count->entries().size() - shown) +
+                            " others before these; --json has all"});
+    if (count->dropped().values > 0)
+        table->Add({"forgotten", std::to_string(count->dropped().values) + " values with " +
+                                     std::to_string(count->dropped().hits) +
+                                     " hits, for want of room"});
+}
+
 int ShowEvent(Context &context, const EventOptions &options)
 {
     context.OpenToRead();
     EventRegistry events(context.Host().registry());
     const StoredEvent stored = FindOrFail(events, KeyOf(options));
     const EventRecord &event = stored.event;
-    const auto hits = HitsOf(ReadHits(context), event.key);
+    const bool counts = event.policy.Counts();
+    const auto count = ReadCount(context, event);
+    const auto hits = counts ? MostHits(count) : HitsOf(ReadHits(context), event.key);
     if (context.json) {
-        PrintJson({{"event", ToJson(stored, hits)}});
+        json object = ToJson(stored, hits);
+        if (count)
+            object["counted"] = CountedToJson(*count);
+        PrintJson({{"event", object}});
         return kExitDone;
     }
     Table table({"VALUE", ""});
@@ -298,7 +380,10 @@ int ShowEvent(Context &context, const EventOptions &options)
     table.Add({"hours", events::FormatHours(event.hours)});
     for (const rules::ShownValue &value : rules::ShownPolicy(event.policy))
         table.Add({value.name, value.text});
-    table.Add({"hits", hits ? std::to_string(*hits) : "-"});
+    if (counts)
+        AddBothHalves(event, count, &table);
+    else
+        table.Add({"hits", hits ? std::to_string(*hits) : "-"});
     if (!stored.problem.empty())
         table.Add({"problem", stored.problem});
     table.Print();

@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "agent/text/duration.h"
+
 namespace cli {
 
 using nlohmann::json;
@@ -22,6 +24,12 @@ json PolicyToJson(const events::EventPolicy &policy)
     }
     if (!policy.labels.empty())
         values["labels"] = policy.labels;
+    if (policy.within_s > 0)
+        values["within"] = text::FormatDuration(policy.within_s);
+    if (policy.cooldown_s > 0)
+        values["cooldown"] = text::FormatDuration(policy.cooldown_s);
+    if (!policy.per.empty())
+        values["per"] = policy.per;
     return values;
 }
 

@@ -3,9 +3,12 @@
 #include <algorithm>
 #include <cstring>
 
+#include "agent/cli/matched_line.h"
 #include "agent/cli/trial.h"
 #include "agent/events/events.h"
 #include "agent/events/expressions.h"
+#include "agent/policy/count_text.h"
+#include "agent/policy/policies.h"
 #include "platform/contract.h"
 
 namespace cli {
@@ -62,6 +65,21 @@ std::string WhyNoMatch(LineTrial &trial, const monitor::Module &module, size_t i
     return "the monitor has not counted it";
 }
 
+// By the policy of the event, from the beginning of its count.
+std::string WhatThePolicyDoes(const monitor::Module &module, policy::Policy *policy,
+                              const std::string &line)
+{
+    const policy::MatchedLine matched = MatchedLineOf(module, line.c_str(), 1);
+    const policy::Outcome outcome = policy->Take(matched);
+    const auto *entry = policy->count()->Find(policy->ValueOf(matched));
+    std::string reason =
+        "all its keywords are there, and " +
+        policy::OutcomeInWords(policy->count()->terms(), outcome, entry->count, matched.time_s);
+    if (!entry->value.empty())
+        reason += " (" + policy->event().policy.per + " " + entry->value + ")";
+    return reason;
+}
+
 std::string WhatAMatchDoes(const VKVMon &entry, bool has_reported)
 {
     if (has_reported && strcmp(entry.Source, kWithheldSource) == 0)
@@ -80,13 +98,17 @@ std::vector<Verdict> Explain(LineTrial &trial, const monitor::Module &module,
     // A copy: looking for the causes checks further lines.
     const Indexes reported = trial.reported();
     const std::string why_none = WhyNoEvent(trial, text);
+    policy::Policies policies(events::EventRegistry(registry).ReadAll());
     std::vector<Verdict> verdicts;
     for (size_t i = 0; i < trial.entries(); ++i) {
         Verdict verdict;
         verdict.source = trial.entry(i).Source;
         verdict.id = events::FormatEventId(trial.entry(i).EventID);
         verdict.matches = Holds(matched, i);
-        if (verdict.matches)
+        policy::Policy *policy = policies.Find({trial.entry(i).Source, trial.entry(i).EventID});
+        if (verdict.matches && policy != nullptr && policy->count() != nullptr)
+            verdict.reason = WhatThePolicyDoes(module, policy, text);
+        else if (verdict.matches)
             verdict.reason = WhatAMatchDoes(trial.entry(i), Holds(reported, i));
         else
             verdict.reason = why_none.empty() ? WhyNoMatch(trial, module, i, text) : why_none;

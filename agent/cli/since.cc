@@ -1,44 +1,14 @@
 #include "agent/cli/since.h"
 
 #include <algorithm>
-#include <charconv>
-#include <iterator>
 #include <optional>
 
 #include "agent/host/error.h"
+#include "agent/text/duration.h"
 
 namespace cli {
 
 namespace {
-
-constexpr int64_t kDay = 86400; // seconds
-// Seconds: further back than any alert. It also keeps the sum from running over.
-constexpr int64_t kLongestAgo = 100 * 366 * kDay;
-
-// "1h30m": seconds.
-std::optional<int64_t> ParseWhile(const std::string &text)
-{
-    constexpr char kUnits[] = {'d', 'h', 'm', 's'};
-    constexpr int64_t kSeconds[] = {kDay, 3600, 60, 1};
-    const char *at = text.data();
-    const char *end = at + text.size();
-    int64_t sum = 0;
-    size_t next = 0; // of the units: each stands once, the longest first
-    while (at < end) {
-        int32_t amount = 0;
-        // 32 bits, so that amount times day fits into 64.
-        const auto [unit, failed] = std::from_chars(at, end, amount);
-        if (failed != std::errc() || amount < 0 || unit == end)
-            return std::nullopt;
-        while (next < std::size(kUnits) && kUnits[next] != *unit)
-            ++next;
-        if (next == std::size(kUnits))
-            return std::nullopt;
-        sum += amount * kSeconds[next++];
-        at = unit + 1;
-    }
-    return !text.empty() && sum <= kLongestAgo ? std::optional(sum) : std::nullopt;
-}
 
 // Behind what was read in this form, or null.
 const char *Read(const char *text, const char *form, struct tm *time)
@@ -127,7 +97,7 @@ std::optional<time_t> ParseDate(const std::string &text)
 
 int64_t ParseSince(const std::string &text, time_t now)
 {
-    if (const auto seconds = ParseWhile(text))
+    if (const auto seconds = text::ParseDuration(text))
         return (int64_t{now} - *seconds) * 1000;
     // The forms exclude each other, so their order does not matter to any text.
     auto moment = ParseClock(text, now);

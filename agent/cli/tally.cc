@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstring>
 #include <numeric>
+#include <utility>
 
+#include "agent/cli/matched_line.h"
 #include "agent/events/events.h"
 #include "agent/host/error.h"
 #include "platform/contract.h"
@@ -31,7 +33,8 @@ int64_t Sum(const std::vector<FileTally> &files, int64_t FileTally::*number)
 } // namespace
 
 Tally::Tally(monitor::Module &module, host::Host &host, HourOf hour)
-    : module_(module), host_(host), hour_of_(hour)
+    : module_(module), host_(host), hour_of_(hour),
+      policies_(events::EventRegistry(host.registry()).ReadAll())
 {
     const host::ModuleTable &table = module_.table();
     for (int i = 0; i < table.Size(); ++i) {
@@ -134,13 +137,28 @@ void Tally::NoteMatch(size_t index, const PassPlace &place)
     if (!event.first)
         event.first = SightingOf(place);
     event.last = SightingOf(place);
+    const policy::Outcome outcome = Judge(index, place);
+    if (outcome.kind == policy::Outcome::Kind::kHeldBack)
+        ++event.held_back;
+    if (outcome.kind != policy::Outcome::Kind::kReported)
+        return;
+    const bool is_withheld = strcmp(entries_[index].entry->Source, kWithheldSource) == 0;
+    ++(is_withheld ? event.withheld : event.reports);
+}
+
+// By the policy of the event, as in the daemon; without one as the monitor itself counts.
+policy::Outcome Tally::Judge(size_t index, const PassPlace &place)
+{
+    using Kind = policy::Outcome::Kind;
     Entry &entry = entries_[index];
+    policy::Policy *policy = policies_.Find({entry.entry->Source, entry.entry->EventID});
+    if (policy != nullptr && policy->count() != nullptr)
+        return policy->Take(MatchedLineOf(module_, place.text, place.times));
     entry.count += place.times;
     if (entry.count < entry.report_count)
-        return;
-    entry.count = 0; // however many there are, a line is reported once
-    const bool is_withheld = strcmp(entry.entry->Source, kWithheldSource) == 0;
-    ++(is_withheld ? event.withheld : event.reports);
+        return {Kind::kCounted, entry.count, {}};
+    // However many there are, a line is reported once.
+    return {Kind::kReported, std::exchange(entry.count, 0), {}};
 }
 
 // ---- a file ----

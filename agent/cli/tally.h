@@ -24,6 +24,7 @@
 #include "agent/cli/trial.h"
 #include "agent/cli/trial_input.h"
 #include "agent/logs/stamps.h"
+#include "agent/policy/policies.h"
 
 namespace cli {
 
@@ -36,10 +37,11 @@ struct Sighting {
 
 // What an event of the table has come to.
 struct EventTally {
-    int64_t lines = 0;    // that matched
-    int64_t hits = 0;     // occurrences that they stand for
-    int64_t reports = 0;  // that would have been sent
-    int64_t withheld = 0; // that the monitor would have dropped
+    int64_t lines = 0;     // that matched
+    int64_t hits = 0;      // occurrences that they stand for
+    int64_t reports = 0;   // that would have been sent
+    int64_t held_back = 0; // by the event's cooldown
+    int64_t withheld = 0;  // that the monitor would have dropped
     std::optional<Sighting> first;
     std::optional<Sighting> last;
 };
@@ -99,6 +101,7 @@ class Tally {
     void Note(const PassPlace &place);
     void NoteUnseen(const PassPlace &place);
     void NoteMatch(size_t index, const PassPlace &place);
+    [[nodiscard]] policy::Outcome Judge(size_t index, const PassPlace &place);
     [[nodiscard]] Sighting SightingOf(const PassPlace &place) const;
 
     monitor::Module &module_;
@@ -106,6 +109,7 @@ class Tally {
     HourOf hour_of_;
     std::vector<Entry> entries_;
     std::unordered_map<const char *, size_t> index_; // by the address of the source
+    policy::Policies policies_;                      // nothing of what they count is stored
     std::vector<size_t> reported_;                   // by the line that is checked
     std::vector<EventTally> events_;
     std::array<UnseenTally, logs::kStampProblems> unseen_;

@@ -148,9 +148,10 @@ void PrintEvents(const Tally &tally)
     for (size_t i = 0; i < tally.events().size(); ++i) {
         const EventTally &event = tally.events()[i];
         // Either or: reports of a source are withheld all or not at all.
-        const std::string reports = event.withheld > 0
-                                        ? std::to_string(event.withheld) + " withheld"
-                                        : std::to_string(event.reports);
+        std::string reports = event.withheld > 0 ? std::to_string(event.withheld) + " withheld"
+                                                 : std::to_string(event.reports);
+        if (event.held_back > 0)
+            reports += " (" + std::to_string(event.held_back) + " held back)";
         table.Add({tally.entry(i).Source, events::FormatEventId(tally.entry(i).EventID),
                    std::to_string(event.lines), std::to_string(event.hits), reports,
                    Shown(tally, event.first), Shown(tally, event.last)});
@@ -219,6 +220,7 @@ json EventsAsJson(const Tally &tally)
                           {"hits", event.hits},
                           {"reports", event.reports},
                           {"withheld", event.withheld},
+                          {"held_back", event.held_back},
                           {"first", ToJson(tally, event.first)},
                           {"last", ToJson(tally, event.last)}});
     }

@@ -112,7 +112,7 @@ bool Monitor::Prepare()
         host_.store().CommitPass();
         feed_.Prepare();
         counters_.emplace(host_.store());
-        desk_.emplace(host_);
+        desk_.emplace(host_, [this](const std::string &line) { return TimeOf(line); });
         return true;
     } catch (const std::exception &error) {
         Break(error);
@@ -133,6 +133,15 @@ void Monitor::TableLoaded()
     }
 }
 
+// As the module reads it: its stamp has no year.
+std::optional<int64_t> Monitor::TimeOf(const std::string &line) const
+{
+    time_t time = 0;
+    if (module_.GetSyslogTime(line.c_str(), &time) != TRUE)
+        return std::nullopt;
+    return time;
+}
+
 void Monitor::Break(const std::exception &error)
 {
     TRACE(TRACE_SYSTEM, "%s", error.what());
@@ -147,6 +156,7 @@ void Monitor::StorePass()
     counters_->Save(module_.table());
     // Behind the table's load, and before the next line: both are of one moment, or the event that
     // tells of a later one is set already.
+    desk_->Save();
     if (table_is_reloaded_)
         desk_->Load();
     table_is_reloaded_ = false;

@@ -67,6 +67,7 @@ class Monitor : private host::Moments {
     [[nodiscard]] bool MayEndRest(const std::string &name) override { return feed_.MayTake(name); }
     void PassBegins(DWORD result, const std::string &name) override;
 
+    [[nodiscard]] std::optional<int64_t> TimeOf(const std::string &line) const;
     void StorePass();
     void AbandonPass();
     void Break(const std::exception &error);

@@ -1,8 +1,11 @@
 #include "agent/events/event_policy.h"
 
 #include <algorithm>
+#include <cstring>
+#include <optional>
 
 #include "agent/host/error.h"
+#include "agent/text/duration.h"
 #include "platform/registry.h"
 
 namespace events {
@@ -19,7 +22,20 @@ struct TextValue {
 };
 constexpr TextValue kTextValues[] = {{"Severity", &EventPolicy::severity},
                                      {"Summary", &EventPolicy::summary},
-                                     {"RunbookUrl", &EventPolicy::runbook_url}};
+                                     {"RunbookUrl", &EventPolicy::runbook_url},
+                                     {"Per", &EventPolicy::per}};
+
+// The numbers, likewise.
+struct NumberValue {
+    const char *name;
+    int64_t EventPolicy::*number;
+};
+constexpr NumberValue kNumberValues[] = {{"Within", &EventPolicy::within_s},
+                                         {"Cooldown", &EventPolicy::cooldown_s}};
+constexpr char kCountValue[] = "ReportCount"; // when the policy counts
+
+// Times of lines reach back to the beginning of the month before this one.
+constexpr int64_t kLongestSpan = int64_t{31} * 86400;
 
 // An alert is stored with all of it, so none of it is long.
 constexpr size_t kMaxLabels = 32;
@@ -60,6 +76,23 @@ std::string InSmallLetters(std::string name)
     for (char &c : name)
         c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     return name;
+}
+
+void SetNumber(host::RegistryTree &registry, host::KeyId key, const char *name, int64_t number)
+{
+    const auto stored = static_cast<uint32_t>(number);
+    registry.Set(key, name, REG_DWORD,
+                 std::string_view(reinterpret_cast<const char *>(&stored), sizeof stored));
+}
+
+std::optional<uint32_t> NumberIn(host::RegistryTree &registry, host::KeyId key, const char *name)
+{
+    uint32_t number = 0;
+    const auto stored = registry.Get(key, name);
+    if (!stored || stored->type != REG_DWORD || stored->data.size() != sizeof number)
+        return std::nullopt;
+    memcpy(&number, stored->data.data(), sizeof number);
+    return number;
 }
 
 void SetText(host::RegistryTree &registry, host::KeyId key, const std::string &name,
@@ -128,8 +161,29 @@ void CheckRunbookUrl(const std::string &url)
                           "use an address of at most 1024 bytes");
 }
 
+void CheckSpan(const char *name, int64_t seconds)
+{
+    if (seconds < 1 || seconds > kLongestSpan)
+        throw host::Error("cannot use the time \"" + text::FormatDuration(seconds) + "\" of " +
+                              name,
+                          "it is out of range", "use 1s to 31d, such as 90s, 10m or 1h30m");
+}
+
+void CheckPer(const std::string &per)
+{
+    if (per != "host" && per != "program")
+        throw host::Error("cannot count per " + Shortened(per), "there is no such thing",
+                          "use host or program");
+}
+
 void CheckPolicy(const EventPolicy &policy)
 {
+    if (policy.within_s != 0)
+        CheckSpan("within", policy.within_s);
+    if (policy.cooldown_s != 0)
+        CheckSpan("cooldown", policy.cooldown_s);
+    if (!policy.per.empty())
+        CheckPer(policy.per);
     if (!policy.severity.empty())
         CheckSeverity(policy.severity);
     for (const auto &[name, value] : policy.labels)
@@ -166,7 +220,7 @@ Labels SplitLabels(const std::string &text)
     return labels;
 }
 
-EventPolicy ReadPolicy(host::RegistryTree &registry, host::KeyId event_key)
+EventPolicy ReadPolicy(host::RegistryTree &registry, host::KeyId event_key, int32_t *report_count)
 {
     EventPolicy policy;
     const auto key = registry.Find(event_key, kPolicyKey);
@@ -177,6 +231,10 @@ EventPolicy ReadPolicy(host::RegistryTree &registry, host::KeyId event_key)
         if (stored && stored->type == REG_SZ)
             policy.*value.text = host::TextOf(*stored);
     }
+    for (const NumberValue &value : kNumberValues)
+        policy.*value.number = NumberIn(registry, *key, value.name).value_or(0);
+    if (policy.Counts())
+        *report_count = static_cast<int32_t>(NumberIn(registry, *key, kCountValue).value_or(1));
     if (const auto labels = registry.Find(*key, kLabelsKey)) {
         for (const host::RegValue &label : registry.Values(*labels)) {
             if (label.type == REG_SZ)
@@ -187,7 +245,8 @@ EventPolicy ReadPolicy(host::RegistryTree &registry, host::KeyId event_key)
 }
 
 // All anew: what is not set must not stay from before.
-void WritePolicy(host::RegistryTree &registry, host::KeyId event_key, const EventPolicy &policy)
+void WritePolicy(host::RegistryTree &registry, host::KeyId event_key, const EventPolicy &policy,
+                 int32_t report_count)
 {
     if (const auto old = registry.Find(event_key, kPolicyKey))
         registry.DeleteKey(*old);
@@ -198,6 +257,12 @@ void WritePolicy(host::RegistryTree &registry, host::KeyId event_key, const Even
         if (!(policy.*value.text).empty())
             SetText(registry, key, value.name, policy.*value.text);
     }
+    for (const NumberValue &value : kNumberValues) {
+        if (policy.*value.number != 0)
+            SetNumber(registry, key, value.name, policy.*value.number);
+    }
+    if (policy.Counts())
+        SetNumber(registry, key, kCountValue, report_count);
     if (policy.labels.empty())
         return;
     const host::KeyId labels = registry.Create(key, kLabelsKey);

@@ -6,6 +6,7 @@
 #ifndef AGENT_EVENTS_EVENT_POLICY_H
 #define AGENT_EVENTS_EVENT_POLICY_H
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
@@ -27,7 +28,13 @@ struct EventPolicy {
     Labels labels;
     std::string summary; // a template: see agent/policy/summary.h
     std::string runbook_url;
+    // How hits are counted; see agent/policy/value_count.h.
+    int64_t within_s = 0;   // of each other; 0: whenever they come
+    int64_t cooldown_s = 0; // of silence behind a report; 0: none
+    std::string per;        // "host", "program"; empty: all lines together
 
+    // Does the agent count the hits? Then the monitor's table has the event with a report count of 1.
+    [[nodiscard]] bool Counts() const { return within_s > 0 || cooldown_s > 0 || !per.empty(); }
     [[nodiscard]] bool IsEmpty() const { return *this == EventPolicy(); }
     bool operator==(const EventPolicy &) const = default;
 };
@@ -40,6 +47,12 @@ void CheckLabels(const Labels &labels); // how many there are, and their names t
 void CheckSummary(const std::string &summary);
 void CheckRunbookUrl(const std::string &url);
 
+void CheckSpan(const char *name, int64_t seconds);
+void CheckPer(const std::string &per);
+
+// The largest report count of an event with a window: each of the hits has a time that is kept.
+constexpr int32_t kMostWithin = 10000;
+
 // All of them, for what is set.
 void CheckPolicy(const EventPolicy &policy);
 
@@ -47,11 +60,13 @@ void CheckPolicy(const EventPolicy &policy);
 std::string JoinLabels(const Labels &labels);
 Labels SplitLabels(const std::string &text);
 
-// The policy below an event's key; an empty one when there is none. What is no text there is left out.
-// Throws host::StoreError.
-EventPolicy ReadPolicy(host::RegistryTree &registry, host::KeyId event_key);
+// The policy below an event's key; an empty one when there is none. What is of another type there is
+// left out. Throws host::StoreError.
+//   report_count  the hits that make a report, when the policy counts; otherwise left as it is
+EventPolicy ReadPolicy(host::RegistryTree &registry, host::KeyId event_key, int32_t *report_count);
 // Replaces it. An empty one leaves no key.
-void WritePolicy(host::RegistryTree &registry, host::KeyId event_key, const EventPolicy &policy);
+void WritePolicy(host::RegistryTree &registry, host::KeyId event_key, const EventPolicy &policy,
+                 int32_t report_count);
 
 } // namespace events
 

@@ -145,6 +145,11 @@ void CheckEvent(const EventRecord &event)
                               " of event " + Quoted(event.key),
                           "it would never be reported", "use a number from 1 to 2147483647");
     CheckPolicy(event.policy);
+    if (event.policy.within_s > 0 && event.report_count > kMostWithin)
+        throw host::Error("cannot use the report count " + std::to_string(event.report_count) +
+                              " of event " + Quoted(event.key),
+                          "its hits are to come within a time",
+                          "use a number from 1 to 10000, or leave out \"within\"");
 }
 
 std::vector<StoredSource> EventRegistry::ReadAll()
@@ -204,7 +209,7 @@ StoredEvent EventRegistry::Read(const std::string &source, const std::string &id
         note("it has no WatchTime of 4 bytes");
     stored.event.report_count = static_cast<int32_t>(count.value_or(0));
     stored.event.hours = hours.value_or(0);
-    stored.event.policy = ReadPolicy(registry_, id_key);
+    stored.event.policy = ReadPolicy(registry_, id_key, &stored.event.report_count);
     return stored;
 }
 
@@ -243,9 +248,11 @@ void EventRegistry::Write(const EventRecord &event)
     const host::KeyId key = registry_.Create(event_key, kWatchSettingKey);
     for (size_t k = 0; k < event.keywords.size(); ++k)
         SetText(registry_, key, kKeywordValues[k], event.keywords[k]);
-    SetNumber(registry_, key, kReportCountValue, static_cast<uint32_t>(event.report_count));
+    // What the agent counts, it must hear of with each hit.
+    const int32_t count_of_table = event.policy.Counts() ? 1 : event.report_count;
+    SetNumber(registry_, key, kReportCountValue, static_cast<uint32_t>(count_of_table));
     SetNumber(registry_, key, kWatchTimeValue, event.hours);
-    WritePolicy(registry_, event_key, event.policy);
+    WritePolicy(registry_, event_key, event.policy, event.report_count);
 }
 
 bool EventRegistry::Remove(const EventKey &key)

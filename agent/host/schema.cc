@@ -100,6 +100,37 @@ constexpr const char *kSteps[] = {
     "ALTER TABLE alert ADD COLUMN labels TEXT NOT NULL DEFAULT '';" // a line each: NAME=VALUE
     "ALTER TABLE alert ADD COLUMN summary TEXT NOT NULL DEFAULT '';"
     "ALTER TABLE alert ADD COLUMN runbook_url TEXT NOT NULL DEFAULT '';",
+    // 7: what the policies of events have counted, and what an alert tells of it. A row for each event,
+    // and for each value of it.
+    "CREATE TABLE policy_event ("
+    "  source TEXT NOT NULL,"
+    "  event_id INTEGER NOT NULL,"
+    "  terms TEXT NOT NULL," // by which it is counted
+    "  dropped_values INTEGER NOT NULL,"
+    "  dropped_hits INTEGER NOT NULL,"
+    "  PRIMARY KEY (source, event_id)) WITHOUT ROWID;"
+    "CREATE TABLE policy_value ("
+    "  source TEXT NOT NULL,"
+    "  event_id INTEGER NOT NULL,"
+    "  value TEXT NOT NULL,"       // of what it is counted for; empty: of all lines
+    "  use INTEGER NOT NULL,"      // ascends from the least recent value to the most recent one
+    "  moments BLOB NOT NULL,"     // pairs of 8 bytes, the lowest first: seconds since 1970, hits
+    "  reported INTEGER NOT NULL," // seconds since 1970; -1: never
+    "  held_reports INTEGER NOT NULL,"
+    "  held_hits INTEGER NOT NULL,"
+    "  held_first_time INTEGER NOT NULL,"
+    "  held_first TEXT NOT NULL,"
+    "  held_last_time INTEGER NOT NULL,"
+    "  held_last TEXT NOT NULL,"
+    "  PRIMARY KEY (source, event_id, value),"
+    "  FOREIGN KEY (source, event_id) REFERENCES policy_event ON DELETE CASCADE) WITHOUT ROWID;"
+    "ALTER TABLE alert ADD COLUMN value TEXT NOT NULL DEFAULT '';"
+    "ALTER TABLE alert ADD COLUMN held_reports INTEGER NOT NULL DEFAULT 0;"
+    "ALTER TABLE alert ADD COLUMN held_hits INTEGER NOT NULL DEFAULT 0;"
+    "ALTER TABLE alert ADD COLUMN held_first_ms INTEGER NOT NULL DEFAULT 0;"
+    "ALTER TABLE alert ADD COLUMN held_first TEXT NOT NULL DEFAULT '';"
+    "ALTER TABLE alert ADD COLUMN held_last_ms INTEGER NOT NULL DEFAULT 0;"
+    "ALTER TABLE alert ADD COLUMN held_last TEXT NOT NULL DEFAULT '';",
 };
 constexpr int kVersion = static_cast<int>(std::size(kSteps));
 

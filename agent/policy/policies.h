@@ -3,6 +3,7 @@
 #define AGENT_POLICY_POLICIES_H
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "agent/events/events.h"
+#include "agent/policy/event_count.h"
 #include "agent/policy/summary.h"
 
 namespace policy {
@@ -29,13 +31,40 @@ struct EventNameHash {
     }
 };
 
-// One event with a policy, with what is made of it once.
-struct Policy {
+// A line that has matched an event, as the module reports it.
+struct MatchedLine {
+    std::string_view text;
+    std::string_view host; // that wrote it, or on which it was found
+    std::string_view program;
+    int64_t time_s = 0; // its own
+    int64_t times = 1;  // that it occurred
+};
+
+// One event with a policy, with what is made of it once, and what it has counted.
+class Policy {
+  public:
     explicit Policy(const events::EventRecord &event);
 
-    events::EventRecord event;
-    std::optional<Template> summary; // none: it has no summary
+    // What becomes of the line.
+    Outcome Take(const MatchedLine &line);
+
+    // Of what the line is counted for: its host, its program, or nothing.
+    [[nodiscard]] std::string ValueOf(const MatchedLine &line) const;
+    // What an alert of the line says in one line; empty: the event has no summary.
+    [[nodiscard]] std::string SummaryOf(const MatchedLine &line) const;
+
+    [[nodiscard]] const events::EventRecord &event() const { return event_; }
+    // Null: the monitor counts, and each of its reports is one.
+    [[nodiscard]] EventCount *count() { return count_ ? &*count_ : nullptr; }
+
+  private:
+    events::EventRecord event_;
+    std::optional<Template> summary_;
+    std::optional<EventCount> count_;
 };
+
+// By what an event is counted.
+CountTerms TermsFor(const events::EventRecord &event);
 
 class Policies {
   public:
@@ -52,7 +81,7 @@ class Policies {
         const auto found = by_name_.find(name);
         return found != by_name_.end() ? found->second : nullptr;
     }
-    [[nodiscard]] size_t size() const { return by_name_.size(); }
+    [[nodiscard]] const std::vector<std::unique_ptr<Policy>> &all() const { return policies_; }
 
   private:
     std::vector<std::unique_ptr<Policy>> policies_; // what the map points to

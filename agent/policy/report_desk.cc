@@ -1,10 +1,47 @@
 #include "agent/policy/report_desk.h"
 
 #include "agent/alerts/report_alert.h"
+#include "agent/policy/count_store.h"
+#include "platform/trace.h"
 
 namespace policy {
 
-ReportDesk::ReportDesk(host::Host &host) : host_(host)
+namespace {
+
+constexpr char kUnit[] = "policy";
+constexpr int64_t kMsOfSecond = 1000;
+
+MatchedLine LineOf(const alerts::Alert &alert, int64_t time_s)
+{
+    MatchedLine line;
+    line.text = alert.message;
+    // A line that does not say its host was found on this one.
+    line.host = alert.line_host.empty() ? alert.host : alert.line_host;
+    line.program = alert.program;
+    line.time_s = time_s;
+    line.times = alert.count;
+    return line;
+}
+
+alerts::HeldBack ToAlert(const HeldBack &held)
+{
+    return {held.reports, held.hits, held.first_s * kMsOfSecond, held.last_s * kMsOfSecond,
+            held.first,   held.last};
+}
+
+// Once for each event: there may be millions of values more.
+void TellOfDroppedValues(const events::EventKey &key)
+{
+    TRACE(TRACE_NOTABLE,
+          "Event %s %X is counted for more than %zu values, or too many moments of them: the least "
+          "recent ones are forgotten. syslogmon event show tells how many.",
+          key.source.c_str(), key.id, EventCount::kMaxValues);
+}
+
+} // namespace
+
+ReportDesk::ReportDesk(host::Host &host, FindLineTime find_time)
+    : host_(host), find_time_(std::move(find_time))
 {
     host_.SetReportTaker([this](const ReportRequest &request) { Take(request); });
 }
@@ -17,28 +54,59 @@ ReportDesk::~ReportDesk()
 void ReportDesk::Load()
 {
     policies_ = Policies(events::EventRegistry(host_.registry()).ReadAll());
+    std::vector<events::EventKey> counting;
+    for (const auto &policy : policies_.all()) {
+        if (policy->count() == nullptr)
+            continue;
+        counting.push_back(policy->event().key);
+        const bool is_stored = host_.store().Read([&](host::Database &database) {
+            return LoadCount(database, policy->event(), policy->count());
+        });
+        if (!is_stored)
+            BeginCount(host_.store(), policy->event());
+    }
+    ForgetOthers(host_.store(), counting);
+}
+
+void ReportDesk::Save()
+{
+    for (const auto &policy : policies_.all()) {
+        if (policy->count() != nullptr)
+            SaveCount(host_.store(), policy->event().key, policy->count());
+    }
 }
 
 void ReportDesk::Take(const ReportRequest &request)
 {
     alerts::Alert alert = alerts::AlertOf(host_, request);
-    if (const Policy *policy = policies_.Find({request.source, request.eventId}))
-        Dress(*policy, &alert);
-    folder_.Add(host_.store(), alert);
+    if (Policy *policy = policies_.Find({request.source, request.eventId}))
+        TakeByPolicy(policy, &alert);
+    else
+        folder_.Add(host_.store(), alert);
 }
 
-// What the alert says by the policy of its event.
-void ReportDesk::Dress(const Policy &policy, alerts::Alert *alert)
+void ReportDesk::TakeByPolicy(Policy *policy, alerts::Alert *alert)
 {
-    const events::EventPolicy &terms = policy.event.policy;
+    const EventCount *count = policy->count();
+    // Only what is counted needs the time.
+    const int64_t now_s = alert->time_ms / kMsOfSecond;
+    const MatchedLine line =
+        LineOf(*alert, count != nullptr ? find_time_(alert->message).value_or(now_s) : now_s);
+    const bool had_room = count == nullptr || count->dropped().values == 0;
+    const Outcome outcome = policy->Take(line);
+    if (had_room && count != nullptr && count->dropped().values > 0)
+        TellOfDroppedValues(policy->event().key);
+    if (outcome.kind != Outcome::Kind::kReported)
+        return;
+    const events::EventPolicy &terms = policy->event().policy;
+    alert->summary = policy->SummaryOf(line);
     alert->severity = terms.severity;
     alert->labels = terms.labels;
     alert->runbook_url = terms.runbook_url;
-    if (!policy.summary)
-        return;
-    const std::string &host = alert->line_host.empty() ? alert->host : alert->line_host;
-    alert->summary = policy.summary->Render(
-        {{"host", host}, {"program", alert->program}, {"message", alert->message}});
+    alert->value = policy->ValueOf(line);
+    alert->count = outcome.hits;
+    alert->held_back = ToAlert(outcome.held_back);
+    folder_.Add(host_.store(), *alert);
 }
 
 } // namespace policy

@@ -1,9 +1,17 @@
 // Where the reports of the module arrive: what becomes of each by the policy of its event, and the
 // alert that is stored of it. All of it is a part of the pass.
 //
+// What is counted lies in memory, and is written when the pass ends. A pass that fails ends the life of
+// the desk; the next one reads what was stored.
+//
 // Of the monitor thread.
 #ifndef AGENT_POLICY_REPORT_DESK_H
 #define AGENT_POLICY_REPORT_DESK_H
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
 
 #include "agent/alerts/report_folder.h"
 #include "agent/host/host.h"
@@ -12,23 +20,30 @@
 
 namespace policy {
 
+// The time of a line in seconds since 1970; nothing when it has none that can be read.
+using FindLineTime = std::function<std::optional<int64_t>(const std::string &line)>;
+
 class ReportDesk {
   public:
     // Takes the reports of this host for its life.
-    explicit ReportDesk(host::Host &host);
+    ReportDesk(host::Host &host, FindLineTime find_time);
     ~ReportDesk();
     ReportDesk(const ReportDesk &) = delete;
     ReportDesk &operator=(const ReportDesk &) = delete;
 
-    // Reads the policies anew: when the module has loaded its table, so that both are of one moment.
-    // Throws host::StoreError.
+    // Reads the policies and what they have counted: when the module has loaded its table, so that both
+    // are of one moment. Behind Save. Throws host::StoreError.
     void Load();
+
+    // Writes what the pass has counted. Throws host::StoreError.
+    void Save();
 
   private:
     void Take(const ReportRequest &request);
-    static void Dress(const Policy &policy, alerts::Alert *alert);
+    void TakeByPolicy(Policy *policy, alerts::Alert *alert);
 
     host::Host &host_;
+    FindLineTime find_time_;
     Policies policies_;
     alerts::ReportFolder folder_;
 };

@@ -2,6 +2,7 @@
 
 #include "agent/host/error.h"
 #include "agent/policy/summary.h"
+#include "agent/text/duration.h"
 
 namespace rules {
 
@@ -36,6 +37,28 @@ bool ReadText(const Values &values, const char *name, const std::string &next_st
     if (given == nullptr || !Passes(node, nodes, [&] { check(*given); }))
         return false;
     *text = *given;
+    return true;
+}
+
+bool ReadSpan(const Values &values, const char *name, NodeReader *nodes, int64_t *seconds)
+{
+    const auto found = values.find(name);
+    if (found == values.end())
+        return true;
+    const YamlNode &node = *found->second;
+    const std::string next_step = "use 1s to 31d, such as 90s, 10m or 1h30m";
+    const std::string what = std::string("the ") + name + " of an event";
+    const std::string *given = nodes->TextOf(node, what, next_step);
+    if (given == nullptr)
+        return false;
+    const auto span = text::ParseDuration(*given);
+    if (!span)
+        nodes->issues().Add(node.offset,
+                            "cannot use the time " + text::Shown(*given) + " of " + name,
+                            "it is no span of time", next_step);
+    if (!span || !Passes(node, nodes, [&] { events::CheckSpan(name, *span); }))
+        return false;
+    *seconds = *span;
     return true;
 }
 
@@ -85,6 +108,10 @@ bool ReadPolicy(const Values &values, NodeReader *nodes, events::EventPolicy *po
            good;
     good = ReadText(values, "runbook_url", "write an address, such as https://wiki/disk", nodes,
                     &policy->runbook_url, events::CheckRunbookUrl) &&
+           good;
+    good = ReadSpan(values, "within", nodes, &policy->within_s) && good;
+    good = ReadSpan(values, "cooldown", nodes, &policy->cooldown_s) && good;
+    good = ReadText(values, "per", "use host or program", nodes, &policy->per, events::CheckPer) &&
            good;
     return good;
 }

@@ -1,10 +1,12 @@
 #include "agent/rules/policy_text.h"
 
 #include "agent/rules/yaml_text.h"
+#include "agent/text/duration.h"
 
 namespace rules {
 
-const std::vector<std::string> kPolicyKeys = {"severity", "labels", "summary", "runbook_url"};
+const std::vector<std::string> kPolicyKeys = {"severity", "labels",   "summary", "runbook_url",
+                                              "within",   "cooldown", "per"};
 
 namespace {
 
@@ -30,6 +32,12 @@ std::vector<ShownValue> ShownPolicy(const events::EventPolicy &policy)
         values.push_back({"summary", Quoted(policy.summary)});
     if (!policy.runbook_url.empty())
         values.push_back({"runbook_url", Quoted(policy.runbook_url)});
+    if (policy.within_s > 0)
+        values.push_back({"within", text::FormatDuration(policy.within_s)});
+    if (policy.cooldown_s > 0)
+        values.push_back({"cooldown", text::FormatDuration(policy.cooldown_s)});
+    if (!policy.per.empty())
+        values.push_back({"per", policy.per});
     return values;
 }
 

@@ -182,6 +182,14 @@ void RulesReader::ReadEvent(const YamlNode &node)
     const bool has_count = ReadReportCount(values, &rule.event);
     const bool has_hours = ReadHours(values, &rule.event);
     const bool has_policy = ReadPolicy(values, this, &rule.event.policy);
+    if (has_count && has_policy && rule.event.policy.within_s > 0 &&
+        rule.event.report_count > events::kMostWithin) {
+        issues_->Add(values.at(kReportCount)->offset,
+                     "cannot use the report count " + std::to_string(rule.event.report_count),
+                     "its hits are to come within a time",
+                     "use a number from 1 to 10000, or leave out \"within\"");
+        return;
+    }
     // Also of an event that is faulty otherwise: its twin is a mistake of its own.
     if (has_key)
         CheckForTwins(rule, node.offset);

@@ -34,6 +34,15 @@ std::string AlertJson(const Message &message)
         object["labels"] = alert.labels;
     if (!alert.runbook_url.empty())
         object["runbook_url"] = alert.runbook_url;
+    if (!alert.value.empty())
+        object["value"] = alert.value;
+    if (const alerts::HeldBack &held = alert.held_back; held.reports > 0)
+        object["held_back"] = {{"reports", held.reports},
+                               {"hits", held.hits},
+                               {"first_time", text::UtcTime(held.first_ms)},
+                               {"first", held.first},
+                               {"last_time", text::UtcTime(held.last_ms)},
+                               {"last", held.last}};
     // Only then: most alerts are of a single report, and their lines stay short.
     if (alert.IsFolded()) {
         object["reports"] = alert.reports;
@@ -55,6 +64,11 @@ std::string AlertSummary(const Message &message)
     if (alert.IsFolded())
         text += " (and " + std::to_string(alert.reports - 1) + " more until " +
                 text::UtcTime(alert.last_time_ms) + ", the last: " + alert.last_message + ")";
+    if (alert.held_back.reports > 0)
+        text += " (" + std::to_string(alert.held_back.reports) + " reports of " +
+                std::to_string(alert.held_back.hits) +
+                " hits were held back before it, the first: " + alert.held_back.first +
+                ", the last: " + alert.held_back.last + ")";
     // A summary becomes a header, a field or a line of another protocol. Bytes of other characters
     // stay.
     for (char &c : text) {

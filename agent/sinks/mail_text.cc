@@ -79,6 +79,14 @@ std::string Body(std::span<const Message> messages)
             text += "    label     " + name + ": " + value + "\n";
         if (!alert.runbook_url.empty())
             text += "    runbook   " + alert.runbook_url + "\n";
+        if (!alert.value.empty())
+            text += "    value     " + alert.value + "\n";
+        if (const alerts::HeldBack &held = alert.held_back; held.reports > 0) {
+            text += "    held back " + std::to_string(held.reports) + " reports of " +
+                    std::to_string(held.hits) + " hits before this one\n";
+            text += "    first     " + held.first + "\n";
+            text += "    last      " + held.last + "\n";
+        }
         if (alert.IsFolded()) {
             text += "    reports   " + std::to_string(alert.reports) +
                     ", the line above is the first\n";

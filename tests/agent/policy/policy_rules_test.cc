@@ -97,6 +97,39 @@ TEST(PolicyInARulesFile, RunbookIsAnAddress)
         Issues("  runbook_url: wiki/a"));
 }
 
+TEST(PolicyInARulesFile, WithinAndCooldownAreSpansOfTime)
+{
+    EXPECT_EQ(600, Policy("  within: 10m").within_s);
+    EXPECT_EQ(5400, Policy("  cooldown: 1h30m").cooldown_s);
+    EXPECT_EQ(31 * 86400, Policy("  cooldown: 31d").cooldown_s);
+    const std::string next = "use 1s to 31d, such as 90s, 10m or 1h30m\n";
+    EXPECT_EQ("5:11: cannot use the time \"10\" of within: it is no span of time; " + next,
+              Issues("  within: 10"));
+    EXPECT_EQ("5:13: cannot use the time \"0s\" of cooldown: it is out of range; " + next,
+              Issues("  cooldown: 0s"));
+    EXPECT_EQ("5:13: cannot use the time \"31d1s\" of cooldown: it is out of range; " + next,
+              Issues("  cooldown: 31d1s"));
+    EXPECT_EQ("5:11: cannot use the within of an event: it is a list; " + next,
+              Issues("  within: [10m]"));
+}
+
+TEST(PolicyInARulesFile, HitsWithinATimeAreAtMostTenThousand)
+{
+    EXPECT_EQ("", Issues("  within: 10m\n  report_count: 10000"));
+    EXPECT_EQ("6:17: cannot use the report count 10001: its hits are to come within a time; use a "
+              "number from 1 to 10000, or leave out \"within\"\n",
+              Issues("  within: 10m\n  report_count: 10001"));
+    EXPECT_EQ("", Issues("  cooldown: 10m\n  report_count: 10001"));
+}
+
+TEST(PolicyInARulesFile, PerIsAHostOrAProgram)
+{
+    EXPECT_EQ("host", Policy("  per: host").per);
+    EXPECT_EQ("program", Policy("  per: program").per);
+    EXPECT_EQ("5:8: cannot count per \"line\": there is no such thing; use host or program\n",
+              Issues("  per: line"));
+}
+
 TEST(PolicyInARulesFile, AllMistakesOfAnEventAreFound)
 {
     const std::string issues =

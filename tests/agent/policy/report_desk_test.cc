@@ -31,7 +31,7 @@ class ReportDesk : public test::ReportTest {
         });
     }
 
-    policy::ReportDesk desk_{test::TheHost()};
+    policy::ReportDesk desk_{test::TheHost(), [](const std::string &) { return std::nullopt; }};
 };
 
 TEST_F(ReportDesk, AnAlertSaysWhatThePolicyOfItsEventSays)
@@ -90,7 +90,7 @@ TEST_F(ReportDesk, PoliciesCountFromTheLoadOn)
 TEST_F(ReportDesk, WithoutADeskEachReportIsStored)
 {
     {
-        const policy::ReportDesk other(test::TheHost());
+        const policy::ReportDesk other(test::TheHost(), nullptr);
     }
     EXPECT_EQ(1, Report("DISK", 1, "a line"));
     EXPECT_EQ(1U, Stored().size());

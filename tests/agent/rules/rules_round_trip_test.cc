@@ -32,6 +32,12 @@ events::EventPolicy RandomPolicy(test::RandomData &random)
         if (random.OneIn(2) && !value.empty())
             policy.labels[name] = value;
     }
+    if (random.OneIn(2))
+        policy.within_s = static_cast<int64_t>(1 + random.Below(31 * 86400));
+    if (random.OneIn(2))
+        policy.cooldown_s = static_cast<int64_t>(1 + random.Below(31 * 86400));
+    if (random.OneIn(2))
+        policy.per = random.OneIn(2) ? "host" : "program";
     // Braces would make a template of it, and mostly a wrong one.
     policy.summary = random.OddText(1024, kNever + "\t\x7F{}");
     if (random.OneIn(2))
@@ -52,6 +58,8 @@ EventRecord RandomEvent(test::RandomData &random)
     } while (event.keywords == std::array<std::string, 3>{});
     event.report_count = random.OneIn(2) ? 1 : static_cast<int32_t>(random.Number() >> 1U) | 1;
     event.policy = RandomPolicy(random);
+    if (event.policy.within_s > 0)
+        event.report_count = event.report_count % events::kMostWithin + 1;
     event.hours = random.OneIn(3) ? events::kAllHours : random.Number() & events::kAllHours;
     return event;
 }

@@ -1,0 +1,68 @@
+#include "agent/policy/count_text.h"
+
+#include "agent/text/duration.h"
+#include "agent/text/times.h"
+
+namespace policy {
+
+namespace {
+
+std::string Plural(int64_t count, const std::string &name)
+{
+    return std::to_string(count) + " " + name + (count == 1 ? "" : "s");
+}
+
+std::string Within(int64_t within_s)
+{
+    return within_s > 0 ? " within " + text::DurationInWords(within_s) : "";
+}
+
+// Empty: a report can come at once.
+std::string SilenceInWords(const CountTerms &terms, const ValueCount &count, int64_t now_s)
+{
+    const int64_t until_s = count.QuietUntil(terms);
+    if (until_s <= now_s)
+        return {};
+    return "; next report not before " + text::LocalTime(until_s * 1000);
+}
+
+} // namespace
+
+std::string TermsInWords(const events::EventRecord &event)
+{
+    const events::EventPolicy &policy = event.policy;
+    std::string text = Plural(event.report_count, "hit") + Within(policy.within_s) +
+                       (event.report_count == 1 ? " makes a report" : " make a report");
+    if (!policy.per.empty())
+        text += ", for each " + policy.per + " apart";
+    if (policy.cooldown_s > 0)
+        text += "; then silence for " + text::DurationInWords(policy.cooldown_s);
+    return text;
+}
+
+std::string ProgressInWords(const CountTerms &terms, const ValueCount &count, int64_t now_s)
+{
+    std::string text = std::to_string(count.hits()) + " of " + std::to_string(terms.hits) +
+                       Within(terms.within_s) + SilenceInWords(terms, count, now_s);
+    if (const HeldBack &held = count.held_back(); held.reports > 0)
+        text += "; " + Plural(held.reports, "report") + " of " + Plural(held.hits, "hit") +
+                " held back so far";
+    return text;
+}
+
+std::string OutcomeInWords(const CountTerms &terms, const Outcome &outcome, const ValueCount &count,
+                           int64_t now_s)
+{
+    switch (outcome.kind) {
+    case Outcome::Kind::kReported:
+        return "it is reported, with " + Plural(outcome.hits, "hit") +
+               SilenceInWords(terms, count, now_s);
+    case Outcome::Kind::kHeldBack:
+        return "it would be reported, with " + Plural(outcome.hits, "hit") + ", and is held back" +
+               SilenceInWords(terms, count, now_s);
+    default:
+        return "it counts: " + ProgressInWords(terms, count, now_s);
+    }
+}
+
+} // namespace policy
