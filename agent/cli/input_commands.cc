@@ -213,7 +213,7 @@ void SetUpAdd(Parser &parser, Context &context)
     parser.Footer(OptionsHelp);
 }
 
-void SetUpSet(Parser &parser, Context &context)
+void SetUpSetInput(Parser &parser, Context &context)
 {
     InputOptions &options = SetUp<ChangeInput>(parser, context);
     parser.Add("name", options.name, "Its name").Required();
@@ -242,7 +242,7 @@ const std::vector<Command> kInputCommands = {
     {"input list", "Show what is read beside the system log", SetUpList},
     {"input show", "Show one input with its options", SetUpNamed<ShowInput>},
     {"input add", "Add an input; its entries count from now on", SetUpAdd},
-    {"input set", "Change options of an input; it goes on where it was", SetUpSet},
+    {"input set", "Change options of an input; it goes on where it was", SetUpSetInput},
     {"input test", "Show the last entries as the monitor gets them, and what is wrong",
      SetUpNamed<TestInput>},
     {"input remove", "Remove an input", SetUpNamed<RemoveInput>},

@@ -309,7 +309,7 @@ void SetUpGet(Parser &parser, Context &context)
     SetAction<GetValue>(parser, context, options);
 }
 
-void SetUpSet(Parser &parser, Context &context)
+void SetUpSetValue(Parser &parser, Context &context)
 {
     auto options = std::make_shared<RegOptions>();
     parser.Add("key", options->key, kKeyHelp).Required();
@@ -343,7 +343,7 @@ void SetUpList(Parser &parser, Context &context)
 
 const std::vector<Command> kRegistryCommands = {
     {"reg get", "Print a value", SetUpGet},
-    {"reg set", "Store a value; the monitor is not told", SetUpSet},
+    {"reg set", "Store a value; the monitor is not told", SetUpSetValue},
     {"reg delete", "Delete a value, or a key with all below it", SetUpDelete},
     {"reg list", "List a key", SetUpList},
 };

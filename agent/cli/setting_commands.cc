@@ -72,7 +72,7 @@ void SetUpGet(Parser &parser, Context &context)
     parser.Runs([&, options] { return GetSettings(context, *options); });
 }
 
-void SetUpSet(Parser &parser, Context &context)
+void SetUpSetSetting(Parser &parser, Context &context)
 {
     auto options = std::make_shared<SettingOptions>();
     parser.Add("setting", options->name, "One of " + SettingNames()).Required();
@@ -84,7 +84,7 @@ void SetUpSet(Parser &parser, Context &context)
 
 const std::vector<Command> kSettingCommands = {
     {"get", "Show settings", SetUpGet},
-    {"set", "Change a setting; a running monitor takes it at once", SetUpSet},
+    {"set", "Change a setting; a running monitor takes it at once", SetUpSetSetting},
 };
 
 } // namespace cli

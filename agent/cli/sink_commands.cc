@@ -502,7 +502,7 @@ void SetUpAdd(Parser &parser, Context &context)
     });
 }
 
-void SetUpSet(Parser &parser, Context &context)
+void SetUpSetSink(Parser &parser, Context &context)
 {
     SetUp<ChangeSink>(parser, context, [&](SinkOptions &options) {
         AddName(parser, options);
@@ -541,7 +541,7 @@ const std::vector<Command> kSinkCommands = {
     {"sink list", "Show where alerts go, and how far each sink has come", SetUpList},
     {"sink show", "Show one sink with its options and peers", SetUpNamed<ShowSink>},
     {"sink add", "Add a sink; it gets the alerts from now on", SetUpAdd},
-    {"sink set", "Change options of a sink; it goes on where it was", SetUpSet},
+    {"sink set", "Change options of a sink; it goes on where it was", SetUpSetSink},
     {"sink test", "Send a marked test alert and show the answer", SetUpNamed<TestSink>},
     {"sink remove", "Remove a sink", SetUpNamed<RemoveSink>},
     {"sink undelivered", "Show the alerts that a sink does not take although it takes others",
