@@ -1,7 +1,7 @@
 // What inputs cost, in processor time.
 //
-//   input_bench files [--lines=N]
-//       A file of N lines (1,000,000) of each usual form, from its beginning into the spool: lines a second. The lines
+//   input_bench files [--lines=N] [--form=FORM]
+//       A file of N lines (1,000,000) of each usual form, or of this one, from its beginning into the spool: lines a second. The lines
 //       imitate those of a busy mail host, 80 to 200 bytes behind the stamp; file and spool lie in memory where there
 //       is such a file system. The median of five runs, with smallest and largest.
 //   input_bench journal DIRECTORY
@@ -75,6 +75,15 @@ long NumberOf(int argc, char **argv, const char *option, long otherwise)
     return otherwise;
 }
 
+std::string TextOf(int argc, char **argv, const char *option)
+{
+    for (int i = 2; i < argc; ++i) {
+        if (strncmp(argv[i], option, strlen(option)) == 0)
+            return argv[i] + strlen(option);
+    }
+    return {};
+}
+
 // ---- files ----
 
 std::string StampOf(const std::string &form, time_t moment)
@@ -130,10 +139,12 @@ double SecondsOfFile(const fs::path &log, const fs::path &spool_path)
     return ProcessorSeconds() - begin;
 }
 
-int MeasureFiles(long lines)
+int MeasureFiles(long lines, const std::string &only)
 {
     const Folder folder;
     for (const char *form : {"traditional", "rfc3339", "rfc5424", "epoch", "none"}) {
+        if (!only.empty() && only != form)
+            continue;
         const fs::path log = folder.path / "mail.log";
         WriteLog(log, form, lines);
         std::vector<double> rates;
@@ -213,13 +224,16 @@ int main(int argc, char **argv)
 {
     const std::string what = argc > 1 ? argv[1] : "";
     if (what == "files")
-        return MeasureFiles(NumberOf(argc, argv, "--lines=", 1000000));
+        return MeasureFiles(NumberOf(argc, argv, "--lines=", 1000000),
+                            TextOf(argc, argv, "--form="));
     if (what == "journal" && argc > 2)
         return MeasureJournal(argv[2]);
     if (what == "idle")
         return MeasureIdle(NumberOf(argc, argv, "--files=", 500),
                            NumberOf(argc, argv, "--seconds=", 60));
-    fprintf(stderr, "usage: input_bench files [--lines=N] | journal DIRECTORY | idle [--files=N] "
-                    "[--seconds=N]\n");
+    fprintf(
+        stderr,
+        "usage: input_bench files [--lines=N] [--form=FORM] | journal DIRECTORY | idle [--files=N] "
+        "[--seconds=N]\n");
     return 2;
 }

@@ -156,6 +156,8 @@ ReadStep FollowedFile::Read(EntryReader *reader, const ReadingTime &reading, Ste
     const auto before = static_cast<size_t>(place_.tail.length);
     const std::string_view bytes = std::string_view(window_).substr(before);
     const Ending ending = EndingAt(*reader, now);
+    if (!at_end_) // much will come: so it is not copied each time that it has grown
+        batch->text.reserve(kFullBatch + kChunk);
     const size_t used = TakeRecords(bytes, ending, reader, reading, batch);
     if (used > 0) {
         MovePlace(&place_, place_.offset + used, window_base_, window_);

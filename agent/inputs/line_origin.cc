@@ -1,5 +1,6 @@
 #include "agent/inputs/line_origin.h"
 
+#include "agent/inputs/byte_set.h"
 #include "agent/inputs/stamp_formats.h"
 
 namespace inputs {
@@ -9,9 +10,13 @@ namespace {
 // Longer names of programs are none. rsyslog cuts them at 32 bytes, journald does not.
 constexpr size_t kLongestProgram = 128;
 
+constexpr ByteSet kEndOfProgram(":[ ");
+constexpr ByteSet kEndOfPid("] ");
+constexpr ByteSet kNotInHosts("[](){}<>=,;\"'|/\\");
+
 std::string_view FirstWord(std::string_view text)
 {
-    return text.substr(0, text.find(' '));
+    return text.substr(0, FindByte(text, ' '));
 }
 
 std::string_view Behind(std::string_view text, size_t length)
@@ -23,12 +28,12 @@ std::string_view Behind(std::string_view text, size_t length)
 // "sshd" of "sshd[77]: Accepted", with what stands behind the colon. False: no program is named.
 bool SplitProgram(std::string_view text, LineOrigin *origin)
 {
-    const size_t end = text.substr(0, kLongestProgram).find_first_of(":[ ");
+    const size_t end = kEndOfProgram.FindIn(text.substr(0, kLongestProgram));
     if (end == std::string_view::npos || end == 0 || text[end] == ' ')
         return false;
     size_t colon = end;
     if (text[end] == '[') {
-        const size_t close = text.find_first_of("] ", end);
+        const size_t close = kEndOfPid.FindIn(text, end);
         if (close == std::string_view::npos || text[close] != ']')
             return false;
         colon = close + 1;
@@ -64,12 +69,10 @@ LineOrigin OriginOfLine(std::string_view line)
     return OriginOfBody(Behind(line, stamp.end));
 }
 
-bool IsSyslogBody(std::string_view body)
+bool IsOfSyslog(const LineOrigin &origin)
 {
-    const LineOrigin origin = OriginOfBody(body);
-    constexpr std::string_view kNotInHosts = "[](){}<>=,;\"'|/\\";
     return !origin.host.empty() && !origin.program.empty() && !origin.host.ends_with(':') &&
-           origin.host.find_first_of(kNotInHosts) == std::string_view::npos;
+           kNotInHosts.FindIn(origin.host) == std::string_view::npos;
 }
 
 } // namespace inputs

@@ -20,9 +20,9 @@ LineOrigin OriginOfBody(std::string_view body);
 // Of a whole line that begins with a traditional stamp. Without one, all is message.
 LineOrigin OriginOfLine(std::string_view line);
 
-// Does the text look like that form for certain, so that it is not taken for one by accident? Then
-// its second word is a program's name with a colon behind it.
-bool IsSyslogBody(std::string_view body);
+// Did the text look like that form for certain, so that it is not taken for one by accident? Then its second word is
+// a program's name with a colon behind it.
+bool IsOfSyslog(const LineOrigin &origin);
 
 } // namespace inputs
 

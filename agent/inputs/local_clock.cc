@@ -75,8 +75,29 @@ CalendarTime LocalClock::At(int64_t seconds)
         hour_ = hour;
         offset_ = OffsetAt(hour * kHour);
         is_steady_ = OffsetAt((hour + 1) * kHour - 1) == offset_;
+        work_.zone_lookups += 2;
     }
-    return CalendarOf(seconds + (is_steady_ ? offset_ : OffsetAt(seconds)));
+    if (is_steady_)
+        return InHour(seconds + offset_);
+    ++work_.zone_lookups;
+    return InHour(seconds + OffsetAt(seconds));
+}
+
+// `local`: seconds since 1970 as the clocks of the zone count them. Lines that follow each other are of the same hour,
+// whose calendar differs in minutes and seconds only.
+CalendarTime LocalClock::InHour(int64_t local)
+{
+    const int64_t hour = FloorDivide(local, kHour);
+    if (hour != calendar_hour_) {
+        calendar_hour_ = hour;
+        calendar_ = CalendarOf(hour * kHour);
+        ++work_.calendars;
+    }
+    const auto of_hour = static_cast<int>(local - hour * kHour);
+    CalendarTime time = calendar_;
+    time.minute = of_hour / 60;
+    time.second = of_hour % 60;
+    return time;
 }
 
 void LocalClock::LookUpZone()

@@ -1,9 +1,12 @@
 #include "agent/inputs/rendering.h"
 
+#include <array>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 
+#include "agent/inputs/byte_set.h"
 #include "agent/inputs/line_origin.h"
 #include "agent/inputs/protected_words.h"
 #include "platform/contract.h"
@@ -35,26 +38,34 @@ bool IsRecent(const CalendarTime &stamp, const CalendarTime &now)
     return back == 0 || back == 1;
 }
 
-void WriteTwoDigits(int number, char blank, char *out)
+constexpr auto kTwoDigits = [] {
+    std::array<char, 200> text{};
+    for (size_t i = 0; i < 100; ++i) {
+        text[2 * i] = static_cast<char>('0' + i / 10);
+        text[2 * i + 1] = static_cast<char>('0' + i % 10);
+    }
+    return text;
+}();
+
+void WriteTwoDigits(int number, char *out)
 {
-    out[0] = number < 10 ? blank : static_cast<char>('0' + number / 10);
-    out[1] = static_cast<char>('0' + number % 10);
+    memcpy(out, kTwoDigits.data() + 2 * number, 2);
 }
 
 void AppendStamp(const CalendarTime &time, std::string *text)
 {
     char stamp[kStampLength] = {};
-    const char *month = kMonthNames[time.month - 1];
-    for (int i = 0; i < 3; ++i)
-        stamp[i] = month[i];
+    memcpy(stamp, kMonthNames[time.month - 1], 3);
     stamp[3] = ' ';
-    WriteTwoDigits(time.day, ' ', stamp + 4);
+    WriteTwoDigits(time.day, stamp + 4);
+    if (stamp[4] == '0')
+        stamp[4] = ' ';
     stamp[6] = ' ';
-    WriteTwoDigits(time.hour, '0', stamp + 7);
+    WriteTwoDigits(time.hour, stamp + 7);
     stamp[9] = ':';
-    WriteTwoDigits(time.minute, '0', stamp + 10);
+    WriteTwoDigits(time.minute, stamp + 10);
     stamp[12] = ':';
-    WriteTwoDigits(time.second, '0', stamp + 13);
+    WriteTwoDigits(time.second, stamp + 13);
     stamp[15] = ' ';
     text->append(stamp, sizeof stamp);
 }
@@ -65,28 +76,34 @@ bool IsControl(char byte)
     return value < 0x20 || value == 0x7f;
 }
 
-// The sign bit of each byte of a word that is a control character, and perhaps of others above one that is.
-uint64_t ControlsIn(uint64_t word)
+// Of a block of fixed length, which the compiler makes a few instructions of.
+template <size_t size>
+bool BlockHasControls(const char *block)
 {
-    constexpr uint64_t kEach = 0x0101010101010101U;
-    constexpr uint64_t kSigns = kEach * 0x80U;
-    const uint64_t low = (word - kEach * 0x20U) & ~word;
-    const uint64_t deleted = word ^ (kEach * 0x7FU);
-    return (low | ((deleted - kEach) & ~deleted)) & kSigns;
+    unsigned char found = 0;
+    for (size_t i = 0; i < size; ++i)
+        found |= static_cast<unsigned char>(IsControl(block[i]));
+    return found != 0;
 }
 
-// By eight bytes at a time: of all that is done with a line, this looks at each of them.
+// Of a text of at least one block: by blocks, of which the last one may overlap the one before.
+template <size_t size>
+bool HasControlsIn(std::string_view text)
+{
+    bool found = BlockHasControls<size>(text.data() + text.size() - size);
+    for (size_t at = 0; at + size < text.size(); at += size)
+        found |= BlockHasControls<size>(text.data() + at);
+    return found;
+}
+
+// Of all that is done with a line, this looks at each of its bytes.
 bool HasControls(std::string_view text)
 {
-    uint64_t found = 0;
-    size_t at = 0;
-    for (uint64_t word = 0; at + sizeof word <= text.size(); at += sizeof word) {
-        memcpy(&word, text.data() + at, sizeof word);
-        found |= ControlsIn(word);
-    }
-    for (; at < text.size(); ++at)
-        found |= IsControl(text[at]) ? 1U : 0U;
-    return found != 0;
+    if (text.size() >= 32)
+        return HasControlsIn<32>(text);
+    if (text.size() >= 8)
+        return HasControlsIn<8>(text);
+    return !text.empty() && HasControlsIn<1>(text);
 }
 
 // Appends it with R1.
@@ -163,7 +180,7 @@ void AppendRepeats(const CalendarTime &time, int times, std::string *text)
 // Takes a word and the blank behind it off the text. RFC 5424 writes "-" for one that is missing.
 std::string_view TakeField(std::string_view *text)
 {
-    const size_t end = text->find(' ');
+    const size_t end = FindByte(*text, ' ');
     const std::string_view word = text->substr(0, end);
     text->remove_prefix(end == std::string_view::npos ? text->size() : end + 1);
     return word == "-" ? std::string_view{} : word;
@@ -204,15 +221,18 @@ void AppendOrigin(std::string_view host, std::string_view program, std::string_v
     *text += ": ";
 }
 
-// Does the rest of a line with such a stamp name a host and a program by itself? Programs that write
-// their own logs use ISO stamps, too, but seldom with the "T" and the zone that syslog daemons write.
-bool HasOrigin(const FoundStamp &stamp, std::string_view rest)
+// The host and the program that the rest of a line with such a stamp names by itself. Programs that write their own logs
+// use ISO stamps, too, but seldom with the "T" and the zone that syslog daemons write.
+std::optional<LineOrigin> OriginBehind(const FoundStamp &stamp, std::string_view rest)
 {
     if (stamp.format == StampFormat::kTraditional)
-        return true;
+        return OriginOfBody(rest);
     constexpr size_t kDateLength = 10;
-    return stamp.format == StampFormat::kRfc3339 && stamp.has_zone &&
-           stamp.own_text[kDateLength] != ' ' && IsSyslogBody(rest);
+    if (stamp.format != StampFormat::kRfc3339 || !stamp.has_zone ||
+        stamp.own_text[kDateLength] == ' ')
+        return std::nullopt;
+    const LineOrigin origin = OriginOfBody(rest);
+    return IsOfSyslog(origin) ? std::optional(origin) : std::nullopt;
 }
 
 // "2026-11-21T10:00:01Z"
@@ -287,10 +307,9 @@ Rendering RenderRecord(std::string_view record, const LineForm &form, const Read
         message = rest;
         AppendOrigin(header.host.empty() ? form.host : header.host,
                      program.empty() ? form.identifier : program, header.pid, text);
-    } else if (HasOrigin(stamp, rest)) {
-        const LineOrigin origin = OriginOfBody(rest);
-        program = origin.program;
-        message = origin.message;
+    } else if (const auto origin = OriginBehind(stamp, rest)) {
+        program = origin->program;
+        message = origin->message;
     } else {
         AppendOrigin(form.host, form.identifier, {}, text);
     }

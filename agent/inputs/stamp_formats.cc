@@ -3,6 +3,8 @@
 #include <array>
 #include <charconv>
 
+#include "agent/inputs/byte_set.h"
+
 namespace inputs {
 
 namespace {
@@ -22,6 +24,12 @@ constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
 // Digits of seconds and of milliseconds since 1970, from 2001 to 2286.
 constexpr size_t kSecondsDigits = 10;
 constexpr size_t kMillisecondsDigits = 13;
+
+constexpr ByteSet kZulu("Zz");
+constexpr ByteSet kSigns("+-");
+constexpr ByteSet kBeforeTime("Tt ");
+constexpr ByteSet kBeforeParts(".,"); // of a second
+constexpr ByteSet kBehindEpoch(":,");
 
 bool IsDigit(char byte)
 {
@@ -48,26 +56,36 @@ class Cursor {
         ++at_;
         return true;
     }
-    bool TakeOneOf(std::string_view bytes)
+    bool TakeOneOf(const ByteSet &bytes)
     {
-        if (AtEnd() || bytes.find(text_[at_]) == std::string_view::npos)
+        if (AtEnd() || !bytes.Has(text_[at_]))
             return false;
         ++at_;
         return true;
     }
-    // Exactly so many digits.
-    bool TakeNumber(size_t digits, int *number)
+    // Of exactly two digits, or of four.
+    bool TakeTwo(int *number)
     {
-        if (text_.size() - at_ < digits)
+        if (text_.size() - at_ < 2 || !IsDigit(text_[at_]) || !IsDigit(text_[at_ + 1]))
             return false;
-        int value = 0;
-        for (size_t i = at_; i < at_ + digits; ++i) {
-            if (!IsDigit(text_[i]))
-                return false;
-            value = value * 10 + (text_[i] - '0');
-        }
-        at_ += digits;
-        *number = value;
+        *number = (text_[at_] - '0') * 10 + (text_[at_ + 1] - '0');
+        at_ += 2;
+        return true;
+    }
+    bool TakeFour(int *number)
+    {
+        int hundreds = 0;
+        int rest = 0;
+        if (!TakeTwo(&hundreds) || !TakeTwo(&rest))
+            return false;
+        *number = hundreds * 100 + rest;
+        return true;
+    }
+    bool TakeDigit(int *number)
+    {
+        if (!IsDigit(Next()))
+            return false;
+        *number = text_[at_++] - '0';
         return true;
     }
     std::string_view TakeDigits()
@@ -80,8 +98,8 @@ class Cursor {
     std::string_view TakeWord()
     {
         const size_t begin = at_;
-        while (!AtEnd() && text_[at_] != ' ')
-            ++at_;
+        const size_t length = FindByte(text_.substr(begin), ' ');
+        at_ = length == std::string_view::npos ? text_.size() : begin + length;
         return From(begin);
     }
     void SkipBlanks()
@@ -114,9 +132,8 @@ bool IsDate(const CalendarTime &time)
 
 bool TakeTimeOfDay(Cursor *cursor, CalendarTime *time)
 {
-    return cursor->TakeNumber(2, &time->hour) && cursor->Take(':') &&
-           cursor->TakeNumber(2, &time->minute) && cursor->Take(':') &&
-           cursor->TakeNumber(2, &time->second) && IsTimeOfDay(*time);
+    return cursor->TakeTwo(&time->hour) && cursor->Take(':') && cursor->TakeTwo(&time->minute) &&
+           cursor->Take(':') && cursor->TakeTwo(&time->second) && IsTimeOfDay(*time);
 }
 
 // "Nov 21 10:00:01", with a blank or a zero before a day of one digit.
@@ -134,8 +151,9 @@ std::optional<FoundStamp> FindTraditional(std::string_view line)
     if (!cursor.Take(' '))
         return std::nullopt;
     const bool one_digit = cursor.Take(' ');
-    if (!cursor.TakeNumber(one_digit ? 1 : 2, &time.day) || !cursor.Take(' ') ||
-        !TakeTimeOfDay(&cursor, &time) || !IsDate(time) || !cursor.AtBoundary())
+    const bool has_day = one_digit ? cursor.TakeDigit(&time.day) : cursor.TakeTwo(&time.day);
+    if (!has_day || !cursor.Take(' ') || !TakeTimeOfDay(&cursor, &time) || !IsDate(time) ||
+        !cursor.AtBoundary())
         return std::nullopt;
     found.format = StampFormat::kTraditional;
     found.own_text = line.substr(0, 3 + cursor.at());
@@ -148,17 +166,17 @@ std::optional<FoundStamp> FindTraditional(std::string_view line)
 bool TakeZone(Cursor *cursor, int *seconds_east)
 {
     *seconds_east = 0;
-    if (cursor->TakeOneOf("Zz"))
+    if (cursor->TakeOneOf(kZulu))
         return true;
     const bool is_west = cursor->Next() == '-';
-    if (!cursor->TakeOneOf("+-"))
+    if (!cursor->TakeOneOf(kSigns))
         return false;
     int hours = 0;
     int minutes = 0;
-    if (!cursor->TakeNumber(2, &hours))
+    if (!cursor->TakeTwo(&hours))
         return false;
     const bool has_minutes = cursor->Take(':') || IsDigit(cursor->Next());
-    if (has_minutes && !cursor->TakeNumber(2, &minutes))
+    if (has_minutes && !cursor->TakeTwo(&minutes))
         return false;
     *seconds_east = (hours * 3600 + minutes * 60) * (is_west ? -1 : 1);
     return hours <= 23 && minutes <= 59;
@@ -169,12 +187,11 @@ std::optional<FoundStamp> FindRfc3339(std::string_view line)
     Cursor cursor(line);
     FoundStamp found;
     CalendarTime &time = found.calendar;
-    if (!cursor.TakeNumber(4, &time.year) || !cursor.Take('-') ||
-        !cursor.TakeNumber(2, &time.month) || !cursor.Take('-') ||
-        !cursor.TakeNumber(2, &time.day) || !cursor.TakeOneOf("Tt ") ||
+    if (!cursor.TakeFour(&time.year) || !cursor.Take('-') || !cursor.TakeTwo(&time.month) ||
+        !cursor.Take('-') || !cursor.TakeTwo(&time.day) || !cursor.TakeOneOf(kBeforeTime) ||
         !TakeTimeOfDay(&cursor, &time) || !IsDate(time))
         return std::nullopt;
-    if (cursor.TakeOneOf(".,") && cursor.TakeDigits().empty())
+    if (cursor.TakeOneOf(kBeforeParts) && cursor.TakeDigits().empty())
         return std::nullopt;
     int seconds_east = 0;
     if (cursor.Next() == 'Z' || cursor.Next() == 'z' || cursor.Next() == '+' ||
@@ -237,7 +254,7 @@ std::optional<FoundStamp> FindEpoch(std::string_view line)
     found.moment = is_seconds ? number : number / 1000;
     found.has_zone = true;
     found.own_text = line.substr(0, cursor.at());
-    cursor.TakeOneOf(":,");
+    cursor.TakeOneOf(kBehindEpoch);
     cursor.SkipBlanks();
     found.end = cursor.at();
     return found;

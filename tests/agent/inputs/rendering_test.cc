@@ -273,6 +273,15 @@ TEST_F(RenderingTest, TheClockOfTheCalendarAgreesWithTheCLibrary)
     }
 }
 
+TEST_F(RenderingTest, TheClockLooksUpAnHourOnce)
+{
+    inputs::LocalClock clock;
+    for (int64_t second = 0; second < 3600; ++second)
+        clock.At(1795255200 + second); // a full hour, in zones of whole hours
+    EXPECT_EQ(2, clock.work().zone_lookups);
+    EXPECT_EQ(1, clock.work().calendars);
+}
+
 TEST(LineOrigin, IsTheHostAndTheProgramOfALine)
 {
     const auto origin = inputs::OriginOfLine("Nov 21 10:00:01 web07 sshd[77]: Accepted");
