@@ -17,17 +17,15 @@
 
 #include <functional>
 #include <map>
-#include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "agent/inputs/batch.h"
-#include "agent/inputs/change_watch.h"
 #include "agent/inputs/folder_view.h"
-#include "agent/inputs/followed_file.h"
-#include "agent/inputs/rotated_names.h"
+#include "agent/inputs/followed_files.h"
+#include "agent/inputs/log_names.h"
+#include "agent/inputs/rotation.h"
 
 namespace inputs {
 
@@ -52,16 +50,12 @@ struct PlaceInFile {
 };
 using FindPlace = std::function<std::optional<PlaceInFile>(LogContent *content)>;
 
-// A row of the stored places.
-struct StoredPlace {
-    int64_t number = 0;
-    std::string text;
-};
-
 class FileFollower {
   public:
     // Goes on from the stored places. Throws host::Error for options that cannot be used.
     FileFollower(FollowOptions options, const std::vector<StoredPlace> &places);
+    FileFollower(const FileFollower &) = delete;
+    FileFollower &operator=(const FileFollower &) = delete;
 
     // Without stored places: what is there now is passed over, unless the input says otherwise. That it was done is a
     // place as well, so that a file that comes before the first reading is not passed over.
@@ -84,7 +78,7 @@ class FileFollower {
     void StorePlaces(Batch *batch);
 
     // To be polled for POLLIN; then TakeChanges.
-    [[nodiscard]] int ChangesFd() const { return watch_.fd(); }
+    [[nodiscard]] int ChangesFd() const { return files_.watch().fd(); }
     void TakeChanges();
     // When Look and Read are to be called at the latest.
     [[nodiscard]] SteadyTime Next() const;
@@ -97,7 +91,6 @@ class FileFollower {
     [[nodiscard]] std::vector<std::string> Problems() const;
 
   private:
-    using Files = std::map<int64_t, FollowedFile>;
     using Names = std::map<std::string, FileIdentity>; // by path
 
     struct Beginning {
@@ -107,61 +100,30 @@ class FileFollower {
     };
     std::vector<Beginning> NewestFirst(const FolderView &view);
     bool BeginIn(const Beginning &file, const FindPlace &find);
-    void LocateAll(const FolderView &view);
-    void FollowNewLogs(const FolderView &view);
-    void Settle(const FolderView &view, SteadyTime now);
-    void SeekMissing(std::map<std::string, FileLook> *candidates, SteadyTime now);
-    [[nodiscard]] bool SomethingIsMissing() const;
-    [[nodiscard]] Names NamesThatMatter(const FolderView &view) const;
-    struct RotatedOf {
-        NameKind kind = NameKind::kOther;
-        std::string log; // its path
-    };
-    [[nodiscard]] RotatedOf Rotated(const std::string &path) const;
-    void WantGrown(const FolderView &view);
-    bool FindContentOf(FollowedFile *file, std::map<std::string, FileLook> *candidates);
-    static bool MayHold(LogContent *content, const FollowedFile &file);
-    void GiveUp(FollowedFile *file, const std::map<std::string, FileLook> &candidates,
-                SteadyTime now);
-    void DealWithEmptied(int64_t number, std::map<std::string, FileLook> *candidates);
-    bool FollowRotated(const std::map<std::string, FileLook> &candidates);
-    bool IsCopyInTheMaking(const std::string &path, const FileLook &look);
-    std::map<std::string, FileLook> Candidates(const FolderView &view);
-    FollowedFile &Add(Place place);
     void PassOver(const std::string &path, const std::string &log, const FileLook &look);
-    void Drop(int64_t number);
+    void LocateAll(const FolderView &view);
+    void Follow(Place place);
+    void FollowNewLogs(const FolderView &view);
+    [[nodiscard]] Names NamesThatMatter(const FolderView &view) const;
+    void WantGrown(const FolderView &view);
     void ReadOne(FollowedFile *file, const ReadingTime &reading, SteadyTime now, Batch *batch);
-    [[nodiscard]] std::optional<std::string> LogOfRotated(const std::string &path) const;
-    [[nodiscard]] bool IsLive(const std::string &path) const;
-    [[nodiscard]] std::set<FileIdentity> KnownFiles() const;
 
     FollowOptions options_;
     LocalClock clock_;
     EntryReader reader_;
-    ChangeWatch watch_;
-    Files files_;
-    int64_t next_number_ = 1;
-    std::set<int64_t> forgotten_; // places that are to be removed from the store
-    std::vector<Loss> losses_;
+    FollowedFiles files_;
+    LogNamesByFolder logs_;
+    Rotation rotation_;
 
     FolderView view_;         // at the last look
     SteadyTime view_since_{}; // since when the names are like that
     SteadyTime look_at_{};    // when to look again although nothing was told
     bool has_begun_ = false;  // and that is not stored yet
     bool names_changed_ = true;
-    bool is_settled_ = false;              // these names leave no question open
-    bool is_catching_up_ = false;          // and nothing was looked at since that was asked for
-    bool names_are_steady_ = false;        // at the last look
-    Names names_;                          // those of it that matter
-    std::map<std::string, LogNames> logs_; // by folder: the names that are written to
-    struct Held {
-        uint64_t size;
-        int64_t changed_ns;
-        bool operator==(const Held &) const = default;
-    };
-    std::map<FileIdentity, Held> held_;           // copies in the making, as they were looked at
-    std::map<FileIdentity, Held> damaged_;        // candidates that cannot be read
-    std::map<std::string, std::string> problems_; // by path
+    bool is_settled_ = false;       // these names leave no question open
+    bool is_catching_up_ = false;   // and nothing was looked at since that was asked for
+    bool names_are_steady_ = false; // at the last look
+    Names names_;                   // those of it that matter
     int64_t last_wall_seconds_ = 0;
 };
 

@@ -568,6 +568,24 @@ TEST_F(FollowerTest, ALineOfManyMegabytesTakesNoMemory)
     EXPECT_EQ("next", read[1]);
 }
 
+// With hundreds of megabytes to read, the copies would cost as much as everything else.
+TEST_F(FollowerTest, TheBatchOfALongLogIsNotCopiedAsItGrows)
+{
+    const size_t full = size_t{8} * 1024 * 1024;
+    StartWith("a.log", "");
+    for (const size_t lines : {1U, 20000U}) {
+        std::string text;
+        for (size_t i = 0; i < lines; ++i)
+            text += LogLine("one");
+        Append("a.log", text);
+        inputs::Batch batch;
+        follower().TakeChanges();
+        follower().Read(wall_seconds, inputs::SteadyTime(std::chrono::hours(1001)), &batch);
+        EXPECT_EQ(text.size(), batch.text.size());
+        EXPECT_EQ(lines > 1, batch.text.capacity() >= full) << "a line or two take no megabytes";
+    }
+}
+
 TEST_F(FollowerTest, HundredsOfFilesAreFollowed)
 {
     for (int i = 0; i < 500; ++i)

@@ -1,0 +1,71 @@
+// What became of the files of an input, by what lies in their folders: the rules F3 to F5 of file_follower.h.
+#ifndef AGENT_INPUTS_ROTATION_H
+#define AGENT_INPUTS_ROTATION_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "agent/inputs/batch.h"
+#include "agent/inputs/folder_view.h"
+#include "agent/inputs/followed_files.h"
+#include "agent/inputs/log_names.h"
+
+namespace inputs {
+
+// Files that nobody follows, by their paths.
+using Candidates = std::map<std::string, FileLook>;
+
+class Rotation {
+  public:
+    // `files` and `names` are the follower's, and outlive this.
+    Rotation(std::string input, FollowedFiles &files, const LogNamesByFolder &names)
+        : input_(std::move(input)), files_(files), names_(names)
+    {
+    }
+
+    // Files under names of rotated ones that nobody follows.
+    [[nodiscard]] Candidates Unknown(const FolderView &view) const;
+
+    // For names that are settled: finds what is missing among those, and follows those that were never seen. True: these
+    // names leave no question open.
+    bool Settle(const FolderView &view, SteadyTime now);
+
+    // Has something been found that another look at the folders has to decide? Asked once.
+    bool TakeWantsLook() { return std::exchange(wants_look_, false); }
+    // What was lost since the last call.
+    std::vector<Loss> TakeLosses() { return std::exchange(losses_, {}); }
+
+    // What cannot be read, and why, by path: as found by the last Settle, and by the follower itself.
+    [[nodiscard]] const std::map<std::string, std::string> &problems() const { return problems_; }
+    void AddProblem(const std::string &path, const std::string &problem)
+    {
+        problems_[path] = problem;
+    }
+
+  private:
+    void SeekMissing(Candidates *candidates, SteadyTime now);
+    bool FindContentOf(FollowedFile *file, Candidates *candidates);
+    void GiveUp(FollowedFile *file, const Candidates &candidates, SteadyTime now);
+    void DealWithEmptied(int64_t number, Candidates *candidates);
+    bool FollowRotated(const Candidates &candidates);
+    bool IsCopyInTheMaking(const std::string &path, const FileLook &look);
+
+    std::string input_;
+    FollowedFiles &files_;
+    const LogNamesByFolder &names_;
+    bool wants_look_ = false;
+    std::vector<Loss> losses_;
+    struct Held {
+        uint64_t size;
+        int64_t changed_ns;
+        bool operator==(const Held &) const = default;
+    };
+    std::map<FileIdentity, Held> held_;    // copies in the making, as they were looked at
+    std::map<FileIdentity, Held> damaged_; // candidates that cannot be read
+    std::map<std::string, std::string> problems_;
+};
+
+} // namespace inputs
+
+#endif // AGENT_INPUTS_ROTATION_H
