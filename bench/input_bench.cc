@@ -6,6 +6,7 @@
 //       is such a file system. The median of five runs, with smallest and largest.
 //   input_bench journal DIRECTORY
 //       All entries of the journal files there, beside journalctl -o short of the same: entries a second of each.
+//       bench/journal.py makes such a journal.
 //   input_bench idle [--files=N] [--seconds=N]
 //       What a thread costs that follows N files (500) to which nobody writes, for so long (60): percent of a core.
 #include <algorithm>

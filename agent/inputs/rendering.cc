@@ -247,7 +247,7 @@ std::string IsoText(int64_t seconds)
 
 // One line that is being rendered: where it begins, and with which stamp.
 struct Line {
-    CalendarTime time;
+    const CalendarTime &time;
     size_t begin;
 };
 
@@ -289,14 +289,18 @@ Rendering RenderRecord(std::string_view record, const LineForm &form, const Read
     const FoundStamp stamp = FindStamp(record, form.format);
     std::string_view rest = record.substr(stamp.end);
     Rendering rendering;
-    Line line{reading.local(), text->size()};
-    if (stamp.moment || stamp.calendar.month != 0) {
-        const CalendarTime own = stamp.moment ? clock->At(*stamp.moment) : stamp.calendar;
-        if (reading.Takes(own))
-            line.time = own;
-        else
-            rendering.own_stamp = stamp.own_text;
+    CalendarTime moment;
+    const CalendarTime *own = nullptr; // not copied: see stamp_formats.cc
+    if (stamp.moment) {
+        moment = clock->At(*stamp.moment);
+        own = &moment;
+    } else if (stamp.calendar.month != 0) {
+        own = &stamp.calendar;
     }
+    const bool keeps = own != nullptr && reading.Takes(*own);
+    if (own != nullptr && !keeps)
+        rendering.own_stamp = stamp.own_text;
+    const Line line{keeps ? *own : reading.local(), text->size()};
     AppendStamp(line.time, text);
 
     std::string_view program;

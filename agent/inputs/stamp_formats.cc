@@ -95,13 +95,6 @@ class Cursor {
             ++at_;
         return From(begin);
     }
-    std::string_view TakeWord()
-    {
-        const size_t begin = at_;
-        const size_t length = FindByte(text_.substr(begin), ' ');
-        at_ = length == std::string_view::npos ? text_.size() : begin + length;
-        return From(begin);
-    }
     void SkipBlanks()
     {
         while (Next() == ' ' || Next() == '\t')
@@ -136,30 +129,32 @@ bool TakeTimeOfDay(Cursor *cursor, CalendarTime *time)
            cursor->Take(':') && cursor->TakeTwo(&time->second) && IsTimeOfDay(*time);
 }
 
+// Each of these fills a stamp that is empty, and returns whether there is one; without, what it has left in it is good for
+// nothing. They write into the caller's: copying a stamp just behind its making is slower than the making.
+
 // "Nov 21 10:00:01", with a blank or a zero before a day of one digit.
-std::optional<FoundStamp> FindTraditional(std::string_view line)
+bool FindTraditional(std::string_view line, FoundStamp *found)
 {
     if (line.size() < 3)
-        return std::nullopt;
+        return false;
     const size_t month = kMonths.find(line.substr(0, 3));
     if (month == std::string_view::npos || month % 3 != 0)
-        return std::nullopt;
+        return false;
     Cursor cursor(line.substr(3));
-    FoundStamp found;
-    CalendarTime &time = found.calendar;
+    CalendarTime &time = found->calendar;
     time.month = static_cast<int>(month / 3) + 1;
     if (!cursor.Take(' '))
-        return std::nullopt;
+        return false;
     const bool one_digit = cursor.Take(' ');
     const bool has_day = one_digit ? cursor.TakeDigit(&time.day) : cursor.TakeTwo(&time.day);
     if (!has_day || !cursor.Take(' ') || !TakeTimeOfDay(&cursor, &time) || !IsDate(time) ||
         !cursor.AtBoundary())
-        return std::nullopt;
-    found.format = StampFormat::kTraditional;
-    found.own_text = line.substr(0, 3 + cursor.at());
+        return false;
+    found->format = StampFormat::kTraditional;
+    found->own_text = line.substr(0, 3 + cursor.at());
     cursor.SkipBlanks();
-    found.end = 3 + cursor.at();
-    return found;
+    found->end = 3 + cursor.at();
+    return true;
 }
 
 // "Z", "+01:00", "-0530", "+02". False when something else stands there, which is no zone.
@@ -182,82 +177,77 @@ bool TakeZone(Cursor *cursor, int *seconds_east)
     return hours <= 23 && minutes <= 59;
 }
 
-std::optional<FoundStamp> FindRfc3339(std::string_view line)
+bool FindRfc3339(std::string_view line, FoundStamp *found)
 {
     Cursor cursor(line);
-    FoundStamp found;
-    CalendarTime &time = found.calendar;
+    CalendarTime &time = found->calendar;
     if (!cursor.TakeFour(&time.year) || !cursor.Take('-') || !cursor.TakeTwo(&time.month) ||
         !cursor.Take('-') || !cursor.TakeTwo(&time.day) || !cursor.TakeOneOf(kBeforeTime) ||
         !TakeTimeOfDay(&cursor, &time) || !IsDate(time))
-        return std::nullopt;
+        return false;
     if (cursor.TakeOneOf(kBeforeParts) && cursor.TakeDigits().empty())
-        return std::nullopt;
+        return false;
     int seconds_east = 0;
     if (cursor.Next() == 'Z' || cursor.Next() == 'z' || cursor.Next() == '+' ||
         cursor.Next() == '-') {
         if (!TakeZone(&cursor, &seconds_east))
-            return std::nullopt;
-        found.has_zone = true;
-        found.moment = SecondsOf(time) - seconds_east;
+            return false;
+        found->has_zone = true;
+        found->moment = SecondsOf(time) - seconds_east;
     }
     if (!cursor.AtBoundary())
-        return std::nullopt;
-    found.format = StampFormat::kRfc3339;
-    found.own_text = line.substr(0, cursor.at());
+        return false;
+    found->format = StampFormat::kRfc3339;
+    found->own_text = line.substr(0, cursor.at());
     cursor.SkipBlanks();
-    found.end = cursor.at();
-    return found;
+    found->end = cursor.at();
+    return true;
 }
 
 // "1 " and a stamp, or "-" for none, behind the priority.
-std::optional<FoundStamp> FindRfc5424(std::string_view line)
+bool FindRfc5424(std::string_view line, FoundStamp *found)
 {
-    Cursor cursor(line);
-    if (!cursor.Take('1') || !cursor.Take(' '))
-        return std::nullopt;
-    const size_t begin = cursor.at();
-    const std::string_view stamp = cursor.TakeWord();
-    FoundStamp found;
-    if (stamp != "-") {
-        const auto moment = FindRfc3339(stamp);
-        if (!moment || !moment->has_zone || moment->own_text.size() != stamp.size())
-            return std::nullopt;
-        found = *moment;
-    }
-    if (!cursor.Take(' '))
-        return std::nullopt;
-    found.format = StampFormat::kRfc5424;
-    found.own_text = line.substr(begin, stamp.size());
-    found.end = cursor.at();
-    return found;
+    constexpr std::string_view kVersion = "1 ";
+    if (!line.starts_with(kVersion))
+        return false;
+    const std::string_view rest = line.substr(kVersion.size());
+    if (rest.starts_with('-'))
+        found->own_text = rest.substr(0, 1);
+    else if (!FindRfc3339(rest, found) || !found->has_zone)
+        return false;
+    // The stamp is one whole word.
+    if (FindByte(found->own_text, ' ') != std::string_view::npos ||
+        !rest.substr(found->own_text.size()).starts_with(' '))
+        return false;
+    found->format = StampFormat::kRfc5424;
+    found->end = kVersion.size() + found->own_text.size() + 1;
+    return true;
 }
 
-std::optional<FoundStamp> FindEpoch(std::string_view line)
+bool FindEpoch(std::string_view line, FoundStamp *found)
 {
     Cursor cursor(line);
     const bool in_brackets = cursor.Take('[');
     const std::string_view digits = cursor.TakeDigits();
     const bool is_seconds = digits.size() == kSecondsDigits;
     if (!is_seconds && digits.size() != kMillisecondsDigits)
-        return std::nullopt;
+        return false;
     int64_t number = 0;
     std::from_chars(digits.data(), digits.data() + digits.size(), number);
     if (is_seconds && cursor.Take('.') && cursor.TakeDigits().empty())
-        return std::nullopt;
+        return false;
     if (in_brackets && !cursor.Take(']'))
-        return std::nullopt;
+        return false;
     if (!cursor.AtBoundary())
-        return std::nullopt;
-    FoundStamp found;
-    found.format = StampFormat::kEpoch;
-    found.moment = is_seconds ? number : number / 1000;
-    found.has_zone = true;
-    found.own_text = line.substr(0, cursor.at());
+        return false;
+    found->format = StampFormat::kEpoch;
+    found->moment = is_seconds ? number : number / 1000;
+    found->has_zone = true;
+    found->own_text = line.substr(0, cursor.at());
     cursor.TakeOneOf(kBehindEpoch);
     cursor.SkipBlanks();
-    found.end = cursor.at();
-    return found;
+    found->end = cursor.at();
+    return true;
 }
 
 // The length of a priority at the beginning of the line, "<0>" to "<191>"; 0: there is none.
@@ -271,37 +261,41 @@ size_t PriorityLength(std::string_view line)
     return !digits.empty() && digits.size() <= kLongest && cursor.Take('>') ? cursor.at() : 0;
 }
 
-std::optional<FoundStamp> Find(std::string_view line, StampFormat format)
+bool Find(std::string_view line, StampFormat format, FoundStamp *found)
 {
     switch (format) {
     case StampFormat::kTraditional:
-        return FindTraditional(line);
+        return FindTraditional(line, found);
     case StampFormat::kRfc3339:
-        return FindRfc3339(line);
+        return FindRfc3339(line, found);
     case StampFormat::kRfc5424:
-        return FindRfc5424(line);
+        return FindRfc5424(line, found);
     case StampFormat::kEpoch:
-        return FindEpoch(line);
+        return FindEpoch(line, found);
     default:
-        return std::nullopt;
+        return false;
     }
 }
 
+// Of a format of which the last try has found no stamp.
+bool FindInstead(std::string_view line, StampFormat format, FoundStamp *found)
+{
+    *found = {};
+    return Find(line, format, found);
+}
+
 // Lines of most logs can be told apart by their first byte.
-std::optional<FoundStamp> FindAny(std::string_view line, bool has_priority)
+bool FindAny(std::string_view line, bool has_priority, FoundStamp *found)
 {
     if (line.empty())
-        return std::nullopt;
+        return false;
     if (line[0] >= 'A' && line[0] <= 'S') // from Apr to Sep
-        return FindTraditional(line);
+        return FindTraditional(line, found);
     // Without a priority before it, "1 2026-..." is more likely somebody's own form.
-    if (has_priority) {
-        if (auto found = FindRfc5424(line))
-            return found;
-    }
-    if (auto found = FindRfc3339(line))
-        return found;
-    return FindEpoch(line);
+    if (has_priority && FindRfc5424(line, found))
+        return true;
+    return FindInstead(line, StampFormat::kRfc3339, found) ||
+           FindInstead(line, StampFormat::kEpoch, found);
 }
 
 } // namespace
@@ -325,15 +319,16 @@ std::string StampFormatNames()
 
 FoundStamp FindStamp(std::string_view line, StampFormat format)
 {
-    if (format == StampFormat::kNone)
-        return {};
+    FoundStamp found;
     const size_t priority = line.starts_with('<') ? PriorityLength(line) : 0;
     const std::string_view rest = line.substr(priority);
-    auto found = format == StampFormat::kAuto ? FindAny(rest, priority > 0) : Find(rest, format);
-    if (!found)
-        return {};
-    found->end += priority;
-    return *found;
+    const bool is_there = format == StampFormat::kAuto ? FindAny(rest, priority > 0, &found)
+                                                       : Find(rest, format, &found);
+    if (is_there)
+        found.end += priority;
+    else
+        found = {};
+    return found;
 }
 
 } // namespace inputs

@@ -97,6 +97,9 @@ TEST_F(RenderingTest, Rfc5424HasItsFieldsInTheirPlaces)
     EXPECT_EQ("Nov 21 11:00:01 here app: [a@1 b=\"c\"] said so\n",
               TextOf("<34>1 2026-11-21T10:00:01Z - - - - [a@1 b=\"c\"] said so"));
     EXPECT_EQ("Nov 21 12:00:00 web07 sshd: said so\n", TextOf("<34>1 - web07 sshd - - - said so"));
+    EXPECT_EQ("Nov 21 12:00:00 here app: <34>1 2026-11-21 10:00:01Z web07 sshd - - - said so\n",
+              TextOf("<34>1 2026-11-21 10:00:01Z web07 sshd - - - said so"))
+        << "its stamp is one word";
 }
 
 TEST_F(RenderingTest, SecondsAndMillisecondsSince1970AreStamps)
