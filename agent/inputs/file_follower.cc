@@ -185,6 +185,8 @@ void FileFollower::WantGrown(const FolderView &view)
         if (place.all || (place.done && place.packed) || !file.is_present ||
             found == view.files.end())
             continue;
+        if (file.IsDamaged(found->second))
+            continue;
         if (!file.problem.empty() || found->second.size != place.offset ||
             (!file.IsOpen() && !place.done))
             file.wants_reading = true;
@@ -283,6 +285,8 @@ void FileFollower::StorePlaces(Batch *batch)
 bool FileFollower::Read(int64_t wall_seconds, SteadyTime now, Batch *batch)
 {
     constexpr size_t kFull = size_t{8} * 1024 * 1024;
+    // Of each file, 64 MiB: a line without an end fills no batch, and the other inputs wait meanwhile.
+    constexpr int kMostReads = 256;
     if (wall_seconds != last_wall_seconds_)
         clock_.LookUpZone();
     last_wall_seconds_ = wall_seconds;
@@ -291,7 +295,9 @@ bool FileFollower::Read(int64_t wall_seconds, SteadyTime now, Batch *batch)
     for (auto &[number, file] : files_.all()) {
         if (now >= file.Deadline(reader_))
             file.wants_reading = true;
-        while (file.wants_reading && !file.was_cut && batch->text.size() < kFull)
+        for (int i = 0;
+             i < kMostReads && file.wants_reading && !file.was_cut && batch->text.size() < kFull;
+             ++i)
             ReadOne(&file, reading, now, batch);
         has_more = has_more || (file.wants_reading && !file.was_cut);
     }

@@ -1,6 +1,7 @@
 #include "agent/inputs/followed_file.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "agent/host/error.h"
 #include "agent/inputs/folder_view.h"
@@ -83,12 +84,28 @@ bool FollowedFile::FillWindow(const FileLook &look)
         count = content_->Read(begin + kept, window_.data() + kept, kChunk);
     } catch (const host::Error &) {
         window_.clear();
+        damaged_ = look;
         throw;
     }
     window_.resize(kept + count);
     at_end_ = count < kChunk;
+    if (place_.packed && at_end_)
+        LookForDamage(look);
     return window_.size() >= place_.tail.length &&
            FingerprintOf(std::string_view(window_).substr(0, place_.tail.length)) == place_.tail;
+}
+
+// Of an archive, less than was asked for can be all that there is, or all that can be read.
+void FollowedFile::LookForDamage(const FileLook &look)
+{
+    char byte = 0;
+    try {
+        content_->Read(window_base_ + window_.size(), &byte, 1);
+    } catch (const host::Error &error) {
+        damage_ = error.what();
+        damaged_ = look;
+        at_end_ = false;
+    }
 }
 
 bool FollowedFile::IsCut()
@@ -163,6 +180,8 @@ ReadStep FollowedFile::Read(EntryReader *reader, const ReadingTime &reading, Ste
         MovePlace(&place_, place_.offset + used, window_base_, window_);
         is_changed = true;
     }
+    if (!damage_.empty())
+        throw host::Error(std::exchange(damage_, {}));
     const bool has_rest = used < bytes.size();
     waits_ = has_rest && ending == Ending::kGrowing;
     if (!at_end_ || (has_rest && batch->text.size() >= kFullBatch))

@@ -44,6 +44,12 @@ class FollowedFile {
     // Reads some more into the batch. Throws host::Error.
     ReadStep Read(EntryReader *reader, const ReadingTime &reading, SteadyTime now, Batch *batch);
 
+    // Is it an archive in which nothing more can be read as long as it is like this?
+    [[nodiscard]] bool IsDamaged(const FileLook &look) const
+    {
+        return damaged_ && damaged_->size == look.size && damaged_->changed_ns == look.changed_ns;
+    }
+
     // Looks whether the bytes before the place are others than they were; notes it in `was_cut`.
     bool IsCut();
 
@@ -87,6 +93,7 @@ class FollowedFile {
   private:
     bool Open();
     bool FillWindow(const FileLook &look);
+    void LookForDamage(const FileLook &look);
     [[nodiscard]] Ending EndingAt(const EntryReader &reader, SteadyTime now) const;
     size_t TakeRecords(std::string_view bytes, Ending ending, EntryReader *reader,
                        const ReadingTime &reading, Batch *batch);
@@ -97,9 +104,11 @@ class FollowedFile {
     std::unique_ptr<LogContent> content_;
     std::string window_; // content from `window_base_` on
     uint64_t window_base_ = 0;
-    bool at_end_ = false;  // the window reaches the end of the content
-    uint64_t size_ = 0;    // when it was last looked at
-    SteadyTime grew_at_{}; // when more was found last
+    bool at_end_ = false;             // the window reaches the end of the content
+    std::optional<FileLook> damaged_; // as it was then
+    std::string damage_;              // behind the window; empty: none was met
+    uint64_t size_ = 0;               // when it was last looked at
+    SteadyTime grew_at_{};            // when more was found last
     bool waits_ = false; // something is there that counts when nothing comes behind it for a while
     std::optional<uint64_t> catch_up_to_; // its size then, or somewhat later
 };

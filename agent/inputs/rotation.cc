@@ -105,7 +105,7 @@ void Rotation::DealWithEmptied(int64_t number, Candidates *candidates)
 // F5
 void Rotation::GiveUp(FollowedFile *file, const Candidates &candidates, SteadyTime now)
 {
-    if (file->IsOpen()) {
+    if (file->IsOpen() && file->problem.empty()) {
         if (file->IsQuiet(now, kRemovedIsOver))
             files_.Drop(file->number());
         return;

@@ -148,12 +148,14 @@ bool SpoolFile::Repair(const SpoolState &state, int64_t read_to, int64_t wall_se
     return true;
 }
 
-int64_t SpoolFile::EndOfLine(int64_t offset)
+std::optional<int64_t> SpoolFile::EndOfLine(int64_t offset)
 {
     Open();
     const std::string line = ReadAt(offset, kLineBufferSize);
     const size_t end = line.find('\n');
-    return offset + static_cast<int64_t>(end == std::string::npos ? line.size() : end + 1);
+    if (end == std::string::npos)
+        return std::nullopt;
+    return offset + static_cast<int64_t>(end) + 1;
 }
 
 SpoolState SpoolFile::Append(const SpoolState &state, std::string_view lines)

@@ -14,6 +14,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -44,8 +45,8 @@ class SpoolFile {
     // module would refuse at this time get this one. False: committed bytes are missing. Throws host::Error.
     bool Repair(const SpoolState &state, int64_t read_to, int64_t wall_seconds);
 
-    // Where the line that begins at this offset ends, behind its line end.
-    int64_t EndOfLine(int64_t offset);
+    // Where the line that begins at this offset ends, behind its line end. Nothing: there is no whole line.
+    std::optional<int64_t> EndOfLine(int64_t offset);
     // Up to so many bytes at an offset.
     std::string ReadAt(int64_t offset, size_t size);
 

@@ -101,7 +101,10 @@ int64_t SpoolKeeper::ReadTo()
         JoinHalves(Number(kSlot.pos_low).value_or(0), Number(kSlot.pos_high).value_or(0));
     if (last == state_.last_line)
         return state_.length;
-    return file_.EndOfLine(std::clamp<int64_t>(last, 0, state_.length));
+    const int64_t begin = std::clamp<int64_t>(last, 0, state_.length);
+    // Of a spool that is gone, by what the module knows of the line.
+    const auto size = static_cast<int64_t>(Text(kSlot.content).size());
+    return file_.EndOfLine(begin).value_or(std::min(begin + size + 1, state_.length));
 }
 
 // First the store says so, then the file is made so. What is between them is found by the store.

@@ -3,7 +3,12 @@
 #include <algorithm>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "tests/agent/inputs/log_world.h"
 
@@ -241,6 +246,43 @@ TEST_F(FollowerTest, ADamagedArchiveIsNamedAndTheOthersGoOn)
     ASSERT_EQ(1U, follower().Problems().size());
     EXPECT_NE(std::string::npos, follower().Problems()[0].find("a.log.3.gz: it is damaged"))
         << follower().Problems()[0];
+}
+
+// As a compressing program leaves it that was ended in the middle.
+TEST_F(FollowerTest, ACutOffArchiveIsReadUpToTheDamageAndNamed)
+{
+    StartWith("a.log", LogLine("old"));
+    Stop();
+    std::string text;
+    for (int i = 0; i < 20000; ++i)
+        text += LogLine(std::to_string(i));
+    Write("whole", text);
+    Pack("whole", "packed", "gzip");
+    Remove("whole");
+    const std::string packed = Content("packed");
+    Remove("packed");
+    Write("a.log.1.gz", packed.substr(0, packed.size() / 2));
+    Append("a.log", LogLine("behind"));
+    Start();
+    Messages read = Read();
+    ASSERT_LT(2U, read.size());
+    EXPECT_EQ(1, std::count(read.begin(), read.end(), "behind")) << "other files go on";
+    std::erase(read, "behind");
+    for (size_t i = 0; i < read.size(); ++i)
+        ASSERT_EQ(std::to_string(i), read[i]) << "no part of a line counts";
+    ASSERT_EQ(1U, follower().Problems().size());
+    EXPECT_NE(std::string::npos, follower().Problems()[0].find("a.log.1.gz: it is damaged"))
+        << follower().Problems()[0];
+    // When it is whole, it goes on there; when it goes, that is a loss.
+    const std::string number = std::to_string(read.size());
+    Wait(milliseconds(11000));
+    EXPECT_EQ(Messages{}, Read());
+    Remove("a.log.1.gz");
+    Wait(milliseconds(11000));
+    Settle();
+    const Messages losses = TakeLosses();
+    ASSERT_EQ(1U, losses.size());
+    EXPECT_NE(std::string::npos, losses[0].find("a.log.1.gz is gone")) << losses[0];
 }
 
 TEST_F(FollowerTest, CopiedAndTruncated)
@@ -566,6 +608,61 @@ TEST_F(FollowerTest, ALineOfManyMegabytesTakesNoMemory)
     const Messages read = Read();
     ASSERT_EQ(2U, read.size());
     EXPECT_EQ("next", read[1]);
+}
+
+TEST_F(FollowerTest, ALineOfTenGigabytesTakesNoMemoryAndHoldsUpNoOtherFile)
+{
+    constexpr uintmax_t megabytes = 10240;
+    StartWith("a.log", "");
+    rusage before{};
+    getrusage(RUSAGE_SELF, &before);
+    std::filesystem::resize_file(Path("a.log"), megabytes << 20U); // a hole: takes no room
+    Append("a.log", "\n" + LogLine("next"));
+    Append("b.log", LogLine("other"));
+    Step();
+    EXPECT_EQ("other", Take().back()) << "the long line is not read to its end by then";
+    for (uintmax_t read = 0; read < megabytes; read += 64)
+        Step();
+    EXPECT_EQ(Messages{"next"}, Read());
+    rusage after{};
+    getrusage(RUSAGE_SELF, &after);
+    EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 64 * 1024) << "kilobytes";
+}
+
+// Who has no rights beyond those of the files' owner: root without its capabilities.
+TEST_F(FollowerTest, AFileThatMayNotBeReadIsNamedAndTheOthersGoOn)
+{
+    StartWith("a.log", "");
+    Append("secret.log", LogLine("secret"));
+    ASSERT_EQ(0, chmod(Path("secret.log").c_str(), 0));
+    Append("a.log", LogLine("1"));
+    int channel[2];
+    ASSERT_EQ(0, pipe(channel));
+    const pid_t child = fork();
+    if (child == 0) {
+        __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+        const __user_cap_data_struct none[2]{};
+        syscall(SYS_capset, &header, none);
+        std::string found;
+        for (const std::string &message : Read())
+            found += message + "\n";
+        for (const std::string &problem : follower().Problems())
+            found += problem + "\n";
+        _exit(write(channel[1], found.data(), found.size()) > 0 ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    ASSERT_EQ(0, status);
+    std::string found(1000, '\0');
+    found.resize(static_cast<size_t>(std::max<ssize_t>(0, read(channel[0], found.data(), 1000))));
+    EXPECT_EQ("1\ncannot read " + Path("secret.log") +
+                  ": Permission denied; make it readable for the monitor, or exclude it\n",
+              found);
+    close(channel[0]);
+    close(channel[1]);
+    ASSERT_EQ(0, chmod(Path("secret.log").c_str(), 0600));
+    Wait(milliseconds(11000));
+    EXPECT_EQ((Messages{"1", "secret"}), Read()) << "nothing of it is lost";
 }
 
 // With hundreds of megabytes to read, the copies would cost as much as everything else.

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <iterator>
 
+#include "agent/alerts/alert_store.h"
 #include "agent/host/agent_values.h"
 #include "platform/contract.h"
 #include "platform/registry.h"
@@ -90,7 +91,23 @@ class SpoolTest : public testing::Test {
         const auto last = static_cast<uint32_t>(content.rfind('\n', content.size() - 2) + 1);
         registry_->Set(*key, kSlotValues[1].pos_low, REG_DWORD,
                        std::string_view(reinterpret_cast<const char *>(&last), sizeof last));
+        const std::string line = content.substr(last, content.size() - last - 1);
+        registry_->Set(*key, kSlotValues[1].content, REG_SZ,
+                       std::string_view(line.c_str(), line.size() + 1));
         return content.substr(begin);
+    }
+    // The messages of the alerts about losses.
+    std::vector<std::string> Losses()
+    {
+        std::vector<std::string> messages;
+        const auto alerts = store_->Read(
+            [](host::Database &database) { return alerts::ReadAlerts(database, 0, 0, 100); });
+        for (const alerts::Alert &alert : alerts) {
+            EXPECT_EQ("SYSLOGMON", alert.source);
+            EXPECT_EQ("spool", alert.log_name);
+            messages.push_back(alert.message);
+        }
+        return messages;
     }
     std::string CustomerFile()
     {
@@ -244,6 +261,75 @@ TEST_F(SpoolTest, ASpoolThatWasRemovedIsBegunAnew)
     Start();
     Store("two\n");
     EXPECT_EQ("two\n", Pass());
+}
+
+// ---- what is lost is told ----
+
+TEST_F(SpoolTest, ThatWasRemovedUnreadIsToldWithWhatIsMissing)
+{
+    Store("one\n");
+    EXPECT_EQ("one\n", Pass());
+    store_->CommitPass();
+    Store("two\nthree\n");
+    fs::remove(Path());
+    Start();
+    EXPECT_EQ(std::vector<std::string>{"input spool: 10 bytes of " + Path().string() +
+                                       " are missing that were not checked: the file was removed "
+                                       "or changed"},
+              Losses());
+    Start();
+    EXPECT_EQ(1U, Losses().size()) << "once";
+}
+
+TEST_F(SpoolTest, ThatWasCutOrOverwrittenIsTold)
+{
+    Store("one\n");
+    fs::resize_file(Path(), fs::file_size(Path()) - 1);
+    Start();
+    EXPECT_EQ(1U, Losses().size());
+    Store("two\n");
+    std::fstream(Path(), std::ios::in | std::ios::out | std::ios::binary) << "another first line";
+    Start();
+    EXPECT_EQ(2U, Losses().size());
+    Store("three\n");
+    EXPECT_EQ("three\n", Pass());
+}
+
+TEST_F(SpoolTest, ThatWasReadMayGoWithoutAWord)
+{
+    Store("one\n");
+    EXPECT_EQ("one\n", Pass());
+    store_->CommitPass();
+    fs::remove(Path());
+    Start();
+    EXPECT_EQ(std::vector<std::string>{}, Losses());
+    Store("two\n");
+    EXPECT_EQ("two\n", Pass());
+}
+
+TEST_F(SpoolTest, InWhichThePlaceOfTheMonitorWasOverwrittenIsTold)
+{
+    Store("one\n");
+    const auto key = registry_->Find(host::kRootKey, kMonitorKey);
+    registry_->Set(*key, kSlotValues[1].headline, REG_SZ, std::string_view("other\0", 6));
+    store_->CommitPass();
+    Start();
+    ASSERT_EQ(1U, Losses().size());
+    EXPECT_EQ(0U, Losses()[0].find("input spool: the place of the monitor in " + Path().string() +
+                                   " was overwritten"))
+        << Losses()[0];
+    Store("two\n");
+    EXPECT_EQ("two\n", Pass());
+}
+
+TEST_F(SpoolTest, WhatAnInputHasLostIsTold)
+{
+    Batch batch = BatchOf("");
+    batch.losses.push_back({"spool", "the numbers 2 to 5 are missing"});
+    ASSERT_TRUE(keeper_->Store(batch));
+    EXPECT_EQ(std::vector<std::string>{"input spool: the numbers 2 to 5 are missing"}, Losses());
+    Kill();
+    EXPECT_EQ(std::vector<std::string>{}, Losses()) << "it is a part of the pass";
 }
 
 TEST_F(SpoolTest, ALineIsKnownByItsLog)
