@@ -8,7 +8,7 @@ namespace inputs {
 namespace {
 
 constexpr std::string_view kPacked[] = {".gz", ".xz", ".zst", ".bz2"};
-constexpr std::string_view kWords[] = {"old", "bak", "prev", "save"};
+constexpr std::string_view kEndings[] = {"old", "bak", "prev", "save"};
 constexpr std::string_view kSeparators = ".-_";
 
 std::string_view WithoutPacking(std::string_view name)
@@ -35,7 +35,7 @@ bool IsSuffix(std::string_view text)
         return false;
     const std::string_view rest = text.substr(1);
     return IsNumberOrDate(rest) ||
-           std::find(std::begin(kWords), std::end(kWords), rest) != std::end(kWords);
+           std::find(std::begin(kEndings), std::end(kEndings), rest) != std::end(kEndings);
 }
 
 } // namespace

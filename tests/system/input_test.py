@@ -3,6 +3,7 @@ daemon is killed and the files are rotated."""
 import gzip
 import json
 import os
+import re
 import shutil
 import socket
 import subprocess
@@ -270,6 +271,52 @@ class Inputs(lab.LabTest):
         self.assertIn("web07 app[7]: numbered n=11.", shown[-1])
 
 
+class BrokenInputs(lab.LabTest):
+    """Each is named, with the cause; the others go on."""
+
+    def setUp(self):
+        super().setUp()
+        self.lab.watch_numbered_lines()
+        self.log = lab.VAR_LOG / "app.log"
+        self.log.touch()
+        self.broken = []
+
+    def add(self, name, *options, problem):
+        self.lab.command("input", "add", "files", name, *options)
+        self.broken.append((name, problem))
+
+    def test_each_is_named_and_the_others_go_on(self):
+        folder = lab.VAR_LOG / "vanishes"
+        folder.mkdir()
+        os.mkfifo(lab.VAR_LOG / "pipe.log")
+        (lab.VAR_LOG / "nothing.log.gz").write_bytes(b"\x1f\x8b\x08 no archive")
+        self.lab.command("input", "add", "files", "app", f"path={self.log}")
+        self.add("pipe", f"path={lab.VAR_LOG}/pipe.log",
+                 problem="cannot read /var/log/pipe.log: it is not a regular file")
+        self.add("typo", f"path={lab.VAR_LOG}/typo*.log", problem="no file has a name of these patterns")
+        self.add("gone", f"path={folder}/*.log",
+                 problem="cannot list the folder /var/log/vanishes: No such file or directory")
+        self.add("archive", f"path={lab.VAR_LOG}/nothing.log.gz", "begin=start",
+                 problem="cannot read /var/log/nothing.log.gz: it is damaged")
+        folder.rmdir()
+        self.daemon.start()
+        lab.append(self.log, *(iso(n) for n in range(3)))
+        self.lab.wait_until("the good one goes on", lambda: len(self.lab.reported_numbers()) == 3)
+        for name, problem in self.broken:
+            self.lab.wait_until(f"{name} is named", lambda: self.told(name).startswith(problem))
+        self.assertEqual("", self.told("app"))
+        # What was wrong is mended, and counts.
+        folder.mkdir()
+        lab.append(folder / "a.log", iso(3))
+        lab.append(lab.VAR_LOG / "typo1.log", iso(4))
+        self.lab.run("scan", "--wait")  # which fails, for the pipe is still there
+        self.assert_each_once(range(5), self.lab.reported_numbers())
+
+    def told(self, name):
+        problems = {row["name"]: row["problems"] for row in self.lab.status()["inputs"]}
+        return "; ".join(problems[name])
+
+
 class WhereAlertsComeFrom(lab.LabTest):
     """An alert names the log, the host and the program of its line, with and without inputs."""
 
@@ -435,6 +482,31 @@ class Journal(JournalTest):
         self.daemon.start()
         self.wait_for_all()
         self.assertEqual([], self.lab.alerts("SYSLOGMON"))
+
+    def test_entries_that_were_vacuumed_before_they_were_read_are_told(self):
+        self.write_one()
+        self.lab.command("input", "add", "journal", "journal")
+        self.daemon.start()
+        self.log(lab.numbered(0))
+        self.written = 1
+        self.wait_for_all()
+        self.daemon.kill()
+        for number in range(5):
+            self.log(f"lost {number}")
+        self.journald.signal(12)
+        time.sleep(0.5)
+        subprocess.run(["journalctl", "--vacuum-files=1"], capture_output=True, check=False)
+        self.log(lab.numbered(1))
+        self.written = 2
+        self.daemon.start()
+        self.wait_for_all()
+        losses = self.lab.alerts("SYSLOGMON")
+        self.assertEqual(1, len(losses), losses)
+        self.assertEqual("journal", losses[0]["log"])
+        found = re.search(r"input journal: the journal no longer holds the entry that was read last: the numbers "
+                          r"(\d+) to (\d+) of all its entries are missing", losses[0]["message"])
+        self.assertTrue(found, losses[0]["message"])
+        self.assertLessEqual(5, int(found[2]) - int(found[1]) + 1)
 
     def test_matches_and_priorities_choose(self):
         self.lab.command("input", "add", "journal", "journal", "match=SYSLOG_IDENTIFIER=app",
