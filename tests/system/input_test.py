@@ -493,6 +493,9 @@ class Journal(JournalTest):
         self.daemon.kill()
         for number in range(5):
             self.log(f"lost {number}")
+        # It takes the signal before what waits in its socket.
+        self.lab.wait_until("they are in the journal", lambda: "lost 4" in subprocess.run(
+            ["journalctl", "-n", "1", "-o", "cat"], capture_output=True, text=True, check=False).stdout)
         self.journald.signal(12)
         time.sleep(0.5)
         subprocess.run(["journalctl", "--vacuum-files=1"], capture_output=True, check=False)
