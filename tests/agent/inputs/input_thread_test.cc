@@ -117,15 +117,15 @@ TEST_F(InputThreadTest, IsCaughtUpWhenWhatWasThereIsStoredWhateverTheInterval)
     Write("a.log", LogLine("one"));
     EXPECT_EQ(LogLine("one"), Read(LogLine("one")));
     thread_->SetInterval(3600s); // from the next batch on
-    Write("a.log", LogLine("two"));
-    EXPECT_EQ(LogLine("two"), Read(LogLine("two")));
-    Write("a.log", LogLine("three"));
-    const int64_t asked = status::BootTimeNs();
-    EXPECT_LT(thread_->CaughtUpTo(), asked);
-    thread_->CatchUp();
-    EXPECT_EQ(LogLine("three"), Read(LogLine("three")));
-    while (thread_->CaughtUpTo() < asked) // to the end of the test's time
-        std::this_thread::sleep_for(1ms);
+    for (const char *message : {"two", "three", "four"}) {
+        Write("a.log", LogLine(message));
+        const int64_t asked = status::BootTimeNs();
+        EXPECT_LT(thread_->CaughtUpTo(), asked);
+        thread_->CatchUp();
+        EXPECT_EQ(LogLine(message), Read(LogLine(message)));
+        while (thread_->CaughtUpTo() < asked) // to the end of the test's time
+            std::this_thread::sleep_for(1ms);
+    }
 }
 
 TEST_F(InputThreadTest, IsNotCaughtUpWhileABatchWaitsToBeStored)
