@@ -93,6 +93,8 @@ set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
 "A daemon reads the system log as it is written, across rotations, restarts and
 crashes. Events are registered with a command: texts that a line must contain,
 how many hits make one report, and the hours in which they count.")
+# The unit's reload needs kill, which the smallest Debian does not have.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS procps)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/root/lib)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)

@@ -107,6 +107,8 @@ void CheckSinks(const Context &context, Examination *examination);
 
 // ---- the syslog daemon that writes the logs: doctor_rsyslog.cc ----
 
+// Is this host's syslog daemon rsyslog?
+bool HasRsyslog();
 // What makes this host's syslog daemon write the system log. It may have several lines.
 std::string HowToWriteTheSystemLog();
 // Does the daemon that writes the logs write each line, and whole? Of rsyslog only; another one is

@@ -267,6 +267,20 @@ bool IsEmpty(const fs::path &path)
     return fs::file_size(path, failed) == 0 && !failed;
 }
 
+// That is well. Where a syslog daemon runs, it could write the log.
+void SayThatInputsAreRead(const fs::path &log, Examination *examination)
+{
+    const std::string found = "it is not there; the inputs are read";
+    if (HasRsyslog())
+        examination->Note(
+            log, found,
+            "nothing, or to read what rsyslog writes in place of the journal: syslogmon input "
+            "remove journal; then\n" +
+                HowToWriteTheSystemLog());
+    else
+        examination->Well(log, found);
+}
+
 } // namespace
 
 void CheckReadable(const std::vector<WatchedFile> &files, bool has_inputs, Examination *examination)
@@ -277,7 +291,7 @@ void CheckReadable(const std::vector<WatchedFile> &files, bool has_inputs, Exami
         if (stat(file.path.c_str(), &status) != 0) {
             const bool missing = errno == ENOENT;
             if (missing && has_inputs && file.path == kSystemLog) {
-                examination->Well(file.path, "it is not there; the inputs are read");
+                SayThatInputsAreRead(file.path, examination);
                 continue;
             }
             const std::string advice = !missing ? "run the daemon, and this command, as root"

@@ -63,10 +63,15 @@ std::vector<fs::path> LogsOfWholeLines(const std::vector<logs::WatchedFile> &fil
 
 } // namespace
 
+bool HasRsyslog()
+{
+    return fs::exists(kRsyslogConfig);
+}
+
 std::string HowToWriteTheSystemLog()
 {
     // Where both are installed, rsyslog is the one that the package brings a rule for.
-    const bool has_rsyslog = fs::exists(kRsyslogConfig);
+    const bool has_rsyslog = HasRsyslog();
     if (fs::exists("/etc/syslog-ng") && !has_rsyslog)
         return kSyslogNgRule;
     const std::string install = has_rsyslog ? "" : "install rsyslog: apt install rsyslog; ";

@@ -530,6 +530,18 @@ TEST_F(Doctor, AHostWithoutRsyslogIsWell)
                "it is not there: rsyslog writes no log of this host");
 }
 
+TEST_F(Doctor, WhereInputsAreReadAMissingSystemLogIsWellAndANoteSaysHowRsyslogWritesIt)
+{
+    fs::remove(Log());
+    WriteFile(File("own.log"), "");
+    ExpectDone({"input", "add", "files", "own", "path=" + File("own.log").string()});
+    ExpectOnly("system log", "well", kMessages, "it is not there; the inputs are read");
+    WriteFile(Etc("rsyslog.conf"), "");
+    ExpectOnly("system log", "note", kMessages, "it is not there; the inputs are read");
+    EXPECT_NE(std::string::npos, Results("system log")[0]["advice"].get<std::string>().find(
+                                     "syslogmon input remove journal; then\nwith rsyslog, put"));
+}
+
 TEST_F(Doctor, RepeatsThatRsyslogMakesOneLineAreFound)
 {
     WriteFile(Etc("rsyslog.conf"), "$IncludeConfig /etc/rsyslog.d/*.conf\n");
