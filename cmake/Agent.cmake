@@ -51,7 +51,7 @@ add_agent_folder(text base64.cc duration.cc printable.cc say.cc suggestion.cc te
 add_agent_folder(commandline UNHURRIED parser.cc)
 target_link_libraries(agent_commandline PRIVATE agent_text CLI11::CLI11)
 
-add_agent_folder(events UNHURRIED event_checks.cc event_policy.cc events.cc expressions.cc hours.cc)
+add_agent_folder(events UNHURRIED event_checks.cc event_policy.cc events.cc expressions.cc hours.cc required_text.cc)
 target_link_libraries(agent_events PRIVATE agent_text)
 
 add_agent_folder(settings UNHURRIED settings.cc)
@@ -71,8 +71,8 @@ target_link_libraries(agent_alerts PUBLIC agent_events PRIVATE agent_text)
 add_sibling(vkmncall agent/alerts/vkmncall.cc)
 target_link_libraries(vkmncall PRIVATE agent_alerts)
 
-add_agent_folder(policy count_store.cc count_text.cc event_count.cc policies.cc report_desk.cc summary.cc value_count.cc)
-target_link_libraries(agent_policy PUBLIC agent_alerts agent_events PRIVATE agent_text)
+add_agent_folder(policy count_store.cc count_text.cc event_count.cc expression.cc policies.cc report_desk.cc summary.cc value_count.cc)
+target_link_libraries(agent_policy PUBLIC agent_alerts agent_events PRIVATE agent_text PkgConfig::RE2)
 
 add_agent_folder(sinks UNHURRIED alert_json.cc alertmanager_sink.cc backoff.cc console_sink.cc deliverer.cc
     delivery_store.cc file_sink.cc file_trust.cc http.cc journal_sink.cc mail_sink.cc mail_text.cc

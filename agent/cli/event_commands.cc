@@ -247,10 +247,10 @@ std::optional<int64_t> MostHits(const std::optional<policy::EventCount> &count)
     return most;
 }
 
-std::string KeywordText(const EventRecord &event)
+std::string KeywordText(const std::array<std::string, 3> &keywords)
 {
     std::string text;
-    for (const std::string &keyword : event.keywords) {
+    for (const std::string &keyword : keywords) {
         if (!keyword.empty())
             text += (text.empty() ? "\"" : " + \"") + keyword + "\"";
     }
@@ -293,8 +293,9 @@ int ListEvents(Context &context)
                                    : HitsOf(hits, stored.event.key);
             list.push_back(ToJson(stored, count));
             // The problem stands in place of what could not be read.
-            const std::string keywords =
-                stored.problem.empty() ? KeywordText(stored.event) : "(" + stored.problem + ")";
+            const std::string keywords = stored.problem.empty()
+                                             ? KeywordText(events::TableKeywords(stored.event))
+                                             : "(" + stored.problem + ")";
             table.Add({source.name, events::FormatEventId(stored.event.key.id),
                        HitText(count, stored.event), events::FormatHours(stored.event.hours),
                        keywords});
@@ -330,7 +331,11 @@ json CountedToJson(const policy::EventCount &count)
 void AddBothHalves(const EventRecord &event, const std::optional<policy::EventCount> &count,
                    Table *table)
 {
-    table->Add({"monitor", "hands over each line with the keywords"});
+    std::string words = "hands over each line with ";
+    words += events::TableKeywords(event) == event.keywords
+                 ? "the keywords"
+                 : "\"" + events::TableKeywords(event)[0] + "\", which its expression needs";
+    table->Add({"monitor", words});
     table->Add({"agent", policy::TermsInWords(event)});
     if (!count) {
         table->Add({"hits", "-"});

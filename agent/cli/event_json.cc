@@ -30,6 +30,16 @@ json PolicyToJson(const events::EventPolicy &policy)
         values["cooldown"] = text::FormatDuration(policy.cooldown_s);
     if (!policy.per.empty())
         values["per"] = policy.per;
+    if (!policy.regex.empty())
+        values["regex"] = policy.regex;
+    json except = json::array();
+    for (const events::ExcludedText &excluded : policy.except)
+        except.push_back(excluded.is_expression ? json{{"regex", excluded.text}}
+                                                : json(excluded.text));
+    if (!except.empty())
+        values["not"] = except;
+    if (policy.ignore_case)
+        values["ignore_case"] = true;
     return values;
 }
 

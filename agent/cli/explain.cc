@@ -66,10 +66,8 @@ std::string WhyNoMatch(LineTrial &trial, const monitor::Module &module, size_t i
 }
 
 // By the policy of the event, from the beginning of its count.
-std::string WhatThePolicyDoes(const monitor::Module &module, policy::Policy *policy,
-                              const std::string &line)
+std::string WhatThePolicyDoes(const policy::MatchedLine &matched, policy::Policy *policy)
 {
-    const policy::MatchedLine matched = MatchedLineOf(module, line.c_str(), 1);
     const policy::Outcome outcome = policy->Take(matched);
     const auto *entry = policy->count()->Find(policy->ValueOf(matched));
     std::string reason =
@@ -78,6 +76,14 @@ std::string WhatThePolicyDoes(const monitor::Module &module, policy::Policy *pol
     if (!entry->value.empty())
         reason += " (" + policy->event().policy.per + " " + entry->value + ")";
     return reason;
+}
+
+void JudgeByPolicy(const policy::MatchedLine &matched, policy::Policy *policy, Verdict *verdict)
+{
+    const std::string why_not = policy->WhyNoHit(matched);
+    verdict->matches = why_not.empty();
+    verdict->reason = verdict->matches ? WhatThePolicyDoes(matched, policy)
+                                       : "all its keywords are there, but " + why_not;
 }
 
 std::string WhatAMatchDoes(const VKVMon &entry, bool has_reported)
@@ -107,7 +113,7 @@ std::vector<Verdict> Explain(LineTrial &trial, const monitor::Module &module,
         verdict.matches = Holds(matched, i);
         policy::Policy *policy = policies.Find({trial.entry(i).Source, trial.entry(i).EventID});
         if (verdict.matches && policy != nullptr && policy->count() != nullptr)
-            verdict.reason = WhatThePolicyDoes(module, policy, text);
+            JudgeByPolicy(MatchedLineOf(module, text.c_str(), 1), policy, &verdict);
         else if (verdict.matches)
             verdict.reason = WhatAMatchDoes(trial.entry(i), Holds(reported, i));
         else

@@ -131,13 +131,15 @@ void Tally::NoteUnseen(const PassPlace &place)
 
 void Tally::NoteMatch(size_t index, const PassPlace &place)
 {
+    const policy::Outcome outcome = Judge(index, place);
+    if (outcome.kind == policy::Outcome::Kind::kNoHit)
+        return;
     EventTally &event = events_[index];
     ++event.lines;
     event.hits += place.times;
     if (!event.first)
         event.first = SightingOf(place);
     event.last = SightingOf(place);
-    const policy::Outcome outcome = Judge(index, place);
     if (outcome.kind == policy::Outcome::Kind::kHeldBack)
         ++event.held_back;
     if (outcome.kind != policy::Outcome::Kind::kReported)

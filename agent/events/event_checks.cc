@@ -17,7 +17,8 @@ constexpr size_t kRecordFieldSize = 4;
 
 bool AllEmpty(const EventRecord &event)
 {
-    return std::all_of(event.keywords.begin(), event.keywords.end(),
+    return event.policy.regex.empty() &&
+           std::all_of(event.keywords.begin(), event.keywords.end(),
                        [](const std::string &keyword) { return keyword.empty(); });
 }
 

@@ -1,6 +1,7 @@
 #include "agent/events/event_policy.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <optional>
 
@@ -23,7 +24,8 @@ struct TextValue {
 constexpr TextValue kTextValues[] = {{"Severity", &EventPolicy::severity},
                                      {"Summary", &EventPolicy::summary},
                                      {"RunbookUrl", &EventPolicy::runbook_url},
-                                     {"Per", &EventPolicy::per}};
+                                     {"Per", &EventPolicy::per},
+                                     {"Regex", &EventPolicy::regex}};
 
 // The numbers, likewise.
 struct NumberValue {
@@ -33,6 +35,13 @@ struct NumberValue {
 constexpr NumberValue kNumberValues[] = {{"Within", &EventPolicy::within_s},
                                          {"Cooldown", &EventPolicy::cooldown_s}};
 constexpr char kCountValue[] = "ReportCount"; // when the policy counts
+constexpr char kIgnoreCaseValue[] = "IgnoreCase";
+constexpr char kDerivedValue[] = "KeywordIsDerived";
+
+// Below it, values in the order of their names: 001, 002. The first letter of each tells its kind.
+constexpr char kExceptKey[] = "NOT";
+constexpr char kTextLetter = 't';
+constexpr char kExpressionLetter = 'e';
 
 // Times of lines reach back to the beginning of the month before this one.
 constexpr int64_t kLongestSpan = int64_t{31} * 86400;
@@ -43,6 +52,8 @@ constexpr size_t kMaxLabelName = 64;
 constexpr size_t kMaxLabelValue = 256;
 constexpr size_t kMaxSummary = 1024;
 constexpr size_t kMaxUrl = 1024;
+constexpr size_t kMaxExpression = 1024;
+constexpr size_t kMaxExcluded = 32;
 
 bool IsControl(char c)
 {
@@ -171,13 +182,44 @@ void CheckSpan(const char *name, int64_t seconds)
 
 void CheckPer(const std::string &per)
 {
-    if (per != "host" && per != "program")
+    const bool is_name = std::all_of(per.begin(), per.end(), [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               c == '_';
+    });
+    if (!is_name || !IsLineOfText(per, kMaxLabelName))
         throw host::Error("cannot count per " + Shortened(per), "there is no such thing",
-                          "use host or program");
+                          "use host, program, or a group of the expression");
+}
+
+void CheckRegex(const std::string &regex)
+{
+    if (!IsLineOfText(regex, kMaxExpression))
+        throw host::Error("cannot use the expression " + Shortened(regex),
+                          "it is empty, too long, or holds a control character",
+                          "use an expression of 1 to 1024 bytes, with \\t for a tab");
+}
+
+void CheckExcluded(const std::string &text)
+{
+    if (!IsLineOfText(text, kMaxExpression))
+        throw host::Error("cannot leave out lines with " + Shortened(text),
+                          "the text is empty, too long, or holds a control character",
+                          "use a text of 1 to 1024 bytes");
 }
 
 void CheckPolicy(const EventPolicy &policy)
 {
+    if (!policy.regex.empty())
+        CheckRegex(policy.regex);
+    for (const ExcludedText &excluded : policy.except)
+        CheckExcluded(excluded.text);
+    if (policy.except.size() > kMaxExcluded)
+        throw host::Error("cannot use what is left out",
+                          "there are " + std::to_string(policy.except.size()) + " texts",
+                          "give at most 32");
+    if (policy.ignore_case && policy.regex.empty() && policy.except.empty())
+        throw host::Error("cannot ignore the case", "there is neither \"regex\" nor \"not\"",
+                          "add one of them; keywords are searched as they are written");
     if (policy.within_s != 0)
         CheckSpan("within", policy.within_s);
     if (policy.cooldown_s != 0)
@@ -220,7 +262,8 @@ Labels SplitLabels(const std::string &text)
     return labels;
 }
 
-EventPolicy ReadPolicy(host::RegistryTree &registry, host::KeyId event_key, int32_t *report_count)
+EventPolicy ReadPolicy(host::RegistryTree &registry, host::KeyId event_key, int32_t *report_count,
+                       bool *keyword_is_derived)
 {
     EventPolicy policy;
     const auto key = registry.Find(event_key, kPolicyKey);
@@ -233,6 +276,15 @@ EventPolicy ReadPolicy(host::RegistryTree &registry, host::KeyId event_key, int3
     }
     for (const NumberValue &value : kNumberValues)
         policy.*value.number = NumberIn(registry, *key, value.name).value_or(0);
+    policy.ignore_case = NumberIn(registry, *key, kIgnoreCaseValue).value_or(0) != 0;
+    *keyword_is_derived = NumberIn(registry, *key, kDerivedValue).value_or(0) != 0;
+    if (const auto except = registry.Find(*key, kExceptKey)) {
+        for (const host::RegValue &excluded : registry.Values(*except)) {
+            const std::string text = excluded.type == REG_SZ ? host::TextOf(excluded) : "";
+            if (!text.empty())
+                policy.except.push_back({text.substr(1), text[0] == kExpressionLetter});
+        }
+    }
     if (policy.Counts())
         *report_count = static_cast<int32_t>(NumberIn(registry, *key, kCountValue).value_or(1));
     if (const auto labels = registry.Find(*key, kLabelsKey)) {
@@ -246,7 +298,7 @@ EventPolicy ReadPolicy(host::RegistryTree &registry, host::KeyId event_key, int3
 
 // All anew: what is not set must not stay from before.
 void WritePolicy(host::RegistryTree &registry, host::KeyId event_key, const EventPolicy &policy,
-                 int32_t report_count)
+                 int32_t report_count, bool keyword_is_derived)
 {
     if (const auto old = registry.Find(event_key, kPolicyKey))
         registry.DeleteKey(*old);
@@ -263,6 +315,20 @@ void WritePolicy(host::RegistryTree &registry, host::KeyId event_key, const Even
     }
     if (policy.Counts())
         SetNumber(registry, key, kCountValue, report_count);
+    if (policy.ignore_case)
+        SetNumber(registry, key, kIgnoreCaseValue, 1);
+    if (keyword_is_derived)
+        SetNumber(registry, key, kDerivedValue, 1);
+    if (!policy.except.empty()) {
+        const host::KeyId except = registry.Create(key, kExceptKey);
+        for (size_t i = 0; i < policy.except.size(); ++i) {
+            char name[24];
+            snprintf(name, sizeof name, "%03zu", i + 1);
+            const ExcludedText &excluded = policy.except[i];
+            SetText(registry, except, name,
+                    (excluded.is_expression ? kExpressionLetter : kTextLetter) + excluded.text);
+        }
+    }
     if (policy.labels.empty())
         return;
     const host::KeyId labels = registry.Create(key, kLabelsKey);

@@ -22,6 +22,14 @@ using Labels = std::map<std::string, std::string>;
 inline const std::vector<std::string> kSeverities = {"emerg",   "alert",  "crit", "err",
                                                      "warning", "notice", "info", "debug"};
 
+// A text, or an expression, that makes a line no hit.
+struct ExcludedText {
+    std::string text;
+    bool is_expression = false;
+
+    bool operator==(const ExcludedText &) const = default;
+};
+
 // All that is not set is empty.
 struct EventPolicy {
     std::string severity; // one of kSeverities
@@ -31,10 +39,18 @@ struct EventPolicy {
     // How hits are counted; see agent/policy/value_count.h.
     int64_t within_s = 0;   // of each other; 0: whenever they come
     int64_t cooldown_s = 0; // of silence behind a report; 0: none
-    std::string per;        // "host", "program"; empty: all lines together
+    // "host", "program", or a group of the expression by name or number; empty: all lines together.
+    std::string per;
+    // Which of the lines with the keywords are hits: see agent/policy/expression.h.
+    std::string regex;                // that must match; empty: none
+    std::vector<ExcludedText> except; // none of which may be in the line
+    bool ignore_case = false;         // in these two
 
     // Does the agent count the hits? Then the monitor's table has the event with a report count of 1.
-    [[nodiscard]] bool Counts() const { return within_s > 0 || cooldown_s > 0 || !per.empty(); }
+    [[nodiscard]] bool Counts() const
+    {
+        return within_s > 0 || cooldown_s > 0 || !per.empty() || !regex.empty() || !except.empty();
+    }
     [[nodiscard]] bool IsEmpty() const { return *this == EventPolicy(); }
     bool operator==(const EventPolicy &) const = default;
 };
@@ -48,7 +64,9 @@ void CheckSummary(const std::string &summary);
 void CheckRunbookUrl(const std::string &url);
 
 void CheckSpan(const char *name, int64_t seconds);
-void CheckPer(const std::string &per);
+void CheckPer(const std::string &per); // as far as can be said without the expression
+void CheckRegex(const std::string &regex);
+void CheckExcluded(const std::string &text);
 
 // The largest report count of an event with a window: each of the hits has a time that is kept.
 constexpr int32_t kMostWithin = 10000;
@@ -62,11 +80,13 @@ Labels SplitLabels(const std::string &text);
 
 // The policy below an event's key; an empty one when there is none. What is of another type there is
 // left out. Throws host::StoreError.
-//   report_count  the hits that make a report, when the policy counts; otherwise left as it is
-EventPolicy ReadPolicy(host::RegistryTree &registry, host::KeyId event_key, int32_t *report_count);
+//   report_count        the hits that make a report, when the policy counts; otherwise left as it is
+//   keyword_is_derived  whether the table's keyword is one of the expression, and nobody's own
+EventPolicy ReadPolicy(host::RegistryTree &registry, host::KeyId event_key, int32_t *report_count,
+                       bool *keyword_is_derived);
 // Replaces it. An empty one leaves no key.
 void WritePolicy(host::RegistryTree &registry, host::KeyId event_key, const EventPolicy &policy,
-                 int32_t report_count);
+                 int32_t report_count, bool keyword_is_derived);
 
 } // namespace events
 

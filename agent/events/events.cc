@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "agent/events/required_text.h"
 #include "agent/host/error.h"
 #include "agent/host/host.h"
 #include "agent/host/owned_handle.h"
@@ -74,6 +75,12 @@ void CheckSource(const EventKey &key)
                           "choose a name of 1 to 255 bytes without them");
 }
 
+bool AllEmpty(const std::array<std::string, 3> &keywords)
+{
+    return std::all_of(keywords.begin(), keywords.end(),
+                       [](const std::string &keyword) { return keyword.empty(); });
+}
+
 // The monitor leaves an event without a keyword out of its table: it would be registered, and never
 // reported.
 void CheckKeywords(const EventRecord &event)
@@ -89,6 +96,10 @@ void CheckKeywords(const EventRecord &event)
             throw host::Error("cannot use a keyword of event " + Quoted(event.key),
                               "it holds a control character, which no log line does",
                               "write the text that the line shows");
+    }
+    if (all_empty && !event.policy.regex.empty()) {
+        CheckDerivedKeyword(event.policy);
+        return;
     }
     if (all_empty)
         throw host::Error("cannot use event " + Quoted(event.key), "it has no keyword",
@@ -108,6 +119,25 @@ std::string SourcePath(const std::string &source)
 }
 
 } // namespace
+
+void CheckDerivedKeyword(const EventPolicy &policy)
+{
+    const std::string text = RequiredText(policy.regex, policy.ignore_case);
+    if (IsUsefulKeyword(text))
+        return;
+    throw host::Error("cannot search for the expression \"" + policy.regex.substr(0, 60) + "\"",
+                      text.empty() ? "there is no text that each of its matches is seen to hold"
+                                   : "all that each of its matches is seen to hold is \"" + text +
+                                         "\", which is in too many lines",
+                      "add keywords that are in each of its lines");
+}
+
+std::array<std::string, 3> TableKeywords(const EventRecord &event)
+{
+    if (!AllEmpty(event.keywords) || event.policy.regex.empty())
+        return event.keywords;
+    return {RequiredText(event.policy.regex, event.policy.ignore_case), "", ""};
+}
 
 // Damaged events count as well: mended, they take a place.
 size_t CountTableEvents(const std::vector<StoredSource> &sources)
@@ -209,7 +239,12 @@ StoredEvent EventRegistry::Read(const std::string &source, const std::string &id
         note("it has no WatchTime of 4 bytes");
     stored.event.report_count = static_cast<int32_t>(count.value_or(0));
     stored.event.hours = hours.value_or(0);
-    stored.event.policy = ReadPolicy(registry_, id_key, &stored.event.report_count);
+    bool keyword_is_derived = false;
+    stored.event.policy =
+        ReadPolicy(registry_, id_key, &stored.event.report_count, &keyword_is_derived);
+    // It is nobody's own: with another expression, it is another one.
+    if (keyword_is_derived && !stored.event.policy.regex.empty())
+        stored.event.keywords = {};
     return stored;
 }
 
@@ -246,13 +281,14 @@ void EventRegistry::Write(const EventRecord &event)
     const host::KeyId event_key =
         registry_.Create(host::kRootKey, SourcePath(event.key.source) + "\\" + id_text);
     const host::KeyId key = registry_.Create(event_key, kWatchSettingKey);
-    for (size_t k = 0; k < event.keywords.size(); ++k)
-        SetText(registry_, key, kKeywordValues[k], event.keywords[k]);
+    const auto keywords = TableKeywords(event);
+    for (size_t k = 0; k < keywords.size(); ++k)
+        SetText(registry_, key, kKeywordValues[k], keywords[k]);
     // What the agent counts, it must hear of with each hit.
     const int32_t count_of_table = event.policy.Counts() ? 1 : event.report_count;
     SetNumber(registry_, key, kReportCountValue, static_cast<uint32_t>(count_of_table));
     SetNumber(registry_, key, kWatchTimeValue, event.hours);
-    WritePolicy(registry_, event_key, event.policy, event.report_count);
+    WritePolicy(registry_, event_key, event.policy, event.report_count, keywords != event.keywords);
 }
 
 bool EventRegistry::Remove(const EventKey &key)

@@ -32,10 +32,11 @@ struct EventKey {
 // An event as a person gives it: all that is stored of one.
 struct EventRecord {
     EventKey key;
-    std::array<std::string, 3> keywords; // text that a line must contain; empty: no condition
-    int32_t report_count = 1;            // hits that make one report
-    uint32_t hours = kAllHours;          // see ParseHours
-    EventPolicy policy = {};             // what the agent makes of its reports
+    // Texts that a line must contain; empty: no condition. All may be with an expression that shows one.
+    std::array<std::string, 3> keywords;
+    int32_t report_count = 1;   // hits that make one report
+    uint32_t hours = kAllHours; // see ParseHours
+    EventPolicy policy = {};    // what the agent makes of its reports
 
     bool operator==(const EventRecord &) const = default;
 };
@@ -67,6 +68,14 @@ uint32_t ParseEventId(const std::string &text);
 // Throws host::Error, naming the value and the range it must lie in, when the monitor could not use
 // the event. The first thing that is wrong is told.
 void CheckEvent(const EventRecord &event);
+
+// Throws host::Error when the expression of a policy shows no text for the monitor's table, so that its
+// event needs keywords of its own.
+void CheckDerivedKeyword(const EventPolicy &policy);
+
+// The keywords that the monitor's table gets: those of the event, or without any the text that its
+// expression needs.
+std::array<std::string, 3> TableKeywords(const EventRecord &event);
 
 // The events in a registry, one by one. It keeps nothing: each call reads the store. All throw
 // host::StoreError when that fails. The registry must outlive it.

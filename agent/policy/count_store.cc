@@ -62,7 +62,8 @@ std::string TermsOf(const events::EventRecord &event)
 {
     return "count=" + std::to_string(event.report_count) +
            " within=" + std::to_string(event.policy.within_s) +
-           " cooldown=" + std::to_string(event.policy.cooldown_s) + " per=" + event.policy.per;
+           " cooldown=" + std::to_string(event.policy.cooldown_s) + " per=" + event.policy.per +
+           (event.policy.regex.empty() ? "" : " regex=" + event.policy.regex);
 }
 
 bool LoadCount(host::Database &database, const events::EventRecord &event, EventCount *count)

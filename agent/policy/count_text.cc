@@ -31,8 +31,14 @@ std::string SilenceInWords(const CountTerms &terms, const ValueCount &count, int
 std::string TermsInWords(const events::EventRecord &event)
 {
     const events::EventPolicy &policy = event.policy;
-    std::string text = Plural(event.report_count, "hit") + Within(policy.within_s) +
-                       (event.report_count == 1 ? " makes a report" : " make a report");
+    std::string text;
+    if (!policy.regex.empty())
+        text += "takes those that its expression matches; ";
+    if (!policy.except.empty())
+        text += "leaves out those with one of " +
+                Plural(static_cast<int64_t>(policy.except.size()), "text") + "; ";
+    text += Plural(event.report_count, "hit") + Within(policy.within_s) +
+            (event.report_count == 1 ? " makes a report" : " make a report");
     if (!policy.per.empty())
         text += ", for each " + policy.per + " apart";
     if (policy.cooldown_s > 0)
@@ -54,6 +60,8 @@ std::string OutcomeInWords(const CountTerms &terms, const Outcome &outcome, cons
                            int64_t now_s)
 {
     switch (outcome.kind) {
+    case Outcome::Kind::kNoHit:
+        return "it is no hit";
     case Outcome::Kind::kReported:
         return "it is reported, with " + Plural(outcome.hits, "hit") +
                SilenceInWords(terms, count, now_s);

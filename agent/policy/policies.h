@@ -12,6 +12,7 @@
 
 #include "agent/events/events.h"
 #include "agent/policy/event_count.h"
+#include "agent/policy/expression.h"
 #include "agent/policy/summary.h"
 
 namespace policy {
@@ -48,17 +49,33 @@ class Policy {
     // What becomes of the line.
     Outcome Take(const MatchedLine &line);
 
-    // Of what the line is counted for: its host, its program, or nothing.
+    // Why a line with the keywords is no hit; empty: it is one.
+    [[nodiscard]] std::string WhyNoHit(const MatchedLine &line) const;
+    // Of what the line is counted for: its host, its program, a group of the expression, or nothing.
     [[nodiscard]] std::string ValueOf(const MatchedLine &line) const;
     // What an alert of the line says in one line; empty: the event has no summary.
     [[nodiscard]] std::string SummaryOf(const MatchedLine &line) const;
+    // What cannot be used of the policy, and is left out; empty: nothing.
+    [[nodiscard]] const std::string &problem() const { return problem_; }
 
     [[nodiscard]] const events::EventRecord &event() const { return event_; }
     // Null: the monitor counts, and each of its reports is one.
     [[nodiscard]] EventCount *count() { return count_ ? &*count_ : nullptr; }
 
   private:
+    struct Excluded {
+        std::string text;
+        Expression expression;
+    };
+    void Compile();
+    // Of a line that is no hit, or without an expression: none.
+    [[nodiscard]] std::vector<std::string_view> GroupsOf(const MatchedLine &line) const;
+
     events::EventRecord event_;
+    std::string problem_;
+    std::optional<Expression> expression_;
+    std::vector<Expression::GroupName> groups_;
+    std::vector<Excluded> excluded_;
     std::optional<Template> summary_;
     std::optional<EventCount> count_;
 };

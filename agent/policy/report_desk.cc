@@ -56,6 +56,10 @@ void ReportDesk::Load()
     policies_ = Policies(events::EventRegistry(host_.registry()).ReadAll());
     std::vector<events::EventKey> counting;
     for (const auto &policy : policies_.all()) {
+        if (!policy->problem().empty())
+            TRACE(TRACE_ERROR, "Event %s %X: %s; it is left out.",
+                  policy->event().key.source.c_str(), policy->event().key.id,
+                  policy->problem().c_str());
         if (policy->count() == nullptr)
             continue;
         counting.push_back(policy->event().key);

@@ -46,7 +46,7 @@ struct HeldBack {
 
 // What has become of a line.
 struct Outcome {
-    enum class Kind { kCounted, kHeldBack, kReported };
+    enum class Kind { kNoHit, kCounted, kHeldBack, kReported };
 
     Kind kind = Kind::kCounted;
     int64_t hits = 0;   // of the report; without one, so many have been counted for the next

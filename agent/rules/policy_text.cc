@@ -5,8 +5,9 @@
 
 namespace rules {
 
-const std::vector<std::string> kPolicyKeys = {"severity", "labels",   "summary", "runbook_url",
-                                              "within",   "cooldown", "per"};
+const std::vector<std::string> kPolicyKeys = {"severity", "labels",     "summary", "runbook_url",
+                                              "within",   "cooldown",   "per",     "regex",
+                                              "not",      "ignore_case"};
 
 namespace {
 
@@ -17,6 +18,22 @@ std::string FormatLabels(const events::Labels &labels)
     for (const auto &[name, value] : labels)
         text += (text.empty() ? "{" : ", ") + Quoted(name) + ": " + Quoted(value);
     return text + "}";
+}
+
+std::string FormatExcluded(const std::vector<events::ExcludedText> &except)
+{
+    std::string text;
+    for (const events::ExcludedText &excluded : except)
+        text += (text.empty() ? "[" : ", ") + (excluded.is_expression
+                                                   ? "{regex: " + Quoted(excluded.text) + "}"
+                                                   : Quoted(excluded.text));
+    return text + "]";
+}
+
+// A group by its number: text to other readers of YAML, too.
+bool IsNumber(const std::string &text)
+{
+    return text.find_first_not_of("0123456789") == std::string::npos;
 }
 
 } // namespace
@@ -37,7 +54,13 @@ std::vector<ShownValue> ShownPolicy(const events::EventPolicy &policy)
     if (policy.cooldown_s > 0)
         values.push_back({"cooldown", text::FormatDuration(policy.cooldown_s)});
     if (!policy.per.empty())
-        values.push_back({"per", policy.per});
+        values.push_back({"per", IsNumber(policy.per) ? Quoted(policy.per) : policy.per});
+    if (!policy.regex.empty())
+        values.push_back({"regex", Quoted(policy.regex)});
+    if (!policy.except.empty())
+        values.push_back({"not", FormatExcluded(policy.except)});
+    if (policy.ignore_case)
+        values.push_back({"ignore_case", "true"});
     return values;
 }
 

@@ -273,9 +273,12 @@ namespace {
 // In one order for all.
 std::vector<ShownValue> ShownValues(const events::EventRecord &event)
 {
-    std::vector<ShownValue> values = {{"keywords", FormatKeywords(event.keywords)},
-                                      {"report_count", std::to_string(event.report_count)},
-                                      {"hours", events::FormatHours(event.hours)}};
+    std::vector<ShownValue> values;
+    // Those that are derived from an expression are not the user's.
+    if (event.keywords != std::array<std::string, 3>())
+        values.push_back({"keywords", FormatKeywords(event.keywords)});
+    values.push_back({"report_count", std::to_string(event.report_count)});
+    values.push_back({"hours", events::FormatHours(event.hours)});
     for (ShownValue &value : ShownPolicy(event.policy))
         values.push_back(std::move(value));
     return values;

@@ -25,6 +25,7 @@ constexpr char kId[] = "id";
 constexpr char kKeywords[] = "keywords";
 constexpr char kReportCount[] = "report_count";
 constexpr char kHours[] = "hours";
+constexpr char kRegex[] = "regex"; // of its policy
 constexpr char kVersion[] = "version";
 constexpr char kEvents[] = "events";
 
@@ -92,6 +93,8 @@ class RulesReader : private NodeReader {
     void ReadVersion(const YamlNode &version);
     void ReadEvents(const YamlNode &events);
     void ReadEvent(const YamlNode &node);
+    // False, and an issue, when the expression shows no text for the monitor's table.
+    bool DerivesKeyword(const YamlNode &regex, const events::EventPolicy &policy);
 
     // Each returns false, and notes why, when the value cannot be used.
     bool ReadKey(const YamlNode &event, const Values &values, events::EventKey *key);
@@ -182,6 +185,9 @@ void RulesReader::ReadEvent(const YamlNode &node)
     const bool has_count = ReadReportCount(values, &rule.event);
     const bool has_hours = ReadHours(values, &rule.event);
     const bool has_policy = ReadPolicy(values, this, &rule.event.policy);
+    if (has_keywords && has_policy && rule.event.keywords == std::array<std::string, 3>() &&
+        !DerivesKeyword(*values.at(kRegex), rule.event.policy))
+        return;
     if (has_count && has_policy && rule.event.policy.within_s > 0 &&
         rule.event.report_count > events::kMostWithin) {
         issues_->Add(values.at(kReportCount)->offset,
@@ -195,6 +201,17 @@ void RulesReader::ReadEvent(const YamlNode &node)
         CheckForTwins(rule, node.offset);
     if (has_key && has_keywords && has_count && has_hours && has_policy)
         rules_->push_back(std::move(rule));
+}
+
+bool RulesReader::DerivesKeyword(const YamlNode &regex, const events::EventPolicy &policy)
+{
+    try {
+        events::CheckDerivedKeyword(policy);
+    } catch (const host::Error &error) {
+        issues_->Add(regex.offset, error.what());
+        return false;
+    }
+    return true;
 }
 
 bool RulesReader::Check(const events::EventRecord &event, size_t offset)
@@ -272,6 +289,9 @@ bool RulesReader::ReadKeywords(const YamlNode &event, const Values &values, Rule
 {
     const std::string next_step = "write one to three texts that a line must contain, such as "
                                   "[\"kernel:\", \"I/O error\"]";
+    // The text that its expression needs is as good, if there is one: see below.
+    if (!values.contains(kKeywords) && values.contains(kRegex))
+        return true;
     if (!values.contains(kKeywords)) {
         issues_->Add(event.offset, "cannot use an event", "it has no \"keywords:\"", next_step);
         return false;
@@ -298,6 +318,8 @@ bool RulesReader::ReadKeywords(const YamlNode &event, const Values &values, Rule
     // The places count: an empty keyword may stand before others, as it may in the registry.
     const bool all_empty = std::all_of(rule->event.keywords.begin(), rule->event.keywords.end(),
                                        [](const std::string &keyword) { return keyword.empty(); });
+    if (all_empty && values.contains(kRegex))
+        return good;
     if (good && all_empty)
         issues_->Add(node.offset, "cannot use the keywords of an event",
                      count == 0 ? "there are none" : "they are all empty", next_step);
@@ -414,9 +436,11 @@ namespace {
 // The ID is in quotes, or 0012 and 1E5 would be numbers to other readers of YAML.
 std::string FormatEvent(const events::EventRecord &event)
 {
+    // Those that are derived from an expression are not written.
+    const bool has_keywords = event.keywords != std::array<std::string, 3>();
     std::string text = "  - source: " + Quoted(event.key.source) + "\n    id: \"" +
-                       events::FormatEventId(event.key.id) +
-                       "\"\n    keywords: " + FormatKeywords(event.keywords) +
+                       events::FormatEventId(event.key.id) + "\"" +
+                       (has_keywords ? "\n    keywords: " + FormatKeywords(event.keywords) : "") +
                        "\n    report_count: " + std::to_string(event.report_count) +
                        "\n    hours: " + events::FormatHours(event.hours) + "\n";
     for (const ShownValue &value : ShownPolicy(event.policy))

@@ -52,6 +52,11 @@ class IssueList {
 
     [[nodiscard]] bool empty() const { return issues_.empty(); }
     [[nodiscard]] bool full() const { return issues_.size() >= kMax; }
+    // Does this stand there, byte for byte?
+    [[nodiscard]] bool Reads(size_t offset, std::string_view what) const
+    {
+        return offset < text_.size() && text_.substr(offset).starts_with(what);
+    }
     // Of a byte of the text. Behind its end: the place where it ends.
     [[nodiscard]] Position At(size_t offset) const;
 

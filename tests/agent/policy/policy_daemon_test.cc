@@ -137,6 +137,37 @@ TEST_F(PolicyInADaemon, EventSetChangesTheUsersNumberAndKeepsThePolicy)
               Syslogmon({"apply", File("again.yaml")}).out);
 }
 
+// The monitor searches for the text that the expression needs, and the agent decides.
+TEST_F(PolicyInADaemon, AnExpressionAloneFindsItsLines)
+{
+    ASSERT_EQ(0, Syslogmon({"apply",
+                            Rules("events:\n"
+                                  "- {source: A, id: 1, regex: 'alpha (?P<what>[a-z]+) [0-9]+$', "
+                                  "not: [probe], per: what}\n")})
+                     .status);
+    test::Child daemon(Daemon());
+    WaitUntilRunning(daemon);
+    for (const char *line : {"alpha disk 12", "alpha disk x", "alpha probe 1", "ALPHA disk 1"})
+        Log(line);
+    EXPECT_EQ(Texts{"disk x1"}, Shown());
+    const std::string text = Syslogmon({"event", "show", "A", "1"}).out;
+    EXPECT_NE(std::string::npos,
+              text.find("hands over each line with \"alpha \", which its expression needs"))
+        << text;
+    const std::string line = Stamp(now_) + "web1 prog: alpha ";
+    EXPECT_EQ("all its keywords are there, but \"probe\" leaves it out",
+              Json({"test", "--explain", line + "probe 1"})["events"][0]["reason"]);
+    const json verdict = Json({"test", "--explain", line + "disk"})["events"][0];
+    EXPECT_EQ("all its keywords are there, but its expression does not match", verdict["reason"]);
+    EXPECT_EQ(false, verdict["matches"]);
+    // What was exported is the same, without the keyword that nobody has written.
+    const std::string exported = Syslogmon({"export"}).out;
+    EXPECT_EQ(std::string::npos, exported.find("keywords:")) << exported;
+    test::WriteFile(File("again.yaml"), exported);
+    EXPECT_EQ("0 added, 0 changed, 0 removed, 1 unchanged.\n",
+              Syslogmon({"apply", File("again.yaml")}).out);
+}
+
 TEST_F(PolicyInADaemon, ATrialReportsWhatTheDaemonWould)
 {
     const std::string rules =

@@ -122,11 +122,94 @@ TEST(PolicyInARulesFile, HitsWithinATimeAreAtMostTenThousand)
     EXPECT_EQ("", Issues("  cooldown: 10m\n  report_count: 10001"));
 }
 
+TEST(PolicyInARulesFile, RegexIsAnExpressionOfRe2)
+{
+    EXPECT_EQ("a +b", Policy("  regex: a +b").regex);
+    const std::string next = "; use an expression as re2 has them\n";
+    // The place of the mistake, where the expression stands in the file as it is.
+    EXPECT_EQ("5:10: cannot use the expression \"abc(d\": missing ): abc(d" + next,
+              Issues("  regex: abc(d"));
+    EXPECT_EQ("5:13: cannot use the expression \"abc**\": bad repetition operator: **" + next,
+              Issues("  regex: abc**"));
+    EXPECT_EQ("5:15: cannot use the expression \"abc[z-a]\": invalid character class range: z-a" +
+                  next,
+              Issues("  regex: \"abc[z-a]\""));
+    EXPECT_EQ("5:10: cannot use the expression \"\": it is empty, too long, or holds a control "
+              "character; use an expression of 1 to 1024 bytes, with \\t for a tab\n",
+              Issues("  regex: \"\""));
+    // A reference back cannot be linear.
+    EXPECT_NE("", Issues("  regex: (a)\\1"));
+}
+
+TEST(PolicyInARulesFile, WithoutKeywordsTheExpressionMustShowOne)
+{
+    const std::string event = "events:\n- source: B\n  id: 1\n";
+    EXPECT_EQ("", test::Text(rules::ParseRules(event + "  regex: error [0-9]+\n").issues));
+    EXPECT_EQ("4:10: cannot search for the expression \"a|b\": there is no text that each of its "
+              "matches is seen to hold; add keywords that are in each of its lines\n",
+              test::Text(rules::ParseRules(event + "  regex: a|b\n").issues));
+    EXPECT_EQ("", test::Text(rules::ParseRules(event + "  regex: a|b\n  keywords: x\n").issues));
+}
+
+TEST(PolicyInARulesFile, NotIsTextsAndExpressions)
+{
+    using ExceptTexts = std::vector<events::ExcludedText>;
+    EXPECT_EQ((ExceptTexts{{"test", false}}), Policy("  not: test").except);
+    EXPECT_EQ((ExceptTexts{{"a.b", false}, {"a.b", true}}),
+              Policy("  not: [a.b, {regex: a.b}]").except);
+    EXPECT_EQ(
+        "5:17: cannot use the expression \"*\": no argument for repetition operator: *; use an "
+        "expression as re2 has them\n",
+        Issues("  not: {regex: \"*\"}"));
+    EXPECT_EQ("5:9: cannot use the key \"expr\": what is left out has none of that name; use "
+              "regex\n",
+              Issues("  not: {expr: a}"));
+    EXPECT_EQ("5:9: cannot use what is left out: it is a list; write a text, or {regex: "
+              "EXPRESSION}\n",
+              Issues("  not: [[a]]"));
+    std::string many;
+    for (int i = 0; i < 33; ++i)
+        many += "\n  - t" + std::to_string(i);
+    EXPECT_EQ("6:3: cannot use what is left out: there are 33 texts; give at most 32\n",
+              Issues("  not:" + many));
+}
+
+TEST(PolicyInARulesFile, IgnoreCaseIsForExpressions)
+{
+    EXPECT_TRUE(Policy("  regex: \"12345: x\"\n  ignore_case: true").ignore_case);
+    EXPECT_FALSE(Policy("  ignore_case: false").ignore_case);
+    EXPECT_EQ("5:16: cannot use ignore_case \"yes\": it is neither true nor false; use true or "
+              "false\n",
+              Issues("  ignore_case: yes"));
+    EXPECT_EQ("5:16: cannot ignore the case: there is neither \"regex\" nor \"not\"; add one of "
+              "them; keywords are searched as they are written\n",
+              Issues("  ignore_case: true"));
+}
+
+TEST(PolicyInARulesFile, GroupsCanBeCountedForAndShown)
+{
+    const std::string regex = "  regex: 'user (?P<user>\\w+) from (\\w+)'\n";
+    EXPECT_EQ("user", Policy(regex + "  per: user").per);
+    EXPECT_EQ("2", Policy(regex + "  per: 2").per);
+    EXPECT_EQ("", Issues(regex + "  summary: \"{{user}} {{1}} {{2}} {{host}}\""));
+    EXPECT_EQ("6:8: cannot count per \"usr\": there is no such thing; did you mean user? use host, "
+              "program, 1, 2, user\n",
+              Issues(regex + "  per: usr"));
+    EXPECT_EQ(
+        "6:12: cannot use the template \"{{3}}\": there is no {{3}}; did you mean 1? use {{host}}, "
+        "{{program}}, {{message}}, {{1}}, {{2}}, {{user}}\n",
+        Issues(regex + "  summary: \"{{3}}\""));
+    EXPECT_EQ("5:10: cannot use the group \"host\" of the expression: the name stands for that of "
+              "the line; choose another name\n",
+              Issues("  regex: (?P<host>a)bcd"));
+}
+
 TEST(PolicyInARulesFile, PerIsAHostOrAProgram)
 {
     EXPECT_EQ("host", Policy("  per: host").per);
     EXPECT_EQ("program", Policy("  per: program").per);
-    EXPECT_EQ("5:8: cannot count per \"line\": there is no such thing; use host or program\n",
+    EXPECT_EQ("5:8: cannot count per \"line\": there is no such thing; use host, program, or "
+              "a group of an expression\n",
               Issues("  per: line"));
 }
 

@@ -96,7 +96,80 @@ TEST_F(ReportDesk, WithoutADeskEachReportIsStored)
     EXPECT_EQ(1U, Stored().size());
 }
 
+TEST_F(ReportDesk, OnlyLinesThatTheExpressionMatchesAndNothingLeavesOutAreHits)
+{
+    events::EventRecord event = Event("DISK", 1);
+    event.policy.regex = "error [0-9]+";
+    event.policy.except = {{"a.b", false}, {"t[eE]st", true}};
+    Register(event);
+    desk_.Load();
+    for (const char *line : {"h error 12", "h error x", "h error 1 a.b", "h error 1 aXb",
+                             "h error 1 tEst", "h ERROR 1", "h error 1 \xFF"})
+        EXPECT_EQ(1, Report("DISK", 1, line));
+    std::vector<std::string> lines;
+    for (const Alert &alert : Stored())
+        lines.push_back(alert.message);
+    EXPECT_EQ((std::vector<std::string>{"h error 12", "h error 1 aXb", "h error 1 \xFF"}), lines);
+}
+
+TEST_F(ReportDesk, CaseIsIgnoredWhereItIsWanted)
+{
+    events::EventRecord event = Event("DISK", 1);
+    event.policy.regex = "error \xC3\xA4";
+    event.policy.except = {{"Test", false}};
+    event.policy.ignore_case = true;
+    Register(event);
+    desk_.Load();
+    for (const char *line : {"h ERROR \xC3\x84", "h Error \xC3\xA4 tesT", "h error a"})
+        EXPECT_EQ(1, Report("DISK", 1, line));
+    ASSERT_EQ(1U, Stored().size());
+    EXPECT_EQ("h ERROR \xC3\x84", Stored()[0].message);
+}
+
+TEST_F(ReportDesk, AGroupIsCountedForAndShown)
+{
+    events::EventRecord event = Event("LOGIN", 1);
+    event.report_count = 2;
+    event.policy.regex = "user (?P<user>[a-z]+)( again)?";
+    event.policy.per = "user";
+    event.policy.summary = "{{user}}, {{1}}{{^2}}, not again{{/2}}";
+    Register(event);
+    desk_.Load();
+    for (const char *line : {"h user ann", "h user bob", "h user eve again", "h user bob"})
+        EXPECT_EQ(1, Report("LOGIN", 1, line));
+    ASSERT_EQ(1U, Stored().size());
+    EXPECT_EQ("bob", Stored()[0].value);
+    EXPECT_EQ("bob, bob, not again", Stored()[0].summary);
+    EXPECT_EQ(2, Stored()[0].count);
+}
+
+TEST_F(ReportDesk, AnExpressionThatCannotBeUsedIsLeftOut)
+{
+    Register(Event("DISK", 1));
+    test::SetTreeText(std::string(kApplicationKey) + "\\DISK\\1\\POLICY", "Regex", "a(b");
+    desk_.Load();
+    EXPECT_EQ(1, Report("DISK", 1, "h a line"));
+    EXPECT_EQ(1U, Stored().size());
+}
+
 // ---- the policy in the registry ----
+
+TEST_F(ReportDesk, AKeywordOfTheExpressionIsNobodysOwn)
+{
+    events::EventRegistry registry(test::Registry());
+    events::EventRecord event;
+    event.key = {"DISK", 1};
+    event.policy.regex = "I/O error [0-9]+";
+    event.policy.except = {{"one", false}, {"two", true}};
+    event.policy.ignore_case = false;
+    registry.Write(event);
+    EXPECT_EQ(event, registry.Find(event.key)->event);
+    const std::string path = std::string(kApplicationKey) + "\\DISK\\1\\" + kWatchSettingKey;
+    EXPECT_EQ(std::string("I/O error \0", 11), test::TreeValue(path, "KeyWord")->data);
+    event.keywords[0] = "mine";
+    registry.Write(event);
+    EXPECT_EQ(event, registry.Find(event.key)->event);
+}
 
 TEST_F(ReportDesk, APolicyGoesWithItsEventAndIsReplacedWhole)
 {

@@ -38,6 +38,15 @@ events::EventPolicy RandomPolicy(test::RandomData &random)
         policy.cooldown_s = static_cast<int64_t>(1 + random.Below(31 * 86400));
     if (random.OneIn(2))
         policy.per = random.OneIn(2) ? "host" : "program";
+    if (random.OneIn(2))
+        policy.regex = random.OneIn(2) ? "a \"needed\" text: \\\\ [0-9]+ #" : "one: 'of' (\\w+)";
+    for (size_t i = random.Below(12); i > 0; --i) {
+        const std::string text = OddWord(random, 1024);
+        if (!text.empty())
+            policy.except.push_back({text, false});
+        policy.except.push_back({"x{1,2}: #", true});
+    }
+    policy.ignore_case = random.OneIn(2) && !policy.except.empty();
     // Braces would make a template of it, and mostly a wrong one.
     policy.summary = random.OddText(1024, kNever + "\t\x7F{}");
     if (random.OneIn(2))
@@ -52,12 +61,12 @@ EventRecord RandomEvent(test::RandomData &random)
     while (event.key.source.empty())
         event.key.source = random.OddText(random.OneIn(4) ? 255 : 20, kNever + "\\");
     event.key.id = random.OneIn(2) ? random.Number() : random.Number() % 16;
+    event.policy = RandomPolicy(random);
     do {
         for (std::string &keyword : event.keywords)
             keyword = random.OneIn(3) ? "" : random.OddText(256, kNever);
-    } while (event.keywords == std::array<std::string, 3>{});
+    } while (event.keywords == std::array<std::string, 3>{} && event.policy.regex.empty());
     event.report_count = random.OneIn(2) ? 1 : static_cast<int32_t>(random.Number() >> 1U) | 1;
-    event.policy = RandomPolicy(random);
     if (event.policy.within_s > 0)
         event.report_count = event.report_count % events::kMostWithin + 1;
     event.hours = random.OneIn(3) ? events::kAllHours : random.Number() & events::kAllHours;

@@ -44,13 +44,16 @@ TEST(RulesSchema, KnowsTheSameKeys)
     EXPECT_EQ(Sorted(rules::EventKeys()), NamesOf(schema["definitions"]["event"]["properties"]));
     EXPECT_FALSE(schema["additionalProperties"]);
     EXPECT_FALSE(schema["definitions"]["event"]["additionalProperties"]);
+    // Without keywords, the expression says what is searched for.
+    EXPECT_EQ(json::parse(R"([{"required": ["keywords"]}, {"required": ["regex"]}])"),
+              schema["definitions"]["event"]["anyOf"]);
     for (const std::string name : {"source", "id", "keywords", "report_count", "hours"}) {
         json event = {
             {"source", "A"}, {"id", "1"}, {"keywords", "x"}, {"report_count", 1}, {"hours", "all"}};
         event.erase(name);
         const json required = schema["definitions"]["event"]["required"];
-        const bool is_required =
-            std::find(required.begin(), required.end(), name) != required.end();
+        const bool is_required = name == "keywords" || std::find(required.begin(), required.end(),
+                                                                 name) != required.end();
         EXPECT_EQ(!is_required, rules::ParseRules(json{{"events", {event}}}.dump()).issues.empty())
             << name;
     }
