@@ -99,6 +99,7 @@ bool FileFollower::BeginIn(const Beginning &file, const FindPlace &find)
         Place place = PlaceAtBeginning(file.path, file.log, file.look.identity);
         place.packed = content.IsPacked();
         MovePlace(&place, found->offset, &content);
+        content.Sync();
         place.skipping = found->within_line;
         Follow(std::move(place));
         return true;
@@ -119,6 +120,7 @@ void FileFollower::PassOver(const std::string &path, const std::string &log, con
             place.all = !logs_.IsLive(path);
             MovePlace(&place, place.all ? look.size : BeginOfOpenLine(&content, look.size),
                       &content);
+            content.Sync(); // see FollowedFile::Sync
         }
     } catch (const host::Error &error) {
         rotation_.AddProblem(path, error.what());
@@ -299,6 +301,7 @@ bool FileFollower::Read(int64_t wall_seconds, SteadyTime now, Batch *batch)
              i < kMostReads && file.wants_reading && !file.was_cut && batch->text.size() < kFull;
              ++i)
             ReadOne(&file, reading, now, batch);
+        file.Sync();
         has_more = has_more || (file.wants_reading && !file.was_cut);
     }
     StorePlaces(batch);

@@ -52,6 +52,19 @@ void FollowedFile::Adopt(const std::string &path, const FileIdentity &identity)
     problem.clear();
 }
 
+void FollowedFile::Sync()
+{
+    if (is_unsynced_ && content_)
+        content_->Sync();
+    is_unsynced_ = false;
+}
+
+void FollowedFile::Close()
+{
+    Sync();
+    content_.reset();
+}
+
 // False: there is another file under the path.
 bool FollowedFile::Open()
 {
@@ -179,6 +192,7 @@ ReadStep FollowedFile::Read(EntryReader *reader, const ReadingTime &reading, Ste
     if (used > 0) {
         MovePlace(&place_, place_.offset + used, window_base_, window_);
         is_changed = true;
+        is_unsynced_ = true;
     }
     if (!damage_.empty())
         throw host::Error(std::exchange(damage_, {}));

@@ -81,7 +81,10 @@ class FollowedFile {
     void Locate(const std::string &path, bool is_live);
     // It has another file now that holds what it held.
     void Adopt(const std::string &path, const FileIdentity &identity);
-    void Close() { content_.reset(); }
+    void Close();
+    // What has been read counts for ever; so it is on the disk before that is stored. Else a log of which a power cut has
+    // taken the end away would look like another one, and be read again.
+    void Sync();
 
     // For who decides what is to be read.
     bool wants_reading = true;
@@ -104,6 +107,7 @@ class FollowedFile {
     std::unique_ptr<LogContent> content_;
     std::string window_; // content from `window_base_` on
     uint64_t window_base_ = 0;
+    bool is_unsynced_ = false;        // something was read since the last Sync
     bool at_end_ = false;             // the window reaches the end of the content
     std::optional<FileLook> damaged_; // as it was then
     std::string damage_;              // behind the window; empty: none was met

@@ -74,6 +74,12 @@ bool LogContent::IsPacked()
     return packing_ == Packing::kPacked;
 }
 
+// Where that cannot be done, as in a file system that is only read, nothing is written either.
+void LogContent::Sync() const
+{
+    fdatasync(file_.get());
+}
+
 void LogContent::Refuse(const std::string &damage)
 {
     const host::Error error("cannot read " + path_, "it is damaged: " + damage,

@@ -30,6 +30,9 @@ class LogContent {
     // or is damaged; of a compressed file that is cut off, what is there can be read before that.
     size_t Read(uint64_t offset, char *buffer, size_t size);
 
+    // Sees to it that what was written into the file by now is on the disk.
+    void Sync() const;
+
     [[nodiscard]] int fd() const { return file_.get(); }
     [[nodiscard]] const std::string &path() const { return path_; }
 

@@ -1,5 +1,6 @@
 #include "agent/inputs/records.h"
 
+#include <algorithm>
 #include <cstring>
 #include <re2/re2.h>
 
@@ -10,6 +11,20 @@ namespace inputs {
 namespace {
 
 constexpr size_t kNone = std::string_view::npos;
+
+// More than any text or binary entry has, and less than a block of a file system (C4).
+constexpr size_t kManyZeros = 32;
+
+// Where so many zero bytes begin. Wherever that is, one of each so many bytes is among them.
+size_t FindZeros(std::string_view bytes)
+{
+    static constexpr char kZeros[kManyZeros] = {};
+    for (size_t at = kManyZeros - 1; at < bytes.size(); at += kManyZeros) {
+        if (bytes[at] == '\0')
+            return bytes.find(std::string_view(kZeros, sizeof kZeros));
+    }
+    return kNone;
+}
 
 std::unique_ptr<re2::RE2> Compile(const std::string &expression)
 {
@@ -56,9 +71,21 @@ size_t RecordSplitter::FindLineEnd(std::string_view bytes, size_t begin) const
 RecordSplitter::Line RecordSplitter::LineAt(std::string_view bytes, size_t begin) const
 {
     const size_t end = FindLineEnd(bytes, begin);
+    const size_t size = (end == kNone ? bytes.size() : end) - begin;
+    const bool has_single_bytes = charset_->LineEnd().size() == 1;
+    const size_t zeros = has_single_bytes ? FindZeros(bytes.substr(begin, size)) : kNone;
+    if (zeros != kNone)
+        return UpToZeros(bytes, begin, zeros);
     if (end == kNone)
-        return {bytes.size() - begin, bytes.size(), false};
-    return {end - begin, end + charset_->LineEnd().size(), true};
+        return {size, bytes.size(), false, false};
+    return {size, end + charset_->LineEnd().size(), true, false};
+}
+
+// The line ends where the zeros begin; whole is it when something comes behind them.
+RecordSplitter::Line RecordSplitter::UpToZeros(std::string_view bytes, size_t begin, size_t zeros)
+{
+    const size_t next = std::min(bytes.find_first_not_of('\0', begin + zeros), bytes.size());
+    return {zeros, next, next < bytes.size(), true};
 }
 
 // Does the line belong to the one before it?
@@ -99,7 +126,9 @@ RecordSplitter::Cut RecordSplitter::TakeLine(std::string_view bytes, Ending endi
         *skipping = !line.is_whole;
         return CutOff(bytes, kLongestRecord, line.is_whole ? line.next : kLongestRecord);
     }
-    if (!line.is_whole && ending != Ending::kComplete)
+    // Zeros at the end may be space that is to be written still; but not without bound.
+    const bool goes_on = line.ends_in_zeros && bytes.size() > kLongestRecord;
+    if (!line.is_whole && ending != Ending::kComplete && !goes_on)
         return {};
     return CutOff(bytes, line.size, line.next);
 }
@@ -108,7 +137,7 @@ RecordSplitter::Cut RecordSplitter::TakeJoined(std::string_view bytes, Ending en
                                                bool *skipping)
 {
     const Line first = LineAt(bytes, 0);
-    if (!first.is_whole || first.size > kLongestRecord)
+    if (!first.is_whole || first.size > kLongestRecord || first.ends_in_zeros)
         return TakeLine(bytes, ending, skipping);
     size_t size = first.size;
     size_t next = first.next;
@@ -120,6 +149,8 @@ RecordSplitter::Cut RecordSplitter::TakeJoined(std::string_view bytes, Ending en
             return CutOff(bytes, size, next);
         size = next + line.size;
         next = line.next;
+        if (line.ends_in_zeros)
+            return CutOff(bytes, size, next);
     }
     // The line behind it is not there yet, and might go on with it.
     if (ending == Ending::kGrowing && bytes.size() <= kLongestRecord)

@@ -5,6 +5,8 @@
 //   C2  A record has at most kLongestRecord bytes. The rest of a longer line is skipped; further lines of a
 //       longer record begin another one.
 //   C3  Lines without any text are none.
+//   C4  Many zero bytes in a row are what a power cut has left of a part of the file, or somebody who went on writing
+//       behind the end of a file that was emptied. They end a line, and are no part of the next one.
 #ifndef AGENT_INPUTS_RECORDS_H
 #define AGENT_INPUTS_RECORDS_H
 
@@ -61,9 +63,11 @@ class RecordSplitter {
     struct Line {
         size_t size = 0;
         size_t next = 0;
-        bool is_whole = false; // its end is there
+        bool is_whole = false;      // its end is there
+        bool ends_in_zeros = false; // C4
     };
     [[nodiscard]] Line LineAt(std::string_view bytes, size_t begin) const;
+    static Line UpToZeros(std::string_view bytes, size_t begin, size_t zeros);
     [[nodiscard]] size_t FindLineEnd(std::string_view bytes, size_t begin) const;
     bool GoesOn(std::string_view line) const;
     Cut SkipRest(std::string_view bytes, Ending ending, bool *skipping) const;

@@ -10,6 +10,7 @@
 #include <map>
 #include <unistd.h>
 
+#include "agent/inputs/line_origin.h"
 #include "tests/agent/inputs/log_world.h"
 #include "tests/support/campaign.h"
 
@@ -294,9 +295,63 @@ class History {
         world_.Stop();
     }
 
+    // The end of the log that was not synced is gone, or zero. What comes next is written behind it, as by a syslog daemon
+    // that starts again.
+    void PowerCut()
+    {
+        if (!world_.Exists("a.log"))
+            return;
+        if (world_.IsRunning() && random_.Chance(50))
+            world_.Step(random_.Chance(50));
+        world_.Stop();
+        const std::string content = world_.Content("a.log");
+        if (content.find('\0') != std::string::npos)
+            return; // of one cut
+        const auto synced = static_cast<size_t>(world_.SyncedSize("a.log"));
+        const size_t kept = std::min(synced, content.size());
+        const size_t end = kept + random_.Below(content.size() - kept + 1);
+        const std::string half =
+            content.substr(BeginOfLineAt(content, end), end - BeginOfLineAt(content, end));
+        const size_t lost = content.size() - end;
+        const bool is_zero = lost >= 32 && random_.Chance(50);
+        Tell("power cut: " + std::to_string(lost) + " bytes are " + (is_zero ? "zero" : "gone"));
+        Forget(content.substr(end - half.size()) + part_);
+        part_.clear();
+        world_.Write("a.log", content.substr(0, end) + std::string(is_zero ? lost : 0, '\0'));
+        Open();
+        const std::string next = test::LogLine("line " + std::to_string(next_line_++));
+        Put(next);
+        if (is_zero && !half.empty())
+            ++expected_[MessageOf(half)];
+        ++expected_[MessageOf(is_zero ? next : half + next)];
+        Append(1);
+    }
+    static size_t BeginOfLineAt(const std::string &content, size_t at)
+    {
+        const size_t before = at == 0 ? std::string::npos : content.rfind('\n', at - 1);
+        return before == std::string::npos ? 0 : before + 1;
+    }
+    // These lines are not there any more.
+    void Forget(const std::string &lines)
+    {
+        size_t begin = 0;
+        while (begin < lines.size()) {
+            const size_t end = std::min(lines.find('\n', begin), lines.size());
+            --expected_[MessageOf(lines.substr(begin, end - begin))];
+            begin = end + 1;
+        }
+    }
+    static std::string MessageOf(std::string line)
+    {
+        while (line.ends_with('\n'))
+            line.pop_back();
+        return std::string(inputs::OriginOfLine(line).message);
+    }
     void Step()
     {
-        switch (random_.Below(12)) {
+        switch (random_.Below(13)) {
+        case 11:
+            return PowerCut();
         case 0:
         case 1:
         case 2:

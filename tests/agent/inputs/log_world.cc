@@ -7,13 +7,32 @@
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
+#include <mutex>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "agent/inputs/line_origin.h"
 
+// The linker names these: __wrap_x is called for x, __real_x is the library's.
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+extern "C" int __real_fdatasync(int fd);
+extern "C" int __wrap_fdatasync(int fd);
+
 namespace test {
 
 namespace fs = std::filesystem;
+
+namespace {
+
+// By inode: the sizes of files when they were synced last.
+std::map<ino_t, uintmax_t> &SyncedSizes()
+{
+    static std::map<ino_t, uintmax_t> sizes;
+    return sizes;
+}
+std::mutex synced_mutex;
+
+} // namespace
 
 LogWorld::LogWorld() : wall_seconds(time(nullptr))
 {
@@ -80,6 +99,15 @@ void LogWorld::Pack(const std::string &from, const std::string &to, const std::s
     archive_entry_free(entry);
     archive_write_close(writer);
     archive_write_free(writer);
+}
+
+uintmax_t LogWorld::SyncedSize(const std::string &name) const
+{
+    struct stat status {};
+    const std::lock_guard lock(synced_mutex);
+    const auto found = stat(Path(name).c_str(), &status) == 0 ? SyncedSizes().find(status.st_ino)
+                                                              : SyncedSizes().end();
+    return found == SyncedSizes().end() ? 0 : found->second;
 }
 
 bool LogWorld::Exists(const std::string &name) const
@@ -164,3 +192,14 @@ std::string LogLine(const std::string &message)
 }
 
 } // namespace test
+
+int __wrap_fdatasync(int fd)
+{
+    struct stat status {};
+    if (fstat(fd, &status) == 0) {
+        const std::lock_guard lock(test::synced_mutex);
+        test::SyncedSizes()[status.st_ino] = static_cast<uintmax_t>(status.st_size);
+    }
+    return __real_fdatasync(fd);
+}
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)

@@ -28,6 +28,8 @@ class LogWorld {
     void Remove(const std::string &name) const;
     void Copy(const std::string &from, const std::string &to) const;
     void Empty(const std::string &name) const { std::filesystem::resize_file(Path(name), 0); }
+    // Bytes of the file that somebody has seen to be on the disk.
+    [[nodiscard]] uintmax_t SyncedSize(const std::string &name) const;
     // Writes a compressed copy: "gzip", "xz", "zstd" or "bzip2".
     void Pack(const std::string &from, const std::string &to, const std::string &how) const;
     [[nodiscard]] bool Exists(const std::string &name) const;

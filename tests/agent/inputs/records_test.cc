@@ -99,6 +99,32 @@ TEST(Records, TheLastOneIsWholeWhenNoMoreLinesComeForAWhile)
     EXPECT_EQ("no end", taken.rest);
 }
 
+TEST(Records, ManyZerosEndALineAndAreNoPartOfTheNextOne)
+{
+    const std::string zeros(4096, '\0');
+    EXPECT_EQ((Records{"one", "half", "two"}), TakeAll({}, "one\nhalf" + zeros + "two\n").records);
+    EXPECT_EQ((Records{"one", "two"}), TakeAll({}, zeros + "one\n" + zeros + "\ntwo\n").records);
+    for (size_t before = 1; before < 70; ++before) {
+        const std::string text(before, 'x');
+        const std::string just_many(32, '\0');
+        EXPECT_EQ((Records{text, "b"}), TakeAll({}, text + just_many + "b\n").records);
+    }
+    const std::string few(31, '\0');
+    EXPECT_EQ(Records{"a" + few + "b"}, TakeAll({}, "a" + few + "b\n").records);
+    const Joining joining{true, ""};
+    EXPECT_EQ((Records{"one", "two\n more"}),
+              TakeAll(joining, "one" + zeros + "two\n more\nend\n").records);
+}
+
+TEST(Records, ZerosAtTheEndAreLeftAlone)
+{
+    const std::string zeros(4096, '\0');
+    const Taken taken = TakeAll({}, "one\nhalf" + zeros);
+    EXPECT_EQ(Records{"one"}, taken.records);
+    EXPECT_EQ("half" + zeros, taken.rest) << "they may be space that is to be written still";
+    EXPECT_EQ("", TakeAll({}, std::string(size_t{200} * 1024, '\0')).rest) << "not without bound";
+}
+
 TEST(Records, JoinedLinesAreBounded)
 {
     Joining joining;
