@@ -22,6 +22,7 @@ struct Work {
     uint64_t expressions = expressions_compiled;
     uint64_t stamps = stamps_learned;
     uint64_t zones = zones_looked_up;
+    uint64_t traced = Host().traced;
 
     [[nodiscard]] Work Since(const Work &before) const
     {
@@ -32,6 +33,7 @@ struct Work {
         work.expressions = expressions - before.expressions;
         work.stamps = stamps - before.stamps;
         work.zones = zones - before.zones;
+        work.traced = traced - before.traced;
         return work;
     }
 };
@@ -97,6 +99,16 @@ TEST_F(WorkOfAPass, WithMuchNewsSearchesItInStretches)
     EXPECT_LE((bytes_ / kStretch) - 1, work.stretches);
     EXPECT_GE((bytes_ / kStretch) + (bytes_ / kStretch / 100) + 2, work.stretches);
     EXPECT_EQ(1U, work.sieves);
+}
+
+// Who watches the monitor takes each call of the trace for a sign of life, whether it is written or not: a pass over
+// gigabytes of quiet lines must not look like one that hangs.
+TEST_F(WorkOfAPass, GivesASignOfLifeWithEachStretchOfQuietLinesAndNotWithEachLine)
+{
+    constexpr int kLines = 80000;
+    const Work work = Of(kLines);
+    EXPECT_LE(work.stretches, work.traced);
+    EXPECT_GE(uint64_t{kLines} / 20, work.traced);
 }
 
 TEST_F(WorkOfAPass, ChoosesAnewWhatToSearchForWhenTheLogHasChanged)

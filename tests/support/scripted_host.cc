@@ -361,6 +361,7 @@ int VKACREGetSubkeyValue(HKEY root, const char *keyPath, const char *subKey, con
 int TraceLog(int level, const char *unit, const char *function, int /*line*/, const char *format,
              ...)
 {
+    ++Host().traced;
     if (!Host().record_trace || TraceLogIsOn(level) == 0)
         return 0;
     test::TraceFormats().insert(format);
@@ -381,6 +382,11 @@ int TraceLogIsOn(int level)
 int ReportsKeepTable()
 {
     return Host().reports_keep_table ? 1 : 0;
+}
+
+FollowPassFn PassFollower()
+{
+    return Host().pass_follower;
 }
 
 int TraceLogSetThrName(const char *name)

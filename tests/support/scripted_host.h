@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/agent.h"
 #include "platform/siblings.h"
 #include "platform/sync.h"
 #include "tests/support/memory_registry.h"
@@ -81,6 +82,8 @@ class ScriptedHost {
     bool record_trace = true;        // off: for tests that run millions of calls
     bool detail_is_on = true;        // the trace level
     bool reports_keep_table = false; // what the host promises
+    FollowPassFn pass_follower = nullptr;
+    uint64_t traced = 0; // calls of TraceLog, whatever the level
     std::vector<TraceRecord> trace;
     std::vector<SentReport> reports;
     std::vector<WaitCall> wait_calls;
