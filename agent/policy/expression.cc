@@ -7,6 +7,7 @@
 #include "agent/host/error.h"
 #include "agent/policy/summary.h"
 #include "agent/text/suggestion.h"
+#include "agent/text/utf8.h"
 
 namespace policy {
 
@@ -18,6 +19,21 @@ constexpr int64_t kMemory = int64_t{1} << 20;
 re2::StringPiece Piece(std::string_view text)
 {
     return {text.data(), text.size()};
+}
+
+// The line as RE2 is to see it, of the same length. `own` has it when it is another one.
+std::string_view Seen(std::string_view line, std::string *own)
+{
+    if (text::IsUtf8(line))
+        return line;
+    *own = line;
+    for (size_t at = 0; at < line.size();) {
+        const size_t bytes = text::FirstCharacter(line.substr(at)).bytes;
+        if (bytes == 0)
+            (*own)[at] = '?';
+        at += std::max<size_t>(bytes, 1);
+    }
+    return *own;
 }
 
 } // namespace
@@ -47,18 +63,24 @@ std::optional<ExpressionMistake> Expression::Mistake() const
 
 bool Expression::Matches(std::string_view line) const
 {
-    return re2::RE2::PartialMatch(Piece(line), *compiled_);
+    std::string own;
+    return re2::RE2::PartialMatch(Piece(Seen(line, &own)), *compiled_);
 }
 
 std::optional<std::vector<std::string_view>> Expression::Groups(std::string_view line) const
 {
     const int count = compiled_->NumberOfCapturingGroups() + 1;
     std::vector<re2::StringPiece> pieces(static_cast<size_t>(count));
-    if (!compiled_->Match(Piece(line), 0, line.size(), re2::RE2::UNANCHORED, pieces.data(), count))
+    std::string own;
+    const std::string_view seen = Seen(line, &own);
+    if (!compiled_->Match(Piece(seen), 0, seen.size(), re2::RE2::UNANCHORED, pieces.data(), count))
         return std::nullopt;
     std::vector<std::string_view> groups;
     for (const re2::StringPiece &piece : pieces)
-        groups.emplace_back(piece.data(), piece.size());
+        groups.push_back(
+            piece.empty()
+                ? std::string_view()
+                : line.substr(static_cast<size_t>(piece.data() - seen.data()), piece.size()));
     return groups;
 }
 

@@ -35,7 +35,8 @@ class Expression {
     // Nothing: it can be used.
     [[nodiscard]] std::optional<ExpressionMistake> Mistake() const;
 
-    // Does it match anywhere in the line?
+    // Does it match anywhere in the line? A byte that is not UTF-8 is taken for a question mark: for none at all, and
+    // whoever can write one into a line could hide it from "." and from "not a digit".
     [[nodiscard]] bool Matches(std::string_view line) const;
     // What the groups have matched, the whole first; empty where one took no part. Nothing: no match.
     [[nodiscard]] std::optional<std::vector<std::string_view>> Groups(std::string_view line) const;
