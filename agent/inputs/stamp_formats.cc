@@ -21,6 +21,8 @@ constexpr FormatName kFormats[] = {
 
 constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
 
+constexpr size_t kDateLength = 10; // "2026-11-21"
+
 // Digits of seconds and of milliseconds since 1970, from 2001 to 2286.
 constexpr size_t kSecondsDigits = 10;
 constexpr size_t kMillisecondsDigits = 13;
@@ -215,9 +217,10 @@ bool FindRfc5424(std::string_view line, FoundStamp *found)
         found->own_text = rest.substr(0, 1);
     else if (!FindRfc3339(rest, found) || !found->has_zone)
         return false;
-    // The stamp is one whole word.
-    if (FindByte(found->own_text, ' ') != std::string_view::npos ||
-        !rest.substr(found->own_text.size()).starts_with(' '))
+    // The stamp is one whole word, in which a blank could stand before the time only.
+    const std::string_view stamp = found->own_text;
+    if ((stamp.size() > kDateLength && stamp[kDateLength] == ' ') ||
+        !rest.substr(stamp.size()).starts_with(' '))
         return false;
     found->format = StampFormat::kRfc5424;
     found->end = kVersion.size() + found->own_text.size() + 1;
