@@ -89,7 +89,7 @@ add_sibling(vkirtupt agent/products/vkirtupt.cc)
 add_agent_folder(regfile UNHURRIED reg_import.cc reg_path.cc reg_reader.cc reg_writer.cc)
 target_link_libraries(agent_regfile PUBLIC agent_text)
 
-add_agent_folder(rules UNHURRIED node_reader.cc policy_reader.cc policy_text.cc rules_diff.cc rules_file.cc yaml_text.cc yaml_tree.cc)
+add_agent_folder(rules UNHURRIED node_reader.cc policy_reader.cc policy_text.cc rule_test.cc rules_diff.cc rules_file.cc yaml_text.cc yaml_tree.cc)
 target_link_libraries(agent_rules PUBLIC agent_events agent_policy agent_text PRIVATE PkgConfig::YAML)
 
 # Editors check rules files against this schema, and complete what is typed into them.
@@ -99,7 +99,7 @@ install(FILES packaging/rules.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/s
 add_agent_folder(cli UNHURRIED WITH_JSON alert_commands.cc context.cc doctor_agent.cc doctor_commands.cc doctor_inputs.cc doctor_logs.cc
     doctor_promises.cc doctor_rsyslog.cc doctor_sinks.cc event_commands.cc event_json.cc explain.cc
     hour_of.cc input_commands.cc line_trial.cc matched_line.cc option_word.cc output.cc
-    progress_bar.cc reg_file_commands.cc registry_commands.cc rendered_log.cc rsyslog_config.cc rules_commands.cc
+    progress_bar.cc reg_file_commands.cc registry_commands.cc rendered_log.cc rsyslog_config.cc rule_tests.cc rules_commands.cc
     scan_commands.cc setting_commands.cc since.cc sink_commands.cc status_commands.cc tally.cc
     temporary_folder.cc test_commands.cc text_input.cc trace_commands.cc trial.cc trial_clock.cc trial_input.cc
     undelivered_commands.cc)

@@ -12,6 +12,7 @@
 #include "agent/cli/command.h"
 #include "agent/cli/event_json.h"
 #include "agent/cli/output.h"
+#include "agent/cli/rule_tests.h"
 #include "agent/cli/text_input.h"
 #include "agent/host/agent_values.h"
 #include "agent/host/convert.h"
@@ -214,6 +215,8 @@ int Apply(Context &context, const ApplyOptions &options)
         context.OpenToRead();
     else
         context.Open();
+    RefuseIfFaulty(context, "apply", options.file,
+                   RunTests(CopyRules(context.Host().registry(), false), parsed.rules));
     const RulesDifference difference = options.dry_run
                                            ? CompareOnly(context, options, parsed.rules)
                                            : CompareAndWrite(context, options, parsed.rules);

@@ -16,6 +16,7 @@
 #include "agent/cli/output.h"
 #include "agent/cli/progress_bar.h"
 #include "agent/cli/rendered_log.h"
+#include "agent/cli/rule_tests.h"
 #include "agent/cli/since.h"
 #include "agent/cli/tally.h"
 #include "agent/cli/text_input.h"
@@ -108,12 +109,15 @@ RulesCopy HostSettings(Context &context)
     }
 }
 
-// The events of a rules file, and nothing else, with the settings of this host.
-RulesCopy FileRules(Context &context, const std::string &file)
+// The events of a rules file, and nothing else, with the settings of this host. The tests in it have
+// come to what they should.
+RulesCopy FileRules(Context &context, const std::string &file, size_t *tests)
 {
     const auto parsed = rules::ParseRules(text::ReadWholeFile(file, rules::kMaxRulesFile));
     RefuseIfFaulty(context, "try", file, parsed.issues);
     RulesCopy rules = HostSettings(context);
+    RefuseIfFaulty(context, "try", file, RunTests(rules, parsed.rules));
+    *tests = CountTests(parsed.rules);
     for (const rules::Rule &rule : parsed.rules)
         rules.events.push_back(rule.event);
     return rules;
@@ -354,6 +358,14 @@ void StopClock(const std::string &as_of)
     StopClockAt(moment);
 }
 
+void PrintTests(const Context &context, size_t tests)
+{
+    if (context.json)
+        PrintJson({{"tests", tests}});
+    else
+        printf("%zu tests in the file, and all have come to what they should.\n", tests);
+}
+
 // The store of the host is read before the trial's host is made, and not again.
 int Test(Context &context, const TestOptions &options)
 {
@@ -361,7 +373,13 @@ int Test(Context &context, const TestOptions &options)
     TakeInterruptions();
     StopClock(options.as_of);
     const bool has_file = !options.rules.empty();
-    const RulesCopy rules = has_file ? FileRules(context, options.rules) : HostRules(context);
+    size_t tests = 0;
+    const RulesCopy rules =
+        has_file ? FileRules(context, options.rules, &tests) : HostRules(context);
+    if (options.files.empty() && !options.explain) {
+        PrintTests(context, tests);
+        return kExitDone;
+    }
     // The rules of a file need nothing of an installation but the module of this program.
     const host::Layout libraries = has_file ? host::Layout::Find() : context.layout;
     RunTrial(libraries, rules, [&](monitor::Module &module, host::Host &host) {
@@ -386,7 +404,7 @@ void SetUpTest(Parser &parser, Context &context)
     parser
         .Add("--rules", options->rules,
              "Try the events of this rules file, instead of those of this host, without "
-             "its store and as any user; - reads standard input")
+             "its store and as any user; - reads standard input. The tests in it are run first")
         .TypeName("FILE");
     parser.AddFlag(
         "--line-hours", options->line_hours,
@@ -407,7 +425,10 @@ void SetUpTest(Parser &parser, Context &context)
     parser.Runs(run, [&, options]() -> std::string {
         context.needs_no_root = !options->rules.empty();
         // Exactly one of both.
-        if (options->files.empty() == !options->explain)
+        const bool has_files = !options->files.empty();
+        // The tests of a rules file need nothing more.
+        const bool has_none = !has_files && !options->explain && options->rules.empty();
+        if (has_none || (has_files && options->explain))
             return "name logs to be tried, or one line with --explain";
         const auto inputs = std::count(options->files.begin(), options->files.end(), "-") +
                             (options->rules == "-" ? 1 : 0);

@@ -41,6 +41,7 @@ Names EventKeys()
 {
     Names names = kPlainKeys;
     names.insert(names.end(), kPolicyKeys.begin(), kPolicyKeys.end());
+    names.emplace_back("tests");
     return names;
 }
 
@@ -184,6 +185,7 @@ void RulesReader::ReadEvent(const YamlNode &node)
     const bool has_keywords = ReadKeywords(node, values, &rule);
     const bool has_count = ReadReportCount(values, &rule.event);
     const bool has_hours = ReadHours(values, &rule.event);
+    const bool has_tests = ReadTests(values, this, &rule.tests);
     const bool has_policy = ReadPolicy(values, this, &rule.event.policy);
     if (has_keywords && has_policy && rule.event.keywords == std::array<std::string, 3>() &&
         !DerivesKeyword(*values.at(kRegex), rule.event.policy))
@@ -199,7 +201,7 @@ void RulesReader::ReadEvent(const YamlNode &node)
     // Also of an event that is faulty otherwise: its twin is a mistake of its own.
     if (has_key)
         CheckForTwins(rule, node.offset);
-    if (has_key && has_keywords && has_count && has_hours && has_policy)
+    if (has_key && has_keywords && has_count && has_hours && has_policy && has_tests)
         rules_->push_back(std::move(rule));
 }
 

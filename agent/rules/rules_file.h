@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "agent/events/events.h"
+#include "agent/rules/rule_test.h"
 #include "agent/text/text_file.h"
 
 namespace rules {
@@ -34,6 +35,7 @@ struct Rule {
     events::EventRecord event;
     text::Position at;
     std::array<text::Position, 3> keywords_at;
+    std::vector<RuleTest> tests = {};
 };
 
 // What was read. With issues, the rules are those that were sound, which are of use for nothing but

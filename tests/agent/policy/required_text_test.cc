@@ -14,8 +14,7 @@ using events::RequiredText;
 TEST(RequiredText, IsTheLongestRunOfWhatMustBeThere)
 {
     EXPECT_EQ("Failed password for ", RequiredText(R"(Failed password for (\S+) from)", false));
-    EXPECT_EQ("I/O error, dev ",
-              RequiredText(R"(^.*I/O error, dev sd?[a-z])", false).substr(0, 15));
+    EXPECT_EQ("I/O error, dev s", RequiredText(R"(^.*I/O error, dev sd?[a-z])", false));
     EXPECT_EQ("a.b[1]", RequiredText(R"(a\.b\[1\])", false));
     EXPECT_EQ("", RequiredText("(invalid|bad)x*", false));
     EXPECT_EQ("needed", RequiredText("(maybe longer)?needed(not at all)*(or this){0,3}", false));
