@@ -1,6 +1,7 @@
 # Reading headers and writing out templates is most of what the compiler does for the agent and for a test. The files of
 # a folder are compiled together, five at a time: so they share the names outside their functions. With the preset dev,
-# for whoever changes one file and builds again, each is compiled by itself.
+# for whoever changes one file and builds again, and with clang, which warns of names that hide each other, each is
+# compiled by itself.
 option(SYSLOGMON_BY_FOLDER "Compile the files of a folder together" ON)
 function(build_by_folder target)
     get_target_property(sources ${target} SOURCES)
