@@ -130,6 +130,14 @@ void FileFollower::PassOver(const std::string &path, const std::string &log, con
 
 // ---- names ----
 
+// A rotated file of which nothing more is read does not become the log again: another file has its number.
+bool FileFollower::IsReborn(const FollowedFile &file, const std::string &path) const
+{
+    const Place &place = file.place();
+    return file.MayBeAnother() && (place.all || place.packed) && logs_.IsLive(path) &&
+           !logs_.IsLive(place.path);
+}
+
 void FileFollower::LocateAll(const FolderView &view)
 {
     logs_.Learn(view);
@@ -142,7 +150,9 @@ void FileFollower::LocateAll(const FolderView &view)
     for (auto &[number, file] : files_.all()) {
         const auto found = paths.find(file.place().identity);
         file.is_present = found != paths.end();
-        if (file.is_present)
+        if (file.is_present && IsReborn(file, found->second))
+            file.LoseIdentity();
+        else if (file.is_present)
             file.Locate(found->second, logs_.IsLive(found->second));
         else if (!file.IsOpen())
             file.wants_reading = false;

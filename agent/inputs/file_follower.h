@@ -101,6 +101,7 @@ class FileFollower {
     std::vector<Beginning> NewestFirst(const FolderView &view);
     bool BeginIn(const Beginning &file, const FindPlace &find);
     void PassOver(const std::string &path, const std::string &log, const FileLook &look);
+    [[nodiscard]] bool IsReborn(const FollowedFile &file, const std::string &path) const;
     void LocateAll(const FolderView &view);
     void Follow(Place place);
     void FollowNewLogs(const FolderView &view);

@@ -36,6 +36,41 @@ void FollowedFile::Locate(const std::string &path, bool is_live)
     is_changed = true;
 }
 
+// Of a file that was rotated. By the first line alone of an archive: to come to its place, all before it would have to be
+// unpacked.
+bool FollowedFile::IsAnother() const
+{
+    if (was_cut && place_.identity.birth_ns == 0)
+        return true; // nobody writes a rotated file anew
+    if (!MayBeAnother() || place_.offset == 0)
+        return false;
+    try {
+        LogContent content(place_.path);
+        const auto look = LookAt(content.fd());
+        if (!look || look->identity != place_.identity)
+            return false;
+        // Many logs begin with the same line. One to which nobody writes any more does not grow.
+        if (place_.done && !place_.packed && look->size != place_.offset)
+            return true;
+        // What was never read may have been compressed since its place was taken.
+        if (!place_.all && content.IsPacked() != place_.packed)
+            return true;
+        return !(content.IsPacked() ? HoldsHead(&content, place_) : HoldsPlace(&content, place_));
+    } catch (const host::Error &) {
+        return false;
+    }
+}
+
+void FollowedFile::LoseIdentity()
+{
+    Close();
+    place_.identity = {};
+    was_cut = false;
+    is_present = false;
+    wants_reading = false;
+    is_changed = true;
+}
+
 void FollowedFile::Adopt(const std::string &path, const FileIdentity &identity)
 {
     Close();

@@ -79,6 +79,12 @@ class FollowedFile {
 
     // Takes the path under which it was found. `is_live`: programs write under that path.
     void Locate(const std::string &path, bool is_live);
+    // May another file have its number? Only where the file system tells no births, and gives the number
+    // of a file that is gone to the next; while it is open here, its number is its own.
+    [[nodiscard]] bool MayBeAnother() const { return place_.identity.birth_ns == 0 && !IsOpen(); }
+    [[nodiscard]] bool IsAnother() const;
+    // It is gone: the file of its number is none of its own.
+    void LoseIdentity();
     // It has another file now that holds what it held.
     void Adopt(const std::string &path, const FileIdentity &identity);
     void Close();

@@ -105,8 +105,13 @@ void MovePlace(Place *place, uint64_t offset, LogContent *content)
 
 bool HoldsPlace(LogContent *content, const Place &place)
 {
-    return place.offset > 0 && Holds(content, 0, place.head) &&
+    return HoldsHead(content, place) &&
            Holds(content, place.offset - place.tail.length, place.tail);
+}
+
+bool HoldsHead(LogContent *content, const Place &place)
+{
+    return place.offset > 0 && Holds(content, 0, place.head);
 }
 
 } // namespace inputs

@@ -56,6 +56,8 @@ void MovePlace(Place *place, uint64_t offset, LogContent *content);
 // Are the bytes before the place, and the first line, those that were there? An offset of 0 tells nothing.
 // Throws host::Error.
 bool HoldsPlace(LogContent *content, const Place &place);
+// The same of the first line alone.
+bool HoldsHead(LogContent *content, const Place &place);
 
 } // namespace inputs
 

@@ -92,9 +92,11 @@ void Rotation::DealWithEmptied(int64_t number, Candidates *candidates)
     FollowedFile &file = files_.all().at(number);
     const Place before = file.place();
     if (!FindContentOf(&file, candidates)) {
-        losses_.push_back(
-            {input_, before.path + " was emptied, and no other file holds what it held: " +
-                         MissingBehind(before) + " before that is missing, if there was anything"});
+        if (!before.done)
+            losses_.push_back({input_, before.path +
+                                           " was emptied, and no other file holds what it held: " +
+                                           MissingBehind(before) +
+                                           " before that is missing, if there was anything"});
         files_.Drop(number);
     }
     files_.Add(PlaceAtBeginning(before.path, before.log, before.identity),
@@ -121,6 +123,15 @@ void Rotation::GiveUp(FollowedFile *file, const Candidates &candidates, SteadyTi
                                        MissingBehind(place) +
                                        " is missing, if there was anything"});
     files_.Drop(file->number());
+}
+
+// A rotated file is not written anew: another one has its number.
+void Rotation::NoticeReusedNumbers()
+{
+    for (auto &[number, file] : files_.all()) {
+        if (file.is_present && !file.is_live() && file.IsAnother())
+            file.LoseIdentity();
+    }
 }
 
 void Rotation::SeekMissing(Candidates *candidates, SteadyTime now)
@@ -197,6 +208,7 @@ bool Rotation::FollowRotated(const Candidates &candidates)
 bool Rotation::Settle(const FolderView &view, SteadyTime now)
 {
     problems_.clear();
+    NoticeReusedNumbers();
     Candidates candidates = Unknown(view);
     if (files_.SomethingIsMissing())
         held_.clear(); // what was taken for a copy in the making may be what is left

@@ -44,6 +44,7 @@ class Rotation {
     }
 
   private:
+    void NoticeReusedNumbers();
     void SeekMissing(Candidates *candidates, SteadyTime now);
     bool FindContentOf(FollowedFile *file, Candidates *candidates);
     void GiveUp(FollowedFile *file, const Candidates &candidates, SteadyTime now);

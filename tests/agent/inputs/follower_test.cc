@@ -394,6 +394,22 @@ TEST_F(FollowerTest, RemovedUnreadWhileNobodyLookedIsTold)
     EXPECT_NE(std::string::npos, losses[0].find("behind byte")) << losses[0];
 }
 
+// Of an archive that was there before the input nothing is read; of a log that has its inode by now, everything.
+TEST_F(FollowerTest, ANewLogIsReadThoughItHasTheInodeOfAnArchiveThatWasPassedOver)
+{
+    Write("whole", LogLine("older"));
+    Pack("whole", "a.log.2.gz", "gzip");
+    Remove("whole");
+    StartWith("a.log", LogLine("old"));
+    Stop();
+    Remove("a.log.2.gz");
+    Rename("a.log", "a.log.1");
+    Append("a.log", LogLine("1"));
+    Start();
+    EXPECT_EQ(Messages{"1"}, Read());
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
 TEST_F(FollowerTest, ARotatedFileThatWasReadMayGo)
 {
     StartWith("a.log", LogLine("old"));
