@@ -40,10 +40,12 @@ string(PREPEND LICENSE_FIELD " ")
 configure_file(${CMAKE_CURRENT_LIST_DIR}/debian/copyright.in ${package_files}/copyright @ONLY)
 install(FILES ${package_files}/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/logrotate-other-logs DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
-file(READ ${CMAKE_SOURCE_DIR}/examples/rules.yaml rules)
-string(REPLACE "../packaging/rules.schema.json" "${SYSLOGMON_RULES_SCHEMA}" rules "${rules}")
-file(WRITE ${package_files}/rules.yaml "${rules}")
-install(FILES ${package_files}/rules.yaml DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+foreach(name rules policies)
+    file(READ ${CMAKE_SOURCE_DIR}/examples/${name}.yaml rules)
+    string(REPLACE "../packaging/rules.schema.json" "${SYSLOGMON_RULES_SCHEMA}" rules "${rules}")
+    file(WRITE ${package_files}/${name}.yaml "${rules}")
+    install(FILES ${package_files}/${name}.yaml DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+endforeach()
 
 # What an administrator reads: the rest of the documents is about the sources.
 install(FILES ${CMAKE_SOURCE_DIR}/docs/histories.md ${CMAKE_SOURCE_DIR}/docs/json.md

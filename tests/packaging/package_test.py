@@ -24,6 +24,7 @@ lrwxrwxrwx ./usr/share/bash-completion/completions/syslogmond -> syslogmon
 -rw-r--r-- ./usr/share/doc/syslogmon/changelog.gz
 -rw-r--r-- ./usr/share/doc/syslogmon/copyright
 -rw-r--r-- ./usr/share/doc/syslogmon/examples/logrotate-other-logs
+-rw-r--r-- ./usr/share/doc/syslogmon/examples/policies.yaml
 -rw-r--r-- ./usr/share/doc/syslogmon/examples/rules.yaml
 -rw-r--r-- ./usr/share/doc/syslogmon/histories.md
 -rw-r--r-- ./usr/share/doc/syslogmon/json.md
