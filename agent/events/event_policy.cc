@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <optional>
 
 #include "agent/host/error.h"
+#include "agent/host/registry_values.h"
 #include "agent/text/duration.h"
 #include "platform/registry.h"
 
@@ -72,14 +72,15 @@ std::string Shortened(const std::string &text)
     return "\"" + text.substr(0, 60) + "\"";
 }
 
+bool IsOfNames(char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+}
+
 bool IsLabelName(const std::string &name)
 {
-    const auto is_good = [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-               c == '_';
-    };
     return !name.empty() && name.size() <= kMaxLabelName && (name[0] < '0' || name[0] > '9') &&
-           std::all_of(name.begin(), name.end(), is_good);
+           std::all_of(name.begin(), name.end(), IsOfNames);
 }
 
 std::string InSmallLetters(std::string name)
@@ -87,29 +88,6 @@ std::string InSmallLetters(std::string name)
     for (char &c : name)
         c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     return name;
-}
-
-void SetNumber(host::RegistryTree &registry, host::KeyId key, const char *name, int64_t number)
-{
-    const auto stored = static_cast<uint32_t>(number);
-    registry.Set(key, name, REG_DWORD,
-                 std::string_view(reinterpret_cast<const char *>(&stored), sizeof stored));
-}
-
-std::optional<uint32_t> NumberIn(host::RegistryTree &registry, host::KeyId key, const char *name)
-{
-    uint32_t number = 0;
-    const auto stored = registry.Get(key, name);
-    if (!stored || stored->type != REG_DWORD || stored->data.size() != sizeof number)
-        return std::nullopt;
-    memcpy(&number, stored->data.data(), sizeof number);
-    return number;
-}
-
-void SetText(host::RegistryTree &registry, host::KeyId key, const std::string &name,
-             const std::string &text)
-{
-    registry.Set(key, name, REG_SZ, text + '\0');
 }
 
 } // namespace
@@ -182,10 +160,7 @@ void CheckSpan(const char *name, int64_t seconds)
 
 void CheckPer(const std::string &per)
 {
-    const bool is_name = std::all_of(per.begin(), per.end(), [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-               c == '_';
-    });
+    const bool is_name = std::all_of(per.begin(), per.end(), IsOfNames);
     if (!is_name || !IsLineOfText(per, kMaxLabelName))
         throw host::Error("cannot count per " + Shortened(per), "there is no such thing",
                           "use host, program, or a group of the expression");
@@ -275,9 +250,9 @@ EventPolicy ReadPolicy(host::RegistryTree &registry, host::KeyId event_key, int3
             policy.*value.text = host::TextOf(*stored);
     }
     for (const NumberValue &value : kNumberValues)
-        policy.*value.number = NumberIn(registry, *key, value.name).value_or(0);
-    policy.ignore_case = NumberIn(registry, *key, kIgnoreCaseValue).value_or(0) != 0;
-    *keyword_is_derived = NumberIn(registry, *key, kDerivedValue).value_or(0) != 0;
+        policy.*value.number = host::NumberOf(registry.Get(*key, value.name)).value_or(0);
+    policy.ignore_case = host::NumberOf(registry.Get(*key, kIgnoreCaseValue)).value_or(0) != 0;
+    *keyword_is_derived = host::NumberOf(registry.Get(*key, kDerivedValue)).value_or(0) != 0;
     if (const auto except = registry.Find(*key, kExceptKey)) {
         for (const host::RegValue &excluded : registry.Values(*except)) {
             const std::string text = excluded.type == REG_SZ ? host::TextOf(excluded) : "";
@@ -286,7 +261,8 @@ EventPolicy ReadPolicy(host::RegistryTree &registry, host::KeyId event_key, int3
         }
     }
     if (policy.Counts())
-        *report_count = static_cast<int32_t>(NumberIn(registry, *key, kCountValue).value_or(1));
+        *report_count =
+            static_cast<int32_t>(host::NumberOf(registry.Get(*key, kCountValue)).value_or(1));
     if (const auto labels = registry.Find(*key, kLabelsKey)) {
         for (const host::RegValue &label : registry.Values(*labels)) {
             if (label.type == REG_SZ)
@@ -307,33 +283,34 @@ void WritePolicy(host::RegistryTree &registry, host::KeyId event_key, const Even
     const host::KeyId key = registry.Create(event_key, kPolicyKey);
     for (const TextValue &value : kTextValues) {
         if (!(policy.*value.text).empty())
-            SetText(registry, key, value.name, policy.*value.text);
+            host::SetText(registry, key, value.name, policy.*value.text);
     }
     for (const NumberValue &value : kNumberValues) {
         if (policy.*value.number != 0)
-            SetNumber(registry, key, value.name, policy.*value.number);
+            host::SetNumber(registry, key, value.name, static_cast<uint32_t>(policy.*value.number));
     }
     if (policy.Counts())
-        SetNumber(registry, key, kCountValue, report_count);
+        host::SetNumber(registry, key, kCountValue, static_cast<uint32_t>(report_count));
     if (policy.ignore_case)
-        SetNumber(registry, key, kIgnoreCaseValue, 1);
+        host::SetNumber(registry, key, kIgnoreCaseValue, 1);
     if (keyword_is_derived)
-        SetNumber(registry, key, kDerivedValue, 1);
+        host::SetNumber(registry, key, kDerivedValue, 1);
     if (!policy.except.empty()) {
         const host::KeyId except = registry.Create(key, kExceptKey);
         for (size_t i = 0; i < policy.except.size(); ++i) {
             char name[24];
             snprintf(name, sizeof name, "%03zu", i + 1);
             const ExcludedText &excluded = policy.except[i];
-            SetText(registry, except, name,
-                    (excluded.is_expression ? kExpressionLetter : kTextLetter) + excluded.text);
+            host::SetText(registry, except, name,
+                          (excluded.is_expression ? kExpressionLetter : kTextLetter) +
+                              excluded.text);
         }
     }
     if (policy.labels.empty())
         return;
     const host::KeyId labels = registry.Create(key, kLabelsKey);
     for (const auto &[name, text] : policy.labels)
-        SetText(registry, labels, name, text);
+        host::SetText(registry, labels, name, text);
 }
 
 } // namespace events

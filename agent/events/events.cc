@@ -8,6 +8,7 @@
 #include "agent/host/error.h"
 #include "agent/host/host.h"
 #include "agent/host/owned_handle.h"
+#include "agent/host/registry_values.h"
 #include "agent/host/waitable.h"
 #include "platform/contract.h"
 #include "platform/monitor_entry.h"
@@ -35,26 +36,13 @@ std::string Quoted(const EventKey &key)
 
 // A value of less than four bytes counts, its missing bytes being 0: the monitor reads it into a
 // number that it has cleared.
-std::optional<uint32_t> NumberOf(const std::optional<host::RegValue> &value)
+std::optional<uint32_t> MonitorsNumberOf(const std::optional<host::RegValue> &value)
 {
     uint32_t number = 0;
     if (!value || value->data.size() > sizeof number)
         return std::nullopt;
     memcpy(&number, value->data.data(), value->data.size());
     return number;
-}
-
-// With its zero byte, which is a part of a REG_SZ value, as the monitor expects it.
-void SetText(host::RegistryTree &registry, host::KeyId key, const char *name,
-             const std::string &text)
-{
-    registry.Set(key, name, REG_SZ, std::string_view(text.c_str(), text.size() + 1));
-}
-
-void SetNumber(host::RegistryTree &registry, host::KeyId key, const char *name, uint32_t number)
-{
-    registry.Set(key, name, REG_DWORD,
-                 std::string_view(reinterpret_cast<const char *>(&number), sizeof number));
 }
 
 bool HasControlCharacter(const std::string &text)
@@ -231,8 +219,8 @@ StoredEvent EventRegistry::Read(const std::string &source, const std::string &id
         else
             stored.event.keywords[k] = host::TextOf(*value);
     }
-    const auto count = NumberOf(registry_.Get(*settings, kReportCountValue));
-    const auto hours = NumberOf(registry_.Get(*settings, kWatchTimeValue));
+    const auto count = MonitorsNumberOf(registry_.Get(*settings, kReportCountValue));
+    const auto hours = MonitorsNumberOf(registry_.Get(*settings, kWatchTimeValue));
     if (!count)
         note("it has no ReportCount of 4 bytes");
     if (!hours)
@@ -283,11 +271,11 @@ void EventRegistry::Write(const EventRecord &event)
     const host::KeyId key = registry_.Create(event_key, kWatchSettingKey);
     const auto keywords = TableKeywords(event);
     for (size_t k = 0; k < keywords.size(); ++k)
-        SetText(registry_, key, kKeywordValues[k], keywords[k]);
+        host::SetText(registry_, key, kKeywordValues[k], keywords[k]);
     // What the agent counts, it must hear of with each hit.
     const int32_t count_of_table = event.policy.Counts() ? 1 : event.report_count;
-    SetNumber(registry_, key, kReportCountValue, static_cast<uint32_t>(count_of_table));
-    SetNumber(registry_, key, kWatchTimeValue, event.hours);
+    host::SetNumber(registry_, key, kReportCountValue, static_cast<uint32_t>(count_of_table));
+    host::SetNumber(registry_, key, kWatchTimeValue, event.hours);
     WritePolicy(registry_, event_key, event.policy, event.report_count, keywords != event.keywords);
 }
 

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include "agent/host/agent_values.h"
+#include "agent/host/registry_values.h"
 #include "agent/inputs/input_registry.h"
 #include "agent/inputs/journal_reader.h"
 #include "agent/logs/log_files.h"
@@ -46,9 +47,7 @@ bool AddFirstInput(host::Store &store, host::RegistryTree &registry)
     if (is_wanted)
         InputRegistry(store, registry).Add({0, kName, kJournalKind, {}}, host::kDefaultLogCharset);
     host::Transaction transaction(store);
-    const uint32_t decided = 1;
-    registry.Set(registry.Create(host::kRootKey, host::kAgentKey), kDecided, REG_DWORD,
-                 std::string_view(reinterpret_cast<const char *>(&decided), sizeof decided));
+    host::SetNumber(registry, registry.Create(host::kRootKey, host::kAgentKey), kDecided, 1);
     transaction.Commit();
     return is_wanted;
 }

@@ -49,9 +49,6 @@ bool FollowedFile::IsAnother() const
         const auto look = LookAt(content.fd());
         if (!look || look->identity != place_.identity)
             return false;
-        // Many logs begin with the same line. One to which nobody writes any more does not grow.
-        if (place_.done && !place_.packed && look->size != place_.offset)
-            return true;
         // What was never read may have been compressed since its place was taken.
         if (!place_.all && content.IsPacked() != place_.packed)
             return true;

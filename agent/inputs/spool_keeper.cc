@@ -1,12 +1,12 @@
 #include "agent/inputs/spool_keeper.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "agent/alerts/alert_store.h"
 #include "agent/host/agent_values.h"
 #include "agent/host/error.h"
 #include "agent/host/here_and_now.h"
+#include "agent/host/registry_values.h"
 #include "platform/contract.h"
 #include "platform/registry.h"
 #include "platform/split64.h"
@@ -32,17 +32,6 @@ size_t HashOf(std::string_view line)
 
 } // namespace
 
-void SpoolKeeper::SetText(host::KeyId key, const char *name, const std::string &text)
-{
-    registry_.Set(key, name, REG_SZ, std::string_view(text.c_str(), text.size() + 1));
-}
-
-void SpoolKeeper::SetNumber(host::KeyId key, const char *name, uint32_t number)
-{
-    registry_.Set(key, name, REG_DWORD,
-                  std::string_view(reinterpret_cast<const char *>(&number), sizeof number));
-}
-
 std::string SpoolKeeper::Text(const char *name)
 {
     const auto key = registry_.Find(host::kRootKey, kMonitorKey);
@@ -54,11 +43,7 @@ std::optional<uint32_t> SpoolKeeper::Number(const char *name)
 {
     const auto key = registry_.Find(host::kRootKey, kMonitorKey);
     const auto value = key ? registry_.Get(*key, name) : std::nullopt;
-    uint32_t number = 0;
-    if (!value || value->type != REG_DWORD || value->data.size() != sizeof number)
-        return std::nullopt;
-    memcpy(&number, value->data.data(), sizeof number);
-    return number;
+    return host::NumberOf(value);
 }
 
 int64_t SpoolKeeper::Limit()
@@ -87,11 +72,11 @@ std::optional<ModulePlace> SpoolKeeper::ReadModulePlace()
 void SpoolKeeper::WriteModulePlace(const std::string &path, const ModulePlace &place)
 {
     const host::KeyId key = registry_.Create(host::kRootKey, kMonitorKey);
-    SetText(key, kFileNameValue, path);
-    SetText(key, kSlot.headline, place.head_line);
-    SetText(key, kSlot.content, place.content);
-    SetNumber(key, kSlot.pos_low, LowHalf(place.position));
-    SetNumber(key, kSlot.pos_high, HighHalf(place.position));
+    host::SetText(registry_, key, kFileNameValue, path);
+    host::SetText(registry_, key, kSlot.headline, place.head_line);
+    host::SetText(registry_, key, kSlot.content, place.content);
+    host::SetNumber(registry_, key, kSlot.pos_low, LowHalf(place.position));
+    host::SetNumber(registry_, key, kSlot.pos_high, HighHalf(place.position));
 }
 
 // The offset up to which the module has checked the spool.
@@ -147,7 +132,7 @@ void SpoolKeeper::Prepare(bool has_inputs, int64_t wall_seconds)
     if (is_in_force_)
         LookAtSpool(stands_in_spool, wall_seconds);
     else if (Text(kFileNameValue) == file_.path()) // as of an imported registry
-        SetText(registry_.Create(host::kRootKey, kMonitorKey), kFileNameValue, "");
+        host::SetText(registry_, registry_.Create(host::kRootKey, kMonitorKey), kFileNameValue, "");
     store_.CommitPass();
     if (!is_in_force_)
         file_.Remove();
@@ -164,8 +149,9 @@ void SpoolKeeper::TakeCustomerFile(bool stands_in_spool)
     if (const auto loss = customer_.Set(set, was_read ? ReadModulePlace() : std::nullopt))
         Tell(*loss);
     const host::KeyId key = registry_.Create(host::kRootKey, kMonitorKey);
-    SetText(key, kFileNameValue, file_.path());
-    SetText(registry_.Create(host::kRootKey, host::kAgentKey), host::kInputSpool, file_.path());
+    host::SetText(registry_, key, kFileNameValue, file_.path());
+    host::SetText(registry_, registry_.Create(host::kRootKey, host::kAgentKey), host::kInputSpool,
+                  file_.path());
 }
 
 // False: the spool is needed still.

@@ -64,8 +64,6 @@ class SpoolKeeper {
     void WriteModulePlace(const std::string &path, const ModulePlace &place);
     [[nodiscard]] int64_t ReadTo();
     [[nodiscard]] bool StandsInSpool();
-    void SetText(host::KeyId key, const char *name, const std::string &text);
-    void SetNumber(host::KeyId key, const char *name, uint32_t number);
     std::string Text(const char *name);
     std::optional<uint32_t> Number(const char *name);
     [[nodiscard]] int64_t Limit();

@@ -1,11 +1,11 @@
 #include "agent/sinks/sink_registry.h"
 
 #include <algorithm>
-#include <cstring>
 #include <strings.h>
 
 #include "agent/host/agent_values.h"
 #include "agent/host/error.h"
+#include "agent/host/registry_values.h"
 #include "agent/sinks/delivery_store.h"
 #include "agent/sinks/option_checks.h"
 #include "platform/registry.h"
@@ -35,12 +35,6 @@ void CheckName(const std::string &name)
         throw host::Error("cannot use the name \"" + name.substr(0, kMaxName) + "\" for a sink",
                           "it is empty, too long, or holds other characters than those of names",
                           "use 1 to 64 letters, digits, \".\", \"_\" and \"-\"");
-}
-
-void SetText(host::RegistryTree &registry, host::KeyId key, const std::string &name,
-             const std::string &text)
-{
-    registry.Set(key, name, REG_SZ, std::string_view(text.c_str(), text.size() + 1));
 }
 
 } // namespace
@@ -113,9 +107,9 @@ void SinkRegistry::Add(SinkConfig config)
     }
     CheckSink(config);
     config.key = registry_.Create(host::kRootKey, SinksPath() + "\\" + config.name);
-    SetText(registry_, config.key, kKind, config.kind->name);
+    host::SetText(registry_, config.key, kKind, config.kind->name);
     for (const auto &[name, value] : config.options)
-        SetText(registry_, config.key, name, value);
+        host::SetText(registry_, config.key, name, value);
     // A sink gets what is reported from now on, not all that is kept. In the same transaction as
     // the key: the deliverer sees both or nothing.
     Delivery begins_now;
@@ -139,7 +133,7 @@ SinkConfig SinkRegistry::Change(const std::string &name,
             registry_.DeleteValue(config.key, value.name);
     }
     for (const auto &[option, value] : config.options)
-        SetText(registry_, config.key, option, value);
+        host::SetText(registry_, config.key, option, value);
     transaction.Commit();
     return config;
 }
@@ -150,31 +144,19 @@ void SinkRegistry::Remove(const std::string &name)
     registry_.DeleteKey(Find(name).config.key);
 }
 
-std::optional<uint32_t> SinkRegistry::Number(const char *name)
-{
-    const auto key = registry_.Find(host::kRootKey, host::kAgentKey);
-    const auto value = key ? registry_.Get(*key, name) : std::nullopt;
-    uint32_t number = 0;
-    if (!value || value->type != REG_DWORD || value->data.size() != sizeof number)
-        return std::nullopt;
-    memcpy(&number, value->data.data(), sizeof number);
-    return number;
-}
-
 void SinkRegistry::SetNumber(const char *name, uint32_t number)
 {
     host::Transaction transaction(store_);
     const host::KeyId key = registry_.Create(host::kRootKey, host::kAgentKey);
-    registry_.Set(key, name, REG_DWORD,
-                  std::string_view(reinterpret_cast<const char *>(&number), sizeof number));
+    host::SetNumber(registry_, key, name, number);
     transaction.Commit();
 }
 
 uint32_t SinkRegistry::AlertLimit()
 {
     // A value that was written by hand may be anything.
-    return std::clamp(Number(kAlertLimit).value_or(kDefaultAlertLimit), kSmallestAlertLimit,
-                      kLargestAlertLimit);
+    return std::clamp(host::AgentNumber(registry_, kAlertLimit).value_or(kDefaultAlertLimit),
+                      kSmallestAlertLimit, kLargestAlertLimit);
 }
 
 void SinkRegistry::SetAlertLimit(const std::string &text)
@@ -190,7 +172,7 @@ void SinkRegistry::SetAlertLimit(const std::string &text)
 uint32_t SinkRegistry::AlertMegabytes()
 {
     constexpr int64_t kMegabyte = int64_t{1024} * 1024;
-    const auto set = Number(kAlertMegabytes);
+    const auto set = host::AgentNumber(registry_, kAlertMegabytes);
     if (set)
         return std::clamp(*set, 1U, kLargestAlertMegabytes);
     const int64_t quarter = host::SizeOfDisk(store_.database().path()) / 4 / kMegabyte;

@@ -75,7 +75,6 @@ class SinkRegistry {
 
   private:
     StoredSink Read(host::KeyId key, const std::string &name);
-    std::optional<uint32_t> Number(const char *name);
     void SetNumber(const char *name, uint32_t number);
 
     host::Store &store_;
