@@ -131,6 +131,15 @@ constexpr const char *kSteps[] = {
     "ALTER TABLE alert ADD COLUMN held_first TEXT NOT NULL DEFAULT '';"
     "ALTER TABLE alert ADD COLUMN held_last_ms INTEGER NOT NULL DEFAULT 0;"
     "ALTER TABLE alert ADD COLUMN held_last TEXT NOT NULL DEFAULT '';",
+    // 8: the troubles of the monitor that were told of and are not known to be over. Times since 1970, UTC.
+    "CREATE TABLE alarm ("
+    "  event_id INTEGER NOT NULL," // of the alerts about it
+    "  about TEXT NOT NULL,"
+    "  message TEXT NOT NULL,"
+    "  since_ms INTEGER NOT NULL,"
+    "  told_ms INTEGER NOT NULL," // the last time
+    "  over_ms INTEGER NOT NULL," // since when it is not there; 0: it is there
+    "  PRIMARY KEY (event_id, about)) WITHOUT ROWID;",
 };
 constexpr int kVersion = static_cast<int>(std::size(kSteps));
 

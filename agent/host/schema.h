@@ -8,6 +8,7 @@
 //   5        input_place, spool, spool_origin, spool_stamp; alert: line_host, program, own_time
 //   6        alert: severity, labels, summary, runbook_url
 //   7        policy_event, policy_value; alert: value, held_reports and the like
+//   8        alarm
 //
 // The version is SQLite's user_version. A store of a newer version is refused: an older program
 // would write what the newer one does not understand.
