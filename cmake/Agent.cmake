@@ -66,7 +66,7 @@ target_link_libraries(agent_logs PUBLIC agent_monitor)
 add_agent_folder(status UNHURRIED daemon_lock.cc sign_of_life.cc status_file.cc)
 target_link_libraries(agent_status PRIVATE nlohmann_json::nlohmann_json)
 
-add_agent_folder(alerts alert_store.cc alert_text.cc report_alert.cc report_folder.cc)
+add_agent_folder(alerts alert_store.cc alert_text.cc own_alert.cc report_alert.cc report_folder.cc)
 target_link_libraries(agent_alerts PUBLIC agent_events PRIVATE agent_text)
 add_sibling(vkmncall agent/alerts/vkmncall.cc)
 target_link_libraries(vkmncall PRIVATE agent_alerts)
@@ -83,6 +83,10 @@ target_link_libraries(agent_sinks PUBLIC agent_alerts
                       PkgConfig::SYSTEMD ${NETSNMP} Threads::Threads)
 
 include(cmake/Inputs.cmake)
+
+add_agent_folder(alarms UNHURRIED alarm_book.cc alarm_watch.cc sight.cc)
+target_link_libraries(agent_alarms PUBLIC agent_alerts agent_status
+                      PRIVATE agent_logs agent_settings agent_sinks agent_text Threads::Threads)
 
 add_sibling(vkirtupt agent/products/vkirtupt.cc)
 
@@ -115,7 +119,7 @@ target_compile_options(syslogmon PRIVATE ${QUICK_BUILD})
 
 add_agent_folder(daemon UNHURRIED console.cc daemon.cc doorbell.cc file_watch.cc input_feed.cc life_watch.cc
     live_settings.cc monitor.cc notify.cc signals.cc status_board.cc store_wait.cc supervisor.cc trigger.cc)
-target_link_libraries(agent_daemon PUBLIC agent_inputs agent_logs agent_policy agent_settings agent_sinks agent_status
+target_link_libraries(agent_daemon PUBLIC agent_alarms agent_inputs agent_logs agent_policy agent_settings agent_sinks agent_status
                       PRIVATE PkgConfig::SYSTEMD Threads::Threads)
 target_compile_definitions(agent_daemon PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}")
 add_program(syslogmond agent/daemon/main.cc)

@@ -8,6 +8,7 @@
 #include <string>
 #include <unistd.h>
 
+#include "agent/alarms/alarm_watch.h"
 #include "agent/daemon/alert_outlets.h"
 #include "agent/daemon/doorbell.h"
 #include "agent/daemon/input_feed.h"
@@ -93,6 +94,7 @@ class Daemon {
         }};
     // Goes after the monitor, so that the alerts of its last pass still find their way.
     AlertOutlets outlets_;
+    alarms::AlarmWatch alarms_;
     LifeWatch life_{board_};
     Trigger trigger_{[this] { LookNow(); },
                      [this](const std::string &problem) { WatchingChanged(problem); }};
@@ -107,11 +109,17 @@ class Daemon {
 Daemon::Daemon(host::Host &host, const DaemonOptions &options)
     : host_(host), events_(options.layout.run), board_(host),
       outlets_(options.layout, options.print_alerts),
+      alarms_(
+          {options.layout.Store(), [this] { return board_.Copy(); }, [this] { outlets_.Wake(); }}),
       feed_(
           host, [this] { events_.scan->Set(); }, [this] { InputsChanged(); }),
       settings_(options.layout.Store(), Effects()),
-      supervisor_(host, board_, life_, feed_,
-                  [this](const status::PassStatus &pass) { PassIsStored(pass); })
+      supervisor_(
+          host, board_, life_, feed_,
+          [this](const status::PassStatus &pass) { PassIsStored(pass); },
+          [this](const std::string &reason, bool had_table) {
+              alarms_.MonitorEnded({reason, had_table});
+          })
 {
     host_.store().SetWait(store_wait_.Patience());
 }
@@ -138,6 +146,7 @@ SettingEffects Daemon::Effects()
 void Daemon::PassIsStored(const status::PassStatus &pass)
 {
     outlets_.Wake();
+    alarms_.MonitorRuns();
     if (TakesNames(pass.kind))
         names_taken_.Ring();
 }

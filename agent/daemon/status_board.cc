@@ -28,4 +28,10 @@ void StatusBoard::Update(const std::function<void(status::Status &)> &change)
     }
 }
 
+status::Status StatusBoard::Copy()
+{
+    const std::lock_guard lock(mutex_);
+    return status_;
+}
+
 } // namespace syslogmond

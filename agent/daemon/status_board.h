@@ -19,6 +19,8 @@ class StatusBoard {
     // Changes it and publishes it. A status that cannot be written is traced and does no harm to the
     // work.
     void Update(const std::function<void(status::Status &)> &change);
+    // As it is.
+    [[nodiscard]] status::Status Copy();
 
   private:
     // Held over the write, too: two at a time would write one file, and an older status could be

@@ -16,9 +16,10 @@ constexpr std::chrono::seconds kRanWell{60};
 } // namespace
 
 Supervisor::Supervisor(host::Host &host, StatusBoard &board, LifeWatch &life, InputFeed &feed,
-                       std::function<void(const status::PassStatus &)> stored)
+                       std::function<void(const status::PassStatus &)> stored,
+                       std::function<void(const std::string &, bool)> ended)
     : host_(host), board_(board), life_(life), feed_(feed), stored_(std::move(stored)),
-      module_(host.layout())
+      told_end_(std::move(ended)), module_(host.layout())
 {
 }
 
@@ -26,12 +27,14 @@ void Supervisor::Start()
 {
     start_again_at_.reset();
     started_at_ = Clock::now();
+    has_table_ = false;
     board_.Update([](status::Status &status) {
         status.state = status::MonitorState::kStarting;
         status.next_start_ms = 0;
     });
     MonitorNews news;
     news.started = [this](int table_size) {
+        has_table_ = true;
         board_.Update([&](status::Status &status) { status.table_size = table_size; });
     };
     news.at_rest = [this](const status::PassStatus &pass, int table_size) {
@@ -132,6 +135,7 @@ void Supervisor::Pause(const std::string &reason)
         status.next_start_ms = status::WallTimeMs() + pause.count();
         ++status.restarts;
     });
+    told_end_(reason, has_table_);
 }
 
 } // namespace syslogmond

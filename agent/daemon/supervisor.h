@@ -5,6 +5,7 @@
 #ifndef AGENT_DAEMON_SUPERVISOR_H
 #define AGENT_DAEMON_SUPERVISOR_H
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -26,10 +27,11 @@ class Supervisor {
   public:
     using Clock = std::chrono::steady_clock;
 
-    // Loads the module. `stored` is called on the monitor thread whenever a pass is committed, and must not block.
-    // Throws host::Error.
+    // Loads the module. `stored` is called on the monitor thread whenever a pass is committed; `ended`, when it has
+    // ended by itself, with the reason and whether it had a table. Neither may block. Throws host::Error.
     Supervisor(host::Host &host, StatusBoard &board, LifeWatch &life, InputFeed &feed,
-               std::function<void(const status::PassStatus &)> stored);
+               std::function<void(const status::PassStatus &)> stored,
+               std::function<void(const std::string &, bool)> ended);
 
     void Start();
     // Has a running monitor end, and starts another one in its place at once.
@@ -60,6 +62,8 @@ class Supervisor {
     LifeWatch &life_;
     InputFeed &feed_;
     std::function<void(const status::PassStatus &)> stored_;
+    std::function<void(const std::string &, bool)> told_end_;
+    std::atomic<bool> has_table_ = false; // the life under way, or the last one, has loaded it
     monitor::Module module_;
     Doorbell ended_;
     // Of the life under way, for telling whether it ran well.

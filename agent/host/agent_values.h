@@ -9,6 +9,10 @@
 //   TriggerInterval  REG_DWORD  1000     milliseconds between two looks at files that are being
 //                                        written; 0: the cycle alone makes the monitor look
 //   SpoolMegabytes   REG_DWORD  64       so much of the inputs' entries may wait for the monitor, in MiB
+//   AlarmAfter       REG_DWORD  900      seconds that a trouble of the monitor, of the kinds that pass by themselves, has
+//                                        to last before an alert tells of it
+//   SilentAfter      REG_DWORD  24       hours without a line of the system log, or an entry of a journal, after which
+//                                        an alert tells of it; 0: never
 //
 // While there are inputs, these are there as well:
 //
@@ -38,6 +42,13 @@ constexpr char kDefaultLogCharset[] = "UTF-8";
 constexpr uint32_t kDefaultSpoolMegabytes = 64;
 constexpr uint32_t kMaxSpoolMegabytes = 64 * 1024;
 
+constexpr uint32_t kDefaultAlarmAfter = 900; // seconds
+constexpr uint32_t kMaxAlarmAfter = 24 * 3600;
+constexpr uint32_t kDefaultSilentAfter = 24; // hours
+constexpr uint32_t kMaxSilentAfter = 365 * 24;
+
+constexpr char kAlarmAfter[] = "AlarmAfter";
+constexpr char kSilentAfter[] = "SilentAfter";
 constexpr char kSpoolMegabytes[] = "SpoolMegabytes";
 constexpr char kInputSpool[] = "InputSpool";
 constexpr char kCustomerFile[] = "CustomerFile";

@@ -2,10 +2,9 @@
 
 #include <algorithm>
 
-#include "agent/alerts/alert_store.h"
+#include "agent/alerts/own_alert.h"
 #include "agent/host/agent_values.h"
 #include "agent/host/error.h"
-#include "agent/host/here_and_now.h"
 #include "agent/host/registry_values.h"
 #include "platform/contract.h"
 #include "platform/registry.h"
@@ -21,9 +20,6 @@ constexpr int64_t kMegabyte = int64_t{1024} * 1024;
 
 // The slot of the customer file.
 constexpr const SlotValues &kSlot = kSlotValues[1];
-
-constexpr char kOwnSource[] = "SYSLOGMON";
-constexpr uint32_t kLossEvent = 1;
 
 size_t HashOf(std::string_view line)
 {
@@ -107,15 +103,9 @@ void SpoolKeeper::BeginGeneration(int64_t generation)
 
 void SpoolKeeper::Tell(const Loss &loss)
 {
-    alerts::Alert alert;
-    alert.time_ms = host::NowMs();
-    alert.host = host::HostName();
-    alert.log_name = loss.input;
-    alert.source = kOwnSource;
-    alert.event_id = kLossEvent;
-    alert.count = 1;
-    alert.message = "input " + loss.input + ": " + loss.what;
-    alerts::AddAlert(store_, alert);
+    const std::string about = "input " + loss.input;
+    alerts::AddOwnAlert(store_, {alerts::OwnEvent::kLoss, alerts::OwnState::kOnce, about,
+                                 about + ": " + loss.what, loss.input});
 }
 
 void SpoolKeeper::Prepare(bool has_inputs, int64_t wall_seconds)

@@ -57,20 +57,25 @@ std::string TextIn(const host::RegValue *stored, const char *otherwise)
                       "the value is not accepted", std::string("use ") + accepted);
 }
 
+// from_chars takes no blank, no sign and nothing behind the digits: what is stored is what was typed.
+uint32_t NumberWithin(const char *name, const std::string &text, uint32_t least, uint32_t most,
+                      const char *accepted)
+{
+    uint32_t number = 0;
+    const char *end = text.data() + text.size();
+    const auto [stopped, failed] = std::from_chars(text.data(), end, number);
+    if (failed != std::errc() || stopped != end || number < least || number > most)
+        Refuse(name, text, accepted);
+    return number;
+}
+
 // ---- the settings, one by one ----
 
 constexpr char kCycleAccepted[] = "a number of seconds from 10 to 3600";
 
 host::RegValue ParseCycle(const std::string &text)
 {
-    uint32_t seconds = 0;
-    const char *end = text.data() + text.size();
-    // from_chars takes no blank, no sign and nothing behind the digits: what is stored is what was
-    // typed.
-    const auto [stopped, failed] = std::from_chars(text.data(), end, seconds);
-    if (failed != std::errc() || stopped != end || seconds < kCycleMin || seconds > kCycleMax)
-        Refuse("cycle", text, kCycleAccepted);
-    return Number(seconds);
+    return Number(NumberWithin("cycle", text, kCycleMin, kCycleMax, kCycleAccepted));
 }
 
 // The module does not take a value out of range: one that starts has the default then.
@@ -165,12 +170,8 @@ constexpr char kIntervalAccepted[] =
 
 host::RegValue ParseInterval(const std::string &text)
 {
-    uint32_t milliseconds = 0;
-    const char *end = text.data() + text.size();
-    const auto [stopped, failed] = std::from_chars(text.data(), end, milliseconds);
-    if (failed != std::errc() || stopped != end || milliseconds > host::kMaxTriggerInterval)
-        Refuse("trigger-interval", text, kIntervalAccepted);
-    return Number(milliseconds);
+    return Number(
+        NumberWithin("trigger-interval", text, 0, host::kMaxTriggerInterval, kIntervalAccepted));
 }
 
 std::string FormatInterval(const host::RegValue *stored)
@@ -183,19 +184,40 @@ constexpr char kMegabytesAccepted[] = "a number of megabytes from 1 to 65536";
 
 host::RegValue ParseSpool(const std::string &text)
 {
-    uint32_t megabytes = 0;
-    const char *end = text.data() + text.size();
-    const auto [stopped, failed] = std::from_chars(text.data(), end, megabytes);
-    if (failed != std::errc() || stopped != end || megabytes < 1 ||
-        megabytes > host::kMaxSpoolMegabytes)
-        Refuse("spool-megabytes", text, kMegabytesAccepted);
-    return Number(megabytes);
+    return Number(
+        NumberWithin("spool-megabytes", text, 1, host::kMaxSpoolMegabytes, kMegabytesAccepted));
 }
 
 std::string FormatSpool(const host::RegValue *stored)
 {
     const uint32_t megabytes = NumberIn(stored).value_or(host::kDefaultSpoolMegabytes);
     return std::to_string(std::clamp<uint32_t>(megabytes, 1, host::kMaxSpoolMegabytes));
+}
+
+constexpr char kAlarmAccepted[] = "a number of seconds from 1 to 86400";
+
+host::RegValue ParseAlarmAfter(const std::string &text)
+{
+    return Number(NumberWithin("alarm-after", text, 1, host::kMaxAlarmAfter, kAlarmAccepted));
+}
+
+std::string FormatAlarmAfter(const host::RegValue *stored)
+{
+    const uint32_t seconds = NumberIn(stored).value_or(host::kDefaultAlarmAfter);
+    return std::to_string(std::clamp<uint32_t>(seconds, 1, host::kMaxAlarmAfter));
+}
+
+constexpr char kSilentAccepted[] = "a number of hours from 1 to 8760, or 0 for no such alert";
+
+host::RegValue ParseSilentAfter(const std::string &text)
+{
+    return Number(NumberWithin("silent-after", text, 0, host::kMaxSilentAfter, kSilentAccepted));
+}
+
+std::string FormatSilentAfter(const host::RegValue *stored)
+{
+    const uint32_t hours = NumberIn(stored).value_or(host::kDefaultSilentAfter);
+    return std::to_string(std::min(hours, host::kMaxSilentAfter));
 }
 
 // One event for all values of the agent: the daemon reads them together, and takes what has
@@ -231,6 +253,14 @@ const std::vector<Setting> &AllSettings()
          "So much of the inputs' entries may wait for the monitor; then the inputs wait",
          kMegabytesAccepted, host::kAgentKey, host::kSpoolMegabytes, kAgentEvent, "64", false,
          ParseSpool, FormatSpool},
+        {"alarm-after", "seconds",
+         "A trouble of the monitor that may pass by itself is told of when it has lasted so long",
+         kAlarmAccepted, host::kAgentKey, host::kAlarmAfter, kAgentEvent, "900", false,
+         ParseAlarmAfter, FormatAlarmAfter},
+        {"silent-after", "hours",
+         "Time without a line of the system log after which an alert tells of it; 0: never",
+         kSilentAccepted, host::kAgentKey, host::kSilentAfter, kAgentEvent, "24", false,
+         ParseSilentAfter, FormatSilentAfter},
     };
     return settings;
 }

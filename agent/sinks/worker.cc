@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "agent/alerts/own_alert.h"
 #include "agent/host/error.h"
 #include "agent/sinks/trace_unit.h"
 #include "agent/text/say.h"
@@ -172,8 +173,8 @@ std::vector<Message> Worker::MessagesOf(std::vector<alerts::Alert> alerts) const
     return messages;
 }
 
-// The next alerts of this receiver. What it has taken ahead is left out, and what another peer has had
-// and is over by now.
+// The next alerts of this receiver. What it has taken ahead is left out, what another peer has had and
+// is over by now, and what tells that this very sink fails.
 std::vector<Message> Worker::NextBatch()
 {
     {
@@ -193,7 +194,8 @@ std::vector<Message> Worker::NextBatch()
         std::erase_if(batch, [&](const Message &message) {
             const bool is_over = config_.kind->active != nullptr &&
                                  message.alert.id <= others_have && message.ends_ms <= now;
-            return is_over || progress_->IsAhead(peer_, message.alert.id);
+            return is_over || progress_->IsAhead(peer_, message.alert.id) ||
+                   alerts::IsAboutSink(message.alert, config_.name);
         });
         if (!batch.empty() || StopRequested())
             return batch;

@@ -53,6 +53,9 @@ USUAL_INTERVAL = 1000
 # Of all random choices of a run.
 SEED = os.environ.setdefault("SYSLOGMON_SEED", str(time.time_ns() % 1_000_000))
 
+# Of the alerts that the monitor makes about itself.
+OWN_SOURCE = "SYSLOGMON"
+
 # Below HKEY_LOCAL_MACHINE.
 MONITOR_KEY = r"SOFTWARE\KORBIN\TARSKVOSKAR\REPORTTABLE\EVENTLOG"
 
@@ -297,8 +300,14 @@ class Lab:
         return self.json("event", "show", source, event_id)["event"]["hits"]
 
     def alerts(self, source=None):
+        """Of an event's source; None: of all events, without what the monitor tells about itself."""
         found = [json.loads(line) for line in self.command("--json", "alerts").splitlines()]
-        return [alert for alert in found if source in (None, alert["source"])]
+        return [alert for alert in found
+                if alert["source"] == source or (source is None and alert["source"] != OWN_SOURCE)]
+
+    def own_alerts(self, kind):
+        """What the monitor tells about itself, of one kind: the messages."""
+        return [alert["message"] for alert in self.alerts(OWN_SOURCE) if alert["labels"]["alarm"] == kind]
 
     def messages(self, source=None):
         """The lines that were reported, in the order of the reports."""

@@ -129,8 +129,9 @@ class EverySetting(SettingsTest):
             "trigger-interval": ("50", self.interval_counts),
             "trace-level": ("detail", self.level_counts),
         }
-        # Of inputs, which there are none of here: it is read with each batch of theirs.
-        others = {"spool-megabytes"}
+        # Of inputs, which there are none of here: it is read with each batch of theirs. And of the alarms, which read
+        # theirs with each look: alarm_test.py has them.
+        others = {"spool-megabytes", "alarm-after", "silent-after"}
         self.assertEqual(set(self.lab.json("get")["settings"]), set(proofs) | others, "a setting is not tried here")
         for name, (value, counts) in proofs.items():
             with self.subTest(name):

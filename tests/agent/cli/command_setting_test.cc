@@ -19,18 +19,23 @@ constexpr char kPaths[] =
 
 TEST_F(SettingCommand, GetShowsEverySettingWithItsUnitAndMeaning)
 {
-    ExpectOutput({"get"},
-                 "cycle\t300\tseconds\tTime from one look at all files to the next\n"
-                 "customer-file\t\t\tA second log that is watched like the system log\n"
-                 "file-monitor\t\t\tOne more file of any format, followed by inode and offset\n"
-                 "fault-tolerant\toff\t\tThis is a fault-tolerant server: keywords may be regular "
-                 "expressions\n"
-                 "log-charset\tUTF-8\t\tCharacter set of the logs\n"
-                 "trace-level\terror\t\tLowest level that the trace log keeps\n"
-                 "trigger-interval\t1000\tmilliseconds\tLeast time between two looks at files "
-                 "that are being written; 0: once in a cycle\n"
-                 "spool-megabytes\t64\tmegabytes\tSo much of the inputs' entries may wait for the "
-                 "monitor; then the inputs wait\n");
+    ExpectOutput(
+        {"get"},
+        "cycle\t300\tseconds\tTime from one look at all files to the next\n"
+        "customer-file\t\t\tA second log that is watched like the system log\n"
+        "file-monitor\t\t\tOne more file of any format, followed by inode and offset\n"
+        "fault-tolerant\toff\t\tThis is a fault-tolerant server: keywords may be regular "
+        "expressions\n"
+        "log-charset\tUTF-8\t\tCharacter set of the logs\n"
+        "trace-level\terror\t\tLowest level that the trace log keeps\n"
+        "trigger-interval\t1000\tmilliseconds\tLeast time between two looks at files "
+        "that are being written; 0: once in a cycle\n"
+        "spool-megabytes\t64\tmegabytes\tSo much of the inputs' entries may wait for the "
+        "monitor; then the inputs wait\n"
+        "alarm-after\t900\tseconds\tA trouble of the monitor that may pass by itself is told "
+        "of when it has lasted so long\n"
+        "silent-after\t24\thours\tTime without a line of the system log after which an alert "
+        "tells of it; 0: never\n");
     EXPECT_EQ((json{{"version", 1},
                     {"settings",
                      {{"cycle", "300"},
@@ -40,7 +45,9 @@ TEST_F(SettingCommand, GetShowsEverySettingWithItsUnitAndMeaning)
                       {"log-charset", "UTF-8"},
                       {"trace-level", "error"},
                       {"trigger-interval", "1000"},
-                      {"spool-megabytes", "64"}}}}),
+                      {"spool-megabytes", "64"},
+                      {"alarm-after", "900"},
+                      {"silent-after", "24"}}}}),
               Json({"get"}));
 }
 
@@ -83,7 +90,8 @@ TEST_F(SettingCommand, DefaultTakesTheStoredValueAwayExceptOfTheCycle)
     const std::map<std::string, std::string> others = {
         {"cycle", "10"},           {"customer-file", "/a"},  {"file-monitor", "/a"},
         {"fault-tolerant", "on"},  {"log-charset", "ASCII"}, {"trace-level", "off"},
-        {"trigger-interval", "5"}, {"spool-megabytes", "5"}};
+        {"trigger-interval", "5"}, {"spool-megabytes", "5"}, {"alarm-after", "5"},
+        {"silent-after", "5"}};
     for (const settings::Setting &setting : settings::AllSettings()) {
         ExpectDone({"set", setting.name, others.at(setting.name)});
         ExpectDone({"set", setting.name, "default"});
@@ -145,7 +153,7 @@ TEST_F(SettingCommand, ASettingThatIsNotKnownIsNamedWithThoseThatAre)
     const std::string known =
         ": there is none of that name; did you mean cycle? use one of "
         "cycle, customer-file, file-monitor, fault-tolerant, log-charset, trace-level, "
-        "trigger-interval, spool-megabytes";
+        "trigger-interval, spool-megabytes, alarm-after, silent-after";
     ExpectFailed({"get", "cylce"}, "cannot find the setting \"cylce\"" + known);
     ExpectFailed({"set", "cylce", "10"}, "cannot find the setting \"cylce\"" + known);
 }

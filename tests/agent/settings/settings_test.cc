@@ -52,6 +52,8 @@ TEST_F(Settings, HaveTheirDefaultsInAnEmptyRegistry)
     EXPECT_EQ("error", Get("trace-level"));
     EXPECT_EQ("1000", Get("trigger-interval"));
     EXPECT_EQ("64", Get("spool-megabytes"));
+    EXPECT_EQ("900", Get("alarm-after"));
+    EXPECT_EQ("24", Get("silent-after"));
 }
 
 TEST_F(Settings, AreSetBackByTheWordDefault)
@@ -63,7 +65,9 @@ TEST_F(Settings, AreSetBackByTheWordDefault)
                                       {"log-charset", "EUC-JP"},
                                       {"trace-level", "off"},
                                       {"trigger-interval", "0"},
-                                      {"spool-megabytes", "1"}}) {
+                                      {"spool-megabytes", "1"},
+                                      {"alarm-after", "1"},
+                                      {"silent-after", "0"}}) {
         const std::string before = Get(name);
         ExpectTaken(name, value);
         EXPECT_EQ("no error", Set(name, "default"));
@@ -75,7 +79,7 @@ TEST_F(Settings, ThatAreNotKnownAreNamedWithThoseThatAre)
 {
     EXPECT_EQ("cannot find the setting \"cylce\": there is none of that name; did you mean cycle? "
               "use one of cycle, customer-file, file-monitor, fault-tolerant, log-charset, "
-              "trace-level, trigger-interval, spool-megabytes",
+              "trace-level, trigger-interval, spool-megabytes, alarm-after, silent-after",
               ErrorOf([] { FindSetting("cylce"); }));
 }
 
@@ -98,6 +102,23 @@ TEST_F(Settings, TheSpoolHoldsFrom1To65536Megabytes)
         ExpectTaken("spool-megabytes", text);
     for (const char *text : {"0", "65537", "-1", "", "1.5", "64M"})
         ExpectRefused("spool-megabytes", text, "a number of megabytes from 1 to 65536");
+}
+
+TEST_F(Settings, ATroubleIsToldAfter1To86400Seconds)
+{
+    for (const char *text : {"1", "900", "86400"})
+        ExpectTaken("alarm-after", text);
+    for (const char *text : {"0", "86401", "-1", "", "1m"})
+        ExpectRefused("alarm-after", text, "a number of seconds from 1 to 86400");
+}
+
+TEST_F(Settings, ALogIsSilentAfter1To8760HoursOrNever)
+{
+    for (const char *text : {"0", "24", "8760"})
+        ExpectTaken("silent-after", text);
+    for (const char *text : {"8761", "-1", "", "1d"})
+        ExpectRefused("silent-after", text,
+                      "a number of hours from 1 to 8760, or 0 for no such alert");
 }
 
 // While there are inputs, the module's customer file is the spool.

@@ -4,6 +4,7 @@
 #include <set>
 #include <thread>
 
+#include "agent/alerts/own_alert.h"
 #include "agent/host/waitable.h"
 #include "agent/status/status_file.h"
 #include "tests/agent/sinks/sink_test.h"
@@ -104,6 +105,19 @@ TEST_F(DeliveryTest, OneSinkThatIsDownDoesNotHoldUpAnother)
     ASSERT_TRUE(WaitDelivered("file", 20));
     EXPECT_EQ(20U, test::ReadLines(File("alerts")).size());
     EXPECT_EQ(0, Row("hook").delivered);
+}
+
+TEST_F(DeliveryTest, ThatASinkFailsIsSentToTheOthers)
+{
+    AddWebhook();
+    AddSink("file", "file", {{"path", File("alerts")}});
+    alerts::AddOwnAlert(test::Store(), {alerts::OwnEvent::kSinkFails, alerts::OwnState::kBegins,
+                                        "hook", "the sink hook takes no alerts", ""});
+    Store(1);
+    StartDeliverer();
+    ASSERT_TRUE(WaitDelivered("file", 2));
+    ASSERT_TRUE(WaitDelivered("hook", 1));
+    EXPECT_EQ(Strings{"0"}, MessagesOf(receiver_.Taken()));
 }
 
 TEST_F(DeliveryTest, AfterARestartASinkGoesOnWhereItWas)

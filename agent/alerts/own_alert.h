@@ -1,0 +1,64 @@
+// Alerts of the monitor about itself, of the source SYSLOGMON. They are stored as all others are, and sent by the same
+// sinks, but one that is about a sink is not sent to that sink: it would wait there for its own cause.
+//
+//   event  kind           about         tells that
+//   1      loss           input, log    lines were passed over, or counted again
+//   2      monitor-ended                the monitor ended by itself
+//   3      table          -             the table of events cannot be loaded, so nothing is watched
+//   4      unreadable     file, input   a file that is to be read cannot be read
+//   5      silent         file, input   no line has come for long
+//   6      backlog        input         what was written is not read for long
+//   7      store-full     store         the store's disk is nearly full
+//   8      sink-fails     sink          a sink has taken no alert for long
+//   9      clock                        the clock was set
+//
+// Labels: "alarm" is the kind, "about" the thing, "state" is "begins", "lasts", "ended" or "once".
+#ifndef AGENT_ALERTS_OWN_ALERT_H
+#define AGENT_ALERTS_OWN_ALERT_H
+
+#include <cstdint>
+#include <string>
+
+#include "agent/alerts/alert_store.h"
+
+namespace alerts {
+
+inline constexpr char kOwnSource[] = "SYSLOGMON";
+
+// The numbers are the event IDs, and stay what they are.
+enum class OwnEvent : uint32_t {
+    kLoss = 1,
+    kMonitorEnded,
+    kTable,
+    kUnreadable,
+    kSilent,
+    kBacklog,
+    kStoreFull,
+    kSinkFails,
+    kClock,
+};
+
+// Is it over, or does it go on? What happens at one moment is neither.
+enum class OwnState { kOnce, kBegins, kLasts, kEnded };
+
+struct OwnAlert {
+    OwnEvent event = OwnEvent::kLoss;
+    OwnState state = OwnState::kOnce;
+    std::string about;   // which file, input or sink; may be empty
+    std::string message; // a sentence without a full stop
+    std::string log;     // what it is told of as; empty: `about`
+};
+
+// "sink-fails": of a number that is none of them, empty.
+std::string OwnKind(OwnEvent event);
+
+// Stores it with the time and the host of this moment. Part of the pass or transaction that is under way; otherwise a
+// transaction of its own. Throws host::StoreError.
+void AddOwnAlert(host::Store &store, const OwnAlert &own);
+
+// Is it the monitor's own alert that this sink fails, or fails no longer?
+bool IsAboutSink(const Alert &alert, const std::string &sink);
+
+} // namespace alerts
+
+#endif // AGENT_ALERTS_OWN_ALERT_H
