@@ -140,6 +140,20 @@ constexpr const char *kSteps[] = {
     "  told_ms INTEGER NOT NULL," // the last time
     "  over_ms INTEGER NOT NULL," // since when it is not there; 0: it is there
     "  PRIMARY KEY (event_id, about)) WITHOUT ROWID;",
+    // 9: what is counted over time: see agent/history/history_writer.h.
+    "CREATE TABLE series ("
+    "  id INTEGER PRIMARY KEY AUTOINCREMENT," // never used again: the history has it
+    "  kind INTEGER NOT NULL,"
+    "  name TEXT NOT NULL,"
+    "  event_id INTEGER NOT NULL,"
+    "  total INTEGER NOT NULL," // without the minute under way
+    "  used INTEGER NOT NULL,"  // the last minute with a value, in seconds since 1970
+    "  UNIQUE (kind, name, event_id));"
+    "CREATE TABLE history ("
+    "  length INTEGER NOT NULL,"  // seconds: of a minute, an hour, a day
+    "  begin INTEGER NOT NULL,"   // seconds since 1970
+    "  \"values\" TEXT NOT NULL," // SERIES=VALUE, with blanks between
+    "  PRIMARY KEY (length, begin));",
 };
 constexpr int kVersion = static_cast<int>(std::size(kSteps));
 

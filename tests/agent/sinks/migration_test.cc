@@ -19,7 +19,7 @@ class MigrationTest : public test::SinkTest {
     {
         test::Store().Write([](host::Database &database) {
             for (const char *table : {"input_place", "spool", "spool_origin", "spool_stamp",
-                                      "policy_value", "policy_event", "alarm"})
+                                      "policy_value", "policy_event", "alarm", "series", "history"})
                 database.Execute((std::string("DROP TABLE ") + table).c_str());
             for (const char *column :
                  {"reports", "last_time_ms", "last_message", "line_host", "program", "own_time",
@@ -52,7 +52,7 @@ TEST_F(MigrationTest, AStoreOfTheFirstVersionKeepsItsAlertsAndItsIdentity)
     const std::string uuid = test::Store().uuid();
     GoBack();
     test::StartHost(Layout(), host::Role::kCommand);
-    EXPECT_EQ(8, Version());
+    EXPECT_EQ(9, Version());
     EXPECT_EQ(uuid, test::Store().uuid());
     EXPECT_EQ(5U, alerts::ReadAlerts(test::Store().database(), 0, 0, 100).size());
     EXPECT_EQ(std::string("value\0", 6), test::TreeValue("SOFTWARE\\X", "name")->data);
@@ -64,7 +64,7 @@ TEST_F(MigrationTest, AlertsOfTheThirdVersionKeepTheirKeysAndNewOnesGetOthers)
     const std::string uuid = test::Store().uuid();
     GoBackToTheThird();
     test::StartHost(Layout(), host::Role::kCommand);
-    EXPECT_EQ(8, Version());
+    EXPECT_EQ(9, Version());
     Store(1);
     const auto stored = Alerts();
     ASSERT_EQ(3U, stored.size());
