@@ -71,6 +71,8 @@ target_link_libraries(agent_alerts PUBLIC agent_events PRIVATE agent_text)
 add_sibling(vkmncall agent/alerts/vkmncall.cc)
 target_link_libraries(vkmncall PRIVATE agent_alerts)
 
+add_agent_folder(history history_reader.cc history_writer.cc steps.cc)
+
 add_agent_folder(policy count_store.cc count_text.cc event_count.cc expression.cc policies.cc report_desk.cc summary.cc value_count.cc)
 target_link_libraries(agent_policy PUBLIC agent_alerts agent_events PRIVATE agent_text PkgConfig::RE2)
 
@@ -118,8 +120,8 @@ target_link_libraries(syslogmon PRIVATE agent_cli)
 target_compile_options(syslogmon PRIVATE ${QUICK_BUILD})
 
 add_agent_folder(daemon UNHURRIED console.cc daemon.cc doorbell.cc file_watch.cc input_feed.cc life_watch.cc
-    live_settings.cc monitor.cc notify.cc signals.cc status_board.cc store_wait.cc supervisor.cc trigger.cc)
-target_link_libraries(agent_daemon PUBLIC agent_alarms agent_inputs agent_logs agent_policy agent_settings agent_sinks agent_status
+    live_settings.cc monitor.cc notify.cc pass_counter.cc signals.cc status_board.cc store_wait.cc supervisor.cc trigger.cc)
+target_link_libraries(agent_daemon PUBLIC agent_alarms agent_history agent_inputs agent_logs agent_policy agent_settings agent_sinks agent_status
                       PRIVATE PkgConfig::SYSTEMD Threads::Threads)
 target_compile_definitions(agent_daemon PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}")
 add_program(syslogmond agent/daemon/main.cc)

@@ -47,6 +47,8 @@ class InputFeed {
     // On the monitor thread: before the module starts; before its pass is committed, and behind that.
     void Prepare();
     void BeforeCommit();
+    // What of the inputs becomes part of the pass, behind BeforeCommit; null: nothing does.
+    const inputs::Batch *BatchOfPass() { return batch_is_stored_ ? ReadyBatch() : nullptr; }
     void Committed();
     void Abandoned();
     // May the module take this event? Told of another customer file it would go to the end of it, and pass over what is

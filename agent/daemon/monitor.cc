@@ -112,7 +112,11 @@ bool Monitor::Prepare()
         host_.store().CommitPass();
         feed_.Prepare();
         counters_.emplace(host_.store());
-        desk_.emplace(host_, [this](const std::string &line) { return TimeOf(line); });
+        const auto find_time = [this](const std::string &line) { return TimeOf(line); };
+        counter_.emplace(host_, find_time);
+        desk_.emplace(host_, find_time,
+                      [this](const ReportRequest &request, policy::Outcome::Kind outcome,
+                             int64_t hits) { counter_->Reported(request, outcome, hits); });
         return true;
     } catch (const std::exception &error) {
         Break(error);
@@ -126,6 +130,7 @@ void Monitor::TableLoaded()
 {
     try {
         counters_->Restore(module_.table());
+        counter_->BeginTable();
         desk_->Load();
         news_.started(module_.table().Size());
     } catch (const std::exception &error) {
@@ -159,8 +164,12 @@ void Monitor::StorePass()
     desk_->Save();
     if (table_is_reloaded_)
         desk_->Load();
-    table_is_reloaded_ = false;
     feed_.BeforeCommit();
+    if (const inputs::Batch *batch = feed_.BatchOfPass())
+        counter_->Stored(*batch);
+    // Last of what writes: it has the news of all the others.
+    counter_->Save(table_is_reloaded_);
+    table_is_reloaded_ = false;
     host_.store().CommitPass();
     feed_.Committed();
 }
@@ -181,6 +190,7 @@ bool Monitor::ModuleRests()
         return false;
     }
     pass_.took_us = (status::BootTimeNs() - pass_.began_boot_ns) / 1000;
+    counter_->Committed(pass_.took_us);
     // Behind the commit: nobody hears of a pass that could still be lost.
     news_.at_rest(pass_, module_.table().Size());
     // The pass is over, so nothing waits for this write.

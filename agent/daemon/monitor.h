@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "agent/daemon/input_feed.h"
+#include "agent/daemon/pass_counter.h"
 #include "agent/host/host.h"
 #include "agent/host/owned_handle.h"
 #include "agent/monitor/module.h"
@@ -82,7 +83,8 @@ class Monitor : private host::Moments {
     host::OwnedHandle started_;
     std::optional<host::HitCounters>
         counters_;                           // of the monitor thread, as all that reads the store
-    std::optional<policy::ReportDesk> desk_; // likewise
+    std::optional<PassCounter> counter_;     // likewise
+    std::optional<policy::ReportDesk> desk_; // likewise; tells the one before
     bool table_is_reloaded_ = false;         // since the last rest
     // The pass under way, or the last one while it rests. Of the monitor thread.
     status::PassStatus pass_;

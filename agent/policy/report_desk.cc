@@ -40,8 +40,8 @@ void TellOfDroppedValues(const events::EventKey &key)
 
 } // namespace
 
-ReportDesk::ReportDesk(host::Host &host, FindLineTime find_time)
-    : host_(host), find_time_(std::move(find_time))
+ReportDesk::ReportDesk(host::Host &host, FindLineTime find_time, TellOutcome tell)
+    : host_(host), find_time_(std::move(find_time)), tell_(std::move(tell))
 {
     host_.SetReportTaker([this](const ReportRequest &request) { Take(request); });
 }
@@ -83,13 +83,17 @@ void ReportDesk::Save()
 void ReportDesk::Take(const ReportRequest &request)
 {
     alerts::Alert alert = alerts::AlertOf(host_, request);
+    const int64_t hits = alert.count;
+    Outcome::Kind outcome = Outcome::Kind::kReported;
     if (Policy *policy = policies_.Find({request.source, request.eventId}))
-        TakeByPolicy(policy, &alert);
+        outcome = TakeByPolicy(policy, &alert);
     else
         folder_.Add(host_.store(), alert);
+    if (tell_)
+        tell_(request, outcome, hits);
 }
 
-void ReportDesk::TakeByPolicy(Policy *policy, alerts::Alert *alert)
+Outcome::Kind ReportDesk::TakeByPolicy(Policy *policy, alerts::Alert *alert)
 {
     const EventCount *count = policy->count();
     // Only what is counted needs the time.
@@ -101,7 +105,7 @@ void ReportDesk::TakeByPolicy(Policy *policy, alerts::Alert *alert)
     if (had_room && count != nullptr && count->dropped().values > 0)
         TellOfDroppedValues(policy->event().key);
     if (outcome.kind != Outcome::Kind::kReported)
-        return;
+        return outcome.kind;
     const events::EventPolicy &terms = policy->event().policy;
     alert->summary = policy->SummaryOf(line);
     alert->severity = terms.severity;
@@ -111,6 +115,7 @@ void ReportDesk::TakeByPolicy(Policy *policy, alerts::Alert *alert)
     alert->count = outcome.hits;
     alert->held_back = ToAlert(outcome.held_back);
     folder_.Add(host_.store(), *alert);
+    return outcome.kind;
 }
 
 } // namespace policy

@@ -23,10 +23,14 @@ namespace policy {
 // The time of a line in seconds since 1970; nothing when it has none that can be read.
 using FindLineTime = std::function<std::optional<int64_t>(const std::string &line)>;
 
+// Hears what has become of a report. `hits`: of the report itself, not of those that were counted before it.
+using TellOutcome =
+    std::function<void(const ReportRequest &request, Outcome::Kind outcome, int64_t hits)>;
+
 class ReportDesk {
   public:
-    // Takes the reports of this host for its life.
-    ReportDesk(host::Host &host, FindLineTime find_time);
+    // Takes the reports of this host for its life. `tell` may be null.
+    ReportDesk(host::Host &host, FindLineTime find_time, TellOutcome tell = nullptr);
     ~ReportDesk();
     ReportDesk(const ReportDesk &) = delete;
     ReportDesk &operator=(const ReportDesk &) = delete;
@@ -40,10 +44,11 @@ class ReportDesk {
 
   private:
     void Take(const ReportRequest &request);
-    void TakeByPolicy(Policy *policy, alerts::Alert *alert);
+    Outcome::Kind TakeByPolicy(Policy *policy, alerts::Alert *alert);
 
     host::Host &host_;
     FindLineTime find_time_;
+    TellOutcome tell_;
     Policies policies_;
     alerts::ReportFolder folder_;
 };
