@@ -46,7 +46,7 @@ function(add_program name)
                           BUILD_RPATH "$ORIGIN/../lib" INSTALL_RPATH "${SYSLOGMON_ROOT}/lib")
 endfunction()
 
-add_agent_folder(text base64.cc duration.cc printable.cc say.cc suggestion.cc text_file.cc times.cc utf8.cc)
+add_agent_folder(text base64.cc duration.cc printable.cc say.cc suggestion.cc text_file.cc times.cc utf8.cc whole_file.cc)
 
 add_agent_folder(commandline UNHURRIED parser.cc)
 target_link_libraries(agent_commandline PRIVATE agent_text CLI11::CLI11)
@@ -90,6 +90,10 @@ add_agent_folder(alarms UNHURRIED alarm_book.cc alarm_watch.cc sight.cc)
 target_link_libraries(agent_alarms PUBLIC agent_alerts agent_status
                       PRIVATE agent_logs agent_settings agent_sinks agent_text Threads::Threads)
 
+add_agent_folder(metrics UNHURRIED metrics_text.cc overview.cc quick_place.cc)
+target_link_libraries(agent_metrics PUBLIC agent_events agent_history agent_logs agent_settings agent_sinks agent_status
+                      PRIVATE agent_text)
+
 add_sibling(vkirtupt agent/products/vkirtupt.cc)
 
 add_agent_folder(regfile UNHURRIED reg_import.cc reg_path.cc reg_reader.cc reg_writer.cc)
@@ -104,12 +108,12 @@ install(FILES packaging/rules.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/s
 
 add_agent_folder(cli UNHURRIED WITH_JSON alert_commands.cc context.cc doctor_agent.cc doctor_commands.cc doctor_inputs.cc doctor_logs.cc
     doctor_promises.cc doctor_rsyslog.cc doctor_sinks.cc event_commands.cc event_json.cc explain.cc
-    hour_of.cc input_commands.cc line_trial.cc matched_line.cc option_word.cc output.cc
+    hour_of.cc input_commands.cc line_trial.cc matched_line.cc metrics_commands.cc option_word.cc output.cc
     progress_bar.cc reg_file_commands.cc registry_commands.cc rendered_log.cc rsyslog_config.cc rule_tests.cc rules_commands.cc
     scan_commands.cc setting_commands.cc since.cc sink_commands.cc status_commands.cc tally.cc
     temporary_folder.cc test_commands.cc text_input.cc trace_commands.cc trial.cc trial_clock.cc trial_input.cc
     undelivered_commands.cc)
-target_link_libraries(agent_cli PUBLIC agent_commandline agent_inputs agent_logs agent_regfile agent_rules
+target_link_libraries(agent_cli PUBLIC agent_commandline agent_inputs agent_logs agent_metrics agent_regfile agent_rules
                       agent_settings agent_sinks agent_status)
 target_include_directories(agent_cli PRIVATE ${CMAKE_BINARY_DIR}/generated)
 target_compile_definitions(agent_cli PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}"

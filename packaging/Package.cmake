@@ -47,8 +47,12 @@ foreach(name rules policies)
     install(FILES ${package_files}/${name}.yaml DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 endforeach()
 
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/examples/prometheus ${CMAKE_SOURCE_DIR}/examples/grafana
+        DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+
 # What an administrator reads: the rest of the documents is about the sources.
 install(FILES ${CMAKE_SOURCE_DIR}/docs/histories.md ${CMAKE_SOURCE_DIR}/docs/json.md
+              ${CMAKE_SOURCE_DIR}/docs/metrics.md
               ${CMAKE_CURRENT_LIST_DIR}/debian/README.Debian DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/sinks DESTINATION ${CMAKE_INSTALL_DOCDIR})
 

@@ -27,7 +27,7 @@ void AddCommands(commandline::CommandLine &line, Context &context)
     for (const auto *rows :
          {&kStatusCommands, &kEventCommands, &kSettingCommands, &kScanCommands, &kAlertCommands,
           &kSinkCommands, &kInputCommands, &kRegistryCommands, &kTraceCommands, &kRulesCommands,
-          &kRegFileCommands, &kTestCommands, &kDoctorCommands}) {
+          &kRegFileCommands, &kTestCommands, &kDoctorCommands, &kMetricsCommands}) {
         for (const Command &command : *rows) {
             Parser parser = line.Command(command.words, command.help);
             command.set_up(parser, context);

@@ -23,11 +23,15 @@ lrwxrwxrwx ./usr/share/bash-completion/completions/syslogmond -> syslogmon
 -rw-r--r-- ./usr/share/doc/syslogmon/README.Debian
 -rw-r--r-- ./usr/share/doc/syslogmon/changelog.gz
 -rw-r--r-- ./usr/share/doc/syslogmon/copyright
+-rw-r--r-- ./usr/share/doc/syslogmon/examples/grafana/dashboard.json
 -rw-r--r-- ./usr/share/doc/syslogmon/examples/logrotate-other-logs
 -rw-r--r-- ./usr/share/doc/syslogmon/examples/policies.yaml
+-rw-r--r-- ./usr/share/doc/syslogmon/examples/prometheus/rules.yml
+-rw-r--r-- ./usr/share/doc/syslogmon/examples/prometheus/rules_test.yml
 -rw-r--r-- ./usr/share/doc/syslogmon/examples/rules.yaml
 -rw-r--r-- ./usr/share/doc/syslogmon/histories.md
 -rw-r--r-- ./usr/share/doc/syslogmon/json.md
+-rw-r--r-- ./usr/share/doc/syslogmon/metrics.md
 -rw-r--r-- ./usr/share/doc/syslogmon/sinks/README.md
 -rw-r--r-- ./usr/share/doc/syslogmon/sinks/alertmanager.md
 -rw-r--r-- ./usr/share/doc/syslogmon/sinks/console.md

@@ -1,0 +1,223 @@
+#include "agent/metrics/metrics_text.h"
+
+#include <cstdio>
+#include <iterator>
+#include <set>
+#include <utility>
+
+#include "agent/text/printable.h"
+
+namespace metrics {
+
+namespace {
+
+using history::Kind;
+using Labels = std::vector<std::pair<const char *, std::string>>;
+
+// ---- the format ----
+
+// Of a label: in the format's own escapes. Bytes that are no UTF-8 would make the reader refuse everything.
+std::string Escaped(const std::string &value)
+{
+    std::string escaped;
+    for (const char c : text::Printable(value)) {
+        if (c == '\\' || c == '"')
+            escaped += '\\';
+        escaped += c;
+    }
+    return escaped;
+}
+
+// Seconds of milliseconds or microseconds, without a rounding of binary fractions.
+std::string Decimal(int64_t value, int digits)
+{
+    std::string text = std::to_string(value);
+    if (digits == 0)
+        return text;
+    const auto count = static_cast<size_t>(digits);
+    if (text.size() <= count)
+        text.insert(0, count + 1 - text.size(), '0');
+    text.insert(text.size() - count, ".");
+    text.erase(text.find_last_not_of('0') + 1);
+    if (text.ends_with('.'))
+        text.pop_back();
+    return text;
+}
+
+class Writer {
+  public:
+    void Family(const char *name, const char *type, const char *help)
+    {
+        name_ = std::string("syslogmon_") + name;
+        text_ += "# HELP " + name_ + " " + help + "\n# TYPE " + name_ + " " + type + "\n";
+    }
+    void Sample(const Labels &labels, const std::string &value, const char *suffix = "")
+    {
+        text_ += name_ + suffix;
+        const char *before = "{";
+        for (const auto &[name, text] : labels) {
+            text_ += before;
+            text_ += std::string(name) + "=\"" + Escaped(text) + "\"";
+            before = ",";
+        }
+        text_ += (labels.empty() ? " " : "} ") + value + "\n";
+    }
+    void Sample(const Labels &labels, int64_t value) { Sample(labels, std::to_string(value)); }
+    [[nodiscard]] std::string Take() { return std::move(text_); }
+
+  private:
+    std::string name_;
+    std::string text_;
+};
+
+// ---- families ----
+
+void WriteDaemon(const Overview &view, const std::string &version, Writer *out)
+{
+    out->Family("build_info", "gauge", "The version of the program; its value is always 1.");
+    out->Sample({{"version", version}}, 1);
+    out->Family("up", "gauge", "1 while the daemon runs and does its work, else 0.");
+    out->Sample({}, view.is_running && view.stands.empty() ? 1 : 0);
+    out->Family("cycle_seconds", "gauge",
+                "The longest time from one look at all files to the next.");
+    out->Sample({}, view.cycle_s);
+    out->Family("events", "gauge", "Events that are registered and can be loaded.");
+    out->Sample({}, static_cast<int64_t>(view.events.size()));
+    out->Family("store_bytes", "gauge", "Size of the store with its journal.");
+    out->Sample({}, view.store_bytes);
+    out->Family("stored_alerts", "gauge", "Alerts that are kept in the store.");
+    out->Sample({}, view.alerts);
+    out->Family(
+        "last_pass_timestamp_seconds", "gauge",
+        "When the last look at all files began; 0: none has ended since the daemon started.");
+    out->Sample({}, Decimal(view.status ? view.status->last_full_pass.began_ms : 0, 3));
+    out->Family("monitor_restarts_total", "counter",
+                "How often the monitor ended by itself since the daemon started.");
+    out->Sample({}, view.status ? view.status->restarts : 0);
+}
+
+// What was counted of all passes up to the last one with news.
+void WritePasses(const Overview &view, Writer *out)
+{
+    out->Family("pass_seconds", "histogram", "How long passes took, from waking to storing.");
+    int64_t passes = 0;
+    for (uint32_t i = 0; i <= std::size(history::kPassBounds); ++i) {
+        passes += view.Total(Kind::kPasses, "passes", i);
+        const bool is_last = i == std::size(history::kPassBounds);
+        out->Sample({{"le", is_last ? "+Inf" : Decimal(history::kPassBounds[i], 6)}},
+                    std::to_string(passes), "_bucket");
+    }
+    out->Sample({}, Decimal(view.Total(Kind::kPassTime, "passes"), 6), "_sum");
+    out->Sample({}, std::to_string(passes), "_count");
+}
+
+// All series of a kind under their names.
+void WriteNamed(const Overview &view, Kind kind, const char *label, Writer *out)
+{
+    for (auto at = view.totals.lower_bound({kind, "", 0});
+         at != view.totals.end() && at->first.kind == kind; ++at)
+        out->Sample({{label, at->first.name}}, at->second);
+}
+
+void WriteLines(const Overview &view, Writer *out)
+{
+    out->Family("lines_read_total", "counter",
+                "Lines that were read of a log. The file monitor's target is not counted.");
+    WriteNamed(view, Kind::kLines, "log", out);
+    out->Family("bytes_read_total", "counter", "Bytes of these lines.");
+    WriteNamed(view, Kind::kBytes, "log", out);
+    out->Family("lines_without_stamp_total", "counter",
+                "Lines whose time stamp cannot be read, so that nothing matches them.");
+    WriteNamed(view, Kind::kWithoutTime, "log", out);
+    out->Family("input_entries_total", "counter", "Entries that were taken from an input.");
+    WriteNamed(view, Kind::kInputLines, "input", out);
+    out->Family("input_bytes_total", "counter",
+                "Bytes of these entries, as the monitor gets them.");
+    WriteNamed(view, Kind::kInputBytes, "input", out);
+}
+
+void WriteUnread(const Overview &view, Writer *out)
+{
+    out->Family("unread_bytes", "gauge", "Bytes of a log that were not checked yet.");
+    for (const LogView &log : view.logs) {
+        if (log.unread)
+            out->Sample({{"log", log.path}}, *log.unread);
+    }
+    out->Family("behind_seconds", "gauge",
+                "Seconds since all files were looked at, while something of the log is unread.");
+    for (const LogView &log : view.logs) {
+        if (log.behind_s)
+            out->Sample({{"log", log.path}}, *log.behind_s);
+    }
+    out->Family("input_unread_bytes", "gauge",
+                "Bytes of an input that were not taken yet; of a journal it is not known.");
+    const auto inputs = view.status ? view.status->inputs : std::vector<status::InputStatus>{};
+    for (const auto &input : inputs) {
+        if (input.behind_bytes >= 0)
+            out->Sample({{"input", input.name}}, input.behind_bytes);
+    }
+    out->Family("input_behind_seconds", "gauge",
+                "Seconds since something of an input is unread all the time.");
+    for (const auto &input : inputs)
+        out->Sample({{"input", input.name}},
+                    input.behind_since_ms == 0
+                        ? 0
+                        : std::max<int64_t>(view.now_ms - input.behind_since_ms, 0) / 1000);
+}
+
+void WriteEvents(const Overview &view, Kind kind, Writer *out)
+{
+    std::set<std::pair<std::string, uint32_t>> events;
+    for (const auto &event : view.events)
+        events.emplace(event.key.source, event.key.id);
+    for (auto at = view.totals.lower_bound({kind, "", 0});
+         at != view.totals.end() && at->first.kind == kind; ++at)
+        events.emplace(at->first.name, at->first.id);
+    for (const auto &[source, id] : events)
+        out->Sample({{"source", source}, {"event_id", events::FormatEventId(id)}},
+                    view.Total(kind, source, id));
+}
+
+void WriteHits(const Overview &view, Writer *out)
+{
+    out->Family("hits_total", "counter", "Hits of an event, repeats of a line included.");
+    WriteEvents(view, Kind::kHits, out);
+    out->Family("alerts_total", "counter",
+                "Reports of an event that became an alert or part of one.");
+    WriteEvents(view, Kind::kAlerts, out);
+    out->Family("held_back_total", "counter", "Reports of an event that were held back.");
+    WriteEvents(view, Kind::kHeldBack, out);
+}
+
+void WriteSinks(const Overview &view, Writer *out)
+{
+    out->Family("sink_deliveries_total", "counter",
+                "Alerts that a sink is done with: the receiver took them, or they were given up.");
+    for (const SinkView &sink : view.sinks) {
+        out->Sample({{"sink", sink.name}, {"result", "delivered"}}, sink.delivered);
+        out->Sample({{"sink", sink.name}, {"result", "dropped"}}, sink.dropped);
+    }
+    out->Family("sink_waiting", "gauge", "Alerts that wait for a sink.");
+    for (const SinkView &sink : view.sinks)
+        out->Sample({{"sink", sink.name}}, sink.waiting);
+    out->Family("sink_undelivered", "gauge",
+                "Alerts that a receiver does not take although it takes others.");
+    for (const SinkView &sink : view.sinks)
+        out->Sample({{"sink", sink.name}}, sink.undelivered);
+}
+
+} // namespace
+
+std::string MetricsText(const Overview &view, const std::string &version)
+{
+    Writer out;
+    WriteDaemon(view, version, &out);
+    WritePasses(view, &out);
+    WriteLines(view, &out);
+    WriteUnread(view, &out);
+    WriteHits(view, &out);
+    WriteSinks(view, &out);
+    return out.Take();
+}
+
+} // namespace metrics

@@ -1,0 +1,135 @@
+#include "agent/metrics/overview.h"
+
+#include <algorithm>
+#include <set>
+
+#include "agent/alerts/alert_store.h"
+#include "agent/history/history_reader.h"
+#include "agent/host/agent_values.h"
+#include "agent/host/here_and_now.h"
+#include "agent/host/room.h"
+#include "agent/logs/log_files.h"
+#include "agent/logs/places.h"
+#include "agent/metrics/quick_place.h"
+#include "agent/settings/settings.h"
+#include "agent/sinks/delivery_store.h"
+#include "agent/sinks/sink_registry.h"
+#include "agent/sinks/undelivered.h"
+#include "agent/status/sign_of_life.h"
+#include "platform/contract.h"
+
+namespace metrics {
+
+namespace {
+
+// Seconds that a pass may take before it counts as late: reading gigabytes after a start takes longer, and is told.
+constexpr int64_t kPassMayTake = 30;
+
+void LookAtDaemon(const host::Layout &layout, std::optional<pid_t> daemon, Overview *view)
+{
+    view->is_running = daemon.has_value();
+    if (!daemon)
+        return;
+    view->status = status::ReadStatus(layout.run);
+    view->stands = status::WhyItStands(*daemon, view->status);
+    // One that a daemon before it has left says nothing of this one.
+    if (view->status && view->status->pid != *daemon)
+        view->status.reset();
+}
+
+// So many seconds nobody has looked at a file in which something is unread.
+std::optional<int64_t> SecondsBehind(const Overview &view, std::optional<int64_t> unread)
+{
+    if (!unread)
+        return std::nullopt;
+    if (*unread == 0)
+        return 0;
+    if (!view.status || view.status->last_full_pass.number == 0)
+        return std::nullopt;
+    return std::max<int64_t>(view.now_ms - view.status->last_full_pass.began_ms, 0) / 1000;
+}
+
+void LookAtLogs(host::RegistryTree &registry, Overview *view)
+{
+    const auto add = [&](const char *role, const std::string &path, std::optional<int64_t> unread) {
+        view->logs.push_back({role, path, unread, SecondsBehind(*view, unread)});
+    };
+    add("system log", kSystemLog, UnreadOfSlot(registry, 0, kSystemLog));
+    if (const std::string customer = logs::NameOfFile(registry, kMonitorKey); !customer.empty()) {
+        const bool is_spool = customer == host::AgentText(registry, host::kInputSpool);
+        add(is_spool ? logs::kSpoolRole : "customer file", customer,
+            UnreadOfSlot(registry, 1, customer));
+    }
+    if (const std::string target = logs::NameOfFile(registry, kFileMonitorKey); !target.empty())
+        add("file monitor", target, UnreadOfTarget(registry, target));
+}
+
+void LookAtSinks(host::RegistryTree &registry, Overview *view)
+{
+    host::Database &database = registry.store().database();
+    const int64_t newest = alerts::NewestAlertId(database);
+    const int64_t oldest = alerts::OldestAlertId(database);
+    view->alerts = newest - oldest + 1;
+    for (const auto &stored : sinks::SinkRegistry(registry.store(), registry).ReadAll()) {
+        SinkView sink;
+        sink.name = stored.config.name;
+        sink.kind = stored.config.kind != nullptr ? stored.config.kind->name : "?";
+        sink.last_error = stored.problem;
+        const auto rows = sinks::ReadDeliveries(database, stored.config.key);
+        // The empty name is the sink as a whole.
+        if (const auto whole = rows.find(""); whole != rows.end()) {
+            sink.delivered = whole->second.delivered;
+            sink.dropped = whole->second.dropped;
+            sink.waiting =
+                std::max<int64_t>(newest - std::max(whole->second.last_id, oldest - 1), 0);
+            if (sink.last_error.empty())
+                sink.last_error = whole->second.last_error;
+        }
+        std::set<int64_t> aside;
+        for (const auto &row : sinks::ReadUndelivered(database, stored.config.key))
+            aside.insert(row.alert_id);
+        sink.undelivered = static_cast<int64_t>(aside.size());
+        view->sinks.push_back(std::move(sink));
+    }
+}
+
+void LookAtEvents(host::RegistryTree &registry, Overview *view)
+{
+    for (const auto &source : events::EventRegistry(registry).ReadAll()) {
+        for (const auto &stored : source.events) {
+            if (!source.is_new_application_type && stored.problem.empty())
+                view->events.push_back(stored.event);
+        }
+    }
+}
+
+} // namespace
+
+int64_t Overview::Total(history::Kind kind, const std::string &name, uint32_t id) const
+{
+    const auto found = totals.find({kind, name, id});
+    return found != totals.end() ? found->second : 0;
+}
+
+Overview Look(host::RegistryTree &registry, const host::Layout &layout, std::optional<pid_t> daemon)
+{
+    Overview view;
+    view.now_ms = host::NowMs();
+    LookAtDaemon(layout, daemon, &view);
+    const host::Snapshot one_state(registry.store());
+    view.cycle_s = std::stoll(settings::GetSetting(registry, settings::FindSetting("cycle")));
+    LookAtLogs(registry, &view);
+    LookAtSinks(registry, &view);
+    LookAtEvents(registry, &view);
+    view.totals = history::ReadTotals(registry.store().database());
+    const auto store = layout.Store();
+    view.store_bytes = host::SizeOf(store) + host::SizeOf(store.string() + "-wal");
+    return view;
+}
+
+int64_t LongestRest(int64_t cycle_s)
+{
+    return cycle_s + kPassMayTake;
+}
+
+} // namespace metrics

@@ -1,0 +1,68 @@
+// What there is to be seen of the monitor at one moment: its daemon, its logs, sinks and events, and what was counted.
+// Metrics, page and full-screen view show this.
+//
+// It is read from the store and from the daemon's status alone. So it can be looked at from any process, in the daemon
+// itself on any thread with a connection of its own, and never holds up a pass.
+#ifndef AGENT_METRICS_OVERVIEW_H
+#define AGENT_METRICS_OVERVIEW_H
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+#include "agent/events/events.h"
+#include "agent/history/series.h"
+#include "agent/host/layout.h"
+#include "agent/host/registry_tree.h"
+#include "agent/status/status_file.h"
+
+namespace metrics {
+
+struct LogView {
+    std::string role; // "system log", "customer file", "inputs' spool", "file monitor"
+    std::string path;
+    std::optional<int64_t> unread; // bytes; nothing: not known
+    // Seconds since a pass has last looked, while there is something unread; nothing: not known.
+    std::optional<int64_t> behind_s;
+};
+
+struct SinkView {
+    std::string name;
+    std::string kind;
+    int64_t delivered = 0;
+    int64_t dropped = 0;
+    int64_t waiting = 0;     // alerts
+    int64_t undelivered = 0; // alerts that were put aside
+    std::string last_error;  // empty: none
+};
+
+struct Overview {
+    int64_t now_ms = 0;
+    bool is_running = false;
+    std::string stands;                   // why the daemon does not do its work; empty: it does
+    std::optional<status::Status> status; // of the daemon, while it runs
+    int64_t cycle_s = 0;
+    std::vector<LogView> logs;
+    std::vector<SinkView> sinks;
+    std::vector<events::EventRecord> events; // registered ones that the monitor can load
+    std::map<history::SeriesKey, int64_t> totals;
+    int64_t store_bytes = 0; // with its journal
+    int64_t alerts = 0;      // that are stored
+
+    // What was counted; 0 when nothing was.
+    [[nodiscard]] int64_t Total(history::Kind kind, const std::string &name, uint32_t id = 0) const;
+};
+
+// `daemon`: the process that holds the daemon's lock, if any. One state of the store. Throws host::Error.
+Overview Look(host::RegistryTree &registry, const host::Layout &layout,
+              std::optional<pid_t> daemon);
+
+// So long ago the last look at all files may have begun while all is well: the cycle, and half a minute for a pass.
+int64_t LongestRest(int64_t cycle_s);
+
+} // namespace metrics
+
+#endif // AGENT_METRICS_OVERVIEW_H
