@@ -154,6 +154,34 @@ constexpr const char *kSteps[] = {
     "  begin INTEGER NOT NULL,"   // seconds since 1970
     "  \"values\" TEXT NOT NULL," // SERIES=VALUE, with blanks between
     "  PRIMARY KEY (length, begin));",
+    // 10: what a sink may still send, what it holds back, and what silences hold back.
+    "ALTER TABLE delivery ADD COLUMN full_ms INTEGER NOT NULL DEFAULT 0;" // see agent/sinks/rate.h
+    // Up to this alert the next message tells of all at once; 0: no such message is under way.
+    "ALTER TABLE delivery ADD COLUMN planned_id INTEGER NOT NULL DEFAULT 0;"
+    // Alerts that have left the store before the sink could tell of them, by event.
+    "CREATE TABLE delivery_held ("
+    "  sink INTEGER NOT NULL REFERENCES reg_key (id) ON DELETE CASCADE,"
+    "  part INTEGER NOT NULL," // 0: of the message under way; 1: of a later one
+    "  source TEXT NOT NULL,"
+    "  event_id INTEGER NOT NULL,"
+    "  alerts INTEGER NOT NULL,"
+    "  hits INTEGER NOT NULL,"
+    "  first_ms INTEGER NOT NULL,"
+    "  first TEXT NOT NULL,"
+    "  last_ms INTEGER NOT NULL,"
+    "  last TEXT NOT NULL,"
+    "  PRIMARY KEY (sink, part, source, event_id)) WITHOUT ROWID;"
+    // The number of the silence that holds an alert back; 0: none does.
+    "ALTER TABLE alert ADD COLUMN silence INTEGER NOT NULL DEFAULT 0;"
+    // What each silence has held back, and has not told of in an alert yet.
+    "CREATE TABLE silence_held ("
+    "  silence INTEGER PRIMARY KEY,"
+    "  alerts INTEGER NOT NULL,"
+    "  hits INTEGER NOT NULL,"
+    "  first_ms INTEGER NOT NULL,"
+    "  first TEXT NOT NULL,"
+    "  last_ms INTEGER NOT NULL,"
+    "  last TEXT NOT NULL);",
 };
 constexpr int kVersion = static_cast<int>(std::size(kSteps));
 

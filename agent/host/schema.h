@@ -9,6 +9,8 @@
 //   6        alert: severity, labels, summary, runbook_url
 //   7        policy_event, policy_value; alert: value, held_reports and the like
 //   8        alarm
+//   9        series, history
+//   10       delivery_held, silence_held; delivery: full_ms, planned_id; alert: silence
 //
 // The version is SQLite's user_version. A store of a newer version is refused: an older program
 // would write what the newer one does not understand.
