@@ -196,6 +196,14 @@ int64_t NewestAlertId(host::Database &database)
     return newest.Next() ? newest.Integer(0) : 0;
 }
 
+std::string KeyOf(host::Database &database, int64_t id)
+{
+    host::Statement series(database, "SELECT uuid FROM key_series WHERE first_alert <= ?"
+                                     " ORDER BY first_alert DESC LIMIT 1");
+    series.Start(id);
+    return (series.Next() ? series.Text(0) : "") + "/" + std::to_string(id);
+}
+
 int64_t OldestAlertId(host::Database &database)
 {
     host::Statement oldest(database, "SELECT min(id) FROM alert");

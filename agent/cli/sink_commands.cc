@@ -20,6 +20,7 @@
 #include "agent/host/waitable.h"
 #include "agent/logs/log_files.h"
 #include "agent/sinks/delivery_store.h"
+#include "agent/sinks/route.h"
 #include "agent/sinks/undelivered.h"
 #include "agent/status/status_file.h"
 #include "agent/text/printable.h"
@@ -60,6 +61,9 @@ using nlohmann::json;
 using sinks::Delivery;
 using sinks::SinkConfig;
 using sinks::StoredSink;
+
+constexpr int64_t kDayMs = int64_t{24} * 60 * 60 * 1000;
+constexpr int64_t kAtOnce = 1000; // alerts that are read in one go
 
 // What the words of all of these commands are read into; each sets those that it has.
 struct SinkOptions {
@@ -175,6 +179,7 @@ struct View {
     int64_t newest = 0; // of all alerts
     int64_t oldest = 0;
     uint32_t limit = 0;
+    int64_t of_last_day = 0;                  // alerts that it gets, delivered or not
     std::vector<std::string> config_warnings; // see SinkWarnings
 
     [[nodiscard]] Delivery Whole() const
@@ -224,6 +229,28 @@ struct View {
     }
 };
 
+// How many of the last day's alerts each sink gets, by the order of the sinks. Those that have left the
+// store are not counted.
+std::vector<int64_t> CountLastDay(host::Database &database, const std::vector<StoredSink> &sinks)
+{
+    std::vector<sinks::Route> routes;
+    for (const StoredSink &sink : sinks)
+        routes.emplace_back(sink.problem.empty() ? sink.config.Get(sinks::kOnlyOption) : "",
+                            sink.config.name);
+    std::vector<int64_t> counts(sinks.size());
+    const int64_t since_ms = status::WallTimeMs() - kDayMs;
+    for (int64_t after = 0;;) {
+        const auto alerts = alerts::ReadAlerts(database, after, since_ms, kAtOnce);
+        if (alerts.empty() || sinks.empty())
+            return counts;
+        after = alerts.back().id;
+        for (const alerts::Alert &alert : alerts) {
+            for (size_t i = 0; i < routes.size(); ++i)
+                counts[i] += routes[i].Takes(alert) ? 1 : 0;
+        }
+    }
+}
+
 View ViewOf(const Context &context, StoredSink sink)
 {
     host::Database &database = context.Host().store().database();
@@ -269,6 +296,7 @@ json ToJson(const View &view)
     object["name"] = view.sink.config.name;
     object["kind"] = KindName(view.sink);
     object["options"] = view.sink.config.options;
+    object["last_day"] = view.of_last_day;
     object["warnings"] = view.Warnings();
     object["peers"] = json::object();
     for (const auto &[peer, row] : view.rows) {
@@ -290,14 +318,19 @@ int ListSinks(Context &context, const SinkOptions &)
 {
     context.OpenToRead();
     json list = json::array();
-    Table table({"SINK", "KIND", "DELIVERED", "WAITING", "UNDELIVERED", "DROPPED", "LAST ERROR"});
-    for (StoredSink &sink : Sinks(context).ReadAll()) {
-        const View view = ViewOf(context, std::move(sink));
+    Table table({"SINK", "KIND", "DELIVERED", "WAITING", "UNDELIVERED", "DROPPED", "LAST DAY",
+                 "LAST ERROR"});
+    std::vector<StoredSink> all = Sinks(context).ReadAll();
+    const auto of_last_day = CountLastDay(context.Host().store().database(), all);
+    for (size_t i = 0; i < all.size(); ++i) {
+        View view = ViewOf(context, std::move(all[i]));
+        view.of_last_day = of_last_day[i];
         const Delivery whole = view.Whole();
         list.push_back(ToJson(view));
         table.Add({view.sink.config.name, KindName(view.sink), std::to_string(whole.delivered),
                    std::to_string(view.Waiting(whole)), std::to_string(view.Undelivered()),
-                   std::to_string(whole.dropped), ErrorText(whole, view.Error())});
+                   std::to_string(whole.dropped), std::to_string(view.of_last_day),
+                   ErrorText(whole, view.Error())});
         if (!context.json) {
             for (const std::string &warning : view.Warnings())
                 fprintf(stderr, "syslogmon: warning: %s: %s\n", view.sink.config.name.c_str(),
@@ -327,7 +360,9 @@ void AddRows(Table &table, const View &view, const Delivery &row, int64_t undeli
 int ShowSink(Context &context, const SinkOptions &options)
 {
     context.OpenToRead();
-    const View view = ViewOf(context, Sinks(context).Find(options.name));
+    const StoredSink sink = Sinks(context).Find(options.name);
+    View view = ViewOf(context, sink);
+    view.of_last_day = CountLastDay(context.Host().store().database(), {sink})[0];
     if (context.json) {
         PrintJson({{"sink", ToJson(view)}});
         return kExitDone;
@@ -337,6 +372,7 @@ int ShowSink(Context &context, const SinkOptions &options)
     table.Add({"kind", KindName(view.sink)});
     for (const auto &[name, value] : view.sink.config.options)
         table.Add({name, value});
+    table.Add({"alerts of the last day", std::to_string(view.of_last_day)});
     AddRows(table, view, view.Whole(), view.Undelivered(), view.Error());
     for (const auto &[peer, row] : view.rows) {
         if (peer.empty())

@@ -1,11 +1,60 @@
 #include "agent/sinks/alert_json.h"
 
+#include <algorithm>
+
 #include <nlohmann/json.hpp>
 
 #include "agent/events/events.h"
 #include "agent/text/times.h"
 
 namespace sinks {
+
+namespace {
+
+// Events that a message tells of one by one. More of them make no message that anybody reads; their
+// alerts and hits are in the sums.
+constexpr size_t kEventsInJson = 100;
+constexpr size_t kEventsInALine = 5;
+
+nlohmann::ordered_json ToJson(const Digest &digest)
+{
+    const DigestEvent whole = digest.Whole();
+    nlohmann::ordered_json events = nlohmann::ordered_json::array();
+    for (const DigestEvent &event : digest.Events()) {
+        if (events.size() == kEventsInJson)
+            break;
+        events.push_back({{"source", event.source},
+                          {"event_id", events::FormatEventId(event.event_id)},
+                          {"alerts", event.alerts},
+                          {"hits", event.hits},
+                          {"first_time", text::UtcTime(event.first_ms)},
+                          {"first", event.first},
+                          {"last_time", text::UtcTime(event.last_ms)},
+                          {"last", event.last}});
+    }
+    return {{"alerts", whole.alerts},
+            {"hits", whole.hits},
+            {"first_time", text::UtcTime(whole.first_ms)},
+            {"last_time", text::UtcTime(whole.last_ms)},
+            {"events", events}};
+}
+
+} // namespace
+
+std::string DigestInWords(const Digest &digest)
+{
+    const DigestEvent whole = digest.Whole();
+    std::string text = std::to_string(whole.alerts) + " alerts of " + std::to_string(whole.hits) +
+                       " hits were held back from " + text::UtcTime(whole.first_ms) + " to " +
+                       text::UtcTime(whole.last_ms) + ": ";
+    const std::vector<DigestEvent> events = digest.Events();
+    for (size_t i = 0; i < std::min(events.size(), kEventsInALine); ++i)
+        text += (i == 0 ? "" : ", ") + std::to_string(events[i].alerts) + " of " +
+                events[i].source + " " + events::FormatEventId(events[i].event_id);
+    if (events.size() > kEventsInALine)
+        text += " and of " + std::to_string(events.size() - kEventsInALine) + " more events";
+    return text;
+}
 
 std::string AlertJson(const Message &message)
 {
@@ -49,6 +98,8 @@ std::string AlertJson(const Message &message)
         object["last_time"] = text::UtcTime(alert.last_time_ms);
         object["last_message"] = alert.last_message;
     }
+    if (!message.digest.IsEmpty())
+        object["digest"] = ToJson(message.digest);
     if (message.is_test)
         object["test"] = true;
     // A line of the log may be in any character set; an alert that cannot be written as JSON must
@@ -69,6 +120,8 @@ std::string AlertSummary(const Message &message)
                 std::to_string(alert.held_back.hits) +
                 " hits were held back before it, the first: " + alert.held_back.first +
                 ", the last: " + alert.held_back.last + ")";
+    if (!message.digest.IsEmpty())
+        text += " (" + DigestInWords(message.digest) + ")";
     // A summary becomes a header, a field or a line of another protocol. Bytes of other characters
     // stay.
     for (char &c : text) {

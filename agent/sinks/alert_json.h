@@ -13,13 +13,18 @@ namespace sinks {
 //    "source":"DISK","event_id":"1A2B","count":3,"message":"..."}
 // With "severity", "summary", "labels" (an object) and "runbook_url" as far as the event's policy says
 // so. An alert that stands for many reports has "reports", "last_time" and "last_message" as well. A test
-// has "test":true. Bytes that are no UTF-8 are replaced, since JSON has none.
+// has "test":true. One that tells of others that were held back has "digest": their "alerts", "hits",
+// "first_time", "last_time", and "events" with the same of each, its "first" line and its "last". Bytes that are no UTF-8 are replaced, since JSON has none.
 std::string AlertJson(const Message &message);
 
 // "DISK 1A2B: Nov 21 10:00:00 host kernel: ...", one line, no control characters. The summary of the
 // event's policy, if there is one, stands before the line: "DISK 1A2B: disk of host: Nov 21 ...". Of many reports:
 // "... (and 12 more until 2026-11-21T10:00:09.000Z, the last: Nov 21 10:00:09 host ...)".
 std::string AlertSummary(const Message &message);
+
+// "971 alerts of 5000 hits were held back from 2026-11-21T10:00:01.000Z to 2026-11-21T10:04:00.000Z: 900
+// of DISK 1A2B, 71 of NET 3". At most five events; not of an empty one.
+std::string DigestInWords(const Digest &digest);
 
 } // namespace sinks
 

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <poll.h>
+#include <set>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -163,16 +164,20 @@ void Deliverer::Run()
 // Starts the workers of a sink, or notes why it has none. A sink that cannot be used keeps its place in
 // the list: its row shows the problem, and its alerts wait until it is mended.
 Deliverer::Entry Deliverer::Start(const StoredSink &sink, const Deliveries &rows,
-                                  const std::vector<Undelivered> &undelivered)
+                                  const std::vector<Undelivered> &undelivered, const Held &held)
 {
     Entry entry;
     entry.sink = sink;
     const bool is_sound = sink.problem.empty();
     const auto *kind = sink.config.kind;
+    if (is_sound) {
+        entry.route = Route(sink.config.Get(kOnlyOption), sink.config.name);
+        entry.rate = ParseRate(sink.config.Get(kRateOption));
+    }
     std::optional<milliseconds> active;
     if (is_sound && kind->active != nullptr)
         active = kind->active(sink.config);
-    entry.progress = std::make_shared<Progress>(rows, active, undelivered);
+    entry.progress = std::make_shared<Progress>(rows, active, undelivered, held);
     if (!is_sound) {
         // So that the list of sinks shows why nothing arrives.
         entry.progress->Failed("", sink.problem);
@@ -208,6 +213,7 @@ void Deliverer::Load()
         StoredSink sink;
         Deliveries rows;
         std::vector<Undelivered> undelivered;
+        Held held;
     };
     std::vector<Wanted> wanted;
     limit_ = registry_.AlertLimit();
@@ -216,7 +222,8 @@ void Deliverer::Load()
     for (StoredSink &sink : registry_.ReadAll()) {
         const int64_t key = sink.config.key;
         wanted.push_back({std::move(sink), ReadDeliveries(store_.database(), key),
-                          ReadUndelivered(store_.database(), key)});
+                          ReadUndelivered(store_.database(), key),
+                          ReadHeld(store_.database(), key)});
     }
 
     std::vector<Entry> entries;
@@ -234,9 +241,10 @@ void Deliverer::Load()
         // Its workers end before their progress is read: nothing is reported to it afterwards.
         if (!is_new)
             known->workers.clear();
-        const Deliveries &rows = is_new ? one.rows : known->progress->Rows();
+        Deliveries rows = one.rows;
+        const Held held = is_new ? one.held : known->progress->WhatIsHeld(&rows);
         const Deliveries completed = Completed(one.sink, rows, newest);
-        entries.push_back(Start(one.sink, completed, one.undelivered));
+        entries.push_back(Start(one.sink, completed, one.undelivered, held));
         // What the old workers put aside and nobody has written yet goes over to the new entry.
         if (!is_new) {
             TakeChanges(*known);
@@ -324,15 +332,24 @@ void Deliverer::WriteRows()
     for (Entry &entry : entries_) {
         if (!entry.unwritten)
             continue;
-        const Deliveries rows = entry.progress->Rows();
+        const Held held = entry.progress->WhatIsHeld(&entry.written);
         TakeChanges(entry); // after the rows: see Progress
-        WriteDeliveries(store_, entry.sink.config.key, rows);
+        WriteDeliveries(store_, entry.sink.config.key, entry.written);
         WriteChanges(store_, entry.sink.config.key, entry.changes);
+        WriteHeld(store_, entry.sink.config.key, held);
     }
     transaction.Commit();
     for (Entry &entry : entries_) {
+        if (!entry.unwritten)
+            continue;
         entry.unwritten = false;
         entry.changes.clear();
+        entry.progress->Written(entry.written);
+        if (entry.written.at("").planned_id == 0)
+            continue;
+        // It has waited for this.
+        for (auto &worker : entry.workers)
+            worker->Wake();
     }
 }
 
@@ -367,6 +384,19 @@ int64_t Deliverer::FittingAlerts(int64_t newest)
     return std::min<int64_t>(limit_, limit_megabytes_ * kMegabyte / (bytes_ / kept + 1));
 }
 
+// Of the oldest alerts, those that a sink has not had. Mostly none.
+std::vector<alerts::Alert> Deliverer::NotHadByAll(int64_t up_to)
+{
+    int64_t had = up_to;
+    for (const Entry &entry : entries_)
+        had = std::min(had, entry.progress->LastId(""));
+    if (had >= up_to)
+        return {};
+    std::vector<alerts::Alert> found = alerts::ReadAlerts(store_.database(), had, 0, kRemoveAtOnce);
+    std::erase_if(found, [&](const alerts::Alert &alert) { return alert.id > up_to; });
+    return found;
+}
+
 // D1. A thousand at a time, with a pause behind it: the write lock is the monitor's, too. The rows are
 // written before the alerts go, so that a crash in between drops none that no row knows of.
 void Deliverer::KeepTheLimit()
@@ -384,8 +414,16 @@ void Deliverer::KeepTheLimit()
     const std::string limit = too_many > 0
                                   ? std::to_string(limit_) + " alerts"
                                   : std::to_string(limit_megabytes_) + " megabytes of alerts";
+    const std::vector<alerts::Alert> going = NotHadByAll(surplus.up_to);
     for (Entry &entry : entries_) {
-        const int64_t lost = entry.progress->Removed(surplus.up_to);
+        Progress::Leaving leaving{surplus.up_to, {}, {}};
+        for (const alerts::Alert &alert : going) {
+            if (!entry.route.Takes(alert))
+                leaving.others.insert(alert.id);
+            else if (entry.rate.IsBounded())
+                leaving.wanted.push_back(alert);
+        }
+        const int64_t lost = entry.progress->Removed(leaving);
         entry.unwritten |= entry.progress->HasChanged();
         if (lost > 0 && entry.level != Level::kFull) {
             entry.level = Level::kFull;

@@ -9,7 +9,8 @@
 //   D1  An alert leaves the store when more of them, or more bytes of them, are kept than the limits
 //       say, the oldest first. So those that
 //       were delivered go first, and one that was not goes only when the limit is full of alerts
-//       that were not. It then counts as dropped, for each sink that had not got it.
+//       that were not. A sink with a bound (rate) that had not got it tells of it in its next message;
+//       for another one it counts as dropped.
 //   D2  A sink that waits for 80 % of the limit, or loses an alert to it, is told of: in the trace
 //       log and on standard error, once until it has caught up.
 //   D3  An alert that a receiver does not take although it takes others is told of in the same way, and
@@ -28,6 +29,8 @@
 #include "agent/host/layout.h"
 #include "agent/host/waitable.h"
 #include "agent/sinks/progress.h"
+#include "agent/sinks/rate.h"
+#include "agent/sinks/route.h"
 #include "agent/sinks/sink_registry.h"
 #include "agent/sinks/worker.h"
 
@@ -62,10 +65,13 @@ class Deliverer {
     // A configured sink. Its progress is shared with its workers, which end before it does.
     struct Entry {
         StoredSink sink;
+        Route route;
+        Rate rate;
         std::shared_ptr<Progress> progress;
         std::vector<std::unique_ptr<Worker>> workers; // none while it has a problem
         // Its rows in the store are older than its progress.
         bool unwritten = false;
+        Deliveries written;                     // the rows that were written last
         std::vector<UndeliveredChange> changes; // not written yet
         Level level = Level::kWell;
     };
@@ -75,13 +81,14 @@ class Deliverer {
     void TakeSettings();
     void Load();
     Entry Start(const StoredSink &sink, const Deliveries &rows,
-                const std::vector<Undelivered> &undelivered);
+                const std::vector<Undelivered> &undelivered, const Held &held);
     void StopWorkers();
     void Record();
     void WriteRows();
     void TakeChanges(Entry &entry) const;
     static void SendWantedAgain(const Entry &entry, const std::vector<Undelivered> &rows);
     void KeepTheLimit();
+    std::vector<alerts::Alert> NotHadByAll(int64_t up_to);
     void CountBytes(int64_t newest);
     [[nodiscard]] int64_t FittingAlerts(int64_t newest);
     void LookAtLevels(int64_t newest);

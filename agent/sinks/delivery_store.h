@@ -19,6 +19,8 @@ struct Delivery {
     int64_t delivered_ms = 0; // when it took the newest, since 1970, UTC; 0: never
     std::string last_error;   // empty: the last try did it
     int64_t error_ms = 0;     // when that was; 0: never
+    int64_t full_ms = 0;      // when its bucket would be full again: see rate.h
+    int64_t planned_id = 0; // a message that tells of all up to this alert is under way; 0: none is
 
     bool operator==(const Delivery &) const = default;
 };

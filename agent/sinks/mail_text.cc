@@ -15,6 +15,9 @@ namespace {
 // A header line may have 998; a subject that long shows nobody more.
 constexpr size_t kMaxSubject = 200; // bytes
 
+// Held-back events that a mail tells of one by one: some pages.
+constexpr size_t kEventsInAMail = 100;
+
 // In UTC and with English names whatever the zone; the locale is C, in which the daemon stays.
 std::string MailDate(int64_t now)
 {
@@ -45,6 +48,8 @@ std::string Subject(std::span<const Message> messages)
     text += first.alert.host + ": ";
     if (messages.size() > 1)
         text += std::to_string(messages.size()) + " alerts, first ";
+    else if (!first.digest.IsEmpty())
+        text += std::to_string(first.digest.Whole().alerts + 1) + " alerts, last ";
     return HeaderText(text + AlertSummary(first));
 }
 
@@ -56,6 +61,27 @@ std::string MessageId(std::span<const Message> messages)
         id += "-" + std::to_string(messages.back().alert.id);
     std::replace(id.begin(), id.end(), '/', '.');
     return "<" + id + "@" + HeaderText(messages.front().alert.host) + ">";
+}
+
+// What was held back, event by event.
+std::string DigestText(const Digest &digest)
+{
+    const DigestEvent whole = digest.Whole();
+    std::string text = "Held back before it: " + std::to_string(whole.alerts) + " alerts of " +
+                       std::to_string(whole.hits) + " hits.\n\n";
+    size_t told = 0;
+    for (const DigestEvent &event : digest.Events()) {
+        if (++told > kEventsInAMail) {
+            text += "    and more events, which are in these sums; see syslogmon alerts\n\n";
+            break;
+        }
+        text += "    " + event.source + " " + events::FormatEventId(event.event_id) + ": " +
+                std::to_string(event.alerts) + " alerts of " + std::to_string(event.hits) +
+                " hits\n";
+        text += "    first     " + text::UtcTime(event.first_ms) + "  " + event.first + "\n";
+        text += "    last      " + text::UtcTime(event.last_ms) + "  " + event.last + "\n\n";
+    }
+    return text + "\n";
 }
 
 // The line first, since a list of mails shows how the text begins. Then one fact a line, in
@@ -94,6 +120,8 @@ std::string Body(std::span<const Message> messages)
             text += "    last line " + alert.last_message + "\n";
         }
         text += "    key       " + message.key + "\n\n\n";
+        if (!message.digest.IsEmpty())
+            text += DigestText(message.digest);
     }
     return text;
 }

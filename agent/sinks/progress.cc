@@ -18,8 +18,9 @@ int64_t WallMs()
 // What is in the rows counts as seen: the store has it already, or the deliverer writes it for
 // another reason.
 Progress::Progress(Deliveries rows, std::optional<std::chrono::milliseconds> active,
-                   const std::vector<Undelivered> &undelivered)
-    : rows_(std::move(rows)), seen_(rows_), active_ms_(active ? active->count() : 0)
+                   const std::vector<Undelivered> &undelivered, Held held)
+    : rows_(std::move(rows)), seen_(rows_), active_ms_(active ? active->count() : 0),
+      held_(std::move(held)), sending_to_(rows_.at("").planned_id), written_plan_(sending_to_)
 {
     for (const Undelivered &row : undelivered)
         aside_[row.peer].insert(row.alert_id);
@@ -55,6 +56,8 @@ void Progress::MarkTaken(const std::string &peer, std::span<const Message> messa
     row.delivered += std::count_if(messages.begin(), messages.end(), [&](const Message &message) {
         return message.alert.id > row.last_id && !ahead.contains(message.alert.id);
     });
+    for (const Message &message : messages)
+        row.delivered += message.digest.Whole().alerts;
     row.delivered_ms = WallMs();
 }
 
@@ -77,6 +80,9 @@ void Progress::Taken(const std::string &peer, std::span<const Message> messages)
         MarkTaken(name, messages);
         Advance(name, last);
     }
+    // What had left the store was in this message, or is told of by the next one.
+    held_.of_message = std::exchange(held_.behind, {});
+    sending_to_ = rows_.at("").planned_id = 0;
     MarkWell(peer);
 }
 
@@ -183,14 +189,22 @@ std::vector<UndeliveredChange> Progress::TakeChanges()
     return std::exchange(changes_, {});
 }
 
-int64_t Progress::Removed(int64_t last_id)
+int64_t Progress::Removed(const Leaving &leaving)
 {
     const std::lock_guard lock(mutex_);
+    const int64_t last_id = leaving.last_id;
+    Hold(leaving.wanted);
     Delivery &whole = rows_.at("");
     // What was taken ahead is not lost, although it lies behind the last one.
     int64_t lost = std::max<int64_t>(0, last_id - whole.last_id);
     for (const int64_t id : ahead_[""])
         lost -= id <= last_id ? 1 : 0;
+    const auto is_not_lost = [&](int64_t id) {
+        return id > whole.last_id && !ahead_[""].contains(id);
+    };
+    lost -= std::count_if(leaving.others.begin(), leaving.others.end(), is_not_lost);
+    lost -= std::count_if(leaving.wanted.begin(), leaving.wanted.end(),
+                          [&](const alerts::Alert &alert) { return is_not_lost(alert.id); });
     whole.dropped += lost;
     // Nobody can send one any more that is not in the store: it was dropped after all.
     for (auto &[peer, row] : rows_) {
@@ -202,6 +216,88 @@ int64_t Progress::Removed(int64_t last_id)
     for (const auto &[peer, row] : rows_)
         Advance(peer, last_id);
     return lost;
+}
+
+// What the message under way tells of stays with it: it counts when that is taken, or goes into the
+// next one with the others.
+void Progress::Hold(const std::vector<alerts::Alert> &alerts)
+{
+    Delivery &whole = rows_.at("");
+    for (const alerts::Alert &alert : alerts) {
+        if (alert.id <= whole.last_id || ahead_[""].contains(alert.id))
+            continue;
+        const bool is_of_message = alert.id <= sending_to_;
+        (is_of_message ? held_.of_message : held_.behind).Add(alert);
+        // From here on the store cannot say what the message is about.
+        if (is_of_message)
+            whole.planned_id = sending_to_;
+    }
+}
+
+bool Progress::MaySend(int64_t last_id)
+{
+    const std::lock_guard lock(mutex_);
+    if (!held_.of_message.IsEmpty() || !held_.behind.IsEmpty())
+        return false;
+    sending_to_ = last_id;
+    return true;
+}
+
+void Progress::Plan(int64_t last_id, int64_t full_ms)
+{
+    const std::lock_guard lock(mutex_);
+    held_.of_message.Add(std::exchange(held_.behind, {}));
+    rows_.at("").full_ms = full_ms;
+    rows_.at("").planned_id = sending_to_ = last_id;
+}
+
+int64_t Progress::Planned() const
+{
+    const std::lock_guard lock(mutex_);
+    return rows_.at("").planned_id;
+}
+
+Progress::Beginning Progress::OfMessage() const
+{
+    const std::lock_guard lock(mutex_);
+    return {held_.of_message, rows_.at("").last_id};
+}
+
+bool Progress::IsPlanWritten() const
+{
+    const std::lock_guard lock(mutex_);
+    return written_plan_ == rows_.at("").planned_id;
+}
+
+bool Progress::Holds() const
+{
+    const std::lock_guard lock(mutex_);
+    return !held_.of_message.IsEmpty() || !held_.behind.IsEmpty();
+}
+
+int64_t Progress::FullMs() const
+{
+    const std::lock_guard lock(mutex_);
+    return rows_.at("").full_ms;
+}
+
+void Progress::SetFullMs(int64_t full_ms)
+{
+    const std::lock_guard lock(mutex_);
+    rows_.at("").full_ms = full_ms;
+}
+
+Held Progress::WhatIsHeld(Deliveries *rows) const
+{
+    const std::lock_guard lock(mutex_);
+    *rows = rows_;
+    return held_;
+}
+
+void Progress::Written(const Deliveries &rows)
+{
+    const std::lock_guard lock(mutex_);
+    written_plan_ = rows.at("").planned_id;
 }
 
 int64_t Progress::EndsAt(const alerts::Alert &alert, int64_t now_ms) const

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "agent/sinks/delivery_store.h"
+#include "agent/sinks/held_store.h"
 #include "agent/sinks/sink.h"
 #include "agent/sinks/undelivered.h"
 
@@ -31,7 +32,7 @@ class Progress {
     // The rows hold the empty name and each peer. How long alerts are active: see SinkKind. With
     // what is undelivered by now.
     Progress(Deliveries rows, std::optional<std::chrono::milliseconds> active,
-             const std::vector<Undelivered> &undelivered = {});
+             const std::vector<Undelivered> &undelivered = {}, Held held = {});
 
     // The last alert that this peer is done with; of the empty name, that any peer has.
     [[nodiscard]] int64_t LastId(const std::string &peer) const;
@@ -55,7 +56,41 @@ class Progress {
     void Well(const std::string &peer);
     // Alerts up to this one are removed from the store. Returns how many of them nobody had taken by
     // then; those that were put aside are not told of again.
-    int64_t Removed(int64_t last_id);
+    struct Leaving {
+        int64_t last_id = 0;
+        std::set<int64_t> others;          // that the sink does not get: none of them is lost
+        std::vector<alerts::Alert> wanted; // that it gets and may tell of later: likewise
+    };
+    int64_t Removed(const Leaving &leaving);
+
+    // ---- of a sink with a bound, which has one receiver; see digest.h ----
+
+    // A message is about to be sent that tells of the alerts up to this one, all of which were in the
+    // store. False: some have left it by now, and the next message is another one.
+    [[nodiscard]] bool MaySend(int64_t last_id);
+    // The same of a message with all that is held back, which is to be written down before it is
+    // sent: so it is the same one when the process dies meanwhile.
+    void Plan(int64_t last_id, int64_t full_ms);
+    // The last alert of that message, and what it tells of beside those in the store; 0: there is none.
+    [[nodiscard]] int64_t Planned() const;
+    struct Beginning {
+        Digest digest;
+        int64_t after = 0; // the rest of it is in the store, behind this alert
+
+        bool operator==(const Beginning &) const = default;
+    };
+    [[nodiscard]] Beginning OfMessage() const;
+    // Is the plan written down?
+    [[nodiscard]] bool IsPlanWritten() const;
+    // Does the next message have to tell of what has left the store?
+    [[nodiscard]] bool Holds() const;
+    // See Delivery.
+    [[nodiscard]] int64_t FullMs() const;
+    void SetFullMs(int64_t full_ms);
+    // What is held back, with the rows of that moment: only together do they say what was taken.
+    [[nodiscard]] Held WhatIsHeld(Deliveries *rows) const;
+    // These rows are in the store.
+    void Written(const Deliveries &rows);
 
     // Until when an alert is active. One that no peer has had yet begins when it is sent: a receiver
     // that was down for longer than alerts are active would otherwise learn of nothing.
@@ -82,6 +117,7 @@ class Progress {
     void MarkWell(const std::string &peer);
     void MarkTaken(const std::string &peer, std::span<const Message> messages);
     void Advance(const std::string &peer, int64_t last_id);
+    void Hold(const std::vector<alerts::Alert> &alerts);
 
     // Guards what follows. Held for moments only, and never while anything is written or sent.
     mutable std::mutex mutex_;
@@ -94,6 +130,9 @@ class Progress {
     std::map<std::string, std::set<int64_t>> aside_; // by peer: put aside, and not taken since
     // Since the last TakeChanges, in the order in which they came.
     std::vector<UndeliveredChange> changes_;
+    Held held_;
+    int64_t sending_to_ = 0;   // the last alert of the message under way; 0: none is
+    int64_t written_plan_ = 0; // the planned_id that is in the store
 };
 
 } // namespace sinks

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "agent/alerts/alert_store.h"
+#include "agent/sinks/digest.h"
 
 namespace sinks {
 
@@ -29,6 +30,7 @@ struct Message {
     std::string key;      // the alert's, or of the test; see Alert
     bool is_test = false; // of `sink test`: nothing has happened
     int64_t ends_ms = 0;  // until when it is active, for kinds that say so; since 1970, UTC
+    Digest digest;        // of the alerts before it that the sink's rate has held back
 };
 
 // What came of an attempt to send.
@@ -103,6 +105,10 @@ struct SinkOption {
     std::string (*check)(const std::string &value);
     bool is_secret_file = false; // it names a file with a secret
 };
+
+// Options that every kind has, and most kinds: see route.h and rate.h.
+inline constexpr char kOnlyOption[] = "only";
+inline constexpr char kRateOption[] = "rate";
 
 // A kind of sink. Functions, not classes: a kind has no state.
 struct SinkKind {

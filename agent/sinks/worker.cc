@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "agent/alerts/own_alert.h"
 #include "agent/host/error.h"
+#include "agent/host/here_and_now.h"
 #include "agent/sinks/trace_unit.h"
 #include "agent/text/say.h"
 
@@ -28,6 +28,14 @@ constexpr std::chrono::milliseconds kQuick{500};
 
 constexpr size_t kMaxError = 500; // bytes of an error that are kept
 
+// Alerts that are read in one go, when not all of them may be for this sink.
+constexpr size_t kReadAtOnce = 64;
+
+// In place of a line, when a receiver has refused a message with it.
+constexpr char kLeftOut[] =
+    "(the line is left out, since the receiver has refused this message with "
+    "it; see syslogmon alerts)";
+
 int64_t WallMs()
 {
     using namespace std::chrono;
@@ -46,14 +54,34 @@ std::string OneLine(std::string text)
     return text;
 }
 
+// What is known of alerts that have left the store, as one alert that stands for all of them.
+alerts::Alert AlertOf(const DigestEvent &event)
+{
+    alerts::Alert alert;
+    alert.host = host::HostName();
+    alert.source = event.source;
+    alert.event_id = event.event_id;
+    alert.count = event.hits;
+    alert.time_ms = event.first_ms;
+    alert.message = event.first;
+    if (event.alerts > 1) {
+        alert.reports = event.alerts;
+        alert.last_time_ms = event.last_ms;
+        alert.last_message = event.last;
+    }
+    return alert;
+}
+
 } // namespace
 
 // A receiver that keeps alerts in memory is told of the active ones first: it may have been started anew
 // while this daemon was down.
 Worker::Worker(WorkerContext context, SinkConfig config, std::string peer,
                std::shared_ptr<Progress> progress)
-    : context_(std::move(context)), config_(std::move(config)), peer_(std::move(peer)),
-      progress_(std::move(progress)), backoff_(context_.pauses), refusals_wanted_(kRefusalsBelieved)
+    : context_(std::move(context)), config_(std::move(config)),
+      route_(config_.Get(kOnlyOption), config_.name), rate_(ParseRate(config_.Get(kRateOption))),
+      peer_(std::move(peer)), progress_(std::move(progress)), backoff_(context_.pauses),
+      refusals_wanted_(kRefusalsBelieved)
 {
     if (config_.kind->active != nullptr)
         refresh_at_ = Clock::now(); // the receiver may have been started anew as well
@@ -147,13 +175,13 @@ void Worker::Step()
         return;
     if (SendOneAgain())
         return;
-    const std::vector<Message> batch = NextBatch();
+    const std::vector<Message> batch = NextMessages();
     store_failing_ = false;
     if (batch.empty()) {
         WaitForAlerts();
         return;
     }
-    Handle(batch, sink_->Send(batch, interrupt_));
+    Handle(batch, Send(batch));
 }
 
 // Alerts as they are sent. The end of their being active is worked out here, when they are about to
@@ -173,35 +201,147 @@ std::vector<Message> Worker::MessagesOf(std::vector<alerts::Alert> alerts) const
     return messages;
 }
 
-// The next alerts of this receiver. What it has taken ahead is left out, what another peer has had and
-// is over by now, and what tells that this very sink fails.
-std::vector<Message> Worker::NextBatch()
+// The next alerts of this receiver.
+std::vector<Message> Worker::NextBatch(size_t limit)
 {
     {
         const std::lock_guard lock(mutex_);
         woken_ = false; // what is stored from here on wakes anew
     }
-    for (;;) {
-        const size_t limit = std::min(sink_->batch(), batch_limit_);
-        std::vector<Message> batch = MessagesOf(alerts::ReadAlerts(
-            *database_, progress_->LastId(peer_), 0, static_cast<int64_t>(limit)));
-        // Nothing at all behind the last one. Only leaving some out goes on to the next.
-        if (batch.empty())
-            return batch;
-        const int64_t last = batch.back().alert.id;
-        const int64_t others_have = progress_->LastId("");
-        const int64_t now = WallMs();
-        std::erase_if(batch, [&](const Message &message) {
-            const bool is_over = config_.kind->active != nullptr &&
-                                 message.alert.id <= others_have && message.ends_ms <= now;
-            return is_over || progress_->IsAhead(peer_, message.alert.id) ||
-                   alerts::IsAboutSink(message.alert, config_.name);
-        });
-        if (!batch.empty() || StopRequested())
-            return batch;
-        // All of them need not be sent: the next read begins behind them.
-        progress_->CaughtUp(peer_, last);
+    const int64_t begin = progress_->LastId(peer_);
+    std::vector<Message> batch;
+    for (int64_t last = begin; batch.size() < limit && !StopRequested();) {
+        // More than are wanted, since many may be left out.
+        const int64_t at_once = static_cast<int64_t>(std::max(limit, kReadAtOnce));
+        std::vector<Message> next = MessagesOf(alerts::ReadAlerts(*database_, last, 0, at_once));
+        if (next.empty()) {
+            // None of those behind the last one is for this sink: the next read begins behind them.
+            if (batch.empty() && last > begin) {
+                progress_->CaughtUp(peer_, last);
+                progress_->CaughtUp("", last);
+                context_.progressed();
+            }
+            break;
+        }
+        last = next.back().alert.id;
+        for (Message &message : next) {
+            if (IsWanted(message) && batch.size() < limit)
+                batch.push_back(std::move(message));
+        }
     }
+    return batch;
+}
+
+// Not so what the sink does not get, what the receiver has taken ahead, and what another peer has had and
+// is over by now.
+bool Worker::IsWanted(const Message &message) const
+{
+    const int64_t id = message.alert.id;
+    const bool is_over = config_.kind->active != nullptr && id <= progress_->LastId("") &&
+                         message.ends_ms <= WallMs();
+    return !is_over && route_.Takes(message.alert) && !progress_->IsAhead(peer_, id);
+}
+
+// One by one while there is more than one token, and with the last one all that wait, in one message.
+std::vector<Message> Worker::NextMessages()
+{
+    token_at_.reset();
+    if (progress_->Planned() != 0)
+        return PlannedMessage();
+    const int64_t now = WallMs();
+    const int64_t tokens = rate_.Tokens(progress_->FullMs(), now);
+    if (tokens == 0) {
+        token_at_ = Clock::now() +
+                    std::chrono::milliseconds(rate_.NextToken(progress_->FullMs(), now) - now);
+        const std::lock_guard lock(mutex_);
+        woken_ = false; // what comes waits for the token
+        return {};
+    }
+    const size_t limit = std::min(sink_->batch(), batch_limit_);
+    if (!progress_->Holds()) {
+        // One more than can be sent tells whether any has to wait.
+        std::vector<Message> batch = NextBatch(limit + 1);
+        if (batch.size() <= limit || tokens > 1) {
+            batch.resize(std::min(batch.size(), limit));
+            if (batch.empty() || progress_->MaySend(batch.back().alert.id))
+                return batch;
+        }
+    }
+    // Its token is taken with it: sent again, it is still one message.
+    progress_->Plan(alerts::NewestAlertId(*database_), rate_.WithoutOne(progress_->FullMs(), now));
+    context_.progressed();
+    return PlannedMessage();
+}
+
+// The message that tells of all that is held back, once it is written down what that is; the deliverer
+// wakes this worker then.
+std::vector<Message> Worker::PlannedMessage()
+{
+    {
+        const std::lock_guard lock(mutex_);
+        woken_ = false;
+    }
+    if (!progress_->IsPlanWritten())
+        return {};
+    const int64_t planned = progress_->Planned();
+    Message message;
+    // Anew when alerts have left the store meanwhile: they may be in neither of the two.
+    Progress::Beginning beginning;
+    do {
+        beginning = progress_->OfMessage();
+        message = SummedUp(beginning, planned);
+    } while (beginning != progress_->OfMessage() && !StopRequested());
+    if (StopRequested())
+        return {}; // it may be a part only
+    if (message.alert.id == 0 && message.digest.IsEmpty()) {
+        progress_->CaughtUp(peer_, planned);
+        progress_->Plan(0, progress_->FullMs());
+        context_.progressed();
+        return {};
+    }
+    if (message.alert.id == 0)
+        message.alert = AlertOf(message.digest.TakeNewest());
+    // Of the plan, and not of the alert: that may have left the store since the last try.
+    message.alert.id = planned;
+    message.key = message.alert.key = alerts::KeyOf(*database_, planned);
+    if (summary_refusals_ >= kRefusalsBelieved) {
+        // One of the lines may be what the receiver does not like. The counts must arrive.
+        message.digest.DropLines();
+        message.alert.message = message.alert.last_message = kLeftOut;
+    }
+    return {message};
+}
+
+// The newest alert up to `planned` stands for itself, those before it are added to the beginning.
+Message Worker::SummedUp(const Progress::Beginning &beginning, int64_t planned)
+{
+    Message message;
+    message.digest = beginning.digest;
+    for (int64_t after = beginning.after; after < planned && !StopRequested();) {
+        const auto alerts = alerts::ReadAlerts(*database_, after, 0, kReadAtOnce);
+        if (alerts.empty())
+            break;
+        after = alerts.back().id;
+        for (const alerts::Alert &alert : alerts) {
+            if (alert.id > planned || !route_.Takes(alert) || progress_->IsAhead(peer_, alert.id))
+                continue;
+            if (message.alert.id != 0)
+                message.digest.Add(message.alert);
+            message.alert = alert;
+        }
+    }
+    return message;
+}
+
+// All messages go this way: each takes a token, unless it is clear that nobody has had it.
+Outcome Worker::Send(std::span<const Message> messages)
+{
+    if (!rate_.IsBounded())
+        return sink_->Send(messages, interrupt_);
+    Outcome outcome = sink_->Send(messages, interrupt_);
+    if (outcome.result != Outcome::Result::kFailed && progress_->Planned() == 0)
+        progress_->SetFullMs(rate_.WithoutOne(progress_->FullMs(), WallMs()));
+    return outcome;
 }
 
 // Tells the receiver again of all alerts that are active and that it, or another peer, has had. It
@@ -214,7 +354,8 @@ bool Worker::Refresh()
     std::vector<Message> messages = MessagesOf(alerts::NewestOfEachKind(
         *database_, up_to, now - active.count(), progress_->FirstLateId(now)));
     std::erase_if(messages, [&](const Message &message) {
-        return message.ends_ms <= now || progress_->IsAside(peer_, message.alert.id);
+        return message.ends_ms <= now || !route_.Takes(message.alert) ||
+               progress_->IsAside(peer_, message.alert.id);
     });
     const bool was_down = failing_;
     // When nothing is active there is none, until Handle has had a new one taken.
@@ -239,8 +380,7 @@ bool Worker::SendAll(std::vector<Message> messages)
     size_t most = sink_->batch();
     while (!messages.empty()) {
         const size_t count = std::min(most, messages.size());
-        const Outcome outcome =
-            sink_->Send(std::span<const Message>(messages).first(count), interrupt_);
+        const Outcome outcome = Send(std::span<const Message>(messages).first(count));
         const bool is_taken = outcome.result == Outcome::Result::kTaken;
         if (outcome.result == Outcome::Result::kFailed || StopRequested()) {
             Fail(outcome.answer);
@@ -277,7 +417,7 @@ bool Worker::Settle(const Message &refused)
     const int64_t id = refused.alert.id;
     if (id <= progress_->LastId(peer_) || progress_->IsAhead(peer_, id))
         return true; // it was taken when it was new
-    const Outcome outcome = sink_->Send(std::span(&refused, 1), interrupt_);
+    const Outcome outcome = Send(std::span(&refused, 1));
     if (outcome.result == Outcome::Result::kTaken) {
         // One that was down until this moment takes it now, too: late, but not lost.
         progress_->TakenAhead(peer_, refused);
@@ -300,6 +440,7 @@ bool Worker::Settle(const Message &refused)
 //   failed         all wait, and the worker pauses
 //   one refused    of several: each is sent alone from now on, until one is taken
 //                  alone: after some tries, and when another one is taken, it is put aside
+//                  with a digest: after some tries, it is sent without the lines
 void Worker::Handle(const std::vector<Message> &batch, const Outcome &outcome)
 {
     const size_t taken = std::min(outcome.taken, batch.size());
@@ -307,6 +448,7 @@ void Worker::Handle(const std::vector<Message> &batch, const Outcome &outcome)
         progress_->Taken(peer_, std::span(batch).first(taken));
         // The one that was refused is behind, so many go together again.
         batch_limit_ = SIZE_MAX;
+        summary_refusals_ = 0;
         refusals_wanted_ = kRefusalsBelieved;
         Succeeded();
         if (!refresh_at_ && config_.kind->resend != nullptr)
@@ -314,7 +456,10 @@ void Worker::Handle(const std::vector<Message> &batch, const Outcome &outcome)
     }
     if (taken == batch.size())
         return;
-    if (outcome.result == Outcome::Result::kRefused && !StopRequested()) {
+    const bool is_summary = progress_->Planned() != 0;
+    if (is_summary && outcome.result == Outcome::Result::kRefused)
+        ++summary_refusals_; // it is not put aside: it may stand for thousands
+    if (!is_summary && outcome.result == Outcome::Result::kRefused && !StopRequested()) {
         batch_limit_ = 1;
         if (batch.size() > 1)
             return; // which one it is shows when each is sent alone
@@ -348,7 +493,7 @@ bool Worker::TakesAnother(int64_t id)
         ahead_by_ = other ? ahead_by_ * 2 + 1 : 0; // at the end, from the first one again
         if (!other)
             return false;
-        const Outcome outcome = sink_->Send(std::span(&*other, 1), interrupt_);
+        const Outcome outcome = Send(std::span(&*other, 1));
         if (outcome.result == Outcome::Result::kTaken) {
             progress_->TakenAhead(peer_, *other);
             return true;
@@ -367,7 +512,7 @@ std::optional<Message> Worker::FirstAfter(int64_t id)
         if (found.empty())
             return std::nullopt;
         id = found[0].alert.id;
-        if (!progress_->IsAhead(peer_, id))
+        if (route_.Takes(found[0].alert) && !progress_->IsAhead(peer_, id))
             return std::move(found[0]);
     }
 }
@@ -392,7 +537,7 @@ bool Worker::SendOneAgain()
     if (config_.kind->active != nullptr)
         // It begins to be active now, however long it has waited.
         message.ends_ms = WallMs() + config_.kind->active(config_).count();
-    const Outcome outcome = sink_->Send(std::span(&message, 1), interrupt_);
+    const Outcome outcome = Send(std::span(&message, 1));
     if (outcome.result == Outcome::Result::kFailed || StopRequested()) {
         Fail(outcome.answer);
         return true;
@@ -471,13 +616,14 @@ void Worker::Pause()
     try_now_ = false;
 }
 
-// Until there is something to send, or the active alerts are to be told of again.
+// Until there is something to send, or the active alerts are to be told of again, or there is a token.
 void Worker::WaitForAlerts()
 {
     std::unique_lock lock(mutex_);
     const auto has_news = [this] { return stop_ || woken_ || !again_.empty(); };
-    if (refresh_at_)
-        news_.wait_until(lock, *refresh_at_, has_news);
+    // A kind has the one or the other.
+    if (const auto until = refresh_at_ ? refresh_at_ : token_at_)
+        news_.wait_until(lock, *until, has_news);
     else
         news_.wait(lock, has_news);
     try_now_ = false;

@@ -8,6 +8,11 @@
 //   pausing    nothing, for a time that grows                 the time is over, or somebody changed
 //                                                             a setting
 //
+// A sink may have a bound on what it sends (rate.h). Then its last message tells of all that wait, and
+// the next ones, a token each, of what has come since: the newest alert as any other, and those before it
+// summed up (digest.h). Which alerts that are is written down before it is sent. So a message that is
+// sent again, whatever happens in between, is the same one, and each alert is in one message.
+//
 // An alert that was not taken stays in front, and none overtakes it: so a receiver that is down gets
 // everything later, in order. But one that the receiver refuses, or over which it fails, must not hold
 // up the others for ever. After some tries of it, others behind it are tried; when the receiver takes
@@ -26,6 +31,8 @@
 
 #include "agent/sinks/backoff.h"
 #include "agent/sinks/progress.h"
+#include "agent/sinks/rate.h"
+#include "agent/sinks/route.h"
 #include "agent/sinks/sink.h"
 
 namespace sinks {
@@ -66,7 +73,12 @@ class Worker {
     void Step();
     bool Refresh();
     [[nodiscard]] bool SendAll(std::vector<Message> messages);
-    [[nodiscard]] std::vector<Message> NextBatch();
+    [[nodiscard]] std::vector<Message> NextBatch(size_t limit);
+    [[nodiscard]] bool IsWanted(const Message &message) const;
+    [[nodiscard]] std::vector<Message> NextMessages();
+    [[nodiscard]] std::vector<Message> PlannedMessage();
+    [[nodiscard]] Message SummedUp(const Progress::Beginning &beginning, int64_t planned);
+    [[nodiscard]] Outcome Send(std::span<const Message> messages);
     [[nodiscard]] std::vector<Message> MessagesOf(std::vector<alerts::Alert> alerts) const;
     void Handle(const std::vector<Message> &batch, const Outcome &outcome);
     [[nodiscard]] bool IsTriedEnough(const Message &refused);
@@ -85,6 +97,8 @@ class Worker {
 
     WorkerContext context_;
     SinkConfig config_;
+    Route route_;
+    Rate rate_;
     std::string peer_;
     std::shared_ptr<Progress> progress_;
     Interrupt interrupt_;
@@ -104,6 +118,8 @@ class Worker {
     int64_t ahead_by_ = 0;                        // so far behind it is the next one that is tried
     int refusals_wanted_ = 0;                     // so many of one alert, before others are tried
     std::optional<Clock::time_point> refresh_at_; // when active alerts are to be sent again
+    std::optional<Clock::time_point> token_at_;   // when a bucket that is empty has a token again
+    int summary_refusals_ = 0;                    // of the message with a digest, in a row
 
     std::mutex mutex_; // guards what follows
     std::condition_variable news_;

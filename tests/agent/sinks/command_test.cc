@@ -46,11 +46,12 @@ TEST_F(SinkCommand, WithoutSinksPrintsNothing)
 TEST_F(SinkCommand, AddsShowsAndRemovesASink)
 {
     ExpectDone({"sink", "add", "file", "out", PathOption()});
-    ExpectOutput({"sink", "list"}, "out\tfile\t0\t0\t0\t0\t-\n");
-    ExpectOutput({"sink", "show", "OUT"},
-                 "name\tout\nkind\tfile\npath\t" + File("out").string() +
-                     "\ndelivered\t0\nwaiting\t0\nundelivered\t0\ndropped\t0\n"
-                     "last delivery\tnone yet\nlast error\t-\n");
+    ExpectOutput({"sink", "list"}, "out\tfile\t0\t0\t0\t0\t0\t-\n");
+    ExpectOutput(
+        {"sink", "show", "OUT"},
+        "name\tout\nkind\tfile\npath\t" + File("out").string() +
+            "\nalerts of the last day\t0\ndelivered\t0\nwaiting\t0\nundelivered\t0\ndropped\t0\n"
+            "last delivery\tnone yet\nlast error\t-\n");
     ExpectDone({"sink", "remove", "out"});
     ExpectOutput({"sink", "list"}, "");
 }
@@ -61,7 +62,7 @@ TEST_F(SinkCommand, AsJson)
                {"sink", "add", "file", "out", PathOption()});
     EXPECT_EQ(PlainJson(R"({"name": "out", "kind": "file", "options": {"path": ")" +
                         File("out").string() + R"("},
-                            "delivered": 0, "waiting": 0, "undelivered": 0, "dropped": 0,
+                            "delivered": 0, "waiting": 0, "undelivered": 0, "dropped": 0, "last_day": 0,
                             "last_delivered_ms": null, "last_error": null, "last_error_ms": null,
                             "warnings": [], "peers": {}})"),
               Sink("out"));
@@ -188,12 +189,12 @@ TEST_F(SinkCommand, OptionsThatAreNotKnownOrMissingAreRefused)
 {
     ExpectFailed({"sink", "add", "file", "f", "pth=/x"},
                  "cannot use the option \"pth\": a sink of kind file has none of that name; it "
-                 "takes path=FILE");
+                 "takes path=FILE, only=CONDITION,..., rate=NUMBER/UNIT");
     ExpectFailed({"sink", "add", "file", "f"},
                  "cannot make a sink of kind file: it has no path; add path=FILE");
     ExpectFailed({"sink", "add", "console", "c", "x=1"},
                  "cannot use the option \"x\": a sink of kind console has none of that name; it "
-                 "takes nothing: it has no options");
+                 "takes only=CONDITION,..., rate=NUMBER/UNIT");
     ExpectFailed({"sink", "add", "file", "f", "path"},
                  "cannot use the option \"path\": it has no value; write NAME=VALUE");
 }
@@ -380,10 +381,11 @@ TEST_F(SinkCommand, ADamagedSinkIsListedWithWhatIsWrong)
     test::SetTreeText("SOFTWARE\\KORBIN\\TARSKVOSKAR\\AGENT\\SINKS\\odd", "Kind", "file");
     test::SetTreeText("SOFTWARE\\KORBIN\\TARSKVOSKAR\\AGENT\\SINKS\\odd", "path", "relative");
     test::StopHost();
-    ExpectOutput({"sink", "list"}, "odd\tfile\t0\t0\t0\t0\tcannot use its path: the value is not "
-                                   "accepted; use an absolute path\n");
+    ExpectOutput({"sink", "list"},
+                 "odd\tfile\t0\t0\t0\t0\t0\tcannot use its path: the value is not "
+                 "accepted; use an absolute path\n");
     ExpectDone({"sink", "set", "odd", PathOption()});
-    ExpectOutput({"sink", "list"}, "odd\tfile\t0\t0\t0\t0\t-\n");
+    ExpectOutput({"sink", "list"}, "odd\tfile\t0\t0\t0\t0\t0\t-\n");
 }
 
 } // namespace

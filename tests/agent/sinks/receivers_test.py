@@ -31,6 +31,8 @@ class SinkTest(lab.LabTest):
         self.daemon.start()
 
     def add(self, kind, name, **options):
+        if kind in ("mail", "program", "webhook"):
+            options.setdefault("rate", "none")  # each alert in a message of its own
         words = [f"{option.replace('_', '-')}={value}" for option, value in options.items()]
         self.lab.command("sink", "add", kind, name, *words)
 

@@ -37,6 +37,7 @@ class SinkTest : public HostTest {
     [[nodiscard]] Strings AllStored() const;
 
     sinks::SinkRegistry Sinks();
+    // Without a bound on what it sends (rate=none), unless the options say so.
     void AddSink(const std::string &kind, const std::string &name, const Options &options);
     static sinks::SinkConfig Config(const std::string &kind, const Options &options);
 

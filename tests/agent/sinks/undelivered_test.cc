@@ -325,7 +325,7 @@ TEST_F(UndeliveredCommand, ShowsEachWithItsReason)
 TEST_F(UndeliveredCommand, TheListOfSinksCountsAndWarns)
 {
     const test::Finished listed = Syslogmon({"sink", "list"});
-    EXPECT_EQ("out\tconsole\t0\t2\t2\t0\t-\n", listed.out);
+    EXPECT_EQ("out\tconsole\t0\t2\t2\t0\t0\t-\n", listed.out);
     EXPECT_EQ("syslogmon: warning: out: 2 alerts are not taken, although others are; see syslogmon "
               "sink undelivered out\n",
               listed.err);
