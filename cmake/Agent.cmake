@@ -9,6 +9,8 @@ find_package(CURL REQUIRED)
 find_library(NETSNMP netsnmp REQUIRED)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 pkg_check_modules(YAML REQUIRED IMPORTED_TARGET yaml-0.1)
+pkg_check_modules(MICROHTTPD REQUIRED IMPORTED_TARGET libmicrohttpd)
+include(cmake/Embed.cmake)
 
 # What a folder compiles is compiled once. Programs, sibling libraries and tests link it. UNHURRIED: nothing of it is in
 # a hurry, as what stores alerts or makes lines of entries is. WITH_JSON: most of its files need that heavy header.
@@ -54,7 +56,7 @@ target_link_libraries(agent_commandline PRIVATE agent_text CLI11::CLI11)
 add_agent_folder(events UNHURRIED event_checks.cc event_policy.cc events.cc expressions.cc hours.cc required_text.cc)
 target_link_libraries(agent_events PRIVATE agent_text)
 
-add_agent_folder(settings UNHURRIED settings.cc)
+add_agent_folder(settings UNHURRIED settings.cc web_address.cc)
 target_link_libraries(agent_settings PRIVATE agent_text)
 
 add_agent_folder(monitor UNHURRIED module.cc)
@@ -94,6 +96,17 @@ add_agent_folder(metrics UNHURRIED metrics_text.cc overview.cc quick_place.cc)
 target_link_libraries(agent_metrics PUBLIC agent_events agent_history agent_logs agent_settings agent_sinks agent_status
                       PRIVATE agent_text)
 
+add_agent_folder(web UNHURRIED answers.cc guard.cc listener.cc page_server.cc streams.cc)
+target_link_libraries(agent_web PUBLIC agent_metrics agent_settings
+                      PRIVATE agent_history agent_sinks nlohmann_json::nlohmann_json PkgConfig::MICROHTTPD Threads::Threads)
+embed_page_files(agent_web agent/web/page
+    "/|index.html|text/html\; charset=utf-8"
+    "/app.js|app.js|text/javascript\; charset=utf-8"
+    "/style.css|style.css|text/css\; charset=utf-8"
+    "/icon.svg|icon.svg|image/svg+xml"
+    "/uPlot.js|uPlot.iife.min.js|text/javascript\; charset=utf-8"
+    "/uPlot.css|uPlot.min.css|text/css\; charset=utf-8")
+
 add_sibling(vkirtupt agent/products/vkirtupt.cc)
 
 add_agent_folder(regfile UNHURRIED reg_import.cc reg_path.cc reg_reader.cc reg_writer.cc)
@@ -124,8 +137,8 @@ target_link_libraries(syslogmon PRIVATE agent_cli)
 target_compile_options(syslogmon PRIVATE ${QUICK_BUILD})
 
 add_agent_folder(daemon UNHURRIED console.cc daemon.cc doorbell.cc file_watch.cc input_feed.cc life_watch.cc
-    live_settings.cc monitor.cc notify.cc pass_counter.cc signals.cc status_board.cc store_wait.cc supervisor.cc trigger.cc)
-target_link_libraries(agent_daemon PUBLIC agent_alarms agent_history agent_inputs agent_logs agent_policy agent_settings agent_sinks agent_status
+    live_settings.cc monitor.cc notify.cc page_keeper.cc pass_counter.cc signals.cc status_board.cc store_wait.cc supervisor.cc trigger.cc)
+target_link_libraries(agent_daemon PUBLIC agent_alarms agent_history agent_inputs agent_logs agent_policy agent_settings agent_sinks agent_status agent_web
                       PRIVATE PkgConfig::SYSTEMD Threads::Threads)
 target_compile_definitions(agent_daemon PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}")
 add_program(syslogmond agent/daemon/main.cc)

@@ -52,7 +52,7 @@ install(DIRECTORY ${CMAKE_SOURCE_DIR}/examples/prometheus ${CMAKE_SOURCE_DIR}/ex
 
 # What an administrator reads: the rest of the documents is about the sources.
 install(FILES ${CMAKE_SOURCE_DIR}/docs/histories.md ${CMAKE_SOURCE_DIR}/docs/json.md
-              ${CMAKE_SOURCE_DIR}/docs/metrics.md
+              ${CMAKE_SOURCE_DIR}/docs/metrics.md ${CMAKE_SOURCE_DIR}/docs/web.md
               ${CMAKE_CURRENT_LIST_DIR}/debian/README.Debian DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/sinks DESTINATION ${CMAKE_INSTALL_DOCDIR})
 

@@ -179,6 +179,17 @@ std::vector<Alert> FindAlerts(host::Database &database, const AlertFilter &filte
     return AlertsOf(select);
 }
 
+std::vector<Alert> FindNewest(host::Database &database, const AlertFilter &filter, int64_t before,
+                              int64_t limit)
+{
+    host::Statement select(database, ("SELECT id," + kColumns + "FROM alert WHERE" + kMeetsFilter +
+                                      "AND id < ?6 ORDER BY id DESC LIMIT ?7")
+                                         .c_str());
+    select.Start(filter.since_ms, filter.source, filter.host, EventOf(filter), filter.text, before,
+                 limit);
+    return AlertsOf(select);
+}
+
 int64_t BeforeNewest(host::Database &database, const AlertFilter &filter, int64_t count)
 {
     host::Statement select(database, ("SELECT id FROM alert WHERE" + kMeetsFilter +

@@ -96,6 +96,10 @@ struct AlertFilter {
 std::vector<Alert> FindAlerts(host::Database &database, const AlertFilter &filter, int64_t after,
                               int64_t limit);
 
+// The same of those with an id below `before`, newest first.
+std::vector<Alert> FindNewest(host::Database &database, const AlertFilter &filter, int64_t before,
+                              int64_t limit);
+
 // The id behind which exactly the newest `count` of them stand; 0 when there are no more than that.
 int64_t BeforeNewest(host::Database &database, const AlertFilter &filter, int64_t count);
 

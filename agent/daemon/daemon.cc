@@ -16,6 +16,7 @@
 #include "agent/daemon/live_settings.h"
 #include "agent/daemon/named_events.h"
 #include "agent/daemon/notify.h"
+#include "agent/daemon/page_keeper.h"
 #include "agent/daemon/signals.h"
 #include "agent/daemon/status_board.h"
 #include "agent/daemon/store_wait.h"
@@ -100,6 +101,7 @@ class Daemon {
                      [this](const std::string &problem) { WatchingChanged(problem); }};
     InputFeed feed_;       // before the monitor that uses it
     Doorbell names_taken_; // the monitor may follow other files than before
+    PageKeeper page_;      // behind the board that it shows; before the monitor, which wakes it
     LiveSettings settings_;
     Supervisor supervisor_; // last: its monitor uses the others
     bool stopping_ = false;
@@ -113,7 +115,7 @@ Daemon::Daemon(host::Host &host, const DaemonOptions &options)
           {options.layout.Store(), [this] { return board_.Copy(); }, [this] { outlets_.Wake(); }}),
       feed_(
           host, [this] { events_.scan->Set(); }, [this] { InputsChanged(); }),
-      settings_(options.layout.Store(), Effects()),
+      page_(options.layout), settings_(options.layout.Store(), Effects()),
       supervisor_(
           host, board_, life_, feed_,
           [this](const status::PassStatus &pass) { PassIsStored(pass); },
@@ -139,6 +141,7 @@ SettingEffects Daemon::Effects()
         trigger_.Follow(std::move(files), interval);
         feed_.SetInterval(interval);
     };
+    effects.serve_page = [this](const std::string &address) { page_.Follow(address); };
     return effects;
 }
 
@@ -146,6 +149,7 @@ SettingEffects Daemon::Effects()
 void Daemon::PassIsStored(const status::PassStatus &pass)
 {
     outlets_.Wake();
+    page_.Wake();
     alarms_.MonitorRuns();
     if (TakesNames(pass.kind))
         names_taken_.Ring();
@@ -289,8 +293,8 @@ Milliseconds Daemon::TimeToSleep() const
 {
     // No round is longer than the watchdog can wait for.
     Milliseconds longest = life_.Interval();
-    for (const auto &moment :
-         {std::optional(life_.Next()), supervisor_.Next(), settings_.Next(), trigger_.Next()}) {
+    for (const auto &moment : {std::optional(life_.Next()), supervisor_.Next(), settings_.Next(),
+                               trigger_.Next(), page_.Next()}) {
         if (!moment)
             continue;
         // Up: rounded down, the last millisecond would be a busy loop.
@@ -331,6 +335,7 @@ void Daemon::Loop()
         WaitForNews();
         TakeSignals();
         TakeSettings();
+        page_.Work();
         if (!supervisor_.Work())
             EndWithoutStore();
         LookAtMonitor();

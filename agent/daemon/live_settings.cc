@@ -9,6 +9,7 @@
 #include "agent/host/error.h"
 #include "agent/host/trace_log.h"
 #include "agent/logs/log_files.h"
+#include "agent/settings/web_address.h"
 #include "agent/text/say.h"
 
 namespace syslogmond {
@@ -21,6 +22,7 @@ struct LiveSettings::Values {
     bool fault_tolerant;
     std::chrono::milliseconds trigger_interval;
     std::vector<std::filesystem::path> files;
+    std::string web;
 };
 
 LiveSettings::LiveSettings(const std::filesystem::path &store, SettingEffects effects)
@@ -39,7 +41,8 @@ LiveSettings::Values LiveSettings::ReadValues()
             host::AgentText(registry_, "LogCharset").value_or(host::kDefaultLogCharset),
             host::AgentNumber(registry_, "FaultTolerant").value_or(0) != 0,
             std::chrono::milliseconds(std::min(interval, host::kMaxTriggerInterval)),
-            FilesToWatch()};
+            FilesToWatch(),
+            host::AgentText(registry_, settings::kWebValue).value_or("")};
 }
 
 // Whoever writes the spool makes the monitor look by itself.
@@ -60,6 +63,7 @@ void LiveSettings::Read()
     TakeCharset(values.charset);
     TakeFaultTolerance(values.fault_tolerant);
     effects_.watch_files(std::move(values.files), values.trigger_interval);
+    effects_.serve_page(values.web);
 }
 
 void LiveSettings::ReadOrRetry()

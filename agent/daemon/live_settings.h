@@ -29,6 +29,8 @@ struct SettingEffects {
     std::function<void(std::vector<std::filesystem::path> files,
                        std::chrono::milliseconds interval)>
         watch_files;
+    // Where the page is served; empty: nowhere.
+    std::function<void(const std::string &address)> serve_page;
 };
 
 class LiveSettings {

@@ -98,33 +98,43 @@ int PassCounter::FollowPass(const PassPlace *place)
 // Of a file, each call tells of more lines and of a later place than the one before.
 void PassCounter::Follow(const PassPlace &place)
 {
-    const std::string &log = host_.log_in_pass();
-    const bool is_next_file = place.slot != file_.slot || place.lines < file_.lines ||
-                              (place.text != nullptr && place.pos < file_.end);
-    if (is_next_file) {
-        file_ = {place.slot, 0, place.pos};
-        if (place.text != nullptr)
-            NoteDelay(log, place.text);
-    }
-    if (place.lines > file_.lines)
-        news_.Add({Kind::kLines, log, 0}, place.lines - file_.lines);
+    if (place.slot != file_.slot || place.lines < file_.lines ||
+        (place.text != nullptr && place.pos < file_.end))
+        BeginFile(place);
     file_.lines = place.lines;
     if (place.text == nullptr)
         return;
     // A line that was cut is longer in the file: what is missing is counted with the next one.
     const int64_t end = place.pos + static_cast<int64_t>(strlen(place.text)) + 1;
     if (place.number > 0)
-        news_.Add({Kind::kBytes, log, 0}, end - file_.end);
+        file_.bytes += end - file_.end;
     file_.end = end;
     if (place.outcome == LINE_WITHOUT_TIME)
-        news_.Add({Kind::kWithoutTime, log, 0}, 1);
+        ++file_.without_time;
 }
 
-// Of the first line that a pass reads of a file: it has waited for longest.
-void PassCounter::NoteDelay(const std::string &log, const char *line)
+// Its first line has waited for longest.
+void PassCounter::BeginFile(const PassPlace &place)
 {
-    if (const auto time_s = find_time_(line))
-        news_.Add({Kind::kBehind, log, 0}, std::max<int64_t>(time(nullptr) - *time_s, 0));
+    EndFile();
+    file_.log = host_.log_in_pass();
+    file_.slot = place.slot;
+    file_.end = place.pos;
+    if (place.text == nullptr)
+        return;
+    if (const auto time_s = find_time_(place.text))
+        news_.Add({Kind::kBehind, file_.log, 0}, std::max<int64_t>(time(nullptr) - *time_s, 0));
+}
+
+void PassCounter::EndFile()
+{
+    for (const auto &[kind, value] :
+         {std::pair(Kind::kLines, file_.lines), std::pair(Kind::kBytes, file_.bytes),
+          std::pair(Kind::kWithoutTime, file_.without_time)}) {
+        if (value > 0)
+            news_.Add({kind, file_.log, 0}, value);
+    }
+    file_ = {};
 }
 
 void PassCounter::Stored(const inputs::Batch &batch)
@@ -154,7 +164,7 @@ void PassCounter::AddPasses()
 
 void PassCounter::Save(bool table_is_reloaded)
 {
-    file_ = {};
+    EndFile();
     if (table_is_reloaded || static_cast<size_t>(host_.table().Size()) != table_.size())
         CountHitsOfNewTable();
     else

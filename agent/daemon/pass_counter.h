@@ -53,7 +53,8 @@ class PassCounter {
     };
     static int FollowPass(const PassPlace *place);
     void Follow(const PassPlace &place);
-    void NoteDelay(const std::string &log, const char *line);
+    void BeginFile(const PassPlace &place);
+    void EndFile();
     void CountHits();
     void CountHitsOfNewTable();
     void AddPasses();
@@ -64,11 +65,14 @@ class PassCounter {
     history::News news_;
     std::vector<Entry> table_; // as it was at the end of the last pass
 
-    // The file that the pass reads: its slot, and what was told of it last.
+    // The file that the pass reads, and what it has read of it: this is done for each line.
     struct {
+        std::string log;
         int slot = -1;
         int64_t lines = 0;
         int64_t end = 0; // where the last line ended
+        int64_t bytes = 0;
+        int64_t without_time = 0;
     } file_;
 
     std::array<int64_t, std::size(history::kPassBounds) + 1> passes_{}; // not written yet

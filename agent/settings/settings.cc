@@ -11,6 +11,7 @@
 #include "agent/host/host.h"
 #include "agent/host/trace_log.h"
 #include "agent/host/waitable.h"
+#include "agent/settings/web_address.h"
 #include "agent/text/suggestion.h"
 #include "platform/contract.h"
 #include "platform/registry.h"
@@ -220,6 +221,25 @@ std::string FormatSilentAfter(const host::RegValue *stored)
     return std::to_string(std::min(hours, host::kMaxSilentAfter));
 }
 
+constexpr char kWebAccepted[] =
+    "an address with a port, such as 127.0.0.1:9514 or [::1]:9514, the absolute "
+    "path of a socket, or off";
+
+host::RegValue ParseWeb(const std::string &text)
+{
+    if (text == "off")
+        return Text("");
+    if (!ParseWebAddress(text))
+        Refuse("web", text, kWebAccepted);
+    return Text(text);
+}
+
+std::string FormatWeb(const host::RegValue *stored)
+{
+    const std::string address = TextIn(stored, "");
+    return ParseWebAddress(address) ? address : "off";
+}
+
 // One event for all values of the agent: the daemon reads them together, and takes what has
 // changed.
 const char *const kAgentEvent = host::kAgentSettingsEvent;
@@ -253,6 +273,8 @@ const std::vector<Setting> &AllSettings()
          "So much of the inputs' entries may wait for the monitor; then the inputs wait",
          kMegabytesAccepted, host::kAgentKey, host::kSpoolMegabytes, kAgentEvent, "64", false,
          ParseSpool, FormatSpool},
+        {"web", "", "Where the page, its data and the metrics are served", kWebAccepted,
+         host::kAgentKey, kWebValue, kAgentEvent, "off", false, ParseWeb, FormatWeb},
         {"alarm-after", "seconds",
          "A trouble of the monitor that may pass by itself is told of when it has lasted so long",
          kAlarmAccepted, host::kAgentKey, host::kAlarmAfter, kAgentEvent, "900", false,

@@ -42,6 +42,7 @@ lrwxrwxrwx ./usr/share/bash-completion/completions/syslogmond -> syslogmon
 -rw-r--r-- ./usr/share/doc/syslogmon/sinks/snmp.md
 -rw-r--r-- ./usr/share/doc/syslogmon/sinks/syslog.md
 -rw-r--r-- ./usr/share/doc/syslogmon/sinks/webhook.md
+-rw-r--r-- ./usr/share/doc/syslogmon/web.md
 -rw-r--r-- ./usr/share/fish/vendor_completions.d/syslogmon.fish
 lrwxrwxrwx ./usr/share/fish/vendor_completions.d/syslogmond.fish -> syslogmon.fish
 -rw-r--r-- ./usr/share/man/man1/syslogmon.1.gz

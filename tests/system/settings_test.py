@@ -128,6 +128,7 @@ class EverySetting(SettingsTest):
             "fault-tolerant": ("on", self.fault_tolerance_counts),
             "trigger-interval": ("50", self.interval_counts),
             "trace-level": ("detail", self.level_counts),
+            "web": (self.lab.root / "run" / "web.sock", (self.lab.root / "run" / "web.sock").exists),
         }
         # Of inputs, which there are none of here: it is read with each batch of theirs. And of the alarms, which read
         # theirs with each look: alarm_test.py has them.

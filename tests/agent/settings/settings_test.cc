@@ -79,7 +79,7 @@ TEST_F(Settings, ThatAreNotKnownAreNamedWithThoseThatAre)
 {
     EXPECT_EQ("cannot find the setting \"cylce\": there is none of that name; did you mean cycle? "
               "use one of cycle, customer-file, file-monitor, fault-tolerant, log-charset, "
-              "trace-level, trigger-interval, spool-megabytes, alarm-after, silent-after",
+              "trace-level, trigger-interval, spool-megabytes, web, alarm-after, silent-after",
               ErrorOf([] { FindSetting("cylce"); }));
 }
 

@@ -1,0 +1,70 @@
+// What the page and programs get: JSON of what there is to be seen, and the metrics. Described in docs/web.md.
+//
+// On the thread of the server alone, over a connection that can only read. An answer is kept for a second, or until a
+// pass is stored, so a page that is open a hundred times costs the store no more than one.
+#ifndef AGENT_WEB_ANSWERS_H
+#define AGENT_WEB_ANSWERS_H
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "agent/host/layout.h"
+#include "agent/host/registry_tree.h"
+#include "agent/host/store.h"
+#include "agent/metrics/overview.h"
+
+namespace web {
+
+// Of a query, decoded: "?limit=10&text=disk".
+using Query = std::map<std::string, std::string>;
+
+struct Answer {
+    unsigned status = 200;
+    std::string type = "application/json";
+    std::shared_ptr<const std::string> body; // shared with connections that are still being served
+};
+
+class Answers {
+  public:
+    // `version`: of this program. Throws host::StoreError when the store cannot be opened.
+    Answers(const host::Layout &layout, std::string version);
+
+    // A path that there is none of gets 404, a query that cannot be used 400, a store that fails 503, each with a JSON
+    // object that says why.
+    Answer Get(const std::string &path, const Query &query);
+
+    // Answers of before are not given any more. From any thread.
+    void NewsCame() { ++news_; }
+
+  private:
+    Answer Make(const std::string &path, const Query &query);
+    const metrics::Overview &View();
+    std::string Overview();
+    std::string Events();
+    std::string History(const Query &query);
+    std::string Alerts(const Query &query);
+
+    host::Layout layout_;
+    std::string version_;
+    host::Store store_;
+    host::RegistryTree registry_;
+
+    std::atomic<uint64_t> news_ = 0;
+    uint64_t known_news_ = 0; // of which the kept answers know
+
+    struct Kept {
+        std::chrono::steady_clock::time_point until;
+        Answer answer;
+    };
+    std::map<std::string, Kept> kept_; // by path and query
+    metrics::Overview view_;
+    std::chrono::steady_clock::time_point view_until_{};
+};
+
+} // namespace web
+
+#endif // AGENT_WEB_ANSWERS_H

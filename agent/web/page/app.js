@@ -1,0 +1,431 @@
+// The page. It reads /api/v1/ and shows it; what stands in a log is always text, never markup.
+"use strict";
+
+const $ = (id) => document.getElementById(id);
+const EVENTS_AT_FIRST = 50;
+const ALERTS_AT_ONCE = 50;
+const LIGHT = ["#0072b2", "#c2410c", "#15803d", "#7e22ce", "#a16207", "#be185d", "#0e7490", "#4d5b6a", "#b91c1c", "#3f6212"];
+const DARK = ["#56b4e9", "#ff9d5c", "#6ee7a0", "#c99bff", "#f0d264", "#ff8ac4", "#5fd9e8", "#aab7c4", "#ff8f85", "#b6dd74"];
+
+// ---- small things ----
+
+// Children are elements, or texts.
+function element(name, properties, ...children) {
+  const made = Object.assign(document.createElement(name), properties);
+  made.append(...children.filter((child) => child !== null && child !== undefined));
+  return made;
+}
+
+function number(value) {
+  return value === null || value === undefined ? "–" : value.toLocaleString("en-GB");
+}
+
+function bytes(value) {
+  if (value === null || value === undefined) return "–";
+  for (const unit of ["B", "KiB", "MiB", "GiB"]) {
+    if (value < 1024 || unit === "GiB") return `${value < 10 && unit !== "B" ? value.toFixed(1) : Math.round(value)} ${unit}`;
+    value /= 1024;
+  }
+  return "";
+}
+
+function duration(seconds) {
+  if (seconds === null || seconds === undefined) return "–";
+  if (seconds < 120) return `${Math.max(0, Math.round(seconds))} s`;
+  if (seconds < 7200) return `${Math.round(seconds / 60)} min`;
+  if (seconds < 172800) return `${Math.round(seconds / 3600)} h`;
+  return `${Math.round(seconds / 86400)} days`;
+}
+
+function nameOf(series) {
+  if (series.name === "") return "all others";
+  return series.event_id === undefined ? series.name : `${series.name} ${series.event_id}`;
+}
+
+async function get(path) {
+  const answer = await fetch(path, { credentials: "same-origin" });
+  const body = await answer.json().catch(() => ({ error: `the daemon answered with ${answer.status}` }));
+  if (!answer.ok) throw new Error(body.error || `the daemon answered with ${answer.status}`);
+  return body;
+}
+
+// Sets a text only when it is another one: what is read aloud is not read again.
+function show(id, text, className) {
+  const place = $(id);
+  if (place.textContent !== text) place.textContent = text;
+  if (className !== undefined) place.className = className;
+}
+
+// ---- overview, files, sinks ----
+
+let overview = null;
+let shift = 0; // of this browser's clock against the daemon's, in ms
+
+function lastPassSeconds() {
+  const began = overview.daemon.last_full_pass_ms;
+  return began ? (Date.now() + shift - began) / 1000 : null;
+}
+
+function facts() {
+  const unread = overview.logs.reduce((sum, log) => sum + (log.unread_bytes || 0), 0);
+  const waiting = overview.sinks.reduce((sum, sink) => sum + sink.waiting, 0);
+  return [["Last look at all files", lastPassSeconds() === null ? "none yet" : `${duration(lastPassSeconds())} ago`],
+    ["Looks at least every", duration(overview.cycle_seconds)],
+    ["Unread in logs", bytes(unread)],
+    ["Events", number(overview.events)],
+    ["Alerts kept", number(overview.alerts)],
+    ["Alerts waiting for sinks", number(waiting)],
+    ["Store", bytes(overview.store_bytes)],
+    ["Version", overview.version]];
+}
+
+function showFacts() {
+  const list = $("facts");
+  const wanted = facts();
+  if (list.children.length !== wanted.length)
+    list.replaceChildren(...wanted.map(([name]) => element("div", {}, element("dt", {}, name), element("dd"))));
+  wanted.forEach(([, value], i) => {
+    const place = list.children[i].lastChild;
+    if (place.textContent !== value) place.textContent = value;
+  });
+}
+
+function showState() {
+  const daemon = overview.daemon;
+  const late = lastPassSeconds() > overview.cycle_seconds + 120;
+  if (daemon.stands) show("state", `not working: ${daemon.stands}`, "badge bad");
+  else if (late) show("state", "late", "badge bad");
+  else show("state", daemon.state || "starting", daemon.state === "running" ? "badge good" : "badge bad");
+  const problems = [daemon.watch_problem && `Watching: ${daemon.watch_problem}; changes are found once in a cycle.`,
+    daemon.inputs_wait && `The inputs wait: ${daemon.inputs_wait}.`,
+    daemon.restarts > 0 && daemon.last_error && `The monitor ended by itself ${daemon.restarts} times, the last time: ${daemon.last_error}`];
+  const text = [failure, ...problems].filter(Boolean).join(" ");
+  $("problem").hidden = text === "";
+  show("problem", text);
+}
+
+// A row that is there is used again, and a cell is touched only when it says something else: most of a table stays as
+// it is from one pass to the next. Of a long one, so many rows at a time, so that the page answers in between.
+const ROWS_AT_ONCE = 200;
+const fillings = new Map(); // the newest filling of each table
+
+function fillRow(row, cells) {
+  cells.forEach((cell, i) => {
+    const isNumber = typeof cell === "object";
+    const text = isNumber ? cell.number : cell;
+    const place = row.cells[i] || row.appendChild(element("td", { className: isNumber ? "number" : "" }));
+    if (place.textContent !== text) place.textContent = text;
+  });
+}
+
+function fillRows(body, rows, from, isNewest) {
+  const end = Math.min(from + ROWS_AT_ONCE, rows.length);
+  for (let i = from; i < end; ++i) fillRow(body.rows[i] || body.appendChild(element("tr")), rows[i]);
+  if (end < rows.length) requestAnimationFrame(() => { if (isNewest()) fillRows(body, rows, end, isNewest); });
+}
+
+function fill(table, rows, empty) {
+  const body = $(table).tBodies[0];
+  const columns = $(table).tHead.rows[0].cells.length;
+  const filling = {};
+  fillings.set(table, filling);
+  if (rows.length === 0) {
+    body.replaceChildren(element("tr", { className: "empty" }, element("td", { colSpan: columns, className: "quiet" }, empty)));
+    return;
+  }
+  body.querySelector(".empty")?.remove();
+  while (body.rows.length > rows.length) body.lastChild.remove();
+  fillRows(body, rows, 0, () => fillings.get(table) === filling);
+}
+
+function showFiles() {
+  const logs = overview.logs.map((log) => [log.path, log.role, { number: bytes(log.unread_bytes) },
+    { number: duration(log.behind_seconds) }, ""]);
+  const inputs = overview.inputs.map((input) => [input.name, `input, ${input.kind}`, { number: bytes(input.unread_bytes) },
+    { number: duration(input.behind_seconds) }, input.problems.join("; ")]);
+  fill("file-table", [...logs, ...inputs], "No file is watched.");
+}
+
+function showSinks() {
+  fill("sink-table", overview.sinks.map((sink) => [sink.name, sink.kind, { number: number(sink.delivered) },
+    { number: number(sink.waiting) }, { number: number(sink.undelivered) }, { number: number(sink.dropped) },
+    sink.last_error || ""]), "There is no sink: alerts are kept in the store.");
+}
+
+async function loadOverview() {
+  overview = await get("api/v1/overview");
+  shift = overview.now_ms - Date.now();
+  show("host", overview.host);
+  document.title = `${overview.host}: syslog monitor`;
+  showState();
+  showFacts();
+  showFiles();
+  showSinks();
+}
+
+// ---- the plot ----
+
+let plot = null;
+let hidden = new Set();
+let plotted = null; // what the plot was made for
+let course = null;
+
+function isDark() {
+  const chosen = document.documentElement.dataset.theme;
+  return chosen ? chosen === "dark" : matchMedia("(prefers-color-scheme: dark)").matches;
+}
+
+function colour(i) {
+  const colours = isDark() ? DARK : LIGHT;
+  return colours[i % colours.length];
+}
+
+function swatch(i) {
+  const space = "http://www.w3.org/2000/svg";
+  const svg = document.createElementNS(space, "svg");
+  svg.setAttribute("viewBox", "0 0 10 10");
+  svg.setAttribute("aria-hidden", "true");
+  const square = document.createElementNS(space, "rect");
+  for (const [name, value] of [["width", 10], ["height", 10], ["rx", 2], ["fill", colour(i)]]) square.setAttribute(name, value);
+  svg.append(square);
+  return svg;
+}
+
+function showLegend(series) {
+  $("legend").replaceChildren(...series.map((one, i) => {
+    const name = nameOf(one);
+    const button = element("button", { type: "button" }, swatch(i), `${name}: ${number(one.sum)}`);
+    button.setAttribute("aria-pressed", String(!hidden.has(name)));
+    button.addEventListener("click", () => {
+      if (!hidden.delete(name)) hidden.add(name);
+      button.setAttribute("aria-pressed", String(!hidden.has(name)));
+      plot.setSeries(i + 1, { show: !hidden.has(name) });
+    });
+    return element("li", {}, button);
+  }));
+}
+
+function axis() {
+  const style = getComputedStyle(document.documentElement);
+  return { stroke: style.getPropertyValue("--quiet").trim(), grid: { stroke: style.getPropertyValue("--line").trim(), width: 1 },
+    ticks: { stroke: style.getPropertyValue("--line").trim(), width: 1 } };
+}
+
+// 24 hours, in the zone of this browser.
+function timeTexts(step) {
+  const form = new Intl.DateTimeFormat("en-GB", step >= 86400 ? { day: "numeric", month: "short" }
+    : step >= 3600 ? { day: "numeric", month: "short", hour: "2-digit", minute: "2-digit" }
+      : { hour: "2-digit", minute: "2-digit" });
+  return (_, times) => times.map((time) => form.format(new Date(time * 1000)));
+}
+
+function drawPlot(history) {
+  const place = $("plot");
+  const times = Array.from({ length: history.steps }, (_, i) => history.from + i * history.step_seconds);
+  const data = [times, ...history.series.map((one) => one.values)];
+  const shape = JSON.stringify([history.series.map(nameOf), history.step_seconds, isDark(), place.clientWidth]);
+  if (plot && plotted === shape) {
+    plot.setData(data);
+    return;
+  }
+  if (plot) plot.destroy();
+  plotted = shape;
+  plot = new uPlot({
+    width: place.clientWidth, height: 270, cursor: { y: false }, legend: { show: false },
+    scales: { y: { range: (_, least, most) => [0, Math.max(1, most * 1.05)] } },
+    axes: [{ ...axis(), values: timeTexts(history.step_seconds), space: history.step_seconds >= 3600 ? 110 : 60 }, { ...axis(), size: 60 }],
+    series: [{}, ...history.series.map((one, i) => ({ label: nameOf(one), stroke: colour(i), width: 1.5,
+      points: { show: false }, show: !hidden.has(nameOf(one)) }))],
+  }, data, place);
+}
+
+function redraw() {
+  if (!course) return;
+  drawPlot(course);
+  showLegend(course.series);
+}
+
+async function loadCourse() {
+  const kind = $("kind").value;
+  const history = await get(`api/v1/history?kind=${kind}&seconds=${$("range").value}&top=10`);
+  course = history;
+  drawPlot(history);
+  showLegend(history.series);
+  const step = { 60: "a minute", 3600: "an hour", 86400: "a day" }[history.step_seconds];
+  show("step", history.series.length === 0 ? "nothing was counted" : `each point is ${step}`);
+  const words = history.series.map((one) => `${nameOf(one)} ${number(one.sum)}`).join(", ");
+  $("plot").setAttribute("aria-label",
+    `${$("kind").selectedOptions[0].text} in the last ${$("range").selectedOptions[0].text}: ${words || "none"}`);
+}
+
+// ---- events ----
+
+let events = [];
+let showsAllEvents = false;
+let sorting = { by: "hits", falling: true };
+
+function compareEvents(a, b) {
+  const [x, y] = [a[sorting.by], b[sorting.by]];
+  const order = typeof x === "number" ? x - y : x.localeCompare(y);
+  return (sorting.falling ? -order : order) || a.source.localeCompare(b.source) || a.event_id.localeCompare(b.event_id);
+}
+
+function showEvents() {
+  const wanted = $("event-filter").value.toLowerCase();
+  const found = events.filter((event) =>
+    `${event.source} ${event.event_id} ${event.keywords.join(" ")}`.toLowerCase().includes(wanted)).sort(compareEvents);
+  const shown = showsAllEvents ? found : found.slice(0, EVENTS_AT_FIRST);
+  fill("event-table", shown.map((event) => [event.source, event.event_id, { number: number(event.hits) },
+    { number: number(event.alerts) }, { number: number(event.held_back) }, event.keywords.join(" · ")]),
+  events.length === 0 ? "No event is registered." : "No event has that.");
+  show("event-count", `${number(shown.length)} of ${number(found.length)}`);
+  $("all-events").hidden = shown.length === found.length;
+  for (const button of document.querySelectorAll("[data-sort]")) {
+    const isChosen = button.dataset.sort === sorting.by;
+    button.parentElement.setAttribute("aria-sort", !isChosen ? "none" : sorting.falling ? "descending" : "ascending");
+  }
+}
+
+async function loadEvents() {
+  events = (await get("api/v1/events")).events;
+  showEvents();
+}
+
+// ---- alerts ----
+
+let oldest = null; // shown; older ones are below it
+let newest = 0;
+
+function alertQuery(before) {
+  const query = new URLSearchParams({ limit: ALERTS_AT_ONCE, text: $("text").value, source: $("source").value,
+    host: $("alert-host").value });
+  if (before) query.set("before", before);
+  return `api/v1/alerts?${query}`;
+}
+
+function alertItem(alert) {
+  const held = alert.held_back ? `${number(alert.held_back.reports)} reports were held back before it` : null;
+  const many = alert.reports > 1 ? `stands for ${number(alert.reports)} reports, until ${alert.last_time}` : null;
+  const why = [alert.severity, alert.value && `of ${alert.value}`, held, many].filter(Boolean).join(" · ");
+  return element("li", {},
+    element("p", { className: "head" }, element("strong", {}, `${alert.source} ${alert.event_id}`),
+      element("span", {}, `×${number(alert.count)}`),
+      element("time", { dateTime: alert.time, className: "quiet" }, new Date(alert.time).toLocaleString("en-GB")),
+      element("span", { className: "quiet" }, alert.line_host || alert.host),
+      why ? element("span", {}, why) : null),
+    alert.summary ? element("p", {}, alert.summary) : null,
+    element("p", { className: "message" }, alert.message));
+}
+
+async function loadAlerts(before) {
+  const found = await get(alertQuery(before));
+  const items = found.alerts.map(alertItem);
+  if (before) $("alert-list").append(...items);
+  else {
+    $("alert-list").replaceChildren(...items);
+    newest = found.alerts.length > 0 ? found.alerts[0].id : 0;
+  }
+  oldest = found.before;
+  $("more").hidden = oldest === null;
+  const count = $("alert-list").children.length;
+  show("alert-count", count === 0 ? "No alert has that." : `${number(count)} shown, newest first`);
+}
+
+// New ones come on top; what was unfolded below stays.
+async function loadNewAlerts() {
+  const found = (await get(alertQuery())).alerts;
+  if (found.length === 0 || found[0].id === newest) return;
+  const fresh = found.filter((alert) => alert.id > newest);
+  if (fresh.length === found.length) {
+    await loadAlerts();
+    return;
+  }
+  newest = found[0].id;
+  $("alert-list").prepend(...fresh.map(alertItem));
+  show("alert-count", `${number($("alert-list").children.length)} shown, newest first`);
+}
+
+// ---- what makes it load ----
+
+let failure = "";
+
+function failed(error) {
+  failure = `Not up to date: ${error.message}.`;
+  $("problem").hidden = false;
+  show("problem", failure);
+}
+
+let isLoading = false;
+let isWanted = false;
+
+// One at a time; what came meanwhile is one more.
+async function refresh(load) {
+  if (isLoading || document.hidden) {
+    isWanted = true;
+    return;
+  }
+  isLoading = true;
+  isWanted = false;
+  await load().then(() => { failure = ""; }, failed);
+  isLoading = false;
+}
+
+const loadAll = () => Promise.all([loadOverview(), loadCourse(), loadEvents(), loadAlerts()]);
+const loadNews = () => Promise.all([loadOverview(), loadCourse(), loadEvents(), loadNewAlerts()]);
+
+function listen() {
+  const stream = new EventSource("api/v1/stream");
+  stream.onopen = () => show("live", "live");
+  stream.onerror = () => show("live", "not connected: what is shown may be old");
+  stream.addEventListener("pass", () => { isWanted = true; });
+}
+
+function tick() {
+  if (isWanted) refresh(loadNews);
+  if (overview) {
+    showFacts();
+    showState();
+  }
+}
+
+function setTheme(theme) {
+  if (theme) document.documentElement.dataset.theme = theme;
+  else delete document.documentElement.dataset.theme;
+  show("theme", `Theme: ${theme || "automatic"}`);
+}
+
+function connect() {
+  setTheme(localStorage.getItem("theme") || "");
+  $("theme").addEventListener("click", () => {
+    const next = { "": "light", light: "dark", dark: "" }[document.documentElement.dataset.theme || ""];
+    localStorage.setItem("theme", next);
+    setTheme(next);
+    redraw();
+  });
+  for (const id of ["kind", "range"]) $(id).addEventListener("change", () => {
+    hidden = new Set();
+    loadCourse().catch(failed);
+  });
+  $("event-filter").addEventListener("input", showEvents);
+  $("all-events").addEventListener("click", () => {
+    showsAllEvents = true;
+    showEvents();
+  });
+  for (const button of document.querySelectorAll("[data-sort]")) button.addEventListener("click", () => {
+    const by = button.dataset.sort;
+    sorting = { by, falling: sorting.by === by ? !sorting.falling : !["source", "event_id"].includes(by) };
+    showEvents();
+  });
+  $("search").addEventListener("submit", (event) => {
+    event.preventDefault();
+    loadAlerts().catch(failed);
+  });
+  $("more").addEventListener("click", () => loadAlerts(oldest).catch(failed));
+  addEventListener("resize", redraw);
+  matchMedia("(prefers-color-scheme: dark)").addEventListener("change", redraw);
+}
+
+connect();
+refresh(loadAll);
+listen();
+setInterval(tick, 1000);

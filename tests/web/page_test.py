@@ -1,0 +1,201 @@
+"""The page in Chromium: each control, three widths, text that looks like markup, and very much of everything.
+
+SYSLOGMON_PICTURES: a folder for pictures of it, to be looked at.
+"""
+import os
+import socket
+import sqlite3
+import sys
+import time
+from pathlib import Path
+
+SOURCE = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(SOURCE / "tests" / "system"))
+
+import lab  # noqa: E402
+from browser import Browser  # noqa: E402
+
+MARKUP = "disk <img src=x onerror=\"document.title='owned'\"><script>document.title='owned'</script><b>bold</b>"
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+class Page(lab.LabTest):
+    def setUp(self):
+        super().setUp()
+        lab.append(lab.MESSAGES, lab.stamped("the log begins"))
+        self.lab.watch("DISK", 1, "disk")
+        self.lab.watch("LOGIN", 2, "login")
+        self.lab.command("sink", "add", "file", "archive", f"path={lab.VAR_LOG / 'out.json'}")
+        self.url = f"http://127.0.0.1:{free_port()}/"
+        self.lab.command("set", "web", self.url[7:-1])
+
+    def start(self, width=1280, height=1600):
+        self.daemon.start()
+        self.browser = Browser(width, height)
+        self.addCleanup(self.browser.close)
+
+    def log(self, *texts):
+        lab.append(lab.MESSAGES, *(lab.stamped(text) for text in texts))
+        self.daemon.scan()
+
+    def open(self, alerts=1):
+        self.browser.open(self.url)
+        self.browser.wait(f"document.querySelectorAll('#alert-list li').length >= {alerts}")
+        self.browser.wait("document.querySelector('#plot canvas') !== null")
+        self.browser.wait("document.getElementById('live').textContent === 'live'")
+
+    def text(self, selector):
+        return self.browser.run(f"document.querySelector({selector!r}).textContent")
+
+    def rows(self, table):
+        return self.browser.run(f"[...document.querySelectorAll('#{table} tbody tr')].map(row =>"
+                                " [...row.cells].map(cell => cell.innerText))")
+
+    def picture(self, name):
+        if folder := os.environ.get("SYSLOGMON_PICTURES"):
+            self.browser.picture(Path(folder) / f"{name}.png")
+
+
+class Controls(Page):
+    def setUp(self):
+        super().setUp()
+        self.start()
+        self.log(*(f"disk {number}" for number in range(60)), "login failed", MARKUP)
+        self.open(alerts=50)
+
+    def tearDown(self):
+        self.assertEqual([], self.browser.console)
+
+    def test_it_shows_what_there_is(self):
+        self.assertEqual("running", self.text("#state"))
+        self.assertEqual([["DISK", "1", "61", "61", "0", "disk"], ["LOGIN", "2", "1", "1", "0", "login"]],
+                         self.rows("event-table"))
+        self.assertEqual(["/var/log/messages", "system log", "0 B", "0 s", ""], self.rows("file-table")[0])
+        self.assertEqual(["archive", "file"], self.rows("sink-table")[0][:2])
+        self.assertIn("hits of events in the last hour: DISK 1 61, LOGIN 2 1",
+                      self.browser.run("document.getElementById('plot').getAttribute('aria-label')"))
+
+    def test_what_stands_in_a_log_is_text(self):
+        self.assertIn(MARKUP, self.text("#alert-list li .message"))
+        self.assertNotIn("owned", self.browser.run("document.title"))
+        self.assertEqual(0, self.browser.run("document.querySelectorAll('#alert-list img, #alert-list script').length"))
+
+    def test_what_is_new_comes_by_itself(self):
+        self.log("disk at last")
+        self.browser.wait("document.querySelector('#alert-list li').textContent.includes('disk at last')")
+        self.browser.wait("document.querySelector('#event-table tbody td.number').innerText === '62'")
+
+    def test_kind_and_range_of_the_plot(self):
+        choose = "(() => {{ const box = document.getElementById('{0}'); box.value = '{1}'; box.dispatchEvent(new Event('change')); }})()"
+        for kind, words in (("lines", "/var/log/messages"), ("alerts", "DISK 1 61"), ("held_back", "none"), ("behind", ":"),
+                            ("input_entries", "none"), ("hits", "DISK 1 61")):
+            self.browser.run(choose.format("kind", kind))
+            self.browser.wait(f"document.getElementById('plot').getAttribute('aria-label').includes('{words}')")
+        for seconds, step in (("86400", "a minute"), ("604800", "an hour"), ("31536000", "a day")):
+            self.browser.run(choose.format("range", seconds))
+            self.browser.wait(f"document.getElementById('step').innerText.includes('{step}')")
+            self.browser.wait("document.getElementById('legend').innerText.includes('DISK 1: 61')")
+
+    def test_a_series_is_hidden_and_shown_by_its_button(self):
+        pressed = "document.querySelector('#legend button').getAttribute('aria-pressed')"
+        for wanted in ("false", "true"):
+            self.browser.run("document.querySelector('#legend button').click()")
+            self.assertEqual(wanted, self.browser.run(pressed))
+            self.assertEqual(wanted == "true", self.browser.run("plot.series[1].show"))
+
+    def test_events_are_filtered_and_sorted(self):
+        self.browser.run("document.querySelector('[data-sort=source]').click()")
+        self.assertEqual(["DISK", "LOGIN"], [row[0] for row in self.rows("event-table")])
+        self.browser.run("document.querySelector('[data-sort=source]').click()")
+        self.assertEqual(["LOGIN", "DISK"], [row[0] for row in self.rows("event-table")])
+        self.assertEqual("descending", self.browser.run("document.querySelector('[data-sort=source]').parentElement.ariaSort"))
+        self.browser.run("document.getElementById('event-filter').focus()")
+        self.browser.call("Input.insertText", text="logi")
+        self.assertEqual(["LOGIN"], [row[0] for row in self.rows("event-table")])
+
+    def test_alerts_are_searched_and_older_ones_unfolded(self):
+        self.browser.run("document.getElementById('more').click()")
+        self.browser.wait("document.querySelectorAll('#alert-list li').length === 62")
+        self.assertTrue(self.browser.run("document.getElementById('more').hidden"))
+        self.browser.run("document.getElementById('text').focus()")
+        self.browser.call("Input.insertText", text="LOGIN failed")
+        self.browser.key("Enter", text="\r")
+        self.browser.wait("document.querySelectorAll('#alert-list li').length === 1")
+
+    def test_the_theme_is_kept(self):
+        ground = "getComputedStyle(document.body).backgroundColor"
+        self.browser.dark(True)
+        self.assertEqual("rgb(18, 23, 28)", self.browser.run(ground))
+        self.browser.run("document.getElementById('theme').click()")
+        self.assertEqual("rgb(255, 255, 255)", self.browser.run(ground))
+        self.open(alerts=50)
+        self.assertEqual("rgb(255, 255, 255)", self.browser.run(ground))
+
+    def test_each_control_is_reached_with_the_keyboard_and_has_a_name(self):
+        self.assertEqual([], self.browser.run(
+            "[...document.querySelectorAll('input, select')].filter(box => !box.labels.length).map(box => box.id)"))
+        wanted = self.browser.run("[...document.querySelectorAll('a, button, input, select')]"
+                                  ".filter(one => one.offsetParent !== null).length")
+        reached = set()
+        for _ in range(3 * wanted):
+            self.browser.key("Tab")
+            reached.add(self.browser.run("[...document.querySelectorAll('a, button, input, select')]"
+                                         ".indexOf(document.activeElement)"))
+        self.assertGreaterEqual(len(reached - {-1}), wanted)
+
+    def test_no_width_needs_scrolling_to_the_side(self):
+        for name, width, mobile in (("wide", 1280, False), ("tablet", 800, False), ("phone", 380, True)):
+            self.browser.size(width, 1600, mobile)
+            self.browser.wait(f"document.querySelector('#plot canvas').clientWidth <= {width}")
+            self.assertLessEqual(self.browser.run("document.documentElement.scrollWidth"), width, name)
+            self.picture(name)
+        self.browser.size(1280, 1600)
+        self.browser.dark(True)
+        time.sleep(0.3)
+        self.picture("dark")
+
+
+class Much(Page):
+    EVENTS = 2048
+    ALERTS = 100_000
+
+    def test_2048_events_and_100000_alerts_without_lag(self):
+        rules = self.lab.folder / "rules.yaml"
+        rules.write_text("events:\n" + "".join(f"- {{source: EVENT{number:04}, id: 1, keywords: word{number:04}}}\n"
+                                               for number in range(self.EVENTS - 2)))
+        self.lab.command("apply", rules)
+        with sqlite3.connect(self.lab.root / "state" / "agent.db") as store:
+            store.executemany("INSERT INTO alert (time_ms, host, log_name, source, event_id, count, message)"
+                              " VALUES (?, 'web1', '/var/log/messages', 'DISK', 1, 1, ?)",
+                              ((1_700_000_000_000 + number * 1000, f"line {number:06} " + "x" * 200)
+                               for number in range(self.ALERTS)))
+        self.lab.command("sink", "limit", 1_000_000)
+        self.start()
+        self.log("disk")
+        self.open(alerts=50)
+        self.browser.wait(f"document.getElementById('event-count').innerText === '50 of {self.EVENTS:,}'")
+        # The longest time that the page did not answer, while it is told of news and all its events are shown.
+        self.browser.run("window.longest = 0; new PerformanceObserver(list => { for (const task of list.getEntries())"
+                         " window.longest = Math.max(window.longest, task.duration); }).observe({type: 'longtask'})")
+        began = time.monotonic()
+        self.browser.run("document.getElementById('all-events').click()")
+        self.browser.wait(f"document.querySelectorAll('#event-table tbody tr').length === {self.EVENTS}")
+        self.log("disk again")
+        self.browser.wait("document.querySelector('#alert-list li').textContent.includes('disk again')")
+        self.browser.run("document.getElementById('text').value = 'line 000007';"
+                         "document.getElementById('search').requestSubmit()")
+        self.browser.wait("document.querySelectorAll('#alert-list li').length === 1")
+        took = time.monotonic() - began
+        paint = self.browser.run("performance.getEntriesByName('first-contentful-paint')[0].startTime")
+        print(f"first paint {paint:.0f} ms; the longest task {self.browser.run('window.longest'):.0f} ms; all {took:.1f} s",
+              file=sys.stderr)
+        self.assertEqual([], self.browser.console)
+
+
+if __name__ == "__main__":
+    lab.main()
