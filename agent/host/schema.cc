@@ -182,6 +182,22 @@ constexpr const char *kSteps[] = {
     "  first TEXT NOT NULL,"
     "  last_ms INTEGER NOT NULL,"
     "  last TEXT NOT NULL);",
+    // 11: the files of the logs that the monitor follows by its own rules, as far as it has read them.
+    "CREATE TABLE log_file ("
+    "  slot INTEGER NOT NULL,"
+    "  age INTEGER NOT NULL," // ascends from the oldest to the newest
+    "  log TEXT NOT NULL,"    // the name that is followed
+    "  path TEXT NOT NULL,"   // that it had last
+    "  device INTEGER NOT NULL,"
+    "  inode INTEGER NOT NULL,"   // 0: what it held has no file any more
+    "  read_to INTEGER NOT NULL," // bytes
+    "  checked_to INTEGER NOT NULL,"
+    "  size INTEGER NOT NULL,"
+    "  written_ms INTEGER NOT NULL," // since 1970, UTC
+    "  head BLOB NOT NULL,"          // the first bytes, and those before read_to
+    "  tail BLOB NOT NULL,"
+    "  is_left INTEGER NOT NULL," // 1: the monitor has gone on to a newer one
+    "  PRIMARY KEY (slot, age)) WITHOUT ROWID;",
 };
 constexpr int kVersion = static_cast<int>(std::size(kSteps));
 

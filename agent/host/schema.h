@@ -11,6 +11,7 @@
 //   8        alarm
 //   9        series, history
 //   10       delivery_held, silence_held; delivery: full_ms, planned_id; alert: silence
+//   11       log_file
 //
 // The version is SQLite's user_version. A store of a newer version is refused: an older program
 // would write what the newer one does not understand.
