@@ -62,7 +62,7 @@ target_link_libraries(agent_settings PRIVATE agent_text)
 add_agent_folder(monitor UNHURRIED module.cc)
 target_link_libraries(agent_monitor PUBLIC ${CMAKE_DL_LIBS})
 
-add_agent_folder(logs UNHURRIED log_files.cc places.cc stamps.cc unread.cc)
+add_agent_folder(logs UNHURRIED log_files.cc log_witness.cc places.cc stamps.cc unread.cc witnessed_file.cc)
 target_link_libraries(agent_logs PUBLIC agent_monitor)
 
 add_agent_folder(status UNHURRIED daemon_lock.cc sign_of_life.cc status_file.cc)
@@ -137,7 +137,7 @@ target_link_libraries(syslogmon PRIVATE agent_cli)
 target_compile_options(syslogmon PRIVATE ${QUICK_BUILD})
 
 add_agent_folder(daemon UNHURRIED console.cc daemon.cc doorbell.cc file_watch.cc input_feed.cc life_watch.cc
-    live_settings.cc monitor.cc notify.cc page_keeper.cc pass_counter.cc signals.cc status_board.cc store_wait.cc supervisor.cc trigger.cc)
+    live_settings.cc loss_notes.cc monitor.cc notify.cc page_keeper.cc pass_counter.cc signals.cc status_board.cc store_wait.cc supervisor.cc trigger.cc)
 target_link_libraries(agent_daemon PUBLIC agent_alarms agent_history agent_inputs agent_logs agent_policy agent_settings agent_sinks agent_status agent_web
                       PRIVATE PkgConfig::SYSTEMD Threads::Threads)
 target_compile_definitions(agent_daemon PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}")

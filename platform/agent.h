@@ -27,6 +27,17 @@ struct PassPlace {
     int32_t outcome; // a LINE_ value
 };
 
+// A part of a log that a pass has read, or found read to its end. The record dies when the call returns.
+struct LogPart {
+    int slot;        // whose log it is
+    int is_afresh;   // 1: the slot starts afresh behind `last`, whatever it had read before
+    uint64_t device; // of the file that was open, whatever its name; inode 0: not known
+    uint64_t inode;
+    int64_t first;     // offset of the first line that was read; -1: none was
+    int64_t last_read; // of the last one; -1 likewise
+    int64_t last;      // of the line behind which the next pass goes on; -1: from the head
+};
+
 // Is told of it by the pass, behind the reports of the line. Returns 0, or another number to give the pass up: what it
 // has checked of the file is not stored.
 using FollowPassFn = int (*)(const PassPlace *place);
@@ -53,6 +64,9 @@ int ReportsKeepTable(void) __attribute__((weak));
 // Is told of the log that is read from now on, by the path that programs write to. What is reported from here on is of
 // that log. The path dies when the call returns. A host need not have it.
 void LogIsRead(const char *path) __attribute__((weak));
+
+// Is told of each part of the logs of the slots, in the order in which they are read. A host need not have it.
+void LogPartIsRead(const LogPart *part) __attribute__((weak));
 
 // Who follows the pass that begins; null: nobody. It is told of each line that can match or whose time cannot be read,
 // and of some of the others, at least of one in 64 KiB; in the numbers all are counted. A host need not have it.

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include "platform/trace.h"
+#include "vkevmon/pass_follower.h"
 #include "vkevmon/settings.h"
 
 char headline[MAX_MON_FILES][kLineBufferSize];
@@ -126,6 +127,7 @@ Baseline RecordEndOfLiveFile(int monindex, const Search *search)
         TRACE_HELPER(TRACE_ERROR, "<GetLastLine failed.return -1.");
         return Baseline::kFailed;
     }
+    TellStartAfresh(monindex, curpos[monindex]);
     FinishFile();
     return Baseline::kTaken;
 }

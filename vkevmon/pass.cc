@@ -185,6 +185,7 @@ void ReadNewLines(int slot)
     reading.slot = slot;
     if (!Begin(&reading))
         return;
+    const int64_t first = reading.current_pending ? reading.current->pos : reading.ahead->pos;
     do {
         ReadAhead(&reading);
         if (!CheckWaiting(&reading))
@@ -196,6 +197,8 @@ void ReadNewLines(int slot)
     if (reading.ahead->text[0] != '\0' && reading.ahead->pos >= 1)
         KeepAsLastChecked(slot, *reading.ahead);
     StorePosition(slot);
+    const bool ends_in_repeats = reading.ahead->text[0] != '\0';
+    TellPart(slot, first, ends_in_repeats ? reading.ahead->pos : curpos[slot], curpos[slot]);
 }
 
 // Positions the open file on the first unchecked line and reads on from there. False when it cannot be
@@ -210,6 +213,7 @@ bool ReadOpenFile(int slot)
         ReadNewLines(slot);
         return true;
     }
+    TellPart(slot, -1, -1, curpos[slot]);
     if (RegSetOrientation(curpos[slot], content[slot], slot) != 0)
         TRACE_HELPER(TRACE_ERROR, "Set orientation to reg error IGNORED: %lld %s", ll{curpos[slot]},
                      content[slot]);

@@ -1,5 +1,6 @@
 #include "vkevmon/pass_follower.h"
 
+#include "fileacc/fileacc.h"
 #include "match/match.h"
 #include "platform/agent.h"
 
@@ -8,6 +9,28 @@ namespace {
 FollowPassFn follower = nullptr; // of the pass under way; on the monitor thread
 
 } // namespace
+
+namespace {
+
+void Tell(int slot, int is_afresh, int64_t first, int64_t last_read, int64_t last)
+{
+    if (LogPartIsRead == nullptr)
+        return;
+    const LogPart part{slot, is_afresh, openfile.device, openfile.inode, first, last_read, last};
+    LogPartIsRead(&part);
+}
+
+} // namespace
+
+void TellPart(int slot, int64_t first, int64_t last_read, int64_t last)
+{
+    Tell(slot, 0, first, last_read, last);
+}
+
+void TellStartAfresh(int slot, int64_t last)
+{
+    Tell(slot, 1, -1, -1, last);
+}
 
 void AskWhoFollows()
 {

@@ -16,4 +16,9 @@ void AskWhoFollows();
 // False: the pass is given up.
 bool TellFollower(int slot, const PassLine *checked, int times, int64_t repeats);
 
+// Tells the host of the part of the open log that was read; see LogPart.
+void TellPart(int slot, int64_t first, int64_t last_read, int64_t last);
+// Tells it that the slot starts afresh behind this line of the open log.
+void TellStartAfresh(int slot, int64_t last);
+
 #endif // VKEVMON_PASS_FOLLOWER_H

@@ -56,7 +56,8 @@ HANDLE NewEvent()
 // the loaded module, which fills it in a moment.
 Monitor::Monitor(host::Host &host, monitor::Module &module, InputFeed &feed, MonitorNews news)
     : host_(host), module_(module), feed_(feed), news_(std::move(news)), record_(kThreadRecordSize),
-      stop_(NewEvent()), started_(NewEvent()), moments_(host, *this, started_.get())
+      stop_(NewEvent()), started_(NewEvent()), losses_(host.store(), host.registry()),
+      moments_(host, *this, started_.get())
 {
     for (const auto &[offset, handle] : {std::pair(kThreadStopHandleOffset, stop_.get()),
                                          std::pair(kThreadStartupEventOffset, started_.get())})
@@ -111,6 +112,7 @@ bool Monitor::Prepare()
         // Now, so that the key is there whatever becomes of the first pass.
         host_.store().CommitPass();
         feed_.Prepare();
+        losses_.Begin();
         counters_.emplace(host_.store());
         const auto find_time = [this](const std::string &line) { return TimeOf(line); };
         counter_.emplace(host_, find_time);
@@ -165,6 +167,7 @@ void Monitor::StorePass()
     if (table_is_reloaded_)
         desk_->Load();
     feed_.BeforeCommit();
+    losses_.BeforeCommit();
     if (const inputs::Batch *batch = feed_.BatchOfPass())
         counter_->Stored(*batch);
     // Last of what writes: it has the news of all the others.
@@ -178,6 +181,7 @@ void Monitor::AbandonPass()
 {
     host_.store().AbandonPass();
     feed_.Abandoned();
+    losses_.Abandoned();
 }
 
 bool Monitor::ModuleRests()

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "agent/daemon/input_feed.h"
+#include "agent/daemon/loss_notes.h"
 #include "agent/daemon/pass_counter.h"
 #include "agent/host/host.h"
 #include "agent/host/owned_handle.h"
@@ -65,6 +66,7 @@ class Monitor : private host::Moments {
     bool ModuleRests() override;
     void StillRests() override { ++pulses_; }
     [[nodiscard]] DWORD PulseMs() const override { return news_.pulse_ms; }
+    void PartIsRead(const LogPart &part) override { losses_.Add(part); }
     [[nodiscard]] bool MayEndRest(const std::string &name) override { return feed_.MayTake(name); }
     void PassBegins(DWORD result, const std::string &name) override;
 
@@ -86,6 +88,7 @@ class Monitor : private host::Moments {
     std::optional<PassCounter> counter_;     // likewise
     std::optional<policy::ReportDesk> desk_; // likewise; tells the one before
     bool table_is_reloaded_ = false;         // since the last rest
+    LossNotes losses_;                       // likewise
     // The pass under way, or the last one while it rests. Of the monitor thread.
     status::PassStatus pass_;
     // Of the monitor thread, until it has ended.

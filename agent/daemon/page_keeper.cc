@@ -1,5 +1,7 @@
 #include "agent/daemon/page_keeper.h"
 
+#include <utility>
+
 #include "agent/daemon/trace_unit.h"
 #include "agent/host/error.h"
 #include "agent/text/say.h"

@@ -47,6 +47,15 @@ void LogIsRead(const char *path)
     });
 }
 
+void LogPartIsRead(const LogPart *part)
+{
+    AtBoundary<int>(__func__, 0, [&] {
+        if (Moments *moments = Current().moments())
+            moments->PartIsRead(*part);
+        return 0;
+    });
+}
+
 FollowPassFn PassFollower(void)
 {
     return AtBoundary<FollowPassFn>(__func__, nullptr, [] { return Current().pass_follower(); });

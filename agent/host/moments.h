@@ -9,13 +9,14 @@
 //     StillRests             the wait goes on
 //     MayEndRest             a named event was taken
 //     PassBegins             something woke it, or the cycle is over
-//     (a pass)
+//     (a pass: PartIsRead for each part of a log)
 //     ModuleRests            ...
 #ifndef AGENT_HOST_MOMENTS_H
 #define AGENT_HOST_MOMENTS_H
 
 #include <string>
 
+#include "platform/agent.h"
 #include "platform/sync.h"
 
 namespace host {
@@ -44,6 +45,9 @@ class Moments {
     // An event of this name was taken. False: the rest goes on without it, and the module never
     // hears of it.
     virtual bool MayEndRest(const std::string & /*name*/) { return true; }
+
+    // A part of a log was read in the pass under way.
+    virtual void PartIsRead(const LogPart & /*part*/) {}
 
     // The rest is over. `result` is what the wait reports, `name` that of the event that was taken:
     // empty for a time-out, and for an event without a name.

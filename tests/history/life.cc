@@ -7,6 +7,7 @@
 #include <ctime>
 #include <vector>
 
+#include "agent/logs/log_witness.h"
 #include "fileacc/stretch.h"
 #include "filemonitor/filemonitor.h"
 #include "match/table_data.h"
@@ -238,6 +239,10 @@ class Life {
     void RunModel(const Step &wake);
     void Compare();
     void CompareLedger();
+    void BeginWitnesses();
+    void LookAtLogs();
+    void TakeLosses();
+    void CompareLosses();
     void Fail(const std::string &what);
     void Interrupt(const std::vector<Step> &steps);
     void InterruptBefore(int number, const Step &wake);
@@ -257,6 +262,10 @@ class Life {
     Committed committed_;
     Model::Lasting model_committed_;
     size_t reports_seen_ = 0;
+    // Of the two logs that the module follows by its own rules; what they told of, in bytes.
+    std::string log_dir_;
+    std::array<std::optional<logs::LogWitness>, 2> witnesses_;
+    std::array<int64_t, 2> told_{};
     // Of the wake that is interrupted: the world as it is after each interruption to which the module has come,
     // and to how many of them the model has come.
     std::vector<World> interrupted_;
@@ -265,7 +274,7 @@ class Life {
 
 Life::Life(const History &history, const std::string &log_dir)
     : history_(history), zone_(history.setup.zone), disk_(log_dir),
-      world_(&disk_, history.setup, history.is_faithful), model_(&world_)
+      world_(&disk_, history.setup, history.is_faithful), model_(&world_), log_dir_(log_dir)
 {
     test::ResetModule();
     Host().Reset();
@@ -277,7 +286,7 @@ Life::Life(const History &history, const std::string &log_dir)
     Sys().Reset();
     Sys().log_dir = log_dir;
     TheSlowClock() = SlowClock();
-    if (history_.is_faithful) {
+    if (history_.is_faithful || history_.tells_losses) {
         // Two passes over complete logs: nothing may be left over.
         history_.steps.push_back({});
         history_.steps.push_back({});
@@ -313,6 +322,8 @@ Outcome Life::Run()
     }
     if (!outcome_.failed && history_.is_faithful)
         CompareLedger();
+    if (!outcome_.failed && history_.tells_losses)
+        CompareLosses();
     return outcome_;
 }
 
@@ -320,6 +331,7 @@ Outcome Life::Run()
 void Life::Start()
 {
     test::ResetModule();
+    BeginWitnesses();
     WriteSettings();
     Sys().now = world_.clock;
     // The host puts the counters back when the table has been loaded; the first thing that a pass does is
@@ -349,10 +361,11 @@ void Life::Script()
 void Life::AtRest()
 {
     FinishWake();
+    TakeLosses();
     if (outcome_.failed)
         return;
     while (at_ < history_.steps.size()) {
-        if (history_.is_faithful && at_ + 2 == history_.steps.size())
+        if ((history_.is_faithful || history_.tells_losses) && at_ + 2 == history_.steps.size())
             world_.Finish();
         const Step &step = history_.steps[at_++];
         if (IsWake(step.what)) {
@@ -360,6 +373,7 @@ void Life::AtRest()
             return;
         }
         world_.Apply(step);
+        LookAtLogs();
         if (step.what == Do::kTable)
             WriteTable();
     }
@@ -371,6 +385,7 @@ void Life::AtDeath()
 {
     RunModel(*wake_);
     RollBack(committed_);
+    Host().parts.clear();
     reports_seen_ = Host().reports.size();
     model_.Restore(model_committed_);
     model_.alerts.clear();
@@ -586,6 +601,60 @@ void Life::CompareLedger()
             Fail("lines of class " + std::to_string(line_class) + " occurred " +
                  std::to_string(ledger.sums[line_class]) + " times and were counted " +
                  std::to_string(counter.hits) + " times");
+    }
+}
+
+// ---- what is told of losses ----
+
+// A process that starts knows what the one before has stored.
+void Life::BeginWitnesses()
+{
+    for (const Log log : {kSystemLog, kCustomerLog}) {
+        auto &witness = witnesses_[log];
+        const std::string path = log_dir_ + "/" + world_.NameOf(log);
+        auto known = witness && witness->log() == path ? witness->Records()
+                                                       : std::vector<logs::FileRecord>{};
+        if (world_.IsWatched(log))
+            witness.emplace(path, std::move(known));
+        else
+            witness.reset();
+    }
+    Host().parts.clear();
+}
+
+void Life::LookAtLogs()
+{
+    for (auto &witness : witnesses_) {
+        if (witness)
+            witness->Look();
+    }
+}
+
+// In a faithful history nothing is lost, so nothing is told.
+void Life::TakeLosses()
+{
+    const std::vector<LogPart> parts = std::exchange(Host().parts, {});
+    for (const Log log : {kSystemLog, kCustomerLog}) {
+        std::vector<LogPart> own;
+        std::copy_if(parts.begin(), parts.end(), std::back_inserter(own),
+                     [&](const LogPart &part) { return part.slot == log; });
+        if (!witnesses_[log])
+            continue;
+        for (const logs::LogLoss &loss : witnesses_[log]->Take(own)) {
+            told_[log] += (loss.end - loss.begin) * (loss.is_twice ? -1 : 1);
+            if (history_.is_faithful)
+                Fail("nothing was lost, and it is told: " + TextOf(loss));
+        }
+    }
+}
+
+void Life::CompareLosses()
+{
+    for (const Log log : {kSystemLog, kCustomerLog}) {
+        const int64_t lost = world_.ledger.bytes[log] - model_.BytesRead(log);
+        if (lost != told_[log])
+            Fail("of log " + std::to_string(log) + ", " + std::to_string(lost) +
+                 " bytes were lost, and " + std::to_string(told_[log]) + " are told of");
     }
 }
 

@@ -132,6 +132,8 @@ void Model::Restore(const Lasting &lasting)
 {
     record_ = lasting.record;
     table_ = lasting.table;
+    bytes_read_ = lasting.bytes_read;
+    unrecorded_ = lasting.unrecorded;
 }
 
 void Model::LoadTable()
@@ -319,6 +321,7 @@ Model::Found Model::StartAfresh(size_t slot, const std::optional<std::string> &l
         live->size() > 1 ? live->rfind('\n', live->size() - 2) : std::string::npos;
     const size_t last = newline == std::string::npos ? 0 : newline + 1;
     const std::string text = live->substr(last, live->find('\n', last) - last);
+    bytes_read_[slot] += std::exchange(unrecorded_[slot], 0);
     SlotRecord &record = record_.slots[slot];
     record.head = Cut(FirstLine(*live), kRecorded);
     record.pos = static_cast<int64_t>(last);
@@ -360,6 +363,7 @@ Model::Came Model::ReadFile(size_t slot)
     if (opened != Came::kDone || bytes.empty())
         return opened; // an empty file cannot be positioned in
     has_read_ = true;
+    unrecorded_[slot] = 0;
     std::vector<TextLine> lines;
     for (size_t at = 0; at < bytes.size();) {
         const size_t end = std::min(bytes.find('\n', at), bytes.size());
@@ -368,10 +372,14 @@ Model::Came Model::ReadFile(size_t slot)
     }
     Place place;
     GoTo(std::move(lines), &place);
-    if (place.at + 1 < static_cast<int>(place.lines.size()))
-        ReadNewLines(slot, &place);
-    else
+    const auto next = static_cast<size_t>(place.at + 1);
+    if (next >= place.lines.size()) {
         StorePosition(slot);
+        return Came::kDone;
+    }
+    const int64_t read = static_cast<int64_t>(bytes.size()) - place.lines[next].pos;
+    ReadNewLines(slot, &place);
+    (pos_ < 0 ? unrecorded_[slot] : bytes_read_[slot]) += read;
     return Came::kDone;
 }
 
@@ -426,6 +434,7 @@ Model::Came Model::MoveToNewer(size_t slot)
             return opened;
         if (opened == Came::kNothing || bytes.empty())
             continue;
+        bytes_read_[slot] += std::exchange(unrecorded_[slot], 0);
         pos_ = -1;
         content_.clear();
         record_.slots[slot].head = Cut(FirstLine(bytes), kRecorded);

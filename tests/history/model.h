@@ -75,12 +75,17 @@ class Model {
     struct Lasting {
         Record record;
         std::vector<Counted> table;
+        std::array<int64_t, 2> bytes_read{};
+        std::array<int64_t, 2> unrecorded{};
     };
-    [[nodiscard]] Lasting Save() const { return {record_, table_}; }
+    [[nodiscard]] Lasting Save() const { return {record_, table_, bytes_read_, unrecorded_}; }
     void Restore(const Lasting &lasting);
 
     [[nodiscard]] const Record &record() const { return record_; }
     [[nodiscard]] const std::vector<Counted> &table() const { return table_; }
+
+    // Of the logs of the slots, those that were read twice counted twice.
+    [[nodiscard]] int64_t BytesRead(size_t slot) const { return bytes_read_[slot]; }
 
     std::vector<Alert> alerts; // of all wakes since they were taken away last
     Interruption interruption;
@@ -157,6 +162,9 @@ class Model {
     Record record_;
     Memory memory_;
     std::vector<Counted> table_;
+    std::array<int64_t, 2> bytes_read_{};
+    // Of the file in which a slot stands, when all of it are repeats at its head: they were read, but cannot be recorded.
+    std::array<int64_t, 2> unrecorded_{};
     // Of the slot that is being scanned.
     std::vector<std::string> backups_;
     std::vector<Seen> seen_; // by index, as the search for the head line met them

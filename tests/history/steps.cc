@@ -346,4 +346,38 @@ History Generate(uint64_t seed, bool is_faithful)
     return history;
 }
 
+namespace {
+
+bool IsUnedited(const Step &step)
+{
+    switch (step.what) {
+    case Do::kAppend:
+    case Do::kRepeat:
+    case Do::kRotate:
+    case Do::kTruncate:
+    case Do::kRemoveLive:
+    case Do::kHarmBackup:
+    case Do::kClock:
+    case Do::kTable:
+    case Do::kPass:
+    case Do::kReload:
+    case Do::kCycle:
+    case Do::kRestart:
+    case Do::kKill:
+        return step.log != kWatchedFile;
+    default:
+        return false;
+    }
+}
+
+} // namespace
+
+History GenerateUnedited(uint64_t seed)
+{
+    History history = Generate(seed, false);
+    history.tells_losses = true;
+    std::erase_if(history.steps, [](const Step &step) { return !IsUnedited(step); });
+    return history;
+}
+
 } // namespace history

@@ -94,6 +94,9 @@ struct History {
     // Only what the monitor promises to follow without a gap and without a double; everything else is left
     // out when it is applied.
     bool is_faithful = false;
+    // Every byte that is written is read, or told of as lost. Logs are written, rotated, emptied and removed, and nothing
+    // in them is edited.
+    bool tells_losses = false;
 };
 
 // In a faithful history as often as the monitor promises to follow, in any other more often.
@@ -133,6 +136,8 @@ class Random {
 
 // A history of the seed. A faithful one has only what keeps the promise; any other has everything.
 History Generate(uint64_t seed, bool is_faithful);
+// One with everything that a witness of the losses can see.
+History GenerateUnedited(uint64_t seed);
 
 } // namespace history
 

@@ -275,6 +275,8 @@ void World::Append(Log log, const std::string &text)
     const std::string rest = writer.rest.empty() ? "" : writer.rest + "\n";
     writer.rest.clear();
     folder.Append(NameOf(log), rest + text, clock);
+    if (has_begun_)
+        ledger.bytes[log] += static_cast<int64_t>((rest + text).size());
     writer.is_unread = true;
 }
 

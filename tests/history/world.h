@@ -40,6 +40,7 @@ struct Ledger {
         reports; // by the line's id: how often the event that takes every line reports it
     std::set<int> repeated; // lines of which that number is open, because repeats follow them
     std::array<int64_t, kClasses> sums{}; // occurrences, those in repeats included, of each class
+    std::array<int64_t, kLogs> bytes{};   // that were written, of each log
 };
 
 class World {

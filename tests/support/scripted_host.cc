@@ -384,6 +384,11 @@ int ReportsKeepTable()
     return Host().reports_keep_table ? 1 : 0;
 }
 
+void LogPartIsRead(const LogPart *part)
+{
+    Host().parts.push_back(*part);
+}
+
 FollowPassFn PassFollower()
 {
     return Host().pass_follower;

@@ -82,6 +82,7 @@ class ScriptedHost {
     bool record_trace = true;        // off: for tests that run millions of calls
     bool detail_is_on = true;        // the trace level
     bool reports_keep_table = false; // what the host promises
+    std::vector<LogPart> parts;      // of logs, as LogPartIsRead was told of them
     FollowPassFn pass_follower = nullptr;
     uint64_t traced = 0; // calls of TraceLog, whatever the level
     std::vector<TraceRecord> trace;

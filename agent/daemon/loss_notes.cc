@@ -1,0 +1,112 @@
+#include "agent/daemon/loss_notes.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "agent/alerts/own_alert.h"
+#include "agent/host/agent_values.h"
+#include "agent/logs/log_files.h"
+#include "platform/contract.h"
+
+namespace syslogmond {
+
+namespace {
+
+constexpr size_t kCustomerSlot = 1;
+
+std::vector<logs::FileRecord> ReadRecords(host::Database &database, int64_t slot,
+                                          const std::string &log)
+{
+    host::Statement select(
+        database, "SELECT path, device, inode, read_to, checked_to, size, written_ms, head,"
+                  " tail, is_left FROM log_file WHERE slot = ? AND log = ? ORDER BY age");
+    std::vector<logs::FileRecord> records;
+    select.Start(slot, log);
+    while (select.Next())
+        records.push_back({std::string(select.Text(0)), static_cast<uint64_t>(select.Integer(1)),
+                           static_cast<uint64_t>(select.Integer(2)), select.Integer(3),
+                           select.Integer(4), select.Integer(5), select.Integer(6),
+                           std::string(select.Text(7)), std::string(select.Text(8)),
+                           select.Integer(9) != 0});
+    return records;
+}
+
+} // namespace
+
+// The spool is the daemon's own file, of which it knows better what was read.
+std::string LossNotes::NameOf(size_t slot)
+{
+    if (slot != kCustomerSlot)
+        return kSystemLog;
+    const std::string name = logs::NameOfFile(registry_, kMonitorKey);
+    return name == host::AgentText(registry_, host::kInputSpool) ? "" : name;
+}
+
+void LossNotes::Begin()
+{
+    parts_.clear();
+    for (size_t slot = 0; slot < slots_.size(); ++slot) {
+        slots_[slot] = {};
+        Follow(slot, NameOf(slot));
+    }
+}
+
+void LossNotes::Follow(size_t slot, const std::string &log)
+{
+    Slot &own = slots_[slot];
+    if (own.witness ? own.witness->log() == log : log.empty())
+        return;
+    own = {};
+    if (log.empty())
+        return;
+    own.written = store_.Read([&](host::Database &database) {
+        return ReadRecords(database, static_cast<int64_t>(slot), log);
+    });
+    own.witness.emplace(log, own.written);
+}
+
+void LossNotes::BeforeCommit()
+{
+    const std::vector<LogPart> parts = std::exchange(parts_, {});
+    for (size_t slot = 0; slot < slots_.size(); ++slot) {
+        std::vector<LogPart> own;
+        std::copy_if(parts.begin(), parts.end(), std::back_inserter(own),
+                     [&](const LogPart &part) { return std::cmp_equal(part.slot, slot); });
+        Follow(slot, NameOf(slot));
+        if (!slots_[slot].witness)
+            continue;
+        for (const logs::LogLoss &loss : slots_[slot].witness->Take(own))
+            Tell(loss);
+        if (!own.empty())
+            Write(slot);
+    }
+}
+
+void LossNotes::Tell(const logs::LogLoss &loss)
+{
+    alerts::AddOwnAlert(
+        store_, {alerts::OwnEvent::kLoss, alerts::OwnState::kOnce, loss.file, TextOf(loss), ""});
+}
+
+void LossNotes::Write(size_t slot)
+{
+    Slot &own = slots_[slot];
+    std::vector<logs::FileRecord> records = own.witness->Records();
+    if (records == own.written)
+        return;
+    store_.Write([&](host::Database &database) {
+        host::KeptStatement forget(database, "DELETE FROM log_file WHERE slot = ?");
+        forget->Run(static_cast<int64_t>(slot));
+        host::KeptStatement insert(
+            database, "INSERT INTO log_file VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+        int64_t age = 0;
+        for (const logs::FileRecord &record : records)
+            insert->Run(static_cast<int64_t>(slot), age++, own.witness->log().string(), record.path,
+                        static_cast<int64_t>(record.device), static_cast<int64_t>(record.inode),
+                        record.read_to, record.checked_to, record.size, record.written_ms,
+                        host::Blob{record.head}, host::Blob{record.tail}, record.is_left ? 1 : 0);
+    });
+    own.written = std::move(records);
+}
+
+} // namespace syslogmond

@@ -1,0 +1,214 @@
+#include "agent/logs/witnessed_file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace logs {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Bytes by which a file is known again. A stamp and a host are shared by many lines.
+constexpr int64_t kHead = 256;
+constexpr int64_t kTail = 256;
+
+constexpr int64_t kBlock = int64_t{64} * 1024;
+// More is not looked through for a number: the monitor waits meanwhile.
+constexpr int64_t kMostCounted = int64_t{256} * 1024 * 1024;
+
+int64_t Milliseconds(const timespec &time)
+{
+    return int64_t{time.tv_sec} * 1000 + time.tv_nsec / 1'000'000;
+}
+
+} // namespace
+
+WitnessedFile::WitnessedFile(const fs::path &path)
+{
+    Open(path);
+    record.path = path;
+    struct stat status {};
+    if (!IsOpen() || fstat(*file_, &status) != 0)
+        return;
+    record.device = status.st_dev;
+    record.inode = status.st_ino;
+    Look();
+}
+
+WitnessedFile::WitnessedFile(FileRecord known) : record(std::move(known))
+{
+    if (record.inode == 0)
+        return;
+    Open(record.path);
+    if (IsTheOneRecorded())
+        return;
+    std::error_code failed;
+    for (const auto &entry : fs::directory_iterator(fs::path(record.path).parent_path(), failed)) {
+        struct stat status {};
+        if (lstat(entry.path().c_str(), &status) != 0 || status.st_ino != record.inode)
+            continue;
+        Open(entry.path());
+        if (IsTheOneRecorded()) {
+            record.path = entry.path();
+            return;
+        }
+    }
+    file_.reset();
+}
+
+void WitnessedFile::Open(const fs::path &path)
+{
+    file_.reset();
+    // A pipe is not waited for, and a terminal does not become the daemon's own.
+    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0)
+        return;
+    file_ = {new int(fd), [](const int *opened) {
+                 close(*opened);
+                 delete opened;
+             }};
+    struct stat status {};
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode))
+        file_.reset();
+}
+
+// The number of a removed file is given again, so the bytes count, too. Of a log that has lost its end, when the power was
+// cut for example, those at the head are left.
+bool WitnessedFile::IsTheOneRecorded() const
+{
+    struct stat status {};
+    if (!IsOpen() || fstat(*file_, &status) != 0 || !Is(status.st_dev, status.st_ino))
+        return false;
+    const std::string head = Bytes(0, static_cast<int64_t>(record.head.size()));
+    return GoesOnLike(record) || (!head.empty() && record.head.compare(0, head.size(), head) == 0);
+}
+
+bool WitnessedFile::IsRemoved() const
+{
+    struct stat status {};
+    return !IsOpen() || fstat(*file_, &status) != 0 || status.st_nlink == 0;
+}
+
+std::string WitnessedFile::Bytes(int64_t begin, int64_t end) const
+{
+    std::string bytes(static_cast<size_t>(std::max<int64_t>(end - begin, 0)), '\0');
+    size_t have = 0;
+    while (IsOpen() && have < bytes.size()) {
+        const ssize_t got = pread(*file_, bytes.data() + have, bytes.size() - have,
+                                  begin + static_cast<off_t>(have));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            break;
+        have += static_cast<size_t>(got);
+    }
+    bytes.resize(have);
+    return bytes;
+}
+
+WitnessedFile::Change WitnessedFile::Look()
+{
+    struct stat status {};
+    if (!IsOpen() || fstat(*file_, &status) != 0)
+        return Change::kNone;
+    const int64_t before = std::exchange(record.size, status.st_size);
+    record.written_ms = Milliseconds(status.st_mtim);
+    const std::string head = Bytes(0, std::min<int64_t>(kHead, record.size));
+    const bool is_same_log = head.compare(0, record.head.size(), record.head) == 0 || before == 0 ||
+                             (!head.empty() && record.head.compare(0, head.size(), head) == 0);
+    if (is_same_log)
+        record.head = head;
+    if (!is_same_log || (record.size == 0 && before > 0)) {
+        record.size = before;
+        return Change::kEmptied;
+    }
+    const bool is_as_it_was = record.size >= before && GoesOnLike(record);
+    return is_as_it_was ? Change::kNone : Change::kCut;
+}
+
+int64_t WitnessedFile::EndOfLine(int64_t offset) const
+{
+    if (offset < 0)
+        return 0;
+    for (int64_t at = offset;;) {
+        const std::string block = Bytes(at, at + kBlock);
+        const size_t end = block.find('\n');
+        if (end != std::string::npos)
+            return at + static_cast<int64_t>(end) + 1;
+        at += static_cast<int64_t>(block.size());
+        if (std::cmp_less(block.size(), kBlock))
+            return at;
+    }
+}
+
+int64_t WitnessedFile::Lines(int64_t begin, int64_t end) const
+{
+    if (!IsOpen() || end - begin > kMostCounted)
+        return -1;
+    int64_t lines = 0;
+    char last = '\n';
+    for (int64_t at = begin; at < end;) {
+        const std::string block = Bytes(at, std::min(end, at + kBlock));
+        if (block.empty())
+            return -1;
+        lines += std::count(block.begin(), block.end(), '\n');
+        last = block.back();
+        at += static_cast<int64_t>(block.size());
+    }
+    return lines + (last == '\n' ? 0 : 1);
+}
+
+void WitnessedFile::ReadTo(int64_t offset)
+{
+    record.read_to = offset;
+    is_uncertain_ = false;
+    record.tail = Bytes(std::max<int64_t>(offset - kTail, 0), offset);
+}
+
+void WitnessedFile::LosePlace()
+{
+    ReadTo(std::min(record.read_to, record.size));
+    is_uncertain_ = true;
+}
+
+bool WitnessedFile::GoesOnLike(const FileRecord &other) const
+{
+    return Bytes(other.read_to - static_cast<int64_t>(other.tail.size()), other.read_to) ==
+           other.tail;
+}
+
+bool WitnessedFile::IsCopyOf(const FileRecord &other) const
+{
+    return !other.head.empty() && GoesOnLike(other) &&
+           record.head.compare(0, other.head.size(), other.head) == 0;
+}
+
+int64_t WitnessedFile::FindTail() const
+{
+    if (record.tail.empty() || record.size > kMostCounted)
+        return -1;
+    const std::string all = Bytes(0, record.size);
+    const size_t at = all.rfind(record.tail);
+    return at == std::string::npos ? -1 : static_cast<int64_t>(at + record.tail.size());
+}
+
+WitnessedFile WitnessedFile::Split()
+{
+    WitnessedFile content;
+    content.record = record;
+    content.record.inode = 0;
+    record.read_to = 0;
+    record.checked_to = 0;
+    record.size = 0;
+    record.head.clear();
+    record.tail.clear();
+    Look();
+    return content;
+}
+
+} // namespace logs

@@ -1,0 +1,122 @@
+"""What the monitor passes over by its rules, it tells: which file, which part of it, how many lines. And nothing else."""
+import gzip
+
+import lab
+
+FIRST = lab.VAR_LOG / "messages.1"
+
+
+class Losses(lab.LabTest):
+    def setUp(self):
+        super().setUp()
+        # No pass but those that are asked for.
+        self.lab.command("set", "trigger-interval", "0")
+        self.write("the log begins")
+        self.lab.watch("ERROR", 1, "error")
+        self.daemon.start()
+
+    def write(self, *texts):
+        lab.append(lab.MESSAGES, *(lab.stamped(text) for text in texts))
+
+    def told(self):
+        return self.lab.own_alerts("loss")
+
+    def assert_told(self, *parts):
+        told = self.told()
+        self.assertEqual(len(parts), len(told), told)
+        for part, message in zip(parts, told):
+            self.assertIn(part, message)
+
+    def test_a_rotation_that_is_followed_is_no_loss(self):
+        for number in range(5):
+            self.write(f"error {number}, before the rotation")
+            lab.MESSAGES.rename(FIRST)
+            self.write(f"error {number}, behind it")
+            self.daemon.look()
+            FIRST.unlink()
+        self.assertEqual(10, len(self.lab.alerts("ERROR")))
+        self.assert_told()
+
+    def test_a_log_that_is_compressed_at_once_is_told_with_its_lines(self):
+        self.write("error 1", "error 2", "error 3")
+        with gzip.open(lab.VAR_LOG / "messages.1.gz", "wb") as archive:
+            archive.write(lab.MESSAGES.read_bytes())
+        lab.MESSAGES.unlink()
+        self.write("the next log", "error 4")
+        self.daemon.look()
+        self.assertEqual([], self.lab.alerts("ERROR"))
+        self.assert_told("/var/log/messages: 3 lines", "/var/log/messages: 2 lines (bytes 0 to ")
+
+    def test_a_backup_of_another_name_is_told_with_its_lines(self):
+        self.write("error 1", "error 2")
+        lab.MESSAGES.rename(lab.VAR_LOG / "messages.old")
+        self.write("the next log")
+        self.daemon.look()
+        self.assert_told(": 2 lines", ": 1 line (bytes 0 to ")
+
+    def test_what_is_written_between_an_emptying_and_the_next_pass_is_told(self):
+        lab.MESSAGES.write_bytes(b"")
+        self.write("error 1", "error 2")
+        self.daemon.look()
+        self.assert_told("/var/log/messages: 2 lines (bytes 0 to ")
+
+    def test_what_is_written_to_a_log_that_was_left_is_told(self):
+        with open(lab.MESSAGES, "ab", buffering=0) as late:
+            lab.MESSAGES.rename(FIRST)
+            self.write("the next log")
+            self.daemon.look()
+            late.write(lab.stamped("error, too late").encode() + b"\n")
+            self.daemon.look()
+        self.assertEqual([], self.lab.alerts("ERROR"))
+        self.assert_told("messages: 1 line")
+
+    def test_a_loss_while_the_monitor_was_stopped_is_told_at_the_next_start(self):
+        self.daemon.stop()
+        self.write("error 1", "error 2")
+        lab.MESSAGES.rename(lab.VAR_LOG / "messages.old")
+        self.write("the next log")
+        self.daemon.start()
+        self.assert_told("messages.old: 2 lines", "/var/log/messages: 1 line (bytes 0 to ")
+        self.daemon.stop()
+        self.daemon.start()
+        self.assertEqual(2, len(self.told()), "a restart tells nothing again")
+
+    def test_a_pass_that_is_killed_tells_nothing_twice(self):
+        self.write("error 1")
+        lab.MESSAGES.rename(lab.VAR_LOG / "messages.old")
+        self.write("the next log")
+        self.daemon.kill()
+        self.daemon.start()
+        self.assertEqual(2, len(self.told()))
+
+    def test_a_log_that_has_lost_its_end_is_read_on_without_a_word_when_nothing_is_lost(self):
+        self.write("error 1", "error 2")
+        self.daemon.scan()
+        self.daemon.kill()
+        whole = lab.MESSAGES.read_bytes()
+        lab.MESSAGES.write_bytes(whole[:whole.rindex(b"\n", 0, -1) + 1])
+        self.daemon.start()
+        self.assertEqual(2, len(self.lab.alerts("ERROR")))
+        self.assert_told()
+
+    def test_lines_that_take_the_place_of_a_lost_end_are_told_when_they_are_passed_over(self):
+        kept = lab.MESSAGES.read_bytes()
+        stamp = lab.stamped("")
+        lab.append(lab.MESSAGES, stamp + "error 1, which the disk never had")
+        self.daemon.scan()
+        self.daemon.kill()
+        # Of the same second, and so taken for what stood there.
+        lab.MESSAGES.write_bytes(kept)
+        self.daemon.launch()
+        self.daemon.wait_at_rest()
+        lab.append(lab.MESSAGES, stamp + "error 2")
+        self.daemon.look()
+        reported = len(self.lab.alerts("ERROR"))
+        self.assertEqual(2 - reported, len(self.told()), self.told())
+
+    def test_the_first_start_tells_nothing(self):
+        self.assert_told()
+
+
+if __name__ == "__main__":
+    lab.main()
