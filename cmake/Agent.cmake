@@ -75,7 +75,8 @@ target_link_libraries(vkmncall PRIVATE agent_alerts)
 
 add_agent_folder(history history_reader.cc history_writer.cc steps.cc)
 
-add_agent_folder(policy count_store.cc count_text.cc event_count.cc expression.cc policies.cc report_desk.cc summary.cc value_count.cc)
+add_agent_folder(policy count_store.cc count_text.cc event_count.cc expression.cc policies.cc report_desk.cc silence.cc silence_desk.cc
+    silence_registry.cc summary.cc value_count.cc)
 target_link_libraries(agent_policy PUBLIC agent_alerts agent_events PRIVATE agent_text PkgConfig::RE2)
 
 add_agent_folder(sinks UNHURRIED alert_json.cc alertmanager_sink.cc backoff.cc console_sink.cc deliverer.cc
@@ -123,7 +124,7 @@ add_agent_folder(cli UNHURRIED WITH_JSON alert_commands.cc context.cc doctor_age
     doctor_promises.cc doctor_rsyslog.cc doctor_sinks.cc event_commands.cc event_json.cc explain.cc
     hour_of.cc input_commands.cc line_trial.cc matched_line.cc metrics_commands.cc option_word.cc output.cc
     progress_bar.cc reg_file_commands.cc registry_commands.cc rendered_log.cc rsyslog_config.cc rule_tests.cc rules_commands.cc
-    scan_commands.cc setting_commands.cc since.cc sink_commands.cc status_commands.cc tally.cc
+    scan_commands.cc setting_commands.cc silence_commands.cc since.cc sink_commands.cc status_commands.cc tally.cc
     temporary_folder.cc test_commands.cc text_input.cc trace_commands.cc trial.cc trial_clock.cc trial_input.cc
     undelivered_commands.cc)
 target_link_libraries(agent_cli PUBLIC agent_commandline agent_inputs agent_logs agent_metrics agent_regfile agent_rules

@@ -22,7 +22,7 @@ const std::string kBytesOfRow =
 const std::string kColumns =
     " time_ms, host, log_name, source, event_id, count, message, reports, last_time_ms,"
     " last_message, line_host, program, own_time, severity, labels, summary, runbook_url,"
-    " value, held_reports, held_hits, held_first_ms, held_first, held_last_ms, held_last,"
+    " value, held_reports, held_hits, held_first_ms, held_first, held_last_ms, held_last, silence,"
     " (SELECT uuid FROM key_series WHERE first_alert "
     "<= alert.id"
     " ORDER BY first_alert DESC LIMIT 1) ";
@@ -49,15 +49,15 @@ int64_t InsertAlert(host::Database &database, const Alert &alert)
                                "INSERT INTO alert (time_ms, host, log_name, source, event_id,"
                                " count, message, line_host, program, own_time, severity, labels,"
                                " summary, runbook_url, value, held_reports, held_hits,"
-                               " held_first_ms, held_first, held_last_ms, held_last)"
+                               " held_first_ms, held_first, held_last_ms, held_last, silence)"
                                " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?,"
-                               " ?, ?)");
+                               " ?, ?, ?)");
     const HeldBack &held = alert.held_back;
     insert->Run(alert.time_ms, alert.host, alert.log_name, alert.source, alert.event_id,
                 alert.count, alert.message, alert.line_host, alert.program, alert.own_time,
                 alert.severity, events::JoinLabels(alert.labels), alert.summary, alert.runbook_url,
                 alert.value, held.reports, held.hits, held.first_ms, held.first, held.last_ms,
-                held.last);
+                held.last, alert.silence);
     return database.LastInsertId();
 }
 
@@ -95,12 +95,18 @@ void FoldInto(host::Store &store, int64_t id, const Alert &report)
 {
     store.Write([&](host::Database &database) {
         host::KeptStatement fold(database,
-                                 "UPDATE alert SET count = count + ?, reports = reports + 1,"
-                                 " last_time_ms = ?, last_message = ?,"
-                                 " held_reports = held_reports + ?, held_hits = held_hits + ?"
-                                 " WHERE id = ?");
-        fold->Run(report.count, report.time_ms, report.message, report.held_back.reports,
-                  report.held_back.hits, id);
+                                 "UPDATE alert SET count = count + ?1, reports = reports + 1,"
+                                 " last_time_ms = ?2, last_message = ?3,"
+                                 // The first of all that were held back, and the last.
+                                 " held_first_ms = iif(held_reports = 0, ?6, held_first_ms),"
+                                 " held_first = iif(held_reports = 0, ?7, held_first),"
+                                 " held_last_ms = iif(?4 = 0, held_last_ms, ?8),"
+                                 " held_last = iif(?4 = 0, held_last, ?9),"
+                                 " held_reports = held_reports + ?4, held_hits = held_hits + ?5"
+                                 " WHERE id = ?10");
+        const HeldBack &held = report.held_back;
+        fold->Run(report.count, report.time_ms, report.message, held.reports, held.hits,
+                  held.first_ms, held.first, held.last_ms, held.last, id);
     });
 }
 
@@ -134,7 +140,8 @@ std::vector<Alert> AlertsOf(host::Statement &select)
         alert.value = select.Text(18);
         alert.held_back = {select.Integer(19), select.Integer(20), select.Integer(21),
                            select.Integer(23), select.Text(22),    select.Text(24)};
-        alert.key = select.Text(25) + "/" + std::to_string(alert.id);
+        alert.silence = static_cast<uint32_t>(select.Integer(25));
+        alert.key = select.Text(26) + "/" + std::to_string(alert.id);
         found.push_back(std::move(alert));
     }
     return found;
@@ -155,10 +162,25 @@ std::vector<Alert> ReadAlerts(host::Database &database, int64_t after, int64_t s
 
 namespace {
 
-// What a filter asks for, with parameters 1 to 5.
+// What a filter asks for, with parameters 1 to 8.
 const std::string kMeetsFilter =
     " time_ms >= ?1 AND source GLOB ?2 AND host GLOB ?3 AND (?4 < 0 OR event_id = ?4)"
+    " AND time_ms < ?6 AND (?7 = 0 OR silence <> 0)"
+    // At or above: earlier in the list of all severities, from which a milder one is not looked for.
+    " AND instr(?8, ' ' || iif(severity = '', 'warning', severity) || ' ') > 0"
     " AND (instr(lower(message), lower(?5)) > 0 OR instr(lower(last_message), lower(?5)) > 0) ";
+
+// Parameter 8: those at or above the filter's, with a blank around each.
+std::string SeveritiesOf(const AlertFilter &filter)
+{
+    std::string names = " ";
+    for (const std::string &severity : events::kSeverities) {
+        names += severity + " ";
+        if (severity == filter.severity)
+            break;
+    }
+    return names;
+}
 
 // Parameter 4: no event ID is negative.
 int64_t EventOf(const AlertFilter &filter)
@@ -172,10 +194,10 @@ std::vector<Alert> FindAlerts(host::Database &database, const AlertFilter &filte
                               int64_t limit)
 {
     host::Statement select(database, ("SELECT id," + kColumns + "FROM alert WHERE" + kMeetsFilter +
-                                      "AND id > ?6 ORDER BY id LIMIT ?7")
+                                      "AND id > ?9 ORDER BY id LIMIT ?10")
                                          .c_str());
-    select.Start(filter.since_ms, filter.source, filter.host, EventOf(filter), filter.text, after,
-                 limit);
+    select.Start(filter.since_ms, filter.source, filter.host, EventOf(filter), filter.text,
+                 filter.until_ms, filter.is_silenced ? 1 : 0, SeveritiesOf(filter), after, limit);
     return AlertsOf(select);
 }
 
@@ -193,9 +215,10 @@ std::vector<Alert> FindNewest(host::Database &database, const AlertFilter &filte
 int64_t BeforeNewest(host::Database &database, const AlertFilter &filter, int64_t count)
 {
     host::Statement select(database, ("SELECT id FROM alert WHERE" + kMeetsFilter +
-                                      "ORDER BY id DESC LIMIT 1 OFFSET ?6")
+                                      "ORDER BY id DESC LIMIT 1 OFFSET ?9")
                                          .c_str());
-    select.Start(filter.since_ms, filter.source, filter.host, EventOf(filter), filter.text, count);
+    select.Start(filter.since_ms, filter.source, filter.host, EventOf(filter), filter.text,
+                 filter.until_ms, filter.is_silenced ? 1 : 0, SeveritiesOf(filter), count);
     return select.Next() ? select.Integer(0) : 0;
 }
 
@@ -227,10 +250,11 @@ int64_t OldestAlertId(host::Database &database)
 std::vector<Alert> NewestOfEachKind(host::Database &database, int64_t up_to, int64_t since_ms,
                                     int64_t from)
 {
-    host::Statement select(database, ("SELECT max(id)," + kColumns +
-                                      "FROM alert WHERE id <= ? AND (time_ms >= ? OR id >= ?)"
-                                      " GROUP BY source, event_id, host ORDER BY 1")
-                                         .c_str());
+    host::Statement select(database,
+                           ("SELECT max(id)," + kColumns +
+                            "FROM alert WHERE silence = 0 AND id <= ? AND (time_ms >= ? OR id >= ?)"
+                            " GROUP BY source, event_id, host ORDER BY 1")
+                               .c_str());
     select.Start(up_to, since_ms, from);
     return AlertsOf(select);
 }

@@ -51,6 +51,7 @@ struct Alert {
     std::string runbook_url;
     std::string value; // of the host, program or capture that the hits were counted for
     HeldBack held_back;
+    uint32_t silence = 0; // the number of the silence that holds it back: no sink gets it; 0: none
     // Of a flood, one alert stands for many reports of its event. `time_ms` and `message` are then of
     // the first of them, and these of the last; of a single report they are 0 and empty.
     int64_t reports = 1;
@@ -86,6 +87,9 @@ std::vector<Alert> ReadAlerts(host::Database &database, int64_t after, int64_t s
 // Which alerts are wanted: those that meet every condition that is set.
 struct AlertFilter {
     int64_t since_ms = 0;             // at or after it
+    int64_t until_ms = INT64_MAX;     // before it
+    std::string severity = "";        // at or above it, an alert without one being a warning
+    bool is_silenced = false;         // only those that a silence holds back
     std::string source = "*";         // a pattern with *, ? and [...], in which case counts
     std::string host = "*";           // likewise
     std::optional<uint32_t> event_id; // this one

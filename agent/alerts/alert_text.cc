@@ -30,6 +30,8 @@ std::string AlertLine(const Alert &alert)
                 " hits were held back from " + text::LocalTime(held.first_ms) + " to " +
                 text::LocalTime(held.last_ms) + ", the first: " + text::Printable(held.first) +
                 ", the last: " + text::Printable(held.last) + ")";
+    if (alert.silence != 0)
+        line += " (held back by the silence " + std::to_string(alert.silence) + ")";
     return line;
 }
 

@@ -24,6 +24,7 @@ constexpr Kind kKinds[] = {
     {OwnEvent::kStoreFull, "store-full", "err"},
     {OwnEvent::kSinkFails, "sink-fails", "err"},
     {OwnEvent::kClock, "clock", "notice"},
+    {OwnEvent::kSilenceEnded, "silence-ended", "notice"},
 };
 
 const Kind *FindKind(OwnEvent event)
@@ -75,6 +76,7 @@ void AddOwnAlert(host::Store &store, const OwnAlert &own)
     alert.count = 1;
     alert.message = own.message;
     alert.severity = SeverityOf(own);
+    alert.held_back = own.held_back;
     alert.labels = {{"alarm", OwnKind(own.event)}, {"state", StateName(own.state)}};
     if (!own.about.empty())
         alert.labels[kAbout] = own.about;

@@ -11,6 +11,7 @@
 //   7      store-full     store         the store's disk is nearly full
 //   8      sink-fails     sink          a sink has taken no alert for long
 //   9      clock                        the clock was set
+//   10     silence-ended  silence       a silence is over that has held back alerts
 //
 // Labels: "alarm" is the kind, "about" the thing, "state" is "begins", "lasts", "ended" or "once".
 #ifndef AGENT_ALERTS_OWN_ALERT_H
@@ -36,6 +37,7 @@ enum class OwnEvent : uint32_t {
     kStoreFull,
     kSinkFails,
     kClock,
+    kSilenceEnded,
 };
 
 // Is it over, or does it go on? What happens at one moment is neither.
@@ -44,9 +46,10 @@ enum class OwnState { kOnce, kBegins, kLasts, kEnded };
 struct OwnAlert {
     OwnEvent event = OwnEvent::kLoss;
     OwnState state = OwnState::kOnce;
-    std::string about;   // which file, input or sink; may be empty
-    std::string message; // a sentence without a full stop
-    std::string log;     // what it is told of as; empty: `about`
+    std::string about;       // which file, input or sink; may be empty
+    std::string message;     // a sentence without a full stop
+    std::string log;         // what it is told of as; empty: `about`
+    HeldBack held_back = {}; // of a silence
 };
 
 // "sink-fails": of a number that is none of them, empty.

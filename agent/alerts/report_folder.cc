@@ -13,7 +13,7 @@ void ReportFolder::Add(host::Store &store, const Alert &report)
         pass_ = pass;
         open_.clear();
     }
-    const Event event = {report.source, report.event_id};
+    const Event event = {report.source, report.event_id, report.silence};
     const auto open = open_.find(event);
     if (open != open_.end()) {
         FoldInto(store, open->second, report);

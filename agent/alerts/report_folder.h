@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
-#include <utility>
+#include <tuple>
 
 #include "agent/alerts/alert_store.h"
 
@@ -23,7 +23,8 @@ class ReportFolder {
     void Add(host::Store &store, const Alert &report);
 
   private:
-    using Event = std::pair<std::string, uint32_t>; // source and event ID
+    // Source, event ID, and the silence that holds it back: what is told of takes in nothing that is not.
+    using Event = std::tuple<std::string, uint32_t, uint32_t>;
 
     int64_t pass_ = -1;             // of which the next holds; -1: no report yet
     std::map<Event, int64_t> open_; // alerts that take the further reports of their events

@@ -34,6 +34,9 @@ constexpr int64_t kLastOnes = 10;
 struct AlertOptions {
     bool follow = false;
     std::string since;
+    std::string until;
+    std::string severity;
+    bool silenced = false;
     std::string source;
     std::string event;
     std::string host;
@@ -46,6 +49,12 @@ alerts::AlertFilter FilterOf(const AlertOptions &options)
     alerts::AlertFilter filter;
     if (!options.since.empty())
         filter.since_ms = ParseSince(options.since, time(nullptr));
+    if (!options.until.empty())
+        filter.until_ms = ParseSince(options.until, time(nullptr));
+    if (!options.severity.empty())
+        events::CheckSeverity(options.severity);
+    filter.severity = options.severity;
+    filter.is_silenced = options.silenced;
     if (!options.source.empty())
         filter.source = options.source;
     if (!options.host.empty())
@@ -91,6 +100,8 @@ json ToJson(const Alert &alert)
         object["held_back"] = {{"reports", held.reports},        {"hits", held.hits},
                                {"first_time_ms", held.first_ms}, {"first", held.first},
                                {"last_time_ms", held.last_ms},   {"last", held.last}};
+    if (alert.silence != 0)
+        object["silence"] = alert.silence;
     // Only of one that stands for several reports: the others have nothing to say here.
     if (alert.IsFolded()) {
         object["reports"] = alert.reports;
@@ -156,6 +167,15 @@ void SetUpAlerts(Parser &parser, Context &context)
              "Only from this time on: 10m, 1h30m or 1d ago, 10:00, yesterday, or "
              "\"2026-11-21 10:00\"")
         .TypeName("TIME");
+    parser.Add("--until", options->until, "Only before this time, which is written likewise")
+        .TypeName("TIME");
+    parser
+        .Add(
+            "--severity", options->severity,
+            "Only at or above this severity: emerg, alert, crit, err, warning (also those that say "
+            "none), notice, info, debug")
+        .TypeName("NAME");
+    parser.AddFlag("--silenced", options->silenced, "Only those that a silence has held back");
     parser.Runs([&, options] { return ShowAlerts(context, *options); });
 }
 

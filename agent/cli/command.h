@@ -84,6 +84,7 @@ extern const std::vector<Command> kSettingCommands;
 extern const std::vector<Command> kScanCommands;
 extern const std::vector<Command> kAlertCommands;
 extern const std::vector<Command> kSinkCommands;
+extern const std::vector<Command> kSilenceCommands;
 extern const std::vector<Command> kInputCommands;
 extern const std::vector<Command> kRegistryCommands;
 extern const std::vector<Command> kTraceCommands;

@@ -15,6 +15,7 @@ namespace {
 const std::vector<std::pair<std::string, const char *>> kGroups = {
     {"event", "Registered events: what is looked for, and how often it was seen"},
     {"sink", "Sinks: where alerts go"},
+    {"silence", "Silences: alerts that nobody needs to be told of for a while"},
     {"input", "Inputs: the journal and files that are read beside the system log"},
     {"reg", "The registry, where all settings and states are kept"},
     {"trace", "The trace log of the daemon"},
@@ -26,8 +27,9 @@ void AddCommands(commandline::CommandLine &line, Context &context)
         line.Group(word, help);
     for (const auto *rows :
          {&kStatusCommands, &kEventCommands, &kSettingCommands, &kScanCommands, &kAlertCommands,
-          &kSinkCommands, &kInputCommands, &kRegistryCommands, &kTraceCommands, &kRulesCommands,
-          &kRegFileCommands, &kTestCommands, &kDoctorCommands, &kMetricsCommands}) {
+          &kSinkCommands, &kSilenceCommands, &kInputCommands, &kRegistryCommands, &kTraceCommands,
+          &kRulesCommands, &kRegFileCommands, &kTestCommands, &kDoctorCommands,
+          &kMetricsCommands}) {
         for (const Command &command : *rows) {
             Parser parser = line.Command(command.words, command.help);
             command.set_up(parser, context);

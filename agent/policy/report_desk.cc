@@ -41,7 +41,7 @@ void TellOfDroppedValues(const events::EventKey &key)
 } // namespace
 
 ReportDesk::ReportDesk(host::Host &host, FindLineTime find_time, TellOutcome tell)
-    : host_(host), find_time_(std::move(find_time)), tell_(std::move(tell))
+    : host_(host), find_time_(std::move(find_time)), tell_(std::move(tell)), silences_(host)
 {
     host_.SetReportTaker([this](const ReportRequest &request) { Take(request); });
 }
@@ -78,6 +78,7 @@ void ReportDesk::Save()
         if (policy->count() != nullptr)
             SaveCount(host_.store(), policy->event().key, policy->count());
     }
+    silences_.Save();
 }
 
 void ReportDesk::Take(const ReportRequest &request)
@@ -88,7 +89,7 @@ void ReportDesk::Take(const ReportRequest &request)
     if (Policy *policy = policies_.Find({request.source, request.eventId}))
         outcome = TakeByPolicy(policy, &alert);
     else
-        folder_.Add(host_.store(), alert);
+        Store(&alert);
     if (tell_)
         tell_(request, outcome, hits);
 }
@@ -114,8 +115,15 @@ Outcome::Kind ReportDesk::TakeByPolicy(Policy *policy, alerts::Alert *alert)
     alert->value = policy->ValueOf(line);
     alert->count = outcome.hits;
     alert->held_back = ToAlert(outcome.held_back);
-    folder_.Add(host_.store(), *alert);
+    Store(alert);
     return outcome.kind;
+}
+
+void ReportDesk::Store(alerts::Alert *alert)
+{
+    silences_.Take(
+        alert, [&] { return find_time_(alert->message).value_or(alert->time_ms / kMsOfSecond); });
+    folder_.Add(host_.store(), *alert);
 }
 
 } // namespace policy

@@ -16,6 +16,7 @@
 #include "agent/alerts/report_folder.h"
 #include "agent/host/host.h"
 #include "agent/policy/policies.h"
+#include "agent/policy/silence_desk.h"
 #include "platform/siblings.h"
 
 namespace policy {
@@ -45,11 +46,13 @@ class ReportDesk {
   private:
     void Take(const ReportRequest &request);
     Outcome::Kind TakeByPolicy(Policy *policy, alerts::Alert *alert);
+    void Store(alerts::Alert *alert);
 
     host::Host &host_;
     FindLineTime find_time_;
     TellOutcome tell_;
     Policies policies_;
+    SilenceDesk silences_;
     alerts::ReportFolder folder_;
 };
 

@@ -79,6 +79,8 @@ Route::Route(const std::string &conditions, std::string sink) : sink_(std::move(
 
 bool Route::Takes(const alerts::Alert &alert) const
 {
+    if (alert.silence != 0)
+        return false;
     if (!sink_.empty() && alerts::IsAboutSink(alert, sink_))
         return false;
     if (mildest_ != SIZE_MAX &&

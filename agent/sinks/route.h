@@ -3,7 +3,7 @@
 // Conditions stand behind commas. Of those with one name, one must hold; of different names, each. Values
 // are patterns with *, ? and [...], in which case counts. The host is the one that wrote the line, or
 // where the line was found when it does not say. An event without a severity is a warning here, as in the
-// sinks that send one.
+// sinks that send one. What a silence holds back is for no sink.
 #ifndef AGENT_SINKS_ROUTE_H
 #define AGENT_SINKS_ROUTE_H
 

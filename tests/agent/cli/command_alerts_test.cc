@@ -79,6 +79,36 @@ TEST_F(AlertsCommand, WithoutAlertsPrintsNothing)
     ExpectOutput({"--json", "alerts"}, "");
 }
 
+TEST_F(AlertsCommand, AreChosenByTheirSeverityTimeAndSilence)
+{
+    const auto add = [](int64_t time_ms, const std::string &severity, uint32_t silence) {
+        Alert alert;
+        alert.time_ms = time_ms;
+        alert.severity = severity;
+        alert.silence = silence;
+        alert.message = severity.empty() ? "none" : severity;
+        alerts::AddAlert(test::Store(), alert);
+    };
+    StartHere();
+    add(kMoment, "crit", 0);
+    add(kMoment + 60000, "", 7);
+    add(kMoment + 120000, "notice", 0);
+    test::StopHost();
+    EXPECT_EQ((Strings{"crit"}), Messages({"--severity", "err"}));
+    EXPECT_EQ((Strings{"crit", "none"}), Messages({"--severity", "warning"}));
+    EXPECT_EQ((Strings{"crit", "none", "notice"}), Messages({"--severity", "debug"}));
+    EXPECT_EQ((Strings{"none"}), Messages({"--silenced"}));
+    EXPECT_EQ((Strings{"crit", "none"}), Messages({"--until", "2026-11-21 10:02"}));
+    EXPECT_EQ((Strings{"none"}),
+              Messages({"--since", "2026-11-21 10:01", "--until", "2026-11-21 10:02"}));
+    EXPECT_EQ((Strings{"crit"}), Messages({"--severity", "err", "-n", "2"}));
+    EXPECT_NE(std::string::npos,
+              Syslogmon({"alerts", "--silenced"}).out.find("(held back by the silence 7)"));
+    ExpectFailed({"alerts", "--severity", "bad"},
+                 "cannot use the severity \"bad\": there is none of that name; use emerg, alert, "
+                 "crit, err, warning, notice, info, debug");
+}
+
 TEST_F(AlertsCommand, AreShownOldestFirst)
 {
     Add(kMoment, "one");

@@ -66,6 +66,13 @@ TEST(RouteTest, OfOneNameOneMustHoldAndOfSeveralNamesEach)
     EXPECT_FALSE(route.Takes(elsewhere));
 }
 
+TEST(RouteTest, WhatASilenceHoldsBackIsForNoSink)
+{
+    alerts::Alert alert = AlertOf("DISK", "emerg");
+    alert.silence = 1;
+    EXPECT_FALSE(Route().Takes(alert));
+}
+
 TEST(RouteTest, AMistakeIsNamedWithItsPlaceAndWhatIsAllowed)
 {
     const std::string allowed = CheckRoute("source=DISK*,sevrity>=err");

@@ -1,0 +1,216 @@
+// silence add, list, end
+//
+// The commands write the registry only. The daemon reads it with each pass that has something to report,
+// so a silence holds for all lines that are checked from then on.
+#include <cstdlib>
+#include <ctime>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+#include "agent/cli/command.h"
+#include "agent/cli/output.h"
+#include "agent/events/events.h"
+#include "agent/policy/silence_desk.h"
+#include "agent/policy/silence_registry.h"
+#include "agent/text/duration.h"
+#include "agent/text/printable.h"
+#include "agent/text/times.h"
+
+namespace cli {
+
+namespace {
+
+using nlohmann::json;
+using policy::Silence;
+using policy::SilenceHeld;
+
+constexpr size_t kMaxText = 256; // bytes of a pattern and of the comment
+constexpr int64_t kMsOfSecond = 1000;
+
+struct SilenceOptions {
+    std::string source = "*";
+    std::string host = "*";
+    std::string event;
+    std::string span;
+    std::string every;
+    std::string comment;
+    bool summary = false;
+    bool all = false;
+    int64_t number = 0;
+};
+
+// Who types it, also behind sudo.
+std::string Author()
+{
+    const char *sudo = getenv("SUDO_USER");
+    if (sudo != nullptr)
+        return sudo;
+    const struct passwd *user = getpwuid(geteuid());
+    return user != nullptr ? user->pw_name : std::to_string(geteuid());
+}
+
+void CheckText(const char *name, const std::string &text, bool may_be_empty)
+{
+    if ((text.empty() && !may_be_empty) || text.size() > kMaxText || text::Printable(text) != text)
+        throw host::Error(std::string("cannot use the ") + name + " \"" +
+                              text::Printable(text.substr(0, 60)) + "\"",
+                          "it is empty, too long, or holds a control character",
+                          "use a text of 1 to 256 bytes");
+}
+
+Silence SilenceOf(const SilenceOptions &options, int64_t now_s)
+{
+    Silence silence;
+    CheckText("pattern", options.source, false);
+    CheckText("pattern", options.host, false);
+    CheckText("comment", options.comment, true);
+    silence.source = options.source;
+    silence.host = options.host;
+    silence.comment = options.comment;
+    silence.author = Author();
+    silence.wants_summary = options.summary;
+    if (!options.event.empty())
+        silence.event_id = events::ParseEventId(options.event);
+    silence.begin_s = now_s;
+    if (!options.span.empty()) {
+        const auto span = text::ParseDuration(options.span);
+        if (!span || *span == 0)
+            throw host::Error("cannot use the time \"" + options.span + "\"",
+                              "its form is not known", "write 30m, 2h, 1h30m or 7d");
+        silence.end_s = now_s + *span;
+    }
+    if (!options.every.empty())
+        silence.window = policy::ParseWindow(options.every);
+    return silence;
+}
+
+std::string CheckAdd(const SilenceOptions &options)
+{
+    return options.span.empty() && options.every.empty()
+               ? "say how long with --for, or when with --every"
+               : "";
+}
+
+int AddSilence(Context &context, const SilenceOptions &options)
+{
+    const int64_t now_s = time(nullptr);
+    const Silence silence = SilenceOf(options, now_s);
+    context.Open();
+    const uint32_t number =
+        policy::AddSilence(context.Host().store(), context.Host().registry(), silence, now_s);
+    if (context.json)
+        PrintJson({{"added", number}});
+    else
+        printf("%u\n", number);
+    return kExitDone;
+}
+
+const char *StateOf(const Silence &silence, int64_t now_s)
+{
+    if (silence.IsOver(now_s))
+        return "over";
+    return silence.Holds(now_s) ? "holds" : "waits";
+}
+
+json ToJson(const Silence &silence, const SilenceHeld &held, int64_t now_s)
+{
+    return {{"silence", silence.number},
+            {"state", StateOf(silence, now_s)},
+            {"source", silence.source},
+            {"event_id",
+             silence.event_id ? json(events::FormatEventId(*silence.event_id)) : json(nullptr)},
+            {"host", silence.host},
+            {"begin_ms", silence.begin_s * kMsOfSecond},
+            {"end_ms", silence.end_s != 0 ? json(silence.end_s * kMsOfSecond) : json(nullptr)},
+            {"every", silence.window ? json(policy::WindowText(*silence.window)) : json(nullptr)},
+            {"summary", silence.wants_summary},
+            {"comment", silence.comment},
+            {"author", silence.author},
+            {"alerts", held.alerts},
+            {"hits", held.lines.hits}};
+}
+
+int ListSilences(Context &context, const SilenceOptions &options)
+{
+    context.OpenToRead();
+    const int64_t now_s = time(nullptr);
+    const auto held = policy::ReadSilenceHeld(context.Host().store().database());
+    json list = json::array();
+    Table table({"SILENCE", "STATE", "SOURCE", "EVENT", "HOST", "UNTIL", "EVERY", "HELD BACK", "BY",
+                 "COMMENT"});
+    for (const Silence &silence : policy::ReadSilences(context.Host().registry())) {
+        if (silence.IsOver(now_s) && !options.all)
+            continue;
+        const auto found = held.find(silence.number);
+        const SilenceHeld known = found != held.end() ? found->second : SilenceHeld{};
+        list.push_back(ToJson(silence, known, now_s));
+        table.Add({std::to_string(silence.number), StateOf(silence, now_s), silence.source,
+                   silence.event_id ? events::FormatEventId(*silence.event_id) : "-", silence.host,
+                   silence.end_s != 0 ? text::LocalTime(silence.end_s * kMsOfSecond) : "-",
+                   silence.window ? policy::WindowText(*silence.window) : "-",
+                   std::to_string(known.alerts), text::Printable(silence.author),
+                   silence.comment.empty() ? "-" : text::Printable(silence.comment)});
+    }
+    if (context.json)
+        PrintJson({{"silences", list}});
+    else
+        table.Print();
+    return kExitDone;
+}
+
+int EndSilence(Context &context, const SilenceOptions &options)
+{
+    context.Open();
+    policy::EndSilence(context.Host().store(), context.Host().registry(),
+                       static_cast<uint32_t>(options.number), time(nullptr));
+    if (context.json)
+        PrintJson({{"ended", options.number}});
+    return kExitDone;
+}
+
+void SetUpAddSilence(Parser &parser, Context &context)
+{
+    auto options = std::make_shared<SilenceOptions>();
+    parser.Add("--source", options->source, "Alerts of sources like this: 'DISK', 'NET*'; all")
+        .TypeName("PATTERN");
+    parser.Add("--host", options->host, "Of lines of hosts like this: 'web*'; all")
+        .TypeName("PATTERN");
+    parser.Add("--event", options->event, "Of events with this ID; all").TypeName("ID");
+    parser.Add("--for", options->span, "For so long from now on: 30m, 2h, 7d").TypeName("TIME");
+    parser
+        .Add(
+            "--every", options->every,
+            "Only then, again and again: \"mon-fri 22:00-06:00\", \"sat,sun\", \"02:00-03:00 UTC\"")
+        .TypeName("HOURS");
+    parser.Add("--comment", options->comment, "Why; it is shown in the list").TypeName("TEXT");
+    parser.AddFlag("--summary", options->summary,
+                   "One alert at its end, when it has held back something");
+    parser.Runs([&, options] { return AddSilence(context, *options); },
+                [options] { return CheckAdd(*options); });
+}
+
+void SetUpListSilences(Parser &parser, Context &context)
+{
+    auto options = std::make_shared<SilenceOptions>();
+    parser.AddFlag("--all", options->all, "Also those that were over in the last 30 days");
+    parser.Runs([&, options] { return ListSilences(context, *options); });
+}
+
+void SetUpEndSilence(Parser &parser, Context &context)
+{
+    auto options = std::make_shared<SilenceOptions>();
+    parser.Add("number", options->number, "The silence's number").Required().NotNegative();
+    parser.Runs([&, options] { return EndSilence(context, *options); });
+}
+
+} // namespace
+
+const std::vector<Command> kSilenceCommands = {
+    {"silence list", "Show the silences, and how much each has held back", SetUpListSilences},
+    {"silence add", "Store alerts like these without telling anybody", SetUpAddSilence},
+    {"silence end", "End a silence now", SetUpEndSilence},
+};
+
+} // namespace cli

@@ -1,0 +1,169 @@
+#include "agent/policy/silence.h"
+
+#include <cstdio>
+#include <ctime>
+#include <fnmatch.h>
+#include <sstream>
+
+#include "agent/host/error.h"
+
+namespace policy {
+
+namespace {
+
+constexpr int kDays = 7;
+constexpr unsigned kAllDays = (1U << kDays) - 1;
+constexpr int kMinutesOfADay = 24 * 60;
+constexpr const char *kDayNames[kDays] = {"sun", "mon", "tue", "wed", "thu", "fri", "sat"};
+constexpr char kUtc[] = "UTC";
+
+[[noreturn]] void Refuse(const std::string &text)
+{
+    throw host::Error("cannot use the hours \"" + text + "\"", "their form is not known",
+                      "write days and hours, such as \"mon-fri 22:00-06:00\", \"sat,sun\" or "
+                      "\"22:00-06:00 UTC\"");
+}
+
+std::optional<int> DayOf(const std::string &name)
+{
+    for (int day = 0; day < kDays; ++day) {
+        if (name == kDayNames[day])
+            return day;
+    }
+    return std::nullopt;
+}
+
+// "mon-fri,sun"; nothing for anything else.
+std::optional<unsigned> DaysOf(const std::string &text)
+{
+    unsigned days = 0;
+    std::istringstream list(text);
+    for (std::string part; std::getline(list, part, ',');) {
+        const size_t dash = part.find('-');
+        const auto first = DayOf(part.substr(0, dash));
+        const auto last = dash == std::string::npos ? first : DayOf(part.substr(dash + 1));
+        if (!first || !last)
+            return std::nullopt;
+        for (int day = *first;; day = (day + 1) % kDays) {
+            days |= 1U << static_cast<unsigned>(day);
+            if (day == *last)
+                break;
+        }
+    }
+    return days != 0 && !text.ends_with(',') ? std::optional(days) : std::nullopt;
+}
+
+// "22:00"; nothing for anything else.
+std::optional<int> MinuteOf(const std::string &text)
+{
+    if (text.size() != 5 || text[2] != ':' ||
+        text.find_first_not_of("0123456789:") != std::string::npos)
+        return std::nullopt;
+    const int hour = std::stoi(text.substr(0, 2));
+    const int minute = std::stoi(text.substr(3));
+    if (hour > 23 || minute > 59)
+        return std::nullopt;
+    return hour * 60 + minute;
+}
+
+std::string ClockText(int minute)
+{
+    char text[16];
+    snprintf(text, sizeof text, "%02d:%02d", minute / 60, minute % 60);
+    return text;
+}
+
+std::string DaysText(unsigned days)
+{
+    std::string text;
+    for (int i = 0; i < kDays; ++i) {
+        // A week begins on Monday, as runs of days mostly do.
+        const int day = (i + 1) % kDays;
+        if ((days >> static_cast<unsigned>(day) & 1U) == 0)
+            continue;
+        int last = i;
+        while (last + 1 < kDays && (days >> static_cast<unsigned>((last + 2) % kDays) & 1U) != 0)
+            ++last;
+        text += (text.empty() ? "" : ",") + std::string(kDayNames[day]);
+        if (last > i)
+            text += std::string(last > i + 1 ? "-" : ",") + kDayNames[(last + 1) % kDays];
+        i = last;
+    }
+    return text;
+}
+
+} // namespace
+
+bool WeeklyWindow::Holds(int64_t time_s) const
+{
+    const auto seconds = static_cast<time_t>(time_s);
+    struct tm time {};
+    if (is_utc)
+        gmtime_r(&seconds, &time);
+    else
+        localtime_r(&seconds, &time);
+    const int minute = time.tm_hour * 60 + time.tm_min;
+    const auto is_day = [&](int day) {
+        return (days >> static_cast<unsigned>((day + kDays) % kDays) & 1U) != 0;
+    };
+    if (begin_minute < end_minute)
+        return is_day(time.tm_wday) && minute >= begin_minute && minute < end_minute;
+    // The evening of one day and the morning of the next.
+    return (is_day(time.tm_wday) && minute >= begin_minute) ||
+           (is_day(time.tm_wday - 1) && minute < end_minute);
+}
+
+bool Silence::Matches(const alerts::Alert &alert) const
+{
+    const std::string &on = alert.line_host.empty() ? alert.host : alert.line_host;
+    return (!event_id || *event_id == alert.event_id) &&
+           fnmatch(source.c_str(), alert.source.c_str(), 0) == 0 &&
+           fnmatch(host.c_str(), on.c_str(), 0) == 0;
+}
+
+bool Silence::Holds(int64_t time_s) const
+{
+    return time_s >= begin_s && !IsOver(time_s) && (!window || window->Holds(time_s));
+}
+
+WeeklyWindow ParseWindow(const std::string &text)
+{
+    WeeklyWindow window;
+    bool has_hours = false;
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        const size_t dash = word.find('-');
+        const auto begin = MinuteOf(word.substr(0, dash));
+        if (begin && !has_hours && dash != std::string::npos) {
+            const std::string end = word.substr(dash + 1);
+            const auto minute = end == "24:00" ? std::optional(0) : MinuteOf(end);
+            if (!minute)
+                Refuse(text);
+            window.begin_minute = *begin;
+            window.end_minute = *minute;
+            has_hours = true;
+        } else if (const auto days = DaysOf(word); days && window.days == 0 && !has_hours) {
+            window.days = *days;
+        } else if (word == kUtc && !window.is_utc) {
+            window.is_utc = true;
+        } else {
+            Refuse(text);
+        }
+    }
+    if (window.days == 0 && !has_hours)
+        Refuse(text);
+    if (window.days == 0)
+        window.days = kAllDays;
+    return window;
+}
+
+std::string WindowText(const WeeklyWindow &window)
+{
+    std::string text = window.days == kAllDays ? "" : DaysText(window.days);
+    if (window.begin_minute != 0 || window.end_minute != 0 || text.empty())
+        text += (text.empty() ? "" : " ") + ClockText(window.begin_minute) + "-" +
+                (window.end_minute == 0 ? "24:00" : ClockText(window.end_minute));
+    return text + (window.is_utc ? std::string(" ") + kUtc : "");
+}
+
+} // namespace policy

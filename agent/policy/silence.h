@@ -1,0 +1,58 @@
+// A silence: alerts that are stored, and told of to nobody, because somebody knows of the trouble.
+//
+// It holds for lines of its time, whenever they are read: what a host has written while it was worked on
+// is silent even when the daemon reads it afterwards, and what it wrote before is not.
+#ifndef AGENT_POLICY_SILENCE_H
+#define AGENT_POLICY_SILENCE_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "agent/alerts/alert_store.h"
+
+namespace policy {
+
+// A part of the day, on some days of the week. One that ends before it begins goes on past midnight, and
+// belongs to the day on which it began.
+struct WeeklyWindow {
+    unsigned days = 0;    // bit 0: Sunday
+    int begin_minute = 0; // of the day
+    int end_minute = 0;   // the first one behind it; the same as the begin: a whole day
+    bool is_utc = false;  // otherwise the zone of the host
+
+    // Is the moment (seconds since 1970) in it?
+    [[nodiscard]] bool Holds(int64_t time_s) const;
+    bool operator==(const WeeklyWindow &) const = default;
+};
+
+struct Silence {
+    uint32_t number = 0; // its name, for ever
+    // Which alerts: patterns with *, ? and [...], in which case counts. The host is the one that wrote
+    // the line, or where the line was found.
+    std::string source = "*";
+    std::string host = "*";
+    std::optional<uint32_t> event_id;
+    // When, in seconds since 1970; the end is the first second behind it, 0: there is none.
+    int64_t begin_s = 0;
+    int64_t end_s = 0;
+    std::optional<WeeklyWindow> window; // and then only within it
+    bool wants_summary = false;         // one alert at its end, of what it has held back
+    std::string comment;
+    std::string author;
+
+    [[nodiscard]] bool Matches(const alerts::Alert &alert) const;
+    [[nodiscard]] bool Holds(int64_t time_s) const;
+    [[nodiscard]] bool IsOver(int64_t now_s) const { return end_s != 0 && end_s <= now_s; }
+    bool operator==(const Silence &) const = default;
+};
+
+// "mon-fri 22:00-06:00", "sat,sun", "22:00-06:00 UTC": days, hours and zone, of which one must be there.
+// Throws host::Error, which says what is allowed.
+WeeklyWindow ParseWindow(const std::string &text);
+// The same text again, as short as can be: "mon-fri 22:00-06:00".
+std::string WindowText(const WeeklyWindow &window);
+
+} // namespace policy
+
+#endif // AGENT_POLICY_SILENCE_H

@@ -1,0 +1,56 @@
+// syslogmon silence.
+#include "tests/agent/support/command_test.h"
+#include "tests/support/json_text.h"
+
+namespace {
+
+using test::JsonAt;
+
+class SilenceCommand : public test::CommandTest {
+  protected:
+    std::string Listed(const std::string &place, const test::Words &more = {})
+    {
+        test::Words words = {"--json", "silence", "list"};
+        words.insert(words.end(), more.begin(), more.end());
+        return JsonAt(Syslogmon(words).out, "/silences" + place);
+    }
+};
+
+TEST_F(SilenceCommand, AddsListsAndEnds)
+{
+    ExpectOutput({"silence", "add", "--source", "DISK", "--host", "web*", "--event", "1A", "--for",
+                  "2h", "--comment", "disks are changed", "--summary"},
+                 "1\n");
+    ExpectOutput({"silence", "add", "--every", "mon-sun"}, "2\n");
+    EXPECT_EQ("DISK", Listed("/0/source"));
+    EXPECT_EQ("web*", Listed("/0/host"));
+    EXPECT_EQ("1A", Listed("/0/event_id"));
+    EXPECT_EQ("holds", Listed("/0/state"));
+    EXPECT_EQ("disks are changed", Listed("/0/comment"));
+    EXPECT_EQ("true", Listed("/0/summary"));
+    EXPECT_EQ(7200000, std::stoll(Listed("/0/end_ms")) - std::stoll(Listed("/0/begin_ms")));
+    EXPECT_EQ("null", Listed("/1/end_ms"));
+    EXPECT_EQ("00:00-24:00", Listed("/1/every"));
+    ExpectDone({"silence", "end", "1"});
+    EXPECT_EQ("2", Listed("/0/silence"));
+    EXPECT_EQ("over", Listed("/0/state", {"--all"}));
+    ExpectFailed({"silence", "end", "1"},
+                 "cannot end the silence 1: there is none of that number that is not over; use one "
+                 "of 2");
+}
+
+TEST_F(SilenceCommand, WrongWordsChangeNothing)
+{
+    EXPECT_EQ(2, Syslogmon({"silence", "add", "--source", "DISK"}).status) << "no time";
+    ExpectFailed({"silence", "add", "--for", "soon"},
+                 "cannot use the time \"soon\": its form is not known; write 30m, 2h, 1h30m or 7d");
+    ExpectFailed({"silence", "add", "--for", "1h", "--every", "monday"},
+                 "cannot use the hours \"monday\": their form is not known; write days and hours, "
+                 "such as \"mon-fri 22:00-06:00\", \"sat,sun\" or \"22:00-06:00 UTC\"");
+    EXPECT_EQ(1, Syslogmon({"silence", "add", "--for", "1h", "--source", ""}).status);
+    EXPECT_EQ(1, Syslogmon({"silence", "add", "--for", "1h", "--event", "x"}).status);
+    ExpectOutput({"get", "cycle"}, "300\n"); // there is a store
+    EXPECT_EQ("[]", Listed(""));
+}
+
+} // namespace
