@@ -119,9 +119,11 @@ class Process {
     // Its status, once it has ended.
     int Reap()
     {
+        // What it has left behind. First, since the number of its group is nobody else's only until it was
+        // waited for.
+        kill(-pid_, SIGKILL);
         int status = 0;
         waitpid(pid_, &status, 0);
-        kill(-pid_, SIGKILL); // what it has left behind
         pid_ = -1;
         return status;
     }
