@@ -82,7 +82,7 @@ target_link_libraries(agent_policy PUBLIC agent_alerts agent_events PRIVATE agen
 add_agent_folder(sinks UNHURRIED alert_json.cc alertmanager_sink.cc backoff.cc console_sink.cc deliverer.cc
     delivery_store.cc digest.cc file_sink.cc file_trust.cc held_store.cc http.cc journal_sink.cc mail_sink.cc mail_text.cc
     option_checks.cc program_sink.cc progress.cc rate.cc route.cc sink.cc sink_kinds.cc sink_registry.cc snmp_sink.cc
-    syslog_sink.cc syslog_words.cc undelivered.cc webhook_sink.cc worker.cc)
+    syslog_sink.cc syslog_words.cc undelivered.cc webhook_format.cc webhook_sink.cc worker.cc)
 target_link_libraries(agent_sinks PUBLIC agent_alerts
                       PRIVATE agent_events agent_text nlohmann_json::nlohmann_json CURL::libcurl
                       PkgConfig::SYSTEMD ${NETSNMP} Threads::Threads)

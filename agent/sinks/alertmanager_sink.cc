@@ -21,6 +21,7 @@ namespace sinks {
 namespace {
 
 constexpr char kPath[] = "/api/v2/alerts";
+constexpr char kTestName[] = "SyslogmonTest"; // the label alertname of a test, which ends at once
 
 class AlertmanagerSink : public Sink {
   public:
@@ -58,6 +59,9 @@ class AlertmanagerSink : public Sink {
             labels[name] = value;
         if (!alert.severity.empty())
             labels["severity"] = alert.severity;
+        // Whoever routes by it is not called for a test.
+        if (message.is_test)
+            labels["alertname"] = kTestName;
         // Annotations are texts, numbers included: that is how the API has them.
         nlohmann::json annotations = {{"summary", AlertSummary(message)},
                                       {"key", message.key},
@@ -68,7 +72,7 @@ class AlertmanagerSink : public Sink {
         return {{"labels", labels},
                 {"annotations", annotations},
                 {"startsAt", text::UtcTime(alert.time_ms)},
-                {"endsAt", text::UtcTime(message.ends_ms)}};
+                {"endsAt", text::UtcTime(message.is_test ? alert.time_ms : message.ends_ms)}};
     }
 
     std::string url_;

@@ -63,6 +63,24 @@ void Append(HeaderList &list, const std::string &header)
     list.reset(longer);
 }
 
+// Both files or none. That they can be read is looked at here, for a better message than libcurl's.
+void SetCertificate(CURL *handle, const SinkConfig &config)
+{
+    if (config.Has("cert") != config.Has("key"))
+        throw host::Error("cannot use a certificate of the client",
+                          config.Has("cert") ? "it has no key" : "there is a key alone",
+                          "add both cert=FILE and key=FILE");
+    if (!config.Has("cert"))
+        return;
+    for (const char *option : {"cert", "key"}) {
+        if (access(config.Get(option).c_str(), R_OK) != 0)
+            throw host::Error("cannot read the file " + config.Get(option), strerror(errno),
+                              "name a readable file in PEM form");
+    }
+    curl_easy_setopt(handle, CURLOPT_SSLCERT, config.Get("cert").c_str());
+    curl_easy_setopt(handle, CURLOPT_SSLKEY, config.Get("key").c_str());
+}
+
 // A name with a line end in it would be a header of its own, and one with a blank passes for another
 // name.
 void CheckHeaderName(const std::string &option, const std::string &name)
@@ -141,14 +159,20 @@ std::string CurlHandle::Perform(const Interrupt &interrupt)
     return error_[0] != '\0' ? error_ : curl_easy_strerror(result);
 }
 
-HttpClient::HttpClient(const SinkConfig &config, Secrets &secrets) : curl_(config)
+HttpClient::HttpClient(const SinkConfig &config, Secrets &secrets, const std::string &content_type,
+                       const std::string &authorization)
+    : curl_(config)
 {
     // An address that comes from a file must not be file:/// or another of libcurl's many.
     // Redirections are not followed, which is the standard: they would take the secrets elsewhere.
     curl_easy_setopt(curl_.get(), CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(curl_.get(), CURLOPT_FOLLOWLOCATION, 0L);
+    SetCertificate(curl_.get(), config);
+    if (config.Has("proxy"))
+        curl_easy_setopt(curl_.get(), CURLOPT_PROXY, config.Get("proxy").c_str());
     curl_easy_setopt(curl_.get(), CURLOPT_WRITEFUNCTION, OnBody);
     curl_easy_setopt(curl_.get(), CURLOPT_USERAGENT, "syslogmon");
-    headers_.emplace_back("Content-Type: application/json");
+    headers_.push_back("Content-Type: " + content_type);
     headers_.emplace_back("Expect:"); // no "100-continue", which many receivers do not know
     for (const auto &[name, value] : config.All("header.")) {
         CheckHeaderName("header.", name);
@@ -160,7 +184,8 @@ HttpClient::HttpClient(const SinkConfig &config, Secrets &secrets) : curl_(confi
         headers_.push_back(name + ": " + secrets.Read(file));
     }
     if (config.Has("token-file"))
-        headers_.push_back("Authorization: Bearer " + secrets.Read(config.Get("token-file")));
+        headers_.push_back("Authorization: " + authorization + " " +
+                           secrets.Read(config.Get("token-file")));
 }
 
 HttpReply HttpClient::Post(const std::string &url, const std::string &body,
@@ -194,6 +219,9 @@ HttpReply HttpClient::Post(const std::string &url, const std::string &body,
         return reply;
     }
     curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &reply.status);
+    curl_off_t retry_after = 0; // of a number, or of a date, which libcurl understands as well
+    curl_easy_getinfo(handle, CURLINFO_RETRY_AFTER, &retry_after);
+    reply.retry_after = std::chrono::seconds(retry_after);
     reply.text = text;
     return reply;
 }
@@ -202,6 +230,9 @@ std::vector<SinkOption> HttpOptions()
 {
     return {
         {"ca-file", "FILE", "", "certificates (PEM) to trust instead of the system's", CheckPath},
+        {"cert", "FILE", "", "the client's certificate (PEM)", CheckPath},
+        {"key", "FILE", "", "the private key of that certificate (PEM)", CheckPath, true},
+        {"proxy", "URL", "", "http://HOST:PORT, through which requests go", CheckHttpUrl},
         {"token-file", "FILE", "", "a file with a token: Authorization: Bearer", CheckPath, true},
         {"header.", "TEXT", "", "a header of the request, such as header.X-Team=ops", CheckText},
         {"header-file.", "FILE", "", "a header whose value is in a file", CheckPath, true},
@@ -247,7 +278,9 @@ Outcome Judge(const HttpReply &reply, std::span<const Message> messages)
     const bool is_of_receiver =
         reply.status < 400 || std::find(std::begin(kOfReceiver), std::end(kOfReceiver),
                                         reply.status) != std::end(kOfReceiver);
-    return is_of_receiver ? Failed(answer) : Refused(answer);
+    Outcome outcome = is_of_receiver ? Failed(answer) : Refused(answer);
+    outcome.retry_after = reply.retry_after;
+    return outcome;
 }
 
 } // namespace sinks

@@ -37,17 +37,21 @@ class CurlHandle {
 
 // What came of a request.
 struct HttpReply {
-    long status = 0;       // 0: there was none
-    std::string text;      // of the body, its beginning; or why there was none
-    bool was_sent = false; // the request, or a part of it
+    long status = 0;                     // 0: there was none
+    std::string text;                    // of the body, its beginning; or why there was none
+    bool was_sent = false;               // the request, or a part of it
+    std::chrono::seconds retry_after{0}; // the header of that name; 0: there was none
 };
 
 class HttpClient {
   public:
-    // Options of the sink that are used: those of CurlHandle, token-file, header., header-file..
+    // Options of the sink that are used: those of CurlHandle, cert, key, proxy, token-file, header.,
+    // header-file.. `authorization` is what stands before the token.
     // Throws host::Error for a header that cannot be, and when a file cannot be read. Secrets are
     // read here and not again: a sink that fails is opened anew, and so takes new ones.
-    HttpClient(const SinkConfig &config, Secrets &secrets);
+    HttpClient(const SinkConfig &config, Secrets &secrets,
+               const std::string &content_type = "application/json",
+               const std::string &authorization = "Bearer");
 
     // Posts JSON, with `headers` ("Name: value") beside those of the options. Throws nothing but
     // std::bad_alloc; what fails is in the reply.

@@ -49,17 +49,17 @@ std::string OptionNames(const SinkKind &kind)
 
 Outcome AllTaken(std::span<const Message> messages, std::string answer)
 {
-    return {Outcome::Result::kTaken, messages.size(), std::move(answer)};
+    return {Outcome::Result::kTaken, messages.size(), std::move(answer), {}};
 }
 
 Outcome Failed(std::string why, size_t taken)
 {
-    return {Outcome::Result::kFailed, taken, std::move(why)};
+    return {Outcome::Result::kFailed, taken, std::move(why), {}};
 }
 
 Outcome Refused(std::string why, size_t taken)
 {
-    return {Outcome::Result::kRefused, taken, std::move(why)};
+    return {Outcome::Result::kRefused, taken, std::move(why), {}};
 }
 
 // One number, so that no lock is needed: the sink's thread asks often.

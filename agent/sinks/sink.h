@@ -43,6 +43,8 @@ struct Outcome {
     Result result = Result::kFailed;
     size_t taken = 0;   // so many, from the first on, were taken; those are never sent again
     std::string answer; // what the receiver said, or why it failed; one line
+    std::chrono::milliseconds retry_after{
+        0}; // what the receiver wishes for the next try; 0: nothing
 };
 
 // `taken` beside a failure: so many were taken before it.

@@ -1,21 +1,48 @@
 // Kind "webhook": an HTTP POST for each alert. The header Idempotency-Key lets the receiver tell a
 // repeat from a new alert.
 #include "agent/host/error.h"
-#include "agent/sinks/alert_json.h"
 #include "agent/sinks/http.h"
 #include "agent/sinks/option_checks.h"
 #include "agent/sinks/sink_kinds.h"
+#include "agent/sinks/webhook_format.h"
 
 namespace sinks {
 
 namespace {
+
+FormatSettings SettingsOf(const SinkConfig &config, Secrets &secrets)
+{
+    const std::string format = config.Get("format");
+    if (config.Has("topic") != (format == "ntfy"))
+        throw host::Error("cannot make a sink of kind webhook",
+                          config.Has("topic") ? "a topic is for format=ntfy" : "it has no topic",
+                          config.Has("topic") ? "leave it out" : "add topic=NAME");
+    if (config.Has("routing-key-file") != (format == "pagerduty"))
+        throw host::Error("cannot make a sink of kind webhook",
+                          config.Has("routing-key-file") ? "a routing key is for format=pagerduty"
+                                                         : "it has no routing key",
+                          config.Has("routing-key-file") ? "leave it out"
+                                                         : "add routing-key-file=FILE");
+    FormatSettings settings;
+    settings.topic = config.Get("topic");
+    if (config.Has("routing-key-file"))
+        settings.routing_key = secrets.Read(config.Get("routing-key-file"));
+    return settings;
+}
+
+std::string CheckFormat(const std::string &value)
+{
+    return CheckWord(value, FormatNames().c_str());
+}
 
 // The URL may be a secret, so it is in no message: what libcurl or the receiver says goes through
 // Secrets::Hide in the worker.
 class WebhookSink : public Sink {
   public:
     WebhookSink(std::string url, const SinkConfig &config, Secrets &secrets)
-        : url_(std::move(url)), client_(config, secrets)
+        : url_(std::move(url)), format_(FindFormat(config.Get("format"))),
+          settings_(SettingsOf(config, secrets)),
+          client_(config, secrets, format_.content_type, format_.authorization)
     {
     }
     Outcome Send(std::span<const Message> messages, const Interrupt &interrupt) override
@@ -23,13 +50,19 @@ class WebhookSink : public Sink {
         // One at a time: batch() is 1, since a receiver could take some of many and refuse the
         // others.
         const Message &message = messages[0];
-        const HttpReply reply =
-            client_.Post(url_, AlertJson(message), {"Idempotency-Key: " + message.key}, interrupt);
-        return Judge(reply, messages.first(1));
+        const HttpReply reply = client_.Post(url_, format_.body(message, settings_),
+                                             {"Idempotency-Key: " + message.key}, interrupt);
+        Outcome outcome = Judge(reply, messages.first(1));
+        if (outcome.result == Outcome::Result::kTaken && format_.is_rejected != nullptr &&
+            format_.is_rejected(reply.text))
+            return Refused("it has left the alert out: " + reply.text);
+        return outcome;
     }
 
   private:
     std::string url_;
+    const WebhookFormat &format_;
+    FormatSettings settings_;
     HttpClient client_;
 };
 
@@ -76,6 +109,14 @@ SinkKind WebhookKind()
     kind.options = {
         {"url", "URL", "", "where to post", CheckHttpUrl},
         {"url-file", "FILE", "", "a file with the URL, when that is a secret", CheckPath, true},
+        {"format", "WORD", "json",
+         "the body: json, or as a service wants it: slack, teams, google-chat, discord, "
+         "mattermost, "
+         "ntfy, pagerduty, opsgenie, cloudevents, otlp",
+         CheckFormat},
+        {"topic", "NAME", "", "the topic of ntfy", CheckText},
+        {"routing-key-file", "FILE", "", "a file with the routing key of PagerDuty", CheckPath,
+         true},
     };
     for (const SinkOption &option : HttpOptions())
         kind.options.push_back(option);

@@ -26,6 +26,9 @@ constexpr size_t kRefusalsOfAll = 8;
 // Others are tried one after the other for so long.
 constexpr std::chrono::milliseconds kQuick{500};
 
+// A receiver may wish to be left alone for so long. Beyond it, somebody has made a mistake.
+constexpr std::chrono::milliseconds kLongestWish{60 * 60 * 1000};
+
 constexpr size_t kMaxError = 500; // bytes of an error that are kept
 
 // Alerts that are read in one go, when not all of them may be for this sink.
@@ -383,7 +386,7 @@ bool Worker::SendAll(std::vector<Message> messages)
         const Outcome outcome = Send(std::span<const Message>(messages).first(count));
         const bool is_taken = outcome.result == Outcome::Result::kTaken;
         if (outcome.result == Outcome::Result::kFailed || StopRequested()) {
-            Fail(outcome.answer);
+            Fail(outcome.answer, outcome.retry_after);
             return false;
         }
         // Which of them it is shows when each is sent alone.
@@ -468,7 +471,7 @@ void Worker::Handle(const std::vector<Message> &batch, const Outcome &outcome)
             return;
         }
     }
-    Fail(outcome.answer);
+    Fail(outcome.answer, outcome.retry_after);
 }
 
 // Counts a refusal.
@@ -539,7 +542,7 @@ bool Worker::SendOneAgain()
         message.ends_ms = WallMs() + config_.kind->active(config_).count();
     const Outcome outcome = Send(std::span(&message, 1));
     if (outcome.result == Outcome::Result::kFailed || StopRequested()) {
-        Fail(outcome.answer);
+        Fail(outcome.answer, outcome.retry_after);
         return true;
     }
     ForgetAgain(id);
@@ -574,7 +577,7 @@ void Worker::Succeeded()
 
 // The receiver does not answer, or takes nothing. The sink is closed, because a connection that has
 // failed half-way is in no state that is known; it is opened anew after the pause.
-void Worker::Fail(const std::string &why)
+void Worker::Fail(const std::string &why, std::chrono::milliseconds retry_after)
 {
     // The library's connection goes with it, and secrets are read anew.
     sink_.reset();
@@ -589,7 +592,7 @@ void Worker::Fail(const std::string &why)
     failing_ = true;
     if (config_.kind->active != nullptr)
         refresh_at_ = Clock::now(); // whatever it knew, it may have forgotten when it is back
-    Pause();
+    Pause(retry_after);
 }
 
 // The store is told of by itself: nothing is known of the receiver.
@@ -609,10 +612,11 @@ void Worker::StoreFailed(const std::string &why)
 }
 
 // New alerts do not end it: a receiver that is down would be asked with each of them.
-void Worker::Pause()
+void Worker::Pause(std::chrono::milliseconds at_least)
 {
     std::unique_lock lock(mutex_);
-    news_.wait_for(lock, backoff_.Next(), [this] { return stop_ || try_now_; });
+    news_.wait_for(lock, std::max(backoff_.Next(), std::min(at_least, kLongestWish)),
+                   [this] { return stop_ || try_now_; });
     try_now_ = false;
 }
 

@@ -88,9 +88,9 @@ class Worker {
     bool SendOneAgain();
     void ForgetAgain(int64_t id);
     void Succeeded();
-    void Fail(const std::string &why);
+    void Fail(const std::string &why, std::chrono::milliseconds retry_after = {});
     void StoreFailed(const std::string &why);
-    void Pause();
+    void Pause(std::chrono::milliseconds at_least = {});
     void WaitForAlerts();
     [[nodiscard]] bool StopRequested();
     [[nodiscard]] std::string Name() const;

@@ -268,6 +268,21 @@ TEST_F(AlertmanagerTest, APeerThatIsAddedGetsWhatIsActive)
     EXPECT_TRUE(Has(two_, keys_));
 }
 
+TEST_F(AlertmanagerTest, ATestHasANameOfItsOwnAndEndsAtOnce)
+{
+    sinks::Secrets secrets;
+    const auto sink =
+        sinks::FindKind("alertmanager")
+            .open(Config("alertmanager", {{"peers", one_.Url()}}), one_.Url(), secrets);
+    sinks::Message message = test::MessageOf("a test");
+    message.is_test = true;
+    message.ends_ms = message.alert.time_ms + 300000;
+    sink->Send(std::span(&message, 1), sinks::Interrupt());
+    const std::string sent = AlertsOf(one_).at(0);
+    EXPECT_EQ("SyslogmonTest", JsonAt(sent, "/labels/alertname"));
+    EXPECT_EQ(JsonAt(sent, "/startsAt"), JsonAt(sent, "/endsAt"));
+}
+
 TEST_F(AlertmanagerTest, WrongPeersAndLabelsAreRefused)
 {
     for (const char *peers : {"", "am1:9093", "http://a,,http://b", "http://a,http://a/",

@@ -61,6 +61,11 @@ class HttpReceiver::Server {
         rule_ = std::move(rule);
         body_ = std::move(body);
     }
+    void AddHeader(const std::string &header)
+    {
+        const std::lock_guard lock(mutex_);
+        headers_ += header + "\r\n";
+    }
     std::vector<Request> Received()
     {
         const std::lock_guard lock(mutex_);
@@ -81,6 +86,7 @@ class HttpReceiver::Server {
     int port_ = 0;
     std::mutex mutex_; // guards what follows
     Rule rule_ = [](const Request &) { return 200; };
+    std::string headers_; // with their line ends
     std::string body_ = "ok";
     std::vector<Request> received_;
     std::vector<Request> taken_;
@@ -163,9 +169,8 @@ void HttpReceiver::Server::Serve(int number)
             if (status == 0)
                 return;
             if (status > 0)
-                reply = "HTTP/1.1 " + std::to_string(status) +
-                        " X\r\nContent-Length: " + std::to_string(body_.size()) + "\r\n\r\n" +
-                        body_;
+                reply = "HTTP/1.1 " + std::to_string(status) + " X\r\n" + headers_ +
+                        "Content-Length: " + std::to_string(body_.size()) + "\r\n\r\n" + body_;
         }
         if (write(fd.get(), reply.data(), reply.size()) < 0)
             return;
@@ -189,6 +194,11 @@ std::string HttpReceiver::Url(const std::string &path) const
 void HttpReceiver::Answer(Rule rule, std::string body)
 {
     server_->Answer(std::move(rule), std::move(body));
+}
+
+void HttpReceiver::AddHeader(const std::string &header)
+{
+    server_->AddHeader(header);
 }
 
 std::vector<Request> HttpReceiver::Received() const

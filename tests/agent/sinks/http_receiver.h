@@ -31,6 +31,9 @@ class HttpReceiver {
     using Rule = std::function<int(const Request &)>;
     void Answer(Rule rule, std::string body = "ok");
 
+    // "Name: value", a header of each reply from now on.
+    void AddHeader(const std::string &header);
+
     // What was received, whatever the answer was; and only what was answered with 200.
     [[nodiscard]] std::vector<Request> Received() const;
     [[nodiscard]] std::vector<Request> Taken() const;

@@ -72,6 +72,57 @@ TEST_F(WebhookTest, TheStatusDecides)
     }
 }
 
+TEST_F(WebhookTest, ARedirectionIsNotFollowed)
+{
+    HttpReceiver other;
+    receiver_.AddHeader("Location: " + other.Url());
+    receiver_.Answer([](const Request &) { return 302; });
+    EXPECT_EQ(Outcome::Result::kFailed, Send().result);
+    EXPECT_TRUE(other.Received().empty());
+}
+
+TEST_F(WebhookTest, AProxyGetsTheRequestForTheReceiver)
+{
+    EXPECT_EQ(Outcome::Result::kTaken,
+              Send({{"url", "http://hook.invalid/x"}, {"proxy", receiver_.Url()}}).result);
+    EXPECT_EQ("http://hook.invalid/x", Last().path);
+}
+
+TEST_F(WebhookTest, ACertificateAndItsKeyGoTogether)
+{
+    const std::string file = SecretFile("cert", "x");
+    for (const char *option : {"cert", "key"}) {
+        const std::string error = test::ErrorOf([&] { Send({{option, file}}); });
+        EXPECT_NE(std::string::npos, error.find("add both cert=FILE and key=FILE")) << error;
+    }
+    const std::string error = test::ErrorOf([&] { Send({{"cert", file}, {"key", "/nowhere"}}); });
+    EXPECT_NE(std::string::npos, error.find("cannot read the file /nowhere")) << error;
+}
+
+TEST_F(WebhookTest, AWishToBeLeftAloneIsHeard)
+{
+    receiver_.AddHeader("Retry-After: 7");
+    receiver_.Answer([](const Request &) { return 429; });
+    EXPECT_EQ(std::chrono::seconds(7), Send().retry_after);
+}
+
+TEST_F(WebhookTest, AReceiverThatWishesToBeLeftAloneIsNotTriedMeanwhile)
+{
+    receiver_.AddHeader("Retry-After: 3600");
+    receiver_.Answer([](const Request &) { return 503; });
+    AddSink("webhook", "hook", {{"url", receiver_.Url()}});
+    AddSink("file", "file", {{"path", File("alerts")}});
+    StartDeliverer(); // whose pauses are of some milliseconds
+    Report(1);
+    ASSERT_TRUE(test::Eventually([&] { return !Row("hook").last_error.empty(); }));
+    // Time for a hundred tries: each of these is written and delivered for itself.
+    for (int i = 2; i <= 30; ++i) {
+        Report(1);
+        ASSERT_TRUE(WaitDelivered("file", i));
+    }
+    EXPECT_EQ(1U, receiver_.Received().size());
+}
+
 TEST_F(WebhookTest, NobodyWhoListensIsAFailureThatSaysSo)
 {
     const Outcome outcome = Send({{"url", "http://127.0.0.1:1/"}});
