@@ -97,6 +97,9 @@ add_agent_folder(metrics UNHURRIED metrics_text.cc overview.cc quick_place.cc)
 target_link_libraries(agent_metrics PUBLIC agent_events agent_history agent_logs agent_settings agent_sinks agent_status
                       PRIVATE agent_text)
 
+add_agent_folder(report UNHURRIED plots.cc report.cc)
+target_link_libraries(agent_report PUBLIC agent_alerts agent_history PRIVATE agent_events agent_text)
+
 add_agent_folder(web UNHURRIED answers.cc guard.cc listener.cc page_server.cc streams.cc)
 target_link_libraries(agent_web PUBLIC agent_metrics agent_settings
                       PRIVATE agent_history agent_sinks nlohmann_json::nlohmann_json PkgConfig::MICROHTTPD Threads::Threads)
@@ -123,11 +126,11 @@ install(FILES packaging/rules.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/s
 add_agent_folder(cli UNHURRIED WITH_JSON alert_commands.cc context.cc doctor_agent.cc doctor_commands.cc doctor_inputs.cc doctor_logs.cc
     doctor_promises.cc doctor_rsyslog.cc doctor_sinks.cc event_commands.cc event_json.cc explain.cc
     hour_of.cc input_commands.cc line_trial.cc matched_line.cc metrics_commands.cc option_word.cc output.cc
-    progress_bar.cc reg_file_commands.cc registry_commands.cc rendered_log.cc rsyslog_config.cc rule_tests.cc rules_commands.cc
+    progress_bar.cc reg_file_commands.cc registry_commands.cc rendered_log.cc report_commands.cc rsyslog_config.cc rule_tests.cc rules_commands.cc
     scan_commands.cc setting_commands.cc silence_commands.cc since.cc sink_commands.cc status_commands.cc tally.cc
     temporary_folder.cc test_commands.cc text_input.cc trace_commands.cc trial.cc trial_clock.cc trial_input.cc
     undelivered_commands.cc)
-target_link_libraries(agent_cli PUBLIC agent_commandline agent_inputs agent_logs agent_metrics agent_regfile agent_rules
+target_link_libraries(agent_cli PUBLIC agent_commandline agent_inputs agent_logs agent_metrics agent_regfile agent_report agent_rules
                       agent_settings agent_sinks agent_status)
 target_include_directories(agent_cli PRIVATE ${CMAKE_BINARY_DIR}/generated)
 target_compile_definitions(agent_cli PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}"

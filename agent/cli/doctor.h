@@ -83,6 +83,8 @@ void CheckDaemon(const Context &context, Examination *examination);
 void CheckDisk(const Context &context, Examination *examination);
 // Without a host that can be started, the rest can only be skipped: false.
 bool CheckStore(Context &context, Examination *examination);
+// Has the daemon looked at all files lately?
+void CheckLook(const Context &context, Examination *examination);
 // Are lines found as they are written, or once in a cycle?
 void CheckWatching(const Context &context, Examination *examination);
 // Can each registered event be reported at all?

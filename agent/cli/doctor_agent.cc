@@ -8,6 +8,7 @@
 #include "agent/cli/doctor.h"
 #include "agent/cli/trial.h"
 #include "agent/events/event_checks.h"
+#include "agent/host/room.h"
 #include "agent/settings/settings.h"
 #include "agent/status/daemon_lock.h"
 #include "agent/status/sign_of_life.h"
@@ -122,6 +123,32 @@ void CheckDaemon(const Context &context, Examination *examination)
                                        " since " + text::LocalTime(status->started_ms));
 }
 
+// Of a daemon that does its work: a pass over gigabytes takes long.
+void CheckLook(const Context &context, Examination *examination)
+{
+    examination->Begin("last look");
+    const auto status = status::ReadStatus(context.layout.run);
+    if (!status::DaemonLock::Holder(context.layout) || !status) {
+        examination->Skipped("all files", "the daemon is not running");
+        return;
+    }
+    const auto seconds = status::SecondsSinceLook(*status);
+    const std::string cycle =
+        settings::GetSetting(context.Host().registry(), settings::FindSetting("cycle"));
+    const std::string found = !seconds ? "the first one has not ended yet"
+                                       : "the last one began " + std::to_string(*seconds) +
+                                             " s ago; one begins at least "
+                                             "every " +
+                                             cycle + " s";
+    if (status::IsLate(*status, std::stoll(cycle)))
+        examination->Note("all files", found,
+                          "either much is being read, or the monitor was kept from it: see "
+                          "syslogmon status and " +
+                              context.layout.TraceLog().string());
+    else
+        examination->Well("all files", found);
+}
+
 void CheckDisk(const Context &context, Examination *examination)
 {
     examination->Begin("disk");
@@ -156,7 +183,8 @@ bool CheckStore(Context &context, Examination *examination)
         examination->Finding(store, error);
         return false;
     }
-    examination->Well(store, "it is whole");
+    const auto bytes = host::SizeOf(store) + host::SizeOf(store.string() + "-wal");
+    examination->Well(store, "it is whole, and takes " + Amount(static_cast<uint64_t>(bytes)));
     return true;
 }
 

@@ -120,6 +120,7 @@ Examination Examine(Context &context)
         return examination; // what follows is all in it
     CheckResumePoints(context, files, &examination);
     CheckBacklog(context, files, &examination);
+    CheckLook(context, &examination);
     CheckWatching(context, &examination);
     CheckInputs(context, &examination);
     CheckSinks(context, &examination);

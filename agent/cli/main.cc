@@ -28,8 +28,8 @@ void AddCommands(commandline::CommandLine &line, Context &context)
     for (const auto *rows :
          {&kStatusCommands, &kEventCommands, &kSettingCommands, &kScanCommands, &kAlertCommands,
           &kSinkCommands, &kSilenceCommands, &kInputCommands, &kRegistryCommands, &kTraceCommands,
-          &kRulesCommands, &kRegFileCommands, &kTestCommands, &kDoctorCommands,
-          &kMetricsCommands}) {
+          &kRulesCommands, &kRegFileCommands, &kTestCommands, &kDoctorCommands, &kMetricsCommands,
+          &kReportCommands}) {
         for (const Command &command : *rows) {
             Parser parser = line.Command(command.words, command.help);
             command.set_up(parser, context);

@@ -9,6 +9,7 @@
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
 #include "agent/events/events.h"
+#include "agent/host/room.h"
 #include "agent/inputs/input_registry.h"
 #include "agent/logs/places.h"
 #include "agent/settings/settings.h"
@@ -119,6 +120,27 @@ void PrintFiles(const std::vector<WatchedFile> &files)
     table.Print();
 }
 
+int64_t Cycle(const Context &context)
+{
+    return std::stoll(
+        settings::GetSetting(context.Host().registry(), settings::FindSetting("cycle")));
+}
+
+// With its journal.
+int64_t StoreBytes(const Context &context)
+{
+    const auto store = context.layout.Store();
+    return host::SizeOf(store) + host::SizeOf(store.string() + "-wal");
+}
+
+std::string LookText(const Status &status, int64_t seconds, int64_t cycle_s)
+{
+    std::string text = std::to_string(seconds) + " s ago";
+    if (status::IsLate(status, cycle_s))
+        text += ", which is late: one begins at least every " + std::to_string(cycle_s) + " s";
+    return text;
+}
+
 // What the daemon tells is shown while it runs; the cycle is a setting, and known without it.
 void PrintDaemon(const Context &context, const Daemon &daemon)
 {
@@ -135,15 +157,16 @@ void PrintDaemon(const Context &context, const Daemon &daemon)
                                         status::PassKindName(pass.kind) + ") at " +
                                         text::LocalTime(pass.began_ms) + ", took " +
                                         Seconds(pass.took_us)});
+        if (const auto seconds = status::SecondsSinceLook(*status))
+            table.Add({"looked at all files", LookText(*status, *seconds, Cycle(context))});
         if (!status->watch_problem.empty())
             table.Add({"watching", status->watch_problem + "; changes are found once in a cycle"});
         if (status->restarts > 0)
             table.Add({"ended by itself",
                        std::to_string(status->restarts) + " times, last: " + status->last_error});
     }
-    table.Add(
-        {"cycle", settings::GetSetting(context.Host().registry(), settings::FindSetting("cycle")) +
-                      " seconds"});
+    table.Add({"cycle", std::to_string(Cycle(context)) + " seconds"});
+    table.Add({"store", std::to_string(StoreBytes(context)) + " bytes"});
     table.Print();
 }
 
@@ -260,8 +283,9 @@ json TextOrNull(const std::string &text)
     return text.empty() ? json(nullptr) : json(text);
 }
 
-void PrintAsJson(const Daemon &daemon, const std::vector<WatchedFile> &files,
-                 const std::vector<ShownInput> &inputs, const std::vector<StoredEvent> &damaged)
+void PrintAsJson(const Context &context, const Daemon &daemon,
+                 const std::vector<WatchedFile> &files, const std::vector<ShownInput> &inputs,
+                 const std::vector<StoredEvent> &damaged)
 {
     const auto &status = daemon.status;
     // Without a daemon, its fields are not there.
@@ -270,6 +294,7 @@ void PrintAsJson(const Daemon &daemon, const std::vector<WatchedFile> &files,
                    {"files", json::array()},
                    {"inputs", json::array()},
                    {"inputs_wait", TextOrNull(status ? status->inputs_wait : "")},
+                   {"store_bytes", StoreBytes(context)},
                    {"damaged", json::array()}};
     if (status) {
         object["state"] = status::MonitorStateName(status->state);
@@ -277,6 +302,9 @@ void PrintAsJson(const Daemon &daemon, const std::vector<WatchedFile> &files,
         object["started_ms"] = status->started_ms;
         object["events"] = status->table_size;
         object["last_pass"] = ToJson(status->last_pass);
+        const auto seconds = status::SecondsSinceLook(*status);
+        object["seconds_since_look"] = seconds ? json(*seconds) : json(nullptr);
+        object["is_late"] = status::IsLate(*status, Cycle(context));
         object["restarts"] = status->restarts;
         object["last_error"] = status->last_error;
         object["watch_problem"] = TextOrNull(status->watch_problem);
@@ -306,7 +334,7 @@ int ShowStatus(Context &context)
     const auto inputs = LookAtInputs(context, daemon);
     const auto damaged = DamagedEvents(context);
     if (context.json) {
-        PrintAsJson(daemon, files, inputs, damaged);
+        PrintAsJson(context, daemon, files, inputs, damaged);
     } else {
         PrintDaemon(context, daemon);
         printf("\n");

@@ -73,13 +73,17 @@ void SayWhatFailed(const std::exception_ptr &failure) noexcept
     _exit(kExitFailed);
 }
 
+// Before anything else, also before the constants of the program are made, for which there may be no memory: what ends
+// by an exception ends the process, and should say why.
+[[gnu::constructor(101)]] void SayWhyItEnds()
+{
+    std::set_terminate(EndWithAMessage);
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
-    // Before anything else: a thread that ends by an exception ends the process, and should say
-    // why.
-    std::set_terminate(EndWithAMessage);
     try {
         return Run(argc, argv);
     } catch (const commandline::UsageError &error) {

@@ -22,9 +22,6 @@ namespace metrics {
 
 namespace {
 
-// Seconds that a pass may take before it counts as late: reading gigabytes after a start takes longer, and is told.
-constexpr int64_t kPassMayTake = 30;
-
 void LookAtDaemon(const host::Layout &layout, std::optional<pid_t> daemon, Overview *view)
 {
     view->is_running = daemon.has_value();
@@ -125,11 +122,6 @@ Overview Look(host::RegistryTree &registry, const host::Layout &layout, std::opt
     const auto store = layout.Store();
     view.store_bytes = host::SizeOf(store) + host::SizeOf(store.string() + "-wal");
     return view;
-}
-
-int64_t LongestRest(int64_t cycle_s)
-{
-    return cycle_s + kPassMayTake;
 }
 
 } // namespace metrics

@@ -60,9 +60,6 @@ struct Overview {
 Overview Look(host::RegistryTree &registry, const host::Layout &layout,
               std::optional<pid_t> daemon);
 
-// So long ago the last look at all files may have begun while all is well: the cycle, and half a minute for a pass.
-int64_t LongestRest(int64_t cycle_s);
-
 } // namespace metrics
 
 #endif // AGENT_METRICS_OVERVIEW_H

@@ -13,6 +13,9 @@ constexpr int64_t kSilentMs = 60 * 1000;
 // so three looks in a row have then seen nothing.
 constexpr int64_t kStillMs = 30 * 1000;
 
+// Seconds that a pass may take beyond the cycle before it counts as late.
+constexpr int64_t kPassMayTake = 30;
+
 // The letter of the kernel for what a process does, behind its name in brackets; blank: not known.
 char ProcessState(pid_t process)
 {
@@ -50,6 +53,19 @@ std::string WhyItStands(pid_t daemon, const std::optional<Status> &status)
         // something else by now.
         return "its pass has read nothing for " + Seconds(status->still_ms + silent_ms);
     return {};
+}
+
+std::optional<int64_t> SecondsSinceLook(const Status &status)
+{
+    const PassStatus &pass = status.last_full_pass;
+    if (pass.number == 0)
+        return std::nullopt;
+    return (BootTimeNs() - pass.began_boot_ns) / 1'000'000'000;
+}
+
+bool IsLate(const Status &status, int64_t cycle_s)
+{
+    return SecondsSinceLook(status).value_or(0) > cycle_s + kPassMayTake;
 }
 
 } // namespace status

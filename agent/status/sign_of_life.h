@@ -18,6 +18,13 @@ namespace status {
 // but /proc and the clock, so it can be asked for as often as one likes.
 std::string WhyItStands(pid_t daemon, const std::optional<Status> &status);
 
+// Seconds since the last look at all files began, also while the host was suspended; nothing: none has ended yet.
+std::optional<int64_t> SecondsSinceLook(const Status &status);
+
+// Is that longer than it should be? A look begins at least once in a cycle. A pass over gigabytes is late and does its
+// work all the same, so this alone is no reason to restart anything.
+bool IsLate(const Status &status, int64_t cycle_s);
+
 } // namespace status
 
 #endif // AGENT_STATUS_SIGN_OF_LIFE_H

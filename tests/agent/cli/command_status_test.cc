@@ -87,8 +87,10 @@ TEST_F(StatusCommand, WithoutADaemonSaysSoAndExitsWithThree)
     const test::Finished finished = InPrivateVarLog({"status"});
     ASSERT_NE(test::kNotPermitted, finished.status) << finished.err;
     EXPECT_EQ(3, finished.status);
-    EXPECT_EQ("state\tnot running\ncycle\t300 seconds\n\n"
-              "/var/log/messages\tsystem log\t-\t-\t-\tNo such file or directory\n",
+    EXPECT_EQ("state\tnot running\ncycle\t300 seconds\nstore\t" +
+                  std::to_string(std::filesystem::file_size(Layout().Store())) +
+                  " bytes\n\n"
+                  "/var/log/messages\tsystem log\t-\t-\t-\tNo such file or directory\n",
               finished.out);
     const json status = Json({"status"}, 3);
     EXPECT_EQ(false, status["running"]);

@@ -1,0 +1,44 @@
+// What has happened since a moment, as one page that needs nothing else: hits over time, the events, hosts and hours with
+// most of it, what was read, and the newest alerts. To be sent as a mail's attachment, or kept.
+#ifndef AGENT_REPORT_REPORT_H
+#define AGENT_REPORT_REPORT_H
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "agent/host/store.h"
+#include "agent/report/plots.h"
+
+namespace report {
+
+struct Report {
+    int64_t since_ms = 0;
+    int64_t until_ms = 0;
+    std::string host;
+    int64_t hits = 0;
+    int64_t alerts = 0;
+    int64_t held_back = 0;
+    int64_t lines = 0;
+    // The plots, each with the name of its file: "hits.svg".
+    std::vector<std::pair<std::string, std::string>> plots;
+    struct Line {
+        std::string time;
+        std::string event;
+        std::string host;
+        std::string text;
+    };
+    std::vector<Line> newest; // alerts, newest first
+};
+
+// Hits, alerts held back and lines are from the history; hosts, hours and the list from the alerts that are kept. One state
+// of the store. Throws host::StoreError.
+Report Collect(host::Store &store, int64_t since_ms, int64_t until_ms);
+
+// The page.
+std::string ToHtml(const Report &report);
+
+} // namespace report
+
+#endif // AGENT_REPORT_REPORT_H

@@ -1,0 +1,123 @@
+// The report: its plots, and what it collects.
+#include "agent/report/report.h"
+
+#include "agent/alerts/alert_store.h"
+#include "agent/history/history_writer.h"
+#include "tests/agent/support/host_test.h"
+
+namespace {
+
+using history::Kind;
+
+size_t CountOf(const std::string &text, const std::string &part)
+{
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+TEST(Plots, TextsOfStrangersAreNoMarkup)
+{
+    EXPECT_EQ("&lt;b&gt; &amp; &quot;&#39; ??", report::Escaped("<b> & \"' \x01\xff"));
+    const std::string bad = "</title><script>x</script>";
+    for (const std::string &plot :
+         {report::BarPlot(bad, {{bad, 3}}), report::ColumnPlot(bad, {{bad, 3}}),
+          report::CoursePlot(bad, 0, 60, {{bad, {1, 2}}})})
+        EXPECT_EQ(0U, CountOf(plot, "<script"));
+}
+
+TEST(Plots, ACourseHasAColumnForEachValueThatIsNotZero)
+{
+    const std::string plot =
+        report::CoursePlot("Hits", 0, 3600, {{"A", {1, 0, 2}}, {"B", {0, 0, 5}}});
+    // The ground, two squares of the legend, three columns.
+    EXPECT_EQ(6U, CountOf(plot, "<rect"));
+    EXPECT_EQ(1U, CountOf(plot, "B 5</title>"));
+    EXPECT_TRUE(plot.ends_with("</svg>\n"));
+}
+
+TEST(Plots, NothingIsAPlotToo)
+{
+    for (const std::string &plot : {report::CoursePlot("Hits", 0, 60, {}),
+                                    report::BarPlot("Hits", {}), report::ColumnPlot("Hits", {})})
+        EXPECT_EQ(1U, CountOf(plot, "</svg>"));
+}
+
+TEST(Plots, TheLongestBarFillsItsPlace)
+{
+    const std::string plot = report::BarPlot("Hits", {{"A", 1'000'000}, {"B", 500'000}});
+    EXPECT_EQ(1U, CountOf(plot, "width=\"450.0\""));
+    EXPECT_EQ(1U, CountOf(plot, "width=\"225.0\""));
+}
+
+class ReportPage : public test::HostTest {
+  protected:
+    static constexpr int64_t kNow = 20'000 * history::kDay + 7 * history::kHour;
+
+    static void Count(Kind kind, const std::string &name, uint32_t id, int64_t value, int64_t when)
+    {
+        history::News news;
+        news.Add({kind, name, id}, value);
+        history::HistoryWriter(test::Store()).Save(news, when);
+    }
+    static void AddAlert(const std::string &host, int64_t count, const std::string &line)
+    {
+        alerts::Alert alert;
+        alert.time_ms = kNow * 1000;
+        alert.host = "here";
+        alert.line_host = host;
+        alert.source = "DISK";
+        alert.event_id = 0x1A;
+        alert.count = count;
+        alert.message = line;
+        alerts::AddAlert(test::Store(), alert);
+    }
+    static report::Report Collected()
+    {
+        return report::Collect(test::Store(), (kNow - history::kDay) * 1000, kNow * 1000);
+    }
+};
+
+TEST_F(ReportPage, SumsAreOfTheTimeThatIsAskedFor)
+{
+    Count(Kind::kHits, "DISK", 0x1A, 100, kNow - 3 * history::kDay);
+    Count(Kind::kHits, "DISK", 0x1A, 5, kNow - 2 * history::kHour);
+    Count(Kind::kAlerts, "DISK", 0x1A, 2, kNow - 2 * history::kHour);
+    Count(Kind::kHeldBack, "DISK", 0x1A, 1, kNow - 2 * history::kHour);
+    Count(Kind::kLines, "/var/log/messages", 0, 70, kNow);
+    const report::Report found = Collected();
+    EXPECT_EQ(5, found.hits);
+    EXPECT_EQ(2, found.alerts);
+    EXPECT_EQ(1, found.held_back);
+    EXPECT_EQ(70, found.lines);
+}
+
+TEST_F(ReportPage, HasThePlotsAndTheNewestAlertsAndNeedsNothingElse)
+{
+    Count(Kind::kHits, "DISK", 0x1A, 5, kNow);
+    AddAlert("web1", 3, "the first");
+    AddAlert("web2", 2, "<img src=x onerror=alert(1)>");
+    const report::Report found = Collected();
+    ASSERT_EQ(4U, found.plots.size());
+    const std::string page = report::ToHtml(found);
+    EXPECT_EQ(4U, CountOf(page, "<svg"));
+    EXPECT_EQ(0U, CountOf(page, "<img"));
+    EXPECT_EQ(0U, CountOf(page, "<script"));
+    EXPECT_EQ(1U, CountOf(page, "&lt;img src=x onerror=alert(1)&gt;"));
+    EXPECT_LT(page.find("&lt;img"), page.find("the first")); // newest first
+    // No address but the name of the format.
+    EXPECT_EQ(CountOf(page, "http"), CountOf(page, "http://www.w3.org/2000/svg"));
+}
+
+TEST_F(ReportPage, HostsAreThoseThatWroteTheLinesTheMostFirst)
+{
+    AddAlert("web1", 3, "a");
+    AddAlert("web2", 7, "b");
+    AddAlert("", 1, "c");
+    const std::string hosts = Collected().plots.at(2).second;
+    EXPECT_LT(hosts.find(">web2<"), hosts.find(">web1<"));
+    EXPECT_LT(hosts.find(">web1<"), hosts.find(">here<"));
+}
+
+} // namespace
