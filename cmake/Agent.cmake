@@ -102,7 +102,7 @@ target_link_libraries(agent_report PUBLIC agent_alerts agent_history PRIVATE age
 
 add_agent_folder(web UNHURRIED answers.cc guard.cc listener.cc page_server.cc streams.cc)
 target_link_libraries(agent_web PUBLIC agent_metrics agent_settings
-                      PRIVATE agent_history agent_sinks nlohmann_json::nlohmann_json PkgConfig::MICROHTTPD Threads::Threads)
+                      PRIVATE agent_history agent_policy agent_sinks nlohmann_json::nlohmann_json PkgConfig::MICROHTTPD Threads::Threads)
 embed_page_files(agent_web agent/web/page
     "/|index.html|text/html\; charset=utf-8"
     "/app.js|app.js|text/javascript\; charset=utf-8"

@@ -188,6 +188,14 @@ int64_t EventOf(const AlertFilter &filter)
     return filter.event_id ? int64_t{*filter.event_id} : -1;
 }
 
+// With the parameters of the filter, and those that follow.
+template <typename... Others>
+void StartSearch(host::Statement *select, const AlertFilter &filter, const Others &...others)
+{
+    select->Start(filter.since_ms, filter.source, filter.host, EventOf(filter), filter.text,
+                  filter.until_ms, filter.is_silenced ? 1 : 0, SeveritiesOf(filter), others...);
+}
+
 } // namespace
 
 std::vector<Alert> FindAlerts(host::Database &database, const AlertFilter &filter, int64_t after,
@@ -196,8 +204,7 @@ std::vector<Alert> FindAlerts(host::Database &database, const AlertFilter &filte
     host::Statement select(database, ("SELECT id," + kColumns + "FROM alert WHERE" + kMeetsFilter +
                                       "AND id > ?9 ORDER BY id LIMIT ?10")
                                          .c_str());
-    select.Start(filter.since_ms, filter.source, filter.host, EventOf(filter), filter.text,
-                 filter.until_ms, filter.is_silenced ? 1 : 0, SeveritiesOf(filter), after, limit);
+    StartSearch(&select, filter, after, limit);
     return AlertsOf(select);
 }
 
@@ -205,10 +212,9 @@ std::vector<Alert> FindNewest(host::Database &database, const AlertFilter &filte
                               int64_t limit)
 {
     host::Statement select(database, ("SELECT id," + kColumns + "FROM alert WHERE" + kMeetsFilter +
-                                      "AND id < ?6 ORDER BY id DESC LIMIT ?7")
+                                      "AND id < ?9 ORDER BY id DESC LIMIT ?10")
                                          .c_str());
-    select.Start(filter.since_ms, filter.source, filter.host, EventOf(filter), filter.text, before,
-                 limit);
+    StartSearch(&select, filter, before, limit);
     return AlertsOf(select);
 }
 
@@ -217,8 +223,7 @@ int64_t BeforeNewest(host::Database &database, const AlertFilter &filter, int64_
     host::Statement select(database, ("SELECT id FROM alert WHERE" + kMeetsFilter +
                                       "ORDER BY id DESC LIMIT 1 OFFSET ?9")
                                          .c_str());
-    select.Start(filter.since_ms, filter.source, filter.host, EventOf(filter), filter.text,
-                 filter.until_ms, filter.is_silenced ? 1 : 0, SeveritiesOf(filter), count);
+    StartSearch(&select, filter, count);
     return select.Next() ? select.Integer(0) : 0;
 }
 

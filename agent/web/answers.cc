@@ -11,6 +11,7 @@
 #include "agent/history/history_reader.h"
 #include "agent/host/here_and_now.h"
 #include "agent/metrics/metrics_text.h"
+#include "agent/policy/silence_registry.h"
 #include "agent/sinks/alert_json.h"
 
 namespace web {
@@ -127,6 +128,30 @@ ordered_json DaemonToJson(const metrics::Overview &view)
                            {"took_us", status.last_pass.took_us}};
     object["last_full_pass_ms"] = status.last_full_pass.began_ms;
     return object;
+}
+
+// Those that are not over.
+ordered_json Silences(host::RegistryTree *registry, int64_t now_s)
+{
+    ordered_json list = ordered_json::array();
+    for (const policy::Silence &silence : policy::ReadSilences(*registry)) {
+        if (silence.IsOver(now_s))
+            continue;
+        list.push_back(
+            {{"number", silence.number},
+             {"source", silence.source},
+             {"event_id", silence.event_id ? ordered_json(events::FormatEventId(*silence.event_id))
+                                           : ordered_json(nullptr)},
+             {"host", silence.host},
+             {"holds", silence.Holds(now_s)},
+             {"begin_ms", silence.begin_s * kMsOfSecond},
+             {"end_ms", silence.end_s == 0 ? ordered_json(nullptr)
+                                           : ordered_json(silence.end_s * kMsOfSecond)},
+             {"window", OrNull(silence.window ? policy::WindowText(*silence.window) : "")},
+             {"comment", OrNull(silence.comment)},
+             {"author", OrNull(silence.author)}});
+    }
+    return list;
 }
 
 // ---- the course of a kind ----
@@ -281,12 +306,18 @@ const metrics::Overview &Answers::View()
 std::string Answers::Overview()
 {
     const metrics::Overview &view = View();
-    ordered_json object = {{"now_ms", view.now_ms},         {"host", host::HostName()},
-                           {"version", version_},           {"daemon", DaemonToJson(view)},
-                           {"cycle_seconds", view.cycle_s}, {"store_bytes", view.store_bytes},
-                           {"alerts", view.alerts},         {"events", view.events.size()},
-                           {"logs", ordered_json::array()}, {"inputs", ordered_json::array()},
-                           {"sinks", ordered_json::array()}};
+    ordered_json object = {{"now_ms", view.now_ms},
+                           {"host", host::HostName()},
+                           {"version", version_},
+                           {"daemon", DaemonToJson(view)},
+                           {"cycle_seconds", view.cycle_s},
+                           {"store_bytes", view.store_bytes},
+                           {"alerts", view.alerts},
+                           {"events", view.events.size()},
+                           {"logs", ordered_json::array()},
+                           {"inputs", ordered_json::array()},
+                           {"sinks", ordered_json::array()},
+                           {"silences", Silences(&registry_, view.now_ms / kMsOfSecond)}};
     for (const auto &log : view.logs)
         object["logs"].push_back(ToJson(log));
     if (view.status) {

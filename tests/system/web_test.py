@@ -98,6 +98,14 @@ class Answers(Web):
                          found["logs"])
         self.assertEqual(["out"], [sink["name"] for sink in found["sinks"]])
 
+    def test_silences_that_are_not_over_are_told(self):
+        self.lab.command("silence", "add", "--source", "D*", "--for", "1h", "--comment", "<disk swap>")
+        found = self.fresh("/api/v1/overview", lambda view: view["silences"])["silences"]
+        self.assertEqual([("D*", None, "*", True, "<disk swap>")],
+                         [(one["source"], one["event_id"], one["host"], one["holds"], one["comment"]) for one in found])
+        self.lab.command("silence", "end", found[0]["number"])
+        self.fresh("/api/v1/overview", lambda view: not view["silences"])
+
     def test_hits_are_told_by_event_and_over_time(self):
         self.log("disk 1", "disk 2", "disk 3")
         event = self.fresh("/api/v1/events", lambda found: found["events"][0]["hits"] == 3)["events"][0]

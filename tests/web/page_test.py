@@ -77,6 +77,7 @@ class Controls(Page):
                          self.rows("event-table"))
         self.assertEqual(["/var/log/messages", "system log", "0 B", "0 s", ""], self.rows("file-table")[0])
         self.assertEqual(["archive", "file"], self.rows("sink-table")[0][:2])
+        self.assertEqual([["No alert is held back by a silence."]], self.rows("silence-table"))
         self.assertIn("hits of events in the last hour: DISK 1 61, LOGIN 2 1",
                       self.browser.run("document.getElementById('plot').getAttribute('aria-label')"))
 

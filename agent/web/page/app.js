@@ -152,6 +152,14 @@ function showSinks() {
     sink.last_error || ""]), "There is no sink: alerts are kept in the store.");
 }
 
+function showSilences() {
+  fill("silence-table", overview.silences.map((silence) => [{ number: number(silence.number) },
+    `${silence.source} ${silence.event_id || "*"}, host ${silence.host}`,
+    `${silence.window || "always"}${silence.end_ms ? ` until ${new Date(silence.end_ms).toLocaleString("en-GB")}` : ""}`,
+    silence.holds ? "holds back" : "waits", [silence.comment, silence.author].filter(Boolean).join(", by ")]),
+  "No alert is held back by a silence.");
+}
+
 async function loadOverview() {
   overview = await get("api/v1/overview");
   shift = overview.now_ms - Date.now();
@@ -161,6 +169,7 @@ async function loadOverview() {
   showFacts();
   showFiles();
   showSinks();
+  showSilences();
 }
 
 // ---- the plot ----
