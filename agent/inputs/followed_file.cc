@@ -108,10 +108,20 @@ bool FollowedFile::Open()
         return false;
     content_ = std::move(content);
     window_.clear();
+    pending_.clear();
     return true;
 }
 
-// Gets the bytes around the place, and behind it. False: those before it are others than they were.
+// Where it was zero, something may have been written since: behind a power cut, a log can have such a part.
+bool FollowedFile::HoldsPending() const
+{
+    const std::string_view now = std::string_view(window_).substr(place_.tail.length);
+    return now.size() >= pending_.size() &&
+           std::equal(pending_.begin(), pending_.end(), now.begin(),
+                      [](char before, char after) { return before == after || before == '\0'; });
+}
+
+// Gets the bytes around the place, and behind it. False: those that are known are others than they were.
 bool FollowedFile::FillWindow(const FileLook &look)
 {
     if (!place_.packed && look.size < place_.offset)
@@ -137,7 +147,8 @@ bool FollowedFile::FillWindow(const FileLook &look)
     if (place_.packed && at_end_)
         LookForDamage(look);
     return window_.size() >= place_.tail.length &&
-           FingerprintOf(std::string_view(window_).substr(0, place_.tail.length)) == place_.tail;
+           FingerprintOf(std::string_view(window_).substr(0, place_.tail.length)) == place_.tail &&
+           HoldsPending();
 }
 
 // Of an archive, less than was asked for can be all that there is, or all that can be read.
@@ -229,6 +240,7 @@ ReadStep FollowedFile::Read(EntryReader *reader, const ReadingTime &reading, Ste
     if (!damage_.empty())
         throw host::Error(std::exchange(damage_, {}));
     const bool has_rest = used < bytes.size();
+    pending_ = at_end_ && !place_.packed ? bytes.substr(used) : std::string_view{};
     waits_ = has_rest && ending == Ending::kGrowing;
     if (!at_end_ || (has_rest && batch->text.size() >= kFullBatch))
         return ReadStep::kMore;

@@ -102,6 +102,7 @@ class FollowedFile {
   private:
     bool Open();
     bool FillWindow(const FileLook &look);
+    [[nodiscard]] bool HoldsPending() const;
     void LookForDamage(const FileLook &look);
     [[nodiscard]] Ending EndingAt(const EntryReader &reader, SteadyTime now) const;
     size_t TakeRecords(std::string_view bytes, Ending ending, EntryReader *reader,
@@ -112,6 +113,9 @@ class FollowedFile {
     bool is_live_ = true;
     std::unique_ptr<LogContent> content_;
     std::string window_; // content from `window_base_` on
+    // What was there behind the place when the end was read last, and is of an entry that may go on. It stays as it is
+    // as long as the file only grows.
+    std::string pending_;
     uint64_t window_base_ = 0;
     bool is_unsynced_ = false;        // something was read since the last Sync
     bool at_end_ = false;             // the window reaches the end of the content

@@ -540,6 +540,22 @@ TEST_F(FollowerTest, ARecordOfSeveralLinesIsWholeWhenTheNextOneBegins)
     EXPECT_EQ(Messages{"Error#012 at a#012 at b"}, Read());
 }
 
+TEST_F(FollowerTest, ALogThatWasEmptiedIsKnownByTheEntryThatCouldHaveGoneOn)
+{
+    options.joining.by_indentation = true;
+    StartWith("a.log", "");
+    Append("a.log", "begin\n" + LogLine("1"));
+    EXPECT_EQ(Messages{"begin"}, Read());
+    Copy("a.log", "a.log.1");
+    EXPECT_EQ(Messages{}, Read()) << "a copy in the making";
+    Empty("a.log");
+    Append("a.log", "begin\n" + LogLine("2") + LogLine("3"));
+    EXPECT_EQ((Messages{"begin", "2"}), Read()) << "up to the place, both logs are the same";
+    Wait(milliseconds(20000));
+    EXPECT_EQ((Messages{"1", "3"}), Read());
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
 TEST_F(FollowerTest, TheLastRecordIsNotWithheldForEver)
 {
     options.joining.by_indentation = true;
