@@ -169,7 +169,10 @@ const inputs::Batch *InputFeed::ReadyBatch()
 void InputFeed::BeforeCommit()
 {
     batch_is_stored_ = false;
-    if (!is_in_force_ || Ends())
+    if (!is_in_force_)
+        return;
+    keeper_->LookAfterSpool();
+    if (Ends())
         return;
     const inputs::Batch *batch = ReadyBatch();
     if (batch == nullptr)

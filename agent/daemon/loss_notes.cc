@@ -54,15 +54,35 @@ void LossNotes::Begin()
 void LossNotes::Follow(size_t slot, const std::string &log)
 {
     Slot &own = slots_[slot];
-    if (own.witness ? own.witness->log() == log : log.empty())
+    if (own.is_looked_up && (own.witness ? own.witness->log() == log : log.empty()))
         return;
     own = {};
+    own.is_looked_up = true;
+    ForgetOthers(slot, log);
     if (log.empty())
         return;
     own.written = store_.Read([&](host::Database &database) {
         return ReadRecords(database, static_cast<int64_t>(slot), log);
     });
     own.witness.emplace(log, own.written);
+}
+
+// Of a log that is followed no longer, or is an input meanwhile, nobody notes any more how far it was read.
+void LossNotes::ForgetOthers(size_t slot, const std::string &log)
+{
+    const auto number = static_cast<int64_t>(slot);
+    const bool has_others = store_.Read([&](host::Database &database) {
+        host::Statement select(database,
+                               "SELECT 1 FROM log_file WHERE slot = ? AND log <> ? LIMIT 1");
+        select.Start(number, log);
+        return select.Next();
+    });
+    if (!has_others)
+        return;
+    store_.Write([&](host::Database &database) {
+        host::Statement(database, "DELETE FROM log_file WHERE slot = ? AND log <> ?")
+            .Run(number, log);
+    });
 }
 
 void LossNotes::BeforeCommit()

@@ -35,11 +35,13 @@ class LossNotes {
   private:
     struct Slot {
         std::optional<logs::LogWitness> witness; // none: the slot follows no such log
+        bool is_looked_up = false;               // that is known of the slot
         std::vector<logs::FileRecord> written;   // as the table has it
     };
 
     [[nodiscard]] std::string NameOf(size_t slot);
     void Follow(size_t slot, const std::string &log);
+    void ForgetOthers(size_t slot, const std::string &log);
     void Write(size_t slot);
     void Tell(const logs::LogLoss &loss);
 

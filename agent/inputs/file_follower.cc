@@ -1,6 +1,10 @@
 #include "agent/inputs/file_follower.h"
 
 #include <algorithm>
+#include <map>
+#include <set>
+#include <string_view>
+#include <utility>
 
 #include "agent/host/error.h"
 
@@ -294,25 +298,68 @@ void FileFollower::StorePlaces(Batch *batch)
     batch->losses.insert(batch->losses.end(), losses.begin(), losses.end());
 }
 
+namespace {
+
+constexpr size_t kFull = size_t{8} * 1024 * 1024; // of a batch
+constexpr size_t kTurn =
+    size_t{1} * 1024 * 1024; // that a log adds to it before the next one has its turn
+// Of a file in one turn, 64 MiB: a line without an end fills no batch, and the others wait meanwhile.
+constexpr int kMostReads = 256;
+
+} // namespace
+
+void FileFollower::ReadTurn(FollowedFile *file, const ReadingTime &reading, SteadyTime now,
+                            Batch *batch)
+{
+    const size_t enough = std::min(kFull, batch->text.size() + kTurn);
+    for (int i = 0; i < kMostReads && file->WantsReading() && batch->text.size() < enough; ++i)
+        ReadOne(file, reading, now, batch);
+}
+
+// Each log with something unread has its turn, from the one behind the last turn of a batch that became full on; of a
+// log, the file that was followed first, so that rotated files come before the live one. False: nobody wants one, or
+// nothing came of them.
+bool FileFollower::TakeTurns(const ReadingTime &reading, SteadyTime now, Batch *batch)
+{
+    std::set<std::string_view> logs;
+    std::map<int64_t, FollowedFile *> turns;
+    for (auto &[number, file] : files_.all()) {
+        if (file.WantsReading() && logs.insert(file.place().log).second)
+            turns.emplace(number, &file);
+    }
+    const size_t before = batch->text.size();
+    bool has_ended = false;
+    auto turn = turns.upper_bound(std::exchange(last_turn_, 0));
+    for (size_t i = 0; i < turns.size(); ++i) {
+        if (turn == turns.end())
+            turn = turns.begin();
+        const auto &[number, file] = *turn++;
+        ReadTurn(file, reading, now, batch);
+        has_ended = has_ended || !file->WantsReading();
+        if (batch->text.size() >= kFull) {
+            last_turn_ = number;
+            return false;
+        }
+    }
+    return has_ended || batch->text.size() > before;
+}
+
 bool FileFollower::Read(int64_t wall_seconds, SteadyTime now, Batch *batch)
 {
-    constexpr size_t kFull = size_t{8} * 1024 * 1024;
-    // Of each file, 64 MiB: a line without an end fills no batch, and the other inputs wait meanwhile.
-    constexpr int kMostReads = 256;
     if (wall_seconds != last_wall_seconds_)
         clock_.LookUpZone();
     last_wall_seconds_ = wall_seconds;
     const ReadingTime reading(clock_, wall_seconds);
-    bool has_more = false;
     for (auto &[number, file] : files_.all()) {
         if (now >= file.Deadline(reader_))
             file.wants_reading = true;
-        for (int i = 0;
-             i < kMostReads && file.wants_reading && !file.was_cut && batch->text.size() < kFull;
-             ++i)
-            ReadOne(&file, reading, now, batch);
+    }
+    while (TakeTurns(reading, now, batch))
+        continue;
+    bool has_more = false;
+    for (auto &[number, file] : files_.all()) {
         file.Sync();
-        has_more = has_more || (file.wants_reading && !file.was_cut);
+        has_more = has_more || file.WantsReading();
     }
     StorePlaces(batch);
     return has_more;

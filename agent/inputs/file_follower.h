@@ -107,6 +107,8 @@ class FileFollower {
     void FollowNewLogs(const FolderView &view);
     [[nodiscard]] Names NamesThatMatter(const FolderView &view) const;
     void WantGrown(const FolderView &view);
+    bool TakeTurns(const ReadingTime &reading, SteadyTime now, Batch *batch);
+    void ReadTurn(FollowedFile *file, const ReadingTime &reading, SteadyTime now, Batch *batch);
     void ReadOne(FollowedFile *file, const ReadingTime &reading, SteadyTime now, Batch *batch);
 
     FollowOptions options_;
@@ -126,6 +128,7 @@ class FileFollower {
     bool names_are_steady_ = false; // at the last look
     Names names_;                   // those of it that matter
     int64_t last_wall_seconds_ = 0;
+    int64_t last_turn_ = 0; // the file with which the last batch became full; 0: it did not
 };
 
 } // namespace inputs

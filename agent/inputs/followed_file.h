@@ -92,6 +92,9 @@ class FollowedFile {
     // taken the end away would look like another one, and be read again.
     void Sync();
 
+    // Is there something to be read in it?
+    [[nodiscard]] bool WantsReading() const { return wants_reading && !was_cut; }
+
     // For who decides what is to be read.
     bool wants_reading = true;
     bool was_cut = false;   // found so by Read; nothing is read until that is dealt with

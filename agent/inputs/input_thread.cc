@@ -281,6 +281,9 @@ void InputThread::Work()
     if (now < next_batch_ && !catching_up_)
         return;
     has_more_ = false;
+    // Another one begins each time: what an input has to read may be as much as fits.
+    if (!readers_.empty())
+        std::rotate(readers_.begin(), readers_.begin() + 1, readers_.end());
     for (const auto &reader : readers_) {
         reader->TakeChanges();
         has_more_ = reader->Read(time(nullptr), now, &batch_) || has_more_;

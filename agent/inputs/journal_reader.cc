@@ -22,7 +22,7 @@ constexpr milliseconds kMoveUp{600000};
 // Longer fields are cut. The monitor looks at some 3 KiB of a line.
 constexpr size_t kLongestField = size_t{16} * 1024;
 
-constexpr char kUnit[] = "syslogmond.service";
+constexpr char kOwnUnit[] = "syslogmond.service";
 
 constexpr const char *kPriorities[] = {"emerg",   "alert",  "crit", "err",
                                        "warning", "notice", "info", "debug"};
@@ -263,7 +263,7 @@ bool JournalReader::OpenAtCursor(Batch *batch)
 // J4
 bool JournalReader::IsOwn(const std::string &unit, const std::string &program) const
 {
-    return unit == kUnit ||
+    return unit == kOwnUnit ||
            (!options_.own_folder.empty() && (program == options_.own_folder + "/syslogmond" ||
                                              program == options_.own_folder + "/syslogmon"));
 }

@@ -148,6 +148,34 @@ bool SpoolFile::Repair(const SpoolState &state, int64_t read_to, int64_t wall_se
     return true;
 }
 
+SpoolFile::Presence SpoolFile::Look(const SpoolState &state)
+{
+    struct stat open {};
+    struct stat named {};
+    if (file_.get() < 0)
+        return Presence::kThere; // nothing was written yet
+    if (fstat(file_.get(), &open) != 0 || open.st_size < state.length)
+        return Presence::kCut;
+    const bool has_name = stat(path_.c_str(), &named) == 0 && named.st_dev == open.st_dev &&
+                          named.st_ino == open.st_ino;
+    return has_name ? Presence::kThere : Presence::kRemoved;
+}
+
+// Under another name first: the module never meets a part of it.
+void SpoolFile::PutBack(const SpoolState &state)
+{
+    constexpr int64_t kBlock = int64_t{1024} * 1024;
+    SpoolFile copy(path_.string() + ".new");
+    copy.Open();
+    copy.Cut(0);
+    for (int64_t at = 0; at < state.length; at += kBlock)
+        copy.WriteAt(at, ReadAt(at, static_cast<size_t>(std::min(kBlock, state.length - at))));
+    copy.Sync();
+    if (rename(copy.path_.c_str(), path_.c_str()) != 0)
+        Fail("write");
+    file_ = std::move(copy.file_);
+}
+
 std::optional<int64_t> SpoolFile::EndOfLine(int64_t offset)
 {
     Open();

@@ -9,6 +9,8 @@
 //       store what the file has to be.
 //   S4  The place of the module in a new generation is stored with it: the module finds its first line, and
 //       reads on behind it.
+//   S5  Between two passes somebody may have removed it: what is open is then put back under its path, whole. Of one
+//       that was cut, nobody has the bytes; that is told, and a new generation begins.
 #ifndef AGENT_INPUTS_SPOOL_H
 #define AGENT_INPUTS_SPOOL_H
 
@@ -44,6 +46,12 @@ class SpoolFile {
     // Makes the file what the state says: cuts it, or begins it anew. Lines behind `read_to` whose stamps the
     // module would refuse at this time get this one. False: committed bytes are missing. Throws host::Error.
     bool Repair(const SpoolState &state, int64_t read_to, int64_t wall_seconds);
+
+    // Somebody may remove, replace or cut it while it is followed. kCut: committed bytes are missing.
+    enum class Presence { kThere, kRemoved, kCut };
+    [[nodiscard]] Presence Look(const SpoolState &state);
+    // Of a removed one, which is open still: makes it once more under its path. Throws host::Error.
+    void PutBack(const SpoolState &state);
 
     // Where the line that begins at this offset ends, behind its line end. Nothing: there is no whole line.
     std::optional<int64_t> EndOfLine(int64_t offset);

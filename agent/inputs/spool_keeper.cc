@@ -9,6 +9,7 @@
 #include "platform/contract.h"
 #include "platform/registry.h"
 #include "platform/split64.h"
+#include "platform/trace.h"
 
 namespace inputs {
 
@@ -16,6 +17,7 @@ namespace {
 
 // A generation ends when it has come to this length and all of it was read.
 constexpr int64_t kLongGeneration = int64_t{4} * 1024 * 1024;
+constexpr char kUnit[] = "inputs";
 constexpr int64_t kMegabyte = int64_t{1024} * 1024;
 
 // The slot of the customer file.
@@ -181,11 +183,37 @@ void SpoolKeeper::LookAtSpool(bool stands_in_spool, int64_t wall_seconds)
     const int64_t read_to = ReadTo();
     if (file_.Repair(state_, read_to, wall_seconds))
         return;
+    TellMissing(read_to);
+    BeginGeneration(state_.generation + 1);
+}
+
+void SpoolKeeper::TellMissing(int64_t read_to)
+{
     if (read_to < state_.length)
         Tell({"spool", std::to_string(state_.length - read_to) + " bytes of " +
                            file_.path().string() +
                            " are missing that were not checked: the file was removed or changed"});
-    BeginGeneration(state_.generation + 1);
+}
+
+void SpoolKeeper::LookAfterSpool()
+{
+    try {
+        switch (file_.Look(state_)) {
+        case SpoolFile::Presence::kThere:
+            return;
+        case SpoolFile::Presence::kRemoved:
+            file_.PutBack(state_);
+            TRACE(TRACE_NOTABLE, "The spool %s was removed, and is put back.", path().c_str());
+            return;
+        case SpoolFile::Presence::kCut:
+            TellMissing(ReadTo());
+            BeginGeneration(state_.generation + 1);
+        }
+    } catch (const host::StoreError &) {
+        throw;
+    } catch (const host::Error &error) {
+        problem_ = error.what(); // of the spool's file: the next rest tries again
+    }
 }
 
 bool SpoolKeeper::Store(const Batch &batch)

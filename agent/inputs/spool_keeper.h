@@ -40,7 +40,10 @@ class SpoolKeeper {
     [[nodiscard]] bool CanEnd() { return customer_.CanReturn(); }
     [[nodiscard]] bool AllIsRead() { return ReadTo() == state_.length; }
 
-    // While the module rests, before its pass is committed: brings a batch into the spool. False: it has to wait,
+    // While the module rests, before its pass is committed: is the spool there still? One that was removed is put back;
+    // what is missing of one that was cut is told. Throws host::StoreError; the pass is then broken.
+    void LookAfterSpool();
+    // Likewise: brings a batch into the spool. False: it has to wait,
     // for the reason that problem() gives. Throws host::StoreError; the pass is then broken.
     bool Store(const Batch &batch);
     // The pass was committed; or was not.
@@ -68,6 +71,7 @@ class SpoolKeeper {
     std::optional<uint32_t> Number(const char *name);
     [[nodiscard]] int64_t Limit();
     void Tell(const Loss &loss);
+    void TellMissing(int64_t read_to);
     void IndexUnread();
 
     host::Store &store_;

@@ -64,6 +64,48 @@ TEST_F(FollowerTest, FromTheStartItIsReadWhenThatIsWanted)
     EXPECT_EQ((Messages{"new", "older"}), read);
 }
 
+// Ten thousand lines of a kilobyte and more than a batch holds.
+std::string Backlog()
+{
+    std::string lines;
+    const std::string text(1000, 'x');
+    for (int i = 0; i < 10000; ++i)
+        lines += LogLine(text);
+    return lines;
+}
+
+TEST_F(FollowerTest, ALogWithALongBacklogHoldsUpNoOther)
+{
+    StartWith("a.log", LogLine("old"));
+    Append("b.log", LogLine("old"));
+    Append("c.log", LogLine("old"));
+    Read();
+    Append("a.log", Backlog());
+    Append("b.log", LogLine("of b"));
+    Append("c.log", Backlog() + LogLine("of c"));
+    Step();
+    const Messages first = Take();
+    EXPECT_EQ(1, std::count(first.begin(), first.end(), "of b"));
+    EXPECT_EQ(0, std::count(first.begin(), first.end(), "of c")) << "the batch is full before";
+    for (int i = 0; i < 3; ++i)
+        Step();
+    EXPECT_EQ(20002U - first.size(), Take().size()) << "and all come";
+}
+
+TEST_F(FollowerTest, ARotatedFileIsReadBeforeTheLiveOneThoughItTakesSeveralTurns)
+{
+    StartWith("a.log", LogLine("old"));
+    Append("a.log", Backlog() + LogLine("last of the rotated"));
+    Rename("a.log", "a.log.1");
+    Append("a.log", LogLine("of the live"));
+    Settle();
+    Settle();
+    const Messages read = Take();
+    ASSERT_EQ(10002U, read.size());
+    EXPECT_EQ("last of the rotated", read[10000]);
+    EXPECT_EQ("of the live", read[10001]);
+}
+
 TEST_F(FollowerTest, ALineCountsWhenItIsWhole)
 {
     StartWith("a.log", "");

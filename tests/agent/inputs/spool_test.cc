@@ -281,6 +281,46 @@ TEST_F(SpoolTest, ThatWasRemovedUnreadIsToldWithWhatIsMissing)
     EXPECT_EQ(1U, Losses().size()) << "once";
 }
 
+TEST_F(SpoolTest, ThatIsRemovedWhileItIsFollowedIsPutBackWhole)
+{
+    Store("one\n");
+    EXPECT_EQ("one\n", Pass());
+    store_->CommitPass();
+    Store("two\n");
+    const std::string before = Content();
+    fs::remove(Path());
+    keeper_->LookAfterSpool();
+    EXPECT_EQ(before, Content());
+    Store("three\n");
+    EXPECT_EQ("two\nthree\n", Pass());
+    EXPECT_TRUE(Losses().empty());
+}
+
+TEST_F(SpoolTest, ThatIsReplacedWhileItIsFollowedIsPutBack)
+{
+    Store("one\n");
+    const std::string before = Content();
+    fs::remove(Path());
+    std::ofstream(Path(), std::ios::binary) << "of somebody else";
+    keeper_->LookAfterSpool();
+    EXPECT_EQ(before, Content());
+}
+
+TEST_F(SpoolTest, ThatIsCutWhileItIsFollowedIsToldAtOnce)
+{
+    Store("one\n");
+    fs::resize_file(Path(), 0);
+    keeper_->LookAfterSpool();
+    EXPECT_EQ(std::vector<std::string>{"input spool: 4 bytes of " + Path().string() +
+                                       " are missing that were not checked: the file was removed "
+                                       "or changed"},
+              Losses());
+    keeper_->LookAfterSpool();
+    EXPECT_EQ(1U, Losses().size()) << "once";
+    Store("two\n");
+    EXPECT_EQ("two\n", Pass());
+}
+
 TEST_F(SpoolTest, ThatWasCutOrOverwrittenIsTold)
 {
     Store("one\n");
