@@ -9,6 +9,7 @@ find_package(CURL REQUIRED)
 find_library(NETSNMP netsnmp REQUIRED)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 pkg_check_modules(YAML REQUIRED IMPORTED_TARGET yaml-0.1)
+pkg_check_modules(NCURSES REQUIRED IMPORTED_TARGET ncursesw)
 pkg_check_modules(MICROHTTPD REQUIRED IMPORTED_TARGET libmicrohttpd)
 include(cmake/Embed.cmake)
 
@@ -128,10 +129,13 @@ add_agent_folder(cli UNHURRIED WITH_JSON alert_commands.cc context.cc doctor_age
     hour_of.cc input_commands.cc line_trial.cc matched_line.cc metrics_commands.cc option_word.cc output.cc
     progress_bar.cc reg_file_commands.cc registry_commands.cc rendered_log.cc report_commands.cc rsyslog_config.cc rule_tests.cc rules_commands.cc
     scan_commands.cc setting_commands.cc silence_commands.cc since.cc sink_commands.cc status_commands.cc tally.cc
-    temporary_folder.cc test_commands.cc text_input.cc trace_commands.cc trial.cc trial_clock.cc trial_input.cc
+    temporary_folder.cc test_commands.cc text_input.cc top_commands.cc top_view.cc trace_commands.cc trial.cc trial_clock.cc trial_input.cc
     undelivered_commands.cc)
 target_link_libraries(agent_cli PUBLIC agent_commandline agent_inputs agent_logs agent_metrics agent_regfile agent_report agent_rules
                       agent_settings agent_sinks agent_status)
+target_link_libraries(agent_cli PRIVATE PkgConfig::NCURSES)
+# Its header has macros of short names.
+set_source_files_properties(agent/cli/top_commands.cc PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 target_include_directories(agent_cli PRIVATE ${CMAKE_BINARY_DIR}/generated)
 target_compile_definitions(agent_cli PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}"
                            SYSLOGMON_SHARE="${CMAKE_INSTALL_FULL_DATADIR}/syslogmon"

@@ -90,6 +90,7 @@ extern const std::vector<Command> kRegistryCommands;
 extern const std::vector<Command> kTraceCommands;
 extern const std::vector<Command> kMetricsCommands;
 extern const std::vector<Command> kReportCommands;
+extern const std::vector<Command> kTopCommands;
 extern const std::vector<Command> kRulesCommands;
 extern const std::vector<Command> kRegFileCommands;
 extern const std::vector<Command> kTestCommands;

@@ -29,7 +29,7 @@ void AddCommands(commandline::CommandLine &line, Context &context)
          {&kStatusCommands, &kEventCommands, &kSettingCommands, &kScanCommands, &kAlertCommands,
           &kSinkCommands, &kSilenceCommands, &kInputCommands, &kRegistryCommands, &kTraceCommands,
           &kRulesCommands, &kRegFileCommands, &kTestCommands, &kDoctorCommands, &kMetricsCommands,
-          &kReportCommands}) {
+          &kReportCommands, &kTopCommands}) {
         for (const Command &command : *rows) {
             Parser parser = line.Command(command.words, command.help);
             command.set_up(parser, context);

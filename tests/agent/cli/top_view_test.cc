@@ -1,0 +1,149 @@
+// What the full screen shows, line by line.
+#include "agent/cli/top_view.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using cli::TopChoice;
+using cli::TopLine;
+using cli::TopOrder;
+using cli::TopSight;
+using cli::TopStyle;
+using history::Kind;
+
+class TopView : public testing::Test {
+  protected:
+    TopView()
+    {
+        sight_.host = "web1";
+        sight_.clock = "10:00:00";
+        sight_.view.is_running = true;
+        sight_.view.status.emplace();
+        sight_.view.status->state = status::MonitorState::kRunning;
+        sight_.view.cycle_s = 300;
+        sight_.view.logs.push_back({"system log", "/var/log/messages", 2048, 7});
+        sight_.view.sinks.push_back({"mail", "mail", 5, 0, 2, 0, "refused"});
+        AddEvent("DISK", 1, 10, 3);
+        AddEvent("LOGIN", 0x1A, 20, 1);
+        AddEvent("ALPHA", 2, 5, 0);
+        sight_.newest = {"the newest", "the one before"};
+    }
+    // Hits altogether, and in the minute under way.
+    void AddEvent(const std::string &source, uint32_t id, int64_t hits, int64_t now)
+    {
+        events::EventRecord event;
+        event.key = {source, id};
+        event.keywords[0] = "word of " + source;
+        sight_.view.events.push_back(event);
+        sight_.view.totals[{Kind::kHits, source, id}] = hits;
+        if (sight_.course.points.empty())
+            sight_.course.points.push_back({(cli::kTopMinutes - 1) * history::kMinute, {}});
+        sight_.course.points[0].values[{Kind::kHits, source, id}] = now;
+    }
+    std::vector<TopLine> Screen(int rows = 24, int columns = 80, bool is_utf8 = true)
+    {
+        return cli::TopScreen(sight_, rows, columns, is_utf8, &choice_);
+    }
+    // Where a line begins with a text; -1: nowhere.
+    int RowOf(const std::string &begin, int rows = 24, int columns = 80)
+    {
+        const auto lines = Screen(rows, columns);
+        for (size_t i = 0; i < lines.size(); ++i) {
+            if (lines[i].text.starts_with(begin))
+                return static_cast<int>(i);
+        }
+        return -1;
+    }
+
+    TopSight sight_;
+    TopChoice choice_;
+};
+
+TEST_F(TopView, HasALineForEachRowAndNoneIsWider)
+{
+    for (const auto &[rows, columns] : {std::pair(24, 80), {50, 200}, {10, 40}, {3, 20}, {1, 1}}) {
+        const auto lines = Screen(rows, columns, false);
+        EXPECT_EQ(static_cast<size_t>(rows), lines.size());
+        for (const TopLine &line : lines)
+            EXPECT_LE(line.text.size(), static_cast<size_t>(columns)) << line.text;
+    }
+}
+
+TEST_F(TopView, ShowsStateFilesSinksEventsAndAlertsOnTheSmallestTerminal)
+{
+    EXPECT_EQ(0, RowOf("web1  10:00:00  running"));
+    EXPECT_LT(0, RowOf("/var/log/messages  unread 2.0 KiB  behind 7 s"));
+    EXPECT_LT(0, RowOf("sink mail  delivered 5  waiting 2  refused"));
+    EXPECT_LT(0, RowOf("DISK "));
+    EXPECT_LT(0, RowOf("the newest"));
+    EXPECT_EQ(23, RowOf("q quit"));
+}
+
+TEST_F(TopView, EventsAreInTheOrderThatIsChosen)
+{
+    EXPECT_LT(RowOf("DISK "), RowOf("LOGIN "));
+    choice_.order = TopOrder::kHits;
+    EXPECT_LT(RowOf("LOGIN "), RowOf("DISK "));
+    choice_.order = TopOrder::kName;
+    EXPECT_LT(RowOf("ALPHA "), RowOf("DISK "));
+}
+
+TEST_F(TopView, AFilterIsOfSourceIdAndKeywordsInAnyCase)
+{
+    choice_.filter = "Word Of lo";
+    EXPECT_EQ(-1, RowOf("DISK "));
+    EXPECT_LT(0, RowOf("LOGIN "));
+    choice_.filter = "1a";
+    EXPECT_LT(0, RowOf("LOGIN "));
+    choice_.filter = "nothing";
+    EXPECT_LT(0, RowOf("no event has that"));
+}
+
+TEST_F(TopView, TheSelectedEventStaysInSight)
+{
+    for (uint32_t i = 0; i < 100; ++i)
+        AddEvent("MANY", 0x100 + i, 0, 0);
+    choice_.selected = 60;
+    const auto lines = Screen();
+    EXPECT_EQ(1, std::ranges::count(lines, TopStyle::kSelected, &TopLine::style));
+    choice_.selected = 1000;
+    Screen();
+    EXPECT_EQ(102U, choice_.selected);
+}
+
+TEST_F(TopView, AnEventIsExplained)
+{
+    choice_.explains = true;
+    EXPECT_LT(0, RowOf("Event DISK 1"));
+    EXPECT_LT(0, RowOf("  a line must contain   word of DISK"));
+}
+
+TEST_F(TopView, AStoppedDaemonIsCalledStopped)
+{
+    sight_.view.is_running = false;
+    sight_.view.status.reset();
+    const auto lines = Screen();
+    EXPECT_NE(std::string::npos, lines[0].text.find("STOPPED"));
+    EXPECT_EQ(TopStyle::kBad, lines[0].style);
+}
+
+TEST_F(TopView, ASparkLineShowsEachHitAlsoWithoutUtf8)
+{
+    AddEvent("SPARK", 9, 1001, 1000);
+    sight_.course.points.insert(sight_.course.points.begin(),
+                                {0, {{{Kind::kHits, "SPARK", 9}, 1}}});
+    const auto lines = Screen(24, 80, false);
+    const auto row = std::ranges::find_if(
+        lines, [](const TopLine &line) { return line.text.starts_with("SPARK"); });
+    ASSERT_NE(lines.end(), row);
+    EXPECT_NE(std::string::npos, row->text.find("  ." + std::string(28, ' ') + "@")) << row->text;
+}
+
+TEST_F(TopView, TextsOfStrangersCannotChangeTheScreen)
+{
+    sight_.newest = {"a\x1b[2Jb\tc"};
+    EXPECT_LT(0, RowOf("a?[2Jb c"));
+}
+
+} // namespace

@@ -1,0 +1,103 @@
+"""The full screen in a real terminal (tmux): what it shows, each key, other sizes, a slow terminal without colour."""
+import shutil
+import subprocess
+
+import lab
+
+
+class Top(lab.LabTest):
+    def setUp(self):
+        super().setUp()
+        if shutil.which("tmux") is None:
+            self.fail("needs tmux")
+        lab.append(lab.MESSAGES, lab.stamped("the log begins"))
+        self.lab.watch("DISK", "1A", "disk")
+        self.lab.watch("LOGIN", 2, "login")
+        self.lab.watch("ALPHA", 3, "alpha")
+        self.daemon.start()
+        self.log("disk 1", "disk 2", "login 1")
+        self.socket = self.lab.folder / "tmux"
+        self.lab.on_close(lambda: self.tmux("kill-server", check=False))
+
+    def log(self, *texts):
+        lab.append(lab.MESSAGES, *(lab.stamped(text) for text in texts))
+        self.daemon.scan()
+
+    def tmux(self, *words, check=True):
+        return subprocess.run(["tmux", "-S", self.socket, "-f", "/dev/null", *map(str, words)], capture_output=True,
+                              text=True, check=check).stdout
+
+    def show(self, columns=80, rows=24, terminal="screen", locale="C.UTF-8"):
+        program = f"{lab.build_root() / 'bin' / 'syslogmon'} --root {self.lab.root} top --delay 200"
+        self.tmux("new-session", "-d", "-x", columns, "-y", rows,
+                  f"env LC_ALL={locale} TERM={terminal} {program}; echo ended with $?; sleep 600")
+        self.wait("q quit")
+
+    def screen(self):
+        return self.tmux("capture-pane", "-p").splitlines()
+
+    def text(self):
+        return "\n".join(self.screen())
+
+    def wait(self, text):
+        self.lab.wait_until(f"{text} on the screen", lambda: text in self.text())
+
+    def press(self, *keys):
+        self.tmux("send-keys", *keys)
+
+    def sources(self):
+        return [line.split()[0] for line in self.screen() if line.startswith(("DISK ", "LOGIN ", "ALPHA "))]
+
+    def test_it_shows_the_monitor_at_work(self):
+        self.show()
+        self.assertEqual(["DISK", "LOGIN", "ALPHA"], self.sources())
+        self.assertIn("running", self.screen()[0])
+        self.assertIn("/var/log/messages  unread 0 B", self.text())
+        self.log("alpha beta gamma")
+        self.wait("alpha beta gamma")
+        self.daemon.stop()
+        self.wait("STOPPED")
+        self.press("q")
+        self.wait("ended with 0")
+
+    def test_keys_sort_filter_and_explain(self):
+        self.show()
+        self.press("s")
+        self.wait("sort: hits")
+        self.press("s")
+        self.wait("sort: name")
+        self.assertEqual(["ALPHA", "DISK", "LOGIN"], self.sources())
+        self.press("/", "l", "o", "g")
+        self.wait("filter: log_")
+        self.press("Enter")
+        self.wait("filter: log ")
+        self.assertEqual(["LOGIN"], self.sources())
+        self.press("Enter")
+        self.wait("a line must contain   login")
+        self.press("Escape")
+        self.wait("ALPHA ")
+        self.press("Down", "Enter")
+        self.wait("Event DISK 1A")
+
+    def test_it_takes_another_size(self):
+        self.show()
+        for columns, rows in ((132, 40), (60, 15), (20, 5), (80, 24)):
+            self.tmux("resize-window", "-x", columns, "-y", rows)
+            self.lab.wait_until(f"{columns} x {rows}", lambda n=rows: len(self.screen()) == n and
+                                self.screen()[-1].startswith("q quit"))
+        self.assertEqual(["DISK", "LOGIN", "ALPHA"], self.sources())
+
+    def test_it_works_without_colour_and_without_utf8(self):
+        self.show(terminal="vt100", locale="C")
+        self.assertEqual(["DISK", "LOGIN", "ALPHA"], self.sources())
+        self.assertNotIn("█", self.text())
+        self.assertIn("@", next(line for line in self.screen() if line.startswith("DISK ")))
+
+    def test_without_a_terminal_it_says_what_to_use(self):
+        done = self.lab.run("top")
+        self.assertEqual((1, "syslogmon: cannot show the full screen: this is no terminal; use syslogmon status or "
+                             "syslogmon metrics in scripts\n"), (done.returncode, done.stderr))
+
+
+if __name__ == "__main__":
+    lab.main()
