@@ -23,7 +23,10 @@ REQUEST = b"GET /metrics HTTP/1.1\r\nHost: localhost\r\n\r\n"
 def answer(connection):
     data = b""
     while b"\r\n\r\n" not in data:
-        data += connection.recv(1 << 16)
+        part = connection.recv(1 << 16)
+        if not part:
+            raise EOFError("the connection was closed")
+        data += part
     head, body = data.split(b"\r\n\r\n", 1)
     length = int(head.lower().split(b"content-length:")[1].split()[0])
     while len(body) < length:
@@ -31,12 +34,14 @@ def answer(connection):
 
 
 def ask(port, asks, asked):
-    connection = socket.create_connection(("127.0.0.1", port))
+    connection = None
     began = None
+    count = 0
     while True:
         if not asks.is_set():
             asks.wait()
             began = None
+            connection = socket.create_connection(("127.0.0.1", port))  # the one before may be closed for doing nothing
         if began is None:
             began, count = time.monotonic(), 0
         connection.sendall(REQUEST)

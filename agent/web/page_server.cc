@@ -266,10 +266,18 @@ PageServer::PageServer(const host::Layout &layout, const settings::WebAddress &a
                        const std::string &version)
     : parts_(std::make_unique<Parts>(layout, address, version))
 {
-    // No exception crosses the library. Answers come at the first call: no request has a body that matters.
+    // No exception crosses the library. A request is answered at its second call, when its headers were taken: the
+    // connection is good for another one then. One that is not just reading is refused at once, and closed.
     const auto handle = [](void *parts, MHD_Connection *connection, const char *url,
                            const char *method, const char * /*version*/, const char * /*body*/,
-                           size_t * /*size*/, void ** /*own*/) -> MHD_Result {
+                           size_t *size, void **own) -> MHD_Result {
+        const bool is_first = std::exchange(*own, parts) == nullptr;
+        const bool reads =
+            strcmp(method, MHD_HTTP_METHOD_GET) == 0 || strcmp(method, MHD_HTTP_METHOD_HEAD) == 0;
+        if (reads && (is_first || *size != 0)) {
+            *size = 0; // a body says nothing here
+            return MHD_YES;
+        }
         try {
             return static_cast<Parts *>(parts)->Handle(connection, url, method);
         } catch (const std::exception &) {

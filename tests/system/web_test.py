@@ -280,6 +280,16 @@ class Limits(Web):
             one.close()
         self.lab.wait_until("an answer", self.is_served)
 
+    def test_a_connection_is_good_for_many_requests(self):
+        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=lab.PATIENCE)
+        self.addCleanup(connection.close)
+        connection.connect()
+        own = connection.sock
+        for path in ("/metrics", "/", "/api/v1/other", "/metrics"):
+            connection.request("GET", path)
+            connection.getresponse().read()
+            self.assertIs(own, connection.sock, path)
+
     def test_there_are_so_many_streams_and_no_more(self):
         streams = []
         self.addCleanup(lambda: [one.close() for one in streams])
