@@ -41,7 +41,6 @@ std::optional<Rate> Read(const std::string &text)
 
 } // namespace
 
-// A moment further away than a bucket takes to fill is of a clock that was put back since.
 int64_t Rate::Sound(int64_t full_ms, int64_t now_ms) const
 {
     return std::clamp(full_ms, now_ms, now_ms + per_ms);

@@ -18,6 +18,9 @@ struct Rate {
     int64_t per_ms = 0; // in which an empty one fills
 
     [[nodiscard]] bool IsBounded() const { return count > 0; }
+    // The moment, brought into what can be: it is further away than a bucket takes to fill when the clock
+    // was put back, or the rate was another one. To be kept, or the bucket stays empty until then.
+    [[nodiscard]] int64_t Sound(int64_t full_ms, int64_t now_ms) const;
     // Tokens of a bucket that would be full at `full_ms`, as of now. Without a bound there is no end of
     // them, and what follows need not be asked.
     [[nodiscard]] int64_t Tokens(int64_t full_ms, int64_t now_ms) const;
@@ -29,7 +32,6 @@ struct Rate {
   private:
     // Between two tokens. Never 0: see CheckRate.
     [[nodiscard]] int64_t Interval() const { return per_ms / count; }
-    [[nodiscard]] int64_t Sound(int64_t full_ms, int64_t now_ms) const;
 };
 
 // Empty for a text that is a rate, otherwise what is: a number and a unit of time, or "none".

@@ -252,6 +252,8 @@ std::vector<Message> Worker::NextMessages()
     if (progress_->Planned() != 0)
         return PlannedMessage();
     const int64_t now = WallMs();
+    if (rate_.IsBounded())
+        progress_->SetFullMs(rate_.Sound(progress_->FullMs(), now));
     const int64_t tokens = rate_.Tokens(progress_->FullMs(), now);
     if (tokens == 0) {
         token_at_ = Clock::now() +

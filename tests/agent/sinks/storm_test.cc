@@ -134,6 +134,19 @@ TEST_F(StormTest, WhatWaitsArrivesWhenTheBoundIsTakenAway)
     EXPECT_EQ(AllStored(), test::MessagesOf(receiver_.Taken()));
 }
 
+TEST_F(StormTest, AnotherRateHoldsAtOnce)
+{
+    AddHook("1/d");
+    StartDeliverer();
+    Report(1);
+    ASSERT_TRUE(WaitDelivered("hook", 1));
+    Report(10);
+    Sinks().Change("hook", [](sinks::StoredSink &sink) { sink.config.options["rate"] = "1/s"; });
+    Reload();
+    ASSERT_TRUE(WaitDelivered("hook", 11)) << "what the old rate owes would take a day";
+    EXPECT_EQ(11 * kHitsOfAnAlert, AllHits());
+}
+
 TEST_F(StormTest, WhatLeavesTheStoreBeforeItCouldBeToldOfIsInTheNextMessage)
 {
     Sinks().SetAlertLimit("100");
