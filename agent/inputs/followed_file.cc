@@ -112,13 +112,20 @@ bool FollowedFile::Open()
     return true;
 }
 
-// Where it was zero, something may have been written since: behind a power cut, a log can have such a part.
-bool FollowedFile::HoldsPending() const
+// Does what is behind the place now begin with what was pending there? Where that was zero, something may have been
+// written since: behind a power cut, a log can have such a part.
+bool FollowedFile::HoldsPending(std::string_view behind) const
 {
-    const std::string_view now = std::string_view(window_).substr(place_.tail.length);
-    return now.size() >= pending_.size() &&
-           std::equal(pending_.begin(), pending_.end(), now.begin(),
-                      [](char before, char after) { return before == after || before == '\0'; });
+    return behind.size() >= pending_.size() &&
+           std::equal(pending_.begin(), pending_.end(), behind.begin(),
+                      [](char before, char now) { return before == now || before == '\0'; });
+}
+
+bool FollowedFile::HoldsPending(LogContent *content) const
+{
+    std::string behind(pending_.size(), '\0');
+    behind.resize(content->Read(place_.offset, behind.data(), behind.size()));
+    return HoldsPending(behind);
 }
 
 // Gets the bytes around the place, and behind it. False: those that are known are others than they were.
@@ -148,7 +155,7 @@ bool FollowedFile::FillWindow(const FileLook &look)
         LookForDamage(look);
     return window_.size() >= place_.tail.length &&
            FingerprintOf(std::string_view(window_).substr(0, place_.tail.length)) == place_.tail &&
-           HoldsPending();
+           HoldsPending(std::string_view(window_).substr(place_.tail.length));
 }
 
 // Of an archive, less than was asked for can be all that there is, or all that can be read.
@@ -171,7 +178,8 @@ bool FollowedFile::IsCut()
     try {
         LogContent content(place_.path);
         const auto look = LookAt(content.fd());
-        was_cut = look && look->identity == place_.identity && !HoldsPlace(&content, place_);
+        was_cut = look && look->identity == place_.identity &&
+                  !(HoldsPlace(&content, place_) && HoldsPending(&content));
     } catch (const host::Error &) {
         return false;
     }

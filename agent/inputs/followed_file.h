@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "agent/inputs/batch.h"
 #include "agent/inputs/log_content.h"
@@ -105,7 +106,8 @@ class FollowedFile {
   private:
     bool Open();
     bool FillWindow(const FileLook &look);
-    [[nodiscard]] bool HoldsPending() const;
+    [[nodiscard]] bool HoldsPending(std::string_view behind) const;
+    bool HoldsPending(LogContent *content) const;
     void LookForDamage(const FileLook &look);
     [[nodiscard]] Ending EndingAt(const EntryReader &reader, SteadyTime now) const;
     size_t TakeRecords(std::string_view bytes, Ending ending, EntryReader *reader,

@@ -598,6 +598,24 @@ TEST_F(FollowerTest, ALogThatWasEmptiedIsKnownByTheEntryThatCouldHaveGoneOn)
     EXPECT_EQ(Messages{}, TakeLosses());
 }
 
+TEST_F(FollowerTest, ACopyOfALogThatWasEmptiedIsReadFromTheEntryThatCouldHaveGoneOn)
+{
+    options.joining.by_indentation = true;
+    StartWith("a.log", "");
+    Append("a.log", "begin\n" + LogLine("1"));
+    EXPECT_EQ(Messages{"begin"}, Read());
+    Pack("a.log", "a.log.1.gz", "gzip");
+    Empty("a.log");
+    Append("a.log", "begin\n" + LogLine("2"));
+    Messages read = Read();
+    Wait(milliseconds(20000));
+    for (const std::string &message : Read())
+        read.push_back(message);
+    std::sort(read.begin(), read.end());
+    EXPECT_EQ((Messages{"1", "2", "begin"}), read);
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
 TEST_F(FollowerTest, TheLastRecordIsNotWithheldForEver)
 {
     options.joining.by_indentation = true;
