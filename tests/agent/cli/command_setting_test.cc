@@ -32,6 +32,7 @@ TEST_F(SettingCommand, GetShowsEverySettingWithItsUnitAndMeaning)
         "that are being written; 0: once in a cycle\n"
         "spool-megabytes\t64\tmegabytes\tSo much of the inputs' entries may wait for the "
         "monitor; then the inputs wait\n"
+        "web\toff\t\tWhere the page, its data and the metrics are served\n"
         "alarm-after\t900\tseconds\tA trouble of the monitor that may pass by itself is told "
         "of when it has lasted so long\n"
         "silent-after\t24\thours\tTime without a line of the system log after which an alert "
@@ -46,6 +47,7 @@ TEST_F(SettingCommand, GetShowsEverySettingWithItsUnitAndMeaning)
                       {"trace-level", "error"},
                       {"trigger-interval", "1000"},
                       {"spool-megabytes", "64"},
+                      {"web", "off"},
                       {"alarm-after", "900"},
                       {"silent-after", "24"}}}}),
               Json({"get"}));
@@ -91,7 +93,7 @@ TEST_F(SettingCommand, DefaultTakesTheStoredValueAwayExceptOfTheCycle)
         {"cycle", "10"},           {"customer-file", "/a"},  {"file-monitor", "/a"},
         {"fault-tolerant", "on"},  {"log-charset", "ASCII"}, {"trace-level", "off"},
         {"trigger-interval", "5"}, {"spool-megabytes", "5"}, {"alarm-after", "5"},
-        {"silent-after", "5"}};
+        {"silent-after", "5"},     {"web", "127.0.0.1:9514"}};
     for (const settings::Setting &setting : settings::AllSettings()) {
         ExpectDone({"set", setting.name, others.at(setting.name)});
         ExpectDone({"set", setting.name, "default"});
@@ -153,7 +155,7 @@ TEST_F(SettingCommand, ASettingThatIsNotKnownIsNamedWithThoseThatAre)
     const std::string known =
         ": there is none of that name; did you mean cycle? use one of "
         "cycle, customer-file, file-monitor, fault-tolerant, log-charset, trace-level, "
-        "trigger-interval, spool-megabytes, alarm-after, silent-after";
+        "trigger-interval, spool-megabytes, web, alarm-after, silent-after";
     ExpectFailed({"get", "cylce"}, "cannot find the setting \"cylce\"" + known);
     ExpectFailed({"set", "cylce", "10"}, "cannot find the setting \"cylce\"" + known);
 }
