@@ -183,9 +183,10 @@ std::vector<std::string> LogWorld::TakeLosses()
 
 std::string LogLine(const std::string &message)
 {
-    const time_t now = time(nullptr);
+    // One moment for all lines of the process: the same message is the same line, also when a second turns.
+    static const time_t kMoment = time(nullptr);
     struct tm local {};
-    localtime_r(&now, &local);
+    localtime_r(&kMoment, &local);
     char stamp[32];
     strftime(stamp, sizeof stamp, "%b %e %H:%M:%S", &local);
     return std::string(stamp) + " web07 app[1]: " + message + "\n";
