@@ -62,6 +62,11 @@ struct Alert {
     std::string key;
 
     [[nodiscard]] bool IsFolded() const { return reports > 1; }
+    // A line that does not say its host was found on this one.
+    [[nodiscard]] const std::string &HostOfLine() const
+    {
+        return line_host.empty() ? host : line_host;
+    }
 };
 
 // Bytes that it takes in the store, about: what the limit on the size of all alerts counts.

@@ -194,8 +194,7 @@ struct View {
     }
     [[nodiscard]] int64_t Waiting(const Delivery &row) const
     {
-        // What has left the store does not wait any longer, so the oldest alert limits it.
-        return std::max<int64_t>(0, newest - std::max(row.last_id, oldest - 1));
+        return sinks::Waiting(row, oldest, newest);
     }
     [[nodiscard]] int64_t Undelivered(const std::string &peer) const
     {

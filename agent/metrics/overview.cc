@@ -77,8 +77,7 @@ void LookAtSinks(host::RegistryTree &registry, Overview *view)
         if (const auto whole = rows.find(""); whole != rows.end()) {
             sink.delivered = whole->second.delivered;
             sink.dropped = whole->second.dropped;
-            sink.waiting =
-                std::max<int64_t>(newest - std::max(whole->second.last_id, oldest - 1), 0);
+            sink.waiting = sinks::Waiting(whole->second, oldest, newest);
             if (sink.last_error.empty())
                 sink.last_error = whole->second.last_error;
         }

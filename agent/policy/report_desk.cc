@@ -15,8 +15,7 @@ MatchedLine LineOf(const alerts::Alert &alert, int64_t time_s)
 {
     MatchedLine line;
     line.text = alert.message;
-    // A line that does not say its host was found on this one.
-    line.host = alert.line_host.empty() ? alert.host : alert.line_host;
+    line.host = alert.HostOfLine();
     line.program = alert.program;
     line.time_s = time_s;
     line.times = alert.count;

@@ -115,10 +115,9 @@ bool WeeklyWindow::Holds(int64_t time_s) const
 
 bool Silence::Matches(const alerts::Alert &alert) const
 {
-    const std::string &on = alert.line_host.empty() ? alert.host : alert.line_host;
     return (!event_id || *event_id == alert.event_id) &&
            fnmatch(source.c_str(), alert.source.c_str(), 0) == 0 &&
-           fnmatch(host.c_str(), on.c_str(), 0) == 0;
+           fnmatch(host.c_str(), alert.HostOfLine().c_str(), 0) == 0;
 }
 
 bool Silence::Holds(int64_t time_s) const

@@ -136,8 +136,7 @@ void AddNewest(host::Database &database, int64_t since_ms, Report *report)
     for (const auto &alert : alerts::FindNewest(database, filter, INT64_MAX, kNewest))
         report->newest.push_back(
             {text::LocalTime(alert.time_ms),
-             alert.source + " " + events::FormatEventId(alert.event_id),
-             alert.line_host.empty() ? alert.host : alert.line_host,
+             alert.source + " " + events::FormatEventId(alert.event_id), alert.HostOfLine(),
              alert.summary.empty() ? alert.message : alert.summary + ": " + alert.message});
 }
 

@@ -1,8 +1,9 @@
 // How far each sink has come: the table `delivery` of the store. The deliverer writes it; commands
-// read it. The rows go with the sink's registry key. Both functions throw host::StoreError.
+// read it. The rows go with the sink's registry key. What reads or writes them throws host::StoreError.
 #ifndef AGENT_SINKS_DELIVERY_STORE_H
 #define AGENT_SINKS_DELIVERY_STORE_H
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -24,6 +25,13 @@ struct Delivery {
 
     bool operator==(const Delivery &) const = default;
 };
+
+// How many of the alerts that the store keeps wait for it. What has left the store does not wait any longer, so the oldest
+// one limits it.
+inline int64_t Waiting(const Delivery &row, int64_t oldest, int64_t newest)
+{
+    return std::max<int64_t>(newest - std::max(row.last_id, oldest - 1), 0);
+}
 
 // By peer. The empty name is the sink as a whole: what at least one of its peers has.
 using Deliveries = std::map<std::string, Delivery>;

@@ -41,7 +41,7 @@ std::string ValueOf(const alerts::Alert &alert, const std::string &name)
     if (name == "source")
         return alert.source;
     if (name == "host")
-        return alert.line_host.empty() ? alert.host : alert.line_host;
+        return alert.HostOfLine();
     const auto label = alert.labels.find(name.substr(sizeof kLabel - 1));
     return label != alert.labels.end() ? label->second : "";
 }

@@ -1,7 +1,6 @@
 // A crash of the machine at any moment: of what SQLite has written and not yet synchronised, any part can be missing or
 // torn. Whatever files that leaves, the store opens, and what is in it is what one commit has stored: the last one that
 // was answered, or the one that was under way.
-#include <cstring>
 #include <functional>
 #include <set>
 
@@ -14,6 +13,7 @@
 #include "platform/registry.h"
 #include "tests/agent/host/recorded_disk.h"
 #include "tests/agent/support/host_test.h"
+#include "tests/agent/support/table_of_one.h"
 #include "tests/support/campaign.h"
 
 namespace {
@@ -46,19 +46,6 @@ struct Commit {
     std::string content;
 };
 
-// The table of one event.
-class Table {
-  public:
-    Table() { strcpy(entry_.Source, "LOG"); }
-    [[nodiscard]] host::ModuleTable Get() { return {slots_, &count_}; }
-    void Hit() { ++entry_.CurrentCount; }
-
-  private:
-    VKVMon entry_{};
-    VKVMon *slots_[2] = {&entry_, nullptr};
-    int count_ = 1;
-};
-
 class CrashStates : public test::RootTest {
   protected:
     [[nodiscard]] fs::path Folder() const { return Layout().Store().parent_path(); }
@@ -76,7 +63,8 @@ class CrashStates : public test::RootTest {
     }
 
     // What a pass stores: a place, hits, alerts of any length; now and then more than SQLite keeps in memory.
-    void Pass(Random &random, host::Store &store, host::RegistryTree &registry, Table &table)
+    void Pass(Random &random, host::Store &store, host::RegistryTree &registry,
+              test::TableOfOne &table)
     {
         const int alerts = random.Chance(10) ? 200 : random.Between(0, 4);
         for (int i = 0; i < alerts; ++i) {
@@ -99,7 +87,7 @@ class CrashStates : public test::RootTest {
         store.StartPasses();
         host::RegistryTree registry(store);
         host::HitCounters counters(store);
-        Table table;
+        test::TableOfOne table;
         for (int pass = random.Between(1, 4); pass > 0; --pass) {
             Pass(random, store, registry, table);
             counters.Save(table.Get());

@@ -1,11 +1,11 @@
 #include "tests/agent/support/line_counter.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "agent/alerts/alert_store.h"
 #include "agent/host/error.h"
 #include "platform/registry.h"
+#include "tests/agent/support/table_of_one.h"
 #include "tests/agent/support/the_host.h"
 
 namespace test {
@@ -15,23 +15,6 @@ namespace {
 constexpr uint32_t kLinesOfAPass = 3;
 constexpr char kKey[] = "SOFTWARE\\Log";
 constexpr char kValue[] = "Resume";
-
-// The table of one event that hits every line.
-class Table {
-  public:
-    Table()
-    {
-        strcpy(entry_.Source, "LOG");
-        entry_.ReportCount = 1;
-    }
-    [[nodiscard]] host::ModuleTable Get() { return {slots_, &count_}; }
-    void Hit() { ++entry_.CurrentCount; }
-
-  private:
-    VKVMon entry_{};
-    VKVMon *slots_[2] = {&entry_, nullptr};
-    int count_ = 1;
-};
 
 uint32_t ReadResumePoint()
 {
@@ -54,7 +37,7 @@ void Report(uint32_t line)
 }
 
 // Everything between two waits, but for the commit.
-uint32_t Pass(Table *table, uint32_t last)
+uint32_t Pass(TableOfOne *table, uint32_t last)
 {
     uint32_t at = ReadResumePoint();
     const uint32_t end = std::min(at + kLinesOfAPass, last);
@@ -72,7 +55,7 @@ void Live(const host::Layout &layout, uint32_t last, const std::function<void()>
     test::StartHost(layout, host::Role::kDaemon);
     auto &store = test::Store();
     host::HitCounters counters(store);
-    Table table;
+    TableOfOne table;
     counters.Restore(table.Get());
     for (uint32_t at = 0; at < last;) {
         at = Pass(&table, last);
