@@ -186,11 +186,12 @@ void LogWitness::Account(const LogPart &part, WitnessedFile *file, std::vector<L
         losses->push_back({record.path, record.read_to, begin, file->Lines(record.read_to, begin),
                            false, part.is_afresh != 0 ? kAfresh : kGap});
     // Of an uncertain file, what stands behind its head may be new.
-    const bool is_old = !file->IsUncertain() || std::cmp_less(begin, record.head.size());
+    const bool is_old = !file->IsUncertain() || begin < file->CertainHead();
     if (is_followed_ && part.first >= 0 && begin < record.read_to && is_old)
         losses->push_back({record.path, begin, record.read_to,
                            file->IsUncertain() ? -1 : file->Lines(begin, record.read_to), true,
                            kAgain});
+    std::erase_if(*losses, [](const LogLoss &loss) { return loss.lines == 0; });
     file->ReadTo(end);
     // Repeats at the head are read again with each pass, and count for nothing.
     file->record.checked_to = std::max(end, file->EndOfLine(part.last_read));

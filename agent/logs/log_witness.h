@@ -13,6 +13,8 @@
 //   W5  What is written to a file that the monitor has left, to go on to a newer one, is passed over.
 //   W6  Where a log was edited or cut off, the line that was read last is looked for. When it is gone, it is not known how
 //       much of the rest is new: that something was read again is told only when it is for certain.
+//   W7  What holds no line is no loss: zero bytes that a power cut has left are read again with each pass until a line
+//       stands behind them.
 //
 // Of the monitor thread.
 #ifndef AGENT_LOGS_LOG_WITNESS_H

@@ -26,6 +26,45 @@ int64_t Milliseconds(const timespec &time)
     return int64_t{time.tv_sec} * 1000 + time.tv_nsec / 1'000'000;
 }
 
+bool IsText(char c)
+{
+    return c != '\n' && c != '\0';
+}
+
+// How many lines end in a block. A zero byte ends a line, too, as those do that a power cut has left; more of them are
+// nothing.
+int64_t LineEnds(const std::string &block, char before)
+{
+    if (block.find('\0') == std::string::npos)
+        return std::count(block.begin(), block.end(), '\n');
+    int64_t ends = 0;
+    for (const char c : block) {
+        if (c == '\n' || (c == '\0' && IsText(before)))
+            ++ends;
+        before = c;
+    }
+    return ends;
+}
+
+// How many bytes two heads have in common.
+size_t SameBytes(const std::string &known, const std::string &head)
+{
+    const size_t most = std::min(known.size(), head.size());
+    return static_cast<size_t>(
+        std::mismatch(known.begin(), known.begin() + static_cast<ptrdiff_t>(most), head.begin())
+            .first -
+        known.begin());
+}
+
+// Is this the head of the log that had the known one? It may be longer by now, or shorter; and where a power cut has left
+// zero bytes, it goes on in another way.
+bool IsHeadOfTheSame(const std::string &known, const std::string &head)
+{
+    const size_t same = SameBytes(known, head);
+    return !head.empty() &&
+           (same == std::min(known.size(), head.size()) || (same > 0 && head[same] == '\0'));
+}
+
 } // namespace
 
 WitnessedFile::WitnessedFile(const fs::path &path)
@@ -85,7 +124,7 @@ bool WitnessedFile::IsTheOneRecorded() const
     if (!IsOpen() || fstat(*file_, &status) != 0 || !Is(status.st_dev, status.st_ino))
         return false;
     const std::string head = Bytes(0, static_cast<int64_t>(record.head.size()));
-    return GoesOnLike(record) || (!head.empty() && record.head.compare(0, head.size(), head) == 0);
+    return GoesOnLike(record) || IsHeadOfTheSame(record.head, head);
 }
 
 bool WitnessedFile::IsRemoved() const
@@ -119,10 +158,11 @@ WitnessedFile::Change WitnessedFile::Look()
     const int64_t before = std::exchange(record.size, status.st_size);
     record.written_ms = Milliseconds(status.st_mtim);
     const std::string head = Bytes(0, std::min<int64_t>(kHead, record.size));
-    const bool is_same_log = head.compare(0, record.head.size(), record.head) == 0 || before == 0 ||
-                             (!head.empty() && record.head.compare(0, head.size(), head) == 0);
-    if (is_same_log)
+    const bool is_same_log = before == 0 || IsHeadOfTheSame(record.head, head);
+    if (is_same_log) {
+        same_head_ = static_cast<int64_t>(SameBytes(record.head, head));
         record.head = head;
+    }
     if (!is_same_log || (record.size == 0 && before > 0)) {
         record.size = before;
         return Change::kEmptied;
@@ -156,11 +196,11 @@ int64_t WitnessedFile::Lines(int64_t begin, int64_t end) const
         const std::string block = Bytes(at, std::min(end, at + kBlock));
         if (block.empty())
             return -1;
-        lines += std::count(block.begin(), block.end(), '\n');
+        lines += LineEnds(block, last);
         last = block.back();
         at += static_cast<int64_t>(block.size());
     }
-    return lines + (last == '\n' ? 0 : 1);
+    return lines + (IsText(last) ? 1 : 0);
 }
 
 void WitnessedFile::ReadTo(int64_t offset)
@@ -172,6 +212,7 @@ void WitnessedFile::ReadTo(int64_t offset)
 
 void WitnessedFile::LosePlace()
 {
+    certain_head_ = is_uncertain_ ? std::min(certain_head_, same_head_) : same_head_;
     ReadTo(std::min(record.read_to, record.size));
     is_uncertain_ = true;
 }

@@ -48,8 +48,10 @@ class WitnessedFile {
     [[nodiscard]] int64_t ReadUpTo() const { return std::max(record.read_to, record.checked_to); }
     // Is it known only roughly how far it was read, because its end was cut off, or edited, since?
     [[nodiscard]] bool IsUncertain() const { return is_uncertain_; }
-    // It was: how much of what is there now was written since is not known.
+    // It was, as the last look has found: how much of what is there now was written since is not known.
     void LosePlace();
+    // Of a file of which that is not known, so many bytes at its head were there before, in bytes.
+    [[nodiscard]] int64_t CertainHead() const { return certain_head_; }
 
     // What has become of it since the last look.
     enum class Change {
@@ -85,6 +87,8 @@ class WitnessedFile {
     // Null: none. Closed with the last of those that share it.
     std::shared_ptr<const int> file_;
     bool is_uncertain_ = false;
+    int64_t same_head_ = 0; // bytes of the head that the last look has found as they were before it
+    int64_t certain_head_ = 0;
 };
 
 } // namespace logs

@@ -99,6 +99,18 @@ class Losses(lab.LabTest):
         self.assertEqual(2, len(self.lab.alerts("ERROR")))
         self.assert_told()
 
+    def test_zero_bytes_in_place_of_a_lost_end_are_no_loss(self):
+        self.write("error 1", "error 2")
+        self.daemon.scan()
+        self.daemon.kill()
+        whole = lab.MESSAGES.read_bytes()
+        kept = whole[: whole.rindex(b"\n", 0, -1) + 1]
+        lab.MESSAGES.write_bytes(kept.ljust(len(whole), b"\0"))
+        self.daemon.start()
+        self.daemon.scan()
+        self.assertEqual(2, len(self.lab.alerts("ERROR")))
+        self.assert_told()
+
     def test_lines_that_take_the_place_of_a_lost_end_are_told_when_they_are_passed_over(self):
         kept = lab.MESSAGES.read_bytes()
         stamp = lab.stamped("")
