@@ -16,6 +16,7 @@ struct Outcome {
     std::string what; // the difference, and at which step
     int wakes = 0;
     int alerts = 0;
+    bool was_interrupted = false; // in the middle of a pass, where the history says
 };
 
 // `log_dir` stands for "/var/log"; it is empty before and after.

@@ -79,6 +79,84 @@ TEST_F(Edited, WhenAllThatIsLeftIsNewerThanTheLastLineCheckedItCountsAgainButFor
     EXPECT_EQ((Strings{"first", "second"}), Pass());
 }
 
+// ---- a power cut ----
+
+// What a log is like after it, of which the monitor has stored that it has read more.
+class PowerCut : public LossTest {
+  protected:
+    // The last `size` bytes of the log were not on the disk. There, zero bytes may be in their place.
+    void CutOff(size_t size, bool has_zeros) const
+    {
+        const auto path = LogFile("messages");
+        const auto whole = std::filesystem::file_size(path);
+        std::filesystem::resize_file(path, whole - size);
+        if (has_zeros)
+            std::filesystem::resize_file(path, whole);
+    }
+    static size_t SizeOf(const std::string &text) { return Line(text).size() + 1; }
+};
+
+TEST_F(PowerCut, WhatHadCountedAndIsGoneDoesNotCountAgainNorHideWhatComesLater)
+{
+    for (const bool has_zeros : {false, true}) {
+        Log({"head"});
+        LogLater({"checked 1"});
+        LogLater({"checked 2"});
+        Pass();
+        CutOff(SizeOf("checked 2"), has_zeros);
+        EXPECT_EQ(kNothing, Pass());
+        LogLater({"new"});
+        EXPECT_EQ(Strings{"new"}, Pass()) << has_zeros;
+    }
+}
+
+TEST_F(PowerCut, AnOlderEndOfTheLogDoesNotCountAgain)
+{
+    Log({"head"});
+    LogLater({"checked 1"});
+    LogLater({"checked 2"});
+    LogLater({"checked 3"});
+    Pass();
+    CutOff(SizeOf("checked 2") + SizeOf("checked 3"), false);
+    LogLater({"the system starts"});
+    LogLater({"new"});
+    EXPECT_EQ((Strings{"the system starts", "new"}), Pass());
+}
+
+TEST_F(PowerCut, ALineOfWhichTheEndIsGoneIsContinuedByTheNextOne)
+{
+    Log({"checked"});
+    Pass();
+    LogLater({"unread"});
+    CutOff(sizeof "read", false);
+    LogLater({"hidden"});
+    const std::string hidden = Line("hidden");
+    LogLater({"new"});
+    EXPECT_EQ((Strings{"un" + hidden, "new"}), Pass());
+}
+
+TEST_F(PowerCut, ALineThatEndsInZeroBytesCountsByItsFirstPartAndHidesNone)
+{
+    Log({"checked"});
+    Pass();
+    LogLater({"unread"});
+    CutOff(sizeof "read", true);
+    LogLater({"new 1"});
+    LogLater({"new 2"});
+    EXPECT_EQ((Strings{"un", "new 1", "new 2"}), Pass());
+}
+
+TEST_F(PowerCut, ALogOfNothingButZeroBytesIsFollowedFromItsEndOn)
+{
+    Log({"checked"});
+    Pass();
+    CutOff(SizeOf("checked"), true);
+    EXPECT_EQ(kNothing, Pass());
+    LogLater({"new 1"});
+    LogLater({"new 2"});
+    EXPECT_EQ((Strings{"new 1", "new 2"}), Pass());
+}
+
 // ---- time ----
 
 using Time = LossTest;

@@ -174,9 +174,15 @@ std::optional<std::string> Model::Open(const std::string &path, bool awaits_line
 
 namespace {
 
+// Where the line that begins at `head` ends: a zero byte ends a line, too.
+size_t LineEnd(const std::string &bytes, size_t head)
+{
+    return std::min(bytes.find_first_of(std::string("\n\0", 2), head), bytes.size());
+}
+
 std::string FirstLine(const std::string &bytes)
 {
-    return Cut(bytes.substr(0, bytes.find('\n')), kHandled);
+    return Cut(bytes.substr(0, LineEnd(bytes, 0)), kHandled);
 }
 
 } // namespace
@@ -320,7 +326,7 @@ Model::Found Model::StartAfresh(size_t slot, const std::optional<std::string> &l
     const size_t newline =
         live->size() > 1 ? live->rfind('\n', live->size() - 2) : std::string::npos;
     const size_t last = newline == std::string::npos ? 0 : newline + 1;
-    const std::string text = live->substr(last, live->find('\n', last) - last);
+    const std::string text = live->substr(last, LineEnd(*live, last) - last);
     bytes_read_[slot] += std::exchange(unrecorded_[slot], 0);
     SlotRecord &record = record_.slots[slot];
     record.head = Cut(FirstLine(*live), kRecorded);
@@ -366,8 +372,9 @@ Model::Came Model::ReadFile(size_t slot)
     unrecorded_[slot] = 0;
     std::vector<TextLine> lines;
     for (size_t at = 0; at < bytes.size();) {
-        const size_t end = std::min(bytes.find('\n', at), bytes.size());
-        lines.push_back({static_cast<int64_t>(at), Cut(bytes.substr(at, end - at), kHandled)});
+        const size_t end = LineEnd(bytes, at);
+        lines.push_back({static_cast<int64_t>(at), Cut(bytes.substr(at, end - at), kHandled),
+                         at == 0 || bytes[at - 1] == '\n'});
         at = end + 1;
     }
     Place place;
@@ -451,7 +458,8 @@ bool Model::IsRemembered(const TextLine &line) const
     return StartsWith(line.text, content_);
 }
 
-// Places the reader behind the last line that was checked. pos_ and content_ become what is remembered when
+// Places the reader behind the last line that was checked. The head of a line is looked for behind a newline, although
+// zero bytes end lines when they are read. pos_ and content_ become what is remembered when
 // nothing new follows.
 bool Model::GoTo(std::vector<TextLine> lines, Place *place)
 {
@@ -462,7 +470,10 @@ bool Model::GoTo(std::vector<TextLine> lines, Place *place)
         return true;
     }
     int base = static_cast<int>(place->lines.size()) - 1;
-    while (base > 0 && place->lines[static_cast<size_t>(base)].pos > pos_)
+    const auto is_before = [&](const TextLine &line) {
+        return line.pos <= pos_ && line.is_behind_newline;
+    };
+    while (base > 0 && !is_before(place->lines[static_cast<size_t>(base)]))
         --base;
     place->at = base;
     const TextLine &line = place->lines[static_cast<size_t>(base)];

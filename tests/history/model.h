@@ -3,7 +3,7 @@
 // shares no code with the module. It says of each wake which reports come, in order, what every hit counter
 // stands at, and what the registry holds.
 //
-// Not said here: lines longer than a block, zero bytes in a log, keywords as expressions.
+// Not said here: lines longer than a block, keywords as expressions.
 #ifndef TESTS_HISTORY_MODEL_H
 #define TESTS_HISTORY_MODEL_H
 
@@ -94,6 +94,7 @@ class Model {
     struct TextLine {
         int64_t pos;
         std::string text;
+        bool is_behind_newline; // or the first; else behind a zero byte
     };
     // Where reading goes on: the line before it, -1 for the head of the file.
     struct Place {
@@ -156,7 +157,7 @@ class Model {
     bool LoadTarget();
     void WatchPass();
     void ReadWatched(const std::string &bytes, uint64_t size);
-    void CheckWatchedLine(const std::string &line);
+    void CheckWatchedLine(const std::string &whole);
 
     World *world_;
     Record record_;

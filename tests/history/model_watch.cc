@@ -104,8 +104,10 @@ void Model::ReadWatched(const std::string &bytes, uint64_t size)
     record_.offset = memory_.offset;
 }
 
-void Model::CheckWatchedLine(const std::string &line)
+// A line is a text that a zero byte ends: what is behind one is not seen.
+void Model::CheckWatchedLine(const std::string &whole)
 {
+    const std::string line = whole.c_str();
     for (Counted &entry : table_) {
         if (Matches(entry.event, line))
             Hit(&entry, line, 1);

@@ -56,7 +56,7 @@ std::string Text(const Step &step)
     case Do::kTruncate:
         return log + ": truncated to nothing";
     case Do::kCutTail:
-        return log + ": loses its last " + n + " percent";
+        return log + ": loses its last " + n + " percent" + (step.m != 0 ? " to zero bytes" : "");
     case Do::kReplace:
         return log + ": replaced by a new file of " + n + " line(s)";
     case Do::kRemoveLine:
@@ -102,6 +102,12 @@ std::string Text(const Step &step)
             text += " [" + Text(inner) + "]";
         if (step.m > 0)
             text += " and again each " + Number(step.m) + " files";
+        return text;
+    }
+    case Do::kPassDuringCall: {
+        std::string text = "PASS; before its call number " + n + " on files:";
+        for (const Step &inner : step.inner)
+            text += " [" + Text(inner) + "]";
         return text;
     }
     }
@@ -257,6 +263,7 @@ Step Draw(Random *random, Do what, const Setup &setup, bool is_faithful)
         break;
     case Do::kCutTail:
         step.n = random->OneIn(3) ? random->Below(101) : random->Below(20);
+        step.m = random->OneIn(3) ? 1 : 0;
         break;
     case Do::kRemoveLine:
     case Do::kInsertLine: // mostly near the end, because that is where the monitor stands

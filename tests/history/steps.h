@@ -16,14 +16,14 @@ constexpr int kLogs = 3;
 
 enum class Do {
     // the logs
-    kAppend,     // `n` lines of style `m`
-    kRepeat,     // "last message repeated `n` times"
-    kPart,       // the first `n` percent of a line, at least a byte
-    kRest,       // what was left of it
-    kGiveUp,     // the rest will never come: the next line follows without a line end
-    kRotate,     // `n`: a Create; `m`: 0 numbered, 1 dated
-    kTruncate,   // to nothing
-    kCutTail,    // loses the last `n` percent
+    kAppend,   // `n` lines of style `m`
+    kRepeat,   // "last message repeated `n` times"
+    kPart,     // the first `n` percent of a line, at least a byte
+    kRest,     // what was left of it
+    kGiveUp,   // the rest will never come: the next line follows without a line end
+    kRotate,   // `n`: a Create; `m`: 0 numbered, 1 dated
+    kTruncate, // to nothing
+    kCutTail, // loses the last `n` percent; `m` 1: zero bytes are in their place, as after a power cut
     kReplace,    // by a new file of `n` lines
     kRemoveLine, // `m` lines from `n` percent on are edited out
     kInsertLine, // `m` lines are edited in at `n` percent
@@ -47,6 +47,8 @@ enum class Do {
     kPassSplit, // a pass, while a line is written in two: `n` percent before, the rest `m` ms later
     kPassDuring, // a pass; before it opens its `n`-th file, `inner` happens, and again before the `m`-th
                  // file from there on, kMostInterruptions times in all (`m` 0: only once)
+    kPassDuringCall, // a pass; before its `n`-th call on files, of whatever kind, `inner` happens. The oracle does not know
+                     // of single calls: from there on the ledger alone decides
 };
 
 // What logrotate leaves in place of the file that it moved away.

@@ -209,7 +209,7 @@ void World::Apply(const Step &step)
         ForgetLast(log);
         return;
     case Do::kCutTail:
-        folder.Truncate(name, size * static_cast<size_t>(100 - step.n) / 100, clock);
+        CutTail(step, size);
         return;
     case Do::kRemoveLine:
     case Do::kInsertLine:
@@ -584,6 +584,15 @@ void World::Edit(const Step &step)
     }
     folder.Truncate(name, head, clock);
     folder.Append(name, added + bytes.substr(end), clock);
+}
+
+void World::CutTail(const Step &step, size_t size)
+{
+    const size_t left = size * static_cast<size_t>(100 - step.n) / 100;
+    if (step.m != 0)
+        folder.Overwrite(NameOf(step.log), left, std::string(size - left, '\0'), clock);
+    else
+        folder.Truncate(NameOf(step.log), left, clock);
 }
 
 // In a faithful history only names that no one takes for a backup.

@@ -98,6 +98,7 @@ class World {
     void MoveAway(Log log, const std::string &to, int create);
     void Replace(const Step &step);
     void Edit(const Step &step);
+    void CutTail(const Step &step, size_t size);
     void AddStray(int number);
     void Rewrite(Log log);
     void HarmBackup(const Step &step);

@@ -16,6 +16,7 @@ bool SameName(const std::string &a, const std::string &b)
 std::vector<std::string> Split(const std::string &path)
 {
     std::vector<std::string> parts;
+    parts.reserve(static_cast<size_t>(std::count(path.begin(), path.end(), '\\')) + 1);
     size_t begin = 0;
     while (begin <= path.size()) {
         const size_t end = std::min(path.find('\\', begin), path.size());

@@ -23,12 +23,14 @@ class System {
     std::optional<time_t> now;
 
     // Makes call number n (from 1) of that name fail, counted from now, with this errno. Names:
-    // malloc, calloc, stat, stat64 (a stat, too), fstat, open, fdopen, fseek, fread, scandir, regcomp.
+    // malloc, calloc, stat, stat64 (a stat, too), fstat, open, fdopen, fseek, fread, pread, scandir, regcomp.
     void FailCall(const std::string &name, int n, int error_number = 5);
 
     // Runs before call number n (from 1) of that name, counted from now: to change a file between
     // two steps of the module.
     void BeforeCall(const std::string &name, int n, std::function<void()> action);
+    // The name for any of the calls on files: of those above, all but those for memory and expressions, and pread.
+    static constexpr char kAnyFileCall[] = "any file call";
 
     [[nodiscard]] int Calls(const std::string &name) const; // since the last Reset or ForgetCalls
     void ForgetCalls() { counts_.clear(); }
