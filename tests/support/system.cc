@@ -53,7 +53,7 @@ int System::Calls(const std::string &name) const
 
 bool System::Enter(const char *name)
 {
-    if (IsFileCall(name))
+    if (actions_.contains(kAnyFileCall) && IsFileCall(name))
         Enter(kAnyFileCall);
     ++counts_[name];
     const auto action = actions_.find(name);
