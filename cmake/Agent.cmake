@@ -117,14 +117,15 @@ add_sibling(vkirtupt agent/products/vkirtupt.cc)
 add_agent_folder(regfile UNHURRIED reg_import.cc reg_path.cc reg_reader.cc reg_writer.cc)
 target_link_libraries(agent_regfile PUBLIC agent_text)
 
-add_agent_folder(rules UNHURRIED node_reader.cc policy_reader.cc policy_text.cc rule_test.cc rules_diff.cc rules_file.cc yaml_text.cc yaml_tree.cc)
-target_link_libraries(agent_rules PUBLIC agent_events agent_policy agent_text PRIVATE PkgConfig::YAML)
+add_agent_folder(rules UNHURRIED apply.cc event_reader.cc node_reader.cc policy_reader.cc policy_text.cc rule_test.cc rules_diff.cc rules_file.cc
+    section_diff.cc section_values.cc sections.cc yaml_text.cc yaml_tree.cc)
+target_link_libraries(agent_rules PUBLIC agent_events agent_inputs agent_policy agent_settings agent_sinks agent_text PRIVATE PkgConfig::YAML)
 
 # Editors check rules files against this schema, and complete what is typed into them.
 set(SYSLOGMON_RULES_SCHEMA ${CMAKE_INSTALL_FULL_DATADIR}/syslogmon/rules.schema.json)
 install(FILES packaging/rules.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/syslogmon)
 
-add_agent_folder(cli UNHURRIED WITH_JSON alert_commands.cc context.cc doctor_agent.cc doctor_commands.cc doctor_inputs.cc doctor_logs.cc
+add_agent_folder(cli UNHURRIED WITH_JSON alert_commands.cc author.cc context.cc doctor_agent.cc doctor_commands.cc doctor_inputs.cc doctor_logs.cc
     doctor_promises.cc doctor_rsyslog.cc doctor_sinks.cc event_commands.cc event_json.cc explain.cc
     hour_of.cc input_commands.cc line_trial.cc matched_line.cc metrics_commands.cc option_word.cc output.cc
     progress_bar.cc reg_file_commands.cc registry_commands.cc rendered_log.cc report_commands.cc rsyslog_config.cc rule_tests.cc rules_commands.cc
@@ -136,6 +137,9 @@ target_link_libraries(agent_cli PUBLIC agent_commandline agent_inputs agent_logs
 target_link_libraries(agent_cli PRIVATE PkgConfig::NCURSES)
 # Its header has macros of short names.
 set_source_files_properties(agent/cli/top_commands.cc PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+# They have functions of one name, for commands of one form.
+set_source_files_properties(agent/cli/input_commands.cc agent/cli/reg_file_commands.cc agent/cli/registry_commands.cc agent/cli/sink_commands.cc
+                            PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 target_include_directories(agent_cli PRIVATE ${CMAKE_BINARY_DIR}/generated)
 target_compile_definitions(agent_cli PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}"
                            SYSLOGMON_SHARE="${CMAKE_INSTALL_FULL_DATADIR}/syslogmon"

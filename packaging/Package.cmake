@@ -40,7 +40,7 @@ string(PREPEND LICENSE_FIELD " ")
 configure_file(${CMAKE_CURRENT_LIST_DIR}/debian/copyright.in ${package_files}/copyright @ONLY)
 install(FILES ${package_files}/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/logrotate-other-logs DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
-foreach(name rules policies)
+foreach(name rules policies host)
     file(READ ${CMAKE_SOURCE_DIR}/examples/${name}.yaml rules)
     string(REPLACE "../packaging/rules.schema.json" "${SYSLOGMON_RULES_SCHEMA}" rules "${rules}")
     file(WRITE ${package_files}/${name}.yaml "${rules}")
@@ -80,8 +80,8 @@ install(FILES ${package_files}/syslogmond.service DESTINATION /lib/systemd/syste
 # Put in place by the administrator where rsyslog is used: syslogmon doctor has the command.
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/rsyslog.conf ${CMAKE_CURRENT_LIST_DIR}/logrotate.conf
         DESTINATION ${CMAKE_INSTALL_DATADIR}/syslogmon)
-# For the secrets of sinks.
-install(DIRECTORY DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/syslogmon)
+# For the secrets of sinks, and for rules files: apply takes the folder as a whole.
+install(DIRECTORY DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/syslogmon/conf.d)
 
 # ---- the package ----
 

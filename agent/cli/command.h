@@ -27,6 +27,8 @@ constexpr int kExitDone = 0;
 constexpr int kExitFailed = 1;     // it failed and said why on standard error
 constexpr int kExitUsage = 2;      // the words on the command line were wrong
 constexpr int kExitNotRunning = 3; // the daemon is not running
+// Of apply --detailed-exitcode, as others have it: something changes. Words that are wrong end with the same, and say so.
+constexpr int kExitChanges = 2;
 
 // The daemon is needed and is not running.
 // Has its own exit status, by its type: whoever asks for a scan may go on without a daemon.

@@ -2,13 +2,11 @@
 //
 // The commands write the registry only. The daemon reads it with each pass that has something to report,
 // so a silence holds for all lines that are checked from then on.
-#include <cstdlib>
 #include <ctime>
-#include <pwd.h>
-#include <unistd.h>
 
 #include <nlohmann/json.hpp>
 
+#include "agent/cli/author.h"
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
 #include "agent/events/events.h"
@@ -26,7 +24,6 @@ using nlohmann::json;
 using policy::Silence;
 using policy::SilenceHeld;
 
-constexpr size_t kMaxText = 256; // bytes of a pattern and of the comment
 constexpr int64_t kMsOfSecond = 1000;
 
 struct SilenceOptions {
@@ -41,31 +38,12 @@ struct SilenceOptions {
     int64_t number = 0;
 };
 
-// Who types it, also behind sudo.
-std::string Author()
-{
-    const char *sudo = getenv("SUDO_USER");
-    if (sudo != nullptr)
-        return sudo;
-    const struct passwd *user = getpwuid(geteuid());
-    return user != nullptr ? user->pw_name : std::to_string(geteuid());
-}
-
-void CheckText(const char *name, const std::string &text, bool may_be_empty)
-{
-    if ((text.empty() && !may_be_empty) || text.size() > kMaxText || text::Printable(text) != text)
-        throw host::Error(std::string("cannot use the ") + name + " \"" +
-                              text::Printable(text.substr(0, 60)) + "\"",
-                          "it is empty, too long, or holds a control character",
-                          "use a text of 1 to 256 bytes");
-}
-
 Silence SilenceOf(const SilenceOptions &options, int64_t now_s)
 {
     Silence silence;
-    CheckText("pattern", options.source, false);
-    CheckText("pattern", options.host, false);
-    CheckText("comment", options.comment, true);
+    policy::CheckPattern(options.source);
+    policy::CheckPattern(options.host);
+    policy::CheckComment(options.comment);
     silence.source = options.source;
     silence.host = options.host;
     silence.comment = options.comment;

@@ -113,10 +113,14 @@ RulesCopy HostSettings(Context &context)
 // come to what they should.
 RulesCopy FileRules(Context &context, const std::string &file, size_t *tests)
 {
-    const auto parsed = rules::ParseRules(text::ReadWholeFile(file, rules::kMaxRulesFile));
-    RefuseIfFaulty(context, "try", file, parsed.issues);
+    const std::vector<rules::SourceText> files = rules::ReadRulesFiles(file);
+    std::vector<std::string> names;
+    for (const rules::SourceText &one : files)
+        names.push_back(one.name);
+    const auto parsed = rules::ParseRulesFiles(files);
+    RefuseIfFaulty(context, "try", file, parsed.issues, names);
     RulesCopy rules = HostSettings(context);
-    RefuseIfFaulty(context, "try", file, RunTests(rules, parsed.rules));
+    RefuseIfFaulty(context, "try", file, RunTests(rules, parsed.rules), names);
     *tests = CountTests(parsed.rules);
     for (const rules::Rule &rule : parsed.rules)
         rules.events.push_back(rule.event);

@@ -11,13 +11,14 @@ namespace cli {
 
 // Both outputs are written: people see the mistakes although the JSON goes into a pipe.
 void RefuseIfFaulty(const Context &context, const std::string &doing, const std::string &path,
-                    const std::vector<text::Issue> &issues)
+                    const std::vector<text::Issue> &issues, const std::vector<std::string> &files)
 {
     if (issues.empty())
         return;
-    const std::string name = text::ShownName(path);
     nlohmann::json list = nlohmann::json::array();
     for (const text::Issue &issue : issues) {
+        const std::string name =
+            issue.at.file < files.size() ? files[issue.at.file] : text::ShownName(path);
         const std::string line = name + ":" + std::to_string(issue.at.line) + ":" +
                                  std::to_string(issue.at.column) + ": " + issue.what;
         fprintf(stderr, "%s\n", text::Printable(line).c_str());

@@ -26,8 +26,10 @@ class Refused : public host::Error {
 // standard error, and with --json as an object on standard output, too; then throws Refused.
 //   doing   what the command would have done, for the error: "apply"
 // The form is the one of compilers, so editors jump to the place.
+//   files   the names of the files to which the places belong, when there are several
 void RefuseIfFaulty(const Context &context, const std::string &doing, const std::string &path,
-                    const std::vector<text::Issue> &issues);
+                    const std::vector<text::Issue> &issues,
+                    const std::vector<std::string> &files = {});
 
 // Prints a whole file, byte for byte, on standard output. Throws host::Error when not all of it
 // could be written.

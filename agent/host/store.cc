@@ -342,10 +342,15 @@ void Store::SetWait(Patience patience)
     database_->SetPatience(std::move(patience));
 }
 
+// One within another has no lock of its own, by which it is known; the outer one's holds for both. What
+// it does is committed with the outer one; when it fails, nothing of the outer one is left to commit.
 Transaction::Transaction(Store &store) : store_(store), lock_(store.mutex())
 {
-    store_.Begin();
     open_ = true;
+    if (store_.is_open_ && !store_.in_passes_)
+        lock_.unlock();
+    else
+        store_.Begin();
 }
 
 Transaction::~Transaction()
@@ -357,6 +362,8 @@ Transaction::~Transaction()
 void Transaction::Commit()
 {
     open_ = false;
+    if (!lock_.owns_lock())
+        return;
     store_.Commit();
     ++store_.own_changes_;
 }

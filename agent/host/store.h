@@ -161,7 +161,7 @@ class Store {
     int64_t journal_before_ = 0; // bytes of the journal when its transaction began
 };
 
-// Several writes as one. Without Commit, everything is rolled back at the end of its life.
+// Several writes as one; within another one, a part of it. Without Commit, all is rolled back.
 class Transaction {
   public:
     explicit Transaction(Store &store);

@@ -22,17 +22,6 @@ std::string InputsPath()
     return std::string(host::kAgentKey) + "\\INPUTS";
 }
 
-void CheckName(const std::string &name)
-{
-    const bool ok = !name.empty() && name.size() <= kMaxName &&
-                    name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
-                                           "0123456789._-") == std::string::npos;
-    if (!ok)
-        throw host::Error("cannot use the name \"" + name.substr(0, kMaxName) + "\" for an input",
-                          "it is empty, too long, or holds other characters than those of names",
-                          "use 1 to 64 letters, digits, \".\", \"_\" and \"-\"");
-}
-
 std::string Listed(const std::vector<std::string> &names)
 {
     std::string list;
@@ -48,7 +37,32 @@ std::string Listed(const std::vector<std::string> &names)
                       "use " + accepted);
 }
 
-void CheckValue(const std::string &option, const std::string &value)
+std::vector<std::string> LinesOf(const std::string &text)
+{
+    std::vector<std::string> lines;
+    size_t begin = 0;
+    while (begin < text.size()) {
+        const size_t end = std::min(text.find('\n', begin), text.size());
+        lines.push_back(text.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return lines;
+}
+
+} // namespace
+
+void CheckInputName(const std::string &name)
+{
+    const bool ok = !name.empty() && name.size() <= kMaxName &&
+                    name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                           "0123456789._-") == std::string::npos;
+    if (!ok)
+        throw host::Error("cannot use the name \"" + name.substr(0, kMaxName) + "\" for an input",
+                          "it is empty, too long, or holds other characters than those of names",
+                          "use 1 to 64 letters, digits, \".\", \"_\" and \"-\"");
+}
+
+void CheckInputValue(const std::string &option, const std::string &value)
 {
     if (value.empty() || value.find('\n') != std::string::npos)
         Refuse(option, value, "a text of one line");
@@ -65,20 +79,6 @@ void CheckValue(const std::string &option, const std::string &value)
     if (option == "match" && (value.find('=') == std::string::npos || value[0] == '='))
         Refuse(option, value, "FIELD=VALUE");
 }
-
-std::vector<std::string> LinesOf(const std::string &text)
-{
-    std::vector<std::string> lines;
-    size_t begin = 0;
-    while (begin < text.size()) {
-        const size_t end = std::min(text.find('\n', begin), text.size());
-        lines.push_back(text.substr(begin, end - begin));
-        begin = end + 1;
-    }
-    return lines;
-}
-
-} // namespace
 
 const std::vector<InputOption> &AllInputOptions()
 {
@@ -130,24 +130,38 @@ std::vector<std::string> InputConfig::Values(const std::string &option) const
     return found == options.end() ? std::vector<std::string>{} : found->second;
 }
 
+void CheckInputKind(const std::string &kind)
+{
+    if (kind != kFilesKind && kind != kJournalKind)
+        throw host::Error(
+            "cannot add an input of the kind \"" + kind + "\"", "there is no such kind",
+            text::Suggestion(kind, {kFilesKind, kJournalKind}) + "use files or journal");
+}
+
 void CheckInput(const InputConfig &input)
 {
-    CheckName(input.name);
-    if (input.kind != kFilesKind && input.kind != kJournalKind)
-        throw host::Error(
-            "cannot add an input of the kind \"" + input.kind + "\"", "there is no such kind",
-            text::Suggestion(input.kind, {kFilesKind, kJournalKind}) + "use files or journal");
+    CheckInputName(input.name);
+    CheckInputKind(input.kind);
     for (const auto &[name, values] : input.options) {
         if (!FindOption(input.kind, name).is_repeated && values.size() > 1)
             throw host::Error("cannot use " + name + " twice", "it has one value", "give it once");
         for (const std::string &value : values)
-            CheckValue(name, value);
+            CheckInputValue(name, value);
     }
     if (input.kind == kFilesKind && input.Values("path").empty())
         throw host::Error("cannot add the input " + input.name, "it names no files",
                           "give path=/var/log/NAME.log");
     if (input.kind == kFilesKind) // refuses an expression or an encoding that cannot be used
         const FileFollower check(FollowOptionsOf(input, host::kDefaultLogCharset), {});
+}
+
+void CheckNewInput(const InputConfig &input)
+{
+    CheckInput(input);
+    if (strcasecmp(input.name.c_str(), kCustomerInput) == 0)
+        throw host::Error("cannot add an input of the name " + input.name,
+                          "it is that of the customer file",
+                          "use syslogmon set customer-file PATH, or choose another name");
 }
 
 FollowOptions FollowOptionsOf(const InputConfig &input, const std::string &log_charset)
@@ -249,11 +263,7 @@ InputId InputRegistry::Create(InputConfig input)
 
 InputConfig InputRegistry::Add(InputConfig input, const std::string &log_charset)
 {
-    CheckInput(input);
-    if (strcasecmp(input.name.c_str(), kCustomerInput) == 0)
-        throw host::Error("cannot add an input of the name " + input.name,
-                          "it is that of the customer file",
-                          "use syslogmon set customer-file PATH, or choose another name");
+    CheckNewInput(input);
     host::Transaction transaction(store_); // two that add one name do so one after the other
     for (const InputConfig &other : ReadAll()) {
         if (strcasecmp(other.name.c_str(), input.name.c_str()) == 0)

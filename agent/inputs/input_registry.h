@@ -53,8 +53,14 @@ struct InputConfig {
     [[nodiscard]] std::vector<std::string> Values(const std::string &option) const;
 };
 
-// Throws host::Error, which names option and cause, when something is wrong with it.
+// Each throws host::Error, which says what is allowed: a name, a kind, one value of an option that its kind has, and all of an
+// input together.
+void CheckInputName(const std::string &name);
+void CheckInputKind(const std::string &kind);
+void CheckInputValue(const std::string &option, const std::string &value);
 void CheckInput(const InputConfig &input);
+// The same of one that is to be added: the name of the customer file is taken.
+void CheckNewInput(const InputConfig &input);
 
 // As readers take it. `log_charset`: of the monitor.
 FollowOptions FollowOptionsOf(const InputConfig &input, const std::string &log_charset);

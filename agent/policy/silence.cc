@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "agent/host/error.h"
+#include "agent/text/printable.h"
 
 namespace policy {
 
@@ -22,6 +23,17 @@ constexpr char kUtc[] = "UTC";
     throw host::Error("cannot use the hours \"" + text + "\"", "their form is not known",
                       "write days and hours, such as \"mon-fri 22:00-06:00\", \"sat,sun\" or "
                       "\"22:00-06:00 UTC\"");
+}
+
+constexpr size_t kMaxText = 256; // bytes of a pattern and of the comment
+
+void CheckText(const char *name, const std::string &text, bool may_be_empty)
+{
+    if ((text.empty() && !may_be_empty) || text.size() > kMaxText || text::Printable(text) != text)
+        throw host::Error(std::string("cannot use the ") + name + " \"" +
+                              text::Printable(text.substr(0, 60)) + "\"",
+                          "it is empty, too long, or holds a control character",
+                          "use a text of 1 to 256 bytes");
 }
 
 std::optional<int> DayOf(const std::string &name)
@@ -123,6 +135,16 @@ bool Silence::Matches(const alerts::Alert &alert) const
 bool Silence::Holds(int64_t time_s) const
 {
     return time_s >= begin_s && !IsOver(time_s) && (!window || window->Holds(time_s));
+}
+
+void CheckPattern(const std::string &text)
+{
+    CheckText("pattern", text, false);
+}
+
+void CheckComment(const std::string &text)
+{
+    CheckText("comment", text, true);
 }
 
 WeeklyWindow ParseWindow(const std::string &text)

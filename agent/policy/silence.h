@@ -40,12 +40,17 @@ struct Silence {
     bool wants_summary = false;         // one alert at its end, of what it has held back
     std::string comment;
     std::string author;
+    bool is_from_file = false; // a rules file has it, so one without it ends it
 
     [[nodiscard]] bool Matches(const alerts::Alert &alert) const;
     [[nodiscard]] bool Holds(int64_t time_s) const;
     [[nodiscard]] bool IsOver(int64_t now_s) const { return end_s != 0 && end_s <= now_s; }
     bool operator==(const Silence &) const = default;
 };
+
+// Throws host::Error when a text of a silence is too long or holds a control character, or a pattern is empty.
+void CheckPattern(const std::string &text);
+void CheckComment(const std::string &text);
 
 // "mon-fri 22:00-06:00", "sat,sun", "22:00-06:00 UTC": days, hours and zone, of which one must be there.
 // Throws host::Error, which says what is allowed.

@@ -13,6 +13,7 @@ namespace policy {
 namespace {
 
 constexpr char kNumber[] = "SilenceNumber";
+constexpr char kFromFile[] = "FromFile";
 constexpr int64_t kListedFor = int64_t{30} * 86400; // seconds behind its end
 
 std::string SilencesPath()
@@ -49,6 +50,7 @@ std::optional<Silence> Read(host::RegistryTree &registry, host::KeyId key, const
     silence.wants_summary = NumberAt(registry, key, "Summary") != 0;
     silence.comment = TextAt(registry, key, "Comment");
     silence.author = TextAt(registry, key, "Author");
+    silence.is_from_file = NumberAt(registry, key, kFromFile) != 0;
     if (const std::string window = TextAt(registry, key, "Window"); !window.empty()) {
         try {
             silence.window = ParseWindow(window);
@@ -104,6 +106,8 @@ uint32_t AddSilence(host::Store &store, host::RegistryTree &registry, const Sile
     host::SetNumber(registry, key, "Summary", silence.wants_summary ? 1 : 0);
     host::SetText(registry, key, "Comment", silence.comment);
     host::SetText(registry, key, "Author", silence.author);
+    if (silence.is_from_file)
+        host::SetNumber(registry, key, kFromFile, 1);
     transaction.Commit();
     return number;
 }

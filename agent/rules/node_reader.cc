@@ -67,6 +67,12 @@ Values NodeReader::ReadMap(const YamlNode &map, const Names &known, const std::s
     return values;
 }
 
+std::string NodeReader::PlaceOf(const text::Position &at) const
+{
+    const bool is_here = at.file == issues_->At(0).file || at.file >= names_.size();
+    return "line " + std::to_string(at.line) + (is_here ? "" : " of " + names_[at.file]);
+}
+
 const std::string *NodeReader::TextOf(const YamlNode &node, const std::string &what,
                                       const std::string &next_step)
 {

@@ -5,6 +5,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "agent/rules/yaml_tree.h"
@@ -20,7 +21,11 @@ using Values = std::map<std::string, const YamlNode *>;
 
 class NodeReader {
   public:
-    explicit NodeReader(text::IssueList *issues) : issues_(issues) {}
+    //   names  of the files that go together, by their numbers; of a single one they are not needed
+    explicit NodeReader(text::IssueList *issues, Names names = {})
+        : issues_(issues), names_(std::move(names))
+    {
+    }
 
     // A name that is not known, or that stands twice, is an issue. `where` is the name of the mapping
     // in messages: "an event".
@@ -31,10 +36,14 @@ class NodeReader {
     const std::string *TextOf(const YamlNode &node, const std::string &what,
                               const std::string &next_step);
 
+    // "line 5", or of another one of the files "line 5 of disks.yaml".
+    [[nodiscard]] std::string PlaceOf(const text::Position &at) const;
+
     [[nodiscard]] text::IssueList &issues() { return *issues_; }
 
   private:
     text::IssueList *issues_;
+    Names names_;
 };
 
 // What is there instead of what should be: "it is a list".

@@ -1,14 +1,9 @@
 #include "agent/rules/rules_file.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cstdio>
-#include <map>
-#include <optional>
+#include <filesystem>
 
 #include "agent/host/error.h"
-#include "agent/rules/node_reader.h"
-#include "agent/rules/policy_reader.h"
 #include "agent/rules/policy_text.h"
 #include "agent/rules/yaml_text.h"
 #include "agent/rules/yaml_tree.h"
@@ -19,13 +14,6 @@ namespace {
 
 using Kind = YamlNode::Kind;
 
-// The names of a rules file, as its schema has them.
-constexpr char kSource[] = "source";
-constexpr char kId[] = "id";
-constexpr char kKeywords[] = "keywords";
-constexpr char kReportCount[] = "report_count";
-constexpr char kHours[] = "hours";
-constexpr char kRegex[] = "regex"; // of its policy
 constexpr char kVersion[] = "version";
 constexpr char kEvents[] = "events";
 
@@ -33,402 +21,143 @@ constexpr char kEvents[] = "events";
 // something else.
 constexpr char kFormVersion[] = "1";
 
-const Names kPlainKeys = {kSource, kId, kKeywords, kReportCount, kHours};
-
 } // namespace
-
-Names EventKeys()
-{
-    Names names = kPlainKeys;
-    names.insert(names.end(), kPolicyKeys.begin(), kPolicyKeys.end());
-    names.emplace_back("tests");
-    return names;
-}
 
 Names FileKeys()
 {
-    return {kVersion, kEvents};
-}
-
-namespace {
-
-// Of blanks and tabs: a text has no line end here.
-std::string Trimmed(const std::string &text)
-{
-    const size_t begin = text.find_first_not_of(" \t");
-    if (begin == std::string::npos)
-        return "";
-    return text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
-}
-
-// Without the blanks around commas and dashes: "8 - 18, 22" becomes "8-18,22".
-std::string WithoutBlanks(const std::string &hours)
-{
-    std::string result;
-    std::string item;
-    for (const char c : hours) {
-        if (c == ',' || c == '-') {
-            result += Trimmed(item) + c;
-            item.clear();
-        } else {
-            item += c;
-        }
-    }
-    return result + Trimmed(item);
+    Names names = {kVersion, kEvents};
+    names.insert(names.end(), kSectionKeys.begin(), kSectionKeys.end());
+    return names;
 }
 
 // ---- reading ----
 
-// Reads the tree of a file and checks all that can be said without a registry. It goes on behind
-// each fault, so each is told of once, at its place.
-class RulesReader : private NodeReader {
-  public:
-    RulesReader(text::IssueList *issues, std::vector<Rule> *rules)
-        : NodeReader(issues), issues_(issues), rules_(rules)
-    {
-    }
+namespace {
 
-    void ReadFile(const YamlNode &file);
+// Reads the trees of files that go together.
+class RulesReader {
+  public:
+    explicit RulesReader(ParsedRules *parsed) : parsed_(parsed) {}
+
+    void ReadFile(const YamlNode &file, NodeReader *nodes);
 
   private:
-    void ReadVersion(const YamlNode &version);
-    void ReadEvents(const YamlNode &events);
-    void ReadEvent(const YamlNode &node);
-    // False, and an issue, when the expression shows no text for the monitor's table.
-    bool DerivesKeyword(const YamlNode &regex, const events::EventPolicy &policy);
+    void ReadVersion(const YamlNode &version, NodeReader *nodes);
 
-    // Each returns false, and notes why, when the value cannot be used.
-    bool ReadKey(const YamlNode &event, const Values &values, events::EventKey *key);
-    bool ReadKeywords(const YamlNode &event, const Values &values, Rule *rule);
-    bool ReadKeyword(const YamlNode &node, size_t index, Rule *rule);
-    bool ReadReportCount(const Values &values, events::EventRecord *event);
-    bool ReadHours(const Values &values, events::EventRecord *event);
-    std::optional<std::string> HoursText(const YamlNode &node);
-
-    // Asks CheckEvent, whose words become the issue. Made-up values stand in for what is not meant.
-    bool Check(const events::EventRecord &event, size_t offset);
-    // An issue when the event stands in the file already, or its source is written another way
-    // there.
-    void CheckForTwins(const Rule &rule, size_t offset);
-
-    text::IssueList *issues_;
-    std::vector<Rule> *rules_;
-    // By ComparableKey, the line in which the event stands first.
-    std::map<std::pair<std::string, uint32_t>, size_t> line_of_event_;
-    // By the comparable name, how the first event writes a source, and in which line.
-    std::map<std::string, std::pair<std::string, size_t>> spelling_of_source_;
+    ParsedRules *parsed_;
+    SeenEvents seen_events_;
+    SeenNames seen_names_;
 };
 
-void RulesReader::ReadFile(const YamlNode &file)
+void RulesReader::ReadFile(const YamlNode &file, NodeReader *nodes)
 {
     const std::string form = "begin with \"events:\" and list the events below it";
     // Not the same as no events: with --prune it would remove everything, and whoever wants that
     // says so.
     if (file.kind == Kind::kNothing) {
-        issues_->Add(0, "cannot use the file", "it is empty",
-                     form + ", or write \"events: []\" for none");
+        nodes->issues().Add(0, "cannot use the file", "it is empty",
+                            form + ", or write \"events: []\" for none");
         return;
     }
     if (file.kind != Kind::kMap) {
         if (file.kind != Kind::kFaulty)
-            issues_->Add(file.offset, "cannot use the file", KindText(file.kind), form);
+            nodes->issues().Add(file.offset, "cannot use the file", KindText(file.kind), form);
         return;
     }
-    const Values values = ReadMap(file, FileKeys(), "a rules file");
+    const Values values = nodes->ReadMap(file, FileKeys(), "a rules file");
     if (values.contains(kVersion))
-        ReadVersion(*values.at(kVersion));
-    if (values.contains(kEvents))
-        ReadEvents(*values.at(kEvents));
-    else
-        issues_->Add(file.offset, "cannot use the file", "it has no \"events:\"",
-                     form + ", or write \"events: []\" for none");
+        ReadVersion(*values.at(kVersion), nodes);
+    if (values.contains(kEvents)) {
+        parsed_->has_events = true;
+        ReadEvents(*values.at(kEvents), nodes, &seen_events_, &parsed_->rules);
+    }
+    for (const std::string &section : kSectionKeys) {
+        if (values.contains(section))
+            ReadSection(section, *values.at(section), nodes, &seen_names_, &parsed_->sections);
+    }
+    const bool has_any = std::any_of(values.begin(), values.end(),
+                                     [](const auto &value) { return value.first != kVersion; });
+    if (!has_any)
+        nodes->issues().Add(file.offset, "cannot use the file", "it has no \"events:\"",
+                            form + ", or write \"events: []\" for none");
 }
 
 // A version is no reason to stop: what else is wrong is told of as well.
-void RulesReader::ReadVersion(const YamlNode &version)
+void RulesReader::ReadVersion(const YamlNode &version, NodeReader *nodes)
 {
     const std::string next_step =
         std::string("write \"version: ") + kFormVersion + "\", or leave it out";
-    const std::string *text = TextOf(version, "the version", next_step);
+    const std::string *text = nodes->TextOf(version, "the version", next_step);
     if (text != nullptr && *text != kFormVersion)
-        issues_->Add(version.offset, "cannot use the version " + text::Shown(*text),
-                     "this program does not know it", next_step);
+        nodes->issues().Add(version.offset, "cannot use the version " + text::Shown(*text),
+                            "this program does not know it", next_step);
 }
 
-void RulesReader::ReadEvents(const YamlNode &events)
+void Append(std::vector<text::Issue> more, std::vector<text::Issue> *issues)
 {
-    if (events.kind == Kind::kFaulty)
-        return;
-    if (events.kind != Kind::kList) {
-        issues_->Add(events.offset, "cannot use \"events\"", KindText(events.kind),
-                     "begin each event with \"- source: NAME\", or write \"events: []\" for none");
-        return;
-    }
-    for (const YamlNode &event : events.children)
-        ReadEvent(event);
-}
-
-void RulesReader::ReadEvent(const YamlNode &node)
-{
-    if (node.kind == Kind::kFaulty)
-        return;
-    if (node.kind != Kind::kMap) {
-        issues_->Add(node.offset, "cannot use an event", KindText(node.kind),
-                     "write source, id and keywords, each as \"name: value\"");
-        return;
-    }
-    const Values values = ReadMap(node, EventKeys(), "an event");
-    Rule rule;
-    rule.at = issues_->At(node.offset);
-    // All of them are read, so that all their issues are found.
-    const bool has_key = ReadKey(node, values, &rule.event.key);
-    const bool has_keywords = ReadKeywords(node, values, &rule);
-    const bool has_count = ReadReportCount(values, &rule.event);
-    const bool has_hours = ReadHours(values, &rule.event);
-    const bool has_tests = ReadTests(values, this, &rule.tests);
-    const bool has_policy = ReadPolicy(values, this, &rule.event.policy);
-    if (has_keywords && has_policy && rule.event.keywords == std::array<std::string, 3>() &&
-        !DerivesKeyword(*values.at(kRegex), rule.event.policy))
-        return;
-    if (has_count && has_policy && rule.event.policy.within_s > 0 &&
-        rule.event.report_count > events::kMostWithin) {
-        issues_->Add(values.at(kReportCount)->offset,
-                     "cannot use the report count " + std::to_string(rule.event.report_count),
-                     "its hits are to come within a time",
-                     "use a number from 1 to 10000, or leave out \"within\"");
-        return;
-    }
-    // Also of an event that is faulty otherwise: its twin is a mistake of its own.
-    if (has_key)
-        CheckForTwins(rule, node.offset);
-    if (has_key && has_keywords && has_count && has_hours && has_policy && has_tests)
-        rules_->push_back(std::move(rule));
-}
-
-bool RulesReader::DerivesKeyword(const YamlNode &regex, const events::EventPolicy &policy)
-{
-    try {
-        events::CheckDerivedKeyword(policy);
-    } catch (const host::Error &error) {
-        issues_->Add(regex.offset, error.what());
-        return false;
-    }
-    return true;
-}
-
-bool RulesReader::Check(const events::EventRecord &event, size_t offset)
-{
-    try {
-        events::CheckEvent(event);
-    } catch (const host::Error &error) {
-        issues_->Add(offset, error.what());
-        return false;
-    }
-    return true;
-}
-
-// Both values are looked at, whatever is wrong with the first.
-bool RulesReader::ReadKey(const YamlNode &event, const Values &values, events::EventKey *key)
-{
-    bool good = true;
-    for (const char *name : {kSource, kId}) {
-        if (!values.contains(name)) {
-            issues_->Add(event.offset, "cannot use an event",
-                         std::string("it has no \"") + name + ":\"",
-                         "write its source, its id and its keywords");
-            good = false;
-        }
-    }
-    if (values.contains(kSource)) {
-        const YamlNode &node = *values.at(kSource);
-        const std::string *text =
-            TextOf(node, "the source of an event", "write the name of the source, in quotes");
-        // The rules for names are those of every event; the rest of this one is harmless.
-        if (text != nullptr && Check({{*text, 0}, {"any", "", ""}}, node.offset))
-            key->source = *text;
-        good = good && !key->source.empty();
-    }
-    if (values.contains(kId)) {
-        const YamlNode &node = *values.at(kId);
-        const std::string *text =
-            TextOf(node, "the ID of an event", "write one to eight hexadecimal digits");
-        try {
-            key->id = text != nullptr ? events::ParseEventId(*text) : 0;
-            good = text != nullptr && good;
-        } catch (const host::Error &error) {
-            issues_->Add(node.offset, error.what());
-            good = false;
-        }
-    }
-    return good;
-}
-
-void RulesReader::CheckForTwins(const Rule &rule, size_t offset)
-{
-    const events::EventKey &key = rule.event.key;
-    const auto comparable = ComparableKey(key);
-    const auto [twin, is_first] = line_of_event_.emplace(comparable, rule.at.line);
-    if (!is_first) {
-        issues_->Add(offset,
-                     "cannot use event " + text::Shown(key.source) + " " +
-                         events::FormatEventId(key.id),
-                     "it stands already in line " + std::to_string(twin->second),
-                     "write each pair of source and ID once");
-        return;
-    }
-    const auto [source, is_new] =
-        spelling_of_source_.emplace(comparable.first, std::pair{key.source, rule.at.line});
-    const auto &[spelling, line] = source->second;
-    if (!is_new && spelling != key.source)
-        issues_->Add(offset, "cannot use the source " + text::Shown(key.source),
-                     "line " + std::to_string(line) + " writes it " + text::Shown(spelling) +
-                         ", and the registry does not tell small letters from capitals",
-                     "write it the same way everywhere");
-}
-
-// Each keyword is checked at its own place, so its issue stands where it does.
-bool RulesReader::ReadKeywords(const YamlNode &event, const Values &values, Rule *rule)
-{
-    const std::string next_step = "write one to three texts that a line must contain, such as "
-                                  "[\"kernel:\", \"I/O error\"]";
-    // The text that its expression needs is as good, if there is one: see below.
-    if (!values.contains(kKeywords) && values.contains(kRegex))
-        return true;
-    if (!values.contains(kKeywords)) {
-        issues_->Add(event.offset, "cannot use an event", "it has no \"keywords:\"", next_step);
-        return false;
-    }
-    const YamlNode &node = *values.at(kKeywords);
-    if (node.kind != Kind::kText && node.kind != Kind::kList) {
-        TextOf(node, "the keywords of an event", next_step);
-        return false;
-    }
-    // A single text stands for a list of one.
-    const YamlNode *first = node.kind == Kind::kText ? &node : node.children.data();
-    const size_t count = node.kind == Kind::kText ? 1 : node.children.size();
-    // At the first that is too many.
-    if (count > rule->event.keywords.size()) {
-        issues_->Add(first[rule->event.keywords.size()].offset,
-                     "cannot use the keywords of an event",
-                     "there are " + std::to_string(count) + " of them", "give at most three");
-        return false;
-    }
-    bool good = true;
-    for (size_t k = 0; k < count; ++k)
-        // In this order, so that each of them is read.
-        good = ReadKeyword(first[k], k, rule) && good;
-    // The places count: an empty keyword may stand before others, as it may in the registry.
-    const bool all_empty = std::all_of(rule->event.keywords.begin(), rule->event.keywords.end(),
-                                       [](const std::string &keyword) { return keyword.empty(); });
-    if (all_empty && values.contains(kRegex))
-        return good;
-    if (good && all_empty)
-        issues_->Add(node.offset, "cannot use the keywords of an event",
-                     count == 0 ? "there are none" : "they are all empty", next_step);
-    return good && !all_empty;
-}
-
-bool RulesReader::ReadKeyword(const YamlNode &node, size_t index, Rule *rule)
-{
-    const std::string *text =
-        TextOf(node, "a keyword", "write a text; one with \": \" or \" #\" in it needs quotes");
-    rule->keywords_at[index] = issues_->At(node.offset);
-    if (text == nullptr)
-        return false;
-    rule->event.keywords[index] = *text;
-    if (text->empty())
-        return true; // no condition; the caller sees to it that there is another one
-    events::EventRecord alone = rule->event;
-    if (alone.key.source.empty())
-        alone.key.source = "?"; // noted elsewhere
-    alone.keywords = {*text, "", ""};
-    return Check(alone, node.offset);
-}
-
-// Left out, it stays at its default. So do the hours.
-bool RulesReader::ReadReportCount(const Values &values, events::EventRecord *event)
-{
-    if (!values.contains(kReportCount))
-        return true;
-    const YamlNode &node = *values.at(kReportCount);
-    const std::string next_step = "use a number from 1 to 2147483647, or leave it out for 1";
-    const std::string *text = TextOf(node, "the report count of an event", next_step);
-    if (text == nullptr)
-        return false;
-    const char *end = text->data() + text->size();
-    // No blank, no sign, nothing behind it: 1e3 and 0x10 are other numbers elsewhere.
-    const auto [stopped, failed] = std::from_chars(text->data(), end, event->report_count);
-    if (failed == std::errc() && stopped == end && event->report_count >= 1)
-        return true;
-    issues_->Add(node.offset, "cannot use the report count " + text::Shown(*text),
-                 "it is not a whole number in that range", next_step);
-    return false;
-}
-
-// A list is the same as a text with commas: the rules for hours stand in one place, ParseHours.
-std::optional<std::string> RulesReader::HoursText(const YamlNode &node)
-{
-    const std::string what = "the hours of an event";
-    const std::string next_step = "write all, none, or hours and spans from 0 to 24, such as 8-18 "
-                                  "or [22-6, 12]";
-    if (node.kind != Kind::kList) {
-        const std::string *text = TextOf(node, what, next_step);
-        return text != nullptr ? std::optional(WithoutBlanks(*text)) : std::nullopt;
-    }
-    std::string joined;
-    for (const YamlNode &item : node.children) {
-        const std::string *text = TextOf(item, what, next_step);
-        if (text == nullptr)
-            return std::nullopt;
-        joined += (&item == &node.children.front() ? "" : ",") + WithoutBlanks(*text);
-    }
-    return joined;
-}
-
-bool RulesReader::ReadHours(const Values &values, events::EventRecord *event)
-{
-    if (!values.contains(kHours))
-        return true;
-    const YamlNode &node = *values.at(kHours);
-    const auto text = HoursText(node);
-    if (!text)
-        return false;
-    try {
-        event->hours = events::ParseHours(*text);
-    } catch (const host::Error &error) {
-        issues_->Add(node.offset, error.what());
-        return false;
-    }
-    return true;
+    issues->insert(issues->end(), std::make_move_iterator(more.begin()),
+                   std::make_move_iterator(more.end()));
 }
 
 } // namespace
 
-std::pair<std::string, uint32_t> ComparableKey(const events::EventKey &key)
-{
-    std::string source = key.source;
-    for (char &c : source) {
-        if (c >= 'A' && c <= 'Z')
-            c = static_cast<char>(c - 'A' + 'a');
-    }
-    return {source, key.id};
-}
-
 ParsedRules ParseRules(std::string_view bytes)
 {
-    text::DecodedText decoded = text::DecodeText(bytes);
+    return ParseRulesFiles({{"", std::string(bytes)}});
+}
+
+ParsedRules ParseRulesFiles(const std::vector<SourceText> &files)
+{
     ParsedRules parsed;
-    parsed.issues = std::move(decoded.issues);
-    if (!parsed.issues.empty())
-        return parsed;
-    text::IssueList issues(decoded.text);
-    const YamlNode file = ParseYaml(decoded.text, &issues);
-    // After a fault in the YAML itself there is no tree: that the file is empty would be said on
-    // top, and be wrong.
-    if (issues.empty() || file.kind != Kind::kNothing)
-        RulesReader(&issues, &parsed.rules).ReadFile(file);
-    parsed.issues = issues.Take();
+    RulesReader reader(&parsed);
+    Names names;
+    for (const SourceText &file : files)
+        names.push_back(file.name);
+    for (size_t i = 0; i < files.size(); ++i) {
+        text::DecodedText decoded = text::DecodeText(files[i].bytes, i);
+        if (!decoded.issues.empty()) {
+            Append(std::move(decoded.issues), &parsed.issues);
+            continue;
+        }
+        text::IssueList issues(decoded.text, i);
+        const YamlNode file = ParseYaml(decoded.text, &issues);
+        NodeReader nodes(&issues, names);
+        // After a fault in the YAML itself there is no tree: that the file is empty would be said on
+        // top, and be wrong.
+        // One of several may have nothing yet but comments.
+        const bool is_empty = file.kind == Kind::kNothing;
+        if (!is_empty || (issues.empty() && files.size() == 1))
+            reader.ReadFile(file, &nodes);
+        Append(issues.Take(), &parsed.issues);
+    }
     return parsed;
+}
+
+std::vector<SourceText> ReadRulesFiles(const std::string &path)
+{
+    namespace fs = std::filesystem;
+    std::error_code failed;
+    if (path == "-" || !fs::is_directory(path, failed))
+        return {{text::ShownName(path), text::ReadWholeFile(path, kMaxRulesFile)}};
+    std::vector<std::string> names;
+    for (auto entry = fs::directory_iterator(path, failed);
+         !failed && entry != fs::directory_iterator(); entry.increment(failed)) {
+        // As editors and packages leave them behind, and as others hide them: no rules.
+        const std::string name = entry->path().filename();
+        if (name.ends_with(".yaml") && !name.starts_with('.'))
+            names.push_back(entry->path());
+    }
+    if (failed)
+        throw host::Error("cannot read " + path, failed.message(),
+                          "name a folder that you may read");
+    if (names.empty())
+        throw host::Error("cannot read " + path, "there is no file NAME.yaml in this folder",
+                          "put one there, or name a file");
+    std::sort(names.begin(), names.end());
+    std::vector<SourceText> files;
+    for (const std::string &name : names)
+        files.push_back({name, text::ReadWholeFile(name, kMaxRulesFile)});
+    return files;
 }
 
 // ---- writing ----
@@ -470,7 +199,9 @@ std::string FormatRules(const std::vector<events::EventRecord> &events, const Ru
     std::string text;
     if (!notes.schema.empty())
         text += "# yaml-language-server: $schema=" + notes.schema + "\n";
-    text += "# The events that are registered. Change them here and hand the file back:\n"
+    text += std::string(notes.has_sections ? "# What is set up on this host."
+                                           : "# The events that are registered.") +
+            " Change them here and hand the file back:\n"
             "#     syslogmon apply FILE --dry-run     shows what would change\n"
             "#     syslogmon apply FILE               changes it\n";
     for (const std::string &left_out : notes.left_out)

@@ -319,20 +319,25 @@ bool IsFaultTolerant(host::RegistryTree &registry)
     return GetSetting(registry, FindSetting("fault-tolerant")) == "on";
 }
 
-void ChangeSetting(host::Host &host, const Setting &setting, const std::string &text)
+void StoreSetting(host::Store &store, host::RegistryTree &registry, const Setting &setting,
+                  const std::string &text)
 {
-    host::RegistryTree &registry = host.registry();
-    const bool is_default = text == "default";
+    const bool is_default = text == kDefaultWord;
     // The default is parsed, too: nothing can be stored that could not be typed.
     const host::RegValue value = setting.parse(is_default ? setting.shown_default : text);
     // Key and value together: a failure between them leaves nothing behind.
-    host::Transaction transaction(host.store());
+    host::Transaction transaction(store);
     const host::KeyId key = registry.Create(host::kRootKey, setting.key);
     if (is_default && !setting.default_is_stored)
         registry.DeleteValue(key, setting.value);
     else
         registry.Set(key, setting.value, value.type, value.data);
     transaction.Commit();
+}
+
+void ChangeSetting(host::Host &host, const Setting &setting, const std::string &text)
+{
+    StoreSetting(host.store(), host.registry(), setting, text);
     // Behind the commit: a daemon that is woken earlier reads the value of before. Without a daemon
     // nobody has the event open, and the signal is gone with this object.
     host::WakeEvent::Create(host.layout().run, setting.wake_event, false, false)->Set();

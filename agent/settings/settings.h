@@ -14,6 +14,9 @@
 
 namespace settings {
 
+// As a value: takes the one that is set away.
+inline constexpr char kDefaultWord[] = "default";
+
 struct Setting {
     // One row. All texts are literals.
     const char *name;     // for the command: "cycle"
@@ -47,9 +50,12 @@ std::string GetSetting(host::RegistryTree &registry, const Setting &setting);
 // Is this host a fault-tolerant server, whose monitor takes keywords as regular expressions, too?
 bool IsFaultTolerant(host::RegistryTree &registry);
 
-// Stores a value and wakes the daemon. "default" takes the stored value away, where the monitor
-// then takes the default at once. Throws host::Error, and changes nothing, when the value is not
-// accepted or cannot be stored. Without a daemon the value is there for the next one.
+// Stores a value. "default" takes the stored value away, where the monitor then takes the default at once. Throws
+// host::Error, and changes nothing, when the value is not accepted or cannot be stored. The caller wakes the daemon.
+void StoreSetting(host::Store &store, host::RegistryTree &registry, const Setting &setting,
+                  const std::string &text);
+
+// The same, and wakes the daemon. Without one the value is there for the next one.
 void ChangeSetting(host::Host &host, const Setting &setting, const std::string &text);
 
 } // namespace settings

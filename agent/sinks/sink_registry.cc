@@ -26,7 +26,9 @@ std::string SinksPath()
     return std::string(host::kAgentKey) + "\\SINKS";
 }
 
-void CheckName(const std::string &name)
+} // namespace
+
+void CheckSinkName(const std::string &name)
 {
     const bool ok = !name.empty() && name.size() <= kMaxName &&
                     name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
@@ -36,8 +38,6 @@ void CheckName(const std::string &name)
                           "it is empty, too long, or holds other characters than those of names",
                           "use 1 to 64 letters, digits, \".\", \"_\" and \"-\"");
 }
-
-} // namespace
 
 StoredSink SinkRegistry::Read(host::KeyId key, const std::string &name)
 {
@@ -97,7 +97,7 @@ StoredSink SinkRegistry::Find(const std::string &name)
 
 void SinkRegistry::Add(SinkConfig config)
 {
-    CheckName(config.name);
+    CheckSinkName(config.name);
     host::Transaction transaction(store_); // two that add one name do so one after the other
     for (const StoredSink &sink : ReadAll()) {
         if (strcasecmp(sink.config.name.c_str(), config.name.c_str()) == 0)

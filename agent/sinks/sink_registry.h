@@ -40,6 +40,9 @@ struct StoredSink {
     std::string problem; // empty: none
 };
 
+// Throws host::Error when a sink cannot have this name.
+void CheckSinkName(const std::string &name);
+
 // The sinks in a registry. It keeps nothing: each call reads the store, and all throw
 // host::StoreError when that fails. Store and registry must outlive it. A change wakes nobody: the
 // caller sets kSinksEvent behind it.

@@ -45,7 +45,7 @@ std::string Hex(unsigned number, int digits)
 
 // ---- issues ----
 
-IssueList::IssueList(std::string_view text) : text_(text), line_starts_{0}
+IssueList::IssueList(std::string_view text, size_t file) : text_(text), file_(file), line_starts_{0}
 {
     for (size_t i = 0; i < text.size(); ++i) {
         if (text[i] == '\n')
@@ -60,7 +60,7 @@ Position IssueList::At(size_t offset) const
     const auto next = std::upper_bound(line_starts_.begin(), line_starts_.end(), offset);
     const size_t start = *(next - 1);
     return {static_cast<size_t>(next - line_starts_.begin()),
-            CountCharacters(text_.substr(start, offset - start)) + 1};
+            CountCharacters(text_.substr(start, offset - start)) + 1, file_};
 }
 
 void IssueList::Add(size_t offset, std::string what)
@@ -187,7 +187,7 @@ void CheckCharacters(std::string_view text, IssueList *issues)
 
 } // namespace
 
-DecodedText DecodeText(std::string_view bytes)
+DecodedText DecodeText(std::string_view bytes, size_t file)
 {
     DecodedText decoded;
     std::vector<size_t> broken;
@@ -196,7 +196,7 @@ DecodedText DecodeText(std::string_view bytes)
         decoded.text = FromUtf16(bytes.substr(2), bytes[0] == '\xFE', &broken);
     else
         decoded.text = bytes.substr(bytes.starts_with("\xEF\xBB\xBF") ? 3 : 0);
-    IssueList issues(decoded.text);
+    IssueList issues(decoded.text, file);
     for (const size_t offset : broken) {
         issues.Add(offset, "cannot read the text", "half of a character of UTF-16 is missing here",
                    "save the file as UTF-8");

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 namespace text {
@@ -18,11 +19,12 @@ namespace text {
 struct Position {
     size_t line = 1;
     size_t column = 1;
+    size_t file = 0; // which one, of several that are read together
 
     bool operator==(const Position &) const = default;
     bool operator<(const Position &other) const
     {
-        return line != other.line ? line < other.line : column < other.column;
+        return std::tie(file, line, column) < std::tie(other.file, other.line, other.column);
     }
 };
 
@@ -43,7 +45,8 @@ class IssueList {
     // more of them is of another kind altogether.
     static constexpr size_t kMax = 200;
 
-    explicit IssueList(std::string_view text);
+    //   file  the number of the text, for its positions
+    explicit IssueList(std::string_view text, size_t file = 0);
 
     // Notes an issue. Beyond kMax they are only counted.
     void Add(size_t offset, std::string what);
@@ -68,6 +71,7 @@ class IssueList {
     // Offsets at which a line begins, ascending: a position is looked up, not counted from the
     // head.
     std::string_view text_;
+    size_t file_;
     std::vector<size_t> line_starts_;
     std::vector<Issue> issues_;
     // How many came when the list was full.
@@ -90,7 +94,8 @@ struct DecodedText {
 // Turns the bytes of a file into text: UTF-8 with or without a byte-order mark, or UTF-16 of either
 // byte order with one. Control characters are issues, except tabs, line feeds, and the carriage
 // returns before these.
-DecodedText DecodeText(std::string_view bytes);
+//   file  the number of the text, for the places of its issues
+DecodedText DecodeText(std::string_view bytes, size_t file = 0);
 
 // Reads a file, or standard input for "-". Throws host::Error when it cannot be read, is no file or
 // pipe, or has more than `max_bytes`, which bounds the memory that a wrong name can cost.

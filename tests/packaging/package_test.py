@@ -24,6 +24,7 @@ lrwxrwxrwx ./usr/share/bash-completion/completions/syslogmond -> syslogmon
 -rw-r--r-- ./usr/share/doc/syslogmon/changelog.gz
 -rw-r--r-- ./usr/share/doc/syslogmon/copyright
 -rw-r--r-- ./usr/share/doc/syslogmon/examples/grafana/dashboard.json
+-rw-r--r-- ./usr/share/doc/syslogmon/examples/host.yaml
 -rw-r--r-- ./usr/share/doc/syslogmon/examples/logrotate-other-logs
 -rw-r--r-- ./usr/share/doc/syslogmon/examples/policies.yaml
 -rw-r--r-- ./usr/share/doc/syslogmon/examples/prometheus/rules.yml
@@ -99,6 +100,10 @@ class Package(unittest.TestCase):
     def test_it_holds_these_files(self):
         self.assertEqual(sorted(FILES.split("\n")[1:-1]),
                          listing(["dpkg-deb", "--fsys-tarfile", self.package]))
+
+    def test_it_has_an_empty_folder_for_rules_files(self):
+        folder = self.tree / "etc/syslogmon/conf.d"
+        self.assertEqual([], list(folder.iterdir()))
 
     def test_its_control_part_holds_these_files(self):
         self.assertEqual(sorted(CONTROL_FILES.split("\n")[1:-1]),

@@ -316,7 +316,8 @@ TEST_F(ApplyCommand, NamesAFileThatItCannotRead)
             ": No such file or directory; name a file that you may read, or - for standard "
             "input");
     ExpectFailed({"apply", Root().string()},
-                 "cannot read " + Root().string() + ": it is a folder; name a file in it");
+                 "cannot read " + Root().string() +
+                     ": there is no file NAME.yaml in this folder; put one there, or name a file");
     ExpectFailed(
         {"apply", "/dev/zero"},
         "cannot read /dev/zero: it has more than 16 MiB; is this the file that you meant?");

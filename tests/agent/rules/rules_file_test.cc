@@ -226,7 +226,7 @@ TEST(RulesFile, AnotherVersionIsRefused)
 TEST(RulesFile, AKeyThatIsNotKnownIsNamedWithTheOneThatIsNear)
 {
     EXPECT_EQ("1:1: cannot use the key \"evnts\": a rules file has none of that name; did you mean "
-              "events? use version, events\n",
+              "events? use version, events, settings, or others of syslogmon-rules(5)\n",
               IssuesOf("evnts: []\nevents: []\n"));
     EXPECT_EQ("5:5: cannot use the key \"report-count\": an event has none of that name; did you "
               "mean report_count? use source, id, keywords, or others of "

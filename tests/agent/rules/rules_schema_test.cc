@@ -59,6 +59,76 @@ TEST(RulesSchema, KnowsTheSameKeys)
     }
 }
 
+// "header." in the program is a pattern in the schema.
+std::vector<std::string> OptionsOf(const json &definition)
+{
+    std::vector<std::string> names = NamesOf(definition["properties"]);
+    std::erase_if(names, [](const auto &name) { return name == "name" || name == "kind"; });
+    for (const auto &pattern : NamesOf(definition.value("patternProperties", json::object())))
+        names.push_back(std::regex_replace(pattern, std::regex("[\\^\\[\\]]"), ""));
+    return Sorted(names);
+}
+
+std::vector<std::string> RequiredOf(const json &definition)
+{
+    std::vector<std::string> names = definition["required"];
+    std::erase_if(names, [](const auto &name) { return name == "name" || name == "kind"; });
+    return Sorted(names);
+}
+
+TEST(RulesSchema, KnowsTheSameSinks)
+{
+    std::map<std::string, json> definitions;
+    const json schema = Schema();
+    for (const json &one : schema["definitions"]["sink"]["oneOf"])
+        definitions[one["properties"]["kind"]["const"]] = one;
+    EXPECT_EQ(sinks::AllKinds().size(), definitions.size());
+    for (const sinks::SinkKind &kind : sinks::AllKinds()) {
+        std::vector<std::string> options;
+        std::vector<std::string> required;
+        for (const sinks::SinkOption &option : kind.options) {
+            options.emplace_back(option.name);
+            if (option.standard == nullptr)
+                required.emplace_back(option.name);
+        }
+        EXPECT_EQ(Sorted(options), OptionsOf(definitions[kind.name])) << kind.name;
+        EXPECT_EQ(Sorted(required), RequiredOf(definitions[kind.name])) << kind.name;
+        EXPECT_FALSE(definitions[kind.name]["additionalProperties"]);
+    }
+}
+
+TEST(RulesSchema, KnowsTheSameInputs)
+{
+    const json schema = Schema();
+    EXPECT_EQ(2U, schema["definitions"]["input"]["oneOf"].size());
+    for (const json &definition : schema["definitions"]["input"]["oneOf"]) {
+        const std::string kind = definition["properties"]["kind"]["const"];
+        std::vector<std::string> options;
+        for (const inputs::InputOption &option : inputs::AllInputOptions()) {
+            if (kind != option.kind)
+                continue;
+            options.emplace_back(option.name);
+            EXPECT_EQ(option.is_repeated, definition["properties"][option.name].contains("oneOf"))
+                << kind << " " << option.name;
+        }
+        EXPECT_EQ(Sorted(options), OptionsOf(definition)) << kind;
+        EXPECT_FALSE(definition["additionalProperties"]);
+    }
+}
+
+TEST(RulesSchema, KnowsTheSameSettingsAndSilences)
+{
+    const json schema = Schema();
+    std::vector<std::string> settings;
+    for (const settings::Setting &setting : settings::AllSettings())
+        settings.emplace_back(setting.name);
+    EXPECT_EQ(Sorted(settings), NamesOf(schema["properties"]["settings"]["properties"]));
+    EXPECT_FALSE(schema["properties"]["settings"]["additionalProperties"]);
+    const json silence = schema["definitions"]["silence"];
+    EXPECT_EQ(Sorted(rules::kSilenceKeys), NamesOf(silence["properties"]));
+    EXPECT_FALSE(silence["additionalProperties"]);
+}
+
 TEST(RulesSchema, KnowsTheSameHours)
 {
     const std::string pattern = Schema()["definitions"]["hours"]["pattern"];
@@ -110,6 +180,15 @@ TEST(RulesSchema, KnowsTheSameLimits)
     EXPECT_TRUE(takes(source, keyword));
     EXPECT_FALSE(takes(source + 1, keyword));
     EXPECT_FALSE(takes(source, keyword + 1));
+}
+
+TEST(Examples, TheFileOfAWholeHostIsTaken)
+{
+    const auto parsed = rules::ParseRules(test::ReadFile(SOURCE_FOLDER "/examples/host.yaml"));
+    EXPECT_EQ("", test::Text(parsed.issues));
+    const rules::Sections &sections = parsed.sections;
+    EXPECT_TRUE(parsed.has_events && sections.sinks && sections.inputs && sections.silences &&
+                sections.settings);
 }
 
 TEST(Examples, TheRulesFileIsTaken)
