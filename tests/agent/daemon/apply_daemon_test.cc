@@ -43,6 +43,54 @@ TEST_F(ApplyToADaemon, TakesItWhenToldAndKeepsTheCountersOfWhatStays)
     EXPECT_EQ(0, daemon.Wait());
 }
 
+// Bytes of a file that somebody else writes, once this stands in it.
+std::string FileWith(const std::filesystem::path &file, const std::string &text)
+{
+    for (const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+         std::chrono::steady_clock::now() < end;
+         std::this_thread::sleep_for(std::chrono::milliseconds(5))) {
+        if (std::filesystem::exists(file) && test::ReadFile(file).find(text) != std::string::npos)
+            return test::ReadFile(file);
+    }
+    return "never";
+}
+
+TEST_F(ApplyToADaemon, ItTakesSinksInputsSilencesAndSettingsOfOneFileAtOnce)
+{
+    test::Child daemon(Daemon());
+    WaitUntilRunning(daemon);
+    test::WriteFile(File("app.log"), "");
+    const std::string sinks =
+        "sinks: [{name: out, kind: file, path: " + File("out").string() + "}]\n";
+    ASSERT_EQ(0,
+              Syslogmon({"apply", Rules("events:\n"
+                                        "- {source: A, id: 1, keywords: alpha}\n"
+                                        "- {source: QUIET, id: 1, keywords: alpha}\n"
+                                        "silences: [{source: QUIET, until: 2100-01-01}]\n"
+                                        "inputs: [{name: app, kind: files, format: none, path: " +
+                                        File("app.log").string() + "}]\n" +
+                                        "settings: {cycle: 3600, trigger-interval: 50}\n" + sinks)})
+                  .status);
+    EXPECT_TRUE(WaitForStatus(daemon, [](const status::Status &status) {
+        return status.table_size == 2 && !status.inputs.empty();
+    }));
+    std::ofstream(File("app.log"), std::ios::app) << "alpha one\n";
+    const std::string told = FileWith(File("out"), "alpha one");
+    EXPECT_NE(std::string::npos, told.find("\"source\":\"A\"")) << told;
+    Log("alpha two");
+    EXPECT_EQ(std::string::npos, FileWith(File("out"), "alpha two").find("QUIET"));
+    // All of it goes again, and the log is read on.
+    ASSERT_EQ(
+        0, Syslogmon({"apply", Rules("inputs: []\nsilences: []\nsettings: {}\n" + sinks)}).status);
+    EXPECT_TRUE(
+        WaitForStatus(daemon, [](const status::Status &status) { return status.inputs.empty(); }));
+    Log("alpha three");
+    const std::string last = FileWith(File("out"), "\"source\":\"QUIET\"");
+    EXPECT_NE(std::string::npos, last.find("alpha three")) << last;
+    daemon.Signal(SIGTERM);
+    EXPECT_EQ(0, daemon.Wait());
+}
+
 TEST_F(ApplyToADaemon, AnAlertSaysWhatThePolicySaysThatWasAppliedLast)
 {
     ASSERT_EQ(0, Syslogmon({"apply", Rules("events:\n"
