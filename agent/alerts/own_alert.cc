@@ -57,6 +57,20 @@ const char *SeverityOf(const OwnAlert &own)
     return own.state == OwnState::kEnded || kind == nullptr ? "notice" : kind->severity;
 }
 
+// Of what happens to a log or an input over and over it is of interest to which.
+void AddToTotals(host::Database &database, const OwnAlert &own, const std::string &log)
+{
+    const bool is_loss = own.event == OwnEvent::kLoss;
+    host::Statement add(
+        database,
+        "INSERT INTO own_total (event_id, log, alerts, lines) VALUES (?1,"
+        " iif((SELECT count(*) FROM own_total) < ?2"
+        "  OR EXISTS (SELECT 1 FROM own_total WHERE event_id = ?1 AND log = ?3), ?3, ''), 1, ?4)"
+        " ON CONFLICT DO UPDATE SET alerts = alerts + 1, lines = lines + excluded.lines");
+    add.Run(static_cast<int64_t>(own.event), kMostOwnTotals, is_loss ? log : "",
+            own.lines_passed_over);
+}
+
 } // namespace
 
 std::string OwnKind(OwnEvent event)
@@ -80,7 +94,21 @@ void AddOwnAlert(host::Store &store, const OwnAlert &own)
     alert.labels = {{"alarm", OwnKind(own.event)}, {"state", StateName(own.state)}};
     if (!own.about.empty())
         alert.labels[kAbout] = own.about;
-    AddAlert(store, alert);
+    store.Write([&](host::Database &database) {
+        AddAlert(store, alert);
+        AddToTotals(database, own, alert.log_name);
+    });
+}
+
+std::vector<OwnTotal> ReadOwnTotals(host::Database &database)
+{
+    host::Statement select(database, "SELECT event_id, log, alerts, lines FROM own_total");
+    std::vector<OwnTotal> totals;
+    select.Start();
+    while (select.Next())
+        totals.push_back({static_cast<OwnEvent>(select.Integer(0)), std::string(select.Text(1)),
+                          select.Integer(2), select.Integer(3)});
+    return totals;
 }
 
 bool IsAboutSink(const Alert &alert, const std::string &sink)

@@ -19,6 +19,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "agent/alerts/alert_store.h"
 
@@ -46,11 +47,23 @@ enum class OwnState { kOnce, kBegins, kLasts, kEnded };
 struct OwnAlert {
     OwnEvent event = OwnEvent::kLoss;
     OwnState state = OwnState::kOnce;
-    std::string about;       // which file, input or sink; may be empty
-    std::string message;     // a sentence without a full stop
-    std::string log;         // what it is told of as; empty: `about`
-    HeldBack held_back = {}; // of a silence
+    std::string about;             // which file, input or sink; may be empty
+    std::string message;           // a sentence without a full stop
+    std::string log;               // what it is told of as; empty: `about`
+    HeldBack held_back = {};       // of a silence
+    int64_t lines_passed_over = 0; // of a loss, as far as they were counted
 };
+
+// How often the monitor has told of something about itself, since the store was made; also what the store has
+// no more. Of more than kMostOwnTotals, those of further logs are added up under
+// the empty name.
+struct OwnTotal {
+    OwnEvent event = OwnEvent::kLoss;
+    std::string log; // of a loss: the log, or the input; of all else empty
+    int64_t alerts = 0;
+    int64_t lines_passed_over = 0;
+};
+constexpr int64_t kMostOwnTotals = 1000;
 
 // "sink-fails": of a number that is none of them, empty.
 std::string OwnKind(OwnEvent event);
@@ -58,6 +71,9 @@ std::string OwnKind(OwnEvent event);
 // Stores it with the time and the host of this moment. Part of the pass or transaction that is under way; otherwise a
 // transaction of its own. Throws host::StoreError.
 void AddOwnAlert(host::Store &store, const OwnAlert &own);
+
+// By kind, then by log. Throws host::StoreError.
+std::vector<OwnTotal> ReadOwnTotals(host::Database &database);
 
 // Is it the monitor's own alert that this sink fails, or fails no longer?
 bool IsAboutSink(const Alert &alert, const std::string &sink);

@@ -26,7 +26,7 @@ size_t Examination::Findings() const
 namespace {
 
 // Characters: behind the longest name of a health and a blank or two.
-constexpr int kIndent = 9;
+constexpr size_t kIndent = 9;
 
 // In capitals what must not be overlooked; the JSON output has small letters throughout.
 const char *HealthName(Health health)
@@ -44,15 +44,32 @@ const char *HealthName(Health health)
     return "";
 }
 
+// Filled up to the column at which all results begin.
+std::string Head(Health health)
+{
+    const std::string name = HealthName(health);
+    const std::string blanks(kIndent - name.size(), ' ');
+    switch (health) {
+    case Health::kWell:
+        return Painted(name, Paint::kGood) + blanks;
+    case Health::kNote:
+        return Painted(name, Paint::kNotice) + blanks;
+    case Health::kFinding:
+        return Painted(name, Paint::kBad) + blanks;
+    default:
+        return name + blanks;
+    }
+}
+
 void PrintResult(const CheckResult &result)
 {
-    printf("%-*s%s: %s: %s\n", kIndent, HealthName(result.health), result.check.c_str(),
+    printf("%s%s: %s: %s\n", Head(result.health).c_str(), result.check.c_str(),
            text::Printable(result.looked_at).c_str(), text::Printable(result.found).c_str());
     // Lines for a configuration file stay lines, so that they can be copied.
     std::istringstream advice(result.advice);
     std::string line;
     for (const char *before = "do: "; std::getline(advice, line); before = "")
-        printf("%-*s%s%s\n", kIndent, "", before, text::Printable(line).c_str());
+        printf("%*s%s%s\n", static_cast<int>(kIndent), "", before, text::Printable(line).c_str());
 }
 
 void Print(const Examination &examination)

@@ -2,14 +2,19 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <clocale>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <cwchar>
+#include <string_view>
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
 
 #include "agent/host/error.h"
 #include "agent/text/printable.h"
+#include "agent/text/utf8.h"
 
 namespace cli {
 
@@ -18,12 +23,72 @@ bool IsTerminal()
     return isatty(STDOUT_FILENO) == 1;
 }
 
+namespace {
+
+// The C library knows how wide the characters of Unicode are when the thread's locale is one of UTF-8. The process keeps
+// its own: the module's expressions follow it.
+class Utf8Locale {
+  public:
+    Utf8Locale() : locale_(newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr))
+    {
+        if (locale_ != nullptr)
+            before_ = uselocale(locale_);
+    }
+    ~Utf8Locale()
+    {
+        if (locale_ == nullptr)
+            return;
+        uselocale(before_);
+        freelocale(locale_);
+    }
+    Utf8Locale(const Utf8Locale &) = delete;
+    Utf8Locale &operator=(const Utf8Locale &) = delete;
+
+  private:
+    locale_t locale_;
+    locale_t before_ = nullptr;
+};
+
+// Of a character that the C library does not know, one.
+size_t ColumnsOf(char32_t code)
+{
+    const int columns = wcwidth(static_cast<wchar_t>(code));
+    return columns < 0 ? 1 : static_cast<size_t>(columns);
+}
+
+bool IsAscii(std::string_view text)
+{
+    return std::ranges::all_of(text, [](unsigned char c) { return c < 0x80U; });
+}
+
+} // namespace
+
 size_t DisplayWidth(const std::string &text)
 {
-    // Characters, not bytes. Names here are hardly ever wide or combining ones.
-    return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-        return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
-    }));
+    if (IsAscii(text))
+        return text.size();
+    const Utf8Locale locale;
+    size_t columns = 0;
+    for (std::string_view rest = text; !rest.empty();) {
+        const text::Character first = text::FirstCharacter(rest);
+        columns += first.bytes == 0 ? 1 : ColumnsOf(first.code);
+        rest.remove_prefix(std::max<size_t>(first.bytes, 1));
+    }
+    return columns;
+}
+
+std::string Painted(const std::string &text, Paint paint)
+{
+    const char *no_colour = getenv("NO_COLOR");
+    const char *terminal = getenv("TERM");
+    const bool takes_colour = IsTerminal() && (no_colour == nullptr || *no_colour == '\0') &&
+                              terminal != nullptr && std::string_view(terminal) != "dumb";
+    if (!takes_colour)
+        return text;
+    const char *begin = paint == Paint::kBad      ? "\x1b[1;31m"
+                        : paint == Paint::kNotice ? "\x1b[33m"
+                                                  : "\x1b[32m";
+    return begin + text + "\x1b[0m";
 }
 
 namespace {

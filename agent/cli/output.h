@@ -50,7 +50,11 @@ void PrintJson(nlohmann::json object);
 // well.
 bool IsTerminal();
 
-// Terminal columns that a text takes, as far as its characters are of the usual width.
+// A text in colour where standard output is a terminal that knows colours, unless NO_COLOR is set; otherwise the text.
+enum class Paint { kGood, kNotice, kBad };
+std::string Painted(const std::string &text, Paint paint);
+
+// Columns that a text of UTF-8 takes on a terminal: two of a wide character, none of one that joins the one before.
 size_t DisplayWidth(const std::string &text);
 
 } // namespace cli

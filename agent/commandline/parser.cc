@@ -269,7 +269,7 @@ CLI::App *CommandLine::Below(CLI::App *parser, const std::string &word)
 bool CommandLine::Parse(int argc, const char *const *argv)
 {
     // Behind all the options in the help.
-    app_->set_version_flag("--version", version_);
+    app_->set_version_flag("--version", app_->get_name() + " " + version_);
     try {
         app_->parse(argc, argv);
     } catch (const CLI::Success &asked) { // --help, --version

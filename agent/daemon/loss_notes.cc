@@ -96,16 +96,19 @@ void LossNotes::BeforeCommit()
         if (!slots_[slot].witness)
             continue;
         for (const logs::LogLoss &loss : slots_[slot].witness->Take(own))
-            Tell(loss);
+            Tell(slots_[slot].witness->log(), loss);
         if (!own.empty())
             Write(slot);
     }
 }
 
-void LossNotes::Tell(const logs::LogLoss &loss)
+void LossNotes::Tell(const std::string &log, const logs::LogLoss &loss)
 {
-    alerts::AddOwnAlert(
-        store_, {alerts::OwnEvent::kLoss, alerts::OwnState::kOnce, loss.file, TextOf(loss), ""});
+    alerts::OwnAlert own{alerts::OwnEvent::kLoss, alerts::OwnState::kOnce, loss.file, TextOf(loss),
+                         log};
+    if (!loss.is_twice)
+        own.lines_passed_over = std::max<int64_t>(loss.lines, 0);
+    alerts::AddOwnAlert(store_, own);
 }
 
 void LossNotes::Write(size_t slot)

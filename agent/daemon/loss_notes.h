@@ -43,7 +43,7 @@ class LossNotes {
     void Follow(size_t slot, const std::string &log);
     void ForgetOthers(size_t slot, const std::string &log);
     void Write(size_t slot);
-    void Tell(const logs::LogLoss &loss);
+    void Tell(const std::string &log, const logs::LogLoss &loss);
 
     host::Store &store_;
     host::RegistryTree &registry_;

@@ -198,6 +198,13 @@ constexpr const char *kSteps[] = {
     "  tail BLOB NOT NULL,"
     "  is_left INTEGER NOT NULL," // 1: the monitor has gone on to a newer one
     "  PRIMARY KEY (slot, age)) WITHOUT ROWID;",
+    // 12: how many alerts of each kind the monitor has made about itself, and of which log or input.
+    "CREATE TABLE own_total ("
+    "  event_id INTEGER NOT NULL,"
+    "  log TEXT NOT NULL,"
+    "  alerts INTEGER NOT NULL,"
+    "  lines INTEGER NOT NULL," // that were passed over, as far as they were counted
+    "  PRIMARY KEY (event_id, log)) WITHOUT ROWID;",
 };
 constexpr int kVersion = static_cast<int>(std::size(kSteps));
 

@@ -178,6 +178,51 @@ void WriteEvents(const Overview &view, Kind kind, Writer *out)
                     view.Total(kind, source, id));
 }
 
+// Those that the monitor makes about itself.
+void WriteOwnAlerts(const Overview &view, Writer *out)
+{
+    std::map<alerts::OwnEvent, int64_t> alerts;
+    for (const alerts::OwnTotal &total : view.own_totals)
+        alerts[total.event] += total.alerts;
+    for (const auto &[event, number] : alerts)
+        out->Sample({{"source", alerts::kOwnSource},
+                     {"event_id", events::FormatEventId(static_cast<uint32_t>(event))}},
+                    number);
+}
+
+// The series of what is read now are there before their first loss, so that it is seen as a rise.
+std::map<std::string, alerts::OwnTotal> LossesByLog(const Overview &view)
+{
+    std::map<std::string, alerts::OwnTotal> losses;
+    for (const LogView &log : view.logs) {
+        if (log.losses_are_told)
+            losses[log.path] = {};
+    }
+    if (view.status) {
+        for (const auto &input : view.status->inputs)
+            losses[input.name] = {};
+    }
+    for (const alerts::OwnTotal &total : view.own_totals) {
+        if (total.event == alerts::OwnEvent::kLoss)
+            losses[total.log] = total;
+    }
+    return losses;
+}
+
+void WriteLosses(const Overview &view, Writer *out)
+{
+    const auto losses = LossesByLog(view);
+    out->Family(
+        "losses_total", "counter",
+        "How often something was passed over, or gone before it could be read, or read twice.");
+    for (const auto &[log, total] : losses)
+        out->Sample({{"log", log}}, total.alerts);
+    out->Family("lines_passed_over_total", "counter",
+                "Lines that were passed over, as far as they could be counted.");
+    for (const auto &[log, total] : losses)
+        out->Sample({{"log", log}}, total.lines_passed_over);
+}
+
 void WriteHits(const Overview &view, Writer *out)
 {
     out->Family("hits_total", "counter", "Hits of an event, repeats of a line included.");
@@ -185,6 +230,7 @@ void WriteHits(const Overview &view, Writer *out)
     out->Family("alerts_total", "counter",
                 "Reports of an event that became an alert or part of one.");
     WriteEvents(view, Kind::kAlerts, out);
+    WriteOwnAlerts(view, out);
     out->Family("held_back_total", "counter", "Reports of an event that were held back.");
     WriteEvents(view, Kind::kHeldBack, out);
 }
@@ -216,6 +262,7 @@ std::string MetricsText(const Overview &view, const std::string &version)
     WriteLines(view, &out);
     WriteUnread(view, &out);
     WriteHits(view, &out);
+    WriteLosses(view, &out);
     WriteSinks(view, &out);
     return out.Take();
 }

@@ -49,13 +49,15 @@ std::optional<int64_t> SecondsBehind(const Overview &view, std::optional<int64_t
 void LookAtLogs(host::RegistryTree &registry, Overview *view)
 {
     const auto add = [&](const char *role, const std::string &path, std::optional<int64_t> unread) {
-        view->logs.push_back({role, path, unread, SecondsBehind(*view, unread)});
+        view->logs.push_back({role, path, unread, SecondsBehind(*view, unread), false});
     };
     add("system log", kSystemLog, UnreadOfSlot(registry, 0, kSystemLog));
+    view->logs.back().losses_are_told = true;
     if (const std::string customer = logs::NameOfFile(registry, kMonitorKey); !customer.empty()) {
         const bool is_spool = customer == host::AgentText(registry, host::kInputSpool);
         add(is_spool ? logs::kSpoolRole : "customer file", customer,
             UnreadOfSlot(registry, 1, customer));
+        view->logs.back().losses_are_told = !is_spool; // the inputs tell theirs
     }
     if (const std::string target = logs::NameOfFile(registry, kFileMonitorKey); !target.empty())
         add("file monitor", target, UnreadOfTarget(registry, target));
@@ -118,6 +120,7 @@ Overview Look(host::RegistryTree &registry, const host::Layout &layout, std::opt
     LookAtSinks(registry, &view);
     LookAtEvents(registry, &view);
     view.totals = history::ReadTotals(registry.store().database());
+    view.own_totals = alerts::ReadOwnTotals(registry.store().database());
     const auto store = layout.Store();
     view.store_bytes = host::SizeOf(store) + host::SizeOf(store.string() + "-wal");
     return view;

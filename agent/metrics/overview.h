@@ -13,6 +13,7 @@
 #include <sys/types.h>
 #include <vector>
 
+#include "agent/alerts/own_alert.h"
 #include "agent/events/events.h"
 #include "agent/history/series.h"
 #include "agent/host/layout.h"
@@ -27,6 +28,7 @@ struct LogView {
     std::optional<int64_t> unread; // bytes; nothing: not known
     // Seconds since a pass has last looked, while there is something unread; nothing: not known.
     std::optional<int64_t> behind_s;
+    bool losses_are_told = false; // under its path
 };
 
 struct SinkView {
@@ -49,6 +51,7 @@ struct Overview {
     std::vector<SinkView> sinks;
     std::vector<events::EventRecord> events; // registered ones that the monitor can load
     std::map<history::SeriesKey, int64_t> totals;
+    std::vector<alerts::OwnTotal> own_totals;
     int64_t store_bytes = 0; // with its journal
     int64_t alerts = 0;      // that are stored
 

@@ -164,7 +164,7 @@ class Package(unittest.TestCase):
         packaged = output("gzip", "-dc", self.tree / "usr/share/doc/syslogmon/changelog.gz")
         self.assertEqual(version, re.search(r"\(([^)]*)\)", packaged)[1])
         for program in ("usr/bin/syslogmon", "usr/sbin/syslogmond"):
-            self.assertEqual(version, self.run_unpacked(program, "--version").strip())
+            self.assertEqual(f"{Path(program).name} {version}", self.run_unpacked(program, "--version").strip())
 
     def run_unpacked(self, program, *arguments):
         libraries = self.tree / "usr/lib" / output("dpkg-architecture", "-qDEB_HOST_MULTIARCH").strip()

@@ -36,6 +36,8 @@ class Losses(lab.LabTest):
             FIRST.unlink()
         self.assertEqual(10, len(self.lab.alerts("ERROR")))
         self.assert_told()
+        # The series is there from the beginning, so that its first loss is seen as a rise.
+        self.assertIn('syslogmon_losses_total{log="/var/log/messages"} 0', self.lab.command("metrics").splitlines())
 
     def test_a_log_that_is_compressed_at_once_is_told_with_its_lines(self):
         self.write("error 1", "error 2", "error 3")
@@ -46,6 +48,10 @@ class Losses(lab.LabTest):
         self.daemon.look()
         self.assertEqual([], self.lab.alerts("ERROR"))
         self.assert_told("/var/log/messages: 3 lines", "/var/log/messages: 2 lines (bytes 0 to ")
+        metrics = self.lab.command("metrics").splitlines()
+        self.assertIn('syslogmon_losses_total{log="/var/log/messages"} 2', metrics)
+        self.assertIn('syslogmon_lines_passed_over_total{log="/var/log/messages"} 5', metrics)
+        self.assertIn('syslogmon_alerts_total{source="SYSLOGMON",event_id="1"} 2', metrics)
 
     def test_a_backup_of_another_name_is_told_with_its_lines(self):
         self.write("error 1", "error 2")

@@ -429,7 +429,7 @@ TEST_F(EventCommand, HelpAndVersionAreNoFailure)
         EXPECT_EQ(0, finished.status);
         EXPECT_NE(std::string::npos, finished.out.find("syslogmon"));
     }
-    ExpectOutput({"--version"}, SYSLOGMON_VERSION "\n");
+    ExpectOutput({"--version"}, "syslogmon " SYSLOGMON_VERSION "\n");
 }
 
 TEST_F(EventCommand, RootAndJsonMayStandBehindTheVerb)

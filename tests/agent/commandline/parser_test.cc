@@ -93,7 +93,7 @@ TEST_F(CommandLineTest, HelpAndVersionLeaveNothingToDo)
     EXPECT_FALSE(Parse({"--version"}));
     EXPECT_FALSE(Parse({"thing", "add", "--help"}));
     const std::string printed = testing::internal::GetCapturedStdout();
-    EXPECT_NE(printed.find("1.2.3"), std::string::npos);
+    EXPECT_NE(printed.find(" 1.2.3\n"), std::string::npos);
     EXPECT_NE(printed.find("Add a thing"), std::string::npos);
 }
 

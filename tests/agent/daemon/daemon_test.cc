@@ -145,7 +145,7 @@ TEST_F(DaemonTest, WrongWordsAreWrongUsage)
     EXPECT_EQ(2, RunToEnd({SYSLOGMOND, "--nonsense"}).status);
     EXPECT_EQ(2, RunToEnd({SYSLOGMOND, "word"}).status);
     EXPECT_EQ(0, RunToEnd({SYSLOGMOND, "--help"}).status);
-    EXPECT_EQ(SYSLOGMON_VERSION "\n", RunToEnd({SYSLOGMOND, "--version"}).out);
+    EXPECT_EQ("syslogmond " SYSLOGMON_VERSION "\n", RunToEnd({SYSLOGMOND, "--version"}).out);
 }
 
 // ---- a monitor that ends by itself ----

@@ -329,7 +329,7 @@ class History {
         if (is_zero && !half.empty())
             ++expected_[MessageOf(half)];
         ++expected_[MessageOf(is_zero ? next : half + next)];
-        Append(1);
+        Append(FurtherLines()); // it may be a new log
     }
     static size_t BeginOfLineAt(const std::string &content, size_t at)
     {

@@ -62,6 +62,26 @@ TEST(MetricsText, AnEventThatIsNoLongerRegisteredKeepsItsCounter)
               SamplesOf(view, "syslogmon_hits_total"));
 }
 
+TEST(MetricsText, WhatTheMonitorTellsAboutItselfIsAddedUpByKindAndLossesByLog)
+{
+    Overview view;
+    using alerts::OwnEvent;
+    view.own_totals = {
+        {OwnEvent::kLoss, "/var/log/messages", 2, 40},
+        {OwnEvent::kLoss, "journal", 1, 0},
+        {OwnEvent::kClock, "", 5, 0},
+    };
+    view.logs.push_back({"customer file", "/var/log/vmkernel", 0, 0, true});
+    view.logs.push_back({"file monitor", "/var/log/other", 0, 0, false});
+    EXPECT_EQ("{source=\"SYSLOGMON\",event_id=\"1\"} 3\n{source=\"SYSLOGMON\",event_id=\"9\"} 5\n",
+              SamplesOf(view, "syslogmon_alerts_total"));
+    EXPECT_EQ("{log=\"/var/log/messages\"} 2\n{log=\"/var/log/vmkernel\"} 0\n{log=\"journal\"} 1\n",
+              SamplesOf(view, "syslogmon_losses_total"));
+    EXPECT_EQ(
+        "{log=\"/var/log/messages\"} 40\n{log=\"/var/log/vmkernel\"} 0\n{log=\"journal\"} 0\n",
+        SamplesOf(view, "syslogmon_lines_passed_over_total"));
+}
+
 TEST(MetricsText, ADaemonThatRunsAndDoesNotItsWorkIsNotUp)
 {
     Overview view;
