@@ -98,7 +98,7 @@ add_agent_folder(metrics UNHURRIED metrics_text.cc overview.cc quick_place.cc)
 target_link_libraries(agent_metrics PUBLIC agent_events agent_history agent_logs agent_settings agent_sinks agent_status
                       PRIVATE agent_text)
 
-add_agent_folder(report UNHURRIED plots.cc report.cc)
+add_agent_folder(report UNHURRIED plots.cc report.cc trial_report.cc)
 target_link_libraries(agent_report PUBLIC agent_alerts agent_history PRIVATE agent_events agent_text)
 
 add_agent_folder(web UNHURRIED answers.cc guard.cc listener.cc page_server.cc streams.cc)

@@ -134,6 +134,8 @@ void Tally::NoteMatch(size_t index, const PassPlace &place)
     const policy::Outcome outcome = Judge(index, place);
     if (outcome.kind == policy::Outcome::Kind::kNoHit)
         return;
+    if (follow_)
+        follow_(*entries_[index].entry, place, outcome.kind);
     EventTally &event = events_[index];
     ++event.lines;
     event.hits += place.times;

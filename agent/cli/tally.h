@@ -62,6 +62,9 @@ struct FileTally {
 
 class Tally {
   public:
+    // What a line that matches has come to.
+    using Follow = std::function<void(const VKVMon &, const PassPlace &, policy::Outcome::Kind)>;
+
     // For a module whose table is loaded, and the host that it runs in. One at a time.
     Tally(monitor::Module &module, host::Host &host, HourOf hour);
     ~Tally();
@@ -72,6 +75,9 @@ class Tally {
     // with the bytes and the lines of the log that are done; false gives the pass up. Throws host::Error when the
     // log cannot be read.
     void ReadLog(const TrialLog &log, const std::function<bool(int64_t, int64_t)> &step);
+
+    // From here on, each match is told.
+    void SetFollower(Follow follow) { follow_ = std::move(follow); }
 
     [[nodiscard]] const VKVMon &entry(size_t index) const { return *entries_[index].entry; }
     [[nodiscard]] int32_t report_count(size_t index) const { return entries_[index].report_count; }
@@ -116,6 +122,7 @@ class Tally {
     std::vector<FileTally> files_;
     int64_t own_lines_ = 0;
     const std::function<bool(int64_t, int64_t)> *step_ = nullptr; // of the log under way
+    Follow follow_;                                               // may be empty
 };
 
 } // namespace cli

@@ -13,6 +13,7 @@
 
 #include "agent/cli/command.h"
 #include "agent/cli/explain.h"
+#include "agent/cli/matched_line.h"
 #include "agent/cli/output.h"
 #include "agent/cli/progress_bar.h"
 #include "agent/cli/rendered_log.h"
@@ -25,8 +26,10 @@
 #include "agent/cli/trial_input.h"
 #include "agent/events/event_checks.h"
 #include "agent/inputs/protected_words.h"
+#include "agent/report/trial_report.h"
 #include "agent/rules/rules_file.h"
 #include "agent/text/printable.h"
+#include "agent/text/whole_file.h"
 #include "platform/contract.h"
 
 namespace cli {
@@ -52,7 +55,8 @@ struct TestOptions {
     std::string rules;
     bool line_hours = false;
     bool as_input = false;
-    std::string as_of; // as it was typed; empty: now
+    std::string as_of;  // as it was typed; empty: now
+    std::string report; // the file; empty: none is wanted
 };
 
 // ---- interruption: the temporary folder must not stay behind ----
@@ -298,14 +302,40 @@ void ReadFiles(const TestOptions &options, Tally *tally)
     }
 }
 
+// ---- the page ----
+
+void FollowForReport(monitor::Module &module, Tally *tally, report::TrialReport *report)
+{
+    using Kind = policy::Outcome::Kind;
+    tally->SetFollower([&module, report](const VKVMon &entry, const PassPlace &place, Kind kind) {
+        const policy::MatchedLine line = MatchedLineOf(module, place.text, place.times);
+        report->Add({entry.Source, entry.EventID, line.time_s, std::string(line.host),
+                     inputs::WithWholeWords(place.text), place.times, kind == Kind::kReported,
+                     kind == Kind::kHeldBack});
+    });
+}
+
+void WriteReport(const TestOptions &options, const Tally &tally, const report::TrialReport &report)
+{
+    std::string title = "Trial of " + tally.files().front().name;
+    if (tally.files().size() > 1)
+        title += " and " + std::to_string(tally.files().size() - 1) + " more";
+    text::WriteWhole(options.report, ToHtml(report.Make(title, tally.lines())));
+}
+
 // Nothing is printed before the last line is read.
 void TryFiles(const Context &context, const TestOptions &options, monitor::Module &module,
               host::Host &host)
 {
     Tally tally(module, host, options.line_hours ? HourOf::kLine : HourOf::kNow);
+    report::TrialReport report;
+    if (!options.report.empty())
+        FollowForReport(module, &tally, &report);
     const auto begin = Clock::now();
     ReadFiles(options, &tally);
     const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+    if (!options.report.empty())
+        WriteReport(options, tally, report);
     const LeftOut left_out = LeftOutEvents(host.registry(), module);
     if (context.json) {
         PrintAsJson(tally, left_out);
@@ -423,6 +453,11 @@ void SetUpTest(Parser &parser, Context &context)
         "--as-input", options->as_input,
         "Read the logs, or the line, as an input does: with stamps of any usual form, and "
         "of any age");
+    parser
+        .Add(
+            "--report", options->report,
+            "Also write a page of it into this file: hits over time, events, hosts, hours, reports")
+        .TypeName("FILE");
     parser.Footer("The monitor's own code applies the rules, with all hit counts at 0. Nothing is "
                   "stored, and no daemon is needed.");
     const auto run = [&, options] { return Test(context, *options); };
@@ -434,6 +469,8 @@ void SetUpTest(Parser &parser, Context &context)
         const bool has_none = !has_files && !options->explain && options->rules.empty();
         if (has_none || (has_files && options->explain))
             return "name logs to be tried, or one line with --explain";
+        if (!options->report.empty() && !has_files)
+            return "--report is of logs: name those";
         const auto inputs = std::count(options->files.begin(), options->files.end(), "-") +
                             (options->rules == "-" ? 1 : 0);
         return inputs > 1 ? "standard input (-) can be read only once" : "";

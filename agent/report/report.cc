@@ -17,11 +17,8 @@ namespace {
 using history::Kind;
 
 constexpr int64_t kMsOfSecond = 1000;
-// Of the plot over time. Bars of more could not be told apart.
-constexpr int64_t kMostSteps = 400;
 constexpr size_t kMostSeries = 7; // and the others
 constexpr size_t kMostBars = 15;
-constexpr int64_t kNewest = 50;
 
 std::string NameOf(const history::SeriesKey &key)
 {
@@ -93,12 +90,7 @@ void AddSums(const history::Course &course, Report *report)
     }
 }
 
-std::string Same(const std::string &name)
-{
-    return name;
-}
-
-std::vector<Bar> HostsOf(host::Database &database, int64_t since_ms)
+std::map<std::string, int64_t> HostsOf(host::Database &database, int64_t since_ms)
 {
     host::Statement select(database,
                            "SELECT iif(line_host = '', host, line_host) AS name, sum(count)"
@@ -107,25 +99,18 @@ std::vector<Bar> HostsOf(host::Database &database, int64_t since_ms)
     select.Start(since_ms);
     while (select.Next())
         hits[select.Text(0)] = select.Integer(1);
-    return Largest(hits, Same);
+    return hits;
 }
 
-// By local time.
-std::vector<Bar> HoursOf(host::Database &database, int64_t since_ms)
+std::array<int64_t, 24> HoursOf(host::Database &database, int64_t since_ms)
 {
-    std::vector<Bar> hours;
-    for (int hour = 0; hour < 24; ++hour)
-        hours.push_back({std::to_string(hour), 0});
+    std::array<int64_t, 24> hours{};
     // By quarters of an hour first: so finely do zones differ.
     host::Statement select(database, "SELECT time_ms / 900000, sum(count) FROM alert"
                                      " WHERE time_ms >= ? GROUP BY 1");
     select.Start(since_ms);
-    while (select.Next()) {
-        const time_t moment = select.Integer(0) * 900;
-        tm local{};
-        localtime_r(&moment, &local);
-        hours[static_cast<size_t>(local.tm_hour)].value += select.Integer(1);
-    }
+    while (select.Next())
+        hours[LocalHour(select.Integer(0) * 900)] += select.Integer(1);
     return hours;
 }
 
@@ -156,51 +141,84 @@ constexpr char kStyle[] =
     "border-bottom:1px solid #cfd6dd;padding:.3rem .5rem .3rem 0}"
     "td:last-child{font-family:monospace;overflow-wrap:anywhere}td:first-child{white-space:nowrap}";
 
+std::string Same(const std::string &name)
+{
+    return name;
+}
+
+std::vector<Bar> BarsOf(const std::array<int64_t, 24> &hours)
+{
+    std::vector<Bar> bars;
+    for (size_t hour = 0; hour < hours.size(); ++hour)
+        bars.push_back({std::to_string(hour), hours[hour]});
+    return bars;
+}
+
 } // namespace
+
+size_t LocalHour(int64_t seconds)
+{
+    const time_t moment = seconds;
+    tm local{};
+    localtime_r(&moment, &local);
+    return static_cast<size_t>(local.tm_hour);
+}
+
+std::vector<std::pair<std::string, std::string>> PlotsOf(const Figures &figures)
+{
+    const auto &course = figures.course;
+    const std::string of = figures.is_of_alerts ? " that were alerted of" : "";
+    return {
+        {"hits.svg",
+         CoursePlot("Hits over time", course.from, course.length, SeriesOf(course, figures.steps))},
+        {"events.svg", BarPlot("Events with most hits", Largest(HitsOf(course), NameOf))},
+        {"hosts.svg", BarPlot("Hosts with most hits" + of, Largest(figures.hosts, Same))},
+        {"hours.svg", ColumnPlot("Hits" + of + (of.empty() ? " by" : ", by") + " hour of the day",
+                                 BarsOf(figures.hours))},
+    };
+}
 
 Report Collect(host::Store &store, int64_t since_ms, int64_t until_ms)
 {
     Report report;
     report.since_ms = since_ms;
     report.until_ms = until_ms;
-    report.host = host::HostName();
+    report.title = "Syslog monitor of " + host::HostName();
     const host::Snapshot one_state(store);
     host::Database &database = store.database();
     const int64_t since = since_ms / kMsOfSecond;
     const int64_t until = until_ms / kMsOfSecond;
-    const auto course =
+    Figures figures;
+    figures.course =
         history::ReadCourse(database, history::LengthFor(until - since, kMostSteps), since);
-    const auto steps =
+    const auto &course = figures.course;
+    figures.steps =
         static_cast<size_t>(std::max<int64_t>((until - course.from) / course.length, 0) + 1);
+    figures.hosts = HostsOf(database, since_ms);
+    figures.hours = HoursOf(database, since_ms);
+    figures.is_of_alerts = true;
     AddSums(course, &report);
-    report.plots = {
-        {"hits.svg",
-         CoursePlot("Hits over time", course.from, course.length, SeriesOf(course, steps))},
-        {"events.svg", BarPlot("Events with most hits", Largest(HitsOf(course), NameOf))},
-        {"hosts.svg",
-         BarPlot("Hosts with most hits that were alerted of", HostsOf(database, since_ms))},
-        {"hours.svg",
-         ColumnPlot("Hits that were alerted of, by hour of the day", HoursOf(database, since_ms))},
-    };
+    report.plots = PlotsOf(figures);
     AddNewest(database, since_ms, &report);
     return report;
 }
 
 std::string ToHtml(const Report &report)
 {
-    const std::string title = "Syslog monitor of " + report.host;
     std::string text =
         "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
         "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
         "<title>" +
-        Escaped(title) + "</title>\n<style>" + kStyle + "</style>\n</head>\n<body>\n<h1>" +
-        Escaped(title) + "</h1>\n<p>" + text::LocalTime(report.since_ms) + " to " +
+        Escaped(report.title) + "</title>\n<style>" + kStyle + "</style>\n</head>\n<body>\n<h1>" +
+        Escaped(report.title) + "</h1>\n<p>" + text::LocalTime(report.since_ms) + " to " +
         text::LocalTime(report.until_ms) + "</p>\n<dl>\n" + Fact("Hits", report.hits) +
-        Fact("Reports alerted of", report.alerts) + Fact("Reports held back", report.held_back) +
-        Fact("Lines read", report.lines) + "</dl>\n";
+        Fact(report.is_trial ? "Reports" : "Reports alerted of", report.alerts) +
+        Fact("Reports held back", report.held_back) + Fact("Lines read", report.lines) + "</dl>\n";
     for (const auto &[name, plot] : report.plots)
         text += plot;
-    text += "<h2>The newest alerts</h2>\n<table>\n<thead><tr><th scope=\"col\">Time</th><th "
+    text += "<h2>";
+    text += report.is_trial ? "The last reports" : "The newest alerts";
+    text += "</h2>\n<table>\n<thead><tr><th scope=\"col\">Time</th><th "
             "scope=\"col\">Event</th><th scope=\"col\">Host</th><th "
             "scope=\"col\">Line</th></tr></thead>\n<tbody>\n";
     for (const Report::Line &line : report.newest)

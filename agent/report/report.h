@@ -3,11 +3,14 @@
 #ifndef AGENT_REPORT_REPORT_H
 #define AGENT_REPORT_REPORT_H
 
+#include <array>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "agent/history/history_reader.h"
 #include "agent/host/store.h"
 #include "agent/report/plots.h"
 
@@ -16,9 +19,10 @@ namespace report {
 struct Report {
     int64_t since_ms = 0;
     int64_t until_ms = 0;
-    std::string host;
+    std::string title;
+    bool is_trial = false; // its reports are those that there would have been
     int64_t hits = 0;
-    int64_t alerts = 0;
+    int64_t alerts = 0; // reports that became an alert, or a part of one
     int64_t held_back = 0;
     int64_t lines = 0;
     // The plots, each with the name of its file: "hits.svg".
@@ -31,6 +35,24 @@ struct Report {
     };
     std::vector<Line> newest; // alerts, newest first
 };
+
+// Of a plot over time: bars of more could not be told apart.
+constexpr int64_t kMostSteps = 400;
+// In the list.
+constexpr int64_t kNewest = 50;
+
+// What is plotted: hits.
+struct Figures {
+    history::Course course; // by event
+    size_t steps = 0;       // of the course, those without a value included
+    std::map<std::string, int64_t> hosts;
+    std::array<int64_t, 24> hours{}; // by local time
+    bool is_of_alerts = false;       // hosts and hours are: only of what was alerted of
+};
+std::vector<std::pair<std::string, std::string>> PlotsOf(const Figures &figures);
+
+// The hour of the day in which a moment lies, by local time.
+size_t LocalHour(int64_t seconds);
 
 // Hits, alerts held back and lines are from the history; hosts, hours and the list from the alerts that are kept. One state
 // of the store. Throws host::StoreError.

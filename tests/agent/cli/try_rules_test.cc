@@ -115,6 +115,24 @@ TEST_F(TryRules, CountsLinesHitsAndReportsOfEachEvent)
     EXPECT_EQ(nullptr, never["first"]);
 }
 
+TEST_F(TryRules, WritesAPageOfTheTrial)
+{
+    ExpectDone({"event", "add", "ONE", "1A", "-k", "bad"});
+    ExpectDone({"event", "add", "THREE", "2", "-k", "bad", "-n", "3"});
+    WriteLog({now + "web7 bad <1>", now + "web7 good", now + "web8 bad 2", now + "web8 bad 3"});
+    EXPECT_EQ(4, Try({"--report", File("page.html"), File("the.log")})["lines"]);
+    const std::string page = test::ReadFile(File("page.html"));
+    EXPECT_NE(std::string::npos, page.find("<h1>Trial of " + File("the.log").string()));
+    EXPECT_NE(std::string::npos, page.find("<dt>Hits</dt><dd>6</dd>"));
+    EXPECT_NE(std::string::npos, page.find("<dt>Reports</dt><dd>4</dd>"));
+    EXPECT_NE(std::string::npos, page.find("<dt>Lines read</dt><dd>4</dd>"));
+    EXPECT_NE(std::string::npos, page.find("bad &lt;1&gt;"));
+    EXPECT_NE(std::string::npos, page.find(">web8<"));
+    // A page of one line would be none.
+    EXPECT_EQ(2, Syslogmon({"test", "--explain", "x", "--report", "page.html"}).status);
+    EXPECT_EQ(1, Syslogmon({"test", "--report", "/nowhere/page.html", File("the.log")}).status);
+}
+
 TEST_F(TryRules, PrintsColumnsInAPipeAndWhatCouldNotMatchBelow)
 {
     ExpectDone({"event", "add", "ONE", "1A", "-k", "bad"});

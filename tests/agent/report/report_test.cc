@@ -1,5 +1,6 @@
 // The report: its plots, and what it collects.
 #include "agent/report/report.h"
+#include "agent/report/trial_report.h"
 
 #include "agent/alerts/alert_store.h"
 #include "agent/history/history_writer.h"
@@ -118,6 +119,64 @@ TEST_F(ReportPage, HostsAreThoseThatWroteTheLinesTheMostFirst)
     const std::string hosts = Collected().plots.at(2).second;
     EXPECT_LT(hosts.find(">web2<"), hosts.find(">web1<"));
     EXPECT_LT(hosts.find(">web1<"), hosts.find(">here<"));
+}
+
+// ---- of a trial ----
+
+report::TrialHit Hit(int64_t time_s, int64_t hits = 1, bool is_reported = true)
+{
+    return {"DISK", 0x1A, time_s, "web1", "line of " + std::to_string(time_s), hits, is_reported};
+}
+
+TEST(TrialReport, HasTheHitsTheReportsAndTheTimeOfTheLines)
+{
+    report::TrialReport trial;
+    trial.Add(Hit(1'000'000, 3));
+    trial.Add(Hit(999'940, 2, false));
+    report::TrialHit held = Hit(1'000'100, 1, false);
+    held.is_held_back = true;
+    trial.Add(held);
+    const report::Report made = trial.Make("Trial of <messages>", 12);
+    EXPECT_EQ(6, made.hits);
+    EXPECT_EQ(1, made.alerts);
+    EXPECT_EQ(1, made.held_back);
+    EXPECT_EQ(12, made.lines);
+    EXPECT_EQ(999'940'000, made.since_ms);
+    EXPECT_EQ(1'000'100'000, made.until_ms);
+    const std::string page = report::ToHtml(made);
+    EXPECT_EQ(4U, CountOf(page, "<svg"));
+    EXPECT_EQ(2U, CountOf(page, "Trial of &lt;messages&gt;"));
+    EXPECT_EQ(1U, CountOf(page, "line of 1000000"));
+    EXPECT_EQ(0U, CountOf(page, "line of 999940")); // no report
+}
+
+TEST(TrialReport, HasTheLastReportsNewestFirst)
+{
+    report::TrialReport trial;
+    for (int64_t i = 0; i < report::kNewest + 10; ++i)
+        trial.Add(Hit(1'000'000 + i));
+    const auto newest = trial.Make("Trial", 0).newest;
+    ASSERT_EQ(static_cast<size_t>(report::kNewest), newest.size());
+    EXPECT_EQ("line of " + std::to_string(1'000'000 + report::kNewest + 9), newest.front().text);
+    EXPECT_EQ("line of 1000010", newest.back().text);
+}
+
+// A column has a title with its value, so those of all hits must come to their number.
+TEST(TrialReport, OfManyYearsHasFewColumnsAndAllHits)
+{
+    report::TrialReport trial;
+    for (int64_t day = 0; day < 3'000; ++day)
+        trial.Add(Hit(day * history::kDay, 1));
+    const std::string plot = trial.Make("Trial", 0).plots.at(0).second;
+    const size_t columns = CountOf(plot, "<rect") - 2; // the ground, a square of the legend
+    EXPECT_EQ(375U, columns);                          // of eight days each
+    EXPECT_EQ(375U, CountOf(plot, " 8</title>"));
+}
+
+TEST(TrialReport, OfNoHitIsAPageToo)
+{
+    const std::string page = report::ToHtml(report::TrialReport().Make("Trial", 5));
+    EXPECT_EQ(4U, CountOf(page, "</svg>"));
 }
 
 } // namespace
