@@ -92,6 +92,9 @@ std::string AlertJson(const Message &message)
                                {"first", held.first},
                                {"last_time", text::UtcTime(held.last_ms)},
                                {"last", held.last}};
+    // For readers of the store: no sink gets one that is held back.
+    if (alert.silence != 0)
+        object["silence"] = alert.silence;
     // Only then: most alerts are of a single report, and their lines stay short.
     if (alert.IsFolded()) {
         object["reports"] = alert.reports;

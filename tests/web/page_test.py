@@ -91,6 +91,13 @@ class Controls(Page):
         self.browser.wait("document.querySelector('#alert-list li').textContent.includes('disk at last')")
         self.browser.wait("document.querySelector('#event-table tbody td.number').innerText === '62'")
 
+    def test_an_alert_that_is_held_back_names_its_silence(self):
+        self.lab.command("silence", "add", "--source", "LOGIN", "--for", "1h", "--comment", "a rehearsal")
+        self.log("login failed again")
+        self.browser.wait("document.querySelector('#alert-list li').textContent.includes('login failed again')")
+        self.assertIn("held back by silence 1", self.text("#alert-list li"))
+        self.assertNotIn("held back by silence", self.text("#alert-list li:nth-child(2)"))
+
     def test_kind_and_range_of_the_plot(self):
         choose = "(() => {{ const box = document.getElementById('{0}'); box.value = '{1}'; box.dispatchEvent(new Event('change')); }})()"
         for kind, words in (("lines", "/var/log/messages"), ("alerts", "DISK 1 61"), ("held_back", "none"), ("behind", ":"),

@@ -315,7 +315,8 @@ function alertQuery(before) {
 function alertItem(alert) {
   const held = alert.held_back ? `${number(alert.held_back.reports)} reports were held back before it` : null;
   const many = alert.reports > 1 ? `stands for ${number(alert.reports)} reports, until ${alert.last_time}` : null;
-  const why = [alert.severity, alert.value && `of ${alert.value}`, held, many].filter(Boolean).join(" · ");
+  const silenced = alert.silence ? `held back by silence ${alert.silence}` : null;
+  const why = [alert.severity, alert.value && `of ${alert.value}`, silenced, held, many].filter(Boolean).join(" · ");
   return element("li", {},
     element("p", { className: "head" }, element("strong", {}, `${alert.source} ${alert.event_id}`),
       element("span", {}, `×${number(alert.count)}`),
