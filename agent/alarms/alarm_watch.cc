@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "agent/host/error.h"
-#include "agent/host/here_and_now.h"
 #include "agent/host/trace_log.h"
 #include "agent/text/duration.h"
 #include "agent/text/times.h"
@@ -100,7 +99,7 @@ void AlarmWatch::ForgetEnd()
 std::chrono::seconds AlarmWatch::Look()
 {
     Sight sight;
-    sight.now_ms = host::NowMs();
+    sight.now_ms = options_.now_ms();
     sight.boot_ns = status::BootTimeNs();
     sight.status = options_.status();
     LookAround(store_, registry_, &sight);

@@ -15,13 +15,15 @@
 #include <thread>
 
 #include "agent/alarms/sight.h"
+#include "agent/host/here_and_now.h"
 
 namespace alarms {
 
 struct AlarmWatchOptions {
     std::filesystem::path store;
-    std::function<status::Status()> status; // of this moment; called on the watch's thread
-    std::function<void()> stored;           // alerts were, likewise
+    std::function<status::Status()> status;        // of this moment; called on the watch's thread
+    std::function<void()> stored;                  // alerts were, likewise
+    std::function<int64_t()> now_ms = host::NowMs; // the clock, which somebody may set
 };
 
 class AlarmWatch {
