@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "tests/agent/support/host_test.h"
+#include "tests/agent/support/inotify_queue.h"
 
 namespace {
 
@@ -295,6 +296,21 @@ TEST_F(FileWatchTest, LookingAgainFindsNothingNewWhereNothingIs)
 }
 
 // ---- limits ----
+
+// More than the kernel keeps: what comes behind that, it drops.
+TEST_F(FileWatchTest, ARotationOfWhichTheNewsWereDroppedIsFollowedAllTheSame)
+{
+    Append(Place("log"), "one\n");
+    Append(Place("other"), "one\n");
+    watch.Follow({Place("log")});
+    test::FillInotifyQueue(Place("other"));
+    fs::rename(Place("log"), Place("log.1"));
+    Append(Place("log"), "two\n");
+    EXPECT_TRUE(watch.Take());
+    EXPECT_TRUE(IsQuiet());
+    Append(Place("log"), "three\n");
+    EXPECT_TRUE(watch.Take());
+}
 
 TEST_F(FileWatchTest, TheLimitOfWatchesIsToldAndTriedAgain)
 {

@@ -274,6 +274,16 @@ TEST_F(Wait, ForAllThatTimesOutTakesNothing)
     EXPECT_EQ(WAIT_RESULT_FIRST, WaitForSingleObject(event, 0));
 }
 
+// As if somebody else took it between the look at both and the taking: it is there once, and is waited for twice.
+TEST_F(Wait, ForAllPutsBackWhatItHasTakenWhenAnotherOneIsGoneByThen)
+{
+    HANDLE event = CreateEvent(nullptr, FALSE, TRUE, nullptr);
+    HANDLE other = CreateEvent(nullptr, FALSE, TRUE, "Named");
+    EXPECT_EQ(WAIT_RESULT_TIMEOUT, WaitAll({other, event, event}, 20));
+    EXPECT_EQ(WAIT_RESULT_FIRST, WaitForSingleObject(event, 0));
+    EXPECT_EQ(WAIT_RESULT_FIRST, WaitForSingleObject(other, 0));
+}
+
 TEST_F(Wait, ForAllIsWokenByTheLastOfThem)
 {
     Handles events = {CreateEvent(nullptr, FALSE, TRUE, nullptr),

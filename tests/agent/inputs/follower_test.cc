@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "tests/agent/inputs/log_world.h"
+#include "tests/agent/support/inotify_queue.h"
 
 namespace {
 
@@ -121,6 +122,20 @@ TEST_F(FollowerTest, ANewFileOfThePatternIsReadFromItsBeginning)
     StartWith("a.log", LogLine("old"));
     Append("b.log", LogLine("one"));
     EXPECT_EQ(Messages{"one"}, Read());
+}
+
+// More than the kernel keeps: what comes behind that, it drops. Everything is looked at at once, not with the next sweep.
+TEST_F(FollowerTest, ALineOfWhichTheNewsWereDroppedIsReadAtOnce)
+{
+    StartWith("a.log", LogLine("old"));
+    Append("other", "");
+    Read();
+    test::FillInotifyQueue(Path("other"));
+    Append("a.log", LogLine("one"));
+    Append("b.log", LogLine("two"));
+    Messages read = Read();
+    std::sort(read.begin(), read.end());
+    EXPECT_EQ((Messages{"one", "two"}), read);
 }
 
 TEST_F(FollowerTest, AnExcludedFileIsNotRead)
