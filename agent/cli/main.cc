@@ -1,11 +1,13 @@
 // syslogmon: the administrator's command.
 #include <cstdio>
 #include <exception>
+#include <new>
 #include <utility>
 #include <vector>
 
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
+#include "agent/text/last_words.h"
 
 namespace cli {
 
@@ -59,6 +61,11 @@ int Run(int argc, char **argv)
     return line.Chosen()();
 }
 
+[[gnu::constructor(101)]] void BeginWithLastWords()
+{
+    text::SayWhyItEnds();
+}
+
 } // namespace
 
 } // namespace cli
@@ -78,6 +85,8 @@ int main(int argc, char **argv)
         // Before its base.
         cli::PrintError(error.what());
         status = cli::kExitNotRunning;
+    } catch (const std::bad_alloc &) {
+        text::SayWhatFailed(std::current_exception());
     } catch (const std::exception &error) {
         cli::PrintError(error.what());
         status = cli::kExitFailed;

@@ -1,13 +1,10 @@
 // syslogmond: the syslog monitor as a daemon.
-#include <cstdio>
 #include <exception>
-#include <new>
-#include <unistd.h>
 
 #include "agent/commandline/parser.h"
 #include "agent/daemon/daemon.h"
-#include "agent/host/error.h"
 #include "agent/host/layout.h"
+#include "agent/text/last_words.h"
 #include "agent/text/say.h"
 
 namespace {
@@ -39,45 +36,9 @@ int Run(int argc, char **argv)
     return syslogmond::RunDaemon(options);
 }
 
-// Memory first: its text needs none that is not there. Says it on standard error, which systemd
-// hands to the journal.
-void SayWhatFailed(const std::exception_ptr &failure) noexcept
+[[gnu::constructor(101)]] void BeginWithLastWords()
 {
-    try {
-        std::rethrow_exception(failure);
-    } catch (const std::bad_alloc &) {
-        text::Say("cannot go on: there is no memory left; raise the limit of the process's memory, "
-                  "or end something else");
-    } catch (const host::Error &error) {
-        text::Say(error.what());
-    } catch (const std::exception &error) {
-        // No string: the failure can be the lack of threads or memory.
-        char text[512];
-        snprintf(text, sizeof text, "cannot go on: %s; raise the limits of the process",
-                 error.what());
-        text::Say(text);
-    } catch (...) {
-        text::Say("cannot go on: unknown failure; this is a fault of the program, report it");
-    }
-}
-
-// For a failure that nothing on its thread can deal with: memory has run out in the middle of a pass,
-// for one. What the pass has written was not committed.
-[[noreturn]] void EndWithAMessage()
-{
-    if (const std::exception_ptr failure = std::current_exception())
-        SayWhatFailed(failure);
-    else
-        text::Say("cannot go on; this is a fault of the program, report it");
-    // No destructor: other threads run on, and use what they would take down.
-    _exit(kExitFailed);
-}
-
-// Before anything else, also before the constants of the program are made, for which there may be no memory: what ends
-// by an exception ends the process, and should say why.
-[[gnu::constructor(101)]] void SayWhyItEnds()
-{
-    std::set_terminate(EndWithAMessage);
+    text::SayWhyItEnds();
 }
 
 } // namespace
@@ -90,7 +51,7 @@ int main(int argc, char **argv)
         text::Say(error.what());
         return kExitUsage;
     } catch (const std::exception &) {
-        SayWhatFailed(std::current_exception());
+        text::SayWhatFailed(std::current_exception());
         return kExitFailed;
     }
 }

@@ -1,6 +1,8 @@
 #include "agent/text/say.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <poll.h>
 #include <unistd.h>
 
@@ -8,8 +10,6 @@ namespace text {
 
 namespace {
 
-// The messages of many programs meet in one journal; a program without one names itself.
-constexpr std::string_view kName = "syslogmond: ";
 // So much can be written without blocking once poll says so (PIPE_BUF).
 constexpr size_t kPiece = 4096;
 
@@ -19,9 +19,10 @@ void Say(std::string_view text) noexcept
 {
     // On the stack, and with one write: a line of this thread is not mixed with one of another.
     char line[kPiece];
-    text = text.substr(0, kPiece - kName.size() - 1);
-    char *end = std::copy(kName.begin(), kName.end(), line);
-    end = std::copy(text.begin(), text.end(), end);
+    // The messages of many programs meet in one journal.
+    const int named = snprintf(line, sizeof line, "%.200s: ", program_invocation_short_name);
+    text = text.substr(0, sizeof line - static_cast<size_t>(named) - 1);
+    char *end = std::copy(text.begin(), text.end(), line + named);
     *end++ = '\n';
     // Asked first, because the descriptor is left blocking: it is shared with whoever started the
     // daemon, and O_NONBLOCK would hold for them, too.
