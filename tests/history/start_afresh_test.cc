@@ -1,5 +1,7 @@
 // Where the monitor starts afresh: it goes on from the end of the live file, and what is unread before it is
 // passed over. See losses.h.
+#include <cerrno>
+
 #include "tests/history/losses.h"
 
 namespace history {
@@ -66,6 +68,20 @@ TEST_F(StartsAfresh, AnEmptyLiveFileOnlyDelaysWhatTheBackupHolds)
     EXPECT_EQ(kNothing, Pass());
     Log({"new"});
     EXPECT_EQ((Strings{"old", "new"}), Pass());
+}
+
+// For example, because the process has as many files open as it may.
+TEST_F(StartsAfresh, AFolderOfBackupsThatCannotBeListedLosesAllThatIsUnread)
+{
+    Log({"checked"});
+    Pass();
+    Log({"lost, old"});
+    Rotate();
+    Log({"lost, new"});
+    Sys().FailCall("scandir", 1, EMFILE);
+    EXPECT_EQ(kNothing, Pass());
+    Log({"counted"});
+    EXPECT_EQ(Strings{"counted"}, Pass());
 }
 
 TEST_F(StartsAfresh, ABackupThatCannotBeOpenedLosesAllThatIsUnread)
