@@ -7,13 +7,19 @@
 
 namespace test {
 
-// Renames a file until whoever watches its folder, and takes nothing, has more events than the kernel keeps for him.
-inline void FillInotifyQueue(const std::filesystem::path &file)
+// So many events the kernel keeps for whoever does not take them. What comes behind them, it drops.
+inline int MostInotifyEvents()
 {
     int most = 16384;
     std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> most;
+    return most;
+}
+
+// Renames a file until whoever watches its folder has no room left for events.
+inline void FillInotifyQueue(const std::filesystem::path &file)
+{
     const std::filesystem::path other = file.string() + ".other";
-    for (int events = 0; events <= most; events += 4) { // two of each renaming
+    for (int events = 0; events <= MostInotifyEvents(); events += 4) { // two of each renaming
         std::filesystem::rename(file, other);
         std::filesystem::rename(other, file);
     }
