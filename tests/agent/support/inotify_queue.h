@@ -19,7 +19,8 @@ inline int MostInotifyEvents()
 inline void FillInotifyQueue(const std::filesystem::path &file)
 {
     const std::filesystem::path other = file.string() + ".other";
-    for (int events = 0; events <= MostInotifyEvents(); events += 4) { // two of each renaming
+    for (int events = 0; events <= MostInotifyEvents();
+         events += 2) { // at least one of each renaming
         std::filesystem::rename(file, other);
         std::filesystem::rename(other, file);
     }
