@@ -8,6 +8,7 @@
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
 #include "agent/text/last_words.h"
+#include "agent/text/say.h"
 
 namespace cli {
 
@@ -63,6 +64,7 @@ int Run(int argc, char **argv)
 
 [[gnu::constructor(101)]] void BeginWithLastWords()
 {
+    text::SayAs("syslogmon");
     text::SayWhyItEnds();
 }
 

@@ -11,6 +11,9 @@ namespace text {
 // nothing, so it can tell that there is no memory left.
 void Say(std::string_view text) noexcept;
 
+// From now on the program has this name, which must live as long; "syslogmond" until then.
+void SayAs(const char *program) noexcept;
+
 } // namespace text
 
 #endif // AGENT_TEXT_SAY_H
