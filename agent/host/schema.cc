@@ -205,6 +205,25 @@ constexpr const char *kSteps[] = {
     "  alerts INTEGER NOT NULL,"
     "  lines INTEGER NOT NULL," // that were passed over, as far as they were counted
     "  PRIMARY KEY (event_id, log)) WITHOUT ROWID;",
+    // 13: alerts of other hosts: see agent/fleet/ledger.h. An alert that was collected has the key of its own store.
+    "ALTER TABLE alert ADD COLUMN origin TEXT NOT NULL DEFAULT '';"
+    "CREATE TABLE fleet_host ("
+    "  uuid TEXT PRIMARY KEY," // of its store
+    "  name TEXT NOT NULL,"
+    "  last_id INTEGER NOT NULL,"                 // there, of the last alert that was taken
+    "  alerts INTEGER NOT NULL,"                  // how many were taken
+    "  dropped INTEGER NOT NULL,"                 // how many that host says that it has dropped
+    "  missing INTEGER NOT NULL,"                 // how many are missing without a word about them
+    "  refused INTEGER NOT NULL,"                 // how many messages were no alerts
+    "  heard_ms INTEGER NOT NULL) WITHOUT ROWID;" // when the last one was taken
+    // How far the stream was taken.
+    "CREATE TABLE fleet_place ("
+    "  id INTEGER PRIMARY KEY CHECK (id = 1),"
+    "  stream TEXT NOT NULL,"
+    "  created INTEGER NOT NULL," // when it was made, in nanoseconds since 1970: of another one the place is nothing
+    "  sequence INTEGER NOT NULL,"
+    "  problem TEXT NOT NULL," // why nothing is taken; empty: nothing is wrong
+    "  problem_ms INTEGER NOT NULL);",
 };
 constexpr int kVersion = static_cast<int>(std::size(kSteps));
 
