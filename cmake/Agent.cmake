@@ -7,6 +7,7 @@ find_package(CLI11 REQUIRED)
 find_package(PkgConfig REQUIRED)
 find_package(CURL REQUIRED)
 find_library(NETSNMP netsnmp REQUIRED)
+find_library(NATS nats REQUIRED)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 pkg_check_modules(YAML REQUIRED IMPORTED_TARGET yaml-0.1)
 pkg_check_modules(NCURSES REQUIRED IMPORTED_TARGET ncursesw)
@@ -80,13 +81,20 @@ add_agent_folder(policy count_store.cc count_text.cc event_count.cc expression.c
     silence_registry.cc summary.cc value_count.cc)
 target_link_libraries(agent_policy PUBLIC agent_alerts agent_events PRIVATE agent_text PkgConfig::RE2)
 
+add_agent_folder(nats UNHURRIED connection.cc)
+target_link_libraries(agent_nats PUBLIC ${NATS})
+
 add_agent_folder(sinks UNHURRIED alert_json.cc alertmanager_sink.cc backoff.cc console_sink.cc deliverer.cc
     delivery_store.cc digest.cc file_sink.cc file_trust.cc held_store.cc http.cc journal_sink.cc mail_sink.cc mail_text.cc
     option_checks.cc program_sink.cc progress.cc rate.cc route.cc sink.cc sink_kinds.cc sink_registry.cc snmp_sink.cc
-    syslog_sink.cc syslog_words.cc undelivered.cc webhook_format.cc webhook_sink.cc worker.cc)
-target_link_libraries(agent_sinks PUBLIC agent_alerts
+    syslog_sink.cc syslog_words.cc undelivered.cc webhook_format.cc webhook_sink.cc worker.cc nats_options.cc nats_sink.cc)
+target_link_libraries(agent_sinks PUBLIC agent_alerts agent_nats
                       PRIVATE agent_events agent_text nlohmann_json::nlohmann_json CURL::libcurl
                       PkgConfig::SYSTEMD ${NETSNMP} Threads::Threads)
+
+add_agent_folder(fleet UNHURRIED collector.cc fleet_keeper.cc identity.cc ledger.cc setup.cc stream_reader.cc wire_alert.cc)
+target_link_libraries(agent_fleet PUBLIC agent_sinks agent_nats
+                      PRIVATE agent_alerts agent_events agent_text nlohmann_json::nlohmann_json Threads::Threads)
 
 include(cmake/Inputs.cmake)
 
@@ -131,8 +139,8 @@ add_agent_folder(cli UNHURRIED WITH_JSON alert_commands.cc author.cc context.cc 
     progress_bar.cc reg_file_commands.cc registry_commands.cc rendered_log.cc report_commands.cc rsyslog_config.cc rule_tests.cc rules_commands.cc
     scan_commands.cc setting_commands.cc silence_commands.cc since.cc sink_commands.cc status_commands.cc tally.cc
     temporary_folder.cc test_commands.cc text_input.cc top_commands.cc top_view.cc trace_commands.cc trial.cc trial_clock.cc trial_input.cc
-    undelivered_commands.cc)
-target_link_libraries(agent_cli PUBLIC agent_commandline agent_inputs agent_logs agent_metrics agent_regfile agent_report agent_rules
+    undelivered_commands.cc collect_commands.cc fleet_commands.cc)
+target_link_libraries(agent_cli PUBLIC agent_commandline agent_fleet agent_inputs agent_logs agent_metrics agent_regfile agent_report agent_rules
                       agent_settings agent_sinks agent_status)
 target_link_libraries(agent_cli PRIVATE PkgConfig::NCURSES)
 # Its header has macros of short names.
@@ -150,7 +158,7 @@ target_compile_options(syslogmon PRIVATE ${QUICK_BUILD})
 
 add_agent_folder(daemon UNHURRIED console.cc daemon.cc doorbell.cc file_watch.cc input_feed.cc life_watch.cc
     live_settings.cc loss_notes.cc monitor.cc notify.cc page_keeper.cc pass_counter.cc signals.cc status_board.cc store_wait.cc supervisor.cc trigger.cc)
-target_link_libraries(agent_daemon PUBLIC agent_alarms agent_history agent_inputs agent_logs agent_policy agent_settings agent_sinks agent_status agent_web
+target_link_libraries(agent_daemon PUBLIC agent_alarms agent_fleet agent_history agent_inputs agent_logs agent_policy agent_settings agent_sinks agent_status agent_web
                       PRIVATE PkgConfig::SYSTEMD Threads::Threads)
 target_compile_definitions(agent_daemon PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}")
 add_program(syslogmond agent/daemon/main.cc)

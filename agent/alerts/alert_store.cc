@@ -15,14 +15,15 @@ const std::string kBytesOfRow =
     " + length(CAST(message AS BLOB)) + length(CAST(last_message AS BLOB))"
     " + length(CAST(labels AS BLOB)) + length(CAST(summary AS BLOB))"
     " + length(CAST(runbook_url AS BLOB)) + length(CAST(value AS BLOB))"
-    " + length(CAST(held_first AS BLOB)) + length(CAST(held_last AS BLOB)))";
+    " + length(CAST(held_first AS BLOB)) + length(CAST(held_last AS BLOB)) + length(origin))";
 
 // What AlertsOf reads, behind the ID. The series of the key is the newest that began before the
 // alert.
 const std::string kColumns =
     " time_ms, host, log_name, source, event_id, count, message, reports, last_time_ms,"
     " last_message, line_host, program, own_time, severity, labels, summary, runbook_url,"
-    " value, held_reports, held_hits, held_first_ms, held_first, held_last_ms, held_last, silence,"
+    " value, held_reports, held_hits, held_first_ms, held_first, held_last_ms, held_last, silence, "
+    "origin,"
     " (SELECT uuid FROM key_series WHERE first_alert "
     "<= alert.id"
     " ORDER BY first_alert DESC LIMIT 1) ";
@@ -36,7 +37,8 @@ int64_t BytesOf(const Alert &alert)
                                 alert.message.size() + alert.last_message.size() +
                                 events::JoinLabels(alert.labels).size() + alert.summary.size() +
                                 alert.runbook_url.size() + alert.value.size() +
-                                alert.held_back.first.size() + alert.held_back.last.size());
+                                alert.held_back.first.size() + alert.held_back.last.size() +
+                                (alert.is_collected ? alert.key.size() : 0));
 }
 
 namespace {
@@ -87,6 +89,18 @@ int64_t AddFurtherAlert(host::Store &store, const Alert &alert)
 {
     int64_t id = 0;
     store.Write([&](host::Database &database) { id = InsertAlert(database, alert); });
+    return id;
+}
+
+int64_t AddCollectedAlert(host::Store &store, const Alert &alert)
+{
+    int64_t id = 0;
+    store.Write([&](host::Database &database) {
+        id = InsertAlert(database, alert);
+        host::KeptStatement rest(database, "UPDATE alert SET reports = ?, last_time_ms = ?,"
+                                           " last_message = ?, origin = ? WHERE id = ?");
+        rest->Run(alert.reports, alert.last_time_ms, alert.last_message, alert.key, id);
+    });
     return id;
 }
 
@@ -141,7 +155,10 @@ std::vector<Alert> AlertsOf(host::Statement &select)
         alert.held_back = {select.Integer(19), select.Integer(20), select.Integer(21),
                            select.Integer(23), select.Text(22),    select.Text(24)};
         alert.silence = static_cast<uint32_t>(select.Integer(25));
-        alert.key = select.Text(26) + "/" + std::to_string(alert.id);
+        alert.key = select.Text(26);
+        alert.is_collected = !alert.key.empty();
+        if (!alert.is_collected)
+            alert.key = select.Text(27) + "/" + std::to_string(alert.id);
         found.push_back(std::move(alert));
     }
     return found;
@@ -237,6 +254,10 @@ int64_t NewestAlertId(host::Database &database)
 
 std::string KeyOf(host::Database &database, int64_t id)
 {
+    host::Statement collected(database, "SELECT origin FROM alert WHERE id = ? AND origin <> ''");
+    collected.Start(id);
+    if (collected.Next())
+        return collected.Text(0);
     host::Statement series(database, "SELECT uuid FROM key_series WHERE first_alert <= ?"
                                      " ORDER BY first_alert DESC LIMIT 1");
     series.Start(id);
@@ -288,11 +309,13 @@ int64_t BytesBetween(host::Database &database, int64_t after, int64_t up_to)
 
 // Row by row from the oldest, and no further than must be: the statement ends with the first alert
 // that may stay. Never the whole table, however large it is.
-Surplus FindSurplus(host::Database &database, int64_t alerts, int64_t bytes, int64_t most)
+Surplus FindSurplus(host::Database &database, int64_t alerts, int64_t bytes, int64_t most,
+                    int64_t last_id)
 {
     host::Statement oldest(
-        database, ("SELECT id, " + kBytesOfRow + " FROM alert ORDER BY id LIMIT ?").c_str());
-    oldest.Start(most);
+        database,
+        ("SELECT id, " + kBytesOfRow + " FROM alert WHERE id <= ? ORDER BY id LIMIT ?").c_str());
+    oldest.Start(last_id, most);
     Surplus surplus;
     for (int64_t count = 0; (count < alerts || surplus.bytes < bytes) && oldest.Next(); ++count) {
         surplus.up_to = oldest.Integer(0);

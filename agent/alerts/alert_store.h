@@ -60,6 +60,8 @@ struct Alert {
     // What identifies it towards other systems, for ever: "UUID/ID". Given by the store. No other
     // alert has it, not even one of a copy of the store.
     std::string key;
+    bool is_collected =
+        false; // it comes from the store of another host, which has given it its key
 
     [[nodiscard]] bool IsFolded() const { return reports > 1; }
     // A line that does not say its host was found on this one.
@@ -79,6 +81,10 @@ int64_t AddAlert(host::Store &store, const Alert &alert);
 // The same for a further alert of a pass, at half the cost: AddAlert has seen to the series of the
 // keys.
 int64_t AddFurtherAlert(host::Store &store, const Alert &alert);
+
+// Adds an alert of the store of another host, as it is there, and returns its id here. Its key stays. Throws
+// host::StoreError.
+int64_t AddCollectedAlert(host::Store &store, const Alert &alert);
 
 // Makes the alert of this id, which is of the same event, stand for a further report. Throws
 // host::StoreError.
@@ -137,12 +143,13 @@ int64_t BytesBetween(host::Database &database, int64_t after, int64_t up_to);
 // The oldest alerts, at most `most` of them, without which there are at least so many alerts and
 // bytes less: all up to an id, which is 0 when none has to go. `alerts` and `bytes` are what is too
 // many of each; 0 or less: enough room. `most` bounds one removal, which holds the write lock that
-// the monitor may be waiting for.
+// the monitor may be waiting for. None behind `last_id` goes.
 struct Surplus {
     int64_t up_to = 0;
     int64_t bytes = 0; // of these alerts
 };
-Surplus FindSurplus(host::Database &database, int64_t alerts, int64_t bytes, int64_t most);
+Surplus FindSurplus(host::Database &database, int64_t alerts, int64_t bytes, int64_t most,
+                    int64_t last_id = INT64_MAX);
 
 } // namespace alerts
 

@@ -25,6 +25,7 @@ constexpr Kind kKinds[] = {
     {OwnEvent::kSinkFails, "sink-fails", "err"},
     {OwnEvent::kClock, "clock", "notice"},
     {OwnEvent::kSilenceEnded, "silence-ended", "notice"},
+    {OwnEvent::kFleet, "fleet", "err"},
 };
 
 const Kind *FindKind(OwnEvent event)

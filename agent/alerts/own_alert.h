@@ -12,6 +12,7 @@
 //   8      sink-fails     sink          a sink has taken no alert for long
 //   9      clock                        the clock was set
 //   10     silence-ended  silence       a silence is over that has held back alerts
+//   11     fleet          store's UUID  alerts of another host are missing in the ledger of all hosts
 //
 // Labels: "alarm" is the kind, "about" the thing, "state" is "begins", "lasts", "ended" or "once".
 #ifndef AGENT_ALERTS_OWN_ALERT_H
@@ -39,6 +40,7 @@ enum class OwnEvent : uint32_t {
     kSinkFails,
     kClock,
     kSilenceEnded,
+    kFleet,
 };
 
 // Is it over, or does it go on? What happens at one moment is neither.

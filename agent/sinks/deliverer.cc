@@ -397,6 +397,19 @@ std::vector<alerts::Alert> Deliverer::NotHadByAll(int64_t up_to)
     return found;
 }
 
+// The last alert that no receiver may have to be sent again.
+int64_t Deliverer::SettledId()
+{
+    int64_t settled = INT64_MAX;
+    for (Entry &entry : entries_) {
+        if (entry.workers.empty() || entry.sink.config.kind->look == nullptr)
+            continue;
+        entry.settled.Note(Clock::now(), entry.progress->LastId(""));
+        settled = std::min(settled, entry.settled.UpTo(Clock::now()));
+    }
+    return settled;
+}
+
 // D1. A thousand at a time, with a pause behind it: the write lock is the monitor's, too. The rows are
 // written before the alerts go, so that a crash in between drops none that no row knows of.
 void Deliverer::KeepTheLimit()
@@ -406,8 +419,10 @@ void Deliverer::KeepTheLimit()
     LookAtLevels(newest);
     const int64_t too_many = newest - alerts::OldestAlertId(store_.database()) + 1 - limit_;
     const int64_t too_long = bytes_ - (limit_megabytes_ * kMegabyte);
-    const alerts::Surplus surplus =
-        alerts::FindSurplus(store_.database(), too_many, too_long, kRemoveAtOnce);
+    const int64_t settled = SettledId();
+    const bool has_room = too_many <= limit_ && too_long <= limit_megabytes_ * kMegabyte;
+    const alerts::Surplus surplus = alerts::FindSurplus(
+        store_.database(), too_many, too_long, kRemoveAtOnce, has_room ? settled : INT64_MAX);
     over_limit_ = surplus.up_to != 0; // until it is done
     if (!over_limit_)
         return;

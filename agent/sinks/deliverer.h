@@ -11,6 +11,8 @@
 //       were delivered go first, and one that was not goes only when the limit is full of alerts
 //       that were not. A sink with a bound (rate) that had not got it tells of it in its next message;
 //       for another one it counts as dropped.
+//       An alert that was delivered to servers that may lose it (SinkKind::look) stays for ten minutes more, as
+//       long as twice the limits are enough for that.
 //   D2  A sink that waits for 80 % of the limit, or loses an alert to it, is told of: in the trace
 //       log and on standard error, once until it has caught up.
 //   D3  An alert that a receiver does not take although it takes others is told of in the same way, and
@@ -31,6 +33,7 @@
 #include "agent/sinks/progress.h"
 #include "agent/sinks/rate.h"
 #include "agent/sinks/route.h"
+#include "agent/sinks/settled.h"
 #include "agent/sinks/sink_registry.h"
 #include "agent/sinks/worker.h"
 
@@ -74,6 +77,7 @@ class Deliverer {
         Deliveries written;                     // the rows that were written last
         std::vector<UndeliveredChange> changes; // not written yet
         Level level = Level::kWell;
+        Settled settled; // of a kind whose receiver can lose what it has confirmed
     };
 
     void Run();
@@ -88,6 +92,7 @@ class Deliverer {
     void TakeChanges(Entry &entry) const;
     static void SendWantedAgain(const Entry &entry, const std::vector<Undelivered> &rows);
     void KeepTheLimit();
+    [[nodiscard]] int64_t SettledId();
     std::vector<alerts::Alert> NotHadByAll(int64_t up_to);
     void CountBytes(int64_t newest);
     [[nodiscard]] int64_t FittingAlerts(int64_t newest);

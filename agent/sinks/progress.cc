@@ -125,6 +125,21 @@ void Progress::CaughtUp(const std::string &peer, int64_t last_id)
     Advance(peer, last_id);
 }
 
+Delivery Progress::RowOf(const std::string &peer) const
+{
+    const std::lock_guard lock(mutex_);
+    return rows_.at(peer);
+}
+
+// What is sent again is counted again: it is what the receiver has taken.
+void Progress::GoTo(int64_t last_id)
+{
+    const std::lock_guard lock(mutex_);
+    rows_.at("").last_id = last_id;
+    ahead_[""].clear();
+    Advance("", last_id);
+}
+
 void Progress::Well(const std::string &peer)
 {
     const std::lock_guard lock(mutex_);

@@ -43,6 +43,10 @@ class Progress {
     void TakenAhead(const std::string &peer, const Message &message);
     // Is this one done with before all in front of it are?
     [[nodiscard]] bool IsAhead(const std::string &peer, int64_t id) const;
+    // The row of a peer; of the empty name, of the sink as a whole.
+    [[nodiscard]] Delivery RowOf(const std::string &peer) const;
+    // The peer has all up to this one and none behind it, whatever it has confirmed. For a sink with one receiver.
+    void GoTo(int64_t last_id);
     // The peer has all up to this one that it needs to have.
     void CaughtUp(const std::string &peer, int64_t last_id);
     // The peer, which takes others, does not take this one.

@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 
 #include "agent/host/error.h"
+#include "agent/sinks/delivery_store.h"
 
 namespace sinks {
 
@@ -60,6 +61,11 @@ Outcome Failed(std::string why, size_t taken)
 Outcome Refused(std::string why, size_t taken)
 {
     return {Outcome::Result::kRefused, taken, std::move(why), {}};
+}
+
+int64_t Sink::LastTaken(host::Database &, const Delivery &noted)
+{
+    return noted.last_id;
 }
 
 // One number, so that no lock is needed: the sink's thread asks often.
@@ -164,10 +170,9 @@ const SinkOption &FindOption(const SinkKind &kind, const std::string &name)
                       "it takes " + OptionNames(kind));
 }
 
-void CheckSink(const SinkConfig &config)
+void CheckOptions(const SinkConfig &config)
 {
-    // Option by option, then whether all are there, then whether they go together: the first is
-    // what a person sees first.
+    // Option by option, then whether all are there: the first is what a person sees first.
     for (const auto &[name, value] : config.options) {
         const std::string allowed = FindOption(*config.kind, name).check(value);
         if (!allowed.empty())
@@ -176,10 +181,19 @@ void CheckSink(const SinkConfig &config)
     }
     for (const SinkOption &option : config.kind->options) {
         if (option.standard == nullptr && !config.options.contains(option.name))
-            throw host::Error("cannot make a sink of kind " + std::string(config.kind->name),
+            // What no sink is opened of is a work of its own: "cannot collect".
+            throw host::Error(std::string("cannot ") +
+                                  (config.kind->open != nullptr ? "make a sink of kind " : "") +
+                                  config.kind->name,
                               std::string("it has no ") + option.name,
                               std::string("add ") + option.name + "=" + option.form);
     }
+}
+
+// Whether they go together comes last.
+void CheckSink(const SinkConfig &config)
+{
+    CheckOptions(config);
     for (const std::string &peer : config.Peers()) {
         Secrets secrets;
         // Made and thrown away: a kind checks here what no single option shows. It connects to

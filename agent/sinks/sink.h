@@ -24,6 +24,8 @@
 
 namespace sinks {
 
+struct Delivery;
+
 // An alert on its way.
 struct Message {
     alerts::Alert alert;
@@ -31,6 +33,10 @@ struct Message {
     bool is_test = false; // of `sink test`: nothing has happened
     int64_t ends_ms = 0;  // until when it is active, for kinds that say so; since 1970, UTC
     Digest digest;        // of the alerts before it that the sink's rate has held back
+    // For receivers that know what they have: the alert that they had before it, and how many of those in between
+    // have left the store.
+    int64_t after = 0;
+    int64_t lost = 0;
 };
 
 // What came of an attempt to send.
@@ -76,6 +82,11 @@ class Sink {
     // failure.
     virtual Outcome Send(std::span<const Message> messages, const Interrupt &interrupt) = 0;
 
+    // Of a kind with `look`: the last alert that the receiver has, by its own account, which counts more than what
+    // was noted of it here. Called before the first Send, and again from time to time. Throws host::Error when it
+    // does not answer, or when it has what this store never had.
+    virtual int64_t LastTaken(host::Database &database, const Delivery &noted);
+
     // The most that one Send is given.
     [[nodiscard]] virtual size_t batch() const { return 1; }
 };
@@ -120,13 +131,15 @@ struct SinkKind {
     // Makes a sink and does not connect yet. Throws host::Error when the options do not go
     // together or a file cannot be read.
     std::unique_ptr<Sink> (*open)(const SinkConfig &config, const std::string &peer,
-                                  Secrets &secrets);
+                                  Secrets &secrets) = nullptr;
     // The receivers that each get all alerts; null: there is one, whose name is empty.
     std::vector<std::string> (*peers)(const SinkConfig &config) = nullptr;
     // How long an alert is active at the receiver, and how often it is told so again; null: the
     // receiver knows of no such thing.
     std::chrono::milliseconds (*active)(const SinkConfig &config) = nullptr;
     std::chrono::milliseconds (*resend)(const SinkConfig &config) = nullptr;
+    // How often the receiver is asked what it has, see Sink::LastTaken; null: it cannot say.
+    std::chrono::milliseconds (*look)(const SinkConfig &config) = nullptr;
     // What is unsafe about the way of its secrets; null: nothing is.
     std::vector<std::string> (*warnings)(const SinkConfig &config) = nullptr;
 };
@@ -137,6 +150,7 @@ struct SinkConfig {
     std::string name;
     const SinkKind *kind = nullptr;
     std::map<std::string, std::string> options; // those that were given
+    std::string store_uuid;                     // of the store in which it is set up
 
     // The value of an option, or its standard one.
     [[nodiscard]] std::string Get(const std::string &option) const;
@@ -157,6 +171,9 @@ const std::vector<SinkKind> &AllKinds();
 const SinkKind &FindKind(const std::string &name);
 // The option that a given name belongs to. Throws host::Error, which names all options.
 const SinkOption &FindOption(const SinkKind &kind, const std::string &name);
+
+// Throws host::Error, which says what is allowed, unless each option is one of the kind and what must be given is.
+void CheckOptions(const SinkConfig &config);
 
 // Throws host::Error, which says what is allowed, unless a sink can be made of this. Reads the
 // files that the options name, and connects to nothing.

@@ -10,7 +10,7 @@ namespace {
 // What a sink of each kind may send without a word about it. A person reads mails; a program is a
 // process, and a server in a network is somebody's. What stays on this host has no bound. Alertmanager,
 // which gets two hundred in a request, groups them itself, and a notification of SNMP has no field for
-// others.
+// others. The stream of a fleet is a ledger, in which none may be missing.
 struct UsualRate {
     const char *kind;
     const char *rate;
@@ -56,6 +56,7 @@ const std::vector<SinkKind> &AllKinds()
         AlertmanagerKind(),
         SnmpKind(),
         MailKind(),
+        NatsKind(),
     });
     return kinds;
 }

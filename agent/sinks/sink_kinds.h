@@ -15,6 +15,7 @@ SinkKind WebhookKind();
 SinkKind AlertmanagerKind();
 SinkKind SnmpKind();
 SinkKind MailKind();
+SinkKind NatsKind();
 
 } // namespace sinks
 

@@ -44,6 +44,7 @@ StoredSink SinkRegistry::Read(host::KeyId key, const std::string &name)
     StoredSink sink;
     sink.config.key = key;
     sink.config.name = name;
+    sink.config.store_uuid = store_.uuid();
     std::string kind;
     for (const host::RegValue &value : registry_.Values(key)) {
         // Names in the registry have no case; those of options are lower-case, but for headers and

@@ -173,7 +173,11 @@ void Worker::Step()
     if (!sink_) {
         secrets_ = {};
         sink_ = config_.kind->open(config_, peer_, secrets_);
+        if (config_.kind->look != nullptr)
+            look_at_ = Clock::now();
     }
+    if (look_at_ && Clock::now() >= *look_at_)
+        TakePlace();
     if (refresh_at_ && Clock::now() >= *refresh_at_ && !Refresh())
         return;
     if (SendOneAgain())
@@ -185,6 +189,18 @@ void Worker::Step()
         return;
     }
     Handle(batch, Send(batch));
+}
+
+// Where the receiver says that it is. As long as that is where it was left, what was passed over since stays so.
+void Worker::TakePlace()
+{
+    const int64_t place = sink_->LastTaken(*database_, progress_->RowOf(peer_));
+    if (place != place_)
+        progress_->GoTo(place);
+    place_ = place;
+    look_at_ = Clock::now() + config_.kind->look(config_);
+    if (failing_)
+        Succeeded();
 }
 
 // Alerts as they are sent. The end of their being active is worked out here, when they are about to
@@ -235,10 +251,26 @@ std::vector<Message> Worker::NextBatch(size_t limit)
     return batch;
 }
 
+// What is between each of these and the one that the receiver has before it was not for it, or has left the store.
+// Whatever was read leaves it the oldest first, so those below the oldest one are gone.
+void Worker::TellWhatIsBetween(std::vector<Message> &batch)
+{
+    const int64_t oldest = alerts::OldestAlertId(*database_);
+    int64_t before = *place_;
+    for (Message &message : batch) {
+        const int64_t id = message.alert.id;
+        message.after = before;
+        message.lost = std::max<int64_t>(std::min(id, oldest) - 1 - before, 0);
+        before = id;
+    }
+}
+
 // Not so what the sink does not get, what the receiver has taken ahead, and what another peer has had and
-// is over by now.
+// is over by now. A ledger of many stores gets of each what is its own: the rest it has from their stores.
 bool Worker::IsWanted(const Message &message) const
 {
+    if (message.alert.is_collected && place_)
+        return false;
     const int64_t id = message.alert.id;
     const bool is_over = config_.kind->active != nullptr && id <= progress_->LastId("") &&
                          message.ends_ms <= WallMs();
@@ -268,6 +300,8 @@ std::vector<Message> Worker::NextMessages()
         std::vector<Message> batch = NextBatch(limit + 1);
         if (batch.size() <= limit || tokens > 1) {
             batch.resize(std::min(batch.size(), limit));
+            if (place_)
+                TellWhatIsBetween(batch);
             if (batch.empty() || progress_->MaySend(batch.back().alert.id))
                 return batch;
         }
@@ -451,6 +485,8 @@ void Worker::Handle(const std::vector<Message> &batch, const Outcome &outcome)
     const size_t taken = std::min(outcome.taken, batch.size());
     if (taken > 0) {
         progress_->Taken(peer_, std::span(batch).first(taken));
+        if (place_)
+            place_ = batch[taken - 1].alert.id;
         // The one that was refused is behind, so many go together again.
         batch_limit_ = SIZE_MAX;
         summary_refusals_ = 0;
@@ -622,13 +658,14 @@ void Worker::Pause(std::chrono::milliseconds at_least)
     try_now_ = false;
 }
 
-// Until there is something to send, or the active alerts are to be told of again, or there is a token.
+// Until there is something to send, or the active alerts are to be told of again, or there is a token, or the receiver
+// is to be asked what it has.
 void Worker::WaitForAlerts()
 {
     std::unique_lock lock(mutex_);
     const auto has_news = [this] { return stop_ || woken_ || !again_.empty(); };
-    // A kind has the one or the other.
-    if (const auto until = refresh_at_ ? refresh_at_ : token_at_)
+    // A kind has one of them.
+    if (const auto until = refresh_at_ ? refresh_at_ : token_at_ ? token_at_ : look_at_)
         news_.wait_until(lock, *until, has_news);
     else
         news_.wait(lock, has_news);

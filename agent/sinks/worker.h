@@ -4,7 +4,8 @@
 //   sending    reads the alerts after the last one that was   there is none, or one was not taken
 //              taken and sends them
 //   waiting    nothing                                        an alert may have been stored, or
-//                                                             active ones are to be sent again
+//                                                             active ones are to be sent again, or
+//                                                             the receiver is to be asked what it has
 //   pausing    nothing, for a time that grows                 the time is over, or somebody changed
 //                                                             a setting
 //
@@ -12,6 +13,9 @@
 // the next ones, a token each, of what has come since: the newest alert as any other, and those before it
 // summed up (digest.h). Which alerts that are is written down before it is sent. So a message that is
 // sent again, whatever happens in between, is the same one, and each alert is in one message.
+//
+// A receiver that keeps what it gets may know better than we how far it is (SinkKind::look). Then it is asked, and the
+// worker goes on behind that alert, forward or back.
 //
 // An alert that was not taken stays in front, and none overtakes it: so a receiver that is down gets
 // everything later, in order. But one that the receiver refuses, or over which it fails, must not hold
@@ -72,9 +76,11 @@ class Worker {
     void Run();
     void Step();
     bool Refresh();
+    void TakePlace();
     [[nodiscard]] bool SendAll(std::vector<Message> messages);
     [[nodiscard]] std::vector<Message> NextBatch(size_t limit);
     [[nodiscard]] bool IsWanted(const Message &message) const;
+    void TellWhatIsBetween(std::vector<Message> &batch);
     [[nodiscard]] std::vector<Message> NextMessages();
     [[nodiscard]] std::vector<Message> PlannedMessage();
     [[nodiscard]] Message SummedUp(const Progress::Beginning &beginning, int64_t planned);
@@ -119,6 +125,8 @@ class Worker {
     int refusals_wanted_ = 0;                     // so many of one alert, before others are tried
     std::optional<Clock::time_point> refresh_at_; // when active alerts are to be sent again
     std::optional<Clock::time_point> token_at_;   // when a bucket that is empty has a token again
+    std::optional<Clock::time_point> look_at_;    // when the receiver is to be asked what it has
+    std::optional<int64_t> place_;                // the last alert that it has, as far as is known
     int summary_refusals_ = 0;                    // of the message with a digest, in a row
 
     std::mutex mutex_; // guards what follows

@@ -1,0 +1,89 @@
+// A connection to the servers of a fleet, which are NATS servers with JetStream.
+//
+// The client's library makes threads of its own for it. It never connects again by itself: whoever has lost his
+// connection makes a new one, and begins with asking where he stands. So what was under way when it was lost is
+// never guessed at.
+//
+// One thread at a time uses a connection. What fails throws host::Error, which names the servers and never a secret.
+#ifndef AGENT_NATS_CONNECTION_H
+#define AGENT_NATS_CONNECTION_H
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <nats/nats.h>
+
+namespace nats {
+
+// How the servers are reached, with the secrets already read from their files. Empty: not used.
+struct Access {
+    std::vector<std::string>
+        servers;             // "nats://HOST:PORT" or "tls://HOST:PORT"; tried one after the other
+    std::string credentials; // a file, as the servers' tools make it
+    std::string user;
+    std::string password;
+    std::string token;
+    std::string ca_file; // certificates (PEM) to trust instead of the system's
+    std::string cert;    // of this client (PEM), and its key
+    std::string key;
+    std::chrono::milliseconds timeout{5000}; // of each request, and of connecting to each server
+    // What its answers are addressed to begins so; empty: "_INBOX". With it, one client's answers can be kept from
+    // the others.
+    std::string inbox;
+};
+
+// What the library gives out, and what gives it back.
+struct Giver {
+    void operator()(natsOptions *options) const { natsOptions_Destroy(options); }
+    void operator()(natsConnection *connection) const { natsConnection_Destroy(connection); }
+    void operator()(jsCtx *context) const { jsCtx_Destroy(context); }
+    void operator()(natsMsg *message) const { natsMsg_Destroy(message); }
+    void operator()(jsPubAck *answer) const { jsPubAck_Destroy(answer); }
+    void operator()(jsStreamInfo *info) const { jsStreamInfo_Destroy(info); }
+    void operator()(jsConsumerInfo *info) const { jsConsumerInfo_Destroy(info); }
+    void operator()(jsMsgMetaData *data) const { jsMsgMetaData_Destroy(data); }
+    void operator()(natsSubscription *subscription) const
+    {
+        natsSubscription_Destroy(subscription);
+    }
+    void operator()(kvStore *store) const { kvStore_Destroy(store); }
+    void operator()(kvEntry *entry) const { kvEntry_Destroy(entry); }
+    void operator()(kvWatcher *watcher) const { kvWatcher_Destroy(watcher); }
+};
+template <typename Thing>
+using Owned = std::unique_ptr<Thing, Giver>;
+
+class Connection {
+  public:
+    // Connects to the first server that answers.
+    explicit Connection(const Access &access);
+
+    // For the calls of the library.
+    [[nodiscard]] natsConnection *raw() const { return connection_.get(); }
+    [[nodiscard]] jsCtx *stream() const { return stream_.get(); }
+
+    // A server is connected at this moment, as far as is known.
+    [[nodiscard]] bool IsOpen() const;
+    // Returns when all that was published has reached the server.
+    void Flush() const;
+
+    // Throws host::Error unless the call went well: "cannot DO: WHY; ...". `code` is what JetStream said, 0: nothing.
+    void Check(natsStatus status, const std::string &doing, int code = 0) const;
+    // Why a call has failed, in words.
+    [[nodiscard]] static std::string Why(natsStatus status, int code = 0);
+
+  private:
+    std::string servers_;
+    std::chrono::milliseconds timeout_;
+    Owned<natsConnection> connection_;
+    Owned<jsCtx> stream_; // goes before its connection
+};
+
+// "a,b" in its parts; empty ones are left out.
+std::vector<std::string> Parts(const std::string &list);
+
+} // namespace nats
+
+#endif // AGENT_NATS_CONNECTION_H

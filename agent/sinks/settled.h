@@ -1,0 +1,49 @@
+// What a receiver has had for so long that it can be relied on. Servers answer before their disks have what they were
+// sent: after a power cut, what they have confirmed in the last minutes may be gone, and has to be sent again.
+#ifndef AGENT_SINKS_SETTLED_H
+#define AGENT_SINKS_SETTLED_H
+
+#include <chrono>
+#include <cstdint>
+#include <vector>
+
+namespace sinks {
+
+// Alerts are kept for so long after they were delivered to such a receiver. Servers write at the latest after two.
+inline constexpr std::chrono::minutes kSettlingTime{10};
+
+class Settled {
+  public:
+    using Clock = std::chrono::steady_clock;
+
+    // It has all up to this alert at this moment. Moments ascend; of those within ten seconds one is kept.
+    void Note(Clock::time_point now, int64_t last_id)
+    {
+        if (notes_.empty() || now - notes_.back().at >= kBetween)
+            notes_.push_back({now, last_id});
+        newest_ = last_id;
+        while (notes_.size() > 1 && now - notes_[1].at >= kSettlingTime)
+            notes_.erase(notes_.begin());
+    }
+
+    // The last alert that may be removed for its sake. INT64_MAX: any, since it was sent nothing lately.
+    [[nodiscard]] int64_t UpTo(Clock::time_point now) const
+    {
+        const bool is_known = !notes_.empty() && now - notes_.front().at >= kSettlingTime;
+        const int64_t settled = is_known ? notes_.front().last_id : 0;
+        return settled >= newest_ ? INT64_MAX : settled;
+    }
+
+  private:
+    static constexpr std::chrono::seconds kBetween{10};
+    struct Moment {
+        Clock::time_point at;
+        int64_t last_id;
+    };
+    std::vector<Moment> notes_; // the first is as old as the settling time, when there is one
+    int64_t newest_ = 0;
+};
+
+} // namespace sinks
+
+#endif // AGENT_SINKS_SETTLED_H
