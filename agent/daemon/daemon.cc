@@ -23,6 +23,7 @@
 #include "agent/daemon/supervisor.h"
 #include "agent/daemon/trace_unit.h"
 #include "agent/daemon/trigger.h"
+#include "agent/fleet/fleet_keeper.h"
 #include "agent/host/error.h"
 #include "agent/host/host.h"
 #include "agent/host/trace_log.h"
@@ -99,9 +100,10 @@ class Daemon {
     LifeWatch life_{board_};
     Trigger trigger_{[this] { LookNow(); },
                      [this](const std::string &problem) { WatchingChanged(problem); }};
-    InputFeed feed_;       // before the monitor that uses it
-    Doorbell names_taken_; // the monitor may follow other files than before
-    PageKeeper page_;      // behind the board that it shows; before the monitor, which wakes it
+    InputFeed feed_;           // before the monitor that uses it
+    Doorbell names_taken_;     // the monitor may follow other files than before
+    PageKeeper page_;          // behind the board that it shows; before the monitor, which wakes it
+    fleet::FleetKeeper fleet_; // behind what it wakes
     LiveSettings settings_;
     Supervisor supervisor_; // last: its monitor uses the others
     bool stopping_ = false;
@@ -115,7 +117,12 @@ Daemon::Daemon(host::Host &host, const DaemonOptions &options)
           {options.layout.Store(), [this] { return board_.Copy(); }, [this] { outlets_.Wake(); }}),
       feed_(
           host, [this] { events_.scan->Set(); }, [this] { InputsChanged(); }),
-      page_(options.layout), settings_(options.layout.Store(), Effects()),
+      page_(options.layout), fleet_(options.layout,
+                                    [this] {
+                                        outlets_.Wake();
+                                        page_.Wake();
+                                    }),
+      settings_(options.layout.Store(), Effects()),
       supervisor_(
           host, board_, life_, feed_,
           [this](const status::PassStatus &pass) { PassIsStored(pass); },

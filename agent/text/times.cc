@@ -88,4 +88,18 @@ std::optional<int64_t> ParseDate(const std::string &text)
     return int64_t{zone != std::string::npos ? timegm(&time) - shift.tm_gmtoff : LocalMoment(time)};
 }
 
+// By writing it again: what comes out the same was read right, with each of its digits and signs.
+std::optional<int64_t> ParseUtcTime(const std::string &text)
+{
+    struct tm utc {};
+    int milliseconds = 0;
+    if (sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d.%3dZ", &utc.tm_year, &utc.tm_mon,
+               &utc.tm_mday, &utc.tm_hour, &utc.tm_min, &utc.tm_sec, &milliseconds) != 7)
+        return std::nullopt;
+    utc.tm_year -= 1900;
+    utc.tm_mon -= 1;
+    const int64_t time_ms = int64_t{timegm(&utc)} * 1000 + milliseconds;
+    return UtcTime(time_ms) == text ? std::optional(time_ms) : std::nullopt;
+}
+
 } // namespace text

@@ -27,6 +27,9 @@ bool ReadsClock(const char *text, struct tm *time);
 // The moment of a time of the host's zone. By value: mktime writes into what it is given.
 time_t LocalMoment(struct tm time);
 
+// The moment that UtcTime has written so; nothing for any other text.
+std::optional<int64_t> ParseUtcTime(const std::string &text);
+
 } // namespace text
 
 #endif // AGENT_TEXT_TIMES_H

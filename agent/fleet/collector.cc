@@ -1,0 +1,180 @@
+#include "agent/fleet/collector.h"
+
+#include <cstring>
+
+#include "agent/fleet/stream_reader.h"
+#include "agent/fleet/trace_unit.h"
+#include "agent/host/error.h"
+#include "agent/sinks/nats_options.h"
+#include "agent/sinks/nats_subjects.h"
+#include "agent/sinks/option_checks.h"
+#include "agent/text/say.h"
+
+namespace fleet {
+
+namespace {
+
+// Part and number of parts; 0 and 0 when the text is none.
+std::pair<uint32_t, uint32_t> ReadPart(const std::string &text)
+{
+    unsigned number = 0;
+    unsigned of = 0;
+    char rest = 0;
+    const bool is_sound = sscanf(text.c_str(), "%4u/%4u%c", &number, &of, &rest) == 2 &&
+                          number >= 1 && number <= of && of <= 64;
+    return is_sound ? std::pair(number, of) : std::pair(0U, 0U);
+}
+
+std::string CheckPart(const std::string &value)
+{
+    return ReadPart(value).first > 0 ? "" : "NUMBER/PARTS, such as 1/3, of at most 64 parts";
+}
+
+std::string CheckReplicas(const std::string &value)
+{
+    return sinks::CheckWord(value, "1 3 5");
+}
+
+} // namespace
+
+sinks::SinkKind CollectKind()
+{
+    sinks::SinkKind kind;
+    kind.name = "collect";
+    kind.help = "the alerts of all hosts, from a stream of NATS servers";
+    kind.options = sinks::NatsOptions();
+    kind.options.push_back({"stream", "NAME", sinks::kDefaultStream, "the stream of the alerts",
+                            sinks::CheckStreamName});
+    kind.options.push_back({"replicas", "NUMBER", "3",
+                            "on how many servers the stream is kept, when it is made: 1, 3 or 5",
+                            CheckReplicas});
+    kind.options.push_back(
+        {"keep", "HOURS", "168", "how long the stream keeps an alert, when it is made",
+         [](const std::string &value) { return sinks::CheckRange(value, 1, 10000, "hours"); }});
+    kind.options.push_back({"part", "NUMBER/PARTS", "",
+                            "take the alerts of some hosts only, since other collectors take the "
+                            "others",
+                            CheckPart});
+    kind.warnings = sinks::PlainNatsWarnings;
+    return kind;
+}
+
+Part::Part(const std::string &text)
+{
+    if (const auto [number, of] = ReadPart(text); of > 0) {
+        number_ = number;
+        of_ = of;
+    }
+}
+
+// By the first digits of the UUID, which are random.
+bool Part::Has(const std::string &uuid) const
+{
+    return strtoul(uuid.substr(0, 8).c_str(), nullptr, 16) % of_ == number_ - 1;
+}
+
+Collector::Collector(CollectorOptions options)
+    : options_(std::move(options)), part_(options_.config.Get("part")), backoff_(options_.pauses)
+{
+    sinks::Secrets secrets;
+    sinks::AccessOf(options_.config, secrets); // for its errors
+    thread_ = std::thread([this] { Run(); });
+}
+
+Collector::~Collector()
+{
+    {
+        const std::lock_guard lock(mutex_);
+        stop_ = true;
+        news_.notify_one();
+    }
+    thread_.join();
+}
+
+bool Collector::StopRequested()
+{
+    const std::lock_guard lock(mutex_);
+    return stop_;
+}
+
+void Collector::Run()
+{
+    TraceLogSetThrName("collector");
+    while (!StopRequested()) {
+        try {
+            Collect();
+        } catch (const std::exception &error) {
+            Fail(error.what());
+        }
+    }
+}
+
+// With one connection, until it fails or the end is wanted.
+void Collector::Collect()
+{
+    if (!store_) {
+        store_.emplace(options_.layout.Store());
+        host::Patience patience;
+        patience.milliseconds = 60 * 1000;
+        patience.leave = [this] { return StopRequested(); };
+        store_->SetWait(patience);
+    }
+    Ledger ledger(*store_);
+    secrets_ = {};
+    StreamReader reader(sinks::AccessOf(options_.config, secrets_), options_.config,
+                        "syslogmon-" + store_->uuid());
+    StreamPlace place{options_.config.Get("stream"), reader.created(), 0};
+    place.sequence = ledger.SequenceIn(place.stream, place.created);
+    reader.BeginBehind(place.sequence);
+    if (!problem_.empty())
+        TRACE(TRACE_NOTABLE, "The alerts of all hosts are collected again.");
+    problem_.clear();
+    ledger.SetProblem("");
+    backoff_.Reset();
+    while (!StopRequested())
+        TakeSome(reader, ledger, &place);
+}
+
+// What has come, in one transaction, and then the word that it is stored.
+void Collector::TakeSome(StreamReader &reader, Ledger &ledger, StreamPlace *place)
+{
+    const uint64_t sequence = reader.Read();
+    if (sequence == 0)
+        return;
+    std::vector<Arrived> wanted = reader.Arrivals();
+    std::erase_if(wanted, [&](const Arrived &arrived) { return !part_.Has(arrived.uuid); });
+    place->sequence = sequence;
+    const size_t taken = ledger.Take(wanted, *place);
+    if (taken > 0)
+        options_.stored();
+    reader.Confirm();
+}
+
+// Told once, and written where the command finds it.
+void Collector::Fail(const std::string &why)
+{
+    if (StopRequested())
+        return;
+    const std::string shown = secrets_.Hide(why);
+    if (problem_.empty()) {
+        TRACE(TRACE_NOTABLE, "No alerts of other hosts are collected: %s", shown.c_str());
+        text::Say("no alerts of other hosts are collected: " + shown);
+    }
+    if (shown != problem_ && store_) {
+        try {
+            Ledger(*store_).SetProblem(shown);
+        } catch (const host::StoreError &) {
+            store_.reset(); // opened anew
+        }
+    }
+    problem_ = shown;
+    Pause();
+}
+
+void Collector::Pause()
+{
+    std::unique_lock lock(mutex_);
+    news_.wait_for(lock, backoff_.Next(), [this] { return stop_; });
+}
+
+} // namespace fleet

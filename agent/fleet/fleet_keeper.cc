@@ -1,0 +1,81 @@
+#include "agent/fleet/fleet_keeper.h"
+
+#include <cerrno>
+#include <cstring>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include "agent/fleet/setup.h"
+#include "agent/fleet/trace_unit.h"
+#include "agent/host/error.h"
+#include "agent/text/say.h"
+
+namespace fleet {
+
+namespace {
+
+// What could not be read is read again.
+constexpr int kTryAgainMs = 10000;
+
+} // namespace
+
+FleetKeeper::FleetKeeper(host::Layout layout, std::function<void()> stored)
+    : layout_(std::move(layout)), stored_(std::move(stored)),
+      changed_(host::WakeEvent::Create(layout_.run, kFleetEvent, false, false)),
+      bell_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
+{
+    if (bell_.get() < 0)
+        throw host::Error("cannot take part in a fleet", strerror(errno),
+                          "raise the limit of open files");
+    thread_ = std::thread([this] { Run(); });
+}
+
+FleetKeeper::~FleetKeeper()
+{
+    stop_ = true;
+    const uint64_t one = 1;
+    if (write(bell_.get(), &one, sizeof one) < 0)
+        TRACE(TRACE_SYSTEM, "The bell of the fleet does not ring: %s.", strerror(errno));
+    thread_.join();
+}
+
+void FleetKeeper::Run()
+{
+    TraceLogSetThrName("fleet");
+    while (!stop_) {
+        int sleep_ms = -1;
+        try {
+            TakeSetup();
+            told_.clear();
+        } catch (const std::exception &error) {
+            sleep_ms = kTryAgainMs;
+            if (told_ != error.what()) {
+                TRACE(TRACE_SYSTEM, "%s", error.what());
+                text::Say(error.what());
+            }
+            told_ = error.what();
+        }
+        pollfd waiting[] = {{bell_.get(), POLLIN, 0}, {changed_->PollFd(), POLLIN, 0}};
+        poll(waiting, std::size(waiting), sleep_ms);
+        changed_->TryTake();
+    }
+    collector_.reset();
+}
+
+void FleetKeeper::TakeSetup()
+{
+    host::Store store(layout_.Store());
+    host::RegistryTree registry(store);
+    const auto wanted = ReadCollect(store, registry);
+    if (wanted && collector_ && *wanted == collects_)
+        return;
+    collector_.reset();
+    if (!wanted)
+        return;
+    CheckSetup(*wanted);
+    collector_ = std::make_unique<Collector>(CollectorOptions{layout_, *wanted, stored_});
+    collects_ = *wanted;
+}
+
+} // namespace fleet

@@ -1,0 +1,180 @@
+#include "agent/fleet/ledger.h"
+
+#include <algorithm>
+#include <map>
+
+#include "agent/alerts/own_alert.h"
+#include "agent/fleet/trace_unit.h"
+#include "agent/fleet/wire_alert.h"
+#include "agent/host/error.h"
+#include "agent/host/here_and_now.h"
+
+namespace fleet {
+
+namespace {
+
+constexpr char kHostColumns[] = "uuid, name, last_id, alerts, dropped, missing, refused, heard_ms";
+
+HostRow RowOf(const host::Statement &row)
+{
+    return {row.Text(0),    row.Text(1),    row.Integer(2), row.Integer(3),
+            row.Integer(4), row.Integer(5), row.Integer(6), row.Integer(7)};
+}
+
+HostRow ReadHost(host::Database &database, const std::string &uuid)
+{
+    host::KeptStatement read(database, std::string("SELECT ") + kHostColumns +
+                                           " FROM fleet_host WHERE uuid = ?");
+    read->Start(uuid);
+    HostRow host = read->Next() ? RowOf(*read) : HostRow{};
+    host.uuid = uuid;
+    return host;
+}
+
+void WriteHost(host::Database &database, const HostRow &host)
+{
+    host::KeptStatement write(database, std::string("INSERT OR REPLACE INTO fleet_host (") +
+                                            kHostColumns + ") VALUES (?, ?, ?, ?, ?, ?, ?, ?)");
+    write->Run(host.uuid, host.name, host.last_id, host.alerts, host.dropped, host.missing,
+               host.refused, host.heard_ms);
+}
+
+void WritePlace(host::Database &database, const StreamPlace &place)
+{
+    host::KeptStatement write(database,
+                              "INSERT OR REPLACE INTO fleet_place (id, stream, created,"
+                              " sequence, problem, problem_ms) VALUES (1, ?, ?, ?, '', 0)");
+    write->Run(place.stream, place.created, static_cast<int64_t>(place.sequence));
+}
+
+std::string NameOf(const HostRow &host)
+{
+    return host.name.empty() ? "the host of the store " + host.uuid : host.name;
+}
+
+void Tell(host::Store &store, const HostRow &host, const std::string &message)
+{
+    TRACE(TRACE_NOTABLE, "%s.", message.c_str());
+    alerts::OwnAlert own;
+    own.event = alerts::OwnEvent::kFleet;
+    own.about = host.uuid;
+    own.log = "fleet"; // it is counted under one name for all hosts
+    own.message = message;
+    alerts::AddOwnAlert(store, own);
+}
+
+} // namespace
+
+uint64_t Ledger::SequenceIn(const std::string &stream, int64_t created)
+{
+    const StreamPlace place =
+        store_.Read([](host::Database &database) { return ReadCollectState(database).place; });
+    return place.stream == stream && place.created == created ? place.sequence : 0;
+}
+
+size_t Ledger::Take(std::span<const Arrived> messages, const StreamPlace &place)
+{
+    size_t taken = 0;
+    std::map<std::string, HostRow> hosts; // of these messages, read once and written once
+    host::Transaction transaction(store_);
+    for (const Arrived &message : messages) {
+        // What this store has reported itself is in it.
+        if (message.uuid == store_.uuid())
+            continue;
+        auto known = hosts.find(message.uuid);
+        if (known == hosts.end())
+            known = hosts.emplace(message.uuid, ReadHost(store_.database(), message.uuid)).first;
+        TakeOne(message, &known->second, &taken);
+    }
+    for (const auto &[uuid, host] : hosts)
+        WriteHost(store_.database(), host);
+    WritePlace(store_.database(), place);
+    transaction.Commit();
+    return taken;
+}
+
+void Ledger::TakeOne(const Arrived &message, HostRow *host, size_t *taken)
+{
+    host->heard_ms = host::NowMs();
+    alerts::Alert alert;
+    try {
+        alert = ParseAlert(message.body);
+    } catch (const host::StoreError &) {
+        throw;
+    } catch (const host::Error &error) {
+        // The first of each host: one that is of another version has nothing else to say.
+        if (host->refused++ == 0)
+            Tell(store_, *host,
+                 NameOf(*host) + " sends messages that are not taken: " + error.what());
+        return;
+    }
+    if (alert.id <= host->last_id)
+        return;
+    host->name = alert.host;
+    // Of a host that was never heard of, the first message is the beginning.
+    const bool is_known = host->last_id > 0;
+    if (is_known && message.after > host->last_id) {
+        TellOfGap(*host, message.after);
+        host->missing += message.after - host->last_id;
+    }
+    if (message.dropped > 0) {
+        const int64_t dropped = std::min(message.dropped, alert.id - 1 - host->last_id);
+        host->dropped += dropped;
+        Tell(store_, *host,
+             "up to " + std::to_string(dropped) + " alerts of " + NameOf(*host) +
+                 " before its alert " + std::to_string(alert.id) +
+                 " are dropped: its store was full of those that the servers did not take");
+    }
+    alerts::AddCollectedAlert(store_, alert);
+    host->last_id = alert.id;
+    ++host->alerts;
+    ++*taken;
+}
+
+void Ledger::TellOfGap(const HostRow &host, int64_t after)
+{
+    Tell(store_, host,
+         "up to " + std::to_string(after - host.last_id) + " alerts of " + NameOf(host) +
+             " behind its alert " + std::to_string(host.last_id) +
+             " are missing: the servers have lost them, or keep them for too short a time");
+}
+
+// One text at a time: what comes again and again is written once.
+void Ledger::SetProblem(const std::string &problem)
+{
+    store_.Write([&](host::Database &database) {
+        host::Statement(database,
+                        "INSERT OR IGNORE INTO fleet_place (id, stream, created, sequence,"
+                        " problem, problem_ms) VALUES (1, '', 0, 0, '', 0)")
+            .Run();
+        host::Statement(database,
+                        "UPDATE fleet_place SET problem = ?1, problem_ms = ?2 WHERE problem <> ?1")
+            .Run(problem, problem.empty() ? 0 : host::NowMs());
+    });
+}
+
+std::vector<HostRow> ReadHosts(host::Database &database)
+{
+    host::Statement read(database, (std::string("SELECT ") + kHostColumns +
+                                    " FROM fleet_host ORDER BY heard_ms DESC, uuid")
+                                       .c_str());
+    read.Start();
+    std::vector<HostRow> hosts;
+    while (read.Next())
+        hosts.push_back(RowOf(read));
+    return hosts;
+}
+
+CollectState ReadCollectState(host::Database &database)
+{
+    host::Statement read(database,
+                         "SELECT stream, created, sequence, problem, problem_ms FROM fleet_place");
+    read.Start();
+    if (!read.Next())
+        return {};
+    return {{read.Text(0), read.Integer(1), static_cast<uint64_t>(read.Integer(2))},
+            read.Text(3),
+            read.Integer(4)};
+}
+
+} // namespace fleet

@@ -1,0 +1,303 @@
+// The alerts of all hosts in one store: what is known, what is missing, and a process that is killed at every call.
+#include <csignal>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "agent/alerts/own_alert.h"
+#include "agent/fleet/ledger.h"
+#include "agent/fleet/wire_alert.h"
+#include "agent/sinks/alert_json.h"
+#include "tests/agent/host/faults.h"
+#include "tests/agent/support/host_test.h"
+
+namespace {
+
+using alerts::Alert;
+using fleet::Arrived;
+using fleet::Ledger;
+
+using Strings = std::vector<std::string>;
+
+Alert AlertOfHost(const std::string &host, int64_t id)
+{
+    Alert alert;
+    alert.id = id;
+    alert.key = "series-of-" + host + "/" + std::to_string(id);
+    alert.time_ms = 1795222801000 + id;
+    alert.host = host;
+    alert.log_name = "Application";
+    alert.source = "DISK";
+    alert.event_id = 0x1A2B;
+    alert.count = 1;
+    alert.message = "line " + std::to_string(id);
+    return alert;
+}
+
+std::string BodyOf(const Alert &alert)
+{
+    sinks::Message message;
+    message.alert = alert;
+    message.key = alert.key;
+    return sinks::AlertJson(message);
+}
+
+// As its host sends it behind the one before it.
+Arrived ArrivedOf(const std::string &host, int64_t id)
+{
+    return {"uuid-of-" + host, BodyOf(AlertOfHost(host, id)), id - 1, 0};
+}
+
+class LedgerTest : public test::HostTest {
+  protected:
+    size_t Take(const std::vector<Arrived> &messages, uint64_t sequence = 1)
+    {
+        return Ledger(test::Store()).Take(messages, {"stream", 7, sequence});
+    }
+    static Strings Keys()
+    {
+        Strings keys;
+        for (const Alert &alert : alerts::ReadAlerts(test::Store().database(), 0, 0, 10000)) {
+            if (alert.is_collected)
+                keys.push_back(alert.key);
+        }
+        return keys;
+    }
+    static Strings Told()
+    {
+        Strings told;
+        for (const Alert &alert : alerts::ReadAlerts(test::Store().database(), 0, 0, 10000)) {
+            if (alert.source == alerts::kOwnSource)
+                told.push_back(alert.message);
+        }
+        return told;
+    }
+    static fleet::HostRow Host() { return fleet::ReadHosts(test::Store().database()).at(0); }
+};
+
+TEST_F(LedgerTest, AnAlertIsTheSameAsInItsOwnStoreInEachOfItsFields)
+{
+    Alert alert = AlertOfHost("web1", 5);
+    alert.line_host = "inner";
+    alert.program = "app";
+    alert.own_time = "2026-11-21T10:00:01";
+    alert.severity = "crit";
+    alert.labels = {{"team", "db"}, {"a", "b=c"}};
+    alert.summary = "disk";
+    alert.runbook_url = "https://example/run";
+    alert.value = "10.0.0.1";
+    alert.held_back = {3, 4, 1795222800000, 1795222800500, "first", "last"};
+    alert.reports = 12;
+    alert.last_time_ms = 1795222809000;
+    alert.last_message = "the last line";
+    Take({{"uuid", BodyOf(alert), 4, 0}});
+
+    const auto all = alerts::ReadAlerts(test::Store().database(), 0, 0, 10);
+    ASSERT_EQ(1U, all.size());
+    EXPECT_TRUE(all[0].is_collected);
+    EXPECT_EQ(alert.key, alerts::KeyOf(test::Store().database(), all[0].id));
+    Alert stored = all[0];
+    stored.id = alert.id;
+    EXPECT_EQ(BodyOf(alert), BodyOf(stored));
+    EXPECT_EQ(alerts::BytesOf(all[0]), alerts::BytesBetween(test::Store().database(), 0, 10));
+}
+
+TEST_F(LedgerTest, WhatIsKnownIsDroppedByTheNumberOfItsHost)
+{
+    EXPECT_EQ(3U, Take({ArrivedOf("a", 1), ArrivedOf("b", 1), ArrivedOf("a", 2)}));
+    EXPECT_EQ(1U,
+              Take({ArrivedOf("a", 1), ArrivedOf("a", 2), ArrivedOf("a", 3), ArrivedOf("b", 1)}));
+    EXPECT_EQ((Strings{"series-of-a/1", "series-of-b/1", "series-of-a/2", "series-of-a/3"}),
+              Keys());
+    EXPECT_EQ(Strings{}, Told());
+}
+
+TEST_F(LedgerTest, AlertsThatAHostDoesNotSendLeaveNoGap)
+{
+    // 2 and 3 were not for the sink.
+    Take({ArrivedOf("a", 1), {"uuid-of-a", BodyOf(AlertOfHost("a", 4)), 1, 0}});
+    EXPECT_EQ(0, Host().missing);
+    EXPECT_EQ(Strings{}, Told());
+}
+
+TEST_F(LedgerTest, AGapIsToldAndCounted)
+{
+    Take({ArrivedOf("a", 1), ArrivedOf("a", 5)});
+    EXPECT_EQ(3, Host().missing);
+    EXPECT_EQ(2, Host().alerts);
+    EXPECT_EQ((Strings{"up to 3 alerts of a behind its alert 1 are missing: the servers have lost "
+                       "them, or keep them for too short a time"}),
+              Told());
+}
+
+TEST_F(LedgerTest, WhatAHostHasDroppedIsToldAndNoGap)
+{
+    Take({ArrivedOf("a", 1), {"uuid-of-a", BodyOf(AlertOfHost("a", 9)), 1, 7}});
+    EXPECT_EQ(0, Host().missing);
+    EXPECT_EQ(7, Host().dropped);
+    ASSERT_EQ(1U, Told().size());
+    EXPECT_NE(std::string::npos, Told()[0].find("up to 7 alerts of a before its alert 9"));
+}
+
+TEST_F(LedgerTest, TheFirstAlertOfAHostIsItsBeginning)
+{
+    Take({ArrivedOf("a", 1000)});
+    EXPECT_EQ(0, Host().missing);
+    EXPECT_EQ(1000, Host().last_id);
+}
+
+TEST_F(LedgerTest, AMessageThatIsNoAlertIsPassedOverAndTheFirstOfAHostIsTold)
+{
+    Take({{"uuid", "no json", 0, 0},
+          {"uuid", "{}", 0, 0},
+          {"uuid", BodyOf(AlertOfHost("a", 1)), 0, 0}});
+    EXPECT_EQ(Strings{"series-of-a/1"}, Keys());
+    EXPECT_EQ(2, Host().refused);
+    ASSERT_EQ(1U, Told().size());
+    EXPECT_NE(std::string::npos, Told()[0].find("no JSON object"));
+}
+
+TEST_F(LedgerTest, WhatThisStoreHasReportedItselfIsInItAlready)
+{
+    EXPECT_EQ(0U, Take({{test::Store().uuid(), BodyOf(AlertOfHost("a", 1)), 0, 0}}));
+    EXPECT_EQ(Strings{}, Keys());
+}
+
+TEST_F(LedgerTest, APlaceIsThatOfOneStream)
+{
+    Ledger ledger(test::Store());
+    EXPECT_EQ(0U, ledger.SequenceIn("stream", 7));
+    Take({}, 12);
+    EXPECT_EQ(12U, ledger.SequenceIn("stream", 7));
+    EXPECT_EQ(0U, ledger.SequenceIn("stream", 8)); // was made anew
+    EXPECT_EQ(0U, ledger.SequenceIn("other", 7));
+}
+
+TEST_F(LedgerTest, AProblemIsKeptWithItsTimeUntilItIsOver)
+{
+    Ledger ledger(test::Store());
+    ledger.SetProblem("no server");
+    const auto state = [] { return fleet::ReadCollectState(test::Store().database()); };
+    EXPECT_EQ("no server", state().problem);
+    EXPECT_GT(state().problem_ms, 0);
+    ledger.SetProblem("");
+    EXPECT_EQ("", state().problem);
+}
+
+TEST_F(LedgerTest, TextsThatAreNoAlertsAreRefusedWithTheirFault)
+{
+    const auto refusal = [](const std::string &from, const std::string &to) {
+        std::string body = BodyOf(AlertOfHost("a", 12));
+        const size_t at = body.find(from);
+        EXPECT_NE(std::string::npos, at) << from;
+        body.replace(at, from.size(), to);
+        return test::ErrorOf([&] { fleet::ParseAlert(body); });
+    };
+    const auto expect = [&](const char *from, const char *to, const char *why) {
+        EXPECT_NE(std::string::npos, refusal(from, to).find(why)) << refusal(from, to);
+    };
+    EXPECT_EQ("no error", refusal("DISK", "NET"));
+    expect("series-of-a/12", "series-of-a/13", "its key is not the one of its number");
+    expect(R"("id":12)", R"("id":-12)", "id is missing, or no number");
+    expect(R"("id":12)", R"("id":1e99)", "id is missing, or no number");
+    expect(R"("count":1)", R"("count":"1")", "count is missing, or no number");
+    expect("2026-", "20x6-", "time is no time");
+    expect(R"("DISK")", "[]", "source is no text");
+    expect(R"("1A2B")", R"("zz")", "event ID");
+    expect(R"("count":1)", R"("count":1,"severity":"loud")", "severity");
+    expect(R"("count":1)", R"("count":1,"labels":[])", "labels");
+    expect(R"("count":1)", R"("count":1,"reports":3)", "last_time is no time");
+    const std::string deep = std::string(200000, '[') + std::string(200000, ']');
+    EXPECT_NE("no error", test::ErrorOf([&] { fleet::ParseAlert(deep); }));
+}
+
+// ---- killed at every call ----
+
+constexpr int64_t kLast = 4; // alerts of each host
+
+// Three hosts in one stream, in which a message comes twice: the place of a message is its index + 1.
+std::vector<Arrived> Stream()
+{
+    std::vector<Arrived> stream;
+    for (int64_t id = 1; id <= kLast; ++id) {
+        for (const char *host : {"a", "b", "c"})
+            stream.push_back(ArrivedOf(host, id));
+    }
+    stream.push_back(ArrivedOf("b", kLast - 1));
+    return stream;
+}
+
+// Reads the stream to its end in transactions of five messages, from the store's place on, as a collector does.
+void Collect(host::Store &store)
+{
+    const std::vector<Arrived> stream = Stream();
+    Ledger ledger(store);
+    for (uint64_t at = ledger.SequenceIn("stream", 7); at < stream.size();) {
+        const size_t end = std::min<size_t>(at + 5, stream.size());
+        ledger.Take(std::span(stream).subspan(at, end - at), {"stream", 7, end});
+        at = end;
+    }
+}
+
+class LedgerCrash : public test::RootTest {
+  protected:
+    ~LedgerCrash() override
+    {
+        test::StopBreaking();
+        test::StopHost();
+    }
+
+    // True when the call was reached.
+    bool CollectAndDieAt(int64_t call)
+    {
+        const pid_t pid = fork();
+        if (pid == 0) {
+            test::BreakCall(call, test::Fault::kDeath);
+            {
+                host::Store store(Layout().Store());
+                Collect(store);
+            }
+            _exit(test::StopBreaking() >= call ? 1 : 0);
+        }
+        int status = 0;
+        waitpid(pid, &status, 0);
+        return !WIFEXITED(status);
+    }
+};
+
+TEST_F(LedgerCrash, KilledAtEveryCallTheLedgerHasEachAlertOnceAndInTheOrderOfItsHost)
+{
+    // A store that is there: how one is made is tested with the store.
+    test::StartHost(Layout(), host::Role::kCommand);
+    test::StopHost();
+    const auto made = File("made.db");
+    std::filesystem::copy_file(Layout().Store(), made);
+    int64_t call = 1;
+    for (bool was_reached = true; was_reached && !HasFailure(); ++call) {
+        for (const char *journal : {"-wal", "-shm"})
+            std::filesystem::remove(Layout().Store().string() + journal);
+        std::filesystem::copy_file(made, Layout().Store(),
+                                   std::filesystem::copy_options::overwrite_existing);
+        was_reached = CollectAndDieAt(call);
+        test::StartHost(Layout(), host::Role::kCommand);
+        Collect(test::Store());
+        std::map<std::string, Strings> lines;
+        size_t others = 0;
+        for (const Alert &alert : alerts::ReadAlerts(test::Store().database(), 0, 0, 1000)) {
+            if (alert.is_collected)
+                lines[alert.host].push_back(alert.message);
+            else
+                ++others;
+        }
+        for (const char *host : {"a", "b", "c"}) {
+            Strings wanted;
+            for (int64_t id = 1; id <= kLast; ++id)
+                wanted.push_back(AlertOfHost(host, id).message);
+            EXPECT_EQ(wanted, lines[host]) << host << ", killed at call " << call;
+        }
+        EXPECT_EQ(0U, others) << "a gap was told, killed at call " << call;
+        test::StopHost();
+    }
+    EXPECT_GT(call, 50) << "so few calls cannot be all of them";
+}
+
+} // namespace

@@ -1,0 +1,204 @@
+"""NATS servers on this machine, and hosts that send their alerts there: for the tests of fleets."""
+import json
+import os
+import shutil
+import signal
+import socket
+import sqlite3
+import urllib.request
+
+import lab
+
+STREAM = "syslogmon-alerts"
+SKIPPED = 77  # the exit status that the test runner takes for it
+
+
+def server_program():
+    """The program; without it there is nothing to test with."""
+    found = shutil.which("nats-server", path=os.environ["PATH"] + ":/usr/sbin")
+    if found is None:
+        print("skipped: nats-server is missing; run tools/install-packages check")
+        raise SystemExit(SKIPPED)
+    return found
+
+
+def free_ports(count):
+    """Ports of this machine that nobody has at this moment."""
+    sockets = [socket.socket() for _ in range(count)]
+    for one in sockets:
+        one.bind(("127.0.0.1", 0))
+    ports = [one.getsockname()[1] for one in sockets]
+    for one in sockets:
+        one.close()
+    return ports
+
+
+class Server:
+    """One nats-server with a folder of its own."""
+
+    def __init__(self, servers, number, port, route, monitor):
+        self._servers = servers
+        self.name = f"n{number}"
+        self.port = port
+        self.route = route
+        self.monitor = monitor
+        self.folder = servers.lab.folder / f"nats-{self.name}"
+        self.child = None
+        self.is_stopped = False
+
+    @property
+    def url(self):
+        return f"nats://127.0.0.1:{self.port}"
+
+    def configure(self, routes):
+        self.folder.mkdir()
+        cluster = ""
+        if routes:
+            listed = ", ".join(f"nats://127.0.0.1:{route}" for route in routes)
+            cluster = f"""cluster {{ name: fleet, listen: "127.0.0.1:{self.route}", routes: [{listed}],
+                          no_advertise: true }}"""
+        (self.folder / "nats.conf").write_text(f"""
+server_name: {self.name}
+listen: "127.0.0.1:{self.port}"
+http: "127.0.0.1:{self.monitor}"
+max_payload: 1MB
+jetstream {{ store_dir: "{self.folder}/data" }}
+{cluster}
+{self._servers.extra}
+""")
+
+    def start(self):
+        self.child = self._servers.lab.spawn(f"nats-{self.name}",
+                                             [server_program(), "-c", self.folder / "nats.conf"])
+
+    def kill(self):
+        self.resume()
+        self.child.kill()
+
+    def stop(self):
+        """It stands still, with its connections open."""
+        self.child.signal(signal.SIGSTOP)
+        self.is_stopped = True
+
+    def resume(self):
+        if self.is_stopped:
+            self.child.signal(signal.SIGCONT)
+        self.is_stopped = False
+
+    def wipe(self):
+        """Its disk is lost. Only of one that does not run."""
+        shutil.rmtree(self.folder / "data", ignore_errors=True)
+
+    def is_healthy(self):
+        """It has all that the others have, by its own account."""
+        return self.ask("/healthz").get("status") == "ok"
+
+    def ask(self, path):
+        try:
+            with urllib.request.urlopen(f"http://127.0.0.1:{self.monitor}{path}", timeout=2) as answer:
+                return json.load(answer)
+        except (OSError, ValueError):
+            return {}
+
+
+class Servers:
+    """One server, or a cluster of them."""
+
+    def __init__(self, the_lab, count=1, extra=""):
+        self.lab = the_lab
+        self.extra = extra
+        ports = free_ports(3 * count)
+        self.all = [Server(self, i, *ports[3 * i:3 * i + 3]) for i in range(count)]
+        for server in self.all:
+            server.configure([other.route for other in self.all] if count > 1 else [])
+
+    def start(self):
+        for server in self.all:
+            server.start()
+        self.wait_healthy()
+
+    def wait_healthy(self):
+        for server in self.all:
+            self.lab.wait_until(f"the server {server.name} is well", server.is_healthy)
+
+    @property
+    def urls(self):
+        return ",".join(server.url for server in self.all)
+
+    @property
+    def replicas(self):
+        return len(self.all)
+
+    def messages(self):
+        """How many the stream has had, by the account of the first server that answers."""
+        for server in self.all:
+            for account in server.ask("/jsz?streams=true").get("account_details", []):
+                for stream in account.get("stream_detail", []):
+                    if stream["name"] == STREAM:
+                        return stream["state"]["last_seq"]
+        return 0
+
+
+class Host:
+    """An agent with a store of its own, whose log is this test's: /var/log is one for all of a test, so each host
+    follows a file of its own instead of the system log."""
+
+    def __init__(self, number, servers):
+        self.lab = lab.Lab()
+        self.number = number
+        self.log = self.lab.root / "app.log"
+        self.log.write_text(lab.stamped("the log begins") + "\n")
+        self.written = 0
+        self.daemon = self.lab.daemon
+        self.lab.watch_numbered_lines()
+        self.lab.command("set", "customer-file", self.log)
+        self.lab.command("set", "trigger-interval", 50)
+        self.add_sink(servers)
+
+    def add_sink(self, servers, **options):
+        words = [f"{name.replace('_', '-')}={value}" for name, value in options.items()]
+        self.lab.command("sink", "add", "nats", "fleet", f"servers={servers.urls}", "timeout=2", "look=2", *words)
+
+    def report(self, count):
+        """Writes numbered lines, which the monitor finds in its own time."""
+        lab.append(self.log, *(lab.stamped(lab.numbered(n)) for n in range(self.written, self.written + count)))
+        self.written += count
+
+    def ledger(self):
+        """(key, message) of each alert, in the order of the store."""
+        return [(alert["key"], alert["message"]) for alert in self.lab.alerts()]
+
+    def uuid(self):
+        return sqlite(self.lab, "SELECT uuid FROM store")[0][0]
+
+    def sink(self):
+        return self.lab.json("sink", "show", "fleet")["sink"]
+
+
+def sqlite(the_lab, statement):
+    """Rows of a store, read beside the agent."""
+    with sqlite3.connect(f"file:{the_lab.root}/state/agent.db?mode=ro", uri=True, timeout=30) as database:
+        return database.execute(statement).fetchall()
+
+
+class Centre:
+    """The host that collects the alerts of all."""
+
+    def __init__(self, servers, **options):
+        self.lab = lab.Lab()
+        self.daemon = self.lab.daemon
+        self.lab.command("sink", "limit", 100_000_000)
+        words = [f"{name}={value}" for name, value in options.items()]
+        self.lab.command("collect", f"servers={servers.urls}", f"replicas={servers.replicas}", "timeout=2", *words)
+
+    def ledger(self, host):
+        """What it has of a host, in its own order."""
+        rows = sqlite(self.lab, "SELECT origin, message FROM alert WHERE origin <> '' ORDER BY id")
+        own = {key for key, _ in host.ledger()}
+        return [(key, message) for key, message in rows if key in own]
+
+    def collected(self):
+        return sqlite(self.lab, "SELECT count(*) FROM alert WHERE origin <> ''")[0][0]
+
+    def collect(self):
+        return self.lab.json("collect")

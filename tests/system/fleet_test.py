@@ -1,0 +1,207 @@
+"""Alerts of several hosts reach one store over real servers, each once and in each host's order, whatever is killed."""
+import shutil
+import unittest
+
+import fleet
+import lab
+
+HOSTS = 3
+
+
+class Fleet(lab.LabTest):
+    """A few hosts, servers, and the host that collects."""
+
+    servers_count = 1
+
+    def setUp(self):
+        super().setUp()
+        self.random = lab.randomness("what to kill")
+        self.servers = fleet.Servers(self.lab, self.servers_count)
+        self.servers.start()
+        self.centre = fleet.Centre(self.servers)
+        self.addCleanup(self.centre.lab.close)
+        self.centre.daemon.start()
+        self.hosts = []
+
+    def add_hosts(self, count):
+        for number in range(count):
+            host = fleet.Host(number, self.servers)
+            self.addCleanup(host.lab.close)
+            host.daemon.start()
+            self.hosts.append(host)
+
+    def wait_collected(self):
+        """Waits until the centre has as many as were written, and compares the ledgers."""
+        for host in self.hosts:
+            host.daemon.scan()
+            self.assertEqual(host.written, len(host.lab.alerts()))
+        total = sum(host.written for host in self.hosts)
+        self.lab.wait_until(f"{total} alerts are collected", lambda: self.centre.collected() >= total,
+                            2 * lab.PATIENCE)
+        for host in self.hosts:
+            self.assertEqual(host.ledger(), self.centre.ledger(host))
+        self.assertEqual(total, self.centre.collected())
+        self.assertEqual([], self.centre.lab.own_alerts("fleet"))
+
+
+class OneServer(Fleet):
+    def test_alerts_of_all_hosts_are_in_one_store_with_their_own_keys_and_all_commands_show_them(self):
+        self.add_hosts(HOSTS)
+        for host in self.hosts:
+            host.report(20)
+        self.wait_collected()
+        shown = self.centre.lab.alerts()
+        self.assertEqual(sorted(key for host in self.hosts for key, _ in host.ledger()),
+                         sorted(alert["key"] for alert in shown))
+        rows = self.centre.collect()["hosts"]
+        self.assertEqual({(host.uuid(), 20, 0) for host in self.hosts},
+                         {(row["uuid"], row["alerts"], row["missing"]) for row in rows})
+        # One place to page from.
+        paged = self.lab.root / "paged"
+        self.centre.lab.command("sink", "add", "file", "page", f"path={paged}")
+        self.hosts[0].report(1)
+        self.lab.wait_until("it is sent on", lambda: b"n=20." in lab.content_of(paged))
+        self.wait_collected()
+
+    def test_what_was_sent_once_is_not_sent_again_after_a_restart(self):
+        self.add_hosts(1)
+        self.hosts[0].report(30)
+        self.wait_collected()
+        sent = self.servers.messages()
+        self.hosts[0].daemon.kill()
+        self.hosts[0].daemon.start()
+        self.hosts[0].report(1)
+        self.wait_collected()
+        self.assertEqual(sent + 1, self.servers.messages())
+
+    def test_what_the_server_has_lost_is_sent_again_although_nothing_new_is_reported(self):
+        self.add_hosts(2)
+        for host in self.hosts:
+            host.report(10)
+        self.wait_collected()
+        self.centre.daemon.stop()
+        server = self.servers.all[0]
+        kept = self.lab.folder / "kept"
+        server.kill()
+        shutil.copytree(server.folder / "data", kept)
+        server.start()
+        for host in self.hosts:
+            host.report(10)
+            host.daemon.scan()
+        self.lab.wait_until("all are sent", lambda: self.servers.messages() == 40)
+        # Its disk is that of before: it has confirmed what it does not have.
+        server.kill()
+        server.wipe()
+        shutil.copytree(kept, server.folder / "data")
+        server.start()
+        self.lab.wait_until("all are sent again", lambda: self.servers.messages() == 40)
+        self.centre.daemon.start()
+        self.wait_collected()
+
+    def test_a_server_that_has_lost_everything_gets_all_that_the_stores_keep(self):
+        self.add_hosts(1)
+        self.hosts[0].report(10)
+        self.wait_collected()
+        server = self.servers.all[0]
+        server.kill()
+        server.wipe()
+        server.start()
+        self.lab.wait_until("all are sent again", lambda: self.servers.messages() == 10)
+        self.hosts[0].report(1)
+        self.wait_collected()
+
+    def test_a_copied_machine_is_told_and_writes_nothing(self):
+        self.add_hosts(1)
+        original = self.hosts[0]
+        original.report(5)
+        self.wait_collected()
+        original.daemon.stop()
+        copy = fleet.Host(1, self.servers)
+        self.addCleanup(copy.lab.close)
+        shutil.rmtree(copy.lab.root / "state")
+        shutil.copytree(original.lab.root / "state", copy.lab.root / "state")
+        copy.lab.command("set", "customer-file", copy.log)
+        copy.daemon.start()
+        original.daemon.start()
+        original.report(1)
+        self.wait_collected()
+        copy.report(3)
+        self.lab.wait_until("the copy says so", lambda: "cloned" in (copy.sink()["last_error"] or ""))
+        self.wait_collected()
+        self.assertEqual(6, self.servers.messages())
+        # With a name of its own it is a host as all others; what it has from the first stays the first one's.
+        self.assertIn("its daemon runs", copy.lab.run("fleet", "identity", "--new").stderr)
+        copy.daemon.stop()
+        copy.lab.command("fleet", "identity", "--new")
+        copy.daemon.start()
+        self.lab.wait_until("its own are collected", lambda: self.centre.collected() == 9)
+        self.assertEqual(copy.ledger()[5:], self.centre.ledger(copy)[5:])
+
+    def test_a_test_alert_is_no_alert(self):
+        self.add_hosts(1)
+        said = self.hosts[0].lab.command("sink", "test", "fleet")
+        self.assertIn("the stream syslogmon-alerts is there", said)
+        self.hosts[0].report(1)
+        self.wait_collected()
+        self.assertEqual(1, self.servers.messages())
+
+    def test_what_a_full_store_has_dropped_is_told_by_the_centre(self):
+        self.add_hosts(1)
+        host = self.hosts[0]
+        host.report(2)
+        self.wait_collected()
+        self.servers.all[0].kill()
+        host.lab.command("sink", "limit", 100)
+        host.report(300)
+        host.daemon.scan()
+        self.lab.wait_until("the oldest are dropped", lambda: len(host.lab.alerts()) == 100)
+        self.servers.all[0].start()
+        self.lab.wait_until("the rest is collected", lambda: self.centre.collected() == 102)
+        told = self.centre.lab.own_alerts("fleet")
+        self.assertEqual(1, len(told), told)
+        self.assertIn("up to 200 alerts", told[0])
+        self.assertEqual((200, 0), tuple(self.centre.collect()["hosts"][0][name] for name in ("dropped", "missing")))
+
+
+class Cluster(Fleet):
+    servers_count = 3
+
+    def test_each_alert_is_collected_once_and_in_order_however_servers_agents_and_collector_are_killed(self):
+        self.add_hosts(HOSTS)
+        for _ in range(12):
+            for host in self.hosts:
+                host.report(self.random.randrange(1, 40))
+            self.harm()
+        for server in self.servers.all:
+            server.resume()
+        self.servers.wait_healthy()
+        for one in [*self.hosts, self.centre]:
+            one.lab.command("sink", "set", "fleet", "look=1") if one is not self.centre else None
+        self.wait_collected()
+
+    def harm(self):
+        what = self.random.choice(("server", "stopped", "wiped", "agent", "collector"))
+        server = self.random.choice(self.servers.all)
+        if what == "agent":
+            host = self.random.choice(self.hosts)
+            host.daemon.kill()
+            host.daemon.launch()
+        elif what == "collector":
+            self.centre.daemon.kill()
+            self.centre.daemon.launch()
+        elif what == "stopped":
+            server.stop()
+            self.hosts[0].daemon.scan()
+            server.resume()
+        else:
+            server.kill()
+            if what == "wiped":
+                server.wipe()
+            server.start()
+            # One at a time: two disks of three that are lost at once are a majority.
+            self.servers.wait_healthy()
+
+
+if __name__ == "__main__":
+    fleet.server_program()
+    lab.main()
