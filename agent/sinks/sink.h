@@ -150,7 +150,7 @@ struct SinkConfig {
     std::string name;
     const SinkKind *kind = nullptr;
     std::map<std::string, std::string> options; // those that were given
-    std::string store_uuid;                     // of the store in which it is set up
+    std::string store_uuid = {};                // of the store in which it is set up
 
     // The value of an option, or its standard one.
     [[nodiscard]] std::string Get(const std::string &option) const;

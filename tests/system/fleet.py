@@ -1,4 +1,5 @@
 """NATS servers on this machine, and hosts that send their alerts there: for the tests of fleets."""
+import contextlib
 import json
 import os
 import shutil
@@ -143,7 +144,7 @@ class Host:
     """An agent with a store of its own, whose log is this test's: /var/log is one for all of a test, so each host
     follows a file of its own instead of the system log."""
 
-    def __init__(self, number, servers):
+    def __init__(self, number, servers, **options):
         self.lab = lab.Lab()
         self.number = number
         self.log = self.lab.root / "app.log"
@@ -153,7 +154,7 @@ class Host:
         self.lab.watch_numbered_lines()
         self.lab.command("set", "customer-file", self.log)
         self.lab.command("set", "trigger-interval", 50)
-        self.add_sink(servers)
+        self.add_sink(servers, **options)
 
     def add_sink(self, servers, **options):
         words = [f"{name.replace('_', '-')}={value}" for name, value in options.items()]
@@ -175,10 +176,43 @@ class Host:
         return self.lab.json("sink", "show", "fleet")["sink"]
 
 
-def sqlite(the_lab, statement):
+class Stranger:
+    """A client that says to a server what it likes, and hears what it may not."""
+
+    def __init__(self, server, user, password):
+        self._socket = socket.create_connection(("127.0.0.1", server.port), timeout=10)
+        self._lines = self._socket.makefile("rb")
+        self._lines.readline()  # who the server is
+        options = {"user": user, "pass": password, "verbose": False, "headers": True}
+        self._socket.sendall(f"CONNECT {json.dumps(options)}\r\n".encode())
+
+    def refusals(self, line):
+        """What the server says to this, up to its answer to a question behind it."""
+        self._socket.sendall(line.encode() + b"\r\nPING\r\n")
+        heard = []
+        while (said := self._lines.readline().strip()) and said != b"PONG":
+            heard += [said.decode()] if said.startswith(b"-ERR") else []
+        return heard
+
+    def publish(self, subject):
+        return self.refusals(f"PUB {subject} 2\r\n{{}}")
+
+    def subscribe(self, subject):
+        return self.refusals(f"SUB {subject} 1")
+
+    def close(self):
+        self._lines.close()
+        self._socket.close()
+
+
+def rows_of(store, statement):
     """Rows of a store, read beside the agent."""
-    with sqlite3.connect(f"file:{the_lab.root}/state/agent.db?mode=ro", uri=True, timeout=30) as database:
+    with contextlib.closing(sqlite3.connect(f"file:{store}?mode=ro", uri=True, timeout=30)) as database:
         return database.execute(statement).fetchall()
+
+
+def sqlite(the_lab, statement):
+    return rows_of(the_lab.root / "state" / "agent.db", statement)
 
 
 class Centre:
@@ -188,8 +222,11 @@ class Centre:
         self.lab = lab.Lab()
         self.daemon = self.lab.daemon
         self.lab.command("sink", "limit", 100_000_000)
-        words = [f"{name}={value}" for name, value in options.items()]
+        words = [f"{name.replace('_', '-')}={value}" for name, value in options.items()]
         self.lab.command("collect", f"servers={servers.urls}", f"replicas={servers.replicas}", "timeout=2", *words)
+
+    def uuid(self):
+        return sqlite(self.lab, "SELECT uuid FROM store")[0][0]
 
     def ledger(self, host):
         """What it has of a host, in its own order."""

@@ -1,6 +1,6 @@
 """Alerts of several hosts reach one store over real servers, each once and in each host's order, whatever is killed."""
 import shutil
-import unittest
+import subprocess
 
 import fleet
 import lab
@@ -161,6 +161,56 @@ class OneServer(Fleet):
         self.assertEqual(1, len(told), told)
         self.assertIn("up to 200 alerts", told[0])
         self.assertEqual((200, 0), tuple(self.centre.collect()["hosts"][0][name] for name in ("dropped", "missing")))
+
+
+class Guarded(Fleet):
+    """Servers with the accounts of the example: each host has what it needs, and no more."""
+
+    def setUp(self):
+        lab.LabTest.setUp(self)
+        self.secrets = self.lab.folder / "secrets"
+        self.servers = fleet.Servers(self.lab)
+        self.secrets.mkdir()
+        self.centre = fleet.Centre(self.servers, **self.account("collector"))
+        self.addCleanup(self.centre.lab.close)
+        self.hosts = []
+        for number in range(2):
+            self.hosts.append(fleet.Host(number, self.servers, **self.account(f"host{number}")))
+            self.addCleanup(self.hosts[-1].lab.close)
+        named = [f"host{host.number}={host.uuid()}" for host in self.hosts]
+        (self.servers.all[0].folder / "accounts.conf").write_text(subprocess.run(
+            [lab.SOURCE / "examples" / "fleet" / "accounts", self.secrets, self.centre.uuid(), *named],
+            check=True, capture_output=True, text=True).stdout)
+        with open(self.servers.all[0].folder / "nats.conf", "a") as configuration:
+            configuration.write('include "accounts.conf"\n')
+        self.servers.start()
+        for one in [self.centre, *self.hosts]:
+            one.daemon.start()
+
+    def account(self, name):
+        path = self.secrets / name
+        path.touch(0o600)
+        path.write_text(f"the password of {name}")
+        return {"user": name, "password_file": path}
+
+    def test_each_host_can_send_its_own_alerts_and_read_or_change_nothing_of_the_others(self):
+        for host in self.hosts:
+            host.report(5)
+        self.wait_collected()
+        self.assertIn("the test went to", self.hosts[0].lab.command("sink", "test", "fleet"))
+        own, other = (host.uuid() for host in self.hosts)
+        stranger = fleet.Stranger(self.servers.all[0], "host0", (self.secrets / "host0").read_text())
+        self.addCleanup(stranger.close)
+        self.assertEqual([], stranger.publish(f"syslogmon.tests.{own}"))
+        for subject in (f"syslogmon.alerts.{other}", "$JS.API.STREAM.DELETE.syslogmon-alerts",
+                        "$JS.API.STREAM.PURGE.syslogmon-alerts", "$JS.API.STREAM.MSG.GET.syslogmon-alerts",
+                        "$JS.API.DIRECT.GET.syslogmon-alerts",
+                        f"$JS.API.DIRECT.GET.syslogmon-alerts.syslogmon.alerts.{other}",
+                        "$JS.API.CONSUMER.CREATE.syslogmon-alerts", "$JS.API.STREAM.CREATE.mine"):
+            self.assertIn("Permissions Violation", "".join(stranger.publish(subject)), subject)
+        for subject in ("syslogmon.alerts.*", ">", "_INBOX.>", f"_INBOX.{other}.>"):
+            self.assertIn("Permissions Violation", "".join(stranger.subscribe(subject)), subject)
+        self.assertEqual(10, self.servers.messages())
 
 
 class Cluster(Fleet):

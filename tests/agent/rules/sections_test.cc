@@ -108,9 +108,10 @@ TEST(RulesSections, AMistakeInASinkIsToldAtItsPlace)
 TEST(RulesSections, EachOptionOfASinkIsCheckedAsTheCommandChecksIt)
 {
     const std::vector<std::string> values = {
-        "x",    "/tmp/x", "30",     "http://h/x", "daemon", "err",  "json",       "inform", "2c",
-        "auto", "none",   "30/min", "smtp://h",   "a@b.c",  "SHA",  "AES",        "host=a", "true",
-        "0",    "-1",     "999999", "severity>=", "?",      "ftp:", "8000000001", ""};
+        "x",          "/tmp/x", "30",     "http://h/x", "daemon",   "err",      "json",
+        "inform",     "2c",     "auto",   "none",       "30/min",   "smtp://h", "a@b.c",
+        "SHA",        "AES",    "host=a", "true",       "0",        "-1",       "999999",
+        "severity>=", "?",      "ftp:",   "8000000001", "nats://h", ""};
     size_t accepted = 0;
     size_t refused = 0;
     for (const sinks::SinkKind &kind : sinks::AllKinds()) {

@@ -21,7 +21,7 @@ class MigrationTest : public test::SinkTest {
             for (const char *table :
                  {"input_place", "spool", "spool_origin", "spool_stamp", "policy_value",
                   "policy_event", "alarm", "log_file", "series", "history", "delivery_held",
-                  "silence_held", "fleet_host", "fleet_place"})
+                  "silence_held", "own_total", "fleet_host", "fleet_place"})
                 database.Execute((std::string("DROP TABLE ") + table).c_str());
             for (const char *column :
                  {"reports", "last_time_ms", "last_message", "line_host", "program", "own_time",
