@@ -49,9 +49,10 @@ endforeach()
 
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/examples/prometheus ${CMAKE_SOURCE_DIR}/examples/grafana
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(PROGRAMS ${CMAKE_SOURCE_DIR}/examples/fleet/accounts DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/fleet)
 
 # What an administrator reads: the rest of the documents is about the sources.
-install(FILES ${CMAKE_SOURCE_DIR}/docs/histories.md ${CMAKE_SOURCE_DIR}/docs/json.md
+install(FILES ${CMAKE_SOURCE_DIR}/docs/fleet.md ${CMAKE_SOURCE_DIR}/docs/histories.md ${CMAKE_SOURCE_DIR}/docs/json.md
               ${CMAKE_SOURCE_DIR}/docs/metrics.md ${CMAKE_SOURCE_DIR}/docs/web.md
               ${CMAKE_CURRENT_LIST_DIR}/debian/README.Debian DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/sinks DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -23,6 +23,7 @@ lrwxrwxrwx ./usr/share/bash-completion/completions/syslogmond -> syslogmon
 -rw-r--r-- ./usr/share/doc/syslogmon/README.Debian
 -rw-r--r-- ./usr/share/doc/syslogmon/changelog.gz
 -rw-r--r-- ./usr/share/doc/syslogmon/copyright
+-rwxr-xr-x ./usr/share/doc/syslogmon/examples/fleet/accounts
 -rw-r--r-- ./usr/share/doc/syslogmon/examples/grafana/dashboard.json
 -rw-r--r-- ./usr/share/doc/syslogmon/examples/host.yaml
 -rw-r--r-- ./usr/share/doc/syslogmon/examples/logrotate-other-logs
@@ -30,6 +31,7 @@ lrwxrwxrwx ./usr/share/bash-completion/completions/syslogmond -> syslogmon
 -rw-r--r-- ./usr/share/doc/syslogmon/examples/prometheus/rules.yml
 -rw-r--r-- ./usr/share/doc/syslogmon/examples/prometheus/rules_test.yml
 -rw-r--r-- ./usr/share/doc/syslogmon/examples/rules.yaml
+-rw-r--r-- ./usr/share/doc/syslogmon/fleet.md
 -rw-r--r-- ./usr/share/doc/syslogmon/histories.md
 -rw-r--r-- ./usr/share/doc/syslogmon/json.md
 -rw-r--r-- ./usr/share/doc/syslogmon/metrics.md
@@ -39,6 +41,7 @@ lrwxrwxrwx ./usr/share/bash-completion/completions/syslogmond -> syslogmon
 -rw-r--r-- ./usr/share/doc/syslogmon/sinks/file.md
 -rw-r--r-- ./usr/share/doc/syslogmon/sinks/journal.md
 -rw-r--r-- ./usr/share/doc/syslogmon/sinks/mail.md
+-rw-r--r-- ./usr/share/doc/syslogmon/sinks/nats.md
 -rw-r--r-- ./usr/share/doc/syslogmon/sinks/program.md
 -rw-r--r-- ./usr/share/doc/syslogmon/sinks/snmp.md
 -rw-r--r-- ./usr/share/doc/syslogmon/sinks/syslog.md

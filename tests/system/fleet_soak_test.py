@@ -52,7 +52,8 @@ class Simulated:
 class Soak(lab.LabTest):
     def setUp(self):
         super().setUp()
-        resource.setrlimit(resource.RLIMIT_NOFILE, (65536, 65536))
+        hard = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
+        resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
         self.random = lab.randomness("what to kill")
         self.servers = fleet.Servers(self.lab, 3)
         self.servers.start()
