@@ -419,10 +419,12 @@ void Deliverer::KeepTheLimit()
     LookAtLevels(newest);
     const int64_t too_many = newest - alerts::OldestAlertId(store_.database()) + 1 - limit_;
     const int64_t too_long = bytes_ - (limit_megabytes_ * kMegabyte);
-    const int64_t settled = SettledId();
-    const bool has_room = too_many <= limit_ && too_long <= limit_megabytes_ * kMegabyte;
-    const alerts::Surplus surplus = alerts::FindSurplus(
-        store_.database(), too_many, too_long, kRemoveAtOnce, has_room ? settled : INT64_MAX);
+    alerts::Surplus surplus =
+        alerts::FindSurplus(store_.database(), too_many, too_long, kRemoveAtOnce, SettledId());
+    // Nothing is settled: then twice the limits hold.
+    if (surplus.up_to == 0)
+        surplus = alerts::FindSurplus(store_.database(), too_many - limit_,
+                                      too_long - (limit_megabytes_ * kMegabyte), kRemoveAtOnce);
     over_limit_ = surplus.up_to != 0; // until it is done
     if (!over_limit_)
         return;

@@ -53,6 +53,23 @@ TEST_F(NatsOptionsTest, WhatGoesUnencryptedOverANetworkIsWarnedOf)
     EXPECT_EQ(0U, warnings("nats://127.0.0.1:4222,nats://localhost").size());
 }
 
+TEST_F(NatsOptionsTest, WhatWasDeliveredLatelyStaysInTheStoreUpToTwiceTheLimit)
+{
+    Sinks().SetAlertLimit("100");
+    AddSink("nats", "fleet", {{"servers", "nats://127.0.0.1:1"}});
+    sinks::Delivery row;
+    row.last_id = 20;
+    row.delivered = 20;
+    sinks::WriteDeliveries(test::Store(), Sinks().Find("fleet").config.key, {{"", row}});
+    StartDeliverer();
+    Report(250);
+    const auto oldest = [] { return alerts::OldestAlertId(test::Store().database()); };
+    ASSERT_TRUE(test::Eventually([&] { return oldest() > 1; }));
+    EXPECT_EQ(51, oldest());
+    StopDeliverer();
+    EXPECT_EQ(51, oldest());
+}
+
 // ---- a receiver that knows what it has ----
 
 // What it was sent, as "AFTER ID" or "AFTER ID -LOST"; it can forget, and fail.
