@@ -88,6 +88,17 @@ void LogContent::Refuse(const std::string &damage)
     throw error;
 }
 
+namespace {
+
+// What is wrong by what the library knows. Of some damage it says nothing.
+std::string DamageOf(archive *reader)
+{
+    const char *known = archive_error_string(reader);
+    return known != nullptr ? known : "what is compressed in it does not fit together";
+}
+
+} // namespace
+
 void LogContent::Unpack()
 {
     archive_.reset(archive_read_new());
@@ -102,11 +113,11 @@ void LogContent::Unpack()
     archive_entry *entry = nullptr;
     if (lseek(file_.get(), 0, SEEK_SET) != 0 ||
         archive_read_open_fd(reader, file_.get(), kBlock) != ARCHIVE_OK)
-        throw host::Error("cannot read " + path_, archive_error_string(reader),
+        throw host::Error("cannot read " + path_, DamageOf(reader),
                           "restore the file, or exclude it");
     const int header = archive_read_next_header(reader, &entry);
     if (header != ARCHIVE_OK && header != ARCHIVE_EOF)
-        Refuse(archive_error_string(reader));
+        Refuse(DamageOf(reader));
     // What has the first bytes of a compressed file, and is none, would be taken as it is.
     if (archive_filter_code(reader, 0) == ARCHIVE_FILTER_NONE)
         Refuse("its header cannot be read");
@@ -123,7 +134,7 @@ size_t LogContent::ReadOn(char *buffer, size_t size)
         if (count < 0) {
             if (filled > 0)
                 break; // the next call meets it again
-            Refuse(archive_error_string(archive_.get()));
+            Refuse(DamageOf(archive_.get()));
         }
         filled += static_cast<size_t>(count);
     }

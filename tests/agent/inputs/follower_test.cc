@@ -10,6 +10,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "agent/host/error.h"
+#include "agent/inputs/log_content.h"
 #include "tests/agent/inputs/log_world.h"
 #include "tests/agent/support/inotify_queue.h"
 
@@ -138,6 +140,29 @@ TEST_F(FollowerTest, ALineOfWhichTheNewsWereDroppedIsReadAtOnce)
     }
     Append("c.log", LogLine("one"));
     EXPECT_EQ(Messages{"one"}, Read());
+}
+
+// Of which the library that unpacks it says nothing but that it is.
+TEST(LogContentTest, ADamagedFileOfWhichNoReasonIsKnownIsRefusedByItsName)
+{
+    constexpr std::string_view kDamaged(
+        "\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\x03\xf3\xcb\x2f\x53\x30\x32\x54\x30\x34\xb0"
+        "\x32\x00\x22\x43\x85\x8c\xfc\xe2\x12\x85\xc4\x82\x02\x2b\x85\xfc\xbc\x54\x2e\x3f"
+        "\x14\x59\x23\x24\xd9\x53\x53\x53\x53\x53\x53\x53\x53\x53\x53\x53\x53\x92\xf2\x7c"
+        "\x2e\x00\x56\xef\x36\xfb\x3c\x00\x00\x00",
+        70);
+    const std::string path = testing::TempDir() + "damaged.gz";
+    std::ofstream(path, std::ios::binary).write(kDamaged.data(), kDamaged.size());
+    inputs::LogContent content(path);
+    char text[4096];
+    try {
+        while (content.Read(0, text, sizeof text) > 0)
+            content.Read(sizeof text, text, sizeof text);
+        FAIL() << "it was read";
+    } catch (const host::Error &error) {
+        EXPECT_NE(std::string::npos, std::string(error.what()).find(path));
+    }
+    std::filesystem::remove(path);
 }
 
 TEST_F(FollowerTest, AnExcludedFileIsNotRead)
