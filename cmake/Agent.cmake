@@ -85,11 +85,11 @@ add_agent_folder(nats UNHURRIED connection.cc)
 target_link_libraries(agent_nats PUBLIC ${NATS})
 
 add_agent_folder(sinks UNHURRIED alert_json.cc alertmanager_sink.cc backoff.cc console_sink.cc deliverer.cc
-    delivery_store.cc digest.cc file_sink.cc file_trust.cc held_store.cc http.cc journal_sink.cc mail_sink.cc mail_text.cc
+    delivery_store.cc digest.cc file_sink.cc file_trust.cc heartbeat.cc held_store.cc http.cc journal_sink.cc mail_sink.cc mail_text.cc
     option_checks.cc program_sink.cc progress.cc rate.cc route.cc sink.cc sink_kinds.cc sink_registry.cc snmp_sink.cc
     syslog_sink.cc syslog_words.cc undelivered.cc webhook_format.cc webhook_sink.cc worker.cc nats_options.cc nats_sink.cc)
 target_link_libraries(agent_sinks PUBLIC agent_alerts agent_nats
-                      PRIVATE agent_events agent_text nlohmann_json::nlohmann_json CURL::libcurl
+                      PRIVATE agent_events agent_settings agent_status agent_text nlohmann_json::nlohmann_json CURL::libcurl
                       PkgConfig::SYSTEMD ${NETSNMP} Threads::Threads)
 
 add_agent_folder(fleet UNHURRIED collector.cc fleet_keeper.cc identity.cc ledger.cc setup.cc stream_reader.cc wire_alert.cc)
@@ -133,7 +133,7 @@ target_link_libraries(agent_rules PUBLIC agent_events agent_inputs agent_policy 
 set(SYSLOGMON_RULES_SCHEMA ${CMAKE_INSTALL_FULL_DATADIR}/syslogmon/rules.schema.json)
 install(FILES packaging/rules.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/syslogmon)
 
-add_agent_folder(cli UNHURRIED WITH_JSON alert_commands.cc author.cc context.cc doctor_agent.cc doctor_commands.cc doctor_inputs.cc doctor_logs.cc
+add_agent_folder(cli UNHURRIED WITH_JSON alert_commands.cc author.cc backup_commands.cc context.cc doctor_agent.cc doctor_commands.cc doctor_inputs.cc doctor_logs.cc
     doctor_promises.cc doctor_rsyslog.cc doctor_sinks.cc event_commands.cc event_json.cc explain.cc
     hour_of.cc input_commands.cc line_trial.cc matched_line.cc metrics_commands.cc option_word.cc output.cc
     progress_bar.cc reg_file_commands.cc registry_commands.cc rendered_log.cc report_commands.cc rsyslog_config.cc rule_tests.cc rules_commands.cc

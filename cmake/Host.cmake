@@ -31,7 +31,7 @@ add_library(tarsk SHARED
     agent/host/here_and_now.cc agent/host/hit_counters.cc agent/host/host.cc agent/host/layout.cc agent/host/loader.cc
     agent/host/private_file.cc agent/host/registry.cc agent/host/registry_tree.cc
     agent/host/reported_hits.cc agent/host/room.cc agent/host/schema.cc agent/host/store.cc
-    agent/host/store_file.cc agent/host/sync.cc agent/host/trace_log.cc agent/host/waitable.cc)
+    agent/host/store_copy.cc agent/host/store_file.cc agent/host/sync.cc agent/host/trace_log.cc agent/host/waitable.cc)
 target_include_directories(tarsk PUBLIC ${CMAKE_SOURCE_DIR})
 target_compile_definitions(tarsk PRIVATE
     SYSLOGMON_BIN_DIR="${CMAKE_INSTALL_FULL_BINDIR}"

@@ -26,6 +26,7 @@ constexpr Kind kKinds[] = {
     {OwnEvent::kClock, "clock", "notice"},
     {OwnEvent::kSilenceEnded, "silence-ended", "notice"},
     {OwnEvent::kFleet, "fleet", "err"},
+    {OwnEvent::kHeartbeat, "heartbeat", "info"},
 };
 
 const Kind *FindKind(OwnEvent event)
@@ -80,7 +81,9 @@ std::string OwnKind(OwnEvent event)
     return kind == nullptr ? "" : kind->name;
 }
 
-void AddOwnAlert(host::Store &store, const OwnAlert &own)
+namespace {
+
+Alert AlertOf(const OwnAlert &own)
 {
     Alert alert;
     alert.time_ms = host::NowMs();
@@ -95,6 +98,14 @@ void AddOwnAlert(host::Store &store, const OwnAlert &own)
     alert.labels = {{"alarm", OwnKind(own.event)}, {"state", StateName(own.state)}};
     if (!own.about.empty())
         alert.labels[kAbout] = own.about;
+    return alert;
+}
+
+} // namespace
+
+void AddOwnAlert(host::Store &store, const OwnAlert &own)
+{
+    const Alert alert = AlertOf(own);
     store.Write([&](host::Database &database) {
         AddAlert(store, alert);
         AddToTotals(database, own, alert.log_name);
@@ -110,6 +121,14 @@ std::vector<OwnTotal> ReadOwnTotals(host::Database &database)
         totals.push_back({static_cast<OwnEvent>(select.Integer(0)), std::string(select.Text(1)),
                           select.Integer(2), select.Integer(3)});
     return totals;
+}
+
+Alert HeartbeatAlert()
+{
+    OwnAlert own;
+    own.event = OwnEvent::kHeartbeat;
+    own.message = "the syslog monitor does its work: its last look at the logs is fresh";
+    return AlertOf(own);
 }
 
 bool IsAboutSink(const Alert &alert, const std::string &sink)

@@ -13,6 +13,7 @@
 //   9      clock                        the clock was set
 //   10     silence-ended  silence       a silence is over that has held back alerts
 //   11     fleet          store's UUID  alerts of another host are missing in the ledger of all hosts
+//   12     heartbeat                    the monitor does its work; sent alone, and never stored
 //
 // Labels: "alarm" is the kind, "about" the thing, "state" is "begins", "lasts", "ended" or "once".
 #ifndef AGENT_ALERTS_OWN_ALERT_H
@@ -41,6 +42,7 @@ enum class OwnEvent : uint32_t {
     kClock,
     kSilenceEnded,
     kFleet,
+    kHeartbeat,
 };
 
 // Is it over, or does it go on? What happens at one moment is neither.
@@ -76,6 +78,9 @@ void AddOwnAlert(host::Store &store, const OwnAlert &own);
 
 // By kind, then by log. Throws host::StoreError.
 std::vector<OwnTotal> ReadOwnTotals(host::Database &database);
+
+// The sign of life, without its time.
+Alert HeartbeatAlert();
 
 // Is it the monitor's own alert that this sink fails, or fails no longer?
 bool IsAboutSink(const Alert &alert, const std::string &sink);

@@ -97,6 +97,7 @@ extern const std::vector<Command> kReportCommands;
 extern const std::vector<Command> kTopCommands;
 extern const std::vector<Command> kRulesCommands;
 extern const std::vector<Command> kRegFileCommands;
+extern const std::vector<Command> kBackupCommands;
 extern const std::vector<Command> kTestCommands;
 extern const std::vector<Command> kDoctorCommands;
 

@@ -239,7 +239,7 @@ std::optional<policy::EventCount> ReadCount(const Context &context, const EventR
 // Of the value that is nearest to a report.
 std::optional<int64_t> MostHits(const std::optional<policy::EventCount> &count)
 {
-    if (!count)
+    if (!count || count->terms().absent_s > 0)
         return std::nullopt;
     int64_t most = 0;
     for (const auto &entry : count->entries())

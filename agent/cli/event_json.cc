@@ -28,6 +28,8 @@ json PolicyToJson(const events::EventPolicy &policy)
         values["within"] = text::FormatDuration(policy.within_s);
     if (policy.cooldown_s > 0)
         values["cooldown"] = text::FormatDuration(policy.cooldown_s);
+    if (policy.absent_s > 0)
+        values["absent"] = text::FormatDuration(policy.absent_s);
     if (!policy.per.empty())
         values["per"] = policy.per;
     if (!policy.regex.empty())

@@ -30,10 +30,11 @@ void AddCommands(commandline::CommandLine &line, Context &context)
     for (const auto &[word, help] : kGroups)
         line.Group(word, help);
     for (const auto *rows :
-         {&kStatusCommands, &kEventCommands, &kSettingCommands, &kScanCommands, &kAlertCommands,
-          &kCollectCommands, &kFleetCommands, &kSinkCommands, &kSilenceCommands, &kInputCommands,
-          &kRegistryCommands, &kTraceCommands, &kRulesCommands, &kRegFileCommands, &kTestCommands,
-          &kDoctorCommands, &kMetricsCommands, &kReportCommands, &kTopCommands}) {
+         {&kStatusCommands,  &kEventCommands,   &kSettingCommands,  &kScanCommands,
+          &kAlertCommands,   &kCollectCommands, &kFleetCommands,    &kSinkCommands,
+          &kSilenceCommands, &kInputCommands,   &kRegistryCommands, &kTraceCommands,
+          &kRulesCommands,   &kRegFileCommands, &kTestCommands,     &kDoctorCommands,
+          &kMetricsCommands, &kReportCommands,  &kTopCommands,      &kBackupCommands}) {
         for (const Command &command : *rows) {
             Parser parser = line.Command(command.words, command.help);
             command.set_up(parser, context);

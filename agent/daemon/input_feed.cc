@@ -166,6 +166,25 @@ const inputs::Batch *InputFeed::ReadyBatch()
     return thread_ ? thread_->Ready() : nullptr;
 }
 
+bool InputFeed::HasReadAll(bool is_asked)
+{
+    if (!is_in_force_ || !is_asked) {
+        asked_ns_ = 0;
+        return is_asked;
+    }
+    const std::lock_guard lock(mutex_);
+    if (!thread_ || thread_->Ready() != nullptr || !keeper_->AllIsRead())
+        return false;
+    if (asked_ns_ == 0) {
+        asked_ns_ = status::BootTimeNs();
+        thread_->CatchUp();
+    }
+    if (thread_->CaughtUpTo() < asked_ns_)
+        return false;
+    asked_ns_ = 0;
+    return true;
+}
+
 void InputFeed::BeforeCommit()
 {
     batch_is_stored_ = false;

@@ -47,6 +47,9 @@ class InputFeed {
     // On the monitor thread: before the module starts; before its pass is committed, and behind that.
     void Prepare();
     void BeforeCommit();
+    // Was all read that the inputs had a moment ago, by the module as well? The first question has them looked at; the
+    // answer is yes to a later one. `is_asked`: false forgets the question.
+    bool HasReadAll(bool is_asked);
     // What of the inputs becomes part of the pass, behind BeforeCommit; null: nothing does.
     const inputs::Batch *BatchOfPass() { return batch_is_stored_ ? ReadyBatch() : nullptr; }
     void Committed();
@@ -74,6 +77,8 @@ class InputFeed {
     bool has_changes_ = false;            // of the main thread: not taken yet
     // Of the monitor thread: in the pass that is about to be committed.
     bool batch_is_stored_ = false;
+    int64_t asked_ns_ =
+        0; // when HasReadAll has asked, in CLOCK_BOOTTIME; 0: it waits for no answer
 
     mutable std::mutex mutex_; // guards what follows
     std::unique_ptr<inputs::InputThread> thread_;

@@ -1,6 +1,7 @@
 #include "agent/daemon/monitor.h"
 
 #include <cstring>
+#include <ctime>
 #include <utility>
 
 #include "agent/daemon/trace_unit.h"
@@ -163,6 +164,9 @@ void Monitor::StorePass()
     counters_->Save(module_.table());
     // Behind the table's load, and before the next line: both are of one moment, or the event that
     // tells of a later one is set already.
+    const int64_t now_s = time(nullptr);
+    if (status::ReadsAllFiles(pass_.kind) && feed_.HasReadAll(desk_->HasOverdue(now_s)))
+        desk_->TellOfAbsent(now_s);
     desk_->Save();
     if (table_is_reloaded_)
         desk_->Load();

@@ -33,7 +33,8 @@ struct NumberValue {
     int64_t EventPolicy::*number;
 };
 constexpr NumberValue kNumberValues[] = {{"Within", &EventPolicy::within_s},
-                                         {"Cooldown", &EventPolicy::cooldown_s}};
+                                         {"Cooldown", &EventPolicy::cooldown_s},
+                                         {"Absent", &EventPolicy::absent_s}};
 constexpr char kCountValue[] = "ReportCount"; // when the policy counts
 constexpr char kIgnoreCaseValue[] = "IgnoreCase";
 constexpr char kDerivedValue[] = "KeywordIsDerived";
@@ -199,6 +200,12 @@ void CheckPolicy(const EventPolicy &policy)
         CheckSpan("within", policy.within_s);
     if (policy.cooldown_s != 0)
         CheckSpan("cooldown", policy.cooldown_s);
+    if (policy.absent_s != 0)
+        CheckSpan("absent", policy.absent_s);
+    if (policy.absent_s != 0 && (policy.within_s != 0 || policy.cooldown_s != 0))
+        throw host::Error("cannot use \"within\" or \"cooldown\" with \"absent\"",
+                          "an event that tells of lines that do not come tells of no line",
+                          "leave them out, or register a second event");
     if (!policy.per.empty())
         CheckPer(policy.per);
     if (!policy.severity.empty())

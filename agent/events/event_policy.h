@@ -39,6 +39,7 @@ struct EventPolicy {
     // How hits are counted; see agent/policy/value_count.h.
     int64_t within_s = 0;   // of each other; 0: whenever they come
     int64_t cooldown_s = 0; // of silence behind a report; 0: none
+    int64_t absent_s = 0; // a report is made when no line has come for so long, and of none; 0: no
     // "host", "program", or a group of the expression by name or number; empty: all lines together.
     std::string per;
     // Which of the lines with the keywords are hits: see agent/policy/expression.h.
@@ -49,7 +50,8 @@ struct EventPolicy {
     // Does the agent count the hits? Then the monitor's table has the event with a report count of 1.
     [[nodiscard]] bool Counts() const
     {
-        return within_s > 0 || cooldown_s > 0 || !per.empty() || !regex.empty() || !except.empty();
+        return within_s > 0 || cooldown_s > 0 || absent_s > 0 || !per.empty() || !regex.empty() ||
+               !except.empty();
     }
     [[nodiscard]] bool IsEmpty() const { return *this == EventPolicy(); }
     bool operator==(const EventPolicy &) const = default;

@@ -163,6 +163,10 @@ void CheckEvent(const EventRecord &event)
                               " of event " + Quoted(event.key),
                           "it would never be reported", "use a number from 1 to 2147483647");
     CheckPolicy(event.policy);
+    if (event.policy.absent_s != 0 && (event.report_count != 1 || event.hours != kAllHours))
+        throw host::Error("cannot use a report count or hours with \"absent\"",
+                          "each of its lines counts as a sign, at any time of the day",
+                          "leave them out, or register a second event");
     if (event.policy.within_s > 0 && event.report_count > kMostWithin)
         throw host::Error("cannot use the report count " + std::to_string(event.report_count) +
                               " of event " + Quoted(event.key),

@@ -228,6 +228,7 @@ constexpr const char *kSteps[] = {
 constexpr int kVersion = static_cast<int>(std::size(kSteps));
 
 // Marks the file as ours ("SYSL"), for file(1) and for anyone who finds it.
+constexpr int64_t kApplicationId = 1398362956;
 constexpr char kSetApplicationId[] = "PRAGMA application_id = 1398362956";
 
 } // namespace
@@ -300,6 +301,20 @@ void UpdateSchema(Database &database)
     database.Execute("BEGIN IMMEDIATE");
     RunSteps(database, version);
     database.Execute("COMMIT");
+}
+
+void CheckIsStore(Database &database)
+{
+    Statement application(database, "PRAGMA application_id");
+    application.Start();
+    const int version = ReadVersion(database);
+    if (!application.Next() || application.Integer(0) != kApplicationId || version == 0)
+        throw StoreError("cannot use " + database.path().string(), "it is not a store of the agent",
+                         "use a file that syslogmon backup has made");
+    if (version > kVersion)
+        throw StoreError("cannot use " + database.path().string(),
+                         "it was written by a newer version of this program",
+                         "install that version");
 }
 
 std::string ReadUuid(Database &database)

@@ -31,6 +31,9 @@ void CreateSchema(Database &database);
 // StoreError, with the file as it was. The caller holds the CreationLock.
 void UpdateSchema(Database &database);
 
+// Throws StoreError unless the file is a store of this version or an older one.
+void CheckIsStore(Database &database);
+
 // A new identity, as random as 122 bits can be. The path is named when there is none.
 std::string NewUuid(const std::filesystem::path &store);
 

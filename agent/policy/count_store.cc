@@ -63,6 +63,7 @@ std::string TermsOf(const events::EventRecord &event)
     return "count=" + std::to_string(event.report_count) +
            " within=" + std::to_string(event.policy.within_s) +
            " cooldown=" + std::to_string(event.policy.cooldown_s) + " per=" + event.policy.per +
+           (event.policy.absent_s == 0 ? "" : " absent=" + std::to_string(event.policy.absent_s)) +
            (event.policy.regex.empty() ? "" : " regex=" + event.policy.regex);
 }
 

@@ -26,6 +26,18 @@ std::string SilenceInWords(const CountTerms &terms, const ValueCount &count, int
     return "; next report not before " + text::LocalTime(until_s * 1000);
 }
 
+std::string AbsenceInWords(const CountTerms &terms, const ValueCount &count)
+{
+    const std::string since = text::LocalTime(count.newest_s() * 1000);
+    const std::string newest =
+        count.newest().empty() ? "none has come since " + since : "the last one was of " + since;
+    return newest +
+           (count.reported_s() >= 0
+                ? "; that is reported"
+                : "; report at " + text::LocalTime((count.newest_s() + terms.absent_s) * 1000) +
+                      " unless one comes");
+}
+
 } // namespace
 
 std::string TermsInWords(const events::EventRecord &event)
@@ -37,6 +49,9 @@ std::string TermsInWords(const events::EventRecord &event)
     if (!policy.except.empty())
         text += "leaves out those with one of " +
                 Plural(static_cast<int64_t>(policy.except.size()), "text") + "; ";
+    if (policy.absent_s > 0)
+        return text + "a report when none comes for " + text::DurationInWords(policy.absent_s) +
+               (policy.per.empty() ? "" : ", for each " + policy.per + " apart");
     text += Plural(event.report_count, "hit") + Within(policy.within_s) +
             (event.report_count == 1 ? " makes a report" : " make a report");
     if (!policy.per.empty())
@@ -48,6 +63,8 @@ std::string TermsInWords(const events::EventRecord &event)
 
 std::string ProgressInWords(const CountTerms &terms, const ValueCount &count, int64_t now_s)
 {
+    if (terms.absent_s > 0)
+        return AbsenceInWords(terms, count);
     std::string text = std::to_string(count.hits()) + " of " + std::to_string(terms.hits) +
                        Within(terms.within_s) + SilenceInWords(terms, count, now_s);
     if (const HeldBack &held = count.held_back(); held.reports > 0)

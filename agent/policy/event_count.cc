@@ -1,5 +1,6 @@
 #include "agent/policy/event_count.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace policy {
@@ -15,6 +16,25 @@ Outcome EventCount::Take(const std::string &value, const LineHits &line)
     while (entries_.size() > kMaxValues || (moments_ > kMaxMoments && entries_.size() > 1))
         DropOldest();
     return outcome;
+}
+
+bool EventCount::HasOverdue(int64_t now_s) const
+{
+    return std::any_of(entries_.begin(), entries_.end(),
+                       [&](const Entry &entry) { return entry.count.IsOverdue(terms_, now_s); });
+}
+
+std::vector<std::string> EventCount::TakeOverdue(int64_t now_s)
+{
+    std::vector<std::string> overdue;
+    for (Entry &entry : entries_) {
+        if (!entry.count.IsOverdue(terms_, now_s))
+            continue;
+        entry.count.Report(now_s);
+        changes_.used.insert(entry.value);
+        overdue.push_back(entry.value);
+    }
+    return overdue;
 }
 
 EventCount::Entry &EventCount::Use(const std::string &value)

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
+#include <vector>
 
 #include "agent/policy/value_count.h"
 
@@ -27,6 +28,13 @@ class EventCount {
 
     // Counts a line for a value.
     Outcome Take(const std::string &value, const LineHits &line);
+
+    // For an event that tells of lines that do not come. A value is waited for from now on, although no line of it has
+    // come yet.
+    void Await(const std::string &value, int64_t now_s) { Take(value, {now_s, 0, {}}); }
+    // The values whose absence is to be reported now. They count as reported.
+    std::vector<std::string> TakeOverdue(int64_t now_s);
+    [[nodiscard]] bool HasOverdue(int64_t now_s) const;
 
     // A value, from the least recent to the most recent one.
     struct Entry {

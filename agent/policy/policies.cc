@@ -63,7 +63,8 @@ std::vector<std::string_view> Policy::GroupsOf(const MatchedLine &line) const
 
 CountTerms TermsFor(const events::EventRecord &event)
 {
-    return {event.report_count, event.policy.within_s, event.policy.cooldown_s};
+    return {event.report_count, event.policy.within_s, event.policy.cooldown_s,
+            event.policy.absent_s};
 }
 
 Outcome Policy::Take(const MatchedLine &line)

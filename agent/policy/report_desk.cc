@@ -1,7 +1,12 @@
 #include "agent/policy/report_desk.h"
 
+#include <algorithm>
+
 #include "agent/alerts/report_alert.h"
+#include "agent/host/here_and_now.h"
 #include "agent/policy/count_store.h"
+#include "agent/text/duration.h"
+#include "agent/text/times.h"
 #include "platform/trace.h"
 
 namespace policy {
@@ -26,6 +31,18 @@ alerts::HeldBack ToAlert(const HeldBack &held)
 {
     return {held.reports, held.hits, held.first_s * kMsOfSecond, held.last_s * kMsOfSecond,
             held.first,   held.last};
+}
+
+// "no such line has come for 1 hour, for web1: the last one was of 2026-11-22 10:00:00: ..."
+std::string AbsenceOf(const events::EventPolicy &policy, const std::string &value,
+                      const ValueCount &count)
+{
+    return "no such line has come for " + text::DurationInWords(policy.absent_s) +
+           (value.empty() ? "" : ", for " + policy.per + " " + value) +
+           (count.newest().empty()
+                ? ", since " + text::LocalTime(count.newest_s() * kMsOfSecond)
+                : ": the last one was of " + text::LocalTime(count.newest_s() * kMsOfSecond) +
+                      ": " + count.newest());
 }
 
 // Once for each event: there may be millions of values more.
@@ -65,8 +82,12 @@ void ReportDesk::Load()
         const bool is_stored = host_.store().Read([&](host::Database &database) {
             return LoadCount(database, policy->event(), policy->count());
         });
-        if (!is_stored)
-            BeginCount(host_.store(), policy->event());
+        if (is_stored)
+            continue;
+        BeginCount(host_.store(), policy->event());
+        // Of which hosts there are none is not known before a line of each has come.
+        if (policy->event().policy.absent_s > 0 && policy->event().policy.per.empty())
+            policy->count()->Await("", host::NowMs() / kMsOfSecond);
     }
     ForgetOthers(host_.store(), counting);
 }
@@ -78,6 +99,51 @@ void ReportDesk::Save()
             SaveCount(host_.store(), policy->event().key, policy->count());
     }
     silences_.Save();
+}
+
+bool ReportDesk::HasOverdue(int64_t now_s) const
+{
+    return std::any_of(policies_.all().begin(), policies_.all().end(), [&](const auto &policy) {
+        return policy->event().policy.absent_s > 0 && policy->count()->HasOverdue(now_s);
+    });
+}
+
+void ReportDesk::TellOfAbsent(int64_t now_s)
+{
+    for (const auto &policy : policies_.all()) {
+        if (policy->event().policy.absent_s == 0)
+            continue;
+        for (const std::string &value : policy->count()->TakeOverdue(now_s))
+            TellOfAbsent(policy.get(), value, now_s);
+    }
+}
+
+void ReportDesk::TellOfAbsent(Policy *policy, const std::string &value, int64_t now_s)
+{
+    const events::EventRecord &event = policy->event();
+    const ValueCount &count = policy->count()->Find(value)->count;
+    alerts::Alert alert;
+    alert.time_ms = now_s * kMsOfSecond;
+    alert.host = host::HostName();
+    alert.log_name = "Application";
+    alert.source = event.key.source;
+    alert.event_id = event.key.id;
+    alert.count = 0; // of no line
+    alert.message = AbsenceOf(event.policy, value, count);
+    const std::string host = event.policy.per == "host" ? value : alert.host;
+    const std::string program = event.policy.per == "program" ? value : "";
+    alert.summary = policy->SummaryOf({alert.message, host, program, now_s, 1});
+    alert.severity = event.policy.severity;
+    alert.labels = event.policy.labels;
+    alert.runbook_url = event.policy.runbook_url;
+    alert.value = value;
+    Store(&alert);
+    if (!tell_)
+        return;
+    ReportRequest request{};
+    request.source = event.key.source.c_str();
+    request.eventId = event.key.id;
+    tell_(request, Outcome::Kind::kReported, 0);
 }
 
 void ReportDesk::Take(const ReportRequest &request)
@@ -98,8 +164,12 @@ Outcome::Kind ReportDesk::TakeByPolicy(Policy *policy, alerts::Alert *alert)
     const EventCount *count = policy->count();
     // Only what is counted needs the time.
     const int64_t now_s = alert->time_ms / kMsOfSecond;
-    const MatchedLine line =
+    MatchedLine line =
         LineOf(*alert, count != nullptr ? find_time_(alert->message).value_or(now_s) : now_s);
+    // A clock that was ahead for a moment must not keep an absence from being noticed.
+    const bool waits = policy->event().policy.absent_s > 0;
+    if (waits && line.time_s > now_s)
+        line.time_s = now_s;
     const bool had_room = count == nullptr || count->dropped().values == 0;
     const Outcome outcome = policy->Take(line);
     if (had_room && count != nullptr && count->dropped().values > 0)

@@ -40,12 +40,18 @@ class ReportDesk {
     // are of one moment. Behind Save. Throws host::StoreError.
     void Load();
 
+    // Does an event wait for a line that should have come by now? Costs little where there is none of the kind.
+    [[nodiscard]] bool HasOverdue(int64_t now_s) const;
+    // Stores an alert of each. Only when all that was written was read: or the line may be in what was not. Before Save.
+    void TellOfAbsent(int64_t now_s);
+
     // Writes what the pass has counted. Throws host::StoreError.
     void Save();
 
   private:
     void Take(const ReportRequest &request);
     Outcome::Kind TakeByPolicy(Policy *policy, alerts::Alert *alert);
+    void TellOfAbsent(Policy *policy, const std::string &value, int64_t now_s);
     void Store(alerts::Alert *alert);
 
     host::Host &host_;

@@ -78,8 +78,36 @@ int64_t ValueCount::TakeWindow(const CountTerms &terms, int64_t time_s)
     return best;
 }
 
+// A line that is older than the newest one says nothing new.
+void ValueCount::TakeSign(const LineHits &line)
+{
+    hits_ += line.times;
+    moments_ = {{0, hits_}};
+    if (line.time_s < held_back_.last_s)
+        return;
+    held_back_.last_s = line.time_s;
+    held_back_.last = line.line.substr(0, kKeptOfALine);
+    reported_s_ = -1;
+}
+
+bool ValueCount::IsOverdue(const CountTerms &terms, int64_t now_s) const
+{
+    return terms.absent_s > 0 && reported_s_ < 0 && now_s - held_back_.last_s >= terms.absent_s;
+}
+
+void ValueCount::Report(int64_t now_s)
+{
+    reported_s_ = now_s;
+    hits_ = 0;
+    moments_ = {{0, 0}};
+}
+
 Outcome ValueCount::Take(const CountTerms &terms, const LineHits &line)
 {
+    if (terms.absent_s > 0) {
+        TakeSign(line);
+        return {Outcome::Kind::kCounted, hits_, {}};
+    }
     if (terms.within_s > 0)
         Forget(terms, line.time_s);
     Insert(terms, line);

@@ -6,6 +6,9 @@
 // window, before or behind it; a hit that is further away counts no more, for no line. A cooldown holds
 // in the same way around the line that was reported. While lines come in the order of their time, this is
 // a sliding window and a time of silence.
+//
+// Of an event that tells of lines that do not come, the newest line is known, and how many have come since the last
+// report. There is one report of each absence.
 #ifndef AGENT_POLICY_VALUE_COUNT_H
 #define AGENT_POLICY_VALUE_COUNT_H
 
@@ -21,6 +24,7 @@ struct CountTerms {
     int64_t hits = 1;       // that make a report
     int64_t within_s = 0;   // of each other; 0: whenever
     int64_t cooldown_s = 0; // behind a report; 0: none
+    int64_t absent_s = 0;   // a report when no line has come for so long, and none of a line; 0: no
 
     bool operator==(const CountTerms &) const = default;
 };
@@ -65,6 +69,14 @@ class ValueCount {
     // Counts the line.
     Outcome Take(const CountTerms &terms, const LineHits &line);
 
+    // Has no line come for too long, and was that not reported yet? Then Report says that it is.
+    [[nodiscard]] bool IsOverdue(const CountTerms &terms, int64_t now_s) const;
+    void Report(int64_t now_s);
+    // The newest line of such an event: its time, and its text; empty: none has come yet, and the time is that of the
+    // beginning.
+    [[nodiscard]] int64_t newest_s() const { return held_back_.last_s; }
+    [[nodiscard]] const std::string &newest() const { return held_back_.last; }
+
     // Counted and not in a report yet, as of the last line.
     [[nodiscard]] int64_t hits() const { return hits_; }
     // From when on a line can be reported again; 0: from now on.
@@ -79,6 +91,7 @@ class ValueCount {
     bool operator==(const ValueCount &) const = default;
 
   private:
+    void TakeSign(const LineHits &line);
     void Forget(const CountTerms &terms, int64_t time_s);
     void Insert(const CountTerms &terms, const LineHits &line);
     int64_t TakeWindow(const CountTerms &terms, int64_t time_s);
@@ -86,7 +99,7 @@ class ValueCount {
     std::deque<Moment> moments_;
     int64_t hits_ = 0;        // sum of the moments
     int64_t reported_s_ = -1; // the line of the last report; -1: there was none
-    HeldBack held_back_;
+    HeldBack held_back_;      // of an absence, its last line is the newest one
 };
 
 } // namespace policy

@@ -143,7 +143,10 @@ void EventReader::ReadEvent(const YamlNode &node)
     // Also of an event that is faulty otherwise: its twin is a mistake of its own.
     if (has_key)
         CheckForTwins(rule, node.offset);
-    if (has_key && has_keywords && has_count && has_hours && has_policy && has_tests)
+    const bool is_whole = has_key && has_keywords && has_count && has_hours && has_policy;
+    if (is_whole && values.contains("absent") && !Check(rule.event, values.at("absent")->offset))
+        return; // what goes with it, and what does not
+    if (is_whole && has_tests)
         rules_->push_back(std::move(rule));
 }
 

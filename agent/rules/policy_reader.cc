@@ -200,6 +200,7 @@ bool CheckTogether(const Values &values, NodeReader *nodes, const events::EventP
         alone.summary = policy.summary;
         policy::CheckGroups(alone);
     });
+    check("absent", [&] { events::CheckPolicy(policy); });
     check("ignore_case", [&] { events::CheckPolicy(policy); });
     check("not", [&] { events::CheckPolicy(policy); });
     return good;
@@ -222,6 +223,7 @@ bool ReadPolicy(const Values &values, NodeReader *nodes, events::EventPolicy *po
            good;
     good = ReadSpan(values, "within", nodes, &policy->within_s) && good;
     good = ReadSpan(values, "cooldown", nodes, &policy->cooldown_s) && good;
+    good = ReadSpan(values, "absent", nodes, &policy->absent_s) && good;
     good = ReadText(values, "per", "use host, program, or a group of the expression", nodes,
                     &policy->per, events::CheckPer) &&
            good;

@@ -5,9 +5,9 @@
 
 namespace rules {
 
-const std::vector<std::string> kPolicyKeys = {"severity", "labels",     "summary", "runbook_url",
-                                              "within",   "cooldown",   "per",     "regex",
-                                              "not",      "ignore_case"};
+const std::vector<std::string> kPolicyKeys = {"severity", "labels",   "summary",    "runbook_url",
+                                              "within",   "cooldown", "absent",     "per",
+                                              "regex",    "not",      "ignore_case"};
 
 namespace {
 
@@ -53,6 +53,8 @@ std::vector<ShownValue> ShownPolicy(const events::EventPolicy &policy)
         values.push_back({"within", text::FormatDuration(policy.within_s)});
     if (policy.cooldown_s > 0)
         values.push_back({"cooldown", text::FormatDuration(policy.cooldown_s)});
+    if (policy.absent_s > 0)
+        values.push_back({"absent", text::FormatDuration(policy.absent_s)});
     if (!policy.per.empty())
         values.push_back({"per", IsNumber(policy.per) ? Quoted(policy.per) : policy.per});
     if (!policy.regex.empty())

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "agent/host/error.h"
+#include "agent/sinks/heartbeat.h"
 #include "agent/sinks/trace_unit.h"
 #include "agent/text/say.h"
 
@@ -191,6 +192,10 @@ Deliverer::Entry Deliverer::Start(const StoredSink &sink, const Deliveries &rows
     WorkerContext context;
     context.store = options_.layout.Store();
     context.pauses = options_.pauses;
+    context.second = options_.second;
+    context.is_fresh = options_.is_fresh ? options_.is_fresh : [layout = options_.layout] {
+        return IsMonitorFresh(layout);
+    };
     context.progressed = [this] {
         if (!progressed_.exchange(true)) {
             const uint64_t one = 1;

@@ -23,6 +23,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -44,6 +45,8 @@ struct DelivererOptions {
     host::Layout layout;
     PauseLimits pauses;
     std::chrono::milliseconds record_every{1000}; // at most one write of the progress in this time
+    std::chrono::milliseconds second{1000};       // of a heartbeat
+    std::function<bool()> is_fresh = nullptr; // does the monitor do its work? Null: IsMonitorFresh
 };
 
 class Deliverer {

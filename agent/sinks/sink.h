@@ -119,8 +119,9 @@ struct SinkOption {
     bool is_secret_file = false; // it names a file with a secret
 };
 
-// Options that every kind has, and most kinds: see route.h and rate.h.
+// Options that every kind has, and most kinds: see route.h, heartbeat.h and rate.h.
 inline constexpr char kOnlyOption[] = "only";
+inline constexpr char kHeartbeatOption[] = "heartbeat";
 inline constexpr char kRateOption[] = "rate";
 
 // A kind of sink. Functions, not classes: a kind has no state.

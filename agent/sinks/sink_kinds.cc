@@ -1,5 +1,6 @@
 #include "agent/sinks/sink_kinds.h"
 
+#include "agent/sinks/heartbeat.h"
 #include "agent/sinks/rate.h"
 #include "agent/sinks/route.h"
 
@@ -24,6 +25,11 @@ SinkKind WithCommonOptions(SinkKind kind)
     kind.options.push_back({kOnlyOption, "CONDITION,...", "",
                             "which alerts: severity>=err, source=DISK*, host=web*, label.team=db",
                             CheckRoute});
+    // A receiver with an account of its own has alerts alone in it.
+    if (kind.look == nullptr)
+        kind.options.push_back({kHeartbeatOption, "SECONDS", "",
+                                "a sign of life so often, while the monitor does its work; none",
+                                CheckHeartbeat});
     for (const UsualRate &usual : kUsualRates) {
         if (std::string(usual.kind) == kind.name)
             kind.options.push_back({kRateOption, "NUMBER/UNIT", usual.rate,

@@ -1,9 +1,11 @@
 #include "agent/sinks/worker.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "agent/host/error.h"
 #include "agent/host/here_and_now.h"
+#include "agent/sinks/heartbeat.h"
 #include "agent/sinks/trace_unit.h"
 #include "agent/text/say.h"
 
@@ -88,6 +90,9 @@ Worker::Worker(WorkerContext context, SinkConfig config, std::string peer,
 {
     if (config_.kind->active != nullptr)
         refresh_at_ = Clock::now(); // the receiver may have been started anew as well
+    heartbeat_every_ = context_.second * config_.Number(kHeartbeatOption);
+    if (heartbeat_every_.count() > 0)
+        heartbeat_at_ = Clock::now();
     thread_ = std::thread([this] { Run(); });
 }
 
@@ -179,6 +184,8 @@ void Worker::Step()
     if (look_at_ && Clock::now() >= *look_at_)
         TakePlace();
     if (refresh_at_ && Clock::now() >= *refresh_at_ && !Refresh())
+        return;
+    if (heartbeat_at_ && Clock::now() >= *heartbeat_at_ && !SendHeartbeat())
         return;
     if (SendOneAgain())
         return;
@@ -408,6 +415,28 @@ bool Worker::Refresh()
     if (was_down)
         progress_->CaughtUp(peer_, up_to);
     return true;
+}
+
+// One that fails is not sent again: the next one comes in its time. It says nothing of alerts that the receiver refuses,
+// so it ends no failure but its own. False: the receiver has failed.
+bool Worker::SendHeartbeat()
+{
+    heartbeat_at_ = Clock::now() + heartbeat_every_;
+    if (!context_.is_fresh())
+        return true;
+    const Message message = HeartbeatOf(heartbeat_every_, WallMs());
+    const Outcome outcome = Send(std::span(&message, 1));
+    const bool has_failed = outcome.result != Outcome::Result::kTaken;
+    const bool had_failed = std::exchange(heartbeat_failed_, has_failed);
+    if (!has_failed) {
+        if (had_failed)
+            Succeeded();
+        return true;
+    }
+    Fail(outcome.answer, outcome.retry_after);
+    // From the end of the pause on: else the next one would come before the alerts, however long they wait.
+    heartbeat_at_ = Clock::now() + heartbeat_every_;
+    return false;
 }
 
 // One that the receiver refuses is left out, provided that it takes another one of them.
@@ -664,8 +693,12 @@ void Worker::WaitForAlerts()
 {
     std::unique_lock lock(mutex_);
     const auto has_news = [this] { return stop_ || woken_ || !again_.empty(); };
-    // A kind has one of them.
-    if (const auto until = refresh_at_ ? refresh_at_ : token_at_ ? token_at_ : look_at_)
+    std::optional<Clock::time_point> until;
+    for (const auto &moment : {refresh_at_, token_at_, look_at_, heartbeat_at_}) {
+        if (moment && (!until || *moment < *until))
+            until = moment;
+    }
+    if (until)
         news_.wait_until(lock, *until, has_news);
     else
         news_.wait(lock, has_news);

@@ -47,6 +47,8 @@ struct WorkerContext {
     std::filesystem::path store;
     PauseLimits pauses;
     std::function<void()> progressed; // called when there is news for the store
+    std::chrono::milliseconds second; // of a heartbeat
+    std::function<bool()> is_fresh; // does the monitor do its work? On any thread; may take a while
 };
 
 // The functions that are public are for the deliverer's thread and never wait, but for the
@@ -77,6 +79,7 @@ class Worker {
     void Step();
     bool Refresh();
     void TakePlace();
+    bool SendHeartbeat();
     [[nodiscard]] bool SendAll(std::vector<Message> messages);
     [[nodiscard]] std::vector<Message> NextBatch(size_t limit);
     [[nodiscard]] bool IsWanted(const Message &message) const;
@@ -120,14 +123,17 @@ class Worker {
     size_t batch_limit_ = SIZE_MAX; // 1 after a refusal, to find the one that is refused
     // The alert in front that was refused last; 0: none yet.
     int64_t refused_id_ = 0;
-    int refusals_ = 0;                            // of that one
-    int64_t ahead_by_ = 0;                        // so far behind it is the next one that is tried
-    int refusals_wanted_ = 0;                     // so many of one alert, before others are tried
-    std::optional<Clock::time_point> refresh_at_; // when active alerts are to be sent again
-    std::optional<Clock::time_point> token_at_;   // when a bucket that is empty has a token again
-    std::optional<Clock::time_point> look_at_;    // when the receiver is to be asked what it has
-    std::optional<int64_t> place_;                // the last alert that it has, as far as is known
-    int summary_refusals_ = 0;                    // of the message with a digest, in a row
+    int refusals_ = 0;                             // of that one
+    int64_t ahead_by_ = 0;                         // so far behind it is the next one that is tried
+    int refusals_wanted_ = 0;                      // so many of one alert, before others are tried
+    std::optional<Clock::time_point> refresh_at_;  // when active alerts are to be sent again
+    std::optional<Clock::time_point> token_at_;    // when a bucket that is empty has a token again
+    std::optional<Clock::time_point> look_at_;     // when the receiver is to be asked what it has
+    std::optional<int64_t> place_;                 // the last alert that it has, as far as is known
+    int summary_refusals_ = 0;                     // of the message with a digest, in a row
+    std::chrono::milliseconds heartbeat_every_{0}; // 0: no sign of life is wanted
+    std::optional<Clock::time_point> heartbeat_at_; // when the next one is to be sent
+    bool heartbeat_failed_ = false;                 // the last one
 
     std::mutex mutex_; // guards what follows
     std::condition_variable news_;

@@ -1,6 +1,7 @@
 // Policies in a running daemon, in the commands that show them, and in trials of rules.
 #include <csignal>
 
+#include "agent/host/store.h"
 #include "tests/agent/support/daemon_test.h"
 
 namespace {
@@ -50,10 +51,80 @@ class PolicyInADaemon : public test::DaemonTest {
         return Json({"event", "show", "A", "1"})["event"]["counted"];
     }
 
+    // As if the newest line of an event that waits for one were of 1970.
+    void WaitSinceLongAgo() const
+    {
+        host::Store store(Layout().Store());
+        store.Write([](host::Database &database) {
+            database.Execute("UPDATE policy_value SET held_last_time = 1, reported = -1");
+            EXPECT_EQ(1, database.ChangesOfLastStatement());
+        });
+    }
+
     const time_t now_ = time(nullptr) - 1;
 };
 
 using Texts = std::vector<std::string>;
+
+// A daemon that was down for longer does not tell of what it has not looked for.
+TEST_F(PolicyInADaemon, TellsOfLinesThatDoNotComeWhenItHasReadWhatIsThere)
+{
+    Apply("absent: 1h");
+    {
+        test::Child daemon(Daemon());
+        WaitUntilRunning(daemon);
+        daemon.Kill();
+    }
+    EXPECT_EQ(0U, Alerts().size()) << "it is waited for from its registration on";
+    WaitSinceLongAgo();
+    {
+        test::Child daemon(Daemon());
+        WaitUntilRunning(daemon);
+        ASSERT_EQ(1U, Alerts().size());
+        EXPECT_EQ(0U, Alerts()[0]["message"].get<std::string>().find("no such line has come"));
+        EXPECT_EQ(0, Alerts()[0]["count"]);
+        LogAt({{30, "web1"}});
+        EXPECT_EQ(1U, Alerts().size());
+        daemon.Kill();
+    }
+    WaitSinceLongAgo();
+    {
+        std::ofstream log(File("var-log/messages"), std::ios::app);
+        log << Stamp(now_ - 20) << "web1 prog[7]: alpha\n";
+    }
+    test::Child daemon(Daemon());
+    WaitUntilRunning(daemon);
+    EXPECT_EQ(1U, Alerts().size()) << "one was written while no daemon ran";
+    const auto shown = Syslogmon({"event", "show", "A", "1"});
+    EXPECT_NE(std::string::npos, shown.out.find("a report when none comes for 1 hour"))
+        << shown.out;
+    EXPECT_NE(std::string::npos, shown.out.find(" unless one comes")) << shown.out;
+}
+
+// The inputs' entries come to the monitor pass by pass: all that they have is read first.
+TEST_F(PolicyInADaemon, WaitsForTheInputsBeforeItTellsOfLinesThatDoNotCome)
+{
+    test::WriteFile(File("app.log"), "");
+    ASSERT_EQ(
+        0, Syslogmon({"input", "add", "files", "app", "path=" + File("app.log").string()}).status);
+    Apply("absent: 1h");
+    {
+        test::Child daemon(Daemon());
+        WaitUntilRunning(daemon);
+        daemon.Kill();
+    }
+    WaitSinceLongAgo();
+    {
+        std::ofstream log(File("app.log"), std::ios::app);
+        for (int i = 0; i < 20000; ++i)
+            log << Stamp(now_ - 3400) << "web1 p: something else\n";
+        log << Stamp(now_) << "web1 p: alpha\n";
+    }
+    test::Child daemon(Daemon());
+    WaitUntilRunning(daemon);
+    Look();
+    EXPECT_EQ(0U, Alerts().size());
+}
 
 TEST_F(PolicyInADaemon, CountsWithinATimePerHostAndKeepsItOverAKill)
 {

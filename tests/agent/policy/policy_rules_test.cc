@@ -113,6 +113,24 @@ TEST(PolicyInARulesFile, WithinAndCooldownAreSpansOfTime)
               Issues("  within: [10m]"));
 }
 
+TEST(PolicyInARulesFile, AbsentIsASpanOfTimeAndGoesWithNoCount)
+{
+    EXPECT_EQ(3600, Policy("  absent: 1h").absent_s);
+    EXPECT_EQ("host", Policy("  absent: 1h\n  per: host").per);
+    EXPECT_EQ("5:11: cannot use the time \"soon\" of absent: it is no span of time; use 1s to 31d, "
+              "such as 90s, 10m or 1h30m\n",
+              Issues("  absent: soon"));
+    EXPECT_EQ("5:11: cannot use \"within\" or \"cooldown\" with \"absent\": an event that tells of "
+              "lines that do not come tells of no line; leave them out, or register a second "
+              "event\n",
+              Issues("  absent: 1h\n  cooldown: 1h"));
+    EXPECT_EQ(
+        "5:11: cannot use a report count or hours with \"absent\": each of its lines counts as "
+        "a sign, at any time of the day; leave them out, or register a second event\n",
+        Issues("  absent: 1h\n  report_count: 2"));
+    EXPECT_NE("", Issues("  absent: 1h\n  hours: 8-18"));
+}
+
 TEST(PolicyInARulesFile, HitsWithinATimeAreAtMostTenThousand)
 {
     EXPECT_EQ("", Issues("  within: 10m\n  report_count: 10000"));

@@ -152,6 +152,128 @@ TEST_F(ReportDesk, AnExpressionThatCannotBeUsedIsLeftOut)
     EXPECT_EQ(1U, Stored().size());
 }
 
+// ---- lines that do not come ----
+
+// Of lines that say the seconds since 1970 at which they were written.
+class AbsentLines : public ReportDesk {
+  protected:
+    static std::optional<int64_t> TimeOf(const std::string &line)
+    {
+        const size_t blank = line.rfind(' ');
+        return blank == std::string::npos ? std::nullopt
+                                          : std::optional(std::stoll(line.substr(blank)));
+    }
+    static std::string Line(int64_t seconds_ago, const char *host = "h")
+    {
+        return std::string(host) + " is well " + std::to_string(Now() - seconds_ago);
+    }
+    static int64_t Now()
+    {
+        static const int64_t now = time(nullptr);
+        return now;
+    }
+    static void RegisterAbsent(const char *per = "")
+    {
+        events::EventRecord event = Event("BACKUP", 1);
+        event.policy.absent_s = 3600;
+        event.policy.per = per;
+        event.policy.severity = "crit";
+        event.policy.summary = "{{host}}: {{message}}";
+        Register(event);
+    }
+    std::vector<std::string> Told(policy::ReportDesk *desk, int64_t in_s)
+    {
+        const size_t before = Stored().size();
+        const bool has_overdue = desk->HasOverdue(Now() + in_s);
+        desk->TellOfAbsent(Now() + in_s);
+        EXPECT_EQ(has_overdue, Stored().size() > before);
+        std::vector<std::string> texts;
+        const auto stored = Stored();
+        for (size_t i = before; i < stored.size(); ++i)
+            texts.push_back(stored[i].value + "|" + stored[i].message.substr(0, 33));
+        desk->Save();
+        return texts;
+    }
+
+    // As if none had come for so long.
+    void WaitSince(int64_t seconds_ago)
+    {
+        timed_.Save();
+        test::Store().Write([&](host::Database &database) {
+            host::Statement(database, "UPDATE policy_value SET held_last_time = ?")
+                .Run(Now() - seconds_ago);
+        });
+        timed_.Load();
+    }
+
+    policy::ReportDesk timed_{test::TheHost(), TimeOf};
+};
+
+using Texts = std::vector<std::string>;
+
+TEST_F(AbsentLines, AreToldOfOnceUntilOneComesAgain)
+{
+    RegisterAbsent();
+    timed_.Load();
+    const std::string told = "|no such line has come for 1 hour";
+    EXPECT_EQ(Texts(), Told(&timed_, 3598)) << "it is waited for from now on";
+    WaitSince(3000);
+    EXPECT_EQ(Texts(), Told(&timed_, 599));
+    EXPECT_EQ(Texts{told + ","}, Told(&timed_, 600));
+    EXPECT_EQ(Texts(), Told(&timed_, 90000));
+    Report("BACKUP", 1, Line(0).c_str());
+    EXPECT_EQ(1U, Stored().size()) << "a line that comes is no alert";
+    EXPECT_EQ(Texts(), Told(&timed_, 3599));
+    EXPECT_EQ(Texts{told + ":"}, Told(&timed_, 3600));
+    const Alert alert = Stored().back();
+    EXPECT_EQ("crit", alert.severity);
+    EXPECT_EQ(0, alert.count);
+    EXPECT_EQ(alert.host + ": " + alert.message, alert.summary);
+    EXPECT_NE(std::string::npos, alert.message.find(Line(0))) << alert.message;
+}
+
+// Behind a restart, what was written meanwhile is read first: the newest line counts, by its own time.
+TEST_F(AbsentLines, AreWaitedForSinceTheNewestOneThatWasWritten)
+{
+    RegisterAbsent();
+    timed_.Load();
+    WaitSince(10000);
+    EXPECT_TRUE(timed_.HasOverdue(Now()));
+    Report("BACKUP", 1, Line(3000).c_str());
+    EXPECT_FALSE(timed_.HasOverdue(Now() + 599));
+    timed_.Save();
+    timed_.Load();
+    EXPECT_TRUE(timed_.HasOverdue(Now() + 601));
+    Report("BACKUP", 1, Line(100).c_str());
+    Report("BACKUP", 1, Line(3500).c_str()); // an older one, of another log
+    EXPECT_EQ(Texts(), Told(&timed_, 3499));
+    EXPECT_EQ(1U, Told(&timed_, 3500).size());
+    timed_.Load();
+    EXPECT_EQ(Texts(), Told(&timed_, 90000)) << "that it was told is stored, too";
+}
+
+TEST_F(AbsentLines, AClockThatWasAheadHidesNothing)
+{
+    RegisterAbsent();
+    timed_.Load();
+    Report("BACKUP", 1, Line(-86400).c_str());
+    EXPECT_EQ(1U, Told(&timed_, 3660).size());
+}
+
+TEST_F(AbsentLines, AreToldOfForEachHostThatHasWrittenOne)
+{
+    RegisterAbsent("host");
+    timed_.Load();
+    EXPECT_EQ(Texts(), Told(&timed_, 90000)) << "no host is known";
+    Report("BACKUP", 1, Line(3000, "web1").c_str());
+    Report("BACKUP", 1, Line(10, "web2").c_str());
+    const Texts web1 = Told(&timed_, 700);
+    ASSERT_EQ(1U, web1.size());
+    EXPECT_EQ("web1|no such line has come for 1 hour,", web1[0]);
+    EXPECT_EQ(0U, Stored().back().summary.find("web1: "));
+    EXPECT_EQ(1U, Told(&timed_, 4000).size()) << "web2 alone";
+}
+
 // ---- the policy in the registry ----
 
 TEST_F(ReportDesk, AKeywordOfTheExpressionIsNobodysOwn)
