@@ -135,7 +135,9 @@ class PlaceTest : public test::SinkTest {
         worker_ = std::make_unique<sinks::Worker>(
             sinks::WorkerContext{Layout().Store(),
                                  {std::chrono::milliseconds(5), std::chrono::milliseconds(20)},
-                                 [] {}},
+                                 [] {},
+                                 std::chrono::seconds(1),
+                                 [] { return true; }},
             config, "", progress_);
     }
     bool WaitSent(size_t count)
