@@ -303,12 +303,13 @@ int Database::OnBusy(void *self, int calls)
 
 void Database::Fail(const std::string &doing) const
 {
-    const std::string thing = doing + " " + path_.string();
     const int code = sqlite3_errcode(database_);
     const int error_number = SystemError(database_);
+    // A read can need room, too: for the index of the journal.
     if (IsFull(code, error_number))
-        throw DiskFullError(thing, Cause(database_), NextStep(SQLITE_FULL, 0));
-    throw StoreError(thing, Cause(database_), NextStep(code, error_number));
+        throw DiskFullError("cannot write to " + path_.string(), Cause(database_),
+                            NextStep(SQLITE_FULL, 0));
+    throw StoreError(doing + " " + path_.string(), Cause(database_), NextStep(code, error_number));
 }
 
 } // namespace host

@@ -49,13 +49,13 @@ TEST_F(AlarmWatchTest, AClockThatIsSetIsToldOfOnceWithByHowMuch)
     {
         alarms::AlarmWatch watch(Options());
         WaitForLook(1);
-        ahead_ms_ = 3'600'000;
+        ahead_ms_ = 3'600'500;
         // A look may have asked for the status before the clock was set, so two.
         watch.MonitorEnded({"a test ends it", true});
         WaitForLook(2);
         watch.MonitorEnded({"a test ends it", true});
         WaitForLook(3);
-        ahead_ms_ = 3'600'000 - 120'000;
+        ahead_ms_ = 3'600'500 - 120'500;
         watch.MonitorEnded({"a test ends it", true});
         WaitForLook(4);
         watch.MonitorEnded({"a test ends it", true});

@@ -189,12 +189,12 @@ TEST_F(SinkCommand, OptionsThatAreNotKnownOrMissingAreRefused)
 {
     ExpectFailed({"sink", "add", "file", "f", "pth=/x"},
                  "cannot use the option \"pth\": a sink of kind file has none of that name; it "
-                 "takes path=FILE, only=CONDITION,..., rate=NUMBER/UNIT");
+                 "takes path=FILE, only=CONDITION,..., heartbeat=SECONDS, rate=NUMBER/UNIT");
     ExpectFailed({"sink", "add", "file", "f"},
                  "cannot make a sink of kind file: it has no path; add path=FILE");
     ExpectFailed({"sink", "add", "console", "c", "x=1"},
                  "cannot use the option \"x\": a sink of kind console has none of that name; it "
-                 "takes only=CONDITION,..., rate=NUMBER/UNIT");
+                 "takes only=CONDITION,..., heartbeat=SECONDS, rate=NUMBER/UNIT");
     ExpectFailed({"sink", "add", "file", "f", "path"},
                  "cannot use the option \"path\": it has no value; write NAME=VALUE");
 }
