@@ -7,6 +7,7 @@
 #include "agent/cli/command.h"
 #include "agent/cli/option_word.h"
 #include "agent/cli/output.h"
+#include "agent/cli/sink_commands.h"
 #include "agent/fleet/collector.h"
 #include "agent/fleet/ledger.h"
 #include "agent/fleet/setup.h"
@@ -113,14 +114,8 @@ int ShowCollecting(Context &context)
 std::string OptionsHelp()
 {
     std::string text = "What can be set:\n";
-    for (const sinks::SinkOption &option : fleet::CollectKind().options) {
-        text += "  " + std::string(option.name) + "=" + option.form + "  " + option.help;
-        if (option.standard == nullptr)
-            text += " (must be given)";
-        else if (option.standard[0] != '\0')
-            text += std::string(" (") + option.standard + ")";
-        text += "\n";
-    }
+    for (const sinks::SinkOption &option : fleet::CollectKind().options)
+        text += "  " + HelpOf(option) + "\n";
     return text;
 }
 

@@ -477,6 +477,22 @@ int Limit(Context &context, const SinkOptions &options)
     return kExitDone;
 }
 
+} // namespace
+
+std::string HelpOf(const sinks::SinkOption &option)
+{
+    const std::string name = option.name;
+    std::string text =
+        name + (name.back() == '.' ? "NAME=" : "=") + option.form + "  " + option.help;
+    if (option.standard == nullptr)
+        text += " (must be given)";
+    else if (option.standard[0] != '\0')
+        text += std::string(" (") + option.standard + ")";
+    return text;
+}
+
+namespace {
+
 // ---- the rows ----
 
 // From the table of kinds, so help names what there is, with the values that hold otherwise.
@@ -485,16 +501,8 @@ std::string KindsHelp()
     std::string text = "Kinds and their options:\n";
     for (const sinks::SinkKind &kind : sinks::AllKinds()) {
         text += "  " + std::string(kind.name) + ": " + kind.help + "\n";
-        for (const sinks::SinkOption &option : kind.options) {
-            const std::string name = option.name;
-            text += "    " + name + (name.back() == '.' ? "NAME=" : "=") + option.form + "  " +
-                    option.help;
-            if (option.standard == nullptr)
-                text += " (must be given)";
-            else if (option.standard[0] != '\0')
-                text += std::string(" (") + option.standard + ")";
-            text += "\n";
-        }
+        for (const sinks::SinkOption &option : kind.options)
+            text += "    " + HelpOf(option) + "\n";
     }
     return text;
 }

@@ -17,6 +17,9 @@ sinks::SinkRegistry Sinks(const Context &context);
 // Behind the commit. Without a daemon it does nothing: one that starts reads them anyway.
 void TellDaemonOfSinks(const Context &context);
 
+// "path=FILE  The file (must be given)": a line of help, without its end.
+std::string HelpOf(const sinks::SinkOption &option);
+
 // What is unsafe about a sink: see SecretWarnings; and whether the monitor reads what it writes.
 // Sentences; such a sink is used all the same. Looks at the files that are named, so the answer is
 // of this moment.
