@@ -242,6 +242,7 @@ class Cluster(Fleet):
             self.centre.daemon.launch()
         elif what == "stopped":
             server.stop()
+            self.hosts[0].daemon.wait_at_rest()  # it may have been launched a moment ago
             self.hosts[0].daemon.scan()
             server.resume()
         else:
