@@ -58,9 +58,8 @@ struct OwnAlert {
     int64_t lines_passed_over = 0; // of a loss, as far as they were counted
 };
 
-// How often the monitor has told of something about itself, since the store was made; also what the store has
-// no more. Of more than kMostOwnTotals, those of further logs are added up under
-// the empty name.
+// How often the monitor has told of something about itself, since the store was made; also what the store has no more.
+// Of more than kMostOwnTotals, those of further logs are added up under the empty name.
 struct OwnTotal {
     OwnEvent event = OwnEvent::kLoss;
     std::string log; // of a loss: the log, or the input; of all else empty

@@ -100,16 +100,4 @@ std::string Connection::Why(natsStatus status, int code)
     return why;
 }
 
-std::vector<std::string> Parts(const std::string &list)
-{
-    std::vector<std::string> parts;
-    for (size_t begin = 0; begin <= list.size();) {
-        const size_t end = std::min(list.find(',', begin), list.size());
-        if (end > begin)
-            parts.push_back(list.substr(begin, end - begin));
-        begin = end + 1;
-    }
-    return parts;
-}
-
 } // namespace nats

@@ -81,9 +81,6 @@ class Connection {
     Owned<jsCtx> stream_; // goes before its connection
 };
 
-// "a,b" in its parts; empty ones are left out.
-std::vector<std::string> Parts(const std::string &list);
-
 } // namespace nats
 
 #endif // AGENT_NATS_CONNECTION_H

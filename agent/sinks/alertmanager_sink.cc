@@ -14,6 +14,7 @@
 #include "agent/sinks/http.h"
 #include "agent/sinks/option_checks.h"
 #include "agent/sinks/sink_kinds.h"
+#include "agent/text/split.h"
 #include "agent/text/times.h"
 
 namespace sinks {
@@ -83,16 +84,11 @@ class AlertmanagerSink : public Sink {
 // The URLs in a list separated by commas.
 std::vector<std::string> Split(const std::string &list)
 {
-    std::vector<std::string> urls;
-    for (size_t begin = 0; begin <= list.size();) {
-        const size_t end = std::min(list.find(',', begin), list.size());
-        std::string url = list.substr(begin, end - begin);
-        // The path of the API is added, with its own slash. So an address with one and without is
-        // the same peer.
+    std::vector<std::string> urls = text::SplitAtCommas(list);
+    // The path of the API is added, with its own slash. So an address with one and without is the
+    // same peer.
+    for (std::string &url : urls)
         url.erase(url.find_last_not_of('/') + 1);
-        urls.push_back(url);
-        begin = end + 1;
-    }
     return urls;
 }
 

@@ -7,6 +7,7 @@
 
 #include "agent/host/error.h"
 #include "agent/sinks/option_checks.h"
+#include "agent/text/split.h"
 
 namespace sinks {
 
@@ -22,9 +23,17 @@ bool IsServer(const std::string &url)
            url.find_first_of(" @/?#", host + 2) == std::string::npos;
 }
 
+// Commas too many do no harm.
+std::vector<std::string> ServersIn(const std::string &list)
+{
+    std::vector<std::string> servers = text::SplitAtCommas(list);
+    std::erase(servers, "");
+    return servers;
+}
+
 std::string CheckServers(const std::string &value)
 {
-    const std::vector<std::string> servers = nats::Parts(value);
+    const std::vector<std::string> servers = ServersIn(value);
     const bool is_sound = CheckText(value).empty() && !servers.empty() &&
                           std::all_of(servers.begin(), servers.end(), IsServer);
     return is_sound ? ""
@@ -81,7 +90,7 @@ nats::Access AccessOf(const SinkConfig &config, Secrets &secrets)
 {
     CheckPairs(config);
     nats::Access access;
-    access.servers = nats::Parts(config.Get("servers"));
+    access.servers = ServersIn(config.Get("servers"));
     access.credentials = config.Get("credentials-file");
     access.user = config.Get("user");
     if (config.Has("password-file"))
@@ -104,7 +113,7 @@ nats::Access AccessOf(const SinkConfig &config, Secrets &secrets)
 
 std::vector<std::string> PlainNatsWarnings(const SinkConfig &config)
 {
-    const std::vector<std::string> servers = nats::Parts(config.Get("servers"));
+    const std::vector<std::string> servers = ServersIn(config.Get("servers"));
     const auto is_plain = [](const std::string &url) {
         return url.starts_with("nats://") && !IsLocal(url);
     };

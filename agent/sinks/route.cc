@@ -5,6 +5,7 @@
 
 #include "agent/alerts/own_alert.h"
 #include "agent/host/error.h"
+#include "agent/text/split.h"
 
 namespace sinks {
 
@@ -70,11 +71,8 @@ Route::Route(const std::string &conditions, std::string sink) : sink_(std::move(
 {
     if (conditions.empty())
         return;
-    for (size_t begin = 0; begin <= conditions.size();) {
-        const size_t end = std::min(conditions.find(',', begin), conditions.size());
-        Read(conditions.substr(begin, end - begin));
-        begin = end + 1;
-    }
+    for (const std::string &condition : text::SplitAtCommas(conditions))
+        Read(condition);
 }
 
 bool Route::Takes(const alerts::Alert &alert) const

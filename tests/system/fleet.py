@@ -118,6 +118,15 @@ class Servers:
             server.start()
         self.wait_healthy()
 
+    def lose(self, server, wiped):
+        """Kills a server, with its disk if wanted, and waits until all are well again: two disks of three that are lost at
+        once are a majority."""
+        server.kill()
+        if wiped:
+            server.wipe()
+        server.start()
+        self.wait_healthy()
+
     def wait_healthy(self):
         for server in self.all:
             self.lab.wait_until(f"the server {server.name} is well", server.is_healthy)

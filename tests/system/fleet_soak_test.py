@@ -125,12 +125,7 @@ class Soak(lab.LabTest):
             time.sleep(self.random.choice((1, 1, 1, 1, 10, 60)))
             server.resume()
         else:
-            server.kill()
-            if what == "server wiped":
-                server.wipe()
-            server.start()
-            # One at a time: two disks of three that are lost at once are a majority.
-            self.servers.wait_healthy()
+            self.servers.lose(server, what == "server wiped")
         return what
 
 

@@ -250,12 +250,7 @@ class Cluster(Fleet):
             self.hosts[0].daemon.scan()
             server.resume()
         else:
-            server.kill()
-            if what == "wiped":
-                server.wipe()
-            server.start()
-            # One at a time: two disks of three that are lost at once are a majority.
-            self.servers.wait_healthy()
+            self.servers.lose(server, what == "wiped")
 
 
 if __name__ == "__main__":
