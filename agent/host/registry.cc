@@ -138,7 +138,7 @@ LONG RegOpenKeyEx(HKEY key, const char *subKey, DWORD /*options*/, REGSAM /*acce
             return ERROR_INVALID_HANDLE;
         const auto found = Current().registry().Find(parent->id, OrEmpty(subKey));
         // An empty path is the key itself, which can have been deleted since its handle was made.
-        if (!found || !Current().registry().Exists(*found))
+        if (!found || (*found == parent->id && !Current().registry().Exists(*found)))
             return ERROR_FILE_NOT_FOUND;
         *result = NewHandle(*found);
         return ERROR_SUCCESS;

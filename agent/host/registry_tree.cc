@@ -42,10 +42,9 @@ struct RegistryTree::Statements {
 
 namespace {
 
-// Calls `use` for each name of a path until it returns false.
-template <typename Use>
 // Calls `use` for each name of a path until it returns false. Empty names, as of a doubled or a
 // trailing backslash, are skipped.
+template <typename Use>
 void ForEachName(std::string_view path, const Use &use)
 {
     while (!path.empty()) {
@@ -103,31 +102,38 @@ std::optional<KeyId> RegistryTree::FindChild(KeyId parent, std::string_view name
     return found;
 }
 
-std::optional<KeyId> RegistryTree::Find(KeyId parent, std::string_view path)
+RegistryTree::Way RegistryTree::Walk(KeyId from, std::string_view path)
 {
     return store_.Read([&](Database &) {
-        std::optional<KeyId> key = parent;
+        const Snapshot one_look(store_);
+        Way way{from, {}};
         ForEachName(path, [&](std::string_view name) {
-            key = FindChild(*key, name);
-            return key.has_value();
+            const auto child = way.missing.empty() ? FindChild(way.key, name) : std::nullopt;
+            if (child)
+                way.key = *child;
+            else
+                way.missing.push_back(name);
+            return true;
         });
-        return key;
+        return way;
     });
+}
+
+std::optional<KeyId> RegistryTree::Find(KeyId parent, std::string_view path)
+{
+    const Way way = Walk(parent, path);
+    return way.missing.empty() ? std::optional(way.key) : std::nullopt;
 }
 
 KeyId RegistryTree::Create(KeyId parent, std::string_view path, bool *created)
 {
     const std::lock_guard lock(store_.mutex());
+    // Without the write lock first: mostly the key is there, and a command must not wait for a
+    // pass to learn that.
+    const Way way = Walk(parent, path);
+    KeyId key = way.key;
     bool made = false;
-    KeyId key = parent;
-    ForEachName(path, [&](std::string_view name) {
-        // Without the write lock first: mostly the key is there, and a command must not wait for a
-        // pass to learn that.
-        const auto child = store_.Read([&](Database &) { return FindChild(key, name); });
-        if (child) {
-            key = *child;
-            return true;
-        }
+    for (const std::string_view name : way.missing) {
         // Only of a key that would be made. One that is looked for with a longer name is not there.
         CheckKeyName(name);
         store_.Write([&](Database &database) {
@@ -141,8 +147,7 @@ KeyId RegistryTree::Create(KeyId parent, std::string_view path, bool *created)
             key = database.LastInsertId();
             made = true;
         });
-        return true;
-    });
+    }
     if (created != nullptr)
         *created = made;
     return key;

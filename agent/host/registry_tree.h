@@ -67,6 +67,12 @@ class RegistryTree {
 
   private:
     struct Statements;
+    // As far as the keys of a path are there, and the names behind the last of them. The names are parts of the path.
+    struct Way {
+        KeyId key = kRootKey;
+        std::vector<std::string_view> missing;
+    };
+    Way Walk(KeyId from, std::string_view path);
     std::optional<KeyId> FindChild(KeyId parent, std::string_view name);
 
     Store &store_;

@@ -325,7 +325,7 @@ void Deliverer::Record()
         progressed_ = true;
         throw;
     }
-    LookAtLevels(alerts::NewestAlertId(store_.database()));
+    LookAtLevels(LookAtAlerts());
 }
 
 // All sinks in one transaction. What was written is forgotten behind the commit, not before it.
@@ -373,20 +373,25 @@ void Deliverer::TakeChanges(Entry &entry) const
     }
 }
 
-// An alert that is stored is never changed, so each is counted once.
-void Deliverer::CountBytes(int64_t newest)
+// One look: in the life of a daemon without news, this is all that is read of the store. An alert that is stored is
+// never changed, so the bytes of each are counted once.
+Deliverer::Kept Deliverer::LookAtAlerts()
 {
-    bytes_ += alerts::BytesBetween(store_.database(), counted_to_, newest);
-    counted_to_ = newest;
+    const host::Snapshot one_look(store_);
+    const Kept kept{alerts::OldestAlertId(store_.database()),
+                    alerts::NewestAlertId(store_.database())};
+    if (kept.newest != counted_to_)
+        bytes_ += alerts::BytesBetween(store_.database(), counted_to_, kept.newest);
+    counted_to_ = kept.newest;
+    return kept;
 }
 
 // How many alerts of the present length can be kept.
-int64_t Deliverer::FittingAlerts(int64_t newest)
+int64_t Deliverer::FittingAlerts(const Kept &kept) const
 {
-    const int64_t kept = newest - alerts::OldestAlertId(store_.database()) + 1;
-    if (kept <= 0 || bytes_ <= 0)
+    if (kept.Count() <= 0 || bytes_ <= 0)
         return limit_;
-    return std::min<int64_t>(limit_, limit_megabytes_ * kMegabyte / (bytes_ / kept + 1));
+    return std::min<int64_t>(limit_, limit_megabytes_ * kMegabyte / (bytes_ / kept.Count() + 1));
 }
 
 // Of the oldest alerts, those that a sink has not had. Mostly none.
@@ -419,10 +424,9 @@ int64_t Deliverer::SettledId()
 // written before the alerts go, so that a crash in between drops none that no row knows of.
 void Deliverer::KeepTheLimit()
 {
-    const int64_t newest = alerts::NewestAlertId(store_.database());
-    CountBytes(newest);
-    LookAtLevels(newest);
-    const int64_t too_many = newest - alerts::OldestAlertId(store_.database()) + 1 - limit_;
+    const Kept kept = LookAtAlerts();
+    LookAtLevels(kept);
+    const int64_t too_many = kept.Count() - limit_;
     const int64_t too_long = bytes_ - (limit_megabytes_ * kMegabyte);
     alerts::Surplus surplus =
         alerts::FindSurplus(store_.database(), too_many, too_long, kRemoveAtOnce, SettledId());
@@ -463,11 +467,11 @@ void Deliverer::KeepTheLimit()
 
 // D2. Told of at 80 %, and well again only below 50 %: a sink that hovers at the edge is not told of again
 // and again.
-void Deliverer::LookAtLevels(int64_t newest)
+void Deliverer::LookAtLevels(const Kept &kept)
 {
-    const int64_t limit = FittingAlerts(newest);
+    const int64_t limit = FittingAlerts(kept);
     for (Entry &entry : entries_) {
-        const int64_t waiting = newest - entry.progress->LastId("");
+        const int64_t waiting = kept.newest - entry.progress->LastId("");
         if (waiting * 10 < limit * 8) {
             if (waiting * 2 < limit)
                 entry.level = Level::kWell;

@@ -97,9 +97,15 @@ class Deliverer {
     void KeepTheLimit();
     [[nodiscard]] int64_t SettledId();
     std::vector<alerts::Alert> NotHadByAll(int64_t up_to);
-    void CountBytes(int64_t newest);
-    [[nodiscard]] int64_t FittingAlerts(int64_t newest);
-    void LookAtLevels(int64_t newest);
+    // The alerts that are kept, by their numbers: all between the two.
+    struct Kept {
+        int64_t oldest;
+        int64_t newest;
+        [[nodiscard]] int64_t Count() const { return newest - oldest + 1; }
+    };
+    Kept LookAtAlerts();
+    [[nodiscard]] int64_t FittingAlerts(const Kept &kept) const;
+    void LookAtLevels(const Kept &kept);
     void Tell(const std::string &text) const;
 
     DelivererOptions options_;

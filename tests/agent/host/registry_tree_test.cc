@@ -1,4 +1,5 @@
 // The registry as a tree: what the C interface does not reach.
+#include "tests/agent/host/faults.h"
 #include "tests/agent/support/host_test.h"
 
 namespace {
@@ -17,6 +18,22 @@ TEST_F(RegistryTree, FindOfAnEmptyPathIsTheKeyItself)
     EXPECT_EQ(kRootKey, tree_.Find(kRootKey, ""));
     const auto key = tree_.Create(kRootKey, "Key");
     EXPECT_EQ(key, tree_.Find(key, ""));
+}
+
+// A pass asks for a dozen paths; locks and unlocks for each name of them would be most of its system calls.
+TEST_F(RegistryTree, APathIsOneLookAtTheStoreHoweverLongItIs)
+{
+    const auto parent = tree_.Create(kRootKey, "A\\B\\C\\D\\E");
+    const auto calls_of = [](const auto &action) {
+        test::CountCalls();
+        action();
+        return test::StopBreaking();
+    };
+    tree_.Find(kRootKey, "A"); // the first look behind a write is dearer
+    const int64_t one = calls_of([&] { tree_.Find(kRootKey, "A"); });
+    EXPECT_LT(0, one);
+    EXPECT_EQ(one, calls_of([&] { tree_.Find(kRootKey, "A\\B\\C\\D\\E"); }));
+    EXPECT_EQ(one, calls_of([&] { EXPECT_EQ(parent, tree_.Create(kRootKey, "A\\B\\C\\D\\E")); }));
 }
 
 TEST_F(RegistryTree, EmptyNamesInAPathAreSkipped)
