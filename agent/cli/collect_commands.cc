@@ -8,6 +8,7 @@
 #include "agent/cli/option_word.h"
 #include "agent/cli/output.h"
 #include "agent/cli/sink_commands.h"
+#include "agent/cli/table.h"
 #include "agent/fleet/collector.h"
 #include "agent/fleet/ledger.h"
 #include "agent/fleet/setup.h"

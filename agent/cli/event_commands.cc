@@ -13,6 +13,7 @@
 #include "agent/cli/command.h"
 #include "agent/cli/event_json.h"
 #include "agent/cli/output.h"
+#include "agent/cli/table.h"
 #include "agent/events/events.h"
 #include "agent/events/expressions.h"
 #include "agent/host/hit_counters.h"

@@ -7,6 +7,7 @@
 #include "agent/cli/command.h"
 #include "agent/cli/option_word.h"
 #include "agent/cli/output.h"
+#include "agent/cli/table.h"
 #include "agent/host/agent_values.h"
 #include "agent/host/waitable.h"
 #include "agent/inputs/counted_twice.h"

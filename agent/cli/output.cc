@@ -91,57 +91,6 @@ std::string Painted(const std::string &text, Paint paint)
     return begin + text + "\x1b[0m";
 }
 
-namespace {
-
-// Two blanks between columns; none behind the last one, which may be long.
-void PrintAligned(const std::vector<std::string> &row, const std::vector<size_t> &widths)
-{
-    std::string line;
-    for (size_t column = 0; column < row.size(); ++column) {
-        const std::string cell = text::Printable(row[column]);
-        line += cell;
-        if (column + 1 < row.size())
-            line += std::string(widths[column] - DisplayWidth(cell) + 2, ' ');
-    }
-    // Nothing behind the last word: a line that is full to the edge would be broken on a narrow
-    // terminal.
-    line.erase(line.find_last_not_of(' ') + 1);
-    printf("%s\n", line.c_str());
-}
-
-void PrintPlain(const std::vector<std::string> &row)
-{
-    for (size_t column = 0; column < row.size(); ++column) {
-        std::string cell = text::Printable(row[column]);
-        // Tabs separate the columns.
-        std::replace(cell.begin(), cell.end(), '\t', ' ');
-        printf("%s%s", column == 0 ? "" : "\t", cell.c_str());
-    }
-    printf("\n");
-}
-
-} // namespace
-
-void Table::Print() const
-{
-    if (!IsTerminal()) {
-        for (const auto &row : rows_)
-            PrintPlain(row);
-        return;
-    }
-    std::vector<size_t> widths;
-    for (size_t column = 0; column < heads_.size(); ++column) {
-        size_t width = DisplayWidth(heads_[column]);
-        for (const auto &row : rows_)
-            width = std::max(width, DisplayWidth(row[column]));
-        widths.push_back(width);
-    }
-    // Also of an empty table: it shows what there would be.
-    PrintAligned(heads_, widths);
-    for (const auto &row : rows_)
-        PrintAligned(row, widths);
-}
-
 void PrintValue(const std::string &text)
 {
     printf("%s\n", IsTerminal() ? text::Printable(text).c_str() : text.c_str());

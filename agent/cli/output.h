@@ -1,5 +1,4 @@
-// How results are printed: a table on a terminal, plain columns separated by tabs in a pipe, JSON
-// on request.
+// How results are printed, apart from tables: single texts, errors, JSON on request.
 //
 // What is shown may come from a log, and anybody can write to a log. So on a terminal, and in
 // columns, control characters are made visible; JSON has its own escapes. Nothing here checks
@@ -8,7 +7,6 @@
 #define AGENT_CLI_OUTPUT_H
 
 #include <string>
-#include <vector>
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -17,20 +15,6 @@ namespace cli {
 // The version of the shape of all JSON output. It grows when a field changes its meaning or goes
 // away; a new field does not change it.
 constexpr int kJsonVersion = 1;
-
-class Table {
-  public:
-    // The heads say how many columns there are: each row must have as many. They are shown on a
-    // terminal only.
-    explicit Table(std::vector<std::string> heads) : heads_(std::move(heads)) {}
-    void Add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
-    // Aligned, with heads, on a terminal; otherwise one line per row, columns separated by tabs.
-    void Print() const;
-
-  private:
-    std::vector<std::string> heads_;
-    std::vector<std::vector<std::string>> rows_;
-};
 
 // Prints a single text on a line of its own: byte for byte in a pipe, harmless on a terminal.
 void PrintValue(const std::string &text);

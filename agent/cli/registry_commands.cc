@@ -9,6 +9,7 @@
 
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
+#include "agent/cli/table.h"
 #include "agent/host/agent_values.h"
 #include "agent/regfile/reg_import.h"
 #include "agent/regfile/reg_path.h"

@@ -4,6 +4,7 @@
 
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
+#include "agent/cli/table.h"
 #include "agent/settings/settings.h"
 
 namespace cli {

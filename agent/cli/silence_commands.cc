@@ -9,6 +9,7 @@
 #include "agent/cli/author.h"
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
+#include "agent/cli/table.h"
 #include "agent/events/events.h"
 #include "agent/policy/silence_desk.h"
 #include "agent/policy/silence_registry.h"

@@ -16,6 +16,7 @@
 #include "agent/cli/option_word.h"
 #include "agent/cli/output.h"
 #include "agent/cli/sink_commands.h"
+#include "agent/cli/table.h"
 #include "agent/host/here_and_now.h"
 #include "agent/host/waitable.h"
 #include "agent/logs/log_files.h"

@@ -8,6 +8,7 @@
 
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
+#include "agent/cli/table.h"
 #include "agent/events/events.h"
 #include "agent/host/room.h"
 #include "agent/inputs/input_registry.h"

@@ -19,6 +19,7 @@
 #include "agent/cli/rendered_log.h"
 #include "agent/cli/rule_tests.h"
 #include "agent/cli/since.h"
+#include "agent/cli/table.h"
 #include "agent/cli/tally.h"
 #include "agent/cli/text_input.h"
 #include "agent/cli/trial.h"

@@ -8,6 +8,7 @@
 #include "agent/alerts/alert_store.h"
 #include "agent/cli/output.h"
 #include "agent/cli/sink_commands.h"
+#include "agent/cli/table.h"
 #include "agent/sinks/undelivered.h"
 #include "agent/text/printable.h"
 #include "agent/text/times.h"

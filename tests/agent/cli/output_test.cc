@@ -8,11 +8,14 @@
 #include <pty.h>
 #include <unistd.h>
 
+#include "tests/agent/support/standard_output.h"
+
 namespace {
 
 using cli::DisplayWidth;
 using cli::Paint;
 using cli::Painted;
+using test::StandardOutput;
 
 TEST(Output, WideCharactersTakeTwoColumnsAndJoinedOnesNone)
 {
@@ -24,27 +27,6 @@ TEST(Output, WideCharactersTakeTwoColumnsAndJoinedOnesNone)
     EXPECT_EQ(3U, DisplayWidth("a\xff"
                                "b")); // a byte that is no character is shown as a question mark
 }
-
-// Standard output is what the test wants it to be, for its life.
-class StandardOutput {
-  public:
-    explicit StandardOutput(int file) : before_(dup(STDOUT_FILENO))
-    {
-        fflush(stdout);
-        dup2(file, STDOUT_FILENO);
-    }
-    ~StandardOutput()
-    {
-        fflush(stdout);
-        dup2(before_, STDOUT_FILENO);
-        close(before_);
-    }
-    StandardOutput(const StandardOutput &) = delete;
-    StandardOutput &operator=(const StandardOutput &) = delete;
-
-  private:
-    int before_;
-};
 
 class Colours : public testing::Test {
   protected:
