@@ -32,10 +32,10 @@ class InputThreadTest : public testing::Test {
         fs::remove_all(folder_);
     }
 
-    void Add()
+    void Add(const std::string &name = "app", const std::string &files = "*.log")
     {
         inputs::InputRegistry(*store_, *registry_)
-            .Add({0, "app", inputs::kFilesKind, {{"path", {folder_ / "*.log"}}}}, "UTF-8");
+            .Add({0, name, inputs::kFilesKind, {{"path", {folder_ / files}}}}, "UTF-8");
     }
     void Write(const std::string &name, const std::string &text)
     {
@@ -52,20 +52,29 @@ class InputThreadTest : public testing::Test {
                                                    [] {}});
         thread_->SetInterval(0ms);
     }
-    // What it hands over until the text is as long as this one. The places are stored.
+    // What it hands over next; nothing: not within a minute. The places are stored.
+    std::optional<std::string> ReadBatch()
+    {
+        std::unique_lock lock(mutex_);
+        if (!ready_.wait_for(lock, 60s, [this] { return is_ready_; }))
+            return std::nullopt;
+        is_ready_ = false;
+        lock.unlock();
+        const inputs::Batch *batch = thread_->Ready();
+        std::string text = batch->text;
+        inputs::WritePlaces(*store_, *batch);
+        thread_->Stored();
+        return text;
+    }
+    // What it hands over until the text is as long as this one.
     std::string Read(const std::string &wanted)
     {
         std::string text;
         while (text.size() < wanted.size()) {
-            std::unique_lock lock(mutex_);
-            if (!ready_.wait_for(lock, 60s, [this] { return is_ready_; }))
+            const auto batch = ReadBatch();
+            if (!batch)
                 return text + "and no more";
-            is_ready_ = false;
-            lock.unlock();
-            const inputs::Batch *batch = thread_->Ready();
-            text += batch->text;
-            inputs::WritePlaces(*store_, *batch);
-            thread_->Stored();
+            text += *batch;
         }
         return text;
     }
@@ -143,6 +152,27 @@ TEST_F(InputThreadTest, IsNotCaughtUpWhileABatchWaitsToBeStored)
     EXPECT_EQ(LogLine("one"), Read(LogLine("one")));
     while (thread_->CaughtUpTo() == 0)
         std::this_thread::sleep_for(1ms);
+}
+
+// One that has more to read than fits into a batch is first each second time at most.
+TEST_F(InputThreadTest, AnInputThatFillsEachBatchKeepsNoOtherOneWaiting)
+{
+    Add("loud", "*.loud");
+    Add("quiet", "*.quiet");
+    const std::string line = LogLine(std::string(2000, 'x'));
+    for (int file = 0; file < 4; ++file) { // four batches of at least 8 MiB
+        std::string text;
+        while (text.size() < size_t{9} * 1024 * 1024)
+            text += line;
+        Write(std::to_string(file) + ".loud", text);
+    }
+    Write("a.quiet", LogLine("quiet"));
+    Start();
+    const auto first = ReadBatch();
+    const auto second = ReadBatch();
+    ASSERT_TRUE(first && second);
+    EXPECT_NE(std::string::npos, (*first + *second).find("quiet"));
+    EXPECT_LE(size_t{8} * 1024 * 1024, first->size()) << "or the batches were not full";
 }
 
 TEST_F(InputThreadTest, ANewThreadGoesOnBehindWhatWasStored)
