@@ -2,7 +2,7 @@
 #include <ctime>
 #include <map>
 #include <pthread.h>
-#include <regex>
+#include <re2/re2.h>
 #include <set>
 #include <thread>
 
@@ -37,10 +37,12 @@ class Trace : public test::RootTest {
     [[nodiscard]] std::vector<std::string> Texts() const
     {
         host::FlushTraceLog();
-        const std::regex head(R"(^\S+ \S+ \[[^\]]*\] \w+ \w+ \S+:\d+ )");
+        const RE2 head(R"(^\S+ \S+ \[[^\]]*\] \w+ \w+ \S+:\d+ )");
         std::vector<std::string> texts;
-        for (const std::string &line : ReadLines(File("trace.log")))
-            texts.push_back(std::regex_replace(line, head, ""));
+        for (std::string &line : ReadLines(File("trace.log"))) {
+            RE2::Replace(&line, head, "");
+            texts.push_back(std::move(line));
+        }
         return texts;
     }
     [[nodiscard]] std::string LastLine() const
@@ -69,9 +71,8 @@ class Trace : public test::RootTest {
 TEST_F(Trace, ARecordHasTimeThreadLevelUnitFunctionLineAndText)
 {
     TraceLog(TRACE_NOTABLE, "vkevmon", "WatchSyslog", 120, "%s %d", "text", 42);
-    EXPECT_TRUE(std::regex_match(LastLine(),
-                                 std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{6} )"
-                                            R"(\[main\] notable vkevmon WatchSyslog:120 text 42)")))
+    EXPECT_TRUE(RE2::FullMatch(LastLine(), R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{6} )"
+                                           R"(\[main\] notable vkevmon WatchSyslog:120 text 42)"))
         << LastLine();
 }
 
