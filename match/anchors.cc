@@ -193,7 +193,7 @@ uint64_t CostOfSearch(size_t length, uint64_t passed)
 // By class, if that lets little through; or else what is cheaper.
 uint64_t ChooseAnchors(const char *sample, size_t length, const MoreTexts &texts)
 {
-    constexpr uint64_t kBytesForOne = 110; // so many for each that passes are little
+    constexpr uint64_t kBytesForOne = 60; // so many for each that passes are little
     length = std::min(length, kSampleSize);
     TakeSample(sample, length);
     WeighClasses(sample, length);

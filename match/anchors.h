@@ -1,7 +1,7 @@
 // How each entry of the table is represented in the search of a block: by one keyword, its anchor.
 //
 // Two searches are possible, and the cheaper one for the log at hand is taken. In large steps (block_search.h), each anchor is
-// entered under a window of grams, and grams that are frequent or shared are avoided. By class, at every byte, one gram
+// entered under a window of grams, and grams that the log has often are avoided. By class, at every byte, one gram
 // of each anchor is enough, and the fewer different ones the better (gram_cover.h).
 //
 // A few more texts are searched for like anchors, and stand for no entry.

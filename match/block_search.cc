@@ -4,6 +4,11 @@
 #include <bitset>
 #include <cstring>
 
+#include "match/log_sample.h"
+
+uint64_t literals_compared = 0;
+uint64_t literals_found = 0;
+
 namespace {
 
 uint32_t MaskOf(GramKind kind)
@@ -74,9 +79,14 @@ uint16_t *BucketOf(BlockSearch *search, uint32_t hash)
     return &search->buckets[hash >> (32 - BlockSearch::kBucketBits)];
 }
 
+uint64_t HashKey(uint64_t value)
+{
+    return value * 0x9E3779B97F4A7C15U;
+}
+
 size_t KeySlot(uint64_t value)
 {
-    return static_cast<size_t>((value * 0x9E3779B97F4A7C15U) >> (64 - BlockSearch::kKeyBits));
+    return static_cast<size_t>(HashKey(value) >> (64 - BlockSearch::kKeyBits));
 }
 
 // One gram in 64 that is in no literal passes the map; small maps stay in the first-level cache.
@@ -140,7 +150,7 @@ void EnterGramAt(BlockSearch *search, const Searched &literal, size_t offset, si
 }
 
 // Where keys stand, from the window of their literal on, that is tried.
-constexpr int kShiftStep = 4;
+constexpr int kShiftStep = 2;
 constexpr int kMostShift = 32;
 
 int key_shifts[kMostSearched]; // by literal, while a search is made ready
@@ -158,39 +168,75 @@ uint64_t KeyOf(const Searched &literal, size_t begin)
     return BytesAt(bytes, kWord);
 }
 
-// How many different keys the literals of a list have with this shift, as far as they have the room for it. A few that
-// share a bit are taken for one.
-size_t CountKeys(const Searched *literals, const uint16_t *ids, size_t count, int shift)
+// The keys that are taken, by a hash: a few that share a bit are taken for one.
+constexpr unsigned kTakenBits = 16;
+std::bitset<size_t{1} << kTakenBits> taken;
+
+size_t TakenBit(uint64_t value)
 {
-    std::bitset<1024> seen;
+    return HashKey(value) >> (64 - kTakenBits);
+}
+
+// At most so often does the last sample (log_sample.h) have the key.
+uint32_t SampledTimesOfKey(uint64_t value)
+{
+    constexpr size_t kGram = 4;
+    char bytes[kWord];
+    memcpy(bytes, &value, sizeof bytes);
+    uint32_t least = UINT32_MAX;
+    for (size_t at = 0; at + kGram <= kWord; ++at)
+        least = std::min(least, SampledTimes(bytes + at, kGram));
+    return least;
+}
+
+// What the keys of the literals of a list cost with this shift: that they are found in vain, that they are those of other
+// literals too, and that there is no room for them.
+uint64_t CostOfShift(const Searched *literals, const uint16_t *ids, size_t count, int shift)
+{
+    constexpr uint32_t kCostOfShared = 64;
+    constexpr uint32_t kCostOfNoRoom = 64;
+    static size_t bits[kMostSearched];
+    size_t keys = 0;
+    uint64_t cost = 0;
     for (size_t i = 0; i < count; ++i) {
         const Searched &literal = literals[ids[i]];
         const size_t begin = KeyBegin(literal, shift);
-        if (static_cast<int>(begin) == literal.window + shift)
-            seen.set(KeySlot(KeyOf(literal, begin)) % seen.size());
+        if (static_cast<int>(begin) != literal.window + shift) {
+            cost += kCostOfNoRoom;
+            continue;
+        }
+        const uint64_t value = KeyOf(literal, begin);
+        const size_t bit = TakenBit(value);
+        cost += SampledTimesOfKey(value) + (taken[bit] ? kCostOfShared : 0);
+        if (!taken[bit])
+            bits[keys++] = bit;
+        taken.set(bit);
     }
-    return seen.count();
+    for (size_t i = 0; i < keys; ++i)
+        taken.reset(bits[i]);
+    return cost;
 }
 
 int BestShift(const Searched *literals, const uint16_t *ids, size_t count)
 {
     int best = 0;
-    size_t most = CountKeys(literals, ids, count, 0);
-    for (int shift = -kMostShift; shift <= kMostShift && most < count; shift += kShiftStep) {
-        const size_t keys = CountKeys(literals, ids, count, shift);
-        if (keys <= most)
+    uint64_t least = CostOfShift(literals, ids, count, 0);
+    for (int shift = -kMostShift; shift <= kMostShift && least > 0; shift += kShiftStep) {
+        const uint64_t cost = CostOfShift(literals, ids, count, shift);
+        if (cost >= least)
             continue;
         best = shift;
-        most = keys;
+        least = cost;
     }
     return best;
 }
 
-// Literals that begin their window with the same gram had better differ in their keys.
+// Literals that begin their window with the same gram had better differ in their keys, and from those before them.
 void PlaceKeys(const Searched *literals, int count, GramKind kind)
 {
     static uint16_t ids[kMostSearched];
     static uint32_t grams[kMostSearched];
+    taken.reset();
     for (int id = 0; id < count; ++id) {
         const Searched &literal = literals[id];
         ids[id] = static_cast<uint16_t>(id);
@@ -202,8 +248,11 @@ void PlaceKeys(const Searched *literals, int count, GramKind kind)
         while (end < count && grams[ids[end]] == grams[ids[begin]])
             ++end;
         const int shift = BestShift(literals, ids + begin, static_cast<size_t>(end - begin));
-        for (int i = begin; i < end; ++i)
+        for (int i = begin; i < end; ++i) {
+            const Searched &literal = literals[ids[i]];
             key_shifts[ids[i]] = shift;
+            taken.set(TakenBit(KeyOf(literal, KeyBegin(literal, shift))));
+        }
     }
 }
 
@@ -214,8 +263,8 @@ void EnterLiteral(BlockSearch *search, int id)
     const size_t begin = KeyBegin(literal, key_shifts[id]);
     const uint64_t value = KeyOf(literal, begin);
     uint16_t *const slot = &search->key_slots[KeySlot(value)];
-    search->keys[id] = {value, static_cast<uint16_t>(begin), static_cast<uint16_t>(id), *slot,
-                        static_cast<uint8_t>(length)};
+    search->keys[id + 1] = {value, static_cast<uint16_t>(begin), static_cast<uint16_t>(id), *slot,
+                            static_cast<uint8_t>(length)};
     *slot = static_cast<uint16_t>(id + 1);
     for (size_t i = 0; i < search->kind.step; ++i)
         EnterGramAt(search, literal, literal.window + i, begin, length);
@@ -319,35 +368,63 @@ bool TakeLook(SearchWalk *walk)
     return true;
 }
 
-// Takes the next group of the look: the keys that may stand at its distance.
-void TakeGroup(SearchWalk *walk)
+// Collects candidates. Whether a place is one moves an index, as in PassMap; what is not one is seldom among them.
+bool CollectCandidates(SearchWalk *walk)
 {
     const BlockSearch &search = *walk->search;
-    const Group &group = search.groups[walk->group - 1];
-    const size_t look = walk->looks[walk->looks_taken - 1];
-    walk->group = group.next;
-    if (group.back > static_cast<int64_t>(look) ||
-        GramAt(walk->text + look, search.mask) != group.gram)
-        return;
-    walk->key_at = static_cast<size_t>(static_cast<int64_t>(look) - group.back);
-    walk->key_length = group.length;
-    walk->key_value = BytesAt(walk->text + walk->key_at, group.length);
-    walk->key = search.key_slots[KeySlot(walk->key_value)];
+    int count = 0;
+    while (count < SearchWalk::kMostCandidates && (walk->group != 0 || TakeLook(walk))) {
+        const uint32_t look = walk->looks[walk->looks_taken - 1];
+        const Group &group = search.groups[walk->group - 1];
+        const int64_t at = int64_t{look} - group.back;
+        const bool fits = (GramAt(walk->text + look, search.mask) == group.gram) & (at >= 0);
+        const auto key_at = static_cast<uint32_t>(fits ? at : 0);
+        const uint64_t value = BytesAt(walk->text + key_at, group.length);
+        const uint16_t key = search.key_slots[KeySlot(value)];
+        const bool may_be_key = (search.keys[key].value == value) | (search.keys[key].next != 0);
+        walk->candidates[count] = {value, key_at, look, key, group.length};
+        count += static_cast<int>(fits & may_be_key);
+        walk->group = group.next;
+    }
+    walk->candidate_count = count;
+    walk->candidates_taken = 0;
+    return count > 0;
 }
 
-// Takes the next key of the group. True when its literal stands here.
+// Are these texts of more than a word equal?
+bool AreEqual(const char *a, const char *b, size_t length)
+{
+    for (size_t i = 0; i + kWord < length; i += kWord) {
+        if (BytesAt(a + i, kWord) != BytesAt(b + i, kWord))
+            return false;
+    }
+    return BytesAt(a + length - kWord, kWord) == BytesAt(b + length - kWord, kWord);
+}
+
+// Is the look one that finds the literal if it stands at `begin`? One that found the gram of another literal may come upon
+// its key, too. That of a literal that is cut short can be the one before it.
+bool IsLookOf(const BlockSearch &search, const Searched &literal, size_t begin, size_t look)
+{
+    return look + 1 - begin - literal.window <= search.kind.step;
+}
+
+// Takes the next key of the candidate. True when its literal stands here.
 bool TakeKey(SearchWalk *walk, Hit *hit)
 {
-    const Key &key = walk->search->keys[walk->key - 1];
+    const SearchWalk::Candidate &candidate = walk->candidates[walk->candidates_taken - 1];
+    const Key &key = walk->search->keys[walk->key];
     walk->key = key.next;
-    if (key.value != walk->key_value || key.length != walk->key_length || key.begin > walk->key_at)
+    if (key.value != candidate.value || key.length != candidate.length || key.begin > candidate.at)
         return false;
     const Searched &literal = walk->search->literals[key.literal];
-    const size_t begin = walk->key_at - key.begin;
-    *hit = {begin, walk->looks[walk->looks_taken - 1], key.literal};
+    const size_t begin = candidate.at - key.begin;
+    if (!IsLookOf(*walk->search, literal, begin, candidate.look))
+        return false;
+    *hit = {begin, candidate.look, key.literal};
+    ++literals_compared;
     return begin + literal.length <= walk->length &&
            (literal.length == key.length ||
-            memcmp(walk->text + begin, literal.text, literal.length) == 0);
+            AreEqual(walk->text + begin, literal.text, literal.length));
 }
 
 } // namespace
@@ -361,6 +438,7 @@ void BeginWalk(SearchWalk *walk, const BlockSearch *search, const char *text, si
     walk->passed = 0;
     walk->group = walk->key = 0;
     walk->look_count = walk->looks_taken = 0;
+    walk->candidate_count = walk->candidates_taken = 0;
 }
 
 uint64_t CountPassed(const BlockSearch &search, const char *text, size_t length)
@@ -375,13 +453,14 @@ uint64_t CountPassed(const BlockSearch &search, const char *text, size_t length)
 bool NextHit(SearchWalk *walk, Hit *hit)
 {
     for (;;) {
-        if (walk->key != 0) {
-            if (TakeKey(walk, hit))
-                return true;
-        } else if (walk->group != 0) {
-            TakeGroup(walk);
-        } else if (!TakeLook(walk)) {
-            return false;
+        while (walk->key != 0) {
+            if (!TakeKey(walk, hit))
+                continue;
+            ++literals_found;
+            return true;
         }
+        if (walk->candidates_taken == walk->candidate_count && !CollectCandidates(walk))
+            return false;
+        walk->key = walk->candidates[walk->candidates_taken++].key;
     }
 }

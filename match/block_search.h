@@ -61,7 +61,7 @@ struct Searched {
     uint16_t window; // where its window begins
 };
 
-// A search, made ready by PrepareSearch. Indexes of groups and keys are kept one higher: 0 is "none".
+// A search, made ready by PrepareSearch. Indexes of groups are kept one higher: 0 is "none".
 struct BlockSearch {
     static constexpr unsigned kMapBits =
         19; // as a power of two: 64 KiB, which stay in the second-level cache
@@ -100,7 +100,7 @@ struct BlockSearch {
     uint16_t buckets[size_t{1} << kBucketBits];
     uint16_t key_slots[size_t{1} << kKeyBits];
     Group groups[kMostGroups];
-    Key keys[kMostSearched];
+    Key keys[1 + kMostSearched]; // the first is none
 };
 
 // Enters `count` literals, each at least kind.window() bytes long from its window on, but for those that are cut short;
@@ -109,6 +109,10 @@ void PrepareSearch(BlockSearch *search, const Searched *literals, int count, Gra
 
 // What a search costs in a text: looks that pass the first filter.
 uint64_t CountPassed(const BlockSearch &search, const char *text, size_t length);
+
+// How many literals were compared as a whole so far, and how many of them stood there. For tests.
+extern uint64_t literals_compared;
+extern uint64_t literals_found;
 
 // A literal in a text: where it begins, and where the look was that found it.
 struct Hit {
@@ -120,20 +124,31 @@ struct Hit {
 // A walk over one text, of less than 4 GiB. Reads kGramPadding bytes behind it.
 struct SearchWalk {
     static constexpr size_t kRound = 512; // looks
+    static constexpr int kMostCandidates = 256;
+
+    // A place where the key of a literal may stand, and the first of the keys that it may be.
+    struct Candidate {
+        uint64_t value; // the bytes there
+        uint32_t at;
+        uint32_t look;
+        uint16_t key;
+        uint8_t length; // of the key
+    };
 
     const BlockSearch *search;
     const char *text;
     size_t length;
     size_t next_look;
     uint64_t passed; // looks that passed the map so far
-    // Of the round: the looks at a gram of a literal, and which of them, of its groups and of their keys come next.
-    uint16_t group, key;
-    size_t key_at;
-    uint64_t key_value;
-    uint8_t key_length;
+    // Of the round: the looks at a gram of a literal, and which of them and of its groups comes next.
     int look_count, looks_taken;
+    uint16_t group;
     uint32_t looks[kRound + ClassFilter::kWidest];
     uint16_t groups[kRound];
+    // What they have come to so far, and which candidate and which of its keys comes next.
+    int candidate_count, candidates_taken;
+    uint16_t key;
+    Candidate candidates[kMostCandidates];
 };
 
 void BeginWalk(SearchWalk *walk, const BlockSearch *search, const char *text, size_t length);

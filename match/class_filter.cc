@@ -14,7 +14,7 @@ namespace {
 
 using Lane = uint8_t __attribute__((vector_size(ClassFilter::kLane)));
 
-constexpr int kClasses = 8;
+constexpr int kClasses = ClassFilter::kClasses;
 constexpr size_t kHalves = 2; // of a byte: the lower four bits, and the upper ones
 
 // While classes are filled: how often a half has a value in the sample, and how much of that the classes let through
@@ -73,15 +73,19 @@ float PassedWith(const ClassFilter &filter, int id, const Halves &halves)
     return product;
 }
 
+void AddValues(uint8_t *classes, int id, uint16_t values)
+{
+    ForEachValue(values,
+                 [classes, id](size_t value) { classes[value] |= static_cast<uint8_t>(1U << id); });
+}
+
 void Enter(ClassFilter *filter, int id, const Halves &halves)
 {
     for (size_t byte = 0; byte < ClassFilter::kGram; ++byte) {
         for (size_t half = 0; half < kHalves; ++half) {
             const uint16_t values = halves.values[byte][half];
             passed[id][byte][half] = PassedAt(*filter, id, byte, half, values);
-            ForEachValue(values, [&](size_t value) {
-                filter->classes[byte][half][value] |= static_cast<uint8_t>(1U << id);
-            });
+            AddValues(filter->classes[byte][half], id, values);
         }
     }
 }
@@ -188,6 +192,15 @@ void AddToClasses(ClassFilter *filter, const char *gram, size_t known)
         }
     }
     Enter(filter, best, halves);
+}
+
+void AddToClass(ClassFilter *filter, int id, const char *gram, size_t known)
+{
+    const Halves halves(gram, known);
+    for (size_t byte = 0; byte < ClassFilter::kGram; ++byte) {
+        for (size_t half = 0; half < kHalves; ++half)
+            AddValues(filter->classes[byte][half], id, halves.values[byte][half]);
+    }
 }
 
 namespace {

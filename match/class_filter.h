@@ -15,6 +15,7 @@
 
 struct ClassFilter {
     static constexpr size_t kGram = 3;
+    static constexpr int kClasses = 8;
     static constexpr size_t kLane = 16;
     static constexpr size_t kWidest = 32; // places looked at together, at most
 
@@ -31,6 +32,9 @@ void WeighClasses(const char *sample, size_t length);
 
 // Lets a gram through. `known` is 3, or 2 when the third byte may be any.
 void AddToClasses(ClassFilter *filter, const char *gram, size_t known);
+
+// The same, with the class for it: for grams of which it is known how they belong together. Below kClasses.
+void AddToClass(ClassFilter *filter, int id, const char *gram, size_t known);
 
 // Writes the places from `begin` to `end` - 1 at which a gram may stand to `places`, in order, and returns how many they
 // are. There is room for all, and for ClassFilter::kWidest more. ClassFilter::kWidest + 2 bytes behind the text can be read.

@@ -124,14 +124,26 @@ CrowdKeyword MakeCrowdKeyword(const Member &member)
 // Enters the members, those of each pair together.
 void EnterMembers(Crowd *crowd)
 {
-    for (int pair = 0; pair < crowd->filter.count; ++pair) {
+    for (int pair = 0; pair < crowd->pairs.count; ++pair) {
         crowd->of_pair[pair] = crowd_keywords + crowd_keyword_count;
         for (int i = 0; i < member_count; ++i) {
             if (members[i].pair == pair)
                 crowd_keywords[crowd_keyword_count++] = MakeCrowdKeyword(members[i]);
         }
     }
-    crowd->of_pair[crowd->filter.count] = crowd_keywords + crowd_keyword_count;
+    crowd->of_pair[crowd->pairs.count] = crowd_keywords + crowd_keyword_count;
+}
+
+// The pair of each member, and the byte behind it where the keyword has one: fewer places have all three. Those of a
+// pair share a class.
+void ClassMembers(Crowd *crowd)
+{
+    for (int i = 0; i < member_count; ++i) {
+        const SieveKeyword &keyword = sieve_keywords[members[i].keyword];
+        const size_t offset = members[i].offset;
+        AddToClass(&crowd->classes, members[i].pair % ClassFilter::kClasses, keyword.text + offset,
+                   std::min(keyword.length - offset, ClassFilter::kGram));
+    }
 }
 
 // Makes a crowd of the entries under an anchor, if few pairs of bytes are in all of them.
@@ -140,9 +152,10 @@ void GatherCrowd(uint16_t anchor)
     Crowd &crowd = crowds[crowd_count];
     crowd = {};
     CollectMembers(anchor);
-    if (!GivePairs(anchor, &crowd.filter))
+    if (!GivePairs(anchor, &crowd.pairs))
         return;
     EnterMembers(&crowd);
+    ClassMembers(&crowd);
     crowd_of_anchor[anchor] = static_cast<uint16_t>(crowd_count++);
 }
 
@@ -163,4 +176,11 @@ const Crowd *CrowdOf(uint16_t anchor)
 {
     const uint16_t crowd = crowd_of_anchor[anchor];
     return crowd == kNoneSieved ? nullptr : &crowds[crowd];
+}
+
+int FindOfCrowd(const Crowd &crowd, const char *text, size_t begin, size_t end, uint32_t *places)
+{
+    static const bool by_class = ClassFilterWorks();
+    return by_class ? PassClasses(crowd.classes, text, begin, end, places)
+                    : FindPairs(crowd.pairs, text, begin, end, places);
 }

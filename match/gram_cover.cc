@@ -131,8 +131,10 @@ void CountWaiting()
 float GreatestValue()
 {
     float greatest = 0;
-    for (size_t slot = 0; slot < kSlots; ++slot)
-        greatest = std::max(greatest, ValueOf(slot));
+    for (size_t slot = 0; slot < kSlots; ++slot) {
+        if (waiting[slot] > 0)
+            greatest = std::max(greatest, ValueOf(slot));
+    }
     return greatest;
 }
 

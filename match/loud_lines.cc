@@ -14,6 +14,7 @@
 
 size_t next_loud_look = SIZE_MAX;
 uint64_t sieves_made = 0;
+uint64_t seconds_compared = 0;
 
 namespace {
 
@@ -78,8 +79,12 @@ bool Holds(const Line &line, uint16_t id)
     const uint16_t offset = rarest_pair[id];
     PairFilter filter{};
     AddPair(&filter, keyword.text + offset);
-    return AnyPairPlace(filter, line.text, line.length,
-                        [&](size_t place) { return StandsAt(line, keyword, place, offset); });
+    return AnyPlace(
+        [&filter](const char *text, size_t begin, size_t end, uint32_t *places) {
+            return FindPairs(filter, text, begin, end, places);
+        },
+        line.text, line.length,
+        [&](size_t place) { return StandsAt(line, keyword, place, offset); });
 }
 
 // The anchor is in the line for certain.
@@ -104,19 +109,26 @@ bool IsSecondAt(const Line &line, const CrowdKeyword &second, size_t place)
         return false;
     uint64_t bytes = 0;
     memcpy(&bytes, line.text + place - second.offset, sizeof bytes);
-    return (bytes & second.mask) == second.value &&
-           StandsAt(line, sieve_keywords[second.keyword], place, second.offset);
+    if ((bytes & second.mask) != second.value)
+        return false;
+    const SieveKeyword &keyword = sieve_keywords[second.keyword];
+    return keyword.length > sizeof bytes ? StandsAt(line, keyword, place, second.offset)
+                                         : place - second.offset + keyword.length <= line.length;
 }
 
 void NoteMatchesOfCrowd(const Line &line, const Crowd &crowd, uint16_t anchor, LineMatches *matches)
 {
-    ForEachPairPlace(crowd.filter, line.text, line.length, [&](size_t place) {
-        const int pair = PairAt(crowd.filter, line.text + place);
-        for (const CrowdKeyword *i = crowd.of_pair[pair]; i != crowd.of_pair[pair + 1]; ++i) {
-            if (IsSecondAt(line, *i, place) &&
-                HasAllKeywords(line, sieve_entries[i->entry], anchor))
-                NoteMatch(matches, sieve_entries[i->entry].index);
+    const auto find = [&crowd](const char *text, size_t begin, size_t end, uint32_t *places) {
+        return FindOfCrowd(crowd, text, begin, end, places);
+    };
+    AnyPlace(find, line.text, line.length, [&](size_t place) {
+        ++seconds_compared;
+        for (const CrowdKeyword &second : SecondsAt(crowd, line.text + place)) {
+            if (IsSecondAt(line, second, place) &&
+                HasAllKeywords(line, sieve_entries[second.entry], anchor))
+                NoteMatch(matches, sieve_entries[second.entry].index);
         }
+        return false; // on to the next place
     });
 }
 

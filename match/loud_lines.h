@@ -41,8 +41,9 @@ void SieveBlock(const char *block, size_t length);
 // it looks like now is worth its price. Says so the later, the more often it has been made in this pass.
 bool SieveHasAged();
 
-// How many were made so far. For tests.
+// How many were made so far, and at how many places second keywords of crowds (crowds.h) were compared. For tests.
 extern uint64_t sieves_made;
+extern uint64_t seconds_compared;
 
 // The look that found the next hit of the block; SIZE_MAX when there is none. A line that ends at or before it holds
 // nothing.

@@ -30,13 +30,14 @@ inline int AddPair(PairFilter *filter, const char *pair)
     return filter->count++;
 }
 
-// The number of the pair that stands at `text`, which is one of the filter.
+// The number of the pair that stands at `text`; -1 when it is none of the filter's.
 inline int PairAt(const PairFilter &filter, const char *text)
 {
-    int i = 0;
-    while (memcmp(filter.pairs[i], text, 2) != 0)
-        ++i;
-    return i;
+    for (int i = 0; i < filter.count; ++i) {
+        if (memcmp(filter.pairs[i], text, 2) == 0)
+            return i;
+    }
+    return -1;
 }
 
 // Writes the places from `begin` to `end` - 1 at which a pair stands to `places`, in order, and returns how many they
@@ -45,32 +46,22 @@ inline int PairAt(const PairFilter &filter, const char *text)
 int FindPairs(const PairFilter &filter, const char *text, size_t begin, size_t end,
               uint32_t *places);
 
-// Calls `act` with each place of a pair that begins in the first `length` bytes, in order, until it returns true.
-// Returns whether it did. PairFilter::kWidest + 1 bytes behind the text can be read.
-template <class Act>
-bool AnyPairPlace(const PairFilter &filter, const char *text, size_t length, Act act)
+// Finds the places of a text, a round at a time, as FindPairs does with its last four arguments, and calls `act` with each,
+// in order, until it returns true. Returns whether it did. What `find` may read behind the text can be read.
+template <class Find, class Act>
+bool AnyPlace(Find find, const char *text, size_t length, Act act)
 {
     constexpr size_t kRound = 256;
     uint32_t places[kRound + PairFilter::kWidest];
     for (size_t begin = 0; begin < length; begin += kRound) {
         const size_t end = begin + kRound < length ? begin + kRound : length;
-        const int count = FindPairs(filter, text, begin, end, places);
+        const int count = find(text, begin, end, places);
         for (int i = 0; i < count; ++i) {
             if (act(size_t{places[i]}))
                 return true;
         }
     }
     return false;
-}
-
-// The same with each place.
-template <class Act>
-void ForEachPairPlace(const PairFilter &filter, const char *text, size_t length, Act act)
-{
-    AnyPairPlace(filter, text, length, [&act](size_t place) {
-        act(place);
-        return false;
-    });
 }
 
 #endif // MATCH_PAIR_FILTER_H

@@ -10,13 +10,14 @@ namespace {
 uint16_t users[kSampleSlots]; // windows that have a gram of the slot
 GramKind chosen_kind;
 
-// A look that passes the map in vain, against one more literal that shares the gram.
+// A look that passes the map, against one more literal that shares the gram.
 constexpr uint32_t kCostOfLook = 64;
 
+// A gram that is looked up in any case passes the map no more often for one more literal.
 uint32_t CostOfGram(const char *gram)
 {
     const size_t slot = SampleSlot(gram, chosen_kind.size);
-    return (SampledInSlot(slot, chosen_kind.size) * kCostOfLook) + users[slot];
+    return users[slot] > 0 ? users[slot] : SampledInSlot(slot, chosen_kind.size) * kCostOfLook;
 }
 
 } // namespace

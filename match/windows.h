@@ -13,11 +13,12 @@ void BeginWindows(GramKind kind);
 // The window of a text of at least kind.window() bytes that costs least.
 struct Window {
     uint16_t begin;
-    uint32_t cost; // how often its grams occur, and how many windows share them
+    uint32_t
+        cost; // how often the log has those of its grams that no window has yet, and how many windows have the others
 };
 Window CheapestWindow(const char *text, size_t length);
 
-// The window is used: others had better not share its grams.
+// The window is used: its grams are looked up from now on, and cost others little.
 void TakeWindow(const char *text, Window window);
 
 #endif // MATCH_WINDOWS_H

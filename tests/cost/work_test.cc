@@ -2,6 +2,8 @@
 // is counted, and here is how much of it there may be.
 #include <string>
 
+#include "match/block_search.h"
+#include "match/class_filter.h"
 #include "match/compiled.h"
 #include "match/index.h"
 #include "match/loud_lines.h"
@@ -19,6 +21,9 @@ struct Work {
     uint64_t indexes = indexes_built;
     uint64_t stretches = stretches_searched;
     uint64_t sieves = sieves_made;
+    uint64_t seconds = seconds_compared;
+    uint64_t compared = literals_compared;
+    uint64_t found = literals_found;
     uint64_t expressions = expressions_compiled;
     uint64_t stamps = stamps_learned;
     uint64_t zones = zones_looked_up;
@@ -30,6 +35,9 @@ struct Work {
         work.indexes = indexes - before.indexes;
         work.stretches = stretches - before.stretches;
         work.sieves = sieves - before.sieves;
+        work.seconds = seconds - before.seconds;
+        work.compared = compared - before.compared;
+        work.found = found - before.found;
         work.expressions = expressions - before.expressions;
         work.stamps = stamps - before.stamps;
         work.zones = zones - before.zones;
@@ -47,6 +55,15 @@ class WorkOfAPass : public SyslogScanTest {
         std::string news;
         for (int i = 0; i < lines; ++i)
             news += Line(text + std::to_string(i), (i / kLinesOfASecond) - 3000) + "\n";
+        return news;
+    }
+
+    // Of two kinds, one after the other.
+    static std::string QuietLinesOf(int lines, const std::string &odd, const std::string &even)
+    {
+        std::string news;
+        for (int i = 0; i < lines; ++i)
+            news += Line((i % 2 == 0 ? even : odd) + std::to_string(i), -3000) + "\n";
         return news;
     }
 
@@ -119,6 +136,41 @@ TEST_F(WorkOfAPass, ChoosesAnewWhatToSearchForWhenTheLogHasChanged)
                              QuietLines(80000, "isk failure, isk failure, isk failure, "));
     EXPECT_LE(2U, work.sieves);
     EXPECT_GE(4U, work.sieves);
+}
+
+// Behind a phrase that many entries share, their second keywords are looked for by what they begin with: three bytes of it,
+// where the processor can.
+TEST_F(WorkOfAPass, ComparesSecondKeywordsOnlyWhereTheyMayStand)
+{
+    if (!ClassFilterWorks())
+        GTEST_SKIP() << "this processor looks for two bytes";
+    for (const char *device : {"qz1", "qz2", "qz3", "qz4", "qz5", "qz6"})
+        AddEntry({.keywords = {"link went down on", device, ""}});
+    constexpr int kLines = 80000;
+    const Work work =
+        OfNews(QuietLinesOf(kLines, "link went down on qz, z1 z2 z3 z4 z5 z6 are well, number ",
+                            "qz1 qz2 qz3 qz4 qz5 qz6 are well, number "));
+    EXPECT_LE(uint64_t{kLines} / 3, work.found); // the phrase
+    EXPECT_GE(uint64_t{kLines} / 100, work.seconds);
+}
+
+// Of phrases put together from a few parts, the whole is mostly compared where what differs stands.
+TEST_F(WorkOfAPass, ComparesPhrasesWhereTheyDifferAndNotWhereTheyAreAlike)
+{
+    constexpr int kLines = 80000;
+    std::vector<std::string> phrases;
+    for (const char *subject : {"link state", "write cache", "path check", "device reset", "bus"}) {
+        for (const char *state : {"was refused by", "lost its quorum at", "is unstable on"}) {
+            phrases.push_back(std::string(subject) + " " + state);
+            AddEntry({.keywords = {phrases.back(), "", ""}, .report_count = 2 * kLines});
+        }
+    }
+    std::string news;
+    for (size_t i = 0; i < kLines; ++i)
+        news += Line(phrases[i % phrases.size()] + " number " + std::to_string(i), -3000) + "\n";
+    const Work work = OfNews(news);
+    EXPECT_LE(uint64_t{kLines} * 9 / 10, work.found);
+    EXPECT_GE(work.found * 5 / 2, work.compared);
 }
 
 TEST_F(WorkOfAPass, OnAFaultTolerantServerCompilesEachExpressionOnce)
