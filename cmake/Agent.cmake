@@ -50,7 +50,7 @@ function(add_program name)
                           BUILD_RPATH "$ORIGIN/../lib" INSTALL_RPATH "${SYSLOGMON_ROOT}/lib")
 endfunction()
 
-add_agent_folder(text base64.cc duration.cc last_words.cc printable.cc say.cc split.cc suggestion.cc text_file.cc times.cc utf8.cc whole_file.cc)
+add_agent_folder(text base64.cc duration.cc last_words.cc printable.cc say.cc split.cc suggestion.cc template.cc text_file.cc times.cc utf8.cc whole_file.cc)
 
 add_agent_folder(commandline UNHURRIED parser.cc)
 target_link_libraries(agent_commandline PRIVATE agent_text CLI11::CLI11)
@@ -84,7 +84,7 @@ target_link_libraries(agent_policy PUBLIC agent_alerts agent_events PRIVATE agen
 add_agent_folder(nats UNHURRIED connection.cc)
 target_link_libraries(agent_nats PUBLIC ${NATS})
 
-add_agent_folder(sinks UNHURRIED alert_json.cc alertmanager_sink.cc backoff.cc console_sink.cc deliverer.cc
+add_agent_folder(sinks UNHURRIED alert_json.cc alertmanager_sink.cc backoff.cc body_template.cc console_sink.cc deliverer.cc
     delivery_store.cc digest.cc file_sink.cc file_trust.cc heartbeat.cc held_store.cc http.cc journal_sink.cc mail_sink.cc mail_text.cc
     option_checks.cc program_sink.cc progress.cc rate.cc route.cc sink.cc sink_kinds.cc sink_registry.cc snmp_sink.cc
     syslog_sink.cc syslog_words.cc undelivered.cc webhook_format.cc webhook_sink.cc worker.cc nats_options.cc nats_sink.cc)

@@ -6,15 +6,14 @@
 #ifndef AGENT_POLICY_SUMMARY_H
 #define AGENT_POLICY_SUMMARY_H
 
-#include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
+#include "agent/text/template.h"
+
 namespace policy {
 
-// By name. One that is empty is as good as none.
-using TemplateValues = std::map<std::string, std::string>;
+using text::TemplateValues;
 
 // The names that every template knows.
 extern const std::vector<std::string> kTemplateNames;
@@ -23,21 +22,16 @@ extern const std::vector<std::string> kTemplateNames;
 // neither of kTemplateNames nor of `further`.
 void CheckTemplate(const std::string &text, const std::vector<std::string> &further = {});
 
-// A template, read once.
+// A template, read once. One that CheckTemplate does not let pass stands for itself.
 class Template {
   public:
-    // One that CheckTemplate does not let pass stands for itself.
     explicit Template(const std::string &text);
-    ~Template();
-    Template(Template &&other) noexcept;
 
     // At most 4096 bytes of it, cut behind a whole character.
     [[nodiscard]] std::string Render(const TemplateValues &values) const;
 
   private:
-    struct Parsed;
-    std::string text_;
-    std::unique_ptr<Parsed> parsed_; // null: it cannot be read
+    text::Template template_;
 };
 
 } // namespace policy

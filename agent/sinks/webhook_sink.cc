@@ -1,6 +1,9 @@
 // Kind "webhook": an HTTP POST for each alert. The header Idempotency-Key lets the receiver tell a
 // repeat from a new alert.
+#include <optional>
+
 #include "agent/host/error.h"
+#include "agent/sinks/body_template.h"
 #include "agent/sinks/http.h"
 #include "agent/sinks/option_checks.h"
 #include "agent/sinks/sink_kinds.h"
@@ -30,6 +33,28 @@ FormatSettings SettingsOf(const SinkConfig &config, Secrets &secrets)
     return settings;
 }
 
+// Of a body of one's own; that of a format is known with it.
+std::string TypeOfBody(const SinkConfig &config)
+{
+    return config.Has("content-type") ? config.Get("content-type") : "application/json";
+}
+
+// A body of one's own; nothing when the format says what it is.
+std::optional<BodyTemplate> OwnTemplate(const SinkConfig &config)
+{
+    if (!config.Has("body-file")) {
+        if (config.Has("content-type"))
+            throw host::Error("cannot make a sink of kind webhook",
+                              "a content type is for a body of one's own", "add body-file=FILE");
+        return std::nullopt;
+    }
+    if (config.options.contains("format"))
+        throw host::Error("cannot make a sink of kind webhook",
+                          "it has both a format and a body of its own",
+                          "leave out one of format and body-file");
+    return BodyTemplate(config.Get("body-file"), TypeOfBody(config));
+}
+
 std::string CheckFormat(const std::string &value)
 {
     return CheckWord(value, FormatNames().c_str());
@@ -41,8 +66,9 @@ class WebhookSink : public Sink {
   public:
     WebhookSink(std::string url, const SinkConfig &config, Secrets &secrets)
         : url_(std::move(url)), format_(FindFormat(config.Get("format"))),
-          settings_(SettingsOf(config, secrets)),
-          client_(config, secrets, format_.content_type, format_.authorization)
+          settings_(SettingsOf(config, secrets)), template_(OwnTemplate(config)),
+          client_(config, secrets, template_ ? TypeOfBody(config) : format_.content_type,
+                  format_.authorization)
     {
     }
     Outcome Send(std::span<const Message> messages, const Interrupt &interrupt) override
@@ -50,8 +76,15 @@ class WebhookSink : public Sink {
         // One at a time: batch() is 1, since a receiver could take some of many and refuse the
         // others.
         const Message &message = messages[0];
-        const HttpReply reply = client_.Post(url_, format_.body(message, settings_),
-                                             {"Idempotency-Key: " + message.key}, interrupt);
+        std::string body;
+        try {
+            body = template_ ? template_->Render(message) : format_.body(message, settings_);
+        } catch (const host::Error &error) {
+            // This alert alone is the reason: others go on, and it waits among those put aside.
+            return Refused(error.what());
+        }
+        const HttpReply reply =
+            client_.Post(url_, body, {"Idempotency-Key: " + message.key}, interrupt);
         Outcome outcome = Judge(reply, messages.first(1));
         if (outcome.result == Outcome::Result::kTaken && format_.is_rejected != nullptr &&
             format_.is_rejected(reply.text))
@@ -63,6 +96,7 @@ class WebhookSink : public Sink {
     std::string url_;
     const WebhookFormat &format_;
     FormatSettings settings_;
+    std::optional<BodyTemplate> template_; // in place of what the format makes
     HttpClient client_;
 };
 
@@ -114,6 +148,11 @@ SinkKind WebhookKind()
          "mattermost, "
          "ntfy, pagerduty, opsgenie, cloudevents, otlp",
          CheckFormat},
+        {"body-file", "FILE", "",
+         "a template of the body instead, with {{host}}, {{message}} and all fields of an alert",
+         CheckPath},
+        {"content-type", "TYPE", "", "of body-file; application/json unless set",
+         CheckContentType},
         {"topic", "NAME", "", "the topic of ntfy", CheckText},
         {"routing-key-file", "FILE", "", "a file with the routing key of PagerDuty", CheckPath,
          true},
