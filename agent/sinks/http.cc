@@ -4,7 +4,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
-#include <memory>
+#include <new>
 #include <unistd.h>
 
 #include <curl/curl.h>
@@ -46,21 +46,6 @@ size_t OnBody(const char *data, size_t, size_t size, void *text)
     auto *kept = static_cast<std::string *>(text);
     kept->append(data, std::min(size, kMaxReply - kept->size()));
     return size;
-}
-
-struct FreeList {
-    void operator()(curl_slist *list) const { curl_slist_free_all(list); }
-};
-using HeaderList = std::unique_ptr<curl_slist, FreeList>;
-
-// libcurl gives the new head of the list, or null and leaves the old one.
-void Append(HeaderList &list, const std::string &header)
-{
-    curl_slist *longer = curl_slist_append(list.get(), header.c_str());
-    if (longer == nullptr)
-        throw std::bad_alloc();
-    list.release();
-    list.reset(longer);
 }
 
 // Both files or none. That they can be read is looked at here, for a better message than libcurl's.
@@ -118,6 +103,25 @@ void CheckIsNoSecret(const std::string &name)
 }
 
 } // namespace
+
+void FreeCurlList::operator()(curl_slist *list) const
+{
+    curl_slist_free_all(list);
+}
+
+CurlList CurlListOf(const std::vector<std::string> &texts)
+{
+    CurlList list;
+    for (const std::string &text : texts) {
+        // The new head of the list, or null, which leaves the old one.
+        curl_slist *longer = curl_slist_append(list.get(), text.c_str());
+        if (longer == nullptr)
+            throw std::bad_alloc();
+        (void)list.release();
+        list.reset(longer);
+    }
+    return list;
+}
 
 CurlHandle::CurlHandle(const SinkConfig &config) : handle_(curl_easy_init())
 {
@@ -193,11 +197,9 @@ HttpReply HttpClient::Post(const std::string &url, const std::string &body,
 {
     // libcurl copies neither this list nor the body: both live until the request is over, and the
     // list is taken away from the handle before it goes.
-    HeaderList list;
-    for (const std::string &header : headers_)
-        Append(list, header);
-    for (const std::string &header : headers)
-        Append(list, header);
+    std::vector<std::string> all = headers_;
+    all.insert(all.end(), headers.begin(), headers.end());
+    const CurlList list = CurlListOf(all);
     std::string text;
     CURL *handle = curl_.get();
     curl_easy_setopt(handle, CURLOPT_URL, url.c_str());

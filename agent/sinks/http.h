@@ -4,14 +4,24 @@
 #ifndef AGENT_SINKS_HTTP_H
 #define AGENT_SINKS_HTTP_H
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "agent/sinks/sink.h"
 
 using CURL = void;
+struct curl_slist;
 
 namespace sinks {
+
+// A list of texts for libcurl, which copies texts that are set and not lists.
+struct FreeCurlList {
+    void operator()(curl_slist *list) const;
+};
+using CurlList = std::unique_ptr<curl_slist, FreeCurlList>;
+// Throws std::bad_alloc.
+CurlList CurlListOf(const std::vector<std::string> &texts);
 
 // An easy handle of libcurl with what all sinks want: no signals, time limits, an own CA file, an
 // end when the interrupt is raised.

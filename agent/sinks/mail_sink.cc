@@ -1,8 +1,8 @@
 // Kind "mail": a mail by SMTP, through libcurl. Alerts that wait together go in one mail.
 #include <algorithm>
-#include <cstring>
 #include <ctime>
 #include <memory>
+#include <new>
 #include <sstream>
 
 #include <curl/curl.h>
@@ -31,13 +31,21 @@ std::vector<std::string> Split(const std::string &list)
     return parts;
 }
 
-// What is left to be sent of a text.
-size_t OnRead(char *buffer, size_t, size_t size, void *left)
+struct FreeMime {
+    void operator()(curl_mime *mime) const { curl_mime_free(mime); }
+};
+using Mime = std::unique_ptr<curl_mime, FreeMime>;
+
+// A mail of one part. libcurl copies the text.
+Mime MimeOf(CURL *handle, const std::string &text)
 {
-    auto *text = static_cast<std::string_view *>(left);
-    const size_t count = text->copy(buffer, size);
-    text->remove_prefix(count);
-    return count;
+    Mime mime(curl_mime_init(handle));
+    curl_mimepart *part = mime ? curl_mime_addpart(mime.get()) : nullptr;
+    if (part == nullptr || curl_mime_data(part, text.data(), text.size()) != CURLE_OK ||
+        curl_mime_type(part, "text/plain; charset=utf-8") != CURLE_OK ||
+        curl_mime_encoder(part, "quoted-printable") != CURLE_OK)
+        throw std::bad_alloc();
+    return mime;
 }
 
 // Keeps its connection from one mail to the next, as the other sinks of libcurl do. libcurl copies
@@ -46,17 +54,13 @@ class MailSink : public Sink {
   public:
     MailSink(const SinkConfig &config, Secrets &secrets)
         : curl_(config), from_(config.Get("from")), to_(config.Get("to")),
-          batch_(static_cast<size_t>(config.Number("digest")))
+          receivers_(CurlListOf(Split(to_))), batch_(static_cast<size_t>(config.Number("digest")))
     {
         CURL *handle = curl_.get();
         curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "smtp,smtps");
         curl_easy_setopt(handle, CURLOPT_URL, config.Get("server").c_str());
         curl_easy_setopt(handle, CURLOPT_MAIL_FROM, from_.c_str());
-        for (const std::string &receiver : Split(to_))
-            receivers_ = curl_slist_append(receivers_, receiver.c_str());
-        curl_easy_setopt(handle, CURLOPT_MAIL_RCPT, receivers_);
-        curl_easy_setopt(handle, CURLOPT_UPLOAD, 1L);
-        curl_easy_setopt(handle, CURLOPT_READFUNCTION, OnRead);
+        curl_easy_setopt(handle, CURLOPT_MAIL_RCPT, receivers_.get());
         const std::string tls = config.Get("tls");
         // With a user, nothing is sent without TLS. CheckTogether refuses tls=none for that, except
         // over smtps, which is encrypted from its beginning.
@@ -71,29 +75,32 @@ class MailSink : public Sink {
                              secrets.Read(config.Get("password-file")).c_str());
         }
     }
-    ~MailSink() override { curl_slist_free_all(receivers_); }
-    MailSink(const MailSink &) = delete;
-    MailSink &operator=(const MailSink &) = delete;
 
     Outcome Send(std::span<const Message> messages, const Interrupt &interrupt) override
     {
-        const std::string text = MailText(messages, from_, to_, time(nullptr));
-        // Of this mail; OnRead takes from it. Both end with this call, and each call sets its own.
-        std::string_view left = text;
-        curl_easy_setopt(curl_.get(), CURLOPT_READDATA, &left);
+        CURL *handle = curl_.get();
+        // Of this mail: both are taken away from the handle before they go.
+        const CurlList headers = CurlListOf(MailHeaders(messages, from_, to_, time(nullptr)));
+        const Mime mime = MimeOf(handle, MailBody(messages));
+        curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
+        curl_easy_setopt(handle, CURLOPT_MIMEPOST, mime.get());
         const std::string failure = curl_.Perform(interrupt);
+        curl_easy_setopt(handle, CURLOPT_MIMEPOST, nullptr);
+        curl_easy_setopt(handle, CURLOPT_HTTPHEADER, nullptr);
         if (failure.empty())
             return AllTaken(messages, "the mail server has taken it");
         long code = 0;
-        curl_easy_getinfo(curl_.get(), CURLINFO_RESPONSE_CODE, &code);
+        curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &code);
+        curl_off_t sent = 0; // bytes of the mail
+        curl_easy_getinfo(handle, CURLINFO_SIZE_UPLOAD_T, &sent);
         const std::string answer =
             failure + (code > 0 ? " (SMTP " + std::to_string(code) + ")" : "");
         // 421: it takes none at present. 43x and 53x: it wants to know who we are. Neither has to do
         // with this mail.
         const bool is_of_server = code == 421 || code / 10 == 43 || code / 10 == 53;
-        // An answer of 4xx or 5xx, or a part of the text was read: the server has seen enough of
+        // An answer of 4xx or 5xx, or a part of the text was sent: the server has seen enough of
         // this mail for it to be the reason.
-        const bool had_it = code >= 400 || left.size() < text.size();
+        const bool had_it = code >= 400 || sent > 0;
         return had_it && !is_of_server ? Refused(answer) : Failed(answer);
     }
     [[nodiscard]] size_t batch() const override { return batch_; }
@@ -102,8 +109,8 @@ class MailSink : public Sink {
     CurlHandle curl_;
     std::string from_;
     std::string to_;
+    CurlList receivers_;
     size_t batch_;
-    curl_slist *receivers_ = nullptr;
 };
 
 // No user and no password in it, since settings are shown.

@@ -1,11 +1,15 @@
 #include "agent/sinks/mail_text.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <cctype>
+#include <cstring>
 #include <ctime>
+#include <sstream>
 
 #include "agent/events/events.h"
 #include "agent/sinks/alert_json.h"
+#include "agent/text/base64.h"
+#include "agent/text/printable.h"
 #include "agent/text/times.h"
 
 namespace sinks {
@@ -14,6 +18,9 @@ namespace {
 
 // A header line may have 998; a subject that long shows nobody more.
 constexpr size_t kMaxSubject = 200; // bytes
+// Of the text in an encoded word. In base64, with what stands around it and behind "Subject: ", a line of 73
+// characters; 76 are allowed.
+constexpr size_t kBytesOfAWord = 39;
 
 // Held-back events that a mail tells of one by one: some pages.
 constexpr size_t kEventsInAMail = 100;
@@ -29,16 +36,36 @@ std::string MailDate(int64_t now)
     return text;
 }
 
-// A header is ASCII and one line: a line of a log must not be able to add headers or end them. What
-// is not ASCII is in the body, whole.
+// Not inside of a character: its further bytes begin with the bits 10.
+std::string Head(const std::string &text, size_t most)
+{
+    size_t end = std::min(text.size(), most);
+    while (end > 0 && end < text.size() && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U)
+        --end;
+    return text.substr(0, end);
+}
+
+// One line of UTF-8.
+std::string OneLine(std::string text)
+{
+    std::replace(text.begin(), text.end(), '\t', ' ');
+    return text::Printable(text);
+}
+
+// A header is ASCII: other text goes in words of base64 (RFC 2047), each on a line of its own. So does one that
+// looks like such a word, or a line of a log could write what it does not say.
 std::string HeaderText(std::string text)
 {
-    for (char &c : text) {
-        if (c < ' ' || c > '~')
-            c = '?';
+    const bool is_ascii = std::all_of(text.begin(), text.end(), [](char c) { return c > 0; });
+    if (is_ascii && text.find("=?") == std::string::npos)
+        return text;
+    std::string words;
+    while (!text.empty()) {
+        const std::string piece = Head(text, kBytesOfAWord);
+        words += (words.empty() ? "" : "\r\n ") + ("=?UTF-8?B?" + text::EncodeBase64(piece)) + "?=";
+        text.erase(0, piece.size());
     }
-    text.resize(std::min(text.size(), kMaxSubject));
-    return text;
+    return words;
 }
 
 std::string Subject(std::span<const Message> messages)
@@ -50,7 +77,18 @@ std::string Subject(std::span<const Message> messages)
         text += std::to_string(messages.size()) + " alerts, first ";
     else if (!first.digest.IsEmpty())
         text += std::to_string(first.digest.Whole().alerts + 1) + " alerts, last ";
-    return HeaderText(text + AlertSummary(first));
+    return HeaderText(Head(OneLine(text + AlertSummary(first)), kMaxSubject));
+}
+
+// A receiver a line: no line of a mail may have more than 998 characters.
+std::string Folded(const std::string &to)
+{
+    std::string lines;
+    for (const char c : to) {
+        lines += c;
+        lines += c == ',' ? "\r\n " : "";
+    }
+    return lines;
 }
 
 std::string MessageId(std::span<const Message> messages)
@@ -59,8 +97,14 @@ std::string MessageId(std::span<const Message> messages)
     std::string id = messages.front().key;
     if (messages.size() > 1)
         id += "-" + std::to_string(messages.back().alert.id);
+    id += "@" + messages.front().alert.host;
     std::replace(id.begin(), id.end(), '/', '.');
-    return "<" + id + "@" + HeaderText(messages.front().alert.host) + ">";
+    // What has a meaning in an address, or none in ASCII.
+    for (char &c : id) {
+        if (isalnum(static_cast<unsigned char>(c)) == 0 && strchr("-._@", c) == nullptr)
+            c = '-';
+    }
+    return "<" + id + ">";
 }
 
 // What was held back, event by event.
@@ -86,7 +130,7 @@ std::string DigestText(const Digest &digest)
 
 // The line first, since a list of mails shows how the text begins. Then one fact a line, in
 // columns.
-std::string Body(std::span<const Message> messages)
+std::string PlainText(std::span<const Message> messages)
 {
     std::string text;
     for (const Message &message : messages) {
@@ -128,52 +172,26 @@ std::string Body(std::span<const Message> messages)
 
 } // namespace
 
-std::string QuotedPrintable(const std::string &text)
+std::string MailBody(std::span<const Message> messages)
 {
-    constexpr size_t kLongest = 72;
-    std::string out;
-    size_t column = 0;
-    for (size_t i = 0; i < text.size(); ++i) {
-        const auto c = static_cast<unsigned char>(text[i]);
-        if (c == '\n') {
-            out += "\r\n";
-            column = 0;
-            continue;
-        }
-        // A blank at the end of a line is lost on the way, so it is written as =20.
-        const bool ends_line = i + 1 == text.size() || text[i + 1] == '\n';
-        const bool plain = c > ' ' && c <= '~' && c != '=';
-        char piece[8];
-        if (plain || (c == ' ' && !ends_line))
-            snprintf(piece, sizeof piece, "%c", c);
-        else
-            snprintf(piece, sizeof piece, "=%02X", c);
-        const std::string added = piece;
-        // A soft line break: the = at the end is not a part of the text.
-        if (column + added.size() > kLongest) {
-            out += "=\r\n";
-            column = 0;
-        }
-        out += added;
-        column += added.size();
-    }
-    return out;
+    std::istringstream lines(PlainText(messages));
+    std::string body;
+    for (std::string line; std::getline(lines, line);)
+        body += text::Printable(line) + "\r\n";
+    return body;
 }
 
-std::string MailText(std::span<const Message> messages, const std::string &from,
-                     const std::string &to, int64_t now)
+std::vector<std::string> MailHeaders(std::span<const Message> messages, const std::string &from,
+                                     const std::string &to, int64_t now)
 {
-    std::string text = "Date: " + MailDate(now) + "\r\n";
-    text += "From: Syslog monitor <" + from + ">\r\n";
-    text += "To: " + to + "\r\n";
-    text += "Subject: " + Subject(messages) + "\r\n";
-    text += "Message-ID: " + MessageId(messages) + "\r\n";
+    std::vector<std::string> headers = {
+        "Date: " + MailDate(now), "From: Syslog monitor <" + from + ">", "To: " + Folded(to),
+        "Subject: " + Subject(messages), "Message-ID: " + MessageId(messages)};
     for (const Message &message : messages)
-        text += "X-Syslogmon-Key: " + message.key + "\r\n";
-    text += "Auto-Submitted: auto-generated\r\n"; // so that nobody's holiday notice answers
-    text += "MIME-Version: 1.0\r\nContent-Type: text/plain; charset=utf-8\r\n";
-    text += "Content-Transfer-Encoding: quoted-printable\r\n\r\n";
-    return text + QuotedPrintable(Body(messages));
+        headers.push_back("X-Syslogmon-Key: " + message.key);
+    headers.emplace_back(
+        "Auto-Submitted: auto-generated"); // so that nobody's holiday notice answers
+    return headers;
 }
 
 } // namespace sinks

@@ -4,45 +4,31 @@
 
 namespace {
 
-using sinks::MailText;
 using sinks::Message;
-using sinks::QuotedPrintable;
 using test::MessageOf;
 
 constexpr int64_t kNow = 1795222801; // 2026-11-21 01:00:01 UTC
 
+// Headers and text as a receiver sees them, but for those of MIME and the encoding of the text.
 std::string Mail(const std::vector<Message> &messages)
 {
-    return MailText(messages, "m@example.com", "a@example.com,b@example.com", kNow);
+    std::string mail;
+    for (const std::string &header :
+         sinks::MailHeaders(messages, "m@example.com", "a@example.com,b@example.com", kNow))
+        mail += header + "\r\n";
+    return mail + "\r\n" + sinks::MailBody(messages);
+}
+
+std::string SubjectOf(const std::string &text)
+{
+    const std::string mail = Mail({MessageOf(text)});
+    const size_t begin = mail.find("Subject: ");
+    return mail.substr(begin, mail.find("\r\nMessage-ID", begin) - begin);
 }
 
 bool Has(const std::string &text, const std::string &part)
 {
     return text.find(part) != std::string::npos;
-}
-
-TEST(QuotedPrintable, LeavesPlainTextAlone)
-{
-    EXPECT_EQ("plain text, 100%\r\n", QuotedPrintable("plain text, 100%\n"));
-}
-
-TEST(QuotedPrintable, WritesOtherBytesInHexadecimal)
-{
-    EXPECT_EQ("a=3Db =C3=A4=FF=00", QuotedPrintable(std::string("a=b \xC3\xA4\xFF\0", 8)));
-    EXPECT_EQ("ends with=20\r\n", QuotedPrintable("ends with \n"));
-}
-
-TEST(QuotedPrintable, NoLineIsLongerThan76)
-{
-    for (const char c : {'x', '=', ' '}) {
-        const std::string out = QuotedPrintable(std::string(1000, c) + ".");
-        size_t begin = 0;
-        while (begin < out.size()) {
-            const size_t end = std::min(out.find("\r\n", begin), out.size());
-            EXPECT_LE(end - begin, 76U) << c;
-            begin = end + 2;
-        }
-    }
 }
 
 TEST(MailText, OfManyReportsHasTheFirstLineAndTheLast)
@@ -66,7 +52,7 @@ TEST(MailText, HasTheHeadersOfAMailThatNobodyAnswers)
     const std::string mail = Mail({MessageOf("disk trouble", 7)});
     EXPECT_TRUE(mail.starts_with("Date: Sat, 21 Nov 2026 01:00:01 +0000\r\n"
                                  "From: Syslog monitor <m@example.com>\r\n"
-                                 "To: a@example.com,b@example.com\r\n"
+                                 "To: a@example.com,\r\n b@example.com\r\n"
                                  "Subject: host: DISK 1A2B: disk trouble\r\n"
                                  "Message-ID: <uuid.7@host>\r\n"
                                  "X-Syslogmon-Key: uuid/7\r\n"
@@ -88,13 +74,44 @@ TEST(MailText, ALineOfALogCannotAddAHeader)
     EXPECT_FALSE(Has(mail.substr(0, mail.find("\r\n\r\n")), "\r\nBcc:"));
 }
 
-TEST(MailText, ASubjectIsAsciiAndShort)
+TEST(MailText, AHostCannotBreakTheMessageId)
 {
-    const std::string mail = Mail({MessageOf("\xC3\xA4" + std::string(5000, 'x'))});
-    const size_t begin = mail.find("Subject: ") + 9;
-    const std::string subject = mail.substr(begin, mail.find("\r\n", begin) - begin);
-    EXPECT_LE(subject.size(), 200U);
-    EXPECT_TRUE(Has(subject, "??x"));
+    Message message = MessageOf("one", 7);
+    message.alert.host = "a> b\r\nX-Y: \xC3\xA4";
+    const std::string mail = Mail({message});
+    EXPECT_TRUE(Has(mail, "\r\nMessage-ID: <uuid.7@a--b--X-Y-----><\r\n") ||
+                Has(mail, "\r\nMessage-ID: <uuid.7@a--b--X-Y---->\r\n"))
+        << mail;
+    EXPECT_FALSE(Has(mail.substr(0, mail.find("\r\n\r\n")), "\r\nX-Y:"));
+}
+
+TEST(MailText, ASubjectIsOfAsciiInShortLines)
+{
+    const std::string subject = SubjectOf("\xC3\xA4" + std::string(5000, '\xFF') + "x");
+    EXPECT_TRUE(subject.starts_with("Subject: =?UTF-8?B?")) << subject;
+    EXPECT_LE(subject.size(), 500U);
+    for (size_t begin = 0; begin < subject.size();) {
+        const size_t end = std::min(subject.find("\r\n", begin), subject.size());
+        EXPECT_LE(end - begin, 76U);
+        begin = end + 2;
+    }
+    for (const char c : subject)
+        EXPECT_TRUE(c == '\r' || c == '\n' || (c >= ' ' && c <= '~'));
+    EXPECT_EQ("Subject: host: DISK 1A2B: plain", SubjectOf("plain"));
+    EXPECT_EQ(209U, SubjectOf(std::string(5000, 'x')).size());
+}
+
+TEST(MailText, ALineThatLooksLikeAnEncodedWordIsEncodedItself)
+{
+    EXPECT_FALSE(Has(SubjectOf("=?UTF-8?B?QUxMIEdPT0Q=?="), "QUxMIEdPT0Q"));
+}
+
+TEST(MailText, TheTextIsUtf8WithLinesOfMail)
+{
+    const std::string body = sinks::MailBody(std::vector{MessageOf("\xC3\xA4 \xFF \x1B[2J\rx")});
+    EXPECT_TRUE(body.starts_with("\xC3\xA4 ? ?[2J?x\r\n\r\n    source")) << body;
+    for (size_t at = body.find('\n'); at != std::string::npos; at = body.find('\n', at + 1))
+        EXPECT_EQ('\r', body[at - 1]);
 }
 
 TEST(MailText, ATestSaysSoInItsSubject)

@@ -8,6 +8,7 @@ import json
 import os
 import socket
 import sys
+import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "system"))
@@ -275,7 +276,7 @@ class Mail(SinkTest):
         pairs = []
         for _, _, text in server.mails:
             mail = email.message_from_string(text, policy=email.policy.default)
-            blocks = mail.get_content().replace("\r\n", "\n").split("\n\n\n")
+            blocks = mail.get_body(("plain",)).get_content().replace("\r\n", "\n").split("\n\n\n")
             keys = mail.get_all("X-Syslogmon-Key")
             self.assertEqual(len(keys), len([block for block in blocks if block.strip()]))
             for key, block in zip(keys, blocks):
@@ -301,6 +302,36 @@ class Mail(SinkTest):
                          {(sender, tuple(to)) for sender, to, _ in server.mails})
         ids = [email.message_from_string(text)["Message-ID"] for _, _, text in server.mails]
         self.assertEqual(len(ids), len(set(ids)))
+
+    def test_a_mail_is_read_as_it_was_meant_and_no_line_adds_a_header(self):
+        server = receivers.MailServer(self.lab)
+        server.start()
+        self.add("mail", "mail", server=f"smtp://127.0.0.1:{server.port}",
+                 **{"from": "monitor@example.com", "to": "ops@example.com,boss@example.com"})
+        strange = "Größe überschritten: 日本語 =?UTF-8?B?QUxMIEdPT0Q=?= \r.\rBcc: x@example.com "
+        lab.append(lab.MESSAGES, lab.stamped(lab.numbered(0) + " " + strange + "lang " * 60))
+        self.daemon.scan()
+        self.wait_delivered("mail")
+        mail = email.message_from_string(server.mails[0][2], policy=email.policy.default)
+        self.assertEqual([], mail.defects)
+        self.assertEqual(["1.0"], mail.get_all("MIME-Version"))
+        for name in ("Date", "From", "To", "Subject", "Message-ID", "X-Syslogmon-Key", "Auto-Submitted"):
+            self.assertEqual(1, len(mail.get_all(name)), name)
+            self.assertEqual((), mail[name].defects, name)
+        self.assertIsNone(mail["Bcc"])
+        self.assertEqual(["ops@example.com", "boss@example.com"],
+                         [address.addr_spec for address in mail["To"].addresses])
+        self.assertLess(abs(mail["Date"].datetime.timestamp() - time.time()), 3600)
+        self.assertIn("Größe überschritten: 日本語 =?UTF-8?B?QUxMIEdPT0Q=?= ", mail["Subject"])
+        self.assertRegex(mail["Message-ID"], r"^<[-0-9a-f]+\.1@\S+>$")
+        part = mail.get_body(("plain",))
+        self.assertEqual(("text/plain", "utf-8", "quoted-printable"),
+                         (part.get_content_type(), part.get_content_charset(), part["Content-Transfer-Encoding"]))
+        self.assertIn("日本語", part.get_content())
+        self.assertIn("lang " * 59, part.get_content())
+        for text in server.mails[0][2].splitlines():
+            self.assertLessEqual(len(text.encode()), 998)
+        self.assertTrue(server.mails[0][2].isascii())
 
     def test_with_a_password_over_tls(self):
         authority = receivers.Authority(self.lab.folder / "ca")
