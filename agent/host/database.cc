@@ -269,6 +269,13 @@ void Database::EmptyJournal(int milliseconds)
         Fail("cannot write to");
 }
 
+void Database::KeepJournal()
+{
+    int keep = 1;
+    if (sqlite3_file_control(database_, "main", SQLITE_FCNTL_PERSIST_WAL, &keep) != SQLITE_OK)
+        Fail("cannot use");
+}
+
 // Behind every statement, since it is the only sign that a wait has ended: SQLite does not tell
 // when it has got the lock.
 void Database::EndWait()

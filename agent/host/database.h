@@ -140,6 +140,9 @@ class Database {
     // milliseconds. Throws StoreError.
     void EmptyJournal(int milliseconds);
 
+    // From now on the journal and its index stay, empty, when the last connection is closed. Throws StoreError.
+    void KeepJournal();
+
     // How many statements were compiled for this connection. For tests.
     [[nodiscard]] int64_t CompiledStatements() const { return compiled_; }
 

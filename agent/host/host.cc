@@ -1,5 +1,7 @@
 #include "agent/host/host.h"
 
+#include <unistd.h>
+
 #include "agent/host/error.h"
 #include "agent/host/store_file.h"
 #include "agent/host/trace_log.h"
@@ -22,6 +24,16 @@ const Layout &Prepared(const Layout &layout, Role role)
     return layout;
 }
 
+// Whoever may write the store reads it as all others that write: that needs no journal to be there, and brings an
+// older store up to date.
+StoreUse UseOf(const Layout &layout, Role role)
+{
+    if (role == Role::kDaemon)
+        return StoreUse::kDaemon;
+    const bool may_write = access(layout.Store().c_str(), W_OK) == 0;
+    return role == Role::kReader && !may_write ? StoreUse::kReader : StoreUse::kShared;
+}
+
 } // namespace
 
 // A member of its own, so that a constructor that fails behind the opening closes the log again.
@@ -32,8 +44,7 @@ Host::OwnTrace::~OwnTrace()
 }
 
 Host::Host(const Layout &layout, Role role)
-    : layout_(Prepared(layout, role)),
-      store_(layout.Store(), role == Role::kDaemon ? StoreUse::kDaemon : StoreUse::kShared),
+    : layout_(Prepared(layout, role)), store_(layout.Store(), UseOf(layout, role)),
       registry_(store_), outer_(current)
 {
     if (role == Role::kDaemon) {

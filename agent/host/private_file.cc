@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <optional>
 #include <string>
 #include <sys/stat.h>
 #include <system_error>
@@ -34,6 +35,31 @@ void TakeRightsAway(int fd, mode_t wanted)
         return;
     if (fchmod(fd, status.st_mode & wanted) != 0)
         return; // a file system without modes; who mounted it chose who may read it
+}
+
+// The group that may read what is in the folder; nothing for a private one, and for one of which that was
+// never said.
+std::optional<gid_t> ReadersOf(const fs::path &folder)
+{
+    struct stat status {};
+    const bool has_readers =
+        stat(folder.c_str(), &status) == 0 && (status.st_mode & kAllRights) == kReadableFolder;
+    return has_readers ? std::optional(status.st_gid) : std::nullopt;
+}
+
+// By its path and not through a descriptor: closing one of the store would take SQLite's locks away. Nobody but
+// this user can put another file there. The group comes before the right: no other one must have it in between. A
+// daemon whose own group this is makes its files with it, and one that may not change it leaves them private.
+bool Share(const fs::path &file)
+{
+    const auto readers = ReadersOf(file.parent_path());
+    struct stat status {};
+    if (!readers || lstat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        !IsOurs(status))
+        return false;
+    if (status.st_gid != *readers && lchown(file.c_str(), static_cast<uid_t>(-1), *readers) != 0)
+        return false;
+    return chmod(file.c_str(), kReadableFile) == 0;
 }
 
 // An empty folder does. One that cannot be read does not, so it is left alone.
@@ -68,6 +94,19 @@ Fd OpenPrivateFile(const fs::path &path, int flags)
     return fd;
 }
 
+Fd OpenReadableFile(const fs::path &path, int flags)
+{
+    Fd fd(open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, kPrivateFile));
+    if (fd.get() >= 0 && !Share(path))
+        TakeRightsAway(fd.get(), kPrivateFile);
+    return fd;
+}
+
+bool MakeReadable(const fs::path &file)
+{
+    return Share(file);
+}
+
 void MakePrivate(const fs::path &file)
 {
     // NONBLOCK, because a FIFO of that name would be waited for.
@@ -90,7 +129,7 @@ void CreatePrivateFolder(const fs::path &folder, std::span<const std::string_vie
     // A link to a folder counts as one: an administrator may have put it on another disk.
     if (why != EEXIST || !fs::is_directory(folder, failed))
         FailToCreate(folder, std::generic_category().message(why));
-    if (!HoldsOnly(folder, own_names))
+    if (ReadersOf(folder) || !HoldsOnly(folder, own_names))
         return;
     const Fd fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (fd.get() >= 0)

@@ -303,6 +303,15 @@ void UpdateSchema(Database &database)
     database.Execute("COMMIT");
 }
 
+void CheckSchema(Database &database)
+{
+    CheckIsStore(database);
+    if (ReadVersion(database) != kVersion)
+        throw StoreError("cannot use " + database.path().string(),
+                         "it was written by an older version of this program",
+                         "start the daemon, which brings it up to date, or run this as root");
+}
+
 void CheckIsStore(Database &database)
 {
     Statement application(database, "PRAGMA application_id");

@@ -31,6 +31,9 @@ void CreateSchema(Database &database);
 // StoreError, with the file as it was. The caller holds the CreationLock.
 void UpdateSchema(Database &database);
 
+// Throws StoreError unless the tables are of this version. For who may not write the file.
+void CheckSchema(Database &database);
+
 // Throws StoreError unless the file is a store of this version or an older one.
 void CheckIsStore(Database &database);
 

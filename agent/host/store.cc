@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "agent/host/error.h"
+#include "agent/host/private_file.h"
 #include "agent/host/schema.h"
 
 namespace host {
@@ -43,22 +44,13 @@ void Configure(Database &database)
 
 } // namespace
 
-// Under the creation lock from the first look to the last word about the schema: programs that start
-// together make one store. The owner's lock is taken before SQLite opens the file; see OwnerLock. The
-// file is looked at again once it is open, because it could be replaced between two looks.
 Store::Store(const fs::path &path, StoreUse use) : reserve_(path), pass_(++newest_pass)
 {
     try {
-        const CreationLock lock(path);
-        MakeStore(path);
-        if (use == StoreUse::kDaemon)
-            owner_.emplace(path);
-        identity_ = IdentityOf(path);
-        database_ = std::make_unique<Database>(path, Database::Mode::kReadWrite);
-        CheckIdentity();
-        Configure(*database_);
-        UpdateSchema(*database_);
-        MarkStore(path);
+        if (use == StoreUse::kReader)
+            OpenToRead(path);
+        else
+            OpenToWrite(path, use);
     } catch (const fs::filesystem_error &error) {
         throw StoreError("cannot open " + path.string(), error.code().message(),
                          "make the file and its folder readable and writable, or run as root");
@@ -67,6 +59,39 @@ Store::Store(const fs::path &path, StoreUse use) : reserve_(path), pass_(++newes
     data_version_ = std::make_unique<Statement>(*database_, "PRAGMA data_version");
     uuid_ = ReadUuid(*database_);
     series_ = NewUuid(path);
+}
+
+// Under the creation lock from the first look to the last word about the schema: programs that start
+// together make one store. The owner's lock is taken before SQLite opens the file; see OwnerLock. The
+// file is looked at again once it is open, because it could be replaced between two looks.
+void Store::OpenToWrite(const fs::path &path, StoreUse use)
+{
+    const CreationLock lock(path);
+    MakeStore(path);
+    if (use == StoreUse::kDaemon)
+        owner_.emplace(path);
+    // Before it is opened: SQLite gives the journal the mode and the group of the file.
+    const bool has_readers = MakeReadable(path);
+    for (const char *suffix : {"-wal", "-shm"})
+        MakeReadable(path.string() + suffix);
+    identity_ = IdentityOf(path);
+    database_ = std::make_unique<Database>(path, Database::Mode::kReadWrite);
+    CheckIdentity();
+    Configure(*database_);
+    // Who may not write the folder can read the file only as long as its journal is there.
+    if (has_readers)
+        database_->KeepJournal();
+    UpdateSchema(*database_);
+    MarkStore(path);
+}
+
+void Store::OpenToRead(const fs::path &path)
+{
+    identity_ = IdentityOf(path);
+    database_ = std::make_unique<Database>(path, Database::Mode::kReadOnly);
+    CheckIdentity();
+    database_->SetPatience(kPatienceMs, nullptr);
+    CheckSchema(*database_);
 }
 
 // What a pass has not committed goes. The members go after it, the owner's lock behind the

@@ -43,6 +43,7 @@ namespace host {
 enum class StoreUse {
     kShared, // beside others
     kDaemon, // as the one daemon of the store; fails when there is another
+    kReader, // may not write it: nothing is created, nothing is brought up to date
 };
 
 class Store {
@@ -120,6 +121,8 @@ class Store {
     void SetWait(Patience patience);
 
   private:
+    void OpenToWrite(const std::filesystem::path &path, StoreUse use);
+    void OpenToRead(const std::filesystem::path &path);
     friend class Transaction;
     friend class Snapshot;
     void Begin();

@@ -18,6 +18,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// Commands that read the store are done with it in less.
+constexpr int kMakeWholeMs = 10000;
+
 constexpr const char *kJournals[] = {"-wal", "-shm", "-journal"};
 
 // Closed again at once: a descriptor that is closed later takes SQLite's locks away.
@@ -58,6 +61,22 @@ void CheckIsWhole(Database &copy)
                          "it is damaged (" + check.Text(0) + ")", "use another copy");
 }
 
+// What the store has in its journal alone comes into the store: it must be whole for the case that nothing comes into its
+// place after all. Of a damaged one, for which a copy is put back mostly, the journal is kept under another name.
+bool MakeWhole(const fs::path &store)
+{
+    bool is_whole = true;
+    try {
+        Database old(store, Database::Mode::kReadWrite);
+        CheckIsStore(old); // SQLite finds the journal with the first read only
+        old.EmptyJournal(kMakeWholeMs);
+    } catch (const StoreError &) {
+        is_whole = false;
+    }
+    SetOldJournalAside(store);
+    return is_whole;
+}
+
 void SyncName(const fs::path &file)
 {
     const Fd fd(open(file.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -84,7 +103,9 @@ void BackUpStore(Store &store, const fs::path &file)
     }
 }
 
-void RestoreStore(const fs::path &file, const fs::path &store)
+namespace {
+
+void Replace(const fs::path &store, const fs::path &file)
 {
     Database copy(file, Database::Mode::kReadOnly);
     CheckIsStore(copy);
@@ -96,21 +117,39 @@ void RestoreStore(const fs::path &file, const fs::path &store)
     const fs::path unfinished = store.string() + ".new";
     RemoveDatabase(unfinished);
     MakeEmptyFile(unfinished);
+    bool is_whole = true;
     try {
-        Database made(unfinished, Database::Mode::kReadWrite);
-        CopyPages(copy, made);
-        made.Execute("PRAGMA journal_mode = WAL");
-        made.Execute("PRAGMA wal_checkpoint(TRUNCATE)");
+        {
+            Database made(unfinished, Database::Mode::kReadWrite);
+            CopyPages(copy, made);
+            made.Execute("PRAGMA journal_mode = WAL");
+            made.Execute("PRAGMA wal_checkpoint(TRUNCATE)");
+        }
+        if (owner)
+            is_whole = MakeWhole(store);
+        fs::rename(unfinished, store);
+    } catch (const fs::filesystem_error &error) {
+        RemoveDatabase(unfinished);
+        throw StoreError("cannot replace " + store.string(), error.code().message(),
+                         is_whole ? "mend that, and restore again; the store is as it was"
+                                  : "mend that, and restore again; the store is as damaged as it "
+                                    "was, and its journal is called agent.db-wal.old now");
     } catch (...) {
         RemoveDatabase(unfinished);
         throw;
     }
-    // SQLite would take the journal of the one for that of the other.
-    for (const char *suffix : kJournals)
-        fs::remove(store.string() + suffix);
-    fs::rename(unfinished, store);
     SyncName(store);
     MarkStore(store);
+}
+
+} // namespace
+
+void RestoreStore(const fs::path &file, const fs::path &store)
+{
+    Replace(store, file);
+    // Those who may read it and not write need a journal beside it, which comes with the first opening.
+    if (MakeReadable(store))
+        const Store opened(store);
 }
 
 } // namespace host

@@ -57,19 +57,6 @@ void SyncFolder(const fs::path &path)
                          "check the disk and the kernel log");
 }
 
-// A store that was moved away can have left its journal. The new store must not take it for its
-// own; and it may hold what the moved one lacks, so it is kept.
-void SetOldJournalAside(const fs::path &path)
-{
-    for (const char *suffix : {"-wal", "-shm"}) {
-        const fs::path left = path.string() + suffix;
-        if (fs::exists(left))
-            // One that was set aside before is overwritten: the newest is the one that may be
-            // missed.
-            fs::rename(left, left.string() + ".old");
-    }
-}
-
 // Makes a complete store under another name first: a program that dies half-way leaves nothing that
 // looks like a store. What such a program left is removed. The name is the store's only when all of
 // it is on the disk: the checkpoint writes it there, the rename is the last step, and the folder is
@@ -146,7 +133,8 @@ void CheckStoreIsThere(const fs::path &store)
                              "start the daemon, or register events with syslogmon apply or "
                              "syslogmon event add");
     } catch (const fs::filesystem_error &error) {
-        throw StoreError("cannot open " + store.string(), error.code().message(), kMakeWritable);
+        throw StoreError("cannot open " + store.string(), error.code().message(),
+                         "run as root, or as a member of the group that may read it");
     }
 }
 
@@ -157,6 +145,17 @@ void MakeStore(const fs::path &store)
     // SQLite would take it for a new database, and so all that was registered for nothing.
     if (fs::file_size(store) == 0)
         throw StoreError("cannot use " + store.string(), "the file is empty", kReplaceStore);
+}
+
+void SetOldJournalAside(const fs::path &store)
+{
+    for (const char *suffix : {"-wal", "-shm"}) {
+        const fs::path left = store.string() + suffix;
+        if (fs::exists(left))
+            // One that was set aside before is overwritten: the newest is the one that may be
+            // missed.
+            fs::rename(left, left.string() + ".old");
+    }
 }
 
 void MarkStore(const fs::path &store)

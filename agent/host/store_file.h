@@ -39,6 +39,10 @@ void CheckStoreIsThere(const std::filesystem::path &store);
 // store that has vanished and for one that is empty.
 void MakeStore(const std::filesystem::path &store);
 
+// Gives what is left of the journal of a store that is no longer there, or is about to be replaced, another name
+// (agent.db-wal.old): the new store must not take it for its own, and it may hold what the old one lacks.
+void SetOldJournalAside(const std::filesystem::path &store);
+
 // Leaves the mark that there is a store. The caller holds the CreationLock.
 void MarkStore(const std::filesystem::path &store);
 

@@ -147,17 +147,20 @@ spdlog::file_event_handlers PrivateFiles()
 {
     spdlog::file_event_handlers handlers;
     handlers.before_open = [](const spdlog::filename_t &name) {
-        const Fd made = OpenPrivateFile(name, O_WRONLY | O_CREAT);
+        const Fd made = OpenReadableFile(name, O_WRONLY | O_CREAT);
     };
     return handlers;
 }
 
-// Those of an earlier version, which others may read. Rotation renames files and leaves their modes
-// alone.
-void MakeOlderFilesPrivate(const std::filesystem::path &path)
+// Those of an earlier version, which others may read, and those of before the folder had readers. Rotation renames
+// files and leaves their modes alone.
+void SetModesOfOlderFiles(const std::filesystem::path &path)
 {
-    for (size_t i = 1; i <= kOlderFiles; ++i)
-        MakePrivate(spdlog::sinks::rotating_file_sink_mt::calc_filename(path.string(), i));
+    for (size_t i = 1; i <= kOlderFiles; ++i) {
+        const auto older = spdlog::sinks::rotating_file_sink_mt::calc_filename(path.string(), i);
+        if (!MakeReadable(older))
+            MakePrivate(older);
+    }
 }
 
 // Only the thread of the monitor traces detail, with each line that it reads. Not an atomic addition,
@@ -174,7 +177,7 @@ void OpenTraceLog(const std::filesystem::path &path)
 {
     std::shared_ptr<spdlog::logger> opened;
     try {
-        MakeOlderFilesPrivate(path);
+        SetModesOfOlderFiles(path);
         auto sink = std::make_shared<spdlog::sinks::rotating_file_sink_mt>(
             // Not rotated at the start: a daemon that is started again and again would rotate the
             // first cause away.

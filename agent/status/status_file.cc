@@ -118,9 +118,8 @@ Status StatusOf(const json &object)
 // Not synchronised with the disk: after a power cut there is no daemon for which it would be true.
 void WriteWhole(const fs::path &path, std::string_view text)
 {
-    // For this user alone, as all that the agent writes: the last error can name what others need
-    // not know.
-    const host::Fd file = host::OpenPrivateFile(path, O_WRONLY | O_CREAT | O_TRUNC);
+    // For this user and the readers of the folder: the last error can name what others need not know.
+    const host::Fd file = host::OpenReadableFile(path, O_WRONLY | O_CREAT | O_TRUNC);
     while (file.get() >= 0 && !text.empty()) {
         const ssize_t written = write(file.get(), text.data(), text.size());
         if (written < 0 && errno != EINTR)

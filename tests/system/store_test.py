@@ -6,6 +6,7 @@ import shutil
 import signal
 import socket
 import sqlite3
+import subprocess
 import time
 
 import lab
@@ -214,6 +215,33 @@ class Files(lab.LabTest):
         self.assertTrue(first.is_running())
         first.signal(signal.SIGTERM)
         self.assertEqual(0, first.wait())
+
+
+class Restored(lab.LabTest):
+    """A copy that cannot be put into the place of the store after all."""
+
+    def test_nothing_that_was_committed_is_lost_when_the_last_step_fails(self):
+        lab.append(lab.MESSAGES, lab.stamped("the log begins"))
+        self.lab.watch("DISK", 1, "error")
+        copy = self.lab.folder / "copy"
+        self.lab.command("backup", copy)
+        self.daemon.start()
+        lab.append(lab.MESSAGES, lab.stamped("error"))
+        self.daemon.scan()
+        self.daemon.kill()
+        state = self.lab.root / "state"
+        store = state / "agent.db"
+        # What was committed last is in the journal alone, and no file comes into the place of a mounted one.
+        self.assertGreater((state / "agent.db-wal").stat().st_size, 0)
+        subprocess.run(["mount", "--bind", store, store], check=True)
+        refused = self.lab.run("restore", copy)
+        subprocess.run(["umount", store], check=True)
+        self.assertEqual(1, refused.returncode)
+        self.assertIn("the store is as it was", refused.stderr)
+        self.assertEqual(["DISK"], [alert["source"] for alert in self.lab.alerts()])
+        self.assertEqual([], list(state.glob("agent.db.new*")))
+        self.lab.command("restore", copy)
+        self.assertEqual([], self.lab.alerts())
 
 
 if __name__ == "__main__":
