@@ -90,7 +90,14 @@ add_agent_folder(sinks UNHURRIED alert_json.cc alertmanager_sink.cc backoff.cc b
     syslog_sink.cc syslog_words.cc undelivered.cc webhook_format.cc webhook_sink.cc worker.cc nats_options.cc nats_sink.cc)
 target_link_libraries(agent_sinks PUBLIC agent_alerts agent_nats
                       PRIVATE agent_events agent_settings agent_status agent_text nlohmann_json::nlohmann_json CURL::libcurl
-                      PkgConfig::SYSTEMD ${NETSNMP} Threads::Threads)
+                      PkgConfig::SYSTEMD Threads::Threads ${CMAKE_DL_LIBS})
+
+# Loaded by the sinks of its kind alone.
+add_library(snmp SHARED agent/snmp/sender.cc)
+set_target_properties(snmp PROPERTIES PREFIX "" SUFFIX ".so" CXX_VISIBILITY_PRESET hidden
+                      LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/root/lib)
+target_include_directories(snmp PRIVATE ${CMAKE_SOURCE_DIR})
+target_link_libraries(snmp PRIVATE ${NETSNMP})
 
 add_agent_folder(fleet UNHURRIED collector.cc fleet_keeper.cc identity.cc ledger.cc setup.cc stream_reader.cc wire_alert.cc)
 target_link_libraries(agent_fleet PUBLIC agent_sinks agent_nats
@@ -165,4 +172,4 @@ add_program(syslogmond agent/daemon/main.cc)
 target_link_libraries(syslogmond PRIVATE agent_daemon agent_commandline)
 
 # Everything that runs, and nothing that tests.
-add_custom_target(agent DEPENDS vkevmon vkmncall vkirtupt syslogmond syslogmon)
+add_custom_target(agent DEPENDS snmp vkevmon vkmncall vkirtupt syslogmond syslogmon)

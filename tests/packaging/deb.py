@@ -12,12 +12,12 @@ def build_folder():
 
 
 def make(folder):
-    """Makes the package in a folder and returns its path."""
+    """Makes the packages in a folder and returns the path of syslogmon's; beside it lies that of syslogmon-snmp."""
     done = subprocess.run(["cpack", "-G", "DEB", "-B", folder], cwd=build_folder(), capture_output=True,
                           text=True)
     if done.returncode != 0:
         sys.exit(f"cpack ended with {done.returncode}:\n{done.stdout}{done.stderr}")
-    (package,) = Path(folder).glob("*.deb")
+    (package,) = Path(folder).glob("syslogmon_*.deb")
     return package
 
 

@@ -23,6 +23,10 @@ lrwxrwxrwx ./usr/share/bash-completion/completions/syslogmond -> syslogmon
 -rw-r--r-- ./usr/share/doc/syslogmon/README.Debian
 -rw-r--r-- ./usr/share/doc/syslogmon/changelog.gz
 -rw-r--r-- ./usr/share/doc/syslogmon/copyright
+-rw-r--r-- ./usr/share/doc/syslogmon/examples/ansible/roles/syslogmon/defaults/main.yml
+-rw-r--r-- ./usr/share/doc/syslogmon/examples/ansible/roles/syslogmon/meta/main.yml
+-rw-r--r-- ./usr/share/doc/syslogmon/examples/ansible/roles/syslogmon/tasks/main.yml
+-rw-r--r-- ./usr/share/doc/syslogmon/examples/ansible/site.yml
 -rwxr-xr-x ./usr/share/doc/syslogmon/examples/fleet/accounts
 -rw-r--r-- ./usr/share/doc/syslogmon/examples/grafana/dashboard.json
 -rw-r--r-- ./usr/share/doc/syslogmon/examples/host.yaml
@@ -54,11 +58,17 @@ lrwxrwxrwx ./usr/share/fish/vendor_completions.d/syslogmond.fish -> syslogmon.fi
 -rw-r--r-- ./usr/share/man/man5/syslogmon-rules.5.gz
 -rw-r--r-- ./usr/share/man/man5/syslogmon-sinks.5.gz
 -rw-r--r-- ./usr/share/man/man8/syslogmond.8.gz
--rw-r--r-- ./usr/share/snmp/mibs/SYSLOGMON-MIB.txt
 -rw-r--r-- ./usr/share/syslogmon/logrotate.conf
 -rw-r--r-- ./usr/share/syslogmon/rsyslog.conf
 -rw-r--r-- ./usr/share/syslogmon/rules.schema.json
 -rw-r--r-- ./usr/share/zsh/vendor-completions/_syslogmon
+"""
+
+SNMP_FILES = """
+-rw-r--r-- ./usr/lib/TRIPLET/syslogmon/lib/snmp.so
+-rw-r--r-- ./usr/share/doc/syslogmon-snmp/changelog.gz
+-rw-r--r-- ./usr/share/doc/syslogmon-snmp/copyright
+-rw-r--r-- ./usr/share/snmp/mibs/SYSLOGMON-MIB.txt
 """
 
 CONTROL_FILES = """
@@ -97,12 +107,40 @@ class Package(unittest.TestCase):
         cls.folder = tempfile.TemporaryDirectory()
         cls.addClassCleanup(cls.folder.cleanup)
         cls.package = deb.make(cls.folder.name)
+        (cls.snmp,) = Path(cls.folder.name).glob("syslogmon-snmp_*.deb")
         cls.tree = Path(cls.folder.name) / "unpacked"
         subprocess.run(["dpkg-deb", "--extract", cls.package, cls.tree], check=True)
 
     def test_it_holds_these_files(self):
         self.assertEqual(sorted(FILES.split("\n")[1:-1]),
                          listing(["dpkg-deb", "--fsys-tarfile", self.package]))
+
+    def test_what_sends_snmp_is_a_package_of_its_own(self):
+        self.assertEqual(sorted(SNMP_FILES.split("\n")[1:-1]), listing(["dpkg-deb", "--fsys-tarfile", self.snmp]))
+        version = output("dpkg-deb", "--field", self.package, "Version").strip()
+        needed = output("dpkg-deb", "--field", self.snmp, "Depends")
+        self.assertIn(f"syslogmon (= {version})", needed)
+        self.assertIn("libsnmp", needed)
+        self.assertNotIn("libsnmp", output("dpkg-deb", "--field", self.package, "Depends"))
+        self.assertEqual(["-rw-r--r-- ./control", "-rw-r--r-- ./md5sums"],
+                         listing(["dpkg-deb", "--ctrl-tarfile", self.snmp]))
+
+    def test_without_that_package_a_sink_of_its_kind_is_refused_with_its_name(self):
+        root = Path(self.folder.name) / "install-root"
+        (root / "state").mkdir(parents=True)
+        (root / "lib").symlink_to(next(self.tree.glob("usr/lib/*/syslogmon/lib")))
+        community = Path(self.folder.name) / "community"
+        community.write_text("public\n")
+        adding = ("--root", root, "sink", "add", "snmp", "trapd", "receiver=127.0.0.1", f"community-file={community}")
+        with self.assertRaises(subprocess.CalledProcessError) as refused:
+            self.run_unpacked("usr/bin/syslogmon", *adding)
+        self.assertIn("install the package syslogmon-snmp", refused.exception.stderr)
+        unpacked = Path(self.folder.name) / "unpacked-snmp"
+        subprocess.run(["dpkg-deb", "--extract", self.snmp, unpacked], check=True)
+        library = root / "lib" / "snmp.so"
+        shutil.copy(next(unpacked.rglob("snmp.so")), library)
+        self.addCleanup(library.unlink)
+        self.run_unpacked("usr/bin/syslogmon", *adding)
 
     def test_it_has_an_empty_folder_for_rules_files(self):
         folder = self.tree / "etc/syslogmon/conf.d"
@@ -158,7 +196,7 @@ class Package(unittest.TestCase):
         self.assertIn("\n".join(wanted).encode(), program)
 
     def test_lintian_finds_neither_errors_nor_warnings(self):
-        done = subprocess.run(["lintian", "--allow-root", "--fail-on", "error,warning", self.package],
+        done = subprocess.run(["lintian", "--allow-root", "--fail-on", "error,warning", self.package, self.snmp],
                               capture_output=True, text=True)
         self.assertEqual((0, ""), (done.returncode, done.stdout))
 

@@ -260,6 +260,13 @@ class Snmp(SinkTest):
         self.assertEqual({"EACH"}, set(self.trapd.values("alertSource")))
         self.assertEqual({"false"}, set(self.trapd.values("alertIsTest")))
 
+    def test_the_library_is_loaded_by_the_first_sink_of_its_kind(self):
+        def mapped():
+            return "libnetsnmp" in Path(f"/proc/{self.lab.status()['pid']}/maps").read_text()
+        self.assertFalse(mapped())
+        self.add_snmp(community_file=self.secret("community", "public"))
+        self.lab.wait_until("it is loaded", mapped)
+
     def test_a_wrong_key_is_told_of(self):
         self.add_snmp(version=3, user="informuser",
                       **{**self.keys, "auth_file": self.secret("wrong", "wrongpass123")})
