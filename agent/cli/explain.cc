@@ -7,6 +7,7 @@
 #include "agent/cli/trial.h"
 #include "agent/events/events.h"
 #include "agent/events/expressions.h"
+#include "agent/policy/count_store.h"
 #include "agent/policy/count_text.h"
 #include "agent/policy/policies.h"
 #include "platform/contract.h"
@@ -65,7 +66,7 @@ std::string WhyNoMatch(LineTrial &trial, const monitor::Module &module, size_t i
     return "the monitor has not counted it";
 }
 
-// By the policy of the event, from the beginning of its count.
+// By the policy of the event, as far as it has counted.
 std::string WhatThePolicyDoes(const policy::MatchedLine &matched, policy::Policy *policy)
 {
     const policy::Outcome outcome = policy->Take(matched);
@@ -98,7 +99,8 @@ std::string WhatAMatchDoes(const VKVMon &entry, bool has_reported)
 } // namespace
 
 std::vector<Verdict> Explain(LineTrial &trial, const monitor::Module &module,
-                             host::RegistryTree &registry, const std::string &text)
+                             host::RegistryTree &registry, const std::string &text,
+                             host::Database *counted)
 {
     const Indexes matched = trial.Check(text, 1);
     // A copy: looking for the causes checks further lines.
@@ -112,7 +114,10 @@ std::vector<Verdict> Explain(LineTrial &trial, const monitor::Module &module,
         verdict.id = events::FormatEventId(trial.entry(i).EventID);
         verdict.matches = Holds(matched, i);
         policy::Policy *policy = policies.Find({trial.entry(i).Source, trial.entry(i).EventID});
-        if (verdict.matches && policy != nullptr && policy->count() != nullptr)
+        const bool counts = verdict.matches && policy != nullptr && policy->count() != nullptr;
+        if (counts && counted != nullptr)
+            policy::LoadCount(*counted, policy->event(), policy->count());
+        if (counts)
             JudgeByPolicy(MatchedLineOf(module, text.c_str(), 1), policy, &verdict);
         else if (verdict.matches)
             verdict.reason = WhatAMatchDoes(trial.entry(i), Holds(reported, i));

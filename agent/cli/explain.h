@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "agent/cli/line_trial.h"
+#include "agent/host/database.h"
 #include "agent/host/registry_tree.h"
 
 namespace cli {
@@ -19,9 +20,11 @@ struct Verdict {
 };
 
 // For each event of the table, in its order, and then for those that were left out of it.
-//   text  a line as the monitor gets to see it
+//   text     a line as the monitor gets to see it
+//   counted  the store of this host, from whose counts policies go on; null: from the beginning
 std::vector<Verdict> Explain(LineTrial &trial, const monitor::Module &module,
-                             host::RegistryTree &registry, const std::string &text);
+                             host::RegistryTree &registry, const std::string &text,
+                             host::Database *counted);
 
 } // namespace cli
 

@@ -31,6 +31,7 @@ struct SilenceOptions {
     std::string source = "*";
     std::string host = "*";
     std::string event;
+    std::string labels;
     std::string span;
     std::string every;
     std::string comment;
@@ -47,6 +48,7 @@ Silence SilenceOf(const SilenceOptions &options, int64_t now_s)
     policy::CheckComment(options.comment);
     silence.source = options.source;
     silence.host = options.host;
+    silence.labels = policy::ParseLabels(options.labels);
     silence.comment = options.comment;
     silence.author = Author();
     silence.wants_summary = options.summary;
@@ -101,6 +103,7 @@ json ToJson(const Silence &silence, const SilenceHeld &held, int64_t now_s)
             {"event_id",
              silence.event_id ? json(events::FormatEventId(*silence.event_id)) : json(nullptr)},
             {"host", silence.host},
+            {"labels", silence.labels},
             {"begin_ms", silence.begin_s * kMsOfSecond},
             {"end_ms", silence.end_s != 0 ? json(silence.end_s * kMsOfSecond) : json(nullptr)},
             {"every", silence.window ? json(policy::WindowText(*silence.window)) : json(nullptr)},
@@ -117,20 +120,22 @@ int ListSilences(Context &context, const SilenceOptions &options)
     const int64_t now_s = time(nullptr);
     const auto held = policy::ReadSilenceHeld(context.Host().store().database());
     json list = json::array();
-    Table table({"SILENCE", "STATE", "SOURCE", "EVENT", "HOST", "UNTIL", "EVERY", "HELD BACK", "BY",
-                 "COMMENT"});
+    Table table({"SILENCE", "STATE", "SOURCE", "EVENT", "HOST", "LABELS", "UNTIL", "EVERY",
+                 "HELD BACK", "BY", "COMMENT"});
     for (const Silence &silence : policy::ReadSilences(context.Host().registry())) {
         if (silence.IsOver(now_s) && !options.all)
             continue;
         const auto found = held.find(silence.number);
         const SilenceHeld known = found != held.end() ? found->second : SilenceHeld{};
         list.push_back(ToJson(silence, known, now_s));
-        table.Add({std::to_string(silence.number), StateOf(silence, now_s), silence.source,
-                   silence.event_id ? events::FormatEventId(*silence.event_id) : "-", silence.host,
-                   silence.end_s != 0 ? text::LocalTime(silence.end_s * kMsOfSecond) : "-",
-                   silence.window ? policy::WindowText(*silence.window) : "-",
-                   std::to_string(known.alerts), text::Printable(silence.author),
-                   silence.comment.empty() ? "-" : text::Printable(silence.comment)});
+        table.Add(
+            {std::to_string(silence.number), StateOf(silence, now_s), silence.source,
+             silence.event_id ? events::FormatEventId(*silence.event_id) : "-", silence.host,
+             silence.labels.empty() ? "-" : text::Printable(policy::LabelsText(silence.labels)),
+             silence.end_s != 0 ? text::LocalTime(silence.end_s * kMsOfSecond) : "-",
+             silence.window ? policy::WindowText(*silence.window) : "-",
+             std::to_string(known.alerts), text::Printable(silence.author),
+             silence.comment.empty() ? "-" : text::Printable(silence.comment)});
     }
     if (context.json)
         PrintJson({{"silences", list}});
@@ -157,6 +162,10 @@ void SetUpAddSilence(Parser &parser, Context &context)
     parser.Add("--host", options->host, "Of lines of hosts like this: 'web*'; all")
         .TypeName("PATTERN");
     parser.Add("--event", options->event, "Of events with this ID; all").TypeName("ID");
+    parser
+        .Add("--label", options->labels,
+             "Of events with labels like these: team=db, or team=db,tier=web*; all")
+        .TypeName("NAME=PATTERN");
     parser.Add("--for", options->span, "For so long from now on: 30m, 2h, 7d").TypeName("TIME");
     parser
         .Add(

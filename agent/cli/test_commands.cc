@@ -358,13 +358,14 @@ std::string AsALine(const std::string &text)
 }
 
 // What is asked of the line is asked at this moment, as the monitor would: with another hour, the
-// answer may be another.
-void ExplainLine(const Context &context, const TestOptions &options, monitor::Module &module,
+// answer may be another. The rules of this host go on from what it has counted; nothing of that is changed.
+void ExplainLine(Context &context, const TestOptions &options, monitor::Module &module,
                  host::RegistryTree &registry)
 {
     LineTrial trial(module, options.line_hours ? HourOf::kLine : HourOf::kNow);
     const std::string line = options.as_input ? RenderLine(*options.explain) : *options.explain;
-    const auto verdicts = Explain(trial, module, registry, AsALine(line));
+    host::Database *counted = options.rules.empty() ? &context.Host().store().database() : nullptr;
+    const auto verdicts = Explain(trial, module, registry, AsALine(line), counted);
     Table table({"SOURCE", "ID", "MATCHES", "REASON"});
     json events = json::array();
     for (const Verdict &verdict : verdicts) {
@@ -401,7 +402,7 @@ void PrintTests(const Context &context, size_t tests)
         printf("%zu tests in the file, and all have come to what they should.\n", tests);
 }
 
-// The store of the host is read before the trial's host is made, and not again.
+// The registry of the host is read before the trial's host is made, and not again.
 int Test(Context &context, const TestOptions &options)
 {
     // Before anything is made that would stay behind.

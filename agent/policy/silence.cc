@@ -1,5 +1,6 @@
 #include "agent/policy/silence.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <fnmatch.h>
@@ -7,6 +8,7 @@
 
 #include "agent/host/error.h"
 #include "agent/text/printable.h"
+#include "agent/text/split.h"
 
 namespace policy {
 
@@ -129,7 +131,12 @@ bool Silence::Matches(const alerts::Alert &alert) const
 {
     return (!event_id || *event_id == alert.event_id) &&
            fnmatch(source.c_str(), alert.source.c_str(), 0) == 0 &&
-           fnmatch(host.c_str(), alert.HostOfLine().c_str(), 0) == 0;
+           fnmatch(host.c_str(), alert.HostOfLine().c_str(), 0) == 0 &&
+           std::all_of(labels.begin(), labels.end(), [&](const auto &label) {
+               const auto found = alert.labels.find(label.first);
+               const std::string value = found != alert.labels.end() ? found->second : "";
+               return fnmatch(label.second.c_str(), value.c_str(), 0) == 0;
+           });
 }
 
 bool Silence::Holds(int64_t time_s) const
@@ -145,6 +152,33 @@ void CheckPattern(const std::string &text)
 void CheckComment(const std::string &text)
 {
     CheckText("comment", text, true);
+}
+
+std::map<std::string, std::string> ParseLabels(const std::string &text)
+{
+    std::map<std::string, std::string> labels;
+    if (text.empty())
+        return labels;
+    CheckText("labels", text, false);
+    for (const std::string &condition : text::SplitAtCommas(text)) {
+        const size_t sign = condition.find('=');
+        const bool is_good = sign != std::string::npos && sign > 0;
+        if (!is_good ||
+            !labels.emplace(condition.substr(0, sign), condition.substr(sign + 1)).second)
+            throw host::Error("cannot use the labels \"" + text + "\"",
+                              is_good ? "one stands twice"
+                                      : "\"" + condition + "\" has no name and pattern",
+                              "write them as team=db,tier=web*");
+    }
+    return labels;
+}
+
+std::string LabelsText(const std::map<std::string, std::string> &labels)
+{
+    std::string text;
+    for (const auto &[name, pattern] : labels)
+        text += (text.empty() ? "" : ",") + name + "=" + pattern;
+    return text;
 }
 
 WeeklyWindow ParseWindow(const std::string &text)

@@ -6,6 +6,7 @@
 #define AGENT_POLICY_SILENCE_H
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 
@@ -33,6 +34,8 @@ struct Silence {
     std::string source = "*";
     std::string host = "*";
     std::optional<uint32_t> event_id;
+    std::map<std::string, std::string>
+        labels; // patterns by name; a label that is not there is empty
     // When, in seconds since 1970; the end is the first second behind it, 0: there is none.
     int64_t begin_s = 0;
     int64_t end_s = 0;
@@ -51,6 +54,10 @@ struct Silence {
 // Throws host::Error when a text of a silence is too long or holds a control character, or a pattern is empty.
 void CheckPattern(const std::string &text);
 void CheckComment(const std::string &text);
+
+// "team=db,tier=web*", conditions of which all must hold; empty: none. Throws host::Error, which says what is allowed.
+std::map<std::string, std::string> ParseLabels(const std::string &text);
+std::string LabelsText(const std::map<std::string, std::string> &labels);
 
 // "mon-fri 22:00-06:00", "sat,sun", "22:00-06:00 UTC": days, hours and zone, of which one must be there.
 // Throws host::Error, which says what is allowed.

@@ -51,14 +51,15 @@ std::optional<Silence> Read(host::RegistryTree &registry, host::KeyId key, const
     silence.comment = TextAt(registry, key, "Comment");
     silence.author = TextAt(registry, key, "Author");
     silence.is_from_file = NumberAt(registry, key, kFromFile) != 0;
-    if (const std::string window = TextAt(registry, key, "Window"); !window.empty()) {
-        try {
+    try {
+        silence.labels = ParseLabels(TextAt(registry, key, "Labels"));
+        if (const std::string window = TextAt(registry, key, "Window"); !window.empty())
             silence.window = ParseWindow(window);
-        } catch (const host::StoreError &) {
-            throw;
-        } catch (const host::Error &) {
-            return std::nullopt;
-        }
+    } catch (const host::StoreError &) {
+        throw;
+    } catch (const host::Error &) {
+        // Edited by hand: better an alert too many.
+        return std::nullopt;
     }
     return silence;
 }
@@ -97,6 +98,8 @@ uint32_t AddSilence(host::Store &store, host::RegistryTree &registry, const Sile
         registry.Create(host::kRootKey, SilencesPath() + "\\" + std::to_string(number));
     host::SetText(registry, key, "Source", silence.source);
     host::SetText(registry, key, "Host", silence.host);
+    if (!silence.labels.empty())
+        host::SetText(registry, key, "Labels", LabelsText(silence.labels));
     if (silence.event_id)
         host::SetNumber(registry, key, "EventId", *silence.event_id);
     host::SetNumber(registry, key, "Begin", static_cast<uint32_t>(silence.begin_s));

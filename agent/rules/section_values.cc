@@ -59,6 +59,8 @@ EntryValues ValuesOf(const policy::Silence &silence)
     EntryValues values = {{"source", {silence.source}}, {"host", {silence.host}}};
     if (silence.event_id)
         values.push_back({"event", {events::FormatEventId(*silence.event_id)}});
+    if (!silence.labels.empty())
+        values.push_back({"labels", {policy::LabelsText(silence.labels)}});
     if (silence.window)
         values.push_back({"every", {policy::WindowText(*silence.window)}});
     values.push_back({"from", {MomentText(silence.begin_s)}});

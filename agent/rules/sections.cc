@@ -12,8 +12,8 @@ namespace rules {
 using Kind = YamlNode::Kind;
 
 const Names kSectionKeys = {"settings", "inputs", "sinks", "silences"};
-const Names kSilenceKeys = {"source", "host",    "event",   "every", "from",
-                            "until",  "summary", "comment", "author"};
+const Names kSilenceKeys = {"source", "host",  "event",   "labels",  "every",
+                            "from",   "until", "summary", "comment", "author"};
 
 namespace {
 
@@ -267,6 +267,8 @@ bool SectionReader::ReadSilenceValue(const std::string &name, const YamlNode &no
             (name == "source" ? silence->source : silence->host) = *text;
         } else if (name == "event") {
             silence->event_id = events::ParseEventId(*text);
+        } else if (name == "labels") {
+            silence->labels = policy::ParseLabels(*text);
         } else if (name == "every") {
             silence->window = policy::ParseWindow(*text);
         } else if (name == "from") {

@@ -11,6 +11,7 @@
 #include "agent/host/host.h"
 #include "agent/host/trace_log.h"
 #include "agent/host/waitable.h"
+#include "agent/settings/alert_limits.h"
 #include "agent/settings/web_address.h"
 #include "agent/text/suggestion.h"
 #include "platform/contract.h"
@@ -221,6 +222,35 @@ std::string FormatSilentAfter(const host::RegValue *stored)
     return std::to_string(std::min(hours, host::kMaxSilentAfter));
 }
 
+constexpr char kAlertLimitAccepted[] = "a number of alerts from 100 to 100000000";
+
+host::RegValue ParseAlertLimit(const std::string &text)
+{
+    return Number(NumberWithin("alert-limit", text, kSmallestAlertLimit, kLargestAlertLimit,
+                               kAlertLimitAccepted));
+}
+
+std::string FormatAlertLimit(const host::RegValue *stored)
+{
+    const uint32_t limit = NumberIn(stored).value_or(kDefaultAlertLimit);
+    return std::to_string(std::clamp(limit, kSmallestAlertLimit, kLargestAlertLimit));
+}
+
+// What a quarter of the disk is shows when the daemon looks.
+constexpr char kAlertMegabytesAccepted[] =
+    "a number of megabytes from 1 to 1048576, or 0 for 256, and no more than a quarter of the disk";
+
+host::RegValue ParseAlertMegabytes(const std::string &text)
+{
+    return Number(
+        NumberWithin("alert-megabytes", text, 0, kLargestAlertMegabytes, kAlertMegabytesAccepted));
+}
+
+std::string FormatAlertMegabytes(const host::RegValue *stored)
+{
+    return std::to_string(std::min(NumberIn(stored).value_or(0), kLargestAlertMegabytes));
+}
+
 constexpr char kWebAccepted[] =
     "an address with a port, such as 127.0.0.1:9514 or [::1]:9514, the absolute "
     "path of a socket, or off";
@@ -283,6 +313,13 @@ const std::vector<Setting> &AllSettings()
          "Time without a line of the system log after which an alert tells of it; 0: never",
          kSilentAccepted, host::kAgentKey, host::kSilentAfter, kAgentEvent, "24", false,
          ParseSilentAfter, FormatSilentAfter},
+        {"alert-limit", "alerts", "How many alerts are kept; beyond it the oldest go",
+         kAlertLimitAccepted, host::kAgentKey, kAlertLimit, kSinksEvent, "100000", false,
+         ParseAlertLimit, FormatAlertLimit},
+        {"alert-megabytes", "megabytes",
+         "How many megabytes of them are kept; 0: 256, and no more than a quarter of the disk",
+         kAlertMegabytesAccepted, host::kAgentKey, kAlertMegabytes, kSinksEvent, "0", false,
+         ParseAlertMegabytes, FormatAlertMegabytes},
     };
     return settings;
 }

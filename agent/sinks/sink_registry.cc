@@ -15,8 +15,11 @@ namespace sinks {
 namespace {
 
 constexpr char kKind[] = "Kind";
-constexpr char kAlertLimit[] = "AlertLimit";
-constexpr char kAlertMegabytes[] = "AlertMegabytes";
+using settings::kAlertLimit;
+using settings::kAlertMegabytes;
+using settings::kLargestAlertLimit;
+using settings::kLargestAlertMegabytes;
+using settings::kSmallestAlertLimit;
 // Bytes of a sink's name. It is a registry key's name and an argument of commands, and in the name
 // of a thread.
 constexpr size_t kMaxName = 64;
@@ -174,8 +177,8 @@ uint32_t SinkRegistry::AlertMegabytes()
 {
     constexpr int64_t kMegabyte = int64_t{1024} * 1024;
     const auto set = host::AgentNumber(registry_, kAlertMegabytes);
-    if (set)
-        return std::clamp(*set, 1U, kLargestAlertMegabytes);
+    if (set && *set != 0)
+        return std::min(*set, kLargestAlertMegabytes);
     const int64_t quarter = host::SizeOfDisk(store_.database().path()) / 4 / kMegabyte;
     return static_cast<uint32_t>(std::clamp<int64_t>(quarter, 1, kDefaultAlertMegabytes));
 }

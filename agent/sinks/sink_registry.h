@@ -9,8 +9,8 @@
 // Key SOFTWARE\KORBIN\TARSKVOSKAR\AGENT:
 //
 //   AlertLimit      REG_DWORD  100000  how many alerts are kept; beyond it the oldest go
-//   AlertMegabytes  REG_DWORD  256     how many MiB of them are kept; when it is not set, no more than
-//                                      a quarter of the store's disk
+//   AlertMegabytes  REG_DWORD  256     how many MiB of them are kept; when it is not set, or 0, no
+//                                      more than a quarter of the store's disk
 #ifndef AGENT_SINKS_SINK_REGISTRY_H
 #define AGENT_SINKS_SINK_REGISTRY_H
 
@@ -20,19 +20,14 @@
 #include <vector>
 
 #include "agent/host/registry_tree.h"
+#include "agent/settings/alert_limits.h"
 #include "agent/sinks/sink.h"
 
 namespace sinks {
 
-// Set by a command that has changed a sink or the limit; the daemon reads them again.
-inline constexpr char kSinksEvent[] = "Agent_Sinks_Event";
-
-// Alerts that are kept, and MiB of them: without a setting, and what can be set.
-constexpr uint32_t kDefaultAlertLimit = 100000;
-constexpr uint32_t kSmallestAlertLimit = 100;
-constexpr uint32_t kLargestAlertLimit = 100000000;
-constexpr uint32_t kDefaultAlertMegabytes = 256;
-constexpr uint32_t kLargestAlertMegabytes = 1024 * 1024;
+using settings::kDefaultAlertLimit;
+using settings::kDefaultAlertMegabytes;
+using settings::kSinksEvent;
 
 // A sink as it was found. With a problem, its kind may be null, and nothing is sent to it.
 struct StoredSink {

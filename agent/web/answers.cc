@@ -143,6 +143,7 @@ ordered_json Silences(host::RegistryTree *registry, int64_t now_s)
              {"event_id", silence.event_id ? ordered_json(events::FormatEventId(*silence.event_id))
                                            : ordered_json(nullptr)},
              {"host", silence.host},
+             {"labels", OrNull(policy::LabelsText(silence.labels))},
              {"holds", silence.Holds(now_s)},
              {"begin_ms", silence.begin_s * kMsOfSecond},
              {"end_ms", silence.end_s == 0 ? ordered_json(nullptr)

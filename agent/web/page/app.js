@@ -154,7 +154,7 @@ function showSinks() {
 
 function showSilences() {
   fill("silence-table", overview.silences.map((silence) => [{ number: number(silence.number) },
-    `${silence.source} ${silence.event_id || "*"}, host ${silence.host}`,
+    `${silence.source} ${silence.event_id || "*"}, host ${silence.host}${silence.labels ? `, ${silence.labels}` : ""}`,
     `${silence.window || "always"}${silence.end_ms ? ` until ${new Date(silence.end_ms).toLocaleString("en-GB")}` : ""}`,
     silence.holds ? "holds back" : "waits", [silence.comment, silence.author].filter(Boolean).join(", by ")]),
   "No alert is held back by a silence.");

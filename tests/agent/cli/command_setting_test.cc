@@ -36,7 +36,10 @@ TEST_F(SettingCommand, GetShowsEverySettingWithItsUnitAndMeaning)
         "alarm-after\t900\tseconds\tA trouble of the monitor that may pass by itself is told "
         "of when it has lasted so long\n"
         "silent-after\t24\thours\tTime without a line of the system log after which an alert "
-        "tells of it; 0: never\n");
+        "tells of it; 0: never\n"
+        "alert-limit\t100000\talerts\tHow many alerts are kept; beyond it the oldest go\n"
+        "alert-megabytes\t0\tmegabytes\tHow many megabytes of them are kept; 0: 256, and no more "
+        "than a quarter of the disk\n");
     EXPECT_EQ((json{{"version", 1},
                     {"settings",
                      {{"cycle", "300"},
@@ -49,7 +52,9 @@ TEST_F(SettingCommand, GetShowsEverySettingWithItsUnitAndMeaning)
                       {"spool-megabytes", "64"},
                       {"web", "off"},
                       {"alarm-after", "900"},
-                      {"silent-after", "24"}}}}),
+                      {"silent-after", "24"},
+                      {"alert-limit", "100000"},
+                      {"alert-megabytes", "0"}}}}),
               Json({"get"}));
 }
 
@@ -90,10 +95,11 @@ TEST_F(SettingCommand, SetTakesDefault)
 TEST_F(SettingCommand, DefaultTakesTheStoredValueAwayExceptOfTheCycle)
 {
     const std::map<std::string, std::string> others = {
-        {"cycle", "10"},           {"customer-file", "/a"},  {"file-monitor", "/a"},
-        {"fault-tolerant", "on"},  {"log-charset", "ASCII"}, {"trace-level", "off"},
-        {"trigger-interval", "5"}, {"spool-megabytes", "5"}, {"alarm-after", "5"},
-        {"silent-after", "5"},     {"web", "127.0.0.1:9514"}};
+        {"cycle", "10"},           {"customer-file", "/a"},   {"file-monitor", "/a"},
+        {"fault-tolerant", "on"},  {"log-charset", "ASCII"},  {"trace-level", "off"},
+        {"trigger-interval", "5"}, {"spool-megabytes", "5"},  {"alarm-after", "5"},
+        {"silent-after", "5"},     {"web", "127.0.0.1:9514"}, {"alert-limit", "500"},
+        {"alert-megabytes", "5"}};
     for (const settings::Setting &setting : settings::AllSettings()) {
         ExpectDone({"set", setting.name, others.at(setting.name)});
         ExpectDone({"set", setting.name, "default"});
@@ -155,7 +161,8 @@ TEST_F(SettingCommand, ASettingThatIsNotKnownIsNamedWithThoseThatAre)
     const std::string known =
         ": there is none of that name; did you mean cycle? use one of "
         "cycle, customer-file, file-monitor, fault-tolerant, log-charset, trace-level, "
-        "trigger-interval, spool-megabytes, web, alarm-after, silent-after";
+        "trigger-interval, spool-megabytes, web, alarm-after, silent-after, alert-limit, "
+        "alert-megabytes";
     ExpectFailed({"get", "cylce"}, "cannot find the setting \"cylce\"" + known);
     ExpectFailed({"set", "cylce", "10"}, "cannot find the setting \"cylce\"" + known);
 }

@@ -31,12 +31,16 @@ TEST_F(SilenceCommand, AddsListsAndEnds)
     EXPECT_EQ(7200000, std::stoll(Listed("/0/end_ms")) - std::stoll(Listed("/0/begin_ms")));
     EXPECT_EQ("null", Listed("/1/end_ms"));
     EXPECT_EQ("00:00-24:00", Listed("/1/every"));
+    EXPECT_EQ("{}", Listed("/1/labels"));
+    ExpectOutput({"silence", "add", "--label", "tier=web*,team=db", "--for", "1h"}, "3\n");
+    EXPECT_EQ("db", Listed("/2/labels/team"));
+    EXPECT_NE(std::string::npos, Syslogmon({"silence", "list"}).out.find("team=db,tier=web*"));
     ExpectDone({"silence", "end", "1"});
     EXPECT_EQ("2", Listed("/0/silence"));
     EXPECT_EQ("over", Listed("/0/state", {"--all"}));
     ExpectFailed({"silence", "end", "1"},
                  "cannot end the silence 1: there is none of that number that is not over; use one "
-                 "of 2");
+                 "of 2, 3");
 }
 
 TEST_F(SilenceCommand, WrongWordsChangeNothing)
@@ -48,6 +52,9 @@ TEST_F(SilenceCommand, WrongWordsChangeNothing)
                  "cannot use the hours \"monday\": their form is not known; write days and hours, "
                  "such as \"mon-fri 22:00-06:00\", \"sat,sun\" or \"22:00-06:00 UTC\"");
     EXPECT_EQ(1, Syslogmon({"silence", "add", "--for", "1h", "--source", ""}).status);
+    for (const char *labels : {"team", "=db", "team=a,team=b", "team=a,"})
+        EXPECT_EQ(1, Syslogmon({"silence", "add", "--for", "1h", "--label", labels}).status)
+            << labels;
     EXPECT_EQ(1, Syslogmon({"silence", "add", "--for", "1h", "--event", "x"}).status);
     ExpectOutput({"get", "cycle"}, "300\n"); // there is a store
     EXPECT_EQ("[]", Listed(""));

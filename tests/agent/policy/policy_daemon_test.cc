@@ -208,6 +208,41 @@ TEST_F(PolicyInADaemon, EventSetChangesTheUsersNumberAndKeepsThePolicy)
               Syslogmon({"apply", File("again.yaml")}).out);
 }
 
+TEST_F(PolicyInADaemon, OneLineIsExplainedFromWhatWasCountedByNow)
+{
+    Apply("report_count: 3, within: 10m, per: host");
+    test::Child daemon(Daemon());
+    WaitUntilRunning(daemon);
+    LogAt({{5, "web1"}, {4, "web1"}, {3, "db1"}});
+    const auto explained = [&](const std::string &host) {
+        return Json(
+            {"test", "--explain", Stamp(now_) + host + " prog[7]: alpha"})["events"][0]["reason"];
+    };
+    for (int i = 0; i < 2; ++i) { // the question itself counts nothing
+        EXPECT_EQ("all its keywords are there, and it is reported, with 3 hits (host web1)",
+                  explained("web1"));
+        EXPECT_EQ("all its keywords are there, and it counts: 2 of 3 within 10 minutes (host db1)",
+                  explained("db1"));
+        EXPECT_EQ("all its keywords are there, and it counts: 1 of 3 within 10 minutes (host app1)",
+                  explained("app1"));
+    }
+}
+
+TEST_F(PolicyInADaemon, ASilenceHoldsByTheLabelsOfTheEvent)
+{
+    Apply("labels: {team: db}");
+    ASSERT_EQ(0, Syslogmon({"silence", "add", "--label", "team=web", "--for", "1h"}).status);
+    test::Child daemon(Daemon());
+    WaitUntilRunning(daemon);
+    LogAt({{5, "web1"}});
+    ASSERT_EQ(0, Syslogmon({"silence", "add", "--label", "team=d*", "--for", "1h"}).status);
+    Log("alpha");
+    const auto alerts = Alerts();
+    ASSERT_EQ(2U, alerts.size());
+    EXPECT_FALSE(alerts[0].contains("silence"));
+    EXPECT_EQ(2, alerts[1]["silence"]);
+}
+
 // The monitor searches for the text that the expression needs, and the agent decides.
 TEST_F(PolicyInADaemon, AnExpressionAloneFindsItsLines)
 {

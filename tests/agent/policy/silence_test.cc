@@ -158,6 +158,21 @@ TEST_F(SilenceDesk, OnlyTheEventThatItNamesIsHeldBack)
     EXPECT_EQ((Numbers{0, number}), Marks());
 }
 
+TEST(SilenceLabels, EachMustMatchAndOneThatIsNotThereIsEmpty)
+{
+    alerts::Alert alert;
+    alert.labels = {{"team", "db"}, {"tier", "web1"}};
+    const auto matches = [&](const std::string &labels) {
+        Silence silence;
+        silence.labels = policy::ParseLabels(labels);
+        return silence.Matches(alert);
+    };
+    for (const char *labels : {"", "team=db", "team=d?", "team=db,tier=web*", "site="})
+        EXPECT_TRUE(matches(labels)) << labels;
+    for (const char *labels : {"team=DB", "team=db,tier=app*", "site=*x", "team="})
+        EXPECT_FALSE(matches(labels)) << labels;
+}
+
 TEST_F(SilenceDesk, OneThatIsEndedHoldsBackNothingMore)
 {
     const uint32_t number = Add(For(3600));

@@ -108,10 +108,10 @@ TEST(RulesSections, AMistakeInASinkIsToldAtItsPlace)
 TEST(RulesSections, EachOptionOfASinkIsCheckedAsTheCommandChecksIt)
 {
     const std::vector<std::string> values = {
-        "x",          "/tmp/x", "30",     "http://h/x", "daemon",   "err",      "json",
-        "inform",     "2c",     "auto",   "none",       "30/min",   "smtp://h", "a@b.c",
-        "SHA",        "AES",    "host=a", "true",       "0",        "-1",       "999999",
-        "severity>=", "?",      "ftp:",   "8000000001", "nats://h", ""};
+        "x",          "/tmp/x", "30",     "http://h/x", "daemon",   "err",       "json",
+        "inform",     "2c",     "auto",   "none",       "30/min",   "smtp://h",  "a@b.c",
+        "SHA",        "AES",    "host=a", "true",       "0",        "-1",        "999999",
+        "severity>=", "?",      "ftp:",   "8000000001", "nats://h", "text/html", ""};
     size_t accepted = 0;
     size_t refused = 0;
     for (const sinks::SinkKind &kind : sinks::AllKinds()) {
@@ -208,6 +208,7 @@ TEST(RulesSections, ASilenceHasPatternsAndTimes)
                                                  "  - source: BACKUP\n"
                                                  "    host: web*\n"
                                                  "    event: 1A\n"
+                                                 "    labels: team=db,tier=web*\n"
                                                  "    every: sat,sun 02:00-04:00 UTC\n"
                                                  "    from: 2026-12-24T17:00:00Z\n"
                                                  "    until: 2026-12-26T18:00:00+01:00\n"
@@ -220,6 +221,7 @@ TEST(RulesSections, ASilenceHasPatternsAndTimes)
     EXPECT_EQ("BACKUP", silence.source);
     EXPECT_EQ("web*", silence.host);
     EXPECT_EQ(0x1AU, silence.event_id);
+    EXPECT_EQ("team=db,tier=web*", policy::LabelsText(silence.labels));
     EXPECT_EQ("sat,sun 02:00-04:00 UTC", policy::WindowText(*silence.window));
     EXPECT_EQ(1798131600, silence.begin_s);
     EXPECT_EQ(1798304400, silence.end_s);
@@ -240,6 +242,7 @@ TEST(RulesSections, EachValueOfASilenceHasOneThatIsTakenAndOneThatIsNot)
         {"source", "DISK*", "\"\"", "use a text of 1 to 256 bytes"},
         {"host", "web?", "\"a\\x01\"", "use a text of 1 to 256 bytes"},
         {"event", "FF", "0x1", "hexadecimal"},
+        {"labels", "\"team=db,tier=\"", "team", "write them as team=db,tier=web*"},
         {"every", "mon-fri", "monday", "write days and hours"},
         {"from", "2026-12-24", "yesterday", "write it as \"2026-12-24 18:00\""},
         {"until", "2026-12-24 18:00", "2h", "write it as \"2026-12-24 18:00\""},
@@ -280,6 +283,8 @@ TEST(RulesSections, EachSettingHasAValueThatIsTakenAndOneThatIsNot)
         {"web", "127.0.0.1:9514", "9514"},
         {"alarm-after", "1", "0"},
         {"silent-after", "0", "x"},
+        {"alert-limit", "500", "99"},
+        {"alert-megabytes", "0", "-1"},
     };
     EXPECT_EQ(settings::AllSettings().size(), rows.size());
     for (const Row &row : rows) {

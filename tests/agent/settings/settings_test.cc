@@ -54,6 +54,8 @@ TEST_F(Settings, HaveTheirDefaultsInAnEmptyRegistry)
     EXPECT_EQ("64", Get("spool-megabytes"));
     EXPECT_EQ("900", Get("alarm-after"));
     EXPECT_EQ("24", Get("silent-after"));
+    EXPECT_EQ("100000", Get("alert-limit"));
+    EXPECT_EQ("0", Get("alert-megabytes"));
 }
 
 TEST_F(Settings, AreSetBackByTheWordDefault)
@@ -67,7 +69,9 @@ TEST_F(Settings, AreSetBackByTheWordDefault)
                                       {"trigger-interval", "0"},
                                       {"spool-megabytes", "1"},
                                       {"alarm-after", "1"},
-                                      {"silent-after", "0"}}) {
+                                      {"silent-after", "0"},
+                                      {"alert-limit", "100"},
+                                      {"alert-megabytes", "1"}}) {
         const std::string before = Get(name);
         ExpectTaken(name, value);
         EXPECT_EQ("no error", Set(name, "default"));
@@ -79,7 +83,8 @@ TEST_F(Settings, ThatAreNotKnownAreNamedWithThoseThatAre)
 {
     EXPECT_EQ("cannot find the setting \"cylce\": there is none of that name; did you mean cycle? "
               "use one of cycle, customer-file, file-monitor, fault-tolerant, log-charset, "
-              "trace-level, trigger-interval, spool-megabytes, web, alarm-after, silent-after",
+              "trace-level, trigger-interval, spool-megabytes, web, alarm-after, silent-after, "
+              "alert-limit, alert-megabytes",
               ErrorOf([] { FindSetting("cylce"); }));
 }
 
@@ -119,6 +124,20 @@ TEST_F(Settings, ALogIsSilentAfter1To8760HoursOrNever)
     for (const char *text : {"8761", "-1", "", "1d"})
         ExpectRefused("silent-after", text,
                       "a number of hours from 1 to 8760, or 0 for no such alert");
+}
+
+TEST_F(Settings, AlertsAreKeptUpToALimitOfNumberAndSize)
+{
+    for (const char *text : {"100", "100000", "100000000"})
+        ExpectTaken("alert-limit", text);
+    for (const char *text : {"99", "100000001", "-1", "", "1e5"})
+        ExpectRefused("alert-limit", text, "a number of alerts from 100 to 100000000");
+    for (const char *text : {"0", "1", "1048576"})
+        ExpectTaken("alert-megabytes", text);
+    for (const char *text : {"1048577", "-1", "", "1M"})
+        ExpectRefused("alert-megabytes", text,
+                      "a number of megabytes from 1 to 1048576, or 0 for 256, and no more than a "
+                      "quarter of the disk");
 }
 
 // While there are inputs, the module's customer file is the spool.
