@@ -207,6 +207,20 @@ class OnAMachine(unittest.TestCase):
         self.assertEqual(CAP_DAC_READ_SEARCH, int(value["CapEff"], 16))
         self.assertEqual("1", value["NoNewPrivs"])
         self.assertEqual("2", value["Seccomp"])
+        self.members_of_adm_read_and_change_nothing()
+
+    def members_of_adm_read_and_change_nothing(self):
+        """While the daemon runs and when it has stopped."""
+        def as_member(*words, group="adm"):
+            return self.machine.run("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups" if group is None
+                                    else f"--groups={group}", "syslogmon", *words)
+        self.machine.write(1)
+        self.assertEqual([1], self.machine.reported())
+        for state in ("start", "stop"):
+            self.machine.command("systemctl", state, UNIT)
+            self.assertIn("numbered", as_member("alerts").stdout, state)
+            self.assertNotEqual(0, as_member("alerts", group=None).returncode, state)
+        self.assertNotEqual(0, as_member("set", "cycle", "60").returncode)
 
     def test_the_watchdog_is_fed_and_a_daemon_that_hangs_is_started_again(self):
         self.start()
