@@ -1,3 +1,4 @@
+#!/usr/bin/env python3
 """Does asking for the metrics hold up a pass? Passes of a real daemon over some lines each, alone and while another process
 asks for /metrics at a rate, in turns: the durations that the daemon tells of.
 

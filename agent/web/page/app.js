@@ -179,6 +179,17 @@ let hidden = new Set();
 let plotted = null; // what the plot was made for
 let course = null;
 
+// Compiling it takes longer than all else before the page shows something, so it comes behind the first frame.
+const plotLibrary = new Promise((resolve, reject) => {
+  requestAnimationFrame(() => setTimeout(() => {
+    const script = document.createElement("script");
+    script.src = "uPlot.js";
+    script.onload = resolve;
+    script.onerror = () => reject(new Error("uPlot.js did not come"));
+    document.head.append(script);
+  }));
+});
+
 function isDark() {
   const chosen = document.documentElement.dataset.theme;
   return chosen ? chosen === "dark" : matchMedia("(prefers-color-scheme: dark)").matches;
@@ -257,6 +268,7 @@ function redraw() {
 async function loadCourse() {
   const kind = $("kind").value;
   const history = await get(`api/v1/history?kind=${kind}&seconds=${$("range").value}&top=10`);
+  await plotLibrary;
   course = history;
   drawPlot(history);
   showLegend(history.series);
