@@ -224,6 +224,18 @@ constexpr const char *kSteps[] = {
     "  sequence INTEGER NOT NULL,"
     "  problem TEXT NOT NULL," // why nothing is taken; empty: nothing is wrong
     "  problem_ms INTEGER NOT NULL);",
+    // 14: what the groups of this host have brought: see agent/fleet/fleet_rules.h.
+    "CREATE TABLE fleet_group ("
+    "  name TEXT PRIMARY KEY,"
+    "  created INTEGER NOT NULL," // when the bucket was made, in nanoseconds since 1970
+    "  revision INTEGER NOT NULL,"
+    "  is_canary INTEGER NOT NULL,"
+    "  value TEXT NOT NULL) WITHOUT ROWID;" // as it stands in the bucket
+    "CREATE TABLE fleet_owned ("
+    "  kind TEXT NOT NULL," // event, setting
+    "  name TEXT NOT NULL," // of an event, its source as it is compared
+    "  event_id INTEGER NOT NULL,"
+    "  PRIMARY KEY (kind, name, event_id)) WITHOUT ROWID;",
 };
 constexpr int kVersion = static_cast<int>(std::size(kSteps));
 

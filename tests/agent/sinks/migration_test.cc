@@ -18,10 +18,10 @@ class MigrationTest : public test::SinkTest {
     void GoBackToTheThird()
     {
         test::Store().Write([](host::Database &database) {
-            for (const char *table :
-                 {"input_place", "spool", "spool_origin", "spool_stamp", "policy_value",
-                  "policy_event", "alarm", "log_file", "series", "history", "delivery_held",
-                  "silence_held", "own_total", "fleet_host", "fleet_place"})
+            for (const char *table : {"input_place", "spool", "spool_origin", "spool_stamp",
+                                      "policy_value", "policy_event", "alarm", "log_file", "series",
+                                      "history", "delivery_held", "silence_held", "own_total",
+                                      "fleet_host", "fleet_place", "fleet_group", "fleet_owned"})
                 database.Execute((std::string("DROP TABLE ") + table).c_str());
             for (const char *column :
                  {"reports", "last_time_ms", "last_message", "line_host", "program", "own_time",
@@ -58,7 +58,7 @@ TEST_F(MigrationTest, AStoreOfTheFirstVersionKeepsItsAlertsAndItsIdentity)
     const std::string uuid = test::Store().uuid();
     GoBack();
     test::StartHost(Layout(), host::Role::kCommand);
-    EXPECT_EQ(13, Version());
+    EXPECT_EQ(14, Version());
     EXPECT_EQ(uuid, test::Store().uuid());
     EXPECT_EQ(5U, alerts::ReadAlerts(test::Store().database(), 0, 0, 100).size());
     EXPECT_EQ(std::string("value\0", 6), test::TreeValue("SOFTWARE\\X", "name")->data);
@@ -70,7 +70,7 @@ TEST_F(MigrationTest, AlertsOfTheThirdVersionKeepTheirKeysAndNewOnesGetOthers)
     const std::string uuid = test::Store().uuid();
     GoBackToTheThird();
     test::StartHost(Layout(), host::Role::kCommand);
-    EXPECT_EQ(13, Version());
+    EXPECT_EQ(14, Version());
     Store(1);
     const auto stored = Alerts();
     ASSERT_EQ(3U, stored.size());
