@@ -99,10 +99,6 @@ set_target_properties(snmp PROPERTIES PREFIX "" SUFFIX ".so" CXX_VISIBILITY_PRES
 target_include_directories(snmp PRIVATE ${CMAKE_SOURCE_DIR})
 target_link_libraries(snmp PRIVATE ${NETSNMP})
 
-add_agent_folder(fleet UNHURRIED collector.cc fleet_keeper.cc identity.cc ledger.cc setup.cc stream_reader.cc wire_alert.cc)
-target_link_libraries(agent_fleet PUBLIC agent_sinks agent_nats
-                      PRIVATE agent_alerts agent_events agent_text nlohmann_json::nlohmann_json Threads::Threads)
-
 include(cmake/Inputs.cmake)
 
 add_agent_folder(alarms UNHURRIED alarm_book.cc alarm_watch.cc sight.cc)
@@ -136,6 +132,11 @@ add_agent_folder(rules UNHURRIED apply.cc event_reader.cc node_reader.cc policy_
     section_diff.cc section_values.cc sections.cc yaml_text.cc yaml_tree.cc)
 target_link_libraries(agent_rules PUBLIC agent_events agent_inputs agent_policy agent_settings agent_sinks agent_text PRIVATE PkgConfig::YAML)
 
+add_agent_folder(fleet UNHURRIED buckets.cc collector.cc fleet_keeper.cc fleet_rules.cc group_files.cc host_status.cc identity.cc ledger.cc
+    member.cc permitted.cc setup.cc stream_reader.cc wire_alert.cc)
+target_link_libraries(agent_fleet PUBLIC agent_nats agent_rules agent_sinks
+                      PRIVATE agent_alerts agent_events agent_metrics agent_text nlohmann_json::nlohmann_json Threads::Threads)
+
 # Editors check rules files against this schema, and complete what is typed into them.
 set(SYSLOGMON_RULES_SCHEMA ${CMAKE_INSTALL_FULL_DATADIR}/syslogmon/rules.schema.json)
 install(FILES packaging/rules.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/syslogmon)
@@ -143,17 +144,17 @@ install(FILES packaging/rules.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/s
 add_agent_folder(cli UNHURRIED WITH_JSON alert_commands.cc author.cc backup_commands.cc context.cc doctor_agent.cc doctor_commands.cc doctor_inputs.cc doctor_logs.cc
     doctor_promises.cc doctor_rsyslog.cc doctor_sinks.cc event_commands.cc event_json.cc explain.cc
     hour_of.cc input_commands.cc line_trial.cc matched_line.cc metrics_commands.cc option_word.cc output.cc
-    progress_bar.cc reg_file_commands.cc registry_commands.cc rendered_log.cc report_commands.cc rsyslog_config.cc rule_tests.cc rules_commands.cc
+    progress_bar.cc reg_file_commands.cc registry_commands.cc rendered_log.cc report_commands.cc rsyslog_config.cc rule_tests.cc rules_commands.cc rules_output.cc
     scan_commands.cc setting_commands.cc silence_commands.cc since.cc sink_commands.cc status_commands.cc table.cc tally.cc
     temporary_folder.cc test_commands.cc text_input.cc top_commands.cc top_view.cc trace_commands.cc trial.cc trial_clock.cc trial_input.cc
-    undelivered_commands.cc collect_commands.cc fleet_commands.cc)
+    undelivered_commands.cc collect_commands.cc fleet_commands.cc fleet_rules_commands.cc fleet_servers.cc)
 target_link_libraries(agent_cli PUBLIC agent_commandline agent_fleet agent_inputs agent_logs agent_metrics agent_regfile agent_report agent_rules
                       agent_settings agent_sinks agent_status)
 target_link_libraries(agent_cli PRIVATE PkgConfig::NCURSES)
 # Its header has macros of short names.
 set_source_files_properties(agent/cli/top_commands.cc PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 # They have functions of one name, for commands of one form.
-set_source_files_properties(agent/cli/input_commands.cc agent/cli/reg_file_commands.cc agent/cli/registry_commands.cc agent/cli/sink_commands.cc
+set_source_files_properties(agent/cli/collect_commands.cc agent/cli/fleet_commands.cc agent/cli/fleet_rules_commands.cc agent/cli/input_commands.cc agent/cli/reg_file_commands.cc agent/cli/registry_commands.cc agent/cli/sink_commands.cc
                             PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 target_include_directories(agent_cli PRIVATE ${CMAKE_BINARY_DIR}/generated)
 target_compile_definitions(agent_cli PUBLIC SYSLOGMON_VERSION="${PROJECT_VERSION}"

@@ -36,13 +36,13 @@ int SetUpCollecting(Context &context, const CollectOptions &options)
 {
     context.Open();
     host::Store &store = context.Host().store();
-    sinks::SinkConfig config = fleet::NewCollect(store);
+    sinks::SinkConfig config = fleet::NewSetup(fleet::SetupPart::kCollect, store);
     for (const std::string &word : options.words) {
         auto [name, value] = SplitOption(word);
         sinks::FindOption(*config.kind, name); // for its error
         config.options[name] = std::move(value);
     }
-    fleet::WriteCollect(store, context.Host().registry(), config);
+    fleet::WriteSetup(fleet::SetupPart::kCollect, store, context.Host().registry(), config);
     TellDaemon(context);
     for (const std::string &warning : sinks::SecretWarnings(config))
         fprintf(stderr, "syslogmon: warning: %s\n", warning.c_str());
@@ -54,7 +54,7 @@ int SetUpCollecting(Context &context, const CollectOptions &options)
 int EndCollecting(Context &context)
 {
     context.Open();
-    const bool was_set = fleet::RemoveCollect(context.Host().registry());
+    const bool was_set = fleet::RemoveSetup(fleet::SetupPart::kCollect, context.Host().registry());
     TellDaemon(context);
     if (context.json)
         PrintJson({{"collects", nullptr}, {"was_set", was_set}});
@@ -82,7 +82,8 @@ int ShowCollecting(Context &context)
 {
     context.OpenToRead();
     host::Store &store = context.Host().store();
-    const auto config = fleet::ReadCollect(store, context.Host().registry());
+    const auto config =
+        fleet::ReadSetup(fleet::SetupPart::kCollect, store, context.Host().registry());
     const host::Snapshot snapshot(store);
     const fleet::CollectState state = fleet::ReadCollectState(store.database());
     const std::vector<fleet::HostRow> hosts = fleet::ReadHosts(store.database());

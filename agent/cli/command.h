@@ -87,6 +87,7 @@ extern const std::vector<Command> kScanCommands;
 extern const std::vector<Command> kAlertCommands;
 extern const std::vector<Command> kCollectCommands;
 extern const std::vector<Command> kFleetCommands;
+extern const std::vector<Command> kFleetRulesCommands;
 extern const std::vector<Command> kSinkCommands;
 extern const std::vector<Command> kSilenceCommands;
 extern const std::vector<Command> kInputCommands;

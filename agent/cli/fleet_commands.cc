@@ -1,16 +1,197 @@
-// fleet identity: the name of this host in a fleet.
+// fleet status, join, leave, identity: the hosts of a fleet, and this one among them.
 #include <cstdio>
 
 #include <nlohmann/json.hpp>
 
 #include "agent/cli/command.h"
+#include "agent/cli/fleet_servers.h"
+#include "agent/cli/option_word.h"
 #include "agent/cli/output.h"
+#include "agent/cli/sink_commands.h"
+#include "agent/fleet/fleet_rules.h"
 #include "agent/fleet/identity.h"
+#include "agent/fleet/member.h"
+#include "agent/fleet/setup.h"
+#include "agent/host/here_and_now.h"
+#include "agent/host/waitable.h"
 #include "agent/status/daemon_lock.h"
+#include "agent/text/duration.h"
+#include "agent/text/printable.h"
 
 namespace cli {
 
 namespace {
+
+using fleet::SetupPart;
+using nlohmann::json;
+
+// ---- status ----
+
+// "web 7, db 3 (canary)"
+std::string GroupsText(const fleet::HostStatus &host)
+{
+    std::string text;
+    for (const fleet::GroupStatus &group : host.groups)
+        text += (text.empty() ? "" : ", ") + group.name + " " + std::to_string(group.revision) +
+                (group.is_canary ? " (canary)" : "");
+    return text;
+}
+
+json ToJson(const fleet::HostStatus &host, int64_t now_ms)
+{
+    json groups = json::object();
+    for (const fleet::GroupStatus &group : host.groups)
+        groups[group.name] = {
+            {"revision", group.revision}, {"newest", group.newest}, {"canary", group.is_canary}};
+    const auto or_null = [](const std::string &text) {
+        return text.empty() ? json(nullptr) : json(text);
+    };
+    const int64_t silent_ms = fleet::SilentFor(host, now_ms);
+    return {{"host", host.host},
+            {"uuid", host.uuid},
+            {"version", host.version},
+            {"groups", groups},
+            {"trouble", or_null(fleet::TroubleOf(host, now_ms))},
+            {"error", or_null(host.error)},
+            {"monitor", or_null(host.monitor)},
+            {"local", host.local},
+            {"heard_ms", host.sent_ms},
+            {"silent_seconds", silent_ms > 0 ? json(silent_ms / 1000) : json(nullptr)},
+            {"last_pass_ms", host.last_pass_ms},
+            {"behind_bytes", host.behind_bytes},
+            {"alerts_a_minute", host.alerts_a_minute}};
+}
+
+int ShowStatus(Context &context, const std::string &group)
+{
+    const auto servers = ConnectToFleet(context);
+    fleet::MakeBuckets(*servers, ReplicasOf(context));
+    std::vector<fleet::HostStatus> hosts = ReadHosts(*servers);
+    if (!group.empty())
+        std::erase_if(hosts, [&](const auto &host) { return !fleet::GroupOf(host, group); });
+    const int64_t now_ms = host::NowMs();
+    fleet::SortByTrouble(&hosts, now_ms);
+    if (context.json) {
+        json list = json::array();
+        for (const fleet::HostStatus &host : hosts)
+            list.push_back(ToJson(host, now_ms));
+        PrintJson({{"hosts", list}});
+        return kExitDone;
+    }
+    Table table({"HOST", "TROUBLE", "GROUPS", "BEHIND", "ALERTS/MIN", "HEARD", "VERSION", "UUID"});
+    for (const fleet::HostStatus &host : hosts) {
+        const std::string trouble = fleet::TroubleOf(host, now_ms);
+        const int64_t heard_s = std::max<int64_t>((now_ms - host.sent_ms) / 1000, 0);
+        table.Add({text::Printable(host.host), trouble.empty() ? "-" : text::Printable(trouble),
+                   text::Printable(GroupsText(host)), std::to_string(host.behind_bytes) + " bytes",
+                   std::to_string(host.alerts_a_minute), text::FormatDuration(heard_s) + " ago",
+                   text::Printable(host.version), text::Printable(host.uuid)});
+    }
+    table.Print();
+    return kExitDone;
+}
+
+void SetUpStatus(Parser &parser, Context &context)
+{
+    auto group = std::make_shared<std::string>();
+    parser.Add("--group", *group, "Only the hosts of this group").TypeName("GROUP");
+    parser.Runs([&, group] { return ShowStatus(context, *group); });
+}
+
+// ---- join, leave ----
+
+void TellDaemon(const Context &context)
+{
+    host::WakeEvent::Create(context.layout.run, fleet::kFleetEvent, false, false)->Set();
+}
+
+int Join(Context &context, const std::vector<std::string> &words)
+{
+    context.Open();
+    host::Store &store = context.Host().store();
+    host::RegistryTree &registry = context.Host().registry();
+    sinks::SinkConfig config = fleet::NewSetup(SetupPart::kMember, store);
+    for (const std::string &word : words) {
+        auto [name, value] = SplitOption(word);
+        sinks::FindOption(*config.kind, name); // for its error
+        config.options[name] = std::move(value);
+    }
+    fleet::WriteSetup(SetupPart::kMember, store, registry, config);
+    TellDaemon(context);
+    const auto warnings = sinks::SecretWarnings(fleet::WithServers(config, store, registry));
+    for (const std::string &warning : warnings)
+        fprintf(stderr, "syslogmon: warning: %s\n", warning.c_str());
+    if (context.json)
+        PrintJson({{"member", config.options}, {"warnings", warnings}});
+    return kExitDone;
+}
+
+// What it belongs to, and what it has taken of that.
+int ShowMembership(Context &context)
+{
+    context.OpenToRead();
+    host::Store &store = context.Host().store();
+    const auto config = fleet::ReadSetup(SetupPart::kMember, store, context.Host().registry());
+    const std::vector<fleet::GroupState> groups = fleet::ReadGroups(store);
+    if (context.json) {
+        json taken = json::object();
+        for (const fleet::GroupState &group : groups)
+            taken[group.name] = {{"revision", group.revision}, {"canary", group.is_canary}};
+        PrintJson({{"member", config ? json(config->options) : json(nullptr)}, {"taken", taken}});
+        return kExitDone;
+    }
+    if (!config) {
+        printf("This host belongs to no group; join one with syslogmon fleet join groups=NAME\n");
+        return kExitDone;
+    }
+    printf("This host belongs to the groups %s.\n", config->Get("groups").c_str());
+    Table table({"GROUP", "REVISION", "CANARY"});
+    for (const fleet::GroupState &group : groups)
+        table.Add({group.name, std::to_string(group.revision), group.is_canary ? "yes" : "no"});
+    table.Print();
+    return kExitDone;
+}
+
+std::string JoinOptionsHelp()
+{
+    std::string text = "What can be set:\n";
+    for (const sinks::SinkOption &option : fleet::MemberKind().options)
+        text += "  " + HelpOf(option) + "\n";
+    return text;
+}
+
+void SetUpJoin(Parser &parser, Context &context)
+{
+    auto words = std::make_shared<std::vector<std::string>>();
+    parser.Add("options", *words, "NAME=VALUE, see below; none: show what was joined")
+        .TypeName("OPTION ...");
+    parser.Footer([] { return JoinOptionsHelp(); });
+    parser.Runs(
+        [&, words] { return words->empty() ? ShowMembership(context) : Join(context, *words); });
+}
+
+int Leave(Context &context)
+{
+    context.Open();
+    host::Store &store = context.Host().store();
+    host::RegistryTree &registry = context.Host().registry();
+    const bool was_member = fleet::RemoveSetup(SetupPart::kMember, registry);
+    // The daemon takes away what it has brought once its member has ended.
+    if (status::DaemonLock::Holder(context.layout))
+        TellDaemon(context);
+    else
+        fleet::TakeGroups(context.layout, store, registry, {}, [] { return false; });
+    if (context.json)
+        PrintJson({{"member", nullptr}, {"was_member", was_member}});
+    return kExitDone;
+}
+
+void SetUpLeave(Parser &parser, Context &context)
+{
+    parser.Runs([&] { return Leave(context); });
+}
+
+// ---- identity ----
 
 int NewIdentity(Context &context)
 {
@@ -50,6 +231,10 @@ void SetUpIdentity(Parser &parser, Context &context)
 } // namespace
 
 const std::vector<Command> kFleetCommands = {
+    {"fleet status", "Show all hosts, those first that need to be looked at", SetUpStatus},
+    {"fleet join", "Have this host take the rules of groups, or show what it has of them",
+     SetUpJoin},
+    {"fleet leave", "Leave all groups; what they have brought goes", SetUpLeave},
     {"fleet identity", "Show the UUID by which this host is known in a fleet", SetUpIdentity},
 };
 

@@ -20,7 +20,7 @@ const std::vector<std::pair<std::string, const char *>> kGroups = {
     {"sink", "Sinks: where alerts go"},
     {"silence", "Silences: alerts that nobody needs to be told of for a while"},
     {"input", "Inputs: the journal and files that are read beside the system log"},
-    {"fleet", "A fleet: many hosts whose alerts go to one place"},
+    {"fleet", "A fleet: many hosts whose alerts go to one place, and whose rules come from there"},
     {"reg", "The registry, where all settings and states are kept"},
     {"trace", "The trace log of the daemon"},
 };
@@ -30,11 +30,12 @@ void AddCommands(commandline::CommandLine &line, Context &context)
     for (const auto &[word, help] : kGroups)
         line.Group(word, help);
     for (const auto *rows :
-         {&kStatusCommands,  &kEventCommands,   &kSettingCommands,  &kScanCommands,
-          &kAlertCommands,   &kCollectCommands, &kFleetCommands,    &kSinkCommands,
-          &kSilenceCommands, &kInputCommands,   &kRegistryCommands, &kTraceCommands,
-          &kRulesCommands,   &kRegFileCommands, &kTestCommands,     &kDoctorCommands,
-          &kMetricsCommands, &kReportCommands,  &kTopCommands,      &kBackupCommands}) {
+         {&kStatusCommands, &kEventCommands,   &kSettingCommands, &kScanCommands,
+          &kAlertCommands,  &kCollectCommands, &kFleetCommands,   &kFleetRulesCommands,
+          &kSinkCommands,   &kSilenceCommands, &kInputCommands,   &kRegistryCommands,
+          &kTraceCommands,  &kRulesCommands,   &kRegFileCommands, &kTestCommands,
+          &kDoctorCommands, &kMetricsCommands, &kReportCommands,  &kTopCommands,
+          &kBackupCommands}) {
         for (const Command &command : *rows) {
             Parser parser = line.Command(command.words, command.help);
             command.set_up(parser, context);

@@ -15,28 +15,22 @@
 #include "agent/cli/event_json.h"
 #include "agent/cli/output.h"
 #include "agent/cli/rule_tests.h"
+#include "agent/cli/rules_output.h"
 #include "agent/cli/sink_commands.h"
 #include "agent/cli/text_input.h"
+#include "agent/fleet/fleet_rules.h"
 #include "agent/host/convert.h"
 #include "agent/host/waitable.h"
 #include "agent/rules/apply.h"
 #include "agent/rules/rules_file.h"
 #include "agent/text/printable.h"
-#include "platform/agent.h"
 
 namespace cli {
 
 namespace {
 
-using events::EventKey;
 using events::EventRecord;
 using nlohmann::json;
-using rules::EventChange;
-using rules::RulesDifference;
-
-// Names of events that stay; of more, only the number is told: a host may have hundreds, and the
-// line is one.
-constexpr size_t kNamedEvents = 10;
 
 // What was typed behind apply.
 struct ApplyOptions {
@@ -46,182 +40,6 @@ struct ApplyOptions {
     bool force = false;
     bool detailed_exitcode = false;
 };
-
-// ---- what the log's character set makes of keywords ----
-
-// Empty when the text cannot be converted at all.
-std::string Convert(const std::string &text, int from, int to)
-{
-    // No character set makes more than eight bytes of one.
-    std::string converted(text.size() * 8 + 64, '\0');
-    const int length =
-        TarskCodeConvert(text.data(), static_cast<int>(text.size()), converted.data(),
-                         static_cast<int>(converted.size()), from, to);
-    converted.resize(static_cast<size_t>(std::max(length, 0)));
-    return converted;
-}
-
-// By the conversion that the module's table goes through, so the answers are the daemon's.
-void CheckAgainstLog(const std::string &charset, const std::vector<rules::Rule> &rules,
-                     RulesDifference *difference)
-{
-    if (!host::SetLogCharset(charset))
-        return; // the daemon does not know it either, and goes on with its own
-    rules::CheckLogCharset(
-        rules, charset,
-        [](const std::string &text) { return Convert(text, CODE_REGISTRY, CODE_LOG); },
-        [](const std::string &text) { return Convert(text, CODE_LOG, CODE_REGISTRY); }, difference);
-}
-
-// ---- showing the difference ----
-
-// NO_COLOR is how people say once, to all programs, that they want none.
-bool UseColours()
-{
-    return IsTerminal() && getenv("NO_COLOR") == nullptr;
-}
-
-// A line of a patch; its first character says which colour it has.
-void PrintLine(const std::string &line, bool colours)
-{
-    // The mark is ours, and the escape stands outside of what is made printable.
-    const char *colour = line[0] == '+' ? "\033[32m" : line[0] == '-' ? "\033[31m" : "";
-    const bool coloured = colours && *colour != '\0';
-    printf("%s%s%s\n", coloured ? colour : "", text::Printable(line).c_str(),
-           coloured ? "\033[0m" : "");
-}
-
-std::string NamesOf(const std::vector<EventKey> &keys)
-{
-    std::string names;
-    for (size_t i = 0; i < std::min(keys.size(), kNamedEvents); ++i)
-        names += (i > 0 ? ", " : "") + rules::FormatEventKey(keys[i]);
-    if (keys.size() > kNamedEvents)
-        names += ", and " + std::to_string(keys.size() - kNamedEvents) + " more";
-    return names;
-}
-
-void PrintStaying(const rules::RulesChange &change)
-{
-    if (!change.events.staying.empty()) {
-        const size_t staying = change.events.staying.size();
-        printf("%zu registered %s not in the file and %s (--prune removes %s): %s\n", staying,
-               staying == 1 ? "event is" : "events are", staying == 1 ? "stays" : "stay",
-               staying == 1 ? "it" : "them",
-               text::Printable(NamesOf(change.events.staying)).c_str());
-    }
-    if (!change.sections.staying.empty()) {
-        const bool is_one = change.sections.staying.size() == 1;
-        std::string numbers;
-        for (const std::string &number : change.sections.staying)
-            numbers += (numbers.empty() ? "" : ", ") + number;
-        printf("%s that silence add has added %s (--prune ends %s): %s\n",
-               is_one ? "A silence" : "Silences", is_one ? "stays" : "stay", is_one ? "it" : "them",
-               numbers.c_str());
-    }
-}
-
-void PrintText(const ApplyOptions &options, const rules::RulesChange &change)
-{
-    if (!change.IsEmpty()) {
-        const bool colours = UseColours();
-        PrintLine("--- registered", colours);
-        PrintLine("+++ " + text::ShownName(options.file), colours);
-        for (const auto &lines : {rules::FormatDifference(change.events),
-                                  rules::FormatSectionDifference(change.sections)}) {
-            for (const rules::DifferenceLine &line : lines)
-                PrintLine(std::string(1, line.mark) + " " + line.text, colours);
-        }
-    }
-    printf("%zu added, %zu changed, %zu removed, %zu unchanged.%s\n",
-           change.Count(EventChange::Kind::kAdd), change.Count(EventChange::Kind::kChange),
-           change.Count(EventChange::Kind::kRemove), change.Unchanged(),
-           options.dry_run ? " This was a dry run: nothing was changed." : "");
-    PrintStaying(change);
-}
-
-const char *WordOf(EventChange::Kind kind)
-{
-    switch (kind) {
-    case EventChange::Kind::kAdd:
-        return "added";
-    case EventChange::Kind::kRemove:
-        return "removed";
-    default:
-        return "changed";
-    }
-}
-
-json ToJson(const EventChange &change)
-{
-    const bool added = change.kind == EventChange::Kind::kAdd;
-    const bool removed = change.kind == EventChange::Kind::kRemove;
-    json object = KeyToJson(removed ? change.before.key : change.after.key);
-    object["change"] = WordOf(change.kind);
-    // Both are always there, null for what there is not.
-    object["before"] = added ? json(nullptr) : ValuesToJson(change.before);
-    object["after"] = removed ? json(nullptr) : ValuesToJson(change.after);
-    if (!change.problem.empty())
-        object["problem"] = change.problem;
-    return object;
-}
-
-json ToJson(const rules::EntryValue &value)
-{
-    return value.is_list ? json(value.texts) : json(value.texts.front());
-}
-
-json ToJson(const rules::EntryValues &values)
-{
-    json object = json::object();
-    for (const rules::EntryValue &value : values)
-        object[value.name] = ToJson(value);
-    return object;
-}
-
-json ToJson(const rules::SectionChange &change)
-{
-    // A setting has nothing but its value.
-    const auto side = [&](const rules::EntryValues &values) {
-        if (values.empty())
-            return json(nullptr);
-        return change.section == "settings" ? ToJson(values.front()) : ToJson(values);
-    };
-    return {{"section", change.section},
-            {"name", change.name},
-            {"change", WordOf(change.kind)},
-            {"before", side(change.before)},
-            {"after", side(change.after)}};
-}
-
-json ToJson(const rules::SectionDifference &difference)
-{
-    json changes = json::array();
-    for (const rules::SectionChange &change : difference.changes)
-        changes.push_back(ToJson(change));
-    return {{"changes", changes},
-            {"unchanged", difference.unchanged},
-            {"staying_silences", difference.staying}};
-}
-
-void PrintAsJson(const ApplyOptions &options, const rules::RulesChange &change, bool has_sections)
-{
-    json changes = json::array();
-    for (const EventChange &event : change.events.changes)
-        changes.push_back(ToJson(event));
-    json staying = json::array();
-    for (const EventKey &key : change.events.staying)
-        staying.push_back(KeyToJson(key));
-    json object = {{"file", text::ShownName(options.file)},
-                   {"dry_run", options.dry_run},
-                   {"changes", changes},
-                   {"unchanged", change.events.unchanged.size()},
-                   {"staying", staying},
-                   {"warnings", change.events.warnings}};
-    if (has_sections)
-        object["sections"] = ToJson(change.sections);
-    PrintJson(std::move(object));
-}
 
 // ---- the commands ----
 
@@ -237,13 +55,16 @@ rules::RulesChange Compare(const Context &context, const ApplyOptions &options,
                            const Applied &applied)
 {
     host::RegistryTree &registry = context.Host().registry();
-    const std::vector<rules::Rule> &rules = applied.parsed.rules;
-    rules::RulesChange change = rules::CompareHost(context.Host().store(), registry, applied.parsed,
-                                                   {options.prune, time(nullptr), Author()});
-    CheckAgainstLog(rules::SettingBehind(applied.parsed, registry, "log-charset"), rules,
-                    &change.events);
-    if (rules::SettingBehind(applied.parsed, registry, "fault-tolerant") == "on")
-        rules::CheckExpressions(rules, options.force, &change.events);
+    host::Store &store = context.Host().store();
+    rules::RulesChange change =
+        rules::CompareHost(store, registry, applied.parsed,
+                           {options.prune, time(nullptr), Author(), fleet::ReadOwners(store)});
+    const rules::EventChecks checks{
+        rules::SettingBehind(applied.parsed, registry, "log-charset"),
+        rules::SettingBehind(applied.parsed, registry, "fault-tolerant") == "on", options.force};
+    // One that is not known is not the daemon's either, which goes on with its own.
+    host::SetLogCharset(checks.charset);
+    rules::CheckEvents(applied.parsed.rules, checks, &change);
     RefuseIfFaulty(context, "apply", options.file, change.Issues(), applied.names);
     return change;
 }
@@ -312,11 +133,13 @@ int Apply(Context &context, const ApplyOptions &options)
                                                       : CompareAndWrite(context, options, applied);
     PrintWarnings(context, change, applied.parsed);
     const rules::Sections &sections = applied.parsed.sections;
+    const ShownChange shown{"registered", text::ShownName(options.file), options.dry_run};
     if (context.json)
-        PrintAsJson(options, change,
-                    sections.sinks || sections.inputs || sections.silences || sections.settings);
+        PrintJson(ChangeToJson(shown, change,
+                               sections.sinks || sections.inputs || sections.silences ||
+                                   sections.settings));
     else
-        PrintText(options, change);
+        PrintChange(shown, change);
     return options.detailed_exitcode && !change.IsEmpty() ? kExitChanges : kExitDone;
 }
 
@@ -354,10 +177,10 @@ Exported ReadHost(const Context &context, bool all)
 json ToJson(const rules::HostSection &section)
 {
     if (section.name == "settings")
-        return ToJson(section.entries.front());
+        return EntryToJson(section.entries.front());
     json entries = json::array();
     for (const rules::EntryValues &entry : section.entries)
-        entries.push_back(ToJson(entry));
+        entries.push_back(EntryToJson(entry));
     return entries;
 }
 

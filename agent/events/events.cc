@@ -1,8 +1,10 @@
 #include "agent/events/events.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <thread>
 
 #include "agent/events/required_text.h"
 #include "agent/host/error.h"
@@ -28,6 +30,8 @@ constexpr size_t kMaxIdName = 15;                // characters that the monitor 
 // How long a command waits for the table's mutex before it says so. A shorter wait is nothing to
 // read about; then it waits on without an end.
 constexpr DWORD kToldAfterMs = 1000;
+// The kernel's lock tells nobody when it is free.
+constexpr std::chrono::milliseconds kLookAtMutexAgain{10};
 
 std::string Quoted(const EventKey &key)
 {
@@ -342,6 +346,26 @@ void ChangeEvents(host::Host &host, const std::function<void()> &change,
         on_wait);
 }
 
+namespace {
+
+// Behind the mutex, which the monitor takes as the first thing when it wakes. Behind the
+// commit, too: what has failed wakes nobody. When no daemon has the event open, the signal is
+// lost, and rightly so: a daemon loads the table when it starts.
+void WakeMonitor(const host::Layout &layout)
+{
+    host::WakeEvent::Create(layout.run, kTableEvent, false, false)->Set();
+}
+
+bool RunAsTransaction(host::Store &store, const std::function<bool()> &change)
+{
+    host::Transaction transaction(store);
+    const bool touched = change();
+    transaction.Commit();
+    return touched;
+}
+
+} // namespace
+
 void ChangeUnderTableMutex(host::Host &host, const std::function<bool()> &change,
                            const std::function<void()> &on_wait)
 {
@@ -352,15 +376,31 @@ void ChangeUnderTableMutex(host::Host &host, const std::function<bool()> &change
         // transaction ends before the mutex is released, so whoever has the mutex reads all of the
         // change or nothing of it.
         const TableMutex mutex(on_wait);
-        host::Transaction transaction(host.store());
-        touched = change();
-        transaction.Commit();
+        touched = RunAsTransaction(host.store(), change);
     }
-    // Behind the mutex, which the monitor takes as the first thing when it wakes. Behind the
-    // commit, too: what has failed wakes nobody. When no daemon has the event open, the signal is
-    // lost, and rightly so: a daemon loads the table when it starts.
     if (touched)
-        host::WakeEvent::Create(host.layout().run, kTableEvent, false, false)->Set();
+        WakeMonitor(host.layout());
+}
+
+// The wait of the host interface is the monitor's: it would end a pass.
+bool ChangeBesideMonitor(const host::Layout &layout, host::Store &store,
+                         const std::function<bool()> &change, const std::function<bool()> &leaves)
+{
+    const auto mutex = host::Mutex::Create(layout.run, kTableMutex, false);
+    while (!mutex->TryTake()) {
+        if (leaves())
+            return false;
+        std::this_thread::sleep_for(kLookAtMutexAgain);
+    }
+    bool touched = false;
+    {
+        const std::unique_ptr<host::Mutex, void (*)(host::Mutex *)> held(
+            mutex.get(), [](host::Mutex *taken) { taken->Release(); });
+        touched = RunAsTransaction(store, change);
+    }
+    if (touched)
+        WakeMonitor(layout);
+    return true;
 }
 
 } // namespace events

@@ -113,6 +113,11 @@ void ChangeEvents(host::Host &host, const std::function<void()> &change,
 void ChangeUnderTableMutex(host::Host &host, const std::function<bool()> &change,
                            const std::function<void()> &on_wait);
 
+// The same for a thread beside the monitor's, with a connection to the store of its own. `leaves` is asked while the
+// mutex is not free; when it is true, nothing is done. Returns whether the change was made.
+bool ChangeBesideMonitor(const host::Layout &layout, host::Store &store,
+                         const std::function<bool()> &change, const std::function<bool()> &leaves);
+
 } // namespace events
 
 #endif // AGENT_EVENTS_EVENTS_H

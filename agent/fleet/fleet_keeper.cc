@@ -9,6 +9,7 @@
 #include "agent/fleet/setup.h"
 #include "agent/fleet/trace_unit.h"
 #include "agent/host/error.h"
+#include "agent/metrics/overview.h"
 #include "agent/text/say.h"
 
 namespace fleet {
@@ -61,13 +62,25 @@ void FleetKeeper::Run()
         changed_->TryTake();
     }
     collector_.reset();
+    member_.reset();
 }
 
 void FleetKeeper::TakeSetup()
 {
     host::Store store(layout_.Store());
     host::RegistryTree registry(store);
-    const auto wanted = ReadCollect(store, registry);
+    TakeCollector(ReadSetup(SetupPart::kCollect, store, registry));
+    auto member = ReadSetup(SetupPart::kMember, store, registry);
+    if (member)
+        member = WithServers(*member, store, registry);
+    TakeMember(member);
+    // What a member has taken goes with its membership.
+    if (!member && !ReadGroups(store).empty())
+        TakeGroups(layout_, store, registry, {}, [this] { return stop_.load(); });
+}
+
+void FleetKeeper::TakeCollector(const std::optional<sinks::SinkConfig> &wanted)
+{
     if (wanted && collector_ && *wanted == collects_)
         return;
     collector_.reset();
@@ -76,6 +89,39 @@ void FleetKeeper::TakeSetup()
     CheckSetup(*wanted);
     collector_ = std::make_unique<Collector>(CollectorOptions{layout_, *wanted, stored_});
     collects_ = *wanted;
+}
+
+void FleetKeeper::TakeMember(const std::optional<sinks::SinkConfig> &wanted)
+{
+    if (wanted && member_ && *wanted == member_of_)
+        return;
+    member_.reset();
+    if (!wanted)
+        return;
+    CheckSetup(*wanted);
+    member_ = std::make_unique<Member>(
+        MemberOptions{layout_, *wanted, [this](HostStatus *status) { Look(status); }});
+    member_of_ = *wanted;
+}
+
+// On the member's thread, with a connection to the store of its own for the moment that it takes.
+void FleetKeeper::Look(HostStatus *status)
+{
+    host::Store store(layout_.Store());
+    host::RegistryTree registry(store);
+    const metrics::Overview seen = metrics::Look(registry, layout_, getpid());
+    for (const metrics::LogView &log : seen.logs)
+        status->behind_bytes += log.unread.value_or(0);
+    status->monitor = seen.stands;
+    if (!seen.status)
+        return;
+    const status::Status &daemon = *seen.status;
+    status->version = daemon.version;
+    status->last_pass_ms = daemon.last_full_pass.began_ms;
+    for (const status::InputStatus &input : daemon.inputs)
+        status->behind_bytes += std::max<int64_t>(input.behind_bytes, 0);
+    if (daemon.state == status::MonitorState::kPausing)
+        status->monitor = "it has ended: " + daemon.last_error;
 }
 
 } // namespace fleet

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "agent/fleet/collector.h"
+#include "agent/fleet/member.h"
 #include "agent/host/layout.h"
 #include "agent/host/waitable.h"
 
@@ -27,6 +28,9 @@ class FleetKeeper {
   private:
     void Run();
     void TakeSetup();
+    void TakeCollector(const std::optional<sinks::SinkConfig> &wanted);
+    void TakeMember(const std::optional<sinks::SinkConfig> &wanted);
+    void Look(HostStatus *status);
 
     host::Layout layout_;
     std::function<void()> stored_;
@@ -36,6 +40,8 @@ class FleetKeeper {
     // of the thread
     sinks::SinkConfig collects_; // as the collector was made
     std::unique_ptr<Collector> collector_;
+    sinks::SinkConfig member_of_; // likewise
+    std::unique_ptr<Member> member_;
     std::string told_; // the failure that was told last
 
     std::thread thread_;

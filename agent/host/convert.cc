@@ -146,8 +146,8 @@ size_t CutLogText(iconv_t converter, const char *text, size_t length, size_t roo
 }
 
 // Converts as far as the destination goes. What cannot be converted is taken over as it is.
-size_t ConvertText(iconv_t converter, const char *source, size_t length, char *destination,
-                   size_t room, bool from_utf8)
+size_t ConvertBy(iconv_t converter, const char *source, size_t length, char *destination,
+                 size_t room, bool from_utf8)
 {
     iconv(converter, nullptr, nullptr, nullptr, nullptr);
     char *in = const_cast<char *>(source); // iconv does not write to it
@@ -184,7 +184,7 @@ bool KeepsPlainText(iconv_t converter)
         "0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[]_abcdefghijklmnopqrstuvwxyz{|}";
     char converted[4 * kPlain.size()];
     const size_t written =
-        ConvertText(converter, kPlain.data(), kPlain.size(), converted, sizeof converted, true);
+        ConvertBy(converter, kPlain.data(), kPlain.size(), converted, sizeof converted, true);
     return std::string_view(converted, written) == kPlain;
 }
 
@@ -217,14 +217,10 @@ bool SetLogCharset(const std::string &name)
     return true;
 }
 
-} // namespace host
-
-using namespace host;
-
-extern "C" int TarskCodeConvert(const char *source, int sourceLength, char *destination,
-                                int destinationSize, int sourceCode, int destinationCode)
+int ConvertText(const char *source, int source_length, char *destination, int destination_size,
+                int source_code, int destination_code)
 {
-    if (destination == nullptr || destinationSize <= 0)
+    if (destination == nullptr || destination_size <= 0)
         return -1;
     // First of all, so that a caller who does not look at the result has an empty text.
     destination[0] = '\0';
@@ -232,28 +228,40 @@ extern "C" int TarskCodeConvert(const char *source, int sourceLength, char *dest
         return -1;
     // Never behind the given length: the source need not end in a zero byte there.
     const size_t length =
-        sourceLength < 0 ? strlen(source) : strnlen(source, static_cast<size_t>(sourceLength));
-    const auto room = static_cast<size_t>(destinationSize) - 1;
-    // Before the lock: it looks at the table, and needs no set.
-    if (sourceCode == CODE_LOG && destinationCode == CODE_REGISTRY)
-        NoteReached();
+        source_length < 0 ? strlen(source) : strnlen(source, static_cast<size_t>(source_length));
+    const auto room = static_cast<size_t>(destination_size) - 1;
 
     const std::lock_guard lock(charsets.mutex);
     const bool log_is_utf8 = IsUtf8(charsets.log);
     size_t written = 0;
     // Nothing to convert, and most hosts are so: a copy, cut between characters. What is no UTF-8
     // stays as it is.
-    if (sourceCode == destinationCode || log_is_utf8) {
-        written = log_is_utf8 || sourceCode == CODE_REGISTRY
+    if (source_code == destination_code || log_is_utf8) {
+        written = log_is_utf8 || source_code == CODE_REGISTRY
                       ? CutUtf8(source, length, room)
                       : CutLogText(charsets.to_registry.get(), source, length, room);
         memcpy(destination, source, written);
     } else {
         const Converter &converter =
-            destinationCode == CODE_REGISTRY ? charsets.to_registry : charsets.to_log;
-        written = ConvertText(converter.get(), source, length, destination, room,
-                              sourceCode == CODE_REGISTRY);
+            destination_code == CODE_REGISTRY ? charsets.to_registry : charsets.to_log;
+        written = ConvertBy(converter.get(), source, length, destination, room,
+                            source_code == CODE_REGISTRY);
     }
     destination[written] = '\0';
     return static_cast<int>(written);
+}
+
+} // namespace host
+
+using namespace host;
+
+extern "C" int TarskCodeConvert(const char *source, int sourceLength, char *destination,
+                                int destinationSize, int sourceCode, int destinationCode)
+{
+    const bool is_conversion = destination != nullptr && destinationSize > 0 && source != nullptr;
+    // Before the lock: it looks at the table, and needs no set.
+    if (is_conversion && sourceCode == CODE_LOG && destinationCode == CODE_REGISTRY)
+        NoteReached();
+    return ConvertText(source, sourceLength, destination, destinationSize, sourceCode,
+                       destinationCode);
 }

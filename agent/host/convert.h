@@ -14,6 +14,10 @@ namespace host {
 // cannot be used.
 bool SetLogCharset(const std::string &name);
 
+// Converts as TarskCodeConvert does, but is no sign that a line was reported: for any thread, while the module runs.
+int ConvertText(const char *source, int source_length, char *destination, int destination_size,
+                int source_code, int destination_code);
+
 // Can it be used? Not one that iconv does not know, and not one in which a plain text is not itself,
 // such as UTF-16: no keyword would ever be found.
 bool CharsetIsKnown(const std::string &name);

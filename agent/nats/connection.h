@@ -64,6 +64,8 @@ class Connection {
     [[nodiscard]] natsConnection *raw() const { return connection_.get(); }
     [[nodiscard]] jsCtx *stream() const { return stream_.get(); }
 
+    [[nodiscard]] std::chrono::milliseconds timeout() const { return timeout_; }
+
     // A server is connected at this moment, as far as is known.
     [[nodiscard]] bool IsOpen() const;
     // Returns when all that was published has reached the server.

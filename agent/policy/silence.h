@@ -43,7 +43,8 @@ struct Silence {
     bool wants_summary = false;         // one alert at its end, of what it has held back
     std::string comment;
     std::string author;
-    bool is_from_file = false; // a rules file has it, so one without it ends it
+    bool is_from_file = false;  // a rules file has it, so one without it ends it
+    bool is_from_fleet = false; // that file is the fleet's, and not this host's own
 
     [[nodiscard]] bool Matches(const alerts::Alert &alert) const;
     [[nodiscard]] bool Holds(int64_t time_s) const;

@@ -14,6 +14,8 @@ namespace {
 
 constexpr char kNumber[] = "SilenceNumber";
 constexpr char kFromFile[] = "FromFile";
+constexpr uint32_t kFileOfHost = 1;
+constexpr uint32_t kFileOfFleet = 2;
 constexpr int64_t kListedFor = int64_t{30} * 86400; // seconds behind its end
 
 std::string SilencesPath()
@@ -50,7 +52,9 @@ std::optional<Silence> Read(host::RegistryTree &registry, host::KeyId key, const
     silence.wants_summary = NumberAt(registry, key, "Summary") != 0;
     silence.comment = TextAt(registry, key, "Comment");
     silence.author = TextAt(registry, key, "Author");
-    silence.is_from_file = NumberAt(registry, key, kFromFile) != 0;
+    const uint32_t from_file = NumberAt(registry, key, kFromFile);
+    silence.is_from_file = from_file != 0;
+    silence.is_from_fleet = from_file == kFileOfFleet;
     try {
         silence.labels = ParseLabels(TextAt(registry, key, "Labels"));
         if (const std::string window = TextAt(registry, key, "Window"); !window.empty())
@@ -110,7 +114,8 @@ uint32_t AddSilence(host::Store &store, host::RegistryTree &registry, const Sile
     host::SetText(registry, key, "Comment", silence.comment);
     host::SetText(registry, key, "Author", silence.author);
     if (silence.is_from_file)
-        host::SetNumber(registry, key, kFromFile, 1);
+        host::SetNumber(registry, key, kFromFile,
+                        silence.is_from_fleet ? kFileOfFleet : kFileOfHost);
     transaction.Commit();
     return number;
 }

@@ -12,7 +12,7 @@
 //   Summary  REG_DWORD  1: one alert at its end
 //   Comment  REG_SZ     why
 //   Author   REG_SZ     who
-//   FromFile REG_DWORD  1: it was added by apply, and ends when the file has it no longer
+//   FromFile REG_DWORD  1: it was added by apply, and ends when the file has it no longer; 2: likewise by the fleet
 //
 // Key SOFTWARE\KORBIN\TARSKVOSKAR\AGENT: SilenceNumber, REG_DWORD, the newest number. None is used again,
 // because alerts keep the number of the silence that has held them back.

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
+#include "agent/host/convert.h"
 #include "agent/settings/settings.h"
+#include "platform/agent.h"
 
 namespace rules {
 
@@ -34,10 +36,38 @@ RulesChange CompareHost(host::Store &store, host::RegistryTree &registry, const 
 {
     RulesChange change;
     if (parsed.has_events)
-        change.events =
-            CompareRules(events::EventRegistry(registry).ReadAll(), parsed.rules, options.prune);
+        change.events = CompareRules(events::EventRegistry(registry).ReadAll(), parsed.rules,
+                                     options.prune, options.owners.events);
     change.sections = CompareSections(store, registry, parsed.sections, options);
     return change;
+}
+
+namespace {
+
+// By the conversion that the module's table goes through, so the answers are the monitor's. Empty when the text cannot
+// be converted at all.
+std::string Convert(const std::string &text, int from, int to)
+{
+    // No character set makes more than eight bytes of one.
+    std::string converted(text.size() * 8 + 64, '\0');
+    const int length =
+        host::ConvertText(text.data(), static_cast<int>(text.size()), converted.data(),
+                          static_cast<int>(converted.size()), from, to);
+    converted.resize(static_cast<size_t>(std::max(length, 0)));
+    return converted;
+}
+
+} // namespace
+
+void CheckEvents(const std::vector<Rule> &rules, const EventChecks &checks, RulesChange *change)
+{
+    CheckLogCharset(
+        rules, checks.charset,
+        [](const std::string &text) { return Convert(text, CODE_REGISTRY, CODE_LOG); },
+        [](const std::string &text) { return Convert(text, CODE_LOG, CODE_REGISTRY); },
+        &change->events);
+    if (checks.is_fault_tolerant)
+        CheckExpressions(rules, checks.forced, &change->events);
 }
 
 void WriteHost(const RulesChange &change, host::RegistryTree *registry)

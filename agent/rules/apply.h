@@ -48,6 +48,17 @@ struct RulesChange {
 RulesChange CompareHost(host::Store &store, host::RegistryTree &registry, const ParsedRules &parsed,
                         const SectionOptions &options);
 
+// What this host makes of the events: in the character set of its logs, and as expressions where it is a fault-tolerant
+// server. Adds issues and warnings to `change`.
+//   charset  of the logs; it is the one that the process converts by
+//   forced   keywords that cannot be used as expressions are warned of only
+struct EventChecks {
+    std::string charset;
+    bool is_fault_tolerant = false;
+    bool forced = false;
+};
+void CheckEvents(const std::vector<Rule> &rules, const EventChecks &checks, RulesChange *change);
+
 // Not with issues. Throws host::Error, with a part of it written: the transaction is to be rolled back then.
 void WriteHost(const RulesChange &change, host::RegistryTree *registry);
 

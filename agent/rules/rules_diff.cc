@@ -67,7 +67,8 @@ size_t TableSize(const RulesDifference &difference)
     const auto kept = std::count_if(
         difference.changes.begin(), difference.changes.end(),
         [](const EventChange &change) { return change.kind != EventChange::Kind::kRemove; });
-    return static_cast<size_t>(kept) + difference.unchanged.size() + difference.staying.size();
+    return static_cast<size_t>(kept) + difference.unchanged.size() + difference.staying.size() +
+           difference.others;
 }
 
 // Goes through the file once, and then through what is left of the registered events. What was found
@@ -75,8 +76,10 @@ size_t TableSize(const RulesDifference &difference)
 // that of the registry.
 class Comparison {
   public:
-    Comparison(const std::vector<events::StoredSource> &registered, RulesDifference *difference)
-        : registered_(Index(registered, &difference->warnings)), difference_(difference)
+    Comparison(const std::vector<events::StoredSource> &registered, const EventOwners &owners,
+               RulesDifference *difference)
+        : registered_(Index(registered, &difference->warnings)), owners_(owners),
+          difference_(difference)
     {
     }
 
@@ -100,6 +103,11 @@ class Comparison {
             return;
         }
         const events::StoredEvent &stored = *found->second;
+        if (owners_.is_fleet && !owners_.fleets.contains(key)) {
+            difference_->local.push_back(stored.event.key);
+            ++difference_->others;
+            return;
+        }
         if (stored.problem.empty() && SameEvent(stored.event, after))
             difference_->unchanged.push_back(stored.event);
         else
@@ -117,7 +125,10 @@ class Comparison {
                 // both.
                 if (source.is_new_application_type || !in_file_.insert(key).second)
                     continue;
-                if (prune)
+                const bool is_others = owners_.fleets.contains(key) != owners_.is_fleet;
+                if (is_others)
+                    ++difference_->others;
+                else if (prune || owners_.is_fleet)
                     difference_->changes.push_back(
                         {EventChange::Kind::kRemove, stored.event, {}, stored.problem});
                 else
@@ -174,6 +185,7 @@ class Comparison {
     }
 
     Registered registered_;
+    const EventOwners &owners_;
     RulesDifference *difference_;
     std::set<ComparedKey> in_file_;
     std::set<std::string> spelled_;        // sources with a warning about their spelling
@@ -183,10 +195,10 @@ class Comparison {
 } // namespace
 
 RulesDifference CompareRules(const std::vector<events::StoredSource> &registered,
-                             const std::vector<Rule> &rules, bool prune)
+                             const std::vector<Rule> &rules, bool prune, const EventOwners &owners)
 {
     RulesDifference difference;
-    Comparison comparison(registered, &difference);
+    Comparison comparison(registered, owners, &difference);
     for (const Rule &rule : rules)
         comparison.Take(rule);
     comparison.TakeRest(registered, prune);

@@ -7,7 +7,9 @@
 #define AGENT_RULES_RULES_DIFF_H
 
 #include <functional>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "agent/events/events.h"
@@ -25,18 +27,28 @@ struct EventChange {
     std::string problem;        // why the monitor cannot load what is registered; empty: it can
 };
 
+// Whose the registered events are, when the fleet has brought some. Each owner changes and removes his own alone.
+struct EventOwners {
+    bool is_fleet = false;                             // of the file that is compared
+    std::set<std::pair<std::string, uint32_t>> fleets; // by ComparableKey
+};
+
 struct RulesDifference {
     std::vector<EventChange> changes; // in the order of the file, then those that are removed
     std::vector<events::EventRecord> unchanged;
     std::vector<events::EventKey> staying; // registered, not in the file, and not removed
+    size_t others = 0;                     // registered, and of the other owner
+    // Of the fleet's file, and registered as this host's own: those stay as they are.
+    std::vector<events::EventKey> local;
     std::vector<std::string> warnings;
     std::vector<text::Issue> issues; // why the file cannot be applied to this registry
 };
 
 // Compares a file with what is registered. With `prune`, events that are not in the file are
-// removed. Sources that are not the monitor's are left alone.
+// removed; a file of the fleet always says all of its own. Sources that are not the monitor's are left alone.
 RulesDifference CompareRules(const std::vector<events::StoredSource> &registered,
-                             const std::vector<Rule> &rules, bool prune);
+                             const std::vector<Rule> &rules, bool prune,
+                             const EventOwners &owners = {});
 
 // A keyword as the monitor gets it: in the character set of the log, and not cut.
 using ToLogCharset = std::function<std::string(const std::string &)>;

@@ -72,8 +72,10 @@ void RulesReader::ReadFile(const YamlNode &file, NodeReader *nodes)
         ReadEvents(*values.at(kEvents), nodes, &seen_events_, &parsed_->rules);
     }
     for (const std::string &section : kSectionKeys) {
-        if (values.contains(section))
-            ReadSection(section, *values.at(section), nodes, &seen_names_, &parsed_->sections);
+        if (!values.contains(section))
+            continue;
+        parsed_->sections_at.emplace_back(section, nodes->issues().At(values.at(section)->offset));
+        ReadSection(section, *values.at(section), nodes, &seen_names_, &parsed_->sections);
     }
     const bool has_any = std::any_of(values.begin(), values.end(),
                                      [](const auto &value) { return value.first != kVersion; });

@@ -16,6 +16,7 @@
 #include <array>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "agent/events/events.h"
@@ -40,6 +41,8 @@ struct ParsedRules {
     bool has_events = false;
     std::vector<Rule> rules; // in the order of the files; complete only without issues
     Sections sections;
+    // Where each section stands, in the order of the files; also one without entries.
+    std::vector<std::pair<std::string, text::Position>> sections_at;
     std::vector<text::Issue> issues;
 };
 

@@ -41,6 +41,7 @@ class SectionComparison {
     // What `check` throws becomes an issue at this place.
     template <typename Check>
     bool Passes(const text::Position &at, const Check &check);
+    bool IsOthers(const settings::Setting &setting, const std::string &before, bool is_named);
     void TakeInput(const InputEntry &entry, const inputs::InputConfig *stored);
     void TakeSink(const SinkEntry &entry, const sinks::StoredSink *stored);
     void AddSilence(policy::Silence silence);
@@ -83,6 +84,20 @@ std::string InOneForm(const settings::Setting &setting, const std::string &text)
     return setting.format(&value);
 }
 
+// Is a setting the other owner's, so that the file has no say about it?
+bool SectionComparison::IsOthers(const settings::Setting &setting, const std::string &before,
+                                 bool is_named)
+{
+    const Owners &owners = options_.owners;
+    const bool is_fleets = owners.fleets_settings.contains(setting.name);
+    if (!owners.events.is_fleet)
+        return is_fleets && !is_named;
+    const bool is_own = !is_fleets && before != InOneForm(setting, settings::kDefaultWord);
+    if (is_own && is_named)
+        difference_->local.emplace_back(setting.name);
+    return is_own || (!is_fleets && !is_named);
+}
+
 void SectionComparison::TakeSettings(const std::vector<SettingEntry> &entries)
 {
     for (const settings::Setting &setting : settings::AllSettings()) {
@@ -92,6 +107,8 @@ void SectionComparison::TakeSettings(const std::vector<SettingEntry> &entries)
         const bool is_named = entry != entries.end();
         const std::string wanted = is_named ? entry->value : settings::kDefaultWord;
         const std::string before = settings::GetSetting(registry_, setting);
+        if (IsOthers(setting, before, is_named))
+            continue;
         const std::string after = InOneForm(setting, wanted);
         if (before == after) {
             difference_->unchanged += is_named ? 1 : 0;
@@ -248,6 +265,7 @@ bool IsSameSilence(const policy::Silence &in_file, const policy::Silence &stored
     policy::Silence same = stored;
     same.number = in_file.number;
     same.is_from_file = in_file.is_from_file;
+    same.is_from_fleet = in_file.is_from_fleet;
     if (in_file.begin_s == 0)
         same.begin_s = 0;
     if (in_file.author.empty())
@@ -267,6 +285,7 @@ void SectionComparison::AddSilence(policy::Silence silence)
     silence.begin_s = silence.begin_s != 0 ? silence.begin_s : options_.now_s;
     silence.author = silence.author.empty() ? options_.author : silence.author;
     silence.is_from_file = true;
+    silence.is_from_fleet = options_.owners.events.is_fleet;
     SectionChange change{How::kAdd, "silences", NameOf(silence), {}, ValuesOf(silence), {}};
     change.make = [&store = store_, &registry = registry_, silence, now_s = options_.now_s] {
         policy::AddSilence(store, registry, silence, now_s);
@@ -300,6 +319,8 @@ void SectionComparison::TakeSilences(const std::vector<SilenceEntry> &entries)
         }
     }
     for (const policy::Silence &silence : stored) {
+        if (silence.is_from_fleet != options_.owners.events.is_fleet)
+            continue;
         if (silence.is_from_file || options_.prune)
             EndSilence(silence);
         else

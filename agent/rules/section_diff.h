@@ -6,6 +6,10 @@
 //   settings   one that is not in the file takes its default
 //   silences   by what they say: one that an earlier file had ends; one that a command has added stays, because it is
 //              of the moment; those of the file that are over do not count
+//
+// A file of the fleet changes and removes what the fleet has brought. A setting that this host has set itself stays; one
+// that the fleet has set, and whose file no longer names it, takes its default. The host's own file leaves what the
+// fleet has set alone, unless it names it.
 #ifndef AGENT_RULES_SECTION_DIFF_H
 #define AGENT_RULES_SECTION_DIFF_H
 
@@ -45,14 +49,22 @@ struct SectionDifference {
     std::vector<SectionChange> changes;
     size_t unchanged = 0;
     std::vector<std::string> staying; // silences that a command has added, by their numbers
+    std::vector<std::string> local;   // settings of the fleet's file that this host has set itself
     std::vector<text::Issue> issues;
     std::set<std::string> wakes; // named events to set behind the commit
+};
+
+// Whose what is set up is, when the fleet has brought a part of it.
+struct Owners {
+    EventOwners events;
+    std::set<std::string> fleets_settings; // by name
 };
 
 struct SectionOptions {
     bool prune = false;      // ends the silences that would stay, too
     int64_t now_s = 0;       // seconds since 1970
     std::string author = {}; // of new silences that name none
+    Owners owners = {};
 };
 
 // Compares the sections that are there with the host. Store and registry must outlive the changes, and stay as they

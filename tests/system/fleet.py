@@ -185,6 +185,36 @@ class Host:
         return self.lab.json("sink", "show", "fleet")["sink"]
 
 
+class Member:
+    """A host that belongs to groups, with a log of its own and no sink."""
+
+    def __init__(self, servers, groups, **options):
+        self.lab = lab.Lab()
+        self._servers = servers
+        options = {"timeout": 2, "every": 1, **options}
+        self._words = [f"{name.replace('_', '-')}={value}" for name, value in options.items()]
+        self.groups = groups
+        self.log = self.lab.root / "app.log"
+        self.log.write_text(lab.stamped("the log begins") + "\n")
+        self.daemon = self.lab.daemon
+        self.lab.watch_numbered_lines()
+        self.lab.command("set", "customer-file", self.log)
+        self.join(groups)
+
+    def join(self, groups):
+        self.lab.command("fleet", "join", f"groups={groups}", f"servers={self._servers.urls}", *self._words)
+
+    def events(self):
+        return sorted(f"{event['source']} {event['id']}" for event in self.lab.json("event", "list")["events"])
+
+    def sources_key(self):
+        """The registry key that has a key for each source."""
+        return self.lab.event_key("EACH", 1).rsplit("\\EACH", 1)[0]
+
+    def uuid(self):
+        return sqlite(self.lab, "SELECT uuid FROM store")[0][0]
+
+
 class Stranger:
     """A client that says to a server what it likes, and hears what it may not."""
 

@@ -1,0 +1,39 @@
+// The fleet's servers, as commands reach them, and what they know of its hosts.
+#ifndef AGENT_CLI_FLEET_SERVERS_H
+#define AGENT_CLI_FLEET_SERVERS_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent/cli/command.h"
+#include "agent/fleet/buckets.h"
+#include "agent/fleet/group_files.h"
+#include "agent/fleet/host_status.h"
+#include "agent/nats/connection.h"
+
+namespace cli {
+
+// A connection as the host that collects has it, or else as a member. Opens the store to read. Throws host::Error when
+// this host has no part in a fleet, and when the servers do not answer.
+std::unique_ptr<nats::Connection> ConnectToFleet(Context &context);
+
+// On how many servers buckets are kept that are made from here.
+int64_t ReplicasOf(const Context &context);
+
+// What each host has said last. One that has said what cannot be read has that as its error.
+std::vector<fleet::HostStatus> ReadHosts(const nats::Connection &servers);
+
+// What a group has; nothing: no files yet.
+struct GroupContent {
+    uint64_t revision = 0;
+    fleet::GroupFiles files;
+};
+std::optional<GroupContent> ReadGroup(const nats::Connection &servers, const std::string &key,
+                                      const std::string &group);
+
+} // namespace cli
+
+#endif // AGENT_CLI_FLEET_SERVERS_H

@@ -1,0 +1,373 @@
+#include "agent/fleet/member.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+
+#include "agent/alerts/alert_store.h"
+#include "agent/fleet/group_files.h"
+#include "agent/fleet/trace_unit.h"
+#include "agent/host/error.h"
+#include "agent/host/here_and_now.h"
+#include "agent/sinks/nats_options.h"
+#include "agent/sinks/option_checks.h"
+#include "agent/text/say.h"
+
+namespace fleet {
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+
+// A connection that was lost is noticed at the latest so much later, if nothing is said over it.
+constexpr seconds kLookAtConnection{5};
+
+// A change is heard before the servers agree about it: it is looked for so long after the bell, each time twice as late.
+constexpr milliseconds kFirstLook{10};
+constexpr milliseconds kLastLook{2000};
+
+std::string CheckEvery(const std::string &value)
+{
+    return sinks::CheckRange(value, 1, 3600, "seconds");
+}
+
+bool AreSame(const std::vector<GroupState> &one, const std::vector<GroupState> &other)
+{
+    return std::equal(one.begin(), one.end(), other.begin(), other.end(),
+                      [](const GroupState &a, const GroupState &b) { return a.IsSameAs(b); });
+}
+
+const GroupState *Find(const std::vector<GroupState> &groups, const std::string &name)
+{
+    const auto found = std::find_if(groups.begin(), groups.end(),
+                                    [&](const GroupState &group) { return group.name == name; });
+    return found == groups.end() ? nullptr : &*found;
+}
+
+} // namespace
+
+sinks::SinkKind MemberKind()
+{
+    sinks::SinkKind kind;
+    kind.name = "fleet";
+    kind.help = "a member of groups, which have rules in common";
+    kind.options = {{"groups", "NAME,...", nullptr, "the groups of this host", CheckGroups}};
+    for (sinks::SinkOption option : sinks::NatsOptions()) {
+        if (std::string(option.name) == "servers") {
+            option.standard = "";
+            option.help = "nats://HOST:PORT or tls://HOST:PORT of each server; those of this "
+                          "host's sink of the kind nats unless given";
+        }
+        kind.options.push_back(option);
+    }
+    kind.options.push_back({"every", "SECONDS", "60",
+                            "how often it says how it is, and asks for its rules", CheckEvery});
+    kind.warnings = sinks::PlainNatsWarnings;
+    return kind;
+}
+
+int64_t AlertRate::Take(int64_t newest_id, steady_clock::time_point now)
+{
+    constexpr seconds kMinute{60};
+    if (!since_) {
+        since_ = now;
+        id_ = newest_id;
+    }
+    const auto passed = std::chrono::duration_cast<milliseconds>(now - *since_);
+    const int64_t alerts = newest_id - id_;
+    if (passed < kMinute)
+        return std::max(rate_, alerts);
+    rate_ = alerts * 60000 / passed.count();
+    since_ = now;
+    id_ = newest_id;
+    return rate_;
+}
+
+// What the member's thread waits for.
+class Member::Bell {
+  public:
+    void Stop()
+    {
+        const std::lock_guard lock(mutex_);
+        stop_ = true;
+        news_.notify_one();
+    }
+    void Ring()
+    {
+        const std::lock_guard lock(mutex_);
+        rang_ = true;
+        news_.notify_one();
+    }
+    // Until it rings, the end is wanted, or the moment has come. Returns whether it has rung.
+    bool Wait(Clock::time_point end)
+    {
+        std::unique_lock lock(mutex_);
+        news_.wait_until(lock, end, [this] { return rang_ || stop_; });
+        return std::exchange(rang_, false);
+    }
+    // Sleeps whatever rings; ends at once when the end is wanted.
+    void Sleep(milliseconds span)
+    {
+        std::unique_lock lock(mutex_);
+        news_.wait_for(lock, span, [this] { return stop_; });
+    }
+    bool IsStopped()
+    {
+        const std::lock_guard lock(mutex_);
+        return stop_;
+    }
+
+  private:
+    std::mutex mutex_; // guards what follows
+    std::condition_variable news_;
+    bool stop_ = false;
+    bool rang_ = false;
+};
+
+Member::Member(MemberOptions options)
+    : options_(std::move(options)), groups_(GroupsIn(options_.config.Get("groups"))),
+      bell_(std::make_shared<Bell>()), backoff_(options_.pauses)
+{
+    sinks::Secrets secrets;
+    sinks::AccessOf(options_.config, secrets); // for its errors
+    thread_ = std::thread([this] { Run(); });
+}
+
+Member::~Member()
+{
+    bell_->Stop();
+    thread_.join();
+}
+
+void Member::Run()
+{
+    TraceLogSetThrName("member");
+    while (!bell_->IsStopped()) {
+        try {
+            Live();
+        } catch (const host::StoreError &error) {
+            store_.reset(); // opened anew
+            Fail(error.what());
+        } catch (const std::exception &error) {
+            Fail(error.what());
+        }
+    }
+}
+
+// With one connection, until it fails or the end is wanted.
+void Member::Live()
+{
+    OpenStore();
+    Connect();
+    if (!told_.empty())
+        TRACE(TRACE_NOTABLE, "The servers of the fleet are reached again.");
+    told_.clear();
+    while (!bell_->IsStopped()) {
+        AskForBucket();
+        ReadKeys();
+        TakeIfNew();
+        TellStatus();
+        backoff_.Reset();
+        WaitForNews();
+    }
+}
+
+void Member::OpenStore()
+{
+    if (store_)
+        return;
+    registry_.reset();
+    store_.emplace(options_.layout.Store());
+    host::Patience patience;
+    patience.milliseconds = 60 * 1000;
+    patience.leave = [bell = bell_] { return bell->IsStopped(); };
+    store_->SetWait(patience);
+    registry_.emplace(*store_);
+    taken_ = ReadGroups(*store_);
+}
+
+void Member::Connect()
+{
+    subscriptions_.clear();
+    secrets_ = {};
+    connection_.emplace(sinks::AccessOf(options_.config, secrets_));
+    created_ = 0;
+    Subscribe();
+    connection_->Flush();
+}
+
+// What is heard is no more than a reason to look.
+void Member::Subscribe()
+{
+    const auto on_change = [](natsConnection *, natsSubscription *, natsMsg *message, void *bell) {
+        natsMsg_Destroy(message);
+        (*static_cast<std::shared_ptr<Bell> *>(bell))->Ring();
+    };
+    for (const std::string &group : groups_) {
+        const std::string subject = SubjectOf(kRulesBucket, group + ".*");
+        auto ringer = std::make_unique<std::shared_ptr<Bell>>(bell_);
+        natsSubscription *made = nullptr;
+        connection_->Check(natsConnection_Subscribe(&made, connection_->raw(), subject.c_str(),
+                                                    on_change, ringer.get()),
+                           "listen to the group " + group);
+        natsSubscription_SetOnCompleteCB(
+            made, [](void *bell) { delete static_cast<std::shared_ptr<Bell> *>(bell); },
+            ringer.release());
+        subscriptions_.emplace_back(made);
+    }
+}
+
+// Until the next status, or a change that has reached the servers.
+void Member::WaitForNews()
+{
+    while (!bell_->IsStopped() && Clock::now() < status_due_) {
+        if (!connection_->IsOpen())
+            throw host::Error("cannot hear of changes of the fleet's rules",
+                              "the connection to the servers is lost", "it is made again");
+        if (!bell_->Wait(
+                std::min<Clock::time_point>(status_due_, Clock::now() + kLookAtConnection)))
+            continue;
+        for (milliseconds pause = kFirstLook; pause < kLastLook && !bell_->IsStopped();
+             pause *= 2) {
+            bell_->Sleep(pause);
+            if (created_ == 0 || ReadKeys())
+                return;
+        }
+    }
+}
+
+// One that was made anew begins its numbers again.
+void Member::AskForBucket()
+{
+    const int64_t created = CreatedOf(*connection_, kRulesBucket);
+    if (created != created_)
+        newest_.clear();
+    created_ = created;
+}
+
+// True when there was something new.
+bool Member::ReadKeys()
+{
+    if (created_ == 0)
+        return false;
+    bool is_new = false;
+    for (const std::string &group : groups_) {
+        for (const std::string &key : {AllKey(group), CanaryKey(group)}) {
+            auto found = ReadKey(*connection_, kRulesBucket, key);
+            if (!found || found->revision <= newest_[key].revision)
+                continue;
+            newest_[key] = std::move(*found);
+            is_new = true;
+        }
+    }
+    return is_new;
+}
+
+// What the host should have of a group: what it tries before the others, or what all have, or what it has.
+std::optional<GroupState> Member::Wanted(const std::string &group) const
+{
+    const auto state_of = [&](const KeyValue &value, bool is_canary) {
+        return GroupState{group, created_, value.revision, is_canary, value.value};
+    };
+    const auto canary = newest_.find(CanaryKey(group));
+    if (canary != newest_.end() && canary->second.revision > 0 && !canary->second.is_deleted &&
+        NumberOf(group, options_.config.store_uuid) < ParseGroup(group, canary->second.value).below)
+        return state_of(canary->second, true);
+    const auto all = newest_.find(AllKey(group));
+    if (all != newest_.end() && all->second.revision > 0 && !all->second.is_deleted)
+        return state_of(all->second, false);
+    const GroupState *had = Find(taken_, group);
+    return had != nullptr ? std::optional(*had) : std::nullopt;
+}
+
+// With each status what was refused is tried again: what stood against it may be gone.
+void Member::TakeIfNew()
+{
+    try {
+        std::vector<GroupState> wanted;
+        for (const std::string &group : groups_) {
+            if (auto state = Wanted(group))
+                wanted.push_back(std::move(*state));
+        }
+        const bool is_new = !tried_ || !AreSame(*tried_, wanted);
+        if (!is_new && refusal_.empty())
+            return;
+        tried_ = wanted;
+        const Taken taken = TakeGroups(options_.layout, *store_, *registry_, wanted,
+                                       [this] { return bell_->IsStopped(); });
+        if (taken.changes > 0)
+            TRACE(TRACE_NOTABLE, "The rules of the fleet have changed: %zu changes.",
+                  taken.changes);
+        taken_ = std::move(wanted);
+        local_ = taken.local;
+        refusal_.clear();
+        status_due_ = {};
+    } catch (const host::StoreError &) {
+        throw;
+    } catch (const host::Error &error) {
+        Refuse(error.what());
+    }
+}
+
+void Member::Refuse(const std::string &why)
+{
+    if (why == refusal_)
+        return;
+    TRACE(TRACE_NOTABLE, "The rules of the fleet are not taken, those of before stay: %s",
+          why.c_str());
+    text::Say("the rules of the fleet are not taken, those of before stay: " + why);
+    refusal_ = why;
+    status_due_ = {};
+}
+
+HostStatus Member::StatusNow()
+{
+    HostStatus status;
+    status.host = host::HostName();
+    for (const std::string &name : groups_) {
+        const GroupState *has = Find(taken_, name);
+        const GroupState *newest = tried_ ? Find(*tried_, name) : nullptr;
+        GroupStatus group{name, has != nullptr ? has->revision : 0, 0,
+                          has != nullptr && has->is_canary};
+        group.newest = newest != nullptr ? newest->revision : group.revision;
+        status.groups.push_back(group);
+    }
+    status.error = refusal_;
+    status.local = local_;
+    status.every_s = options_.config.Number("every");
+    status.alerts_a_minute = rate_.Take(
+        store_->Read([](auto &database) { return alerts::NewestAlertId(database); }), Clock::now());
+    if (options_.look)
+        options_.look(&status);
+    return status;
+}
+
+// No bucket of rules, no bucket of statuses: they are made together.
+void Member::TellStatus()
+{
+    if (Clock::now() < status_due_)
+        return;
+    if (created_ != 0)
+        WriteKey(*connection_, kStatusBucket, options_.config.store_uuid,
+                 FormatStatus(StatusNow()));
+    status_due_ = Clock::now() + seconds(options_.config.Number("every"));
+}
+
+// Told once.
+void Member::Fail(const std::string &why)
+{
+    if (bell_->IsStopped())
+        return;
+    const std::string shown = secrets_.Hide(why);
+    if (told_.empty()) {
+        TRACE(TRACE_NOTABLE, "The servers of the fleet are not reached: %s", shown.c_str());
+        text::Say("the servers of the fleet are not reached, the rules of before stay: " + shown);
+    }
+    told_ = shown;
+    status_due_ = {};
+    bell_->Sleep(std::chrono::duration_cast<milliseconds>(backoff_.Next()));
+}
+
+} // namespace fleet
