@@ -62,7 +62,7 @@ class FleetRules : public test::HostTest {
     {
         size_t count = 0;
         for (const auto &silence : policy::ReadSilences(test::Registry()))
-            count += silence.IsOver(time(nullptr) + 1) ? 0 : 1;
+            count += silence.IsOver(time(nullptr) + 1) ? 0U : 1U;
         return count;
     }
 };
