@@ -23,7 +23,7 @@ inline constexpr char kRulesBucket[] = "syslogmon-rules";
 inline constexpr char kStatusBucket[] = "syslogmon-status";
 
 // Bytes of what a host says of itself.
-inline constexpr size_t kMaxStatus = 16 * size_t{1024};
+inline constexpr size_t kMaxStatus = 64 * size_t{1024};
 
 std::string AllKey(const std::string &group);
 std::string CanaryKey(const std::string &group);

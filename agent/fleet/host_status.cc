@@ -21,6 +21,26 @@ constexpr int64_t kMaxEvery = 86400;
 // So much may be unread at any moment of a busy host.
 constexpr int64_t kMuchUnread = int64_t{1} << 20U;
 
+// What a host says fits into its place whatever has gone wrong there.
+constexpr size_t kMaxText = 1024; // bytes
+constexpr size_t kMaxLocal = 20;
+constexpr size_t kMaxName = 300;
+
+std::string Cut(const std::string &text, size_t most)
+{
+    return text.size() <= most ? text : text.substr(0, most) + "...";
+}
+
+std::vector<std::string> SomeOf(const std::vector<std::string> &names)
+{
+    std::vector<std::string> some;
+    for (size_t i = 0; i < std::min(names.size(), kMaxLocal); ++i)
+        some.push_back(Cut(names[i], kMaxName));
+    if (names.size() > kMaxLocal)
+        some.push_back("and " + std::to_string(names.size() - kMaxLocal) + " more");
+    return some;
+}
+
 int RankOf(const HostStatus &status, int64_t now_ms)
 {
     if (SilentFor(status, now_ms) > 0)
@@ -40,12 +60,12 @@ std::string FormatStatus(const HostStatus &status)
     for (const GroupStatus &group : status.groups)
         groups[group.name] = {
             {"revision", group.revision}, {"newest", group.newest}, {"canary", group.is_canary}};
-    const json object = {{"host", status.host},
+    const json object = {{"host", Cut(status.host, kMaxName)},
                          {"version", status.version},
                          {"groups", groups},
-                         {"error", status.error},
-                         {"local", status.local},
-                         {"monitor", status.monitor},
+                         {"error", Cut(status.error, kMaxText)},
+                         {"local", SomeOf(status.local)},
+                         {"monitor", Cut(status.monitor, kMaxText)},
                          {"last_pass_ms", status.last_pass_ms},
                          {"behind_bytes", status.behind_bytes},
                          {"alerts_a_minute", status.alerts_a_minute},

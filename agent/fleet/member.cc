@@ -164,13 +164,14 @@ void Member::Live()
     if (!told_.empty())
         TRACE(TRACE_NOTABLE, "The servers of the fleet are reached again.");
     told_.clear();
-    while (!bell_->IsStopped()) {
-        AskForBucket();
-        ReadKeys();
+    for (bool has_read = false; !bell_->IsStopped(); has_read = WaitForNews()) {
+        if (!has_read) {
+            AskForBucket();
+            ReadKeys();
+        }
         TakeIfNew();
         TellStatus();
         backoff_.Reset();
-        WaitForNews();
     }
 }
 
@@ -219,8 +220,8 @@ void Member::Subscribe()
     }
 }
 
-// Until the next status, or a change that has reached the servers.
-void Member::WaitForNews()
+// Until the next status, or a change that has reached the servers. Returns whether it has read one.
+bool Member::WaitForNews()
 {
     while (!bell_->IsStopped() && Clock::now() < status_due_) {
         if (!connection_->IsOpen())
@@ -232,10 +233,13 @@ void Member::WaitForNews()
         for (milliseconds pause = kFirstLook; pause < kLastLook && !bell_->IsStopped();
              pause *= 2) {
             bell_->Sleep(pause);
-            if (created_ == 0 || ReadKeys())
-                return;
+            if (created_ == 0) // it is being made
+                return false;
+            if (ReadKeys())
+                return true;
         }
     }
+    return false;
 }
 
 // One that was made anew begins its numbers again.

@@ -70,7 +70,7 @@ class Member {
     void OpenStore();
     void Connect();
     void Subscribe();
-    void WaitForNews();
+    bool WaitForNews();
     void AskForBucket();
     bool ReadKeys();
     [[nodiscard]] std::optional<GroupState> Wanted(const std::string &group) const;

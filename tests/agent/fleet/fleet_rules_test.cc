@@ -129,9 +129,9 @@ TEST_F(FleetRules, FilesOfSeveralGroupsAreTakenTogetherOrNotAtAll)
     const GroupState web = Group("web", kDisk);
     Take({web, Group("db", "events: [{source: DB, id: 1, keywords: [a]}]\n")});
     EXPECT_EQ((Strings{"DISK 1 I/O error", "DB 1 a"}), Events());
-    EXPECT_EQ("web/a.yaml:1:11: cannot use event DISK 1", test::ErrorOf([&] {
-                                                              Take({Group("db", kDisk), web});
-                                                          }).substr(0, 42));
+    EXPECT_EQ("web/a.yaml:1:10: cannot use event \"DISK\" 1", test::ErrorOf([&] {
+                                                                  Take({Group("db", kDisk), web});
+                                                              }).substr(0, 42));
     EXPECT_EQ((Strings{"DISK 1 I/O error", "DB 1 a"}), Events());
     ASSERT_EQ(2U, fleet::ReadGroups(test::Store()).size());
     EXPECT_TRUE(fleet::ReadGroups(test::Store())[1].IsSameAs(web));

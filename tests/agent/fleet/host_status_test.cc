@@ -43,6 +43,20 @@ TEST(HostStatus, IsTheSameWhenItWasWrittenAndRead)
     EXPECT_EQ(10, fleet::ParseStatus(text).every_s);
 }
 
+// Each character that needs an escape takes six bytes.
+TEST(HostStatus, FitsIntoItsPlaceHoweverMuchThereIsToSay)
+{
+    HostStatus host = Host(std::string(1000, '\1'));
+    host.error = host.monitor = std::string(100000, '\1');
+    host.local.assign(1000, std::string(255, '\xFF'));
+    host.groups.assign(16, {std::string(64, 'g'), UINT64_MAX, UINT64_MAX, false});
+    for (char &c : host.groups[3].name)
+        c = 'h';
+    const std::string text = fleet::FormatStatus(host);
+    EXPECT_LE(text.size(), fleet::kMaxStatus);
+    EXPECT_EQ("and 980 more", fleet::ParseStatus(text).local.back());
+}
+
 TEST(HostStatus, OfAnotherFormIsRefused)
 {
     for (const std::string text : {"", "[]", "{}", R"({"host": 1, "groups": {}})",
