@@ -8,6 +8,7 @@
 #include "agent/cli/option_word.h"
 #include "agent/cli/output.h"
 #include "agent/cli/sink_commands.h"
+#include "agent/cli/table.h"
 #include "agent/fleet/fleet_rules.h"
 #include "agent/fleet/identity.h"
 #include "agent/fleet/member.h"
