@@ -56,6 +56,9 @@ function show(id, text, className) {
   if (className !== undefined) place.className = className;
 }
 
+// The page as it stands has been shown; of one that nobody looks at, once somebody does.
+const firstFrame = new Promise((resolve) => { requestAnimationFrame(() => setTimeout(resolve)); });
+
 // ---- overview, files, sinks ----
 
 let overview = null;
@@ -180,15 +183,13 @@ let plotted = null; // what the plot was made for
 let course = null;
 
 // Compiling it takes longer than all else before the page shows something, so it comes behind the first frame.
-const plotLibrary = new Promise((resolve, reject) => {
-  requestAnimationFrame(() => setTimeout(() => {
-    const script = document.createElement("script");
-    script.src = "uPlot.js";
-    script.onload = resolve;
-    script.onerror = () => reject(new Error("uPlot.js did not come"));
-    document.head.append(script);
-  }));
-});
+const plotLibrary = firstFrame.then(() => new Promise((resolve, reject) => {
+  const script = document.createElement("script");
+  script.src = "uPlot.js";
+  script.onload = resolve;
+  script.onerror = () => reject(new Error("uPlot.js did not come"));
+  document.head.append(script);
+}));
 
 function isDark() {
   const chosen = document.documentElement.dataset.theme;
@@ -448,6 +449,8 @@ function connect() {
 }
 
 connect();
-refresh(loadAll);
-listen();
-setInterval(tick, 1000);
+firstFrame.then(() => {
+  refresh(loadAll);
+  listen();
+  setInterval(tick, 1000);
+});
