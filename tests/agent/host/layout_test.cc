@@ -64,10 +64,19 @@ TEST_F(Folders, ThatTheAgentMadeAndLeftOpenArePutRight)
     Create();
     test::WriteFile(Layout().Store(), "");
     chmod(Layout().state.c_str(), 0755);
-    chmod(Layout().run.c_str(), 0750);
+    chmod(Layout().run.c_str(), 0770);
     Create();
     EXPECT_EQ(0700U, ModeOf(Layout().state));
     EXPECT_EQ(0700U, ModeOf(Layout().run));
+}
+
+// That mode says that their group may read what is in them.
+TEST_F(Folders, OfModeSevenHundredFiftyStayReadableForTheirGroup)
+{
+    Create();
+    chmod(Layout().state.c_str(), 0750);
+    Create();
+    EXPECT_EQ(0750U, ModeOf(Layout().state));
 }
 
 TEST_F(Folders, ThatHoldSomethingElseAreLeftAlone)
