@@ -42,8 +42,6 @@ using std::chrono::seconds;
 using std::chrono::steady_clock;
 
 constexpr milliseconds kLookAgain{200};
-// Nothing, as files: what a group has before its first ones.
-constexpr char kNoRules[] = "events: []\n";
 
 struct FleetApply {
     std::string file;
@@ -235,7 +233,7 @@ class Rollout {
             if (interrupted)
                 return "the command was interrupted";
         }
-        return "";
+        return interrupted ? "the command was interrupted" : "";
     }
 
   private:
@@ -282,10 +280,17 @@ void TryOnSome(const nats::Connection &servers, const FleetApply &options, Group
         trouble = rollout.WatchHealth(SpanOf(options.after));
     if (trouble.empty())
         return;
-    fleet::DeleteKey(servers, fleet::kRulesBucket, fleet::CanaryKey(group));
     TellOfHosts(group, text::Printable(trouble),
                 "the hosts that have tried them take those of before again; see syslogmon fleet "
                 "status");
+}
+
+// Hosts that have tried something go on with what all have.
+void EndCanary(const nats::Connection &servers, const std::string &group)
+{
+    const auto canary = fleet::ReadKey(servers, fleet::kRulesBucket, fleet::CanaryKey(group));
+    if (canary && !canary->is_deleted)
+        fleet::DeleteKey(servers, fleet::kRulesBucket, fleet::CanaryKey(group));
 }
 
 uint64_t GiveToAll(const nats::Connection &servers, const FleetApply &options,
@@ -294,11 +299,28 @@ uint64_t GiveToAll(const nats::Connection &servers, const FleetApply &options,
     const std::string &group = options.group;
     const uint64_t revision = fleet::WriteKey(servers, fleet::kRulesBucket, fleet::AllKey(group),
                                               fleet::FormatGroup(group, files), before);
-    // Behind it: a host that has tried them goes on with the same.
-    const auto canary = fleet::ReadKey(servers, fleet::kRulesBucket, fleet::CanaryKey(group));
-    if (canary && !canary->is_deleted)
-        fleet::DeleteKey(servers, fleet::kRulesBucket, fleet::CanaryKey(group));
+    EndCanary(servers, group); // behind it: a host that has tried them goes on with the same
     return revision;
+}
+
+// Whatever keeps them from being given to all, the hosts that have tried them do not stay with them alone.
+uint64_t GiveToSomeAndThenToAll(Context &context, const nats::Connection &servers,
+                                const FleetApply &options, const GroupFiles &files, uint64_t before)
+{
+    try {
+        TryOnSome(servers, options, files);
+        return GiveToAll(servers, options, files, before);
+    } catch (const host::Error &) {
+        try {
+            EndCanary(*ConnectToFleet(context), options.group); // the connection may be why
+        } catch (const host::Error &error) {
+            fprintf(stderr,
+                    "syslogmon: the hosts that have tried them go on with them, until syslogmon "
+                    "fleet apply comes through for the group %s: %s\n",
+                    options.group.c_str(), text::Printable(error.what()).c_str());
+        }
+        throw;
+    }
 }
 
 int Apply(Context &context, const FleetApply &options)
@@ -316,12 +338,16 @@ int Apply(Context &context, const FleetApply &options)
     const bool is_new = !before || !AreSame(before->files, files);
     if (is_new && !options.dry_run) {
         if (!options.canary.empty()) {
-            if (!before) // what a failure puts back
-                revision =
-                    GiveToAll(*servers, options, {{{"none.yaml", kNoRules}}, Author(), 0}, 0);
-            TryOnSome(*servers, options, files);
+            if (!before)
+                throw host::Error("cannot try files on some hosts of the group " + options.group,
+                                  "the group has none to which they could go back",
+                                  "give it its first files without --canary");
+            revision = GiveToSomeAndThenToAll(context, *servers, options, files, revision);
+        } else {
+            revision = GiveToAll(*servers, options, files, revision);
         }
-        revision = GiveToAll(*servers, options, files, revision);
+    } else if (!options.dry_run) {
+        EndCanary(*servers, options.group); // of a command that was killed
     }
     Show(context, shown, change, {{"group", options.group}, {"revision", revision}});
     if (options.dry_run)

@@ -58,7 +58,6 @@ void MakeBucket(const nats::Connection &connection, const BucketForm &form, int6
     wanted.MaxAge = form.max_age;
     wanted.MaxMsgSize = static_cast<int32_t>(form.max_value) + kRoomForHeaders;
     wanted.Discard = js_DiscardNew;
-    wanted.AllowRollup = true;
     wanted.DenyDelete = true;
     wanted.AllowDirect = true; // a host may ask for its own keys, and for no others
     jsErrCode code{};

@@ -166,11 +166,12 @@ Taken TakeGroups(const host::Layout &layout, host::Store &store, host::RegistryT
         },
         leaves);
     if (!is_made)
-        return {};
+        return {0, {}, false};
     // Behind the commit, or the daemon would read what was before.
     for (const std::string &event : change.Wakes())
         host::WakeEvent::Create(layout.run, event, false, false)->Set();
-    return {change.events.changes.size() + change.sections.changes.size(), LocalNames(change)};
+    return {change.events.changes.size() + change.sections.changes.size(), LocalNames(change),
+            true};
 }
 
 } // namespace fleet

@@ -28,10 +28,11 @@ struct GroupState {
     bool is_canary = false;
     std::string value; // see group_files.h
 
+    // Also by its value: servers that came back with an older disk number other files the same.
     [[nodiscard]] bool IsSameAs(const GroupState &other) const
     {
         return name == other.name && created == other.created && revision == other.revision &&
-               is_canary == other.is_canary;
+               is_canary == other.is_canary && value == other.value;
     }
 };
 
@@ -44,6 +45,7 @@ rules::Owners ReadOwners(host::Store &store);
 struct Taken {
     size_t changes = 0;
     std::vector<std::string> local; // of the files, but this host's own: "DISK 1", "cycle"
+    bool is_made = true;            // false: the wait for it was ended, and nothing is taken
 };
 
 // Makes what the fleet has brought equal to these groups; none: all of it goes. Wakes the daemon. Throws host::Error when

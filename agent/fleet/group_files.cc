@@ -19,6 +19,12 @@ constexpr size_t kMaxGroups = 16; // of one host
 constexpr size_t kMaxFiles = 100;
 constexpr size_t kMaxName = 255; // bytes
 
+// Names are shown and written as they are.
+bool MayBeInName(unsigned char c)
+{
+    return c >= ' ' && c != '/' && c != 0x7f;
+}
+
 [[noreturn]] void RefuseValue(const std::string &group, const std::string &cause)
 {
     throw host::Error("cannot use what the group " + group + " has", cause,
@@ -31,8 +37,9 @@ void Check(const std::string &group, const GroupFiles &parsed)
         RefuseValue(group, "it has " + std::to_string(parsed.files.size()) +
                                " files, and may have 1 to " + std::to_string(kMaxFiles));
     for (const rules::SourceText &file : parsed.files) {
-        if (file.name.size() > kMaxName)
-            RefuseValue(group, "the name of a file in it is too long");
+        if (file.name.empty() || file.name.size() > kMaxName ||
+            !std::ranges::all_of(file.name, MayBeInName))
+            RefuseValue(group, "the name of a file in it is none");
     }
 }
 

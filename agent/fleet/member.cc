@@ -149,8 +149,10 @@ void Member::Run()
             Live();
         } catch (const host::StoreError &error) {
             store_.reset(); // opened anew
+            tried_.reset(); // and what was not stored is tried again
             Fail(error.what());
         } catch (const std::exception &error) {
+            tried_.reset();
             Fail(error.what());
         }
     }
@@ -301,6 +303,8 @@ void Member::TakeIfNew()
         tried_ = wanted;
         const Taken taken = TakeGroups(options_.layout, *store_, *registry_, wanted,
                                        [this] { return bell_->IsStopped(); });
+        if (!taken.is_made)
+            return;
         if (taken.changes > 0)
             TRACE(TRACE_NOTABLE, "The rules of the fleet have changed: %zu changes.",
                   taken.changes);

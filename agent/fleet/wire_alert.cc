@@ -1,5 +1,8 @@
 #include "agent/fleet/wire_alert.h"
 
+#include <algorithm>
+#include <cctype>
+
 #include <nlohmann/json.hpp>
 
 #include "agent/events/events.h"
@@ -17,6 +20,13 @@ constexpr size_t kMaxText = 64 * size_t{1024};
 constexpr size_t kMaxLabels = 64;
 // A count beyond it is none: sums of them must not overflow.
 constexpr int64_t kMaxNumber = int64_t{1} << 48;
+
+constexpr size_t kMaxKey = 256;
+
+bool MayBeInKey(unsigned char c)
+{
+    return std::isalnum(c) != 0 || c == '-' || c == '/' || c == '_' || c == '.' || c == ':';
+}
 
 [[noreturn]] void Refuse(const std::string &why)
 {
@@ -101,6 +111,9 @@ alerts::Alert ParseAlert(const std::string &text)
     alert.is_collected = true;
     alert.key = Text(object, "key");
     alert.id = Number(object, "id");
+    // It becomes a part of headers of mails and requests.
+    if (alert.key.size() > kMaxKey || !std::ranges::all_of(alert.key, MayBeInKey))
+        Refuse("its key has other characters than those of keys, or too many");
     // The key ends with the ID: so the two cannot tell of different alerts.
     if (alert.id == 0 || !alert.key.ends_with("/" + std::to_string(alert.id)))
         Refuse("its key is not the one of its number");

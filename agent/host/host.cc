@@ -1,5 +1,6 @@
 #include "agent/host/host.h"
 
+#include <cerrno>
 #include <unistd.h>
 
 #include "agent/host/error.h"
@@ -30,8 +31,9 @@ StoreUse UseOf(const Layout &layout, Role role)
 {
     if (role == Role::kDaemon)
         return StoreUse::kDaemon;
-    const bool may_write = access(layout.Store().c_str(), W_OK) == 0;
-    return role == Role::kReader && !may_write ? StoreUse::kReader : StoreUse::kShared;
+    // On a disk that nobody may write, the store is refused, with that cause.
+    const bool lacks_right = access(layout.Store().c_str(), W_OK) != 0 && errno == EACCES;
+    return role == Role::kReader && lacks_right ? StoreUse::kReader : StoreUse::kShared;
 }
 
 } // namespace

@@ -42,8 +42,9 @@ void TakeRightsAway(int fd, mode_t wanted)
 std::optional<gid_t> ReadersOf(const fs::path &folder)
 {
     struct stat status {};
-    const bool has_readers =
-        stat(folder.c_str(), &status) == 0 && (status.st_mode & kAllRights) == kReadableFolder;
+    // In another one's folder, any file can be put into the place of the one that was looked at.
+    const bool has_readers = stat(folder.c_str(), &status) == 0 && IsOurs(status) &&
+                             (status.st_mode & kAllRights) == kReadableFolder;
     return has_readers ? std::optional(status.st_gid) : std::nullopt;
 }
 

@@ -83,6 +83,9 @@ void Store::OpenToWrite(const fs::path &path, StoreUse use)
         database_->KeepJournal();
     UpdateSchema(*database_);
     MarkStore(path);
+    // A new journal has the group of the file only when root makes it.
+    for (const char *suffix : {"-wal", "-shm"})
+        MakeReadable(path.string() + suffix);
 }
 
 void Store::OpenToRead(const fs::path &path)

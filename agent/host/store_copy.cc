@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
 #include <unistd.h>
 
 #include <sqlite3.h>
@@ -61,20 +62,30 @@ void CheckIsWhole(Database &copy)
                          "it is damaged (" + check.Text(0) + ")", "use another copy");
 }
 
+// Is it in use, or is there no room? Then the store is as good as its journal, which must stay.
+bool CanBeMended(const Database &database)
+{
+    constexpr int kKind = 0xff; // of an extended code
+    const int code = sqlite3_errcode(database.handle()) & kKind;
+    return code == SQLITE_BUSY || code == SQLITE_LOCKED || code == SQLITE_FULL ||
+           code == SQLITE_NOMEM;
+}
+
 // What the store has in its journal alone comes into the store: it must be whole for the case that nothing comes into its
-// place after all. Of a damaged one, for which a copy is put back mostly, the journal is kept under another name.
+// place after all. False of a damaged one, for which a copy is put back mostly.
 bool MakeWhole(const fs::path &store)
 {
-    bool is_whole = true;
+    std::optional<Database> old;
     try {
-        Database old(store, Database::Mode::kReadWrite);
-        CheckIsStore(old); // SQLite finds the journal with the first read only
-        old.EmptyJournal(kMakeWholeMs);
+        old.emplace(store, Database::Mode::kReadWrite);
+        CheckIsStore(*old); // SQLite finds the journal with the first read only
+        old->EmptyJournal(kMakeWholeMs);
+        return true;
     } catch (const StoreError &) {
-        is_whole = false;
+        if (old && CanBeMended(*old))
+            throw;
+        return false;
     }
-    SetOldJournalAside(store);
-    return is_whole;
 }
 
 void SyncName(const fs::path &file)
@@ -127,6 +138,8 @@ void Replace(const fs::path &store, const fs::path &file)
         }
         if (owner)
             is_whole = MakeWhole(store);
+        // Also where the store is gone: SQLite would take the journal that it has left for the copy's.
+        SetOldJournalAside(store);
         fs::rename(unfinished, store);
     } catch (const fs::filesystem_error &error) {
         RemoveDatabase(unfinished);

@@ -10,6 +10,7 @@
 #include "agent/host/error.h"
 #include "agent/sinks/alert_json.h"
 #include "agent/sinks/option_checks.h"
+#include "agent/text/printable.h"
 #include "agent/text/suggestion.h"
 #include "agent/text/text_file.h"
 
@@ -152,7 +153,8 @@ text::TemplateValues FieldsOf(const Message &message)
     const std::string json = AlertJson(message);
     AddFields(ordered_json::parse(json), "", &fields);
     fields["json"] = json;
-    fields["text"] = AlertSummary(message);
+    fields["text"] =
+        text::Printable(AlertSummary(message)); // what is no UTF-8 would be none here either
     return fields;
 }
 

@@ -84,7 +84,8 @@ std::string Subject(std::span<const Message> messages)
 std::string Folded(const std::string &to)
 {
     std::string lines;
-    for (const char c : to) {
+    // A comma at the end would make a line of nothing.
+    for (const char c : to.substr(0, to.find_last_not_of(", ") + 1)) {
         lines += c;
         lines += c == ',' ? "\r\n " : "";
     }

@@ -1,5 +1,6 @@
 #include "agent/text/template.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include <kainjow/mustache.hpp>
@@ -100,7 +101,11 @@ std::string NoEscape(const std::string &value)
 
 std::string MarkupEscape(const std::string &value)
 {
-    return mustache::html_escape(value);
+    std::string text = value;
+    // XML has no way to write them.
+    std::ranges::replace_if(
+        text, [](unsigned char c) { return c < ' ' && c != '\t' && c != '\r' && c != '\n'; }, '?');
+    return mustache::html_escape(text);
 }
 
 } // namespace text

@@ -236,6 +236,10 @@ class Stranger:
     def publish(self, subject):
         return self.refusals(f"PUB {subject} 2\r\n{{}}")
 
+    def publish_with_header(self, subject, header):
+        head = f"NATS/1.0\r\n{header}\r\n\r\n"
+        return self.refusals(f"HPUB {subject} {len(head)} {len(head) + 2}\r\n{head}{{}}")
+
     def subscribe(self, subject):
         return self.refusals(f"SUB {subject} 1")
 

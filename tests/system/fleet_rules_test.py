@@ -209,6 +209,20 @@ class Canary(Rules):
             row["groups"]["web"]["revision"] == before and row["error"] is None for row in self.hosts().values()))
         self.assertEqual(3, len(self.have("DISK 1")))
 
+    def test_a_command_that_was_killed_is_ended_by_the_next_one_also_with_the_same_files(self):
+        child = self.centre.lab.spawn("apply", [lab.build_root() / "bin" / "syslogmon", "--root",
+                                                self.centre.lab.root, "fleet", "apply", self.file(FAN), "--group",
+                                                "web", "--canary", "1%", "--after", "1h"])
+        self.lab.wait_until("one has it", lambda: len(self.have("FAN 2")) == 1)
+        child.kill()
+        self.apply(self.file(DISK), "--wait")
+        self.assertEqual([], self.have("FAN 2"))
+        self.assertEqual(3, len(self.have("DISK 1")))
+
+    def test_a_group_without_files_has_nothing_to_go_back_to(self):
+        said = self.refused("fleet", "apply", self.file(FAN), "--group", "empty", "--canary", "1%")
+        self.assertIn("give it its first files without --canary", said)
+
     def test_a_command_that_is_interrupted_puts_back_what_was_before(self):
         before = self.revision()
         child = self.centre.lab.spawn("apply", [lab.build_root() / "bin" / "syslogmon", "--root",
@@ -274,6 +288,9 @@ class Guarded(Rules):
             self.assertIn("Permissions Violation", "".join(stranger.publish(subject)), subject)
         for subject in ("$KV.syslogmon-rules.db.*", "$KV.syslogmon-rules.>", "$KV.syslogmon-status.*"):
             self.assertIn("Permissions Violation", "".join(stranger.subscribe(subject)), subject)
+        # Its own status is all that it may put in the place of something.
+        stranger.publish_with_header(f"$KV.syslogmon-status.{own}", "Nats-Rollup: all")
+        self.assertIn(other, self.hosts())
         # From a member, nobody can give rules to a group.
         said = self.members[0].lab.run("fleet", "apply", self.file(FAN), "--group", "web").stderr
         self.assertIn("cannot", said)

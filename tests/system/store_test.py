@@ -243,6 +243,21 @@ class Restored(lab.LabTest):
         self.lab.command("restore", copy)
         self.assertEqual([], self.lab.alerts())
 
+    def test_the_journal_of_a_store_that_is_gone_is_not_taken_for_the_copys(self):
+        lab.append(lab.MESSAGES, lab.stamped("the log begins"))
+        self.lab.watch("DISK", 1, "error")
+        copy = self.lab.folder / "copy"
+        self.lab.command("backup", copy)
+        self.daemon.start()
+        self.lab.watch("LATER", 2, "later")
+        self.daemon.kill()
+        state = self.lab.root / "state"
+        self.assertGreater((state / "agent.db-wal").stat().st_size, 0)
+        (state / "agent.db").unlink()
+        self.lab.command("restore", copy)
+        self.assertEqual(["DISK"], [event["source"] for event in self.lab.json("event", "list")["events"]])
+        self.assertTrue((state / "agent.db-wal.old").exists())
+
 
 if __name__ == "__main__":
     lab.main()

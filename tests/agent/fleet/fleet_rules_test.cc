@@ -191,6 +191,14 @@ TEST_F(FleetRules, NothingIsTakenFromAMutexThatIsNotFreeWhenTheEndIsWanted)
     EXPECT_EQ(1U, Events().size());
 }
 
+// Servers that came back with an older disk give the next files a revision that others had.
+TEST_F(FleetRules, OfTheSameRevisionButWithOtherFilesAreOthers)
+{
+    EXPECT_TRUE(Group("web", kDisk).IsSameAs(Group("web", kDisk)));
+    EXPECT_FALSE(Group("web", kDisk).IsSameAs(Group("web", "events: []\n")));
+    EXPECT_FALSE(Group("web", kDisk).IsSameAs(Group("web", kDisk, 2)));
+}
+
 // ---- the value of a group ----
 
 TEST(GroupFiles, AreTheSameWhenTheyWereWrittenAndRead)
@@ -214,6 +222,12 @@ TEST(GroupFiles, OfAnotherFormAreRefused)
         EXPECT_NE(std::string::npos,
                   test::ErrorOf([&] { fleet::ParseGroup("web", value); }).find("the group web"))
             << value;
+    for (const std::string name : {"", "a\\nb.yaml", "a\\u0000.yaml", "../a.yaml", "\\u001b[2J"})
+        EXPECT_NE("no error", test::ErrorOf([&] {
+                      fleet::ParseGroup("web",
+                                        R"({"files": [{"name": ")" + name + R"(", "text": ""}]})");
+                  }))
+            << name;
     const std::string long_name(256, 'a');
     EXPECT_NE("no error", test::ErrorOf([&] {
                   fleet::ParseGroup("web",

@@ -197,6 +197,7 @@ TEST_F(LedgerTest, TextsThatAreNoAlertsAreRefusedWithTheirFault)
     };
     EXPECT_EQ("no error", refusal("DISK", "NET"));
     expect("series-of-a/12", "series-of-a/13", "its key is not the one of its number");
+    expect("series-of-a/12", "a\\r\\nBcc: everybody@example.com/12", "other characters");
     expect(R"("id":12)", R"("id":-12)", "id is missing, or no number");
     expect(R"("id":12)", R"("id":1e99)", "id is missing, or no number");
     expect(R"("count":1)", R"("count":"1")", "count is missing, or no number");

@@ -119,6 +119,11 @@ TEST_F(BodyTemplateTest, ALineCannotBreakOutOfItsPlace)
               parsed["text"]);
     EXPECT_EQ("<p>&lt;b&gt; &amp; &quot;</p>\n",
               Body("<p>{{message}}</p>", test::MessageOf("<b> & \""), "text/html"));
+    // XML has no control characters.
+    EXPECT_EQ("<a>x?[1m</a>\n",
+              Body("<a>{{message}}</a>", test::MessageOf("x\x1b[1m"), "application/xml"));
+    EXPECT_EQ("<a>DISK 1A2B: x?</a>\n",
+              Body("<a>{{text}}</a>", test::MessageOf("x\xff"), "application/xml"));
     EXPECT_EQ("<b> & \"\n", Body("{{message}}", test::MessageOf("<b> & \""), "text/plain"));
 }
 

@@ -1,5 +1,7 @@
 #include "agent/sinks/mail_text.h"
 
+#include <algorithm>
+
 #include "tests/agent/sinks/sink_test.h"
 
 namespace {
@@ -58,6 +60,13 @@ TEST(MailText, HasTheHeadersOfAMailThatNobodyAnswers)
                                  "X-Syslogmon-Key: uuid/7\r\n"
                                  "Auto-Submitted: auto-generated\r\n"))
         << mail;
+}
+
+TEST(MailText, ACommaBehindTheLastReceiverMakesNoLine)
+{
+    const std::vector<Message> one = {MessageOf("one")};
+    const auto headers = sinks::MailHeaders(one, "m@example.com", "a@example.com, ", kNow);
+    EXPECT_NE(headers.end(), std::ranges::find(headers, "To: a@example.com"));
 }
 
 TEST(MailText, OfSeveralAlertsHasAllKeys)

@@ -2,6 +2,7 @@
 #include <climits>
 #include <string>
 
+#include "match/expression.h"
 #include "match/match.h"
 #include "match/report.h"
 #include "tests/support/module_test.h"
@@ -158,6 +159,24 @@ TEST_F(MatchExpression, ForWhichThereIsNoMemoryIsAKeywordThatIsNotFound)
                        "0 Regular Expression is:" + Pattern("err.r"), "0 <return 0."}),
               OwnRecords());
     EXPECT_TRUE(Reports("error"));
+}
+
+// Without them a match is found in a fraction of the time. What is not asked for is not written.
+TEST_F(MatchExpression, IsSearchedWithSubMatchesOnlyWhereTheyMatter)
+{
+    const auto writes_sub_matches = [](const std::string &keyword) {
+        ::Pattern pattern;
+        CompiledPattern compiled;
+        MakePattern(keyword.c_str(), &pattern);
+        EXPECT_TRUE(Compile(pattern, &compiled)) << keyword;
+        regmatch_t sub_match{-7, -7};
+        EXPECT_EQ(0, regexec(&compiled.expression, "aa.b", 1, &sub_match, 0)) << keyword;
+        Free(&compiled);
+        return sub_match.rm_so != -7;
+    };
+    EXPECT_FALSE(writes_sub_matches("a.b"));
+    EXPECT_FALSE(writes_sub_matches("a\\.b"));
+    EXPECT_TRUE(writes_sub_matches("(a)\\2")); // the first one is the blanks in front
 }
 
 TEST_F(MatchExpression, OfEachKeywordIsTriedUntilOneIsMissing)

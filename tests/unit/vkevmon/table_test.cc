@@ -311,6 +311,15 @@ TEST_F(TableKeywords, ThatAreLongAndCannotBeReadFail)
     ExpectKeysLeftOpen(0);
 }
 
+TEST_F(TableKeywords, ThatAreLongAndForWhichThereIsNoMemoryFail)
+{
+    Store(1, std::string(300, 'w') + '\0');
+    test::Sys().FailCall("calloc", 2 * kMaxEntries + 1); // the first behind the arrays
+    ExpectFails();
+    ExpectTraced(1, "VKVMonQueGet", Failed(1));
+    ExpectKeysLeftOpen(0);
+}
+
 TEST_F(TableKeywords, Of257BytesWithoutAZeroByteAreCutTo256)
 {
     Store3(std::string(257, 'w'));
