@@ -72,9 +72,9 @@ void PrintHosts(const std::vector<fleet::HostRow> &hosts)
 {
     Table table({"HOST", "ALERTS", "LAST ALERT", "DROPPED", "MISSING", "REFUSED", "UUID"});
     for (const fleet::HostRow &host : hosts)
-        table.Add({text::Printable(host.name), std::to_string(host.alerts),
-                   text::LocalTime(host.heard_ms), std::to_string(host.dropped),
-                   std::to_string(host.missing), std::to_string(host.refused), host.uuid});
+        table.Add({host.name, std::to_string(host.alerts), text::LocalTime(host.heard_ms),
+                   std::to_string(host.dropped), std::to_string(host.missing),
+                   std::to_string(host.refused), host.uuid});
     table.Print();
 }
 
@@ -113,21 +113,13 @@ int ShowCollecting(Context &context)
     return kExitDone;
 }
 
-std::string OptionsHelp()
-{
-    std::string text = "What can be set:\n";
-    for (const sinks::SinkOption &option : fleet::CollectKind().options)
-        text += "  " + HelpOf(option) + "\n";
-    return text;
-}
-
 void SetUpCollect(Parser &parser, Context &context)
 {
     auto options = std::make_shared<CollectOptions>();
     parser.Add("options", options->words, "NAME=VALUE, see below; none: show how far it is")
         .TypeName("OPTION ...");
     parser.AddFlag("--off", options->off, "Collect no longer; what was collected stays");
-    parser.Footer([] { return OptionsHelp(); });
+    parser.Footer([] { return HelpOf(fleet::CollectKind()); });
     parser.Runs(
         [&, options] {
             if (options->off)

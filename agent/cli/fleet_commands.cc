@@ -17,7 +17,6 @@
 #include "agent/host/waitable.h"
 #include "agent/status/daemon_lock.h"
 #include "agent/text/duration.h"
-#include "agent/text/printable.h"
 
 namespace cli {
 
@@ -83,10 +82,10 @@ int ShowStatus(Context &context, const std::string &group)
     for (const fleet::HostStatus &host : hosts) {
         const std::string trouble = fleet::TroubleOf(host, now_ms);
         const int64_t heard_s = std::max<int64_t>((now_ms - host.sent_ms) / 1000, 0);
-        table.Add({text::Printable(host.host), trouble.empty() ? "-" : text::Printable(trouble),
-                   text::Printable(GroupsText(host)), std::to_string(host.behind_bytes) + " bytes",
+        table.Add({host.host, trouble.empty() ? "-" : trouble, GroupsText(host),
+                   std::to_string(host.behind_bytes) + " bytes",
                    std::to_string(host.alerts_a_minute), text::FormatDuration(heard_s) + " ago",
-                   text::Printable(host.version), text::Printable(host.uuid)});
+                   host.version, host.uuid});
     }
     table.Print();
     return kExitDone;
@@ -153,20 +152,12 @@ int ShowMembership(Context &context)
     return kExitDone;
 }
 
-std::string JoinOptionsHelp()
-{
-    std::string text = "What can be set:\n";
-    for (const sinks::SinkOption &option : fleet::MemberKind().options)
-        text += "  " + HelpOf(option) + "\n";
-    return text;
-}
-
 void SetUpJoin(Parser &parser, Context &context)
 {
     auto words = std::make_shared<std::vector<std::string>>();
     parser.Add("options", *words, "NAME=VALUE, see below; none: show what was joined")
         .TypeName("OPTION ...");
-    parser.Footer([] { return JoinOptionsHelp(); });
+    parser.Footer([] { return HelpOf(fleet::MemberKind()); });
     parser.Runs(
         [&, words] { return words->empty() ? ShowMembership(context) : Join(context, *words); });
 }

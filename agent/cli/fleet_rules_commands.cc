@@ -28,7 +28,6 @@
 #include "agent/fleet/permitted.h"
 #include "agent/host/here_and_now.h"
 #include "agent/text/duration.h"
-#include "agent/text/printable.h"
 #include "agent/text/times.h"
 
 namespace cli {
@@ -280,7 +279,7 @@ void TryOnSome(const nats::Connection &servers, const FleetApply &options, Group
         trouble = rollout.WatchHealth(SpanOf(options.after));
     if (trouble.empty())
         return;
-    TellOfHosts(group, text::Printable(trouble),
+    TellOfHosts(group, trouble,
                 "the hosts that have tried them take those of before again; see syslogmon fleet "
                 "status");
 }
@@ -314,10 +313,9 @@ uint64_t GiveToSomeAndThenToAll(Context &context, const nats::Connection &server
         try {
             EndCanary(*ConnectToFleet(context), options.group); // the connection may be why
         } catch (const host::Error &error) {
-            fprintf(stderr,
-                    "syslogmon: the hosts that have tried them go on with them, until syslogmon "
-                    "fleet apply comes through for the group %s: %s\n",
-                    options.group.c_str(), text::Printable(error.what()).c_str());
+            PrintError("the hosts that have tried them go on with them, until syslogmon fleet "
+                       "apply comes through for the group " +
+                       options.group + ": " + error.what());
         }
         throw;
     }
@@ -368,8 +366,7 @@ int Apply(Context &context, const FleetApply &options)
     const std::string trouble = rollout.AwaitRunning(SpanOf(options.within));
     if (!trouble.empty())
         throw host::Error("not all hosts of the group " + options.group + " run these files",
-                          text::Printable(trouble),
-                          "see syslogmon fleet status; the files stay in the group");
+                          trouble, "see syslogmon fleet status; the files stay in the group");
     return kExitDone;
 }
 

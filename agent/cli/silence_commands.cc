@@ -14,7 +14,6 @@
 #include "agent/policy/silence_desk.h"
 #include "agent/policy/silence_registry.h"
 #include "agent/text/duration.h"
-#include "agent/text/printable.h"
 #include "agent/text/times.h"
 
 namespace cli {
@@ -128,14 +127,13 @@ int ListSilences(Context &context, const SilenceOptions &options)
         const auto found = held.find(silence.number);
         const SilenceHeld known = found != held.end() ? found->second : SilenceHeld{};
         list.push_back(ToJson(silence, known, now_s));
-        table.Add(
-            {std::to_string(silence.number), StateOf(silence, now_s), silence.source,
-             silence.event_id ? events::FormatEventId(*silence.event_id) : "-", silence.host,
-             silence.labels.empty() ? "-" : text::Printable(policy::LabelsText(silence.labels)),
-             silence.end_s != 0 ? text::LocalTime(silence.end_s * kMsOfSecond) : "-",
-             silence.window ? policy::WindowText(*silence.window) : "-",
-             std::to_string(known.alerts), text::Printable(silence.author),
-             silence.comment.empty() ? "-" : text::Printable(silence.comment)});
+        table.Add({std::to_string(silence.number), StateOf(silence, now_s), silence.source,
+                   silence.event_id ? events::FormatEventId(*silence.event_id) : "-", silence.host,
+                   silence.labels.empty() ? "-" : policy::LabelsText(silence.labels),
+                   silence.end_s != 0 ? text::LocalTime(silence.end_s * kMsOfSecond) : "-",
+                   silence.window ? policy::WindowText(*silence.window) : "-",
+                   std::to_string(known.alerts), silence.author,
+                   silence.comment.empty() ? "-" : silence.comment});
     }
     if (context.json)
         PrintJson({{"silences", list}});

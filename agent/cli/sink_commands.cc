@@ -492,6 +492,14 @@ std::string HelpOf(const sinks::SinkOption &option)
     return text;
 }
 
+std::string HelpOf(const sinks::SinkKind &kind)
+{
+    std::string text = "What can be set:\n";
+    for (const sinks::SinkOption &option : kind.options)
+        text += "  " + HelpOf(option) + "\n";
+    return text;
+}
+
 namespace {
 
 // ---- the rows ----

@@ -20,6 +20,9 @@ void TellDaemonOfSinks(const Context &context);
 // "path=FILE  The file (must be given)": a line of help, without its end.
 std::string HelpOf(const sinks::SinkOption &option);
 
+// Of all options of a kind, with a head.
+std::string HelpOf(const sinks::SinkKind &kind);
+
 // What is unsafe about a sink: see SecretWarnings; and whether the monitor reads what it writes.
 // Sentences; such a sink is used all the same. Looks at the files that are named, so the answer is
 // of this moment.

@@ -10,7 +10,6 @@
 #include "agent/cli/sink_commands.h"
 #include "agent/cli/table.h"
 #include "agent/sinks/undelivered.h"
-#include "agent/text/printable.h"
 #include "agent/text/times.h"
 
 namespace cli {
@@ -52,9 +51,8 @@ int ListUndelivered(Context &context, const UndeliveredOptions &options)
         const alerts::Alert alert = AlertOf(database, row);
         list.push_back(ToJson(row, alert));
         table.Add({std::to_string(row.alert_id), text::LocalTime(row.since_ms),
-                   row.peer.empty() ? "-" : row.peer,
-                   row.again ? "to be sent again" : text::Printable(row.reason),
-                   text::Printable(alert.message)});
+                   row.peer.empty() ? "-" : row.peer, row.again ? "to be sent again" : row.reason,
+                   alert.message});
     }
     if (context.json)
         PrintJson({{"sink", sink.name}, {"undelivered", list}});

@@ -72,8 +72,6 @@ void Store::OpenToWrite(const fs::path &path, StoreUse use)
         owner_.emplace(path);
     // Before it is opened: SQLite gives the journal the mode and the group of the file.
     const bool has_readers = MakeReadable(path);
-    for (const char *suffix : {"-wal", "-shm"})
-        MakeReadable(path.string() + suffix);
     identity_ = IdentityOf(path);
     database_ = std::make_unique<Database>(path, Database::Mode::kReadWrite);
     CheckIdentity();
@@ -83,7 +81,7 @@ void Store::OpenToWrite(const fs::path &path, StoreUse use)
         database_->KeepJournal();
     UpdateSchema(*database_);
     MarkStore(path);
-    // A new journal has the group of the file only when root makes it.
+    // An old journal has what it had, and a new one the group of the file only when root makes it.
     for (const char *suffix : {"-wal", "-shm"})
         MakeReadable(path.string() + suffix);
 }

@@ -3,7 +3,6 @@
 #include <ctime>
 #include <memory>
 #include <new>
-#include <sstream>
 
 #include <curl/curl.h>
 
@@ -16,20 +15,6 @@
 namespace sinks {
 
 namespace {
-
-// A list with commas, blanks around each part taken away. An empty part between two commas stays,
-// and is no address.
-std::vector<std::string> Split(const std::string &list)
-{
-    std::vector<std::string> parts;
-    std::istringstream text(list);
-    for (std::string part; std::getline(text, part, ',');) {
-        part.erase(0, part.find_first_not_of(' '));
-        part.erase(part.find_last_not_of(' ') + 1);
-        parts.push_back(part);
-    }
-    return parts;
-}
 
 struct FreeMime {
     void operator()(curl_mime *mime) const { curl_mime_free(mime); }
@@ -54,7 +39,8 @@ class MailSink : public Sink {
   public:
     MailSink(const SinkConfig &config, Secrets &secrets)
         : curl_(config), from_(config.Get("from")), to_(config.Get("to")),
-          receivers_(CurlListOf(Split(to_))), batch_(static_cast<size_t>(config.Number("digest")))
+          receivers_(CurlListOf(ReceiversIn(to_))),
+          batch_(static_cast<size_t>(config.Number("digest")))
     {
         CURL *handle = curl_.get();
         curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "smtp,smtps");
@@ -139,7 +125,7 @@ std::string CheckAddress(const std::string &value)
 
 std::string CheckAddresses(const std::string &value)
 {
-    const auto addresses = Split(value);
+    const auto addresses = ReceiversIn(value);
     const bool ok =
         !addresses.empty() && std::all_of(addresses.begin(), addresses.end(), IsAddress);
     return ok ? "" : "addresses separated by commas, such as ops@example.com,boss@example.com";

@@ -81,13 +81,13 @@ std::string Subject(std::span<const Message> messages)
 }
 
 // A receiver a line: no line of a mail may have more than 998 characters.
-std::string Folded(const std::string &to)
+std::string Folded(const std::vector<std::string> &receivers)
 {
     std::string lines;
-    // A comma at the end would make a line of nothing.
-    for (const char c : to.substr(0, to.find_last_not_of(", ") + 1)) {
-        lines += c;
-        lines += c == ',' ? "\r\n " : "";
+    for (const std::string &receiver : receivers) {
+        // That of a comma at the end would be a line of nothing.
+        if (!receiver.empty())
+            lines += (lines.empty() ? "" : ",\r\n ") + receiver;
     }
     return lines;
 }
@@ -173,6 +173,18 @@ std::string PlainText(std::span<const Message> messages)
 
 } // namespace
 
+std::vector<std::string> ReceiversIn(const std::string &to)
+{
+    std::vector<std::string> receivers;
+    std::istringstream list(to);
+    for (std::string receiver; std::getline(list, receiver, ',');) {
+        receiver.erase(0, receiver.find_first_not_of(' '));
+        receiver.erase(receiver.find_last_not_of(' ') + 1);
+        receivers.push_back(receiver);
+    }
+    return receivers;
+}
+
 std::string MailBody(std::span<const Message> messages)
 {
     std::istringstream lines(PlainText(messages));
@@ -186,8 +198,9 @@ std::vector<std::string> MailHeaders(std::span<const Message> messages, const st
                                      const std::string &to, int64_t now)
 {
     std::vector<std::string> headers = {
-        "Date: " + MailDate(now), "From: Syslog monitor <" + from + ">", "To: " + Folded(to),
-        "Subject: " + Subject(messages), "Message-ID: " + MessageId(messages)};
+        "Date: " + MailDate(now), "From: Syslog monitor <" + from + ">",
+        "To: " + Folded(ReceiversIn(to)), "Subject: " + Subject(messages),
+        "Message-ID: " + MessageId(messages)};
     for (const Message &message : messages)
         headers.push_back("X-Syslogmon-Key: " + message.key);
     headers.emplace_back(

@@ -11,6 +11,9 @@
 
 namespace sinks {
 
+// The addresses of a list with commas, blanks around each taken away. An empty one between two commas stays, and is none.
+std::vector<std::string> ReceiversIn(const std::string &to);
+
 // The headers, "Name: value", some of them folded over lines; those of MIME are not among them. There is one
 // X-Syslogmon-Key for each alert, and the Message-ID is made of the first and the last key. `to` is a list
 // separated by commas; `now` is in seconds since 1970. No text of an alert can end a header or add one.

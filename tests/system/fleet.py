@@ -6,6 +6,7 @@ import shutil
 import signal
 import socket
 import sqlite3
+import subprocess
 import urllib.request
 
 import lab
@@ -213,6 +214,34 @@ class Member:
 
     def uuid(self):
         return sqlite(self.lab, "SELECT uuid FROM store")[0][0]
+
+
+class Accounts:
+    """Those of the example, and the passwords that they are given by."""
+
+    def __init__(self, secrets):
+        self.secrets = secrets
+        self.secrets.mkdir()
+
+    def account(self, name):
+        """The options of a sink or a member by which it is this one."""
+        path = self.secrets / name
+        path.touch(0o600)
+        path.write_text(self.password(name))
+        return {"user": name, "password_file": path}
+
+    @staticmethod
+    def password(name):
+        return f"the password of {name}"
+
+    def give(self, servers, *hosts):
+        """Makes the servers, which are not started yet, know them: the collector's UUID, then NAME=UUID[:GROUPS] of hosts."""
+        folder = servers.all[0].folder
+        (folder / "accounts.conf").write_text(subprocess.run(
+            [lab.SOURCE / "examples" / "fleet" / "accounts", self.secrets, *hosts],
+            check=True, capture_output=True, text=True).stdout)
+        with open(folder / "nats.conf", "a") as configuration:
+            configuration.write('include "accounts.conf"\n')
 
 
 class Stranger:

@@ -1,6 +1,5 @@
 """Rules of groups reach real daemons over a real server: what is wrong changes nothing, what is local stays."""
 import signal
-import subprocess
 
 import fleet
 import lab
@@ -241,30 +240,19 @@ class Guarded(Rules):
 
     def setUp(self):
         lab.LabTest.setUp(self)
-        self.secrets = self.lab.folder / "secrets"
-        self.secrets.mkdir()
+        self.accounts = fleet.Accounts(self.lab.folder / "secrets")
         self.servers = fleet.Servers(self.lab)
-        self.centre = fleet.Centre(self.servers, **self.account("collector"))
+        self.centre = fleet.Centre(self.servers, **self.accounts.account("collector"))
         self.addCleanup(self.centre.lab.close)
-        self.members = [fleet.Member(self.servers, group, **self.account(name))
+        self.members = [fleet.Member(self.servers, group, **self.accounts.account(name))
                         for name, group in (("one", "web"), ("two", "db"))]
         named = [f"{name}={member.uuid()}:{member.groups}" for name, member in zip(("one", "two"), self.members)]
-        (self.servers.all[0].folder / "accounts.conf").write_text(subprocess.run(
-            [lab.SOURCE / "examples" / "fleet" / "accounts", self.secrets, self.centre.uuid(), *named],
-            check=True, capture_output=True, text=True).stdout)
-        with open(self.servers.all[0].folder / "nats.conf", "a") as configuration:
-            configuration.write('include "accounts.conf"\n')
+        self.accounts.give(self.servers, self.centre.uuid(), *named)
         self.servers.start()
         for member in self.members:
             self.addCleanup(member.lab.close)
             member.daemon.start()
         self.wait_known()
-
-    def account(self, name):
-        path = self.secrets / name
-        path.touch(0o600)
-        path.write_text(f"the password of {name}")
-        return {"user": name, "password_file": path}
 
     def test_each_host_reads_its_groups_and_writes_its_own_status_and_nothing_else(self):
         self.apply(self.file(DISK), "--wait")
@@ -272,7 +260,7 @@ class Guarded(Rules):
         self.assertEqual(["EACH 1"], self.members[1].events())
         self.assertEqual({member.uuid() for member in self.members}, set(self.hosts()))
         own, other = (member.uuid() for member in self.members)
-        stranger = fleet.Stranger(self.servers.all[0], "one", (self.secrets / "one").read_text())
+        stranger = fleet.Stranger(self.servers.all[0], "one", self.accounts.password("one"))
         self.addCleanup(stranger.close)
         read = "$JS.API.DIRECT.GET.KV_syslogmon-rules.$KV.syslogmon-rules"
         for subject in (f"$KV.syslogmon-status.{own}", f"{read}.web.all", f"{read}.web.canary"):

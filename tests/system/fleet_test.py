@@ -1,7 +1,6 @@
 """Alerts of several hosts reach one store over real servers, each once and in each host's order, whatever is killed."""
 import os
 import shutil
-import subprocess
 import unittest
 
 import fleet
@@ -171,30 +170,19 @@ class Guarded(Fleet):
 
     def setUp(self):
         lab.LabTest.setUp(self)
-        self.secrets = self.lab.folder / "secrets"
+        self.accounts = fleet.Accounts(self.lab.folder / "secrets")
         self.servers = fleet.Servers(self.lab)
-        self.secrets.mkdir()
-        self.centre = fleet.Centre(self.servers, **self.account("collector"))
+        self.centre = fleet.Centre(self.servers, **self.accounts.account("collector"))
         self.addCleanup(self.centre.lab.close)
         self.hosts = []
         for number in range(2):
-            self.hosts.append(fleet.Host(number, self.servers, **self.account(f"host{number}")))
+            self.hosts.append(fleet.Host(number, self.servers, **self.accounts.account(f"host{number}")))
             self.addCleanup(self.hosts[-1].lab.close)
         named = [f"host{host.number}={host.uuid()}" for host in self.hosts]
-        (self.servers.all[0].folder / "accounts.conf").write_text(subprocess.run(
-            [lab.SOURCE / "examples" / "fleet" / "accounts", self.secrets, self.centre.uuid(), *named],
-            check=True, capture_output=True, text=True).stdout)
-        with open(self.servers.all[0].folder / "nats.conf", "a") as configuration:
-            configuration.write('include "accounts.conf"\n')
+        self.accounts.give(self.servers, self.centre.uuid(), *named)
         self.servers.start()
         for one in [self.centre, *self.hosts]:
             one.daemon.start()
-
-    def account(self, name):
-        path = self.secrets / name
-        path.touch(0o600)
-        path.write_text(f"the password of {name}")
-        return {"user": name, "password_file": path}
 
     def test_each_host_can_send_its_own_alerts_and_read_or_change_nothing_of_the_others(self):
         for host in self.hosts:
@@ -202,7 +190,7 @@ class Guarded(Fleet):
         self.wait_collected()
         self.assertIn("the test went to", self.hosts[0].lab.command("sink", "test", "fleet"))
         own, other = (host.uuid() for host in self.hosts)
-        stranger = fleet.Stranger(self.servers.all[0], "host0", (self.secrets / "host0").read_text())
+        stranger = fleet.Stranger(self.servers.all[0], "host0", self.accounts.password("host0"))
         self.addCleanup(stranger.close)
         self.assertEqual([], stranger.publish(f"syslogmon.tests.{own}"))
         for subject in (f"syslogmon.alerts.{other}", "$JS.API.STREAM.DELETE.syslogmon-alerts",
