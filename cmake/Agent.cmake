@@ -118,7 +118,6 @@ target_link_libraries(agent_web PUBLIC agent_metrics agent_settings
 embed_page_files(agent_web agent/web/page
     "/|index.html|text/html\; charset=utf-8"
     "/app.js|app.js|text/javascript\; charset=utf-8"
-    "/style.css|style.css|text/css\; charset=utf-8"
     "/icon.svg|icon.svg|image/svg+xml"
     "/uPlot.js|uPlot.iife.min.js|text/javascript\; charset=utf-8"
     "/uPlot.css|uPlot.min.css|text/css\; charset=utf-8")

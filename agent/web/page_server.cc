@@ -11,6 +11,7 @@
 #include "agent/host/here_and_now.h"
 #include "agent/host/private_file.h"
 #include "agent/host/schema.h"
+#include "agent/text/base64.h"
 #include "agent/web/answers.h"
 #include "agent/web/guard.h"
 #include "agent/web/listener.h"
@@ -29,11 +30,18 @@ constexpr unsigned kIdleSeconds = 30;
 // Of a connection: request line and headers must fit.
 constexpr size_t kConnectionBytes = size_t{32} * 1024;
 
-// Nothing but this server's own files is loaded, and nothing of them stands in the page itself.
+// Nothing but this server's own files is loaded. Of what stands in the page itself, its own style sheet alone counts, known
+// by its digest: fetching it would keep the first frame waiting.
+std::string ContentPolicy()
+{
+    const std::span<const unsigned char> digest = PageStyleDigest();
+    return "default-src 'none'; script-src 'self'; style-src 'self' 'sha256-" +
+           text::EncodeBase64({reinterpret_cast<const char *>(digest.data()), digest.size()}) +
+           "'; connect-src 'self'; img-src 'self'; base-uri 'none'; form-action 'none'; "
+           "frame-ancestors 'none'";
+}
+
 constexpr std::pair<const char *, const char *> kHeaders[] = {
-    {"Content-Security-Policy",
-     "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; img-src 'self'; "
-     "base-uri 'none'; form-action 'none'; frame-ancestors 'none'"},
     {"X-Content-Type-Options", "nosniff"},
     {"X-Frame-Options", "DENY"},
     {"Referrer-Policy", "no-referrer"},
@@ -76,6 +84,7 @@ MHD_Result Send(MHD_Connection *connection, unsigned status, const ResponsePtr &
 {
     if (!response)
         return MHD_NO;
+    Add(response, "Content-Security-Policy", ContentPolicy());
     for (const auto &[name, value] : kHeaders)
         MHD_add_response_header(response.get(), name, value);
     return MHD_queue_response(connection, status, response.get());

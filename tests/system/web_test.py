@@ -216,7 +216,7 @@ class Guard(Web):
 
     def test_the_page_loads_nothing_from_elsewhere(self):
         self.serve()
-        for path in ("/", "/app.js", "/style.css", "/uPlot.js", "/uPlot.css", "/icon.svg"):
+        for path in ("/", "/app.js", "/uPlot.js", "/uPlot.css", "/icon.svg"):
             status, headers, body = self.answer(path)
             self.assertEqual(200, status, path)
             found = re.findall(rb"https?://[^\s\"']+", body)

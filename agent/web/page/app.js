@@ -182,14 +182,18 @@ let hidden = new Set();
 let plotted = null; // what the plot was made for
 let course = null;
 
-// Compiling it takes longer than all else before the page shows something, so it comes behind the first frame.
-const plotLibrary = firstFrame.then(() => new Promise((resolve, reject) => {
-  const script = document.createElement("script");
-  script.src = "uPlot.js";
-  script.onload = resolve;
-  script.onerror = () => reject(new Error("uPlot.js did not come"));
-  document.head.append(script);
-}));
+// Fetching and compiling it takes longer than all else before the page shows something, so it comes behind the first frame.
+// Before the sheet of the page, which has the last word.
+function come(name, properties, file) {
+  return new Promise((resolve, reject) => {
+    document.head.prepend(element(name, {
+      ...properties, onload: resolve, onerror: () => reject(new Error(`${file} did not come`)) }));
+  });
+}
+const plotLibrary = firstFrame.then(() => Promise.all([
+  come("link", { rel: "stylesheet", href: "uPlot.css" }, "uPlot.css"),
+  come("script", { src: "uPlot.js" }, "uPlot.js"),
+]));
 
 function isDark() {
   const chosen = document.documentElement.dataset.theme;
