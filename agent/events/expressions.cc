@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <regex.h>
+#include <vector>
 
 namespace events {
 
@@ -69,6 +70,85 @@ bool HasBackReference(const std::string &keyword)
         }
     }
     return false;
+}
+
+namespace {
+
+// Larger than any bound, and small enough to be multiplied.
+constexpr size_t kHuge = size_t{1} << 40U;
+constexpr size_t kMostOfRepeat = 0xFFFF; // the library takes no more than half of it
+
+// The repeat "{3}", "{3,}" or "{3,5}" at a place: how often at most, at least once, and where it ends. Nothing: there is
+// none, and the brace stands for itself.
+struct Repeat {
+    size_t times;
+    size_t end;
+};
+std::optional<Repeat> RepeatAt(const std::string &text, size_t open)
+{
+    size_t times = 1;
+    size_t number = 0;
+    for (size_t at = open + 1; at < text.size(); ++at) {
+        const char c = text[at];
+        if (c >= '0' && c <= '9') {
+            number = std::min(number * 10 + static_cast<size_t>(c - '0'), kMostOfRepeat);
+            times = std::max(times, number);
+        } else if (c == ',') {
+            number = 0;
+        } else if (c == '}' && at > open + 1) {
+            return Repeat{times, at + 1};
+        } else {
+            break;
+        }
+    }
+    return std::nullopt;
+}
+
+// A part of an expression that one sign behind it repeats, and all that stands before it in its group.
+struct Size {
+    size_t before = 0;
+    size_t last = 0;
+
+    void Add(size_t size)
+    {
+        before = std::min(before + last, kHuge);
+        last = size;
+    }
+    [[nodiscard]] size_t All() const { return std::min(before + last, kHuge); }
+};
+
+} // namespace
+
+size_t WrittenOut(const std::string &keyword)
+{
+    std::vector<Size> groups(1); // those that are open, the outermost first
+    for (size_t i = 0; i < keyword.size();) {
+        const char c = keyword[i];
+        if (c == '{') {
+            if (const auto repeat = RepeatAt(keyword, i)) {
+                groups.back().last = std::min(groups.back().last * repeat->times, kHuge);
+                i = repeat->end;
+                continue;
+            }
+        }
+        if (c == '(') {
+            groups.emplace_back();
+        } else if (c == ')' && groups.size() > 1) {
+            const size_t size = groups.back().All();
+            groups.pop_back();
+            groups.back().Add(std::max<size_t>(size, 1));
+        } else if (c != '*' && c != '+' && c != '?' && c != '|') {
+            groups.back().Add(1);
+        }
+        if (c == '[')
+            i = EndOfBrackets(keyword, i);
+        else
+            i += c == '\\' ? 2 : 1;
+    }
+    size_t all = 0;
+    for (const Size &group : groups)
+        all = std::min(all + group.All(), kHuge);
+    return all;
 }
 
 bool LooksLikeExpression(const std::string &keyword)

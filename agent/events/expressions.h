@@ -7,6 +7,7 @@
 #ifndef AGENT_EVENTS_EXPRESSIONS_H
 #define AGENT_EVENTS_EXPRESSIONS_H
 
+#include <cstddef>
 #include <optional>
 #include <string>
 
@@ -17,6 +18,11 @@ std::string WhyNoExpression(const std::string &keyword);
 
 // Does it refer back to what a group of it has matched, as \1 does?
 bool HasBackReference(const std::string &keyword);
+
+// How many characters, classes and groups it stands for when its counted repeats are written out: 6 for "x(ab?){2}y".
+// That is what its compiling and each line that is tried takes time and memory for. Of a text that is no expression, some
+// number; of a huge one, a huge one.
+size_t WrittenOut(const std::string &keyword);
 
 // Is the keyword meant as an expression? A guess, for a hint on a server on which it is not one: it
 // holds ".*", "[0-9]" and the like.
