@@ -15,10 +15,12 @@
 // another one is a copy, which would write its own alerts among those of the first: the sink sends nothing more.
 #include <algorithm>
 #include <cstring>
+#include <thread>
 
 #include "agent/alerts/alert_store.h"
 #include "agent/host/error.h"
 #include "agent/host/here_and_now.h"
+#include "agent/nats/pace.h"
 #include "agent/sinks/alert_json.h"
 #include "agent/sinks/delivery_store.h"
 #include "agent/sinks/nats_options.h"
@@ -58,10 +60,18 @@ Message Bounded(Message message)
     return message;
 }
 
+// Alerts of one host in a second. A storm there leaves the servers to the others; what waits is in the store.
+constexpr char kPaceOption[] = "pace";
+
 int64_t IdOfKey(const std::string &key)
 {
     const size_t slash = key.rfind('/');
     return slash == std::string::npos ? 0 : strtoll(key.c_str() + slash + 1, nullptr, 10);
+}
+
+std::string CheckPace(const std::string &value)
+{
+    return CheckRange(value, 1, 100000, "alerts");
 }
 
 class NatsSink : public Sink {
@@ -69,7 +79,9 @@ class NatsSink : public Sink {
     NatsSink(nats::Access access, const SinkConfig &config)
         : access_(std::move(access)), stream_(config.Get("stream")),
           subject_(kAlertSubject + config.store_uuid),
-          test_subject_(kTestSubject + config.store_uuid)
+          test_subject_(kTestSubject + config.store_uuid),
+          pace_(static_cast<int>(config.Number(kPaceOption)),
+                std::chrono::nanoseconds(std::chrono::seconds(1)) / config.Number(kPaceOption))
     {
     }
 
@@ -89,6 +101,7 @@ class NatsSink : public Sink {
     std::string subject_;
     std::string test_subject_;
     std::optional<nats::Connection> connection_;
+    nats::Pace pace_;
     uint64_t sequence_ = 0; // in the stream, of the last message of the subject; 0: there is none
 };
 
@@ -168,8 +181,11 @@ Outcome NatsSink::Send(std::span<const Message> messages, const Interrupt &inter
         return SendTest(messages[0]);
     size_t taken = 0;
     try {
-        for (; taken < messages.size() && !interrupt.IsRaised(); ++taken)
+        for (; taken < messages.size() && !interrupt.IsRaised(); ++taken) {
+            std::this_thread::sleep_until(pace_.Next());
+            pace_.Take(nats::Pace::Clock::now());
             Publish(Bounded(messages[taken]));
+        }
     } catch (const host::Error &error) {
         return Failed(error.what(), taken);
     }
@@ -233,6 +249,9 @@ SinkKind NatsKind()
     kind.options.push_back({"look", "SECONDS", "60",
                             "how often to ask the servers what they have, when nothing is sent",
                             CheckSeconds<1, 300>});
+    kind.options.push_back({kPaceOption, "NUMBER", "500",
+                            "how many alerts it sends in a second at most; the others wait",
+                            CheckPace});
     kind.open = [](const SinkConfig &config, const std::string &,
                    Secrets &secrets) -> std::unique_ptr<Sink> {
         return std::make_unique<NatsSink>(AccessOf(config, secrets), config);

@@ -12,6 +12,7 @@ import urllib.request
 import lab
 
 STREAM = "syslogmon-alerts"
+OTHER_CLOCK = lab.build_root().parent / "tests" / "system" / "libother_clock.so"
 SKIPPED = 77  # the exit status that the test runner takes for it
 
 
@@ -40,7 +41,7 @@ class Server:
 
     def __init__(self, servers, number, port, route, monitor):
         self._servers = servers
-        self.name = f"n{number}"
+        self.name = f"{servers.name}{number}"
         self.port = port
         self.route = route
         self.monitor = monitor
@@ -106,8 +107,9 @@ jetstream {{ store_dir: "{self.folder}/data" }}
 class Servers:
     """One server, or a cluster of them."""
 
-    def __init__(self, the_lab, count=1, extra=""):
+    def __init__(self, the_lab, count=1, extra="", name="n"):
         self.lab = the_lab
+        self.name = name
         self.extra = extra
         ports = free_ports(3 * count)
         self.all = [Server(self, i, *ports[3 * i:3 * i + 3]) for i in range(count)]
@@ -140,14 +142,18 @@ class Servers:
     def replicas(self):
         return len(self.all)
 
-    def messages(self):
-        """How many the stream has had, by the account of the first server that answers."""
+    def stream(self, name=STREAM):
+        """What the first server that answers tells of a stream; nothing while there is none."""
         for server in self.all:
-            for account in server.ask("/jsz?streams=true").get("account_details", []):
+            for account in server.ask("/jsz?streams=true&config=true").get("account_details", []):
                 for stream in account.get("stream_detail", []):
-                    if stream["name"] == STREAM:
-                        return stream["state"]["last_seq"]
-        return 0
+                    if stream["name"] == name:
+                        return stream
+        return {}
+
+    def messages(self, name=STREAM):
+        """How many the stream has had."""
+        return self.stream(name).get("state", {}).get("last_seq", 0)
 
 
 class Host:
@@ -205,6 +211,10 @@ class Member:
     def join(self, groups):
         self.lab.command("fleet", "join", f"groups={groups}", f"servers={self._servers.urls}", *self._words)
 
+    def join_by_sink(self, groups):
+        """Without servers of its own: those of the host's sink."""
+        self.lab.command("fleet", "join", f"groups={groups}", *self._words)
+
     def events(self):
         return sorted(f"{event['source']} {event['id']}" for event in self.lab.json("event", "list")["events"])
 
@@ -247,7 +257,7 @@ class Accounts:
 class Stranger:
     """A client that says to a server what it likes, and hears what it may not."""
 
-    def __init__(self, server, user, password):
+    def __init__(self, server, user="", password=""):
         self._socket = socket.create_connection(("127.0.0.1", server.port), timeout=10)
         self._lines = self._socket.makefile("rb")
         self._lines.readline()  # who the server is
@@ -262,8 +272,8 @@ class Stranger:
             heard += [said.decode()] if said.startswith(b"-ERR") else []
         return heard
 
-    def publish(self, subject):
-        return self.refusals(f"PUB {subject} 2\r\n{{}}")
+    def publish(self, subject, text="{}"):
+        return self.refusals(f"PUB {subject} {len(text.encode())}\r\n{text}")
 
     def publish_with_header(self, subject, header):
         head = f"NATS/1.0\r\n{header}\r\n\r\n"
@@ -311,3 +321,10 @@ class Centre:
 
     def collect(self):
         return self.lab.json("collect")
+
+    def hosts(self, clock_ahead=0):
+        """What each host has said of itself, by its UUID; as shown where the clock is so many seconds ahead."""
+        argv = [lab.build_root() / "bin" / "syslogmon", "--root", self.lab.root, "--json", "fleet", "status"]
+        shown = subprocess.run(argv, check=True, capture_output=True, text=True, timeout=lab.PATIENCE,
+                               env={**os.environ, "LD_PRELOAD": OTHER_CLOCK, "OTHER_CLOCK": str(clock_ahead)}).stdout
+        return {row["uuid"]: row for row in json.loads(shown)["hosts"]}

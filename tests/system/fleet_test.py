@@ -1,4 +1,5 @@
 """Alerts of several hosts reach one store over real servers, each once and in each host's order, whatever is killed."""
+import datetime
 import os
 import shutil
 import unittest
@@ -137,6 +138,18 @@ class OneServer(Fleet):
         copy.daemon.start()
         self.lab.wait_until("its own are collected", lambda: self.centre.collected() == 9)
         self.assertEqual(copy.ledger()[5:], self.centre.ledger(copy)[5:])
+
+    def test_a_storm_of_one_host_is_sent_at_its_pace_and_none_is_left_out(self):
+        self.add_hosts(1)
+        host = self.hosts[0]
+        host.lab.command("sink", "set", "fleet", "pace=20")
+        host.report(100)
+        self.wait_collected()
+        state = self.servers.stream()["state"]
+        first, last = (datetime.datetime.fromisoformat(state[name][:26].rstrip("Z") + "+00:00")
+                       for name in ("first_ts", "last_ts"))
+        # Twenty at once, and twenty in each second behind that.
+        self.assertGreater((last - first).total_seconds(), (100 - 20) / 20 - 0.1)
 
     def test_a_test_alert_is_no_alert(self):
         self.add_hosts(1)
