@@ -1,4 +1,4 @@
-// fleet status, join, leave, identity: the hosts of a fleet, and this one among them.
+// fleet status, forget, join, leave, identity: the hosts of a fleet, and this one among them.
 #include <cstdio>
 
 #include <nlohmann/json.hpp>
@@ -13,10 +13,10 @@
 #include "agent/fleet/identity.h"
 #include "agent/fleet/member.h"
 #include "agent/fleet/setup.h"
-#include "agent/host/here_and_now.h"
 #include "agent/host/waitable.h"
 #include "agent/status/daemon_lock.h"
 #include "agent/text/duration.h"
+#include "agent/text/text_file.h"
 
 namespace cli {
 
@@ -69,7 +69,7 @@ int ShowStatus(Context &context, const std::string &group)
     std::vector<fleet::HostStatus> hosts = ReadHosts(*servers);
     if (!group.empty())
         std::erase_if(hosts, [&](const auto &host) { return !fleet::GroupOf(host, group); });
-    const int64_t now_ms = host::NowMs();
+    const int64_t now_ms = fleet::ServersClock(*servers).NowMs();
     fleet::SortByTrouble(&hosts, now_ms);
     if (context.json) {
         json list = json::array();
@@ -96,6 +96,45 @@ void SetUpStatus(Parser &parser, Context &context)
     auto group = std::make_shared<std::string>();
     parser.Add("--group", *group, "Only the hosts of this group").TypeName("GROUP");
     parser.Runs([&, group] { return ShowStatus(context, *group); });
+}
+
+// ---- forget ----
+
+// By the name that it gives itself, which others may have as well, or by its UUID.
+fleet::HostStatus FindHost(const nats::Connection &servers, const std::string &word)
+{
+    std::vector<fleet::HostStatus> hosts = ReadHosts(servers);
+    std::erase_if(hosts, [&](const auto &host) { return host.uuid != word && host.host != word; });
+    if (hosts.empty())
+        throw host::Error("cannot forget the host " + text::Shown(word),
+                          "no host of that name or UUID has said how it is",
+                          "see syslogmon fleet status");
+    if (hosts.size() > 1)
+        throw host::Error("cannot forget the host " + text::Shown(word),
+                          std::to_string(hosts.size()) + " hosts have that name",
+                          "name it by its UUID, which syslogmon fleet status shows");
+    return hosts[0];
+}
+
+int Forget(Context &context, const std::string &word)
+{
+    const auto servers = ConnectToFleet(context);
+    const fleet::HostStatus host = FindHost(*servers, word);
+    const bool is_silent = fleet::SilentFor(host, fleet::ServersClock(*servers).NowMs()) > 0;
+    fleet::PurgeKey(*servers, fleet::kStatusBucket, host.uuid);
+    if (!is_silent)
+        fprintf(stderr, "syslogmon: warning: it was heard a moment ago, and is known again with "
+                        "what it says next; run syslogmon fleet leave there\n");
+    if (context.json)
+        PrintJson({{"forgotten", {{"host", host.host}, {"uuid", host.uuid}}}});
+    return kExitDone;
+}
+
+void SetUpForget(Parser &parser, Context &context)
+{
+    auto word = std::make_shared<std::string>();
+    parser.Add("host", *word, "The host, by its name or its UUID").TypeName("HOST").Required();
+    parser.Runs([&, word] { return Forget(context, *word); });
 }
 
 // ---- join, leave ----
@@ -162,17 +201,34 @@ void SetUpJoin(Parser &parser, Context &context)
         [&, words] { return words->empty() ? ShowMembership(context) : Join(context, *words); });
 }
 
+// It has left whatever the servers say to it.
+void SayGoodbye(const sinks::SinkConfig &config, host::Store &store, host::RegistryTree &registry)
+{
+    try {
+        fleet::SayGoodbye(fleet::WithServers(config, store, registry));
+    } catch (const host::Error &error) {
+        fprintf(stderr,
+                "syslogmon: warning: the fleet was not told that this host has left: %s; run "
+                "syslogmon fleet forget on the host that collects\n",
+                error.what());
+    }
+}
+
 int Leave(Context &context)
 {
     context.Open();
     host::Store &store = context.Host().store();
     host::RegistryTree &registry = context.Host().registry();
+    const auto config = fleet::ReadSetup(SetupPart::kMember, store, registry);
     const bool was_member = fleet::RemoveSetup(SetupPart::kMember, registry);
-    // The daemon takes away what it has brought once its member has ended.
-    if (status::DaemonLock::Holder(context.layout))
+    // The daemon says goodbye, and takes away what the fleet has brought once its member has ended.
+    if (status::DaemonLock::Holder(context.layout)) {
         TellDaemon(context);
-    else
+    } else {
         fleet::TakeGroups(context.layout, store, registry, {}, [] { return false; });
+        if (config)
+            SayGoodbye(*config, store, registry);
+    }
     if (context.json)
         PrintJson({{"member", nullptr}, {"was_member", was_member}});
     return kExitDone;
@@ -224,6 +280,8 @@ void SetUpIdentity(Parser &parser, Context &context)
 
 const std::vector<Command> kFleetCommands = {
     {"fleet status", "Show all hosts, those first that need to be looked at", SetUpStatus},
+    {"fleet forget", "Take a host that is gone for good out of the status of the fleet",
+     SetUpForget},
     {"fleet join", "Have this host take the rules of groups, or show what it has of them",
      SetUpJoin},
     {"fleet leave", "Leave all groups; what they have brought goes", SetUpLeave},

@@ -128,7 +128,7 @@ bool AreSame(const GroupFiles &one, const GroupFiles &other)
 }
 
 // What one makes of the other, on a host that has nothing else.
-rules::RulesChange Compare(const std::string &group, const std::optional<GroupContent> &before,
+rules::RulesChange Compare(const std::string &group, const std::optional<GroupFiles> &before,
                            const GroupFiles &after)
 {
     const TemporaryFolder folder;
@@ -139,8 +139,16 @@ rules::RulesChange Compare(const std::string &group, const std::optional<GroupCo
     const auto state_of = [&](const GroupFiles &files) {
         return std::vector{fleet::GroupState{group, 0, 0, false, fleet::FormatGroup(group, files)}};
     };
-    if (before)
-        fleet::TakeGroups(layout, store, registry, state_of(before->files), [] { return false; });
+    try {
+        if (before)
+            fleet::TakeGroups(layout, store, registry, state_of(*before), [] { return false; });
+    } catch (const host::StoreError &) {
+        throw;
+    } catch (const host::Error &error) {
+        // No host has taken them, and whoever gives others must not be kept from it.
+        fprintf(stderr, "syslogmon: warning: the files that the group %s has cannot be used: %s\n",
+                group.c_str(), error.what());
+    }
     const host::Snapshot snapshot(store);
     return fleet::CompareGroups(store, registry, state_of(after));
 }
@@ -149,6 +157,21 @@ std::string NameOf(const std::string &group, uint64_t revision)
 {
     return "group " + group +
            (revision == 0 ? ", which has no files" : ", revision " + std::to_string(revision));
+}
+
+// A group whose value is damaged is compared as one without files, and can be given others.
+void TellOfDamage(const GroupContent &content)
+{
+    if (!content.damage.empty())
+        fprintf(stderr, "syslogmon: warning: %s\n", content.damage.c_str());
+}
+
+[[noreturn]] void TellOfNoFiles(const std::string &doing, const std::string &group,
+                                const GroupContent &content)
+{
+    throw host::Error("cannot " + doing + " the group " + group,
+                      content.damage.empty() ? "it has no files" : content.damage,
+                      "give it some with syslogmon fleet apply");
 }
 
 void Show(const Context &context, const ShownChange &shown, const rules::RulesChange &change,
@@ -176,11 +199,13 @@ void CatchSignals()
         sigaction(number, &action, nullptr);
 }
 
-std::set<std::string> UuidsOf(const std::vector<fleet::HostStatus> &hosts, const std::string &group)
+// Of those that say that they are there.
+std::set<std::string> UuidsOf(const nats::Connection &servers, const std::string &group)
 {
+    const int64_t now_ms = fleet::ServersClock(servers).NowMs();
     std::set<std::string> uuids;
-    for (const fleet::HostStatus &host : hosts) {
-        if (fleet::GroupOf(host, group) != nullptr && fleet::SilentFor(host, host::NowMs()) == 0)
+    for (const fleet::HostStatus &host : ReadHosts(servers)) {
+        if (fleet::GroupOf(host, group) != nullptr && fleet::SilentFor(host, now_ms) == 0)
             uuids.insert(host.uuid);
     }
     return uuids;
@@ -197,7 +222,8 @@ class Rollout {
   public:
     Rollout(const nats::Connection &servers, std::string group, std::set<std::string> uuids,
             uint64_t revision)
-        : servers_(servers), group_(std::move(group)), uuids_(std::move(uuids)), revision_(revision)
+        : servers_(servers), clock_(servers), group_(std::move(group)), uuids_(std::move(uuids)),
+          revision_(revision)
     {
     }
 
@@ -219,11 +245,10 @@ class Rollout {
             std::this_thread::sleep_for(kLookAgain);
         }
     }
-    // Returns when they have run it for so long, or what has happened to one of them.
+    // Returns when they have run it for so long, and have all said so, or what has happened to one of them.
     std::string WatchHealth(seconds after) const
     {
-        for (const auto end = steady_clock::now() + after; steady_clock::now() < end;
-             std::this_thread::sleep_for(kLookAgain)) {
+        for (fleet::Probation probation(milliseconds(after).count());;) {
             const fleet::RolloutState state = State();
             if (!state.failed.empty())
                 return state.failed;
@@ -231,17 +256,20 @@ class Rollout {
                 return "a host has fallen silent";
             if (interrupted)
                 return "the command was interrupted";
+            if (probation.IsOver(state))
+                return "";
+            std::this_thread::sleep_for(kLookAgain);
         }
-        return interrupted ? "the command was interrupted" : "";
     }
 
   private:
     [[nodiscard]] fleet::RolloutState State() const
     {
-        return fleet::StateOf(ReadHosts(servers_), group_, uuids_, revision_, host::NowMs());
+        return fleet::StateOf(ReadHosts(servers_), group_, uuids_, revision_, clock_.NowMs());
     }
 
     const nats::Connection &servers_;
+    fleet::ServersClock clock_;
     std::string group_;
     std::set<std::string> uuids_;
     uint64_t revision_;
@@ -259,7 +287,7 @@ seconds SpanOf(const std::string &text)
 void TryOnSome(const nats::Connection &servers, const FleetApply &options, GroupFiles files)
 {
     const std::string &group = options.group;
-    const std::set<std::string> alive = UuidsOf(ReadHosts(servers), group);
+    const std::set<std::string> alive = UuidsOf(servers, group);
     if (alive.empty())
         TellOfHosts(group, "none of its hosts says that it is there",
                     "see syslogmon fleet status, or leave out --canary");
@@ -329,17 +357,18 @@ int Apply(Context &context, const FleetApply &options)
     const auto servers = ConnectToFleet(context);
     if (!options.dry_run)
         fleet::MakeBuckets(*servers, ReplicasOf(context));
-    auto before = ReadGroup(*servers, fleet::AllKey(options.group), options.group);
-    const rules::RulesChange change = Compare(options.group, before, files);
-    uint64_t revision = before ? before->revision : 0;
-    const ShownChange shown{NameOf(options.group, revision), name, options.dry_run};
-    const bool is_new = !before || !AreSame(before->files, files);
+    const GroupContent before = ReadGroup(*servers, options.group);
+    TellOfDamage(before);
+    const rules::RulesChange change = Compare(options.group, before.files, files);
+    uint64_t revision = before.revision;
+    const ShownChange shown{NameOf(options.group, before.RevisionOfFiles()), name, options.dry_run};
+    const bool is_new = !before.files || !AreSame(*before.files, files);
     if (is_new && !options.dry_run) {
         if (!options.canary.empty()) {
-            if (!before)
+            if (!before.files)
                 throw host::Error("cannot try files on some hosts of the group " + options.group,
                                   "the group has none to which they could go back",
-                                  "give it its first files without --canary");
+                                  "give it files without --canary first");
             revision = GiveToSomeAndThenToAll(context, *servers, options, files, revision);
         } else {
             revision = GiveToAll(*servers, options, files, revision);
@@ -356,7 +385,7 @@ int Apply(Context &context, const FleetApply &options)
     if (!options.wait)
         return kExitDone;
     FlushOutput();
-    const std::set<std::string> alive = UuidsOf(ReadHosts(*servers), options.group);
+    const std::set<std::string> alive = UuidsOf(*servers, options.group);
     if (alive.empty()) {
         fprintf(stderr, "syslogmon: no host of the group %s says that it is there\n",
                 options.group.c_str());
@@ -381,21 +410,19 @@ int Diff(Context &context, const std::string &file, const std::string &group)
         CheckFiles(context, file, *files);
     }
     const auto servers = ConnectToFleet(context);
-    std::optional<GroupContent> before;
-    std::optional<GroupContent> now;
+    GroupContent before;
+    GroupContent now;
     for (const fleet::KeyValue &value :
-         fleet::ReadHistory(*servers, fleet::kRulesBucket, fleet::AllKey(group))) {
-        before =
-            std::exchange(now, GroupContent{value.revision, fleet::ParseGroup(group, value.value)});
-    }
-    if (!files && !now)
-        throw host::Error("cannot show what was changed in the group " + group, "it has no files",
-                          "give it some with syslogmon fleet apply");
-    const std::optional<GroupContent> &from = files ? now : before;
-    const ShownChange shown{NameOf(group, from ? from->revision : 0),
-                            files ? text::ShownName(file) : NameOf(group, now->revision), false};
-    Show(context, shown, Compare(group, from, files ? *files : now->files),
-         {{"group", group}, {"revision", now ? now->revision : 0}});
+         fleet::ReadHistory(*servers, fleet::kRulesBucket, fleet::AllKey(group)))
+        before = std::exchange(now, ContentOf(value, group));
+    if (!files && !now.files)
+        TellOfNoFiles("show what was changed in", group, now);
+    const GroupContent &from = files ? now : before;
+    TellOfDamage(from);
+    const ShownChange shown{NameOf(group, from.RevisionOfFiles()),
+                            files ? text::ShownName(file) : NameOf(group, now.revision), false};
+    Show(context, shown, Compare(group, from.files, files ? *files : *now.files),
+         {{"group", group}, {"revision", now.RevisionOfFiles()}});
     return kExitDone;
 }
 
@@ -423,11 +450,10 @@ void WriteFiles(const GroupFiles &files, const std::filesystem::path &folder)
 int Export(Context &context, const std::string &group, const std::string &folder)
 {
     const auto servers = ConnectToFleet(context);
-    const auto content = ReadGroup(*servers, fleet::AllKey(group), group);
-    if (!content)
-        throw host::Error("cannot export the group " + group, "it has no files",
-                          "give it some with syslogmon fleet apply");
-    const GroupFiles &files = content->files;
+    const GroupContent content = ReadGroup(*servers, group);
+    if (!content.files)
+        TellOfNoFiles("export", group, content);
+    const GroupFiles &files = *content.files;
     if (!folder.empty()) {
         WriteFiles(files, folder);
     } else if (context.json) {
@@ -435,7 +461,7 @@ int Export(Context &context, const std::string &group, const std::string &folder
         for (const rules::SourceText &file : files.files)
             list.push_back({{"name", file.name}, {"text", file.bytes}});
         PrintJson({{"group", group},
-                   {"revision", content->revision},
+                   {"revision", content.revision},
                    {"author", files.author},
                    {"made_ms", files.made_ms},
                    {"files", list}});

@@ -25,11 +25,11 @@ std::unique_ptr<nats::Connection> ConnectToFleet(Context &context)
         sinks::AccessOf(fleet::WithServers(*config, store, registry), secrets));
 }
 
-int64_t ReplicasOf(const Context &context)
+std::optional<int64_t> ReplicasOf(const Context &context)
 {
     const auto config =
         fleet::ReadSetup(SetupPart::kCollect, context.Host().store(), context.Host().registry());
-    return config ? config->Number("replicas") : 1;
+    return config ? std::optional(config->Number("replicas")) : std::nullopt;
 }
 
 std::vector<fleet::HostStatus> ReadHosts(const nats::Connection &servers)
@@ -55,13 +55,23 @@ std::vector<fleet::HostStatus> ReadHosts(const nats::Connection &servers)
     return hosts;
 }
 
-std::optional<GroupContent> ReadGroup(const nats::Connection &servers, const std::string &key,
-                                      const std::string &group)
+GroupContent ContentOf(const fleet::KeyValue &value, const std::string &group)
 {
-    const auto value = fleet::ReadKey(servers, fleet::kRulesBucket, key);
-    if (!value || value->is_deleted)
-        return std::nullopt;
-    return GroupContent{value->revision, fleet::ParseGroup(group, value->value)};
+    GroupContent content{value.revision, std::nullopt, ""};
+    if (value.is_deleted)
+        return content;
+    try {
+        content.files = fleet::ParseGroup(group, value.value);
+    } catch (const host::Error &error) {
+        content.damage = error.what();
+    }
+    return content;
+}
+
+GroupContent ReadGroup(const nats::Connection &servers, const std::string &group)
+{
+    const auto value = fleet::ReadKey(servers, fleet::kRulesBucket, fleet::AllKey(group));
+    return value ? ContentOf(*value, group) : GroupContent();
 }
 
 } // namespace cli

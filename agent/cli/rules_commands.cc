@@ -86,6 +86,8 @@ rules::RulesChange CompareAndWrite(const Context &context, const ApplyOptions &o
     // Behind the commit, or the daemon would read what was before.
     for (const std::string &event : change.Wakes())
         host::WakeEvent::Create(context.layout.run, event, false, false)->Set();
+    if (change.Wakes().contains(sinks::kSinksEvent))
+        TellDaemonOfSinks(context);
     return change;
 }
 

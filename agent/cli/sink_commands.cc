@@ -17,6 +17,7 @@
 #include "agent/cli/output.h"
 #include "agent/cli/sink_commands.h"
 #include "agent/cli/table.h"
+#include "agent/fleet/setup.h"
 #include "agent/host/here_and_now.h"
 #include "agent/host/waitable.h"
 #include "agent/logs/log_files.h"
@@ -36,7 +37,9 @@ sinks::SinkRegistry Sinks(const Context &context)
 
 void TellDaemonOfSinks(const Context &context)
 {
-    host::WakeEvent::Create(context.layout.run, sinks::kSinksEvent, false, false)->Set();
+    // A member of a fleet may reach its servers as a sink does.
+    for (const char *event : {sinks::kSinksEvent, fleet::kFleetEvent})
+        host::WakeEvent::Create(context.layout.run, event, false, false)->Set();
 }
 
 std::vector<std::string> SinkWarnings(host::Host &host, const sinks::SinkConfig &config)

@@ -42,7 +42,11 @@ constexpr BucketForm kBuckets[] = {
     {kRulesBucket, "rules of the groups of syslogmon", kRevisions, 0, kMaxGroupValue},
 };
 
-void MakeBucket(const nats::Connection &connection, const BucketForm &form, int64_t replicas)
+// On how many servers a bucket is kept for which nobody has said it.
+constexpr int64_t kUsualReplicas = 3;
+
+// What the servers say to it; 0: they have made it.
+jsErrCode TryToMake(const nats::Connection &connection, const BucketForm &form, int64_t replicas)
 {
     const std::string stream = StreamOf(form.name);
     const std::string subject = SubjectOf(form.name, ">");
@@ -62,9 +66,33 @@ void MakeBucket(const nats::Connection &connection, const BucketForm &form, int6
     wanted.AllowDirect = true; // a host may ask for its own keys, and for no others
     jsErrCode code{};
     const natsStatus status = js_AddStream(nullptr, connection.stream(), &wanted, nullptr, &code);
+    if (code == JSStreamReplicasNotSupportedErr)
+        return code;
+    if (code == JSClusterNoPeersErr)
+        throw host::Error(std::string("cannot make the bucket ") + form.name,
+                          "fewer than " + std::to_string(replicas) +
+                              " servers are there to keep it",
+                          "start them all, or say replicas= with syslogmon collect on the host "
+                          "that collects");
     // Somebody else has made it at this moment.
     if (code != JSStreamNameExistErr)
         connection.Check(status, std::string("make the bucket ") + form.name, code);
+    return jsErrCode{};
+}
+
+void MakeBucket(const nats::Connection &connection, const BucketForm &form,
+                std::optional<int64_t> replicas)
+{
+    const bool stands_alone =
+        TryToMake(connection, form, replicas.value_or(kUsualReplicas)) != jsErrCode{};
+    if (!stands_alone)
+        return;
+    if (replicas)
+        throw host::Error(std::string("cannot make the bucket ") + form.name,
+                          "there is one server, and it is to be kept on " +
+                              std::to_string(*replicas),
+                          "set syslogmon collect up with replicas=1");
+    TryToMake(connection, form, 1);
 }
 
 // The library's own object for a bucket.
@@ -134,7 +162,7 @@ std::string SubjectOf(const std::string &bucket, const std::string &key)
     return "$KV." + bucket + "." + key;
 }
 
-void MakeBuckets(const nats::Connection &connection, int64_t replicas)
+void MakeBuckets(const nats::Connection &connection, std::optional<int64_t> replicas)
 {
     for (const BucketForm &form : kBuckets) {
         if (CreatedOf(connection, form.name) == 0)
@@ -173,6 +201,7 @@ std::optional<KeyValue> ReadKey(const nats::Connection &connection, const std::s
     value.key = key;
     value.revision = strtoull(HeaderOf(found, JSSequence).c_str(), nullptr, 10);
     value.is_deleted = !HeaderOf(found, kOperation).empty();
+    value.stored_ms = natsMsg_GetTime(found) / kNanosecondsInMs;
     value.value.assign(natsMsg_GetData(found), static_cast<size_t>(natsMsg_GetDataLength(found)));
     return value;
 }
@@ -243,6 +272,52 @@ void DeleteKey(const nats::Connection &connection, const std::string &bucket,
     jsPubOptions_Init(&options);
     Publish(connection, bucket, message.get(), &options,
             "take " + key + " out of the bucket " + bucket);
+}
+
+void PurgeKey(const nats::Connection &connection, const std::string &bucket, const std::string &key)
+{
+    const std::string subject = SubjectOf(bucket, key);
+    jsOptions options;
+    jsOptions_Init(&options);
+    options.Wait = connection.timeout().count();
+    options.Stream.Purge.Subject = subject.c_str();
+    jsErrCode code{};
+    const natsStatus status =
+        js_PurgeStream(connection.stream(), StreamOf(bucket).c_str(), &options, &code);
+    connection.Check(status, "take " + key + " out of the bucket " + bucket, code);
+}
+
+namespace {
+
+// A reader that nobody uses, which goes by itself: when it was made is all the time that the servers tell without
+// something being stored.
+int64_t AskForTime(const nats::Connection &connection)
+{
+    jsConsumerConfig wanted;
+    jsConsumerConfig_Init(&wanted);
+    wanted.DeliverPolicy = js_DeliverNew;
+    wanted.AckPolicy = js_AckExplicit;
+    wanted.InactiveThreshold = 1000 * kNanosecondsInMs;
+    jsConsumerInfo *made = nullptr;
+    jsErrCode code{};
+    const natsStatus status = js_AddConsumer(
+        &made, connection.stream(), StreamOf(kStatusBucket).c_str(), &wanted, nullptr, &code);
+    const nats::Owned<jsConsumerInfo> reader(made);
+    connection.Check(status, "ask for the time", code);
+    return reader->Created / kNanosecondsInMs;
+}
+
+} // namespace
+
+ServersClock::ServersClock(const nats::Connection &connection)
+    : asked_ms_(AskForTime(connection)), asked_at_(std::chrono::steady_clock::now())
+{
+}
+
+int64_t ServersClock::NowMs() const
+{
+    using namespace std::chrono;
+    return asked_ms_ + duration_cast<milliseconds>(steady_clock::now() - asked_at_).count();
 }
 
 } // namespace fleet

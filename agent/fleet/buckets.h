@@ -9,6 +9,7 @@
 #ifndef AGENT_FLEET_BUCKETS_H
 #define AGENT_FLEET_BUCKETS_H
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -34,14 +35,14 @@ struct KeyValue {
     std::string key;
     uint64_t revision = 0; // the bucket's own, which grows with each change of any key
     bool is_deleted = false;
-    int64_t stored_ms = 0; // since 1970, by the servers; 0: not asked for
+    int64_t stored_ms = 0; // since 1970, by the clock of the server that stored it
     std::string value;
 };
 
 // All throw host::Error when the servers do not answer, or refuse.
 
-// Makes those that are not there, on so many servers.
-void MakeBuckets(const nats::Connection &connection, int64_t replicas);
+// Makes those that are not there, on so many servers; without a number on three of them, or on the one that stands alone.
+void MakeBuckets(const nats::Connection &connection, std::optional<int64_t> replicas);
 // When a bucket was made, in nanoseconds since 1970; 0: there is none of that name.
 int64_t CreatedOf(const nats::Connection &connection, const std::string &bucket);
 
@@ -61,6 +62,22 @@ uint64_t WriteKey(const nats::Connection &connection, const std::string &bucket,
                   std::optional<uint64_t> behind = std::nullopt);
 void DeleteKey(const nats::Connection &connection, const std::string &bucket,
                const std::string &key);
+// Nothing of it is left in the bucket, not even that it was there. It needs the right to change the bucket.
+void PurgeKey(const nats::Connection &connection, const std::string &bucket,
+              const std::string &key);
+
+// The time by the servers' clock, which also stamps what they store: so what was stored how long ago is no matter of
+// this host's clock. Asks once, when it is made, and needs the bucket of statuses.
+class ServersClock {
+  public:
+    explicit ServersClock(const nats::Connection &connection);
+    // Milliseconds since 1970.
+    [[nodiscard]] int64_t NowMs() const;
+
+  private:
+    int64_t asked_ms_;
+    std::chrono::steady_clock::time_point asked_at_;
+};
 
 } // namespace fleet
 

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -65,11 +66,26 @@ void FleetKeeper::Run()
     member_.reset();
 }
 
+// What is wrong with one part keeps the other one from nothing.
 void FleetKeeper::TakeSetup()
 {
     host::Store store(layout_.Store());
     host::RegistryTree registry(store);
-    TakeCollector(ReadSetup(SetupPart::kCollect, store, registry));
+    std::exception_ptr collectors_fault;
+    try {
+        TakeCollector(ReadSetup(SetupPart::kCollect, store, registry));
+    } catch (const host::StoreError &) {
+        throw;
+    } catch (const host::Error &) {
+        collectors_fault = std::current_exception();
+    }
+    TakeMembership(store, registry);
+    if (collectors_fault)
+        std::rethrow_exception(collectors_fault);
+}
+
+void FleetKeeper::TakeMembership(host::Store &store, host::RegistryTree &registry)
+{
     auto member = ReadSetup(SetupPart::kMember, store, registry);
     if (member)
         member = WithServers(*member, store, registry);
@@ -95,6 +111,8 @@ void FleetKeeper::TakeMember(const std::optional<sinks::SinkConfig> &wanted)
 {
     if (wanted && member_ && *wanted == member_of_)
         return;
+    if (!wanted && member_)
+        member_->Leave();
     member_.reset();
     if (!wanted)
         return;

@@ -29,6 +29,7 @@ class FleetKeeper {
     void Run();
     void TakeSetup();
     void TakeCollector(const std::optional<sinks::SinkConfig> &wanted);
+    void TakeMembership(host::Store &store, host::RegistryTree &registry);
     void TakeMember(const std::optional<sinks::SinkConfig> &wanted);
     void Look(HostStatus *status);
 

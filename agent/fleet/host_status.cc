@@ -149,9 +149,23 @@ RolloutState StateOf(const std::vector<HostStatus> &hosts, const std::string &gr
         const std::string trouble = !host.error.empty() ? host.error : host.monitor;
         if (has_tried && !trouble.empty() && state.failed.empty())
             state.failed = host.host + ": " + trouble;
-        (runs ? state.running : state.waiting).push_back(host.uuid);
+        if (runs)
+            state.running[host.uuid] = host.sent_ms;
+        else
+            state.waiting.push_back(host.uuid);
     }
     return state;
+}
+
+bool Probation::IsOver(const RolloutState &state)
+{
+    begun_ms_.insert(state.running.begin(),
+                     state.running.end()); // of one that is known, the first stays
+    return state.waiting.empty() &&
+           std::all_of(begun_ms_.begin(), begun_ms_.end(), [&](const auto &begun) {
+               const auto heard = state.running.find(begun.first);
+               return heard != state.running.end() && heard->second >= begun.second + span_ms_;
+           });
 }
 
 } // namespace fleet

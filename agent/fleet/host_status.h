@@ -3,6 +3,7 @@
 #define AGENT_FLEET_HOST_STATUS_H
 
 #include <cstdint>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -35,7 +36,8 @@ std::string FormatStatus(const HostStatus &status);
 // Throws host::Error when it is none. It comes from the network.
 HostStatus ParseStatus(const std::string &text);
 
-// Milliseconds since it was heard, when that is so long that it is gone or cut off; 0: it is not.
+// Milliseconds since it was heard, when that is so long that it is gone or cut off; 0: it is not. `now_ms`, here and
+// below, is by the clock of the servers, as `sent_ms` is.
 int64_t SilentFor(const HostStatus &status, int64_t now_ms);
 // What is wrong with it, in one line; empty: nothing is.
 std::string TroubleOf(const HostStatus &status, int64_t now_ms);
@@ -49,8 +51,8 @@ const GroupStatus *GroupOf(const HostStatus &status, const std::string &group);
 
 // How far hosts have come with a revision of a group.
 struct RolloutState {
-    std::vector<std::string>
-        running; // UUIDs; of hosts that were heard a moment ago and have no trouble
+    // UUIDs of hosts that were heard a moment ago, each with when that was, since 1970
+    std::map<std::string, int64_t> running;
     std::vector<std::string> waiting; // heard, and not yet there
     std::string failed; // what the first host with trouble says, with its name; empty: none has
 };
@@ -58,6 +60,19 @@ struct RolloutState {
 //   silent hosts  are left out: they take it when they are back
 RolloutState StateOf(const std::vector<HostStatus> &hosts, const std::string &group,
                      const std::set<std::string> &uuids, uint64_t revision, int64_t now_ms);
+
+// The time in which hosts must show that they can do with a revision. It is over when each of them has said that it runs
+// it, and once more so long afterwards: one that says nothing in between has shown nothing.
+class Probation {
+  public:
+    explicit Probation(int64_t span_ms) : span_ms_(span_ms) {}
+    // With all that is known, again and again.
+    bool IsOver(const RolloutState &state);
+
+  private:
+    int64_t span_ms_;
+    std::map<std::string, int64_t> begun_ms_; // by UUID: when it was heard to run it
+};
 
 } // namespace fleet
 

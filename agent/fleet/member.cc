@@ -28,6 +28,10 @@ constexpr seconds kLookAtConnection{5};
 constexpr milliseconds kFirstLook{10};
 constexpr milliseconds kLastLook{2000};
 
+// A look asks for two values of each group. So many changes are taken as they come; of more, those of each second as one.
+constexpr int kLooksAtOnce = 20;
+constexpr seconds kLookEvery{1};
+
 std::string CheckEvery(const std::string &value)
 {
     return sinks::CheckRange(value, 1, 3600, "seconds");
@@ -66,6 +70,15 @@ sinks::SinkKind MemberKind()
                             "how often it says how it is, and asks for its rules", CheckEvery});
     kind.warnings = sinks::PlainNatsWarnings;
     return kind;
+}
+
+// The two buckets are made together, and a host may ask for the first one only.
+void SayGoodbye(const sinks::SinkConfig &config)
+{
+    sinks::Secrets secrets;
+    const nats::Connection connection(sinks::AccessOf(config, secrets));
+    if (CreatedOf(connection, kRulesBucket) != 0)
+        DeleteKey(connection, kStatusBucket, config.store_uuid);
 }
 
 int64_t AlertRate::Take(int64_t newest_id, steady_clock::time_point now)
@@ -113,6 +126,11 @@ class Member::Bell {
         std::unique_lock lock(mutex_);
         news_.wait_for(lock, span, [this] { return stop_; });
     }
+    void SleepUntil(Clock::time_point end)
+    {
+        std::unique_lock lock(mutex_);
+        news_.wait_until(lock, end, [this] { return stop_; });
+    }
     bool IsStopped()
     {
         const std::lock_guard lock(mutex_);
@@ -128,7 +146,8 @@ class Member::Bell {
 
 Member::Member(MemberOptions options)
     : options_(std::move(options)), groups_(GroupsIn(options_.config.Get("groups"))),
-      bell_(std::make_shared<Bell>()), backoff_(options_.pauses)
+      bell_(std::make_shared<Bell>()), backoff_(options_.pauses),
+      offers_(options_.config.store_uuid), looks_(kLooksAtOnce, kLookEvery)
 {
     sinks::Secrets secrets;
     sinks::AccessOf(options_.config, secrets); // for its errors
@@ -139,6 +158,11 @@ Member::~Member()
 {
     bell_->Stop();
     thread_.join();
+}
+
+void Member::Leave()
+{
+    leaves_ = true;
 }
 
 void Member::Run()
@@ -156,6 +180,8 @@ void Member::Run()
             Fail(error.what());
         }
     }
+    if (leaves_)
+        SayGoodbye();
 }
 
 // With one connection, until it fails or the end is wanted.
@@ -196,7 +222,6 @@ void Member::Connect()
     subscriptions_.clear();
     secrets_ = {};
     connection_.emplace(sinks::AccessOf(options_.config, secrets_));
-    created_ = 0;
     Subscribe();
     connection_->Flush();
 }
@@ -232,60 +257,45 @@ bool Member::WaitForNews()
         if (!bell_->Wait(
                 std::min<Clock::time_point>(status_due_, Clock::now() + kLookAtConnection)))
             continue;
-        for (milliseconds pause = kFirstLook; pause < kLastLook && !bell_->IsStopped();
-             pause *= 2) {
-            bell_->Sleep(pause);
-            if (created_ == 0) // it is being made
-                return false;
-            if (ReadKeys())
-                return true;
-        }
+        if (!offers_.HasBucket()) // it is being made
+            return false;
+        if (LookForNews())
+            return true;
     }
     return false;
 }
 
-// One that was made anew begins its numbers again.
+// Several times. True as soon as there was something new.
+bool Member::LookForNews()
+{
+    for (milliseconds pause = kFirstLook; pause < kLastLook && !bell_->IsStopped(); pause *= 2) {
+        bell_->Sleep(pause);
+        bell_->SleepUntil(looks_.Next());
+        looks_.Take(Clock::now());
+        if (ReadKeys())
+            return true;
+    }
+    return false;
+}
+
 void Member::AskForBucket()
 {
-    const int64_t created = CreatedOf(*connection_, kRulesBucket);
-    if (created != created_)
-        newest_.clear();
-    created_ = created;
+    offers_.TakeBucket(CreatedOf(*connection_, kRulesBucket), taken_);
 }
 
 // True when there was something new.
 bool Member::ReadKeys()
 {
-    if (created_ == 0)
+    if (!offers_.HasBucket())
         return false;
     bool is_new = false;
     for (const std::string &group : groups_) {
         for (const std::string &key : {AllKey(group), CanaryKey(group)}) {
-            auto found = ReadKey(*connection_, kRulesBucket, key);
-            if (!found || found->revision <= newest_[key].revision)
-                continue;
-            newest_[key] = std::move(*found);
-            is_new = true;
+            const auto found = ReadKey(*connection_, kRulesBucket, key);
+            is_new = (found && offers_.Take(*found)) || is_new;
         }
     }
     return is_new;
-}
-
-// What the host should have of a group: what it tries before the others, or what all have, or what it has.
-std::optional<GroupState> Member::Wanted(const std::string &group) const
-{
-    const auto state_of = [&](const KeyValue &value, bool is_canary) {
-        return GroupState{group, created_, value.revision, is_canary, value.value};
-    };
-    const auto canary = newest_.find(CanaryKey(group));
-    if (canary != newest_.end() && canary->second.revision > 0 && !canary->second.is_deleted &&
-        NumberOf(group, options_.config.store_uuid) < ParseGroup(group, canary->second.value).below)
-        return state_of(canary->second, true);
-    const auto all = newest_.find(AllKey(group));
-    if (all != newest_.end() && all->second.revision > 0 && !all->second.is_deleted)
-        return state_of(all->second, false);
-    const GroupState *had = Find(taken_, group);
-    return had != nullptr ? std::optional(*had) : std::nullopt;
 }
 
 // With each status what was refused is tried again: what stood against it may be gone.
@@ -294,8 +304,10 @@ void Member::TakeIfNew()
     try {
         std::vector<GroupState> wanted;
         for (const std::string &group : groups_) {
-            if (auto state = Wanted(group))
+            if (auto state = offers_.Wanted(group))
                 wanted.push_back(std::move(*state));
+            else if (const GroupState *had = Find(taken_, group))
+                wanted.push_back(*had);
         }
         const bool is_new = !tried_ || !AreSame(*tried_, wanted);
         if (!is_new && refusal_.empty())
@@ -357,10 +369,21 @@ void Member::TellStatus()
 {
     if (Clock::now() < status_due_)
         return;
-    if (created_ != 0)
+    if (offers_.HasBucket())
         WriteKey(*connection_, kStatusBucket, options_.config.store_uuid,
                  FormatStatus(StatusNow()));
     status_due_ = Clock::now() + seconds(options_.config.Number("every"));
+}
+
+void Member::SayGoodbye()
+{
+    try {
+        fleet::SayGoodbye(options_.config);
+    } catch (const std::exception &error) {
+        text::Say("this host has left the fleet, which could not be told so: " +
+                  secrets_.Hide(error.what()) +
+                  "; run syslogmon fleet forget on the host that collects");
+    }
 }
 
 // Told once.

@@ -5,13 +5,16 @@
 // also reads it at each connection and with each status, in case it has heard nothing. Servers that are away, or have
 // lost the value, change nothing: what was taken last stays.
 //
+// However often somebody writes there, it looks for its rules, takes them and says how it is only so often as its pace
+// allows: what came in between is passed over, since the newest is all that counts.
+//
 // It has a thread, a connection to the servers and one to the store of its own.
 #ifndef AGENT_FLEET_MEMBER_H
 #define AGENT_FLEET_MEMBER_H
 
+#include <atomic>
 #include <chrono>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,8 +24,10 @@
 #include "agent/fleet/buckets.h"
 #include "agent/fleet/fleet_rules.h"
 #include "agent/fleet/host_status.h"
+#include "agent/fleet/offers.h"
 #include "agent/host/layout.h"
 #include "agent/nats/connection.h"
+#include "agent/nats/pace.h"
 #include "agent/sinks/backoff.h"
 #include "agent/sinks/sink.h"
 
@@ -52,12 +57,18 @@ class AlertRate {
     int64_t rate_ = 0;
 };
 
+// Takes away what a host has said of itself, as itself: `config` is its own, with the servers. Throws host::Error when
+// these cannot be reached, or refuse.
+void SayGoodbye(const sinks::SinkConfig &config);
+
 class Member {
   public:
     // Starts the thread. What fails then is tried again. Throws host::Error when the options do not go together.
     explicit Member(MemberOptions options);
     // Waits for what is under way, which takes at most the time limit of a request.
     ~Member();
+    // To be called before its end, when the host leaves the fleet: it says goodbye as the last thing.
+    void Leave();
     Member(const Member &) = delete;
     Member &operator=(const Member &) = delete;
 
@@ -71,12 +82,13 @@ class Member {
     void Connect();
     void Subscribe();
     bool WaitForNews();
+    bool LookForNews();
     void AskForBucket();
     bool ReadKeys();
-    [[nodiscard]] std::optional<GroupState> Wanted(const std::string &group) const;
     void TakeIfNew();
     void Refuse(const std::string &why);
     void TellStatus();
+    void SayGoodbye();
     [[nodiscard]] HostStatus StatusNow();
     void Fail(const std::string &why);
 
@@ -90,15 +102,15 @@ class Member {
     sinks::Backoff backoff_;
     std::optional<nats::Connection> connection_;
     std::vector<nats::Owned<natsSubscription>> subscriptions_;
-    int64_t created_ = 0; // of the bucket; 0: there is none
-    // The newest that this bucket has shown, by key. A server that is behind may show an older one later.
-    std::map<std::string, KeyValue> newest_;
+    Offers offers_;
+    nats::Pace looks_;
     std::vector<GroupState> taken_; // what this host has
     std::optional<std::vector<GroupState>>
         tried_;           // what was tried last; not the same when it was refused
     std::string refusal_; // why
     std::vector<std::string> local_;
-    std::string told_; // the failure of the connection that was told last
+    std::string told_;                // the failure of the connection that was told last
+    std::atomic<bool> leaves_{false}; // of the thread that ends this one
     AlertRate rate_;
     Clock::time_point status_due_;
 

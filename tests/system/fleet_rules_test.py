@@ -1,5 +1,7 @@
 """Rules of groups reach real daemons over a real server: what is wrong changes nothing, what is local stays."""
+import json
 import signal
+import time
 
 import fleet
 import lab
@@ -9,11 +11,13 @@ FAN = "- {source: FAN, id: 2, keywords: [fan failed]}\n"
 
 
 class Rules(lab.LabTest):
-    """A server, the host from which rules are given, and members of groups."""
+    """Servers, the host from which rules are given, and members of groups."""
+
+    servers_count = 1
 
     def setUp(self):
         super().setUp()
-        self.servers = fleet.Servers(self.lab)
+        self.servers = fleet.Servers(self.lab, self.servers_count)
         self.servers.start()
         self.centre = fleet.Centre(self.servers)
         self.addCleanup(self.centre.lab.close)
@@ -47,6 +51,12 @@ class Rules(lab.LabTest):
 
     def hosts(self):
         return {row["uuid"]: row for row in self.centre.lab.json("fleet", "status")["hosts"]}
+
+    def client(self):
+        """One that writes to the first server what it likes."""
+        client = fleet.Stranger(self.servers.all[0])
+        self.addCleanup(client.close)
+        return client
 
     def revision(self):
         return self.centre.lab.json("fleet", "export", "--group", "web")["revision"]
@@ -181,6 +191,141 @@ class OneServer(Rules):
         self.assertIsNone(rows[1]["trouble"])
 
 
+    def test_a_group_whose_value_is_damaged_is_given_files_again(self):
+        self.add_members(1)
+        self.apply(self.file(DISK), "--wait")
+        client = self.client()
+        other_files = json.dumps({"files": [{"name": "a.yaml", "text": "sinks: []\n"}]})
+        for damage in ("{", other_files):
+            self.assertEqual([], client.publish("$KV.syslogmon-rules.web.all", damage))
+            self.lab.wait_until("the host says so", lambda: self.hosts()[self.members[0].uuid()]["error"])
+            self.assertEqual(["DISK 1", "EACH 1"], self.members[0].events())
+        self.assertEqual([], client.publish("$KV.syslogmon-rules.web.all", "{"))
+        self.assertIn("is not of the form", self.refused("fleet", "export", "--group", "web"))
+        self.assertIn("is not of the form", self.refused("fleet", "diff", "--group", "web"))
+        self.assertIn("without --canary first",
+                      self.refused("fleet", "apply", self.file(FAN), "--group", "web", "--canary", "1%"))
+        self.assertIn("+ FAN 2", self.centre.lab.command("fleet", "diff", self.file(FAN), "--group", "web"))
+        self.apply(self.file(FAN), "--wait")
+        self.assertEqual(["EACH 1", "FAN 2"], self.members[0].events())
+        # Taken away by another one's tools, it has no files, and still a revision.
+        client.publish_with_header("$KV.syslogmon-rules.web.all", "KV-Operation: DEL")
+        self.assertIn("it has no files", self.refused("fleet", "export", "--group", "web"))
+        self.apply(self.file(DISK), "--wait")
+        self.assertEqual(["DISK 1", "EACH 1"], self.members[0].events())
+
+    def test_a_host_that_leaves_is_no_host_of_the_fleet_any_more(self):
+        self.add_members(3)
+        first, second, third = self.members
+        first.lab.command("fleet", "leave")
+        self.lab.wait_until("it has said goodbye", lambda: set(self.hosts()) == {second.uuid(), third.uuid()})
+        second.daemon.stop()
+        second.lab.command("fleet", "leave")
+        self.assertEqual({third.uuid()}, set(self.hosts()))
+        # It comes back as any other one.
+        first.join("web")
+        self.lab.wait_until("it is there again", lambda: set(self.hosts()) == {first.uuid(), third.uuid()})
+
+    def test_a_host_that_is_gone_is_forgotten_by_its_uuid_or_by_a_name_that_no_other_has(self):
+        self.add_members(2)
+        gone, other = self.members
+        self.assertIn("has said how it is", self.refused("fleet", "forget", "nobody"))
+        name = self.hosts()[gone.uuid()]["host"]
+        self.assertIn("2 hosts have that name", self.refused("fleet", "forget", name))
+        gone.daemon.kill()
+        self.lab.wait_until("its silence is noticed", lambda: self.hosts()[gone.uuid()]["silent_seconds"])
+        self.centre.lab.command("fleet", "forget", gone.uuid())
+        self.assertEqual({other.uuid()}, set(self.hosts()))
+        # One that is there says how it is again.
+        self.assertIn("a moment ago", self.centre.lab.run("fleet", "forget", name).stderr)
+        self.lab.wait_until("it is there again", lambda: set(self.hosts()) == {other.uuid()})
+
+    def test_silence_is_measured_by_the_servers_clock_whatever_the_clock_of_the_one_who_asks(self):
+        self.add_members(2)
+        silent, other = (member.uuid() for member in self.members)
+        self.members[0].daemon.kill()
+        self.lab.wait_until("its silence is noticed", lambda: self.hosts()[silent]["silent_seconds"])
+        for ahead in (-86400, 86400):
+            shown = self.centre.hosts(clock_ahead=ahead)
+            self.assertLess(shown[silent]["silent_seconds"] or 86400, 3600)
+            self.assertIsNone(shown[other]["silent_seconds"])
+
+    def test_a_changed_sink_takes_the_member_to_its_servers(self):
+        self.add_members(1)
+        member = self.members[0]
+        others = fleet.Servers(self.lab, name="other")
+        others.start()
+        centre = fleet.Centre(others)
+        self.addCleanup(centre.lab.close)
+        centre.lab.json("fleet", "status")
+        member.lab.command("sink", "add", "nats", "fleet", f"servers={self.servers.urls}")
+        member.join_by_sink("web")
+        self.wait_known()
+        member.lab.command("sink", "set", "fleet", f"servers={others.urls}")
+        self.lab.wait_until("it is there", lambda: member.uuid() in centre.hosts())
+        # Likewise from a file.
+        rules = self.lab.folder / "sinks.yaml"
+        rules.write_text(f"sinks: [{{name: fleet, kind: nats, servers: '{self.servers.urls}'}}]\n")
+        self.centre.lab.command("fleet", "forget", member.uuid())
+        member.lab.command("apply", rules)
+        self.lab.wait_until("it is back", lambda: member.uuid() in self.hosts())
+
+    def test_a_collector_that_cannot_begin_keeps_nobody_from_joining(self):
+        self.hosts()
+        member = fleet.Member(self.servers, "web")
+        self.addCleanup(member.lab.close)
+        self.members.append(member)
+        member.lab.command("fleet", "leave")
+        secret = self.lab.folder / "secret"
+        secret.touch(0o600)
+        secret.write_text("password")
+        member.lab.command("collect", f"servers={self.servers.urls}", "user=collector", f"password-file={secret}")
+        secret.unlink()
+        member.daemon.start()
+        member.join("web")
+        self.wait_known()
+        self.assertIn(str(secret), member.daemon.child.said())
+
+    def test_however_often_a_group_is_changed_a_host_asks_and_answers_at_its_pace(self):
+        self.hosts()
+        self.add_members(1, every=3600)
+        member = self.members[0]
+        client = self.client()
+        before = self.servers.messages("KV_syslogmon-status")
+        began = time.monotonic()
+        for number in range(1, 401):
+            text = f"events: [{{source: DISK, id: 1, keywords: [number {number}]}}]\n"
+            client.publish("$KV.syslogmon-rules.web.all", json.dumps({"files": [{"name": "a.yaml", "text": text}]}))
+            time.sleep(0.02)
+        newest = self.servers.messages("KV_syslogmon-rules")
+        self.lab.wait_until("it has the newest", lambda: self.hosts()[member.uuid()]["groups"]["web"]["revision"] == newest)
+        seconds = time.monotonic() - began
+        said = self.servers.messages("KV_syslogmon-status") - before
+        print(f"{said} statuses for 400 changes in {seconds:.1f} s")
+        # Twenty at once, and then one in a second; one more begins the next second.
+        self.assertLessEqual(said, 20 + seconds + 1)
+        self.assertEqual(["number 400"], member.lab.json("event", "show", "DISK", "1")["event"]["keywords"])
+
+
+class ThreeServers(Rules):
+    servers_count = 3
+
+    def test_buckets_that_a_member_has_made_are_kept_on_three_servers_like_all_others(self):
+        member = fleet.Member(self.servers, "web")
+        self.addCleanup(member.lab.close)
+        member.lab.json("fleet", "status")
+        for bucket in ("KV_syslogmon-rules", "KV_syslogmon-status"):
+            self.assertEqual(3, self.servers.stream(bucket)["config"]["num_replicas"])
+
+
+class ServerAlone(Rules):
+    def test_buckets_that_a_member_has_made_at_a_server_that_stands_alone_are_kept_there(self):
+        member = fleet.Member(self.servers, "web")
+        self.addCleanup(member.lab.close)
+        member.lab.json("fleet", "status")
+        self.assertEqual(1, self.servers.stream("KV_syslogmon-rules")["config"]["num_replicas"])
+
+
 class Canary(Rules):
     def setUp(self):
         super().setUp()
@@ -220,7 +365,7 @@ class Canary(Rules):
 
     def test_a_group_without_files_has_nothing_to_go_back_to(self):
         said = self.refused("fleet", "apply", self.file(FAN), "--group", "empty", "--canary", "1%")
-        self.assertIn("give it its first files without --canary", said)
+        self.assertIn("give it files without --canary first", said)
 
     def test_a_command_that_is_interrupted_puts_back_what_was_before(self):
         before = self.revision()

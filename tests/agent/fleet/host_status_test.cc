@@ -100,7 +100,7 @@ fleet::RolloutState StateOf(const std::vector<HostStatus> &hosts)
 TEST(Rollout, HostsRunTheRevisionOrAreWaitedFor)
 {
     const auto state = StateOf({Host("a"), Host("b", 4, 4), Host("c")});
-    EXPECT_EQ(std::vector<std::string>{"uuid-of-a"}, state.running);
+    EXPECT_EQ((std::map<std::string, int64_t>{{"uuid-of-a", kNow - 1000}}), state.running);
     EXPECT_EQ(std::vector<std::string>{"uuid-of-b"}, state.waiting);
     EXPECT_EQ("", state.failed);
 }
@@ -128,6 +128,38 @@ TEST(Rollout, ASilentHostAndOneThatHasLeftTheGroupCountForNothing)
     const auto state = StateOf({silent, left});
     EXPECT_TRUE(state.running.empty());
     EXPECT_TRUE(state.waiting.empty());
+}
+
+// Two hosts that run it, each as it was heard at this moment.
+fleet::RolloutState Running(int64_t a_ms, int64_t b_ms)
+{
+    fleet::RolloutState state;
+    state.running = {{"a", a_ms}, {"b", b_ms}};
+    return state;
+}
+
+TEST(Probation, IsOverWhenEachHostHasSaidSoLongAfterwardsThatItStillRunsIt)
+{
+    fleet::Probation probation(60000);
+    EXPECT_FALSE(probation.IsOver(Running(1000, 2000)));
+    // However long that lasts: who says nothing has shown nothing.
+    EXPECT_FALSE(probation.IsOver(Running(1000, 2000)));
+    EXPECT_FALSE(probation.IsOver(Running(61000, 2000)));
+    EXPECT_FALSE(probation.IsOver(Running(61000, 61999)));
+    EXPECT_TRUE(probation.IsOver(Running(61000, 62000)));
+}
+
+TEST(Probation, IsNotOverWhileAHostIsWaitedForOrHasFallenSilent)
+{
+    fleet::Probation probation(1);
+    EXPECT_FALSE(probation.IsOver(Running(1000, 2000)));
+    fleet::RolloutState waits = Running(3000, 3000);
+    waits.waiting = {"c"};
+    EXPECT_FALSE(probation.IsOver(waits));
+    fleet::RolloutState silent = Running(3000, 3000);
+    silent.running.erase("b");
+    EXPECT_FALSE(probation.IsOver(silent));
+    EXPECT_TRUE(probation.IsOver(Running(3000, 3000)));
 }
 
 // ---- alerts a minute ----

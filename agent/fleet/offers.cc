@@ -1,0 +1,69 @@
+#include "agent/fleet/offers.h"
+
+#include "agent/fleet/group_files.h"
+
+namespace fleet {
+
+namespace {
+
+// The clocks of servers that follow each other as the one that stamps differ by less.
+constexpr int64_t kClocksDifferMs = 10 * 1000;
+
+bool IsNewer(const KeyValue &value, const KeyValue &other)
+{
+    return value.revision > other.revision || value.stored_ms > other.stored_ms + kClocksDifferMs;
+}
+
+// It was made by the one who gave the files, a moment before the servers stored it.
+KeyValue ValueOf(const GroupState &taken)
+{
+    const std::string key = taken.is_canary ? CanaryKey(taken.name) : AllKey(taken.name);
+    return {key, taken.revision, false, ParseGroup(taken.name, taken.value).made_ms, taken.value};
+}
+
+} // namespace
+
+void Offers::TakeBucket(int64_t created, const std::vector<GroupState> &taken)
+{
+    if (created == created_)
+        return;
+    created_ = created;
+    newest_.clear();
+    for (const GroupState &group : taken) {
+        if (group.created == created)
+            Take(ValueOf(group));
+    }
+}
+
+bool Offers::Take(const KeyValue &value)
+{
+    const auto [place, is_first] = newest_.try_emplace(value.key, value);
+    if (is_first)
+        return true;
+    if (!IsNewer(value, place->second))
+        return false;
+    place->second = value;
+    return true;
+}
+
+const KeyValue *Offers::Find(const std::string &key) const
+{
+    const auto found = newest_.find(key);
+    return found == newest_.end() || found->second.is_deleted ? nullptr : &found->second;
+}
+
+// A canary ends with the next files of all, also where a server still shows it.
+std::optional<GroupState> Offers::Wanted(const std::string &group) const
+{
+    const auto state_of = [&](const KeyValue &value, bool is_canary) {
+        return GroupState{group, created_, value.revision, is_canary, value.value};
+    };
+    const KeyValue *canary = Find(CanaryKey(group));
+    const KeyValue *all = Find(AllKey(group));
+    const bool is_tried = canary != nullptr && (all == nullptr || IsNewer(*canary, *all));
+    if (is_tried && NumberOf(group, uuid_) < ParseGroup(group, canary->value).below)
+        return state_of(*canary, true);
+    return all != nullptr ? std::optional(state_of(*all, false)) : std::nullopt;
+}
+
+} // namespace fleet
