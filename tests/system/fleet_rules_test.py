@@ -428,6 +428,9 @@ class Guarded(Rules):
         said = self.members[0].lab.run("fleet", "apply", self.file(FAN), "--group", "web").stderr
         self.assertIn("cannot", said)
         self.assertEqual(["DISK 1", "EACH 1"], self.members[0].events())
+        # And each may leave.
+        self.members[0].lab.command("fleet", "leave")
+        self.lab.wait_until("it has said goodbye", lambda: set(self.hosts()) == {other})
 
 
 if __name__ == "__main__":
