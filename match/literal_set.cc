@@ -293,6 +293,7 @@ void NoteFound(LiteralId id, FoundLiterals *found)
 template <GramKind Kind>
 void CompareAt(const Searched &searched, const GramTable &table, size_t at, uint32_t bucket)
 {
+    windows_compared += table.begins[bucket + 1] - table.begins[bucket];
     for (uint32_t i = table.begins[bucket]; i < table.begins[bucket + 1]; ++i) {
         const GramUse &use = uses[i];
         if (use.offset > at ||
@@ -352,6 +353,8 @@ size_t ChooseWalk(Lengths lengths)
 }
 
 } // namespace
+
+uint64_t windows_compared = 0;
 
 void ClearLiterals()
 {

@@ -75,4 +75,7 @@ void ForgetFound(FoundLiterals *found);
 // them can be read.
 void FindLiterals(const char *line, size_t length, FoundLiterals *found);
 
+// Windows that were compared with a place in a line since the start: the work of the search, for tests.
+extern uint64_t windows_compared;
+
 #endif // MATCH_LITERAL_SET_H

@@ -6,6 +6,7 @@
 #include "match/class_filter.h"
 #include "match/compiled.h"
 #include "match/index.h"
+#include "match/literal_set.h"
 #include "match/loud_lines.h"
 #include "match/report.h"
 #include "stamp/syslog_time.h"
@@ -171,6 +172,25 @@ TEST_F(WorkOfAPass, ComparesPhrasesWhereTheyDifferAndNotWhereTheyAreAlike)
     const Work work = OfNews(news);
     EXPECT_LE(uint64_t{kLines} * 9 / 10, work.found);
     EXPECT_GE(work.found * 5 / 2, work.compared);
+}
+
+// Keywords that begin alike are entered under the bytes in which they differ.
+TEST_F(WorkOfAPass, LooksALiteralUpWhereItSharesTheLeastWithOthers)
+{
+    ClearLiterals();
+    std::vector<std::string> keywords;
+    for (int i = 10; i < 60; ++i)
+        keywords.push_back("link went down on qz" + std::to_string(i));
+    for (const std::string &keyword : keywords)
+        WantLiteral(AddLiteral(keyword.data(), keyword.size()));
+    PrepareLiterals();
+    const std::string line = "link went down on the other side" + std::string(kSearchPadding, ' ');
+    FoundLiterals found = {};
+    const uint64_t before = windows_compared;
+    FindLiterals(line.data(), line.size() - kSearchPadding, &found);
+    EXPECT_EQ(0, found.count);
+    EXPECT_GE(2U, windows_compared - before);
+    ClearLiterals();
 }
 
 TEST_F(WorkOfAPass, OnAFaultTolerantServerCompilesEachExpressionOnce)

@@ -21,6 +21,8 @@ using test::Sys;
 
 class RotatedPass : public Pass {
   protected:
+    // Of the seeks of a pass that finds its place in the first of two files, so many come before it is gone to.
+    static constexpr int kSeekOfThePlace = 3;
     const std::string head1_ = Line("head of the newer", -70);
     const std::string head2_ = Line("head of the newest", -40);
 };
@@ -262,6 +264,25 @@ TEST_F(RotatedPass, LooksAgainWhenTheLogWasRotatedAfterTheBackupsWereListed)
     });
     EXPECT_EQ(Once({b_, head1_, c_}), Run());
     EXPECT_EQ(kNoFailure, OwnNotable());
+}
+
+// A rotation comes and its new log is empty still, before the pass has come to read anything: it was none.
+TEST_F(RotatedPass, RecordsNoEndWhenNothingCouldBeReadBeforeTheLogWasRotated)
+{
+    Follow({head_, a_});
+    SetFolder({{"messages.1", Text({head_, a_, b_})}, {"messages", Text({head1_, c_})}});
+    Sys().FailCall("fseek", kSeekOfThePlace);
+    Sys().BeforeCall("open", 4, [this] { // two to look, messages.1
+        RenameLog("messages.1", "messages.2");
+        RenameLog("messages", "messages.1");
+        WriteLog("messages", "");
+    });
+    EXPECT_EQ(CheckedList{}, Run());
+    EXPECT_EQ(1, Host().Traced(1, "Set syslog pos failed."));
+    EXPECT_EQ(1, Host().Traced(1, "< CheckSyslog(0) failed."));
+    EXPECT_FALSE(Host().registry.Number(kMonitorKey, "RECORDTIME"));
+    Append({d_});
+    EXPECT_EQ(Once({b_, head1_, c_, d_}), Run());
 }
 
 // A pass whose place moves from backup to backup, each time before it is read there.
