@@ -8,6 +8,7 @@ find_package(PkgConfig REQUIRED)
 find_package(CURL REQUIRED)
 find_library(NETSNMP netsnmp REQUIRED)
 find_library(NATS nats REQUIRED)
+find_library(CCTZ cctz REQUIRED)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 pkg_check_modules(YAML REQUIRED IMPORTED_TARGET yaml-0.1)
 pkg_check_modules(NCURSES REQUIRED IMPORTED_TARGET ncursesw)
@@ -78,8 +79,8 @@ target_link_libraries(vkmncall PRIVATE agent_alerts)
 add_agent_folder(history history_reader.cc history_writer.cc steps.cc)
 
 add_agent_folder(policy count_store.cc count_text.cc event_count.cc expression.cc policies.cc report_desk.cc silence.cc silence_desk.cc
-    silence_registry.cc summary.cc value_count.cc)
-target_link_libraries(agent_policy PUBLIC agent_alerts agent_events PRIVATE agent_text PkgConfig::RE2)
+    silence_registry.cc summary.cc value_count.cc zone.cc)
+target_link_libraries(agent_policy PUBLIC agent_alerts agent_events PRIVATE agent_text PkgConfig::RE2 ${CCTZ})
 
 add_agent_folder(nats UNHURRIED connection.cc)
 target_link_libraries(agent_nats PUBLIC ${NATS})

@@ -113,8 +113,8 @@ set(CPACK_DEBIAN_SNMP_DESCRIPTION
 "notifications of SNMP for the syslog monitor
 With this package, alerts of the package syslogmon can be sent as informs or
 traps of SNMP, by a sink of the kind snmp.")
-# The unit's reload needs kill, which the smallest Debian does not have.
-set(CPACK_DEBIAN_UNSPECIFIED_PACKAGE_DEPENDS procps)
+# The unit's reload needs kill, which the smallest Debian does not have; hours of silences may name a time zone.
+set(CPACK_DEBIAN_UNSPECIFIED_PACKAGE_DEPENDS "procps, tzdata")
 set(CPACK_DEBIAN_UNSPECIFIED_PACKAGE_SUGGESTS syslogmon-snmp)
 # Both sides of snmp.so are built together.
 set(CPACK_DEBIAN_SNMP_PACKAGE_DEPENDS "syslogmon (= ${PROJECT_VERSION})")

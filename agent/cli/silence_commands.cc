@@ -91,6 +91,8 @@ const char *StateOf(const Silence &silence, int64_t now_s)
 {
     if (silence.IsOver(now_s))
         return "over";
+    if (silence.window && !silence.window->HasZone())
+        return "no zone";
     return silence.Holds(now_s) ? "holds" : "waits";
 }
 
@@ -166,9 +168,9 @@ void SetUpAddSilence(Parser &parser, Context &context)
         .TypeName("NAME=PATTERN");
     parser.Add("--for", options->span, "For so long from now on: 30m, 2h, 7d").TypeName("TIME");
     parser
-        .Add(
-            "--every", options->every,
-            "Only then, again and again: \"mon-fri 22:00-06:00\", \"sat,sun\", \"02:00-03:00 UTC\"")
+        .Add("--every", options->every,
+             "Only then, again and again: \"mon-fri 22:00-06:00\", \"sat 02:00-03:00 "
+             "Europe/Berlin\"")
         .TypeName("HOURS");
     parser.Add("--comment", options->comment, "Why; it is shown in the list").TypeName("TEXT");
     parser.AddFlag("--summary", options->summary,

@@ -460,8 +460,10 @@ void SetUpTest(Parser &parser, Context &context)
             "--report", options->report,
             "Also write a page of it into this file: hits over time, events, hosts, hours, reports")
         .TypeName("FILE");
-    parser.Footer("The monitor's own code applies the rules, with all hit counts at 0. Nothing is "
-                  "stored, and no daemon is needed.");
+    parser.Footer(
+        "The monitor's own code applies the rules. Over logs all hit counts begin at 0; a line "
+        "that is explained goes on from what the policies of this host's events have counted "
+        "by now, and with --rules from 0. Nothing is stored, and no daemon is needed.");
     const auto run = [&, options] { return Test(context, *options); };
     parser.Runs(run, [&, options]() -> std::string {
         context.needs_no_root = !options->rules.empty();

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "agent/host/error.h"
+#include "agent/policy/zone.h"
 #include "agent/text/printable.h"
 #include "agent/text/split.h"
 
@@ -18,13 +19,12 @@ constexpr int kDays = 7;
 constexpr unsigned kAllDays = (1U << kDays) - 1;
 constexpr int kMinutesOfADay = 24 * 60;
 constexpr const char *kDayNames[kDays] = {"sun", "mon", "tue", "wed", "thu", "fri", "sat"};
-constexpr char kUtc[] = "UTC";
 
 [[noreturn]] void Refuse(const std::string &text)
 {
     throw host::Error("cannot use the hours \"" + text + "\"", "their form is not known",
                       "write days and hours, such as \"mon-fri 22:00-06:00\", \"sat,sun\" or "
-                      "\"22:00-06:00 UTC\"");
+                      "\"22:00-06:00 Europe/Berlin\"");
 }
 
 constexpr size_t kMaxText = 256; // bytes of a pattern and of the comment
@@ -106,25 +106,35 @@ std::string DaysText(unsigned days)
     return text;
 }
 
-} // namespace
-
-bool WeeklyWindow::Holds(int64_t time_s) const
+ZoneClock ClockOfHost(int64_t time_s)
 {
     const auto seconds = static_cast<time_t>(time_s);
     struct tm time {};
-    if (is_utc)
-        gmtime_r(&seconds, &time);
-    else
-        localtime_r(&seconds, &time);
-    const int minute = time.tm_hour * 60 + time.tm_min;
-    const auto is_day = [&](int day) {
+    localtime_r(&seconds, &time);
+    return {time.tm_wday, time.tm_hour * 60 + time.tm_min};
+}
+
+} // namespace
+
+bool WeeklyWindow::HasZone() const
+{
+    return zone.empty() || ClockOf(0, zone);
+}
+
+bool WeeklyWindow::Holds(int64_t time_s) const
+{
+    const auto clock = zone.empty() ? ClockOfHost(time_s) : ClockOf(time_s, zone);
+    if (!clock)
+        return false;
+    const auto [weekday, minute] = *clock;
+    const auto is_day = [this](int day) {
         return (days >> static_cast<unsigned>((day + kDays) % kDays) & 1U) != 0;
     };
     if (begin_minute < end_minute)
-        return is_day(time.tm_wday) && minute >= begin_minute && minute < end_minute;
+        return is_day(weekday) && minute >= begin_minute && minute < end_minute;
     // The evening of one day and the morning of the next.
-    return (is_day(time.tm_wday) && minute >= begin_minute) ||
-           (is_day(time.tm_wday - 1) && minute < end_minute);
+    return (is_day(weekday) && minute >= begin_minute) ||
+           (is_day(weekday - 1) && minute < end_minute);
 }
 
 bool Silence::Matches(const alerts::Alert &alert) const
@@ -181,7 +191,7 @@ std::string LabelsText(const std::map<std::string, std::string> &labels)
     return text;
 }
 
-WeeklyWindow ParseWindow(const std::string &text)
+WeeklyWindow ParseStoredWindow(const std::string &text)
 {
     WeeklyWindow window;
     bool has_hours = false;
@@ -199,8 +209,9 @@ WeeklyWindow ParseWindow(const std::string &text)
             has_hours = true;
         } else if (const auto days = DaysOf(word); days && window.days == 0 && !has_hours) {
             window.days = *days;
-        } else if (word == kUtc && !window.is_utc) {
-            window.is_utc = true;
+        } else if (const bool is_behind = has_hours || window.days != 0;
+                   is_behind && window.zone.empty() && !DaysOf(word) && IsZoneName(word)) {
+            window.zone = word;
         } else {
             Refuse(text);
         }
@@ -212,13 +223,21 @@ WeeklyWindow ParseWindow(const std::string &text)
     return window;
 }
 
+WeeklyWindow ParseWindow(const std::string &text)
+{
+    WeeklyWindow window = ParseStoredWindow(text);
+    if (!window.zone.empty())
+        CheckZone(window.zone);
+    return window;
+}
+
 std::string WindowText(const WeeklyWindow &window)
 {
     std::string text = window.days == kAllDays ? "" : DaysText(window.days);
     if (window.begin_minute != 0 || window.end_minute != 0 || text.empty())
         text += (text.empty() ? "" : " ") + ClockText(window.begin_minute) + "-" +
                 (window.end_minute == 0 ? "24:00" : ClockText(window.end_minute));
-    return text + (window.is_utc ? std::string(" ") + kUtc : "");
+    return text + (window.zone.empty() ? "" : " " + window.zone);
 }
 
 } // namespace policy

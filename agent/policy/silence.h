@@ -20,10 +20,14 @@ struct WeeklyWindow {
     unsigned days = 0;    // bit 0: Sunday
     int begin_minute = 0; // of the day
     int end_minute = 0;   // the first one behind it; the same as the begin: a whole day
-    bool is_utc = false;  // otherwise the zone of the host
+    std::string zone;     // such as "Europe/Berlin"; empty: that of the host
 
-    // Is the moment (seconds since 1970) in it?
+    // Is the moment (seconds since 1970) in it, by the clocks of the zone? An hour that a change of clocks
+    // leaves out is in none, and both are meant when it repeats one. Nothing is in one whose zone this
+    // host does not know: better an alert too many.
     [[nodiscard]] bool Holds(int64_t time_s) const;
+    // Does this host know the zone?
+    [[nodiscard]] bool HasZone() const;
     bool operator==(const WeeklyWindow &) const = default;
 };
 
@@ -60,9 +64,11 @@ void CheckComment(const std::string &text);
 std::map<std::string, std::string> ParseLabels(const std::string &text);
 std::string LabelsText(const std::map<std::string, std::string> &labels);
 
-// "mon-fri 22:00-06:00", "sat,sun", "22:00-06:00 UTC": days, hours and zone, of which one must be there.
+// "mon-fri 22:00-06:00", "sat,sun", "22:00-06:00 Europe/Berlin": days or hours or both, and a zone if wished.
 // Throws host::Error, which says what is allowed.
 WeeklyWindow ParseWindow(const std::string &text);
+// The same of a text that has been stored: a zone may be gone from this host since.
+WeeklyWindow ParseStoredWindow(const std::string &text);
 // The same text again, as short as can be: "mon-fri 22:00-06:00".
 std::string WindowText(const WeeklyWindow &window);
 

@@ -58,7 +58,7 @@ std::optional<Silence> Read(host::RegistryTree &registry, host::KeyId key, const
     try {
         silence.labels = ParseLabels(TextAt(registry, key, "Labels"));
         if (const std::string window = TextAt(registry, key, "Window"); !window.empty())
-            silence.window = ParseWindow(window);
+            silence.window = ParseStoredWindow(window);
     } catch (const host::StoreError &) {
         throw;
     } catch (const host::Error &) {

@@ -10,7 +10,7 @@
 //       path: [/var/log/nginx/error.log]
 //   silences:
 //     - source: BACKUP
-//       every: sat,sun 02:00-04:00
+//       every: sat,sun 02:00-04:00 Europe/Berlin
 //   settings:
 //     cycle: 60
 #ifndef AGENT_RULES_SECTIONS_H

@@ -43,6 +43,16 @@ TEST_F(SilenceCommand, AddsListsAndEnds)
                  "of 2, 3");
 }
 
+TEST_F(SilenceCommand, OneWhoseZoneThisHostHasLostIsListedSo)
+{
+    ExpectOutput({"silence", "add", "--every", "mon-sun Europe/Berlin"}, "1\n");
+    EXPECT_EQ("holds", Listed("/0/state"));
+    ExpectDone({"reg", "set", R"(SOFTWARE\KORBIN\TARSKVOSKAR\AGENT\SILENCES\1)", "Window",
+                "mon-sun Europe/Berlinn"});
+    EXPECT_EQ("no zone", Listed("/0/state"));
+    EXPECT_EQ("00:00-24:00 Europe/Berlinn", Listed("/0/every"));
+}
+
 TEST_F(SilenceCommand, WrongWordsChangeNothing)
 {
     EXPECT_EQ(2, Syslogmon({"silence", "add", "--source", "DISK"}).status) << "no time";
@@ -50,7 +60,12 @@ TEST_F(SilenceCommand, WrongWordsChangeNothing)
                  "cannot use the time \"soon\": its form is not known; write 30m, 2h, 1h30m or 7d");
     ExpectFailed({"silence", "add", "--for", "1h", "--every", "monday"},
                  "cannot use the hours \"monday\": their form is not known; write days and hours, "
-                 "such as \"mon-fri 22:00-06:00\", \"sat,sun\" or \"22:00-06:00 UTC\"");
+                 "such as \"mon-fri 22:00-06:00\", \"sat,sun\" or \"22:00-06:00 Europe/Berlin\"");
+    ExpectFailed(
+        {"silence", "add", "--every", "22:00-06:00 Europe/Berlinn"},
+        "cannot use the time zone \"Europe/Berlinn\": this host has none of that name; did "
+        "you mean Europe/Berlin? use a name such as Europe/Berlin or UTC; timedatectl "
+        "list-timezones lists them");
     EXPECT_EQ(1, Syslogmon({"silence", "add", "--for", "1h", "--source", ""}).status);
     for (const char *labels : {"team", "=db", "team=a,team=b", "team=a,"})
         EXPECT_EQ(1, Syslogmon({"silence", "add", "--for", "1h", "--label", labels}).status)

@@ -25,7 +25,8 @@ TEST(SilenceWindow, IsWrittenAndReadBack)
 {
     for (const char *text :
          {"mon-fri 22:00-06:00", "sat,sun", "22:00-06:00", "02:30-03:00 UTC", "mon,wed,fri UTC",
-          "mon-wed,sun 00:00-12:00", "00:00-24:00", "tue 12:00-24:00"})
+          "mon-wed,sun 00:00-12:00", "00:00-24:00", "tue 12:00-24:00", "sat Europe/Berlin",
+          "22:00-06:00 America/Argentina/Buenos_Aires", "mon Etc/GMT+5"})
         EXPECT_EQ(text, WindowText(ParseWindow(text)));
     EXPECT_EQ("mon,fri-sun", WindowText(ParseWindow("fri-mon"))) << "over the end of the week";
     EXPECT_EQ("00:00-24:00", WindowText(ParseWindow("mon-sun")));
@@ -35,7 +36,8 @@ TEST(SilenceWindow, OfAnotherFormIsRefusedAndTheErrorSaysWhatIsAllowed)
 {
     for (const char *text :
          {"", "monday", "mon-", "mon,", "25:00-26:00", "10:60-11:00", "10:00", "1:00-2:00",
-          "mon tue", "10:00-11:00 12:00-13:00", "UTC", "10:00-11:00 Berlin", "10:00-11:00 mon"}) {
+          "mon tue", "10:00-11:00 12:00-13:00", "UTC", "10:00-11:00 UTC UTC", "10:00-11:00 mon",
+          "Monday 10:00-11:00", "UTC mon", "mon Europe,Berlin", "mon :localtime", "mon ../UTC"}) {
         const std::string error = test::ErrorOf([&] { ParseWindow(text); });
         EXPECT_NE(std::string::npos, error.find("write days and hours, such as")) << text << error;
     }
@@ -70,6 +72,87 @@ TEST(SilenceWindow, IsOfTheZoneOfTheHostUnlessItSaysUtc)
     EXPECT_FALSE(ParseWindow("sat 09:00-10:00 UTC").Holds(kSaturday));
     unsetenv("TZ");
     tzset();
+}
+
+TEST(SilenceWindow, OfAnUnknownZoneIsRefusedAndTheErrorNamesTheOneThatIsMeant)
+{
+    const std::vector<std::pair<std::string, std::string>> rows = {
+        {"Europe/Berlinn", "did you mean Europe/Berlin? "},
+        {"europe/berlin", "did you mean Europe/Berlin? "},
+        {"Berlin", "did you mean Europe/Berlin? "},
+        {"new_york", "did you mean America/New_York? "},
+        {"utc", "did you mean UTC? "},
+        {"America/NewYork", "did you mean America/New_York? "},
+        {"Nowhere/Atall", "this host has none of that name; use a name such as"},
+    };
+    for (const auto &[zone, words] : rows) {
+        const std::string error = test::ErrorOf([&] { ParseWindow("mon " + zone); });
+        EXPECT_NE(std::string::npos, error.find("cannot use the time zone \"" + zone + "\""))
+            << error;
+        EXPECT_NE(std::string::npos, error.find(words)) << error;
+    }
+    // What the library takes, and is no name of a zone everywhere.
+    for (const char *zone : {"localtime", "posixrules", "posix/UTC", "Europe"})
+        EXPECT_NE("", test::ErrorOf([&] { ParseWindow(std::string("mon ") + zone); })) << zone;
+}
+
+TEST(SilenceWindow, OfAZoneFollowsItsClocksWhateverTheZoneOfTheHost)
+{
+    setenv("TZ", "UTC-9", 1);
+    tzset();
+    const auto window = ParseWindow("sat 09:00-10:00 Europe/Berlin");
+    EXPECT_FALSE(window.Holds(kSaturday + 8 * kHour - 1));
+    EXPECT_TRUE(window.Holds(kSaturday + 8 * kHour)) << "in winter an hour before UTC";
+    EXPECT_FALSE(window.Holds(kSaturday + 9 * kHour));
+    constexpr int64_t kSaturdayOfJuly = 1784332800; // 2026-07-18
+    EXPECT_TRUE(window.Holds(kSaturdayOfJuly + 7 * kHour)) << "in summer two";
+    EXPECT_FALSE(window.Holds(kSaturdayOfJuly + 8 * kHour));
+    // 2045-07-15, behind the last change of clocks that zone files list one by one.
+    constexpr int64_t kSaturdayOf2045 = 2383689600;
+    EXPECT_TRUE(window.Holds(kSaturdayOf2045 + 7 * kHour));
+    EXPECT_FALSE(window.Holds(kSaturdayOf2045 + 8 * kHour));
+    // The day is the zone's, too: in Auckland it begins while it is Friday's noon in UTC.
+    EXPECT_TRUE(ParseWindow("sat Pacific/Auckland").Holds(kSaturday - 11 * kHour));
+    EXPECT_FALSE(ParseWindow("sat Pacific/Auckland").Holds(kSaturday + 12 * kHour));
+    unsetenv("TZ");
+    tzset();
+}
+
+TEST(SilenceWindow, HasNoneOfAnHourThatIsLeftOutAndTwiceOneThatIsRepeated)
+{
+    constexpr int64_t kSpring = 1774746000; // 2026-03-29 01:00 UTC: 02:00 in Berlin becomes 03:00
+    const auto left_out = ParseWindow("sun 02:00-03:00 Europe/Berlin");
+    for (int64_t time = kSpring - 2 * kHour; time < kSpring + 2 * kHour; time += 60)
+        EXPECT_FALSE(left_out.Holds(time)) << time - kSpring;
+    const auto half = ParseWindow("sun 02:30-03:30 Europe/Berlin");
+    EXPECT_FALSE(half.Holds(kSpring - 1));
+    EXPECT_TRUE(half.Holds(kSpring));
+    EXPECT_TRUE(half.Holds(kSpring + kHour / 2 - 1));
+    EXPECT_FALSE(half.Holds(kSpring + kHour / 2));
+
+    constexpr int64_t kAutumn = 1792890000; // 2026-10-25 01:00 UTC: 03:00 becomes 02:00 again
+    const auto repeated = ParseWindow("sun 02:15-02:45 Europe/Berlin");
+    for (const int64_t begin : {kAutumn - 3 * kHour / 4, kAutumn + kHour / 4}) {
+        EXPECT_FALSE(repeated.Holds(begin - 1));
+        EXPECT_TRUE(repeated.Holds(begin));
+        EXPECT_TRUE(repeated.Holds(begin + kHour / 2 - 1));
+        EXPECT_FALSE(repeated.Holds(begin + kHour / 2));
+    }
+    // The night from Saturday is an hour longer.
+    const auto night = ParseWindow("sat 22:00-06:00 Europe/Berlin");
+    int hours = 0;
+    for (int64_t time = kAutumn - 12 * kHour; time < kAutumn + 12 * kHour; time += kHour)
+        hours += night.Holds(time) ? 1 : 0;
+    EXPECT_EQ(9, hours);
+}
+
+TEST(SilenceWindow, StoredWithAZoneThatIsGoneHoldsNothing)
+{
+    const auto window = policy::ParseStoredWindow("sat Europe/Berlinn");
+    EXPECT_FALSE(window.HasZone());
+    EXPECT_FALSE(window.Holds(kSaturday + 12 * kHour));
+    EXPECT_EQ("sat Europe/Berlinn", WindowText(window));
+    EXPECT_TRUE(policy::ParseStoredWindow("sat Europe/Berlin").HasZone());
 }
 
 TEST(SilenceWindow, AWholeDayIsOneFromMidnightToMidnight)

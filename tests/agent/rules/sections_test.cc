@@ -209,7 +209,7 @@ TEST(RulesSections, ASilenceHasPatternsAndTimes)
                                                  "    host: web*\n"
                                                  "    event: 1A\n"
                                                  "    labels: team=db,tier=web*\n"
-                                                 "    every: sat,sun 02:00-04:00 UTC\n"
+                                                 "    every: sat,sun 02:00-04:00 Europe/Berlin\n"
                                                  "    from: 2026-12-24T17:00:00Z\n"
                                                  "    until: 2026-12-26T18:00:00+01:00\n"
                                                  "    summary: true\n"
@@ -222,7 +222,7 @@ TEST(RulesSections, ASilenceHasPatternsAndTimes)
     EXPECT_EQ("web*", silence.host);
     EXPECT_EQ(0x1AU, silence.event_id);
     EXPECT_EQ("team=db,tier=web*", policy::LabelsText(silence.labels));
-    EXPECT_EQ("sat,sun 02:00-04:00 UTC", policy::WindowText(*silence.window));
+    EXPECT_EQ("sat,sun 02:00-04:00 Europe/Berlin", policy::WindowText(*silence.window));
     EXPECT_EQ(1798131600, silence.begin_s);
     EXPECT_EQ(1798304400, silence.end_s);
     EXPECT_TRUE(silence.wants_summary);
@@ -257,6 +257,7 @@ TEST(RulesSections, EachValueOfASilenceHasOneThatIsTakenAndOneThatIsNot)
         ExpectTaken(file + row.good + "\n");
         ExpectMistake(file, row.bad, row.words);
     }
+    ExpectMistake("silences:\n  - every: ", "sat Europe/Berln", "did you mean Europe/Berlin?");
     ExpectMistake("silences:\n  - ", "source: DISK", "it has no end");
     ExpectMistake("silences:\n  - every: sat\n    ", "for: 2h", "a silence has none of that name");
     ExpectMistake("silences:\n  - ", "x", "it is a text");
