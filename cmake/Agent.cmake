@@ -93,13 +93,7 @@ target_link_libraries(agent_sinks PUBLIC agent_alerts agent_nats
                       PRIVATE agent_events agent_settings agent_status agent_text nlohmann_json::nlohmann_json CURL::libcurl
                       PkgConfig::SYSTEMD Threads::Threads ${CMAKE_DL_LIBS})
 
-# Loaded by the sinks of its kind alone.
-add_library(snmp SHARED agent/snmp/sender.cc)
-set_target_properties(snmp PROPERTIES PREFIX "" SUFFIX ".so" CXX_VISIBILITY_PRESET hidden
-                      LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/root/lib)
-target_include_directories(snmp PRIVATE ${CMAKE_SOURCE_DIR})
-target_link_libraries(snmp PRIVATE ${NETSNMP})
-
+include(cmake/Snmp.cmake)
 include(cmake/Inputs.cmake)
 
 add_agent_folder(alarms UNHURRIED alarm_book.cc alarm_watch.cc sight.cc)

@@ -1,4 +1,5 @@
 // Kind "snmp": an inform, or a trap, of SNMP v2c or v3. What sends it is a library of its own: see agent/snmp/sender.h.
+#include <cstring>
 #include <dlfcn.h>
 
 #include "agent/events/events.h"
@@ -16,6 +17,28 @@ namespace {
     throw host::Error("cannot make a sink of kind snmp", cause, next_step);
 }
 
+// Nothing of another build may be called: what it takes for a field may be another one. Which of the two packages is the
+// older one is known by their versions.
+void CheckBuild(void *library)
+{
+    const auto *build = static_cast<const char *>(dlsym(library, snmp::kBuild));
+    const std::string theirs = build != nullptr ? build : "";
+    if (theirs == SNMP_BUILD)
+        return;
+    const std::string ours = SNMP_BUILD;
+    const std::string version = theirs.substr(0, theirs.find(' '));
+    const std::string our_version = ours.substr(0, ours.find(' '));
+    if (version.empty() || strverscmp(version.c_str(), our_version.c_str()) < 0)
+        Refuse("snmp.so is older than this program, which is " + our_version,
+               "upgrade the package syslogmon-snmp to " + our_version);
+    if (version != our_version)
+        Refuse("snmp.so is newer (" + version + ") than this program, which is " + our_version,
+               "upgrade the package syslogmon to " + version + " and restart syslogmond");
+    Refuse(
+        "snmp.so is of another build (" + theirs + ") than this program (" + ours + ")",
+        "install the packages syslogmon and syslogmon-snmp of one build, and restart syslogmond");
+}
+
 // By its name alone: it lies where the program looks for the host library. It stays loaded, since net-snmp leaves
 // tables behind.
 std::unique_ptr<snmp::Sender> MakeSender(const snmp::Options &options)
@@ -23,9 +46,10 @@ std::unique_ptr<snmp::Sender> MakeSender(const snmp::Options &options)
     void *library = dlopen(snmp::kLibrary, RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr)
         Refuse(dlerror(), "install the package syslogmon-snmp");
+    CheckBuild(library);
     const auto make = reinterpret_cast<snmp::MakeSenderFn>(dlsym(library, snmp::kMakeSender));
     if (make == nullptr)
-        Refuse(dlerror(), "install syslogmon and syslogmon-snmp of one version");
+        Refuse(dlerror(), "install the package syslogmon-snmp anew");
     return std::unique_ptr<snmp::Sender>(make(options));
 }
 

@@ -373,6 +373,8 @@ class NetSnmpSender : public Sender {
 
 } // namespace snmp
 
+extern "C" __attribute__((visibility("default"))) const char SnmpSenderBuild[] = SNMP_BUILD;
+
 extern "C" __attribute__((visibility("default"))) snmp::Sender *
 MakeSnmpSender(const snmp::Options &options)
 {

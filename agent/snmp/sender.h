@@ -1,6 +1,7 @@
 // Notifications of SNMP v2c and v3. What sends them is a library of its own (snmp.so), since it needs net-snmp, which few
-// hosts want: it is loaded when the first sink of this kind is opened. Both sides are built together, so C++ may pass
-// between them; exceptions do not.
+// hosts want: it is loaded when the first sink of this kind is opened. Both sides are of one build, so C++ may pass
+// between them; exceptions do not. Each side has the text SNMP_BUILD (cmake/Snmp.cmake), and nothing else is called of a
+// library that says another one.
 #ifndef AGENT_SNMP_SENDER_H
 #define AGENT_SNMP_SENDER_H
 
@@ -59,7 +60,9 @@ class Sender {
                         const std::function<bool()> &is_ended) = 0;
 };
 
-// What the library exports, under this name. The caller deletes what it gets.
+// What the library exports, under these names. The build is "1.0.0 0123456789ab GNU-12.2.0": the version, what this header
+// says, the compiler. The caller deletes the sender that it gets.
+inline constexpr char kBuild[] = "SnmpSenderBuild"; // const char[]
 using MakeSenderFn = Sender *(*)(const Options &options);
 inline constexpr char kMakeSender[] = "MakeSnmpSender";
 inline constexpr char kLibrary[] = "snmp.so";

@@ -56,6 +56,33 @@ TEST_F(SinkCommand, AddsShowsAndRemovesASink)
     ExpectOutput({"sink", "list"}, "");
 }
 
+// They lie in the place of the right one, as packages of two builds would have it.
+TEST_F(SinkCommand, WhatSendsSnmpOfAnotherBuildIsRefusedWithThePackageToUpgrade)
+{
+    const std::string secret = SecretFile("public");
+    const std::vector<std::pair<std::string, std::string>> rows = {
+        {"none", "snmp.so is older than this program, which is 1.0.0; upgrade the package "
+                 "syslogmon-snmp to 1.0.0"},
+        {"older", "snmp.so is older than this program, which is 1.0.0; upgrade the package "
+                  "syslogmon-snmp to 1.0.0"},
+        {"newer",
+         "snmp.so is newer (99.1.0) than this program, which is 1.0.0; upgrade the package "
+         "syslogmon to 99.1.0 and restart syslogmond"},
+        {"other", "snmp.so is of another build (1.0.0 000000000000 GNU-12.2.0) than this program "
+                  "(1.0.0 "},
+    };
+    for (const auto &[which, words] : rows) {
+        const std::string library = std::string("LD_PRELOAD=") + OTHER_SNMP + which + "/snmp.so";
+        const test::Finished refused =
+            test::RunToEnd({"/usr/bin/env", library, SYSLOGMON, "--root", Root(), "sink", "add",
+                            "snmp", "trapd", "receiver=127.0.0.1", "community-file=" + secret});
+        EXPECT_EQ(1, refused.status) << which << refused.err;
+        EXPECT_EQ(0U, refused.err.find("syslogmon: cannot make a sink of kind snmp: " + words))
+            << refused.err;
+    }
+    ExpectDone({"sink", "add", "snmp", "trapd", "receiver=127.0.0.1", "community-file=" + secret});
+}
+
 TEST_F(SinkCommand, AsJson)
 {
     ExpectJson(R"({"added": "out", "warnings": [], "version": 1})",
