@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <sstream>
 
 #include <kainjow/mustache.hpp>
 
@@ -48,6 +49,37 @@ class Lookup : public mustache::basic_context<std::string> {
     mutable std::set<std::string> asked_;
 };
 
+constexpr char kBlanks[] = " \t\r\n";
+
+// "{{=<% %>=}}" changes by what tags begin and end; `words` is what stands between the signs of equality.
+void SetDelimiters(const std::string &words, std::string *begin, std::string *end)
+{
+    std::istringstream(words) >> *begin >> *end;
+}
+
+// The same template with each {{^name}} as {{#name}}: with a value for every name all of it is shown. Of
+// one without a mistake.
+std::string WithoutInverted(std::string text)
+{
+    std::string begin = "{{";
+    std::string end = "}}";
+    for (size_t at = text.find(begin); at != std::string::npos; at = text.find(begin, at)) {
+        at += begin.size();
+        const bool is_triple = begin == "{{" && at < text.size() && text[at] == '{';
+        const std::string closing = is_triple ? "}}}" : end;
+        const size_t stop = text.find(closing, at + (is_triple ? 1 : 0));
+        if (stop == std::string::npos)
+            break;
+        const size_t sign = text.find_first_not_of(kBlanks, at);
+        if (text[sign] == '^')
+            text[sign] = '#';
+        else if (text[sign] == '=' && sign < stop)
+            SetDelimiters(text.substr(sign + 1, text.rfind('=', stop) - sign - 1), &begin, &end);
+        at = stop + closing.size();
+    }
+    return text;
+}
+
 } // namespace
 
 struct Template::Parsed {
@@ -75,15 +107,11 @@ std::optional<TemplateMistake> Template::Mistake() const
 
 std::set<std::string> Template::Names() const
 {
-    std::set<std::string> names;
     if (Mistake())
-        return names;
-    // Those within sections that show when a name has a value, and then those of the others.
-    for (Lookup lookup : {Lookup(mustache::data("x")), Lookup(TemplateValues())}) {
-        parsed_->text.render(lookup);
-        names.insert(lookup.asked().begin(), lookup.asked().end());
-    }
-    return names;
+        return {};
+    Lookup lookup(mustache::data("x"));
+    mustache::mustache(WithoutInverted(text_)).render(lookup);
+    return lookup.asked();
 }
 
 std::string Template::Render(const TemplateValues &values) const

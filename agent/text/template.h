@@ -36,7 +36,7 @@ class Template {
 
     // Nothing when it can be read.
     [[nodiscard]] std::optional<TemplateMistake> Mistake() const;
-    // What it asks for; ">name" is another template, of which there is none. None of one with a mistake.
+    // What it asks for, in whatever sections; ">name" is another template, of which there is none. None of one with a mistake.
     [[nodiscard]] std::set<std::string> Names() const;
     // Nothing but its text when it has a mistake.
     [[nodiscard]] std::string Render(const TemplateValues &values) const;

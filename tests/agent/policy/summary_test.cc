@@ -63,14 +63,24 @@ TEST(Summary, ATemplateWithAMistakeIsRefusedAndStandsForItself)
 TEST(Summary, ANameThatIsNotKnownIsRefusedWhereverItStands)
 {
     const std::string known = "use {{host}}, {{program}}, {{message}}";
-    for (const char *text : {"{{hst}}", "{{#host}}{{hst}}{{/host}}", "{{^host}}{{hst}}{{/host}}",
-                             "{{{hst}}}", "{{#hst}}x{{/hst}}"})
-        EXPECT_EQ(std::string("cannot use the template \"") + text +
+    for (const char *text :
+         {"{{hst}}", "{{#host}}{{hst}}{{/host}}", "{{^host}}{{hst}}{{/host}}", "{{{hst}}}",
+          "{{#hst}}x{{/hst}}", "{{#host}}{{^program}}{{hst}}{{/program}}{{/host}}",
+          "{{^host}}{{#program}}{{hst}}{{/program}}{{/host}}",
+          "{{#host}}a{{ ^ program}}b{{#message}}{{ ^host }}{{&hst}}{{/host}}"
+          "{{/message}}{{/program}}{{/host}}",
+          "{{=<% %>=}}<%#host%><%^program%><% hst %><%/program%><%/host%>",
+          "{{=| |=}}|^host|{{^x}}|={{ }}=|{{#message}}{{^host}}{{hst}}{{/host}}"
+          "{{/message}}{{/host}}"})
+        EXPECT_EQ("cannot use the template \"" + std::string(text).substr(0, 60) +
                       "\": there is no {{hst}}; did you mean host? " + known,
                   test::ErrorOf([&] { CheckTemplate(text); }));
     EXPECT_EQ("cannot use the template \"{{>host}}\": there is no {{>host}}; did you mean host? " +
                   known,
               test::ErrorOf([] { CheckTemplate("{{>host}}"); }));
+    EXPECT_EQ("no error", test::ErrorOf([] {
+                  CheckTemplate("{{!^x}}{{#host}}{{^ host}}^{{/host}}{{/host}}");
+              }));
     EXPECT_EQ("no error", test::ErrorOf([] { CheckTemplate("{{1}} {{host}}", {"1"}); }));
 }
 

@@ -151,6 +151,8 @@ TEST_F(BodyTemplateTest, AMistakeIsToldWithItsLine)
               Refusal("{\n{{#host}}\n}"));
     ExpectRefused("{\n\n\"a\": \"{{ hst }}\"}",
                   ", line 3: there is no field hst; did you mean host? use count, digest.alerts");
+    ExpectRefused("{\"a\":\n\"{{#host}}{{^program}}{{ hst }}{{/program}}{{/host}}\"}",
+                  ", line 2: there is no field hst; did you mean host?");
     ExpectRefused("{\"a\": \"{{>host}}\"}", ", line 1: there is no field >host");
     ExpectRefused("{\"a\": \"{{labels.}}\"}", "there is no field labels.");
     ExpectRefused("{\"a\": \xFF}", ", line 1: ");
