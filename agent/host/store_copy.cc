@@ -19,9 +19,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Commands that read the store are done with it in less.
-constexpr int kMakeWholeMs = 10000;
-
 constexpr const char *kJournals[] = {"-wal", "-shm", "-journal"};
 
 // Closed again at once: a descriptor that is closed later takes SQLite's locks away.
@@ -73,13 +70,13 @@ bool CanBeMended(const Database &database)
 
 // What the store has in its journal alone comes into the store: it must be whole for the case that nothing comes into its
 // place after all. False of a damaged one, for which a copy is put back mostly.
-bool MakeWhole(const fs::path &store)
+bool MakeWhole(const fs::path &store, int busy_ms)
 {
     std::optional<Database> old;
     try {
         old.emplace(store, Database::Mode::kReadWrite);
         CheckIsStore(*old); // SQLite finds the journal with the first read only
-        old->EmptyJournal(kMakeWholeMs);
+        old->EmptyJournal(busy_ms);
         return true;
     } catch (const StoreError &) {
         if (old && CanBeMended(*old))
@@ -116,7 +113,7 @@ void BackUpStore(Store &store, const fs::path &file)
 
 namespace {
 
-void Replace(const fs::path &store, const fs::path &file)
+void Replace(const fs::path &store, const fs::path &file, int busy_ms)
 {
     Database copy(file, Database::Mode::kReadOnly);
     CheckIsStore(copy);
@@ -137,7 +134,7 @@ void Replace(const fs::path &store, const fs::path &file)
             made.Execute("PRAGMA wal_checkpoint(TRUNCATE)");
         }
         if (owner)
-            is_whole = MakeWhole(store);
+            is_whole = MakeWhole(store, busy_ms);
         // Also where the store is gone: SQLite would take the journal that it has left for the copy's.
         SetOldJournalAside(store);
         fs::rename(unfinished, store);
@@ -157,9 +154,9 @@ void Replace(const fs::path &store, const fs::path &file)
 
 } // namespace
 
-void RestoreStore(const fs::path &file, const fs::path &store)
+void RestoreStore(const fs::path &file, const fs::path &store, int busy_ms)
 {
-    Replace(store, file);
+    Replace(store, file, busy_ms);
     // Those who may read it and not write need a journal beside it, which comes with the first opening.
     if (MakeReadable(store))
         const Store opened(store);

@@ -58,6 +58,37 @@ TEST_F(BackupCommand, NothingOfTheStoreOfBeforeIsLeft)
     EXPECT_EQ(before, Registry());
 }
 
+// What is in the journal alone must come into the store first, and somebody who reads keeps it where it is.
+TEST_F(BackupCommand, WhoeverReadsTheStoreIsWaitedForAndKeepsItWhenHeTakesTooLong)
+{
+    ExpectDone({"event", "add", "DISK", "1", "-k", "x"});
+    ExpectDone({"backup", Copy()});
+    const std::string copied = Registry();
+    ExpectDone({"event", "add", "DISK", "2", "-k", "x"});
+    test::Child reader(test::Helper(Root(), {"read-store"}));
+    ASSERT_EQ("reads", reader.ReadLine());
+    ExpectDone({"event", "add", "DISK", "3", "-k", "x"});
+    const std::string before = Registry();
+
+    EXPECT_EQ("cannot write to " + Layout().Store().string() +
+                  ": database is locked; another program holds its lock; find it with fuser and "
+                  "try again\n",
+              test::RunToEnd(test::Helper(Root(), {"restore", Copy(), "20"})).out);
+    EXPECT_EQ(before, Registry());
+    const std::filesystem::path unfinished = Layout().Store().string() + ".new";
+    EXPECT_FALSE(std::filesystem::exists(unfinished));
+
+    // It waits, with everything made but the last step, until the reader is gone. Other commands wait for it.
+    test::Child restore(test::Command(Root(), {"restore", Copy()}));
+    while (!std::filesystem::exists(unfinished))
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_TRUE(std::filesystem::exists(unfinished));
+    reader.Kill();
+    EXPECT_EQ(0, restore.Wait());
+    EXPECT_EQ(copied, Registry());
+}
+
 // Of one moment, while the monitor stores its passes: the place in the log and the alerts agree.
 TEST_F(BackupCommand, IsOfOneMomentWhileTheMonitorWorks)
 {

@@ -18,7 +18,9 @@
 #include <vector>
 
 #include "agent/alerts/alert_store.h"
+#include "agent/host/database.h"
 #include "agent/host/error.h"
+#include "agent/host/store_copy.h"
 #include "agent/status/daemon_lock.h"
 #include "agent/status/status_file.h"
 #include "platform/contract.h"
@@ -181,6 +183,30 @@ int HoldWriteLock(const Job &job)
     Tell("locked");
     WaitForTest();
     transaction.Commit();
+    return 0;
+}
+
+// As a command does that prints something long.
+int ReadStore(const Job &job)
+{
+    host::Database store(job.layout.Store(), host::Database::Mode::kReadWrite);
+    host::Statement reading(store, "SELECT name FROM sqlite_master");
+    reading.Start();
+    (void)reading.Next();
+    Tell("reads");
+    WaitForTest();
+    return 0;
+}
+
+// As the command, with a patience of the test's choice, in milliseconds.
+int Restore(const Job &job)
+{
+    try {
+        host::RestoreStore(job.words[0], job.layout.Store(), static_cast<int>(job.Number(1)));
+        Tell("restored");
+    } catch (const host::Error &error) {
+        Tell(error.what());
+    }
     return 0;
 }
 
@@ -469,6 +495,8 @@ const std::map<std::string, std::function<int(const Job &)>> kVerbs = {
     {"break-pass", BreakPass},
     {"count-lines", CountLinesOnce},
     {"hold-write-lock", HoldWriteLock},
+    {"read-store", ReadStore},
+    {"restore", Restore},
     {"create-keys", CreateKeys},
     {"write-values", WriteValues},
     {"flicker-key", FlickerKey},
