@@ -34,28 +34,35 @@ def free_port(kind=socket.SOCK_STREAM):
 
 class Authority:
     """A certificate authority of the test's own, with one certificate for localhost."""
+    NEW_KEY = ("-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes")
 
     def __init__(self, folder):
         folder.mkdir()
         self.ca = folder / "ca.pem"
-        self.certificate = folder / "server.pem"
-        self.key = folder / "server.key"
-        ca_key = folder / "ca.key"
-        request = folder / "server.csr"
-        names = folder / "names"
-        names.write_text("subjectAltName=DNS:localhost,IP:127.0.0.1\n")
-        new_key = ["-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes"]
-        for words in (
-                ["req", "-x509", *new_key, "-days", "2", "-subj", "/CN=test CA", "-keyout", ca_key,
-                 "-out", self.ca],
-                ["req", *new_key, "-subj", "/CN=localhost", "-keyout", self.key, "-out", request],
-                ["x509", "-req", "-in", request, "-CA", self.ca, "-CAkey", ca_key, "-days", "2",
-                 "-CAcreateserial", "-extfile", names, "-out", self.certificate]):
-            subprocess.run(["openssl", *map(str, words)], check=True, capture_output=True)
+        self._folder = folder
+        self._openssl("req", "-x509", *self.NEW_KEY, "-days", "2", "-subj", f"/CN=test {folder.name}",
+                      "-keyout", folder / "ca.key", "-out", self.ca)
+        (folder / "names").write_text("subjectAltName=DNS:localhost,IP:127.0.0.1\n")
+        self.certificate, self.key = self.issue("localhost")
 
-    def context(self):
+    def _openssl(self, *words):
+        subprocess.run(["openssl", *map(str, words)], check=True, capture_output=True)
+
+    def issue(self, name):
+        """Makes a certificate and its key for this name, which is at home on this host."""
+        certificate, key, request = (self._folder / f"{name}.{end}" for end in ("pem", "key", "csr"))
+        self._openssl("req", *self.NEW_KEY, "-subj", f"/CN={name}", "-keyout", key, "-out", request)
+        self._openssl("x509", "-req", "-in", request, "-CA", self.ca, "-CAkey", self._folder / "ca.key",
+                      "-days", "2", "-CAcreateserial", "-extfile", self._folder / "names", "-out", certificate)
+        return certificate, key
+
+    def context(self, clients=None):
+        """Of a server; with another authority, only for clients that have a certificate of it."""
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
         context.load_cert_chain(self.certificate, self.key)
+        if clients:
+            context.verify_mode = ssl.CERT_REQUIRED
+            context.load_verify_locations(clients.ca)
         return context
 
 
@@ -67,6 +74,7 @@ class _Server(socketserver.ThreadingMixIn, socketserver.TCPServer):
     def __init__(self, port, handler, context):
         self.context = context
         self.connections = set()
+        self.refusals = []  # why there was no connection
         super().__init__(("127.0.0.1", port), handler)
 
     def process_request_thread(self, request, client_address):
@@ -76,8 +84,8 @@ class _Server(socketserver.ThreadingMixIn, socketserver.TCPServer):
                 request = self.context.wrap_socket(request, server_side=True)
                 self.connections.add(request)
             super().process_request_thread(request, client_address)
-        except OSError:
-            pass
+        except OSError as error:
+            self.refusals.append(str(error))
 
     def handle_error(self, request, client_address):
         pass  # the daemon was killed, or this server is stopping
@@ -107,6 +115,10 @@ class Service:
         self._server = _Server(self.port, self.handler(), self._context)
         threading.Thread(target=self._server.serve_forever, args=(0.01,), daemon=True).start()
 
+    def refused(self, why):
+        """Has it turned somebody away for this reason?"""
+        return any(why in one for one in self._server.refusals)
+
     def stop(self):
         if self._server:
             self._server.shutdown()
@@ -118,9 +130,10 @@ class Service:
 class HttpsReceiver(Service):
     """Keeps the requests that it has answered with 200."""
 
-    def __init__(self, the_lab, authority, delay=0.0):
-        super().__init__(the_lab, authority.context())
+    def __init__(self, the_lab, authority, delay=0.0, clients=None):
+        super().__init__(the_lab, authority.context(clients))
         self.requests = []  # (headers, JSON)
+        self.clients = []  # the names in the certificates of those who have asked
         self.delay = delay
         self.url = f"https://localhost:{self.port}/alerts"
 
@@ -133,6 +146,8 @@ class HttpsReceiver(Service):
             def do_POST(self):
                 body = self.rfile.read(int(self.headers["Content-Length"]))
                 time.sleep(service.delay)
+                for field in (self.connection.getpeercert() or {}).get("subject", ()):
+                    service.clients.append(dict(field)["commonName"])
                 service.requests.append((dict(self.headers), json.loads(body)))
                 self.send_response(200)
                 self.send_header("Content-Length", "0")
@@ -145,6 +160,42 @@ class HttpsReceiver(Service):
 
     def alerts(self):
         return [alert for _, alert in self.requests]
+
+
+class Proxy(Service):
+    """Connects whoever asks to where they want, and keeps what they have asked for."""
+
+    def __init__(self, the_lab):
+        super().__init__(the_lab)
+        self.asked = []  # "CONNECT localhost:443"
+        self.url = f"http://127.0.0.1:{self.port}"
+
+    def handler(self):
+        service = self
+
+        class Handler(socketserver.StreamRequestHandler):
+            def handle(self):
+                asked = self.rfile.readline().decode()
+                while self.rfile.readline() not in (b"\r\n", b""):
+                    pass
+                service.asked.append(" ".join(asked.split(" ")[:2]))
+                host, port = asked.split(" ")[1].rsplit(":", 1)
+                with socket.create_connection((host, int(port))) as there:
+                    self.wfile.write(b"HTTP/1.1 200 Connection established\r\n\r\n")
+                    back = threading.Thread(target=self.carry, args=(there, self.connection), daemon=True)
+                    back.start()
+                    self.carry(self.connection, there)
+                    back.join()
+
+            def carry(self, source, target):
+                try:
+                    while data := source.recv(65536):
+                        target.sendall(data)
+                    target.shutdown(socket.SHUT_WR)
+                except OSError:
+                    pass  # one of them has hung up
+
+        return Handler
 
 
 class MailServer(Service):

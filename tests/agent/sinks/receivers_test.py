@@ -112,6 +112,48 @@ class Https(SinkTest):
         self.wait_delivered("hook")
         self.assert_arrived(self.arrived())
 
+    def test_a_receiver_that_wants_a_certificate_of_its_clients_gets_it(self):
+        clients = receivers.Authority(self.lab.folder / "clients")
+        stranger = receivers.Authority(self.lab.folder / "strangers")
+        self.receiver = receivers.HttpsReceiver(self.lab, self.authority, clients=clients)
+        self.receiver.start()
+        wrong, key_of_wrong = stranger.issue("a-stranger")
+        right, key = clients.issue("syslogmon")
+        self.add_webhook()
+        self.report(1)
+        self.lab.wait_until("none was refused", lambda: self.receiver.refused("did not return a certificate"))
+        self.wait_failed("hook")
+        self.lab.command("sink", "set", "hook", f"cert={wrong}", f"key={key_of_wrong}")
+        self.report(1)
+        self.lab.wait_until("the one of a stranger was refused", lambda: self.receiver.refused("verify failed"))
+        # A certificate with the key of another one is no certificate at all.
+        self.lab.command("sink", "set", "hook", f"cert={right}", f"key={key_of_wrong}")
+        self.lab.wait_until("a key that does not fit was refused",
+                            lambda: "key" in (self.sink("hook")["last_error"] or ""))
+        self.assertEqual([], self.receiver.requests)
+        self.lab.command("sink", "set", "hook", f"cert={right}", f"key={key}")
+        self.report(1)
+        self.wait_delivered("hook")
+        self.assert_arrived(self.arrived())
+        self.assertEqual({"syslogmon"}, set(self.receiver.clients))
+
+    def test_a_proxy_is_asked_for_the_receiver_and_sees_no_alert(self):
+        clients = receivers.Authority(self.lab.folder / "clients")
+        self.receiver = receivers.HttpsReceiver(self.lab, self.authority, clients=clients)
+        self.receiver.start()
+        proxy = receivers.Proxy(self.lab)
+        certificate, key = clients.issue("syslogmon")
+        self.add_webhook(proxy=proxy.url, cert=certificate, key=key)
+        self.report(2)
+        self.assertIn("connect", self.wait_failed("hook").lower())
+        self.assertEqual([], self.receiver.requests, "nothing goes past a proxy that is down")
+        proxy.start()
+        self.report(2)
+        self.wait_delivered("hook")
+        self.assert_arrived(self.arrived())
+        self.assertEqual({f"CONNECT localhost:{self.receiver.port}"}, set(proxy.asked))
+        self.assertEqual({"syslogmon"}, set(self.receiver.clients))
+
     def test_a_daemon_that_is_killed_while_it_sends_repeats_only_what_was_seen(self):
         self.receiver.delay = 0.005
         self.receiver.start()
