@@ -56,9 +56,9 @@ rules::RulesChange Compare(const Context &context, const ApplyOptions &options,
 {
     host::RegistryTree &registry = context.Host().registry();
     host::Store &store = context.Host().store();
-    rules::RulesChange change =
-        rules::CompareHost(store, registry, applied.parsed,
-                           {options.prune, time(nullptr), Author(), fleet::ReadOwners(store)});
+    rules::RulesChange change = rules::CompareHost(
+        store, registry, applied.parsed,
+        {options.prune, time(nullptr), Author(), fleet::ReadOwners(store), options.dry_run});
     const rules::EventChecks checks{
         rules::SettingBehind(applied.parsed, registry, "log-charset"),
         rules::SettingBehind(applied.parsed, registry, "fault-tolerant") == "on", options.force};
@@ -106,7 +106,11 @@ void PrintWarnings(const Context &context, const rules::RulesChange &change,
     std::vector<std::string> warnings = change.events.warnings;
     if (parsed.sections.sinks) {
         for (const rules::SinkEntry &sink : *parsed.sections.sinks) {
-            for (const std::string &warning : SinkWarnings(context.Host(), sink.config))
+            // What is wrong with a file that could not be read is said already.
+            const auto unread = change.sections.unread.find(sink.config.name);
+            for (const std::string &warning : unread != change.sections.unread.end()
+                                                  ? unread->second
+                                                  : SinkWarnings(context.Host(), sink.config))
                 warnings.push_back("the sink " + sink.config.name + ": " + warning);
         }
     }
@@ -220,7 +224,8 @@ void SetUpApply(Parser &parser, Context &context)
         .Add("file", options->file, "Rules file (YAML), or a folder of them; - for standard input")
         .TypeName("FILE")
         .Required();
-    parser.AddFlag("--dry-run", options->dry_run, "Show what would change, and change nothing");
+    parser.AddFlag("--dry-run", options->dry_run,
+                   "Show what would change, and change nothing; secrets of sinks may be missing");
     parser.AddFlag(
         "--prune", options->prune,
         "Remove the events that are not in the file, and end silences that were added by hand");

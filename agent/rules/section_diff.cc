@@ -203,8 +203,11 @@ void SectionComparison::TakeSink(const SinkEntry &entry, const sinks::StoredSink
         ++difference_->unchanged;
         return;
     }
-    if (!Passes(entry.at, [&] { sinks::CheckSink(config); }))
+    std::vector<std::string> unread;
+    if (!Passes(entry.at, [&] { sinks::CheckSink(config, options_.is_trial ? &unread : nullptr); }))
         return;
+    if (!unread.empty())
+        difference_->unread.emplace(config.name, std::move(unread));
     SectionChange change;
     change.kind = stored == nullptr ? How::kAdd : How::kChange;
     change.section = "sinks";

@@ -15,6 +15,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -51,6 +52,8 @@ struct SectionDifference {
     std::vector<std::string> staying; // silences that a command has added, by their numbers
     std::vector<std::string> local;   // settings of the fleet's file that this host has set itself
     std::vector<text::Issue> issues;
+    // By the name of a sink: what a trial could not read of its secrets, a line each.
+    std::map<std::string, std::vector<std::string>> unread;
     std::set<std::string> wakes; // named events to set behind the commit
 };
 
@@ -65,6 +68,7 @@ struct SectionOptions {
     int64_t now_s = 0;       // seconds since 1970
     std::string author = {}; // of new silences that name none
     Owners owners = {};
+    bool is_trial = false; // nothing will be written: secrets of sinks may be missing
 };
 
 // Compares the sections that are there with the host. Store and registry must outlive the changes, and stay as they

@@ -49,7 +49,7 @@ size_t OnBody(const char *data, size_t, size_t size, void *text)
 }
 
 // Both files or none. That they can be read is looked at here, for a better message than libcurl's.
-void SetCertificate(CURL *handle, const SinkConfig &config)
+void SetCertificate(CURL *handle, const SinkConfig &config, Secrets &secrets)
 {
     if (config.Has("cert") != config.Has("key"))
         throw host::Error("cannot use a certificate of the client",
@@ -58,8 +58,11 @@ void SetCertificate(CURL *handle, const SinkConfig &config)
     if (!config.Has("cert"))
         return;
     for (const char *option : {"cert", "key"}) {
-        if (access(config.Get(option).c_str(), R_OK) != 0)
-            throw host::Error("cannot read the file " + config.Get(option), strerror(errno),
+        const std::string file = config.Get(option);
+        const int failure = access(file.c_str(), R_OK) == 0 ? 0 : errno;
+        const bool is_secret = strcmp(option, "key") == 0;
+        if (failure != 0 && !(is_secret && secrets.Excuses(file, failure)))
+            throw host::Error("cannot read the file " + file, strerror(failure),
                               "name a readable file in PEM form");
     }
     curl_easy_setopt(handle, CURLOPT_SSLCERT, config.Get("cert").c_str());
@@ -171,7 +174,7 @@ HttpClient::HttpClient(const SinkConfig &config, Secrets &secrets, const std::st
     // Redirections are not followed, which is the standard: they would take the secrets elsewhere.
     curl_easy_setopt(curl_.get(), CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(curl_.get(), CURLOPT_FOLLOWLOCATION, 0L);
-    SetCertificate(curl_.get(), config);
+    SetCertificate(curl_.get(), config, secrets);
     if (config.Has("proxy"))
         curl_easy_setopt(curl_.get(), CURLOPT_PROXY, config.Get("proxy").c_str());
     curl_easy_setopt(curl_.get(), CURLOPT_WRITEFUNCTION, OnBody);

@@ -102,8 +102,12 @@ nats::Access AccessOf(const SinkConfig &config, Secrets &secrets)
     access.key = config.Get("key");
     // The library reads these itself, and does not say which of them it could not.
     for (const std::string &file : {access.credentials, access.ca_file, access.cert, access.key}) {
-        if (!file.empty() && ::access(file.c_str(), R_OK) != 0)
-            throw host::Error("cannot read the file " + file, strerror(errno),
+        if (file.empty() || ::access(file.c_str(), R_OK) == 0)
+            continue;
+        const int failure = errno;
+        const bool is_secret = file == access.credentials || file == access.key;
+        if (!is_secret || !secrets.Excuses(file, failure))
+            throw host::Error("cannot read the file " + file, strerror(failure),
                               "name a file that the daemon's user can read");
     }
     access.timeout = std::chrono::seconds(config.Number("timeout"));

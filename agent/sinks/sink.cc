@@ -17,6 +17,8 @@ namespace {
 
 // A wrong name, such as that of a log, shows here and not as a request of many megabytes.
 constexpr size_t kMaxSecret = 64 * size_t{1024}; // bytes of a secret file
+// In place of a secret that a trial cannot read: a URL, and long enough for a key.
+constexpr char kUnread[] = "https://unread.invalid/";
 
 int64_t SteadyMs()
 {
@@ -84,6 +86,8 @@ std::string Secrets::Read(const std::string &path)
     // Not looked at for its rights here: SecretWarnings does, and warns, because the alert is worth
     // more.
     std::ifstream file(path, std::ios::binary);
+    if (!file && Excuses(path, errno))
+        return kUnread;
     if (!file)
         throw host::Error("cannot read the secret in " + path, strerror(errno),
                           "create the file, readable by the daemon's user only");
@@ -100,6 +104,15 @@ std::string Secrets::Read(const std::string &path)
     if (std::find(known_.begin(), known_.end(), secret) == known_.end())
         known_.push_back(secret);
     return secret;
+}
+
+bool Secrets::Excuses(const std::string &path, int failure)
+{
+    if (unread_ == nullptr || (failure != EACCES && failure != ENOENT))
+        return false;
+    unread_->push_back("the secret in " + path + " cannot be read here (" + strerror(failure) +
+                       "), so it was not looked at; without it apply refuses the sink");
+    return true;
 }
 
 std::string Secrets::Hide(std::string text) const
@@ -191,15 +204,19 @@ void CheckOptions(const SinkConfig &config)
 }
 
 // Whether they go together comes last.
-void CheckSink(const SinkConfig &config)
+void CheckSink(const SinkConfig &config, std::vector<std::string> *unread)
 {
     CheckOptions(config);
+    std::vector<std::string> notes;
     for (const std::string &peer : config.Peers()) {
-        Secrets secrets;
+        notes.clear(); // those of one stand for all: each reads the same files
+        Secrets secrets = unread != nullptr ? Secrets(&notes) : Secrets();
         // Made and thrown away: a kind checks here what no single option shows. It connects to
         // nothing.
         config.kind->open(config, peer, secrets);
     }
+    if (unread != nullptr)
+        unread->insert(unread->end(), notes.begin(), notes.end());
 }
 
 std::vector<std::string> SecretWarnings(const SinkConfig &config)

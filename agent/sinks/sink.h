@@ -95,14 +95,23 @@ class Sink {
 // out of any text that is shown: a receiver may well send back what it was sent. Of one thread.
 class Secrets {
   public:
+    Secrets() = default;
+    // Of a trial, in which a secret may be missing, or not for this user to read: `unread` gets a line about
+    // it, and a text of no meaning, which passes for a URL or a password, stands for it.
+    explicit Secrets(std::vector<std::string> *unread) : unread_(unread) {}
+
     // The first line of the file, of at most 64 KiB. Throws host::Error, which names the file and
     // never its content.
     std::string Read(const std::string &path);
+    // Of a file that a library reads itself: may it be left unread, though `failure` (an errno) says that it
+    // cannot be read? Only in a trial; it is noted.
+    bool Excuses(const std::string &path, int failure);
     // The text with "***" in place of each secret.
     [[nodiscard]] std::string Hide(std::string text) const;
 
   private:
     std::vector<std::string> known_;
+    std::vector<std::string> *unread_ = nullptr; // null: it is no trial
 };
 
 struct SinkConfig;
@@ -177,8 +186,9 @@ const SinkOption &FindOption(const SinkKind &kind, const std::string &name);
 void CheckOptions(const SinkConfig &config);
 
 // Throws host::Error, which says what is allowed, unless a sink can be made of this. Reads the
-// files that the options name, and connects to nothing.
-void CheckSink(const SinkConfig &config);
+// files that the options name, and connects to nothing. With `unread`, secrets may be missing, or not for this user
+// to read: it gets a line about each.
+void CheckSink(const SinkConfig &config, std::vector<std::string> *unread = nullptr);
 
 // What is unsafe about its secrets, such as that everybody can read the file of one. One line each.
 std::vector<std::string> SecretWarnings(const SinkConfig &config);

@@ -19,6 +19,10 @@ SINKS = """sinks:
   - name: out
     kind: file
     path: /var/log/out.json
+  - name: hook
+    kind: webhook
+    url: http://127.0.0.1:9/
+    token-file: {target}/hook.token
 """
 
 
@@ -31,7 +35,7 @@ class Ansible(lab.LabTest):
         (self.target / "conf.d").mkdir(parents=True)
         self.files.mkdir()
         self.write("events.yaml", EVENTS.format(source="DISK"))
-        self.write("sinks.yaml", SINKS)
+        self.write("sinks.yaml", SINKS.format(target=self.target))
         self.daemon.start()
 
     def write(self, name, text):
@@ -68,12 +72,13 @@ class Ansible(lab.LabTest):
         self.assertEqual(0, status, said)
         self.assertGreater(changed, 0, said)
         self.assertEqual((before, {}), (self.set_up(), self.placed()))
+        self.assertFalse((self.target / "hook.token").exists(), "a look needs no secrets")
 
         status, changed, said = self.play()
         self.assertEqual(0, status, said)
         self.assertGreater(changed, 0, said)
         self.assertEqual(["DISK"], [event["source"] for event in self.lab.json("event", "list")["events"]])
-        self.assertEqual(["out"], [sink["name"] for sink in self.lab.json("sink", "list")["sinks"]])
+        self.assertEqual(["out", "hook"], [sink["name"] for sink in self.lab.json("sink", "list")["sinks"]])
         self.assertEqual({"events.yaml", "sinks.yaml"}, set(self.placed()))
         self.assertEqual(0o600, (self.target / "hook.token").stat().st_mode & 0o777)
         self.assertNotIn("s3cret", said)

@@ -110,6 +110,26 @@ class Readers(lab.LabTest):
             self.assertIn("run as root", refused.stderr, words)
         self.assertEqual(before, self.lab.command("reg", "export"))
 
+    def test_a_member_sees_what_a_file_would_change_without_reading_its_secrets(self):
+        self.let_in()
+        self.work()
+        secret = self.lab.folder / "token"
+        secret.write_text("s3cret-of-root\n")
+        secret.chmod(0o600)
+        rules = self.lab.folder / "rules.yaml"
+        rules.write_text(f"sinks:\n  - name: hook\n    kind: webhook\n    url: https://alerts.invalid/\n"
+                         f"    token-file: {secret}\n")
+        rules.chmod(0o644)
+        dry = self.reader("apply", rules, "--dry-run", "--detailed-exitcode")
+        self.assertEqual(2, dry.returncode, dry.stderr)
+        self.assertIn("+ sink hook", dry.stdout)
+        self.assertEqual(f"syslogmon: warning: the sink hook: the secret in {secret} cannot be read here (Permission denied), "
+                         "so it was not looked at; without it apply refuses the sink\n", dry.stderr)
+        self.assertEqual(self.lab.command("apply", rules, "--dry-run"), dry.stdout)
+        refused = self.reader("apply", rules)
+        self.assertEqual(1, refused.returncode)
+        self.assertIn("run as root", refused.stderr)
+
     def test_a_backup_of_a_member_is_his_own_alone(self):
         self.let_in()
         self.work()

@@ -100,6 +100,53 @@ TEST_F(ApplyHost, AMistakeAnywhereChangesNothing)
     EXPECT_EQ(before, Registry());
 }
 
+TEST_F(ApplyHost, ADryRunNeedsNoSecretsAndSaysSoWhereApplyRefusesTheSink)
+{
+    const std::string secret = File("hook.token").string();
+    const std::string file = Rules("sinks:\n"
+                                   "  - name: hook\n"
+                                   "    kind: webhook\n"
+                                   "    url-file: " +
+                                   secret + "\n    token-file: " + secret + "\n");
+    const Finished dry = Syslogmon({"apply", file, "--dry-run", "--detailed-exitcode"});
+    EXPECT_EQ(2, dry.status);
+    EXPECT_NE(std::string::npos, dry.out.find("+ sink hook")) << dry.out;
+    const std::string warning = "syslogmon: warning: the sink hook: the secret in " + secret +
+                                " cannot be read here (No such file or directory), so it was not "
+                                "looked at; without it apply refuses the sink\n";
+    EXPECT_EQ(warning + warning, dry.err);
+    const Finished refused = Syslogmon({"apply", file});
+    EXPECT_EQ(1, refused.status);
+    EXPECT_EQ(0U, refused.err.find(file + ":2:5: cannot read the secret in " + secret +
+                                   ": No such file or directory; create the file, readable by the "
+                                   "daemon's user only\n"))
+        << refused.err;
+    // A secret that is there is looked at.
+    test::WriteFile(secret, "no URL\n");
+    for (const char *option : {"--dry-run", "--force"})
+        EXPECT_NE(std::string::npos,
+                  Syslogmon({"apply", file, option}).err.find("cannot use the URL in " + secret));
+    test::WriteFile(secret, "https://alerts.invalid/\n");
+    EXPECT_EQ(0, Syslogmon({"apply", file}).status);
+}
+
+TEST_F(ApplyHost, ADryRunStillFindsWhatIsWrongBesideASecretThatIsMissing)
+{
+    const std::string key = "/nowhere/key";
+    for (const auto &[options, error] : std::vector<std::pair<std::string, std::string>>{
+             {"cert: /nowhere/cert\n    key: " + key, "cannot read the file /nowhere/cert"},
+             {"token-file: " + key + "\n    topic: x", "a topic is for format=ntfy"},
+             {"header-file.X Y: " + key, "a header cannot have that name"}}) {
+        const Finished dry = Syslogmon({"apply",
+                                        Rules("sinks:\n  - name: hook\n    kind: webhook\n    url: "
+                                              "https://alerts.invalid/\n    " +
+                                              options + "\n"),
+                                        "--dry-run"});
+        EXPECT_EQ(1, dry.status);
+        EXPECT_NE(std::string::npos, dry.err.find(error)) << dry.err;
+    }
+}
+
 TEST_F(ApplyHost, WhatIsExportedChangesNothingWhenItIsApplied)
 {
     ExpectDone({"sink", "add", "mail", "m", "server=smtp://h", "from=a@b", "to=c@d", "digest=3"});
