@@ -1,5 +1,7 @@
 """NATS servers on this machine, and hosts that send their alerts there: for the tests of fleets."""
 import contextlib
+import ctypes
+import itertools
 import json
 import os
 import shutil
@@ -39,31 +41,35 @@ def free_ports(count):
 class Server:
     """One nats-server with a folder of its own."""
 
-    def __init__(self, servers, number, port, route, monitor):
+    def __init__(self, servers, number, port, route, monitor, address="127.0.0.1", under=()):
         self._servers = servers
         self.name = f"{servers.name}{number}"
+        self.address = address
         self.port = port
         self.route = route
         self.monitor = monitor
+        self._under = under
         self.folder = servers.lab.folder / f"nats-{self.name}"
         self.child = None
         self.is_stopped = False
 
     @property
     def url(self):
-        return f"nats://127.0.0.1:{self.port}"
+        return f"nats://{self.address}:{self.port}"
 
     def configure(self, routes):
+        """`routes`: where it finds the others, HOST:PORT of each."""
         self.folder.mkdir()
+        listen = "127.0.0.1" if self.address == "127.0.0.1" else "0.0.0.0"
         cluster = ""
         if routes:
-            listed = ", ".join(f"nats://127.0.0.1:{route}" for route in routes)
-            cluster = f"""cluster {{ name: fleet, listen: "127.0.0.1:{self.route}", routes: [{listed}],
+            listed = ", ".join(f"nats://{route}" for route in routes)
+            cluster = f"""cluster {{ name: fleet, listen: "{listen}:{self.route}", routes: [{listed}],
                           no_advertise: true }}"""
         (self.folder / "nats.conf").write_text(f"""
 server_name: {self.name}
-listen: "127.0.0.1:{self.port}"
-http: "127.0.0.1:{self.monitor}"
+listen: "{listen}:{self.port}"
+http: "{listen}:{self.monitor}"
 max_payload: 1MB
 jetstream {{ store_dir: "{self.folder}/data" }}
 {cluster}
@@ -72,7 +78,7 @@ jetstream {{ store_dir: "{self.folder}/data" }}
 
     def start(self):
         self.child = self._servers.lab.spawn(f"nats-{self.name}",
-                                             [server_program(), "-c", self.folder / "nats.conf"])
+                                             [*self._under, server_program(), "-c", self.folder / "nats.conf"])
 
     def kill(self):
         self.resume()
@@ -93,12 +99,18 @@ jetstream {{ store_dir: "{self.folder}/data" }}
         shutil.rmtree(self.folder / "data", ignore_errors=True)
 
     def is_healthy(self):
-        """It has all that the others have, by its own account."""
-        return self.ask("/healthz").get("status") == "ok"
+        """It runs, and knows what the cluster has."""
+        only = "?js-server-only=true" if self._servers.replicas > 1 else ""
+        return self.ask("/healthz" + only).get("status") == "ok"
+
+    def streams(self):
+        """All that it has, by name."""
+        return {stream["name"]: stream for account in self.ask("/jsz?streams=true&config=true").get("account_details", [])
+                for stream in account.get("stream_detail", [])}
 
     def ask(self, path):
         try:
-            with urllib.request.urlopen(f"http://127.0.0.1:{self.monitor}{path}", timeout=2) as answer:
+            with urllib.request.urlopen(f"http://{self.address}:{self.monitor}{path}", timeout=2) as answer:
                 return json.load(answer)
         except (OSError, ValueError):
             return {}
@@ -111,10 +123,14 @@ class Servers:
         self.lab = the_lab
         self.name = name
         self.extra = extra
+        self.all = self.make(count)
+
+    def make(self, count):
         ports = free_ports(3 * count)
-        self.all = [Server(self, i, *ports[3 * i:3 * i + 3]) for i in range(count)]
-        for server in self.all:
-            server.configure([other.route for other in self.all] if count > 1 else [])
+        made = [Server(self, i, *ports[3 * i:3 * i + 3]) for i in range(count)]
+        for server in made:
+            server.configure([f"127.0.0.1:{other.route}" for other in made] if count > 1 else [])
+        return made
 
     def start(self):
         for server in self.all:
@@ -131,8 +147,23 @@ class Servers:
         self.wait_healthy()
 
     def wait_healthy(self):
+        """Until another one of them may be lost. That takes a minute and more when two were wiped one soon after the other: the
+        first of them, should it lead now, has nothing to give the second until it writes a snapshot, which it does each
+        minute. How far readers are comes even later, and is not waited for: the collector's store knows it."""
+        self.lab.wait_until("the servers are well", self.are_well, 3 * lab.PATIENCE)
+
+    def are_well(self):
+        """Each has all messages of all that is kept on all of them."""
+        if not all(server.is_healthy() for server in self.all):
+            return False
+        wanted = {}
         for server in self.all:
-            self.lab.wait_until(f"the server {server.name} is well", server.is_healthy)
+            for name, stream in server.streams().items():
+                if stream["config"]["num_replicas"] == self.replicas:
+                    wanted[name] = max(wanted.get(name, 0), stream["state"]["last_seq"])
+        had = [server.streams() for server in self.all]
+        return all(name in streams and streams[name]["state"]["last_seq"] >= last
+                   for name, last in wanted.items() for streams in had)
 
     @property
     def urls(self):
@@ -145,15 +176,89 @@ class Servers:
     def stream(self, name=STREAM):
         """What the first server that answers tells of a stream; nothing while there is none."""
         for server in self.all:
-            for account in server.ask("/jsz?streams=true&config=true").get("account_details", []):
-                for stream in account.get("stream_detail", []):
-                    if stream["name"] == name:
-                        return stream
+            if found := server.streams().get(name):
+                return found
         return {}
 
     def messages(self, name=STREAM):
         """How many the stream has had."""
         return self.stream(name).get("state", {}).get("last_seq", 0)
+
+
+# ---- servers with cables between them ----
+
+CLONE_NEWNET = 0x40000000
+
+
+def enter_network():
+    """Gives this program, and all that it starts from here on, a network of its own. Returns whether that can be."""
+    if ctypes.CDLL(None).unshare(CLONE_NEWNET) != 0:
+        return False
+    _ip("link", "set", "lo", "up")
+    return True
+
+
+def _ip(*words, inside=None):
+    within = [] if inside is None else ["nsenter", f"--net=/proc/{inside.pid}/ns/net", "--"]
+    subprocess.run([*within, "ip", *map(str, words)], check=True)
+
+
+class Cable:
+    """Between two networks, each with its address: 10.77.NUMBER.1 and .2."""
+
+    def __init__(self, number, one, other):
+        self._one = one
+        self._name = f"cable{number}"
+        _ip("link", "add", self._name, "type", "veth", "peer", "name", f"{self._name}b")
+        for end, (name, inside) in enumerate(((self._name, one), (f"{self._name}b", other)), 1):
+            if inside is not None:
+                _ip("link", "set", name, "netns", inside.pid)
+            _ip("address", "add", f"10.77.{number}.{end}/24", "dev", name, inside=inside)
+            _ip("link", "set", name, "up", inside=inside)
+
+    def pull(self):
+        _ip("link", "set", self._name, "down", inside=self._one)
+
+    def plug(self):
+        _ip("link", "set", self._name, "up", inside=self._one)
+
+
+class CabledServers(Servers):
+    """Each in a network of its own, with a cable to each of the others and one to the hosts. After enter_network()."""
+
+    def make(self, count):
+        # The networks outlive the servers.
+        networks = [self.lab.spawn(f"network{i}", ["unshare", "--net", "sleep", "infinity"]) for i in range(count)]
+        for network in networks:
+            self.lab.wait_until("the network is there", lambda: self._has_own(network))
+            _ip("link", "set", "lo", "up", inside=network)
+        for number, network in enumerate(networks):
+            Cable(number, None, network)
+        made = [Server(self, i, 4222, 6222, 8222, f"10.77.{i}.2",
+                       ["nsenter", f"--net=/proc/{networks[i].pid}/ns/net", "--"]) for i in range(count)]
+        routes = [[] for _ in range(count)]
+        self._cables = [[] for _ in range(count)]
+        for number, (i, j) in enumerate(itertools.combinations(range(count), 2), count):
+            cable = Cable(number, networks[i], networks[j])
+            for one, other, end in ((i, j, 2), (j, i, 1)):
+                self._cables[one].append(cable)
+                routes[one].append(f"10.77.{number}.{end}:6222")
+        for server, others in zip(made, routes):
+            server.configure(others)
+        return made
+
+    @staticmethod
+    def _has_own(network):
+        return os.readlink(f"/proc/{network.pid}/ns/net") != os.readlink("/proc/self/ns/net")
+
+    def cut(self, server):
+        """The others do not reach it any more, and it does not reach them; the hosts reach all of them."""
+        for cable in self._cables[self.all.index(server)]:
+            cable.pull()
+
+    def heal(self, server):
+        for cable in self._cables[self.all.index(server)]:
+            cable.plug()
 
 
 class Host:
@@ -258,7 +363,7 @@ class Stranger:
     """A client that says to a server what it likes, and hears what it may not."""
 
     def __init__(self, server, user="", password=""):
-        self._socket = socket.create_connection(("127.0.0.1", server.port), timeout=10)
+        self._socket = socket.create_connection((server.address, server.port), timeout=10)
         self._lines = self._socket.makefile("rb")
         self._lines.readline()  # who the server is
         options = {"user": user, "pass": password, "verbose": False, "headers": True}

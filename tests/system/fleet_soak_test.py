@@ -3,7 +3,7 @@ alert is collected once, and in its host's order.
 
     SYSLOGMON_FLEET_HOSTS    simulated hosts; 1000 unless set
     SYSLOGMON_FLEET_ALERTS   alerts of all; 200000 unless set
-    SYSLOGMON_FLEET_FAULTS   how often something is killed, stopped or wiped; 100 unless set
+    SYSLOGMON_FLEET_FAULTS   how often something is killed, stopped, wiped or cut off; 100 unless set
 """
 import os
 import resource
@@ -55,7 +55,7 @@ class Soak(lab.LabTest):
         hard = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
         resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
         self.random = lab.randomness("what to kill")
-        self.servers = fleet.Servers(self.lab, 3)
+        self.servers = fleet.CabledServers(self.lab, 3)
         self.servers.start()
         self.centre = fleet.Centre(self.servers)
         self.addCleanup(self.centre.lab.close)
@@ -108,7 +108,7 @@ class Soak(lab.LabTest):
             self.assertEqual(host.ledger(), self.centre.ledger(host))
 
     def harm(self, simulated):
-        what = self.random.choice(("server killed", "server stopped", "server wiped", "agent killed",
+        what = self.random.choice(("server killed", "server stopped", "server wiped", "server cut off", "agent killed",
                                    "simulated hosts killed", "collector killed"))
         server = self.random.choice(self.servers.all)
         if what == "agent killed":
@@ -124,6 +124,10 @@ class Soak(lab.LabTest):
             server.stop()
             time.sleep(self.random.choice((1, 1, 1, 1, 10, 60)))
             server.resume()
+        elif what == "server cut off":
+            self.servers.cut(server)
+            time.sleep(self.random.choice((1, 1, 1, 1, 10, 60)))
+            self.servers.heal(server)
         else:
             self.servers.lose(server, what == "server wiped")
         return what
@@ -131,4 +135,7 @@ class Soak(lab.LabTest):
 
 if __name__ == "__main__":
     fleet.server_program()
+    if not fleet.enter_network():
+        print("skipped: no network of its own can be made here")
+        raise SystemExit(fleet.SKIPPED)
     lab.main()

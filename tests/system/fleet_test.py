@@ -14,11 +14,12 @@ class Fleet(lab.LabTest):
     """A few hosts, servers, and the host that collects."""
 
     servers_count = 1
+    kind_of_servers = fleet.Servers
 
     def setUp(self):
         super().setUp()
         self.random = lab.randomness("what to kill")
-        self.servers = fleet.Servers(self.lab, self.servers_count)
+        self.servers = self.kind_of_servers(self.lab, self.servers_count)
         self.servers.start()
         self.centre = fleet.Centre(self.servers)
         self.addCleanup(self.centre.lab.close)
