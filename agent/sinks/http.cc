@@ -19,6 +19,8 @@ namespace {
 constexpr size_t kMaxReply = 1024; // bytes of a reply's body that are kept
 // Within the time limit of the whole request. A host that is down mostly does not answer at all.
 constexpr long kConnectSeconds = 10;
+// What is kept of a wish for the next try: anybody can write any number.
+constexpr curl_off_t kLongestRetrySeconds = curl_off_t{24} * 60 * 60;
 // Who sends, where to, or when is wrong: any alert would be answered so.
 constexpr long kOfReceiver[] = {401, 404, 407, 429, 503};
 
@@ -45,6 +47,25 @@ size_t OnBody(const char *data, size_t, size_t size, void *text)
 {
     auto *kept = static_cast<std::string *>(text);
     kept->append(data, std::min(size, kMaxReply - kept->size()));
+    return size;
+}
+
+// "HTTP/1.1 200 OK": a version, and a status of three digits behind blanks.
+bool HasStatus(std::string_view line)
+{
+    const size_t digits = line.find_first_not_of("0123456789.", strlen("HTTP/"));
+    const size_t status = line.find_first_not_of(' ', digits);
+    return digits != std::string_view::npos && line[digits] == ' ' &&
+           status != std::string_view::npos &&
+           line.find_first_not_of("0123456789", status) == status + 3;
+}
+
+// libcurl takes a first line that it does not understand for one with the status 200.
+size_t OnHeader(const char *data, size_t, size_t size, void *has_status)
+{
+    const std::string_view line(data, size);
+    if (line.starts_with("HTTP/"))
+        *static_cast<bool *>(has_status) = HasStatus(line);
     return size;
 }
 
@@ -178,6 +199,7 @@ HttpClient::HttpClient(const SinkConfig &config, Secrets &secrets, const std::st
     if (config.Has("proxy"))
         curl_easy_setopt(curl_.get(), CURLOPT_PROXY, config.Get("proxy").c_str());
     curl_easy_setopt(curl_.get(), CURLOPT_WRITEFUNCTION, OnBody);
+    curl_easy_setopt(curl_.get(), CURLOPT_HEADERFUNCTION, OnHeader);
     curl_easy_setopt(curl_.get(), CURLOPT_USERAGENT, "syslogmon");
     headers_.push_back("Content-Type: " + content_type);
     headers_.emplace_back("Expect:"); // no "100-continue", which many receivers do not know
@@ -204,6 +226,7 @@ HttpReply HttpClient::Post(const std::string &url, const std::string &body,
     all.insert(all.end(), headers.begin(), headers.end());
     const CurlList list = CurlListOf(all);
     std::string text;
+    bool has_status = false;
     CURL *handle = curl_.get();
     curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
     curl_easy_setopt(handle, CURLOPT_HTTPHEADER, list.get());
@@ -211,6 +234,7 @@ HttpReply HttpClient::Post(const std::string &url, const std::string &body,
     curl_easy_setopt(handle, CURLOPT_POSTFIELDS, body.c_str());
     curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
     curl_easy_setopt(handle, CURLOPT_WRITEDATA, &text);
+    curl_easy_setopt(handle, CURLOPT_HEADERDATA, &has_status);
     const std::string failure = curl_.Perform(interrupt);
     curl_easy_setopt(handle, CURLOPT_HTTPHEADER, nullptr);
     HttpReply reply;
@@ -219,14 +243,15 @@ HttpReply HttpClient::Post(const std::string &url, const std::string &body,
     long sent = 0; // bytes
     curl_easy_getinfo(handle, CURLINFO_REQUEST_SIZE, &sent);
     reply.was_sent = sent > 0 && !interrupt.IsRaised();
-    if (!failure.empty()) {
-        reply.text = failure;
+    if (!failure.empty() || !has_status) {
+        reply.text = !failure.empty() ? failure : "its answer is not HTTP";
         return reply;
     }
     curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &reply.status);
     curl_off_t retry_after = 0; // of a number, or of a date, which libcurl understands as well
     curl_easy_getinfo(handle, CURLINFO_RETRY_AFTER, &retry_after);
-    reply.retry_after = std::chrono::seconds(retry_after);
+    reply.retry_after =
+        std::chrono::seconds(std::clamp<curl_off_t>(retry_after, 0, kLongestRetrySeconds));
     reply.text = text;
     return reply;
 }

@@ -47,10 +47,11 @@ class CurlHandle {
 
 // What came of a request.
 struct HttpReply {
-    long status = 0;                     // 0: there was none
-    std::string text;                    // of the body, its beginning; or why there was none
-    bool was_sent = false;               // the request, or a part of it
-    std::chrono::seconds retry_after{0}; // the header of that name; 0: there was none
+    long status = 0;       // 0: there was none
+    std::string text;      // of the body, its beginning; or why there was none
+    bool was_sent = false; // the request, or a part of it
+    std::chrono::seconds retry_after{
+        0}; // the header of that name, a day at most; 0: there was none
 };
 
 class HttpClient {

@@ -221,8 +221,9 @@ bool IsRejectedByOtlp(const std::string &reply)
     if (parsed.is_discarded() || !parsed.contains(place))
         return false;
     const json &count = parsed[place];
+    // No whole number holds all that can be written there.
     return count.is_string() ? strtoll(count.get<std::string>().c_str(), nullptr, 10) > 0
-                             : count.is_number() && count.get<int64_t>() > 0;
+                             : count.is_number() && count.get<double>() > 0;
 }
 
 constexpr char kJson[] = "application/json";

@@ -61,6 +61,11 @@ class HttpReceiver::Server {
         rule_ = std::move(rule);
         body_ = std::move(body);
     }
+    void Speak(const std::string &protocol)
+    {
+        const std::lock_guard lock(mutex_);
+        protocol_ = protocol;
+    }
     void AddHeader(const std::string &header)
     {
         const std::lock_guard lock(mutex_);
@@ -87,6 +92,7 @@ class HttpReceiver::Server {
     std::mutex mutex_; // guards what follows
     Rule rule_ = [](const Request &) { return 200; };
     std::string headers_; // with their line ends
+    std::string protocol_ = "HTTP/1.1";
     std::string body_ = "ok";
     std::vector<Request> received_;
     std::vector<Request> taken_;
@@ -169,7 +175,7 @@ void HttpReceiver::Server::Serve(int number)
             if (status == 0)
                 return;
             if (status > 0)
-                reply = "HTTP/1.1 " + std::to_string(status) + " X\r\n" + headers_ +
+                reply = protocol_ + " " + std::to_string(status) + " X\r\n" + headers_ +
                         "Content-Length: " + std::to_string(body_.size()) + "\r\n\r\n" + body_;
         }
         if (write(fd.get(), reply.data(), reply.size()) < 0)
@@ -194,6 +200,11 @@ std::string HttpReceiver::Url(const std::string &path) const
 void HttpReceiver::Answer(Rule rule, std::string body)
 {
     server_->Answer(std::move(rule), std::move(body));
+}
+
+void HttpReceiver::Speak(const std::string &protocol)
+{
+    server_->Speak(protocol);
 }
 
 void HttpReceiver::AddHeader(const std::string &header)

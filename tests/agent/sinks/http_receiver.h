@@ -34,6 +34,9 @@ class HttpReceiver {
     // "Name: value", a header of each reply from now on.
     void AddHeader(const std::string &header);
 
+    // What the replies from now on begin with, in the place of "HTTP/1.1".
+    void Speak(const std::string &protocol);
+
     // What was received, whatever the answer was; and only what was answered with 200.
     [[nodiscard]] std::vector<Request> Received() const;
     [[nodiscard]] std::vector<Request> Taken() const;

@@ -163,6 +163,10 @@ TEST_F(WebhookFormatTest, OtlpWithAPartialSuccessHasNotTakenTheAlert)
     };
     EXPECT_EQ(Outcome::Result::kRefused,
               outcome(R"({"partialSuccess":{"rejectedLogRecords":"1","errorMessage":"no"}})"));
+    // More than any whole number holds.
+    for (const char *number : {"18446744073709551615", "1e300", "\"99999999999999999999\""})
+        EXPECT_EQ(Outcome::Result::kRefused, outcome(R"({"partialSuccess":{"rejectedLogRecords":)" +
+                                                     std::string(number) + "}}"));
     EXPECT_EQ(Outcome::Result::kTaken, outcome(R"({"partialSuccess":{"rejectedLogRecords":"0"}})"));
     EXPECT_EQ(Outcome::Result::kTaken, outcome("{}"));
     EXPECT_EQ(Outcome::Result::kTaken, outcome(""));

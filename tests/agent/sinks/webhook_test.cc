@@ -106,6 +106,25 @@ TEST_F(WebhookTest, AWishToBeLeftAloneIsHeard)
     EXPECT_EQ(std::chrono::seconds(7), Send().retry_after);
 }
 
+TEST_F(WebhookTest, AnAnswerWhoseFirstLineHasNoStatusIsNone)
+{
+    for (const char *protocol : {"HTTP/1.1", "HTTP/1.0"}) {
+        receiver_.Speak(protocol);
+        EXPECT_EQ(Outcome::Result::kTaken, Send().result) << protocol;
+    }
+    for (const char *protocol : {"HTTP/`.0", "HTTP/what", "HTTP/1.1 OK"}) {
+        receiver_.Speak(protocol);
+        EXPECT_EQ(Outcome::Result::kRefused, Send().result) << protocol;
+    }
+}
+
+TEST_F(WebhookTest, AWishBeyondAllBoundsIsADay)
+{
+    receiver_.AddHeader("Retry-After: 9223372036854775807");
+    receiver_.Answer([](const Request &) { return 429; });
+    EXPECT_EQ(std::chrono::hours(24), Send().retry_after);
+}
+
 TEST_F(WebhookTest, AReceiverThatWishesToBeLeftAloneIsNotTriedMeanwhile)
 {
     receiver_.AddHeader("Retry-After: 3600");
