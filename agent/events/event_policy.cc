@@ -7,6 +7,7 @@
 #include "agent/host/error.h"
 #include "agent/host/registry_values.h"
 #include "agent/text/duration.h"
+#include "agent/text/suggestion.h"
 #include "platform/registry.h"
 
 namespace events {
@@ -91,6 +92,17 @@ std::string InSmallLetters(std::string name)
     return name;
 }
 
+// "critical", "error" and "warn" are what other programs call them.
+std::string SeverityMeant(const std::string &name)
+{
+    constexpr size_t kShortest = 3; // of a part that says which one is meant
+    for (const std::string &known : kSeverities) {
+        if (name.size() >= kShortest && (name.starts_with(known) || known.starts_with(name)))
+            return "did you mean " + known + "? ";
+    }
+    return text::Suggestion(name, kSeverities);
+}
+
 } // namespace
 
 void CheckSeverity(const std::string &severity)
@@ -101,7 +113,7 @@ void CheckSeverity(const std::string &severity)
     for (const std::string &name : kSeverities)
         known += (known.empty() ? "" : ", ") + name;
     throw host::Error("cannot use the severity " + Shortened(severity),
-                      "there is none of that name", "use " + known);
+                      "there is none of that name", SeverityMeant(severity) + "use " + known);
 }
 
 void CheckLabel(const std::string &name, const std::string &value)

@@ -10,6 +10,7 @@
 
 #include "agent/host/error.h"
 #include "agent/sinks/delivery_store.h"
+#include "agent/text/suggestion.h"
 
 namespace sinks {
 
@@ -163,24 +164,28 @@ std::vector<std::string> SinkConfig::Peers() const
 const SinkKind &FindKind(const std::string &name)
 {
     std::string known;
+    std::vector<std::string> names;
     for (const SinkKind &kind : AllKinds()) {
         if (name == kind.name)
             return kind;
         known += (known.empty() ? "" : ", ") + std::string(kind.name);
+        names.emplace_back(kind.name);
     }
     throw host::Error("cannot use the kind of sink \"" + name + "\"", "there is none of that name",
-                      "use one of " + known);
+                      text::Suggestion(name, names) + "use one of " + known);
 }
 
 const SinkOption &FindOption(const SinkKind &kind, const std::string &name)
 {
+    std::vector<std::string> names;
     for (const SinkOption &option : kind.options) {
         if (Matches(option, name))
             return option;
+        names.emplace_back(option.name);
     }
     throw host::Error("cannot use the option \"" + name + "\"",
                       std::string("a sink of kind ") + kind.name + " has none of that name",
-                      "it takes " + OptionNames(kind));
+                      text::Suggestion(name, names) + "it takes " + OptionNames(kind));
 }
 
 void CheckOptions(const SinkConfig &config)

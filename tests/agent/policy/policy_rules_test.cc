@@ -35,8 +35,17 @@ TEST(PolicyInARulesFile, SeverityIsOneOfSyslogsNames)
     for (const std::string &name : events::kSeverities)
         EXPECT_EQ(name, Policy("  severity: " + name).severity);
     const std::string names = "use emerg, alert, crit, err, warning, notice, info, debug\n";
-    EXPECT_EQ("5:13: cannot use the severity \"error\": there is none of that name; " + names,
-              Issues("  severity: error"));
+    EXPECT_EQ(
+        "5:13: cannot use the severity \"error\": there is none of that name; did you mean err? " +
+            names,
+        Issues("  severity: error"));
+    for (const auto &[typed, meant] :
+         {std::pair("critical", "crit"), std::pair("warn", "warning"),
+          std::pair("emergncy", "emerg"), std::pair("notcie", "notice")})
+        EXPECT_NE(std::string::npos,
+                  Issues(std::string("  severity: ") + typed)
+                      .find(std::string("did you mean ") + meant + "? use emerg"))
+            << typed;
     EXPECT_EQ("5:13: cannot use the severity \"\": there is none of that name; " + names,
               Issues("  severity: \"\""));
     EXPECT_EQ("5:13: cannot use the severity of an event: it is a list; " + names,

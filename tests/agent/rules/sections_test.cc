@@ -88,7 +88,8 @@ TEST(RulesSections, ASinkHasTheOptionsOfItsKind)
 TEST(RulesSections, AMistakeInASinkIsToldAtItsPlace)
 {
     const std::string head = "sinks:\n  - name: ops\n";
-    ExpectMistake(head + "    kind: ", "webhok", "use one of console, file, journal");
+    ExpectMistake(head + "    kind: ", "webhok",
+                  "did you mean webhook? use one of console, file, journal");
     ExpectMistake(head + "    kind: ", "''", "there is none of that name");
     ExpectMistake("sinks:\n  - kind: journal\n    name: ", "a b", "use 1 to 64 letters");
     ExpectMistake("sinks:\n  - kind: journal\n    name: ", "[x]", "it is a list");

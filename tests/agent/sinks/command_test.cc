@@ -56,6 +56,15 @@ TEST_F(SinkCommand, AddsShowsAndRemovesASink)
     ExpectOutput({"sink", "list"}, "");
 }
 
+TEST_F(SinkCommand, AMistypedKindOrOptionIsToldWithTheOneThatIsNear)
+{
+    const auto error = [&](const Words &words) { return Syslogmon(words).err; };
+    EXPECT_NE(std::string::npos, error({"sink", "add", "webhok", "h", "url=http://x"})
+                                     .find("did you mean webhook? use one of console"));
+    EXPECT_NE(std::string::npos, error({"sink", "add", "webhook", "h", "urll=http://x"})
+                                     .find("did you mean url? it takes url=URL"));
+}
+
 // They lie in the place of the right one, as packages of two builds would have it.
 TEST_F(SinkCommand, WhatSendsSnmpOfAnotherBuildIsRefusedWithThePackageToUpgrade)
 {
@@ -215,8 +224,9 @@ TEST_F(SinkCommand, AKindThatIsNotKnownIsRefusedWithAllThatAre)
 TEST_F(SinkCommand, OptionsThatAreNotKnownOrMissingAreRefused)
 {
     ExpectFailed({"sink", "add", "file", "f", "pth=/x"},
-                 "cannot use the option \"pth\": a sink of kind file has none of that name; it "
-                 "takes path=FILE, only=CONDITION,..., heartbeat=SECONDS, rate=NUMBER/UNIT");
+                 "cannot use the option \"pth\": a sink of kind file has none of that name; did "
+                 "you mean path? it takes path=FILE, only=CONDITION,..., heartbeat=SECONDS, "
+                 "rate=NUMBER/UNIT");
     ExpectFailed({"sink", "add", "file", "f"},
                  "cannot make a sink of kind file: it has no path; add path=FILE");
     ExpectFailed({"sink", "add", "console", "c", "x=1"},
