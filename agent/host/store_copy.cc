@@ -19,6 +19,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr int kKind = 0xff; // of an extended code of SQLite
+
 constexpr const char *kJournals[] = {"-wal", "-shm", "-journal"};
 
 // Closed again at once: a descriptor that is closed later takes SQLite's locks away.
@@ -62,7 +64,6 @@ void CheckIsWhole(Database &copy)
 // Is it in use, or is there no room? Then the store is as good as its journal, which must stay.
 bool CanBeMended(const Database &database)
 {
-    constexpr int kKind = 0xff; // of an extended code
     const int code = sqlite3_errcode(database.handle()) & kKind;
     return code == SQLITE_BUSY || code == SQLITE_LOCKED || code == SQLITE_FULL ||
            code == SQLITE_NOMEM;
@@ -113,11 +114,24 @@ void BackUpStore(Store &store, const fs::path &file)
 
 namespace {
 
+// What SQLite says of a file that is no database is about a store.
+void CheckIsCopy(Database &copy)
+{
+    try {
+        CheckIsStore(copy);
+    } catch (const StoreError &) {
+        if ((sqlite3_errcode(copy.handle()) & kKind) != SQLITE_NOTADB)
+            throw;
+        throw StoreError("cannot use " + copy.path().string(), "it is not a store of the agent",
+                         "use a file that syslogmon backup has made");
+    }
+    CheckIsWhole(copy);
+}
+
 void Replace(const fs::path &store, const fs::path &file, int busy_ms)
 {
     Database copy(file, Database::Mode::kReadOnly);
-    CheckIsStore(copy);
-    CheckIsWhole(copy);
+    CheckIsCopy(copy);
     const CreationLock lock(store);
     std::optional<OwnerLock> owner;
     if (fs::exists(store))
