@@ -132,16 +132,16 @@ TEST_F(ApplyHost, ADryRunNeedsNoSecretsAndSaysSoWhereApplyRefusesTheSink)
 
 TEST_F(ApplyHost, ADryRunStillFindsWhatIsWrongBesideASecretThatIsMissing)
 {
-    const std::string key = "/nowhere/key";
+    const std::string secret = "/nowhere/secret";
     for (const auto &[options, error] : std::vector<std::pair<std::string, std::string>>{
-             {"cert: /nowhere/cert\n    key: " + key, "cannot read the file /nowhere/cert"},
-             {"token-file: " + key + "\n    topic: x", "a topic is for format=ntfy"},
-             {"header-file.X Y: " + key, "a header cannot have that name"}}) {
-        const Finished dry = Syslogmon({"apply",
-                                        Rules("sinks:\n  - name: hook\n    kind: webhook\n    url: "
-                                              "https://alerts.invalid/\n    " +
-                                              options + "\n"),
-                                        "--dry-run"});
+             {"cert: /nowhere/cert\n    key: " + secret, "cannot read the file /nowhere/cert"},
+             {"format: pagerduty", "it has no routing key"},
+             {"header-file.X: " + secret + "\n    header-file.Y Z: " + secret,
+              "a header cannot have that name"}}) {
+        const std::string file =
+            "sinks:\n  - name: hook\n    kind: webhook\n    url-file: " + secret + "\n    " +
+            options + "\n";
+        const Finished dry = Syslogmon({"apply", Rules(file), "--dry-run"});
         EXPECT_EQ(1, dry.status);
         EXPECT_NE(std::string::npos, dry.err.find(error)) << dry.err;
     }
