@@ -35,7 +35,8 @@ struct CollectorOptions {
     sinks::SinkConfig config; // of CollectKind
     std::function<void()>
         stored; // alerts were; called on the collector's thread, and returns at once
-    sinks::PauseLimits pauses = {};
+    // It is what pages of all hosts: it comes back soon after the servers do.
+    sinks::PauseLimits pauses = {std::chrono::seconds(1), std::chrono::seconds(30)};
 };
 
 // Which hosts are one collector's, when several share them.

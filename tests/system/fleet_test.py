@@ -236,6 +236,14 @@ class Cluster(Fleet):
             one.lab.command("sink", "set", "fleet", "look=1") if one is not self.centre else None
         self.wait_collected()
 
+    def test_alerts_go_on_to_be_collected_although_each_server_loses_its_disk_in_turn(self):
+        self.add_hosts(2)
+        for number in range(9):
+            self.servers.lose(self.servers.all[number % 3], True)
+            for host in self.hosts:
+                host.report(20)
+            self.wait_collected()
+
     def harm(self):
         what = self.random.choice(("server", "stopped", "wiped", "agent", "collector"))
         server = self.random.choice(self.servers.all)
