@@ -5,11 +5,16 @@
 #include <chrono>
 #include <cstring>
 #include <ctime>
+#include <fcntl.h>
+#include <map>
+#include <mutex>
+#include <sys/stat.h>
 #include <utility>
 
 #include <sqlite3.h>
 
 #include "agent/host/error.h"
+#include "agent/host/waitable.h"
 
 namespace host {
 
@@ -80,6 +85,33 @@ const char *NextStep(int code, int error_number)
     default:
         return "this is a fault of the agent; keep the trace log";
     }
+}
+
+// SQLite's locks belong to the process, and go with any of its descriptors of the file that is closed. SQLite keeps those
+// that it knows; but when it cannot find out which file it has opened, it closes it at once. All connections of this
+// process have lost the lock then that keeps others from taking the journal away from them, and what they go on to write
+// damages the store. So that lock is taken again, at a descriptor that stays open: the bytes that SQLite's file format
+// has for readers.
+constexpr off_t kReadersBegin = 0x40000002;
+constexpr off_t kReadersBytes = 510;
+
+void TakeLockAgain(const std::string &path)
+{
+    static std::mutex guard;
+    static std::map<std::pair<dev_t, ino_t>, Fd> kept;
+    struct stat file = {};
+    if (stat(path.c_str(), &file) != 0)
+        return;
+    const std::lock_guard holding(guard);
+    Fd &fd = kept[{file.st_dev, file.st_ino}];
+    if (fd.get() < 0)
+        fd = Fd(open(path.c_str(), O_RDWR | O_CLOEXEC));
+    struct flock lock = {};
+    lock.l_type = F_RDLCK;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = kReadersBegin;
+    lock.l_len = kReadersBytes;
+    (void)fcntl(fd.get(), F_SETLK, &lock);
 }
 
 // Never null: SQLite takes a null pointer for no value, not for an empty one.
@@ -212,6 +244,8 @@ Database::Database(const std::filesystem::path &path, Mode mode) : path_(path)
     } catch (...) {
         // Also after a failed open: SQLite gives an object, for its message.
         sqlite3_close_v2(database_);
+        if (result == SQLITE_IOERR)
+            TakeLockAgain(path);
         throw;
     }
     // From here on the failures of system calls differ by the call.

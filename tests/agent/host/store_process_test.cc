@@ -1,10 +1,19 @@
 // The store between processes: who waits, who wins, and what a killed process leaves.
+#include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <fcntl.h>
 #include <memory>
 #include <set>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <sqlite3.h>
 
 #include "agent/alerts/alert_store.h"
+#include "agent/host/database.h"
+#include "agent/host/error.h"
 #include "tests/agent/support/host_test.h"
 #include "tests/agent/support/process.h"
 
@@ -37,6 +46,55 @@ class StoreProcess : public test::RootTest {
         return answers;
     }
 };
+
+// ---- the lock that everybody has ----
+
+// So that a test can make it fail once: SQLite asks with it which file it has opened.
+int fstats_to_fail = 0;
+int FailingFstat(int fd, struct stat *file)
+{
+    if (fstats_to_fail > 0) {
+        --fstats_to_fail;
+        errno = EIO;
+        return -1;
+    }
+    return fstat(fd, file);
+}
+
+// As another process sees it: the lock that keeps a command that ends from taking the journal away.
+bool OthersSeeAReader(const std::filesystem::path &store)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        struct flock lock = {};
+        lock.l_type = F_WRLCK;
+        lock.l_start = 0x40000002;
+        lock.l_len = 510;
+        const int fd = open(store.c_str(), O_RDWR | O_CLOEXEC);
+        _exit(fcntl(fd, F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return status == 0;
+}
+
+TEST_F(StoreProcess, AConnectionThatCannotBeOpenedTakesNoLockFromTheOthers)
+{
+    StartHere();
+    const auto store = Layout().Store();
+    host::Database reader(store, host::Database::Mode::kReadOnly);
+    reader.Execute("SELECT count(*) FROM sqlite_master");
+    ASSERT_TRUE(OthersSeeAReader(store));
+    sqlite3_vfs *files = sqlite3_vfs_find(nullptr);
+    files->xSetSystemCall(files, "fstat", reinterpret_cast<sqlite3_syscall_ptr>(FailingFstat));
+    for (int i = 0; i < 3; ++i) {
+        fstats_to_fail = 1;
+        EXPECT_THROW(host::Database(store, host::Database::Mode::kReadOnly), host::StoreError);
+        EXPECT_EQ(0, fstats_to_fail);
+        EXPECT_TRUE(OthersSeeAReader(store));
+    }
+    files->xSetSystemCall(files, "fstat", nullptr);
+}
 
 // ---- creating ----
 
