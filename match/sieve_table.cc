@@ -14,6 +14,22 @@ int sieve_keyword_count = 0;
 
 namespace {
 
+// Copies of the texts, one behind the other: in the table they lie kilobytes apart, so that a look at one would mostly wait
+// for memory. Those for which there is no room are read in the table.
+constexpr size_t kRoomForTexts = size_t{1} << 16;
+char copied_texts[kRoomForTexts + 1]; // of the last text, a pair of bytes may be read
+size_t copied_length = 0;
+
+const char *CopyOf(const char *text, size_t length)
+{
+    if (length > kRoomForTexts - copied_length)
+        return text;
+    char *const copy = copied_texts + copied_length;
+    memcpy(copy, text, length);
+    copied_length += length;
+    return copy;
+}
+
 // 1 + the keyword of a text's hash, or of one before; 0: none.
 uint16_t slots[size_t{1} << 13];
 static_assert(std::size(slots) > std::size(sieve_keywords));
@@ -35,7 +51,8 @@ uint16_t AddKeyword(const char *text, size_t length)
             memcmp(sieve_keywords[id].text, text, length) == 0)
             return id;
     }
-    sieve_keywords[sieve_keyword_count] = {text, static_cast<uint16_t>(length), 0, kNoneSieved};
+    sieve_keywords[sieve_keyword_count] = {CopyOf(text, length), static_cast<uint16_t>(length), 0,
+                                           kNoneSieved};
     slots[slot] = static_cast<uint16_t>(++sieve_keyword_count);
     return static_cast<uint16_t>(sieve_keyword_count - 1);
 }
@@ -70,6 +87,7 @@ void CollectKeywords(int index)
 void CollectSieveTable()
 {
     sieve_entry_count = sieve_keyword_count = 0;
+    copied_length = 0;
     memset(slots, 0, sizeof slots);
     for (int i = 0; i < nCnt && lpVKVMon[i] != nullptr; ++i) {
         if (CanMatch(*lpVKVMon[i]))

@@ -1,8 +1,8 @@
 // The monitoring table as the sieve of loud lines knows it (loud_lines.h): entries, and the different texts among their
 // keywords.
 //
-// A leaf of the sieve: it knows neither logs nor searches. All storage is fixed; the texts are not copied, so it holds
-// as long as the table stays as it is.
+// A leaf of the sieve: it knows neither logs nor searches. All storage is fixed. Texts for which there is room are copied,
+// the others stay in the table: it holds as long as the table stays as it is.
 #ifndef MATCH_SIEVE_TABLE_H
 #define MATCH_SIEVE_TABLE_H
 
@@ -19,7 +19,7 @@ constexpr size_t kShortestSieved = 2;
 
 // A keyword of the table. Equal texts are one keyword.
 struct SieveKeyword {
-    const char *text;
+    const char *text; // not ended by a zero byte
     uint16_t length;
     uint16_t users;  // entries that have it
     uint16_t anchor; // its number in the search, or kNoneSieved
