@@ -178,11 +178,12 @@ bool PrepareByClass(const MoreTexts &texts)
     return true;
 }
 
-// What the search of a text costs, in looks: those that pass the first filter cost as much as some others.
+// What the search of a text costs, in looks: those that pass the first filter cost as much as some others. Measured with
+// the rules and logs of bench/data and of bench/other_words.py.
 uint64_t CostOfSearch(size_t length, uint64_t passed)
 {
-    constexpr uint64_t kCostOfPassed = 16;
-    constexpr uint64_t kLooksAtATime = 10; // by class, for what one look costs
+    constexpr uint64_t kCostOfPassed = 13;
+    constexpr uint64_t kLooksAtATime = 12; // by class, for what one look costs
     const uint64_t looks =
         length / (anchor_search.is_by_class ? kLooksAtATime : anchor_search.kind.step);
     return looks + (kCostOfPassed * passed);
@@ -190,10 +191,10 @@ uint64_t CostOfSearch(size_t length, uint64_t passed)
 
 } // namespace
 
-// By class, if that lets little through; or else what is cheaper.
+// By class, if that lets next to nothing through; or else what is cheaper.
 uint64_t ChooseAnchors(const char *sample, size_t length, const MoreTexts &texts)
 {
-    constexpr uint64_t kBytesForOne = 60; // so many for each that passes are little
+    constexpr uint64_t kBytesForOne = 400; // so many for each that passes are next to nothing
     length = std::min(length, kSampleSize);
     TakeSample(sample, length);
     WeighClasses(sample, length);

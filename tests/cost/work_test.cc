@@ -2,6 +2,7 @@
 // is counted, and here is how much of it there may be.
 #include <string>
 
+#include "match/anchors.h"
 #include "match/block_search.h"
 #include "match/class_filter.h"
 #include "match/compiled.h"
@@ -191,6 +192,26 @@ TEST_F(WorkOfAPass, LooksALiteralUpWhereItSharesTheLeastWithOthers)
     EXPECT_EQ(0, found.count);
     EXPECT_GE(2U, windows_compared - before);
     ClearLiterals();
+}
+
+// Any three bytes of this keyword stand in each line at least three times: looking for it in large steps finds less in vain.
+TEST_F(WorkOfAPass, LooksInLargeStepsWhereLooksEverywhereFindMore)
+{
+    if (!ClassFilterWorks())
+        GTEST_SKIP() << "this processor always goes in steps";
+    constexpr int kLines = 40000;
+    AddEntry({.keywords = {"tick tick tick tick", "", ""}, .report_count = 2 * kLines});
+    OfNews(QuietLines(kLines, std::string(300, '.') + " tick tick tick tick "));
+    EXPECT_LT(4U, anchor_search.kind.step);
+}
+
+TEST_F(WorkOfAPass, LooksEverywhereWhereThatFindsLess)
+{
+    if (!ClassFilterWorks())
+        GTEST_SKIP() << "this processor always goes in steps";
+    AddEntry({.keywords = {"a disk of the array has failed", "", ""}});
+    OfNews(QuietLines(80000, "a disk of the array has been found, number "));
+    EXPECT_EQ(1U, anchor_search.kind.step);
 }
 
 TEST_F(WorkOfAPass, OnAFaultTolerantServerCompilesEachExpressionOnce)
