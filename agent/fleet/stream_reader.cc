@@ -95,11 +95,8 @@ bool StreamReader::IsAt(uint64_t sequence)
     const nats::Owned<jsConsumerInfo> info(found);
     if (status == NATS_NOT_FOUND)
         return false;
-    // When most of the servers that kept it have lost their disk, nobody answers for it, and it never comes back.
-    const bool is_lost = status == NATS_TIMEOUT;
-    if (!is_lost)
-        connection_.Check(status, "ask for the reader of the stream " + stream_, code);
-    if (!is_lost && info->NumAckPending == 0 && info->Delivered.Stream == sequence) {
+    connection_.Check(status, "ask for the reader of the stream " + stream_, code);
+    if (info->NumAckPending == 0 && info->Delivered.Stream == sequence) {
         count_ = info->Delivered.Consumer;
         return true;
     }

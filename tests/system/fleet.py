@@ -163,11 +163,17 @@ class Servers:
             if self.are_well():
                 return True
             if time.monotonic() - led_since > LEADS_FOR:
+                print(f"not well yet: {self.account()}")
                 self.change_leaders()
                 led_since = time.monotonic()
             return False
 
         self.lab.wait_until("the servers are well", are_well_or_led_by_another, 4 * lab.PATIENCE)
+
+    def account(self):
+        """Of each server: whether it is well, and the last number and the leader of each stream that it has."""
+        return {server.name: (server.is_healthy(), {name: (stream["state"]["last_seq"], stream["cluster"].get("leader"))
+                                                    for name, stream in server.streams().items()}) for server in self.all}
 
     def change_leaders(self):
         """As an administrator does, so that one that has all of it gives it to those that have not."""
