@@ -296,6 +296,15 @@ TEST_F(SpoolTest, ThatIsRemovedWhileItIsFollowedIsPutBackWhole)
     EXPECT_TRUE(Losses().empty());
 }
 
+TEST_F(SpoolTest, ThatIsInItsPlaceStaysTheSameFile)
+{
+    Store("one\n");
+    const fs::path same = Path().string() + ".same";
+    fs::create_hard_link(Path(), same);
+    keeper_->LookAfterSpool();
+    EXPECT_TRUE(fs::equivalent(Path(), same));
+}
+
 TEST_F(SpoolTest, ThatIsReplacedWhileItIsFollowedIsPutBack)
 {
     Store("one\n");
@@ -387,6 +396,17 @@ TEST_F(SpoolTest, ALineIsKnownByItsLog)
     EXPECT_EQ("journal", keeper_->OriginOf("two")->input);
     EXPECT_EQ("Jan  1 10:00:00", keeper_->OriginOf("two")->own_stamp);
     EXPECT_FALSE(keeper_->OriginOf("three"));
+}
+
+// What is unread is looked through a MiB at a time.
+TEST_F(SpoolTest, ALineFarBehindInWhatIsUnreadIsKnownByItsLog)
+{
+    std::string text;
+    for (int i = 0; text.size() < size_t{5} * 512 * 1024; ++i)
+        text += "line " + std::to_string(i) + " " + std::string(200, 'x') + "\n";
+    Store(text + "the last one\n");
+    ASSERT_TRUE(keeper_->OriginOf("the last one"));
+    EXPECT_EQ("/var/log/a.log", keeper_->OriginOf("the last one")->log);
 }
 
 } // namespace
