@@ -1,11 +1,12 @@
-"""Soak: writing and rotating under random restarts, for about half an hour. Each line is reported exactly once,
-and neither the memory nor the descriptors of the daemon grow.
+"""Soak: 10,000 lines a second, written and rotated under random restarts, for about half an hour. Each numbered line is
+reported exactly once, each other one counts once, and neither the memory nor the descriptors of the daemon grow.
 
 First and last the daemon is stopped or killed again and again, at random moments. In between it has one long
 life, which is what shows growth. The log is rotated all the time.
 
 Lives are counted, not seconds: a busy machine takes longer, and sees as much. SYSLOGMON_SOAK_LIVES sets how
-many short lives there are, and as often the long one is looked at: 400 unless set, at least 20.
+many short lives there are, and as often the long one is looked at: 400 unless set, at least 20. SYSLOGMON_SOAK_LINES
+sets how many lines a second are written: 10,000 unless set, at least 300.
 """
 import os
 import subprocess
@@ -16,7 +17,13 @@ import lab
 
 LIVES = max(20, int(os.environ.get("SYSLOGMON_SOAK_LIVES", 400)))
 
-LINES_PER_SECOND = 300
+# Of all lines, so many are numbered, and each of those becomes an alert. The others are counted, each by the event of its
+# bucket.
+NUMBERED_PER_SECOND = 300
+LINES_PER_SECOND = int(os.environ.get("SYSLOGMON_SOAK_LINES", 10_000))
+BUCKETS = 50
+# More than a bucket has lines: they are counted, not reported.
+MORE_THAN_ALL = 100_000_000
 
 # Backups that are kept: more than can pile up before the daemon has read them.
 KEPT = 12
@@ -31,26 +38,43 @@ TRACE_BYTES = 52 << 20
 
 
 class Writer:
-    """Sends numbered lines to rsyslogd all the time, now few, now many at once."""
+    """Sends lines to rsyslogd all the time, now few, now many at once."""
 
     def __init__(self, log):
         self._log = log
+        self.counted = [0] * BUCKETS  # lines of each bucket
+        self.began = time.monotonic()
+        self.seconds = 0
         self._stop = threading.Event()
         self._thread = threading.Thread(target=self._run)
         self._thread.start()
 
     def _run(self):
         randomness = lab.randomness("how many lines")
-        began = time.monotonic()
         while not self._stop.is_set():
-            due = (time.monotonic() - began) * LINES_PER_SECOND - self._log.written
-            if due > 0:
-                self._log.send_numbers(int(due) + 1)
+            seconds = time.monotonic() - self.began
+            self._count(int(seconds * (LINES_PER_SECOND - NUMBERED_PER_SECOND)) - sum(self.counted))
+            self._log.send_numbers(max(int(seconds * NUMBERED_PER_SECOND) - self._log.written, 0))
             time.sleep(randomness.choice((0.001, 0.01, 0.1, 1)))
+        # By the last numbered line it is seen that all are in the log.
+        self._log.send_numbers(1)
+
+    def _count(self, lines):
+        done = sum(self.counted)
+        for number in range(done, done + lines):
+            bucket = number * 7 % BUCKETS
+            self._log.send(f"entry {number} {in_bucket(bucket)} " + "x" * (number * 11 % 61))
+            self.counted[bucket] += 1
 
     def stop(self):
-        self._stop.set()
-        self._thread.join()
+        if not self._stop.is_set():
+            self._stop.set()
+            self._thread.join()
+            self.seconds = time.monotonic() - self.began
+
+
+def in_bucket(number):
+    return f"bucket-{number}."
 
 
 class Use:
@@ -78,6 +102,8 @@ class Soak(lab.LabTest):
         self.lab.watch_numbered_lines()
         self.lab.watch("SEVENTH", 1, lab.NUMBERED, report_count=7)
         self.lab.watch("NEVER", 1, "not in any line")
+        for bucket in range(BUCKETS):
+            self.lab.watch("BUCKET", f"{bucket + 1:x}", in_bucket(bucket), report_count=MORE_THAN_ALL)
         self.restarts = self.kills = self.rotations = 0
         self.short_lives = []  # the use at the end of each
         self.long_life = []  # the use again and again
@@ -85,7 +111,7 @@ class Soak(lab.LabTest):
 
     def test_nothing_is_lost_or_counted_twice_and_nothing_grows(self):
         self.start()
-        writer = Writer(self.log)
+        self.writer = writer = Writer(self.log)
         self.addCleanup(writer.stop)
         self.restart(LIVES // 2)
         self.live(LIVES)
@@ -185,6 +211,9 @@ class Soak(lab.LabTest):
         self.assertEqual(list(range(6, self.log.written, 7)), numbers["SEVENTH"])
         self.assertEqual(self.log.written,
                          7 * len(numbers["SEVENTH"]) + self.lab.hits("SEVENTH"))
+        hits = {int(event["id"], 16) - 1: event["hits"] or 0
+                for event in self.lab.json("event", "list")["events"] if event["source"] == "BUCKET"}
+        self.assertEqual(dict(enumerate(self.writer.counted)), hits)
 
     def assert_nothing_has_grown(self):
         half = len(self.long_life) // 2
@@ -204,8 +233,10 @@ class Soak(lab.LabTest):
 
     def tell(self):
         half = len(self.long_life) // 2
-        print(f"\n{LIVES} lives, {self.log.written} lines, {self.rotations} rotations, {self.kills} kills, "
-              f"{self.restarts} orderly restarts, {len(self.long_life)} looks at the long life")
+        lines = self.log.written + sum(self.writer.counted)
+        print(f"\n{LIVES} lives, {lines} lines, {lines / self.writer.seconds:.0f} a second, {self.log.written} of them "
+              f"reported; {self.rotations} rotations, {self.kills} kills, {self.restarts} orderly restarts, "
+              f"{len(self.long_life)} looks at the long life")
         for name, uses in (("long life, first half", self.long_life[:half]),
                            ("long life, second half", self.long_life[half:]),
                            ("short lives", self.short_lives)):
