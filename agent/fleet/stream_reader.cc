@@ -160,6 +160,7 @@ uint64_t StreamReader::Read()
     if (messages_.empty())
         return 0;
     heard_at_ = steady_clock::now();
+    was_withheld_ = false;
     for (const auto &message : messages_)
         CheckOrder(message.get());
     return sequence_;
@@ -236,6 +237,14 @@ void StreamReader::LookAfterSilence()
                                                  name_.c_str(), nullptr, &code);
     const nats::Owned<jsConsumerInfo> info(found);
     connection_.Check(status, "go on in the stream " + stream_, code);
+    // What was stored at this moment may be on its way. What they had at the last look as well is not.
+    const bool is_withheld = info->NumPending > 0 || info->NumAckPending > 0;
+    if (is_withheld && was_withheld_)
+        throw host::Error("cannot go on in the stream " + stream_,
+                          "the servers have messages behind " + std::to_string(sequence_) +
+                              " and do not deliver them",
+                          "nothing is to be done: it is read again from there");
+    was_withheld_ = is_withheld;
 }
 
 } // namespace fleet

@@ -54,6 +54,8 @@ class StreamReader {
         0; // that the servers give to their deliveries to this reader: of the last one
     bool was_full_ = false; // the last time there was more than was taken
     std::chrono::steady_clock::time_point heard_at_;
+    bool was_withheld_ =
+        false; // at the last look after a silence there were messages that have not come
 };
 
 } // namespace fleet

@@ -108,9 +108,10 @@ jetstream {{ store_dir: "{self.folder}/data" }}
         only = "?js-server-only=true" if self._servers.replicas > 1 else ""
         return self.ask("/healthz" + only).get("status") == "ok"
 
-    def streams(self):
+    def streams(self, more=""):
         """All that it has, by name."""
-        return {stream["name"]: stream for account in self.ask("/jsz?streams=true&config=true").get("account_details", [])
+        found = self.ask("/jsz?streams=true&config=true" + more)
+        return {stream["name"]: stream for account in found.get("account_details", [])
                 for stream in account.get("stream_detail", [])}
 
     def ask(self, path):
@@ -415,6 +416,9 @@ class Stranger:
 
     def publish(self, subject, text="{}"):
         return self.refusals(f"PUB {subject} {len(text.encode())}\r\n{text}")
+
+    def request(self, subject, answers_to, text):
+        return self.refusals(f"PUB {subject} {answers_to} {len(text.encode())}\r\n{text}")
 
     def publish_with_header(self, subject, header):
         head = f"NATS/1.0\r\n{header}\r\n\r\n"

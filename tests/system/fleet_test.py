@@ -2,6 +2,7 @@
 import datetime
 import os
 import shutil
+import signal
 import unittest
 
 import fleet
@@ -139,6 +140,29 @@ class OneServer(Fleet):
         copy.daemon.start()
         self.lab.wait_until("its own are collected", lambda: self.centre.collected() == 9)
         self.assertEqual(copy.ledger()[5:], self.centre.ledger(copy)[5:])
+
+    def test_messages_that_the_servers_have_delivered_elsewhere_are_asked_for_again(self):
+        self.add_hosts(1)
+        host = self.hosts[0]
+        host.report(1)
+        self.wait_collected()
+        # While the collector stands still, another one has them delivered in its name, and confirms none.
+        self.centre.daemon.child.signal(signal.SIGSTOP)
+        thief = fleet.Stranger(self.servers.all[0])
+        self.addCleanup(thief.close)
+        thief.subscribe("stolen")
+        thief.request(f"$JS.API.CONSUMER.MSG.NEXT.{fleet.STREAM}.syslogmon-{self.centre.uuid()}", "stolen",
+                      '{"batch": 6, "expires": 60000000000}')
+        host.report(5)
+        self.lab.wait_until("all are delivered to it", lambda: self.unconfirmed() == 5)
+        self.centre.daemon.child.signal(signal.SIGCONT)
+        # Within a minute: the servers would deliver them anew after two.
+        self.lab.wait_until("they are collected", lambda: self.centre.collected() == 6)
+        self.wait_collected()
+
+    def unconfirmed(self):
+        consumers = self.servers.all[0].streams(more="&consumers=true")[fleet.STREAM].get("consumer_detail", [])
+        return sum(consumer["num_ack_pending"] for consumer in consumers)
 
     def test_a_storm_of_one_host_is_sent_at_its_pace_and_none_is_left_out(self):
         self.add_hosts(1)
