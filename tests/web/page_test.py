@@ -135,6 +135,34 @@ class Controls(Page):
         self.browser.key("Enter", text="\r")
         self.browser.wait("document.querySelectorAll('#alert-list li').length === 1")
 
+    def test_what_is_typed_is_not_searched_for_before_it_is_submitted(self):
+        texts = "[...document.querySelectorAll('#alert-list li .message')].map(one => one.textContent)"
+        for typed, text in (("LOGIN", "disk while one types"), ("", "disk at last")):
+            self.browser.run(f"document.getElementById('text').value = '{typed}'")
+            self.log(text)
+            # Its hits come with the same pass, so the page has loaded the alerts too, or soon will.
+            self.browser.wait(f"{texts}[0].endsWith('{text}')", seconds=20)
+        shown = self.browser.run(texts)
+        self.assertEqual(len(set(shown)), len(shown), "each is shown once")
+
+    def test_an_answer_of_before_does_not_replace_a_later_one(self):
+        self.browser.run("(() => { const own = fetch; window.fetch = async (path, how) => { const answer = await own(path, how);"
+                         " if (path.includes('seconds=86400')) await new Promise(go => { window.letGo = go; });"
+                         " return answer; }; })()")
+        choose = "(() => {{ const box = document.getElementById('range'); box.value = '{}'; box.dispatchEvent(new Event('change')); }})()"
+        self.browser.run(choose.format(86400))
+        self.browser.wait("window.letGo !== undefined")
+        self.browser.run(choose.format(604800))
+        self.browser.wait("document.getElementById('step').innerText.includes('an hour')")
+        self.browser.run("letGo(); new Promise(go => setTimeout(go, 500))")
+        self.assertEqual("each point is an hour", self.text("#step"))
+
+    def test_older_ones_that_are_asked_for_twice_come_once(self):
+        self.browser.run("document.getElementById('more').click(); document.getElementById('more').click()")
+        self.browser.wait("document.getElementById('more').hidden")
+        self.browser.run("new Promise(go => setTimeout(go, 500))")
+        self.assertEqual(62, self.browser.run("document.querySelectorAll('#alert-list li').length"))
+
     def test_the_theme_is_kept(self):
         ground = "getComputedStyle(document.body).backgroundColor"
         self.browser.dark(True)

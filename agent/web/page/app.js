@@ -270,10 +270,14 @@ function redraw() {
   showLegend(course.series);
 }
 
+let askedCourse = 0; // how often the course was asked for
+
+// What was asked for last is shown, also when its answer comes first.
 async function loadCourse() {
-  const kind = $("kind").value;
-  const history = await get(`api/v1/history?kind=${kind}&seconds=${$("range").value}&top=10`);
+  const asked = ++askedCourse;
+  const history = await get(`api/v1/history?kind=${$("kind").value}&seconds=${$("range").value}&top=10`);
   await plotLibrary;
+  if (asked !== askedCourse) return;
   course = history;
   drawPlot(history);
   showLegend(history.series);
@@ -321,10 +325,14 @@ async function loadEvents() {
 
 let oldest = null; // shown; older ones are below it
 let newest = 0;
+let search = {}; // as it was submitted: what is being typed is not asked for yet
+
+function submitSearch() {
+  search = { text: $("text").value, source: $("source").value, host: $("alert-host").value };
+}
 
 function alertQuery(before) {
-  const query = new URLSearchParams({ limit: ALERTS_AT_ONCE, text: $("text").value, source: $("source").value,
-    host: $("alert-host").value });
+  const query = new URLSearchParams({ limit: ALERTS_AT_ONCE, ...search });
   if (before) query.set("before", before);
   return `api/v1/alerts?${query}`;
 }
@@ -344,13 +352,16 @@ function alertItem(alert) {
     element("p", { className: "message" }, alert.message));
 }
 
+// An answer to an earlier search, or one that is shown already, comes too late.
 async function loadAlerts(before) {
+  const asked = search;
   const found = await get(alertQuery(before));
+  if (asked !== search || (before && before !== oldest)) return;
   const items = found.alerts.map(alertItem);
   if (before) $("alert-list").append(...items);
   else {
     $("alert-list").replaceChildren(...items);
-    newest = found.alerts.length > 0 ? found.alerts[0].id : 0;
+    newest = Math.max(0, ...found.alerts.map((alert) => alert.id));
   }
   oldest = found.before;
   $("more").hidden = oldest === null;
@@ -360,14 +371,16 @@ async function loadAlerts(before) {
 
 // New ones come on top; what was unfolded below stays.
 async function loadNewAlerts() {
+  const asked = search;
   const found = (await get(alertQuery())).alerts;
-  if (found.length === 0 || found[0].id === newest) return;
+  if (asked !== search) return;
   const fresh = found.filter((alert) => alert.id > newest);
+  if (fresh.length === 0) return;
   if (fresh.length === found.length) {
     await loadAlerts();
     return;
   }
-  newest = found[0].id;
+  newest = Math.max(...fresh.map((alert) => alert.id));
   $("alert-list").prepend(...fresh.map(alertItem));
   show("alert-count", `${number($("alert-list").children.length)} shown, newest first`);
 }
@@ -445,6 +458,7 @@ function connect() {
   });
   $("search").addEventListener("submit", (event) => {
     event.preventDefault();
+    submitSearch();
     loadAlerts().catch(failed);
   });
   $("more").addEventListener("click", () => loadAlerts(oldest).catch(failed));
