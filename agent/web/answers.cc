@@ -13,6 +13,7 @@
 #include "agent/metrics/metrics_text.h"
 #include "agent/policy/silence_registry.h"
 #include "agent/sinks/alert_json.h"
+#include "agent/status/sign_of_life.h"
 
 namespace web {
 
@@ -127,6 +128,8 @@ ordered_json DaemonToJson(const metrics::Overview &view)
                            {"began_ms", status.last_pass.began_ms},
                            {"took_us", status.last_pass.took_us}};
     object["last_full_pass_ms"] = status.last_full_pass.began_ms;
+    object["seconds_since_look"] = OrNull(status::SecondsSinceLook(status));
+    object["is_late"] = status::IsLate(status, view.cycle_s);
     return object;
 }
 

@@ -98,6 +98,22 @@ class Answers(Web):
                          found["logs"])
         self.assertEqual(["out"], [sink["name"] for sink in found["sinks"]])
 
+    def test_a_look_at_all_files_that_is_late_is_told(self):
+        daemon = self.json("/api/v1/overview")["daemon"]
+        self.assertFalse(daemon["is_late"])
+        self.assertIn(daemon["seconds_since_look"], range(2 * lab.PATIENCE))
+        status = self.lab.root / "run" / "status.json"
+
+        def told_late():
+            told = json.loads(status.read_text())
+            told["last_full_pass"]["began_boot_ns"] -= 10**15
+            other = status.with_suffix(".other")
+            other.write_text(json.dumps(told))
+            other.replace(status)  # the daemon tells anew every ten seconds
+            daemon = self.json("/api/v1/overview")["daemon"]
+            return daemon["is_late"] and daemon["seconds_since_look"] > 900_000
+        self.lab.wait_until("late", told_late)
+
     def test_silences_that_are_not_over_are_told(self):
         self.lab.command("silence", "add", "--source", "D*", "--for", "1h", "--comment", "<disk swap>")
         found = self.fresh("/api/v1/overview", lambda view: view["silences"])["silences"]

@@ -2,6 +2,8 @@
 
 SYSLOGMON_PICTURES: a folder for pictures of it, to be looked at.
 """
+import http.client
+import json
 import os
 import socket
 import sqlite3
@@ -194,6 +196,61 @@ class Controls(Page):
         self.browser.dark(True)
         time.sleep(0.3)
         self.picture("dark")
+
+
+class Connection(Page):
+    """What the page says of a daemon that ends, stands, or refuses it."""
+
+    def setUp(self):
+        super().setUp()
+        self.start()
+        self.log("disk")
+
+    def badge(self, text):
+        self.browser.wait(f"document.getElementById('state').textContent === '{text}'")
+        return self.browser.run("document.getElementById('state').className")
+
+    def test_a_daemon_that_ended_is_not_connected_until_it_is_back(self):
+        self.open()
+        self.assertEqual("badge good", self.badge("running"))
+        self.daemon.stop()
+        self.assertEqual("badge bad", self.badge("not connected"))
+        lab.append(lab.MESSAGES, lab.stamped("disk meanwhile"))
+        self.daemon.start()
+        self.assertEqual("badge good", self.badge("running"))
+        self.browser.wait("document.querySelector('#alert-list li').textContent.includes('disk meanwhile')")
+
+    def test_a_page_that_is_one_too_many_asks_and_is_told_once_there_is_room(self):
+        streams = []
+        self.addCleanup(lambda: [one.close() for one in streams])
+        for _ in range(16):
+            one = http.client.HTTPConnection("127.0.0.1", int(self.url[:-1].rsplit(":", 1)[1]), timeout=lab.PATIENCE)
+            streams.append(one)
+            one.request("GET", "/api/v1/stream")
+            self.assertEqual(200, one.getresponse().status)
+        self.browser.open(self.url)
+        self.browser.wait("document.getElementById('live').textContent.includes('told of no news')")
+        self.log("disk that is asked for")
+        self.browser.wait("document.querySelector('#alert-list li').textContent.includes('disk that is asked for')")
+        self.assertEqual("badge good", self.badge("running"))
+        for one in streams:
+            one.close()
+        self.browser.wait("document.getElementById('live').textContent === 'live'")
+
+    def test_a_look_that_is_late_shows(self):
+        self.open()
+        status = self.lab.root / "run" / "status.json"
+
+        def shows():
+            told = json.loads(status.read_text())
+            told["last_full_pass"]["began_boot_ns"] -= 10**15
+            other = status.with_suffix(".other")
+            other.write_text(json.dumps(told))
+            other.replace(status)  # the daemon tells anew every ten seconds
+            self.browser.run("isWanted = true")
+            time.sleep(0.5)
+            return self.text("#state") == "late"
+        self.lab.wait_until("late", shows)
 
 
 class Much(Page):

@@ -4,6 +4,8 @@
 const $ = (id) => document.getElementById(id);
 const EVENTS_AT_FIRST = 50;
 const ALERTS_AT_ONCE = 50;
+const REOPEN_MS = 5000;
+const LOOK_MS = 30000; // a monitor that stands still sends no news
 const LIGHT = ["#0072b2", "#c2410c", "#15803d", "#7e22ce", "#a16207", "#be185d", "#0e7490", "#4d5b6a", "#b91c1c", "#3f6212"];
 const DARK = ["#56b4e9", "#ff9d5c", "#6ee7a0", "#c99bff", "#f0d264", "#ff8ac4", "#5fd9e8", "#aab7c4", "#ff8f85", "#b6dd74"];
 
@@ -62,17 +64,19 @@ const firstFrame = new Promise((resolve) => { requestAnimationFrame(() => setTim
 // ---- overview, files, sinks ----
 
 let overview = null;
-let shift = 0; // of this browser's clock against the daemon's, in ms
+let cameAt = 0; // when the overview came, by the clock of performance.now()
+let isReached = true; // the daemon
 
-function lastPassSeconds() {
-  const began = overview.daemon.last_full_pass_ms;
-  return began ? (Date.now() + shift - began) / 1000 : null;
+// What the daemon said, and the time since then: the clocks of both may differ.
+function lookSeconds() {
+  const seconds = overview.daemon.seconds_since_look;
+  return typeof seconds === "number" ? seconds + (performance.now() - cameAt) / 1000 : null;
 }
 
 function facts() {
   const unread = overview.logs.reduce((sum, log) => sum + (log.unread_bytes || 0), 0);
   const waiting = overview.sinks.reduce((sum, sink) => sum + sink.waiting, 0);
-  return [["Last look at all files", lastPassSeconds() === null ? "none yet" : `${duration(lastPassSeconds())} ago`],
+  return [["Last look at all files", lookSeconds() === null ? "none yet" : `${duration(lookSeconds())} ago`],
     ["Looks at least every", duration(overview.cycle_seconds)],
     ["Unread in logs", bytes(unread)],
     ["Events", number(overview.events)],
@@ -95,9 +99,9 @@ function showFacts() {
 
 function showState() {
   const daemon = overview.daemon;
-  const late = lastPassSeconds() > overview.cycle_seconds + 120;
-  if (daemon.stands) show("state", `not working: ${daemon.stands}`, "badge bad");
-  else if (late) show("state", "late", "badge bad");
+  if (!isReached) show("state", "not connected", "badge bad");
+  else if (daemon.stands) show("state", `not working: ${daemon.stands}`, "badge bad");
+  else if (daemon.is_late) show("state", "late", "badge bad");
   else show("state", daemon.state || "starting", daemon.state === "running" ? "badge good" : "badge bad");
   const problems = [daemon.watch_problem && `Watching: ${daemon.watch_problem}; changes are found once in a cycle.`,
     daemon.inputs_wait && `The inputs wait: ${daemon.inputs_wait}.`,
@@ -163,9 +167,19 @@ function showSilences() {
   "No alert is held back by a silence.");
 }
 
+function setReached(is) {
+  isReached = is;
+  if (overview) showState();
+  else if (!is) show("state", "not connected", "badge bad");
+}
+
 async function loadOverview() {
-  overview = await get("api/v1/overview");
-  shift = overview.now_ms - Date.now();
+  overview = await get("api/v1/overview").catch((error) => {
+    setReached(false);
+    throw error;
+  });
+  cameAt = performance.now();
+  isReached = true;
   show("host", overview.host);
   document.title = `${overview.host}: syslog monitor`;
   showState();
@@ -397,6 +411,7 @@ function failed(error) {
 
 let isLoading = false;
 let isWanted = false;
+let triedAt = 0;
 
 // One at a time; what came meanwhile is one more.
 async function refresh(load) {
@@ -406,6 +421,7 @@ async function refresh(load) {
   }
   isLoading = true;
   isWanted = false;
+  triedAt = performance.now();
   await load().then(() => { failure = ""; }, failed);
   isLoading = false;
 }
@@ -415,12 +431,35 @@ const loadNews = () => Promise.all([loadOverview(), loadCourse(), loadEvents(), 
 
 function listen() {
   const stream = new EventSource("api/v1/stream");
-  stream.onopen = () => show("live", "live");
-  stream.onerror = () => show("live", "not connected: what is shown may be old");
+  let wasOpen = false;
+  stream.onopen = () => {
+    show("live", "live");
+    setReached(true);
+    isWanted = isWanted || wasOpen; // what came while it was not open
+    wasOpen = true;
+  };
+  stream.onerror = () => {
+    if (stream.readyState === EventSource.CLOSED) refused();
+    else lost();
+  };
   stream.addEventListener("pass", () => { isWanted = true; });
 }
 
+// The browser opens it again by itself.
+function lost() {
+  show("live", "what is shown may be old");
+  setReached(false);
+}
+
+// Something answered, and gave no stream: too many are open, or the token is another now. The browser leaves it at that.
+function refused() {
+  show("live", `is told of no news: looks every ${duration(REOPEN_MS / 1000)}`);
+  isWanted = true;
+  setTimeout(listen, REOPEN_MS);
+}
+
 function tick() {
+  if (performance.now() - triedAt > LOOK_MS) isWanted = true;
   if (isWanted) refresh(loadNews);
   if (overview) {
     showFacts();
