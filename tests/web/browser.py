@@ -82,6 +82,15 @@ class Browser:
         self.call("Emulation.setEmulatedMedia",
                   features=[{"name": "prefers-color-scheme", "value": "dark" if is_dark else "light"}])
 
+    def before_each_page(self, script):
+        """Runs it in each page that is opened from now on, before the page's own scripts."""
+        self.call("Page.addScriptToEvaluateOnNewDocument", source=script)
+
+    def names(self):
+        """Role and name of each node that is told to a reader of the screen."""
+        nodes = self.call("Accessibility.getFullAXTree")["nodes"]
+        return [(node["role"]["value"], node.get("name", {}).get("value", "")) for node in nodes if not node["ignored"]]
+
     def open(self, url):
         self.call("Page.navigate", url=url)
 

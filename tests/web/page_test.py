@@ -111,6 +111,31 @@ class Controls(Page):
             self.browser.wait(f"document.getElementById('step').innerText.includes('{step}')")
             self.browser.wait("document.getElementById('legend').innerText.includes('DISK 1: 61')")
 
+    def test_each_range_is_asked_for_and_told(self):
+        for seconds, words in self.browser.run("[...document.getElementById('range').options].map(one => [one.value, one.text])"):
+            self.browser.run("(() => { const box = document.getElementById('range');"
+                             f" box.value = '{seconds}'; box.dispatchEvent(new Event('change')); }})()")
+            self.browser.wait("document.getElementById('plot').getAttribute('aria-label')"
+                              f".includes('in the last {words}: DISK 1 61')")
+            reaches_back = "Date.now() / 1000 - course.from - {}".format(seconds)
+            self.assertGreater(self.browser.run(reaches_back), -120, words)
+            self.assertLess(self.browser.run(reaches_back), 86400 + 120, words)
+
+    def test_each_column_of_the_events_sorts_both_ways(self):
+        cells = {"source": 0, "event_id": 1, "hits": 2, "alerts": 3, "held_back": 4}
+        self.browser.wait("!isLoading && !isWanted")
+        self.browser.run("loadEvents = async () => {}; events = [['A', '10', 1, 5, 3], ['B', '2', 20, 4, 1], ['C', 'A', 3, 11, 2]].map("
+                         "([source, event_id, hits, alerts, held_back]) =>"
+                         " ({source, event_id, hits, alerts, held_back, keywords: []})); showEvents()")
+        rising = {"source": "ABC", "event_id": "BCA", "hits": "ACB", "alerts": "BAC", "held_back": "BCA"}
+        for column in cells:
+            seen = {}
+            for _ in range(2):
+                self.browser.run(f"document.querySelector('[data-sort={column}]').click()")
+                sort = self.browser.run(f"document.querySelector('[data-sort={column}]').parentElement.ariaSort")
+                seen[sort] = "".join(row[0] for row in self.rows("event-table"))
+            self.assertEqual({"ascending": rising[column], "descending": rising[column][::-1]}, seen, column)
+
     def test_a_series_is_hidden_and_shown_by_its_button(self):
         pressed = "document.querySelector('#legend button').getAttribute('aria-pressed')"
         for wanted in ("false", "true"):
@@ -136,6 +161,16 @@ class Controls(Page):
         self.browser.call("Input.insertText", text="LOGIN failed")
         self.browser.key("Enter", text="\r")
         self.browser.wait("document.querySelectorAll('#alert-list li').length === 1")
+
+    def test_alerts_are_searched_by_source_and_by_host_with_the_button(self):
+        count = "document.querySelectorAll('#alert-list li').length === {}"
+        for box, found, nothing in (("source", "LOG*", "NONE"), ("alert-host", "*", "nohost")):
+            for pattern, alerts in ((found, 1 if box == "source" else 50), (nothing, 0)):
+                self.browser.run(f"document.getElementById('{box}').value = '{pattern}';"
+                                 "document.querySelector('#search button').click()")
+                self.browser.wait(count.format(alerts))
+            self.assertEqual("No alert has that.", self.text("#alert-count"))
+            self.browser.run(f"document.getElementById('{box}').value = ''")
 
     def test_what_is_typed_is_not_searched_for_before_it_is_submitted(self):
         texts = "[...document.querySelectorAll('#alert-list li .message')].map(one => one.textContent)"
@@ -186,6 +221,23 @@ class Controls(Page):
                                          ".indexOf(document.activeElement)"))
         self.assertGreaterEqual(len(reached - {-1}), wanted)
 
+    def test_the_links_lead_to_what_they_name(self):
+        self.browser.run("document.querySelector('.skip').focus()")
+        self.browser.key("Enter", text="\r")
+        self.browser.wait("location.hash === '#main' && document.activeElement.id === 'main'")
+        for target, words in self.browser.run("[...document.querySelectorAll('nav a')].map(one => [one.hash, one.text])"):
+            self.browser.run(f"document.querySelector('nav a[href=\"{target}\"]').click()")
+            self.browser.wait(f"location.hash === '{target}' && document.querySelector(':target h2').textContent === '{words}'")
+
+    def test_each_list_table_and_control_has_a_name(self):
+        named = {"table", "list", "form", "search", "DescriptionList", "region", "navigation", "button", "link", "combobox",
+                 "searchbox", "textbox", "img", "image"}
+        found = self.browser.names()
+        self.assertEqual([], [role for role, name in found if role in named and not name])
+        for role, name in (("table", "Events"), ("table", "Sinks"), ("list", "Alerts"), ("search", "Alerts"),
+                           ("searchbox", "Source"), ("button", "Search")):
+            self.assertIn((role, name), found)
+
     def test_no_width_needs_scrolling_to_the_side(self):
         for name, width, mobile in (("wide", 1280, False), ("tablet", 800, False), ("phone", 380, True)):
             self.browser.size(width, 1600, mobile)
@@ -196,6 +248,34 @@ class Controls(Page):
         self.browser.dark(True)
         time.sleep(0.3)
         self.picture("dark")
+
+
+class Alerts(Page):
+    def test_labels_and_runbook_are_shown_and_only_an_address_of_the_web_is_a_link(self):
+        self.start()
+        self.log("disk", "login")
+        address = "https://wiki.example/disk?<b>"
+        with sqlite3.connect(self.lab.root / "state" / "agent.db") as store:
+            store.execute("UPDATE alert SET runbook_url = ?, labels = ? WHERE source = 'DISK'", (address, "room=b4\nteam=storage"))
+            store.execute("UPDATE alert SET runbook_url = 'javascript:alert(1)' WHERE source = 'LOGIN'")
+        self.open(alerts=2)
+        item = "[...document.querySelectorAll('#alert-list li')].find(one => one.textContent.includes('{}'))"
+        disk, login = item.format("DISK"), item.format("LOGIN")
+        self.assertEqual([address, "noopener noreferrer"], self.browser.run(f"(() => {{ const link = {disk}.querySelector('a');"
+                                                                            " return [link.textContent, link.rel]; })()"))
+        self.assertIn("room=b4, team=storage", self.browser.run(f"{disk}.textContent"))
+        self.assertIn("Runbook: javascript:alert(1)", self.browser.run(f"{login}.textContent"))
+        self.assertIsNone(self.browser.run(f"{login}.querySelector('a')"))
+
+    def test_a_browser_that_keeps_nothing_shows_the_page(self):
+        self.start()
+        self.log("disk")
+        self.browser.before_each_page("Object.defineProperty(window, 'localStorage',"
+                                      " { get() { throw new DOMException('denied', 'SecurityError'); } })")
+        self.open()
+        self.browser.run("document.getElementById('theme').click()")
+        self.assertEqual("Theme: light", self.text("#theme"))
+        self.assertEqual([], self.browser.console)
 
 
 class Connection(Page):

@@ -308,10 +308,17 @@ let events = [];
 let showsAllEvents = false;
 let sorting = { by: "hits", falling: true };
 
+// An ID is a number, written in hexadecimal digits.
+const idNumber = (event) => parseInt(event.event_id, 16);
+
+function compareBy(column, a, b) {
+  if (column === "source") return a.source.localeCompare(b.source);
+  return column === "event_id" ? idNumber(a) - idNumber(b) : a[column] - b[column];
+}
+
 function compareEvents(a, b) {
-  const [x, y] = [a[sorting.by], b[sorting.by]];
-  const order = typeof x === "number" ? x - y : x.localeCompare(y);
-  return (sorting.falling ? -order : order) || a.source.localeCompare(b.source) || a.event_id.localeCompare(b.event_id);
+  const order = compareBy(sorting.by, a, b);
+  return (sorting.falling ? -order : order) || compareBy("source", a, b) || compareBy("event_id", a, b);
 }
 
 function showEvents() {
@@ -351,6 +358,19 @@ function alertQuery(before) {
   return `api/v1/alerts?${query}`;
 }
 
+// Of the web alone: an address of another kind, such as javascript:, could do something to the page. It stays a text.
+function runbook(address) {
+  if (!address) return null;
+  const isOfTheWeb = ["http:", "https:"].includes(URL.canParse(address) ? new URL(address).protocol : "");
+  const shown = isOfTheWeb ? element("a", { href: address, rel: "noopener noreferrer" }, address) : address;
+  return element("p", { className: "quiet" }, "Runbook: ", shown);
+}
+
+function labels(alert) {
+  const pairs = Object.entries(alert.labels || {}).map(([name, value]) => `${name}=${value}`);
+  return pairs.length > 0 ? element("p", { className: "quiet" }, pairs.join(", ")) : null;
+}
+
 function alertItem(alert) {
   const held = alert.held_back ? `${number(alert.held_back.reports)} reports were held back before it` : null;
   const many = alert.reports > 1 ? `stands for ${number(alert.reports)} reports, until ${alert.last_time}` : null;
@@ -363,7 +383,8 @@ function alertItem(alert) {
       element("span", { className: "quiet" }, alert.line_host || alert.host),
       why ? element("span", {}, why) : null),
     alert.summary ? element("p", {}, alert.summary) : null,
-    element("p", { className: "message" }, alert.message));
+    element("p", { className: "message" }, alert.message),
+    labels(alert), runbook(alert.runbook_url));
 }
 
 // An answer to an earlier search, or one that is shown already, comes too late.
@@ -473,11 +494,28 @@ function setTheme(theme) {
   show("theme", `Theme: ${theme || "automatic"}`);
 }
 
+// A browser may refuse to keep anything for a page; then the theme is chosen anew each time.
+function keptTheme() {
+  try {
+    return localStorage.getItem("theme") || "";
+  } catch {
+    return "";
+  }
+}
+
+function keepTheme(theme) {
+  try {
+    localStorage.setItem("theme", theme);
+  } catch {
+    // It holds until the page is left.
+  }
+}
+
 function connect() {
-  setTheme(localStorage.getItem("theme") || "");
+  setTheme(keptTheme());
   $("theme").addEventListener("click", () => {
     const next = { "": "light", light: "dark", dark: "" }[document.documentElement.dataset.theme || ""];
-    localStorage.setItem("theme", next);
+    keepTheme(next);
     setTheme(next);
     redraw();
   });
