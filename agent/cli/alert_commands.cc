@@ -14,6 +14,7 @@
 #include "agent/cli/output.h"
 #include "agent/cli/since.h"
 #include "agent/events/events.h"
+#include "agent/text/flush.h"
 #include "agent/text/times.h"
 
 namespace cli {
@@ -141,7 +142,7 @@ int ShowAlerts(Context &context, const AlertOptions &options)
         }
         // Before it sleeps: a reader of a pipe gets the alerts at once, and one that has gone ends
         // the command.
-        FlushOutput();
+        text::FlushOutput();
         if (!options.follow)
             return kExitDone;
         std::this_thread::sleep_for(kLook);

@@ -28,6 +28,7 @@
 #include "agent/fleet/permitted.h"
 #include "agent/host/here_and_now.h"
 #include "agent/text/duration.h"
+#include "agent/text/flush.h"
 #include "agent/text/times.h"
 
 namespace cli {
@@ -384,7 +385,7 @@ int Apply(Context &context, const FleetApply &options)
                static_cast<unsigned long long>(revision));
     if (!options.wait)
         return kExitDone;
-    FlushOutput();
+    text::FlushOutput();
     const std::set<std::string> alive = UuidsOf(*servers, options.group);
     if (alive.empty()) {
         fprintf(stderr, "syslogmon: no host of the group %s says that it is there\n",

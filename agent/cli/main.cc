@@ -7,6 +7,7 @@
 
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
+#include "agent/text/flush.h"
 #include "agent/text/last_words.h"
 #include "agent/text/say.h"
 
@@ -82,7 +83,7 @@ int main(int argc, char **argv)
         // What was printed counts as done only when it is written: a full disk makes a failure of
         // it.
         status = cli::Run(argc, argv);
-        cli::FlushOutput();
+        text::FlushOutput();
     } catch (const commandline::UsageError &error) {
         cli::PrintError(error.what());
         status = cli::kExitUsage;

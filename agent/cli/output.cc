@@ -1,18 +1,15 @@
 #include "agent/cli/output.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <cwchar>
 #include <string_view>
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
 
-#include "agent/host/error.h"
 #include "agent/text/printable.h"
 #include "agent/text/utf8.h"
 
@@ -77,13 +74,17 @@ size_t DisplayWidth(const std::string &text)
     return columns;
 }
 
-std::string Painted(const std::string &text, Paint paint)
+bool TakesColour()
 {
     const char *no_colour = getenv("NO_COLOR");
     const char *terminal = getenv("TERM");
-    const bool takes_colour = IsTerminal() && (no_colour == nullptr || *no_colour == '\0') &&
-                              terminal != nullptr && std::string_view(terminal) != "dumb";
-    if (!takes_colour)
+    return IsTerminal() && (no_colour == nullptr || *no_colour == '\0') && terminal != nullptr &&
+           std::string_view(terminal) != "dumb";
+}
+
+std::string Painted(const std::string &text, Paint paint)
+{
+    if (!TakesColour())
         return text;
     const char *begin = paint == Paint::kBad      ? "\x1b[1;31m"
                         : paint == Paint::kNotice ? "\x1b[33m"
@@ -99,17 +100,6 @@ void PrintValue(const std::string &text)
 void PrintError(const std::string &text)
 {
     fprintf(stderr, "syslogmon: %s\n", text::Printable(text).c_str());
-}
-
-void FlushOutput()
-{
-    // A write that failed earlier has left its mark on the stream, but no error number.
-    errno = 0;
-    const bool flushed = fflush(stdout) == 0;
-    if (!flushed || ferror(stdout) != 0)
-        throw host::Error("cannot write on standard output",
-                          errno != 0 ? strerror(errno) : "a part of it was not taken",
-                          "what was written is not complete: make room, and try again");
 }
 
 void PrintJson(nlohmann::json object)

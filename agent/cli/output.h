@@ -2,7 +2,7 @@
 //
 // What is shown may come from a log, and anybody can write to a log. So on a terminal, and in
 // columns, control characters are made visible; JSON has its own escapes. Nothing here checks
-// whether a write succeeds: FlushOutput does, once, at the end.
+// whether a write succeeds: text::FlushOutput does, once, at the end.
 #ifndef AGENT_CLI_OUTPUT_H
 #define AGENT_CLI_OUTPUT_H
 
@@ -22,10 +22,6 @@ void PrintValue(const std::string &text);
 // "syslogmon: " and the text, on standard error.
 void PrintError(const std::string &text);
 
-// Throws host::Error when something that was printed could not be written. To be called before a
-// command waits, and at the end.
-void FlushOutput();
-
 // Prints an object, with the version of its shape in it, on several lines and with a line end.
 // Bytes that are no UTF-8 are replaced, so the text can always be parsed.
 void PrintJson(nlohmann::json object);
@@ -34,7 +30,11 @@ void PrintJson(nlohmann::json object);
 // well.
 bool IsTerminal();
 
-// A text in colour where standard output is a terminal that knows colours, unless NO_COLOR is set; otherwise the text.
+// Is standard output a terminal that knows colours, and does NO_COLOR allow them? Set and empty, it does: people say with
+// it once, to all programs, that they want none.
+bool TakesColour();
+
+// A text in colour where standard output takes one; otherwise the text.
 enum class Paint { kGood, kNotice, kBad };
 std::string Painted(const std::string &text, Paint paint);
 

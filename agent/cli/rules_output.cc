@@ -1,7 +1,6 @@
 #include "agent/cli/rules_output.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 #include <nlohmann/json.hpp>
 
@@ -20,12 +19,6 @@ namespace {
 // Names of events that stay; of more, only the number is told: a host may have hundreds, and the
 // line is one.
 constexpr size_t kNamedEvents = 10;
-
-// NO_COLOR is how people say once, to all programs, that they want none.
-bool UseColours()
-{
-    return IsTerminal() && getenv("NO_COLOR") == nullptr;
-}
 
 // A line of a patch; its first character says which colour it has.
 void PrintLine(const std::string &line, bool colours)
@@ -72,7 +65,7 @@ void PrintStaying(const rules::RulesChange &change)
 void PrintChange(const ShownChange &shown, const rules::RulesChange &change)
 {
     if (!change.IsEmpty()) {
-        const bool colours = UseColours();
+        const bool colours = TakesColour();
         PrintLine("--- " + shown.before, colours);
         PrintLine("+++ " + shown.after, colours);
         for (const auto &lines : {rules::FormatDifference(change.events),

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/cli/output.h"
+#include "agent/text/flush.h"
 #include "agent/text/printable.h"
 
 namespace cli {
@@ -37,7 +38,7 @@ void PrintFile(const std::string &text)
 {
     // Not printf: the text may hold zero bytes, in UTF-16 for one.
     fwrite(text.data(), 1, text.size(), stdout);
-    FlushOutput();
+    text::FlushOutput();
 }
 
 } // namespace cli

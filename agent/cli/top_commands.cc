@@ -39,7 +39,7 @@ class Terminal {
         curs_set(0);
         set_escdelay(50);
         timeout(delay_ms);
-        if (has_colors() && getenv("NO_COLOR") == nullptr) {
+        if (has_colors() && TakesColour()) {
             start_color();
             use_default_colors();
             init_pair(1, COLOR_RED, -1);

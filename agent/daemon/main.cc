@@ -4,6 +4,7 @@
 #include "agent/commandline/parser.h"
 #include "agent/daemon/daemon.h"
 #include "agent/host/layout.h"
+#include "agent/text/flush.h"
 #include "agent/text/last_words.h"
 #include "agent/text/say.h"
 
@@ -27,8 +28,10 @@ int Run(int argc, char **argv)
         .TypeName("DIR");
     line.Program().AddFlag("-p,--print-alerts", options.print_alerts,
                            "Print each alert on standard output as it is stored");
-    if (!line.Parse(argc, argv))
+    if (!line.Parse(argc, argv)) {
+        text::FlushOutput();
         return 0; // --help, --version
+    }
     options.layout = root.empty() ? host::Layout::Find() : host::Layout::Below(root);
     options.adds_first_input = root.empty();
     if (!root.empty())

@@ -148,6 +148,16 @@ TEST_F(DaemonTest, WrongWordsAreWrongUsage)
     EXPECT_EQ("syslogmond " SYSLOGMON_VERSION "\n", RunToEnd({SYSLOGMOND, "--version"}).out);
 }
 
+TEST_F(DaemonTest, WordsThatCannotBeWrittenAreAFailure)
+{
+    for (const std::string word : {"--version", "--help"}) {
+        const auto finished = RunToEnd({"/bin/sh", "-c", SYSLOGMOND " " + word + " >/dev/full"});
+        EXPECT_EQ(1, finished.status) << word;
+        EXPECT_EQ(0U, finished.err.find("syslogmond: cannot write on standard output: "))
+            << finished.err;
+    }
+}
+
 // ---- a monitor that ends by itself ----
 
 TEST_F(DaemonTest, AMonitorThatCannotLoadItsTableIsStartedAgainAfterAPause)
