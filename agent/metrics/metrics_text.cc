@@ -87,13 +87,16 @@ void WriteDaemon(const Overview &view, const std::string &version, Writer *out)
     out->Sample({}, view.store_bytes);
     out->Family("stored_alerts", "gauge", "Alerts that are kept in the store.");
     out->Sample({}, view.alerts);
+    out->Family("last_pass_timestamp_seconds", "gauge",
+                "When the last look at all files began; none while it is not known.");
+    if (view.last_look_ms)
+        out->Sample({}, Decimal(*view.last_look_ms, 3));
+    // No counter: it is of one life of the daemon, and a monitor that ends before its first pass stores nothing.
     out->Family(
-        "last_pass_timestamp_seconds", "gauge",
-        "When the last look at all files began; 0: none has ended since the daemon started.");
-    out->Sample({}, Decimal(view.status ? view.status->last_full_pass.began_ms : 0, 3));
-    out->Family("monitor_restarts_total", "counter",
-                "How often the monitor ended by itself since the daemon started.");
-    out->Sample({}, view.status ? view.status->restarts : 0);
+        "monitor_restarts", "gauge",
+        "How often the monitor ended by itself since the daemon started; none without a daemon.");
+    if (view.status)
+        out->Sample({}, view.status->restarts);
 }
 
 // What was counted of all passes up to the last one with news.

@@ -25,9 +25,14 @@ namespace {
 void LookAtDaemon(const host::Layout &layout, std::optional<pid_t> daemon, Overview *view)
 {
     view->is_running = daemon.has_value();
-    if (!daemon)
-        return;
     view->status = status::ReadStatus(layout.run);
+    // Also of a daemon that has gone: nobody has looked since.
+    if (view->status && view->status->last_full_pass.number > 0)
+        view->last_look_ms = view->status->last_full_pass.began_ms;
+    if (!daemon) {
+        view->status.reset();
+        return;
+    }
     view->stands = status::WhyItStands(*daemon, view->status);
     // One that a daemon before it has left says nothing of this one.
     if (view->status && view->status->pid != *daemon)
@@ -41,9 +46,9 @@ std::optional<int64_t> SecondsBehind(const Overview &view, std::optional<int64_t
         return std::nullopt;
     if (*unread == 0)
         return 0;
-    if (!view.status || view.status->last_full_pass.number == 0)
+    if (!view.last_look_ms)
         return std::nullopt;
-    return std::max<int64_t>(view.now_ms - view.status->last_full_pass.began_ms, 0) / 1000;
+    return std::max<int64_t>(view.now_ms - *view.last_look_ms, 0) / 1000;
 }
 
 void LookAtLogs(host::RegistryTree &registry, Overview *view)

@@ -46,6 +46,9 @@ struct Overview {
     bool is_running = false;
     std::string stands;                   // why the daemon does not do its work; empty: it does
     std::optional<status::Status> status; // of the daemon, while it runs
+    // When the last look at all files began, by the daemon that runs or ran last. Nothing: none has ended since it
+    // started, or none has run since the host was booted.
+    std::optional<int64_t> last_look_ms;
     int64_t cycle_s = 0;
     std::vector<LogView> logs;
     std::vector<SinkView> sinks;

@@ -2,6 +2,7 @@
 import json
 import re
 import subprocess
+import time
 
 import lab
 
@@ -66,8 +67,16 @@ class Metrics(lab.LabTest):
     def test_what_is_unread_is_told_while_the_daemon_is_stopped(self):
         line = lab.stamped("something else")
         self.daemon.stop()
+        look = self.metrics()["syslogmon_last_pass_timestamp_seconds", ""]
+        self.assertGreater(look, 1.7e9, "of the daemon that has gone")
         lab.append(lab.MESSAGES, line)
-        self.assertEqual(len(line) + 1, self.metrics()["syslogmon_unread_bytes", f'log="{lab.MESSAGES}"'])
+        found = self.metrics()
+        self.assertEqual(len(line) + 1, found["syslogmon_unread_bytes", f'log="{lab.MESSAGES}"'])
+        self.assertAlmostEqual(time.time() - look, found["syslogmon_behind_seconds", f'log="{lab.MESSAGES}"'], delta=60)
+        self.assertNotIn(("syslogmon_monitor_restarts", ""), found)
+        for status in self.lab.root.rglob("status.json"):
+            status.unlink() # as a boot does
+        self.assertNotIn(("syslogmon_last_pass_timestamp_seconds", ""), self.metrics())
         lab.MESSAGES.rename(lab.VAR_LOG / "messages.1")
         lab.append(lab.MESSAGES, line, line)
         self.assertEqual(2 * (len(line) + 1), self.metrics()["syslogmon_unread_bytes", f'log="{lab.MESSAGES}"'],

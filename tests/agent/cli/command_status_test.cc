@@ -140,6 +140,50 @@ TEST_F(StatusCommand, ShowsWhatTheDaemonTells)
         EXPECT_NE(std::string::npos, text.find(line)) << line << text;
 }
 
+TEST_F(StatusCommand, SaysThatALookIsLateAsTheDoctorDoes)
+{
+    Child daemon(Helper(Root(), {"answer-scans"}));
+    ASSERT_EQ("running", daemon.ReadLine());
+    status::Status told;
+    told.pid = daemon.pid();
+    told.state = status::MonitorState::kRunning;
+    const auto looked = [&](int64_t seconds) {
+        told.last_full_pass = {1, status::PassKind::kCycle, 1000,
+                               status::BootTimeNs() - (seconds * 1'000'000'000), 1500};
+        status::WriteStatus(Layout().run, told);
+    };
+    const std::string late = "s ago, which is late: one begins at least every 300 s\n";
+    looked(200);
+    EXPECT_EQ(false, Json({"status"})["is_late"]);
+    EXPECT_EQ(std::string::npos, Syslogmon({"status"}).out.find(late));
+    EXPECT_NE(std::string::npos, Syslogmon({"doctor"}).out.find("well     last look: "));
+    looked(3600);
+    EXPECT_EQ(true, Json({"status"})["is_late"]);
+    EXPECT_LE(3600, Json({"status"})["seconds_since_look"]);
+    EXPECT_NE(std::string::npos, Syslogmon({"status"}).out.find(late));
+    EXPECT_NE(std::string::npos, Syslogmon({"doctor"}).out.find("note     last look: "));
+}
+
+TEST_F(StatusCommand, TheStoresSizeIsThatOfItsFileWithItsJournal)
+{
+    const auto journal = Layout().Store().string() + "-wal";
+    StartHere();
+    {
+        host::Transaction transaction(test::Store());
+        events::EventRegistry(test::Registry())
+            .Write({{"DISK", 1}, {"error", "", ""}, 1, events::kAllHours});
+        transaction.Commit();
+    }
+    const auto bytes =
+        std::filesystem::file_size(Layout().Store()) + std::filesystem::file_size(journal);
+    EXPECT_LT(std::filesystem::file_size(Layout().Store()), bytes) << "the journal is empty";
+    EXPECT_EQ(bytes, Json({"status"}, 3)["store_bytes"]);
+    EXPECT_NE(
+        std::string::npos,
+        Syslogmon({"metrics"}).out.find("\nsyslogmon_store_bytes " + std::to_string(bytes) + "\n"));
+    test::StopHost();
+}
+
 TEST_F(StatusCommand, SaysWhyFilesAreNotWatched)
 {
     Child daemon(Helper(Root(), {"answer-scans"}));

@@ -82,6 +82,49 @@ TEST(MetricsText, WhatTheMonitorTellsAboutItselfIsAddedUpByKindAndLossesByLog)
         SamplesOf(view, "syslogmon_lines_passed_over_total"));
 }
 
+TEST(MetricsText, WhatIsNotKnownHasNoSample)
+{
+    Overview view;
+    EXPECT_EQ("", SamplesOf(view, "syslogmon_last_pass_timestamp_seconds"));
+    EXPECT_EQ("", SamplesOf(view, "syslogmon_monitor_restarts"));
+    view.last_look_ms = 1'700'000'000'250;
+    view.status.emplace().restarts = 2;
+    EXPECT_EQ(" 1700000000.25\n", SamplesOf(view, "syslogmon_last_pass_timestamp_seconds"));
+    EXPECT_EQ(" 2\n", SamplesOf(view, "syslogmon_monitor_restarts"));
+}
+
+TEST(MetricsText, ASinkAndAnInputHaveTheirNumbers)
+{
+    Overview view;
+    view.now_ms = 100'000;
+    view.store_bytes = 4096;
+    view.sinks.push_back({"mail", "mail", 5, 1, 2, 3, ""});
+    status::InputStatus input;
+    input.name = "app";
+    input.behind_bytes = 77;
+    input.behind_since_ms = 88'000;
+    view.status.emplace().inputs = {input};
+    view.totals = {{{Kind::kInputLines, "app", 0}, 6},
+                   {{Kind::kInputBytes, "app", 0}, 600},
+                   {{Kind::kBytes, "/var/log/messages", 0}, 321},
+                   {{Kind::kHeldBack, "DISK", 0x1A}, 8}};
+    for (const auto &[name, samples] : {
+             std::pair("build_info", "{version=\"1\"} 1\n"),
+             {"store_bytes", " 4096\n"},
+             {"sink_deliveries_total", "{sink=\"mail\",result=\"delivered\"} 5\n"
+                                       "{sink=\"mail\",result=\"dropped\"} 1\n"},
+             {"sink_waiting", "{sink=\"mail\"} 2\n"},
+             {"sink_undelivered", "{sink=\"mail\"} 3\n"},
+             {"input_entries_total", "{input=\"app\"} 6\n"},
+             {"input_bytes_total", "{input=\"app\"} 600\n"},
+             {"input_unread_bytes", "{input=\"app\"} 77\n"},
+             {"input_behind_seconds", "{input=\"app\"} 12\n"},
+             {"bytes_read_total", "{log=\"/var/log/messages\"} 321\n"},
+             {"held_back_total", "{source=\"DISK\",event_id=\"1A\"} 8\n"},
+         })
+        EXPECT_EQ(samples, SamplesOf(view, std::string("syslogmon_") + name)) << name;
+}
+
 TEST(MetricsText, ADaemonThatRunsAndDoesNotItsWorkIsNotUp)
 {
     Overview view;
