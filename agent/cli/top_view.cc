@@ -214,30 +214,95 @@ void AddState(const TopSight &sight, Screen *screen)
         screen->Add("watching: " + view.status->watch_problem, TopStyle::kBad);
 }
 
-void AddFiles(const metrics::Overview &view, Screen *screen)
+// ---- files, inputs, sinks ----
+
+std::string BehindText(int64_t seconds)
 {
-    for (const auto &log : view.logs)
-        screen->Add(log.path + "  unread " + (log.unread ? Bytes(*log.unread) : "?") +
-                        (log.behind_s.value_or(0) > 0
-                             ? "  behind " + std::to_string(*log.behind_s) + " s"
-                             : ""),
-                    log.behind_s.value_or(0) > view.cycle_s ? TopStyle::kBad : TopStyle::kPlain);
-    if (!view.status)
-        return;
-    for (const auto &input : view.status->inputs)
-        screen->Add("input " + input.name + "  unread " +
-                        (input.behind_bytes < 0 ? "?" : Bytes(input.behind_bytes)) +
-                        (input.problems.empty() ? "" : "  " + input.problems[0]),
-                    input.problems.empty() ? TopStyle::kPlain : TopStyle::kBad);
+    return seconds > 0 ? "  behind " + std::to_string(seconds) + " s" : "";
 }
 
-void AddSinks(const metrics::Overview &view, Screen *screen)
+void AddFiles(const metrics::Overview &view, std::vector<TopLine> *lines)
+{
+    for (const auto &log : view.logs) {
+        const int64_t behind_s = log.behind_s.value_or(0);
+        lines->push_back({log.path + "  unread " + (log.unread ? Bytes(*log.unread) : "?") +
+                              BehindText(behind_s),
+                          behind_s > view.cycle_s ? TopStyle::kBad : TopStyle::kPlain});
+    }
+}
+
+void AddInputs(const metrics::Overview &view, std::vector<TopLine> *lines)
+{
+    if (!view.status)
+        return;
+    if (!view.status->inputs_wait.empty())
+        lines->push_back({"the inputs wait: " + view.status->inputs_wait, TopStyle::kBad});
+    for (const auto &input : view.status->inputs) {
+        const int64_t behind_s =
+            input.behind_since_ms == 0 ? 0 : (view.now_ms - input.behind_since_ms) / 1000;
+        const bool is_bad = !input.problems.empty() || behind_s > view.cycle_s;
+        lines->push_back({"input " + input.name + "  unread " +
+                              (input.behind_bytes < 0 ? "?" : Bytes(input.behind_bytes)) +
+                              BehindText(behind_s) +
+                              (input.problems.empty() ? "" : "  " + input.problems[0]),
+                          is_bad ? TopStyle::kBad : TopStyle::kPlain});
+    }
+}
+
+void AddSinks(const metrics::Overview &view, std::vector<TopLine> *lines)
 {
     for (const auto &sink : view.sinks)
-        screen->Add("sink " + sink.name + "  delivered " + std::to_string(sink.delivered) +
-                        "  waiting " + std::to_string(sink.waiting) +
-                        (sink.last_error.empty() ? "" : "  " + sink.last_error),
-                    sink.last_error.empty() ? TopStyle::kPlain : TopStyle::kBad);
+        lines->push_back({"sink " + sink.name + "  delivered " + std::to_string(sink.delivered) +
+                              "  waiting " + std::to_string(sink.waiting) +
+                              (sink.last_error.empty() ? "" : "  " + sink.last_error),
+                          sink.last_error.empty() ? TopStyle::kPlain : TopStyle::kBad});
+}
+
+std::vector<TopLine> Watched(const metrics::Overview &view)
+{
+    std::vector<TopLine> lines;
+    AddFiles(view, &lines);
+    AddInputs(view, &lines);
+    AddSinks(view, &lines);
+    return lines;
+}
+
+bool IsBad(const TopLine &line)
+{
+    return line.style == TopStyle::kBad;
+}
+
+// What is in trouble comes first when there is no room for all, and what is left out is counted.
+void AddWithin(size_t room, std::vector<TopLine> lines, Screen *screen)
+{
+    size_t shown = lines.size();
+    if (shown > room) {
+        std::ranges::stable_partition(lines, IsBad);
+        shown = room > 0 ? room - 1 : 0;
+    }
+    const auto left_out = lines.begin() + static_cast<ptrdiff_t>(shown);
+    std::for_each(lines.begin(), left_out,
+                  [&](const TopLine &line) { screen->Add(line.text, line.style); });
+    if (left_out == lines.end())
+        return;
+    const auto bad = std::count_if(left_out, lines.end(), IsBad);
+    screen->Add("and " + std::to_string(lines.end() - left_out) + " more" +
+                    (bad > 0 ? ", " + std::to_string(bad) + " of them in trouble" : ""),
+                bad > 0 ? TopStyle::kBad : TopStyle::kQuiet);
+}
+
+// ---- events on the screen ----
+
+// Rows that events want of those that are there, for their head and the first few, or for the explanation of one. A
+// third is left for files and sinks.
+size_t RowsForEvents(size_t there, size_t events, const TopChoice &choice)
+{
+    constexpr size_t kExplanation = 9;
+    constexpr size_t kFewEvents = 5;
+    const size_t wanted = choice.explains && events > 0
+                              ? kExplanation
+                              : 1 + std::clamp<size_t>(events, 1, kFewEvents);
+    return std::min(wanted, there - (there / 3));
 }
 
 void Explain(const EventRow &row, Screen *screen)
@@ -291,11 +356,11 @@ std::vector<TopLine> TopScreen(const TopSight &sight, int rows, int columns, boo
     const std::vector<EventRow> events = RowsOf(sight, *choice);
     choice->selected = std::min(choice->selected, events.empty() ? 0 : events.size() - 1);
     AddState(sight, &screen);
-    AddFiles(sight.view, &screen);
-    AddSinks(sight.view, &screen);
     // The last line is for the keys, those above for the newest alerts: a quarter of the screen.
     const size_t alerts = std::max<size_t>(screen.rows() / 4, 1);
     const size_t behind_events = screen.rows() > alerts + 2 ? screen.rows() - alerts - 2 : 0;
+    const size_t there = behind_events > screen.size() ? behind_events - screen.size() : 0;
+    AddWithin(there - RowsForEvents(there, events.size(), *choice), Watched(sight.view), &screen);
     if (choice->explains && !events.empty())
         Explain(events[choice->selected], &screen);
     else if (behind_events > screen.size() + 1)

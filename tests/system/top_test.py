@@ -1,4 +1,5 @@
 """The full screen in a real terminal (tmux): what it shows, each key, other sizes, a slow terminal without colour."""
+import re
 import shutil
 import subprocess
 
@@ -27,10 +28,10 @@ class Top(lab.LabTest):
         return subprocess.run(["tmux", "-S", self.socket, "-f", "/dev/null", *map(str, words)], capture_output=True,
                               text=True, check=check).stdout
 
-    def show(self, columns=80, rows=24, terminal="screen", locale="C.UTF-8"):
+    def show(self, columns=80, rows=24, terminal="screen", locale="C.UTF-8", more=""):
         program = f"{lab.build_root() / 'bin' / 'syslogmon'} --root {self.lab.root} top --delay 200"
         self.tmux("new-session", "-d", "-x", columns, "-y", rows,
-                  f"env LC_ALL={locale} TERM={terminal} {program}; echo ended with $?; sleep 600")
+                  f"env -u NO_COLOR LC_ALL={locale} TERM={terminal} {more} {program}; echo ended with $?; sleep 600")
         self.wait("q quit")
 
     def screen(self):
@@ -92,6 +93,19 @@ class Top(lab.LabTest):
         self.assertEqual(["DISK", "LOGIN", "ALPHA"], self.sources())
         self.assertNotIn("█", self.text())
         self.assertIn("@", next(line for line in self.screen() if line.startswith("DISK ")))
+
+    def assert_stopped_is_red(self, is_red, more):
+        self.show(more=more)
+        first = self.tmux("capture-pane", "-p", "-e").splitlines()[0]
+        self.assertIn("STOPPED", first)
+        self.assertEqual(is_red, re.search(r"\x1b\[[\d;]*31m", first) is not None, repr(first))
+        self.tmux("kill-server")
+
+    def test_colours_are_left_out_when_no_color_is_set_and_not_empty(self):
+        self.daemon.stop()
+        self.assert_stopped_is_red(True, "")
+        self.assert_stopped_is_red(True, "NO_COLOR=")
+        self.assert_stopped_is_red(False, "NO_COLOR=1")
 
     def test_without_a_terminal_it_says_what_to_use(self):
         done = self.lab.run("top")

@@ -112,6 +112,75 @@ TEST_F(TopView, TheSelectedEventStaysInSight)
     EXPECT_EQ(102U, choice_.selected);
 }
 
+TEST_F(TopView, ManySinksLeaveRoomForEventsAndThoseInTroubleComeFirst)
+{
+    for (int i = 0; i < 12; ++i)
+        sight_.view.sinks.push_back({"chat" + std::to_string(i), "webhook", 0, 0, 0, 0, ""});
+    sight_.view.sinks.push_back({"pager", "webhook", 0, 0, 9, 0, "no route"});
+    AddEvent("FOUR", 4, 2, 0);
+    AddEvent("FIVE", 5, 1, 0);
+    AddEvent("SIX", 6, 0, 0);
+    for (const char *shown : {"DISK ", "LOGIN ", "ALPHA ", "FOUR ", "FIVE "})
+        EXPECT_LT(0, RowOf(shown)) << shown;
+    EXPECT_EQ(-1, RowOf("SIX "));
+    EXPECT_EQ(RowOf("sink mail") + 1, RowOf("sink pager"));
+    EXPECT_LT(RowOf("sink pager"), RowOf("/var/log/messages"));
+    EXPECT_EQ(RowOf("SOURCE") - 1, RowOf("and 8 more "));
+    EXPECT_LT(0, RowOf("DISK ", 10)) << "also on a small terminal";
+    choice_.explains = true;
+    EXPECT_LT(0, RowOf("  reports held back"));
+    EXPECT_LT(RowOf("  reports held back"), RowOf("NEWEST ALERTS"));
+}
+
+TEST_F(TopView, WhatIsLeftOutInTroubleIsCounted)
+{
+    sight_.view.sinks.clear();
+    for (int i = 0; i < 20; ++i)
+        sight_.view.sinks.push_back({"chat", "webhook", 0, 0, 0, 0, "no route"});
+    const auto lines = Screen();
+    const auto left_out = std::ranges::find_if(
+        lines, [](const TopLine &line) { return line.text.starts_with("and "); });
+    ASSERT_NE(lines.end(), left_out);
+    EXPECT_EQ(0U, left_out->text.find("and 12 more, 11 of them in trouble ")) << left_out->text;
+    EXPECT_EQ(TopStyle::kBad, left_out->style);
+}
+
+TEST_F(TopView, AnInputShowsHowFarItIsBehindAndThatAllWait)
+{
+    sight_.view.now_ms = 1'000'000;
+    status::InputStatus input;
+    input.name = "app";
+    input.behind_bytes = 2048;
+    input.behind_since_ms = 1'000'000 - 9'500;
+    sight_.view.status->inputs.push_back(input);
+    EXPECT_LT(0, RowOf("input app  unread 2.0 KiB  behind 9 s "));
+    EXPECT_EQ(-1, RowOf("the inputs wait"));
+    sight_.view.status->inputs_wait = "the spool is full";
+    EXPECT_LT(0, RowOf("the inputs wait: the spool is full "));
+    sight_.view.status->inputs[0].behind_since_ms -= 400'000;
+    EXPECT_EQ(TopStyle::kBad, Screen()[static_cast<size_t>(RowOf("input app"))].style);
+}
+
+TEST_F(TopView, ALookThatIsLateIsCalledLate)
+{
+    status::PassStatus &look = sight_.view.status->last_full_pass;
+    look.number = 1;
+    const auto looked = [&](int64_t seconds) {
+        look.began_boot_ns = status::BootTimeNs() - (seconds * 1'000'000'000);
+        return Screen(24, 120)[0];
+    };
+    EXPECT_EQ(std::string::npos, looked(60).text.find("LATE"));
+    EXPECT_EQ(TopStyle::kHead, looked(60).style);
+    EXPECT_NE(std::string::npos, looked(3600).text.find("s ago (at least every 300 s)  LATE"));
+    EXPECT_EQ(TopStyle::kBad, looked(3600).style);
+}
+
+TEST_F(TopView, TheStoreIsShownWithItsSize)
+{
+    sight_.view.store_bytes = 3 * 1024 * 1024;
+    EXPECT_EQ(1, RowOf("store 3.0 MiB  events 3 "));
+}
+
 TEST_F(TopView, AnEventIsExplained)
 {
     choice_.explains = true;
