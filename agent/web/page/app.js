@@ -44,11 +44,19 @@ function nameOf(series) {
   return series.event_id === undefined ? series.name : `${series.name} ${series.event_id}`;
 }
 
+// Of a query that failed it is an object; who is refused gets a line of text.
+function reason(text) {
+  try {
+    return JSON.parse(text).error;
+  } catch {
+    return text.trim();
+  }
+}
+
 async function get(path) {
   const answer = await fetch(path, { credentials: "same-origin" });
-  const body = await answer.json().catch(() => ({ error: `the daemon answered with ${answer.status}` }));
-  if (!answer.ok) throw new Error(body.error || `the daemon answered with ${answer.status}`);
-  return body;
+  if (answer.ok) return answer.json();
+  throw new Error(reason(await answer.text()) || `the daemon answered with ${answer.status}`);
 }
 
 // Sets a text only when it is another one: what is read aloud is not read again.
