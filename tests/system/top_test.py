@@ -95,16 +95,19 @@ class Top(lab.LabTest):
         self.assertIn("@", next(line for line in self.screen() if line.startswith("DISK ")))
 
     def assert_stopped_is_red(self, is_red, more):
+        self.daemon.stop()
         self.show(more=more)
         first = self.tmux("capture-pane", "-p", "-e").splitlines()[0]
         self.assertIn("STOPPED", first)
         self.assertEqual(is_red, re.search(r"\x1b\[[\d;]*31m", first) is not None, repr(first))
-        self.tmux("kill-server")
 
-    def test_colours_are_left_out_when_no_color_is_set_and_not_empty(self):
-        self.daemon.stop()
+    def test_trouble_is_red(self):
         self.assert_stopped_is_red(True, "")
+
+    def test_trouble_is_red_with_an_empty_no_color(self):
         self.assert_stopped_is_red(True, "NO_COLOR=")
+
+    def test_nothing_is_red_with_no_color(self):
         self.assert_stopped_is_red(False, "NO_COLOR=1")
 
     def test_without_a_terminal_it_says_what_to_use(self):
