@@ -124,7 +124,7 @@ class Readers(lab.LabTest):
         self.assertEqual(2, dry.returncode, dry.stderr)
         self.assertIn("+ sink hook", dry.stdout)
         self.assertEqual(f"syslogmon: warning: the sink hook: the secret in {secret} cannot be read here (Permission denied), "
-                         "so it was not looked at; without it apply refuses the sink\n", dry.stderr)
+                         "so it was not looked at; apply refuses a sink whose secret it cannot read\n", dry.stderr)
         self.assertEqual(self.lab.command("apply", rules, "--dry-run"), dry.stdout)
         refused = self.reader("apply", rules)
         self.assertEqual(1, refused.returncode)

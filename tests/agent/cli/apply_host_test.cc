@@ -113,7 +113,7 @@ TEST_F(ApplyHost, ADryRunNeedsNoSecretsAndSaysSoWhereApplyRefusesTheSink)
     EXPECT_NE(std::string::npos, dry.out.find("+ sink hook")) << dry.out;
     const std::string warning = "syslogmon: warning: the sink hook: the secret in " + secret +
                                 " cannot be read here (No such file or directory), so it was not "
-                                "looked at; without it apply refuses the sink\n";
+                                "looked at; apply refuses a sink whose secret it cannot read\n";
     EXPECT_EQ(warning + warning, dry.err);
     const Finished refused = Syslogmon({"apply", file});
     EXPECT_EQ(1, refused.status);

@@ -80,7 +80,7 @@ TEST_F(BackupCommand, WhoeverReadsTheStoreIsWaitedForAndKeepsItWhenHeTakesTooLon
 
     // It waits, with everything made but the last step, until the reader is gone. Other commands wait for it.
     test::Child restore(test::Command(Root(), {"restore", Copy()}));
-    while (!std::filesystem::exists(unfinished))
+    for (int looks = 0; looks < 30000 && !std::filesystem::exists(unfinished); ++looks)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_TRUE(std::filesystem::exists(unfinished));

@@ -69,16 +69,16 @@ TEST_F(SinkCommand, AMistypedKindOrOptionIsToldWithTheOneThatIsNear)
 TEST_F(SinkCommand, WhatSendsSnmpOfAnotherBuildIsRefusedWithThePackageToUpgrade)
 {
     const std::string secret = SecretFile("public");
+    const std::string version = SYSLOGMON_VERSION;
+    const std::string is_older = "snmp.so is older than this program, which is " + version +
+                                 "; upgrade the package syslogmon-snmp to " + version;
     const std::vector<std::pair<std::string, std::string>> rows = {
-        {"none", "snmp.so is older than this program, which is 1.0.0; upgrade the package "
-                 "syslogmon-snmp to 1.0.0"},
-        {"older", "snmp.so is older than this program, which is 1.0.0; upgrade the package "
-                  "syslogmon-snmp to 1.0.0"},
-        {"newer",
-         "snmp.so is newer (99.1.0) than this program, which is 1.0.0; upgrade the package "
-         "syslogmon to 99.1.0 and restart syslogmond"},
-        {"other", "snmp.so is of another build (1.0.0 000000000000 GNU-12.2.0) than this program "
-                  "(1.0.0 "},
+        {"none", is_older},
+        {"older", is_older},
+        {"newer", "snmp.so is newer (99.1.0) than this program, which is " + version +
+                      "; upgrade the package syslogmon to 99.1.0 and restart syslogmond"},
+        {"other", "snmp.so is of another build (" + version +
+                      " 000000000000 GNU-12.2.0) than this program (" + version + " "},
     };
     for (const auto &[which, words] : rows) {
         const std::string library = std::string("LD_PRELOAD=") + OTHER_SNMP + which + "/snmp.so";
