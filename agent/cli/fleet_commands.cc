@@ -104,7 +104,11 @@ void SetUpStatus(Parser &parser, Context &context)
 fleet::HostStatus FindHost(const nats::Connection &servers, const std::string &word)
 {
     std::vector<fleet::HostStatus> hosts = ReadHosts(servers);
-    std::erase_if(hosts, [&](const auto &host) { return host.uuid != word && host.host != word; });
+    // A name is what a host says of itself: it may be the UUID of another one.
+    const auto exact = std::ranges::find(hosts, word, &fleet::HostStatus::uuid);
+    if (exact != hosts.end())
+        return *exact;
+    std::erase_if(hosts, [&](const auto &host) { return host.host != word; });
     if (hosts.empty())
         throw host::Error("cannot forget the host " + text::Shown(word),
                           "no host of that name or UUID has said how it is",

@@ -340,7 +340,9 @@ uint64_t GiveToSomeAndThenToAll(Context &context, const nats::Connection &server
         return GiveToAll(servers, options, files, before);
     } catch (const host::Error &) {
         try {
-            EndCanary(*ConnectToFleet(context), options.group); // the connection may be why
+            // The connection may be why. Another server may not have seen the key yet, so it is not asked.
+            fleet::DeleteKey(*ConnectToFleet(context), fleet::kRulesBucket,
+                             fleet::CanaryKey(options.group));
         } catch (const host::Error &error) {
             PrintError("the hosts that have tried them go on with them, until syslogmon fleet "
                        "apply comes through for the group " +

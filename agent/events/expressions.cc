@@ -78,8 +78,8 @@ namespace {
 constexpr size_t kHuge = size_t{1} << 40U;
 constexpr size_t kMostOfRepeat = 0xFFFF; // the library takes no more than half of it
 
-// The repeat "{3}", "{3,}" or "{3,5}" at a place: how often at most, at least once, and where it ends. Nothing: there is
-// none, and the brace stands for itself.
+// The repeat "{3}", "{3,}" or "{3,5}" at a place: how often the library writes it out, at least once, and where it ends. Of
+// an open one it writes a last time for all that may follow. Nothing: there is none, and the brace stands for itself.
 struct Repeat {
     size_t times;
     size_t end;
@@ -96,7 +96,8 @@ std::optional<Repeat> RepeatAt(const std::string &text, size_t open)
         } else if (c == ',') {
             number = 0;
         } else if (c == '}' && at > open + 1) {
-            return Repeat{times, at + 1};
+            const bool is_open = text[at - 1] == ',';
+            return Repeat{is_open ? times + 1 : times, at + 1};
         } else {
             break;
         }
@@ -137,7 +138,9 @@ size_t WrittenOut(const std::string &keyword)
             const size_t size = groups.back().All();
             groups.pop_back();
             groups.back().Add(std::max<size_t>(size, 1));
-        } else if (c != '*' && c != '+' && c != '?' && c != '|') {
+        } else if (c == '+') { // once, and as often as it likes
+            groups.back().last = std::min(groups.back().last * 2, kHuge);
+        } else if (c != '*' && c != '?' && c != '|') {
             groups.back().Add(1);
         }
         if (c == '[')

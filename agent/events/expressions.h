@@ -19,7 +19,8 @@ std::string WhyNoExpression(const std::string &keyword);
 // Does it refer back to what a group of it has matched, as \1 does?
 bool HasBackReference(const std::string &keyword);
 
-// How many characters, classes and groups it stands for when its counted repeats are written out: 6 for "x(ab?){2}y".
+// How many characters, classes and groups it stands for when its repeats are written out as the C library does it: 6 for
+// "x(ab?){2}y", 2 for "a+", which is "aa*".
 // That is what its compiling and each line that is tried takes time and memory for. Of a text that is no expression, some
 // number; of a huge one, a huge one.
 size_t WrittenOut(const std::string &keyword);

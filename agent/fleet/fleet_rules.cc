@@ -112,7 +112,7 @@ std::vector<text::Issue> CostlyExpressions(const std::vector<rules::Rule> &all)
                              "its repeats stand for more than " + std::to_string(kMostWrittenOut) +
                                  " characters, which can take the monitor of a "
                                  "fault-tolerant server all its time",
-                             "use smaller repeats, or +")
+                             "use fewer or smaller repeats")
                      .what()});
         }
     }

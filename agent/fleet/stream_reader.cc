@@ -100,11 +100,17 @@ bool StreamReader::IsAt(uint64_t sequence)
         count_ = info->Delivered.Consumer;
         return true;
     }
+    ForgetReader();
+    return false;
+}
+
+void StreamReader::ForgetReader()
+{
+    jsErrCode code{};
     const natsStatus deleted =
         js_DeleteConsumer(connection_.stream(), stream_.c_str(), name_.c_str(), nullptr, &code);
     if (deleted != NATS_NOT_FOUND)
         connection_.Check(deleted, "begin anew in the stream " + stream_, code);
-    return false;
 }
 
 void StreamReader::MakeReader(uint64_t sequence)
@@ -239,11 +245,14 @@ void StreamReader::LookAfterSilence()
     connection_.Check(status, "go on in the stream " + stream_, code);
     // What was stored at this moment may be on its way. What they had at the last look as well is not.
     const bool is_withheld = info->NumPending > 0 || info->NumAckPending > 0;
-    if (is_withheld && was_withheld_)
+    if (is_withheld && was_withheld_) {
+        // Another one is begun at the place that the store knows, also when the servers say of this one that it is there.
+        ForgetReader();
         throw host::Error("cannot go on in the stream " + stream_,
                           "the servers have messages behind " + std::to_string(sequence_) +
                               " and do not deliver them",
                           "nothing is to be done: it is read again from there");
+    }
     was_withheld_ = is_withheld;
 }
 

@@ -38,6 +38,7 @@ class StreamReader {
     void MakeStream();
     [[nodiscard]] bool IsAt(uint64_t sequence);
     void MakeReader(uint64_t sequence);
+    void ForgetReader();
     void Fetch(int most, bool waits);
     void CheckOrder(natsMsg *message);
     void LookAfterSilence();

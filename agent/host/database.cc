@@ -105,7 +105,7 @@ void TakeLockAgain(const std::string &path)
     const std::lock_guard holding(guard);
     Fd &fd = kept[{file.st_dev, file.st_ino}];
     if (fd.get() < 0)
-        fd = Fd(open(path.c_str(), O_RDWR | O_CLOEXEC));
+        fd = Fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     struct flock lock = {};
     lock.l_type = F_RDLCK;
     lock.l_whence = SEEK_SET;

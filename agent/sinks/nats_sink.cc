@@ -249,9 +249,10 @@ SinkKind NatsKind()
     kind.options.push_back({"look", "SECONDS", "60",
                             "how often to ask the servers what they have, when nothing is sent",
                             CheckSeconds<1, 300>});
-    kind.options.push_back({kPaceOption, "NUMBER", "500",
-                            "how many alerts it sends in a second at most; the others wait",
-                            CheckPace});
+    kind.options.push_back(
+        {kPaceOption, "NUMBER", "500",
+         "how many alerts it sends in a second, and at once after a rest; the others wait",
+         CheckPace});
     kind.open = [](const SinkConfig &config, const std::string &,
                    Secrets &secrets) -> std::unique_ptr<Sink> {
         return std::make_unique<NatsSink>(AccessOf(config, secrets), config);

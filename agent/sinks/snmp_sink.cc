@@ -46,7 +46,12 @@ std::unique_ptr<snmp::Sender> MakeSender(const snmp::Options &options)
     void *library = dlopen(snmp::kLibrary, RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr)
         Refuse(dlerror(), "install the package syslogmon-snmp");
-    CheckBuild(library);
+    try {
+        CheckBuild(library);
+    } catch (const host::Error &) {
+        dlclose(library); // so that the one that is installed next is found under the same name
+        throw;
+    }
     const auto make = reinterpret_cast<snmp::MakeSenderFn>(dlsym(library, snmp::kMakeSender));
     if (make == nullptr)
         Refuse(dlerror(), "install the package syslogmon-snmp anew");

@@ -43,8 +43,10 @@ class Publisher:
 
     def flush(self):
         self._socket.sendall(b"PING\r\n")
-        while self._lines.readline().strip() != b"PONG":
-            pass
+        for line in self._lines:
+            if line.strip() == b"PONG":
+                return
+        raise EOFError("the server has ended")
 
     def close(self):
         self._lines.close()
@@ -113,10 +115,11 @@ class Cost(lab.LabTest):
         self.lab.wait_until("all statuses are there", lambda: len(self.centre.hosts()) == HOSTS + 1, PATIENCE)
         after = [kilobytes(one.daemon.pid, "VmRSS") for one in (self.centre, member)]
         began = time.monotonic()
-        usage = os.wait4(os.posix_spawn("/bin/sh", ["sh", "-c", 'exec "$@" >/dev/null', "sh",
+        _, status, usage = os.wait4(os.posix_spawn("/bin/sh", ["sh", "-c", 'exec "$@" >/dev/null', "sh",
                                                     str(lab.build_root() / "bin" / "syslogmon"), "--root",
-                                                    str(self.centre.lab.root), "fleet", "status"], os.environ), 0)[2]
+                                                    str(self.centre.lab.root), "fleet", "status"], os.environ), 0)
         took = time.monotonic() - began
+        self.assertEqual(0, status)
         servers = [kilobytes(server.child.pid, "VmRSS") for server in self.servers.all]
         store = sum(path.stat().st_size for path in (self.centre.lab.root / "state").glob("agent.db*"))
         print(f"{HOSTS} hosts: the collector's daemon has {before[0]} KiB before and {after[0]} KiB after, its store {store} bytes; "
