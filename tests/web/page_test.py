@@ -5,6 +5,7 @@ SYSLOGMON_PICTURES: a folder for pictures of it, to be looked at.
 import http.client
 import json
 import os
+import signal
 import socket
 import sqlite3
 import sys
@@ -299,6 +300,15 @@ class Connection(Page):
         self.daemon.start()
         self.assertEqual("badge good", self.badge("running"))
         self.browser.wait("document.querySelector('#alert-list li').textContent.includes('disk meanwhile')")
+
+    def test_a_daemon_that_does_not_answer_is_given_up_and_asked_again(self):
+        self.open()
+        os.kill(self.daemon.pid, signal.SIGSTOP)
+        self.browser.wait("document.getElementById('problem').textContent.startsWith('Not up to date')")
+        os.kill(self.daemon.pid, signal.SIGCONT)
+        self.log("disk behind it")
+        self.browser.wait("document.querySelector('#alert-list li').textContent.includes('disk behind it')")
+        self.browser.wait("document.getElementById('problem').hidden || document.getElementById('problem').textContent === ''")
 
     def test_a_page_that_is_one_too_many_asks_and_is_told_once_there_is_room(self):
         streams = []

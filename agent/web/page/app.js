@@ -4,6 +4,7 @@
 const $ = (id) => document.getElementById(id);
 const EVENTS_AT_FIRST = 50;
 const ALERTS_AT_ONCE = 50;
+const ANSWER_WITHIN_MS = 20000;
 const REOPEN_MS = 5000;
 const LOOK_MS = 30000; // a monitor that stands still sends no news
 const LIGHT = ["#0072b2", "#c2410c", "#15803d", "#7e22ce", "#a16207", "#be185d", "#0e7490", "#4d5b6a", "#b91c1c", "#3f6212"];
@@ -53,8 +54,9 @@ function reason(text) {
   }
 }
 
+// A daemon that is held up, or a tunnel that has gone, answers never.
 async function get(path) {
-  const answer = await fetch(path, { credentials: "same-origin" });
+  const answer = await fetch(path, { credentials: "same-origin", signal: AbortSignal.timeout(ANSWER_WITHIN_MS) });
   if (answer.ok) return answer.json();
   throw new Error(reason(await answer.text()) || `the daemon answered with ${answer.status}`);
 }
@@ -212,10 +214,17 @@ function come(name, properties, file) {
       ...properties, onload: resolve, onerror: () => reject(new Error(`${file} did not come`)) }));
   });
 }
-const plotLibrary = firstFrame.then(() => Promise.all([
-  come("link", { rel: "stylesheet", href: "uPlot.css" }, "uPlot.css"),
-  come("script", { src: "uPlot.js" }, "uPlot.js"),
-]));
+let coming = null;
+function plotLibrary() {
+  coming ??= firstFrame.then(() => Promise.all([
+    come("link", { rel: "stylesheet", href: "uPlot.css" }, "uPlot.css"),
+    come("script", { src: "uPlot.js" }, "uPlot.js"),
+  ])).catch((error) => {
+    coming = null; // the next look asks again
+    throw error;
+  });
+  return coming;
+}
 
 function isDark() {
   const chosen = document.documentElement.dataset.theme;
@@ -297,8 +306,8 @@ let askedCourse = 0; // how often the course was asked for
 // What was asked for last is shown, also when its answer comes first.
 async function loadCourse() {
   const asked = ++askedCourse;
-  const history = await get(`api/v1/history?kind=${$("kind").value}&seconds=${$("range").value}&top=10`);
-  await plotLibrary;
+  const [history] = await Promise.all([
+    get(`api/v1/history?kind=${$("kind").value}&seconds=${$("range").value}&top=10`), plotLibrary()]);
   if (asked !== askedCourse) return;
   course = history;
   drawPlot(history);
@@ -354,6 +363,7 @@ async function loadEvents() {
 
 let oldest = null; // shown; older ones are below it
 let newest = 0;
+let shownSearch = null; // to which what is shown is the answer
 let search = {}; // as it was submitted: what is being typed is not asked for yet
 
 function submitSearch() {
@@ -405,6 +415,7 @@ async function loadAlerts(before) {
   else {
     $("alert-list").replaceChildren(...items);
     newest = Math.max(0, ...found.alerts.map((alert) => alert.id));
+    shownSearch = asked;
   }
   oldest = found.before;
   $("more").hidden = oldest === null;
@@ -412,11 +423,16 @@ async function loadAlerts(before) {
   show("alert-count", count === 0 ? "No alert has that." : `${number(count)} shown, newest first`);
 }
 
-// New ones come on top; what was unfolded below stays.
+// New ones come on top; what was unfolded below stays, unless it is the answer to an earlier search, or of a store that was
+// put back to an earlier state since.
 async function loadNewAlerts() {
   const asked = search;
   const found = (await get(alertQuery())).alerts;
   if (asked !== search) return;
+  if (shownSearch !== asked || newest > Math.max(0, ...found.map((alert) => alert.id))) {
+    await loadAlerts();
+    return;
+  }
   const fresh = found.filter((alert) => alert.id > newest);
   if (fresh.length === 0) return;
   if (fresh.length === found.length) {
