@@ -354,12 +354,15 @@ uint64_t GiveToSomeAndThenToAll(Context &context, const nats::Connection &server
 
 int Apply(Context &context, const FleetApply &options)
 {
-    const GroupFiles files = ReadFiles(options.file);
+    GroupFiles files = ReadFiles(options.file);
     const std::string name = text::ShownName(options.file);
     CheckFiles(context, options.file, files);
     const auto servers = ConnectToFleet(context);
-    if (!options.dry_run)
+    if (!options.dry_run) {
         fleet::MakeBuckets(*servers, ReplicasOf(context));
+        // Hosts compare it with when the servers have stored something.
+        files.made_ms = fleet::ServersClock(*servers).NowMs();
+    }
     const GroupContent before = ReadGroup(*servers, options.group);
     TellOfDamage(before);
     const rules::RulesChange change = Compare(options.group, before.files, files);

@@ -40,9 +40,14 @@ bool Offers::Take(const KeyValue &value)
     const auto [place, is_first] = newest_.try_emplace(value.key, value);
     if (is_first)
         return true;
-    if (!IsNewer(value, place->second))
+    KeyValue &known = place->second;
+    if (!IsNewer(value, known)) {
+        // When it was stored is known better than by who made it.
+        if (value.revision == known.revision && value.value == known.value)
+            known.stored_ms = value.stored_ms;
         return false;
-    place->second = value;
+    }
+    known = value;
     return true;
 }
 
@@ -60,7 +65,9 @@ std::optional<GroupState> Offers::Wanted(const std::string &group) const
     };
     const KeyValue *canary = Find(CanaryKey(group));
     const KeyValue *all = Find(AllKey(group));
-    const bool is_tried = canary != nullptr && (all == nullptr || IsNewer(*canary, *all));
+    // Of servers with an older disk, the files of all have a smaller number and were stored later.
+    const bool is_tried = canary != nullptr &&
+                          (all == nullptr || (IsNewer(*canary, *all) && !IsNewer(*all, *canary)));
     if (is_tried && NumberOf(group, uuid_) < ParseGroup(group, canary->value).below)
         return state_of(*canary, true);
     return all != nullptr ? std::optional(state_of(*all, false)) : std::nullopt;

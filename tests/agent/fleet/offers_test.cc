@@ -148,4 +148,33 @@ TEST_F(OffersTest, AValueThatWasTakenAwaySaysNothing)
     EXPECT_EQ(0U, Wanted());
 }
 
+// A command that was killed has left it, and the servers have come back with a disk of before.
+TEST_F(OffersTest, ACanaryIsOverWithFilesOfAllThatWereStoredLaterUnderASmallerNumber)
+{
+    Begin();
+    offers_.Take(All(5));
+    offers_.Take(Canary(7));
+    EXPECT_EQ(7U, Wanted());
+    KeyValue all = All(6);
+    all.stored_ms = StoredMs(20);
+    offers_.Take(all);
+    EXPECT_EQ(6U, Wanted());
+}
+
+// The one who gave the files had a clock a day fast. The servers say when they were stored, then lose their disk.
+TEST_F(OffersTest, WhenAValueWasStoredIsKnownByTheServersAndNotByWhoMadeIt)
+{
+    GroupState taken = TakenState(9);
+    taken.value = fleet::FormatGroup(
+        "web", {{{"a.yaml", "# 9"}}, "me", StoredMs(9) + 86400000, fleet::kAllNumbers});
+    KeyValue all = All(9);
+    all.value = taken.value;
+    Begin({taken});
+    EXPECT_FALSE(offers_.Take(all));
+    KeyValue later = All(6);
+    later.stored_ms = StoredMs(20);
+    EXPECT_TRUE(offers_.Take(later));
+    EXPECT_EQ(6U, Wanted());
+}
+
 } // namespace
