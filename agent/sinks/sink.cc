@@ -111,8 +111,9 @@ bool Secrets::Excuses(const std::string &path, int failure)
 {
     if (unread_ == nullptr || (failure != EACCES && failure != ENOENT))
         return false;
-    unread_->push_back("the secret in " + path + " cannot be read here (" + strerror(failure) +
-                       "), so it was not looked at; apply refuses a sink whose secret it cannot read");
+    unread_->push_back(
+        "the secret in " + path + " cannot be read here (" + strerror(failure) +
+        "), so it was not looked at; apply refuses a sink whose secret it cannot read");
     return true;
 }
 
