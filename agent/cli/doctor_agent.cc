@@ -183,7 +183,7 @@ bool CheckStore(Context &context, Examination *examination)
         examination->Finding(store, error);
         return false;
     }
-    const auto bytes = host::SizeOf(store) + host::SizeOf(store.string() + "-wal");
+    const auto bytes = host::SizeOfStore(store);
     examination->Well(store, "it is whole, and takes " + Amount(static_cast<uint64_t>(bytes)));
     return true;
 }

@@ -127,13 +127,6 @@ int64_t Cycle(const Context &context)
         settings::GetSetting(context.Host().registry(), settings::FindSetting("cycle")));
 }
 
-// With its journal.
-int64_t StoreBytes(const Context &context)
-{
-    const auto store = context.layout.Store();
-    return host::SizeOf(store) + host::SizeOf(store.string() + "-wal");
-}
-
 std::string LookText(const Status &status, int64_t seconds, int64_t cycle_s)
 {
     std::string text = std::to_string(seconds) + " s ago";
@@ -167,7 +160,7 @@ void PrintDaemon(const Context &context, const Daemon &daemon)
                        std::to_string(status->restarts) + " times, last: " + status->last_error});
     }
     table.Add({"cycle", std::to_string(Cycle(context)) + " seconds"});
-    table.Add({"store", std::to_string(StoreBytes(context)) + " bytes"});
+    table.Add({"store", std::to_string(host::SizeOfStore(context.layout.Store())) + " bytes"});
     table.Print();
 }
 
@@ -295,7 +288,7 @@ void PrintAsJson(const Context &context, const Daemon &daemon,
                    {"files", json::array()},
                    {"inputs", json::array()},
                    {"inputs_wait", TextOrNull(status ? status->inputs_wait : "")},
-                   {"store_bytes", StoreBytes(context)},
+                   {"store_bytes", host::SizeOfStore(context.layout.Store())},
                    {"damaged", json::array()}};
     if (status) {
         object["state"] = status::MonitorStateName(status->state);

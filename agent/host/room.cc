@@ -46,6 +46,11 @@ int64_t SizeOf(const fs::path &file)
     return stat(file.c_str(), &status) == 0 ? int64_t{status.st_size} : 0;
 }
 
+int64_t SizeOfStore(const std::filesystem::path &store)
+{
+    return SizeOf(store) + SizeOf(store.string() + "-wal");
+}
+
 int64_t RoomOfAPass(int64_t free, int64_t reserve, int64_t journal)
 {
     // A pass of x bytes makes the journal x longer, and emptying it then takes as much as the whole

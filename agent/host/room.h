@@ -24,6 +24,9 @@ int64_t SizeOfDisk(const std::filesystem::path &file);
 // Bytes of a file, 0 when there is none.
 int64_t SizeOf(const std::filesystem::path &file);
 
+// Bytes of a store, its journal included.
+int64_t SizeOfStore(const std::filesystem::path &store);
+
 // What one pass may store: at most a quarter of what is free, and so much that the journal of
 // `journal` bytes, grown by it, still fits beside it when a reserve of `reserve` bytes is let go.
 int64_t RoomOfAPass(int64_t free, int64_t reserve, int64_t journal);

@@ -126,8 +126,7 @@ Overview Look(host::RegistryTree &registry, const host::Layout &layout, std::opt
     LookAtEvents(registry, &view);
     view.totals = history::ReadTotals(registry.store().database());
     view.own_totals = alerts::ReadOwnTotals(registry.store().database());
-    const auto store = layout.Store();
-    view.store_bytes = host::SizeOf(store) + host::SizeOf(store.string() + "-wal");
+    view.store_bytes = host::SizeOfStore(layout.Store());
     return view;
 }
 

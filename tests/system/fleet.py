@@ -235,6 +235,15 @@ def enter_network():
     return True
 
 
+def main_in_a_network():
+    """The end of a test program that cuts the servers off from each other."""
+    server_program()
+    if not enter_network():
+        print("skipped: no network of its own can be made here")
+        raise SystemExit(SKIPPED)
+    lab.main()
+
+
 def _ip(*words, inside=None):
     within = [] if inside is None else ["nsenter", f"--net=/proc/{inside.pid}/ns/net", "--"]
     subprocess.run([*within, "ip", *map(str, words)], check=True)

@@ -43,8 +43,4 @@ class Cut(fleet_test.Fleet):
 
 
 if __name__ == "__main__":
-    fleet.server_program()
-    if not fleet.enter_network():
-        print("skipped: no network of its own can be made here")
-        raise SystemExit(fleet.SKIPPED)
-    lab.main()
+    fleet.main_in_a_network()

@@ -134,8 +134,4 @@ class Soak(lab.LabTest):
 
 
 if __name__ == "__main__":
-    fleet.server_program()
-    if not fleet.enter_network():
-        print("skipped: no network of its own can be made here")
-        raise SystemExit(fleet.SKIPPED)
-    lab.main()
+    fleet.main_in_a_network()
