@@ -1,7 +1,6 @@
 // report: what has happened since a moment, as a page.
 #include <cstdio>
 #include <ctime>
-#include <filesystem>
 
 #include "agent/cli/command.h"
 #include "agent/cli/since.h"
@@ -27,10 +26,8 @@ int MakeReport(Context &context, const ReportOptions &options)
     context.OpenToRead();
     const auto report =
         report::Collect(context.Host().store(), since_ms, int64_t{now} * kMsOfSecond);
-    if (!options.svg_folder.empty()) {
-        for (const auto &[name, plot] : report.plots)
-            text::WriteWhole(std::filesystem::path(options.svg_folder) / name, plot);
-    }
+    if (!options.svg_folder.empty())
+        WritePlots(report, options.svg_folder);
     if (!options.output.empty())
         text::WriteWhole(options.output, report::ToHtml(report));
     else if (options.svg_folder.empty())

@@ -56,8 +56,11 @@ struct TestOptions {
     std::string rules;
     bool line_hours = false;
     bool as_input = false;
-    std::string as_of;  // as it was typed; empty: now
-    std::string report; // the file; empty: none is wanted
+    std::string as_of;      // as it was typed; empty: now
+    std::string report;     // the file; empty: none is wanted
+    std::string svg_folder; // likewise
+
+    [[nodiscard]] bool HasReport() const { return !report.empty() || !svg_folder.empty(); }
 };
 
 // ---- interruption: the temporary folder must not stay behind ----
@@ -321,7 +324,11 @@ void WriteReport(const TestOptions &options, const Tally &tally, const report::T
     std::string title = "Trial of " + tally.files().front().name;
     if (tally.files().size() > 1)
         title += " and " + std::to_string(tally.files().size() - 1) + " more";
-    text::WriteWhole(options.report, ToHtml(report.Make(title, tally.lines())));
+    const report::Report made = report.Make(title, tally.lines());
+    if (!options.svg_folder.empty())
+        WritePlots(made, options.svg_folder);
+    if (!options.report.empty())
+        text::WriteWhole(options.report, ToHtml(made));
 }
 
 // Nothing is printed before the last line is read.
@@ -330,12 +337,12 @@ void TryFiles(const Context &context, const TestOptions &options, monitor::Modul
 {
     Tally tally(module, host, options.line_hours ? HourOf::kLine : HourOf::kNow);
     report::TrialReport report;
-    if (!options.report.empty())
+    if (options.HasReport())
         FollowForReport(module, &tally, &report);
     const auto begin = Clock::now();
     ReadFiles(options, &tally);
     const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
-    if (!options.report.empty())
+    if (options.HasReport())
         WriteReport(options, tally, report);
     const LeftOut left_out = LeftOutEvents(host.registry(), module);
     if (context.json) {
@@ -460,6 +467,10 @@ void SetUpTest(Parser &parser, Context &context)
             "--report", options->report,
             "Also write a page of it into this file: hits over time, events, hosts, hours, reports")
         .TypeName("FILE");
+    parser
+        .Add("--svg", options->svg_folder,
+             "Also write the plots of that page into this folder, each as an SVG file of its own")
+        .TypeName("DIR");
     parser.Footer(
         "The monitor's own code applies the rules. Over logs all hit counts begin at 0; a line "
         "that is explained goes on from what the policies of this host's events have counted "
@@ -473,8 +484,9 @@ void SetUpTest(Parser &parser, Context &context)
         const bool has_none = !has_files && !options->explain && options->rules.empty();
         if (has_none || (has_files && options->explain))
             return "name logs to be tried, or one line with --explain";
-        if (!options->report.empty() && !has_files)
-            return "--report is of logs: name those";
+        if (options->HasReport() && !has_files)
+            return std::string(options->report.empty() ? "--svg" : "--report") +
+                   " is of logs: name those";
         const auto inputs = std::count(options->files.begin(), options->files.end(), "-") +
                             (options->rules == "-" ? 1 : 0);
         return inputs > 1 ? "standard input (-) can be read only once" : "";

@@ -9,6 +9,7 @@
 #include "agent/history/history_reader.h"
 #include "agent/host/here_and_now.h"
 #include "agent/text/times.h"
+#include "agent/text/whole_file.h"
 
 namespace report {
 
@@ -225,6 +226,12 @@ std::string ToHtml(const Report &report)
         text += "<tr><td>" + line.time + "</td><td>" + Escaped(line.event) + "</td><td>" +
                 Escaped(line.host) + "</td><td>" + Escaped(line.text) + "</td></tr>\n";
     return text + "</tbody>\n</table>\n</body>\n</html>\n";
+}
+
+void WritePlots(const Report &report, const std::filesystem::path &folder)
+{
+    for (const auto &[name, plot] : report.plots)
+        text::WriteWhole(folder / name, plot);
 }
 
 } // namespace report

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <filesystem>
 #include <map>
 #include <string>
 #include <utility>
@@ -60,6 +61,9 @@ Report Collect(host::Store &store, int64_t since_ms, int64_t until_ms);
 
 // The page.
 std::string ToHtml(const Report &report);
+
+// Each plot as a file of its own in this folder, which is there. Throws host::Error when one cannot be written.
+void WritePlots(const Report &report, const std::filesystem::path &folder);
 
 } // namespace report
 

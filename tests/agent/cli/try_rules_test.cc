@@ -129,8 +129,28 @@ TEST_F(TryRules, WritesAPageOfTheTrial)
     EXPECT_NE(std::string::npos, page.find("bad &lt;1&gt;"));
     EXPECT_NE(std::string::npos, page.find(">web8<"));
     // A page of one line would be none.
-    EXPECT_EQ(2, Syslogmon({"test", "--explain", "x", "--report", "page.html"}).status);
+    ExpectUsage({"test", "--explain", "x", "--report", "page.html"}, "--report is of logs");
     EXPECT_EQ(1, Syslogmon({"test", "--report", "/nowhere/page.html", File("the.log")}).status);
+}
+
+TEST_F(TryRules, WritesThePlotsOfThePageAsFilesOfTheirOwn)
+{
+    ExpectDone({"event", "add", "ONE", "1A", "-k", "bad"});
+    WriteLog({now + "web7 bad 1", now + "web8 bad 2"});
+    fs::create_directory(File("plots"));
+    EXPECT_EQ(2, Try({"--svg", File("plots"), File("the.log")})["lines"]);
+    EXPECT_FALSE(fs::exists(File("page.html"))) << "a page was not asked for";
+    EXPECT_EQ(
+        2, Try({"--report", File("page.html"), "--svg", File("plots"), File("the.log")})["lines"]);
+    const std::string page = test::ReadFile(File("page.html"));
+    for (const char *name : {"hits.svg", "events.svg", "hosts.svg", "hours.svg"}) {
+        const std::string plot = test::ReadFile(File("plots") / name);
+        EXPECT_TRUE(plot.starts_with("<svg xmlns=")) << name;
+        EXPECT_NE(std::string::npos, page.find(plot)) << name;
+    }
+    EXPECT_NE(std::string::npos, test::ReadFile(File("plots") / "hosts.svg").find(">web8<"));
+    ExpectUsage({"test", "--explain", "x", "--svg", File("plots")}, "--svg is of logs");
+    EXPECT_EQ(1, Syslogmon({"test", "--svg", "/nowhere", File("the.log")}).status);
 }
 
 TEST_F(TryRules, PrintsColumnsInAPipeAndWhatCouldNotMatchBelow)
