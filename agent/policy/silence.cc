@@ -17,7 +17,6 @@ namespace {
 
 constexpr int kDays = 7;
 constexpr unsigned kAllDays = (1U << kDays) - 1;
-constexpr int kMinutesOfADay = 24 * 60;
 constexpr const char *kDayNames[kDays] = {"sun", "mon", "tue", "wed", "thu", "fri", "sat"};
 
 [[noreturn]] void Refuse(const std::string &text)

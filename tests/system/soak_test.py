@@ -25,6 +25,9 @@ BUCKETS = 50
 # More than a bucket has lines: they are counted, not reported.
 MORE_THAN_ALL = 100_000_000
 
+# Seconds whose lines are written at once at most. Longer than the longest pause.
+LONGEST_ROUND = 2
+
 # Backups that are kept: more than can pile up before the daemon has read them.
 KEPT = 12
 
@@ -51,10 +54,16 @@ class Writer:
 
     def _run(self):
         randomness = lab.randomness("how many lines")
+        counted = numbered = 0.0  # lines that are due
+        last = self.began
         while not self._stop.is_set():
-            seconds = time.monotonic() - self.began
-            self._count(int(seconds * (LINES_PER_SECOND - NUMBERED_PER_SECOND)) - sum(self.counted))
-            self._log.send_numbers(max(int(seconds * NUMBERED_PER_SECOND) - self._log.written, 0))
+            now = time.monotonic()
+            # What rsyslogd was too slow to take is not made up for: the rounds would become longer and longer.
+            passed, last = min(now - last, LONGEST_ROUND), now
+            counted += passed * (LINES_PER_SECOND - NUMBERED_PER_SECOND)
+            numbered += passed * NUMBERED_PER_SECOND
+            self._count(int(counted) - sum(self.counted))
+            self._log.send_numbers(int(numbered) - self._log.written)
             time.sleep(randomness.choice((0.001, 0.01, 0.1, 1)))
         # By the last numbered line it is seen that all are in the log.
         self._log.send_numbers(1)

@@ -26,7 +26,7 @@ using test::Reached;
 
 // So many crash states of each history are drawn.
 constexpr size_t kStatesOfAHistory = 450;
-// Up to so many steps that a crash can undo, all their subsets are among what is drawn from evenly.
+// Of the last so many steps that a crash can undo, all subsets are lost, or any with the same chance.
 constexpr size_t kFewSteps = 8;
 
 // All pages of the store, those from the journal among them, as a reader has them now.
@@ -45,6 +45,15 @@ struct Commit {
     size_t steps;
     std::string content;
 };
+
+// The same files twice are one state.
+size_t HashOf(const Files &files)
+{
+    size_t hash = 0;
+    for (const auto &[name, content] : files)
+        hash = hash * 31 + std::hash<std::string>{}(name + '\n' + content);
+    return hash;
+}
 
 class CrashStates : public test::RootTest {
   protected:
@@ -182,39 +191,84 @@ class CrashStates : public test::RootTest {
         }
     }
 
-    std::vector<Commit> commits_;
-};
+    // ---- all crashes of one history ----
 
-// The same files twice are one state.
-size_t HashOf(const Files &files)
-{
-    size_t hash = 0;
-    for (const auto &[name, content] : files)
-        hash = hash * 31 + std::hash<std::string>{}(name + '\n' + content);
-    return hash;
-}
+    void Begin(const Record &record)
+    {
+        record_ = &record;
+        seen_.clear();
+    }
+
+    // A crash in front of the step `end`.
+    void Try(size_t end, const std::map<size_t, Reached> &reached)
+    {
+        if (HasFailure())
+            return;
+        const Files files = test::After(record_->before, record_->steps, end, reached);
+        if (!seen_.insert(HashOf(files)).second)
+            return;
+        ++states_;
+        EXPECT_EQ("", OpenCrashed(files, Allowed(end)))
+            << "after " << end << " of " << record_->steps.size() << " steps, " << reached.size()
+            << " of them lost or torn";
+    }
+
+    // All of what is loose, each of it, each of it torn at a sector or at a page, and every subset of the last of it.
+    void TryAllThatIsLost(size_t end, const std::vector<size_t> &loose)
+    {
+        std::map<size_t, Reached> all;
+        for (const size_t step : loose) {
+            all[step] = Reached::kNothing;
+            for (const Reached less :
+                 {Reached::kNothing, Reached::kFirstSector, Reached::kFirstPage})
+                Try(end, {{step, less}});
+        }
+        Try(end, all);
+        const size_t few = std::min(loose.size(), kFewSteps);
+        for (size_t subset = 0; subset < size_t{1} << few; ++subset) {
+            std::map<size_t, Reached> lost;
+            for (size_t i = 0; i < few; ++i) {
+                if ((subset >> i & 1) != 0)
+                    lost[loose[loose.size() - few + i]] = Reached::kNothing;
+            }
+            Try(end, lost);
+        }
+    }
+
+    void TearDown() override
+    {
+        if (states_ != 0)
+            printf("%zu distinct states\n", states_);
+        test::RootTest::TearDown();
+    }
+
+    std::vector<Commit> commits_;
+    const Record *record_ = nullptr;
+    std::set<size_t> seen_; // hashes of states of this history
+    size_t states_ = 0;
+};
 
 TEST_F(CrashStates, HoldWhatOneCommitHasStoredAndNoOlderOneThanWasAnswered)
 {
-    size_t states = 0;
-    test::Campaign("crash states", 70).Run([&](Random &random) {
-        const auto [before, steps] = Draw(random, random.Between(1, 3));
-        ASSERT_GT(steps.size(), 10U);
-        std::set<size_t> seen;
+    test::Campaign("crash states", 60).Run([&](Random &random) {
+        const Record record = Draw(random, random.Between(1, 3));
+        ASSERT_GT(record.steps.size(), 10U);
+        Begin(record);
         for (size_t i = 0; i < kStatesOfAHistory; ++i) {
-            const size_t end = random.Below(steps.size() + 1);
-            const auto reached = DrawReached(random, test::NotSynced(steps, end));
-            const Files files = test::After(before, steps, end, reached);
-            if (!seen.insert(HashOf(files)).second)
-                continue;
-            ++states;
-            ASSERT_EQ("", OpenCrashed(files, Allowed(end)))
-                << "after " << end << " of " << steps.size() << " steps, " << reached.size()
-                << " of them lost or torn";
+            const size_t end = random.Below(record.steps.size() + 1);
+            Try(end, DrawReached(random, test::NotSynced(record.steps, end)));
         }
     });
-    RecordProperty("states", std::to_string(states));
-    printf("%zu distinct states\n", states);
+}
+
+TEST_F(CrashStates, HoldOneCommitWhateverOfAShortLifeIsLostOrTorn)
+{
+    test::Campaign("all crash states of a life", 1).Run([&](Random &random) {
+        const Record record = Draw(random, 1);
+        Begin(record);
+        for (size_t end = 0; end <= record.steps.size(); ++end)
+            TryAllThatIsLost(end, test::NotSynced(record.steps, end));
+    });
 }
 
 // The daemon that starts after a crash writes, too, before it has got to work.
