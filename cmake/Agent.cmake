@@ -107,7 +107,7 @@ target_link_libraries(agent_metrics PUBLIC agent_events agent_history agent_logs
 add_agent_folder(report UNHURRIED plots.cc report.cc trial_report.cc)
 target_link_libraries(agent_report PUBLIC agent_alerts agent_history PRIVATE agent_events agent_text)
 
-add_agent_folder(web UNHURRIED answers.cc guard.cc listener.cc page_server.cc streams.cc)
+add_agent_folder(web UNHURRIED answers.cc deadlines.cc guard.cc listener.cc own_names.cc page_server.cc streams.cc)
 target_link_libraries(agent_web PUBLIC agent_metrics agent_settings
                       PRIVATE agent_history agent_policy agent_sinks nlohmann_json::nlohmann_json PkgConfig::MICROHTTPD Threads::Threads)
 embed_page_files(agent_web agent/web/page

@@ -38,8 +38,9 @@ bool IsOwnName(const std::string &host, const GuardTerms &terms)
         return true;
     if (terms.is_loopback)
         return false;
-    const std::string own = NameOf(terms.own_name);
-    return IsIp(name) || (!own.empty() && (name == own || name.starts_with(own + ".")));
+    return IsIp(name) || std::ranges::any_of(terms.own_names, [&](const std::string &own) {
+               return name == NameOf(own);
+           });
 }
 
 // Browsers say for whom they ask. One that does not say so sends an Origin with what is not just read.

@@ -7,6 +7,7 @@
 #define AGENT_WEB_GUARD_H
 
 #include <string>
+#include <vector>
 
 namespace web {
 
@@ -25,8 +26,9 @@ struct Request {
 struct GuardTerms {
     bool is_socket = false;  // no browser asks there
     bool is_loopback = true; // as the address is that is listened on
-    std::string own_name;    // of this machine, for an address that others reach
-    std::string token;       // that is asked for; empty: none is
+    // Of this machine, for an address that others reach: each whole, and no other.
+    std::vector<std::string> own_names;
+    std::string token; // that is asked for; empty: none is
 };
 
 enum class Verdict {

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
+#include <utility>
 
 #include <microhttpd.h>
 
@@ -13,8 +14,10 @@
 #include "agent/host/schema.h"
 #include "agent/text/base64.h"
 #include "agent/web/answers.h"
+#include "agent/web/deadlines.h"
 #include "agent/web/guard.h"
 #include "agent/web/listener.h"
+#include "agent/web/own_names.h"
 #include "agent/web/page_files.h"
 #include "agent/web/streams.h"
 
@@ -27,6 +30,7 @@ constexpr char kStreamPath[] = "/api/v1/stream";
 // A few people and a collector; a browser takes up to six. The seconds are of a connection that does nothing.
 constexpr unsigned kMostConnections = 64;
 constexpr unsigned kIdleSeconds = 30;
+static_assert(TimeLimits().request > std::chrono::seconds(kIdleSeconds));
 // Of a connection: request line and headers must fit.
 constexpr size_t kConnectionBytes = size_t{32} * 1024;
 
@@ -65,6 +69,11 @@ std::string Header(MHD_Connection *connection, const char *name)
 {
     const char *value = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name);
     return value != nullptr ? value : "";
+}
+
+int SocketOf(MHD_Connection *connection)
+{
+    return MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
 }
 
 MHD_Result TakeArgument(void *query, MHD_ValueKind /*kind*/, const char *key, const char *value)
@@ -163,7 +172,7 @@ GuardTerms TermsFor(const settings::WebAddress &address, const host::Layout &lay
     terms.is_loopback = address.is_loopback;
     if (address.is_loopback)
         return terms;
-    terms.own_name = host::HostName();
+    terms.own_names = OwnNames();
     terms.token = TokenOf(layout);
     return terms;
 }
@@ -172,8 +181,9 @@ GuardTerms TermsFor(const settings::WebAddress &address, const host::Layout &lay
 
 struct PageServer::Parts {
     Parts(const host::Layout &layout, const settings::WebAddress &address,
-          const std::string &version)
-        : terms(TermsFor(address, layout)), listener(address), answers(layout, version)
+          const std::string &version, const TimeLimits &limits)
+        : terms(TermsFor(address, layout)), listener(address), answers(layout, version),
+          deadlines(limits)
     {
         for (const PageFile &file : AllPageFiles())
             tags[file.path] = TagOf(file);
@@ -184,6 +194,7 @@ struct PageServer::Parts {
     Answers answers; // of the server's thread
     std::map<std::string, std::string> tags;
     Streams streams;
+    Deadlines deadlines;
     MHD_Daemon *server = nullptr;
 
     MHD_Result Handle(MHD_Connection *connection, const char *url, const char *method);
@@ -197,6 +208,7 @@ struct PageServer::Parts {
 MHD_Result PageServer::Parts::Handle(MHD_Connection *connection, const char *url,
                                      const char *method)
 {
+    deadlines.AwaitAnswer(SocketOf(connection));
     const Query query = QueryOf(connection);
     Request request{method,
                     url,
@@ -244,6 +256,7 @@ MHD_Result PageServer::Parts::ServeStream(MHD_Connection *connection)
     if (!response)
         return SendText(connection, MHD_HTTP_SERVICE_UNAVAILABLE,
                         "too many are told of news already: try again later");
+    deadlines.AwaitNews(SocketOf(connection));
     Add(response, MHD_HTTP_HEADER_CONTENT_TYPE, "text/event-stream");
     Add(response, MHD_HTTP_HEADER_CACHE_CONTROL, "no-store");
     return Send(connection, MHD_HTTP_OK, response);
@@ -272,8 +285,8 @@ void SayNothing(void * /*none*/, const char * /*format*/, va_list /*arguments*/)
 } // namespace
 
 PageServer::PageServer(const host::Layout &layout, const settings::WebAddress &address,
-                       const std::string &version)
-    : parts_(std::make_unique<Parts>(layout, address, version))
+                       const std::string &version, const TimeLimits &limits)
+    : parts_(std::make_unique<Parts>(layout, address, version, limits))
 {
     // No exception crosses the library. A request is answered at its second call, when its headers were taken: the
     // connection is good for another one then. One that is not just reading is refused at once, and closed.
@@ -293,11 +306,24 @@ PageServer::PageServer(const host::Layout &layout, const settings::WebAddress &a
             return MHD_NO; // closes the connection
         }
     };
+    const auto connection_changes = [](void *parts, MHD_Connection *connection, void ** /*own*/,
+                                       MHD_ConnectionNotificationCode what) {
+        Deadlines &deadlines = static_cast<Parts *>(parts)->deadlines;
+        if (what == MHD_CONNECTION_NOTIFY_STARTED)
+            deadlines.AwaitRequest(SocketOf(connection));
+        else
+            deadlines.End(SocketOf(connection));
+    };
+    const auto answer_ends = [](void *parts, MHD_Connection *connection, void ** /*own*/,
+                                MHD_RequestTerminationCode /*how*/) {
+        static_cast<Parts *>(parts)->deadlines.AwaitRequest(SocketOf(connection));
+    };
     parts_->server = MHD_start_daemon(
         MHD_USE_AUTO_INTERNAL_THREAD | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG, 0, nullptr,
         nullptr, handle, parts_.get(), MHD_OPTION_EXTERNAL_LOGGER, SayNothing, nullptr,
         MHD_OPTION_LISTEN_SOCKET, parts_->listener.fd(), MHD_OPTION_CONNECTION_LIMIT,
-        kMostConnections, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds,
+        kMostConnections, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds, MHD_OPTION_NOTIFY_CONNECTION,
+        +connection_changes, parts_.get(), MHD_OPTION_NOTIFY_COMPLETED, +answer_ends, parts_.get(),
         MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionBytes, MHD_OPTION_END);
     if (parts_->server == nullptr)
         throw host::Error("cannot serve the page", "the server does not start",

@@ -8,6 +8,7 @@
 
 #include "agent/host/layout.h"
 #include "agent/settings/web_address.h"
+#include "agent/web/deadlines.h"
 
 namespace web {
 
@@ -15,7 +16,7 @@ class PageServer {
   public:
     // `version`: of this program. Throws host::Error when the address cannot be had, or the store not be opened.
     PageServer(const host::Layout &layout, const settings::WebAddress &address,
-               const std::string &version);
+               const std::string &version, const TimeLimits &limits = {});
     ~PageServer();
     PageServer(const PageServer &) = delete;
     PageServer &operator=(const PageServer &) = delete;

@@ -6,6 +6,7 @@ import os
 import re
 import socket
 import stat
+import subprocess
 import threading
 import time
 
@@ -233,6 +234,19 @@ class Guard(Web):
             found = re.findall(rb"https?://[^\s\"']+", body)
             self.assertEqual([], [url for url in found if b"www.w3.org" not in url and b"github.com/leeoniya" not in url], path)
             self.assertEqual(304, self.status_of(path, If_None_Match=headers["ETag"]), path)
+
+    def test_another_address_is_asked_by_the_names_that_the_machine_gives_itself(self):
+        name = os.uname().nodename.split(".")[0]
+        for path, text in (("/etc/hosts", f"127.0.0.1 localhost\n127.0.1.1 {name}.hosts.example {name}\n"),
+                           ("/etc/resolv.conf", "nameserver 127.0.0.9\nsearch lan.example\n")):
+            stand_in = self.lab.folder / path.replace("/", "_")
+            stand_in.write_text(text)
+            subprocess.run(["mount", "--bind", stand_in, path], check=True)
+            self.lab.on_close(lambda path=path: subprocess.run(["umount", "--lazy", path], check=True))
+        self.serve(f"0.0.0.0:{self.port}")
+        for host, status in ((name, 401), (f"{name}.hosts.example", 401), (f"{name.upper()}.LAN.example:80", 401),
+                             (f"{name}.anything", 421), (f"{name}.hosts.example.com", 421), ("hosts.example", 421)):
+            self.assertEqual(status, self.status_of("/metrics", Host=host), host)
 
     def test_other_machines_need_the_token(self):
         self.serve(f"0.0.0.0:{self.port}")

@@ -26,7 +26,7 @@ GuardTerms OfOthers()
 {
     GuardTerms terms;
     terms.is_loopback = false;
-    terms.own_name = "web1.example.com";
+    terms.own_names = {"web1", "Web1.example.com"};
     terms.token = "secret";
     return terms;
 }
@@ -46,9 +46,10 @@ TEST(Guard, OnAnotherAddressNumbersAndTheNameOfTheMachineAreAnswered)
     GuardTerms terms = OfOthers();
     terms.token.clear();
     for (const char *host : {"10.0.0.1:9514", "[2001:db8::1]:80", "web1.example.com",
-                             "WEB1.EXAMPLE.COM:80", "localhost"})
+                             "WEB1.EXAMPLE.COM:80", "web1:9514", "Web1", "localhost"})
         EXPECT_EQ(Verdict::kServe, web::Judge(Ask("/", host), terms)) << host;
-    for (const char *host : {"", "example.com", "web1.example.org", "xweb1.example.com"})
+    for (const char *host : {"", "example.com", "web1.example.org", "xweb1.example.com", "web1.",
+                             "web1.anything", "web1.example.com.example.org"})
         EXPECT_EQ(Verdict::kMisdirected, web::Judge(Ask("/", host), terms)) << host;
 }
 

@@ -1,0 +1,135 @@
+// The server of the page: who takes too long is sent away.
+#include "agent/web/page_server.h"
+
+#include <chrono>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <thread>
+
+#include "agent/alerts/alert_store.h"
+#include "tests/agent/support/host_test.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+// Until something that should happen is taken not to. Less than the time after which the library itself ends a connection
+// that does nothing.
+constexpr std::chrono::seconds kPatience{20};
+constexpr web::TimeLimits kShort{milliseconds(200), milliseconds(200)};
+
+// A connection to the server's socket.
+class Client {
+  public:
+    explicit Client(const std::string &path) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_un name{};
+        name.sun_family = AF_UNIX;
+        path.copy(name.sun_path, sizeof name.sun_path - 1);
+        EXPECT_EQ(0, connect(fd_.get(), reinterpret_cast<const sockaddr *>(&name), sizeof name));
+    }
+    // Whether the other side took it.
+    [[nodiscard]] bool Send(const std::string &text) const
+    {
+        return send(fd_.get(), text.data(), text.size(), MSG_NOSIGNAL) ==
+               static_cast<ssize_t>(text.size());
+    }
+    void Ask(const std::string &path) const
+    {
+        EXPECT_TRUE(Send("GET " + path + " HTTP/1.1\r\nHost: localhost\r\n\r\n"));
+    }
+    // What comes until this is in it, or the connection ends.
+    std::string ReadUntil(const std::string &wanted) const
+    {
+        std::string text;
+        while (text.find(wanted) == std::string::npos && WaitForBytes(kPatience)) {
+            char bytes[4096];
+            const ssize_t count = recv(fd_.get(), bytes, sizeof bytes, 0);
+            if (count <= 0)
+                break;
+            text.append(bytes, static_cast<size_t>(count));
+        }
+        return text;
+    }
+    // A byte now and then, for as long as the other side takes them.
+    [[nodiscard]] bool IsClosedWhileItSends() const
+    {
+        const auto end = steady_clock::now() + kPatience;
+        while (steady_clock::now() < end) {
+            if (!Send("x") || WaitForBytes(milliseconds(20)))
+                return true; // nothing was asked, so what there is to read is the end
+        }
+        return false;
+    }
+
+  private:
+    [[nodiscard]] bool WaitForBytes(milliseconds longest) const
+    {
+        pollfd one{fd_.get(), POLLIN, 0};
+        return poll(&one, 1, static_cast<int>(longest.count())) > 0;
+    }
+
+    host::Fd fd_;
+};
+
+class ThePageServer : public test::HostTest {
+  protected:
+    [[nodiscard]] web::PageServer Serve(const web::TimeLimits &limits) const
+    {
+        return {Layout(), {File("web.sock"), "", 0, true}, "1", limits};
+    }
+    [[nodiscard]] Client Connect() const { return Client(File("web.sock")); }
+    // The limit is over for all that began before.
+    void LetTheLimitPass() const { EXPECT_TRUE(Connect().IsClosedWhileItSends()); }
+};
+
+TEST_F(ThePageServer, EndsAConnectionThatSendsAByteOfItsRequestNowAndThen)
+{
+    const web::PageServer server = Serve(kShort);
+    const Client client = Connect();
+    EXPECT_TRUE(client.Send("GET / HTTP/1.1\r\nHost: localhost\r\nX: "));
+    EXPECT_TRUE(client.IsClosedWhileItSends());
+}
+
+TEST_F(ThePageServer, EndsOneThatSendsItsNextRequestSo)
+{
+    const web::PageServer server = Serve(kShort);
+    const Client client = Connect();
+    client.Ask("/nothing");
+    EXPECT_NE(std::string::npos, client.ReadUntil("what there is").find("404 Not Found"));
+    EXPECT_TRUE(client.IsClosedWhileItSends());
+}
+
+TEST_F(ThePageServer, EndsAConnectionThatDoesNotTakeItsAnswer)
+{
+    {
+        host::Transaction transaction(test::Store());
+        alerts::Alert alert;
+        alert.message = std::string(4000, 'x');
+        for (int i = 0; i < 1000; ++i)
+            alerts::AddAlert(test::Store(), alert);
+        transaction.Commit();
+    }
+    const web::PageServer server = Serve(kShort);
+    const Client client = Connect();
+    client.Ask("/api/v1/alerts?limit=1000");
+    const std::string head = client.ReadUntil("\r\n\r\n");
+    LetTheLimitPass();
+    // What was on its way, and no more.
+    EXPECT_LT(client.ReadUntil("no such text").size(), 3'000'000U);
+}
+
+TEST_F(ThePageServer, EndsNoConnectionThatIsToldOfNews)
+{
+    const web::PageServer server = Serve(kShort);
+    const Client client = Connect();
+    client.Ask("/api/v1/stream");
+    EXPECT_NE("", client.ReadUntil("retry: 3000"));
+    LetTheLimitPass();
+    server.Wake();
+    EXPECT_NE(std::string::npos, client.ReadUntil("event: pass").find("event: pass"));
+}
+
+} // namespace
