@@ -8,6 +8,8 @@ namespace {
 
 // Of what the next step is, whatever has failed.
 constexpr char kLookAtServers[] = "see whether the servers run, and what they log";
+constexpr char kAllowIt[] =
+    "see whether the servers give this host the rights that it needs: docs/fleet.md says which";
 
 Owned<natsOptions> OptionsOf(const Access &access)
 {
@@ -27,6 +29,8 @@ Owned<natsOptions> OptionsOf(const Access &access)
     set(natsOptions_SetAllowReconnect, false);
     // What is published leaves at once: each waits for its answer.
     set(natsOptions_SetSendAsap, true);
+    if (access.encrypted)
+        set(natsOptions_SetSecure, true);
     if (!access.credentials.empty())
         set(natsOptions_SetUserCredentialsFromFiles, access.credentials.c_str(),
             static_cast<const char *>(nullptr));
@@ -54,6 +58,47 @@ std::string Joined(const std::vector<std::string> &words)
     return text;
 }
 
+// A server that wants another certificate of its client says so to its log alone, and closes the connection.
+bool WasClosed(natsStatus status)
+{
+    return status == NATS_PROTOCOL_ERROR || status == NATS_IO_ERROR ||
+           status == NATS_CONNECTION_CLOSED || status == NATS_CONNECTION_DISCONNECTED;
+}
+
+// What to do about a connection that was not made.
+std::string NextStep(natsStatus status, const Access &access)
+{
+    if (status == NATS_CONNECTION_AUTH_FAILED)
+        return "see whether the servers let in whom the credentials, the user with its password, "
+               "or the "
+               "token stand for, and whether that is over";
+    if (status == NATS_SSL_ERROR)
+        return "see whether ca-file= is of the authority that has signed the server's certificate, "
+               "and "
+               "whether that certificate is for this name and still good";
+    if (status == NATS_SECURE_CONNECTION_WANTED)
+        return "have all servers encrypt (tls in their configuration); nats:// without ca-file= "
+               "and "
+               "cert= does without it";
+    if (status == NATS_SECURE_CONNECTION_REQUIRED)
+        return "use tls:// with it";
+    if (status == NATS_ERR && !access.credentials.empty())
+        return "see whether that is a file of credentials";
+    if (access.encrypted && WasClosed(status))
+        return "see what the server logs: it may want another certificate of this host, which "
+               "cert= and "
+               "key= name";
+    return kLookAtServers;
+}
+
+[[noreturn]] void TellOfNoConnection(natsStatus status, const Access &access)
+{
+    const std::string why = Connection::Why(status);
+    throw host::Error("cannot connect at " + Joined(access.servers),
+                      WasClosed(status) ? "the server has closed the connection: " + why : why,
+                      NextStep(status, access));
+}
+
 } // namespace
 
 Connection::Connection(const Access &access)
@@ -61,7 +106,9 @@ Connection::Connection(const Access &access)
 {
     const Owned<natsOptions> options = OptionsOf(access);
     natsConnection *connection = nullptr;
-    Check(natsConnection_Connect(&connection, options.get()), "connect");
+    const natsStatus status = natsConnection_Connect(&connection, options.get());
+    if (status != NATS_OK)
+        TellOfNoConnection(status, access);
     connection_.reset(connection);
     jsOptions wanted;
     jsOptions_Init(&wanted);
@@ -79,22 +126,46 @@ bool Connection::IsOpen() const
 void Connection::Flush() const
 {
     Check(natsConnection_FlushTimeout(connection_.get(), timeout_.count()), "reach the server");
+    if (const std::string refused = Refused(); !refused.empty())
+        TellOfRefusal("go on", refused);
+}
+
+// A server answers nothing to what a client may not do: it says so beside all requests, and the request goes on waiting.
+std::string Connection::Refused() const
+{
+    const char *text = nullptr;
+    const natsStatus last = natsConnection_GetLastError(connection_.get(), &text);
+    return last == NATS_NOT_PERMITTED && text != nullptr ? text : "";
+}
+
+void Connection::TellOfRefusal(const std::string &doing, const std::string &refused) const
+{
+    throw host::Error("cannot " + doing + " at " + servers_,
+                      "the servers do not allow it: " + refused, kAllowIt);
 }
 
 void Connection::Check(natsStatus status, const std::string &doing, int code) const
 {
-    if (status != NATS_OK)
-        throw host::Error("cannot " + doing + " at " + servers_, Why(status, code), kLookAtServers);
+    if (status == NATS_OK)
+        return;
+    if (const std::string refused = Refused(); status == NATS_TIMEOUT && !refused.empty())
+        TellOfRefusal(doing, refused);
+    throw host::Error("cannot " + doing + " at " + servers_, Why(status, code), kLookAtServers);
 }
 
-// The library's own words say more than the status, but only of the last failure of this thread.
+// The library's own words say more than the status, but only of the last failure of this thread; they begin with a place
+// in its source, "(conn.c:733): ".
 std::string Connection::Why(natsStatus status, int code)
 {
     natsStatus last = NATS_OK;
     const char *text = nats_GetLastError(&last);
     std::string why = natsStatus_GetText(status);
-    if (last == status && text != nullptr && *text != '\0' && why != text)
-        why += " (" + std::string(text) + ")";
+    std::string words = last == status && text != nullptr ? text : "";
+    if (const size_t place = words.find("): ");
+        words.starts_with('(') && place != std::string::npos)
+        words.erase(0, place + 3);
+    if (!words.empty() && why != words)
+        why += " (" + words + ")";
     if (code != 0)
         why += ", error " + std::to_string(code);
     return why;

@@ -28,6 +28,9 @@ struct Access {
     std::string ca_file; // certificates (PEM) to trust instead of the system's
     std::string cert;    // of this client (PEM), and its key
     std::string key;
+    // Of all servers: one that does not encrypt is told nothing. Left to the library, "tls://" is a wish, and a password
+    // goes in plain to a server that says it cannot.
+    bool encrypted = false;
     std::chrono::milliseconds timeout{5000}; // of each request, and of connecting to each server
     // What its answers are addressed to begins so; empty: "_INBOX". With it, one client's answers can be kept from
     // the others.
@@ -57,7 +60,8 @@ using Owned = std::unique_ptr<Thing, Giver>;
 
 class Connection {
   public:
-    // Connects to the first server that answers.
+    // Connects to the first server that answers. Throws host::Error with what is to be done, as far as the library says
+    // what was wrong: with the certificates, with who connects, or with the server.
     explicit Connection(const Access &access);
 
     // For the calls of the library.
@@ -68,7 +72,8 @@ class Connection {
 
     // A server is connected at this moment, as far as is known.
     [[nodiscard]] bool IsOpen() const;
-    // Returns when all that was published has reached the server.
+    // Returns when all that was published has reached the server. Throws also when it has refused something of it, or of
+    // what this client wanted to hear.
     void Flush() const;
 
     // Throws host::Error unless the call went well: "cannot DO: WHY; ...". `code` is what JetStream said, 0: nothing.
@@ -77,6 +82,10 @@ class Connection {
     [[nodiscard]] static std::string Why(natsStatus status, int code = 0);
 
   private:
+    // What the server has not allowed last, in its words; empty: nothing.
+    [[nodiscard]] std::string Refused() const;
+    [[noreturn]] void TellOfRefusal(const std::string &doing, const std::string &refused) const;
+
     std::string servers_;
     std::chrono::milliseconds timeout_;
     Owned<natsConnection> connection_;

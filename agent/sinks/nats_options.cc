@@ -48,6 +48,15 @@ bool IsLocal(const std::string &url)
     return host.starts_with("127.") || host.starts_with("localhost") || host.starts_with("[::1]");
 }
 
+// One server that is asked for encryption, or a certificate, is meant for all of them.
+bool IsEncrypted(const SinkConfig &config)
+{
+    const std::vector<std::string> servers = ServersIn(config.Get("servers"));
+    return config.Has("ca-file") || config.Has("cert") ||
+           std::any_of(servers.begin(), servers.end(),
+                       [](const std::string &url) { return url.starts_with("tls://"); });
+}
+
 void CheckPairs(const SinkConfig &config)
 {
     const auto both = [&](const char *one, const char *other) {
@@ -110,6 +119,7 @@ nats::Access AccessOf(const SinkConfig &config, Secrets &secrets)
             throw host::Error("cannot read the file " + file, strerror(failure),
                               "name a file that the daemon's user can read");
     }
+    access.encrypted = IsEncrypted(config);
     access.timeout = std::chrono::seconds(config.Number("timeout"));
     access.inbox = "_INBOX." + config.store_uuid;
     return access;
@@ -118,11 +128,7 @@ nats::Access AccessOf(const SinkConfig &config, Secrets &secrets)
 std::vector<std::string> PlainNatsWarnings(const SinkConfig &config)
 {
     const std::vector<std::string> servers = ServersIn(config.Get("servers"));
-    const auto is_plain = [](const std::string &url) {
-        return url.starts_with("nats://") && !IsLocal(url);
-    };
-    const bool is_encrypted = config.Has("ca-file") || config.Has("cert");
-    if (is_encrypted || std::none_of(servers.begin(), servers.end(), is_plain))
+    if (IsEncrypted(config) || std::all_of(servers.begin(), servers.end(), IsLocal))
         return {};
     return {"all that goes to the servers can be read on the way, unless they ask for encryption; "
             "use tls://"};

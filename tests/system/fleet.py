@@ -49,6 +49,7 @@ class Server:
     def __init__(self, servers, number, port, route, monitor, address="127.0.0.1", under=()):
         self._servers = servers
         self.name = f"{servers.name}{number}"
+        self.scheme = "nats"  # "tls": its clients are to ask for encryption
         self.address = address
         self.port = port
         self.route = route
@@ -60,7 +61,7 @@ class Server:
 
     @property
     def url(self):
-        return f"nats://{self.address}:{self.port}"
+        return f"{self.scheme}://{self.address}:{self.port}"
 
     def configure(self, routes):
         """`routes`: where it finds the others, HOST:PORT of each."""

@@ -48,8 +48,9 @@ TEST_F(NatsOptionsTest, WhatGoesUnencryptedOverANetworkIsWarnedOf)
     const auto warnings = [](const std::string &servers) {
         return sinks::PlainNatsWarnings(Config("nats", {{"servers", servers}}));
     };
-    EXPECT_EQ(1U, warnings("tls://a,nats://b").size());
+    EXPECT_EQ(1U, warnings("nats://127.0.0.1,nats://b").size());
     EXPECT_EQ(0U, warnings("tls://a").size());
+    EXPECT_EQ(0U, warnings("nats://a,tls://b").size()); // all of them must encrypt
     EXPECT_EQ(0U, warnings("nats://127.0.0.1:4222,nats://localhost").size());
 }
 
