@@ -2,8 +2,13 @@
 import re
 import shutil
 import subprocess
+import sys
 
 import lab
+
+# Bytes a second that the line passes on: 9,600 baud. And that a screen without news may send, a tenth of it.
+SLOW_LINE = 960
+MOST_BYTES_A_SECOND = 96
 
 
 class Top(lab.LabTest):
@@ -28,8 +33,8 @@ class Top(lab.LabTest):
         return subprocess.run(["tmux", "-S", self.socket, "-f", "/dev/null", *map(str, words)], capture_output=True,
                               text=True, check=check).stdout
 
-    def show(self, columns=80, rows=24, terminal="screen", locale="C.UTF-8", more=""):
-        program = f"{lab.build_root() / 'bin' / 'syslogmon'} --root {self.lab.root} top --delay 200"
+    def show(self, columns=80, rows=24, terminal="screen", locale="C.UTF-8", more="", delay=200):
+        program = f"{lab.build_root() / 'bin' / 'syslogmon'} --root {self.lab.root} top --delay {delay}"
         self.tmux("new-session", "-d", "-x", columns, "-y", rows,
                   f"env -u NO_COLOR LC_ALL={locale} TERM={terminal} {more} {program}; echo ended with $?; sleep 600")
         self.wait("q quit")
@@ -93,6 +98,42 @@ class Top(lab.LabTest):
         self.assertEqual(["DISK", "LOGIN", "ALPHA"], self.sources())
         self.assertNotIn("█", self.text())
         self.assertIn("@", next(line for line in self.screen() if line.startswith("DISK ")))
+
+    def clock(self):
+        """Seconds of the day on the screen."""
+        found = self.lab.wait_until("the clock", lambda: re.search(r"(\d\d):(\d\d):(\d\d)", self.screen()[0]))
+        hours, minutes, seconds = map(int, found.groups())
+        return 3600 * hours + 60 * minutes + seconds
+
+    def test_over_a_slow_line_only_what_is_different_is_sent(self):
+        passed = self.lab.folder / "passed"
+        slow_line = lab.SOURCE / "tests" / "system" / "slow_line.py"
+        self.show(delay=100, more=f"{sys.executable} {slow_line} {SLOW_LINE} {passed}")
+        self.log("alpha over the line")
+        self.wait("alpha over the line")
+        before, begin = int(passed.read_text()), self.clock()
+        seconds = self.lab.wait_until("three more seconds on the screen",
+                                      lambda: (self.clock() - begin) % 86400 >= 3 and (self.clock() - begin) % 86400)
+        # Ten looks a second, of which two find something: another second, and one more since the last pass.
+        self.assertLess((int(passed.read_text()) - before) / seconds, MOST_BYTES_A_SECOND)
+        self.assertEqual(["ALPHA", "DISK", "LOGIN"], sorted(self.sources()))
+        self.press("q")
+        self.wait("ended with 0")
+
+    def test_a_sink_in_trouble_is_shown_in_red_and_before_the_others(self):
+        for number in range(12):
+            self.lab.command("sink", "add", "file", f"out{number:02}", f"path={lab.VAR_LOG / f'out{number:02}.json'}")
+        self.lab.command("sink", "add", "webhook", "pager", "url=http://127.0.0.1:1/")
+        self.log("disk 3")
+        self.show()
+        self.wait("sink pager  delivered 0  waiting")
+        self.wait("Failed to connect")
+        found = next(line for line in self.tmux("capture-pane", "-p", "-e").splitlines() if "sink pager" in line)
+        self.assertRegex(found, r"\x1b\[[\d;]*31m")
+        shown = [line for line in self.screen() if line.startswith("sink ")]
+        self.assertTrue(shown[0].startswith("sink pager"), shown)
+        self.assertRegex(self.text(), r"\nand \d+ more")
+        self.assertIn("DISK", self.sources())
 
     def assert_stopped_is_red(self, is_red, more):
         self.daemon.stop()
