@@ -15,7 +15,8 @@ const std::string kBytesOfRow =
     " + length(CAST(message AS BLOB)) + length(CAST(last_message AS BLOB))"
     " + length(CAST(labels AS BLOB)) + length(CAST(summary AS BLOB))"
     " + length(CAST(runbook_url AS BLOB)) + length(CAST(value AS BLOB))"
-    " + length(CAST(held_first AS BLOB)) + length(CAST(held_last AS BLOB)) + length(origin))";
+    " + length(CAST(held_first AS BLOB)) + length(CAST(held_last AS BLOB)) + length(origin)"
+    " + length(CAST(terms AS BLOB)))";
 
 // What AlertsOf reads, behind the ID. The series of the key is the newest that began before the
 // alert.
@@ -23,7 +24,7 @@ const std::string kColumns =
     " time_ms, host, log_name, source, event_id, count, message, reports, last_time_ms,"
     " last_message, line_host, program, own_time, severity, labels, summary, runbook_url,"
     " value, held_reports, held_hits, held_first_ms, held_first, held_last_ms, held_last, silence, "
-    "origin,"
+    "origin, terms,"
     " (SELECT uuid FROM key_series WHERE first_alert "
     "<= alert.id"
     " ORDER BY first_alert DESC LIMIT 1) ";
@@ -38,7 +39,7 @@ int64_t BytesOf(const Alert &alert)
                                 events::JoinLabels(alert.labels).size() + alert.summary.size() +
                                 alert.runbook_url.size() + alert.value.size() +
                                 alert.held_back.first.size() + alert.held_back.last.size() +
-                                (alert.is_collected ? alert.key.size() : 0));
+                                alert.terms.size() + (alert.is_collected ? alert.key.size() : 0));
 }
 
 namespace {
@@ -51,15 +52,16 @@ int64_t InsertAlert(host::Database &database, const Alert &alert)
                                "INSERT INTO alert (time_ms, host, log_name, source, event_id,"
                                " count, message, line_host, program, own_time, severity, labels,"
                                " summary, runbook_url, value, held_reports, held_hits,"
-                               " held_first_ms, held_first, held_last_ms, held_last, silence)"
+                               " held_first_ms, held_first, held_last_ms, held_last, silence,"
+                               " terms)"
                                " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?,"
-                               " ?, ?, ?)");
+                               " ?, ?, ?, ?)");
     const HeldBack &held = alert.held_back;
     insert->Run(alert.time_ms, alert.host, alert.log_name, alert.source, alert.event_id,
                 alert.count, alert.message, alert.line_host, alert.program, alert.own_time,
                 alert.severity, events::JoinLabels(alert.labels), alert.summary, alert.runbook_url,
                 alert.value, held.reports, held.hits, held.first_ms, held.first, held.last_ms,
-                held.last, alert.silence);
+                held.last, alert.silence, alert.terms);
     return database.LastInsertId();
 }
 
@@ -156,9 +158,10 @@ std::vector<Alert> AlertsOf(host::Statement &select)
                            select.Integer(23), select.Text(22),    select.Text(24)};
         alert.silence = static_cast<uint32_t>(select.Integer(25));
         alert.key = select.Text(26);
+        alert.terms = select.Text(27);
         alert.is_collected = !alert.key.empty();
         if (!alert.is_collected)
-            alert.key = select.Text(27) + "/" + std::to_string(alert.id);
+            alert.key = select.Text(28) + "/" + std::to_string(alert.id);
         found.push_back(std::move(alert));
     }
     return found;

@@ -50,6 +50,8 @@ struct Alert {
     std::string summary;
     std::string runbook_url;
     std::string value; // of the host, program or capture that the hits were counted for
+    // By what its event is reported, in words, as it was set at that moment; empty: by each line at any hour, or not known.
+    std::string terms;
     HeldBack held_back;
     uint32_t silence = 0; // the number of the silence that holds it back: no sink gets it; 0: none
     // Of a flood, one alert stands for many reports of its event. `time_ms` and `message` are then of

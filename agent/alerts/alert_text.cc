@@ -1,4 +1,5 @@
 #include "agent/alerts/alert_text.h"
+#include "agent/alerts/own_alert.h"
 #include "agent/text/printable.h"
 #include "agent/text/times.h"
 
@@ -33,6 +34,40 @@ std::string AlertLine(const Alert &alert)
     if (alert.silence != 0)
         line += " (held back by the silence " + std::to_string(alert.silence) + ")";
     return line;
+}
+
+namespace {
+
+std::string Plural(int64_t count, const std::string &name)
+{
+    return std::to_string(count) + " " + name + (count == 1 ? "" : "s");
+}
+
+// An absence has no hits.
+std::string HitsInWords(const Alert &alert)
+{
+    return (alert.count == 0 ? "no line came" : Plural(alert.count, "hit")) +
+           (alert.value.empty() ? "" : " of " + text::Printable(alert.value));
+}
+
+} // namespace
+
+std::string WhyInWords(const Alert &alert)
+{
+    const bool is_own = alert.source == kOwnSource && alert.labels.contains("alarm");
+    std::string text = is_own ? "the monitor tells this of itself" : HitsInWords(alert);
+    if (!alert.terms.empty())
+        text += ": " + text::Printable(alert.terms);
+    if (alert.IsFolded())
+        text += "; it stands for " + Plural(alert.reports, "report") + " of a flood";
+    if (alert.held_back.reports > 0)
+        text += "; " + Plural(alert.held_back.reports, "report") + " of " +
+                Plural(alert.held_back.hits, "hit") +
+                (alert.held_back.reports == 1 ? " was" : " were") + " held back before it";
+    if (alert.silence != 0)
+        text +=
+            "; no receiver is told: silence " + std::to_string(alert.silence) + " holds it back";
+    return text;
 }
 
 } // namespace alerts

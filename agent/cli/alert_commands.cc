@@ -43,6 +43,7 @@ struct AlertOptions {
     std::string host;
     std::string text;
     std::optional<int64_t> last; // so many of them
+    bool why = false;
 };
 
 alerts::AlertFilter FilterOf(const AlertOptions &options)
@@ -91,7 +92,7 @@ json ToJson(const Alert &alert)
          {std::pair("line_host", &alert.line_host), std::pair("program", &alert.program),
           std::pair("own_time", &alert.own_time), std::pair("severity", &alert.severity),
           std::pair("summary", &alert.summary), std::pair("runbook_url", &alert.runbook_url),
-          std::pair("value", &alert.value)}) {
+          std::pair("value", &alert.value), std::pair("terms", &alert.terms)}) {
         if (!value->empty())
             object[name] = *value;
     }
@@ -113,13 +114,18 @@ json ToJson(const Alert &alert)
 }
 
 // One object a line: a list that goes on has no closing bracket.
-void Print(const Context &context, const Alert &alert)
+void Print(const Context &context, const Alert &alert, bool says_why)
 {
     if (context.json) {
-        const std::string text = ToJson(alert).dump(-1, ' ', false, json::error_handler_t::replace);
+        json object = ToJson(alert);
+        if (says_why)
+            object["why"] = alerts::WhyInWords(alert);
+        const std::string text = object.dump(-1, ' ', false, json::error_handler_t::replace);
         printf("%s\n", text.c_str());
     } else {
         printf("%s\n", alerts::AlertLine(alert).c_str());
+        if (says_why)
+            printf("    why: %s\n", alerts::WhyInWords(alert).c_str());
     }
 }
 
@@ -135,7 +141,7 @@ int ShowAlerts(Context &context, const AlertOptions &options)
     for (;;) {
         const auto found = alerts::FindAlerts(database, filter, shown, kAtOnce);
         for (const Alert &alert : found)
-            Print(context, alert);
+            Print(context, alert, options.why);
         if (!found.empty()) {
             shown = found.back().id;
             continue;
@@ -176,6 +182,9 @@ void SetUpAlerts(Parser &parser, Context &context)
             "Only at or above this severity: emerg, alert, crit, err, warning (also those that say "
             "none), notice, info, debug")
         .TypeName("NAME");
+    parser.AddFlag(
+        "--why", options->why,
+        "Say below each why it was reported: hits, and the terms of its event at that moment");
     parser.AddFlag("--silenced", options->silenced, "Only those that a silence has held back");
     parser.Runs([&, options] { return ShowAlerts(context, *options); });
 }

@@ -134,6 +134,7 @@ alerts::Alert ParseAlert(const std::string &text)
     alert.labels = LabelsOf(object);
     alert.runbook_url = Text(object, "runbook_url");
     alert.value = Text(object, "value");
+    alert.terms = Text(object, "terms");
     alert.held_back = HeldBackOf(object);
     ReadReports(object, &alert);
     return alert;

@@ -236,6 +236,8 @@ constexpr const char *kSteps[] = {
     "  name TEXT NOT NULL," // of an event, its source as it is compared
     "  event_id INTEGER NOT NULL,"
     "  PRIMARY KEY (kind, name, event_id)) WITHOUT ROWID;",
+    // 15: by which terms an alert was reported.
+    "ALTER TABLE alert ADD COLUMN terms TEXT NOT NULL DEFAULT '';",
 };
 constexpr int kVersion = static_cast<int>(std::size(kSteps));
 

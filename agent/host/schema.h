@@ -12,6 +12,10 @@
 //   9        series, history
 //   10       delivery_held, silence_held; delivery: full_ms, planned_id; alert: silence
 //   11       log_file
+//   12       own_total
+//   13       fleet_host, fleet_place; alert: origin
+//   14       fleet_group, fleet_owned
+//   15       alert: terms
 //
 // The version is SQLite's user_version. A store of a newer version is refused: an older program
 // would write what the newer one does not understand.

@@ -61,6 +61,16 @@ std::string TermsInWords(const events::EventRecord &event)
     return text;
 }
 
+std::string ReportTermsInWords(const events::EventRecord &event)
+{
+    const bool is_always_watched = event.hours == events::kAllHours;
+    if (is_always_watched && event.report_count == 1 && !event.policy.Counts())
+        return {};
+    return TermsInWords(event) +
+           (is_always_watched ? ""
+                              : "; watched at " + events::FormatHours(event.hours) + " o'clock");
+}
+
 std::string ProgressInWords(const CountTerms &terms, const ValueCount &count, int64_t now_s)
 {
     if (terms.absent_s > 0)

@@ -12,6 +12,10 @@ namespace policy {
 // "5 hits within 10 minutes make a report, for each host apart; then silence for 1 hour".
 std::string TermsInWords(const events::EventRecord &event);
 
+// The same for an alert, with the hours when they are not all: "...; watched at 22-6 o'clock". Empty when each hit is reported
+// at any hour: most alerts need no words for that.
+std::string ReportTermsInWords(const events::EventRecord &event);
+
 // "3 of 5 within 10 minutes; next report not before 2026-11-22 14:20:00, 2 reports of 10 hits held back
 // so far".
 //   now_s  a silence that is over by then is not told of

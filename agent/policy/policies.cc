@@ -1,5 +1,7 @@
 #include "agent/policy/policies.h"
 
+#include "agent/policy/count_text.h"
+
 namespace policy {
 
 namespace {
@@ -112,6 +114,7 @@ Policies::Policies(const std::vector<events::StoredSource> &registered)
 {
     for (const events::StoredSource &source : registered) {
         for (const events::StoredEvent &stored : source.events) {
+            AddTerms(stored.event);
             if (stored.event.policy.IsEmpty())
                 continue;
             auto policy = std::make_unique<Policy>(stored.event);
@@ -121,6 +124,25 @@ Policies::Policies(const std::vector<events::StoredSource> &registered)
                 policies_.push_back(std::move(policy));
         }
     }
+}
+
+// An ID that is registered twice has the terms of the first.
+void Policies::AddTerms(const events::EventRecord &event)
+{
+    std::string words = ReportTermsInWords(event);
+    if (words.empty())
+        return;
+    auto terms = std::make_unique<Terms>(event.key, std::move(words));
+    if (terms_by_name_.emplace(EventName{terms->key.source, terms->key.id}, terms.get()).second)
+        terms_.push_back(std::move(terms));
+}
+
+std::string Policies::TermsOf(const EventName &name) const
+{
+    if (terms_by_name_.empty())
+        return {};
+    const auto found = terms_by_name_.find(name);
+    return found != terms_by_name_.end() ? found->second->words : "";
 }
 
 } // namespace policy

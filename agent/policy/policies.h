@@ -100,9 +100,22 @@ class Policies {
     }
     [[nodiscard]] const std::vector<std::unique_ptr<Policy>> &all() const { return policies_; }
 
+    // By what the event is reported, as ReportTermsInWords has it, also of one without a policy. Empty of an event that
+    // is not known.
+    [[nodiscard]] std::string TermsOf(const EventName &name) const;
+
   private:
+    struct Terms {
+        events::EventKey key;
+        std::string words;
+    };
+    void AddTerms(const events::EventRecord &event);
+
     std::vector<std::unique_ptr<Policy>> policies_; // what the map points to
     std::unordered_map<EventName, Policy *, EventNameHash> by_name_;
+    std::vector<std::unique_ptr<Terms>>
+        terms_; // of the events that have some; the map points to them
+    std::unordered_map<EventName, const Terms *, EventNameHash> terms_by_name_;
 };
 
 } // namespace policy

@@ -190,6 +190,7 @@ Outcome::Kind ReportDesk::TakeByPolicy(Policy *policy, alerts::Alert *alert)
 
 void ReportDesk::Store(alerts::Alert *alert)
 {
+    alert->terms = policies_.TermsOf({alert->source, alert->event_id});
     silences_.Take(
         alert, [&] { return find_time_(alert->message).value_or(alert->time_ms / kMsOfSecond); });
     folder_.Add(host_.store(), *alert);

@@ -56,7 +56,7 @@ std::string DigestInWords(const Digest &digest)
     return text;
 }
 
-std::string AlertJson(const Message &message)
+std::string AlertJson(const Message &message, const std::string &why)
 {
     const alerts::Alert &alert = message.alert;
     // In the order of the header's example: lines of different alerts can be read side by side.
@@ -85,6 +85,8 @@ std::string AlertJson(const Message &message)
         object["runbook_url"] = alert.runbook_url;
     if (!alert.value.empty())
         object["value"] = alert.value;
+    if (!alert.terms.empty())
+        object["terms"] = alert.terms;
     if (const alerts::HeldBack &held = alert.held_back; held.reports > 0)
         object["held_back"] = {{"reports", held.reports},
                                {"hits", held.hits},
@@ -105,6 +107,8 @@ std::string AlertJson(const Message &message)
         object["digest"] = ToJson(message.digest);
     if (message.is_test)
         object["test"] = true;
+    if (!why.empty())
+        object["why"] = why;
     // A line of the log may be in any character set; an alert that cannot be written as JSON must
     // not be lost for that.
     return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);

@@ -15,7 +15,8 @@ namespace sinks {
 // so. An alert that stands for many reports has "reports", "last_time" and "last_message" as well. A test
 // has "test":true. One that tells of others that were held back has "digest": their "alerts", "hits",
 // "first_time", "last_time", and "events" with the same of each, its "first" line and its "last". Bytes that are no UTF-8 are replaced, since JSON has none.
-std::string AlertJson(const Message &message);
+// "terms" are those by which the event was reported. With `why`, for people, that is one more field.
+std::string AlertJson(const Message &message, const std::string &why = "");
 
 // "DISK 1A2B: Nov 21 10:00:00 host kernel: ...", one line, no control characters. The summary of the
 // event's policy, if there is one, stands before the line: "DISK 1A2B: disk of host: Nov 21 ...". Of many reports:

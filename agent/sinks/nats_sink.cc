@@ -54,8 +54,9 @@ void Cut(std::string &text)
 Message Bounded(Message message)
 {
     alerts::Alert &alert = message.alert;
-    for (std::string *text : {&alert.message, &alert.last_message, &alert.summary,
-                              &alert.held_back.first, &alert.held_back.last, &alert.value})
+    for (std::string *text :
+         {&alert.message, &alert.last_message, &alert.summary, &alert.held_back.first,
+          &alert.held_back.last, &alert.value, &alert.terms})
         Cut(*text);
     return message;
 }

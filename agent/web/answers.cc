@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/alerts/alert_store.h"
+#include "agent/alerts/alert_text.h"
 #include "agent/history/history_reader.h"
 #include "agent/host/here_and_now.h"
 #include "agent/metrics/metrics_text.h"
@@ -401,13 +402,14 @@ std::string Answers::Alerts(const Query &query)
     }
     const int64_t before = NumberIn(query, "before", INT64_MAX, 1, INT64_MAX);
     const auto found = alerts::FindNewest(store_.database(), filter, before, limit);
-    // Each as sinks have it.
+    // Each as sinks have it, and why it is there.
     std::string text = "{\"alerts\":[";
     for (const alerts::Alert &alert : found) {
         sinks::Message message;
         message.alert = alert;
         message.key = alert.key;
-        text += (text.ends_with('[') ? "" : ",") + sinks::AlertJson(message);
+        text +=
+            (text.ends_with('[') ? "" : ",") + sinks::AlertJson(message, alerts::WhyInWords(alert));
     }
     const bool has_more = static_cast<int64_t>(found.size()) == limit;
     text += "],\"before\":" + (has_more ? std::to_string(found.back().id) : "null") + "}";

@@ -1,5 +1,6 @@
 // An alert as a line for people.
 #include "agent/alerts/alert_text.h"
+#include "agent/alerts/own_alert.h"
 #include "agent/text/printable.h"
 #include "agent/text/times.h"
 
@@ -48,6 +49,58 @@ TEST_F(AlertText, OfManyReportsEndsWithTheLast)
     EXPECT_EQ("1970-01-01 09:00:00  DISK 0  x26  first (and 12 more until 2026-11-21 10:00:01, the "
               "last: last?)",
               alerts::AlertLine(alert));
+}
+
+TEST_F(AlertText, WhyIsTheHitsAndTheTermsOfTheEvent)
+{
+    alerts::Alert alert;
+    alert.count = 1;
+    EXPECT_EQ("1 hit", alerts::WhyInWords(alert));
+    alert.count = 5;
+    alert.value = "web1";
+    alert.terms = "5 hits within 10 minutes make a report, for each host apart";
+    EXPECT_EQ("5 hits of web1: 5 hits within 10 minutes make a report, for each host apart",
+              alerts::WhyInWords(alert));
+}
+
+TEST_F(AlertText, WhySaysWhatTheAlertStandsForAndWhoIsToldOfIt)
+{
+    alerts::Alert alert;
+    alert.count = 40;
+    alert.reports = 8;
+    alert.held_back.reports = 1;
+    alert.held_back.hits = 5;
+    alert.silence = 7;
+    EXPECT_EQ("40 hits; it stands for 8 reports of a flood; 1 report of 5 hits was held back "
+              "before it; no "
+              "receiver is told: silence 7 holds it back",
+              alerts::WhyInWords(alert));
+}
+
+TEST_F(AlertText, WhyOfAnAbsenceHasNoHits)
+{
+    alerts::Alert alert;
+    alert.terms = "a report when none comes for 1 day";
+    EXPECT_EQ("no line came: a report when none comes for 1 day", alerts::WhyInWords(alert));
+}
+
+TEST_F(AlertText, WhyOfTheMonitorsOwnSaysSo)
+{
+    alerts::Alert alert;
+    alert.source = alerts::kOwnSource;
+    alert.count = 1;
+    EXPECT_EQ("1 hit", alerts::WhyInWords(alert))
+        << "an event of that name that somebody registered";
+    alert.labels = {{"alarm", "loss"}};
+    EXPECT_EQ("the monitor tells this of itself", alerts::WhyInWords(alert));
+}
+
+TEST_F(AlertText, WhyIsPrintable)
+{
+    alerts::Alert alert;
+    alert.count = 1;
+    alert.value = "web\x1B[31m";
+    EXPECT_EQ("1 hit of web?[31m", alerts::WhyInWords(alert));
 }
 
 TEST_F(AlertText, TimeIsLocal)

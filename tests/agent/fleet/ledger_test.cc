@@ -85,6 +85,7 @@ TEST_F(LedgerTest, AnAlertIsTheSameAsInItsOwnStoreInEachOfItsFields)
     alert.summary = "disk";
     alert.runbook_url = "https://example/run";
     alert.value = "10.0.0.1";
+    alert.terms = "3 hits make a report";
     alert.held_back = {3, 4, 1795222800000, 1795222800500, "first", "last"};
     alert.reports = 12;
     alert.last_time_ms = 1795222809000;

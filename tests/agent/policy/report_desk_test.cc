@@ -57,6 +57,37 @@ TEST_F(ReportDesk, AnAlertSaysWhatThePolicyOfItsEventSays)
     EXPECT_TRUE(stored[1].labels.empty());
 }
 
+TEST_F(ReportDesk, AnAlertKeepsTheTermsByWhichItWasReported)
+{
+    events::EventRecord often = Event("LOGIN", 1);
+    often.report_count = 2;
+    often.hours = events::ParseHours("22-6");
+    often.policy.within_s = 600;
+    often.policy.cooldown_s = 3600;
+    often.policy.per = "host";
+    Register(often);
+    events::EventRecord by_the_monitor = Event("LOGIN", 2);
+    by_the_monitor.report_count = 5;
+    Register(by_the_monitor);
+    events::EventRecord each_line = Event("LOGIN", 3);
+    each_line.policy.severity = "err";
+    Register(each_line);
+    desk_.Load();
+    for (const uint32_t id : {1U, 1U, 2U, 3U})
+        Report("LOGIN", id, "web1 a line");
+    often.policy = {};
+    Register(often);
+    desk_.Load();
+    std::vector<std::string> terms;
+    for (const Alert &alert : Stored())
+        terms.push_back(alert.terms);
+    EXPECT_EQ((std::vector<std::string>{
+                  "2 hits within 10 minutes make a report, for each host apart; then silence for 1 "
+                  "hour; watched at 22-6 o'clock",
+                  "5 hits make a report", ""}),
+              terms);
+}
+
 TEST_F(ReportDesk, ALineWithoutAHostIsOfThisOne)
 {
     events::EventRecord event = Event("DISK", 1);

@@ -24,10 +24,10 @@ class MigrationTest : public test::SinkTest {
                                       "fleet_host", "fleet_place", "fleet_group", "fleet_owned"})
                 database.Execute((std::string("DROP TABLE ") + table).c_str());
             for (const char *column :
-                 {"reports", "last_time_ms", "last_message", "line_host", "program", "own_time",
-                  "severity", "labels", "summary", "runbook_url", "value", "held_reports",
-                  "held_hits", "held_first_ms", "held_first", "held_last_ms", "held_last",
-                  "silence", "origin"})
+                 {"reports",      "last_time_ms", "last_message", "line_host",     "program",
+                  "own_time",     "severity",     "labels",       "summary",       "runbook_url",
+                  "value",        "held_reports", "held_hits",    "held_first_ms", "held_first",
+                  "held_last_ms", "held_last",    "silence",      "origin",        "terms"})
                 database.Execute((std::string("ALTER TABLE alert DROP COLUMN ") + column).c_str());
             for (const char *column : {"full_ms", "planned_id"})
                 database.Execute(
@@ -58,7 +58,7 @@ TEST_F(MigrationTest, AStoreOfTheFirstVersionKeepsItsAlertsAndItsIdentity)
     const std::string uuid = test::Store().uuid();
     GoBack();
     test::StartHost(Layout(), host::Role::kCommand);
-    EXPECT_EQ(14, Version());
+    EXPECT_EQ(15, Version());
     EXPECT_EQ(uuid, test::Store().uuid());
     EXPECT_EQ(5U, alerts::ReadAlerts(test::Store().database(), 0, 0, 100).size());
     EXPECT_EQ(std::string("value\0", 6), test::TreeValue("SOFTWARE\\X", "name")->data);
@@ -70,7 +70,7 @@ TEST_F(MigrationTest, AlertsOfTheThirdVersionKeepTheirKeysAndNewOnesGetOthers)
     const std::string uuid = test::Store().uuid();
     GoBackToTheThird();
     test::StartHost(Layout(), host::Role::kCommand);
-    EXPECT_EQ(14, Version());
+    EXPECT_EQ(15, Version());
     Store(1);
     const auto stored = Alerts();
     ASSERT_EQ(3U, stored.size());
