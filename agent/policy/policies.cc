@@ -132,7 +132,7 @@ void Policies::AddTerms(const events::EventRecord &event)
     std::string words = ReportTermsInWords(event);
     if (words.empty())
         return;
-    auto terms = std::make_unique<Terms>(event.key, std::move(words));
+    auto terms = std::make_unique<Terms>(Terms{event.key, std::move(words)});
     if (terms_by_name_.emplace(EventName{terms->key.source, terms->key.id}, terms.get()).second)
         terms_.push_back(std::move(terms));
 }
