@@ -55,13 +55,23 @@ Fd OpenFifo(const fs::path &path)
     return fd;
 }
 
+// Returns whether it is locked. A signal does not end the wait: who stayed the only user by one would keep all others waiting.
+bool LockWhole(int fd, int operation)
+{
+    while (flock(fd, operation) != 0) {
+        if (errno != EINTR)
+            return false;
+    }
+    return true;
+}
+
 // Is nobody else using the FIFO? From now on this process counts as a user. An advisory lock tells:
 // shared by all users, and exclusive for a moment to the first.
 bool IsFirstUser(int fd)
 {
-    const bool first = flock(fd, LOCK_EX | LOCK_NB) == 0;
+    const bool first = LockWhole(fd, LOCK_EX | LOCK_NB);
     // Held until the descriptor is closed: the kernel ends it with the process, however that ends.
-    flock(fd, LOCK_SH);
+    LockWhole(fd, LOCK_SH);
     return first;
 }
 

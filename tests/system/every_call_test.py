@@ -99,7 +99,7 @@ class EveryCall(unittest.TestCase):
         board.choose(kind, number)
         try:
             wrong = live(self.host, board)
-        except AssertionError as error:  # the next life shall be lived all the same
+        except (AssertionError, subprocess.TimeoutExpired) as error:  # the next life shall be lived all the same
             wrong = f"what comes after it fails: {error}"
         call = board.failed_call()
         self.lives[KINDS[kind]] += 1

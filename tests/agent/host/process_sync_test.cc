@@ -1,9 +1,15 @@
 // Named events and mutexes shared by processes, and what becomes of them when one is killed.
+#include <atomic>
 #include <chrono>
 #include <csignal>
+#include <fcntl.h>
 #include <memory>
+#include <pthread.h>
 #include <set>
+#include <sys/file.h>
+#include <thread>
 
+#include "agent/host/waitable.h"
 #include "platform/sync.h"
 #include "tests/agent/support/host_test.h"
 #include "tests/agent/support/process.h"
@@ -69,6 +75,34 @@ TEST_F(ProcessSync, ASignalOutlivesItsKilledSetter)
     ASSERT_EQ("set", setter.ReadLine());
     setter.Kill();
     EXPECT_EQ(WAIT_RESULT_FIRST, WaitForSingleObject(held, 0));
+}
+
+volatile sig_atomic_t interruptions = 0;
+
+// A signal of the system may come while a process that opens an event waits for another one that opens it as well.
+TEST_F(ProcessSync, AnInterruptedOpeningCountsAsUserAllTheSame)
+{
+    CloseHandle(CreateEvent(nullptr, FALSE, FALSE, "Event"));
+    const host::Fd fifo(open((Layout().run / "Event.event").c_str(), O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(0, flock(fifo.get(), LOCK_EX));
+    struct sigaction counts {};
+    counts.sa_handler = [](int) { interruptions = interruptions + 1; };
+    struct sigaction before {};
+    sigaction(SIGUSR1, &counts, &before);
+
+    std::atomic<HANDLE> event = nullptr;
+    std::thread opens([&] { event = CreateEvent(nullptr, FALSE, FALSE, "Event"); });
+    for (const int seen = interruptions; event == nullptr && interruptions < seen + 20;) {
+        pthread_kill(opens.native_handle(), SIGUSR1);
+        std::this_thread::sleep_for(1ms);
+    }
+    flock(fifo.get(), LOCK_UN);
+    opens.join();
+    sigaction(SIGUSR1, &before, nullptr);
+
+    EXPECT_NE(0, flock(fifo.get(), LOCK_EX | LOCK_NB)) << "nobody has it open";
+    CloseHandle(event);
+    EXPECT_EQ(0, flock(fifo.get(), LOCK_EX | LOCK_NB));
 }
 
 TEST_F(ProcessSync, ASignalIsLostWhenNobodyHasTheEventOpen)
