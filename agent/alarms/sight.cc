@@ -149,8 +149,8 @@ void JudgeInput(const Sight &sight, const status::InputStatus &input, std::vecto
     if (!input.problems.empty())
         found->push_back({OwnEvent::kUnreadable, about, about + ": " + input.problems.front(),
                           sight.after_s * kMsPerSecond});
-    const int64_t behind_s = (sight.now_ms - input.behind_since_ms) / kMsPerSecond;
-    if (input.behind_since_ms != 0 && behind_s >= sight.after_s)
+    const int64_t behind_s = SecondsBehind(input, sight.now_ms);
+    if (behind_s > 0 && behind_s >= sight.after_s)
         found->push_back({OwnEvent::kBacklog, about,
                           about + ": something in it has been unread for " + Span(behind_s) +
                               "; see syslogmon status",

@@ -238,6 +238,20 @@ std::vector<Alert> FindNewest(host::Database &database, const AlertFilter &filte
     return AlertsOf(select);
 }
 
+std::optional<Alert> FindNewestOf(host::Database &database, const std::string &source,
+                                  uint32_t event_id)
+{
+    host::Statement select(database, ("SELECT id," + kColumns +
+                                      "FROM alert WHERE event_id = ? AND source = ?"
+                                      " ORDER BY id DESC LIMIT 1")
+                                         .c_str());
+    select.Start(event_id, source);
+    auto found = AlertsOf(select);
+    if (found.empty())
+        return std::nullopt;
+    return std::move(found.front());
+}
+
 int64_t BeforeNewest(host::Database &database, const AlertFilter &filter, int64_t count)
 {
     host::Statement select(database, ("SELECT id FROM alert WHERE" + kMeetsFilter +

@@ -117,6 +117,10 @@ std::vector<Alert> FindAlerts(host::Database &database, const AlertFilter &filte
 std::vector<Alert> FindNewest(host::Database &database, const AlertFilter &filter, int64_t before,
                               int64_t limit);
 
+// The newest of one event; none: it has none.
+std::optional<Alert> FindNewestOf(host::Database &database, const std::string &source,
+                                  uint32_t event_id);
+
 // The id behind which exactly the newest `count` of them stand; 0 when there are no more than that.
 int64_t BeforeNewest(host::Database &database, const AlertFilter &filter, int64_t count);
 

@@ -188,17 +188,9 @@ std::vector<ShownInput> LookAtInputs(const Context &context, const Daemon &daemo
     return shown;
 }
 
-// Rounded up: what is behind at all is behind by a second.
-int64_t SecondsBehind(const status::InputStatus &input)
-{
-    if (input.behind_since_ms == 0)
-        return 0;
-    return std::max<int64_t>(status::WallTimeMs() - input.behind_since_ms + 999, 1000) / 1000;
-}
-
 std::string BehindText(const status::InputStatus &input)
 {
-    const std::string seconds = std::to_string(SecondsBehind(input)) + " s";
+    const std::string seconds = std::to_string(SecondsBehind(input, status::WallTimeMs())) + " s";
     return input.behind_bytes < 0 ? seconds
                                   : std::to_string(input.behind_bytes) + " bytes, " + seconds;
 }
@@ -240,7 +232,7 @@ json ToJson(const ShownInput &input)
     object["open_files"] = input.status->open_files;
     if (input.status->behind_bytes >= 0)
         object["behind_bytes"] = input.status->behind_bytes;
-    object["behind_seconds"] = SecondsBehind(*input.status);
+    object["behind_seconds"] = SecondsBehind(*input.status, status::WallTimeMs());
     if (input.status->last_entry_ms != 0)
         object["last_entry_ms"] = input.status->last_entry_ms;
     object["problems"] = input.status->problems;

@@ -15,6 +15,7 @@
 #include "agent/cli/top_view.h"
 #include "agent/host/here_and_now.h"
 #include "agent/status/daemon_lock.h"
+#include "agent/text/times.h"
 
 namespace cli {
 
@@ -105,6 +106,26 @@ TopSight LookAround(const Context &context)
     return sight;
 }
 
+TopReason ReasonOf(const Context &context, const events::EventKey &event)
+{
+    const auto alert =
+        alerts::FindNewestOf(context.Host().store().database(), event.source, event.id);
+    if (!alert)
+        return {event, "", ""};
+    return {event, text::LocalTime(alert->time_ms), alerts::WhyInWords(*alert)};
+}
+
+// The screen says which event it explains; what is not known of it yet is looked for then.
+std::vector<TopLine> Screen(const Context &context, bool is_utf8, TopSight *sight,
+                            TopChoice *choice)
+{
+    auto lines = TopScreen(*sight, LINES, COLS, is_utf8, choice);
+    if (!choice->explained || (sight->reason && sight->reason->event == *choice->explained))
+        return lines;
+    sight->reason = ReasonOf(context, *choice->explained);
+    return TopScreen(*sight, LINES, COLS, is_utf8, choice);
+}
+
 void TypeFilter(int key, TopChoice *choice)
 {
     if (key == '\n' || key == KEY_ENTER || key == kEscape) {
@@ -173,7 +194,7 @@ int ShowTop(Context &context, const TopOptions &options)
     TopChoice choice;
     TopSight sight = LookAround(context);
     for (;;) {
-        terminal.Show(TopScreen(sight, LINES, COLS, is_utf8, &choice));
+        terminal.Show(Screen(context, is_utf8, &sight, &choice));
         const int key = getch();
         // No key within the time: what is shown is looked at again. A key is answered from what is known.
         if (key == ERR)

@@ -238,8 +238,7 @@ void AddInputs(const metrics::Overview &view, std::vector<TopLine> *lines)
     if (!view.status->inputs_wait.empty())
         lines->push_back({"the inputs wait: " + view.status->inputs_wait, TopStyle::kBad});
     for (const auto &input : view.status->inputs) {
-        const int64_t behind_s =
-            input.behind_since_ms == 0 ? 0 : (view.now_ms - input.behind_since_ms) / 1000;
+        const int64_t behind_s = SecondsBehind(input, view.now_ms);
         const bool is_bad = !input.problems.empty() || behind_s > view.cycle_s;
         lines->push_back({"input " + input.name + "  unread " +
                               (input.behind_bytes < 0 ? "?" : Bytes(input.behind_bytes)) +
@@ -297,7 +296,7 @@ void AddWithin(size_t room, std::vector<TopLine> lines, Screen *screen)
 // third is left for files and sinks.
 size_t RowsForEvents(size_t there, size_t events, const TopChoice &choice)
 {
-    constexpr size_t kExplanation = 9;
+    constexpr size_t kExplanation = 12;
     constexpr size_t kFewEvents = 5;
     const size_t wanted = choice.explains && events > 0
                               ? kExplanation
@@ -305,9 +304,37 @@ size_t RowsForEvents(size_t there, size_t events, const TopChoice &choice)
     return std::min(wanted, there - (there / 3));
 }
 
+// A text of several rows, broken at blanks, under the column in which the others have theirs.
+void AddWrapped(const std::string &name, const std::string &text, size_t columns, Screen *screen)
+{
+    constexpr size_t kIndent = 24;
+    const size_t width = columns > 2 * kIndent ? columns - kIndent : kIndent;
+    std::string begin = name;
+    begin.resize(kIndent, ' ');
+    std::string rest = text;
+    while (rest.size() > width) {
+        const size_t blank = rest.rfind(' ', width);
+        const size_t end = blank == std::string::npos || blank == 0 ? width : blank;
+        screen->Add(begin + rest.substr(0, end));
+        rest.erase(0, rest.find_first_not_of(' ', end));
+        begin.assign(kIndent, ' ');
+    }
+    screen->Add(begin + rest);
+}
+
+void AddReason(const TopReason &reason, int columns, Screen *screen)
+{
+    if (reason.time.empty()) {
+        screen->Add("  newest alert          none");
+        return;
+    }
+    screen->Add("  newest alert          " + reason.time);
+    AddWrapped("  why it came", reason.why, static_cast<size_t>(std::max(columns, 0)), screen);
+}
+
 void Explain(const EventRow &row, Screen *screen)
 {
-    const events::EventRecord &event = row.event[0];
+    const events::EventRecord &event = *row.event;
     screen->Add("Event " + event.key.source + " " + row.id, TopStyle::kHead);
     for (const std::string &keyword : event.keywords) {
         if (!keyword.empty())
@@ -361,10 +388,15 @@ std::vector<TopLine> TopScreen(const TopSight &sight, int rows, int columns, boo
     const size_t behind_events = screen.rows() > alerts + 2 ? screen.rows() - alerts - 2 : 0;
     const size_t there = behind_events > screen.size() ? behind_events - screen.size() : 0;
     AddWithin(there - RowsForEvents(there, events.size(), *choice), Watched(sight.view), &screen);
-    if (choice->explains && !events.empty())
+    choice->explained.reset();
+    if (choice->explains && !events.empty()) {
+        choice->explained = events[choice->selected].event->key;
         Explain(events[choice->selected], &screen);
-    else if (behind_events > screen.size() + 1)
+        if (sight.reason && sight.reason->event == *choice->explained)
+            AddReason(*sight.reason, columns, &screen);
+    } else if (behind_events > screen.size() + 1) {
         AddEvents(events, behind_events - screen.size() - 1, columns, is_utf8, *choice, &screen);
+    }
     screen.FillTo(behind_events);
     screen.Add("NEWEST ALERTS", TopStyle::kHead);
     for (size_t i = 0; i < std::min(sight.newest.size(), alerts); ++i) {

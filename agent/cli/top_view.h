@@ -4,10 +4,11 @@
 #define AGENT_CLI_TOP_VIEW_H
 
 #include <cstdint>
-#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "agent/events/events.h"
 #include "agent/history/history_reader.h"
 #include "agent/metrics/overview.h"
 #include "agent/status/sign_of_life.h"
@@ -23,12 +24,22 @@ struct TopChoice {
     bool types_filter = false; // it is being typed
     size_t selected = 0;       // among the events that are shown
     bool explains = false;     // the selected one is explained
+    // The event that is explained, as the screen was made; nothing: none is.
+    std::optional<events::EventKey> explained;
+};
+
+// Why the newest alert of an event was reported.
+struct TopReason {
+    events::EventKey event;
+    std::string time; // empty: there is no alert of it
+    std::string why;
 };
 
 struct TopSight {
     metrics::Overview view;
     history::Course course;          // hits of the last minutes
     std::vector<std::string> newest; // alerts as lines, newest first
+    std::optional<TopReason> reason; // of the event that is explained; nothing: not looked for yet
     std::string host;
     std::string clock;
 };
@@ -44,7 +55,7 @@ struct TopLine {
 };
 
 // The screen, a line for each row. `is_utf8`: the terminal shows more than ASCII. Brings the selection into the range of
-// what is shown.
+// what is shown, and says which event is explained.
 std::vector<TopLine> TopScreen(const TopSight &sight, int rows, int columns, bool is_utf8,
                                TopChoice *choice);
 

@@ -162,10 +162,7 @@ void WriteUnread(const Overview &view, Writer *out)
     out->Family("input_behind_seconds", "gauge",
                 "Seconds since something of an input is unread all the time.");
     for (const auto &input : inputs)
-        out->Sample({{"input", input.name}},
-                    input.behind_since_ms == 0
-                        ? 0
-                        : std::max<int64_t>(view.now_ms - input.behind_since_ms, 0) / 1000);
+        out->Sample({{"input", input.name}}, SecondsBehind(input, view.now_ms));
 }
 
 void WriteEvents(const Overview &view, Kind kind, Writer *out)

@@ -1,5 +1,6 @@
 #include "agent/status/status_file.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -199,6 +200,13 @@ std::string StoreName(const host::Store &store)
     const host::FileIdentity &file = store.identity();
     return store.uuid() + " in file " + std::to_string(file.device) + ":" +
            std::to_string(file.inode);
+}
+
+int64_t SecondsBehind(const InputStatus &input, int64_t now_ms)
+{
+    if (input.behind_since_ms == 0)
+        return 0;
+    return std::max<int64_t>(now_ms - input.behind_since_ms + 999, 1000) / 1000;
 }
 
 int64_t BootTimeNs()

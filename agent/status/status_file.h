@@ -92,6 +92,10 @@ const char *PassKindName(PassKind kind);
 // Who waits for his lines to be read must not count one that reads fewer.
 bool ReadsAllFiles(PassKind kind);
 
+// How long something of the input has been unread, at a moment in milliseconds since 1970: whole seconds, rounded up, so
+// what is behind at all is behind by a second. 0: nothing is.
+int64_t SecondsBehind(const InputStatus &input, int64_t now_ms);
+
 // Nanoseconds of CLOCK_BOOTTIME now.
 int64_t BootTimeNs();
 // Nanoseconds of CLOCK_MONOTONIC now: unlike the one above, it stands while the host is suspended.

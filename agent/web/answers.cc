@@ -87,13 +87,12 @@ ordered_json ToJson(const metrics::LogView &log)
 
 ordered_json ToJson(const status::InputStatus &input, int64_t now_ms)
 {
-    const int64_t behind_ms = input.behind_since_ms == 0 ? 0 : now_ms - input.behind_since_ms;
     return {{"name", input.name},
             {"kind", input.kind},
             {"open_files", input.open_files},
             {"unread_bytes",
              input.behind_bytes < 0 ? ordered_json(nullptr) : ordered_json(input.behind_bytes)},
-            {"behind_seconds", std::max<int64_t>(behind_ms, 0) / kMsOfSecond},
+            {"behind_seconds", SecondsBehind(input, now_ms)},
             {"last_entry_ms",
              input.last_entry_ms == 0 ? ordered_json(nullptr) : ordered_json(input.last_entry_ms)},
             {"problems", input.problems}};

@@ -84,6 +84,15 @@ class Top(lab.LabTest):
         self.wait("ALPHA ")
         self.press("Down", "Enter")
         self.wait("Event DISK 1A")
+        self.wait("why it came           1 hit")
+
+    def test_the_explanation_follows_what_comes_while_it_is_shown(self):
+        self.show()
+        self.press("/", "a", "l", "p", "h", "Enter", "Enter")
+        self.wait("newest alert          none")
+        self.lab.command("event", "set", "ALPHA", 3, "--report-count", 2)
+        self.log("alpha one", "alpha two")
+        self.wait("why it came           2 hits")
 
     def test_it_takes_another_size(self):
         self.show()

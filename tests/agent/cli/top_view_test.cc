@@ -153,7 +153,7 @@ TEST_F(TopView, AnInputShowsHowFarItIsBehindAndThatAllWait)
     input.behind_bytes = 2048;
     input.behind_since_ms = 1'000'000 - 9'500;
     sight_.view.status->inputs.push_back(input);
-    EXPECT_LT(0, RowOf("input app  unread 2.0 KiB  behind 9 s "));
+    EXPECT_LT(0, RowOf("input app  unread 2.0 KiB  behind 10 s "));
     EXPECT_EQ(-1, RowOf("the inputs wait"));
     sight_.view.status->inputs_wait = "the spool is full";
     EXPECT_LT(0, RowOf("the inputs wait: the spool is full "));
@@ -186,6 +186,30 @@ TEST_F(TopView, AnEventIsExplained)
     choice_.explains = true;
     EXPECT_LT(0, RowOf("Event DISK 1"));
     EXPECT_LT(0, RowOf("  a line must contain   word of DISK"));
+}
+
+TEST_F(TopView, AnExplanationSaysWhyTheNewestAlertCame)
+{
+    Screen();
+    EXPECT_FALSE(choice_.explained);
+    choice_.explains = true;
+    Screen();
+    ASSERT_TRUE(choice_.explained);
+    EXPECT_EQ((events::EventKey{"DISK", 1}), *choice_.explained);
+    sight_.reason = {{"LOGIN", 0x1A}, "2026-11-23 10:00:00", "3 hits"};
+    EXPECT_EQ(-1, RowOf("  newest alert")) << "it is another event's";
+    sight_.reason = {{"DISK", 1},
+                     "2026-11-23 10:00:00",
+                     "5 hits of web1: 5 hits within 10 minutes make a report, for each host apart; "
+                     "3 reports of 15 hits were held back before it"};
+    EXPECT_LT(0, RowOf("  newest alert          2026-11-23 10:00:00 "));
+    const int why =
+        RowOf("  why it came           5 hits of web1: 5 hits within 10 minutes make a report,");
+    EXPECT_EQ(why + 1, RowOf("                        for each host apart; 3 reports of 15 hits"));
+    EXPECT_LT(why, RowOf("                        before it "));
+    EXPECT_LT(RowOf("                        before it "), RowOf("NEWEST ALERTS"));
+    sight_.reason = {{"DISK", 1}, "", ""};
+    EXPECT_LT(0, RowOf("  newest alert          none "));
 }
 
 TEST_F(TopView, AStoppedDaemonIsCalledStopped)

@@ -102,7 +102,7 @@ TEST(MetricsText, ASinkAndAnInputHaveTheirNumbers)
     status::InputStatus input;
     input.name = "app";
     input.behind_bytes = 77;
-    input.behind_since_ms = 88'000;
+    input.behind_since_ms = 88'700;
     view.status.emplace().inputs = {input};
     view.totals = {{{Kind::kInputLines, "app", 0}, 6},
                    {{Kind::kInputBytes, "app", 0}, 600},

@@ -140,6 +140,16 @@ TEST_F(StatusFile, ThatCannotBeWrittenIsAnError)
         << error;
 }
 
+TEST_F(StatusFile, WhatIsBehindAtAllIsBehindByASecond)
+{
+    status::InputStatus input;
+    EXPECT_EQ(0, SecondsBehind(input, 10'000));
+    input.behind_since_ms = 10'000;
+    for (const auto &[now_ms, seconds] :
+         {std::pair(10'000, 1), {9'000, 1}, {10'001, 1}, {11'000, 1}, {11'001, 2}, {70'000, 60}})
+        EXPECT_EQ(seconds, SecondsBehind(input, now_ms)) << now_ms;
+}
+
 TEST_F(StatusFile, TheClockOfRequestsOnlyRises)
 {
     const int64_t first = status::BootTimeNs();
