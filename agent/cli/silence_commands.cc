@@ -87,19 +87,10 @@ int AddSilence(Context &context, const SilenceOptions &options)
     return kExitDone;
 }
 
-const char *StateOf(const Silence &silence, int64_t now_s)
-{
-    if (silence.IsOver(now_s))
-        return "over";
-    if (silence.window && !silence.window->HasZone())
-        return "no zone";
-    return silence.Holds(now_s) ? "holds" : "waits";
-}
-
 json ToJson(const Silence &silence, const SilenceHeld &held, int64_t now_s)
 {
     return {{"silence", silence.number},
-            {"state", StateOf(silence, now_s)},
+            {"state", silence.StateName(now_s)},
             {"source", silence.source},
             {"event_id",
              silence.event_id ? json(events::FormatEventId(*silence.event_id)) : json(nullptr)},
@@ -129,7 +120,7 @@ int ListSilences(Context &context, const SilenceOptions &options)
         const auto found = held.find(silence.number);
         const SilenceHeld known = found != held.end() ? found->second : SilenceHeld{};
         list.push_back(ToJson(silence, known, now_s));
-        table.Add({std::to_string(silence.number), StateOf(silence, now_s), silence.source,
+        table.Add({std::to_string(silence.number), silence.StateName(now_s), silence.source,
                    silence.event_id ? events::FormatEventId(*silence.event_id) : "-", silence.host,
                    silence.labels.empty() ? "-" : policy::LabelsText(silence.labels),
                    silence.end_s != 0 ? text::LocalTime(silence.end_s * kMsOfSecond) : "-",

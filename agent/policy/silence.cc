@@ -153,6 +153,15 @@ bool Silence::Holds(int64_t time_s) const
     return time_s >= begin_s && !IsOver(time_s) && (!window || window->Holds(time_s));
 }
 
+const char *Silence::StateName(int64_t now_s) const
+{
+    if (IsOver(now_s))
+        return "over";
+    if (window && !window->HasZone())
+        return "no zone";
+    return Holds(now_s) ? "holds" : "waits";
+}
+
 void CheckPattern(const std::string &text)
 {
     CheckText("pattern", text, false);

@@ -53,6 +53,8 @@ struct Silence {
     [[nodiscard]] bool Matches(const alerts::Alert &alert) const;
     [[nodiscard]] bool Holds(int64_t time_s) const;
     [[nodiscard]] bool IsOver(int64_t now_s) const { return end_s != 0 && end_s <= now_s; }
+    // "holds"; "waits" for its time; "over"; or "no zone": this host does not know the one of its window, so it never holds.
+    [[nodiscard]] const char *StateName(int64_t now_s) const;
     bool operator==(const Silence &) const = default;
 };
 

@@ -59,6 +59,18 @@ std::string TextIn(const Query &query, const char *name, const char *missing)
     return found == query.end() || found->second.empty() ? missing : found->second;
 }
 
+std::optional<uint32_t> EventIn(const Query &query)
+{
+    const std::string id = TextIn(query, "event_id", "");
+    if (id.empty())
+        return std::nullopt;
+    try {
+        return events::ParseEventId(id);
+    } catch (const host::Error &error) {
+        throw BadQuery(error.what());
+    }
+}
+
 // Bytes that are no UTF-8 are replaced, since JSON has none.
 std::string ToText(const ordered_json &object)
 {
@@ -147,6 +159,7 @@ ordered_json Silences(host::RegistryTree *registry, int64_t now_s)
                                            : ordered_json(nullptr)},
              {"host", silence.host},
              {"labels", OrNull(policy::LabelsText(silence.labels))},
+             {"state", silence.StateName(now_s)},
              {"holds", silence.Holds(now_s)},
              {"begin_ms", silence.begin_s * kMsOfSecond},
              {"end_ms", silence.end_s == 0 ? ordered_json(nullptr)
@@ -195,7 +208,19 @@ struct Series {
     int64_t sum = 0;
 };
 
-std::vector<Series> SeriesOf(const history::Course &course, Kind kind, size_t steps)
+// The event or the name that is asked for; nothing: all of them.
+struct Wanted {
+    std::string name;
+    std::optional<uint32_t> event_id;
+
+    [[nodiscard]] bool Takes(const history::SeriesKey &key) const
+    {
+        return (name.empty() || key.name == name) && (!event_id || key.id == *event_id);
+    }
+};
+
+std::vector<Series> SeriesOf(const history::Course &course, Kind kind, const Wanted &wanted,
+                             size_t steps)
 {
     std::map<history::SeriesKey, Series> found;
     for (const auto &point : course.points) {
@@ -204,6 +229,8 @@ std::vector<Series> SeriesOf(const history::Course &course, Kind kind, size_t st
             continue;
         for (auto at = point.values.lower_bound({kind, "", 0});
              at != point.values.end() && at->first.kind == kind; ++at) {
+            if (!wanted.Takes(at->first))
+                continue;
             Series &series = found[at->first];
             series.key = at->first;
             series.values.resize(steps);
@@ -362,12 +389,13 @@ std::string Answers::History(const Query &query)
     const int64_t seconds = NumberIn(query, "seconds", history::kHour, history::kMinute,
                                      history::KeptFor(history::kDay));
     const auto most = static_cast<size_t>(NumberIn(query, "top", 10, 1, kMostSeries));
+    const Wanted wanted{TextIn(query, "source", ""), EventIn(query)};
     const int64_t now = host::NowMs() / kMsOfSecond;
     const host::Snapshot one_state(store_);
     const history::Course course = history::ReadCourse(
         store_.database(), history::LengthFor(seconds, kMostPoints), now - seconds);
     const auto steps = static_cast<size_t>(((now - course.from) / course.length) + 1);
-    std::vector<Series> all = SeriesOf(course, kind, steps);
+    std::vector<Series> all = SeriesOf(course, kind, wanted, steps);
     KeepLargest(kind, most, &all);
     ordered_json list = ordered_json::array();
     for (const Series &series : all) {
@@ -392,13 +420,7 @@ std::string Answers::Alerts(const Query &query)
     filter.source = TextIn(query, "source", "*");
     filter.host = TextIn(query, "host", "*");
     filter.text = TextIn(query, "text", "");
-    if (const std::string id = TextIn(query, "event_id", ""); !id.empty()) {
-        try {
-            filter.event_id = events::ParseEventId(id);
-        } catch (const host::Error &error) {
-            throw BadQuery(error.what());
-        }
-    }
+    filter.event_id = EventIn(query);
     const int64_t before = NumberIn(query, "before", INT64_MAX, 1, INT64_MAX);
     const auto found = alerts::FindNewest(store_.database(), filter, before, limit);
     // Each as sinks have it, and why it is there.

@@ -130,6 +130,19 @@ class Answers(Web):
         self.assertEqual(3, sum(series["values"]))
         self.assertEqual(course["steps"], len(series["values"]))
 
+    def test_the_course_of_one_event_is_told_alone(self):
+        self.lab.watch("DISK", "2", "two")
+        self.lab.watch("NET", "2", "two")
+        self.log("disk one", "two", "two")
+        both = "/api/v1/history?event_id=2"
+        found = self.fresh(both, lambda found: len(found["series"]) == 2)
+        self.assertEqual({("DISK", "2", 2), ("NET", "2", 2)},
+                         {(one["name"], one["event_id"], one["sum"]) for one in found["series"]})
+        one = self.json("/api/v1/history?source=DISK&event_id=2")["series"]
+        self.assertEqual([("DISK", "2", 2)], [(one["name"], one["event_id"], one["sum"]) for one in one])
+        self.assertEqual(["1A", "2"], sorted(one["event_id"] for one in self.json("/api/v1/history?source=DISK")["series"]))
+        self.assertEqual([], self.json("/api/v1/history?source=D*")["series"], "a name, and no pattern")
+
     def test_alerts_come_newest_first_and_in_pages_and_can_be_searched(self):
         self.log(*(f"disk {number:03}" for number in range(25)))
         found = self.fresh("/api/v1/alerts?limit=10", lambda found: len(found["alerts"]) == 10)
@@ -147,7 +160,8 @@ class Answers(Web):
         self.assertEqual(0, len(self.json("/api/v1/alerts?event_id=1")["alerts"]))
 
     def test_a_query_that_cannot_be_used_is_told_why(self):
-        for path, why in (("/api/v1/history?kind=other", "kind must be one of hits, "),
+        for path, why in (("/api/v1/history?event_id=xyz", "xyz"),
+                          ("/api/v1/history?kind=other", "kind must be one of hits, "),
                           ("/api/v1/history?seconds=x", "seconds must be a number from 60 to "),
                           ("/api/v1/alerts?limit=1001", "limit must be a number from 1 to 1000"),
                           ("/api/v1/alerts?event_id=zz", "zz")):

@@ -115,8 +115,13 @@ class Browser:
     def key(self, key, code=None, text=None):
         for kind in ("keyDown", "keyUp"):
             self.call("Input.dispatchKeyEvent", type=kind, key=key, code=code or key,
-                      windowsVirtualKeyCode={"Tab": 9, "Enter": 13, " ": 32}.get(key, 0),
+                      windowsVirtualKeyCode={"Tab": 9, "Enter": 13, " ": 32, "End": 35, "Home": 36, "ArrowLeft": 37,
+                                                "ArrowRight": 39}.get(key, 0),
                       **({"text": text} if text and kind == "keyDown" else {}))
+
+    def point(self, x, y):
+        """Moves the pointer there."""
+        self.call("Input.dispatchMouseEvent", type="mouseMoved", x=x, y=y)
 
     def picture(self, path):
         data = self.call("Page.captureScreenshot", format="png")["data"]

@@ -126,11 +126,17 @@ function showState() {
 const ROWS_AT_ONCE = 200;
 const fillings = new Map(); // the newest filling of each table
 
+// A cell is a text, or an object with a number, or with what a button says and does.
+function newCell(cell) {
+  if (cell.button !== undefined) return element("td", {}, element("button", { type: "button", title: cell.title }));
+  return element("td", { className: cell.number !== undefined ? "number" : "" });
+}
+
 function fillRow(row, cells) {
   cells.forEach((cell, i) => {
-    const isNumber = typeof cell === "object";
-    const text = isNumber ? cell.number : cell;
-    const place = row.cells[i] || row.appendChild(element("td", { className: isNumber ? "number" : "" }));
+    const made = row.cells[i] || row.appendChild(newCell(cell));
+    const place = cell.button !== undefined ? made.firstChild : made;
+    const text = cell.button ?? cell.number ?? cell;
     if (place.textContent !== text) place.textContent = text;
   });
 }
@@ -169,11 +175,13 @@ function showSinks() {
     sink.last_error || ""]), "There is no sink: alerts are kept in the store.");
 }
 
+const SILENCE_STATES = { holds: "holds back", "no zone": "never holds: this host does not know its time zone" };
+
 function showSilences() {
   fill("silence-table", overview.silences.map((silence) => [{ number: number(silence.number) },
     `${silence.source} ${silence.event_id || "*"}, host ${silence.host}${silence.labels ? `, ${silence.labels}` : ""}`,
     `${silence.window || "always"}${silence.end_ms ? ` until ${new Date(silence.end_ms).toLocaleString("en-GB")}` : ""}`,
-    silence.holds ? "holds back" : "waits", [silence.comment, silence.author].filter(Boolean).join(", by ")]),
+    SILENCE_STATES[silence.state] || silence.state, [silence.comment, silence.author].filter(Boolean).join(", by ")]),
   "No alert is held back by a silence.");
 }
 
@@ -247,18 +255,84 @@ function swatch(i) {
   return svg;
 }
 
-function showLegend(series) {
-  $("legend").replaceChildren(...series.map((one, i) => {
-    const name = nameOf(one);
-    const button = element("button", { type: "button" }, swatch(i), `${name}: ${number(one.sum)}`);
+let legend = null; // what it was made for
+
+function showAll() {
+  hidden = new Set();
+  legend = null;
+}
+
+function legendItem(one, i) {
+  const name = nameOf(one);
+  const button = element("button", { type: "button" }, swatch(i), "");
+  button.setAttribute("aria-pressed", String(!hidden.has(name)));
+  button.addEventListener("click", () => {
+    if (!hidden.delete(name)) hidden.add(name);
     button.setAttribute("aria-pressed", String(!hidden.has(name)));
-    button.addEventListener("click", () => {
-      if (!hidden.delete(name)) hidden.add(name);
-      button.setAttribute("aria-pressed", String(!hidden.has(name)));
-      plot.setSeries(i + 1, { show: !hidden.has(name) });
-    });
-    return element("li", {}, button);
-  }));
+    plot.setSeries(i + 1, { show: !hidden.has(name) });
+    showMoment();
+  });
+  return element("li", {}, button);
+}
+
+// A button stays while there is news, or the keyboard would lose it.
+function showLegend(series) {
+  const shape = JSON.stringify([series.map(nameOf), isDark()]);
+  if (legend !== shape) $("legend").replaceChildren(...series.map(legendItem));
+  legend = shape;
+  series.forEach((one, i) => {
+    const text = $("legend").children[i].firstChild.lastChild;
+    const words = `${nameOf(one)}: ${number(one.sum)}`;
+    if (text.data !== words) text.data = words;
+  });
+}
+
+// ---- the moment of the plot: under the pointer, or where the slider stands ----
+
+let moment = null; // seconds since 1970, where the slider was put; null: at the newest
+let pointed = null; // number of the point under the pointer
+
+function timeInWords(time) {
+  const form = course.step_seconds >= 86400 ? { day: "numeric", month: "short", year: "numeric" }
+    : { day: "numeric", month: "short", hour: "2-digit", minute: "2-digit" };
+  return new Intl.DateTimeFormat("en-GB", form).format(new Date(time * 1000));
+}
+
+function pointOfMoment() {
+  const newest = course.steps - 1;
+  return moment === null ? newest : Math.min(Math.max(Math.round((moment - course.from) / course.step_seconds), 0), newest);
+}
+
+// Those of which there is something; a hidden series is told of by nobody.
+function valuesInWords(point) {
+  const values = course.series.filter((one) => !hidden.has(nameOf(one)) && one.values[point])
+    .map((one) => `${nameOf(one)} ${number(one.values[point])}`);
+  return `${timeInWords(course.from + point * course.step_seconds)}: ${values.join(", ") || "nothing"}`;
+}
+
+function showMoment() {
+  const point = pointed ?? pointOfMoment();
+  const words = valuesInWords(point);
+  const slider = $("moment");
+  slider.max = course.steps - 1;
+  slider.value = point;
+  slider.setAttribute("aria-valuetext", words);
+  slider.disabled = course.series.length === 0;
+  show("values", course.series.length === 0 ? "" : words);
+}
+
+// The line of the plot, unless the pointer has it.
+function markMoment() {
+  if (plot.over.matches(":hover")) return;
+  plot.setCursor(moment === null ? { left: -10, top: -10 }
+    : { left: plot.valToPos(course.from + pointOfMoment() * course.step_seconds, "x"), top: 0 });
+}
+
+function chooseMoment(point) {
+  moment = point >= course.steps - 1 ? null : course.from + point * course.step_seconds;
+  markMoment();
+  pointed = null;
+  showMoment();
 }
 
 function axis() {
@@ -282,17 +356,23 @@ function drawPlot(history) {
   const shape = JSON.stringify([history.series.map(nameOf), history.step_seconds, isDark(), place.clientWidth]);
   if (plot && plotted === shape) {
     plot.setData(data);
+    queueMicrotask(markMoment); // the plot takes its new scale in such a one
     return;
   }
   if (plot) plot.destroy();
   plotted = shape;
   plot = new uPlot({
-    width: place.clientWidth, height: 270, cursor: { y: false }, legend: { show: false },
+    width: place.clientWidth, height: 270, cursor: { y: false, drag: { setScale: false, x: false } }, legend: { show: false },
+    hooks: { setCursor: [(self) => {
+      pointed = self.cursor.idx ?? null;
+      showMoment();
+    }] },
     scales: { y: { range: (_, least, most) => [0, Math.max(1, most * 1.05)] } },
     axes: [{ ...axis(), values: timeTexts(history.step_seconds), space: history.step_seconds >= 3600 ? 110 : 60 }, { ...axis(), size: 60 }],
     series: [{}, ...history.series.map((one, i) => ({ label: nameOf(one), stroke: colour(i), width: 1.5,
       points: { show: false }, show: !hidden.has(nameOf(one)) }))],
   }, data, place);
+  queueMicrotask(markMoment);
 }
 
 function redraw() {
@@ -301,17 +381,47 @@ function redraw() {
   showLegend(course.series);
 }
 
+// ---- one event, chosen in the table ----
+
+let chosen = null; // its source and ID; null: all
+const OF_EVENTS = ["hits", "alerts", "held_back"];
+
+function chooseEvent(event) {
+  chosen = event;
+  if (event && !OF_EVENTS.includes($("kind").value)) $("kind").value = "hits";
+  $("chosen").hidden = !event;
+  show("chosen-name", event ? `only ${event.source} ${event.event_id}` : "");
+  showAll();
+  loadCourse().catch(failed);
+}
+
+// Leads to the plot, also for who does not see it.
+function plotEvent(event) {
+  chooseEvent(event);
+  $("course").scrollIntoView();
+  $("moment").focus({ preventScroll: true });
+}
+
+function courseQuery() {
+  const query = new URLSearchParams({ kind: $("kind").value, seconds: $("range").value, top: 10 });
+  if (chosen) {
+    query.set("source", chosen.source);
+    query.set("event_id", chosen.event_id);
+  }
+  return `api/v1/history?${query}`;
+}
+
 let askedCourse = 0; // how often the course was asked for
 
 // What was asked for last is shown, also when its answer comes first.
 async function loadCourse() {
   const asked = ++askedCourse;
-  const [history] = await Promise.all([
-    get(`api/v1/history?kind=${$("kind").value}&seconds=${$("range").value}&top=10`), plotLibrary()]);
+  const [history] = await Promise.all([get(courseQuery()), plotLibrary()]);
   if (asked !== askedCourse) return;
   course = history;
   drawPlot(history);
   showLegend(history.series);
+  showMoment();
   const step = { 60: "a minute", 3600: "an hour", 86400: "a day" }[history.step_seconds];
   show("step", history.series.length === 0 ? "nothing was counted" : `each point is ${step}`);
   const words = history.series.map((one) => `${nameOf(one)} ${number(one.sum)}`).join(", ");
@@ -322,6 +432,7 @@ async function loadCourse() {
 // ---- events ----
 
 let events = [];
+let shownEvents = []; // in the order of the rows
 let showsAllEvents = false;
 let sorting = { by: "hits", falling: true };
 
@@ -343,7 +454,8 @@ function showEvents() {
   const found = events.filter((event) =>
     `${event.source} ${event.event_id} ${event.keywords.join(" ")}`.toLowerCase().includes(wanted)).sort(compareEvents);
   const shown = showsAllEvents ? found : found.slice(0, EVENTS_AT_FIRST);
-  fill("event-table", shown.map((event) => [event.source, event.event_id, { number: number(event.hits) },
+  shownEvents = shown;
+  fill("event-table", shown.map((event) => [{ button: event.source, title: "Plot this event alone" }, event.event_id, { number: number(event.hits) },
     { number: number(event.alerts) }, { number: number(event.held_back) }, event.keywords.join(" · ")]),
   events.length === 0 ? "No event is registered." : "No event has that.");
   show("event-count", `${number(shown.length)} of ${number(found.length)}`);
@@ -363,6 +475,7 @@ async function loadEvents() {
 
 let oldest = null; // shown; older ones are below it
 let newest = 0;
+let room = ALERTS_AT_ONCE; // more are shown when older ones were unfolded
 let shownSearch = null; // to which what is shown is the answer
 let search = {}; // as it was submitted: what is being typed is not asked for yet
 
@@ -389,59 +502,89 @@ function labels(alert) {
   return pairs.length > 0 ? element("p", { className: "quiet" }, pairs.join(", ")) : null;
 }
 
+// Of an event that reports each of its lines, the hits say it all, and they are in the head.
+function reasonOf(alert) {
+  const saysMore = alert.terms || alert.silence || alert.held_back || alert.reports > 1;
+  return saysMore ? element("p", { className: "quiet" }, `Why: ${alert.why}`) : null;
+}
+
 function alertItem(alert) {
-  const held = alert.held_back ? `${number(alert.held_back.reports)} reports were held back before it` : null;
-  const many = alert.reports > 1 ? `stands for ${number(alert.reports)} reports, until ${alert.last_time}` : null;
-  const silenced = alert.silence ? `held back by silence ${alert.silence}` : null;
-  const why = [alert.severity, alert.value && `of ${alert.value}`, silenced, held, many].filter(Boolean).join(" · ");
-  return element("li", {},
+  const until = alert.reports > 1 ? `until ${new Date(alert.last_time).toLocaleString("en-GB")}` : null;
+  const words = [alert.severity, alert.value && `of ${alert.value}`, alert.silence && "silenced", until].filter(Boolean).join(" · ");
+  const item = element("li", {},
     element("p", { className: "head" }, element("strong", {}, `${alert.source} ${alert.event_id}`),
       element("span", {}, `×${number(alert.count)}`),
       element("time", { dateTime: alert.time, className: "quiet" }, new Date(alert.time).toLocaleString("en-GB")),
       element("span", { className: "quiet" }, alert.line_host || alert.host),
-      why ? element("span", {}, why) : null),
+      words ? element("span", {}, words) : null),
     alert.summary ? element("p", {}, alert.summary) : null,
     element("p", { className: "message" }, alert.message),
-    labels(alert), runbook(alert.runbook_url));
+    reasonOf(alert), labels(alert), runbook(alert.runbook_url));
+  item.dataset.id = alert.id;
+  return item;
 }
 
-// An answer to an earlier search, or one that is shown already, comes too late.
-async function loadAlerts(before) {
-  const asked = search;
-  const found = await get(alertQuery(before));
-  if (asked !== search || (before && before !== oldest)) return;
-  const items = found.alerts.map(alertItem);
-  if (before) $("alert-list").append(...items);
-  else {
-    $("alert-list").replaceChildren(...items);
-    newest = Math.max(0, ...found.alerts.map((alert) => alert.id));
-    shownSearch = asked;
-  }
-  oldest = found.before;
-  $("more").hidden = oldest === null;
+function showAlertCount() {
   const count = $("alert-list").children.length;
   show("alert-count", count === 0 ? "No alert has that." : `${number(count)} shown, newest first`);
 }
 
-// New ones come on top; what was unfolded below stays, unless it is the answer to an earlier search, or of a store that was
-// put back to an earlier state since.
+function showOldest(id) {
+  oldest = id;
+  $("more").hidden = id === null;
+  showAlertCount();
+}
+
+function replaceAlerts(found, asked) {
+  $("alert-list").replaceChildren(...found.alerts.map(alertItem));
+  newest = Math.max(0, ...found.alerts.map((alert) => alert.id));
+  shownSearch = asked;
+  room = ALERTS_AT_ONCE;
+  showOldest(found.before);
+}
+
+async function loadAlerts() {
+  const asked = search;
+  const found = await get(alertQuery());
+  if (asked === search) replaceAlerts(found, asked);
+}
+
+// An answer to an earlier search, or one that is shown already, comes too late.
+async function loadOlderAlerts() {
+  const asked = search;
+  const before = oldest;
+  const found = await get(alertQuery(before));
+  if (asked !== search || before !== oldest) return;
+  $("alert-list").append(...found.alerts.map(alertItem));
+  room += ALERTS_AT_ONCE;
+  showOldest(found.before);
+}
+
+// A page that is open for days would grow with each new alert. What goes below can be unfolded again.
+function dropOldest() {
+  const list = $("alert-list");
+  if (list.children.length <= room) return;
+  while (list.children.length > room) list.lastChild.remove();
+  showOldest(Number(list.lastChild.dataset.id));
+}
+
+// New ones come on top; what was unfolded below stays, unless there are more than one answer holds, it is the answer to an
+// earlier search, or of a store that was put back to an earlier state since.
 async function loadNewAlerts() {
   const asked = search;
-  const found = (await get(alertQuery())).alerts;
+  const found = await get(alertQuery());
   if (asked !== search) return;
-  if (shownSearch !== asked || newest > Math.max(0, ...found.map((alert) => alert.id))) {
-    await loadAlerts();
+  const fresh = found.alerts.filter((alert) => alert.id > newest);
+  const isOlderStore = newest > Math.max(0, ...found.alerts.map((alert) => alert.id));
+  if (shownSearch !== asked || isOlderStore || fresh.length === ALERTS_AT_ONCE) {
+    replaceAlerts(found, asked);
     return;
   }
-  const fresh = found.filter((alert) => alert.id > newest);
   if (fresh.length === 0) return;
-  if (fresh.length === found.length) {
-    await loadAlerts();
-    return;
-  }
   newest = Math.max(...fresh.map((alert) => alert.id));
   $("alert-list").prepend(...fresh.map(alertItem));
-  show("alert-count", `${number($("alert-list").children.length)} shown, newest first`);
+  dropOldest();
+  showAlertCount();
 }
 
 // ---- what makes it load ----
@@ -543,9 +686,17 @@ function connect() {
     setTheme(next);
     redraw();
   });
-  for (const id of ["kind", "range"]) $(id).addEventListener("change", () => {
-    hidden = new Set();
+  $("kind").addEventListener("change", () => chooseEvent(OF_EVENTS.includes($("kind").value) ? chosen : null));
+  $("range").addEventListener("change", () => {
+    showAll();
+    moment = null;
     loadCourse().catch(failed);
+  });
+  $("moment").addEventListener("input", () => chooseMoment(Number($("moment").value)));
+  $("all-series").addEventListener("click", () => chooseEvent(null));
+  $("event-table").addEventListener("click", (click) => {
+    const row = click.target.closest("tbody button")?.closest("tr");
+    if (row) plotEvent(shownEvents[row.sectionRowIndex]);
   });
   $("event-filter").addEventListener("input", showEvents);
   $("all-events").addEventListener("click", () => {
@@ -562,7 +713,7 @@ function connect() {
     submitSearch();
     loadAlerts().catch(failed);
   });
-  $("more").addEventListener("click", () => loadAlerts(oldest).catch(failed));
+  $("more").addEventListener("click", () => loadOlderAlerts().catch(failed));
   addEventListener("resize", redraw);
   matchMedia("(prefers-color-scheme: dark)").addEventListener("change", redraw);
 }
