@@ -2,6 +2,7 @@
 //
 // Whatever the headers are: without the token nobody is served where one is asked for, no other page's request is, and none by
 // a stranger's name.
+#include <algorithm>
 #include <string>
 
 #include "agent/web/guard.h"
@@ -24,7 +25,9 @@ bool CanBeOwn(const std::string &host, const web::GuardTerms &terms)
     for (char &c : small)
         c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     return terms.is_socket || is_number || small.starts_with("localhost") ||
-           (!terms.is_loopback && small.starts_with(terms.own_name));
+           (!terms.is_loopback && std::ranges::any_of(terms.own_names, [&](const std::string &own) {
+               return small == own || small.starts_with(own + ":");
+           }));
 }
 
 } // namespace
@@ -36,7 +39,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     web::GuardTerms terms;
     terms.is_socket = (bits & 1U) != 0;
     terms.is_loopback = (bits & 2U) != 0;
-    terms.own_name = (bits & 4U) != 0 ? "web7" : "";
+    if ((bits & 4U) != 0)
+        terms.own_names = {"web7", "web7.example.com"};
     terms.token = (bits & 8U) != 0 ? kToken : "";
     web::Request request;
     request.method = (bits & 16U) != 0 ? "GET" : input.Bytes(10);

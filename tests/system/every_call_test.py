@@ -106,6 +106,7 @@ class EveryCall(unittest.TestCase):
         self.failed[call] += call is not None
         if wrong:
             self.problems.append(f"call {number} to which {KINDS[kind]} can happen, {call}: {wrong}\n{self.host.words()}")
+            print(self.problems[-1], file=sys.stderr, flush=True)  # the others take a while
 
     # ---- the daemon ----
 
