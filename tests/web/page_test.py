@@ -1,10 +1,12 @@
-"""The page in Chromium: each control, three widths, text that looks like markup, and very much of everything.
+"""The page in Chromium: each control, three widths, text that looks like markup, and very much of everything. How it is laid
+out is compared with what layout.py keeps.
 
 SYSLOGMON_PICTURES: a folder for pictures of it, to be looked at.
 """
 import http.client
 import json
 import os
+import re
 import signal
 import socket
 import sqlite3
@@ -19,6 +21,7 @@ import lab  # noqa: E402
 import layout  # noqa: E402
 from browser import Browser  # noqa: E402
 
+PAGE = SOURCE / "agent" / "web" / "page"
 MARKUP = "disk <img src=x onerror=\"document.title='owned'\"><script>document.title='owned'</script><b>bold</b>"
 
 
@@ -348,6 +351,12 @@ class Controls(Page):
                            ("searchbox", "Source"), ("button", "Search")):
             self.assertIn((role, name), found)
 
+    def test_each_control_of_the_page_is_used_by_a_test(self):
+        controls = set(re.findall(r'<(?:button|select|input)[^>]* id="([^"]+)"', (PAGE / "index.html").read_text()))
+        tests = Path(__file__).read_text()
+        self.assertGreater(len(controls), 10)
+        self.assertEqual(set(), {name for name in controls if not re.search(rf"""['"#]{name}['"]|getElementById\('{name}'\)""", tests)})
+
     def test_no_width_needs_scrolling_to_the_side(self):
         for name, width, mobile in (("wide", 1280, False), ("tablet", 800, False), ("phone", 380, True)):
             self.browser.size(width, 1600, mobile)
@@ -389,8 +398,11 @@ class Alerts(Page):
         rules.write_text("events:\n- {source: LOGIN, id: 2, keywords: login}\n")
         self.lab.command("apply", rules)
         self.open()
-        self.assertIn("Why: 3 hits of host: 3 hits within 10 minutes make a report, for each host apart; then silence for 1 hour",
-                      self.text("#alert-list li"))
+        why = "3 hits of host: 3 hits within 10 minutes make a report, for each host apart; then silence for 1 hour"
+        self.assertIn(f"Why: {why}", self.text("#alert-list li"))
+        self.assertIn(f"\n    why: {why}\n", self.lab.command("alerts", "--why"))
+        self.assertNotIn("why", self.lab.command("alerts"))
+        self.assertEqual(why, json.loads(self.lab.command("--json", "alerts", "--why"))["why"])
 
     def test_labels_and_runbook_are_shown_and_only_an_address_of_the_web_is_a_link(self):
         self.start()
