@@ -22,10 +22,11 @@ namespace {
 
 using history::Kind;
 using nlohmann::ordered_json;
-using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kKeptFor{1000};
 constexpr size_t kMostKept = 64;
+// Some of the largest, of 2,048 events. What is above is made anew for each who asks.
+constexpr size_t kMostKeptBytes = size_t{4} << 20;
 // Points of a course, and series of it.
 constexpr int64_t kMostPoints = 1500;
 constexpr int64_t kMostSeries = 50;
@@ -285,10 +286,24 @@ Answer Answers::Get(const std::string &path, const Query &query)
     if (const auto found = kept_.find(name); found != kept_.end() && now < found->second.until)
         return found->second.answer;
     Answer answer = Make(path, query);
-    if (kept_.size() >= kMostKept)
-        kept_.clear();
-    kept_[name] = {now + kKeptFor, answer};
+    Keep(name, now, answer);
     return answer;
+}
+
+// Whoever asks for much and for ever something else must not fill the daemon's memory.
+void Answers::Keep(const std::string &name, Clock::time_point now, const Answer &answer)
+{
+    std::erase_if(kept_, [&](const auto &kept) { return now >= kept.second.until; });
+    if (KeptBytes() + answer.body->size() <= kMostKeptBytes && kept_.size() < kMostKept)
+        kept_[name] = {now + kKeptFor, answer};
+}
+
+size_t Answers::KeptBytes() const
+{
+    size_t bytes = 0;
+    for (const auto &[name, kept] : kept_)
+        bytes += kept.answer.body->size();
+    return bytes;
 }
 
 Answer Answers::Make(const std::string &path, const Query &query)

@@ -40,7 +40,12 @@ class Answers {
     // Answers of before are not given any more. From any thread.
     void NewsCame() { ++news_; }
 
+    // Of all answers that are kept, at most 4 MiB.
+    [[nodiscard]] size_t KeptBytes() const;
+
   private:
+    using Clock = std::chrono::steady_clock;
+    void Keep(const std::string &name, Clock::time_point now, const Answer &answer);
     Answer Make(const std::string &path, const Query &query);
     const metrics::Overview &View();
     std::string Overview();
@@ -57,12 +62,12 @@ class Answers {
     uint64_t known_news_ = 0; // of which the kept answers know
 
     struct Kept {
-        std::chrono::steady_clock::time_point until;
+        Clock::time_point until;
         Answer answer;
     };
     std::map<std::string, Kept> kept_; // by path and query
     metrics::Overview view_;
-    std::chrono::steady_clock::time_point view_until_{};
+    Clock::time_point view_until_{};
 };
 
 } // namespace web

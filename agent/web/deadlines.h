@@ -12,6 +12,8 @@
 namespace web {
 
 struct TimeLimits {
+    // For how long a connection may do nothing: of the library.
+    std::chrono::seconds idle{30};
     // From the begin of a connection, or the end of the answer before, to the end of the request's headers. More than
     // a connection may do nothing: so one that was idle until then has time for a request.
     std::chrono::milliseconds request{60'000};

@@ -87,8 +87,9 @@ Verdict Judge(const Request &request, const GuardTerms &terms)
     const bool is_page = request.path == "/" && request.origin.empty();
     if (!is_page && IsOfAnotherPage(request))
         return Verdict::kForbidden;
+    // Where one is needed and none is known, nobody is served.
     if (terms.token.empty())
-        return Verdict::kServe;
+        return terms.is_socket || terms.is_loopback ? Verdict::kServe : Verdict::kNoToken;
     if (!request.token.empty() && request.path == "/")
         return IsSame(request.token, terms.token) ? Verdict::kSetCookie : Verdict::kNoToken;
     const bool is_known = IsSame(request.authorization, "Bearer " + terms.token) ||

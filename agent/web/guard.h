@@ -28,7 +28,8 @@ struct GuardTerms {
     bool is_loopback = true; // as the address is that is listened on
     // Of this machine, for an address that others reach: each whole, and no other.
     std::vector<std::string> own_names;
-    std::string token; // that is asked for; empty: none is
+    // That is asked for. Empty: none is asked for at a socket or a loopback address, and at another one nobody is served.
+    std::string token;
 };
 
 enum class Verdict {

@@ -27,10 +27,9 @@ namespace {
 
 constexpr char kStreamPath[] = "/api/v1/stream";
 
-// A few people and a collector; a browser takes up to six. The seconds are of a connection that does nothing.
+// A few people and a collector; a browser takes up to six.
 constexpr unsigned kMostConnections = 64;
-constexpr unsigned kIdleSeconds = 30;
-static_assert(TimeLimits().request > std::chrono::seconds(kIdleSeconds));
+static_assert(TimeLimits().request > TimeLimits().idle);
 // Of a connection: request line and headers must fit.
 constexpr size_t kConnectionBytes = size_t{32} * 1024;
 
@@ -149,15 +148,26 @@ std::string TagOf(const PageFile &file)
     return "\"" + std::to_string(std::hash<std::string_view>()(content)) + "\"";
 }
 
-// Made at the first time, for this user alone.
+// As many characters as a token that the daemon makes has without its dashes. A shorter one could be tried out.
+constexpr size_t kFewestOfToken = 32;
+
+// Made at the first time, for this user alone. What somebody else has put there must be as hard to guess.
 std::string TokenOf(const host::Layout &layout)
 {
     const auto path = layout.state / "web-token";
     const host::Fd file = host::OpenPrivateFile(path, O_RDWR | O_CREAT);
     char text[128] = "";
     const ssize_t size = file.get() < 0 ? -1 : read(file.get(), text, sizeof text - 1);
-    if (size > 0)
-        return {text, strcspn(text, "\n")};
+    if (size > 0) {
+        const std::string there(text, strcspn(text, "\n"));
+        if (there.size() < kFewestOfToken)
+            throw host::Error("cannot serve the page to other machines",
+                              "the token in " + path.string() + " has " +
+                                  std::to_string(there.size()) + " characters",
+                              "write one line of at least " + std::to_string(kFewestOfToken) +
+                                  ", or remove the file, and the daemon makes it anew");
+        return there;
+    }
     const std::string token = host::NewUuid(path);
     if (size < 0 || write(file.get(), (token + "\n").data(), token.size() + 1) < 0)
         throw host::Error("cannot serve the page to other machines: its token " + path.string(),
@@ -322,9 +332,10 @@ PageServer::PageServer(const host::Layout &layout, const settings::WebAddress &a
         MHD_USE_AUTO_INTERNAL_THREAD | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG, 0, nullptr,
         nullptr, handle, parts_.get(), MHD_OPTION_EXTERNAL_LOGGER, SayNothing, nullptr,
         MHD_OPTION_LISTEN_SOCKET, parts_->listener.fd(), MHD_OPTION_CONNECTION_LIMIT,
-        kMostConnections, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds, MHD_OPTION_NOTIFY_CONNECTION,
-        +connection_changes, parts_.get(), MHD_OPTION_NOTIFY_COMPLETED, +answer_ends, parts_.get(),
-        MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionBytes, MHD_OPTION_END);
+        kMostConnections, MHD_OPTION_CONNECTION_TIMEOUT, static_cast<unsigned>(limits.idle.count()),
+        MHD_OPTION_NOTIFY_CONNECTION, +connection_changes, parts_.get(),
+        MHD_OPTION_NOTIFY_COMPLETED, +answer_ends, parts_.get(), MHD_OPTION_CONNECTION_MEMORY_LIMIT,
+        kConnectionBytes, MHD_OPTION_END);
     if (parts_->server == nullptr)
         throw host::Error("cannot serve the page", "the server does not start",
                           "raise the limits of threads and open files");

@@ -280,6 +280,22 @@ class Guard(Web):
         self.daemon.start()
         self.assertEqual(token, token_file.read_text().strip(), "it stays the same")
 
+    def test_a_token_that_can_be_tried_out_serves_nobody(self):
+        self.serve(f"0.0.0.0:{self.port}")
+        token_file = self.lab.root / "state" / "web-token"
+        self.daemon.stop()
+        for text in ("\n", "secret\n"):
+            token_file.write_text(text)
+            self.daemon.start()
+            self.assertFalse(self.is_served())
+            said = self.daemon.child.said()
+            self.assertIn(f"the token in {token_file} has {len(text) - 1} characters", said)
+            self.assertIn("remove the file, and the daemon makes it anew", said)
+            self.daemon.stop()
+        token_file.unlink()
+        self.daemon.start()
+        self.assertEqual(401, self.status_of("/metrics"))
+
     def test_a_socket_is_for_its_user_and_goes_with_the_daemon(self):
         path = self.lab.root / "run" / "web.sock"
         self.serve(path)

@@ -43,11 +43,13 @@ TEST(Guard, OnALoopbackAddressOnlyItsOwnNamesAreAnswered)
 
 TEST(Guard, OnAnotherAddressNumbersAndTheNameOfTheMachineAreAnswered)
 {
-    GuardTerms terms = OfOthers();
-    terms.token.clear();
+    const GuardTerms terms = OfOthers();
     for (const char *host : {"10.0.0.1:9514", "[2001:db8::1]:80", "web1.example.com",
-                             "WEB1.EXAMPLE.COM:80", "web1:9514", "Web1", "localhost"})
-        EXPECT_EQ(Verdict::kServe, web::Judge(Ask("/", host), terms)) << host;
+                             "WEB1.EXAMPLE.COM:80", "web1:9514", "Web1", "localhost"}) {
+        Request request = Ask("/", host);
+        request.authorization = "Bearer secret";
+        EXPECT_EQ(Verdict::kServe, web::Judge(request, terms)) << host;
+    }
     for (const char *host : {"", "example.com", "web1.example.org", "xweb1.example.com", "web1.",
                              "web1.anything", "web1.example.com.example.org"})
         EXPECT_EQ(Verdict::kMisdirected, web::Judge(Ask("/", host), terms)) << host;
@@ -90,6 +92,20 @@ TEST(Guard, ATokenComesInAHeaderOrACookieAndOnceInTheAddress)
     EXPECT_EQ(Verdict::kNoToken, judge([](Request &r) { r.token = "secret"; }));
     EXPECT_EQ(Verdict::kSetCookie, judge([](Request &r) { r.token = "secret", r.path = "/"; }));
     EXPECT_EQ(Verdict::kNoToken, judge([](Request &r) { r.token = "wrong!", r.path = "/"; }));
+}
+
+TEST(Guard, WithoutATokenNobodyIsServedAtAnotherAddress)
+{
+    GuardTerms terms = OfOthers();
+    terms.token.clear();
+    Request request = Ask("/", "10.0.0.1");
+    EXPECT_EQ(Verdict::kNoToken, web::Judge(request, terms));
+    for (const char *given : {"Bearer", "Bearer ", ""}) {
+        request.authorization = given;
+        EXPECT_EQ(Verdict::kNoToken, web::Judge(request, terms)) << given;
+    }
+    request.cookie = "syslogmon-token=";
+    EXPECT_EQ(Verdict::kNoToken, web::Judge(request, terms));
 }
 
 TEST(WebAddress, IsAnAddressWithAPortOrThePathOfASocket)

@@ -18,7 +18,9 @@ using std::chrono::steady_clock;
 // Until something that should happen is taken not to. Less than the time after which the library itself ends a connection
 // that does nothing.
 constexpr std::chrono::seconds kPatience{20};
-constexpr web::TimeLimits kShort{milliseconds(200), milliseconds(200)};
+constexpr web::TimeLimits kShort{std::chrono::seconds(30), milliseconds(200), milliseconds(200)};
+// As many as are served at a time.
+constexpr size_t kConnections = 64;
 
 // A connection to the server's socket.
 class Client {
@@ -64,13 +66,13 @@ class Client {
         return false;
     }
 
-  private:
     [[nodiscard]] bool WaitForBytes(milliseconds longest) const
     {
         pollfd one{fd_.get(), POLLIN, 0};
         return poll(&one, 1, static_cast<int>(longest.count())) > 0;
     }
 
+  private:
     host::Fd fd_;
 };
 
@@ -84,6 +86,31 @@ class ThePageServer : public test::HostTest {
     // The limit is over for all that began before.
     void LetTheLimitPass() const { EXPECT_TRUE(Connect().IsClosedWhileItSends()); }
 };
+
+TEST_F(ThePageServer, ServesSoManyConnectionsAndTheNextOneWhenOneOfThemEnds)
+{
+    const web::PageServer server = Serve({});
+    std::vector<Client> served;
+    for (size_t i = 0; i < kConnections; ++i) {
+        served.push_back(Connect());
+        served.back().Ask("/");
+        ASSERT_NE("", served.back().ReadUntil("</html>"));
+    }
+    const Client next = Connect();
+    next.Ask("/");
+    EXPECT_FALSE(next.WaitForBytes(milliseconds(300)));
+    served.pop_back();
+    EXPECT_NE(std::string::npos, next.ReadUntil("200 OK").find("200 OK"));
+}
+
+TEST_F(ThePageServer, EndsAConnectionThatDoesNothing)
+{
+    const web::PageServer server =
+        Serve({std::chrono::seconds(1), std::chrono::hours(1), std::chrono::hours(1)});
+    const Client idle = Connect();
+    EXPECT_EQ("", idle.ReadUntil("never"));
+    EXPECT_FALSE(idle.Send("x") && idle.Send("x"));
+}
 
 TEST_F(ThePageServer, EndsAConnectionThatSendsAByteOfItsRequestNowAndThen)
 {
