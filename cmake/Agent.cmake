@@ -127,7 +127,7 @@ add_agent_folder(rules UNHURRIED apply.cc event_reader.cc node_reader.cc policy_
 target_link_libraries(agent_rules PUBLIC agent_events agent_inputs agent_policy agent_settings agent_sinks agent_text PRIVATE PkgConfig::YAML)
 
 add_agent_folder(fleet UNHURRIED buckets.cc collector.cc fleet_keeper.cc fleet_rules.cc group_files.cc host_status.cc identity.cc ledger.cc
-    member.cc offers.cc permitted.cc setup.cc stream_reader.cc wire_alert.cc)
+    member.cc offers.cc permitted.cc setup.cc stream_reader.cc wire_alert.cc flood_watch.cc)
 target_link_libraries(agent_fleet PUBLIC agent_nats agent_rules agent_sinks
                       PRIVATE agent_alerts agent_events agent_metrics agent_text nlohmann_json::nlohmann_json Threads::Threads)
 

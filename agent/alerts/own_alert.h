@@ -12,7 +12,7 @@
 //   8      sink-fails     sink          a sink has taken no alert for long
 //   9      clock                        the clock was set
 //   10     silence-ended  silence       a silence is over that has held back alerts
-//   11     fleet          store's UUID  alerts of another host are missing in the ledger of all hosts
+//   11     fleet          store's UUID  of another host: its alerts are missing in the ledger of all hosts, or it floods them
 //   12     heartbeat                    the monitor does its work; sent alone, and never stored
 //
 // Labels: "alarm" is the kind, "about" the thing, "state" is "begins", "lasts", "ended" or "once".

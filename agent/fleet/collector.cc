@@ -51,6 +51,16 @@ sinks::SinkKind CollectKind()
     kind.options.push_back(
         {"keep", "HOURS", "168", "how long the stream keeps an alert, when it is made",
          [](const std::string &value) { return sinks::CheckRange(value, 1, 10000, "hours"); }});
+    kind.options.push_back(
+        {"keep-alerts", "NUMBER", "100000",
+         "how many alerts of each host the stream keeps, the newest, when it is made",
+         [](const std::string &value) {
+             return sinks::CheckRange(value, 1000, 100000000, "alerts");
+         }});
+    kind.options.push_back(
+        {"keep-mib", "MIB", "",
+         "how much the stream keeps of all hosts, the newest, when it is made",
+         [](const std::string &value) { return sinks::CheckRange(value, 1, 100000000, "MiB"); }});
     kind.options.push_back({"part", "NUMBER/PARTS", "",
                             "take the alerts of some hosts only, since other collectors take the "
                             "others",
@@ -119,13 +129,12 @@ void Collector::Collect()
         patience.leave = [this] { return StopRequested(); };
         store_->SetWait(patience);
     }
-    Ledger ledger(*store_);
+    Ledger ledger(*store_, &floods_);
     secrets_ = {};
     StreamReader reader(sinks::AccessOf(options_.config, secrets_), options_.config,
                         "syslogmon-" + store_->uuid());
-    StreamPlace place{options_.config.Get("stream"), reader.created(), 0};
-    place.sequence = ledger.SequenceIn(place.stream, place.created);
-    reader.BeginBehind(place.sequence);
+    StreamPlace place = ledger.PlaceIn(options_.config.Get("stream"), reader.created());
+    reader.BeginBehind(place);
     if (!problem_.empty())
         TRACE(TRACE_NOTABLE, "The alerts of all hosts are collected again.");
     problem_.clear();
@@ -144,6 +153,7 @@ void Collector::TakeSome(StreamReader &reader, Ledger &ledger, StreamPlace *plac
     std::vector<Arrived> wanted = reader.Arrivals();
     std::erase_if(wanted, [&](const Arrived &arrived) { return !part_.Has(arrived.uuid); });
     place->sequence = sequence;
+    place->stored_ns = reader.stored_ns();
     const size_t taken = ledger.Take(wanted, *place);
     if (taken > 0)
         options_.stored();

@@ -17,6 +17,7 @@
 #include <string>
 #include <thread>
 
+#include "agent/fleet/flood_watch.h"
 #include "agent/fleet/ledger.h"
 #include "agent/host/layout.h"
 #include "agent/nats/connection.h"
@@ -74,6 +75,7 @@ class Collector {
     std::optional<host::Store> store_;
     sinks::Secrets secrets_;
     sinks::Backoff backoff_;
+    FloodWatch floods_;
     std::string problem_; // that was written into the store last
 
     std::mutex mutex_; // guards what follows

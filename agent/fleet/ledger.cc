@@ -41,10 +41,10 @@ void WriteHost(host::Database &database, const HostRow &host)
 
 void WritePlace(host::Database &database, const StreamPlace &place)
 {
-    host::KeptStatement write(database,
-                              "INSERT OR REPLACE INTO fleet_place (id, stream, created,"
-                              " sequence, problem, problem_ms) VALUES (1, ?, ?, ?, '', 0)");
-    write->Run(place.stream, place.created, static_cast<int64_t>(place.sequence));
+    host::KeptStatement write(
+        database, "INSERT OR REPLACE INTO fleet_place (id, stream, created,"
+                  " sequence, stored_ns, problem, problem_ms) VALUES (1, ?, ?, ?, ?, '', 0)");
+    write->Run(place.stream, place.created, static_cast<int64_t>(place.sequence), place.stored_ns);
 }
 
 std::string NameOf(const HostRow &host)
@@ -65,11 +65,12 @@ void Tell(host::Store &store, const HostRow &host, const std::string &message)
 
 } // namespace
 
-uint64_t Ledger::SequenceIn(const std::string &stream, int64_t created)
+StreamPlace Ledger::PlaceIn(const std::string &stream, int64_t created)
 {
-    const StreamPlace place =
+    StreamPlace place =
         store_.Read([](host::Database &database) { return ReadCollectState(database).place; });
-    return place.stream == stream && place.created == created ? place.sequence : 0;
+    return place.stream == stream && place.created == created ? place
+                                                              : StreamPlace{stream, created, 0, 0};
 }
 
 size_t Ledger::Take(std::span<const Arrived> messages, const StreamPlace &place)
@@ -84,6 +85,7 @@ size_t Ledger::Take(std::span<const Arrived> messages, const StreamPlace &place)
         auto known = hosts.find(message.uuid);
         if (known == hosts.end())
             known = hosts.emplace(message.uuid, ReadHost(store_.database(), message.uuid)).first;
+        TellOfFlood(message, known->second);
         TakeOne(message, &known->second, &taken);
     }
     for (const auto &[uuid, host] : hosts)
@@ -104,8 +106,7 @@ void Ledger::TakeOne(const Arrived &message, HostRow *host, size_t *taken)
     } catch (const host::Error &error) {
         // The first of each host: one that is of another version has nothing else to say.
         if (host->refused++ == 0)
-            Tell(store_, *host,
-                 NameOf(*host) + " sends messages that are not taken: " + error.what());
+            TellNow(*host, NameOf(*host) + " sends messages that are not taken: " + error.what());
         return;
     }
     if (alert.id <= host->last_id)
@@ -120,10 +121,10 @@ void Ledger::TakeOne(const Arrived &message, HostRow *host, size_t *taken)
     if (message.dropped > 0) {
         const int64_t dropped = std::min(message.dropped, alert.id - 1 - host->last_id);
         host->dropped += dropped;
-        Tell(store_, *host,
-             "up to " + std::to_string(dropped) + " alerts of " + NameOf(*host) +
-                 " before its alert " + std::to_string(alert.id) +
-                 " are dropped: its store was full of those that the servers did not take");
+        TellNow(*host,
+                "up to " + std::to_string(dropped) + " alerts of " + NameOf(*host) +
+                    " before its alert " + std::to_string(alert.id) +
+                    " are dropped: its store was full of those that the servers did not take");
     }
     alerts::AddCollectedAlert(store_, alert);
     host->last_id = alert.id;
@@ -131,12 +132,32 @@ void Ledger::TakeOne(const Arrived &message, HostRow *host, size_t *taken)
     ++*taken;
 }
 
+// Unless there was too much to tell of this host already: it says itself what there is to tell.
+void Ledger::TellNow(const HostRow &host, const std::string &message)
+{
+    if (floods_ == nullptr || floods_->MayTell(host.uuid, nats::Pace::Clock::now()))
+        Tell(store_, host, message);
+}
+
 void Ledger::TellOfGap(const HostRow &host, int64_t after)
 {
+    TellNow(host,
+            "up to " + std::to_string(after - host.last_id) + " alerts of " + NameOf(host) +
+                " behind its alert " + std::to_string(host.last_id) +
+                " are missing: the servers have lost them, or keep them for too short a time");
+}
+
+// What it sends is taken all the same: the others wait for it no longer than the stream keeps of one host.
+void Ledger::TellOfFlood(const Arrived &message, const HostRow &host)
+{
+    if (floods_ == nullptr || !floods_->Count(message.uuid, message.stored_ms))
+        return;
     Tell(store_, host,
-         "up to " + std::to_string(after - host.last_id) + " alerts of " + NameOf(host) +
-             " behind its alert " + std::to_string(host.last_id) +
-             " are missing: the servers have lost them, or keep them for too short a time");
+         NameOf(host) + " floods the fleet: more than " + std::to_string(FloodWatch::kTooMany) +
+             " messages in " + std::to_string(FloodWatch::kSpanMs / 1000) +
+             " seconds under its UUID " + host.uuid +
+             ". See what it reports, and the pace= of its sink; the servers keep it out when its "
+             "account is taken away");
 }
 
 // One text at a time: what comes again and again is written once.
@@ -167,14 +188,16 @@ std::vector<HostRow> ReadHosts(host::Database &database)
 
 CollectState ReadCollectState(host::Database &database)
 {
-    host::Statement read(database,
-                         "SELECT stream, created, sequence, problem, problem_ms FROM fleet_place");
+    host::Statement read(
+        database,
+        "SELECT stream, created, sequence, stored_ns, problem, problem_ms FROM fleet_place");
     read.Start();
     if (!read.Next())
         return {};
-    return {{read.Text(0), read.Integer(1), static_cast<uint64_t>(read.Integer(2))},
-            read.Text(3),
-            read.Integer(4)};
+    return {
+        {read.Text(0), read.Integer(1), static_cast<uint64_t>(read.Integer(2)), read.Integer(3)},
+        read.Text(4),
+        read.Integer(5)};
 }
 
 } // namespace fleet

@@ -16,16 +16,18 @@
 #include <string>
 #include <vector>
 
+#include "agent/fleet/flood_watch.h"
 #include "agent/host/store.h"
 
 namespace fleet {
 
 // A message of the stream.
 struct Arrived {
-    std::string uuid;    // of the store that it came from
-    std::string body;    // see wire_alert.h
-    int64_t after = 0;   // the ID of the alert that was sent before it
-    int64_t dropped = 0; // how many in between have left that store unsent, at its limit
+    std::string uuid;      // of the store that it came from
+    std::string body;      // see wire_alert.h
+    int64_t after = 0;     // the ID of the alert that was sent before it
+    int64_t dropped = 0;   // how many in between have left that store unsent, at its limit
+    int64_t stored_ms = 0; // by the servers, since 1970 by their clock
 };
 
 // A row of the table fleet_host.
@@ -45,15 +47,20 @@ struct StreamPlace {
     std::string stream;
     int64_t created = 0; // nanoseconds since 1970
     uint64_t sequence = 0;
+    int64_t stored_ns = 0; // when the servers stored that message, since 1970; 0: not known
 };
 
 // All of it throws host::StoreError when the store fails, and has then stored nothing.
 class Ledger {
   public:
-    explicit Ledger(host::Store &store) : store_(store) {}
+    // `floods`: who sends too much is told by it; null: nobody is.
+    explicit Ledger(host::Store &store, FloodWatch *floods = nullptr)
+        : store_(store), floods_(floods)
+    {
+    }
 
-    // The sequence up to which this stream was taken; 0: nothing of it was.
-    uint64_t SequenceIn(const std::string &stream, int64_t created);
+    // Up to where this stream was taken; of sequence 0: nothing of it was.
+    StreamPlace PlaceIn(const std::string &stream, int64_t created);
 
     // Stores what has arrived, in this order, and that the stream was taken up to this place. Returns how many alerts
     // are new. A message that is no alert is counted and passed over: it will be none the next time either.
@@ -64,9 +71,12 @@ class Ledger {
 
   private:
     void TakeOne(const Arrived &message, HostRow *host, size_t *taken);
+    void TellNow(const HostRow &host, const std::string &message);
     void TellOfGap(const HostRow &host, int64_t after);
+    void TellOfFlood(const Arrived &message, const HostRow &host);
 
     host::Store &store_;
+    FloodWatch *floods_;
 };
 
 // What is known of all hosts, the one that was heard last first.

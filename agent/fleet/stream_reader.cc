@@ -1,6 +1,11 @@
 #include "agent/fleet/stream_reader.h"
 
 #include <cstring>
+#include <ctime>
+#include <sstream>
+#include <thread>
+
+#include <nlohmann/json.hpp>
 
 #include "agent/host/error.h"
 #include "agent/sinks/nats_subjects.h"
@@ -12,17 +17,30 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr int64_t kNanoseconds = 1000 * 1000 * 1000; // of a second
+constexpr int64_t kNanosecondsInMs = 1000 * 1000;
+constexpr int64_t kMiB = int64_t{1} << 20U;
 
 // Messages that are taken in one transaction, and their bytes: what is in memory at a time.
 constexpr int kAtOnce = 500;
 constexpr int64_t kBytesAtOnce = int64_t{8} * 1024 * 1024;
-// How long to wait for the first message, and then for those that are there already.
-constexpr int64_t kWait = kNanoseconds;
-constexpr int64_t kShortWait = kNanoseconds / 50;
+// How long a request for messages stands: for the first one, and for those behind it. Without an answer behind that, it is
+// lost.
+constexpr int64_t kRequestStands = kNanoseconds;
+constexpr std::chrono::milliseconds kAnswerComes{1500};
+// Those that are there already come one right behind the other.
+constexpr std::chrono::milliseconds kShortWait{20};
+// Servers that cannot answer are asked again behind it.
+constexpr std::chrono::milliseconds kPause{200};
 // What was delivered and not confirmed is delivered again behind it. A transaction waits for the monitor's pass at most.
 constexpr int64_t kConfirmWithin = 120 * kNanoseconds;
 // After so long without a message the servers are asked whether they still know this reader.
 constexpr std::chrono::seconds kSilence{10};
+
+// So often they are asked whether the last message that has come is still the one with its number. While they elect
+// another one to lead, they are silent for longer.
+constexpr std::chrono::seconds kLookAtPlace{1};
+// The clocks of servers that follow each other as the one that stamps differ by less.
+constexpr int64_t kClocksDiffer = 600 * kNanoseconds;
 
 // The servers drop what comes twice within it. The place that is read back needs none of it.
 constexpr int64_t kDuplicates = 120 * kNanoseconds;
@@ -37,11 +55,65 @@ int64_t NumberIn(natsMsg *message, const char *header)
     return std::max<int64_t>(number, 0);
 }
 
+// Of a moment as the servers write it, "2026-11-23T05:45:43.11027693Z", since 1970; 0: it is none.
+int64_t NanosecondsIn(const std::string &text)
+{
+    tm moment{};
+    const char *rest = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &moment);
+    if (rest == nullptr)
+        return 0;
+    int64_t fraction = 0;
+    int64_t unit = kNanoseconds;
+    for (rest += *rest == '.' ? 1 : 0; *rest >= '0' && *rest <= '9' && unit > 1; ++rest) {
+        unit /= 10;
+        fraction += (*rest - '0') * unit;
+    }
+    return timegm(&moment) * kNanoseconds + fraction;
+}
+
+// What is no message of the stream tells how a request has ended.
+bool IsMessage(natsMsg *message)
+{
+    return natsMsg_GetReply(message) != nullptr && *natsMsg_GetReply(message) != '\0';
+}
+
+// Its time was over: the next one may follow at once.
+bool HasEnded(natsMsg *answer)
+{
+    const char *status = nullptr;
+    return natsMsgHeader_Get(answer, "Status", &status) == NATS_OK && status != nullptr &&
+           strcmp(status, "408") == 0;
+}
+
+// What the servers say of a message, in the subject to which it is confirmed:
+//   $JS.ACK.STREAM.READER.TIMES.SEQUENCE.NUMBER.NANOSECONDS.PENDING, of some with two words more behind ACK
+struct Delivery {
+    uint64_t times = 0;    // this one was delivered
+    uint64_t sequence = 0; // of the stream
+    uint64_t number = 0;   // of the deliveries to this reader
+    int64_t stored_ns = 0; // since 1970
+};
+
+Delivery DeliveryOf(natsMsg *message)
+{
+    std::vector<std::string> words;
+    std::istringstream subject(natsMsg_GetReply(message));
+    for (std::string word; std::getline(subject, word, '.');)
+        words.push_back(word);
+    const size_t first = words.size() < 11 ? 4 : 6;
+    const auto number = [&](size_t i) {
+        return first + i < words.size() ? strtoull(words[first + i].c_str(), nullptr, 10) : 0;
+    };
+    return {number(0), number(1), number(2), static_cast<int64_t>(number(3))};
+}
+
 } // namespace
 
 StreamReader::StreamReader(const nats::Access &access, const sinks::SinkConfig &config,
                            std::string reader)
     : connection_(access), config_(config), stream_(config.Get("stream")), name_(std::move(reader)),
+      inbox_(access.inbox + ".read-" +
+             std::to_string(steady_clock::now().time_since_epoch().count())),
       heard_at_(steady_clock::now())
 {
     FindStream();
@@ -76,6 +148,11 @@ void StreamReader::MakeStream()
     wanted.Replicas = config_.Number("replicas");
     wanted.MaxAge = config_.Number("keep") * 3600 * kNanoseconds;
     wanted.MaxMsgSize = kMaxMessage;
+    // One that floods puts its own oldest ones out, and no other's; and what is taken waits behind so many of it at most.
+    wanted.MaxMsgsPerSubject = config_.Number("keep-alerts");
+    if (config_.Has("keep-mib"))
+        wanted.MaxBytes = config_.Number("keep-mib") * kMiB;
+    wanted.Discard = js_DiscardOld;
     wanted.Duplicates = kDuplicates;
     wanted.AllowDirect = true; // a host may ask for its own last alert, and for no other
     jsErrCode code{};
@@ -113,14 +190,64 @@ void StreamReader::ForgetReader()
         connection_.Check(deleted, "begin anew in the stream " + stream_, code);
 }
 
-void StreamReader::MakeReader(uint64_t sequence)
+// Servers that were put back to an older disk, or are led by one that lacks the last messages, give the numbers of those
+// anew. What has left the stream by its age is no sign of that. Nothing: while none of them leads, nobody knows.
+std::optional<bool> StreamReader::HaveOther(uint64_t sequence, int64_t stored_ns)
+{
+    const std::string doing = "find the place in the stream " + stream_;
+    const std::string question = "{\"seq\":" + std::to_string(sequence) + "}";
+    natsMsg *found = nullptr;
+    const natsStatus status = natsConnection_RequestString(
+        &found, connection_.raw(), ("$JS.API.STREAM.MSG.GET." + stream_).c_str(), question.c_str(),
+        connection_.timeout().count());
+    const nats::Owned<natsMsg> answer(found);
+    if (status == NATS_TIMEOUT || status == NATS_NO_RESPONDERS)
+        return std::nullopt;
+    connection_.Check(status, doing);
+    const std::string_view text(natsMsg_GetData(found),
+                                static_cast<size_t>(natsMsg_GetDataLength(found)));
+    const nlohmann::json message =
+        nlohmann::json::parse(text, nullptr, false).value("message", nlohmann::json());
+    if (message.is_object())
+        return stored_ns != 0 && NanosecondsIn(message.value("time", "")) != stored_ns;
+    jsStreamInfo *told = nullptr;
+    jsErrCode code{};
+    connection_.Check(
+        js_GetStreamInfo(&told, connection_.stream(), stream_.c_str(), nullptr, &code), doing,
+        code);
+    const nats::Owned<jsStreamInfo> info(told);
+    return info->State.LastSeq < sequence;
+}
+
+void StreamReader::LookAtPlace()
+{
+    if (sequence_ == 0 || steady_clock::now() - place_seen_at_ < kLookAtPlace)
+        return;
+    const std::optional<bool> have_other = HaveOther(sequence_, sequence_stored_ns_);
+    if (have_other.value_or(false))
+        throw host::Error("cannot go on in the stream " + stream_,
+                          "the servers have lost the message " + std::to_string(sequence_) +
+                              ", which was taken, and give its number anew",
+                          "nothing is to be done: what they have stored since is read again");
+    if (have_other)
+        place_seen_at_ = steady_clock::now();
+}
+
+// `is_known`: the place is where it was.
+void StreamReader::MakeReader(const StreamPlace &place, bool is_known)
 {
     jsConsumerConfig wanted;
     jsConsumerConfig_Init(&wanted);
     wanted.Durable = name_.c_str();
     wanted.Description = "syslogmon collect";
-    wanted.DeliverPolicy = sequence == 0 ? js_DeliverAll : js_DeliverByStartSequence;
-    wanted.OptStartSeq = sequence == 0 ? 0 : sequence + 1;
+    wanted.DeliverPolicy = js_DeliverAll;
+    if (is_known && place.sequence > 0) {
+        wanted.DeliverPolicy = js_DeliverByStartSequence;
+        wanted.OptStartSeq = place.sequence + 1;
+    } else if (place.stored_ns > kClocksDiffer) {
+        wanted.DeliverPolicy = js_DeliverByStartTime;
+        wanted.OptStartTime = place.stored_ns - kClocksDiffer;
+    }
     wanted.AckPolicy = js_AckAll;
     wanted.AckWait = kConfirmWithin;
     wanted.MaxAckPending = 2 * kAtOnce;
@@ -131,40 +258,35 @@ void StreamReader::MakeReader(uint64_t sequence)
     count_ = 0;
 }
 
-void StreamReader::BeginBehind(uint64_t sequence)
+void StreamReader::BeginBehind(const StreamPlace &place)
 {
-    if (!IsAt(sequence))
-        MakeReader(sequence);
-    sequence_ = sequence;
-    jsSubOptions options;
-    jsSubOptions_Init(&options);
-    options.Stream = stream_.c_str();
-    options.Consumer = name_.c_str();
+    const bool is_known =
+        place.sequence == 0 || !HaveOther(place.sequence, place.stored_ns).value_or(false);
+    if (!is_known)
+        ForgetReader();
+    if (!is_known || !IsAt(place.sequence))
+        MakeReader(place, is_known);
+    if (is_known) {
+        sequence_ = place.sequence;
+        sequence_stored_ns_ = place.stored_ns;
+    }
     natsSubscription *subscription = nullptr;
-    jsErrCode code{};
-    const natsStatus status =
-        js_PullSubscribe(&subscription, connection_.stream(), sinks::kAllAlerts, name_.c_str(),
-                         nullptr, &options, &code);
-    connection_.Check(status, "read the stream " + stream_, code);
+    connection_.Check(
+        natsConnection_SubscribeSync(&subscription, connection_.raw(), inbox_.c_str()),
+        "read the stream " + stream_);
     subscription_.reset(subscription);
 }
 
-// The first one is waited for; what is there already comes with it. While there is more than is taken at once, nothing
-// is waited for.
 uint64_t StreamReader::Read()
 {
+    LookAtPlace();
     messages_.clear();
-    if (!was_full_) {
-        Fetch(1, true);
-        if (messages_.empty()) {
-            LookAfterSilence();
-            return 0;
-        }
-    }
-    Fetch(kAtOnce, false);
-    was_full_ = messages_.size() >= kAtOnce;
-    if (messages_.empty())
+    stored_ns_.clear();
+    Fetch();
+    if (messages_.empty()) {
+        LookAfterSilence();
         return 0;
+    }
     heard_at_ = steady_clock::now();
     was_withheld_ = false;
     for (const auto &message : messages_)
@@ -172,43 +294,63 @@ uint64_t StreamReader::Read()
     return sequence_;
 }
 
-void StreamReader::Fetch(int most, bool waits)
+// The library's own way to do this, natsSubscription_FetchRequest, is not used: in its version 3.4.1 it writes behind the end
+// of its list when messages of a request that has ended come together with those of the next one.
+void StreamReader::Ask()
 {
-    jsFetchRequest request;
-    jsFetchRequest_Init(&request);
-    request.Batch = most;
-    request.MaxBytes = most == 1 ? 0 : kBytesAtOnce;
-    request.Expires = waits ? kWait : kShortWait;
-    request.NoWait = !waits;
-    natsMsgList list{};
-    const natsStatus status = natsSubscription_FetchRequest(&list, subscription_.get(), &request);
-    for (int i = 0; i < list.Count; ++i) {
-        messages_.emplace_back(list.Msgs[i]);
-        list.Msgs[i] = nullptr;
-    }
-    natsMsgList_Destroy(&list);
-    // That there is none comes in several words.
-    if (status != NATS_TIMEOUT && status != NATS_NOT_FOUND)
+    const std::string subject = "$JS.API.CONSUMER.MSG.NEXT." + stream_ + "." + name_;
+    const nlohmann::json question = {
+        {"batch", kAtOnce}, {"max_bytes", kBytesAtOnce}, {"expires", kRequestStands}};
+    connection_.Check(natsConnection_PublishRequestString(connection_.raw(), subject.c_str(),
+                                                          inbox_.c_str(), question.dump().c_str()),
+                      "read the stream " + stream_);
+    asked_for_ = kAtOnce;
+    asked_at_ = steady_clock::now();
+}
+
+// The first one is waited for; what is there already comes with it. The request may stand behind it, and then what comes
+// next is the answer to it as well.
+void StreamReader::Fetch()
+{
+    if (asked_for_ == 0)
+        Ask();
+    while (asked_for_ > 0) {
+        natsMsg *found = nullptr;
+        const natsStatus status = natsSubscription_NextMsg(
+            &found, subscription_.get(), (messages_.empty() ? kAnswerComes : kShortWait).count());
+        nats::Owned<natsMsg> message(found);
+        if (status == NATS_TIMEOUT) {
+            if (steady_clock::now() - asked_at_ > kAnswerComes)
+                asked_for_ = 0;
+            return;
+        }
         connection_.Check(status, "read the stream " + stream_);
+        if (IsMessage(found)) {
+            --asked_for_;
+            messages_.push_back(std::move(message));
+            continue;
+        }
+        asked_for_ = 0;
+        if (messages_.empty() && !HasEnded(found))
+            std::this_thread::sleep_for(kPause);
+    }
 }
 
 // The servers count their deliveries. One that is missing, or comes once more, is seen by that.
 void StreamReader::CheckOrder(natsMsg *message)
 {
-    jsMsgMetaData *found = nullptr;
-    connection_.Check(natsMsg_GetMetaData(&found, message),
-                      "read a message of the stream " + stream_);
-    const nats::Owned<jsMsgMetaData> data(found);
-    const bool is_next = data->NumDelivered == 1 && data->Sequence.Consumer == count_ + 1 &&
-                         data->Sequence.Stream > sequence_;
+    const Delivery delivery = DeliveryOf(message);
+    const bool is_next =
+        delivery.times == 1 && delivery.number == count_ + 1 && delivery.sequence > sequence_;
     if (!is_next)
         throw host::Error("cannot go on in the stream " + stream_,
-                          "the servers deliver the message " +
-                              std::to_string(data->Sequence.Stream) + " behind " +
-                              std::to_string(sequence_) + " out of order",
+                          "the servers deliver the message " + std::to_string(delivery.sequence) +
+                              " behind " + std::to_string(sequence_) + " out of order",
                           "nothing is to be done: it is read again from there");
-    sequence_ = data->Sequence.Stream;
-    count_ = data->Sequence.Consumer;
+    sequence_ = delivery.sequence;
+    sequence_stored_ns_ = delivery.stored_ns;
+    count_ = delivery.number;
+    stored_ns_.push_back(delivery.stored_ns);
 }
 
 std::vector<Arrived> StreamReader::Arrivals() const
@@ -221,6 +363,7 @@ std::vector<Arrived> StreamReader::Arrivals() const
                             static_cast<size_t>(natsMsg_GetDataLength(message.get())));
         arrived.after = NumberIn(message.get(), sinks::kAfterHeader);
         arrived.dropped = NumberIn(message.get(), sinks::kDroppedHeader);
+        arrived.stored_ms = stored_ns_[arrivals.size()] / kNanosecondsInMs;
         arrivals.push_back(std::move(arrived));
     }
     return arrivals;
@@ -229,7 +372,9 @@ std::vector<Arrived> StreamReader::Arrivals() const
 // All before the last one count as confirmed with it. When the word is lost, the next connection finds out.
 void StreamReader::Confirm()
 {
-    connection_.Check(natsMsg_Ack(messages_.back().get(), nullptr), "confirm what was read");
+    const char *place = natsMsg_GetReply(messages_.back().get());
+    connection_.Check(natsConnection_PublishString(connection_.raw(), place, "+ACK"),
+                      "confirm what was read");
 }
 
 void StreamReader::LookAfterSilence()

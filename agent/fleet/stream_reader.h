@@ -3,6 +3,7 @@
 #define AGENT_FLEET_STREAM_READER_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,11 +24,15 @@ class StreamReader {
     // When the stream was made, in nanoseconds since 1970.
     [[nodiscard]] int64_t created() const { return created_; }
 
-    // The first message is the one behind this sequence. To be called once, before all that follows.
-    void BeginBehind(uint64_t sequence);
+    // The first message is the one behind this place. When the servers have another message there by now, or none that far,
+    // they have lost what was taken and give the numbers anew: then it begins with all that they have stored since, some of
+    // which is known. To be called once, before all that follows.
+    void BeginBehind(const StreamPlace &place);
 
     // Waits a moment for messages. Returns the sequence of the last one that has come; 0: none has.
     uint64_t Read();
+    // When the servers stored that one, in nanoseconds since 1970.
+    [[nodiscard]] int64_t stored_ns() const { return stored_ns_.back(); }
     // What Read has brought.
     [[nodiscard]] std::vector<Arrived> Arrivals() const;
     // They are stored.
@@ -37,9 +42,12 @@ class StreamReader {
     void FindStream();
     void MakeStream();
     [[nodiscard]] bool IsAt(uint64_t sequence);
-    void MakeReader(uint64_t sequence);
+    [[nodiscard]] std::optional<bool> HaveOther(uint64_t sequence, int64_t stored_ns);
+    void LookAtPlace();
+    void MakeReader(const StreamPlace &place, bool is_known);
     void ForgetReader();
-    void Fetch(int most, bool waits);
+    void Ask();
+    void Fetch();
     void CheckOrder(natsMsg *message);
     void LookAfterSilence();
 
@@ -48,12 +56,17 @@ class StreamReader {
     std::string stream_;
     std::string name_;
     int64_t created_ = 0;
+    std::string inbox_; // to which the servers answer
     nats::Owned<natsSubscription> subscription_;
+    int asked_for_ = 0; // messages that the request under way may still bring; 0: none is
+    std::chrono::steady_clock::time_point asked_at_;
     std::vector<nats::Owned<natsMsg>> messages_;
-    uint64_t sequence_ = 0; // in the stream, of the last message that has come
+    std::vector<int64_t> stored_ns_; // when the servers stored each of them, since 1970
+    uint64_t sequence_ = 0;          // in the stream, of the last message that has come
+    int64_t sequence_stored_ns_ = 0; // when that one was stored, since 1970; 0: not known
+    std::chrono::steady_clock::time_point place_seen_at_;
     uint64_t count_ =
         0; // that the servers give to their deliveries to this reader: of the last one
-    bool was_full_ = false; // the last time there was more than was taken
     std::chrono::steady_clock::time_point heard_at_;
     bool was_withheld_ =
         false; // at the last look after a silence there were messages that have not come

@@ -238,6 +238,8 @@ constexpr const char *kSteps[] = {
     "  PRIMARY KEY (kind, name, event_id)) WITHOUT ROWID;",
     // 15: by which terms an alert was reported.
     "ALTER TABLE alert ADD COLUMN terms TEXT NOT NULL DEFAULT '';",
+    // 16: when the servers stored the message up to which the stream was taken, in nanoseconds since 1970; 0: not known.
+    "ALTER TABLE fleet_place ADD COLUMN stored_ns INTEGER NOT NULL DEFAULT 0;",
 };
 constexpr int kVersion = static_cast<int>(std::size(kSteps));
 

@@ -67,7 +67,7 @@ class Soak(lab.LabTest):
             self.hosts[-1].daemon.start()
 
     def test_each_alert_of_a_large_fleet_is_collected_once_and_in_order(self):
-        each = max(1, ALERTS // (HOSTS + REAL_HOSTS))
+        each = -(-ALERTS // (HOSTS + REAL_HOSTS))  # as many of each, and no fewer in all
         began = time.monotonic()
         simulated = [Simulated(self.lab, number, min(TOGETHER, HOSTS - number * TOGETHER), each, self.servers)
                      for number in range((HOSTS + TOGETHER - 1) // TOGETHER)]

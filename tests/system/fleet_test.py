@@ -3,12 +3,16 @@ import datetime
 import os
 import shutil
 import signal
+import threading
+import time
 import unittest
 
 import fleet
 import lab
 
 HOSTS = 3
+FLOOD = 100_000  # messages, as fast as the server takes them
+KEPT = 2000  # alerts of one host, where one floods
 
 
 class Fleet(lab.LabTest):
@@ -101,6 +105,36 @@ class OneServer(Fleet):
         self.lab.wait_until("all are sent again", lambda: self.servers.messages() == 40)
         self.centre.daemon.start()
         self.wait_collected()
+
+    def test_what_a_server_numbers_anew_that_has_lost_what_was_collected_is_collected_too(self):
+        self.add_hosts(2)
+        speaks, rests = self.hosts
+        for host in self.hosts:
+            host.report(10)
+        self.wait_collected()
+        server = self.servers.all[0]
+        kept = self.lab.folder / "kept"
+        server.kill()
+        shutil.copytree(server.folder / "data", kept)
+        server.start()
+        for host in self.hosts:
+            host.report(10)
+        self.wait_collected()
+        rests.daemon.stop()
+        self.assertEqual(40, self.centre.collect()["sequence"])
+        # What it has confirmed and given out it does not have any more.
+        server.kill()
+        server.wipe()
+        shutil.copytree(kept, server.folder / "data")
+        server.start()
+        speaks.report(5)
+        # The ten that it has lost, and the new ones: none has a number as high as the last one that was collected.
+        self.lab.wait_until("all are sent", lambda: self.servers.messages() == 35)
+        self.lab.wait_until("the new ones are collected", lambda: self.centre.collected() == 45)
+        self.assertEqual(speaks.ledger(), self.centre.ledger(speaks))
+        rests.daemon.start()
+        self.wait_collected()
+        self.assertEqual([], self.centre.lab.own_alerts("fleet"))
 
     def test_a_server_that_has_lost_everything_gets_all_that_the_stores_keep(self):
         self.add_hosts(1)
@@ -210,7 +244,7 @@ class Guarded(Fleet):
         lab.LabTest.setUp(self)
         self.accounts = fleet.Accounts(self.lab.folder / "secrets")
         self.servers = fleet.Servers(self.lab)
-        self.centre = fleet.Centre(self.servers, **self.accounts.account("collector"))
+        self.centre = fleet.Centre(self.servers, keep_alerts=KEPT, **self.accounts.account("collector"))
         self.addCleanup(self.centre.lab.close)
         self.hosts = []
         for number in range(2):
@@ -240,6 +274,34 @@ class Guarded(Fleet):
         for subject in ("syslogmon.alerts.*", ">", "_INBOX.>", f"_INBOX.{other}.>"):
             self.assertIn("Permissions Violation", "".join(stranger.subscribe(subject)), subject)
         self.assertEqual(10, self.servers.messages())
+
+
+    def test_while_one_host_floods_the_alerts_of_the_others_arrive_and_it_is_told_who_floods(self):
+        flooder, other = self.hosts
+        for host in self.hosts:
+            host.report(5)
+        self.wait_collected()
+        flooder.daemon.stop()
+        stranger = fleet.Stranger(self.servers.all[0], "host0", self.accounts.password("host0"))
+        self.addCleanup(stranger.close)
+        flood = threading.Thread(target=stranger.flood, args=(f"syslogmon.alerts.{flooder.uuid()}", "{}" * 50, FLOOD))
+        began = time.monotonic()
+        flood.start()
+        self.lab.wait_until("it is in full flood", lambda: self.servers.messages() > FLOOD / 10)
+        other.report(20)
+        self.lab.wait_until("they are collected", lambda: self.centre.collected() == 30)
+        print(f"collected after {time.monotonic() - began:.1f} s, with {self.servers.messages()} messages in the stream")
+        flood.join()
+        self.lab.wait_until("all is read", lambda: self.centre.collect()["sequence"] == self.servers.messages(),
+                            4 * lab.PATIENCE)
+        print(f"all is read after {time.monotonic() - began:.1f} s")
+        self.assertEqual(FLOOD + 30, self.servers.messages())
+        # What the servers keep of it is bounded, and nothing of the others has given way to it.
+        self.assertEqual(KEPT + 25, self.servers.stream()["state"]["messages"])
+        self.assertEqual(other.ledger(), self.centre.ledger(other))
+        told = [said for said in self.centre.lab.own_alerts("fleet") if "floods the fleet" in said]
+        self.assertEqual(1, len(told), told)
+        self.assertIn(flooder.uuid(), told[0])
 
 
 # A server of three that was wiped is now and then not well again for minutes, so this is for the long check.

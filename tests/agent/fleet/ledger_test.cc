@@ -112,6 +112,30 @@ TEST_F(LedgerTest, WhatIsKnownIsDroppedByTheNumberOfItsHost)
     EXPECT_EQ(Strings{}, Told());
 }
 
+TEST_F(LedgerTest, AHostThatMakesGapsWithoutEndIsToldOfAFewTimesAndCounted)
+{
+    fleet::FloodWatch floods;
+    std::vector<Arrived> messages;
+    for (int64_t id = 1; id < 2000; id += 2)
+        messages.push_back(ArrivedOf("a", id));
+    Ledger(test::Store(), &floods).Take(messages, {"stream", 7, 1});
+    EXPECT_EQ(static_cast<size_t>(fleet::FloodWatch::kTellAtOnce), Told().size());
+    EXPECT_EQ(999, Host().missing);
+    EXPECT_EQ(1000, Host().alerts);
+}
+
+TEST_F(LedgerTest, AHostThatFloodsIsToldOfWithItsName)
+{
+    fleet::FloodWatch floods;
+    std::vector<Arrived> messages(fleet::FloodWatch::kTooMany, ArrivedOf("a", 1));
+    for (Arrived &message : messages)
+        message.stored_ms = 1795222800000;
+    Ledger(test::Store(), &floods).Take(messages, {"stream", 7, 1});
+    ASSERT_EQ(1U, Told().size());
+    EXPECT_TRUE(Told()[0].starts_with("a floods the fleet: more than 10000 messages in 10 seconds"))
+        << Told()[0];
+}
+
 TEST_F(LedgerTest, AlertsThatAHostDoesNotSendLeaveNoGap)
 {
     // 2 and 3 were not for the sink.
@@ -166,11 +190,11 @@ TEST_F(LedgerTest, WhatThisStoreHasReportedItselfIsInItAlready)
 TEST_F(LedgerTest, APlaceIsThatOfOneStream)
 {
     Ledger ledger(test::Store());
-    EXPECT_EQ(0U, ledger.SequenceIn("stream", 7));
+    EXPECT_EQ(0U, ledger.PlaceIn("stream", 7).sequence);
     Take({}, 12);
-    EXPECT_EQ(12U, ledger.SequenceIn("stream", 7));
-    EXPECT_EQ(0U, ledger.SequenceIn("stream", 8)); // was made anew
-    EXPECT_EQ(0U, ledger.SequenceIn("other", 7));
+    EXPECT_EQ(12U, ledger.PlaceIn("stream", 7).sequence);
+    EXPECT_EQ(0U, ledger.PlaceIn("stream", 8).sequence); // was made anew
+    EXPECT_EQ(0U, ledger.PlaceIn("other", 7).sequence);
 }
 
 TEST_F(LedgerTest, AProblemIsKeptWithItsTimeUntilItIsOver)
@@ -233,7 +257,7 @@ void Collect(host::Store &store)
 {
     const std::vector<Arrived> stream = Stream();
     Ledger ledger(store);
-    for (uint64_t at = ledger.SequenceIn("stream", 7); at < stream.size();) {
+    for (uint64_t at = ledger.PlaceIn("stream", 7).sequence; at < stream.size();) {
         const size_t end = std::min<size_t>(at + 5, stream.size());
         ledger.Take(std::span(stream).subspan(at, end - at), {"stream", 7, end});
         at = end;
