@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <exception>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -19,6 +18,19 @@ namespace {
 
 // What could not be read is read again.
 constexpr int kTryAgainMs = 10000;
+
+// What is wrong with it; empty: nothing is. Throws host::StoreError.
+std::string FaultOf(const std::function<void()> &take)
+{
+    try {
+        take();
+        return "";
+    } catch (const host::StoreError &) {
+        throw;
+    } catch (const host::Error &error) {
+        return error.what();
+    }
+}
 
 } // namespace
 
@@ -66,22 +78,17 @@ void FleetKeeper::Run()
     member_.reset();
 }
 
-// What is wrong with one part keeps the other one from nothing.
+// What is wrong with one part keeps the other one from nothing, and hides nothing of it.
 void FleetKeeper::TakeSetup()
 {
     host::Store store(layout_.Store());
     host::RegistryTree registry(store);
-    std::exception_ptr collectors_fault;
-    try {
-        TakeCollector(ReadSetup(SetupPart::kCollect, store, registry));
-    } catch (const host::StoreError &) {
-        throw;
-    } catch (const host::Error &) {
-        collectors_fault = std::current_exception();
-    }
-    TakeMembership(store, registry);
-    if (collectors_fault)
-        std::rethrow_exception(collectors_fault);
+    const std::string collectors =
+        FaultOf([&] { TakeCollector(ReadSetup(SetupPart::kCollect, store, registry)); });
+    const std::string members = FaultOf([&] { TakeMembership(store, registry); });
+    const char *between = collectors.empty() || members.empty() ? "" : "\n";
+    if (!collectors.empty() || !members.empty())
+        throw host::Error(collectors + between + members);
 }
 
 void FleetKeeper::TakeMembership(host::Store &store, host::RegistryTree &registry)

@@ -286,6 +286,22 @@ class OneServer(Rules):
         self.wait_known()
         self.assertIn(str(secret), member.daemon.child.said())
 
+    def test_what_is_wrong_with_collector_and_member_is_told_of_both(self):
+        host = fleet.Member(self.servers, "web")
+        self.addCleanup(host.lab.close)
+        secrets = []
+        for name in ("collectors", "members"):
+            secrets.append(self.lab.folder / name)
+            secrets[-1].touch(0o600)
+            secrets[-1].write_text("password")
+        host.lab.command("collect", f"servers={self.servers.urls}", "user=c", f"password-file={secrets[0]}")
+        host.lab.command("fleet", "join", "groups=web", f"servers={self.servers.urls}", "user=m",
+                         f"password-file={secrets[1]}")
+        for secret in secrets:
+            secret.unlink()
+        host.daemon.start()
+        self.lab.wait_until("it says so", lambda: all(str(secret) in host.daemon.child.said() for secret in secrets))
+
     def test_however_often_a_group_is_changed_a_host_asks_and_answers_at_its_pace(self):
         self.hosts()
         self.add_members(1, every=3600)
