@@ -389,7 +389,9 @@ void StreamReader::LookAfterSilence()
     const nats::Owned<jsConsumerInfo> info(found);
     connection_.Check(status, "go on in the stream " + stream_, code);
     // What was stored at this moment may be on its way. What they had at the last look as well is not.
-    const bool is_withheld = info->NumPending > 0 || info->NumAckPending > 0;
+    // And what was delivered in its name and confirmed by somebody else comes no more.
+    const bool is_withheld = info->NumPending > 0 || info->NumAckPending > 0 ||
+                             (sequence_ > 0 && info->Delivered.Stream > sequence_);
     if (is_withheld && was_withheld_) {
         // Another one is begun at the place that the store knows, also when the servers say of this one that it is there.
         ForgetReader();

@@ -447,6 +447,19 @@ class Stranger:
     def subscribe(self, subject):
         return self.refusals(f"SUB {subject} 1")
 
+    def take_and_confirm(self, subject, reader, count):
+        """Has so many messages delivered to itself in the name of a reader, and confirms them."""
+        self.subscribe(subject)
+        question = json.dumps({"batch": count, "expires": 60_000_000_000})
+        self._socket.sendall(f"PUB {reader} {subject} {len(question)}\r\n{question}\r\n".encode())
+        for _ in range(count):
+            while not (words := self._lines.readline().split())[0] in (b"MSG", b"HMSG"):
+                if words[0] == b"PING":
+                    self._socket.sendall(b"PONG\r\n")
+            self._lines.read(int(words[-1]) + 2)
+            self._socket.sendall(b"PUB " + words[3] + b" 4\r\n+ACK\r\n")
+        return self.refusals("PING")
+
     def close(self):
         self._lines.close()
         self._socket.close()

@@ -194,9 +194,29 @@ class OneServer(Fleet):
         self.lab.wait_until("they are collected", lambda: self.centre.collected() == 6)
         self.wait_collected()
 
+    def test_messages_that_were_delivered_elsewhere_and_confirmed_are_asked_for_again(self):
+        self.add_hosts(1)
+        host = self.hosts[0]
+        host.report(1)
+        self.wait_collected()
+        self.centre.daemon.child.signal(signal.SIGSTOP)
+        thief = fleet.Stranger(self.servers.all[0])
+        self.addCleanup(thief.close)
+        self.lab.wait_until("it asks for nothing", lambda: self.of_readers("num_waiting") == 0)
+        host.report(5)
+        self.lab.wait_until("all are sent", lambda: self.servers.messages() == 6)
+        thief.take_and_confirm("stolen", f"$JS.API.CONSUMER.MSG.NEXT.{fleet.STREAM}.syslogmon-{self.centre.uuid()}", 5)
+        self.lab.wait_until("all are confirmed", lambda: self.unconfirmed() == self.of_readers("num_pending") == 0)
+        self.centre.daemon.child.signal(signal.SIGCONT)
+        self.lab.wait_until("they are collected", lambda: self.centre.collected() == 6)
+        self.wait_collected()
+
     def unconfirmed(self):
+        return self.of_readers("num_ack_pending")
+
+    def of_readers(self, what):
         consumers = self.servers.all[0].streams(more="&consumers=true")[fleet.STREAM].get("consumer_detail", [])
-        return sum(consumer["num_ack_pending"] for consumer in consumers)
+        return sum(consumer[what] for consumer in consumers)
 
     def test_a_storm_of_one_host_is_sent_at_its_pace_and_none_is_left_out(self):
         self.add_hosts(1)
