@@ -356,6 +356,9 @@ bool FileFollower::Read(int64_t wall_seconds, SteadyTime now, Batch *batch)
     }
     while (TakeTurns(reading, now, batch))
         continue;
+    // Of hundreds of files each would wait for a commit of its own otherwise.
+    for (auto &[number, file] : files_.all())
+        file.BeginSync();
     bool has_more = false;
     for (auto &[number, file] : files_.all()) {
         file.Sync();

@@ -84,6 +84,12 @@ void FollowedFile::Adopt(const std::string &path, const FileIdentity &identity)
     problem.clear();
 }
 
+void FollowedFile::BeginSync()
+{
+    if (is_unsynced_ && content_)
+        content_->BeginSync();
+}
+
 void FollowedFile::Sync()
 {
     if (is_unsynced_ && content_)

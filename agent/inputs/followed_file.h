@@ -92,6 +92,8 @@ class FollowedFile {
     // What has been read counts for ever; so it is on the disk before that is stored. Else a log of which a power cut has
     // taken the end away would look like another one, and be read again.
     void Sync();
+    // Has that begun, for this file and others, before it is waited for.
+    void BeginSync();
 
     // Is there something to be read in it?
     [[nodiscard]] bool WantsReading() const { return wants_reading && !was_cut; }

@@ -74,6 +74,11 @@ bool LogContent::IsPacked()
     return packing_ == Packing::kPacked;
 }
 
+void LogContent::BeginSync() const
+{
+    sync_file_range(file_.get(), 0, 0, SYNC_FILE_RANGE_WRITE);
+}
+
 // Where that cannot be done, as in a file system that is only read, nothing is written either.
 void LogContent::Sync() const
 {

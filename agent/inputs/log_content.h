@@ -32,6 +32,8 @@ class LogContent {
 
     // Sees to it that what was written into the file by now is on the disk.
     void Sync() const;
+    // Has that begun, and does not wait for it. What Sync then waits for, the file system puts to the disk together.
+    void BeginSync() const;
 
     [[nodiscard]] int fd() const { return file_.get(); }
     [[nodiscard]] const std::string &path() const { return path_; }

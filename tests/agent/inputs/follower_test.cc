@@ -95,6 +95,19 @@ TEST_F(FollowerTest, ALogWithALongBacklogHoldsUpNoOther)
     EXPECT_EQ(20002U - first.size(), Take().size()) << "and all come";
 }
 
+TEST_F(FollowerTest, AllFilesAreOnTheirWayToTheDiskBeforeOneIsWaitedFor)
+{
+    StartWith("a.log", LogLine("old"));
+    for (const char *name : {"a.log", "b.log", "c.log"})
+        Append(name, LogLine("one"));
+    Read();
+    test::TakeSyncs();
+    for (const char *name : {"a.log", "b.log", "c.log"})
+        Append(name, LogLine("two"));
+    EXPECT_EQ(3U, Read().size());
+    EXPECT_EQ("bbbsss", test::TakeSyncs());
+}
+
 TEST_F(FollowerTest, ARotatedFileIsReadBeforeTheLiveOneThoughItTakesSeveralTurns)
 {
     StartWith("a.log", LogLine("old"));

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 #include "agent/inputs/line_origin.h"
 
@@ -17,6 +18,8 @@
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 extern "C" int __real_fdatasync(int fd);
 extern "C" int __wrap_fdatasync(int fd);
+extern "C" int __real_sync_file_range(int fd, off_t from, off_t size, unsigned how);
+extern "C" int __wrap_sync_file_range(int fd, off_t from, off_t size, unsigned how);
 
 namespace test {
 
@@ -31,8 +34,21 @@ std::map<ino_t, uintmax_t> &SyncedSizes()
     return sizes;
 }
 std::mutex synced_mutex;
+std::string syncs;
+
+void NoteSync(char what)
+{
+    const std::lock_guard lock(synced_mutex);
+    syncs += what;
+}
 
 } // namespace
+
+std::string TakeSyncs()
+{
+    const std::lock_guard lock(synced_mutex);
+    return std::exchange(syncs, {});
+}
 
 LogWorld::LogWorld() : wall_seconds(time(nullptr))
 {
@@ -201,6 +217,13 @@ int __wrap_fdatasync(int fd)
         const std::lock_guard lock(test::synced_mutex);
         test::SyncedSizes()[status.st_ino] = static_cast<uintmax_t>(status.st_size);
     }
+    test::NoteSync('s');
     return __real_fdatasync(fd);
+}
+
+int __wrap_sync_file_range(int fd, off_t from, off_t size, unsigned how)
+{
+    test::NoteSync('b');
+    return __real_sync_file_range(fd, from, size, how);
 }
 // NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)

@@ -71,6 +71,9 @@ class LogWorld {
     inputs::SteadyTime now_ = inputs::SteadyTime(std::chrono::hours(1000));
 };
 
+// How files were brought to the disk since the last call: "b" for each that was begun, "s" for each that was waited for.
+std::string TakeSyncs();
+
 // "Nov 21 10:00:01 host app: MESSAGE" of today, with its line end.
 std::string LogLine(const std::string &message);
 
