@@ -23,13 +23,14 @@ enum class PassEnd {
     kNotChecked
 };
 
-PassEnd ReadNewLines()
+// `lines`: out, those that were checked.
+PassEnd ReadNewLines(int64_t *lines)
 {
     char line[kFileLineBufferSize + kSearchPadding] = {};
     LocalMoment moment;
     FoundLiterals found{};
     DropIndex();
-    for (;;) {
+    for (*lines = 0;; ++*lines) {
         const long count = GetFileNextLine(line, kFileLineBufferSize);
         if (count < 0)
             return PassEnd::kNotRead;
@@ -54,7 +55,12 @@ PassEnd ScanOpenFile()
     ClearFileBlock();
     if (LogIsRead != nullptr)
         LogIsRead(filedata.filemonpath);
-    return ReadNewLines();
+    const int64_t begin = filedata.offset;
+    int64_t lines = 0;
+    const PassEnd end = ReadNewLines(&lines);
+    if (TargetLinesAreRead != nullptr && lines > 0)
+        TargetLinesAreRead(filedata.filemonpath, lines, filedata.offset - begin);
+    return end;
 }
 
 int TraceEnd(PassEnd end)

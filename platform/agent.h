@@ -68,6 +68,10 @@ void LogIsRead(const char *path) __attribute__((weak));
 // Is told of each part of the logs of the slots, in the order in which they are read. A host need not have it.
 void LogPartIsRead(const LogPart *part) __attribute__((weak));
 
+// Is told how many lines of the file monitor's target a pass has checked, and how many bytes they have in the file. The
+// path dies when the call returns. A host need not have it.
+void TargetLinesAreRead(const char *path, int64_t lines, int64_t bytes) __attribute__((weak));
+
 // Who follows the pass that begins; null: nobody. It is told of each line that can match or whose time cannot be read,
 // and of some of the others, at least of one in 64 KiB; in the numbers all are counted. A host need not have it.
 FollowPassFn PassFollower(void) __attribute__((weak));

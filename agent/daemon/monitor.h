@@ -67,6 +67,11 @@ class Monitor : private host::Moments {
     void StillRests() override { ++pulses_; }
     [[nodiscard]] DWORD PulseMs() const override { return news_.pulse_ms; }
     void PartIsRead(const LogPart &part) override { losses_.Add(part); }
+    void TargetLinesAreRead(const std::string &path, int64_t lines, int64_t bytes) override
+    {
+        if (counter_)
+            counter_->TargetLinesAreRead(path, lines, bytes);
+    }
     [[nodiscard]] bool MayEndRest(const std::string &name) override { return feed_.MayTake(name); }
     void PassBegins(DWORD result, const std::string &name) override;
 

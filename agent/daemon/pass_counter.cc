@@ -137,6 +137,12 @@ void PassCounter::EndFile()
     file_ = {};
 }
 
+void PassCounter::TargetLinesAreRead(const std::string &path, int64_t lines, int64_t bytes)
+{
+    news_.Add({Kind::kLines, path, 0}, lines);
+    news_.Add({Kind::kBytes, path, 0}, bytes);
+}
+
 void PassCounter::Stored(const inputs::Batch &batch)
 {
     for (size_t i = 0; i < batch.origins.size(); ++i) {

@@ -1,7 +1,7 @@
 // What a pass counts for the history: hits, reports, lines, entries of inputs, how late lines were read.
 //
 // Hits are those that the module has in its table, and those of the reports, with which it sets a counter back. Lines
-// are counted as the module reads them: what it follows line by line, which is all but the file monitor's target.
+// are counted as the module tells of them: one by one, and at the end of a pass those of the file monitor's target.
 //
 // Of the monitor thread, one for each life of the monitor.
 #ifndef AGENT_DAEMON_PASS_COUNTER_H
@@ -35,6 +35,8 @@ class PassCounter {
 
     // A report has arrived, and this became of it.
     void Reported(const ReportRequest &request, policy::Outcome::Kind outcome, int64_t hits);
+    // The pass has checked lines of the file monitor's target.
+    void TargetLinesAreRead(const std::string &path, int64_t lines, int64_t bytes);
     // Entries of inputs become part of the pass.
     void Stored(const inputs::Batch &batch);
 

@@ -56,6 +56,15 @@ void LogPartIsRead(const LogPart *part)
     });
 }
 
+void TargetLinesAreRead(const char *path, int64_t lines, int64_t bytes)
+{
+    AtBoundary<int>(__func__, 0, [&] {
+        if (Moments *moments = Current().moments())
+            moments->TargetLinesAreRead(path, lines, bytes);
+        return 0;
+    });
+}
+
 FollowPassFn PassFollower(void)
 {
     return AtBoundary<FollowPassFn>(__func__, nullptr, [] { return Current().pass_follower(); });

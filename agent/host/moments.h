@@ -48,6 +48,11 @@ class Moments {
 
     // A part of a log was read in the pass under way.
     virtual void PartIsRead(const LogPart & /*part*/) {}
+    // A pass has checked lines of the file monitor's target, of so many bytes.
+    virtual void TargetLinesAreRead(const std::string & /*path*/, int64_t /*lines*/,
+                                    int64_t /*bytes*/)
+    {
+    }
 
     // The rest is over. `result` is what the wait reports, `name` that of the event that was taken:
     // empty for a time-out, and for an event without a name.

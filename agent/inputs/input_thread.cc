@@ -30,6 +30,7 @@ class InputThread::Reader {
     {
         status_.name = input.name;
         status_.kind = input.kind;
+        status_.behind_bytes = -1; // until it was looked
     }
     virtual ~Reader() = default;
     Reader(const Reader &) = delete;
@@ -48,8 +49,10 @@ class InputThread::Reader {
     void TakeOver(const std::vector<InputStatus> &before)
     {
         for (const InputStatus &status : before) {
-            if (status.name == status_.name)
-                status_.last_entry_ms = status.last_entry_ms;
+            if (status.name != status_.name)
+                continue;
+            status_.last_entry_ms = status.last_entry_ms;
+            status_.behind_since_ms = status.behind_since_ms;
         }
     }
 
@@ -210,7 +213,7 @@ void InputThread::Load()
             } catch (const host::StoreError &) {
                 throw;
             } catch (const host::Error &error) {
-                broken.push_back({input.name, input.kind, 0, 0, 0, 0, {error.what()}});
+                broken.push_back({input.name, input.kind, 0, -1, 0, 0, {error.what()}});
                 load_again_ = Clock::now() + kLongestWait;
             }
         }

@@ -124,8 +124,7 @@ void WriteNamed(const Overview &view, Kind kind, const char *label, Writer *out)
 
 void WriteLines(const Overview &view, Writer *out)
 {
-    out->Family("lines_read_total", "counter",
-                "Lines that were read of a log. The file monitor's target is not counted.");
+    out->Family("lines_read_total", "counter", "Lines that were read of a log.");
     WriteNamed(view, Kind::kLines, "log", out);
     out->Family("bytes_read_total", "counter", "Bytes of these lines.");
     WriteNamed(view, Kind::kBytes, "log", out);

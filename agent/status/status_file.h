@@ -41,7 +41,8 @@ struct InputStatus {
     std::string name;
     std::string kind;
     int64_t open_files = 0;
-    int64_t behind_bytes = 0;    // that are there and not read yet; of a journal, not known: -1
+    int64_t behind_bytes =
+        0; // that are there and not read yet; of a journal and before the first look not known: -1
     int64_t behind_since_ms = 0; // since when something was unread all the time; 0: all was read
     int64_t last_entry_ms = 0;   // when its last entry was read; of a journal, written; 0: none was
     std::vector<std::string> problems; // why something of it is not read, a sentence each

@@ -1,4 +1,6 @@
 // What the running daemon writes into the history.
+#include <fstream>
+
 #include "agent/history/history_reader.h"
 #include "tests/agent/support/daemon_test.h"
 
@@ -58,6 +60,26 @@ TEST_F(CountedPasses, BytesAreThoseOfTheLines)
     Look();
     EXPECT_EQ(static_cast<int64_t>(std::filesystem::file_size(File("var-log/messages")) - size),
               Total(Kind::kBytes, log_) - before);
+}
+
+TEST_F(CountedPasses, WholeLinesOfTheFileMonitorsTargetAreCountedWithTheirBytes)
+{
+    const auto target = File("target.log");
+    test::WriteFile(target, "there before\n");
+    ExpectDone({"set", "file-monitor", target});
+    test::Child daemon(Daemon());
+    WaitUntilRunning(daemon);
+    Look();
+    const int64_t lines = Total(Kind::kLines, target);
+    const int64_t bytes = Total(Kind::kBytes, target);
+    std::ofstream(target, std::ios::app) << "one\nanother\nhalf";
+    Look();
+    EXPECT_EQ(2, Total(Kind::kLines, target) - lines);
+    EXPECT_EQ(12, Total(Kind::kBytes, target) - bytes);
+    std::ofstream(target, std::ios::app) << " done\n";
+    Look();
+    EXPECT_EQ(3, Total(Kind::kLines, target) - lines);
+    EXPECT_EQ(22, Total(Kind::kBytes, target) - bytes);
 }
 
 TEST_F(CountedPasses, ReportsThatACooldownHoldsBackAreCountedApart)
