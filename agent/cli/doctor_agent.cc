@@ -129,7 +129,12 @@ void CheckLook(const Context &context, Examination *examination)
     examination->Begin("last look");
     const auto status = status::ReadStatus(context.layout.run);
     if (!status::DaemonLock::Holder(context.layout) || !status) {
-        examination->Skipped("all files", "the daemon is not running");
+        const bool has_looked = status && status->last_full_pass.number > 0;
+        examination->Skipped("all files",
+                             std::string("the daemon is not running") +
+                                 (has_looked ? "; it last looked at " +
+                                                   text::LocalTime(status->last_full_pass.began_ms)
+                                             : ""));
         return;
     }
     const auto seconds = status::SecondsSinceLook(*status);

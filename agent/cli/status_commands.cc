@@ -10,6 +10,7 @@
 #include "agent/cli/output.h"
 #include "agent/cli/table.h"
 #include "agent/events/events.h"
+#include "agent/host/here_and_now.h"
 #include "agent/host/room.h"
 #include "agent/inputs/input_registry.h"
 #include "agent/logs/places.h"
@@ -135,6 +136,17 @@ std::string LookText(const Status &status, int64_t seconds, int64_t cycle_s)
     return text;
 }
 
+// Of what a daemon that has ended has left, how old it is.
+std::optional<std::string> LastLookBeforeItsEnd(const Context &context)
+{
+    const auto left = status::ReadStatus(context.layout.run);
+    if (!left || left->last_full_pass.number == 0)
+        return std::nullopt;
+    const int64_t began_ms = left->last_full_pass.began_ms;
+    return std::to_string(std::max<int64_t>(host::NowMs() - began_ms, 0) / 1000) + " s ago, at " +
+           text::LocalTime(began_ms);
+}
+
 // What the daemon tells is shown while it runs; the cycle is a setting, and known without it.
 void PrintDaemon(const Context &context, const Daemon &daemon)
 {
@@ -159,6 +171,8 @@ void PrintDaemon(const Context &context, const Daemon &daemon)
             table.Add({"ended by itself",
                        std::to_string(status->restarts) + " times, last: " + status->last_error});
     }
+    if (const auto ended = daemon.running ? std::nullopt : LastLookBeforeItsEnd(context))
+        table.Add({"looked at all files", *ended});
     table.Add({"cycle", std::to_string(Cycle(context)) + " seconds"});
     table.Add({"store", std::to_string(host::SizeOfStore(context.layout.Store())) + " bytes"});
     table.Print();

@@ -111,8 +111,8 @@ TopReason ReasonOf(const Context &context, const events::EventKey &event)
     const auto alert =
         alerts::FindNewestOf(context.Host().store().database(), event.source, event.id);
     if (!alert)
-        return {event, "", ""};
-    return {event, text::LocalTime(alert->time_ms), alerts::WhyInWords(*alert)};
+        return {event, "", "", ""};
+    return {event, text::LocalTime(alert->time_ms), alerts::WhyInWords(*alert), alert->message};
 }
 
 // The screen says which event it explains; what is not known of it yet is looked for then.

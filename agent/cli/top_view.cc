@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cwchar>
 
+#include "agent/cli/table.h"
+#include "agent/policy/count_text.h"
 #include "agent/text/printable.h"
 
 namespace cli {
@@ -142,14 +144,16 @@ std::string Spark(const std::vector<int64_t> &minutes, bool is_utf8)
     return text;
 }
 
+// Of 80 columns, 30 are the spark line's, and 35 the numbers' and blanks. Where there is no room for all minutes, the oldest
+// are left out.
 std::string RowText(const EventRow &row, int columns, bool is_utf8)
 {
-    // Of 80 columns, 30 are the spark line's.
     const int source = std::max(columns - 65, 8);
+    const int room = std::clamp(columns - source - 35, 1, static_cast<int>(row.minutes.size()));
     return Fit(row.event->key.source, source) + " " + Fit(row.id, 6) +
            Fit(std::to_string(row.rate), 6, true) + Fit(std::to_string(row.hits), 8, true) +
            Fit(std::to_string(row.alerts), 7, true) + Fit(std::to_string(row.held_back), 5, true) +
-           "  " + Spark(row.minutes, is_utf8);
+           "  " + Spark({row.minutes.end() - room, row.minutes.end()}, is_utf8);
 }
 
 std::string HeadText(int columns)
@@ -193,6 +197,9 @@ void AddState(const TopSight &sight, Screen *screen)
     bool is_bad = true;
     if (!view.is_running) {
         text += "STOPPED: syslogmond is not running";
+        if (view.last_look_ms)
+            text +=
+                "; looked " + std::to_string((view.now_ms - *view.last_look_ms) / 1000) + " s ago";
     } else if (!view.stands.empty()) {
         text += "NOT WORKING: " + view.stands;
     } else {
@@ -304,22 +311,16 @@ size_t RowsForEvents(size_t there, size_t events, const TopChoice &choice)
     return std::min(wanted, there - (there / 3));
 }
 
-// A text of several rows, broken at blanks, under the column in which the others have theirs.
-void AddWrapped(const std::string &name, const std::string &text, size_t columns, Screen *screen)
+// A text of several rows under the column in which the others have theirs.
+void AddWrapped(const std::string &name, const std::string &text, int columns, Screen *screen)
 {
-    constexpr size_t kIndent = 24;
-    const size_t width = columns > 2 * kIndent ? columns - kIndent : kIndent;
-    std::string begin = name;
-    begin.resize(kIndent, ' ');
-    std::string rest = text;
-    while (rest.size() > width) {
-        const size_t blank = rest.rfind(' ', width);
-        const size_t end = blank == std::string::npos || blank == 0 ? width : blank;
-        screen->Add(begin + rest.substr(0, end));
-        rest.erase(0, rest.find_first_not_of(' ', end));
+    constexpr int kIndent = 24;
+    std::string begin = Fit(name, kIndent);
+    for (const std::string &line : BrokenInLines(
+             text::Printable(text), static_cast<size_t>(std::max(columns - kIndent, kIndent)))) {
+        screen->Add(begin + line);
         begin.assign(kIndent, ' ');
     }
-    screen->Add(begin + rest);
 }
 
 void AddReason(const TopReason &reason, int columns, Screen *screen)
@@ -329,10 +330,11 @@ void AddReason(const TopReason &reason, int columns, Screen *screen)
         return;
     }
     screen->Add("  newest alert          " + reason.time);
-    AddWrapped("  why it came", reason.why, static_cast<size_t>(std::max(columns, 0)), screen);
+    AddWrapped("  why it came", reason.why, columns, screen);
+    AddWrapped("  its line", reason.line, columns, screen);
 }
 
-void Explain(const EventRow &row, Screen *screen)
+void Explain(const EventRow &row, int columns, Screen *screen)
 {
     const events::EventRecord &event = *row.event;
     screen->Add("Event " + event.key.source + " " + row.id, TopStyle::kHead);
@@ -342,7 +344,7 @@ void Explain(const EventRow &row, Screen *screen)
     }
     if (!event.policy.regex.empty())
         screen->Add("  and match             " + event.policy.regex);
-    screen->Add("  hits for one report   " + std::to_string(event.report_count));
+    AddWrapped("  when it is reported", policy::TermsInWords(event), columns, screen);
     screen->Add("  watched hours         " + events::FormatHours(event.hours));
     screen->Add("  hits so far           " + std::to_string(row.hits));
     screen->Add("  reports alerted of    " + std::to_string(row.alerts));
@@ -391,7 +393,7 @@ std::vector<TopLine> TopScreen(const TopSight &sight, int rows, int columns, boo
     choice->explained.reset();
     if (choice->explains && !events.empty()) {
         choice->explained = events[choice->selected].event->key;
-        Explain(events[choice->selected], &screen);
+        Explain(events[choice->selected], columns, &screen);
         if (sight.reason && sight.reason->event == *choice->explained)
             AddReason(*sight.reason, columns, &screen);
     } else if (behind_events > screen.size() + 1) {

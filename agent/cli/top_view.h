@@ -33,6 +33,7 @@ struct TopReason {
     events::EventKey event;
     std::string time; // empty: there is no alert of it
     std::string why;
+    std::string line; // the first one that it stands for
 };
 
 struct TopSight {

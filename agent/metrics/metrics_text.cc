@@ -1,11 +1,12 @@
 #include "agent/metrics/metrics_text.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <iterator>
 #include <set>
 #include <utility>
 
-#include "agent/text/printable.h"
+#include "agent/text/utf8.h"
 
 namespace metrics {
 
@@ -16,11 +17,37 @@ using Labels = std::vector<std::pair<const char *, std::string>>;
 
 // ---- the format ----
 
-// Of a label: in the format's own escapes. Bytes that are no UTF-8 would make the reader refuse everything.
+std::string BytesInHex(std::string_view bytes)
+{
+    std::string text;
+    for (const char c : bytes) {
+        char hex[5];
+        snprintf(hex, sizeof hex, "\\x%02x", static_cast<unsigned char>(c));
+        text += hex;
+    }
+    return text;
+}
+
+// What a reader of the format takes: bytes that are no UTF-8 would make it refuse everything, and so would two labels of
+// which nobody can tell how they differ.
+std::string Readable(std::string_view rest)
+{
+    std::string shown;
+    while (!rest.empty()) {
+        const text::Character character = text::FirstCharacter(rest);
+        const std::string_view bytes = rest.substr(0, std::max<size_t>(character.bytes, 1));
+        const bool is_shown = character.bytes > 0 && !text::IsInvisible(character.code);
+        shown += is_shown ? std::string(bytes) : BytesInHex(bytes);
+        rest.remove_prefix(bytes.size());
+    }
+    return shown;
+}
+
+// Of a label, in the format's own escapes.
 std::string Escaped(const std::string &value)
 {
     std::string escaped;
-    for (const char c : text::Printable(value)) {
+    for (const char c : Readable(value)) {
         if (c == '\\' || c == '"')
             escaped += '\\';
         escaped += c;

@@ -186,6 +186,55 @@ TEST_F(TopView, AnEventIsExplained)
     choice_.explains = true;
     EXPECT_LT(0, RowOf("Event DISK 1"));
     EXPECT_LT(0, RowOf("  a line must contain   word of DISK"));
+    EXPECT_LT(0, RowOf("  when it is reported   1 hit makes a report"));
+}
+
+TEST_F(TopView, AnExplanationHasThePolicyOfTheEvent)
+{
+    sight_.view.events[0].report_count = 5;
+    sight_.view.events[0].policy.within_s = 600;
+    sight_.view.events[0].policy.per = "host";
+    sight_.view.events[0].policy.cooldown_s = 3600;
+    choice_.explains = true;
+    const int row = RowOf("  when it is reported   5 hits within 10 minutes make a report,");
+    ASSERT_LT(0, row);
+    EXPECT_EQ(row + 1, RowOf("                        apart; then silence for 1 hour"));
+}
+
+// Words without a blank are broken between characters, whatever their bytes are.
+TEST_F(TopView, ALongWordIsBrokenBetweenCharacters)
+{
+    setlocale(LC_CTYPE, "C.UTF-8");
+    choice_.explains = true;
+    std::string word;
+    for (int i = 0; i < 100; ++i)
+        word += "\u00e4";
+    sight_.reason = {{"DISK", 1}, "2026-11-23 10:00:00", word, "the line"};
+    std::string shown;
+    for (const TopLine &line : Screen()) {
+        EXPECT_EQ(std::string::npos, line.text.find('?')) << line.text;
+        shown += line.text;
+    }
+    size_t count = 0;
+    for (size_t at = shown.find("\u00e4"); at != std::string::npos;
+         at = shown.find("\u00e4", at + 1))
+        ++count;
+    EXPECT_EQ(100U, count);
+}
+
+TEST_F(TopView, ANarrowScreenShowsTheNewestMinutes)
+{
+    const auto lines = Screen(24, 60, false);
+    const int row = RowOf("DISK ", 24, 60);
+    ASSERT_LT(0, row);
+    EXPECT_TRUE(lines[static_cast<size_t>(row)].text.ends_with(" @"))
+        << lines[static_cast<size_t>(row)].text;
+}
+
+TEST_F(TopView, WhatKeepsFilesFromBeingWatchedIsShown)
+{
+    sight_.view.status->watch_problem = "no more watches";
+    EXPECT_EQ(2, RowOf("watching: no more watches"));
 }
 
 TEST_F(TopView, AnExplanationSaysWhyTheNewestAlertCame)
@@ -196,19 +245,20 @@ TEST_F(TopView, AnExplanationSaysWhyTheNewestAlertCame)
     Screen();
     ASSERT_TRUE(choice_.explained);
     EXPECT_EQ((events::EventKey{"DISK", 1}), *choice_.explained);
-    sight_.reason = {{"LOGIN", 0x1A}, "2026-11-23 10:00:00", "3 hits"};
+    sight_.reason = {{"LOGIN", 0x1A}, "2026-11-23 10:00:00", "3 hits", "a line"};
     EXPECT_EQ(-1, RowOf("  newest alert")) << "it is another event's";
     sight_.reason = {{"DISK", 1},
                      "2026-11-23 10:00:00",
                      "5 hits of web1: 5 hits within 10 minutes make a report, for each host apart; "
-                     "3 reports of 15 hits were held back before it"};
+                     "3 reports of 15 hits were held back before it",
+                     "Nov 23 09:59:58 web1 kernel: the line of the alert"};
     EXPECT_LT(0, RowOf("  newest alert          2026-11-23 10:00:00 "));
     const int why =
         RowOf("  why it came           5 hits of web1: 5 hits within 10 minutes make a report,");
     EXPECT_EQ(why + 1, RowOf("                        for each host apart; 3 reports of 15 hits"));
     EXPECT_LT(why, RowOf("                        before it "));
     EXPECT_LT(RowOf("                        before it "), RowOf("NEWEST ALERTS"));
-    sight_.reason = {{"DISK", 1}, "", ""};
+    sight_.reason = {{"DISK", 1}, "", "", ""};
     EXPECT_LT(0, RowOf("  newest alert          none "));
 }
 
@@ -219,6 +269,9 @@ TEST_F(TopView, AStoppedDaemonIsCalledStopped)
     const auto lines = Screen();
     EXPECT_NE(std::string::npos, lines[0].text.find("STOPPED"));
     EXPECT_EQ(TopStyle::kBad, lines[0].style);
+    sight_.view.now_ms = 1'000'000;
+    sight_.view.last_look_ms = 910'000;
+    EXPECT_EQ(0, RowOf("web1  10:00:00  STOPPED: syslogmond is not running; looked 90 s ago"));
 }
 
 TEST_F(TopView, ASparkLineShowsEachHitAlsoWithoutUtf8)

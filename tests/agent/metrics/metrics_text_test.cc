@@ -25,7 +25,8 @@ TEST(MetricsText, TextsOfStrangersCannotEndTheirLabel)
 {
     Overview view;
     view.logs.push_back({"system log", "/var/log/a\"b\\c\nd\xff", 7, std::nullopt});
-    EXPECT_EQ("{log=\"/var/log/a\\\"b\\\\c?d?\"} 7\n", SamplesOf(view, "syslogmon_unread_bytes"));
+    EXPECT_EQ("{log=\"/var/log/a\\\"b\\\\c\\\\x0ad\\\\xff\"} 7\n",
+              SamplesOf(view, "syslogmon_unread_bytes"));
     EXPECT_EQ("", SamplesOf(view, "syslogmon_behind_seconds"));
 }
 
