@@ -48,9 +48,7 @@ FleetKeeper::FleetKeeper(host::Layout layout, std::function<void()> stored)
 FleetKeeper::~FleetKeeper()
 {
     stop_ = true;
-    const uint64_t one = 1;
-    if (write(bell_.get(), &one, sizeof one) < 0)
-        TRACE(TRACE_SYSTEM, "The bell of the fleet does not ring: %s.", strerror(errno));
+    host::Ring(bell_);
     thread_.join();
 }
 

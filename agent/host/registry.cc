@@ -4,6 +4,7 @@
 // arguments for them are taken and not looked at, results for them are 0 or empty.
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "agent/host/c_boundary.h"
@@ -62,6 +63,21 @@ LONG CopyOut(const RegValue &value, DWORD *type, void *data, DWORD *size)
         return ERROR_MORE_DATA;
     memcpy(data, value.data.data(), needed);
     return ERROR_SUCCESS;
+}
+
+// The boundary. A value that could not be read for want of memory must not count as one that is not there, nor one that could
+// not be written as written: the module goes on either way.
+template <typename Result, typename Body>
+Result AtRegistry(const char *function, Result failed, const Body &body) noexcept
+{
+    return AtBoundary<Result>(function, failed, [&] {
+        try {
+            return body();
+        } catch (const std::bad_alloc &error) {
+            Current().store().FailPass(error);
+            throw;
+        }
+    });
 }
 
 LONG Query(KeyId key, const char *name, DWORD *type, void *data, DWORD *size)
@@ -132,7 +148,7 @@ extern "C" {
 
 LONG RegOpenKeyEx(HKEY key, const char *subKey, DWORD /*options*/, REGSAM /*access*/, HKEY *result)
 {
-    return AtBoundary<LONG>(__func__, kStoreFailed, [&] {
+    return AtRegistry<LONG>(__func__, kStoreFailed, [&] {
         const auto parent = KeyOf(key);
         if (!parent || result == nullptr)
             return ERROR_INVALID_HANDLE;
@@ -149,7 +165,7 @@ LONG RegCreateKeyEx(HKEY key, const char *subKey, DWORD /*reserved*/, const char
                     DWORD /*options*/, REGSAM /*access*/, void * /*security*/, HKEY *result,
                     DWORD *disposition)
 {
-    return AtBoundary<LONG>(__func__, kStoreFailed, [&] {
+    return AtRegistry<LONG>(__func__, kStoreFailed, [&] {
         const auto parent = KeyOf(key);
         if (!parent || result == nullptr)
             return ERROR_INVALID_HANDLE;
@@ -166,7 +182,7 @@ LONG RegCreateKeyEx(HKEY key, const char *subKey, DWORD /*reserved*/, const char
 LONG RegQueryValueEx(HKEY key, const char *name, DWORD * /*reserved*/, DWORD *type, void *data,
                      DWORD *size)
 {
-    return AtBoundary<LONG>(__func__, kStoreFailed, [&] {
+    return AtRegistry<LONG>(__func__, kStoreFailed, [&] {
         const auto open = KeyOf(key);
         return open ? Query(open->id, name, type, data, size) : ERROR_INVALID_HANDLE;
     });
@@ -175,7 +191,7 @@ LONG RegQueryValueEx(HKEY key, const char *name, DWORD * /*reserved*/, DWORD *ty
 LONG RegSetValueEx(HKEY key, const char *name, DWORD /*reserved*/, DWORD type, const void *data,
                    DWORD size)
 {
-    return AtBoundary<LONG>(__func__, kStoreFailed, [&] {
+    return AtRegistry<LONG>(__func__, kStoreFailed, [&] {
         const auto open = KeyOf(key);
         return open ? Set(open->id, name, type, data, size) : ERROR_INVALID_HANDLE;
     });
@@ -186,7 +202,7 @@ LONG RegQueryInfoKey(HKEY key, char * /*keyClass*/, DWORD *classSize, DWORD * /*
                      DWORD *maxValueNameLength, DWORD *maxValueLength, DWORD *securityLength,
                      void * /*lastWriteTime*/)
 {
-    return AtBoundary<LONG>(__func__, kStoreFailed, [&] {
+    return AtRegistry<LONG>(__func__, kStoreFailed, [&] {
         const auto open = KeyOf(key);
         if (!open)
             return ERROR_INVALID_HANDLE;
@@ -213,7 +229,7 @@ LONG RegQueryInfoKey(HKEY key, char * /*keyClass*/, DWORD *classSize, DWORD * /*
 LONG RegEnumKeyEx(HKEY key, DWORD index, char *name, DWORD *nameSize, DWORD * /*reserved*/,
                   char *keyClass, DWORD *classSize, void * /*lastWriteTime*/)
 {
-    return AtBoundary<LONG>(__func__, kStoreFailed, [&] {
+    return AtRegistry<LONG>(__func__, kStoreFailed, [&] {
         const auto open = KeyOf(key);
         if (!open || name == nullptr || nameSize == nullptr)
             return ERROR_INVALID_HANDLE;
@@ -244,7 +260,7 @@ LONG RegCloseKey(HKEY key)
 
 BOOL RegRead(HKEY root, const char *subKey, const char *name, DWORD *type, void *data, DWORD *size)
 {
-    return AtBoundary<BOOL>(__func__, FALSE, [&] {
+    return AtRegistry<BOOL>(__func__, FALSE, [&] {
         return ReadAt(root, OrEmpty(subKey), name, type, data, size) ? TRUE : FALSE;
     });
 }
@@ -252,7 +268,7 @@ BOOL RegRead(HKEY root, const char *subKey, const char *name, DWORD *type, void 
 BOOL RegWrite(HKEY root, const char *subKey, const char *name, DWORD type, const void *data,
               DWORD size)
 {
-    return AtBoundary<BOOL>(__func__, FALSE, [&] {
+    return AtRegistry<BOOL>(__func__, FALSE, [&] {
         const auto parent = KeyOf(root);
         if (!parent || !Current().registry().Exists(parent->id))
             return FALSE;
@@ -263,7 +279,7 @@ BOOL RegWrite(HKEY root, const char *subKey, const char *name, DWORD type, const
 
 int VKACRERegReadEx(HKEY root, const char *keyPath, const char *name, void *data, DWORD size)
 {
-    return AtBoundary<int>(__func__, 0, [&] {
+    return AtRegistry<int>(__func__, 0, [&] {
         return ReadAt(root, OrEmpty(keyPath), name, nullptr, data, &size) ? 1 : 0;
     });
 }
@@ -271,7 +287,7 @@ int VKACRERegReadEx(HKEY root, const char *keyPath, const char *name, void *data
 int VKACREGetSubkeyValue(HKEY root, const char *keyPath, const char *subKey, const char *name,
                          void *data, DWORD *size)
 {
-    return AtBoundary<int>(__func__, 0, [&] {
+    return AtRegistry<int>(__func__, 0, [&] {
         const std::string path = std::string(OrEmpty(keyPath)) + "\\" + OrEmpty(subKey);
         return ReadAt(root, path, name, nullptr, data, size) ? 1 : 0;
     });

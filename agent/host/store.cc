@@ -291,6 +291,13 @@ void Store::EmptyJournal() noexcept
     }
 }
 
+void Store::FailPass(const std::exception &error)
+{
+    const std::lock_guard lock(mutex_);
+    if (in_passes_)
+        BreakPass(error);
+}
+
 // The pass has failed: nothing more of it is stored.
 void Store::BreakPass(const std::exception &error)
 {

@@ -29,6 +29,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <set>
 #include <string>
@@ -88,11 +89,16 @@ class Store {
         try {
             return action(*database_);
         } catch (const StoreError &error) {
-            if (in_passes_)
-                BreakPass(error);
+            FailPass(error);
+            throw;
+        } catch (const std::bad_alloc &error) {
+            FailPass(error);
             throw;
         }
     }
+    // A call of the module has failed, so the module knows or has stored less than there is: in passes, the one that is
+    // under way is not stored.
+    void FailPass(const std::exception &error);
     void Write(const std::function<void(Database &)> &action);
 
     [[nodiscard]] Database &database() { return *database_; }

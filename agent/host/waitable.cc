@@ -104,6 +104,14 @@ Fd &Fd::operator=(Fd &&other) noexcept
     return *this;
 }
 
+void Ring(const Fd &bell) noexcept
+{
+    // Eight bytes, as an eventfd wants them.
+    const uint64_t one = 1;
+    while (write(bell.get(), &one, sizeof one) < 0 && errno == EINTR)
+        continue;
+}
+
 std::shared_ptr<WakeEvent> WakeEvent::Create(const fs::path &folder, const std::string &name,
                                              bool manual_reset, bool initial_state)
 {
@@ -129,10 +137,7 @@ WakeEvent::WakeEvent(std::string name, Fd fd, bool manual_reset)
 
 void WakeEvent::Set()
 {
-    // Eight bytes, as an eventfd wants them. A FIFO that is full is signalled already.
-    const uint64_t one = 1;
-    while (write(fd_.get(), &one, sizeof one) < 0 && errno == EINTR)
-        continue;
+    Ring(fd_); // a FIFO that is full is signalled already
 }
 
 bool WakeEvent::IsReady()

@@ -44,6 +44,9 @@ class Fd {
     int fd_;
 };
 
+// Makes an eventfd readable, whatever signals come in between. One that is full is readable already.
+void Ring(const Fd &bell) noexcept;
+
 // Something to wait for. Any thread may use it; waiting is done by asking it, and sleeping on its
 // descriptor in between: see sync.cc.
 class Waitable {

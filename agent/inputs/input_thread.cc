@@ -158,8 +158,7 @@ InputThread::~InputThread()
 
 void InputThread::Ring() const
 {
-    const uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = write(bell_.get(), &one, sizeof one);
+    host::Ring(bell_);
 }
 
 void InputThread::Reload()

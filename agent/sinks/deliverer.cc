@@ -86,9 +86,7 @@ Deliverer::~Deliverer()
 void Deliverer::Wake()
 {
     woken_ = true;
-    const uint64_t one = 1;
-    if (write(bell_.get(), &one, sizeof one) < 0)
-        return; // it is ringing already
+    host::Ring(bell_);
 }
 
 void Deliverer::Reload()
@@ -197,11 +195,8 @@ Deliverer::Entry Deliverer::Start(const StoredSink &sink, const Deliveries &rows
         return IsMonitorFresh(layout);
     };
     context.progressed = [this] {
-        if (!progressed_.exchange(true)) {
-            const uint64_t one = 1;
-            if (write(bell_.get(), &one, sizeof one) < 0)
-                return; // it is ringing already
-        }
+        if (!progressed_.exchange(true))
+            host::Ring(bell_);
     };
     for (const std::string &peer : sink.config.Peers())
         entry.workers.push_back(

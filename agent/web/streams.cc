@@ -44,8 +44,7 @@ Streams::~Streams()
 
 void Streams::Ring() const
 {
-    const uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = write(bell_.get(), &one, sizeof one);
+    host::Ring(bell_);
 }
 
 void Streams::Run()

@@ -168,6 +168,28 @@ TEST_F(StoreTest, TheRestOfATransactionThatSqliteHasEndedIsNotStoredAlone)
     EXPECT_EQ("behind", Committed("value"));
 }
 
+// The module takes what could not be read for what is not there, and goes on.
+TEST_F(StoreTest, APassInWhichMemoryRanOutIsNotStored)
+{
+    Store store(Path());
+    host::RegistryTree tree(store);
+    store.StartPasses();
+    SetValue(tree, "first", "part");
+    EXPECT_THROW(store.Read([](host::Database &) -> int { throw std::bad_alloc(); }),
+                 std::bad_alloc);
+    EXPECT_NE("no error", ErrorOf([&] { store.CommitPass(); }));
+    EXPECT_EQ("(none)", Committed("first"));
+
+    SetValue(tree, "second", "part");
+    store.FailPass(std::bad_alloc());
+    EXPECT_NE("no error", ErrorOf([&] { store.CommitPass(); }));
+    EXPECT_EQ("(none)", Committed("second"));
+
+    SetValue(tree, "third", "pass");
+    store.CommitPass();
+    EXPECT_EQ("pass", Committed("third"));
+}
+
 TEST_F(StoreTest, TheRestOfAPassThatSqliteHasEndedIsNotStoredAlone)
 {
     Store store(Path());
