@@ -9,6 +9,8 @@
 #include <memory>
 #include <sys/stat.h>
 
+#include "agent/inputs/rotated_names.h"
+
 namespace inputs {
 
 namespace {
@@ -87,6 +89,20 @@ bool PathRules::Exclude(const std::string &path) const
         const std::string text = is_name ? NameOf(path) : path;
         return fnmatch(pattern.c_str(), text.c_str(), FNM_PATHNAME) == 0;
     });
+}
+
+bool PathRules::ExcludeLogOf(const std::string &path) const
+{
+    if (excluded.empty())
+        return false;
+    const std::string name = NameOf(path);
+    const std::string folder = path.substr(0, path.size() - name.size());
+    for (size_t length = name.size() - 1; length > 0; --length) {
+        const std::string log = name.substr(0, length);
+        if (RotatedNameOf(name, log) == NameKind::kRotated && Exclude(folder + log))
+            return true;
+    }
+    return false;
 }
 
 std::string FolderOf(const std::string &path)

@@ -31,6 +31,9 @@ struct PathRules {
     [[nodiscard]] std::set<std::string> Folders() const;
     [[nodiscard]] bool Match(const std::string &path) const;
     [[nodiscard]] bool Exclude(const std::string &path) const;
+    // Is it, by its name, a rotated file of a log of its folder that is excluded, whether that log is there or not? A name
+    // with the number before the ending, as app.1.log, says too little: app.log and it may be two logs.
+    [[nodiscard]] bool ExcludeLogOf(const std::string &path) const;
 };
 
 // "/var/log" and "messages" of "/var/log/messages".

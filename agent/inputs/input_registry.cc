@@ -84,7 +84,8 @@ const std::vector<InputOption> &AllInputOptions()
 {
     static const std::vector<InputOption> options = {
         {"path", kFilesKind, true, "files to follow, a path with *, ? and [] as of a shell"},
-        {"exclude", kFilesKind, true, "files to leave alone: a path, or a name in any folder"},
+        {"exclude", kFilesKind, true,
+         "files to leave alone, with what was rotated of them: a path, or a name in any folder"},
         {"format", kFilesKind, false,
          "of the time stamps: auto, traditional, rfc3339, rfc5424, epoch or none"},
         {"encoding", kFilesKind, false, "character set of the files, as iconv names it"},

@@ -28,7 +28,8 @@ void LogNamesByFolder::Learn(const FolderView &view)
 
 bool LogNamesByFolder::IsLive(const std::string &path) const
 {
-    return rules_.Match(path) && Rotated(path).kind != NameKind::kRotated;
+    return rules_.Match(path) && Rotated(path).kind != NameKind::kRotated &&
+           !rules_.ExcludeLogOf(path);
 }
 
 // By the logs of its own folder. Where rotated files have a folder of their own, which has no logs, by the only other

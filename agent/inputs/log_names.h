@@ -22,7 +22,8 @@ class LogNamesByFolder {
     // Takes the logs among these files.
     void Learn(const FolderView &view);
 
-    // Is it a path that is written to: one that is matched, and is not that of a rotated file of another log?
+    // Is it a path that is written to: one that is matched, and is not that of a rotated file of another log, be that one
+    // of the input or one that it leaves out?
     [[nodiscard]] bool IsLive(const std::string &path) const;
     // The log of which this is a rotated file by its name.
     [[nodiscard]] std::optional<std::string> LogOfRotated(const std::string &path) const;

@@ -187,6 +187,66 @@ TEST_F(FollowerTest, AnExcludedFileIsNotRead)
     EXPECT_EQ(Messages{"two"}, Read());
 }
 
+// As the system log, beside an input of the whole folder.
+class ExcludedLog : public FollowerTest {
+  protected:
+    ExcludedLog()
+    {
+        options.rules.paths = {Path("*")};
+        options.rules.excluded = {Path("messages")};
+        Write("messages", LogLine("of messages"));
+        Write("messages-20261101.gz", "long ago");
+    }
+    void ExpectNothingButOther()
+    {
+        Append("other", LogLine("of the other"));
+        EXPECT_EQ(Messages{"of the other"}, Read());
+    }
+};
+
+TEST_F(ExcludedLog, IsNotReadUnderTheNamesThatRotationGivesIt)
+{
+    StartWith("other", "");
+    for (const char *rotated :
+         {"messages.1", "messages-20261123", "messages-20261124-1795255201", "messages.old"}) {
+        Rename("messages", rotated); // and for a moment there is no log of that name
+        ExpectNothingButOther();
+        Write("messages", LogLine("of messages, anew"));
+        Append(rotated, LogLine("of messages, written late"));
+        ExpectNothingButOther();
+        Pack(rotated, rotated + std::string(".gz"), "gzip");
+        Remove(rotated);
+        ExpectNothingButOther();
+    }
+    Copy("messages", "messages.2");
+    Empty("messages");
+    ExpectNothingButOther();
+    Restart();
+    ExpectNothingButOther();
+    EXPECT_TRUE(TakeLosses().empty());
+}
+
+TEST_F(ExcludedLog, OfAWholeFolderLeavesLogsOfLongerNamesIn)
+{
+    StartWith("other", "");
+    Write("messages.app", LogLine("of an app"));
+    EXPECT_EQ(Messages{"of an app"}, Read());
+    Rename("messages.app", "messages.app.1");
+    Write("messages.app", LogLine("behind its rotation"));
+    EXPECT_EQ(Messages{"behind its rotation"}, Read());
+}
+
+TEST_F(ExcludedLog, KeepsNoRotatedFileOfALogThatIsFollowed)
+{
+    options.rules.excluded = {"*.1"};
+    StartWith("other", LogLine("old"));
+    Append("other", LogLine("written just before"));
+    Rename("other", "other.1");
+    Pack("other.1", "other.1.gz", "gzip");
+    Remove("other.1");
+    EXPECT_EQ(Messages{"written just before"}, Read());
+}
+
 TEST_F(FollowerTest, ARenamedFileIsReadToItsEnd)
 {
     StartWith("a.log", LogLine("old"));
