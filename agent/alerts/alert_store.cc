@@ -184,7 +184,8 @@ namespace {
 
 // What a filter asks for, with parameters 1 to 8.
 const std::string kMeetsFilter =
-    " time_ms >= ?1 AND source GLOB ?2 AND host GLOB ?3 AND (?4 < 0 OR event_id = ?4)"
+    " time_ms >= ?1 AND source GLOB ?2 AND (host GLOB ?3 OR line_host GLOB ?3)"
+    " AND (?4 < 0 OR event_id = ?4)"
     " AND time_ms < ?6 AND (?7 = 0 OR silence <> 0)"
     // At or above: earlier in the list of all severities, from which a milder one is not looked for.
     " AND instr(?8, ' ' || iif(severity = '', 'warning', severity) || ' ') > 0"
@@ -296,7 +297,7 @@ std::vector<Alert> NewestOfEachKind(host::Database &database, int64_t up_to, int
     host::Statement select(database,
                            ("SELECT max(id)," + kColumns +
                             "FROM alert WHERE silence = 0 AND id <= ? AND (time_ms >= ? OR id >= ?)"
-                            " GROUP BY source, event_id, host ORDER BY 1")
+                            " GROUP BY source, event_id, host, line_host ORDER BY 1")
                                .c_str());
     select.Start(up_to, since_ms, from);
     return AlertsOf(select);

@@ -35,7 +35,7 @@ struct HeldBack {
 struct Alert {
     int64_t id = 0;      // ascending in the order of the reports; given by the store
     int64_t time_ms = 0; // since 1970, UTC
-    std::string host;
+    std::string host;    // of the monitor that reported it
     std::string log_name;
     std::string source;
     uint32_t event_id = 0;
@@ -104,7 +104,7 @@ struct AlertFilter {
     std::string severity = "";        // at or above it, an alert without one being a warning
     bool is_silenced = false;         // only those that a silence holds back
     std::string source = "*";         // a pattern with *, ? and [...], in which case counts
-    std::string host = "*";           // likewise
+    std::string host = "*";           // likewise; the line's or its monitor's
     std::optional<uint32_t> event_id; // this one
     std::string text;                 // in the line, in small or capital letters of ASCII
 };
@@ -134,7 +134,7 @@ std::string KeyOf(host::Database &database, int64_t id);
 // are kept are those from here to NewestAlertId, in both cases.
 int64_t OldestAlertId(host::Database &database);
 
-// Of each kind of alert (source, event ID, host) the newest, among those with an id up to `up_to`
+// Of each kind of alert (source, event ID, both hosts) the newest, among those with an id up to `up_to`
 // that were stored at or after `since_ms` or have an id from `from` on; oldest first. For receivers
 // that are told again and again what is active.
 std::vector<Alert> NewestOfEachKind(host::Database &database, int64_t up_to, int64_t since_ms,

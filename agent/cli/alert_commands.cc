@@ -166,7 +166,10 @@ void SetUpAlerts(Parser &parser, Context &context)
     parser.Add("--source", options->source, "Only of sources like this: 'DISK', 'NET*'")
         .TypeName("PATTERN");
     parser.Add("--event", options->event, "Only of events with this ID").TypeName("ID");
-    parser.Add("--host", options->host, "Only of hosts like this: 'web*'").TypeName("PATTERN");
+    parser
+        .Add("--host", options->host,
+             "Only of hosts like this, of the line or of its monitor: 'web*'")
+        .TypeName("PATTERN");
     parser.Add("--text", options->text, "Only with this in the line, whatever its case")
         .TypeName("TEXT");
     parser

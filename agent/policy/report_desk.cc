@@ -130,9 +130,10 @@ void ReportDesk::TellOfAbsent(Policy *policy, const std::string &value, int64_t 
     alert.event_id = event.key.id;
     alert.count = 0; // of no line
     alert.message = AbsenceOf(event.policy, value, count);
-    const std::string host = event.policy.per == "host" ? value : alert.host;
-    const std::string program = event.policy.per == "program" ? value : "";
-    alert.summary = policy->SummaryOf({alert.message, host, program, now_s, 1});
+    // There is no line: who is silent is the one that would have written it.
+    alert.line_host = event.policy.per == "host" ? value : "";
+    alert.program = event.policy.per == "program" ? value : "";
+    alert.summary = policy->SummaryOf({alert.message, alert.HostOfLine(), alert.program, now_s, 1});
     alert.severity = event.policy.severity;
     alert.labels = event.policy.labels;
     alert.runbook_url = event.policy.runbook_url;

@@ -39,6 +39,16 @@ nlohmann::ordered_json ToJson(const Digest &digest)
             {"events", events}};
 }
 
+// Bytes of other characters stay.
+std::string WithoutControls(std::string text)
+{
+    for (char &c : text) {
+        if (static_cast<unsigned char>(c) < ' ' || c == 0x7F)
+            c = c == '\t' ? ' ' : '?';
+    }
+    return text;
+}
+
 } // namespace
 
 std::string DigestInWords(const Digest &digest)
@@ -129,13 +139,18 @@ std::string AlertSummary(const Message &message)
                 ", the last: " + alert.held_back.last + ")";
     if (!message.digest.IsEmpty())
         text += " (" + DigestInWords(message.digest) + ")";
-    // A summary becomes a header, a field or a line of another protocol. Bytes of other characters
-    // stay.
-    for (char &c : text) {
-        if (static_cast<unsigned char>(c) < ' ' || c == 0x7F)
-            c = c == '\t' ? ' ' : '?';
-    }
-    return text;
+    // A summary becomes a header, a field or a line of another protocol.
+    return WithoutControls(std::move(text));
+}
+
+std::string HostInFront(const Message &message)
+{
+    return (message.is_test ? "TEST " : "") + WithoutControls(message.alert.HostOfLine()) + ": ";
+}
+
+std::string AlertLine(const Message &message)
+{
+    return HostInFront(message) + AlertSummary(message);
 }
 
 } // namespace sinks

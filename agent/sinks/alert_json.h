@@ -23,6 +23,12 @@ std::string AlertJson(const Message &message, const std::string &why = "");
 // "... (and 12 more until 2026-11-21T10:00:09.000Z, the last: Nov 21 10:00:09 host ...)".
 std::string AlertSummary(const Message &message);
 
+// What stands in front of it for people: "web07: ", the host of the line; "TEST web07: " of a test. No control characters.
+std::string HostInFront(const Message &message);
+
+// Both: "web07: DISK 1A2B: ...".
+std::string AlertLine(const Message &message);
+
 // "971 alerts of 5000 hits were held back from 2026-11-21T10:00:01.000Z to 2026-11-21T10:04:00.000Z: 900
 // of DISK 1A2B, 71 of NET 3". At most five events; not of an empty one.
 std::string DigestInWords(const Digest &digest);

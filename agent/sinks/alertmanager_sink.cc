@@ -54,7 +54,9 @@ class AlertmanagerSink : public Sink {
         nlohmann::json labels = labels_;
         labels["source"] = alert.source;
         labels["event_id"] = events::FormatEventId(alert.event_id);
-        labels["host"] = alert.host;
+        labels["host"] = alert.HostOfLine();
+        // One that the options give this name was there before, and stays.
+        labels.emplace("monitor", alert.host);
         // What the sink says of all alerts, the event says better of its own.
         for (const auto &[name, value] : alert.labels)
             labels[name] = value;

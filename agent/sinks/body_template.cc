@@ -153,6 +153,7 @@ text::TemplateValues FieldsOf(const Message &message)
     const std::string json = AlertJson(message);
     AddFields(ordered_json::parse(json), "", &fields);
     fields["json"] = json;
+    fields["host_of_line"] = fields[message.alert.line_host.empty() ? "host" : "line_host"];
     fields["text"] =
         text::Printable(AlertSummary(message)); // what is no UTF-8 would be none here either
     return fields;

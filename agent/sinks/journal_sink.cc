@@ -44,19 +44,22 @@ class JournalSink : public Sink {
             return std::string(kSocket) + " is missing: is systemd-journald running?";
         const alerts::Alert &alert = message.alert;
         // The journal keeps fields as bytes, so a message that is no UTF-8 stays as it is.
-        const std::vector<std::string> fields = {
-            "MESSAGE=" + std::string(message.is_test ? "TEST " : "") + AlertSummary(message),
+        std::vector<std::string> fields = {
+            "MESSAGE=" + AlertLine(message),
             "PRIORITY=" + std::to_string(level_),
             std::string("SYSLOG_IDENTIFIER=") + kSyslogIdentifier,
             "SYSLOGMON_KEY=" + message.key,
             "SYSLOGMON_TIME=" + text::UtcTime(alert.time_ms),
-            "SYSLOGMON_HOST=" + alert.host,
+            "SYSLOGMON_HOST=" + alert.HostOfLine(),
+            "SYSLOGMON_MONITOR=" + alert.host,
             "SYSLOGMON_LOG=" + alert.log_name,
             "SYSLOGMON_SOURCE=" + alert.source,
             "SYSLOGMON_EVENT_ID=" + events::FormatEventId(alert.event_id),
             "SYSLOGMON_COUNT=" + std::to_string(alert.count),
             "SYSLOGMON_REPORTS=" + std::to_string(alert.reports),
         };
+        if (!alert.program.empty())
+            fields.push_back("SYSLOGMON_PROGRAM=" + alert.program);
         std::vector<iovec> parts;
         for (const std::string &field : fields)
             // The library only reads them; its type is that of writev.

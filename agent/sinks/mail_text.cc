@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstring>
 #include <ctime>
+#include <set>
 #include <sstream>
 
 #include "agent/events/events.h"
@@ -68,15 +69,29 @@ std::string HeaderText(std::string text)
     return words;
 }
 
+// Before the summary of the first alert. A host that stands in front of a number has all those alerts: of several
+// hosts, or when those that were held back may be of others, the one of the alert stands beside it.
+std::string SubjectHead(std::span<const Message> messages)
+{
+    const Message &first = messages[0];
+    const std::string host = first.alert.HostOfLine() + ": ";
+    if (messages.size() == 1 && first.digest.IsEmpty())
+        return host;
+    if (messages.size() == 1)
+        return std::to_string(first.digest.Whole().alerts + 1) + " alerts, last " + host;
+    std::set<std::string> hosts;
+    for (const Message &message : messages)
+        hosts.insert(message.alert.HostOfLine());
+    const std::string alerts = std::to_string(messages.size()) + " alerts";
+    return hosts.size() == 1
+               ? host + alerts + ", first "
+               : alerts + " of " + std::to_string(hosts.size()) + " hosts, first " + host;
+}
+
 std::string Subject(std::span<const Message> messages)
 {
     const Message &first = messages[0];
-    std::string text = first.is_test ? "TEST: " : "";
-    text += first.alert.host + ": ";
-    if (messages.size() > 1)
-        text += std::to_string(messages.size()) + " alerts, first ";
-    else if (!first.digest.IsEmpty())
-        text += std::to_string(first.digest.Whole().alerts + 1) + " alerts, last ";
+    const std::string text = (first.is_test ? "TEST: " : "") + SubjectHead(messages);
     return HeaderText(Head(OneLine(text + AlertSummary(first)), kMaxSubject));
 }
 
@@ -142,7 +157,12 @@ std::string PlainText(std::span<const Message> messages)
         text += "    source    " + alert.source + "\n";
         text += "    event ID  " + events::FormatEventId(alert.event_id) + "\n";
         text += "    hits      " + std::to_string(alert.count) + "\n";
-        text += "    host      " + alert.host + "\n";
+        text += "    host      " + OneLine(alert.HostOfLine()) + "\n";
+        if (alert.HostOfLine() != alert.host)
+            text += "    monitor   " + OneLine(alert.host) + "\n";
+        if (!alert.program.empty())
+            text += "    program   " + OneLine(alert.program) + "\n";
+        text += "    log       " + OneLine(alert.log_name) + "\n";
         text += "    time      " + text::UtcTime(alert.time_ms) + "\n";
         if (!alert.severity.empty())
             text += "    severity  " + alert.severity + "\n";

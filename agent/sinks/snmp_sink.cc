@@ -67,9 +67,9 @@ class SnmpSink : public Sink {
     {
         const alerts::Alert &alert = messages[0].alert;
         const snmp::Answer answer =
-            sender_->Send({messages[0].key, alert.time_ms, alert.host, alert.source,
+            sender_->Send({messages[0].key, alert.time_ms, alert.HostOfLine(), alert.source,
                            events::FormatEventId(alert.event_id), alert.count, alert.log_name,
-                           alert.message, messages[0].is_test},
+                           alert.message, messages[0].is_test, alert.host},
                           [&] { return interrupt.IsRaised(); });
         switch (answer.result) {
         case snmp::Answer::Result::kTaken:

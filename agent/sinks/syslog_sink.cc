@@ -79,7 +79,7 @@ class SyslogSink : public Sink {
         localtime_r(&now, &local);
         char stamp[32];
         strftime(stamp, sizeof stamp, "%b %e %H:%M:%S", &local);
-        std::string text = (message.is_test ? "TEST " : "") + AlertSummary(message);
+        std::string text = AlertLine(message);
         // What is too long is cut at its end; the key stands in front of it.
         text.resize(std::min(text.size(), kMaxMessage));
         return "<" + std::to_string(priority_) + ">" + stamp + " " + kSyslogIdentifier + ": [" +

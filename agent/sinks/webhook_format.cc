@@ -68,8 +68,8 @@ std::string Dump(const json &object)
 
 std::string TitleOf(const Message &message)
 {
-    return (message.is_test ? "TEST " : "") + message.alert.host + ": " + message.alert.source +
-           " " + events::FormatEventId(message.alert.event_id);
+    return HostInFront(message) + message.alert.source + " " +
+           events::FormatEventId(message.alert.event_id);
 }
 
 // One line of at most so many bytes. What is held back has its place behind a line of any length.
@@ -84,7 +84,7 @@ std::string SummaryOf(const Message &message, size_t most)
 
 std::string LineOf(const Message &message, size_t most)
 {
-    const std::string head = (message.is_test ? "TEST " : "") + message.alert.host + ": ";
+    const std::string head = HostInFront(message);
     return Cut(head + SummaryOf(message, most - std::min(most, head.size())), most);
 }
 
@@ -145,7 +145,7 @@ std::string PagerDutyBody(const Message &message, const FormatSettings &settings
                  {"client", "syslogmon"},
                  {"payload",
                   {{"summary", LineOf(message, kMostOfPagerDuty)},
-                   {"source", alert.host},
+                   {"source", alert.HostOfLine()},
                    {"severity", SeverityOf(message).pagerduty},
                    {"timestamp", text::UtcTime(alert.time_ms)},
                    {"component", alert.program.empty() ? alert.log_name : alert.program},
@@ -159,13 +159,15 @@ std::string OpsgenieBody(const Message &message, const FormatSettings &)
     json details = {{"source", alert.source},
                     {"event_id", events::FormatEventId(alert.event_id)},
                     {"count", std::to_string(alert.count)},
-                    {"key", message.key}};
+                    {"key", message.key},
+                    {"host", alert.HostOfLine()},
+                    {"monitor", alert.host}};
     for (const auto &[name, value] : alert.labels)
         details[name] = value;
     return Dump({{"message", LineOf(message, kMostOfOpsgenie)},
                  {"alias", message.key},
                  {"description", SummaryOf(message, kMostOfADescription)},
-                 {"source", alert.host},
+                 {"source", alert.HostOfLine()},
                  {"priority", SeverityOf(message).opsgenie},
                  {"details", details}});
 }
@@ -175,7 +177,8 @@ std::string CloudEventsBody(const Message &message, const FormatSettings &)
     return Dump(
         {{"specversion", "1.0"},
          {"id", message.key},
-         {"source", "/syslogmon/" + message.alert.host},
+         {"source", "/syslogmon/" + message.alert.host}, // what has made the event: the monitor
+         {"host", message.alert.HostOfLine()},
          {"type", message.is_test ? "syslogmon.test" : "syslogmon.alert"},
          {"subject", message.alert.source + " " + events::FormatEventId(message.alert.event_id)},
          {"time", text::UtcTime(message.alert.time_ms)},
@@ -195,7 +198,8 @@ std::string OtlpBody(const Message &message, const FormatSettings &)
     const std::string nanoseconds = std::to_string(alert.time_ms) + "000000";
     json attributes = json::array(
         {Attribute("log.record.uid", message.key), Attribute("syslogmon.source", alert.source),
-         Attribute("syslogmon.event_id", events::FormatEventId(alert.event_id))});
+         Attribute("syslogmon.event_id", events::FormatEventId(alert.event_id)),
+         Attribute("syslogmon.monitor", alert.host)});
     attributes.push_back(
         {{"key", "syslogmon.count"}, {"value", {{"intValue", std::to_string(alert.count)}}}});
     for (const auto &[name, value] : alert.labels)
@@ -206,8 +210,9 @@ std::string OtlpBody(const Message &message, const FormatSettings &)
                          {"severityText", SeverityOf(message).severity},
                          {"body", {{"stringValue", AlertSummary(message)}}},
                          {"attributes", attributes}};
-    const json resource = {{"attributes", json::array({Attribute("service.name", "syslogmon"),
-                                                       Attribute("host.name", alert.host)})}};
+    const json resource = {
+        {"attributes", json::array({Attribute("service.name", "syslogmon"),
+                                    Attribute("host.name", alert.HostOfLine())})}};
     const json scope = {{"scope", {{"name", "syslogmon"}}}, {"logRecords", json::array({record})}};
     return Dump({{"resourceLogs",
                   json::array({{{"resource", resource}, {"scopeLogs", json::array({scope})}}})}});

@@ -362,6 +362,7 @@ class NetSnmpSender : public Sender {
         AddText(pdu, 7, notification.log_name);
         AddText(pdu, 8, notification.message);
         AddObject(pdu, 9, ASN_INTEGER, &is_test, sizeof is_test);
+        AddText(pdu, 10, notification.monitor);
     }
 
     Options settings_;

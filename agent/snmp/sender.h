@@ -38,6 +38,7 @@ struct Notification {
     std::string log_name;
     std::string message;
     bool is_test = false;
+    std::string monitor;
 };
 
 struct Answer {

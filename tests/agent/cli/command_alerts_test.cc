@@ -194,6 +194,25 @@ TEST_F(AlertsCommand, OfASourceAHostAnEventOrAText)
     EXPECT_TRUE(Messages({"--text", "%"}).empty());
 }
 
+TEST_F(AlertsCommand, OfAHostAreThoseOfItsLinesAndThoseOfItsMonitor)
+{
+    alerts::Alert alert;
+    alert.time_ms = kMoment;
+    alert.host = "centre";
+    alert.source = "DISK";
+    StartHere();
+    for (const char *line_host : {"web07", "web08", ""}) {
+        alert.line_host = line_host;
+        alert.message = "of " + std::string(line_host);
+        alerts::AddAlert(test::Store(), alert);
+    }
+    test::StopHost();
+    EXPECT_EQ(Strings{"of web07"}, Messages({"--host", "web07"}));
+    EXPECT_EQ((Strings{"of web07", "of web08"}), Messages({"--host", "web*"}));
+    EXPECT_EQ((Strings{"of web07", "of web08", "of "}), Messages({"--host", "centre"}));
+    EXPECT_TRUE(Messages({"--host", "web09"}).empty());
+}
+
 TEST_F(AlertsCommand, TheLastOnesAreOfThoseThatAreAskedFor)
 {
     for (int i = 1; i <= 12; ++i)

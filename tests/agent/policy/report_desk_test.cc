@@ -302,6 +302,8 @@ TEST_F(AbsentLines, AreToldOfForEachHostThatHasWrittenOne)
     ASSERT_EQ(1U, web1.size());
     EXPECT_EQ("web1|no such line has come for 1 hour,", web1[0]);
     EXPECT_EQ(0U, Stored().back().summary.find("web1: "));
+    EXPECT_EQ("web1", Stored().back().HostOfLine())
+        << "receivers are told of the host that is silent";
     EXPECT_EQ(1U, Told(&timed_, 4000).size()) << "web2 alone";
 }
 

@@ -58,11 +58,13 @@ class AlertmanagerTest : public test::SinkTest {
         AddSink("alertmanager", "am", options);
     }
     // Stores an alert of this source, at this time.
-    void ReportOne(const std::string &source, int64_t time_ms = status::WallTimeMs())
+    void ReportOne(const std::string &source, int64_t time_ms = status::WallTimeMs(),
+                   const std::string &line_host = "")
     {
         alerts::Alert alert;
         alert.time_ms = time_ms;
         alert.host = "host";
+        alert.line_host = line_host;
         alert.source = source;
         alert.event_id = 0x1A2B;
         alert.count = 3;
@@ -100,7 +102,7 @@ TEST_F(AlertmanagerTest, AnAlertHasLabelsAnnotationsAndAnEnd)
     const std::string alert = AlertsOf(one_)[0];
     EXPECT_EQ(test::PlainJson(R"({"alertname": "SyslogEvent", "severity": "critical",
                                   "team": "ops", "source": "DISK", "event_id": "1A2B",
-                                  "host": "host"})"),
+                                  "host": "host", "monitor": "host"})"),
               JsonAt(alert, "/labels"));
     EXPECT_EQ("DISK 1A2B: text", JsonAt(alert, "/annotations/summary"));
     EXPECT_EQ("3", JsonAt(alert, "/annotations/count"));
@@ -108,6 +110,36 @@ TEST_F(AlertmanagerTest, AnAlertHasLabelsAnnotationsAndAnEnd)
     EXPECT_GE(TimeOf(JsonAt(alert, "/startsAt")), before);
     EXPECT_GE(TimeOf(JsonAt(alert, "/endsAt")), before + 120000);
     EXPECT_LE(TimeOf(JsonAt(alert, "/endsAt")), status::WallTimeMs() + 120000);
+}
+
+TEST_F(AlertmanagerTest, HostsWhoseLinesOneMonitorReadsAreAlertsOfTheirOwn)
+{
+    Add({{"peers", one_.Url()}, {"resend", "1"}});
+    StartDeliverer();
+    for (const char *host : {"web07", "web08"})
+        ReportOne("DISK", status::WallTimeMs(), host);
+    ASSERT_TRUE(Has(one_, keys_));
+    Strings hosts;
+    for (const std::string &alert : AlertsOf(one_)) {
+        hosts.push_back(JsonAt(alert, "/labels/host"));
+        EXPECT_EQ("host", JsonAt(alert, "/labels/monitor"));
+    }
+    EXPECT_EQ((Strings{"web07", "web08"}), Strings(hosts.begin(), hosts.begin() + 2));
+    // Both are active, so both are sent again.
+    EXPECT_TRUE(Eventually([&] {
+        const Strings keys = KeysOf(one_);
+        return std::count(keys.begin(), keys.end(), keys_[0]) >= 2 &&
+               std::count(keys.begin(), keys.end(), keys_[1]) >= 2;
+    }));
+}
+
+TEST_F(AlertmanagerTest, ALabelMonitorOfTheOptionsStays)
+{
+    Add({{"label.monitor", "mine"}});
+    StartDeliverer();
+    ReportOne("DISK");
+    ASSERT_TRUE(Has(one_, keys_));
+    EXPECT_EQ("mine", JsonAt(AlertsOf(one_)[0], "/labels/monitor"));
 }
 
 TEST_F(AlertmanagerTest, EachPeerGetsEveryAlertInOrder)

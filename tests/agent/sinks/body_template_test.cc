@@ -67,6 +67,12 @@ TEST_F(BodyTemplateTest, PutsInTheFieldsOfTheAlert)
                          Full())));
 }
 
+TEST_F(BodyTemplateTest, TheHostOfTheLineIsThatOfTheMonitorWhenTheLineDoesNotSayIt)
+{
+    EXPECT_EQ("db1", sinks::FieldsOf(Full())["host_of_line"]);
+    EXPECT_EQ("host", sinks::FieldsOf(test::MessageOf("one"))["host_of_line"]);
+}
+
 TEST_F(BodyTemplateTest, EachFieldOfTheAlertAsJsonHasItsName)
 {
     const text::TemplateValues fields = sinks::FieldsOf(Full());
@@ -102,11 +108,12 @@ TEST_F(BodyTemplateTest, EachFieldOfTheAlertAsJsonHasItsName)
                              "digest.last_time",
                              "test",
                              "json",
-                             "text"}) {
+                             "text",
+                             "host_of_line"}) {
         EXPECT_TRUE(fields.contains(name)) << name;
         EXPECT_EQ("no error", Refusal("{\"x\": \"{{" + std::string(name) + "}}\"}")) << name;
     }
-    EXPECT_EQ(33U, fields.size());
+    EXPECT_EQ(34U, fields.size());
 }
 
 TEST_F(BodyTemplateTest, ALineCannotBreakOutOfItsPlace)

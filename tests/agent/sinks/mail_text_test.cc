@@ -123,6 +123,53 @@ TEST(MailText, TheTextIsUtf8WithLinesOfMail)
         EXPECT_EQ('\r', body[at - 1]);
 }
 
+Message MessageOfHost(const std::string &line_host, int64_t id = 1)
+{
+    Message message = MessageOf("one", id);
+    message.alert.line_host = line_host;
+    return message;
+}
+
+TEST(MailText, NamesTheHostOfTheLineItsProgramAndLogAndTheMonitorBesideIt)
+{
+    Message message = MessageOfHost("web07");
+    message.alert.program = "sshd";
+    const std::string mail = Mail({message});
+    EXPECT_TRUE(Has(mail, "Subject: web07: DISK 1A2B: one\r\n")) << mail;
+    EXPECT_TRUE(Has(mail, "    host      web07\r\n"
+                          "    monitor   host\r\n"
+                          "    program   sshd\r\n"
+                          "    log       Application\r\n"))
+        << mail;
+}
+
+TEST(MailText, OfALineWithoutAHostNamesThatOfTheMonitorOnce)
+{
+    for (const char *line_host : {"", "host"}) {
+        const std::string mail = Mail({MessageOfHost(line_host)});
+        EXPECT_TRUE(Has(mail, "Subject: host: DISK 1A2B: one\r\n")) << mail;
+        EXPECT_TRUE(Has(mail, "    host      host\r\n    log ")) << mail;
+    }
+}
+
+TEST(MailText, AHostCannotWriteALineOfItsOwn)
+{
+    const std::string mail = Mail({MessageOfHost("web07\n    monitor   db1")});
+    EXPECT_FALSE(Has(mail, "\n    monitor   db1")) << mail;
+}
+
+TEST(MailText, ASubjectOfSeveralHostsDoesNotGiveAllAlertsToOne)
+{
+    EXPECT_TRUE(Has(Mail({MessageOfHost("web07"), MessageOfHost("web07", 2)}),
+                    "Subject: web07: 2 alerts, first DISK 1A2B: one\r\n"));
+    EXPECT_TRUE(
+        Has(Mail({MessageOfHost("web07"), MessageOfHost("web08", 2), MessageOfHost("web07", 3)}),
+            "Subject: 3 alerts of 2 hosts, first web07: DISK 1A2B: one\r\n"));
+    Message last = MessageOfHost("web07");
+    last.digest.Add(MessageOfHost("web08").alert);
+    EXPECT_TRUE(Has(Mail({last}), "Subject: 2 alerts, last web07: DISK 1A2B: one"));
+}
+
 TEST(MailText, ATestSaysSoInItsSubject)
 {
     Message message = MessageOf("one");

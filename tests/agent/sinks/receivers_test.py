@@ -16,6 +16,8 @@ sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "system"))
 import lab  # noqa: E402
 import receivers  # noqa: E402
 
+LINE_HOST = "host"  # that writes the lines of lab.stamped()
+
 
 def without_repeats(values):
     return list(dict.fromkeys(values))
@@ -246,7 +248,8 @@ class AlertmanagerCluster(SinkTest):
                 self.assertEqual(keys[source], alert["annotations"]["key"])
                 self.assertEqual({"alertname": "SyslogEvent", "severity": "critical",
                                   "source": source, "event_id": "1A2B",
-                                  "host": socket.gethostname()}, alert["labels"])
+                                  "host": LINE_HOST, "monitor": socket.gethostname()},
+                                 alert["labels"])
                 self.assertEqual("active", alert["status"]["state"])
 
 
@@ -280,6 +283,8 @@ class Snmp(SinkTest):
         self.lab.wait_until("all are in its log",
                             lambda: len(without_repeats(self.arrived())) == self.written)
         self.assert_arrived(self.arrived())
+        self.assertEqual({LINE_HOST}, set(self.trapd.values("alertHost")))
+        self.assertEqual({socket.gethostname()}, set(self.trapd.values("alertMonitor")))
 
     def test_informs_of_v2c_wait_while_it_is_down(self):
         self.add_snmp(community_file=self.secret("community", "public"))
@@ -442,7 +447,7 @@ class Syslog(SinkTest):
         self.daemon.scan()
         self.assertEqual([0, 1, 2], self.lab.reported_numbers())
         for key, _ in self.stored():
-            self.assertIn(f"[{key} x1]", lab.MESSAGES.read_text())
+            self.assertIn(f"[{key} x1] {LINE_HOST}: EACH 1: ", lab.MESSAGES.read_text())
 
     def test_alerts_wait_while_the_syslog_daemon_is_down(self):
         log = lab.Rsyslog(self.lab)
@@ -489,7 +494,9 @@ class Journal(SinkTest):
             self.assertEqual("1", fields["SYSLOGMON_EVENT_ID"])
             self.assertEqual("1", fields["SYSLOGMON_COUNT"])
             self.assertEqual(key, fields["SYSLOGMON_KEY"])
-            self.assertEqual(f"EACH 1: {message}", fields["MESSAGE"])
+            self.assertEqual(LINE_HOST, fields["SYSLOGMON_HOST"])
+            self.assertEqual(socket.gethostname(), fields["SYSLOGMON_MONITOR"])
+            self.assertEqual(f"{LINE_HOST}: EACH 1: {message}", fields["MESSAGE"])
         self.wait_delivered("journal")
 
 

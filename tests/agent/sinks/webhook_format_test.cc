@@ -155,6 +155,44 @@ TEST_F(WebhookFormatTest, OtlpGetsALogRecordWithTheKeyAsItsUniqueId)
     EXPECT_EQ("service.name", resource["resource"]["attributes"].at(0)["key"]);
 }
 
+TEST_F(WebhookFormatTest, EachFormatNamesTheHostOfTheLine)
+{
+    message_.alert.line_host = "web07";
+    const std::string line = "web07: DISK 1A2B: a <!channel> & \"line\"";
+    for (const char *format : {"slack", "mattermost", "google-chat"})
+        EXPECT_EQ(0U, BodyOf(format)["text"].get<std::string>().find("web07: DISK")) << format;
+    EXPECT_EQ(line, BodyOf("discord")["content"]);
+    EXPECT_EQ(line, BodyOf("teams")["attachments"].at(0)["content"]["body"].at(0)["text"]);
+    EXPECT_EQ("web07: DISK 1A2B", BodyOf("ntfy", {{"topic", "t"}})["title"]);
+    const json pagerduty =
+        BodyOf("pagerduty", {{"routing-key-file", SecretFile("key", "k")}})["payload"];
+    EXPECT_EQ("web07", pagerduty["source"]);
+    EXPECT_EQ(line, pagerduty["summary"]);
+    EXPECT_EQ("host", pagerduty["custom_details"]["host"]) << "the monitor's";
+    const json opsgenie = BodyOf("opsgenie", {{"token-file", SecretFile("token", "s")}});
+    EXPECT_EQ("web07", opsgenie["source"]);
+    EXPECT_EQ(line, opsgenie["message"]);
+    EXPECT_EQ("web07", opsgenie["details"]["host"]);
+    EXPECT_EQ("host", opsgenie["details"]["monitor"]);
+    const json event = BodyOf("cloudevents");
+    EXPECT_EQ("web07", event["host"]);
+    EXPECT_EQ("/syslogmon/host", event["source"]) << "what has made the event";
+}
+
+TEST_F(WebhookFormatTest, OtlpHasTheHostOfTheLineAsItsResourceAndTheMonitorAsAnAttribute)
+{
+    const auto stands = [&](const std::string &resource) {
+        const std::string body = BodyOf("otlp").dump();
+        const json monitor = {{"key", "syslogmon.monitor"}, {"value", {{"stringValue", "host"}}}};
+        const json host = {{"key", "host.name"}, {"value", {{"stringValue", resource}}}};
+        return body.find(monitor.dump()) != std::string::npos &&
+               body.find(host.dump()) != std::string::npos;
+    };
+    EXPECT_TRUE(stands("host")) << "no host of the line is known";
+    message_.alert.line_host = "web07";
+    EXPECT_TRUE(stands("web07"));
+}
+
 TEST_F(WebhookFormatTest, OtlpWithAPartialSuccessHasNotTakenTheAlert)
 {
     const auto outcome = [&](const std::string &reply) {
