@@ -96,7 +96,7 @@ void CheckRsyslog(const std::vector<logs::WatchedFile> &files, Examination *exam
         examination->Finding(PlaceOf(*config.reduction),
                              config.reduction->text +
                                  ": equal lines in a row are written as one, \"message repeated 29 "
-                                 "times: [ ... ]\", which counts once",
+                                 "times: [ ... ]\", which counts once in the system log",
                              "write $RepeatedMsgReduction off in its place, and " +
                                  std::string(kRestart));
     for (const RsyslogSetting &setting : config.buffered)

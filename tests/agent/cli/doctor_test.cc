@@ -550,7 +550,7 @@ TEST_F(Doctor, RepeatsThatRsyslogMakesOneLineAreFound)
     ExpectOnly("rsyslog", "well", "/etc/rsyslog.conf", "it writes every line, and writes it whole");
     WriteFile(Etc("rsyslog.d/own.conf"), "# ours\n$RepeatedMsgReduction on\n");
     ExpectFinding("rsyslog", "/etc/rsyslog.d/own.conf line 2",
-                  "\"message repeated 29 times: [ ... ]\", which counts once",
+                  "\"message repeated 29 times: [ ... ]\", which counts once in the system log",
                   "$RepeatedMsgReduction off");
 }
 
