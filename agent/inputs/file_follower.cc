@@ -41,8 +41,25 @@ FileFollower::FileFollower(FollowOptions options, const std::vector<StoredPlace>
               options_.joining.by_indentation || !options_.joining.begins_with.empty(), &clock_},
       files_(places), logs_(options_.rules), rotation_(options_.name, files_, logs_)
 {
+    DropOthers();
     for (const auto &[number, file] : files_.all())
         logs_.Add(file.place().log);
+}
+
+// Those that the input no longer wants since it was changed. A name that is no UTF-8 is stored with U+FFFD in it: of such
+// a one it cannot be said.
+void FileFollower::DropOthers()
+{
+    constexpr std::string_view kReplaced = "\xEF\xBF\xBD";
+    std::vector<int64_t> others;
+    for (const auto &[number, file] : files_.all()) {
+        const std::string &log = file.place().log;
+        const bool is_wanted = options_.rules.Match(log) && !options_.rules.ExcludeLogOf(log);
+        if (!is_wanted && log.find(kReplaced) == std::string::npos)
+            others.push_back(number);
+    }
+    for (const int64_t number : others)
+        files_.Drop(number);
 }
 
 void FileFollower::Begin()
@@ -72,6 +89,24 @@ bool FileFollower::BeginAt(const FindPlace &find)
     return is_found;
 }
 
+void FileFollower::BeginWhatIsNew(const PathRules &before)
+{
+    if (options_.from_start)
+        return;
+    const FolderView view = ViewFolders(options_.rules.Folders());
+    logs_.Learn(view);
+    LogNamesByFolder earlier(before);
+    for (const auto &[number, file] : files_.all())
+        earlier.Add(file.place().log);
+    earlier.Learn(view);
+    files_.LeaveNumbersFree();
+    for (const Beginning &file : NewestFirst(view)) {
+        const bool is_as_before = earlier.Covers(file.path) && earlier.LogOf(file.path) == file.log;
+        if (!is_as_before)
+            PassOver(file.path, file.log, file.look);
+    }
+}
+
 // The logs, and then what was rotated of them.
 std::vector<FileFollower::Beginning> FileFollower::NewestFirst(const FolderView &view)
 {
@@ -84,7 +119,7 @@ std::vector<FileFollower::Beginning> FileFollower::NewestFirst(const FolderView 
     const auto first_rotated = static_cast<std::ptrdiff_t>(files.size());
     for (const auto &[path, look] : rotation_.Unknown(view)) {
         if (known.insert(look.identity).second)
-            files.push_back({path, logs_.LogOfRotated(path).value_or(path), look});
+            files.push_back({path, logs_.LogOf(path), look});
     }
     std::stable_sort(files.begin() + first_rotated, files.end(), [](const auto &a, const auto &b) {
         return a.look.changed_ns > b.look.changed_ns;

@@ -64,6 +64,11 @@ class FileFollower {
     // it is in none of them, and all that is there is passed over.
     bool BeginAt(const FindPlace &find);
 
+    // With the stored places, of an input that had these rules until now: what they did not cover and that is there now
+    // is passed over, unless the input says otherwise. Who follows the input by those rules may go on meanwhile, until he
+    // is told; what comes new to what both rules cover is left to him.
+    void BeginWhatIsNew(const PathRules &before);
+
     // Looks at the folders.
     void Look(SteadyTime now);
     // Reads what there is into the batch, until that is full. True: there is more.
@@ -91,6 +96,7 @@ class FileFollower {
     [[nodiscard]] std::vector<std::string> Problems() const;
 
   private:
+    void DropOthers();
     using Names = std::map<std::string, FileIdentity>; // by path
 
     struct Beginning {

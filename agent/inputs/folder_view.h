@@ -29,6 +29,7 @@ struct PathRules {
 
     // The folders in which files of such paths can be at this moment.
     [[nodiscard]] std::set<std::string> Folders() const;
+    bool operator==(const PathRules &) const = default;
     [[nodiscard]] bool Match(const std::string &path) const;
     [[nodiscard]] bool Exclude(const std::string &path) const;
     // Is it, by its name, a rotated file of a log of its folder that is excluded, whether that log is there or not? A name

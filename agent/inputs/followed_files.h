@@ -33,6 +33,8 @@ class FollowedFiles {
     // `is_live`: programs write under its path.
     FollowedFile &Add(Place place, bool is_live);
     void Drop(int64_t number);
+    // Leaves numbers free for somebody else who follows these files still, and gives the next ones to what he finds.
+    void LeaveNumbersFree();
 
     [[nodiscard]] std::map<int64_t, FollowedFile> &all() { return files_; }
     [[nodiscard]] const std::map<int64_t, FollowedFile> &all() const { return files_; }

@@ -37,6 +37,19 @@ std::string Listed(const std::vector<std::string> &names)
                       "use " + accepted);
 }
 
+// The cursor behind which an input that is added now begins.
+std::string BeginOfJournal(const InputConfig &input)
+{
+    const JournalOptions options = JournalOptionsOf(input, host::kDefaultLogCharset, "");
+    return options.from_start ? "" : JournalReader::NewestCursor(options);
+}
+
+bool IsOtherJournal(const InputConfig &before, const InputConfig &input)
+{
+    return input.kind == kJournalKind && (before.Value("namespace") != input.Value("namespace") ||
+                                          before.Value("directory") != input.Value("directory"));
+}
+
 std::vector<std::string> LinesOf(const std::string &text)
 {
     std::vector<std::string> lines;
@@ -279,20 +292,51 @@ InputConfig InputRegistry::Add(InputConfig input, const std::string &log_charset
         follower.Begin();
         follower.StorePlaces(&places);
     } else {
-        const JournalOptions options = JournalOptionsOf(input, log_charset, "");
-        places.places[{input.key, 0}] =
-            options.from_start ? "" : JournalReader::NewestCursor(options);
+        places.places[{input.key, 0}] = BeginOfJournal(input);
     }
     WritePlaces(store_, places);
     transaction.Commit();
     return input;
 }
 
-void InputRegistry::Change(const InputConfig &input)
+void InputRegistry::BeginNewFiles(const InputConfig &before, const InputConfig &input)
+{
+    const auto stored =
+        store_.Read([&](host::Database &database) { return ReadPlaces(database, input.key); });
+    const PathRules earlier = FollowOptionsOf(before, host::kDefaultLogCharset).rules;
+    const FollowOptions options = FollowOptionsOf(input, host::kDefaultLogCharset);
+    if (stored.empty() || earlier == options.rules)
+        return;
+    FileFollower follower(options, stored);
+    follower.BeginWhatIsNew(earlier);
+    Batch places;
+    follower.StorePlaces(&places);
+    WritePlaces(store_, places);
+}
+
+// Under another key: who reads the other journal still, until he is told, stores his place under the one that is gone.
+InputId InputRegistry::CreateAnew(const InputConfig &input)
+{
+    registry_.DeleteKey(input.key);
+    const InputId key = Create(input);
+    Batch places;
+    places.places[{key, 0}] = BeginOfJournal(input);
+    WritePlaces(store_, places);
+    return key;
+}
+
+void InputRegistry::Change(InputConfig input)
 {
     CheckInput(input);
     host::Transaction transaction(store_);
-    Write(input);
+    const InputConfig before = Find(input.name);
+    if (IsOtherJournal(before, input)) {
+        input.key = CreateAnew(input);
+    } else {
+        Write(input);
+        if (input.kind == kFilesKind)
+            BeginNewFiles(before, input);
+    }
     transaction.Commit();
 }
 

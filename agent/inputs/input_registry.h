@@ -83,12 +83,15 @@ class InputRegistry {
     InputConfig Add(InputConfig input, const std::string &log_charset);
     // Creates the key of an input and nothing else; returns it. What is to be read of it is the caller's.
     InputId Create(InputConfig input);
-    // Stores other options; it goes on where it was.
-    void Change(const InputConfig &input);
+    // Stores other options; it goes on where it was. Of files that it wants only now, and of another journal, entries count
+    // from now on. Throws host::Error, and changes nothing, when something is wrong with it.
+    void Change(InputConfig input);
     void Remove(const std::string &name);
 
   private:
     void Write(const InputConfig &input);
+    InputId CreateAnew(const InputConfig &input);
+    void BeginNewFiles(const InputConfig &before, const InputConfig &input);
 
     host::Store &store_;
     host::RegistryTree &registry_;

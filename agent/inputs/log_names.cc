@@ -32,6 +32,11 @@ bool LogNamesByFolder::IsLive(const std::string &path) const
            !rules_.ExcludeLogOf(path);
 }
 
+bool LogNamesByFolder::Covers(const std::string &path) const
+{
+    return IsLive(path) || (LogOfRotated(path) && !rules_.Exclude(path));
+}
+
 // By the logs of its own folder. Where rotated files have a folder of their own, which has no logs, by the only other
 // one that has such a log.
 LogNamesByFolder::RotatedOf LogNamesByFolder::Rotated(const std::string &path) const

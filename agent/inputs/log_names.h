@@ -25,8 +25,15 @@ class LogNamesByFolder {
     // Is it a path that is written to: one that is matched, and is not that of a rotated file of another log, be that one
     // of the input or one that it leaves out?
     [[nodiscard]] bool IsLive(const std::string &path) const;
+    // Is it one of the input's: a path that is written to, or that of a rotated file of one?
+    [[nodiscard]] bool Covers(const std::string &path) const;
     // The log of which this is a rotated file by its name.
     [[nodiscard]] std::optional<std::string> LogOfRotated(const std::string &path) const;
+    // The same; of any other path, that path.
+    [[nodiscard]] std::string LogOf(const std::string &path) const
+    {
+        return LogOfRotated(path).value_or(path);
+    }
 
   private:
     struct RotatedOf {

@@ -37,6 +37,18 @@ class InputThreadTest : public testing::Test {
         inputs::InputRegistry(*store_, *registry_)
             .Add({0, name, inputs::kFilesKind, {{"path", {folder_ / files}}}}, "UTF-8");
     }
+    // As the command does it; the thread is told with Reload.
+    void Change(const std::string &option, const std::string &value)
+    {
+        inputs::InputRegistry all(*store_, *registry_);
+        auto input = all.Find("app");
+        input.options[option] = {value};
+        all.Change(input);
+    }
+    void ExpectNext(const std::string &message)
+    {
+        EXPECT_EQ(LogLine(message), Read(LogLine(message)));
+    }
     void Write(const std::string &name, const std::string &text)
     {
         std::ofstream(folder_ / name, std::ios::binary | std::ios::app) << text;
@@ -103,6 +115,96 @@ TEST_F(InputThreadTest, WhatWasThereWhenItWasAddedDoesNotCountAndWhatCameSinceDo
     Write("a.log", LogLine("new"));
     Start();
     EXPECT_EQ(LogLine("new"), Read(LogLine("new")));
+}
+
+TEST_F(InputThreadTest, WhatIsUnderAChangedPathIsPassedOverAndWhatComesSinceCounts)
+{
+    for (const char *name : {"a.log", "b.txt", "b.txt.1"})
+        Write(name, LogLine("old"));
+    Add();
+    Change("path", folder_ / "*.txt");
+    Write("a.log", LogLine("of a log that it no longer wants"));
+    Write("b.txt", LogLine("one"));
+    Start();
+    ExpectNext("one");
+    Write("c.txt", LogLine("two"));
+    ExpectNext("two");
+}
+
+TEST_F(InputThreadTest, ARotatedFileThatIsALogOfItsOwnByAChangedPathIsPassedOver)
+{
+    Write("a.log", LogLine("old"));
+    Write("a.log.1", LogLine("older"));
+    Add("app", "a.log");
+    Change("path", folder_ / "a.log.1");
+    Write("a.log.1", LogLine("one"));
+    Start();
+    ExpectNext("one");
+}
+
+TEST_F(InputThreadTest, WhatThePathBeforeAndAfterItsChangeWantGoesOnWhereItWas)
+{
+    Write("a.log", LogLine("old"));
+    Write("b.txt", LogLine("old"));
+    Add();
+    Write("a.log", LogLine("one"));
+    Write("new.log", LogLine("two"));
+    Change("path", folder_ / "*.[lt]?[gt]");
+    Start();
+    EXPECT_EQ(LogLine("one") + LogLine("two"), Read(LogLine("one") + LogLine("two")));
+}
+
+// As between a command and the daemon that it tells of it.
+TEST_F(InputThreadTest,
+       WhatIsFollowedByThePathBeforeItsChangeIsOverWithItAndTakesNoPlaceFromTheOthers)
+{
+    Write("a.log", LogLine("old"));
+    Write("b.txt", LogLine("old"));
+    Add();
+    Start();
+    Write("a.log", LogLine("one"));
+    ExpectNext("one");
+    Change("path", folder_ / "*.txt");
+    for (const char *name : {"a.log", "c.log"}) {
+        Write(name, LogLine("before it is told"));
+        ExpectNext("before it is told");
+    }
+    thread_->Reload();
+    Write("a.log", LogLine("of a log that it no longer wants"));
+    Write("b.txt", LogLine("two"));
+    ExpectNext("two");
+}
+
+TEST_F(InputThreadTest, WhatIsUnderAChangedPathCountsWhenTheInputBeginsAtTheStart)
+{
+    Write("b.txt", LogLine("old"));
+    Add();
+    Change("begin", "start");
+    Change("path", folder_ / "*.txt");
+    Start();
+    ExpectNext("old");
+}
+
+TEST_F(InputThreadTest, AnotherJournalIsReadFromAPlaceOfItsOwn)
+{
+    inputs::InputRegistry all(*store_, *registry_);
+    const auto before =
+        all.Add({0, "app", inputs::kJournalKind, {{"directory", {folder_}}}}, "UTF-8");
+    inputs::Batch late;
+    late.places[{before.key, 0}] = "s=1;i=1";
+    inputs::WritePlaces(*store_, late);
+    fs::create_directory(folder_ / "other");
+    Change("priority", "err");
+    const auto stored = [&] {
+        return store_->Read([&](host::Database &database) {
+            return inputs::ReadPlaces(database, all.Find("app").key);
+        });
+    };
+    EXPECT_EQ("s=1;i=1", stored().at(0).text) << "it is the same journal";
+    Change("directory", folder_ / "other");
+    inputs::WritePlaces(*store_, late); // by who was not told yet
+    EXPECT_EQ("", stored().at(0).text);
+    EXPECT_EQ("err", all.Find("app").Value("priority"));
 }
 
 // The kernel tells of what is written from the moment on at which the file is watched; what comes just before that is
