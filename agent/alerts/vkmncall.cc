@@ -1,6 +1,8 @@
 // lib/vkmncall.dll: the alert component's entry point. It stores the report, or hands it to whoever
 // knows the policies of events, and returns; it never waits for a receiver: the deliverer sends it from
 // the store, at its own pace. What is stored is a part of the pass that reports it.
+#include <exception>
+
 #include "agent/alerts/report_alert.h"
 #include "agent/alerts/report_folder.h"
 #include "agent/host/c_boundary.h"
@@ -21,10 +23,15 @@ extern "C" __attribute__((visibility("default"))) int VKMonitorCall(ReportReques
 {
     return host::AtBoundary<int>(__func__, 0, [&] {
         host::Host &host = host::Current();
-        if (host.report_taker())
-            host.report_taker()(*request);
-        else
-            folder.Add(host.store(), alerts::AlertOf(host, *request));
+        try {
+            if (host.report_taker())
+                host.report_taker()(*request);
+            else
+                folder.Add(host.store(), alerts::AlertOf(host, *request));
+        } catch (const std::exception &error) {
+            host.store().FailPass(error);
+            throw;
+        }
         return 1;
     });
 }

@@ -198,8 +198,9 @@ void AddState(const TopSight &sight, Screen *screen)
     if (!view.is_running) {
         text += "STOPPED: syslogmond is not running";
         if (view.last_look_ms)
-            text +=
-                "; looked " + std::to_string((view.now_ms - *view.last_look_ms) / 1000) + " s ago";
+            text += "; looked " +
+                    std::to_string(std::max<int64_t>(view.now_ms - *view.last_look_ms, 0) / 1000) +
+                    " s ago";
     } else if (!view.stands.empty()) {
         text += "NOT WORKING: " + view.stands;
     } else {

@@ -44,7 +44,7 @@ constexpr int64_t kClocksDiffer = 600 * kNanoseconds;
 
 // The servers drop what comes twice within it. The place that is read back needs none of it.
 constexpr int64_t kDuplicates = 120 * kNanoseconds;
-// Bytes of a message: six texts and labels, see agent/sinks/nats_sink.cc.
+// Bytes of a message: seven texts and labels, see agent/sinks/nats_sink.cc.
 constexpr int32_t kMaxMessage = 512 * 1024;
 
 int64_t NumberIn(natsMsg *message, const char *header)

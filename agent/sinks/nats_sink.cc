@@ -36,7 +36,7 @@ namespace {
 constexpr size_t kAtOnce = 64;
 
 // Bytes of a line in a message. A server takes messages of a megabyte at most, unless set otherwise; a line of the
-// monitor is far shorter, and an alert has six texts.
+// monitor is far shorter, and an alert has seven texts.
 constexpr size_t kMaxLine = 32 * size_t{1024};
 
 std::string HeaderOf(natsMsg *message, const char *name)

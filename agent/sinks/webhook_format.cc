@@ -163,7 +163,7 @@ std::string OpsgenieBody(const Message &message, const FormatSettings &)
                     {"host", alert.HostOfLine()},
                     {"monitor", alert.host}};
     for (const auto &[name, value] : alert.labels)
-        details[name] = value;
+        details.emplace(name, value); // none takes the place of the others
     return Dump({{"message", LineOf(message, kMostOfOpsgenie)},
                  {"alias", message.key},
                  {"description", SummaryOf(message, kMostOfADescription)},

@@ -54,8 +54,11 @@ std::vector<std::string> OwnNames()
     const std::string name = host::HostName();
     if (name.empty())
         return {};
-    std::vector<std::string> names = InDomains(name);
+    // Some hosts have their full name for it.
+    const std::string first = name.substr(0, name.find('.'));
+    std::vector<std::string> names = InDomains(first);
     names.push_back(name);
+    names.push_back(first);
     std::ranges::copy(InHosts(name), std::back_inserter(names));
     return names;
 }

@@ -160,11 +160,14 @@ std::string TokenOf(const host::Layout &layout)
     const ssize_t size = file.get() < 0 ? -1 : read(file.get(), text, sizeof text - 1);
     if (size > 0) {
         const std::string there(text, strcspn(text, "\n"));
-        if (there.size() < kFewestOfToken)
+        const bool is_cut = there.size() == sizeof text - 1;
+        if (there.size() < kFewestOfToken || is_cut)
             throw host::Error("cannot serve the page to other machines",
                               "the token in " + path.string() + " has " +
-                                  std::to_string(there.size()) + " characters",
-                              "write one line of at least " + std::to_string(kFewestOfToken) +
+                                  std::to_string(there.size()) + " characters" +
+                                  (is_cut ? " or more" : ""),
+                              "write one line of " + std::to_string(kFewestOfToken) + " to " +
+                                  std::to_string(sizeof text - 2) +
                                   ", or remove the file, and the daemon makes it anew");
         return there;
     }

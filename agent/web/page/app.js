@@ -260,6 +260,7 @@ let legend = null; // what it was made for
 function showAll() {
   hidden = new Set();
   legend = null;
+  plotted = null; // it knows what is hidden, too
 }
 
 function legendItem(one, i) {
