@@ -284,7 +284,7 @@ void AddWithin(size_t room, std::vector<TopLine> lines, Screen *screen)
 {
     size_t shown = lines.size();
     if (shown > room) {
-        std::ranges::stable_partition(lines, IsBad);
+        std::stable_partition(lines.begin(), lines.end(), IsBad);
         shown = room > 0 ? room - 1 : 0;
     }
     const auto left_out = lines.begin() + static_cast<ptrdiff_t>(shown);
