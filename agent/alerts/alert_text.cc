@@ -1,5 +1,6 @@
 #include "agent/alerts/alert_text.h"
 #include "agent/alerts/own_alert.h"
+#include "agent/text/plural.h"
 #include "agent/text/printable.h"
 #include "agent/text/times.h"
 
@@ -38,15 +39,10 @@ std::string AlertLine(const Alert &alert)
 
 namespace {
 
-std::string Plural(int64_t count, const std::string &name)
-{
-    return std::to_string(count) + " " + name + (count == 1 ? "" : "s");
-}
-
 // An absence has no hits.
 std::string HitsInWords(const Alert &alert)
 {
-    return (alert.count == 0 ? "no line came" : Plural(alert.count, "hit")) +
+    return (alert.count == 0 ? "no line came" : text::Plural(alert.count, "hit")) +
            (alert.value.empty() ? "" : " of " + text::Printable(alert.value));
 }
 
@@ -59,10 +55,10 @@ std::string WhyInWords(const Alert &alert)
     if (!alert.terms.empty())
         text += ": " + text::Printable(alert.terms);
     if (alert.IsFolded())
-        text += "; it stands for " + Plural(alert.reports, "report") + " of a flood";
+        text += "; it stands for " + text::Plural(alert.reports, "report") + " of a flood";
     if (alert.held_back.reports > 0)
-        text += "; " + Plural(alert.held_back.reports, "report") + " of " +
-                Plural(alert.held_back.hits, "hit") +
+        text += "; " + text::Plural(alert.held_back.reports, "report") + " of " +
+                text::Plural(alert.held_back.hits, "hit") +
                 (alert.held_back.reports == 1 ? " was" : " were") + " held back before it";
     if (alert.silence != 0)
         text +=

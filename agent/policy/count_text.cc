@@ -1,16 +1,12 @@
 #include "agent/policy/count_text.h"
 
 #include "agent/text/duration.h"
+#include "agent/text/plural.h"
 #include "agent/text/times.h"
 
 namespace policy {
 
 namespace {
-
-std::string Plural(int64_t count, const std::string &name)
-{
-    return std::to_string(count) + " " + name + (count == 1 ? "" : "s");
-}
 
 std::string Within(int64_t within_s)
 {
@@ -48,11 +44,11 @@ std::string TermsInWords(const events::EventRecord &event)
         text += "takes those that its expression matches; ";
     if (!policy.except.empty())
         text += "leaves out those with one of " +
-                Plural(static_cast<int64_t>(policy.except.size()), "text") + "; ";
+                text::Plural(static_cast<int64_t>(policy.except.size()), "text") + "; ";
     if (policy.absent_s > 0)
         return text + "a report when none comes for " + text::DurationInWords(policy.absent_s) +
                (policy.per.empty() ? "" : ", for each " + policy.per + " apart");
-    text += Plural(event.report_count, "hit") + Within(policy.within_s) +
+    text += text::Plural(event.report_count, "hit") + Within(policy.within_s) +
             (event.report_count == 1 ? " makes a report" : " make a report");
     if (!policy.per.empty())
         text += ", for each " + policy.per + " apart";
@@ -78,8 +74,8 @@ std::string ProgressInWords(const CountTerms &terms, const ValueCount &count, in
     std::string text = std::to_string(count.hits()) + " of " + std::to_string(terms.hits) +
                        Within(terms.within_s) + SilenceInWords(terms, count, now_s);
     if (const HeldBack &held = count.held_back(); held.reports > 0)
-        text += "; " + Plural(held.reports, "report") + " of " + Plural(held.hits, "hit") +
-                " held back so far";
+        text += "; " + text::Plural(held.reports, "report") + " of " +
+                text::Plural(held.hits, "hit") + " held back so far";
     return text;
 }
 
@@ -90,11 +86,11 @@ std::string OutcomeInWords(const CountTerms &terms, const Outcome &outcome, cons
     case Outcome::Kind::kNoHit:
         return "it is no hit";
     case Outcome::Kind::kReported:
-        return "it is reported, with " + Plural(outcome.hits, "hit") +
+        return "it is reported, with " + text::Plural(outcome.hits, "hit") +
                SilenceInWords(terms, count, now_s);
     case Outcome::Kind::kHeldBack:
-        return "it would be reported, with " + Plural(outcome.hits, "hit") + ", and is held back" +
-               SilenceInWords(terms, count, now_s);
+        return "it would be reported, with " + text::Plural(outcome.hits, "hit") +
+               ", and is held back" + SilenceInWords(terms, count, now_s);
     default:
         return "it counts: " + ProgressInWords(terms, count, now_s);
     }

@@ -3,6 +3,8 @@
 #include <charconv>
 #include <iterator>
 
+#include "agent/text/plural.h"
+
 namespace text {
 
 namespace {
@@ -56,10 +58,8 @@ std::string FormatDuration(int64_t seconds)
 std::string DurationInWords(int64_t seconds)
 {
     for (const Unit &unit : kUnits) {
-        if (seconds % unit.seconds == 0 && seconds >= unit.seconds) {
-            const int64_t count = seconds / unit.seconds;
-            return std::to_string(count) + " " + unit.name + (count == 1 ? "" : "s");
-        }
+        if (seconds % unit.seconds == 0 && seconds >= unit.seconds)
+            return Plural(seconds / unit.seconds, unit.name);
     }
     return "0 seconds";
 }
