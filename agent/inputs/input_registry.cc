@@ -87,6 +87,8 @@ void CheckInputValue(const std::string &option, const std::string &value)
         Refuse(option, value, "indentation or no");
     if (option == "begin" && value != "now" && value != "start")
         Refuse(option, value, "now or start");
+    if (option == "repeats" && value != "yes" && value != "no")
+        Refuse(option, value, "yes or no");
     if (option == "priority" && !PriorityOf(value))
         Refuse(option, value, "emerg, alert, crit, err, warning, notice, info or debug");
     if (option == "match" && (value.find('=') == std::string::npos || value[0] == '='))
@@ -107,6 +109,8 @@ const std::vector<InputOption> &AllInputOptions()
         {"begins-with", kFilesKind, false,
          "expression: a line in which it finds nothing goes on with the one before"},
         {"identifier", kFilesKind, false, "program of lines that name none"},
+        {"repeats", kFilesKind, false,
+         "yes, or no: \"message repeated 29 times: [ text]\" counts once, whoever wrote it"},
         {"begin", kFilesKind, false, "now, or start: also what is there when the input is added"},
         {"match", kJournalKind, true, "FIELD=VALUE that entries must have"},
         {"priority", kJournalKind, false, "this priority and more urgent ones"},
@@ -188,6 +192,7 @@ FollowOptions FollowOptionsOf(const InputConfig &input, const std::string &log_c
     options.form.format = StampFormatOf(input.Value("format")).value_or(StampFormat::kAuto);
     options.form.host = host::HostName();
     options.form.identifier = input.Value("identifier");
+    options.form.folds_repeats = input.Value("repeats") != "no";
     options.joining.by_indentation = input.Value("join") == "indentation";
     options.joining.begins_with = input.Value("begins-with");
     options.encoding = input.Value("encoding");

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <optional>
+#include <strings.h>
 
 #include "agent/inputs/byte_set.h"
 #include "agent/inputs/line_origin.h"
@@ -21,7 +22,7 @@ constexpr int64_t kDay = 24 * 3600;
 constexpr const char *kMonthNames[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                        "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
-// More than this a daemon never counts up; a greater number is what somebody made up.
+// More than this a syslog daemon does not count up; a greater number is what somebody made up.
 constexpr int kMostRepeats = 1000000;
 
 // Months since the year 0.
@@ -251,16 +252,32 @@ struct Line {
     size_t begin;
 };
 
-RenderResult FinishLine(const Line &line, std::string_view program, std::string_view message,
-                        bool folds_repeats, std::string *text)
+// Names of one host, which can stand with its domain or without it.
+bool IsSameHost(std::string_view one, std::string_view other)
 {
-    if (program == kSyslogIdentifier) {
+    one = one.substr(0, one.find('.'));
+    other = other.substr(0, other.find('.'));
+    return one.size() == other.size() && strncasecmp(one.data(), other.data(), one.size()) == 0;
+}
+
+// Others can write as a program of that name, but not so easily as this host.
+bool IsOwn(const LineOrigin &origin, const LineForm &form)
+{
+    return origin.program == kSyslogIdentifier &&
+           (origin.host.empty() || IsSameHost(origin.host, form.host));
+}
+
+// Only a syslog daemon counts repeats, and it names the program.
+RenderResult FinishLine(const Line &line, const LineOrigin &origin, const LineForm &form,
+                        std::string *text)
+{
+    if (IsOwn(origin, form)) {
         text->resize(line.begin);
         return RenderResult::kOwn;
     }
     EndLine(line.begin, text);
-    if (folds_repeats)
-        AppendRepeats(line.time, TimesOf(message), text);
+    if (form.folds_repeats && !origin.program.empty())
+        AppendRepeats(line.time, TimesOf(origin.message), text);
     return RenderResult::kRendered;
 }
 
@@ -303,22 +320,19 @@ Rendering RenderRecord(std::string_view record, const LineForm &form, const Read
     const Line line{keeps ? *own : reading.local(), text->size()};
     AppendStamp(line.time, text);
 
-    std::string_view program;
-    std::string_view message = rest;
+    LineOrigin origin;
     if (stamp.format == StampFormat::kRfc5424) {
         const Rfc5424Header header = TakeHeader(&rest);
-        program = header.program;
-        message = rest;
+        origin = {header.host, header.program, rest};
         AppendOrigin(header.host.empty() ? form.host : header.host,
-                     program.empty() ? form.identifier : program, header.pid, text);
-    } else if (const auto origin = OriginBehind(stamp, rest)) {
-        program = origin->program;
-        message = origin->message;
+                     header.program.empty() ? form.identifier : header.program, header.pid, text);
+    } else if (const auto named = OriginBehind(stamp, rest)) {
+        origin = *named;
     } else {
         AppendOrigin(form.host, form.identifier, {}, text);
     }
     AppendShown(rest, text);
-    rendering.result = FinishLine(line, program, message, form.folds_repeats, text);
+    rendering.result = FinishLine(line, origin, form, text);
     return rendering;
 }
 

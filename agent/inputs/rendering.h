@@ -9,8 +9,10 @@
 //       shows them: #012 for a line end.
 //   R2  A line has at most as many bytes as the module looks at.
 //   R3  The words of protected_words.h are broken up.
-//   R4  An entry that stands for several by rsyslog's "message repeated 29 times: [ text]" is followed by a
-//       line with which the module counts the rest of them.
+//   R4  A line of a file that names its program and stands for several by rsyslog's "message repeated 29 times: [ text]"
+//       is followed by a line with which the module counts the rest of them, unless the input says that no such daemon
+//       writes the file. Entries of a journal never are: it folds none.
+//   R5  A line of a file is the monitor's own when it names the monitor as its program, and this host or none.
 #ifndef AGENT_INPUTS_RENDERING_H
 #define AGENT_INPUTS_RENDERING_H
 
@@ -45,9 +47,9 @@ std::string StampText(const CalendarTime &time);
 // How the lines of a log file are to be read.
 struct LineForm {
     StampFormat format = StampFormat::kAuto;
-    std::string host;       // of lines that name none
-    std::string identifier; // of lines that name no program
-    bool folds_repeats = true;
+    std::string host;          // of lines that name none: this host's name
+    std::string identifier;    // of lines that name no program
+    bool folds_repeats = true; // R4: a syslog daemon that does so may have written them
 };
 
 enum class RenderResult {

@@ -122,6 +122,17 @@ class Inputs(lab.LabTest):
         self.lab.wait_until("the repeats are counted", lambda: self.lab.alerts("DISK"))
         self.assertEqual(0, self.lab.hits("DISK"))
 
+    def test_repeats_count_once_where_the_input_says_that_nobody_folds_them(self):
+        self.lab.watch("DISK", 1, "disk failure", report_count=30)
+        self.daemon.start()
+        self.add_files("repeats=no")
+        lab.append(self.log, lab.stamped("disk failure"),
+                   lab.stamped("message repeated 1000000 times: [ disk failure]"))
+        self.write(1)
+        self.wait_for_all()
+        self.assertEqual([], self.lab.alerts("DISK"))
+        self.assertEqual(2, self.lab.hits("DISK"))
+
     def test_a_reload_of_everything_passes_over_nothing(self):
         self.add_files()
         self.daemon.start()

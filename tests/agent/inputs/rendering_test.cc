@@ -202,16 +202,30 @@ TEST_F(RenderingTest, BrokenWordsCannotBeMadeWholeByPuttingThemIntoEachOther)
     EXPECT_EQ("Nov 21 12:00:00 here app: TARSK#037vkvmain\n", TextOf("TARSK\x1fvkvmain"));
 }
 
-TEST_F(RenderingTest, OwnEntriesAreKnownByTheProgramThatWroteThem)
+TEST_F(RenderingTest, OwnEntriesAreKnownByTheProgramAndTheHostThatWroteThem)
 {
-    EXPECT_EQ(RenderResult::kOwn,
-              Render("Nov 21 10:00:01 web07 TARSKvkvmain[5]: disk failure").result);
-    EXPECT_EQ("", text_);
-    EXPECT_EQ(RenderResult::kOwn,
-              Render("2026-11-21T10:00:01+01:00 web07 TARSKvkvmain: disk failure").result);
-    EXPECT_EQ(RenderResult::kOwn,
-              Render("<34>1 2026-11-21T10:00:01Z web07 TARSKvkvmain 5 - - disk failure").result);
+    form_.host = "web07.example.com";
+    for (const char *own : {"Nov 21 10:00:01 web07 TARSKvkvmain[5]: disk failure",
+                            "Nov 21 10:00:01 WEB07.example.com TARSKvkvmain: disk failure",
+                            "2026-11-21T10:00:01+01:00 web07 TARSKvkvmain: disk failure",
+                            "<34>1 2026-11-21T10:00:01Z web07 TARSKvkvmain 5 - - disk failure",
+                            "<34>1 2026-11-21T10:00:01Z - TARSKvkvmain 5 - - disk failure"}) {
+        EXPECT_EQ(RenderResult::kOwn, Render(own).result) << own;
+        EXPECT_EQ("", text_);
+    }
     EXPECT_EQ(RenderResult::kRendered, Render("TARSKvkvmain: disk failure").result);
+}
+
+TEST_F(RenderingTest, WhatTheMonitorOfAnotherHostWroteIsNoneOfItsOwn)
+{
+    form_.host = "web07";
+    for (const char *other : {"Nov 21 10:00:01 web08 TARSKvkvmain[5]: disk failure",
+                              "Nov 21 10:00:01 web TARSKvkvmain: disk failure",
+                              "2026-11-21T10:00:01+01:00 web08 TARSKvkvmain: disk failure",
+                              "<34>1 2026-11-21T10:00:01Z web08 TARSKvkvmain 5 - - disk failure"}) {
+        EXPECT_EQ(RenderResult::kRendered, Render(other).result) << other;
+        EXPECT_NE(std::string::npos, text_.find("disk failure")) << other;
+    }
 }
 
 TEST_F(RenderingTest, ALineThatStandsForTwentyNineIsFollowedByTheRest)
@@ -223,11 +237,28 @@ TEST_F(RenderingTest, ALineThatStandsForTwentyNineIsFollowedByTheRest)
               TextOf("Nov 21 10:00:01 vm app[1]: message repeated 1 times: [ disk failure]"));
 }
 
+TEST_F(RenderingTest, ALineStandsForItselfWhereNobodyFoldsRepeats)
+{
+    form_.folds_repeats = false;
+    EXPECT_EQ("Nov 21 10:00:01 vm app[1]: message repeated 29 times: [ disk failure]\n",
+              TextOf("Nov 21 10:00:01 vm app[1]: message repeated 29 times: [ disk failure]"));
+}
+
+TEST_F(RenderingTest, ALineThatNamesNoProgramStandsForItself)
+{
+    for (const char *line :
+         {"message repeated 29 times: [ disk failure]",
+          "2026-11-21 10:00:01 message repeated 29 times: [ disk failure]",
+          "Nov 21 10:00:01 vm message repeated 29 times: [ disk failure]",
+          "<34>1 2026-11-21T10:00:01Z vm - - - - message repeated 29 times: [ disk failure]"})
+        EXPECT_EQ(std::string::npos, TextOf(line).find("last message repeated")) << line;
+}
+
 TEST_F(RenderingTest, OnlyAWholeMessageStandsForSeveral)
 {
     for (const char *message :
          {"he said: message repeated 29 times: [ x]", "message repeated 29 times",
-          "message repeated 29 times: [ x] or so", "message repeated 2000000000 times: [ x]",
+          "message repeated 29 times: [ x] or so", "message repeated 1000001 times: [ x]",
           "message repeated -5 times: [ x]"}) {
         const std::string line = std::string("Nov 21 10:00:01 vm app[1]: ") + message;
         EXPECT_EQ(line + "\n", TextOf(line));
