@@ -7,13 +7,15 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "agent/nats/pace.h"
 
 namespace fleet {
 
-class FloodWatch {
+// What is counted of one host.
+class FloodCount {
   public:
     // Messages of one host in a span that are too many: twice what the sink sends unless its pace is set otherwise.
     static constexpr int64_t kTooMany = 10000;
@@ -21,22 +23,41 @@ class FloodWatch {
     // It is told once in so long, while it goes on.
     static constexpr int64_t kToldForMs = 3600 * int64_t{1000};
 
-    // A message of this host, which the servers stored then, in milliseconds since 1970. Returns whether it is the one by
-    // which the host has become one that floods, and is to be told of.
-    bool Count(const std::string &uuid, int64_t stored_ms);
+    // A message, which the servers stored then, in milliseconds since 1970. Returns whether it is the one by which the
+    // host has become one that floods, and is to be told of.
+    bool Add(int64_t stored_ms);
 
     // What a host sends makes the collecting one tell of it: of gaps, of messages that are no alerts. So often at once, and
     // then once in a minute; what comes in between is counted with the host, and not told.
     static constexpr int kTellAtOnce = 10;
     static constexpr std::chrono::minutes kTellEvery{1};
-    // Whether something of this host is to be told now, which is then taken for done.
-    bool MayTell(const std::string &uuid, nats::Pace::Clock::time_point now);
+    // Whether something of it is to be told now, which is then taken for done.
+    bool MayTell(nats::Pace::Clock::time_point now);
+
+    // A later message, stored then, would be counted as that of a host of which nothing was kept.
+    [[nodiscard]] bool IsForgettable(int64_t stored_ms, nats::Pace::Clock::time_point now) const;
 
   private:
-    int64_t span_ = 0;                        // that is under way: its number since 1970
-    std::map<std::string, int64_t> counted_;  // in it, by UUID
-    std::map<std::string, int64_t> told_ms_;  // by UUID; as many as have flooded
-    std::map<std::string, nats::Pace> paces_; // by UUID; as many as there was something to tell of
+    int64_t span_ = 0; // that is under way: its number since 1970
+    int64_t in_span_ = 0;
+    std::optional<int64_t> told_ms_; // nothing: it has not flooded
+    nats::Pace pace_{kTellAtOnce, kTellEvery};
+};
+
+// The counts of all hosts. What is counted of a message counts for good when the message is stored, and not before: so
+// it is taken out, and put back then.
+class FloodWatch {
+  public:
+    [[nodiscard]] FloodCount Of(const std::string &uuid) const;
+    void Keep(const std::string &uuid, const FloodCount &count);
+    // Drops those of hosts that have sent nothing in the span of this moment, and of which nothing was told lately.
+    void Forget(int64_t stored_ms, nats::Pace::Clock::time_point now);
+    // How many hosts something is kept of.
+    [[nodiscard]] size_t size() const { return counts_.size(); }
+
+  private:
+    int64_t span_ = 0; // in which it was forgotten last
+    std::map<std::string, FloodCount> counts_;
 };
 
 } // namespace fleet

@@ -1,7 +1,6 @@
 #include "agent/fleet/ledger.h"
 
 #include <algorithm>
-#include <map>
 
 #include "agent/alerts/own_alert.h"
 #include "agent/fleet/trace_unit.h"
@@ -76,7 +75,7 @@ StreamPlace Ledger::PlaceIn(const std::string &stream, int64_t created)
 size_t Ledger::Take(std::span<const Arrived> messages, const StreamPlace &place)
 {
     size_t taken = 0;
-    std::map<std::string, HostRow> hosts; // of these messages, read once and written once
+    std::map<std::string, Host> hosts; // of these messages, read once and written once
     host::Transaction transaction(store_);
     for (const Arrived &message : messages) {
         // What this store has reported itself is in it.
@@ -84,20 +83,37 @@ size_t Ledger::Take(std::span<const Arrived> messages, const StreamPlace &place)
             continue;
         auto known = hosts.find(message.uuid);
         if (known == hosts.end())
-            known = hosts.emplace(message.uuid, ReadHost(store_.database(), message.uuid)).first;
-        TellOfFlood(message, known->second);
+            known = hosts
+                        .emplace(message.uuid, Host{ReadHost(store_.database(), message.uuid),
+                                                    floods_ != nullptr ? floods_->Of(message.uuid)
+                                                                       : FloodCount()})
+                        .first;
+        TellOfFlood(message, &known->second);
         TakeOne(message, &known->second, &taken);
     }
     for (const auto &[uuid, host] : hosts)
-        WriteHost(store_.database(), host);
+        WriteHost(store_.database(), host.row);
     WritePlace(store_.database(), place);
     transaction.Commit();
+    if (!messages.empty())
+        KeepFloods(hosts, messages.back().stored_ms);
     return taken;
 }
 
-void Ledger::TakeOne(const Arrived &message, HostRow *host, size_t *taken)
+// Behind the commit: messages that were not stored come again, and are counted then.
+void Ledger::KeepFloods(const std::map<std::string, Host> &hosts, int64_t stored_ms)
 {
-    host->heard_ms = host::NowMs();
+    if (floods_ == nullptr)
+        return;
+    for (const auto &[uuid, host] : hosts)
+        floods_->Keep(uuid, host.floods);
+    floods_->Forget(stored_ms, nats::Pace::Clock::now());
+}
+
+void Ledger::TakeOne(const Arrived &message, Host *host, size_t *taken)
+{
+    HostRow &row = host->row;
+    row.heard_ms = host::NowMs();
     alerts::Alert alert;
     try {
         alert = ParseAlert(message.body);
@@ -105,57 +121,61 @@ void Ledger::TakeOne(const Arrived &message, HostRow *host, size_t *taken)
         throw;
     } catch (const host::Error &error) {
         // The first of each host: one that is of another version has nothing else to say.
-        if (host->refused++ == 0)
-            TellNow(*host, NameOf(*host) + " sends messages that are not taken: " + error.what());
+        if (row.refused++ == 0)
+            TellNow(host, NameOf(row) + " sends messages that are not taken: " + error.what());
         return;
     }
-    if (alert.id <= host->last_id)
+    if (alert.id <= row.last_id)
         return;
-    host->name = alert.host;
+    row.name = alert.host;
+    // What was sent before it has a smaller number, whatever the message says.
+    const int64_t after = std::min(message.after, alert.id - 1);
     // Of a host that was never heard of, the first message is the beginning.
-    const bool is_known = host->last_id > 0;
-    if (is_known && message.after > host->last_id) {
-        TellOfGap(*host, message.after);
-        host->missing += message.after - host->last_id;
+    const bool is_known = row.last_id > 0;
+    if (is_known && after > row.last_id) {
+        TellOfGap(host, after);
+        row.missing += after - row.last_id;
     }
     if (message.dropped > 0) {
-        const int64_t dropped = std::min(message.dropped, alert.id - 1 - host->last_id);
-        host->dropped += dropped;
-        TellNow(*host,
-                "up to " + std::to_string(dropped) + " alerts of " + NameOf(*host) +
+        const int64_t dropped = std::min(message.dropped, alert.id - 1 - row.last_id);
+        row.dropped += dropped;
+        TellNow(host,
+                "up to " + std::to_string(dropped) + " alerts of " + NameOf(row) +
                     " before its alert " + std::to_string(alert.id) +
                     " are dropped: its store was full of those that the servers did not take");
     }
     alerts::AddCollectedAlert(store_, alert);
-    host->last_id = alert.id;
-    ++host->alerts;
+    row.last_id = alert.id;
+    ++row.alerts;
     ++*taken;
 }
 
 // Unless there was too much to tell of this host already: it says itself what there is to tell.
-void Ledger::TellNow(const HostRow &host, const std::string &message)
+void Ledger::TellNow(Host *host, const std::string &message)
 {
-    if (floods_ == nullptr || floods_->MayTell(host.uuid, nats::Pace::Clock::now()))
-        Tell(store_, host, message);
+    if (floods_ == nullptr || host->floods.MayTell(nats::Pace::Clock::now()))
+        Tell(store_, host->row, message);
 }
 
-void Ledger::TellOfGap(const HostRow &host, int64_t after)
+void Ledger::TellOfGap(Host *host, int64_t after)
 {
+    const HostRow &row = host->row;
     TellNow(host,
-            "up to " + std::to_string(after - host.last_id) + " alerts of " + NameOf(host) +
-                " behind its alert " + std::to_string(host.last_id) +
+            "up to " + std::to_string(after - row.last_id) + " alerts of " + NameOf(row) +
+                " behind its alert " + std::to_string(row.last_id) +
                 " are missing: the servers have lost them, or keep them for too short a time");
 }
 
 // What it sends is taken all the same: the others wait for it no longer than the stream keeps of one host.
-void Ledger::TellOfFlood(const Arrived &message, const HostRow &host)
+void Ledger::TellOfFlood(const Arrived &message, Host *host)
 {
-    if (floods_ == nullptr || !floods_->Count(message.uuid, message.stored_ms))
+    if (floods_ == nullptr || !host->floods.Add(message.stored_ms))
         return;
-    Tell(store_, host,
-         NameOf(host) + " floods the fleet: more than " + std::to_string(FloodWatch::kTooMany) +
-             " messages in " + std::to_string(FloodWatch::kSpanMs / 1000) +
-             " seconds under its UUID " + host.uuid +
+    Tell(store_, host->row,
+         NameOf(host->row) + " floods the fleet: more than " +
+             std::to_string(FloodCount::kTooMany) + " messages in " +
+             std::to_string(FloodCount::kSpanMs / 1000) + " seconds under its UUID " +
+             host->row.uuid +
              ". See what it reports, and the pace= of its sink; the servers keep it out when its "
              "account is taken away");
 }

@@ -12,6 +12,7 @@
 #define AGENT_FLEET_LEDGER_H
 
 #include <cstdint>
+#include <map>
 #include <span>
 #include <string>
 #include <vector>
@@ -70,10 +71,16 @@ class Ledger {
     void SetProblem(const std::string &problem);
 
   private:
-    void TakeOne(const Arrived &message, HostRow *host, size_t *taken);
-    void TellNow(const HostRow &host, const std::string &message);
-    void TellOfGap(const HostRow &host, int64_t after);
-    void TellOfFlood(const Arrived &message, const HostRow &host);
+    // A host as it is while messages are taken.
+    struct Host {
+        HostRow row;
+        FloodCount floods;
+    };
+    void TakeOne(const Arrived &message, Host *host, size_t *taken);
+    void TellNow(Host *host, const std::string &message);
+    void TellOfGap(Host *host, int64_t after);
+    void TellOfFlood(const Arrived &message, Host *host);
+    void KeepFloods(const std::map<std::string, Host> &hosts, int64_t stored_ms);
 
     host::Store &store_;
     FloodWatch *floods_;

@@ -19,6 +19,8 @@ class Pace {
 
     // When the next time is; not after now: at once.
     [[nodiscard]] Clock::time_point Next() const { return full_at_ - rest_ + span_; }
+    // All times are there again.
+    [[nodiscard]] bool HasRested(Clock::time_point now) const { return full_at_ <= now; }
     // It is done.
     void Take(Clock::time_point now) { full_at_ = std::max(full_at_, now) + span_; }
 

@@ -5,10 +5,11 @@
 
 namespace {
 
+using fleet::FloodCount;
 using fleet::FloodWatch;
 
 constexpr int64_t kBegin = 1795222800000; // a span begins with it
-static_assert(kBegin % FloodWatch::kSpanMs == 0);
+static_assert(kBegin % FloodCount::kSpanMs == 0);
 
 class FloodWatchTest : public testing::Test {
   protected:
@@ -16,12 +17,15 @@ class FloodWatchTest : public testing::Test {
     int Told(const std::string &uuid, int64_t messages, int64_t stored_ms)
     {
         int told = 0;
+        FloodCount count = watch_.Of(uuid);
         for (int64_t i = 0; i < messages; ++i)
-            told += watch_.Count(uuid, stored_ms) ? 1 : 0;
+            told += count.Add(stored_ms) ? 1 : 0;
+        watch_.Keep(uuid, count);
+        watch_.Forget(stored_ms, kNow);
         return told;
     }
 
-  private:
+    static constexpr nats::Pace::Clock::time_point kNow{std::chrono::hours(1)};
     FloodWatch watch_;
 };
 
@@ -35,14 +39,14 @@ TEST_F(FloodWatchTest, AHostThatSendsAtThePaceOfItsSinkIsNotToldOf)
 
 TEST_F(FloodWatchTest, OneThatFloodsIsToldOfOnceInAnHourAndTheOthersAreNot)
 {
-    EXPECT_EQ(0, Told("a", FloodWatch::kTooMany - 1, kBegin));
-    EXPECT_EQ(0, Told("b", FloodWatch::kTooMany - 1, kBegin));
+    EXPECT_EQ(0, Told("a", FloodCount::kTooMany - 1, kBegin));
+    EXPECT_EQ(0, Told("b", FloodCount::kTooMany - 1, kBegin));
     EXPECT_EQ(1, Told("a", 1, kBegin));
-    EXPECT_EQ(0, Told("a", 5 * FloodWatch::kTooMany, kBegin));
-    EXPECT_EQ(0, Told("a", 5 * FloodWatch::kTooMany, kBegin + FloodWatch::kSpanMs));
+    EXPECT_EQ(0, Told("a", 5 * FloodCount::kTooMany, kBegin));
+    EXPECT_EQ(0, Told("a", 5 * FloodCount::kTooMany, kBegin + FloodCount::kSpanMs));
     EXPECT_EQ(
-        0, Told("a", FloodWatch::kTooMany, kBegin + FloodWatch::kToldForMs - FloodWatch::kSpanMs));
-    EXPECT_EQ(1, Told("a", FloodWatch::kTooMany, kBegin + FloodWatch::kToldForMs));
+        0, Told("a", FloodCount::kTooMany, kBegin + FloodCount::kToldForMs - FloodCount::kSpanMs));
+    EXPECT_EQ(1, Told("a", FloodCount::kTooMany, kBegin + FloodCount::kToldForMs));
 }
 
 TEST_F(FloodWatchTest, WhatHasWaitedForHoursAndIsTakenInAMomentIsNoFlood)
@@ -53,19 +57,35 @@ TEST_F(FloodWatchTest, WhatHasWaitedForHoursAndIsTakenInAMomentIsNoFlood)
 
 TEST_F(FloodWatchTest, WhatIsToldOfAHostComesTenTimesAtOnceAndThenOnceInAMinute)
 {
-    FloodWatch watch;
-    const nats::Pace::Clock::time_point begin{std::chrono::hours(1)};
-    const auto told = [&](const char *uuid, int times, std::chrono::seconds after) {
+    FloodCount a;
+    FloodCount b;
+    const auto told = [&](FloodCount &host, int times, std::chrono::seconds after) {
         int count = 0;
         for (int i = 0; i < times; ++i)
-            count += watch.MayTell(uuid, begin + after) ? 1 : 0;
+            count += host.MayTell(kNow + after) ? 1 : 0;
         return count;
     };
-    EXPECT_EQ(10, told("a", 1000, std::chrono::seconds(0)));
-    EXPECT_EQ(1, told("b", 1, std::chrono::seconds(0)));
-    EXPECT_EQ(0, told("a", 1000, std::chrono::seconds(59)));
-    EXPECT_EQ(1, told("a", 1000, std::chrono::seconds(60)));
-    EXPECT_EQ(10, told("a", 1000, std::chrono::hours(1)));
+    EXPECT_EQ(10, told(a, 1000, std::chrono::seconds(0)));
+    EXPECT_EQ(1, told(b, 1, std::chrono::seconds(0)));
+    EXPECT_EQ(0, told(a, 1000, std::chrono::seconds(59)));
+    EXPECT_EQ(1, told(a, 1000, std::chrono::seconds(60)));
+    EXPECT_EQ(10, told(a, 1000, std::chrono::hours(1)));
+}
+
+TEST_F(FloodWatchTest, OfHostsThatAreQuietAndOfWhichNothingWasToldNothingIsKept)
+{
+    for (int host = 0; host < 1000; ++host)
+        Told("host " + std::to_string(host), 1, kBegin);
+    Told("flooding", FloodCount::kTooMany, kBegin);
+    FloodCount told;
+    told.MayTell(kNow);
+    watch_.Keep("told", told);
+    EXPECT_EQ(1002U, watch_.size());
+    Told("later", 1, kBegin + FloodCount::kSpanMs);
+    EXPECT_EQ(3U, watch_.size()); // "flooding", "told" and "later"
+    watch_.Forget(kBegin + 2 * FloodCount::kSpanMs, kNow + std::chrono::hours(1));
+    EXPECT_EQ(1U, watch_.size());
+    EXPECT_EQ(0, Told("flooding", FloodCount::kTooMany, kBegin + 2 * FloodCount::kSpanMs));
 }
 
 } // namespace

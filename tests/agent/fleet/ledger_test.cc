@@ -119,7 +119,7 @@ TEST_F(LedgerTest, AHostThatMakesGapsWithoutEndIsToldOfAFewTimesAndCounted)
     for (int64_t id = 1; id < 2000; id += 2)
         messages.push_back(ArrivedOf("a", id));
     Ledger(test::Store(), &floods).Take(messages, {"stream", 7, 1});
-    EXPECT_EQ(static_cast<size_t>(fleet::FloodWatch::kTellAtOnce), Told().size());
+    EXPECT_EQ(static_cast<size_t>(fleet::FloodCount::kTellAtOnce), Told().size());
     EXPECT_EQ(999, Host().missing);
     EXPECT_EQ(1000, Host().alerts);
 }
@@ -127,13 +127,71 @@ TEST_F(LedgerTest, AHostThatMakesGapsWithoutEndIsToldOfAFewTimesAndCounted)
 TEST_F(LedgerTest, AHostThatFloodsIsToldOfWithItsName)
 {
     fleet::FloodWatch floods;
-    std::vector<Arrived> messages(fleet::FloodWatch::kTooMany, ArrivedOf("a", 1));
+    std::vector<Arrived> messages(fleet::FloodCount::kTooMany, ArrivedOf("a", 1));
     for (Arrived &message : messages)
         message.stored_ms = 1795222800000;
     Ledger(test::Store(), &floods).Take(messages, {"stream", 7, 1});
     ASSERT_EQ(1U, Told().size());
     EXPECT_TRUE(Told()[0].starts_with("a floods the fleet: more than 10000 messages in 10 seconds"))
         << Told()[0];
+}
+
+// What could not be stored comes again: it is counted once, and told of then.
+TEST_F(LedgerTest, AFloodThatCouldNotBeStoredIsToldOfWhenItComesAgain)
+{
+    fleet::FloodWatch floods;
+    Ledger ledger(test::Store(), &floods);
+    std::vector<Arrived> messages(fleet::FloodCount::kTooMany, ArrivedOf("a", 1));
+    for (Arrived &message : messages)
+        message.stored_ms = 1795222800000;
+    const auto take_and_fail = [&](std::span<const Arrived> some) {
+        host::Statement(test::Store().database(),
+                        "CREATE TRIGGER fails BEFORE INSERT ON fleet_place BEGIN"
+                        " SELECT RAISE(ABORT, 'the disk is full'); END")
+            .Run();
+        EXPECT_THROW(ledger.Take(some, {"stream", 7, 1}), host::StoreError);
+        host::Statement(test::Store().database(), "DROP TRIGGER fails").Run();
+    };
+    // Counted twice, these would be too many already.
+    const std::span half(messages.data(), fleet::FloodCount::kTooMany / 2);
+    take_and_fail(half);
+    ledger.Take(half, {"stream", 7, 1});
+    EXPECT_EQ(0U, Told().size());
+    take_and_fail(messages);
+    EXPECT_EQ(0U, Told().size());
+    ledger.Take(half, {"stream", 7, 2});
+    EXPECT_EQ(1U, Told().size());
+}
+
+// A word of it that was not stored has taken nothing of what may be told of a host.
+TEST_F(LedgerTest, AGapThatCouldNotBeStoredIsToldOfWhenItComesAgain)
+{
+    fleet::FloodWatch floods;
+    Ledger ledger(test::Store(), &floods);
+    ledger.Take(std::vector{ArrivedOf("a", 1)}, {"stream", 7, 1});
+    host::Statement(test::Store().database(),
+                    "CREATE TRIGGER fails BEFORE INSERT ON fleet_place BEGIN"
+                    " SELECT RAISE(ABORT, 'the disk is full'); END")
+        .Run();
+    const std::vector gap{ArrivedOf("a", 5)};
+    for (int tries = 0; tries < 2 * fleet::FloodCount::kTellAtOnce; ++tries)
+        EXPECT_THROW(ledger.Take(gap, {"stream", 7, 2}), host::StoreError);
+    host::Statement(test::Store().database(), "DROP TRIGGER fails").Run();
+    ledger.Take(gap, {"stream", 7, 2});
+    EXPECT_EQ(1U, Told().size());
+    EXPECT_EQ(3, Host().missing);
+}
+
+// Each bound by the numbers of the alerts themselves, whatever a stranger writes beside them.
+TEST_F(LedgerTest, WhatAMessageSaysOfTheOneBeforeItIsNoMoreThanCanBe)
+{
+    constexpr int64_t kMost = std::numeric_limits<int64_t>::max();
+    Take({ArrivedOf("a", 1),
+          {"uuid-of-a", BodyOf(AlertOfHost("a", 4)), kMost, kMost},
+          {"uuid-of-a", BodyOf(AlertOfHost("a", 9)), kMost, kMost}});
+    EXPECT_EQ(2 + 4, Host().missing);
+    EXPECT_EQ(2 + 4, Host().dropped);
+    EXPECT_EQ(9, Host().last_id);
 }
 
 TEST_F(LedgerTest, AlertsThatAHostDoesNotSendLeaveNoGap)
@@ -195,6 +253,10 @@ TEST_F(LedgerTest, APlaceIsThatOfOneStream)
     EXPECT_EQ(12U, ledger.PlaceIn("stream", 7).sequence);
     EXPECT_EQ(0U, ledger.PlaceIn("stream", 8).sequence); // was made anew
     EXPECT_EQ(0U, ledger.PlaceIn("other", 7).sequence);
+    ledger.Take({}, {"stream", 7, 13, 1795222801000000005});
+    EXPECT_EQ(13U, ledger.PlaceIn("stream", 7).sequence);
+    EXPECT_EQ(1795222801000000005, ledger.PlaceIn("stream", 7).stored_ns);
+    EXPECT_EQ(0, ledger.PlaceIn("stream", 8).stored_ns); // that of another stream says nothing
 }
 
 TEST_F(LedgerTest, AProblemIsKeptWithItsTimeUntilItIsOver)
