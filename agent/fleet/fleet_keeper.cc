@@ -27,7 +27,7 @@ std::string FaultOf(const std::function<void()> &take)
         return "";
     } catch (const host::StoreError &) {
         throw;
-    } catch (const host::Error &error) {
+    } catch (const std::exception &error) {
         return error.what();
     }
 }

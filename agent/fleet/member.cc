@@ -257,8 +257,11 @@ bool Member::WaitForNews()
         if (!bell_->Wait(
                 std::min<Clock::time_point>(status_due_, Clock::now() + kLookAtConnection)))
             continue;
-        if (!offers_.HasBucket()) // it is being made
+        if (!offers_.HasBucket()) { // it is being made
+            bell_->SleepUntil(looks_.Next());
+            looks_.Take(Clock::now());
             return false;
+        }
         if (LookForNews())
             return true;
     }

@@ -77,6 +77,28 @@ bool IsMessage(natsMsg *message)
     return natsMsg_GetReply(message) != nullptr && *natsMsg_GetReply(message) != '\0';
 }
 
+// What the servers say to the question for a message. Neither: nothing that can be read.
+struct PlaceAnswer {
+    bool is_there = false;
+    bool is_gone = false;  // they have none of that number
+    int64_t stored_ns = 0; // since 1970
+};
+
+PlaceAnswer PlaceAnswerIn(natsMsg *answer)
+{
+    using nlohmann::json;
+    const json said =
+        json::parse(std::string_view(natsMsg_GetData(answer),
+                                     static_cast<size_t>(natsMsg_GetDataLength(answer))),
+                    nullptr, false);
+    const auto member = [](const json &of, const char *name) {
+        return of.is_object() && of.contains(name) ? of[name] : json();
+    };
+    const json time = member(member(said, "message"), "time");
+    const int64_t stored_ns = time.is_string() ? NanosecondsIn(time.get<std::string>()) : 0;
+    return {stored_ns != 0, member(said, "error").is_object(), stored_ns};
+}
+
 // Its time was over: the next one may follow at once.
 bool HasEnded(natsMsg *answer)
 {
@@ -201,15 +223,14 @@ std::optional<bool> StreamReader::HaveOther(uint64_t sequence, int64_t stored_ns
         &found, connection_.raw(), ("$JS.API.STREAM.MSG.GET." + stream_).c_str(), question.c_str(),
         connection_.timeout().count());
     const nats::Owned<natsMsg> answer(found);
-    if (status == NATS_TIMEOUT || status == NATS_NO_RESPONDERS)
+    if (status == NATS_NO_RESPONDERS || (status == NATS_TIMEOUT && !connection_.IsRefused()))
         return std::nullopt;
     connection_.Check(status, doing);
-    const std::string_view text(natsMsg_GetData(found),
-                                static_cast<size_t>(natsMsg_GetDataLength(found)));
-    const nlohmann::json message =
-        nlohmann::json::parse(text, nullptr, false).value("message", nlohmann::json());
-    if (message.is_object())
-        return stored_ns != 0 && NanosecondsIn(message.value("time", "")) != stored_ns;
+    const PlaceAnswer said = PlaceAnswerIn(found);
+    if (said.is_there)
+        return stored_ns != 0 && said.stored_ns != stored_ns;
+    if (!said.is_gone)
+        return std::nullopt;
     jsStreamInfo *told = nullptr;
     jsErrCode code{};
     connection_.Check(
@@ -223,6 +244,7 @@ void StreamReader::LookAtPlace()
 {
     if (sequence_ == 0 || steady_clock::now() - place_seen_at_ < kLookAtPlace)
         return;
+    connection_.Flush(); // and tells when what was confirmed is refused
     const std::optional<bool> have_other = HaveOther(sequence_, sequence_stored_ns_);
     if (have_other.value_or(false))
         throw host::Error("cannot go on in the stream " + stream_,
@@ -322,6 +344,14 @@ void StreamReader::Fetch()
         if (status == NATS_TIMEOUT) {
             if (steady_clock::now() - asked_at_ > kAnswerComes)
                 asked_for_ = 0;
+            return;
+        }
+        // While the servers elect another one to lead, nobody is there to answer: they are asked again. How long that may
+        // last is said by the look after a silence.
+        if (status == NATS_NO_RESPONDERS) {
+            asked_for_ = 0;
+            if (messages_.empty())
+                std::this_thread::sleep_for(kPause);
             return;
         }
         connection_.Check(status, "read the stream " + stream_);

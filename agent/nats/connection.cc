@@ -70,24 +70,20 @@ std::string NextStep(natsStatus status, const Access &access)
 {
     if (status == NATS_CONNECTION_AUTH_FAILED)
         return "see whether the servers let in whom the credentials, the user with its password, "
-               "or the "
-               "token stand for, and whether that is over";
+               "or the token stand for, and whether that is over";
     if (status == NATS_SSL_ERROR)
         return "see whether ca-file= is of the authority that has signed the server's certificate, "
-               "and "
-               "whether that certificate is for this name and still good";
+               "and whether that certificate is for this name and still good";
     if (status == NATS_SECURE_CONNECTION_WANTED)
         return "have all servers encrypt (tls in their configuration); nats:// without ca-file= "
-               "and "
-               "cert= does without it";
+               "and cert= does without it";
     if (status == NATS_SECURE_CONNECTION_REQUIRED)
         return "use tls:// with it";
     if (status == NATS_ERR && !access.credentials.empty())
         return "see whether that is a file of credentials";
     if (access.encrypted && WasClosed(status))
         return "see what the server logs: it may want another certificate of this host, which "
-               "cert= and "
-               "key= name";
+               "cert= and key= name";
     return kLookAtServers;
 }
 
@@ -138,6 +134,13 @@ std::string Connection::Refused() const
     return last == NATS_NOT_PERMITTED && text != nullptr ? text : "";
 }
 
+// The library keeps the last refusal for as long as the connection lasts.
+bool Connection::IsRefused() const
+{
+    const std::string refused = Refused();
+    return !refused.empty() && refused != refused_before_;
+}
+
 void Connection::TellOfRefusal(const std::string &doing, const std::string &refused) const
 {
     throw host::Error("cannot " + doing + " at " + servers_,
@@ -146,10 +149,12 @@ void Connection::TellOfRefusal(const std::string &doing, const std::string &refu
 
 void Connection::Check(natsStatus status, const std::string &doing, int code) const
 {
-    if (status == NATS_OK)
+    if (status == NATS_OK) {
+        refused_before_ = Refused();
         return;
-    if (const std::string refused = Refused(); status == NATS_TIMEOUT && !refused.empty())
-        TellOfRefusal(doing, refused);
+    }
+    if (status == NATS_TIMEOUT && IsRefused())
+        TellOfRefusal(doing, Refused());
     throw host::Error("cannot " + doing + " at " + servers_, Why(status, code), kLookAtServers);
 }
 

@@ -46,7 +46,6 @@ struct Giver {
     void operator()(jsPubAck *answer) const { jsPubAck_Destroy(answer); }
     void operator()(jsStreamInfo *info) const { jsStreamInfo_Destroy(info); }
     void operator()(jsConsumerInfo *info) const { jsConsumerInfo_Destroy(info); }
-    void operator()(jsMsgMetaData *data) const { jsMsgMetaData_Destroy(data); }
     void operator()(natsSubscription *subscription) const
     {
         natsSubscription_Destroy(subscription);
@@ -76,7 +75,10 @@ class Connection {
     // what this client wanted to hear.
     void Flush() const;
 
-    // Throws host::Error unless the call went well: "cannot DO: WHY; ...". `code` is what JetStream said, 0: nothing.
+    // The server has said, since the last call that went well, that this client may not do something.
+    [[nodiscard]] bool IsRefused() const;
+    // Throws host::Error unless the call went well: "cannot DO: WHY; ...". `code` is what JetStream said, 0: nothing. A
+    // request that nobody has answered is explained by what the server has refused since the last call that went well.
     void Check(natsStatus status, const std::string &doing, int code = 0) const;
     // Why a call has failed, in words.
     [[nodiscard]] static std::string Why(natsStatus status, int code = 0);
@@ -88,6 +90,7 @@ class Connection {
 
     std::string servers_;
     std::chrono::milliseconds timeout_;
+    mutable std::string refused_before_; // when a call went well for the last time
     Owned<natsConnection> connection_;
     Owned<jsCtx> stream_; // goes before its connection
 };

@@ -322,6 +322,26 @@ class OneServer(Rules):
         self.assertLessEqual(said, 20 + seconds + 1)
         self.assertEqual(["number 400"], member.lab.json("event", "show", "DISK", "1")["event"]["keywords"])
 
+    def test_while_there_is_no_bucket_a_host_asks_for_it_at_its_pace(self):
+        member = fleet.Member(self.servers, "web", every=3600)
+        self.addCleanup(member.lab.close)
+        member.daemon.start()
+        server = self.servers.all[0]
+        asked = lambda: server.ask("/jsz")["api"]["total"]
+        self.lab.wait_until("it has asked for the bucket", lambda: asked() > 0)
+        client = self.client()
+        before = asked()
+        began = time.monotonic()
+        for _ in range(400):
+            client.publish("$KV.syslogmon-rules.web.all", "{}")
+            time.sleep(0.005)
+        seconds = time.monotonic() - began
+        looks = asked() - before
+        print(f"{looks} questions for 400 messages in {seconds:.1f} s")
+        self.assertGreater(looks, 1)
+        # Twenty at once, and then one in a second; one more begins the next second.
+        self.assertLessEqual(looks, 20 + seconds + 1)
+
 
 class ThreeServers(Rules):
     servers_count = 3
