@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "agent/fleet/whole_number.h"
 #include "agent/host/error.h"
 #include "agent/sinks/nats_options.h"
 #include "agent/text/split.h"
@@ -29,6 +30,11 @@ bool MayBeInName(unsigned char c)
 {
     throw host::Error("cannot use what the group " + group + " has", cause,
                       "put its files there again with syslogmon fleet apply");
+}
+
+[[noreturn]] void RefuseForm(const std::string &group)
+{
+    RefuseValue(group, "it is not of the form that syslogmon fleet apply writes");
 }
 
 void Check(const std::string &group, const GroupFiles &parsed)
@@ -76,10 +82,14 @@ GroupFiles ParseGroup(const std::string &group, const std::string &value)
             parsed.files.push_back(
                 {file.at("name").get<std::string>(), file.at("text").get<std::string>()});
         parsed.author = object.value("author", "");
-        parsed.made_ms = object.value("made_ms", int64_t{0});
-        parsed.below = object.value("below", kAllNumbers);
+        const auto made_ms = WholeNumberIn(object, "made_ms", 0);
+        const auto below = WholeNumberIn(object, "below", int64_t{kAllNumbers});
+        if (!made_ms || !below || *below < 0)
+            RefuseForm(group);
+        parsed.made_ms = *made_ms;
+        parsed.below = static_cast<uint64_t>(*below);
     } catch (const json::exception &) {
-        RefuseValue(group, "it is not of the form that syslogmon fleet apply writes");
+        RefuseForm(group);
     }
     Check(group, parsed);
     return parsed;

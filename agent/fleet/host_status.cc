@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "agent/fleet/whole_number.h"
 #include "agent/host/error.h"
 #include "agent/text/duration.h"
 
@@ -39,6 +40,28 @@ std::vector<std::string> SomeOf(const std::vector<std::string> &names)
     if (names.size() > kMaxLocal)
         some.push_back("and " + std::to_string(names.size() - kMaxLocal) + " more");
     return some;
+}
+
+[[noreturn]] void RefuseStatus()
+{
+    throw host::Error("cannot use what a host says of itself", "it is of another form",
+                      "have the same version of syslogmon on all hosts");
+}
+
+int64_t NumberIn(const json &object, const char *name, int64_t otherwise)
+{
+    const auto number = WholeNumberIn(object, name, otherwise);
+    if (!number)
+        RefuseStatus();
+    return *number;
+}
+
+uint64_t RevisionIn(const json &group, const char *name)
+{
+    const int64_t revision = NumberIn(group, name, -1); // each group has one
+    if (revision < 0)
+        RefuseStatus();
+    return static_cast<uint64_t>(revision);
 }
 
 int RankOf(const HostStatus &status, int64_t now_ms)
@@ -81,20 +104,18 @@ HostStatus ParseStatus(const std::string &text)
         status.host = object.at("host").get<std::string>();
         status.version = object.value("version", "");
         for (const auto &[name, group] : object.at("groups").items())
-            status.groups.push_back({name, group.at("revision").get<uint64_t>(),
-                                     group.at("newest").get<uint64_t>(),
-                                     group.value("canary", false)});
+            status.groups.push_back({name, RevisionIn(group, "revision"),
+                                     RevisionIn(group, "newest"), group.value("canary", false)});
         status.error = object.value("error", "");
         status.local = object.value("local", std::vector<std::string>());
         status.monitor = object.value("monitor", "");
-        status.last_pass_ms = object.value("last_pass_ms", int64_t{0});
-        status.behind_bytes = object.value("behind_bytes", int64_t{0});
-        status.alerts_a_minute = object.value("alerts_a_minute", int64_t{0});
-        status.every_s = std::clamp<int64_t>(object.value("every_s", int64_t{60}), 1, kMaxEvery);
+        status.last_pass_ms = NumberIn(object, "last_pass_ms", 0);
+        status.behind_bytes = NumberIn(object, "behind_bytes", 0);
+        status.alerts_a_minute = NumberIn(object, "alerts_a_minute", 0);
+        status.every_s = std::clamp<int64_t>(NumberIn(object, "every_s", 60), 1, kMaxEvery);
         return status;
     } catch (const json::exception &) {
-        throw host::Error("cannot use what a host says of itself", "it is of another form",
-                          "have the same version of syslogmon on all hosts");
+        RefuseStatus();
     }
 }
 

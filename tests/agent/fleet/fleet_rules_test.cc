@@ -237,7 +237,10 @@ TEST(GroupFiles, OfAnotherFormAreRefused)
 {
     for (const std::string value :
          {"", "x", "[]", "{}", R"({"files": []})", R"({"files": [{"name": "a"}]})",
-          R"({"files": [{"name": 1, "text": ""}]})", R"({"files": [{"name": "a", "text": ""}],)"})
+          R"({"files": [{"name": 1, "text": ""}]})", R"({"files": [{"name": "a", "text": ""}],)",
+          R"({"files": [{"name": "a", "text": ""}], "made_ms": 1e300})",
+          R"({"files": [{"name": "a", "text": ""}], "below": 1e300})",
+          R"({"files": [{"name": "a", "text": ""}], "below": -1})"})
         EXPECT_NE(std::string::npos,
                   test::ErrorOf([&] { fleet::ParseGroup("web", value); }).find("the group web"))
             << value;

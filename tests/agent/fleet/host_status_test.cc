@@ -49,7 +49,7 @@ TEST(HostStatus, FitsIntoItsPlaceHoweverMuchThereIsToSay)
     HostStatus host = Host(std::string(1000, '\1'));
     host.error = host.monitor = std::string(100000, '\1');
     host.local.assign(1000, std::string(255, '\xFF'));
-    host.groups.assign(16, {std::string(64, 'g'), UINT64_MAX, UINT64_MAX, false});
+    host.groups.assign(16, {std::string(64, 'g'), INT64_MAX, INT64_MAX, false});
     for (char &c : host.groups[3].name)
         c = 'h';
     const std::string text = fleet::FormatStatus(host);
@@ -62,6 +62,19 @@ TEST(HostStatus, OfAnotherFormIsRefused)
     for (const std::string text : {"", "[]", "{}", R"({"host": 1, "groups": {}})",
                                    R"({"host": "a", "groups": {"web": {"revision": "x"}}})"})
         EXPECT_NE("no error", test::ErrorOf([&] { fleet::ParseStatus(text); })) << text;
+    const auto error_of = [](const std::string &revision, const std::string &every) {
+        return test::ErrorOf([&] {
+            fleet::ParseStatus(R"({"host": "a", "every_s": )" + every +
+                               R"(, "groups": {"web": {"newest": 1, "revision": )" + revision +
+                               "}}}");
+        });
+    };
+    EXPECT_EQ("no error", error_of("1", "60"));
+    for (const char *number : {"1e300", "1.5", "18446744073709551615", "null", "true", "[]"}) {
+        EXPECT_NE("no error", error_of(number, "60")) << number;
+        EXPECT_NE("no error", error_of("1", number)) << number;
+    }
+    EXPECT_NE("no error", error_of("-1", "60"));
 }
 
 TEST(HostStatus, AHostIsSilentWhenItHasMissedTwoOfItsTimes)
