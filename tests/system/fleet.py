@@ -3,6 +3,7 @@ import contextlib
 import ctypes
 import itertools
 import json
+import math
 import os
 import shutil
 import signal
@@ -154,18 +155,17 @@ class Servers:
         self.wait_healthy()
 
     def wait_healthy(self):
-        """Until another one of them may be lost: as long as they get on, however slow the machine is. That takes a while when
-        two were wiped one soon after the other: the first of them, should it lead now, has nothing to give the second until
-        it writes a snapshot. It does so for what the cluster has each minute, and of a stream that is at rest for longer than
-        can be waited for. How far readers are comes even later, and is not waited for: the collector's store knows it."""
+        """Until another one of them may be lost: as long as those that are behind come nearer, however slow the machine is and
+        whatever is sent meanwhile. That takes a while when two were wiped one soon after the other: the first of them, should
+        it lead now, has nothing to give the second until it writes a snapshot. It does so for what the cluster has each
+        minute, and of a stream that is at rest for longer than can be waited for. How far readers are comes even later, and is
+        not waited for: the collector's store knows it."""
         led_since = moved_at = time.monotonic()
-        most = -1
-        while not self.are_well():
+        fewest = math.inf
+        while (missing := self.missing()) > 0 or not self.are_healthy():
             now = time.monotonic()
-            # What they have together, with the last number of each stream on each of them.
-            total = sum(stream["state"]["last_seq"] for server in self.all for stream in server.streams().values())
-            if total > most:
-                most, moved_at = total, now
+            if missing < fewest:
+                fewest, moved_at = missing, now
             if now - moved_at > 4 * lab.PATIENCE:
                 raise AssertionError(f"the servers are not well, and do not get on: {self.account()}")
             if now - led_since > LEADS_FOR:
@@ -192,17 +192,18 @@ class Servers:
                     client.publish(f"$JS.API.STREAM.LEADER.STEPDOWN.{name}", "")
             client.close()
 
-    def are_well(self):
-        """Each has all messages of all that is kept on all of them."""
-        if not all(server.is_healthy() for server in self.all):
-            return False
+    def are_healthy(self):
+        return all(server.is_healthy() for server in self.all)
+
+    def missing(self):
+        """How many messages those that are behind lack of what is kept on all of them, and of what one has now."""
         wanted = {}
         for server in self.all:
             for name, stream in server.streams().items():
                 if stream["config"]["num_replicas"] == self.replicas:
                     wanted[name] = max(wanted.get(name, 0), stream["state"]["last_seq"])
         had = [server.streams() for server in self.all]
-        return all(name in streams and streams[name]["state"]["last_seq"] >= last
+        return sum(max(0, last - (streams[name]["state"]["last_seq"] if name in streams else 0))
                    for name, last in wanted.items() for streams in had)
 
     @property

@@ -6,6 +6,7 @@ import signal
 import threading
 import time
 import unittest
+import unittest.mock
 
 import fleet
 import lab
@@ -50,6 +51,46 @@ class Fleet(lab.LabTest):
             self.assertEqual(host.ledger(), self.centre.ledger(host))
         self.assertEqual(total, self.centre.collected())
         self.assertEqual([], self.centre.lab.own_alerts("fleet"))
+
+
+class NoServer:
+    """Has so many messages at each question, and the last number of them from then on."""
+
+    def __init__(self, *numbers):
+        self.name = "none"
+        self._numbers = list(numbers)
+
+    def is_healthy(self):
+        return True
+
+    def streams(self):
+        last = self._numbers.pop(0) if len(self._numbers) > 1 else self._numbers[0]
+        return {"s": {"config": {"num_replicas": 2}, "state": {"last_seq": last}, "cluster": {}}}
+
+
+class Waiting(unittest.TestCase):
+    """For servers that are well again, while others send to them."""
+
+    @staticmethod
+    def wait_for(*servers):
+        """Returns after how many seconds; each look takes one. So many at most."""
+        waited = fleet.Servers.__new__(fleet.Servers)
+        waited.all = servers
+        waited.change_leaders = lambda: None
+        seconds = iter(range(20 * lab.PATIENCE))
+        clock = unittest.mock.Mock(monotonic=lambda: next(seconds))
+        with unittest.mock.patch.object(fleet, "time", clock):
+            waited.wait_healthy()
+        return next(seconds)
+
+    def test_lasts_as_long_as_one_comes_nearer(self):
+        sent = range(1000, 3000, 2)
+        self.assertGreater(self.wait_for(NoServer(*sent), NoServer(*range(0, 3000, 3))), 4 * lab.PATIENCE)
+
+    def test_ends_when_one_stays_behind_however_much_is_sent(self):
+        for behind in ([0], range(0, 100_000)):
+            with self.assertRaisesRegex(AssertionError, "do not get on"):
+                self.wait_for(NoServer(*range(1000, 101_000)), NoServer(*behind))
 
 
 class OneServer(Fleet):
