@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <ctime>
 
-#include "agent/events/expressions.h"
 #include "agent/fleet/group_files.h"
 #include "agent/fleet/permitted.h"
 #include "agent/host/error.h"
@@ -92,33 +91,6 @@ void WriteGroups(host::Database &database, const std::vector<GroupState> &groups
                  static_cast<int64_t>(group.is_canary), group.value);
 }
 
-// Of what comes over the network, no keyword takes the library's time and memory without a bound: 0.1 s for a line of
-// 3,300 characters at this size, where "((a{1,30}){1,30}){1,30}" takes all that there is, just to be compiled.
-constexpr size_t kMostWrittenOut = 1000;
-
-std::vector<text::Issue> CostlyExpressions(const std::vector<rules::Rule> &all)
-{
-    std::vector<text::Issue> issues;
-    for (const rules::Rule &rule : all) {
-        for (size_t k = 0; k < rule.event.keywords.size(); ++k) {
-            const std::string &keyword = rule.event.keywords[k];
-            const size_t size = events::WrittenOut(keyword);
-            if (size <= kMostWrittenOut)
-                continue;
-            issues.push_back(
-                {rule.keywords_at[k],
-                 host::Error("cannot use the keyword " + text::Shown(keyword) + " of event " +
-                                 rules::FormatEventKey(rule.event.key),
-                             "its repeats stand for more than " + std::to_string(kMostWrittenOut) +
-                                 " characters, which can take the monitor of a "
-                                 "fault-tolerant server all its time",
-                             "use fewer or smaller repeats")
-                     .what()});
-        }
-    }
-    return issues;
-}
-
 rules::RulesChange Compare(host::Store &store, host::RegistryTree &registry, const Offered &offered)
 {
     rules::SectionOptions options{false, time(nullptr), kAuthor, ReadOwners(store)};
@@ -126,10 +98,6 @@ rules::RulesChange Compare(host::Store &store, host::RegistryTree &registry, con
     rules::RulesChange change = rules::CompareHost(store, registry, offered.parsed, options);
     const rules::EventChecks checks{rules::SettingBehind({}, registry, "log-charset"),
                                     settings::IsFaultTolerant(registry)};
-    // First: the other checks compile them.
-    if (const auto issues = CostlyExpressions(offered.parsed.rules);
-        checks.is_fault_tolerant && !issues.empty())
-        Refuse(offered, issues);
     rules::CheckEvents(offered.parsed.rules, checks, &change);
     if (const auto issues = change.Issues(); !issues.empty())
         Refuse(offered, issues);

@@ -1,7 +1,8 @@
 // What a file may have that comes over the network: whoever can write to the servers runs no program on this host by
 // it, and has no file read or written.
 //
-//   events    all of one; its policy has texts, numbers and expressions alone
+//   events    all of one; its policy has texts, numbers and expressions alone. What a keyword takes, where it is an
+//             expression, is bounded
 //   silences  all of one
 //   settings  those that are numbers of time: see kFleetSettings
 //
@@ -19,7 +20,8 @@ namespace fleet {
 // Each other one is refused, and one that is added to the settings some day is until it stands here.
 extern const std::vector<std::string> kFleetSettings;
 
-// An issue for each section and each setting that a file of the fleet must not have, at its place.
+// An issue for each section, each setting and each keyword that a file of the fleet must not have, at its place, in their
+// order.
 std::vector<text::Issue> NotPermitted(const rules::ParsedRules &parsed);
 
 } // namespace fleet

@@ -138,7 +138,8 @@ class OneServer(Rules):
         self.add_members(1)
         self.apply(self.file(DISK), "--wait")
         before = self.revision()
-        for more, place in (("- {source: FAN}\n", ":3:"), ("sinks: []\n", ":3:8"),
+        for more, place in (("- {source: FAN}\n", ":3:"), ("- {source: A, id: 1, keywords: ['((a{1,30}){1,30}){1,30}']}\n", ":3:"),
+                            ("sinks: []\n", ":3:8"),
                             ("settings: {web: '127.0.0.1:1'}\n", ":3:12"), ("- [", ":")):
             said = self.refused("fleet", "apply", self.file(DISK, more), "--group", "web")
             self.assertIn(f"web.yaml{place}", said)
