@@ -61,6 +61,12 @@ int EndCollecting(Context &context)
     return kExitDone;
 }
 
+// Without the part.
+std::string NameIn(const fleet::StreamPlace &place)
+{
+    return place.stream.substr(0, place.stream.find(' '));
+}
+
 json ToJson(const fleet::HostRow &host)
 {
     return {{"host", host.name},       {"uuid", host.uuid},        {"alerts", host.alerts},
@@ -92,7 +98,7 @@ int ShowCollecting(Context &context)
         for (const fleet::HostRow &host : hosts)
             list.push_back(ToJson(host));
         PrintJson({{"collects", config ? json(config->options) : json(nullptr)},
-                   {"stream", state.place.stream},
+                   {"stream", NameIn(state.place)},
                    {"sequence", state.place.sequence},
                    {"problem", state.problem.empty() ? json(nullptr) : json(state.problem)},
                    {"hosts", list}});

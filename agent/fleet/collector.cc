@@ -83,6 +83,11 @@ bool Part::Has(const std::string &uuid) const
     return strtoul(uuid.substr(0, 8).c_str(), nullptr, 16) % of_ == number_ - 1;
 }
 
+std::string Part::PlaceIn(const std::string &stream) const
+{
+    return of_ == 1 ? stream : stream + " " + std::to_string(number_) + "/" + std::to_string(of_);
+}
+
 Collector::Collector(CollectorOptions options)
     : options_(std::move(options)), part_(options_.config.Get("part")), backoff_(options_.pauses)
 {
@@ -133,7 +138,9 @@ void Collector::Collect()
     secrets_ = {};
     StreamReader reader(sinks::AccessOf(options_.config, secrets_), options_.config,
                         "syslogmon-" + store_->uuid());
-    StreamPlace place = ledger.PlaceIn(options_.config.Get("stream"), reader.created());
+    // With other hosts than before it begins anew: what it has of them is known.
+    StreamPlace place =
+        ledger.PlaceIn(part_.PlaceIn(options_.config.Get("stream")), reader.created());
     reader.BeginBehind(place);
     if (!problem_.empty())
         TRACE(TRACE_NOTABLE, "The alerts of all hosts are collected again.");

@@ -46,6 +46,8 @@ class Part {
     // "1/3", or empty: all of them.
     explicit Part(const std::string &text);
     [[nodiscard]] bool Has(const std::string &uuid) const;
+    // What the place is kept under: see StreamPlace.
+    [[nodiscard]] std::string PlaceIn(const std::string &stream) const;
 
   private:
     uint32_t number_ = 1;

@@ -43,9 +43,10 @@ struct HostRow {
     int64_t heard_ms = 0;
 };
 
-// How far a stream was taken. Another stream of its name, made later, has another beginning of its numbers.
+// How far a stream was taken. Another stream of its name, made later, has another beginning of its numbers. And who took
+// the alerts of some hosts alone was nowhere with those of the others.
 struct StreamPlace {
-    std::string stream;
+    std::string stream;  // its name; when a part was taken, also which: "NAME 1/3"
     int64_t created = 0; // nanoseconds since 1970
     uint64_t sequence = 0;
     int64_t stored_ns = 0; // when the servers stored that message, since 1970; 0: not known

@@ -1,5 +1,6 @@
 """Alerts of several hosts reach one store over real servers, each once and in each host's order, whatever is killed."""
 import datetime
+import json
 import os
 import shutil
 import signal
@@ -363,6 +364,70 @@ class Guarded(Fleet):
         told = [said for said in self.centre.lab.own_alerts("fleet") if "floods the fleet" in said]
         self.assertEqual(1, len(told), told)
         self.assertIn(flooder.uuid(), told[0])
+
+
+class Shared(Fleet):
+    """Two collectors share the work, each with an account of its own."""
+
+    def setUp(self):
+        lab.LabTest.setUp(self)
+        self.accounts = fleet.Accounts(self.lab.folder / "secrets")
+        self.servers = fleet.Servers(self.lab)
+        self.centres = []
+        for name, part in (("collector", "1/2"), ("collector2", "2/2")):
+            self.centres.append(fleet.Centre(self.servers, part=part, **self.accounts.account(name)))
+            self.addCleanup(self.centres[-1].lab.close)
+        # By the first digits of its UUID a host is one's or the other one's.
+        self.hosts = [f"0000000{number}-1b2c-4d3e-8f90-0123456789ab" for number in range(4)]
+        for number in range(len(self.hosts)):
+            self.accounts.account(f"host{number}")
+        self.accounts.give(self.servers, ",".join(centre.uuid() for centre in self.centres),
+                           *(f"host{number}={uuid}" for number, uuid in enumerate(self.hosts)))
+        self.servers.start()
+        for centre in self.centres:
+            centre.daemon.start()
+        self.clients = [fleet.Stranger(self.servers.all[0], f"host{number}", self.accounts.password(f"host{number}"))
+                        for number in range(4)]
+        for client in self.clients:
+            self.addCleanup(client.close)
+        self.lab.wait_until("the stream is there", self.servers.stream)
+
+    def send(self, *numbers):
+        """Alerts of these numbers, of each host."""
+        for client, host in zip(self.clients, self.hosts):
+            for number in numbers:
+                alert = {"key": f"{host}/{number}", "id": number, "time": "2026-11-22T10:00:00.000Z", "host": host,
+                         "log": "Application", "source": "A", "event_id": "1", "count": 1, "message": "text"}
+                self.assertEqual([], client.publish(f"syslogmon.alerts.{host}", json.dumps(alert)))
+
+    @staticmethod
+    def keys(centre):
+        return [key for key, in fleet.sqlite(centre.lab, "SELECT origin FROM alert WHERE origin <> '' ORDER BY id")]
+
+    def wait_for(self, centre, hosts, last):
+        """It has all up to this number of these hosts, each once and in each host's order, and nothing else."""
+        wanted = {f"{host}/{number}" for host in hosts for number in range(1, last + 1)}
+        self.lab.wait_until("all are collected", lambda: set(self.keys(centre)) >= wanted)
+        had = self.keys(centre)
+        self.assertEqual(sorted(wanted), sorted(had))
+        for host in hosts:
+            self.assertEqual([f"{host}/{number}" for number in range(1, last + 1)],
+                             [key for key in had if key.startswith(host)])
+
+    def test_each_collects_the_alerts_of_its_own_hosts_and_with_another_part_also_what_the_other_one_had(self):
+        first, second = self.centres
+        self.send(1, 2)
+        self.wait_for(first, self.hosts[0::2], 2)
+        self.wait_for(second, self.hosts[1::2], 2)
+        # The second one goes; the first one has all from now on, and all that the stream still has.
+        second.daemon.stop()
+        account = self.accounts.account("collector")
+        first.lab.command("collect", f"servers={self.servers.urls}", f"user={account['user']}",
+                          f"password-file={account['password_file']}", "timeout=2")
+        self.send(3)
+        self.wait_for(first, self.hosts, 3)
+        self.assertEqual("syslogmon-alerts", first.collect()["stream"])
+        self.assertEqual([], first.lab.own_alerts("fleet"))
 
 
 # A server of three that was wiped is now and then not well again for minutes, so this is for the long check.

@@ -1,4 +1,5 @@
 // A reader of the stream, over servers that do not answer as they should.
+#include <algorithm>
 #include <atomic>
 
 #include <gtest/gtest.h>
@@ -138,6 +139,23 @@ TEST_F(StreamReaderTest, AConfirmationThatIsNotAllowedIsToldSoon)
     const std::string error = test::ErrorOf([&] { Next(); });
     EXPECT_NE(std::string::npos, error.find("do not allow it")) << error;
     EXPECT_NE(std::string::npos, error.find("$JS.ACK")) << error;
+}
+
+TEST(Part, EachHostIsInExactlyOneOfAll)
+{
+    const std::vector<fleet::Part> parts{fleet::Part("1/3"), fleet::Part("2/3"),
+                                         fleet::Part("3/3")};
+    for (uint32_t number = 0; number < 300; ++number) {
+        char uuid[48];
+        snprintf(uuid, sizeof uuid, "%08x-1b2c-4d3e-8f90-0123456789ab", number * 2654435761U);
+        EXPECT_EQ(1, std::ranges::count_if(parts, [&](auto &part) { return part.Has(uuid); }));
+        EXPECT_TRUE(fleet::Part("").Has(uuid));
+    }
+    // A stranger's is one, too.
+    EXPECT_EQ(1, std::ranges::count_if(parts, [](auto &part) { return part.Has("none"); }));
+    EXPECT_EQ("s", fleet::Part("").PlaceIn("s"));
+    EXPECT_EQ("s", fleet::Part("1/1").PlaceIn("s"));
+    EXPECT_EQ("s 2/3", parts[1].PlaceIn("s"));
 }
 
 } // namespace
