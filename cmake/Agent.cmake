@@ -140,7 +140,7 @@ add_agent_folder(cli UNHURRIED WITH_JSON alert_commands.cc author.cc backup_comm
     hour_of.cc input_commands.cc line_trial.cc matched_line.cc metrics_commands.cc option_word.cc output.cc
     progress_bar.cc reg_file_commands.cc registry_commands.cc rendered_log.cc report_commands.cc rsyslog_config.cc rule_tests.cc rules_commands.cc rules_output.cc
     scan_commands.cc setting_commands.cc silence_commands.cc since.cc sink_commands.cc status_commands.cc table.cc tally.cc
-    temporary_folder.cc test_commands.cc text_input.cc top_commands.cc top_view.cc trace_commands.cc trial.cc trial_clock.cc trial_input.cc
+    temporary_folder.cc test_commands.cc text_input.cc top_commands.cc top_reason.cc top_view.cc trace_commands.cc trial.cc trial_clock.cc trial_input.cc
     undelivered_commands.cc collect_commands.cc fleet_commands.cc fleet_rules_commands.cc fleet_servers.cc)
 target_link_libraries(agent_cli PUBLIC agent_commandline agent_fleet agent_inputs agent_logs agent_metrics agent_regfile agent_report agent_rules
                       agent_settings agent_sinks agent_status)

@@ -229,24 +229,24 @@ std::vector<Alert> FindAlerts(host::Database &database, const AlertFilter &filte
     return AlertsOf(select);
 }
 
-std::vector<Alert> FindNewest(host::Database &database, const AlertFilter &filter, int64_t before,
+std::vector<Alert> FindNewest(host::Database &database, const AlertFilter &filter, IdsBetween ids,
                               int64_t limit)
 {
     host::Statement select(database, ("SELECT id," + kColumns + "FROM alert WHERE" + kMeetsFilter +
-                                      "AND id < ?9 ORDER BY id DESC LIMIT ?10")
+                                      "AND id > ?9 AND id < ?10 ORDER BY id DESC LIMIT ?11")
                                          .c_str());
-    StartSearch(&select, filter, before, limit);
+    StartSearch(&select, filter, ids.above, ids.below, limit);
     return AlertsOf(select);
 }
 
 std::optional<Alert> FindNewestOf(host::Database &database, const std::string &source,
-                                  uint32_t event_id)
+                                  uint32_t event_id, int64_t after)
 {
     host::Statement select(database, ("SELECT id," + kColumns +
-                                      "FROM alert WHERE event_id = ? AND source = ?"
+                                      "FROM alert WHERE event_id = ? AND source = ? AND id > ?"
                                       " ORDER BY id DESC LIMIT 1")
                                          .c_str());
-    select.Start(event_id, source);
+    select.Start(event_id, source, after);
     auto found = AlertsOf(select);
     if (found.empty())
         return std::nullopt;

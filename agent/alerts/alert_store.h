@@ -113,13 +113,19 @@ struct AlertFilter {
 std::vector<Alert> FindAlerts(host::Database &database, const AlertFilter &filter, int64_t after,
                               int64_t limit);
 
-// The same of those with an id below `before`, newest first.
-std::vector<Alert> FindNewest(host::Database &database, const AlertFilter &filter, int64_t before,
+// Ids between two others: what has an id outside of them is not looked at.
+struct IdsBetween {
+    int64_t above = 0;
+    int64_t below = INT64_MAX;
+};
+
+// The same of those with such an id, newest first.
+std::vector<Alert> FindNewest(host::Database &database, const AlertFilter &filter, IdsBetween ids,
                               int64_t limit);
 
-// The newest of one event; none: it has none.
+// The newest of one event among those with an id above `after`; none: it has none there.
 std::optional<Alert> FindNewestOf(host::Database &database, const std::string &source,
-                                  uint32_t event_id);
+                                  uint32_t event_id, int64_t after);
 
 // The id behind which exactly the newest `count` of them stand; 0 when there are no more than that.
 int64_t BeforeNewest(host::Database &database, const AlertFilter &filter, int64_t count);

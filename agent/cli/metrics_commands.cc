@@ -3,6 +3,7 @@
 
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
+#include "agent/host/error.h"
 #include "agent/metrics/metrics_text.h"
 #include "agent/metrics/overview.h"
 #include "agent/status/daemon_lock.h"
@@ -18,6 +19,10 @@ struct MetricsOptions {
 
 int ShowMetrics(Context &context, const MetricsOptions &options)
 {
+    if (context.json)
+        throw host::Error(
+            "cannot print the metrics as JSON", "they are in the text format of Prometheus",
+            "leave --json out; the page of syslogmon set web has the counters as JSON");
     context.OpenToRead();
     const std::string text =
         metrics::MetricsText(metrics::Look(context.Host().registry(), context.layout,

@@ -7,6 +7,7 @@
 #include <cwchar>
 #include <string_view>
 #include <unistd.h>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -102,12 +103,16 @@ void PrintError(const std::string &text)
     fprintf(stderr, "syslogmon: %s\n", text::Printable(text).c_str());
 }
 
-void PrintJson(nlohmann::json object)
+std::string JsonText(nlohmann::json object)
 {
     object["version"] = kJsonVersion;
     // Log lines may hold bytes that are no UTF-8; JSON text may not.
-    const std::string text = object.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
-    printf("%s\n", text.c_str());
+    return object.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+}
+
+void PrintJson(nlohmann::json object)
+{
+    fputs(JsonText(std::move(object)).c_str(), stdout);
 }
 
 } // namespace cli

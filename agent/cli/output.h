@@ -22,8 +22,10 @@ void PrintValue(const std::string &text);
 // "syslogmon: " and the text, on standard error.
 void PrintError(const std::string &text);
 
-// Prints an object, with the version of its shape in it, on several lines and with a line end.
+// An object as text, with the version of its shape in it, on several lines and with a line end.
 // Bytes that are no UTF-8 are replaced, so the text can always be parsed.
+std::string JsonText(nlohmann::json object);
+// Prints that.
 void PrintJson(nlohmann::json object);
 
 // Is standard output a terminal? What else is done for people, such as colours, hangs on it as

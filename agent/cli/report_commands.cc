@@ -2,7 +2,10 @@
 #include <cstdio>
 #include <ctime>
 
+#include <nlohmann/json.hpp>
+
 #include "agent/cli/command.h"
+#include "agent/cli/output.h"
 #include "agent/cli/since.h"
 #include "agent/report/report.h"
 #include "agent/text/whole_file.h"
@@ -19,6 +22,28 @@ struct ReportOptions {
     std::string svg_folder;
 };
 
+nlohmann::json ToJson(const std::vector<report::Bar> &bars)
+{
+    nlohmann::json list = nlohmann::json::array();
+    for (const report::Bar &bar : bars)
+        list.push_back({{"name", bar.name}, {"hits", bar.value}});
+    return list;
+}
+
+// The numbers of the page; its alerts are those of the command `alerts`.
+nlohmann::json ToJson(const report::Report &report)
+{
+    return {{"since_ms", report.since_ms},
+            {"until_ms", report.until_ms},
+            {"hits", report.hits},
+            {"alerts", report.alerts},
+            {"held_back", report.held_back},
+            {"lines", report.lines},
+            {"events", ToJson(report.events)},
+            {"hosts", ToJson(report.hosts)},
+            {"hours", report.hours}};
+}
+
 int MakeReport(Context &context, const ReportOptions &options)
 {
     const time_t now = time(nullptr);
@@ -28,10 +53,11 @@ int MakeReport(Context &context, const ReportOptions &options)
         report::Collect(context.Host().store(), since_ms, int64_t{now} * kMsOfSecond);
     if (!options.svg_folder.empty())
         WritePlots(report, options.svg_folder);
+    const std::string page = context.json ? JsonText(ToJson(report)) : report::ToHtml(report);
     if (!options.output.empty())
-        text::WriteWhole(options.output, report::ToHtml(report));
+        text::WriteWhole(options.output, page);
     else if (options.svg_folder.empty())
-        fputs(report::ToHtml(report).c_str(), stdout);
+        fputs(page.c_str(), stdout);
     return kExitDone;
 }
 
@@ -40,7 +66,9 @@ void SetUpReport(Parser &parser, Context &context)
     auto options = std::make_shared<ReportOptions>();
     parser
         .Add("--since", options->since,
-             "From when on: 90m, 7d, 10:00, yesterday, or a date with or without a time")
+             "From when on: 90m, 7d, 10:00, yesterday, or a date with or without a time; it begins "
+             "with the minute, hour or day "
+             "in which that lies")
         .TypeName("TIME")
         .ShowDefault();
     parser

@@ -1,6 +1,5 @@
 // status: what the daemon tells of itself, and where the monitor stands in each file, which the
 // command finds out by itself. Works with and without a daemon; the exit status says which.
-#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 
@@ -143,7 +142,7 @@ std::optional<std::string> LastLookBeforeItsEnd(const Context &context)
     if (!left || left->last_full_pass.number == 0)
         return std::nullopt;
     const int64_t began_ms = left->last_full_pass.began_ms;
-    return std::to_string(std::max<int64_t>(host::NowMs() - began_ms, 0) / 1000) + " s ago, at " +
+    return std::to_string(status::SecondsSinceLook(began_ms, host::NowMs())) + " s ago, at " +
            text::LocalTime(began_ms);
 }
 

@@ -15,7 +15,6 @@
 #include "agent/cli/top_view.h"
 #include "agent/host/here_and_now.h"
 #include "agent/status/daemon_lock.h"
-#include "agent/text/times.h"
 
 namespace cli {
 
@@ -84,7 +83,9 @@ class Terminal {
     bool has_colour_ = false;
 };
 
-TopSight LookAround(const Context &context)
+// What was known of the event that is explained, is so still.
+TopSight LookAround(const Context &context, const TopChoice &choice,
+                    const std::optional<TopReason> &known)
 {
     TopSight sight;
     host::Host &host = context.Host();
@@ -94,9 +95,10 @@ TopSight LookAround(const Context &context)
     const int64_t now_s = sight.view.now_ms / 1000;
     sight.course = history::ReadCourse(host.store().database(), history::kMinute,
                                        now_s - (kTopMinutes - 1) * history::kMinute);
-    for (const auto &alert :
-         alerts::FindNewest(host.store().database(), {}, INT64_MAX, kNewestAlerts))
+    for (const auto &alert : alerts::FindNewest(host.store().database(), {}, {}, kNewestAlerts))
         sight.newest.push_back(alerts::AlertLine(alert));
+    if (choice.explained)
+        sight.reason = ReasonOf(host.store().database(), *choice.explained, known);
     sight.host = host::HostName();
     char clock[16];
     const time_t now = now_s;
@@ -106,15 +108,6 @@ TopSight LookAround(const Context &context)
     return sight;
 }
 
-TopReason ReasonOf(const Context &context, const events::EventKey &event)
-{
-    const auto alert =
-        alerts::FindNewestOf(context.Host().store().database(), event.source, event.id);
-    if (!alert)
-        return {event, "", "", ""};
-    return {event, text::LocalTime(alert->time_ms), alerts::WhyInWords(*alert), alert->message};
-}
-
 // The screen says which event it explains; what is not known of it yet is looked for then.
 std::vector<TopLine> Screen(const Context &context, bool is_utf8, TopSight *sight,
                             TopChoice *choice)
@@ -122,7 +115,8 @@ std::vector<TopLine> Screen(const Context &context, bool is_utf8, TopSight *sigh
     auto lines = TopScreen(*sight, LINES, COLS, is_utf8, choice);
     if (!choice->explained || (sight->reason && sight->reason->event == *choice->explained))
         return lines;
-    sight->reason = ReasonOf(context, *choice->explained);
+    const host::Snapshot one_state(context.Host().store());
+    sight->reason = ReasonOf(context.Host().store().database(), *choice->explained, std::nullopt);
     return TopScreen(*sight, LINES, COLS, is_utf8, choice);
 }
 
@@ -184,6 +178,9 @@ bool Take(int key, TopChoice *choice)
 
 int ShowTop(Context &context, const TopOptions &options)
 {
+    if (context.json)
+        throw host::Error("cannot show the full screen as JSON", "it is for people",
+                          "use syslogmon --json status");
     if (!IsTerminal() || isatty(STDIN_FILENO) == 0)
         throw host::Error("cannot show the full screen", "this is no terminal",
                           "use syslogmon status or syslogmon metrics in scripts");
@@ -192,13 +189,13 @@ int ShowTop(Context &context, const TopOptions &options)
     const bool is_utf8 = strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
     Terminal terminal(static_cast<int>(options.delay_ms));
     TopChoice choice;
-    TopSight sight = LookAround(context);
+    TopSight sight = LookAround(context, choice, std::nullopt);
     for (;;) {
         terminal.Show(Screen(context, is_utf8, &sight, &choice));
         const int key = getch();
         // No key within the time: what is shown is looked at again. A key is answered from what is known.
         if (key == ERR)
-            sight = LookAround(context);
+            sight = LookAround(context, choice, sight.reason);
         else if (!Take(key, &choice))
             return kExitDone;
     }

@@ -75,18 +75,28 @@ struct EventRow {
     int64_t hits = 0;
     int64_t alerts = 0;
     int64_t held_back = 0;
-    std::vector<int64_t> minutes; // the newest at the end
+    std::vector<int64_t> minutes; // the newest at the end; kNotKept: not known
     int64_t rate = 0;             // of the last whole minute and the one under way
 };
+
+// Of a minute in which so many events were hit that the smallest are kept together only.
+constexpr int64_t kNotKept = -1;
+
+int64_t HitsAt(const history::Course::Point &point, const events::EventKey &key)
+{
+    const auto found = point.values.find({Kind::kHits, key.source, key.id});
+    if (found != point.values.end())
+        return found->second;
+    return point.values.contains({Kind::kHits, history::kOthers, 0}) ? kNotKept : 0;
+}
 
 std::vector<int64_t> MinutesOf(const history::Course &course, const events::EventKey &key)
 {
     std::vector<int64_t> minutes(kTopMinutes);
     for (const auto &point : course.points) {
         const int64_t minute = (point.begin - course.from) / history::kMinute;
-        const auto found = point.values.find({Kind::kHits, key.source, key.id});
-        if (found != point.values.end() && minute >= 0 && minute < kTopMinutes)
-            minutes[static_cast<size_t>(minute)] = found->second;
+        if (minute >= 0 && minute < kTopMinutes)
+            minutes[static_cast<size_t>(minute)] = HitsAt(point, key);
     }
     return minutes;
 }
@@ -120,7 +130,8 @@ std::vector<EventRow> RowsOf(const TopSight &sight, const TopChoice &choice)
         row.alerts = sight.view.Total(Kind::kAlerts, source, id);
         row.held_back = sight.view.Total(Kind::kHeldBack, source, id);
         row.minutes = MinutesOf(sight.course, event.key);
-        row.rate = row.minutes[kTopMinutes - 1] + row.minutes[kTopMinutes - 2];
+        row.rate = std::max<int64_t>(row.minutes[kTopMinutes - 1], 0) +
+                   std::max<int64_t>(row.minutes[kTopMinutes - 2], 0);
         rows.push_back(std::move(row));
     }
     std::ranges::stable_sort(rows, [&](const EventRow &a, const EventRow &b) {
@@ -134,13 +145,15 @@ std::vector<EventRow> RowsOf(const TopSight &sight, const TopChoice &choice)
     return rows;
 }
 
-// Something is never shown as nothing.
+// Something is never shown as nothing, nor is what is not known.
 std::string Spark(const std::vector<int64_t> &minutes, bool is_utf8)
 {
     const int64_t most = std::max<int64_t>(*std::ranges::max_element(minutes), 1);
     std::string text;
     for (const int64_t value : minutes)
-        text += (is_utf8 ? kBlocks : kMarks)[((value * kLevels) + most - 1) / most];
+        text += value == kNotKept
+                    ? "?"
+                    : (is_utf8 ? kBlocks : kMarks)[((value * kLevels) + most - 1) / most];
     return text;
 }
 
@@ -199,7 +212,7 @@ void AddState(const TopSight &sight, Screen *screen)
         text += "STOPPED: syslogmond is not running";
         if (view.last_look_ms)
             text += "; looked " +
-                    std::to_string(std::max<int64_t>(view.now_ms - *view.last_look_ms, 0) / 1000) +
+                    std::to_string(status::SecondsSinceLook(*view.last_look_ms, view.now_ms)) +
                     " s ago";
     } else if (!view.stands.empty()) {
         text += "NOT WORKING: " + view.stands;

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/cli/top_reason.h"
 #include "agent/events/events.h"
 #include "agent/history/history_reader.h"
 #include "agent/metrics/overview.h"
@@ -26,14 +27,6 @@ struct TopChoice {
     bool explains = false;     // the selected one is explained
     // The event that is explained, as the screen was made; nothing: none is.
     std::optional<events::EventKey> explained;
-};
-
-// Why the newest alert of an event was reported.
-struct TopReason {
-    events::EventKey event;
-    std::string time; // empty: there is no alert of it
-    std::string why;
-    std::string line; // the first one that it stands for
 };
 
 struct TopSight {

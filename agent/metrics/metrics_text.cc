@@ -1,6 +1,7 @@
 #include "agent/metrics/metrics_text.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <iterator>
 #include <set>
@@ -28,15 +29,24 @@ std::string BytesInHex(std::string_view bytes)
     return text;
 }
 
+// What such a byte begins with, but is text: "\x01" of a path that has a backslash in it.
+bool LooksLikeHex(std::string_view rest)
+{
+    return rest.size() >= 4 && rest.starts_with("\\x") &&
+           isxdigit(static_cast<unsigned char>(rest[2])) != 0 &&
+           isxdigit(static_cast<unsigned char>(rest[3])) != 0;
+}
+
 // What a reader of the format takes: bytes that are no UTF-8 would make it refuse everything, and so would two labels of
-// which nobody can tell how they differ.
+// which nobody can tell how they differ. No two texts become the same one.
 std::string Readable(std::string_view rest)
 {
     std::string shown;
     while (!rest.empty()) {
         const text::Character character = text::FirstCharacter(rest);
         const std::string_view bytes = rest.substr(0, std::max<size_t>(character.bytes, 1));
-        const bool is_shown = character.bytes > 0 && !text::IsInvisible(character.code);
+        const bool is_shown =
+            character.bytes > 0 && !text::IsInvisible(character.code) && !LooksLikeHex(rest);
         shown += is_shown ? std::string(bytes) : BytesInHex(bytes);
         rest.remove_prefix(bytes.size());
     }
@@ -186,7 +196,7 @@ void WriteUnread(const Overview &view, Writer *out)
             out->Sample({{"input", input.name}}, input.behind_bytes);
     }
     out->Family("input_behind_seconds", "gauge",
-                "Seconds since something of an input is unread all the time.");
+                "Seconds since something of an input is unread all the time, rounded up.");
     for (const auto &input : inputs)
         out->Sample({{"input", input.name}}, SecondsBehind(input, view.now_ms));
 }

@@ -1,6 +1,5 @@
 #include "agent/metrics/overview.h"
 
-#include <algorithm>
 #include <set>
 
 #include "agent/alerts/alert_store.h"
@@ -48,7 +47,7 @@ std::optional<int64_t> SecondsBehind(const Overview &view, std::optional<int64_t
         return 0;
     if (!view.last_look_ms)
         return std::nullopt;
-    return std::max<int64_t>(view.now_ms - *view.last_look_ms, 0) / 1000;
+    return status::SecondsSinceLook(*view.last_look_ms, view.now_ms);
 }
 
 void LookAtLogs(host::RegistryTree &registry, Overview *view)

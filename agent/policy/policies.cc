@@ -126,7 +126,7 @@ Policies::Policies(const std::vector<events::StoredSource> &registered)
     }
 }
 
-// An ID that is registered twice has the terms of the first.
+// Of an ID that is registered twice, the first one that has terms.
 void Policies::AddTerms(const events::EventRecord &event)
 {
     std::string words = ReportTermsInWords(event);

@@ -119,7 +119,7 @@ void AddNewest(host::Database &database, int64_t since_ms, Report *report)
 {
     alerts::AlertFilter filter;
     filter.since_ms = since_ms;
-    for (const auto &alert : alerts::FindNewest(database, filter, INT64_MAX, kNewest))
+    for (const auto &alert : alerts::FindNewest(database, filter, {}, kNewest))
         report->newest.push_back(
             {text::LocalTime(alert.time_ms),
              alert.source + " " + events::FormatEventId(alert.event_id), alert.HostOfLine(),
@@ -165,24 +165,26 @@ size_t LocalHour(int64_t seconds)
     return static_cast<size_t>(local.tm_hour);
 }
 
-std::vector<std::pair<std::string, std::string>> PlotsOf(const Figures &figures)
+void AddFigures(const Figures &figures, Report *report)
 {
     const auto &course = figures.course;
     const std::string of = figures.is_of_alerts ? " that were alerted of" : "";
-    return {
+    report->events = Largest(HitsOf(course), NameOf);
+    report->hosts = Largest(figures.hosts, Same);
+    report->hours = figures.hours;
+    report->plots = {
         {"hits.svg",
          CoursePlot("Hits over time", course.from, course.length, SeriesOf(course, figures.steps))},
-        {"events.svg", BarPlot("Events with most hits", Largest(HitsOf(course), NameOf))},
-        {"hosts.svg", BarPlot("Hosts with most hits" + of, Largest(figures.hosts, Same))},
+        {"events.svg", BarPlot("Events with most hits", report->events)},
+        {"hosts.svg", BarPlot("Hosts with most hits" + of, report->hosts)},
         {"hours.svg", ColumnPlot("Hits" + of + (of.empty() ? " by" : ", by") + " hour of the day",
-                                 BarsOf(figures.hours))},
+                                 BarsOf(report->hours))},
     };
 }
 
 Report Collect(host::Store &store, int64_t since_ms, int64_t until_ms)
 {
     Report report;
-    report.since_ms = since_ms;
     report.until_ms = until_ms;
     report.title = "Syslog monitor of " + host::HostName();
     const host::Snapshot one_state(store);
@@ -195,12 +197,13 @@ Report Collect(host::Store &store, int64_t since_ms, int64_t until_ms)
     const auto &course = figures.course;
     figures.steps =
         static_cast<size_t>(std::max<int64_t>((until - course.from) / course.length, 0) + 1);
-    figures.hosts = HostsOf(database, since_ms);
-    figures.hours = HoursOf(database, since_ms);
+    report.since_ms = course.from * kMsOfSecond;
+    figures.hosts = HostsOf(database, report.since_ms);
+    figures.hours = HoursOf(database, report.since_ms);
     figures.is_of_alerts = true;
     AddSums(course, &report);
-    report.plots = PlotsOf(figures);
-    AddNewest(database, since_ms, &report);
+    AddFigures(figures, &report);
+    AddNewest(database, report.since_ms, &report);
     return report;
 }
 

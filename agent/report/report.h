@@ -26,7 +26,10 @@ struct Report {
     int64_t alerts = 0; // reports that became an alert, or a part of one
     int64_t held_back = 0;
     int64_t lines = 0;
-    // The plots, each with the name of its file: "hits.svg".
+    std::vector<Bar> events; // with most hits, the largest first
+    std::vector<Bar> hosts;  // likewise
+    std::array<int64_t, 24> hours{};
+    // The plots of them, and of the hits over time, each with the name of its file: "hits.svg".
     std::vector<std::pair<std::string, std::string>> plots;
     struct Line {
         std::string time;
@@ -50,13 +53,14 @@ struct Figures {
     std::array<int64_t, 24> hours{}; // by local time
     bool is_of_alerts = false;       // hosts and hours are: only of what was alerted of
 };
-std::vector<std::pair<std::string, std::string>> PlotsOf(const Figures &figures);
+void AddFigures(const Figures &figures, Report *report);
 
 // The hour of the day in which a moment lies, by local time.
 size_t LocalHour(int64_t seconds);
 
-// Hits, alerts held back and lines are from the history; hosts, hours and the list from the alerts that are kept. One state
-// of the store. Throws host::StoreError.
+// Hits, alerts held back and lines are from the history; hosts, hours and the list from the alerts that are kept. All of
+// it begins with the step of the history in which `since_ms` lies, which the report then has as its begin: a minute, an
+// hour or a day, by the length of the time. One state of the store. Throws host::StoreError.
 Report Collect(host::Store &store, int64_t since_ms, int64_t until_ms);
 
 // The page.

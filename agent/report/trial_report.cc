@@ -79,7 +79,7 @@ Report TrialReport::Make(const std::string &title, int64_t lines) const
     }
     for (const auto &[begin, values] : steps_)
         figures.course.points.push_back({begin, values});
-    report.plots = PlotsOf(figures);
+    AddFigures(figures, &report);
     return report;
 }
 

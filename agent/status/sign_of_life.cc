@@ -1,5 +1,6 @@
 #include "agent/status/sign_of_life.h"
 
+#include <algorithm>
 #include <fstream>
 
 namespace status {
@@ -61,6 +62,11 @@ std::optional<int64_t> SecondsSinceLook(const Status &status)
     if (pass.number == 0)
         return std::nullopt;
     return (BootTimeNs() - pass.began_boot_ns) / 1'000'000'000;
+}
+
+int64_t SecondsSinceLook(int64_t look_ms, int64_t now_ms)
+{
+    return std::max<int64_t>(now_ms - look_ms, 0) / 1000;
 }
 
 bool IsLate(const Status &status, int64_t cycle_s)

@@ -21,6 +21,10 @@ std::string WhyItStands(pid_t daemon, const std::optional<Status> &status);
 // Seconds since the last look at all files began, also while the host was suspended; nothing: none has ended yet.
 std::optional<int64_t> SecondsSinceLook(const Status &status);
 
+// The same by the times of day, of which a daemon that has ended is known: both in milliseconds since 1970. 0 when the
+// clock was put back since.
+int64_t SecondsSinceLook(int64_t look_ms, int64_t now_ms);
+
 // Is that longer than it should be? A look begins at least once in a cycle. A pass over gigabytes is late and does its
 // work all the same, so this alone is no reason to restart anything.
 bool IsLate(const Status &status, int64_t cycle_s);

@@ -246,6 +246,18 @@ std::vector<Series> SeriesOf(const history::Course &course, Kind kind, const Wan
     return series;
 }
 
+// Of events that were the smallest of too many, what is kept of them together.
+int64_t NotKeptApart(const history::Course &course, Kind kind)
+{
+    int64_t sum = 0;
+    for (const auto &point : course.points) {
+        if (const auto found = point.values.find({kind, history::kOthers, 0});
+            found != point.values.end())
+            history::Merge(kind, found->second, &sum);
+    }
+    return sum;
+}
+
 // The smallest become one, without a name.
 void KeepLargest(Kind kind, size_t most, std::vector<Series> *series)
 {
@@ -261,6 +273,14 @@ void KeepLargest(Kind kind, size_t most, std::vector<Series> *series)
     }
     series->resize(most - 1);
     series->push_back(std::move(others));
+}
+
+size_t SizeOf(const std::string &path, const Query &query)
+{
+    size_t bytes = path.size();
+    for (const auto &[name, value] : query)
+        bytes += name.size() + value.size();
+    return bytes;
 }
 
 } // namespace
@@ -279,30 +299,30 @@ Answer Answers::Get(const std::string &path, const Query &query)
         kept_.clear();
         view_until_ = {};
     }
-    std::string name = path;
-    for (const auto &[key, value] : query)
-        name += '\n' + key + '=' + value;
+    const Question question(path, query);
     const auto now = Clock::now();
-    if (const auto found = kept_.find(name); found != kept_.end() && now < found->second.until)
+    if (const auto found = kept_.find(question); found != kept_.end() && now < found->second.until)
         return found->second.answer;
     Answer answer = Make(path, query);
-    Keep(name, now, answer);
+    Keep(question, now, answer);
     return answer;
 }
 
 // Whoever asks for much and for ever something else must not fill the daemon's memory.
-void Answers::Keep(const std::string &name, Clock::time_point now, const Answer &answer)
+void Answers::Keep(const Question &question, Clock::time_point now, const Answer &answer)
 {
     std::erase_if(kept_, [&](const auto &kept) { return now >= kept.second.until; });
-    if (KeptBytes() + answer.body->size() <= kMostKeptBytes && kept_.size() < kMostKept)
-        kept_[name] = {now + kKeptFor, answer};
+    if (KeptBytes() + SizeOf(question.first, question.second) + answer.body->size() <=
+            kMostKeptBytes &&
+        kept_.size() < kMostKept)
+        kept_[question] = {now + kKeptFor, answer};
 }
 
 size_t Answers::KeptBytes() const
 {
     size_t bytes = 0;
-    for (const auto &[name, kept] : kept_)
-        bytes += kept.answer.body->size();
+    for (const auto &[question, kept] : kept_)
+        bytes += SizeOf(question.first, question.second) + kept.answer.body->size();
     return bytes;
 }
 
@@ -424,7 +444,8 @@ std::string Answers::History(const Query &query)
     return ToText({{"from", course.from},
                    {"step_seconds", course.length},
                    {"steps", steps},
-                   {"series", list}});
+                   {"series", list},
+                   {"not_kept_apart", NotKeptApart(course, kind)}});
 }
 
 std::string Answers::Alerts(const Query &query)
@@ -432,12 +453,16 @@ std::string Answers::Alerts(const Query &query)
     const int64_t limit = NumberIn(query, "limit", 100, 1, kMostAlerts);
     alerts::AlertFilter filter;
     filter.since_ms = NumberIn(query, "since_ms", 0, 0, INT64_MAX);
+    filter.until_ms = NumberIn(query, "until_ms", INT64_MAX, 0, INT64_MAX);
     filter.source = TextIn(query, "source", "*");
     filter.host = TextIn(query, "host", "*");
     filter.text = TextIn(query, "text", "");
     filter.event_id = EventIn(query);
-    const int64_t before = NumberIn(query, "before", INT64_MAX, 1, INT64_MAX);
-    const auto found = alerts::FindNewest(store_.database(), filter, before, limit);
+    const alerts::IdsBetween ids{NumberIn(query, "after", 0, 0, INT64_MAX),
+                                 NumberIn(query, "before", INT64_MAX, 1, INT64_MAX)};
+    const host::Snapshot one_state(store_);
+    const int64_t newest = alerts::NewestAlertId(store_.database());
+    const auto found = alerts::FindNewest(store_.database(), filter, ids, limit);
     // Each as sinks have it, and why it is there.
     std::string text = "{\"alerts\":[";
     for (const alerts::Alert &alert : found) {
@@ -448,7 +473,8 @@ std::string Answers::Alerts(const Query &query)
             (text.ends_with('[') ? "" : ",") + sinks::AlertJson(message, alerts::WhyInWords(alert));
     }
     const bool has_more = static_cast<int64_t>(found.size()) == limit;
-    text += "],\"before\":" + (has_more ? std::to_string(found.back().id) : "null") + "}";
+    text += "],\"before\":" + (has_more ? std::to_string(found.back().id) : "null") +
+            ",\"newest\":" + std::to_string(newest) + "}";
     return text;
 }
 

@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "agent/host/layout.h"
 #include "agent/host/registry_tree.h"
@@ -40,12 +41,13 @@ class Answers {
     // Answers of before are not given any more. From any thread.
     void NewsCame() { ++news_; }
 
-    // Of all answers that are kept, at most 4 MiB.
+    // Of all answers that are kept, with what they were asked by: at most 4 MiB.
     [[nodiscard]] size_t KeptBytes() const;
 
   private:
     using Clock = std::chrono::steady_clock;
-    void Keep(const std::string &name, Clock::time_point now, const Answer &answer);
+    using Question = std::pair<std::string, Query>; // path and query
+    void Keep(const Question &question, Clock::time_point now, const Answer &answer);
     Answer Make(const std::string &path, const Query &query);
     const metrics::Overview &View();
     std::string Overview();
@@ -65,7 +67,7 @@ class Answers {
         Clock::time_point until;
         Answer answer;
     };
-    std::map<std::string, Kept> kept_; // by path and query
+    std::map<Question, Kept> kept_;
     metrics::Overview view_;
     Clock::time_point view_until_{};
 };

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
 
@@ -321,15 +322,25 @@ PageServer::PageServer(const host::Layout &layout, const settings::WebAddress &a
     };
     const auto connection_changes = [](void *parts, MHD_Connection *connection, void ** /*own*/,
                                        MHD_ConnectionNotificationCode what) {
+        const int socket = SocketOf(connection);
         Deadlines &deadlines = static_cast<Parts *>(parts)->deadlines;
-        if (what == MHD_CONNECTION_NOTIFY_STARTED)
-            deadlines.AwaitRequest(SocketOf(connection));
-        else
-            deadlines.End(SocketOf(connection));
+        try {
+            if (what == MHD_CONNECTION_NOTIFY_STARTED)
+                deadlines.AwaitRequest(socket);
+            else
+                deadlines.End(socket);
+        } catch (const std::exception &) {
+            shutdown(socket, SHUT_RDWR); // without a deadline it could stay for ever
+        }
     };
     const auto answer_ends = [](void *parts, MHD_Connection *connection, void ** /*own*/,
                                 MHD_RequestTerminationCode /*how*/) {
-        static_cast<Parts *>(parts)->deadlines.AwaitRequest(SocketOf(connection));
+        const int socket = SocketOf(connection);
+        try {
+            static_cast<Parts *>(parts)->deadlines.AwaitRequest(socket);
+        } catch (const std::exception &) {
+            shutdown(socket, SHUT_RDWR);
+        }
     };
     parts_->server = MHD_start_daemon(
         MHD_USE_AUTO_INTERNAL_THREAD | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG, 0, nullptr,

@@ -108,10 +108,14 @@ class Controls(Page):
 
     def test_kind_and_range_of_the_plot(self):
         choose = "(() => {{ const box = document.getElementById('{0}'); box.value = '{1}'; box.dispatchEvent(new Event('change')); }})()"
-        for kind, words in (("lines", "/var/log/messages"), ("alerts", "DISK 1 61"), ("held_back", "none"), ("behind", ":"),
-                            ("input_entries", "none"), ("hits", "DISK 1 61")):
+        # So many seconds old is the oldest line that waits.
+        lab.append(lab.MESSAGES, f"{time.strftime('%b %e %H:%M:%S', time.localtime(time.time() - 300))} host test: of before")
+        self.daemon.scan()
+        for kind, words in (("lines", "/var/log/messages 6[34]$"), ("bytes", r"/var/log/messages \d\.\d KiB$"), ("alerts", "DISK 1 61"),
+                            ("held_back", "none"), ("without_stamp", "none"), ("behind", r"/var/log/messages (3\d\d)$"),
+                            ("input_entries", "none"), ("input_bytes", "none"), ("hits", "DISK 1 61")):
             self.browser.run(choose.format("kind", kind))
-            self.browser.wait(f"document.getElementById('plot').getAttribute('aria-label').includes('{words}')")
+            self.browser.wait(f"/{words.replace('/', '[/]')}/.test(document.getElementById('plot').getAttribute('aria-label'))")
         for seconds, step in (("86400", "a minute"), ("604800", "an hour"), ("31536000", "a day")):
             self.browser.run(choose.format("range", seconds))
             self.browser.wait(f"document.getElementById('step').innerText.includes('{step}')")
@@ -126,6 +130,44 @@ class Controls(Page):
             reaches_back = "Date.now() / 1000 - course.from - {}".format(seconds)
             self.assertGreater(self.browser.run(reaches_back), -120, words)
             self.assertLess(self.browser.run(reaches_back), self.browser.run("course.step_seconds") + 120, words)
+
+    def test_what_is_not_known_of_an_event_is_not_told_as_nothing(self):
+        self.browser.wait("!isLoading && !isWanted")
+        self.browser.run("{ const own = get; get = async (path) => path.includes('source=')"
+                         " ? {...await own(path), series: [], not_kept_apart: 1700} : own(path); }")
+        self.browser.run("document.querySelector('#event-table tbody button').click()")
+        self.browser.wait("document.getElementById('step').textContent === 'nothing is known of it; 1,700 of the smallest events are"
+                          " kept together only, and its own may be among them'")
+        self.plot_is_of("nothing that is known")
+        self.browser.run("document.getElementById('all-series').click()")
+        self.browser.wait("document.getElementById('step').textContent === 'each point is a minute'")
+
+    def test_an_event_is_the_one_of_its_row_also_while_the_table_is_filled_anew(self):
+        self.browser.wait("!isLoading && !isWanted")
+        self.browser.run("loadEvents = async () => {}; events = Array.from({length: 300}, (_, i) =>"
+                         " ({source: `E${String(i).padStart(3, '0')}`, event_id: '1', hits: i, alerts: 0, held_back: 0, keywords: []}));"
+                         " sorting = {by: 'source', falling: false}; showsAllEvents = true; showEvents()")
+        self.browser.wait("document.querySelectorAll('#event-table tbody tr').length === 300")
+        # The rows behind the first 200 are still those of before.
+        self.browser.run("window.requestAnimationFrame = () => {}; sorting = {by: 'source', falling: true}; showEvents()")
+        self.assertEqual("E250", self.browser.run("document.querySelector('#event-table tbody tr:nth-child(251) button').textContent"))
+        self.browser.run("document.querySelector('#event-table tbody tr:nth-child(251) button').click()")
+        self.assertEqual("only E250 1", self.text("#chosen-name"))
+
+    def test_who_presses_a_button_that_goes_is_led_on(self):
+        focus = "document.activeElement.id || document.activeElement.innerText"
+        self.browser.run("document.querySelector('#event-table tbody button').click()")
+        self.browser.wait("!document.getElementById('chosen').hidden")
+        self.browser.run("document.getElementById('all-series').focus(); document.getElementById('all-series').click()")
+        self.assertEqual("kind", self.browser.run(focus))
+        self.browser.run("document.getElementById('more').focus(); document.getElementById('more').click()")
+        self.browser.wait("document.getElementById('more').hidden")
+        self.assertEqual("alert-list", self.browser.run(focus))
+        self.browser.wait("!isLoading && !isWanted")
+        self.browser.run("loadEvents = async () => {}; events = Array.from({length: 60}, (_, i) => ({source: `E${i + 10}`,"
+                         " event_id: '1', hits: 0, alerts: 0, held_back: 0, keywords: []})); sorting = {by: 'source', falling: false};"
+                         " showEvents(); document.getElementById('all-events').focus(); document.getElementById('all-events').click()")
+        self.assertEqual("E60", self.browser.run(focus))
 
     def test_each_column_of_the_events_sorts_both_ways(self):
         cells = {"source": 0, "event_id": 1, "hits": 2, "alerts": 3, "held_back": 4}
@@ -219,6 +261,17 @@ class Controls(Page):
         self.browser.point(left, 1)
         self.browser.wait("document.getElementById('values').textContent === valuesInWords(course.steps - 1)")
 
+    def test_the_moment_that_was_chosen_is_marked_again_when_the_pointer_has_gone(self):
+        self.browser.run("document.getElementById('plot').scrollIntoView(); chooseMoment(course.steps - 10)")
+        marked = self.browser.run("plot.cursor.left")
+        told = self.text("#values")
+        left, top = self.browser.run("(() => { const box = plot.over.getBoundingClientRect(); return [box.left + 50, box.top + 50]; })()")
+        self.browser.point(left, top)
+        self.browser.wait(f"document.getElementById('values').textContent !== {told!r}")
+        self.browser.point(left, 1)
+        self.browser.wait(f"document.getElementById('values').textContent === {told!r}")
+        self.browser.wait(f"Math.abs(plot.cursor.left - {marked}) < 2")
+
     def test_a_page_that_stays_open_shows_no_more_alerts_than_were_unfolded(self):
         count = "document.querySelectorAll('#alert-list li').length"
         self.browser.run("document.getElementById('more').click()")
@@ -270,25 +323,69 @@ class Controls(Page):
         self.browser.run("document.getElementById('more').click()")
         self.browser.wait("document.querySelectorAll('#alert-list li').length === 62")
         self.assertTrue(self.browser.run("document.getElementById('more').hidden"))
-        self.browser.run("document.getElementById('text').focus()")
+        self.browser.run("document.getElementById('alert-text').focus()")
         self.browser.call("Input.insertText", text="LOGIN failed")
         self.browser.key("Enter", text="\r")
         self.browser.wait("document.querySelectorAll('#alert-list li').length === 1")
 
     def test_alerts_are_searched_by_source_and_by_host_with_the_button(self):
         count = "document.querySelectorAll('#alert-list li').length === {}"
-        for box, found, nothing in (("source", "LOG*", "NONE"), ("alert-host", "*", "nohost")):
-            for pattern, alerts in ((found, 1 if box == "source" else 50), (nothing, 0)):
+        for box, found, nothing in (("alert-source", "LOG*", "NONE"), ("alert-host", "*", "nohost")):
+            for pattern, alerts in ((found, 1 if box == "alert-source" else 50), (nothing, 0)):
                 self.browser.run(f"document.getElementById('{box}').value = '{pattern}';"
                                  "document.querySelector('#search button').click()")
                 self.browser.wait(count.format(alerts))
             self.assertEqual("No alert has that.", self.text("#alert-count"))
             self.browser.run(f"document.getElementById('{box}').value = ''")
 
+    def test_alerts_are_searched_by_id_and_by_time(self):
+        count = "document.querySelectorAll('#alert-list li').length === {}"
+        submit = "document.querySelector('#search button').click()"
+        with sqlite3.connect(self.lab.root / "state" / "agent.db") as store:
+            for number, hour in ((1, 9), (2, 10), (3, 11)):
+                store.execute("UPDATE alert SET time_ms = ? WHERE id = ?", (time.mktime((2024, 3, 5, hour, 0, 30, 0, 0, -1)) * 1000, number))
+        self.browser.run("document.getElementById('alert-event').value = '2';" + submit)
+        self.browser.wait(count.format(1))
+        self.assertIn("LOGIN", self.text("#alert-list li"))
+        self.browser.run("document.getElementById('alert-event').value = 'xyz';" + submit)
+        self.assertFalse(self.browser.run("document.getElementById('alert-event').validity.valid"))
+        self.assertEqual("", self.text("#problem"), "it was not asked for")
+        self.browser.run("document.getElementById('alert-event').value = ''; document.getElementById('alert-to').value = '2024-03-05T10:00';" + submit)
+        self.browser.wait(count.format(2))
+        self.browser.run("document.getElementById('alert-from').value = '2024-03-05T10:00';" + submit)
+        self.browser.wait(count.format(1))
+        self.assertIn("disk 1", self.text("#alert-list li"))
+        self.browser.run("document.getElementById('alert-to').value = '';" + submit)
+        self.browser.wait(count.format(50))
+
+    def test_a_search_looks_through_what_is_new_alone_when_there_is_news(self):
+        self.browser.run("document.getElementById('alert-text').value = 'login';"
+                         "document.getElementById('search').requestSubmit()")
+        self.browser.wait("document.querySelectorAll('#alert-list li').length === 1")
+        self.browser.run("window.asked = []; { const own = fetch; window.fetch = (path, how) => {"
+                         " if (path.includes('/alerts')) asked.push(path); return own(path, how); }; }")
+        self.log("disk that is not wanted")
+        self.browser.wait("asked.length > 0 && !isLoading && !isWanted")
+        self.assertEqual(1, self.browser.run("document.querySelectorAll('#alert-list li').length"))
+        self.log("login at last")
+        self.browser.wait("document.querySelectorAll('#alert-list li').length === 2")
+        self.assertIn("login at last", self.text("#alert-list li"))
+        places = [int(re.search(r"[?&]after=(\d+)", path)[1]) for path in self.browser.run("asked")]
+        self.assertEqual(62, min(places))
+        self.assertGreaterEqual(max(places), 63)
+
+    def test_a_store_that_was_put_back_is_shown_as_it_is(self):
+        self.browser.wait("!isLoading && !isWanted")
+        with sqlite3.connect(self.lab.root / "state" / "agent.db") as store:
+            store.execute("DELETE FROM alert WHERE id > 3")
+            store.execute("UPDATE sqlite_sequence SET seq = 3 WHERE name = 'alert'")
+        self.browser.run("isWanted = true")
+        self.browser.wait("document.querySelectorAll('#alert-list li').length === 3")
+
     def test_what_is_typed_is_not_searched_for_before_it_is_submitted(self):
         texts = "[...document.querySelectorAll('#alert-list li .message')].map(one => one.textContent)"
         for typed, text in (("LOGIN", "disk while one types"), ("", "disk at last")):
-            self.browser.run(f"document.getElementById('text').value = '{typed}'")
+            self.browser.run(f"document.getElementById('alert-text').value = '{typed}'")
             self.log(text)
             # Its hits come with the same pass, so the page has loaded the alerts too, or soon will.
             self.browser.wait(f"{texts}[0].endsWith('{text}')", seconds=20)
@@ -313,14 +410,17 @@ class Controls(Page):
         self.browser.run("new Promise(go => setTimeout(go, 500))")
         self.assertEqual(62, self.browser.run("document.querySelectorAll('#alert-list li').length"))
 
-    def test_the_theme_is_kept(self):
+    def test_the_theme_is_chosen_and_kept(self):
         ground = "getComputedStyle(document.body).backgroundColor"
-        self.browser.dark(True)
-        self.assertEqual("rgb(18, 23, 28)", self.browser.run(ground))
-        self.browser.run("document.getElementById('theme').click()")
-        self.assertEqual("rgb(255, 255, 255)", self.browser.run(ground))
-        self.open(alerts=50)
-        self.assertEqual("rgb(255, 255, 255)", self.browser.run(ground))
+        dark, light = "rgb(18, 23, 28)", "rgb(255, 255, 255)"
+        for theme, of_dark, of_light in (("light", light, light), ("dark", dark, dark), ("automatic", dark, light)):
+            self.browser.run("document.getElementById('theme').click()")
+            for _ in range(2):  # the second time, it is kept
+                self.assertEqual(f"Theme: {theme}", self.text("#theme"))
+                for is_dark, wanted in ((True, of_dark), (False, of_light)):
+                    self.browser.dark(is_dark)
+                    self.assertEqual(wanted, self.browser.run(ground), theme)
+                self.open(alerts=50)
 
     def test_each_control_is_reached_with_the_keyboard_and_has_a_name(self):
         self.assertEqual([], self.browser.run(
@@ -348,7 +448,7 @@ class Controls(Page):
         found = self.browser.names()
         self.assertEqual([], [role for role, name in found if role in named and not name])
         for role, name in (("table", "Events"), ("table", "Sinks"), ("list", "Alerts"), ("search", "Alerts"),
-                           ("searchbox", "Source"), ("button", "Search")):
+                           ("searchbox", "Source"), ("searchbox", "ID"), ("button", "Search")):
             self.assertIn((role, name), found)
 
     def test_each_control_of_the_page_is_used_by_a_test(self):
@@ -429,6 +529,26 @@ class Alerts(Page):
         self.browser.run("document.getElementById('theme').click()")
         self.assertEqual("Theme: light", self.text("#theme"))
         self.assertEqual([], self.browser.console)
+
+
+class Inputs(Page):
+    def test_entries_and_bytes_of_an_input_are_plotted(self):
+        self.lab.command("input", "add", "files", "app", f"path={lab.VAR_LOG / 'app.log'}")
+        self.start()
+        self.log("disk")
+        lines = [lab.stamped(f"of an input {number:03}") for number in range(100)]
+        lab.append(lab.VAR_LOG / "app.log", *lines)
+        self.lab.wait_until("the input is read", lambda: 'syslogmon_input_entries_total{input="app"} 100' in self.lab.command("metrics"))
+        self.open()
+        kind = "(() => {{ const box = document.getElementById('kind'); box.value = '{}'; box.dispatchEvent(new Event('change')); }})()"
+        self.browser.run(kind.format("input_entries"))
+        self.browser.wait("document.getElementById('plot').getAttribute('aria-label') === 'entries of inputs in the last hour: app 100'")
+        self.browser.run(kind.format("input_bytes"))
+        size = sum(len(line) + 1 for line in lines) / 1024
+        self.browser.wait("document.getElementById('plot').getAttribute('aria-label')"
+                          f" === 'bytes of inputs in the last hour: app {size:.1f} KiB'")
+        self.browser.wait("document.getElementById('values').textContent.endsWith('KiB')"
+                          " || document.getElementById('values').textContent.endsWith('nothing')")
 
 
 class Connection(Page):
@@ -553,7 +673,7 @@ class Much(Page):
         self.browser.wait("document.querySelector('#alert-list li').textContent.includes('disk again')")
         self.browser.wait("!isLoading && !isWanted")
         self.assertLess(self.browser.run("all"), self.MOST_FOR_ONE_ALERT)
-        self.browser.run("document.getElementById('text').value = 'line 000007';"
+        self.browser.run("document.getElementById('alert-text').value = 'line 000007';"
                          "document.getElementById('search').requestSubmit()")
         self.browser.wait("document.querySelectorAll('#alert-list li').length === 1")
         took = time.monotonic() - began

@@ -7,6 +7,7 @@ const ALERTS_AT_ONCE = 50;
 const ANSWER_WITHIN_MS = 20000;
 const REOPEN_MS = 5000;
 const LOOK_MS = 30000; // a monitor that stands still sends no news
+const BINARY_STEPS = Array.from({ length: 50 }, (_, i) => 2 ** i);
 const LIGHT = ["#0072b2", "#c2410c", "#15803d", "#7e22ce", "#a16207", "#be185d", "#0e7490", "#4d5b6a", "#b91c1c", "#3f6212"];
 const DARK = ["#56b4e9", "#ff9d5c", "#6ee7a0", "#c99bff", "#f0d264", "#ff8ac4", "#5fd9e8", "#aab7c4", "#ff8f85", "#b6dd74"];
 
@@ -40,6 +41,10 @@ function duration(seconds) {
   return `${Math.round(seconds / 86400)} days`;
 }
 
+// Of a kind of series.
+const isBytes = (kind) => kind.endsWith("bytes");
+const inUnit = (kind, value) => (isBytes(kind) ? bytes(value) : number(value));
+
 function nameOf(series) {
   if (series.name === "") return "all others";
   return series.event_id === undefined ? series.name : `${series.name} ${series.event_id}`;
@@ -66,6 +71,13 @@ function show(id, text, className) {
   const place = $(id);
   if (place.textContent !== text) place.textContent = text;
   if (className !== undefined) place.className = className;
+}
+
+// Who stands on a control that goes is led on, or the keyboard would begin anew at the top of the page.
+function hide(id, isHidden, next) {
+  const hadFocus = document.activeElement === $(id);
+  $(id).hidden = isHidden;
+  if (isHidden && hadFocus) next()?.focus({ preventScroll: true });
 }
 
 // The page as it stands has been shown; of one that nobody looks at, once somebody does.
@@ -126,7 +138,7 @@ function showState() {
 const ROWS_AT_ONCE = 200;
 const fillings = new Map(); // the newest filling of each table
 
-// A cell is a text, or an object with a number, or with what a button says and does.
+// A cell is a text, or an object with a number, or with what a button says, what that does, and of what it is.
 function newCell(cell) {
   if (cell.button !== undefined) return element("td", {}, element("button", { type: "button", title: cell.title }));
   return element("td", { className: cell.number !== undefined ? "number" : "" });
@@ -138,6 +150,7 @@ function fillRow(row, cells) {
     const place = cell.button !== undefined ? made.firstChild : made;
     const text = cell.button ?? cell.number ?? cell;
     if (place.textContent !== text) place.textContent = text;
+    if (cell.button !== undefined) place.of = cell.of;
   });
 }
 
@@ -283,7 +296,7 @@ function showLegend(series) {
   legend = shape;
   series.forEach((one, i) => {
     const text = $("legend").children[i].firstChild.lastChild;
-    const words = `${nameOf(one)}: ${number(one.sum)}`;
+    const words = `${nameOf(one)}: ${inUnit(course.kind, one.sum)}`;
     if (text.data !== words) text.data = words;
   });
 }
@@ -304,11 +317,14 @@ function pointOfMoment() {
   return moment === null ? newest : Math.min(Math.max(Math.round((moment - course.from) / course.step_seconds), 0), newest);
 }
 
+// Of so many events, the smallest of a step are kept together only: the one that is asked for may be among them.
+const isPartlyKept = (history) => chosen !== null && history.not_kept_apart > 0;
+
 // Those of which there is something; a hidden series is told of by nobody.
 function valuesInWords(point) {
   const values = course.series.filter((one) => !hidden.has(nameOf(one)) && one.values[point])
-    .map((one) => `${nameOf(one)} ${number(one.values[point])}`);
-  return `${timeInWords(course.from + point * course.step_seconds)}: ${values.join(", ") || "nothing"}`;
+    .map((one) => `${nameOf(one)} ${inUnit(course.kind, one.values[point])}`);
+  return `${timeInWords(course.from + point * course.step_seconds)}: ${values.join(", ") || (isPartlyKept(course) ? "nothing that is known" : "nothing")}`;
 }
 
 function showMoment() {
@@ -354,7 +370,8 @@ function drawPlot(history) {
   const place = $("plot");
   const times = Array.from({ length: history.steps }, (_, i) => history.from + i * history.step_seconds);
   const data = [times, ...history.series.map((one) => one.values)];
-  const shape = JSON.stringify([history.series.map(nameOf), history.step_seconds, isDark(), place.clientWidth]);
+  const unit = isBytes(history.kind);
+  const shape = JSON.stringify([history.series.map(nameOf), history.step_seconds, unit, isDark(), place.clientWidth]);
   if (plot && plotted === shape) {
     plot.setData(data);
     queueMicrotask(markMoment); // the plot takes its new scale in such a one
@@ -369,10 +386,12 @@ function drawPlot(history) {
       showMoment();
     }] },
     scales: { y: { range: (_, least, most) => [0, Math.max(1, most * 1.05)] } },
-    axes: [{ ...axis(), values: timeTexts(history.step_seconds), space: history.step_seconds >= 3600 ? 110 : 60 }, { ...axis(), size: 60 }],
+    axes: [{ ...axis(), values: timeTexts(history.step_seconds), space: history.step_seconds >= 3600 ? 110 : 60 }, { ...axis(), size: 60,
+      ...(unit ? { incrs: BINARY_STEPS, values: (_, values) => values.map(bytes) } : {}) }],
     series: [{}, ...history.series.map((one, i) => ({ label: nameOf(one), stroke: colour(i), width: 1.5,
       points: { show: false }, show: !hidden.has(nameOf(one)) }))],
   }, data, place);
+  plot.over.addEventListener("mouseleave", () => queueMicrotask(markMoment)); // the slider's again
   queueMicrotask(markMoment);
 }
 
@@ -390,7 +409,9 @@ const OF_EVENTS = ["hits", "alerts", "held_back"];
 function chooseEvent(event) {
   chosen = event;
   if (event && !OF_EVENTS.includes($("kind").value)) $("kind").value = "hits";
+  const hadFocus = $("chosen").contains(document.activeElement);
   $("chosen").hidden = !event;
+  if (!event && hadFocus) $("kind").focus({ preventScroll: true });
   show("chosen-name", event ? `only ${event.source} ${event.event_id}` : "");
   showAll();
   loadCourse().catch(failed);
@@ -417,23 +438,25 @@ let askedCourse = 0; // how often the course was asked for
 // What was asked for last is shown, also when its answer comes first.
 async function loadCourse() {
   const asked = ++askedCourse;
+  const kind = $("kind").value;
   const [history] = await Promise.all([get(courseQuery()), plotLibrary()]);
   if (asked !== askedCourse) return;
-  course = history;
-  drawPlot(history);
+  course = { ...history, kind };
+  drawPlot(course);
   showLegend(history.series);
   showMoment();
   const step = { 60: "a minute", 3600: "an hour", 86400: "a day" }[history.step_seconds];
-  show("step", history.series.length === 0 ? "nothing was counted" : `each point is ${step}`);
-  const words = history.series.map((one) => `${nameOf(one)} ${number(one.sum)}`).join(", ");
+  const steps = history.series.length > 0 ? `each point is ${step}` : isPartlyKept(history) ? "nothing is known of it" : "nothing was counted";
+  show("step", steps + (isPartlyKept(history) ? `; ${number(history.not_kept_apart)} of the smallest events are kept together only`
+    + ", and its own may be among them" : ""));
+  const words = history.series.map((one) => `${nameOf(one)} ${inUnit(kind, one.sum)}`).join(", ");
   $("plot").setAttribute("aria-label",
-    `${$("kind").selectedOptions[0].text} in the last ${$("range").selectedOptions[0].text}: ${words || "none"}`);
+    `${$("kind").selectedOptions[0].text} in the last ${$("range").selectedOptions[0].text}: ${words || (isPartlyKept(history) ? "nothing that is known" : "none")}`);
 }
 
 // ---- events ----
 
 let events = [];
-let shownEvents = []; // in the order of the rows
 let showsAllEvents = false;
 let sorting = { by: "hits", falling: true };
 
@@ -455,12 +478,11 @@ function showEvents() {
   const found = events.filter((event) =>
     `${event.source} ${event.event_id} ${event.keywords.join(" ")}`.toLowerCase().includes(wanted)).sort(compareEvents);
   const shown = showsAllEvents ? found : found.slice(0, EVENTS_AT_FIRST);
-  shownEvents = shown;
-  fill("event-table", shown.map((event) => [{ button: event.source, title: "Plot this event alone" }, event.event_id, { number: number(event.hits) },
+  fill("event-table", shown.map((event) => [{ button: event.source, title: "Plot this event alone", of: event }, event.event_id, { number: number(event.hits) },
     { number: number(event.alerts) }, { number: number(event.held_back) }, event.keywords.join(" · ")]),
   events.length === 0 ? "No event is registered." : "No event has that.");
   show("event-count", `${number(shown.length)} of ${number(found.length)}`);
-  $("all-events").hidden = shown.length === found.length;
+  hide("all-events", shown.length === found.length, () => $("event-table").tBodies[0].rows[EVENTS_AT_FIRST]?.querySelector("button"));
   for (const button of document.querySelectorAll("[data-sort]")) {
     const isChosen = button.dataset.sort === sorting.by;
     button.parentElement.setAttribute("aria-sort", !isChosen ? "none" : sorting.falling ? "descending" : "ascending");
@@ -475,19 +497,23 @@ async function loadEvents() {
 // ---- alerts ----
 
 let oldest = null; // shown; older ones are below it
-let newest = 0;
+let lookedTo = 0; // id of the newest alert that was looked through, found or not
 let room = ALERTS_AT_ONCE; // more are shown when older ones were unfolded
 let shownSearch = null; // to which what is shown is the answer
 let search = {}; // as it was submitted: what is being typed is not asked for yet
 
-function submitSearch() {
-  search = { text: $("text").value, source: $("source").value, host: $("alert-host").value };
+// As milliseconds since 1970: what is chosen is of the zone of this browser. All of the minute that "To" names.
+function timeIn(id, more) {
+  return $(id).value === "" ? "" : new Date($(id).value).getTime() + more;
 }
 
-function alertQuery(before) {
-  const query = new URLSearchParams({ limit: ALERTS_AT_ONCE, ...search });
-  if (before) query.set("before", before);
-  return `api/v1/alerts?${query}`;
+function submitSearch() {
+  search = { text: $("alert-text").value, source: $("alert-source").value, event_id: $("alert-event").value,
+    host: $("alert-host").value, since_ms: timeIn("alert-from", 0), until_ms: timeIn("alert-to", 60000) };
+}
+
+function alertQuery(more) {
+  return `api/v1/alerts?${new URLSearchParams({ limit: ALERTS_AT_ONCE, ...search, ...more })}`;
 }
 
 // Of the web alone: an address of another kind, such as javascript:, could do something to the page. It stays a text.
@@ -532,13 +558,13 @@ function showAlertCount() {
 
 function showOldest(id) {
   oldest = id;
-  $("more").hidden = id === null;
+  hide("more", id === null, () => $("alert-list"));
   showAlertCount();
 }
 
 function replaceAlerts(found, asked) {
   $("alert-list").replaceChildren(...found.alerts.map(alertItem));
-  newest = Math.max(0, ...found.alerts.map((alert) => alert.id));
+  lookedTo = found.newest;
   shownSearch = asked;
   room = ALERTS_AT_ONCE;
   showOldest(found.before);
@@ -554,7 +580,7 @@ async function loadAlerts() {
 async function loadOlderAlerts() {
   const asked = search;
   const before = oldest;
-  const found = await get(alertQuery(before));
+  const found = await get(alertQuery({ before }));
   if (asked !== search || before !== oldest) return;
   $("alert-list").append(...found.alerts.map(alertItem));
   room += ALERTS_AT_ONCE;
@@ -569,21 +595,22 @@ function dropOldest() {
   showOldest(Number(list.lastChild.dataset.id));
 }
 
-// New ones come on top; what was unfolded below stays, unless there are more than one answer holds, it is the answer to an
-// earlier search, or of a store that was put back to an earlier state since.
+// New ones come on top; what was unfolded below stays, unless there are more than one answer holds. What was looked through
+// is not looked through again: a search may find nothing in very many. What is shown may be the answer to an earlier
+// search, or of a store that was put back to an earlier state since: then all is asked for.
 async function loadNewAlerts() {
   const asked = search;
-  const found = await get(alertQuery());
+  if (shownSearch !== asked) return loadAlerts();
+  const found = await get(alertQuery({ after: lookedTo }));
   if (asked !== search) return;
-  const fresh = found.alerts.filter((alert) => alert.id > newest);
-  const isOlderStore = newest > Math.max(0, ...found.alerts.map((alert) => alert.id));
-  if (shownSearch !== asked || isOlderStore || fresh.length === ALERTS_AT_ONCE) {
+  if (found.newest < lookedTo) return loadAlerts();
+  if (found.alerts.length === ALERTS_AT_ONCE) {
     replaceAlerts(found, asked);
     return;
   }
-  if (fresh.length === 0) return;
-  newest = Math.max(...fresh.map((alert) => alert.id));
-  $("alert-list").prepend(...fresh.map(alertItem));
+  lookedTo = found.newest;
+  if (found.alerts.length === 0) return;
+  $("alert-list").prepend(...found.alerts.map(alertItem));
   dropOldest();
   showAlertCount();
 }
@@ -696,8 +723,8 @@ function connect() {
   $("moment").addEventListener("input", () => chooseMoment(Number($("moment").value)));
   $("all-series").addEventListener("click", () => chooseEvent(null));
   $("event-table").addEventListener("click", (click) => {
-    const row = click.target.closest("tbody button")?.closest("tr");
-    if (row) plotEvent(shownEvents[row.sectionRowIndex]);
+    const button = click.target.closest("tbody button");
+    if (button) plotEvent(button.of);
   });
   $("event-filter").addEventListener("input", showEvents);
   $("all-events").addEventListener("click", () => {

@@ -109,6 +109,29 @@ TEST_F(AlertsCommand, AreChosenByTheirSeverityTimeAndSilence)
                  "crit, err, warning, notice, info, debug");
 }
 
+TEST_F(AlertsCommand, SayWhyTheyCameWhenThatIsWanted)
+{
+    Alert alert;
+    alert.time_ms = kMoment;
+    alert.source = "DISK";
+    alert.event_id = 1;
+    alert.count = 3;
+    alert.message = "one";
+    alert.terms = "3 hits make\x1B[2J a report";
+    alert.held_back = {2, 5, 0, 0, "", ""};
+    alert.silence = 4;
+    StartHere();
+    alerts::AddAlert(test::Store(), alert);
+    test::StopHost();
+    const std::string why = "3 hits: 3 hits make?[2J a report; 2 reports of 5 hits were held back "
+                            "before it; no receiver is told: silence 4 holds it back";
+    const std::string line = test::Finished(Syslogmon({"alerts"})).out;
+    ExpectOutput({"alerts", "--why"}, line + "    why: " + why + "\n");
+    EXPECT_EQ(std::string::npos, line.find("why"));
+    EXPECT_EQ(why, json::parse(Syslogmon({"--json", "alerts", "--why"}).out)["why"]);
+    EXPECT_FALSE(json::parse(Syslogmon({"--json", "alerts"}).out).contains("why"));
+}
+
 TEST_F(AlertsCommand, AreShownOldestFirst)
 {
     Add(kMoment, "one");

@@ -5,6 +5,8 @@
 #include <regex>
 #include <sys/stat.h>
 
+#include <nlohmann/json.hpp>
+
 #include "agent/alerts/alert_store.h"
 #include "agent/history/history_writer.h"
 #include "agent/text/times.h"
@@ -112,8 +114,34 @@ TEST_F(ReportCommand, IsOfAWeekUnlessAnotherTimeIsNamed)
         text::LocalTime((time(nullptr) - 7 * kDay) * 1000); // "2026-11-21 10:00:01"
     const std::string page = Page({"--since", date});
     EXPECT_EQ("23", Fact(page, "Hits"));
-    EXPECT_NE(std::string::npos, page.find("<p>" + date + " to "));
+    // From the begin of that hour on.
+    EXPECT_NE(std::string::npos, page.find("<p>" + date.substr(0, 13) + ":00:00 to "));
     EXPECT_EQ(std::string::npos, page.find("of the last week"));
+}
+
+TEST_F(ReportCommand, WithJsonItIsTheNumbersOfThePage)
+{
+    Add(8 * kDay, 100, "of the last week");
+    Add(2 * kHour, 3, "disk <sda> failed");
+    const auto report = Json({"report"});
+    EXPECT_EQ(3, report["hits"]);
+    EXPECT_EQ(1, report["alerts"]);
+    EXPECT_EQ(30, report["lines"]);
+    EXPECT_EQ(R"([{"hits":3,"name":"DISK 1A"}])", report["events"].dump());
+    EXPECT_EQ(R"([{"hits":3,"name":"web7"}])", report["hosts"].dump());
+    EXPECT_EQ(24U, report["hours"].size());
+    ExpectDone({"--json", "report", "-o", File("report.json")});
+    EXPECT_EQ(report["events"],
+              nlohmann::json::parse(test::ReadFile(File("report.json")))["events"]);
+}
+
+TEST_F(ReportCommand, WhatIsNoJsonIsRefused)
+{
+    ExpectFailed({"--json", "metrics"},
+                 "cannot print the metrics as JSON: they are in the text format of Prometheus; "
+                 "leave --json out; the page of syslogmon set web has the counters as JSON");
+    ExpectFailed({"--json", "top"}, "cannot show the full screen as JSON: it is for people; use "
+                                    "syslogmon --json status");
 }
 
 TEST_F(ReportCommand, ATimeThatIsNoneIsRefused)

@@ -70,6 +70,29 @@ TEST_F(TopView, HasALineForEachRowAndNoneIsWider)
     }
 }
 
+TEST_F(TopView, AMinuteInWhichAnEventIsNotKeptByItselfIsNotShownAsNothing)
+{
+    const auto has_question = [this](const std::string &begin, bool is_utf8) {
+        for (const TopLine &line : Screen(24, 80, is_utf8)) {
+            if (line.text.starts_with(begin))
+                return line.text.find('?') != std::string::npos;
+        }
+        ADD_FAILURE() << begin;
+        return false;
+    };
+    auto &points = sight_.course.points;
+    points.push_back(
+        {(cli::kTopMinutes - 2) * history::kMinute, {{{Kind::kHits, "LOGIN", 0x1A}, 9}}});
+    EXPECT_FALSE(has_question("ALPHA ", true));
+    points.back().values[{Kind::kHits, history::kOthers, 0}] = 50;
+    for (const bool is_utf8 : {true, false}) {
+        EXPECT_TRUE(has_question("ALPHA ", is_utf8));
+        EXPECT_TRUE(has_question("DISK ", is_utf8));
+        EXPECT_FALSE(has_question("LOGIN ", is_utf8));
+    }
+    EXPECT_LT(0, RowOf("ALPHA           2          0")) << "what is not known adds nothing";
+}
+
 TEST_F(TopView, ShowsStateFilesSinksEventsAndAlertsOnTheSmallestTerminal)
 {
     EXPECT_EQ(0, RowOf("web1  10:00:00  running"));

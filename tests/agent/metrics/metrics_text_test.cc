@@ -30,6 +30,16 @@ TEST(MetricsText, TextsOfStrangersCannotEndTheirLabel)
     EXPECT_EQ("", SamplesOf(view, "syslogmon_behind_seconds"));
 }
 
+TEST(MetricsText, AByteAndTheTextThatStandsForItAreTwoLabels)
+{
+    Overview view;
+    for (const char *path : {"/a\x01", "/a\\x01", "/a\\x1", "/a\\x5cx01"})
+        view.logs.push_back({"system log", path, 7, std::nullopt});
+    EXPECT_EQ("{log=\"/a\\\\x01\"} 7\n{log=\"/a\\\\x5cx01\"} 7\n{log=\"/a\\\\x1\"} 7\n"
+              "{log=\"/a\\\\x5cx5cx01\"} 7\n",
+              SamplesOf(view, "syslogmon_unread_bytes"));
+}
+
 TEST(MetricsText, AHistogramCountsWhatTookNoLongerThanEachBound)
 {
     Overview view;

@@ -2,8 +2,11 @@
 #include "agent/report/report.h"
 #include "agent/report/trial_report.h"
 
+#include <numeric>
+
 #include "agent/alerts/alert_store.h"
 #include "agent/history/history_writer.h"
+#include "agent/text/times.h"
 #include "tests/agent/support/host_test.h"
 
 namespace {
@@ -62,10 +65,11 @@ class ReportPage : public test::HostTest {
         news.Add({kind, name, id}, value);
         history::HistoryWriter(test::Store()).Save(news, when);
     }
-    static void AddAlert(const std::string &host, int64_t count, const std::string &line)
+    static void AddAlert(const std::string &host, int64_t count, const std::string &line,
+                         int64_t when = kNow)
     {
         alerts::Alert alert;
-        alert.time_ms = kNow * 1000;
+        alert.time_ms = when * 1000;
         alert.host = "here";
         alert.line_host = host;
         alert.source = "DISK";
@@ -92,6 +96,25 @@ TEST_F(ReportPage, SumsAreOfTheTimeThatIsAskedFor)
     EXPECT_EQ(2, found.alerts);
     EXPECT_EQ(1, found.held_back);
     EXPECT_EQ(70, found.lines);
+}
+
+TEST_F(ReportPage, BeginsWithTheStepInWhichItsTimeLiesAndSaysSo)
+{
+    constexpr int64_t kAsked = kNow - 2 * history::kDay + 1800; // half an hour into an hour
+    Count(Kind::kHits, "DISK", 0x1A, 100, kAsked - 1801);
+    Count(Kind::kHits, "DISK", 0x1A, 20, kAsked - 1800);
+    Count(Kind::kHits, "DISK", 0x1A, 3, kNow);
+    AddAlert("web1", 7, "before it", kAsked - 1801);
+    AddAlert("web1", 5, "in it", kAsked - 1800);
+    const report::Report found = report::Collect(test::Store(), kAsked * 1000, kNow * 1000);
+    EXPECT_EQ((kAsked - 1800) * 1000, found.since_ms);
+    EXPECT_EQ(23, found.hits);
+    ASSERT_EQ(1U, found.hosts.size());
+    EXPECT_EQ(5, found.hosts[0].value);
+    EXPECT_EQ(5, std::accumulate(found.hours.begin(), found.hours.end(), int64_t{0}));
+    ASSERT_EQ(1U, found.newest.size());
+    EXPECT_NE(std::string::npos,
+              report::ToHtml(found).find("<p>" + text::LocalTime(found.since_ms) + " to "));
 }
 
 TEST_F(ReportPage, HasThePlotsAndTheNewestAlertsAndNeedsNothingElse)
