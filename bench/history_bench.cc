@@ -1,16 +1,21 @@
-// What counting for the history costs a pass: passes with it and without it, in turns, in one process.
+// What it costs a pass that the monitor can be looked at: passes without it, with the history, and with all of it (history,
+// page served, one page open), in turns, in one process.
 //
 //   history_bench [--lines=N] [--runs=N] [--short-runs=N]
 //
 // The module, its host and its store are the daemon's, the log is that of the catalogue (data/rules.h) with 100 events
 // and a hit in a thousand lines. A pass is everything from the search for the place to the commit of what was read, with
 // the alerts in it. With the history, each line is followed as in the daemon, and what was counted is written into the
-// same commit.
+// same commit. The page is a process of its own, which is told of each pass by the server's events and then asks for what a
+// browser asks: overview, history, events, alerts. It is told when the pass begins, so that it asks meanwhile.
 //
 // Long passes are of N lines (1,000,000); short ones of 20 lines, as a log that is written now and then gives them.
-// Processor time; the store lies in memory where there is such a file system. Of each pair, which of both is first
-// changes from pair to pair.
+// Of the thread that makes the pass, in processor time and by the clock; the store lies in memory where there is such a file
+// system. Which of the three is first changes from round to round.
 #include <algorithm>
+#include <array>
+#include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,11 +24,18 @@
 #include <fstream>
 #include <optional>
 #include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include "agent/cli/temporary_folder.h"
 #include "agent/cli/trial.h"
 #include "agent/daemon/pass_counter.h"
+#include "agent/host/waitable.h"
+#include "agent/web/page_server.h"
 #include "bench/data/log_writer.h"
 #include "bench/data/rules.h"
 
@@ -35,12 +47,110 @@ constexpr int kEvents = 100;
 constexpr double kHitRate = 0.001;
 constexpr int kShortLines = 20;
 
-double ProcessorSeconds()
+// What a pass goes without, and with.
+enum Arm { kWithout, kHistory, kAll, kArms };
+// A page is told of news no sooner after the last ones, so that it would not ask beside the pass.
+constexpr std::chrono::milliseconds kBetweenNews{320};
+
+struct Seconds {
+    double processor = 0;
+    double clock = 0;
+};
+
+double SecondsOf(clockid_t clock)
 {
     timespec now{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    clock_gettime(clock, &now);
     return static_cast<double>(now.tv_sec) + (static_cast<double>(now.tv_nsec) / 1e9);
 }
+
+Seconds Now()
+{
+    return {SecondsOf(CLOCK_THREAD_CPUTIME_ID), SecondsOf(CLOCK_MONOTONIC)};
+}
+
+// ---- the open page ----
+
+constexpr const char *kAsked[] = {"/api/v1/overview", "/api/v1/history?seconds=3600&top=10",
+                                  "/api/v1/events", "/api/v1/alerts?limit=50"};
+
+host::Fd Ask(const std::string &socket_path, const std::string &path)
+{
+    host::Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un name{};
+    name.sun_family = AF_UNIX;
+    socket_path.copy(name.sun_path, sizeof name.sun_path - 1);
+    const std::string request =
+        "GET " + path + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n";
+    if (connect(fd.get(), reinterpret_cast<const sockaddr *>(&name), sizeof name) != 0 ||
+        write(fd.get(), request.data(), request.size()) < 0)
+        throw std::runtime_error("the page's server does not answer");
+    return fd;
+}
+
+// For ever; a byte goes into `told` for each time that it has asked for all.
+void KeepPageOpen(const std::string &socket_path, int told)
+{
+    const host::Fd stream = Ask(socket_path, "/api/v1/stream");
+    char bytes[4096];
+    for (ssize_t size = 0; (size = read(stream.get(), bytes, sizeof bytes)) > 0;) {
+        if (std::string_view(bytes, static_cast<size_t>(size)).find("event: pass") ==
+            std::string_view::npos)
+            continue;
+        for (const char *path : kAsked) {
+            const host::Fd answer = Ask(socket_path, path);
+            while (read(answer.get(), bytes, sizeof bytes) > 0)
+                continue;
+        }
+        if (write(told, "x", 1) != 1)
+            return;
+    }
+}
+
+// The server, in this process, and a page in another one.
+class OpenPage {
+  public:
+    explicit OpenPage(const host::Layout &layout)
+    {
+        settings::WebAddress address;
+        address.socket = layout.run / "web.sock";
+        server_.emplace(layout, address, "bench");
+        if (pipe(told_) != 0)
+            throw std::runtime_error("no pipe");
+        child_ = fork();
+        if (child_ == 0) {
+            try {
+                KeepPageOpen(address.socket, told_[1]);
+            } catch (const std::exception &) {
+            }
+            _exit(0);
+        }
+    }
+    ~OpenPage()
+    {
+        kill(child_, SIGKILL);
+        waitpid(child_, nullptr, 0);
+        close(told_[0]);
+        close(told_[1]);
+    }
+    OpenPage(const OpenPage &) = delete;
+    OpenPage &operator=(const OpenPage &) = delete;
+
+    void Tell() const { server_->Wake(); }
+    // Until it has asked for everything again, so that the next pass is not beside it.
+    void LetItAsk() const
+    {
+        char byte = 0;
+        if (read(told_[0], &byte, 1) != 1)
+            throw std::runtime_error("the page has ended");
+        std::this_thread::sleep_for(kBetweenNews);
+    }
+
+  private:
+    std::optional<web::PageServer> server_;
+    int told_[2] = {-1, -1};
+    pid_t child_ = -1;
+};
 
 int NumberOf(int argc, char **argv, const char *option, int otherwise)
 {
@@ -73,8 +183,9 @@ cli::TrialLog WriteLog(const fs::path &path, const std::vector<bench::Rule> &rul
     return {path, path, static_cast<int64_t>(fs::file_size(path))};
 }
 
-// One pass; the processor seconds that it took.
-double Pass(monitor::Module &module, host::Host &host, const cli::TrialLog &log, bool with_history)
+// One pass, and what it took.
+Seconds Pass(monitor::Module &module, host::Host &host, const cli::TrialLog &log, Arm arm,
+             const OpenPage &page)
 {
     const auto time_of = [&module](const std::string &line) -> std::optional<int64_t> {
         time_t time = 0;
@@ -83,17 +194,22 @@ double Pass(monitor::Module &module, host::Host &host, const cli::TrialLog &log,
         return time;
     };
     std::optional<syslogmond::PassCounter> counter;
-    if (with_history) {
+    if (arm != kWithout) {
         counter.emplace(host, time_of);
         counter->BeginTable();
     }
-    const double begin = ProcessorSeconds();
+    const Seconds begin = Now();
+    if (arm == kAll)
+        page.Tell();
     host::Transaction transaction(host.store());
     cli::PassOver(host, module, log);
     if (counter)
         counter->Save(false);
     transaction.Commit();
-    return ProcessorSeconds() - begin;
+    const Seconds end = Now();
+    if (arm == kAll)
+        page.LetItAsk();
+    return {end.processor - begin.processor, end.clock - begin.clock};
 }
 
 // Of the same build: this program lies in its folder bench.
@@ -108,36 +224,51 @@ double Median(std::vector<double> values)
     return values[values.size() / 2];
 }
 
-struct Pairs {
-    std::vector<double> without, with, ratios;
+struct Times {
+    std::array<std::vector<double>, kArms> processor, clock;
 };
 
-Pairs Measure(monitor::Module &module, host::Host &host, const cli::TrialLog &log, int runs)
+Times Measure(monitor::Module &module, host::Host &host, const cli::TrialLog &log, int rounds,
+              const OpenPage &page)
 {
-    Pairs pairs;
-    Pass(module, host, log, true);
-    Pass(module, host, log, false);
-    for (int i = 0; i < runs; ++i) {
-        double seconds[2] = {};
-        for (const bool with : {i % 2 == 0, i % 2 != 0})
-            seconds[with ? 1 : 0] = Pass(module, host, log, with);
-        pairs.without.push_back(seconds[0]);
-        pairs.with.push_back(seconds[1]);
-        pairs.ratios.push_back(seconds[1] / seconds[0]);
+    Times times;
+    for (const Arm arm : {kWithout, kHistory, kAll})
+        Pass(module, host, log, arm, page);
+    for (int round = 0; round < rounds; ++round) {
+        for (int turn = 0; turn < kArms; ++turn) {
+            const auto arm = static_cast<Arm>((round + turn) % kArms);
+            const Seconds took = Pass(module, host, log, arm, page);
+            times.processor[arm].push_back(took.processor);
+            times.clock[arm].push_back(took.clock);
+        }
     }
-    return pairs;
+    return times;
 }
 
-void Print(const char *what, double scale, const char *unit, const Pairs &pairs)
+// Medians, and of each round how many times as much it was as without anything.
+void Print(const char *what, double scale, const char *unit,
+           const std::array<std::vector<double>, kArms> &times)
 {
-    std::vector<double> ratios = pairs.ratios;
-    std::ranges::sort(ratios);
-    const size_t tenth = ratios.size() / 10;
-    printf("%s: without the history %.1f %s, with it %.1f (medians of %zu); with / without in each "
-           "pair: median %.3f, "
-           "from %.3f to %.3f without the tenth at each end\n",
-           what, Median(pairs.without) * scale, unit, Median(pairs.with) * scale, ratios.size(),
-           Median(ratios), ratios[tenth], ratios[ratios.size() - 1 - tenth]);
+    constexpr const char *kNames[] = {"without", "history", "all of it"};
+    printf("%s, %zu of each\n", what, times[kWithout].size());
+    for (const Arm arm : {kWithout, kHistory, kAll}) {
+        std::vector<double> ratios;
+        for (size_t i = 0; i < times[arm].size(); ++i)
+            ratios.push_back(times[arm][i] / times[kWithout][i]);
+        std::ranges::sort(ratios);
+        const size_t tenth = ratios.size() / 10;
+        printf(
+            "  %-10s %9.1f %s  median of the rounds %.3f, from %.3f to %.3f without the tenth at "
+            "each end\n",
+            kNames[arm], Median(times[arm]) * scale, unit, Median(ratios), ratios[tenth],
+            ratios[ratios.size() - 1 - tenth]);
+    }
+}
+
+void Print(const std::string &what, double scale, const char *unit, const Times &times)
+{
+    Print((what + ", processor time").c_str(), scale, unit, times.processor);
+    Print((what + ", by the clock").c_str(), scale, unit, times.clock);
 }
 
 } // namespace
@@ -146,7 +277,7 @@ int main(int argc, char **argv)
 {
     const int lines = NumberOf(argc, argv, "--lines=", 1'000'000);
     const int runs = std::max(NumberOf(argc, argv, "--runs=", 40), 1);
-    const int short_runs = std::max(NumberOf(argc, argv, "--short-runs=", 2000), 1);
+    const int short_runs = std::max(NumberOf(argc, argv, "--short-runs=", 200), 1);
     try {
         if (fs::exists("/dev/shm"))
             setenv("TMPDIR", "/dev/shm", 0);
@@ -157,10 +288,11 @@ int main(int argc, char **argv)
         cli::RunTrial(LibrariesBeside(argv[0]), RulesOf(rules),
                       [&](monitor::Module &module, host::Host &host) {
                           host.SetTable(module.table());
+                          const OpenPage page(host.layout());
                           Print("long passes", 1e9 / lines, "ns a line",
-                                Measure(module, host, long_log, runs));
+                                Measure(module, host, long_log, runs, page));
                           Print("short passes", 1e6, "us",
-                                Measure(module, host, short_log, short_runs));
+                                Measure(module, host, short_log, short_runs, page));
                           host.SetTable({});
                       });
     } catch (const std::exception &error) {
