@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "agent/alerts/own_alert.h"
+#include "agent/daemon/trace_unit.h"
 #include "agent/host/agent_values.h"
 #include "agent/logs/log_files.h"
 #include "platform/contract.h"
@@ -95,8 +96,13 @@ void LossNotes::BeforeCommit()
         Follow(slot, NameOf(slot));
         if (!slots_[slot].witness)
             continue;
-        for (const logs::LogLoss &loss : slots_[slot].witness->Take(own))
-            Tell(slots_[slot].witness->log(), loss);
+        logs::LogWitness &witness = *slots_[slot].witness;
+        for (const logs::LogLoss &loss : witness.Take(own))
+            Tell(witness.log(), loss);
+        if (!witness.CouldRead() && !own.empty())
+            TRACE(TRACE_SYSTEM,
+                  "%s could not be looked at: whether this pass left lines out is not known.",
+                  witness.log().c_str());
         if (!own.empty())
             Write(slot);
     }

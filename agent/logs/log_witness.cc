@@ -1,6 +1,8 @@
 #include "agent/logs/log_witness.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <optional>
 #include <sys/stat.h>
 #include <utility>
 
@@ -95,30 +97,49 @@ void LogWitness::LookAtContents()
             files_.insert(files_.begin() + static_cast<ptrdiff_t>(i), files_[i].Split());
             ++i;
         } else if (change == WitnessedFile::Change::kCut) {
-            FileRecord &record = files_[i].record;
-            const int64_t at = files_[i].FindTail();
-            if (record.size < before && before > record.read_to && at < 0)
-                noticed_.push_back(
-                    {record.path, std::max(record.read_to, record.size), before, -1, false, kCut});
-            if (at >= 0)
-                files_[i].ReadTo(at);
-            else
-                files_[i].LosePlace();
+            NoteCut(before, &files_[i]);
+        } else if (change == WitnessedFile::Change::kUnknown) {
+            could_read_ = false;
         }
     }
+}
+
+// Of a file that had this size when it was looked at before.
+void LogWitness::NoteCut(int64_t before, WitnessedFile *file)
+{
+    FileRecord &record = file->record;
+    const std::optional<int64_t> at = file->FindTail();
+    if (!at) {
+        could_read_ = false;
+        record.size = before;
+        return;
+    }
+    if (record.size < before && before > record.read_to && *at < 0)
+        noticed_.push_back(
+            {record.path, std::max(record.read_to, record.size), before, -1, false, kCut});
+    if (*at >= 0)
+        file->ReadTo(*at);
+    else
+        file->LosePlace();
 }
 
 void LogWitness::Look()
 {
     LookAtContents();
     struct stat status {};
-    if (stat(log_.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+    if (stat(log_.c_str(), &status) != 0) {
+        could_read_ = could_read_ && (errno == ENOENT || errno == ENOTDIR);
+        return;
+    }
+    if (!S_ISREG(status.st_mode))
         return;
     if (!files_.empty() && files_.back().Is(status.st_dev, status.st_ino))
         return;
     WitnessedFile live(log_);
     if (live.IsOpen())
         files_.push_back(std::move(live));
+    else if (live.IsUnreadable())
+        could_read_ = false;
 }
 
 // The file of a part. One that nobody has seen is a copy of what a file held that was emptied since, or of the one in
@@ -142,7 +163,8 @@ size_t LogWitness::FileOf(const LogPart &part)
     wanted.device = part.device;
     wanted.inode = part.inode;
     WitnessedFile file(std::move(wanted));
-    file.Look();
+    if (file.Look() == WitnessedFile::Change::kUnknown)
+        could_read_ = false;
     for (size_t i = 0; i < files_.size(); ++i) {
         const FileRecord &original = files_[i].record;
         const bool is_gone = original.inode == 0;
@@ -180,7 +202,13 @@ void LogWitness::LeaveFilesBefore(size_t at, const std::string &why, std::vector
 void LogWitness::Account(const LogPart &part, WitnessedFile *file, std::vector<LogLoss> *losses)
 {
     const FileRecord &record = file->record;
-    const int64_t end = file->EndOfLine(part.last);
+    const auto end_read = file->EndOfLine(part.last);
+    const auto end_checked = file->EndOfLine(part.last_read);
+    if (!end_read || !end_checked) {
+        could_read_ = false;
+        return;
+    }
+    const int64_t end = *end_read;
     const int64_t begin = part.first >= 0 ? part.first : end;
     if (is_followed_ && begin > record.read_to)
         losses->push_back({record.path, record.read_to, begin, file->Lines(record.read_to, begin),
@@ -194,7 +222,7 @@ void LogWitness::Account(const LogPart &part, WitnessedFile *file, std::vector<L
     std::erase_if(*losses, [](const LogLoss &loss) { return loss.lines == 0; });
     file->ReadTo(end);
     // Repeats at the head are read again with each pass, and count for nothing.
-    file->record.checked_to = std::max(end, file->EndOfLine(part.last_read));
+    file->record.checked_to = std::max(end, *end_checked);
     is_followed_ = true;
 }
 
@@ -209,8 +237,18 @@ void LogWitness::LookAtThoseThatWereLeft(std::vector<LogLoss> *losses)
     std::erase_if(left_, [](const WitnessedFile &file) { return file.IsRemoved(); });
 }
 
+void LogWitness::Forget()
+{
+    files_.clear();
+    between_.clear();
+    left_.clear();
+    noticed_.clear();
+    is_followed_ = false;
+}
+
 std::vector<LogLoss> LogWitness::Take(const std::vector<LogPart> &parts)
 {
+    could_read_ = true;
     Look();
     std::vector<LogLoss> losses = std::exchange(noticed_, {});
     LookAtThoseThatWereLeft(&losses);
@@ -222,6 +260,10 @@ std::vector<LogLoss> LogWitness::Take(const std::vector<LogPart> &parts)
         const size_t at = FileOf(part);
         LeaveFilesBefore(at, part.is_afresh != 0 ? kAfresh : kLeft, &losses);
         Account(part, &files_.front(), &losses);
+    }
+    if (!could_read_ && !parts.empty()) {
+        Forget();
+        losses.clear();
     }
     return losses;
 }

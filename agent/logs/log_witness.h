@@ -15,6 +15,8 @@
 //       much of the rest is new: that something was read again is told only when it is for certain.
 //   W7  What holds no line is no loss: zero bytes that a power cut has left are read again with each pass until a line
 //       stands behind them.
+//   W8  Where a file could not be read for this, nothing is known of the log any more, and nothing is told, as at the first
+//       start. The next part says where the monitor stands.
 //
 // Of the monitor thread.
 #ifndef AGENT_LOGS_LOG_WITNESS_H
@@ -55,6 +57,8 @@ class LogWitness {
     // A pass has come to its end, and was told to read these parts of the log, in this order. Returns what it has passed
     // over.
     std::vector<LogLoss> Take(const std::vector<LogPart> &parts);
+    // Could all be read that the last call of Take had to read? Else it has told nothing of its parts.
+    [[nodiscard]] bool CouldRead() const { return could_read_; }
 
     // To be kept.
     [[nodiscard]] std::vector<FileRecord> Records() const;
@@ -63,12 +67,14 @@ class LogWitness {
     using Files = std::vector<WitnessedFile>;
 
     void LookAtContents();
+    void NoteCut(int64_t before, WitnessedFile *file);
     void FindFilesOfTheTimeBetween();
     void TakeFilesOfTheTimeBetween(const LogPart &first);
     size_t FileOf(const LogPart &part);
     void LeaveFilesBefore(size_t at, const std::string &why, std::vector<LogLoss> *losses);
     void Account(const LogPart &part, WitnessedFile *file, std::vector<LogLoss> *losses);
     void LookAtThoseThatWereLeft(std::vector<LogLoss> *losses);
+    void Forget();
 
     std::filesystem::path log_;
     Files files_;
@@ -77,6 +83,7 @@ class LogWitness {
     bool is_followed_;             // a place of the monitor is known
     Files left_;                   // the last files that the monitor has left, oldest first
     std::vector<LogLoss> noticed_; // at a look, and not told yet
+    bool could_read_ = true;
 };
 
 } // namespace logs

@@ -65,15 +65,26 @@ bool IsHeadOfTheSame(const std::string &known, const std::string &head)
            (same == std::min(known.size(), head.size()) || (same > 0 && head[same] == '\0'));
 }
 
+// Is a call that failed with this error about a file that is not there?
+bool IsGone(int error)
+{
+    return error == ENOENT || error == ENOTDIR;
+}
+
 } // namespace
 
 WitnessedFile::WitnessedFile(const fs::path &path)
 {
     Open(path);
     record.path = path;
-    struct stat status {};
-    if (!IsOpen() || fstat(*file_, &status) != 0)
+    if (!IsOpen())
         return;
+    struct stat status {};
+    if (fstat(*file_, &status) != 0) {
+        is_unreadable_ = true;
+        file_.reset();
+        return;
+    }
     record.device = status.st_dev;
     record.inode = status.st_ino;
     Look();
@@ -89,7 +100,9 @@ WitnessedFile::WitnessedFile(FileRecord known) : record(std::move(known))
     std::error_code failed;
     for (const auto &entry : fs::directory_iterator(fs::path(record.path).parent_path(), failed)) {
         struct stat status {};
-        if (lstat(entry.path().c_str(), &status) != 0 || status.st_ino != record.inode)
+        const bool is_there = lstat(entry.path().c_str(), &status) == 0;
+        is_unreadable_ = is_unreadable_ || (!is_there && !IsGone(errno));
+        if (!is_there || status.st_ino != record.inode)
             continue;
         Open(entry.path());
         if (IsTheOneRecorded()) {
@@ -97,6 +110,7 @@ WitnessedFile::WitnessedFile(FileRecord known) : record(std::move(known))
             return;
         }
     }
+    is_unreadable_ = is_unreadable_ || (failed && !IsGone(failed.value()));
     file_.reset();
 }
 
@@ -105,26 +119,38 @@ void WitnessedFile::Open(const fs::path &path)
     file_.reset();
     // A pipe is not waited for, and a terminal does not become the daemon's own.
     const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0)
+    if (fd < 0) {
+        is_unreadable_ = is_unreadable_ || !IsGone(errno);
         return;
+    }
     file_ = {new int(fd), [](const int *opened) {
                  close(*opened);
                  delete opened;
              }};
     struct stat status {};
-    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode))
+    const bool is_known = fstat(fd, &status) == 0;
+    is_unreadable_ = is_unreadable_ || !is_known;
+    if (!is_known || !S_ISREG(status.st_mode))
         file_.reset();
 }
 
 // The number of a removed file is given again, so the bytes count, too. Of a log that has lost its end, when the power was
 // cut for example, those at the head are left.
-bool WitnessedFile::IsTheOneRecorded() const
+bool WitnessedFile::IsTheOneRecorded()
 {
     struct stat status {};
-    if (!IsOpen() || fstat(*file_, &status) != 0 || !Is(status.st_dev, status.st_ino))
+    if (!IsOpen())
         return false;
-    const std::string head = Bytes(0, static_cast<int64_t>(record.head.size()));
-    return GoesOnLike(record) || IsHeadOfTheSame(record.head, head);
+    if (fstat(*file_, &status) != 0) {
+        is_unreadable_ = true;
+        return false;
+    }
+    if (!Is(status.st_dev, status.st_ino))
+        return false;
+    const auto head = Bytes(0, static_cast<int64_t>(record.head.size()));
+    const bool is_it = !head || GoesOnLike(record) || IsHeadOfTheSame(record.head, *head);
+    is_unreadable_ = is_unreadable_ && !is_it;
+    return is_it;
 }
 
 bool WitnessedFile::IsRemoved() const
@@ -133,8 +159,10 @@ bool WitnessedFile::IsRemoved() const
     return !IsOpen() || fstat(*file_, &status) != 0 || status.st_nlink == 0;
 }
 
-std::string WitnessedFile::Bytes(int64_t begin, int64_t end) const
+std::optional<std::string> WitnessedFile::Bytes(int64_t begin, int64_t end) const
 {
+    if (!IsOpen() && is_unreadable_)
+        return std::nullopt;
     std::string bytes(static_cast<size_t>(std::max<int64_t>(end - begin, 0)), '\0');
     size_t have = 0;
     while (IsOpen() && have < bytes.size()) {
@@ -142,7 +170,9 @@ std::string WitnessedFile::Bytes(int64_t begin, int64_t end) const
                                   begin + static_cast<off_t>(have));
         if (got < 0 && errno == EINTR)
             continue;
-        if (got <= 0)
+        if (got < 0)
+            return std::nullopt;
+        if (got == 0)
             break;
         have += static_cast<size_t>(got);
     }
@@ -152,16 +182,22 @@ std::string WitnessedFile::Bytes(int64_t begin, int64_t end) const
 
 WitnessedFile::Change WitnessedFile::Look()
 {
+    if (is_unreadable_)
+        *this = WitnessedFile(std::move(record));
+    if (!IsOpen())
+        return is_unreadable_ ? Change::kUnknown : Change::kNone;
     struct stat status {};
-    if (!IsOpen() || fstat(*file_, &status) != 0)
-        return Change::kNone;
+    const auto head = fstat(*file_, &status) == 0
+                          ? Bytes(0, std::min<int64_t>(kHead, status.st_size))
+                          : std::nullopt;
+    if (!head)
+        return Change::kUnknown;
     const int64_t before = std::exchange(record.size, status.st_size);
     record.written_ms = Milliseconds(status.st_mtim);
-    const std::string head = Bytes(0, std::min<int64_t>(kHead, record.size));
-    const bool is_same_log = before == 0 || IsHeadOfTheSame(record.head, head);
+    const bool is_same_log = before == 0 || IsHeadOfTheSame(record.head, *head);
     if (is_same_log) {
-        same_head_ = static_cast<int64_t>(SameBytes(record.head, head));
-        record.head = head;
+        same_head_ = static_cast<int64_t>(SameBytes(record.head, *head));
+        record.head = *head;
     }
     if (!is_same_log || (record.size == 0 && before > 0)) {
         record.size = before;
@@ -171,17 +207,19 @@ WitnessedFile::Change WitnessedFile::Look()
     return is_as_it_was ? Change::kNone : Change::kCut;
 }
 
-int64_t WitnessedFile::EndOfLine(int64_t offset) const
+std::optional<int64_t> WitnessedFile::EndOfLine(int64_t offset) const
 {
     if (offset < 0)
         return 0;
     for (int64_t at = offset;;) {
-        const std::string block = Bytes(at, at + kBlock);
-        const size_t end = block.find('\n');
+        const auto block = Bytes(at, at + kBlock);
+        if (!block)
+            return std::nullopt;
+        const size_t end = block->find('\n');
         if (end != std::string::npos)
             return at + static_cast<int64_t>(end) + 1;
-        at += static_cast<int64_t>(block.size());
-        if (std::cmp_less(block.size(), kBlock))
+        at += static_cast<int64_t>(block->size());
+        if (std::cmp_less(block->size(), kBlock))
             return at;
     }
 }
@@ -193,12 +231,12 @@ int64_t WitnessedFile::Lines(int64_t begin, int64_t end) const
     int64_t lines = 0;
     char last = '\n';
     for (int64_t at = begin; at < end;) {
-        const std::string block = Bytes(at, std::min(end, at + kBlock));
-        if (block.empty())
+        const auto block = Bytes(at, std::min(end, at + kBlock));
+        if (!block || block->empty())
             return -1;
-        lines += LineEnds(block, last);
-        last = block.back();
-        at += static_cast<int64_t>(block.size());
+        lines += LineEnds(*block, last);
+        last = block->back();
+        at += static_cast<int64_t>(block->size());
     }
     return lines + (IsText(last) ? 1 : 0);
 }
@@ -207,7 +245,8 @@ void WitnessedFile::ReadTo(int64_t offset)
 {
     record.read_to = offset;
     is_uncertain_ = false;
-    record.tail = Bytes(std::max<int64_t>(offset - kTail, 0), offset);
+    // Without a tail every file goes on like this one.
+    record.tail = Bytes(std::max<int64_t>(offset - kTail, 0), offset).value_or("");
 }
 
 void WitnessedFile::LosePlace()
@@ -219,8 +258,9 @@ void WitnessedFile::LosePlace()
 
 bool WitnessedFile::GoesOnLike(const FileRecord &other) const
 {
-    return Bytes(other.read_to - static_cast<int64_t>(other.tail.size()), other.read_to) ==
-           other.tail;
+    const auto bytes =
+        Bytes(other.read_to - static_cast<int64_t>(other.tail.size()), other.read_to);
+    return !bytes || *bytes == other.tail;
 }
 
 bool WitnessedFile::IsCopyOf(const FileRecord &other) const
@@ -229,12 +269,14 @@ bool WitnessedFile::IsCopyOf(const FileRecord &other) const
            record.head.compare(0, other.head.size(), other.head) == 0;
 }
 
-int64_t WitnessedFile::FindTail() const
+std::optional<int64_t> WitnessedFile::FindTail() const
 {
     if (record.tail.empty() || record.size > kMostCounted)
         return -1;
-    const std::string all = Bytes(0, record.size);
-    const size_t at = all.rfind(record.tail);
+    const auto all = Bytes(0, record.size);
+    if (!all)
+        return std::nullopt;
+    const size_t at = all->rfind(record.tail);
     return at == std::string::npos ? -1 : static_cast<int64_t>(at + record.tail.size());
 }
 

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace logs {
@@ -36,6 +37,8 @@ class WitnessedFile {
     explicit WitnessedFile(FileRecord record);
 
     [[nodiscard]] bool IsOpen() const { return file_ != nullptr; }
+    // It is not open, and may be there all the same: opening it failed, or looking for it did.
+    [[nodiscard]] bool IsUnreadable() const { return is_unreadable_; }
     [[nodiscard]] bool Is(uint64_t device, uint64_t inode) const
     {
         return record.inode != 0 && record.device == device && record.inode == inode;
@@ -58,21 +61,23 @@ class WitnessedFile {
         kNone,    // or it has grown
         kCut,     // its end is gone, or it was edited
         kEmptied, // it begins anew
+        kUnknown, // it could not be read; the record is as it was
     };
     Change Look();
 
-    // The end of the line that begins at an offset, with its newline if it has one.
-    [[nodiscard]] int64_t EndOfLine(int64_t offset) const;
+    // The end of the line that begins at an offset, with its newline if it has one. Nothing: it could not be read.
+    [[nodiscard]] std::optional<int64_t> EndOfLine(int64_t offset) const;
     // How many lines end, or would end, in this part; -1: that cannot be counted.
     [[nodiscard]] int64_t Lines(int64_t begin, int64_t end) const;
     // Everything up to here is accounted for.
     void ReadTo(int64_t offset);
-    // Does it hold, where the other one was read to, the same bytes before that? Then it is a copy of it.
+    // Does it hold, where the other one was read to, the same bytes before that? Then it is a copy of it. Where that cannot
+    // be read, there is no reason to think otherwise.
     [[nodiscard]] bool GoesOnLike(const FileRecord &other) const;
     // Does it begin likewise, too?
     [[nodiscard]] bool IsCopyOf(const FileRecord &other) const;
-    // Where the bytes stand by now that stood before record.read_to; -1: they are gone.
-    [[nodiscard]] int64_t FindTail() const;
+    // Where the bytes stand by now that stood before record.read_to; -1: they are gone. Nothing: it could not be read.
+    [[nodiscard]] std::optional<int64_t> FindTail() const;
     // The content goes its own way, without the file, which begins anew.
     WitnessedFile Split();
 
@@ -81,11 +86,13 @@ class WitnessedFile {
   private:
     WitnessedFile() = default;
     void Open(const std::filesystem::path &path);
-    bool IsTheOneRecorded() const;
-    [[nodiscard]] std::string Bytes(int64_t begin, int64_t end) const;
+    bool IsTheOneRecorded();
+    // Fewer where the file has ended. Nothing: they could not be read.
+    [[nodiscard]] std::optional<std::string> Bytes(int64_t begin, int64_t end) const;
 
     // Null: none. Closed with the last of those that share it.
     std::shared_ptr<const int> file_;
+    bool is_unreadable_ = false;
     bool is_uncertain_ = false;
     int64_t same_head_ = 0; // bytes of the head that the last look has found as they were before it
     int64_t certain_head_ = 0;
