@@ -41,6 +41,36 @@ PassEnd ReadNewLines(int64_t *lines)
     }
 }
 
+// How far the file is done with. Told by passes without news, too: when a file was emptied and has grown to its old size
+// again, they take it for the one that was read, and only the host can know better.
+void TellPart(int64_t begin, int64_t lines)
+{
+    if (LogPartIsRead == nullptr)
+        return;
+    const LogPart part{.slot = kTargetSlot,
+                       .is_afresh = 0,
+                       .device = filedata.filestat.st_dev,
+                       .inode = filedata.filestat.st_ino,
+                       .first = lines > 0 ? begin : -1,
+                       .last_read = -1,
+                       .last = -1,
+                       .end = filedata.offset};
+    LogPartIsRead(&part);
+}
+
+PassEnd ReadNews()
+{
+    if (LogIsRead != nullptr)
+        LogIsRead(filedata.filemonpath);
+    const int64_t begin = filedata.offset;
+    int64_t lines = 0;
+    const PassEnd end = ReadNewLines(&lines);
+    if (TargetLinesAreRead != nullptr && lines > 0)
+        TargetLinesAreRead(filedata.filemonpath, lines, filedata.offset - begin);
+    TellPart(begin, lines);
+    return end;
+}
+
 PassEnd ScanOpenFile()
 {
     TRACE_HELPER(TRACE_NOTABLE, "Check file: [%s]", filedata.filemonpath);
@@ -49,18 +79,13 @@ PassEnd ScanOpenFile()
     const int news = CheckFileMonObj();
     if (news < 0)
         return PassEnd::kOffsetNotStored;
-    if (news == 0)
+    if (news == 0) {
+        TellPart(filedata.offset, 0);
         return PassEnd::kNoNews;
+    }
     TRACE_HELPER(TRACE_DETAIL, "<file monitoring object's content has been modified.");
     ClearFileBlock();
-    if (LogIsRead != nullptr)
-        LogIsRead(filedata.filemonpath);
-    const int64_t begin = filedata.offset;
-    int64_t lines = 0;
-    const PassEnd end = ReadNewLines(&lines);
-    if (TargetLinesAreRead != nullptr && lines > 0)
-        TargetLinesAreRead(filedata.filemonpath, lines, filedata.offset - begin);
-    return end;
+    return ReadNews();
 }
 
 int TraceEnd(PassEnd end)

@@ -29,13 +29,14 @@ struct PassPlace {
 
 // A part of a log that a pass has read, or found read to its end. The record dies when the call returns.
 struct LogPart {
-    int slot;        // whose log it is
+    int slot; // whose log it is: 0 the system log, 1 the customer file, 2 the file monitor's target
     int is_afresh;   // 1: the slot starts afresh behind `last`, whatever it had read before
     uint64_t device; // of the file that was open, whatever its name; inode 0: not known
     uint64_t inode;
     int64_t first;     // offset of the first line that was read; -1: none was
     int64_t last_read; // of the last one; -1 likewise
     int64_t last;      // of the line behind which the next pass goes on; -1: from the head
+    int64_t end = -1;  // where it goes on, when that is known better than by a line
 };
 
 // Is told of it by the pass, behind the reports of the line. Returns 0, or another number to give the pass up: what it

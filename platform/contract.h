@@ -59,6 +59,8 @@ constexpr char kInodeLowValue[] = "INODE_L";
 constexpr char kInodeHighValue[] = "INODE_H";
 constexpr char kOffsetLowValue[] = "OFFSET_L";
 constexpr char kOffsetHighValue[] = "OFFSET_H";
+// Its place behind the slots, where files of both are counted.
+constexpr int kTargetSlot = MAX_MON_FILES;
 
 // ---- an event: APPLICATION\<source>\<ID>\WATCHSETTING ----
 

@@ -37,6 +37,8 @@ std::vector<logs::FileRecord> ReadRecords(host::Database &database, int64_t slot
 // The spool is the daemon's own file, of which it knows better what was read.
 std::string LossNotes::NameOf(size_t slot)
 {
+    if (slot == kTargetSlot)
+        return logs::NameOfFile(registry_, kFileMonitorKey);
     if (slot != kCustomerSlot)
         return kSystemLog;
     const std::string name = logs::NameOfFile(registry_, kMonitorKey);

@@ -1,4 +1,4 @@
-// Tells what the monitor passes over in the logs that it follows by its own rules: a witness for each, what they know in
+// Tells what the monitor passes over in the files that it follows by its own rules: a witness for each, what they know in
 // the table `log_file` of the store, and what they notice as alerts; all of it is part of the pass.
 //
 // Of the monitor thread.
@@ -47,7 +47,7 @@ class LossNotes {
 
     host::Store &store_;
     host::RegistryTree &registry_;
-    std::array<Slot, 2> slots_; // the system log, and the customer file
+    std::array<Slot, 3> slots_; // the system log, the customer file, and the file monitor's target
     std::vector<LogPart> parts_;
 };
 

@@ -202,7 +202,7 @@ void LogWitness::LeaveFilesBefore(size_t at, const std::string &why, std::vector
 void LogWitness::Account(const LogPart &part, WitnessedFile *file, std::vector<LogLoss> *losses)
 {
     const FileRecord &record = file->record;
-    const auto end_read = file->EndOfLine(part.last);
+    const auto end_read = part.end >= 0 ? part.end : file->EndOfLine(part.last);
     const auto end_checked = file->EndOfLine(part.last_read);
     if (!end_read || !end_checked) {
         could_read_ = false;
@@ -220,7 +220,9 @@ void LogWitness::Account(const LogPart &part, WitnessedFile *file, std::vector<L
                            file->IsUncertain() ? -1 : file->Lines(begin, record.read_to), true,
                            kAgain});
     std::erase_if(*losses, [](const LogLoss &loss) { return loss.lines == 0; });
-    file->ReadTo(end);
+    // A pass without news costs no look at the tail.
+    if (end != record.read_to || file->IsUncertain())
+        file->ReadTo(end);
     // Repeats at the head are read again with each pass, and count for nothing.
     file->record.checked_to = std::max(end, *end_checked);
     is_followed_ = true;

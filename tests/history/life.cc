@@ -265,8 +265,8 @@ class Life {
     size_t reports_seen_ = 0;
     // Of the two logs that the module follows by its own rules; what they told of, in bytes.
     std::string log_dir_;
-    std::array<std::optional<logs::LogWitness>, 2> witnesses_;
-    std::array<int64_t, 2> told_{};
+    std::array<std::optional<logs::LogWitness>, kLogs> witnesses_;
+    std::array<int64_t, kLogs> told_{};
     // Of the wake that is interrupted: the world as it is after each interruption to which the module has come,
     // and to how many of them the model has come.
     std::vector<World> interrupted_;
@@ -624,7 +624,7 @@ void Life::CompareLedger()
 // A process that starts knows what the one before has stored.
 void Life::BeginWitnesses()
 {
-    for (const Log log : {kSystemLog, kCustomerLog}) {
+    for (const Log log : kAllLogs) {
         auto &witness = witnesses_[log];
         const std::string path = log_dir_ + "/" + world_.NameOf(log);
         auto known = witness && witness->log() == path ? witness->Records()
@@ -649,7 +649,7 @@ void Life::LookAtLogs()
 void Life::TakeLosses()
 {
     const std::vector<LogPart> parts = std::exchange(Host().parts, {});
-    for (const Log log : {kSystemLog, kCustomerLog}) {
+    for (const Log log : kAllLogs) {
         std::vector<LogPart> own;
         std::copy_if(parts.begin(), parts.end(), std::back_inserter(own),
                      [&](const LogPart &part) { return part.slot == log; });
@@ -665,7 +665,7 @@ void Life::TakeLosses()
 
 void Life::CompareLosses()
 {
-    for (const Log log : {kSystemLog, kCustomerLog}) {
+    for (const Log log : kAllLogs) {
         const int64_t lost = world_.ledger.bytes[log] - model_.BytesRead(log);
         if (lost != told_[log])
             Fail("of log " + std::to_string(log) + ", " + std::to_string(lost) +

@@ -75,7 +75,7 @@ class Model {
     struct Lasting {
         Record record;
         std::vector<Counted> table;
-        std::array<int64_t, 2> bytes_read{};
+        std::array<int64_t, kLogs> bytes_read{};
         std::array<int64_t, 2> unrecorded{};
     };
     [[nodiscard]] Lasting Save() const { return {record_, table_, bytes_read_, unrecorded_}; }
@@ -163,7 +163,7 @@ class Model {
     Record record_;
     Memory memory_;
     std::vector<Counted> table_;
-    std::array<int64_t, 2> bytes_read_{};
+    std::array<int64_t, kLogs> bytes_read_{};
     // Of the file in which a slot stands, when all of it are repeats at its head: they were read, but cannot be recorded.
     std::array<int64_t, 2> unrecorded_{};
     // Of the slot that is being scanned.

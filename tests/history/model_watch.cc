@@ -60,8 +60,9 @@ void Model::WatchPass()
 void Model::ReadWatched(const std::string &bytes, uint64_t size)
 {
     const auto end = static_cast<int64_t>(size);
-    int64_t start = memory_.offset; // of the block
-    int64_t pending = start;        // head of the line, or of what is still looked at of it
+    const int64_t begin = memory_.offset;
+    int64_t start = begin;   // of the block
+    int64_t pending = start; // head of the line, or of what is still looked at of it
     if (start < 0 || start > end || end < 1)
         return;
     int64_t block_end = std::min(start + kBlock, end);
@@ -101,6 +102,7 @@ void Model::ReadWatched(const std::string &bytes, uint64_t size)
         count = 0;
         is_overlong = false;
     }
+    bytes_read_[kWatchedFile] += memory_.offset - begin;
     record_.offset = memory_.offset;
 }
 

@@ -371,7 +371,7 @@ bool IsUnedited(const Step &step)
     case Do::kCycle:
     case Do::kRestart:
     case Do::kKill:
-        return step.log != kWatchedFile;
+        return true;
     default:
         return false;
     }

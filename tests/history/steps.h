@@ -13,6 +13,7 @@ namespace history {
 // Which log a step is about.
 enum Log { kSystemLog, kCustomerLog, kWatchedFile };
 constexpr int kLogs = 3;
+constexpr Log kAllLogs[] = {kSystemLog, kCustomerLog, kWatchedFile};
 
 enum class Do {
     // the logs

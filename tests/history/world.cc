@@ -119,7 +119,7 @@ World::World(const Disk *disk, const Setup &setup, bool is_faithful)
     settings.customer = PathOrNone(kCustomerNames[setup.customer]);
     settings.target = PathOrNone(kTargetNames[setup.target]);
     settings.events = FirstTable(hours_);
-    for (const Log log : {kSystemLog, kCustomerLog, kWatchedFile}) {
+    for (const Log log : kAllLogs) {
         if (IsWatched(log))
             AppendLine(log, kPlain);
     }
@@ -261,7 +261,7 @@ void World::WatchWasCommitted()
 
 void World::Finish()
 {
-    for (const Log log : {kSystemLog, kCustomerLog, kWatchedFile}) {
+    for (const Log log : kAllLogs) {
         if (IsWatched(log))
             AppendLine(log, kPlain);
     }
@@ -275,7 +275,8 @@ void World::Append(Log log, const std::string &text)
     const std::string rest = writer.rest.empty() ? "" : writer.rest + "\n";
     writer.rest.clear();
     folder.Append(NameOf(log), rest + text, clock);
-    if (has_begun_)
+    // Of the watched file all counts that it held when it was named.
+    if (has_begun_ || log == kWatchedFile)
         ledger.bytes[log] += static_cast<int64_t>((rest + text).size());
     writer.is_unread = true;
 }

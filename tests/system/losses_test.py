@@ -1,9 +1,12 @@
 """What the monitor passes over by its rules, it tells: which file, which part of it, how many lines. And nothing else."""
 import gzip
+import shutil
 
 import lab
 
 FIRST = lab.VAR_LOG / "messages.1"
+TARGET = lab.VAR_LOG / "application.log"
+ROTATED = lab.VAR_LOG / "application.log.1"
 
 
 class Losses(lab.LabTest):
@@ -133,6 +136,77 @@ class Losses(lab.LabTest):
         self.assertEqual(2 - reported, len(self.told()), self.told())
 
     def test_the_first_start_tells_nothing(self):
+        self.assert_told()
+
+
+class LossesOfTheTarget(lab.LabTest):
+    """The file monitor follows its target by inode and offset alone, and so passes over more."""
+
+    def setUp(self):
+        super().setUp()
+        self.lab.command("set", "trigger-interval", "0")
+        lab.append(TARGET, "held error 0 when it was named")
+        self.lab.watch("ERROR", 1, "error")
+        self.lab.command("set", "file-monitor", TARGET)
+        self.daemon.start()
+
+    def assert_told(self, *parts):
+        told = self.lab.own_alerts("loss")
+        self.assertEqual(len(parts), len(told), told)
+        for part, message in zip(parts, told):
+            self.assertIn(part, message)
+
+    def test_nothing_is_told_of_what_is_read(self):
+        lab.append(TARGET, "error 1")
+        self.daemon.look()
+        TARGET.rename(ROTATED)
+        lab.append(TARGET, "error 2")
+        self.daemon.look()
+        self.daemon.stop()
+        lab.append(TARGET, "error 3")
+        self.daemon.start()
+        self.assertEqual(4, len(self.lab.alerts("ERROR")))
+        self.assert_told()
+
+    def test_what_is_unread_when_it_is_rotated_is_told_with_its_lines(self):
+        lab.append(TARGET, "error 1", "error 2")
+        TARGET.rename(ROTATED)
+        lab.append(TARGET, "error 3")
+        self.daemon.look()
+        self.assertEqual(2, len(self.lab.alerts("ERROR")))
+        self.assert_told(f"{TARGET}: 2 lines (bytes 31 to 47) were passed over: the monitor has gone on to a newer file")
+        self.assertIn(f'syslogmon_lines_passed_over_total{{log="{TARGET}"}} 2', self.lab.command("metrics").splitlines())
+
+    def test_what_comes_between_its_truncation_and_the_next_pass_is_told(self):
+        shutil.copy(TARGET, ROTATED)
+        TARGET.write_bytes(b"")
+        lab.append(TARGET, "error 1")
+        self.daemon.look()
+        self.assertEqual(1, len(self.lab.alerts("ERROR")))
+        self.assert_told(f"{TARGET}: 1 line (bytes 0 to 8) was passed over")
+
+    def test_new_lines_that_make_up_its_old_size_are_told(self):
+        TARGET.write_bytes(b"")
+        lab.append(TARGET, "the error 0 when it was renamed")
+        self.daemon.look()
+        self.assert_told(f"{TARGET}: 1 line (bytes 0 to 31) was passed over")
+
+    def test_what_is_unread_when_it_is_rotated_while_the_monitor_is_stopped_is_told(self):
+        self.daemon.stop()
+        lab.append(TARGET, "error 1", "error 2")
+        TARGET.rename(ROTATED)
+        lab.append(TARGET, "error 3")
+        self.daemon.start()
+        self.assert_told(f"{ROTATED}: 2 lines")
+        self.daemon.stop()
+        self.daemon.start()
+        self.assertEqual(1, len(self.lab.own_alerts("loss")), "a restart tells nothing again")
+
+    def test_nothing_is_told_of_one_target_when_another_is_named(self):
+        lab.append(TARGET, "error 1")
+        lab.append(ROTATED, "error 2")
+        self.lab.command("set", "file-monitor", ROTATED)
+        self.daemon.scan()
         self.assert_told()
 
 
