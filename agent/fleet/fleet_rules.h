@@ -27,6 +27,8 @@ struct GroupState {
     uint64_t revision = 0; // of the bucket
     bool is_canary = false;
     std::string value; // see group_files.h
+    int64_t stored_ms =
+        0; // since 1970, by the servers' clock; 0: not known, as of files that an older version has taken
 
     // Also by its value: servers that came back with an older disk number other files the same.
     [[nodiscard]] bool IsSameAs(const GroupState &other) const

@@ -14,11 +14,14 @@ bool IsNewer(const KeyValue &value, const KeyValue &other)
     return value.revision > other.revision || value.stored_ms > other.stored_ms + kClocksDifferMs;
 }
 
-// It was made by the one who gave the files, a moment before the servers stored it.
+// When it was stored is not known of what an older version has taken: it was made by the one who gave the files a moment
+// before, by his clock.
 KeyValue ValueOf(const GroupState &taken)
 {
     const std::string key = taken.is_canary ? CanaryKey(taken.name) : AllKey(taken.name);
-    return {key, taken.revision, false, ParseGroup(taken.name, taken.value).made_ms, taken.value};
+    const int64_t stored_ms =
+        taken.stored_ms != 0 ? taken.stored_ms : ParseGroup(taken.name, taken.value).made_ms;
+    return {key, taken.revision, false, stored_ms, taken.value};
 }
 
 } // namespace
@@ -61,7 +64,7 @@ const KeyValue *Offers::Find(const std::string &key) const
 std::optional<GroupState> Offers::Wanted(const std::string &group) const
 {
     const auto state_of = [&](const KeyValue &value, bool is_canary) {
-        return GroupState{group, created_, value.revision, is_canary, value.value};
+        return GroupState{group, created_, value.revision, is_canary, value.value, value.stored_ms};
     };
     const KeyValue *canary = Find(CanaryKey(group));
     const KeyValue *all = Find(AllKey(group));

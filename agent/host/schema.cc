@@ -240,6 +240,8 @@ constexpr const char *kSteps[] = {
     "ALTER TABLE alert ADD COLUMN terms TEXT NOT NULL DEFAULT '';",
     // 16: when the servers stored the message up to which the stream was taken, in nanoseconds since 1970; 0: not known.
     "ALTER TABLE fleet_place ADD COLUMN stored_ns INTEGER NOT NULL DEFAULT 0;",
+    // 17: when the servers stored the files of a group, in milliseconds since 1970; 0: not known.
+    "ALTER TABLE fleet_group ADD COLUMN stored_ms INTEGER NOT NULL DEFAULT 0;",
 };
 constexpr int kVersion = static_cast<int>(std::size(kSteps));
 

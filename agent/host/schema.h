@@ -17,6 +17,7 @@
 //   14       fleet_group, fleet_owned
 //   15       alert: terms
 //   16       fleet_place: stored_ns
+//   17       fleet_group: stored_ms
 //
 // The version is SQLite's user_version. A store of a newer version is refused: an older program
 // would write what the newer one does not understand.

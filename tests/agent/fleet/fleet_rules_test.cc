@@ -126,7 +126,8 @@ TEST_F(FleetRules, WhatAPersonHasChangedOfTheFleetIsPutBackWithTheNextOne)
 
 TEST_F(FleetRules, FilesOfSeveralGroupsAreTakenTogetherOrNotAtAll)
 {
-    const GroupState web = Group("web", kDisk);
+    GroupState web = Group("web", kDisk);
+    web.stored_ms = 1795000000001;
     Take({web, Group("db", "events: [{source: DB, id: 1, keywords: [a]}]\n")});
     EXPECT_EQ((Strings{"DISK 1 I/O error", "DB 1 a"}), Events());
     EXPECT_EQ("web/a.yaml:1:10: cannot use event \"DISK\" 1", test::ErrorOf([&] {
@@ -135,6 +136,7 @@ TEST_F(FleetRules, FilesOfSeveralGroupsAreTakenTogetherOrNotAtAll)
     EXPECT_EQ((Strings{"DISK 1 I/O error", "DB 1 a"}), Events());
     ASSERT_EQ(2U, fleet::ReadGroups(test::Store()).size());
     EXPECT_TRUE(fleet::ReadGroups(test::Store())[1].IsSameAs(web));
+    EXPECT_EQ(web.stored_ms, fleet::ReadGroups(test::Store())[1].stored_ms);
 }
 
 // One of each kind; all the rest of the file is sound.

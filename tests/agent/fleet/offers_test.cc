@@ -177,4 +177,21 @@ TEST_F(OffersTest, WhenAValueWasStoredIsKnownByTheServersAndNotByWhoMadeIt)
     EXPECT_EQ(6U, Wanted());
 }
 
+// The one who gave the files had a clock a day slow: to a host that starts, an older value seems to be stored later.
+TEST_F(OffersTest, NorDoesAStartTakeAnythingBackWhateverTheClockOfWhoMadeIt)
+{
+    KeyValue all = All(9);
+    all.value = fleet::FormatGroup(
+        "web", {{{"a.yaml", "# 9"}}, "me", StoredMs(9) - 86400000, fleet::kAllNumbers});
+    Begin();
+    offers_.Take(all);
+    const auto taken = offers_.Wanted("web");
+    ASSERT_TRUE(taken);
+    EXPECT_EQ(StoredMs(9), taken->stored_ms);
+    offers_ = Offers(kUuid);
+    Begin({*taken});
+    EXPECT_FALSE(offers_.Take(All(8)));
+    EXPECT_EQ(9U, Wanted());
+}
+
 } // namespace
