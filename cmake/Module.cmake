@@ -18,7 +18,7 @@ add_module_folder(regacc last_end_time.cc regacc.cc)
 add_module_folder(stamp syslog_time.cc)
 add_module_folder(match anchors.cc block_search.cc class_filter.cc compiled.cc crowds.cc
     expression.cc gram_cover.cc hits.cc index.cc literal_set.cc log_sample.cc loud_lines.cc match.cc
-    pair_filter.cc relied_on.cc report.cc sieve_table.cc table_data.cc windows.cc)
+    pair_filter.cc processor.cc relied_on.cc report.cc sieve_table.cc table_data.cc windows.cc)
 add_module_folder(fileacc block.cc lines.cc open_log.cc resume.cc stretch.cc)
 add_module_folder(filemonitor block.cc matcher.cc object.cc scan.cc splitter.cc)
 add_module_folder(vkevmon backup_list.cc entry.cc file_set.cc loop.cc pass.cc pass_follower.cc pass_lines.cc product_filter.cc

@@ -10,6 +10,8 @@
 #include <arm_neon.h>
 #endif
 
+#include "match/processor.h"
+
 namespace {
 
 using Lane = uint8_t __attribute__((vector_size(ClassFilter::kLane)));
@@ -150,13 +152,7 @@ int CountUpTo(const uint32_t *places, int count, size_t end)
 
 bool ClassFilterWorks()
 {
-#if defined(__x86_64__)
-    return __builtin_cpu_supports("ssse3") != 0;
-#elif defined(__aarch64__)
-    return true;
-#else
-    return false;
-#endif
+    return UsableLanes() >= Lanes::kTableLookup;
 }
 
 void WeighClasses(const char *sample, size_t length)
@@ -249,12 +245,6 @@ WITH_WIDE_LANES int PassClassesWide(const ClassFilter &filter, const char *text,
     }
     return CountUpTo(places, count, end);
 }
-
-bool HasWideLanes()
-{
-    static const bool has = __builtin_cpu_supports("avx2") != 0;
-    return has;
-}
 #endif
 
 WITH_TABLE_LOOKUP int PassClassesNarrow(const ClassFilter &filter, const char *text, size_t begin,
@@ -286,7 +276,7 @@ int PassClasses(const ClassFilter &filter, const char *text, size_t begin, size_
                 uint32_t *places)
 {
 #if defined(__x86_64__)
-    if (HasWideLanes())
+    if (UsableLanes() == Lanes::kWide)
         return PassClassesWide(filter, text, begin, end, places);
 #endif
     return PassClassesNarrow(filter, text, begin, end, places);

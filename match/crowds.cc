@@ -180,7 +180,6 @@ const Crowd *CrowdOf(uint16_t anchor)
 
 int FindOfCrowd(const Crowd &crowd, const char *text, size_t begin, size_t end, uint32_t *places)
 {
-    static const bool by_class = ClassFilterWorks();
-    return by_class ? PassClasses(crowd.classes, text, begin, end, places)
-                    : FindPairs(crowd.pairs, text, begin, end, places);
+    return ClassFilterWorks() ? PassClasses(crowd.classes, text, begin, end, places)
+                              : FindPairs(crowd.pairs, text, begin, end, places);
 }

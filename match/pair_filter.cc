@@ -2,6 +2,8 @@
 
 #include <bit>
 
+#include "match/processor.h"
+
 namespace {
 
 constexpr size_t kWord = sizeof(uint64_t);
@@ -60,8 +62,7 @@ int FindPairs(const PairFilter &filter, const char *text, size_t begin, size_t e
               uint32_t *places)
 {
 #if defined(__x86_64__)
-    static const bool has_wide_lanes = __builtin_cpu_supports("avx2") != 0;
-    if (has_wide_lanes)
+    if (UsableLanes() == Lanes::kWide)
         return FindInWideLanes(filter, text, begin, end, places);
 #endif
     return FindInLanes<Lane>(filter, text, begin, end, places);

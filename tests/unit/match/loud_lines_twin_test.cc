@@ -8,6 +8,7 @@
 #include "match/block_search.h"
 #include "match/index.h"
 #include "match/loud_lines.h"
+#include "match/processor.h"
 #include "match/table_data.h"
 #include "tests/support/campaign.h"
 #include "tests/support/random_log.h"
@@ -18,8 +19,16 @@ namespace {
 
 constexpr size_t kMost = 200; // bytes of a line that count
 
-class LoudLinesTwin : public ModuleTest {
+class LoudLinesTwin : public ModuleTest, public testing::WithParamInterface<Lanes> {
   protected:
+    void SetUp() override
+    {
+        if (lanes_of_processor < GetParam())
+            GTEST_SKIP() << "this processor cannot do that";
+        most_lanes = GetParam();
+    }
+    void TearDown() override { most_lanes = Lanes::kWide; }
+
     // Tables of few letters, so that keywords overlap and share their grams; of phrases that many entries share; of
     // keywords of any kind.
     static void FillTable(Random &random)
@@ -97,13 +106,13 @@ class LoudLinesTwin : public ModuleTest {
     }
 };
 
-TEST_F(LoudLinesTwin, CallsThoseLoudThatAnEntryMatchesOrThatAreRepeats)
+TEST_P(LoudLinesTwin, CallsThoseLoudThatAnEntryMatchesOrThatAreRepeats)
 {
     size_t rounds = 0;
     size_t tables = 0;
     size_t loud = 0;
     size_t quiet = 0;
-    Campaign("blocks", 1500).Run([&](Random &random) {
+    Campaign("blocks", 700).Run([&](Random &random) {
         ++rounds;
         EmptyTable();
         FillTable(random);
@@ -137,7 +146,7 @@ TEST_F(LoudLinesTwin, CallsThoseLoudThatAnEntryMatchesOrThatAreRepeats)
 }
 
 // The storage of the sieve is fixed, so the largest table has to fit: 2,048 entries, nothing in common.
-TEST_F(LoudLinesTwin, HasRoomForAnyTable)
+TEST_P(LoudLinesTwin, HasRoomForAnyTable)
 {
     for (const size_t length : std::array<size_t, 7>{2, 3, 4, 5, 7, 15, 256}) {
         EmptyTable();
@@ -156,6 +165,10 @@ TEST_F(LoudLinesTwin, HasRoomForAnyTable)
     }
     EmptyTable();
 }
+
+// As the processors do it that there are.
+INSTANTIATE_TEST_SUITE_P(ByLanes, LoudLinesTwin,
+                         testing::Values(Lanes::kBaseline, Lanes::kTableLookup, Lanes::kWide));
 
 } // namespace
 } // namespace test
