@@ -107,7 +107,9 @@ TEST_F(WorkOfAPass, WithMoreLinesBuildsTheIndexOnce)
 TEST_F(WorkOfAPass, LooksTheZoneUpOnceAndNotForEachLine)
 {
     // Once for the time, twice for each hour of the log.
-    EXPECT_GE(8U, Of(2000).zones);
+    const uint64_t zones = Of(2000).zones;
+    EXPECT_LE(3U, zones);
+    EXPECT_GE(8U, zones);
 }
 
 TEST_F(WorkOfAPass, WithMuchNewsSearchesItInStretches)
@@ -178,20 +180,24 @@ TEST_F(WorkOfAPass, ComparesPhrasesWhereTheyDifferAndNotWhereTheyAreAlike)
 // Keywords that begin alike are entered under the bytes in which they differ.
 TEST_F(WorkOfAPass, LooksALiteralUpWhereItSharesTheLeastWithOthers)
 {
-    ClearLiterals();
-    std::vector<std::string> keywords;
-    for (int i = 10; i < 60; ++i)
-        keywords.push_back("link went down on qz" + std::to_string(i));
-    for (const std::string &keyword : keywords)
-        WantLiteral(AddLiteral(keyword.data(), keyword.size()));
-    PrepareLiterals();
-    const std::string line = "link went down on the other side" + std::string(kSearchPadding, ' ');
-    FoundLiterals found = {};
-    const uint64_t before = windows_compared;
-    FindLiterals(line.data(), line.size() - kSearchPadding, &found);
-    EXPECT_EQ(0, found.count);
-    EXPECT_GE(2U, windows_compared - before);
-    ClearLiterals();
+    const std::string shared = "link went down on";
+    for (const bool differ_at_the_head : {false, true}) {
+        ClearLiterals();
+        std::vector<std::string> keywords;
+        for (int i = 10; i < 60; ++i)
+            keywords.push_back(differ_at_the_head ? "qz" + std::to_string(i) + " " + shared
+                                                  : shared + " qz" + std::to_string(i));
+        for (const std::string &keyword : keywords)
+            WantLiteral(AddLiteral(keyword.data(), keyword.size()));
+        PrepareLiterals();
+        const std::string line = shared + " the other side" + std::string(kSearchPadding, ' ');
+        FoundLiterals found = {};
+        const uint64_t before = windows_compared;
+        FindLiterals(line.data(), line.size() - kSearchPadding, &found);
+        EXPECT_EQ(0, found.count);
+        EXPECT_GE(2U, windows_compared - before) << differ_at_the_head;
+        ClearLiterals();
+    }
 }
 
 // Any three bytes of this keyword stand in each line at least three times: looking for it in large steps finds less in vain.
