@@ -262,7 +262,9 @@ class Controls(Page):
         self.browser.wait("document.getElementById('values').textContent === valuesInWords(course.steps - 1)")
 
     def test_the_moment_that_was_chosen_is_marked_again_when_the_pointer_has_gone(self):
-        self.browser.run("document.getElementById('plot').scrollIntoView(); chooseMoment(course.steps - 10)")
+        self.browser.wait("!isLoading && !isWanted")
+        # A refresh marks it, too.
+        self.browser.run("refresh = async () => {}; document.getElementById('plot').scrollIntoView(); chooseMoment(course.steps - 10)")
         marked = self.browser.run("plot.cursor.left")
         told = self.text("#values")
         left, top = self.browser.run("(() => { const box = plot.over.getBoundingClientRect(); return [box.left + 50, box.top + 50]; })()")
