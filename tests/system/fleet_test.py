@@ -1,4 +1,5 @@
 """Alerts of several hosts reach one store over real servers, each once and in each host's order, whatever is killed."""
+import contextlib
 import datetime
 import json
 import os
@@ -8,6 +9,7 @@ import threading
 import time
 import unittest
 import unittest.mock
+import urllib.request
 
 import fleet
 import lab
@@ -32,6 +34,7 @@ class Fleet(lab.LabTest):
         self.addCleanup(self.centre.lab.close)
         self.centre.daemon.start()
         self.hosts = []
+        self.servers.say_something = lambda: [host.report(1) for host in self.hosts[:1]]
 
     def add_hosts(self, count):
         for number in range(count):
@@ -106,12 +109,31 @@ class OneServer(Fleet):
         rows = self.centre.collect()["hosts"]
         self.assertEqual({(host.uuid(), 20, 0) for host in self.hosts},
                          {(row["uuid"], row["alerts"], row["missing"]) for row in rows})
+        self.check_other_views(shown)
         # One place to page from.
         paged = self.lab.root / "paged"
         self.centre.lab.command("sink", "add", "file", "page", f"path={paged}")
         self.hosts[0].report(1)
         self.lab.wait_until("it is sent on", lambda: b"n=20." in lab.content_of(paged))
         self.wait_collected()
+
+    def check_other_views(self, shown):
+        """The page has all, and report and the full screen have the newest."""
+        newest = max(shown, key=lambda alert: alert["id"])
+        port, = fleet.free_ports(1)
+        self.centre.lab.command("set", "web", f"127.0.0.1:{port}")
+
+        def page():
+            with contextlib.suppress(OSError), urllib.request.urlopen(
+                    f"http://127.0.0.1:{port}/api/v1/alerts?limit=200", timeout=lab.PATIENCE) as answer:
+                return {alert["key"] for alert in json.load(answer)["alerts"]}
+        self.lab.wait_until("the page has all", lambda: page() == {alert["key"] for alert in shown})
+        self.assertIn(newest["message"], self.centre.lab.command("report"))
+        screen = self.lab.spawn("top", [
+            "env", "TERM=screen", "script", "-qfc",
+            f"stty rows 40 cols 200; {lab.build_root()}/bin/syslogmon --root {self.centre.lab.root} top", "/dev/null"])
+        self.lab.wait_until("the full screen has it", lambda: newest["message"] in screen.said())
+        screen.kill()
 
     def test_what_was_sent_once_is_not_sent_again_after_a_restart(self):
         self.add_hosts(1)
