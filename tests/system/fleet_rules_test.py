@@ -191,6 +191,15 @@ class OneServer(Rules):
         self.assertIn("silent for", rows[0]["trouble"])
         self.assertIsNone(rows[1]["trouble"])
 
+    def test_a_host_tells_its_version_its_alerts_a_minute_and_that_all_is_read(self):
+        self.add_members(1)
+        member = self.members[0]
+        row = lambda: self.hosts()[member.uuid()]
+        self.lab.wait_until("it has made a pass", lambda: row()["last_pass_ms"])
+        self.assertEqual(member.lab.command("--version").split()[1], row()["version"])
+        lab.append(member.log, *(lab.stamped(lab.numbered(n)) for n in range(7)))
+        member.daemon.scan()
+        self.lab.wait_until("it tells of them", lambda: (row()["alerts_a_minute"], row()["behind_bytes"]) == (7, 0))
 
     def test_a_group_whose_value_is_damaged_is_given_files_again(self):
         self.add_members(1)
