@@ -9,6 +9,7 @@
 #include "match/index.h"
 #include "match/literal_set.h"
 #include "match/loud_lines.h"
+#include "match/relied_on.h"
 #include "match/report.h"
 #include "stamp/syslog_time.h"
 #include "tests/unit/vkevmon/pass_fixture.h"
@@ -28,6 +29,7 @@ struct Work {
     uint64_t found = literals_found;
     uint64_t expressions = expressions_compiled;
     uint64_t stamps = stamps_learned;
+    uint64_t tables = tables_compared;
     uint64_t zones = zones_looked_up;
     uint64_t traced = Host().traced;
 
@@ -42,6 +44,7 @@ struct Work {
         work.found = found - before.found;
         work.expressions = expressions - before.expressions;
         work.stamps = stamps - before.stamps;
+        work.tables = tables - before.tables;
         work.zones = zones - before.zones;
         work.traced = traced - before.traced;
         return work;
@@ -218,6 +221,13 @@ TEST_F(WorkOfAPass, LooksEverywhereWhereThatFindsLess)
     AddEntry({.keywords = {"a disk of the array has failed", "", ""}});
     OfNews(QuietLines(80000, "a disk of the array has been found, number "));
     EXPECT_EQ(1U, anchor_search.kind.step);
+}
+
+// Only a report can change the table.
+TEST_F(WorkOfAPass, LooksAtTheTableAfterReportsAndNotAfterHits)
+{
+    AddEntry({.keywords = {"a line", "", ""}, .report_count = 500});
+    EXPECT_EQ(4U, OfNews(QuietLines(2000, "a line that is counted, number ")).tables);
 }
 
 TEST_F(WorkOfAPass, OnAFaultTolerantServerCompilesEachExpressionOnce)
