@@ -177,6 +177,12 @@ bool FileFollower::IsReborn(const FollowedFile &file, const std::string &path) c
            !logs_.IsLive(place.path);
 }
 
+void FileFollower::Locate(FollowedFile *file, const std::string &path, const FileLook &look) const
+{
+    file->Locate(path, logs_.IsLive(path));
+    file->NoteSize(look.size);
+}
+
 void FileFollower::LocateAll(const FolderView &view)
 {
     logs_.Learn(view);
@@ -192,7 +198,7 @@ void FileFollower::LocateAll(const FolderView &view)
         if (file.is_present && IsReborn(file, found->second))
             file.LoseIdentity();
         else if (file.is_present)
-            file.Locate(found->second, logs_.IsLive(found->second));
+            Locate(&file, found->second, view.files.at(found->second));
         else if (!file.IsOpen())
             file.wants_reading = false;
     }
@@ -266,6 +272,7 @@ void FileFollower::Look(SteadyTime now)
     if (may_settle || !files_.SomethingIsMissing())
         FollowNewLogs(view_);
     WantGrown(view_);
+    is_settled_ = !rotation_.TellOfBroken(view_, now) && is_settled_;
     look_at_ = may_settle ? now + kSweep : view_since_ + kSettled;
     if (may_settle && (!is_settled_ || files_.SomethingIsMissing()))
         is_settled_ = rotation_.Settle(view_, now);
@@ -451,6 +458,14 @@ std::vector<std::string> FileFollower::Problems() const
     for (const auto &[number, file] : files_.all()) {
         if (!file.problem.empty())
             problems.push_back(file.problem);
+        else if (file.place().told && file.place().all)
+            problems.push_back("cannot read " + file.place().path +
+                               ": it is damaged; restore the file, or exclude it");
+        else if (file.place().skipping)
+            problems.push_back("a line of " + file.place().path + " that has no end up to byte " +
+                               std::to_string(file.place().offset) +
+                               " is left out behind its first " + std::to_string(kLongestRecord) +
+                               " bytes; see that its program ends its lines");
     }
     for (const auto &[path, problem] : rotation_.problems())
         problems.push_back(problem);

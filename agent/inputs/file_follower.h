@@ -109,6 +109,7 @@ class FileFollower {
     void PassOver(const std::string &path, const std::string &log, const FileLook &look);
     [[nodiscard]] bool IsReborn(const FollowedFile &file, const std::string &path) const;
     void LocateAll(const FolderView &view);
+    void Locate(FollowedFile *file, const std::string &path, const FileLook &look) const;
     void Follow(Place place);
     void FollowNewLogs(const FolderView &view);
     [[nodiscard]] Names NamesThatMatter(const FolderView &view) const;

@@ -21,6 +21,8 @@ constexpr size_t kFullBatch = size_t{8} * 1024 * 1024;
 
 // Lines of one record are written together, if not at once.
 constexpr milliseconds kRecordIsWhole{2000};
+// Of a file, one line that is too long is told of in this time.
+constexpr std::chrono::hours kTellOfCutLines{1};
 // A rotated file that has not grown for so long gets no end of its last line any more.
 constexpr milliseconds kRotatedIsWhole{10000};
 
@@ -152,7 +154,7 @@ bool FollowedFile::FillWindow(const FileLook &look)
         count = content_->Read(begin + kept, window_.data() + kept, kChunk);
     } catch (const host::Error &) {
         window_.clear();
-        damaged_ = look;
+        NoteDamage(look);
         throw;
     }
     window_.resize(kept + count);
@@ -172,9 +174,37 @@ void FollowedFile::LookForDamage(const FileLook &look)
         content_->Read(window_base_ + window_.size(), &byte, 1);
     } catch (const host::Error &error) {
         damage_ = error.what();
-        damaged_ = look;
+        NoteDamage(look);
         at_end_ = false;
     }
+}
+
+void FollowedFile::NoteDamage(const FileLook &look)
+{
+    if (!IsDamaged(look))
+        damaged_since_.reset();
+    damaged_ = look;
+}
+
+bool FollowedFile::IsBrokenForGood(const FileLook &look, SteadyTime now)
+{
+    if (place_.told || place_.all || !IsDamaged(look))
+        return false;
+    if (!damaged_since_)
+        damaged_since_ = now;
+    return now - *damaged_since_ >= kBrokenForGood;
+}
+
+void FollowedFile::NoteTold()
+{
+    place_.told = true;
+    is_changed = true;
+}
+
+void FollowedFile::NoteSize(uint64_t size)
+{
+    if (place_.offset == 0)
+        place_.size = size;
 }
 
 bool FollowedFile::IsCut()
@@ -201,9 +231,23 @@ Ending FollowedFile::EndingAt(const EntryReader &reader, SteadyTime now) const
     return reader.joins_lines && IsQuiet(now, kRecordIsWhole) ? Ending::kQuiet : Ending::kGrowing;
 }
 
+// Not of each: who writes them could fill the alerts with that.
+void FollowedFile::TellOfCutLine(const EntryReader &reader, uint64_t offset, SteadyTime now,
+                                 Batch *batch)
+{
+    if (told_of_cut_line_ && now - *told_of_cut_line_ < kTellOfCutLines)
+        return;
+    told_of_cut_line_ = now;
+    batch->losses.push_back(
+        {reader.input, "the line of " + place_.path + " at byte " + std::to_string(offset) +
+                           " has more than " + std::to_string(kLongestRecord) +
+                           " bytes: what is behind those of it is left out, as of further lines of "
+                           "that length within an hour"});
+}
+
 // Returns the bytes that are done with.
 size_t FollowedFile::TakeRecords(std::string_view bytes, Ending ending, EntryReader *reader,
-                                 const ReadingTime &reading, Batch *batch)
+                                 const ReadingTime &reading, SteadyTime now, Batch *batch)
 {
     LineForm form = reader->form;
     if (form.identifier.empty())
@@ -213,6 +257,8 @@ size_t FollowedFile::TakeRecords(std::string_view bytes, Ending ending, EntryRea
     while (batch->text.size() < kFullBatch) {
         const RecordSplitter::Cut cut =
             reader->splitter.Take(bytes.substr(used), ending, &place_.skipping);
+        if (cut.is_cut_off)
+            TellOfCutLine(*reader, place_.offset + used, now, batch);
         used += cut.used;
         if (cut.used == 0)
             break;
@@ -245,8 +291,9 @@ ReadStep FollowedFile::Read(EntryReader *reader, const ReadingTime &reading, Ste
     const Ending ending = EndingAt(*reader, now);
     if (!at_end_) // much will come: so it is not copied each time that it has grown
         batch->text.reserve(kFullBatch + kChunk);
-    const size_t used = TakeRecords(bytes, ending, reader, reading, batch);
+    const size_t used = TakeRecords(bytes, ending, reader, reading, now, batch);
     if (used > 0) {
+        place_.size = look->size;
         MovePlace(&place_, place_.offset + used, window_base_, window_);
         is_changed = true;
         is_unsynced_ = true;

@@ -31,6 +31,9 @@ struct EntryReader {
     LocalClock *clock;
 };
 
+// An archive that stays damaged as it is for so long is not being written.
+inline constexpr std::chrono::minutes kBrokenForGood{10};
+
 enum class ReadStep {
     kMore, // there may be more to read at once
     kEnd,  // all that is there was read
@@ -50,6 +53,12 @@ class FollowedFile {
     {
         return damaged_ && damaged_->size == look.size && damaged_->changed_ns == look.changed_ns;
     }
+
+    // Was it damaged like this for so long that nobody writes it any more, and was that not told yet? Asked now and then.
+    [[nodiscard]] bool IsBrokenForGood(const FileLook &look, SteadyTime now);
+    void NoteTold();
+    // That the file cannot be read as it is.
+    void NoteDamage(const FileLook &look);
 
     // Looks whether the bytes before the place are others than they were; notes it in `was_cut`.
     bool IsCut();
@@ -80,6 +89,8 @@ class FollowedFile {
 
     // Takes the path under which it was found. `is_live`: programs write under that path.
     void Locate(const std::string &path, bool is_live);
+    // Notes how much there is of a file of which nothing was read yet.
+    void NoteSize(uint64_t size);
     // May another file have its number? Only where the file system tells no births, and gives the number
     // of a file that is gone to the next; while it is open here, its number is its own.
     [[nodiscard]] bool MayBeAnother() const { return place_.identity.birth_ns == 0 && !IsOpen(); }
@@ -111,9 +122,10 @@ class FollowedFile {
     [[nodiscard]] bool HoldsPending(std::string_view behind) const;
     bool HoldsPending(LogContent *content) const;
     void LookForDamage(const FileLook &look);
+    void TellOfCutLine(const EntryReader &reader, uint64_t offset, SteadyTime now, Batch *batch);
     [[nodiscard]] Ending EndingAt(const EntryReader &reader, SteadyTime now) const;
     size_t TakeRecords(std::string_view bytes, Ending ending, EntryReader *reader,
-                       const ReadingTime &reading, Batch *batch);
+                       const ReadingTime &reading, SteadyTime now, Batch *batch);
 
     int64_t number_;
     Place place_;
@@ -127,9 +139,11 @@ class FollowedFile {
     bool is_unsynced_ = false;        // something was read since the last Sync
     bool at_end_ = false;             // the window reaches the end of the content
     std::optional<FileLook> damaged_; // as it was then
-    std::string damage_;              // behind the window; empty: none was met
-    uint64_t size_ = 0;               // when it was last looked at
-    SteadyTime grew_at_{};            // when more was found last
+    std::optional<SteadyTime> damaged_since_;
+    std::optional<SteadyTime> told_of_cut_line_; // when, last
+    std::string damage_;                         // behind the window; empty: none was met
+    uint64_t size_ = 0;                          // when it was last looked at
+    SteadyTime grew_at_{};                       // when more was found last
     bool waits_ = false; // something is there that counts when nothing comes behind it for a while
     std::optional<uint64_t> catch_up_to_; // its size then, or somewhat later
 };

@@ -55,6 +55,10 @@ std::string TextOf(const Place &place)
         json["packed"] = true;
     if (place.done)
         json["done"] = true;
+    if (place.told)
+        json["told"] = true;
+    if (place.size != 0)
+        json["size"] = place.size;
     // Names of files can hold any bytes.
     return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
@@ -76,6 +80,8 @@ std::optional<Place> PlaceOf(const std::string &text)
         place.all = json.value("all", false);
         place.packed = json.value("packed", false);
         place.done = json.value("done", false);
+        place.told = json.value("told", false);
+        place.size = json.value("size", uint64_t{0});
         return place;
     } catch (const nlohmann::json::exception &) {
         return std::nullopt;

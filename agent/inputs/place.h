@@ -38,6 +38,8 @@ struct Place {
     bool all = false; // it was there before the input was: nothing of it is read, whatever it holds
     bool packed = false; // the file is compressed, and nobody writes into it
     bool done = false;   // nobody writes into it any longer, and it was read to its end
+    bool told = false;   // that what is behind the offset cannot be read, for good
+    uint64_t size = 0;   // of the file when it was read last; 0: not known
 
     bool operator==(const Place &) const = default;
 };

@@ -124,7 +124,9 @@ RecordSplitter::Cut RecordSplitter::TakeLine(std::string_view bytes, Ending endi
     const Line line = LineAt(bytes, 0);
     if (line.size > kLongestRecord) {
         *skipping = !line.is_whole;
-        return CutOff(bytes, kLongestRecord, line.is_whole ? line.next : kLongestRecord);
+        Cut cut = CutOff(bytes, kLongestRecord, line.is_whole ? line.next : kLongestRecord);
+        cut.is_cut_off = true;
+        return cut;
     }
     // Zeros at the end may be space that is to be written still; but not without bound.
     const bool goes_on = line.ends_in_zeros && bytes.size() > kLongestRecord;

@@ -50,6 +50,7 @@ class RecordSplitter {
     struct Cut {
         size_t used = 0;         // bytes that are done with
         bool has_record = false; // what was used holds a record
+        bool is_cut_off = false; // its line goes on behind the longest record (C2)
         std::string_view record; // without its line end, in the character set of the monitor; valid
                                  // until the next call
     };

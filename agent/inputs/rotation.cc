@@ -38,9 +38,65 @@ bool MayBeOf(LogContent *copy, const FileLook &look, const FollowedFile &file)
            (copy->IsPacked() && (IsTelling(place) || IsPackedNameOf(copy->path(), place.path)));
 }
 
+// Of a compressed file, the size says nothing of its content.
 std::string MissingBehind(const Place &place)
 {
-    return "what was written behind byte " + std::to_string(place.offset);
+    const std::string behind = "behind byte " + std::to_string(place.offset);
+    if (place.packed || place.size <= place.offset)
+        return "what was written " + behind + " is missing, if there was anything";
+    return std::to_string(place.size - place.offset) + " bytes " + behind +
+           " are missing, and what was written later, if there was anything";
+}
+
+// Can something be read of it?
+bool IsReadable(const std::string &path)
+{
+    try {
+        char byte = 0;
+        LogContent(path).Read(0, &byte, 1);
+        return true;
+    } catch (const host::Error &) {
+        return false;
+    }
+}
+
+// Can it be opened? What then cannot be read is damaged; what cannot be opened may be another time.
+bool CanBeOpened(const std::string &path)
+{
+    try {
+        LogContent content(path);
+        return true;
+    } catch (const host::Error &) {
+        return false;
+    }
+}
+
+// Of a file of which nothing was read, one that is read from its beginning now may hold what it held; but for one such
+// file only.
+bool TakeOnePossible(Candidates *possible, const LogNamesByFolder &names, const Place &place)
+{
+    const auto found = std::find_if(possible->begin(), possible->end(), [&](const auto &candidate) {
+        const auto &[path, look] = candidate;
+        return names.LogOfRotated(path) == place.log && look.size > 0 &&
+               look.identity.birth_ns >= place.identity.birth_ns &&
+               (IsReadable(path) || !CanBeOpened(path));
+    });
+    if (found == possible->end())
+        return false;
+    possible->erase(found);
+    return true;
+}
+
+// Can one that was broken, and passed over, be read now? It is looked into when it has changed, or the first time.
+bool IsRestored(FollowedFile *file, const FileLook &look)
+{
+    const bool is_broken = file->place().told && file->place().all;
+    if (!is_broken || file->IsDamaged(look))
+        return false;
+    if (IsReadable(file->place().path))
+        return true;
+    file->NoteDamage(look);
+    return false;
 }
 
 } // namespace
@@ -95,8 +151,7 @@ void Rotation::DealWithEmptied(int64_t number, Candidates *candidates)
         if (!before.done)
             losses_.push_back({input_, before.path +
                                            " was emptied, and no other file holds what it held: " +
-                                           MissingBehind(before) +
-                                           " before that is missing, if there was anything"});
+                                           MissingBehind(before)});
         files_.Drop(number);
     }
     files_.Add(PlaceAtBeginning(before.path, before.log, before.identity),
@@ -105,7 +160,7 @@ void Rotation::DealWithEmptied(int64_t number, Candidates *candidates)
 }
 
 // F5
-void Rotation::GiveUp(FollowedFile *file, const Candidates &candidates, SteadyTime now)
+void Rotation::GiveUp(FollowedFile *file, Candidates *possible, SteadyTime now)
 {
     if (file->IsOpen() && file->problem.empty()) {
         if (file->IsQuiet(now, kRemovedIsOver))
@@ -113,15 +168,10 @@ void Rotation::GiveUp(FollowedFile *file, const Candidates &candidates, SteadyTi
         return;
     }
     const Place &place = file->place();
-    // Of which nothing was read, it may be any of those that are read from their beginning now.
-    const bool may_be_there =
-        place.offset == 0 &&
-        std::any_of(candidates.begin(), candidates.end(),
-                    [&](const auto &row) { return names_.LogOfRotated(row.first) == place.log; });
-    if (!place.done && !place.all && !may_be_there)
+    const bool may_be_there = place.offset == 0 && TakeOnePossible(possible, names_, place);
+    if (!place.done && !place.all && !place.told && !may_be_there)
         losses_.push_back({input_, place.path + " is gone, and no other file holds what it held: " +
-                                       MissingBehind(place) +
-                                       " is missing, if there was anything"});
+                                       MissingBehind(place)});
     files_.Drop(file->number());
 }
 
@@ -139,6 +189,7 @@ void Rotation::SeekMissing(Candidates *candidates, SteadyTime now)
     // The place that says most about its file chooses first: a file that begins like many others would do
     // for one of which only the beginning was read.
     std::vector<int64_t> numbers;
+    std::vector<int64_t> sought;
     for (const auto &[number, file] : files_.all())
         numbers.push_back(number);
     std::sort(numbers.begin(), numbers.end(), [&](int64_t a, int64_t b) {
@@ -148,9 +199,15 @@ void Rotation::SeekMissing(Candidates *candidates, SteadyTime now)
         FollowedFile &file = files_.all().at(number);
         if (file.was_cut)
             DealWithEmptied(number, candidates);
-        else if (!file.is_present && !file.wants_reading && !FindContentOf(&file, candidates))
-            GiveUp(&file, *candidates, now);
+        else if (!file.is_present && !file.wants_reading)
+            sought.push_back(number);
     }
+    std::erase_if(sought, [&](int64_t number) {
+        return FindContentOf(&files_.all().at(number), candidates);
+    });
+    Candidates possible = *candidates;
+    for (const int64_t number : sought)
+        GiveUp(&files_.all().at(number), &possible, now);
 }
 
 // F3: is it the copy of a file that is still there?
@@ -181,8 +238,53 @@ bool Rotation::IsCopyInTheMaking(const std::string &path, const FileLook &look)
     return false;
 }
 
+bool Rotation::TellOfBroken(const FolderView &view, SteadyTime now)
+{
+    std::vector<int64_t> restored;
+    for (auto &[number, file] : files_.all()) {
+        const auto found = view.files.find(file.place().path);
+        if (found == view.files.end() || !file.is_present)
+            continue;
+        if (IsRestored(&file, found->second))
+            restored.push_back(number);
+        if (!file.IsBrokenForGood(found->second, now))
+            continue;
+        file.NoteTold();
+        losses_.push_back({input_, file.place().path + " is damaged: what it holds behind byte " +
+                                       std::to_string(file.place().offset) +
+                                       " of its content is missing; the file has " +
+                                       std::to_string(found->second.size) + " bytes"});
+    }
+    for (const int64_t number : restored)
+        files_.Drop(number);
+    return !restored.empty();
+}
+
+// Nobody knows what was in it; as a file that is passed over, it is told of once only.
+void Rotation::NoteUnreadable(const std::string &path, const std::string &log, const FileLook &look,
+                              SteadyTime now)
+{
+    if (look.size == 0 || !CanBeOpened(path))
+        return;
+    const Held as_it_is{look.size, look.changed_ns};
+    const auto [known, is_new] = broken_.try_emplace(look.identity, Broken{as_it_is, now});
+    if (known->second.as_it_is != as_it_is)
+        known->second = {as_it_is, now};
+    if (now - known->second.since < kBrokenForGood)
+        return;
+    broken_.erase(known);
+    losses_.push_back({input_, path +
+                                   " is damaged, and nothing of it can be read: what it holds is "
+                                   "missing, unless it was read before; the file has " +
+                                   std::to_string(look.size) + " bytes"});
+    Place place = PlaceAtBeginning(path, log, look.identity);
+    place.all = true;
+    place.told = true;
+    files_.Add(std::move(place), names_.IsLive(path));
+}
+
 // True when it is known of each what it is.
-bool Rotation::FollowRotated(const Candidates &candidates)
+bool Rotation::FollowRotated(const Candidates &candidates, SteadyTime now)
 {
     std::vector<std::pair<std::string, FileLook>> oldest_first(candidates.begin(),
                                                                candidates.end());
@@ -191,14 +293,15 @@ bool Rotation::FollowRotated(const Candidates &candidates)
     });
     bool all_are_known = true;
     for (const auto &[path, look] : oldest_first) {
+        const std::string log = names_.LogOfRotated(path).value_or(path);
         try {
-            const std::string log = names_.LogOfRotated(path).value_or(path);
             if (IsCopyInTheMaking(path, look))
                 all_are_known = false;
             else
                 files_.Add(PlaceAtBeginning(path, log, look.identity), names_.IsLive(path));
         } catch (const host::Error &error) {
             problems_[path] = error.what();
+            NoteUnreadable(path, log, look, now);
             all_are_known = false;
         }
     }
@@ -213,7 +316,7 @@ bool Rotation::Settle(const FolderView &view, SteadyTime now)
     if (files_.SomethingIsMissing())
         held_.clear(); // what was taken for a copy in the making may be what is left
     SeekMissing(&candidates, now);
-    return FollowRotated(candidates) && !files_.SomethingIsMissing();
+    return FollowRotated(candidates, now) && !files_.SomethingIsMissing();
 }
 
 } // namespace inputs

@@ -31,6 +31,10 @@ class Rotation {
     // names leave no question open.
     bool Settle(const FolderView &view, SteadyTime now);
 
+    // Tells of files that are damaged, and not being written, once each. True: of these names one is to be looked into
+    // again, since it was restored.
+    bool TellOfBroken(const FolderView &view, SteadyTime now);
+
     // Has something been found that another look at the folders has to decide? Asked once.
     bool TakeWantsLook() { return std::exchange(wants_look_, false); }
     // What was lost since the last call.
@@ -47,9 +51,11 @@ class Rotation {
     void NoticeReusedNumbers();
     void SeekMissing(Candidates *candidates, SteadyTime now);
     bool FindContentOf(FollowedFile *file, Candidates *candidates);
-    void GiveUp(FollowedFile *file, const Candidates &candidates, SteadyTime now);
+    void GiveUp(FollowedFile *file, Candidates *possible, SteadyTime now);
     void DealWithEmptied(int64_t number, Candidates *candidates);
-    bool FollowRotated(const Candidates &candidates);
+    bool FollowRotated(const Candidates &candidates, SteadyTime now);
+    void NoteUnreadable(const std::string &path, const std::string &log, const FileLook &look,
+                        SteadyTime now);
     bool IsCopyInTheMaking(const std::string &path, const FileLook &look);
 
     std::string input_;
@@ -64,6 +70,11 @@ class Rotation {
     };
     std::map<FileIdentity, Held> held_;    // copies in the making, as they were looked at
     std::map<FileIdentity, Held> damaged_; // candidates that cannot be read
+    struct Broken {
+        Held as_it_is;
+        SteadyTime since;
+    };
+    std::map<FileIdentity, Broken> broken_; // candidates of which nothing can be read
     std::map<std::string, std::string> problems_;
 };
 

@@ -405,6 +405,65 @@ TEST_F(FollowerTest, ADamagedArchiveIsNamedAndTheOthersGoOn)
         << follower().Problems()[0];
 }
 
+TEST_F(FollowerTest, AnArchiveOfWhichNothingCanBeReadIsALossWhenNobodyWritesItAnyMore)
+{
+    StartWith("a.log", LogLine("old"));
+    Write("a.log.3.gz", "\x1f\x8b\x08 no archive at all");
+    Settle();
+    Wait(inputs::kBrokenForGood - milliseconds(1000));
+    Settle();
+    EXPECT_EQ(Messages{}, TakeLosses()) << "it may be a compressing program that takes its time";
+    Wait(milliseconds(11000));
+    Settle();
+    const Messages losses = TakeLosses();
+    ASSERT_EQ(1U, losses.size());
+    EXPECT_NE(std::string::npos, losses[0].find("a.log.3.gz is damaged")) << losses[0];
+    EXPECT_NE(std::string::npos, losses[0].find("the file has 21 bytes")) << losses[0];
+    for (int i = 0; i < 3; ++i) {
+        Restart();
+        Wait(inputs::kBrokenForGood + milliseconds(1000));
+        Settle();
+        EXPECT_EQ(Messages{}, TakeLosses()) << "it is told of once";
+        EXPECT_EQ(1U, follower().Problems().size()) << "and stays a problem";
+    }
+    Write("restored", LogLine("1"));
+    Pack("restored", "a.log.3.gz", "gzip");
+    Remove("restored");
+    Wait(milliseconds(11000));
+    EXPECT_EQ(Messages{"1"}, Read()) << "when it is restored, it counts";
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
+TEST_F(FollowerTest, OfAnArchiveThatIsCutOffTheRestIsALossWhenNobodyWritesItAnyMore)
+{
+    StartWith("a.log", LogLine("old"));
+    std::string text;
+    for (int i = 0; i < 20000; ++i)
+        text += LogLine(std::to_string(i * 7919));
+    Write("whole", text);
+    Pack("whole", "packed", "gzip");
+    Remove("whole");
+    const std::string half = Content("packed").substr(0, Content("packed").size() / 2);
+    Remove("packed");
+    Write("a.log.1.gz", half);
+    const size_t read = Read().size();
+    ASSERT_LT(2U, read);
+    Wait(inputs::kBrokenForGood + milliseconds(1000));
+    Settle();
+    Wait(inputs::kBrokenForGood + milliseconds(1000));
+    Settle();
+    const Messages losses = TakeLosses();
+    ASSERT_EQ(1U, losses.size());
+    EXPECT_NE(std::string::npos, losses[0].find("what it holds behind byte ")) << losses[0];
+    Restart();
+    Wait(inputs::kBrokenForGood + milliseconds(1000));
+    EXPECT_EQ(Messages{}, Read());
+    Remove("a.log.1.gz");
+    Wait(milliseconds(11000));
+    Settle();
+    EXPECT_EQ(Messages{}, TakeLosses()) << "it is told of once";
+}
+
 // As a compressing program leaves it that was ended in the middle.
 TEST_F(FollowerTest, ACutOffArchiveIsReadUpToTheDamageAndNamed)
 {
@@ -549,6 +608,47 @@ TEST_F(FollowerTest, RemovedUnreadWhileNobodyLookedIsTold)
     ASSERT_EQ(1U, losses.size());
     EXPECT_NE(std::string::npos, losses[0].find("a.log is gone")) << losses[0];
     EXPECT_NE(std::string::npos, losses[0].find("behind byte")) << losses[0];
+}
+
+TEST_F(FollowerTest, OfWhatIsGoneUnreadTheSizeIsTold)
+{
+    StartWith("a.log", LogLine("old"));
+    Append("a.log", Backlog());
+    Step(); // a batch, which is less than that
+    const uintmax_t size = std::filesystem::file_size(Path("a.log"));
+    Stop();
+    Remove("a.log");
+    Start();
+    Settle();
+    const Messages losses = TakeLosses();
+    ASSERT_EQ(1U, losses.size());
+    size_t missing = 0;
+    size_t read = 0;
+    ASSERT_EQ(2, sscanf(losses[0].substr(losses[0].find("held: ") + 6).c_str(),
+                        "%zu bytes behind byte %zu are missing", &missing, &read))
+        << losses[0];
+    EXPECT_LT(0U, read);
+    EXPECT_EQ(size, missing + read);
+}
+
+// Each candidate stands for one of them.
+TEST_F(FollowerTest, OfTwoLogsThatAreGoneUnreadOneIsToldWhenOnlyOneOtherFileCanHoldWhatItHeld)
+{
+    StartWith("a.log", "");
+    Rename("a.log", "a.log.1");
+    Write("a.log", "");
+    EXPECT_EQ(Messages{}, Read());
+    Stop();
+    Append("a.log.1", LogLine("1"));
+    Append("a.log", LogLine("2"));
+    Pack("a.log.1", "a.log.1.gz", "gzip");
+    Remove("a.log.1");
+    Remove("a.log");
+    Start();
+    EXPECT_EQ(Messages{"1"}, Read());
+    const Messages losses = TakeLosses();
+    ASSERT_EQ(1U, losses.size());
+    EXPECT_NE(std::string::npos, losses[0].find("is gone, and no other file holds")) << losses[0];
 }
 
 // Of an archive that was there before the input nothing is read; of a log that has its inode by now, everything.
@@ -834,6 +934,32 @@ TEST_F(FollowerTest, ALineOfTenGigabytesTakesNoMemoryAndHoldsUpNoOtherFile)
     rusage after{};
     getrusage(RUSAGE_SELF, &after);
     EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 64 * 1024) << "kilobytes";
+}
+
+TEST_F(FollowerTest, ALineThatIsTooLongIsNamedWhileItGoesOnAndItsRestIsALossThatIsToldOnce)
+{
+    StartWith("a.log", "");
+    const std::string block(size_t{1} << 20U, 'x');
+    for (int i = 0; i < 5; ++i) {
+        Append("a.log", block);
+        Settle();
+    }
+    ASSERT_EQ(1U, follower().Problems().size());
+    EXPECT_NE(std::string::npos,
+              follower().Problems()[0].find("that has no end up to byte 5242880"))
+        << follower().Problems()[0];
+    Append("a.log", "\n" + LogLine("next") + block + "\n");
+    Settle();
+    EXPECT_EQ(3U, Take().size());
+    EXPECT_EQ(Messages{}, follower().Problems());
+    const Messages losses = TakeLosses();
+    ASSERT_EQ(1U, losses.size()) << "not one for each: who writes them could fill the alerts";
+    EXPECT_NE(std::string::npos, losses[0].find("a.log at byte 0 has more than 65536 bytes"))
+        << losses[0];
+    Wait(milliseconds(3'600'000));
+    Append("a.log", block + "\n");
+    Settle();
+    EXPECT_EQ(1U, TakeLosses().size());
 }
 
 // Who has no rights beyond those of the files' owner: root without its capabilities.

@@ -123,7 +123,7 @@ TEST(InputOptions, OfAMistypedNameTheOneThatWasMeantIsNamed)
     EXPECT_EQ(
         "cannot use the option \"pth\": an input of the kind files has none of that name; did "
         "you mean path? use one of path, exclude, format, encoding, join, begins-with, "
-        "identifier, begin",
+        "identifier, repeats, begin",
         files);
     const std::string journal = Refusal({0, "app", "journal", {{"priorty", {"warning"}}}});
     EXPECT_NE(std::string::npos, journal.find("did you mean priority? use one of match, priority"))
