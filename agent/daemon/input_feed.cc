@@ -51,6 +51,8 @@ InputFeed::InputFeed(host::Host &host, std::function<void()> look_now,
       changed_(host::WakeEvent::Create(host.layout().run, inputs::kInputsEvent, false, false)),
       catch_up_(host::WakeEvent::Create(host.layout().run, inputs::kCatchUpEvent, false, false))
 {
+    if (const auto status = status::ReadStatus(host.layout().run))
+        before_ = status->inputs;
     keeper_.emplace(host.store(), host.registry(), host.layout().state / kSpoolName);
     host_.SetReportSource(
         [this](const std::string &line) { return SourceOf(&*keeper_, host_.log_in_pass(), line); });
@@ -69,8 +71,9 @@ void InputFeed::StartThread()
         thread_->Reload();
         return;
     }
-    thread_ = std::make_unique<inputs::InputThread>(inputs::InputThreadOptions{
-        host_.layout().Store(), FolderOfPrograms(), look_now_, status_changed_});
+    thread_ = std::make_unique<inputs::InputThread>(
+        inputs::InputThreadOptions{host_.layout().Store(), std::exchange(before_, {}),
+                                   FolderOfPrograms(), look_now_, status_changed_});
     thread_->SetInterval(interval_);
     if (std::exchange(wants_catch_up_, false))
         thread_->CatchUp();

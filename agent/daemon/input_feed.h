@@ -82,7 +82,8 @@ class InputFeed {
 
     mutable std::mutex mutex_; // guards what follows
     std::unique_ptr<inputs::InputThread> thread_;
-    bool wants_catch_up_ = false; // asked for before there was a thread
+    std::vector<inputs::InputStatus> before_; // of the daemon before this one, for the first thread
+    bool wants_catch_up_ = false;             // asked for before there was a thread
     std::string problem_;
 };
 

@@ -1,5 +1,6 @@
 #include "agent/inputs/change_watch.h"
 
+#include <cerrno>
 #include <sys/inotify.h>
 #include <unistd.h>
 
@@ -9,6 +10,12 @@ namespace {
 
 constexpr uint32_t kNames = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_ONLYDIR |
                             IN_MOVE_SELF | IN_DELETE_SELF;
+// Of the limit of the kernel for one user, which errno tells of then.
+bool IsExhausted()
+{
+    return errno == ENOSPC || errno == ENOMEM;
+}
+
 // The last name of an open file goes with a change of its attributes.
 constexpr uint32_t kContent = IN_MODIFY;
 
@@ -32,11 +39,14 @@ void ChangeWatch::WatchFolders(const std::set<std::string> &folders)
         Remove(it->second);
         it = folders_.erase(it);
     }
+    refused_folders_.clear();
     for (const std::string &folder : folders) {
         // One that has gone and come back is watched anew; for any other this changes nothing.
         const int watch = inotify_add_watch(fd(), folder.c_str(), kNames);
         if (watch >= 0)
             folders_[folder] = watch;
+        else if (IsExhausted())
+            refused_folders_.insert(folder);
     }
 }
 
@@ -46,6 +56,9 @@ bool ChangeWatch::WatchFile(int64_t number, int file)
         return false;
     const std::string path = "/proc/self/fd/" + std::to_string(file);
     const int watch = inotify_add_watch(fd(), path.c_str(), kContent | IN_MASK_CREATE);
+    refused_files_.erase(number);
+    if (watch < 0 && IsExhausted())
+        refused_files_.insert(number);
     if (watch < 0)
         return false; // a folder's watch cannot be meant, and a look now and then finds the change
     files_[number] = watch;
@@ -55,12 +68,27 @@ bool ChangeWatch::WatchFile(int64_t number, int file)
 
 void ChangeWatch::ForgetFile(int64_t number)
 {
+    refused_files_.erase(number);
     const auto found = files_.find(number);
     if (found == files_.end())
         return;
     numbers_.erase(found->second);
     Remove(found->second);
     files_.erase(found);
+}
+
+std::string ChangeWatch::Problem() const
+{
+    if (fd() < 0)
+        return "the kernel tells nothing of changes in files: they are found some seconds later; "
+               "raise fs.inotify.max_user_instances with sysctl";
+    const size_t refused = refused_folders_.size() + refused_files_.size();
+    if (refused == 0)
+        return {};
+    return "the kernel has no watches left for " + std::to_string(refused) +
+           " files and folders of this input: what changes there is found some seconds later; "
+           "raise "
+           "fs.inotify.max_user_watches with sysctl";
 }
 
 ChangeWatch::News ChangeWatch::Take()

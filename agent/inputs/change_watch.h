@@ -25,6 +25,9 @@ class ChangeWatch {
     // True: from now on.
     bool WatchFile(int64_t number, int fd);
     void ForgetFile(int64_t number);
+    // Why not all is watched, as a sentence with what to do about it; empty: all is. What is not watched is to be looked at
+    // now and then.
+    [[nodiscard]] std::string Problem() const;
 
     struct News {
         bool names = false;      // a file has appeared, gone, or got another name
@@ -40,6 +43,9 @@ class ChangeWatch {
     std::map<std::string, int> folders_; // watches of folders
     std::map<int64_t, int> files_;       // watches of files
     std::map<int, int64_t> numbers_;     // the reverse
+    // What the kernel has refused for want of watches, and why.
+    std::set<std::string> refused_folders_;
+    std::set<int64_t> refused_files_;
 };
 
 } // namespace inputs

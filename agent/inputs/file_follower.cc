@@ -442,6 +442,12 @@ uint64_t FileFollower::BytesBehind() const
     return behind;
 }
 
+void FileFollower::Measure()
+{
+    for (auto &[number, file] : files_.all())
+        file.Measure();
+}
+
 std::vector<std::string> FileFollower::Problems() const
 {
     std::vector<std::string> problems = view_.problems;
@@ -455,6 +461,8 @@ std::vector<std::string> FileFollower::Problems() const
     }
     if (!has_any)
         problems.emplace_back(kNothingMatches);
+    if (std::string watching = files_.watch().Problem(); !watching.empty())
+        problems.push_back(std::move(watching));
     for (const auto &[number, file] : files_.all()) {
         if (!file.problem.empty())
             problems.push_back(file.problem);

@@ -91,7 +91,9 @@ class FileFollower {
     [[nodiscard]] bool WantsLook(SteadyTime now) const { return names_changed_ || now >= look_at_; }
 
     [[nodiscard]] size_t OpenFiles() const;
+    // As of the last reading, or the last Measure, which reads nothing.
     [[nodiscard]] uint64_t BytesBehind() const;
+    void Measure();
     // What cannot be read, and why.
     [[nodiscard]] std::vector<std::string> Problems() const;
 

@@ -86,6 +86,13 @@ void FollowedFile::Adopt(const std::string &path, const FileIdentity &identity)
     problem.clear();
 }
 
+void FollowedFile::Measure()
+{
+    const auto look =
+        content_ && !place_.packed && !was_cut ? LookAt(content_->fd()) : std::nullopt;
+    measured_ = look ? look->size : 0;
+}
+
 void FollowedFile::BeginSync()
 {
     if (is_unsynced_ && content_)
@@ -285,6 +292,7 @@ ReadStep FollowedFile::Read(EntryReader *reader, const ReadingTime &reading, Ste
     if (grew_at_ == SteadyTime{} || look->size != size_)
         grew_at_ = now;
     size_ = place_.packed ? 0 : look->size;
+    measured_ = 0;
 
     const auto before = static_cast<size_t>(place_.tail.length);
     const std::string_view bytes = std::string_view(window_).substr(before);

@@ -6,6 +6,7 @@
 #ifndef AGENT_INPUTS_FOLLOWED_FILE_H
 #define AGENT_INPUTS_FOLLOWED_FILE_H
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -74,8 +75,11 @@ class FollowedFile {
     // Bytes that are there and not read, as far as known; of a compressed file, 0.
     [[nodiscard]] uint64_t Behind() const
     {
-        return size_ > place_.offset ? size_ - place_.offset : 0;
+        const uint64_t size = std::max(size_, measured_);
+        return size > place_.offset ? size - place_.offset : 0;
     }
+    // Looks how much that is by now.
+    void Measure();
     // Has it not grown for so long?
     [[nodiscard]] bool IsQuiet(SteadyTime now, std::chrono::milliseconds time) const
     {
@@ -142,7 +146,8 @@ class FollowedFile {
     std::optional<SteadyTime> damaged_since_;
     std::optional<SteadyTime> told_of_cut_line_; // when, last
     std::string damage_;                         // behind the window; empty: none was met
-    uint64_t size_ = 0;                          // when it was last looked at
+    uint64_t size_ = 0;                          // when it was last read
+    uint64_t measured_ = 0;                      // when it was last looked at
     SteadyTime grew_at_{};                       // when more was found last
     bool waits_ = false; // something is there that counts when nothing comes behind it for a while
     std::optional<uint64_t> catch_up_to_; // its size then, or somewhat later

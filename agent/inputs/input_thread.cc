@@ -20,6 +20,8 @@ using std::chrono::milliseconds;
 // After a store that cannot be read.
 constexpr milliseconds kLoadAgain{1000};
 constexpr milliseconds kLongestWait{10000};
+// So often it is looked what the inputs hold by now while a batch waits, in which nothing is read.
+constexpr milliseconds kMeasure{1000};
 
 } // namespace
 
@@ -42,6 +44,8 @@ class InputThread::Reader {
     virtual void TakeChanges() = 0;
     [[nodiscard]] virtual SteadyTime Next() const = 0;
     virtual void BeginCatchUp() = 0;
+    // Looks how much there is to read by now, without reading it.
+    virtual void Measure() = 0;
     // Behind a Read without more.
     [[nodiscard]] virtual bool IsCaughtUp(SteadyTime now) = 0;
     [[nodiscard]] const InputStatus &status() const { return status_; }
@@ -96,6 +100,11 @@ class InputThread::FilesReader : public InputThread::Reader {
     void TakeChanges() override { follower_.TakeChanges(); }
     [[nodiscard]] SteadyTime Next() const override { return follower_.Next(); }
     void BeginCatchUp() override { follower_.BeginCatchUp(); }
+    void Measure() override
+    {
+        follower_.Measure();
+        status_.behind_bytes = static_cast<int64_t>(follower_.BytesBehind());
+    }
     [[nodiscard]] bool IsCaughtUp(SteadyTime now) override { return follower_.IsCaughtUp(now); }
 
   private:
@@ -136,6 +145,7 @@ class InputThread::JournalsReader : public InputThread::Reader {
     void TakeChanges() override { reader_.TakeChanges(); }
     [[nodiscard]] SteadyTime Next() const override { return reader_.Next(); }
     void BeginCatchUp() override { reader_.LookAnew(); }
+    void Measure() override {} // how much a journal holds is not known in bytes
     [[nodiscard]] bool IsCaughtUp(SteadyTime /*now*/) override { return true; }
 
   private:
@@ -145,7 +155,7 @@ class InputThread::JournalsReader : public InputThread::Reader {
 
 InputThread::InputThread(InputThreadOptions options)
     : options_(std::move(options)), bell_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
-      thread_([this] { Run(); })
+      status_(options_.before), thread_([this] { Run(); })
 {
 }
 
@@ -176,6 +186,10 @@ void InputThread::CatchUp()
 void InputThread::Stored()
 {
     batch_ = {};
+    {
+        const std::lock_guard lock(status_mutex_);
+        waiting_.clear();
+    }
     is_ready_ = false;
     Ring();
 }
@@ -183,7 +197,31 @@ void InputThread::Stored()
 std::vector<InputStatus> InputThread::Status() const
 {
     const std::lock_guard lock(status_mutex_);
-    return status_;
+    std::vector<InputStatus> status = status_;
+    for (InputStatus &input : status) {
+        // What waits in a batch is as unread as what is behind it.
+        if (waiting_.contains(input.name) && input.behind_since_ms == 0)
+            input.behind_since_ms = waiting_since_ms_;
+    }
+    return status;
+}
+
+void InputThread::NoteBatchWaits(int64_t since_ms)
+{
+    const std::lock_guard lock(status_mutex_);
+    for (const Batch::Origin &origin : batch_.origins)
+        waiting_.insert(origin.input);
+    waiting_since_ms_ = since_ms;
+}
+
+void InputThread::MeasureWhileBatchWaits()
+{
+    if (Clock::now() < measure_at_)
+        return;
+    measure_at_ = Clock::now() + kMeasure;
+    for (const auto &reader : readers_)
+        reader->Measure();
+    PublishStatus();
 }
 
 // Readers go on from what is committed; so none is made while a batch waits.
@@ -283,12 +321,13 @@ void InputThread::Work()
     if (now < next_batch_ && !catching_up_)
         return;
     has_more_ = false;
+    const int64_t wall = time(nullptr);
     // Another one begins each time: what an input has to read may be as much as fits.
     if (!readers_.empty())
         std::rotate(readers_.begin(), readers_.begin() + 1, readers_.end());
     for (const auto &reader : readers_) {
         reader->TakeChanges();
-        has_more_ = reader->Read(time(nullptr), now, &batch_) || has_more_;
+        has_more_ = reader->Read(wall, now, &batch_) || has_more_;
     }
     PublishStatus();
     if (batch_.IsEmpty()) {
@@ -297,16 +336,20 @@ void InputThread::Work()
         return;
     }
     next_batch_ = now + milliseconds(has_more_ ? 0 : interval_ms_.load());
+    measure_at_ = now + kMeasure;
+    NoteBatchWaits(wall * 1000);
     is_ready_ = true;
     options_.batch_is_ready();
 }
 
-// While a batch waits, and in the interval behind one, only the bell is listened to.
+// While a batch waits, and in the interval behind one, only the bell is listened to, but for a look at the sizes.
 void InputThread::Wait()
 {
     std::vector<pollfd> waiting{{bell_.get(), POLLIN, 0}};
     auto until = Clock::now() + kLongestWait;
-    if (!is_ready_) {
+    if (is_ready_) {
+        until = measure_at_;
+    } else {
         const bool rests = Clock::now() < next_batch_ && !catching_up_;
         if (rests)
             until = std::min(until, next_batch_);
@@ -338,6 +381,8 @@ void InputThread::Run()
                 Load();
             Work();
         }
+        if (is_ready_)
+            MeasureWhileBatchWaits();
         Wait();
     }
 }

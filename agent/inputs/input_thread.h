@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -25,6 +26,7 @@ using status::InputStatus;
 
 struct InputThreadOptions {
     std::filesystem::path store;
+    std::vector<InputStatus> before = {}; // of the daemon before this one, as far as known
     std::string own_folder;               // where the programs of the monitor are
     std::function<void()> batch_is_ready; // on this thread
     // On this thread, when an input has other problems or other files than before.
@@ -67,6 +69,8 @@ class InputThread {
     void Wait();
     void Ring() const;
     void PublishStatus();
+    void MeasureWhileBatchWaits();
+    void NoteBatchWaits(int64_t since_ms);
     void BeginCatchUp();
     void LookWhetherCaughtUp(SteadyTime now);
 
@@ -82,6 +86,7 @@ class InputThread {
     Batch batch_; // of this thread, but while it is ready
     std::vector<std::unique_ptr<Reader>> readers_;
     std::chrono::steady_clock::time_point next_batch_{};
+    std::chrono::steady_clock::time_point measure_at_{}; // while a batch waits
     std::optional<std::chrono::steady_clock::time_point> load_again_;
     bool has_more_ = false;
     bool is_loaded_ = false;             // the readers are those that are configured
@@ -89,6 +94,9 @@ class InputThread {
 
     mutable std::mutex status_mutex_;
     std::vector<InputStatus> status_;
+    // Inputs with entries in the batch that waits for being stored, and since when it does.
+    std::set<std::string> waiting_;
+    int64_t waiting_since_ms_ = 0;
     std::thread thread_;
 };
 

@@ -1,6 +1,7 @@
 // Files through all that rotation does to them. What other programs are known to fail at has the name of the
 // failure.
 #include <algorithm>
+#include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <linux/capability.h>
@@ -130,6 +131,61 @@ TEST_F(FollowerTest, ALineCountsWhenItIsWhole)
     EXPECT_EQ(Messages{}, Read());
     Append("a.log", line.substr(20) + LogLine("two"));
     EXPECT_EQ((Messages{"one", "two"}), Read());
+}
+
+TEST_F(FollowerTest, ALineThatIsHalfWrittenAtARestartCountsWhole)
+{
+    StartWith("a.log", LogLine("old"));
+    const std::string line = LogLine("one");
+    Append("a.log", line.substr(0, 20));
+    EXPECT_EQ(Messages{}, Read());
+    Restart();
+    EXPECT_EQ(Messages{}, Read());
+    Append("a.log", line.substr(20));
+    EXPECT_EQ(Messages{"one"}, Read());
+}
+
+TEST_F(FollowerTest, ARecordThatMayGoOnAtARestartGoesOn)
+{
+    options.joining.by_indentation = true;
+    StartWith("a.log", LogLine("old") + LogLine("older"));
+    Read();
+    Wait(milliseconds(2500));
+    Read();
+    Append("a.log", LogLine("one"));
+    EXPECT_EQ(Messages{}, Read());
+    Restart();
+    EXPECT_EQ(Messages{}, Read());
+    Append("a.log", "  goes on\n" + LogLine("two"));
+    EXPECT_EQ(Messages{"one#012  goes on"}, Read());
+    Restart();
+    Settle();
+    Wait(milliseconds(2500));
+    EXPECT_EQ(Messages{"two"}, Read()) << "nothing comes behind it";
+}
+
+// What is not told of is found by the look at everything that comes now and then.
+TEST_F(FollowerTest, ThatTheKernelHasNoWatchesLeftIsSaidAndNothingIsLost)
+{
+    StartWith("a.log", LogLine("old"));
+    test::ExhaustWatches(true);
+    Append("b.log", LogLine("1"));
+    EXPECT_EQ(Messages{"1"}, Read());
+    Append("b.log", LogLine("2"));
+    EXPECT_EQ(Messages{}, Read());
+    Wait(milliseconds(11000));
+    EXPECT_EQ(Messages{"2"}, Read());
+    const Messages problems = follower().Problems();
+    test::ExhaustWatches(false);
+    ASSERT_EQ(1U, problems.size());
+    EXPECT_EQ("the kernel has no watches left for 2 files and folders of this input: what changes "
+              "there is found some "
+              "seconds later; raise fs.inotify.max_user_watches with sysctl",
+              problems[0]);
+    Append("b.log", LogLine("3"));
+    Wait(milliseconds(11000));
+    EXPECT_EQ(Messages{"3"}, Read());
+    EXPECT_EQ(Messages{}, follower().Problems());
 }
 
 TEST_F(FollowerTest, ANewFileOfThePatternIsReadFromItsBeginning)
@@ -931,6 +987,38 @@ TEST_F(FollowerTest, ALineOfTenGigabytesTakesNoMemoryAndHoldsUpNoOtherFile)
     for (uintmax_t read = 0; read < megabytes; read += 64)
         Step();
     EXPECT_EQ(Messages{"next"}, Read());
+    rusage after{};
+    getrusage(RUSAGE_SELF, &after);
+    EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 64 * 1024) << "kilobytes";
+}
+
+// No zeros, which would end it. What was read of it takes no room any more.
+TEST_F(FollowerTest, ALineOfGigabytesOfTextTakesNoMemoryAndIsNamed)
+{
+    constexpr int kBlocks = 70;
+    const std::string block(size_t{32} << 20U, 'x');
+    StartWith("a.log", "");
+    rusage before{};
+    getrusage(RUSAGE_SELF, &before);
+    const int file = open(Path("a.log").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+    for (int i = 0; i < kBlocks; ++i) {
+        ASSERT_EQ(static_cast<ssize_t>(block.size()), write(file, block.data(), block.size()));
+        do
+            Step();
+        while (follower().BytesBehind() > 0);
+        const off_t kept = 1 << 20;
+        fallocate(file, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, kept,
+                  static_cast<off_t>(block.size()) * (i + 1) - 2 * kept);
+    }
+    const Messages problems = follower().Problems();
+    close(file);
+    ASSERT_EQ(1U, problems.size());
+    EXPECT_NE(std::string::npos, problems[0].find("a.log that has no end up to byte 2348810240"))
+        << problems[0];
+    Append("a.log", "\n" + LogLine("next"));
+    const Messages read = Read();
+    ASSERT_EQ(2U, read.size());
+    EXPECT_EQ("next", read[1]);
     rusage after{};
     getrusage(RUSAGE_SELF, &after);
     EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 64 * 1024) << "kilobytes";

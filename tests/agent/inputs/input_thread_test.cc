@@ -3,7 +3,9 @@
 
 #include <condition_variable>
 #include <fstream>
+#include <functional>
 #include <mutex>
+#include <thread>
 
 #include "agent/inputs/input_store.h"
 #include "tests/agent/inputs/log_world.h"
@@ -53,9 +55,9 @@ class InputThreadTest : public testing::Test {
     {
         std::ofstream(folder_ / name, std::ios::binary | std::ios::app) << text;
     }
-    void Start()
+    void Start(const std::vector<inputs::InputStatus> &before = {})
     {
-        thread_.emplace(inputs::InputThreadOptions{folder_ / "agent.db", "",
+        thread_.emplace(inputs::InputThreadOptions{folder_ / "agent.db", before, "",
                                                    [this] {
                                                        const std::lock_guard lock(mutex_);
                                                        is_ready_ = true;
@@ -77,6 +79,23 @@ class InputThreadTest : public testing::Test {
         inputs::WritePlaces(*store_, *batch);
         thread_->Stored();
         return text;
+    }
+    // That one waits for being stored, and goes on doing so.
+    bool BatchWaits()
+    {
+        std::unique_lock lock(mutex_);
+        return ready_.wait_for(lock, 60s, [this] { return is_ready_; });
+    }
+    // Does the status of the only input come to this, within a minute?
+    bool StatusBecomes(const std::function<bool(const inputs::InputStatus &)> &wanted)
+    {
+        for (int i = 0; i < 6000; ++i) {
+            const auto status = thread_->Status();
+            if (status.size() == 1 && wanted(status[0]))
+                return true;
+            std::this_thread::sleep_for(10ms);
+        }
+        return false;
     }
     // What it hands over until the text is as long as this one.
     std::string Read(const std::string &wanted)
@@ -257,6 +276,37 @@ TEST_F(InputThreadTest, IsNotCaughtUpWhileABatchWaitsToBeStored)
 }
 
 // One that has more to read than fits into a batch is first each second time at most.
+TEST_F(InputThreadTest, WhileABatchWaitsTheInputIsBehindWithItAndWithWhatComesMeanwhile)
+{
+    Add();
+    Start();
+    Write("a.log", LogLine("one"));
+    ASSERT_TRUE(BatchWaits());
+    EXPECT_TRUE(StatusBecomes([](const auto &input) { return input.behind_since_ms > 0; }));
+    Write("a.log", LogLine("two"));
+    const auto size = static_cast<int64_t>(LogLine("two").size());
+    EXPECT_TRUE(StatusBecomes([&](const auto &input) { return input.behind_bytes == size; }));
+    EXPECT_EQ(LogLine("one") + LogLine("two"), Read(LogLine("one") + LogLine("two")));
+    EXPECT_TRUE(StatusBecomes(
+        [](const auto &input) { return input.behind_bytes == 0 && input.behind_since_ms == 0; }));
+}
+
+TEST_F(InputThreadTest, WhatTheDaemonBeforeItWasBehindWithKeepsItsMoment)
+{
+    constexpr int64_t kSince = 1'700'000'000'000;
+    Add();
+    std::string much;
+    for (int i = 0; i < 10000; ++i)
+        much += LogLine(std::string(1000, 'x'));
+    Write("a.log", much);
+    Start({{"app", inputs::kFilesKind, 0, 1, kSince, kSince, {}}});
+    ASSERT_TRUE(BatchWaits());
+    EXPECT_TRUE(StatusBecomes([&](const auto &input) { return input.open_files == 1; }));
+    EXPECT_EQ(kSince, thread_->Status()[0].behind_since_ms);
+    EXPECT_EQ(much.size(), Read(much).size());
+    EXPECT_TRUE(StatusBecomes([](const auto &input) { return input.behind_since_ms == 0; }));
+}
+
 TEST_F(InputThreadTest, AnInputThatFillsEachBatchKeepsNoOtherOneWaiting)
 {
     Add("loud", "*.loud");

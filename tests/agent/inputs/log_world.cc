@@ -2,6 +2,8 @@
 
 #include <archive.h>
 #include <archive_entry.h>
+#include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
@@ -20,6 +22,8 @@ extern "C" int __real_fdatasync(int fd);
 extern "C" int __wrap_fdatasync(int fd);
 extern "C" int __real_sync_file_range(int fd, off_t from, off_t size, unsigned how);
 extern "C" int __wrap_sync_file_range(int fd, off_t from, off_t size, unsigned how);
+extern "C" int __real_inotify_add_watch(int fd, const char *path, uint32_t mask);
+extern "C" int __wrap_inotify_add_watch(int fd, const char *path, uint32_t mask);
 
 namespace test {
 
@@ -35,6 +39,7 @@ std::map<ino_t, uintmax_t> &SyncedSizes()
 }
 std::mutex synced_mutex;
 std::string syncs;
+std::atomic<bool> watches_are_exhausted = false;
 
 void NoteSync(char what)
 {
@@ -43,6 +48,11 @@ void NoteSync(char what)
 }
 
 } // namespace
+
+void ExhaustWatches(bool are_exhausted)
+{
+    watches_are_exhausted = are_exhausted;
+}
 
 std::string TakeSyncs()
 {
@@ -117,12 +127,12 @@ void LogWorld::Pack(const std::string &from, const std::string &to, const std::s
     archive_write_free(writer);
 }
 
-uintmax_t LogWorld::SyncedSize(const std::string &name) const
+uintmax_t SyncedSizeOf(const fs::path &path)
 {
     struct stat status {};
     const std::lock_guard lock(synced_mutex);
-    const auto found = stat(Path(name).c_str(), &status) == 0 ? SyncedSizes().find(status.st_ino)
-                                                              : SyncedSizes().end();
+    const auto found =
+        stat(path.c_str(), &status) == 0 ? SyncedSizes().find(status.st_ino) : SyncedSizes().end();
     return found == SyncedSizes().end() ? 0 : found->second;
 }
 
@@ -225,5 +235,13 @@ int __wrap_sync_file_range(int fd, off_t from, off_t size, unsigned how)
 {
     test::NoteSync('b');
     return __real_sync_file_range(fd, from, size, how);
+}
+
+int __wrap_inotify_add_watch(int fd, const char *path, uint32_t mask)
+{
+    if (!test::watches_are_exhausted)
+        return __real_inotify_add_watch(fd, path, mask);
+    errno = ENOSPC;
+    return -1;
 }
 // NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)

@@ -12,6 +12,9 @@
 
 namespace test {
 
+// Bytes of a file that somebody has seen to be on the disk.
+uintmax_t SyncedSizeOf(const std::filesystem::path &path);
+
 class LogWorld {
   public:
     LogWorld();
@@ -28,8 +31,10 @@ class LogWorld {
     void Remove(const std::string &name) const;
     void Copy(const std::string &from, const std::string &to) const;
     void Empty(const std::string &name) const { std::filesystem::resize_file(Path(name), 0); }
-    // Bytes of the file that somebody has seen to be on the disk.
-    [[nodiscard]] uintmax_t SyncedSize(const std::string &name) const;
+    [[nodiscard]] uintmax_t SyncedSize(const std::string &name) const
+    {
+        return SyncedSizeOf(Path(name));
+    }
     // Writes a compressed copy: "gzip", "xz", "zstd" or "bzip2".
     void Pack(const std::string &from, const std::string &to, const std::string &how) const;
     [[nodiscard]] bool Exists(const std::string &name) const;
@@ -70,6 +75,9 @@ class LogWorld {
     std::vector<std::string> losses_;
     inputs::SteadyTime now_ = inputs::SteadyTime(std::chrono::hours(1000));
 };
+
+// From here on the kernel has no more watches of files and folders; or has them again.
+void ExhaustWatches(bool are_exhausted);
 
 // How files were brought to the disk since the last call: "b" for each that was begun, "s" for each that was waited for.
 std::string TakeSyncs();
