@@ -46,7 +46,7 @@ std::vector<std::string> ProblemsOf(const Context &context, const InputConfig &i
     return problems;
 }
 
-void CheckInput(const Context &context, const InputConfig &input,
+void CheckInput(const Context &context, const InputConfig &input, const inputs::WhatIsRead &read,
                 const std::optional<status::Status> &daemon, Examination *examination)
 {
     const size_t findings = examination->Findings();
@@ -54,8 +54,8 @@ void CheckInput(const Context &context, const InputConfig &input,
         for (const std::string &problem : ProblemsOf(context, input, daemon))
             examination->Finding(input.name, problem,
                                  "syslogmon input test " + input.name + " shows its last entries");
-        if (const auto twice = inputs::FindCountedTwice(input))
-            examination->Finding(input.name, twice->found, twice->advice);
+        for (const inputs::CountedTwice &twice : FindCountedTwice(input, read))
+            examination->Finding(input.name, twice.found, twice.advice);
     } catch (const host::Error &error) {
         examination->Finding(input.name, error);
     }
@@ -74,8 +74,11 @@ void CheckInputs(const Context &context, Examination *examination)
 {
     examination->Begin("input");
     const auto daemon = StatusOfDaemon(context);
-    for (const InputConfig &input : AllInputs(context))
-        CheckInput(context, input, daemon, examination);
+    host::Host &host = context.Host();
+    inputs::InputRegistry registry(host.store(), host.registry());
+    const inputs::WhatIsRead read = AllThatIsRead(registry, host.registry());
+    for (const InputConfig &input : read.inputs)
+        CheckInput(context, input, read, daemon, examination);
     if (daemon && !daemon->inputs_wait.empty())
         examination->Finding("inputs' spool", "the inputs wait: " + daemon->inputs_wait,
                              "nothing is lost; see with syslogmon status whether the monitor "

@@ -59,17 +59,21 @@ void TakeInputOptions(const std::vector<std::string> &words, InputConfig *config
         config->options[name] = std::move(values);
 }
 
-std::vector<std::string> Warnings(const InputConfig &config)
+std::vector<std::string> Warnings(const Context &context, const InputConfig &config)
 {
-    const auto twice = inputs::FindCountedTwice(config);
-    return twice ? std::vector{twice->found + "; " + twice->advice} : std::vector<std::string>{};
+    inputs::InputRegistry registry = Inputs(context);
+    const inputs::WhatIsRead read = AllThatIsRead(registry, context.Host().registry());
+    std::vector<std::string> warnings;
+    for (const inputs::CountedTwice &twice : FindCountedTwice(config, read))
+        warnings.push_back(twice.found + "; " + twice.advice);
+    return warnings;
 }
 
 // What is wrong with an input that was stored just now. It stays: a file that is missing today is read once it is there.
 // Says it on standard error, too. A journal is not looked through: that can take long, and input test does it.
 std::vector<std::string> Warn(const Context &context, const InputConfig &config)
 {
-    std::vector<std::string> warnings = Warnings(config);
+    std::vector<std::string> warnings = Warnings(context, config);
     if (config.kind == inputs::kFilesKind) {
         const inputs::Sample sample = inputs::TakeSample(config, Charset(context), 1);
         warnings.insert(warnings.end(), sample.problems.begin(), sample.problems.end());
@@ -171,7 +175,7 @@ int TestInput(Context &context, const InputOptions &options)
     const InputConfig config = Inputs(context).Find(options.name);
     const inputs::Sample sample = inputs::TakeSample(config, Charset(context), kShownEntries);
     std::vector<std::string> problems = sample.problems;
-    const std::vector<std::string> warnings = Warnings(config);
+    const std::vector<std::string> warnings = Warnings(context, config);
     problems.insert(problems.end(), warnings.begin(), warnings.end());
     if (context.json) {
         PrintJson({{"input", config.name}, {"entries", sample.lines}, {"problems", problems}});
@@ -243,7 +247,8 @@ const std::vector<Command> kInputCommands = {
     {"input list", "Show what is read beside the system log", SetUpList},
     {"input show", "Show one input with its options", SetUpNamed<ShowInput>},
     {"input add", "Add an input; its entries count from now on", SetUpAdd},
-    {"input set", "Change options of an input; it goes on where it was", SetUpSetInput},
+    {"input set", "Change options of an input; what it reads still goes on where it was",
+     SetUpSetInput},
     {"input test", "Show the last entries as the monitor gets them, and what is wrong",
      SetUpNamed<TestInput>},
     {"input remove", "Remove an input", SetUpNamed<RemoveInput>},

@@ -1,9 +1,15 @@
 #include "agent/inputs/counted_twice.h"
 
+#include <algorithm>
 #include <ctime>
+#include <map>
+#include <set>
+#include <strings.h>
 #include <sys/stat.h>
 
 #include "agent/host/agent_values.h"
+#include "agent/inputs/folder_view.h"
+#include "agent/logs/log_files.h"
 #include "platform/contract.h"
 
 namespace inputs {
@@ -13,32 +19,212 @@ namespace {
 // A log that nobody has written for so long, in seconds, is one that was left behind.
 constexpr time_t kLeftBehind = 24 * 3600;
 
-bool SystemLogIsWritten()
+// Into which syslog daemons write what is in the journal too, as they are set up on usual systems.
+constexpr const char *kSyslogFiles[] = {
+    kSystemLog,          "/var/log/syslog",     "/var/log/auth.log",
+    "/var/log/kern.log", "/var/log/daemon.log", "/var/log/user.log",
+    "/var/log/mail.log", "/var/log/mail.err",   "/var/log/cron.log",
+    "/var/log/cron",     "/var/log/debug",      "/var/log/secure",
+    "/var/log/maillog",
+};
+
+bool IsWritten(const std::string &path)
 {
     struct stat status {};
-    return stat(kSystemLog, &status) == 0 && status.st_size > 0 &&
+    return stat(path.c_str(), &status) == 0 && status.st_size > 0 &&
            time(nullptr) - status.st_mtime < kLeftBehind;
+}
+
+bool IsSame(const InputConfig &one, const InputConfig &other)
+{
+    return strcasecmp(one.name.c_str(), other.name.c_str()) == 0;
+}
+
+PathRules RulesOf(const InputConfig &input)
+{
+    return FollowOptionsOf(input, host::kDefaultLogCharset).rules;
+}
+
+// Files that an input of files follows, by what they are: a path may be a link.
+std::map<FileIdentity, std::string> FilesOf(const PathRules &rules)
+{
+    std::map<FileIdentity, std::string> files;
+    for (const auto &[path, look] : ViewFolders(rules.Folders()).files) {
+        if (rules.Match(path))
+            files.emplace(look.identity, path);
+    }
+    return files;
+}
+
+bool Reads(const PathRules &rules, const std::string &path)
+{
+    if (rules.Match(path))
+        return true;
+    const auto look = LookAt(path);
+    return look && FilesOf(rules).contains(look->identity);
+}
+
+// What is excluded already stays so: a new value takes the place of all.
+std::string Excluding(const InputConfig &input, const std::string &path)
+{
+    std::string command = "syslogmon input set " + input.name;
+    for (const std::string &excluded : input.Values("exclude"))
+        command += " exclude=" + excluded;
+    return command + " exclude=" + path;
+}
+
+void FindWhatTheMonitorReads(const InputConfig &input, const WhatIsRead &read,
+                             std::vector<CountedTwice> *found)
+{
+    const PathRules rules = RulesOf(input);
+    const std::pair<std::string, std::string> by_itself[] = {
+        {kSystemLog, ""},
+        {read.customer_file, " as the customer file"},
+        {read.file_monitor, " as the file monitor's target"}};
+    for (const auto &[path, how] : by_itself) {
+        if (!path.empty() && Reads(rules, path))
+            found->push_back(
+                {path + " is read without an input" + how + ", so its lines count twice",
+                 "leave it out: " + Excluding(input, path)});
+    }
+}
+
+void FindSharedFiles(const InputConfig &input, const InputConfig &other,
+                     std::vector<CountedTwice> *found)
+{
+    const std::map<FileIdentity, std::string> files = FilesOf(RulesOf(input));
+    std::vector<std::string> shared;
+    for (const auto &[identity, path] : FilesOf(RulesOf(other))) {
+        const auto here = files.find(identity);
+        if (here != files.end())
+            shared.push_back(here->second);
+    }
+    if (shared.size() == 1)
+        found->push_back(
+            {shared[0] + " is read by the input " + other.name + " too, so its lines count twice",
+             "leave it out of one of them: " + Excluding(input, shared[0])});
+    else if (!shared.empty())
+        found->push_back({std::to_string(shared.size()) + " files, as " + shared[0] +
+                              ", are read by the input " + other.name +
+                              " too, so their lines count twice",
+                          "leave them out of one of them with exclude=, or remove one: syslogmon "
+                          "input remove " +
+                              input.name});
+}
+
+// May entries be wanted by both? Not when there is a field of which they want different values.
+bool WantSame(const InputConfig &one, const InputConfig &other)
+{
+    std::map<std::string, std::set<std::string>> wanted;
+    std::map<std::string, bool> agree;
+    for (const std::string &match : one.Values("match"))
+        wanted[match.substr(0, match.find('='))].insert(match);
+    for (const std::string &match : other.Values("match")) {
+        const auto field = wanted.find(match.substr(0, match.find('=')));
+        if (field != wanted.end())
+            agree[field->first] = agree[field->first] || field->second.contains(match);
+    }
+    return std::all_of(agree.begin(), agree.end(), [](const auto &row) { return row.second; });
+}
+
+void FindSharedJournal(const InputConfig &input, const InputConfig &other,
+                       std::vector<CountedTwice> *found)
+{
+    if (input.Value("namespace") != other.Value("namespace") ||
+        input.Value("directory") != other.Value("directory") || !WantSame(input, other))
+        return;
+    found->push_back({"the input " + other.name +
+                          " reads this journal too, so entries that both want count twice",
+                      "choose with match= which of them gets what, or remove one: syslogmon input "
+                      "remove " +
+                          input.name});
+}
+
+bool IsHostsJournal(const InputConfig &input)
+{
+    return input.kind == kJournalKind && input.Value("namespace").empty() &&
+           input.Value("directory").empty();
+}
+
+// Entries of the journal that a syslog daemon may write into a file that this input of files reads.
+void FindJournalInFiles(const InputConfig &journal, const InputConfig &files,
+                        std::vector<CountedTwice> *found)
+{
+    const PathRules rules = RulesOf(files);
+    for (const char *path : kSyslogFiles) {
+        if (path != std::string(kSystemLog) && IsWritten(path) && Reads(rules, path))
+            found->push_back({std::string(path) + " is read by the input " + files.name +
+                                  ", and the journal by the input " + journal.name +
+                                  ": where a syslog daemon writes the journal's entries into that "
+                                  "file, they count twice",
+                              "choose one of them: " + Excluding(files, path) +
+                                  ", or syslogmon input remove " + journal.name});
+    }
+}
+
+void FindJournalInWatchedFiles(const InputConfig &journal, const WhatIsRead &read,
+                               std::vector<CountedTwice> *found)
+{
+    if (IsWritten(kSystemLog))
+        found->push_back(
+            {std::string(kSystemLog) +
+                 " is written and read, too: where a syslog daemon writes the journal's entries "
+                 "into it, they count twice",
+             "choose one of them: syslogmon input remove " + journal.name +
+                 " leaves the log; a syslog daemon that no longer writes that file, and the file "
+                 "removed, leave the journal"});
+    for (const std::string &path : {read.customer_file, read.file_monitor}) {
+        const bool is_syslogs = std::find(std::begin(kSyslogFiles), std::end(kSyslogFiles), path) !=
+                                std::end(kSyslogFiles);
+        if (is_syslogs && path != kSystemLog && IsWritten(path))
+            found->push_back({path + " is read without an input: where a syslog daemon writes the "
+                                     "journal's entries into it, they count twice",
+                              "choose one of them: let the monitor read another file, or syslogmon "
+                              "input remove " +
+                                  journal.name});
+    }
+}
+
+void FindTwiceWith(const InputConfig &input, const InputConfig &other,
+                   std::vector<CountedTwice> *found)
+{
+    if (input.kind == kFilesKind && other.kind == kFilesKind)
+        FindSharedFiles(input, other, found);
+    else if (input.kind == kJournalKind && other.kind == kJournalKind)
+        FindSharedJournal(input, other, found);
+    else if (IsHostsJournal(input))
+        FindJournalInFiles(input, other, found);
+    else if (IsHostsJournal(other))
+        FindJournalInFiles(other, input, found);
 }
 
 } // namespace
 
-std::optional<CountedTwice> FindCountedTwice(const InputConfig &input)
+WhatIsRead AllThatIsRead(InputRegistry &inputs, host::RegistryTree &registry)
 {
-    const std::string log = kSystemLog;
-    if (input.kind == kFilesKind) {
-        if (!FollowOptionsOf(input, host::kDefaultLogCharset).rules.Match(log))
-            return std::nullopt;
-        return CountedTwice{log + " is read without an input, so its lines count twice",
-                            "leave it out: syslogmon input set " + input.name + " exclude=" + log};
+    WhatIsRead read;
+    read.inputs = inputs.ReadAll();
+    read.file_monitor = logs::NameOfFile(registry, kFileMonitorKey);
+    read.customer_file = logs::NameOfFile(registry, kMonitorKey);
+    const bool is_spool =
+        read.customer_file == host::AgentText(registry, host::kInputSpool).value_or("");
+    if (is_spool)
+        read.customer_file.clear();
+    return read;
+}
+
+std::vector<CountedTwice> FindCountedTwice(const InputConfig &input, const WhatIsRead &read)
+{
+    std::vector<CountedTwice> found;
+    if (input.kind == kFilesKind)
+        FindWhatTheMonitorReads(input, read, &found);
+    else if (IsHostsJournal(input))
+        FindJournalInWatchedFiles(input, read, &found);
+    for (const InputConfig &other : read.inputs) {
+        if (!IsSame(input, other))
+            FindTwiceWith(input, other, &found);
     }
-    const bool is_hosts = input.Value("namespace").empty() && input.Value("directory").empty();
-    if (!is_hosts || !SystemLogIsWritten())
-        return std::nullopt;
-    return CountedTwice{log + " is written and read, too: where a syslog daemon writes the "
-                              "journal's entries into it, they count twice",
-                        "choose one of them: syslogmon input remove " + input.name +
-                            " leaves the log; a syslog daemon that no longer writes that file, and "
-                            "the file removed, leave the journal"};
+    return found;
 }
 
 } // namespace inputs
