@@ -1,10 +1,12 @@
 #include "agent/cli/rendered_log.h"
 
+#include <algorithm>
 #include <chrono>
 #include <ctime>
 
+#include "agent/cli/option_word.h"
+#include "agent/host/agent_values.h"
 #include "agent/host/error.h"
-#include "agent/host/here_and_now.h"
 #include "agent/inputs/folder_view.h"
 #include "agent/inputs/journal_reader.h"
 #include "agent/inputs/log_content.h"
@@ -22,10 +24,10 @@ static_assert(kBlock > 2 * inputs::kLongestRecord);
 // Renders records at one moment, that of the trial.
 class Renderer {
   public:
-    explicit Renderer(const std::string &program)
+    Renderer(const inputs::LineForm &form, const std::string &program) : form_(form)
     {
-        form_.host = host::HostName();
-        form_.identifier = program;
+        if (form_.identifier.empty())
+            form_.identifier = program;
     }
 
     void Append(std::string_view record, std::string *text)
@@ -56,7 +58,44 @@ class Renderer {
     inputs::LineForm form_;
 };
 
+// Where the entries come from is said by the names of the logs, and when they begin is not asked.
+[[noreturn]] void RefuseOption(const std::string &name)
+{
+    throw host::Error(
+        "cannot use the option \"" + name + "\" here",
+        "the logs that are tried are named themselves, and read from their first line",
+        "use options that say how lines or which entries are read, as format, encoding, "
+        "join, begins-with, identifier, repeats, match and priority");
+}
+
+bool IsOfJournal(const std::string &name)
+{
+    const auto &all = inputs::AllInputOptions();
+    return std::any_of(all.begin(), all.end(), [&](const inputs::InputOption &option) {
+        return name == option.name && std::string(option.kind) == inputs::kJournalKind;
+    });
+}
+
 } // namespace
+
+RenderOptions RenderOptionsOf(const std::vector<std::string> &words)
+{
+    // A path that no file has: it is not looked for.
+    inputs::InputConfig files{0, "trial", inputs::kFilesKind, {{"path", {"/nonexistent"}}}};
+    inputs::InputConfig journal{0, "trial", inputs::kJournalKind, {}};
+    for (const std::string &word : words) {
+        const auto [name, value] = SplitOption(word);
+        if (name == "path" || name == "exclude" || name == "begin")
+            RefuseOption(name);
+        inputs::InputConfig &config = IsOfJournal(name) ? journal : files;
+        inputs::FindOption(config.kind, name);
+        config.options[name].push_back(value);
+    }
+    CheckInput(files);
+    CheckInput(journal);
+    return {FollowOptionsOf(files, host::kDefaultLogCharset),
+            JournalOptionsOf(journal, host::kDefaultLogCharset, "")};
+}
 
 void ReadUnpacked(const std::filesystem::path &path, const TakeText &take)
 {
@@ -70,10 +109,13 @@ void ReadUnpacked(const std::filesystem::path &path, const TakeText &take)
     } while (!bytes.empty() && take(bytes));
 }
 
-void RenderLog(const std::filesystem::path &path, const std::string &name, const TakeText &take)
+void RenderLog(const std::filesystem::path &path, const std::string &name,
+               const RenderOptions &options, const TakeText &take)
 {
-    Renderer renderer(inputs::IdentifierOf(name));
-    inputs::RecordSplitter splitter({}, std::make_shared<inputs::Charset>("", "UTF-8"));
+    const inputs::FollowOptions &files = options.files;
+    Renderer renderer(files.form, inputs::IdentifierOf(name));
+    inputs::RecordSplitter splitter(
+        files.joining, std::make_shared<inputs::Charset>(files.encoding, files.log_charset));
     bool skipping = false;
     std::string unread;
     auto render = [&](inputs::Ending ending) {
@@ -100,20 +142,22 @@ void RenderLog(const std::filesystem::path &path, const std::string &name, const
         take(render(inputs::Ending::kComplete));
 }
 
-std::string RenderLine(const std::string &line)
+std::string RenderLine(const std::string &line, const RenderOptions &options)
 {
     std::string text;
-    Renderer("unknown").Append(line, &text);
+    Renderer(options.files.form, "unknown").Append(line, &text);
     return text.substr(0, text.find('\n'));
 }
 
-void RenderJournal(const TakeText &take)
+void RenderJournal(const RenderOptions &options, const TakeText &take)
 {
-    if (!inputs::JournalReader::HostsIsReadable())
+    const inputs::JournalOptions &journal = options.journal;
+    const bool is_hosts = journal.journal_namespace.empty() && journal.directory.empty();
+    if (is_hosts && !inputs::JournalReader::HostsIsReadable())
         throw host::Error("cannot read the journal", "there is no entry in it that may be read",
                           "run this as root or as a member of the group systemd-journal, or name a "
                           "log");
-    inputs::JournalReader reader({}, "");
+    inputs::JournalReader reader(journal, "");
     inputs::Batch batch;
     bool has_more = true;
     while (has_more) {

@@ -56,10 +56,12 @@ struct TestOptions {
     std::string rules;
     bool line_hours = false;
     bool as_input = false;
-    std::string as_of;      // as it was typed; empty: now
-    std::string report;     // the file; empty: none is wanted
-    std::string svg_folder; // likewise
+    std::vector<std::string> input_options; // "NAME=VALUE"
+    std::string as_of;                      // as it was typed; empty: now
+    std::string report;                     // the file; empty: none is wanted
+    std::string svg_folder;                 // likewise
 
+    [[nodiscard]] bool AsInput() const { return as_input || !input_options.empty(); }
     [[nodiscard]] bool HasReport() const { return !report.empty() || !svg_folder.empty(); }
 };
 
@@ -286,7 +288,8 @@ void PrintAsJson(const Tally &tally, const LeftOut &left_out)
 // be taken for a whole one.
 void ReadFiles(const TestOptions &options, Tally *tally)
 {
-    const TrialInput input(options.files, options.as_input, [] { return !interrupted; });
+    const TrialInput input(options.files, options.AsInput(), RenderOptionsOf(options.input_options),
+                           [] { return !interrupted; });
     EndIfInterrupted();
     ProgressBar progress(input.bytes());
     int64_t bytes = 0;
@@ -370,7 +373,9 @@ void ExplainLine(Context &context, const TestOptions &options, monitor::Module &
                  host::RegistryTree &registry)
 {
     LineTrial trial(module, options.line_hours ? HourOf::kLine : HourOf::kNow);
-    const std::string line = options.as_input ? RenderLine(*options.explain) : *options.explain;
+    const std::string line =
+        options.AsInput() ? RenderLine(*options.explain, RenderOptionsOf(options.input_options))
+                          : *options.explain;
     host::Database *counted = options.rules.empty() ? &context.Host().store().database() : nullptr;
     const auto verdicts = Explain(trial, module, registry, AsALine(line), counted);
     Table table({"SOURCE", "ID", "MATCHES", "REASON"});
@@ -462,6 +467,12 @@ void SetUpTest(Parser &parser, Context &context)
         "--as-input", options->as_input,
         "Read the logs, or the line, as an input does: with stamps of any usual form, and "
         "of any age");
+    parser
+        .Add("--input-option", options->input_options,
+             "Read them as an input with this option does, as begins-with=EXPRESSION or, of the "
+             "journal, priority=warning; can be given several times, and implies --as-input")
+        .OneWordEach()
+        .TypeName("NAME=VALUE");
     parser
         .Add(
             "--report", options->report,

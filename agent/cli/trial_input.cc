@@ -79,20 +79,22 @@ bool IsJournal(const std::string &name)
 
 // Pipes are read to their end here, one after the other, before anything is tried.
 TrialInput::TrialInput(const std::vector<std::string> &names, bool as_input,
-                       const std::function<bool()> &go_on)
+                       const RenderOptions &options, const std::function<bool()> &go_on)
 {
     for (const std::string &name : names) {
         TrialLog log;
         log.name = text::ShownName(name);
-        log.path = IsJournal(name) ? Fill(RenderJournal, go_on)
-                   : IsPipe(name)  ? Copy(name, go_on)
-                                   : fs::path(name);
+        log.path = IsJournal(name)
+                       ? Fill([&](const auto &take) { RenderJournal(options, take); }, go_on)
+                   : IsPipe(name) ? Copy(name, go_on)
+                                  : fs::path(name);
         const std::string why = logs::WhyUnreadable(log.path);
         if (!why.empty())
             Fail(log.name, why);
         const fs::path as_it_is = log.path;
         if (as_input && !IsJournal(name))
-            log.path = Fill([&](const auto &take) { RenderLog(as_it_is, log.name, take); }, go_on);
+            log.path = Fill([&](const auto &take) { RenderLog(as_it_is, log.name, options, take); },
+                            go_on);
         else if (IsPacked(as_it_is))
             log.path = Fill([&](const auto &take) { ReadUnpacked(as_it_is, take); }, go_on);
         log.bytes = static_cast<int64_t>(fs::file_size(log.path));

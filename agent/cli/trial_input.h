@@ -30,7 +30,8 @@ class TrialInput {
     // Of the names on the command line; "-" is standard input, and "journal", unless there is such a file, the journal of
     // this host. `go_on` is asked while something is copied; false ends it. Throws host::Error for what cannot be read.
     //   as_input  lines have stamps of any usual form and of any age
-    TrialInput(const std::vector<std::string> &names, bool as_input,
+    //   options   with which an input reads them, and of the journal
+    TrialInput(const std::vector<std::string> &names, bool as_input, const RenderOptions &options,
                const std::function<bool()> &go_on);
 
     [[nodiscard]] const std::vector<TrialLog> &logs() const { return logs_; }

@@ -55,7 +55,8 @@ Option &Option::Check(WordCheck check)
 
 Option &Option::OneWordEach()
 {
-    option_->expected(1)->take_all();
+    // A list would take further words up to the next option otherwise.
+    option_->expected(1)->allow_extra_args(false)->take_all();
     return *this;
 }
 

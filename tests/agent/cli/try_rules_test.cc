@@ -454,6 +454,57 @@ TEST_F(TryRules, AsAnInputAWordOfAStrangerHidesNoLine)
     EXPECT_EQ(" web07 sshd[7]: bad user TARSKvkvmain", text.substr(15));
 }
 
+TEST_F(TryRules, WithAnInputsOptionsItReadsWhatThatInputWould)
+{
+    ExpectDone({"event", "add", "ONE", "1", "-k", "bad", "-k", "worse"});
+    ExpectDone({"event", "add", "MANY", "1", "-k", "seldom"});
+    WriteLog({"2019-03-04T05:06:07Z web07 app[7]: bad", "  and worse",
+              "2019-03-04T05:06:07Z web07 app[7]: message repeated 9 times: [ seldom]"});
+    const json apart = Try({"--as-input", File("the.log")});
+    EXPECT_EQ(0, EventOf(apart, "ONE")["lines"]);
+    EXPECT_EQ(9, EventOf(apart, "MANY")["hits"]);
+    for (const char *joined : {"join=indentation", "begins-with=^[0-9]"}) {
+        const json result =
+            Try({"--input-option", joined, "--input-option", "repeats=no", File("the.log")});
+        EXPECT_EQ(1, EventOf(result, "ONE")["lines"]) << joined;
+        EXPECT_EQ(1, EventOf(result, "MANY")["hits"]) << joined;
+    }
+    const json none = Try(
+        {"--input-option", "format=none", "--input-option", "identifier=mine", File("the.log")});
+    const std::string text = EventOf(none, "MANY")["last"]["text"];
+    EXPECT_NE(std::string::npos, text.find(" mine: 2019-03-04T05:06:07Z web07 app[7]:")) << text;
+    EXPECT_NE("", Explain("message repeated 9 times: [ seldom]", "MANY", true,
+                          {"--input-option", "format=none"}));
+}
+
+TEST_F(TryRules, WithAnInputsEncodingItReadsWhatThatInputWould)
+{
+    ExpectDone({"event", "add", "ONE", "1", "-k", "bad"});
+    std::string wide;
+    for (const char byte : std::string("one bad\ntwo bad\n"))
+        wide += {byte, '\0'};
+    std::ofstream(File("the.log"), std::ios::binary) << wide;
+    EXPECT_EQ(0, EventOf(Try({"--as-input", File("the.log")}), "ONE")["lines"]);
+    EXPECT_EQ(
+        2, EventOf(Try({"--input-option", "encoding=UTF-16LE", File("the.log")}), "ONE")["lines"]);
+}
+
+TEST_F(TryRules, AnInputsOptionWithAMistakeIsRefused)
+{
+    ExpectDone({"event", "add", "ONE", "1", "-k", "bad"});
+    WriteLog({"bad"});
+    for (const auto &[option, said] : std::vector<std::pair<std::string, std::string>>{
+             {"format=ISO", "cannot use format=ISO: the value is not accepted; use one of auto"},
+             {"formt=auto", "did you mean format?"},
+             {"path=/var/log/a.log", "the logs that are tried are named themselves"},
+             {"priority=loud", "use emerg, alert"},
+             {"begins-with=(", "missing )"}}) {
+        const Finished finished = Syslogmon({"test", "--input-option", option, File("the.log")});
+        EXPECT_EQ(1, finished.status) << option;
+        EXPECT_NE(std::string::npos, finished.err.find(said)) << finished.err;
+    }
+}
+
 // ---- at another moment ----
 
 TEST_F(TryRules, AsOfAMomentTheLinesOfItsMonthAndOfTheLastOneMatch)
