@@ -20,7 +20,7 @@ using std::chrono::milliseconds;
 
 constexpr int kHistories = 400;
 
-// One log, its writer, and who rotates it.
+// A log, its writer, and who rotates it; and another log beside it, which can be excluded.
 class History {
   public:
     explicit History(test::Random *random) : random_(*random)
@@ -33,6 +33,8 @@ class History {
             UseOldFolder();
         if (random_.Chance(20))
             world_.options.joining.by_indentation = true;
+        if (random_.Chance(30))
+            world_.options.rules.excluded = {random_.Chance(50) ? "b.log" : world_.Path("b.log")};
         world_.Start();
         Open();
     }
@@ -52,6 +54,7 @@ class History {
     std::string Fault()
     {
         Count();
+        int told = 0;
         std::string fault;
         for (const auto &[message, times] : expected_) {
             const int read = read_[message];
@@ -64,10 +67,14 @@ class History {
                 fault += message + " was never written\n";
         }
         for (const std::string &loss : world_.TakeLosses()) {
+            told += loss.find("a.log is gone") != std::string::npos ? 1 : 0;
             // Of a file that was empty when it was seen, nobody can know what it held when it went.
             if (!may_be_told_ && loss.find("behind byte 0 ") == std::string::npos)
                 fault += "told: " + loss + "\n";
         }
+        if (told < removed_unread_)
+            fault += std::to_string(removed_unread_) + " were removed unread, and " +
+                     std::to_string(told) + " were told\n";
         return fault.empty() ? fault : fault + story_;
     }
 
@@ -269,6 +276,74 @@ class History {
         AppendFirstLine();
     }
 
+    // Of which a part was read, so it is known what goes.
+    void RemoveUnread()
+    {
+        if (!world_.Exists("a.log") || !part_.empty())
+            return;
+        Append(1);
+        ReadAll();
+        world_.Wait(milliseconds(20000));
+        ReadAll();
+        world_.Stop();
+        Tell("remove the log unread");
+        Put(test::LogLine("lost " + std::to_string(removed_unread_)));
+        world_.Remove("a.log");
+        ++removed_unread_;
+        may_be_told_ = true;
+        Open();
+        AppendFirstLine();
+    }
+
+    // ---- another log of the folder, which is rotated, too ----
+
+    [[nodiscard]] bool NeighbourIsRead() const
+    {
+        const inputs::PathRules &rules = world_.options.rules;
+        return rules.Match(world_.Path("b.log"));
+    }
+    // The first line can be one of the other log, too.
+    void AppendToNeighbour(int count)
+    {
+        if (!world_.Exists("b.log") || world_.Content("b.log").empty()) {
+            world_.Append("b.log", test::LogLine("begin"));
+            expected_["begin"] += NeighbourIsRead() ? 1 : 0;
+            count += FurtherLines();
+        }
+        for (int i = 0; i < count; ++i) {
+            const std::string message = "neighbour " + std::to_string(next_line_++);
+            world_.Append("b.log", test::LogLine(message));
+            expected_[message] += NeighbourIsRead() ? 1 : 0;
+        }
+    }
+    void RotateNeighbour()
+    {
+        if (!world_.Exists("b.log"))
+            return;
+        const std::string name = "b.log." + std::to_string(100 - next_neighbour_++);
+        if (random_.Chance(50)) {
+            world_.Rename("b.log", name);
+        } else {
+            world_.Copy("b.log", name);
+            world_.Empty("b.log");
+        }
+        if (random_.Chance(50)) {
+            world_.Pack(name, name + ".gz", random_.OneOf(kPackings));
+            world_.Remove(name);
+        }
+        if (random_.Chance(50))
+            AppendToNeighbour(1);
+    }
+    void Neighbour()
+    {
+        if (random_.Chance(60)) {
+            Tell("append to the neighbour");
+            return AppendToNeighbour(random_.Between(1, 3));
+        }
+        Tell("rotate the neighbour");
+        RotateNeighbour();
+    }
+
     void Look()
     {
         if (!world_.IsRunning())
@@ -354,7 +429,12 @@ class History {
     }
     void Step()
     {
-        switch (random_.Below(13)) {
+        switch (random_.Below(17)) {
+        case 12:
+        case 13:
+            return Neighbour();
+        case 14:
+            return RemoveUnread();
         case 11:
             return PowerCut();
         case 0:
@@ -388,6 +468,9 @@ class History {
     {
         if (!part_.empty())
             EndPart();
+        // Of a log that came and was rotated before anybody looked, the rotated files are known when it is there again.
+        if (next_neighbour_ > 1)
+            AppendToNeighbour(1);
         for (int i = 0; i < 3; ++i) {
             ReadAll();
             world_.Wait(milliseconds(20000));
@@ -409,6 +492,8 @@ class History {
     bool is_dated_ = random_.Chance(30);
     int next_date_ = 1101;
     int next_line_ = 1;
+    int next_neighbour_ = 1;
+    int removed_unread_ = 0;
     bool may_be_told_ = false;
     std::string part_; // of a line that is half written: the rest
     std::map<std::string, int> expected_;

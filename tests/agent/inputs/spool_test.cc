@@ -149,6 +149,18 @@ TEST_F(SpoolTest, ABatchThatWasNotCommittedIsCutOffAtTheStart)
     EXPECT_EQ("two\n", Pass());
 }
 
+// Of the file, what nobody has seen to be on the disk is gone then; of the store, nothing that was committed.
+TEST_F(SpoolTest, APowerCutTakesNothingOfWhatWasCommitted)
+{
+    for (const char *lines : {"one\ntwo\n", "three\n", "four\n"}) {
+        Store(lines);
+        fs::resize_file(Path(), std::min(fs::file_size(Path()), test::SyncedSizeOf(Path())));
+        Kill();
+        EXPECT_EQ(lines, Pass());
+    }
+    EXPECT_EQ(std::vector<std::string>{}, Losses());
+}
+
 TEST_F(SpoolTest, APassThatWasRolledBackLeavesThePlacesAlone)
 {
     Store("one\n");
