@@ -243,6 +243,19 @@ class Inputs(lab.LabTest):
         self.lab.command("input", "set", "all", "exclude=/var/log/messages")
         self.assertNotIn("count twice", self.lab.run("doctor").stdout)
 
+    def test_two_inputs_of_one_file_and_the_other_readers_of_the_monitor_are_told_of(self):
+        lab.append(lab.MESSAGES, lab.stamped("first"))
+        target = lab.VAR_LOG / "target.log"
+        lab.append(target, "first")
+        self.lab.command("set", "file-monitor", target)
+        self.add_files()
+        done = self.lab.run("input", "add", "files", "second", f"path={lab.VAR_LOG}/[at]*.log")
+        self.assertIn(f"{self.log} is read by the input app too, so its lines count twice", done.stderr)
+        self.assertIn(f"{target} is read without an input as the file monitor's target", done.stderr)
+        self.assertEqual(3, self.lab.run("doctor").stdout.count("count twice"))  # app is told of the second, too
+        self.lab.command("input", "remove", "second")
+        self.assertEqual(0, self.lab.run("doctor").stdout.count("count twice"))
+
     def test_what_is_wrong_with_the_files_is_said_when_an_input_is_added_or_changed(self):
         done = self.lab.run("input", "add", "files", "app", f"path={lab.VAR_LOG}/typo*.log")
         self.assertIn("syslogmon: warning: no file has a name of these patterns", done.stderr)
@@ -256,13 +269,34 @@ class Inputs(lab.LabTest):
     def test_inputs_wait_while_the_monitor_has_too_much_to_read(self):
         self.lab.command("set", "spool-megabytes", "1")
         self.add_files()
-        # A pass of this cannot be over before the next batch is read.
-        for number in range(40):
-            self.lab.watch("SLOW", number + 2, "no line has this", "nor this")
-        lab.append(self.log, *(iso(n) for n in range(20_000)))
-        self.written = 20_000
         self.daemon.start()
+        self.write(1)
         self.wait_for_all()
+        # What the monitor cannot read, it has to read still.
+        spool = self.lab.root / "state" / "spool"
+        spool.unlink()
+        spool.mkdir()
+        # More than a batch of the inputs has.
+        quiet = [f"{iso(0)[:32]} web07 app[7]: quiet {'x' * 1000}"] * 300
+        for _ in range(50):
+            self.write(1)
+            lab.append(self.log, *quiet)
+
+        def wait():
+            self.lab.run("scan")
+            return self.lab.status()["inputs_wait"]
+        self.lab.wait_until("the inputs wait", wait)
+        self.assertIn("bytes of the spool to read still; the inputs wait for it", self.lab.status()["inputs_wait"])
+        self.assertIn("the inputs wait", self.lab.run("doctor").stdout)
+        self.assertGreater(self.input_status("app")["behind_seconds"], 0)
+        before = self.input_status("app")["behind_bytes"]
+        lab.append(self.log, *quiet)
+        self.lab.wait_until("what comes meanwhile is told", lambda: wait() and
+                            self.input_status("app")["behind_bytes"] >= before + 300 * 1000)
+        spool.rmdir()
+        self.lab.wait_until("they wait no longer", lambda: not wait())
+        self.wait_for_all()
+        self.assertEqual([], self.lab.alerts("SYSLOGMON"))
 
     def test_what_was_removed_unread_is_told(self):
         self.add_files()
@@ -460,6 +494,206 @@ class Journal(JournalTest):
         self.assertEqual([], self.lab.json("input", "list")["inputs"])
         done = self.lab.run("input", "add", "journal", "journal")
         self.assertIn("they count twice; choose one of them: syslogmon input remove journal", done.stderr)
+
+    def test_files_that_a_syslog_daemon_writes_are_told_of_beside_the_journal(self):
+        self.write_one()
+        lab.append(lab.VAR_LOG / "auth.log", lab.stamped("first"))
+        self.lab.command("input", "add", "journal", "journal")
+        done = self.lab.run("input", "add", "files", "auth", "path=/var/log/auth.log")
+        self.assertIn("/var/log/auth.log is read by the input auth, and the journal by the input journal: where a "
+                      "syslog daemon writes the journal's entries into that file, they count twice; choose one of "
+                      "them: syslogmon input set auth exclude=/var/log/auth.log, or syslogmon input remove journal",
+                      done.stderr)
+        self.assertIn("they count twice", self.lab.run("doctor").stdout)
+        self.lab.command("input", "set", "auth", "path=/var/log/other.log")
+        self.assertNotIn("they count twice", self.lab.run("doctor").stdout)
+
+    def test_rules_are_tried_over_the_journal(self):
+        self.write(3)
+        self.log(lab.numbered(3), PRIORITY="6")
+        self.wait_until_written("n=3")
+
+        def lines(*options):
+            return next(event["lines"] for event in self.lab.json("test", *options, "journal")["events"]
+                        if event["source"] == "EACH")
+        self.assertEqual(4, lines())
+        self.assertEqual(3, lines("--input-option", "priority=warning"))
+        self.assertEqual(0, lines("--input-option", "match=SYSLOG_IDENTIFIER=other"))
+        copy = lab.VAR_LOG / "copy"
+        shutil.copytree("/run/log/journal", copy)
+        self.log(lab.numbered(4))
+        self.wait_until_written("n=4")
+        self.assertEqual((5, 4), (lines(), lines("--input-option", f"directory={copy}")))
+
+    def wait_until_written(self, text):
+        self.lab.wait_until(f"{text} is in the journal", lambda: text in subprocess.run(
+            ["journalctl", "-n", "1", "-o", "cat"], capture_output=True, text=True, check=False).stdout)
+
+    def rotate(self):
+        """Everything that was sent is in a file that is written no more."""
+        before = set(self.journal_files())
+        self.journald.signal(12)  # SIGUSR2
+        self.lab.wait_until("it is rotated", lambda: set(self.journal_files()) - before)
+
+    @staticmethod
+    def journal_files():
+        return sorted(path for folder in ("/run/log/journal", "/var/log/journal")
+                      for path in Path(folder).rglob("*.journal"))
+
+    def test_each_entry_counts_once_when_a_volatile_journal_becomes_persistent(self):
+        self.write_one()
+        self.lab.command("input", "add", "journal", "journal")
+        self.daemon.start()
+        self.write(50)
+        self.wait_for_all()
+        self.write(200)
+        self.journald.signal(10)  # SIGUSR1: what is in /run goes to /var, and on it goes there
+        self.lab.wait_until("it is persistent", lambda: any(path.is_relative_to("/var") for path in self.journal_files()))
+        self.write(50)
+        self.wait_for_all()
+        self.daemon.kill()
+        self.write(50)
+        self.daemon.start()
+        self.wait_for_all()
+        self.assertEqual([], self.lab.alerts("SYSLOGMON"))
+
+    def test_each_entry_counts_once_when_the_journal_becomes_persistent_while_nobody_reads_it(self):
+        self.write_one()
+        self.lab.command("input", "add", "journal", "journal")
+        self.daemon.start()
+        self.write(50)
+        self.wait_for_all()
+        self.daemon.kill()
+        self.write(50)
+        self.wait_until_written(f"n={self.written - 1}.")
+        self.journald.signal(10)
+        self.lab.wait_until("it is persistent", lambda: any(path.is_relative_to("/var") for path in self.journal_files()))
+        self.write(50)
+        self.daemon.start()
+        self.wait_for_all()
+        self.assertEqual([], self.lab.alerts("SYSLOGMON"))
+
+    def test_damaged_and_foreign_files_among_those_of_the_journal_do_no_harm(self):
+        self.write_one()
+        self.lab.command("input", "add", "journal", "journal")
+        self.daemon.start()
+        self.write(50)
+        self.wait_for_all()
+        self.rotate()
+        folder = self.journal_files()[0].parent
+        read = next(path for path in self.journal_files() if "@" in path.name)
+        whole = read.read_bytes()
+        (folder / "system@half.journal").write_bytes(whole[:len(whole) // 2])
+        (folder / "foreign.journal").write_bytes(os.urandom(100_000))
+        (folder / "empty.journal").touch()
+        (folder / "system.journal~").write_bytes(whole[:1000])
+        self.write(50)
+        self.wait_for_all()
+        self.daemon.kill()
+        self.write(50)
+        self.rotate()
+        # One that was read already, in its middle.
+        with read.open("r+b") as file:
+            file.seek(len(whole) // 3)
+            file.write(os.urandom(len(whole) // 3))
+        self.write(50)
+        self.daemon.start()
+        self.wait_for_all()
+
+    def test_a_namespace_is_read_and_the_hosts_own_journal_is_not(self):
+        self.lab.spawn("systemd-journald@lab", [JOURNALD, "lab"])
+        own, namespaces = self.socket, socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.addCleanup(namespaces.close)
+
+        def connected():
+            try:
+                namespaces.connect("/run/systemd/journal.lab/socket")
+                return True
+            except OSError:
+                return False
+        self.lab.wait_until("the journald of the namespace listens", connected)
+        self.lab.command("input", "add", "journal", "lab", "namespace=lab")
+        self.daemon.start()
+        self.log("numbered n=99.")
+        self.socket = namespaces
+        self.write(20)
+        self.wait_for_all()
+        self.daemon.kill()
+        self.write(20)
+        self.socket = own
+        self.log("numbered n=99.")
+        self.daemon.start()
+        self.wait_for_all()
+        self.assertEqual([], self.lab.alerts("SYSLOGMON"))
+
+    def test_a_folder_of_journal_files_is_read_and_what_comes_into_it(self):
+        collected = lab.VAR_LOG / "remote"
+        collected.mkdir()
+        self.write(20)
+        self.wait_until_written("n=19.")
+        self.rotate()
+        self.collect(collected)
+        self.lab.command("input", "add", "journal", "remote", f"directory={collected}", "begin=start")
+        self.daemon.start()
+        self.wait_for_all()
+        self.write(20)
+        self.wait_until_written("n=39.")
+        self.rotate()
+        self.collect(collected)
+        self.wait_for_all()
+        self.daemon.kill()
+        self.write(20)
+        self.wait_until_written("n=59.")
+        self.rotate()
+        self.collect(collected)
+        self.daemon.start()
+        self.wait_for_all()
+        self.assertEqual([], self.lab.alerts("SYSLOGMON"))
+
+    def collect(self, folder):
+        """Files that are written no more come there, as from another machine."""
+        for path in self.journal_files():
+            if "@" in path.name and not (folder / path.name).exists():
+                part = folder / "part"
+                shutil.copyfile(path, part)
+                part.rename(folder / path.name)
+
+    def test_a_journal_that_was_removed_as_a_whole_while_the_daemon_was_stopped_is_told(self):
+        self.write_one()
+        self.lab.command("input", "add", "journal", "journal")
+        self.daemon.start()
+        self.write(5)
+        self.wait_for_all()
+        self.daemon.kill()
+        self.log("lost")
+        self.wait_until_written("lost")
+        self.journald.kill()
+        for path in self.journal_files():
+            path.unlink()
+        self.daemon.start()
+        self.start_journald()
+        self.write(5)
+        self.wait_for_all()
+        losses = self.lab.messages("SYSLOGMON")
+        self.assertEqual(1, len(losses), losses)
+        self.assertIn("input journal: the journal no longer holds the entry that was read last: entries may be missing, "
+                      "how many cannot be known", losses[0])
+
+    def test_another_journal_is_read_from_the_change_on_and_nothing_of_it_is_missed(self):
+        self.write_one()
+        self.lab.command("input", "add", "journal", "journal")
+        self.daemon.start()
+        self.write(3)
+        self.wait_for_all()
+        self.daemon.stop()
+        other = lab.VAR_LOG / "other"
+        shutil.copytree("/run/log/journal", other)
+        self.lab.command("input", "set", "journal", f"directory={other}")
+        self.daemon.start()
+        self.lab.command("input", "set", "journal", "--unset", "directory", "priority=debug")
+        self.write(2)
+        self.wait_for_all()
+        self.assertEqual([], self.lab.alerts("SYSLOGMON"))
 
     def outcome(self, check):
         found = json.loads(self.lab.run("--json", "doctor").stdout)["checks"]
