@@ -192,14 +192,14 @@ TEST_F(CustomerFile, IsTakenAsItStands)
                              "/var/log/messages", "/var/log/\xC3\xA4rger", "/x"}) {
         Host().ForgetRecords();
         Host().registry.SetText(kMonitorKey, "FILENAME", path);
-        ChangeCustFile();
+        EXPECT_EQ(0, ChangeCustFile());
         ExpectTaken(path);
     }
 }
 
 TEST_F(CustomerFile, WithoutAValueIsNoneAndNothingIsSaid)
 {
-    ChangeCustFile();
+    EXPECT_EQ(0, ChangeCustFile());
     ExpectCustomerFile("");
     ExpectNothingToTell();
 }
@@ -210,7 +210,7 @@ TEST_F(CustomerFile, OfAnEmptyNameIsNone)
          {std::string(1, '\0'), std::string(), std::string("\0abc", 4)}) {
         Host().ForgetRecords();
         StoreName(bytes);
-        ChangeCustFile();
+        EXPECT_EQ(0, ChangeCustFile());
         ExpectCustomerFile("");
         ExpectTraced(3, "ChangeCustFile", "<no customer monitoring file");
         EXPECT_TRUE(Host().Texts(1).empty());
@@ -220,10 +220,10 @@ TEST_F(CustomerFile, OfAnEmptyNameIsNone)
 TEST_F(CustomerFile, IsForgottenWhenItsValueIsGone)
 {
     StoreName("/var/log/app");
-    ChangeCustFile();
+    EXPECT_EQ(0, ChangeCustFile());
     Host().registry.DeleteValue(kMonitorKey, "FILENAME");
     Host().ForgetRecords();
-    ChangeCustFile();
+    EXPECT_EQ(0, ChangeCustFile());
     ExpectCustomerFile("");
     ExpectNothingToTell();
 }
@@ -231,10 +231,10 @@ TEST_F(CustomerFile, IsForgottenWhenItsValueIsGone)
 TEST_F(CustomerFile, OfAShorterNameLeavesNothingOfTheLongerOne)
 {
     StoreName("/var/log/" + std::string(200, 'l'));
-    ChangeCustFile();
+    EXPECT_EQ(0, ChangeCustFile());
     Host().ForgetRecords();
     StoreName("/s");
-    ChangeCustFile();
+    EXPECT_EQ(0, ChangeCustFile());
     ExpectTaken("/s");
 }
 
@@ -242,7 +242,7 @@ TEST_F(CustomerFile, Of254BytesFitsWithItsZeroByte)
 {
     const std::string path = "/" + std::string(253, 'n');
     StoreName(path + '\0');
-    ChangeCustFile();
+    EXPECT_EQ(0, ChangeCustFile());
     ExpectTaken(path);
 }
 
@@ -250,12 +250,12 @@ TEST_F(CustomerFile, Of255BytesFitsOnlyWithoutItsZeroByte)
 {
     const std::string path = "/" + std::string(254, 'n');
     StoreName(path);
-    ChangeCustFile();
+    EXPECT_EQ(0, ChangeCustFile());
     ExpectTaken(path);
 
     Host().ForgetRecords();
     StoreName(path + '\0');
-    ChangeCustFile();
+    EXPECT_EQ(0, ChangeCustFile());
     ExpectCustomerFile("");
     ExpectTraced(1, "ChangeCustFile", kNoFileName);
 }
@@ -265,7 +265,7 @@ TEST_F(CustomerFile, Of256BytesAndMoreCannotBeRead)
     for (const size_t size : {256U, 257U, 300U, 5000U}) {
         Host().ForgetRecords();
         StoreName(std::string(size, '/'));
-        ChangeCustFile();
+        EXPECT_EQ(0, ChangeCustFile());
         ExpectCustomerFile("");
         ExpectTraced(1, "ChangeCustFile", kNoFileName);
     }
@@ -274,14 +274,14 @@ TEST_F(CustomerFile, Of256BytesAndMoreCannotBeRead)
 TEST_F(CustomerFile, EndsAtAZeroByteInsideTheValue)
 {
     StoreName(std::string("/var/log/app\0.old\0", 18));
-    ChangeCustFile();
+    EXPECT_EQ(0, ChangeCustFile());
     ExpectTaken("/var/log/app");
 }
 
 TEST_F(CustomerFile, OfAnotherTypeIsTheBytesItHas)
 {
     Host().registry.SetNumber(kMonitorKey, "FILENAME", 0x0074782F); // "/xt" and a zero byte
-    ChangeCustFile();
+    EXPECT_EQ(0, ChangeCustFile());
     ExpectTaken("/xt");
 }
 
@@ -298,7 +298,7 @@ TEST_F(CustomerFile, IsNoneWhenTheKeyCannotBeOpened)
 TEST_F(CustomerFile, IsNoneWhenTheKeyDoesNotExist)
 {
     Host().registry.DeleteKey(kMonitorKey);
-    ChangeCustFile();
+    EXPECT_EQ(0, ChangeCustFile());
     ExpectCustomerFile("");
     ExpectTraced(1, "ChangeCustFile", kNoKey);
 }
@@ -307,7 +307,7 @@ TEST_F(CustomerFile, IsNoneWhenItsValueCannotBeRead)
 {
     StoreName("/var/log/app");
     Host().FailCall("RegQueryValueEx", 1);
-    ChangeCustFile();
+    EXPECT_EQ(0, ChangeCustFile());
     ExpectCustomerFile("");
     ExpectTraced(1, "ChangeCustFile", kNoFileName);
 }
@@ -316,7 +316,7 @@ TEST_F(CustomerFile, IsTakenAlsoWhenTheKeyCannotBeClosed)
 {
     StoreName("/var/log/app");
     Host().FailCall("RegCloseKey", 1);
-    ChangeCustFile();
+    EXPECT_EQ(0, ChangeCustFile());
     EXPECT_STREQ("/var/log/app", syslogpath[1]);
     EXPECT_TRUE(Host().Texts(1).empty());
 }
@@ -324,7 +324,7 @@ TEST_F(CustomerFile, IsTakenAlsoWhenTheKeyCannotBeClosed)
 TEST_F(CustomerFile, IsReadFromTheValueOfTheMonitorNotOfTheFileMonitor)
 {
     Host().registry.SetText(test::kFileMonitorKey, "FILENAME", "/var/log/other");
-    ChangeCustFile();
+    EXPECT_EQ(0, ChangeCustFile());
     ExpectCustomerFile("");
 }
 
@@ -333,10 +333,10 @@ TEST_F(CustomerFile, LeavesTheChangeMarkAndTheCycleAlone)
     Host().registry.SetNumber(kMonitorKey, "CYCLE", 60);
     StoreName("/var/log/app");
     IsCustFileChanged = 1;
-    ChangeCustFile();
+    EXPECT_EQ(0, ChangeCustFile());
     EXPECT_EQ(1, IsCustFileChanged);
     IsCustFileChanged = 0;
-    ChangeCustFile();
+    EXPECT_EQ(0, ChangeCustFile());
     EXPECT_EQ(0, IsCustFileChanged);
     EXPECT_EQ(300, cycle);
 }
