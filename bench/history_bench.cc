@@ -49,7 +49,8 @@ constexpr int kShortLines = 20;
 
 // What a pass goes without, and with.
 enum Arm { kWithout, kHistory, kAll, kArms };
-// A page is told of news no sooner after the last ones, so that it would not ask beside the pass.
+// A rest behind each pass, so that all begin alike. A page is told of news no sooner after the last ones, and would not ask
+// beside the pass.
 constexpr std::chrono::milliseconds kBetweenNews{320};
 
 struct Seconds {
@@ -143,7 +144,6 @@ class OpenPage {
         char byte = 0;
         if (read(told_[0], &byte, 1) != 1)
             throw std::runtime_error("the page has ended");
-        std::this_thread::sleep_for(kBetweenNews);
     }
 
   private:
@@ -209,6 +209,7 @@ Seconds Pass(monitor::Module &module, host::Host &host, const cli::TrialLog &log
     const Seconds end = Now();
     if (arm == kAll)
         page.LetItAsk();
+    std::this_thread::sleep_for(kBetweenNews);
     return {end.processor - begin.processor, end.clock - begin.clock};
 }
 
@@ -276,8 +277,8 @@ void Print(const std::string &what, double scale, const char *unit, const Times 
 int main(int argc, char **argv)
 {
     const int lines = NumberOf(argc, argv, "--lines=", 1'000'000);
-    const int runs = std::max(NumberOf(argc, argv, "--runs=", 40), 1);
-    const int short_runs = std::max(NumberOf(argc, argv, "--short-runs=", 200), 1);
+    const int runs = std::max(NumberOf(argc, argv, "--runs=", 30), 1);
+    const int short_runs = std::max(NumberOf(argc, argv, "--short-runs=", 80), 1);
     try {
         if (fs::exists("/dev/shm"))
             setenv("TMPDIR", "/dev/shm", 0);

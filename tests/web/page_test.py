@@ -200,6 +200,7 @@ class Controls(Page):
         self.browser.run(choose)
         self.plot_is_of("LOGIN 2 1")
         self.assertEqual("only LOGIN 2", self.text("#chosen-name"))
+        self.browser.wait("plot.axes[1]._splits.join() === '0,1'")
         self.browser.run(kind.format("alerts"))
         self.browser.wait("document.getElementById('plot').getAttribute('aria-label') === 'alerts of events in the last hour: LOGIN 2 1'")
         self.browser.run("document.getElementById('all-series').click()")

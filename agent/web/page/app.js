@@ -7,7 +7,9 @@ const ALERTS_AT_ONCE = 50;
 const ANSWER_WITHIN_MS = 20000;
 const REOPEN_MS = 5000;
 const LOOK_MS = 30000; // a monitor that stands still sends no news
+// Of the lines of the plot: half a hit is nothing.
 const BINARY_STEPS = Array.from({ length: 50 }, (_, i) => 2 ** i);
+const WHOLE_STEPS = Array.from({ length: 15 }, (_, i) => [1, 2, 5].map((digit) => digit * 10 ** i)).flat();
 const LIGHT = ["#0072b2", "#c2410c", "#15803d", "#7e22ce", "#a16207", "#be185d", "#0e7490", "#4d5b6a", "#b91c1c", "#3f6212"];
 const DARK = ["#56b4e9", "#ff9d5c", "#6ee7a0", "#c99bff", "#f0d264", "#ff8ac4", "#5fd9e8", "#aab7c4", "#ff8f85", "#b6dd74"];
 
@@ -387,7 +389,7 @@ function drawPlot(history) {
     }] },
     scales: { y: { range: (_, least, most) => [0, Math.max(1, most * 1.05)] } },
     axes: [{ ...axis(), values: timeTexts(history.step_seconds), space: history.step_seconds >= 3600 ? 110 : 60 }, { ...axis(), size: 60,
-      ...(unit ? { incrs: BINARY_STEPS, values: (_, values) => values.map(bytes) } : {}) }],
+      ...(unit ? { incrs: BINARY_STEPS, values: (_, values) => values.map(bytes) } : { incrs: WHOLE_STEPS }) }],
     series: [{}, ...history.series.map((one, i) => ({ label: nameOf(one), stroke: colour(i), width: 1.5,
       points: { show: false }, show: !hidden.has(nameOf(one)) }))],
   }, data, place);
