@@ -127,8 +127,6 @@ jetstream {{ store_dir: "{self.folder}/data" }}
 class Servers:
     """One server, or a cluster of them."""
 
-    say_something = None  # has a host send an alert, if a test can do with one more
-
     def __init__(self, the_lab, count=1, extra="", name="n"):
         self.lab = the_lab
         self.name = name
@@ -160,12 +158,12 @@ class Servers:
         """Until another one of them may be lost: as long as those that are behind come nearer, however slow the machine is and
         whatever is sent meanwhile. That takes a while when two were wiped one soon after the other: the first of them, should
         it lead now, has nothing to give the second until it writes a snapshot. It does so for what the cluster has each
-        minute, and of a stream that is at rest for longer than can be waited for. Now and then one is left without the last
-        messages of a stream at rest, whoever leads it, and is well by its own words: with the next one it notices. How far readers are comes even later, and is
-        not waited for: the collector's store knows it."""
+        minute, and of a stream that is at rest for longer than can be waited for. Now and then one is left without some
+        messages, whoever leads, and numbers those that come otherwise than the two others, while it is well by its own words:
+        it is renewed, once. How far readers are comes even later, and is not waited for: the collector's store knows it."""
         led_since = moved_at = time.monotonic()
         fewest = math.inf
-        has_said = False
+        has_led_anew = is_renewed = False
         while (missing := self.missing()) > 0 or not self.are_healthy():
             now = time.monotonic()
             if missing < fewest:
@@ -174,20 +172,34 @@ class Servers:
                 raise AssertionError(f"the servers are not well, and do not get on: {self.account()}")
             if now - led_since > LEADS_FOR:
                 print(f"not well yet: {self.account()}")
-                if self.say_something is not None and not has_said and not self.are_led_by_one_behind():
-                    self.say_something()
+                one = self.one_left_behind()
+                stands = has_led_anew and now - moved_at > LEADS_FOR
+                if stands and not is_renewed and one is not None:
+                    self.renew(one)
+                    is_renewed, fewest, moved_at = True, math.inf, now
                 else:
                     self.change_leaders()
-                has_said = not has_said
+                    has_led_anew = True
                 led_since = now
             time.sleep(0.01)
 
-    def are_led_by_one_behind(self):
-        """Then what is said next would have a number that others have given already."""
-        had = [(server.name, name, stream["state"]["last_seq"], stream["cluster"].get("leader"))
-               for server in self.all for name, stream in server.streams().items()]
-        return any(server == leader and any(name == other and last < theirs for _, other, theirs, _ in had)
-                   for server, name, last, leader in had)
+    def one_left_behind(self):
+        """The only one that lacks messages, if all are well and another one leads; or nothing."""
+        had = {server: server.streams() for server in self.all}
+        wanted = {name: max(streams[name]["state"]["last_seq"] for streams in had.values() if name in streams)
+                  for name in set().union(*had.values())}
+        behind = [(server, stream) for server, streams in had.items() for name, stream in streams.items()
+                  if stream["state"]["last_seq"] < wanted[name]]
+        is_one = len({server for server, _ in behind}) == 1 and self.are_healthy()
+        return behind[0][0] if is_one and behind[0][1]["cluster"].get("leader") != behind[0][0].name else None
+
+    @staticmethod
+    def renew(server):
+        """As an administrator does: the two others have all of it."""
+        print(f"{server.name} is given an empty disk")
+        server.kill()
+        server.wipe()
+        server.start()
 
     def account(self):
         """Of each server: whether it is well, and the last number and the leader of each stream that it has."""

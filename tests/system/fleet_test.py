@@ -34,7 +34,6 @@ class Fleet(lab.LabTest):
         self.addCleanup(self.centre.lab.close)
         self.centre.daemon.start()
         self.hosts = []
-        self.servers.say_something = lambda: [host.report(1) for host in self.hosts[:1]]
 
     def add_hosts(self, count):
         for number in range(count):
@@ -58,11 +57,23 @@ class Fleet(lab.LabTest):
 
 
 class NoServer:
-    """Has so many messages at each question, and the last number of them from then on."""
+    """Has so many messages at each question, and the last number of them from then on; with a new disk, others."""
 
-    def __init__(self, *numbers):
+    def __init__(self, *numbers, renewed=()):
         self.name = "none"
         self._numbers = list(numbers)
+        self._renewed = list(renewed)
+        self.wiped = 0
+
+    def kill(self):
+        pass
+
+    def start(self):
+        pass
+
+    def wipe(self):
+        self.wiped += 1
+        self._numbers = self._renewed or self._numbers
 
     def is_healthy(self):
         return True
@@ -90,6 +101,16 @@ class Waiting(unittest.TestCase):
     def test_lasts_as_long_as_one_comes_nearer(self):
         sent = range(1000, 3000, 2)
         self.assertGreater(self.wait_for(NoServer(*sent), NoServer(*range(0, 3000, 3))), 4 * lab.PATIENCE)
+
+    def test_gives_one_that_is_left_behind_a_new_disk_and_waits_for_it(self):
+        left = NoServer(8, renewed=[0, 1, 5, 10])
+        self.wait_for(NoServer(10), left)
+        self.assertEqual(1, left.wiped)
+
+    def test_wipes_none_that_comes_nearer(self):
+        nearer = NoServer(*range(1000))
+        self.wait_for(NoServer(999), nearer)
+        self.assertEqual(0, nearer.wiped)
 
     def test_ends_when_one_stays_behind_however_much_is_sent(self):
         for behind in ([0], range(0, 100_000)):
