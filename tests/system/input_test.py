@@ -646,6 +646,8 @@ class Journal(JournalTest):
         self.wait_until_written("n=59.")
         self.rotate()
         self.collect(collected)
+        self.log(lab.numbered(99))  # into this host's journal, and not into that folder
+        self.wait_until_written("n=99.")
         self.daemon.start()
         self.wait_for_all()
         self.assertEqual([], self.lab.alerts("SYSLOGMON"))
