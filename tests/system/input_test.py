@@ -656,6 +656,8 @@ class Journal(JournalTest):
         """Files that are written no more come there, as from another machine."""
         for path in self.journal_files():
             if "@" in path.name and not (folder / path.name).exists():
+                # Its state, which journald sets behind the renaming: archived.
+                self.lab.wait_until(f"{path} is done with", lambda path=path: path.read_bytes()[16] == 2)
                 part = folder / "part"
                 shutil.copyfile(path, part)
                 part.rename(folder / path.name)
