@@ -171,6 +171,7 @@ TEST(RulesSections, EachOptionOfAnInputHasAValueThatIsTakenAndOneThatIsNot)
         {"files", "begins-with", "^x", "\"\""},
         {"files", "identifier", "java", "\"\""},
         {"files", "begin", "start", "yesterday"},
+        {"files", "repeats", "no", "maybe"},
         {"journal", "match", "_UID=0", "x"},
         {"journal", "priority", "err", "loud"},
         {"journal", "namespace", "n", "\"\""},
