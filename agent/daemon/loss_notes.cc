@@ -1,6 +1,10 @@
 #include "agent/daemon/loss_notes.h"
 
 #include <algorithm>
+#include <fcntl.h>
+#include <filesystem>
+#include <optional>
+#include <sys/stat.h>
 #include <utility>
 
 #include "agent/alerts/own_alert.h"
@@ -10,6 +14,8 @@
 #include "platform/contract.h"
 
 namespace syslogmond {
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -32,13 +38,31 @@ std::vector<logs::FileRecord> ReadRecords(host::Database &database, int64_t slot
     return records;
 }
 
+std::optional<uint64_t> MountOf(const fs::path &folder)
+{
+    struct statx status {};
+    if (statx(AT_FDCWD, folder.c_str(), 0, STATX_MNT_ID, &status) != 0 ||
+        (status.stx_mask & STATX_MNT_ID) == 0)
+        return std::nullopt;
+    return status.stx_mnt_id;
+}
+
+// A file that is held open keeps its file system from being unmounted. By its folder, as the file may be away.
+bool IsOnMountOfSystemLog(const fs::path &file)
+{
+    const auto mount = MountOf(file.parent_path());
+    return mount && mount == MountOf(fs::path(kSystemLog).parent_path());
+}
+
 } // namespace
 
 // The spool is the daemon's own file, of which it knows better what was read.
 std::string LossNotes::NameOf(size_t slot)
 {
-    if (slot == kTargetSlot)
-        return logs::NameOfFile(registry_, kFileMonitorKey);
+    if (slot == kTargetSlot) {
+        const std::string name = logs::NameOfFile(registry_, kFileMonitorKey);
+        return IsOnMountOfSystemLog(name) ? name : "";
+    }
     if (slot != kCustomerSlot)
         return kSystemLog;
     const std::string name = logs::NameOfFile(registry_, kMonitorKey);

@@ -47,7 +47,7 @@ class LossNotes {
 
     host::Store &store_;
     host::RegistryTree &registry_;
-    std::array<Slot, 3> slots_; // the system log, the customer file, and the file monitor's target
+    std::array<Slot, 3> slots_; // the system log, the customer file, and the target beside them
     std::vector<LogPart> parts_;
 };
 
