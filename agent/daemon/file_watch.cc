@@ -9,6 +9,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "agent/host/absent.h"
+
 namespace syslogmond {
 
 namespace fs = std::filesystem;
@@ -181,7 +183,7 @@ void FileWatch::AddWatches()
         if (watch >= 0)
             // Into plan_, which stays as it is until the watches are made anew.
             points_[watch] = &point;
-        else if (errno != ENOENT && errno != ENOTDIR) // those are gone again: see SetUp
+        else if (!host::IsAbsent(errno)) // those are gone again: see SetUp
             Fail(point.path.string(), errno);
     }
 }

@@ -125,7 +125,7 @@ void LossNotes::BeforeCommit()
         logs::LogWitness &witness = *slots_[slot].witness;
         for (const logs::LogLoss &loss : witness.Take(own))
             Tell(witness.log(), loss);
-        if (!witness.CouldRead() && !own.empty())
+        if (!witness.CouldRead())
             TRACE(TRACE_SYSTEM,
                   "%s could not be looked at: whether this pass left lines out is not known.",
                   witness.log().c_str());

@@ -19,13 +19,11 @@ namespace {
 // A log that nobody has written for so long, in seconds, is one that was left behind.
 constexpr time_t kLeftBehind = 24 * 3600;
 
-// Into which syslog daemons write what is in the journal too, as they are set up on usual systems.
+// Into which syslog daemons write what is in the journal too, as they are set up on usual systems, beside the system log.
 constexpr const char *kSyslogFiles[] = {
-    kSystemLog,          "/var/log/syslog",     "/var/log/auth.log",
-    "/var/log/kern.log", "/var/log/daemon.log", "/var/log/user.log",
-    "/var/log/mail.log", "/var/log/mail.err",   "/var/log/cron.log",
-    "/var/log/cron",     "/var/log/debug",      "/var/log/secure",
-    "/var/log/maillog",
+    "/var/log/syslog",   "/var/log/auth.log", "/var/log/kern.log", "/var/log/daemon.log",
+    "/var/log/user.log", "/var/log/mail.log", "/var/log/mail.err", "/var/log/cron.log",
+    "/var/log/cron",     "/var/log/debug",    "/var/log/secure",   "/var/log/maillog",
 };
 
 bool IsWritten(const std::string &path)
@@ -152,7 +150,7 @@ void FindJournalInFiles(const InputConfig &journal, const InputConfig &files,
 {
     const PathRules rules = RulesOf(files);
     for (const char *path : kSyslogFiles) {
-        if (path != std::string(kSystemLog) && IsWritten(path) && Reads(rules, path))
+        if (IsWritten(path) && Reads(rules, path))
             found->push_back({std::string(path) + " is read by the input " + files.name +
                                   ", and the journal by the input " + journal.name +
                                   ": where a syslog daemon writes the journal's entries into that "
@@ -176,7 +174,7 @@ void FindJournalInWatchedFiles(const InputConfig &journal, const WhatIsRead &rea
     for (const std::string &path : {read.customer_file, read.file_monitor}) {
         const bool is_syslogs = std::find(std::begin(kSyslogFiles), std::end(kSyslogFiles), path) !=
                                 std::end(kSyslogFiles);
-        if (is_syslogs && path != kSystemLog && IsWritten(path))
+        if (is_syslogs && IsWritten(path))
             found->push_back({path + " is read without an input: where a syslog daemon writes the "
                                      "journal's entries into it, they count twice",
                               "choose one of them: let the monitor read another file, or syslogmon "

@@ -48,27 +48,25 @@ std::string MissingBehind(const Place &place)
            " are missing, and what was written later, if there was anything";
 }
 
-// Can something be read of it?
-bool IsReadable(const std::string &path)
-{
-    try {
-        char byte = 0;
-        LogContent(path).Read(0, &byte, 1);
-        return true;
-    } catch (const host::Error &) {
-        return false;
-    }
-}
+enum class Content {
+    kReadable,
+    kDamaged, // it can be opened, and nothing of it can be read
+    kClosed,  // it cannot be opened, and may be another time
+};
 
-// Can it be opened? What then cannot be read is damaged; what cannot be opened may be another time.
-bool CanBeOpened(const std::string &path)
+Content ContentOf(const std::string &path)
 {
+    Content content = Content::kClosed;
     try {
-        LogContent content(path);
-        return true;
+        LogContent opened(path);
+        content = Content::kDamaged;
+        char byte = 0;
+        opened.Read(0, &byte, 1);
+        content = Content::kReadable;
     } catch (const host::Error &) {
-        return false;
+        return content;
     }
+    return content;
 }
 
 // Of a file of which nothing was read, one that is read from its beginning now may hold what it held; but for one such
@@ -79,7 +77,7 @@ bool TakeOnePossible(Candidates *possible, const LogNamesByFolder &names, const 
         const auto &[path, look] = candidate;
         return names.LogOfRotated(path) == place.log && look.size > 0 &&
                look.identity.birth_ns >= place.identity.birth_ns &&
-               (IsReadable(path) || !CanBeOpened(path));
+               ContentOf(path) != Content::kDamaged;
     });
     if (found == possible->end())
         return false;
@@ -93,7 +91,7 @@ bool IsRestored(FollowedFile *file, const FileLook &look)
     const bool is_broken = file->place().told && file->place().all;
     if (!is_broken || file->IsDamaged(look))
         return false;
-    if (IsReadable(file->place().path))
+    if (ContentOf(file->place().path) == Content::kReadable)
         return true;
     file->NoteDamage(look);
     return false;
@@ -264,7 +262,7 @@ bool Rotation::TellOfBroken(const FolderView &view, SteadyTime now)
 void Rotation::NoteUnreadable(const std::string &path, const std::string &log, const FileLook &look,
                               SteadyTime now)
 {
-    if (look.size == 0 || !CanBeOpened(path))
+    if (look.size == 0 || ContentOf(path) == Content::kClosed)
         return;
     const Held as_it_is{look.size, look.changed_ns};
     const auto [known, is_new] = broken_.try_emplace(look.identity, Broken{as_it_is, now});

@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <utility>
 
+#include "agent/host/absent.h"
+
 namespace logs {
 
 namespace fs = std::filesystem;
@@ -128,7 +130,7 @@ void LogWitness::Look()
     LookAtContents();
     struct stat status {};
     if (stat(log_.c_str(), &status) != 0) {
-        could_read_ = could_read_ && (errno == ENOENT || errno == ENOTDIR);
+        could_read_ = could_read_ && host::IsAbsent(errno);
         return;
     }
     if (!S_ISREG(status.st_mode))
@@ -263,7 +265,8 @@ std::vector<LogLoss> LogWitness::Take(const std::vector<LogPart> &parts)
         LeaveFilesBefore(at, part.is_afresh != 0 ? kAfresh : kLeft, &losses);
         Account(part, &files_.front(), &losses);
     }
-    if (!could_read_ && !parts.empty()) {
+    could_read_ = could_read_ || parts.empty();
+    if (!could_read_) {
         Forget();
         losses.clear();
     }

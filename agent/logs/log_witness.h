@@ -57,7 +57,7 @@ class LogWitness {
     // A pass has come to its end, and was told to read these parts of the log, in this order. Returns what it has passed
     // over.
     std::vector<LogLoss> Take(const std::vector<LogPart> &parts);
-    // Could all be read that the last call of Take had to read? Else it has told nothing of its parts.
+    // Could all be read that the last call of Take had to read for its parts? Else it has told nothing of them.
     [[nodiscard]] bool CouldRead() const { return could_read_; }
 
     // To be kept.

@@ -7,6 +7,8 @@
 #include <unistd.h>
 #include <utility>
 
+#include "agent/host/absent.h"
+
 namespace logs {
 
 namespace fs = std::filesystem;
@@ -65,12 +67,6 @@ bool IsHeadOfTheSame(const std::string &known, const std::string &head)
            (same == std::min(known.size(), head.size()) || (same > 0 && head[same] == '\0'));
 }
 
-// Is a call that failed with this error about a file that is not there?
-bool IsGone(int error)
-{
-    return error == ENOENT || error == ENOTDIR;
-}
-
 } // namespace
 
 WitnessedFile::WitnessedFile(const fs::path &path)
@@ -101,7 +97,7 @@ WitnessedFile::WitnessedFile(FileRecord known) : record(std::move(known))
     for (const auto &entry : fs::directory_iterator(fs::path(record.path).parent_path(), failed)) {
         struct stat status {};
         const bool is_there = lstat(entry.path().c_str(), &status) == 0;
-        is_unreadable_ = is_unreadable_ || (!is_there && !IsGone(errno));
+        is_unreadable_ = is_unreadable_ || (!is_there && !host::IsAbsent(errno));
         if (!is_there || status.st_ino != record.inode)
             continue;
         Open(entry.path());
@@ -110,7 +106,7 @@ WitnessedFile::WitnessedFile(FileRecord known) : record(std::move(known))
             return;
         }
     }
-    is_unreadable_ = is_unreadable_ || (failed && !IsGone(failed.value()));
+    is_unreadable_ = is_unreadable_ || (failed && !host::IsAbsent(failed.value()));
     file_.reset();
 }
 
@@ -120,7 +116,7 @@ void WitnessedFile::Open(const fs::path &path)
     // A pipe is not waited for, and a terminal does not become the daemon's own.
     const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0) {
-        is_unreadable_ = is_unreadable_ || !IsGone(errno);
+        is_unreadable_ = is_unreadable_ || !host::IsAbsent(errno);
         return;
     }
     file_ = {new int(fd), [](const int *opened) {

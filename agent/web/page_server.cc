@@ -76,6 +76,16 @@ int SocketOf(MHD_Connection *connection)
     return MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
 }
 
+// A connection that gets no deadline, for want of memory, could stay for ever: it is ended.
+void AwaitRequest(Deadlines *deadlines, int socket)
+{
+    try {
+        deadlines->AwaitRequest(socket);
+    } catch (const std::exception &) {
+        shutdown(socket, SHUT_RDWR);
+    }
+}
+
 MHD_Result TakeArgument(void *query, MHD_ValueKind /*kind*/, const char *key, const char *value)
 {
     (*static_cast<Query *>(query))[key] = value != nullptr ? value : "";
@@ -322,25 +332,15 @@ PageServer::PageServer(const host::Layout &layout, const settings::WebAddress &a
     };
     const auto connection_changes = [](void *parts, MHD_Connection *connection, void ** /*own*/,
                                        MHD_ConnectionNotificationCode what) {
-        const int socket = SocketOf(connection);
         Deadlines &deadlines = static_cast<Parts *>(parts)->deadlines;
-        try {
-            if (what == MHD_CONNECTION_NOTIFY_STARTED)
-                deadlines.AwaitRequest(socket);
-            else
-                deadlines.End(socket);
-        } catch (const std::exception &) {
-            shutdown(socket, SHUT_RDWR); // without a deadline it could stay for ever
-        }
+        if (what == MHD_CONNECTION_NOTIFY_STARTED)
+            AwaitRequest(&deadlines, SocketOf(connection));
+        else
+            deadlines.End(SocketOf(connection));
     };
     const auto answer_ends = [](void *parts, MHD_Connection *connection, void ** /*own*/,
                                 MHD_RequestTerminationCode /*how*/) {
-        const int socket = SocketOf(connection);
-        try {
-            static_cast<Parts *>(parts)->deadlines.AwaitRequest(socket);
-        } catch (const std::exception &) {
-            shutdown(socket, SHUT_RDWR);
-        }
+        AwaitRequest(&static_cast<Parts *>(parts)->deadlines, SocketOf(connection));
     };
     parts_->server = MHD_start_daemon(
         MHD_USE_AUTO_INTERNAL_THREAD | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG, 0, nullptr,
