@@ -241,7 +241,9 @@ bool JournalReader::Seek(Batch *batch)
     if (sd_journal_seek_cursor(journal, cursor_.c_str()) < 0)
         throw host::Error("cannot go on in the journal", "its stored place is damaged",
                           "remove the input and add it again");
-    if (sd_journal_next(journal) > 0 && !is_last())
+    // A file that was just made has no entry yet: what is missing is told with its first one.
+    last_is_missing_ = sd_journal_next(journal) <= 0;
+    if (!last_is_missing_ && !is_last())
         TellOfGap(batch);
     AddMatches(options_, journal);
     sd_journal_seek_cursor(journal, cursor_.c_str());
@@ -339,10 +341,12 @@ bool JournalReader::Read(int64_t wall_seconds, SteadyTime now, Batch *batch)
     try {
         problem_.clear();
         const std::string newest = NewestToMoveUpTo(now);
-        if (wants_reopen_)
-            OpenAtCursor(batch); // J2
+        const std::string before = cursor_;
+        if (wants_reopen_ || last_is_missing_)
+            OpenAtCursor(batch); // J2, J3
         const bool has_more = ReadEntries(reading, batch);
-        if (!has_more && !newest.empty() && newest != cursor_) {
+        // What was read may have come behind the newest of a moment before.
+        if (!has_more && !newest.empty() && cursor_ == before && newest != cursor_) {
             cursor_ = newest; // J5
             batch->places[{options_.id, 0}] = cursor_;
             wants_reopen_ = true;

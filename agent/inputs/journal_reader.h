@@ -106,6 +106,8 @@ class JournalReader {
     std::string cursor_;
     bool is_at_entry_ = false; // the next entry to be read is the current one
     bool wants_reopen_ = true;
+    bool last_is_missing_ =
+        false;            // neither the entry that was read last is there, nor one behind it
     std::string folders_; // their state when the journal was opened
     SteadyTime look_at_{};
     SteadyTime move_up_at_{};

@@ -471,6 +471,20 @@ class Journal(JournalTest):
         self.wait_for_all()
         self.assertEqual([], self.lab.alerts("SYSLOGMON"))
 
+    def test_each_entry_counts_once_that_comes_while_the_place_is_moved_up_to_the_newest(self):
+        """An input that wants some alone does so at each start."""
+        self.write_one()
+        self.lab.command("input", "add", "journal", "journal", "match=SYSLOG_IDENTIFIER=app")
+        for _ in range(20):
+            self.daemon.launch()
+            for _ in range(40):
+                self.write(5)
+                time.sleep(0.002)
+            self.daemon.kill()
+        self.daemon.start()
+        self.wait_for_all()
+        self.assertEqual([], self.lab.alerts("SYSLOGMON"))
+
     def test_is_read_by_itself_on_a_fresh_host_without_a_system_log_until_it_is_removed(self):
         self.write_one()
         self.daemon.launch_on_fresh_host()
@@ -526,8 +540,9 @@ class Journal(JournalTest):
         self.assertEqual((5, 4), (lines(), lines("--input-option", f"directory={copy}")))
 
     def wait_until_written(self, text):
+        """Journald may have said something itself behind it, as of its rotation."""
         self.lab.wait_until(f"{text} is in the journal", lambda: text in subprocess.run(
-            ["journalctl", "-n", "1", "-o", "cat"], capture_output=True, text=True, check=False).stdout)
+            ["journalctl", "-n", "20", "-o", "cat"], capture_output=True, text=True, check=False).stdout)
 
     def rotate(self):
         """Everything that was sent is in a file that is written no more."""
@@ -707,8 +722,7 @@ class Journal(JournalTest):
         """Until it can be read: a journal without an entry is not there yet."""
         self.write(1)
         self.written = 0
-        self.lab.wait_until("the first entry is there", lambda: "numbered" in subprocess.run(
-            ["journalctl", "-n", "1", "-o", "cat"], capture_output=True, text=True, check=False).stdout)
+        self.wait_until_written("numbered")
 
     def test_entries_that_an_input_does_not_want_may_go_without_being_missed(self):
         self.write_one()
@@ -743,8 +757,7 @@ class Journal(JournalTest):
         for number in range(5):
             self.log(f"lost {number}")
         # It takes the signal before what waits in its socket.
-        self.lab.wait_until("they are in the journal", lambda: "lost 4" in subprocess.run(
-            ["journalctl", "-n", "1", "-o", "cat"], capture_output=True, text=True, check=False).stdout)
+        self.wait_until_written("lost 4")
         self.journald.signal(12)
         time.sleep(0.5)
         subprocess.run(["journalctl", "--vacuum-files=1"], capture_output=True, check=False)
