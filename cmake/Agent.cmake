@@ -126,8 +126,8 @@ add_agent_folder(rules UNHURRIED apply.cc event_reader.cc node_reader.cc policy_
     section_diff.cc section_values.cc sections.cc yaml_text.cc yaml_tree.cc)
 target_link_libraries(agent_rules PUBLIC agent_events agent_inputs agent_policy agent_settings agent_sinks agent_text PRIVATE PkgConfig::YAML)
 
-add_agent_folder(fleet UNHURRIED buckets.cc collector.cc fleet_keeper.cc fleet_rules.cc group_files.cc host_status.cc identity.cc ledger.cc
-    member.cc offers.cc permitted.cc setup.cc stream_reader.cc wire_alert.cc flood_watch.cc)
+add_agent_folder(fleet UNHURRIED buckets.cc collector.cc fleet_keeper.cc fleet_rules.cc group_files.cc holes.cc host_status.cc identity.cc ledger.cc
+    look_back.cc member.cc offers.cc permitted.cc setup.cc stream_message.cc stream_reader.cc wire_alert.cc flood_watch.cc)
 target_link_libraries(agent_fleet PUBLIC agent_nats agent_rules agent_sinks
                       PRIVATE agent_alerts agent_events agent_metrics agent_text nlohmann_json::nlohmann_json Threads::Threads)
 

@@ -69,9 +69,9 @@ std::string NameIn(const fleet::StreamPlace &place)
 
 json ToJson(const fleet::HostRow &host)
 {
-    return {{"host", host.name},       {"uuid", host.uuid},        {"alerts", host.alerts},
-            {"last_id", host.last_id}, {"dropped", host.dropped},  {"missing", host.missing},
-            {"refused", host.refused}, {"heard_ms", host.heard_ms}};
+    return {{"host", host.name},       {"uuid", host.uuid},         {"alerts", host.alerts},
+            {"last_id", host.last_id}, {"dropped", host.dropped},   {"missing", host.missing},
+            {"refused", host.refused}, {"heard_ms", host.heard_ms}, {"late", host.late}};
 }
 
 void PrintHosts(const std::vector<fleet::HostRow> &hosts)

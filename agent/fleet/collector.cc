@@ -5,6 +5,7 @@
 #include "agent/fleet/stream_reader.h"
 #include "agent/fleet/trace_unit.h"
 #include "agent/host/error.h"
+#include "agent/host/here_and_now.h"
 #include "agent/sinks/nats_options.h"
 #include "agent/sinks/nats_subjects.h"
 #include "agent/sinks/option_checks.h"
@@ -13,6 +14,11 @@
 namespace fleet {
 
 namespace {
+
+using std::chrono::steady_clock;
+
+// So long it is not asked again whether something is missing.
+constexpr std::chrono::seconds kNothingMissing{1};
 
 // Part and number of parts; 0 and 0 when the text is none.
 std::pair<uint32_t, uint32_t> ReadPart(const std::string &text)
@@ -147,8 +153,10 @@ void Collector::Collect()
     problem_.clear();
     ledger.SetProblem("");
     backoff_.Reset();
-    while (!StopRequested())
+    while (!StopRequested()) {
         TakeSome(reader, ledger, &place);
+        LookBack(reader, ledger);
+    }
 }
 
 // What has come, in one transaction, and then the word that it is stored.
@@ -165,6 +173,45 @@ void Collector::TakeSome(StreamReader &reader, Ledger &ledger, StreamPlace *plac
     if (taken > 0)
         options_.stored();
     reader.Confirm();
+}
+
+// For what is missing of one host, if it is time. However many gaps a host makes, all others wait for a tenth of the time
+// at most.
+void Collector::LookBack(const StreamReader &reader, Ledger &ledger)
+{
+    const auto began = steady_clock::now();
+    if (began < look_back_at_)
+        return;
+    const std::optional<LookBackSpan> missing = ledger.NextLookBack(host::NowMs());
+    if (missing) {
+        const Ledger::Look look =
+            part_.Has(missing->uuid) ? LookFor(*missing, reader, ledger) : Ledger::Look::kNotOurs;
+        ledger.EndLookBack(missing->uuid, look, host::NowMs());
+    }
+    const auto ended = steady_clock::now();
+    look_back_at_ = ended + (missing ? 9 * (ended - began) : kNothingMissing);
+}
+
+// Servers that cannot look are no reason to take nothing: when they are gone, the reader says so.
+Ledger::Look Collector::LookFor(const LookBackSpan &missing, const StreamReader &reader,
+                                Ledger &ledger)
+{
+    size_t taken = 0;
+    Ledger::Look look = Ledger::Look::kDone;
+    try {
+        reader.LookBack(missing, [&](const std::vector<Arrived> &messages) {
+            taken += ledger.TakeLate(missing.uuid, messages);
+            return !StopRequested();
+        });
+    } catch (const host::StoreError &) {
+        throw;
+    } catch (const host::Error &error) {
+        TRACE(TRACE_NOTABLE, "%s", error.what());
+        look = Ledger::Look::kFailed;
+    }
+    if (taken > 0)
+        options_.stored();
+    return look;
 }
 
 // Told once, and written where the command finds it.

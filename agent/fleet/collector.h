@@ -67,6 +67,8 @@ class Collector {
     void Run();
     void Collect();
     void TakeSome(StreamReader &reader, Ledger &ledger, StreamPlace *place);
+    void LookBack(const StreamReader &reader, Ledger &ledger);
+    Ledger::Look LookFor(const LookBackSpan &missing, const StreamReader &reader, Ledger &ledger);
     void Fail(const std::string &why);
     void Pause();
     [[nodiscard]] bool StopRequested();
@@ -79,6 +81,7 @@ class Collector {
     sinks::Backoff backoff_;
     FloodWatch floods_;
     std::string problem_; // that was written into the store last
+    std::chrono::steady_clock::time_point look_back_at_;
 
     std::mutex mutex_; // guards what follows
     std::condition_variable news_;

@@ -12,12 +12,13 @@ namespace fleet {
 
 namespace {
 
-constexpr char kHostColumns[] = "uuid, name, last_id, alerts, dropped, missing, refused, heard_ms";
+constexpr char kHostColumns[] = "uuid, name, last_id, alerts, dropped, missing, refused,"
+                                " heard_ms, stored_ms, late";
 
 HostRow RowOf(const host::Statement &row)
 {
-    return {row.Text(0),    row.Text(1),    row.Integer(2), row.Integer(3),
-            row.Integer(4), row.Integer(5), row.Integer(6), row.Integer(7)};
+    return {row.Text(0),    row.Text(1),    row.Integer(2), row.Integer(3), row.Integer(4),
+            row.Integer(5), row.Integer(6), row.Integer(7), row.Integer(8), row.Integer(9)};
 }
 
 HostRow ReadHost(host::Database &database, const std::string &uuid)
@@ -33,9 +34,10 @@ HostRow ReadHost(host::Database &database, const std::string &uuid)
 void WriteHost(host::Database &database, const HostRow &host)
 {
     host::KeptStatement write(database, std::string("INSERT OR REPLACE INTO fleet_host (") +
-                                            kHostColumns + ") VALUES (?, ?, ?, ?, ?, ?, ?, ?)");
+                                            kHostColumns +
+                                            ") VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
     write->Run(host.uuid, host.name, host.last_id, host.alerts, host.dropped, host.missing,
-               host.refused, host.heard_ms);
+               host.refused, host.heard_ms, host.stored_ms, host.late);
 }
 
 void WritePlace(host::Database &database, const StreamPlace &place)
@@ -72,6 +74,37 @@ StreamPlace Ledger::PlaceIn(const std::string &stream, int64_t created)
                                                               : StreamPlace{stream, created, 0, 0};
 }
 
+Ledger::Host Ledger::HostOf(const std::string &uuid)
+{
+    return {ReadHost(store_.database(), uuid),
+            floods_ != nullptr ? floods_->Of(uuid) : FloodCount(), std::nullopt, 0};
+}
+
+// Most hosts have none: they are read when the numbers of a message ask for them.
+Holes &Ledger::HolesOf(Host *host)
+{
+    if (!host->holes)
+        host->holes.emplace(store_.database(), host->row.uuid);
+    return *host->holes;
+}
+
+void Ledger::WriteBack(Host *host)
+{
+    if (host->came > 0)
+        TellNow(host, std::to_string(host->came) + " alerts of " + NameOf(host->row) +
+                          " that were missing have come");
+    WriteHost(store_.database(), host->row);
+    if (host->holes)
+        host->holes->Write(store_.database(), host->row.uuid);
+}
+
+// Behind the commit: messages that were not stored come again, and are counted then.
+void Ledger::KeepFloods(const Host &host)
+{
+    if (floods_ != nullptr)
+        floods_->Keep(host.row.uuid, host.floods);
+}
+
 size_t Ledger::Take(std::span<const Arrived> messages, const StreamPlace &place)
 {
     size_t taken = 0;
@@ -83,34 +116,31 @@ size_t Ledger::Take(std::span<const Arrived> messages, const StreamPlace &place)
             continue;
         auto known = hosts.find(message.uuid);
         if (known == hosts.end())
-            known = hosts
-                        .emplace(message.uuid, Host{ReadHost(store_.database(), message.uuid),
-                                                    floods_ != nullptr ? floods_->Of(message.uuid)
-                                                                       : FloodCount()})
-                        .first;
+            known = hosts.emplace(message.uuid, HostOf(message.uuid)).first;
         TellOfFlood(message, &known->second);
-        TakeOne(message, &known->second, &taken);
+        if (TakeOne(message, &known->second))
+            ++taken;
     }
-    for (const auto &[uuid, host] : hosts)
-        WriteHost(store_.database(), host.row);
+    for (auto &[uuid, host] : hosts)
+        WriteBack(&host);
     WritePlace(store_.database(), place);
     transaction.Commit();
-    if (!messages.empty())
-        KeepFloods(hosts, messages.back().stored_ms);
+    for (const auto &[uuid, host] : hosts)
+        KeepFloods(host);
+    if (floods_ != nullptr && !messages.empty())
+        floods_->Forget(messages.back().stored_ms, nats::Pace::Clock::now());
     return taken;
 }
 
-// Behind the commit: messages that were not stored come again, and are counted then.
-void Ledger::KeepFloods(const std::map<std::string, Host> &hosts, int64_t stored_ms)
+// The first of each host is told: one that is of another version has nothing else to say.
+void Ledger::Refuse(Host *host, const std::string &why)
 {
-    if (floods_ == nullptr)
-        return;
-    for (const auto &[uuid, host] : hosts)
-        floods_->Keep(uuid, host.floods);
-    floods_->Forget(stored_ms, nats::Pace::Clock::now());
+    if (host->row.refused++ == 0)
+        TellNow(host, NameOf(host->row) + " sends messages that are not taken: " + why);
 }
 
-void Ledger::TakeOne(const Arrived &message, Host *host, size_t *taken)
+// Returns whether it is new.
+bool Ledger::TakeOne(const Arrived &message, Host *host)
 {
     HostRow &row = host->row;
     row.heard_ms = host::NowMs();
@@ -120,22 +150,16 @@ void Ledger::TakeOne(const Arrived &message, Host *host, size_t *taken)
     } catch (const host::StoreError &) {
         throw;
     } catch (const host::Error &error) {
-        // The first of each host: one that is of another version has nothing else to say.
-        if (row.refused++ == 0)
-            TellNow(host, NameOf(row) + " sends messages that are not taken: " + error.what());
-        return;
+        Refuse(host, error.what());
+        return false;
     }
     if (alert.id <= row.last_id)
-        return;
+        return TakeIntoHole(message, alert, host);
     row.name = alert.host;
     // What was sent before it has a smaller number, whatever the message says.
     const int64_t after = std::min(message.after, alert.id - 1);
-    // Of a host that was never heard of, the first message is the beginning.
-    const bool is_known = row.last_id > 0;
-    if (is_known && after > row.last_id) {
-        TellOfGap(host, after);
-        row.missing += after - row.last_id;
-    }
+    if (after > row.last_id)
+        NoticeHole(message, after, host);
     if (message.dropped > 0) {
         const int64_t dropped = std::min(message.dropped, alert.id - 1 - row.last_id);
         row.dropped += dropped;
@@ -146,8 +170,88 @@ void Ledger::TakeOne(const Arrived &message, Host *host, size_t *taken)
     }
     alerts::AddCollectedAlert(store_, alert);
     row.last_id = alert.id;
+    row.stored_ms = message.stored_ms;
     ++row.alerts;
-    ++*taken;
+    return true;
+}
+
+bool Ledger::TakeIntoHole(const Arrived &message, const alerts::Alert &alert, Host *host)
+{
+    const Holes::Filled filled = HolesOf(host).Fill(alert.id, message.after);
+    if (!filled.was_in_hole)
+        return false;
+    alerts::AddCollectedAlert(store_, alert);
+    HostRow &row = host->row;
+    row.missing -= filled.were_told;
+    if (filled.were_told > 0)
+        ++host->came;
+    ++row.alerts;
+    ++row.late;
+    return true;
+}
+
+// Of a host that was never heard of, the first message is the beginning.
+void Ledger::NoticeHole(const Arrived &message, int64_t after, Host *host)
+{
+    const HostRow &row = host->row;
+    const int64_t now_ms = host::NowMs();
+    const Hole hole{row.last_id + 1,
+                    after,
+                    row.stored_ms,
+                    message.stored_ms,
+                    now_ms,
+                    now_ms,
+                    row.last_id > 0 ? Hole::Kind::kNoticed : Hole::Kind::kBeginning};
+    const std::optional<Hole> given_up = HolesOf(host).Add(hole);
+    if (given_up && given_up->kind == Hole::Kind::kNoticed)
+        TellOfHole(host, *given_up);
+}
+
+std::optional<LookBackSpan> Ledger::NextLookBack(int64_t now_ms)
+{
+    return store_.Read(
+        [&](host::Database &database) { return fleet::NextLookBack(database, now_ms); });
+}
+
+size_t Ledger::TakeLate(const std::string &uuid, std::span<const Arrived> messages)
+{
+    size_t taken = 0;
+    host::Transaction transaction(store_);
+    Host host = HostOf(uuid);
+    for (const Arrived &message : messages) {
+        if (message.uuid != uuid)
+            continue;
+        try {
+            const alerts::Alert alert = ParseAlert(message.body);
+            if (TakeIntoHole(message, alert, &host))
+                ++taken;
+        } catch (const host::StoreError &) {
+            throw;
+        } catch (const host::Error &) {
+            continue; // it was counted when it came
+        }
+    }
+    if (taken == 0)
+        return 0;
+    WriteBack(&host);
+    transaction.Commit();
+    KeepFloods(host);
+    return taken;
+}
+
+void Ledger::EndLookBack(const std::string &uuid, Look look, int64_t now_ms)
+{
+    host::Transaction transaction(store_);
+    Host host = HostOf(uuid);
+    // Of another collector's hosts nothing is known here.
+    if (look == Look::kNotOurs)
+        HolesOf(&host).Postpone(now_ms);
+    else
+        for (const Hole &hole : HolesOf(&host).Looked(now_ms, look == Look::kDone))
+            TellOfHole(&host, hole);
+    WriteBack(&host);
+    transaction.Commit();
+    KeepFloods(host);
 }
 
 // Unless there was too much to tell of this host already: it says itself what there is to tell.
@@ -157,12 +261,12 @@ void Ledger::TellNow(Host *host, const std::string &message)
         Tell(store_, host->row, message);
 }
 
-void Ledger::TellOfGap(Host *host, int64_t after)
+void Ledger::TellOfHole(Host *host, const Hole &hole)
 {
-    const HostRow &row = host->row;
+    host->row.missing += hole.size();
     TellNow(host,
-            "up to " + std::to_string(after - row.last_id) + " alerts of " + NameOf(row) +
-                " behind its alert " + std::to_string(row.last_id) +
+            "up to " + std::to_string(hole.size()) + " alerts of " + NameOf(host->row) +
+                " behind its alert " + std::to_string(hole.first_id - 1) +
                 " are missing: the servers have lost them, or keep them for too short a time");
 }
 

@@ -1,23 +1,28 @@
 // The alerts of all hosts in one store, and how far each host was taken.
 //
-// A host numbers its alerts without a gap, and they come in that order. So one number for each host tells what is
-// there already. An alert, its host's number and the place in the stream are stored in one transaction: after a crash
-// at any instant the three agree, what the servers deliver again is known, and nothing is passed over in silence.
+// A host numbers its alerts, and they come in that order, but for those that the servers deliver behind a later one. So
+// one number for each host, and the holes before it, tell what is there already. An alert, its host's number and holes, and
+// the place in the stream are stored in one transaction: after a crash at any instant they agree, what the servers deliver
+// again is known, and nothing is passed over in silence.
 //
 //   the alert's ID             it is
 //   up to the host's number    known, and dropped
+//   in a hole before it        taken, late
 //   behind it                  taken. The message says which alert was sent before it: when that one is not here
-//                              either, those up to it are missing, and an alert of the monitor's own tells so
+//                              either, those up to it are a hole
 #ifndef AGENT_FLEET_LEDGER_H
 #define AGENT_FLEET_LEDGER_H
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "agent/alerts/alert_store.h"
 #include "agent/fleet/flood_watch.h"
+#include "agent/fleet/holes.h"
 #include "agent/host/store.h"
 
 namespace fleet {
@@ -41,6 +46,8 @@ struct HostRow {
     int64_t missing = 0;
     int64_t refused = 0;
     int64_t heard_ms = 0;
+    int64_t stored_ms = 0; // by the servers: of the last alert; 0: not known
+    int64_t late = 0;      // how many came behind later ones
 };
 
 // How far a stream was taken. Another stream of its name, made later, has another beginning of its numbers. And who took
@@ -68,6 +75,14 @@ class Ledger {
     // are new. A message that is no alert is counted and passed over: it will be none the next time either.
     size_t Take(std::span<const Arrived> messages, const StreamPlace &place);
 
+    // Which host's missing alerts are to be asked for at this moment, in milliseconds since 1970; nothing: none's.
+    std::optional<LookBackSpan> NextLookBack(int64_t now_ms);
+    // Stores those of a host's messages that are missing, and returns how many they are. All others are left alone.
+    size_t TakeLate(const std::string &uuid, std::span<const Arrived> messages);
+    // A look has ended: how. What is still missing is told, once it is time.
+    enum class Look : uint8_t { kDone, kFailed, kNotOurs };
+    void EndLookBack(const std::string &uuid, Look look, int64_t now_ms);
+
     // Why nothing is taken; empty: nothing is wrong.
     void SetProblem(const std::string &problem);
 
@@ -76,12 +91,20 @@ class Ledger {
     struct Host {
         HostRow row;
         FloodCount floods;
+        std::optional<Holes> holes; // once they are asked for
+        int64_t came = 0;           // of those that were told as missing
     };
-    void TakeOne(const Arrived &message, Host *host, size_t *taken);
+    Host HostOf(const std::string &uuid);
+    Holes &HolesOf(Host *host);
+    void WriteBack(Host *host);
+    void KeepFloods(const Host &host);
+    void Refuse(Host *host, const std::string &why);
+    bool TakeOne(const Arrived &message, Host *host);
+    bool TakeIntoHole(const Arrived &message, const alerts::Alert &alert, Host *host);
+    void NoticeHole(const Arrived &message, int64_t after, Host *host);
     void TellNow(Host *host, const std::string &message);
-    void TellOfGap(Host *host, int64_t after);
+    void TellOfHole(Host *host, const Hole &hole);
     void TellOfFlood(const Arrived &message, Host *host);
-    void KeepFloods(const std::map<std::string, Host> &hosts, int64_t stored_ms);
 
     host::Store &store_;
     FloodWatch *floods_;

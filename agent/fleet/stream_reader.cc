@@ -1,12 +1,11 @@
 #include "agent/fleet/stream_reader.h"
 
-#include <cstring>
 #include <ctime>
-#include <sstream>
 #include <thread>
 
 #include <nlohmann/json.hpp>
 
+#include "agent/fleet/stream_message.h"
 #include "agent/host/error.h"
 #include "agent/sinks/nats_subjects.h"
 
@@ -17,7 +16,6 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr int64_t kNanoseconds = 1000 * 1000 * 1000; // of a second
-constexpr int64_t kNanosecondsInMs = 1000 * 1000;
 constexpr int64_t kMiB = int64_t{1} << 20U;
 
 // Messages that are taken in one transaction, and their bytes: what is in memory at a time.
@@ -39,21 +37,10 @@ constexpr std::chrono::seconds kSilence{10};
 // So often they are asked whether the last message that has come is still the one with its number. While they elect
 // another one to lead, they are silent for longer.
 constexpr std::chrono::seconds kLookAtPlace{1};
-// The clocks of servers that follow each other as the one that stamps differ by less.
-constexpr int64_t kClocksDiffer = 600 * kNanoseconds;
-
 // The servers drop what comes twice within it. The place that is read back needs none of it.
 constexpr int64_t kDuplicates = 120 * kNanoseconds;
 // Bytes of a message: seven texts and labels, see agent/sinks/nats_sink.cc.
 constexpr int32_t kMaxMessage = 512 * 1024;
-
-int64_t NumberIn(natsMsg *message, const char *header)
-{
-    const char *value = nullptr;
-    const bool is_there = natsMsgHeader_Get(message, header, &value) == NATS_OK && value != nullptr;
-    const int64_t number = is_there ? strtoll(value, nullptr, 10) : 0;
-    return std::max<int64_t>(number, 0);
-}
 
 // Of a moment as the servers write it, "2026-11-23T05:45:43.11027693Z", since 1970; 0: it is none.
 int64_t NanosecondsIn(const std::string &text)
@@ -69,12 +56,6 @@ int64_t NanosecondsIn(const std::string &text)
         fraction += (*rest - '0') * unit;
     }
     return timegm(&moment) * kNanoseconds + fraction;
-}
-
-// What is no message of the stream tells how a request has ended.
-bool IsMessage(natsMsg *message)
-{
-    return natsMsg_GetReply(message) != nullptr && *natsMsg_GetReply(message) != '\0';
 }
 
 // What the servers say to the question for a message. Neither: nothing that can be read.
@@ -97,36 +78,6 @@ PlaceAnswer PlaceAnswerIn(natsMsg *answer)
     const json time = member(member(said, "message"), "time");
     const int64_t stored_ns = time.is_string() ? NanosecondsIn(time.get<std::string>()) : 0;
     return {stored_ns != 0, member(said, "error").is_object(), stored_ns};
-}
-
-// Its time was over: the next one may follow at once.
-bool HasEnded(natsMsg *answer)
-{
-    const char *status = nullptr;
-    return natsMsgHeader_Get(answer, "Status", &status) == NATS_OK && status != nullptr &&
-           strcmp(status, "408") == 0;
-}
-
-// What the servers say of a message, in the subject to which it is confirmed:
-//   $JS.ACK.STREAM.READER.TIMES.SEQUENCE.NUMBER.NANOSECONDS.PENDING, of some with two words more behind ACK
-struct Delivery {
-    uint64_t times = 0;    // this one was delivered
-    uint64_t sequence = 0; // of the stream
-    uint64_t number = 0;   // of the deliveries to this reader
-    int64_t stored_ns = 0; // since 1970
-};
-
-Delivery DeliveryOf(natsMsg *message)
-{
-    std::vector<std::string> words;
-    std::istringstream subject(natsMsg_GetReply(message));
-    for (std::string word; std::getline(subject, word, '.');)
-        words.push_back(word);
-    const size_t first = words.size() < 11 ? 4 : 6;
-    const auto number = [&](size_t i) {
-        return first + i < words.size() ? strtoull(words[first + i].c_str(), nullptr, 10) : 0;
-    };
-    return {number(0), number(1), number(2), static_cast<int64_t>(number(3))};
 }
 
 } // namespace
@@ -303,7 +254,6 @@ uint64_t StreamReader::Read()
 {
     LookAtPlace();
     messages_.clear();
-    stored_ns_.clear();
     Fetch();
     if (messages_.empty()) {
         LookAfterSilence();
@@ -380,22 +330,13 @@ void StreamReader::CheckOrder(natsMsg *message)
     sequence_ = delivery.sequence;
     sequence_stored_ns_ = delivery.stored_ns;
     count_ = delivery.number;
-    stored_ns_.push_back(delivery.stored_ns);
 }
 
 std::vector<Arrived> StreamReader::Arrivals() const
 {
     std::vector<Arrived> arrivals;
-    for (const auto &message : messages_) {
-        Arrived arrived;
-        arrived.uuid = natsMsg_GetSubject(message.get()) + strlen(sinks::kAlertSubject);
-        arrived.body.assign(natsMsg_GetData(message.get()),
-                            static_cast<size_t>(natsMsg_GetDataLength(message.get())));
-        arrived.after = NumberIn(message.get(), sinks::kAfterHeader);
-        arrived.dropped = NumberIn(message.get(), sinks::kDroppedHeader);
-        arrived.stored_ms = stored_ns_[arrivals.size()] / kNanosecondsInMs;
-        arrivals.push_back(std::move(arrived));
-    }
+    for (const auto &message : messages_)
+        arrivals.push_back(ArrivedOf(message.get()));
     return arrivals;
 }
 
@@ -405,6 +346,11 @@ void StreamReader::Confirm()
     const char *place = natsMsg_GetReply(messages_.back().get());
     connection_.Check(natsConnection_PublishString(connection_.raw(), place, "+ACK"),
                       "confirm what was read");
+}
+
+void StreamReader::LookBack(const LookBackSpan &span, const TakeLate &take) const
+{
+    fleet::LookBack(connection_, stream_, span, take);
 }
 
 void StreamReader::LookAfterSilence()

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "agent/fleet/ledger.h"
+#include "agent/fleet/look_back.h"
 #include "agent/nats/connection.h"
 #include "agent/sinks/sink.h"
 
@@ -32,11 +33,14 @@ class StreamReader {
     // Waits a moment for messages. Returns the sequence of the last one that has come; 0: none has.
     uint64_t Read();
     // When the servers stored that one, in nanoseconds since 1970.
-    [[nodiscard]] int64_t stored_ns() const { return stored_ns_.back(); }
+    [[nodiscard]] int64_t stored_ns() const { return sequence_stored_ns_; }
     // What Read has brought.
     [[nodiscard]] std::vector<Arrived> Arrivals() const;
     // They are stored.
     void Confirm();
+
+    // See look_back.h. What Read brings next is the same with it and without.
+    void LookBack(const LookBackSpan &span, const TakeLate &take) const;
 
   private:
     void FindStream();
@@ -61,7 +65,6 @@ class StreamReader {
     int asked_for_ = 0; // messages that the request under way may still bring; 0: none is
     std::chrono::steady_clock::time_point asked_at_;
     std::vector<nats::Owned<natsMsg>> messages_;
-    std::vector<int64_t> stored_ns_; // when the servers stored each of them, since 1970
     uint64_t sequence_ = 0;          // in the stream, of the last message that has come
     int64_t sequence_stored_ns_ = 0; // when that one was stored, since 1970; 0: not known
     std::chrono::steady_clock::time_point place_seen_at_;

@@ -242,6 +242,19 @@ constexpr const char *kSteps[] = {
     "ALTER TABLE fleet_place ADD COLUMN stored_ns INTEGER NOT NULL DEFAULT 0;",
     // 17: when the servers stored the files of a group, in milliseconds since 1970; 0: not known.
     "ALTER TABLE fleet_group ADD COLUMN stored_ms INTEGER NOT NULL DEFAULT 0;",
+    // 18: numbers of a host's alerts that have not come, though a later one has: see agent/fleet/holes.h.
+    "CREATE TABLE fleet_hole ("
+    "  uuid TEXT NOT NULL,"
+    "  first_id INTEGER NOT NULL,"
+    "  last_id INTEGER NOT NULL,"
+    "  since_ms INTEGER NOT NULL," // since 1970, by the servers' clock: of the alerts on both sides
+    "  until_ms INTEGER NOT NULL,"
+    "  noticed_ms INTEGER NOT NULL," // by this host's clock
+    "  looked_ms INTEGER NOT NULL,"  // when the servers were asked for them last
+    "  kind INTEGER NOT NULL," // 0 noticed, 1 told as missing, 2 before the first alert that was taken
+    "  PRIMARY KEY (uuid, first_id)) WITHOUT ROWID;"
+    "ALTER TABLE fleet_host ADD COLUMN stored_ms INTEGER NOT NULL DEFAULT 0;" // by the servers: of the last alert
+    "ALTER TABLE fleet_host ADD COLUMN late INTEGER NOT NULL DEFAULT 0;", // how many came behind later ones
 };
 constexpr int kVersion = static_cast<int>(std::size(kSteps));
 

@@ -18,6 +18,7 @@
 //   15       alert: terms
 //   16       fleet_place: stored_ns
 //   17       fleet_group: stored_ms
+//   18       fleet_hole; fleet_host: stored_ms, late
 //
 // The version is SQLite's user_version. A store of a newer version is refused: an older program
 // would write what the newer one does not understand.

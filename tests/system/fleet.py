@@ -475,6 +475,24 @@ class Stranger:
     def subscribe(self, subject):
         return self.refusals(f"SUB {subject} 1")
 
+    def publish_behind(self, subject, after, text):
+        """As a host sends an alert behind the one of that number."""
+        head = f"NATS/1.0\r\nSyslogmon-After: {after}\r\n\r\n"
+        size = len(head) + len(text.encode())
+        return self.refusals(f"HPUB {subject} {len(head)} {size}\r\n{head}{text}")
+
+    def hear(self, count):
+        """The texts of so many messages of what it has subscribed to."""
+        heard = []
+        while len(heard) < count:
+            words = self._lines.readline().split()
+            if words[0] in (b"MSG", b"HMSG"):
+                head = int(words[-2]) if words[0] == b"HMSG" else 0
+                heard.append(self._lines.read(int(words[-1]) + 2)[head:-2].decode())
+            elif words[0] == b"PING":
+                self._socket.sendall(b"PONG\r\n")
+        return heard
+
     def take_and_confirm(self, subject, reader, count):
         """Has so many messages delivered to itself in the name of a reader, and confirms them."""
         self.subscribe(subject)
@@ -521,6 +539,13 @@ class Centre:
         rows = sqlite(self.lab, "SELECT origin, message FROM alert WHERE origin <> '' ORDER BY id")
         own = {key for key, _ in host.ledger()}
         return [(key, message) for key, message in rows if key in own]
+
+    def forget(self, host, number):
+        """What it has is that of one to which the servers have delivered what is behind this alert, and not the alert."""
+        with contextlib.closing(sqlite3.connect(self.lab.root / "state" / "agent.db", timeout=30)) as database, database:
+            database.execute("DELETE FROM alert WHERE origin = ?", (host.ledger()[number - 1][0],))
+            database.execute("INSERT INTO fleet_hole SELECT uuid, ?1, ?1, stored_ms, stored_ms, heard_ms, heard_ms, 0"
+                             " FROM fleet_host WHERE uuid = ?2", (number, host.uuid()))
 
     def collected(self):
         return sqlite(self.lab, "SELECT count(*) FROM alert WHERE origin <> ''")[0][0]

@@ -342,6 +342,52 @@ class OneServer(Fleet):
         self.assertEqual((100, 0), tuple(self.centre.collect()["hosts"][0][name] for name in ("dropped", "missing")))
 
 
+    def test_an_alert_that_was_not_delivered_is_asked_for_and_not_told_as_missing(self):
+        self.add_hosts(2)
+        for host in self.hosts:
+            host.report(5)
+        self.wait_collected()
+        self.centre.daemon.stop()
+        self.centre.forget(self.hosts[0], 3)
+        self.assertEqual(9, self.centre.collected())
+        self.centre.daemon.start()
+        self.lab.wait_until("it is there", lambda: self.centre.collected() == 10)
+        # A while behind it, too: its hole is closed.
+        time.sleep(7)
+        self.assertEqual([], self.centre.lab.own_alerts("fleet"))
+        self.assertEqual(sorted(self.hosts[0].ledger()), sorted(self.centre.ledger(self.hosts[0])))
+        self.assertEqual([(0, 0), (0, 1)], sorted((row["missing"], row["late"]) for row in self.centre.collect()["hosts"]))
+        readers = self.servers.all[0].streams(more="&consumers=true")[fleet.STREAM]["consumer_detail"]
+        self.assertEqual(1, len(readers), "a look has left its reader behind")
+
+    def test_an_alert_that_the_servers_have_lost_is_told_and_taken_when_it_comes_after_all(self):
+        self.add_hosts(1)
+        host = self.hosts[0]
+        host.report(1)
+        self.wait_collected()
+        self.centre.daemon.stop()
+        server = self.servers.all[0]
+        stranger = fleet.Stranger(server)
+        subject = f"syslogmon.alerts.{host.uuid()}"
+        stranger.subscribe(subject)
+        host.report(3)
+        lost = stranger.hear(3)[1]
+        stranger.publish(f"$JS.API.STREAM.MSG.DELETE.{fleet.STREAM}", '{"seq":3}')
+        self.centre.daemon.start()
+        self.lab.wait_until("it is told", lambda: self.centre.lab.own_alerts("fleet"))
+        self.assertEqual(3, self.centre.collected())
+        self.assertEqual(1, self.centre.collect()["hosts"][0]["missing"])
+        stranger.publish_behind(subject, 2, lost)
+        stranger.close()
+        self.lab.wait_until("it is taken", lambda: self.centre.collected() == 4)
+        self.assertEqual(sorted(host.ledger()), sorted(self.centre.ledger(host)))
+        self.assertEqual(0, self.centre.collect()["hosts"][0]["missing"])
+        told = self.centre.lab.own_alerts("fleet")
+        self.assertEqual(2, len(told), told)
+        self.assertIn("behind its alert 2 are missing", told[0])
+        self.assertIn("1 alerts of", told[1])
+
+
 class Guarded(Fleet):
     """Servers with the accounts of the example: each host has what it needs, and no more."""
 

@@ -6,6 +6,7 @@
 #include "agent/alerts/own_alert.h"
 #include "agent/fleet/ledger.h"
 #include "agent/fleet/wire_alert.h"
+#include "agent/host/here_and_now.h"
 #include "agent/sinks/alert_json.h"
 #include "tests/agent/host/faults.h"
 #include "tests/agent/support/host_test.h"
@@ -41,10 +42,10 @@ std::string BodyOf(const Alert &alert)
     return sinks::AlertJson(message);
 }
 
-// As its host sends it behind the one before it.
+// As its host sends it behind the one before it. The servers have stored it at second `id`.
 Arrived ArrivedOf(const std::string &host, int64_t id)
 {
-    return {"uuid-of-" + host, BodyOf(AlertOfHost(host, id)), id - 1, 0};
+    return {"uuid-of-" + host, BodyOf(AlertOfHost(host, id)), id - 1, 0, id * 1000};
 }
 
 class LedgerTest : public test::HostTest {
@@ -72,6 +73,12 @@ class LedgerTest : public test::HostTest {
         return told;
     }
     static fleet::HostRow Host() { return fleet::ReadHosts(test::Store().database()).at(0); }
+    // The servers were asked for what is missing of the host "a", so long after it was noticed, and have not got it.
+    static void LookInVain(int64_t after_ms = fleet::Holes::kToldAfterMs,
+                           Ledger::Look look = Ledger::Look::kDone)
+    {
+        Ledger(test::Store()).EndLookBack("uuid-of-a", look, host::NowMs() + after_ms);
+    }
 };
 
 TEST_F(LedgerTest, AnAlertIsTheSameAsInItsOwnStoreInEachOfItsFields)
@@ -118,7 +125,10 @@ TEST_F(LedgerTest, AHostThatMakesGapsWithoutEndIsToldOfAFewTimesAndCounted)
     std::vector<Arrived> messages;
     for (int64_t id = 1; id < 2000; id += 2)
         messages.push_back(ArrivedOf("a", id));
-    Ledger(test::Store(), &floods).Take(messages, {"stream", 7, 1});
+    Ledger ledger(test::Store(), &floods);
+    ledger.Take(messages, {"stream", 7, 1});
+    ledger.EndLookBack("uuid-of-a", Ledger::Look::kDone,
+                       host::NowMs() + fleet::Holes::kToldAfterMs);
     EXPECT_EQ(static_cast<size_t>(fleet::FloodCount::kTellAtOnce), Told().size());
     EXPECT_EQ(999, Host().missing);
     EXPECT_EQ(1000, Host().alerts);
@@ -164,20 +174,20 @@ TEST_F(LedgerTest, AFloodThatCouldNotBeStoredIsToldOfWhenItComesAgain)
 }
 
 // A word of it that was not stored has taken nothing of what may be told of a host.
-TEST_F(LedgerTest, AGapThatCouldNotBeStoredIsToldOfWhenItComesAgain)
+TEST_F(LedgerTest, AGapThatCouldNotBeStoredIsToldOfWhenItIsLookedForAgain)
 {
     fleet::FloodWatch floods;
     Ledger ledger(test::Store(), &floods);
-    ledger.Take(std::vector{ArrivedOf("a", 1)}, {"stream", 7, 1});
+    ledger.Take(std::vector{ArrivedOf("a", 1), ArrivedOf("a", 5)}, {"stream", 7, 1});
     host::Statement(test::Store().database(),
-                    "CREATE TRIGGER fails BEFORE INSERT ON fleet_place BEGIN"
+                    "CREATE TRIGGER fails BEFORE INSERT ON fleet_hole BEGIN"
                     " SELECT RAISE(ABORT, 'the disk is full'); END")
         .Run();
-    const std::vector gap{ArrivedOf("a", 5)};
+    const int64_t later = host::NowMs() + fleet::Holes::kToldAfterMs;
     for (int tries = 0; tries < 2 * fleet::FloodCount::kTellAtOnce; ++tries)
-        EXPECT_THROW(ledger.Take(gap, {"stream", 7, 2}), host::StoreError);
+        EXPECT_THROW(ledger.EndLookBack("uuid-of-a", Ledger::Look::kDone, later), host::StoreError);
     host::Statement(test::Store().database(), "DROP TRIGGER fails").Run();
-    ledger.Take(gap, {"stream", 7, 2});
+    ledger.EndLookBack("uuid-of-a", Ledger::Look::kDone, later);
     EXPECT_EQ(1U, Told().size());
     EXPECT_EQ(3, Host().missing);
 }
@@ -189,6 +199,7 @@ TEST_F(LedgerTest, WhatAMessageSaysOfTheOneBeforeItIsNoMoreThanCanBe)
     Take({ArrivedOf("a", 1),
           {"uuid-of-a", BodyOf(AlertOfHost("a", 4)), kMost, kMost},
           {"uuid-of-a", BodyOf(AlertOfHost("a", 9)), kMost, kMost}});
+    LookInVain();
     EXPECT_EQ(2 + 4, Host().missing);
     EXPECT_EQ(2 + 4, Host().dropped);
     EXPECT_EQ(9, Host().last_id);
@@ -198,18 +209,156 @@ TEST_F(LedgerTest, AlertsThatAHostDoesNotSendLeaveNoGap)
 {
     // 2 and 3 were not for the sink.
     Take({ArrivedOf("a", 1), {"uuid-of-a", BodyOf(AlertOfHost("a", 4)), 1, 0}});
+    LookInVain();
     EXPECT_EQ(0, Host().missing);
     EXPECT_EQ(Strings{}, Told());
 }
 
-TEST_F(LedgerTest, AGapIsToldAndCounted)
+const Strings kThreeAreMissing{"up to 3 alerts of a behind its alert 1 are missing: the servers "
+                               "have lost them, or keep them for "
+                               "too short a time"};
+
+TEST_F(LedgerTest, AGapIsToldAndCountedWhenTheServersWereAskedForAWhileAndHaveNotGotIt)
 {
     Take({ArrivedOf("a", 1), ArrivedOf("a", 5)});
-    EXPECT_EQ(3, Host().missing);
     EXPECT_EQ(2, Host().alerts);
-    EXPECT_EQ((Strings{"up to 3 alerts of a behind its alert 1 are missing: the servers have lost "
-                       "them, or keep them for too short a time"}),
-              Told());
+    LookInVain(fleet::Holes::kToldAfterMs - 1000);
+    EXPECT_EQ(0, Host().missing);
+    EXPECT_EQ(Strings{}, Told());
+    LookInVain();
+    EXPECT_EQ(3, Host().missing);
+    EXPECT_EQ(kThreeAreMissing, Told());
+    LookInVain(); // once
+    EXPECT_EQ(3, Host().missing);
+    EXPECT_EQ(kThreeAreMissing, Told());
+}
+
+TEST_F(LedgerTest, AGapForWhichNobodyCanBeAskedIsToldLater)
+{
+    Take({ArrivedOf("a", 1), ArrivedOf("a", 5)});
+    LookInVain(fleet::Holes::kToldUnaskedAfterMs - 1000, Ledger::Look::kFailed);
+    EXPECT_EQ(Strings{}, Told());
+    LookInVain(fleet::Holes::kToldUnaskedAfterMs, Ledger::Look::kFailed);
+    EXPECT_EQ(kThreeAreMissing, Told());
+}
+
+TEST_F(LedgerTest, AGapOfAHostThatAnotherCollectorHasIsNotTold)
+{
+    Take({ArrivedOf("a", 1), ArrivedOf("a", 5)});
+    LookInVain(fleet::Holes::kToldUnaskedAfterMs, Ledger::Look::kNotOurs);
+    EXPECT_EQ(Strings{}, Told());
+    EXPECT_EQ(std::nullopt,
+              Ledger(test::Store())
+                  .NextLookBack(host::NowMs() + fleet::Holes::kToldUnaskedAfterMs + 1000));
+}
+
+// Whatever the clock of this host does.
+TEST_F(LedgerTest, AGapIsToldAlthoughTheClockWasPutBack)
+{
+    Take({ArrivedOf("a", 1), ArrivedOf("a", 5)});
+    LookInVain(-3600 * 1000);
+    EXPECT_EQ(kThreeAreMissing, Told());
+}
+
+TEST_F(LedgerTest, AnAlertThatComesBehindALaterOneOfItsHostIsTakenOnce)
+{
+    EXPECT_EQ(3U, Take({ArrivedOf("a", 1), ArrivedOf("a", 5), ArrivedOf("a", 3)}));
+    EXPECT_EQ(2U, Take({ArrivedOf("a", 3), ArrivedOf("a", 2), ArrivedOf("a", 4)}));
+    EXPECT_EQ(0U, Take({ArrivedOf("a", 4), ArrivedOf("a", 3), ArrivedOf("a", 2)}));
+    EXPECT_EQ((Strings{"series-of-a/1", "series-of-a/5", "series-of-a/3", "series-of-a/2",
+                       "series-of-a/4"}),
+              Keys());
+    LookInVain();
+    EXPECT_EQ(Strings{}, Told());
+    EXPECT_EQ(0, Host().missing);
+    EXPECT_EQ(3, Host().late);
+    EXPECT_EQ(5, Host().alerts);
+    EXPECT_EQ(5, Host().last_id);
+}
+
+TEST_F(LedgerTest, WhatComesThoughItWasToldAsMissingIsToldAndCountsAsMissingNoLonger)
+{
+    Take({ArrivedOf("a", 1), ArrivedOf("a", 5)});
+    LookInVain();
+    Take({ArrivedOf("a", 2), ArrivedOf("a", 4)});
+    EXPECT_EQ(1, Host().missing);
+    EXPECT_EQ((Strings{kThreeAreMissing[0], "2 alerts of a that were missing have come"}), Told());
+}
+
+// The numbers between were never sent.
+TEST_F(LedgerTest, WhatALateAlertSaysOfTheOneBeforeItCountsAsMissingNoLonger)
+{
+    Take({ArrivedOf("a", 1), ArrivedOf("a", 9)});
+    LookInVain();
+    EXPECT_EQ(7, Host().missing);
+    Take({{"uuid-of-a", BodyOf(AlertOfHost("a", 7)), 3, 0}});
+    EXPECT_EQ(3, Host().missing); // 2, 3 and 8
+    EXPECT_EQ(0U, Take({ArrivedOf("a", 5)}));
+    EXPECT_EQ(2U, Take({ArrivedOf("a", 3), ArrivedOf("a", 8)}));
+    EXPECT_EQ(1, Host().missing);
+}
+
+TEST_F(LedgerTest, WhatWasSentBeforeTheFirstAlertThatCameIsTakenLateAndNeverTold)
+{
+    Take({ArrivedOf("a", 3)});
+    LookInVain();
+    EXPECT_EQ(0, Host().missing);
+    EXPECT_EQ(2U, Take({ArrivedOf("a", 1), ArrivedOf("a", 2)}));
+    EXPECT_EQ(0, Host().missing);
+    EXPECT_EQ(Strings{}, Told());
+}
+
+// A look brings all of a host from a while ago on, and also what the reader has not come to.
+TEST_F(LedgerTest, ALookTakesWhatIsMissingOfItsHostAndNothingElse)
+{
+    Take({ArrivedOf("a", 1), ArrivedOf("a", 3), ArrivedOf("b", 1), ArrivedOf("b", 3)}, 5);
+    const std::vector found{ArrivedOf("a", 1), ArrivedOf("a", 2),
+                            ArrivedOf("b", 2), Arrived{"uuid-of-a", "no json", 0, 0},
+                            ArrivedOf("a", 3), ArrivedOf("a", 4)};
+    Ledger ledger(test::Store());
+    EXPECT_EQ(1U, ledger.TakeLate("uuid-of-a", found));
+    EXPECT_EQ(0U, ledger.TakeLate("uuid-of-a", found));
+    EXPECT_EQ("series-of-a/2", Keys().back());
+    EXPECT_EQ(5U, Keys().size());
+    EXPECT_EQ(5U, ledger.PlaceIn("stream", 7).sequence);
+    for (const fleet::HostRow &host : fleet::ReadHosts(test::Store().database()))
+        EXPECT_EQ(0, host.refused);
+}
+
+TEST_F(LedgerTest, AGapIsLookedForSoonAndThenAtGrowingPausesForADay)
+{
+    Ledger ledger(test::Store());
+    EXPECT_EQ(std::nullopt, ledger.NextLookBack(host::NowMs() + 1000));
+    Take({ArrivedOf("a", 1), ArrivedOf("a", 2), ArrivedOf("a", 5), ArrivedOf("a", 9)});
+    const int64_t now = host::NowMs();
+    EXPECT_EQ(std::nullopt, ledger.NextLookBack(now + 900));
+    const auto look = ledger.NextLookBack(now + 1000);
+    ASSERT_TRUE(look.has_value());
+    EXPECT_EQ("uuid-of-a", look->uuid);
+    EXPECT_EQ(2000, look->since_ms); // of both holes
+    EXPECT_EQ(9000, look->until_ms);
+    int looks = 0;
+    constexpr int64_t kDayMs = int64_t{24} * 3600 * 1000;
+    for (int64_t at = now; at < now + 2 * kDayMs; at += 500) {
+        if (!ledger.NextLookBack(at))
+            continue;
+        ledger.EndLookBack("uuid-of-a", Ledger::Look::kDone, at);
+        ++looks;
+        EXPECT_LT(at, now + kDayMs + kDayMs / 2);
+    }
+    EXPECT_GT(looks, 20);
+    EXPECT_LT(looks, 40);
+}
+
+TEST_F(LedgerTest, WhatMayBeMissingBeforeTheFirstAlertIsLookedForOnce)
+{
+    Ledger ledger(test::Store());
+    Take({ArrivedOf("a", 3)});
+    const auto look = ledger.NextLookBack(host::NowMs() + 1000);
+    ASSERT_TRUE(look.has_value());
+    EXPECT_EQ(0, look->since_ms);
+    LookInVain(1000);
+    EXPECT_EQ(std::nullopt, ledger.NextLookBack(host::NowMs() + 3600 * 1000));
 }
 
 TEST_F(LedgerTest, WhatAHostHasDroppedIsToldAndNoGap)
@@ -302,15 +451,19 @@ TEST_F(LedgerTest, TextsThatAreNoAlertsAreRefusedWithTheirFault)
 
 constexpr int64_t kLast = 4; // alerts of each host
 
-// Three hosts in one stream, in which a message comes twice: the place of a message is its index + 1.
+// Three hosts in one stream, in which a message comes twice, and one of the host "c" late: the place of a message is its
+// index + 1.
 std::vector<Arrived> Stream()
 {
     std::vector<Arrived> stream;
     for (int64_t id = 1; id <= kLast; ++id) {
-        for (const char *host : {"a", "b", "c"})
-            stream.push_back(ArrivedOf(host, id));
+        for (const char *host : {"a", "b", "c"}) {
+            if (*host != 'c' || id != 2)
+                stream.push_back(ArrivedOf(host, id));
+        }
     }
     stream.push_back(ArrivedOf("b", kLast - 1));
+    stream.push_back(ArrivedOf("c", 2));
     return stream;
 }
 
@@ -380,6 +533,8 @@ TEST_F(LedgerCrash, KilledAtEveryCallTheLedgerHasEachAlertOnceAndInTheOrderOfIts
             Strings wanted;
             for (int64_t id = 1; id <= kLast; ++id)
                 wanted.push_back(AlertOfHost(host, id).message);
+            if (*host == 'c') // it may have come late, or not
+                std::ranges::sort(lines[host]);
             EXPECT_EQ(wanted, lines[host]) << host << ", killed at call " << call;
         }
         EXPECT_EQ(0U, others) << "a gap was told, killed at call " << call;

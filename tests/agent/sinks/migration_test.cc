@@ -18,10 +18,11 @@ class MigrationTest : public test::SinkTest {
     void GoBackToTheThird()
     {
         test::Store().Write([](host::Database &database) {
-            for (const char *table : {"input_place", "spool", "spool_origin", "spool_stamp",
-                                      "policy_value", "policy_event", "alarm", "log_file", "series",
-                                      "history", "delivery_held", "silence_held", "own_total",
-                                      "fleet_host", "fleet_place", "fleet_group", "fleet_owned"})
+            for (const char *table :
+                 {"input_place", "spool", "spool_origin", "spool_stamp", "policy_value",
+                  "policy_event", "alarm", "log_file", "series", "history", "delivery_held",
+                  "silence_held", "own_total", "fleet_host", "fleet_place", "fleet_group",
+                  "fleet_owned", "fleet_hole"})
                 database.Execute((std::string("DROP TABLE ") + table).c_str());
             for (const char *column :
                  {"reports",      "last_time_ms", "last_message", "line_host",     "program",
