@@ -201,6 +201,24 @@ class OneServer(Rules):
         member.daemon.scan()
         self.lab.wait_until("it tells of them", lambda: (row()["alerts_a_minute"], row()["behind_bytes"]) == (7, 0))
 
+    def test_a_host_that_does_not_come_to_its_log_tells_how_far_it_is_behind(self):
+        self.add_members(1)
+        member = self.members[0]
+        row = lambda: self.hosts()[member.uuid()]
+        member.daemon.scan()
+        self.lab.wait_until("it has read all", lambda: row()["last_pass_ms"] and row()["behind_bytes"] == 0)
+        member.lab.command("set", "trigger-interval", 0)  # it does not wake up, and comes at its next cycle
+        member.lab.command("set", "cycle", 3600)
+        member.daemon.scan()
+        lines = [lab.stamped(lab.numbered(n)) for n in range(20_000)]
+        lab.append(member.log, *lines)
+        unread = sum(len(line) + 1 for line in lines)
+        self.lab.wait_until("it tells of it", lambda: row()["behind_bytes"] == unread)
+        self.assertIn("behind", row()["trouble"])
+        member.daemon.scan()
+        self.lab.wait_until("it has read them", lambda: row()["behind_bytes"] == 0)
+        self.assertIsNone(row()["trouble"])
+
     def test_a_group_whose_value_is_damaged_is_given_files_again(self):
         self.add_members(1)
         self.apply(self.file(DISK), "--wait")
