@@ -7,6 +7,7 @@
 #include "platform/contract.h"
 
 uint64_t expressions_compiled = 0;
+uint64_t expressions_tried = 0;
 
 namespace {
 
@@ -55,6 +56,7 @@ void ForgetCompiled()
 
 bool MatchesCompiled(const char *line, const Pattern &pattern, int entry, int keyword)
 {
+    ++expressions_tried;
     if (!LocaleIsTheSame()) {
         ForgetCompiled();
         NoteLocale();

@@ -17,7 +17,9 @@ void ForgetCompiled();
 // Does the line match the pattern, which is that of a keyword of an entry? Like MatchesPattern.
 bool MatchesCompiled(const char *line, const Pattern &pattern, int entry, int keyword);
 
-// How many were compiled so far, the uncounted ones of the plain rule left out. For tests.
+// How many were compiled so far, the uncounted ones of the plain rule left out, and how often one was tried on a line. For
+// tests.
 extern uint64_t expressions_compiled;
+extern uint64_t expressions_tried;
 
 #endif // MATCH_COMPILED_H

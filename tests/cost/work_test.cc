@@ -28,6 +28,7 @@ struct Work {
     uint64_t compared = literals_compared;
     uint64_t found = literals_found;
     uint64_t expressions = expressions_compiled;
+    uint64_t tried = expressions_tried;
     uint64_t stamps = stamps_learned;
     uint64_t tables = tables_compared;
     uint64_t zones = zones_looked_up;
@@ -43,6 +44,7 @@ struct Work {
         work.compared = compared - before.compared;
         work.found = found - before.found;
         work.expressions = expressions - before.expressions;
+        work.tried = tried - before.tried;
         work.stamps = stamps - before.stamps;
         work.tables = tables - before.tables;
         work.zones = zones - before.zones;
@@ -236,6 +238,16 @@ TEST_F(WorkOfAPass, OnAFaultTolerantServerCompilesEachExpressionOnce)
     AddEntry({.keywords = {"disk [0-9]+ failed", "", ""}});
     AddEntry({.keywords = {"line", "number [a-z]", ""}});
     EXPECT_EQ(2U, OfNews(QuietLines(2000, "a line: disk has failed, number ")).expressions);
+}
+
+// The text that every match of it must hold stands in each second line. The first 32 lines come before the index.
+TEST_F(WorkOfAPass, OnAFaultTolerantServerTriesAnExpressionOnlyWhereItsRequiredTextStands)
+{
+    IsFTServer = 1;
+    AddEntry({.keywords = {"disk [0-9]+ has failed", "", ""}});
+    const Work work =
+        OfNews(QuietLinesOf(2000, "disk seven is well, number ", "disk seven has failed, number "));
+    EXPECT_EQ(1000U - 32 / 2, work.tried);
 }
 
 TEST_F(WorkOfAPass, WithMuchNewsReadsTheStampOfASecondOnce)

@@ -218,4 +218,58 @@ TEST_F(MatchExpression, IsTriedForEveryEntryInTableOrder)
     EXPECT_EQ((Strings{Pattern("on."), Pattern("thre.")}), TracedPatterns());
 }
 
+// A shorter one would do, and cost: it is looked for in each line in place of the expression.
+TEST(RequiredTextOf, AnExpressionIsTheLongestThatEveryMatchMustHold)
+{
+    const struct {
+        const char *keyword;
+        const char *required;
+    } cases[] = {
+        {"disk [0-9]+ failed", " failed"},
+        {"^abc$", "abc"},
+        {"ab.cde", "cde"},
+        {"abc.de", "abc"},
+        {"ab.cd", "ab"}, // the first of two
+        {"abc+d", "abc"},
+        {"abc*d", "ab"},
+        {"abc?d", "ab"},
+        {"abc{2}d", "ab"},
+        {"ab{2,3}cde", "cde"},
+        {"ab+*cd", "cd"}, // the second one makes it optional
+        {"a*", ""},
+        {"a+", "a"},
+        {"*abc", "abc"}, // belongs to what is put before the keyword
+        {"abc|d", ""},
+        {"(a|b)cd", "cd"},
+        {"(abcd)efg", "efg"},
+        {"(a(bc)d)efg", "efg"},
+        {"(a[)]b)c", "c"},
+        {"(a\\)b)c", "c"},
+        {"(abc)*de", "de"},
+        {"ab(cdef", "ab"}, // is not closed
+        {"abc)de", "abc"},
+        {"[abc]de", "de"},
+        {"[]a]bc", "bc"},
+        {"[^]a]bc", "bc"},
+        {"[[:digit:]]ab", "ab"},
+        {"[[.].]b]cd", "cd"},
+        {"[[=]=]b]cd", "cd"},
+        {"[[:digit:ab", ""},
+        {"[a[b]cd", "cd"},
+        {"[ab]+cd", "cd"},
+        {"ab[cde", "ab"},
+        {"ab\\.cde", "cde"},
+        {"abc\\.de", "abc"},
+        {"\\a*bc", "bc"},
+        {"ab\\", "ab"},
+        {"ab{2", "a"},
+        {"\xC3\xA4\xC3\xA4*b", "b"},
+    };
+    for (const auto &one : cases) {
+        const RequiredText found = FindRequiredText(one.keyword);
+        EXPECT_EQ(one.required, std::string(one.keyword).substr(found.begin, found.length))
+            << one.keyword;
+    }
+}
+
 } // namespace
