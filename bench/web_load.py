@@ -46,9 +46,16 @@ def answer(connection):
         data += part
     head, body = data.split(b"\r\n\r\n", 1)
     length = int(head.lower().split(b"content-length:")[1].split()[0])
-    while len(body) < length:
-        body += connection.recv(1 << 16)
-    return body
+    whole = bytearray(length)  # in one piece: who asks should cost the processors as little as can be
+    place = memoryview(whole)
+    place[:len(body)] = body
+    count = len(body)
+    while count < length:
+        part = connection.recv_into(place[count:])
+        if not part:
+            raise EOFError("the connection was closed")
+        count += part
+    return whole
 
 
 def ask(port, asks, asked):

@@ -52,6 +52,12 @@ bool TakesNames(status::PassKind kind)
            kind == status::PassKind::kFileMonitor;
 }
 
+// The table is loaded at the start, and by a pass of no kind that reads files.
+bool MayLoadEvents(status::PassKind kind)
+{
+    return kind == status::PassKind::kStart || kind == status::PassKind::kOther;
+}
+
 // Nothing in its loop waits: not for the store, which it reads through a connection of its own, not for
 // whoever reads what it prints, not for the monitor. Alerts go from the monitor's thread to those of the
 // sinks, and do not pass through here.
@@ -156,7 +162,7 @@ SettingEffects Daemon::Effects()
 void Daemon::PassIsStored(const status::PassStatus &pass)
 {
     outlets_.Wake();
-    page_.Wake();
+    page_.Wake(MayLoadEvents(pass.kind));
     alarms_.MonitorRuns();
     if (TakesNames(pass.kind))
         names_taken_.Ring();

@@ -58,11 +58,11 @@ void PageKeeper::Replace(std::unique_ptr<web::PageServer> server)
     }
 }
 
-void PageKeeper::Wake()
+void PageKeeper::Wake(bool events_changed)
 {
     const std::lock_guard lock(mutex_);
     if (server_)
-        server_->Wake();
+        server_->Wake(events_changed);
 }
 
 } // namespace syslogmond

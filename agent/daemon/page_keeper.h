@@ -27,8 +27,8 @@ class PageKeeper {
     void Work();
     [[nodiscard]] std::optional<Clock::time_point> Next() const { return try_again_at_; }
 
-    // A pass was stored. Never waits for whoever is served.
-    void Wake();
+    // A pass was stored; `events_changed`: other events may be registered than before. Never waits for whoever is served.
+    void Wake(bool events_changed = false);
 
   private:
     void Replace(std::unique_ptr<web::PageServer> server);

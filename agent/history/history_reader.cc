@@ -54,26 +54,59 @@ Step StepUnderWay(host::Database &database, int64_t length, int64_t newest, cons
 
 } // namespace
 
-std::map<SeriesKey, int64_t> ReadTotals(host::Database &database)
+TotalsReader::State TotalsReader::ReadState()
 {
-    const Series series = ReadSeries(database);
-    std::map<SeriesKey, int64_t> totals;
-    for (const auto &[id, key] : series.keys) {
-        if (!KeepsLargest(key.kind) && key.name != kOthers)
-            totals[key] = series.totals.at(id);
+    State state;
+    state.newest_minute = NewestMinute(database_);
+    host::KeptStatement series(database_,
+                               "SELECT coalesce(max(id), 0), coalesce(sum(total), 0) FROM series");
+    series->Start();
+    if (series->Next()) {
+        state.newest_series = series->Integer(0);
+        state.sum = series->Integer(1);
     }
-    // What is in the minute under way is in no total yet.
-    const int64_t newest = NewestMinute(database);
-    for (const Step &minute : ReadSteps(database, kMinute, newest, newest + 1)) {
+    series->Reset();
+    return state;
+}
+
+void TotalsReader::ReadAll(Totals *totals)
+{
+    ++full_reads_;
+    totals->clear();
+    totals_.clear();
+    const Series series = ReadSeries(database_);
+    for (const auto &[id, key] : series.keys) {
+        if (KeepsLargest(key.kind) || key.name == kOthers)
+            continue;
+        const int64_t before = series.totals.at(id);
+        totals_[id] = {before, &(*totals)[key]};
+        *totals_[id].now = before;
+    }
+}
+
+void TotalsReader::Update(Totals *totals)
+{
+    const State state = ReadState();
+    if (state != known_) {
+        known_.reset(); // until they are read whole
+        ReadAll(totals);
+        known_ = state;
+    }
+    // What is in the minute under way is in no total yet, and only grows.
+    for (const Step &minute :
+         ReadSteps(database_, kMinute, state.newest_minute, state.newest_minute + 1)) {
         for (const auto &[id, value] : minute.values) {
-            const auto key = series.keys.find(id);
-            if (key == series.keys.end())
-                continue;
-            const auto total = totals.find(key->second);
-            if (total != totals.end())
-                total->second += value;
+            const auto total = totals_.find(id);
+            if (total != totals_.end())
+                *total->second.now = total->second.before + value;
         }
     }
+}
+
+Totals ReadTotals(host::Database &database)
+{
+    Totals totals;
+    TotalsReader(database).Update(&totals);
     return totals;
 }
 

@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <initializer_list>
 #include <iterator>
-#include <set>
+#include <string_view>
 #include <utility>
 
 #include "agent/text/utf8.h"
@@ -14,7 +15,7 @@ namespace metrics {
 namespace {
 
 using history::Kind;
-using Labels = std::vector<std::pair<const char *, std::string>>;
+using Labels = std::initializer_list<std::pair<const char *, std::string_view>>;
 
 // ---- the format ----
 
@@ -37,32 +38,38 @@ bool LooksLikeHex(std::string_view rest)
            isxdigit(static_cast<unsigned char>(rest[3])) != 0;
 }
 
-// What a reader of the format takes: bytes that are no UTF-8 would make it refuse everything, and so would two labels of
-// which nobody can tell how they differ. No two texts become the same one.
-std::string Readable(std::string_view rest)
+// Most labels are nothing else: they are taken as they are, in one piece.
+bool IsPlain(std::string_view text)
 {
-    std::string shown;
+    return std::ranges::all_of(
+        text, [](char c) { return c >= ' ' && c <= '~' && c != '\\' && c != '"'; });
+}
+
+void AppendEscaped(std::string_view bytes, std::string *text)
+{
+    for (const char c : bytes) {
+        if (c == '\\' || c == '"')
+            *text += '\\';
+        *text += c;
+    }
+}
+
+// What a reader of the format takes, in the format's own escapes: bytes that are no UTF-8 would make it refuse everything,
+// and so would two labels of which nobody can tell how they differ. No two texts become the same one.
+void AppendLabel(std::string_view rest, std::string *text)
+{
+    if (IsPlain(rest)) {
+        *text += rest;
+        return;
+    }
     while (!rest.empty()) {
         const text::Character character = text::FirstCharacter(rest);
         const std::string_view bytes = rest.substr(0, std::max<size_t>(character.bytes, 1));
         const bool is_shown =
             character.bytes > 0 && !text::IsInvisible(character.code) && !LooksLikeHex(rest);
-        shown += is_shown ? std::string(bytes) : BytesInHex(bytes);
+        AppendEscaped(is_shown ? std::string(bytes) : BytesInHex(bytes), text);
         rest.remove_prefix(bytes.size());
     }
-    return shown;
-}
-
-// Of a label, in the format's own escapes.
-std::string Escaped(const std::string &value)
-{
-    std::string escaped;
-    for (const char c : Readable(value)) {
-        if (c == '\\' || c == '"')
-            escaped += '\\';
-        escaped += c;
-    }
-    return escaped;
 }
 
 // Seconds of milliseconds or microseconds, without a rounding of binary fractions.
@@ -88,18 +95,24 @@ class Writer {
         name_ = std::string("syslogmon_") + name;
         text_ += "# HELP " + name_ + " " + help + "\n# TYPE " + name_ + " " + type + "\n";
     }
-    void Sample(const Labels &labels, const std::string &value, const char *suffix = "")
+    void Sample(Labels labels, std::string_view value, const char *suffix = "")
     {
-        text_ += name_ + suffix;
+        text_ += name_;
+        text_ += suffix;
         const char *before = "{";
         for (const auto &[name, text] : labels) {
             text_ += before;
-            text_ += std::string(name) + "=\"" + Escaped(text) + "\"";
+            text_ += name;
+            text_ += "=\"";
+            AppendLabel(text, &text_);
+            text_ += '"';
             before = ",";
         }
-        text_ += (labels.empty() ? " " : "} ") + value + "\n";
+        text_ += labels.size() == 0 ? " " : "} ";
+        text_ += value;
+        text_ += '\n';
     }
-    void Sample(const Labels &labels, int64_t value) { Sample(labels, std::to_string(value)); }
+    void Sample(Labels labels, int64_t value) { Sample(labels, std::to_string(value)); }
     [[nodiscard]] std::string Take() { return std::move(text_); }
 
   private:
@@ -201,17 +214,40 @@ void WriteUnread(const Overview &view, Writer *out)
         out->Sample({{"input", input.name}}, SecondsBehind(input, view.now_ms));
 }
 
-void WriteEvents(const Overview &view, Kind kind, Writer *out)
+// Names of events, in the order of the totals.
+using EventNames = std::vector<std::pair<std::string_view, uint32_t>>;
+
+EventNames RegisteredEvents(const Overview &view)
 {
-    std::set<std::pair<std::string, uint32_t>> events;
+    EventNames names;
     for (const auto &event : view.events)
-        events.emplace(event.key.source, event.key.id);
+        names.emplace_back(event.key.source, event.key.id);
+    std::ranges::sort(names);
+    // Two keys may be written differently and be one number.
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+    return names;
+}
+
+void WriteEvent(std::string_view source, uint32_t id, int64_t value, Writer *out)
+{
+    out->Sample({{"source", source}, {"event_id", events::FormatEventId(id)}}, value);
+}
+
+// Of those that are registered, and of those that were and have counted something.
+void WriteEvents(const Overview &view, const EventNames &registered, Kind kind, Writer *out)
+{
+    auto name = registered.begin();
     for (auto at = view.totals.lower_bound({kind, "", 0});
-         at != view.totals.end() && at->first.kind == kind; ++at)
-        events.emplace(at->first.name, at->first.id);
-    for (const auto &[source, id] : events)
-        out->Sample({{"source", source}, {"event_id", events::FormatEventId(id)}},
-                    view.Total(kind, source, id));
+         at != view.totals.end() && at->first.kind == kind; ++at) {
+        const std::pair<std::string_view, uint32_t> counted(at->first.name, at->first.id);
+        for (; name != registered.end() && *name < counted; ++name)
+            WriteEvent(name->first, name->second, 0, out);
+        if (name != registered.end() && *name == counted)
+            ++name;
+        WriteEvent(counted.first, counted.second, at->second, out);
+    }
+    for (; name != registered.end(); ++name)
+        WriteEvent(name->first, name->second, 0, out);
 }
 
 // Those that the monitor makes about itself.
@@ -261,14 +297,15 @@ void WriteLosses(const Overview &view, Writer *out)
 
 void WriteHits(const Overview &view, Writer *out)
 {
+    const EventNames registered = RegisteredEvents(view);
     out->Family("hits_total", "counter", "Hits of an event, repeats of a line included.");
-    WriteEvents(view, Kind::kHits, out);
+    WriteEvents(view, registered, Kind::kHits, out);
     out->Family("alerts_total", "counter",
                 "Reports of an event that became an alert or part of one.");
-    WriteEvents(view, Kind::kAlerts, out);
+    WriteEvents(view, registered, Kind::kAlerts, out);
     WriteOwnAlerts(view, out);
     out->Family("held_back_total", "counter", "Reports of an event that were held back.");
-    WriteEvents(view, Kind::kHeldBack, out);
+    WriteEvents(view, registered, Kind::kHeldBack, out);
 }
 
 void WriteSinks(const Overview &view, Writer *out)

@@ -3,7 +3,6 @@
 #include <set>
 
 #include "agent/alerts/alert_store.h"
-#include "agent/history/history_reader.h"
 #include "agent/host/agent_values.h"
 #include "agent/host/here_and_now.h"
 #include "agent/host/room.h"
@@ -21,8 +20,13 @@ namespace metrics {
 
 namespace {
 
+// A change of the events that is made by hand, in the registry, is made known to nobody.
+constexpr std::chrono::seconds kEventsKeptFor{5};
+
 void LookAtDaemon(const host::Layout &layout, std::optional<pid_t> daemon, Overview *view)
 {
+    view->stands.clear();
+    view->last_look_ms.reset();
     view->is_running = daemon.has_value();
     view->status = status::ReadStatus(layout.run);
     // Also of a daemon that has gone: nobody has looked since.
@@ -52,6 +56,7 @@ std::optional<int64_t> SecondsBehind(const Overview &view, std::optional<int64_t
 
 void LookAtLogs(host::RegistryTree &registry, Overview *view)
 {
+    view->logs.clear();
     const auto add = [&](const char *role, const std::string &path, std::optional<int64_t> unread) {
         view->logs.push_back({role, path, unread, SecondsBehind(*view, unread), false});
     };
@@ -73,6 +78,7 @@ void LookAtSinks(host::RegistryTree &registry, Overview *view)
     const int64_t newest = alerts::NewestAlertId(database);
     const int64_t oldest = alerts::OldestAlertId(database);
     view->alerts = newest - oldest + 1;
+    view->sinks.clear();
     for (const auto &stored : sinks::SinkRegistry(registry.store(), registry).ReadAll()) {
         SinkView sink;
         sink.name = stored.config.name;
@@ -95,14 +101,17 @@ void LookAtSinks(host::RegistryTree &registry, Overview *view)
     }
 }
 
-void LookAtEvents(host::RegistryTree &registry, Overview *view)
+// Those that the monitor can load.
+std::vector<events::EventRecord> ReadEvents(host::RegistryTree &registry)
 {
-    for (const auto &source : events::EventRegistry(registry).ReadAll()) {
-        for (const auto &stored : source.events) {
+    std::vector<events::EventRecord> found;
+    for (auto &source : events::EventRegistry(registry).ReadAll()) {
+        for (auto &stored : source.events) {
             if (!source.is_new_application_type && stored.problem.empty())
-                view->events.push_back(stored.event);
+                found.push_back(std::move(stored.event));
         }
     }
+    return found;
 }
 
 } // namespace
@@ -113,20 +122,38 @@ int64_t Overview::Total(history::Kind kind, const std::string &name, uint32_t id
     return found != totals.end() ? found->second : 0;
 }
 
+void Lookout::LookAtEvents()
+{
+    const auto now = Clock::now();
+    const int64_t change = registry_.store().ChangeCount();
+    if (events_are_known_ && (change == change_of_events_ || now < events_until_))
+        return;
+    ++event_reads_;
+    view_.events = ReadEvents(registry_);
+    change_of_events_ = change;
+    events_until_ = now + kEventsKeptFor;
+    events_are_known_ = true;
+}
+
+const Overview &Lookout::Look(std::optional<pid_t> daemon)
+{
+    view_.now_ms = host::NowMs();
+    LookAtDaemon(layout_, daemon, &view_);
+    const host::Snapshot one_state(registry_.store());
+    host::Database &database = registry_.store().database();
+    view_.cycle_s = std::stoll(settings::GetSetting(registry_, settings::FindSetting("cycle")));
+    LookAtLogs(registry_, &view_);
+    LookAtSinks(registry_, &view_);
+    LookAtEvents();
+    totals_.Update(&view_.totals);
+    view_.own_totals = alerts::ReadOwnTotals(database);
+    view_.store_bytes = host::SizeOfStore(layout_.Store());
+    return view_;
+}
+
 Overview Look(host::RegistryTree &registry, const host::Layout &layout, std::optional<pid_t> daemon)
 {
-    Overview view;
-    view.now_ms = host::NowMs();
-    LookAtDaemon(layout, daemon, &view);
-    const host::Snapshot one_state(registry.store());
-    view.cycle_s = std::stoll(settings::GetSetting(registry, settings::FindSetting("cycle")));
-    LookAtLogs(registry, &view);
-    LookAtSinks(registry, &view);
-    LookAtEvents(registry, &view);
-    view.totals = history::ReadTotals(registry.store().database());
-    view.own_totals = alerts::ReadOwnTotals(registry.store().database());
-    view.store_bytes = host::SizeOfStore(layout.Store());
-    return view;
+    return Lookout(registry, layout).Look(daemon);
 }
 
 } // namespace metrics

@@ -6,16 +6,17 @@
 #ifndef AGENT_METRICS_OVERVIEW_H
 #define AGENT_METRICS_OVERVIEW_H
 
+#include <chrono>
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <sys/types.h>
+#include <utility>
 #include <vector>
 
 #include "agent/alerts/own_alert.h"
 #include "agent/events/events.h"
-#include "agent/history/series.h"
+#include "agent/history/history_reader.h"
 #include "agent/host/layout.h"
 #include "agent/host/registry_tree.h"
 #include "agent/status/status_file.h"
@@ -53,7 +54,7 @@ struct Overview {
     std::vector<LogView> logs;
     std::vector<SinkView> sinks;
     std::vector<events::EventRecord> events; // registered ones that the monitor can load
-    std::map<history::SeriesKey, int64_t> totals;
+    history::Totals totals;
     std::vector<alerts::OwnTotal> own_totals;
     int64_t store_bytes = 0; // with its journal
     int64_t alerts = 0;      // that are stored
@@ -62,7 +63,42 @@ struct Overview {
     [[nodiscard]] int64_t Total(history::Kind kind, const std::string &name, uint32_t id = 0) const;
 };
 
-// `daemon`: the process that holds the daemon's lock, if any. One state of the store. Throws host::Error.
+// Looks again and again. What is the same as the last time is not read again: the totals of before this minute, and the
+// registered events, which are most of the work where there are thousands.
+class Lookout {
+  public:
+    // Both must outlive it.
+    Lookout(host::RegistryTree &registry, host::Layout layout)
+        : registry_(registry), layout_(std::move(layout)), totals_(registry.store().database())
+    {
+    }
+
+    // `daemon`: the process that holds the daemon's lock, if any. One state of the store, but for the events: a change of
+    // them that nobody tells of is seen within five seconds. It stays until the next look. Throws host::Error.
+    const Overview &Look(std::optional<pid_t> daemon);
+
+    // The registered events may be others now: the next look reads them.
+    void EventsChanged() { events_are_known_ = false; }
+
+    // How often the events were read, and how often all totals. For tests.
+    [[nodiscard]] int64_t EventReads() const { return event_reads_; }
+    [[nodiscard]] int64_t FullReadsOfTotals() const { return totals_.FullReads(); }
+
+  private:
+    using Clock = std::chrono::steady_clock;
+    void LookAtEvents();
+
+    host::RegistryTree &registry_;
+    host::Layout layout_;
+    Overview view_;
+    history::TotalsReader totals_;
+    bool events_are_known_ = false;
+    int64_t change_of_events_ = 0; // the store's, when they were read
+    Clock::time_point events_until_{};
+    int64_t event_reads_ = 0;
+};
+
+// One look.
 Overview Look(host::RegistryTree &registry, const host::Layout &layout,
               std::optional<pid_t> daemon);
 

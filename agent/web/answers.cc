@@ -286,7 +286,8 @@ size_t SizeOf(const std::string &path, const Query &query)
 } // namespace
 
 Answers::Answers(const host::Layout &layout, std::string version)
-    : layout_(layout), version_(std::move(version)), store_(layout.Store()), registry_(store_)
+    : version_(std::move(version)), store_(layout.Store()), registry_(store_),
+      lookout_(registry_, layout)
 {
     // Whatever happens here, nothing is written.
     store_.database().Execute("PRAGMA query_only = ON");
@@ -299,6 +300,8 @@ Answer Answers::Get(const std::string &path, const Query &query)
         kept_.clear();
         view_until_ = {};
     }
+    if (events_changed_.exchange(false))
+        lookout_.EventsChanged();
     const Question question(path, query);
     const auto now = Clock::now();
     if (const auto found = kept_.find(question); found != kept_.end() && now < found->second.until)
@@ -363,10 +366,11 @@ const metrics::Overview &Answers::View()
 {
     const auto now = Clock::now();
     if (now >= view_until_) {
-        view_ = metrics::Look(registry_, layout_, getpid());
+        view_ = nullptr;
+        view_ = &lookout_.Look(getpid());
         view_until_ = now + kKeptFor;
     }
-    return view_;
+    return *view_;
 }
 
 std::string Answers::Overview()

@@ -40,6 +40,15 @@ class Answers {
 
     // Answers of before are not given any more. From any thread.
     void NewsCame() { ++news_; }
+    // Likewise, and other events may be registered than before: without that, they are read every few seconds.
+    void EventsChanged()
+    {
+        events_changed_ = true;
+        NewsCame();
+    }
+
+    // What is looked at. For tests.
+    [[nodiscard]] const metrics::Lookout &lookout() const { return lookout_; }
 
     // Of all answers that are kept, with what they were asked by: at most 4 MiB.
     [[nodiscard]] size_t KeptBytes() const;
@@ -55,12 +64,13 @@ class Answers {
     std::string History(const Query &query);
     std::string Alerts(const Query &query);
 
-    host::Layout layout_;
     std::string version_;
     host::Store store_;
     host::RegistryTree registry_;
+    metrics::Lookout lookout_;
 
     std::atomic<uint64_t> news_ = 0;
+    std::atomic<bool> events_changed_ = false;
     uint64_t known_news_ = 0; // of which the kept answers know
 
     struct Kept {
@@ -68,7 +78,7 @@ class Answers {
         Answer answer;
     };
     std::map<Question, Kept> kept_;
-    metrics::Overview view_;
+    const metrics::Overview *view_ = nullptr; // the lookout's
     Clock::time_point view_until_{};
 };
 

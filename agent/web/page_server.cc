@@ -363,9 +363,12 @@ PageServer::~PageServer()
     MHD_stop_daemon(parts_->server);
 }
 
-void PageServer::Wake() const
+void PageServer::Wake(bool events_changed) const
 {
-    parts_->answers.NewsCame();
+    if (events_changed)
+        parts_->answers.EventsChanged();
+    else
+        parts_->answers.NewsCame();
     parts_->streams.Ring();
 }
 

@@ -21,8 +21,8 @@ class PageServer {
     PageServer(const PageServer &) = delete;
     PageServer &operator=(const PageServer &) = delete;
 
-    // A pass was stored. From any thread; never waits.
-    void Wake() const;
+    // A pass was stored; `events_changed`: other events may be registered than before. From any thread; never waits.
+    void Wake(bool events_changed = false) const;
 
   private:
     struct Parts;

@@ -223,4 +223,42 @@ TEST(HistoryLength, IsTheShortestThatIsKeptAndNotTooMany)
     EXPECT_EQ(kDay, history::LengthFor(90 * kDay, 2000));
 }
 
+// Minutes that end, a clock that is put back into one that has been, new series: after each, what was kept is what is stored.
+TEST_F(HistoryTest, TotalsThatAreReadAgainAndAgainAreThoseOfTheStore)
+{
+    history::TotalsReader reader(test::Store().database());
+    history::Totals kept;
+    const int64_t moments[] = {0,    30,   59,          60,    61,    3 * kHour, 3 * kHour + 5,
+                               61,   62,   2 * kMinute, kHour, kDay,  kDay + 1,  30,
+                               kDay, kDay, 0,           0,     kHour, 1};
+    int64_t value = 1;
+    for (const int64_t moment : moments) {
+        News news;
+        news.Add(kDisk, ++value);
+        news.Add(kBehind, value);
+        if (value % 2 == 0)
+            news.Add(kLines, 10 * value);
+        if (value % 3 == 0)
+            news.Add({Kind::kAlerts, "NEW", static_cast<uint32_t>(value)}, 1);
+        writer_->Save(news, kMidnight + moment);
+        reader.Update(&kept);
+        EXPECT_EQ(history::ReadTotals(test::Store().database()), kept) << "at " << moment;
+    }
+    EXPECT_GT(std::size(moments), static_cast<size_t>(reader.FullReads()));
+}
+
+// Between two looks the clock goes a day ahead and back, into the same minute.
+TEST_F(HistoryTest, AMinuteThatWasBegunTwiceCountsWholeInTotalsThatAreReadAgain)
+{
+    history::TotalsReader reader(test::Store().database());
+    history::Totals kept;
+    Save(kDisk, 5, kMidnight);
+    reader.Update(&kept);
+    Save(kDisk, 7, kMidnight + kDay);
+    Save(kDisk, 1, kMidnight);
+    reader.Update(&kept);
+    EXPECT_EQ(13, kept[kDisk]);
+    EXPECT_EQ(13, Total(kDisk));
+}
+
 } // namespace
