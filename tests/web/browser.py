@@ -30,6 +30,7 @@ class Browser:
         self._number = 0
         self._session = None
         self.console = []  # errors and warnings of the page
+        self.told = []     # what scripts have told: see listen
         targets = self.call("Target.getTargets")["targetInfos"]
         page = next(target for target in targets if target["type"] == "page")
         self._session = self.call("Target.attachToTarget", targetId=page["targetId"], flatten=True)["sessionId"]
@@ -68,6 +69,8 @@ class Browser:
             self._note(answer)
 
     def _note(self, event):
+        if event.get("method") == "Runtime.bindingCalled":
+            self.told.append(event["params"]["payload"])
         if event.get("method") == "Runtime.exceptionThrown":
             self.console.append(event["params"]["exceptionDetails"].get("exception", {}).get("description", "an exception"))
         if event.get("method") == "Log.entryAdded" and event["params"]["entry"]["level"] in ("error", "warning"):
@@ -85,6 +88,10 @@ class Browser:
     def before_each_page(self, script):
         """Runs it in each page that is opened from now on, before the page's own scripts."""
         self.call("Page.addScriptToEvaluateOnNewDocument", source=script)
+
+    def listen(self, name):
+        """Gives each page a function of this name, which takes a text to be told."""
+        self.call("Runtime.addBinding", name=name)
 
     def names(self):
         """Role and name of each node that is told to a reader of the screen."""
@@ -115,7 +122,7 @@ class Browser:
     def key(self, key, code=None, text=None):
         for kind in ("keyDown", "keyUp"):
             self.call("Input.dispatchKeyEvent", type=kind, key=key, code=code or key,
-                      windowsVirtualKeyCode={"Tab": 9, "Enter": 13, " ": 32, "End": 35, "Home": 36, "ArrowLeft": 37,
+                      windowsVirtualKeyCode={"Tab": 9, "Enter": 13, " ": 32, "End": 35, "Home": 36, "Delete": 46, "ArrowLeft": 37,
                                                 "ArrowRight": 39}.get(key, 0),
                       **({"text": text} if text and kind == "keyDown" else {}))
 
