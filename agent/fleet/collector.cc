@@ -148,6 +148,7 @@ void Collector::Collect()
     StreamPlace place =
         ledger.PlaceIn(part_.PlaceIn(options_.config.Get("stream")), reader.created());
     reader.BeginBehind(place);
+    missing_.reset();
     if (!problem_.empty())
         TRACE(TRACE_NOTABLE, "The alerts of all hosts are collected again.");
     problem_.clear();
@@ -155,7 +156,7 @@ void Collector::Collect()
     backoff_.Reset();
     while (!StopRequested()) {
         TakeSome(reader, ledger, &place);
-        LookBack(reader, ledger);
+        AskForMissing(reader, ledger);
     }
 }
 
@@ -175,43 +176,46 @@ void Collector::TakeSome(StreamReader &reader, Ledger &ledger, StreamPlace *plac
     reader.Confirm();
 }
 
-// For what is missing of one host, if it is time. However many gaps a host makes, all others wait for a tenth of the time
-// at most.
-void Collector::LookBack(const StreamReader &reader, Ledger &ledger)
+// For what is missing of one host, if it is time. However many gaps a host makes, the others wait for a tenth of the time at
+// most, and for no longer than a look takes.
+void Collector::AskForMissing(const StreamReader &reader, Ledger &ledger)
 {
     const auto began = steady_clock::now();
-    if (began < look_back_at_)
+    if (began < ask_at_)
         return;
-    const std::optional<LookBackSpan> missing = ledger.NextLookBack(host::NowMs());
-    if (missing) {
-        const Ledger::Look look =
-            part_.Has(missing->uuid) ? LookFor(*missing, reader, ledger) : Ledger::Look::kNotOurs;
-        ledger.EndLookBack(missing->uuid, look, host::NowMs());
+    if (!missing_)
+        missing_ = ledger.NextMissing(host::NowMs());
+    if (!missing_) {
+        ask_at_ = began + kNothingMissing;
+        return;
+    }
+    if (const auto look = LookForIt(reader, ledger)) {
+        ledger.EndLook(missing_->uuid, *look, host::NowMs());
+        missing_.reset();
     }
     const auto ended = steady_clock::now();
-    look_back_at_ = ended + (missing ? 9 * (ended - began) : kNothingMissing);
+    ask_at_ = ended + 9 * (ended - began);
 }
 
-// Servers that cannot look are no reason to take nothing: when they are gone, the reader says so.
-Ledger::Look Collector::LookFor(const LookBackSpan &missing, const StreamReader &reader,
-                                Ledger &ledger)
+// How the look has ended; nothing: it goes on. Servers that cannot look are no reason to take nothing; what they do not
+// allow is told as always.
+std::optional<Ledger::Look> Collector::LookForIt(const StreamReader &reader, Ledger &ledger)
 {
-    size_t taken = 0;
-    Ledger::Look look = Ledger::Look::kDone;
+    if (!part_.Has(missing_->uuid))
+        return Ledger::Look::kNotOurs;
     try {
-        reader.LookBack(missing, [&](const std::vector<Arrived> &messages) {
-            taken += ledger.TakeLate(missing.uuid, messages);
-            return !StopRequested();
+        const std::string uuid = missing_->uuid;
+        const bool is_over = reader.LookBack(&*missing_, [&](const std::vector<Arrived> &some) {
+            if (ledger.TakeLate(uuid, some) > 0)
+                options_.stored();
         });
+        return is_over ? std::optional(Ledger::Look::kDone) : std::nullopt;
     } catch (const host::StoreError &) {
         throw;
     } catch (const host::Error &error) {
         TRACE(TRACE_NOTABLE, "%s", error.what());
-        look = Ledger::Look::kFailed;
+        return Ledger::Look::kFailed;
     }
-    if (taken > 0)
-        options_.stored();
-    return look;
 }
 
 // Told once, and written where the command finds it.

@@ -67,8 +67,8 @@ class Collector {
     void Run();
     void Collect();
     void TakeSome(StreamReader &reader, Ledger &ledger, StreamPlace *place);
-    void LookBack(const StreamReader &reader, Ledger &ledger);
-    Ledger::Look LookFor(const LookBackSpan &missing, const StreamReader &reader, Ledger &ledger);
+    void AskForMissing(const StreamReader &reader, Ledger &ledger);
+    std::optional<Ledger::Look> LookForIt(const StreamReader &reader, Ledger &ledger);
     void Fail(const std::string &why);
     void Pause();
     [[nodiscard]] bool StopRequested();
@@ -80,8 +80,9 @@ class Collector {
     sinks::Secrets secrets_;
     sinks::Backoff backoff_;
     FloodWatch floods_;
-    std::string problem_; // that was written into the store last
-    std::chrono::steady_clock::time_point look_back_at_;
+    std::string problem_;            // that was written into the store last
+    std::optional<Missing> missing_; // that is asked for, over several looks
+    std::chrono::steady_clock::time_point ask_at_;
 
     std::mutex mutex_; // guards what follows
     std::condition_variable news_;

@@ -7,6 +7,7 @@
 #include "agent/fleet/wire_alert.h"
 #include "agent/host/error.h"
 #include "agent/host/here_and_now.h"
+#include "agent/text/plural.h"
 
 namespace fleet {
 
@@ -91,11 +92,14 @@ Holes &Ledger::HolesOf(Host *host)
 void Ledger::WriteBack(Host *host)
 {
     if (host->came > 0)
-        TellNow(host, std::to_string(host->came) + " alerts of " + NameOf(host->row) +
-                          " that were missing have come");
-    WriteHost(store_.database(), host->row);
-    if (host->holes)
+        TellNow(host, text::Plural(host->came, "alert") + " of " + NameOf(host->row) +
+                          " that had been missing came after all");
+    if (host->holes) {
+        for (const Hole &hole : host->holes->TakeGivenUp())
+            TellOfHole(host, hole);
         host->holes->Write(store_.database(), host->row.uuid);
+    }
+    WriteHost(store_.database(), host->row);
 }
 
 // Behind the commit: messages that were not stored come again, and are counted then.
@@ -132,11 +136,22 @@ size_t Ledger::Take(std::span<const Arrived> messages, const StreamPlace &place)
     return taken;
 }
 
-// The first of each host is told: one that is of another version has nothing else to say.
-void Ledger::Refuse(Host *host, const std::string &why)
+// Nothing: it is none. The first such message of each host is told: one of another version has nothing else to say.
+std::optional<alerts::Alert> Ledger::AlertIn(const Arrived &message, Host *host)
 {
-    if (host->row.refused++ == 0)
-        TellNow(host, NameOf(host->row) + " sends messages that are not taken: " + why);
+    try {
+        const alerts::Alert alert = ParseAlert(message.body);
+        if (message.id != 0 && message.id != alert.id)
+            throw host::Error("its key is not the one of its message");
+        return alert;
+    } catch (const host::StoreError &) {
+        throw;
+    } catch (const host::Error &error) {
+        if (host->row.refused++ == 0)
+            TellNow(host,
+                    NameOf(host->row) + " sends messages that are not taken: " + error.what());
+        return std::nullopt;
+    }
 }
 
 // Returns whether it is new.
@@ -144,111 +159,103 @@ bool Ledger::TakeOne(const Arrived &message, Host *host)
 {
     HostRow &row = host->row;
     row.heard_ms = host::NowMs();
-    alerts::Alert alert;
-    try {
-        alert = ParseAlert(message.body);
-    } catch (const host::StoreError &) {
-        throw;
-    } catch (const host::Error &error) {
-        Refuse(host, error.what());
+    const std::optional<alerts::Alert> alert = AlertIn(message, host);
+    // What is none has come all the same, and is not missing.
+    const int64_t id = alert ? alert->id : message.id;
+    const bool is_late = id <= row.last_id;
+    const bool is_new = is_late ? FillHole(message, id, host) : MoveOn(message, id, host);
+    if (!is_new || !alert)
         return false;
-    }
-    if (alert.id <= row.last_id)
-        return TakeIntoHole(message, alert, host);
-    row.name = alert.host;
-    // What was sent before it has a smaller number, whatever the message says.
-    const int64_t after = std::min(message.after, alert.id - 1);
-    if (after > row.last_id)
-        NoticeHole(message, after, host);
-    if (message.dropped > 0) {
-        const int64_t dropped = std::min(message.dropped, alert.id - 1 - row.last_id);
-        row.dropped += dropped;
-        TellNow(host,
-                "up to " + std::to_string(dropped) + " alerts of " + NameOf(row) +
-                    " before its alert " + std::to_string(alert.id) +
-                    " are dropped: its store was full of those that the servers did not take");
-    }
-    alerts::AddCollectedAlert(store_, alert);
-    row.last_id = alert.id;
-    row.stored_ms = message.stored_ms;
-    ++row.alerts;
+    alerts::AddCollectedAlert(store_, *alert);
+    row.name = alert->host;
+    row.alerts += 1;
+    row.late += is_late ? 1 : 0;
     return true;
 }
 
-bool Ledger::TakeIntoHole(const Arrived &message, const alerts::Alert &alert, Host *host)
+// With an alert that has a greater number than all before it.
+bool Ledger::MoveOn(const Arrived &message, int64_t id, Host *host)
 {
-    const Holes::Filled filled = HolesOf(host).Fill(alert.id, message.after);
-    if (!filled.was_in_hole)
-        return false;
-    alerts::AddCollectedAlert(store_, alert);
     HostRow &row = host->row;
-    row.missing -= filled.were_told;
-    if (filled.were_told > 0)
-        ++host->came;
-    ++row.alerts;
-    ++row.late;
+    // What was sent before it has a smaller number, whatever the message says.
+    const int64_t after = std::min(message.after, id - 1);
+    if (after > row.last_id) {
+        // Of a host that was never heard of, the first message is the beginning.
+        const auto kind = row.last_id > 0 ? Hole::Kind::kNoticed : Hole::Kind::kBeginning;
+        const Hole hole{row.last_id + 1, after, row.stored_ms, message.stored_ms, 0, 0, 0, kind};
+        HolesOf(host).Add(hole, host::NowMs());
+    }
+    CountDropped(message, id, id - 1 - row.last_id, host);
+    row.last_id = id;
+    row.stored_ms = message.stored_ms;
     return true;
 }
 
-// Of a host that was never heard of, the first message is the beginning.
-void Ledger::NoticeHole(const Arrived &message, int64_t after, Host *host)
+// Returns whether the number was missing.
+bool Ledger::FillHole(const Arrived &message, int64_t id, Host *host)
 {
-    const HostRow &row = host->row;
-    const int64_t now_ms = host::NowMs();
-    const Hole hole{row.last_id + 1,
-                    after,
-                    row.stored_ms,
-                    message.stored_ms,
-                    now_ms,
-                    now_ms,
-                    row.last_id > 0 ? Hole::Kind::kNoticed : Hole::Kind::kBeginning};
-    const std::optional<Hole> given_up = HolesOf(host).Add(hole);
-    if (given_up && given_up->kind == Hole::Kind::kNoticed)
-        TellOfHole(host, *given_up);
+    const Holes::Filled filled = HolesOf(host).Fill(id, message.after);
+    if (filled.numbers == 0)
+        return false;
+    CountDropped(message, id, filled.numbers - 1, host);
+    if (filled.were_told) {
+        host->row.missing -= filled.numbers;
+        ++host->came;
+    }
+    return true;
 }
 
-std::optional<LookBackSpan> Ledger::NextLookBack(int64_t now_ms)
+// What the host says that it has dropped before this alert: of `most` numbers.
+void Ledger::CountDropped(const Arrived &message, int64_t id, int64_t most, Host *host)
+{
+    const int64_t dropped = std::min(message.dropped, most);
+    if (dropped <= 0)
+        return;
+    host->row.dropped += dropped;
+    TellNow(host, "up to " + std::to_string(dropped) + " alerts of " + NameOf(host->row) +
+                      " before its alert " + std::to_string(id) +
+                      " are dropped: its store was full of those that the servers did not take");
+}
+
+std::optional<Missing> Ledger::NextMissing(int64_t now_ms)
 {
     return store_.Read(
-        [&](host::Database &database) { return fleet::NextLookBack(database, now_ms); });
+        [&](host::Database &database) { return fleet::NextMissing(database, now_ms); });
 }
 
+// Most of what a look brings is known, and is not looked into.
 size_t Ledger::TakeLate(const std::string &uuid, std::span<const Arrived> messages)
 {
+    const Holes holes =
+        store_.Read([&](host::Database &database) { return Holes(database, uuid); });
+    const auto is_wanted = [&](const Arrived &message) {
+        return message.uuid == uuid && holes.Has(message.id);
+    };
+    if (std::ranges::none_of(messages, is_wanted))
+        return 0;
     size_t taken = 0;
     host::Transaction transaction(store_);
     Host host = HostOf(uuid);
     for (const Arrived &message : messages) {
-        if (message.uuid != uuid)
-            continue;
-        try {
-            const alerts::Alert alert = ParseAlert(message.body);
-            if (TakeIntoHole(message, alert, &host))
-                ++taken;
-        } catch (const host::StoreError &) {
-            throw;
-        } catch (const host::Error &) {
-            continue; // it was counted when it came
-        }
+        if (is_wanted(message) && TakeOne(message, &host))
+            ++taken;
     }
-    if (taken == 0)
-        return 0;
     WriteBack(&host);
     transaction.Commit();
     KeepFloods(host);
     return taken;
 }
 
-void Ledger::EndLookBack(const std::string &uuid, Look look, int64_t now_ms)
+void Ledger::EndLook(const std::string &uuid, Look look, int64_t now_ms)
 {
     host::Transaction transaction(store_);
     Host host = HostOf(uuid);
-    // Of another collector's hosts nothing is known here.
-    if (look == Look::kNotOurs)
+    if (look == Look::kNotOurs) {
         HolesOf(&host).Postpone(now_ms);
-    else
-        for (const Hole &hole : HolesOf(&host).Looked(now_ms, look == Look::kDone))
+    } else {
+        for (const Hole &hole : HolesOf(&host).Asked(now_ms, look == Look::kDone))
             TellOfHole(&host, hole);
+    }
     WriteBack(&host);
     transaction.Commit();
     KeepFloods(host);

@@ -3,7 +3,7 @@
 // A host numbers its alerts, and they come in that order, but for those that the servers deliver behind a later one. So
 // one number for each host, and the holes before it, tell what is there already. An alert, its host's number and holes, and
 // the place in the stream are stored in one transaction: after a crash at any instant they agree, what the servers deliver
-// again is known, and nothing is passed over in silence.
+// again is known, and what is missing is told.
 //
 //   the alert's ID             it is
 //   up to the host's number    known, and dropped
@@ -34,6 +34,7 @@ struct Arrived {
     int64_t after = 0;     // the ID of the alert that was sent before it
     int64_t dropped = 0;   // how many in between have left that store unsent, at its limit
     int64_t stored_ms = 0; // by the servers, since 1970 by their clock
+    int64_t id = 0;        // by its key, whatever is in the body; 0: it has none
 };
 
 // A row of the table fleet_host.
@@ -75,13 +76,13 @@ class Ledger {
     // are new. A message that is no alert is counted and passed over: it will be none the next time either.
     size_t Take(std::span<const Arrived> messages, const StreamPlace &place);
 
-    // Which host's missing alerts are to be asked for at this moment, in milliseconds since 1970; nothing: none's.
-    std::optional<LookBackSpan> NextLookBack(int64_t now_ms);
+    // What the servers are to be asked for at this moment, in milliseconds since 1970; nothing: nothing.
+    std::optional<Missing> NextMissing(int64_t now_ms);
     // Stores those of a host's messages that are missing, and returns how many they are. All others are left alone.
     size_t TakeLate(const std::string &uuid, std::span<const Arrived> messages);
-    // A look has ended: how. What is still missing is told, once it is time.
+    // A look for what is missing of a host has ended: how. What is missing still is told, once it is time.
     enum class Look : uint8_t { kDone, kFailed, kNotOurs };
-    void EndLookBack(const std::string &uuid, Look look, int64_t now_ms);
+    void EndLook(const std::string &uuid, Look look, int64_t now_ms);
 
     // Why nothing is taken; empty: nothing is wrong.
     void SetProblem(const std::string &problem);
@@ -98,10 +99,11 @@ class Ledger {
     Holes &HolesOf(Host *host);
     void WriteBack(Host *host);
     void KeepFloods(const Host &host);
-    void Refuse(Host *host, const std::string &why);
+    std::optional<alerts::Alert> AlertIn(const Arrived &message, Host *host);
     bool TakeOne(const Arrived &message, Host *host);
-    bool TakeIntoHole(const Arrived &message, const alerts::Alert &alert, Host *host);
-    void NoticeHole(const Arrived &message, int64_t after, Host *host);
+    bool MoveOn(const Arrived &message, int64_t id, Host *host);
+    bool FillHole(const Arrived &message, int64_t id, Host *host);
+    void CountDropped(const Arrived &message, int64_t id, int64_t most, Host *host);
     void TellNow(Host *host, const std::string &message);
     void TellOfHole(Host *host, const Hole &hole);
     void TellOfFlood(const Arrived &message, Host *host);

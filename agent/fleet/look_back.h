@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "agent/fleet/holes.h"
 #include "agent/fleet/ledger.h"
@@ -14,13 +15,13 @@
 
 namespace fleet {
 
-// Is given messages, some at a time. Returns whether more are wanted.
-using TakeLate = std::function<bool(const std::vector<Arrived> &messages)>;
+using Give = std::function<void(const std::vector<Arrived> &some)>;
 
-// Gives all that the stream has of the host, from a while before the span to a while behind it, and 100,000 messages at
-// most: as many as a stream keeps of a host, unless it was made otherwise. Throws host::Error when the servers fail.
-void LookBack(const nats::Connection &connection, const std::string &stream,
-              const LookBackSpan &span, const TakeLate &take);
+// Gives what the stream has of the missing host's messages, some at a time, for a second at most, and then what it has read.
+// Returns whether that was all. If not, `missing` begins behind it, to go on with. Throws host::Error when the servers fail,
+// and has given what came before that.
+bool LookBack(const nats::Connection &connection, const std::string &stream, Missing *missing,
+              const Give &give);
 
 } // namespace fleet
 

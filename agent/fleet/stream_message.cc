@@ -18,6 +18,16 @@ int64_t NumberIn(natsMsg *message, const char *header)
     return std::max<int64_t>(number, 0);
 }
 
+// Of an alert, by its key, SERIES/NUMBER.
+int64_t IdIn(natsMsg *message)
+{
+    const char *key = nullptr;
+    if (natsMsgHeader_Get(message, sinks::kKeyHeader, &key) != NATS_OK || key == nullptr)
+        return 0;
+    const char *slash = strrchr(key, '/');
+    return slash != nullptr ? std::max<int64_t>(strtoll(slash + 1, nullptr, 10), 0) : 0;
+}
+
 } // namespace
 
 bool IsMessage(natsMsg *message)
@@ -55,6 +65,7 @@ Arrived ArrivedOf(natsMsg *message)
         arrived.uuid.erase(0, strlen(sinks::kAlertSubject));
     arrived.body.assign(natsMsg_GetData(message),
                         static_cast<size_t>(natsMsg_GetDataLength(message)));
+    arrived.id = IdIn(message);
     arrived.after = NumberIn(message, sinks::kAfterHeader);
     arrived.dropped = NumberIn(message, sinks::kDroppedHeader);
     arrived.stored_ms = DeliveryOf(message).stored_ns / kNanosecondsInMs;

@@ -10,8 +10,6 @@
 namespace fleet {
 
 inline constexpr int64_t kNanosecondsInMs = 1000 * 1000;
-// The clocks of servers that follow each other as the one that stamps differ by less, in nanoseconds.
-inline constexpr int64_t kClocksDiffer = 600 * int64_t{1000} * 1000 * 1000;
 
 // What is no message of the stream tells how a request has ended.
 bool IsMessage(natsMsg *message);

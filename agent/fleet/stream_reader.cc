@@ -217,9 +217,9 @@ void StreamReader::MakeReader(const StreamPlace &place, bool is_known)
     if (is_known && place.sequence > 0) {
         wanted.DeliverPolicy = js_DeliverByStartSequence;
         wanted.OptStartSeq = place.sequence + 1;
-    } else if (place.stored_ns > kClocksDiffer) {
+    } else if (place.stored_ns > kClocksDifferMs * kNanosecondsInMs) {
         wanted.DeliverPolicy = js_DeliverByStartTime;
-        wanted.OptStartTime = place.stored_ns - kClocksDiffer;
+        wanted.OptStartTime = place.stored_ns - kClocksDifferMs * kNanosecondsInMs;
     }
     wanted.AckPolicy = js_AckAll;
     wanted.AckWait = kConfirmWithin;
@@ -348,9 +348,9 @@ void StreamReader::Confirm()
                       "confirm what was read");
 }
 
-void StreamReader::LookBack(const LookBackSpan &span, const TakeLate &take) const
+bool StreamReader::LookBack(Missing *missing, const Give &give) const
 {
-    fleet::LookBack(connection_, stream_, span, take);
+    return fleet::LookBack(connection_, stream_, missing, give);
 }
 
 void StreamReader::LookAfterSilence()

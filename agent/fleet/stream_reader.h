@@ -40,7 +40,7 @@ class StreamReader {
     void Confirm();
 
     // See look_back.h. What Read brings next is the same with it and without.
-    void LookBack(const LookBackSpan &span, const TakeLate &take) const;
+    bool LookBack(Missing *missing, const Give &give) const;
 
   private:
     void FindStream();

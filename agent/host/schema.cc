@@ -250,7 +250,8 @@ constexpr const char *kSteps[] = {
     "  since_ms INTEGER NOT NULL," // since 1970, by the servers' clock: of the alerts on both sides
     "  until_ms INTEGER NOT NULL,"
     "  noticed_ms INTEGER NOT NULL," // by this host's clock
-    "  looked_ms INTEGER NOT NULL,"  // when the servers were asked for them last
+    "  next_ms INTEGER NOT NULL,"    // when the servers are to be asked for them
+    "  tries INTEGER NOT NULL,"      // how often that was done
     "  kind INTEGER NOT NULL," // 0 noticed, 1 told as missing, 2 before the first alert that was taken
     "  PRIMARY KEY (uuid, first_id)) WITHOUT ROWID;"
     "ALTER TABLE fleet_host ADD COLUMN stored_ms INTEGER NOT NULL DEFAULT 0;" // by the servers: of the last alert

@@ -160,10 +160,11 @@ class Servers:
         it lead now, has nothing to give the second until it writes a snapshot. It does so for what the cluster has each
         minute, and of a stream that is at rest for longer than can be waited for. Now and then one is left without some
         messages, whoever leads, and numbers those that come otherwise than the two others, while it is well by its own words:
-        it is renewed, once. How far readers are comes even later, and is not waited for: the collector's store knows it."""
+        each is renewed once at most. How far readers are comes even later, and is not waited for: the collector's store knows it."""
         led_since = moved_at = time.monotonic()
         fewest = math.inf
-        has_led_anew = is_renewed = False
+        has_led_anew = False
+        renewed = set()
         while (missing := self.missing()) > 0 or not self.are_healthy():
             now = time.monotonic()
             if missing < fewest:
@@ -172,26 +173,32 @@ class Servers:
                 raise AssertionError(f"the servers are not well, and do not get on: {self.account()}")
             if now - led_since > LEADS_FOR:
                 print(f"not well yet: {self.account()}")
-                one = self.one_left_behind()
+                one = self.odd_one()
                 stands = has_led_anew and now - moved_at > LEADS_FOR
-                if stands and not is_renewed and one is not None:
+                if stands and one is not None and one not in renewed:
                     self.renew(one)
-                    is_renewed, fewest, moved_at = True, math.inf, now
+                    renewed.add(one)
+                    fewest, moved_at = math.inf, now
                 else:
                     self.change_leaders()
                     has_led_anew = True
                 led_since = now
             time.sleep(0.01)
 
-    def one_left_behind(self):
-        """The only one that lacks messages, if all are well and another one leads; or nothing."""
+    def odd_one(self):
+        """The only one that has not what the others have, if all are well and another one leads; or nothing. Of two, it is
+        the one that has less. One that counts otherwise than two others may have more."""
         had = {server: server.streams() for server in self.all}
-        wanted = {name: max(streams[name]["state"]["last_seq"] for streams in had.values() if name in streams)
-                  for name in set().union(*had.values())}
-        behind = [(server, stream) for server, streams in had.items() for name, stream in streams.items()
-                  if stream["state"]["last_seq"] < wanted[name]]
-        is_one = len({server for server, _ in behind}) == 1 and self.are_healthy()
-        return behind[0][0] if is_one and behind[0][1]["cluster"].get("leader") != behind[0][0].name else None
+        odd = set()
+        for name in set().union(*had.values()):
+            last = {server: streams[name]["state"]["last_seq"] for server, streams in had.items() if name in streams}
+            numbers = list(last.values())
+            wanted = max(numbers, key=lambda number: (numbers.count(number), number))
+            odd |= {server for server in self.all if last.get(server) != wanted}
+        if len(odd) != 1 or not self.are_healthy():
+            return None
+        one = odd.pop()
+        return None if any(stream["cluster"].get("leader") == one.name for stream in had[one].values()) else one
 
     @staticmethod
     def renew(server):
@@ -544,7 +551,7 @@ class Centre:
         """What it has is that of one to which the servers have delivered what is behind this alert, and not the alert."""
         with contextlib.closing(sqlite3.connect(self.lab.root / "state" / "agent.db", timeout=30)) as database, database:
             database.execute("DELETE FROM alert WHERE origin = ?", (host.ledger()[number - 1][0],))
-            database.execute("INSERT INTO fleet_hole SELECT uuid, ?1, ?1, stored_ms, stored_ms, heard_ms, heard_ms, 0"
+            database.execute("INSERT INTO fleet_hole SELECT uuid, ?1, ?1, stored_ms, stored_ms, heard_ms, heard_ms, 0, 0"
                              " FROM fleet_host WHERE uuid = ?2", (number, host.uuid()))
 
     def collected(self):

@@ -100,7 +100,8 @@ class Soak(lab.LabTest):
 
     def compare(self, simulated, each):
         rows = self.centre.collect()["hosts"]
-        self.assertEqual({0}, {row["missing"] for row in rows})
+        self.assertEqual({(0, 0, 0)}, {(row["missing"], row["dropped"], row["refused"]) for row in rows})
+        self.assertLess(sum(row["late"] for row in rows), self.centre.collected() / 100)
         late = {row[name]: row["late"] for row in rows for name in ("host", "uuid")}
         central = {}
         for host, message in fleet.sqlite(self.centre.lab, "SELECT host, message FROM alert WHERE"

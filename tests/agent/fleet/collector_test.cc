@@ -30,8 +30,7 @@ class CollectorTest : public test::HostTest {
     void MissOneOf(const std::string &uuid)
     {
         fleet::Holes holes;
-        const int64_t then_ms = host::NowMs() - 5000;
-        holes.Add({2, 2, 0, then_ms, then_ms, then_ms});
+        holes.Add({2, 2}, host::NowMs() - 5000);
         test::Store().Write([&](host::Database &database) { holes.Write(database, uuid); });
     }
     void Begin()
@@ -48,7 +47,7 @@ class CollectorTest : public test::HostTest {
     static bool WasLookedFor(const std::string &uuid)
     {
         const fleet::Holes holes(test::Store().database(), uuid);
-        return holes.all()[0].looked_ms > holes.all()[0].noticed_ms;
+        return holes.all()[0].tries > 0;
     }
     template <typename Condition>
     static bool Becomes(const Condition &condition)

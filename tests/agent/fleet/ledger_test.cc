@@ -42,10 +42,12 @@ std::string BodyOf(const Alert &alert)
     return sinks::AlertJson(message);
 }
 
-// As its host sends it behind the one before it. The servers have stored it at second `id`.
+constexpr int64_t kStoredMs = 1795222800000;
+
+// As its host sends it behind the one before it. The servers have stored it `id` seconds behind that moment.
 Arrived ArrivedOf(const std::string &host, int64_t id)
 {
-    return {"uuid-of-" + host, BodyOf(AlertOfHost(host, id)), id - 1, 0, id * 1000};
+    return {"uuid-of-" + host, BodyOf(AlertOfHost(host, id)), id - 1, 0, kStoredMs + id * 1000, id};
 }
 
 class LedgerTest : public test::HostTest {
@@ -73,11 +75,14 @@ class LedgerTest : public test::HostTest {
         return told;
     }
     static fleet::HostRow Host() { return fleet::ReadHosts(test::Store().database()).at(0); }
-    // The servers were asked for what is missing of the host "a", so long after it was noticed, and have not got it.
+    // The servers were asked for what is missing of the host "a", so long after it was noticed for the last time, and have
+    // not got it.
     static void LookInVain(int64_t after_ms = fleet::Holes::kToldAfterMs,
                            Ledger::Look look = Ledger::Look::kDone)
     {
-        Ledger(test::Store()).EndLookBack("uuid-of-a", look, host::NowMs() + after_ms);
+        const int64_t last_ms = host::NowMs() + after_ms;
+        for (int64_t tries = fleet::Holes::kTriesBeforeTold - 1; tries >= 0; --tries)
+            Ledger(test::Store()).EndLook("uuid-of-a", look, last_ms - tries);
     }
 };
 
@@ -127,9 +132,10 @@ TEST_F(LedgerTest, AHostThatMakesGapsWithoutEndIsToldOfAFewTimesAndCounted)
         messages.push_back(ArrivedOf("a", id));
     Ledger ledger(test::Store(), &floods);
     ledger.Take(messages, {"stream", 7, 1});
-    ledger.EndLookBack("uuid-of-a", Ledger::Look::kDone,
-                       host::NowMs() + fleet::Holes::kToldAfterMs);
+    // All but the newest, which are asked for first.
     EXPECT_EQ(static_cast<size_t>(fleet::FloodCount::kTellAtOnce), Told().size());
+    EXPECT_EQ(999 - static_cast<int64_t>(fleet::Holes::kMost), Host().missing);
+    LookInVain();
     EXPECT_EQ(999, Host().missing);
     EXPECT_EQ(1000, Host().alerts);
 }
@@ -179,15 +185,16 @@ TEST_F(LedgerTest, AGapThatCouldNotBeStoredIsToldOfWhenItIsLookedForAgain)
     fleet::FloodWatch floods;
     Ledger ledger(test::Store(), &floods);
     ledger.Take(std::vector{ArrivedOf("a", 1), ArrivedOf("a", 5)}, {"stream", 7, 1});
+    LookInVain(fleet::Holes::kToldAfterMs - 1000);
     host::Statement(test::Store().database(),
                     "CREATE TRIGGER fails BEFORE INSERT ON fleet_hole BEGIN"
                     " SELECT RAISE(ABORT, 'the disk is full'); END")
         .Run();
     const int64_t later = host::NowMs() + fleet::Holes::kToldAfterMs;
     for (int tries = 0; tries < 2 * fleet::FloodCount::kTellAtOnce; ++tries)
-        EXPECT_THROW(ledger.EndLookBack("uuid-of-a", Ledger::Look::kDone, later), host::StoreError);
+        EXPECT_THROW(ledger.EndLook("uuid-of-a", Ledger::Look::kDone, later), host::StoreError);
     host::Statement(test::Store().database(), "DROP TRIGGER fails").Run();
-    ledger.EndLookBack("uuid-of-a", Ledger::Look::kDone, later);
+    ledger.EndLook("uuid-of-a", Ledger::Look::kDone, later);
     EXPECT_EQ(1U, Told().size());
     EXPECT_EQ(3, Host().missing);
 }
@@ -236,27 +243,48 @@ TEST_F(LedgerTest, AGapIsToldAndCountedWhenTheServersWereAskedForAWhileAndHaveNo
 TEST_F(LedgerTest, AGapForWhichNobodyCanBeAskedIsToldLater)
 {
     Take({ArrivedOf("a", 1), ArrivedOf("a", 5)});
-    LookInVain(fleet::Holes::kToldUnaskedAfterMs - 1000, Ledger::Look::kFailed);
+    LookInVain(fleet::Holes::kToldUnansweredAfterMs - 1000, Ledger::Look::kFailed);
     EXPECT_EQ(Strings{}, Told());
-    LookInVain(fleet::Holes::kToldUnaskedAfterMs, Ledger::Look::kFailed);
+    LookInVain(fleet::Holes::kToldUnansweredAfterMs, Ledger::Look::kFailed);
     EXPECT_EQ(kThreeAreMissing, Told());
 }
 
 TEST_F(LedgerTest, AGapOfAHostThatAnotherCollectorHasIsNotTold)
 {
     Take({ArrivedOf("a", 1), ArrivedOf("a", 5)});
-    LookInVain(fleet::Holes::kToldUnaskedAfterMs, Ledger::Look::kNotOurs);
+    LookInVain(fleet::Holes::kToldUnansweredAfterMs, Ledger::Look::kNotOurs);
     EXPECT_EQ(Strings{}, Told());
     EXPECT_EQ(std::nullopt,
               Ledger(test::Store())
-                  .NextLookBack(host::NowMs() + fleet::Holes::kToldUnaskedAfterMs + 1000));
+                  .NextMissing(host::NowMs() + fleet::Holes::kToldUnansweredAfterMs + 1000));
+    // It may have come back by then.
+    EXPECT_TRUE(Ledger(test::Store()).NextMissing(host::NowMs() + 2 * 3600 * 1000));
+    LookInVain(2 * 3600 * 1000 + fleet::Holes::kToldAfterMs);
+    EXPECT_EQ(kThreeAreMissing, Told());
 }
 
-// Whatever the clock of this host does.
-TEST_F(LedgerTest, AGapIsToldAlthoughTheClockWasPutBack)
+// What it was noticed at lies in the time to come.
+TEST_F(LedgerTest, AGapIsLookedForAndToldAlthoughTheClockWasPutBack)
+{
+    constexpr int64_t kHourMs = 3600 * 1000;
+    Take({ArrivedOf("a", 1), ArrivedOf("a", 5)});
+    EXPECT_TRUE(Ledger(test::Store()).NextMissing(host::NowMs() - kHourMs));
+    LookInVain(-kHourMs);
+    EXPECT_EQ(Strings{}, Told());
+    EXPECT_FALSE(Ledger(test::Store()).NextMissing(host::NowMs() - kHourMs + 100));
+    LookInVain(-kHourMs + fleet::Holes::kToldAfterMs);
+    EXPECT_EQ(kThreeAreMissing, Told());
+}
+
+// A daemon that was away for long has not asked in that time.
+TEST_F(LedgerTest, AGapIsNotToldBeforeTheServersWereAskedAFewTimes)
 {
     Take({ArrivedOf("a", 1), ArrivedOf("a", 5)});
-    LookInVain(-3600 * 1000);
+    Ledger ledger(test::Store());
+    for (int64_t tries = 1; tries <= fleet::Holes::kTriesBeforeTold; ++tries) {
+        EXPECT_EQ(Strings{}, Told());
+        ledger.EndLook("uuid-of-a", Ledger::Look::kDone, host::NowMs() + 3600 * 1000 + tries);
+    }
     EXPECT_EQ(kThreeAreMissing, Told());
 }
 
@@ -282,7 +310,8 @@ TEST_F(LedgerTest, WhatComesThoughItWasToldAsMissingIsToldAndCountsAsMissingNoLo
     LookInVain();
     Take({ArrivedOf("a", 2), ArrivedOf("a", 4)});
     EXPECT_EQ(1, Host().missing);
-    EXPECT_EQ((Strings{kThreeAreMissing[0], "2 alerts of a that were missing have come"}), Told());
+    EXPECT_EQ((Strings{kThreeAreMissing[0], "2 alerts of a that had been missing came after all"}),
+              Told());
 }
 
 // The numbers between were never sent.
@@ -328,21 +357,22 @@ TEST_F(LedgerTest, ALookTakesWhatIsMissingOfItsHostAndNothingElse)
 TEST_F(LedgerTest, AGapIsLookedForSoonAndThenAtGrowingPausesForADay)
 {
     Ledger ledger(test::Store());
-    EXPECT_EQ(std::nullopt, ledger.NextLookBack(host::NowMs() + 1000));
+    EXPECT_EQ(std::nullopt, ledger.NextMissing(host::NowMs() + 1000));
     Take({ArrivedOf("a", 1), ArrivedOf("a", 2), ArrivedOf("a", 5), ArrivedOf("a", 9)});
     const int64_t now = host::NowMs();
-    EXPECT_EQ(std::nullopt, ledger.NextLookBack(now + 900));
-    const auto look = ledger.NextLookBack(now + 1000);
+    EXPECT_EQ(std::nullopt, ledger.NextMissing(now + 900));
+    const auto look = ledger.NextMissing(now + 1000);
     ASSERT_TRUE(look.has_value());
     EXPECT_EQ("uuid-of-a", look->uuid);
-    EXPECT_EQ(2000, look->since_ms); // of both holes
-    EXPECT_EQ(9000, look->until_ms);
+    // Of both holes, and by any clock.
+    EXPECT_EQ(kStoredMs + 2000 - fleet::kClocksDifferMs, look->since_ms);
+    EXPECT_EQ(kStoredMs + 9000 + fleet::kClocksDifferMs, look->until_ms);
     int looks = 0;
     constexpr int64_t kDayMs = int64_t{24} * 3600 * 1000;
     for (int64_t at = now; at < now + 2 * kDayMs; at += 500) {
-        if (!ledger.NextLookBack(at))
+        if (!ledger.NextMissing(at))
             continue;
-        ledger.EndLookBack("uuid-of-a", Ledger::Look::kDone, at);
+        ledger.EndLook("uuid-of-a", Ledger::Look::kDone, at);
         ++looks;
         EXPECT_LT(at, now + kDayMs + kDayMs / 2);
     }
@@ -350,15 +380,71 @@ TEST_F(LedgerTest, AGapIsLookedForSoonAndThenAtGrowingPausesForADay)
     EXPECT_LT(looks, 40);
 }
 
-TEST_F(LedgerTest, WhatMayBeMissingBeforeTheFirstAlertIsLookedForOnce)
+TEST_F(LedgerTest, WhatMayBeMissingBeforeTheFirstAlertIsLookedForUntilTheServersHaveAnsweredOnce)
 {
     Ledger ledger(test::Store());
     Take({ArrivedOf("a", 3)});
-    const auto look = ledger.NextLookBack(host::NowMs() + 1000);
+    const auto look = ledger.NextMissing(host::NowMs() + 1000);
     ASSERT_TRUE(look.has_value());
     EXPECT_EQ(0, look->since_ms);
-    LookInVain(1000);
-    EXPECT_EQ(std::nullopt, ledger.NextLookBack(host::NowMs() + 3600 * 1000));
+    LookInVain(1000, Ledger::Look::kFailed);
+    EXPECT_TRUE(ledger.NextMissing(host::NowMs() + 3600 * 1000));
+    LookInVain(2000);
+    EXPECT_EQ(std::nullopt, ledger.NextMissing(host::NowMs() + 3600 * 1000));
+    // Nor does a later gap ask for it again: from there on, and not from the beginning of the stream.
+    Take({ArrivedOf("a", 5)});
+    EXPECT_EQ(kStoredMs + 3000 - fleet::kClocksDifferMs,
+              ledger.NextMissing(host::NowMs() + 1000)->since_ms);
+}
+
+// One that fills holes so that two come of each, too.
+TEST_F(LedgerTest, OfAHostTheNewestHolesAreKeptAndTheOthersTold)
+{
+    constexpr int64_t kFar = int64_t{1} << 40U;
+    std::vector<Arrived> messages{ArrivedOf("a", 1), ArrivedOf("a", kFar)};
+    for (int64_t id = 4; id < 1000; id += 2)
+        messages.push_back(ArrivedOf("a", id));
+    Take(messages);
+    const fleet::Holes holes(test::Store().database(), "uuid-of-a");
+    EXPECT_EQ(fleet::Holes::kMost, holes.all().size());
+    EXPECT_EQ(kFar - 1, holes.all().back().last_id);
+    int64_t kept = 0;
+    for (const fleet::Hole &hole : holes.all())
+        kept += hole.size();
+    EXPECT_EQ(kFar - 2 - 498 - kept, Host().missing);
+    EXPECT_EQ(499 - fleet::Holes::kMost, Told().size());
+}
+
+TEST_F(LedgerTest, WhatAHostHasDroppedBeforeALateAlertIsToldAndWasNeverMissing)
+{
+    Take({ArrivedOf("a", 2), ArrivedOf("a", 202)});
+    Take({{"uuid-of-a", BodyOf(AlertOfHost("a", 201)), 2, 100, 0, 201}});
+    LookInVain();
+    EXPECT_EQ(0, Host().missing);
+    EXPECT_EQ(100, Host().dropped);
+    ASSERT_EQ(1U, Told().size());
+    EXPECT_NE(std::string::npos, Told()[0].find("up to 100 alerts of a before its alert 201"));
+}
+
+// It is of another version, perhaps, and comes no otherwise when it is asked for.
+TEST_F(LedgerTest, AMessageThatIsNoAlertIsNotMissing)
+{
+    Take({ArrivedOf("a", 1), {"uuid-of-a", "no json", 1, 0, 0, 2}, ArrivedOf("a", 3)});
+    LookInVain();
+    EXPECT_EQ(0, Host().missing);
+    EXPECT_EQ(1, Host().refused);
+    EXPECT_EQ(3, Host().last_id);
+    EXPECT_EQ(1U, Told().size()); // that it is none
+    Take({ArrivedOf("a", 5), {"uuid-of-a", "no json", 3, 0, 0, 4}});
+    EXPECT_EQ(std::nullopt, Ledger(test::Store()).NextMissing(host::NowMs() + 1000));
+}
+
+TEST_F(LedgerTest, AnAlertUnderAnotherOnesNumberIsRefused)
+{
+    EXPECT_EQ(1U,
+              Take({ArrivedOf("a", 1), {"uuid-of-a", BodyOf(AlertOfHost("a", 9)), 1, 0, 0, 2}}));
+    EXPECT_EQ(1, Host().refused);
+    EXPECT_EQ(2, Host().last_id);
 }
 
 TEST_F(LedgerTest, WhatAHostHasDroppedIsToldAndNoGap)
@@ -451,8 +537,8 @@ TEST_F(LedgerTest, TextsThatAreNoAlertsAreRefusedWithTheirFault)
 
 constexpr int64_t kLast = 4; // alerts of each host
 
-// Three hosts in one stream, in which a message comes twice, and one of the host "c" late: the place of a message is its
-// index + 1.
+// Three hosts in one stream, in which a message comes twice, and one of the host "c" does not come: the place of a message is
+// its index + 1.
 std::vector<Arrived> Stream()
 {
     std::vector<Arrived> stream;
@@ -463,11 +549,11 @@ std::vector<Arrived> Stream()
         }
     }
     stream.push_back(ArrivedOf("b", kLast - 1));
-    stream.push_back(ArrivedOf("c", 2));
     return stream;
 }
 
-// Reads the stream to its end in transactions of five messages, from the store's place on, as a collector does.
+// Reads the stream to its end in transactions of five messages, from the store's place on, as a collector does, and looks
+// for what is missing. A look in which it does not come would be the last one before that is told.
 void Collect(host::Store &store)
 {
     const std::vector<Arrived> stream = Stream();
@@ -477,6 +563,10 @@ void Collect(host::Store &store)
         ledger.Take(std::span(stream).subspan(at, end - at), {"stream", 7, end});
         at = end;
     }
+    ledger.TakeLate("uuid-of-c", std::vector{ArrivedOf("c", 1), ArrivedOf("c", 2)});
+    for (int64_t tries = 0; tries < fleet::Holes::kTriesBeforeTold; ++tries)
+        ledger.EndLook("uuid-of-c", Ledger::Look::kDone,
+                       host::NowMs() + fleet::Holes::kToldAfterMs);
 }
 
 class LedgerCrash : public test::RootTest {
@@ -533,7 +623,7 @@ TEST_F(LedgerCrash, KilledAtEveryCallTheLedgerHasEachAlertOnceAndInTheOrderOfIts
             Strings wanted;
             for (int64_t id = 1; id <= kLast; ++id)
                 wanted.push_back(AlertOfHost(host, id).message);
-            if (*host == 'c') // it may have come late, or not
+            if (*host == 'c') // of which one came late
                 std::ranges::sort(lines[host]);
             EXPECT_EQ(wanted, lines[host]) << host << ", killed at call " << call;
         }
