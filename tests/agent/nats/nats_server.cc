@@ -134,7 +134,7 @@ bool NatsServer::Hear(int client, const std::string &line)
     if (has_headers)
         publication.body.erase(0, std::stoul(words[words.size() - 2]));
     for (const Answer &answer : rule_(publication))
-        Say(client, answer, publication.reply);
+        Say(client, answer, answer.to.empty() ? publication.reply : answer.to);
     return true;
 }
 
@@ -149,9 +149,10 @@ void NatsServer::Say(int client, const Answer &answer, const std::string &to)
             answer.status.empty() ? "" : "NATS/1.0 " + answer.status + "\r\n\r\n";
         const std::string size = std::to_string(head.size() + answer.body.size());
         const std::string reply = answer.reply.empty() ? "" : answer.reply + " ";
-        SendAll(client, (head.empty() ? "MSG " + to + " " + number + " " + reply + size
-                                      : "HMSG " + to + " " + number + " " + reply +
-                                            std::to_string(head.size()) + " " + size) +
+        const std::string said = (answer.subject.empty() ? to : answer.subject) + " " + number;
+        SendAll(client, (head.empty() ? "MSG " + said + " " + reply + size
+                                      : "HMSG " + said + " " + reply + std::to_string(head.size()) +
+                                            " " + size) +
                             "\r\n" + head + answer.body + "\r\n");
         return;
     }

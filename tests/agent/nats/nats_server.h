@@ -26,8 +26,10 @@ struct Answer {
     std::string reply = "";   // to which that is answered in turn
     std::string status = "";  // "503": of a message that has nothing but it
     std::string refusal = ""; // instead of all of it: an error beside all requests
+    std::string to = "";      // who is to hear it; empty: who has asked
+    std::string subject = ""; // that it has; empty: the one to which it is said
 
-    static Answer NobodyIsThere() { return {"", "", "503", ""}; }
+    static Answer NobodyIsThere() { return {"", "", "503"}; }
     static Answer Refused(const std::string &subject)
     {
         return {"", "", "", "Permissions Violation for Publish to \"" + subject + "\""};
