@@ -30,26 +30,64 @@ bool WriteAll(int file, const std::string &content)
     return true;
 }
 
-} // namespace
+[[noreturn]] void Fail(const std::filesystem::path &path, const std::string &why)
+{
+    throw host::Error("cannot write " + path.string(), why,
+                      "make its folder writable, make room, or name another file");
+}
 
-void WriteWhole(const std::filesystem::path &path, const std::string &content)
+// A file of the other name would take the place of what is there. Of a device that would be the end for everybody, and
+// where a link leads, somebody else may have chosen.
+enum class Place { kToReplace, kToWriteInto, kToLeaveAlone };
+
+Place PlaceOf(const std::filesystem::path &path)
+{
+    struct stat itself {};
+    struct stat behind {};
+    if (lstat(path.c_str(), &itself) != 0 || S_ISREG(itself.st_mode) || S_ISDIR(itself.st_mode))
+        return Place::kToReplace;
+    const bool is_stream =
+        stat(path.c_str(), &behind) == 0 && (S_ISCHR(behind.st_mode) || S_ISFIFO(behind.st_mode));
+    return is_stream ? Place::kToWriteInto : Place::kToLeaveAlone;
+}
+
+void WriteInto(const std::filesystem::path &path, const std::string &content)
+{
+    const host::Fd stream(open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
+    if (stream.get() < 0 || !WriteAll(stream.get(), content))
+        Fail(path, strerror(errno));
+}
+
+void Replace(const std::filesystem::path &path, const std::string &content)
 {
     // Of this process alone, so that two that write one file do not meet. It does not end like the file: who takes all
     // files of a name's ending must not take this one.
     const std::string unfinished = path.string() + "." + std::to_string(getpid()) + ".tmp";
     const host::Fd file(open(unfinished.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    bool is_done = file.get() >= 0;
-    if (is_done) {
-        is_done = WriteAll(file.get(), content) && fchmod(file.get(), kForEverybody) == 0 &&
-                  fsync(file.get()) == 0 && rename(unfinished.c_str(), path.c_str()) == 0;
-        const int why = errno;
-        if (!is_done)
-            unlink(unfinished.c_str());
-        errno = why;
+    if (file.get() < 0)
+        Fail(path, strerror(errno));
+    if (WriteAll(file.get(), content) && fchmod(file.get(), kForEverybody) == 0 &&
+        fsync(file.get()) == 0 && rename(unfinished.c_str(), path.c_str()) == 0)
+        return;
+    const int why = errno;
+    unlink(unfinished.c_str());
+    Fail(path, strerror(why));
+}
+
+} // namespace
+
+void WriteWhole(const std::filesystem::path &path, const std::string &content)
+{
+    switch (PlaceOf(path)) {
+    case Place::kToReplace:
+        return Replace(path, content);
+    case Place::kToWriteInto:
+        return WriteInto(path, content);
+    case Place::kToLeaveAlone:
+        break;
     }
-    if (!is_done)
-        throw host::Error("cannot write " + path.string(), strerror(errno),
-                          "make its folder writable, make room, or name another file");
+    throw host::Error("cannot write " + path.string(), "it is a link, or no file",
+                      "name the file itself");
 }
 
 } // namespace text
