@@ -13,8 +13,10 @@
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
 #include "agent/cli/top_view.h"
+#include "agent/host/error.h"
 #include "agent/host/here_and_now.h"
 #include "agent/status/daemon_lock.h"
+#include "agent/text/printable.h"
 
 namespace cli {
 
@@ -30,9 +32,10 @@ struct TopOptions {
 // The terminal, which is given back as it was.
 class Terminal {
   public:
+    // Throws host::Error for one that no screen can be shown on.
     explicit Terminal(int delay_ms)
     {
-        initscr();
+        Open();
         cbreak();
         noecho();
         keypad(stdscr, TRUE);
@@ -64,6 +67,26 @@ class Terminal {
     }
 
   private:
+    // Not initscr, which ends the process when the terminal is not known.
+    static void Open()
+    {
+        SCREEN *screen = newterm(nullptr, stdout, stdin);
+        if (screen == nullptr)
+            Refuse("is not known here", "set TERM to one that is, such as xterm");
+        static char cursor_address[] = "cup";
+        if (tigetstr(cursor_address) != nullptr)
+            return;
+        reset_shell_mode(); // as it was, and without a word, unlike endwin
+        delscreen(screen);
+        Refuse("cannot show text at a place", "use syslogmon status");
+    }
+    [[noreturn]] static void Refuse(const std::string &why, const std::string &next)
+    {
+        const char *name = getenv("TERM");
+        throw host::Error(
+            "cannot show the full screen",
+            "the terminal \"" + text::Printable(name != nullptr ? name : "") + "\" " + why, next);
+    }
     [[nodiscard]] attr_t LookOf(TopStyle style) const
     {
         switch (style) {

@@ -1,4 +1,5 @@
 """The full screen in a real terminal (tmux): what it shows, each key, other sizes, a slow terminal without colour."""
+import os
 import re
 import shutil
 import subprocess
@@ -159,6 +160,15 @@ class Top(lab.LabTest):
 
     def test_nothing_is_red_with_no_color(self):
         self.assert_stopped_is_red(False, "NO_COLOR=1")
+
+    def test_on_a_terminal_that_shows_no_screen_it_says_what_to_do(self):
+        for terminal, why in (("dumb", 'the terminal "dumb" cannot show text at a place; use syslogmon status'),
+                              ("none-such", 'the terminal "none-such" is not known here; set TERM to one that is, such as xterm')):
+            said = subprocess.run(["script", "-qec", f"{lab.build_root() / 'bin' / 'syslogmon'} --root {self.lab.root} top",
+                                   "/dev/null"], env=os.environ | {"TERM": terminal}, stdin=subprocess.DEVNULL,
+                                  capture_output=True, text=True, timeout=lab.PATIENCE)
+            self.assertEqual((1, f"syslogmon: cannot show the full screen: {why}\n"),
+                             (said.returncode, said.stdout.replace("\r\n", "\n")))
 
     def test_without_a_terminal_it_says_what_to_use(self):
         done = self.lab.run("top")
