@@ -107,13 +107,12 @@ class Terminal {
 };
 
 // What was known of the event that is explained, is so still.
-TopSight LookAround(const Context &context, const TopChoice &choice,
+TopSight LookAround(const Context &context, metrics::Lookout *lookout, const TopChoice &choice,
                     const std::optional<TopReason> &known)
 {
     TopSight sight;
     host::Host &host = context.Host();
-    sight.view =
-        metrics::Look(host.registry(), context.layout, status::DaemonLock::Holder(context.layout));
+    sight.view = lookout->Look(status::DaemonLock::Holder(context.layout));
     const host::Snapshot one_state(host.store());
     const int64_t now_s = sight.view.now_ms / 1000;
     sight.course = history::ReadCourse(host.store().database(), history::kMinute,
@@ -212,13 +211,14 @@ int ShowTop(Context &context, const TopOptions &options)
     const bool is_utf8 = strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
     Terminal terminal(static_cast<int>(options.delay_ms));
     TopChoice choice;
-    TopSight sight = LookAround(context, choice, std::nullopt);
+    metrics::Lookout lookout(context.Host().registry(), context.layout);
+    TopSight sight = LookAround(context, &lookout, choice, std::nullopt);
     for (;;) {
         terminal.Show(Screen(context, is_utf8, &sight, &choice));
         const int key = getch();
         // No key within the time: what is shown is looked at again. A key is answered from what is known.
         if (key == ERR)
-            sight = LookAround(context, choice, sight.reason);
+            sight = LookAround(context, &lookout, choice, sight.reason);
         else if (!Take(key, &choice))
             return kExitDone;
     }
