@@ -15,6 +15,7 @@
 #include "agent/cli/since.h"
 #include "agent/events/events.h"
 #include "agent/text/flush.h"
+#include "agent/text/printable.h"
 #include "agent/text/times.h"
 
 namespace cli {
@@ -120,7 +121,8 @@ void Print(const Context &context, const Alert &alert, bool says_why)
         json object = ToJson(alert);
         if (says_why)
             object["why"] = alerts::WhyInWords(alert);
-        const std::string text = object.dump(-1, ' ', false, json::error_handler_t::replace);
+        const std::string text =
+            text::PrintableJson(object.dump(-1, ' ', false, json::error_handler_t::replace));
         printf("%s\n", text.c_str());
     } else {
         printf("%s\n", alerts::AlertLine(alert).c_str());

@@ -107,7 +107,9 @@ std::string JsonText(nlohmann::json object)
 {
     object["version"] = kJsonVersion;
     // Log lines may hold bytes that are no UTF-8; JSON text may not.
-    return object.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+    return text::PrintableJson(
+               object.dump(2, ' ', false, nlohmann::json::error_handler_t::replace)) +
+           "\n";
 }
 
 void PrintJson(nlohmann::json object)

@@ -11,6 +11,10 @@ namespace text {
 // each byte that is not UTF-8. A tab stays. The result is UTF-8.
 std::string Printable(const std::string &text);
 
+// JSON that says the same, with an escape for each of these characters that it would have as it is: DEL, the controls of two
+// bytes, directions. It must be UTF-8; its line ends stay.
+std::string PrintableJson(const std::string &json);
+
 } // namespace text
 
 #endif // AGENT_TEXT_PRINTABLE_H

@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <ctime>
 
+#include <nlohmann/json.hpp>
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -130,6 +132,18 @@ TEST_F(AlertText, ShowsBytesThatAreNotUtf8AsQuestionMarks)
 TEST_F(AlertText, ShowsNothingThatTurnsTheDirectionOfWriting)
 {
     EXPECT_EQ("a?b?c???", text::Printable("a\u202Eb\u2066c\u200F\u061C\u2029"));
+}
+
+TEST(PrintableJson, SaysTheSameWithEscapesForWhatATerminalWouldObey)
+{
+    const nlohmann::json said = {
+        {"message", "\x1B[1m \x7F \u009B31m \u202E \u2028 \U0001FFFE ä😀\t\"\\"}};
+    const std::string json = said.dump(2);
+    const std::string shown = text::PrintableJson(json);
+    EXPECT_EQ("{\n  \"message\": \"\\u001b[1m \\u007f \\u009b31m \\u202e \\u2028 \\ud83f\\udffe "
+              "ä😀\\t\\\"\\\\\"\n}",
+              shown);
+    EXPECT_EQ(said, nlohmann::json::parse(shown));
 }
 
 TEST_F(AlertText, ShowsNoControlCharacterOfTwoBytes)

@@ -308,4 +308,14 @@ TEST_F(AlertsCommand, FollowBeginsWithTheLastTenOrAsManyAsAreAskedFor)
     EXPECT_EQ("2026-11-21 10:00:01  DISK 1A2B  x3  1", since.ReadLine());
 }
 
+// U+009B is what ESC [ is in one character; a terminal in UTF-8 acts on it.
+TEST_F(AlertsCommand, WritesNothingInJsonThatATerminalObeys)
+{
+    const std::string message = "disk \u009B31m \u202E";
+    Add(0, message);
+    const std::string out = Syslogmon({"--json", "alerts"}).out;
+    EXPECT_NE(std::string::npos, out.find("disk \\u009b31m \\u202e")) << out;
+    EXPECT_EQ(message, json::parse(out)["message"]);
+}
+
 } // namespace
