@@ -181,6 +181,8 @@ void FileFollower::Locate(FollowedFile *file, const std::string &path, const Fil
 {
     file->Locate(path, logs_.IsLive(path));
     file->NoteSize(look.size);
+    if (file->place().identity != look.identity)
+        file->KnowBy(look.identity);
 }
 
 void FileFollower::LocateAll(const FolderView &view)
@@ -191,6 +193,10 @@ void FileFollower::LocateAll(const FolderView &view)
         const auto [found, is_first] = paths.emplace(look.identity, path);
         if (!is_first && logs_.IsLive(path))
             found->second = path; // of several names, the one that is written to
+    }
+    for (const auto &[path, look] : view.files) {
+        if (look.identity.generation != 0) // as it was stored by who did not ask for that
+            paths[{look.device, look.identity.inode}] = paths.at(look.identity);
     }
     for (auto &[number, file] : files_.all()) {
         const auto found = paths.find(file.place().identity);

@@ -42,9 +42,14 @@ void FollowedFile::Locate(const std::string &path, bool is_live)
 // unpacked.
 bool FollowedFile::IsAnother() const
 {
-    if (was_cut && place_.identity.birth_ns == 0)
+    if (was_cut && !place_.identity.IsUnique())
         return true; // nobody writes a rotated file anew
-    if (!MayBeAnother() || place_.offset == 0)
+    return MayBeAnother() && HoldsAnother();
+}
+
+bool FollowedFile::HoldsAnother() const
+{
+    if (place_.offset == 0)
         return false;
     try {
         LogContent content(place_.path);
@@ -58,6 +63,14 @@ bool FollowedFile::IsAnother() const
     } catch (const host::Error &) {
         return false;
     }
+}
+
+void FollowedFile::KnowBy(const FileIdentity &identity)
+{
+    place_.identity = identity;
+    is_changed = true;
+    if (!is_live_ && HoldsAnother())
+        LoseIdentity();
 }
 
 void FollowedFile::LoseIdentity()

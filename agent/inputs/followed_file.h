@@ -95,10 +95,12 @@ class FollowedFile {
     void Locate(const std::string &path, bool is_live);
     // Notes how much there is of a file of which nothing was read yet.
     void NoteSize(uint64_t size);
-    // May another file have its number? Only where the file system tells no births, and gives the number
+    // May another file have its number? Only where the file system tells nothing but that, and gives the number
     // of a file that is gone to the next; while it is open here, its number is its own.
-    [[nodiscard]] bool MayBeAnother() const { return place_.identity.birth_ns == 0 && !IsOpen(); }
+    [[nodiscard]] bool MayBeAnother() const { return !place_.identity.IsUnique() && !IsOpen(); }
     [[nodiscard]] bool IsAnother() const;
+    // The file under its path is known by this from now on: its place was stored when less was known of it.
+    void KnowBy(const FileIdentity &identity);
     // It is gone: the file of its number is none of its own.
     void LoseIdentity();
     // It has another file now that holds what it held.
@@ -121,6 +123,7 @@ class FollowedFile {
     std::string problem;    // why it cannot be read; empty: it can
 
   private:
+    [[nodiscard]] bool HoldsAnother() const;
     bool Open();
     bool FillWindow(const FileLook &look);
     [[nodiscard]] bool HoldsPending(std::string_view behind) const;

@@ -3,8 +3,12 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <ctime>
+#include <filesystem>
 #include <sys/stat.h>
 #include <systemd/sd-journal.h>
+#include <unistd.h>
+#include <utility>
 
 #include "agent/host/error.h"
 
@@ -95,6 +99,18 @@ uint64_t HexNumber(const std::string &text)
     uint64_t number = 0;
     std::from_chars(text.data(), text.data() + text.size(), number, 16);
     return number;
+}
+
+uint64_t MicrosecondsOfBoot()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000000 + static_cast<uint64_t>(now.tv_nsec) / 1000;
+}
+
+std::string NumbersText(uint64_t first, uint64_t last)
+{
+    return "the numbers " + std::to_string(first) + " to " + std::to_string(last);
 }
 
 } // namespace
@@ -194,30 +210,60 @@ std::string JournalReader::CursorBeforeLast(const JournalOptions &options, size_
     return passed == static_cast<int>(entries) + 1 ? CursorOf(journal.get()) : std::string{};
 }
 
-// The folders in which files can come and go without a word to who has opened the journal before.
+std::vector<std::string> JournalReader::Folders() const
+{
+    if (!options_.directory.empty())
+        return {options_.directory};
+    return {std::begin(kFolders), std::end(kFolders)};
+}
+
+// They can come, or be replaced, without a word to who has opened the journal before.
 std::string JournalReader::FoldersState() const
 {
     std::string state;
-    for (const char *folder : kFolders) {
+    for (const std::string &folder : Folders()) {
         struct stat status {};
-        state += stat(folder, &status) == 0
-                     ? std::to_string(status.st_ino) + ":" + std::to_string(status.st_mtime) + " "
-                     : "- ";
+        if (stat(folder.c_str(), &status) == 0)
+            state += std::to_string(status.st_ino) + ":" + std::to_string(status.st_mtim.tv_sec) +
+                     "." + std::to_string(status.st_mtim.tv_nsec);
+        state += ' ';
     }
     return state;
+}
+
+// Those of users may not be, as for who is no member of the group systemd-journal. The library leaves them out.
+bool JournalReader::AllFilesAreReadable() const
+{
+    namespace fs = std::filesystem;
+    for (const std::string &folder : Folders()) {
+        std::error_code error;
+        fs::recursive_directory_iterator file(folder, error);
+        for (const fs::recursive_directory_iterator end; !error && file != end;
+             file.increment(error)) {
+            const bool is_journal = file->path().extension().native().starts_with(".journal");
+            if (is_journal && access(file->path().c_str(), R_OK) != 0 && errno != ENOENT)
+                return false;
+        }
+        if (error && error != std::errc::no_such_file_or_directory)
+            return false;
+    }
+    return true;
 }
 
 // J3. The current entry is the first one behind the gap.
 void JournalReader::TellOfGap(Batch *batch)
 {
+    if (std::exchange(told_behind_, cursor_) == cursor_)
+        return; // and nothing that the input wants has come since
+    move_up_at_ = {};
     const CursorParts before = PartsOf(cursor_);
     const CursorParts behind = PartsOf(CursorOf(journal_.get()));
     std::string missing;
     if (before.sequence == behind.sequence) {
         if (behind.number <= before.number + 1)
             return;
-        missing = "the numbers " + std::to_string(before.number + 1) + " to " +
-                  std::to_string(behind.number - 1) + " of all its entries are missing";
+        missing =
+            NumbersText(before.number + 1, behind.number - 1) + " of all its entries are missing";
     } else {
         missing = "entries may be missing, how many cannot be known";
     }
@@ -243,7 +289,9 @@ bool JournalReader::Seek(Batch *batch)
                           "remove the input and add it again");
     // A file that was just made has no entry yet: what is missing is told with its first one.
     last_is_missing_ = sd_journal_next(journal) <= 0;
-    if (!last_is_missing_ && !is_last())
+    if (!last_is_missing_ && is_last())
+        last_ = PartsOf(CursorOf(journal)); // its number can be another one than before (J1)
+    else if (!last_is_missing_)
         TellOfGap(batch);
     AddMatches(options_, journal);
     sd_journal_seek_cursor(journal, cursor_.c_str());
@@ -255,6 +303,9 @@ bool JournalReader::Seek(Batch *batch)
 bool JournalReader::OpenAtCursor(Batch *batch)
 {
     folders_ = FoldersState();
+    last_.reset();
+    counts_numbers_ = WantsAll() && AllFilesAreReadable();
+    opened_us_ = looked_us_ = MicrosecondsOfBoot();
     journal_ = Open(options_);
     sd_journal_get_fd(journal_.get()); // from now on, changes are told of
     is_at_entry_ = Seek(batch);
@@ -301,12 +352,61 @@ void JournalReader::ReadEntry(const ReadingTime &reading, Batch *batch)
 // Empty: it is not due. What is read behind this sees all entries up to that one, by a journal that is opened anew.
 std::string JournalReader::NewestToMoveUpTo(SteadyTime now)
 {
-    const bool wants_all = options_.matches.empty() && !options_.priority;
-    if (wants_all || now < move_up_at_)
+    if (WantsAll() || now < move_up_at_)
         return {};
     move_up_at_ = now + kMoveUp;
     wants_reopen_ = true;
     return NewestCursor(options_);
+}
+
+// ---- J3, between two entries ----
+
+bool JournalReader::IsBehindGap(const CursorParts &entry) const
+{
+    return last_ && last_->sequence == entry.sequence && entry.number > last_->number + 1;
+}
+
+// One of another boot, or of another machine, came before any moment of this one.
+bool JournalReader::CurrentCameBefore(uint64_t moment_us) const
+{
+    uint64_t came_us = 0;
+    return sd_journal_get_monotonic_usec(journal_.get(), &came_us, nullptr) < 0 ||
+           came_us < moment_us;
+}
+
+// True: the entry to be read may be another one now.
+bool JournalReader::LooksAnewAt(const CursorParts &entry, Batch *batch)
+{
+    if (!IsBehindGap(entry) || CurrentCameBefore(opened_us_))
+        return false;
+    StorePlace(true, batch); // of what was read until now, also when nothing can be opened
+    OpenAtCursor(batch);
+    return true;
+}
+
+// One text for all of a reading, for of a damaged file every other entry may be gone.
+void JournalReader::NoteMissing(const CursorParts &entry, Batch *batch)
+{
+    if (missing_ && missing_->sequence != entry.sequence)
+        TellOfMissing(batch);
+    if (!missing_)
+        missing_ = {entry.sequence, last_->number + 1};
+    missing_->last = entry.number - 1;
+    missing_->count += entry.number - last_->number - 1;
+}
+
+void JournalReader::TellOfMissing(Batch *batch)
+{
+    if (!missing_)
+        return;
+    const auto missing = *std::exchange(missing_, std::nullopt);
+    const bool is_one_gap = missing.count == missing.last - missing.first + 1;
+    const std::string how_many = is_one_gap ? "" : std::to_string(missing.count) + " entries of ";
+    batch->losses.push_back(
+        {options_.name, "entries of the journal are missing: " + how_many +
+                            NumbersText(missing.first, missing.last) +
+                            "; they were vacuumed, or their file was removed or damaged, before "
+                            "they were read"});
 }
 
 // True: the batch is full.
@@ -318,12 +418,27 @@ bool JournalReader::ReadEntries(const ReadingTime &reading, Batch *batch)
         return false;
     batch->BeginOrigin(options_.name, "");
     bool is_full = false;
-    do {
+    while (is_at_entry_) {
+        if (!CurrentCameBefore(looked_us_) && FilesHaveChanged()) {
+            StorePlace(true, batch);
+            OpenAtCursor(batch); // J2
+            continue;
+        }
+        std::string cursor = CursorOf(journal_.get());
+        if (counts_numbers_) {
+            CursorParts entry = PartsOf(cursor);
+            if (LooksAnewAt(entry, batch))
+                continue;
+            if (IsBehindGap(entry))
+                NoteMissing(entry, batch);
+            last_ = std::move(entry);
+        }
         ReadEntry(reading, batch);
+        cursor_ = std::move(cursor);
         is_full = batch->text.size() >= kFullBatch;
         is_at_entry_ = !is_full && sd_journal_next(journal_.get()) > 0;
-    } while (is_at_entry_);
-    cursor_ = CursorOf(journal_.get()); // of the last entry that was read
+    }
+    TellOfMissing(batch);
     batch->places[{options_.id, 0}] = cursor_;
     return is_full;
 }
@@ -371,10 +486,13 @@ short JournalReader::ChangesEvents() const
     return static_cast<short>(events > 0 ? events : 0);
 }
 
-void JournalReader::TakeChanges()
+bool JournalReader::FilesHaveChanged()
 {
-    if (journal_ && sd_journal_process(journal_.get()) == SD_JOURNAL_INVALIDATE)
-        wants_reopen_ = true;
+    looked_us_ = MicrosecondsOfBoot();
+    const bool have_changed =
+        journal_ && sd_journal_process(journal_.get()) == SD_JOURNAL_INVALIDATE;
+    wants_reopen_ = wants_reopen_ || have_changed;
+    return have_changed;
 }
 
 } // namespace inputs

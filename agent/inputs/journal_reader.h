@@ -2,8 +2,13 @@
 //
 //   J1  An entry is known by its boot, its times and its content, not by its number alone: when a volatile
 //       journal becomes persistent, its entries get other numbers.
-//   J2  When files have come or gone, the journal is opened anew and goes on behind the last entry.
-//   J3  When the last entry is gone, what is missing is told, in numbers of the journal if it can be known.
+//   J2  When files have come or gone, the journal is opened anew and goes on behind the last entry. An entry is read when
+//       that was looked for since it came: else one that came before it can be in a file that is not known yet, as that of
+//       a user who has just logged in, and would be passed over.
+//   J3  When the last entry is gone, what is missing is told, in numbers of the journal if it can be known. Of an input
+//       that wants all entries, so is what is missing between any two: they have numbers one behind the other, unless
+//       there are files that may not be read. Of what came since the journal was opened, one opened anew is asked first:
+//       the last entry can have another number by then (J1).
 //   J4  Entries of the monitor itself are known by the fields that the journal itself writes.
 //   J5  Of an input that wants few entries, the place is moved up now and then, so that what it does not want can go
 //       without being missed.
@@ -40,6 +45,20 @@ struct JournalOptions {
 // The number of a priority's name or digits ("warning" is 4); nothing for any other text.
 std::optional<int> PriorityOf(const std::string &text);
 
+// The parts of a cursor: "s=...;i=1f;b=..." by their letters.
+struct CursorParts {
+    std::string sequence; // which numbering
+    uint64_t number = 0;
+    std::string boot;
+    std::string monotonic; // microseconds since the boot, as a hexadecimal number
+    std::string realtime;
+    std::string content;
+
+    // Is it the same entry, whatever its number is (J1)?
+    [[nodiscard]] bool IsSameEntry(const CursorParts &other) const;
+};
+CursorParts PartsOf(const std::string &cursor);
+
 class JournalReader {
   public:
     // Goes on behind this cursor; an empty one: from the first entry. Throws host::Error for options that
@@ -72,7 +91,7 @@ class JournalReader {
     // To be polled for these events; -1: for nothing. Then TakeChanges.
     [[nodiscard]] int ChangesFd() const;
     [[nodiscard]] short ChangesEvents() const;
-    void TakeChanges();
+    void TakeChanges() { FilesHaveChanged(); }
     // The next Read sees all that the journal holds then, whether a change was told of or not.
     void LookAnew() { wants_reopen_ = true; }
     [[nodiscard]] SteadyTime Next() const { return look_at_; }
@@ -93,10 +112,19 @@ class JournalReader {
     bool OpenAtCursor(Batch *batch);
     bool Seek(Batch *batch);
     void TellOfGap(Batch *batch);
+    [[nodiscard]] bool WantsAll() const { return options_.matches.empty() && !options_.priority; }
+    [[nodiscard]] bool AllFilesAreReadable() const;
+    [[nodiscard]] bool IsBehindGap(const CursorParts &entry) const;
+    [[nodiscard]] bool CurrentCameBefore(uint64_t moment_us) const;
+    bool FilesHaveChanged();
+    bool LooksAnewAt(const CursorParts &entry, Batch *batch);
+    void NoteMissing(const CursorParts &entry, Batch *batch);
+    void TellOfMissing(Batch *batch);
     [[nodiscard]] std::string NewestToMoveUpTo(SteadyTime now);
     bool ReadEntries(const ReadingTime &reading, Batch *batch);
     void ReadEntry(const ReadingTime &reading, Batch *batch);
     [[nodiscard]] bool IsOwn(const std::string &unit, const std::string &program) const;
+    [[nodiscard]] std::vector<std::string> Folders() const;
     [[nodiscard]] std::string FoldersState() const;
 
     JournalOptions options_;
@@ -107,28 +135,28 @@ class JournalReader {
     bool is_at_entry_ = false; // the next entry to be read is the current one
     bool wants_reopen_ = true;
     bool last_is_missing_ =
-        false;            // neither the entry that was read last is there, nor one behind it
-    std::string folders_; // their state when the journal was opened
+        false;                // neither the entry that was read last is there, nor one behind it
+    std::string told_behind_; // the place behind which something is missing, which was told
+    std::string folders_;     // their state when the journal was opened
+    std::optional<CursorParts>
+        last_;                    // the entry that was read last, as the open journal has it (J3)
+    bool counts_numbers_ = false; // of the entries of the open journal
+    uint64_t opened_us_ = 0;      // when it was opened, on the clock of this boot
+    uint64_t looked_us_ = 0;      // when changes of its files were looked for
+    // Entries that were gone, as found by the reading under way.
+    struct Missing {
+        std::string sequence;
+        uint64_t first = 0;
+        uint64_t last = 0;
+        uint64_t count = 0;
+    };
+    std::optional<Missing> missing_;
     SteadyTime look_at_{};
     SteadyTime move_up_at_{};
     std::string problem_;
     int64_t last_entry_ = 0;
     int64_t last_wall_seconds_ = 0;
 };
-
-// The parts of a cursor: "s=...;i=1f;b=..." by their letters.
-struct CursorParts {
-    std::string sequence; // which numbering
-    uint64_t number = 0;
-    std::string boot;
-    std::string monotonic;
-    std::string realtime;
-    std::string content;
-
-    // Is it the same entry, whatever its number is (J1)?
-    [[nodiscard]] bool IsSameEntry(const CursorParts &other) const;
-};
-CursorParts PartsOf(const std::string &cursor);
 
 } // namespace inputs
 

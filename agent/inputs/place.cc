@@ -47,6 +47,8 @@ std::string TextOf(const Place &place)
         {"head", {place.head.length, place.head.hash}},
         {"tail", {place.tail.length, place.tail.hash}},
     };
+    if (place.identity.generation != 0)
+        json["generation"] = place.identity.generation;
     if (place.skipping)
         json["skipping"] = true;
     if (place.all)
@@ -73,6 +75,7 @@ std::optional<Place> PlaceOf(const std::string &text)
         place.identity.device = json.at("device");
         place.identity.inode = json.at("inode");
         place.identity.birth_ns = json.at("birth");
+        place.identity.generation = json.value("generation", uint32_t{0});
         place.offset = json.at("offset");
         place.head = {json.at("head").at(0), json.at("head").at(1)};
         place.tail = {json.at("tail").at(0), json.at("tail").at(1)};

@@ -7,12 +7,15 @@ import re
 import shutil
 import socket
 import subprocess
+import threading
 import time
 from pathlib import Path
 
 import lab
 
 KILLS = 15
+# Of 400, the first files of some come just while the journal is read.
+USERS = 400
 JOURNALD = "/lib/systemd/systemd-journald"
 
 
@@ -151,7 +154,8 @@ class Inputs(lab.LabTest):
         self.lab.wait_until("the monitor has no customer file",
                             lambda: self.lab.run("get", "customer-file").stdout.find("spool") < 0)
         lab.append(self.log, iso(5))
-        self.daemon.look()
+        # Of a monitor that has just begun anew: the passes of the one before it do not count.
+        self.lab.run("scan", "--wait")
         self.assertEqual(1, len(self.lab.reported_numbers()))
 
     def test_the_customer_file_counts_each_line_once_while_inputs_come_and_go(self):
@@ -615,6 +619,44 @@ class Journal(JournalTest):
         self.daemon.start()
         self.wait_for_all()
 
+    def test_each_entry_counts_once_of_users_whose_journals_begin_while_it_is_read(self):
+        """Each user has a file of his own, which comes while entries of the system are read that came later."""
+        self.write_one()
+        self.journald.signal(10)  # SIGUSR1: a volatile journal has one file for all
+        self.lab.wait_until("it is persistent", lambda: any(path.is_relative_to("/var") for path in self.journal_files()))
+        self.lab.command("input", "add", "journal", "journal")
+        self.daemon.start()
+        is_written = threading.Event()
+
+        def scan():
+            while not is_written.is_set():
+                self.lab.run("scan", "--wait")
+        scanning = [threading.Thread(target=scan) for _ in range(2)]
+        for thread in scanning:
+            thread.start()
+        for user in range(1000, 1000 + USERS):
+            self.write(10)
+            self.write_as(user)
+            self.write(5)
+        is_written.set()
+        for thread in scanning:
+            thread.join()
+        self.wait_for_all()
+        self.assertEqual(USERS, len([path for path in self.journal_files() if path.name.startswith("user-")]))
+        self.assertEqual([], self.lab.alerts("SYSLOGMON"))
+
+    def write_as(self, user):
+        pid = os.fork()
+        if pid == 0:
+            try:
+                os.setgid(user)
+                os.setuid(user)
+                self.log(lab.numbered(self.written))
+            finally:
+                os._exit(0)
+        os.waitpid(pid, 0)
+        self.written += 1
+
     def test_a_namespace_is_read_and_the_hosts_own_journal_is_not(self):
         self.lab.spawn("systemd-journald@lab", [JOURNALD, "lab"])
         own, namespaces = self.socket, socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
@@ -664,6 +706,27 @@ class Journal(JournalTest):
         self.log(lab.numbered(99))  # into this host's journal, and not into that folder
         self.wait_until_written("n=99.")
         self.daemon.start()
+        self.wait_for_all()
+        self.assertEqual([], self.lab.alerts("SYSLOGMON"))
+
+    def test_a_folder_of_journal_files_that_is_replaced_is_read_on(self):
+        collected = lab.VAR_LOG / "remote"
+        collected.mkdir()
+        self.write(20)
+        self.wait_until_written("n=19.")
+        self.rotate()
+        self.collect(collected)
+        self.lab.command("input", "add", "journal", "remote", f"directory={collected}", "begin=start")
+        self.daemon.start()
+        self.wait_for_all()
+        self.write(20)
+        self.wait_until_written("n=39.")
+        self.rotate()
+        new = lab.VAR_LOG / "new"
+        new.mkdir()
+        self.collect(new)
+        collected.rename(lab.VAR_LOG / "old")
+        new.rename(collected)
         self.wait_for_all()
         self.assertEqual([], self.lab.alerts("SYSLOGMON"))
 
@@ -772,6 +835,63 @@ class Journal(JournalTest):
                           r"(\d+) to (\d+) of all its entries are missing", losses[0]["message"])
         self.assertTrue(found, losses[0]["message"])
         self.assertLessEqual(5, int(found[2]) - int(found[1]) + 1)
+
+    def test_entries_that_are_gone_are_told_once_to_an_input_that_wants_few(self):
+        self.write_one()
+        self.lab.command("input", "add", "journal", "journal", "match=SYSLOG_IDENTIFIER=rare")
+        self.daemon.start()
+        self.log(lab.numbered(0), SYSLOG_IDENTIFIER="rare")
+        self.written = 1
+        self.wait_for_all()
+        self.log("it is gone when it is looked for")
+        self.wait_until_written("it is gone")
+        self.rotate()
+        subprocess.run(["journalctl", "--vacuum-files=1"], capture_output=True, check=True)
+        self.lab.wait_until("the loss is told", lambda: self.lab.alerts("SYSLOGMON"))
+        for number in (1, 2):
+            self.rotate()  # so that it is opened anew
+            self.log(lab.numbered(number), SYSLOG_IDENTIFIER="rare")
+            self.written = number + 1
+            self.wait_for_all()
+        self.assertEqual(1, len(self.lab.alerts("SYSLOGMON")), self.lab.messages("SYSLOGMON"))
+
+    def test_entries_that_are_gone_between_others_are_told_with_their_numbers(self):
+        """The entry that was read last is there still, and so are some behind it."""
+        self.write_one()
+        self.lab.command("input", "add", "journal", "journal")
+        self.daemon.start()
+        self.write(1)
+        self.wait_for_all()
+        self.daemon.kill()
+        self.write(1)
+        self.wait_until_written("n=1.")
+        self.rotate()
+        kept = set(self.journal_files())
+        for number in range(5):
+            self.log(f"lost {number}")
+        self.wait_until_written("lost 4")
+        self.rotate()
+        self.write(1)
+        self.wait_until_written("n=2.")
+        removed = next(path for path in self.journal_files() if "@" in path.name and path not in kept)
+        numbers = self.numbers_in(removed)
+        removed.unlink()
+        self.daemon.start()
+        self.wait_for_all()
+        self.lab.wait_until("the loss is told", lambda: self.lab.alerts("SYSLOGMON"))
+        losses = self.lab.messages("SYSLOGMON")
+        self.assertEqual(1, len(losses), losses)
+        found = re.search(r"input journal: entries of the journal are missing: the numbers (\d+) to (\d+); they were vacuumed, "
+                          r"or their file was removed or damaged, before they were read", losses[0])
+        self.assertTrue(found, losses[0])
+        self.assertEqual((numbers[0], numbers[-1]), (int(found[1]), int(found[2])))
+
+    @staticmethod
+    def numbers_in(path):
+        """Of its entries, by the journal's own numbering."""
+        shown = subprocess.run(["journalctl", "--file", path, "-o", "export"], capture_output=True, text=True,
+                               check=True).stdout
+        return [int(number, 16) for number in re.findall("^__CURSOR=.*;i=([0-9a-f]+)", shown, re.MULTILINE)]
 
     def test_matches_and_priorities_choose(self):
         self.lab.command("input", "add", "journal", "journal", "match=SYSLOG_IDENTIFIER=app",

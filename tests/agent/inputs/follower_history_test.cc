@@ -429,10 +429,7 @@ class History {
     }
     void Step()
     {
-        // Where the next file has the number of the one that is gone, and no time of birth, it can be taken for that, also
-        // a file of another log: there one log goes when it was read, and no more is promised.
-        static const bool numbers_are_reused = getenv("SYSLOGMON_INODE_LAB") != nullptr;
-        switch (random_.Below(numbers_are_reused ? 12 : 17)) {
+        switch (random_.Below(17)) {
         case 12:
         case 13:
             return Neighbour();

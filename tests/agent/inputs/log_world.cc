@@ -156,6 +156,17 @@ void LogWorld::Start()
     Commit(std::move(batch));
 }
 
+void LogWorld::ForgetGenerations()
+{
+    for (auto &[number, text] : places_) {
+        auto place = inputs::PlaceOf(text);
+        if (!place || std::exchange(place->identity.generation, 0) == 0)
+            continue;
+        place->identity.device = inputs::LookAt(place->path)->device;
+        text = inputs::TextOf(*place);
+    }
+}
+
 void LogWorld::Step(bool commit)
 {
     follower_->TakeChanges();

@@ -46,6 +46,9 @@ class LogWorld {
     [[nodiscard]] bool IsRunning() const { return follower_ != nullptr; }
     inputs::FileFollower &follower() { return *follower_; }
 
+    // As places were stored by who knew files by their numbers alone, where there are no births.
+    void ForgetGenerations();
+
     // Looks and reads once, and commits or not. Without a commit the follower is to be stopped.
     void Step(bool commit = true);
     // Does so until nothing is left to do at this time.
