@@ -130,6 +130,17 @@ class Answers(Web):
         self.assertEqual(3, sum(series["values"]))
         self.assertEqual(course["steps"], len(series["values"]))
 
+    def test_an_event_is_told_as_soon_as_the_monitor_has_it(self):
+        def sources():
+            return [event["source"] for event in self.json("/api/v1/events")["events"]]
+        for source in ("NEW", "NEWER"):
+            self.assertNotIn(source, sources())
+            before = self.lab.status()["last_pass"]["number"]
+            self.lab.watch(source, 1, "new")
+            self.lab.wait_until("the monitor has it", lambda: self.lab.status()["last_pass"]["number"] > before)
+            self.daemon.scan()  # whoever is told of that pass was told of the one before
+            self.assertIn(source, sources())
+
     def test_the_course_of_one_event_is_told_alone(self):
         self.lab.watch("DISK", "2", "two")
         self.lab.watch("NET", "2", "two")
