@@ -150,9 +150,27 @@ class Servers:
         once are a majority."""
         server.kill()
         if wiped:
-            server.wipe()
+            self.wipe(server)
         server.start()
         self.wait_healthy()
+
+    def wipe(self, server):
+        """One without a disk gives its voice to anybody. So it comes back when the others have all that any of them has, and
+        one of them leads: before, one that is behind could be made to lead by it, and what it lacks would be gone."""
+        others = [other for other in self.all if other is not server]
+        had = {}
+        for other in others:
+            for name, stream in other.streams().items():
+                had[name] = max(had.get(name, 0), stream["state"]["last_seq"])
+
+        def agree():
+            return all(name in streams and streams[name]["state"]["last_seq"] >= last
+                       and streams[name]["cluster"].get("leader") in names
+                       for streams in [other.streams() for other in others] for name, last in had.items())
+        names = {other.name for other in others}
+        server.wipe()
+        if others:
+            self.lab.wait_until("the other servers have the same, and one of them leads", agree, 4 * lab.PATIENCE)
 
     def wait_healthy(self):
         """Until another one of them may be lost: as long as those that are behind come nearer, however slow the machine is and
@@ -200,12 +218,11 @@ class Servers:
         one = odd.pop()
         return None if any(stream["cluster"].get("leader") == one.name for stream in had[one].values()) else one
 
-    @staticmethod
-    def renew(server):
-        """As an administrator does: the two others have all of it."""
+    def renew(self, server):
+        """As an administrator does: the others have all of it."""
         print(f"{server.name} is given an empty disk")
         server.kill()
-        server.wipe()
+        self.wipe(server)
         server.start()
 
     def account(self):

@@ -55,7 +55,6 @@ class Fleet(lab.LabTest):
         self.assertEqual(total, self.centre.collected())
         self.assertEqual([], self.centre.lab.own_alerts("fleet"))
 
-
     def check_a_look(self):
         for host in self.hosts:
             host.report(5)
@@ -111,6 +110,7 @@ class Waiting(unittest.TestCase):
         for server in servers:
             server.replicas = len(servers)
         waited.change_leaders = lambda: None
+        waited.wipe = lambda server: server.wipe()
         seconds = iter(range(20 * lab.PATIENCE))
         clock = unittest.mock.Mock(monotonic=lambda: next(seconds))
         with unittest.mock.patch.object(fleet, "time", clock):
