@@ -10,6 +10,7 @@
 #include <arm_neon.h>
 #endif
 
+#include "match/found_places.h"
 #include "match/processor.h"
 
 namespace {
@@ -127,25 +128,6 @@ Lane Load(const void *bytes)
 {
     const Lane bytes = Load(text);
     return LookUp(lower, bytes & 15) & LookUp(upper, bytes >> 4);
-}
-
-// Appends the places of the bytes of a word that are not zero.
-int AppendPlaces(uint64_t word, size_t at, uint32_t *places)
-{
-    int count = 0;
-    while (word != 0) {
-        const auto byte = static_cast<size_t>(std::countr_zero(word)) / 8;
-        places[count++] = static_cast<uint32_t>(at + byte);
-        word &= ~(uint64_t{0xFF} << (8 * byte));
-    }
-    return count;
-}
-
-int CountUpTo(const uint32_t *places, int count, size_t end)
-{
-    while (count > 0 && places[count - 1] >= end)
-        --count;
-    return count;
 }
 
 } // namespace

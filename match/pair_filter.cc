@@ -1,7 +1,6 @@
 #include "match/pair_filter.h"
 
-#include <bit>
-
+#include "match/found_places.h"
 #include "match/processor.h"
 
 namespace {
@@ -10,18 +9,6 @@ constexpr size_t kWord = sizeof(uint64_t);
 
 using Lane = uint8_t __attribute__((vector_size(16)));
 using WideLane = uint8_t __attribute__((vector_size(PairFilter::kWidest)));
-
-// Appends the places of the bytes of a word that are not zero.
-[[gnu::always_inline]] inline int AppendPlaces(uint64_t word, size_t at, uint32_t *places)
-{
-    int count = 0;
-    while (word != 0) {
-        const auto byte = static_cast<size_t>(std::countr_zero(word)) / 8;
-        places[count++] = static_cast<uint32_t>(at + byte);
-        word &= ~(uint64_t{0xFF} << (8 * byte));
-    }
-    return count;
-}
 
 // The same for every width of a lane; it is compiled for the processor of the function that it is a part of.
 template <class Bytes>
@@ -43,9 +30,7 @@ template <class Bytes>
         for (size_t word = 0; word < sizeof(Bytes) / kWord; ++word)
             count += AppendPlaces(words[word], at + (word * kWord), places + count);
     }
-    while (count > 0 && places[count - 1] >= end)
-        --count;
-    return count;
+    return CountUpTo(places, count, end);
 }
 
 #if defined(__x86_64__)
