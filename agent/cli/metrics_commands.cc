@@ -1,5 +1,6 @@
 // metrics: what the monitor has counted, for Prometheus. With and without a daemon, since it is in the store.
 #include <cstdio>
+#include <optional>
 
 #include "agent/cli/command.h"
 #include "agent/cli/output.h"
@@ -14,7 +15,7 @@ namespace cli {
 namespace {
 
 struct MetricsOptions {
-    std::string textfile;
+    std::optional<std::string> textfile;
 };
 
 int ShowMetrics(Context &context, const MetricsOptions &options)
@@ -28,10 +29,10 @@ int ShowMetrics(Context &context, const MetricsOptions &options)
         metrics::MetricsText(metrics::Look(context.Host().registry(), context.layout,
                                            status::DaemonLock::Holder(context.layout)),
                              SYSLOGMON_VERSION);
-    if (options.textfile.empty())
-        fputs(text.c_str(), stdout);
+    if (options.textfile)
+        text::WriteWhole(*options.textfile, text);
     else
-        text::WriteWhole(options.textfile, text);
+        fputs(text.c_str(), stdout);
     return kExitDone;
 }
 

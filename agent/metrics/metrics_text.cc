@@ -54,8 +54,8 @@ void AppendEscaped(std::string_view bytes, std::string *text)
     }
 }
 
-// What a reader of the format takes, in the format's own escapes: bytes that are no UTF-8 would make it refuse everything,
-// and so would two labels of which nobody can tell how they differ. No two texts become the same one.
+// What a reader of the format takes, in the format's own escapes: bytes that are no UTF-8 would make it refuse everything.
+// What a terminal would obey, or turn around, is shown in hex. No two texts become the same one.
 void AppendLabel(std::string_view rest, std::string *text)
 {
     if (IsPlain(rest)) {

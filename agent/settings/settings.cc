@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <filesystem>
 #include <optional>
 
 #include "agent/host/agent_values.h"
@@ -259,7 +260,9 @@ host::RegValue ParseWeb(const std::string &text)
 {
     if (text == "off")
         return Text("");
-    if (!ParseWebAddress(text))
+    std::error_code error;
+    const bool is_folder = text.starts_with('/') && std::filesystem::is_directory(text, error);
+    if (is_folder || !ParseWebAddress(text))
         Refuse("web", text, kWebAccepted);
     return Text(text);
 }

@@ -106,6 +106,10 @@ class Metrics(lab.LabTest):
         self.assertEqual(1, done.returncode)
         self.assertEqual(f"syslogmon: cannot write {target}: No such file or directory; make its folder writable, "
                          "make room, or name another file\n", done.stderr)
+        # As of a variable that is not set, in a script.
+        done = self.lab.run("metrics", "--textfile", "")
+        self.assertEqual((1, ""), (done.returncode, done.stdout))
+        self.assertIn("name another file", done.stderr)
 
 
 class Examples(lab.LabTest):

@@ -127,6 +127,11 @@ TEST_F(SettingCommand, SetRefusesAWrongValueWithItsRange)
                                                    value + "\": the value is not accepted; " +
                                                    kPaths);
     }
+    for (const std::string &folder : {std::string("/"), Layout().state.string()})
+        ExpectFailed({"set", "web", folder},
+                     "cannot set web to \"" + folder +
+                         "\": the value is not accepted; use an address with a port, such as "
+                         "127.0.0.1:9514 or [::1]:9514, the absolute path of a socket, or off");
     ExpectFailed({"set", "customer-file", "/var/log/messages"},
                  "cannot set customer-file to /var/log/messages: it is watched already; name "
                  "another file");
