@@ -684,18 +684,7 @@ class Journal(JournalTest):
         self.assertEqual([], self.lab.alerts("SYSLOGMON"))
 
     def test_a_folder_of_journal_files_is_read_and_what_comes_into_it(self):
-        collected = lab.VAR_LOG / "remote"
-        collected.mkdir()
-        self.write(20)
-        self.wait_until_written("n=19.")
-        self.rotate()
-        self.collect(collected)
-        self.lab.command("input", "add", "journal", "remote", f"directory={collected}", "begin=start")
-        self.daemon.start()
-        self.wait_for_all()
-        self.write(20)
-        self.wait_until_written("n=39.")
-        self.rotate()
+        collected = self.begin_with_a_folder()
         self.collect(collected)
         self.wait_for_all()
         self.daemon.kill()
@@ -710,6 +699,17 @@ class Journal(JournalTest):
         self.assertEqual([], self.lab.alerts("SYSLOGMON"))
 
     def test_a_folder_of_journal_files_that_is_replaced_is_read_on(self):
+        collected = self.begin_with_a_folder()
+        new = lab.VAR_LOG / "new"
+        new.mkdir()
+        self.collect(new)
+        collected.rename(lab.VAR_LOG / "old")
+        new.rename(collected)
+        self.wait_for_all()
+        self.assertEqual([], self.lab.alerts("SYSLOGMON"))
+
+    def begin_with_a_folder(self):
+        """Journal files of a folder are read, and others are there that do not lie in it yet. Returns the folder."""
         collected = lab.VAR_LOG / "remote"
         collected.mkdir()
         self.write(20)
@@ -722,13 +722,7 @@ class Journal(JournalTest):
         self.write(20)
         self.wait_until_written("n=39.")
         self.rotate()
-        new = lab.VAR_LOG / "new"
-        new.mkdir()
-        self.collect(new)
-        collected.rename(lab.VAR_LOG / "old")
-        new.rename(collected)
-        self.wait_for_all()
-        self.assertEqual([], self.lab.alerts("SYSLOGMON"))
+        return collected
 
     def collect(self, folder):
         """Files that are written no more come there, as from another machine."""
