@@ -210,7 +210,10 @@ int MeasureIdle(long files, long seconds)
             .Add({0, "all", inputs::kFilesKind, {{"path", {(folder.path / "*.log").string()}}}},
                  "UTF-8");
     }
-    inputs::InputThread thread({folder.path / "agent.db", "", [] {}, [] {}});
+    inputs::InputThread thread({.store = folder.path / "agent.db",
+                                .own_folder = "",
+                                .batch_is_ready = [] {},
+                                .status_changed = [] {}});
     std::this_thread::sleep_for(std::chrono::seconds(2));
     const double begin = ProcessorSeconds();
     std::this_thread::sleep_for(std::chrono::seconds(seconds));
