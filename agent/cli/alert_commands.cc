@@ -15,7 +15,6 @@
 #include "agent/cli/since.h"
 #include "agent/events/events.h"
 #include "agent/text/flush.h"
-#include "agent/text/printable.h"
 #include "agent/text/times.h"
 
 namespace cli {
@@ -121,9 +120,7 @@ void Print(const Context &context, const Alert &alert, bool says_why)
         json object = ToJson(alert);
         if (says_why)
             object["why"] = alerts::WhyInWords(alert);
-        const std::string text =
-            text::PrintableJson(object.dump(-1, ' ', false, json::error_handler_t::replace));
-        printf("%s\n", text.c_str());
+        PrintJsonLine(object);
     } else {
         printf("%s\n", alerts::AlertLine(alert).c_str());
         if (says_why)

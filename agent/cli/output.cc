@@ -103,13 +103,29 @@ void PrintError(const std::string &text)
     fprintf(stderr, "syslogmon: %s\n", text::Printable(text).c_str());
 }
 
+namespace {
+
+constexpr int kOnOneLine = -1;
+
+// Log lines may hold bytes that are no UTF-8; JSON text may not.
+std::string Dumped(const nlohmann::json &object, int indentation)
+{
+    return text::PrintableJson(
+               object.dump(indentation, ' ', false, nlohmann::json::error_handler_t::replace)) +
+           "\n";
+}
+
+} // namespace
+
 std::string JsonText(nlohmann::json object)
 {
     object["version"] = kJsonVersion;
-    // Log lines may hold bytes that are no UTF-8; JSON text may not.
-    return text::PrintableJson(
-               object.dump(2, ' ', false, nlohmann::json::error_handler_t::replace)) +
-           "\n";
+    return Dumped(object, 2);
+}
+
+void PrintJsonLine(const nlohmann::json &object)
+{
+    fputs(Dumped(object, kOnOneLine).c_str(), stdout);
 }
 
 void PrintJson(nlohmann::json object)

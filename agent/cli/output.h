@@ -27,6 +27,8 @@ void PrintError(const std::string &text);
 std::string JsonText(nlohmann::json object);
 // Prints that.
 void PrintJson(nlohmann::json object);
+// Prints an object of a list that goes on: on one line, and without the version.
+void PrintJsonLine(const nlohmann::json &object);
 
 // Is standard output a terminal? What else is done for people, such as colours, hangs on it as
 // well.

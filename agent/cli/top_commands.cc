@@ -73,7 +73,7 @@ class Terminal {
         SCREEN *screen = newterm(nullptr, stdout, stdin);
         if (screen == nullptr)
             Refuse("is not known here", "set TERM to one that is, such as xterm");
-        static char cursor_address[] = "cup";
+        char cursor_address[] = "cup"; // the library asks for one that it could change
         if (tigetstr(cursor_address) != nullptr)
             return;
         reset_shell_mode(); // as it was, and without a word, unlike endwin

@@ -77,16 +77,15 @@ std::vector<Hole> Holes::TakeGivenUp()
     return std::exchange(given_up_, {});
 }
 
-bool Holes::Has(int64_t id) const
+std::vector<Hole>::const_iterator Holes::Find(int64_t id) const
 {
-    return std::ranges::any_of(
+    return std::ranges::find_if(
         holes_, [&](const Hole &one) { return one.first_id <= id && id <= one.last_id; });
 }
 
 Holes::Filled Holes::Fill(int64_t id, int64_t after)
 {
-    const auto hole = std::ranges::find_if(
-        holes_, [&](const Hole &one) { return one.first_id <= id && id <= one.last_id; });
+    const auto hole = Find(id);
     if (hole == holes_.end())
         return {};
     // What is left of it on either side, which may be nothing.

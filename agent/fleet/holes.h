@@ -71,10 +71,11 @@ class Holes {
     // Those that had to make room for others, untold; once.
     std::vector<Hole> TakeGivenUp();
 
-    [[nodiscard]] bool Has(int64_t id) const;
+    [[nodiscard]] bool Has(int64_t id) const { return Find(id) != holes_.end(); }
     [[nodiscard]] std::span<const Hole> all() const { return holes_; }
 
   private:
+    [[nodiscard]] std::vector<Hole>::const_iterator Find(int64_t id) const;
     void MakeRoom();
 
     std::vector<Hole> holes_;

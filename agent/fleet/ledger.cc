@@ -163,8 +163,11 @@ bool Ledger::TakeOne(const Arrived &message, Host *host)
     // What is none has come all the same, and is not missing.
     const int64_t id = alert ? alert->id : message.id;
     const bool is_late = id <= row.last_id;
-    const bool is_new = is_late ? FillHole(message, id, host) : MoveOn(message, id, host);
-    if (!is_new || !alert)
+    if (is_late && !FillHole(message, id, host))
+        return false;
+    if (!is_late)
+        MoveOn(message, id, host);
+    if (!alert)
         return false;
     alerts::AddCollectedAlert(store_, *alert);
     row.name = alert->host;
@@ -174,7 +177,7 @@ bool Ledger::TakeOne(const Arrived &message, Host *host)
 }
 
 // With an alert that has a greater number than all before it.
-bool Ledger::MoveOn(const Arrived &message, int64_t id, Host *host)
+void Ledger::MoveOn(const Arrived &message, int64_t id, Host *host)
 {
     HostRow &row = host->row;
     // What was sent before it has a smaller number, whatever the message says.
@@ -188,7 +191,6 @@ bool Ledger::MoveOn(const Arrived &message, int64_t id, Host *host)
     CountDropped(message, id, id - 1 - row.last_id, host);
     row.last_id = id;
     row.stored_ms = message.stored_ms;
-    return true;
 }
 
 // Returns whether the number was missing.

@@ -101,7 +101,7 @@ class Ledger {
     void KeepFloods(const Host &host);
     std::optional<alerts::Alert> AlertIn(const Arrived &message, Host *host);
     bool TakeOne(const Arrived &message, Host *host);
-    bool MoveOn(const Arrived &message, int64_t id, Host *host);
+    void MoveOn(const Arrived &message, int64_t id, Host *host);
     bool FillHole(const Arrived &message, int64_t id, Host *host);
     void CountDropped(const Arrived &message, int64_t id, int64_t most, Host *host);
     void TellNow(Host *host, const std::string &message);

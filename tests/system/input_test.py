@@ -781,13 +781,17 @@ class Journal(JournalTest):
         self.written = 0
         self.wait_until_written("numbered")
 
-    def test_entries_that_an_input_does_not_want_may_go_without_being_missed(self):
+    def begin_with_one_of_few(self):
+        """An input that wants few entries has read one of them."""
         self.write_one()
         self.lab.command("input", "add", "journal", "journal", "match=SYSLOG_IDENTIFIER=rare")
         self.daemon.start()
         self.log(lab.numbered(0), SYSLOG_IDENTIFIER="rare")
         self.written = 1
         self.wait_for_all()
+
+    def test_entries_that_an_input_does_not_want_may_go_without_being_missed(self):
+        self.begin_with_one_of_few()
         self.daemon.kill()
         self.log("nobody wants this")
         self.daemon.start()  # it moves up
@@ -831,12 +835,7 @@ class Journal(JournalTest):
         self.assertLessEqual(5, int(found[2]) - int(found[1]) + 1)
 
     def test_entries_that_are_gone_are_told_once_to_an_input_that_wants_few(self):
-        self.write_one()
-        self.lab.command("input", "add", "journal", "journal", "match=SYSLOG_IDENTIFIER=rare")
-        self.daemon.start()
-        self.log(lab.numbered(0), SYSLOG_IDENTIFIER="rare")
-        self.written = 1
-        self.wait_for_all()
+        self.begin_with_one_of_few()
         self.log("it is gone when it is looked for")
         self.wait_until_written("it is gone")
         self.rotate()

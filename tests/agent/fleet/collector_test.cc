@@ -6,6 +6,7 @@
 #include "agent/host/here_and_now.h"
 #include "agent/sinks/alert_json.h"
 #include "tests/agent/nats/nats_server.h"
+#include "tests/agent/nats/stream_answers.h"
 #include "tests/agent/support/host_test.h"
 
 namespace {
@@ -13,13 +14,6 @@ namespace {
 using test::Answer;
 using test::Publication;
 using Answers = std::vector<Answer>;
-
-constexpr char kStream[] = R"({"type":"io.nats.jetstream.api.v1.stream_info_response",
-    "config":{"name":"s"},"created":"2026-11-22T10:00:00Z","state":{"last_seq":1}})";
-constexpr char kReader[] = R"({"type":"io.nats.jetstream.api.v1.consumer_info_response",
-    "stream_name":"s","name":"r","created":"2026-11-22T10:00:00Z",
-    "config":{"durable_name":"r"},"delivered":{"consumer_seq":0,"stream_seq":0},
-    "num_ack_pending":0,"num_pending":0})";
 
 constexpr char kNoRoom[] = R"({"type":"io.nats.jetstream.api.v1.consumer_create_response",
     "error":{"code":503,"err_code":10023,"description":"insufficient resources"}})";
@@ -70,10 +64,10 @@ class CollectorTest : public test::HostTest {
     {
         if (said.subject.starts_with("$JS.API.STREAM.INFO.")) {
             ++began_;
-            return {{kStream}};
+            return {{test::StreamInfo(1)}};
         }
         if (said.subject.starts_with("$JS.API.CONSUMER.INFO."))
-            return {{kReader}};
+            return {{test::ReaderInfo(0)}};
         if (said.subject.starts_with("$JS.API.CONSUMER.CREATE."))
             return {{kNoRoom}};
         if (said.subject.starts_with("$JS.API.CONSUMER.MSG.NEXT.") && is_there_.exchange(false))

@@ -7,6 +7,7 @@
 #include "agent/fleet/collector.h"
 #include "agent/fleet/stream_reader.h"
 #include "tests/agent/nats/nats_server.h"
+#include "tests/agent/nats/stream_answers.h"
 #include "tests/agent/support/host_test.h"
 
 namespace {
@@ -16,12 +17,6 @@ using test::Answer;
 using test::Publication;
 using Answers = std::vector<Answer>;
 
-constexpr char kInfo[] = R"({"type":"io.nats.jetstream.api.v1.stream_info_response",
-    "config":{"name":"s"},"created":"2026-11-22T10:00:00Z","state":{"last_seq":7}})";
-constexpr char kConsumer[] = R"({"type":"io.nats.jetstream.api.v1.consumer_info_response",
-    "stream_name":"s","name":"r","created":"2026-11-22T10:00:00Z",
-    "config":{"durable_name":"r"},"delivered":{"consumer_seq":0,"stream_seq":6},
-    "num_ack_pending":0,"num_pending":0})";
 // Of the sixth message.
 constexpr int64_t kStoredNs = 1795341600000000000;
 constexpr char kSixth[] = R"({"message":{"seq":6,"time":"2026-11-22T10:00:00Z"}})";
@@ -51,9 +46,9 @@ class StreamReaderTest : public testing::Test {
     Answers AnswerTo(const Publication &said)
     {
         if (said.subject.starts_with("$JS.API.STREAM.INFO."))
-            return {{kInfo}};
+            return {{test::StreamInfo(7)}};
         if (said.subject.starts_with("$JS.API.CONSUMER.INFO."))
-            return {{kConsumer}};
+            return {{test::ReaderInfo(6)}};
         if (said.subject.starts_with("$JS.API.STREAM.MSG.GET."))
             return place_;
         if (said.subject.starts_with("$JS.ACK."))
