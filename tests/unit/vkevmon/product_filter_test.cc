@@ -332,6 +332,16 @@ TEST_F(ProductFilter, WalksDataThatEndsAnywhere)
     }
 }
 
+// The zero byte behind the data is the name of a record that ends with its text.
+TEST_F(ProductFilter, ComparesNoNameAtAllWhereTheDataEndsBehindAText)
+{
+    AddUnopened("P", SourceRecord("one") + std::string("\0\0\0\0text\0", 9));
+    ASSERT_EQ(0, Build());
+    EXPECT_FALSE(SourceIsFiltered(filter_, "X"));
+    EXPECT_EQ((std::vector<std::string>{"lpstr: one -> lpszSN:X", "lpstr:  -> lpszSN:X"}),
+              TextsOf("VKVMonQueGet"));
+}
+
 TEST_F(ProductFilter, WalksDataWithoutAnyZeroByte)
 {
     for (size_t size = 1; size <= 507; ++size) {
