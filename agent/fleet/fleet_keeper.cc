@@ -132,7 +132,7 @@ void FleetKeeper::Look(HostStatus *status)
 {
     host::Store store(layout_.Store());
     host::RegistryTree registry(store);
-    const metrics::Overview seen = metrics::Look(registry, layout_, getpid());
+    const metrics::Overview seen = metrics::LookAtReading(registry, layout_, getpid());
     for (const metrics::LogView &log : seen.logs)
         status->behind_bytes += log.unread.value_or(0);
     status->monitor = seen.stands;

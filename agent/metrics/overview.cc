@@ -156,4 +156,14 @@ Overview Look(host::RegistryTree &registry, const host::Layout &layout, std::opt
     return Lookout(registry, layout).Look(daemon);
 }
 
+Overview LookAtReading(host::RegistryTree &registry, const host::Layout &layout, pid_t daemon)
+{
+    Overview view;
+    view.now_ms = host::NowMs();
+    LookAtDaemon(layout, daemon, &view);
+    const host::Snapshot one_state(registry.store());
+    LookAtLogs(registry, &view);
+    return view;
+}
+
 } // namespace metrics

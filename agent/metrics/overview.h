@@ -102,6 +102,10 @@ class Lookout {
 Overview Look(host::RegistryTree &registry, const host::Layout &layout,
               std::optional<pid_t> daemon);
 
+// One look at how far the running daemon has read: daemon and logs, all else stays empty. So it costs the same with any
+// number of events and sinks. Throws host::Error.
+Overview LookAtReading(host::RegistryTree &registry, const host::Layout &layout, pid_t daemon);
+
 } // namespace metrics
 
 #endif // AGENT_METRICS_OVERVIEW_H

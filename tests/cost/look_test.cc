@@ -77,6 +77,16 @@ TEST_F(CostOfALook, TotalsOfBeforeTheMinuteAreReadOnceAMinute)
     EXPECT_EQ(3, answers_->lookout().FullReadsOfTotals());
 }
 
+// A host of a fleet looks so at each of its statuses.
+TEST_F(CostOfALook, AtHowFarTheMonitorHasReadLeavesTheEventsAlone)
+{
+    Register("DISK");
+    host::RegistryTree registry(test::Store());
+    const metrics::Overview view = metrics::LookAtReading(registry, Layout(), getpid());
+    EXPECT_EQ("system log", view.logs.at(0).role);
+    EXPECT_TRUE(view.events.empty());
+}
+
 TEST_F(CostOfALook, WhenTheMonitorHasLoadedOthersTheEventsAreReadAtOnce)
 {
     Register("DISK");
