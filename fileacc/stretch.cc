@@ -13,6 +13,11 @@ namespace {
 constexpr size_t kPiece = kBlockSize; // of a line longer than a block
 static_assert(kStretchSize >= 2 * kPiece, "a stretch holds a line of any length, or a piece of it");
 
+bool CursorIsOnALine()
+{
+    return gfp != nullptr && curblock.linepos >= 0 && curblock.linepos < curblock.length;
+}
+
 // The offset of the line behind the cursor.
 int64_t BehindCursor()
 {
@@ -44,10 +49,14 @@ size_t WholeLines(const char *text, size_t length)
 
 int64_t BytesForStretches()
 {
-    if (gfp == nullptr || curblock.length <= 0 || curblock.linepos < 0 ||
-        curblock.linepos >= curblock.length)
-        return 0;
-    return std::max<int64_t>(filelen - bytes_left_to_blocks - BehindCursor(), 0);
+    return CursorIsOnALine() ? std::max<int64_t>(filelen - bytes_left_to_blocks - BehindCursor(), 0)
+                             : 0;
+}
+
+bool BlockEndsInsideALine()
+{
+    return CursorIsOnALine() && curblock.data[curblock.length - 1] != '\0' &&
+           BehindCursor() < curblock.start + curblock.length;
 }
 
 bool ReadStretch(Stretch *stretch)

@@ -39,6 +39,10 @@ struct StretchLine {
 // Bytes behind the cursor of curblock that stretches can take. Needs a line delivered from it.
 int64_t BytesForStretches();
 
+// Does curblock end inside a line behind that of the cursor? A block that was loaded backwards can, at a line longer than a
+// block. That line goes on where the block ends, and not in pieces from its head: it has to be read by blocks.
+bool BlockEndsInsideALine();
+
 // Reads the stretch behind the cursor of curblock. False, with nothing changed, when there is none, or the file cannot
 // be read or has shrunk: the block will find out how.
 bool ReadStretch(Stretch *stretch);

@@ -175,6 +175,8 @@ bool IsInStretch(LocalMoment *moment)
             EndStretch();
         return false;
     }
+    if (!is_in_stretch && BlockEndsInsideALine())
+        return false;
     if (!is_in_stretch && !BeginStretch(moment))
         file_has_stretches = false;
     return is_in_stretch;

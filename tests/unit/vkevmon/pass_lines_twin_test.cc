@@ -222,6 +222,39 @@ TEST_F(PassLinesTwin, AFileThatGrowsWhileItIsReadIsReadToItsEndByTheNextPass)
     }
 }
 
+// The place is stored too far down, so the reader goes back for it, through a line longer than a block. What comes of that
+// line is decided by the blocks that it has gone through: here, the piece by which it ends has a match.
+TEST_F(PassLinesTwin, ALongLineIsCutByTheBlocksThroughWhichTheReaderHasGoneBack)
+{
+    const std::string head = Line("the first line", -3600);
+    const std::string last_checked = Line("checked last", -3000);
+    constexpr size_t kLength = 20000; // with its line end
+    std::string longer = Line("longer than a block ", -2900);
+    longer.resize(kLength - kBlockSize, 'x');
+    longer += Line("disk", -2900);
+    longer.resize(kLength - 1, 'y');
+    const std::string behind = Line("behind it", -2800);
+    std::string log =
+        head + "\n" + last_checked + "\n" + Line("a new one", -2950) + "\n" + longer + "\n";
+    const auto place = static_cast<int64_t>(log.size());
+    log += behind + "\n";
+    for (int i = 0; i < 1000; ++i)
+        log += Line("a quiet line", -2000) + "\n";
+    const uint64_t searched = stretches_searched;
+    Outcome outcomes[2];
+    for (const bool in_stretches : {false, true}) {
+        WriteLog("messages", log);
+        StoreResumePoint(0, {head, place, last_checked});
+        Restart();
+        lastendtime = *Sys().now;
+        AddEntry({.keywords = {"disk", "", ""}});
+        outcomes[in_stretches] = Pass(in_stretches ? 1 : kNever);
+        EXPECT_EQ(1U, Host().reports.size());
+    }
+    EXPECT_EQ("", Difference(outcomes[0], outcomes[1]));
+    EXPECT_LT(searched, stretches_searched);
+}
+
 TEST_F(PassLinesTwin, AFileThatShrinksWhileItIsReadEndsThePass)
 {
     AddEntry({.keywords = {"disk", "", ""}});
