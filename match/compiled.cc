@@ -13,6 +13,7 @@ namespace {
 
 // Written on the monitor thread.
 CompiledPattern compiled[kMostCompiled];
+size_t bytes_tried[kMostCompiled]; // since it was compiled
 int compiled_count = 0;
 uint16_t numbers[kMaxEntries][kKeywordsOfEntry]; // 1 + the number of the compiled one; 0: none
 locale_t thread_locale;
@@ -40,18 +41,39 @@ bool HasNumber(const Pattern &pattern, uint16_t *number)
     if (!Compile(pattern, &compiled[compiled_count]))
         return false;
     ++expressions_compiled;
+    bytes_tried[compiled_count] = 0;
     *number = static_cast<uint16_t>(++compiled_count);
     return true;
+}
+
+// Compiles it anew when it has been tried on enough. Where that fails, the old one serves, and it is tried again.
+void Renew(const Pattern &pattern, int i, size_t length)
+{
+    bytes_tried[i] += length;
+    CompiledPattern anew;
+    if (bytes_tried[i] <= kBytesOfCompiled || !Compile(pattern, &anew))
+        return;
+    Free(&compiled[i]);
+    compiled[i] = anew;
+    ++expressions_compiled;
+    bytes_tried[i] = length;
 }
 
 } // namespace
 
 void ForgetCompiled()
 {
+    if (compiled_count == 0)
+        return;
     for (int i = 0; i < compiled_count; ++i)
         Free(&compiled[i]);
     compiled_count = 0;
     memset(numbers, 0, sizeof numbers);
+}
+
+int ExpressionsKept()
+{
+    return compiled_count;
 }
 
 bool MatchesCompiled(const char *line, const Pattern &pattern, int entry, int keyword)
@@ -66,5 +88,8 @@ bool MatchesCompiled(const char *line, const Pattern &pattern, int entry, int ke
     // A line end inside the text needs another way to compile.
     if (!has_room || strchr(line, '\n') != nullptr)
         return MatchesPattern(line, pattern);
-    return HasNumber(pattern, &number) && Matches(line, compiled[number - 1]);
+    if (!HasNumber(pattern, &number))
+        return false;
+    Renew(pattern, number - 1, strlen(line));
+    return Matches(line, compiled[number - 1]);
 }

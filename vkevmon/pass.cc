@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "fileacc/fileacc.h"
+#include "match/compiled.h"
 #include "match/hits.h"
 #include "match/index.h"
 #include "match/literal_set.h"
@@ -393,5 +394,6 @@ int WatchSyslogMain(void)
     AskWhoFollows();
     for (int slot = 0; slot < MAX_MON_FILES; ++slot)
         ScanSlot(slot);
+    ForgetCompiled(); // between passes nothing of them is held
     return 0;
 }
