@@ -19,6 +19,8 @@ static_assert(kFileNameMax < kMonitorPathSize, "the path must stay terminated");
 
 using ll = long long;
 
+// Both halves of a number are read into the same four bytes, low one first. So of a high half that is stored with fewer
+// bytes, the others are those of the low one: the interface has it so.
 bool ReadHalf(const char *name, uint32_t *half)
 {
     DWORD size = sizeof *half;
@@ -35,18 +37,17 @@ bool WriteHalf(const char *name, uint32_t half)
 int RegGetInode(void)
 {
     TRACE(TRACE_DETAIL, ">");
-    uint32_t low = 0;
-    uint32_t high = 0;
-    if (!ReadHalf(kInodeLowValue, &low)) {
+    uint32_t half = 0;
+    if (!ReadHalf(kInodeLowValue, &half)) {
         TRACE(TRACE_ERROR, "<Get low bits of inode from registry failed, return FALSE!");
         return FALSE;
     }
-    filedata.inode = low;
-    if (!ReadHalf(kInodeHighValue, &high)) {
+    filedata.inode = half;
+    if (!ReadHalf(kInodeHighValue, &half)) {
         TRACE(TRACE_ERROR, "<Get high bits of inode from registry failed, return FALSE!");
         return FALSE;
     }
-    filedata.inode = static_cast<uint64_t>(JoinHalves(low, high));
+    filedata.inode |= static_cast<uint64_t>(JoinHalves(0, half));
     TRACE(TRACE_DETAIL, "<return TRUE.");
     return TRUE;
 }
@@ -54,18 +55,17 @@ int RegGetInode(void)
 int RegGetOffset(void)
 {
     TRACE(TRACE_DETAIL, ">");
-    uint32_t low = 0;
-    uint32_t high = 0;
-    if (!ReadHalf(kOffsetLowValue, &low)) {
+    uint32_t half = 0;
+    if (!ReadHalf(kOffsetLowValue, &half)) {
         TRACE(TRACE_ERROR, "<Get low bits of offset from registry failed, return FALSE !");
         return FALSE;
     }
-    filedata.offset = JoinHalves(low, 0);
-    if (!ReadHalf(kOffsetHighValue, &high)) {
+    filedata.offset = JoinHalves(half, 0);
+    if (!ReadHalf(kOffsetHighValue, &half)) {
         TRACE(TRACE_ERROR, "<Get high bits of offset from registry failed, return FALSE !");
         return FALSE;
     }
-    filedata.offset = JoinHalves(low, high);
+    filedata.offset |= JoinHalves(0, half);
     TRACE(TRACE_DETAIL, "<return TRUE.");
     return TRUE;
 }

@@ -113,6 +113,19 @@ TEST_F(Watch, KeepsEveryBitOfItsNumbers)
     }
 }
 
+// Both halves are read into the same four bytes, the low one first.
+TEST_F(Watch, HasWhatIsLeftOfTheLowHalfInAHighHalfThatIsTooShort)
+{
+    SetPath("/x");
+    StoreInode(0x22222222);
+    StoreOffset(0x33333333);
+    Host().registry.SetBytes(kFileMonitorKey, "INODE_H", REG_DWORD, "\x01");
+    Host().registry.SetBytes(kFileMonitorKey, "OFFSET_H", REG_DWORD, "\x01");
+    EXPECT_EQ(TRUE, ChangeFileMonObj());
+    EXPECT_EQ(0x2222220122222222U, filedata.inode);
+    EXPECT_EQ(0x3333330133333333, filedata.offset);
+}
+
 TEST_F(Watch, HasNoPathWhenThereIsNone)
 {
     SetWatchedPath("/var/log/the/path/before");
