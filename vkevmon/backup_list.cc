@@ -263,6 +263,15 @@ int GetSyslogBakFilelist(char (**lpbakfilelist)[kBackupNameSize], int monindex)
     return ibakfilenum;
 }
 
+int ListBackupsOfSlot(char (**names)[kBackupNameSize], int slot)
+{
+    const int slot_of_pass = gMonIndex;
+    gMonIndex = slot;
+    const int count = GetSyslogBakFilelist(names, slot);
+    gMonIndex = slot_of_pass;
+    return count;
+}
+
 void BackupPath(const char *name, char *path)
 {
     snprintf(path, kBackupPathSize, "%s/%s", kLogDir, name);

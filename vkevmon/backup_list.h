@@ -12,12 +12,13 @@
 
 using BackupName = char[kBackupNameSize];
 
-#pragma GCC visibility push(default)
 extern "C" {
 
 // Module-wide state, on the monitor thread: the slot for which the directory filters work; -1 before the first
-// pass. Written by the scan pass, and by a host that asks for the backups of a slot while no pass runs.
+// pass. Written by the scan pass.
 extern int gMonIndex;
+
+#pragma GCC visibility push(default)
 
 // Lists the backups of a slot, newest first.
 //   lpbakfilelist  out: a fresh array that the caller frees; null when the result is 0
@@ -29,8 +30,11 @@ int GetSyslogBakFilelist(char (**lpbakfilelist)[kBackupNameSize], int monindex);
 int check_message_i(const struct dirent *d);
 int check_message_time(const struct dirent *d);
 
-} // extern "C"
+// As GetSyslogBakFilelist, for a host that asks while no pass runs: the filters work for this slot meanwhile.
+int ListBackupsOfSlot(char (**names)[kBackupNameSize], int slot);
+
 #pragma GCC visibility pop
+} // extern "C"
 
 // Bytes of a backup's path. The live file's name is up to 255 bytes long and needs no copy.
 constexpr int kBackupPathSize = 255;

@@ -78,10 +78,8 @@ class OpenLog {
 
 std::vector<fs::path> Backups(monitor::Module &module, int slot)
 {
-    // The module's filters of names look at this, not at the argument.
-    *module.gMonIndex = slot;
     monitor::BackupName *names = nullptr;
-    const int count = module.GetSyslogBakFilelist(&names, slot);
+    const int count = module.ListBackupsOfSlot(&names, slot);
     // The module allocates with malloc and leaves the array to its caller.
     const std::unique_ptr<monitor::BackupName, decltype(&free)> owned(names, free);
     std::vector<fs::path> backups;

@@ -27,8 +27,7 @@ Module::Module(const host::Layout &layout) : library_(layout.Library("vkevmon.dl
     library_.Find("GetNextLine", &GetNextLine);
     library_.Find("FEof", &FEof);
     library_.Find("ChangeCustFile", &ChangeCustFile);
-    library_.Find("GetSyslogBakFilelist", &GetSyslogBakFilelist);
-    library_.Find("gMonIndex", &gMonIndex);
+    library_.Find("ListBackupsOfSlot", &ListBackupsOfSlot);
     library_.Find("RegSetHeadLine", &RegSetHeadLine);
     library_.Find("RegSetOrientation", &RegSetOrientation);
     library_.Find("RegGetHeadLine", &RegGetHeadLine);

@@ -52,9 +52,7 @@ class Module {
     // ---- where it stands in the files of a slot ----
     int (*ChangeCustFile)() =
         nullptr; // reads the customer file's name, on which its backups depend
-    int (*GetSyslogBakFilelist)(BackupName **names, int slot) = nullptr;
-    // Set before GetSyslogBakFilelist, which reads it beside its argument.
-    int *gMonIndex = nullptr; // the slot whose backups are listed
+    int (*ListBackupsOfSlot)(BackupName **names, int slot) = nullptr;
     int (*RegSetHeadLine)(const char *line, int slot) = nullptr;
     int (*RegSetOrientation)(int64_t pos, const char *content, int slot) = nullptr;
     int (*RegGetHeadLine)(char *line, int size, int slot) = nullptr;
