@@ -95,6 +95,7 @@ ModuleTest::ModuleTest()
 
 ModuleTest::~ModuleTest()
 {
+    EXPECT_EQ(std::vector<std::string>{}, Host().wrong_arguments);
     Sys().Reset();
     ResetModule();
 }

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "platform/agent.h"
+#include "platform/contract.h"
 #include "platform/loader.h"
 #include "platform/trace.h"
 #include "tests/support/trace_formats.h"
@@ -45,6 +46,12 @@ bool ScriptedHost::Enter(const char *name)
     if (failure != fail_.end() && ++failure->second.seen == failure->second.n)
         fails = true;
     return fails;
+}
+
+void ScriptedHost::Demand(bool is_so, const std::string &what)
+{
+    if (!is_so)
+        wrong_arguments.push_back(what);
 }
 
 HANDLE ScriptedHost::NewHandle(const std::string &name)
@@ -173,13 +180,29 @@ int ClearProducts(void *list)
     return 0;
 }
 
+bool IsOpenMutex(HANDLE handle)
+{
+    return Host().HandleIsOpen(handle) && Host().HandleName(handle) == kTableMutex;
+}
+
+// How a key is opened: its settings with no right in particular, a list of keys with all, those of an event for reading.
+REGSAM AccessTo(const std::string &path)
+{
+    constexpr REGSAM kAll = 0xF003F;
+    constexpr REGSAM kRead = 0x20019;
+    if (path == kMonitorKey)
+        return 0;
+    return path.ends_with("\\" + std::string(kWatchSettingKey)) ? kRead : kAll;
+}
+
 } // namespace
 
 extern "C" {
 
-HANDLE CreateEvent(void * /*attributes*/, BOOL /*manualReset*/, BOOL /*initialState*/,
-                   const char *name)
+HANDLE CreateEvent(void *attributes, BOOL manualReset, BOOL initialState, const char *name)
 {
+    Host().Demand(attributes == nullptr && manualReset == FALSE && initialState == FALSE,
+                  std::string("CreateEvent ") + name);
     return Host().Enter("CreateEvent") ? nullptr : Host().NewHandle(name);
 }
 
@@ -191,18 +214,23 @@ BOOL SetEvent(HANDLE event)
     return TRUE;
 }
 
-HANDLE CreateMutex(void * /*attributes*/, BOOL /*initialOwner*/, const char *name)
+HANDLE CreateMutex(void *attributes, BOOL initialOwner, const char *name)
 {
+    Host().Demand(attributes == nullptr && initialOwner == FALSE,
+                  std::string("CreateMutex ") + name);
     return Host().Enter("CreateMutex") ? nullptr : Host().NewHandle(name);
 }
 
-BOOL ReleaseMutex(HANDLE /*mutex*/)
+BOOL ReleaseMutex(HANDLE mutex)
 {
+    Host().Demand(IsOpenMutex(mutex), "ReleaseMutex of what is none");
     return Host().Enter("ReleaseMutex") ? FALSE : TRUE;
 }
 
-DWORD WaitForSingleObject(HANDLE /*handle*/, DWORD /*milliseconds*/)
+DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)
 {
+    Host().Demand(IsOpenMutex(handle), "WaitForSingleObject for what is no mutex");
+    Host().Demand(milliseconds == INFINITE, "WaitForSingleObject with a time");
     return Host().Enter("WaitForSingleObject") ? WAIT_RESULT_FAILED : Host().mutex_wait_result;
 }
 
@@ -260,16 +288,21 @@ BOOL FreeLibrary(HMODULE module)
 // The code of a scripted registry failure: any but "not found", which has a meaning of its own.
 constexpr LONG kScriptedFailure = 5;
 
-LONG RegOpenKeyEx(HKEY key, const char *subKey, DWORD /*options*/, REGSAM /*access*/, HKEY *result)
+LONG RegOpenKeyEx(HKEY key, const char *subKey, DWORD options, REGSAM access, HKEY *result)
 {
+    Host().Demand(key == HKEY_LOCAL_MACHINE && options == 0 && access == AccessTo(subKey),
+                  std::string("RegOpenKeyEx ") + subKey);
     return Host().Enter("RegOpenKeyEx") ? kScriptedFailure
                                         : Host().registry.Open(key, subKey, result, false);
 }
 
-LONG RegCreateKeyEx(HKEY key, const char *subKey, DWORD /*reserved*/, const char * /*keyClass*/,
-                    DWORD /*options*/, REGSAM /*access*/, void * /*security*/, HKEY *result,
-                    DWORD * /*disposition*/)
+LONG RegCreateKeyEx(HKEY key, const char *subKey, DWORD reserved, const char *keyClass,
+                    DWORD options, REGSAM access, void *security, HKEY *result, DWORD *disposition)
 {
+    Host().Demand(key == HKEY_LOCAL_MACHINE && reserved == 0 && strcmp(keyClass, "") == 0 &&
+                      options == 0 && access == 0xF003F && security == nullptr &&
+                      disposition != nullptr,
+                  std::string("RegCreateKeyEx ") + subKey);
     return Host().Enter("RegCreateKeyEx") ? kScriptedFailure
                                           : Host().registry.Open(key, subKey, result, true);
 }
@@ -296,9 +329,12 @@ LONG RegQueryInfoKey(HKEY key, char * /*keyClass*/, DWORD * /*classSize*/, DWORD
     return Host().Enter("RegQueryInfoKey") ? kScriptedFailure : Host().registry.Info(key, subKeys);
 }
 
-LONG RegEnumKeyEx(HKEY key, DWORD index, char *name, DWORD *nameSize, DWORD * /*reserved*/,
-                  char * /*keyClass*/, DWORD * /*classSize*/, void * /*lastWriteTime*/)
+LONG RegEnumKeyEx(HKEY key, DWORD index, char *name, DWORD *nameSize, DWORD *reserved,
+                  char *keyClass, DWORD *classSize, void * /*lastWriteTime*/)
 {
+    Host().Demand(reserved == nullptr && keyClass != nullptr && classSize != nullptr &&
+                      *classSize == 4096 && *nameSize == 256,
+                  "RegEnumKeyEx");
     return Host().Enter("RegEnumKeyEx") ? kScriptedFailure
                                         : Host().registry.Enum(key, index, name, nameSize);
 }
@@ -310,6 +346,8 @@ LONG RegCloseKey(HKEY key)
 
 BOOL RegRead(HKEY root, const char *subKey, const char *name, DWORD *type, void *data, DWORD *size)
 {
+    Host().Demand((type != nullptr) == (strcmp(name, kFileNameValue) == 0),
+                  std::string("RegRead ") + name);
     if (Host().Enter("RegRead"))
         return FALSE;
     HKEY key = nullptr;

@@ -94,6 +94,8 @@ class ScriptedHost {
     std::vector<void *> cleared_products; // given to TARSKPPLX_PPInfoClear
     std::vector<HANDLE> set_events;
     std::string thread_name;
+    // Of calls that had other arguments than the interface fixes. Each test ends with none.
+    std::vector<std::string> wrong_arguments;
 
     [[nodiscard]] std::string
     HandleName(HANDLE handle) const; // as given to CreateEvent, CreateMutex
@@ -114,6 +116,8 @@ class ScriptedHost {
 
     // Should this call fail? Counts it. For the host's own functions.
     bool Enter(const char *name);
+    // What the interface fixes of a call's arguments. Likewise.
+    void Demand(bool is_so, const std::string &what);
     HANDLE NewHandle(const std::string &name);
     bool DropHandle(HANDLE handle);
 
