@@ -12,7 +12,7 @@ const uint32_t TimeMask[kHoursOfDay] = {
 };
 // clang-format on
 
-uint64_t zones_looked_up = 0;
+std::atomic<uint64_t> zones_looked_up = 0;
 uint64_t stamps_learned = 0;
 
 namespace {
@@ -256,7 +256,7 @@ void BringTo(LocalMoment *moment, time_t t)
 {
     if (moment->is_set && moment->time == t)
         return;
-    ++zones_looked_up;
+    zones_looked_up.fetch_add(1, std::memory_order_relaxed);
     tzset(); // localtime_r alone would never see a change of the time zone
     const struct tm before = moment->local;
     moment->time = t;
@@ -268,7 +268,7 @@ void BringTo(LocalMoment *moment, time_t t)
 
 bool IsSameClockAt(time_t t, const struct tm &now)
 {
-    ++zones_looked_up;
+    zones_looked_up.fetch_add(1, std::memory_order_relaxed);
     struct tm there {};
     return localtime_r(&t, &there) != nullptr && IsSameClock(there, now);
 }

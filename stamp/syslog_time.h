@@ -5,6 +5,7 @@
 #ifndef STAMP_SYSLOG_TIME_H
 #define STAMP_SYSLOG_TIME_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -48,7 +49,7 @@ struct LocalMoment {
 };
 
 // How often a time zone was looked up in full so far. For tests.
-extern uint64_t zones_looked_up;
+extern std::atomic<uint64_t> zones_looked_up;
 
 // What a caller needs to know of a stamp.
 enum class StampUse { kTime, kValidity };
