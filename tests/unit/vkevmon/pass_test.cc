@@ -2,6 +2,7 @@
 #include <climits>
 #include <string>
 
+#include "match/table_data.h"
 #include "tests/unit/vkevmon/pass_fixture.h"
 #include "tests/unit/vkevmon/pass_story.h"
 #include "vkevmon/pass.h"
@@ -333,6 +334,20 @@ TEST_F(Pass, SeesARepeatTextWithinTheHandledPartOfALineOnly)
     Follow({head_});
     Append({a_, inside, b_, outside});
     EXPECT_EQ((CheckedList{{a_, 4}, {b_, 1}, {outside.substr(0, 3328), 1}}), Run());
+}
+
+// Of more lines than are handled one by one.
+TEST_F(Pass, FindsTheLastEntryOfAFullTableInEachLine)
+{
+    Follow({head_});
+    while (nCnt < kMaxEntries - 1)
+        AddEntry({.keywords = {"nowhere " + std::to_string(nCnt), "", ""}});
+    AddEntry({.keywords = {"the last of all", "", ""}});
+    Append(Strings(100, Line("the last of all", -9)));
+    Host().record_trace = false;
+    Host().detail_is_on = false;
+    Run();
+    EXPECT_EQ(100U, Host().reports.size());
 }
 
 TEST_F(Pass, CountsTheHitsOfALineWithItsRepeats)

@@ -1,0 +1,45 @@
+// Many lines at a time, and the cursor behind them.
+#include <memory>
+
+#include "fileacc/stretch.h"
+#include "tests/unit/fileacc/reader_fixture.h"
+
+namespace test {
+namespace {
+
+class StretchOfALog : public ReaderTest {
+  protected:
+    StretchOfALog() { bytes_left_to_blocks = 1; }
+    ~StretchOfALog() override { bytes_left_to_blocks = kBlockSize; }
+
+    const std::unique_ptr<Stretch> stretch_ = std::make_unique<Stretch>();
+};
+
+TEST_F(StretchOfALog, LeavesTheCursorOnTheLineThatWasTakenLast)
+{
+    OpenOldLog("one\ntwo\nthree\nfour\nfive\n");
+    ExpectNext(0, "one");
+    ExpectNext(4, "two"); // the cursor stands inside the block
+    ASSERT_TRUE(ReadStretch(stretch_.get()));
+    EXPECT_EQ(8, stretch_->start);
+    LeaveStretch(*stretch_, NextLineOfStretch(*stretch_, 0));
+    EXPECT_EQ("three|", Shown(curblock));
+    EXPECT_EQ(0, curblock.linepos);
+    EXPECT_EQ(8, curblock.start);
+    ExpectNext(14, "four");
+    ExpectNext(19, "five");
+}
+
+TEST_F(StretchOfALog, OfAnEmptyLineIsOneByte)
+{
+    OpenOldLog("one\n\ntwo");
+    ExpectNext(0, "one");
+    bytes_left_to_blocks = 3;
+    ASSERT_TRUE(ReadStretch(stretch_.get()));
+    EXPECT_EQ(1U, stretch_->length);
+    LeaveStretch(*stretch_, NextLineOfStretch(*stretch_, 0));
+    ExpectNext(5, "two");
+}
+
+} // namespace
+} // namespace test
