@@ -80,11 +80,21 @@ int CountCutShort(size_t length)
     return count;
 }
 
-// The length that decides in which steps the log is searched.
-size_t ChooseLength()
+// The texts are all entered, and none may be cut by more than a literal can be.
+size_t LongestFor(const MoreTexts &texts)
 {
-    const size_t shortest = std::min(ShortestOfLongest(), kLongest);
-    size_t length = std::min(shortest + kMostCut, kLongest);
+    size_t longest = kLongest;
+    for (const char *text : texts)
+        longest = std::min(longest, strlen(text) + kMostCut);
+    return longest;
+}
+
+// The length that decides in which steps the log is searched.
+size_t ChooseLength(const MoreTexts &texts)
+{
+    const size_t longest = LongestFor(texts);
+    const size_t shortest = std::min(ShortestOfLongest(), longest);
+    size_t length = std::min(shortest + kMostCut, longest);
     const int most_cut = shortest < kSelectiveGram ? kMostCutShort : kMostCutShort / 4;
     while (length > shortest && CountCutShort(length) > most_cut)
         --length;
@@ -130,7 +140,7 @@ void ChooseWindow(int index, size_t length)
 
 void PrepareInSteps(const MoreTexts &texts)
 {
-    const GramKind kind = KindFor(ChooseLength());
+    const GramKind kind = KindFor(ChooseLength(texts));
     BeginWindows(kind);
     ForgetAnchors();
     for (int i = 0; i < sieve_entry_count; ++i)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bitset>
+#include <cassert>
 #include <cstring>
 
 #include "match/log_sample.h"
@@ -259,6 +260,7 @@ void PlaceKeys(const Searched *literals, int count, GramKind kind)
 void EnterLiteral(BlockSearch *search, int id)
 {
     const Searched &literal = search->literals[id];
+    assert(literal.length + kMostCut >= search->kind.window()); // or it is not found everywhere
     const size_t length = std::min<size_t>(literal.length, kWord);
     const size_t begin = KeyBegin(literal, key_shifts[id]);
     const uint64_t value = KeyOf(literal, begin);
