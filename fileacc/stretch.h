@@ -5,8 +5,8 @@
 // block comes in pieces of the size of a block. The last line of the file is never in a stretch: growth, a half-written
 // line and all that can fail are the business of the block.
 //
-// Calling order: ReadStretch; any number of lines, by NextLineOfStretch; LeaveStretch, which puts the cursor of
-// curblock on the last one that was taken. In between, curblock stays as it is.
+// Calling order: BeginStretches; for each stretch ReadStretch, any number of lines by NextLineOfStretch, and LeaveStretch,
+// which puts the cursor of curblock on the last one that was taken; ReturnToBlocks. In a stretch, curblock stays as it is.
 #ifndef FILEACC_STRETCH_H
 #define FILEACC_STRETCH_H
 
@@ -43,6 +43,9 @@ int64_t BytesForStretches();
 // block. That line goes on where the block ends, and not in pieces from its head: it has to be read by blocks.
 bool BlockEndsInsideALine();
 
+// From curblock on, stretches are read.
+void BeginStretches();
+
 // Reads the stretch behind the cursor of curblock. False, with nothing changed, when there is none, or the file cannot
 // be read or has shrunk: the block will find out how.
 bool ReadStretch(Stretch *stretch);
@@ -50,8 +53,12 @@ bool ReadStretch(Stretch *stretch);
 // The line that begins at `head`, which is less than the length.
 StretchLine NextLineOfStretch(const Stretch &stretch, size_t head);
 
-// Puts the cursor of curblock on a line of the stretch. It is a block by itself then, so the line behind it is read
-// anew from the file.
+// Puts the cursor of curblock on a line of the stretch. It is a block by itself then: enough for another stretch.
 void LeaveStretch(const Stretch &stretch, const StretchLine &line);
+
+// Makes curblock the block that it would be if all had been read by blocks, with the cursor on the same line. How far a log is
+// read that grows meanwhile depends on where its blocks begin. When the file cannot be read, or the line is not there any
+// more, curblock stays as it is: the next line is read from behind it.
+void ReturnToBlocks();
 
 #endif // FILEACC_STRETCH_H

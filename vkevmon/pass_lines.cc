@@ -24,10 +24,11 @@ constexpr size_t kMostOfLine = kLineBufferSize - 1;
 // The stretch being read. Written on the monitor thread.
 Stretch stretch;
 bool is_in_stretch = false;
-StretchLine last;    // the line delivered last
-bool last_was_quiet; // nothing that is still to be checked comes before the next one
-bool next_is_loud;   // known already of the line behind it
-LineMatches matches; // of the line looked at last
+bool is_behind_stretches = false; // the block is not yet that of a pass by blocks
+StretchLine last;                 // the line delivered last
+bool last_was_quiet;              // nothing that is still to be checked comes before the next one
+bool next_is_loud;                // known already of the line behind it
+LineMatches matches;              // of the line looked at last
 constexpr LineMatches kNoMatches{.is_known = true};
 KnownStamp known_stamp;
 
@@ -64,6 +65,8 @@ bool BeginStretch(LocalMoment *moment)
 {
     const bool is_first = !SieveHolds();
     const int64_t least = is_first ? least_news_for_stretches : 1;
+    if (!is_behind_stretches)
+        BeginStretches();
     if (BytesForStretches() < std::max<int64_t>(least, 1) || !ReadStretch(&stretch))
         return false;
     if ((is_first || SieveHasAged()) && !MakeSieve())
@@ -80,6 +83,7 @@ void EndStretch()
 {
     LeaveStretch(stretch, last);
     is_in_stretch = false;
+    is_behind_stretches = true;
 }
 
 // ---- lines of a stretch ----
@@ -184,6 +188,9 @@ bool IsInStretch(LocalMoment *moment)
 
 bool ReadByBlock(PassLine *line)
 {
+    if (is_behind_stretches)
+        ReturnToBlocks();
+    is_behind_stretches = false;
     line->is_quiet = last_was_quiet = false;
     line->matches.is_known = false;
     if (ReadNextLine(&line->pos, line->text, kLineBufferSize, &line->length) != 0)
@@ -203,7 +210,7 @@ void BeginPassLines()
 
 bool ReadFirstPassLine(PassLine *line)
 {
-    is_in_stretch = false;
+    is_in_stretch = is_behind_stretches = false;
     lines_read = 0;
     file_has_stretches = may_use_stretches;
     return ReadByBlock(line);

@@ -4,9 +4,7 @@
 // with much news reads stretches, and has each searched as a whole first (match/loud_lines.h). Nearly all lines turn
 // out to be quiet: whatever happens to them, they match nothing, trace nothing and repeat nothing. Of a run of such
 // lines only the last is delivered. All other lines are delivered one by one and handled in the ordinary way, so
-// results, order, counters, records, reports and the stored place do not depend on how the pass was read. But of what a
-// file has grown by while it was read, up to a block is read by the same pass, and how much depends on where the last block
-// began: the next pass reads the rest.
+// results, order, counters, records, reports and the stored place do not depend on how the pass was read.
 //
 // A report function may change the table. What was called quiet by the table before is void then: the pass reads line
 // after line from there on, to its end. So that it is known in time, the line behind one that may be reported is

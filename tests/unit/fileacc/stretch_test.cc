@@ -20,6 +20,7 @@ TEST_F(StretchOfALog, LeavesTheCursorOnTheLineThatWasTakenLast)
     OpenOldLog("one\ntwo\nthree\nfour\nfive\n");
     ExpectNext(0, "one");
     ExpectNext(4, "two"); // the cursor stands inside the block
+    BeginStretches();
     ASSERT_TRUE(ReadStretch(stretch_.get()));
     EXPECT_EQ(8, stretch_->start);
     LeaveStretch(*stretch_, NextLineOfStretch(*stretch_, 0));
@@ -30,11 +31,41 @@ TEST_F(StretchOfALog, LeavesTheCursorOnTheLineThatWasTakenLast)
     ExpectNext(19, "five");
 }
 
+TEST_F(StretchOfALog, ReturnsToTheBlockInWhichTheLineLies)
+{
+    OpenOldLog("one\ntwo\nthree\nfour\nfive\n");
+    ExpectNext(0, "one");
+    BeginStretches();
+    ASSERT_TRUE(ReadStretch(stretch_.get()));
+    const StretchLine two = NextLineOfStretch(*stretch_, 0);
+    LeaveStretch(*stretch_, NextLineOfStretch(*stretch_, two.next));
+    EXPECT_EQ("three|", Shown(curblock));
+    ReturnToBlocks();
+    EXPECT_EQ("one|two|three|four|five|", Shown(curblock));
+    EXPECT_EQ(8, curblock.linepos);
+    ExpectNext(14, "four");
+}
+
+TEST_F(StretchOfALog, StaysOnItsLineWhereTheFileIsAnotherOneByNow)
+{
+    OpenOldLog("one\ntwo\nthree\nfour\nfive\n");
+    ExpectNext(0, "one");
+    BeginStretches();
+    ASSERT_TRUE(ReadStretch(stretch_.get()));
+    LeaveStretch(*stretch_, NextLineOfStretch(*stretch_, 0));
+    WriteLog(kLogName, "ONE\nTWO\nTHREE\nFOUR\nFIVE\n");
+    ReturnToBlocks();
+    EXPECT_EQ("two|", Shown(curblock));
+    EXPECT_EQ(0, curblock.linepos);
+    ExpectNext(8, "THREE");
+}
+
 TEST_F(StretchOfALog, OfAnEmptyLineIsOneByte)
 {
     OpenOldLog("one\n\ntwo");
     ExpectNext(0, "one");
     bytes_left_to_blocks = 3;
+    BeginStretches();
     ASSERT_TRUE(ReadStretch(stretch_.get()));
     EXPECT_EQ(1U, stretch_->length);
     LeaveStretch(*stretch_, NextLineOfStretch(*stretch_, 0));

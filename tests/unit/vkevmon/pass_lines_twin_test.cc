@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "fileacc/stretch.h"
+#include "match/anchors.h"
+#include "match/class_filter.h"
 #include "match/table_data.h"
 #include "regacc/last_end_time.h"
 #include "tests/support/campaign.h"
@@ -85,6 +87,7 @@ class PassLinesTwin : public SyslogScanTest {
         ResumePoint point = StoredResumePoint();
         std::string text = content[0];
         int64_t pos = curpos[0];
+        decltype(lastendtime) end_time = lastendtime;
     };
 
     static void GoBackTo(const Before &before)
@@ -93,6 +96,7 @@ class PassLinesTwin : public SyslogScanTest {
         StoreResumePoint(0, before.point);
         snprintf(content[0], sizeof content[0], "%s", before.text.c_str());
         curpos[0] = before.pos;
+        lastendtime = before.end_time;
     }
 
     // Without the reader's own records, which tell of blocks.
@@ -199,27 +203,44 @@ TEST_F(PassLinesTwin, ATableThatAReportChangesCountsFromTheNextEntryOn)
     });
 }
 
-// What is appended while the pass reads may be left for the next one, but nothing is lost or counted twice.
-TEST_F(PassLinesTwin, AFileThatGrowsWhileItIsReadIsReadToItsEndByTheNextPass)
+// Of what is appended while the pass reads, as much is left for the next one as by blocks, and nothing is lost or counted
+// twice. Where the table changes as well, the pass goes on by blocks from the middle of a stretch.
+TEST_F(PassLinesTwin, AFileThatGrowsWhileItIsReadIsReadAsFarAsByBlocksAndToItsEndByTheNextPass)
 {
-    for (const int64_t least : {kNever, int64_t{1}}) {
-        StartOver();
-        AddEntry({.keywords = {"disk", "", ""}});
-        WriteLog("messages", Line("the first line", -3600) + "\n");
-        WatchSyslogMain();
+    const uint64_t before = stretches_searched;
+    Campaign("growing files", 60).Run([this](Random &random) {
         std::string news;
-        for (int i = 0; i < 3000; ++i)
-            news += Line(i % 100 == 0 ? "disk " + std::to_string(i) : "a quiet line") + "\n";
-        AppendLog("messages", news);
-        int count = 0;
-        const auto at_report = [&] {
-            if (++count == 10)
-                AppendLog("messages", Line("disk added") + "\n" + news);
-        };
-        Pass(least, at_report);
-        Pass(least, at_report);
-        EXPECT_EQ(61, count);
-    }
+        size_t disks = 0;
+        while (news.size() < 70000) {
+            const bool is_disk = random.Chance(4);
+            disks += is_disk ? 1 : 0;
+            news += Line(is_disk ? "disk " : "a quiet line ", -60) +
+                    std::string(random.Below(random.Chance(3) ? 20000 : 100), 'x') + "\n";
+        }
+        const size_t at = 1 + random.Below(disks + 1);
+        const bool table_changes = random.Chance(30);
+        Outcome outcomes[2];
+        for (const bool in_stretches : {false, true}) {
+            StartOver();
+            AddEntry({.keywords = {"disk", "", ""}});
+            WriteLog("messages", Line("the first line", -3600) + "\n");
+            WatchSyslogMain();
+            AppendLog("messages", news);
+            size_t count = 0;
+            const auto at_report = [&] {
+                if (++count != at)
+                    return;
+                AppendLog("messages", news);
+                if (table_changes)
+                    strcpy(lpVKVMon[0]->Keyword2, "line");
+            };
+            outcomes[in_stretches] = Pass(in_stretches ? 1 : kNever, at_report);
+            Pass(in_stretches ? 1 : kNever, at_report);
+            EXPECT_EQ(at > disks ? disks : table_changes ? at : 2 * disks, count);
+        }
+        EXPECT_EQ("", Difference(outcomes[0], outcomes[1]));
+    });
+    EXPECT_LT(before, stretches_searched);
 }
 
 // The place is stored too far down, so the reader goes back for it, through a line longer than a block. What comes of that
@@ -275,6 +296,27 @@ TEST_F(PassLinesTwin, AFileThatShrinksWhileItIsReadEndsThePass)
     EXPECT_LE(3, count);
     EXPECT_GT(40, count) << "no more than the lines that had been read";
     EXPECT_EQ(1, Host().Traced(1, "Get Next line failed."));
+}
+
+// The agent's name is shorter than the keyword, and decides how large the steps may be in which the log is searched.
+TEST_F(PassLinesTwin, TheAgentsOwnLinesAreKnownWhereverItsNameStands)
+{
+    AddEntry({.keywords = {"tick tick tick tick", "", ""}, .report_count = 1000000});
+    WriteLog("messages", Line("the first line", -3600) + "\n");
+    WatchSyslogMain();
+    constexpr int kLines = 4000;
+    std::string news;
+    for (int i = 0; i < kLines; ++i) {
+        const bool is_own = i % 10 == 0;
+        const auto before = static_cast<size_t>(is_own ? i / 10 % 50 : 300);
+        news += Line(std::string(before, '.') + (is_own ? "TARSKvkvmain" : "") +
+                     " tick tick tick tick " + std::to_string(i)) +
+                "\n";
+    }
+    AppendLog("messages", news);
+    Pass(1);
+    EXPECT_EQ(kLines * 9 / 10, lpVKVMon[0]->CurrentCount);
+    EXPECT_TRUE(anchor_search.kind.step > 4 || !ClassFilterWorks()) << "large steps";
 }
 
 TEST_F(PassLinesTwin, WhereDetailIsTracedOrTheServerIsFaultTolerantEachLineIsReadByItself)
