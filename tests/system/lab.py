@@ -445,11 +445,14 @@ class Daemon:
     def wait_at_rest(self, passes=1):
         """Waits until this life has stored so many passes."""
         def has_stored():
-            if not self.child.is_running():
-                raise AssertionError(f"the daemon ended with {self.child.wait()}\n"
-                                     f"{self._lab.words()}")
+            self.assert_is_running()
             return self.passes() >= passes
         self._lab.wait_until(f"{passes} passes are stored", has_stored)
+
+    def assert_is_running(self):
+        if not self.child.is_running():
+            raise AssertionError(f"the daemon ended with {self.child.wait()}\n"
+                                 f"{self._lab.words()}")
 
     def passes(self):
         """How many passes this life has stored."""
@@ -480,10 +483,19 @@ class Daemon:
         self.child.signal(signal.SIGUSR1)
 
     def look(self):
-        """Makes a pass and waits for its end, also when it cannot reach all lines."""
-        passes = self.passes()
+        """Makes a pass over all files and waits for its end, also when it cannot reach all lines.
+
+        One that was under way already may have left behind what was written before the call: the pass that is waited for
+        has begun since, whatever its number is.
+        """
+        asked_ns = time.clock_gettime_ns(time.CLOCK_BOOTTIME)
         self.wake()
-        self.wait_at_rest(passes + 1)
+
+        def has_looked():
+            self.assert_is_running()
+            status = self.published()
+            return status.get("pid") == self.pid and status["last_full_pass"]["began_boot_ns"] > asked_ns
+        self._lab.wait_until("a pass that began since is stored", has_looked)
 
     def scan(self):
         """Returns when everything that was written before has been checked."""
