@@ -51,7 +51,7 @@ function(add_program name)
                           BUILD_RPATH "$ORIGIN/../lib" INSTALL_RPATH "${SYSLOGMON_ROOT}/lib")
 endfunction()
 
-add_agent_folder(text base64.cc duration.cc flush.cc last_words.cc printable.cc say.cc split.cc suggestion.cc template.cc text_file.cc times.cc utf8.cc whole_file.cc)
+add_agent_folder(text base64.cc duration.cc flush.cc last_words.cc printable.cc say.cc shell_word.cc split.cc suggestion.cc template.cc text_file.cc times.cc utf8.cc whole_file.cc)
 
 add_agent_folder(commandline UNHURRIED parser.cc)
 target_link_libraries(agent_commandline PRIVATE agent_text CLI11::CLI11)

@@ -13,6 +13,7 @@
 #include "agent/inputs/counted_twice.h"
 #include "agent/inputs/input_registry.h"
 #include "agent/inputs/sample.h"
+#include "agent/text/printable.h"
 
 namespace cli {
 
@@ -79,7 +80,7 @@ std::vector<std::string> Warn(const Context &context, const InputConfig &config)
         warnings.insert(warnings.end(), sample.problems.begin(), sample.problems.end());
     }
     for (const std::string &warning : warnings)
-        fprintf(stderr, "syslogmon: warning: %s\n", warning.c_str());
+        fprintf(stderr, "syslogmon: warning: %s\n", text::Printable(warning).c_str());
     return warnings;
 }
 

@@ -2,14 +2,17 @@
 
 #include <algorithm>
 #include <ctime>
+#include <filesystem>
 #include <map>
 #include <set>
 #include <strings.h>
 #include <sys/stat.h>
+#include <systemd/sd-id128.h>
 
 #include "agent/host/agent_values.h"
 #include "agent/inputs/folder_view.h"
 #include "agent/logs/log_files.h"
+#include "agent/text/shell_word.h"
 #include "platform/contract.h"
 
 namespace inputs {
@@ -67,8 +70,8 @@ std::string Excluding(const InputConfig &input, const std::string &path)
 {
     std::string command = "syslogmon input set " + input.name;
     for (const std::string &excluded : input.Values("exclude"))
-        command += " exclude=" + excluded;
-    return command + " exclude=" + path;
+        command += " " + text::ShellWord("exclude=" + excluded);
+    return command + " " + text::ShellWord("exclude=" + PatternOf(path));
 }
 
 void FindWhatTheMonitorReads(const InputConfig &input, const WhatIsRead &read,
@@ -125,11 +128,45 @@ bool WantSame(const InputConfig &one, const InputConfig &other)
     return std::all_of(agree.begin(), agree.end(), [](const auto &row) { return row.second; });
 }
 
+std::filesystem::path Canonical(const std::filesystem::path &folder)
+{
+    std::error_code failed;
+    const std::filesystem::path path = std::filesystem::weakly_canonical(folder, failed);
+    const std::filesystem::path known = failed ? folder.lexically_normal() : path;
+    return known.has_filename() ? known : known.parent_path(); // without a slash at its end
+}
+
+// The folders with the files of an input's journal. Those of this host and of its namespaces have one each, of the host's
+// name among journals, in the folders of all journals.
+std::vector<std::filesystem::path> FoldersOfJournal(const InputConfig &input)
+{
+    if (const std::string named = input.Value("directory"); !named.empty())
+        return {Canonical(named)};
+    sd_id128_t machine = SD_ID128_NULL;
+    sd_id128_get_machine(&machine);
+    char name[SD_ID128_STRING_MAX] = {};
+    std::string folder = sd_id128_to_string(machine, name);
+    if (const std::string space = input.Value("namespace"); !space.empty())
+        folder += "." + space;
+    return {Canonical("/run/log/journal/" + folder), Canonical("/var/log/journal/" + folder)};
+}
+
+// Are there files that both read? A journal is what lies in its folder, and in the folders of that.
+bool ShareJournal(const InputConfig &input, const InputConfig &other)
+{
+    for (const auto &one : FoldersOfJournal(input)) {
+        for (const auto &two : FoldersOfJournal(other)) {
+            if (one == two || one.parent_path() == two || one == two.parent_path())
+                return true;
+        }
+    }
+    return false;
+}
+
 void FindSharedJournal(const InputConfig &input, const InputConfig &other,
                        std::vector<CountedTwice> *found)
 {
-    if (input.Value("namespace") != other.Value("namespace") ||
-        input.Value("directory") != other.Value("directory") || !WantSame(input, other))
+    if (!ShareJournal(input, other) || !WantSame(input, other))
         return;
     found->push_back({"the input " + other.name +
                           " reads this journal too, so entries that both want count twice",
@@ -140,8 +177,7 @@ void FindSharedJournal(const InputConfig &input, const InputConfig &other,
 
 bool IsHostsJournal(const InputConfig &input)
 {
-    return input.kind == kJournalKind && input.Value("namespace").empty() &&
-           input.Value("directory").empty();
+    return input.kind == kJournalKind && ShareJournal(input, {0, "", kJournalKind, {}});
 }
 
 // Entries of the journal that a syslog daemon may write into a file that this input of files reads.

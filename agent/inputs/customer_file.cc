@@ -70,18 +70,6 @@ ModulePlace PlaceBefore(LogContent *content, uint64_t offset)
     return place;
 }
 
-// A path as a pattern that matches nothing else.
-std::string PatternOf(const std::string &path)
-{
-    std::string pattern;
-    for (const char c : path) {
-        if (std::string_view("*?[]\\").find(c) != std::string_view::npos)
-            pattern += '\\';
-        pattern += c;
-    }
-    return pattern;
-}
-
 std::map<std::string, std::vector<std::string>> OptionsOf(const std::string &path)
 {
     return {{"path", {PatternOf(path)}}};

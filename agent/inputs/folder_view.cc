@@ -38,9 +38,10 @@ void ViewFolder(const std::string &path, FolderView *view)
     }
 }
 
+// Or is it written as one: a backslash stands for no character of the name.
 bool IsPattern(const std::string &text)
 {
-    return text.find_first_of("*?[") != std::string::npos;
+    return text.find_first_of("*?[\\") != std::string::npos;
 }
 
 } // namespace
@@ -114,6 +115,17 @@ std::string FolderOf(const std::string &path)
 std::string NameOf(const std::string &path)
 {
     return path.substr(path.rfind('/') + 1);
+}
+
+std::string PatternOf(const std::string &path)
+{
+    std::string pattern;
+    for (const char c : path) {
+        if (std::string_view("*?[]\\").find(c) != std::string_view::npos)
+            pattern += '\\';
+        pattern += c == '\n' ? '?' : c;
+    }
+    return pattern;
 }
 
 std::string IdentifierOf(const std::string &path)

@@ -41,6 +41,10 @@ struct PathRules {
 std::string FolderOf(const std::string &path);
 std::string NameOf(const std::string &path);
 
+// The path as a pattern that matches it, and nothing else; but for a line end in it, which no option can hold, and which is
+// matched by any character.
+std::string PatternOf(const std::string &path);
+
 // The program of entries that name none: "app" of "/var/log/app.log".
 std::string IdentifierOf(const std::string &path);
 

@@ -1,8 +1,10 @@
 // Inputs, and what the monitor reads by itself, that have the same entries.
 #include "agent/inputs/counted_twice.h"
 
+#include <cstdio>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <utility>
 
 #include "tests/agent/inputs/log_world.h"
 
@@ -29,6 +31,22 @@ class CountedTwiceTest : public testing::Test, protected test::LogWorld {
         if (!matches.empty())
             input.options["match"] = matches;
         return input;
+    }
+    // The words of a command as a shell takes them.
+    static std::vector<std::string> WordsOf(const std::string &command)
+    {
+        const std::string print = "printf '%s\\n' " + command;
+        FILE *shell = popen(print.c_str(), "r");
+        std::vector<std::string> words;
+        std::string word;
+        for (int c = fgetc(shell); c != EOF; c = fgetc(shell)) {
+            if (c != '\n')
+                word += static_cast<char>(c);
+            else
+                words.push_back(std::exchange(word, ""));
+        }
+        EXPECT_EQ(0, pclose(shell));
+        return words;
     }
     // All that is found, a line each.
     static std::string Found(const InputConfig &input, const WhatIsRead &read)
@@ -69,6 +87,31 @@ TEST_F(CountedTwiceTest, AFileIsTheSameUnderAnotherName)
     EXPECT_NE("", Found(Files("app", {"link"}), {{}, Path("a.log"), ""}));
 }
 
+// Whoever may make files in the folder of a log chooses words of a command that an administrator is to type.
+TEST_F(CountedTwiceTest, ANameOfAStrangerIsOneWordOfTheAdviceAndMatchesNothingElse)
+{
+    for (const std::string name :
+         {"a b.log", "a$(touch made).log", "a;touch made;.log", "it's`touch made`.log", "a*.log",
+          "[ab]?.log", "a\\b.log", "~.log", "\"a\".log", "a&b|c>made.log"}) {
+        Write(name, LogLine("1"));
+        InputConfig input = Files("app", {"*.log"});
+        input.options["exclude"] = {"*.gz", "c.log"};
+        const auto found = FindCountedTwice(input, {{}, Path(name), ""});
+        ASSERT_EQ(1U, found.size()) << name;
+        const std::string begin = "leave it out: ";
+        ASSERT_TRUE(found[0].advice.starts_with(begin)) << name;
+        const auto words = WordsOf(found[0].advice.substr(begin.size()));
+        ASSERT_EQ(7U, words.size()) << found[0].advice;
+        EXPECT_EQ("exclude=*.gz", words[4]);
+        const std::string option = "exclude=";
+        ASSERT_TRUE(words[6].starts_with(option)) << words[6];
+        const inputs::PathRules rules{{}, {words[6].substr(option.size())}};
+        EXPECT_TRUE(rules.Exclude(Path(name))) << words[6];
+        EXPECT_FALSE(rules.Exclude(Path("ab.log"))) << words[6];
+        Remove(name);
+    }
+}
+
 TEST_F(CountedTwiceTest, OfManySharedFilesTheirNumberIsSaid)
 {
     for (const char *name : {"a.log", "b.log", "c.log"})
@@ -101,6 +144,33 @@ TEST_F(CountedTwiceTest, TwoInputsOfOneJournalAreNamedWhenBothCanWantAnEntry)
     EXPECT_EQ("",
               Found(ssh, {{Journal("cron", {"_SYSTEMD_UNIT=cron.service", "_UID=0"})}, "", ""}));
     EXPECT_EQ("", Found(ssh, {{Journal("else", {}, "/nowhere/else")}, "", ""}));
+}
+
+TEST_F(CountedTwiceTest, AJournalIsTheSameHoweverItsFolderIsWritten)
+{
+    std::filesystem::create_directories(Path("journal/machine"));
+    std::filesystem::create_directory_symlink(Path("journal"), Path("link"));
+    const InputConfig input = Journal("one", {}, Path("journal"));
+    for (const std::string same : {"journal/", "link", "link/", "./journal", "journal/machine"})
+        EXPECT_NE("", Found(input, {{Journal("other", {}, Path(same))}, "", ""})) << same;
+    for (const std::string other : {"journals", "journal/machine/deeper"})
+        EXPECT_EQ("", Found(input, {{Journal("other", {}, Path(other))}, "", ""})) << other;
+}
+
+TEST_F(CountedTwiceTest, TheHostsOwnJournalIsTheSameByTheFolderOfAllJournals)
+{
+    const InputConfig own{1, "own", inputs::kJournalKind, {}};
+    const InputConfig space{1, "space", inputs::kJournalKind, {{"namespace", {"web"}}}};
+    const InputConfig all = Journal("all", {}, "/var/log/journal/");
+    EXPECT_NE("", Found(all, {{own}, "", ""}));
+    EXPECT_NE("", Found(own, {{all}, "", ""}));
+    EXPECT_NE("", Found(space, {{all}, "", ""}));
+    EXPECT_NE("", Found(own, {{Journal("volatile", {}, "/run/log/journal")}, "", ""}));
+    EXPECT_EQ("", Found(space, {{own}, "", ""}));
+    EXPECT_EQ("", Found(own, {{Journal("log", {}, "/var/log")}, "", ""}));
+    InputConfig folder = Journal("folder", {}, "/nowhere/journal");
+    folder.options["namespace"] = {"web"}; // of which the folder takes the place
+    EXPECT_NE("", Found(folder, {{Journal("other", {})}, "", ""}));
 }
 
 } // namespace

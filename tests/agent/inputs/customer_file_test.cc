@@ -43,7 +43,7 @@ class CustomerFileTest : public testing::Test {
         fs::remove_all(folder_);
     }
 
-    [[nodiscard]] std::string Path() const { return folder_ / "x [1].log"; }
+    [[nodiscard]] std::string Path() const { return folder_ / name_; }
     void Write(const std::string &text) const
     {
         std::ofstream(Path(), std::ios::binary | std::ios::app) << text;
@@ -124,6 +124,7 @@ class CustomerFileTest : public testing::Test {
     const std::string two_ = LogLine("two");
     const std::string three_ = LogLine("three");
     fs::path folder_;
+    std::string name_ = "x [1].log";
     SteadyTime now_{1h};
     std::optional<host::Store> store_;
     std::optional<host::RegistryTree> registry_;
@@ -159,6 +160,23 @@ TEST_F(CustomerFileTest, ALineThatTheModuleTookBeforeItsEndIsNotReadAgain)
     InputsBegin();
     Write(" and more\n" + three_);
     EXPECT_EQ(three_, Read());
+}
+
+// What an option holds is a pattern, and of one line.
+TEST_F(CustomerFileTest, OfAnyPathBecomesAnInput)
+{
+    for (const std::string path : {"a]b/x.log", "a\\b/x.log", "[a]*/?.log", "a\nb/x\ny.log"}) {
+        name_ = path;
+        fs::create_directory(fs::path(Path()).parent_path());
+        Write(one_ + two_);
+        ModuleStandsAt(Bare(one_), 0, Bare(one_));
+        InputsBegin();
+        EXPECT_EQ(two_, Read()) << path;
+        InputsEnd();
+        EXPECT_EQ(Path(), Text(kFileNameValue));
+        EXPECT_EQ(Bare(two_), Text(kSlot.content));
+    }
+    EXPECT_EQ("", Told());
 }
 
 TEST_F(CustomerFileTest, OfWhichTheModuleHasCheckedNothingIsReadFromItsBeginning)
