@@ -72,8 +72,12 @@ void InputFeed::StartThread()
         return;
     }
     thread_ = std::make_unique<inputs::InputThread>(
-        inputs::InputThreadOptions{host_.layout().Store(), std::exchange(before_, {}),
-                                   FolderOfPrograms(), look_now_, status_changed_});
+        inputs::InputThreadOptions{host_.layout().Store(),
+                                   std::exchange(before_, {}),
+                                   FolderOfPrograms(),
+                                   {host_.layout().state, host_.layout().run, host_.layout().log},
+                                   look_now_,
+                                   status_changed_});
     thread_->SetInterval(interval_);
     if (std::exchange(wants_catch_up_, false))
         thread_->CatchUp();

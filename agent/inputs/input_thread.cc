@@ -74,9 +74,9 @@ class InputThread::Reader {
 
 class InputThread::FilesReader : public InputThread::Reader {
   public:
-    FilesReader(const InputConfig &input, const std::string &charset,
+    FilesReader(const InputConfig &input, const FollowOptions &options,
                 const std::vector<StoredPlace> &places)
-        : Reader(input), follower_(FollowOptionsOf(input, charset), places)
+        : Reader(input), follower_(options, places)
     {
         if (places.empty())
             follower_.Begin();
@@ -224,6 +224,13 @@ void InputThread::MeasureWhileBatchWaits()
     PublishStatus();
 }
 
+FollowOptions InputThread::WithoutWhatIsWritten(FollowOptions follow) const
+{
+    for (const std::filesystem::path &folder : options_.written_folders)
+        follow.rules.excluded.push_back(PatternOf(folder) + "/*");
+    return follow;
+}
+
 // Readers go on from what is committed; so none is made while a batch waits.
 void InputThread::Load()
 {
@@ -243,7 +250,8 @@ void InputThread::Load()
                 const auto places = store.Read(
                     [&](host::Database &database) { return ReadPlaces(database, input.key); });
                 if (input.kind == kFilesKind)
-                    readers_.push_back(std::make_unique<FilesReader>(input, charset, places));
+                    readers_.push_back(std::make_unique<FilesReader>(
+                        input, WithoutWhatIsWritten(FollowOptionsOf(input, charset)), places));
                 else
                     readers_.push_back(std::make_unique<JournalsReader>(
                         input, JournalOptionsOf(input, charset, options_.own_folder), places));

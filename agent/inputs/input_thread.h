@@ -28,6 +28,8 @@ struct InputThreadOptions {
     std::filesystem::path store;
     std::vector<InputStatus> before = {}; // of the daemon before this one, as far as known
     std::string own_folder;               // where the programs of the monitor are
+    // In which the monitor writes. No input reads their files: each entry of the spool would become another one.
+    std::vector<std::filesystem::path> written_folders = {};
     std::function<void()> batch_is_ready; // on this thread
     // On this thread, when an input has other problems or other files than before.
     std::function<void()> status_changed;
@@ -64,6 +66,7 @@ class InputThread {
     class JournalsReader;
 
     void Run();
+    [[nodiscard]] FollowOptions WithoutWhatIsWritten(FollowOptions follow) const;
     void Load();
     void Work();
     void Wait();

@@ -247,6 +247,25 @@ class Inputs(lab.LabTest):
         self.lab.command("input", "set", "all", "exclude=/var/log/messages")
         self.assertNotIn("count twice", self.lab.run("doctor").stdout)
 
+    def test_no_input_reads_what_the_monitor_writes_itself(self):
+        self.daemon.start()
+        self.lab.command("input", "add", "files", "all", *(f"path={self.lab.root}/{own}/*" for own in ("state", "run", "log")),
+                         f"path={self.log}")
+        self.write(3)
+        self.wait_for_all()
+        for _ in range(3):
+            self.daemon.scan()
+        self.assert_each_once(range(self.written), self.lab.reported_numbers())
+        self.assertEqual(1, self.input_status("all")["open_files"])
+
+    def test_a_name_of_a_stranger_does_nothing_to_the_terminal(self):
+        own = lab.VAR_LOG / "own\033[2J.log"
+        lab.append(own, "first")
+        self.lab.command("set", "file-monitor", own)
+        done = self.lab.run("input", "add", "files", "app", f"path={lab.VAR_LOG}/*.log")
+        self.assertIn("own?[2J.log is read without an input as the file monitor's target", done.stderr)
+        self.assertNotIn("\033", done.stderr)
+
     def test_two_inputs_of_one_file_and_the_other_readers_of_the_monitor_are_told_of(self):
         lab.append(lab.MESSAGES, lab.stamped("first"))
         target = lab.VAR_LOG / "target.log"

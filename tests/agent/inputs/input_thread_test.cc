@@ -57,7 +57,7 @@ class InputThreadTest : public testing::Test {
     }
     void Start(const std::vector<inputs::InputStatus> &before = {})
     {
-        thread_.emplace(inputs::InputThreadOptions{folder_ / "agent.db", before, "",
+        thread_.emplace(inputs::InputThreadOptions{folder_ / "agent.db", before, "", written_,
                                                    [this] {
                                                        const std::lock_guard lock(mutex_);
                                                        is_ready_ = true;
@@ -111,6 +111,7 @@ class InputThreadTest : public testing::Test {
     }
 
     fs::path folder_;
+    std::vector<fs::path> written_; // folders in which the monitor writes
     std::optional<host::Store> store_;
     std::optional<host::RegistryTree> registry_;
     std::mutex mutex_;
@@ -325,6 +326,22 @@ TEST_F(InputThreadTest, AnInputThatFillsEachBatchKeepsNoOtherOneWaiting)
     ASSERT_TRUE(first && second);
     EXPECT_NE(std::string::npos, (*first + *second).find("quiet"));
     EXPECT_LE(size_t{8} * 1024 * 1024, first->size()) << "or the batches were not full";
+}
+
+TEST_F(InputThreadTest, WhatTheMonitorWritesItselfIsNoFileOfAnInput)
+{
+    fs::create_directory(folder_ / "own");
+    written_ = {folder_ / "own"};
+    Write("own/trace.log", LogLine("before"));
+    Add("app", "*/*.log");
+    fs::create_directory(folder_ / "app");
+    Start();
+    Write("own/trace.log", LogLine("of the monitor"));
+    Write("own/spool.log", LogLine("of the monitor, too"));
+    Write("app/app.log", LogLine("of a program"));
+    ExpectNext("of a program");
+    Write("app/app.log", LogLine("once more"));
+    ExpectNext("once more");
 }
 
 TEST_F(InputThreadTest, ANewThreadGoesOnBehindWhatWasStored)
