@@ -16,25 +16,29 @@ iconv_t None()
     return reinterpret_cast<iconv_t>(-1);
 }
 
-// Sets that need more bytes than one for a line end. Without "LE" or "BE" the order is that of this host,
-// as for iconv, which takes a byte order mark into account at the beginning only.
+// A text of ASCII in that set, behind a byte order mark where the set has one. Empty: the set is not known.
+std::string Written(std::string ascii, const std::string &charset)
+{
+    const iconv_t descriptor = iconv_open(charset.c_str(), "ASCII");
+    if (descriptor == None())
+        return {};
+    char bytes[64];
+    char *in = ascii.data();
+    size_t in_left = ascii.size();
+    char *out = bytes;
+    size_t out_left = sizeof bytes;
+    iconv(descriptor, &in, &in_left, &out, &out_left);
+    iconv_close(descriptor);
+    return {bytes, sizeof bytes - out_left};
+}
+
+// In some sets it has several bytes, in others one that means something else in ASCII. Sets have many names, so it is
+// asked of who knows them; the order of bytes, where the name leaves it open, is the one in which iconv writes.
 std::string LineEndOf(const std::string &charset)
 {
-    struct Wide {
-        const char *name;
-        std::string_view line_end;
-    };
-    using namespace std::string_view_literals;
-    constexpr Wide kWide[] = {
-        {"UTF-16LE", "\n\0"sv},   {"UTF-16BE", "\0\n"sv},     {"UTF-16", "\n\0"sv},
-        {"UCS-2", "\n\0"sv},      {"UTF-32LE", "\n\0\0\0"sv}, {"UTF-32BE", "\0\0\0\n"sv},
-        {"UTF-32", "\n\0\0\0"sv},
-    };
-    for (const Wide &row : kWide) {
-        if (strcasecmp(charset.c_str(), row.name) == 0)
-            return std::string(row.line_end);
-    }
-    return "\n";
+    const std::string two = Written("\n\n", charset);
+    const size_t size = two.size() - Written("\n", charset).size();
+    return size == 0 ? "\n" : two.substr(two.size() - size);
 }
 
 // The same order as LineEndOf takes it for; without a byte order mark in each line.
@@ -43,6 +47,15 @@ std::string WithOrder(const std::string &charset)
     if (strcasecmp(charset.c_str(), "UTF-16") == 0 || strcasecmp(charset.c_str(), "UCS-2") == 0)
         return "UTF-16LE";
     return strcasecmp(charset.c_str(), "UTF-32") == 0 ? "UTF-32LE" : charset;
+}
+
+// That of UTF-8, as some editors begin a file with it.
+std::string_view WithoutByteOrderMark(std::string_view text)
+{
+    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+    if (text.starts_with(kByteOrderMark))
+        text.remove_prefix(kByteOrderMark.size());
+    return text;
 }
 
 } // namespace
@@ -68,7 +81,7 @@ Charset::~Charset()
 std::string_view Charset::Convert(std::string_view text)
 {
     if (descriptor_ == None())
-        return text;
+        return WithoutByteOrderMark(text);
     converted_.resize(text.size() * 4 + 16); // no set needs more for what another one says
     char *in = const_cast<char *>(text.data());
     size_t in_left = text.size();
@@ -85,11 +98,7 @@ std::string_view Charset::Convert(std::string_view text)
         in_left -= skip;
     }
     converted_.resize(converted_.size() - out_left);
-    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-    std::string_view result = converted_;
-    if (result.starts_with(kByteOrderMark))
-        result.remove_prefix(kByteOrderMark.size());
-    return result;
+    return WithoutByteOrderMark(converted_);
 }
 
 } // namespace inputs

@@ -17,8 +17,8 @@ class Charset {
     Charset(const Charset &) = delete;
     Charset &operator=(const Charset &) = delete;
 
-    // What cannot be converted becomes "?". Without a conversion, the text itself; else valid until
-    // the next call.
+    // What cannot be converted becomes "?", and a byte order mark at the beginning is left out. Without a conversion, the
+    // text itself; else valid until the next call.
     std::string_view Convert(std::string_view text);
 
     // A line end, as it is written.

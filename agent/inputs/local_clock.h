@@ -2,13 +2,16 @@
 #ifndef AGENT_INPUTS_LOCAL_CLOCK_H
 #define AGENT_INPUTS_LOCAL_CLOCK_H
 
+#include <climits>
 #include <cstdint>
 
 namespace inputs {
 
 // A moment as a calendar shows it. Months and days count from 1.
 struct CalendarTime {
-    int year = 0; // 0: not known
+    static constexpr int kNoYear = INT_MIN;
+
+    int year = kNoYear; // kNoYear: not known
     int month = 0;
     int day = 0;
     int hour = 0;

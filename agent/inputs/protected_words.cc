@@ -17,6 +17,7 @@ struct Word {
 constexpr std::string_view kIdentifierWord = kSyslogIdentifier;
 constexpr std::string_view kRepeatWord = "last message repeated";
 constexpr Word kWords[] = {{kIdentifierWord, 5, 4}, {kRepeatWord, 4, 10}};
+static_assert(kIdentifierWord.size() <= kLongestWord && kRepeatWord.size() <= kLongestWord);
 static_assert(kIdentifierWord.size() > 5 && kIdentifierWord[4] == 'K' && kRepeatWord[10] == 'g');
 
 // As std::string::find, which stops at each byte that is the word's first.

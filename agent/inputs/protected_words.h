@@ -12,6 +12,8 @@
 namespace inputs {
 
 inline constexpr char kBreak = '\x1f';
+// No such word has more bytes.
+inline constexpr size_t kLongestWord = 32;
 
 // Breaks up each such word in the text from this position on.
 void BreakWords(std::string *text, size_t from);

@@ -1,5 +1,6 @@
 #include "agent/inputs/rendering.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdio>
@@ -25,6 +26,9 @@ constexpr const char *kMonthNames[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
 // More than this a syslog daemon does not count up; a greater number is what somebody made up.
 constexpr int kMostRepeats = 1000000;
 
+// Who may write a line chooses how many digits parts of a second have. Of the others, no stamp is as long as that.
+constexpr size_t kLongestOwnStamp = 64;
+
 // Months since the year 0.
 int MonthNumber(const CalendarTime &time)
 {
@@ -34,8 +38,8 @@ int MonthNumber(const CalendarTime &time)
 // Is it of the month of `now`, or of the one before? Without a year, the month's name decides.
 bool IsRecent(const CalendarTime &stamp, const CalendarTime &now)
 {
-    const int back = stamp.year != 0 ? MonthNumber(now) - MonthNumber(stamp)
-                                     : (now.month - stamp.month + 12) % 12;
+    const int back = stamp.year != CalendarTime::kNoYear ? MonthNumber(now) - MonthNumber(stamp)
+                                                         : (now.month - stamp.month + 12) % 12;
     return back == 0 || back == 1;
 }
 
@@ -144,9 +148,11 @@ void CutLine(size_t begin, std::string *text)
     text->resize(end);
 }
 
-// Makes a line of what was appended since `begin`.
+// Makes a line of what was appended since `begin`. Each word that is broken up moves all that is behind it: so no more is
+// left there than can be in the line.
 void EndLine(size_t begin, std::string *text)
 {
+    text->resize(std::min(text->size(), begin + kLongestLine + kLongestWord));
     BreakWords(text, begin);
     CutLine(begin, text);
     text->push_back('\n');
@@ -316,7 +322,7 @@ Rendering RenderRecord(std::string_view record, const LineForm &form, const Read
     }
     const bool keeps = own != nullptr && reading.Takes(*own);
     if (own != nullptr && !keeps)
-        rendering.own_stamp = stamp.own_text;
+        rendering.own_stamp = stamp.own_text.substr(0, kLongestOwnStamp);
     const Line line{keeps ? *own : reading.local(), text->size()};
     AppendStamp(line.time, text);
 

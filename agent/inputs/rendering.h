@@ -59,7 +59,7 @@ enum class RenderResult {
 
 struct Rendering {
     RenderResult result = RenderResult::kRendered;
-    std::string own_stamp; // the one that the module does not take; empty: it was kept
+    std::string own_stamp; // how the one begins that the module does not take; empty: it was kept
 };
 
 // Appends the rendering of a record of a file, which has no line end, to the text.

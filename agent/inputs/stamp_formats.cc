@@ -97,6 +97,13 @@ class Cursor {
             ++at_;
         return From(begin);
     }
+    // ".123" of a second, where that is all of the word; or nothing.
+    void TakeParts()
+    {
+        const size_t begin = at_;
+        if (Take('.') && (TakeDigits().empty() || !AtBoundary()))
+            at_ = begin;
+    }
     void SkipBlanks()
     {
         while (Next() == ' ' || Next() == '\t')
@@ -134,7 +141,8 @@ bool TakeTimeOfDay(Cursor *cursor, CalendarTime *time)
 // Each of these fills a stamp that is empty, and returns whether there is one; without, what it has left in it is good for
 // nothing. They write into the caller's: copying a stamp just behind its making is slower than the making.
 
-// "Nov 21 10:00:01", with a blank or a zero before a day of one digit.
+// "Nov 21 10:00:01", with a blank or a zero before a day of one digit, and parts of a second where the writer was told to
+// write them.
 bool FindTraditional(std::string_view line, FoundStamp *found)
 {
     if (line.size() < 3)
@@ -149,8 +157,10 @@ bool FindTraditional(std::string_view line, FoundStamp *found)
         return false;
     const bool one_digit = cursor.Take(' ');
     const bool has_day = one_digit ? cursor.TakeDigit(&time.day) : cursor.TakeTwo(&time.day);
-    if (!has_day || !cursor.Take(' ') || !TakeTimeOfDay(&cursor, &time) || !IsDate(time) ||
-        !cursor.AtBoundary())
+    if (!has_day || !cursor.Take(' ') || !TakeTimeOfDay(&cursor, &time) || !IsDate(time))
+        return false;
+    cursor.TakeParts();
+    if (!cursor.AtBoundary())
         return false;
     found->format = StampFormat::kTraditional;
     found->own_text = line.substr(0, 3 + cursor.at());

@@ -1,7 +1,7 @@
 // The time stamps with which the lines of logs begin.
 //
 //   format       example
-//   traditional  Nov 21 10:00:01
+//   traditional  Nov 21 10:00:01, Nov 21 10:00:01.123
 //   rfc3339      2026-11-21T10:00:01.123456+01:00, 2026-11-21 10:00:01,123
 //   rfc5424      <34>1 2026-11-21T10:00:01Z host program 123 ID47 - message
 //   epoch        1795255201, 1795255201.123, 1795255201123, each also in brackets

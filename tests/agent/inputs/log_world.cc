@@ -24,6 +24,8 @@ extern "C" int __real_sync_file_range(int fd, off_t from, off_t size, unsigned h
 extern "C" int __wrap_sync_file_range(int fd, off_t from, off_t size, unsigned how);
 extern "C" int __real_inotify_add_watch(int fd, const char *path, uint32_t mask);
 extern "C" int __wrap_inotify_add_watch(int fd, const char *path, uint32_t mask);
+extern "C" void *__real_memchr(const void *text, int byte, size_t size);
+extern "C" void *__wrap_memchr(const void *text, int byte, size_t size);
 
 namespace test {
 
@@ -40,6 +42,7 @@ std::map<ino_t, uintmax_t> &SyncedSizes()
 std::mutex synced_mutex;
 std::string syncs;
 std::atomic<bool> watches_are_exhausted = false;
+std::atomic<size_t> searches_for_bytes = 0;
 
 void NoteSync(char what)
 {
@@ -218,6 +221,11 @@ std::vector<std::string> LogWorld::TakeLosses()
     return std::exchange(losses_, {});
 }
 
+size_t CountSearchesForBytes()
+{
+    return searches_for_bytes;
+}
+
 std::string LogLine(const std::string &message)
 {
     // One moment for all lines of the process: the same message is the same line, also when a second turns.
@@ -246,6 +254,12 @@ int __wrap_sync_file_range(int fd, off_t from, off_t size, unsigned how)
 {
     test::NoteSync('b');
     return __real_sync_file_range(fd, from, size, how);
+}
+
+void *__wrap_memchr(const void *text, int byte, size_t size)
+{
+    test::searches_for_bytes.fetch_add(1, std::memory_order_relaxed);
+    return __real_memchr(text, byte, size);
 }
 
 int __wrap_inotify_add_watch(int fd, const char *path, uint32_t mask)

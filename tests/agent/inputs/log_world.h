@@ -85,6 +85,9 @@ void ExhaustWatches(bool are_exhausted);
 // How files were brought to the disk since the last call: "b" for each that was begun, "s" for each that was waited for.
 std::string TakeSyncs();
 
+// How often the C library was asked so far where a byte is in a text, as the standard library does for most searches.
+size_t CountSearchesForBytes();
+
 // "Nov 21 10:00:01 host app: MESSAGE" of today, with its line end.
 std::string LogLine(const std::string &message);
 

@@ -169,6 +169,34 @@ TEST(Records, LineEndsOfUtf16AreOfTwoBytes)
     EXPECT_EQ("c\0"sv, taken.rest);
 }
 
+// Sets have many names. In some, a line end is one byte that is another character in ASCII.
+TEST(Records, LineEndsAreThoseOfTheSetWhateverItsNameIs)
+{
+    using namespace std::string_view_literals;
+    for (const char *name : {"UTF16LE", "UCS-2LE", "utf-16", "UTF16", "UNICODELITTLE"}) {
+        const Taken taken = TakeAll({}, "o\0n\0\n\0\n\x01\n\0t\0"sv, Ending::kGrowing, name);
+        EXPECT_EQ((Records{"on", "\xC4\x8A"}), taken.records) << name;
+        EXPECT_EQ("t\0"sv, taken.rest) << name;
+    }
+    EXPECT_EQ((Records{"on"}),
+              TakeAll({}, "\0\0\0o\0\0\0n\0\0\0\n"sv, Ending::kGrowing, "UCS-4").records);
+}
+
+TEST(Records, ALineEndCanBeAByteThatIsAnotherCharacterInAscii)
+{
+    const iconv_t known = iconv_open("IBM037", "ASCII");
+    if (known == reinterpret_cast<iconv_t>(-1))
+        GTEST_SKIP() << "the C library here does not know the set";
+    iconv_close(known);
+    EXPECT_EQ((Records{"one", "two"}),
+              TakeAll({}, "\x96\x95\x85\x25\xA3\xA6\x96\x25", Ending::kGrowing, "IBM037").records);
+}
+
+TEST(Records, AByteOrderMarkIsNoPartOfALine)
+{
+    EXPECT_EQ((Records{"one", "two"}), TakeAll({}, "\xEF\xBB\xBFone\ntwo\n").records);
+}
+
 TEST(Records, WhatCannotBeConvertedIsMarked)
 {
     EXPECT_EQ((Records{"a?b"}), TakeAll({},

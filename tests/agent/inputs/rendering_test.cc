@@ -7,6 +7,7 @@
 
 #include "agent/inputs/line_origin.h"
 #include "agent/inputs/protected_words.h"
+#include "tests/agent/inputs/log_world.h"
 
 namespace {
 
@@ -17,6 +18,8 @@ using inputs::ReadingTime;
 using inputs::Rendering;
 using inputs::RenderResult;
 using inputs::StampFormat;
+
+constexpr size_t kLongestLine = 3328; // at which the monitor looks
 
 // Everything is read on 21 November 2026 at 12:00:00 in Berlin.
 class RenderingTest : public testing::Test {
@@ -57,6 +60,16 @@ TEST_F(RenderingTest, ATraditionalLineStaysAsItIs)
     EXPECT_EQ("Nov 21 10:00:01 web07 sshd[77]: Accepted\n",
               TextOf("Nov 21 10:00:01 web07 sshd[77]: Accepted"));
     EXPECT_EQ("Nov  1 10:00:01 web07 kernel: up\n", TextOf("Nov  1 10:00:01 web07 kernel: up"));
+}
+
+TEST_F(RenderingTest, PartsOfASecondBelongToTheStampOfATraditionalLine)
+{
+    for (const char *parts : {".1", ".123", ".123456", ".123456789012345678901234567890"})
+        EXPECT_EQ("Nov 21 10:00:01 web07 sshd[77]: Accepted\n",
+                  TextOf("Nov 21 10:00:01" + std::string(parts) + " web07 sshd[77]: Accepted"));
+    EXPECT_EQ("Nov 21 10:00:01 . web07\n", TextOf("Nov 21 10:00:01. web07"));
+    EXPECT_EQ("Nov 21 10:00:01 .5x web07\n", TextOf("Nov 21 10:00:01.5x web07"));
+    EXPECT_EQ("Sep 01 10:00:01.25", Render("Sep 01 10:00:01.25 web07 sshd: x").own_stamp);
 }
 
 TEST_F(RenderingTest, APriorityBeforeTheStampIsLeftOut)
@@ -109,7 +122,12 @@ TEST_F(RenderingTest, SecondsAndMillisecondsSince1970AreStamps)
     EXPECT_EQ("Nov 21 11:59:00 here app: x\n", TextOf(seconds + ".123 x"));
     EXPECT_EQ("Nov 21 11:59:00 here app: x\n", TextOf(seconds + "456: x"));
     EXPECT_EQ("Nov 21 11:59:00 here app: x\n", TextOf("[" + seconds + "] x"));
-    EXPECT_EQ("Nov 21 12:00:00 here app: 12345 x\n", TextOf("12345 x"));
+    EXPECT_EQ("Nov 21 11:59:00 here app: x\n", TextOf("[" + seconds + ".123456789]: x"));
+    EXPECT_EQ("Nov 21 11:59:00 here app: x\n", TextOf("[" + seconds + "456] x"));
+    for (const std::string none :
+         {"12345 x", "123456789 x", "12345678901 x", "12345678901234567 x", "1795255201x",
+          "1795255201. x", "[1795255201 x", "[1795255201]x"})
+        EXPECT_EQ("Nov 21 12:00:00 here app: " + none + "\n", TextOf(none));
 }
 
 TEST_F(RenderingTest, WithoutAStampTheTimeOfReadingIsTaken)
@@ -142,6 +160,42 @@ TEST_F(RenderingTest, AStampThatIsTooOldTomorrowIsTooOld)
     now_ = inputs::SecondsOf({2026, 11, 30, 22, 59, 59});
     EXPECT_EQ("Oct 31 10:00:00", Render("Oct 31 10:00:00 web07 sshd: x").own_stamp);
     EXPECT_EQ("", Render("Nov  1 10:00:00 web07 sshd: x").own_stamp);
+}
+
+// As programs write a time that was never set.
+TEST_F(RenderingTest, AStampOfTheYearZeroIsOldAndNotOfThisYear)
+{
+    EXPECT_EQ("0000-11-21T10:00:00Z", Render("0000-11-21T10:00:00Z web07 sshd: x").own_stamp);
+    EXPECT_EQ("0000-11-21 10:00:00", Render("0000-11-21 10:00:00 x").own_stamp);
+    now_ = inputs::SecondsOf({2027, 1, 2, 11, 0, 0});
+    EXPECT_EQ("0001-01-01T00:00:00+02:00", Render("0001-01-01T00:00:00+02:00 x").own_stamp);
+}
+
+TEST_F(RenderingTest, ZonesReachToTheEndsOfTheWorldAndOverTheEndsOfMonths)
+{
+    EXPECT_EQ("Nov 20 21:00:01 here app: x\n", TextOf("2026-11-21T10:00:01+14:00 x"));
+    EXPECT_EQ("Nov 21 23:00:01 here app: x\n", TextOf("2026-11-21T10:00:01-12:00 x"));
+    EXPECT_EQ("Nov 21 11:00:01 here app: x\n", TextOf("2026-11-21T10:00:01-00:00 x"));
+    EXPECT_EQ("Nov 21 08:00:01 here app: x\n", TextOf("2026-11-21T10:00:01+03 x"));
+    EXPECT_EQ("Nov  1 00:30:00 here app: x\n", TextOf("2026-10-31T23:30:00Z x"));
+    for (const char *none : {"2026-11-21T10:00:01+24:00 x", "2026-11-21T10:00:01+01:60 x",
+                             "2026-11-21T10:00:01+1 x", "2026-11-21T10:00:01+010 x"})
+        EXPECT_EQ("Nov 21 12:00:00 here app: " + std::string(none) + "\n", TextOf(none));
+    now_ = inputs::SecondsOf({2028, 3, 1, 11, 0, 0});
+    EXPECT_EQ("Feb 29 23:30:00 here app: x\n", TextOf("2028-02-29T22:30:00Z x"));
+    EXPECT_EQ("Mar  1 00:30:00 here app: x\n", TextOf("2028-02-29T23:30:00Z x"));
+    EXPECT_EQ("2027-02-28T22:30:00Z", Render("2027-02-28T22:30:00Z x").own_stamp);
+}
+
+TEST_F(RenderingTest, ALeapSecondIsATimeAndTheHourTwentyFourIsNone)
+{
+    EXPECT_EQ("Nov 20 23:59:60 web07 sshd: x\n", TextOf("Nov 20 23:59:60 web07 sshd: x"));
+    EXPECT_EQ("Nov 21 01:00:00 here app: x\n", TextOf("2026-11-20T23:59:60Z x"));
+    for (const char *none :
+         {"2026-11-20T24:00:00Z x", "2026-11-20T23:60:00Z x", "2026-11-20T23:59:61Z x",
+          "2026-00-20T23:59:00Z x", "2026-13-20T23:59:00Z x", "2026-11-00T23:59:00Z x",
+          "2026-11-32T23:59:00Z x", "Nov 20 24:00:00 x", "Nov 32 10:00:00 x"})
+        EXPECT_EQ("Nov 21 12:00:00 here app: " + std::string(none) + "\n", TextOf(none));
 }
 
 TEST_F(RenderingTest, DecemberIsTheMonthBeforeJanuary)
@@ -305,6 +359,71 @@ TEST_F(RenderingTest, TheClockOfTheCalendarAgreesWithTheCLibrary)
         ASSERT_EQ(expected, clock_.At(t)) << t;
         ASSERT_EQ(t, inputs::SecondsOf(inputs::CalendarOf(t)));
     }
+}
+
+// A search costs more than a step to the next byte: of a line of some hundred bytes there are a few.
+TEST_F(RenderingTest, TheWordsOfALineAreFoundWithoutASearchForEachByte)
+{
+    constexpr int kLines = 100;
+    const std::string message(200, 'x');
+    for (const std::string &line :
+         {"Nov 21 10:00:01 web07.example.com postfix/smtpd[77123]: " + message,
+          "2026-11-21T10:00:01.123456+01:00 web07.example.com postfix/smtpd[77123]: " + message,
+          "<34>1 2026-11-21T10:00:01Z web07.example.com postfix/smtpd 77123 ID47 - " + message,
+          "2026-11-21 10:00:01,123 ERROR main: " + message, "1795255201.123 error: " + message}) {
+        const size_t before = test::CountSearchesForBytes();
+        for (int i = 0; i < kLines; ++i)
+            Render(line);
+        EXPECT_GE(size_t{4} * kLines, test::CountSearchesForBytes() - before) << line;
+    }
+}
+
+TEST_F(RenderingTest, OfTheWordsThatAreBrokenUpTheRarestLetterIsLookedFor)
+{
+    std::string line = "Nov 21 10:00:01 web07 TARS: ";
+    while (line.size() < 200)
+        line += "all THE small TALL lilies fall ";
+    constexpr int kLines = 100;
+    const size_t before = test::CountSearchesForBytes();
+    for (int i = 0; i < kLines; ++i)
+        Render(line);
+    EXPECT_GE(size_t{4} * kLines, test::CountSearchesForBytes() - before);
+    EXPECT_LT(0U, test::CountSearchesForBytes()) << "counting is not blind";
+}
+
+// A line of nothing else would take as long as thousands of others.
+TEST_F(RenderingTest, WordsBehindTheEndOfALineAreNotBrokenUp)
+{
+    std::string record;
+    while (record.size() < size_t{64} * 1024)
+        record += "TARSKvkvmain";
+    const size_t before = test::CountSearchesForBytes();
+    const std::string line = TextOf(record);
+    EXPECT_GE(1000U, test::CountSearchesForBytes() - before);
+    EXPECT_EQ(kLongestLine + 1, line.size());
+    EXPECT_EQ(std::string::npos, line.find("TARSKvkvmain"));
+}
+
+TEST_F(RenderingTest, AWordAtTheEndOfALineIsBrokenUpLikeAnyOther)
+{
+    const std::string begin = "Nov 21 12:00:00 here app: ";
+    for (size_t room = 0; room < 30; ++room) {
+        const std::string message(kLongestLine - begin.size() - room, 'x');
+        std::string line = begin + message + "TARSK\x1fvkvmain and more of the line";
+        line.resize(kLongestLine);
+        const std::string text = TextOf(message + "TARSKvkvmain and more of the line");
+        EXPECT_EQ(line.size() + 1, text.size());
+        EXPECT_EQ(line.substr(kLongestLine - 30) + "\n", text.substr(kLongestLine - 30));
+    }
+}
+
+TEST_F(RenderingTest, AStampOfManyDigitsIsNotKeptWhole)
+{
+    const std::string digits(60000, '1');
+    for (const std::string &old : {"2025-01-01T00:00:00." + digits + "Z",
+                                   "Jan 01 00:00:00." + digits, "1234567890." + digits})
+        EXPECT_EQ(old.substr(0, 64), Render(old + " x").own_stamp);
+    EXPECT_EQ("Nov 21 10:00:01 here app: x\n", TextOf("2026-11-21 10:00:01," + digits + " x"));
 }
 
 TEST_F(RenderingTest, TheClockLooksUpAnHourOnce)
