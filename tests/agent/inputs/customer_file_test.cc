@@ -113,6 +113,14 @@ class CustomerFileTest : public testing::Test {
         store_->CommitPass();
         return batch.text;
     }
+    // That the file is not the one in which the module has read "two" behind "one".
+    void ExpectNoPlaceBehindTwo(size_t position)
+    {
+        ModuleStandsAt(Bare(one_), static_cast<int64_t>(position), Bare(two_));
+        InputsBegin();
+        EXPECT_EQ("", Read());
+        EXPECT_NE(std::string::npos, Told().find("where the monitor stood")) << Told();
+    }
     std::string Told()
     {
         const auto alerts = store_->Read(
@@ -207,6 +215,51 @@ TEST_F(CustomerFileTest, InWhichThePlaceIsNotFoundIsToldOf)
     EXPECT_NE(std::string::npos,
               Told().find("SYSLOGMON input customer-file: where the monitor stood"))
         << Told();
+}
+
+TEST_F(CustomerFileTest, OfAnotherFirstLineIsAnotherFile)
+{
+    Write(LogLine("onx") + two_ + three_);
+    ExpectNoPlaceBehindTwo(one_.size());
+}
+
+TEST_F(CustomerFileTest, ThatHasAnotherLineAtThePlaceIsAnotherFile)
+{
+    Write(one_ + LogLine("twx") + three_);
+    ExpectNoPlaceBehindTwo(one_.size());
+}
+
+TEST_F(CustomerFileTest, IsNotGoneOnWithInTheMiddleOfALine)
+{
+    Write(one_ + "x" + two_ + three_);
+    ExpectNoPlaceBehindTwo(one_.size() + 1);
+}
+
+TEST_F(CustomerFileTest, StaysAnInputWhileARotatedFileOfItIsUnreadFromItsBeginning)
+{
+    Write(one_ + two_);
+    ModuleStandsAt(Bare(one_), -1, "");
+    InputsBegin();
+    fs::rename(Path(), Path() + ".1");
+    Write(three_);
+    keeper_->Prepare(false, time(nullptr));
+    EXPECT_TRUE(keeper_->IsInForce());
+    EXPECT_EQ(one_ + two_ + three_, Read());
+    InputsEnd();
+}
+
+TEST_F(CustomerFileTest, StaysAnInputUntilItIsKnownThatItWasEmptied)
+{
+    Write(one_ + two_);
+    ModuleStandsAt(Bare(one_), 0, Bare(one_));
+    InputsBegin();
+    EXPECT_EQ(two_, Read());
+    fs::resize_file(Path(), 0);
+    Write(three_ + three_ + one_);
+    keeper_->Prepare(false, time(nullptr));
+    EXPECT_TRUE(keeper_->IsInForce());
+    EXPECT_EQ(three_ + three_ + one_, Read());
+    InputsEnd();
 }
 
 TEST_F(CustomerFileTest, ComesBackWithItsPlaceWhenTheInputsAreGone)

@@ -1156,6 +1156,233 @@ TEST_F(FollowerTest, AFileIsKnownStillWhenItsPlaceIsOfAVersionThatKnewLessOfFile
     EXPECT_EQ(Messages{}, TakeLosses());
 }
 
+// ---- which file is which ----
+
+TEST_F(FollowerTest, ARotatedFileOfAnotherFirstLineIsAnotherThoughItEndsLikeTheOneThatIsGone)
+{
+    const std::string same = LogLine(std::string(400, 'x'));
+    StartWith("a.log", "");
+    Append("a.log", "first\n" + same);
+    EXPECT_EQ(2U, Read().size());
+    Stop();
+    Remove("a.log");
+    Write("a.log.1", "other\n" + same + LogLine("behind"));
+    Start();
+    EXPECT_EQ((Messages{"other", std::string(400, 'x'), "behind"}), Read());
+    EXPECT_EQ(1U, TakeLosses().size());
+}
+
+TEST_F(FollowerTest, ARotatedFileOfAnEqualFirstLineIsAnotherThatHasOtherBytesBeforeThePlace)
+{
+    StartWith("a.log", "");
+    Append("a.log", "begin\n" + LogLine("1"));
+    EXPECT_EQ((Messages{"begin", "1"}), Read());
+    Stop();
+    Remove("a.log");
+    Write("a.log.1", "begin\n" + LogLine("2") + LogLine("3"));
+    Start();
+    EXPECT_EQ((Messages{"begin", "2", "3"}), Read());
+    const Messages losses = TakeLosses();
+    ASSERT_EQ(1U, losses.size());
+    EXPECT_NE(std::string::npos, losses[0].find("a.log is gone")) << losses[0];
+}
+
+TEST_F(FollowerTest, ALogOfWhichOneLineWasReadIsNotTakenForAnyOtherThatBeginsWithIt)
+{
+    StartWith("a.log", "");
+    Append("a.log", "begin\n");
+    EXPECT_EQ(Messages{"begin"}, Read());
+    Stop();
+    Remove("a.log");
+    Write("a.log.1", "begin\n" + LogLine("1"));
+    Start();
+    EXPECT_EQ((Messages{"begin", "1"}), Read());
+    EXPECT_EQ(1U, TakeLosses().size());
+}
+
+TEST_F(FollowerTest, AnArchiveOfOneLineIsNoCopyOfEachRotatedFileOfThatLine)
+{
+    StartWith("a.log", "");
+    Append("a.log", "begin\n");
+    EXPECT_EQ(Messages{"begin"}, Read());
+    Rename("a.log", "a.log.1");
+    Append("a.log", LogLine("1") + LogLine("2"));
+    EXPECT_EQ((Messages{"1", "2"}), Read());
+    Write("whole", "begin\n");
+    Pack("whole", "a.log.3.gz", "gzip");
+    EXPECT_EQ(Messages{"begin"}, Read());
+}
+
+TEST_F(FollowerTest, AnArchiveThatEndsBeforeARotatedFileIsNoCopyOfIt)
+{
+    StartWith("a.log", "");
+    Append("a.log", "begin\n" + LogLine("1") + LogLine("2"));
+    EXPECT_EQ((Messages{"begin", "1", "2"}), Read());
+    Rename("a.log", "a.log.1");
+    Append("a.log", LogLine("3"));
+    EXPECT_EQ(Messages{"3"}, Read());
+    Write("whole", "begin\n" + LogLine("1"));
+    Pack("whole", "a.log.2.gz", "gzip");
+    EXPECT_EQ((Messages{"begin", "1"}), Read());
+}
+
+TEST_F(FollowerTest, AFileThatIsOlderThanALogIsNoCopyOfIt)
+{
+    StartWith("a.log", "");
+    Append("a.log", LogLine("1"));
+    EXPECT_EQ(Messages{"1"}, Read());
+    Stop();
+    Rename("a.log", "a.log.2");
+    Write("a.log", "begin\n");
+    Rename("a.log", "a.log.1");
+    const auto older = inputs::LookAt(Path("a.log.1"));
+    if (older->identity.birth_ns == 0)
+        GTEST_SKIP() << "this file system keeps no births";
+    // Its clock may go in steps.
+    for (Write("a.log", "begin\n" + LogLine("2"));
+         inputs::LookAt(Path("a.log"))->identity.birth_ns == older->identity.birth_ns;
+         Write("a.log", "begin\n" + LogLine("2")))
+        Remove("a.log");
+    Start();
+    Messages read = Read();
+    std::sort(read.begin(), read.end());
+    EXPECT_EQ((Messages{"2", "begin", "begin"}), read);
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
+TEST_F(FollowerTest, OfSeveralThatAreGoneTheOneOfWhichMostIsKnownIsLookedForFirst)
+{
+    StartWith("a.log", "");
+    Append("a.log", "begin\n" + LogLine("1"));
+    EXPECT_EQ((Messages{"begin", "1"}), Read());
+    Rename("a.log", "a.log.1");
+    Append("a.log", "begin\n" + LogLine("1") + LogLine("2"));
+    EXPECT_EQ((Messages{"begin", "1", "2"}), Read());
+    Stop();
+    Append("a.log.1", LogLine("3"));
+    Append("a.log", LogLine("4"));
+    Pack("a.log.1", "a.log.2.gz", "gzip");
+    Remove("a.log.1");
+    Pack("a.log", "a.log.1.gz", "gzip"); // which begins like the other one
+    Remove("a.log");
+    Start();
+    Messages read = Read();
+    std::sort(read.begin(), read.end());
+    EXPECT_EQ((Messages{"3", "4"}), read);
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
+TEST_F(FollowerTest, ARotatedFileThatWasReadToItsEndMayBeEmptied)
+{
+    StartWith("a.log", "");
+    Append("a.log", LogLine("1"));
+    Rename("a.log", "a.log.1");
+    Append("a.log", LogLine("2"));
+    EXPECT_EQ((Messages{"1", "2"}), Read());
+    Wait(milliseconds(20000));
+    Settle();
+    Empty("a.log.1");
+    Wait(milliseconds(20000));
+    EXPECT_EQ(Messages{}, Read());
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
+TEST_F(FollowerTest, ALogThatIsEmptiedJustWhenItsCopyIsComparedIsNotReadAgain)
+{
+    StartWith("a.log", "");
+    Append("a.log", LogLine("1") + LogLine("2"));
+    EXPECT_EQ((Messages{"1", "2"}), Read());
+    Write("a.log.1", LogLine("1"));
+    EXPECT_EQ(Messages{}, Read());
+    Wait(milliseconds(11000)); // the next look comes before the next reading
+    Write("a.log.1", LogLine("1") + LogLine("2"));
+    Empty("a.log");
+    Append("a.log", LogLine("3"));
+    EXPECT_EQ(Messages{"3"}, Read());
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
+TEST_F(FollowerTest, ACopyIsReadWhenTheLogIsGoneOfWhichNothingCouldBeRead)
+{
+    StartWith("a.log", "");
+    Append("a.log", "no end");
+    Copy("a.log", "a.log.1");
+    EXPECT_EQ(Messages{}, Read());
+    Remove("a.log");
+    for (int i = 0; i < 10; ++i) {
+        Settle();
+        Wait(milliseconds(20000));
+    }
+    EXPECT_EQ(Messages{"no end"}, Read());
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
+// As of a log on whose disk there was a power cut.
+TEST_F(FollowerTest, ZerosAtTheEndOfALogMayBeWrittenOver)
+{
+    StartWith("a.log", LogLine("old"));
+    const std::string before = Content("a.log");
+    Append("a.log", "half" + std::string(20, '\0'));
+    EXPECT_EQ(Messages{}, Read());
+    Write("a.log", before + "half of it, and then the rest of it\n");
+    EXPECT_EQ(Messages{"half of it, and then the rest of it"}, Read());
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
+TEST_F(FollowerTest, ALogThatIsRotatedBetweenALookAndItsOpeningIsNotTakenForTheNextOne)
+{
+    StartWith("a.log", LogLine("old"));
+    Stop();
+    Append("a.log", LogLine("1"));
+    test::ExhaustWatches(true); // nothing is told, so the next reading comes without a look
+    Start();
+    follower().Look(inputs::SteadyTime(std::chrono::hours(2000)));
+    Rename("a.log", "a.log.1");
+    Append("a.log", LogLine("old") + LogLine("2"));
+    Step();
+    test::ExhaustWatches(false);
+    Messages read = Read();
+    EXPECT_EQ((Messages{"1", "old", "2"}), read);
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
+TEST_F(FollowerTest, OfSeveralNamesOfAFileTheOneCountsThatIsWrittenTo)
+{
+    std::filesystem::create_directory(Path("0old"));
+    options.rules.paths = {Path("a.log"), Path("0old/*")};
+    StartWith("a.log", LogLine("old"));
+    std::filesystem::create_hard_link(Path("a.log"), Path("0old/a.log.1"));
+    Append("a.log", "half");
+    EXPECT_EQ(Messages{}, Read());
+    Wait(milliseconds(20000));
+    EXPECT_EQ(Messages{}, Read()) << "of a rotated file it would be the last line";
+    Append("a.log", " and half\n");
+    EXPECT_EQ(Messages{"half and half"}, Read());
+}
+
+// Else a power cut could take a part of it, and the rest would look like another file.
+TEST_F(FollowerTest, WhatIsPassedOverIsOnTheDiskWhenThatIsStored)
+{
+    Write("a.log", LogLine("old"));
+    ASSERT_EQ(0U, SyncedSize("a.log"));
+    Start();
+    EXPECT_EQ(LogLine("old").size(), SyncedSize("a.log"));
+}
+
+TEST_F(FollowerTest, AFileIsKnownByItsBirthWhereTheFileSystemKeepsIt)
+{
+    Write("a.log", LogLine("1"));
+    struct statx status {};
+    ASSERT_EQ(0, statx(AT_FDCWD, Path("a.log").c_str(), 0, STATX_BTIME, &status));
+    if ((status.stx_mask & STATX_BTIME) == 0)
+        GTEST_SKIP() << "this file system keeps no births";
+    const auto look = inputs::LookAt(Path("a.log"));
+    ASSERT_TRUE(look);
+    EXPECT_EQ(status.stx_btime.tv_sec * 1000000000 + status.stx_btime.tv_nsec,
+              look->identity.birth_ns);
+    EXPECT_TRUE(look->identity.IsUnique());
+}
+
 TEST_F(FollowerTest, ChangesAreToldByTheKernel)
 {
     StartWith("a.log", LogLine("old"));

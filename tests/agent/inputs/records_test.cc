@@ -169,6 +169,15 @@ TEST(Records, LineEndsOfUtf16AreOfTwoBytes)
     EXPECT_EQ("c\0"sv, taken.rest);
 }
 
+// Half of one character and half of the next one look like a line end.
+TEST(Records, ALineEndOfTwoBytesBeginsWhereACharacterDoes)
+{
+    using namespace std::string_view_literals;
+    const Taken taken =
+        TakeAll({}, "a\0\x15\x0a\0\x01\x0a\0b\0\x0a\0"sv, Ending::kGrowing, "UTF-16LE");
+    EXPECT_EQ((Records{"a\xE0\xA8\x95\xC4\x80", "b"}), taken.records);
+}
+
 // Sets have many names. In some, a line end is one byte that is another character in ASCII.
 TEST(Records, LineEndsAreThoseOfTheSetWhateverItsNameIs)
 {

@@ -323,8 +323,10 @@ TEST_F(SpoolTest, ThatIsReplacedWhileItIsFollowedIsPutBack)
     const std::string before = Content();
     fs::remove(Path());
     std::ofstream(Path(), std::ios::binary) << "of somebody else";
+    fs::create_hard_link(Path(), folder_ / "other");
     keeper_->LookAfterSpool();
     EXPECT_EQ(before, Content());
+    EXPECT_EQ(std::string("of somebody else").size(), fs::file_size(folder_ / "other"));
 }
 
 TEST_F(SpoolTest, ThatIsCutWhileItIsFollowedIsToldAtOnce)
