@@ -209,15 +209,28 @@ bool FindHeadLine(int monindex, Search *search)
     return false;
 }
 
+// Was the head line found in a backup of a list that lacks what was the live file then? It has got a date since, and its
+// lines would be passed over. Numbers would have moved on with it.
+bool ListLacksAFile(int monindex, const Search &search)
+{
+    const SeenFile &opened = seen_files[monindex][0];
+    return logindex[monindex] > 0 && search.live.inode != 0 &&
+           (search.live.device != opened.device || search.live.inode != opened.inode);
+}
+
 // Lists the files and looks for the head line, again when a rotation comes in between.
 int SearchFiles(int monindex)
 {
     for (int again = 0;; ++again) {
+        const bool may_look_again = again < kMostLooksAgain;
         Search search{LookAtName(syslogpath[monindex]), false};
         RebuildBackupList(monindex);
-        if (FindHeadLine(monindex, &search))
+        if (FindHeadLine(monindex, &search)) {
+            if (may_look_again && ListLacksAFile(monindex, search))
+                continue;
             return 1;
-        const Baseline baseline = Rebaseline(monindex, again < kMostLooksAgain ? &search : nullptr);
+        }
+        const Baseline baseline = Rebaseline(monindex, may_look_again ? &search : nullptr);
         if (baseline != Baseline::kSearchAgain)
             return baseline == Baseline::kTaken ? 0 : -1;
     }

@@ -374,6 +374,7 @@ void Life::AtRest()
             return;
         }
         world_.Apply(step);
+        model_.NoteWhatWasEmptied();
         LookAtLogs();
         if (step.what == Do::kTable)
             WriteTable();

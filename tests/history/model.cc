@@ -134,6 +134,18 @@ void Model::Restore(const Lasting &lasting)
     table_ = lasting.table;
     bytes_read_ = lasting.bytes_read;
     unrecorded_ = lasting.unrecorded;
+    unrecorded_in_ = lasting.unrecorded_in;
+}
+
+void Model::NoteWhatWasEmptied()
+{
+    for (const auto &[name, file] : world_->folder.entries()) {
+        for (const size_t slot : {size_t{0}, size_t{1}}) {
+            if (file.inode == unrecorded_in_[slot] &&
+                std::cmp_less(file.bytes.size(), unrecorded_[slot]))
+                bytes_read_[slot] += std::exchange(unrecorded_[slot], 0);
+        }
+    }
 }
 
 void Model::LoadTable()
@@ -293,7 +305,8 @@ Model::Found Model::FindFile(size_t slot)
 }
 
 // One search for the head line, and the fresh start when it is not found. Nothing when a rotation has come
-// since, and there are backups by now in which the head line may be: then the search begins again.
+// since, and there are backups by now in which the head line may be, or one that the list of backups lacks: then the search
+// begins again.
 std::optional<Model::Found> Model::Search(size_t slot, bool may_search_again)
 {
     const std::string &path = memory_.path[slot];
@@ -308,8 +321,13 @@ std::optional<Model::Found> Model::Search(size_t slot, bool may_search_again)
         if (!bytes || bytes->empty())
             break;
         seen_.push_back({Find(PathOf(slot, index_))->inode, bytes->size()});
-        if (StartsWith(FirstLine(*bytes), *record_.slots[slot].head))
-            return Found::kFile;
+        if (!StartsWith(FirstLine(*bytes), *record_.slots[slot].head))
+            continue;
+        const bool lacks_a_file =
+            index_ > 0 && before.inode != 0 && before.inode != seen_.front().inode;
+        if (may_search_again && lacks_a_file)
+            return std::nullopt;
+        return Found::kFile;
     }
     const auto bytes = Open(path, true);
     const bool has_changed =
@@ -387,6 +405,7 @@ Model::Came Model::ReadFile(size_t slot)
     const int64_t read = static_cast<int64_t>(bytes.size()) - place.lines[next].pos;
     ReadNewLines(slot, &place);
     (pos_ < 0 ? unrecorded_[slot] : bytes_read_[slot]) += read;
+    unrecorded_in_[slot] = Find(PathOf(slot, index_))->inode;
     return Came::kDone;
 }
 

@@ -77,8 +77,12 @@ class Model {
         std::vector<Counted> table;
         std::array<int64_t, kLogs> bytes_read{};
         std::array<int64_t, 2> unrecorded{};
+        std::array<uint64_t, 2> unrecorded_in{};
     };
-    [[nodiscard]] Lasting Save() const { return {record_, table_, bytes_read_, unrecorded_}; }
+    [[nodiscard]] Lasting Save() const
+    {
+        return {record_, table_, bytes_read_, unrecorded_, unrecorded_in_};
+    }
     void Restore(const Lasting &lasting);
 
     [[nodiscard]] const Record &record() const { return record_; }
@@ -86,6 +90,9 @@ class Model {
 
     // Of the logs of the slots, those that were read twice counted twice.
     [[nodiscard]] int64_t BytesRead(size_t slot) const { return bytes_read_[slot]; }
+
+    // The files have changed. Those repeats that were read, and are gone with their file's content, are not read again.
+    void NoteWhatWasEmptied();
 
     std::vector<Alert> alerts; // of all wakes since they were taken away last
     Interruption interruption;
@@ -166,6 +173,7 @@ class Model {
     std::array<int64_t, kLogs> bytes_read_{};
     // Of the file in which a slot stands, when all of it are repeats at its head: they were read, but cannot be recorded.
     std::array<int64_t, 2> unrecorded_{};
+    std::array<uint64_t, 2> unrecorded_in_{}; // the file's inode
     // Of the slot that is being scanned.
     std::vector<std::string> backups_;
     std::vector<Seen> seen_; // by index, as the search for the head line met them

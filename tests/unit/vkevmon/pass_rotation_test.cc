@@ -266,6 +266,18 @@ TEST_F(RotatedPass, LooksAgainWhenTheLogWasRotatedAfterTheBackupsWereListed)
     EXPECT_EQ(kNoFailure, OwnNotable());
 }
 
+TEST_F(RotatedPass, LooksAgainWhenTheLogGotADateAfterTheBackupsWereListed)
+{
+    Follow({head_, a_});
+    SetFolder({{"messages-20240303", Text({head_, a_, b_})}, {"messages", Text({head1_, c_})}});
+    Sys().BeforeCall("open", 1, [this] {
+        RenameLog("messages", "messages-20240310");
+        WriteLog("messages", Text({head2_, d_}));
+    });
+    EXPECT_EQ(Once({b_, head1_, c_, head2_, d_}), Run());
+    EXPECT_EQ(kNoFailure, OwnNotable());
+}
+
 // A rotation comes and its new log is empty still, before the pass has come to read anything: it was none.
 TEST_F(RotatedPass, RecordsNoEndWhenNothingCouldBeReadBeforeTheLogWasRotated)
 {
