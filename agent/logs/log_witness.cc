@@ -67,9 +67,12 @@ void LogWitness::FindFilesOfTheTimeBetween()
         if (name == prefix || name.compare(0, prefix.size(), prefix) != 0)
             continue;
         WitnessedFile file(entry.path());
-        const bool is_known = std::any_of(files_.begin(), files_.end(), [&](const auto &known) {
+        const auto is_it = [&](const WitnessedFile &known) {
             return known.Is(file.record.device, file.record.inode) || file.GoesOnLike(known.record);
-        });
+        };
+        // One that was left can be newer all the same, by a clock that was set back.
+        const bool is_known =
+            std::ranges::any_of(files_, is_it) || std::ranges::any_of(left_, is_it);
         if (file.IsOpen() && !is_known && file.record.written_ms > since_ms)
             found.push_back(std::move(file));
     }

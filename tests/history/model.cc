@@ -134,16 +134,15 @@ void Model::Restore(const Lasting &lasting)
     table_ = lasting.table;
     bytes_read_ = lasting.bytes_read;
     unrecorded_ = lasting.unrecorded;
-    unrecorded_in_ = lasting.unrecorded_in;
 }
 
 void Model::NoteWhatWasEmptied()
 {
     for (const auto &[name, file] : world_->folder.entries()) {
         for (const size_t slot : {size_t{0}, size_t{1}}) {
-            if (file.inode == unrecorded_in_[slot] &&
-                std::cmp_less(file.bytes.size(), unrecorded_[slot]))
-                bytes_read_[slot] += std::exchange(unrecorded_[slot], 0);
+            if (file.inode == unrecorded_[slot].inode &&
+                std::cmp_less(file.bytes.size(), unrecorded_[slot].bytes))
+                unrecorded_[slot].are_gone = true;
         }
     }
 }
@@ -345,7 +344,7 @@ Model::Found Model::StartAfresh(size_t slot, const std::optional<std::string> &l
         live->size() > 1 ? live->rfind('\n', live->size() - 2) : std::string::npos;
     const size_t last = newline == std::string::npos ? 0 : newline + 1;
     const std::string text = live->substr(last, LineEnd(*live, last) - last);
-    bytes_read_[slot] += std::exchange(unrecorded_[slot], 0);
+    bytes_read_[slot] += std::exchange(unrecorded_[slot], {}).bytes;
     SlotRecord &record = record_.slots[slot];
     record.head = Cut(FirstLine(*live), kRecorded);
     record.pos = static_cast<int64_t>(last);
@@ -387,7 +386,11 @@ Model::Came Model::ReadFile(size_t slot)
     if (opened != Came::kDone || bytes.empty())
         return opened; // an empty file cannot be positioned in
     has_read_ = true;
-    unrecorded_[slot] = 0;
+    const uint64_t inode = Find(PathOf(slot, index_))->inode;
+    // In a copy they are read again.
+    if (unrecorded_[slot].are_gone && unrecorded_[slot].inode == inode)
+        bytes_read_[slot] += unrecorded_[slot].bytes;
+    unrecorded_[slot] = {.inode = inode};
     std::vector<TextLine> lines;
     for (size_t at = 0; at < bytes.size();) {
         const size_t end = LineEnd(bytes, at);
@@ -404,8 +407,7 @@ Model::Came Model::ReadFile(size_t slot)
     }
     const int64_t read = static_cast<int64_t>(bytes.size()) - place.lines[next].pos;
     ReadNewLines(slot, &place);
-    (pos_ < 0 ? unrecorded_[slot] : bytes_read_[slot]) += read;
-    unrecorded_in_[slot] = Find(PathOf(slot, index_))->inode;
+    (pos_ < 0 ? unrecorded_[slot].bytes : bytes_read_[slot]) += read;
     return Came::kDone;
 }
 
@@ -460,7 +462,7 @@ Model::Came Model::MoveToNewer(size_t slot)
             return opened;
         if (opened == Came::kNothing || bytes.empty())
             continue;
-        bytes_read_[slot] += std::exchange(unrecorded_[slot], 0);
+        bytes_read_[slot] += std::exchange(unrecorded_[slot], {}).bytes;
         pos_ = -1;
         content_.clear();
         record_.slots[slot].head = Cut(FirstLine(bytes), kRecorded);

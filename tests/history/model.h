@@ -71,18 +71,21 @@ class Model {
     void CustomerEvent(); // the customer file was changed
     void TargetEvent();   // the file monitor's target was changed
 
+    // Of the file in which a slot stands, when all of it are repeats at its head: they were read, but cannot be recorded.
+    struct Unrecorded {
+        int64_t bytes = 0;
+        uint64_t inode = 0;
+        bool are_gone = false; // the file was emptied since
+    };
+
     // What a killed or stopped monitor leaves: the record and the hit counters.
     struct Lasting {
         Record record;
         std::vector<Counted> table;
         std::array<int64_t, kLogs> bytes_read{};
-        std::array<int64_t, 2> unrecorded{};
-        std::array<uint64_t, 2> unrecorded_in{};
+        std::array<Unrecorded, 2> unrecorded{};
     };
-    [[nodiscard]] Lasting Save() const
-    {
-        return {record_, table_, bytes_read_, unrecorded_, unrecorded_in_};
-    }
+    [[nodiscard]] Lasting Save() const { return {record_, table_, bytes_read_, unrecorded_}; }
     void Restore(const Lasting &lasting);
 
     [[nodiscard]] const Record &record() const { return record_; }
@@ -91,7 +94,7 @@ class Model {
     // Of the logs of the slots, those that were read twice counted twice.
     [[nodiscard]] int64_t BytesRead(size_t slot) const { return bytes_read_[slot]; }
 
-    // The files have changed. Those repeats that were read, and are gone with their file's content, are not read again.
+    // The files have changed.
     void NoteWhatWasEmptied();
 
     std::vector<Alert> alerts; // of all wakes since they were taken away last
@@ -171,9 +174,7 @@ class Model {
     Memory memory_;
     std::vector<Counted> table_;
     std::array<int64_t, kLogs> bytes_read_{};
-    // Of the file in which a slot stands, when all of it are repeats at its head: they were read, but cannot be recorded.
-    std::array<int64_t, 2> unrecorded_{};
-    std::array<uint64_t, 2> unrecorded_in_{}; // the file's inode
+    std::array<Unrecorded, 2> unrecorded_{};
     // Of the slot that is being scanned.
     std::vector<std::string> backups_;
     std::vector<Seen> seen_; // by index, as the search for the head line met them

@@ -197,6 +197,36 @@ TEST_P(LogWitnessTest, WhereACallFailsNothingIsToldThatDidNotHappen)
     EXPECT_LT(20, not_read);
 }
 
+// Files that the monitor has not seen are looked for among those that are newer than the last one that it knew.
+TEST(LogWitnessAfterARestart, TakesNoFileForAnotherOneBecauseTheClockWasSetBack)
+{
+    const test::TempFolder folder;
+    const fs::path log = folder.path() / "log";
+    const fs::path backup = folder.path() / "log.1";
+    const auto write = [&](const char *text, fs::file_time_type when) {
+        std::ofstream(log) << text;
+        fs::last_write_time(log, when);
+    };
+    const auto part = [](const fs::path &file, int64_t first, bool is_afresh) {
+        struct stat status {};
+        EXPECT_EQ(0, __real_stat(file.c_str(), &status));
+        return LogPart{0, is_afresh ? 1 : 0, status.st_dev, status.st_ino, first, first, 0};
+    };
+    const auto now = fs::file_time_type::clock::now();
+    write("read before\n", now);
+    LogWitness before(log, {});
+    before.Take({part(log, -1, true)});
+    fs::rename(log, backup);
+    write("read by an earlier clock\n", now - std::chrono::hours(24));
+    EXPECT_TRUE(before.Take({part(backup, -1, false), part(log, 0, false)}).empty());
+    fs::remove(log);
+    LogWitness witness(log, before.Records());
+    write("passed over\n", now);
+    const std::vector<LogLoss> told = witness.Take({part(log, -1, true)});
+    ASSERT_EQ(1U, told.size());
+    EXPECT_EQ(log, told.front().file);
+}
+
 INSTANTIATE_TEST_SUITE_P(With, LogWitnessTest, testing::Values(EIO, EMFILE, ENOMEM));
 
 } // namespace
