@@ -14,8 +14,9 @@ constexpr size_t kGram = 3;
 
 // By slot of the sample, first those of grams, then those of keywords that are shorter.
 constexpr size_t kSlots = 2 * kSampleSlots;
-uint16_t waiting
-    [kSlots]; // places of the gram in entries that have none yet; a number that wraps is a bad choice at worst
+// Places of the gram in entries that have none yet; kMany: so many or more, and no longer counted. Never 0 while there is one.
+uint16_t waiting[kSlots];
+constexpr uint16_t kMany = UINT16_MAX;
 std::bitset<kSlots> is_chosen;
 
 // Of a long keyword, so many places are considered.
@@ -115,7 +116,10 @@ bool TakeGram(int index, float wanted, GramPlace *place)
     if (best < wanted)
         return false;
     is_chosen[best_slot] = true;
-    ForEachChoice(index, [](size_t slot, uint16_t, size_t) { --waiting[slot]; });
+    ForEachChoice(index, [](size_t slot, uint16_t, size_t) {
+        if (waiting[slot] < kMany)
+            --waiting[slot];
+    });
     return true;
 }
 
@@ -124,7 +128,10 @@ void CountWaiting()
     memset(waiting, 0, sizeof waiting);
     for (int i = 0; i < sieve_entry_count; ++i) {
         FindUsable(i);
-        ForEachChoice(i, [](size_t slot, uint16_t, size_t) { ++waiting[slot]; });
+        ForEachChoice(i, [](size_t slot, uint16_t, size_t) {
+            if (waiting[slot] < kMany)
+                ++waiting[slot];
+        });
     }
 }
 

@@ -169,6 +169,34 @@ TEST_P(LoudLinesTwin, HasRoomForAnyTable)
     EmptyTable();
 }
 
+// 2,048 keywords that begin with a ruler have its three bytes in 65,536 places.
+TEST_P(LoudLinesTwin, FindsEntriesOfWhichMoreThanCanBeCountedAreAlike)
+{
+    EmptyTable();
+    for (int i = 0; i < kMaxEntries; ++i) {
+        const std::string number = std::to_string(10000 + i);
+        if (i < kMaxEntries / 2)
+            AddEntry({.keywords = {"ordinary word " + number, "", ""}});
+        else
+            AddEntry({.keywords = {std::string(34, '-') + " A" + number,
+                                   std::string(34, '-') + " B" + number, ""}});
+    }
+    static constexpr char kOther[16 + kGramPadding] = "of other things";
+    for (int i = 0; i < kMaxEntries; ++i) {
+        std::string block =
+            std::string(KeywordOf(*lpVKVMon[i], 0)) + " " + KeywordOf(*lpVKVMon[i], 1) + "\n";
+        const size_t size = block.size();
+        block.append(kGramPadding, 'x');
+        if (i == 0) {
+            ASSERT_TRUE(PrepareSieve(kOther, std::size(kOther) - kGramPadding));
+        }
+        SieveBlock(block.data(), size);
+        LineMatches matches{};
+        ASSERT_TRUE(LineIsLoud(0, size - 1, size, &matches)) << i;
+    }
+    EmptyTable();
+}
+
 // As the processors do it that there are.
 INSTANTIATE_TEST_SUITE_P(ByLanes, LoudLinesTwin,
                          testing::Values(Lanes::kBaseline, Lanes::kTableLookup, Lanes::kWide));
