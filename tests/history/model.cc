@@ -387,8 +387,9 @@ Model::Came Model::ReadFile(size_t slot)
         return opened; // an empty file cannot be positioned in
     has_read_ = true;
     const uint64_t inode = Find(PathOf(slot, index_))->inode;
-    // In a copy they are read again.
-    if (unrecorded_[slot].are_gone && unrecorded_[slot].inode == inode)
+    // Of a file that was emptied, they are read again in the copy.
+    const bool are_read_again = unrecorded_[slot].are_gone != (unrecorded_[slot].inode == inode);
+    if (!are_read_again)
         bytes_read_[slot] += unrecorded_[slot].bytes;
     unrecorded_[slot] = {.inode = inode};
     std::vector<TextLine> lines;
