@@ -18,6 +18,16 @@ Outcome EventCount::Take(const std::string &value, const LineHits &line)
     return outcome;
 }
 
+void EventCount::SetBack(int64_t now_s)
+{
+    for (Entry &entry : entries_) {
+        if (entry.count.newest_s() <= now_s)
+            continue;
+        entry.count.SetBack(now_s);
+        changes_.used.insert(entry.value);
+    }
+}
+
 bool EventCount::HasOverdue(int64_t now_s) const
 {
     return std::any_of(entries_.begin(), entries_.end(),

@@ -32,6 +32,8 @@ class EventCount {
     // For an event that tells of lines that do not come. A value is waited for from now on, although no line of it has
     // come yet.
     void Await(const std::string &value, int64_t now_s) { Take(value, {now_s, 0, {}}); }
+    // Of no value a line has come later than now, whatever a clock said that was ahead.
+    void SetBack(int64_t now_s);
     // The values whose absence is to be reported now. They count as reported.
     std::vector<std::string> TakeOverdue(int64_t now_s);
     [[nodiscard]] bool HasOverdue(int64_t now_s) const;

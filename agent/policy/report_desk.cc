@@ -101,11 +101,16 @@ void ReportDesk::Save()
     silences_.Save();
 }
 
-bool ReportDesk::HasOverdue(int64_t now_s) const
+bool ReportDesk::HasOverdue(int64_t now_s)
 {
-    return std::any_of(policies_.all().begin(), policies_.all().end(), [&](const auto &policy) {
-        return policy->event().policy.absent_s > 0 && policy->count()->HasOverdue(now_s);
-    });
+    bool has_overdue = false;
+    for (const auto &policy : policies_.all()) {
+        if (policy->event().policy.absent_s == 0)
+            continue;
+        policy->count()->SetBack(now_s);
+        has_overdue = has_overdue || policy->count()->HasOverdue(now_s);
+    }
+    return has_overdue;
 }
 
 void ReportDesk::TellOfAbsent(int64_t now_s)

@@ -41,7 +41,7 @@ class ReportDesk {
     void Load();
 
     // Does an event wait for a line that should have come by now? Costs little where there is none of the kind.
-    [[nodiscard]] bool HasOverdue(int64_t now_s) const;
+    [[nodiscard]] bool HasOverdue(int64_t now_s);
     // Stores an alert of each. Only when all that was written was read: or the line may be in what was not. Before Save.
     void TellOfAbsent(int64_t now_s);
 

@@ -12,6 +12,7 @@
 #ifndef AGENT_POLICY_VALUE_COUNT_H
 #define AGENT_POLICY_VALUE_COUNT_H
 
+#include <algorithm>
 #include <cstdint>
 #include <deque>
 #include <string>
@@ -72,6 +73,8 @@ class ValueCount {
     // Has no line come for too long, and was that not reported yet? Then Report says that it is.
     [[nodiscard]] bool IsOverdue(const CountTerms &terms, int64_t now_s) const;
     void Report(int64_t now_s);
+    // The clock was set back: what came later than now came now.
+    void SetBack(int64_t now_s) { held_back_.last_s = std::min(held_back_.last_s, now_s); }
     // The newest line of such an event: its time, and its text; empty: none has come yet, and the time is that of the
     // beginning.
     [[nodiscard]] int64_t newest_s() const { return held_back_.last_s; }

@@ -291,6 +291,21 @@ TEST_F(AbsentLines, AClockThatWasAheadHidesNothing)
     EXPECT_EQ(1U, Told(&timed_, 3660).size());
 }
 
+TEST_F(AbsentLines, AClockThatWasSetBackHidesNothing)
+{
+    RegisterAbsent();
+    timed_.Load();
+    WaitSince(-365 * 86400); // by the clock of then
+    EXPECT_EQ(Texts(), Told(&timed_, 0));
+    timed_.Load();
+    EXPECT_EQ(Texts(), Told(&timed_, 3599)) << "it is waited for from now on";
+    EXPECT_EQ(1U, Told(&timed_, 3600).size());
+    WaitSince(-365 * 86400);
+    EXPECT_EQ(Texts(), Told(&timed_, 0));
+    Report("BACKUP", 1, Line(0).c_str());
+    EXPECT_EQ(1U, Told(&timed_, 3600).size()) << "a line has come since it was told";
+}
+
 TEST_F(AbsentLines, AreToldOfForEachHostThatHasWrittenOne)
 {
     RegisterAbsent("host");
