@@ -309,9 +309,12 @@ void RemoveAlerts(host::Store &store, int64_t up_to)
     store.Write([&](host::Database &database) {
         host::Statement(database, "DELETE FROM alert WHERE id <= ?").Run(up_to);
         // Series of which none is left. The one in which the oldest kept alert lies began before
-        // that alert, maybe, so all but the newest of those that began in time are dropped.
+        // that alert, maybe, so all but the newest of those that began in time are dropped. So it is with the alert up to
+        // which a message tells that is under way: its key stays that of the first try.
         host::Statement(database, "DELETE FROM key_series WHERE first_alert < (SELECT"
-                                  " max(first_alert) FROM key_series WHERE first_alert <= ?)")
+                                  " max(first_alert) FROM key_series WHERE first_alert <= min(?1,"
+                                  " (SELECT ifnull(min(planned_id), ?1) FROM delivery"
+                                  " WHERE planned_id > 0)))")
             .Run(up_to + 1);
     });
 }

@@ -218,6 +218,24 @@ TEST_F(StoreIdentity, SeriesOfWhichNoAlertIsLeftAreForgotten)
     EXPECT_EQ(2, count.Integer(0));
 }
 
+// It tells of all alerts up to one, and is tried again under the key of that one, which may have left the store.
+TEST_F(StoreIdentity, TheKeyOfAMessageThatIsUnderWayStays)
+{
+    for (int life = 0; life < 5; ++life)
+        AddInALife();
+    Store store(Path());
+    const std::string key = alerts::KeyOf(store.database(), 2);
+    store.Write([](host::Database &database) {
+        host::Statement(database, "INSERT INTO reg_key (parent, name) VALUES (0, 'sink')").Run();
+        host::Statement(database, "INSERT INTO delivery (sink, peer, last_id, delivered, dropped,"
+                                  " delivered_ms, last_error, error_ms, planned_id)"
+                                  " SELECT max(id), '', 0, 0, 0, 0, '', 0, 2 FROM reg_key")
+            .Run();
+    });
+    alerts::RemoveAlerts(store, 4);
+    EXPECT_EQ(key, alerts::KeyOf(store.database(), 2));
+}
+
 // ---- one daemon ----
 
 TEST_F(StoreIdentity, ADaemonHoldsTheStoreItself)
