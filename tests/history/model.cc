@@ -138,12 +138,17 @@ void Model::Restore(const Lasting &lasting)
 
 void Model::NoteWhatWasEmptied()
 {
-    for (const auto &[name, file] : world_->folder.entries()) {
-        for (const size_t slot : {size_t{0}, size_t{1}}) {
-            if (file.inode == unrecorded_[slot].inode &&
-                std::cmp_less(file.bytes.size(), unrecorded_[slot].bytes))
-                unrecorded_[slot].are_gone = true;
-        }
+    const auto &files = world_->folder.entries();
+    for (Unrecorded &unrecorded : unrecorded_) {
+        const auto holds_it = [&](const auto &file) {
+            return file.second.bytes.starts_with(unrecorded.text);
+        };
+        const auto own = std::ranges::find_if(
+            files, [&](const auto &file) { return file.second.inode == unrecorded.inode; });
+        if (own == files.end() || holds_it(*own))
+            continue;
+        const auto copy = std::ranges::find_if(files, holds_it);
+        unrecorded.inode = copy != files.end() ? copy->second.inode : 0;
     }
 }
 
@@ -344,7 +349,7 @@ Model::Found Model::StartAfresh(size_t slot, const std::optional<std::string> &l
         live->size() > 1 ? live->rfind('\n', live->size() - 2) : std::string::npos;
     const size_t last = newline == std::string::npos ? 0 : newline + 1;
     const std::string text = live->substr(last, LineEnd(*live, last) - last);
-    bytes_read_[slot] += std::exchange(unrecorded_[slot], {}).bytes;
+    bytes_read_[slot] += static_cast<int64_t>(std::exchange(unrecorded_[slot], {}).text.size());
     SlotRecord &record = record_.slots[slot];
     record.head = Cut(FirstLine(*live), kRecorded);
     record.pos = static_cast<int64_t>(last);
@@ -387,11 +392,9 @@ Model::Came Model::ReadFile(size_t slot)
         return opened; // an empty file cannot be positioned in
     has_read_ = true;
     const uint64_t inode = Find(PathOf(slot, index_))->inode;
-    // Of a file that was emptied, they are read again in the copy.
-    const bool are_read_again = unrecorded_[slot].are_gone != (unrecorded_[slot].inode == inode);
-    if (!are_read_again)
-        bytes_read_[slot] += unrecorded_[slot].bytes;
-    unrecorded_[slot] = {.inode = inode};
+    if (unrecorded_[slot].inode != inode)
+        bytes_read_[slot] += static_cast<int64_t>(unrecorded_[slot].text.size());
+    unrecorded_[slot] = {};
     std::vector<TextLine> lines;
     for (size_t at = 0; at < bytes.size();) {
         const size_t end = LineEnd(bytes, at);
@@ -408,7 +411,10 @@ Model::Came Model::ReadFile(size_t slot)
     }
     const int64_t read = static_cast<int64_t>(bytes.size()) - place.lines[next].pos;
     ReadNewLines(slot, &place);
-    (pos_ < 0 ? unrecorded_[slot].bytes : bytes_read_[slot]) += read;
+    if (pos_ < 0)
+        unrecorded_[slot] = {bytes, inode};
+    else
+        bytes_read_[slot] += read;
     return Came::kDone;
 }
 
@@ -463,7 +469,7 @@ Model::Came Model::MoveToNewer(size_t slot)
             return opened;
         if (opened == Came::kNothing || bytes.empty())
             continue;
-        bytes_read_[slot] += std::exchange(unrecorded_[slot], {}).bytes;
+        bytes_read_[slot] += static_cast<int64_t>(std::exchange(unrecorded_[slot], {}).text.size());
         pos_ = -1;
         content_.clear();
         record_.slots[slot].head = Cut(FirstLine(bytes), kRecorded);

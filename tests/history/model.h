@@ -73,9 +73,9 @@ class Model {
 
     // Of the file in which a slot stands, when all of it are repeats at its head: they were read, but cannot be recorded.
     struct Unrecorded {
-        int64_t bytes = 0;
-        uint64_t inode = 0;
-        bool are_gone = false; // the file was emptied since
+        std::string text;
+        uint64_t inode =
+            0; // of the file in which they would be read again: of a copy, when theirs was emptied; 0: of none
     };
 
     // What a killed or stopped monitor leaves: the record and the hit counters.
