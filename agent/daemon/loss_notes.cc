@@ -123,13 +123,14 @@ void LossNotes::BeforeCommit()
         if (!slots_[slot].witness)
             continue;
         logs::LogWitness &witness = *slots_[slot].witness;
-        for (const logs::LogLoss &loss : witness.Take(own))
+        const std::vector<logs::LogLoss> losses = witness.Take(own);
+        for (const logs::LogLoss &loss : losses)
             Tell(witness.log(), loss);
         if (!witness.CouldRead())
             TRACE(TRACE_SYSTEM,
                   "%s could not be looked at: whether this pass left lines out is not known.",
                   witness.log().c_str());
-        if (!own.empty())
+        if (!own.empty() || !losses.empty()) // what was told is not told again after a restart
             Write(slot);
     }
 }

@@ -79,6 +79,18 @@ class Losses(lab.LabTest):
         self.assertEqual([], self.lab.alerts("ERROR"))
         self.assert_told("messages: 1 line")
 
+    def test_what_is_told_when_only_the_table_was_read_is_not_told_again_after_a_restart(self):
+        with open(lab.MESSAGES, "ab", buffering=0) as late:
+            lab.MESSAGES.rename(FIRST)
+            self.write("the next log")
+            self.daemon.look()
+            late.write(lab.stamped("error, too late").encode() + b"\n")
+            self.lab.watch("OTHER", 2, "another word")
+            self.lab.wait_until("it is told", self.told)
+            self.daemon.kill()
+            self.daemon.start()
+        self.assert_told("messages: 1 line")
+
     def test_a_loss_while_the_monitor_was_stopped_is_told_at_the_next_start(self):
         self.daemon.stop()
         self.write("error 1", "error 2")
