@@ -226,16 +226,18 @@ void Deliverer::Load()
                           ReadHeld(store_.database(), key)});
     }
 
+    // Those that go on as they are come over when all others have begun: if one cannot, nothing has changed for them.
     std::vector<Entry> entries;
+    std::vector<Entry *> unchanged;
     for (const Wanted &one : wanted) {
+        unchanged.push_back(nullptr);
         const auto known = std::find_if(entries_.begin(), entries_.end(), [&](const Entry &entry) {
             return entry.sink.config.key == one.sink.config.key;
         });
         const bool is_new = known == entries_.end();
         if (!is_new && known->sink.config == one.sink.config) {
-            for (auto &worker : known->workers)
-                worker->TryNow();
-            entries.push_back(std::move(*known));
+            unchanged.back() = &*known;
+            entries.emplace_back();
             continue;
         }
         // Its workers end before their progress is read: nothing is reported to it afterwards.
@@ -254,6 +256,13 @@ void Deliverer::Load()
             entries.back().unwritten = true;
             progressed_ = true;
         }
+    }
+    for (size_t i = 0; i < entries.size(); ++i) {
+        if (unchanged[i] == nullptr)
+            continue;
+        entries[i] = std::move(*unchanged[i]);
+        for (auto &worker : entries[i].workers)
+            worker->TryNow();
     }
     for (Entry &entry : entries_) {
         for (auto &worker : entry.workers)
