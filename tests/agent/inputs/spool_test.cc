@@ -412,6 +412,22 @@ TEST_F(SpoolTest, ALineIsKnownByItsLog)
     EXPECT_FALSE(keeper_->OriginOf("three"));
 }
 
+TEST_F(SpoolTest, ALineIsOfNoLogThatWroteInItsPlaceBefore)
+{
+    Store("x\n");
+    Batch journal;
+    journal.BeginOrigin("journal", "");
+    journal.text = std::string(5 * 1024 * 1024, 'y') + "\nz\n";
+    ASSERT_TRUE(keeper_->Store(journal));
+    store_->CommitPass();
+    keeper_->Committed();
+    Pass();
+    Store("a line of some bytes\nlast\n");
+    ASSERT_TRUE(Content().starts_with(inputs::SpoolHeadLine(2)));
+    ASSERT_TRUE(keeper_->OriginOf("last"));
+    EXPECT_EQ("logs", keeper_->OriginOf("last")->input);
+}
+
 // What is unread is looked through a MiB at a time.
 TEST_F(SpoolTest, ALineFarBehindInWhatIsUnreadIsKnownByItsLog)
 {
