@@ -65,7 +65,8 @@ class WitnessedFile {
     };
     Change Look();
 
-    // The end of the line that begins at an offset, with its newline if it has one. Nothing: it could not be read.
+    // The end of the line that begins at an offset, with its newline if it has one; that of the file, when it has no such
+    // offset. Nothing: it could not be read.
     [[nodiscard]] std::optional<int64_t> EndOfLine(int64_t offset) const;
     // How many lines end, or would end, in this part; -1: that cannot be counted.
     [[nodiscard]] int64_t Lines(int64_t begin, int64_t end) const;
