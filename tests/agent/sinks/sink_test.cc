@@ -16,7 +16,12 @@ using std::chrono::milliseconds;
 
 bool Eventually(const std::function<bool()> &condition)
 {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+#ifdef __SANITIZE_THREAD__
+    constexpr std::chrono::seconds kPatience{300}; // ten times as slow, beside other campaigns
+#else
+    constexpr std::chrono::seconds kPatience{30};
+#endif
+    const auto end = std::chrono::steady_clock::now() + kPatience;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > end)
             return false;
