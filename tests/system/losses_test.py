@@ -69,26 +69,26 @@ class Losses(lab.LabTest):
         self.daemon.look()
         self.assert_told("/var/log/messages: 2 lines (bytes 0 to ")
 
-    def test_what_is_written_to_a_log_that_was_left_is_told(self):
+    def write_too_late(self):
+        """To a log that the monitor has left, to go on to the next one."""
         with open(lab.MESSAGES, "ab", buffering=0) as late:
             lab.MESSAGES.rename(FIRST)
             self.write("the next log")
             self.daemon.look()
             late.write(lab.stamped("error, too late").encode() + b"\n")
-            self.daemon.look()
+
+    def test_what_is_written_to_a_log_that_was_left_is_told(self):
+        self.write_too_late()
+        self.daemon.look()
         self.assertEqual([], self.lab.alerts("ERROR"))
         self.assert_told("messages: 1 line")
 
     def test_what_is_told_when_only_the_table_was_read_is_not_told_again_after_a_restart(self):
-        with open(lab.MESSAGES, "ab", buffering=0) as late:
-            lab.MESSAGES.rename(FIRST)
-            self.write("the next log")
-            self.daemon.look()
-            late.write(lab.stamped("error, too late").encode() + b"\n")
-            self.lab.watch("OTHER", 2, "another word")
-            self.lab.wait_until("it is told", self.told)
-            self.daemon.kill()
-            self.daemon.start()
+        self.write_too_late()
+        self.lab.watch("OTHER", 2, "another word")
+        self.lab.wait_until("it is told", self.told)
+        self.daemon.kill()
+        self.daemon.start()
         self.assert_told("messages: 1 line")
 
     def test_a_loss_while_the_monitor_was_stopped_is_told_at_the_next_start(self):

@@ -12,16 +12,26 @@ class StretchOfALog : public ReaderTest {
     StretchOfALog() { bytes_left_to_blocks = 1; }
     ~StretchOfALog() override { bytes_left_to_blocks = kBlockSize; }
 
+    // Opens a log, its first line delivered by the block.
+    void OpenBehindTheFirst(const std::string &text) const
+    {
+        OpenOldLog(text);
+        ExpectNext(0, "one");
+    }
+    void Read() const
+    {
+        BeginStretches();
+        ASSERT_TRUE(ReadStretch(stretch_.get()));
+    }
+
     const std::unique_ptr<Stretch> stretch_ = std::make_unique<Stretch>();
 };
 
 TEST_F(StretchOfALog, LeavesTheCursorOnTheLineThatWasTakenLast)
 {
-    OpenOldLog("one\ntwo\nthree\nfour\nfive\n");
-    ExpectNext(0, "one");
+    OpenBehindTheFirst("one\ntwo\nthree\nfour\nfive\n");
     ExpectNext(4, "two"); // the cursor stands inside the block
-    BeginStretches();
-    ASSERT_TRUE(ReadStretch(stretch_.get()));
+    Read();
     EXPECT_EQ(8, stretch_->start);
     LeaveStretch(*stretch_, NextLineOfStretch(*stretch_, 0));
     EXPECT_EQ("three|", Shown(curblock));
@@ -33,10 +43,8 @@ TEST_F(StretchOfALog, LeavesTheCursorOnTheLineThatWasTakenLast)
 
 TEST_F(StretchOfALog, ReturnsToTheBlockInWhichTheLineLies)
 {
-    OpenOldLog("one\ntwo\nthree\nfour\nfive\n");
-    ExpectNext(0, "one");
-    BeginStretches();
-    ASSERT_TRUE(ReadStretch(stretch_.get()));
+    OpenBehindTheFirst("one\ntwo\nthree\nfour\nfive\n");
+    Read();
     const StretchLine two = NextLineOfStretch(*stretch_, 0);
     LeaveStretch(*stretch_, NextLineOfStretch(*stretch_, two.next));
     EXPECT_EQ("three|", Shown(curblock));
@@ -48,10 +56,8 @@ TEST_F(StretchOfALog, ReturnsToTheBlockInWhichTheLineLies)
 
 TEST_F(StretchOfALog, StaysOnItsLineWhereTheFileIsAnotherOneByNow)
 {
-    OpenOldLog("one\ntwo\nthree\nfour\nfive\n");
-    ExpectNext(0, "one");
-    BeginStretches();
-    ASSERT_TRUE(ReadStretch(stretch_.get()));
+    OpenBehindTheFirst("one\ntwo\nthree\nfour\nfive\n");
+    Read();
     LeaveStretch(*stretch_, NextLineOfStretch(*stretch_, 0));
     WriteLog(kLogName, "ONE\nTWO\nTHREE\nFOUR\nFIVE\n");
     ReturnToBlocks();
@@ -62,11 +68,9 @@ TEST_F(StretchOfALog, StaysOnItsLineWhereTheFileIsAnotherOneByNow)
 
 TEST_F(StretchOfALog, OfAnEmptyLineIsOneByte)
 {
-    OpenOldLog("one\n\ntwo");
-    ExpectNext(0, "one");
+    OpenBehindTheFirst("one\n\ntwo");
     bytes_left_to_blocks = 3;
-    BeginStretches();
-    ASSERT_TRUE(ReadStretch(stretch_.get()));
+    Read();
     EXPECT_EQ(1U, stretch_->length);
     LeaveStretch(*stretch_, NextLineOfStretch(*stretch_, 0));
     ExpectNext(5, "two");
