@@ -50,6 +50,11 @@ SeenFile LookAtOpenLog()
     return fstat(fileno(gfp), &status) == 0 ? SeenAs(status) : SeenFile{};
 }
 
+bool AreTheSame(const SeenFile &one, const SeenFile &other)
+{
+    return one.device == other.device && one.inode == other.inode;
+}
+
 // Is the open log another file than the one seen? A file that was emptied is the same one: it is passed over like
 // any empty file.
 bool IsOtherThan(const SeenFile &seen)
@@ -57,8 +62,7 @@ bool IsOtherThan(const SeenFile &seen)
     const SeenFile open = LookAtOpenLog();
     if (open.inode == 0)
         return false; // not known
-    return open.device != seen.device || open.inode != seen.inode ||
-           (open.size < seen.size && open.size != 0);
+    return !AreTheSame(open, seen) || (open.size < seen.size && open.size != 0);
 }
 
 // Beyond this many files a file is taken for the one that was looked at. Resume points lie a few rotations
@@ -213,9 +217,8 @@ bool FindHeadLine(int monindex, Search *search)
 // lines would be passed over. Numbers would have moved on with it.
 bool ListLacksAFile(int monindex, const Search &search)
 {
-    const SeenFile &opened = seen_files[monindex][0];
     return logindex[monindex] > 0 && search.live.inode != 0 &&
-           (search.live.device != opened.device || search.live.inode != opened.inode);
+           !AreTheSame(search.live, seen_files[monindex][0]);
 }
 
 // Lists the files and looks for the head line, again when a rotation comes in between.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "fileacc/stretch.h"
 #include "match/block_search.h"
@@ -179,18 +180,15 @@ bool IsInStretch(LocalMoment *moment)
             EndStretch();
         return false;
     }
-    if (!is_in_stretch && BlockEndsInsideALine())
-        return false;
-    if (!is_in_stretch && !BeginStretch(moment))
-        file_has_stretches = false;
+    if (!is_in_stretch && !BlockEndsInsideALine())
+        file_has_stretches = BeginStretch(moment);
     return is_in_stretch;
 }
 
 bool ReadByBlock(PassLine *line)
 {
-    if (is_behind_stretches)
+    if (std::exchange(is_behind_stretches, false))
         ReturnToBlocks();
-    is_behind_stretches = false;
     line->is_quiet = last_was_quiet = false;
     line->matches.is_known = false;
     if (ReadNextLine(&line->pos, line->text, kLineBufferSize, &line->length) != 0)

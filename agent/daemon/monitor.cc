@@ -156,6 +156,13 @@ void Monitor::Break(const std::exception &error)
     reason_ = error.what();
 }
 
+void Monitor::TellOfAbsent(int64_t now_s)
+{
+    desk_->NoteTime(now_s);
+    if (feed_.HasReadAll(desk_->HasOverdue(now_s)))
+        desk_->TellOfAbsent(now_s);
+}
+
 void Monitor::StorePass()
 {
     if (!reason_.empty())
@@ -164,9 +171,8 @@ void Monitor::StorePass()
     counters_->Save(module_.table());
     // Behind the table's load, and before the next line: both are of one moment, or the event that
     // tells of a later one is set already.
-    const int64_t now_s = time(nullptr);
-    if (status::ReadsAllFiles(pass_.kind) && feed_.HasReadAll(desk_->HasOverdue(now_s)))
-        desk_->TellOfAbsent(now_s);
+    if (status::ReadsAllFiles(pass_.kind))
+        TellOfAbsent(time(nullptr));
     desk_->Save();
     if (table_is_reloaded_)
         desk_->Load();

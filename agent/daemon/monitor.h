@@ -77,6 +77,7 @@ class Monitor : private host::Moments {
 
     [[nodiscard]] std::optional<int64_t> TimeOf(const std::string &line) const;
     void StorePass();
+    void TellOfAbsent(int64_t now_s);
     void AbandonPass();
     void Break(const std::exception &error);
 

@@ -212,8 +212,8 @@ std::optional<int64_t> WitnessedFile::EndOfLine(int64_t offset) const
         if (!block)
             return std::nullopt;
         // The monitor can stand behind the end of a file that was cut off.
-        if (block->empty())
-            return std::min(at, record.size);
+        if (block->empty() && at == offset)
+            return std::min(offset, record.size);
         const size_t end = block->find('\n');
         if (end != std::string::npos)
             return at + static_cast<int64_t>(end) + 1;

@@ -101,16 +101,19 @@ void ReportDesk::Save()
     silences_.Save();
 }
 
-bool ReportDesk::HasOverdue(int64_t now_s)
+void ReportDesk::NoteTime(int64_t now_s)
 {
-    bool has_overdue = false;
     for (const auto &policy : policies_.all()) {
-        if (policy->event().policy.absent_s == 0)
-            continue;
-        policy->count()->SetBack(now_s);
-        has_overdue = has_overdue || policy->count()->HasOverdue(now_s);
+        if (policy->event().policy.absent_s > 0)
+            policy->count()->SetBack(now_s);
     }
-    return has_overdue;
+}
+
+bool ReportDesk::HasOverdue(int64_t now_s) const
+{
+    return std::any_of(policies_.all().begin(), policies_.all().end(), [&](const auto &policy) {
+        return policy->event().policy.absent_s > 0 && policy->count()->HasOverdue(now_s);
+    });
 }
 
 void ReportDesk::TellOfAbsent(int64_t now_s)

@@ -40,8 +40,10 @@ class ReportDesk {
     // are of one moment. Behind Save. Throws host::StoreError.
     void Load();
 
+    // No line of an event that waits for lines has come later than now, whatever a clock said that was ahead.
+    void NoteTime(int64_t now_s);
     // Does an event wait for a line that should have come by now? Costs little where there is none of the kind.
-    [[nodiscard]] bool HasOverdue(int64_t now_s);
+    [[nodiscard]] bool HasOverdue(int64_t now_s) const;
     // Stores an alert of each. Only when all that was written was read: or the line may be in what was not. Before Save.
     void TellOfAbsent(int64_t now_s);
 

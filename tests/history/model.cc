@@ -152,6 +152,12 @@ void Model::NoteWhatWasEmptied()
     }
 }
 
+// They are not read again.
+void Model::CountUnrecorded(size_t slot)
+{
+    bytes_read_[slot] += static_cast<int64_t>(std::exchange(unrecorded_[slot], {}).text.size());
+}
+
 void Model::LoadTable()
 {
     table_.clear();
@@ -349,7 +355,7 @@ Model::Found Model::StartAfresh(size_t slot, const std::optional<std::string> &l
         live->size() > 1 ? live->rfind('\n', live->size() - 2) : std::string::npos;
     const size_t last = newline == std::string::npos ? 0 : newline + 1;
     const std::string text = live->substr(last, LineEnd(*live, last) - last);
-    bytes_read_[slot] += static_cast<int64_t>(std::exchange(unrecorded_[slot], {}).text.size());
+    CountUnrecorded(slot);
     SlotRecord &record = record_.slots[slot];
     record.head = Cut(FirstLine(*live), kRecorded);
     record.pos = static_cast<int64_t>(last);
@@ -393,7 +399,7 @@ Model::Came Model::ReadFile(size_t slot)
     has_read_ = true;
     const uint64_t inode = Find(PathOf(slot, index_))->inode;
     if (unrecorded_[slot].inode != inode)
-        bytes_read_[slot] += static_cast<int64_t>(unrecorded_[slot].text.size());
+        CountUnrecorded(slot);
     unrecorded_[slot] = {};
     std::vector<TextLine> lines;
     for (size_t at = 0; at < bytes.size();) {
@@ -469,7 +475,7 @@ Model::Came Model::MoveToNewer(size_t slot)
             return opened;
         if (opened == Came::kNothing || bytes.empty())
             continue;
-        bytes_read_[slot] += static_cast<int64_t>(std::exchange(unrecorded_[slot], {}).text.size());
+        CountUnrecorded(slot);
         pos_ = -1;
         content_.clear();
         record_.slots[slot].head = Cut(FirstLine(bytes), kRecorded);

@@ -128,6 +128,7 @@ class Model {
     enum class Found { kFailed, kStartedAfresh, kFile };
 
     void BeginWake() { opened_ = 0; }
+    void CountUnrecorded(size_t slot);
     void LoadTable();
     void ChangeCustomer();
     void ScanPass();

@@ -43,6 +43,16 @@ class FollowerTest : public testing::Test, protected test::LogWorld {
         Stop();
         Start();
     }
+    // It is rotated behind a line, and all of both files is read, also what came late to the rotated one.
+    void ReadARotatedFile()
+    {
+        Append("a.log", LogLine("1"));
+        Rename("a.log", "a.log.1");
+        Append("a.log", LogLine("2"));
+        EXPECT_EQ((Messages{"1", "2"}), Read());
+        Wait(milliseconds(20000));
+        Settle();
+    }
 };
 
 TEST_F(FollowerTest, WhatIsThereAtTheBeginningIsPassedOver)
@@ -726,12 +736,7 @@ TEST_F(FollowerTest, ANewLogIsReadThoughItHasTheInodeOfAnArchiveThatWasPassedOve
 TEST_F(FollowerTest, ARotatedFileThatWasReadMayGo)
 {
     StartWith("a.log", LogLine("old"));
-    Append("a.log", LogLine("1"));
-    Rename("a.log", "a.log.1");
-    Append("a.log", LogLine("2"));
-    EXPECT_EQ((Messages{"1", "2"}), Read());
-    Wait(milliseconds(20000));
-    Settle();
+    ReadARotatedFile();
     Stop();
     Remove("a.log.1");
     Start();
@@ -1275,12 +1280,7 @@ TEST_F(FollowerTest, OfSeveralThatAreGoneTheOneOfWhichMostIsKnownIsLookedForFirs
 TEST_F(FollowerTest, ARotatedFileThatWasReadToItsEndMayBeEmptied)
 {
     StartWith("a.log", "");
-    Append("a.log", LogLine("1"));
-    Rename("a.log", "a.log.1");
-    Append("a.log", LogLine("2"));
-    EXPECT_EQ((Messages{"1", "2"}), Read());
-    Wait(milliseconds(20000));
-    Settle();
+    ReadARotatedFile();
     Empty("a.log.1");
     Wait(milliseconds(20000));
     EXPECT_EQ(Messages{}, Read());

@@ -215,6 +215,7 @@ class AbsentLines : public ReportDesk {
     std::vector<std::string> Told(policy::ReportDesk *desk, int64_t in_s)
     {
         const size_t before = Stored().size();
+        desk->NoteTime(Now() + in_s);
         const bool has_overdue = desk->HasOverdue(Now() + in_s);
         desk->TellOfAbsent(Now() + in_s);
         EXPECT_EQ(has_overdue, Stored().size() > before);
