@@ -142,7 +142,7 @@ std::vector<std::filesystem::path> FoldersOfJournal(const InputConfig &input)
 {
     if (const std::string named = input.Value("directory"); !named.empty())
         return {Canonical(named)};
-    sd_id128_t machine = SD_ID128_NULL;
+    sd_id128_t machine{};
     sd_id128_get_machine(&machine);
     char name[SD_ID128_STRING_MAX] = {};
     std::string folder = sd_id128_to_string(machine, name);
