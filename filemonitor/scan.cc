@@ -54,7 +54,8 @@ void TellPart(int64_t begin, int64_t lines)
                        .first = lines > 0 ? begin : -1,
                        .last_read = -1,
                        .last = -1,
-                       .end = filedata.offset};
+                       .end = filedata.offset,
+                       .log = filedata.filemonpath};
     LogPartIsRead(&part);
 }
 

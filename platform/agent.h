@@ -33,10 +33,11 @@ struct LogPart {
     int is_afresh;   // 1: the slot starts afresh behind `last`, whatever it had read before
     uint64_t device; // of the file that was open, whatever its name; inode 0: not known
     uint64_t inode;
-    int64_t first;     // offset of the first line that was read; -1: none was
-    int64_t last_read; // of the last one; -1 likewise
-    int64_t last;      // of the line behind which the next pass goes on; -1: from the head
-    int64_t end = -1;  // where it goes on, when that is known better than by a line
+    int64_t first;             // offset of the first line that was read; -1: none was
+    int64_t last_read;         // of the last one; -1 likewise
+    int64_t last;              // of the line behind which the next pass goes on; -1: from the head
+    int64_t end = -1;          // where it goes on, when that is known better than by a line
+    const char *log = nullptr; // the path that programs write to; not null
 };
 
 // Is told of it by the pass, behind the reports of the line. Returns 0, or another number to give the pass up: what it

@@ -3,6 +3,7 @@
 #include "fileacc/fileacc.h"
 #include "match/match.h"
 #include "platform/agent.h"
+#include "vkevmon/settings.h"
 
 namespace {
 
@@ -16,7 +17,14 @@ void Tell(int slot, int is_afresh, int64_t first, int64_t last_read, int64_t las
 {
     if (LogPartIsRead == nullptr)
         return;
-    const LogPart part{slot, is_afresh, openfile.device, openfile.inode, first, last_read, last};
+    const LogPart part{.slot = slot,
+                       .is_afresh = is_afresh,
+                       .device = openfile.device,
+                       .inode = openfile.inode,
+                       .first = first,
+                       .last_read = last_read,
+                       .last = last,
+                       .log = syslogpath[slot]};
     LogPartIsRead(&part);
 }
 

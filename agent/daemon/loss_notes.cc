@@ -56,22 +56,32 @@ bool IsOnMountOfSystemLog(const fs::path &file)
 
 } // namespace
 
-// The spool is the daemon's own file, of which it knows better what was read.
+// The log that the pass has read; when it has read none, the one that is set. The module hears of another name only behind
+// its pass.
 std::string LossNotes::NameOf(size_t slot)
 {
-    if (slot == kTargetSlot) {
-        const std::string name = logs::NameOfFile(registry_, kFileMonitorKey);
-        return IsOnMountOfSystemLog(name) ? name : "";
-    }
-    if (slot != kCustomerSlot)
+    if (slot != kCustomerSlot && slot != kTargetSlot)
         return kSystemLog;
-    const std::string name = logs::NameOfFile(registry_, kMonitorKey);
+    std::string name = read_[slot].log;
+    if (name.empty())
+        name = logs::NameOfFile(registry_, slot == kTargetSlot ? kFileMonitorKey : kMonitorKey);
+    if (slot == kTargetSlot)
+        return IsOnMountOfSystemLog(name) ? name : "";
+    // The spool is the daemon's own file, of which it knows better what was read.
     return name == host::AgentText(registry_, host::kInputSpool) ? "" : name;
+}
+
+void LossNotes::Add(const LogPart &part)
+{
+    Read &read = read_.at(static_cast<size_t>(part.slot));
+    read.log = part.log;
+    read.parts.push_back(part);
+    read.parts.back().log = nullptr; // it dies with the call
 }
 
 void LossNotes::Begin()
 {
-    parts_.clear();
+    read_ = {};
     for (size_t slot = 0; slot < slots_.size(); ++slot) {
         slots_[slot] = {};
         Follow(slot, NameOf(slot));
@@ -114,12 +124,9 @@ void LossNotes::ForgetOthers(size_t slot, const std::string &log)
 
 void LossNotes::BeforeCommit()
 {
-    const std::vector<LogPart> parts = std::exchange(parts_, {});
     for (size_t slot = 0; slot < slots_.size(); ++slot) {
-        std::vector<LogPart> own;
-        std::copy_if(parts.begin(), parts.end(), std::back_inserter(own),
-                     [&](const LogPart &part) { return std::cmp_equal(part.slot, slot); });
         Follow(slot, NameOf(slot));
+        const std::vector<LogPart> own = std::exchange(read_[slot], {}).parts;
         if (!slots_[slot].witness)
             continue;
         logs::LogWitness &witness = *slots_[slot].witness;

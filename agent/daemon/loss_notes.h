@@ -26,11 +26,11 @@ class LossNotes {
     // Before the module starts. Throws host::StoreError.
     void Begin();
     // The pass under way has read this.
-    void Add(const LogPart &part) { parts_.push_back(part); }
+    void Add(const LogPart &part);
     // Before the pass is committed: writes what is known, and an alert for each loss. Throws host::StoreError.
     void BeforeCommit();
     // The pass was given up, and will be made again.
-    void Abandoned() { parts_.clear(); }
+    void Abandoned() { read_ = {}; }
 
   private:
     struct Slot {
@@ -38,6 +38,13 @@ class LossNotes {
         bool is_looked_up = false;               // that is known of the slot
         std::vector<logs::FileRecord> written;   // as the table has it
     };
+    // What the pass under way has read of a slot.
+    struct Read {
+        std::string log; // the path that programs write to
+        std::vector<LogPart> parts;
+    };
+    using Slots =
+        std::array<Slot, 3>; // the system log, the customer file, and the target beside them
 
     [[nodiscard]] std::string NameOf(size_t slot);
     void Follow(size_t slot, const std::string &log);
@@ -47,8 +54,8 @@ class LossNotes {
 
     host::Store &store_;
     host::RegistryTree &registry_;
-    std::array<Slot, 3> slots_; // the system log, the customer file, and the target beside them
-    std::vector<LogPart> parts_;
+    Slots slots_;
+    std::array<Read, std::tuple_size_v<Slots>> read_;
 };
 
 } // namespace syslogmond

@@ -424,7 +424,9 @@ int ReportsKeepTable()
 
 void LogPartIsRead(const LogPart *part)
 {
-    Host().parts.push_back(*part);
+    LogPart kept = *part;
+    kept.log = Host().logs_of_parts.emplace(part->log).first->c_str();
+    Host().parts.push_back(kept);
 }
 
 FollowPassFn PassFollower()

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -83,6 +84,7 @@ class ScriptedHost {
     bool detail_is_on = true;        // the trace level
     bool reports_keep_table = false; // what the host promises
     std::vector<LogPart> parts;      // of logs, as LogPartIsRead was told of them
+    std::set<std::string> logs_of_parts;
     FollowPassFn pass_follower = nullptr;
     uint64_t traced = 0; // calls of TraceLog, whatever the level
     std::vector<TraceRecord> trace;
