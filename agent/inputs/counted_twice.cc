@@ -4,6 +4,7 @@
 #include <ctime>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <set>
 #include <strings.h>
 #include <sys/stat.h>
@@ -11,6 +12,7 @@
 
 #include "agent/host/agent_values.h"
 #include "agent/inputs/folder_view.h"
+#include "agent/inputs/log_names.h"
 #include "agent/logs/log_files.h"
 #include "agent/text/shell_word.h"
 #include "platform/contract.h"
@@ -74,6 +76,51 @@ std::string Excluding(const InputConfig &input, const std::string &path)
     return command + " " + text::ShellWord("exclude=" + PatternOf(path));
 }
 
+// A rotated file of this log, there or to come, that the rules have for a log of its own; nothing: there is none.
+std::optional<std::string> RotatedThatIsLog(const std::string &log, const FolderView &view,
+                                            const PathRules &rules)
+{
+    if (rules.Match(log))
+        return std::nullopt;
+    std::vector<std::string> paths;
+    for (const auto &[path, look] : view.files) {
+        if (FolderOf(path) == FolderOf(log) &&
+            RotatedNameOf(NameOf(path), NameOf(log)) == NameKind::kRotated)
+            paths.push_back(path);
+    }
+    for (const char *next : {".1", "-20270101"})
+        paths.push_back(log + next);
+    const auto found = std::find_if(paths.begin(), paths.end(), [&](const std::string &path) {
+        return rules.Match(path) && !rules.ExcludeLogOf(path);
+    });
+    return found == paths.end() ? std::nullopt : std::optional(*found);
+}
+
+void FindReadBeforeRotation(const std::string &reader, const std::string &log,
+                            const FolderView &view, const InputConfig &input,
+                            std::vector<CountedTwice> *found)
+{
+    if (const auto path = RotatedThatIsLog(log, view, RulesOf(input)))
+        found->push_back({*path + " has what " + reader + " has read of " + log +
+                              " before it was rotated, so its lines count twice",
+                          "leave it out: " + Excluding(input, log)});
+}
+
+// One log is named; what is advised of it shows how.
+void FindRotatedFiles(const InputConfig &logs, const InputConfig &input,
+                      std::vector<CountedTwice> *found)
+{
+    const PathRules rules = RulesOf(logs);
+    const FolderView view = ViewFolders(rules.Folders());
+    LogNamesByFolder names(rules);
+    names.Learn(view);
+    const size_t before = found->size();
+    for (const auto &[path, look] : view.files) {
+        if (found->size() == before && names.IsLive(path))
+            FindReadBeforeRotation("the input " + logs.name, path, view, input, found);
+    }
+}
+
 void FindWhatTheMonitorReads(const InputConfig &input, const WhatIsRead &read,
                              std::vector<CountedTwice> *found)
 {
@@ -88,6 +135,8 @@ void FindWhatTheMonitorReads(const InputConfig &input, const WhatIsRead &read,
                 {path + " is read without an input" + how + ", so its lines count twice",
                  "leave it out: " + Excluding(input, path)});
     }
+    FindReadBeforeRotation("the monitor", kSystemLog, ViewFolders({FolderOf(kSystemLog)}), input,
+                           found);
 }
 
 void FindSharedFiles(const InputConfig &input, const InputConfig &other,
@@ -222,9 +271,11 @@ void FindJournalInWatchedFiles(const InputConfig &journal, const WhatIsRead &rea
 void FindTwiceWith(const InputConfig &input, const InputConfig &other,
                    std::vector<CountedTwice> *found)
 {
-    if (input.kind == kFilesKind && other.kind == kFilesKind)
+    if (input.kind == kFilesKind && other.kind == kFilesKind) {
         FindSharedFiles(input, other, found);
-    else if (input.kind == kJournalKind && other.kind == kJournalKind)
+        FindRotatedFiles(other, input, found);
+        FindRotatedFiles(input, other, found);
+    } else if (input.kind == kJournalKind && other.kind == kJournalKind)
         FindSharedJournal(input, other, found);
     else if (IsHostsJournal(input))
         FindJournalInFiles(input, other, found);
@@ -245,6 +296,11 @@ WhatIsRead AllThatIsRead(InputRegistry &inputs, host::RegistryTree &registry)
     if (is_spool)
         read.customer_file.clear();
     return read;
+}
+
+bool ReadsFile(const InputConfig &input, const std::string &path)
+{
+    return input.kind == kFilesKind && Reads(RulesOf(input), path);
 }
 
 std::vector<CountedTwice> FindCountedTwice(const InputConfig &input, const WhatIsRead &read)

@@ -28,6 +28,9 @@ struct CountedTwice {
 // Empty: what it delivers is nowhere else, as far as can be seen.
 std::vector<CountedTwice> FindCountedTwice(const InputConfig &input, const WhatIsRead &read);
 
+// Would it read this file, be it there or not? Only an input of files does.
+bool ReadsFile(const InputConfig &input, const std::string &path);
+
 } // namespace inputs
 
 #endif // AGENT_INPUTS_COUNTED_TWICE_H

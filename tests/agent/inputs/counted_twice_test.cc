@@ -87,6 +87,58 @@ TEST_F(CountedTwiceTest, AFileIsTheSameUnderAnotherName)
     EXPECT_NE("", Found(Files("app", {"link"}), {{}, Path("a.log"), ""}));
 }
 
+TEST_F(CountedTwiceTest, ARotatedFileThatAnotherInputHasForALogIsToldOfFromBothSides)
+{
+    Write("a.log", LogLine("1"));
+    Write("a.log.3", LogLine("0"));
+    const InputConfig logs = Files("logs", {"a.log"});
+    const InputConfig rotated = Files("rotated", {"a.log.*"});
+    const std::string told = Path("a.log.3") + " has what the input logs has read of " +
+                             Path("a.log") +
+                             " before it was rotated, so its lines count twice; leave it out: "
+                             "syslogmon input set rotated exclude=" +
+                             Path("a.log") + "\n";
+    EXPECT_EQ(told, Found(rotated, {{logs, rotated}, "", ""}));
+    EXPECT_EQ(told, Found(logs, {{logs, rotated}, "", ""}));
+}
+
+TEST_F(CountedTwiceTest, ARotatedFileIsToldOfBeforeTheFirstRotation)
+{
+    Write("a.log", LogLine("1"));
+    const InputConfig logs = Files("logs", {"a.log"});
+    EXPECT_EQ(0U, Found(Files("rotated", {"a.log.*"}), {{logs}, "", ""}).find(Path("a.log.1")));
+}
+
+TEST_F(CountedTwiceTest, WhatIsAdvisedOfARotatedFileEndsTheCountingTwice)
+{
+    Write("a.log", LogLine("1"));
+    Write("a.log.1", LogLine("0"));
+    InputConfig rotated = Files("rotated", {"a.log.*"});
+    rotated.options["exclude"] = {Path("a.log")};
+    EXPECT_EQ("", Found(rotated, {{Files("logs", {"a.log"})}, "", ""}));
+}
+
+// app.1.log may be a log beside app.log.
+TEST_F(CountedTwiceTest, ANameThatMayBeThatOfAnotherLogIsNotTakenForARotatedFile)
+{
+    Write("a.log", LogLine("1"));
+    Write("a.1.log", LogLine("0"));
+    EXPECT_EQ("", Found(Files("one", {"a.1.log"}), {{Files("logs", {"a.log"})}, "", ""}));
+}
+
+TEST_F(CountedTwiceTest, ABackupOfTheSystemLogIsToldOfThoughItIsNotThereYet)
+{
+    for (const char *pattern : {"/var/log/messages.*", "/var/log/messages-*"}) {
+        InputConfig input{1, "old", inputs::kFilesKind, {{"path", {pattern}}}};
+        EXPECT_NE(std::string::npos, Found(input, {{}, "", ""})
+                                         .find("has what the monitor has read of "
+                                               "/var/log/messages before it was rotated"))
+            << pattern;
+        input.options["exclude"] = {"/var/log/messages"};
+        EXPECT_EQ("", Found(input, {{}, "", ""})) << pattern;
+    }
+}
+
 // Whoever may make files in the folder of a log chooses words of a command that an administrator is to type.
 TEST_F(CountedTwiceTest, ANameOfAStrangerIsOneWordOfTheAdviceAndMatchesNothingElse)
 {
