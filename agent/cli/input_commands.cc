@@ -7,6 +7,7 @@
 #include "agent/cli/command.h"
 #include "agent/cli/option_word.h"
 #include "agent/cli/output.h"
+#include "agent/cli/sink_commands.h"
 #include "agent/cli/table.h"
 #include "agent/host/agent_values.h"
 #include "agent/host/waitable.h"
@@ -67,6 +68,12 @@ std::vector<std::string> Warnings(const Context &context, const InputConfig &con
     std::vector<std::string> warnings;
     for (const inputs::CountedTwice &twice : FindCountedTwice(config, read))
         warnings.push_back(twice.found + "; " + twice.advice);
+    for (const sinks::StoredSink &sink : Sinks(context).ReadAll()) {
+        const std::string file = sink.config.WrittenFile();
+        if (!file.empty() && ReadsFile(config, file))
+            warnings.push_back("it reads " + file + ", to which the sink " + sink.config.name +
+                               " writes: " + kReportsItself);
+    }
     return warnings;
 }
 

@@ -20,6 +20,8 @@
 #include "agent/fleet/setup.h"
 #include "agent/host/here_and_now.h"
 #include "agent/host/waitable.h"
+#include "agent/inputs/counted_twice.h"
+#include "agent/inputs/input_registry.h"
 #include "agent/logs/log_files.h"
 #include "agent/sinks/delivery_store.h"
 #include "agent/sinks/route.h"
@@ -42,20 +44,35 @@ void TellDaemonOfSinks(const Context &context)
         host::WakeEvent::Create(context.layout.run, event, false, false)->Set();
 }
 
-std::vector<std::string> SinkWarnings(host::Host &host, const sinks::SinkConfig &config)
+namespace {
+
+std::vector<std::string> ReadersOf(const std::filesystem::path &path, host::Host &host)
 {
-    std::vector<std::string> warnings = sinks::SecretWarnings(config);
-    if (std::string(config.kind->name) != "file")
-        return warnings;
+    std::vector<std::string> readers;
     for (const auto &watched : logs::WatchedPaths(host.registry())) {
         // A file that is not there yet is compared by its name alone.
         std::error_code ignored;
-        const std::filesystem::path path = config.Get("path");
         if (path == watched || std::filesystem::equivalent(path, watched, ignored))
-            warnings.push_back("it writes to " + path.string() +
-                               ", which the monitor reads: an alert can report itself, again and "
-                               "again; use another file");
+            readers.emplace_back("the monitor");
     }
+    for (const auto &input : inputs::InputRegistry(host.store(), host.registry()).ReadAll()) {
+        if (ReadsFile(input, path))
+            readers.push_back("the input " + input.name);
+    }
+    return readers;
+}
+
+} // namespace
+
+std::vector<std::string> SinkWarnings(host::Host &host, const sinks::SinkConfig &config)
+{
+    std::vector<std::string> warnings = sinks::SecretWarnings(config);
+    const std::filesystem::path path = config.WrittenFile();
+    if (path.empty())
+        return warnings;
+    for (const std::string &reader : ReadersOf(path, host))
+        warnings.push_back("it writes to " + path.string() + ", which " + reader +
+                           " reads: " + kReportsItself);
     return warnings;
 }
 

@@ -23,7 +23,11 @@ std::string HelpOf(const sinks::SinkOption &option);
 // Of all options of a kind, with a head.
 std::string HelpOf(const sinks::SinkKind &kind);
 
-// What is unsafe about a sink: see SecretWarnings; and whether the monitor reads what it writes.
+// Why no reader is to have the file of a sink, and what to do.
+inline constexpr char kReportsItself[] =
+    "an alert can report itself, again and again; use another file";
+
+// What is unsafe about a sink: see SecretWarnings; and who of the monitor reads what it writes.
 // Sentences; such a sink is used all the same. Looks at the files that are named, so the answer is
 // of this moment.
 std::vector<std::string> SinkWarnings(host::Host &host, const sinks::SinkConfig &config);

@@ -17,8 +17,6 @@ namespace sinks {
 
 namespace {
 
-// Alerts that are written together, and put on the disk with one fdatasync.
-
 class FileSink : public Sink {
   public:
     explicit FileSink(std::string path) : path_(std::move(path)) {}
@@ -119,6 +117,7 @@ SinkKind FileKind()
     kind.help = "one JSON object a line, appended to a file";
     kind.options = {
         {"path", "FILE", nullptr, "the file; it may be rotated at any time", CheckPath}};
+    kind.written = "path";
     kind.open = [](const SinkConfig &config, const std::string &,
                    Secrets &) -> std::unique_ptr<Sink> {
         CheckLog(config.Get("path"));

@@ -157,6 +157,11 @@ std::map<std::string, std::string> SinkConfig::All(const std::string &prefix) co
     return found;
 }
 
+std::string SinkConfig::WrittenFile() const
+{
+    return kind != nullptr && kind->written != nullptr ? Get(kind->written) : "";
+}
+
 std::vector<std::string> SinkConfig::Peers() const
 {
     return kind->peers != nullptr ? kind->peers(*this) : std::vector<std::string>{""};

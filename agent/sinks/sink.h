@@ -150,6 +150,8 @@ struct SinkKind {
     std::chrono::milliseconds (*resend)(const SinkConfig &config) = nullptr;
     // How often the receiver is asked what it has, see Sink::LastTaken; null: it cannot say.
     std::chrono::milliseconds (*look)(const SinkConfig &config) = nullptr;
+    // The option that names the file that it writes; null: it writes none.
+    const char *written = nullptr;
     // What is unsafe about the way of its secrets; null: nothing is.
     std::vector<std::string> (*warnings)(const SinkConfig &config) = nullptr;
 };
@@ -169,6 +171,8 @@ struct SinkConfig {
     [[nodiscard]] bool Has(const std::string &option) const { return !Get(option).empty(); }
     // What was given for "header.": {"X-Team", "ops"}. By name.
     [[nodiscard]] std::map<std::string, std::string> All(const std::string &prefix) const;
+    // The file that it writes alerts to; empty: none.
+    [[nodiscard]] std::string WrittenFile() const;
     // At least one: see SinkKind::peers.
     [[nodiscard]] std::vector<std::string> Peers() const;
 

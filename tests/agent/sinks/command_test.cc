@@ -198,6 +198,23 @@ TEST_F(SinkCommand, AFileThatTheMonitorReadsIsWarnedOf)
     EXPECT_NE(std::string::npos, looked_at.find(warning)) << looked_at;
 }
 
+TEST_F(SinkCommand, AFileThatAnInputReadsIsWarnedOfByWhateverComesLast)
+{
+    const std::string file = File("app.log").string();
+    const std::string advice = ": an alert can report itself, again and again; use another file";
+    ExpectDone({"sink", "add", "file", "loop", "path=" + file});
+    test::WriteFile(file, "");
+    EXPECT_NE(
+        std::string::npos,
+        Syslogmon({"input", "add", "files", "app", "path=" + File("*.log").string()})
+            .err.find("warning: it reads " + file + ", to which the sink loop writes" + advice));
+    EXPECT_EQ("syslogmon: warning: it writes to " + file + ", which the input app reads" + advice +
+                  "\n",
+              Syslogmon({"sink", "set", "loop", "path=" + file}).err);
+    EXPECT_EQ("", Syslogmon({"input", "set", "app", "exclude=" + file}).err);
+    EXPECT_EQ("", Syslogmon({"sink", "set", "loop", "path=" + file}).err);
+}
+
 TEST_F(SinkCommand, ASecretOverPlainHttpIsWarnedOfByAddSetAndDoctor)
 {
     const std::string file = SecretFile("s3cret");
