@@ -146,17 +146,19 @@ class Servers:
         self.wait_healthy()
 
     def lose(self, server, wiped):
-        """Kills a server, with its disk if wanted, and waits until all are well again: two disks of three that are lost at
-        once are a majority."""
+        """Kills a server, and waits until all are well again: two disks of three that are lost at once are a majority. Its own
+        disk is lost if that is wanted and it can be done without. Returns whether it was."""
         server.kill()
-        if wiped:
-            self.wipe(server)
+        is_lost = wiped and self.can_do_without(server, lab.PATIENCE)
+        if is_lost:
+            server.wipe()
         server.start()
         self.wait_healthy()
+        return is_lost
 
-    def wipe(self, server):
-        """One without a disk gives its voice to anybody. So it comes back when the others have all that any of them has, and
-        one of them leads: before, one that is behind could be made to lead by it, and what it lacks would be gone."""
+    def can_do_without(self, server, seconds):
+        """Will the others, within this time, have all that any of them has, and one of them lead? One that comes back without
+        a disk gives its voice to anybody: it would make one lead that is behind, and what that lacks would be gone."""
         others = [other for other in self.all if other is not server]
         had = {}
         for other in others:
@@ -168,9 +170,13 @@ class Servers:
                        and streams[name]["cluster"].get("leader") in names
                        for streams in [other.streams() for other in others] for name, last in had.items())
         names = {other.name for other in others}
-        server.wipe()
-        if others:
-            self.lab.wait_until("the other servers have the same, and one of them leads", agree, 4 * lab.PATIENCE)
+        until = time.monotonic() + seconds
+        while not agree():
+            if time.monotonic() > until:
+                print(f"the others do not have the same without {server.name}: {self.account()}")
+                return False
+            time.sleep(0.01)
+        return True
 
     def wait_healthy(self):
         """Until another one of them may be lost: as long as those that are behind come nearer, however slow the machine is and
@@ -222,7 +228,9 @@ class Servers:
         """As an administrator does: the others have all of it."""
         print(f"{server.name} is given an empty disk")
         server.kill()
-        self.wipe(server)
+        if not self.can_do_without(server, 4 * lab.PATIENCE):
+            raise AssertionError(f"{server.name} has something that the others need: {self.account()}")
+        server.wipe()
         server.start()
 
     def account(self):

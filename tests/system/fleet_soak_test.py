@@ -149,8 +149,8 @@ class Soak(lab.LabTest):
             self.servers.cut(server)
             time.sleep(self.random.choice(SPANS))
             self.servers.heal(server)
-        else:
-            self.servers.lose(server, what == "server wiped")
+        elif not self.servers.lose(server, what == "server wiped"):
+            what = "server killed"
         return what
 
 

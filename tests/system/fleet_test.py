@@ -75,8 +75,9 @@ class NoServer:
 
     replicas = 2
 
-    def __init__(self, *numbers, renewed=()):
+    def __init__(self, *numbers, renewed=(), leader=None):
         self.name = "none"
+        self._leader = leader
         self._numbers = list(numbers)
         self._renewed = list(renewed)
         self.wiped = 0
@@ -96,7 +97,8 @@ class NoServer:
 
     def streams(self):
         last = self._numbers.pop(0) if len(self._numbers) > 1 else self._numbers[0]
-        return {"s": {"config": {"num_replicas": self.replicas}, "state": {"last_seq": last}, "cluster": {}}}
+        return {"s": {"config": {"num_replicas": self.replicas}, "state": {"last_seq": last},
+                      "cluster": {"leader": self._leader}}}
 
 
 class Waiting(unittest.TestCase):
@@ -110,7 +112,7 @@ class Waiting(unittest.TestCase):
         for server in servers:
             server.replicas = len(servers)
         waited.change_leaders = lambda: None
-        waited.wipe = lambda server: server.wipe()
+        waited.can_do_without = lambda server, seconds: True
         seconds = iter(range(20 * lab.PATIENCE))
         clock = unittest.mock.Mock(monotonic=lambda: next(seconds))
         with unittest.mock.patch.object(fleet, "time", clock):
@@ -141,6 +143,32 @@ class Waiting(unittest.TestCase):
         for behind in ([0], range(0, 100_000)):
             with self.assertRaisesRegex(AssertionError, "do not get on"):
                 self.wait_for(NoServer(*range(1000, 101_000)), NoServer(*behind))
+
+
+class Losing(unittest.TestCase):
+    """The disk of a server, beside two others."""
+
+    @staticmethod
+    def is_lost(*others):
+        """One second passes with each look."""
+        servers = fleet.Servers.__new__(fleet.Servers)
+        one = NoServer(10)
+        servers.all = one, *others
+        servers.wait_healthy = lambda: None
+        seconds = iter(range(10**6))
+        with unittest.mock.patch.object(fleet, "time", unittest.mock.Mock(monotonic=lambda: next(seconds))):
+            was_lost = servers.lose(one, True)
+        assert one.wiped == was_lost
+        return was_lost
+
+    def test_waits_until_the_others_have_the_same_and_one_of_them_leads(self):
+        self.assertTrue(self.is_lost(NoServer(10, leader="none"), NoServer(*range(5, 11), leader="none")))
+
+    def test_is_left_out_where_the_others_come_to_differ_for_good(self):
+        self.assertFalse(self.is_lost(NoServer(10, leader="none"), NoServer(9, leader="none")))
+
+    def test_is_left_out_where_none_of_the_others_leads(self):
+        self.assertFalse(self.is_lost(NoServer(10, leader="lost"), NoServer(10, leader="lost")))
 
 
 class OneServer(Fleet):
@@ -556,7 +584,7 @@ class Cluster(Fleet):
     def test_alerts_go_on_to_be_collected_although_each_server_loses_its_disk_in_turn(self):
         self.add_hosts(2)
         for number in range(9):
-            self.servers.lose(self.servers.all[number % 3], True)
+            self.assertTrue(self.servers.lose(self.servers.all[number % 3], True))
             for host in self.hosts:
                 host.report(20)
             self.wait_collected()
