@@ -364,6 +364,7 @@ void RecoverFileEnv(void)
 
 void printblock(LogBuf block)
 {
+    TRACE(TRACE_DETAIL, ">start=%lld,length=%ld", ll{block.start}, block.length);
     printf("***********************************\n");
     printf("block info: start = %lld, length = %ld, isend = %d\n", ll{block.start}, block.length,
            block.isend);
@@ -371,6 +372,7 @@ void printblock(LogBuf block)
         printf("%s\\0\n", block.data + i);
         i += static_cast<int64_t>(strlen(block.data + i)) + 1;
     }
+    TRACE(TRACE_DETAIL, "<");
 }
 
 bool BlockIsSound(const LogBuf &block, Loaded loaded, int64_t edge)

@@ -223,19 +223,19 @@ int ListBackups(int monindex, BackupName **names)
 
 int check_message_i(const struct dirent *d)
 {
-    switch (gMonIndex) {
-    case kSystemLogSlot:
-        return IsNumberedSystemLog(d->d_name) ? 1 : 0;
-    case kCustomFileSlot:
-        return IsNumberedVmkernel(d->d_name) ? 1 : 0;
-    default:
-        return 0;
-    }
+    TRACE(TRACE_DETAIL, ">d_name=%s", d->d_name);
+    const bool kept = (gMonIndex == kSystemLogSlot && IsNumberedSystemLog(d->d_name)) ||
+                      (gMonIndex == kCustomFileSlot && IsNumberedVmkernel(d->d_name));
+    TRACE(TRACE_DETAIL, "<return %d.", kept ? 1 : 0);
+    return kept ? 1 : 0;
 }
 
 int check_message_time(const struct dirent *d)
 {
-    return gMonIndex == kSystemLogSlot && IsDatedSystemLog(d->d_name) ? 1 : 0;
+    TRACE(TRACE_DETAIL, ">d_name=%s", d->d_name);
+    const bool kept = gMonIndex == kSystemLogSlot && IsDatedSystemLog(d->d_name);
+    TRACE(TRACE_DETAIL, "<return %d.", kept ? 1 : 0);
+    return kept ? 1 : 0;
 }
 
 int GetSyslogBakFilelist(char (**lpbakfilelist)[kBackupNameSize], int monindex)

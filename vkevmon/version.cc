@@ -32,6 +32,7 @@ void printg(void) {}
 
 void syslog_mon_verinfo(void)
 {
+    TRACE(TRACE_DETAIL, ">");
     printf("Syslog monitor Version: %s\n", version);
     printf("ChangeList:\n");
     for (const char *const *row = chglist[0]; row[0] != nullptr; row += 4) {
@@ -39,4 +40,5 @@ void syslog_mon_verinfo(void)
             printf(" %-10s  ", row[column] != nullptr ? row[column] : "");
         printf("\n");
     }
+    TRACE(TRACE_DETAIL, "<");
 }

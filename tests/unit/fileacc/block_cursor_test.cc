@@ -126,6 +126,8 @@ TEST_F(PrintBlock, ShowsEveryLineWithAVisibleEnd)
               "\\0\n"
               "cde\\0\n",
               Printed(Block("ab||cde|", 12, kBlockAtEnd)));
+    EXPECT_EQ(1, test::Host().Traced(0, ">start=12,length=8"));
+    EXPECT_EQ(1, test::Host().Traced(0, "<"));
 }
 
 TEST_F(PrintBlock, OfAnEmptyBlockShowsItsNumbersOnly)

@@ -56,6 +56,16 @@ TEST_F(NameOfABackup, OfTheSystemLogEndsInANumberWithoutALeadingZero)
         EXPECT_FALSE(IsNumbered(0, name)) << name;
 }
 
+TEST_F(NameOfABackup, IsTracedWithWhatBecomesOfIt)
+{
+    ASSERT_TRUE(IsNumbered(0, "messages.1"));
+    EXPECT_EQ(1, Host().Traced(0, ">d_name=messages.1"));
+    EXPECT_EQ(1, Host().Traced(0, "<return 1."));
+    ASSERT_FALSE(IsDated(0, "messages.1"));
+    EXPECT_EQ(2, Host().Traced(0, ">d_name=messages.1"));
+    EXPECT_EQ(1, Host().Traced(0, "<return 0."));
+}
+
 TEST_F(NameOfABackup, OfTheSystemLogHas31BytesAtMost)
 {
     EXPECT_TRUE(IsNumbered(0, "messages." + std::string(22, '1')));

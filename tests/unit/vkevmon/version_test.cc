@@ -32,6 +32,8 @@ TEST_F(HostCalls, VersionInformationHasTheVersionAndOneRowPerSourceUnit)
         << printed;
     for (const char *unit : {" vkevmon ", " fileacc ", " regacc ", " filemonitor "})
         EXPECT_NE(std::string::npos, printed.find(unit)) << unit;
+    EXPECT_EQ(1, Host().Traced(0, ">"));
+    EXPECT_EQ(1, Host().Traced(0, "<"));
 }
 
 } // namespace
