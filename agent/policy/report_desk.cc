@@ -82,14 +82,22 @@ void ReportDesk::Load()
         const bool is_stored = host_.store().Read([&](host::Database &database) {
             return LoadCount(database, policy->event(), policy->count());
         });
-        if (is_stored)
-            continue;
-        BeginCount(host_.store(), policy->event());
-        // Of which hosts there are none is not known before a line of each has come.
-        if (policy->event().policy.absent_s > 0 && policy->event().policy.per.empty())
-            policy->count()->Await("", host::NowMs() / kMsOfSecond);
+        if (!is_stored)
+            BeginCount(host_.store(), policy->event());
+        AwaitFirstLine(policy.get());
     }
     ForgetOthers(host_.store(), counting);
+}
+
+// Stored with the event's count: a daemon that ends before it rests again waits for it all the same. Of which hosts there
+// are none is not known before a line of each has come.
+void ReportDesk::AwaitFirstLine(Policy *policy)
+{
+    const events::EventPolicy &terms = policy->event().policy;
+    if (terms.absent_s == 0 || !terms.per.empty() || !policy->count()->entries().empty())
+        return;
+    policy->count()->Await("", host::NowMs() / kMsOfSecond);
+    SaveCount(host_.store(), policy->event().key, policy->count());
 }
 
 void ReportDesk::Save()

@@ -53,6 +53,7 @@ class ReportDesk {
   private:
     void Take(const ReportRequest &request);
     Outcome::Kind TakeByPolicy(Policy *policy, alerts::Alert *alert);
+    void AwaitFirstLine(Policy *policy);
     void TellOfAbsent(Policy *policy, const std::string &value, int64_t now_s);
     void Store(alerts::Alert *alert);
 

@@ -118,6 +118,20 @@ TEST_F(ReportDesk, PoliciesCountFromTheLoadOn)
     EXPECT_EQ("", stored[2].severity);
 }
 
+// As by a daemon that is killed before it comes to rest behind the load.
+TEST_F(ReportDesk, ALineIsWaitedForAlsoByTheNextDeskWhenNothingWasSavedSinceTheLoad)
+{
+    events::EventRecord event = Event("BACKUP", 1);
+    event.policy.absent_s = 3600;
+    Register(event);
+    desk_.Load();
+    policy::ReportDesk next(test::TheHost(), nullptr);
+    next.Load();
+    const int64_t now_s = time(nullptr);
+    EXPECT_FALSE(next.HasOverdue(now_s + 3000));
+    EXPECT_TRUE(next.HasOverdue(now_s + 4000));
+}
+
 TEST_F(ReportDesk, WithoutADeskEachReportIsStored)
 {
     {
