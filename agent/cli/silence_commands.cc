@@ -60,6 +60,9 @@ Silence SilenceOf(const SilenceOptions &options, int64_t now_s)
             throw host::Error("cannot use the time \"" + options.span + "\"",
                               "its form is not known", "write 30m, 2h, 1h30m or 7d");
         silence.end_s = now_s + *span;
+        if (silence.end_s > UINT32_MAX) // as it is kept
+            throw host::Error("cannot use the time \"" + options.span + "\"",
+                              "no silence goes beyond 7 February 2106", "give a shorter one");
     }
     if (!options.every.empty())
         silence.window = policy::ParseWindow(options.every);

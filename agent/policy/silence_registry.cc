@@ -86,14 +86,27 @@ std::vector<Silence> ReadSilences(host::RegistryTree &registry)
     return all;
 }
 
+namespace {
+
+// With what it has held back.
+void Remove(host::Store &store, host::RegistryTree &registry, uint32_t number)
+{
+    registry.DeleteKey(
+        *registry.Find(host::kRootKey, SilencesPath() + "\\" + std::to_string(number)));
+    store.Write([&](host::Database &database) {
+        host::Statement(database, "DELETE FROM silence_held WHERE silence = ?").Run(number);
+    });
+}
+
+} // namespace
+
 uint32_t AddSilence(host::Store &store, host::RegistryTree &registry, const Silence &silence,
                     int64_t now_s)
 {
     host::Transaction transaction(store);
     for (const Silence &old : ReadSilences(registry)) {
         if (old.IsOver(now_s - kListedFor))
-            registry.DeleteKey(
-                *registry.Find(host::kRootKey, SilencesPath() + "\\" + std::to_string(old.number)));
+            Remove(store, registry, old.number);
     }
     const host::KeyId agent = registry.Create(host::kRootKey, host::kAgentKey);
     const uint32_t number = NumberAt(registry, agent, kNumber) + 1;

@@ -58,6 +58,9 @@ TEST_F(SilenceCommand, WrongWordsChangeNothing)
     EXPECT_EQ(2, Syslogmon({"silence", "add", "--source", "DISK"}).status) << "no time";
     ExpectFailed({"silence", "add", "--for", "soon"},
                  "cannot use the time \"soon\": its form is not known; write 30m, 2h, 1h30m or 7d");
+    ExpectFailed({"silence", "add", "--for", "36500d"},
+                 "cannot use the time \"36500d\": no silence goes beyond 7 February 2106; give a "
+                 "shorter one");
     ExpectFailed({"silence", "add", "--for", "1h", "--every", "monday"},
                  "cannot use the hours \"monday\": their form is not known; write days and hours, "
                  "such as \"mon-fri 22:00-06:00\", \"sat,sun\" or \"22:00-06:00 Europe/Berlin\"");

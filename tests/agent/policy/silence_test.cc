@@ -328,6 +328,16 @@ TEST_F(SilenceDesk, AnAlertThatTakesInHeldBackReportsHasTheFirstOfThemAndTheLast
     EXPECT_EQ("last 3", held.last);
 }
 
+TEST_F(SilenceDesk, WhatOneHasHeldBackGoesWithIt)
+{
+    const uint32_t number = Add(For(3600));
+    ReportAt(Now());
+    EXPECT_EQ(1U, policy::ReadSilenceHeld(test::Store().database()).count(number));
+    policy::EndSilence(test::Store(), test::Registry(), number, Now() - 40 * kDay);
+    Add(For(3600));
+    EXPECT_EQ(0U, policy::ReadSilenceHeld(test::Store().database()).count(number));
+}
+
 TEST_F(SilenceDesk, NumbersAreNeverUsedAgain)
 {
     const uint32_t first = Add(For(3600));
