@@ -179,7 +179,10 @@ uint32_t SinkRegistry::AlertMegabytes()
     const auto set = host::AgentNumber(registry_, kAlertMegabytes);
     if (set && *set != 0)
         return std::min(*set, kLargestAlertMegabytes);
-    const int64_t quarter = host::SizeOfDisk(store_.database().path()) / 4 / kMegabyte;
+    const int64_t disk = host::SizeOfDisk(store_.database().path());
+    if (disk == 0) // it is not known
+        return kDefaultAlertMegabytes;
+    const int64_t quarter = disk / 4 / kMegabyte;
     return static_cast<uint32_t>(std::clamp<int64_t>(quarter, 1, kDefaultAlertMegabytes));
 }
 
