@@ -13,8 +13,12 @@ void ReportFolder::Add(host::Store &store, const Alert &report)
         pass_ = pass;
         open_.clear();
     }
-    const Event event = {report.source, report.event_id, report.silence};
-    const auto open = open_.find(event);
+    Event event = {report.source, report.event_id, report.silence, report.HostOfLine()};
+    auto open = open_.find(event);
+    if (open == open_.end() && open_.size() >= kMostByHost) {
+        std::get<3>(event).clear();
+        open = open_.find(event);
+    }
     if (open != open_.end()) {
         FoldInto(store, open->second, report);
         return;
@@ -24,7 +28,7 @@ void ReportFolder::Add(host::Store &store, const Alert &report)
     const bool has_room = store.TakeRoom(BytesOf(report));
     const int64_t id = is_first ? AddAlert(store, report) : AddFurtherAlert(store, report);
     // Without room there is still this one alert for each event: not a hit may be missing, and
-    // there are at most as many of them as events.
+    // there are at most kMostByHost more of them than events.
     if (!has_room)
         open_[event] = id;
 }

@@ -115,6 +115,32 @@ TEST_F(StoreRoom, ReportsBeyondItBecomeOneAlertForEachEvent)
     EXPECT_EQ(30, stored[2].count);
 }
 
+// A sink may want those of one host only.
+TEST_F(StoreRoom, ReportsBeyondItAreFoldedByTheHostOfTheirLinesUnlessThoseAreMany)
+{
+    Store store(Path());
+    store.StartPasses();
+    while (store.TakeRoom(1000))
+        continue;
+    ReportFolder folder;
+    constexpr size_t kHosts = ReportFolder::kMostByHost;
+    for (int round = 0; round < 2; ++round) {
+        for (size_t host = 0; host < kHosts + 5; ++host) {
+            alerts::Alert report = Report("A", 1, std::string(1000, 'a'));
+            report.line_host = "web" + std::to_string(host);
+            folder.Add(store, report);
+        }
+    }
+    store.CommitPass();
+    const auto stored = Stored(store);
+    ASSERT_EQ(kHosts + 1, stored.size());
+    for (size_t host = 0; host < kHosts; ++host) {
+        EXPECT_EQ("web" + std::to_string(host), stored[host].line_host);
+        EXPECT_EQ(2, stored[host].reports);
+    }
+    EXPECT_EQ(10, stored[kHosts].reports);
+}
+
 TEST_F(StoreRoom, TheNextPassBeginsWithAlertsOfTheirOwn)
 {
     Store store(Path());
