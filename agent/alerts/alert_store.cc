@@ -297,7 +297,7 @@ std::vector<Alert> NewestOfEachKind(host::Database &database, int64_t up_to, int
     host::Statement select(database,
                            ("SELECT max(id)," + kColumns +
                             "FROM alert WHERE silence = 0 AND id <= ? AND (time_ms >= ? OR id >= ?)"
-                            " GROUP BY source, event_id, host, line_host ORDER BY 1")
+                            " GROUP BY source, event_id, host, line_host, labels ORDER BY 1")
                                .c_str());
     select.Start(up_to, since_ms, from);
     return AlertsOf(select);

@@ -140,7 +140,7 @@ std::string KeyOf(host::Database &database, int64_t id);
 // are kept are those from here to NewestAlertId, in both cases.
 int64_t OldestAlertId(host::Database &database);
 
-// Of each kind of alert (source, event ID, both hosts) the newest, among those with an id up to `up_to`
+// Of each kind of alert (source, event ID, both hosts, labels) the newest, among those with an id up to `up_to`
 // that were stored at or after `since_ms` or have an id from `from` on; oldest first. For receivers
 // that are told again and again what is active.
 std::vector<Alert> NewestOfEachKind(host::Database &database, int64_t up_to, int64_t since_ms,

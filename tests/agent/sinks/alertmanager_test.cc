@@ -59,12 +59,13 @@ class AlertmanagerTest : public test::SinkTest {
     }
     // Stores an alert of this source, at this time.
     void ReportOne(const std::string &source, int64_t time_ms = status::WallTimeMs(),
-                   const std::string &line_host = "")
+                   const std::string &line_host = "", const events::Labels &labels = {})
     {
         alerts::Alert alert;
         alert.time_ms = time_ms;
         alert.host = "host";
         alert.line_host = line_host;
+        alert.labels = labels;
         alert.source = source;
         alert.event_id = 0x1A2B;
         alert.count = 3;
@@ -216,6 +217,19 @@ TEST_F(AlertmanagerTest, APeerThatWasDownGetsWhatIsStillActive)
     ReportOne("C");
     EXPECT_TRUE(Has(two_, {keys_[1], keys_[2], keys_[3]}));
     EXPECT_TRUE(Has(one_, keys_));
+}
+
+// As the monitor's own ones are, about this file and that.
+TEST_F(AlertmanagerTest, APeerThatWasDownGetsAlertsThatDifferInTheirLabels)
+{
+    Down(two_);
+    Add();
+    StartDeliverer();
+    for (const char *file : {"/a", "/b", "/a"})
+        ReportOne("SYSLOGMON", status::WallTimeMs(), "", {{"about", file}});
+    ASSERT_TRUE(WaitDelivered("am", 3));
+    Up(two_);
+    EXPECT_TRUE(Has(two_, {keys_[1], keys_[2]}));
 }
 
 TEST_F(AlertmanagerTest, APeerThatWasDownIsNotToldOfWhatIsOver)
