@@ -176,8 +176,9 @@ void Monitor::StorePass()
     desk_->Save();
     if (table_is_reloaded_)
         desk_->Load();
-    feed_.BeforeCommit();
+    // Before the feed, which commits when it begins the spool anew: the module's place, and with it what is told of that.
     losses_.BeforeCommit();
+    feed_.BeforeCommit();
     if (const inputs::Batch *batch = feed_.BatchOfPass())
         counter_->Stored(*batch);
     // Last of what writes: it has the news of all the others.
