@@ -36,6 +36,19 @@ TEST_F(CustomerPass, ReadsTheSystemLogThenTheCustomerFile)
     EXPECT_EQ(CheckedList{}, Run());
 }
 
+TEST_F(CustomerPass, TellsOfEachPartOfWhichLogItIs)
+{
+    FollowBoth();
+    Append({a_});
+    AppendLog("app.log", Text({b_}));
+    Host().parts.clear();
+    Run();
+    Strings logs;
+    for (const LogPart &part : Host().parts)
+        logs.push_back(std::to_string(part.slot) + " " + part.log);
+    EXPECT_EQ((Strings{"0 /var/log/messages", "1 /var/log/app.log"}), logs);
+}
+
 TEST_F(CustomerPass, ReadsTheCustomerFileAlsoWithoutASystemLog)
 {
     FollowBoth();
