@@ -99,7 +99,7 @@ RenderOptions RenderOptionsOf(const std::vector<std::string> &words)
 
 void ReadUnpacked(const std::filesystem::path &path, const TakeText &take)
 {
-    inputs::LogContent content(path);
+    inputs::LogContent content(path, true);
     std::string bytes;
     uint64_t at = 0;
     do {

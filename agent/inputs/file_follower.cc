@@ -20,15 +20,19 @@ constexpr milliseconds kSettled{20};
 constexpr milliseconds kSweep{10000};
 
 // Where the last line of a file begins that has no end yet; its end otherwise.
-uint64_t BeginOfOpenLine(LogContent *content, uint64_t size)
+uint64_t BeginOfOpenLine(LogContent *content, uint64_t size, std::string_view line_end)
 {
+    const size_t width = line_end.size();
     std::string bytes(kLongestRecord, '\0');
-    const uint64_t base = size > bytes.size() ? size - bytes.size() : 0;
+    uint64_t base = size > bytes.size() ? size - bytes.size() : 0;
+    base += (width - base % width) % width; // where a character begins
     bytes.resize(content->Read(base, bytes.data(), static_cast<size_t>(size - base)));
-    const size_t last = bytes.rfind('\n');
+    size_t last = bytes.rfind(line_end);
+    while (last != std::string::npos && last % width != 0)
+        last = bytes.rfind(line_end, last - 1); // parts of two characters
     if (last == std::string::npos)
         return base == 0 ? 0 : size;
-    return base + last + 1;
+    return base + last + width;
 }
 
 } // namespace
@@ -62,9 +66,22 @@ void FileFollower::DropOthers()
         files_.Drop(number);
 }
 
+FolderView FileFollower::View(const std::set<std::string> &folders) const
+{
+    FolderView view = ViewFolders(folders);
+    if (options_.not_in.empty())
+        return view;
+    std::set<FileIdentity> others;
+    for (const auto &[path, look] : ViewFolders(options_.not_in).files)
+        others.insert(look.identity);
+    std::erase_if(view.files,
+                  [&](const auto &row) { return others.contains(row.second.identity); });
+    return view;
+}
+
 void FileFollower::Begin()
 {
-    const FolderView view = ViewFolders(options_.rules.Folders());
+    const FolderView view = View(options_.rules.Folders());
     LocateAll(view);
     has_begun_ = true;
     if (options_.from_start)
@@ -75,7 +92,7 @@ void FileFollower::Begin()
 
 bool FileFollower::BeginAt(const FindPlace &find)
 {
-    const FolderView view = ViewFolders(options_.rules.Folders());
+    const FolderView view = View(options_.rules.Folders());
     LocateAll(view);
     has_begun_ = true;
     const std::vector<Beginning> files = NewestFirst(view);
@@ -93,7 +110,7 @@ void FileFollower::BeginWhatIsNew(const PathRules &before)
 {
     if (options_.from_start)
         return;
-    const FolderView view = ViewFolders(options_.rules.Folders());
+    const FolderView view = View(options_.rules.Folders());
     logs_.Learn(view);
     LogNamesByFolder earlier(before);
     for (const auto &[number, file] : files_.all())
@@ -157,7 +174,9 @@ void FileFollower::PassOver(const std::string &path, const std::string &log, con
         LogContent content(path);
         if (!content.IsPacked()) {
             place.all = !logs_.IsLive(path);
-            MovePlace(&place, place.all ? look.size : BeginOfOpenLine(&content, look.size),
+            MovePlace(&place,
+                      place.all ? look.size
+                                : BeginOfOpenLine(&content, look.size, reader_.splitter.LineEnd()),
                       &content);
             content.Sync(); // see FollowedFile::Sync
         }
@@ -256,6 +275,15 @@ void FileFollower::WantGrown(const FolderView &view)
     }
 }
 
+// What is older is read first, so a new log waits until it is known what became of the one before, and whether it is the
+// one before.
+void FileFollower::Settle(SteadyTime now)
+{
+    const Candidates unknown = rotation_.FindMissing(view_, now);
+    FollowNewLogs(view_);
+    is_settled_ = rotation_.FollowUnknown(unknown, now);
+}
+
 void FileFollower::Look(SteadyTime now)
 {
     names_changed_ = false;
@@ -264,7 +292,7 @@ void FileFollower::Look(SteadyTime now)
     for (const auto &[number, file] : files_.all())
         folders.insert(FolderOf(file.place().path));
     files_.watch().WatchFolders(folders);
-    FolderView view = ViewFolders(folders);
+    FolderView view = View(folders);
     view_ = std::move(view);
     LocateAll(view_);
     Names names = NamesThatMatter(view_);
@@ -274,14 +302,14 @@ void FileFollower::Look(SteadyTime now)
         is_settled_ = false;
     }
     const bool may_settle = now - view_since_ >= kSettled;
-    // What is older is read first, so a new log waits until it is known what became of the one before.
-    if (may_settle || !files_.SomethingIsMissing())
-        FollowNewLogs(view_);
     WantGrown(view_);
     is_settled_ = !rotation_.TellOfBroken(view_, now) && is_settled_;
     look_at_ = may_settle ? now + kSweep : view_since_ + kSettled;
-    if (may_settle && (!is_settled_ || files_.SomethingIsMissing()))
-        is_settled_ = rotation_.Settle(view_, now);
+    const bool is_missing = files_.SomethingIsMissing();
+    if (may_settle && (!is_settled_ || is_missing))
+        Settle(now);
+    else if (!is_missing)
+        FollowNewLogs(view_);
     names_changed_ = rotation_.TakeWantsLook();
     names_are_steady_ = may_settle;
 }

@@ -2,10 +2,13 @@
 //
 //   F1  A file is known by its identity. As long as it has a name in its folder, and as long as it is held
 //       open, it is read on, whatever its name is.
-//   F2  A file under a name that is written to is a new log when its identity is not known.
+//   F2  A file under a name that is written to is a new log when its identity is not known; but the one that had the name
+//       and is missing, when it holds what that one held: it was copied, and is read on from the place of that one.
 //   F3  A file under the name of a rotated one whose identity is not known is
 //         the one that is missing, or was emptied, when it holds what that one held: it was compressed, or
 //         copied; it is read on from the place of that one;
+//         read already, when it holds what had been read of one that was emptied until a moment before: the copy was
+//         made, and the log was read on and emptied only then;
 //         nothing yet, while the file whose beginning it holds is still there: a copy is being made;
 //         else a file that came and was rotated while nobody looked: it is read from its beginning.
 //   F4  What is concluded from a file's absence is concluded from two equal looks at the folders.
@@ -18,6 +21,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -38,6 +42,8 @@ struct FollowOptions {
     std::string encoding;    // of the files; empty: that of the monitor
     std::string log_charset; // of the monitor
     bool from_start = false; // also what is there when the input is added
+    // Files in these folders are none of the input's, by whatever name or link.
+    std::set<std::string> not_in = {};
 };
 
 // What is told of patterns without a file. It may come later.
@@ -110,12 +116,14 @@ class FileFollower {
     bool BeginIn(const Beginning &file, const FindPlace &find);
     void PassOver(const std::string &path, const std::string &log, const FileLook &look);
     [[nodiscard]] bool IsReborn(const FollowedFile &file, const std::string &path) const;
+    [[nodiscard]] FolderView View(const std::set<std::string> &folders) const;
     void LocateAll(const FolderView &view);
     void Locate(FollowedFile *file, const std::string &path, const FileLook &look) const;
     void Follow(Place place);
     void FollowNewLogs(const FolderView &view);
     [[nodiscard]] Names NamesThatMatter(const FolderView &view) const;
     void WantGrown(const FolderView &view);
+    void Settle(SteadyTime now);
     bool TakeTurns(const ReadingTime &reading, SteadyTime now, Batch *batch);
     void ReadTurn(FollowedFile *file, const ReadingTime &reading, SteadyTime now, Batch *batch);
     void ReadOne(FollowedFile *file, const ReadingTime &reading, SteadyTime now, Batch *batch);

@@ -23,10 +23,18 @@ constexpr size_t kFullBatch = size_t{8} * 1024 * 1024;
 constexpr milliseconds kRecordIsWhole{2000};
 // Of a file, one line that is too long is told of in this time.
 constexpr std::chrono::hours kTellOfCutLines{1};
+constexpr milliseconds kMarked{1000};
+constexpr size_t kMostMarks = 300;
 // A rotated file that has not grown for so long gets no end of its last line any more.
 constexpr milliseconds kRotatedIsWhole{10000};
 
 } // namespace
+
+FollowedFile::FollowedFile(int64_t number, Place place) : number_(number), place_(std::move(place))
+{
+    if (place_.earlier.offset != 0)
+        marks_.push_back({SteadyTime{}, place_.earlier});
+}
 
 void FollowedFile::Locate(const std::string &path, bool is_live)
 {
@@ -87,6 +95,8 @@ void FollowedFile::Adopt(const std::string &path, const FileIdentity &identity)
 {
     Close();
     window_.clear();
+    marks_.clear();
+    place_.earlier = {};
     place_.path = path;
     place_.identity = identity;
     place_.done = false;
@@ -242,6 +252,31 @@ bool FollowedFile::IsCut()
     return was_cut;
 }
 
+// A second apart, and no more than can be of use: a copy is on the disk within minutes, and the log is emptied then.
+void FollowedFile::MarkPlace(SteadyTime now)
+{
+    if (!place_.IsTelling() || place_.packed ||
+        (!marks_.empty() && now - marks_.back().at < kMarked))
+        return;
+    marks_.push_back({now, {place_.offset, place_.tail}});
+    if (marks_.size() > kMostMarks)
+        marks_.pop_front();
+    place_.earlier = marks_.front().mark;
+}
+
+// To come to a mark in an archive, all before it has to be unpacked: there the oldest one does.
+bool FollowedFile::HoldsEarlierPlace(LogContent *content) const
+{
+    const auto newest =
+        content->IsPacked() && !marks_.empty() ? marks_.rend() - 1 : marks_.rbegin();
+    Place earlier = place_;
+    return std::any_of(newest, marks_.rend(), [&](const MarkInTime &then) {
+        earlier.offset = then.mark.offset;
+        earlier.tail = then.mark.tail;
+        return HoldsPlace(content, earlier);
+    });
+}
+
 Ending FollowedFile::EndingAt(const EntryReader &reader, SteadyTime now) const
 {
     if (!at_end_)
@@ -314,6 +349,7 @@ ReadStep FollowedFile::Read(EntryReader *reader, const ReadingTime &reading, Ste
         batch->text.reserve(kFullBatch + kChunk);
     const size_t used = TakeRecords(bytes, ending, reader, reading, now, batch);
     if (used > 0) {
+        MarkPlace(now);
         place_.size = look->size;
         MovePlace(&place_, place_.offset + used, window_base_, window_);
         is_changed = true;

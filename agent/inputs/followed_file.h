@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
@@ -44,7 +45,7 @@ enum class ReadStep {
 
 class FollowedFile {
   public:
-    FollowedFile(int64_t number, Place place) : number_(number), place_(std::move(place)) {}
+    FollowedFile(int64_t number, Place place);
 
     // Reads some more into the batch. Throws host::Error.
     ReadStep Read(EntryReader *reader, const ReadingTime &reading, SteadyTime now, Batch *batch);
@@ -101,6 +102,9 @@ class FollowedFile {
     [[nodiscard]] bool IsAnother() const;
     // The file under its path is known by this from now on: its place was stored when less was known of it.
     void KnowBy(const FileIdentity &identity);
+    // Does it hold what was read of this one until some moment of the last minutes? So does a copy that was made before
+    // more was read. Throws host::Error.
+    [[nodiscard]] bool HoldsEarlierPlace(LogContent *content) const;
     // It is gone: the file of its number is none of its own.
     void LoseIdentity();
     // It has another file now that holds what it held.
@@ -134,8 +138,16 @@ class FollowedFile {
     size_t TakeRecords(std::string_view bytes, Ending ending, EntryReader *reader,
                        const ReadingTime &reading, SteadyTime now, Batch *batch);
 
+    void MarkPlace(SteadyTime now);
+
+    struct MarkInTime {
+        SteadyTime at;
+        Mark mark;
+    };
+
     int64_t number_;
     Place place_;
+    std::deque<MarkInTime> marks_; // where it was read to in the last minutes, oldest first
     bool is_live_ = true;
     std::unique_ptr<LogContent> content_;
     std::string window_; // content from `window_base_` on

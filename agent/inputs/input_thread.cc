@@ -226,8 +226,10 @@ void InputThread::MeasureWhileBatchWaits()
 
 FollowOptions InputThread::WithoutWhatIsWritten(FollowOptions follow) const
 {
-    for (const std::filesystem::path &folder : options_.written_folders)
-        follow.rules.excluded.push_back(PatternOf(folder) + "/*");
+    for (const std::filesystem::path &folder : options_.written_folders) {
+        follow.rules.excluded.push_back(PatternOf(folder) + "/*"); // and nothing is said of them
+        follow.not_in.insert(folder);                              // whatever a link is named
+    }
     return follow;
 }
 

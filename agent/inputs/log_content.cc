@@ -55,12 +55,17 @@ void LogContent::CloseArchive::operator()(archive *archive) const
     archive_read_free(archive);
 }
 
-LogContent::LogContent(const std::string &path) : path_(path), file_(Open(path)) {}
+LogContent::LogContent(const std::string &path, bool may_be_packed)
+    : path_(path), may_be_packed_(may_be_packed), file_(Open(path))
+{
+}
 
 LogContent::~LogContent() = default;
 
 bool LogContent::IsPacked()
 {
+    if (!may_be_packed_)
+        return false;
     if (packing_ == Packing::kNotKnown) {
         char head[kLongestMagic] = {};
         const size_t count = ReadAt(file_.get(), 0, head, sizeof head, path_);

@@ -8,6 +8,8 @@
 #include <string>
 
 #include "agent/host/waitable.h"
+#include "agent/inputs/folder_view.h"
+#include "agent/inputs/rotated_names.h"
 
 struct archive;
 
@@ -16,13 +18,17 @@ namespace inputs {
 class LogContent {
   public:
     // Opens a regular file for reading, and nothing else; it never waits for a FIFO. Throws host::Error.
-    explicit LogContent(const std::string &path);
+    explicit LogContent(const std::string &path) : LogContent(path, IsNameOfRotated(NameOf(path)))
+    {
+    }
+    // `may_be_packed`: without, its content is what stands in it. Nobody writes into a compressed file, and who writes the
+    // first line of a log could have it taken for one.
+    LogContent(const std::string &path, bool may_be_packed);
     ~LogContent();
     LogContent(const LogContent &) = delete;
     LogContent &operator=(const LogContent &) = delete;
 
-    // Is it compressed with gzip, xz, zstd or bzip2? By its first bytes, whatever its name is. Known when
-    // something was read.
+    // Is it compressed with gzip, xz, zstd or bzip2? By its first bytes. Known when something was read.
     [[nodiscard]] bool IsPacked();
 
     // Reads up to `size` bytes from this offset of the content; 0: there are none. Going back in a compressed
@@ -50,6 +56,7 @@ class LogContent {
     };
 
     std::string path_;
+    bool may_be_packed_;
     host::Fd file_;
     enum class Packing { kNotKnown, kPlain, kPacked } packing_ = Packing::kNotKnown;
     std::unique_ptr<archive, CloseArchive> archive_;

@@ -61,6 +61,9 @@ std::string TextOf(const Place &place)
         json["told"] = true;
     if (place.size != 0)
         json["size"] = place.size;
+    if (place.earlier.offset != 0)
+        json["earlier"] = {place.earlier.offset, place.earlier.tail.length,
+                           place.earlier.tail.hash};
     // Names of files can hold any bytes.
     return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
@@ -85,6 +88,8 @@ std::optional<Place> PlaceOf(const std::string &text)
         place.done = json.value("done", false);
         place.told = json.value("told", false);
         place.size = json.value("size", uint64_t{0});
+        if (const auto earlier = json.find("earlier"); earlier != json.end())
+            place.earlier = {earlier->at(0), {earlier->at(1), earlier->at(2)}};
         return place;
     } catch (const nlohmann::json::exception &) {
         return std::nullopt;

@@ -26,6 +26,14 @@ Fingerprint FingerprintOf(std::string_view bytes);
 inline constexpr size_t kLongestHead = 1024;
 inline constexpr size_t kLongestTail = 256;
 
+// An offset of the content, with the bytes just before it.
+struct Mark {
+    uint64_t offset = 0; // 0: none
+    Fingerprint tail;
+
+    bool operator==(const Mark &) const = default;
+};
+
 struct Place {
     std::string path; // under which the file was last seen
     std::string log;  // the name of the log that it is of: the path that is written to
@@ -40,7 +48,11 @@ struct Place {
     bool done = false;   // nobody writes into it any longer, and it was read to its end
     bool told = false;   // that what is behind the offset cannot be read, for good
     uint64_t size = 0;   // of the file when it was read last; 0: not known
+    Mark
+        earlier; // where it was read to some minutes ago, or when there was more than a line for the first time
 
+    // Are there more bytes to compare than those of a first line, which many files can have in common?
+    [[nodiscard]] bool IsTelling() const { return offset > head.length + 1; }
     bool operator==(const Place &) const = default;
 };
 

@@ -59,6 +59,11 @@ class RecordSplitter {
     //   skipping  in and out: the bytes begin with the rest of a line that is too long
     Cut Take(std::string_view bytes, Ending ending, bool *skipping);
 
+    // A line end as it is written, and where the first one is behind `begin`, at which a character begins; npos: there is
+    // none.
+    [[nodiscard]] std::string_view LineEnd() const { return charset_->LineEnd(); }
+    [[nodiscard]] size_t FindLineEnd(std::string_view bytes, size_t begin) const;
+
   private:
     // A line at a place of the bytes; `size` is that of its text, `next` where the one behind it begins.
     struct Line {
@@ -69,7 +74,6 @@ class RecordSplitter {
     };
     [[nodiscard]] Line LineAt(std::string_view bytes, size_t begin) const;
     static Line UpToZeros(std::string_view bytes, size_t begin, size_t zeros);
-    [[nodiscard]] size_t FindLineEnd(std::string_view bytes, size_t begin) const;
     bool GoesOn(std::string_view line) const;
     Cut SkipRest(std::string_view bytes, Ending ending, bool *skipping) const;
     Cut TakeLine(std::string_view bytes, Ending ending, bool *skipping);

@@ -60,6 +60,15 @@ NameKind RotatedNameOf(std::string_view name, std::string_view log)
     return IsSuffix(middle) ? NameKind::kBetween : NameKind::kOther;
 }
 
+bool IsNameOfRotated(std::string_view name)
+{
+    for (size_t length = name.size(); length-- > 1;) {
+        if (RotatedNameOf(name, name.substr(0, length)) == NameKind::kRotated)
+            return true;
+    }
+    return false;
+}
+
 bool IsPackedNameOf(std::string_view name, std::string_view plain)
 {
     return name.size() > plain.size() && WithoutPacking(name) == plain;

@@ -19,6 +19,9 @@ enum class NameKind {
 // without their folder.
 NameKind RotatedNameOf(std::string_view name, std::string_view log);
 
+// Is it the name of a rotated file of some log? A number before the ending, as in app.1.log, says too little.
+bool IsNameOfRotated(std::string_view name);
+
 // Is it the name that a compressing program gives the file of the other name?
 bool IsPackedNameOf(std::string_view name, std::string_view plain);
 

@@ -14,17 +14,11 @@ using std::chrono::milliseconds;
 // A removed file is held open for so long after its last growth: somebody may still write into it.
 constexpr milliseconds kRemovedIsOver{60000};
 
-// Are there more bytes to compare than those of a first line, which many files can have in common?
-bool IsTelling(const Place &place)
-{
-    return place.offset > place.head.length + 1;
-}
-
 // A file that was emptied was copied before, and one that is gone was compressed. Whatever else holds the same
 // as one that is gone is rather a new log that begins with an equal line, if that is all there is to compare.
 bool MayHold(LogContent *content, const FollowedFile &file)
 {
-    return file.was_cut || IsTelling(file.place()) || content->IsPacked();
+    return file.was_cut || file.place().IsTelling() || content->IsPacked();
 }
 
 // Can this be a copy of the file, before their bytes are compared? Logs are copied to be emptied, and rotated files to be
@@ -35,7 +29,7 @@ bool MayBeOf(LogContent *copy, const FileLook &look, const FollowedFile &file)
     if (!file.is_present || look.identity.birth_ns < place.identity.birth_ns)
         return false; // no copy is older than what it is of
     return file.is_live() ||
-           (copy->IsPacked() && (IsTelling(place) || IsPackedNameOf(copy->path(), place.path)));
+           (copy->IsPacked() && (place.IsTelling() || IsPackedNameOf(copy->path(), place.path)));
 }
 
 // Of a compressed file, the size says nothing of its content.
@@ -140,13 +134,65 @@ bool Rotation::FindContentOf(FollowedFile *file, Candidates *candidates)
     return false;
 }
 
+// A copy that was made before the log was emptied can end before the place: what was written meanwhile was read in the log.
+// All of the copy was, then, and all of the log.
+bool Rotation::PassOverShorterCopy(const FollowedFile &file, Candidates *candidates)
+{
+    if (file.place().size > file.place().offset)
+        return false;
+    for (const auto &[path, look] : *candidates) {
+        if (names_.LogOfRotated(path) != file.place().log)
+            continue;
+        try {
+            LogContent content(path);
+            const bool may_be = content.IsPacked() || look.size < file.place().offset;
+            if (!may_be || !file.HoldsEarlierPlace(&content))
+                continue;
+            Place copy = PlaceAtBeginning(path, file.place().log, look.identity);
+            copy.all = true;
+            if (!content.IsPacked()) {
+                MovePlace(&copy, look.size, &content);
+                content.Sync();
+            }
+            files_.Add(std::move(copy), names_.IsLive(path));
+        } catch (const host::Error &) {
+            continue; // as FindContentOf has noted
+        }
+        candidates->erase(path);
+        return true;
+    }
+    return false;
+}
+
+// A log that lies in another file than before, as behind a backup that was brought back, or on another disk, is read on
+// where it was.
+bool Rotation::FindLogAnew(FollowedFile *file, const FolderView &view)
+{
+    const Place &place = file->place();
+    const auto found = view.files.find(place.log);
+    if (place.path != place.log || !place.IsTelling() || found == view.files.end() ||
+        files_.Identities().contains(found->second.identity))
+        return false;
+    try {
+        LogContent content(place.log);
+        if (!HoldsPlace(&content, place))
+            return false;
+    } catch (const host::Error &) {
+        return false; // its follower says so
+    }
+    files_.watch().ForgetFile(file->number());
+    file->Adopt(found->first, found->second.identity);
+    file->Locate(found->first, true);
+    return true;
+}
+
 // What comes from now on is of a log that begins. What it held before is read where it went.
 void Rotation::DealWithEmptied(int64_t number, Candidates *candidates)
 {
     FollowedFile &file = files_.all().at(number);
     const Place before = file.place();
     if (!FindContentOf(&file, candidates)) {
-        if (!before.done)
+        if (!before.done && !PassOverShorterCopy(file, candidates))
             losses_.push_back({input_, before.path +
                                            " was emptied, and no other file holds what it held: " +
                                            MissingBehind(before)});
@@ -182,7 +228,7 @@ void Rotation::NoticeReusedNumbers()
     }
 }
 
-void Rotation::SeekMissing(Candidates *candidates, SteadyTime now)
+void Rotation::SeekMissing(const FolderView &view, Candidates *candidates, SteadyTime now)
 {
     // The place that says most about its file chooses first: a file that begins like many others would do
     // for one of which only the beginning was read.
@@ -201,7 +247,13 @@ void Rotation::SeekMissing(Candidates *candidates, SteadyTime now)
             sought.push_back(number);
     }
     std::erase_if(sought, [&](int64_t number) {
-        return FindContentOf(&files_.all().at(number), candidates);
+        FollowedFile &file = files_.all().at(number);
+        if (FindContentOf(&file, candidates) || FindLogAnew(&file, view))
+            return true;
+        if (!PassOverShorterCopy(file, candidates))
+            return false;
+        files_.Drop(number); // it was emptied, and went only then
+        return true;
     });
     Candidates possible = *candidates;
     for (const int64_t number : sought)
@@ -281,8 +333,7 @@ void Rotation::NoteUnreadable(const std::string &path, const std::string &log, c
     files_.Add(std::move(place), names_.IsLive(path));
 }
 
-// True when it is known of each what it is.
-bool Rotation::FollowRotated(const Candidates &candidates, SteadyTime now)
+bool Rotation::FollowUnknown(const Candidates &candidates, SteadyTime now)
 {
     std::vector<std::pair<std::string, FileLook>> oldest_first(candidates.begin(),
                                                                candidates.end());
@@ -303,18 +354,18 @@ bool Rotation::FollowRotated(const Candidates &candidates, SteadyTime now)
             all_are_known = false;
         }
     }
-    return all_are_known;
+    return all_are_known && !files_.SomethingIsMissing();
 }
 
-bool Rotation::Settle(const FolderView &view, SteadyTime now)
+Candidates Rotation::FindMissing(const FolderView &view, SteadyTime now)
 {
     problems_.clear();
     NoticeReusedNumbers();
     Candidates candidates = Unknown(view);
     if (files_.SomethingIsMissing())
         held_.clear(); // what was taken for a copy in the making may be what is left
-    SeekMissing(&candidates, now);
-    return FollowRotated(candidates, now) && !files_.SomethingIsMissing();
+    SeekMissing(view, &candidates, now);
+    return candidates;
 }
 
 } // namespace inputs

@@ -27,9 +27,10 @@ class Rotation {
     // Files under names of rotated ones that nobody follows.
     [[nodiscard]] Candidates Unknown(const FolderView &view) const;
 
-    // For names that are settled: finds what is missing among those, and follows those that were never seen. True: these
-    // names leave no question open.
-    bool Settle(const FolderView &view, SteadyTime now);
+    // For names that are settled: finds what is missing among those. Returns those under names of rotated ones that are
+    // none of it; when the new logs are followed, FollowUnknown follows them. True: these names leave no question open.
+    Candidates FindMissing(const FolderView &view, SteadyTime now);
+    bool FollowUnknown(const Candidates &candidates, SteadyTime now);
 
     // Tells of files that are damaged, and not being written, once each. True: of these names one is to be looked into
     // again, since it was restored.
@@ -40,7 +41,7 @@ class Rotation {
     // What was lost since the last call.
     std::vector<Loss> TakeLosses() { return std::exchange(losses_, {}); }
 
-    // What cannot be read, and why, by path: as found by the last Settle, and by the follower itself.
+    // What cannot be read, and why, by path: as found by the last FindMissing, and by the follower itself.
     [[nodiscard]] const std::map<std::string, std::string> &problems() const { return problems_; }
     void AddProblem(const std::string &path, const std::string &problem)
     {
@@ -49,11 +50,12 @@ class Rotation {
 
   private:
     void NoticeReusedNumbers();
-    void SeekMissing(Candidates *candidates, SteadyTime now);
+    void SeekMissing(const FolderView &view, Candidates *candidates, SteadyTime now);
     bool FindContentOf(FollowedFile *file, Candidates *candidates);
+    bool FindLogAnew(FollowedFile *file, const FolderView &view);
+    bool PassOverShorterCopy(const FollowedFile &file, Candidates *candidates);
     void GiveUp(FollowedFile *file, Candidates *possible, SteadyTime now);
     void DealWithEmptied(int64_t number, Candidates *candidates);
-    bool FollowRotated(const Candidates &candidates, SteadyTime now);
     void NoteUnreadable(const std::string &path, const std::string &log, const FileLook &look,
                         SteadyTime now);
     bool IsCopyInTheMaking(const std::string &path, const FileLook &look);

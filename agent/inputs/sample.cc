@@ -11,6 +11,7 @@ namespace inputs {
 namespace {
 
 constexpr size_t kLooked = size_t{64} * 1024; // bytes at the end of a file
+constexpr uint64_t kWidestCharacter = 4;      // bytes
 
 void TakeLines(const Batch &batch, size_t most, Sample *sample)
 {
@@ -43,6 +44,7 @@ End EndOf(LogContent *content, uint64_t size)
     End end;
     const bool is_packed = content->IsPacked();
     uint64_t at = is_packed || size < kLooked ? 0 : size - kLooked;
+    at -= at % kWidestCharacter;
     end.has_more = at > 0;
     std::string block(kLooked, '\0');
     try {
@@ -83,6 +85,13 @@ Batch Rendered(std::string_view bytes, const LineForm &form, RecordSplitter *spl
     }
 }
 
+// The first one that is whole.
+size_t BeginOfLine(std::string_view bytes, const RecordSplitter &splitter)
+{
+    const size_t end = splitter.FindLineEnd(bytes, 0);
+    return end == std::string_view::npos ? 0 : end + splitter.LineEnd().size();
+}
+
 Sample SampleFile(const std::string &path, uint64_t size, const FollowOptions &options,
                   RecordSplitter *splitter, size_t most)
 {
@@ -90,7 +99,7 @@ Sample SampleFile(const std::string &path, uint64_t size, const FollowOptions &o
     const End end = EndOf(&content, size);
     std::string_view rest = end.bytes;
     if (end.has_more)
-        rest.remove_prefix(std::min(rest.size(), rest.find('\n') + 1));
+        rest.remove_prefix(BeginOfLine(rest, *splitter));
     LineForm form = options.form;
     if (form.identifier.empty())
         form.identifier = IdentifierOf(path);

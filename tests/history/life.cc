@@ -656,11 +656,6 @@ void Life::TakeLosses()
                      [&](const LogPart &part) { return part.slot == log; });
         if (!witnesses_[log])
             continue;
-        for (const LogPart &part : own) {
-            if (witnesses_[log]->log() != part.log)
-                Fail("a part of " + witnesses_[log]->log().string() + " is told as one of " +
-                     part.log);
-        }
         for (const logs::LogLoss &loss : witnesses_[log]->Take(own)) {
             told_[log] += (loss.end - loss.begin) * (loss.is_twice ? -1 : 1);
             if (history_.is_faithful)

@@ -580,6 +580,101 @@ TEST_F(FollowerTest, CopiedAndTruncated)
     EXPECT_EQ(Messages{}, TakeLosses());
 }
 
+// It is put to the disk before the log is emptied, which can take seconds.
+TEST_F(FollowerTest, ACopyThatEndsBeforeWhatWasReadOfTheLogIsNotReadAgain)
+{
+    StartWith("a.log", LogLine("old"));
+    Append("a.log", LogLine("1"));
+    EXPECT_EQ(Messages{"1"}, Read());
+    Append("a.log", LogLine("2"));
+    EXPECT_EQ(Messages{"2"}, Read());
+    Copy("a.log", "a.log.1");
+    Append("a.log", LogLine("3"));
+    EXPECT_EQ(Messages{"3"}, Read());
+    Empty("a.log");
+    Append("a.log", LogLine("4"));
+    EXPECT_EQ(Messages{"4"}, Read());
+    Restart();
+    EXPECT_EQ(Messages{}, Read());
+    Pack("a.log.1", "a.log.1.gz", "gzip");
+    Remove("a.log.1");
+    EXPECT_EQ(Messages{}, Read());
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
+TEST_F(FollowerTest, AFileThatOnlyBeginsLikeAnEmptiedLogIsNoCopyOfIt)
+{
+    StartWith("a.log", LogLine("old"));
+    for (const char *line : {"1", "2"}) {
+        Append("a.log", LogLine(line));
+        EXPECT_EQ(Messages{line}, Read());
+    }
+    Write("a.log.1", LogLine("old") + LogLine("x"));
+    Empty("a.log");
+    Append("a.log", LogLine("4"));
+    EXPECT_EQ((Messages{"4", "old", "x"}), Read());
+    EXPECT_EQ(1U, TakeLosses().size());
+}
+
+TEST_F(FollowerTest, ALogThatLiesInAnotherFileThanBeforeIsReadOnWhereItWas)
+{
+    StartWith("a.log", LogLine("old"));
+    Append("a.log", LogLine("1"));
+    EXPECT_EQ(Messages{"1"}, Read());
+    for (const bool is_stopped : {false, true}) {
+        if (is_stopped)
+            Stop();
+        Copy("a.log", "copy");
+        Remove("a.log");
+        Rename("copy", "a.log");
+        Append("a.log", LogLine("2"));
+        if (is_stopped)
+            Start();
+        EXPECT_EQ(Messages{"2"}, Read());
+        EXPECT_EQ(Messages{}, TakeLosses());
+    }
+    Rename("a.log", "a.log.1");
+    Append("a.log", LogLine("3"));
+    EXPECT_EQ(Messages{"3"}, Read());
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
+// Whoever writes the first line of a log chooses its first bytes.
+TEST_F(FollowerTest, ALogIsReadAsItIsWhateverItBeginsWith)
+{
+    StartWith("a.log", "");
+    Append("a.log", "BZh9 of a stranger\n" + LogLine("1"));
+    EXPECT_EQ((Messages{"BZh9 of a stranger", "1"}), Read());
+    EXPECT_TRUE(follower().Problems().empty());
+}
+
+TEST_F(FollowerTest, OfALogOfWideCharactersWhatComesBehindTheBeginningIsRead)
+{
+    const auto wide = [](const std::string &text) {
+        std::string bytes;
+        for (const char c : text)
+            bytes += std::string{c, '\0'};
+        return bytes;
+    };
+    options.encoding = "UTF-16LE";
+    StartWith("a.log", wide(LogLine("old") + "an open "));
+    Append("a.log", wide("line\n" + LogLine("1")));
+    EXPECT_EQ((Messages{"an open line", "1"}), Read());
+}
+
+TEST_F(FollowerTest, NoLinkLeadsIntoAFolderThatIsLeftOut)
+{
+    std::filesystem::create_directory(Path("own"));
+    Append("own/spool", LogLine("old"));
+    std::filesystem::create_symlink(Path("own/spool"), Path("link.log"));
+    std::filesystem::create_hard_link(Path("own/spool"), Path("hard.log"));
+    options.not_in = {Path("own")};
+    StartWith("a.log", "");
+    Append("own/spool", LogLine("of the monitor"));
+    Append("a.log", LogLine("1"));
+    EXPECT_EQ(Messages{"1"}, Read());
+}
+
 TEST_F(FollowerTest, ACopyThatIsNotTruncatedYetIsNotReadTwice)
 {
     StartWith("a.log", "");
