@@ -133,7 +133,8 @@ Alert HeartbeatAlert()
 
 bool IsAboutSink(const Alert &alert, const std::string &sink)
 {
-    if (alert.source != kOwnSource || alert.event_id != static_cast<uint32_t>(OwnEvent::kSinkFails))
+    if (alert.is_collected || alert.source != kOwnSource ||
+        alert.event_id != static_cast<uint32_t>(OwnEvent::kSinkFails))
         return false;
     const auto about = alert.labels.find(kAbout);
     return about != alert.labels.end() && about->second == sink;

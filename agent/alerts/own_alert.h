@@ -81,7 +81,8 @@ std::vector<OwnTotal> ReadOwnTotals(host::Database &database);
 // The sign of life, without its time.
 Alert HeartbeatAlert();
 
-// Is it the monitor's own alert that this sink fails, or fails no longer?
+// Is it the monitor's own alert that this sink fails, or fails no longer? What another host tells is of a sink of its own,
+// also when that has the same name.
 bool IsAboutSink(const Alert &alert, const std::string &sink);
 
 } // namespace alerts

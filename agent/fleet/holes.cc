@@ -7,7 +7,8 @@ namespace fleet {
 
 namespace {
 
-// Up to the first look, and the one behind it. Then half of what has passed since the hole was noticed lies between two.
+// Up to the first look, and between those that it takes to tell of a hole. Then half of what has passed since the hole was
+// noticed lies between two.
 constexpr int64_t kFirstPauseMs = 1000;
 constexpr int64_t kAskForMs = int64_t{24} * 3600 * 1000;
 // What is another collector's may be this one's again.
@@ -15,6 +16,9 @@ constexpr int64_t kPostponeMs = 3600 * 1000;
 
 int64_t NextAfter(const Hole &hole, int64_t now_ms)
 {
+    // Nobody could ask for long, or the clock went forward: it is asked for until it can be told.
+    if (hole.tries < Holes::kTriesBeforeTold)
+        return now_ms + kFirstPauseMs;
     const int64_t passed = now_ms - hole.noticed_ms;
     return passed < kAskForMs ? now_ms + std::max(kFirstPauseMs, passed / 2) : Hole::kNever;
 }

@@ -1,8 +1,8 @@
 // Which numbers of a host's alerts have not come, though a later one has.
 //
-// The servers are asked for what is in a hole (look_back.h) soon, and then at growing pauses for a day. It is told as
-// missing when they were asked a few times and have not got it: servers that differ for a moment cost no word. What comes
-// later, also behind the day, is taken all the same.
+// The servers are asked for what is in a hole (look_back.h) soon, and then at growing pauses for a day, or for longer when
+// nobody could ask: until it can be told. It is told as missing when they were asked a few times and have not got it: servers
+// that differ for a moment cost no word. What comes later, also behind the day, is taken all the same.
 #ifndef AGENT_FLEET_HOLES_H
 #define AGENT_FLEET_HOLES_H
 

@@ -20,7 +20,7 @@ class Route {
   public:
     Route() = default; // takes all alerts
     // Of a text that CheckRoute accepts; the empty one takes all. Never what tells that the sink of this
-    // name fails. Throws host::Error, which names the mistake and what is allowed.
+    // name fails on this host. Throws host::Error, which names the mistake and what is allowed.
     explicit Route(const std::string &conditions, std::string sink = "");
 
     [[nodiscard]] bool Takes(const alerts::Alert &alert) const;

@@ -288,6 +288,35 @@ TEST_F(LedgerTest, AGapIsNotToldBeforeTheServersWereAskedAFewTimes)
     EXPECT_EQ(kThreeAreMissing, Told());
 }
 
+// The daemon was away for so long, or the clock went forward by so much.
+TEST_F(LedgerTest, AGapForWhichNobodyAskedInTwoDaysIsAskedForAgainUntilItIsTold)
+{
+    Take({ArrivedOf("a", 1), ArrivedOf("a", 5)});
+    Ledger ledger(test::Store());
+    const int64_t later = host::NowMs() + int64_t{2} * 24 * 3600 * 1000;
+    for (int64_t tries = 0; tries < fleet::Holes::kTriesBeforeTold; ++tries) {
+        EXPECT_EQ(Strings{}, Told());
+        ASSERT_TRUE(ledger.NextMissing(later + tries * 1000)) << tries;
+        ledger.EndLook("uuid-of-a", Ledger::Look::kDone, later + tries * 1000);
+    }
+    EXPECT_EQ(kThreeAreMissing, Told());
+    EXPECT_EQ(3, Host().missing);
+    EXPECT_EQ(std::nullopt, ledger.NextMissing(later + int64_t{24} * 3600 * 1000));
+}
+
+// Half of what has passed would be half a day.
+TEST_F(LedgerTest, AGapForWhichNobodyAskedForADayIsToldSoonBehindThat)
+{
+    Take({ArrivedOf("a", 1), ArrivedOf("a", 5)});
+    Ledger ledger(test::Store());
+    const int64_t later = host::NowMs() + int64_t{23} * 3600 * 1000;
+    for (int64_t at = later; at < later + 10'000; at += 500) {
+        if (ledger.NextMissing(at))
+            ledger.EndLook("uuid-of-a", Ledger::Look::kDone, at);
+    }
+    EXPECT_EQ(kThreeAreMissing, Told());
+}
+
 TEST_F(LedgerTest, AnAlertThatComesBehindALaterOneOfItsHostIsTakenOnce)
 {
     EXPECT_EQ(3U, Take({ArrivedOf("a", 1), ArrivedOf("a", 5), ArrivedOf("a", 3)}));

@@ -1,6 +1,7 @@
 // Which alerts a sink gets.
 #include <gtest/gtest.h>
 
+#include "agent/alerts/own_alert.h"
 #include "agent/sinks/route.h"
 
 namespace {
@@ -71,6 +72,18 @@ TEST(RouteTest, WhatASilenceHoldsBackIsForNoSink)
     alerts::Alert alert = AlertOf("DISK", "emerg");
     alert.silence = 1;
     EXPECT_FALSE(Route().Takes(alert));
+}
+
+// It would wait for its own cause. Where the alerts of many hosts are collected, their sinks have the same names.
+TEST(RouteTest, ThatASinkFailsIsForAllOthersAndFromAnotherHostAlsoForTheOneOfThatName)
+{
+    alerts::Alert alert = AlertOf(alerts::kOwnSource);
+    alert.event_id = static_cast<uint32_t>(alerts::OwnEvent::kSinkFails);
+    alert.labels = {{"about", "mail"}};
+    EXPECT_FALSE(Route("", "mail").Takes(alert));
+    EXPECT_TRUE(Route("", "page").Takes(alert));
+    alert.is_collected = true;
+    EXPECT_TRUE(Route("", "mail").Takes(alert));
 }
 
 TEST(RouteTest, AMistakeIsNamedWithItsPlaceAndWhatIsAllowed)
