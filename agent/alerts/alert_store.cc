@@ -13,6 +13,8 @@ const std::string kBytesOfRow =
     "(" + std::to_string(kBytesOfARow) +
     " + length(CAST(host AS BLOB)) + length(CAST(log_name AS BLOB)) + length(CAST(source AS BLOB))"
     " + length(CAST(message AS BLOB)) + length(CAST(last_message AS BLOB))"
+    " + length(CAST(line_host AS BLOB)) + length(CAST(program AS BLOB))"
+    " + length(CAST(own_time AS BLOB))"
     " + length(CAST(labels AS BLOB)) + length(CAST(summary AS BLOB))"
     " + length(CAST(runbook_url AS BLOB)) + length(CAST(value AS BLOB))"
     " + length(CAST(held_first AS BLOB)) + length(CAST(held_last AS BLOB)) + length(origin)"
@@ -33,13 +35,14 @@ const std::string kColumns =
 
 int64_t BytesOf(const Alert &alert)
 {
-    return kBytesOfARow +
-           static_cast<int64_t>(alert.host.size() + alert.log_name.size() + alert.source.size() +
-                                alert.message.size() + alert.last_message.size() +
-                                events::JoinLabels(alert.labels).size() + alert.summary.size() +
-                                alert.runbook_url.size() + alert.value.size() +
-                                alert.held_back.first.size() + alert.held_back.last.size() +
-                                alert.terms.size() + (alert.is_collected ? alert.key.size() : 0));
+    return kBytesOfARow + static_cast<int64_t>(
+                              alert.host.size() + alert.log_name.size() + alert.source.size() +
+                              alert.message.size() + alert.last_message.size() +
+                              alert.line_host.size() + alert.program.size() +
+                              alert.own_time.size() + events::JoinLabels(alert.labels).size() +
+                              alert.summary.size() + alert.runbook_url.size() + alert.value.size() +
+                              alert.held_back.first.size() + alert.held_back.last.size() +
+                              alert.terms.size() + (alert.is_collected ? alert.key.size() : 0));
 }
 
 namespace {

@@ -79,12 +79,6 @@ bool IsOfNames(char c)
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
 }
 
-bool IsLabelName(const std::string &name)
-{
-    return !name.empty() && name.size() <= kMaxLabelName && (name[0] < '0' || name[0] > '9') &&
-           std::all_of(name.begin(), name.end(), IsOfNames);
-}
-
 std::string InSmallLetters(std::string name)
 {
     for (char &c : name)
@@ -114,6 +108,12 @@ void CheckSeverity(const std::string &severity)
         known += (known.empty() ? "" : ", ") + name;
     throw host::Error("cannot use the severity " + Shortened(severity),
                       "there is none of that name", SeverityMeant(severity) + "use " + known);
+}
+
+bool IsLabelName(const std::string &name)
+{
+    return !name.empty() && name.size() <= kMaxLabelName && (name[0] < '0' || name[0] > '9') &&
+           std::all_of(name.begin(), name.end(), IsOfNames);
 }
 
 void CheckLabel(const std::string &name, const std::string &value)
@@ -248,9 +248,11 @@ Labels SplitLabels(const std::string &text)
     Labels labels;
     for (size_t at = 0; at < text.size();) {
         const size_t end = std::min(text.find('\n', at), text.size());
-        const size_t sign = text.find('=', at);
-        if (sign < end)
-            labels[text.substr(at, sign - at)] = text.substr(sign + 1, end - sign - 1);
+        // Within the line alone: what others have sent may be many lines without a sign.
+        const std::string line = text.substr(at, end - at);
+        const size_t sign = line.find('=');
+        if (sign != std::string::npos)
+            labels[line.substr(0, sign)] = line.substr(sign + 1);
         at = end + 1;
     }
     return labels;

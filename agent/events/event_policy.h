@@ -61,7 +61,8 @@ struct EventPolicy {
 // wants none leaves it out.
 void CheckSeverity(const std::string &severity);
 void CheckLabel(const std::string &name, const std::string &value);
-void CheckLabels(const Labels &labels); // how many there are, and their names together
+bool IsLabelName(const std::string &name); // does not throw
+void CheckLabels(const Labels &labels);    // how many there are, and their names together
 void CheckSummary(const std::string &summary);
 void CheckRunbookUrl(const std::string &url);
 

@@ -8,6 +8,7 @@
 #include "agent/events/events.h"
 #include "agent/host/error.h"
 #include "agent/text/times.h"
+#include "platform/contract.h"
 
 namespace fleet {
 
@@ -17,6 +18,8 @@ using nlohmann::json;
 
 // Bytes of one text. What a sender of this version has to say is far shorter.
 constexpr size_t kMaxText = 64 * size_t{1024};
+// A word of the line. What is no UTF-8 in it was sent as characters of three bytes.
+constexpr size_t kMaxWord = size_t{3} * kLineMax;
 constexpr size_t kMaxLabels = 64;
 // A count beyond it is none: sums of them must not overflow.
 constexpr int64_t kMaxNumber = int64_t{1} << 48;
@@ -34,12 +37,12 @@ bool MayBeInKey(unsigned char c)
                       "see which version of syslogmon its host runs");
 }
 
-std::string Text(const json &object, const char *name)
+std::string Text(const json &object, const char *name, size_t most = kMaxText)
 {
     const auto found = object.find(name);
     if (found == object.end())
         return {};
-    if (!found->is_string() || found->get_ref<const std::string &>().size() > kMaxText)
+    if (!found->is_string() || found->get_ref<const std::string &>().size() > most)
         Refuse(std::string(name) + " is no text, or too long");
     return found->get<std::string>();
 }
@@ -68,8 +71,14 @@ events::Labels LabelsOf(const json &object)
         return labels;
     if (!found->is_object() || found->size() > kMaxLabels)
         Refuse("labels are no labels, or too many");
-    for (const auto &[name, value] : found->items())
+    for (const auto &[name, value] : found->items()) {
+        if (!events::IsLabelName(name))
+            Refuse("the name of a label is none");
         labels[name] = Text(*found, name.c_str());
+        // In the store a label is a line. Longer ones than an event may have are sound: the monitor's own name files.
+        if (labels[name].find('\n') != std::string::npos)
+            Refuse("the label " + name + " has more than one line");
+    }
     return labels;
 }
 
@@ -124,9 +133,9 @@ alerts::Alert ParseAlert(const std::string &text)
     alert.event_id = events::ParseEventId(Text(object, "event_id"));
     alert.count = Number(object, "count");
     alert.message = Text(object, "message");
-    alert.line_host = Text(object, "line_host");
-    alert.program = Text(object, "program");
-    alert.own_time = Text(object, "own_time");
+    alert.line_host = Text(object, "line_host", kMaxWord);
+    alert.program = Text(object, "program", kMaxWord);
+    alert.own_time = Text(object, "own_time", kMaxWord);
     alert.severity = Text(object, "severity");
     if (!alert.severity.empty())
         events::CheckSeverity(alert.severity);

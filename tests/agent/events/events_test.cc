@@ -85,6 +85,22 @@ TEST(EventId, IsShownInCapitalsWithoutLeadingZeros)
     EXPECT_EQ("FFFFFFFF", events::FormatEventId(0xFFFFFFFF));
 }
 
+// ---- labels ----
+
+TEST(Labels, AreReadAsTheyWereWritten)
+{
+    const events::Labels labels = {{"site", "b=c"}, {"team", "storage"}};
+    EXPECT_EQ(labels, events::SplitLabels(events::JoinLabels(labels)));
+    EXPECT_EQ(labels, events::SplitLabels("none\n" + events::JoinLabels(labels) + "none"));
+}
+
+// A look at all that follows, for each of these lines, would outlast the test's limit.
+TEST(Labels, AreReadLineByLineHoweverManyLinesHaveNone)
+{
+    const std::string lines(size_t{8} << 20U, '\n');
+    EXPECT_EQ((events::Labels{{"team", "storage"}}), events::SplitLabels(lines + "team=storage\n"));
+}
+
 // ---- what the monitor could not use ----
 
 TEST(EventCheck, TakesTheWholeRangeOfEachValue)

@@ -8,6 +8,7 @@
 #include "agent/fleet/wire_alert.h"
 #include "agent/host/here_and_now.h"
 #include "agent/sinks/alert_json.h"
+#include "platform/contract.h"
 #include "tests/agent/host/faults.h"
 #include "tests/agent/support/host_test.h"
 
@@ -112,6 +113,25 @@ TEST_F(LedgerTest, AnAlertIsTheSameAsInItsOwnStoreInEachOfItsFields)
     stored.id = alert.id;
     EXPECT_EQ(BodyOf(alert), BodyOf(stored));
     EXPECT_EQ(alerts::BytesOf(all[0]), alerts::BytesBetween(test::Store().database(), 0, 10));
+}
+
+// Otherwise a host could fill the disk within the limit of the store.
+TEST_F(LedgerTest, EachTextThatAHostSendsCountsForTheLimitOfTheStore)
+{
+    constexpr int64_t kSize = 2000;
+    int64_t id = 0;
+    for (std::string Alert::*text :
+         {&Alert::log_name, &Alert::message, &Alert::line_host, &Alert::program, &Alert::own_time,
+          &Alert::summary, &Alert::runbook_url, &Alert::value, &Alert::terms}) {
+        Alert alert = AlertOfHost("a", ++id);
+        alert.*text = std::string(kSize, 't');
+        Take({{"uuid", BodyOf(alert), id - 1, 0}});
+        host::Database &database = test::Store().database();
+        const Alert stored = alerts::ReadAlerts(database, 0, 0, 100).back();
+        const int64_t bytes = alerts::BytesBetween(database, stored.id - 1, stored.id);
+        EXPECT_GT(bytes, kSize) << id;
+        EXPECT_EQ(bytes, alerts::BytesOf(stored)) << id;
+    }
 }
 
 TEST_F(LedgerTest, WhatIsKnownIsDroppedByTheNumberOfItsHost)
@@ -557,7 +577,21 @@ TEST_F(LedgerTest, TextsThatAreNoAlertsAreRefusedWithTheirFault)
     expect(R"("1A2B")", R"("zz")", "event ID");
     expect(R"("count":1)", R"("count":1,"severity":"loud")", "severity");
     expect(R"("count":1)", R"("count":1,"labels":[])", "labels");
+    expect(R"("count":1)", R"("count":1,"labels":{"a\nb":"c"})", "the name of a label is none");
+    expect(R"("count":1)", R"("count":1,"labels":{"a":"b\nc=d"})",
+           "label a has more than one line");
     expect(R"("count":1)", R"("count":1,"reports":3)", "last_time is no time");
+    // Of a long path, which the monitor of a host tells of.
+    EXPECT_EQ("no error", refusal(R"("count":1)", R"("count":1,"labels":{"about":")" +
+                                                      std::string(4000, '/') + R"("})"));
+    for (const char *word : {"line_host", "program", "own_time"}) {
+        const auto with = [&](size_t size) {
+            return refusal(R"("count":1)", R"("count":1,")" + std::string(word) + R"(":")" +
+                                               std::string(size, 'w') + R"(")");
+        };
+        EXPECT_EQ("no error", with(kLineMax));
+        EXPECT_NE(std::string::npos, with(60'000).find("too long")) << word;
+    }
     const std::string deep = std::string(200000, '[') + std::string(200000, ']');
     EXPECT_NE("no error", test::ErrorOf([&] { fleet::ParseAlert(deep); }));
 }
