@@ -306,6 +306,15 @@ std::vector<Alert> NewestOfEachKind(host::Database &database, int64_t up_to, int
     return AlertsOf(select);
 }
 
+namespace {
+
+// Series of which no alert is left are kept as well, the newest: whether an alert that a receiver had last was this store's
+// own is known by its key alone. A life of the daemon makes one of them, and each alert of the monitor about itself two at
+// most. They take half a megabyte.
+constexpr int64_t kSeriesKept = 10000;
+
+} // namespace
+
 // What is noted of them as undelivered goes with them by its foreign key.
 void RemoveAlerts(host::Store &store, int64_t up_to)
 {
@@ -317,8 +326,10 @@ void RemoveAlerts(host::Store &store, int64_t up_to)
         host::Statement(database, "DELETE FROM key_series WHERE first_alert < (SELECT"
                                   " max(first_alert) FROM key_series WHERE first_alert <= min(?1,"
                                   " (SELECT ifnull(min(planned_id), ?1) FROM delivery"
-                                  " WHERE planned_id > 0)))")
-            .Run(up_to + 1);
+                                  " WHERE planned_id > 0)))"
+                                  " AND first_alert < (SELECT first_alert FROM key_series"
+                                  " ORDER BY first_alert DESC LIMIT 1 OFFSET ?2)")
+            .Run(up_to + 1, kSeriesKept - 1);
     });
 }
 

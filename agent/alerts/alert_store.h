@@ -133,7 +133,7 @@ int64_t BeforeNewest(host::Database &database, const AlertFilter &filter, int64_
 // The id of the newest alert that ever was, 0 when there was none yet; it may be removed by now.
 int64_t NewestAlertId(host::Database &database);
 
-// The key of an alert by its id, whether it is kept or not.
+// The key of an alert by its id, whether it is kept or not. Of one that left the store very long ago it is "/ID".
 std::string KeyOf(host::Database &database, int64_t id);
 
 // The id of the oldest alert that is kept; the one after the newest when none is. So the ids that

@@ -168,9 +168,8 @@ int64_t NatsSink::LastTaken(host::Database &database, const Delivery &noted)
     Connected().Check(status, "ask for the last alert of this host");
     const std::string key = HeaderOf(found, kKeyHeader);
     const int64_t id = IdOfKey(key);
-    // Of an alert that left the store long ago, the key may be known by its ID alone.
-    const std::string own = alerts::KeyOf(database, id);
-    if (id <= 0 || id > alerts::NewestAlertId(database) || (own[0] != '/' && own != key))
+    // Also of an alert that has left the store. By its number alone, one of a copy could pass for it.
+    if (id <= 0 || id > alerts::NewestAlertId(database) || alerts::KeyOf(database, id) != key)
         TellOfCopy(key);
     sequence_ = strtoull(HeaderOf(found, JSSequence).c_str(), nullptr, 10);
     return id;

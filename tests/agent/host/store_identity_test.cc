@@ -44,6 +44,22 @@ class StoreIdentity : public test::RootTest {
             keys.push_back(alert.key);
         return keys;
     }
+    // As if each of these alerts had been the first one of a life.
+    static void AddSeries(Store &store, int64_t first, int64_t last)
+    {
+        store.Write([&](host::Database &database) {
+            host::Statement(database, "WITH RECURSIVE n (i) AS (SELECT ?1 UNION ALL"
+                                      " SELECT i + 1 FROM n WHERE i < ?2)"
+                                      " INSERT INTO key_series SELECT i, 'series ' || i FROM n")
+                .Run(first, last);
+        });
+    }
+    static int64_t CountSeries(Store &store)
+    {
+        host::Statement count(store.database(), "SELECT count(*) FROM key_series");
+        count.Start();
+        return count.Next() ? count.Integer(0) : -1;
+    }
     // In a life of its own, as a daemon stores it.
     std::vector<std::string> AddInALife() const
     {
@@ -204,18 +220,29 @@ TEST_F(StoreIdentity, ALifeWhoseFirstPassWasRolledBackHasItsKeysAllTheSame)
     EXPECT_EQ(store.series() + "/2", KeysOf(store).at(1));
 }
 
-TEST_F(StoreIdentity, SeriesOfWhichNoAlertIsLeftAreForgotten)
+// By it, what a receiver had last is told from an alert of a copy with the same number.
+TEST_F(StoreIdentity, TheKeyOfAnAlertThatHasLeftTheStoreIsKnown)
 {
     for (int life = 0; life < 5; ++life)
         AddInALife();
     Store store(Path());
     const auto all = KeysOf(store);
-    alerts::RemoveAlerts(store, 3);
-    EXPECT_EQ((std::vector<std::string>{all[3], all[4]}), KeysOf(store));
-    host::Statement count(store.database(), "SELECT count(*) FROM key_series");
-    count.Start();
-    ASSERT_TRUE(count.Next());
-    EXPECT_EQ(2, count.Integer(0));
+    alerts::RemoveAlerts(store, 4);
+    EXPECT_EQ((std::vector<std::string>{all[4]}), KeysOf(store));
+    for (int64_t id = 1; id <= 5; ++id)
+        EXPECT_EQ(all.at(static_cast<size_t>(id - 1)), alerts::KeyOf(store.database(), id));
+}
+
+TEST_F(StoreIdentity, OfSeriesOfWhichNoAlertIsLeftTheNewestAreKept)
+{
+    AddInALife();
+    Store store(Path());
+    AddSeries(store, 2, 10100);
+    alerts::RemoveAlerts(store, 49);
+    EXPECT_EQ(10100 - 49, CountSeries(store)) << "none in which an alert may be left";
+    alerts::RemoveAlerts(store, 10100);
+    EXPECT_EQ(10000, CountSeries(store));
+    EXPECT_EQ("series 10100/10100", alerts::KeyOf(store.database(), 10100));
 }
 
 // It tells of all alerts up to one, and is tried again under the key of that one, which may have left the store.
@@ -225,6 +252,7 @@ TEST_F(StoreIdentity, TheKeyOfAMessageThatIsUnderWayStays)
         AddInALife();
     Store store(Path());
     const std::string key = alerts::KeyOf(store.database(), 2);
+    AddSeries(store, 6, 11000); // so many that not all are kept
     store.Write([](host::Database &database) {
         host::Statement(database, "INSERT INTO reg_key (parent, name) VALUES (0, 'sink')").Run();
         host::Statement(database, "INSERT INTO delivery (sink, peer, last_id, delivered, dropped,"

@@ -145,8 +145,10 @@ void NatsServer::Say(int client, const Answer &answer, const std::string &to)
     for (const auto &[subject, number] : subscriptions_) {
         if (!Matches(subject, to))
             continue;
-        const std::string head =
-            answer.status.empty() ? "" : "NATS/1.0 " + answer.status + "\r\n\r\n";
+        const std::string status = answer.status.empty() ? "" : " " + answer.status;
+        const std::string head = status.empty() && answer.headers.empty()
+                                     ? ""
+                                     : "NATS/1.0" + status + "\r\n" + answer.headers + "\r\n";
         const std::string size = std::to_string(head.size() + answer.body.size());
         const std::string reply = answer.reply.empty() ? "" : answer.reply + " ";
         const std::string said = (answer.subject.empty() ? to : answer.subject) + " " + number;

@@ -28,6 +28,7 @@ struct Answer {
     std::string refusal = ""; // instead of all of it: an error beside all requests
     std::string to = "";      // who is to hear it; empty: who has asked
     std::string subject = ""; // that it has; empty: the one to which it is said
+    std::string headers = ""; // "Name: value\r\n" for each
 
     static Answer NobodyIsThere() { return {"", "", "503"}; }
     static Answer Refused(const std::string &subject)
