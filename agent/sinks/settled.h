@@ -3,8 +3,10 @@
 #ifndef AGENT_SINKS_SETTLED_H
 #define AGENT_SINKS_SETTLED_H
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace sinks {
@@ -16,9 +18,12 @@ class Settled {
   public:
     using Clock = std::chrono::steady_clock;
 
-    // It has all up to this alert at this moment. Moments ascend; of those within ten seconds one is kept.
+    // It has all up to this alert at this moment. Moments ascend; of those within ten seconds one is kept. An alert before
+    // the last one that was noted: it has lost what lies between them, and is sent it again.
     void Note(Clock::time_point now, int64_t last_id)
     {
+        if (last_id < newest_)
+            Lose(now, last_id);
         if (notes_.empty() || now - notes_.back().at >= kBetween)
             notes_.push_back({now, last_id});
         newest_ = last_id;
@@ -31,7 +36,8 @@ class Settled {
     {
         const bool is_known = !notes_.empty() && now - notes_.front().at >= kSettlingTime;
         const int64_t settled = is_known ? notes_.front().last_id : 0;
-        return settled >= newest_ ? INT64_MAX : settled;
+        const bool has_lost_lately = lost_at_ && now - *lost_at_ < kSettlingTime;
+        return settled >= newest_ && !has_lost_lately ? INT64_MAX : settled;
     }
 
   private:
@@ -40,8 +46,18 @@ class Settled {
         Clock::time_point at;
         int64_t last_id;
     };
+
+    // What it had behind this alert may be in no other place than the store.
+    void Lose(Clock::time_point now, int64_t last_id)
+    {
+        for (Moment &note : notes_)
+            note.last_id = std::min(note.last_id, last_id);
+        lost_at_ = now;
+    }
+
     std::vector<Moment> notes_; // the first is as old as the settling time, when there is one
     int64_t newest_ = 0;
+    std::optional<Clock::time_point> lost_at_; // when it was noticed last
 };
 
 } // namespace sinks

@@ -31,6 +31,35 @@ TEST(Settled, WhatIsWaitingForItsFirstDeliveryHoldsUpNothing)
     EXPECT_EQ(INT64_MAX, settled.UpTo(kStart + minutes(30)));
 }
 
+// Its servers have lost their disks: what they are sent again is in the store alone until they have it.
+TEST(Settled, WhatTheReceiverHasLostStaysWhileItIsSentAgain)
+{
+    Settled settled;
+    settled.Note(kStart, 10);
+    settled.Note(kStart + minutes(11), 30);
+    EXPECT_EQ(10, settled.UpTo(kStart + minutes(11)));
+    settled.Note(kStart + minutes(12), 5);
+    EXPECT_EQ(5, settled.UpTo(kStart + minutes(12)));
+    settled.Note(kStart + minutes(15), 25);
+    EXPECT_EQ(5, settled.UpTo(kStart + minutes(15)));
+    settled.Note(kStart + minutes(24), 30);
+    EXPECT_EQ(5, settled.UpTo(kStart + minutes(24)));
+    settled.Note(kStart + minutes(26), 30);
+    EXPECT_EQ(25, settled.UpTo(kStart + minutes(26)));
+}
+
+// Then they are down, and what waits for them is as what waits for any other receiver.
+TEST(Settled, WhatTheReceiverHasLostAndIsNotSentAgainInTimeHoldsUpNothing)
+{
+    Settled settled;
+    settled.Note(kStart, 10);
+    settled.Note(kStart + minutes(11), 5);
+    settled.Note(kStart + minutes(20), 5);
+    EXPECT_EQ(5, settled.UpTo(kStart + minutes(20)));
+    settled.Note(kStart + minutes(22), 5);
+    EXPECT_EQ(INT64_MAX, settled.UpTo(kStart + minutes(22)));
+}
+
 TEST(Settled, ManyDeliveriesAreRememberedInSteps)
 {
     Settled settled;
