@@ -112,10 +112,11 @@ bool ReadOne(const HostReader &reader, Missing *missing, Some *some)
 bool LookBack(const nats::Connection &connection, const std::string &stream, Missing *missing,
               const Give &give)
 {
-    const auto until = steady_clock::now() + kLookFor;
     const HostReader reader(connection, stream, *missing);
     Some some(give);
     bool is_over = !reader.HasMessages();
+    // From here on: servers that are slow to make a reader would be asked for ever, and nothing read.
+    const auto until = steady_clock::now() + kLookFor;
     try {
         while (!is_over && steady_clock::now() < until)
             is_over = ReadOne(reader, missing, &some);

@@ -17,7 +17,8 @@ namespace fleet {
 
 using Give = std::function<void(const std::vector<Arrived> &some)>;
 
-// Gives what the stream has of the missing host's messages, some at a time, for a second at most, and then what it has read.
+// Gives what the stream has of the missing host's messages, some at a time, for a second at most once the servers have made a
+// reader, and then what it has read.
 // Returns whether that was all. If not, `missing` begins behind it, to go on with. Throws host::Error when the servers fail,
 // and has given what came before that.
 bool LookBack(const nats::Connection &connection, const std::string &stream, Missing *missing,

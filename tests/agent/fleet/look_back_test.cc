@@ -39,6 +39,7 @@ class LookBackTest : public testing::Test {
     std::vector<size_t> given_;    // how many at a time
     std::vector<int64_t> seconds_; // of those that were given
     std::function<void()> on_given_;
+    std::chrono::milliseconds reader_made_in_{0};
     std::vector<std::string> asked_;
 
   private:
@@ -64,6 +65,7 @@ class LookBackTest : public testing::Test {
                 {R"({"type":"io.nats.jetstream.api.v1.consumer_delete_response","success":true})"}};
         if (!said.subject.starts_with("$JS.API.CONSUMER.CREATE."))
             return {};
+        std::this_thread::sleep_for(reader_made_in_);
         config_ = nlohmann::json::parse(said.body)["config"];
         Answers answers{{Reader(config_)}};
         for (size_t i = 0; i + unsaid_ < stored_.size(); ++i) {
@@ -126,6 +128,14 @@ TEST_F(LookBackTest, EndsBehindASecondAndGoesOnLaterWhereItWas)
     EXPECT_FALSE(Look());
     EXPECT_EQ(500U, seconds_.size());
     EXPECT_EQ(kSinceMs + 7000, missing_.since_ms);
+}
+
+TEST_F(LookBackTest, ReadsAlsoWhatServersGiveThatTakeLongToMakeAReader)
+{
+    Store({1, 2, 3});
+    reader_made_in_ = std::chrono::milliseconds(1100);
+    EXPECT_TRUE(Look());
+    EXPECT_EQ((std::vector<int64_t>{1, 2, 3}), seconds_);
 }
 
 TEST_F(LookBackTest, LeavesNoReaderBehind)
