@@ -86,9 +86,10 @@ void WriteGroups(host::Database &database, const std::vector<GroupState> &groups
     for (const GroupState &group : groups)
         host::Statement(database,
                         "INSERT INTO fleet_group (name, created, revision, is_canary, value,"
-                        " stored_ms) VALUES (?, ?, ?, ?, ?, ?)")
+                        " stored_ms, ended_revision, ended_ms) VALUES (?, ?, ?, ?, ?, ?, ?, ?)")
             .Run(group.name, group.created, static_cast<int64_t>(group.revision),
-                 static_cast<int64_t>(group.is_canary), group.value, group.stored_ms);
+                 static_cast<int64_t>(group.is_canary), group.value, group.stored_ms,
+                 static_cast<int64_t>(group.ended_revision), group.ended_ms);
 }
 
 rules::RulesChange Compare(host::Store &store, host::RegistryTree &registry, const Offered &offered)
@@ -118,13 +119,15 @@ std::vector<std::string> LocalNames(const rules::RulesChange &change)
 std::vector<GroupState> ReadGroups(host::Store &store)
 {
     return store.Read([](host::Database &database) {
-        host::Statement read(database, "SELECT name, created, revision, is_canary, value, stored_ms"
-                                       " FROM fleet_group ORDER BY name");
+        host::Statement read(database,
+                             "SELECT name, created, revision, is_canary, value, stored_ms,"
+                             " ended_revision, ended_ms FROM fleet_group ORDER BY name");
         read.Start();
         std::vector<GroupState> groups;
         while (read.Next())
             groups.push_back({read.Text(0), read.Integer(1), static_cast<uint64_t>(read.Integer(2)),
-                              read.Integer(3) != 0, read.Text(4), read.Integer(5)});
+                              read.Integer(3) != 0, read.Text(4), read.Integer(5),
+                              static_cast<uint64_t>(read.Integer(6)), read.Integer(7)});
         return groups;
     });
 }

@@ -29,6 +29,9 @@ struct GroupState {
     std::string value; // see group_files.h
     int64_t stored_ms =
         0; // since 1970, by the servers' clock; 0: not known, as of files that an older version has taken
+    // Of the word that what was tried before these files was taken back, likewise; 0: there is none.
+    uint64_t ended_revision = 0;
+    int64_t ended_ms = 0;
 
     // Also by its value: servers that came back with an older disk number other files the same.
     [[nodiscard]] bool IsSameAs(const GroupState &other) const

@@ -37,10 +37,17 @@ std::string CheckEvery(const std::string &value)
     return sinks::CheckRange(value, 1, 3600, "seconds");
 }
 
+bool HaveSameFiles(const std::vector<GroupState> &one, const std::vector<GroupState> &other)
+{
+    return std::ranges::equal(
+        one, other, [](const GroupState &a, const GroupState &b) { return a.IsSameAs(b); });
+}
+
 bool AreSame(const std::vector<GroupState> &one, const std::vector<GroupState> &other)
 {
-    return std::equal(one.begin(), one.end(), other.begin(), other.end(),
-                      [](const GroupState &a, const GroupState &b) { return a.IsSameAs(b); });
+    return HaveSameFiles(one, other) &&
+           std::ranges::equal(one, other, {}, &GroupState::ended_revision,
+                              &GroupState::ended_revision);
 }
 
 const GroupState *Find(const std::vector<GroupState> &groups, const std::string &name)
@@ -323,10 +330,14 @@ void Member::TakeIfNew()
         if (taken.changes > 0)
             TRACE(TRACE_NOTABLE, "The rules of the fleet have changed: %zu changes.",
                   taken.changes);
+        // The word alone that a trial is over, which all hosts of the group hear at once, changes nothing of what they say.
+        const bool is_shown =
+            !refusal_.empty() || taken.local != local_ || !HaveSameFiles(taken_, wanted);
         taken_ = std::move(wanted);
         local_ = taken.local;
         refusal_.clear();
-        status_due_ = {};
+        if (is_shown)
+            status_due_ = {};
     } catch (const host::StoreError &) {
         throw;
     } catch (const host::Error &error) {

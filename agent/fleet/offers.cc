@@ -33,8 +33,11 @@ void Offers::TakeBucket(int64_t created, const std::vector<GroupState> &taken)
     created_ = created;
     newest_.clear();
     for (const GroupState &group : taken) {
-        if (group.created == created)
-            Take(ValueOf(group));
+        if (group.created != created)
+            continue;
+        Take(ValueOf(group));
+        if (group.ended_revision != 0)
+            Take({CanaryKey(group.name), group.ended_revision, true, group.ended_ms, ""});
     }
 }
 
@@ -66,6 +69,15 @@ std::optional<GroupState> Offers::Wanted(const std::string &group) const
     const auto state_of = [&](const KeyValue &value, bool is_canary) {
         return GroupState{group, created_, value.revision, is_canary, value.value, value.stored_ms};
     };
+    // With it, a server that is behind cannot show behind a start what was taken back.
+    const auto with_end = [&](GroupState state) {
+        const auto canary = newest_.find(CanaryKey(group));
+        if (canary != newest_.end() && canary->second.is_deleted) {
+            state.ended_revision = canary->second.revision;
+            state.ended_ms = canary->second.stored_ms;
+        }
+        return state;
+    };
     const KeyValue *canary = Find(CanaryKey(group));
     const KeyValue *all = Find(AllKey(group));
     // Of servers with an older disk, the files of all have a smaller number and were stored later.
@@ -73,7 +85,7 @@ std::optional<GroupState> Offers::Wanted(const std::string &group) const
                           (all == nullptr || (IsNewer(*canary, *all) && !IsNewer(*all, *canary)));
     if (is_tried && NumberOf(group, uuid_) < ParseGroup(group, canary->value).below)
         return state_of(*canary, true);
-    return all != nullptr ? std::optional(state_of(*all, false)) : std::nullopt;
+    return all != nullptr ? std::optional(with_end(state_of(*all, false))) : std::nullopt;
 }
 
 } // namespace fleet

@@ -2,7 +2,7 @@
 //
 // Each server may answer, also one that is behind the others. So what was seen last is not what is newest: a value counts
 // when it is newer than the one that counted before. What this host has taken is the first of them, whatever a server
-// shows after a connection or a start.
+// shows after a connection or a start, and with it the word that what was tried is taken back.
 //
 //   another bucket of that name        it begins its numbers again; nothing of the one before counts
 //   a greater revision                 newer

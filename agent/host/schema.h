@@ -19,6 +19,7 @@
 //   16       fleet_place: stored_ns
 //   17       fleet_group: stored_ms
 //   18       fleet_hole; fleet_host: stored_ms, late
+//   19       fleet_group: ended_revision, ended_ms
 //
 // The version is SQLite's user_version. A store of a newer version is refused: an older program
 // would write what the newer one does not understand.

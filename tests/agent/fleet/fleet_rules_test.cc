@@ -128,6 +128,8 @@ TEST_F(FleetRules, FilesOfSeveralGroupsAreTakenTogetherOrNotAtAll)
 {
     GroupState web = Group("web", kDisk);
     web.stored_ms = 1795000000001;
+    web.ended_revision = 3;
+    web.ended_ms = 1795000000002;
     Take({web, Group("db", "events: [{source: DB, id: 1, keywords: [a]}]\n")});
     EXPECT_EQ((Strings{"DISK 1 I/O error", "DB 1 a"}), Events());
     EXPECT_EQ("web/a.yaml:1:10: cannot use event \"DISK\" 1", test::ErrorOf([&] {
@@ -137,6 +139,8 @@ TEST_F(FleetRules, FilesOfSeveralGroupsAreTakenTogetherOrNotAtAll)
     ASSERT_EQ(2U, fleet::ReadGroups(test::Store()).size());
     EXPECT_TRUE(fleet::ReadGroups(test::Store())[1].IsSameAs(web));
     EXPECT_EQ(web.stored_ms, fleet::ReadGroups(test::Store())[1].stored_ms);
+    EXPECT_EQ(web.ended_revision, fleet::ReadGroups(test::Store())[1].ended_revision);
+    EXPECT_EQ(web.ended_ms, fleet::ReadGroups(test::Store())[1].ended_ms);
 }
 
 // One of each kind; all the rest of the file is sound.

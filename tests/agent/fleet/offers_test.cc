@@ -95,6 +95,24 @@ TEST_F(OffersTest, WhatWasTriedIsTakenBackByWhatIsNewerAlone)
     EXPECT_EQ(5U, Wanted());
 }
 
+TEST_F(OffersTest, WhatWasTakenBackDoesNotComeBackWithAStart)
+{
+    Begin();
+    offers_.Take(All(10));
+    offers_.Take(Canary(11));
+    EXPECT_EQ(11U, Wanted());
+    offers_.Take(Canary(12, true));
+    const auto taken = offers_.Wanted("web");
+    ASSERT_TRUE(taken);
+    EXPECT_EQ(10U, taken->revision);
+    offers_ = Offers(kUuid);
+    Begin({*taken});
+    EXPECT_FALSE(offers_.Take(Canary(11)));
+    EXPECT_EQ(10U, Wanted());
+    EXPECT_TRUE(offers_.Take(Canary(13)));
+    EXPECT_EQ(13U, Wanted());
+}
+
 TEST_F(OffersTest, ACanaryEndsWithTheNextFilesOfAllAlsoWhereItIsStillShown)
 {
     Begin({TakenState(9)});

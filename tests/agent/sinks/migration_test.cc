@@ -59,7 +59,7 @@ TEST_F(MigrationTest, AStoreOfTheFirstVersionKeepsItsAlertsAndItsIdentity)
     const std::string uuid = test::Store().uuid();
     GoBack();
     test::StartHost(Layout(), host::Role::kCommand);
-    EXPECT_EQ(18, Version());
+    EXPECT_EQ(19, Version());
     EXPECT_EQ(uuid, test::Store().uuid());
     EXPECT_EQ(5U, alerts::ReadAlerts(test::Store().database(), 0, 0, 100).size());
     EXPECT_EQ(std::string("value\0", 6), test::TreeValue("SOFTWARE\\X", "name")->data);
@@ -71,7 +71,7 @@ TEST_F(MigrationTest, AlertsOfTheThirdVersionKeepTheirKeysAndNewOnesGetOthers)
     const std::string uuid = test::Store().uuid();
     GoBackToTheThird();
     test::StartHost(Layout(), host::Role::kCommand);
-    EXPECT_EQ(18, Version());
+    EXPECT_EQ(19, Version());
     Store(1);
     const auto stored = Alerts();
     ASSERT_EQ(3U, stored.size());
