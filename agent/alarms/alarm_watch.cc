@@ -20,16 +20,12 @@ constexpr char kUnit[] = "alarms";
 constexpr std::chrono::seconds kLongestPause{30};
 constexpr std::chrono::seconds kShortestPause{1};
 
-// Another process may hold the store's lock. The next look comes anyway.
-constexpr int kPatienceMs = 10'000;
-
 } // namespace
 
 AlarmWatch::AlarmWatch(AlarmWatchOptions options)
     : options_(std::move(options)), store_(options_.store), registry_(store_), book_(store_)
 {
     host::Patience patience;
-    patience.milliseconds = kPatienceMs;
     patience.leave = [this] { return stops_.load(); };
     store_.SetWait(std::move(patience));
     thread_ = std::thread([this] { Run(); });

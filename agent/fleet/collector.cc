@@ -136,7 +136,6 @@ void Collector::Collect()
     if (!store_) {
         store_.emplace(options_.layout.Store());
         host::Patience patience;
-        patience.milliseconds = 60 * 1000;
         patience.leave = [this] { return StopRequested(); };
         store_->SetWait(patience);
     }

@@ -217,7 +217,6 @@ void Member::OpenStore()
     registry_.reset();
     store_.emplace(options_.layout.Store());
     host::Patience patience;
-    patience.milliseconds = 60 * 1000;
     patience.leave = [bell = bell_] { return bell->IsStopped(); };
     store_->SetWait(patience);
     registry_.emplace(*store_);
