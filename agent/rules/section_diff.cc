@@ -268,7 +268,7 @@ bool IsSameSilence(const policy::Silence &in_file, const policy::Silence &stored
     policy::Silence same = stored;
     same.number = in_file.number;
     same.is_from_file = in_file.is_from_file;
-    same.is_from_fleet = in_file.is_from_fleet;
+    same.is_from_fleet = in_file.is_from_fleet; // only those of the file's owner are compared
     if (in_file.begin_s == 0)
         same.begin_s = 0;
     if (in_file.author.empty())
@@ -307,7 +307,11 @@ void SectionComparison::EndSilence(const policy::Silence &silence)
 void SectionComparison::TakeSilences(const std::vector<SilenceEntry> &entries)
 {
     std::vector<policy::Silence> stored = policy::ReadSilences(registry_);
-    std::erase_if(stored, [&](const auto &silence) { return silence.IsOver(options_.now_s); });
+    // One that both have is there twice, so that each can drop his own.
+    std::erase_if(stored, [&](const auto &silence) {
+        return silence.IsOver(options_.now_s) ||
+               silence.is_from_fleet != options_.owners.events.is_fleet;
+    });
     for (const SilenceEntry &entry : entries) {
         const auto same = std::find_if(stored.begin(), stored.end(), [&](const auto &silence) {
             return IsSameSilence(entry.silence, silence);
@@ -322,8 +326,6 @@ void SectionComparison::TakeSilences(const std::vector<SilenceEntry> &entries)
         }
     }
     for (const policy::Silence &silence : stored) {
-        if (silence.is_from_fleet != options_.owners.events.is_fleet)
-            continue;
         if (silence.is_from_file || options_.prune)
             EndSilence(silence);
         else

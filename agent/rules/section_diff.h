@@ -9,7 +9,7 @@
 //
 // A file of the fleet changes and removes what the fleet has brought. A setting that this host has set itself stays; one
 // that the fleet has set, and whose file no longer names it, takes its default. The host's own file leaves what the
-// fleet has set alone, unless it names it.
+// fleet has set alone, unless it names it. A silence that both files have is there twice.
 #ifndef AGENT_RULES_SECTION_DIFF_H
 #define AGENT_RULES_SECTION_DIFF_H
 

@@ -116,6 +116,22 @@ TEST_F(FleetRules, TheHostsOwnFileLeavesAloneWhatTheFleetHasBrought)
     EXPECT_EQ(1U, Silences());
 }
 
+TEST_F(FleetRules, ASilenceThatBothHaveStaysUntilNeitherHasIt)
+{
+    const std::string silence = "silences: [{source: DISK, every: sat}]\n";
+    Take(silence);
+    ApplyOwn(silence);
+    EXPECT_EQ(2U, Silences());
+    EXPECT_EQ(0U, Take(silence).changes);
+    Take(kDisk);
+    EXPECT_EQ(1U, Silences()) << "the host's own";
+    Take(silence);
+    ApplyOwn("silences: []\n");
+    EXPECT_EQ(1U, Silences()) << "the fleet's";
+    Take(kDisk);
+    EXPECT_EQ(0U, Silences());
+}
+
 TEST_F(FleetRules, WhatAPersonHasChangedOfTheFleetIsPutBackWithTheNextOne)
 {
     Take(kDisk);
