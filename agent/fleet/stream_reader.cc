@@ -180,8 +180,9 @@ std::optional<bool> StreamReader::HaveOther(uint64_t sequence, int64_t stored_ns
     const PlaceAnswer said = PlaceAnswerIn(found);
     if (said.is_there)
         return stored_ns != 0 && said.stored_ns != stored_ns;
+    // What cannot be read says nothing against it.
     if (!said.is_gone)
-        return std::nullopt;
+        return false;
     jsStreamInfo *told = nullptr;
     jsErrCode code{};
     connection_.Check(
@@ -191,10 +192,12 @@ std::optional<bool> StreamReader::HaveOther(uint64_t sequence, int64_t stored_ns
     return info->State.LastSeq < sequence;
 }
 
-void StreamReader::LookAtPlace()
+// Returns whether to go on. While nobody says what is at the place, what is delivered behind it may be under numbers that the
+// servers give anew, and then the next look would see nothing of that.
+bool StreamReader::LookAtPlace()
 {
     if (sequence_ == 0 || steady_clock::now() - place_seen_at_ < kLookAtPlace)
-        return;
+        return true;
     connection_.Flush(); // and tells when what was confirmed is refused
     const std::optional<bool> have_other = HaveOther(sequence_, sequence_stored_ns_);
     if (have_other.value_or(false))
@@ -202,8 +205,12 @@ void StreamReader::LookAtPlace()
                           "the servers have lost the message " + std::to_string(sequence_) +
                               ", which was taken, and give its number anew",
                           "nothing is to be done: what they have stored since is read again");
-    if (have_other)
-        place_seen_at_ = steady_clock::now();
+    if (!have_other) {
+        std::this_thread::sleep_for(kPause);
+        return false;
+    }
+    place_seen_at_ = steady_clock::now();
+    return true;
 }
 
 // `is_known`: the place is where it was.
@@ -252,9 +259,9 @@ void StreamReader::BeginBehind(const StreamPlace &place)
 
 uint64_t StreamReader::Read()
 {
-    LookAtPlace();
     messages_.clear();
-    Fetch();
+    if (LookAtPlace())
+        Fetch();
     if (messages_.empty()) {
         LookAfterSilence();
         return 0;

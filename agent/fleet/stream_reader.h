@@ -30,7 +30,8 @@ class StreamReader {
     // which is known. To be called once, before all that follows.
     void BeginBehind(const StreamPlace &place);
 
-    // Waits a moment for messages. Returns the sequence of the last one that has come; 0: none has.
+    // Waits a moment for messages. Returns the sequence of the last one that has come; 0: none has, or the servers do not say
+    // whether the one before is still where it was.
     uint64_t Read();
     // When the servers stored that one, in nanoseconds since 1970.
     [[nodiscard]] int64_t stored_ns() const { return sequence_stored_ns_; }
@@ -47,7 +48,7 @@ class StreamReader {
     void MakeStream();
     [[nodiscard]] bool IsAt(uint64_t sequence);
     [[nodiscard]] std::optional<bool> HaveOther(uint64_t sequence, int64_t stored_ns);
-    void LookAtPlace();
+    [[nodiscard]] bool LookAtPlace();
     void MakeReader(const StreamPlace &place, bool is_known);
     void ForgetReader();
     void Ask();
