@@ -203,6 +203,7 @@ TEST_F(SinkCommand, AFileThatAnInputReadsIsWarnedOfByWhateverComesLast)
     const std::string file = File("app.log").string();
     const std::string advice = ": an alert can report itself, again and again; use another file";
     ExpectDone({"sink", "add", "file", "loop", "path=" + file});
+    test::WriteFile(File("other.log"), "");
     test::WriteFile(file, "");
     EXPECT_NE(
         std::string::npos,
