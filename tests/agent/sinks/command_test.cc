@@ -65,6 +65,9 @@ TEST_F(SinkCommand, AMistypedKindOrOptionIsToldWithTheOneThatIsNear)
                                      .find("did you mean url? it takes url=URL"));
 }
 
+// An address sanitizer wants to be loaded before all others.
+constexpr char kAnyOrder[] = "ASAN_OPTIONS=verify_asan_link_order=0";
+
 // They lie in the place of the right one, as packages of two builds would have it.
 TEST_F(SinkCommand, WhatSendsSnmpOfAnotherBuildIsRefusedWithThePackageToUpgrade)
 {
@@ -82,9 +85,9 @@ TEST_F(SinkCommand, WhatSendsSnmpOfAnotherBuildIsRefusedWithThePackageToUpgrade)
     };
     for (const auto &[which, words] : rows) {
         const std::string library = std::string("LD_PRELOAD=") + OTHER_SNMP + which + "/snmp.so";
-        const test::Finished refused =
-            test::RunToEnd({"/usr/bin/env", library, SYSLOGMON, "--root", Root(), "sink", "add",
-                            "snmp", "trapd", "receiver=127.0.0.1", "community-file=" + secret});
+        const test::Finished refused = test::RunToEnd(
+            {"/usr/bin/env", library, kAnyOrder, SYSLOGMON, "--root", Root(), "sink", "add", "snmp",
+             "trapd", "receiver=127.0.0.1", "community-file=" + secret});
         EXPECT_EQ(1, refused.status) << which << refused.err;
         EXPECT_EQ(0U, refused.err.find("syslogmon: cannot make a sink of kind snmp: " + words))
             << refused.err;
