@@ -192,6 +192,8 @@ void Worker::Step()
     const std::vector<Message> batch = NextMessages();
     store_failing_ = false;
     if (batch.empty()) {
+        if (failing_ && place_)
+            Succeeded(); // it has said where it is; that it takes what it is sent, only an alert shows
         WaitForAlerts();
         return;
     }
@@ -206,8 +208,6 @@ void Worker::TakePlace()
         progress_->GoTo(place);
     place_ = place;
     look_at_ = Clock::now() + config_.kind->look(config_);
-    if (failing_)
-        Succeeded();
 }
 
 // Alerts as they are sent. The end of their being active is worked out here, when they are about to

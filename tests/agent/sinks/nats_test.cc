@@ -79,6 +79,7 @@ struct Memory {
     Strings sent;
     int64_t last_id = -1; // -1: as noted
     int64_t asked = 0;
+    bool is_full = false; // it says where it is, and takes nothing
 };
 Memory *memory;
 
@@ -96,6 +97,8 @@ class RememberingSink : public sinks::Sink {
     sinks::Outcome Send(std::span<const sinks::Message> messages, const sinks::Interrupt &) override
     {
         const std::lock_guard lock(memory->mutex);
+        if (memory->is_full)
+            return sinks::Failed("full");
         for (const sinks::Message &message : messages) {
             memory->last_id = message.alert.id;
             memory->sent.push_back(std::to_string(message.after) + " " +
@@ -201,6 +204,34 @@ TEST_F(PlaceTest, WhatHasLeftTheStoreUnsentIsCounted)
     StartWorker(6);
     ASSERT_TRUE(WaitSent(3));
     EXPECT_EQ((Strings{"2 7 -4", "7 8", "8 9"}), Sent());
+}
+
+TEST_F(PlaceTest, AReceiverThatSaysWhereItIsAndTakesNothingFailsUntilItTakesSomething)
+{
+    Store(1);
+    memory_.is_full = true;
+    StartWorker(0);
+    const auto error = [&] { return progress_->RowOf("").last_error; };
+    ASSERT_TRUE(test::Eventually([&] { return error() == "full"; }));
+    for (const int64_t asked = Asked(); Asked() < asked + 5;)
+        ASSERT_EQ("full", error());
+    {
+        const std::lock_guard lock(memory_.mutex);
+        memory_.is_full = false;
+    }
+    EXPECT_TRUE(test::Eventually([&] { return error().empty(); }));
+    EXPECT_EQ(Strings{"0 1"}, Sent());
+}
+
+TEST_F(PlaceTest, AReceiverIsWellWhenNothingIsLeftThatItCouldRefuse)
+{
+    Store(1);
+    memory_.is_full = true;
+    StartWorker(0);
+    const auto error = [&] { return progress_->RowOf("").last_error; };
+    ASSERT_TRUE(test::Eventually([&] { return error() == "full"; }));
+    alerts::RemoveAlerts(test::Store(), 1);
+    EXPECT_TRUE(test::Eventually([&] { return error().empty(); }));
 }
 
 TEST_F(PlaceTest, AlertsOfOtherHostsAreNotSentOn)
