@@ -5,6 +5,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <linux/capability.h>
+#include <set>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -880,6 +881,33 @@ TEST_F(FollowerTest, APatternWithoutAFileIsToldUntilThereIsOne)
     Settle();
     EXPECT_EQ(std::vector<std::string>{"one"}, Take());
     EXPECT_EQ(std::vector<std::string>{}, follower().Problems());
+}
+
+TEST_F(FollowerTest, OfMoreLogsThanABatchHasTurnsForTheOthersHaveTheirsInTheNext)
+{
+    StartWith("a.log", "");
+    for (char log = 'a'; log <= 'l'; ++log) {
+        const std::string line = LogLine(log + std::string(1000, 'x'));
+        std::string lines;
+        while (lines.size() < size_t{4} * 1024 * 1024)
+            lines += line;
+        Append(std::string{log} + ".log", lines);
+    }
+    std::set<char> read;
+    for (int i = 0; i < 3; ++i) {
+        Wait(std::chrono::seconds(1));
+        Step();
+        for (const std::string &message : Take())
+            read.insert(message[0]);
+    }
+    EXPECT_EQ(12U, read.size());
+}
+
+// One that has taken the name of a log since the folder was looked at.
+TEST_F(FollowerTest, APipeIsNotWaitedForWhenItIsOpened)
+{
+    ASSERT_EQ(0, mkfifo(Path("pipe.log").c_str(), 0600));
+    EXPECT_THROW(inputs::LogContent(Path("pipe.log")), host::Error);
 }
 
 TEST_F(FollowerTest, APipeAmongTheFilesIsNamedAndNotWaitedFor)

@@ -435,6 +435,25 @@ TEST_F(RenderingTest, TheClockLooksUpAnHourOnce)
     EXPECT_EQ(1, clock.work().calendars);
 }
 
+TEST_F(RenderingTest, AnotherZoneHoldsAlsoWithinAnHourThatWasLookedUp)
+{
+    const int64_t moment = 1795255200;
+    const int hour = clock_.At(moment).hour;
+    setenv("TZ", "X-7", 1);
+    clock_.LookUpZone();
+    EXPECT_NE(hour, clock_.At(moment).hour);
+}
+
+// In Adelaide, two o'clock in the morning is half past four in UTC.
+TEST_F(RenderingTest, ClocksCanBePutForwardInTheMiddleOfAnHour)
+{
+    setenv("TZ", "ACST-9:30ACDT,M10.1.0,M4.1.0/3", 1);
+    clock_.LookUpZone();
+    constexpr int64_t kChange = 1791045000;
+    EXPECT_EQ(1, clock_.At(kChange - 1).hour);
+    EXPECT_EQ(3, clock_.At(kChange).hour);
+}
+
 TEST(LineOrigin, IsTheHostAndTheProgramOfALine)
 {
     const auto origin = inputs::OriginOfLine("Nov 21 10:00:01 web07 sshd[77]: Accepted");

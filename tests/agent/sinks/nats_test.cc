@@ -153,6 +153,14 @@ class PlaceTest : public test::SinkTest {
         const std::lock_guard lock(memory->mutex);
         return memory->sent;
     }
+    std::string Error() { return progress_->RowOf("").last_error; }
+    void StartWithFullReceiver()
+    {
+        Store(1);
+        memory_.is_full = true;
+        StartWorker(0);
+        ASSERT_TRUE(test::Eventually([&] { return Error() == "full"; }));
+    }
     static int64_t Asked()
     {
         const std::lock_guard lock(memory->mutex);
@@ -208,30 +216,22 @@ TEST_F(PlaceTest, WhatHasLeftTheStoreUnsentIsCounted)
 
 TEST_F(PlaceTest, AReceiverThatSaysWhereItIsAndTakesNothingFailsUntilItTakesSomething)
 {
-    Store(1);
-    memory_.is_full = true;
-    StartWorker(0);
-    const auto error = [&] { return progress_->RowOf("").last_error; };
-    ASSERT_TRUE(test::Eventually([&] { return error() == "full"; }));
+    StartWithFullReceiver();
     for (const int64_t asked = Asked(); Asked() < asked + 5;)
-        ASSERT_EQ("full", error());
+        ASSERT_EQ("full", Error());
     {
         const std::lock_guard lock(memory_.mutex);
         memory_.is_full = false;
     }
-    EXPECT_TRUE(test::Eventually([&] { return error().empty(); }));
+    EXPECT_TRUE(test::Eventually([&] { return Error().empty(); }));
     EXPECT_EQ(Strings{"0 1"}, Sent());
 }
 
 TEST_F(PlaceTest, AReceiverIsWellWhenNothingIsLeftThatItCouldRefuse)
 {
-    Store(1);
-    memory_.is_full = true;
-    StartWorker(0);
-    const auto error = [&] { return progress_->RowOf("").last_error; };
-    ASSERT_TRUE(test::Eventually([&] { return error() == "full"; }));
+    StartWithFullReceiver();
     alerts::RemoveAlerts(test::Store(), 1);
-    EXPECT_TRUE(test::Eventually([&] { return error().empty(); }));
+    EXPECT_TRUE(test::Eventually([&] { return Error().empty(); }));
 }
 
 TEST_F(PlaceTest, AlertsOfOtherHostsAreNotSentOn)
