@@ -16,7 +16,9 @@ namespace sinks {
 
 namespace {
 
-constexpr size_t kMaxReply = 1024; // bytes of a reply's body that are kept
+// Bytes of a reply's body that are kept, to be judged by; and of those, as many as somebody reads.
+constexpr size_t kMaxReply = 64 * size_t{1024};
+constexpr size_t kMaxShown = 1024;
 // Within the time limit of the whole request. A host that is down mostly does not answer at all.
 constexpr long kConnectSeconds = 10;
 // What is kept of a wish for the next try: anybody can write any number.
@@ -210,7 +212,9 @@ HttpClient::HttpClient(const SinkConfig &config, Secrets &secrets, const std::st
     }
     for (const auto &[name, file] : config.All("header-file.")) {
         CheckHeaderName("header-file.", name);
-        headers_.push_back(name + ": " + secrets.Read(file));
+        const std::string value = secrets.Read(file);
+        secrets.AddPart(value, " ,;=:\""); // of "Splunk TOKEN", the token
+        headers_.push_back(name + ": " + value);
     }
     if (config.Has("token-file"))
         headers_.push_back("Authorization: " + authorization + " " +
@@ -296,13 +300,18 @@ std::vector<std::string> PlainHttpWarnings(const SinkConfig &config,
     return warnings;
 }
 
+std::string ShownOf(const HttpReply &reply)
+{
+    return reply.text.substr(0, kMaxShown);
+}
+
 Outcome Judge(const HttpReply &reply, std::span<const Message> messages)
 {
     // No answer at all; see HttpReply::was_sent.
     if (reply.status == 0)
         return reply.was_sent ? Refused(reply.text) : Failed(reply.text);
     const std::string answer =
-        "HTTP " + std::to_string(reply.status) + (reply.text.empty() ? "" : " " + reply.text);
+        "HTTP " + std::to_string(reply.status) + (reply.text.empty() ? "" : " " + ShownOf(reply));
     if (reply.status >= 200 && reply.status < 300)
         return AllTaken(messages, answer);
     const bool is_of_receiver =

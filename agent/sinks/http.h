@@ -48,7 +48,7 @@ class CurlHandle {
 // What came of a request.
 struct HttpReply {
     long status = 0;       // 0: there was none
-    std::string text;      // of the body, its beginning; or why there was none
+    std::string text;      // of the body, the first 64 KiB; or why there was none
     bool was_sent = false; // the request, or a part of it
     std::chrono::seconds retry_after{
         0}; // the header of that name, a day at most; 0: there was none
@@ -84,6 +84,9 @@ bool IsPlainHttp(const std::string &url);
 // What is unsafe about sending the secrets of a sink to these.
 std::vector<std::string> PlainHttpWarnings(const SinkConfig &config,
                                            const std::vector<std::string> &urls);
+
+// The beginning of its text, for people.
+std::string ShownOf(const HttpReply &reply);
 
 // What a reply means. 2xx: taken. A status that says nothing of the alert (redirections, 401, 404, 407,
 // 429, 503), or a request that could not be sent: a failure. Anything else, a request without an answer

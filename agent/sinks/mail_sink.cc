@@ -90,6 +90,7 @@ class MailSink : public Sink {
         return had_it && !is_of_server ? Refused(answer) : Failed(answer);
     }
     [[nodiscard]] size_t batch() const override { return batch_; }
+    [[nodiscard]] bool IsBatchOneMessage() const override { return true; }
 
   private:
     CurlHandle curl_;

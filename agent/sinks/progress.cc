@@ -48,16 +48,19 @@ void Progress::MarkWell(const std::string &peer)
     }
 }
 
-// Counts what this row has not had yet.
+// Counts what this row has not had yet. What has left the store on its way was passed over by the row, and not lost: it
+// is of the message that has now arrived.
 void Progress::MarkTaken(const std::string &peer, std::span<const Message> messages)
 {
     Delivery &row = rows_.at(peer);
     const auto &ahead = ahead_[peer];
-    row.delivered += std::count_if(messages.begin(), messages.end(), [&](const Message &message) {
-        return message.alert.id > row.last_id && !ahead.contains(message.alert.id);
-    });
-    for (const Message &message : messages)
+    const bool has_left = !held_.of_message.IsEmpty();
+    for (const Message &message : messages) {
+        const int64_t id = message.alert.id;
+        if (has_left || (id > row.last_id && !ahead.contains(id)))
+            row.delivered += message.alerts;
         row.delivered += message.digest.Whole().alerts;
+    }
     row.delivered_ms = WallMs();
 }
 

@@ -37,7 +37,7 @@ class Progress {
     // The last alert that this peer is done with; of the empty name, that any peer has.
     [[nodiscard]] int64_t LastId(const std::string &peer) const;
 
-    // The peer has taken these, which follow the last ones.
+    // The peer has taken these, which follow the last ones. Of a sink with a bound: all of the message under way.
     void Taken(const std::string &peer, std::span<const Message> messages);
     // The peer has taken this one, and not yet all before it.
     void TakenAhead(const std::string &peer, const Message &message);

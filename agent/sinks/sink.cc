@@ -18,6 +18,8 @@ namespace {
 
 // A wrong name, such as that of a log, shows here and not as a request of many megabytes.
 constexpr size_t kMaxSecret = 64 * size_t{1024}; // bytes of a secret file
+// So many bytes of a secret stand in no other text by accident.
+constexpr size_t kNoAccident = 8;
 // In place of a secret that a trial cannot read: a URL, and long enough for a key.
 constexpr char kUnread[] = "https://unread.invalid/";
 
@@ -25,6 +27,17 @@ int64_t SteadyMs()
 {
     using namespace std::chrono;
     return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+// How many bytes at the end of the text are the beginning of the secret; 0 when so few may be an accident.
+size_t CutOff(const std::string &text, const std::string &secret)
+{
+    const std::string_view end(text);
+    for (size_t size = std::min(secret.size(), end.size()); size >= kNoAccident; --size) {
+        if (secret.starts_with(end.substr(end.size() - size)))
+            return size;
+    }
+    return 0;
 }
 
 // "header." stands for header.X-Team and all the like.
@@ -101,10 +114,31 @@ std::string Secrets::Read(const std::string &path)
         throw host::Error("cannot use the secret in " + path,
                           "its first line is empty, too long, or holds a zero byte",
                           "write the secret into the first line");
-    // Known by its text, so one that is read from two files is hidden once.
-    if (std::find(known_.begin(), known_.end(), secret) == known_.end())
-        known_.push_back(secret);
+    Add(secret);
     return secret;
+}
+
+// Known by its text, so one that is read from two files is hidden once.
+void Secrets::Add(const std::string &secret)
+{
+    if (std::find(known_.begin(), known_.end(), secret) != known_.end())
+        return;
+    const auto shorter = std::find_if(known_.begin(), known_.end(), [&](const std::string &known) {
+        return known.size() < secret.size();
+    });
+    known_.insert(shorter, secret);
+}
+
+void Secrets::AddPart(const std::string &part, const char *separators)
+{
+    if (part.size() > 1) // the path "/" is in every URL
+        Add(part);
+    for (size_t begin = 0; begin < part.size();) {
+        const size_t end = std::min(part.find_first_of(separators, begin), part.size());
+        if (end - begin >= kNoAccident)
+            Add(part.substr(begin, end - begin));
+        begin = end + 1;
+    }
 }
 
 bool Secrets::Excuses(const std::string &path, int failure)
@@ -125,6 +159,8 @@ std::string Secrets::Hide(std::string text) const
              // On behind the stars, so that a secret of stars comes to an end.
              at = text.find(secret, at + strlen(kHidden)))
             text.replace(at, secret.size(), kHidden);
+        if (const size_t size = CutOff(text, secret); size > 0)
+            text.replace(text.size() - size, size, kHidden);
     }
     return text;
 }

@@ -33,6 +33,8 @@ struct Message {
     bool is_test = false; // of `sink test`: nothing has happened
     int64_t ends_ms = 0;  // until when it is active, for kinds that say so; since 1970, UTC
     Digest digest;        // of the alerts before it that the sink's rate has held back
+    // That `alert` stands for: several when nothing but their sum is left of them.
+    int64_t alerts = 1;
     // For receivers that know what they have: the alert that they had before it, and how many of those in between
     // have left the store.
     int64_t after = 0;
@@ -89,6 +91,9 @@ class Sink {
 
     // The most that one Send is given.
     [[nodiscard]] virtual size_t batch() const { return 1; }
+    // Does the receiver get them as one message, which it takes whole or not at all? Otherwise each is a message of
+    // its own, for the sink's rate, too.
+    [[nodiscard]] virtual bool IsBatchOneMessage() const { return false; }
 };
 
 // The text of a secret file, without the line end. Remembers what was read, so that it can be taken
@@ -106,11 +111,17 @@ class Secrets {
     // Of a file that a library reads itself: may it be left unread, though `failure` (an errno) says that it
     // cannot be read? Only in a trial; it is noted.
     bool Excuses(const std::string &path, int failure);
-    // The text with "***" in place of each secret.
+    // A part of what was read that a receiver may send back alone, such as the path of a URL, is hidden, too. So is what
+    // stands in it between any of these characters, when it is so long that its like is in no text by accident.
+    void AddPart(const std::string &part, const char *separators);
+    // The text with "***" in place of each secret, and of the beginning of one at its end: only so much of an answer may
+    // have been kept.
     [[nodiscard]] std::string Hide(std::string text) const;
 
   private:
-    std::vector<std::string> known_;
+    void Add(const std::string &secret);
+
+    std::vector<std::string> known_;             // the longest first: one may be a part of another
     std::vector<std::string> *unread_ = nullptr; // null: it is no trial
 };
 

@@ -88,7 +88,7 @@ class WebhookSink : public Sink {
         Outcome outcome = Judge(reply, messages.first(1));
         if (outcome.result == Outcome::Result::kTaken && format_.is_rejected != nullptr &&
             format_.is_rejected(reply.text))
-            return Refused("it has left the alert out: " + reply.text);
+            return Refused("it has left the alert out: " + ShownOf(reply));
         return outcome;
     }
 
@@ -99,6 +99,13 @@ class WebhookSink : public Sink {
     std::optional<BodyTemplate> template_; // in place of what the format makes
     HttpClient client_;
 };
+
+// What a server is asked for, and often names in its answer: "/services/T0?key=1". Empty for a URL of a host alone.
+std::string TargetOf(const std::string &url)
+{
+    const size_t begin = url.find_first_of("/?#", url.find("//") + 2);
+    return begin == std::string::npos ? "" : url.substr(begin);
+}
 
 // Some services have a secret in the URL itself, so it may come from a file as well.
 std::string UrlOf(const SinkConfig &config, Secrets &secrets)
@@ -115,6 +122,9 @@ std::string UrlOf(const SinkConfig &config, Secrets &secrets)
     if (!allowed.empty())
         throw host::Error("cannot use the URL in " + config.Get("url-file"), "it is not accepted",
                           "use " + allowed);
+    const std::string target = TargetOf(url);
+    secrets.AddPart(target, "/?&=#");
+    secrets.AddPart(target.substr(0, target.find('?')), "/");
     return url;
 }
 

@@ -31,6 +31,9 @@ constexpr std::chrono::milliseconds kQuick{500};
 // A receiver may wish to be left alone for so long. Beyond it, somebody has made a mistake.
 constexpr std::chrono::milliseconds kLongestWish{60 * 60 * 1000};
 
+// A monitor whose last look is not fresh is looked at again so soon: at the start of the daemon, none has ended yet.
+constexpr int kLookAgainSeconds = 5;
+
 constexpr size_t kMaxError = 500; // bytes of an error that are kept
 
 // Alerts that are read in one go, when not all of them may be for this sink.
@@ -301,7 +304,7 @@ std::vector<Message> Worker::NextMessages()
         woken_ = false; // what comes waits for the token
         return {};
     }
-    const size_t limit = std::min(sink_->batch(), batch_limit_);
+    const size_t limit = MostAtOnce();
     if (!progress_->Holds()) {
         // One more than can be sent tells whether any has to wait.
         std::vector<Message> batch = NextBatch(limit + 1);
@@ -317,6 +320,15 @@ std::vector<Message> Worker::NextMessages()
     progress_->Plan(alerts::NewestAlertId(*database_), rate_.WithoutOne(progress_->FullMs(), now));
     context_.progressed();
     return PlannedMessage();
+}
+
+// With a bound, several messages never go together: each takes a token. So what is under way is one message, and what
+// leaves the store meanwhile is a part of it or behind it.
+size_t Worker::MostAtOnce() const
+{
+    if (rate_.IsBounded() && !sink_->IsBatchOneMessage())
+        return 1;
+    return std::min(sink_->batch(), batch_limit_);
 }
 
 // The message that tells of all that is held back, once it is written down what that is; the deliverer
@@ -345,17 +357,31 @@ std::vector<Message> Worker::PlannedMessage()
         context_.progressed();
         return {};
     }
-    if (message.alert.id == 0)
-        message.alert = AlertOf(message.digest.TakeNewest());
+    if (message.alert.id == 0) {
+        const DigestEvent newest = message.digest.TakeNewest();
+        message.alert = AlertOf(newest);
+        message.alerts = newest.alerts;
+    }
     // Of the plan, and not of the alert: that may have left the store since the last try.
     message.alert.id = planned;
     message.key = message.alert.key = alerts::KeyOf(*database_, planned);
-    if (summary_refusals_ >= kRefusalsBelieved) {
-        // One of the lines may be what the receiver does not like. The counts must arrive.
-        message.digest.DropLines();
-        message.alert.message = message.alert.last_message = kLeftOut;
-    }
+    if (summary_refusals_ >= kRefusalsBelieved)
+        DropLines(&message);
     return {message};
+}
+
+// One of the lines, or a piece of one, may be what the receiver does not like. The counts must arrive. What the event's
+// policy says of all its alerts stays, since receivers route by it.
+void Worker::DropLines(Message *message)
+{
+    message->digest.DropLines();
+    alerts::Alert &alert = message->alert;
+    for (std::string *line :
+         {&alert.message, &alert.last_message, &alert.held_back.first, &alert.held_back.last})
+        *line = kLeftOut;
+    for (std::string *piece :
+         {&alert.summary, &alert.value, &alert.line_host, &alert.program, &alert.own_time})
+        piece->clear();
 }
 
 // The newest alert up to `planned` stands for itself, those before it are added to the beginning.
@@ -379,7 +405,7 @@ Message Worker::SummedUp(const Progress::Beginning &beginning, int64_t planned)
     return message;
 }
 
-// All messages go this way: each takes a token, unless it is clear that nobody has had it.
+// All that a rate bounds goes this way: it takes a token, unless it is clear that nobody has had it.
 Outcome Worker::Send(std::span<const Message> messages)
 {
     if (!rate_.IsBounded())
@@ -421,11 +447,13 @@ bool Worker::Refresh()
 // so it ends no failure but its own. False: the receiver has failed.
 bool Worker::SendHeartbeat()
 {
-    heartbeat_at_ = Clock::now() + heartbeat_every_;
-    if (!context_.is_fresh())
+    if (!context_.is_fresh()) {
+        heartbeat_at_ = Clock::now() + context_.second * kLookAgainSeconds;
         return true;
+    }
+    heartbeat_at_ = Clock::now() + heartbeat_every_;
     const Message message = HeartbeatOf(heartbeat_every_, WallMs());
-    const Outcome outcome = Send(std::span(&message, 1));
+    const Outcome outcome = sink_->Send(std::span(&message, 1), interrupt_);
     const bool has_failed = outcome.result != Outcome::Result::kTaken;
     const bool had_failed = std::exchange(heartbeat_failed_, has_failed);
     if (!has_failed) {
@@ -588,7 +616,7 @@ std::optional<Message> Worker::FirstAfter(int64_t id)
 }
 
 // Sends one that was put aside, if somebody wants that. It has one try; while the receiver is down, it
-// waits for it like all others.
+// waits for it like all others. It takes no token: many of them would keep all others back for hours.
 bool Worker::SendOneAgain()
 {
     int64_t id = 0;
@@ -607,7 +635,7 @@ bool Worker::SendOneAgain()
     if (config_.kind->active != nullptr)
         // It begins to be active now, however long it has waited.
         message.ends_ms = WallMs() + config_.kind->active(config_).count();
-    const Outcome outcome = Send(std::span(&message, 1));
+    const Outcome outcome = sink_->Send(std::span(&message, 1), interrupt_);
     if (outcome.result == Outcome::Result::kFailed || StopRequested()) {
         Fail(outcome.answer, outcome.retry_after);
         return true;

@@ -9,10 +9,11 @@
 //   pausing    nothing, for a time that grows                 the time is over, or somebody changed
 //                                                             a setting
 //
-// A sink may have a bound on what it sends (rate.h). Then its last message tells of all that wait, and
-// the next ones, a token each, of what has come since: the newest alert as any other, and those before it
-// summed up (digest.h). Which alerts that are is written down before it is sent. So a message that is
-// sent again, whatever happens in between, is the same one, and each alert is in one message.
+// A sink may have a bound on what it sends (rate.h). Each message takes a token, but for signs of life and what
+// somebody has sent again. The last one tells of all that wait, and the next ones, a token each, of what has
+// come since: the newest alert as any other, and those before it summed up (digest.h). Which alerts that are is
+// written down before it is sent. So a message that is sent again, whatever happens in between, is the same
+// one, and each alert is in one message.
 //
 // A receiver that keeps what it gets may know better than we how far it is (SinkKind::look). Then it is asked, and the
 // worker goes on behind that alert, forward or back.
@@ -85,8 +86,10 @@ class Worker {
     [[nodiscard]] bool IsWanted(const Message &message) const;
     void TellWhatIsBetween(std::vector<Message> &batch);
     [[nodiscard]] std::vector<Message> NextMessages();
+    [[nodiscard]] size_t MostAtOnce() const;
     [[nodiscard]] std::vector<Message> PlannedMessage();
     [[nodiscard]] Message SummedUp(const Progress::Beginning &beginning, int64_t planned);
+    static void DropLines(Message *message);
     [[nodiscard]] Outcome Send(std::span<const Message> messages);
     [[nodiscard]] std::vector<Message> MessagesOf(std::vector<alerts::Alert> alerts) const;
     void Handle(const std::vector<Message> &batch, const Outcome &outcome);

@@ -98,6 +98,28 @@ TEST_F(HeartbeatTest, HoldsUpNoAlertAndIsBoundByNoRate)
     EXPECT_TRUE(WaitDelivered("other", 1));
 }
 
+TEST_F(HeartbeatTest, TakesNoTokenFromTheAlertsOfASinkWithARate)
+{
+    AddSink("webhook", "hook", {{"url", receiver_.Url()}, {"heartbeat", "10"}, {"rate", "1/d"}});
+    Start();
+    ASSERT_TRUE(test::Eventually([&] { return Beats() >= 3; }));
+    Store(1);
+    deliverer_->Wake();
+    EXPECT_TRUE(WaitDelivered("hook", 1)) << "the one of this day";
+}
+
+// A daemon sets its sinks up before it has looked at any file.
+TEST_F(HeartbeatTest, TheFirstOneDoesNotWaitForAnInterval)
+{
+    is_fresh_ = false;
+    AddSink("webhook", "hook", {{"url", receiver_.Url()}, {"heartbeat", "86400"}});
+    Start();
+    ASSERT_TRUE(test::Eventually([&] { return asked_ > 0; }));
+    EXPECT_EQ(0U, Beats());
+    is_fresh_ = true;
+    EXPECT_TRUE(test::Eventually([&] { return Beats() == 1; }));
+}
+
 // A receiver that takes no sign of life has all alerts, and the sink shows what is wrong.
 TEST_F(HeartbeatTest, OneThatIsRefusedLeavesTheAlertsAlone)
 {

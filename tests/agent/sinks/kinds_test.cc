@@ -93,6 +93,21 @@ TEST_F(KindsTest, SyslogTakesTheNamesOfSyslog)
     ExpectRefused("journal", {{"level", "7"}}, "use one of emerg");
 }
 
+TEST_F(KindsTest, AMailOfManyAlertsIsOneMessage)
+{
+    const auto is_one = [](const sinks::SinkConfig &config) {
+        sinks::Secrets secrets;
+        const auto sink = config.kind->open(config, "", secrets);
+        EXPECT_LT(1U, sink->batch());
+        return sink->IsBatchOneMessage();
+    };
+    EXPECT_TRUE(is_one(Config(
+        "mail",
+        {{"server", "smtp://127.0.0.1:1"}, {"from", "a@example.com"}, {"to", "b@example.com"}})));
+    EXPECT_FALSE(is_one(Config("file", {{"path", File("alerts")}})));
+    EXPECT_FALSE(is_one(Config("syslog", {{"socket", File("none")}})));
+}
+
 TEST_F(KindsTest, NobodyWhoListensIsAFailureOfEachKind)
 {
     const std::map<std::string, Options> unreachable = {

@@ -6,6 +6,7 @@
 
 #include "agent/host/waitable.h"
 #include "agent/sinks/held_store.h"
+#include "agent/sinks/worker.h"
 #include "tests/agent/sinks/sink_test.h"
 #include "tests/agent/support/process.h"
 #include "tests/support/json_text.h"
@@ -180,6 +181,7 @@ TEST_F(StormTest, WhatLeavesTheStoreWhileItIsSentIsCountedOnce)
     ASSERT_TRUE(Eventually([&] { return Row("hook").last_id == 410; }));
     EXPECT_EQ(410 * kHitsOfAnAlert, AllHits());
     EXPECT_EQ(0, Row("hook").dropped);
+    EXPECT_EQ(410, Row("hook").delivered);
 }
 
 TEST_F(StormTest, AMessageForManyThatIsRefusedIsSentWithoutTheLines)
@@ -193,6 +195,54 @@ TEST_F(StormTest, AMessageForManyThatIsRefusedIsSentWithoutTheLines)
     ASSERT_TRUE(Eventually([&] { return Row("hook").last_id == 9; }));
     EXPECT_EQ(9 * kHitsOfAnAlert, AllHits());
     EXPECT_TRUE(Undelivered("hook").empty());
+}
+
+// Each in a place of its own, beside the two lines of the alert itself.
+TEST_F(StormTest, WithoutTheLinesNothingThatALineMayStandInIsLeft)
+{
+    const std::vector<std::pair<std::string, std::function<void(alerts::Alert *)>>> places = {
+        {"MESSAGE", [](auto *alert) { alert->message = "poison"; }},
+        {"SUMMARY", [](auto *alert) { alert->summary = "poison"; }},
+        {"VALUE", [](auto *alert) { alert->value = "poison"; }},
+        {"HOST", [](auto *alert) { alert->line_host = "poison"; }},
+        {"PROGRAM", [](auto *alert) { alert->program = "poison"; }},
+        {"TIME", [](auto *alert) { alert->own_time = "poison"; }},
+        {"FIRST", [](auto *alert) { alert->held_back = {1, 0, 0, 0, "poison", ""}; }},
+        {"LAST", [](auto *alert) { alert->held_back = {1, 0, 0, 0, "", "poison"}; }},
+    };
+    receiver_.Answer([](const Request &request) {
+        return request.body.find("poison") != std::string::npos ? 400 : 200;
+    });
+    for (const auto &[source, write] : places) {
+        AddSink("webhook", source,
+                {{"url", receiver_.Url()}, {"only", "source=" + source}, {"rate", "1/d"}});
+        alerts::Alert alert;
+        alert.source = source;
+        alert.count = kHitsOfAnAlert;
+        alert.labels = {{"team", "db"}};
+        alerts::AddAlert(test::Store(), alert);
+        write(&alert);
+        alerts::AddAlert(test::Store(), alert);
+    }
+    StartDeliverer();
+    for (const auto &[source, write] : places)
+        EXPECT_TRUE(WaitDelivered(source, 2)) << source;
+    for (const Request &request : receiver_.Taken()) {
+        EXPECT_EQ(2 * kHitsOfAnAlert, HitsOf(request));
+        EXPECT_EQ("db", JsonAt(request.body, "/labels/team")) << "whoever it is for";
+    }
+}
+
+// A line of a file is a message, however many are written together.
+TEST_F(StormTest, ABatchOfMessagesTakesATokenForEach)
+{
+    AddSink("file", "file", {{"path", File("alerts")}, {"rate", "5/d"}});
+    StartDeliverer();
+    Report(100);
+    ASSERT_TRUE(WaitDelivered("file", 100));
+    const std::string written = test::ReadFile(File("alerts"));
+    EXPECT_EQ(5, std::count(written.begin(), written.end(), '\n'));
+    EXPECT_NE(std::string::npos, written.find("\"digest\":{\"alerts\":95,")) << written;
 }
 
 TEST_F(StormTest, ASinkGetsNoMoreThanItsConditionsSay)
@@ -235,6 +285,68 @@ TEST_F(StormTest, WhatASinkDoesNotGetIsNotDroppedForIt)
     Report(500);
     ASSERT_TRUE(Eventually([&] { return Row("hook").last_id >= 401; }));
     EXPECT_EQ(1, Row("hook").dropped);
+}
+
+// Of what it is given first, the receiver takes a third, and meanwhile half of all alerts leave the store.
+struct Torn {
+    std::function<void()> leave;
+    std::atomic<bool> is_torn = false;
+    std::atomic<int64_t> told = 0; // alerts
+};
+Torn *torn;
+
+class TornSink : public sinks::Sink {
+  public:
+    [[nodiscard]] size_t batch() const override { return kAlerts; }
+    sinks::Outcome Send(std::span<const sinks::Message> messages, const sinks::Interrupt &) override
+    {
+        if (!torn->is_torn.exchange(true)) {
+            torn->leave();
+            torn->told += static_cast<int64_t>(messages.size() / 3);
+            return sinks::Failed("torn", messages.size() / 3);
+        }
+        for (const sinks::Message &message : messages)
+            torn->told += 1 + message.digest.Whole().alerts;
+        return sinks::AllTaken(messages, "");
+    }
+    static constexpr int kAlerts = 99;
+};
+
+TEST_F(StormTest, NoAlertIsLostWhenSomeOfABatchAreTakenWhileTheyLeaveTheStore)
+{
+    sinks::SinkKind kind;
+    kind.open = [](const sinks::SinkConfig &, const std::string &,
+                   sinks::Secrets &) -> std::unique_ptr<sinks::Sink> {
+        return std::make_unique<TornSink>();
+    };
+    const auto progress =
+        std::make_shared<sinks::Progress>(sinks::Deliveries{{"", {}}}, std::nullopt);
+    Torn of_test;
+    torn = &of_test;
+    of_test.leave = [&] {
+        const auto leaving = alerts::ReadAlerts(test::Store().database(), 0, 0, 50);
+        progress->Removed({50, {}, leaving});
+        alerts::RemoveAlerts(test::Store(), 50);
+    };
+    Store(TornSink::kAlerts);
+    sinks::SinkConfig config;
+    config.name = "torn";
+    config.kind = &kind;
+    config.options = {{"rate", "1000/s"}};
+    sinks::Worker worker({Layout().Store(),
+                          {std::chrono::milliseconds(5), std::chrono::milliseconds(20)},
+                          [] {},
+                          std::chrono::seconds(1),
+                          [] { return true; }},
+                         config, "", progress);
+    ASSERT_TRUE(Eventually([&] {
+        if (of_test.is_torn)
+            progress->Written(progress->Rows()); // as the deliverer does
+        worker.Wake();
+        return progress->LastId("") == TornSink::kAlerts && !progress->Holds();
+    }));
+    EXPECT_EQ(TornSink::kAlerts, of_test.told);
+    EXPECT_EQ(TornSink::kAlerts, progress->RowOf("").delivered);
 }
 
 // The process is killed again and again while alerts come and go; the receiver hangs up now and then

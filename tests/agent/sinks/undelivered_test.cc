@@ -225,6 +225,22 @@ TEST_F(UndeliveredTest, OneThatIsToBeSentAgainWaitsForTheReceiverAndTheDaemon)
     EXPECT_TRUE(Eventually([&] { return Undelivered("hook").empty(); }));
 }
 
+TEST_F(UndeliveredTest, ThoseThatSomebodyHasSentAgainTakeNoTokenFromTheOthers)
+{
+    AddWebhook();
+    Poison({"0", "1"});
+    StartDeliverer();
+    Report(4);
+    ASSERT_TRUE(Eventually([&] { return Undelivered("hook").size() == 2; }));
+    Poison({});
+    Sinks().Change("hook", [](sinks::StoredSink &sink) { sink.config.options["rate"] = "1/d"; });
+    Want(sinks::WantAgain, 1);
+    Want(sinks::WantAgain, 2);
+    ASSERT_TRUE(WaitDelivered("hook", 4)) << "nor do they wait for one";
+    Report(1);
+    EXPECT_TRUE(WaitDelivered("hook", 5));
+}
+
 TEST_F(UndeliveredTest, OneThatLeavesTheStoreCountsAsDropped)
 {
     Sinks().SetAlertLimit("100");

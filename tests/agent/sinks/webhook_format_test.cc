@@ -210,6 +210,17 @@ TEST_F(WebhookFormatTest, OtlpWithAPartialSuccessHasNotTakenTheAlert)
     EXPECT_EQ(Outcome::Result::kTaken, outcome(""));
 }
 
+TEST_F(WebhookFormatTest, ARecordThatOtlpLeavesOutWithManyWordsIsRefused)
+{
+    const std::string words(5000, 'x');
+    receiver_.Answer([](const Request &) { return 200; }, R"({"partialSuccess":{"errorMessage":")" +
+                                                              words +
+                                                              R"(","rejectedLogRecords":"1"}})");
+    const Outcome outcome = Send({{"format", "otlp"}});
+    EXPECT_EQ(Outcome::Result::kRefused, outcome.result);
+    EXPECT_LT(outcome.answer.size(), 2000U) << "nobody reads all of them";
+}
+
 TEST_F(WebhookFormatTest, EachFormatTellsWhatWasHeldBackAndTakesAnyBytes)
 {
     alerts::Alert before = message_.alert;

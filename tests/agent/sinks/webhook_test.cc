@@ -230,6 +230,52 @@ TEST_F(WebhookTest, ASecretThatTheReceiverEchoesIsHidden)
     EXPECT_EQ("HTTP 403 bad token Bearer ***!", secrets_.Hide(outcome.answer));
 }
 
+TEST_F(WebhookTest, ThePathOfASecretUrlThatTheReceiverEchoesIsHidden)
+{
+    const std::string file =
+        SecretFile("url", receiver_.Url("/services/T0/B0/q1w2e3r4t5?key=a1b2c3d4&v=2"));
+    const auto shown = [&](const std::string &answer) {
+        receiver_.Answer([](const Request &) { return 404; }, answer);
+        return secrets_.Hide(Send({{"url-file", file}}).answer);
+    };
+    EXPECT_EQ("HTTP 404 Cannot POST *** here",
+              shown("Cannot POST /services/T0/B0/q1w2e3r4t5 here"));
+    EXPECT_EQ("HTTP 404 no ***!", shown("no /services/T0/B0/q1w2e3r4t5?key=a1b2c3d4&v=2!"));
+    EXPECT_EQ("HTTP 404 the key *** is none", shown("the key a1b2c3d4 is none"));
+    const std::string escaped = shown(R"({"path":"\/services\/T0\/B0\/q1w2e3r4t5"})");
+    EXPECT_EQ(std::string::npos, escaped.find("q1w2e3r4t5")) << escaped;
+    EXPECT_EQ("HTTP 404 /v1/a and v=2 are not /", shown("/v1/a and v=2 are not /"));
+}
+
+TEST_F(WebhookTest, ASecretUrlWithoutAPathHidesNoSlash)
+{
+    receiver_.Answer([](const Request &) { return 404; }, "nothing is at / or /in?x");
+    const std::string url = SecretFile("url", receiver_.Url("/"));
+    EXPECT_EQ("HTTP 404 nothing is at / or /in?x", secrets_.Hide(Send({{"url-file", url}}).answer));
+}
+
+TEST_F(WebhookTest, TheTokenOfASecretHeaderIsHiddenWithoutTheWordBeforeIt)
+{
+    receiver_.Answer([](const Request &) { return 403; }, "who is s3cret-t0ken?");
+    const std::string value = SecretFile("value", "Splunk s3cret-t0ken");
+    const Outcome outcome = Send({{"header-file.Authorization", value}});
+    EXPECT_EQ("HTTP 403 who is ***?", secrets_.Hide(outcome.answer));
+}
+
+// Of an answer, only the beginning is kept.
+TEST_F(WebhookTest, AnEchoThatIsCutOffWithinTheSecretIsHidden)
+{
+    std::string token;
+    for (int i = 0; token.size() < 2500; ++i)
+        token += std::to_string(i) + ".";
+    const std::string file = SecretFile("token", token);
+    receiver_.Answer([](const Request &) { return 403; }, "bad token " + token);
+    EXPECT_EQ("HTTP 403 bad token ***", secrets_.Hide(Send({{"token-file", file}}).answer));
+    receiver_.Answer([](const Request &) { return 403; }, "bad token " + token.substr(0, 4));
+    EXPECT_EQ("HTTP 403 bad token 0.1.", secrets_.Hide(Send({{"token-file", file}}).answer))
+        << "any text may end so";
+}
+
 TEST_F(WebhookTest, ASecretIsNeverWrittenDown)
 {
     receiver_.Answer([](const Request &) { return 403; }, "bad token Bearer s3cret!");
