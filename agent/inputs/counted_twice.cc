@@ -98,9 +98,9 @@ std::optional<std::string> RotatedThatIsLog(const std::string &log, const Folder
 
 void FindReadBeforeRotation(const std::string &reader, const std::string &log,
                             const FolderView &view, const InputConfig &input,
-                            std::vector<CountedTwice> *found)
+                            const PathRules &rules, std::vector<CountedTwice> *found)
 {
-    if (const auto path = RotatedThatIsLog(log, view, RulesOf(input)))
+    if (const auto path = RotatedThatIsLog(log, view, rules))
         found->push_back({*path + " has what " + reader + " has read of " + log +
                               " before it was rotated, so its lines count twice",
                           "leave it out: " + Excluding(input, log)});
@@ -110,14 +110,14 @@ void FindReadBeforeRotation(const std::string &reader, const std::string &log,
 void FindRotatedFiles(const InputConfig &logs, const InputConfig &input,
                       std::vector<CountedTwice> *found)
 {
-    const PathRules rules = RulesOf(logs);
-    const FolderView view = ViewFolders(rules.Folders());
-    LogNamesByFolder names(rules);
+    const PathRules rules = RulesOf(input);
+    LogNamesByFolder names(RulesOf(logs));
+    const FolderView view = ViewFolders(names.rules().Folders());
     names.Learn(view);
     const size_t before = found->size();
     for (const auto &[path, look] : view.files) {
         if (found->size() == before && names.IsLive(path))
-            FindReadBeforeRotation("the input " + logs.name, path, view, input, found);
+            FindReadBeforeRotation("the input " + logs.name, path, view, input, rules, found);
     }
 }
 
@@ -136,7 +136,7 @@ void FindWhatTheMonitorReads(const InputConfig &input, const WhatIsRead &read,
                  "leave it out: " + Excluding(input, path)});
     }
     FindReadBeforeRotation("the monitor", kSystemLog, ViewFolders({FolderOf(kSystemLog)}), input,
-                           found);
+                           rules, found);
 }
 
 void FindSharedFiles(const InputConfig &input, const InputConfig &other,

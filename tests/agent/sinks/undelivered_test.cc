@@ -61,6 +61,16 @@ class UndeliveredTest : public test::SinkTest {
         Reload();
     }
 
+    // The first two are put aside, and the others taken.
+    void RefuseTwoOfFour()
+    {
+        AddWebhook();
+        Poison({"0", "1"});
+        StartDeliverer();
+        Report(4);
+        ASSERT_TRUE(Eventually([&] { return Undelivered("hook").size() == 2; }));
+    }
+
     HttpReceiver receiver_;
 };
 
@@ -181,11 +191,7 @@ TEST_F(UndeliveredTest, ItIsListedAcrossARestart)
 
 TEST_F(UndeliveredTest, OneThatIsSentAgainArrives)
 {
-    AddWebhook();
-    Poison({"0", "1"});
-    StartDeliverer();
-    Report(4);
-    ASSERT_TRUE(Eventually([&] { return Undelivered("hook").size() == 2; }));
+    RefuseTwoOfFour();
     Poison({});
     Want(sinks::WantAgain, 2);
     ASSERT_TRUE(WaitDelivered("hook", 3));
@@ -227,11 +233,7 @@ TEST_F(UndeliveredTest, OneThatIsToBeSentAgainWaitsForTheReceiverAndTheDaemon)
 
 TEST_F(UndeliveredTest, ThoseThatSomebodyHasSentAgainTakeNoTokenFromTheOthers)
 {
-    AddWebhook();
-    Poison({"0", "1"});
-    StartDeliverer();
-    Report(4);
-    ASSERT_TRUE(Eventually([&] { return Undelivered("hook").size() == 2; }));
+    RefuseTwoOfFour();
     Poison({});
     Sinks().Change("hook", [](sinks::StoredSink &sink) { sink.config.options["rate"] = "1/d"; });
     Want(sinks::WantAgain, 1);
