@@ -257,8 +257,9 @@ constexpr const char *kSteps[] = {
     "ALTER TABLE fleet_host ADD COLUMN stored_ms INTEGER NOT NULL DEFAULT 0;" // by the servers: of the last alert
     "ALTER TABLE fleet_host ADD COLUMN late INTEGER NOT NULL DEFAULT 0;", // how many came behind later ones
     // 19: the servers' word that what a group tried was taken back: its revision, and when they stored it; 0: there is none.
-    "ALTER TABLE fleet_group ADD COLUMN ended_revision INTEGER NOT NULL DEFAULT 0;"
-    "ALTER TABLE fleet_group ADD COLUMN ended_ms INTEGER NOT NULL DEFAULT 0;",
+    // In parentheses, since clang takes two lines alone for a forgotten comma.
+    ("ALTER TABLE fleet_group ADD COLUMN ended_revision INTEGER NOT NULL DEFAULT 0;"
+     "ALTER TABLE fleet_group ADD COLUMN ended_ms INTEGER NOT NULL DEFAULT 0;"),
 };
 constexpr int kVersion = static_cast<int>(std::size(kSteps));
 
