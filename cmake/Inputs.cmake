@@ -5,7 +5,7 @@ pkg_check_modules(RE2 REQUIRED IMPORTED_TARGET re2)
 set_property(TARGET PkgConfig::RE2 PROPERTY INTERFACE_COMPILE_OPTIONS)
 
 add_agent_folder(inputs
-    change_watch.cc charset.cc copy_compare.cc counted_twice.cc customer_file.cc file_follower.cc
+    change_watch.cc charset.cc copies.cc counted_twice.cc customer_file.cc file_follower.cc
     file_identity.cc first_input.cc folder_view.cc followed_file.cc followed_files.cc input_registry.cc
     input_store.cc input_thread.cc journal_reader.cc line_origin.cc local_clock.cc log_content.cc
     log_names.cc place.cc protected_words.cc records.cc rendering.cc rotated_names.cc rotation.cc

@@ -170,6 +170,7 @@ void FileFollower::PassOver(const std::string &path, const std::string &log, con
 {
     Place place = PlaceAtBeginning(path, log, look.identity);
     place.all = true;
+    place.size = look.size;
     try {
         LogContent content(path);
         if (!content.IsPacked()) {

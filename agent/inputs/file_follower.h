@@ -9,7 +9,8 @@
 //         copied; it is read on from the place of that one;
 //         read already, when it holds what had been read of one that was emptied until a moment before: the copy was
 //         made, and the log was read on and emptied only then;
-//         nothing yet, while the file whose beginning it holds is still there: a copy is being made;
+//         nothing yet, while the file whose beginning it holds is still there: a copy is being made; and nothing at all
+//         when it is there after minutes, or when that file goes: somebody has kept a copy;
 //         else a file that came and was rotated while nobody looked: it is read from its beginning.
 //   F4  What is concluded from a file's absence is concluded from two equal looks at the folders.
 //   F5  A file that is gone, and that was not read to its end for certain, is told of.

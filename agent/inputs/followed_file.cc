@@ -44,6 +44,18 @@ void FollowedFile::Locate(const std::string &path, bool is_live)
         return;
     place_.path = path;
     is_changed = true;
+    if (is_live)
+        BecomeLogAgain();
+}
+
+// A rotated file, or a copy, that somebody has put into the place of the log: what comes now is read, as of any log. Of an
+// archive it is not known where that begins.
+void FollowedFile::BecomeLogAgain()
+{
+    place_.done = false;
+    const bool is_empty = place_.offset == 0 && place_.size == 0;
+    if (place_.all && !place_.told && (place_.offset > 0 || is_empty))
+        place_.all = false;
 }
 
 // Of a file that was rotated. By the first line alone of an archive: to come to its place, all before it would have to be

@@ -127,6 +127,7 @@ class FollowedFile {
     std::string problem;    // why it cannot be read; empty: it can
 
   private:
+    void BecomeLogAgain();
     [[nodiscard]] bool HoldsAnother() const;
     bool Open();
     bool FillWindow(const FileLook &look);

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "agent/host/error.h"
-#include "agent/inputs/copy_compare.h"
 
 namespace inputs {
 
@@ -21,15 +20,13 @@ bool MayHold(LogContent *content, const FollowedFile &file)
     return file.was_cut || file.place().IsTelling() || content->IsPacked();
 }
 
-// Can this be a copy of the file, before their bytes are compared? Logs are copied to be emptied, and rotated files to be
-// compressed.
-bool MayBeOf(LogContent *copy, const FileLook &look, const FollowedFile &file)
+// By the time of their last change: the oldest first with std::ranges::less, the newest with greater.
+template <typename Order>
+std::vector<std::pair<std::string, FileLook>> Sorted(const Candidates &candidates, Order order)
 {
-    const Place &place = file.place();
-    if (!file.is_present || look.identity.birth_ns < place.identity.birth_ns)
-        return false; // no copy is older than what it is of
-    return file.is_live() ||
-           (copy->IsPacked() && (place.IsTelling() || IsPackedNameOf(copy->path(), place.path)));
+    std::vector<std::pair<std::string, FileLook>> files(candidates.begin(), candidates.end());
+    std::ranges::stable_sort(files, order, [](const auto &file) { return file.second.changed_ns; });
+    return files;
 }
 
 // Of a compressed file, the size says nothing of its content.
@@ -105,12 +102,12 @@ Candidates Rotation::Unknown(const FolderView &view) const
     return candidates;
 }
 
-// Looks for a file that holds what this one held, and reads on in that.
+// Looks for a file that holds what this one held, and reads on in that. Of several the newest has most of it.
 bool Rotation::FindContentOf(FollowedFile *file, Candidates *candidates)
 {
     if (file->place().offset == 0)
         return false;
-    for (const auto &[path, look] : *candidates) {
+    for (const auto &[path, look] : Sorted(*candidates, std::ranges::greater{})) {
         if (names_.LogOfRotated(path) != file->place().log)
             continue;
         const Held as_it_is{look.size, look.changed_ns};
@@ -140,7 +137,7 @@ bool Rotation::PassOverShorterCopy(const FollowedFile &file, Candidates *candida
 {
     if (file.place().size > file.place().offset)
         return false;
-    for (const auto &[path, look] : *candidates) {
+    for (const auto &[path, look] : Sorted(*candidates, std::ranges::greater{})) {
         if (names_.LogOfRotated(path) != file.place().log)
             continue;
         try {
@@ -148,13 +145,7 @@ bool Rotation::PassOverShorterCopy(const FollowedFile &file, Candidates *candida
             const bool may_be = content.IsPacked() || look.size < file.place().offset;
             if (!may_be || !file.HoldsEarlierPlace(&content))
                 continue;
-            Place copy = PlaceAtBeginning(path, file.place().log, look.identity);
-            copy.all = true;
-            if (!content.IsPacked()) {
-                MovePlace(&copy, look.size, &content);
-                content.Sync();
-            }
-            files_.Add(std::move(copy), names_.IsLive(path));
+            PassOver(&content, file.place().log, look);
         } catch (const host::Error &) {
             continue; // as FindContentOf has noted
         }
@@ -162,6 +153,25 @@ bool Rotation::PassOverShorterCopy(const FollowedFile &file, Candidates *candida
         return true;
     }
     return false;
+}
+
+// All that it holds was read elsewhere.
+void Rotation::PassOver(LogContent *copy, const std::string &log, const FileLook &look)
+{
+    Place place = PlaceAtBeginning(copy->path(), log, look.identity);
+    place.all = true;
+    place.size = look.size;
+    if (!copy->IsPacked()) {
+        MovePlace(&place, look.size, copy);
+        copy->Sync();
+    }
+    files_.Add(std::move(place), names_.IsLive(copy->path()));
+}
+
+void Rotation::Drop(int64_t number)
+{
+    copies_.NoteDropped(number);
+    files_.Drop(number);
 }
 
 // A log that lies in another file than before, as behind a backup that was brought back, or on another disk, is read on
@@ -196,7 +206,7 @@ void Rotation::DealWithEmptied(int64_t number, Candidates *candidates)
             losses_.push_back({input_, before.path +
                                            " was emptied, and no other file holds what it held: " +
                                            MissingBehind(before)});
-        files_.Drop(number);
+        Drop(number);
     }
     files_.Add(PlaceAtBeginning(before.path, before.log, before.identity),
                names_.IsLive(before.path));
@@ -208,7 +218,7 @@ void Rotation::GiveUp(FollowedFile *file, Candidates *possible, SteadyTime now)
 {
     if (file->IsOpen() && file->problem.empty()) {
         if (file->IsQuiet(now, kRemovedIsOver))
-            files_.Drop(file->number());
+            Drop(file->number());
         return;
     }
     const Place &place = file->place();
@@ -216,7 +226,7 @@ void Rotation::GiveUp(FollowedFile *file, Candidates *possible, SteadyTime now)
     if (!place.done && !place.all && !place.told && !may_be_there)
         losses_.push_back({input_, place.path + " is gone, and no other file holds what it held: " +
                                        MissingBehind(place)});
-    files_.Drop(file->number());
+    Drop(file->number());
 }
 
 // A rotated file is not written anew: another one has its number.
@@ -231,13 +241,15 @@ void Rotation::NoticeReusedNumbers()
 void Rotation::SeekMissing(const FolderView &view, Candidates *candidates, SteadyTime now)
 {
     // The place that says most about its file chooses first: a file that begins like many others would do
-    // for one of which only the beginning was read.
+    // for one of which only the beginning was read. Of two that say the same, the one of which more is to come.
     std::vector<int64_t> numbers;
     std::vector<int64_t> sought;
     for (const auto &[number, file] : files_.all())
         numbers.push_back(number);
     std::sort(numbers.begin(), numbers.end(), [&](int64_t a, int64_t b) {
-        return files_.all().at(a).place().offset > files_.all().at(b).place().offset;
+        const Place &first = files_.all().at(a).place();
+        const Place &second = files_.all().at(b).place();
+        return std::pair(second.offset, first.all) < std::pair(first.offset, second.all);
     });
     for (const int64_t number : numbers) {
         FollowedFile &file = files_.all().at(number);
@@ -252,40 +264,12 @@ void Rotation::SeekMissing(const FolderView &view, Candidates *candidates, Stead
             return true;
         if (!PassOverShorterCopy(file, candidates))
             return false;
-        files_.Drop(number); // it was emptied, and went only then
+        Drop(number); // it was emptied, and went only then
         return true;
     });
     Candidates possible = *candidates;
     for (const int64_t number : sought)
         GiveUp(&files_.all().at(number), &possible, now);
-}
-
-// F3: is it the copy of a file that is still there?
-bool Rotation::IsCopyInTheMaking(const std::string &path, const FileLook &look)
-{
-    if (look.size == 0)
-        return true;
-    const Held as_it_is{look.size, look.changed_ns};
-    const auto known = held_.find(look.identity);
-    if (known != held_.end() && known->second == as_it_is)
-        return true;
-    LogContent copy(path);
-    const auto log = names_.LogOfRotated(path);
-    for (auto &[number, file] : files_.all()) {
-        if (file.place().log != log || !MayBeOf(&copy, look, file))
-            continue;
-        const Likeness likeness = Compare(&copy, &file);
-        if (likeness == Likeness::kUnknown) {
-            wants_look_ = true;
-            return true;
-        }
-        // A rotated file is as long as it will ever be; a log can have been copied when it was shorter.
-        if (likeness == Likeness::kNone || (likeness == Likeness::kBeginning && !file.is_live()))
-            continue;
-        held_[look.identity] = as_it_is;
-        return true;
-    }
-    return false;
 }
 
 bool Rotation::TellOfBroken(const FolderView &view, SteadyTime now)
@@ -333,27 +317,39 @@ void Rotation::NoteUnreadable(const std::string &path, const std::string &log, c
     files_.Add(std::move(place), names_.IsLive(path));
 }
 
+// False: what it is has to be seen yet.
+bool Rotation::FollowOne(const std::string &path, const FileLook &look, SteadyTime now)
+{
+    const std::string log = names_.LogOf(path);
+    try {
+        switch (copies_.StateOf(path, look, now)) {
+        case CopyState::kNone:
+            files_.Add(PlaceAtBeginning(path, log, look.identity), names_.IsLive(path));
+            return true;
+        case CopyState::kKept: {
+            LogContent copy(path);
+            PassOver(&copy, log, look);
+            return true;
+        }
+        case CopyState::kUnknown:
+            wants_look_ = true;
+            return false;
+        case CopyState::kInTheMaking:
+            return false;
+        }
+    } catch (const host::Error &error) {
+        problems_[path] = error.what();
+        NoteUnreadable(path, log, look, now);
+    }
+    return false;
+}
+
 bool Rotation::FollowUnknown(const Candidates &candidates, SteadyTime now)
 {
-    std::vector<std::pair<std::string, FileLook>> oldest_first(candidates.begin(),
-                                                               candidates.end());
-    std::stable_sort(oldest_first.begin(), oldest_first.end(), [](const auto &a, const auto &b) {
-        return a.second.changed_ns < b.second.changed_ns;
-    });
+    copies_.ForgetAllBut(candidates);
     bool all_are_known = true;
-    for (const auto &[path, look] : oldest_first) {
-        const std::string log = names_.LogOfRotated(path).value_or(path);
-        try {
-            if (IsCopyInTheMaking(path, look))
-                all_are_known = false;
-            else
-                files_.Add(PlaceAtBeginning(path, log, look.identity), names_.IsLive(path));
-        } catch (const host::Error &error) {
-            problems_[path] = error.what();
-            NoteUnreadable(path, log, look, now);
-            all_are_known = false;
-        }
-    }
+    for (const auto &[path, look] : Sorted(candidates, std::ranges::less{}))
+        all_are_known = FollowOne(path, look, now) && all_are_known;
     return all_are_known && !files_.SomethingIsMissing();
 }
 
@@ -362,8 +358,6 @@ Candidates Rotation::FindMissing(const FolderView &view, SteadyTime now)
     problems_.clear();
     NoticeReusedNumbers();
     Candidates candidates = Unknown(view);
-    if (files_.SomethingIsMissing())
-        held_.clear(); // what was taken for a copy in the making may be what is left
     SeekMissing(view, &candidates, now);
     return candidates;
 }

@@ -7,20 +7,18 @@
 #include <vector>
 
 #include "agent/inputs/batch.h"
+#include "agent/inputs/copies.h"
 #include "agent/inputs/folder_view.h"
 #include "agent/inputs/followed_files.h"
 #include "agent/inputs/log_names.h"
 
 namespace inputs {
 
-// Files that nobody follows, by their paths.
-using Candidates = std::map<std::string, FileLook>;
-
 class Rotation {
   public:
     // `files` and `names` are the follower's, and outlive this.
     Rotation(std::string input, FollowedFiles &files, const LogNamesByFolder &names)
-        : input_(std::move(input)), files_(files), names_(names)
+        : input_(std::move(input)), files_(files), names_(names), copies_(files, names)
     {
     }
 
@@ -54,15 +52,18 @@ class Rotation {
     bool FindContentOf(FollowedFile *file, Candidates *candidates);
     bool FindLogAnew(FollowedFile *file, const FolderView &view);
     bool PassOverShorterCopy(const FollowedFile &file, Candidates *candidates);
+    void PassOver(LogContent *copy, const std::string &log, const FileLook &look);
+    void Drop(int64_t number);
     void GiveUp(FollowedFile *file, Candidates *possible, SteadyTime now);
     void DealWithEmptied(int64_t number, Candidates *candidates);
+    bool FollowOne(const std::string &path, const FileLook &look, SteadyTime now);
     void NoteUnreadable(const std::string &path, const std::string &log, const FileLook &look,
                         SteadyTime now);
-    bool IsCopyInTheMaking(const std::string &path, const FileLook &look);
 
     std::string input_;
     FollowedFiles &files_;
     const LogNamesByFolder &names_;
+    Copies copies_;
     bool wants_look_ = false;
     std::vector<Loss> losses_;
     struct Held {
@@ -70,7 +71,6 @@ class Rotation {
         int64_t changed_ns;
         bool operator==(const Held &) const = default;
     };
-    std::map<FileIdentity, Held> held_;    // copies in the making, as they were looked at
     std::map<FileIdentity, Held> damaged_; // candidates that cannot be read
     struct Broken {
         Held as_it_is;

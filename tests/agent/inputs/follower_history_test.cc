@@ -265,6 +265,29 @@ class History {
             Look();
         world_.Remove(name);
     }
+    // Somebody keeps what the log holds, or a rotated file of it, under a name that rotation could give. Of few lines it
+    // could not be told from a log.
+    void KeepCopy()
+    {
+        std::vector<std::string> of;
+        for (const std::string &name : Backups()) {
+            if (!name.ends_with(".gz"))
+                of.push_back(name);
+        }
+        if (world_.Exists("a.log"))
+            of.emplace_back("a.log");
+        if (of.empty() || kept_ == std::size(kKept))
+            return;
+        const std::string original = random_.OneOf(of);
+        const std::string content = world_.Content(original);
+        if (std::count(content.begin(), content.end(), '\n') < 3 || !part_.empty())
+            return;
+        ReadAll();
+        Tell("keep a copy of " + original);
+        world_.Copy(original, kKept[kept_++]);
+        if (random_.Chance(50))
+            ReadAll();
+    }
     // A file goes when it was read and nobody writes into it: what is gone unread cannot be counted.
     void RemoveRead()
     {
@@ -290,10 +313,10 @@ class History {
         AppendFirstLine();
     }
 
-    // Of which a part was read, so it is known what goes.
+    // Of which a part was read, so it is known what goes; unless there is a copy of all of that.
     void RemoveUnread()
     {
-        if (!world_.Exists("a.log") || !part_.empty())
+        if (!world_.Exists("a.log") || !part_.empty() || kept_ > 0)
             return;
         Append(1);
         ReadAll();
@@ -400,7 +423,9 @@ class History {
         world_.Stop();
         const std::string content = world_.Content("a.log");
         if (content.find('\0') != std::string::npos)
-            return; // of one cut
+            return;                // of one cut
+        for (; kept_ > 0; --kept_) // they could have what the log has lost
+            world_.Remove(kKept[kept_ - 1]);
         const auto synced = static_cast<size_t>(world_.SyncedSize("a.log"));
         const size_t kept = std::min(synced, content.size());
         const size_t end = kept + random_.Below(content.size() - kept + 1);
@@ -443,7 +468,9 @@ class History {
     }
     void Step()
     {
-        switch (random_.Below(17)) {
+        switch (random_.Below(18)) {
+        case 15:
+            return KeepCopy();
         case 12:
         case 13:
             return Neighbour();
@@ -470,7 +497,9 @@ class History {
         case 8:
             return Kill();
         case 9:
-            world_.Wait(milliseconds(random_.Chance(20) ? 20000 : 500));
+            world_.Wait(milliseconds(random_.Chance(20)   ? 20000
+                                     : random_.Chance(10) ? 700000
+                                                          : 500));
             return Look();
         case 10:
             return ReadAll();
@@ -504,6 +533,8 @@ class History {
     int writer_ = -1;
     std::string backup_ = "a.log"; // with which the paths of rotated files begin
     bool is_dated_ = random_.Chance(30);
+    static constexpr const char *kKept[] = {"a.log.bak", "a.log-old", "a.log.save", "a.log_prev"};
+    size_t kept_ = 0;
     int next_date_ = 1101;
     int next_line_ = 1;
     int next_neighbour_ = 1;

@@ -722,6 +722,143 @@ TEST_F(FollowerTest, CopiedAndTruncatedAndCompressedAtOnceWhileStopped)
     EXPECT_EQ((Messages{"1", "2"}), Read());
 }
 
+// ---- copies that somebody keeps ----
+
+TEST_F(FollowerTest, ACopyOfALogIsNotReadWhatsoeverBecomesOfTheLog)
+{
+    StartWith("a.log", LogLine("old"));
+    Append("a.log", LogLine("1"));
+    EXPECT_EQ(Messages{"1"}, Read());
+    Copy("a.log", "a.log.bak");
+    EXPECT_EQ(Messages{}, Read());
+    Append("a.log", LogLine("2"));
+    EXPECT_EQ(Messages{"2"}, Read());
+    Rename("a.log", "a.log.1");
+    Append("a.log", LogLine("3"));
+    EXPECT_EQ(Messages{"3"}, Read());
+    Restart();
+    EXPECT_EQ(Messages{}, Read());
+    Pack("a.log.1", "a.log.1.gz", "gzip");
+    Remove("a.log.1");
+    EXPECT_EQ(Messages{}, Read());
+    Restart();
+    EXPECT_EQ(Messages{}, Read());
+    Remove("a.log.1.gz");
+    EXPECT_EQ(Messages{}, Read());
+    Restart();
+    EXPECT_EQ(Messages{}, Read());
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
+TEST_F(FollowerTest, ACopyOfALogThatIsThereForMinutesIsKnownWhenTheLogHasGoneWhileNobodyLooked)
+{
+    StartWith("a.log", LogLine("old"));
+    Append("a.log", LogLine("1"));
+    Copy("a.log", "a.log.bak");
+    EXPECT_EQ(Messages{"1"}, Read());
+    Wait(std::chrono::minutes(11));
+    Append("a.log", LogLine("2"));
+    EXPECT_EQ(Messages{"2"}, Read());
+    Rename("a.log", "a.log.1");
+    Append("a.log", LogLine("3"));
+    EXPECT_EQ(Messages{"3"}, Read());
+    Wait(milliseconds(20000));
+    EXPECT_EQ(Messages{}, Read());
+    Stop();
+    Remove("a.log.1");
+    Start();
+    EXPECT_EQ(Messages{}, Read());
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
+TEST_F(FollowerTest, ACopyOfARotatedFileIsNotRead)
+{
+    StartWith("a.log", "");
+    Append("a.log", LogLine("1") + LogLine("2"));
+    EXPECT_EQ((Messages{"1", "2"}), Read());
+    Rename("a.log", "a.log.1");
+    Append("a.log", LogLine("3"));
+    EXPECT_EQ(Messages{"3"}, Read());
+    Copy("a.log.1", "a.log.9");
+    EXPECT_EQ(Messages{}, Read());
+    Restart();
+    EXPECT_EQ(Messages{}, Read());
+}
+
+// Of a program without stamps, which says the same every day.
+TEST_F(FollowerTest, ARotatedFileThatSaysTheSameAsAnotherOneIsNoCopyOfItWhenItWasNotWrittenInOneGo)
+{
+    const std::string same = "begin\nend\n";
+    StartWith("a.log", "");
+    if (inputs::LookAt(Path("a.log"))->identity.birth_ns == 0)
+        GTEST_SKIP() << "this file system keeps no births";
+    Append("a.log", same);
+    EXPECT_EQ((Messages{"begin", "end"}), Read());
+    Rename("a.log", "a.log.3");
+    Append("a.log", LogLine("1"));
+    EXPECT_EQ(Messages{"1"}, Read());
+    Stop();
+    Write("a.log.1", same);
+    Age("a.log.1", std::chrono::seconds(60));
+    Write("whole", same);
+    Pack("whole", "a.log.2.gz", "gzip");
+    Age("a.log.2.gz", std::chrono::seconds(-60)); // the time of what was compressed
+    Start();
+    EXPECT_EQ((Messages{"begin", "end", "begin", "end"}), Read());
+}
+
+TEST_F(FollowerTest, AFileThatMayBeACopyOfOneThatCannotBeReadKeepsNobodyBusy)
+{
+    StartWith("a.log", "");
+    Append("a.log", LogLine("1") + LogLine("2"));
+    EXPECT_EQ((Messages{"1", "2"}), Read());
+    Rename("a.log", "a.log.1");
+    Pack("a.log.1", "a.log.1.gz", "gzip");
+    Remove("a.log.1");
+    Append("a.log", LogLine("3"));
+    EXPECT_EQ(Messages{"3"}, Read());
+    Write("a.log.1.gz", "damaged");
+    Write("a.log.9", LogLine("1") + LogLine("2"));
+    EXPECT_EQ((Messages{"1", "2"}), Read());
+    EXPECT_TRUE(IsResting());
+}
+
+// By its name, the one that was kept comes first.
+TEST_F(FollowerTest, ALogThatWasCopiedAndEmptiedIsReadOnInTheNewestCopy)
+{
+    StartWith("a.log", LogLine("old"));
+    Append("a.log", LogLine("1"));
+    EXPECT_EQ(Messages{"1"}, Read());
+    Copy("a.log", "a.log-old");
+    Age("a.log-old", std::chrono::seconds(-60));
+    EXPECT_EQ(Messages{}, Read());
+    Stop();
+    Append("a.log", LogLine("2"));
+    Copy("a.log", "a.log.1");
+    Empty("a.log");
+    Append("a.log", LogLine("3"));
+    Start();
+    EXPECT_EQ((Messages{"2", "3"}), Read());
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
+TEST_F(FollowerTest, ARotatedFileThatIsPutInThePlaceOfTheLogIsReadOn)
+{
+    Write("a.log.1", LogLine("older") + LogLine("old"));
+    StartWith("a.log", LogLine("new"));
+    Append("a.log", LogLine("1"));
+    EXPECT_EQ(Messages{"1"}, Read());
+    Rename("a.log", "a.log.2");
+    Rename("a.log.1", "a.log");
+    EXPECT_EQ(Messages{}, Read());
+    Append("a.log", LogLine("2"));
+    EXPECT_EQ(Messages{"2"}, Read());
+    Remove("a.log");
+    Restart();
+    Read();
+    EXPECT_EQ(1U, TakeLosses().size()); // it is not known to be read to its end, as no log is
+}
+
 TEST_F(FollowerTest, AnOffsetBeyondTheEnd)
 {
     StartWith("a.log", LogLine("old") + LogLine("old 2"));

@@ -30,6 +30,12 @@ class LogWorld {
     void Rename(const std::string &from, const std::string &to) const;
     void Remove(const std::string &name) const;
     void Copy(const std::string &from, const std::string &to) const;
+    // As if its content had been written last so much later.
+    void Age(const std::string &name, std::chrono::seconds time) const
+    {
+        std::filesystem::last_write_time(Path(name),
+                                         std::filesystem::last_write_time(Path(name)) + time);
+    }
     void Empty(const std::string &name) const { std::filesystem::resize_file(Path(name), 0); }
     [[nodiscard]] uintmax_t SyncedSize(const std::string &name) const
     {
