@@ -25,7 +25,7 @@ constexpr milliseconds kRecordIsWhole{2000};
 constexpr std::chrono::hours kTellOfCutLines{1};
 constexpr milliseconds kMarked{1000};
 constexpr size_t kMostMarks = 300;
-// A rotated file that has not grown for so long gets no end of its last line any more.
+// A file that was rotated or removed, and has not grown for so long, gets no end of its last line any more.
 constexpr milliseconds kRotatedIsWhole{10000};
 
 } // namespace
@@ -293,7 +293,7 @@ Ending FollowedFile::EndingAt(const EntryReader &reader, SteadyTime now) const
 {
     if (!at_end_)
         return Ending::kGrowing;
-    if (place_.packed || (!is_live_ && IsQuiet(now, kRotatedIsWhole)))
+    if (place_.packed || (IsOutOfUse() && IsQuiet(now, kRotatedIsWhole)))
         return Ending::kComplete;
     return reader.joins_lines && IsQuiet(now, kRecordIsWhole) ? Ending::kQuiet : Ending::kGrowing;
 }
@@ -395,7 +395,7 @@ SteadyTime FollowedFile::Deadline(const EntryReader &reader) const
 {
     if (!IsOpen() || place_.done || was_cut)
         return SteadyTime::max();
-    if (!is_live_)
+    if (IsOutOfUse())
         return grew_at_ + kRotatedIsWhole;
     return waits_ && reader.joins_lines ? grew_at_ + kRecordIsWhole : SteadyTime::max();
 }

@@ -128,6 +128,12 @@ class FollowedFile {
 
   private:
     void BecomeLogAgain();
+    // Was it rotated, or removed? Who writes into it still has it open. Of one that was removed before anything of it was
+    // read, all that there is may be in a copy.
+    [[nodiscard]] bool IsOutOfUse() const
+    {
+        return !is_live_ || (!is_present && place_.offset > 0);
+    }
     [[nodiscard]] bool HoldsAnother() const;
     bool Open();
     bool FillWindow(const FileLook &look);

@@ -241,15 +241,13 @@ void Rotation::NoticeReusedNumbers()
 void Rotation::SeekMissing(const FolderView &view, Candidates *candidates, SteadyTime now)
 {
     // The place that says most about its file chooses first: a file that begins like many others would do
-    // for one of which only the beginning was read. Of two that say the same, the one of which more is to come.
+    // for one of which only the beginning was read. Of two that say the same, the one that was followed first.
     std::vector<int64_t> numbers;
     std::vector<int64_t> sought;
     for (const auto &[number, file] : files_.all())
         numbers.push_back(number);
-    std::sort(numbers.begin(), numbers.end(), [&](int64_t a, int64_t b) {
-        const Place &first = files_.all().at(a).place();
-        const Place &second = files_.all().at(b).place();
-        return std::pair(second.offset, first.all) < std::pair(first.offset, second.all);
+    std::stable_sort(numbers.begin(), numbers.end(), [&](int64_t a, int64_t b) {
+        return files_.all().at(a).place().offset > files_.all().at(b).place().offset;
     });
     for (const int64_t number : numbers) {
         FollowedFile &file = files_.all().at(number);
