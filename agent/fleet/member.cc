@@ -181,10 +181,10 @@ void Member::Run()
         } catch (const host::StoreError &error) {
             store_.reset(); // opened anew
             tried_.reset(); // and what was not stored is tried again
-            Fail(error.what());
+            Fail("the store of this host fails", error.what());
         } catch (const std::exception &error) {
             tried_.reset();
-            Fail(error.what());
+            Fail("the servers of the fleet are not reached", error.what());
         }
     }
     if (leaves_)
@@ -197,7 +197,7 @@ void Member::Live()
     OpenStore();
     Connect();
     if (!told_.empty())
-        TRACE(TRACE_NOTABLE, "The servers of the fleet are reached again.");
+        TRACE(TRACE_NOTABLE, "The rules of the fleet are looked for again.");
     told_.clear();
     for (bool has_read = false; !bell_->IsStopped(); has_read = WaitForNews()) {
         if (!has_read) {
@@ -400,14 +400,15 @@ void Member::SayGoodbye()
 }
 
 // Told once.
-void Member::Fail(const std::string &why)
+void Member::Fail(const std::string &what, const std::string &why)
 {
     if (bell_->IsStopped())
         return;
     const std::string shown = secrets_.Hide(why);
     if (told_.empty()) {
-        TRACE(TRACE_NOTABLE, "The servers of the fleet are not reached: %s", shown.c_str());
-        text::Say("the servers of the fleet are not reached, the rules of before stay: " + shown);
+        const std::string told = what + ", the rules of before stay: " + shown;
+        TRACE(TRACE_NOTABLE, "%s", told.c_str());
+        text::Say(told);
     }
     told_ = shown;
     status_due_ = {};

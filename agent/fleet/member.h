@@ -90,7 +90,7 @@ class Member {
     void TellStatus();
     void SayGoodbye();
     [[nodiscard]] HostStatus StatusNow();
-    void Fail(const std::string &why);
+    void Fail(const std::string &what, const std::string &why);
 
     MemberOptions options_;
     std::vector<std::string> groups_;
