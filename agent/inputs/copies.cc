@@ -111,9 +111,32 @@ CopyState Copies::StateOf(const std::string &path, const FileLook &look, SteadyT
     const auto known = copies_.find(look.identity);
     if (known == copies_.end() || !IsAsFound(known->second, look))
         return Find(path, look, now);
-    const CopyOf &copy = known->second;
-    const bool is_kept = copy.is_read || (copy.is_telling && now - copy.since >= kMade);
-    return is_kept ? CopyState::kKept : CopyState::kInTheMaking;
+    if (known->second.is_read)
+        return CopyState::kKept;
+    return IsToBeKept(known->second, now) ? Confirm(path, known->second.original)
+                                          : CopyState::kInTheMaking;
+}
+
+// Of an archive it would not be known where the place in it is; it becomes what is left of its original.
+bool Copies::IsToBeKept(const CopyOf &copy, SteadyTime now) const
+{
+    const bool nothing_is_to_come = files_.all().at(copy.original).place().done;
+    return copy.is_telling && !copy.is_packed && (nothing_is_to_come || now - copy.since >= kMade);
+}
+
+// The original may have been emptied a moment ago.
+CopyState Copies::Confirm(const std::string &path, int64_t original)
+{
+    LogContent copy(path);
+    switch (Compare(&copy, &files_.all().at(original))) {
+    case Likeness::kBeginning:
+    case Likeness::kWhole:
+        return CopyState::kKept;
+    case Likeness::kUnknown:
+        return CopyState::kUnknown;
+    default:
+        return CopyState::kInTheMaking;
+    }
 }
 
 bool Copies::IsAsFound(const CopyOf &copy, const FileLook &look) const

@@ -49,6 +49,8 @@ class Copies {
         bool is_read = false;    // the original is gone, and all of this one had been read there
     };
     CopyState Find(const std::string &path, const FileLook &look, SteadyTime now);
+    [[nodiscard]] bool IsToBeKept(const CopyOf &copy, SteadyTime now) const;
+    CopyState Confirm(const std::string &path, int64_t original);
     [[nodiscard]] bool IsAsFound(const CopyOf &copy, const FileLook &look) const;
 
     FollowedFiles &files_;

@@ -53,6 +53,7 @@ void FollowedFile::Locate(const std::string &path, bool is_live)
 void FollowedFile::BecomeLogAgain()
 {
     place_.done = false;
+    place_.kept = false;
     const bool is_empty = place_.offset == 0 && place_.size == 0;
     if (place_.all && !place_.told && (place_.offset > 0 || is_empty))
         place_.all = false;

@@ -131,13 +131,14 @@ void LogContent::Unpack()
     // What has the first bytes of a compressed file, and is none, would be taken as it is.
     if (archive_filter_code(reader, 0) == ARCHIVE_FILTER_NONE)
         Refuse("its header cannot be read");
+    is_empty_ = header == ARCHIVE_EOF;
 }
 
 // Fills the buffer as far as there is content.
 size_t LogContent::ReadOn(char *buffer, size_t size)
 {
     size_t filled = 0;
-    while (filled < size) {
+    while (filled < size && !is_empty_) {
         const la_ssize_t count = archive_read_data(archive_.get(), buffer + filled, size - filled);
         if (count == 0)
             break;

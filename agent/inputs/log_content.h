@@ -61,6 +61,8 @@ class LogContent {
     enum class Packing { kNotKnown, kPlain, kPacked } packing_ = Packing::kNotKnown;
     std::unique_ptr<archive, CloseArchive> archive_;
     uint64_t archive_at_ = 0; // offset of the content that it delivers next
+    bool is_empty_ =
+        false; // nothing was compressed, of which the library reads nothing, not even an end
 };
 
 } // namespace inputs

@@ -53,6 +53,8 @@ std::string TextOf(const Place &place)
         json["skipping"] = true;
     if (place.all)
         json["all"] = true;
+    if (place.kept)
+        json["kept"] = true;
     if (place.packed)
         json["packed"] = true;
     if (place.done)
@@ -84,6 +86,7 @@ std::optional<Place> PlaceOf(const std::string &text)
         place.tail = {json.at("tail").at(0), json.at("tail").at(1)};
         place.skipping = json.value("skipping", false);
         place.all = json.value("all", false);
+        place.kept = json.value("kept", false);
         place.packed = json.value("packed", false);
         place.done = json.value("done", false);
         place.told = json.value("told", false);

@@ -44,6 +44,7 @@ struct Place {
     bool skipping =
         false;        // the offset is within a line that is too long, the rest of which is skipped
     bool all = false; // it was there before the input was: nothing of it is read, whatever it holds
+    bool kept = false;   // it is a copy that somebody keeps, of a file that was there, too
     bool packed = false; // the file is compressed, and nobody writes into it
     bool done = false;   // nobody writes into it any longer, and it was read to its end
     bool told = false;   // that what is behind the offset cannot be read, for good

@@ -29,6 +29,19 @@ std::vector<std::pair<std::string, FileLook>> Sorted(const Candidates &candidate
     return files;
 }
 
+// The place in a copy of which all that it holds was read elsewhere. Throws host::Error.
+Place PlaceBehind(LogContent *copy, const std::string &log, const FileLook &look)
+{
+    Place place = PlaceAtBeginning(copy->path(), log, look.identity);
+    place.all = true;
+    place.size = look.size;
+    if (!copy->IsPacked()) {
+        MovePlace(&place, look.size, copy);
+        copy->Sync();
+    }
+    return place;
+}
+
 // Of a compressed file, the size says nothing of its content.
 std::string MissingBehind(const Place &place)
 {
@@ -102,13 +115,16 @@ Candidates Rotation::Unknown(const FolderView &view) const
     return candidates;
 }
 
-// Looks for a file that holds what this one held, and reads on in that. Of several the newest has most of it.
+// Looks for a file that holds what this one held, and reads on in that. Of several the newest has most of it. What
+// somebody has kept, and removes, may hold what many do.
 bool Rotation::FindContentOf(FollowedFile *file, Candidates *candidates)
 {
     if (file->place().offset == 0)
         return false;
     for (const auto &[path, look] : Sorted(*candidates, std::ranges::greater{})) {
-        if (names_.LogOfRotated(path) != file->place().log)
+        const Place &place = file->place();
+        if (names_.LogOfRotated(path) != place.log ||
+            (place.kept && !IsPackedNameOf(path, place.path)))
             continue;
         const Held as_it_is{look.size, look.changed_ns};
         const auto known = damaged_.find(look.identity);
@@ -132,40 +148,31 @@ bool Rotation::FindContentOf(FollowedFile *file, Candidates *candidates)
 }
 
 // A copy that was made before the log was emptied can end before the place: what was written meanwhile was read in the log.
-// All of the copy was, then, and all of the log.
-bool Rotation::PassOverShorterCopy(const FollowedFile &file, Candidates *candidates)
+// All of the copy was, then, and all of the log; so it is with those that somebody has kept.
+bool Rotation::PassOverShorterCopies(const FollowedFile &file, Candidates *candidates)
 {
     if (file.place().size > file.place().offset)
         return false;
-    for (const auto &[path, look] : Sorted(*candidates, std::ranges::greater{})) {
-        if (names_.LogOfRotated(path) != file.place().log)
-            continue;
-        try {
-            LogContent content(path);
-            const bool may_be = content.IsPacked() || look.size < file.place().offset;
-            if (!may_be || !file.HoldsEarlierPlace(&content))
-                continue;
-            PassOver(&content, file.place().log, look);
-        } catch (const host::Error &) {
-            continue; // as FindContentOf has noted
-        }
-        candidates->erase(path);
-        return true;
-    }
-    return false;
+    return std::erase_if(*candidates, [&](const auto &candidate) {
+               const auto &[path, look] = candidate;
+               return names_.LogOfRotated(path) == file.place().log &&
+                      PassOverShorterCopy(file, path, look);
+           }) > 0;
 }
 
-// All that it holds was read elsewhere.
-void Rotation::PassOver(LogContent *copy, const std::string &log, const FileLook &look)
+bool Rotation::PassOverShorterCopy(const FollowedFile &file, const std::string &path,
+                                   const FileLook &look)
 {
-    Place place = PlaceAtBeginning(copy->path(), log, look.identity);
-    place.all = true;
-    place.size = look.size;
-    if (!copy->IsPacked()) {
-        MovePlace(&place, look.size, copy);
-        copy->Sync();
+    try {
+        LogContent content(path);
+        const bool may_be = content.IsPacked() || look.size < file.place().offset;
+        if (!may_be || !file.HoldsEarlierPlace(&content))
+            return false;
+        files_.Add(PlaceBehind(&content, file.place().log, look), names_.IsLive(path));
+        return true;
+    } catch (const host::Error &) {
+        return false; // as FindContentOf has noted
     }
-    files_.Add(std::move(place), names_.IsLive(copy->path()));
 }
 
 void Rotation::Drop(int64_t number)
@@ -202,7 +209,7 @@ void Rotation::DealWithEmptied(int64_t number, Candidates *candidates)
     FollowedFile &file = files_.all().at(number);
     const Place before = file.place();
     if (!FindContentOf(&file, candidates)) {
-        if (!before.done && !PassOverShorterCopy(file, candidates))
+        if (!before.done && !PassOverShorterCopies(file, candidates))
             losses_.push_back({input_, before.path +
                                            " was emptied, and no other file holds what it held: " +
                                            MissingBehind(before)});
@@ -260,7 +267,7 @@ void Rotation::SeekMissing(const FolderView &view, Candidates *candidates, Stead
         FollowedFile &file = files_.all().at(number);
         if (FindContentOf(&file, candidates) || FindLogAnew(&file, view))
             return true;
-        if (!PassOverShorterCopy(file, candidates))
+        if (!PassOverShorterCopies(file, candidates))
             return false;
         Drop(number); // it was emptied, and went only then
         return true;
@@ -325,8 +332,10 @@ bool Rotation::FollowOne(const std::string &path, const FileLook &look, SteadyTi
             files_.Add(PlaceAtBeginning(path, log, look.identity), names_.IsLive(path));
             return true;
         case CopyState::kKept: {
-            LogContent copy(path);
-            PassOver(&copy, log, look);
+            LogContent content(path);
+            Place copy = PlaceBehind(&content, log, look);
+            copy.kept = true;
+            files_.Add(std::move(copy), names_.IsLive(path));
             return true;
         }
         case CopyState::kUnknown:

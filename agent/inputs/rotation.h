@@ -51,8 +51,9 @@ class Rotation {
     void SeekMissing(const FolderView &view, Candidates *candidates, SteadyTime now);
     bool FindContentOf(FollowedFile *file, Candidates *candidates);
     bool FindLogAnew(FollowedFile *file, const FolderView &view);
-    bool PassOverShorterCopy(const FollowedFile &file, Candidates *candidates);
-    void PassOver(LogContent *copy, const std::string &log, const FileLook &look);
+    bool PassOverShorterCopies(const FollowedFile &file, Candidates *candidates);
+    bool PassOverShorterCopy(const FollowedFile &file, const std::string &path,
+                             const FileLook &look);
     void Drop(int64_t number);
     void GiveUp(FollowedFile *file, Candidates *possible, SteadyTime now);
     void DealWithEmptied(int64_t number, Candidates *candidates);

@@ -284,7 +284,9 @@ class History {
             return;
         ReadAll();
         Tell("keep a copy of " + original);
-        world_.Copy(original, kKept[kept_++]);
+        world_.Copy(original, kKept[kept_]);
+        // Not in the second of the next rotation: there are file systems that tell no more than that.
+        world_.Age(kKept[kept_++], std::chrono::seconds(-2));
         if (random_.Chance(50))
             ReadAll();
     }
@@ -424,7 +426,9 @@ class History {
         const std::string content = world_.Content("a.log");
         if (content.find('\0') != std::string::npos)
             return;                // of one cut
-        for (; kept_ > 0; --kept_) // they could have what the log has lost
+        // They could have what the log has lost; and stand by now for what they were of.
+        may_be_told_ = may_be_told_ || kept_ > 0;
+        for (; kept_ > 0; --kept_)
             world_.Remove(kKept[kept_ - 1]);
         const auto synced = static_cast<size_t>(world_.SyncedSize("a.log"));
         const size_t kept = std::min(synced, content.size());

@@ -461,6 +461,25 @@ TEST_F(FollowerTest, ACompressedFileThatIsBeingWrittenIsLeftAlone)
     EXPECT_EQ(Messages{}, Read());
 }
 
+// As logrotate makes it of a log in which nothing was written.
+TEST_F(FollowerTest, AnArchiveOfNothingIsWhole)
+{
+    StartWith("a.log", LogLine("old"));
+    Stop();
+    Write("nothing", "");
+    int number = 0;
+    for (const char *how : {"gzip", "xz", "zstd", "bzip2"})
+        Pack("nothing", "a.log." + std::to_string(++number) + ".gz", how);
+    Start();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(Messages{}, Read());
+        EXPECT_EQ(Messages{}, follower().Problems());
+        EXPECT_TRUE(IsResting());
+        Wait(std::chrono::minutes(10));
+    }
+    EXPECT_EQ(Messages{}, TakeLosses());
+}
+
 TEST_F(FollowerTest, ADamagedArchiveIsNamedAndTheOthersGoOn)
 {
     StartWith("a.log", LogLine("old"));
