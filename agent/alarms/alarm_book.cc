@@ -10,8 +10,8 @@ namespace alarms {
 namespace {
 
 constexpr int64_t kSecond = 1000;
-constexpr int64_t kCalmMs = 10 * 60 * kSecond;
-constexpr int64_t kAgainMs = 24 * 3600 * kSecond;
+constexpr int64_t kCalmMs = int64_t{10} * 60 * kSecond;
+constexpr int64_t kAgainMs = int64_t{24} * 3600 * kSecond;
 
 std::string SpanOf(int64_t milliseconds)
 {
@@ -128,6 +128,7 @@ std::vector<std::string> AlarmBook::Take(const std::vector<Trouble> &troubles, i
     told_ = std::move(told);
     waiting_ = std::move(waiting);
     std::vector<std::string> messages;
+    messages.reserve(due.size());
     for (const alerts::OwnAlert &own : due)
         messages.push_back(own.message);
     return messages;

@@ -101,7 +101,7 @@ std::vector<Alert> ReadAlerts(host::Database &database, int64_t after, int64_t s
 struct AlertFilter {
     int64_t since_ms = 0;             // at or after it
     int64_t until_ms = INT64_MAX;     // before it
-    std::string severity = "";        // at or above it, an alert without one being a warning
+    std::string severity{};           // at or above it, an alert without one being a warning
     bool is_silenced = false;         // only those that a silence holds back
     std::string source = "*";         // a pattern with *, ? and [...], in which case counts
     std::string host = "*";           // likewise; the line's or its monitor's

@@ -38,6 +38,8 @@ struct EventRecord {
     uint32_t hours = kAllHours; // see ParseHours
     EventPolicy policy = {};    // what the agent makes of its reports
 
+    // Are there any of the user's? Those that are derived from an expression are not.
+    [[nodiscard]] bool HasKeywords() const { return keywords != std::array<std::string, 3>(); }
     bool operator==(const EventRecord &) const = default;
 };
 

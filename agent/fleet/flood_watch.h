@@ -19,7 +19,7 @@ class FloodCount {
   public:
     // Messages of one host in a span that are too many: twice what the sink sends unless its pace is set otherwise.
     static constexpr int64_t kTooMany = 10000;
-    static constexpr int64_t kSpanMs = 10 * 1000;
+    static constexpr int64_t kSpanMs = int64_t{10} * 1000;
     // It is told once in so long, while it goes on.
     static constexpr int64_t kToldForMs = 3600 * int64_t{1000};
 

@@ -99,7 +99,8 @@ GroupFiles ParseGroup(const std::string &group, const std::string &value)
 uint64_t NumberOf(const std::string &group, const std::string &uuid)
 {
     uint64_t hash = 14695981039346656037U;
-    for (const char c : group + "/" + uuid)
+    const std::string name = group + "/" + uuid;
+    for (const char c : name)
         hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211U;
     return hash >> 32U;
 }
@@ -107,6 +108,7 @@ uint64_t NumberOf(const std::string &group, const std::string &uuid)
 uint64_t BoundOf(const std::string &group, const std::vector<std::string> &uuids, double percent)
 {
     std::vector<uint64_t> numbers;
+    numbers.reserve(uuids.size());
     for (const std::string &uuid : uuids)
         numbers.push_back(NumberOf(group, uuid));
     std::sort(numbers.begin(), numbers.end());

@@ -12,7 +12,7 @@ namespace {
 constexpr int64_t kFirstPauseMs = 1000;
 constexpr int64_t kAskForMs = int64_t{24} * 3600 * 1000;
 // What is another collector's may be this one's again.
-constexpr int64_t kPostponeMs = 3600 * 1000;
+constexpr int64_t kPostponeMs = int64_t{3600} * 1000;
 
 int64_t NextAfter(const Hole &hole, int64_t now_ms)
 {

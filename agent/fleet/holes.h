@@ -44,8 +44,8 @@ class Holes {
     // It is told behind so many tries,
     static constexpr int64_t kTriesBeforeTold = 3;
     // so long after it was noticed, in milliseconds: when the servers have answered, and when they have not.
-    static constexpr int64_t kToldAfterMs = 5 * 1000;
-    static constexpr int64_t kToldUnansweredAfterMs = 60 * 1000;
+    static constexpr int64_t kToldAfterMs = int64_t{5} * 1000;
+    static constexpr int64_t kToldUnansweredAfterMs = int64_t{60} * 1000;
 
     Holes() = default;
     Holes(host::Database &database, const std::string &uuid);
@@ -91,7 +91,7 @@ struct Missing {
     int64_t until_ms = 0;
 };
 // The clocks of servers that follow each other as the one that stamps differ by less.
-inline constexpr int64_t kClocksDifferMs = 600 * 1000;
+inline constexpr int64_t kClocksDifferMs = int64_t{600} * 1000;
 
 // Of the host that has waited longest; nothing: of none now.
 std::optional<Missing> NextMissing(host::Database &database, int64_t now_ms);

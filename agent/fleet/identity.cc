@@ -9,7 +9,7 @@ namespace fleet {
 // beginning; another one would send again all that it has sent under the old name.
 std::string GiveNewIdentity(host::Store &store, host::RegistryTree &registry)
 {
-    const std::string uuid = host::NewUuid(store.database().path());
+    std::string uuid = host::NewUuid(store.database().path());
     host::Transaction transaction(store);
     host::Statement(store.database(), "UPDATE store SET uuid = ?").Run(uuid);
     for (const sinks::StoredSink &sink : sinks::SinkRegistry(store, registry).ReadAll()) {

@@ -7,7 +7,7 @@ namespace fleet {
 namespace {
 
 // The clocks of servers that follow each other as the one that stamps differ by less.
-constexpr int64_t kClocksDifferMs = 10 * 1000;
+constexpr int64_t kClocksDifferMs = int64_t{10} * 1000;
 
 bool IsNewer(const KeyValue &value, const KeyValue &other)
 {

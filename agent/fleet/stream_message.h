@@ -9,7 +9,7 @@
 
 namespace fleet {
 
-inline constexpr int64_t kNanosecondsInMs = 1000 * 1000;
+inline constexpr int64_t kNanosecondsInMs = int64_t{1000} * 1000;
 
 // What is no message of the stream tells how a request has ended.
 bool IsMessage(natsMsg *message);

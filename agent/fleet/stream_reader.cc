@@ -15,7 +15,7 @@ namespace {
 
 using std::chrono::steady_clock;
 
-constexpr int64_t kNanoseconds = 1000 * 1000 * 1000; // of a second
+constexpr int64_t kNanoseconds = int64_t{1000} * 1000 * 1000; // of a second
 constexpr int64_t kMiB = int64_t{1} << 20U;
 
 // Messages that are taken in one transaction, and their bytes: what is in memory at a time.
@@ -230,7 +230,7 @@ void StreamReader::MakeReader(const StreamPlace &place, bool is_known)
     }
     wanted.AckPolicy = js_AckAll;
     wanted.AckWait = kConfirmWithin;
-    wanted.MaxAckPending = 2 * kAtOnce;
+    wanted.MaxAckPending = int64_t{2} * kAtOnce;
     jsErrCode code{};
     const natsStatus status =
         js_AddConsumer(nullptr, connection_.stream(), stream_.c_str(), &wanted, nullptr, &code);

@@ -31,7 +31,8 @@ struct SeriesKey {
     std::string name; // source of the event, path of the log, name of the input; see also kOthers
     uint32_t id = 0;  // ID of the event
 
-    auto operator<=>(const SeriesKey &) const = default;
+    auto operator<=>(const SeriesKey &) const =
+        default; // NOLINT(modernize-use-nullptr): of the compiler's own
 };
 
 // The name of the series to which the smallest values of a step go when there are too many.

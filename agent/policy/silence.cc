@@ -195,7 +195,7 @@ std::string LabelsText(const std::map<std::string, std::string> &labels)
 {
     std::string text;
     for (const auto &[name, pattern] : labels)
-        text += (text.empty() ? "" : ",") + name + "=" + pattern;
+        text.append(text.empty() ? "" : ",").append(name).append("=").append(pattern);
     return text;
 }
 

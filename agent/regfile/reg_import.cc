@@ -119,7 +119,8 @@ void WalkKeys(host::RegistryTree &registry, KeyId key, const std::string &path,
         const auto child = registry.Find(key, name);
         // A key that has gone since its name was read is passed over.
         if (child)
-            WalkKeys(registry, *child, path.empty() ? name : path + "\\" + name, visit);
+            WalkKeys(registry, *child,
+                     path.empty() ? name : std::string(path).append("\\").append(name), visit);
     }
 }
 

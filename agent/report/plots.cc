@@ -72,7 +72,7 @@ std::string Begin(const std::string &title, int height)
 // Cut between characters.
 std::string Short(const std::string &name)
 {
-    const std::string text = text::Printable(name);
+    std::string text = text::Printable(name);
     if (text.size() <= kLongestName)
         return text;
     size_t end = kLongestName - 3;

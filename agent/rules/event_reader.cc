@@ -129,7 +129,7 @@ void EventReader::ReadEvent(const YamlNode &node)
     const bool has_hours = ReadHours(values, &rule.event);
     const bool has_tests = ReadTests(values, nodes_, &rule.tests);
     const bool has_policy = ReadPolicy(values, nodes_, &rule.event.policy);
-    if (has_keywords && has_policy && rule.event.keywords == std::array<std::string, 3>() &&
+    if (has_keywords && has_policy && !rule.event.HasKeywords() &&
         !DerivesKeyword(*values.at(kRegex), rule.event.policy))
         return;
     if (has_count && has_policy && rule.event.policy.within_s > 0 &&

@@ -265,11 +265,14 @@ void CheckLogCharset(const std::vector<Rule> &rules, const std::string &charset,
                 else
                     difference->issues.push_back({rule.keywords_at[k], error.what()});
             } else if (text::IsUtf8(keyword) && from_log(converted) != keyword) {
-                difference->warnings.push_back("the keyword " + text::Shown(keyword) + " of " +
-                                               event +
-                                               " has characters that the character set of the "
-                                               "log (" +
-                                               charset + ") does not have");
+                difference->warnings.push_back(
+                    std::string("the keyword ")
+                        .append(text::Shown(keyword))
+                        .append(" of ")
+                        .append(event)
+                        .append(" has characters that the character set of the log (")
+                        .append(charset)
+                        .append(") does not have"));
             }
         }
     }
@@ -287,7 +290,7 @@ std::vector<ShownValue> ShownValues(const events::EventRecord &event)
 {
     std::vector<ShownValue> values;
     // Those that are derived from an expression are not the user's.
-    if (event.keywords != std::array<std::string, 3>())
+    if (event.HasKeywords())
         values.push_back({"keywords", FormatKeywords(event.keywords)});
     values.push_back({"report_count", std::to_string(event.report_count)});
     values.push_back({"hours", events::FormatHours(event.hours)});

@@ -157,6 +157,7 @@ std::vector<SourceText> ReadRulesFiles(const std::string &path)
                           "put one there, or name a file");
     std::sort(names.begin(), names.end());
     std::vector<SourceText> files;
+    files.reserve(names.size());
     for (const std::string &name : names)
         files.push_back({name, text::ReadWholeFile(name, kMaxRulesFile)});
     return files;
@@ -170,7 +171,7 @@ namespace {
 std::string FormatEvent(const events::EventRecord &event)
 {
     // Those that are derived from an expression are not written.
-    const bool has_keywords = event.keywords != std::array<std::string, 3>();
+    const bool has_keywords = event.HasKeywords();
     std::string text = "  - source: " + Quoted(event.key.source) + "\n    id: \"" +
                        events::FormatEventId(event.key.id) + "\"" +
                        (has_keywords ? "\n    keywords: " + FormatKeywords(event.keywords) : "") +

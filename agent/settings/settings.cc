@@ -346,7 +346,7 @@ std::string GetSetting(host::RegistryTree &registry, const Setting &setting)
 {
     const auto key = registry.Find(host::kRootKey, setting.key);
     const auto stored = key ? registry.Get(*key, setting.value) : std::nullopt;
-    const std::string value = setting.format(stored ? &*stored : nullptr);
+    std::string value = setting.format(stored ? &*stored : nullptr);
     // While there are inputs, the module's customer file is their spool, and the one that was set is kept apart.
     if (setting.value == kFileNameValue && setting.key == kMonitorKey && !value.empty() &&
         value == host::AgentText(registry, host::kInputSpool))

@@ -78,7 +78,7 @@ class FileSink : public Sink {
         if (fd_.get() < 0 || fstat(fd_.get(), &status) != 0)
             return strerror(errno);
         // Through the descriptor: what is looked at is what is written to.
-        const std::string why =
+        std::string why =
             S_ISREG(status.st_mode) ? WhyNotTrusted(status) : "it is not a regular file";
         if (!why.empty())
             fd_ = host::Fd();

@@ -52,22 +52,23 @@ size_t OnBody(const char *data, size_t, size_t size, void *text)
     return size;
 }
 
-// "HTTP/1.1 200 OK": a version, and a status of three digits behind blanks.
-bool HasStatus(std::string_view line)
+// "HTTP/1.1 200 OK": a version, and a status of three digits behind blanks. 0: it is something else.
+long StatusIn(std::string_view line)
 {
     const size_t digits = line.find_first_not_of("0123456789.", strlen("HTTP/"));
     const size_t status = line.find_first_not_of(' ', digits);
-    return digits != std::string_view::npos && line[digits] == ' ' &&
-           status != std::string_view::npos &&
-           line.find_first_not_of("0123456789", status) == status + 3;
+    const bool is_one = digits != std::string_view::npos && line[digits] == ' ' &&
+                        status != std::string_view::npos &&
+                        line.find_first_not_of("0123456789", status) == status + 3;
+    return is_one ? std::stol(std::string(line.substr(status, 3))) : 0;
 }
 
 // libcurl takes a first line that it does not understand for one with the status 200.
-size_t OnHeader(const char *data, size_t, size_t size, void *has_status)
+size_t OnHeader(const char *data, size_t, size_t size, void *status)
 {
     const std::string_view line(data, size);
     if (line.starts_with("HTTP/"))
-        *static_cast<bool *>(has_status) = HasStatus(line);
+        *static_cast<long *>(status) = StatusIn(line);
     return size;
 }
 
@@ -107,6 +108,11 @@ void CheckHeaderName(const std::string &option, const std::string &name)
         shown.begin(), shown.end(), [](unsigned char c) { return c < ' ' || c == 0x7F; }, '?');
     throw host::Error("cannot use the option " + option + shown, "a header cannot have that name",
                       "use letters, digits and \"-\"");
+}
+
+std::string HeaderLine(const std::string &name, const std::string &value)
+{
+    return name + ": " + value;
 }
 
 // The values of some headers are secrets, which would be shown with the settings.
@@ -208,13 +214,13 @@ HttpClient::HttpClient(const SinkConfig &config, Secrets &secrets, const std::st
     for (const auto &[name, value] : config.All("header.")) {
         CheckHeaderName("header.", name);
         CheckIsNoSecret(name);
-        headers_.push_back(name + ": " + value);
+        headers_.push_back(HeaderLine(name, value));
     }
     for (const auto &[name, file] : config.All("header-file.")) {
         CheckHeaderName("header-file.", name);
         const std::string value = secrets.Read(file);
         secrets.AddPart(value, " ,;=:\""); // of "Splunk TOKEN", the token
-        headers_.push_back(name + ": " + value);
+        headers_.push_back(HeaderLine(name, value));
     }
     if (config.Has("token-file"))
         headers_.push_back("Authorization: " + authorization + " " +
@@ -230,7 +236,7 @@ HttpReply HttpClient::Post(const std::string &url, const std::string &body,
     all.insert(all.end(), headers.begin(), headers.end());
     const CurlList list = CurlListOf(all);
     std::string text;
-    bool has_status = false;
+    long status = 0; // as it was sent
     CURL *handle = curl_.get();
     curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
     curl_easy_setopt(handle, CURLOPT_HTTPHEADER, list.get());
@@ -238,7 +244,7 @@ HttpReply HttpClient::Post(const std::string &url, const std::string &body,
     curl_easy_setopt(handle, CURLOPT_POSTFIELDS, body.c_str());
     curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
     curl_easy_setopt(handle, CURLOPT_WRITEDATA, &text);
-    curl_easy_setopt(handle, CURLOPT_HEADERDATA, &has_status);
+    curl_easy_setopt(handle, CURLOPT_HEADERDATA, &status);
     const std::string failure = curl_.Perform(interrupt);
     curl_easy_setopt(handle, CURLOPT_HTTPHEADER, nullptr);
     HttpReply reply;
@@ -247,11 +253,13 @@ HttpReply HttpClient::Post(const std::string &url, const std::string &body,
     long sent = 0; // bytes
     curl_easy_getinfo(handle, CURLINFO_REQUEST_SIZE, &sent);
     reply.was_sent = sent > 0 && !interrupt.IsRaised();
-    if (!failure.empty() || !has_status) {
+    long understood = 0;
+    curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &understood);
+    if (!failure.empty() || status == 0 || status != understood) {
         reply.text = !failure.empty() ? failure : "its answer is not HTTP";
         return reply;
     }
-    curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &reply.status);
+    reply.status = status;
     curl_off_t retry_after = 0; // of a number, or of a date, which libcurl understands as well
     curl_easy_getinfo(handle, CURLINFO_RETRY_AFTER, &retry_after);
     reply.retry_after =

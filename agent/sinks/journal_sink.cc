@@ -61,6 +61,7 @@ class JournalSink : public Sink {
         if (!alert.program.empty())
             fields.push_back("SYSLOGMON_PROGRAM=" + alert.program);
         std::vector<iovec> parts;
+        parts.reserve(fields.size());
         for (const std::string &field : fields)
             // The library only reads them; its type is that of writev.
             parts.push_back({const_cast<char *>(field.data()), field.size()});

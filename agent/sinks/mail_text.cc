@@ -74,7 +74,7 @@ std::string HeaderText(std::string text)
 std::string SubjectHead(std::span<const Message> messages)
 {
     const Message &first = messages[0];
-    const std::string host = first.alert.HostOfLine() + ": ";
+    std::string host = first.alert.HostOfLine() + ": ";
     if (messages.size() == 1 && first.digest.IsEmpty())
         return host;
     if (messages.size() == 1)
@@ -167,7 +167,7 @@ std::string PlainText(std::span<const Message> messages)
         if (!alert.severity.empty())
             text += "    severity  " + alert.severity + "\n";
         for (const auto &[name, value] : alert.labels)
-            text += "    label     " + name + ": " + value + "\n";
+            text.append("    label     ").append(name).append(": ").append(value).append("\n");
         if (!alert.runbook_url.empty())
             text += "    runbook   " + alert.runbook_url + "\n";
         if (!alert.value.empty())

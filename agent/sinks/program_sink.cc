@@ -61,6 +61,7 @@ class Process {
     Process(const std::vector<std::string> &words, int input, int output)
     {
         std::vector<char *> argv;
+        argv.reserve(words.size() + 1);
         for (const std::string &word : words)
             argv.push_back(const_cast<char *>(word.c_str()));
         argv.push_back(nullptr);

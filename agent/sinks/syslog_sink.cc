@@ -43,7 +43,7 @@ class SyslogSink : public Sink {
     std::string Post(const Message &message)
     {
         if (socket_.get() < 0) {
-            const std::string failure = Connect();
+            std::string failure = Connect();
             if (!failure.empty())
                 return failure;
         }

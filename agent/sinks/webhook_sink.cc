@@ -117,7 +117,7 @@ std::string UrlOf(const SinkConfig &config, Secrets &secrets)
                           "add one of url=URL and url-file=FILE");
     if (config.Has("url"))
         return config.Get("url");
-    const std::string url = secrets.Read(config.Get("url-file"));
+    std::string url = secrets.Read(config.Get("url-file"));
     const std::string allowed = CheckHttpUrl(url);
     if (!allowed.empty())
         throw host::Error("cannot use the URL in " + config.Get("url-file"), "it is not accepted",

@@ -9,10 +9,10 @@ namespace {
 
 // Milliseconds. The daemon tells every ten seconds that it is there. One that is busy may be late,
 // on a loaded host by more than one turn: six of them are no accident.
-constexpr int64_t kSilentMs = 60 * 1000;
+constexpr int64_t kSilentMs = int64_t{60} * 1000;
 // Milliseconds. Reading a line takes microseconds; at rest it counts as going on every ten seconds,
 // so three looks in a row have then seen nothing.
-constexpr int64_t kStillMs = 30 * 1000;
+constexpr int64_t kStillMs = int64_t{30} * 1000;
 
 // Seconds that a pass may take beyond the cycle before it counts as late.
 constexpr int64_t kPassMayTake = 30;

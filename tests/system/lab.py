@@ -44,8 +44,8 @@ LOGROTATE = ("logrotate", "libpopt0")
 
 # Seconds after which something that should have happened is taken not to happen. Long enough for a
 # sanitizer build on a machine that does other work; nothing ever sleeps this long when all is well. Shorter
-# than the cycle of 300 s, so what happens within it was not brought about by that.
-PATIENCE = 60
+# than the cycle of 300 s, so what happens within it was not brought about by that. The thread sanitizer's builds get more.
+PATIENCE = int(os.environ.get("SYSLOGMON_TEST_PATIENCE", 60))
 
 # Milliseconds between two looks at a log that is being written, unless set otherwise.
 USUAL_INTERVAL = 1000

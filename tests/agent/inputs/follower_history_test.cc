@@ -425,7 +425,7 @@ class History {
         world_.Stop();
         const std::string content = world_.Content("a.log");
         if (content.find('\0') != std::string::npos)
-            return;                // of one cut
+            return; // of one cut
         // They could have what the log has lost; and stand by now for what they were of.
         may_be_told_ = may_be_told_ || kept_ > 0;
         for (; kept_ > 0; --kept_)

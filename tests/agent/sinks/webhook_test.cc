@@ -116,6 +116,10 @@ TEST_F(WebhookTest, AnAnswerWhoseFirstLineHasNoStatusIsNone)
         receiver_.Speak(protocol);
         EXPECT_EQ(Outcome::Result::kRefused, Send().result) << protocol;
     }
+    // One that libcurl takes for 200, whatever it says.
+    receiver_.Speak("HTTP/.10");
+    receiver_.Answer([](const Request &) { return 503; });
+    EXPECT_EQ(Outcome::Result::kRefused, Send().result);
 }
 
 TEST_F(WebhookTest, AWishBeyondAllBoundsIsADay)
